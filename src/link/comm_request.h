@@ -1,0 +1,59 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "link/packet_queue.h"
+
+namespace tarvik {
+
+// Whose exchange it is: the dongle's queues, and the flag that is cleared when the link goes away
+// (null: never), which ends an exchange within 100 ms.
+struct CommLink {
+    DeviceQueues* queues;
+    const std::atomic<bool>* running;
+};
+
+struct CommAnswer {
+    std::uint32_t length = 0;
+    Tracked<std::uint8_t> data;  // never null after success, not even for length 0
+    std::uint32_t wait_time = 0; // 0xFFFFFFFF: the control unit did not answer in time
+};
+
+struct CommRequestData {
+    std::uint32_t req_id;
+    const std::uint8_t* data;
+    std::uint32_t data_len;  // above 65535 the exchange fails and nothing is sent
+    std::uint32_t can_id_tx;
+    std::uint32_t can_id_rx;
+    std::uint32_t timeout_ms;  // the dongle is given 500 ms more
+};
+
+// One request, one answer, up to 3 attempts. Blocks; at most 10 exchanges of the process run at
+// once, the others wait their turn.
+bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswer* answer);
+
+struct CommMultiEntry {
+    std::uint32_t id;
+    std::uint32_t addr_a;
+    std::uint32_t addr_b;
+    std::uint32_t rsp_len;   // set when this responder answered
+    std::uint8_t* rsp_data;  // likewise: a tracked block that the caller frees
+};
+
+struct CommMultiRequest {
+    std::uint32_t req_id;
+    std::uint32_t can_id_tx_func;
+    std::uint32_t count;
+    CommMultiEntry* entries;
+    const std::uint8_t* data;
+    std::uint32_t data_len;  // above 65535 the exchange fails and nothing is sent
+    std::uint32_t timeout_ms;
+};
+
+// One request, the answers of several control units sorted to the entries by their id.
+// `abort` (may be null) ends the exchange within 100 ms.
+bool CommRequestMulti(const CommLink* link, CommMultiRequest* request,
+                      const std::atomic<bool>* abort);
+
+}  // namespace tarvik

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tarvik {
+
+// Packets and bytes that all transports have moved.
+struct PacketCounters {
+    std::uint64_t sent_packets, sent_bytes;
+    std::uint64_t received_packets, received_bytes;
+};
+void CountSentPacket(std::uint32_t bytes);
+void CountReceivedPacket(std::uint32_t bytes);
+PacketCounters ReadPacketCounters();
+
+}  // namespace tarvik

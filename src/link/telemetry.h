@@ -1,0 +1,10 @@
+#pragma once
+
+#include "link/packet.h"
+
+namespace tarvik {
+
+// Logs and traces a TELE packet; the caller frees it.
+void HandleTelemetryPacket(const Packet& packet);
+
+}  // namespace tarvik

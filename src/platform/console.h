@@ -1,0 +1,17 @@
+#pragma once
+
+namespace tarvik {
+
+enum class ConsoleResult : unsigned char {
+    kAlreadyThere,  // the process has a console window; nothing was changed
+    kAttached,      // the parent's console, or a new one; the standard streams are on it
+    kNone,          // neither could be had
+};
+
+// Gives the process a console: attach to the parent's, else create one; standard streams are
+// reopened on it, both output streams unbuffered, escape sequences enabled. On Linux the console
+// is the process's own standard output: the streams stay as they are, and only the first call
+// counts as attaching.
+ConsoleResult OsAttachConsole();
+
+}  // namespace tarvik

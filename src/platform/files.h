@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace tarvik {
+
+inline constexpr std::size_t kMaxPath = 260;  // with the NUL
+
+// The temporary folder with its trailing separator. The length the system reports, which may
+// exceed the capacity (nothing usable was written then); 0: the call failed.
+std::uint32_t OsTempPath(char* path, std::uint32_t capacity);
+// What stands in for it when there is none ("C:\temp\" / "/tmp/").
+const char* OsFallbackTempPath();
+
+// The per-user folder for application data, without trailing separator. False: unknown.
+bool OsUserDataFolder(char* path, std::size_t capacity);
+// The folder of the file that contains this library, without trailing separator.
+bool OsLibraryFolder(char* path, std::size_t capacity);
+// '\\' or '/'.
+extern const char kPathSeparator;
+
+bool OsFileExists(const char* path);
+// Opens an existing file for writing as a test, shared for reading and writing, and closes it.
+bool OsFileWritable(const char* path);
+// Creates a folder; an existing one is success.
+bool OsCreateFolder(const char* path);
+
+// Append-only file for the trace.
+struct OsAppendFile;
+enum class CreateFileResult : std::uint8_t { kCreated, kExists, kFailed };
+// Creates the file, never opens an existing one; shared for reading and writing.
+CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file);
+std::uint64_t OsAppendFileSize(OsAppendFile* file);
+// Reads up to `size` bytes at `offset`; the number read.
+std::size_t OsAppendFileReadAt(OsAppendFile* file, std::uint64_t offset, void* data,
+                               std::size_t size);
+bool OsAppendFileTruncate(OsAppendFile* file, std::uint64_t size);  // and continue at its end
+bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size);
+void OsAppendFileFlush(OsAppendFile* file);  // to disk
+void OsAppendFileClose(OsAppendFile* file);
+
+// fopen that reads the path as the rest of this header does, and whose descriptor is not
+// inherited by child processes.
+std::FILE* OsOpenStream(const char* path, const char* mode);
+
+}  // namespace tarvik

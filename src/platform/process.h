@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tarvik {
+
+std::uint32_t OsProcessId();
+bool OsDebuggerPresent();
+void OsDebugBreak();
+[[noreturn]] void OsExitProcess(int code);  // at once: no destructors, no unload notices
+
+// The platform's debugger output: OutputDebugString / syslog at debug level.
+void OsDebugOutput(const char* text);
+// Modal, no owner window, error icon / one block of text on standard error.
+void OsMessageBox(const char* text, const char* caption);
+
+// Copies the variable's value with its NUL; false when it is not set, or longer than the buffer
+// holds (nothing is written then).
+bool OsEnvironment(const char* name, char* value, std::uint32_t capacity);
+
+struct CalendarTime {
+    int year, month, day, hour, minute, second;  // month 1 to 12
+};
+// Local calendar time of this second. `second_id` changes exactly when the result would.
+CalendarTime OsLocalTime();
+std::int64_t OsCalendarSecond();  // seconds since an epoch; cheap
+
+}  // namespace tarvik

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tarvik {
+
+struct OsSemaphore;
+
+OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum);  // null: refused
+bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms);  // -1: no limit
+bool OsSemaphoreRelease(OsSemaphore* semaphore);  // false: it already stood at its maximum
+void OsSemaphoreClose(OsSemaphore* semaphore);
+
+}  // namespace tarvik

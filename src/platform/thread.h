@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+
+namespace tarvik {
+
+struct OsThread;
+
+using OsThreadEntry = void (*)(void* argument);
+
+// Starts a thread and gives it a description (shown by debuggers; cut to what the system takes).
+// Null: the system refused; OsLastError() tells why.
+OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description);
+// True: the thread has ended. -1 waits without limit. May be called again after false.
+bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms);
+// Last resort, after a join timed out: the thread ends without running to its end. Whatever it
+// held stays held. Where the system can only ask (POSIX cancellation), a thread that never
+// reaches a cancellation point goes on running; OsThreadJoin tells.
+void OsThreadTerminate(OsThread* thread);
+// Gives up the handle. A thread still running goes on by itself.
+void OsThreadClose(OsThread* thread);
+bool OsThreadIsCurrent(const OsThread* thread);
+void* OsThreadHandle(const OsThread* thread);  // for log lines
+
+// The calling thread's id as the system numbers it.
+std::uint32_t OsCurrentThreadId();
+// The calling thread's last system error (GetLastError / errno).
+std::int32_t OsLastError();
+void OsSetLastError(std::int32_t error);
+
+}  // namespace tarvik
