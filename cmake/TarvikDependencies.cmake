@@ -1,0 +1,55 @@
+# Libraries of others, found where scripts/setup.sh put them.
+#
+#   tarvik::json_c          configuration file
+#   tarvik::mbedcrypto      cloud secure channel
+#   tarvik::cli11           command-line client
+#   tarvik::nlohmann_json   simulator and tests
+#   tarvik::gtest, tarvik::gtest_main
+
+find_package(Threads REQUIRED)
+
+if(WIN32)
+    set(TARVIK_DEPS_DIR "${PROJECT_SOURCE_DIR}/build/deps/windows")
+else()
+    set(TARVIK_DEPS_DIR "${PROJECT_SOURCE_DIR}/build/deps/linux")
+endif()
+
+# A static library that setup.sh built, with its headers as system headers.
+function(tarvik_import_static name archive)
+    if(NOT EXISTS "${TARVIK_DEPS_DIR}/lib/${archive}")
+        message(STATUS "${TARVIK_DEPS_DIR}/lib/${archive} is missing: run scripts/setup.sh")
+        return()
+    endif()
+    add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(tarvik::${name} PROPERTIES
+        IMPORTED_LOCATION "${TARVIK_DEPS_DIR}/lib/${archive}"
+        INTERFACE_INCLUDE_DIRECTORIES "${TARVIK_DEPS_DIR}/include")
+endfunction()
+
+# Headers only. Debian's stand in the compiler's own path on Linux; setup.sh links them into the
+# dependency folder for the cross compiler.
+function(tarvik_import_headers name)
+    add_library(tarvik::${name} INTERFACE IMPORTED GLOBAL)
+    if(WIN32)
+        target_include_directories(tarvik::${name} SYSTEM INTERFACE "${TARVIK_DEPS_DIR}/include")
+    endif()
+endfunction()
+
+tarvik_import_static(json_c libjson-c.a)
+tarvik_import_static(mbedcrypto libmbedcrypto.a)
+tarvik_import_headers(cli11)
+tarvik_import_headers(nlohmann_json)
+
+if(WIN32)
+    tarvik_import_static(gtest libgtest.a)
+    tarvik_import_static(gmock libgmock.a)
+    tarvik_import_static(gtest_main libgmock_main.a)
+    if(TARGET tarvik::gtest_main)
+        set_target_properties(tarvik::gtest_main PROPERTIES
+            INTERFACE_LINK_LIBRARIES "tarvik::gmock;tarvik::gtest;Threads::Threads")
+    endif()
+elseif(NOT TARVIK_SANITIZER STREQUAL "fuzzer")
+    find_package(GTest REQUIRED)
+    add_library(tarvik::gtest ALIAS GTest::gmock)
+    add_library(tarvik::gtest_main ALIAS GTest::gmock_main)
+endif()

@@ -1,0 +1,36 @@
+# The product: the shared library made of the whole core, exporting the names of exports.txt.
+
+file(STRINGS "${PROJECT_SOURCE_DIR}/cmake/exports.txt" exports)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.txt")
+
+add_library(tarvik_dpdu SHARED)
+set_target_properties(tarvik_dpdu PROPERTIES
+    OUTPUT_NAME tarvik_dpdu_x64
+    LINKER_LANGUAGE CXX)
+target_link_libraries(tarvik_dpdu PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,tarvik_dpdu_core>")
+
+if(WIN32)
+    list(JOIN exports "\n    " export_lines)
+    set(definition "${CMAKE_CURRENT_BINARY_DIR}/tarvik_dpdu.def")
+    file(CONFIGURE OUTPUT "${definition}" CONTENT "EXPORTS\n    @export_lines@\n" @ONLY)
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in"
+        "${CMAKE_CURRENT_BINARY_DIR}/version.rc" @ONLY)
+    target_sources(tarvik_dpdu PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/version.rc" "${definition}")
+    set_target_properties(tarvik_dpdu PROPERTIES PREFIX "")
+    target_link_options(tarvik_dpdu PRIVATE -Wl,--no-insert-timestamp)
+else()
+    list(JOIN exports ";\n        " export_lines)
+    set(script "${CMAKE_CURRENT_BINARY_DIR}/tarvik_dpdu.map")
+    file(CONFIGURE OUTPUT "${script}"
+        CONTENT "{\n    global:\n        @export_lines@;\n    local: *;\n};\n" @ONLY)
+    set_target_properties(tarvik_dpdu PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        LINK_DEPENDS "${script}")
+    # Calls inside the library stay inside, even when another D-PDU library is loaded beside it.
+    target_link_options(tarvik_dpdu PRIVATE
+        "-Wl,--version-script=${script}" -Wl,-Bsymbolic -Wl,-z,relro,-z,now)
+    if(TARVIK_SANITIZER STREQUAL "")
+        target_link_options(tarvik_dpdu PRIVATE -Wl,--no-undefined)
+    endif()
+endif()

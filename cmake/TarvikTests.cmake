@@ -1,0 +1,117 @@
+# Registration of tests. Every test program writes its results as XML below
+# <build folder>/results, from which scripts/test.sh counts test cases.
+
+include(GoogleTest)
+
+set(TARVIK_RESULTS_DIR "${CMAKE_BINARY_DIR}/results")
+
+# Simulator, launchers and mocked devices are Linux programs; a Windows build uses those of the
+# Linux release build.
+if(WIN32)
+    set(TARVIK_HOST_TOOLS_DIR "${PROJECT_SOURCE_DIR}/build/linux-release")
+else()
+    set(TARVIK_HOST_TOOLS_DIR "${CMAKE_BINARY_DIR}")
+endif()
+
+set(TARVIK_TEST_ENVIRONMENT
+    "ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1"
+    "UBSAN_OPTIONS=print_stacktrace=1"
+    "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+
+# One ctest test for the whole program: under Wine each start costs seconds, and a conformance
+# program starts its simulator once.
+function(_tarvik_add_whole_program name labels timeout)
+    cmake_parse_arguments(ARG "" "" "LAUNCHER;ENVIRONMENT" ${ARGN})
+    if(ARG_LAUNCHER)
+        add_test(NAME ${name}
+            COMMAND ${ARG_LAUNCHER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
+    else()
+        add_test(NAME ${name} COMMAND ${name})
+    endif()
+    set_tests_properties(${name} PROPERTIES
+        LABELS "${labels}"
+        TIMEOUT ${timeout}
+        ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;${ARG_ENVIRONMENT}")
+endfunction()
+
+# tarvik_add_unit_test(NAME SOURCES file... [LIBRARIES lib...] [TIMEOUT seconds] [SLOW])
+# Tests of internals: linked with the whole of src/. On Linux each case is a ctest test of its own.
+function(tarvik_add_unit_test name)
+    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+    set(labels unit)
+    if(ARG_SLOW)
+        list(APPEND labels slow)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+
+    add_executable(${name} ${ARG_SOURCES})
+    tarvik_target_defaults(${name})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
+    set_target_properties(${name} PROPERTIES
+        RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
+
+    if(WIN32)
+        _tarvik_add_whole_program(${name} "${labels}" 600)
+        return()
+    endif()
+    gtest_discover_tests(${name}
+        TEST_PREFIX "${name}."
+        DISCOVERY_TIMEOUT 60
+        XML_OUTPUT_DIR "${TARVIK_RESULTS_DIR}/"
+        PROPERTIES LABELS "${labels}" TIMEOUT ${ARG_TIMEOUT}
+            ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT}")
+endfunction()
+
+# tarvik_add_conformance_test(NAME SOURCES file... [LIBRARIES lib...] [LAUNCHER command...]
+#                             [TIMEOUT seconds] [SLOW])
+# Tests of the shared library from outside. They find it by TARVIK_DPDU_LIBRARY and the simulator
+# by TARVIK_DPDU_SIMULATOR in their environment. LAUNCHER is put before the program.
+function(tarvik_add_conformance_test name)
+    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES;LAUNCHER" ${ARGN})
+    set(labels conformance)
+    if(ARG_SLOW)
+        list(APPEND labels slow)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 600)
+    endif()
+
+    add_executable(${name} ${ARG_SOURCES})
+    tarvik_target_defaults(${name})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE
+        ${ARG_LIBRARIES} tarvik::gtest_main Threads::Threads ${CMAKE_DL_LIBS})
+    set_target_properties(${name} PROPERTIES
+        RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/conformance")
+    add_dependencies(${name} tarvik_dpdu)
+
+    _tarvik_add_whole_program(${name} "${labels}" ${ARG_TIMEOUT}
+        LAUNCHER ${ARG_LAUNCHER}
+        ENVIRONMENT
+            "TARVIK_DPDU_LIBRARY=$<TARGET_FILE:tarvik_dpdu>"
+            "TARVIK_DPDU_SIMULATOR=${TARVIK_HOST_TOOLS_DIR}/brennix-sim")
+endfunction()
+
+# tarvik_add_fuzz_target(NAME SOURCES file... [DICTIONARY file] [CORPUS folder])
+# scripts/fuzz.sh runs every program of <build folder>/tests/fuzz, with NAME.dict and the folder
+# NAME.corpus beside it.
+function(tarvik_add_fuzz_target name)
+    cmake_parse_arguments(ARG "" "DICTIONARY;CORPUS" "SOURCES" ${ARGN})
+    set(folder "${CMAKE_BINARY_DIR}/tests/fuzz")
+    add_executable(${name} ${ARG_SOURCES})
+    tarvik_target_defaults(${name})
+    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    target_link_libraries(${name} PRIVATE tarvik_dpdu_core)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${folder}")
+    if(ARG_DICTIONARY)
+        configure_file("${ARG_DICTIONARY}" "${folder}/${name}.dict" COPYONLY)
+    endif()
+    if(ARG_CORPUS)
+        file(GLOB seeds CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${ARG_CORPUS}/*")
+        file(COPY ${seeds} DESTINATION "${folder}/${name}.corpus")
+    endif()
+endfunction()
