@@ -3,11 +3,13 @@
 file(STRINGS "${PROJECT_SOURCE_DIR}/cmake/exports.txt" exports)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.txt")
 
-add_library(tarvik_dpdu SHARED)
+# The objects themselves, since a linker takes only what is asked for from an archive; the archive
+# is named as well for the libraries that it brings along.
+add_library(tarvik_dpdu SHARED $<TARGET_OBJECTS:tarvik_dpdu_core>)
 set_target_properties(tarvik_dpdu PROPERTIES
     OUTPUT_NAME tarvik_dpdu_x64
     LINKER_LANGUAGE CXX)
-target_link_libraries(tarvik_dpdu PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,tarvik_dpdu_core>")
+target_link_libraries(tarvik_dpdu PRIVATE tarvik_dpdu_core)
 
 if(WIN32)
     list(JOIN exports "\n    " export_lines)
