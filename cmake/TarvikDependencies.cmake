@@ -17,8 +17,7 @@ endif()
 # A static library that setup.sh built, with its headers as system headers.
 function(tarvik_import_static name archive)
     if(NOT EXISTS "${TARVIK_DEPS_DIR}/lib/${archive}")
-        message(STATUS "${TARVIK_DEPS_DIR}/lib/${archive} is missing: run scripts/setup.sh")
-        return()
+        message(FATAL_ERROR "${TARVIK_DEPS_DIR}/lib/${archive} is missing: run scripts/setup.sh")
     endif()
     add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
     set_target_properties(tarvik::${name} PROPERTIES
@@ -44,10 +43,8 @@ if(WIN32)
     tarvik_import_static(gtest libgtest.a)
     tarvik_import_static(gmock libgmock.a)
     tarvik_import_static(gtest_main libgmock_main.a)
-    if(TARGET tarvik::gtest_main)
-        set_target_properties(tarvik::gtest_main PROPERTIES
-            INTERFACE_LINK_LIBRARIES "tarvik::gmock;tarvik::gtest;Threads::Threads")
-    endif()
+    set_target_properties(tarvik::gtest_main PROPERTIES
+        INTERFACE_LINK_LIBRARIES "tarvik::gmock;tarvik::gtest;Threads::Threads")
 elseif(NOT TARVIK_SANITIZER STREQUAL "fuzzer")
     find_package(GTest REQUIRED)
     add_library(tarvik::gtest ALIAS GTest::gmock)

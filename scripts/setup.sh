@@ -1,0 +1,210 @@
+#!/bin/bash
+# Installs what is missing and builds the libraries that Debian does not offer in the form needed.
+# Quick when nothing is missing, so the make targets call it every time.
+#
+#   scripts/setup.sh [linux] [windows] [fuzz] [lint]      (default: linux windows)
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+deps=$root/build/deps
+logs=$root/build/logs
+export LC_ALL=C DEBIAN_FRONTEND=noninteractive
+
+# Raised whenever a recipe below changes, so that cached libraries are built again.
+recipe=1
+
+linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
+    libudev-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
+    libgtest-dev libgmock-dev libbenchmark-dev"
+linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run"
+windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
+    libcli11-dev nlohmann-json3-dev"
+windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver"
+fuzz_packages="clang libclang-rt-14-dev"
+fuzz_tools="clang clang++"
+lint_packages="clang-format clang-tidy git"
+lint_tools="clang-format clang-tidy git"
+
+say() { echo "setup: $*"; }
+
+fail() {
+    echo "setup: $*" >&2
+    exit 1
+}
+
+is_installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# Runs a command with its output in a log; a failure is one line that names the log.
+logged() {
+    local log=$logs/$1.log what=$2
+    shift 2
+    "$@" >"$log" 2>&1 </dev/null || fail "$what failed; see $log"
+}
+
+install_packages() {
+    local missing=() package as_root=()
+    command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+        fail "apt-get is missing: this set-up is for Debian 12; install these packages' contents yourself:" $*
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+
+    if [ "$(id -u)" != 0 ]; then
+        command -v sudo >/dev/null ||
+            fail "packages are missing and neither root nor sudo is at hand; as root: apt-get install ${missing[*]}"
+        as_root=(sudo env DEBIAN_FRONTEND=noninteractive)
+    fi
+    say "installing ${#missing[@]} Debian packages: ${missing[*]}"
+    logged apt-update "apt-get update" "${as_root[@]}" apt-get update
+    logged apt-install "installing ${missing[*]}" \
+        "${as_root[@]}" apt-get install --yes --no-install-recommends "${missing[@]}"
+}
+
+require_tools() {
+    local tool
+    for tool in "$@"; do
+        command -v "$tool" >/dev/null ||
+            fail "the program '$tool' is not on the PATH though its Debian package is installed; put its folder on the PATH or reinstall the package"
+    done
+}
+
+# The machine's own package lists stay as they are: the source packages are looked up in lists of
+# our own, made from the Debian mirrors that the machine already uses.
+apt_private() {
+    apt-get -o Dir::Etc::sourcelist="$deps/source/sources.list" -o Dir::Etc::sourceparts=- \
+        -o Dir::State::lists="$deps/source/lists" -o Dir::Cache::pkgcache= \
+        -o Dir::Cache::srcpkgcache= -o APT::Sandbox::User=root "$@"
+}
+
+write_source_list() {
+    [ -z "${source_list_ready:-}" ] || return 0
+    local keyring=/usr/share/keyrings/debian-archive-keyring.gpg option="" as_root=()
+    [ ! -r $keyring ] || option="[signed-by=$keyring] "
+    mirrors() {
+        apt-get indextargets --format '$(REPO_URI) $(RELEASE) $(COMPONENT) $(ORIGIN)' \
+            'Created-By: Packages' | awk '$3 == "main" && $4 == "Debian" {print $1, $2}' | sort -u
+    }
+    if [ -z "$(mirrors)" ]; then
+        [ "$(id -u)" = 0 ] || as_root=(sudo)
+        logged apt-update "apt-get update" "${as_root[@]}" apt-get update
+    fi
+    mkdir -p "$deps/source/lists/partial"
+    mirrors | while read -r uri release; do
+        echo "deb-src $option$uri $release main"
+    done >"$deps/source/sources.list"
+    [ -s "$deps/source/sources.list" ] ||
+        fail "no Debian mirror is configured for apt, so the source packages of json-c and mbedTLS cannot be fetched; add one to /etc/apt/sources.list"
+    logged apt-update-sources "reading the source package lists" apt_private update
+    source_list_ready=1
+}
+
+# fetch_source PACKAGE UPSTREAM-VERSION: leaves the patched source in $deps/source/PACKAGE.
+fetch_source() {
+    local package=$1 version=$2 folder
+    [ ! -d "$deps/source/$package" ] || return 0
+    write_source_list
+    say "fetching the Debian source package $package"
+    rm -rf "$deps/source/$package.new"
+    mkdir -p "$deps/source/$package.new"
+    download() (cd "$deps/source/$package.new" && apt_private source "$package")
+    logged "source-$package" "fetching the Debian source package $package" download
+    folder=$(find "$deps/source/$package.new" -mindepth 1 -maxdepth 1 -type d)
+    case ${folder##*/} in
+        "$package-$version"*) mv "$folder" "$deps/source/$package" ;;
+        *) fail "$package $version is needed, but this machine's Debian release offers ${folder##*/}; use Debian 12" ;;
+    esac
+    rm -rf "$deps/source/$package.new"
+}
+
+# build_library SYSTEM NAME SOURCE-FOLDER cmake-option...: installs below $deps/SYSTEM.
+build_library() {
+    local system=$1 name=$2 source=$3 tools=()
+    shift 3
+    [ "$system" != windows ] || tools=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake")
+    say "building $name for $system"
+    rm -rf "$deps/build/$system-$name"
+    logged "$system-$name-configure" "configuring $name for $system" \
+        cmake -S "$source" -B "$deps/build/$system-$name" -G Ninja "${tools[@]}" \
+        -DCMAKE_BUILD_TYPE=Release -DCMAKE_POSITION_INDEPENDENT_CODE=ON \
+        -DCMAKE_C_VISIBILITY_PRESET=hidden -DBUILD_SHARED_LIBS=OFF \
+        -DCMAKE_INSTALL_PREFIX="$deps/$system" -DCMAKE_INSTALL_LIBDIR=lib -Wno-dev "$@"
+    logged "$system-$name-build" "building $name for $system" cmake --build "$deps/build/$system-$name"
+    logged "$system-$name-install" "installing $name for $system" \
+        cmake --install "$deps/build/$system-$name"
+    rm -rf "$deps/build/$system-$name"
+}
+
+build_json_c() {
+    fetch_source json-c 0.16
+    build_library "$1" json-c "$deps/source/json-c" \
+        -DBUILD_STATIC_LIBS=ON -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON \
+        -DDISABLE_EXTRA_LIBS=ON
+}
+
+# Debian's own binary cannot be given an allocator, which the cloud channel needs.
+build_mbedtls() {
+    fetch_source mbedtls 2.28
+    sed -i 's|^//#define MBEDTLS_PLATFORM_MEMORY$|#define MBEDTLS_PLATFORM_MEMORY|' \
+        "$deps/source/mbedtls/include/mbedtls/config.h"
+    grep -q '^#define MBEDTLS_PLATFORM_MEMORY$' "$deps/source/mbedtls/include/mbedtls/config.h" ||
+        fail "mbedTLS's config.h does not offer MBEDTLS_PLATFORM_MEMORY; use Debian 12"
+    build_library "$1" mbedtls "$deps/source/mbedtls" \
+        -DENABLE_PROGRAMS=OFF -DENABLE_TESTING=OFF -DUSE_STATIC_MBEDTLS_LIBRARY=ON \
+        -DUSE_SHARED_MBEDTLS_LIBRARY=OFF -DMBEDTLS_FATAL_WARNINGS=OFF -DINSTALL_MBEDTLS_HEADERS=ON
+}
+
+build_googletest() {
+    build_library windows googletest /usr/src/googletest
+}
+
+# Headers alone need no building, only a place where the cross compiler may look.
+link_headers() {
+    mkdir -p "$deps/windows/include"
+    ln -sfn /usr/include/CLI "$deps/windows/include/CLI"
+    ln -sfn /usr/include/nlohmann "$deps/windows/include/nlohmann"
+}
+
+# ensure SYSTEM NAME COMPILER BUILD-COMMAND...: builds unless the stamp says it is there already.
+ensure() {
+    local system=$1 name=$2 stamp=$deps/$1/$2.stamp key
+    key="recipe $recipe, $3 $("$3" -dumpfullversion)"
+    shift 3
+    [ "$(cat "$stamp" 2>/dev/null)" != "$key" ] || return 0
+    "$@"
+    echo "$key" >"$stamp"
+}
+
+groups=${*:-linux windows}
+packages="" tools=""
+for group in $groups; do
+    case $group in
+        linux) packages+=" $linux_packages" tools+=" $linux_tools" ;;
+        windows) packages+=" $linux_packages $windows_packages" tools+=" $linux_tools $windows_tools" ;;
+        fuzz) packages+=" $linux_packages $fuzz_packages" tools+=" $linux_tools $fuzz_tools" ;;
+        lint) packages+=" $linux_packages $lint_packages" tools+=" $linux_tools $lint_tools" ;;
+        *) fail "unknown group '$group'; known: linux windows fuzz lint" ;;
+    esac
+done
+
+mkdir -p "$deps" "$logs"
+install_packages $packages
+require_tools $tools
+
+# One set-up at a time: two would build into the same folders.
+exec 9>"$deps/.lock"
+flock 9
+
+ensure linux json-c gcc build_json_c linux
+ensure linux mbedtls gcc build_mbedtls linux
+case " $groups " in
+    *" windows "*)
+        cross=x86_64-w64-mingw32-g++-posix
+        ensure windows json-c $cross build_json_c windows
+        ensure windows mbedtls $cross build_mbedtls windows
+        ensure windows googletest $cross build_googletest
+        link_headers
+        ;;
+esac
