@@ -1,0 +1,48 @@
+#include "platform/lock.h"
+
+#include <new>
+
+#include "platform/posix/monitor.h"
+
+namespace tarvik {
+
+static pthread_mutex_t* Mutex(std::byte* storage) {
+    static_assert(sizeof(pthread_mutex_t) <= 64);
+    return std::launder(reinterpret_cast<pthread_mutex_t*>(storage));
+}
+
+static pthread_cond_t* Condition(std::byte* storage) {
+    static_assert(sizeof(pthread_cond_t) <= 64);
+    return std::launder(reinterpret_cast<pthread_cond_t*>(storage));
+}
+
+OsLock::OsLock() {
+    auto* mutex = ::new (static_cast<void*>(storage_)) pthread_mutex_t;
+    pthread_mutexattr_t attributes;
+    ::pthread_mutexattr_init(&attributes);
+    ::pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    ::pthread_mutex_init(mutex, &attributes);
+    ::pthread_mutexattr_destroy(&attributes);
+}
+
+OsLock::~OsLock() { ::pthread_mutex_destroy(Mutex(storage_)); }
+
+void OsLock::Enter() { ::pthread_mutex_lock(Mutex(storage_)); }
+
+void OsLock::Leave() { ::pthread_mutex_unlock(Mutex(storage_)); }
+
+OsCondition::OsCondition() {
+    InitMonotonicCondition(::new (static_cast<void*>(storage_)) pthread_cond_t);
+}
+
+OsCondition::~OsCondition() { ::pthread_cond_destroy(Condition(storage_)); }
+
+bool OsCondition::Wait(OsLock& lock, std::int32_t timeout_ms) {
+    return Deadline(timeout_ms).Sleep(Condition(storage_), Mutex(lock.storage_));
+}
+
+void OsCondition::WakeOne() { ::pthread_cond_signal(Condition(storage_)); }
+
+void OsCondition::WakeAll() { ::pthread_cond_broadcast(Condition(storage_)); }
+
+}  // namespace tarvik

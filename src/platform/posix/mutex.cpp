@@ -1,0 +1,180 @@
+#include "platform/mutex.h"
+
+#include <atomic>
+#include <new>
+
+#include "platform/posix/monitor.h"
+
+// A thread's held mutexes form a list whose end is a key with a destructor, so that a thread
+// which ends while it owns one leaves it abandoned, as the kernel mutexes of the other system do.
+// (thread_local objects with destructors would keep the library from being unloaded.)
+namespace tarvik {
+
+// What a thread holds. Lives from the thread's first acquisition to its end.
+struct HeldMutexes {
+    OsMutex* first;  // guarded by held_lists
+};
+
+struct OsMutex {
+    Monitor monitor;
+    HeldMutexes* owner = nullptr;  // the fields below: guarded by monitor
+    std::uint32_t depth = 0;
+    bool abandoned = false;
+    OsMutex* previous = nullptr;  // the links: guarded by held_lists
+    OsMutex* next = nullptr;
+    HeldMutexes* listed_by = nullptr;
+};
+
+// Guards the lists of all threads: a mutex may be closed by a thread that does not own it.
+// Comes before a mutex's monitor.
+static pthread_mutex_t held_lists = PTHREAD_MUTEX_INITIALIZER;
+static pthread_once_t key_once = PTHREAD_ONCE_INIT;
+static pthread_key_t held_key;
+static std::atomic<bool> key_alive{false};
+
+namespace {
+class HeldListsGuard {
+public:
+    HeldListsGuard() { ::pthread_mutex_lock(&held_lists); }
+    ~HeldListsGuard() { ::pthread_mutex_unlock(&held_lists); }
+    HeldListsGuard(const HeldListsGuard&) = delete;
+    HeldListsGuard& operator=(const HeldListsGuard&) = delete;
+};
+}  // namespace
+
+static void Link(OsMutex* mutex, HeldMutexes* held) {
+    const HeldListsGuard guard;
+    mutex->listed_by = held;
+    mutex->previous = nullptr;
+    mutex->next = held->first;
+    if (held->first != nullptr) held->first->previous = mutex;
+    held->first = mutex;
+}
+
+// held_lists is held. Does nothing for a mutex that is in no list.
+static void UnlinkLocked(OsMutex* mutex) {
+    if (mutex->listed_by == nullptr) return;
+    if (mutex->previous != nullptr) {
+        mutex->previous->next = mutex->next;
+    } else {
+        mutex->listed_by->first = mutex->next;
+    }
+    if (mutex->next != nullptr) mutex->next->previous = mutex->previous;
+    mutex->listed_by = nullptr;
+    mutex->previous = mutex->next = nullptr;
+}
+
+static void Abandon(OsMutex* mutex) {
+    const MonitorGuard guard(mutex->monitor);
+    mutex->owner = nullptr;
+    mutex->depth = 0;
+    mutex->abandoned = true;
+    mutex->monitor.WakeOne();
+}
+
+// The thread ends. The lists stay guarded throughout, so that no mutex can be closed between
+// leaving the list and being abandoned.
+static void AbandonAll(void* value) {
+    auto* held = static_cast<HeldMutexes*>(value);
+    {
+        const HeldListsGuard guard;
+        while (OsMutex* mutex = held->first) {
+            UnlinkLocked(mutex);
+            Abandon(mutex);
+        }
+    }
+    delete held;
+}
+
+static void CreateKey() {
+    if (::pthread_key_create(&held_key, &AbandonAll) == 0) key_alive.store(true);
+}
+
+// At unload: the system must not call AbandonAll any more.
+__attribute__((destructor)) static void DeleteKey() {
+    if (key_alive.exchange(false)) ::pthread_key_delete(held_key);
+}
+
+// Null once the library is being unloaded, or when memory is out.
+static HeldMutexes* HeldByThisThread() {
+    if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
+    auto* held = static_cast<HeldMutexes*>(::pthread_getspecific(held_key));
+    if (held != nullptr) return held;
+    held = new (std::nothrow) HeldMutexes{nullptr};
+    if (held != nullptr && ::pthread_setspecific(held_key, held) != 0) {
+        delete held;
+        return nullptr;
+    }
+    return held;
+}
+
+OsMutex* OsMutexCreate() {
+    ::pthread_once(&key_once, &CreateKey);
+    if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
+    return new (std::nothrow) OsMutex;
+}
+
+// The monitor is held; the mutex is free, or waited for until it is.
+static MutexWait Acquire(OsMutex* mutex, HeldMutexes* self, MonitorGuard& guard,
+                         std::int32_t timeout_ms) {
+    const Deadline deadline(timeout_ms);
+    while (mutex->depth != 0) {
+        if (timeout_ms == 0) return MutexWait::kTimeout;
+        if (!guard.Sleep(deadline) && mutex->depth != 0) return MutexWait::kTimeout;
+    }
+    mutex->owner = self;
+    mutex->depth = 1;
+    const bool abandoned = mutex->abandoned;
+    mutex->abandoned = false;
+    return abandoned ? MutexWait::kAbandoned : MutexWait::kAcquired;
+}
+
+MutexWait OsMutexLock(OsMutex* mutex, std::int32_t timeout_ms) {
+    HeldMutexes* self = HeldByThisThread();
+    if (self == nullptr) return MutexWait::kTimeout;
+    MutexWait outcome = MutexWait::kAcquired;
+    {
+        MonitorGuard guard(mutex->monitor);
+        if (mutex->owner == self) {
+            ++mutex->depth;
+            return MutexWait::kAcquired;
+        }
+        outcome = Acquire(mutex, self, guard, timeout_ms);
+    }
+    if (outcome != MutexWait::kTimeout) Link(mutex, self);
+    return outcome;
+}
+
+void OsMutexUnlock(OsMutex* mutex) {
+    HeldMutexes* self = HeldByThisThread();
+    {
+        const MonitorGuard guard(mutex->monitor);
+        if (self == nullptr || mutex->owner != self) return;
+        if (mutex->depth > 1) {
+            --mutex->depth;
+            return;
+        }
+    }
+    // Only the owner gets here, so the mutex cannot change hands before it is out of the list.
+    {
+        const HeldListsGuard guard;
+        UnlinkLocked(mutex);
+    }
+    const MonitorGuard guard(mutex->monitor);
+    mutex->owner = nullptr;
+    mutex->depth = 0;
+    mutex->monitor.WakeOne();
+}
+
+void OsMutexClose(OsMutex* mutex) {
+    if (mutex == nullptr) return;
+    {
+        const HeldListsGuard guard;
+        UnlinkLocked(mutex);
+    }
+    delete mutex;
+}
+
+void* OsMutexHandle(const OsMutex* mutex) { return const_cast<OsMutex*>(mutex); }
+
+}  // namespace tarvik

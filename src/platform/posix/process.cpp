@@ -1,0 +1,58 @@
+#include "platform/process.h"
+
+#include <signal.h>
+#include <syslog.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tarvik {
+
+std::uint32_t OsProcessId() { return static_cast<std::uint32_t>(::getpid()); }
+
+bool OsDebuggerPresent() {
+    std::FILE* status = std::fopen("/proc/self/status", "re");
+    if (status == nullptr) return false;
+    char line[256];
+    long tracer = 0;
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::strncmp(line, "TracerPid:", 10) == 0) tracer = std::strtol(line + 10, nullptr, 10);
+    }
+    std::fclose(status);
+    return tracer != 0;
+}
+
+void OsDebugBreak() { ::raise(SIGTRAP); }
+
+void OsExitProcess(int code) { ::_exit(code); }
+
+void OsDebugOutput(const char* text) { ::syslog(LOG_USER | LOG_DEBUG, "%s", text); }
+
+void OsMessageBox(const char* text, const char* caption) {
+    std::fprintf(stderr, "%s\n%s\n", caption, text);
+    std::fflush(stderr);
+}
+
+bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {
+    const char* found = std::getenv(name);
+    if (found == nullptr) return false;
+    const std::size_t length = std::strlen(found);
+    if (length >= capacity) return false;
+    std::memcpy(value, found, length + 1);
+    return true;
+}
+
+CalendarTime OsLocalTime() {
+    const time_t now = ::time(nullptr);
+    tm local{};
+    ::localtime_r(&now, &local);
+    return {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+            local.tm_hour,        local.tm_min,     local.tm_sec};
+}
+
+std::int64_t OsCalendarSecond() { return ::time(nullptr); }
+
+}  // namespace tarvik

@@ -1,0 +1,45 @@
+#include "platform/semaphore.h"
+
+#include <new>
+
+#include "platform/posix/monitor.h"
+
+namespace tarvik {
+
+struct OsSemaphore {
+    Monitor monitor;
+    std::int32_t count;  // guarded by monitor
+    std::int32_t maximum;
+};
+
+OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
+    if (initial < 0 || maximum <= 0 || initial > maximum) return nullptr;
+    auto* semaphore = new (std::nothrow) OsSemaphore{};
+    if (semaphore == nullptr) return nullptr;
+    semaphore->count = initial;
+    semaphore->maximum = maximum;
+    return semaphore;
+}
+
+bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+    const Deadline deadline(timeout_ms);
+    MonitorGuard guard(semaphore->monitor);
+    while (semaphore->count == 0) {
+        if (timeout_ms == 0) return false;
+        if (!guard.Sleep(deadline) && semaphore->count == 0) return false;
+    }
+    --semaphore->count;
+    return true;
+}
+
+bool OsSemaphoreRelease(OsSemaphore* semaphore) {
+    const MonitorGuard guard(semaphore->monitor);
+    if (semaphore->count == semaphore->maximum) return false;
+    ++semaphore->count;
+    semaphore->monitor.WakeOne();
+    return true;
+}
+
+void OsSemaphoreClose(OsSemaphore* semaphore) { delete semaphore; }
+
+}  // namespace tarvik

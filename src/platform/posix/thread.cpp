@@ -1,0 +1,149 @@
+#include "platform/thread.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <new>
+
+#include "platform/posix/monitor.h"
+
+namespace tarvik {
+
+static constexpr std::size_t kNameSize = 16;  // what the kernel keeps, with the NUL
+
+// Shared by the thread and its handle; the last of the two deletes it.
+struct OsThread {
+    OsThreadEntry entry;
+    void* argument;
+    char name[kNameSize];
+    pthread_t id;
+    std::atomic<int> references;
+    mutable Monitor monitor;
+    bool ended;   // guarded by monitor; nothing of the library runs on the thread after this
+    bool joined;  // guarded by monitor; `id` means nothing any more
+};
+
+static void Release(OsThread* thread) {
+    if (thread->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete thread;
+}
+
+namespace {
+// Also runs when the thread is cancelled: cancellation unwinds the stack.
+struct EndNotice {
+    OsThread* thread;
+    ~EndNotice() {
+        {
+            const MonitorGuard guard(thread->monitor);
+            thread->ended = true;
+            thread->monitor.WakeAll();
+        }
+        Release(thread);
+    }
+};
+}  // namespace
+
+static void* Run(void* argument) {
+    auto* thread = static_cast<OsThread*>(argument);
+    const EndNotice notice{thread};
+    ::pthread_setname_np(::pthread_self(), thread->name);
+    thread->entry(thread->argument);
+    return nullptr;
+}
+
+// Signal handlers of the application belong on its own threads. Faults stay deliverable: blocked,
+// they would kill the process without asking the handler that reports them.
+static void FillThreadSignalMask(sigset_t* blocked) {
+    ::sigfillset(blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
+        ::sigdelset(blocked, fault);
+    }
+}
+
+static int CreateWithSignalsBlocked(OsThread* thread) {
+    sigset_t blocked;
+    sigset_t previous;
+    FillThreadSignalMask(&blocked);
+    ::pthread_sigmask(SIG_SETMASK, &blocked, &previous);
+    const int error = ::pthread_create(&thread->id, nullptr, &Run, thread);
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    return error;
+}
+
+OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
+    auto* thread = new (std::nothrow) OsThread{};
+    if (thread == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    thread->entry = entry;
+    thread->argument = argument;
+    std::strncpy(thread->name, description, kNameSize - 1);
+    thread->references.store(2, std::memory_order_relaxed);
+    const int error = CreateWithSignalsBlocked(thread);
+    if (error != 0) {
+        delete thread;
+        errno = error;
+        return nullptr;
+    }
+    return thread;
+}
+
+// Returns only when the thread is out of the library's code, so that the library may be unloaded.
+bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
+    const Deadline deadline(timeout_ms);
+    MonitorGuard guard(thread->monitor);
+    while (!thread->ended) {
+        if (timeout_ms == 0) return false;
+        if (!guard.Sleep(deadline) && !thread->ended) return false;
+    }
+    if (!thread->joined) {
+        ::pthread_join(thread->id, nullptr);
+        thread->joined = true;
+    }
+    return true;
+}
+
+// Cancellation acts when the thread next sleeps, waits or does input or output, and unwinds its
+// stack: guards of scopes release what they hold, and it must not meet a noexcept function or a
+// `catch (...)` that swallows it. A loop that calls nothing of the kind is never ended.
+void OsThreadTerminate(OsThread* thread) {
+    const MonitorGuard guard(thread->monitor);
+    if (!thread->ended) ::pthread_cancel(thread->id);
+}
+
+void OsThreadClose(OsThread* thread) {
+    if (thread == nullptr) return;
+    {
+        const MonitorGuard guard(thread->monitor);
+        if (thread->ended && !thread->joined) {
+            ::pthread_join(thread->id, nullptr);
+        } else if (!thread->joined) {
+            ::pthread_detach(thread->id);
+        }
+    }
+    Release(thread);
+}
+
+bool OsThreadIsCurrent(const OsThread* thread) {
+    if (thread == nullptr) return false;
+    // The id of a thread that was joined may belong to another one by now.
+    const MonitorGuard guard(thread->monitor);
+    return !thread->joined && ::pthread_equal(thread->id, ::pthread_self()) != 0;
+}
+
+void* OsThreadHandle(const OsThread* thread) { return reinterpret_cast<void*>(thread->id); }
+
+std::uint32_t OsCurrentThreadId() {
+    static thread_local std::uint32_t id = 0;
+    if (id == 0) id = static_cast<std::uint32_t>(::gettid());
+    return id;
+}
+
+std::int32_t OsLastError() { return errno; }
+
+void OsSetLastError(std::int32_t error) { errno = error; }
+
+}  // namespace tarvik

@@ -1,0 +1,34 @@
+#include "platform/console.h"
+
+#include <windows.h>
+
+#include <cstdio>
+
+namespace tarvik {
+
+static void ReopenStandardStreams() {
+    // A stream that cannot be reopened stays closed: there is nothing to print to then.
+    if (std::freopen("CONIN$", "r", stdin) == nullptr) std::clearerr(stdin);
+    if (std::freopen("CONOUT$", "w", stdout) != nullptr) std::setvbuf(stdout, nullptr, _IONBF, 0);
+    if (std::freopen("CONOUT$", "w", stderr) != nullptr) std::setvbuf(stderr, nullptr, _IONBF, 0);
+}
+
+// Escape sequences are understood, and a line feed also returns the carriage.
+static void EnableEscapeSequences() {
+    constexpr DWORD kVirtualTerminalProcessing = 0x4;
+    constexpr DWORD kDisableNewlineAutoReturn = 0x8;
+    const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    if (!::GetConsoleMode(output, &mode)) return;
+    ::SetConsoleMode(output, (mode | kVirtualTerminalProcessing) & ~kDisableNewlineAutoReturn);
+}
+
+ConsoleResult OsAttachConsole() {
+    if (::GetConsoleWindow() != nullptr) return ConsoleResult::kAlreadyThere;
+    if (!::AttachConsole(ATTACH_PARENT_PROCESS) && !::AllocConsole()) return ConsoleResult::kNone;
+    ReopenStandardStreams();
+    EnableEscapeSequences();
+    return ConsoleResult::kAttached;
+}
+
+}  // namespace tarvik

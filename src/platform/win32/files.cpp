@@ -1,0 +1,155 @@
+#include "platform/files.h"
+
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <shlobj.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <new>
+
+namespace tarvik {
+
+const char kPathSeparator = '\\';
+
+std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
+    return ::GetTempPathA(capacity, path);
+}
+
+const char* OsFallbackTempPath() { return "C:\\temp\\"; }
+
+// False: it does not fit.
+static bool CopyPath(char* path, std::size_t capacity, const char* from) {
+    const std::size_t length = std::strlen(from);
+    if (length >= capacity) return false;
+    std::memcpy(path, from, length + 1);
+    return true;
+}
+
+bool OsUserDataFolder(char* path, std::size_t capacity) {
+    char folder[MAX_PATH];
+    if (FAILED(::SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) {
+        return false;
+    }
+    return CopyPath(path, capacity, folder);
+}
+
+bool OsLibraryFolder(char* path, std::size_t capacity) {
+    HMODULE module = nullptr;
+    if (!::GetModuleHandleExA(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            reinterpret_cast<LPCSTR>(&OsLibraryFolder), &module)) {
+        return false;
+    }
+    char file[MAX_PATH];
+    const DWORD length = ::GetModuleFileNameA(module, file, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) return false;
+    char* separator = std::strrchr(file, '\\');
+    if (separator == nullptr) return false;
+    *separator = '\0';
+    return CopyPath(path, capacity, file);
+}
+
+bool OsFileExists(const char* path) {
+    const DWORD attributes = ::GetFileAttributesA(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
+}
+
+bool OsFileWritable(const char* path) {
+    const HANDLE file = ::CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    ::CloseHandle(file);
+    return true;
+}
+
+bool OsCreateFolder(const char* path) {
+    if (::CreateDirectoryA(path, nullptr)) return true;
+    const DWORD error = ::GetLastError();
+    return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
+}
+
+struct OsAppendFile {
+    HANDLE handle;
+};
+
+CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
+    const HANDLE handle =
+        ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                      nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE) {
+        const DWORD error = ::GetLastError();
+        return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS
+                   ? CreateFileResult::kExists
+                   : CreateFileResult::kFailed;
+    }
+    *file = new (std::nothrow) OsAppendFile{handle};
+    if (*file != nullptr) return CreateFileResult::kCreated;
+    ::CloseHandle(handle);
+    return CreateFileResult::kFailed;
+}
+
+static bool Seek(OsAppendFile* file, std::uint64_t offset, DWORD origin) {
+    LARGE_INTEGER distance;
+    distance.QuadPart = static_cast<LONGLONG>(offset);
+    return ::SetFilePointerEx(file->handle, distance, nullptr, origin) != 0;
+}
+
+std::uint64_t OsAppendFileSize(OsAppendFile* file) {
+    LARGE_INTEGER size;
+    return ::GetFileSizeEx(file->handle, &size) ? static_cast<std::uint64_t>(size.QuadPart) : 0;
+}
+
+std::size_t OsAppendFileReadAt(OsAppendFile* file, std::uint64_t offset, void* data,
+                               std::size_t size) {
+    DWORD got = 0;
+    if (!Seek(file, offset, FILE_BEGIN)) return 0;
+    if (!::ReadFile(file->handle, data, static_cast<DWORD>(size), &got, nullptr)) return 0;
+    return got;
+}
+
+bool OsAppendFileTruncate(OsAppendFile* file, std::uint64_t size) {
+    return Seek(file, size, FILE_BEGIN) && ::SetEndOfFile(file->handle) != 0;
+}
+
+bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size) {
+    DWORD put = 0;
+    return Seek(file, 0, FILE_END) &&
+           ::WriteFile(file->handle, data, static_cast<DWORD>(size), &put, nullptr) != 0 &&
+           put == size;
+}
+
+void OsAppendFileFlush(OsAppendFile* file) { ::FlushFileBuffers(file->handle); }
+
+void OsAppendFileClose(OsAppendFile* file) {
+    if (file == nullptr) return;
+    ::CloseHandle(file->handle);
+    delete file;
+}
+
+// The flags of _open that the mode string stands for.
+static int OpenFlags(const char* mode) {
+    const bool update = std::strchr(mode, '+') != nullptr;
+    int flags = _O_NOINHERIT | (std::strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
+    switch (*mode) {
+        case 'r':
+            return flags | (update ? _O_RDWR : _O_RDONLY);
+        case 'w':
+            return flags | _O_CREAT | _O_TRUNC | (update ? _O_RDWR : _O_WRONLY);
+        default:
+            return flags | _O_CREAT | _O_APPEND | (update ? _O_RDWR : _O_WRONLY);
+    }
+}
+
+std::FILE* OsOpenStream(const char* path, const char* mode) {
+    const int descriptor = ::_sopen(path, OpenFlags(mode), _SH_DENYNO, _S_IREAD | _S_IWRITE);
+    if (descriptor < 0) return nullptr;
+    std::FILE* stream = ::_fdopen(descriptor, mode);
+    if (stream == nullptr) ::_close(descriptor);
+    return stream;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,32 @@
+#include "platform/mutex.h"
+
+#include <windows.h>
+
+namespace tarvik {
+
+// The kernel's handle itself is the object: there is nothing to add to it.
+static HANDLE Handle(const OsMutex* mutex) { return const_cast<OsMutex*>(mutex); }
+
+OsMutex* OsMutexCreate() { return static_cast<OsMutex*>(::CreateMutexA(nullptr, FALSE, nullptr)); }
+
+MutexWait OsMutexLock(OsMutex* mutex, std::int32_t timeout_ms) {
+    const DWORD limit = timeout_ms < 0 ? INFINITE : static_cast<DWORD>(timeout_ms);
+    switch (::WaitForSingleObject(Handle(mutex), limit)) {
+        case WAIT_OBJECT_0:
+            return MutexWait::kAcquired;
+        case WAIT_ABANDONED:
+            return MutexWait::kAbandoned;
+        default:
+            return MutexWait::kTimeout;
+    }
+}
+
+void OsMutexUnlock(OsMutex* mutex) { ::ReleaseMutex(Handle(mutex)); }
+
+void OsMutexClose(OsMutex* mutex) {
+    if (mutex != nullptr) ::CloseHandle(Handle(mutex));
+}
+
+void* OsMutexHandle(const OsMutex* mutex) { return Handle(mutex); }
+
+}  // namespace tarvik

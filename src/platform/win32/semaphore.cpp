@@ -1,0 +1,26 @@
+#include "platform/semaphore.h"
+
+#include <windows.h>
+
+namespace tarvik {
+
+// The kernel's handle itself is the object: there is nothing to add to it.
+
+OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
+    return static_cast<OsSemaphore*>(::CreateSemaphoreA(nullptr, initial, maximum, nullptr));
+}
+
+bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+    const DWORD limit = timeout_ms < 0 ? INFINITE : static_cast<DWORD>(timeout_ms);
+    return ::WaitForSingleObject(semaphore, limit) == WAIT_OBJECT_0;
+}
+
+bool OsSemaphoreRelease(OsSemaphore* semaphore) {
+    return ::ReleaseSemaphore(semaphore, 1, nullptr) != 0;
+}
+
+void OsSemaphoreClose(OsSemaphore* semaphore) {
+    if (semaphore != nullptr) ::CloseHandle(semaphore);
+}
+
+}  // namespace tarvik
