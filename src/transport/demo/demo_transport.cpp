@@ -1,0 +1,207 @@
+// A dongle that lives inside the library. It identifies itself, and answers every communication
+// request with "the control unit did not answer in time".
+#include <atomic>
+#include <cstring>
+#include <utility>
+
+#include "link/packet.h"
+#include "link/packet_counters.h"
+#include "link/packet_queue.h"
+#include "platform/immortal.h"
+#include "platform/lock.h"
+#include "platform/thread.h"
+#include "platform/tick.h"
+#include "support/config.h"
+#include "support/log.h"
+#include "transport/transport.h"
+
+namespace tarvik {
+
+static constexpr std::uint32_t kDummyTransportId = 2;
+static constexpr std::int32_t kQueueWaitMs = 50;
+static constexpr std::uint32_t kLoginWaitMs = 50;
+
+static constexpr std::uint32_t kCreqSize = 32;
+static constexpr std::uint32_t kCreqReqIdOffset = 28;
+static constexpr std::uint32_t kCresSize = 20;
+static constexpr std::uint32_t kCresWaitTimeOffset = 8;
+static constexpr std::uint32_t kCresReqIdOffset = 16;
+static constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;
+
+struct DemoState {
+    std::atomic<bool> initialized{false};
+    std::atomic<bool> running{false};  // the thread runs while it is set
+    DeviceQueues queues;
+    OsLock session_lock;  // held while the thread is started and while it is awaited
+    OsThread* thread = nullptr;
+};
+static Immortal<DemoState> state;
+
+struct TextField {
+    std::size_t offset;
+    const char* text;
+};
+static constexpr TextField kLoginTexts[] = {
+    {12, "MACADD"},  // the MAC address, six letters
+    {32, "1.5.0.62-95aec0c"}, {64, "Demo Device, nonfunctional"},
+    {96, "17:24:06"},         {112, "Mar  2 2026"},
+};
+
+// Deliberate: the model id stays 0, which the module list does not accept. A scan names the demo
+// device and then ignores it.
+static PacketPtr MakeDemoLogin() {
+    PacketPtr login = MakePacket(kTypeLogn, kLoginSize);
+    if (!login) return login;
+    for (const TextField& field : kLoginTexts) {
+        std::memcpy(login->Bytes() + field.offset, field.text, std::strlen(field.text));
+    }
+    return login;
+}
+
+static PacketPtr MakeDemoResponse(std::uint32_t req_id) {
+    PacketPtr response = MakePacket(kTypeCres, kCresSize);
+    if (!response) return response;
+    response->SetU32(kCresWaitTimeOffset, kNoAnswerInTime);
+    response->SetU32(kCresReqIdOffset, req_id);
+    return response;
+}
+
+// Null: this packet gets no answer.
+static PacketPtr AnswerTo(const Packet& packet) {
+    static constexpr char kFunction[] = "DummyTxThreadFunc";
+    if (packet.type == kTypeIden) {
+        Log(kLogTrace, "[%s] Answering as demo device.", kFunction);
+        return MakeDemoLogin();
+    }
+    if (packet.type == kTypeCreq && packet.length >= kCreqSize) {
+        const std::uint32_t req_id = packet.U32(kCreqReqIdOffset);
+        Log(kLogTrace, "[%s] Received comm request #%u. respond with timeout.", kFunction, req_id);
+        return MakeDemoResponse(req_id);
+    }
+    return nullptr;
+}
+
+static void DummyTxThreadFunc(void*) {
+    while (state->running) {
+        const PacketPtr packet = TakePacket(&state->queues.tx, kQueueWaitMs);
+        if (!packet) continue;
+        if (PacketPtr answer = AnswerTo(*packet)) {
+            // Deliberate: past EnqueueReceivedPacket, so that the answer is neither tagged nor
+            // traced.
+            AppendPacket(&state->queues.rx, answer, kNoTag);
+        }
+        CountSentPacket(packet->length);
+    }
+}
+
+static void DummyInit() {
+    if (state->initialized) return;
+    DeviceQueues& queues = state->queues;
+    queues.available = true;
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for DummyQueues at 0x%p", __func__,
+        queues.device_lock.Address());
+    InitializeQueue(&queues.rx);
+    InitializeQueue(&queues.tx);
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION DummySessionLock at 0x%p", __func__,
+        state->session_lock.Address());
+    state->initialized = true;
+}
+
+static void DummyStart() {
+    Log(kLogTrace, "[%s] Start", __func__);
+    if (!state->initialized) {
+        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
+        return;
+    }
+    LockGuard hold(state->session_lock);
+    if (!config.dummyDevice || state->running) return;
+
+    state->running = true;
+    state->thread = OsThreadStart(DummyTxThreadFunc, nullptr, "Tarvik DummyTxThread");
+    if (state->thread == nullptr) {
+        const std::int32_t error = OsLastError();
+        state->running = false;
+        ConsolePrint("Failed to create TX thread: %i\n", error);
+        return;
+    }
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void DummyStop() {
+    LockGuard hold(state->session_lock);
+    if (!state->running.exchange(false)) return;
+    WakeQueueWaiters(&state->queues.tx);
+    OsThread* thread = std::exchange(state->thread, nullptr);
+    if (thread != nullptr) {
+        Log(kLogTrace, "[%s] Wait for DummyTxThread", __func__);
+        OsThreadJoin(thread, -1);
+        Log(kLogTrace, "[%s] Closing Thread handle 0x%p (DummyTxThread)", __func__,
+            OsThreadHandle(thread));
+        OsThreadClose(thread);
+    }
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void DummyDeinit() {
+    if (!state->initialized) return;
+    DummyStop();
+    DeviceQueues& queues = state->queues;
+    queues.available = false;
+    FreeQueue(&queues.rx);
+    FreeQueue(&queues.tx);
+    // The locks themselves live as long as the library; only their use ends here.
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION for DummyQueues", __func__);
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION DummySessionLock", __func__);
+    state->initialized = false;
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
+    DeviceReport record = {kDummyTransportId, LoginFromPacket(packet), &state->queues};
+    const std::uint8_t* mac = record.login.Mac();
+    ConsolePrint(
+        "[Dummy] DummyUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
+        LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    report(context, record);
+}
+
+static bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+    if (!state->initialized) {
+        Log(kLogTrace, "[%s] Not initialized", __func__);
+        return false;
+    }
+    if (!state->running) return false;
+    ConsolePrint("[Dummy] DummyUpdateDevices: scanning for devices\r\n");
+
+    PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
+    if (identify) EnqueueTransmitPacket(&state->queues, identify);
+    const std::uint64_t deadline = TickMs() + timeout_ms;
+    while (state->running && TickMs() < deadline) {
+        const PacketPtr login = WaitForPacket(&state->queues, kTypeLogn, kLoginWaitMs, kNoTag,
+                                              nullptr, &state->running);
+        if (login && login->type == kTypeLogn) ReportLogin(*login, report, context);
+    }
+
+    ConsolePrint("[Dummy] DummyUpdateDevices done\r\n");
+    return true;
+}
+
+const Transport kDummyTransport = {
+    .name = "Dummy",
+    .id = kDummyTransportId,
+    .interface_name = "USB",
+    .connection_type = "USB",
+    .module_type_id = 1,
+    .mtu = 0,
+    .Init = DummyInit,
+    .Deinit = DummyDeinit,
+    .Start = DummyStart,
+    .Stop = DummyStop,
+    .UpdateDevices = DummyUpdateDevices,
+    .AddressDevice = nullptr,
+    .Disconnect = nullptr,
+    .update_timeout_ms = 100,
+    .connect_timeout_ms = 500,
+};
+
+}  // namespace tarvik
