@@ -4,6 +4,9 @@
 include(GoogleTest)
 
 set(TARVIK_RESULTS_DIR "${CMAKE_BINARY_DIR}/results")
+if(WIN32)
+    set(TARVIK_RESULTS_DIR "Z:${TARVIK_RESULTS_DIR}")  # the drive that Wine gives the root folder
+endif()
 
 # Simulator, launchers and mocked devices are Linux programs; a Windows build uses those of the
 # Linux release build.

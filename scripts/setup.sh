@@ -47,7 +47,7 @@ install_packages() {
     local missing=() package as_root=()
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         fail "apt-get is missing: this set-up is for Debian 12; install these packages' contents yourself:" $*
-    for package in "$@"; do
+    for package in $(printf '%s\n' "$@" | sort -u); do
         is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0

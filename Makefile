@@ -1,0 +1,50 @@
+# The short way in. Every target installs and builds first what it needs.
+
+.PHONY: help build demo demo-windows test bench fuzz lint clean
+
+help:
+	@echo "make build         library and tools for Linux and Windows"
+	@echo "make demo          three control units asked through a simulated dongle"
+	@echo "make demo-windows  the same with the DLL, under Wine"
+	@echo "make test          every test on both systems, and under the sanitizers"
+	@echo "make bench         benchmarks"
+	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
+	@echo "make lint          format and clang-tidy"
+	@echo "make clean         remove what was built, but keep build/deps"
+
+build:
+	@scripts/setup.sh linux windows
+	@scripts/build.sh linux-release windows-release
+
+demo:
+	@scripts/setup.sh linux
+	@scripts/build.sh linux-release
+	@scripts/demo.sh linux
+
+demo-windows:
+	@scripts/setup.sh linux windows
+	@scripts/build.sh linux-release windows-release
+	@scripts/demo.sh windows
+
+test:
+	@scripts/setup.sh linux windows
+	@scripts/test.sh
+
+bench:
+	@scripts/setup.sh linux
+	@scripts/build.sh linux-release
+	@scripts/bench.sh
+
+fuzz:
+	@scripts/setup.sh linux fuzz
+	@scripts/build.sh fuzz
+	@scripts/fuzz.sh
+
+lint:
+	@scripts/setup.sh linux lint
+	@scripts/build.sh linux-release
+	@scripts/lint.sh
+
+clean:
+	@scripts/stop-wine.sh
+	@find build -mindepth 1 -maxdepth 1 ! -name deps -exec rm -rf {} + 2>/dev/null || true

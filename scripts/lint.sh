@@ -1,0 +1,17 @@
+#!/bin/bash
+# Checks the format of every source file of the repository, then runs clang-tidy over what the
+# linux-release build compiles.
+set -uo pipefail
+
+cd "$(dirname "$0")/.."
+worst=0
+
+mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.c')
+clang-format --dry-run --Werror "${files[@]}" || worst=1
+
+# The compiler's own warnings are the build's business.
+grep -o '"file": "[^"]*"' build/linux-release/compile_commands.json | cut -d'"' -f4 | sort -u |
+    xargs -P "${JOBS:-2}" -n 4 clang-tidy -p build/linux-release --quiet \
+        --extra-arg=-Wno-everything 2>build/logs/clang-tidy.log || worst=1
+
+exit $worst

@@ -1,0 +1,70 @@
+#!/bin/bash
+# scripts/test.sh [PRESET...]: builds each preset, runs all its tests and counts test cases for each.
+# Ends with a line "PRESET: N passed, N failed" for each, and non-zero unless all is well.
+# CTEST_OPTIONS is handed to ctest, for instance "-L unit" or "-R Reassembly".
+set -uo pipefail
+
+cd "$(dirname "$0")/.."
+presets=${*:-linux-release windows-release linux-asan linux-tsan}
+jobs=${JOBS:-2}
+
+trap scripts/stop-wine.sh EXIT
+
+# Test programs say in XML how many cases they ran; ctest says which programs failed. A program that
+# ended badly without saying so in its XML (a crash, a sanitizer's report) counts as one failure.
+count() {
+    local results=$1 name status file
+    [ -f "$results/ctest.xml" ] || { echo "0 0 0"; return; }
+    sed -n 's/.*<testcase name="\([^"]*\)".* status="\([^"]*\)".*/\2 \1/p' "$results/ctest.xml" |
+        while read -r status name; do
+            file=$results/$name.xml
+            if [ -f "$file" ]; then
+                echo "xml $status $(cases_in "$file")"
+            else
+                echo "plain $status 0 0 0"
+            fi
+        done |
+        awk '{
+                if ($1 == "xml") {
+                    passed += $3; failed += $4; skipped += $5
+                    if ($2 == "fail" && $4 == 0) failed++
+                } else if ($2 == "run") passed++
+                else failed++
+            }
+            END { print passed + 0, failed + 0, skipped + 0 }'
+}
+
+# Passed, failed and skipped cases of one GoogleTest XML file.
+cases_in() {
+    awk '/<testcase / {
+            total++
+            if (/status="notrun"/ || /result="skipped"/ || /result="suppressed"/) skipped++
+            open = 1
+        }
+        /<failure/ && open { failed++; open = 0 }
+        END { print total - failed - skipped, failed + 0, skipped + 0 }' "$1"
+}
+
+summary=() worst=0
+for preset in $presets; do
+    if ! scripts/build.sh "$preset"; then
+        summary+=("$preset: 0 passed, 1 failed")
+        echo "$preset does not build" >&2
+        worst=1
+        continue
+    fi
+    results=$PWD/build/$preset/results
+    rm -rf "$results"
+    mkdir -p "$results"
+    echo "== testing $preset"
+    ctest --preset "$preset" -j "$jobs" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} || worst=1
+    read -r passed failed skipped < <(count "$results")
+    line="$preset: $passed passed, $failed failed"
+    [ "$skipped" = 0 ] || line+=", $skipped skipped"
+    [ "$failed" = 0 ] && [ "$passed" -gt 0 ] || worst=1
+    summary+=("$line")
+done
+
+echo
+printf '%s\n' "${summary[@]}"
+exit $worst

@@ -1,0 +1,56 @@
+#!/bin/bash
+# check_library.sh EXPORTS-FILE VERSION LIBRARY
+# The library exports exactly the names in the file and carries the version. A DLL imports DLLs of
+# the system only, so that it runs on a machine without any compiler's runtime.
+set -uo pipefail
+
+exports_file=$1 version=$2 library=$3
+objdump=x86_64-w64-mingw32-objdump
+failures=0
+
+check() {
+    local what=$1 expected=$2 found=$3
+    if [ "$expected" = "$found" ]; then
+        echo "ok: $what"
+        return
+    fi
+    failures=$((failures + 1))
+    echo "FAILED: $what (- expected, + found)"
+    diff -u <(echo "$expected") <(echo "$found") | tail -n +3
+}
+
+system_dlls='advapi32|bcrypt|cfgmgr32|combase|kernel32|msvcrt|ole32|oleaut32|rpcrt4|runtimeobject'
+system_dlls+='|setupapi|shell32|user32|version|winhttp|ws2_32'
+
+dll_exports() {
+    "$objdump" -p "$library" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p'
+}
+foreign_imports() {
+    "$objdump" -p "$library" | sed -n 's/^\tDLL Name: //p' | grep -viE "^($system_dlls)\.dll$"
+}
+product_version() {
+    strings -el "$library" | grep -A1 '^ProductVersion$' | tail -n 1
+}
+so_exports() {
+    nm -D --defined-only "$library" | awk '{print $3}'
+}
+soname() {
+    readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p'
+}
+
+names=$(sort "$exports_file")
+check "there are 29 names to export" 29 "$(echo "$names" | wc -l)"
+case $library in
+    *.dll)
+        check "the exported names" "$names" "$(dll_exports | sort)"
+        check "imports from outside the system" "" "$(foreign_imports)"
+        check "the version resource" "$version" "$(product_version)"
+        ;;
+    *)
+        check "the exported names" "$names" "$(so_exports | sort)"
+        check "the soname" "libtarvik_dpdu_x64.so.${version%%.*}" "$(soname)"
+        check "the file behind the links" "libtarvik_dpdu_x64.so.$version" \
+            "$(basename "$(readlink -f "$library")")"
+        ;;
+esac
+exit $((failures > 0))
