@@ -47,7 +47,7 @@ install_packages() {
     local missing=() package as_root=()
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
         fail "apt-get is missing: this set-up is for Debian 12; install these packages' contents yourself:" $*
-    for package in $(printf '%s\n' "$@" | sort -u); do
+    for package in "$@"; do
         is_installed "$package" || missing+=("$package")
     done
     [ ${#missing[@]} -gt 0 ] || return 0
@@ -190,7 +190,7 @@ for group in $groups; do
 done
 
 mkdir -p "$deps" "$logs"
-install_packages $packages
+install_packages $(printf '%s\n' $packages | sort -u)
 require_tools $tools
 
 # One set-up at a time: two would build into the same folders.
