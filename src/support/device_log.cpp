@@ -1,0 +1,66 @@
+#include "support/device_log.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "platform/immortal.h"
+#include "platform/lock.h"
+#include "support/log.h"
+#include "support/memory.h"
+
+namespace tarvik {
+
+// Several ports may receive at once, so the lines are put together under a lock of their own. It
+// guards the two below.
+static Immortal<OsLock> buffer_lock;
+static char* buffer = nullptr;       // text of an unfinished line, ended by NUL
+static std::uint64_t used_size = 0;  // with the NUL; 0 without a buffer
+
+static bool CreateBuffer() {
+    if (buffer != nullptr) return true;
+    buffer = static_cast<char*>(AllocateMem(1));
+    used_size = buffer != nullptr ? 1 : 0;
+    if (buffer == nullptr) ConsolePrint("Failed to allocate memory for log buffer\n");
+    return buffer != nullptr;
+}
+
+static bool Append(const char* text, std::size_t length) {
+    auto* larger = static_cast<char*>(AllocateMem(used_size + length));
+    if (larger != nullptr) {
+        std::memcpy(larger, buffer, used_size - 1);
+        std::memcpy(larger + used_size - 1, text, length);
+        larger[used_size + length - 1] = '\0';
+    }
+    FreeMem(buffer);
+    buffer = larger;
+    used_size = larger != nullptr ? used_size + length : 0;
+    if (larger == nullptr) ConsolePrint("Failed to reallocate memory for log buffer\n");
+    return larger != nullptr;
+}
+
+static void PrintCompleteLines() {
+    char* line = buffer;
+    while (char* line_feed = std::strchr(line, '\n')) {
+        *line_feed = '\0';
+        ConsolePrint("[LOG] %s\n", line);
+        line = line_feed + 1;
+    }
+    used_size -= static_cast<std::uint64_t>(line - buffer);
+    std::memmove(buffer, line, used_size);
+}
+
+void ProcessDeviceLogText(const char* text, std::size_t length) {
+    const void* end = std::memchr(text, '\0', length);
+    if (end != nullptr) length = static_cast<std::size_t>(static_cast<const char*>(end) - text);
+    const LockGuard guard(*buffer_lock);
+    if (CreateBuffer() && Append(text, length)) PrintCompleteLines();
+}
+
+__attribute__((destructor)) static void ReleaseBufferAtUnload() {
+    const LockGuard guard(*buffer_lock);
+    FreeMem(buffer);
+    buffer = nullptr;
+    used_size = 0;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,137 @@
+#include "support/memory.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "platform/process.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+static constexpr std::uint32_t kBlockMagic = 0xDEADBEEFu;
+static constexpr std::uint8_t kGuardByte = 0xAA;
+static constexpr std::size_t kGuardSize = 32;
+static constexpr std::size_t kUserAlignment = 16;
+
+struct BlockTrailer {
+    std::uint8_t guard[kGuardSize];
+    std::uint32_t magic;
+};
+static_assert(offsetof(BlockTrailer, magic) == 32);
+static_assert(sizeof(BlockTrailer) == 36);
+
+struct BlockHeader {
+    std::uint32_t magic;
+    std::uint32_t unwritten;
+    std::uint64_t size;     // as asked for
+    std::uint64_t padding;  // what rounds size up to a multiple of 16
+    BlockTrailer* trailer;
+    std::uint8_t guard[kGuardSize];
+};
+static_assert(offsetof(BlockHeader, size) == 8);
+static_assert(offsetof(BlockHeader, padding) == 16);
+static_assert(offsetof(BlockHeader, trailer) == 24);
+static_assert(offsetof(BlockHeader, guard) == 32);
+static_assert(sizeof(BlockHeader) == 64);
+
+static constexpr std::size_t kOverhead = sizeof(BlockHeader) + sizeof(BlockTrailer);
+
+static std::atomic<std::uint64_t> live_blocks{0};
+static std::atomic<std::uint64_t> live_bytes{0};
+
+static BlockHeader* HeaderOf(void* user) {
+    return reinterpret_cast<BlockHeader*>(static_cast<std::byte*>(user) - sizeof(BlockHeader));
+}
+
+static std::size_t PaddingFor(std::size_t size) { return (0 - size) % kUserAlignment; }
+
+// malloc of a block's whole size; a sum that wraps is as good as an exhausted heap.
+static void* RequestHeapBlock(std::size_t size, std::size_t padding) {
+    const bool wraps = size > std::numeric_limits<std::size_t>::max() - padding - kOverhead;
+    void* block = wraps ? nullptr : std::malloc(size + padding + kOverhead);
+    if (block == nullptr) Log(kLogCritical, "[CRITICAL ERROR] malloc() returned NULL");
+    return block;
+}
+
+void* AllocateMem(std::size_t size) {
+    const std::size_t padding = PaddingFor(size);
+    void* block = RequestHeapBlock(size, padding);
+    if (block == nullptr) return nullptr;
+
+    auto* header = static_cast<BlockHeader*>(block);
+    std::byte* user = static_cast<std::byte*>(block) + sizeof(BlockHeader);
+    auto* trailer = reinterpret_cast<BlockTrailer*>(user + size + padding);
+    header->magic = kBlockMagic;
+    header->size = size;
+    header->padding = padding;
+    header->trailer = trailer;
+    trailer->magic = kBlockMagic;
+    std::memset(header->guard, kGuardByte, kGuardSize);
+    std::memset(trailer->guard, kGuardByte, kGuardSize);
+    std::memset(user, 0, size + padding);
+
+    live_blocks.fetch_add(1, std::memory_order_relaxed);
+    live_bytes.fetch_add(size, std::memory_order_relaxed);
+    Log(kLogMemory, "[AllocateMem] Allocated %zu bytes at 0x%p (total %zu bytes)", size,
+        static_cast<void*>(user), size + padding + kOverhead);
+    return user;
+}
+
+void* AllocateArray(std::size_t count, std::size_t size) {
+    // Deliberate: the product may wrap; callers pass counts of their own making.
+    return AllocateMem(count * size);
+}
+
+// Returns only when a debugger is attached and lets the process go on.
+static void ReportCorruption() {
+    Log(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
+    OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
+    if (!OsDebuggerPresent()) OsExitProcess(1);
+    OsDebugBreak();
+}
+
+// The trailer where the header's own figures say that it must be. A header that was overwritten
+// may name any address, so that one is compared, never followed.
+static BlockTrailer* ExpectedTrailer(void* user, const BlockHeader* header) {
+    return reinterpret_cast<BlockTrailer*>(static_cast<std::byte*>(user) + header->size +
+                                           header->padding);
+}
+
+void* CheckMem(void* user) {
+    if (user == nullptr) return nullptr;
+    BlockHeader* header = HeaderOf(user);
+    const bool has_trailer = header->trailer == ExpectedTrailer(user, header);
+    if (header->magic != kBlockMagic || !has_trailer || header->trailer->magic != kBlockMagic) {
+        ReportCorruption();
+    }
+    // Deliberate: every bad byte is reported, so that a debugger stops once for each.
+    for (std::size_t i = 0; i < kGuardSize; ++i) {
+        const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
+        if (header->guard[i] != kGuardByte || !rear_intact) ReportCorruption();
+    }
+    return header;
+}
+
+void FreeMem(void* user) {
+    if (user == nullptr) return;
+    auto* header = static_cast<BlockHeader*>(CheckMem(user));
+    Log(kLogMemory, "[FreeMem] Freeing %zu bytes at 0x%p", static_cast<std::size_t>(header->size),
+        user);
+    live_blocks.fetch_sub(1, std::memory_order_relaxed);
+    live_bytes.fetch_sub(header->size, std::memory_order_relaxed);
+    std::free(header);
+}
+
+std::size_t RequestedSize(void* user) {
+    auto* header = static_cast<BlockHeader*>(CheckMem(user));
+    return header == nullptr ? 0 : static_cast<std::size_t>(header->size);
+}
+
+MemoryUse LiveMemory() {
+    return {live_blocks.load(std::memory_order_relaxed),
+            live_bytes.load(std::memory_order_relaxed)};
+}
+
+}  // namespace tarvik
