@@ -52,6 +52,7 @@ struct PacketFilterArgument {
     std::uint32_t type;
     std::uint32_t id;  // request id; used by MatchTypeAndId only
 };
+// A filter looks at the packet and its argument only, and is called with the queue's lock held.
 using PacketFilter = bool (*)(const Packet& packet, const PacketFilterArgument& argument);
 bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument);
 bool MatchType(const Packet& packet, const PacketFilterArgument& argument);
@@ -65,7 +66,8 @@ Packet* QueueFindFilterInternal(PacketQueue* queue, std::int32_t timeout_ms, Pac
 PacketPtr TakePacket(PacketQueue* queue, std::int32_t timeout_ms);
 // The oldest packet whose node has this tag, removed; does not wait.
 PacketPtr QueueRemoveByTag(PacketQueue* queue, std::uint32_t tag);
-// Makes every sleeping waiter return nothing now, without freeing the queue.
+// Makes every sleeping waiter return nothing now, without freeing the queue; a WaitForPacket only
+// looks at its flags at once, and sleeps on if none asks it to give up.
 void WakeQueueWaiters(PacketQueue* queue);
 
 // Waits for a packet of this type (and, unless `id` is kNoTag, for this request id). Gives up when

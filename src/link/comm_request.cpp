@@ -1,0 +1,303 @@
+#include "link/comm_request.h"
+
+#include <cstddef>
+#include <cstring>
+#include <utility>
+
+#include "link/comm_response.h"
+#include "link/fragmentation.h"
+#include "link/packet_wait.h"
+#include "platform/semaphore.h"
+#include "platform/tick.h"
+#include "support/cop_trace.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+// CREQ; the request bytes follow, in the multi form after the addresses of the entries.
+struct CommRequestWire {
+    std::uint32_t type;
+    std::uint32_t length;
+    std::uint32_t can_id_tx_func;
+    std::uint32_t can_id_tx_phys;  // kMultiMarker in the multi form
+    std::uint32_t can_id_rx;       // the number of entries in the multi form
+    std::uint32_t timeout;         // ms
+    std::uint16_t data_length;
+    std::uint8_t transport;
+    std::uint8_t reserved;
+    std::uint32_t req_id;
+};
+static_assert(offsetof(CommRequestWire, can_id_tx_func) == 8);
+static_assert(offsetof(CommRequestWire, can_id_tx_phys) == 12);
+static_assert(offsetof(CommRequestWire, can_id_rx) == 16);
+static_assert(offsetof(CommRequestWire, timeout) == 20);
+static_assert(offsetof(CommRequestWire, data_length) == 24);
+static_assert(offsetof(CommRequestWire, transport) == 26);
+static_assert(offsetof(CommRequestWire, req_id) == 28);
+static_assert(sizeof(CommRequestWire) == 32);
+
+static constexpr std::uint32_t kMultiMarker = 0xFFFFEEEE;
+static constexpr std::uint32_t kEntryAddressSize = 8;
+static constexpr std::uint32_t kMaxRequestData = 65535;
+static constexpr std::uint32_t kDongleGraceMs = 500;
+static constexpr std::uint32_t kAnswerTimeoutMs = 10000;
+static constexpr std::uint64_t kBusyLimitMs = 60000;
+static constexpr int kMaxAttempts = 3;
+static constexpr std::int32_t kMaxExchanges = 10;
+
+// ---- the limit on exchanges in flight
+
+static std::atomic<OsSemaphore*> installed_slots{nullptr};
+
+// Made by the first exchange and never destroyed. Null: the system refused.
+static OsSemaphore* ExchangeSlots() {
+    if (OsSemaphore* slots = installed_slots) return slots;
+    OsSemaphore* made = OsSemaphoreCreate(kMaxExchanges, kMaxExchanges);
+    if (made == nullptr) return nullptr;
+    OsSemaphore* winner = nullptr;
+    if (installed_slots.compare_exchange_strong(winner, made)) return made;
+    OsSemaphoreClose(made);
+    return winner;
+}
+
+// One of the slots, waited for without limit until the flags say stop.
+class ExchangeSlot {
+public:
+    explicit ExchangeSlot(const WaitFlags& flags) {
+        OsSemaphore* slots = ExchangeSlots();
+        while (slots != nullptr && !flags.AskToStop()) {
+            if (OsSemaphoreWait(slots, kWaitSliceMs)) {
+                held_ = slots;
+                return;
+            }
+        }
+    }
+    ~ExchangeSlot() {
+        if (held_ != nullptr) OsSemaphoreRelease(held_);
+    }
+    ExchangeSlot(const ExchangeSlot&) = delete;
+    ExchangeSlot& operator=(const ExchangeSlot&) = delete;
+
+    bool IsHeld() const { return held_ != nullptr; }
+
+private:
+    OsSemaphore* held_ = nullptr;
+};
+
+// ---- what both exchanges share
+
+static PacketPtr MakeCommRequest(const CommRequestWire& fields, std::uint32_t length) {
+    PacketPtr packet = MakePacket(kTypeCreq, length);
+    if (packet == nullptr) return nullptr;
+    constexpr std::size_t kHeader = sizeof(Packet);
+    std::memcpy(packet->Bytes() + kHeader, reinterpret_cast<const std::uint8_t*>(&fields) + kHeader,
+                sizeof fields - kHeader);
+    return packet;
+}
+
+static void CopyBytes(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
+    if (size > 0) std::memcpy(to, from, size);
+}
+
+static void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
+    TraceCommReqSent({.req_id = fields.req_id,
+                      .tx = data,
+                      .tx_len = fields.data_length,
+                      .can_id_tx_func = fields.can_id_tx_func,
+                      .can_id_tx_phys = fields.can_id_tx_phys,
+                      .can_id_rx = fields.can_id_rx,
+                      .timeout = fields.timeout,
+                      .transport = fields.transport});
+}
+
+// The CRES for this request, or null when none came in time or the flags ended the wait.
+static PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_t start_ms,
+                               const std::atomic<bool>* abort) {
+    do {
+        PacketPtr packet =
+            WaitForPacket(link.queues, kTypeCres, kAnswerTimeoutMs, req_id, abort, link.running);
+        if (packet == nullptr || packet->type != kTypeBusy) return packet;
+    } while (TickMs() - start_ms < kBusyLimitMs);
+    return nullptr;
+}
+
+static bool IsUsable(const CommLink* link, const std::uint8_t* data, std::uint32_t data_len) {
+    return link != nullptr && link->queues != nullptr && data != nullptr &&
+           data_len <= kMaxRequestData;
+}
+
+// A tracked copy, not null for no bytes either; null when memory is out.
+static Tracked<std::uint8_t> CopyOf(ByteView data) {
+    Tracked<std::uint8_t> copy(static_cast<std::uint8_t*>(AllocateMem(data.size)));
+    if (copy != nullptr) CopyBytes(copy.get(), data.data, data.size);
+    return copy;
+}
+
+// ---- one request, one answer
+
+static bool FillAnswer(const Packet& packet, CommAnswer* answer) {
+    const auto response = CommResponseView::Of(packet);
+    if (!response) return false;
+    if (answer == nullptr) return true;
+    answer->data = CopyOf(response->Data());
+    answer->length = static_cast<std::uint32_t>(response->Data().size);
+    answer->wait_time = response->WaitTime();
+    return answer->data != nullptr;
+}
+
+bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswer* answer) {
+    if (!IsUsable(link, request.data, request.data_len)) return false;
+    const WaitFlags flags = {.running = link->running};
+    const ExchangeSlot slot(flags);
+    if (!slot.IsHeld()) return false;
+
+    const CommRequestWire fields = {.type = kTypeCreq,
+                                    .length = 0,
+                                    .can_id_tx_func = request.can_id_tx,
+                                    .can_id_tx_phys = request.can_id_tx,  // Deliberate: the same
+                                    .can_id_rx = request.can_id_rx,
+                                    .timeout = request.timeout_ms + kDongleGraceMs,
+                                    .data_length = static_cast<std::uint16_t>(request.data_len),
+                                    .transport = 0,
+                                    .reserved = 0,
+                                    .req_id = request.req_id};
+    for (int attempt = 0; attempt < kMaxAttempts && !flags.AskToStop(); ++attempt) {
+        PacketPtr packet =
+            MakeCommRequest(fields, static_cast<std::uint32_t>(sizeof fields) + request.data_len);
+        if (packet == nullptr) return false;
+        CopyBytes(packet->Bytes() + sizeof fields, request.data, request.data_len);
+        if (!FragSendPacket(link->queues, packet)) continue;
+        TraceSent(fields, request.data);
+        const PacketPtr response = AwaitResponse(*link, request.req_id, TickMs(), nullptr);
+        if (response != nullptr) return FillAnswer(*response, answer);
+    }
+    return false;
+}
+
+// ---- one request, the answers of several control units
+
+// Everything below logs as the function that it is part of.
+static constexpr char kMultiName[] = "CommRequestMulti";
+
+struct MultiTemplate {
+    CommRequestWire fields;
+    PacketPtr packet;
+    const std::uint8_t* data;  // the request bytes inside the packet
+};
+
+static bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
+    const std::uint64_t addresses = std::uint64_t{request.count} * kEntryAddressSize;
+    const std::uint64_t length =
+        sizeof(CommRequestWire) + ((addresses + request.data_len + 7) & ~std::uint64_t{7});
+    if (length > UINT32_MAX) return false;
+
+    out->fields = {.type = kTypeCreq,
+                   .length = 0,
+                   .can_id_tx_func = request.can_id_tx_func,
+                   .can_id_tx_phys = kMultiMarker,
+                   .can_id_rx = request.count,
+                   .timeout = request.timeout_ms,
+                   .data_length = static_cast<std::uint16_t>(request.data_len),
+                   .transport = 0,
+                   .reserved = 0,
+                   .req_id = request.req_id};
+    out->packet = MakeCommRequest(out->fields, static_cast<std::uint32_t>(length));
+    if (out->packet == nullptr) return false;
+    std::uint8_t* at = out->packet->Bytes() + sizeof(CommRequestWire);
+    for (std::uint32_t i = 0; i < request.count; ++i, at += kEntryAddressSize) {
+        StoreU32(at, request.entries[i].addr_a);
+        StoreU32(at + 4, request.entries[i].addr_b);
+    }
+    CopyBytes(at, request.data, request.data_len);
+    out->data = at;
+    return true;
+}
+
+static bool SendCopy(DeviceQueues* queues, const MultiTemplate& request) {
+    PacketPtr copy = CopyPacket(*request.packet);
+    if (!FragSendPacket(queues, copy)) {
+        // Deliberate: the same text as for an answer in the wrong form.
+        Log(kLogTrace, "[%s]   Received a non-multi packet", kMultiName);
+        ConsolePrint("[CommRequestMulti] FragSendPacket failed to send COMM_REQ\n");
+        return false;
+    }
+    TraceSent(request.fields, request.data);
+    return true;
+}
+
+static PacketPtr AwaitMultiResponse(const CommLink& link, std::uint32_t req_id,
+                                    const std::atomic<bool>* abort) {
+    const WaitFlags flags = {.abort = abort, .running = link.running};
+    const std::uint64_t start_ms = TickMs();
+    PacketPtr packet = AwaitResponse(link, req_id, start_ms, abort);
+    if (packet == nullptr) {
+        if (!flags.AskToStop()) {
+            ConsolePrint(
+                "[CommRequestMulti]   No response packet received within timeout (%llu ms)\n",
+                static_cast<unsigned long long>(TickMs() - start_ms));
+        }
+        return nullptr;
+    }
+    const auto response = CommResponseView::Of(*packet);
+    if (response && response->IsMulti()) return packet;
+    Log(kLogTrace, "[%s]   Received a non-multi packet", kMultiName);
+    return nullptr;
+}
+
+// The request's count when no entry has this id.
+static std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id) {
+    std::uint32_t i = 0;
+    while (i < request.count && request.entries[i].id != id)
+        ++i;
+    return i;
+}
+
+// A responder that answers twice is taken at its last word.
+static void KeepAnswer(CommMultiEntry* entry, ByteView data) {
+    FreeMem(entry->rsp_data);
+    entry->rsp_data = CopyOf(data).release();
+    entry->rsp_len = entry->rsp_data == nullptr ? 0 : static_cast<std::uint32_t>(data.size);
+}
+
+static void DistributeAnswers(const CommResponseView& response, CommMultiRequest* request) {
+    CommResponseEntries entries(response);
+    Log(kLogTrace, "[%s]   Received multi packet with %u entries", kMultiName, entries.Count());
+    CommResponseEntry answer;
+    for (std::uint32_t i = 0; entries.Next(&answer); ++i) {
+        Log(kLogTrace, "[%s]     response #%u, ID: %u", kMultiName, i, answer.id);
+        const std::uint32_t match = FindEntry(*request, answer.id);
+        if (match == request->count) {
+            Log(kLogError, "[%s] ERROR: response #%u, ID: %u doesn't match table", kMultiName, i,
+                answer.id);
+            continue;
+        }
+        Log(kLogTrace, "[%s]       -> matches table entry %u", kMultiName, match);
+        KeepAnswer(&request->entries[match], answer.data);
+    }
+}
+
+bool CommRequestMulti(const CommLink* link, CommMultiRequest* request,
+                      const std::atomic<bool>* abort) {
+    if (request == nullptr || (request->entries == nullptr && request->count > 0)) return false;
+    if (!IsUsable(link, request->data, request->data_len)) return false;
+    const WaitFlags flags = {.abort = abort, .running = link->running};
+    const ExchangeSlot slot(flags);
+    MultiTemplate built;
+    if (!slot.IsHeld() || !BuildTemplate(*request, &built)) return false;
+
+    for (int failures = 0; failures < kMaxAttempts && !flags.AskToStop();) {
+        if (!SendCopy(link->queues, built)) {
+            ++failures;
+            continue;
+        }
+        if (const PacketPtr packet = AwaitMultiResponse(*link, request->req_id, abort)) {
+            DistributeAnswers(*CommResponseView::Of(*packet), request);
+            return true;
+        }
+        ++failures;
+        Log(kLogTrace, "[%s]   Retry attempt %d", kMultiName, failures);
+    }
+    return false;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,29 @@
+#include "link/packet_counters.h"
+
+#include "platform/immortal.h"
+#include "platform/lock.h"
+
+namespace tarvik {
+
+// Packets and their bytes belong together, so a lock rather than four atomics.
+static Immortal<OsLock> statsLock;
+static PacketCounters counters;  // guarded by statsLock
+
+void CountSentPacket(std::uint32_t bytes) {
+    const LockGuard hold(*statsLock);
+    ++counters.sent_packets;
+    counters.sent_bytes += bytes;
+}
+
+void CountReceivedPacket(std::uint32_t bytes) {
+    const LockGuard hold(*statsLock);
+    ++counters.received_packets;
+    counters.received_bytes += bytes;
+}
+
+PacketCounters ReadPacketCounters() {
+    const LockGuard hold(*statsLock);
+    return counters;
+}
+
+}  // namespace tarvik

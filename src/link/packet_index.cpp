@@ -1,0 +1,159 @@
+#include "link/packet_index.h"
+
+#include "link/comm_response.h"
+
+namespace tarvik {
+
+static constexpr std::uint64_t kFirstBucketCount = 64;
+static constexpr std::uint32_t kMaxSpareNodes = 64;
+
+static PacketEntry** AllocateBuckets(std::uint64_t count) {
+    return static_cast<PacketEntry**>(AllocateArray(count, sizeof(PacketEntry*)));
+}
+
+// Ids count up and type codes share letters: the multiplication spreads both over the upper bits.
+static std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
+    const std::uint64_t mixed = (key ^ key >> 32) * 0x9E3779B97F4A7C15u;
+    return mixed >> 32 & (bucket_count - 1);
+}
+
+bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
+    if (packet.type == kTypeBusy) {
+        if (packet.length < kBusyMinSize) return false;
+        *id = packet.U32(kBusyRequestId);
+        return true;
+    }
+    if (packet.type != kTypeCres || packet.length < sizeof(CommResponseWire)) return false;
+    *id = packet.U32(offsetof(CommResponseWire, req_id));
+    return true;
+}
+
+PacketIndex* PacketIndex::Create() {
+    Tracked<PacketEntry*> buckets(AllocateBuckets(kFirstBucketCount));
+    if (buckets == nullptr) return nullptr;
+    PacketIndex* index = AllocateRecord<PacketIndex>().release();
+    if (index == nullptr) return nullptr;
+    index->buckets_ = buckets.release();
+    index->bucket_count_ = kFirstBucketCount;
+    return index;
+}
+
+void PacketIndex::Destroy(PacketIndex* index) {
+    if (index == nullptr) return;
+    while (index->spare_ != nullptr) {
+        PacketNode* next = index->spare_->newer;
+        FreeMem(index->spare_);
+        index->spare_ = next;
+    }
+    FreeMem(index->buckets_);
+    FreeMem(index);
+}
+
+PacketNode* PacketIndex::TakeNode() {
+    if (spare_ == nullptr) return AllocateRecord<PacketNode>().release();
+    PacketNode* node = spare_;
+    spare_ = node->newer;
+    --spare_count_;
+    *node = {};
+    return node;
+}
+
+void PacketIndex::ReturnNode(PacketNode* node) {
+    if (spare_count_ >= kMaxSpareNodes) {
+        FreeMem(node);
+        return;
+    }
+    node->newer = spare_;
+    spare_ = node;
+    ++spare_count_;
+}
+
+void PacketIndex::Add(PacketNode* node, std::uint32_t tag) {
+    const Packet& packet = *node->packet;
+    Enter(node, TypeKey(packet.type));
+    Enter(node, TagKey(tag));
+    std::uint32_t id = 0;
+    if (AnsweredRequest(packet, &id)) Enter(node, AnswerKey(packet.type, id));
+    GrowIfCrowded();
+}
+
+void PacketIndex::Remove(PacketNode* node) {
+    for (std::uint32_t i = 0; i < node->entry_count; ++i)
+        Leave(&node->entries[i]);
+    node->entry_count = 0;
+}
+
+PacketNode* PacketIndex::Oldest(std::uint64_t key) const {
+    const PacketEntry* oldest = *Place(key);
+    return oldest == nullptr ? nullptr : oldest->node;
+}
+
+void PacketIndex::Enter(PacketNode* node, std::uint64_t key) {
+    PacketEntry* entry = &node->entries[node->entry_count++];
+    *entry = {.key = key,
+              .node = node,
+              .older = nullptr,
+              .newer = nullptr,
+              .newest = entry,
+              .next_oldest = nullptr};
+    PacketEntry** place = Place(key);
+    PacketEntry* oldest = *place;
+    if (oldest == nullptr) {
+        *place = entry;
+        ++group_count_;
+        return;
+    }
+    entry->older = oldest->newest;
+    oldest->newest->newer = entry;
+    oldest->newest = entry;
+}
+
+void PacketIndex::Leave(PacketEntry* entry) {
+    PacketEntry* older = entry->older;
+    PacketEntry* newer = entry->newer;
+    if (newer != nullptr) newer->older = older;
+    if (older != nullptr) {
+        older->newer = newer;
+        if (newer == nullptr) (*Place(entry->key))->newest = older;
+        return;
+    }
+    PacketEntry** place = Place(entry->key);
+    if (newer == nullptr) {
+        *place = entry->next_oldest;
+        --group_count_;
+        return;
+    }
+    newer->newest = entry->newest;
+    newer->next_oldest = entry->next_oldest;
+    *place = newer;
+}
+
+// Where the pointer to the key's group stands, or would.
+PacketEntry** PacketIndex::Place(std::uint64_t key) const {
+    PacketEntry** place = &buckets_[BucketOf(key, bucket_count_)];
+    while (*place != nullptr && (*place)->key != key)
+        place = &(*place)->next_oldest;
+    return place;
+}
+
+// Without memory for more buckets the old ones go on, only slower.
+void PacketIndex::GrowIfCrowded() {
+    if (group_count_ <= bucket_count_) return;
+    const std::uint64_t more = bucket_count_ * 2;
+    PacketEntry** buckets = AllocateBuckets(more);
+    if (buckets == nullptr) return;
+    for (std::uint64_t i = 0; i < bucket_count_; ++i) {
+        while (buckets_[i] != nullptr) {
+            PacketEntry* moved = buckets_[i];
+            buckets_[i] = moved->next_oldest;
+            PacketEntry** place = &buckets[BucketOf(moved->key, more)];
+            moved->next_oldest = *place;
+            *place = moved;
+        }
+    }
+    FreeMem(buckets_);
+    buckets_ = buckets;
+    bucket_count_ = more;
+}
+
+}  // namespace tarvik

@@ -1,0 +1,231 @@
+#include "link/packet_queue.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "link/packet_index.h"
+#include "link/packet_wait.h"
+#include "platform/tick.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+// A thread that sleeps for a packet, on that thread's stack, linked into its queue in the order of
+// arrival and woken through its own condition: a packet disturbs nobody but its taker.
+struct PacketWaiter {
+    PacketWaiter(PacketQueue* queue, const PacketWait& wait);
+    ~PacketWaiter();
+    PacketWaiter(const PacketWaiter&) = delete;
+    PacketWaiter& operator=(const PacketWaiter&) = delete;
+
+    bool Accepts(const Packet& packet) const {
+        return wait.filter == nullptr || wait.filter(packet, wait.argument);
+    }
+
+    PacketQueue* const queue;
+    const PacketWait& wait;
+    PacketWaiter* earlier;
+    PacketWaiter* later = nullptr;
+    OsCondition woken;
+    PacketPtr handed;         // the packet that ends this wait
+    bool look_again = false;  // a packet for a wait that leaves it in place has been queued
+    bool cancelled = false;
+};
+
+PacketWaiter::PacketWaiter(PacketQueue* on_queue, const PacketWait& for_wait)
+    : queue(on_queue), wait(for_wait), earlier(on_queue->last_waiter) {
+    (earlier != nullptr ? earlier->later : queue->first_waiter) = this;
+    queue->last_waiter = this;
+    ++queue->sleepers;
+}
+
+PacketWaiter::~PacketWaiter() {
+    (earlier != nullptr ? earlier->later : queue->first_waiter) = later;
+    (later != nullptr ? later->earlier : queue->last_waiter) = earlier;
+    --queue->sleepers;
+    if (queue->sleepers == 0 && !queue->active) queue->drained.WakeAll();
+}
+
+// Everything static below is called with the queue's lock held.
+
+static PacketNode* Unlink(PacketQueue* queue, PacketNode* node) {
+    (node->older != nullptr ? node->older->newer : queue->head) = node->newer;
+    (node->newer != nullptr ? node->newer->older : queue->tail) = node->older;
+    queue->index->Remove(node);
+    --queue->count;
+    return node;
+}
+
+static PacketPtr RemoveNode(PacketQueue* queue, PacketNode* node) {
+    PacketPtr packet(Unlink(queue, node)->packet);
+    queue->index->ReturnNode(node);
+    return packet;
+}
+
+static PacketNode* Scan(const PacketQueue* queue, const PacketWait& wait) {
+    PacketNode* node = queue->head;
+    while (node != nullptr && !wait.filter(*node->packet, wait.argument))
+        node = node->newer;
+    return node;
+}
+
+// The oldest packet that the wait accepts. Only filters from elsewhere need to see every packet.
+static PacketNode* FindNode(const PacketQueue* queue, const PacketWait& wait) {
+    if (wait.filter == nullptr || queue->head == nullptr) return queue->head;
+    if (wait.filter == MatchType) return queue->index->Oldest(TypeKey(wait.argument.type));
+    if (wait.filter != MatchTypeAndId) return Scan(queue, wait);
+    if (wait.argument.type != kTypeCres && wait.argument.type != kTypeBusy) return nullptr;
+    return queue->index->Oldest(AnswerKey(wait.argument.type, wait.argument.id));
+}
+
+static Packet* TakeNode(PacketQueue* queue, PacketNode* node, bool remove) {
+    return remove ? RemoveNode(queue, node).release() : node->packet;
+}
+
+// Waiters search the queue before they sleep, so none of them has missed an older packet.
+static PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet& packet) {
+    for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
+        const bool ended = waiter->handed != nullptr || waiter->cancelled;
+        if (waiter->wait.remove && !ended && waiter->Accepts(packet)) return waiter;
+    }
+    return nullptr;
+}
+
+static void WakeLookers(const PacketQueue* queue, const Packet& packet) {
+    for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
+        if (waiter->wait.remove || !waiter->Accepts(packet)) continue;
+        waiter->look_again = true;
+        waiter->woken.WakeOne();
+    }
+}
+
+static bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
+    if (queue->index == nullptr) queue->index = PacketIndex::Create();
+    PacketNode* node = queue->index == nullptr ? nullptr : queue->index->TakeNode();
+    if (node == nullptr) return false;
+    node->packet = packet.release();
+    node->older = queue->tail;
+    (queue->tail != nullptr ? queue->tail->newer : queue->head) = node;
+    queue->tail = node;
+    queue->index->Add(node, tag);
+    ++queue->count;
+    return true;
+}
+
+static void ReleaseAll(PacketQueue* queue) {
+    while (queue->head != nullptr) {
+        PacketNode* node = queue->head;
+        queue->head = node->newer;
+        FreeMem(node->packet);
+        FreeMem(node);
+    }
+    queue->tail = nullptr;
+    queue->count = 0;
+    PacketIndex::Destroy(queue->index);
+    queue->index = nullptr;
+}
+
+void InitializeQueue(PacketQueue* queue) {
+    const LockGuard hold(queue->lock);
+    if (queue->active) return;
+    // The lock has been there since the record was made; an outer eye sees it come and go.
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for queue at 0x%p", __func__,
+        queue->lock.Address());
+    queue->active = true;
+}
+
+void FreeQueue(PacketQueue* queue) {
+    if (queue == nullptr || !queue->active) return;
+    {
+        const LockGuard hold(queue->lock);
+        if (!queue->active) return;
+        queue->active = false;
+        ReleaseAll(queue);
+        for (PacketWaiter* waiter = queue->first_waiter; waiter; waiter = waiter->later) {
+            waiter->woken.WakeOne();
+        }
+        while (queue->sleepers > 0)
+            queue->drained.Wait(queue->lock, -1);
+    }
+    Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION for queue at 0x%p", __func__,
+        queue->lock.Address());
+}
+
+bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
+    if (queue == nullptr || packet == nullptr || !queue->active) return false;
+    const LockGuard hold(queue->lock);
+    if (!queue->active) return false;
+    if (PacketWaiter* taker = LongestWaitingTaker(queue, *packet)) {
+        taker->handed = std::move(packet);
+        taker->woken.WakeOne();
+        return true;
+    }
+    if (!LinkNewest(queue, packet, tag)) return false;
+    WakeLookers(queue, *queue->tail->packet);
+    return true;
+}
+
+Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
+    if (queue == nullptr || !queue->active) return nullptr;
+    const LockGuard hold(queue->lock);
+    const std::uint64_t start = TickMs();
+    if (!queue->active) return nullptr;
+    if (PacketNode* node = FindNode(queue, wait)) return TakeNode(queue, node, wait.remove);
+    if (wait.timeout_ms == 0) return nullptr;
+    const bool limited = wait.timeout_ms > 0;
+    if (!limited) {
+        Log(kLogTrace, "[%s] infinite wait for filter match", "QueueFindFilterInternal");
+    }
+
+    PacketWaiter waiter(queue, wait);
+    for (;;) {
+        if (waiter.handed != nullptr) return waiter.handed.release();
+        if (!queue->active) return nullptr;
+        if (std::exchange(waiter.look_again, false)) {
+            if (PacketNode* node = FindNode(queue, wait)) return node->packet;
+        }
+        if (waiter.cancelled || (wait.flags != nullptr && wait.flags->AskToStop())) return nullptr;
+
+        std::int32_t sleep_ms = wait.flags == nullptr ? -1 : kWaitSliceMs;
+        if (limited) {
+            const std::uint64_t waited = TickMs() - start;
+            const auto limit = static_cast<std::uint64_t>(wait.timeout_ms);
+            if (waited >= limit) return nullptr;
+            sleep_ms =
+                static_cast<std::int32_t>(std::min<std::uint64_t>(limit - waited, kWaitSliceMs));
+        }
+        waiter.woken.Wait(queue->lock, sleep_ms);
+    }
+}
+
+Packet* QueueFindFilterInternal(PacketQueue* queue, std::int32_t timeout_ms, PacketFilter filter,
+                                const PacketFilterArgument& argument, bool remove) {
+    return FindPacket(queue, {.filter = filter,
+                              .argument = argument,
+                              .remove = remove,
+                              .timeout_ms = timeout_ms,
+                              .flags = nullptr});
+}
+
+PacketPtr TakePacket(PacketQueue* queue, std::int32_t timeout_ms) {
+    return PacketPtr(QueueFindFilterInternal(queue, timeout_ms, nullptr, {}, true));
+}
+
+PacketPtr QueueRemoveByTag(PacketQueue* queue, std::uint32_t tag) {
+    if (queue == nullptr || !queue->active) return nullptr;
+    const LockGuard hold(queue->lock);
+    if (queue->index == nullptr) return nullptr;
+    PacketNode* node = queue->index->Oldest(TagKey(tag));
+    return node == nullptr ? nullptr : RemoveNode(queue, node);
+}
+
+void WakeQueueWaiters(PacketQueue* queue) {
+    if (queue == nullptr) return;
+    const LockGuard hold(queue->lock);
+    for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
+        waiter->cancelled = waiter->wait.flags == nullptr;
+        waiter->woken.WakeOne();
+    }
+}
+
+}  // namespace tarvik

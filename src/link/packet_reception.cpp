@@ -1,0 +1,95 @@
+// What becomes of a packet on its way into a dongle's queues.
+
+#include <cstring>
+
+#include "link/comm_response.h"
+#include "link/packet_queue.h"
+#include "link/telemetry.h"
+#include "support/cop_trace.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+static constexpr std::size_t kRawcCanId = 8;
+static constexpr std::uint32_t kRawcMinSize = 16;  // id, data count, flags
+
+static bool Missing(const char* function, DeviceQueues* queues, const PacketPtr& packet) {
+    if (queues != nullptr && packet != nullptr) return false;
+    Log(kLogTrace, "[%s] Invalid parameters: queues=%p, packet=%p", function,
+        static_cast<void*>(queues), static_cast<void*>(packet.get()));
+    return true;
+}
+
+bool EnqueueTransmitPacket(DeviceQueues* queues, PacketPtr& packet) {
+    if (Missing(__func__, queues, packet)) return false;
+    return AppendPacket(&queues->tx, packet, kNoTag);
+}
+
+// The functions below report a packet and return the tag it is queued with. They log as the
+// function that they are part of.
+static constexpr char kLogName[] = "EnqueueReceivedPacket";
+
+static std::uint32_t ReportUntagged() {
+    Log(kLogMemory, "[%s]   Enqueuing without tag", kLogName);
+    return kNoTag;
+}
+
+static std::uint32_t ReportBusy(const Packet& packet) {
+    if (packet.length < kBusyMinSize) {
+        Log(kLogTrace, "[%s] BUSY packet too short: %u bytes (need %u)", kLogName, packet.length,
+            kBusyMinSize);
+        return kNoTag;
+    }
+    const std::uint32_t id = packet.U32(kBusyRequestId);
+    const auto* reason = reinterpret_cast<const char*>(packet.Bytes()) + kBusyReason;
+    const std::size_t length = strnlen(reason, packet.length - kBusyReason);
+    TraceBusyReceived(id, reason, static_cast<std::uint32_t>(length));
+    if (length > 0) {
+        Log(kLogTrace, "[%s] BUSY (ID %u): %.*s", kLogName, id, static_cast<int>(length), reason);
+    } else {
+        Log(kLogTrace, "[%s] BUSY (ID %u)", kLogName, id);
+    }
+    return id;
+}
+
+static std::uint32_t ReportResponse(const Packet& packet) {
+    const auto response = CommResponseView::Of(packet);
+    if (!response) return ReportUntagged();
+    const ByteView data = response->Data();
+    TraceCommResReceived(response->RequestId(), response->WaitTime(), data.data,
+                         static_cast<std::uint32_t>(data.size));
+    Log(kLogMemory, "[%s]   COMM_RES tagged with ID: %u", kLogName, response->RequestId());
+    return response->RequestId();
+}
+
+static std::uint32_t ReportRawFrame(const Packet& packet) {
+    if (packet.length < kRawcMinSize) return ReportUntagged();
+    const std::uint32_t can_id = packet.U32(kRawcCanId);
+    Log(kLogMemory, "[%s]   RAWCAN tagged with CAN ID: 0x%X", kLogName, can_id);
+    return can_id;
+}
+
+static std::uint32_t ReportAndTag(const Packet& packet) {
+    switch (packet.type) {
+        case kTypeBusy:
+            return ReportBusy(packet);
+        case kTypeCres:
+            return ReportResponse(packet);
+        case kTypeRawc:
+            return ReportRawFrame(packet);
+        default:
+            return ReportUntagged();
+    }
+}
+
+bool EnqueueReceivedPacket(DeviceQueues* queues, PacketPtr& packet) {
+    if (Missing(__func__, queues, packet)) return false;
+    if (packet->type == kTypeTele) {
+        HandleTelemetryPacket(*packet);
+        packet.reset();
+        return true;
+    }
+    return AppendPacket(&queues->rx, packet, ReportAndTag(*packet));
+}
+
+}  // namespace tarvik

@@ -1,0 +1,65 @@
+#include "link/packet_wait.h"
+
+#include <algorithm>
+
+#include "link/packet_index.h"
+#include "platform/tick.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+// Deliberate: of all types only BUSY and CRES can match, so a BUSY never ends a wait for a CRES.
+bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument) {
+    std::uint32_t id = 0;
+    return packet.type == argument.type && AnsweredRequest(packet, &id) && id == argument.id;
+}
+
+bool MatchType(const Packet& packet, const PacketFilterArgument& argument) {
+    return packet.type == argument.type;
+}
+
+static std::int32_t TimeLeft(std::uint64_t deadline_ms) {
+    const std::uint64_t now = TickMs();
+    if (now >= deadline_ms) return 0;
+    return static_cast<std::int32_t>(std::min<std::uint64_t>(deadline_ms - now, INT32_MAX));
+}
+
+static bool IsWanted(const Packet& packet, std::uint32_t type, std::uint32_t id) {
+    if (packet.type == type) return true;
+    return id != kNoTag && packet.type == kTypeBusy &&
+           MatchTypeAndId(packet, {.type = kTypeBusy, .id = id});
+}
+
+static char Letter(std::uint32_t type, unsigned shift) {
+    return static_cast<char>(type >> shift & 0xFF);
+}
+
+PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
+                        std::uint32_t id, const std::atomic<bool>* abort,
+                        const std::atomic<bool>* running) {
+    if (queues == nullptr || !queues->available || timeout_ms == 0) return nullptr;
+    const std::uint64_t deadline_ms = TickMs() + timeout_ms;
+    const WaitFlags flags = {&queues->available, abort, running};
+
+    do {
+        if (flags.AskToStop()) return nullptr;
+        PacketPtr packet(
+            FindPacket(&queues->rx, {.filter = id != kNoTag ? MatchTypeAndId : MatchType,
+                                     .argument = {.type = type, .id = id},
+                                     .remove = true,
+                                     .timeout_ms = TimeLeft(deadline_ms),
+                                     .flags = &flags}));
+        if (packet == nullptr) return nullptr;
+        Log(kLogTrace, "[%s] Received: %c%c%c%c", __func__, Letter(packet->type, 24),
+            Letter(packet->type, 16), Letter(packet->type, 8), Letter(packet->type, 0));
+        if (IsWanted(*packet, type, id)) return packet;
+
+        // Neither filter lets this happen; should one ever do, the packet is not lost.
+        Log(kLogTrace, "[%s] WARNING: Filter returned unexpected packet type", __func__);
+        AppendPacket(&queues->rx, packet, kNoTag);
+        id = kNoTag;
+    } while (TickMs() < deadline_ms);
+    return nullptr;
+}
+
+}  // namespace tarvik
