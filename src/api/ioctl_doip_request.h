@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+#include "api/dpdu_types.h"
+#include "support/memory.h"
+
+// The request records of the DoIP commands of PDUIoCtl. No dongle takes them yet: they are built
+// and dropped.
+namespace tarvik {
+
+enum class DoipRequestKind : std::uint32_t {
+    kVehicleId = 3,
+    kEthSwitchState = 4,
+    kEntityStatus = 5,
+    kDiagnosticPowerMode = 6,
+};
+
+struct DoipRequest {
+    Tracked<std::uint8_t> bytes;  // null: memory is out, or the record would pass 4 GiB
+    std::uint32_t length = 0;
+};
+
+// Reads the destination addresses' records, not the addresses they point to.
+DoipRequest BuildVehicleIdRequest(const PDU_IO_VEHICLE_ID_REQUEST& input);
+// Kinds 4 to 6: two values.
+DoipRequest BuildValueRequest(DoipRequestKind kind, std::uint32_t first, std::uint32_t second);
+
+}  // namespace tarvik
