@@ -1,0 +1,287 @@
+#include "transport/serial/serial_connect.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "link/packet.h"
+#include "link/packet_queue.h"
+#include "platform/tick.h"
+#include "support/log.h"
+#include "transport/serial/port_discovery.h"
+#include "transport/serial/serial_port_threads.h"
+#include "transport/serial/serial_state.h"
+
+namespace tarvik {
+
+static constexpr std::int32_t kScanPauseMs = 100;
+static constexpr std::int32_t kMonitorEndMs = 100;
+static constexpr std::int32_t kStopLimitMs = 4000;  // for all ports; SerialStop waits a little more
+static constexpr std::int32_t kThreadCleanupMs = 500;
+static constexpr std::uint32_t kSyncWaitMs = 100;
+static constexpr int kSyncTries = 3;
+
+static constexpr char kScanName[] = "SerialConnect";
+static constexpr char kConnectName[] = "ConnectSerialPort";
+static constexpr char kThreadName[] = "SerialConnectThreadFunc";
+
+// What the system lists. Guarded by the session lock, like all that a scan works on.
+struct PresentPort {
+    bool present;
+    char path[64];
+};
+static PresentPort present_ports[kSerialPortCount];
+
+static std::atomic<PortState>& StateOf(std::int32_t number) {
+    return serial->port_states[static_cast<std::size_t>(number)];
+}
+
+static SerialPort& PortOf(std::int32_t number) {
+    return serial->ports[static_cast<std::size_t>(number)];
+}
+
+// ---------------------------------------------------------------- connecting a port
+
+static void ResetPort(SerialPort* port, std::int32_t number) {
+    DeviceQueues& queues = port->queues;
+    port->number = number;
+    port->stream.Reset();
+    port->running = true;
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for Queues at 0x%p (port %d)", kConnectName,
+        queues.device_lock.Address(), number);
+    InitializeQueue(&queues.rx);
+    InitializeQueue(&queues.tx);
+    queues.mtu = kSerialMtu;
+    queues.available = true;
+}
+
+static bool OpenPortHandle(SerialPort* port, const char* path) {
+    PortHandle* handle = OpenPort(path);
+    if (handle == nullptr) {
+        ConsolePrint("Failed to open serial port: %i\n", OsLastError());
+        return false;
+    }
+    LockGuard hold(port->stop_lock);
+    port->handle = handle;
+    return true;
+}
+
+static bool StartThread(OsThread** thread, OsThreadEntry entry, SerialPort* port,
+                        const char* description) {
+    *thread = OsThreadStart(entry, port, description);
+    return *thread != nullptr;
+}
+
+static void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port) {
+    if (*thread == nullptr) return;
+    OsThreadJoin(*thread, kThreadCleanupMs);
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s error cleanup) for port %d", kConnectName,
+        OsThreadHandle(*thread), which, port.number);
+    OsThreadJoin(*thread, -1);  // whatever held it up: it uses the port, which is closed next
+    OsThreadClose(*thread);
+    *thread = nullptr;
+}
+
+// The monitor thread comes last, so that it finds the other two.
+static bool StartPortThreads(SerialPort* port) {
+    const std::int32_t number = port->number;
+    if (!StartThread(&port->receive_thread, SerialRxThreadFunc, port,
+                     "Tarvik SerialRxThreadFunc")) {
+        ConsolePrint("Failed to create RX thread: %i\n", OsLastError());
+        return false;
+    }
+    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialRxThreadFunc) for port %d", kConnectName,
+        OsThreadHandle(port->receive_thread), number);
+    if (!StartThread(&port->transmit_thread, SerialTxThreadFunc, port,
+                     "Tarvik SerialTxThreadFunc")) {
+        ConsolePrint("Failed to create TX thread: %i\n", OsLastError());
+        return false;
+    }
+    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialTxThreadFunc) for port %d", kConnectName,
+        OsThreadHandle(port->transmit_thread), number);
+    if (!StartThread(&port->monitor_thread, SerialThreadFunc, port, "Tarvik SerialThreadFunc")) {
+        ConsolePrint("Failed to create thread: %i\n", OsLastError());
+        return false;
+    }
+    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialThreadFunc) for port %d", kConnectName,
+        OsThreadHandle(port->monitor_thread), number);
+    return true;
+}
+
+// Undoes what was set up without a monitor thread to do it.
+static void AbandonPort(SerialPort* port) {
+    StopPort(port);
+    CleanUpThread(&port->transmit_thread, "TxThread", *port);
+    CleanUpThread(&port->receive_thread, "RxThread", *port);
+    ClosePortHandle(port);
+    ReleaseQueues(port);
+}
+
+// False: the port has closed itself meanwhile.
+static bool SendSync(SerialPort* port) {
+    LockGuard hold(port->queues.device_lock);
+    if (!port->queues.available) return false;
+    PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
+    if (sync) EnqueueTransmitPacket(&port->queues, sync);
+    return true;
+}
+
+static bool Synchronize(SerialPort* port) {
+    for (int i = 0; i < kSyncTries && serial->running; ++i) {
+        ConsolePrint("COM%d: Send SYNC\n", port->number);
+        if (!SendSync(port)) return false;
+        const PacketPtr answer =
+            WaitForPacket(&port->queues, kTypeSync, kSyncWaitMs, kNoTag, nullptr, &serial->running);
+        if (answer && answer->type == kTypeSync) return true;
+    }
+    return false;
+}
+
+// The port may close itself at any moment: its state then is the one that its monitor thread
+// leaves behind.
+static void MarkConnected(SerialPort* port) {
+    LockGuard hold(port->queues.device_lock);
+    StateOf(port->number) = port->queues.available ? PortState::kConnected : PortState::kUnused;
+}
+
+bool ConnectSerialPort(std::int32_t number, const char* path) {
+    SerialPort& port = PortOf(number);
+    ResetPort(&port, number);
+    if (!OpenPortHandle(&port, path) || !StartPortThreads(&port)) {
+        AbandonPort(&port);
+        StateOf(number) = PortState::kFailed;
+        return false;
+    }
+    if (!Synchronize(&port)) {
+        StateOf(number) = PortState::kFailed;
+        if (serial->running) {
+            ConsolePrint("COM%d: Device did not respond\n", number);
+            Log(kLogTrace, "[%s] COM%d: No response from device. Closing again.", kConnectName,
+                number);
+        }
+        StopPort(&port);  // its monitor thread closes everything
+        return false;
+    }
+    ConsolePrint("COM%d: Connected successfully\n", number);
+    MarkConnected(&port);
+    AnnounceSerialChange();
+    return true;
+}
+
+// ---------------------------------------------------------------- scanning
+
+static void NotePresentPort(void*, std::int32_t number, const char* path) {
+    PresentPort& port = present_ports[number];
+    if (port.present || std::strlen(path) >= sizeof port.path) return;
+    FormatText(port.path, sizeof port.path, "%s", path);
+    port.present = true;
+}
+
+// Closes the handle of a monitor thread that has ended, or ends within the limit. False: it still
+// runs, and the port is not to be touched.
+static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms) {
+    if (port->monitor_thread == nullptr) return true;
+    if (!OsThreadJoin(port->monitor_thread, limit_ms)) return false;
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (MonitorThread) for port %d", kScanName,
+        OsThreadHandle(port->monitor_thread), port->number);
+    OsThreadClose(port->monitor_thread);
+    port->monitor_thread = nullptr;
+    return true;
+}
+
+static void NoteArrival(std::int32_t number) {
+    // While the last connection is still being closed, the next scan is early enough.
+    if (StateOf(number) != PortState::kUnused || !CloseMonitor(&PortOf(number), 0)) return;
+    ConsolePrint("COM%d: New device detected\n", number);
+    StateOf(number) = PortState::kDetected;
+}
+
+static void NoteDeparture(std::int32_t number) {
+    const PortState state = StateOf(number);
+    if (state == PortState::kUnused) return;
+    SerialPort& port = PortOf(number);
+    if (state == PortState::kConnected) {
+        Log(kLogTrace, "[%s]   COM%d Still connected, wait for cleanup", kScanName, number);
+        StopPort(&port);
+        CloseMonitor(&port, kMonitorEndMs);
+    } else {
+        Log(kLogTrace, "[%s]   COM%d got disconnected, set to unused", kScanName, number);
+    }
+    StateOf(number) = PortState::kUnused;
+}
+
+bool SerialConnect() {
+    LockGuard hold(serial->session_lock);
+    std::memset(present_ports, 0, sizeof present_ports);
+    if (!DiscoverPorts(NotePresentPort, nullptr)) {
+        ConsolePrint("Failed to get device information set\n");
+        return false;
+    }
+    for (std::int32_t number = 0; number < kSerialPortCount; ++number) {
+        if (present_ports[number].present) {
+            NoteArrival(number);
+        } else {
+            NoteDeparture(number);
+        }
+        CloseMonitor(&PortOf(number), 0);
+    }
+    bool connected = false;
+    for (std::int32_t number = 0; number < kSerialPortCount && serial->running; ++number) {
+        if (!present_ports[number].present || StateOf(number) != PortState::kDetected) continue;
+        ConsolePrint("COM%d: Connecting to new device\n", number);
+        if (ConnectSerialPort(number, present_ports[number].path)) connected = true;
+    }
+    return connected;
+}
+
+// ---------------------------------------------------------------- the connect thread
+
+static void PauseBetweenScans() {
+    const std::uint64_t deadline = TickMs() + kScanPauseMs;
+    LockGuard hold(serial->change_lock);
+    for (;;) {
+        const std::uint64_t now = TickMs();
+        if (!serial->running || now >= deadline) return;
+        serial->changed.Wait(serial->change_lock, static_cast<std::int32_t>(deadline - now));
+    }
+}
+
+static void StopConnectedPort(std::int32_t number) {
+    SerialPort& port = PortOf(number);
+    if (StateOf(number).exchange(PortState::kUnused) != PortState::kConnected) return;
+    Log(kLogTrace, "[%s]   Waiting for COM%d Thread", kThreadName, number);
+    StopPort(&port);
+    if (port.monitor_thread == nullptr || !OsThreadJoin(port.monitor_thread, kMonitorEndMs)) return;
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (MonitorThread error cleanup) for port %d",
+        kThreadName, OsThreadHandle(port.monitor_thread), number);
+    OsThreadClose(port.monitor_thread);
+    port.monitor_thread = nullptr;
+}
+
+static void StopAllPorts() {
+    for (std::int32_t number = 0; number < kSerialPortCount; ++number)
+        StopConnectedPort(number);
+    // Ports whose handshake was cut short, and those that needed longer than their share: after
+    // the library's end no thread of it may run.
+    const std::uint64_t deadline = TickMs() + kStopLimitMs;
+    for (SerialPort& port : serial->ports) {
+        if (port.monitor_thread == nullptr) continue;
+        StopPort(&port);
+        const std::uint64_t now = TickMs();
+        CloseMonitor(&port, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0);
+    }
+}
+
+void SerialConnectThreadFunc(void*) {
+    while (serial->running) {
+        SerialConnect();
+        PauseBetweenScans();
+    }
+    Log(kLogTrace, "[%s] Waiting for all Threads", kThreadName);
+    {
+        LockGuard hold(serial->session_lock);
+        StopAllPorts();
+    }
+    Log(kLogTrace, "[%s] Exiting", kThreadName);
+}
+
+}  // namespace tarvik

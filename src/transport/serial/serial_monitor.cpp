@@ -1,0 +1,70 @@
+#include "link/fragmentation.h"
+#include "link/packet_queue.h"
+#include "support/log.h"
+#include "transport/serial/serial_port_threads.h"
+
+namespace tarvik {
+
+static constexpr char kMonitorName[] = "SerialThreadFunc";
+static constexpr std::int32_t kMonitorStepMs = 100;
+static constexpr std::int32_t kThreadEndMs = 500;
+
+void StopPort(SerialPort* port) {
+    LockGuard hold(port->stop_lock);
+    port->running = false;
+    if (port->handle != nullptr) WakePort(port->handle);
+    WakeQueueWaiters(&port->queues.tx);
+    port->stopped.WakeAll();
+}
+
+void ReleaseQueues(SerialPort* port) {
+    LockGuard hold(port->queues.device_lock);
+    port->queues.available = false;
+    FreeQueue(&port->queues.rx);
+    FreeQueue(&port->queues.tx);
+    // The next scan connects the port again if it is still there.
+    PortState connected = PortState::kConnected;
+    serial->port_states[static_cast<std::size_t>(port->number)].compare_exchange_strong(
+        connected, PortState::kUnused);
+}
+
+void ClosePortHandle(SerialPort* port) {
+    LockGuard hold(port->stop_lock);
+    if (port->handle != nullptr) ClosePort(port->handle);
+    port->handle = nullptr;
+}
+
+static void AwaitStop(SerialPort* port) {
+    LockGuard hold(port->stop_lock);
+    while (port->running)
+        port->stopped.Wait(port->stop_lock, kMonitorStepMs);
+}
+
+static void CloseEndedThread(OsThread** thread) {
+    OsThreadJoin(*thread, -1);
+    OsThreadClose(*thread);
+    *thread = nullptr;
+}
+
+void SerialThreadFunc(void* argument) {
+    auto* port = static_cast<SerialPort*>(argument);
+    AwaitStop(port);
+    Log(kLogTrace, "[%s] COM%d Instance is stopping, waiting for threads", kMonitorName,
+        port->number);
+    OsThreadJoin(port->transmit_thread, kThreadEndMs);
+    OsThreadJoin(port->receive_thread, kThreadEndMs);
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (TxThread) for port %d", kMonitorName,
+        OsThreadHandle(port->transmit_thread), port->number);
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (RxThread) for port %d", kMonitorName,
+        OsThreadHandle(port->receive_thread), port->number);
+    ReleaseQueues(port);
+
+    // A thread that is held up beyond its limit (by a paused console, say) still uses the port:
+    // nobody waits for it any more, but the port is closed only after its end.
+    CloseEndedThread(&port->transmit_thread);
+    CloseEndedThread(&port->receive_thread);
+    ClosePortHandle(port);
+    Log(kLogTrace, "[%s] COM%d Instance stopped", kMonitorName, port->number);
+}
+
+}  // namespace tarvik

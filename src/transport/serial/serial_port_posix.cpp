@@ -1,0 +1,180 @@
+#include "transport/serial/serial_port.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/tick.h"
+#include "support/memory.h"
+
+namespace tarvik {
+
+struct PortHandle {
+    int file = -1;
+    int wake = -1;  // readable once the port has been woken, for good
+};
+
+// The counterpart of an overlapped event: what the thread sleeps on, which is its direction of the
+// port and the port's wake-up.
+struct PortTransfer {
+    PortHandle* port = nullptr;
+    int poll = -1;
+    bool hung_up = false;
+};
+
+static void CloseIfOpen(int descriptor) {
+    if (descriptor >= 0) ::close(descriptor);
+}
+
+// A cooked tty would change bytes. Nothing else of it is touched.
+static bool SetRaw(int file) {
+    termios settings{};
+    if (::tcgetattr(file, &settings) != 0) return false;
+    ::cfmakeraw(&settings);
+    return ::tcsetattr(file, TCSANOW, &settings) == 0;
+}
+
+static bool OpenFiles(PortHandle* port, const char* path) {
+    port->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (port->wake < 0) return false;
+    port->file = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    return port->file >= 0 && ::ioctl(port->file, TIOCEXCL) == 0 && SetRaw(port->file);
+}
+
+PortHandle* OpenPort(const char* path) {
+    auto* port = NewTracked<PortHandle>();
+    if (port == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    if (OpenFiles(port, path)) return port;
+    const int error = errno;
+    ClosePort(port);
+    errno = error;
+    return nullptr;
+}
+
+void WakePort(PortHandle* port) { ::eventfd_write(port->wake, 1); }
+
+void ClosePort(PortHandle* port) {
+    if (port->file >= 0) {
+        // The mark stays with the tty, not with our descriptor: others may open it again.
+        ::ioctl(port->file, TIOCNXCL);
+        ::close(port->file);
+    }
+    CloseIfOpen(port->wake);
+    DeleteTracked(port);
+}
+
+static bool Watch(int poll, int descriptor, std::uint32_t events) {
+    epoll_event watched{};
+    watched.events = events;
+    watched.data.fd = descriptor;
+    return ::epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &watched) == 0;
+}
+
+PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
+    auto* transfer = NewTracked<PortTransfer>();
+    if (transfer == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    transfer->port = port;
+    transfer->poll = ::epoll_create1(EPOLL_CLOEXEC);
+    const std::uint32_t direction = kind == TransferKind::kReceive ? EPOLLIN : EPOLLOUT;
+    if (transfer->poll < 0 || !Watch(transfer->poll, port->file, direction) ||
+        !Watch(transfer->poll, port->wake, EPOLLIN)) {
+        const int error = errno;
+        CloseTransfer(transfer);
+        errno = error;
+        return nullptr;
+    }
+    return transfer;
+}
+
+void* TransferEvent(const PortTransfer* transfer) {
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(transfer->poll));
+}
+
+void CloseTransfer(PortTransfer* transfer) {
+    CloseIfOpen(transfer->poll);
+    DeleteTracked(transfer);
+}
+
+enum class Awaited : std::uint8_t { kPort, kWoken, kTimeout, kFailed };
+
+static Awaited Await(PortTransfer* transfer, std::int32_t timeout_ms) {
+    epoll_event events[2];
+    const int count = ::epoll_wait(transfer->poll, events, 2, timeout_ms);
+    if (count < 0) return errno == EINTR ? Awaited::kPort : Awaited::kFailed;
+    Awaited awaited = Awaited::kTimeout;
+    for (int i = 0; i < count; ++i) {
+        if (events[i].data.fd == transfer->port->wake) return Awaited::kWoken;
+        if ((events[i].events & (EPOLLHUP | EPOLLERR)) != 0) transfer->hung_up = true;
+        awaited = Awaited::kPort;
+    }
+    return awaited;
+}
+
+bool WaitForData(PortTransfer* transfer, std::int32_t timeout_ms) {
+    return Await(transfer, timeout_ms) != Awaited::kFailed;
+}
+
+bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
+    int queued = 0;
+    if (::ioctl(transfer->port->file, FIONREAD, &queued) != 0) return false;
+    if (queued <= 0 && transfer->hung_up) {
+        errno = EIO;
+        return false;
+    }
+    *count = queued > 0 ? static_cast<std::uint32_t>(queued) : 0;
+    return true;
+}
+
+TransferOutcome ReadPort(PortTransfer* transfer, void* data, std::uint32_t size) {
+    const ssize_t got = ::read(transfer->port->file, data, size);
+    if (got > 0) return {TransferStep::kDone, static_cast<std::uint32_t>(got), 0};
+    const int error = got == 0 ? EIO : errno;  // end of file: the port was hung up
+    if (error == EAGAIN || error == EINTR) return {TransferStep::kDone, 0, 0};
+    return {TransferStep::kStart, 0, static_cast<std::uint32_t>(error)};
+}
+
+// Drops what the driver still holds, which could keep closing the port waiting for half a minute.
+static TransferOutcome GiveUp(PortTransfer* transfer, TransferOutcome outcome) {
+    ::tcflush(transfer->port->file, TCOFLUSH);
+    return outcome;
+}
+
+TransferOutcome WritePort(PortTransfer* transfer, const void* data, std::uint32_t size,
+                          std::int32_t timeout_ms) {
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    const std::uint64_t deadline = TickMs() + static_cast<std::uint64_t>(timeout_ms);
+    std::uint32_t written = 0;
+    while (written < size) {
+        const ssize_t put = ::write(transfer->port->file, bytes + written, size - written);
+        if (put > 0) {
+            written += static_cast<std::uint32_t>(put);
+            continue;
+        }
+        const int error = put == 0 ? EAGAIN : errno;
+        if (error != EAGAIN && error != EINTR) {
+            const TransferStep step = written == 0 ? TransferStep::kStart : TransferStep::kResult;
+            return GiveUp(transfer, {step, written, static_cast<std::uint32_t>(error)});
+        }
+        const std::uint64_t now = TickMs();
+        if (now >= deadline) return GiveUp(transfer, {TransferStep::kTimeout, written, 0});
+        const Awaited awaited = Await(transfer, static_cast<std::int32_t>(deadline - now));
+        if (awaited == Awaited::kWoken || awaited == Awaited::kFailed) {
+            return GiveUp(transfer,
+                          {TransferStep::kWait, written, static_cast<std::uint32_t>(awaited)});
+        }
+    }
+    return {TransferStep::kDone, written, 0};
+}
+
+}  // namespace tarvik

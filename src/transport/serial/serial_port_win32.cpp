@@ -1,0 +1,161 @@
+#include "transport/serial/serial_port.h"
+
+#include <windows.h>
+
+#include "support/memory.h"
+
+namespace tarvik {
+
+struct PortHandle {
+    HANDLE file = INVALID_HANDLE_VALUE;
+    HANDLE wake = nullptr;  // manual reset; set once, for good
+};
+
+struct PortTransfer {
+    PortHandle* port = nullptr;
+    OVERLAPPED transfer{};
+    OVERLAPPED comm_wait{};     // the receiver's
+    DWORD comm_event = 0;       // written by the system when a comm event ends the wait
+    bool comm_pending = false;  // such a wait is under way
+};
+
+static void CloseIfOpen(HANDLE handle) {
+    if (handle != nullptr && handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
+}
+
+static void KeepLastErrorAndClose(PortHandle* port) {
+    const DWORD error = ::GetLastError();
+    ClosePort(port);
+    ::SetLastError(error);
+}
+
+PortHandle* OpenPort(const char* path) {
+    auto* port = NewTracked<PortHandle>();
+    if (port == nullptr) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    port->wake = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    port->file = ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                               FILE_FLAG_OVERLAPPED, nullptr);
+    // Naming the events to wait for is no line setting: how the driver runs the port stays as is.
+    if (port->wake == nullptr || port->file == INVALID_HANDLE_VALUE ||
+        !::SetCommMask(port->file, EV_RXCHAR)) {
+        KeepLastErrorAndClose(port);
+        return nullptr;
+    }
+    return port;
+}
+
+void WakePort(PortHandle* port) { ::SetEvent(port->wake); }
+
+void ClosePort(PortHandle* port) {
+    CloseIfOpen(port->file);
+    CloseIfOpen(port->wake);
+    DeleteTracked(port);
+}
+
+PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
+    auto* transfer = NewTracked<PortTransfer>();
+    if (transfer == nullptr) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    transfer->port = port;
+    transfer->transfer.hEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (kind == TransferKind::kReceive) {
+        transfer->comm_wait.hEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    }
+    if (transfer->transfer.hEvent == nullptr ||
+        (kind == TransferKind::kReceive && transfer->comm_wait.hEvent == nullptr)) {
+        const DWORD error = ::GetLastError();
+        CloseTransfer(transfer);
+        ::SetLastError(error);
+        return nullptr;
+    }
+    return transfer;
+}
+
+void* TransferEvent(const PortTransfer* transfer) { return transfer->transfer.hEvent; }
+
+// A wait for a comm event cannot be cancelled on every system; a new mask ends it everywhere. The
+// record must not go away before that, since the system writes into it.
+static void EndCommWait(PortTransfer* transfer) {
+    if (!transfer->comm_pending) return;
+    ::SetCommMask(transfer->port->file, 0);
+    DWORD ignored = 0;
+    ::GetOverlappedResult(transfer->port->file, &transfer->comm_wait, &ignored, TRUE);
+    transfer->comm_pending = false;
+}
+
+void CloseTransfer(PortTransfer* transfer) {
+    EndCommWait(transfer);
+    CloseIfOpen(transfer->transfer.hEvent);
+    CloseIfOpen(transfer->comm_wait.hEvent);
+    DeleteTracked(transfer);
+}
+
+bool WaitForData(PortTransfer* transfer, std::int32_t timeout_ms) {
+    if (!transfer->comm_pending) {
+        ::ResetEvent(transfer->comm_wait.hEvent);
+        if (::WaitCommEvent(transfer->port->file, &transfer->comm_event, &transfer->comm_wait)) {
+            return true;
+        }
+        if (::GetLastError() != ERROR_IO_PENDING) return false;
+        transfer->comm_pending = true;
+    }
+    // Bytes that came before the wait began raise no event.
+    std::uint32_t queued = 0;
+    if (!QueuedBytes(transfer, &queued) || queued > 0) return true;
+
+    const HANDLE either[] = {transfer->comm_wait.hEvent, transfer->port->wake};
+    if (::WaitForMultipleObjects(2, either, FALSE, static_cast<DWORD>(timeout_ms)) ==
+        WAIT_OBJECT_0) {
+        transfer->comm_pending = false;  // how it ended does not matter: QueuedBytes tells
+    }
+    return true;
+}
+
+bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
+    DWORD errors = 0;
+    COMSTAT status{};
+    if (!::ClearCommError(transfer->port->file, &errors, &status)) return false;
+    *count = status.cbInQue;
+    return true;
+}
+
+// Waits for what was started and says how it ended. `wait_ms` counts from here.
+static TransferOutcome Finish(PortTransfer* transfer, bool started, DWORD wait_ms) {
+    if (!started && ::GetLastError() != ERROR_IO_PENDING) {
+        return {TransferStep::kStart, 0, ::GetLastError()};
+    }
+    const HANDLE either[] = {transfer->transfer.hEvent, transfer->port->wake};
+    const DWORD wait = ::WaitForMultipleObjects(2, either, FALSE, wait_ms);
+    const HANDLE file = transfer->port->file;
+    if (wait != WAIT_OBJECT_0) ::CancelIoEx(file, &transfer->transfer);
+
+    DWORD bytes = 0;
+    const bool complete = ::GetOverlappedResult(file, &transfer->transfer, &bytes, TRUE) != 0;
+    const DWORD error = complete ? 0 : ::GetLastError();
+    if (wait == WAIT_TIMEOUT) return {TransferStep::kTimeout, bytes, 0};
+    if (wait != WAIT_OBJECT_0) return {TransferStep::kWait, bytes, wait};
+    if (!complete) return {TransferStep::kResult, bytes, error};
+    return {TransferStep::kDone, bytes, 0};
+}
+
+TransferOutcome ReadPort(PortTransfer* transfer, void* data, std::uint32_t size) {
+    ::ResetEvent(transfer->transfer.hEvent);
+    const bool started =
+        ::ReadFile(transfer->port->file, data, size, nullptr, &transfer->transfer) != 0;
+    return Finish(transfer, started, INFINITE);
+}
+
+TransferOutcome WritePort(PortTransfer* transfer, const void* data, std::uint32_t size,
+                          std::int32_t timeout_ms) {
+    ::ResetEvent(transfer->transfer.hEvent);
+    const bool started =
+        ::WriteFile(transfer->port->file, data, size, nullptr, &transfer->transfer) != 0;
+    return Finish(transfer, started, static_cast<DWORD>(timeout_ms));
+}
+
+}  // namespace tarvik

@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <cstdint>
+
+#include "link/fragmentation.h"
+#include "link/packet.h"
+#include "link/packet_counters.h"
+#include "link/packet_queue.h"
+#include "support/device_log.h"
+#include "support/log.h"
+#include "transport/serial/serial_cipher.h"
+#include "transport/serial/serial_port_threads.h"
+
+namespace tarvik {
+
+static constexpr char kRxName[] = "SerialRxThreadFunc";
+static constexpr char kReadName[] = "ReadPacketFromSerial";
+static constexpr std::int32_t kCommWaitMs = 50;
+
+// Deliberate: one chaining value for the process, shared by all ports and kept when a dongle is
+// unplugged.
+struct SharedCipher {
+    OsLock lock;  // a packet is deciphered under one hold
+    SerialCipher cipher;
+};
+static Immortal<SharedCipher> shared_cipher;
+
+// Replaces a sealed packet by the one within. False: what came out is no packet.
+static bool OpenSealedPacket(PacketPtr* packet) {
+    std::uint8_t* sealed = (*packet)->Bytes() + MIN_PKT_SIZE;
+    const std::uint32_t sealed_size = (*packet)->length - MIN_PKT_SIZE;
+    {
+        LockGuard hold(shared_cipher->lock);
+        shared_cipher->cipher.Decipher(sealed, sealed_size);
+    }
+    if (sealed_size < MIN_PKT_SIZE) return false;
+    const std::uint32_t inner_length = LoadU32(sealed + 4);
+    // Deliberate: compared with the length of the whole outer packet, not of what it seals.
+    if (inner_length < MIN_PKT_SIZE || inner_length > (*packet)->length) return false;
+
+    PacketPtr inner = MakePacket(LoadU32(sealed), inner_length);
+    if (!inner) return false;
+    // What the outer packet does not hold stays zero.
+    const std::uint32_t held = std::min(inner_length, sealed_size);
+    std::copy(sealed + MIN_PKT_SIZE, sealed + held, inner->Bytes() + MIN_PKT_SIZE);
+    *packet = std::move(inner);
+    return true;
+}
+
+static void PassOn(SerialPort* port, PacketPtr& packet) {
+    if (packet->type == kTypePing) {
+        packet->type = kTypeRepl;
+        EnqueueTransmitPacket(&port->queues, packet);
+    } else {
+        EnqueueReceivedPacket(&port->queues, packet);
+    }
+}
+
+// False: the port cannot go on.
+static bool AcceptPacket(SerialPort* port, PacketPtr packet) {
+    CountReceivedPacket(packet->length);
+    if (packet->type == kTypeCryp && !OpenSealedPacket(&packet)) {
+        ConsolePrint("Decryption failed\n");
+        return false;
+    }
+    if (packet->type == kTypeLog) {
+        ProcessDeviceLogText(reinterpret_cast<const char*>(packet->Bytes() + MIN_PKT_SIZE),
+                             packet->length - MIN_PKT_SIZE);
+    }
+    PacketPtr complete;
+    if (FragReceivePacket(&port->queues, packet, &complete)) PassOn(port, complete);
+    return true;
+}
+
+// The SYNC header itself is the packet that ends the handshake.
+static void AcceptSync(SerialPort* port) {
+    ConsolePrint("Synchronized\n");
+    Log(kLogTrace, "[%s] Synchronized\n", kRxName);
+    PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
+    if (sync) AppendPacket(&port->queues.rx, sync, kNoTag);
+}
+
+static bool AcceptBytes(SerialPort* port, ByteView bytes) {
+    for (;;) {
+        PacketPtr packet;
+        switch (port->stream.Next(&bytes, &packet)) {
+            case StreamEvent::kNeedsMore:
+                return true;
+            case StreamEvent::kSynchronized:
+                AcceptSync(port);
+                break;
+            case StreamEvent::kInvalidHeader:
+                Log(kLogTrace, "[%s] Invalid header size %i", kRxName,
+                    static_cast<int>(port->stream.invalid_length()));
+                break;
+            case StreamEvent::kPacket:
+                if (!AcceptPacket(port, std::move(packet))) return false;
+                break;
+        }
+    }
+}
+
+static void LogReadFailure(const SerialPort& port, const TransferOutcome& outcome) {
+    const int error = static_cast<int>(outcome.code);
+    switch (outcome.step) {
+        case TransferStep::kStart:
+            Log(kLogTrace, "[%s] Failed to read from serial port, error: %i", kReadName, error);
+            break;
+        case TransferStep::kResult:
+            Log(kLogTrace, "[%s] Failed to get overlapped result, error: %i", kReadName, error);
+            break;
+        case TransferStep::kTimeout:
+        case TransferStep::kWait:
+        case TransferStep::kDone:
+            Log(kLogTrace, "[%s] Wait error or timeout occurred", kReadName);
+            break;
+    }
+    Log(kLogTrace,
+        port.stream.in_packet() ? "[%s] Failed ReadPacketFromSerial" : "[%s] Failed to read header",
+        kRxName);
+}
+
+// Reads whatever is queued, in as few pieces as fit, until nothing is left. False: the port
+// cannot go on.
+static bool ReceiveQueued(SerialPort* port, PortTransfer* transfer) {
+    std::uint8_t bytes[kSerialMtu];
+    while (port->running) {
+        std::uint32_t queued = 0;
+        if (!QueuedBytes(transfer, &queued)) {
+            Log(kLogTrace, "[%s] Failed to get serial port status, error: %i", kRxName,
+                OsLastError());
+            return false;
+        }
+        if (queued == 0) return true;
+        const auto wanted = std::min(queued, static_cast<std::uint32_t>(sizeof bytes));
+        const TransferOutcome outcome = ReadPort(transfer, bytes, wanted);
+        if (outcome.step != TransferStep::kDone) {
+            LogReadFailure(*port, outcome);
+            return false;
+        }
+        if (!AcceptBytes(port, {bytes, outcome.bytes})) return false;
+    }
+    return true;
+}
+
+static void Receive(SerialPort* port, PortTransfer* transfer) {
+    while (port->running) {
+        if (!WaitForData(transfer, kCommWaitMs)) {
+            Log(kLogTrace, "[%s] Failed to wait for comm event, error: %i", kRxName, OsLastError());
+            return;
+        }
+        if (!ReceiveQueued(port, transfer)) return;
+    }
+}
+
+void SerialRxThreadFunc(void* argument) {
+    auto* port = static_cast<SerialPort*>(argument);
+    Log(kLogTrace, "[%s] Starting.", kRxName);
+    PortTransfer* transfer = CreateTransfer(port->handle, TransferKind::kReceive);
+    if (transfer == nullptr) {
+        Log(kLogTrace, "[%s] Failed to create overlapped event, error: %i", kRxName, OsLastError());
+        StopPort(port);
+        return;
+    }
+    Log(kLogTrace, "[%s] Created Event handle 0x%p for serial RX overlap (port %d)", kRxName,
+        TransferEvent(transfer), port->number);
+
+    Receive(port, transfer);
+    StopPort(port);
+
+    Log(kLogTrace, "[%s] Closing Event handle 0x%p (rxOverlap.hEvent) for port %d", kRxName,
+        TransferEvent(transfer), port->number);
+    CloseTransfer(transfer);
+    Log(kLogTrace, "[%s] Exiting.", kRxName);
+}
+
+}  // namespace tarvik

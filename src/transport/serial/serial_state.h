@@ -1,0 +1,64 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+
+#include "link/packet_queue.h"
+#include "platform/immortal.h"
+#include "platform/lock.h"
+#include "platform/thread.h"
+#include "transport/serial/port_names.h"
+#include "transport/serial/serial_port.h"
+#include "transport/serial/serial_stream.h"
+
+namespace tarvik {
+
+inline constexpr std::uint32_t kSerialTransportId = 1;
+inline constexpr std::uint32_t kSerialMtu = 4096;
+
+enum class PortState : std::uint32_t {
+    kUnused = 0,
+    kDetected = 1,  // a scan has seen it, it is not connected yet
+    kFailed = 2,    // did not connect; left alone until it disappears
+    kConnected = 3,
+};
+
+// One port, from its connection to the end of its three threads. The record lives as long as the
+// library: links keep a pointer to its queues after the dongle has gone.
+struct SerialPort {
+    std::int32_t number = 0;
+    std::atomic<bool> running{false};  // its threads run; StopPort clears it
+    OsLock stop_lock;                  // guards `handle`; comes before a queue's lock
+    OsCondition stopped;               // woken when `running` is cleared
+    PortHandle* handle = nullptr;      // set while threads run: they use it without the lock
+    SerialStream stream;               // the receive thread's
+    // The connect thread starts all three. The monitor thread ends the other two and closes them;
+    // its own handle is closed by the connect thread, after its end.
+    OsThread* monitor_thread = nullptr;
+    OsThread* receive_thread = nullptr;
+    OsThread* transmit_thread = nullptr;
+    DeviceQueues queues;
+};
+
+struct SerialState {
+    std::atomic<bool> initialized{false};
+    std::atomic<bool> running{false};
+    OsLock start_lock;  // held while the connect thread is started and while it is awaited
+    OsThread* connect_thread = nullptr;  // guarded by start_lock
+    OsLock session_lock;                 // one scan at a time; comes before a device lock
+
+    OsLock change_lock;   // held for no longer than it takes to look at what `changed` tells of
+    OsCondition changed;  // woken when a port has become connected, and when `running` is cleared
+
+    // Changed by the connect thread, and by the monitor threads from connected to unused (under
+    // the device lock).
+    std::array<std::atomic<PortState>, kSerialPortCount> port_states{};
+    std::array<SerialPort, kSerialPortCount> ports;
+};
+extern Immortal<SerialState> serial;
+
+// After a change that sleepers on `changed` wait for.
+void AnnounceSerialChange();
+
+}  // namespace tarvik

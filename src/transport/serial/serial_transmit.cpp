@@ -1,0 +1,80 @@
+#include <cstdint>
+
+#include "link/packet.h"
+#include "link/packet_counters.h"
+#include "link/packet_queue.h"
+#include "support/log.h"
+#include "transport/serial/serial_port_threads.h"
+
+namespace tarvik {
+
+static constexpr char kTxName[] = "SerialTxThreadFunc";
+static constexpr char kWriteName[] = "WritePacketToSerial";
+static constexpr std::int32_t kQueueWaitMs = 50;
+static constexpr std::int32_t kWriteLimitMs = 500;
+
+static bool WritePacket(PortTransfer* transfer, const Packet& packet) {
+    const TransferOutcome outcome =
+        WritePort(transfer, packet.Bytes(), packet.length, kWriteLimitMs);
+    const int error = static_cast<int>(outcome.code);
+    switch (outcome.step) {
+        case TransferStep::kStart:
+            Log(kLogTrace, "[%s] Failed to write to serial port, error: %i", kWriteName, error);
+            return false;
+        case TransferStep::kTimeout:
+            Log(kLogTrace, "[%s] Wait timeout occurred", kWriteName);
+            return false;
+        case TransferStep::kWait:
+            Log(kLogTrace, "[%s] Wait error: 0x%08X", kWriteName, outcome.code);
+            return false;
+        case TransferStep::kResult:
+            Log(kLogTrace, "[%s] Failed to get overlapped result, error: %i", kWriteName, error);
+            return false;
+        case TransferStep::kDone:
+            break;
+    }
+    if (outcome.bytes != packet.length) {
+        Log(kLogTrace, "[%s] Written: %i/%i", kWriteName, static_cast<int>(outcome.bytes),
+            static_cast<int>(packet.length));
+        return false;
+    }
+    Log(kLogTrace, "[%s] Wrote packet with %i byte", kWriteName, static_cast<int>(packet.length));
+    return true;
+}
+
+static void Transmit(SerialPort* port, PortTransfer* transfer) {
+    while (port->running) {
+        PacketPtr packet = TakePacket(&port->queues.tx, kQueueWaitMs);
+        if (!packet) continue;
+        if (!WritePacket(transfer, *packet)) {
+            Log(kLogTrace, "[%s] Failed to send. exiting.", kTxName);
+            AppendPacket(&port->queues.tx, packet, kNoTag);
+            return;
+        }
+        Log(kLogTrace, "[%s] Sent %i byte.", kTxName, static_cast<int>(packet->length));
+        CountSentPacket(packet->length);
+    }
+}
+
+void SerialTxThreadFunc(void* argument) {
+    auto* port = static_cast<SerialPort*>(argument);
+    Log(kLogTrace, "[%s] Starting.", kTxName);
+    PortTransfer* transfer = CreateTransfer(port->handle, TransferKind::kTransmit);
+    if (transfer == nullptr) {
+        Log(kLogTrace, "[%s] Failed to create overlapped event, error: %i", kTxName, OsLastError());
+        StopPort(port);
+        return;
+    }
+    Log(kLogTrace, "[%s] Created Event handle 0x%p for serial TX overlap (port %d)", kTxName,
+        TransferEvent(transfer), port->number);
+
+    Transmit(port, transfer);
+    StopPort(port);
+
+    Log(kLogTrace, "[%s] Closing Event handle 0x%p (txOverlap.hEvent) for port %d", kTxName,
+        TransferEvent(transfer), port->number);
+    CloseTransfer(transfer);
+    Log(kLogTrace, "[%s] Exiting.", kTxName);
+}
+
+}  // namespace tarvik

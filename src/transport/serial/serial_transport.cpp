@@ -1,0 +1,167 @@
+// Dongles on USB serial ports.
+#include <utility>
+
+#include "link/packet.h"
+#include "link/packet_queue.h"
+#include "platform/tick.h"
+#include "support/config.h"
+#include "support/log.h"
+#include "transport/serial/serial_connect.h"
+#include "transport/serial/serial_state.h"
+#include "transport/transport.h"
+
+namespace tarvik {
+
+static constexpr std::int32_t kConnectThreadEndMs = 5000;
+static constexpr std::uint32_t kLoginWaitMs = 50;
+
+Immortal<SerialState> serial;
+
+void AnnounceSerialChange() {
+    LockGuard hold(serial->change_lock);
+    serial->changed.WakeAll();
+}
+
+static void SerialInit() {
+    if (serial->initialized.exchange(true)) return;
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION SerialSessionLock at 0x%p", __func__,
+        serial->session_lock.Address());
+}
+
+static void SerialStart() {
+    Log(kLogTrace, "[%s] Start", __func__);
+    if (!serial->initialized) {
+        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
+        return;
+    }
+    LockGuard hold(serial->start_lock);
+    if (!config.useSerial || serial->running) return;
+
+    serial->running = true;  // before the thread first tests it
+    serial->connect_thread =
+        OsThreadStart(SerialConnectThreadFunc, nullptr, "Tarvik SerialConnectThread");
+    if (serial->connect_thread == nullptr) {
+        serial->running = false;
+        Log(kLogTrace, "[%s] CreateThread failed", __func__);
+        return;
+    }
+    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialConnectThreadFunc)", __func__,
+        OsThreadHandle(serial->connect_thread));
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void SerialStop() {
+    LockGuard hold(serial->start_lock);
+    serial->running = false;
+    AnnounceSerialChange();
+    if (OsThread* thread = std::exchange(serial->connect_thread, nullptr)) {
+        Log(kLogTrace, "[%s] Wait for SerialConnectThread", __func__);
+        OsThreadJoin(thread, kConnectThreadEndMs);
+        Log(kLogTrace, "[%s] Closing Thread handle 0x%p (SerialConnectThread)", __func__,
+            OsThreadHandle(thread));
+        OsThreadClose(thread);
+    }
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void SerialDeinit() {
+    if (!serial->initialized) return;
+    SerialStop();
+    // The lock itself lives as long as the library; only its use ends here.
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION SerialSessionLock", __func__);
+    serial->initialized = false;
+    Log(kLogTrace, "[%s] Done", __func__);
+}
+
+static void ReportLogin(const Packet& packet, DeviceQueues* queues, ReportDevice report,
+                        void* context) {
+    const DeviceReport record = {kSerialTransportId, LoginFromPacket(packet), queues};
+    const std::uint8_t* mac = record.login.Mac();
+    ConsolePrint(
+        "[Serial] SerialUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
+        LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    report(context, record);
+}
+
+// True: the dongle has identified itself and was reported.
+static bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* context) {
+    {
+        LockGuard hold(queues->device_lock);
+        if (!queues->available) return false;
+        PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
+        if (identify) EnqueueTransmitPacket(queues, identify);
+        const PacketPtr login =
+            WaitForPacket(queues, kTypeLogn, kLoginWaitMs, kNoTag, nullptr, &serial->running);
+        if (!login || login->type != kTypeLogn) return false;
+        ReportLogin(*login, queues, report, context);
+    }
+    queues->device_changed.WakeOne();
+    return true;
+}
+
+// One scan's memory of what it has reported.
+struct Scan {
+    bool reported[kSerialPortCount] = {};
+
+    bool IsOpen(std::size_t number) const {
+        return !reported[number] && serial->port_states[number] == PortState::kConnected;
+    }
+    bool HasOpen() const {
+        for (std::size_t i = 0; i < kSerialPortCount; ++i) {
+            if (IsOpen(i)) return true;
+        }
+        return false;
+    }
+};
+
+// Sleeps until there is a port to ask, or the scan is over.
+static void AwaitOpenPort(const Scan& scan, std::uint64_t deadline) {
+    LockGuard hold(serial->change_lock);
+    for (;;) {
+        const std::uint64_t now = TickMs();
+        if (now >= deadline || !serial->running || scan.HasOpen()) return;
+        serial->changed.Wait(serial->change_lock, static_cast<std::int32_t>(deadline - now));
+    }
+}
+
+static bool SerialUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+    if (!serial->initialized) {
+        Log(kLogTrace, "[%s] Not initialized", __func__);
+        return false;
+    }
+    if (!serial->running) return false;
+    ConsolePrint("[Serial] SerialUpdateDevices: scanning for devices\r\n");
+
+    Scan scan;
+    const std::uint64_t deadline = TickMs() + timeout_ms;
+    while (serial->running && TickMs() < deadline) {
+        for (std::size_t i = 0; i < kSerialPortCount && serial->running; ++i) {
+            if (!scan.IsOpen(i)) continue;
+            scan.reported[i] = IdentifyDongle(&serial->ports[i].queues, report, context);
+        }
+        AwaitOpenPort(scan, deadline);
+    }
+
+    ConsolePrint("[Serial] SerialUpdateDevices done\r\n");
+    return true;
+}
+
+const Transport kSerialTransport = {
+    .name = "Serial",
+    .id = kSerialTransportId,
+    .interface_name = "USB",
+    .connection_type = "USB",
+    .module_type_id = 1,
+    .mtu = kSerialMtu,
+    .Init = SerialInit,
+    .Deinit = SerialDeinit,
+    .Start = SerialStart,
+    .Stop = SerialStop,
+    .UpdateDevices = SerialUpdateDevices,
+    .AddressDevice = nullptr,
+    .Disconnect = nullptr,
+    .update_timeout_ms = 200,
+    .connect_timeout_ms = 1000,
+};
+
+}  // namespace tarvik
