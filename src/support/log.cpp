@@ -10,6 +10,7 @@
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "support/memory.h"
+#include "support/temp_folder.h"
 
 namespace tarvik {
 
@@ -91,10 +92,7 @@ void Log(int level, const char* format, ...) {
 
 static bool LogFilePath(char (&path)[kMaxPath]) {
     char folder[kMaxPath];
-    const std::uint32_t length = OsTempPath(folder, kMaxPath);
-    const bool usable = length > 0 && length < kMaxPath;
-    return FormatText(path, sizeof path, "%sdpdu_debug_%lu.log",
-                      usable ? folder : OsFallbackTempPath(),
+    return FormatText(path, sizeof path, "%sdpdu_debug_%lu.log", TempFolder(folder),
                       static_cast<unsigned long>(OsProcessId())) >= 0;
 }
 

@@ -1,0 +1,282 @@
+#include "support/config.h"
+
+#include <json-c/json.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/files.h"
+#include "support/log.h"
+
+namespace tarvik {
+
+// Deliberate: what a missing key means and what a new file holds differ. A key that is absent
+// switches its feature on (all but useProxy); a new file switches every transport off.
+struct BoolKey {
+    const char* name;
+    bool Config::*field;
+    bool when_missing;
+    bool in_new_file;
+};
+
+struct TextKey {
+    const char* name;
+    char* (*field)(Config* record);
+    std::size_t capacity;
+};
+
+// Both tables in the order in which the file is written.
+static constexpr BoolKey kBoolKeys[] = {
+    {"showDebug", &Config::showDebug, true, false},
+    {"enableCopTrace", &Config::enableCopTrace, true, true},
+    {"enableDebugLogFile", &Config::enableDebugLogFile, true, true},
+    {"useWebsocket", &Config::useWebsocket, true, false},
+    {"useSerial", &Config::useSerial, true, false},
+    {"useCloud", &Config::useCloud, true, false},
+    {"useBle", &Config::useBle, true, false},
+    {"dummyDevice", &Config::dummyDevice, true, false},
+    {"useProxy", &Config::useProxy, false, false},
+    {"disableCertValidation", &Config::disableCertValidation, true, false},
+};
+
+static constexpr TextKey kTextKeys[] = {
+    {"serverAddress", [](Config* record) { return record->serverAddress; },
+     sizeof Config::serverAddress},
+    {"websocketAddress", [](Config* record) { return record->websocketAddress; },
+     sizeof Config::websocketAddress},
+    {"proxyAddress", [](Config* record) { return record->proxyAddress; },
+     sizeof Config::proxyAddress},
+    {"devicePrivateKey", [](Config* record) { return record->devicePrivateKey; },
+     sizeof Config::devicePrivateKey},
+    {"serverPublicKey", [](Config* record) { return record->serverPublicKey; },
+     sizeof Config::serverPublicKey},
+};
+
+// Deliberate: what stands behind this many bytes of the file is not read.
+static constexpr std::size_t kMaxFileSize = 1024;
+static constexpr std::size_t kCopyBlock = 4096;
+
+Config config{};
+
+namespace {
+class Stream {
+public:
+    Stream(const char* path, const char* mode) : file_(OsOpenStream(path, mode)) {}
+    ~Stream() {
+        if (file_ != nullptr) std::fclose(file_);
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    bool IsOpen() const { return file_ != nullptr; }
+    std::FILE* Get() { return file_; }
+
+private:
+    std::FILE* file_;
+};
+
+class JsonObject {
+public:
+    explicit JsonObject(json_object* object) : object_(object) {}
+    ~JsonObject() { json_object_put(object_); }
+    JsonObject(const JsonObject&) = delete;
+    JsonObject& operator=(const JsonObject&) = delete;
+
+    json_object* Get() { return object_; }
+
+private:
+    json_object* object_;
+};
+}  // namespace
+
+// --- where the file is ---
+
+static bool UserConfigPath(char (&path)[260]) {
+    char folder[kMaxPath];
+    if (!OsUserDataFolder(folder, sizeof folder)) return false;
+    const char separator = kPathSeparator;
+    return FormatText(path, sizeof path, "%s%cTarvik%cBrennix%cconfig.json", folder, separator,
+                      separator, separator) >= 0;
+}
+
+static bool LibraryConfigPath(char (&path)[260]) {
+    char folder[kMaxPath];
+    if (!OsLibraryFolder(folder, sizeof folder)) return false;
+    return FormatText(path, sizeof path, "%s%cconfig.json", folder, kPathSeparator) >= 0;
+}
+
+// Cuts the last element off; false when there is none.
+static bool CutToParent(char* path) {
+    char* separator = std::strrchr(path, kPathSeparator);
+    if (separator == nullptr) return false;
+    *separator = '\0';
+    return true;
+}
+
+static bool CreateFolderWithParents(const char* folder) {
+    if (OsCreateFolder(folder)) return true;
+    char parent[kMaxPath];
+    return FormatText(parent, sizeof parent, "%s", folder) >= 0 && CutToParent(parent) &&
+           CreateFolderWithParents(parent) && OsCreateFolder(folder);
+}
+
+static bool CreateFolderOf(const char* file) {
+    char folder[kMaxPath];
+    return FormatText(folder, sizeof folder, "%s", file) >= 0 && CutToParent(folder) &&
+           CreateFolderWithParents(folder);
+}
+
+// A short write leaves the partial copy where it is.
+static bool CopyContents(std::FILE* from, std::FILE* to) {
+    char block[kCopyBlock];
+    while (const std::size_t size = std::fread(block, 1, sizeof block, from)) {
+        if (std::fwrite(block, 1, size, to) != size) return false;
+    }
+    return std::fflush(to) == 0;
+}
+
+// True: the user path is the one to use from now on.
+static bool MigrateToUserPath(const char* library_path, const char* user_path) {
+    if (OsFileExists(user_path)) return true;
+    Stream from(library_path, "rb");
+    if (!from.IsOpen() || !CreateFolderOf(user_path)) return false;
+    Stream to(user_path, "wb");
+    return to.IsOpen() && CopyContents(from.Get(), to.Get());
+}
+
+bool ResolveConfigPath(char (&path)[260]) {
+    char user_path[kMaxPath];
+    const bool user_known = UserConfigPath(user_path);
+    char library_path[kMaxPath];
+    const char* chosen = library_path;
+    if (user_known && OsFileExists(user_path)) {
+        chosen = user_path;
+    } else {
+        if (!LibraryConfigPath(library_path)) return false;
+        const bool read_only = OsFileExists(library_path) && !OsFileWritable(library_path);
+        if (read_only && user_known && MigrateToUserPath(library_path, user_path)) {
+            chosen = user_path;
+        }
+    }
+    std::memcpy(path, chosen, std::strlen(chosen) + 1);
+    return true;
+}
+
+// --- writing ---
+
+static bool WriteRecord(std::FILE* file, Config* record) {
+    JsonObject root(json_object_new_object());
+    for (const BoolKey& key : kBoolKeys) {
+        json_object_object_add(root.Get(), key.name,
+                               json_object_new_boolean(record->*key.field ? 1 : 0));
+    }
+    for (const TextKey& key : kTextKeys) {
+        json_object_object_add(root.Get(), key.name, json_object_new_string(key.field(record)));
+    }
+    const char* text = json_object_to_json_string_ext(
+        root.Get(), JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
+    return text != nullptr && std::fputs(text, file) >= 0 && std::fflush(file) == 0;
+}
+
+bool CreateDefaultConfig(const char* path) {
+    Stream file(path, "w");
+    if (!file.IsOpen()) {
+        ConsolePrint("Failed to create config file: %s\n", path);
+        return false;
+    }
+    Config fresh{};
+    for (const BoolKey& key : kBoolKeys)
+        fresh.*key.field = key.in_new_file;
+    return WriteRecord(file.Get(), &fresh);
+}
+
+bool WriteConfig(const Config* record) {
+    if (record == nullptr) {
+        ConsolePrint("WriteConfig: NULL config pointer\n");
+        return false;
+    }
+    char path[kMaxPath];
+    if (!ResolveConfigPath(path)) {
+        ConsolePrint("Failed to get config file path\n");
+        return false;
+    }
+    CreateFolderOf(path);
+    Stream file(path, "w");
+    Config copy = *record;
+    if (!file.IsOpen()) {
+        ConsolePrint("Failed to open config file for writing: %s\n", path);
+        return false;
+    }
+    if (!WriteRecord(file.Get(), &copy)) return false;
+    ConsolePrint("Config file written successfully: %s\n", path);
+    return true;
+}
+
+// --- reading ---
+
+// A file that is there but cannot be opened is not replaced: it may hold the device's key.
+static bool CreateIfMissing(const char* path) {
+    return !OsFileExists(path) && CreateDefaultConfig(path);
+}
+
+// `path` becomes the new file's.
+static bool CreateMissingConfig(char (&path)[260]) {
+    ConsolePrint("Creating default config file\n");
+    if (CreateIfMissing(path)) return true;
+    return UserConfigPath(path) && CreateIfMissing(path);
+}
+
+// The first bytes of the file, ended by NUL.
+static bool ReadConfigText(char (&text)[kMaxFileSize + 1]) {
+    char path[kMaxPath];
+    if (!ResolveConfigPath(path)) {
+        ConsolePrint("Failed to get config file path\n");
+        return false;
+    }
+    std::FILE* file = OsOpenStream(path, "rb");
+    if (file == nullptr) {
+        if (!CreateMissingConfig(path)) return false;
+        file = OsOpenStream(path, "rb");
+        if (file == nullptr) {
+            ConsolePrint("Failed to open newly created config file: %s\n", path);
+            return false;
+        }
+    }
+    ConsolePrint("Opened config file: %s\n", path);
+    text[std::fread(text, 1, kMaxFileSize, file)] = '\0';
+    std::fclose(file);
+    return true;
+}
+
+// Null for a missing key, for the JSON value null and when there is no object at all.
+static json_object* Lookup(json_object* root, const char* name) {
+    json_object* value = nullptr;
+    json_object_object_get_ex(root, name, &value);
+    return value;
+}
+
+// Longer text than the field holds is cut.
+static void CopyText(json_object* value, char* field, std::size_t capacity) {
+    const char* text = value != nullptr ? json_object_get_string(value) : nullptr;
+    FormatText(field, capacity, "%s", text != nullptr ? text : "");
+}
+
+bool LoadConfig(Config* record) {
+    char text[kMaxFileSize + 1] = {};
+    if (!ReadConfigText(text)) return false;
+    // Text that is no JSON gives null, and then every key counts as missing.
+    JsonObject root(json_tokener_parse(text));
+    for (const BoolKey& key : kBoolKeys) {
+        json_object* value = Lookup(root.Get(), key.name);
+        record->*key.field =
+            value != nullptr ? json_object_get_boolean(value) != 0 : key.when_missing;
+    }
+    for (const TextKey& key : kTextKeys) {
+        CopyText(Lookup(root.Get(), key.name), key.field(record), key.capacity);
+    }
+    record->useProxy = record->useProxy && record->proxyAddress[0] != '\0';
+    record->useWebsocket = record->useWebsocket && record->websocketAddress[0] != '\0';
+    return true;
+}
+
+}  // namespace tarvik
