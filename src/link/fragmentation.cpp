@@ -367,4 +367,13 @@ bool FragReceivePacket(const void* source, PacketPtr& packet, PacketPtr* complet
     return *complete != nullptr;
 }
 
+void FragForget(const void* source) {
+    ReassemblyTable& table = Table();
+    const LockGuard hold(table.reassembly_lock);
+    for (ReassemblySession& session : table.sessions) {
+        // One in use belongs to a thread that was ended inside.
+        if (session.active && session.source == source && !session.in_use) session = {};
+    }
+}
+
 }  // namespace tarvik

@@ -17,4 +17,8 @@ bool FragSendPacket(DeviceQueues* queues, PacketPtr& packet);
 // `source` names the sender of the fragments: one receiving thread each.
 bool FragReceivePacket(const void* source, PacketPtr& packet, PacketPtr* complete);
 
+// Drops the unfinished packets of a source whose connection has ended, so that the next connection
+// does not go on with them. The source's receiving thread has ended.
+void FragForget(const void* source);
+
 }  // namespace tarvik

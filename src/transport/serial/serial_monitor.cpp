@@ -64,6 +64,7 @@ void SerialThreadFunc(void* argument) {
     CloseEndedThread(&port->transmit_thread);
     CloseEndedThread(&port->receive_thread);
     ClosePortHandle(port);
+    FragForget(&port->queues);
     Log(kLogTrace, "[%s] COM%d Instance stopped", kMonitorName, port->number);
 }
 
