@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "api/dpdu_types.h"
+#include "api/link_record.h"
+#include "platform/thread.h"
+
+namespace tarvik {
+
+// One unit of work on a link. Owned by the link's registry until the worker is done with it; the
+// worker alone writes it, except for `abort`.
+struct ComPrimitive {
+    std::uint32_t hCoP = 0;
+    std::atomic<std::uint32_t> state{PDU_COPST_IDLE};
+    std::uint32_t hMod = 0;
+    std::uint32_t hCLL = 0;
+    std::uint32_t CoPType = 0;
+    std::uint32_t CoPDataSize = 0;
+    std::uint8_t* pCoPData = nullptr;           // own copy; null for size 0
+    PDU_COP_CTRL_DATA* pCopCtrlData = nullptr;  // own deep copy; null when none was given
+    void* pCoPTag = nullptr;
+    void* CllTag = nullptr;  // filled in when the worker takes it
+    std::atomic<bool> abort{false};
+    std::uint64_t lastChange = 0;  // tick in ms of the last state change; 0 before the first
+    std::uint64_t duration = 0;    // ms that the previous state lasted
+    OsThread* receive_thread = nullptr;
+};
+
+void FreeComPrimitive(ComPrimitive* cop);
+
+// Deep copy of the caller's control data in tracked blocks; only the TxFlag bytes stay the
+// caller's. Null for null, or when memory is out.
+PDU_COP_CTRL_DATA* CopyControlData(const PDU_COP_CTRL_DATA* source);
+void FreeControlData(PDU_COP_CTRL_DATA* data);
+
+// The only way to change a state: produces the status item and calls the callback, also when
+// nothing changed.
+void UpdateCopState(LinkRecord* link, ComPrimitive* cop, std::uint32_t new_state);
+void cop_error(LinkRecord* link, ComPrimitive* cop, std::uint32_t code);
+
+// Error event codes in use.
+inline constexpr std::uint32_t kErrorNothingReceived = 257;
+inline constexpr std::uint32_t kErrorNoMatch = 259;
+
+}  // namespace tarvik

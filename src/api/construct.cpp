@@ -1,0 +1,95 @@
+#include "api/comparams.h"
+#include "api/dpdu_api.h"
+#include "api/events.h"
+#include "api/lifecycle.h"
+#include "api/links.h"
+#include "api/modules.h"
+#include "platform/process.h"
+#include "support/config.h"
+#include "support/cop_trace.h"
+#include "support/debug_console.h"
+#include "support/log.h"
+#include "transport/transport_table.h"
+
+namespace tarvik {
+namespace {
+
+// How long PDUDestruct waits for calls of other threads that are still inside the library.
+constexpr std::uint32_t kOtherCallsMs = 5000;
+
+void OpenDiagnostics(const char* option, void* tag) {
+    OpenDebugLog(config.enableDebugLogFile);
+    if (config.showDebug) OpenDebugConsole();
+    Log(kLogTrace, "[%s] PDUConstruct called ('%s', %p)", "PDUConstruct",
+        option == nullptr ? "(null)" : option, tag);
+    if (config.enableCopTrace) {
+        StartCopTrace();
+    } else {
+        OsDebugOutput("[CopLog] Logging is DISABLED via config enableCopTrace=false\n");
+    }
+}
+
+// The table's count is read again for every entry: an operation may register another transport.
+void ForEachTransport(void (*Transport::*operation)()) {
+    for (std::int32_t i = 0; i < TransportTable.count; ++i) {
+        const Transport* transport = TransportTable.entries[i];
+        if (transport->*operation != nullptr) (transport->*operation)();
+    }
+}
+
+std::uint32_t Construct(const char* option, void* tag) {
+    LoadConfig(&config);
+    OpenDiagnostics(option, tag);
+    SetApiTag(tag);
+    // A construct that failed half-way has left the queue prepared.
+    if (!SystemEventQueue->initialised.load()) InitializeQueue(&*SystemEventQueue);
+    if (!AllocParamItems()) return PDU_ERR_FCT_FAILED;
+    ForEachTransport(&Transport::Init);
+    ForEachTransport(&Transport::Start);
+    return PDU_STATUS_NOERROR;
+}
+
+void Destruct() {
+    // Other threads' calls must be able to end, and the modules go anyway.
+    ReleaseKeptModuleLock();
+    StopAllLinks();
+    FreeParamItems();
+    ForEachTransport(&Transport::Stop);
+    ForEachTransport(&Transport::Deinit);
+    // A scan of another thread ends with its transports; nothing may enter the tables behind us.
+    WaitForOtherApiCalls(kOtherCallsMs);
+    FreeQueue(&*SystemEventQueue, ReleaseQueuedEvent);
+    ClearModuleTable();
+    if (CopTraceActive()) StopCopTrace();
+}
+
+}  // namespace
+}  // namespace tarvik
+
+using namespace tarvik;
+
+extern "C" T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
+    const ApiCall call;
+    if (!ChangeLibraryState(Lifecycle::kNotConstructed, Lifecycle::kConstructing)) {
+        return PDU_ERR_SHARING_VIOLATION;
+    }
+    const std::uint32_t status = Construct(OptionStr, pAPITag);
+    const bool done = status == PDU_STATUS_NOERROR;
+    ChangeLibraryState(Lifecycle::kConstructing,
+                       done ? Lifecycle::kConstructed : Lifecycle::kNotConstructed);
+    if (done) Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
+    return status;
+}
+
+extern "C" T_PDU_ERROR PDU_CALL PDUDestruct(void) {
+    const ApiCall call;
+    Log(kLogTrace, "[%s] Called", __func__);
+    if (!ChangeLibraryState(Lifecycle::kConstructed, Lifecycle::kDestructing)) {
+        Log(kLogTrace, "[%s] Not constructed, returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED", __func__);
+        return PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
+    }
+    Destruct();
+    ChangeLibraryState(Lifecycle::kDestructing, Lifecycle::kNotConstructed);
+    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
+    return PDU_STATUS_NOERROR;
+}

@@ -1,0 +1,19 @@
+#include "api/library_entry.h"
+
+#include "link/fragmentation.h"
+#include "support/log.h"
+#include "transport/transport_table.h"
+
+namespace tarvik {
+
+void OnLibraryLoad() {
+    RegisterTransports();
+    FragInit();
+}
+
+void OnLibraryUnload() {
+    ConsolePrint("[DLL] Detaching the Tarvik D-PDU DLL\n");
+    FragDeinit();
+}
+
+}  // namespace tarvik

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "api/dpdu_types.h"
+#include "api/item_queue.h"
+#include "api/link_record.h"
+#include "link/packet_queue.h"
+#include "platform/immortal.h"
+#include "platform/lock.h"
+#include "transport/transport.h"
+
+namespace tarvik {
+
+inline constexpr std::uint32_t kMaxModules = 256;
+
+// One dongle. The slot's index is the module handle. Everything but the two atomics is guarded by
+// ModuleDevicesLock; once a slot is taken, its transport and queues stay until PDUDestruct.
+struct ModuleSlot {
+    std::uint32_t transport = 0;
+    LoginRecord login{};
+    DeviceQueues* queues = nullptr;  // owned by the transport
+    ItemQueue events;
+    std::atomic<std::uint32_t> status{0};
+    std::atomic<bool> present{false};
+    LinkRecord** links = nullptr;  // tracked block; each entry holds a reference
+    std::uint32_t link_count = 0;
+};
+
+struct ModuleTable {
+    ModuleSlot slots[kMaxModules];
+    std::uint32_t count = 0;  // present slots
+    // How often the owning thread has kept the lock after a status query of a ComPrimitive.
+    std::uint32_t kept_by_status = 0;
+};
+
+extern Immortal<OsLock> ModuleDevicesLock;
+extern Immortal<ModuleTable> ModuleDevices;
+
+// Reads the present flag without the lock.
+bool IsModulePresent(std::uint32_t hMod);
+// The check that functions with a module handle share: logs the refusal under `function`.
+bool CheckModuleHandle(const char* function, std::uint32_t hMod);
+
+// The link behind a pair of handles, empty unless the module is present and the link is valid.
+LinkRef FindLink(std::uint32_t hMod, std::uint32_t hCLL);
+bool IsLinkValid(std::uint32_t hMod, std::uint32_t hCLL);
+
+// Scans all transports and merges what they see into the table.
+void UpdateModuleList();
+// Files the dongle of a login packet that came outside a scan under the cloud transport.
+// Returns 1 if a new slot was taken.
+int DpduTransportReportLoginPacket(const Transport* transport, const Packet* login_packet,
+                                   DeviceQueues* queues);
+// Part of PDUDestruct: empties the table.
+void ClearModuleTable();
+// Gives up every hold that status queries of ComPrimitives have left with the calling thread.
+void ReleaseKeptModuleLock();
+
+}  // namespace tarvik
