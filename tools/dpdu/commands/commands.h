@@ -1,0 +1,84 @@
+// The commands of the program, one source file each. A command returns true when everything that
+// it was asked for went well; what went wrong is then in its output or on standard error. It throws
+// Failure or UsageError when it cannot go on at all.
+
+#ifndef TOOLS_DPDU_COMMANDS_COMMANDS_H
+#define TOOLS_DPDU_COMMANDS_COMMANDS_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "link.h"
+#include "output.h"
+
+namespace dpdu {
+
+// Options that every command takes.
+struct CommonOptions {
+    std::string library;        // empty: this project's library beside the program
+    std::string option_string;  // for PDUConstruct
+    std::string module;         // text that the module's name must contain; empty: any
+    double wait_seconds = 3;    // how long to look for a module
+    bool as_json = false;
+    bool is_verbose = false;  // show the lines that the library prints
+
+    std::chrono::milliseconds Wait() const {
+        return std::chrono::milliseconds(static_cast<std::int64_t>(wait_seconds * 1000));
+    }
+};
+
+struct RequestOptions {
+    Bytes request;
+    std::vector<EcuAddress> ecus{EcuAddress{}};
+    std::optional<std::uint32_t> functional_id;
+    std::vector<ExpectedResponse> expected;  // empty: the positive and the negative response
+    LinkOptions link;
+};
+
+struct VinOptions {
+    std::vector<EcuAddress> ecus{EcuAddress{}};
+    LinkOptions link;
+};
+
+struct DtcOptions {
+    std::vector<EcuAddress> ecus{EcuAddress{}};
+    std::uint8_t status_mask = 0xFF;
+    LinkOptions link;
+};
+
+struct ComParamOptions {
+    std::vector<std::string> names;                                // get
+    std::vector<std::pair<std::string, std::string>> assignments;  // set
+    std::string filter;                                            // list; empty: all
+    LinkOptions link;
+};
+
+bool RunModules(const CommonOptions& common, Output* output);
+bool RunVersion(const CommonOptions& common, Output* output);
+bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
+bool RunVin(const CommonOptions& common, const VinOptions& options, Output* output);
+bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output);
+bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options, Output* output);
+bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
+bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
+
+// A library in use with the one module that the options choose.
+class ModuleSession {
+public:
+    explicit ModuleSession(const CommonOptions& common);
+
+    Session* GetSession() { return &session_; }
+    const ModuleInfo& Info() const { return info_; }
+    const ConnectedModule& Module() const { return module_; }
+
+private:
+    Session session_;
+    ModuleInfo info_;
+    ConnectedModule module_;
+};
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_COMMANDS_COMMANDS_H

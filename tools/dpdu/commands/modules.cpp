@@ -1,0 +1,47 @@
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+
+namespace dpdu {
+namespace {
+
+Json ModuleJson(const ModuleInfo& module) {
+    return {{"handle", module.handle},
+            {"type", module.type},
+            {"name", module.name},
+            {"serialNumber", module.serial_number},
+            {"connection", module.connection},
+            {"state", StateText(module.state)},
+            {"vendorModuleName", module.vendor_name},
+            {"vendorAdditionalInfo", module.additional_info}};
+}
+
+// Libraries that do not name their modules by key='value' show the whole text.
+Row ModuleRow(const ModuleInfo& module) {
+    const std::string handle = std::to_string(module.handle);
+    if (module.name.empty()) return {handle, module.vendor_name, "", "", StateText(module.state)};
+    return {handle, module.name, module.serial_number, module.connection, StateText(module.state)};
+}
+
+}  // namespace
+
+bool RunModules(const CommonOptions& common, Output* output) {
+    Session session(LoadPduFunctions(common.library), common.option_string);
+    const std::vector<ModuleInfo> modules = WaitForModules(&session, common.module, common.Wait());
+
+    if (output->AsJson()) {
+        Json list = Json::array();
+        for (const ModuleInfo& module : modules)
+            list.push_back(ModuleJson(module));
+        output->Document({{"modules", list}});
+    } else if (!modules.empty()) {
+        std::vector<Row> rows = {{"HANDLE", "NAME", "SERIAL", "CONNECTION", "STATE"}};
+        for (const ModuleInfo& module : modules)
+            rows.push_back(ModuleRow(module));
+        output->Table(rows);
+    }
+    if (modules.empty()) ErrorLine("no module found");
+    return !modules.empty();
+}
+
+}  // namespace dpdu

@@ -1,0 +1,98 @@
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "commands.h"
+#include "ecu_request.h"
+#include "uds.h"
+
+namespace dpdu {
+namespace {
+
+Json AnswerJson(const Answer& answer) {
+    Json json = {{"data", HexText(answer.data)},
+                 {"acceptanceId", answer.acceptance_id},
+                 {"timestampUs", answer.timestamp_us}};
+    if (const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data)) {
+        json["negativeResponse"] = {{"code", negative->code},
+                                    {"name", NegativeResponseName(negative->code)}};
+    }
+    return json;
+}
+
+Json ReplyJson(const EcuReply& reply) {
+    Json json = {{"requestId", CanIdText(reply.ecu.request_id)},
+                 {"responseId", CanIdText(reply.ecu.response_id)}};
+    Json answers = Json::array();
+    for (const Answer& answer : reply.answers)
+        answers.push_back(AnswerJson(answer));
+    json["answers"] = answers;
+    if (!reply.error.empty()) json["error"] = reply.error;
+    return json;
+}
+
+Json RequestJson(const RequestOptions& options, const std::vector<EcuReply>& replies) {
+    Json document = {{"request", HexText(options.request)}};
+    if (options.functional_id) document["functionalId"] = CanIdText(*options.functional_id);
+    Json units = Json::array();
+    for (const EcuReply& reply : replies)
+        units.push_back(ReplyJson(reply));
+    document["controlUnits"] = units;
+    return document;
+}
+
+// One control unit: the bare answer, for use in scripts; the explanation goes to standard error.
+void PrintOne(const EcuReply& reply, Output* output) {
+    for (const Answer& answer : reply.answers)
+        output->Line(HexText(answer.data, " "));
+    const std::string problem = reply.answers.empty() ? reply.error : NegativeText(reply);
+    if (!problem.empty()) ErrorLine(EcuAddressText(reply.ecu) + ": " + problem);
+}
+
+// Several: one row for each, and one more for each further answer of the same.
+void PrintRows(const std::vector<EcuReply>& replies, Output* output) {
+    std::vector<Row> rows;
+    for (const EcuReply& reply : replies) {
+        const std::string ecu = EcuAddressText(reply.ecu);
+        if (reply.answers.empty()) rows.push_back({ecu, "-", reply.error});
+        for (const Answer& answer : reply.answers) {
+            rows.push_back({ecu, HexText(answer.data, " ")});
+            const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data);
+            if (negative) rows.back().push_back(NegativeResponseText(*negative));
+        }
+    }
+    output->Table(rows);
+}
+
+std::size_t CountFailures(const std::vector<EcuReply>& replies) {
+    std::size_t count = 0;
+    for (const EcuReply& reply : replies) {
+        if (reply.answers.empty() || !NegativeText(reply).empty()) ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output) {
+    ModuleSession module(common);
+    const std::vector<ExpectedResponse> expected =
+        options.expected.empty() ? ResponsesTo(options.request) : options.expected;
+    const std::vector<EcuReply> replies =
+        options.functional_id
+            ? AskTogether(module.Module(), options.link, options.ecus, *options.functional_id,
+                          options.request, expected)
+            : AskEach(module.Module(), options.link, options.ecus, options.request, expected);
+
+    const std::size_t failed = CountFailures(replies);
+    if (output->AsJson()) {
+        output->Document(RequestJson(options, replies));
+    } else if (replies.size() == 1) {
+        PrintOne(replies.front(), output);
+        return failed == 0;
+    } else {
+        PrintRows(replies, output);
+    }
+    return ReportFailures(failed, replies.size());
+}
+
+}  // namespace dpdu

@@ -1,0 +1,80 @@
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "ecu_request.h"
+#include "uds.h"
+
+namespace dpdu {
+namespace {
+
+const Bytes kReadVin = {0x22, 0xF1, 0x90};
+constexpr std::size_t kIdentifierBytes = 2;  // behind the service, repeated in the answer
+
+struct Vin {
+    EcuAddress ecu;
+    std::string text;     // empty: see problem
+    std::string problem;  // also set for a text that is no proper VIN
+};
+
+Vin ReadVin(const EcuReply& reply) {
+    Vin vin{reply.ecu, "", reply.error};
+    if (reply.answers.empty()) return vin;
+    const Bytes& answer = reply.answers.front().data;
+    if (!IsPositiveAnswerTo(kReadVin, answer, kIdentifierBytes)) {
+        const std::string negative = NegativeText(reply);
+        vin.problem = negative.empty() ? "unexpected answer " + HexText(answer) : negative;
+        return vin;
+    }
+    vin.text = VinText(Bytes(answer.begin() + 1 + kIdentifierBytes, answer.end()));
+    if (!IsWellFormedVin(vin.text)) vin.problem = "not a well-formed VIN: '" + vin.text + "'";
+    return vin;
+}
+
+Json VinJson(const Vin& vin) {
+    Json json = {{"requestId", CanIdText(vin.ecu.request_id)},
+                 {"responseId", CanIdText(vin.ecu.response_id)},
+                 {"vin", vin.text.empty() ? Json() : Json(vin.text)}};
+    if (!vin.problem.empty()) json["error"] = vin.problem;
+    return json;
+}
+
+void Print(const std::vector<Vin>& vins, Output* output) {
+    if (vins.size() == 1) {
+        const Vin& vin = vins.front();
+        if (!vin.text.empty()) output->Line(vin.text);
+        if (!vin.problem.empty()) ErrorLine(EcuAddressText(vin.ecu) + ": " + vin.problem);
+        return;
+    }
+    std::vector<Row> rows;
+    for (const Vin& vin : vins) {
+        rows.push_back({EcuAddressText(vin.ecu), vin.text.empty() ? "-" : vin.text});
+        if (!vin.problem.empty()) rows.back().push_back(vin.problem);
+    }
+    output->Table(rows);
+}
+
+}  // namespace
+
+bool RunVin(const CommonOptions& common, const VinOptions& options, Output* output) {
+    ModuleSession module(common);
+    std::vector<Vin> vins;
+    std::size_t failed = 0;
+    for (const EcuReply& reply :
+         AskEach(module.Module(), options.link, options.ecus, kReadVin, ResponsesTo(kReadVin))) {
+        vins.push_back(ReadVin(reply));
+        if (!vins.back().problem.empty()) ++failed;
+    }
+
+    if (output->AsJson()) {
+        Json list = Json::array();
+        for (const Vin& vin : vins)
+            list.push_back(VinJson(vin));
+        output->Document({{"controlUnits", list}});
+    } else {
+        Print(vins, output);
+        if (vins.size() == 1) return failed == 0;
+    }
+    return ReportFailures(failed, vins.size());
+}
+
+}  // namespace dpdu

@@ -1,0 +1,69 @@
+// dpdu: diagnostic requests through any D-PDU API library.
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "command_line.h"
+#include "failure.h"
+#include "terminal.h"
+
+namespace dpdu {
+namespace {
+
+// A program that reads JSON gets a document for a failure too.
+int ReportFailure(const Failure& failure, Output* output) {
+    ErrorLine(failure.what());
+    if (output->AsJson()) {
+        output->Document({{"error", OnOneLine(failure.what())}});
+        output->Finish();
+    }
+    return kExitFailure;
+}
+
+int RunCommand(const Invocation& invocation, Output* output) {
+    try {
+        const bool went_well = invocation.run(output);
+        output->Finish();
+        return went_well ? kExitOk : kExitFailure;
+    } catch (const UsageError& error) {
+        ErrorLine(error.what());
+        return kExitUsage;
+    } catch (const Failure& failure) {
+        return ReportFailure(failure, output);
+    }
+}
+
+int Main(int count, const char* const* arguments) {
+    const Invocation invocation = ParseCommandLine(count, arguments);
+    if (!invocation.error.empty()) {
+        ErrorLine(invocation.error);
+        return kExitUsage;
+    }
+    if (!invocation.run) {
+        const bool printed = std::fputs(invocation.text.c_str(), stdout) >= 0;
+        return printed && std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+    }
+
+    CatchInterruptions();
+    std::FILE* answers = TakeStandardOutput(
+        invocation.common.is_verbose ? LibraryLines::kToStandardError : LibraryLines::kDiscarded);
+    if (!answers) {
+        ErrorLine("there is no standard output to write to");
+        return kExitFailure;
+    }
+    Output output(answers, invocation.common.as_json);
+    const int exit_code = RunCommand(invocation, &output);
+    return std::fclose(answers) == 0 ? exit_code : kExitFailure;
+}
+
+}  // namespace
+}  // namespace dpdu
+
+int main(int count, char** arguments) {
+    try {
+        return dpdu::Main(count, arguments);
+    } catch (const std::exception& error) {
+        dpdu::ErrorLine(error.what());
+        return dpdu::kExitFailure;
+    }
+}

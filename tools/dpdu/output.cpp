@@ -1,0 +1,59 @@
+#include "output.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "failure.h"
+
+namespace dpdu {
+
+void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.c_str()); }
+
+void Output::Table(const std::vector<Row>& rows) {
+    std::vector<std::size_t> widths;
+    for (const Row& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+        }
+        Line(line);
+    }
+}
+
+void Output::Document(const Json& document) {
+    // Texts from a module may hold any byte; a JSON document may not.
+    Line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void Output::Finish() {
+    if (std::fflush(stream_) != 0 || std::ferror(stream_)) {
+        throw Failure("the answer could not be written to standard output");
+    }
+}
+
+void ErrorLine(const std::string& text) {
+    std::fprintf(stderr, "dpdu: %s\n", OnOneLine(text).c_str());
+}
+
+std::string OnOneLine(const std::string& text) {
+    std::string line;
+    for (const char character : text) {
+        const bool is_control = static_cast<unsigned char>(character) < ' ';
+        if (!is_control) {
+            line += character;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (!line.empty() && line.back() == ' ')
+        line.pop_back();
+    return line;
+}
+
+}  // namespace dpdu

@@ -1,0 +1,66 @@
+// The functions of a D-PDU library, looked up by name, and the names of what they return.
+
+#ifndef TOOLS_DPDU_PDU_FUNCTIONS_H
+#define TOOLS_DPDU_PDU_FUNCTIONS_H
+
+#include <string>
+
+#include "api/dpdu_api.h"
+
+namespace dpdu {
+
+// All 29 functions, none null.
+struct PduFunctions {
+    PDUConstruct_Fn Construct;
+    PDUDestruct_Fn Destruct;
+    PDUIoCtl_Fn IoCtl;
+    PDUGetVersion_Fn GetVersion;
+    PDUGetStatus_Fn GetStatus;
+    PDUGetLastError_Fn GetLastError;
+    PDUGetResourceStatus_Fn GetResourceStatus;
+    PDUCreateComLogicalLink_Fn CreateComLogicalLink;
+    PDUDestroyComLogicalLink_Fn DestroyComLogicalLink;
+    PDUConnect_Fn Connect;
+    PDUDisconnect_Fn Disconnect;
+    PDULockResource_Fn LockResource;
+    PDUUnlockResource_Fn UnlockResource;
+    PDUGetComParam_Fn GetComParam;
+    PDUSetComParam_Fn SetComParam;
+    PDUStartComPrimitive_Fn StartComPrimitive;
+    PDUCancelComPrimitive_Fn CancelComPrimitive;
+    PDUGetEventItem_Fn GetEventItem;
+    PDUDestroyItem_Fn DestroyItem;
+    PDURegisterEventCallback_Fn RegisterEventCallback;
+    PDUGetObjectId_Fn GetObjectId;
+    PDUGetModuleIds_Fn GetModuleIds;
+    PDUGetResourceIds_Fn GetResourceIds;
+    PDUGetConflictingResources_Fn GetConflictingResources;
+    PDUGetUniqueRespIdTable_Fn GetUniqueRespIdTable;
+    PDUSetUniqueRespIdTable_Fn SetUniqueRespIdTable;
+    PDUModuleConnect_Fn ModuleConnect;
+    PDUModuleDisconnect_Fn ModuleDisconnect;
+    PDUGetTimestamp_Fn GetTimestamp;
+};
+
+// Loads the library at `path`, or this project's library beside the program when it is empty.
+// Throws Failure with advice when it does not load or lacks a function.
+PduFunctions LoadPduFunctions(const std::string& path);
+
+// "PDU_ERR_INVALID_HANDLE (0x60)"; a number alone when there is no name.
+std::string StatusText(T_PDU_ERROR status);
+
+// Name and meaning of an error item's code.
+std::string ErrorEventText(T_PDU_ERR_EVT code);
+
+// Name of a ComPrimitive, link or module state.
+std::string StateText(T_PDU_STATUS state);
+
+// Throws Failure naming the function unless the status is PDU_STATUS_NOERROR.
+void Check(T_PDU_ERROR status, const char* function);
+
+// The prototypes of the standard take input texts without const; no library writes into them.
+inline CHAR8* InputText(const std::string& text) { return const_cast<CHAR8*>(text.c_str()); }
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_PDU_FUNCTIONS_H

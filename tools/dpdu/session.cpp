@@ -1,0 +1,95 @@
+#include "session.h"
+
+#include <utility>
+
+#include "failure.h"
+#include "terminal.h"
+
+namespace dpdu {
+namespace {
+
+// The longest that an interruption by the user goes unnoticed.
+constexpr std::chrono::milliseconds kInterruptionPoll{100};
+
+void PDU_CALL OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void* api_tag) {
+    if (api_tag) static_cast<EventSignal*>(api_tag)->Raise();
+}
+
+}  // namespace
+
+void EventSignal::Raise() {
+    {
+        const std::lock_guard hold(lock_);
+        raised_ = true;
+    }
+    changed_.notify_all();
+}
+
+bool EventSignal::Wait(std::chrono::milliseconds limit) {
+    std::unique_lock hold(lock_);
+    const bool was_raised = changed_.wait_for(hold, limit, [this] { return raised_; });
+    raised_ = false;
+    return was_raised;
+}
+
+void ThrowIfInterrupted() {
+    if (WasInterrupted()) throw Failure("interrupted");
+}
+
+Session::Session(const PduFunctions& functions, std::string option_string)
+    : functions_(functions), option_string_(std::move(option_string)) {
+    CHAR8* options = option_string_.empty() ? nullptr : InputText(option_string_);
+    Check(functions_.Construct(options, &signal_), "PDUConstruct");
+    // A library without callbacks is still usable: the queues are looked at from time to time too.
+    functions_.RegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, OnEvent);
+}
+
+Session::~Session() {
+    functions_.RegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
+    DiscardQueue(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF);
+    functions_.Destruct();
+}
+
+std::optional<UNUM32> Session::FindObject(T_PDU_OBJT type, const std::string& name) const {
+    UNUM32 id = PDU_ID_UNDEF;
+    const T_PDU_ERROR status = functions_.GetObjectId(type, InputText(name), &id);
+    // An unknown name is an error in some libraries and an undefined id in others.
+    if (status != PDU_STATUS_NOERROR || id == PDU_ID_UNDEF) return std::nullopt;
+    return id;
+}
+
+UNUM32 Session::RequireObject(T_PDU_OBJT type, const std::string& name) const {
+    const std::optional<UNUM32> id = FindObject(type, name);
+    if (!id) throw Failure("the library does not know the name '" + name + "'");
+    return *id;
+}
+
+CALLBACKFNC Session::Callback() { return OnEvent; }
+
+void Session::PauseForEvent() { signal_.Wait(kInterruptionPoll); }
+
+void Session::WaitForEvent() {
+    PauseForEvent();
+    ThrowIfInterrupted();
+}
+
+void Session::DrainQueue(UNUM32 module, UNUM32 link,
+                         const std::function<void(const PDU_EVENT_ITEM&)>& look) {
+    for (;;) {
+        PDU_EVENT_ITEM* item = nullptr;
+        const T_PDU_ERROR status = functions_.GetEventItem(module, link, &item);
+        if (status != PDU_STATUS_NOERROR || !item) return;
+        look(*item);
+        Destroy(item);
+    }
+}
+
+void Session::DiscardQueue(UNUM32 module, UNUM32 link) {
+    DrainQueue(module, link, [](const PDU_EVENT_ITEM&) {});
+}
+
+void Session::Destroy(void* item) const {
+    if (item) functions_.DestroyItem(static_cast<PDU_ITEM*>(item));
+}
+
+}  // namespace dpdu

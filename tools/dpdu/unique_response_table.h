@@ -1,0 +1,23 @@
+// Telling a link which control units it talks to.
+
+#ifndef TOOLS_DPDU_UNIQUE_RESPONSE_TABLE_H
+#define TOOLS_DPDU_UNIQUE_RESPONSE_TABLE_H
+
+#include <vector>
+
+#include "com_params.h"
+#include "ecu_address.h"
+
+namespace dpdu {
+
+// Gives the link a table with one entry per control unit, whose unique response identifier is its
+// position in `ecus`. Throws Failure when the library refuses.
+void SetUniqueResponseTable(const Session& session, const LinkHandles& link,
+                            const std::vector<EcuAddress>& ecus);
+
+// The CAN format ComParam value for an identifier: segmented, with flow control.
+UNUM32 CanFormat(UNUM32 can_id);
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_UNIQUE_RESPONSE_TABLE_H
