@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <vector>
+
+#include "conformance/framework/library.h"
+
+namespace conformance {
+
+struct CallbackCall {
+    UNUM32 event_type;
+    UNUM32 hMod;
+    UNUM32 hCLL;
+    void* cll_tag;
+    void* api_tag;
+};
+
+// A callback that notes its calls. There are four, since a callback is told apart from another by
+// its address alone; each belongs to one instance at a time.
+class CallbackSpy {
+public:
+    CallbackSpy();
+    // Not registered any more: the test deregisters before, or the link is gone.
+    ~CallbackSpy();
+    CallbackSpy(const CallbackSpy&) = delete;
+    CallbackSpy& operator=(const CallbackSpy&) = delete;
+
+    CALLBACKFNC Function() const;
+
+    // Runs inside each call, on the library's thread, after the call is noted. Set before the
+    // callback is registered.
+    void OnCall(std::function<void(const CallbackCall&)> action);
+
+    std::vector<CallbackCall> Calls() const;
+    std::size_t Count() const { return Calls().size(); }
+    // False: that many did not come.
+    bool WaitForCalls(std::size_t count) const;
+
+private:
+    std::size_t slot_;
+};
+
+}  // namespace conformance

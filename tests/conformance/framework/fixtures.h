@@ -1,0 +1,65 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "conformance/framework/library.h"
+#include "conformance/framework/link.h"
+#include "conformance/framework/settings.h"
+#include "conformance/framework/simulator.h"
+
+namespace conformance {
+
+// The library is loaded and not constructed; it is destructed at the end if need be, and its
+// callbacks are deregistered.
+class LoadedLibrary : public testing::Test {
+protected:
+    void SetUp() override {
+        Pdu();
+        Settings().Store();
+    }
+    void TearDown() override {
+        Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
+        Pdu().PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, nullptr);
+        Pdu().PDUDestruct();
+    }
+};
+
+// Constructed, without any transport.
+class ConstructedLibrary : public LoadedLibrary {
+protected:
+    void SetUp() override {
+        LoadedLibrary::SetUp();
+        ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    }
+};
+
+// The simulated dongle is plugged in and found on the serial port, with the trace off. The dongle
+// looks strictly at what it receives; tests that make the library misbehave say so.
+class SerialDongle : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(Simulator::IsThere()) << "needs a simulated dongle";
+        simulator.Reset();
+        Construct(Settings{.useSerial = true});
+    }
+    void TearDown() override {
+        Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
+        Pdu().PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, nullptr);
+        Pdu().PDUDestruct();
+        EXPECT_EQ(simulator.Violations(), 0u) << simulator.Command("violations");
+    }
+
+    // Once more, or with other settings: after a PDUDestruct.
+    void Construct(const Settings& settings, void* tag = nullptr) {
+        Pdu();
+        settings.Store();
+        ASSERT_EQ(Pdu().PDUConstruct(nullptr, tag), PDU_STATUS_NOERROR);
+        hMod = FindModule();
+        ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+    }
+
+    Simulator simulator;
+    UNUM32 hMod = PDU_HANDLE_UNDEF;
+};
+
+}  // namespace conformance

@@ -1,0 +1,38 @@
+#pragma once
+
+// Tests that need a process for themselves: they set the environment, put files beside the library,
+// unload it, or leave it in a state that later tests would suffer from.
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "conformance/framework/system.h"
+
+namespace conformance {
+
+struct ProgramRun {
+    int exit_code;
+    std::string output;  // standard output and error
+};
+
+// Runs one test of this program in a process of its own.
+ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& variables = {});
+
+// True in a process that was started for `test`.
+bool IsProcessFor(const std::string& test);
+
+}  // namespace conformance
+
+// The body runs in a process of its own; what it expects counts for this test.
+#define FRESH_PROCESS_TEST(suite, name)                                                      \
+    static void suite##_##name##_Body();                                                     \
+    TEST(suite, name) {                                                                      \
+        if (conformance::IsProcessFor(#suite "." #name)) {                                   \
+            suite##_##name##_Body();                                                         \
+            return;                                                                          \
+        }                                                                                    \
+        const auto run = conformance::RunTestInFreshProcess(#suite "." #name);               \
+        EXPECT_EQ(run.exit_code, 0) << run.output;                                           \
+    }                                                                                        \
+    static void suite##_##name##_Body()

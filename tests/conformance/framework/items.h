@@ -1,0 +1,44 @@
+#pragma once
+
+// Items that the library handed out, given back at the end of a scope.
+
+#include <memory>
+
+#include "conformance/framework/library.h"
+
+namespace conformance {
+
+struct DestroyItem {
+    template <typename Item>
+    void operator()(Item* item) const {
+        Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item));
+    }
+};
+template <typename Item>
+using ItemPtr = std::unique_ptr<Item, DestroyItem>;
+
+// The next event of a queue; empty when there is none.
+inline ItemPtr<PDU_EVENT_ITEM> NextEvent(UNUM32 hMod, UNUM32 hCLL) {
+    PDU_EVENT_ITEM* item = nullptr;
+    Pdu().PDUGetEventItem(hMod, hCLL, &item);
+    return ItemPtr<PDU_EVENT_ITEM>(item);
+}
+
+inline ItemPtr<PDU_MODULE_ITEM> GetModuleIds() {
+    PDU_MODULE_ITEM* item = nullptr;
+    Pdu().PDUGetModuleIds(&item);
+    return ItemPtr<PDU_MODULE_ITEM>(item);
+}
+
+inline ItemPtr<PDU_UNIQUE_RESP_ID_TABLE_ITEM> GetUniqueTable(UNUM32 hMod, UNUM32 hCLL) {
+    PDU_UNIQUE_RESP_ID_TABLE_ITEM* item = nullptr;
+    Pdu().PDUGetUniqueRespIdTable(hMod, hCLL, &item);
+    return ItemPtr<PDU_UNIQUE_RESP_ID_TABLE_ITEM>(item);
+}
+
+// The state that a status item reports.
+inline UNUM32 StatusOf(const PDU_EVENT_ITEM& item) {
+    return *static_cast<const PDU_STATUS_DATA*>(item.pData);
+}
+
+}  // namespace conformance

@@ -1,0 +1,149 @@
+#include "conformance/framework/link.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <utility>
+
+#include "conformance/framework/items.h"
+#include "conformance/framework/params.h"
+#include "conformance/framework/waiting.h"
+
+namespace conformance {
+
+UNUM32 FindModule() {
+    UNUM32 hMod = PDU_HANDLE_UNDEF;
+    EXPECT_TRUE(Eventually([&] {
+        const auto modules = GetModuleIds();
+        if (modules == nullptr || modules->NumEntries == 0) return false;
+        hMod = modules->pModuleData[0].hMod;
+        return true;
+    })) << "no module was found";
+    return hMod;
+}
+
+static UNUM32 ObjectId(T_PDU_OBJT type, std::string name) {
+    UNUM32 id = 0;
+    EXPECT_EQ(Pdu().PDUGetObjectId(type, name.data(), &id), PDU_STATUS_NOERROR) << name;
+    return id;
+}
+
+PDU_RSC_DATA CanResource() {
+    return {ObjectId(PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN"),
+            ObjectId(PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2"), 0, nullptr};
+}
+
+std::vector<Expected> AnyResponse() { return {Expected{}}; }
+
+ControlData::ControlData(std::vector<Expected> expected, SNUM32 send_cycles, SNUM32 receive_cycles)
+    : expected_(std::move(expected)) {
+    for (Expected& response : expected_) {
+        records_.push_back({response.type, response.acceptance_id,
+                            static_cast<UNUM32>(response.mask.size()), response.mask.data(),
+                            response.pattern.data(), 0, nullptr});
+    }
+    data_.NumSendCycles = send_cycles;
+    data_.NumReceiveCycles = receive_cycles;
+    data_.TxFlag = {sizeof tx_flag_, tx_flag_};
+    data_.NumPossibleExpectedResponses = static_cast<UNUM32>(records_.size());
+    data_.pExpectedResponseArray = records_.data();
+}
+
+Link::Link(UNUM32 hMod, void* tag) : hMod_(hMod) {
+    PDU_RSC_DATA resource = CanResource();
+    UNUM8 bytes[4] = {};
+    PDU_FLAG_DATA flag = {sizeof bytes, bytes};
+    EXPECT_EQ(
+        Pdu().PDUCreateComLogicalLink(hMod, &resource, PDU_ID_UNDEF, tag, &hCLL_, &flag),
+        PDU_STATUS_NOERROR);
+}
+
+Link::~Link() {
+    if (!destroyed_) Destroy();
+}
+
+T_PDU_ERROR Link::Destroy() {
+    destroyed_ = true;
+    return Pdu().PDUDestroyComLogicalLink(hMod_, hCLL_);
+}
+
+UNUM32 Link::State() const {
+    UNUM32 state = 0;
+    EXPECT_EQ(Pdu().PDUGetStatus(hMod_, hCLL_, PDU_HANDLE_UNDEF, &state, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
+    return state;
+}
+
+void Link::Address(UNUM32 request_id, UNUM32 response_id) {
+    UniqueTable table;
+    table.ControlUnit(1, request_id, response_id);
+    EXPECT_EQ(Pdu().PDUSetUniqueRespIdTable(hMod_, hCLL_, table.Item()), PDU_STATUS_NOERROR);
+}
+
+UNUM32 Link::Start(UNUM32 type, const std::vector<UNUM8>& data, PDU_COP_CTRL_DATA* control,
+                   void* tag) {
+    std::vector<UNUM8> copy = data;
+    UNUM32 hCoP = PDU_HANDLE_UNDEF;
+    EXPECT_EQ(Pdu().PDUStartComPrimitive(hMod_, hCLL_, type, static_cast<UNUM32>(copy.size()),
+                                         copy.empty() ? nullptr : copy.data(), control, tag,
+                                         &hCoP),
+              PDU_STATUS_NOERROR);
+    return hCoP;
+}
+
+static void Note(const PDU_EVENT_ITEM& event, Outcome* outcome) {
+    switch (event.ItemType) {
+        case PDU_IT_STATUS: outcome->states.push_back(StatusOf(event)); break;
+        case PDU_IT_ERROR:
+            outcome->errors.push_back(static_cast<PDU_ERROR_DATA*>(event.pData)->ErrorCodeId);
+            break;
+        case PDU_IT_RESULT: {
+            const auto& result = *static_cast<PDU_RESULT_DATA*>(event.pData);
+            outcome->results.push_back(
+                {{result.pDataBytes, result.pDataBytes + result.NumDataBytes},
+                 result.UniqueRespIdentifier,
+                 result.AcceptanceId});
+            break;
+        }
+        default: ADD_FAILURE() << "unexpected item type " << event.ItemType;
+    }
+}
+
+static bool IsFinal(UNUM32 state) {
+    return state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
+}
+
+Outcome Link::WaitFor(UNUM32 hCoP) {
+    Outcome outcome;
+    outcome.hCoP = hCoP;
+    EXPECT_TRUE(Eventually([&] {
+        while (const auto event = NextEvent(hMod_, hCLL_)) {
+            if (event->hCop == hCoP) Note(*event, &outcome);
+            if (IsFinal(outcome.FinalState())) return true;
+        }
+        return false;
+    })) << "ComPrimitive " << hCoP << " reaches no final state";
+    return outcome;
+}
+
+Outcome Link::Request(const std::vector<UNUM8>& data, const std::vector<Expected>& expected) {
+    ControlData control(expected);
+    return WaitFor(Start(PDU_COPT_SENDRECV, data, control.Data()));
+}
+
+void Link::DropEvents() {
+    while (NextEvent(hMod_, hCLL_)) {
+    }
+}
+
+std::string Hex(const std::vector<UNUM8>& bytes) {
+    std::string text;
+    char digits[4];
+    for (const UNUM8 byte : bytes) {
+        std::snprintf(digits, sizeof digits, "%02X", byte);
+        text += (text.empty() ? "" : " ") + std::string(digits);
+    }
+    return text;
+}
+
+}  // namespace conformance

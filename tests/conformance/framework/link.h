@@ -1,0 +1,101 @@
+#pragma once
+
+// A logical link as tests use it, and the events that its requests produce.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "conformance/framework/library.h"
+
+namespace conformance {
+
+// The first module that a scan finds, with patience; fails the test when there is none.
+UNUM32 FindModule();
+
+// The resource data of UDS on CAN, the ids asked from the library.
+PDU_RSC_DATA CanResource();
+
+struct Result {
+    std::vector<UNUM8> data;
+    UNUM32 unique_id;
+    UNUM32 acceptance_id;
+};
+
+// What one ComPrimitive produced up to its final state.
+struct Outcome {
+    UNUM32 hCoP = PDU_HANDLE_UNDEF;
+    std::vector<UNUM32> states;
+    std::vector<UNUM32> errors;
+    std::vector<Result> results;
+
+    // The last state, 0 when there was none.
+    UNUM32 FinalState() const { return states.empty() ? 0 : states.back(); }
+};
+
+// One expected response.
+struct Expected {
+    UNUM32 type = 0;  // 0 positive, 1 negative
+    UNUM32 acceptance_id = 1;
+    std::vector<UNUM8> mask;
+    std::vector<UNUM8> pattern;
+};
+// Any response at all.
+std::vector<Expected> AnyResponse();
+
+// The control data of a ComPrimitive and everything it points to.
+class ControlData {
+public:
+    explicit ControlData(std::vector<Expected> expected = AnyResponse(), SNUM32 send_cycles = 1,
+                         SNUM32 receive_cycles = 1);
+    ControlData(const ControlData&) = delete;
+    ControlData& operator=(const ControlData&) = delete;
+    PDU_COP_CTRL_DATA* Data() { return &data_; }
+
+private:
+    std::vector<Expected> expected_;
+    std::vector<PDU_EXP_RESP_DATA> records_;
+    UNUM8 tx_flag_[4] = {};
+    PDU_COP_CTRL_DATA data_{};
+};
+
+// Created at once, destroyed at the end of its scope unless that happened before.
+class Link {
+public:
+    // UDS on CAN with the default creation flag.
+    explicit Link(UNUM32 hMod, void* tag = nullptr);
+    ~Link();
+    Link(const Link&) = delete;
+    Link& operator=(const Link&) = delete;
+
+    UNUM32 hMod() const { return hMod_; }
+    UNUM32 hCLL() const { return hCLL_; }
+    T_PDU_ERROR Connect() { return Pdu().PDUConnect(hMod_, hCLL_); }
+    T_PDU_ERROR Disconnect() { return Pdu().PDUDisconnect(hMod_, hCLL_); }
+    T_PDU_ERROR Destroy();
+
+    UNUM32 State() const;
+    // The ids of one control unit, through a unique response table of one entry.
+    void Address(UNUM32 request_id, UNUM32 response_id);
+
+    // PDU_HANDLE_UNDEF: the library refused it, which fails the test.
+    UNUM32 Start(UNUM32 type, const std::vector<UNUM8>& data = {},
+                 PDU_COP_CTRL_DATA* control = nullptr, void* tag = nullptr);
+    // Takes events until the ComPrimitive is finished or cancelled; fails the test when that does
+    // not come. Events of other ComPrimitives and of the link itself are dropped.
+    Outcome WaitFor(UNUM32 hCoP);
+    // Start and WaitFor of a SENDRECV that expects anything.
+    Outcome Request(const std::vector<UNUM8>& data,
+                    const std::vector<Expected>& expected = AnyResponse());
+
+    void DropEvents();
+
+private:
+    UNUM32 hMod_;
+    UNUM32 hCLL_ = PDU_HANDLE_UNDEF;
+    bool destroyed_ = false;
+};
+
+std::string Hex(const std::vector<UNUM8>& bytes);  // "62 F1 90"
+
+}  // namespace conformance

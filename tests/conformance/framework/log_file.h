@@ -1,0 +1,65 @@
+#pragma once
+
+// The debug log of this process, the console and the debugger output, as tests look at them.
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace conformance {
+
+std::string LogPath();
+
+// What is logged while this object lives. Every line is on disk when the call that logs it returns.
+class LogCapture {
+public:
+    LogCapture();
+
+    // The messages without their time prefix.
+    std::vector<std::string> Lines() const;
+    std::size_t Count(const std::string& message) const;
+    bool Has(const std::string& message) const { return Count(message) > 0; }
+    // The number of messages that match a pattern, in which each * stands for any text.
+    std::size_t CountLike(const std::string& pattern) const;
+    bool HasLike(const std::string& pattern) const { return CountLike(pattern) > 0; }
+    // These messages (patterns as above) are there in this order, others may stand between them.
+    // Empty when they are, else the first one that is missing.
+    std::string MissingOf(const std::vector<std::string>& patterns) const;
+    std::string Text() const;  // with the time prefixes
+
+private:
+    std::size_t start_;
+};
+
+// True when `text` matches `pattern`, in which each * stands for any text.
+bool Matches(const std::string& text, const std::string& pattern);
+
+// What is printed on standard output until Text() is called, after the printing threads are done.
+class StdoutCapture {
+public:
+    StdoutCapture();
+    ~StdoutCapture() { Text(); }
+    StdoutCapture(const StdoutCapture&) = delete;
+    StdoutCapture& operator=(const StdoutCapture&) = delete;
+
+    const std::string& Text();
+    bool Has(const std::string& part) { return Text().find(part) != std::string::npos; }
+
+private:
+    std::string file_;
+    int saved_;
+    std::string text_;
+};
+
+// What the library sends to the debugger while this object lives.
+class DebugOutputCapture {
+public:
+    DebugOutputCapture();
+    std::string Text() const;
+    bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
+
+private:
+    std::size_t start_;
+};
+
+}  // namespace conformance

@@ -1,0 +1,22 @@
+#include "conformance/framework/settings.h"
+
+#include <nlohmann/json.hpp>
+
+#include "conformance/framework/surroundings.h"
+
+namespace conformance {
+
+std::string Settings::Json() const {
+    const nlohmann::json values = {
+        {"showDebug", showDebug},   {"enableCopTrace", enableCopTrace},
+        {"useSerial", useSerial},   {"enableDebugLogFile", enableDebugLogFile},
+        {"useCloud", useCloud},     {"useBle", useBle},
+        {"dummyDevice", dummyDevice}, {"disableCertValidation", false},
+        {"useWebsocket", false},
+    };
+    return values.dump(2);
+}
+
+void Settings::Store() const { WriteFile(UserConfigPath(), Json()); }
+
+}  // namespace conformance

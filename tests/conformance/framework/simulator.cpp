@@ -1,0 +1,81 @@
+#include "conformance/framework/simulator.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "conformance/framework/waiting.h"
+
+namespace conformance {
+
+static constexpr int kAnswerMs = 30'000;
+static constexpr int kWaitMs = 15'000;  // of a wait within the simulator
+
+// "127.0.0.1:PORT"
+static const char* ControlAddress() { return std::getenv("BRENNIX_SIM_CONTROL"); }
+
+bool Simulator::IsThere() { return ControlAddress() != nullptr; }
+
+bool Simulator::Connect() {
+    if (connection_.IsOpen()) return true;
+    if (!IsThere()) return false;
+    const std::string address = ControlAddress();
+    const std::size_t colon = address.rfind(':');
+    if (colon == std::string::npos) return false;
+    return connection_.Open(static_cast<std::uint16_t>(std::stoul(address.substr(colon + 1))));
+}
+
+bool Simulator::ReadLine(std::string* line) {
+    std::size_t end = 0;
+    while ((end = received_.find('\n')) == std::string::npos) {
+        if (!connection_.Receive(&received_, kAnswerMs)) return false;
+    }
+    *line = received_.substr(0, end);
+    received_.erase(0, end + 1);
+    return true;
+}
+
+std::string Simulator::Command(const std::string& line) {
+    std::string answer;
+    if (!Connect() || !connection_.Send(line + "\n") || !ReadLine(&answer)) {
+        ADD_FAILURE() << "no answer of the simulator to '" << line << "'";
+        return "";
+    }
+    if (answer != "ok" && answer.compare(0, 3, "ok ") != 0) {
+        ADD_FAILURE() << "'" << line << "': " << answer;
+        return "";
+    }
+    return answer.size() > 3 ? answer.substr(3) : "";
+}
+
+void Simulator::Reset() {
+    Command("reset");
+    Command("replug");
+    Command("violations clear");
+    Command("record clear");
+}
+
+std::uint64_t Simulator::Count(const std::string& filter) {
+    const std::string answer = Command("record count " + filter);
+    return answer.empty() ? 0 : std::stoull(answer);
+}
+
+bool Simulator::WaitFor(std::uint64_t count, const std::string& filter) {
+    std::string answer;
+    const std::string line =
+        "wait " + std::to_string(count) + " " + std::to_string(kWaitMs) + " " + filter;
+    if (!Connect() || !connection_.Send(line + "\n") || !ReadLine(&answer)) return false;
+    return answer.compare(0, 2, "ok") == 0;
+}
+
+nlohmann::json Simulator::Last(std::uint64_t count, const std::string& filter) {
+    const std::string answer = Command("record last " + std::to_string(count) + " " + filter);
+    return answer.empty() ? nlohmann::json::array() : nlohmann::json::parse(answer);
+}
+
+std::uint64_t Simulator::Violations() {
+    const std::string answer = Command("violations");
+    return answer.empty() ? 0 : std::stoull(answer);
+}
+
+}  // namespace conformance

@@ -1,0 +1,47 @@
+#pragma once
+
+// The simulated dongle that this program was started with, through its control channel.
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "conformance/framework/system.h"
+
+namespace conformance {
+
+class Simulator {
+public:
+    // Connects at the first command. Each instance has a connection of its own.
+    Simulator() = default;
+
+    // True when the program was started with a simulated dongle.
+    static bool IsThere();
+
+    // Sends one command line and returns what the answer says behind "ok". Any other answer fails
+    // the test, and gives an empty text.
+    std::string Command(const std::string& line);
+
+    void Unplug() { Command("unplug"); }
+    void Replug() { Command("replug"); }
+    // As the vehicle file has it, plugged in, with an empty record.
+    void Reset();
+
+    // Packets and events on record since Reset; FILTER as the simulator reads it: "in CREQ".
+    std::uint64_t Count(const std::string& filter);
+    // Waits until that many are on record; false: they did not come.
+    bool WaitFor(std::uint64_t count, const std::string& filter);
+    // The newest entries, oldest first.
+    nlohmann::json Last(std::uint64_t count, const std::string& filter);
+    // What the library did wrong in the dongle's eyes, and the last such thing.
+    std::uint64_t Violations();
+
+private:
+    bool Connect();
+    bool ReadLine(std::string* line);
+
+    Connection connection_;
+    std::string received_;
+};
+
+}  // namespace conformance

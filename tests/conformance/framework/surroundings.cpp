@@ -1,0 +1,123 @@
+#include "conformance/framework/surroundings.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "conformance/framework/library.h"
+#include "conformance/framework/system.h"
+
+namespace conformance {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string temp_folder;
+std::string library_path;
+
+void DeletePrivateFolder() {
+    PrepareDeletion(LoadedLibraryHandle());
+    std::error_code ignored;  // best effort
+    fs::remove_all(PrivateFolder(), ignored);
+}
+
+std::string MakePrivateFolder() {
+    const fs::path base = SystemTempFolder();
+    for (int attempt = 0;; ++attempt) {
+        const fs::path folder = base / ("dpdu_conformance_" + std::to_string(ProcessId()) + "_" +
+                                        std::to_string(attempt));
+        if (!fs::create_directory(folder)) continue;  // of an earlier process with this number
+        fs::create_directory(folder / "temp");
+        fs::create_directory(folder / "user");
+        return folder.string();
+    }
+}
+
+}  // namespace
+
+const std::string& PrivateFolder() {
+    static const std::string folder = [] {
+        std::string made = MakePrivateFolder();
+        temp_folder = JoinPath(made, "temp");
+        UseTempFolder(temp_folder);
+        UseUserFolder(JoinPath(made, "user"));
+        CollectDebugOutput();
+        std::atexit(DeletePrivateFolder);
+        return made;
+    }();
+    return folder;
+}
+
+std::string TempFolder() {
+    PrivateFolder();
+    return temp_folder;
+}
+
+std::string UserFolder() { return JoinPath(PrivateFolder(), "user"); }
+
+void MoveTempFolder(const std::string& folder) {
+    PrivateFolder();
+    temp_folder = folder;
+    UseTempFolder(folder);
+}
+
+std::string UserConfigPath() {
+    return JoinPath(JoinPath(JoinPath(UserFolder(), "Tarvik"), "Brennix"), "config.json");
+}
+
+std::string LibraryPath() {
+    if (!library_path.empty()) return library_path;
+    const char* path = std::getenv("TARVIK_DPDU_LIBRARY");
+    return path == nullptr ? "" : path;
+}
+
+std::string LibraryConfigPath() {
+    return (fs::path(LibraryPath()).parent_path() / "config.json").string();
+}
+
+void UseLibraryCopy() {
+    const std::string folder = JoinPath(PrivateFolder(), "library");
+    fs::create_directory(folder);
+    const std::string copy = JoinPath(folder, kLibraryFileName);
+    fs::copy_file(LibraryPath(), copy, fs::copy_options::overwrite_existing);
+    library_path = copy;
+}
+
+std::string JoinPath(const std::string& folder, const std::string& name) {
+    return folder + kPathSeparator + name;
+}
+
+bool FileExists(const std::string& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << content;
+}
+
+void RemoveFile(const std::string& path) { std::remove(path.c_str()); }
+
+std::vector<std::string> FilesIn(const std::string& folder, const std::string& begin,
+                                 const std::string& end) {
+    std::vector<std::string> names;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(begin) && name.ends_with(end)) names.push_back(name);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+}  // namespace conformance

@@ -1,0 +1,92 @@
+#pragma once
+
+// What the tests need of the operating system; one implementation for each.
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace conformance {
+
+extern const char kPathSeparator;
+
+// ---- libraries ---------------------------------------------------------------------------------
+
+// Null: not loaded; `error` then tells why.
+void* LoadLibraryFile(const std::string& path, std::string* error);
+void* FindFunction(void* library, const char* name);  // null: not exported
+bool UnloadLibraryFile(void* library);
+extern const char kLibraryFileName[];
+
+// ---- process -----------------------------------------------------------------------------------
+
+std::uint32_t ProcessId();
+std::string ProgramPath();
+
+using Variables = std::vector<std::pair<std::string, std::string>>;
+void SetVariable(const std::string& name, const std::string& value);  // empty: removes it
+
+// Runs this program again and waits for its end; its standard output and error go to a file.
+// Returns its exit code, or -1 when it could not be started.
+int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
+                    const std::string& output_file);
+
+struct ProcessFigures {
+    std::uint64_t threads = 0;
+    std::uint64_t handles = 0;  // file descriptors on Linux
+    std::uint64_t memory = 0;   // bytes: resident on Linux, private on Windows
+};
+ProcessFigures MeasureProcess();
+
+std::uint32_t ThreadId();  // as the trace file has it
+std::uint64_t TickMs();    // the clock of the library's timestamps
+
+// ---- folders and files -------------------------------------------------------------------------
+
+// Where the library looks for the temporary folder and the user's folder from now on, in this
+// process and, for the temporary folder, in processes that it starts.
+void UseTempFolder(const std::string& folder);
+void UseUserFolder(const std::string& folder);
+// A temporary folder of the system's own, for the tests' private folders.
+std::string SystemTempFolder();
+
+// Makes a file one that can be read, but not opened for writing, until the process ends. Takes
+// privileges that would override this away from the whole process.
+void BlockWriting(const std::string& file, const std::string& private_folder);
+
+// Files that stay open must not keep the private folder from being deleted at the end.
+void PrepareDeletion(void* library);
+
+// ---- standard output and debugger output -------------------------------------------------------
+
+int RedirectStdout(const std::string& file);
+void RestoreStdout(int saved);
+
+// Collects what the library sends to the debugger from now on.
+void CollectDebugOutput();
+std::string DebugOutput();  // so far
+
+// ---- control connection of the simulator -------------------------------------------------------
+
+// A TCP connection to the loopback interface.
+class Connection {
+public:
+    Connection() = default;
+    ~Connection() { Close(); }
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    bool Open(std::uint16_t port);
+    void Close();
+    bool IsOpen() const { return socket_ != kNone; }
+    bool Send(const std::string& bytes);
+    // Appends what arrives next; false: the peer closed, or nothing came within the time.
+    bool Receive(std::string* bytes, int timeout_ms);
+
+private:
+    static constexpr std::intptr_t kNone = -1;
+    std::intptr_t socket_ = kNone;
+};
+
+}  // namespace conformance

@@ -1,0 +1,272 @@
+#include "conformance/framework/system.h"
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
+#include <windows.h>
+
+#include <fcntl.h>
+#include <io.h>
+#include <psapi.h>
+#include <shlobj.h>
+#include <sys/stat.h>
+#include <tlhelp32.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+namespace conformance {
+
+const char kPathSeparator = '\\';
+const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
+
+void* LoadLibraryFile(const std::string& path, std::string* error) {
+    char full[MAX_PATH];
+    const DWORD length = ::GetFullPathNameA(path.c_str(), sizeof full, full, nullptr);
+    HMODULE library = length > 0 && length < sizeof full ? ::LoadLibraryA(full) : nullptr;
+    if (library == nullptr) *error = "error " + std::to_string(::GetLastError());
+    return library;
+}
+
+void* FindFunction(void* library, const char* name) {
+    return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(library), name));
+}
+
+bool UnloadLibraryFile(void* library) {
+    return ::FreeLibrary(static_cast<HMODULE>(library)) != 0;
+}
+
+std::uint32_t ProcessId() { return ::GetCurrentProcessId(); }
+
+std::string ProgramPath() {
+    char path[MAX_PATH];
+    return {path, ::GetModuleFileNameA(nullptr, path, sizeof path)};
+}
+
+// Both the process's own environment, which the library reads, and the C runtime's copy of it.
+void SetVariable(const std::string& name, const std::string& value) {
+    ::SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
+    ::_putenv((name + "=" + value).c_str());
+}
+
+namespace {
+// Variables are handed over by having them for a moment.
+class TemporaryVariables {
+public:
+    explicit TemporaryVariables(const Variables& variables) {
+        for (const auto& [name, value] : variables) {
+            const char* before = std::getenv(name.c_str());
+            before_.emplace_back(name, before == nullptr ? "" : before);
+            SetVariable(name, value);
+        }
+    }
+    ~TemporaryVariables() {
+        for (const auto& [name, value] : before_) SetVariable(name, value);
+    }
+    TemporaryVariables(const TemporaryVariables&) = delete;
+    TemporaryVariables& operator=(const TemporaryVariables&) = delete;
+
+private:
+    Variables before_;
+};
+}  // namespace
+
+static HANDLE OpenForOutput(const std::string& file) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    return ::CreateFileA(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                         &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
+                    const std::string& output_file) {
+    std::string command = "\"" + ProgramPath() + "\"";
+    for (const std::string& argument : arguments) command += " \"" + argument + "\"";
+    const TemporaryVariables during_start(variables);
+    const HANDLE output = OpenForOutput(output_file);
+    STARTUPINFOA start{};
+    start.cb = sizeof start;
+    start.dwFlags = STARTF_USESTDHANDLES;
+    start.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
+    start.hStdOutput = output;
+    start.hStdError = output;
+    PROCESS_INFORMATION process{};
+    const BOOL started = ::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0,
+                                          nullptr, nullptr, &start, &process);
+    ::CloseHandle(output);
+    if (!started) return -1;
+    ::WaitForSingleObject(process.hProcess, INFINITE);
+    DWORD code = 0;
+    ::GetExitCodeProcess(process.hProcess, &code);
+    ::CloseHandle(process.hThread);
+    ::CloseHandle(process.hProcess);
+    return static_cast<int>(code);
+}
+
+static std::uint64_t CountThreads() {
+    const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    if (snapshot == INVALID_HANDLE_VALUE) return 0;
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof entry;
+    std::uint64_t threads = 0;
+    for (BOOL more = ::Thread32First(snapshot, &entry); more;
+         more = ::Thread32Next(snapshot, &entry)) {
+        if (entry.th32OwnerProcessID == ::GetCurrentProcessId()) ++threads;
+    }
+    ::CloseHandle(snapshot);
+    return threads;
+}
+
+ProcessFigures MeasureProcess() {
+    DWORD handles = 0;
+    ::GetProcessHandleCount(::GetCurrentProcess(), &handles);
+    PROCESS_MEMORY_COUNTERS_EX memory{};
+    memory.cb = sizeof memory;
+    ::K32GetProcessMemoryInfo(::GetCurrentProcess(),
+                              reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof memory);
+    return {CountThreads(), handles, memory.PrivateUsage};
+}
+
+std::uint32_t ThreadId() { return ::GetCurrentThreadId(); }
+
+std::uint64_t TickMs() { return ::GetTickCount64(); }
+
+void UseTempFolder(const std::string& folder) {
+    SetVariable("TMP", folder);
+    SetVariable("TEMP", folder);
+}
+
+// The user's folder stands in the registry. This process gets a user branch of its own, so that
+// programs running beside it do not see each other's.
+void UseUserFolder(const std::string& folder) {
+    const std::string name = "Software\\TarvikTests\\" + std::to_string(ProcessId());
+    HKEY branch = nullptr;
+    ::RegCreateKeyExA(HKEY_CURRENT_USER, name.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
+                      KEY_ALL_ACCESS, nullptr, &branch, nullptr);
+    HKEY folders = nullptr;
+    ::RegCreateKeyExA(branch,
+                      "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
+                      0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &folders, nullptr);
+    ::RegSetValueExA(folders, "AppData", 0, REG_SZ,
+                     reinterpret_cast<const BYTE*>(folder.c_str()),
+                     static_cast<DWORD>(folder.size() + 1));
+    ::RegCloseKey(folders);
+    ::RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
+    ::RegOverridePredefKey(HKEY_CURRENT_USER, branch);
+    ::RegCloseKey(branch);
+}
+
+std::string SystemTempFolder() {
+    char folder[MAX_PATH];
+    return {folder, ::GetTempPathA(sizeof folder, folder)};
+}
+
+// Stays open until the process ends.
+void BlockWriting(const std::string& file, const std::string&) {
+    ::CreateFileA(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                  FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+void PrepareDeletion(void* library) {
+    if (library != nullptr) ::FreeLibrary(static_cast<HMODULE>(library));
+}
+
+int RedirectStdout(const std::string& file) {
+    const int saved = ::_dup(1);
+    const int target = ::_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY,
+                               _S_IREAD | _S_IWRITE);
+    if (target >= 0) {
+        ::_dup2(target, 1);
+        ::_close(target);
+    }
+    return saved;
+}
+
+void RestoreStdout(int saved) {
+    ::_dup2(saved, 1);
+    ::_close(saved);
+}
+
+// ---- debugger output: an exception that a debugger would see first ------------------------------
+
+static std::mutex debug_output_lock;
+static std::string debug_output;
+
+static LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
+    constexpr DWORD kDebugPrint = 0x40010006;  // length with the NUL, address of the text
+    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
+    if (record.ExceptionCode == kDebugPrint && record.NumberParameters >= 2) {
+        const std::lock_guard hold(debug_output_lock);
+        debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+    }
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+void CollectDebugOutput() {
+    static void* const handler = ::AddVectoredExceptionHandler(1, OnException);
+    static_cast<void>(handler);
+}
+
+std::string DebugOutput() {
+    const std::lock_guard hold(debug_output_lock);
+    return debug_output;
+}
+
+// ---- sockets -----------------------------------------------------------------------------------
+
+static bool StartSockets() {
+    static const bool started = [] {
+        WSADATA data;
+        return ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
+    }();
+    return started;
+}
+
+bool Connection::Open(std::uint16_t port) {
+    Close();
+    if (!StartSockets()) return false;
+    const SOCKET handle = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (handle == INVALID_SOCKET) return false;
+    const int on = 1;
+    ::setsockopt(handle, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char*>(&on), sizeof on);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = ::htons(port);
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    if (::connect(handle, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        ::closesocket(handle);
+        return false;
+    }
+    socket_ = static_cast<std::intptr_t>(handle);
+    return true;
+}
+
+void Connection::Close() {
+    if (socket_ != kNone) ::closesocket(static_cast<SOCKET>(socket_));
+    socket_ = kNone;
+}
+
+bool Connection::Send(const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const int put = ::send(static_cast<SOCKET>(socket_), bytes.data() + done,
+                               static_cast<int>(bytes.size() - done), 0);
+        if (put <= 0) return false;
+        done += static_cast<std::size_t>(put);
+    }
+    return true;
+}
+
+bool Connection::Receive(std::string* bytes, int timeout_ms) {
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(static_cast<SOCKET>(socket_), &readable);
+    timeval limit = {timeout_ms / 1000, timeout_ms % 1000 * 1000};
+    if (::select(0, &readable, nullptr, nullptr, &limit) <= 0) return false;
+    char block[4096];
+    const int got = ::recv(static_cast<SOCKET>(socket_), block, sizeof block, 0);
+    if (got <= 0) return false;
+    bytes->append(block, static_cast<std::size_t>(got));
+    return true;
+}
+
+}  // namespace conformance
