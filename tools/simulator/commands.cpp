@@ -1,0 +1,423 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <charconv>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "json_reader.h"
+#include "vehicle_file.h"
+
+namespace brennix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// What a command is carried out with. Words are taken from the front of `rest`.
+struct Context {
+    Simulator* simulator;
+    std::optional<std::size_t> named;  // "@N" before the command
+    std::string_view rest;
+
+    std::size_t Index() const { return named.value_or(0); }
+    Dongle& Target() const { return simulator->At(Index()); }
+};
+
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+std::string_view SkipBlanks(std::string_view text) {
+    const std::size_t begin = text.find_first_not_of(' ');
+    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
+}
+
+std::string_view TakeWord(std::string_view* rest) {
+    *rest = SkipBlanks(*rest);
+    const std::size_t end = std::min(rest->find(' '), rest->size());
+    const std::string_view word = rest->substr(0, end);
+    *rest = SkipBlanks(rest->substr(end));
+    return word;
+}
+
+std::uint32_t TakeNumber(std::string_view* rest, const char* what) {
+    const std::string_view word = TakeWord(rest);
+    std::uint32_t number = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    if (error != std::errc() || end != word.data() + word.size()) {
+        throw UsageError(std::string("expected ") + what + ", found \"" + std::string(word) + "\"");
+    }
+    return number;
+}
+
+Bytes TakeHex(std::string_view* rest) {
+    const std::optional<Bytes> bytes = ParseHex(*rest);
+    if (!bytes) throw UsageError("expected hex bytes, found \"" + std::string(*rest) + "\"");
+    *rest = {};
+    return *bytes;
+}
+
+std::uint32_t TakeType(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    const std::optional<std::uint32_t> type = ParseTypeName(word);
+    if (!type) throw UsageError("expected a packet type, found \"" + std::string(word) + "\"");
+    return *type;
+}
+
+Part TakePart(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    if (word.empty()) return Part::kAll;
+    if (word == "device") return Part::kDevice;
+    if (word == "port") return Part::kPort;
+    throw UsageError("expected device, port or nothing, found \"" + std::string(word) + "\"");
+}
+
+bool TakeSwitch(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    if (word.empty() || word == "on") return true;
+    if (word == "off") return false;
+    throw UsageError("expected on, off or nothing, found \"" + std::string(word) + "\"");
+}
+
+RecordFilter TakeFilter(Context* context) {
+    RecordFilter filter;
+    filter.dongle = context->named;
+    while (!context->rest.empty()) {
+        const std::string_view word = TakeWord(&context->rest);
+        if (word == "in") {
+            filter.direction = Direction::kIn;
+        } else if (word == "out") {
+            filter.direction = Direction::kOut;
+        } else if (word == "event") {
+            filter.direction = Direction::kEvent;
+        } else if (word == "violation") {
+            filter.direction = Direction::kViolation;
+        } else {
+            std::string_view name = word;
+            filter.type = TakeType(&name);
+        }
+    }
+    return filter;
+}
+
+ControlUnit& TakeUnit(Context* context) {
+    const std::string name(TakeWord(&context->rest));
+    ControlUnit* unit = context->Target().Car().Find(name);
+    if (unit == nullptr) throw UsageError("no control unit \"" + name + "\"");
+    return *unit;
+}
+
+// "\n", "\r", "\t" and "\\" stand for the characters they name.
+std::string Unescape(std::string_view text) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            result.push_back(text[i]);
+            continue;
+        }
+        const char letter = text[++i];
+        result.push_back(letter == 'n'   ? '\n'
+                         : letter == 'r' ? '\r'
+                         : letter == 't' ? '\t'
+                                         : letter);
+    }
+    return result;
+}
+
+Bytes TextBytes(std::string_view text) { return {text.begin(), text.end()}; }
+
+CommandResult Ok(const std::string& text = {}) { return {text.empty() ? "ok" : "ok " + text, {}}; }
+
+Json DongleState(Simulator* simulator, std::size_t index) {
+    Dongle& dongle = simulator->At(index);
+    const auto count = [&](Direction direction) {
+        return simulator->Log().Count({index, direction, std::nullopt});
+    };
+    return {{"dongle", index},
+            {"port", simulator->PortName(index)},
+            {"pty", dongle.IsPowered() ? dongle.Port().SlavePath() : ""},
+            {"plugged", dongle.IsPowered()},
+            {"host", dongle.Port().IsHostThere()},
+            {"opens", dongle.Port().Opens()},
+            {"received", count(Direction::kIn)},
+            {"sent", count(Direction::kOut)},
+            {"in_flight", dongle.InFlight()},
+            {"violations", dongle.Violations()}};
+}
+
+CommandResult RunStats(Context* context) {
+    Json list = Json::array();
+    for (std::size_t i = 0; i < context->simulator->Count(); ++i) {
+        if (!context->named || *context->named == i) {
+            list.push_back(DongleState(context->simulator, i));
+        }
+    }
+    return Ok(list.dump());
+}
+
+CommandResult RunUnplug(Context* context) {
+    context->simulator->Unplug(context->Index(), TakePart(&context->rest));
+    return Ok();
+}
+
+CommandResult RunReplug(Context* context) {
+    context->simulator->Plug(context->Index(), TakePart(&context->rest));
+    return Ok();
+}
+
+CommandResult RunMute(Context* context) {
+    context->Target().Setup().mute = TakeSwitch(&context->rest);
+    return Ok();
+}
+
+CommandResult RunIgnore(Context* context) {
+    const std::uint32_t type = TakeType(&context->rest);
+    const std::uint32_t count = TakeNumber(&context->rest, "a number of packets");
+    context->Target().Setup().ignore.erase(type);
+    if (count != 0) context->Target().Setup().ignore[type] = count;
+    return Ok();
+}
+
+CommandResult RunCut(Context* context) {
+    const std::uint32_t count = TakeNumber(&context->rest, "a number of bytes");
+    if (count == 0) throw UsageError("expected at least one byte");
+    context->Target().Port().CutAfter(count);
+    return Ok();
+}
+
+CommandResult RunPieces(Context* context) {
+    const std::uint32_t size = TakeNumber(&context->rest, "a number of bytes");
+    const std::uint32_t interval = TakeNumber(&context->rest, "milliseconds");
+    context->Target().Port().SetPieces(size, std::chrono::milliseconds(interval));
+    return Ok();
+}
+
+CommandResult RunSend(Context* context) {
+    context->Target().SendRaw(TakeHex(&context->rest));
+    return Ok();
+}
+
+CommandResult RunPacket(Context* context) {
+    const std::uint32_t type = TakeType(&context->rest);
+    context->Target().SendPacket(MakePacket(type, TakeHex(&context->rest)));
+    return Ok();
+}
+
+CommandResult RunGarbage(Context* context) {
+    context->Target().SendNoise(TakeNumber(&context->rest, "a number of bytes"));
+    return Ok();
+}
+
+CommandResult RunPing(Context* context) {
+    context->Target().SendPing(TakeHex(&context->rest));
+    return Ok();
+}
+
+CommandResult RunLog(Context* context) {
+    context->Target().SendPacket(MakePacket(type::kLog, TextBytes(Unescape(context->rest))));
+    return Ok();
+}
+
+CommandResult RunTele(Context* context) {
+    context->Target().SendPacket(MakePacket(type::kTele, TextBytes(context->rest)));
+    return Ok();
+}
+
+CommandResult RunBusy(Context* context) {
+    Behaviour behaviour;
+    behaviour.busy = TakeNumber(&context->rest, "a number of BUSY packets");
+    behaviour.busy_reason = std::string(context->rest);
+    context->Target().QueueBehaviour(1, behaviour);
+    return Ok();
+}
+
+CommandResult RunNext(Context* context) {
+    const std::uint32_t count = TakeNumber(&context->rest, "a number of requests");
+    context->Target().QueueBehaviour(count, ReadBehaviourText(std::string(context->rest)));
+    return Ok();
+}
+
+CommandResult RunBehaviour(Context* context) {
+    context->Target().Setup().behaviour = ReadBehaviourText(std::string(context->rest));
+    return Ok();
+}
+
+CommandResult RunDongle(Context* context) {
+    ChangeDongle(std::string(context->rest), &context->Target().Setup());
+    return Ok();
+}
+
+CommandResult RunUnit(Context* context) {
+    ControlUnit& unit = TakeUnit(context);
+    if (!context->rest.empty()) unit.OwnBehaviour() = ReadBehaviourText(std::string(context->rest));
+    const ControlUnitSetup& setup = unit.Setup();
+    const Json state = {{"name", setup.name},
+                        {"session", unit.CurrentSession()},
+                        {"trouble_codes", setup.trouble_codes.size()},
+                        {"data", setup.data.size()}};
+    return Ok(state.dump());
+}
+
+CommandResult RunData(Context* context) {
+    ControlUnit& unit = TakeUnit(context);
+    const std::string id(TakeWord(&context->rest));
+    const std::uint32_t number = ReadHexNumber(nlohmann::json(id), "data identifier", 0xFFFF);
+    unit.SetData(static_cast<std::uint16_t>(number), TakeHex(&context->rest));
+    return Ok();
+}
+
+CommandResult RunReset(Context* context) {
+    for (std::size_t i = 0; i < context->simulator->Count(); ++i) {
+        if (!context->named || *context->named == i) context->simulator->Reset(i);
+    }
+    return Ok();
+}
+
+CommandResult RunSeal(Context* context) {
+    if (TakeWord(&context->rest) != "reset") throw UsageError("expected reset");
+    context->simulator->PacketSeal().Reset();
+    return Ok();
+}
+
+CommandResult RunRecord(Context* context) {
+    Record& record = context->simulator->Log();
+    const std::string_view what = TakeWord(&context->rest);
+    if (what == "clear") {
+        record.Clear();
+        return Ok();
+    }
+    if (what == "flush") {
+        record.FlushFile();
+        return Ok();
+    }
+    if (what == "count") return Ok(std::to_string(record.Count(TakeFilter(context))));
+    if (what == "last") {
+        const std::uint32_t limit = TakeNumber(&context->rest, "a number of entries");
+        return Ok(record.Last(limit, TakeFilter(context)));
+    }
+    throw UsageError("expected clear, flush, count or last");
+}
+
+CommandResult RunWait(Context* context) {
+    const std::uint32_t count = TakeNumber(&context->rest, "a number of entries");
+    const std::uint32_t limit_ms = TakeNumber(&context->rest, "milliseconds");
+    return {{}, PendingWait{TakeFilter(context), count, std::chrono::milliseconds(limit_ms)}};
+}
+
+CommandResult RunViolations(Context* context) {
+    const bool clear = TakeWord(&context->rest) == "clear";
+    std::uint64_t sum = 0;
+    std::string last;
+    for (std::size_t i = 0; i < context->simulator->Count(); ++i) {
+        if (context->named && *context->named != i) continue;
+        Dongle& dongle = context->simulator->At(i);
+        sum += dongle.Violations();
+        if (!dongle.LastViolation().empty()) last = " " + dongle.LastViolation();
+        if (clear) dongle.ClearViolations();
+    }
+    return Ok(std::to_string(sum) + last);
+}
+
+CommandResult RunQuit(Context* context) {
+    context->simulator->Loop().Stop();
+    return Ok();
+}
+
+CommandResult RunHelp(Context*);
+
+struct CommandRow {
+    const char* name;
+    const char* arguments;
+    const char* purpose;
+    CommandResult (*run)(Context*);
+};
+
+constexpr CommandRow kCommands[] = {
+    {"stats", "", "state and counts of the dongles, as JSON", RunStats},
+    {"unplug", "[device|port]", "pulls the dongle out, or only one side of it", RunUnplug},
+    {"replug", "[device|port]", "puts it back", RunReplug},
+    {"mute", "[on|off]", "the dongle hears and records everything and answers nothing", RunMute},
+    {"ignore", "TYPE N", "the next N packets of a type stay unanswered", RunIgnore},
+    {"cut", "N", "after N more bytes to the host the dongle is pulled out", RunCut},
+    {"pieces", "N MS", "sends at most N bytes at a time, MS apart; 0 0 ends it", RunPieces},
+    {"next", "N {BEHAVIOUR}", "a behaviour for the next N requests; queues", RunNext},
+    {"busy", "N [REASON]", "the next request gets N BUSY packets before its answer", RunBusy},
+    {"behaviour", "{BEHAVIOUR}", "the dongle's behaviour from now on", RunBehaviour},
+    {"dongle", "{DONGLE}", "changes keys of the vehicle file's \"dongle\"", RunDongle},
+    {"unit", "NAME [{BEHAVIOUR}]", "state of a control unit, or its behaviour from now on",
+     RunUnit},
+    {"data", "NAME ID HEX", "sets a data identifier of a control unit", RunData},
+    {"reset", "", "everything as the vehicle file has it; the record stays", RunReset},
+    {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
+    {"log", "TEXT", "sends LOG with the text; \\n is a line feed", RunLog},
+    {"tele", "TEXT", "sends TELE with the text", RunTele},
+    {"garbage", "N", "sends N noise bytes and a SYNC", RunGarbage},
+    {"packet", "TYPE [HEX]", "sends a packet with this payload", RunPacket},
+    {"send", "HEX", "sends these bytes as they are", RunSend},
+    {"seal", "reset", "CRYP begins anew, as the host's process does", RunSeal},
+    {"record", "count [FILTER]", "number of entries; FILTER: in|out|event|violation, TYPE",
+     RunRecord},
+    {"record", "last N [FILTER]", "the newest entries as a JSON array", RunRecord},
+    {"record", "clear|flush", "forgets entries and counts; writes out the record file", RunRecord},
+    {"wait", "N MS [FILTER]",
+     "answers once N such entries are on record, or after MS with an error", RunWait},
+    {"violations", "[clear]", "what the host did wrong: count, last one", RunViolations},
+    {"help", "", "this list on one line", RunHelp},
+    {"quit", "", "ends the simulator", RunQuit},
+};
+
+std::string Usage(const CommandRow& row) {
+    return std::string(row.name) + (*row.arguments == '\0' ? "" : " ") + row.arguments;
+}
+
+CommandResult RunHelp(Context*) {
+    std::string text;
+    for (const CommandRow& row : kCommands)
+        text += (text.empty() ? "" : "; ") + Usage(row);
+    return Ok(text);
+}
+
+CommandResult RunRow(const CommandRow& row, Context* context) {
+    try {
+        return row.run(context);
+    } catch (const UsageError& error) {
+        return {std::string("error: ") + row.name + ": " + error.what(), {}};
+    } catch (const std::exception& error) {
+        return {std::string("error: ") + error.what(), {}};
+    }
+}
+
+}  // namespace
+
+std::string Commands::Help() {
+    std::string text;
+    for (const CommandRow& row : kCommands) {
+        std::string usage = "  " + Usage(row);
+        usage.resize(std::max<std::size_t>(usage.size() + 2, 28), ' ');
+        text += usage + row.purpose + "\n";
+    }
+    return text;
+}
+
+CommandResult Commands::Run(std::string_view line) {
+    Context context = {simulator_, std::nullopt, SkipBlanks(line)};
+    if (context.rest.starts_with('@')) {
+        std::string_view word = TakeWord(&context.rest).substr(1);
+        std::uint32_t index = 0;
+        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), index);
+        if (error != std::errc() || end != word.data() + word.size() ||
+            index >= simulator_->Count()) {
+            return {"error: no dongle @" + std::string(word), {}};
+        }
+        context.named = index;
+    }
+    const std::string_view name = TakeWord(&context.rest);
+    for (const CommandRow& row : kCommands) {
+        if (name == row.name) return RunRow(row, &context);
+    }
+    return {"error: unknown command \"" + std::string(name) + "\", try help", {}};
+}
+
+}  // namespace brennix

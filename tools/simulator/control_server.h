@@ -1,0 +1,56 @@
+// The control channel: lines over TCP on the loopback address, which programs of both systems reach
+// (Windows programs under Wine included).
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "event_loop.h"
+
+namespace brennix {
+
+class ControlServer {
+public:
+    // Port 0: any free one. Throws std::system_error.
+    ControlServer(EventLoop* loop, Simulator* simulator, std::uint16_t port);
+    ~ControlServer();
+    ControlServer(const ControlServer&) = delete;
+    ControlServer& operator=(const ControlServer&) = delete;
+
+    std::string Address() const;  // "127.0.0.1:40123"
+
+private:
+    struct Connection {
+        int fd;
+        std::string received;
+        std::string outgoing;
+        std::optional<PendingWait> wait;
+        EventLoop::TimerId wait_timer;
+    };
+    using ConnectionPtr = std::shared_ptr<Connection>;
+
+    void Accept();
+    void OnReady(const ConnectionPtr& connection, std::uint32_t events);
+    void RunLines(const ConnectionPtr& connection);
+    void StartWait(const ConnectionPtr& connection, const PendingWait& wait);
+    void EndWait(const ConnectionPtr& connection, const std::string& answer);
+    void CheckWaits();
+    void Send(const ConnectionPtr& connection, const std::string& line);
+    void Flush(Connection* connection);
+    void Drop(const ConnectionPtr& connection);
+
+    EventLoop* loop_;
+    Simulator* simulator_;
+    Commands commands_;
+    int listener_;
+    std::uint16_t port_ = 0;
+    std::map<int, ConnectionPtr> connections_;
+    std::size_t waits_ = 0;
+    bool check_planned_ = false;
+};
+
+}  // namespace brennix

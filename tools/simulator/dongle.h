@@ -1,0 +1,124 @@
+// One dongle: what it says to the packets that it receives.
+
+#pragma once
+
+#include <array>
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "behaviour.h"
+#include "event_loop.h"
+#include "fragments.h"
+#include "pty.h"
+#include "record.h"
+#include "request.h"
+#include "seal.h"
+#include "stream_cutter.h"
+#include "vehicle.h"
+
+namespace brennix {
+
+struct Identity {
+    std::uint32_t model = 5;
+    std::array<std::uint8_t, 6> mac = {0x02, 0x00, 0x00, 0x00, 0x00, 0x01};
+    std::string name = "Brennix";
+    std::string firmware = "1.5.0.62-simulated";
+    std::string build_time = "12:00:00";
+    std::string build_date = "Jan  1 2026";
+};
+
+struct DongleSetup {
+    Identity identity;
+    Behaviour behaviour;
+    bool mute = false;                              // receives and records, never answers
+    std::size_t noise_before_sync = 0;              // bytes sent before the answer to SYNC
+    std::map<std::uint32_t, std::uint32_t> ignore;  // type: how many packets stay unanswered
+    std::vector<ControlUnitSetup> control_units;
+};
+
+class Dongle : private StreamCutter::Sink {
+public:
+    // `seal` is shared by all dongles of one host.
+    Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* record, Seal* seal);
+
+    void PowerOn();   // throws std::system_error when there is no pseudo-terminal to be had
+    void PowerOff();  // forgets all that was under way
+    bool IsPowered() const { return pty_.IsOpen(); }
+    Pty& Port() { return pty_; }
+
+    DongleSetup& Setup() { return setup_; }
+    const DongleSetup& Setup() const { return setup_; }
+    Vehicle& Car() { return vehicle_; }
+
+    // For the next `count` requests; queues behind what was said before.
+    void QueueBehaviour(std::uint32_t count, const Behaviour& behaviour);
+    void ClearQueuedBehaviours() { queued_.clear(); }
+
+    // Unsolicited.
+    void SendRaw(ByteSpan bytes);
+    void SendPacket(ByteSpan packet);  // in fragments and sealed, as the dongle's behaviour says
+    void SendPing(ByteSpan payload);
+    void SendNoise(std::size_t count);  // and a SYNC, so that the host finds its way back
+
+    std::uint64_t Violations() const { return violations_; }
+    const std::string& LastViolation() const { return last_violation_; }
+    void ClearViolations();
+    std::size_t InFlight() const { return in_flight_.size(); }
+    void SetCutHandler(std::function<void()> handler) { cut_handler_ = std::move(handler); }
+
+private:
+    struct Answer {
+        Bytes packet;
+        std::uint32_t request_id;
+        bool is_multi;
+    };
+
+    void OnPacket(ByteSpan packet) override;
+    void OnNoise(ByteSpan bytes) override;
+    void OnBadHeader(ByteSpan header) override;
+    void OnHostLeft();
+
+    void Handle(ByteSpan packet);
+    bool IsIgnored(std::uint32_t type);
+    void AnswerSync();
+    void AnswerIdentify();
+    void HandleFragment(ByteSpan packet);
+    void HandleReply(ByteSpan packet);
+    void HandleRequest(ByteSpan packet);
+    void AskSingle(const Request& request, const Behaviour& special);
+    void AskMulti(const Request& request, const Behaviour& special);
+    Behaviour TakeQueuedBehaviour();
+
+    // Sends what `behaviour` puts before the answer, then, `after_ms` from now, the answer that
+    // `make` builds from the time that has passed since the request.
+    void Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Behaviour& behaviour,
+                  std::function<Bytes(std::uint32_t answer_id, std::uint32_t waited_ms)> make);
+    void ScheduleBusy(std::uint32_t request_id, std::uint32_t number, const Behaviour& behaviour);
+    void SendAnswer(ByteSpan packet, const Behaviour& behaviour);
+    void Transmit(ByteSpan packet);
+    Bytes MakeNoise(std::size_t count);
+    void Later(std::uint32_t after_ms, std::function<void()> action);
+    void Violation(std::string text);
+
+    const std::size_t index_;
+    DongleSetup setup_;
+    EventLoop* loop_;
+    Record* record_;
+    Seal* seal_;
+    Vehicle vehicle_;
+    Pty pty_;
+    StreamCutter cutter_;
+    Reassembler reassembler_;
+    std::deque<std::pair<std::uint32_t, Behaviour>> queued_;
+    std::multiset<std::uint32_t> in_flight_;  // request ids not answered yet
+    std::deque<Bytes> open_pings_;            // payloads of PINGs that no REPL came to
+    std::uint64_t power_cycle_ = 0;
+    std::uint64_t violations_ = 0;
+    std::string last_violation_;
+    std::uint32_t noise_state_ = 0x2545F491;
+    std::function<void()> cut_handler_;
+};
+
+}  // namespace brennix

@@ -1,0 +1,156 @@
+#include "pty.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+namespace brennix {
+
+[[noreturn]] static void Fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+Pty::Pty(EventLoop* loop, Handlers handlers) : loop_(loop), handlers_(std::move(handlers)) {}
+
+void Pty::Open() {
+    if (IsOpen()) return;
+    master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (master_ < 0) Fail("posix_openpt");
+    if (::grantpt(master_) != 0 || ::unlockpt(master_) != 0) Fail("unlockpt");
+    std::array<char, 64> path{};
+    if (::ptsname_r(master_, path.data(), path.size()) != 0) Fail("ptsname");
+    slave_path_ = path.data();
+
+    // Set through the master, since opening the other end would count as a host.
+    termios settings = {};
+    if (::tcgetattr(master_, &settings) != 0) Fail("tcgetattr");
+    ::cfmakeraw(&settings);
+    if (::tcsetattr(master_, TCSANOW, &settings) != 0) Fail("tcsetattr");
+
+    watch_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (watch_ < 0 || ::inotify_add_watch(watch_, slave_path_.c_str(), IN_OPEN | IN_CLOSE) < 0) {
+        Fail("inotify");
+    }
+    ++generation_;
+    piece_timer_runs_ = false;
+    // First: data that came after an opening must not be taken for what came before it.
+    loop_->Watch(
+        watch_, EPOLLIN, [this](std::uint32_t) { OnWatch(); }, true);
+    // Edge-triggered, since a port that nobody has open reports a hang-up without end.
+    loop_->Watch(master_, EPOLLIN | EPOLLOUT | EPOLLET,
+                 [this](std::uint32_t events) { OnReady(events); });
+}
+
+void Pty::Close() {
+    if (!IsOpen()) return;
+    loop_->Unwatch(watch_);
+    loop_->Unwatch(master_);
+    ::close(watch_);
+    ::close(master_);
+    watch_ = -1;
+    master_ = -1;
+    ++generation_;
+    host_there_ = false;
+    outgoing_.clear();
+    cut_after_ = -1;
+}
+
+// A host that closes and opens the port again before anybody looked leaves no hang-up to be seen,
+// only the two notifications.
+void Pty::OnWatch() {
+    alignas(inotify_event) std::array<char, 4096> buffer;
+    bool was_closed = false;
+    for (;;) {
+        const ssize_t size = ::read(watch_, buffer.data(), buffer.size());
+        if (size <= 0) return;
+        for (ssize_t at = 0; at < size;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+            if ((event->mask & IN_CLOSE) != 0) was_closed = true;
+            if ((event->mask & IN_OPEN) == 0) continue;
+            ++opens_;
+            if (was_closed && host_there_) HostLeft();
+            was_closed = false;
+        }
+    }
+}
+
+void Pty::HostLeft() {
+    host_there_ = false;
+    outgoing_.clear();
+    handlers_.host_left();
+}
+
+void Pty::OnReady(std::uint32_t events) {
+    std::array<std::uint8_t, 65536> buffer;
+    Cork();
+    const std::uint64_t generation = generation_;
+    while (generation == generation_) {
+        const ssize_t size = ::read(master_, buffer.data(), buffer.size());
+        if (size <= 0) {
+            if (size < 0 && errno == EIO && host_there_) HostLeft();
+            break;
+        }
+        host_there_ = true;
+        handlers_.received(ByteSpan(buffer.data(), static_cast<std::size_t>(size)));
+        // A pseudo-terminal hands out what it has, up to 4095 bytes; less than that was all, and
+        // more to come is a new edge.
+        if (size < 4095 && (events & EPOLLHUP) == 0) break;
+    }
+    Uncork();
+}
+
+void Pty::Send(ByteSpan bytes) {
+    if (!IsOpen() || !host_there_) return;
+    AppendBytes(&outgoing_, bytes);
+    if (corked_ == 0) Flush();
+}
+
+void Pty::Uncork() {
+    if (--corked_ == 0) Flush();
+}
+
+void Pty::SetPieces(std::size_t bytes, std::chrono::milliseconds interval) {
+    piece_size_ = bytes;
+    piece_interval_ = interval;
+    Flush();
+}
+
+void Pty::FlushPiece() {
+    piece_timer_runs_ = false;
+    Flush();
+}
+
+void Pty::Flush() {
+    while (IsOpen() && !outgoing_.empty() && !piece_timer_runs_) {
+        std::size_t size = outgoing_.size();
+        if (piece_size_ != 0) size = std::min(size, piece_size_);
+        if (cut_after_ >= 0) size = std::min(size, static_cast<std::size_t>(cut_after_));
+        const ssize_t written = size == 0 ? 0 : ::write(master_, outgoing_.data(), size);
+        if (written < 0) return;  // full: the next edge goes on; gone: the next read tells
+        outgoing_.erase(outgoing_.begin(), outgoing_.begin() + written);
+        if (cut_after_ >= 0) cut_after_ -= written;
+        if (cut_after_ == 0) {
+            cut_after_ = -1;
+            outgoing_.clear();
+            handlers_.cut();
+            return;
+        }
+        if (piece_size_ != 0 && !outgoing_.empty()) {
+            piece_timer_runs_ = true;
+            loop_->After(piece_interval_, [this, generation = generation_] {
+                if (generation == generation_) FlushPiece();
+            });
+        }
+    }
+}
+
+}  // namespace brennix

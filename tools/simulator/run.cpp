@@ -1,0 +1,242 @@
+#include "run.h"
+
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "process.h"
+#include "vehicle_file.h"
+
+namespace brennix {
+
+namespace {
+
+constexpr int kViolationExitCode = 3;
+
+// A common USB serial converter, as found beside a dongle on many desks.
+const UsbIdentity kForeignIdentity = {"10c4", "ea60", "0001"};
+constexpr const char* kForeignHardwareId = "USB\\VID_10C4&PID_EA60&REV_0100";
+
+std::string ProgramFolder() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+}
+
+std::string FindWineHelper(const Options& options) {
+    if (!options.wine_helper.empty()) return options.wine_helper;
+    const std::string folder = ProgramFolder();
+    for (const std::string& path :
+         {folder + "/wine_port.exe", folder + "/../windows-release/wine_port.exe"}) {
+        if (::access(path.c_str(), R_OK) == 0) return path;
+    }
+    throw std::runtime_error("wine_port.exe is not beside the program, give --wine-helper");
+}
+
+std::string WinePrefix() {
+    if (const char* prefix = std::getenv("WINEPREFIX"); prefix != nullptr && *prefix != '\0') {
+        return prefix;
+    }
+    const char* home = std::getenv("HOME");
+    return std::string(home != nullptr ? home : "") + "/.wine";
+}
+
+std::string SerialNumber(const Identity& identity) { return ToHex(identity.mac); }
+
+}  // namespace
+
+SimulatorRun::SimulatorRun(const Options& options)
+    : options_(options), simulator_(&loop_, options.keep) {
+    if (!options_.record_file.empty()) simulator_.Log().OpenFile(options_.record_file);
+    WatchSignals();
+    AddDongles();
+    AddForeignPorts();
+    AddListings();
+    control_ = std::make_unique<ControlServer>(&loop_, &simulator_, options_.control_port);
+    PrepareScratch();
+}
+
+SimulatorRun::~SimulatorRun() {
+    simulator_.Log().FlushFile();
+    if (signals_ >= 0) ::close(signals_);
+}
+
+// Several dongles from one file differ in their address.
+void SimulatorRun::AddDongles() {
+    const std::size_t count = std::max(options_.dongles, options_.vehicles.size());
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t file = std::min(i, options_.vehicles.size() - 1);
+        DongleSetup setup = LoadVehicleFile(options_.vehicles[file]);
+        setup.identity.mac[5] = static_cast<std::uint8_t>(setup.identity.mac[5] + (i - file));
+        simulator_.AddDongle(std::move(setup));
+    }
+}
+
+void SimulatorRun::AddForeignPorts() {
+    for (const std::string& name : options_.foreign_ports) {
+        DongleSetup setup;
+        setup.mute = true;
+        const std::size_t index = simulator_.AddDongle(std::move(setup));
+        if (UsbMock::IsNodeName(name)) {
+            AddUsbPort(index, name, kForeignIdentity);
+        } else {
+            AddWinePort(index, name, kForeignHardwareId);
+        }
+    }
+}
+
+void SimulatorRun::AddListings() {
+    for (std::size_t i = 0; i < options_.links.size(); ++i) {
+        simulator_.AddListing(i, std::make_unique<LinkListing>(options_.links[i]));
+        simulator_.SetPortName(i, options_.links[i]);
+    }
+    for (std::size_t i = 0; i < options_.usb_ports.size(); ++i) {
+        UsbIdentity identity;
+        identity.serial = SerialNumber(simulator_.At(i).Setup().identity);
+        AddUsbPort(i, options_.usb_ports[i], std::move(identity));
+    }
+    for (std::size_t i = 0; i < options_.wine_ports.size(); ++i) {
+        AddWinePort(i, options_.wine_ports[i], "");
+    }
+}
+
+void SimulatorRun::AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity) {
+    if (!usb_) usb_ = std::make_unique<UsbMock>("/proc/self/exe");
+    simulator_.AddListing(dongle, usb_->AddPort(name, std::move(identity)));
+    simulator_.SetPortName(dongle, name);
+}
+
+void SimulatorRun::AddWinePort(std::size_t dongle, const std::string& name,
+                               const std::string& hardware_id) {
+    if (!wine_) wine_ = std::make_unique<WinePorts>(WinePrefix(), FindWineHelper(options_));
+    simulator_.AddListing(dongle, wine_->AddPort(name, hardware_id));
+    simulator_.SetPortName(dongle, name);
+}
+
+void SimulatorRun::WatchSignals() {
+    sigset_t set;
+    ::sigemptyset(&set);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
+        ::sigaddset(&set, number);
+    ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+    signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+    loop_.Watch(signals_, EPOLLIN, [this](std::uint32_t) { OnSignal(); });
+}
+
+void SimulatorRun::OnSignal() {
+    signalfd_siginfo info = {};
+    while (::read(signals_, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        const int number = static_cast<int>(info.ssi_signo);
+        if (number == SIGCHLD) {
+            OnChildEnd();
+        } else if (child_ > 0) {
+            ::kill(child_, number);  // its end is the program's end
+        } else {
+            loop_.Stop();
+        }
+    }
+}
+
+void SimulatorRun::OnChildEnd() {
+    int status = 0;
+    if (child_ <= 0 || ::waitpid(child_, &status, WNOHANG) != child_) return;
+    child_ = -1;
+    child_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    loop_.Stop();
+}
+
+void SimulatorRun::PlugAll() {
+    for (std::size_t i = 0; i < simulator_.Count(); ++i)
+        simulator_.Plug(i, Part::kAll);
+}
+
+std::string SimulatorRun::ReadyText() const {
+    auto& simulator = const_cast<Simulator&>(simulator_);
+    std::string text = "control " + control_->Address() + "\n";
+    for (std::size_t i = 0; i < simulator.Count(); ++i) {
+        text += "dongle " + std::to_string(i) + " " +
+                (simulator.At(i).IsPowered() ? simulator.At(i).Port().SlavePath() : "unplugged");
+        if (!simulator.PortName(i).empty()) text += " " + simulator.PortName(i);
+        text += "\n";
+    }
+    return text;
+}
+
+// Whoever waits for the file finds it complete.
+void SimulatorRun::WriteReadyFile() const {
+    const std::string temporary = options_.ready_file + ".new";
+    std::ofstream file(temporary);
+    file << ReadyText();
+    file.close();
+    if (!file) throw std::runtime_error(options_.ready_file + ": cannot be written");
+    std::filesystem::rename(temporary, options_.ready_file);
+}
+
+// A command's output is not mixed with the simulator's.
+void SimulatorRun::Announce() const {
+    if (!options_.ready_file.empty()) WriteReadyFile();
+    if (!options_.command.empty()) return;
+    std::string text = ReadyText();
+    if (usb_) {
+        text += "programs see the USB ports with this environment:\n";
+        for (const auto& [name, value] : usb_->Environment())
+            text += "  " + name + "=" + value + "\n";
+    }
+    std::printf("%s", text.c_str());
+    std::fflush(stdout);
+}
+
+void SimulatorRun::PrepareScratch() {
+    if (options_.scratch.empty()) return;
+    const std::filesystem::path folder = std::filesystem::absolute(options_.scratch);
+    std::filesystem::create_directories(folder / "config");
+    std::filesystem::create_directories(folder / "tmp");
+    if (wine_) wine_->UseFolders((folder / "config").string(), (folder / "tmp").string());
+}
+
+std::map<std::string, std::string> SimulatorRun::CommandEnvironment() const {
+    std::map<std::string, std::string> environment;
+    if (usb_) environment = usb_->Environment();
+    if (!options_.scratch.empty()) {
+        const std::string folder = std::filesystem::absolute(options_.scratch).string();
+        environment["BRENNIX_SIM_SCRATCH"] = wine_ ? WindowsPath(folder) : folder;
+        environment["XDG_CONFIG_HOME"] = folder + "/config";
+        environment["TMPDIR"] = folder + "/tmp";
+    }
+    if (wine_) {
+        environment.merge(wine_->Environment(ProgramFolder() + "/libbrennix_serial_lines.so"));
+        environment["TMPDIR"].clear();
+        environment["XDG_CONFIG_HOME"].clear();
+    }
+    std::string names;
+    for (std::size_t i = 0; i < simulator_.Count(); ++i) {
+        names += (i == 0 ? "" : ",") + simulator_.PortName(i);
+    }
+    environment["BRENNIX_SIM_PORTS"] = names;
+    environment["BRENNIX_SIM_CONTROL"] = control_->Address();
+    return environment;
+}
+
+int SimulatorRun::Run() {
+    if (!options_.unplugged) PlugAll();
+    Announce();
+    if (!options_.command.empty()) child_ = StartProcess(options_.command, CommandEnvironment());
+    loop_.Run();
+    if (child_ > 0) {  // "quit" on the control channel
+        ::kill(child_, SIGTERM);
+        int status = 0;
+        ::waitpid(child_, &status, 0);
+        child_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    if (child_code_ != 0) return child_code_;
+    return options_.strict && simulator_.Violations() != 0 ? kViolationExitCode : 0;
+}
+
+}  // namespace brennix

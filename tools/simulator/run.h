@@ -1,0 +1,57 @@
+// One run of the program: sets everything up, runs the command, takes everything down.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+
+#include "control_server.h"
+#include "event_loop.h"
+#include "options.h"
+#include "simulator.h"
+#include "usb_mock.h"
+#include "wine/wine_ports.h"
+
+namespace brennix {
+
+class SimulatorRun {
+public:
+    // Throws std::exception with one line that says what cannot be done.
+    explicit SimulatorRun(const Options& options);
+    ~SimulatorRun();
+    SimulatorRun(const SimulatorRun&) = delete;
+    SimulatorRun& operator=(const SimulatorRun&) = delete;
+
+    int Run();  // returns the exit code
+
+private:
+    void AddDongles();
+    void AddForeignPorts();
+    void AddListings();
+    void AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity);
+    void AddWinePort(std::size_t dongle, const std::string& name, const std::string& hardware_id);
+    void WatchSignals();
+    void OnSignal();
+    void OnChildEnd();
+    void PlugAll();
+    void Announce() const;
+    void WriteReadyFile() const;
+    void PrepareScratch();
+    std::string ReadyText() const;
+    std::map<std::string, std::string> CommandEnvironment() const;
+
+    const Options options_;
+    EventLoop loop_;
+    // Before the simulator, whose listings refer to them until they end.
+    std::unique_ptr<UsbMock> usb_;
+    std::unique_ptr<WinePorts> wine_;
+    Simulator simulator_;
+    std::unique_ptr<ControlServer> control_;
+    int signals_ = -1;
+    pid_t child_ = -1;
+    int child_code_ = 0;
+};
+
+}  // namespace brennix

@@ -1,0 +1,41 @@
+/*
+ * Loaded into Wine (LD_PRELOAD): lets a pseudo-terminal have modem lines.
+ *
+ * Wine waits for communication events by looking at the modem lines as well. A pseudo-terminal has
+ * none, so Wine gives up each such wait at once, where a real port would wait for data. With this,
+ * a port behind a pseudo-terminal shows a device that is always ready.
+ */
+
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <stdarg.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+
+typedef int (*ioctl_function)(int, unsigned long, ...);
+
+static ioctl_function next_ioctl(void) {
+    static ioctl_function next;
+    if (next == 0) *(void**)&next = dlsym(RTLD_NEXT, "ioctl");
+    return next;
+}
+
+int ioctl(int fd, unsigned long request, ...) {
+    va_list arguments;
+    va_start(arguments, request);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+
+    const int result = next_ioctl()(fd, request, argument);
+    if (result == 0 || request != TIOCMGET) return result;
+    const int error = errno;
+    struct termios settings;
+    /* A terminal that is still there; one that was hung up keeps its error. */
+    if (next_ioctl()(fd, TCGETS, &settings) != 0) {
+        errno = error;
+        return result;
+    }
+    *(int*)argument = TIOCM_DSR | TIOCM_CTS | TIOCM_CAR | TIOCM_DTR | TIOCM_RTS;
+    return 0;
+}
