@@ -1,0 +1,120 @@
+#include "platform/event.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "unit/test_support.h"
+
+namespace tarvik {
+namespace {
+
+using test::Eventually;
+using test::Thread;
+
+class Event : public testing::Test {
+protected:
+    ~Event() override {
+        OsEventClose(manual_);
+        OsEventClose(automatic_);
+    }
+    OsEvent* manual_ = OsEventCreate(EventReset::kManual);
+    OsEvent* automatic_ = OsEventCreate(EventReset::kAuto);
+};
+
+TEST_F(Event, IsCreatedClear) {
+    EXPECT_FALSE(OsEventWait(manual_, 0));
+    EXPECT_FALSE(OsEventWait(automatic_, 10));
+}
+
+TEST_F(Event, ManualOneStaysSetUntilItIsReset) {
+    OsEventSet(manual_);
+    EXPECT_TRUE(OsEventWait(manual_, 0));
+    EXPECT_TRUE(OsEventWait(manual_, -1));
+    OsEventReset(manual_);
+    EXPECT_FALSE(OsEventWait(manual_, 0));
+}
+
+TEST_F(Event, AutomaticOneIsClearedByOneWait) {
+    OsEventSet(automatic_);
+    OsEventSet(automatic_);  // no second time
+    EXPECT_TRUE(OsEventWait(automatic_, 0));
+    EXPECT_FALSE(OsEventWait(automatic_, 0));
+}
+
+TEST_F(Event, ManualOneWakesEveryWaiter) {
+    std::atomic<int> passed{0};
+    const auto wait = [&] {
+        if (OsEventWait(manual_, -1)) ++passed;
+    };
+    Thread first(wait);
+    Thread second(wait);
+    OsEventSet(manual_);
+    EXPECT_TRUE(Eventually([&] { return passed == 2; }));
+}
+
+TEST_F(Event, AutomaticOneLetsOneWaiterPassPerSet) {
+    std::atomic<int> passed{0};
+    const auto wait = [&] {
+        if (OsEventWait(automatic_, -1)) ++passed;
+    };
+    Thread first(wait);
+    Thread second(wait);
+    OsEventSet(automatic_);
+    EXPECT_TRUE(Eventually([&] { return passed == 1; }));
+    EXPECT_FALSE(OsEventWait(automatic_, 0));
+    OsEventSet(automatic_);
+    EXPECT_TRUE(Eventually([&] { return passed == 2; }));
+}
+
+TEST_F(Event, EitherWaitNamesTheOneThatIsSet) {
+    OsEventSet(automatic_);
+    EXPECT_EQ(OsEventWaitEither(manual_, automatic_, 0), 1);
+    EXPECT_EQ(OsEventWaitEither(manual_, automatic_, 0), -1);  // the wait cleared it
+    OsEventSet(manual_);
+    EXPECT_EQ(OsEventWaitEither(manual_, automatic_, -1), 0);
+}
+
+TEST_F(Event, EitherWaitPrefersTheFirstAndLeavesTheSecondSet) {
+    OsEventSet(automatic_);
+    OsEventSet(manual_);
+    EXPECT_EQ(OsEventWaitEither(manual_, automatic_, 0), 0);
+    EXPECT_TRUE(OsEventWait(automatic_, 0));
+}
+
+TEST_F(Event, EitherWaitEndsWhenTheTimeHasRunOut) {
+    EXPECT_EQ(OsEventWaitEither(manual_, automatic_, 20), -1);
+}
+
+TEST_F(Event, EitherWaitIsWokenByBoth) {
+    std::atomic<int> last{-2};
+    Thread waiter([&] {
+        last = OsEventWaitEither(manual_, automatic_, -1);
+        last = 10 + OsEventWaitEither(manual_, automatic_, -1);
+    });
+    OsEventSet(automatic_);
+    EXPECT_TRUE(Eventually([&] { return last == 1; }));
+    OsEventSet(manual_);
+    EXPECT_TRUE(Eventually([&] { return last == 10; }));
+}
+
+TEST_F(Event, EverySetOfAnAutomaticOneIsSeenByTheEitherWaiter) {
+    OsEvent* seen = OsEventCreate(EventReset::kAuto);
+    std::atomic<bool> right{true};
+    Thread waiter([&] {
+        for (int i = 0; i < 1'000; ++i) {
+            if (OsEventWaitEither(manual_, automatic_, 10'000) != 1) right = false;
+            OsEventSet(seen);
+        }
+    });
+    for (int i = 0; i < 1'000; ++i) {
+        OsEventSet(automatic_);
+        ASSERT_TRUE(OsEventWait(seen, 10'000));
+    }
+    waiter.Join();
+    EXPECT_TRUE(right);
+    OsEventClose(seen);
+}
+
+}  // namespace
+}  // namespace tarvik

@@ -1,0 +1,167 @@
+#include "platform/thread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+
+#include "platform/event.h"
+#include "platform/tick.h"
+#include "unit/test_support.h"
+#include "unit/test_system.h"
+
+namespace tarvik {
+namespace {
+
+using test::Eventually;
+
+// A thread that waits until it is let go.
+struct Patient {
+    OsEvent* go = OsEventCreate(EventReset::kManual);
+    std::atomic<bool> started{false};
+    std::atomic<bool> finished{false};
+    std::atomic<std::uint32_t> id{0};
+
+    ~Patient() { OsEventClose(go); }
+
+    static void Run(void* argument) {
+        auto* self = static_cast<Patient*>(argument);
+        self->id = OsCurrentThreadId();
+        self->started = true;
+        OsEventWait(self->go, -1);
+        self->finished = true;
+    }
+};
+
+TEST(Thread, RunsItsEntryWithItsArgument) {
+    std::atomic<int> value{0};
+    OsThread* thread =
+        OsThreadStart([](void* argument) { *static_cast<std::atomic<int>*>(argument) = 7; }, &value,
+                      "Tarvik test");
+    ASSERT_NE(thread, nullptr);
+    EXPECT_TRUE(OsThreadJoin(thread, -1));
+    EXPECT_EQ(value, 7);
+    OsThreadClose(thread);
+}
+
+TEST(Thread, JoinSaysFalseWhenTheTimeHasRunOutAndMayBeRepeated) {
+    Patient patient;
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    EXPECT_FALSE(OsThreadJoin(thread, 0));
+    EXPECT_FALSE(OsThreadJoin(thread, 20));
+    OsEventSet(patient.go);
+    EXPECT_TRUE(OsThreadJoin(thread, 10'000));
+    EXPECT_TRUE(OsThreadJoin(thread, 0));  // it stays ended
+    EXPECT_TRUE(patient.finished);
+    OsThreadClose(thread);
+}
+
+TEST(Thread, BearsItsDescription) {
+    struct Named {
+        std::string seen;
+    } named;
+    OsThread* thread = OsThreadStart(
+        [](void* argument) {
+            auto* self = static_cast<Named*>(argument);
+            // The description is given beside the thread's start.
+            Eventually([&] {
+                self->seen = test::CurrentThreadName();
+                return self->seen == test::KeptThreadName("Tarvik CloudRxThread");
+            });
+        },
+        &named, "Tarvik CloudRxThread");
+    EXPECT_TRUE(OsThreadJoin(thread, 30'000));
+    OsThreadClose(thread);
+    EXPECT_EQ(named.seen, test::KeptThreadName("Tarvik CloudRxThread"));
+}
+
+TEST(Thread, TerminatedOneEndsWithoutRunningToItsEnd) {
+    Patient patient;
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    EXPECT_TRUE(Eventually([&] { return patient.started.load(); }));
+    OsThreadTerminate(thread);
+    EXPECT_TRUE(OsThreadJoin(thread, 10'000));
+    EXPECT_FALSE(patient.finished);
+    OsThreadClose(thread);
+}
+
+TEST(Thread, TerminatingAnEndedOneDoesNothing) {
+    OsThread* thread = OsThreadStart([](void*) {}, nullptr, "Tarvik test");
+    EXPECT_TRUE(OsThreadJoin(thread, -1));
+    OsThreadTerminate(thread);
+    EXPECT_TRUE(OsThreadJoin(thread, 0));
+    OsThreadClose(thread);
+}
+
+TEST(Thread, RunningOneGoesOnAfterItsHandleIsGivenUp) {
+    static Patient patient;  // outlives the thread's last steps
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    EXPECT_TRUE(Eventually([&] { return patient.started.load(); }));
+    OsThreadClose(thread);
+    OsEventSet(patient.go);
+    EXPECT_TRUE(Eventually([&] { return patient.finished.load(); }));
+}
+
+TEST(Thread, KnowsWhetherItIsTheCallingOne) {
+    struct Asked {
+        std::atomic<OsThread*> self{nullptr};
+        bool is_current = false;
+    } asked;
+    asked.self = OsThreadStart(
+        [](void* argument) {
+            auto* own = static_cast<Asked*>(argument);
+            Eventually([&] { return own->self != nullptr; });
+            own->is_current = OsThreadIsCurrent(own->self);
+        },
+        &asked, "Tarvik test");
+    EXPECT_FALSE(OsThreadIsCurrent(asked.self));
+    EXPECT_TRUE(OsThreadJoin(asked.self, -1));
+    EXPECT_TRUE(asked.is_current);
+    EXPECT_FALSE(OsThreadIsCurrent(nullptr));
+    OsThreadClose(asked.self);
+}
+
+TEST(Thread, HasAnIdOfItsOwnAndAHandle) {
+    Patient patient;
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    EXPECT_NE(OsThreadHandle(thread), nullptr);
+    OsEventSet(patient.go);
+    EXPECT_TRUE(OsThreadJoin(thread, -1));
+    EXPECT_NE(patient.id, 0u);
+    EXPECT_NE(patient.id, OsCurrentThreadId());
+    EXPECT_EQ(OsCurrentThreadId(), OsCurrentThreadId());
+    OsThreadClose(thread);
+}
+
+TEST(Thread, LastErrorIsKeptPerThread) {
+    OsSetLastError(5);
+    std::int32_t elsewhere = 5;
+    OsThread* thread = OsThreadStart(
+        [](void* argument) {
+            OsSetLastError(6);
+            *static_cast<std::int32_t*>(argument) = OsLastError();
+        },
+        &elsewhere, "Tarvik test");
+    OsSetLastError(5);
+    EXPECT_TRUE(OsThreadJoin(thread, -1));
+    OsThreadClose(thread);
+    OsSetLastError(5);
+    EXPECT_EQ(OsLastError(), 5);
+    EXPECT_EQ(elsewhere, 6);
+}
+
+TEST(Thread, ManyStartAndEndWithoutLeavingAnything) {
+    std::atomic<int> ended{0};
+    for (int i = 0; i < 500; ++i) {
+        OsThread* thread =
+            OsThreadStart([](void* argument) { ++*static_cast<std::atomic<int>*>(argument); },
+                          &ended, "Tarvik test");
+        ASSERT_NE(thread, nullptr);
+        if (i % 2 == 0) OsThreadJoin(thread, -1);
+        OsThreadClose(thread);
+    }
+    EXPECT_TRUE(Eventually([&] { return ended == 500; }));
+}
+
+}  // namespace
+}  // namespace tarvik

@@ -1,0 +1,94 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include "unit/test_system.h"
+
+extern char** environ;
+
+namespace tarvik::test {
+
+void SetVariable(const char* name, const char* value) {
+    if (value != nullptr) {
+        ::setenv(name, value, 1);
+    } else {
+        ::unsetenv(name);
+    }
+}
+
+std::string CurrentThreadName() {
+    char name[16] = {};
+    ::pthread_getname_np(::pthread_self(), name, sizeof name);
+    return name;
+}
+
+std::string KeptThreadName(const std::string& description) { return description.substr(0, 15); }
+
+namespace {
+constexpr uid_t kNobody = 65534;
+
+// Root may write whatever the mode says, so it lays its rights down meanwhile.
+class ReadOnlyMode : public WriteProtection {
+public:
+    explicit ReadOnlyMode(const std::string& path) : path_(path) {
+        ::chmod(path_.c_str(), 0444);
+        if (::geteuid() == 0) laid_down_ = ::seteuid(kNobody) == 0;
+    }
+    ~ReadOnlyMode() override {
+        if (laid_down_ && ::seteuid(0) != 0) std::abort();
+        ::chmod(path_.c_str(), 0644);
+    }
+
+private:
+    std::string path_;
+    bool laid_down_ = false;
+};
+}  // namespace
+
+std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path) {
+    return std::make_unique<ReadOnlyMode>(path);
+}
+
+static int ExitCodeOf(pid_t child) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+ChildResult RunChild(const std::string& name) {
+    char output[] = "/tmp/tarvik_child_XXXXXX";
+    const int file = ::mkstemp(output);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, file, STDOUT_FILENO);
+    ::posix_spawn_file_actions_adddup2(&actions, file, STDERR_FILENO);
+    std::string program = "test";
+    std::string option = kChildOption + name;
+    char* arguments[] = {program.data(), option.data(), nullptr};
+    pid_t child = 0;
+    const int error =
+        ::posix_spawn(&child, "/proc/self/exe", &actions, nullptr, arguments, environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    ChildResult result{error == 0 ? ExitCodeOf(child) : -1000, ""};
+    std::ifstream text(output);
+    result.output.assign(std::istreambuf_iterator<char>(text), {});
+    ::close(file);
+    ::unlink(output);
+    return result;
+}
+
+void CloseMessageBoxOf(const std::string&, const std::function<void()>& show) { show(); }
+
+std::string PrintedMessageBox(const std::string& text, const std::string& caption) {
+    return caption + "\n" + text + "\n";
+}
+
+}  // namespace tarvik::test

@@ -1,0 +1,118 @@
+#include <windows.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include "unit/test_system.h"
+
+namespace tarvik::test {
+
+void SetVariable(const char* name, const char* value) { ::SetEnvironmentVariableA(name, value); }
+
+std::string CurrentThreadName() {
+    using GetDescription = HRESULT(WINAPI*)(HANDLE, PWSTR*);
+    const auto get_description = reinterpret_cast<GetDescription>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleA("kernelbase.dll"), "GetThreadDescription")));
+    PWSTR wide = nullptr;
+    if (get_description == nullptr || FAILED(get_description(::GetCurrentThread(), &wide))) {
+        return "(none)";
+    }
+    std::string name;
+    for (const wchar_t* letter = wide; *letter != L'\0'; ++letter) {
+        name.push_back(static_cast<char>(*letter));
+    }
+    ::LocalFree(wide);
+    return name;
+}
+
+std::string KeptThreadName(const std::string& description) { return description; }
+
+namespace {
+// A handle that shares reading alone keeps every writer out, whoever it is.
+class SharedForReading : public WriteProtection {
+public:
+    explicit SharedForReading(const std::string& path)
+        : file_(::CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr)) {}
+    ~SharedForReading() override { ::CloseHandle(file_); }
+
+private:
+    HANDLE file_;
+};
+}  // namespace
+
+std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path) {
+    return std::make_unique<SharedForReading>(path);
+}
+
+static void CloseWindowNamed(const char* caption) {
+    const HWND window = ::FindWindowA(nullptr, caption);
+    if (window != nullptr) ::PostMessageA(window, WM_CLOSE, 0, 0);
+}
+
+static int ExitCodeOf(HANDLE process) {
+    constexpr int kLimitSeconds = 60;
+    for (int i = 0; i < kLimitSeconds * 20; ++i) {
+        if (::WaitForSingleObject(process, 50) == WAIT_OBJECT_0) {
+            DWORD code = 0;
+            ::GetExitCodeProcess(process, &code);
+            return static_cast<int>(code);
+        }
+        CloseWindowNamed("Critical Error");
+    }
+    ::TerminateProcess(process, 99);
+    return -1;
+}
+
+ChildResult RunChild(const std::string& name) {
+    char folder[MAX_PATH];
+    char output[MAX_PATH];
+    ::GetTempPathA(MAX_PATH, folder);
+    ::GetTempFileNameA(folder, "chd", 0, output);
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    const HANDLE file = ::CreateFileA(output, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    char program[MAX_PATH];
+    ::GetModuleFileNameA(nullptr, program, MAX_PATH);
+    std::string command = "\"" + std::string(program) + "\" " + kChildOption + name;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = file;
+    startup.hStdError = file;
+    PROCESS_INFORMATION child = {};
+    ChildResult result{-1000, ""};
+    if (::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                         &startup, &child)) {
+        result.exit_code = ExitCodeOf(child.hProcess);
+        ::CloseHandle(child.hThread);
+        ::CloseHandle(child.hProcess);
+    }
+    ::CloseHandle(file);
+    {
+        std::ifstream text(output);
+        result.output.assign(std::istreambuf_iterator<char>(text), {});
+    }
+    std::remove(output);
+    return result;
+}
+
+void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& show) {
+    std::atomic<bool> done{false};
+    std::thread closer([&] {
+        while (!done) {
+            CloseWindowNamed(caption.c_str());
+            ::Sleep(20);
+        }
+    });
+    show();
+    done = true;
+    closer.join();
+}
+
+std::string PrintedMessageBox(const std::string&, const std::string&) { return ""; }
+
+}  // namespace tarvik::test
