@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+#include "support/memory.h"
+
+namespace tarvik::test {
+
+// While it lives, the calling thread's heap serves `allowed` more requests and refuses the rest.
+// Make no assertions meanwhile: they need memory too.
+class FailingHeap {
+public:
+    explicit FailingHeap(std::uint32_t allowed = 0);
+    ~FailingHeap();
+    FailingHeap(const FailingHeap&) = delete;
+    FailingHeap& operator=(const FailingHeap&) = delete;
+
+    bool Refused() const;  // at least one request
+};
+
+// Tracked memory in use, for comparing before and after.
+inline bool operator==(const MemoryUse& a, const MemoryUse& b) {
+    return a.blocks == b.blocks && a.bytes == b.bytes;
+}
+
+}  // namespace tarvik::test

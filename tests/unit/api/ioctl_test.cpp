@@ -1,0 +1,376 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "api/dpdu_api.h"
+#include "api/ioctl_doip_request.h"
+#include "api/items.h"
+#include "link/wire.h"
+#include "platform/console.h"
+#include "platform/thread.h"
+#include "support/memory.h"
+#include "unit/api/failing_heap.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+namespace {
+
+// What an application has in its pointer before the call.
+PDU_DATA_ITEM untouched_item;
+PDU_DATA_ITEM* const kUntouched = &untouched_item;
+
+T_PDU_ERROR Call(UNUM32 id, PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) {
+    return PDUIoCtl(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, id, input, output);
+}
+
+// An output item; the release table leaves it alone, so that the test frees its one block.
+struct Output {
+    PDU_DATA_ITEM* item = kUntouched;
+    ~Output() {
+        if (item != kUntouched) FreeMem(item);
+    }
+};
+
+UNUM32 ValueOf(const PDU_DATA_ITEM* item) { return *static_cast<const UNUM32*>(item->pData); }
+
+TEST(IoCtl, IdsOutsideTheRangeAreNotSupported) {
+    for (const UNUM32 id : {0u, 4999u, 5021u, 5022u, 5023u, 5024u, 0xFFFFFFFFu}) {
+        PDU_DATA_ITEM* output = kUntouched;
+        EXPECT_EQ(Call(id, nullptr, &output), PDU_ERR_ID_NOT_SUPPORTED) << id;
+        EXPECT_EQ(output, kUntouched) << id;
+    }
+}
+
+TEST(IoCtl, KnownButUnimplementedIdsAreNotSupported) {
+    for (const UNUM32 id :
+         {5001u, 5002u, 5003u, 5004u, 5006u, 5007u, 5008u, 5012u, 5013u, 5014u, 5015u}) {
+        PDU_DATA_ITEM* output = kUntouched;
+        EXPECT_EQ(Call(id, nullptr, &output), PDU_ERR_ID_NOT_SUPPORTED) << id;
+        EXPECT_EQ(output, kUntouched) << id;
+    }
+}
+
+TEST(IoCtl, LogsEntryAndTheIdThatIsNotSupported) {
+    const LogCapture log;
+    Call(5001, nullptr, nullptr);
+    Call(0xFFFFFFFFu, nullptr, nullptr);
+    const std::vector<std::string> expected = {
+        "[PDUIoCtl] Called",
+        "[PDUIoCtl] PDU_ERR_ID_NOT_SUPPORTED 5001",
+        "[PDUIoCtl] Called",
+        "[PDUIoCtl] PDU_ERR_ID_NOT_SUPPORTED -1",
+    };
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+TEST(IoCtl, CommandsWithoutEffectLeaveTheOutputUntouched) {
+    for (const UNUM32 id : {5000u, 5009u, 5010u, 5011u}) {
+        PDU_DATA_ITEM* output = kUntouched;
+        EXPECT_EQ(Call(id, nullptr, &output), PDU_STATUS_NOERROR) << id;
+        EXPECT_EQ(output, kUntouched) << id;
+    }
+}
+
+TEST(IoCtl, BatteryVoltageIsAlways13800ForAnyHandle) {
+    for (const UNUM32 handle : {0u, 255u, 256u, PDU_HANDLE_UNDEF}) {
+        Output output;
+        EXPECT_EQ(PDUIoCtl(handle, handle, 5005, nullptr, &output.item), PDU_STATUS_NOERROR);
+        ASSERT_NE(output.item, kUntouched);
+        EXPECT_EQ(output.item->ItemType, PDU_IT_IO_UNUM32);
+        EXPECT_EQ(ValueOf(output.item), 13800u);
+    }
+}
+
+TEST(IoCtl, IgnitionIsAlwaysOnWhateverTheInput) {
+    UNUM32 pin = 16;
+    PDU_DATA_ITEM input = {PDU_IT_IO_UNUM32, &pin};
+    Output output;
+    EXPECT_EQ(Call(5016, &input, &output.item), PDU_STATUS_NOERROR);
+    ASSERT_NE(output.item, kUntouched);
+    EXPECT_EQ(output.item->ItemType, PDU_IT_IO_UNUM32);
+    EXPECT_EQ(ValueOf(output.item), 1u);
+}
+
+TEST(IoCtl, VehicleIdRequestSetsTheOutputToNull) {
+    const LogCapture log;
+    PDU_IO_VEHICLE_ID_REQUEST request = {};
+    PDU_DATA_ITEM input = {PDU_IT_IO_VEHICLE_ID_REQUEST, &request};
+    PDU_DATA_ITEM* output = kUntouched;
+    EXPECT_EQ(Call(5017, &input, &output), PDU_STATUS_NOERROR);
+    EXPECT_EQ(output, nullptr);
+    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_VEHICLE_ID_REQUEST"));
+    EXPECT_TRUE(log.Has("[PDUIoCtl] Returning PDU_STATUS_NOERROR"));
+}
+
+TEST(IoCtl, EthSwitchStateSetsTheOutputToNull) {
+    const LogCapture log;
+    PDU_IO_ETH_SWITCH_STATE state = {1, 8};
+    PDU_DATA_ITEM input = {PDU_IT_IO_ETH_SWITCH_STATE, &state};
+    PDU_DATA_ITEM* output = kUntouched;
+    EXPECT_EQ(Call(5018, &input, &output), PDU_STATUS_NOERROR);
+    EXPECT_EQ(output, nullptr);
+    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_SET_ETH_SWITCH_STATE"));
+}
+
+TEST(IoCtl, EntityStatusIsOneFreeSocket) {
+    const LogCapture log;
+    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
+    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
+    Output output;
+    EXPECT_EQ(Call(5019, &input, &output.item), PDU_STATUS_NOERROR);
+    ASSERT_NE(output.item, kUntouched);
+    EXPECT_EQ(output.item->ItemType, PDU_IT_IO_ENTITY_STATUS);
+    const auto* status = static_cast<PDU_IO_ENTITY_STATUS_DATA*>(output.item->pData);
+    EXPECT_EQ(status->EntityType, 0u);
+    EXPECT_EQ(status->TcpClientsMax, 1u);
+    EXPECT_EQ(status->TcpClients, 0u);
+    EXPECT_EQ(status->MaxDataSize, 0u);
+    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_ENTITY_STATUS"));
+}
+
+TEST(IoCtl, PowerModeTakesTheSameInputAsTheEntityStatus) {
+    const LogCapture log;
+    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
+    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
+    Output output;
+    EXPECT_EQ(Call(5020, &input, &output.item), PDU_STATUS_NOERROR);
+    ASSERT_NE(output.item, kUntouched);
+    EXPECT_EQ(output.item->ItemType, PDU_IT_IO_UNUM32);
+    EXPECT_EQ(ValueOf(output.item), 1u);
+    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE"));
+}
+
+TEST(IoCtl, MissingOrForeignInputIsInvalid) {
+    for (UNUM32 id = 5017; id <= 5020; ++id) {
+        UNUM32 value = 0;
+        PDU_DATA_ITEM foreign = {PDU_IT_IO_UNUM32, &value};
+        PDU_DATA_ITEM without_data = {id == 5017   ? PDU_IT_IO_VEHICLE_ID_REQUEST
+                                      : id == 5018 ? PDU_IT_IO_ETH_SWITCH_STATE
+                                                   : PDU_IT_IO_ENTITY_ADDRESS,
+                                      nullptr};
+        PDU_DATA_ITEM* output = kUntouched;
+        EXPECT_EQ(Call(id, nullptr, &output), PDU_ERR_INVALID_PARAMETERS) << id;
+        EXPECT_EQ(Call(id, &foreign, &output), PDU_ERR_INVALID_PARAMETERS) << id;
+        EXPECT_EQ(Call(id, &without_data, &output), PDU_ERR_INVALID_PARAMETERS) << id;
+        EXPECT_EQ(output, kUntouched) << id;
+    }
+}
+
+TEST(IoCtl, InvalidInputIsNotLoggedAsAnOutcome) {
+    const LogCapture log;
+    Call(5018, nullptr, nullptr);
+    const std::vector<std::string> expected = {
+        "[PDUIoCtl] Called",
+        "[PDUIoCtl] PDU_IOCTL_SET_ETH_SWITCH_STATE",
+    };
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+TEST(IoCtl, NullOutputPointerIsTolerated) {
+    PDU_IO_VEHICLE_ID_REQUEST vehicle = {};
+    PDU_IO_ETH_SWITCH_STATE state = {1, 8};
+    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
+    PDU_DATA_ITEM inputs[] = {{PDU_IT_IO_VEHICLE_ID_REQUEST, &vehicle},
+                              {PDU_IT_IO_ETH_SWITCH_STATE, &state},
+                              {PDU_IT_IO_ENTITY_ADDRESS, &address},
+                              {PDU_IT_IO_ENTITY_ADDRESS, &address}};
+    const MemoryUse before = LiveMemory();
+    EXPECT_EQ(Call(5005, nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Call(5016, nullptr, nullptr), PDU_STATUS_NOERROR);
+    for (UNUM32 i = 0; i < 4; ++i) {
+        EXPECT_EQ(Call(5017 + i, &inputs[i], nullptr), PDU_STATUS_NOERROR);
+    }
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+TEST(IoCtl, RequestRecordsAreDropped) {
+    PDU_IP_ADDR_INFO addresses[2] = {};
+    PDU_IO_VEHICLE_ID_REQUEST request = {};
+    request.NumDestinationAddresses = 2;
+    request.pDestinationAddresses = addresses;
+    PDU_DATA_ITEM input = {PDU_IT_IO_VEHICLE_ID_REQUEST, &request};
+    PDU_DATA_ITEM* output = nullptr;
+    const MemoryUse before = LiveMemory();
+    EXPECT_EQ(Call(5017, &input, &output), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+TEST(IoCtl, DestroyingAnOutputItemReleasesNothing) {
+    Output output;
+    ASSERT_EQ(Call(5005, nullptr, &output.item), PDU_STATUS_NOERROR);
+    const MemoryUse before = LiveMemory();
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(output.item));
+    EXPECT_TRUE(LiveMemory() == before);
+    EXPECT_EQ(ValueOf(output.item), 13800u);
+}
+
+TEST(IoCtl, OutputThatCannotBeAllocatedIsNull) {
+    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
+    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
+    for (const UNUM32 id : {5019u, 5020u}) {
+        PDU_DATA_ITEM* output = kUntouched;
+        T_PDU_ERROR status = PDU_ERR_FCT_FAILED;
+        {
+            const FailingHeap heap;
+            status = Call(id, &input, &output);
+        }
+        EXPECT_EQ(status, PDU_STATUS_NOERROR);
+        EXPECT_EQ(output, nullptr);
+    }
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void ReadVbattWithoutMemory(void* returned) {
+    const FailingHeap heap;
+    PDU_DATA_ITEM* output = nullptr;
+    Call(5005, nullptr, &output);
+    *static_cast<bool*>(returned) = true;
+}
+
+// Runs in a child process; tells on standard error what became of the call.
+void TellWhatBecomesOfAReadWithoutMemory() {
+    OsAttachConsole();  // so that the call under test leaves the streams where they are now
+    const std::string path = DebugLogPath() + ".stdout";
+    if (std::freopen(path.c_str(), "w", stdout) == nullptr) std::_Exit(1);
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+
+    static bool returned = false;
+    OsThread* thread = OsThreadStart(ReadVbattWithoutMemory, &returned, "reader");
+    const std::string message = "Allocation (4096) failed - BUG!\n";
+    const bool printed = Eventually([&] { return ReadFile(path) == message; });
+    const bool ended = OsThreadJoin(thread, 200);
+    std::fprintf(stderr, "printed: %d, ended: %d\n", printed, ended);
+    std::remove(path.c_str());
+    std::remove(DebugLogPath().c_str());
+    std::_Exit(0);
+}
+
+TEST(IoCtlDeathTest, ReadingWithoutMemoryPrintsAMessageAndNeverReturns) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(TellWhatBecomesOfAReadWithoutMemory(), testing::ExitedWithCode(0),
+                "printed: 1, ended: 0");
+}
+
+// ---- The request records -----------------------------------------------------------------------
+
+std::vector<std::uint8_t> BytesOf(const DoipRequest& request) {
+    if (request.bytes == nullptr) return {};
+    return {request.bytes.get(), request.bytes.get() + request.length};
+}
+
+TEST(DoipRequestRecord, ValueRequestsAre20Bytes) {
+    const std::vector<std::uint8_t> expected = {
+        'P', 'I', 'O', 'D', 20, 0, 0, 0, 5, 0, 0, 0, 0x10, 0x20, 0, 0, 0xD0, 0x07, 0, 0,
+    };
+    EXPECT_EQ(BytesOf(BuildValueRequest(DoipRequestKind::kEntityStatus, 0x2010, 2000)), expected);
+}
+
+TEST(DoipRequestRecord, KindsAreFourFiveAndSix) {
+    const auto kind_of = [](DoipRequestKind kind) {
+        return LoadU32(BuildValueRequest(kind, 0, 0).bytes.get() + 8);
+    };
+    EXPECT_EQ(kind_of(DoipRequestKind::kEthSwitchState), 4u);
+    EXPECT_EQ(kind_of(DoipRequestKind::kEntityStatus), 5u);
+    EXPECT_EQ(kind_of(DoipRequestKind::kDiagnosticPowerMode), 6u);
+}
+
+PDU_IO_VEHICLE_ID_REQUEST VehicleIdRequest(std::string& vin) {
+    PDU_IO_VEHICLE_ID_REQUEST input = {};
+    input.PreselectionMode = 1;
+    input.PreselectionValue = vin.data();
+    input.CombinationMode = 2;
+    input.VehicleDiscoveryTime = 3000;
+    return input;
+}
+
+TEST(DoipRequestRecord, VehicleIdRequestWithoutAddressesIs48Bytes) {
+    std::string vin = "TESTVIN0123456789";
+    const auto bytes = BytesOf(BuildVehicleIdRequest(VehicleIdRequest(vin)));
+    std::vector<std::uint8_t> expected = {'P', 'I', 'O', 'D', 48, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0};
+    expected.insert(expected.end(), vin.begin(), vin.end());
+    const std::vector<std::uint8_t> rest = {0, 0, 0, 2, 0, 0, 0, 0xB8, 0x0B, 0, 0, 0, 0, 0, 0};
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_EQ(bytes, expected);
+}
+
+TEST(DoipRequestRecord, LongerVinIsCutAt17Characters) {
+    std::string vin = "TESTVIN0123456789XYZ";
+    const auto bytes = BytesOf(BuildVehicleIdRequest(VehicleIdRequest(vin)));
+    ASSERT_EQ(bytes.size(), 48u);
+    EXPECT_EQ(bytes[32], '9');
+    EXPECT_EQ(bytes[33], 0);
+}
+
+TEST(DoipRequestRecord, ShorterVinIsFilledWithZeros) {
+    std::string vin = "AB";
+    const auto bytes = BytesOf(BuildVehicleIdRequest(VehicleIdRequest(vin)));
+    ASSERT_EQ(bytes.size(), 48u);
+    EXPECT_EQ(bytes[17], 'B');
+    for (std::size_t i = 18; i < 36; ++i)
+        EXPECT_EQ(bytes[i], 0) << i;
+}
+
+TEST(DoipRequestRecord, NullVinIsAllZeros) {
+    PDU_IO_VEHICLE_ID_REQUEST input = {};
+    const auto bytes = BytesOf(BuildVehicleIdRequest(input));
+    ASSERT_EQ(bytes.size(), 48u);
+    for (std::size_t i = 12; i < 48; ++i)
+        EXPECT_EQ(bytes[i], 0) << i;
+}
+
+TEST(DoipRequestRecord, AddressesFollowAsTheyStandInTheInput) {
+    UNUM8 address[4] = {127, 0, 0, 1};
+    PDU_IP_ADDR_INFO addresses[2];
+    std::memset(addresses, 0, sizeof addresses);
+    addresses[0].IpVersion = 4;
+    addresses[0].pAddress = address;
+    addresses[1].IpVersion = 6;
+    std::string vin;
+    PDU_IO_VEHICLE_ID_REQUEST input = VehicleIdRequest(vin);
+    input.NumDestinationAddresses = 2;
+    input.pDestinationAddresses = addresses;
+
+    const auto bytes = BytesOf(BuildVehicleIdRequest(input));
+    ASSERT_EQ(bytes.size(), 80u);
+    EXPECT_EQ(LoadU32(bytes.data() + 4), 80u);
+    EXPECT_EQ(LoadU32(bytes.data() + 44), 2u);
+    EXPECT_EQ(std::memcmp(bytes.data() + 48, addresses, sizeof addresses), 0);
+}
+
+TEST(DoipRequestRecord, MissingAddressArrayCopiesNoEntries) {
+    std::string vin;
+    PDU_IO_VEHICLE_ID_REQUEST input = VehicleIdRequest(vin);
+    input.NumDestinationAddresses = 0xFFFFFFFFu;
+    const auto bytes = BytesOf(BuildVehicleIdRequest(input));
+    ASSERT_EQ(bytes.size(), 48u);
+    EXPECT_EQ(LoadU32(bytes.data() + 4), 48u);
+    EXPECT_EQ(LoadU32(bytes.data() + 44), 0xFFFFFFFFu);
+}
+
+TEST(DoipRequestRecord, RecordThatPasses32BitsIsNotBuilt) {
+    PDU_IP_ADDR_INFO address = {};
+    std::string vin;
+    PDU_IO_VEHICLE_ID_REQUEST input = VehicleIdRequest(vin);
+    input.NumDestinationAddresses = 0x10000000u;  // 4 GiB of entries; none may be read
+    input.pDestinationAddresses = &address;
+    EXPECT_EQ(BuildVehicleIdRequest(input).bytes, nullptr);
+}
+
+TEST(DoipRequestRecord, NoMemoryMakesNoRecord) {
+    const FailingHeap heap;
+    const DoipRequest request = BuildValueRequest(DoipRequestKind::kEntityStatus, 1, 2);
+    EXPECT_EQ(request.bytes, nullptr);
+}
+
+}  // namespace
+}  // namespace tarvik::test
