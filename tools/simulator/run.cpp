@@ -107,7 +107,7 @@ void SimulatorRun::AddListings() {
 }
 
 void SimulatorRun::AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity) {
-    if (!usb_) usb_ = std::make_unique<UsbMock>("/proc/self/exe");
+    if (!usb_) usb_ = std::make_unique<UsbMock>("/proc/self/exe", ProgramFolder());
     simulator_.AddListing(dongle, usb_->AddPort(name, std::move(identity)));
     simulator_.SetPortName(dongle, name);
 }

@@ -17,8 +17,8 @@ std::string Appended(const char* variable, const std::string& text) {
 
 // The mocking library comes before the sanitizers' own, which AddressSanitizer refuses unless told
 // that it is meant.
-std::map<std::string, std::string> MockEnvironment() {
-    return {{"LD_PRELOAD", Appended("LD_PRELOAD", kPreload)},
+std::map<std::string, std::string> MockEnvironment(const std::string& preload) {
+    return {{"LD_PRELOAD", Appended("LD_PRELOAD", preload)},
             {"ASAN_OPTIONS", Appended("ASAN_OPTIONS", "verify_asan_link_order=0")}};
 }
 
@@ -54,16 +54,17 @@ private:
 
 }  // namespace
 
-UsbMock::UsbMock(const std::string& program)
-    : bus_("the mocked USB bus", {program, kUsbBusArgument}, MockEnvironment()),
-      root_(bus_.Ask("root")) {}
+UsbMock::UsbMock(const std::string& program, const std::string& folder)
+    : bus_("the mocked USB bus", {program, kUsbBusArgument}, MockEnvironment(kPreload)),
+      root_(bus_.Ask("root")),
+      preload_(folder + "/libbrennix_mocked_ports.so:" + kPreload) {}
 
 std::unique_ptr<PortListing> UsbMock::AddPort(const std::string& node, UsbIdentity identity) {
     return std::make_unique<UsbListing>(&bus_, root_, node, std::move(identity));
 }
 
 std::map<std::string, std::string> UsbMock::Environment() const {
-    std::map<std::string, std::string> environment = MockEnvironment();
+    std::map<std::string, std::string> environment = MockEnvironment(preload_);
     environment["UMOCKDEV_DIR"] = root_;
     return environment;
 }

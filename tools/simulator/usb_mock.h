@@ -20,9 +20,9 @@ struct UsbIdentity {
 
 class UsbMock {
 public:
-    // `program`: this program, which is also the helper that keeps the mocked bus. Throws
-    // std::runtime_error.
-    explicit UsbMock(const std::string& program);
+    // `program`: this program, which is also the helper that keeps the mocked bus. `folder`: where
+    // the library libbrennix_mocked_ports.so is. Throws std::runtime_error.
+    UsbMock(const std::string& program, const std::string& folder);
 
     // `node`: "ttyACM0", "ttyUSB3". The mock must outlive the listing.
     std::unique_ptr<PortListing> AddPort(const std::string& node, UsbIdentity identity);
@@ -34,6 +34,7 @@ public:
 private:
     HelperProcess bus_;
     std::string root_;
+    std::string preload_;
 };
 
 // The helper's side: serves lines from standard input until it ends. Returns the exit code.

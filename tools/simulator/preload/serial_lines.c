@@ -21,7 +21,7 @@ static ioctl_function next_ioctl(void) {
     return next;
 }
 
-int ioctl(int fd, unsigned long request, ...) {
+__attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, ...) {
     va_list arguments;
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);

@@ -1,0 +1,115 @@
+/*
+ * Loaded into programs that run under the mocked USB bus (LD_PRELOAD), before the mock's own
+ * library: opens the pseudo-terminal behind a mocked serial port directly.
+ *
+ * Opened by its mocked name, a device has all its ioctls answered by the mock, which knows none of
+ * a terminal's. The pseudo-terminal itself knows them all and answers without a detour.
+ */
+
+#define _GNU_SOURCE
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#define EXPORT __attribute__((visibility("default")))
+
+static int is_serial_port(const char* path) {
+    return strncmp(path, "/dev/ttyACM", 11) == 0 || strncmp(path, "/dev/ttyUSB", 11) == 0;
+}
+
+/*
+ * Straight to the C library: the mock's own functions, which would be next, take over the ioctls of
+ * whatever they open below /dev.
+ */
+static int open_directly(const char* path, int flags) {
+    static int (*libc_open)(const char*, int, ...);
+    if (libc_open == NULL) {
+        void* libc = dlopen("libc.so.6", RTLD_LAZY | RTLD_NOLOAD);
+        if (libc != NULL) *(void**)&libc_open = dlsym(libc, "open");
+    }
+    if (libc_open == NULL) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return libc_open(path, flags);
+}
+
+/* True: `path` is a mocked port's, and `file` is what open returns for it. */
+static int open_mocked_port(const char* path, int flags, int* file) {
+    const char* root = getenv("UMOCKDEV_DIR");
+    if (root == NULL || !is_serial_port(path)) return 0;
+    *file = -1;
+    char link[PATH_MAX];
+    if (snprintf(link, sizeof link, "%s%s", root, path) >= (int)sizeof link) {
+        errno = ENAMETOOLONG;
+        return 1;
+    }
+    char target[PATH_MAX];
+    const ssize_t size = readlink(link, target, sizeof target - 1);
+    if (size < 0) {
+        errno = ENOENT; /* pulled out; a real port of the same name is never opened */
+        return 1;
+    }
+    target[size] = '\0';
+    *file = open_directly(target, flags);
+    return 1;
+}
+
+static mode_t mode_argument(int flags, va_list arguments) {
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t)
+                                                                      : 0;
+}
+
+/* The same function under each of the names that programs call it by. */
+#define DEFINE_OPEN(name)                                           \
+    EXPORT int name(const char* path, int flags, ...) {             \
+        static int (*next)(const char*, int, ...);                  \
+        if (next == NULL) *(void**)&next = dlsym(RTLD_NEXT, #name); \
+        va_list arguments;                                          \
+        va_start(arguments, flags);                                 \
+        const mode_t mode = mode_argument(flags, arguments);        \
+        va_end(arguments);                                          \
+        int file;                                                   \
+        if (open_mocked_port(path, flags, &file)) return file;      \
+        return next(path, flags, mode);                             \
+    }
+
+#define DEFINE_OPENAT(name)                                         \
+    EXPORT int name(int folder, const char* path, int flags, ...) { \
+        static int (*next)(int, const char*, int, ...);             \
+        if (next == NULL) *(void**)&next = dlsym(RTLD_NEXT, #name); \
+        va_list arguments;                                          \
+        va_start(arguments, flags);                                 \
+        const mode_t mode = mode_argument(flags, arguments);        \
+        va_end(arguments);                                          \
+        int file;                                                   \
+        if (open_mocked_port(path, flags, &file)) return file;      \
+        return next(folder, path, flags, mode);                     \
+    }
+
+#define DEFINE_CHECKED_OPEN(name)                                   \
+    int name(const char* path, int flags);                          \
+    EXPORT int name(const char* path, int flags) {                  \
+        static int (*next)(const char*, int);                       \
+        if (next == NULL) *(void**)&next = dlsym(RTLD_NEXT, #name); \
+        int file;                                                   \
+        if (open_mocked_port(path, flags, &file)) return file;      \
+        return next(path, flags);                                   \
+    }
+
+#define FOR_EACH_NAME()           \
+    DEFINE_OPEN(open)             \
+    DEFINE_OPEN(open64)           \
+    DEFINE_OPENAT(openat)         \
+    DEFINE_OPENAT(openat64)       \
+    DEFINE_CHECKED_OPEN(__open_2) \
+    DEFINE_CHECKED_OPEN(__open64_2)
+
+FOR_EACH_NAME()
