@@ -11,10 +11,12 @@ static PacketEntry** AllocateBuckets(std::uint64_t count) {
     return static_cast<PacketEntry**>(AllocateArray(count, sizeof(PacketEntry*)));
 }
 
-// Ids count up and type codes share letters: the multiplication spreads both over the upper bits.
+// Ids count up, and those in use at a time lie close together: neighbours stay neighbours, so that a
+// request finds its buckets in the processor's cache however many packets there are. Everything
+// above the lowest bits is spread by the multiplication.
 static std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
-    const std::uint64_t mixed = (key ^ key >> 32) * 0x9E3779B97F4A7C15u;
-    return mixed >> 32 & (bucket_count - 1);
+    const std::uint64_t spread = (key >> 10) * 0x9E3779B97F4A7C15u >> 32;
+    return (spread + key) & (bucket_count - 1);
 }
 
 bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
@@ -136,9 +138,10 @@ PacketEntry** PacketIndex::Place(std::uint64_t key) const {
     return place;
 }
 
-// Without memory for more buckets the old ones go on, only slower.
+// Half of the buckets stay empty, so that most look-ups touch nothing but their bucket. Without
+// memory for more buckets the old ones go on, only slower.
 void PacketIndex::GrowIfCrowded() {
-    if (group_count_ <= bucket_count_) return;
+    if (group_count_ <= bucket_count_ / 2) return;
     const std::uint64_t more = bucket_count_ * 2;
     PacketEntry** buckets = AllocateBuckets(more);
     if (buckets == nullptr) return;

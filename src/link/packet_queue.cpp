@@ -1,6 +1,8 @@
 #include "link/packet_queue.h"
 
 #include <algorithm>
+#include <bit>
+#include <optional>
 #include <utility>
 
 #include "link/packet_index.h"
@@ -11,7 +13,7 @@
 namespace tarvik {
 
 // A thread that sleeps for a packet, on that thread's stack, linked into its queue in the order of
-// arrival and woken through its own condition: a packet disturbs nobody but its taker.
+// arrival and woken through a condition of its own: a packet disturbs nobody but its taker.
 struct PacketWaiter {
     PacketWaiter(PacketQueue* queue, const PacketWait& wait);
     ~PacketWaiter();
@@ -22,24 +24,50 @@ struct PacketWaiter {
         return wait.filter == nullptr || wait.filter(packet, wait.argument);
     }
 
+    void Sleep(std::int32_t timeout_ms) { woken->Wait(queue->lock, timeout_ms); }
+    void Wake() { woken->WakeOne(); }
+    // Null if it has been woken; else the caller wakes through this, once it has left the lock.
+    OsCondition* WakeLater() {
+        if (!own) return woken;
+        Wake();
+        return nullptr;
+    }
+
     PacketQueue* const queue;
     const PacketWait& wait;
     PacketWaiter* earlier;
     PacketWaiter* later = nullptr;
-    OsCondition woken;
+    OsCondition* woken;              // one of the queue's, or `own` when they are all in use
+    std::optional<OsCondition> own;  // lives no longer than the wait
     PacketPtr handed;         // the packet that ends this wait
     bool look_again = false;  // a packet for a wait that leaves it in place has been queued
     bool cancelled = false;
 };
 
+static OsCondition* BorrowWakeUp(PacketQueue* queue) {
+    const int free = std::countr_one(queue->wake_ups_in_use);
+    if (free >= static_cast<int>(PacketQueue::kWakeUps)) return nullptr;
+    queue->wake_ups_in_use |= 1u << free;
+    return &queue->wake_ups[free];
+}
+
+static void ReturnWakeUp(PacketQueue* queue, const OsCondition* wake_up) {
+    queue->wake_ups_in_use &= ~(1u << (wake_up - queue->wake_ups));
+}
+
 PacketWaiter::PacketWaiter(PacketQueue* on_queue, const PacketWait& for_wait)
-    : queue(on_queue), wait(for_wait), earlier(on_queue->last_waiter) {
+    : queue(on_queue),
+      wait(for_wait),
+      earlier(on_queue->last_waiter),
+      woken(BorrowWakeUp(on_queue)) {
+    if (woken == nullptr) woken = &own.emplace();
     (earlier != nullptr ? earlier->later : queue->first_waiter) = this;
     queue->last_waiter = this;
     ++queue->sleepers;
 }
 
 PacketWaiter::~PacketWaiter() {
+    if (!own) ReturnWakeUp(queue, woken);
     (earlier != nullptr ? earlier->later : queue->first_waiter) = later;
     (later != nullptr ? later->earlier : queue->last_waiter) = earlier;
     --queue->sleepers;
@@ -95,7 +123,7 @@ static void WakeLookers(const PacketQueue* queue, const Packet& packet) {
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         if (waiter->wait.remove || !waiter->Accepts(packet)) continue;
         waiter->look_again = true;
-        waiter->woken.WakeOne();
+        waiter->Wake();
     }
 }
 
@@ -142,7 +170,7 @@ void FreeQueue(PacketQueue* queue) {
         queue->active = false;
         ReleaseAll(queue);
         for (PacketWaiter* waiter = queue->first_waiter; waiter; waiter = waiter->later) {
-            waiter->woken.WakeOne();
+            waiter->Wake();
         }
         while (queue->sleepers > 0)
             queue->drained.Wait(queue->lock, -1);
@@ -153,15 +181,21 @@ void FreeQueue(PacketQueue* queue) {
 
 bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
     if (queue == nullptr || packet == nullptr || !queue->active) return false;
-    const LockGuard hold(queue->lock);
-    if (!queue->active) return false;
-    if (PacketWaiter* taker = LongestWaitingTaker(queue, *packet)) {
+    OsCondition* wake_up = nullptr;
+    {
+        const LockGuard hold(queue->lock);
+        if (!queue->active) return false;
+        PacketWaiter* taker = LongestWaitingTaker(queue, *packet);
+        if (taker == nullptr) {
+            if (!LinkNewest(queue, packet, tag)) return false;
+            WakeLookers(queue, *queue->tail->packet);
+            return true;
+        }
         taker->handed = std::move(packet);
-        taker->woken.WakeOne();
-        return true;
+        wake_up = taker->WakeLater();
     }
-    if (!LinkNewest(queue, packet, tag)) return false;
-    WakeLookers(queue, *queue->tail->packet);
+    // A taker that is woken inside the lock would only wait for it.
+    if (wake_up != nullptr) wake_up->WakeOne();
     return true;
 }
 
@@ -194,7 +228,7 @@ Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
             sleep_ms =
                 static_cast<std::int32_t>(std::min<std::uint64_t>(limit - waited, kWaitSliceMs));
         }
-        waiter.woken.Wait(queue->lock, sleep_ms);
+        waiter.Sleep(sleep_ms);
     }
 }
 
@@ -224,7 +258,7 @@ void WakeQueueWaiters(PacketQueue* queue) {
     const LockGuard hold(queue->lock);
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         waiter->cancelled = waiter->wait.flags == nullptr;
-        waiter->woken.WakeOne();
+        waiter->Wake();
     }
 }
 

@@ -26,6 +26,12 @@ struct PacketQueue {
     PacketWaiter* last_waiter = nullptr;
     std::uint32_t sleepers = 0;
     std::uint64_t count = 0;
+
+    // What waiters sleep on. Part of the queue and not of the waiter, so that a packet's taker can
+    // be woken after the lock has been left, even if it has gone by then.
+    static constexpr std::uint32_t kWakeUps = 16;
+    OsCondition wake_ups[kWakeUps];
+    std::uint32_t wake_ups_in_use = 0;  // bit by bit
 };
 
 // Per connected dongle: what a transport hands upward and modules keep.

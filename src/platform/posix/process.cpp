@@ -29,7 +29,11 @@ void OsDebugBreak() { ::raise(SIGTRAP); }
 
 void OsExitProcess(int code) { ::_exit(code); }
 
-void OsDebugOutput(const char* text) { ::syslog(LOG_USER | LOG_DEBUG, "%s", text); }
+// Where no log daemon runs, syslog would make a socket and fail to connect it, for every line anew.
+void OsDebugOutput(const char* text) {
+    if (::access(_PATH_LOG, F_OK) != 0) return;
+    ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
+}
 
 void OsMessageBox(const char* text, const char* caption) {
     std::fprintf(stderr, "%s\n%s\n", caption, text);
