@@ -1,7 +1,7 @@
 #pragma once
 
-// What unit tests share: the debug log and the console as text, a tick that tests move, waiting
-// for an event.
+// What unit tests share: the debug log, the trace and the console as text, a tick that tests move,
+// waiting for an event.
 
 #include <gtest/gtest.h>
 
@@ -12,9 +12,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -22,6 +25,7 @@
 #include "platform/files.h"
 #include "platform/process.h"
 #include "platform/tick.h"
+#include "support/cop_trace.h"
 #include "support/log.h"
 
 namespace tarvik::test {
@@ -40,13 +44,18 @@ bool Eventually(Predicate happened) {
     return true;
 }
 
+// Where the library puts its files, with the trailing separator.
+inline std::string LibraryTempFolder() {
+    char folder[kMaxPath];
+    const std::uint32_t length = OsTempPath(folder, sizeof folder);
+    return length > 0 && length < sizeof folder ? folder : OsFallbackTempPath();
+}
+
 // The debug log of this process: opened once, it stays open as it does in the product.
 inline const std::string& DebugLogPath() {
     static const std::string path = [] {
-        char folder[kMaxPath];
-        const std::uint32_t length = OsTempPath(folder, sizeof folder);
-        std::string name = length > 0 && length < sizeof folder ? folder : OsFallbackTempPath();
-        name += "dpdu_debug_" + std::to_string(OsProcessId()) + ".log";
+        const std::string name =
+            LibraryTempFolder() + "dpdu_debug_" + std::to_string(OsProcessId()) + ".log";
         std::remove(name.c_str());  // of an earlier process with this number
         OpenDebugLog(true);
         // Best effort: Windows keeps a file that is open.
@@ -59,11 +68,17 @@ inline const std::string& DebugLogPath() {
 // What is logged while this object lives.
 class LogCapture {
 public:
-    LogCapture() : start_(Content().size()) {}
+    LogCapture() : start_(std::filesystem::file_size(DebugLogPath())) {}
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::string Text() const { return Content().substr(start_); }
+    std::string Text() const {
+        std::string text(std::filesystem::file_size(DebugLogPath()) - start_, '\0');
+        std::ifstream file(DebugLogPath(), std::ios::binary);
+        file.seekg(static_cast<std::streamoff>(start_));
+        file.read(text.data(), static_cast<std::streamsize>(text.size()));
+        return text;
+    }
 
     // The messages without their time prefix, one a line.
     std::vector<std::string> Lines() const {
@@ -92,12 +107,57 @@ public:
 private:
     static constexpr std::size_t kPrefix = sizeof "[2000-01-01 00:00:00] " - 1;
 
-    static std::string Content() {
-        std::ifstream file(DebugLogPath(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::uintmax_t start_;
+};
+
+// The ComPrimitive trace, on from here to Stop(). One at a time.
+class TraceCapture {
+public:
+    TraceCapture() : before_(Files()) { StartCopTrace(); }
+    ~TraceCapture() { Stop(); }
+    TraceCapture(const TraceCapture&) = delete;
+    TraceCapture& operator=(const TraceCapture&) = delete;
+
+    // Ends the trace and reads its file.
+    void Stop() {
+        if (stopped_) return;
+        stopped_ = true;
+        StopCopTrace();
+        for (const std::filesystem::path& path : Files()) {
+            if (before_.count(path) > 0) continue;
+            std::ifstream file(path, std::ios::binary);
+            text_.append(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+            file.close();
+            std::error_code ignored;
+            std::filesystem::remove(path, ignored);
+        }
     }
 
-    std::size_t start_;
+    // Both after Stop().
+    bool Mentions(const std::string& part) const { return text_.find(part) != std::string::npos; }
+    std::size_t Count(const std::string& event) const {
+        const std::string field = "\"ev\":\"" + event + "\"";
+        std::size_t found = 0;
+        for (std::size_t at = text_.find(field); at != std::string::npos;
+             at = text_.find(field, at + 1)) {
+            ++found;
+        }
+        return found;
+    }
+
+private:
+    static std::set<std::filesystem::path> Files() {
+        const std::string name = "dpdu_coptrace_" + std::to_string(OsProcessId()) + "_";
+        std::set<std::filesystem::path> files;
+        for (const auto& entry : std::filesystem::directory_iterator(LibraryTempFolder())) {
+            if (entry.path().filename().string().starts_with(name)) files.insert(entry.path());
+        }
+        return files;
+    }
+
+    std::set<std::filesystem::path> before_;
+    std::string text_;
+    bool stopped_ = false;
 };
 
 // What the process prints on standard output until Text() is called. One at a time; call Text()

@@ -1,0 +1,532 @@
+#include "link/packet_queue.h"
+
+#include <random>
+
+#include "link_support.h"
+#include "platform/thread.h"
+
+namespace tarvik::test {
+namespace {
+
+struct Queue : PacketQueue {
+    Queue() { InitializeQueue(this); }
+    ~Queue() { FreeQueue(this); }
+};
+
+PacketPtr Find(PacketQueue* queue, std::int32_t timeout_ms, PacketFilter filter,
+               const PacketFilterArgument& argument) {
+    return PacketPtr(QueueFindFilterInternal(queue, timeout_ms, filter, argument, true));
+}
+
+PacketPtr FindResponse(PacketQueue* queue, std::int32_t timeout_ms, std::uint32_t id) {
+    return Find(queue, timeout_ms, MatchTypeAndId, {kTypeCres, id});
+}
+
+bool HasLength24(const Packet& packet, const PacketFilterArgument&) { return packet.length == 24; }
+
+// A number that tells packets of one type apart.
+PacketPtr Numbered(std::uint32_t type, std::uint32_t number) {
+    PacketPtr packet = MakePacket(type, 12);
+    packet->SetU32(8, number);
+    return packet;
+}
+std::uint32_t NumberOf(const PacketPtr& packet) { return packet == nullptr ? ~0u : packet->U32(8); }
+
+TEST(PacketQueue, ZeroTimeOutOnAnEmptyQueueReturnsNothingWithoutBlocking) {
+    const FakeTick tick(1000);  // stands still: a wait would never end
+    Queue queue;
+    EXPECT_EQ(FindResponse(&queue, 0, 5), nullptr);
+    EXPECT_EQ(Find(&queue, 0, nullptr, {}), nullptr);
+    EXPECT_EQ(TakePacket(&queue, 0), nullptr);
+    EXPECT_EQ(QueueRemoveByTag(&queue, kNoTag), nullptr);
+}
+
+TEST(PacketQueue, GivesPacketsInTheOrderOfTheirArrival) {
+    Queue queue;
+    for (std::uint32_t i = 0; i < 5; ++i)
+        Append(&queue, Numbered(kTypePing, i));
+    for (std::uint32_t i = 0; i < 5; ++i)
+        EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), i);
+    EXPECT_EQ(Queued(&queue), 0u);
+}
+
+TEST(PacketQueue, EachFilterFindsItsOldestPacket) {
+    Queue queue;
+    Append(&queue, Numbered(kTypePing, 1));
+    Append(&queue, ResponseTo(7, {1}));
+    Append(&queue, BusyFor(7, "first"));
+    Append(&queue, ResponseTo(5, {2}));
+    Append(&queue, ResponseTo(7, {3}));
+    Append(&queue, Numbered(kTypePing, 2));
+    Append(&queue, BusyFor(7, "second"));
+
+    EXPECT_EQ(FindResponse(&queue, 0, 7)->Bytes()[20], 1);
+    EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {kTypeBusy, 7})->Bytes()[12], 'f');
+    EXPECT_EQ(Find(&queue, 0, MatchType, {kTypeCres, 0})->Bytes()[20], 2);
+    EXPECT_EQ(NumberOf(Find(&queue, 0, MatchType, {kTypePing, 0})), 1u);
+    EXPECT_EQ(FindResponse(&queue, 0, 7)->Bytes()[20], 3);
+    EXPECT_EQ(FindResponse(&queue, 0, 7), nullptr);
+    EXPECT_EQ(NumberOf(Find(&queue, 0, nullptr, {})), 2u);
+    EXPECT_EQ(Queued(&queue), 1u);
+}
+
+TEST(PacketQueue, OtherTypesNeverMatchByTypeAndId) {
+    Queue queue;
+    Append(&queue, Numbered(kTypeRawc, 7), 7);
+    EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {kTypeRawc, 7}), nullptr);
+    EXPECT_EQ(Queued(&queue), 1u);
+}
+
+TEST(PacketQueue, AnswersTooShortForTheirIdNeverMatchByIt) {
+    Queue queue;
+    Append(&queue, PacketOf(kTypeCres, Bytes(11)), 0);
+    Append(&queue, PacketOf(kTypeBusy, Bytes(3)), 0);
+    EXPECT_EQ(FindResponse(&queue, 0, 0), nullptr);
+    EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {kTypeBusy, 0}), nullptr);
+    EXPECT_NE(Find(&queue, 0, MatchType, {kTypeCres, 0}), nullptr);
+    EXPECT_NE(Find(&queue, 0, MatchType, {kTypeBusy, 0}), nullptr);
+}
+
+TEST(PacketQueue, AnyOtherFilterSeesThePacketsInOrder) {
+    Queue queue;
+    Append(&queue, MakePacket(kTypePing, 8));
+    Append(&queue, MakePacket(kTypeRawc, 24));
+    Append(&queue, MakePacket(kTypeTspr, 24));
+    EXPECT_EQ(Find(&queue, 0, HasLength24, {})->type, kTypeRawc);
+    EXPECT_EQ(Find(&queue, 0, HasLength24, {})->type, kTypeTspr);
+    EXPECT_EQ(Find(&queue, 0, HasLength24, {}), nullptr);
+}
+
+TEST(PacketQueue, PacketThatIsNotRemovedStaysInItsPlace) {
+    Queue queue;
+    Append(&queue, Numbered(kTypePing, 1));
+    Append(&queue, Numbered(kTypeRawc, 2));
+    Packet* const seen = QueueFindFilterInternal(&queue, 0, MatchType, {kTypeRawc, 0}, false);
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(Queued(&queue), 2u);
+    EXPECT_EQ(TakePacket(&queue, 0)->type, kTypePing);
+    EXPECT_EQ(TakePacket(&queue, 0).get(), seen);
+}
+
+TEST(PacketQueue, RemoveByTagTakesTheOldestWithThisTag) {
+    Queue queue;
+    Append(&queue, Numbered(kTypeRawc, 1), 0x700);
+    Append(&queue, Numbered(kTypeRawc, 2), 0x701);
+    Append(&queue, Numbered(kTypePing, 3));
+    Append(&queue, Numbered(kTypeRawc, 4), 0x701);
+    EXPECT_EQ(NumberOf(QueueRemoveByTag(&queue, 0x701)), 2u);
+    EXPECT_EQ(NumberOf(QueueRemoveByTag(&queue, 0x701)), 4u);
+    EXPECT_EQ(QueueRemoveByTag(&queue, 0x701), nullptr);
+    EXPECT_EQ(NumberOf(QueueRemoveByTag(&queue, kNoTag)), 3u);
+    EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 1u);
+}
+
+// Against a plain list, through every way of taking a packet out.
+TEST(PacketQueue, AnyMixOfRemovalsAgreesWithAPlainList) {
+    struct Model {
+        std::uint32_t type, id, tag, number;
+    };
+    Queue queue;
+    std::vector<Model> model;
+    std::mt19937 random(20260302);
+    const auto below = [&random](std::uint32_t limit) {
+        return static_cast<std::uint32_t>(random() % limit);
+    };
+    constexpr std::uint32_t kTypes[] = {kTypeCres, kTypeBusy, kTypeRawc, kTypePing};
+    const auto take = [&model](auto accepts) {
+        const auto found = std::find_if(model.begin(), model.end(), accepts);
+        if (found == model.end()) return ~0u;
+        const std::uint32_t number = found->number;
+        model.erase(found);
+        return number;
+    };
+    for (std::uint32_t number = 0; number < 20000; ++number) {
+        const std::uint32_t type = kTypes[below(4)];
+        const std::uint32_t id = below(200);
+        const std::uint32_t tag = below(300);
+        if (below(100) < 52) {
+            PacketPtr packet = MakePacket(type, 24);
+            packet->SetU32(type == kTypeCres ? 16 : 8, id);
+            packet->SetU32(20, number);
+            Append(&queue, std::move(packet), tag);
+            model.push_back({type, id, tag, number});
+            continue;
+        }
+        PacketPtr taken;
+        std::uint32_t expected = 0;
+        switch (below(4)) {
+            case 0:
+                taken = Find(&queue, 0, MatchTypeAndId, {type, id});
+                expected = take([&](const Model& m) {
+                    return m.type == type && m.id == id && (type == kTypeCres || type == kTypeBusy);
+                });
+                break;
+            case 1:
+                taken = Find(&queue, 0, MatchType, {type, 0});
+                expected = take([&](const Model& m) { return m.type == type; });
+                break;
+            case 2:
+                taken = QueueRemoveByTag(&queue, tag);
+                expected = take([&](const Model& m) { return m.tag == tag; });
+                break;
+            default:
+                taken = TakePacket(&queue, 0);
+                expected = take([](const Model&) { return true; });
+        }
+        ASSERT_EQ(taken == nullptr ? ~0u : taken->U32(20), expected) << "at step " << number;
+    }
+    ASSERT_EQ(Queued(&queue), model.size());
+    for (const Model& m : model)
+        ASSERT_EQ(TakePacket(&queue, 0)->U32(20), m.number);
+}
+
+TEST(PacketQueue, PacketAppendedToAnInactiveQueueIsNeitherQueuedNorFreed) {
+    PacketQueue queue;
+    PacketPtr packet = Numbered(kTypePing, 4711);
+    EXPECT_FALSE(AppendPacket(&queue, packet, kNoTag));
+    EXPECT_EQ(NumberOf(packet), 4711u);
+
+    InitializeQueue(&queue);
+    EXPECT_EQ(TakePacket(&queue, 0), nullptr);
+    FreeQueue(&queue);
+    EXPECT_FALSE(AppendPacket(&queue, packet, kNoTag));
+    EXPECT_EQ(NumberOf(packet), 4711u);
+    EXPECT_FALSE(AppendPacket(nullptr, packet, kNoTag));
+    EXPECT_EQ(NumberOf(packet), 4711u);
+}
+
+TEST(PacketQueue, InactiveOrMissingQueueHasNothing) {
+    const FakeTick tick(1000);
+    PacketQueue queue;
+    for (PacketQueue* const candidate : {static_cast<PacketQueue*>(nullptr), &queue}) {
+        EXPECT_EQ(FindResponse(candidate, -1, 5), nullptr);
+        EXPECT_EQ(TakePacket(candidate, -1), nullptr);
+        EXPECT_EQ(QueueRemoveByTag(candidate, 5), nullptr);
+        FreeQueue(candidate);
+        WakeQueueWaiters(candidate);
+    }
+}
+
+TEST(PacketQueue, LogsTheComingAndGoingOfItsLock) {
+    const LogCapture log;
+    PacketQueue queue;
+    char address[40];
+    FormatText(address, sizeof address, "0x%p", queue.lock.Address());
+    InitializeQueue(&queue);
+    EXPECT_TRUE(log.Has(
+        std::string("[InitializeQueue] Initialized CRITICAL_SECTION for queue at ") + address));
+    EXPECT_FALSE(log.Mentions("FreeQueue"));
+    FreeQueue(&queue);
+    FreeQueue(&queue);
+    EXPECT_EQ(
+        log.Count(std::string("[FreeQueue] Deleting CRITICAL_SECTION for queue at ") + address),
+        1u);
+}
+
+TEST(PacketQueue, InitializingAnActiveQueueKeepsItsPackets) {
+    Queue queue;
+    Append(&queue, Numbered(kTypePing, 9));
+    InitializeQueue(&queue);
+    EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 9u);
+}
+
+TEST(PacketQueue, FreedQueueHasReleasedItsPacketsAndCanBeUsedAgain) {
+    const MemoryUse before = LiveMemory();
+    Queue queue;
+    for (int round = 0; round < 3; ++round) {
+        for (std::uint32_t i = 0; i < 500; ++i)
+            Append(&queue, ResponseTo(i), i);
+        EXPECT_NE(FindResponse(&queue, 0, 250), nullptr);
+        FreeQueue(&queue);
+        EXPECT_EQ(LiveMemory().blocks, before.blocks);
+        EXPECT_EQ(LiveMemory().bytes, before.bytes);
+        InitializeQueue(&queue);
+        EXPECT_EQ(TakePacket(&queue, 0), nullptr);
+    }
+}
+
+TEST(PacketQueue, SteadyTrafficAllocatesNothingButItsPackets) {
+    Queue queue;
+    Append(&queue, Numbered(kTypePing, 0));
+    TakePacket(&queue, 0);
+    const MemoryUse before = LiveMemory();
+    for (std::uint32_t i = 0; i < 10000; ++i) {
+        Append(&queue, ResponseTo(i), i);
+        EXPECT_NE(FindResponse(&queue, 0, i), nullptr);
+    }
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
+}
+
+TEST(PacketWaiting, TimeOutIsCountedFromTheCallToTheMillisecond) {
+    FakeTick tick(1000);
+    Queue queue;
+    std::atomic<bool> ended{false};
+    const Thread waiter([&] {
+        EXPECT_EQ(FindResponse(&queue, 5000, 5), nullptr);
+        ended = true;
+    });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    tick.Advance(4999);
+    EXPECT_FALSE(ended);
+    tick.Advance(1);
+    EXPECT_TRUE(Eventually([&] { return ended.load(); }));
+}
+
+TEST(PacketWaiting, PacketInTheLastMillisecondStillCounts) {
+    FakeTick tick(1000);
+    Queue queue;
+    PacketPtr found;
+    Thread waiter([&] { found = FindResponse(&queue, 5000, 5); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    tick.Advance(4999);
+    Append(&queue, ResponseTo(5));
+    waiter.Join();
+    EXPECT_NE(found, nullptr);
+}
+
+TEST(PacketWaiting, WaiterWhoseTimeEndsAtTheHandOverReturnsThePacket) {
+    FakeTick tick(1000);
+    Queue queue;
+    PacketPtr found;
+    Thread waiter([&] { found = FindResponse(&queue, 5000, 5); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    {
+        const LockGuard hold(queue.lock);  // the waiter cannot see one without the other
+        Append(&queue, ResponseTo(5));
+        tick.Advance(5000);
+    }
+    waiter.Join();
+    EXPECT_NE(found, nullptr);
+}
+
+TEST(PacketWaiting, WithoutLimitIsLoggedAndEndsWithThePacket) {
+    const LogCapture log;
+    Queue queue;
+    PacketPtr found;
+    Thread waiter([&] { found = TakePacket(&queue, -1); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    EXPECT_EQ(log.Count("[QueueFindFilterInternal] infinite wait for filter match"), 1u);
+    Append(&queue, Numbered(kTypePing, 6));
+    waiter.Join();
+    EXPECT_EQ(NumberOf(found), 6u);
+}
+
+TEST(PacketWaiting, ResponseReturnsOnlyTheWaiterForItsId) {
+    const FakeTick tick(1000);
+    Queue queue;
+    PacketPtr for5;
+    PacketPtr for7;
+    Thread waits5([&] { for5 = FindResponse(&queue, 10000, 5); });
+    Thread waits7([&] { for7 = FindResponse(&queue, 10000, 7); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 2; }));
+
+    Append(&queue, ResponseTo(7, {7}));
+    waits7.Join();
+    ASSERT_NE(for7, nullptr);
+    EXPECT_EQ(for7->U32(16), 7u);
+    EXPECT_EQ(Sleepers(&queue), 1u);
+
+    Append(&queue, ResponseTo(5, {5}));
+    waits5.Join();
+    ASSERT_NE(for5, nullptr);
+    EXPECT_EQ(for5->U32(16), 5u);
+}
+
+TEST(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndRemains) {
+    const FakeTick tick(1000);
+    Queue queue;
+    PacketPtr found;
+    Thread waiter([&] { found = FindResponse(&queue, 10000, 5); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    Append(&queue, BusyFor(5), 5);
+    EXPECT_EQ(Queued(&queue), 1u);
+    EXPECT_EQ(Sleepers(&queue), 1u);
+    Append(&queue, ResponseTo(5), 5);
+    waiter.Join();
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->type, kTypeCres);
+    EXPECT_EQ(TakePacket(&queue, 0)->type, kTypeBusy);
+}
+
+TEST(PacketWaiting, LongestWaitingOfEqualWaitersGetsThePacket) {
+    const FakeTick tick(1000);
+    Queue queue;
+    PacketPtr found[3];
+    std::vector<std::unique_ptr<Thread>> waiters;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        waiters.push_back(
+            std::make_unique<Thread>([&, i] { found[i] = TakePacket(&queue, 10000); }));
+        ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == i + 1; }));
+    }
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        Append(&queue, Numbered(kTypePing, i));
+        waiters[i]->Join();
+        EXPECT_EQ(NumberOf(found[i]), i);
+        EXPECT_EQ(Sleepers(&queue), 2 - i);
+    }
+}
+
+TEST(PacketWaiting, WaiterThatLeavesThePacketSeesItInTheQueue) {
+    const FakeTick tick(1000);
+    Queue queue;
+    Packet* seen = nullptr;
+    Thread waiter([&] {
+        seen = QueueFindFilterInternal(&queue, 10000, MatchType, {kTypeRawc, 0}, false);
+    });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    Append(&queue, Numbered(kTypePing, 1));
+    Append(&queue, Numbered(kTypeRawc, 2));
+    waiter.Join();
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(Queued(&queue), 2u);
+    EXPECT_EQ(Find(&queue, 0, MatchType, {kTypeRawc, 0}).get(), seen);
+}
+
+TEST(PacketWaiting, WaiterThatTakesIsServedBehindOneThatOnlyLooks) {
+    const FakeTick tick(1000);
+    Queue queue;
+    Packet* seen = nullptr;
+    PacketPtr taken;
+    Thread looks([&] { seen = QueueFindFilterInternal(&queue, 10000, nullptr, {}, false); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    Thread takes([&] { taken = TakePacket(&queue, 10000); });
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 2; }));
+
+    Append(&queue, Numbered(kTypePing, 1));
+    takes.Join();
+    EXPECT_EQ(NumberOf(taken), 1u);
+    Append(&queue, Numbered(kTypePing, 2));
+    looks.Join();
+    ASSERT_NE(seen, nullptr);
+    EXPECT_EQ(seen->U32(8), 2u);
+}
+
+TEST(PacketWaiting, FreeingTheQueueEndsEverySleepAndReturnsWhenAllHaveLeft) {
+    const FakeTick tick(1000);
+    PacketQueue queue;
+    InitializeQueue(&queue);
+    std::vector<std::unique_ptr<Thread>> waiters;
+    std::atomic<int> empty_handed{0};
+    for (std::uint32_t i = 0; i < 8; ++i) {
+        waiters.push_back(std::make_unique<Thread>([&, i] {
+            const std::int32_t timeout_ms = i % 2 == 0 ? -1 : 10000;
+            if (FindResponse(&queue, timeout_ms, i) == nullptr) ++empty_handed;
+        }));
+    }
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 8; }));
+    FreeQueue(&queue);
+    EXPECT_EQ(Sleepers(&queue), 0u);
+    InitializeQueue(&queue);  // the record is free for the next dongle
+    for (const auto& waiter : waiters)
+        waiter->Join();
+    EXPECT_EQ(empty_handed, 8);
+    FreeQueue(&queue);
+}
+
+TEST(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
+    const FakeTick tick(1000);
+    Queue queue;
+    Append(&queue, Numbered(kTypePing, 1));
+    std::vector<std::unique_ptr<Thread>> waiters;
+    std::atomic<int> empty_handed{0};
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        waiters.push_back(std::make_unique<Thread>([&, i] {
+            if (FindResponse(&queue, -1, i) == nullptr) ++empty_handed;
+        }));
+    }
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 4; }));
+    WakeQueueWaiters(&queue);
+    for (const auto& waiter : waiters)
+        waiter->Join();
+    EXPECT_EQ(empty_handed, 4);
+    EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 1u);
+}
+
+TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
+    constexpr std::uint32_t kWaiters = 8;
+    constexpr std::uint32_t kPacketsEach = 500;
+    Queue queue;
+    std::atomic<std::uint32_t> in_order{0};
+    {
+        std::vector<std::unique_ptr<Thread>> threads;
+        for (std::uint32_t id = 0; id < kWaiters; ++id) {
+            threads.push_back(std::make_unique<Thread>([&, id] {
+                for (std::uint32_t n = 0; n < kPacketsEach; ++n) {
+                    const PacketPtr packet = FindResponse(&queue, 10000, id);
+                    const bool next = packet != nullptr && packet->U32(16) == id &&
+                                      packet->Bytes()[20] == (n & 0xFF);
+                    if (next) ++in_order;
+                }
+            }));
+        }
+        // Two producers, each sole sender to half of the waiters.
+        for (std::uint32_t half = 0; half < 2; ++half) {
+            threads.push_back(std::make_unique<Thread>([&, half] {
+                for (std::uint32_t n = 0; n < kPacketsEach; ++n) {
+                    for (std::uint32_t id = half; id < kWaiters; id += 2) {
+                        Append(&queue, ResponseTo(id, {static_cast<std::uint8_t>(n)}), id);
+                    }
+                }
+            }));
+        }
+    }
+    EXPECT_EQ(in_order, kWaiters * kPacketsEach);
+    EXPECT_EQ(Queued(&queue), 0u);
+}
+
+TEST(PacketWaiting, ShortTimeOutsAgainstHandOversLoseNoPacket) {
+    constexpr std::uint32_t kPackets = 2000;
+    Queue queue;
+    std::atomic<std::uint32_t> received{0};
+    std::vector<std::unique_ptr<Thread>> takers;
+    for (int i = 0; i < 3; ++i) {
+        takers.push_back(std::make_unique<Thread>([&] {
+            while (received < kPackets) {
+                if (TakePacket(&queue, 1) != nullptr) ++received;
+            }
+        }));
+    }
+    for (std::uint32_t i = 0; i < kPackets; ++i) {
+        Append(&queue, Numbered(kTypePing, i));
+        if (i % 16 == 0) std::this_thread::yield();
+    }
+    EXPECT_TRUE(Eventually([&] { return received == kPackets; }));
+    received = kPackets;
+}
+
+// The time that a number of exchanges with the queue takes, the best of some rounds.
+std::chrono::nanoseconds TimeOfLookUps(PacketQueue* queue) {
+    auto best = std::chrono::nanoseconds::max();
+    for (int round = 0; round < 5; ++round) {
+        const auto start = std::chrono::steady_clock::now();
+        for (std::uint32_t i = 0; i < 200; ++i) {
+            Append(queue, ResponseTo(0x80000000 + i), 0x80000000 + i);
+            EXPECT_EQ(FindResponse(queue, 0, 7), nullptr);
+            EXPECT_EQ(Find(queue, 0, MatchType, {kTypeSync, 0}), nullptr);
+            EXPECT_EQ(QueueRemoveByTag(queue, 3), nullptr);
+            EXPECT_NE(FindResponse(queue, 0, 0x80000000 + i), nullptr);
+        }
+        best = std::min<std::chrono::nanoseconds>(best, std::chrono::steady_clock::now() - start);
+    }
+    return best;
+}
+
+// A search through the packets would take a thousand times as long; the index takes the same.
+TEST(PacketQueue, AHundredThousandUnclaimedPacketsDoNotSlowALookUp) {
+    constexpr std::uint32_t kUnclaimed = 100000;
+    Queue queue;
+    const auto alone = TimeOfLookUps(&queue);
+    for (std::uint32_t i = 0; i < kUnclaimed; ++i) {
+        // Both kinds of crowd: every id once, and one id over and over.
+        Append(&queue, i % 2 == 0 ? ResponseTo(1000 + i) : BusyFor(1), 1000 + i);
+    }
+    EXPECT_LT(TimeOfLookUps(&queue), alone * 50);
+
+    EXPECT_EQ(FindResponse(&queue, 0, 1000 + kUnclaimed - 2)->U32(16), 1000 + kUnclaimed - 2);
+    EXPECT_EQ(Find(&queue, 0, MatchType, {kTypeBusy, 0})->U32(8), 1u);
+    EXPECT_EQ(TakePacket(&queue, 0)->U32(16), 1000u);
+    EXPECT_EQ(Queued(&queue), kUnclaimed - 3);
+}
+
+}  // namespace
+}  // namespace tarvik::test

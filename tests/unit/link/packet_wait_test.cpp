@@ -1,0 +1,174 @@
+#include "link_support.h"
+
+namespace tarvik::test {
+namespace {
+
+// A WaitForPacket on a thread of its own, under a tick that stands still: it ends by what the test
+// does or not at all.
+class PendingWait {
+public:
+    PendingWait(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
+                std::uint32_t id)
+        : queues_(queues), thread_([=, this] {
+              result_ = WaitForPacket(queues, type, timeout_ms, id, &abort, &running);
+              ended_ = true;
+          }) {}
+
+    bool Sleeps() {
+        return Eventually([&] { return Sleepers(&queues_->rx) == 1; });
+    }
+    bool Ended() const { return ended_; }
+    PacketPtr Result() {
+        thread_.Join();
+        return std::move(result_);
+    }
+
+    std::atomic<bool> abort{false};
+    std::atomic<bool> running{true};
+
+private:
+    DeviceQueues* queues_;
+    PacketPtr result_;
+    std::atomic<bool> ended_{false};
+    Thread thread_;
+};
+
+TEST(WaitForPacket, ReturnsThePacketOfItsTypeAndLogsIt) {
+    const LogCapture log;
+    Dongle dongle;
+    Receive(&dongle, MakePacket(kTypeLogn, kLoginSize));
+    const PacketPtr packet = WaitForPacket(&dongle, kTypeLogn, 50, kNoTag);
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(packet->type, kTypeLogn);
+    EXPECT_TRUE(log.Has("[WaitForPacket] Received: LOGN"));
+}
+
+TEST(WaitForPacket, WithAnIdTakesOnlyTheAnswerToIt) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    Receive(&dongle, ResponseTo(7));
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    Receive(&dongle, ResponseTo(5));
+    EXPECT_EQ(wait.Result()->U32(16), 5u);
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+}
+
+TEST(WaitForPacket, BusyWithTheWantedIdStaysQueued) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    Receive(&dongle, BusyFor(5, "later"));
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+    Receive(&dongle, ResponseTo(5));
+    EXPECT_EQ(wait.Result()->type, kTypeCres);
+    EXPECT_EQ(TakePacket(&dongle.rx, 0)->type, kTypeBusy);
+}
+
+TEST(WaitForPacket, ReturnsNothingForAMissingOrUnavailableDongle) {
+    Dongle dongle;
+    Receive(&dongle, MakePacket(kTypeSync, 8));
+    EXPECT_EQ(WaitForPacket(nullptr, kTypeSync, 1000, kNoTag), nullptr);
+    dongle.available = false;
+    EXPECT_EQ(WaitForPacket(&dongle, kTypeSync, 1000, kNoTag), nullptr);
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+}
+
+TEST(WaitForPacket, DeadlineAlreadyReachedReturnsNothingEvenWithAPacketThere) {
+    Dongle dongle;
+    Receive(&dongle, MakePacket(kTypeSync, 8));
+    EXPECT_EQ(WaitForPacket(&dongle, kTypeSync, 0, kNoTag), nullptr);
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+}
+
+TEST(WaitForPacket, FlagsThatAskToStopComeBeforeThePacket) {
+    Dongle dongle;
+    Receive(&dongle, MakePacket(kTypeSync, 8));
+    std::atomic<bool> abort{true};
+    std::atomic<bool> running{false};
+    EXPECT_EQ(WaitForPacket(&dongle, kTypeSync, 1000, kNoTag, &abort), nullptr);
+    EXPECT_EQ(WaitForPacket(&dongle, kTypeSync, 1000, kNoTag, nullptr, &running), nullptr);
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+    abort = false;
+    running = true;
+    EXPECT_NE(WaitForPacket(&dongle, kTypeSync, 1000, kNoTag, &abort, &running), nullptr);
+}
+
+TEST(WaitForPacket, EndsAtItsDeadline) {
+    FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    tick.Advance(9999);
+    EXPECT_FALSE(wait.Ended());
+    tick.Advance(1);
+    EXPECT_EQ(wait.Result(), nullptr);
+}
+
+TEST(WaitForPacket, NoticesAbortWhileItSleeps) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    wait.abort = true;
+    EXPECT_EQ(wait.Result(), nullptr);
+}
+
+TEST(WaitForPacket, NoticesItsLinkGoingAwayWhileItSleeps) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    wait.running = false;
+    EXPECT_EQ(wait.Result(), nullptr);
+}
+
+TEST(WaitForPacket, NoticesTheDongleGoingAwayWhileItSleeps) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    dongle.available = false;
+    EXPECT_EQ(wait.Result(), nullptr);
+}
+
+TEST(WaitForPacket, EndsWhenItsQueueIsFreed) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    FreeQueue(&dongle.rx);
+    EXPECT_EQ(wait.Result(), nullptr);
+}
+
+TEST(WaitForPacket, SleepsOnWhenWokenWithoutAFlagThatEndsIt) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    WakeQueueWaiters(&dongle.rx);
+    Receive(&dongle, ResponseTo(5));
+    EXPECT_NE(wait.Result(), nullptr);
+}
+
+TEST(PacketFilters, TypeAndIdAcceptsOnlyAnswersLongEnoughForTheirId) {
+    EXPECT_TRUE(MatchTypeAndId(*ResponseTo(5), {kTypeCres, 5}));
+    EXPECT_FALSE(MatchTypeAndId(*ResponseTo(5), {kTypeCres, 6}));
+    EXPECT_FALSE(MatchTypeAndId(*ResponseTo(5), {kTypeBusy, 5}));
+    EXPECT_TRUE(MatchTypeAndId(*BusyFor(5), {kTypeBusy, 5}));
+    EXPECT_FALSE(MatchTypeAndId(*BusyFor(5), {kTypeCres, 5}));
+    EXPECT_FALSE(MatchTypeAndId(*MakePacket(kTypeBusy, 11), {kTypeBusy, 0}));
+    EXPECT_TRUE(MatchTypeAndId(*MakePacket(kTypeBusy, 12), {kTypeBusy, 0}));
+    EXPECT_FALSE(MatchTypeAndId(*MakePacket(kTypeCres, 19), {kTypeCres, 0}));
+    EXPECT_TRUE(MatchTypeAndId(*MakePacket(kTypeCres, 20), {kTypeCres, 0}));
+    EXPECT_FALSE(MatchTypeAndId(*MakePacket(kTypeRawc, 24), {kTypeRawc, 0}));
+}
+
+TEST(PacketFilters, TypeAcceptsAnyPacketOfTheType) {
+    EXPECT_TRUE(MatchType(*MakePacket(kTypeRawc, 8), {kTypeRawc, 0}));
+    EXPECT_FALSE(MatchType(*MakePacket(kTypeRawc, 8), {kTypeCres, 0}));
+}
+
+}  // namespace
+}  // namespace tarvik::test
