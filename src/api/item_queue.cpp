@@ -32,11 +32,11 @@ void InitializeQueue(ItemQueue* queue) {
     queue->initialised.store(true);
 }
 
-void FreeQueue(ItemQueue* queue, void (*release)(void* object)) {
+void DiscardQueue(ItemQueue* queue, void (*release)(void* object)) {
     ItemNode* node = nullptr;
     {
         const LockGuard hold(queue->lock);
-        if (!queue->initialised.exchange(false)) return;
+        queue->initialised.store(false);
         node = queue->head;
         queue->head = nullptr;
         queue->tail = nullptr;
@@ -47,6 +47,11 @@ void FreeQueue(ItemQueue* queue, void (*release)(void* object)) {
         node = next;
     }
     queue->changed.WakeAll();
+}
+
+void FreeQueue(ItemQueue* queue, void (*release)(void* object)) {
+    if (!queue->initialised.load()) return;
+    DiscardQueue(queue, release);
     Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION for queue at 0x%p", "FreeQueue",
         queue->lock.Address());
 }

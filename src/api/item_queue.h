@@ -32,6 +32,9 @@ void InitializeQueue(ItemQueue* queue);
 // stays usable: a late caller finds the queue uninitialised.
 void FreeQueue(ItemQueue* queue, void (*release)(void* object));
 
+// The same without a word: for a queue that goes with the record around it.
+void DiscardQueue(ItemQueue* queue, void (*release)(void* object));
+
 // False: the queue is not initialised or memory is out; the object is still the caller's.
 bool AppendItem(ItemQueue* queue, void* object, std::uint32_t key);
 // The oldest object, or null; does not wait.

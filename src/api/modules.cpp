@@ -58,7 +58,7 @@ void ClearSlot(std::uint32_t index, ModuleSlot& slot) {
 }
 
 void ZeroSlot(ModuleSlot& slot) {
-    FreeQueue(&slot.events, ReleaseQueuedEvent);
+    DiscardQueue(&slot.events, ReleaseQueuedEvent);
     slot.transport = 0;
     slot.login = {};
     slot.queues = nullptr;
