@@ -6,8 +6,8 @@
 
 namespace tarvik::test {
 
-// While it lives, the calling thread's heap serves `allowed` more requests and refuses the rest.
-// Make no assertions meanwhile: they need memory too.
+// While it lives, and there is one at a time, the calling thread's heap serves `allowed` more
+// requests and refuses the rest. Make no assertions meanwhile: they need memory too.
 class FailingHeap {
 public:
     explicit FailingHeap(std::uint32_t allowed = 0);
@@ -15,7 +15,8 @@ public:
     FailingHeap(const FailingHeap&) = delete;
     FailingHeap& operator=(const FailingHeap&) = delete;
 
-    bool Refused() const;  // at least one request
+    bool Refused() const;             // at least one request
+    static std::uint32_t Refusals();  // of all times and threads
 };
 
 // Tracked memory in use, for comparing before and after.
