@@ -64,6 +64,7 @@ static void WriteLine(char* line, std::size_t length) {
     std::fflush(file);
 }
 
+TARVIK_PRINTF(2, 0)
 static void WriteLongLine(std::size_t length, const char* format, std::va_list arguments) {
     const Tracked<char> line(static_cast<char*>(AllocateMem(kPrefixLength + length + 1)));
     if (line == nullptr) return;
