@@ -25,6 +25,7 @@ void* Unwrap(ItemNode* node) {
 }  // namespace
 
 void InitializeQueue(ItemQueue* queue) {
+    const LockGuard hold(queue->lock);
     queue->head = nullptr;
     queue->tail = nullptr;
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for queue at 0x%p", "InitializeQueue",

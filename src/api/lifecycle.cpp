@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "platform/thread.h"
 #include "platform/tick.h"
 
 namespace tarvik {
@@ -10,7 +11,9 @@ namespace {
 std::atomic<Lifecycle> state{Lifecycle::kNotConstructed};
 std::atomic<void*> api_tag{nullptr};
 std::atomic<std::int32_t> calls{0};
-thread_local std::int32_t own_calls = 0;  // callbacks run inside calls, and call again
+
+// Callbacks run inside calls, and call again.
+std::int32_t OwnCalls() { return static_cast<std::int32_t>(OsThreadValue()); }
 
 }  // namespace
 
@@ -29,19 +32,19 @@ void* ApiTag() { return api_tag.load(); }
 void SetApiTag(void* tag) { api_tag.store(tag); }
 
 ApiCall::ApiCall() {
-    ++own_calls;
+    OsSetThreadValue(OsThreadValue() + 1);
     calls.fetch_add(1);
 }
 
 ApiCall::~ApiCall() {
     calls.fetch_sub(1);
-    --own_calls;
+    OsSetThreadValue(OsThreadValue() - 1);
 }
 
 bool WaitForOtherApiCalls(std::uint32_t timeout_ms) {
     const std::uint64_t deadline = TickMs() + timeout_ms;
     // Polled: this runs once per PDUDestruct, and waking it would cost every call of the API.
-    while (calls.load() > own_calls) {
+    while (calls.load() > OwnCalls()) {
         if (TickMs() >= deadline) return false;
         SleepMs(1);
     }
