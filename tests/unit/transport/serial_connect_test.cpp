@@ -1,0 +1,427 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "link/packet_queue.h"
+#include "unit/transport/serial_fixture.h"
+#include "unit/transport/thread_start_fault.h"
+
+namespace tarvik::test {
+namespace {
+
+class SerialConnectTest : public SerialFixture {};
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// A machine that is busy may need a second try for what usually takes one.
+std::string WithoutRepetition(std::string text, const std::string& line) {
+    for (std::size_t at = text.find(line + line); at != std::string::npos;
+         at = text.find(line + line)) {
+        text.erase(at, line.size());
+    }
+    return text;
+}
+
+// ---------------------------------------------------------------- start and stop
+
+TEST_F(SerialConnectTest, InitReportsItsLockOnceAndDeinitItsEnd) {
+    kSerialTransport.Deinit();
+    LogCapture log;
+    kSerialTransport.Init();
+    kSerialTransport.Init();
+    EXPECT_EQ(log.Lines().size(), 1u);
+    EXPECT_TRUE(log.Mentions("[SerialInit] Initialized CRITICAL_SECTION SerialSessionLock at 0x"));
+    kSerialTransport.Deinit();
+    EXPECT_TRUE(log.Has("[SerialDeinit] Deleted CRITICAL_SECTION SerialSessionLock"));
+    EXPECT_TRUE(log.Has("[SerialDeinit] Done"));
+    const std::size_t lines = log.Lines().size();
+    kSerialTransport.Deinit();
+    EXPECT_EQ(log.Lines().size(), lines);
+}
+
+TEST_F(SerialConnectTest, WithoutInitItDoesNotStart) {
+    kSerialTransport.Deinit();
+    LogCapture log;
+    kSerialTransport.Start();
+    EXPECT_TRUE(log.Has("[SerialStart] Start"));
+    EXPECT_TRUE(log.Has("[SerialStart] Not initialized, cannot start"));
+    EXPECT_FALSE(log.Mentions("Created Thread handle"));
+}
+
+TEST_F(SerialConnectTest, SwitchedOffItStartsNoThread) {
+    config.useSerial = false;
+    const std::uint32_t scans = ScanCount();
+    LogCapture log;
+    kSerialTransport.Start();
+    kSerialTransport.Stop();
+    EXPECT_FALSE(log.Mentions("Created Thread handle"));
+    EXPECT_FALSE(log.Has("[SerialStart] Done"));
+    EXPECT_EQ(ScanCount(), scans);
+}
+
+TEST_F(SerialConnectTest, StartRunsOneConnectThreadAndStopEndsIt) {
+    LogCapture log;
+    kSerialTransport.Start();
+    kSerialTransport.Start();
+    EXPECT_TRUE(
+        HasWithHandle(log, "[SerialStart] Created Thread handle 0x", " (SerialConnectThreadFunc)"));
+    EXPECT_EQ(log.Count("[SerialStart] Done"), 1u);
+    kSerialTransport.Stop();
+    EXPECT_TRUE(log.Has("[SerialStop] Wait for SerialConnectThread"));
+    EXPECT_TRUE(
+        HasWithHandle(log, "[SerialStop] Closing Thread handle 0x", " (SerialConnectThread)"));
+    EXPECT_TRUE(log.Has("[SerialStop] Done"));
+    EXPECT_TRUE(log.Has("[SerialConnectThreadFunc] Waiting for all Threads"));
+    EXPECT_TRUE(log.Has("[SerialConnectThreadFunc] Exiting"));
+}
+
+TEST_F(SerialConnectTest, ConnectThreadThatCannotBeCreatedIsLogged) {
+    LogCapture log;
+    {
+        ThreadStartFault fault("Tarvik SerialConnectThread", 8);
+        kSerialTransport.Start();
+    }
+    EXPECT_TRUE(log.Has("[SerialStart] CreateThread failed"));
+    EXPECT_FALSE(log.Has("[SerialStart] Done"));
+    EXPECT_FALSE(kSerialTransport.UpdateDevices(10, nullptr, nullptr)) << "it does not run";
+    kSerialTransport.Start();
+    EXPECT_TRUE(log.Has("[SerialStart] Done"));
+}
+
+TEST_F(SerialConnectTest, ScansGoOnWhileItRuns) {
+    const std::uint32_t scans = ScanCount();
+    kSerialTransport.Start();
+    EXPECT_TRUE(Eventually([=] { return ScanCount() >= scans + 3; }));
+}
+
+TEST_F(SerialConnectTest, MissingDeviceListIsPrintedAndTriedAgain) {
+    StdoutCapture console;
+    FailDiscovery(true);
+    const std::uint32_t scans = ScanCount();
+    kSerialTransport.Start();
+    EXPECT_TRUE(Eventually([=] { return ScanCount() >= scans + 2; }));
+    FailDiscovery(false);
+    Connect(3);
+    kSerialTransport.Stop();
+    EXPECT_TRUE(Contains(console.Text(), "Failed to get device information set\n"));
+    EXPECT_TRUE(Contains(console.Text(), "COM3: Connected successfully\n"));
+}
+
+// ---------------------------------------------------------------- connecting
+
+TEST_F(SerialConnectTest, NewDongleIsDetectedSynchronizedAndConnected) {
+    StdoutCapture console;
+    LogCapture log;
+    const auto port = Connect(7);
+    EXPECT_TRUE(QueuesOf(7)->available);
+    EXPECT_EQ(QueuesOf(7)->mtu, 4096u);
+    ASSERT_GE(port->Received().size(), 1u);
+    EXPECT_EQ(port->Received().front(), kSyncBytes);
+    kSerialTransport.Stop();
+
+    EXPECT_EQ(WithoutRepetition(console.Text(), "COM7: Send SYNC\n"),
+              "COM7: New device detected\n"
+              "COM7: Connecting to new device\n"
+              "COM7: Send SYNC\n"
+              "Synchronized\n"
+              "COM7: Connected successfully\n");
+    EXPECT_TRUE(HasWithHandle(
+        log, "[ConnectSerialPort] Initialized CRITICAL_SECTION for Queues at 0x", " (port 7)"));
+    for (const char* function : {"SerialRxThreadFunc", "SerialTxThreadFunc", "SerialThreadFunc"}) {
+        EXPECT_TRUE(HasWithHandle(log, "[ConnectSerialPort] Created Thread handle 0x",
+                                  std::string(" (") + function + ") for port 7"))
+            << function;
+    }
+    EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Starting."));
+    EXPECT_TRUE(log.Has("[SerialTxThreadFunc] Starting."));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialRxThreadFunc] Created Event handle 0x",
+                              " for serial RX overlap (port 7)"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialTxThreadFunc] Created Event handle 0x",
+                              " for serial TX overlap (port 7)"));
+    EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Synchronized"));
+}
+
+TEST_F(SerialConnectTest, SyncIsLoggedWithALineEndOfItsOwn) {
+    LogCapture log;
+    Connect(7);
+    EXPECT_TRUE(log.Mentions("[SerialRxThreadFunc] Synchronized\n\n"));
+}
+
+TEST_F(SerialConnectTest, PortNumbersFromZeroTo254AreServed) {
+    for (const std::int32_t number : {0, 1, 254}) {
+        Connect(number);
+        EXPECT_TRUE(QueuesOf(number)->available);
+    }
+}
+
+TEST_F(SerialConnectTest, DongleThatDoesNotAnswerIsAskedThreeTimesAndLeftAlone) {
+    StdoutCapture console;
+    LogCapture log;
+    const auto port = FakePort::Plug(9);
+    port->AnswerNothing();
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(9, PortState::kFailed));
+    ASSERT_TRUE(Closes(*port));
+    const std::uint32_t scans = ScanCount();
+    ASSERT_TRUE(Eventually([=] { return ScanCount() >= scans + 3; }));
+    EXPECT_EQ(StateOf(9), PortState::kFailed);
+    EXPECT_EQ(port->OpenCount(), 1u);
+    EXPECT_EQ(port->ReceivedCount(kTypeSync), 3u);
+    EXPECT_FALSE(QueuesOf(9)->available);
+
+    UnplugPort(9);
+    ASSERT_TRUE(Reaches(9, PortState::kUnused));
+    EXPECT_TRUE(log.Has("[SerialConnect]   COM9 got disconnected, set to unused"));
+    kSerialTransport.Stop();
+    EXPECT_TRUE(log.Has("[ConnectSerialPort] COM9: No response from device. Closing again."));
+    EXPECT_TRUE(log.Has("[SerialThreadFunc] COM9 Instance stopped"));
+    EXPECT_EQ(console.Text(),
+              "COM9: New device detected\n"
+              "COM9: Connecting to new device\n"
+              "COM9: Send SYNC\n"
+              "COM9: Send SYNC\n"
+              "COM9: Send SYNC\n"
+              "COM9: Device did not respond\n");
+}
+
+TEST_F(SerialConnectTest, FailedPortIsTriedAgainAfterItDisappearedAndCameBack) {
+    const auto port = FakePort::Plug(9);
+    port->AnswerNothing();
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(9, PortState::kFailed));
+    UnplugPort(9);
+    ASSERT_TRUE(Reaches(9, PortState::kUnused));
+    Connect(9);
+}
+
+TEST_F(SerialConnectTest, AnswerToTheThirdSyncStillConnects) {
+    StdoutCapture console;
+    const auto port = FakePort::Plug(4);
+    port->on_packet = [](FakePort& self, const Bytes&) {
+        if (self.ReceivedCount(kTypeSync) == 3) self.Send(kSyncBytes);
+    };
+    kSerialTransport.Start();
+    EXPECT_TRUE(Reaches(4, PortState::kConnected));
+    kSerialTransport.Stop();
+    EXPECT_EQ(port->ReceivedCount(kTypeSync), 3u);
+}
+
+TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsLeftAloneUntilItDisappears) {
+    StdoutCapture console;
+    const auto port = FakePort::Plug(12);
+    port->open_error = 5;
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    EXPECT_FALSE(QueuesOf(12)->available);
+    EXPECT_FALSE(QueuesOf(12)->rx.active);
+    EXPECT_FALSE(QueuesOf(12)->tx.active);
+    const std::uint32_t scans = ScanCount();
+    ASSERT_TRUE(Eventually([=] { return ScanCount() >= scans + 2; }));
+    kSerialTransport.Stop();
+    EXPECT_EQ(console.Text(),
+              "COM12: New device detected\n"
+              "COM12: Connecting to new device\n"
+              "Failed to open serial port: 5\n");
+}
+
+struct ThreadFailure {
+    const char* description;
+    const char* printed;
+    bool tx_cleaned_up;
+    bool rx_cleaned_up;
+};
+
+TEST_F(SerialConnectTest, ThreadThatCannotBeCreatedClosesThePortAgain) {
+    constexpr ThreadFailure kFailures[] = {
+        {"Tarvik SerialRxThreadFunc", "Failed to create RX thread: 11\n", false, false},
+        {"Tarvik SerialTxThreadFunc", "Failed to create TX thread: 11\n", false, true},
+        {"Tarvik SerialThreadFunc", "Failed to create thread: 11\n", true, true},
+    };
+    for (const ThreadFailure& failure : kFailures) {
+        SCOPED_TRACE(failure.description);
+        StdoutCapture console;
+        LogCapture log;
+        const auto port = FakePort::Plug(20);
+        {
+            ThreadStartFault fault(failure.description, 11);
+            kSerialTransport.Start();
+            ASSERT_TRUE(Reaches(20, PortState::kFailed));
+        }
+        EXPECT_FALSE(port->IsOpen());
+        EXPECT_FALSE(QueuesOf(20)->available);
+        EXPECT_FALSE(QueuesOf(20)->rx.active);
+        EXPECT_EQ(HasWithHandle(log, "[ConnectSerialPort] Closing Thread handle 0x",
+                                " (TxThread error cleanup) for port 20"),
+                  failure.tx_cleaned_up);
+        EXPECT_EQ(HasWithHandle(log, "[ConnectSerialPort] Closing Thread handle 0x",
+                                " (RxThread error cleanup) for port 20"),
+                  failure.rx_cleaned_up);
+        kSerialTransport.Stop();
+        EXPECT_TRUE(Contains(console.Text(), failure.printed)) << console.Text();
+        FakePort::RemoveAll();
+    }
+}
+
+TEST_F(SerialConnectTest, PortThatBreaksDuringTheHandshakeFailsAtOnce) {
+    StdoutCapture console;
+    const auto port = FakePort::Plug(6);
+    port->on_packet = [](FakePort& self, const Bytes&) { self.Break(21); };
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(6, PortState::kFailed));
+    ASSERT_TRUE(Closes(*port));
+    kSerialTransport.Stop();
+    EXPECT_LT(port->ReceivedCount(kTypeSync), 3u);
+    EXPECT_TRUE(Contains(console.Text(), "COM6: Device did not respond\n"));
+}
+
+// ---------------------------------------------------------------- unplugging
+
+TEST_F(SerialConnectTest, UnpluggedDongleIsStoppedByTheNextScan) {
+    LogCapture log;
+    const auto port = Connect(5);
+    UnplugPort(5);
+    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    ASSERT_TRUE(Closes(*port));
+    kSerialTransport.Stop();
+    EXPECT_FALSE(QueuesOf(5)->available);
+    EXPECT_FALSE(QueuesOf(5)->rx.active);
+    EXPECT_FALSE(QueuesOf(5)->tx.active);
+    EXPECT_TRUE(log.Has("[SerialConnect]   COM5 Still connected, wait for cleanup"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialConnect] Closing Thread handle 0x",
+                              " (MonitorThread) for port 5"));
+    EXPECT_TRUE(log.Has("[SerialThreadFunc] COM5 Instance is stopping, waiting for threads"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialThreadFunc] Closing Thread handle 0x",
+                              " (TxThread) for port 5"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialThreadFunc] Closing Thread handle 0x",
+                              " (RxThread) for port 5"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialRxThreadFunc] Closing Event handle 0x",
+                              " (rxOverlap.hEvent) for port 5"));
+    EXPECT_TRUE(HasWithHandle(log, "[SerialTxThreadFunc] Closing Event handle 0x",
+                              " (txOverlap.hEvent) for port 5"));
+    EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Exiting."));
+    EXPECT_TRUE(log.Has("[SerialTxThreadFunc] Exiting."));
+    EXPECT_TRUE(log.Has("[SerialThreadFunc] COM5 Instance stopped"));
+}
+
+TEST_F(SerialConnectTest, ReplugConnectsTheSameQueuesWithoutLeftovers) {
+    const auto first = Connect(5);
+    first->Send(WirePacket(kTypeRawc, Bytes(16)));
+    ASSERT_TRUE(Eventually([] {
+        LockGuard hold(QueuesOf(5)->rx.lock);
+        return QueuesOf(5)->rx.count == 1;
+    }));
+    UnplugPort(5);
+    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    ASSERT_TRUE(Closes(*first));
+
+    const auto second = Connect(5);
+    EXPECT_EQ(TakePacket(&QueuesOf(5)->rx, 0), nullptr);
+    second->Send(WirePacket(kTypeLogn, Bytes(184)));
+    EXPECT_NE(Receive(5, kTypeLogn), nullptr);
+}
+
+TEST_F(SerialConnectTest, ReplugDoesNotGoOnWithAHalfReceivedPacket) {
+    const auto first = Connect(5);
+    Bytes half = WirePacket(kTypeCres, Bytes(100));
+    half.resize(50);
+    first->Send(half);
+    UnplugPort(5);
+    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    const auto second = Connect(5);
+    second->Send(WirePacket(kTypePing));
+    EXPECT_TRUE(Eventually([&] { return second->ReceivedCount(kTypeRepl) == 1; }));
+}
+
+TEST_F(SerialConnectTest, BrokenPortIsReconnectedByTheNextScan) {
+    LogCapture log;
+    const auto port = Connect(8);
+    port->Break(21);
+    EXPECT_TRUE(
+        Eventually([&] { return port->OpenCount() == 2 && StateOf(8) == PortState::kConnected; }));
+    EXPECT_TRUE(log.Has("[SerialThreadFunc] COM8 Instance stopped"));
+}
+
+TEST_F(SerialConnectTest, ManyReplugsLeaveNothingBehind) {
+    const std::uint64_t before = [] {
+        Connect(5);
+        kSerialTransport.Stop();
+        FakePort::RemoveAll();
+        return LiveMemory().blocks;
+    }();
+    for (int i = 0; i < 10; ++i) {
+        Connect(5);
+        UnplugPort(5);
+        ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    }
+    kSerialTransport.Stop();
+    EXPECT_EQ(LiveMemory().blocks, before);
+}
+
+// ---------------------------------------------------------------- stopping
+
+TEST_F(SerialConnectTest, StopClosesEveryConnectedPort) {
+    LogCapture log;
+    const auto first = Connect(1);
+    const auto second = Connect(200);
+    kSerialTransport.Stop();
+    for (const int number : {1, 200}) {
+        const std::string text = std::to_string(number);
+        EXPECT_TRUE(log.Has("[SerialConnectThreadFunc]   Waiting for COM" + text + " Thread"));
+        EXPECT_TRUE(HasWithHandle(log, "[SerialConnectThreadFunc] Closing Thread handle 0x",
+                                  " (MonitorThread error cleanup) for port " + text));
+        EXPECT_EQ(StateOf(number), PortState::kUnused);
+        EXPECT_EQ(PortOf(number).monitor_thread, nullptr) << "its thread has ended";
+    }
+    EXPECT_FALSE(first->IsOpen());
+    EXPECT_FALSE(second->IsOpen());
+}
+
+TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThatPortToo) {
+    StdoutCapture console;
+    const auto port = FakePort::Plug(30);
+    port->AnswerNothing();
+    kSerialTransport.Start();
+    ASSERT_TRUE(Eventually([&] { return port->ReceivedCount(kTypeSync) == 1; }));
+    kSerialTransport.Stop();
+    EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(PortOf(30).monitor_thread, nullptr);
+    EXPECT_EQ(StateOf(30), PortState::kUnused);
+}
+
+TEST_F(SerialConnectTest, StopWakesThreadsThatWaitForTheDongle) {
+    const auto port = Connect(2);
+    // Nobody moves: the receiver, the sender, the monitor and the connect thread all sleep.
+    const std::uint32_t scans = ScanCount();
+    ASSERT_TRUE(Eventually([=] { return ScanCount() > scans; }));
+    kSerialTransport.Stop();
+    EXPECT_FALSE(port->IsOpen());
+}
+
+TEST_F(SerialConnectTest, ConstructAndDestructRoundsReconnectThePort) {
+    FakePort::Plug(2);
+    for (int i = 0; i < 5; ++i) {
+        kSerialTransport.Init();
+        kSerialTransport.Start();
+        ASSERT_TRUE(Reaches(2, PortState::kConnected));
+        kSerialTransport.Stop();
+        kSerialTransport.Deinit();
+        EXPECT_EQ(StateOf(2), PortState::kUnused);
+    }
+}
+
+TEST_F(SerialConnectTest, WaiterOnAPortThatStopsReturnsNothing) {
+    const auto port = Connect(2);
+    std::atomic<bool> waiting{false};
+    Thread waiter([&waiting] {
+        waiting = true;
+        EXPECT_EQ(WaitForPacket(QueuesOf(2), kTypeCres, 3'600'000, 1), nullptr);
+    });
+    ASSERT_TRUE(Eventually([&] { return waiting.load(); }));
+    port->Break(21);
+    waiter.Join();
+}
+
+}  // namespace
+}  // namespace tarvik::test

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "support/config.h"
+#include "transport/serial/serial_state.h"
+#include "transport/transport.h"
+#include "unit/test_support.h"
+#include "unit/transport/fake_discovery.h"
+#include "unit/transport/fake_port.h"
+
+namespace tarvik::test {
+
+// The serial transport with fake ports; not started until the test says so.
+class SerialFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        config = {};
+        config.useSerial = true;
+        FailDiscovery(false);
+        kSerialTransport.Init();
+    }
+    void TearDown() override {
+        kSerialTransport.Deinit();
+        FakePort::RemoveAll();
+        for (const auto& state : serial->port_states)
+            EXPECT_EQ(state, PortState::kUnused);
+    }
+
+    static PortState StateOf(std::int32_t number) {
+        return serial->port_states[static_cast<std::size_t>(number)];
+    }
+    static SerialPort& PortOf(std::int32_t number) {
+        return serial->ports[static_cast<std::size_t>(number)];
+    }
+    static DeviceQueues* QueuesOf(std::int32_t number) { return &PortOf(number).queues; }
+    static bool Reaches(std::int32_t number, PortState state) {
+        return Eventually([=] { return StateOf(number) == state; });
+    }
+    // Plugs a dongle in and waits until it is connected.
+    static std::shared_ptr<FakePort> Connect(std::int32_t number) {
+        std::shared_ptr<FakePort> port = FakePort::Plug(number);
+        kSerialTransport.Start();
+        EXPECT_TRUE(Reaches(number, PortState::kConnected));
+        return port;
+    }
+    static bool Closes(const FakePort& port) {
+        return Eventually([&port] { return !port.IsOpen(); });
+    }
+    static PacketPtr Receive(std::int32_t number, std::uint32_t type) {
+        return WaitForPacket(QueuesOf(number), type, 10'000, kNoTag);
+    }
+    // A text of the log with %p in it: its two sides.
+    static bool HasWithHandle(const LogCapture& log, const std::string& before,
+                              const std::string& after) {
+        for (const std::string& line : log.Lines()) {
+            if (line.rfind(before, 0) == 0 && line.size() > before.size() + after.size() &&
+                line.compare(line.size() - after.size(), after.size(), after) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+};
+
+}  // namespace tarvik::test

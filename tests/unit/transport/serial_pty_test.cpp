@@ -1,0 +1,370 @@
+// The system's own serial port, on a pseudo terminal whose other end plays the dongle.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/tick.h"
+#include "support/config.h"
+#include "transport/serial/serial_port.h"
+#include "transport/serial/serial_state.h"
+#include "transport/transport.h"
+#include "unit/test_support.h"
+#include "unit/transport/fake_discovery.h"
+
+namespace tarvik::test {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+const Bytes kSync = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
+
+// The dongle's end. Closing it is the unplugging.
+class Terminal {
+public:
+    Terminal() : file_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
+        EXPECT_GE(file_, 0);
+        EXPECT_EQ(::grantpt(file_), 0);
+        EXPECT_EQ(::unlockpt(file_), 0);
+        char name[64];
+        EXPECT_EQ(::ptsname_r(file_, name, sizeof name), 0);
+        path = name;
+    }
+    ~Terminal() { Unplug(); }
+    Terminal(const Terminal&) = delete;
+    Terminal& operator=(const Terminal&) = delete;
+
+    void Unplug() {
+        if (file_ >= 0) ::close(file_);
+        file_ = -1;
+    }
+    void Send(const Bytes& bytes) {
+        EXPECT_EQ(::write(file_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    // Exactly `size` bytes, or what came before patience ran out.
+    Bytes Receive(std::size_t size) {
+        Bytes bytes;
+        while (bytes.size() < size) {
+            pollfd ready = {file_, POLLIN, 0};
+            if (::poll(&ready, 1, 10'000) <= 0) break;
+            std::uint8_t piece[4096];
+            const std::size_t wanted = std::min(sizeof piece, size - bytes.size());
+            const ssize_t got = ::read(file_, piece, wanted);
+            if (got < 0 && errno == EIO) continue;  // nobody has opened the other end yet
+            if (got <= 0) break;
+            bytes.insert(bytes.end(), piece, piece + got);
+        }
+        return bytes;
+    }
+
+    std::string path;
+
+private:
+    int file_;
+};
+
+struct CloseHandle {
+    void operator()(PortHandle* port) const { ClosePort(port); }
+    void operator()(PortTransfer* transfer) const { CloseTransfer(transfer); }
+};
+using Port = std::unique_ptr<PortHandle, CloseHandle>;
+using Transfer = std::unique_ptr<PortTransfer, CloseHandle>;
+
+struct OpenTerminal {
+    Terminal terminal;
+    Port port{OpenPort(terminal.path.c_str())};
+    Transfer receive{port ? CreateTransfer(port.get(), TransferKind::kReceive) : nullptr};
+    Transfer transmit{port ? CreateTransfer(port.get(), TransferKind::kTransmit) : nullptr};
+};
+
+bool BecomesQueued(PortTransfer* transfer, std::uint32_t wanted) {
+    return Eventually([=] {
+        std::uint32_t queued = 0;
+        return QueuedBytes(transfer, &queued) && queued == wanted;
+    });
+}
+
+// ---------------------------------------------------------------- the port itself
+
+TEST(SerialPortPosix, MissingPortIsRefusedWithTheSystemsError) {
+    EXPECT_EQ(OpenPort("/dev/there-is-no-such-port"), nullptr);
+    EXPECT_EQ(OsLastError(), ENOENT);
+}
+
+TEST(SerialPortPosix, FileThatIsNoTtyIsRefused) {
+    EXPECT_EQ(OpenPort("/dev/null"), nullptr);
+    EXPECT_EQ(OsLastError(), ENOTTY);
+}
+
+TEST(SerialPortPosix, EveryByteValuePassesUnchangedInBothDirections) {
+    OpenTerminal open;
+    ASSERT_NE(open.transmit, nullptr);
+    Bytes all(256);
+    for (std::size_t i = 0; i < all.size(); ++i)
+        all[i] = static_cast<std::uint8_t>(i);
+
+    const TransferOutcome written = WritePort(open.transmit.get(), all.data(), 256, 500);
+    EXPECT_EQ(written.step, TransferStep::kDone);
+    EXPECT_EQ(written.bytes, 256u);
+    EXPECT_EQ(open.terminal.Receive(256), all);
+
+    open.terminal.Send(all);
+    ASSERT_TRUE(BecomesQueued(open.receive.get(), 256));
+    Bytes read(300);
+    const TransferOutcome outcome = ReadPort(open.receive.get(), read.data(), 300);
+    EXPECT_EQ(outcome.step, TransferStep::kDone);
+    ASSERT_EQ(outcome.bytes, 256u);
+    read.resize(256);
+    EXPECT_EQ(read, all);
+}
+
+TEST(SerialPortPosix, NothingIsEchoed) {
+    OpenTerminal open;
+    ASSERT_NE(open.receive, nullptr);
+    open.terminal.Send({1, 2, 3});
+    ASSERT_TRUE(BecomesQueued(open.receive.get(), 3));
+    const std::uint8_t mark = 0xA5;
+    ASSERT_EQ(WritePort(open.transmit.get(), &mark, 1, 500).step, TransferStep::kDone);
+    EXPECT_EQ(open.terminal.Receive(1), Bytes{0xA5}) << "the first byte back is not an echo";
+}
+
+TEST(SerialPortPosix, PortIsMarkedExclusiveWhileItIsOpen) {
+    Terminal terminal;
+    const int watch = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    int exclusive = -1;
+    {
+        const Port port(OpenPort(terminal.path.c_str()));
+        ASSERT_NE(port, nullptr);
+        ASSERT_EQ(::ioctl(watch, TIOCGEXCL, &exclusive), 0);
+        EXPECT_EQ(exclusive, 1);
+    }
+    ASSERT_EQ(::ioctl(watch, TIOCGEXCL, &exclusive), 0);
+    EXPECT_EQ(exclusive, 0);
+    ::close(watch);
+}
+
+TEST(SerialPortPosix, LineSettingsOtherThanRawModeStay) {
+    Terminal terminal;
+    const int watch = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    termios before{};
+    ASSERT_EQ(::tcgetattr(watch, &before), 0);
+    ::cfsetspeed(&before, B19200);
+    before.c_cflag |= HUPCL;
+    ASSERT_EQ(::tcsetattr(watch, TCSANOW, &before), 0);
+    const Port port(OpenPort(terminal.path.c_str()));
+    ASSERT_NE(port, nullptr);
+    termios after{};
+    ASSERT_EQ(::tcgetattr(watch, &after), 0);
+    EXPECT_EQ(::cfgetospeed(&after), static_cast<speed_t>(B19200));
+    EXPECT_NE(after.c_cflag & HUPCL, 0u);
+    EXPECT_EQ(after.c_lflag & (ECHO | ICANON | ISIG), 0u);
+    EXPECT_EQ(after.c_oflag & OPOST, 0u);
+    ::close(watch);
+}
+
+TEST(SerialPortPosix, WaitEndsWithItsTimeWithoutData) {
+    OpenTerminal open;
+    ASSERT_NE(open.receive, nullptr);
+    EXPECT_TRUE(WaitForData(open.receive.get(), 1));
+    std::uint32_t queued = 99;
+    EXPECT_TRUE(QueuedBytes(open.receive.get(), &queued));
+    EXPECT_EQ(queued, 0u);
+}
+
+TEST(SerialPortPosix, ArrivingByteEndsTheWait) {
+    OpenTerminal open;
+    ASSERT_NE(open.receive, nullptr);
+    Thread sender([&open] { open.terminal.Send({7}); });
+    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+    EXPECT_TRUE(BecomesQueued(open.receive.get(), 1));
+}
+
+TEST(SerialPortPosix, WakeEndsTheWaitAndAllLaterOnes) {
+    OpenTerminal open;
+    ASSERT_NE(open.receive, nullptr);
+    Thread waker([&open] { WakePort(open.port.get()); });
+    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+}
+
+TEST(SerialPortPosix, WriteThatNobodyTakesRunsIntoItsLimit) {
+    OpenTerminal open;
+    ASSERT_NE(open.transmit, nullptr);
+    const Bytes much(1 << 20, 0x55);
+    const TransferOutcome outcome =
+        WritePort(open.transmit.get(), much.data(), static_cast<std::uint32_t>(much.size()), 50);
+    EXPECT_EQ(outcome.step, TransferStep::kTimeout);
+    EXPECT_LT(outcome.bytes, much.size());
+}
+
+TEST(SerialPortPosix, WakeEndsAWriteThatNobodyTakes) {
+    OpenTerminal open;
+    ASSERT_NE(open.transmit, nullptr);
+    const Bytes much(1 << 20, 0x55);
+    Thread waker([&open] { WakePort(open.port.get()); });
+    const TransferOutcome outcome = WritePort(open.transmit.get(), much.data(),
+                                              static_cast<std::uint32_t>(much.size()), 3'600'000);
+    EXPECT_EQ(outcome.step, TransferStep::kWait);
+}
+
+TEST(SerialPortPosix, WriteLongerThanTheTtysBufferIsFinished) {
+    OpenTerminal open;
+    ASSERT_NE(open.transmit, nullptr);
+    Bytes much(100'000);
+    for (std::size_t i = 0; i < much.size(); ++i)
+        much[i] = static_cast<std::uint8_t>(i * 7);
+    Bytes received;
+    {
+        Thread reader([&] { received = open.terminal.Receive(much.size()); });
+        const TransferOutcome outcome = WritePort(open.transmit.get(), much.data(),
+                                                  static_cast<std::uint32_t>(much.size()), 10'000);
+        EXPECT_EQ(outcome.step, TransferStep::kDone);
+        EXPECT_EQ(outcome.bytes, much.size());
+    }
+    EXPECT_EQ(received, much);
+}
+
+TEST(SerialPortPosix, UnpluggedPortFailsInEveryOperation) {
+    OpenTerminal open;
+    ASSERT_NE(open.transmit, nullptr);
+    open.terminal.Unplug();
+    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+    std::uint32_t queued = 0;
+    EXPECT_FALSE(QueuedBytes(open.receive.get(), &queued));
+    EXPECT_EQ(OsLastError(), EIO);
+    std::uint8_t byte = 0;
+    const TransferOutcome read = ReadPort(open.receive.get(), &byte, 1);
+    EXPECT_EQ(read.step, TransferStep::kStart);
+    EXPECT_EQ(read.code, static_cast<std::uint32_t>(EIO));
+    const TransferOutcome written = WritePort(open.transmit.get(), &byte, 1, 500);
+    EXPECT_EQ(written.step, TransferStep::kStart);
+    EXPECT_EQ(written.code, static_cast<std::uint32_t>(EIO));
+}
+
+TEST(SerialPortPosix, ManyOpensLeaveNoDescriptorBehind) {
+    Terminal terminal;
+    const auto next_descriptor = [] {
+        const int probe = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+        ::close(probe);
+        return probe;
+    };
+    const int before = next_descriptor();
+    for (int i = 0; i < 100; ++i) {
+        const Port port(OpenPort(terminal.path.c_str()));
+        ASSERT_NE(port, nullptr);
+        const Transfer receive(CreateTransfer(port.get(), TransferKind::kReceive));
+        const Transfer transmit(CreateTransfer(port.get(), TransferKind::kTransmit));
+        EXPECT_EQ(OpenPort("/dev/null"), nullptr);
+    }
+    EXPECT_EQ(next_descriptor(), before);
+}
+
+// ---------------------------------------------------------------- the transport on it
+
+class SerialOnPty : public testing::Test {
+protected:
+    void SetUp() override {
+        config = {};
+        config.useSerial = true;
+        kSerialTransport.Init();
+        kSerialTransport.Start();
+    }
+    void TearDown() override {
+        kSerialTransport.Deinit();
+        UnplugAllPorts();
+    }
+    static PortState State() { return serial->port_states[3]; }
+    static DeviceQueues* Queues() { return &serial->ports[3].queues; }
+    // Plugs the terminal in as port 3 and plays the dongle's part of the handshake.
+    static bool Connect(Terminal& terminal) {
+        PlugPort(3, terminal.path);
+        if (terminal.Receive(8) != kSync) return false;
+        terminal.Send(kSync);
+        return Eventually([] { return State() == PortState::kConnected; });
+    }
+};
+
+Bytes Wire(std::uint32_t type, std::size_t length) {
+    Bytes packet(length);
+    StoreU32(packet.data(), type);
+    StoreU32(packet.data() + 4, static_cast<std::uint32_t>(length));
+    return packet;
+}
+
+TEST_F(SerialOnPty, PacketsTravelBothWays) {
+    Terminal terminal;
+    ASSERT_TRUE(Connect(terminal));
+    PacketPtr request = MakePacket(kTypeCreq, 4096);
+    request->Bytes()[4095] = 0x0A;
+    const Bytes expected(request->Bytes(), request->Bytes() + 4096);
+    ASSERT_TRUE(EnqueueTransmitPacket(Queues(), request));
+    EXPECT_EQ(terminal.Receive(4096), expected);
+
+    Bytes answer = Wire(kTypeCres, 300);
+    StoreU32(answer.data() + 16, 42);
+    answer[299] = 0x0D;
+    terminal.Send(Bytes(answer.begin(), answer.begin() + 5));
+    terminal.Send(Bytes(answer.begin() + 5, answer.end()));
+    const PacketPtr packet = WaitForPacket(Queues(), kTypeCres, 10'000, 42);
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(Bytes(packet->Bytes(), packet->Bytes() + packet->length), answer);
+}
+
+TEST_F(SerialOnPty, UnplugInTheMiddleOfAPacketClosesThePort) {
+    LogCapture log;
+    Terminal terminal;
+    ASSERT_TRUE(Connect(terminal));
+    Bytes half = Wire(kTypeCres, 300);
+    half.resize(100);
+    terminal.Send(half);
+    UnplugPort(3);
+    terminal.Unplug();
+    EXPECT_TRUE(Eventually([] { return State() == PortState::kUnused; }));
+    EXPECT_TRUE(Eventually([] { return !Queues()->available; }));
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM3 Instance stopped"); }));
+}
+
+TEST_F(SerialOnPty, ReplugConnectsAgain) {
+    for (int i = 0; i < 3; ++i) {
+        Terminal terminal;
+        ASSERT_TRUE(Connect(terminal)) << i;
+        terminal.Send(Wire(kTypePing, 8));
+        EXPECT_EQ(terminal.Receive(8), Wire(kTypeRepl, 8));
+        UnplugPort(3);
+        terminal.Unplug();
+        ASSERT_TRUE(Eventually([] { return State() == PortState::kUnused; }));
+    }
+}
+
+TEST_F(SerialOnPty, StopEndsAWriteToADongleThatDoesNotRead) {
+    Terminal terminal;
+    ASSERT_TRUE(Connect(terminal));
+    for (int i = 0; i < 100; ++i) {
+        PacketPtr packet = MakePacket(kTypeCreq, 4096);
+        ASSERT_TRUE(EnqueueTransmitPacket(Queues(), packet));
+    }
+    kSerialTransport.Stop();
+    EXPECT_FALSE(Queues()->available);
+    EXPECT_EQ(serial->ports[3].monitor_thread, nullptr) << "its threads have ended";
+}
+
+TEST_F(SerialOnPty, PortThatCannotBeOpenedNamesTheSystemsError) {
+    StdoutCapture console;
+    PlugPort(3, "/dev/there-is-no-such-port");
+    EXPECT_TRUE(Eventually([] { return State() == PortState::kFailed; }));
+    kSerialTransport.Stop();
+    EXPECT_NE(console.Text().find("Failed to open serial port: 2\n"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace tarvik::test
