@@ -86,7 +86,16 @@ void Pty::OnWatch() {
 void Pty::HostLeft() {
     host_there_ = false;
     outgoing_.clear();
+    DiscardUnread();
     handlers_.host_left();
+}
+
+// What a host leaves unread is gone with it, as with a real port; a pseudo-terminal would keep it
+// for the next one. Setting the attributes through the master flushes the other end's input.
+void Pty::DiscardUnread() {
+    termios settings = {};
+    ::tcflush(master_, TCOFLUSH);
+    if (::tcgetattr(master_, &settings) == 0) ::tcsetattr(master_, TCSAFLUSH, &settings);
 }
 
 void Pty::OnReady(std::uint32_t events) {

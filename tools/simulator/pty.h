@@ -49,6 +49,7 @@ private:
     void OnReady(std::uint32_t events);
     void OnWatch();
     void HostLeft();
+    void DiscardUnread();
     void Flush();
     void FlushPiece();
 
