@@ -37,6 +37,9 @@ void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& 
 // What a message box leaves on standard error: nothing where it is a window.
 std::string PrintedMessageBox(const std::string& text, const std::string& caption);
 
+// What a child leaves on its standard output of text that it prints on a console of its own.
+std::string PrintedOnConsole(const std::string& text);
+
 // Registers what RunChild runs; `body` returns the process's exit code.
 class ChildBody {
 public:

@@ -91,4 +91,6 @@ std::string PrintedMessageBox(const std::string& text, const std::string& captio
     return caption + "\n" + text + "\n";
 }
 
+std::string PrintedOnConsole(const std::string& text) { return text; }
+
 }  // namespace tarvik::test

@@ -115,4 +115,6 @@ void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& 
 
 std::string PrintedMessageBox(const std::string&, const std::string&) { return ""; }
 
+std::string PrintedOnConsole(const std::string&) { return ""; }
+
 }  // namespace tarvik::test

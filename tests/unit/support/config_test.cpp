@@ -1,0 +1,360 @@
+#include "support/config.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "platform/files.h"
+#include "unit/support/wrapped_platform.h"
+#include "unit/test_support.h"
+#include "unit/test_system.h"
+
+namespace tarvik {
+namespace {
+
+namespace fs = std::filesystem;
+using test::StdoutCapture;
+
+constexpr const char* kKeysInOrder[] = {"showDebug",
+                                        "enableCopTrace",
+                                        "enableDebugLogFile",
+                                        "useWebsocket",
+                                        "useSerial",
+                                        "useCloud",
+                                        "useBle",
+                                        "dummyDevice",
+                                        "useProxy",
+                                        "disableCertValidation",
+                                        "serverAddress",
+                                        "websocketAddress",
+                                        "proxyAddress",
+                                        "devicePrivateKey",
+                                        "serverPublicKey"};
+
+class ConfigFile : public testing::Test {
+protected:
+    fs::path UserFile() const {
+        return (folders_.User() / "Tarvik" / "Brennix" / "config.json").make_preferred();
+    }
+    fs::path LibraryFile() const { return folders_.Library() / "config.json"; }
+    void CreateUserFolder() const { fs::create_directories(UserFile().parent_path()); }
+
+    static std::string Resolved() {
+        char path[260] = "";
+        return ResolveConfigPath(path) ? path : "(failed)";
+    }
+    // What is printed while the record is loaded.
+    std::string Load() {
+        StdoutCapture console;
+        loaded_ = LoadConfig(&record_);
+        return Plain(console.Text());
+    }
+    Config LoadText(const std::string& text) {
+        test::WriteFile(LibraryFile(), text);
+        Load();
+        EXPECT_TRUE(loaded_);
+        return record_;
+    }
+    static std::string Plain(std::string text) {
+        std::erase(text, '\r');
+        return text;
+    }
+
+    test::TestFolders folders_;
+    Config record_{};
+    bool loaded_ = false;
+};
+
+// --- where the file is ---
+
+TEST_F(ConfigFile, UserFileIsPreferred) {
+    CreateUserFolder();
+    test::WriteFile(UserFile(), "{}");
+    test::WriteFile(LibraryFile(), "{}");
+    EXPECT_EQ(Resolved(), UserFile().string());
+}
+
+TEST_F(ConfigFile, WritableLibraryFileIsUsedWhereItIs) {
+    test::WriteFile(LibraryFile(), "{}");
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+    EXPECT_FALSE(fs::exists(UserFile()));
+}
+
+TEST_F(ConfigFile, WithoutAnyFileTheLibraryPathIsWhereOneWillBeCreated) {
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+}
+
+TEST_F(ConfigFile, UnknownLibraryFolderFailsUnlessThereIsAUserFile) {
+    test::HideLibraryFolder();
+    EXPECT_EQ(Resolved(), "(failed)");
+    CreateUserFolder();
+    test::WriteFile(UserFile(), "{}");
+    EXPECT_EQ(Resolved(), UserFile().string());
+}
+
+TEST_F(ConfigFile, ReadOnlyLibraryFileIsCopiedToTheUserPathAndTheCopyUsedFromThenOn) {
+    const std::string text = "{\"serverAddress\":\"" + std::string(5'000, 'a') + "\"}";
+    test::WriteFile(LibraryFile(), text);
+    const auto protection = test::ProtectFromWriting(LibraryFile().string());
+    EXPECT_EQ(Resolved(), UserFile().string());
+    EXPECT_EQ(test::ReadFile(UserFile()), text);
+    EXPECT_EQ(Resolved(), UserFile().string());
+}
+
+TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFolderIsUnknown) {
+    test::HideUserFolder();
+    test::WriteFile(LibraryFile(), "{}");
+    const auto protection = test::ProtectFromWriting(LibraryFile().string());
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+}
+
+TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFolderCannotBeCreated) {
+    test::WriteFile(folders_.User() / "Tarvik", "a file where a folder should be");
+    test::WriteFile(LibraryFile(), "{}");
+    const auto protection = test::ProtectFromWriting(LibraryFile().string());
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+}
+
+TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFileCannotBeCreated) {
+    fs::create_directories(UserFile());  // a folder where the file should be
+    test::WriteFile(LibraryFile(), "{}");
+    const auto protection = test::ProtectFromWriting(LibraryFile().string());
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+}
+
+// --- loading ---
+
+TEST_F(ConfigFile, EmptyObjectSwitchesEverythingOnThatNeedsNoAddress) {
+    const Config read = LoadText("{}");
+    EXPECT_TRUE(read.showDebug);
+    EXPECT_TRUE(read.enableCopTrace);
+    EXPECT_TRUE(read.enableDebugLogFile);
+    EXPECT_TRUE(read.useSerial);
+    EXPECT_TRUE(read.useCloud);
+    EXPECT_TRUE(read.useBle);
+    EXPECT_TRUE(read.dummyDevice);
+    EXPECT_TRUE(read.disableCertValidation);
+    EXPECT_FALSE(read.useWebsocket);
+    EXPECT_FALSE(read.useProxy);
+    EXPECT_STREQ(read.serverAddress, "");
+    EXPECT_STREQ(read.devicePrivateKey, "");
+}
+
+TEST_F(ConfigFile, MissingFileIsCreatedWithEveryTransportOffAndThenRead) {
+    record_.useSerial = true;
+    EXPECT_EQ(Load(),
+              "Creating default config file\nOpened config file: " + LibraryFile().string() + "\n");
+    EXPECT_TRUE(loaded_);
+    EXPECT_FALSE(record_.showDebug);
+    EXPECT_TRUE(record_.enableCopTrace);
+    EXPECT_TRUE(record_.enableDebugLogFile);
+    EXPECT_FALSE(record_.useWebsocket || record_.useSerial || record_.useCloud || record_.useBle ||
+                 record_.dummyDevice);
+    EXPECT_FALSE(record_.useProxy);
+    EXPECT_FALSE(record_.disableCertValidation);
+    EXPECT_EQ(Load(), "Opened config file: " + LibraryFile().string() + "\n");
+}
+
+TEST_F(ConfigFile, NewFileHasItsKeysInOrderOneALine) {
+    Load();
+    std::string expected = "{\n";
+    for (const char* key : kKeysInOrder) {
+        const bool text =
+            std::strstr(key, "Address") != nullptr || std::strstr(key, "Key") != nullptr;
+        const bool on = std::string(key).starts_with("enable");
+        expected += "  \"" + std::string(key) + "\":" + (text ? "\"\"" : on ? "true" : "false");
+        expected += key == std::string("serverPublicKey") ? "\n}" : ",\n";
+    }
+    EXPECT_EQ(Plain(test::ReadFile(LibraryFile())), expected);
+}
+
+TEST_F(ConfigFile, FileThatCannotBeCreatedNextToTheLibraryIsCreatedForTheUser) {
+    CreateUserFolder();
+    fs::remove(folders_.Library());
+    EXPECT_EQ(Load(),
+              "Creating default config file\n"
+              "Failed to create config file: " +
+                  LibraryFile().string() +
+                  "\n"
+                  "Opened config file: " +
+                  UserFile().string() + "\n");
+    EXPECT_TRUE(loaded_);
+    EXPECT_TRUE(fs::exists(UserFile()));
+}
+
+TEST_F(ConfigFile, FailedLoadLeavesTheRecordAsItWas) {
+    fs::remove(folders_.Library());
+    record_.useProxy = true;
+    std::strcpy(record_.serverAddress, "kept");
+    EXPECT_EQ(Load(),
+              "Creating default config file\n"
+              "Failed to create config file: " +
+                  LibraryFile().string() +
+                  "\n"
+                  "Failed to create config file: " +
+                  UserFile().string() + "\n");
+    EXPECT_FALSE(loaded_);
+    EXPECT_TRUE(record_.useProxy);
+    EXPECT_STREQ(record_.serverAddress, "kept");
+    EXPECT_FALSE(fs::exists(UserFile()));  // its folder is not created here
+}
+
+TEST_F(ConfigFile, UnknownPathFailsTheLoad) {
+    test::HideLibraryFolder();
+    EXPECT_EQ(Load(), "Failed to get config file path\n");
+    EXPECT_FALSE(loaded_);
+}
+
+TEST_F(ConfigFile, AllKeysAreRead) {
+    const Config read = LoadText(
+        R"({"showDebug":false,"enableCopTrace":false,"enableDebugLogFile":false,
+            "useWebsocket":true,"useSerial":false,"useCloud":false,"useBle":false,
+            "dummyDevice":false,"useProxy":true,"disableCertValidation":false,
+            "serverAddress":"relay:1","websocketAddress":"wss://relay/x",
+            "proxyAddress":"proxy:2","devicePrivateKey":"00ff","serverPublicKey":"04aa",
+            "unknown":{"nested":[1,2]}})");
+    EXPECT_FALSE(read.showDebug || read.enableCopTrace || read.enableDebugLogFile ||
+                 read.useSerial || read.useCloud || read.useBle || read.dummyDevice ||
+                 read.disableCertValidation);
+    EXPECT_TRUE(read.useWebsocket);
+    EXPECT_TRUE(read.useProxy);
+    EXPECT_STREQ(read.serverAddress, "relay:1");
+    EXPECT_STREQ(read.websocketAddress, "wss://relay/x");
+    EXPECT_STREQ(read.proxyAddress, "proxy:2");
+    EXPECT_STREQ(read.devicePrivateKey, "00ff");
+    EXPECT_STREQ(read.serverPublicKey, "04aa");
+}
+
+TEST_F(ConfigFile, ProxyAndWebsocketNeedTheirAddresses) {
+    EXPECT_FALSE(LoadText(R"({"useProxy":true,"proxyAddress":""})").useProxy);
+    EXPECT_TRUE(LoadText(R"({"useProxy":true,"proxyAddress":"p:1"})").useProxy);
+    EXPECT_FALSE(LoadText(R"({"proxyAddress":"p:1"})").useProxy);  // absent is off for this one
+    EXPECT_FALSE(LoadText(R"({"useWebsocket":true})").useWebsocket);
+    EXPECT_TRUE(LoadText(R"({"websocketAddress":"w"})").useWebsocket);
+    EXPECT_FALSE(LoadText(R"({"useWebsocket":false,"websocketAddress":"w"})").useWebsocket);
+}
+
+TEST_F(ConfigFile, OtherJsonTypesCountAsTheParserConvertsThem) {
+    const Config read = LoadText(
+        R"({"useSerial":0,"useCloud":1,"useBle":"","dummyDevice":"x","serverAddress":42})");
+    EXPECT_FALSE(read.useSerial);
+    EXPECT_TRUE(read.useCloud);
+    EXPECT_FALSE(read.useBle);
+    EXPECT_TRUE(read.dummyDevice);
+    EXPECT_STREQ(read.serverAddress, "42");
+}
+
+TEST_F(ConfigFile, NullCountsAsMissing) {
+    const Config read = LoadText(R"({"useSerial":null,"serverAddress":null})");
+    EXPECT_TRUE(read.useSerial);
+    EXPECT_STREQ(read.serverAddress, "");
+}
+
+TEST_F(ConfigFile, TextThatIsNoObjectLeavesEveryKeyMissing) {
+    for (const char* text : {"", "no json", "[false]", "{\"useSerial\":false", "false", "\0"}) {
+        const Config read = LoadText(text);
+        EXPECT_TRUE(read.useSerial) << text;
+        EXPECT_FALSE(read.useProxy) << text;
+    }
+}
+
+std::string PaddedTo(std::size_t size) {
+    std::string text = R"({"useSerial":false,)";
+    const std::string end = R"("x":"")"
+                            "}";
+    return text + std::string(size - text.size() - end.size(), ' ') + end;
+}
+
+TEST_F(ConfigFile, FileOf1024BytesIsReadWhole) {
+    EXPECT_EQ(PaddedTo(1024).size(), 1024u);
+    EXPECT_FALSE(LoadText(PaddedTo(1024)).useSerial);
+}
+
+TEST_F(ConfigFile, OfAFileOf1025BytesTheLastIsNotReadSoThatEveryKeyIsMissing) {
+    EXPECT_TRUE(LoadText(PaddedTo(1025)).useSerial);
+}
+
+TEST_F(ConfigFile, WhatStandsBehindByte1024IsIgnored) {
+    EXPECT_FALSE(LoadText(PaddedTo(1024) + "garbage").useSerial);
+}
+
+TEST_F(ConfigFile, LongTextIsCutToItsField) {
+    const std::string key(200, 'k');
+    EXPECT_EQ(LoadText(R"({"devicePrivateKey":")" + key + "\"}").devicePrivateKey,
+              key.substr(0, 127));
+    const std::string address(300, 'a');
+    EXPECT_EQ(LoadText(R"({"serverAddress":")" + address + "\"}").serverAddress,
+              address.substr(0, 255));
+}
+
+// --- writing ---
+
+TEST_F(ConfigFile, NullRecordIsRefused) {
+    StdoutCapture console;
+    EXPECT_FALSE(WriteConfig(nullptr));
+    EXPECT_EQ(Plain(console.Text()), "WriteConfig: NULL config pointer\n");
+}
+
+TEST_F(ConfigFile, WrittenRecordIsReadBackTheSame) {
+    record_ = LoadText(R"({"useProxy":true,"proxyAddress":"http://p:1/","serverPublicKey":"04"})");
+    std::strcpy(record_.devicePrivateKey, std::string(64, 'e').c_str());
+    const Config written = record_;
+    {
+        StdoutCapture console;
+        EXPECT_TRUE(WriteConfig(&written));
+        EXPECT_EQ(Plain(console.Text()),
+                  "Config file written successfully: " + LibraryFile().string() + "\n");
+    }
+    const std::string text = test::ReadFile(LibraryFile());
+    std::size_t at = 0;
+    for (const char* key : kKeysInOrder) {
+        const std::size_t found = text.find("\"" + std::string(key) + "\":");
+        ASSERT_NE(found, std::string::npos) << key;
+        EXPECT_GT(found, at) << key;
+        at = found;
+    }
+    record_ = {};
+    Load();
+    EXPECT_EQ(std::memcmp(&record_, &written, sizeof written), 0);
+}
+
+TEST_F(ConfigFile, UnknownKeysAreLostOnWriting) {
+    LoadText(R"({"unknown":1})");
+    StdoutCapture console;
+    EXPECT_TRUE(WriteConfig(&record_));
+    EXPECT_EQ(test::ReadFile(LibraryFile()).find("unknown"), std::string::npos);
+}
+
+TEST_F(ConfigFile, WritingTruncatesALongerFile) {
+    LoadText(PaddedTo(1024) + std::string(9'000, ' '));
+    StdoutCapture console;
+    EXPECT_TRUE(WriteConfig(&record_));
+    EXPECT_LT(fs::file_size(LibraryFile()), 1'000u);
+}
+
+TEST_F(ConfigFile, FolderOfTheFileIsCreatedForWriting) {
+    fs::remove(folders_.Library());
+    StdoutCapture console;
+    EXPECT_TRUE(WriteConfig(&record_));
+    EXPECT_TRUE(fs::exists(LibraryFile()));
+}
+
+TEST_F(ConfigFile, UnwritablePathFailsTheWriting) {
+    fs::create_directories(LibraryFile());  // a folder where the file should be
+    StdoutCapture console;
+    EXPECT_FALSE(WriteConfig(&record_));
+    EXPECT_EQ(Plain(console.Text()),
+              "Failed to open config file for writing: " + LibraryFile().string() + "\n");
+}
+
+TEST_F(ConfigFile, UnknownPathFailsTheWriting) {
+    test::HideLibraryFolder();
+    StdoutCapture console;
+    EXPECT_FALSE(WriteConfig(&record_));
+    EXPECT_EQ(Plain(console.Text()), "Failed to get config file path\n");
+}
+
+}  // namespace
+}  // namespace tarvik

@@ -1,0 +1,114 @@
+#include "support/device_log.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "support/memory.h"
+#include "unit/support/wrapped_platform.h"
+#include "unit/test_support.h"
+
+namespace tarvik {
+namespace {
+
+using test::StdoutCapture;
+
+void Feed(const std::string& text) { ProcessDeviceLogText(text.data(), text.size()); }
+
+// Brings the buffer back to holding no unfinished line.
+class DeviceLog : public testing::Test {
+protected:
+    ~DeviceLog() override {
+        StdoutCapture ignored;
+        Feed("\n");
+    }
+};
+
+std::string Printed(const std::string& text) {
+    StdoutCapture console;
+    Feed(text);
+    std::string printed = console.Text();
+    std::erase(printed, '\r');  // of a text stream
+    return printed;
+}
+
+TEST_F(DeviceLog, LineIsPrintedWhenItsLineFeedComesAndTheRestIsKept) {
+    EXPECT_EQ(Printed("ab"), "");
+    EXPECT_EQ(Printed("c\nd"), "[LOG] abc\n");
+    EXPECT_EQ(Printed("e\n"), "[LOG] de\n");
+}
+
+TEST_F(DeviceLog, SeveralLinesOfOnePacketArePrintedInOrder) {
+    EXPECT_EQ(Printed("one\ntwo\n\nthree\nrest"), "[LOG] one\n[LOG] two\n[LOG] \n[LOG] three\n");
+    EXPECT_EQ(Printed("\n"), "[LOG] rest\n");
+}
+
+TEST_F(DeviceLog, OnlyBytesBeforeANulCount) {
+    EXPECT_EQ(Printed(std::string("seen\0lost\n", 10)), "");
+    EXPECT_EQ(Printed("!\n"), "[LOG] seen!\n");
+}
+
+TEST_F(DeviceLog, EmptyTextChangesNothing) {
+    EXPECT_EQ(Printed("kept"), "");
+    EXPECT_EQ(Printed(""), "");
+    ProcessDeviceLogText("unread", 0);
+    EXPECT_EQ(Printed("\n"), "[LOG] kept\n");
+}
+
+TEST_F(DeviceLog, PercentSignsAreText) { EXPECT_EQ(Printed("%s %n\n"), "[LOG] %s %n\n"); }
+
+TEST_F(DeviceLog, OneBlockHoldsTheUnfinishedLine) {
+    EXPECT_EQ(Printed("x\n"), "[LOG] x\n");
+    const MemoryUse before = LiveMemory();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(Printed("y"), "");
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
+    EXPECT_EQ(Printed("\n"), "[LOG] " + std::string(100, 'y') + "\n");
+}
+
+TEST_F(DeviceLog, FailedGrowthDiscardsTheBuffer) {
+    EXPECT_EQ(Printed("lost"), "");
+    StdoutCapture console;
+    {
+        const test::ExhaustedHeap heap(1);
+        ProcessDeviceLogText("lost\n", 5);
+    }
+    EXPECT_NE(console.Text().find("Failed to reallocate memory for log buffer"), std::string::npos);
+    EXPECT_EQ(Printed("new\n"), "[LOG] new\n");
+}
+
+TEST_F(DeviceLog, FailedFirstAllocationDropsThePacket) {
+    {
+        StdoutCapture discarded;
+        const test::ExhaustedHeap heap(1);
+        ProcessDeviceLogText("x", 1);
+    }
+    StdoutCapture console;
+    {
+        const test::ExhaustedHeap heap(1);
+        ProcessDeviceLogText("lost\n", 5);
+    }
+    EXPECT_NE(console.Text().find("Failed to allocate memory for log buffer"), std::string::npos);
+    EXPECT_EQ(Printed("new\n"), "[LOG] new\n");
+}
+
+TEST_F(DeviceLog, PortsThatReceiveAtOnceDoNotTearLines) {
+    StdoutCapture console;
+    {
+        const auto feed = [] {
+            for (int i = 0; i < 300; ++i)
+                Feed("whole line\n");
+        };
+        test::Thread first(feed);
+        test::Thread second(feed);
+    }
+    std::string expected;
+    for (int i = 0; i < 600; ++i)
+        expected += "[LOG] whole line\n";
+    std::string printed = console.Text();
+    std::erase(printed, '\r');
+    EXPECT_EQ(printed, expected);
+}
+
+}  // namespace
+}  // namespace tarvik
