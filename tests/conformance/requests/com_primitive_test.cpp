@@ -1,0 +1,365 @@
+#include <gtest/gtest.h>
+
+#include "conformance/framework/callbacks.h"
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/fresh_process.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/waiting.h"
+#include "conformance/requests/vehicle.h"
+
+namespace conformance {
+namespace {
+
+using ComPrimitives = SerialDongle;
+
+std::vector<UNUM32> LinkStates(Link& link) {
+    std::vector<UNUM32> states;
+    while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
+        if (event->ItemType == PDU_IT_STATUS && event->hCop == PDU_HANDLE_UNDEF) {
+            states.push_back(StatusOf(*event));
+        }
+    }
+    return states;
+}
+
+// Runs on this link until everything started before has been worked on.
+void Settle(Link& link) {
+    const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM);
+    EXPECT_TRUE(Eventually([&] {
+        return Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP) ==
+               PDU_ERR_INVALID_HANDLE;
+    }));
+}
+
+TEST_F(ComPrimitives, OfflineLinkRefusesAndConsumesNoHandle) {
+    EngineLink link(hMod);
+    const UNUM32 before = link.Start(PDU_COPT_UPDATEPARAM);
+    ASSERT_EQ(link.Disconnect(), PDU_STATUS_NOERROR);
+    const LogCapture log;
+    UNUM32 hCoP = 4711;
+    EXPECT_EQ(Pdu().PDUStartComPrimitive(link.hMod(), link.hCLL(), PDU_COPT_UPDATEPARAM, 0, nullptr,
+                                         nullptr, nullptr, &hCoP),
+              PDU_ERR_CLL_NOT_CONNECTED);
+    EXPECT_EQ(hCoP, 4711u);
+    EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Returning PDU_ERR_CLL_NOT_CONNECTED"));
+    link.Connect();
+    EXPECT_EQ(link.Start(PDU_COPT_UPDATEPARAM), before + 1);
+}
+
+TEST_F(ComPrimitives, InvalidLinkIsRefused) {
+    const LogCapture log;
+    UNUM32 hCoP = 0;
+    EXPECT_EQ(Pdu().PDUStartComPrimitive(hMod, 77, PDU_COPT_UPDATEPARAM, 0, nullptr, nullptr,
+                                         nullptr, &hCoP),
+              PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, 77, 1), PDU_ERR_INVALID_HANDLE);
+    EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Returning PDU_ERR_INVALID_HANDLE"));
+    EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Returning PDU_ERR_INVALID_HANDLE"));
+}
+
+TEST_F(ComPrimitives, UpdateAndRestoreParamProduceExactlyOneStatusItem) {
+    EngineLink link(hMod);
+    for (const UNUM32 type : {PDU_COPT_UPDATEPARAM, PDU_COPT_RESTORE_PARAM}) {
+        const LogCapture log;
+        const UNUM32 hCoP = link.Start(type);
+        const Outcome outcome = link.WaitFor(hCoP);
+        EXPECT_EQ(outcome.states, std::vector<UNUM32>{PDU_COPST_FINISHED});
+        Settle(link);
+        std::size_t more = 0;
+        while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
+            more += event->hCop == hCoP ? 1u : 0u;
+        }
+        EXPECT_EQ(more, 0u);
+        // Without control data the log shows zeros and no flags.
+        EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   NumSendCycles                0"));
+        EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   NumReceiveCycles             0"));
+        EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   TxFlag                       "));
+    }
+}
+
+TEST_F(ComPrimitives, DelayIsQueuedAndLoggedAndProducesNothing) {
+    EngineLink link(hMod);
+    const LogCapture log;
+    const UNUM32 hCoP = link.Start(PDU_COPT_DELAY);
+    EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Unhandled: 8005"));
+    Settle(link);
+    while (const auto event = NextEvent(link.hMod(), link.hCLL())) EXPECT_NE(event->hCop, hCoP);
+    EXPECT_TRUE(log.Has("[CommThreadFunc] free CoP #" + std::to_string(hCoP)));
+}
+
+TEST_F(ComPrimitives, StartCommFinishesThenTakesTheLinkToCommStarted) {
+    EngineLink link(hMod);
+    SetNumber("CP_TesterPresentTime", 2'000'000);
+    SetBytes("CP_TesterPresentMessage", {0x3E, 0x80});
+    const LogCapture log;
+    const UNUM32 hCoP = link.Start(PDU_COPT_STARTCOMM);
+    EXPECT_EQ(link.WaitFor(hCoP).states, std::vector<UNUM32>{PDU_COPST_FINISHED});
+    EXPECT_TRUE(Eventually([&] { return link.State() == PDU_CLLST_COMM_STARTED; }));
+    ASSERT_TRUE(simulator.WaitFor(1, "in TSPR"));
+    const nlohmann::json packet = simulator.Last(1, "in TSPR")[0];
+    EXPECT_EQ(packet["length"], 18);
+    EXPECT_EQ(packet["fields"]["period_ms"], 2000);
+    EXPECT_EQ(packet["fields"]["value"], 0x700);
+    EXPECT_EQ(packet["fields"]["message"], "3E80");
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]   [CoP#" + std::to_string(hCoP) +
+                            "] Enable TesterPresent with 2 byte every 2000 ms"));
+    EXPECT_EQ(LinkStates(link), std::vector<UNUM32>{PDU_CLLST_COMM_STARTED});
+
+    const UNUM32 stop = link.Start(PDU_COPT_STOPCOMM);
+    EXPECT_EQ(link.WaitFor(stop).states, std::vector<UNUM32>{PDU_COPST_FINISHED});
+    ASSERT_TRUE(simulator.WaitFor(2, "in TSPR"));
+    const nlohmann::json off = simulator.Last(1, "in TSPR")[0];
+    EXPECT_EQ(off["length"], 16);
+    EXPECT_EQ(off["fields"]["period_ms"], 0);
+    EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]   [CoP#" + std::to_string(stop) +
+                            "] Disable TesterPresent"));
+}
+
+TEST_F(ComPrimitives, TesterPresentMessageOf33BytesIsNeverSentAndOf32Is) {
+    EngineLink link(hMod);
+    SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(33, 0x3E));
+    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
+    Settle(link);
+    // Another request behind it: whatever was to be sent has been sent.
+    link.Request(ReadVin());
+    EXPECT_EQ(simulator.Count("in TSPR"), 0u);
+    SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(32, 0x3E));
+    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
+    EXPECT_TRUE(simulator.WaitFor(1, "in TSPR"));
+    SetBytes("CP_TesterPresentMessage", {});
+    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
+    Settle(link);
+    link.Request(ReadVin());
+    EXPECT_EQ(simulator.Count("in TSPR"), 1u);
+}
+
+TEST_F(ComPrimitives, ConnectAfterStartCommGoesBackToOnline) {
+    EngineLink link(hMod);
+    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
+    ASSERT_TRUE(Eventually([&] { return link.State() == PDU_CLLST_COMM_STARTED; }));
+    EXPECT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
+}
+
+TEST_F(ComPrimitives, QueuedOneIsCancelledBeforeItsTurnAndReportedAsCancelled) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"delay_ms": 300})");
+    ControlData control(PositiveRead());
+    const UNUM32 running = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 queued = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.WaitFor(running).FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(link.WaitFor(queued).FinalState(), PDU_COPST_CANCELLED);
+}
+
+TEST_F(ComPrimitives, SingleRequestInFlightNoticesItsCancellationAtTheEnd) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"delay_ms": 200})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    ASSERT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    const Outcome outcome = link.WaitFor(hCoP);
+    EXPECT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);
+}
+
+// Inside the callback of its final state a ComPrimitive is finished and not released yet.
+TEST_F(ComPrimitives, CancellingAFinishedOneSucceedsUntilItIsReleased) {
+    EngineLink link(hMod);
+    const LogCapture log;
+    CallbackSpy spy;
+    std::vector<T_PDU_ERROR> inside;
+    spy.OnCall([&](const CallbackCall& call) {
+        while (const auto event = NextEvent(call.hMod, call.hCLL)) {
+            if (StatusOf(*event) != PDU_COPST_FINISHED) continue;
+            inside.push_back(Pdu().PDUCancelComPrimitive(call.hMod, call.hCLL, event->hCop));
+        }
+    });
+    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM);
+    ASSERT_TRUE(spy.WaitForCalls(1));
+    EXPECT_TRUE(Eventually([&] {
+        return Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP) ==
+               PDU_ERR_INVALID_HANDLE;
+    }));
+    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), nullptr);
+    EXPECT_EQ(inside, std::vector<T_PDU_ERROR>{PDU_STATUS_NOERROR});
+    const std::string id = std::to_string(hCoP);
+    EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] CoP id " + id + " already finished"));
+    EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Could not find CoP id " + id +
+                        ", Returning PDU_ERR_INVALID_HANDLE"));
+}
+
+TEST_F(ComPrimitives, ControlDataIsCopiedAtTheStart) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"delay_ms": 100})");
+    UNUM32 hCoP = 0;
+    {
+        ControlData control(PositiveRead());
+        hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    }
+    EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
+}
+
+TEST_F(ComPrimitives, TagsComeBackUnchangedAndAreNeverReadThrough) {
+    EngineLink link(hMod, reinterpret_cast<void*>(std::uintptr_t{3}));
+    CallbackSpy spy;
+    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    void* tag = reinterpret_cast<void*>(std::uintptr_t{0xFFFFFFFFFFFFFFFF});
+    const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM, {}, nullptr, tag);
+    ASSERT_TRUE(spy.WaitForCalls(1));
+    const auto event = NextEvent(link.hMod(), link.hCLL());
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->hCop, hCoP);
+    EXPECT_EQ(event->pCoPTag, tag);
+    EXPECT_EQ(spy.Calls()[0].cll_tag, reinterpret_cast<void*>(std::uintptr_t{3}));
+    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), nullptr);
+}
+
+TEST_F(ComPrimitives, AThousandInARowAllFinish) {
+    EngineLink link(hMod);
+    ControlData control(PositiveRead());
+    std::size_t results = 0;
+    for (int i = 0; i < 1000; ++i) {
+        results += link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()))
+                       .results.size();
+    }
+    EXPECT_EQ(results, 1000u);
+}
+
+TEST_F(ComPrimitives, DestroyedLinkEndsItsRequestInFlight) {
+    const LogCapture log;
+    {
+        EngineLink link(hMod);
+        simulator.Command(R"(behaviour {"lost": true})");
+        ControlData control;
+        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        ASSERT_EQ(link.Destroy(), PDU_STATUS_NOERROR);
+    }
+    const std::uint64_t before = TickMs();
+    EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
+    EXPECT_LT(TickMs() - before, 5000u) << "an attempt alone lasts 10 s";
+    EXPECT_TRUE(log.Has("[CommThreadFunc] cleanup"));
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc]   free CoP #*"));
+}
+
+TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
+    EngineLink link(hMod);
+    simulator.Command(R"(behaviour {"lost": true})");
+    ControlData control;
+    link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    CallbackSpy spy;
+    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    const LogCapture log;
+    const std::uint64_t before = TickMs();
+    EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_LT(TickMs() - before, 8000u) << "an attempt alone lasts 10 s";
+    EXPECT_EQ(log.CountLike("*did not exit, terminating"), 0u);
+    EXPECT_EQ(log.MissingOf({"[PDUDestruct] Called", "[PDUDestruct] Checking * logical links for module 0",
+                             "[PDUDestruct] Stopping logical link #* on module #0",
+                             "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #*)",
+                             "[PDUDestruct] Closing Thread handle 0x* (LogicalLink #*)",
+                             "[PDUDestruct] Closing Mutex handle 0x* (LogicalLink #*)",
+                             "[PDUDestruct] Cleaned up * logical links for module 0",
+                             "[PDUDestruct] Clearing ModuleDevices array (1 modules present)",
+                             "[PDUDestruct] Clearing module slot 0 (Transport: 1, MAC: *)",
+                             "[PDUDestruct] ModuleDevices array cleared, count reset to 0",
+                             "[PDUDestruct] Returning PDU_STATUS_NOERROR"}),
+              "");
+}
+
+// The status query of a ComPrimitive keeps the module lock, so these have a process of their own.
+
+class Polled {
+public:
+    Polled() {
+        Pdu();
+        Settings{.useSerial = true}.Store();
+        EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        hMod = FindModule();
+        simulator.Reset();
+    }
+    ~Polled() { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }
+
+    Simulator simulator;
+    UNUM32 hMod = PDU_HANDLE_UNDEF;
+};
+
+FRESH_PROCESS_TEST(PolledComPrimitive, FirstHandleOfTheProcessIsOneAndCountsAcrossLinks) {
+    Polled library;
+    EngineLink first(library.hMod);
+    EngineLink second(library.hMod);
+    EXPECT_EQ(first.Start(PDU_COPT_UPDATEPARAM), 1u);
+    EXPECT_EQ(second.Start(PDU_COPT_UPDATEPARAM), 2u);
+    EXPECT_EQ(first.Start(PDU_COPT_UPDATEPARAM), 3u);
+}
+
+FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundUnderWrongHandlesAndStillGetsItsResult) {
+    Polled library;
+    EngineLink link(library.hMod);
+    library.simulator.Command(R"(next 1 {"delay_ms": 300})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const LogCapture log;
+    UNUM32 status = 0;
+    UNUM32 timestamp = 0;
+    UNUM32 extra = 99;
+    EXPECT_TRUE(Eventually([&] {
+        EXPECT_EQ(Pdu().PDUGetStatus(200, 200, hCoP, &status, &timestamp, &extra),
+                  PDU_STATUS_NOERROR);
+        return status == PDU_COPST_EXECUTING;
+    }));
+    EXPECT_EQ(extra, 0u);
+    EXPECT_NE(timestamp, 0u);
+    EXPECT_TRUE(log.Has("[PDUGetStatus] Returning PDU_STATUS_NOERROR, *pStatusCode=32785"));
+    EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
+}
+
+FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryKeepsOtherThreadsOutUntilTheDestruct) {
+    Polled library;
+    EngineLink link(library.hMod);
+    library.simulator.Command(R"(next 1 {"delay_ms": 300})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    UNUM32 status = 0;
+    ASSERT_EQ(Pdu().PDUGetStatus(library.hMod, link.hCLL(), hCoP, &status, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
+    Gate entered;
+    Gate answered;
+    Thread other([&] {
+        entered.Open();
+        Pdu().PDUModuleConnect(library.hMod);
+        answered.Open();
+    });
+    ASSERT_TRUE(entered.Wait());
+    EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
+    EXPECT_FALSE(answered.Wait(std::chrono::milliseconds(200)));
+    EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(answered.Wait());
+    EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+}
+
+FRESH_PROCESS_TEST(PolledComPrimitive, UnknownHandleIsRefusedAndKeepsNothing) {
+    Polled library;
+    const LogCapture log;
+    UNUM32 status = 5;
+    UNUM32 extra = 99;
+    UNUM32 timestamp = 0;
+    EXPECT_EQ(Pdu().PDUGetStatus(library.hMod, 0, 123456, &status, &timestamp, &extra),
+              PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(status, 5u);
+    EXPECT_EQ(extra, 0u);
+    EXPECT_NE(timestamp, 0u);
+    EXPECT_TRUE(log.Has("[PDUGetStatus] hCoP not found, Returning PDU_ERR_INVALID_HANDLE"));
+    const UNUM32 module = library.hMod;
+    EXPECT_TRUE(EndsInTime([module] { Pdu().PDUModuleConnect(module); }));
+}
+
+}  // namespace
+}  // namespace conformance

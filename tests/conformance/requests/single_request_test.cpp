@@ -1,0 +1,366 @@
+#include <gtest/gtest.h>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/waiting.h"
+#include "conformance/requests/vehicle.h"
+
+namespace conformance {
+namespace {
+
+using SingleRequest = SerialDongle;
+
+nlohmann::json LastRequest(Simulator& simulator) {
+    const nlohmann::json entries = simulator.Last(1, "in CREQ");
+    return entries.empty() ? nlohmann::json::object() : entries[0]["fields"];
+}
+
+TEST_F(SingleRequest, IsAnsweredByOneResultBetweenExecutingAndFinished) {
+    EngineLink link(hMod);
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    EXPECT_EQ(outcome.states, (std::vector<UNUM32>{PDU_COPST_EXECUTING, PDU_COPST_FINISHED}));
+    EXPECT_TRUE(outcome.errors.empty());
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(Hex(outcome.results[0].data).substr(0, 8), "62 F1 90");
+    EXPECT_EQ(outcome.results[0].data.size(), 20u);
+    EXPECT_EQ(outcome.results[0].acceptance_id, 7u);
+    EXPECT_EQ(outcome.results[0].unique_id, 0u);
+}
+
+TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
+    EngineLink link(hMod);
+    ControlData control;
+    int tag = 0;
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data(), &tag);
+    bool seen = false;
+    ASSERT_TRUE(Eventually([&] {
+        const auto event = NextEvent(link.hMod(), link.hCLL());
+        if (!event || event->ItemType != PDU_IT_RESULT) return false;
+        const auto& result = *static_cast<PDU_RESULT_DATA*>(event->pData);
+        EXPECT_EQ(event->hCop, hCoP);
+        EXPECT_EQ(event->pCoPTag, &tag);
+        EXPECT_EQ(result.RxFlag.NumFlagBytes, 4u);
+        for (UNUM32 i = 0; i < 4; ++i) EXPECT_EQ(result.RxFlag.pFlagData[i], 0u);
+        EXPECT_EQ(result.TimestampFlags.NumFlagBytes, 0u);
+        EXPECT_EQ(result.TxMsgDoneTimestamp, 0u);
+        EXPECT_EQ(result.StartMsgTimestamp, 0u);
+        EXPECT_EQ(result.pExtraInfo, nullptr);
+        seen = true;
+        return true;
+    }));
+    EXPECT_TRUE(seen);
+    link.WaitFor(hCoP);
+}
+
+TEST_F(SingleRequest, EmptyTableUsesTheGlobalIdentifiers) {
+    EngineLink link(hMod);
+    UniqueTable empty;
+    ASSERT_EQ(Pdu().PDUSetUniqueRespIdTable(link.hMod(), link.hCLL(), empty.Item()),
+              PDU_STATUS_NOERROR);
+    SetNumber("CP_CanPhysReqId", kGearboxRequest);
+    SetNumber("CP_CanRespUSDTId", kGearboxResponse);
+    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
+    EXPECT_EQ(LastRequest(simulator)["physical"], "7E1");
+    EXPECT_EQ(LastRequest(simulator)["response"], "7E9");
+}
+
+TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
+    SetNumber("CP_CanPhysReqId", kGearboxRequest);
+    SetNumber("CP_CanRespUSDTId", kGearboxResponse);
+    Link link(hMod);
+    link.Address(kAbsRequest, kAbsResponse);
+    SetNumber("CP_P2Max", 1'000'000);
+    link.Connect();
+    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
+    EXPECT_EQ(LastRequest(simulator)["physical"], "713");
+    EXPECT_EQ(LastRequest(simulator)["response"], "77D");
+}
+
+TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotReachTheLink) {
+    SetNumber("CP_CanPhysReqId", kGearboxRequest);
+    SetNumber("CP_CanRespUSDTId", kGearboxResponse);
+    SetNumber("CP_P2Max", 1'000'000);
+    Link link(hMod);
+    SetNumber("CP_CanPhysReqId", kEngineRequest);
+    SetNumber("CP_CanRespUSDTId", kEngineResponse);
+    link.Connect();
+    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
+    EXPECT_EQ(LastRequest(simulator)["physical"], "7E1");
+}
+
+TEST_F(SingleRequest, BothRequestIdentifiersInThePacketAreThePhysicalOne) {
+    EngineLink link(hMod);
+    SetNumber("CP_CanFuncReqId", kFunctionalRequest);
+    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
+    EXPECT_EQ(LastRequest(simulator)["functional"], "7E0");
+    EXPECT_EQ(LastRequest(simulator)["physical"], "7E0");
+}
+
+TEST_F(SingleRequest, TimeoutIsP2MaxDividedBy2000AndTheDongleGets500More) {
+    EngineLink link(hMod);
+    SetNumber("CP_P2Max", 50000);
+    link.Request(ReadVin());
+    EXPECT_EQ(LastRequest(simulator)["timeout_ms"], 525);
+    SetNumber("CP_P2Max", 1999);
+    link.Request(ReadVin());
+    EXPECT_EQ(LastRequest(simulator)["timeout_ms"], 500);
+}
+
+TEST_F(SingleRequest, UnmatchedResponsesGiveTenErrors259ThenFinished) {
+    EngineLink link(hMod);
+    const LogCapture log;
+    const Outcome outcome =
+        link.Request(ReadVin(), {{.type = 0, .mask = {0xFF}, .pattern = {0x11}}});
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>(10, 259));
+    EXPECT_TRUE(outcome.results.empty());
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(simulator.Count("in CREQ"), 10u);
+    EXPECT_EQ(log.CountLike("[CommThreadFunc:*]  No match"), 10u);
+    EXPECT_EQ(log.CountLike("[CommThreadFunc:*]      no match"), 10u);
+}
+
+TEST_F(SingleRequest, FirstMatchingExpectedResponseGivesItsAcceptanceId) {
+    EngineLink link(hMod);
+    const Outcome outcome = link.Request(
+        ReadVin(), {{.type = 1, .acceptance_id = 1, .mask = {0xFF}, .pattern = {0x11}},
+                    {.type = 0, .acceptance_id = 2, .mask = {0xFF, 0xFF}, .pattern = {0x62, 0xF1}},
+                    {.type = 0, .acceptance_id = 3, .mask = {}, .pattern = {}}});
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(outcome.results[0].acceptance_id, 2u);
+}
+
+// The response byte masks both sides: 7F and 62 agree in the bits of 62.
+TEST_F(SingleRequest, PositiveAnswerAlsoMatchesThePatternOfANegativeOne) {
+    EngineLink link(hMod);
+    const Outcome outcome = link.Request(
+        ReadVin(), {{.type = 1, .acceptance_id = 1, .mask = {0xFF}, .pattern = {0x7F}},
+                    {.type = 0, .acceptance_id = 2, .mask = {0xFF}, .pattern = {0x62}}});
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(outcome.results[0].acceptance_id, 1u);
+}
+
+TEST_F(SingleRequest, WithoutMaskOnlyThePositiveTypeMatches) {
+    EngineLink link(hMod);
+    EXPECT_EQ(link.Request(ReadVin(), {{.type = 0, .acceptance_id = 4, .mask = {}, .pattern = {}}})
+                  .results.size(),
+              1u);
+    const Outcome refused =
+        link.Request(ReadVin(), {{.type = 1, .acceptance_id = 5, .mask = {}, .pattern = {}}});
+    EXPECT_TRUE(refused.results.empty());
+    EXPECT_EQ(refused.errors.size(), 10u);
+}
+
+TEST_F(SingleRequest, NegativeResponseIsReportedWhereItIsExpected) {
+    EngineLink link(hMod);
+    simulator.Command(R"(unit engine {"negative": "31"})");
+    const Outcome outcome = link.Request(
+        ReadVin(), {{.type = 1, .acceptance_id = 9, .mask = {0xFF, 0xFF}, .pattern = {0x7F, 0x22}}});
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(Hex(outcome.results[0].data), "7F 22 31");
+    EXPECT_EQ(outcome.results[0].acceptance_id, 9u);
+}
+
+TEST_F(SingleRequest, SilentControlUnitGivesError257ThenFinished) {
+    EngineLink link(hMod);
+    simulator.Command(R"(unit engine {"silent": true})");
+    SetNumber("CP_P2Max", 2000);
+    const LogCapture log;
+    const Outcome outcome = link.Request(ReadVin());
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_TRUE(log.Has("[Transmit]   Received a timeout"));
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]  Nothing received at all. Abort."));
+}
+
+TEST_F(SingleRequest, ResponsePendingIsTheDonglesAffair) {
+    EngineLink link(hMod);
+    simulator.Command(R"(unit engine {"pending": 3, "pending_interval_ms": 5})");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_TRUE(outcome.errors.empty());
+}
+
+TEST_F(SingleRequest, BusyBeforeTheAnswerOnlyShowsInTheLog) {
+    EngineLink link(hMod);
+    simulator.Command("busy 2 bus \"is\" busy");
+    const LogCapture log;
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
+    EXPECT_EQ(log.CountLike("[EnqueueReceivedPacket] BUSY (ID *): bus \"is\" busy"), 2u);
+}
+
+TEST_F(SingleRequest, AnswerInFragmentsIsPutTogether) {
+    EngineLink link(hMod);
+    simulator.Command(R"(behaviour {"fragment": 20})");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(outcome.results[0].data.size(), 20u);
+    EXPECT_GT(simulator.Count("out FRAG"), 5u);
+}
+
+TEST_F(SingleRequest, SealedAnswerIsOpened) {
+    EngineLink link(hMod);
+    simulator.Command("seal reset");
+    simulator.Command(R"(next 1 {"seal": true})");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    ASSERT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(outcome.results[0].data.size(), 20u);
+    EXPECT_EQ(simulator.Count("out CRYP"), 1u);
+}
+
+TEST_F(SingleRequest, AnswersToOtherRequestsAreLeftAlone) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"stray": 5, "duplicate": 2})");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    EXPECT_EQ(outcome.results.size(), 1u);
+    EXPECT_EQ(link.Request(ReadPartNumber(), PositiveRead()).results.size(), 1u);
+}
+
+TEST_F(SingleRequest, GarbageOnTheWireIsSkippedUntilTheNextSync) {
+    EngineLink link(hMod);
+    const StdoutCapture console;
+    simulator.Command("garbage 100");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    EXPECT_EQ(outcome.results.size(), 1u);
+}
+
+TEST_F(SingleRequest, TelemetryAndUnknownPacketsBetweenDoNoHarm) {
+    EngineLink link(hMod);
+    simulator.Command("tele {\"v\":1,\"tasks\":[]}");
+    simulator.Command("packet ZZZZ 0102");
+    simulator.Command("ping 0102");
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
+    EXPECT_TRUE(simulator.WaitFor(1, "in REPL"));
+}
+
+TEST_F(SingleRequest, RequestBeyondThePacketsCountFailsAndSendsNothing) {
+    EngineLink link(hMod);
+    const Outcome outcome = link.Request(std::vector<UNUM8>(65536, 0x22));
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(simulator.Count("in CREQ") + simulator.Count("in FRAG"), 0u);
+    EXPECT_EQ(link.Request(ReadVin()).results.size(), 1u);
+}
+
+TEST_F(SingleRequest, RequestWithoutBytesFails) {
+    EngineLink link(hMod);
+    ControlData control;
+    const Outcome outcome = link.WaitFor(link.Start(PDU_COPT_SENDRECV, {}, control.Data()));
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
+TEST_F(SingleRequest, WithoutControlDataNothingMatches) {
+    EngineLink link(hMod);
+    const Outcome outcome = link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin()));
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>(10, 259));
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
+TEST_F(SingleRequest, QueuedRequestsAreWorkedOnInOrder) {
+    EngineLink link(hMod);
+    ControlData control(PositiveRead());
+    std::vector<UNUM32> handles;
+    for (int i = 0; i < 50; ++i) {
+        handles.push_back(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
+    }
+    std::vector<UNUM32> finished;
+    ASSERT_TRUE(Eventually([&] {
+        while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
+            if (event->ItemType == PDU_IT_STATUS && StatusOf(*event) == PDU_COPST_FINISHED) {
+                finished.push_back(event->hCop);
+            }
+        }
+        return finished.size() == handles.size();
+    }));
+    EXPECT_EQ(finished, handles);
+}
+
+TEST_F(SingleRequest, LinksOfOneDongleGetTheirOwnAnswers) {
+    EngineLink engine(hMod);
+    Link abs(hMod);
+    abs.Address(kAbsRequest, kAbsResponse);
+    abs.Connect();
+    abs.DropEvents();
+    ControlData control(PositiveRead());
+    for (int round = 0; round < 20; ++round) {
+        const UNUM32 first = engine.Start(PDU_COPT_SENDRECV, ReadPartNumber(), control.Data());
+        const UNUM32 second = abs.Start(PDU_COPT_SENDRECV, ReadPartNumber(), control.Data());
+        EXPECT_EQ(second, first + 1);
+        const Outcome of_engine = engine.WaitFor(first);
+        const Outcome of_abs = abs.WaitFor(second);
+        ASSERT_EQ(of_engine.results.size(), 1u);
+        ASSERT_EQ(of_abs.results.size(), 1u);
+        EXPECT_NE(of_engine.results[0].data, of_abs.results[0].data);
+    }
+}
+
+TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
+    EngineLink link(hMod);
+    SetNumber("CP_RequestAddrMode", 1);
+    SetNumber("CP_CanFuncReqId", kFunctionalRequest);
+    const LogCapture log;
+    StdoutCapture console;
+    link.Request(ReadVin(), PositiveRead());
+    EXPECT_EQ(log.MissingOf({
+                  "[PDUStartComPrimitive] (*, *, 32772, 3, *",
+                  "[PDUStartComPrimitive]   NumSendCycles                1",
+                  "[PDUStartComPrimitive]   NumReceiveCycles             1",
+                  "[PDUStartComPrimitive]   TxFlag                       00 00 00 00 ",
+                  "[UpdateCopState] CoP #* Status: 8011, Duration: 0 ms",
+                  "[CommThreadFunc:*]   PDU_COPT_SENDRECV",
+                  "[CommThreadFunc:*] > Physical,   Address *, Format 0 - 11-bit, unsegmented, w/o FC",
+                  "[CommThreadFunc:*]   Functional, Address 7DF, Format 0 - 11-bit, unsegmented, w/o FC",
+                  "[CommThreadFunc:*]   Payload:  22 F1 90 ",
+                  "[CommThreadFunc:*]     ID:7 [ACK] FF / 62 ",
+                  "[Transmit]   Tx 0x7DF/0x7E0, Rx 0x7E8, 500 ms, 22 F1 90 ",
+                  "[WaitForPacket] Received: CRES",
+                  "[Transmit]   Rx (* ms) 62 F1 90 *",
+                  "[CommThreadFunc:*]    Response #0 ",
+                  "[CommThreadFunc:*]      this is a match!",
+                  "[CommThreadFunc:*]  Reporting back matched response",
+                  "[UpdateCopState] CoP #* Status: 8012, Duration: * ms",
+              }),
+              "");
+    EXPECT_TRUE(console.Has("[Transmit] > 0x7DF/0x7E0, Rx 0x7E8 (500 ms) 22 F1 90 \n"));
+    EXPECT_TRUE(console.Has("[Transmit] < ("));
+}
+
+TEST_F(SingleRequest, FunctionalAddressModeOnlyMovesTheMark) {
+    EngineLink link(hMod);
+    SetNumber("CP_RequestAddrMode", 2);
+    SetNumber("CP_CanFuncReqFormat", 15);
+    const LogCapture log;
+    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
+    EXPECT_EQ(log.MissingOf({"[CommThreadFunc:*]   Physical,   Address *, Format 0 - *",
+                             "[CommThreadFunc:*] > Functional, Address *, Format 15 - extended, "
+                             "29-bit, segmented, w/ FC"}),
+              "");
+    EXPECT_EQ(LastRequest(simulator)["form"], "single");
+}
+
+TEST_F(SingleRequest, DoipLinkLogsItsAddresses) {
+    PDU_RSC_DATA resource{4001, 3001, 0, nullptr};
+    UNUM32 hCLL = PDU_HANDLE_UNDEF;
+    ASSERT_EQ(Pdu().PDUCreateComLogicalLink(hMod, &resource, PDU_ID_UNDEF, nullptr, &hCLL, nullptr),
+              PDU_STATUS_NOERROR);
+    Pdu().PDUConnect(hMod, hCLL);
+    SetNumber("CP_P2Max", 2000);
+    const LogCapture log;
+    ControlData control;
+    UNUM32 hCoP = 0;
+    std::vector<UNUM8> request = ReadVin();
+    ASSERT_EQ(Pdu().PDUStartComPrimitive(hMod, hCLL, PDU_COPT_SENDRECV, 3, request.data(),
+                                         control.Data(), nullptr, &hCoP),
+              PDU_STATUS_NOERROR);
+    EXPECT_TRUE(Eventually([&] {
+        return log.Has(
+            "[Transmit]   DoIP Protocol - LogicalAddr: 0x0, Source: 0x0, Target: 0x0");
+    }));
+    Pdu().PDUDestroyComLogicalLink(hMod, hCLL);
+}
+
+}  // namespace
+}  // namespace conformance
