@@ -2,6 +2,18 @@
 
 #include "api/library_entry.h"
 
+namespace __gnu_cxx {
+void __freeres();
+}
+
+namespace {
+
+// The C++ runtime is part of this file and does not give back the memory that it keeps for
+// exceptions, 73 KB each time the library is loaded. Runs last of all unload notices.
+__attribute__((destructor(101))) void ReleaseRuntimeReserve() { __gnu_cxx::__freeres(); }
+
+}  // namespace
+
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) tarvik::OnLibraryLoad();
     if (reason == DLL_PROCESS_DETACH) tarvik::OnLibraryUnload();

@@ -122,11 +122,10 @@ struct ReassemblyTable {
     ReassemblySession sessions[4]{};
 };
 
-// Made by its first user, since the library's load comes before some of its static objects.
-static ReassemblyTable& Table() {
-    static Immortal<ReassemblyTable> table;
-    return *table;
-}
+// Ready before the library's load is announced, which comes before some of the static objects.
+static Immortal<ReassemblyTable> reassembly_table __attribute__((init_priority(1000)));
+
+static ReassemblyTable& Table() { return *reassembly_table; }
 
 void FragInit() {
     ReassemblyTable& table = Table();

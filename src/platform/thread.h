@@ -24,6 +24,9 @@ void* OsThreadHandle(const OsThread* thread);  // for log lines
 
 // The calling thread's id as the system numbers it.
 std::uint32_t OsCurrentThreadId();
+// A number of the calling thread's own, 0 at first.
+std::intptr_t OsThreadValue();
+void OsSetThreadValue(std::intptr_t value);
 // The calling thread's last system error (GetLastError / errno).
 std::int32_t OsLastError();
 void OsSetLastError(std::int32_t error);

@@ -142,6 +142,12 @@ std::uint32_t OsCurrentThreadId() {
     return id;
 }
 
+static thread_local std::intptr_t thread_value = 0;
+
+std::intptr_t OsThreadValue() { return thread_value; }
+
+void OsSetThreadValue(std::intptr_t value) { thread_value = value; }
+
 std::int32_t OsLastError() { return errno; }
 
 void OsSetLastError(std::int32_t error) { errno = error; }

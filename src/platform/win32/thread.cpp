@@ -26,17 +26,20 @@ static DWORD WINAPI Run(void* argument) {
 
 // Systems before Windows 10 1607 do not have it: looked up at run time, so that the library
 // loads there as well.
+using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
+
+static SetDescription FindSetDescription() {
+    FARPROC found = ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "SetThreadDescription");
+    if (found == nullptr) {
+        const HMODULE base = ::GetModuleHandleA("kernelbase.dll");
+        if (base != nullptr) found = ::GetProcAddress(base, "SetThreadDescription");
+    }
+    return reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found));
+}
+
+static const SetDescription set_description = FindSetDescription();
+
 static void Describe(HANDLE handle, const char* description) {
-    using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
-    static const auto set_description = [] {
-        FARPROC found =
-            ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "SetThreadDescription");
-        if (found == nullptr) {
-            const HMODULE base = ::GetModuleHandleA("kernelbase.dll");
-            if (base != nullptr) found = ::GetProcAddress(base, "SetThreadDescription");
-        }
-        return reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found));
-    }();
     if (set_description == nullptr) return;
     wchar_t text[64];
     if (::MultiByteToWideChar(CP_ACP, 0, description, -1, text, 64) != 0) {
@@ -83,6 +86,26 @@ bool OsThreadIsCurrent(const OsThread* thread) {
 void* OsThreadHandle(const OsThread* thread) { return thread->handle; }
 
 std::uint32_t OsCurrentThreadId() { return ::GetCurrentThreadId(); }
+
+// The compiler's own thread local variables would take slots as well, and not give them back when
+// the library is unloaded.
+static const DWORD thread_value_slot = ::TlsAlloc();
+
+__attribute__((destructor(101))) static void FreeThreadValueSlot() {
+    ::TlsFree(thread_value_slot);
+}
+
+// Reading a slot clears the thread's last error, which callers may still want.
+std::intptr_t OsThreadValue() {
+    const DWORD error = ::GetLastError();
+    void* value = ::TlsGetValue(thread_value_slot);
+    ::SetLastError(error);
+    return reinterpret_cast<std::intptr_t>(value);
+}
+
+void OsSetThreadValue(std::intptr_t value) {
+    ::TlsSetValue(thread_value_slot, reinterpret_cast<void*>(value));
+}
 
 std::int32_t OsLastError() { return static_cast<std::int32_t>(::GetLastError()); }
 

@@ -6,8 +6,17 @@
 
 namespace tarvik {
 
+static std::uint64_t AskFrequency() {
+    LARGE_INTEGER value;
+    return ::QueryPerformanceFrequency(&value) ? static_cast<std::uint64_t>(value.QuadPart) : 0u;
+}
+
+// Asked at load. An object made at its first use would cost the process one of its thread local
+// slots each time the library is loaded: the compiler's guard of such an object takes one and never
+// gives it back.
+static const std::uint64_t frequency = AskFrequency();
+
 static std::uint64_t CounterMs() {
-    const std::uint64_t frequency = PerformanceFrequency();
     const std::uint64_t counter = PerformanceCounter();
     return counter / frequency * 1000u + counter % frequency * 1000u / frequency;
 }
@@ -15,10 +24,9 @@ static std::uint64_t CounterMs() {
 // The system's tick count moves in steps of 10 to 16 ms, too coarse for the deadlines computed
 // from it. The performance counter has the precision; a constant makes it agree with the tick
 // count, so that time stamps can be compared with the application's own ticks.
-static std::uint64_t SystemTickMs() {
-    static const std::uint64_t offset = ::GetTickCount64() - CounterMs();
-    return CounterMs() + offset;
-}
+static const std::uint64_t tick_offset = ::GetTickCount64() - CounterMs();
+
+static std::uint64_t SystemTickMs() { return CounterMs() + tick_offset; }
 
 static std::atomic<TickSource> tick_source{&SystemTickMs};
 
@@ -35,13 +43,6 @@ std::uint64_t PerformanceCounter() {
     return ::QueryPerformanceCounter(&counter) ? static_cast<std::uint64_t>(counter.QuadPart) : 0;
 }
 
-std::uint64_t PerformanceFrequency() {
-    static const std::uint64_t frequency = [] {
-        LARGE_INTEGER value;
-        return ::QueryPerformanceFrequency(&value) ? static_cast<std::uint64_t>(value.QuadPart)
-                                                   : 0u;
-    }();
-    return frequency;
-}
+std::uint64_t PerformanceFrequency() { return frequency; }
 
 }  // namespace tarvik

@@ -18,8 +18,14 @@ namespace fs = std::filesystem;
 std::string temp_folder;
 std::string library_path;
 
+// A library that is still constructed has threads of its own: it must stay loaded then.
+bool MayUnload() {
+    return LoadedLibraryHandle() != nullptr &&
+           Pdu().PDUDestroyItem(nullptr) == PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
+}
+
 void DeletePrivateFolder() {
-    PrepareDeletion(LoadedLibraryHandle());
+    if (MayUnload()) PrepareDeletion(LoadedLibraryHandle());
     std::error_code ignored;  // best effort
     fs::remove_all(PrivateFolder(), ignored);
 }

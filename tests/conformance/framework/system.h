@@ -35,7 +35,7 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
 struct ProcessFigures {
     std::uint64_t threads = 0;
     std::uint64_t handles = 0;  // file descriptors on Linux
-    std::uint64_t memory = 0;   // bytes: resident on Linux, private on Windows
+    std::uint64_t memory = 0;   // bytes: resident on Linux, committed on Windows
 };
 ProcessFigures MeasureProcess();
 
@@ -45,7 +45,7 @@ std::uint64_t TickMs();    // the clock of the library's timestamps
 // ---- folders and files -------------------------------------------------------------------------
 
 // Where the library looks for the temporary folder and the user's folder from now on, in this
-// process and, for the temporary folder, in processes that it starts.
+// process. Call UseUserFolder before the library is loaded.
 void UseTempFolder(const std::string& folder);
 void UseUserFolder(const std::string& folder);
 // A temporary folder of the system's own, for the tests' private folders.

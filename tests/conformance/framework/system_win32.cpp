@@ -11,8 +11,10 @@
 #include <sys/stat.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 namespace conformance {
@@ -20,11 +22,59 @@ namespace conformance {
 const char kPathSeparator = '\\';
 const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
 
+// The user's folder stands in the registry, for all programs. So that those running beside each
+// other do not meet, the library under test gets this one's private folder instead: in its table of
+// imported functions this one stands in for the system's.
+static std::string user_folder;
+
+static HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPSTR path) {
+    user_folder.copy(path, MAX_PATH - 1);
+    path[std::min<std::size_t>(user_folder.size(), MAX_PATH - 1)] = '\0';
+    return S_OK;
+}
+
+template <typename Record>
+static Record* At(void* library, DWORD offset) {
+    return reinterpret_cast<Record*>(static_cast<char*>(library) + offset);
+}
+
+static void ReplaceImport(ULONG_PTR* address, void* function) {
+    DWORD protection = 0;
+    ::VirtualProtect(address, sizeof *address, PAGE_READWRITE, &protection);
+    *address = reinterpret_cast<ULONG_PTR>(function);
+    ::VirtualProtect(address, sizeof *address, protection, &protection);
+}
+
+static void UsePrivateFolderPath(void* library) {
+    const auto* headers =
+        At<IMAGE_NT_HEADERS>(library, static_cast<DWORD>(
+                                          At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
+    const DWORD table =
+        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+    for (auto* dll = At<IMAGE_IMPORT_DESCRIPTOR>(library, table); dll->Name != 0; ++dll) {
+        auto* name = At<IMAGE_THUNK_DATA>(library, dll->OriginalFirstThunk);
+        auto* address = At<IMAGE_THUNK_DATA>(library, dll->FirstThunk);
+        for (; name->u1.AddressOfData != 0; ++name, ++address) {
+            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) continue;
+            const auto* import =
+                At<IMAGE_IMPORT_BY_NAME>(library, static_cast<DWORD>(name->u1.AddressOfData));
+            if (std::strcmp(import->Name, "SHGetFolderPathA") == 0) {
+                ReplaceImport(&address->u1.Function,
+                              reinterpret_cast<void*>(&PrivateFolderPath));
+            }
+        }
+    }
+}
+
 void* LoadLibraryFile(const std::string& path, std::string* error) {
     char full[MAX_PATH];
     const DWORD length = ::GetFullPathNameA(path.c_str(), sizeof full, full, nullptr);
     HMODULE library = length > 0 && length < sizeof full ? ::LoadLibraryA(full) : nullptr;
-    if (library == nullptr) *error = "error " + std::to_string(::GetLastError());
+    if (library == nullptr) {
+        *error = "error " + std::to_string(::GetLastError());
+        return nullptr;
+    }
+    UsePrivateFolderPath(library);
     return library;
 }
 
@@ -116,14 +166,40 @@ static std::uint64_t CountThreads() {
     return threads;
 }
 
+// Counted in the system's list: not every system tells the number alone.
+static std::uint64_t CountHandles() {
+    struct Handle {
+        ULONG process;
+        ULONG others[5];
+    };
+    static_assert(sizeof(Handle) == 24);
+    constexpr int kHandleInformation = 16;
+    constexpr std::size_t kFirstHandle = 8;
+    using Query = LONG(NTAPI*)(int, void*, ULONG, ULONG*);
+    const auto query = reinterpret_cast<Query>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleA("ntdll.dll"),
+                                                 "NtQuerySystemInformation")));
+    std::vector<char> list(4 << 20);
+    ULONG size = 0;
+    if (query(kHandleInformation, list.data(), static_cast<ULONG>(list.size()), &size) != 0) {
+        return 0;
+    }
+    ULONG count = 0;
+    std::memcpy(&count, list.data(), sizeof count);
+    std::uint64_t own = 0;
+    for (ULONG i = 0; i < count; ++i) {
+        Handle handle;
+        std::memcpy(&handle, list.data() + kFirstHandle + i * sizeof handle, sizeof handle);
+        if (handle.process == ProcessId()) ++own;
+    }
+    return own;
+}
+
 ProcessFigures MeasureProcess() {
-    DWORD handles = 0;
-    ::GetProcessHandleCount(::GetCurrentProcess(), &handles);
-    PROCESS_MEMORY_COUNTERS_EX memory{};
+    PROCESS_MEMORY_COUNTERS memory{};
     memory.cb = sizeof memory;
-    ::K32GetProcessMemoryInfo(::GetCurrentProcess(),
-                              reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof memory);
-    return {CountThreads(), handles, memory.PrivateUsage};
+    ::K32GetProcessMemoryInfo(::GetCurrentProcess(), &memory, sizeof memory);
+    return {CountThreads(), CountHandles(), memory.PagefileUsage};
 }
 
 std::uint32_t ThreadId() { return ::GetCurrentThreadId(); }
@@ -135,25 +211,7 @@ void UseTempFolder(const std::string& folder) {
     SetVariable("TEMP", folder);
 }
 
-// The user's folder stands in the registry. This process gets a user branch of its own, so that
-// programs running beside it do not see each other's.
-void UseUserFolder(const std::string& folder) {
-    const std::string name = "Software\\TarvikTests\\" + std::to_string(ProcessId());
-    HKEY branch = nullptr;
-    ::RegCreateKeyExA(HKEY_CURRENT_USER, name.c_str(), 0, nullptr, REG_OPTION_VOLATILE,
-                      KEY_ALL_ACCESS, nullptr, &branch, nullptr);
-    HKEY folders = nullptr;
-    ::RegCreateKeyExA(branch,
-                      "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders",
-                      0, nullptr, REG_OPTION_VOLATILE, KEY_ALL_ACCESS, nullptr, &folders, nullptr);
-    ::RegSetValueExA(folders, "AppData", 0, REG_SZ,
-                     reinterpret_cast<const BYTE*>(folder.c_str()),
-                     static_cast<DWORD>(folder.size() + 1));
-    ::RegCloseKey(folders);
-    ::RegOverridePredefKey(HKEY_CURRENT_USER, nullptr);
-    ::RegOverridePredefKey(HKEY_CURRENT_USER, branch);
-    ::RegCloseKey(branch);
-}
+void UseUserFolder(const std::string& folder) { user_folder = folder; }
 
 std::string SystemTempFolder() {
     char folder[MAX_PATH];
@@ -166,9 +224,7 @@ void BlockWriting(const std::string& file, const std::string&) {
                   FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-void PrepareDeletion(void* library) {
-    if (library != nullptr) ::FreeLibrary(static_cast<HMODULE>(library));
-}
+void PrepareDeletion(void* library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
 
 int RedirectStdout(const std::string& file) {
     const int saved = ::_dup(1);
