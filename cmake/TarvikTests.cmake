@@ -39,10 +39,12 @@ function(_tarvik_add_whole_program name labels timeout)
         ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;${ARG_ENVIRONMENT}")
 endfunction()
 
-# tarvik_add_unit_test(NAME SOURCES file... [LIBRARIES lib...] [TIMEOUT seconds] [SLOW])
-# Tests of internals: linked with the whole of src/. On Linux each case is a ctest test of its own.
+# tarvik_add_unit_test(NAME SOURCES file... [LIBRARIES lib...] [LAUNCHER command...]
+#                      [TIMEOUT seconds] [SLOW])
+# Tests of internals: linked with the whole of src/. On Linux each case is a ctest test of its own,
+# unless LAUNCHER is to be put before the program.
 function(tarvik_add_unit_test name)
-    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES;LAUNCHER" ${ARGN})
     set(labels unit)
     if(ARG_SLOW)
         list(APPEND labels slow)
@@ -60,6 +62,10 @@ function(tarvik_add_unit_test name)
 
     if(WIN32)
         _tarvik_add_whole_program(${name} "${labels}" 600)
+        return()
+    endif()
+    if(ARG_LAUNCHER)
+        _tarvik_add_whole_program(${name} "${labels}" ${ARG_TIMEOUT} LAUNCHER ${ARG_LAUNCHER})
         return()
     endif()
     gtest_discover_tests(${name}

@@ -1,0 +1,114 @@
+// Discovery of dongles through SetupAPI, with devices that the test registers and removes. Their
+// port numbers are high so that no port of the machine is touched.
+#include <gtest/gtest.h>
+#include <windows.h>
+// setupapi.h wants windows.h before it.
+#include <setupapi.h>
+
+#include <map>
+#include <string>
+
+#include "transport/serial/port_discovery.h"
+
+namespace tarvik::test {
+namespace {
+
+constexpr GUID kPortsClass = {
+    0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
+
+using Found = std::map<std::int32_t, std::string>;
+
+// Numbers below 200 belong to others.
+void Add(void* context, std::int32_t number, const char* path) {
+    if (number >= 200) (*static_cast<Found*>(context))[number] = path;
+}
+
+// A registered device of the Ports class, from construction to destruction.
+class Device {
+public:
+    // `ids` holds one or more texts, each but the last followed by a NUL.
+    Device(const std::string& port_name, const std::string& ids)
+        : set_(::SetupDiCreateDeviceInfoList(&kPortsClass, nullptr)) {
+        static int instances = 0;
+        const std::string instance = "USB\\TARVIK_UNIT_TEST\\" + std::to_string(++instances);
+        device_.cbSize = sizeof device_;
+        EXPECT_TRUE(::SetupDiCreateDeviceInfoA(set_, instance.c_str(), &kPortsClass, nullptr,
+                                               nullptr, 0, &device_));
+        EXPECT_TRUE(::SetupDiRegisterDeviceInfo(set_, &device_, 0, nullptr, nullptr, nullptr));
+        WritePortName(port_name);
+        const std::string list = ids + std::string(2, '\0');
+        EXPECT_TRUE(::SetupDiSetDeviceRegistryPropertyA(set_, &device_, SPDRP_HARDWAREID,
+                                                        reinterpret_cast<const BYTE*>(list.data()),
+                                                        static_cast<DWORD>(list.size())));
+    }
+    ~Device() {
+        EXPECT_TRUE(::SetupDiRemoveDevice(set_, &device_));
+        ::SetupDiDestroyDeviceInfoList(set_);
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+private:
+    void WritePortName(const std::string& name) {
+        const HKEY key = ::SetupDiCreateDevRegKeyA(set_, &device_, DICS_FLAG_GLOBAL, 0, DIREG_DEV,
+                                                   nullptr, nullptr);
+        ASSERT_NE(key, INVALID_HANDLE_VALUE);
+        EXPECT_EQ(::RegSetValueExA(key, "PortName", 0, REG_SZ,
+                                   reinterpret_cast<const BYTE*>(name.c_str()),
+                                   static_cast<DWORD>(name.size() + 1)),
+                  ERROR_SUCCESS);
+        ::RegCloseKey(key);
+    }
+
+    HDEVINFO set_;
+    SP_DEVINFO_DATA device_{};
+};
+
+const std::string kDongleId = "USB\\VID_303A&PID_1001&REV_0101";
+
+Found Discover() {
+    Found found;
+    EXPECT_TRUE(DiscoverPorts(Add, &found));
+    return found;
+}
+
+TEST(PortDiscovery, WithoutPortsItFindsNothing) { EXPECT_TRUE(Discover().empty()); }
+
+TEST(PortDiscovery, DonglesAreKnownByTheirUsbIdentity) {
+    const Device first("COM201", kDongleId);
+    const Device second("COM254", "USB\\VID_303A&PID_1001&MI_00");
+    EXPECT_EQ(Discover(), (Found{{201, "\\\\.\\COM201"}, {254, "\\\\.\\COM254"}}));
+}
+
+TEST(PortDiscovery, IdentityMayStandInAnyOfTheIds) {
+    const Device device("COM202", std::string("USB\\VID_0000&PID_0000") + '\0' + kDongleId);
+    EXPECT_EQ(Discover().size(), 1u);
+}
+
+TEST(PortDiscovery, PortsWithAnotherIdentityAreIgnored) {
+    const Device other_product("COM203", "USB\\VID_303A&PID_1002");
+    const Device other_vendor("COM204", "USB\\VID_10C4&PID_1001");
+    const Device split("COM205", std::string("VID_303A") + '\0' + "&PID_1001");
+    EXPECT_TRUE(Discover().empty());
+}
+
+TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreLeftAlone) {
+    const Device beyond("COM255", kDongleId);
+    const Device printer("LPT201", kDongleId);
+    const Device unnumbered("COMx", kDongleId);
+    const Device suffixed("COM206x", kDongleId);
+    const Device nameless("", kDongleId);
+    const Device overlong("COM207" + std::string(100, '7'), kDongleId);
+    EXPECT_TRUE(Discover().empty());
+}
+
+TEST(PortDiscovery, PortThatWasRemovedIsGoneFromTheNextList) {
+    {
+        const Device device("COM208", kDongleId);
+        EXPECT_EQ(Discover().size(), 1u);
+    }
+    EXPECT_TRUE(Discover().empty());
+}
+
+}  // namespace
+}  // namespace tarvik::test
