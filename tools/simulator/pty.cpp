@@ -45,8 +45,15 @@ void Pty::Open() {
     loop_->Watch(
         watch_, EPOLLIN, [this](std::uint32_t) { OnWatch(); }, true);
     // Edge-triggered, since a port that nobody has open reports a hang-up without end.
-    loop_->Watch(master_, EPOLLIN | EPOLLOUT | EPOLLET,
-                 [this](std::uint32_t events) { OnReady(events); });
+    loop_->Watch(master_, EPOLLIN | EPOLLET, [this](std::uint32_t events) { OnReady(events); });
+    watches_room_ = false;
+}
+
+// Only while bytes wait for room: otherwise every byte that the host takes would be an edge.
+void Pty::WatchRoom(bool wanted) {
+    if (!IsOpen() || watches_room_ == wanted) return;
+    watches_room_ = wanted;
+    loop_->Change(master_, EPOLLIN | EPOLLET | (wanted ? EPOLLOUT : 0u));
 }
 
 void Pty::Close() {
@@ -144,7 +151,8 @@ void Pty::Flush() {
         if (piece_size_ != 0) size = std::min(size, piece_size_);
         if (cut_after_ >= 0) size = std::min(size, static_cast<std::size_t>(cut_after_));
         const ssize_t written = size == 0 ? 0 : ::write(master_, outgoing_.data(), size);
-        if (written < 0) return;  // full: the next edge goes on; gone: the next read tells
+        // Full: the next edge goes on. Gone: the next read tells.
+        if (written < 0) return WatchRoom(true);
         outgoing_.erase(outgoing_.begin(), outgoing_.begin() + written);
         if (cut_after_ >= 0) cut_after_ -= written;
         if (cut_after_ == 0) {
@@ -160,6 +168,7 @@ void Pty::Flush() {
             });
         }
     }
+    if (outgoing_.empty()) WatchRoom(false);
 }
 
 }  // namespace brennix

@@ -50,6 +50,7 @@ private:
     void OnWatch();
     void HostLeft();
     void DiscardUnread();
+    void WatchRoom(bool wanted);
     void Flush();
     void FlushPiece();
 
@@ -59,6 +60,7 @@ private:
     int watch_ = -1;  // inotify on the other end
     std::string slave_path_;
     bool host_there_ = false;
+    bool watches_room_ = false;
     std::uint64_t opens_ = 0;
     int corked_ = 0;
     Bytes outgoing_;

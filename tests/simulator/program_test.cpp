@@ -1,0 +1,203 @@
+// The program as a user runs it.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace brennix::test {
+namespace {
+
+struct Outcome {
+    int code;
+    std::string output;  // both streams
+};
+
+class Program : public testing::Test {
+protected:
+    void SetUp() override {
+        std::string folder = testing::TempDir() + "brennix-program.XXXXXX";
+        ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+        folder_ = folder;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+
+    // A shell script, in the test's folder; $SIM is the program, $CAR the demonstration vehicle.
+    Outcome RunScript(const std::string& script) const {
+        Write("script",
+              "SIM=" BRENNIX_SIM_PROGRAM "\nCAR=" BRENNIX_SIM_VEHICLES "/demo.json\n" + script);
+        const std::string line = "cd " + folder_ + " && timeout 60 bash script 2>&1";
+        std::FILE* pipe = ::popen(line.c_str(), "re");
+        std::string output;
+        std::array<char, 4096> buffer;
+        for (std::size_t size = 0;
+             (size = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) {
+            output.append(buffer.data(), size);
+        }
+        const int status = ::pclose(pipe);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+    }
+    Outcome Run(const std::string& arguments) const { return RunScript("$SIM " + arguments); }
+    void Write(const std::string& name, const std::string& text) const {
+        std::ofstream(folder_ + "/" + name) << text;
+    }
+    std::string Read(const std::string& name) const {
+        std::ostringstream text;
+        text << std::ifstream(folder_ + "/" + name).rdbuf();
+        return text.str();
+    }
+    std::string folder_;
+};
+
+// A host in shell: bytes to a port, and some back.
+constexpr const char* kSyncScript =
+    "'exec 3<>dongle; printf \"CNYS\\\\010\\\\000\\\\000\\\\000\" >&3; head -c 8 <&3 | od -An -c'";
+
+TEST_F(Program, ExplainsItselfWithExamples) {
+    const Outcome outcome = Run("--help");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_NE(outcome.output.find("brennix-sim --vehicle car.json --usb ttyACM0 -- "),
+              std::string::npos);
+    EXPECT_NE(outcome.output.find("unplug [device|port]"), std::string::npos);
+}
+
+TEST_F(Program, ChecksAVehicleFile) {
+    const Outcome outcome = Run("--vehicle $CAR --check");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_NE(outcome.output.find("model 5, 3 control units"), std::string::npos);
+    EXPECT_NE(outcome.output.find("7E0 -> 7E8"), std::string::npos);
+}
+
+TEST_F(Program, RefusesBadOptionsInOneLine) {
+    const struct {
+        const char* arguments;
+        const char* expected;
+    } rows[] = {
+        {"", "brennix-sim: --vehicle is required (see --help)\n"},
+        {"--vehicle $CAR --bogus",
+         "brennix-sim: The following argument was not expected: --bogus (see --help)\n"},
+        {"--vehicle $CAR --usb tty0",
+         "brennix-sim: --usb: tty0 is no name like ttyACM0 or ttyUSB3 (see --help)\n"},
+        {"--vehicle $CAR --wine LPT1",
+         "brennix-sim: --wine: LPT1 is no name like COM5 (see --help)\n"},
+        {"--vehicle $CAR --usb ttyACM0 --usb ttyACM1",
+         "brennix-sim: ttyACM1: more ports than dongles, add --vehicle or --dongles (see "
+         "--help)\n"},
+        {"--vehicle none.json", "brennix-sim: none.json: cannot be read\n"},
+        {"--vehicle $CAR --link /nowhere/port",
+         "brennix-sim: /nowhere/port: No such file or directory\n"},
+        {"--vehicle $CAR -- ./no-such-program",
+         "brennix-sim: ./no-such-program: No such file or directory\n"},
+        {"--vehicle $CAR --record /nowhere/file",
+         "brennix-sim: /nowhere/file: No such file or directory\n"},
+    };
+    for (const auto& row : rows) {
+        const Outcome outcome = Run(row.arguments);
+        EXPECT_EQ(outcome.code, 1) << row.arguments;
+        EXPECT_EQ(outcome.output, row.expected);
+    }
+}
+
+TEST_F(Program, RefusesABadVehicleFileInOneLine) {
+    Write("bad.json", R"({"control_units": [{"name": 5}]})");
+    const Outcome outcome = Run("--vehicle bad.json");
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.output,
+              "brennix-sim: bad.json: control_units[0].name: expected text of at most 64 bytes, "
+              "found the number 5\n");
+}
+
+TEST_F(Program, PassesOnTheCommandsExitCode) {
+    EXPECT_EQ(Run("--vehicle $CAR -- sh -c 'exit 42'").code, 42);
+    EXPECT_EQ(Run("--vehicle $CAR -- sh -c 'kill -9 $$'").code, 128 + 9);
+}
+
+TEST_F(Program, TellsTheCommandWhereEverythingIs) {
+    const Outcome outcome =
+        Run("--vehicle $CAR --link dongle --scratch private -- sh -c 'echo $BRENNIX_SIM_PORTS "
+            "$BRENNIX_SIM_CONTROL; cd $XDG_CONFIG_HOME && cd $TMPDIR && cd $BRENNIX_SIM_SCRATCH && "
+            "pwd'");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output.find("dongle 127.0.0.1:"), 0u) << outcome.output;
+    EXPECT_NE(outcome.output.find("/private\n"), std::string::npos);
+}
+
+TEST_F(Program, AnswersOnItsLink) {
+    const Outcome outcome =
+        Run(std::string("--vehicle $CAR --link dongle --strict -- bash -c ") + kSyncScript);
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output, "   C   N   Y   S  \\b  \\0  \\0  \\0\n");
+    EXPECT_FALSE(std::filesystem::is_symlink(folder_ + "/dongle"));
+}
+
+TEST_F(Program, StrictEndsWithCodeThreeForAHostThatBreaksTheProtocol) {
+    const std::string command =
+        " -- bash -c 'exec 3<>dongle; printf "
+        "\"xCNYS\\\\010\\\\000\\\\000\\\\000\" >&3; head -c 8 <&3 >rest'";
+    const Outcome strict = Run("--vehicle $CAR --link dongle --strict" + command);
+    EXPECT_EQ(strict.code, 3);
+    EXPECT_EQ(strict.output, "brennix-sim: dongle 0: violation: 1 bytes before SYNC: 78\n");
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle" + command).code, 0);
+}
+
+TEST_F(Program, RecordsTheTrafficInAFile) {
+    Run(std::string("--vehicle $CAR --link dongle --record traffic.jsonl -- bash -c ") +
+        kSyncScript);
+    std::istringstream lines(Read("traffic.jsonl"));
+    std::string in;
+    std::string out;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("\"direction\":\"in\"") != std::string::npos) in += line;
+        if (line.find("\"direction\":\"out\"") != std::string::npos) out += line;
+    }
+    EXPECT_NE(in.find("\"type\":\"SYNC\",\"length\":8"), std::string::npos);
+    EXPECT_NE(out.find("\"hex\":\"434E595308000000\""), std::string::npos);
+}
+
+TEST_F(Program, WritesItsReadyFileOnceThePortsAreThere) {
+    const Outcome outcome = Run(
+        "--vehicle $CAR --dongles 2 --link dongle --ready-file ready -- sh -c 'cat ready; test -e "
+        "dongle'");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output.find("control 127.0.0.1:"), 0u) << outcome.output;
+    EXPECT_NE(outcome.output.find("\ndongle 0 /dev/pts/"), std::string::npos);
+    EXPECT_NE(outcome.output.find("\ndongle 1 /dev/pts/"), std::string::npos);
+}
+
+TEST_F(Program, StartsUnpluggedWhenAsked) {
+    const Outcome outcome =
+        Run("--vehicle $CAR --unplugged --link dongle -- sh -c 'test -e dongle || echo none'");
+    EXPECT_EQ(outcome.output, "none\n");
+}
+
+TEST_F(Program, EndsWithTheQuitCommand) {
+    const Outcome outcome = RunScript(R"(
+        $SIM --vehicle $CAR --ready-file ready >started &
+        until test -s ready; do sleep 0.02; done
+        exec 3<>/dev/tcp/127.0.0.1/$(sed -n 's/control 127.0.0.1://p' ready)
+        echo quit >&3
+        head -n 1 <&3
+        wait $!
+        echo code $?)");
+    EXPECT_EQ(outcome.output, "ok\ncode 0\n");
+    EXPECT_EQ(Read("started"), Read("ready"));
+}
+
+TEST_F(Program, EndsTheCommandWithItself) {
+    const Outcome outcome = RunScript(R"(
+        $SIM --vehicle $CAR -- bash -c 'touch begun; exec sleep 60' &
+        until test -e begun; do sleep 0.02; done
+        kill -TERM $!
+        wait $!
+        echo code $?)");
+    EXPECT_EQ(outcome.output, "code 143\n");
+}
+
+}  // namespace
+}  // namespace brennix::test
