@@ -48,40 +48,35 @@ char* FormatPlain(const char* text) {
     return copy;
 }
 
+// The decimal number has the type's sign, the hexadecimal one the type's width.
 char* FormatNumber(const PDU_PARAM_ITEM& item) {
     char text[kPrefixRoom] = "";
     const void* data = item.pComParamData;
     switch (item.ComParamDataType) {
-        case PDU_PT_UNUM8: {
-            const unsigned value = LoadRecord<UNUM8>(data);
-            FormatText(text, sizeof text, "%u (0x%02X)", value, value);
+        case PDU_PT_UNUM8:
+            FormatText(text, sizeof text, "%u (0x%02X)", LoadRecord<UNUM8>(data),
+                       LoadRecord<UNUM8>(data));
             break;
-        }
-        case PDU_PT_SNUM8: {
-            const int value = LoadRecord<SNUM8>(data);
-            FormatText(text, sizeof text, "%d (0x%02X)", value, LoadRecord<UNUM8>(data));
+        case PDU_PT_SNUM8:
+            FormatText(text, sizeof text, "%d (0x%02X)", LoadRecord<SNUM8>(data),
+                       LoadRecord<UNUM8>(data));
             break;
-        }
-        case PDU_PT_UNUM16: {
-            const unsigned value = LoadRecord<UNUM16>(data);
-            FormatText(text, sizeof text, "%u (0x%04X)", value, value);
+        case PDU_PT_UNUM16:
+            FormatText(text, sizeof text, "%u (0x%04X)", LoadRecord<UNUM16>(data),
+                       LoadRecord<UNUM16>(data));
             break;
-        }
-        case PDU_PT_SNUM16: {
-            const int value = LoadRecord<SNUM16>(data);
-            FormatText(text, sizeof text, "%d (0x%04X)", value, LoadRecord<UNUM16>(data));
+        case PDU_PT_SNUM16:
+            FormatText(text, sizeof text, "%d (0x%04X)", LoadRecord<SNUM16>(data),
+                       LoadRecord<UNUM16>(data));
             break;
-        }
-        case PDU_PT_UNUM32: {
-            const unsigned value = LoadRecord<UNUM32>(data);
-            FormatText(text, sizeof text, "%u (0x%08X)", value, value);
+        case PDU_PT_UNUM32:
+            FormatText(text, sizeof text, "%u (0x%08X)", LoadRecord<UNUM32>(data),
+                       LoadRecord<UNUM32>(data));
             break;
-        }
-        default: {
-            const int value = LoadRecord<SNUM32>(data);
-            FormatText(text, sizeof text, "%d (0x%08X)", value, LoadRecord<UNUM32>(data));
+        default:
+            FormatText(text, sizeof text, "%d (0x%08X)", LoadRecord<SNUM32>(data),
+                       LoadRecord<UNUM32>(data));
             break;
-        }
     }
     return FormatPlain(text);
 }

@@ -95,7 +95,7 @@ UniqueRespTable* UniqueRespTable::Adopt(PDU_UNIQUE_RESP_ID_TABLE_ITEM* item) {
     TableItem owned(item);
     if (owned == nullptr) return nullptr;
     auto* table = NewTracked<UniqueRespTable>(item);
-    if (table != nullptr) owned.release();
+    if (table != nullptr) static_cast<void>(owned.release());
     return table;
 }
 

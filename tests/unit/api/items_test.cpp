@@ -26,8 +26,9 @@ UNUM8* TrackedBytes(std::initializer_list<UNUM8> bytes) {
 }
 
 CHAR8* TrackedText(const char* text) {
-    auto* block = static_cast<CHAR8*>(AllocateMem(std::strlen(text) + 1));
-    std::strcpy(block, text);
+    const std::size_t size = std::strlen(text) + 1;
+    auto* block = static_cast<CHAR8*>(AllocateMem(size));
+    std::memcpy(block, text, size);
     return block;
 }
 
