@@ -256,8 +256,10 @@ void RefuseEqualResponseIds(const std::vector<EcuAddress>& ecus) {
 RequestOptions ParseRequest(const Parsed& parsed) {
     RequestOptions options;
     std::string digits;
-    for (const std::string& word : parsed.request_words)
-        digits += word + " ";
+    for (const std::string& word : parsed.request_words) {
+        if (!digits.empty()) digits += " ";
+        digits += word;
+    }
     options.request = ParseBytes(digits, "the request");
     options.ecus = ParseEcus(parsed.ecus);
     for (const std::string& text : parsed.expect) {

@@ -1,0 +1,102 @@
+#include "client_run.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "process.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+// The program announces that it is where the test wants it by a line in a file.
+bool WaitForLine(const std::string& path, const std::string& wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const std::vector<std::string> lines = Lines(ReadWholeFile(path));
+        if (std::find(lines.begin(), lines.end(), wanted) != lines.end()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return false;
+}
+
+}  // namespace
+
+std::string TemporaryPath(const std::string& name) {
+    static std::atomic<int> count{0};
+    const auto now = std::chrono::system_clock::now().time_since_epoch().count();
+    return testing::TempDir() + "dpdu_" + std::to_string(now) + "_" + std::to_string(++count) +
+           "_" + name;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    std::string text = content.str();
+    std::erase(text, '\r');
+    return text;
+}
+
+ClientResult RunClient(const ClientSetup& setup) {
+    const std::string output = TemporaryPath("out");
+    const std::string error = TemporaryPath("err");
+    const std::string report = TemporaryPath("report");
+    const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
+
+    const ProcessHandle process = StartProcess({DPDU_PROGRAM,
+                                                setup.arguments,
+                                                {{"DPDU_LIBRARY", setup.has_library ? library : ""},
+                                                 {"FAKE_DPDU_SCENARIO", setup.scenario},
+                                                 {"FAKE_DPDU_REPORT", report}},
+                                                output,
+                                                error});
+    ClientResult result;
+    EXPECT_NE(process, 0) << "the program did not start: " << DPDU_PROGRAM;
+    if (process == 0) return result;
+    if (!setup.interrupt_when.empty()) {
+        EXPECT_TRUE(WaitForLine(report, setup.interrupt_when)) << setup.interrupt_when;
+        EXPECT_TRUE(InterruptProcess(process));
+    }
+    result.exit_code = WaitForProcess(process);
+    result.output = ReadWholeFile(output);
+    result.error = ReadWholeFile(error);
+    result.report = Lines(ReadWholeFile(report));
+    for (const std::string& path : {output, error, report})
+        std::remove(path.c_str());
+    return result;
+}
+
+ClientResult RunClient(const std::vector<std::string>& arguments, const std::string& scenario) {
+    ClientSetup setup;
+    setup.arguments = arguments;
+    setup.scenario = scenario;
+    return RunClient(setup);
+}
+
+bool Reported(const ClientResult& result, const std::string& line) {
+    return std::find(result.report.begin(), result.report.end(), line) != result.report.end();
+}
+
+bool ReleasedEverything(const ClientResult& result) {
+    const bool broke_a_rule =
+        std::any_of(result.report.begin(), result.report.end(),
+                    [](const std::string& line) { return line.starts_with("violation"); });
+    return !broke_a_rule && !result.report.empty() &&
+           result.report.back() == "destruct items=0 links=0 modules=0";
+}

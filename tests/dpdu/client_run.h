@@ -1,0 +1,40 @@
+// One run of the client program against a library, and what it left behind.
+
+#ifndef TESTS_DPDU_CLIENT_RUN_H
+#define TESTS_DPDU_CLIENT_RUN_H
+
+#include <string>
+#include <vector>
+
+struct ClientResult {
+    int exit_code = -1;
+    std::string output;               // standard output, line ends as \n
+    std::string error;                // standard error, likewise
+    std::vector<std::string> report;  // what the fake library wrote
+};
+
+struct ClientSetup {
+    std::vector<std::string> arguments;
+    std::string scenario;        // of the fake library
+    std::string library;         // empty: the fake library, given by DPDU_LIBRARY
+    bool has_library = true;     // false: DPDU_LIBRARY is not set at all
+    std::string interrupt_when;  // interrupt the program when the report holds this line
+};
+
+ClientResult RunClient(const ClientSetup& setup);
+
+// With the fake library in its ordinary state.
+ClientResult RunClient(const std::vector<std::string>& arguments, const std::string& scenario = "");
+
+// True when the report has the line.
+bool Reported(const ClientResult& result, const std::string& line);
+
+// True when the library was destructed with everything handed back and no rule broken.
+bool ReleasedEverything(const ClientResult& result);
+
+// A new path in the folder for temporary files.
+std::string TemporaryPath(const std::string& name);
+
+std::string ReadWholeFile(const std::string& path);
+
+#endif  // TESTS_DPDU_CLIENT_RUN_H

@@ -1,0 +1,513 @@
+// The client program as its user sees it, with a library of another vendor behind it.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "client_run.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr int kOk = 0;
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+
+// Standard output as JSON; a test fails on anything beside the one document.
+Json Document(const ClientResult& result) {
+    const Json document = Json::parse(result.output, nullptr, false);
+    EXPECT_FALSE(document.is_discarded()) << result.output;
+    return document;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// One line that starts with the program's name.
+bool IsOneErrorLine(const std::string& text) {
+    return text.starts_with("dpdu: ") && text.find('\n') == text.size() - 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduLibrary, PathThatDoesNotExistGivesOneLineWithAdvice) {
+    const ClientResult result = RunClient({"modules", "--library", "/nowhere/to_be_found"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+    EXPECT_TRUE(Contains(result.error, "cannot load the library '/nowhere/to_be_found'"));
+    EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
+}
+
+TEST(DpduLibrary, FileThatIsNoLibraryGivesOneLineWithAdvice) {
+    const std::string path = TemporaryPath("text.dll");
+    std::ofstream(path) << "not a library\n";
+    const ClientResult result = RunClient({"modules", "--library", path});
+    std::remove(path.c_str());
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+    EXPECT_TRUE(Contains(result.error, "cannot load the library"));
+}
+
+TEST(DpduLibrary, LibraryWithoutAllFunctionsIsRefusedByTheNameOfTheFirstMissingOne) {
+    const ClientResult result = RunClient({"modules", "--library", INCOMPLETE_LIBRARY});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+    EXPECT_TRUE(Contains(result.error, "it lacks PDUIoCtl and 26 more functions"));
+    EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
+}
+
+TEST(DpduLibrary, OptionGoesBeforeEnvironment) {
+    ClientSetup setup;
+    setup.arguments = {"modules", "--library", FAKE_LIBRARY};
+    setup.library = "/nowhere/to_be_found";
+    EXPECT_EQ(RunClient(setup).exit_code, kOk);
+}
+
+TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsTaken) {
+    ClientSetup setup;
+    setup.arguments = {"frobnicate"};
+    setup.has_library = false;
+    EXPECT_EQ(RunClient(setup).exit_code, kUsage);
+
+    setup.arguments = {"version", "--wait", "0", "--module", "no such module"};
+    const ClientResult result = RunClient(setup);
+    EXPECT_EQ(result.exit_code, kFailure);
+    // Either it is there and finds no such module, or the message names the place.
+    EXPECT_TRUE(Contains(result.error, "tarvik_dpdu_x64") ||
+                Contains(result.error, "no module found that matches 'no such module'"))
+        << result.error;
+}
+
+TEST(DpduLibrary, WhatItPrintsStaysOutOfTheAnswers) {
+    const ClientResult quiet = RunClient({"vin"});
+    EXPECT_EQ(quiet.output, "TESTV1N0000000001\n");
+    EXPECT_EQ(quiet.error, "");
+    const ClientResult verbose = RunClient({"vin", "--verbose"});
+    EXPECT_EQ(verbose.output, "TESTV1N0000000001\n");
+    EXPECT_TRUE(Contains(verbose.error, "[fake] constructing\n"));
+    EXPECT_TRUE(Contains(verbose.error, "[fake] working\n"));
+}
+
+TEST(DpduLibrary, RefusalToConstructIsReportedByFunctionAndStatus) {
+    const ClientResult result = RunClient({"modules"}, "refuses-construct");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: PDUConstruct failed with PDU_ERR_FCT_FAILED (0x01)\n");
+}
+
+TEST(DpduLibrary, OptionStringReachesConstruct) {
+    EXPECT_TRUE(Reported(RunClient({"modules"}), "construct without options"));
+    const ClientResult result = RunClient({"modules", "--library-options", "a='b c'"});
+    EXPECT_TRUE(Reported(result, "construct a='b c'"));
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduModules, ListsNameSerialNumberConnectionAndState) {
+    const ClientResult result = RunClient({"modules"}, "two-modules");
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "HANDLE  NAME   SERIAL  CONNECTION  STATE\n"
+              "5       Probe  S-1     USB         PDU_MODST_AVAIL\n"
+              "6       Probe  S-2     WLAN        PDU_MODST_AVAIL\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduModules, JsonCarriesTheVendorsOwnTextsToo) {
+    const Json modules = Document(RunClient({"modules", "--json"}))["modules"];
+    ASSERT_EQ(modules.size(), 1u);
+    EXPECT_EQ(modules[0]["handle"], 5);
+    EXPECT_EQ(modules[0]["serialNumber"], "S-1");
+    EXPECT_EQ(modules[0]["state"], "PDU_MODST_AVAIL");
+    EXPECT_EQ(modules[0]["vendorModuleName"],
+              "VendorName='Other' ModuleName='Probe' SerialNumber='S-1' ConnectionType='USB'");
+    EXPECT_EQ(modules[0]["vendorAdditionalInfo"], "Interface='wire'");
+}
+
+TEST(DpduModules, NoneIsAFailureWithAnEmptyList) {
+    const ClientResult result = RunClient({"modules", "--wait", "0", "--json"}, "no-module");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(Document(result), Json({{"modules", Json::array()}}));
+    EXPECT_EQ(result.error, "dpdu: no module found\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduModules, OneThatShowsUpLaterIsWaitedFor) {
+    const ClientResult result = RunClient({"vin", "--wait", "60"}, "late-module");
+    EXPECT_EQ(result.output, "TESTV1N0000000001\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduModules, SeveralNeedAChoice) {
+    const ClientResult result = RunClient({"vin"}, "two-modules");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error,
+              "dpdu: 2 modules found, choose one with --module TEXT: S-1 USB; S-2 WLAN\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduModules, ChoiceIsByAnyPartOfTheNameWhateverTheCase) {
+    const ClientResult result = RunClient({"vin", "--module", "wlan"}, "two-modules");
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_TRUE(Reported(result, "module 6"));
+}
+
+TEST(DpduModules, SlowScanIsAnnouncedOnceOnStandardError) {
+    const ClientResult result = RunClient({"modules"}, "slow-scan");
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.error, "dpdu: looking for a module...\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduVersion, ShowsVersionsAndDatesUnpacked) {
+    const ClientResult result = RunClient({"version"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_TRUE(Contains(result.output, "Library        Other D-PDU")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "7.8.9")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "2024-05-22")) << result.output;
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduVersion, JsonReadsATextThatFillsItsWholeField) {
+    const Json document = Document(RunClient({"version", "--json"}));
+    EXPECT_EQ(document["vendor"], std::string(64, 'V'));
+    EXPECT_EQ(document["iso22900Part1"], "2.1.0");
+    EXPECT_EQ(document["iso22900Part2"], "2.2.0");
+    EXPECT_EQ(document["hardwareSerialNumber"], 4711);
+    EXPECT_EQ(document["hardware"]["version"], "1.2.3");
+    EXPECT_EQ(document["firmware"]["name"], "probe-fw");
+    EXPECT_EQ(document["library"]["date"], "2024-05-22");
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduRequest, SingleAnswerIsBareHexadecimal) {
+    const ClientResult result = RunClient({"request", "22", "F1", "90"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output, "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
+    EXPECT_EQ(result.error, "");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
+    const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E2:7EA"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output, "7F 22 31\n");
+    EXPECT_EQ(result.error,
+              "dpdu: 7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22\n");
+}
+
+TEST(DpduRequest, SilenceIsExplainedAndFails) {
+    const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E3:7EB"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error,
+              "dpdu: 7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, IdentifiersOf29BitsGoWithTheirFormat) {
+    const ClientResult result = RunClient({"request", "1003", "--ecu", "18DA10F1:18DAF110"});
+    EXPECT_EQ(result.output, "50 03\n");
+}
+
+TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOthers) {
+    const ClientResult result =
+        RunClient({"request", "3E00", "--ecu", "7E3:7EB", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output,
+              "7E3:7EB  -      no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n"
+              "7E0:7E8  7E 00\n"
+              "7E1:7E9  7E 00\n");
+    EXPECT_EQ(result.error, "dpdu: 1 of 3 control units did not do as asked\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, FunctionalRequestGivesARowForEachControlUnitOfTheTable) {
+    const ClientResult result = RunClient({"request", "3E00", "--functional", "7DF", "--ecu",
+                                           "7E0:7E8", "--ecu", "7E3:7EB", "--ecu", "7E1:7E9"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output,
+              "7E0:7E8  7E 00\n"
+              "7E3:7EB  -      no answer\n"
+              "7E1:7E9  7E 00\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, FunctionalRequestThatAllAnswerSucceeds) {
+    const ClientResult result = RunClient({"request", "22F190", "--functional", "7DF", "--ecu",
+                                           "7E0:7E8", "--ecu", "7E1:7E9", "--json"});
+    EXPECT_EQ(result.exit_code, kOk);
+    const Json document = Document(result);
+    EXPECT_EQ(document["request"], "22F190");
+    EXPECT_EQ(document["functionalId"], "7DF");
+    ASSERT_EQ(document["controlUnits"].size(), 2u);
+    EXPECT_EQ(document["controlUnits"][1]["responseId"], "7E9");
+    EXPECT_EQ(document["controlUnits"][1]["answers"][0]["data"],
+              "62F1905445535456314E30303030303030303032");
+}
+
+TEST(DpduRequest, JsonNamesTheNegativeResponse) {
+    const Json document = Document(RunClient({"request", "22F190", "--ecu", "7E2:7EA", "--json"}));
+    const Json& answer = document["controlUnits"][0]["answers"][0];
+    EXPECT_EQ(answer["data"], "7F2231");
+    EXPECT_EQ(answer["acceptanceId"], 2);
+    EXPECT_EQ(answer["negativeResponse"]["code"], 0x31);
+    EXPECT_EQ(answer["negativeResponse"]["name"], "requestOutOfRange");
+    EXPECT_EQ(answer["timestampUs"], 1234567);
+}
+
+TEST(DpduRequest, ExpectedResponsesReachTheLibraryWithMaskAndOrder) {
+    const Json matched = Document(
+        RunClient({"request", "3E00", "--expect", "FFFF", "--expect", "70AA/F000", "--json"}));
+    EXPECT_EQ(matched["controlUnits"][0]["answers"][0]["acceptanceId"], 2);
+    const ClientResult unmatched = RunClient({"request", "3E00", "--expect", "7E01"});
+    EXPECT_EQ(unmatched.exit_code, kFailure);
+    EXPECT_EQ(unmatched.output, "");
+}
+
+TEST(DpduRequest, TimingReachesTheLibraryInMicroseconds) {
+    EXPECT_EQ(RunClient({"request", "22F1A0"}).output, "62 F1 A0 00 0F 42 40\n");  // 1 s
+    EXPECT_EQ(RunClient({"request", "22F1A0", "--p2", "150"}).output, "62 F1 A0 00 02 49 F0\n");
+    EXPECT_EQ(RunClient({"request", "22F1A1", "--p2-star", "2000"}).output,
+              "62 F1 A1 00 1E 84 80\n");
+}
+
+TEST(DpduRequest, TesterPresentIsOffUnlessAskedFor) {
+    EXPECT_EQ(RunClient({"request", "22F1A2"}).output, "62 F1 A2 00 00 00 00\n");
+    EXPECT_EQ(RunClient({"request", "22F1A4"}).output, "62 F1 A4\n");
+    const std::vector<std::string> on = {"--tester-present", "2"};
+    EXPECT_EQ(RunClient({"request", "22F1A2", on[0], on[1]}).output, "62 F1 A2 00 00 00 01\n");
+    EXPECT_EQ(RunClient({"request", "22F1A3", on[0], on[1]}).output, "62 F1 A3 00 00 07 D0\n");
+    EXPECT_EQ(RunClient({"request", "22F1A4", on[0], on[1]}).output, "62 F1 A4 3E 80\n");
+}
+
+TEST(DpduRequest, AnyComParamCanBeSetBefore) {
+    EXPECT_EQ(RunClient({"request", "22F1A1", "--param", "CP_P2Star=0x10"}).output,
+              "62 F1 A1 00 00 00 10\n");
+    const ClientResult unknown = RunClient({"request", "22F190", "--param", "CP_Unheard=1"});
+    EXPECT_EQ(unknown.exit_code, kFailure);
+    EXPECT_EQ(unknown.error,
+              "dpdu: 7E0:7E8: the library has no ComParam 'CP_Unheard' on this link\n");
+    const ClientResult unfit = RunClient({"request", "22F190", "--param", "CP_P2Star=soon"});
+    EXPECT_EQ(unfit.exit_code, kUsage);
+    EXPECT_TRUE(Contains(unfit.error, "'soon' is not a value of this ComParam")) << unfit.error;
+    EXPECT_TRUE(ReleasedEverything(unfit));
+}
+
+TEST(DpduRequest, UnknownProtocolIsNamed) {
+    const ClientResult result = RunClient({"request", "22F190", "--protocol", "ISO_UNHEARD"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(Contains(result.error, "the library does not know the name 'ISO_UNHEARD'"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, LinkThatTheLibraryRefusesIsReportedByFunctionAndStatus) {
+    const ClientResult result = RunClient({"request", "22F190"}, "refuses-link");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error,
+              "dpdu: 7E0:7E8: PDUCreateComLogicalLink failed with PDU_ERR_RESOURCE_BUSY (0x30)\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, ErrorOfTheLinkItselfIsReported) {
+    const ClientResult result = RunClient({"request", "22F190"}, "lost-module");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: 7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI)\n");
+}
+
+TEST(DpduRequest, RequestThatNeverEndsIsCancelledAfterTheTimeout) {
+    const ClientResult result =
+        RunClient({"request", "22F190", "--ecu", "7E5:7ED", "--timeout", "1"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(Contains(result.error,
+                         "dpdu: 7E5:7ED: the library did not finish the request within 1 s\n"))
+        << result.error;
+    EXPECT_TRUE(Reported(result, "cancelled"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, InterruptionCancelsTheRequestAndReleasesEverything) {
+    ClientSetup setup;
+    setup.arguments = {"request", "22F190", "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"};
+    setup.interrupt_when = "hanging";
+    const ClientResult result = RunClient(setup);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(Contains(result.error, "dpdu: interrupted\n")) << result.error;
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(Reported(result, "cancelled"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkGoes) {
+    ClientSetup setup;
+    setup.arguments = {"request", "22F190", "--ecu", "7E5:7ED", "--tester-present", "500"};
+    setup.interrupt_when = "hanging";
+    const ClientResult result = RunClient(setup);
+    EXPECT_TRUE(Reported(result, "stopcomm"));
+    EXPECT_FALSE(Reported(result, "disconnected while started"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduVin, SeveralControlUnitsHaveARowEach) {
+    const ClientResult result = RunClient(
+        {"vin", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9", "--ecu", "7E2:7EA", "--ecu", "7E4:7EC"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output,
+              "7E0:7E8  TESTV1N0000000001\n"
+              "7E1:7E9  TESTV1N0000000002\n"
+              "7E2:7EA  -                  negative response requestOutOfRange (0x31) to service "
+              "0x22\n"
+              "7E4:7EC  SHORT              not a well-formed VIN: 'SHORT'\n");
+    EXPECT_EQ(result.error, "dpdu: 2 of 4 control units did not do as asked\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduVin, JsonHasNullWhereThereIsNone) {
+    const Json units = Document(
+        RunClient({"vin", "--ecu", "7E0:7E8", "--ecu", "7E3:7EB", "--json"}))["controlUnits"];
+    ASSERT_EQ(units.size(), 2u);
+    EXPECT_EQ(units[0]["vin"], "TESTV1N0000000001");
+    EXPECT_FALSE(units[0].contains("error"));
+    EXPECT_TRUE(units[1]["vin"].is_null());
+    EXPECT_TRUE(units[1].contains("error"));
+}
+
+TEST(DpduDtc, ShowsCodeStatusByteAndStatusBits) {
+    const ClientResult result = RunClient({"dtc", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "7E0:7E8: 2 trouble codes\n"
+              "  P0301-00  2F  testFailed, testFailedThisOperationCycle, pendingDTC, "
+              "confirmedDTC, testFailedSinceLastClear\n"
+              "  U0123-16  04  pendingDTC\n"
+              "7E1:7E9: no trouble codes\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduDtc, MaskGoesIntoTheRequest) {
+    const Json units = Document(RunClient({"dtc", "--mask", "08", "--json"}))["controlUnits"];
+    ASSERT_EQ(units[0]["troubleCodes"].size(), 1u);
+    EXPECT_EQ(units[0]["troubleCodes"][0]["code"], "P0301-00");
+    EXPECT_EQ(units[0]["troubleCodes"][0]["raw"], "030100");
+    EXPECT_EQ(units[0]["troubleCodes"][0]["status"], "2F");
+    EXPECT_EQ(units[0]["troubleCodes"][0]["statusFlags"][0], "testFailed");
+    EXPECT_EQ(units[0]["statusAvailabilityMask"], "FF");
+}
+
+TEST(DpduDtc, AnswerThatEndsWithinATroubleCodeIsAFailure) {
+    const ClientResult result = RunClient({"dtc", "--ecu", "7E4:7EC"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: 7E4:7EC: unexpected answer 5902FF0301\n");
+}
+
+TEST(DpduDtc, NegativeAnswerIsExplained) {
+    const ClientResult result = RunClient({"dtc", "--ecu", "7E2:7EA"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error,
+              "dpdu: 7E2:7EA: negative response serviceNotSupported (0x11) to service 0x19\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduComParam, GetShowsTheLibrarysOwnValuesOfEveryType) {
+    const ClientResult result =
+        RunClient({"comparam", "get", "CP_P2Max", "CP_T1Max", "CP_TesterPresentMessage",
+                   "CP_CanBaudrateRecord", "CP_SessionTimingOverride"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "CP_P2Max                  150000          PDU_PT_UNUM32       PDU_PC_TIMING\n"
+              "CP_T1Max                  -3              PDU_PT_SNUM16       PDU_PC_TIMING\n"
+              "CP_TesterPresentMessage                   PDU_PT_BYTEFIELD    "
+              "PDU_PC_TESTER_PRESENT\n"
+              "CP_CanBaudrateRecord      500000,250000   PDU_PT_LONGFIELD    PDU_PC_BUSTYPE\n"
+              "CP_SessionTimingOverride  769:0:50:1:244  PDU_PT_STRUCTFIELD  PDU_PC_TIMING\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduComParam, SetShowsWhatTheLibraryMadeOfEveryType) {
+    const Json params = Document(RunClient(
+        {"comparam", "set", "CP_P2Max=0x100", "CP_T1Max=-300", "CP_TesterPresentMessage=3E80",
+         "CP_CanBaudrateRecord=1,2,3", "CP_SessionTimingOverride=1:2:3:4:5,6:7:8:9:10",
+         "CP_RequestAddrMode=2", "--json"}))["comParams"];
+    ASSERT_EQ(params.size(), 6u);
+    EXPECT_EQ(params[0]["value"], 256);
+    EXPECT_EQ(params[0]["name"], "CP_P2Max");
+    EXPECT_EQ(params[0]["id"], 901);
+    EXPECT_EQ(params[0]["type"], "PDU_PT_UNUM32");
+    EXPECT_EQ(params[0]["class"], "PDU_PC_TIMING");
+    EXPECT_EQ(params[1]["value"], -300);
+    EXPECT_EQ(params[2]["value"], "3E80");
+    EXPECT_EQ(params[3]["value"], Json({1, 2, 3}));
+    EXPECT_EQ(params[4]["value"], Json({{1, 2, 3, 4, 5}, {6, 7, 8, 9, 10}}));
+    EXPECT_EQ(params[5]["value"], 2);
+}
+
+TEST(DpduComParam, RefusedValueIsReportedWithTheStatus) {
+    const ClientResult result = RunClient({"comparam", "set", "CP_Baudrate=0", "--json"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    const std::string message =
+        "the library refused CP_Baudrate=0 with PDU_ERR_VALUE_NOT_SUPPORTED (0x61)";
+    EXPECT_EQ(result.error, "dpdu: " + message + "\n");
+    EXPECT_EQ(Document(result), Json({{"error", message}}));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduComParam, UnknownNameIsAFailure) {
+    const ClientResult result = RunClient({"comparam", "get", "CP_Unheard"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: the library has no ComParam 'CP_Unheard' on this link\n");
+}
+
+TEST(DpduComParam, ListShowsTheKnownOnesAndFilters) {
+    EXPECT_EQ(Document(RunClient({"comparam", "list", "--json"}))["comParams"].size(), 16u);
+    const Json filtered =
+        Document(RunClient({"comparam", "list", "--filter", "TesterPresent", "--json"}));
+    ASSERT_EQ(filtered["comParams"].size(), 3u);
+    EXPECT_EQ(filtered["comParams"][0]["name"], "CP_TesterPresentHandling");
+    const ClientResult nothing = RunClient({"comparam", "list", "--filter", "Unheard"});
+    EXPECT_EQ(nothing.exit_code, kFailure);
+    EXPECT_EQ(nothing.error, "dpdu: no ComParam whose name contains 'Unheard'\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduHelp, EveryCommandShowsExamplesAndExitCodes) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"modules"}, {"version"},         {"request"},         {"vin"},
+        {"dtc"},     {"comparam", "get"}, {"comparam", "set"}, {"comparam", "list"}};
+    for (std::vector<std::string> arguments : commands) {
+        arguments.emplace_back("--help");
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kOk);
+        EXPECT_EQ(result.error, "");
+        EXPECT_TRUE(Contains(result.output, "\nExamples:\n  dpdu " + arguments[0]))
+            << result.output;
+        EXPECT_TRUE(Contains(result.output, "\nExit codes:\n  0")) << result.output;
+        EXPECT_TRUE(Contains(result.output, "--json")) << result.output;
+    }
+}
+
+TEST(DpduUsage, MistakeGivesOneLineAndExitCode2WithoutTouchingTheLibrary) {
+    const std::vector<std::vector<std::string>> mistakes = {
+        {}, {"frobnicate"}, {"vin", "--frobnicate"}, {"request"}, {"comparam"}};
+    for (const std::vector<std::string>& arguments : mistakes) {
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kUsage);
+        EXPECT_EQ(result.output, "");
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+        EXPECT_TRUE(Contains(result.error, "--help")) << result.error;
+        EXPECT_TRUE(result.report.empty());
+    }
+}
+
+}  // namespace

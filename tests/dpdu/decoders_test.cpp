@@ -1,0 +1,307 @@
+// What the client makes of texts and bytes, without a library.
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+#include "com_param_names.h"
+#include "command_line.h"
+#include "ecu_address.h"
+#include "failure.h"
+#include "hex.h"
+#include "modules.h"
+#include "output.h"
+#include "param_value.h"
+#include "pdu_functions.h"
+#include "uds.h"
+
+namespace dpdu {
+namespace {
+
+TEST(Hex, BytesMayBeSeparatedByBlanksAndCarryAPrefix) {
+    EXPECT_EQ(ParseHex("22F190"), (Bytes{0x22, 0xF1, 0x90}));
+    EXPECT_EQ(ParseHex("22 f1 90"), (Bytes{0x22, 0xF1, 0x90}));
+    EXPECT_EQ(ParseHex("0x22F190"), (Bytes{0x22, 0xF1, 0x90}));
+    EXPECT_EQ(ParseHex(""), Bytes{});
+}
+
+TEST(Hex, AnythingElseIsRefused) {
+    for (const char* text : {"2", "22F", "2 2", "2G", "22-33", "0x", "22F19 0"}) {
+        EXPECT_EQ(ParseHex(text), std::nullopt) << text;
+    }
+}
+
+TEST(Hex, TextIsUpperCaseWithTheSeparatorBetween) {
+    EXPECT_EQ(HexText({0x0A, 0xFF}), "0AFF");
+    EXPECT_EQ(HexText({0x0A, 0xFF}, " "), "0A FF");
+    EXPECT_EQ(HexText({}, " "), "");
+}
+
+TEST(Hex, NumbersAreLimitedTo32Bits) {
+    EXPECT_EQ(ParseNumber("4294967295"), 0xFFFFFFFFu);
+    EXPECT_EQ(ParseNumber("0xFFFFFFFF"), 0xFFFFFFFFu);
+    EXPECT_EQ(ParseHexNumber("7E0"), 0x7E0u);
+    for (const char* text : {"4294967296", "0x100000000", "-1", "+1", "1 ", "", "0x", "12x"}) {
+        EXPECT_EQ(ParseNumber(text), std::nullopt) << text;
+    }
+}
+
+TEST(EcuAddressing, PairOfIdentifiersUpTo29Bits) {
+    const std::optional<EcuAddress> ecu = ParseEcuAddress("18DA10F1:0x18DAF110");
+    ASSERT_TRUE(ecu);
+    EXPECT_EQ(ecu->request_id, 0x18DA10F1u);
+    EXPECT_EQ(ecu->response_id, 0x18DAF110u);
+    EXPECT_EQ(EcuAddressText(*ecu), "18DA10F1:18DAF110");
+    EXPECT_EQ(EcuAddressText({0x7E0, 0x7E8}), "7E0:7E8");
+    EXPECT_TRUE(ParseEcuAddress("1FFFFFFF:7FF"));
+    for (const char* text : {"", "7E0", "7E0:", ":7E8", "7E0:7E8:7E9", "20000000:7E8", "x:y"}) {
+        EXPECT_FALSE(ParseEcuAddress(text)) << text;
+    }
+}
+
+TEST(Uds, NegativeResponseIsDecodedWithItsName) {
+    const std::optional<NegativeResponse> response = ParseNegativeResponse({0x7F, 0x22, 0x33});
+    ASSERT_TRUE(response);
+    EXPECT_EQ(NegativeResponseText(*response),
+              "negative response securityAccessDenied (0x33) to service 0x22");
+    EXPECT_FALSE(ParseNegativeResponse({0x7F, 0x22}));
+    EXPECT_FALSE(ParseNegativeResponse({0x62, 0xF1, 0x90}));
+    EXPECT_FALSE(ParseNegativeResponse({}));
+}
+
+TEST(Uds, NegativeResponseNamesAreThoseOfTheStandard) {
+    const std::pair<int, const char*> names[] = {
+        {0x10, "generalReject"},
+        {0x11, "serviceNotSupported"},
+        {0x12, "subFunctionNotSupported"},
+        {0x13, "incorrectMessageLengthOrInvalidFormat"},
+        {0x21, "busyRepeatRequest"},
+        {0x22, "conditionsNotCorrect"},
+        {0x24, "requestSequenceError"},
+        {0x31, "requestOutOfRange"},
+        {0x35, "invalidKey"},
+        {0x36, "exceedNumberOfAttempts"},
+        {0x37, "requiredTimeDelayNotExpired"},
+        {0x72, "generalProgrammingFailure"},
+        {0x78, "requestCorrectlyReceivedResponsePending"},
+        {0x7E, "subFunctionNotSupportedInActiveSession"},
+        {0x7F, "serviceNotSupportedInActiveSession"},
+        {0x93, "voltageTooLow"},
+        {0x01, "unknown code"},
+    };
+    for (const auto& [code, name] : names) {
+        EXPECT_STREQ(NegativeResponseName(static_cast<std::uint8_t>(code)), name);
+    }
+}
+
+TEST(Uds, TroubleCodeLetterComesFromTheTwoHighestBits) {
+    EXPECT_EQ(TroubleCodeText(0x030100), "P0301-00");
+    EXPECT_EQ(TroubleCodeText(0x3FFFFF), "P3FFF-FF");
+    EXPECT_EQ(TroubleCodeText(0x400000), "C0000-00");
+    EXPECT_EQ(TroubleCodeText(0x923A11), "B123A-11");
+    EXPECT_EQ(TroubleCodeText(0xC12316), "U0123-16");
+}
+
+TEST(Uds, StatusBitsAreNamedFromTheLowest) {
+    EXPECT_TRUE(TroubleStatusFlags(0).empty());
+    EXPECT_EQ(TroubleStatusFlags(0x81),
+              (std::vector<std::string>{"testFailed", "warningIndicatorRequested"}));
+    EXPECT_EQ(TroubleStatusFlags(0xFF).size(), 8u);
+    EXPECT_EQ(TroubleStatusFlags(0x08), std::vector<std::string>{"confirmedDTC"});
+}
+
+TEST(Uds, TroubleCodeReportEndsWithAWholeEntry) {
+    const std::optional<TroubleCodeReport> report =
+        ParseTroubleCodeReport({0x59, 0x02, 0x7B, 0x03, 0x01, 0x00, 0x09});
+    ASSERT_TRUE(report);
+    EXPECT_EQ(report->availability_mask, 0x7B);
+    ASSERT_EQ(report->codes.size(), 1u);
+    EXPECT_EQ(report->codes[0].code, 0x030100u);
+    EXPECT_EQ(report->codes[0].status, 0x09);
+    EXPECT_TRUE(ParseTroubleCodeReport({0x59, 0x02, 0xFF}));
+    EXPECT_FALSE(ParseTroubleCodeReport({0x59, 0x02}));
+    EXPECT_FALSE(ParseTroubleCodeReport({0x59, 0x02, 0xFF, 0x03, 0x01, 0x00}));
+    EXPECT_FALSE(ParseTroubleCodeReport({0x59, 0x0A, 0xFF}));
+    EXPECT_FALSE(ParseTroubleCodeReport({}));
+}
+
+TEST(Uds, PositiveAnswerRepeatsTheIdentifier) {
+    const Bytes request = {0x22, 0xF1, 0x90};
+    EXPECT_TRUE(IsPositiveAnswerTo(request, {0x62, 0xF1, 0x90}, 2));
+    EXPECT_FALSE(IsPositiveAnswerTo(request, {0x62, 0xF1, 0x91}, 2));
+    EXPECT_FALSE(IsPositiveAnswerTo(request, {0x62, 0xF1}, 2));
+    EXPECT_FALSE(IsPositiveAnswerTo(request, {0x7F, 0x22, 0x31}, 2));
+    EXPECT_TRUE(IsPositiveAnswerTo({0x3E}, {0x7E}, 0));
+}
+
+TEST(Uds, VinLosesItsPaddingAndHidesWhatCannotBePrinted) {
+    EXPECT_EQ(VinText({0, 0, 'A', 'B', ' ', 0}), "AB");
+    EXPECT_EQ(VinText({'A', 0x01, 0xFF, 'B'}), "A..B");
+    EXPECT_EQ(VinText({}), "");
+    EXPECT_TRUE(IsWellFormedVin("TESTV1N0000000001"));
+    EXPECT_FALSE(IsWellFormedVin("TESTV1N000000001"));
+    EXPECT_FALSE(IsWellFormedVin("TESTV1N00000000011"));
+    EXPECT_FALSE(IsWellFormedVin("TESTVIN0000000001"));
+    EXPECT_FALSE(IsWellFormedVin("testv1n0000000001"));
+}
+
+TEST(StatusTexts, UnknownNumbersAreShownAsNumbers) {
+    EXPECT_EQ(StatusText(PDU_ERR_INVALID_HANDLE), "PDU_ERR_INVALID_HANDLE (0x60)");
+    EXPECT_EQ(StatusText(PDU_ERR_TLS_CIPHER_NOT_SUPPORTED),
+              "PDU_ERR_TLS_CIPHER_NOT_SUPPORTED (0xC3)");
+    EXPECT_EQ(StatusText(0xEE), "status 0xEE");
+    EXPECT_EQ(ErrorEventText(0x1FF), "error event 0x1FF");
+    EXPECT_EQ(StateText(PDU_MODST_AVAIL), "PDU_MODST_AVAIL");
+    EXPECT_EQ(StateText(1), "state 0x01");
+}
+
+TEST(VendorNames, ValueIsFoundByItsWholeKey) {
+    const std::string series = "MyName='x' Name='y' Empty='' Open='z";
+    EXPECT_EQ(VendorValue(series, "MyName"), "x");
+    EXPECT_EQ(VendorValue(series, "Name"), "y");
+    EXPECT_EQ(VendorValue(series, "Empty"), "");
+    EXPECT_EQ(VendorValue(series, "Open"), "");
+    EXPECT_EQ(VendorValue(series, "Missing"), "");
+}
+
+ParamValue Like(T_PDU_PT type) {
+    ParamValue value;
+    value.type = type;
+    return value;
+}
+
+std::string Parsed(const std::string& text, T_PDU_PT type) {
+    return ParamText(ParseParamValue(text, Like(type)));
+}
+
+TEST(ParamValues, NumbersAreAcceptedUpToTheLimitsOfTheirType) {
+    EXPECT_EQ(Parsed("255", PDU_PT_UNUM8), "255");
+    EXPECT_EQ(Parsed("0xFFFF", PDU_PT_UNUM16), "65535");
+    EXPECT_EQ(Parsed("4294967295", PDU_PT_UNUM32), "4294967295");
+    EXPECT_EQ(Parsed("-128", PDU_PT_SNUM8), "-128");
+    EXPECT_EQ(Parsed("127", PDU_PT_SNUM8), "127");
+    EXPECT_EQ(Parsed("-2147483648", PDU_PT_SNUM32), "-2147483648");
+    EXPECT_THROW(Parsed("256", PDU_PT_UNUM8), UsageError);
+    EXPECT_THROW(Parsed("-1", PDU_PT_UNUM8), UsageError);
+    EXPECT_THROW(Parsed("-129", PDU_PT_SNUM8), UsageError);
+    EXPECT_THROW(Parsed("128", PDU_PT_SNUM8), UsageError);
+    EXPECT_THROW(Parsed("2147483648", PDU_PT_SNUM32), UsageError);
+    EXPECT_THROW(Parsed("", PDU_PT_UNUM32), UsageError);
+}
+
+TEST(ParamValues, FieldsAreReadInTheirOwnForms) {
+    EXPECT_EQ(Parsed("3e80", PDU_PT_BYTEFIELD), "3E80");
+    EXPECT_EQ(Parsed("", PDU_PT_BYTEFIELD), "");
+    EXPECT_EQ(Parsed("1,0x10", PDU_PT_LONGFIELD), "1,16");
+    EXPECT_EQ(Parsed("65535:255:0:1:2", PDU_PT_STRUCTFIELD), "65535:255:0:1:2");
+    EXPECT_THROW(Parsed("3E8", PDU_PT_BYTEFIELD), UsageError);
+    EXPECT_THROW(Parsed("1,,2", PDU_PT_LONGFIELD), UsageError);
+    EXPECT_THROW(Parsed("1:2:3:4", PDU_PT_STRUCTFIELD), UsageError);
+    EXPECT_THROW(Parsed("1:256:3:4:5", PDU_PT_STRUCTFIELD), UsageError);
+    ParamValue access = Like(PDU_PT_STRUCTFIELD);
+    access.struct_type = PDU_CPST_ACCESS_TIMING;
+    EXPECT_EQ(ParamText(ParseParamValue("1:2:3:4:5:6", access)), "1:2:3:4:5:6");
+    EXPECT_THROW(ParseParamValue("1:2:3:4:5", access), UsageError);
+    access.struct_type = PDU_CPST_TLS_VERSION_AND_CIPHER;
+    EXPECT_THROW(ParseParamValue("1:2:3:4:5:6", access), UsageError);
+}
+
+TEST(ParamValues, ItemsAndValuesConvertIntoEachOther) {
+    for (const auto& [text, type] : {std::pair{"-5", PDU_PT_SNUM16},
+                                     {"7", PDU_PT_UNUM8},
+                                     {"3E80", PDU_PT_BYTEFIELD},
+                                     {"1,2", PDU_PT_LONGFIELD},
+                                     {"1:2:3:4:5", PDU_PT_STRUCTFIELD}}) {
+        PDU_PARAM_ITEM head = {};
+        head.ComParamId = 12;
+        ParamItemBuilder item(head, ParseParamValue(text, Like(type)));
+        EXPECT_EQ(item.Get()->ItemType, PDU_IT_PARAM);
+        EXPECT_EQ(item.Get()->ComParamId, 12u);
+        EXPECT_EQ(ParamText(ReadParamValue(*item.Get())), text);
+    }
+}
+
+TEST(ParamValues, ItemWithoutDataReadsAsEmpty) {
+    for (const T_PDU_PT type : {PDU_PT_UNUM32, PDU_PT_BYTEFIELD, PDU_PT_STRUCTFIELD}) {
+        const PDU_PARAM_ITEM item = {PDU_IT_PARAM, 1, type, PDU_PC_COM, nullptr};
+        EXPECT_EQ(ParamText(ReadParamValue(item)), type == PDU_PT_UNUM32 ? "0" : "");
+    }
+}
+
+TEST(ComParamNames, ListIsOrderedWithoutRepetition) {
+    EXPECT_EQ(KnownComParamNames().size(), 228u);
+    const std::set<std::string> names(KnownComParamNames().begin(), KnownComParamNames().end());
+    EXPECT_EQ(names.size(), 228u);
+    EXPECT_TRUE(names.contains("CP_P2Max"));
+}
+
+TEST(ErrorLines, TextBecomesOneLineWithoutControlCharacters) {
+    EXPECT_EQ(OnOneLine("first\r\nsecond\tthird\n"), "first second third");
+    EXPECT_EQ(OnOneLine("\n"), "");
+}
+
+Invocation ParseArguments(std::vector<const char*> arguments) {
+    arguments.insert(arguments.begin(), "dpdu");
+    return ParseCommandLine(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(CommandLine, WhatMakesNoSenseIsRefusedWithTheReason) {
+    const std::pair<std::vector<const char*>, const char*> rows[] = {
+        {{}, "name a command"},
+        {{"frob"}, "unknown command 'frob'"},
+        {{"comparam", "frob"}, "unknown command 'frob'; see dpdu comparam --help"},
+        {{"request"}, "bytes is required"},
+        {{"request", "22F19"}, "'22F19' is not a row of hexadecimal bytes"},
+        {{"request", ""}, "is not a row of hexadecimal bytes"},
+        {{"request", "22F190", "--ecu", "7E0"}, "'7E0' is not a pair of CAN identifiers"},
+        {{"request", "22F190", "--functional", "x"}, "'x' is not a CAN identifier"},
+        {{"request", "22F190", "--functional", "7DF", "--ecu", "7E0:7E8", "--ecu", "7E1:7E8"},
+         "two control units answer on 7E8"},
+        {{"request", "22F190", "--expect", "6"}, "the expected response '6'"},
+        {{"request", "22F190", "--expect", "62/FFFF"}, "mask and pattern have different lengths"},
+        {{"request", "22F190", "--param", "CP_P2Max"}, "'CP_P2Max' is not NAME=VALUE"},
+        {{"request", "22F190", "--p2", "0"}, "--p2: Value 0 not in range"},
+        {{"request", "22F190", "--p2", "soon"}, "--p2"},
+        {{"vin", "--timeout", "0"}, "--timeout: Value 0 not in range"},
+        {{"vin", "--wait", "-1"}, "--wait: Value -1 not in range"},
+        {{"vin", "extra"}, "extra"},
+        {{"dtc", "--mask", "100"}, "'100' is not a status mask"},
+        {{"comparam", "set", "CP_P2Max"}, "'CP_P2Max' is not NAME=VALUE"},
+        {{"comparam", "get"}, "names is required"},
+        {{"vin", "--frob"}, "--frob"},
+    };
+    for (const auto& [arguments, reason] : rows) {
+        const Invocation invocation = ParseArguments(arguments);
+        EXPECT_FALSE(invocation.run) << reason;
+        EXPECT_NE(invocation.error.find(reason), std::string::npos) << invocation.error;
+        EXPECT_NE(invocation.error.find("; see dpdu"), std::string::npos) << invocation.error;
+    }
+}
+
+TEST(CommandLine, CommonOptionsMayStandBeforeOrBehindTheCommand) {
+    for (const std::vector<const char*>& arguments :
+         {std::vector<const char*>{"--json", "--library", "x", "vin"},
+          std::vector<const char*>{"vin", "--library", "x", "--json"}}) {
+        const Invocation invocation = ParseArguments(arguments);
+        EXPECT_TRUE(invocation.run) << invocation.error;
+        EXPECT_TRUE(invocation.common.as_json);
+        EXPECT_EQ(invocation.common.library, "x");
+    }
+}
+
+TEST(CommandLine, RequestInSeveralWordsMayBeFollowedByOptions) {
+    EXPECT_TRUE(ParseArguments({"request", "22", "F1", "90", "--ecu", "7E0:7E8"}).run);
+    EXPECT_TRUE(ParseArguments({"request", "--ecu", "7E0:7E8", "22", "F1", "90"}).run);
+}
+
+TEST(CommandLine, HelpAndVersionAreTextsWithoutAnythingToRun) {
+    const Invocation help = ParseArguments({"--help"});
+    EXPECT_FALSE(help.run);
+    EXPECT_NE(help.text.find("DPDU_LIBRARY"), std::string::npos);
+    EXPECT_EQ(ParseArguments({"--version"}).text.rfind("dpdu ", 0), 0u);
+}
+
+}  // namespace
+}  // namespace dpdu

@@ -1,0 +1,50 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "process.h"
+
+namespace {
+
+void Redirect(const std::string& path, int descriptor) {
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (file < 0 || dup2(file, descriptor) < 0) _exit(127);
+    close(file);
+}
+
+}  // namespace
+
+ProcessHandle StartProcess(const ProcessSetup& setup) {
+    std::vector<char*> arguments = {const_cast<char*>(setup.program.c_str())};
+    for (const std::string& text : setup.arguments) {
+        arguments.push_back(const_cast<char*>(text.c_str()));
+    }
+    arguments.push_back(nullptr);
+
+    const pid_t child = fork();
+    if (child != 0) return child > 0 ? child : 0;
+    for (const auto& [name, value] : setup.environment) {
+        if (value.empty()) {
+            unsetenv(name.c_str());
+        } else {
+            setenv(name.c_str(), value.c_str(), 1);
+        }
+    }
+    Redirect(setup.output_path, STDOUT_FILENO);
+    Redirect(setup.error_path, STDERR_FILENO);
+    execv(setup.program.c_str(), arguments.data());
+    _exit(127);
+}
+
+bool InterruptProcess(ProcessHandle process) {
+    return kill(static_cast<pid_t>(process), SIGINT) == 0;
+}
+
+int WaitForProcess(ProcessHandle process) {
+    int status = 0;
+    if (waitpid(static_cast<pid_t>(process), &status, 0) < 0) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}

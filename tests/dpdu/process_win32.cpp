@@ -1,0 +1,77 @@
+#include <windows.h>
+
+#include "process.h"
+
+namespace {
+
+// Quotes by the rules by which a C runtime takes a command line apart again.
+std::string Quoted(const std::string& argument) {
+    std::string quoted = "\"";
+    std::size_t backslashes = 0;
+    for (const char character : argument) {
+        if (character == '"') quoted.append(backslashes + 1, '\\');
+        backslashes = character == '\\' ? backslashes + 1 : 0;
+        quoted += character;
+    }
+    return quoted + std::string(backslashes, '\\') + "\"";
+}
+
+HANDLE OpenForChild(const std::string& path) {
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    return ::CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                         &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+// The child inherits this process's environment, so it is changed for the moment of the start.
+void SetAll(const ProcessSetup& setup, bool set) {
+    for (const auto& [name, value] : setup.environment) {
+        ::SetEnvironmentVariableA(name.c_str(), set && !value.empty() ? value.c_str() : nullptr);
+    }
+}
+
+}  // namespace
+
+ProcessHandle StartProcess(const ProcessSetup& setup) {
+    std::string command = Quoted(setup.program);
+    for (const std::string& argument : setup.arguments)
+        command += " " + Quoted(argument);
+
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof startup;
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = OpenForChild(setup.output_path);
+    startup.hStdError = OpenForChild(setup.error_path);
+    PROCESS_INFORMATION information = {};
+
+    SetAll(setup, true);
+    // A console of its own, without a window: Ctrl-C is a matter of consoles.
+    const BOOL started =
+        ::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
+                         nullptr, &startup, &information);
+    SetAll(setup, false);
+    ::CloseHandle(startup.hStdOutput);
+    ::CloseHandle(startup.hStdError);
+    if (!started) return 0;
+    ::CloseHandle(information.hThread);
+    return reinterpret_cast<ProcessHandle>(information.hProcess);
+}
+
+bool InterruptProcess(ProcessHandle process) {
+    // This program joins the child's console for the moment. Its own handler keeps it alive; unlike
+    // ignoring Ctrl-C altogether, that is not passed on to the children that follow.
+    ::SetConsoleCtrlHandler([](DWORD) -> BOOL { return TRUE; }, TRUE);
+    ::FreeConsole();
+    if (!::AttachConsole(::GetProcessId(reinterpret_cast<HANDLE>(process)))) return false;
+    const BOOL sent = ::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+    ::FreeConsole();
+    return sent != 0;
+}
+
+int WaitForProcess(ProcessHandle process) {
+    const HANDLE handle = reinterpret_cast<HANDLE>(process);
+    ::WaitForSingleObject(handle, INFINITE);
+    DWORD code = 0;
+    ::GetExitCodeProcess(handle, &code);
+    ::CloseHandle(handle);
+    return static_cast<int>(code);
+}

@@ -1,0 +1,67 @@
+#include "progress.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace dpdu {
+namespace {
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+std::string Content(std::FILE* file) {
+    std::string text;
+    std::rewind(file);
+    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file))
+        text += static_cast<char>(c);
+    return text;
+}
+
+// The length of a stream grows with what the progress thread flushes into it.
+bool WaitUntilWritten(std::FILE* file) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (std::ftell(file) > 0) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return false;
+}
+
+TEST(ProgressLine, NothingIsShownBeforeTheDelay) {
+    const File file(std::tmpfile());
+    ASSERT_TRUE(file);
+    { const Progress progress("waiting", {file.get(), true, std::chrono::hours(1)}); }
+    EXPECT_EQ(Content(file.get()), "");
+}
+
+TEST(ProgressLine, WithoutATerminalThePlainLineComesOnce) {
+    const File file(std::tmpfile());
+    ASSERT_TRUE(file);
+    {
+        const Progress progress("waiting", {file.get(), false, std::chrono::milliseconds(0)});
+        EXPECT_TRUE(WaitUntilWritten(file.get()));
+    }
+    EXPECT_EQ(Content(file.get()), "dpdu: waiting...\n");
+}
+
+TEST(ProgressLine, OnATerminalTheLineIsErasedInTheEnd) {
+    const File file(std::tmpfile());
+    ASSERT_TRUE(file);
+    {
+        const Progress progress("waiting", {file.get(), true, std::chrono::milliseconds(0)});
+        EXPECT_TRUE(WaitUntilWritten(file.get()));
+    }
+    const std::string text = Content(file.get());
+    EXPECT_EQ(text.rfind("\rdpdu: waiting... 0 s", 0), 0u) << text;
+    EXPECT_EQ(text.substr(text.size() - 6), "     \r") << text;
+}
+
+}  // namespace
+}  // namespace dpdu
