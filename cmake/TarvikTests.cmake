@@ -8,9 +8,9 @@ if(WIN32)
     set(TARVIK_RESULTS_DIR "Z:${TARVIK_RESULTS_DIR}")  # the drive that Wine gives the root folder
 endif()
 
-# Simulator, launchers and mocked devices are Linux programs; a Windows build uses those of the
-# Linux release build.
-if(WIN32)
+# Simulator, launchers and mocked devices are Linux programs of their own; the Windows build and the
+# sanitizers' builds use those of the Linux release build.
+if(WIN32 OR NOT TARVIK_SANITIZER STREQUAL "")
     set(TARVIK_HOST_TOOLS_DIR "${PROJECT_SOURCE_DIR}/build/linux-release")
 else()
     set(TARVIK_HOST_TOOLS_DIR "${CMAKE_BINARY_DIR}")
@@ -60,12 +60,8 @@ function(tarvik_add_unit_test name)
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
 
-    if(WIN32)
-        _tarvik_add_whole_program(${name} "${labels}" 600)
-        return()
-    endif()
-    if(ARG_LAUNCHER)
-        _tarvik_add_whole_program(${name} "${labels}" ${ARG_TIMEOUT} LAUNCHER ${ARG_LAUNCHER})
+    if(WIN32 OR ARG_LAUNCHER)
+        _tarvik_add_whole_program(${name} "${labels}" 600 LAUNCHER ${ARG_LAUNCHER})
         return()
     endif()
     gtest_discover_tests(${name}
