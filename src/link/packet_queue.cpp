@@ -39,8 +39,8 @@ struct PacketWaiter {
     PacketWaiter* later = nullptr;
     OsCondition* woken;              // one of the queue's, or `own` when they are all in use
     std::optional<OsCondition> own;  // lives no longer than the wait
-    PacketPtr handed;         // the packet that ends this wait
-    bool look_again = false;  // a packet for a wait that leaves it in place has been queued
+    PacketPtr handed;                // the packet that ends this wait
+    bool look_again = false;         // a packet for a wait that leaves it in place has been queued
     bool cancelled = false;
 };
 

@@ -19,24 +19,24 @@ struct PacketQueue {
     std::atomic<bool> active{false};  // between InitializeQueue and FreeQueue
     OsLock lock;                      // guards everything below
     OsCondition drained;              // woken when the last waiter has left a freed queue
-    PacketNode* head = nullptr;       // oldest
-    PacketNode* tail = nullptr;       // newest
-    PacketIndex* index = nullptr;
-    PacketWaiter* first_waiter = nullptr;  // longest waiting
-    PacketWaiter* last_waiter = nullptr;
-    std::uint32_t sleepers = 0;
-    std::uint64_t count = 0;
-
     // What waiters sleep on. Part of the queue and not of the waiter, so that a packet's taker can
     // be woken after the lock has been left, even if it has gone by then.
     static constexpr std::uint32_t kWakeUps = 16;
     OsCondition wake_ups[kWakeUps];
+    PacketNode* head = nullptr;  // oldest
+    PacketNode* tail = nullptr;  // newest
+    PacketIndex* index = nullptr;
+    PacketWaiter* first_waiter = nullptr;  // longest waiting
+    PacketWaiter* last_waiter = nullptr;
+    std::uint32_t sleepers = 0;
     std::uint32_t wake_ups_in_use = 0;  // bit by bit
+    std::uint64_t count = 0;
 };
 
 // Per connected dongle: what a transport hands upward and modules keep.
 struct DeviceQueues {
-    std::atomic<bool> available{false};  // while the dongle is connected; waits and sends give up without
+    // While the dongle is connected; waits and sends give up without.
+    std::atomic<bool> available{false};
     OsLock device_lock;
     OsCondition device_changed;
     PacketQueue rx;

@@ -23,7 +23,11 @@ inline std::uint32_t LoadU32(const std::uint8_t* from) {
     std::memcpy(&value, from, sizeof value);
     return value;
 }
-inline void StoreU16(std::uint8_t* to, std::uint16_t value) { std::memcpy(to, &value, sizeof value); }
-inline void StoreU32(std::uint8_t* to, std::uint32_t value) { std::memcpy(to, &value, sizeof value); }
+inline void StoreU16(std::uint8_t* to, std::uint16_t value) {
+    std::memcpy(to, &value, sizeof value);
+}
+inline void StoreU32(std::uint8_t* to, std::uint32_t value) {
+    std::memcpy(to, &value, sizeof value);
+}
 
 }  // namespace tarvik

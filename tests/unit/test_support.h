@@ -54,7 +54,7 @@ inline std::string LibraryTempFolder() {
 // The debug log of this process: opened once, it stays open as it does in the product.
 inline const std::string& DebugLogPath() {
     static const std::string path = [] {
-        const std::string name =
+        std::string name =
             LibraryTempFolder() + "dpdu_debug_" + std::to_string(OsProcessId()) + ".log";
         std::remove(name.c_str());  // of an earlier process with this number
         OpenDebugLog(true);

@@ -65,7 +65,8 @@ TEST_F(FragSend, FiveHundredBytesAtMtu244MakeThreeFragments) {
         EXPECT_EQ(sent[i]->U16(8), i);
         EXPECT_EQ(sent[i]->U16(10), 3);
         EXPECT_EQ(sent[i]->U32(12), 500u);
-        EXPECT_EQ(std::memcmp(sent[i]->Bytes() + 16, whole->Bytes() + i * 228u, kLengths[i] - 16u),
+        EXPECT_EQ(std::memcmp(sent[i]->Bytes() + 16, whole->Bytes() + std::size_t{228} * i,
+                              kLengths[i] - 16u),
                   0);
     }
     EXPECT_TRUE(log.Has("[FRAG] Packet size 500 exceeds MTU 244, fragmenting..."));

@@ -442,6 +442,25 @@ TEST(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
     EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 1u);
 }
 
+TEST(PacketWaiting, AnyNumberOfWaitersIsServed) {
+    constexpr std::uint32_t kWaiters = 40;
+    const FakeTick tick(1000);
+    Queue queue;
+    std::atomic<std::uint32_t> served{0};
+    std::vector<std::unique_ptr<Thread>> waiters;
+    for (std::uint32_t id = 0; id < kWaiters; ++id) {
+        waiters.push_back(std::make_unique<Thread>([&, id] {
+            if (FindResponse(&queue, -1, id) != nullptr) ++served;
+        }));
+    }
+    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == kWaiters; }));
+    for (std::uint32_t id = kWaiters; id-- > 0;) {
+        Append(&queue, ResponseTo(id), id);
+        waiters[id]->Join();
+    }
+    EXPECT_EQ(served, kWaiters);
+}
+
 TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
     constexpr std::uint32_t kWaiters = 8;
     constexpr std::uint32_t kPacketsEach = 500;
@@ -478,14 +497,12 @@ TEST(PacketWaiting, ShortTimeOutsAgainstHandOversLoseNoPacket) {
     constexpr std::uint32_t kPackets = 2000;
     Queue queue;
     std::atomic<std::uint32_t> received{0};
-    std::vector<std::unique_ptr<Thread>> takers;
-    for (int i = 0; i < 3; ++i) {
-        takers.push_back(std::make_unique<Thread>([&] {
-            while (received < kPackets) {
-                if (TakePacket(&queue, 1) != nullptr) ++received;
-            }
-        }));
-    }
+    const auto take = [&] {
+        while (received < kPackets) {
+            if (TakePacket(&queue, 1) != nullptr) ++received;
+        }
+    };
+    const Thread takers[] = {Thread(take), Thread(take), Thread(take)};
     for (std::uint32_t i = 0; i < kPackets; ++i) {
         Append(&queue, Numbered(kTypePing, i));
         if (i % 16 == 0) std::this_thread::yield();

@@ -105,15 +105,13 @@ TEST(Login, NameThatFillsItsFieldIsBoundedByIt) {
 TEST(PacketCounters, CountPacketsAndBytesOfAllThreads) {
     const PacketCounters before = ReadPacketCounters();
     {
-        std::vector<std::unique_ptr<Thread>> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.push_back(std::make_unique<Thread>([] {
-                for (int n = 0; n < 1000; ++n) {
-                    CountSentPacket(8);
-                    CountReceivedPacket(20);
-                }
-            }));
-        }
+        const auto count = [] {
+            for (int n = 0; n < 1000; ++n) {
+                CountSentPacket(8);
+                CountReceivedPacket(20);
+            }
+        };
+        const Thread threads[] = {Thread(count), Thread(count), Thread(count), Thread(count)};
     }
     const PacketCounters after = ReadPacketCounters();
     EXPECT_EQ(after.sent_packets - before.sent_packets, 4000u);
