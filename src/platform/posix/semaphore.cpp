@@ -33,9 +33,12 @@ bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
 }
 
 bool OsSemaphoreRelease(OsSemaphore* semaphore) {
-    const MonitorGuard guard(semaphore->monitor);
-    if (semaphore->count == semaphore->maximum) return false;
-    ++semaphore->count;
+    {
+        const MonitorGuard guard(semaphore->monitor);
+        if (semaphore->count == semaphore->maximum) return false;
+        ++semaphore->count;
+    }
+    // A waiter that is woken inside the monitor would only wait for it.
     semaphore->monitor.WakeOne();
     return true;
 }

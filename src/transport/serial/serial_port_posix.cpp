@@ -7,12 +7,16 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "platform/tick.h"
 #include "support/memory.h"
 
 namespace tarvik {
+
+static constexpr std::size_t kTakenAtOnce = 4096;
 
 struct PortHandle {
     int file = -1;
@@ -25,6 +29,11 @@ struct PortTransfer {
     PortHandle* port = nullptr;
     int poll = -1;
     bool hung_up = false;
+    // Bytes that have been taken from the tty and not read yet, and whether they were all it had.
+    std::uint8_t bytes[kTakenAtOnce];
+    std::uint32_t begin = 0;
+    std::uint32_t end = 0;
+    bool emptied = false;
 };
 
 static void CloseIfOpen(int descriptor) {
@@ -122,26 +131,41 @@ static Awaited Await(PortTransfer* transfer, std::int32_t timeout_ms) {
 }
 
 bool WaitForData(PortTransfer* transfer, std::int32_t timeout_ms) {
+    transfer->emptied = false;
     return Await(transfer, timeout_ms) != Awaited::kFailed;
 }
 
-bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
-    int queued = 0;
-    if (::ioctl(transfer->port->file, FIONREAD, &queued) != 0) return false;
-    if (queued <= 0 && transfer->hung_up) {
-        errno = EIO;
-        return false;
+// Takes from the tty what there is: to ask for the number of bytes first, and once more after the
+// last one, would cost two system calls for every packet. False: the tty was hung up.
+static bool TakeBytes(PortTransfer* transfer) {
+    const ssize_t got = ::read(transfer->port->file, transfer->bytes, sizeof transfer->bytes);
+    if (got > 0) {
+        transfer->begin = 0;
+        transfer->end = static_cast<std::uint32_t>(got);
+        transfer->emptied = transfer->end < sizeof transfer->bytes;
+        return true;
     }
-    *count = queued > 0 ? static_cast<std::uint32_t>(queued) : 0;
+    if (got < 0 && errno == EINTR) return true;
+    if (got < 0 && errno == EAGAIN && !transfer->hung_up) {
+        transfer->emptied = true;
+        return true;
+    }
+    if (got == 0 || errno == EAGAIN) errno = EIO;
+    return false;
+}
+
+bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
+    const bool look = transfer->begin == transfer->end && !transfer->emptied;
+    if (look && !TakeBytes(transfer)) return false;
+    *count = transfer->end - transfer->begin;
     return true;
 }
 
 TransferOutcome ReadPort(PortTransfer* transfer, void* data, std::uint32_t size) {
-    const ssize_t got = ::read(transfer->port->file, data, size);
-    if (got > 0) return {TransferStep::kDone, static_cast<std::uint32_t>(got), 0};
-    const int error = got == 0 ? EIO : errno;  // end of file: the port was hung up
-    if (error == EAGAIN || error == EINTR) return {TransferStep::kDone, 0, 0};
-    return {TransferStep::kStart, 0, static_cast<std::uint32_t>(error)};
+    const std::uint32_t count = std::min(size, transfer->end - transfer->begin);
+    std::memcpy(data, transfer->bytes + transfer->begin, count);
+    transfer->begin += count;
+    return {TransferStep::kDone, count, 0};
 }
 
 // Drops what the driver still holds, which could keep closing the port waiting for half a minute.
