@@ -1,6 +1,7 @@
 #include "pty.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
@@ -66,35 +67,68 @@ void Pty::Close() {
     master_ = -1;
     ++generation_;
     host_there_ = false;
+    hosts_ = 0;
     outgoing_.clear();
     cut_after_ = -1;
 }
 
-// A host that closes and opens the port again before anybody looked leaves no hang-up to be seen,
-// only the two notifications.
+// The hang-up of the pseudo-terminal alone would not do: a host that closes the port and opens it
+// again before anybody looked leaves none to be seen.
 void Pty::OnWatch() {
     alignas(inotify_event) std::array<char, 4096> buffer;
-    bool was_closed = false;
+    bool left = false;
     for (;;) {
         const ssize_t size = ::read(watch_, buffer.data(), buffer.size());
-        if (size <= 0) return;
+        if (size <= 0) break;
         for (ssize_t at = 0; at < size;) {
             const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
             at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-            if ((event->mask & IN_CLOSE) != 0) was_closed = true;
-            if ((event->mask & IN_OPEN) == 0) continue;
-            ++opens_;
-            if (was_closed && host_there_) HostLeft();
-            was_closed = false;
+            if ((event->mask & IN_OPEN) != 0) {
+                ++opens_;
+                ++hosts_;
+            } else if (hosts_ > 0 && --hosts_ == 0) {
+                left = true;
+            }
         }
+    }
+    if (left) HostLeft();
+}
+
+Bytes Pty::TakeUnread() {
+    Bytes unread;
+    std::array<std::uint8_t, 4096> buffer;
+    for (;;) {
+        const ssize_t size = ::read(master_, buffer.data(), buffer.size());
+        if (size <= 0) return unread;
+        AppendBytes(&unread, ByteSpan(buffer.data(), static_cast<std::size_t>(size)));
     }
 }
 
+bool Pty::IsHungUp() const {
+    pollfd state = {.fd = master_, .events = 0, .revents = 0};
+    return ::poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
+}
+
+// What the host wrote last still counts, its answers do not. When another host has the port open
+// already, what it wrote begins with its SYNC.
 void Pty::HostLeft() {
-    host_there_ = false;
+    const Bytes unread = TakeUnread();
+    auto next_host = unread.end();
+    if (!IsHungUp()) {
+        const Bytes sync = MakePacket(type::kSync, {});
+        next_host = std::find_end(unread.begin(), unread.end(), sync.begin(), sync.end());
+    }
+    Cork();
+    if (next_host != unread.begin()) handlers_.received({unread.begin(), next_host});
     outgoing_.clear();
     DiscardUnread();
+    host_there_ = false;
     handlers_.host_left();
+    if (next_host != unread.end()) {
+        host_there_ = true;
+        handlers_.received({next_host, unread.end()});
+    }
+    Uncork();
 }
 
 // What a host leaves unread is gone with it, as with a real port; a pseudo-terminal would keep it
@@ -111,10 +145,7 @@ void Pty::OnReady(std::uint32_t events) {
     const std::uint64_t generation = generation_;
     while (generation == generation_) {
         const ssize_t size = ::read(master_, buffer.data(), buffer.size());
-        if (size <= 0) {
-            if (size < 0 && errno == EIO && host_there_) HostLeft();
-            break;
-        }
+        if (size <= 0) break;
         host_there_ = true;
         handlers_.received(ByteSpan(buffer.data(), static_cast<std::size_t>(size)));
         // A pseudo-terminal hands out what it has, up to 4095 bytes; less than that was all, and

@@ -49,6 +49,8 @@ private:
     void OnReady(std::uint32_t events);
     void OnWatch();
     void HostLeft();
+    Bytes TakeUnread();
+    bool IsHungUp() const;
     void DiscardUnread();
     void WatchRoom(bool wanted);
     void Flush();
@@ -62,6 +64,7 @@ private:
     bool host_there_ = false;
     bool watches_room_ = false;
     std::uint64_t opens_ = 0;
+    std::uint64_t hosts_ = 0;  // that have it open, as far as notifications tell
     int corked_ = 0;
     Bytes outgoing_;
     std::int64_t cut_after_ = -1;  // -1: never
