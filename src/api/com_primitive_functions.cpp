@@ -137,7 +137,10 @@ std::uint32_t CancelOnLink(const char* function, LinkRecord* link, std::uint32_t
     const bool found = VisitItem(link->registry, hCoP, [&](void* object) {
         CancelRegistered(function, static_cast<ComPrimitive*>(object), outcome);
     });
-    if (found) return PDU_STATUS_NOERROR;
+    if (found) {
+        Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", function);
+        return PDU_STATUS_NOERROR;
+    }
     Log(kLogTrace, "[%s] Could not find CoP id %u, Returning PDU_ERR_INVALID_HANDLE", function,
         hCoP);
     return PDU_ERR_INVALID_HANDLE;

@@ -41,8 +41,8 @@ std::uint32_t Construct(const char* option, void* tag) {
     LoadConfig(&config);
     OpenDiagnostics(option, tag);
     SetApiTag(tag);
-    // A construct that failed half-way has left the queue prepared.
-    if (!SystemEventQueue->initialised.load()) InitializeQueue(&*SystemEventQueue);
+    // A construct that failed half-way has left the queue prepared; it is empty then.
+    InitializeQueue(&*SystemEventQueue);
     if (!AllocParamItems()) return PDU_ERR_FCT_FAILED;
     ForEachTransport(&Transport::Init);
     ForEachTransport(&Transport::Start);

@@ -4,6 +4,7 @@
 
 #include "api/com_primitives.h"
 #include "api/events.h"
+#include "support/log.h"
 #include "support/memory.h"
 
 namespace tarvik {
@@ -22,6 +23,7 @@ void DestroyRecord(LinkRecord* link) {
     FreeQueue(&link->raw_receive, ReleaseNothing);
     UniqueRespTable::Release(link->unique_table);
     if (link->thread != nullptr) OsThreadClose(link->thread);
+    if (link->announce_release) LogMutexRelease(*link);
     if (link->mutex != nullptr) OsMutexClose(link->mutex);
     DeleteTracked(link);
 }
@@ -48,6 +50,12 @@ LinkRecord* LinkRef::Detach() { return std::exchange(link_, nullptr); }
 LinkRef ShareLink(LinkRecord* link) {
     link->references.fetch_add(1);
     return LinkRef(link);
+}
+
+void LogMutexRelease(const LinkRecord& link) {
+    if (link.mutex == nullptr) return;
+    Log(kLogTrace, "[%s] Closing Mutex handle 0x%p (LogicalLink #%u)", "PDUDestruct",
+        OsMutexHandle(link.mutex), link.hCLL);
 }
 
 LinkMutexGuard::LinkMutexGuard(LinkRecord* link) {

@@ -60,6 +60,7 @@ struct LinkRecord {
     // application may be holding the module lock. Null: the module cannot be reached.
     DeviceQueues* device = nullptr;
 
+    bool announce_release = false;  // the log is told of the mutex; set by the last holder
     std::atomic<std::uint32_t> references{1};
 };
 
@@ -83,6 +84,8 @@ private:
 };
 
 LinkRef ShareLink(LinkRecord* link);
+
+void LogMutexRelease(const LinkRecord& link);
 
 // Owns the link's mutex for a scope. Waits without limit, but not for a link that is destroyed
 // meanwhile: its mutex stays owned for good, so the guard then comes up empty.

@@ -13,6 +13,7 @@
 namespace tarvik {
 
 void SetLinkState(LinkRecord* link, std::uint32_t new_state) {
+    if (!link->running.load()) return;
     link->state.store(new_state);
     AppendLinkEvent(link, MakeStatusItem(PDU_HANDLE_UNDEF, nullptr, new_state));
     CallComLogicalLinkEventCBR(link);
@@ -97,7 +98,10 @@ struct LinkRequest {
 std::uint32_t CreateLink(const char* function, const LinkRequest& request, std::uint32_t* hCLL) {
     const LockGuard hold(*ModuleDevicesLock);
     if (!CheckModuleHandle(function, request.hMod)) return PDU_ERR_INVALID_HANDLE;
-    if (LibraryState() != Lifecycle::kConstructed) return PDU_ERR_INVALID_HANDLE;
+    if (LibraryState() != Lifecycle::kConstructed) {
+        LogModuleNotFound(function, request.hMod);
+        return PDU_ERR_INVALID_HANDLE;
+    }
     ModuleSlot& slot = ModuleDevices->slots[request.hMod];
     const std::uint32_t handle = slot.link_count;
     if (!ReserveLinkHandle(slot)) return PDU_ERR_FCT_FAILED;
@@ -152,6 +156,7 @@ extern "C" T_PDU_ERROR PDU_CALL PDUDestroyComLogicalLink(UNUM32 hMod, UNUM32 hCL
             // Deliberate: the mutex stays owned, so that no further call on the link can enter.
             mutex.Keep();
             WakeItemQueue(&link->pending);
+            Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
             return PDU_STATUS_NOERROR;
         }
     }

@@ -8,6 +8,7 @@
 namespace tarvik {
 
 // Stores the state, produces the status item and calls the callback, also when nothing changed.
+// Does nothing for a link that has been destroyed.
 void SetLinkState(LinkRecord* link, std::uint32_t new_state);
 
 // The worker thread of a link (argument: the record, with one reference of the worker's own).

@@ -23,12 +23,15 @@ bool CheckModuleHandle(const char* function, std::uint32_t hMod) {
         return false;
     }
     if (!IsModulePresent(hMod)) {
-        Log(kLogTrace,
-            "[%s] Invalid hMod (%u), module not found, Returning PDU_ERR_INVALID_HANDLE", function,
-            hMod);
+        LogModuleNotFound(function, hMod);
         return false;
     }
     return true;
+}
+
+void LogModuleNotFound(const char* function, std::uint32_t hMod) {
+    Log(kLogTrace, "[%s] Invalid hMod (%u), module not found, Returning PDU_ERR_INVALID_HANDLE",
+        function, hMod);
 }
 
 LinkRef FindLink(std::uint32_t hMod, std::uint32_t hCLL) {

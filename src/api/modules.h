@@ -42,6 +42,7 @@ extern Immortal<ModuleTable> ModuleDevices;
 bool IsModulePresent(std::uint32_t hMod);
 // The check that functions with a module handle share: logs the refusal under `function`.
 bool CheckModuleHandle(const char* function, std::uint32_t hMod);
+void LogModuleNotFound(const char* function, std::uint32_t hMod);
 
 // The link behind a pair of handles, empty unless the module is present and the link is valid.
 LinkRef FindLink(std::uint32_t hMod, std::uint32_t hCLL);

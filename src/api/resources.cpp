@@ -60,5 +60,6 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetResourceIds(UNUM32 hMod, PDU_RSC_DATA* pRe
         wanted.BusTypeId, wanted.ProtocolId, wanted.NumPinData);
     *pResourceIdList = MakeResourceIdItem(
         hMod, SelectResources(__func__, wanted.BusTypeId, wanted.ProtocolId));
+    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
     return PDU_STATUS_NOERROR;
 }

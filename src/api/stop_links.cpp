@@ -56,9 +56,12 @@ void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position, bool w
             module);
     }
     EndWorker(link.Get(), was_active);
-    if (was_active && link->mutex != nullptr) {
-        Log(kLogTrace, "[%s] Closing Mutex handle 0x%p (LogicalLink #%u)", "PDUDestruct",
-            OsMutexHandle(link->mutex), position);
+    if (!was_active) return;
+    // Nobody can find the link any more, so a last reference stays the last.
+    if (link->references.load() == 1) {
+        link->announce_release = true;
+    } else {
+        LogMutexRelease(*link.Get());
     }
 }
 

@@ -37,6 +37,11 @@ void FillVersion(PDU_VERSION_DATA* version) {
     version->PDUApiSwDate = kReleaseDate;
 }
 
+std::uint32_t Succeed(const char* function) {
+    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", function);
+    return PDU_STATUS_NOERROR;
+}
+
 bool FindStateOnLink(LinkRecord* link, std::uint32_t hCoP, std::uint32_t* state) {
     const LinkMutexGuard mutex(link);
     if (!mutex) return false;
@@ -89,13 +94,13 @@ std::uint32_t ModuleStatus(const char* function, std::uint32_t hMod, T_PDU_STATU
         return PDU_ERR_INVALID_HANDLE;
     }
     if (status != nullptr) *status = ModuleDevices->slots[hMod].status.load();
-    return PDU_STATUS_NOERROR;
+    return Succeed(function);
 }
 
 std::uint32_t LogLockCall(const char* function, std::uint32_t hMod, std::uint32_t hCLL,
                           std::uint32_t mask) {
     Log(kLogTrace, "[%s] Called (hMod=%u, hCLL=%u, LockMask=0x%X)", function, hMod, hCLL, mask);
-    return PDU_STATUS_NOERROR;
+    return Succeed(function);
 }
 
 }  // namespace
@@ -108,15 +113,14 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetVersion(UNUM32 hMod, PDU_VERSION_DATA* pVe
     Log(kLogTrace, "[%s] Called (hMod=%u)", __func__, hMod);
     if (!CheckModuleHandle(__func__, hMod)) return PDU_ERR_INVALID_HANDLE;
     FillVersion(pVersionData);
-    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
-    return PDU_STATUS_NOERROR;
+    return Succeed(__func__);
 }
 
 extern "C" T_PDU_ERROR PDU_CALL PDUGetTimestamp(UNUM32 hMod, UNUM32* pTimestamp) {
     const ApiCall call;
     if (!CheckModuleHandle(__func__, hMod)) return PDU_ERR_INVALID_HANDLE;
     Log(kLogTrace, "[%s] Called (hMod=%u)", __func__, hMod);
-    if (pTimestamp == nullptr) return PDU_STATUS_NOERROR;
+    if (pTimestamp == nullptr) return Succeed(__func__);
     *pTimestamp = TimestampUs();
     Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR, *pTimestamp=%u", __func__, *pTimestamp);
     return PDU_STATUS_NOERROR;
@@ -130,7 +134,7 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetStatus(UNUM32 hMod, UNUM32 hCLL, UNUM32 hC
     if (pTimestamp != nullptr) *pTimestamp = TimestampUs();
     if (pExtraInfo != nullptr) *pExtraInfo = 0;
     if (hCoP != PDU_HANDLE_UNDEF) return ComPrimitiveStatus(__func__, hCoP, pStatusCode);
-    if (LinkStatus(hMod, hCLL, pStatusCode)) return PDU_STATUS_NOERROR;
+    if (LinkStatus(hMod, hCLL, pStatusCode)) return Succeed(__func__);
     return ModuleStatus(__func__, hMod, pStatusCode);
 }
 
@@ -140,18 +144,18 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetStatus(UNUM32 hMod, UNUM32 hCLL, UNUM32 hC
 extern "C" T_PDU_ERROR PDU_CALL PDUGetLastError(UNUM32 hMod, UNUM32 hCLL, T_PDU_ERR_EVT*, UNUM32*,
                                                 UNUM32*, UNUM32*) {
     Log(kLogTrace, "[%s] Called (hMod=%u, hCLL=%u)", __func__, hMod, hCLL);
-    return PDU_STATUS_NOERROR;
+    return Succeed(__func__);
 }
 
 extern "C" T_PDU_ERROR PDU_CALL PDUGetResourceStatus(PDU_RSC_STATUS_ITEM*) {
     Log(kLogTrace, "[%s] Called", __func__);
-    return PDU_STATUS_NOERROR;
+    return Succeed(__func__);
 }
 
 extern "C" T_PDU_ERROR PDU_CALL PDUGetConflictingResources(UNUM32 resourceId, PDU_MODULE_ITEM*,
                                                            PDU_RSC_CONFLICT_ITEM**) {
     Log(kLogTrace, "[%s] Called (resourceId=%u)", __func__, resourceId);
-    return PDU_STATUS_NOERROR;
+    return Succeed(__func__);
 }
 
 extern "C" T_PDU_ERROR PDU_CALL PDULockResource(UNUM32 hMod, UNUM32 hCLL, UNUM32 LockMask) {

@@ -265,6 +265,8 @@ TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
                              "[PDUDestruct] Stopping logical link #* on module #0",
                              "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #*)",
                              "[PDUDestruct] Closing Thread handle 0x* (LogicalLink #*)",
+                             "[FreeQueue] Deleting CRITICAL_SECTION for queue at 0x*",
+                             "[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE",
                              "[PDUDestruct] Closing Mutex handle 0x* (LogicalLink #*)",
                              "[PDUDestruct] Cleaned up * logical links for module 0",
                              "[PDUDestruct] Clearing ModuleDevices array (1 modules present)",
