@@ -90,8 +90,10 @@ const std::string& StdoutCapture::Text() {
     return text_;
 }
 
-DebugOutputCapture::DebugOutputCapture() : start_((PrivateFolder(), DebugOutput().size())) {}
+DebugOutputCapture::DebugOutputCapture() { CollectDebugOutput(true); }
 
-std::string DebugOutputCapture::Text() const { return DebugOutput().substr(start_); }
+DebugOutputCapture::~DebugOutputCapture() { CollectDebugOutput(false); }
+
+std::string DebugOutputCapture::Text() const { return DebugOutput(); }
 
 }  // namespace conformance

@@ -51,15 +51,16 @@ private:
     std::string text_;
 };
 
-// What the library sends to the debugger while this object lives.
+// What the library sends to the debugger while this object lives. One at a time.
 class DebugOutputCapture {
 public:
     DebugOutputCapture();
+    ~DebugOutputCapture();
+    DebugOutputCapture(const DebugOutputCapture&) = delete;
+    DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
+
     std::string Text() const;
     bool Has(const std::string& part) const { return Text().find(part) != std::string::npos; }
-
-private:
-    std::size_t start_;
 };
 
 }  // namespace conformance

@@ -50,7 +50,6 @@ const std::string& PrivateFolder() {
         temp_folder = JoinPath(made, "temp");
         UseTempFolder(temp_folder);
         UseUserFolder(JoinPath(made, "user"));
-        CollectDebugOutput();
         std::atexit(DeletePrivateFolder);
         return made;
     }();

@@ -55,16 +55,24 @@ std::string SystemTempFolder();
 // privileges that would override this away from the whole process.
 void BlockWriting(const std::string& file, const std::string& private_folder);
 
+// From now on nobody can create or open this file, which does not exist and lies beside the loaded
+// library.
+void MakeImpossible(const std::string& file);
+
 // Files that stay open must not keep the private folder from being deleted at the end.
 void PrepareDeletion(void* library);
 
 // ---- standard output and debugger output -------------------------------------------------------
 
+// Whether the library's debug console is the standard output that a process is started with.
+bool ConsoleIsStandardOutput();
+
 int RedirectStdout(const std::string& file);
 void RestoreStdout(int saved);
 
-// Collects what the library sends to the debugger from now on.
-void CollectDebugOutput();
+// Forgets what was collected, and collects what the library sends to the debugger from now on, or
+// no more.
+void CollectDebugOutput(bool on);
 std::string DebugOutput();  // so far
 
 // ---- control connection of the simulator -------------------------------------------------------

@@ -224,7 +224,12 @@ void BlockWriting(const std::string& file, const std::string&) {
                   FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+// The folder of a loaded library cannot be deleted, but a folder can take the file's name.
+void MakeImpossible(const std::string& file) { ::CreateDirectoryA(file.c_str(), nullptr); }
+
 void PrepareDeletion(void* library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
+
+bool ConsoleIsStandardOutput() { return false; }
 
 int RedirectStdout(const std::string& file) {
     const int saved = ::_dup(1);
@@ -246,20 +251,24 @@ void RestoreStdout(int saved) {
 
 static std::mutex debug_output_lock;
 static std::string debug_output;
+static bool collecting = false;
 
 static LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     constexpr DWORD kDebugPrint = 0x40010006;  // length with the NUL, address of the text
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
     if (record.ExceptionCode == kDebugPrint && record.NumberParameters >= 2) {
         const std::lock_guard hold(debug_output_lock);
-        debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+        if (collecting) debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
     }
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
-void CollectDebugOutput() {
+void CollectDebugOutput(bool on) {
     static void* const handler = ::AddVectoredExceptionHandler(1, OnException);
     static_cast<void>(handler);
+    const std::lock_guard hold(debug_output_lock);
+    collecting = on;
+    debug_output.clear();
 }
 
 std::string DebugOutput() {
