@@ -1,0 +1,225 @@
+// The system's own ports and device list, with the simulated dongle on port 5 and a foreign port 9.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "conformance/framework/simulator.h"
+#include "platform/thread.h"
+#include "support/config.h"
+#include "transport/serial/port_discovery.h"
+#include "transport/serial/serial_port.h"
+#include "transport/serial/serial_state.h"
+#include "transport/transport.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+namespace {
+
+constexpr std::int32_t kDonglePort = 5;
+constexpr std::int32_t kForeignPort = 9;
+constexpr int kFileNotFound = 2;  // on both systems
+
+using Bytes = std::vector<std::uint8_t>;
+const Bytes kSync = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
+
+std::string PathOfDongle() {
+    std::string path;
+    EXPECT_TRUE(DiscoverPorts(
+        [](void* context, std::int32_t number, const char* found) {
+            EXPECT_EQ(number, kDonglePort) << found;
+            *static_cast<std::string*>(context) = found;
+        },
+        &path));
+    return path;
+}
+
+// ---------------------------------------------------------------- the port itself
+
+struct Closer {
+    void operator()(PortHandle* port) const { ClosePort(port); }
+    void operator()(PortTransfer* transfer) const { CloseTransfer(transfer); }
+};
+
+class DonglePort : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(conformance::Simulator::IsThere());
+        simulator_.Reset();
+        path_ = PathOfDongle();
+        port_.reset(OpenPort(path_.c_str()));
+        ASSERT_NE(port_, nullptr) << OsLastError();
+        receive_.reset(CreateTransfer(port_.get(), TransferKind::kReceive));
+        transmit_.reset(CreateTransfer(port_.get(), TransferKind::kTransmit));
+        ASSERT_NE(receive_, nullptr);
+        ASSERT_NE(transmit_, nullptr);
+    }
+    void Close() {
+        receive_.reset();
+        transmit_.reset();
+        port_.reset();
+    }
+    bool Write(const Bytes& bytes) {
+        const auto size = static_cast<std::uint32_t>(bytes.size());
+        const TransferOutcome outcome = WritePort(transmit_.get(), bytes.data(), size, 10'000);
+        return outcome.step == TransferStep::kDone && outcome.bytes == size;
+    }
+    Bytes Read(std::size_t size, std::int32_t wait_ms = 50) {
+        Bytes bytes;
+        EXPECT_TRUE(Eventually([&] {
+            std::uint32_t queued = 0;
+            if (!WaitForData(receive_.get(), wait_ms) || !QueuedBytes(receive_.get(), &queued)) {
+                return true;
+            }
+            Bytes piece(queued);
+            if (queued > 0) {
+                EXPECT_EQ(ReadPort(receive_.get(), piece.data(), queued).bytes, queued);
+            }
+            bytes.insert(bytes.end(), piece.begin(), piece.end());
+            return bytes.size() >= size;
+        }));
+        return bytes;
+    }
+
+    conformance::Simulator simulator_;
+    std::string path_;
+    std::unique_ptr<PortHandle, Closer> port_;
+    std::unique_ptr<PortTransfer, Closer> receive_;
+    std::unique_ptr<PortTransfer, Closer> transmit_;
+};
+
+TEST_F(DonglePort, CarriesBytesBothWays) {
+    ASSERT_TRUE(Write(kSync));
+    EXPECT_EQ(Read(8), kSync);
+}
+
+TEST_F(DonglePort, WaitsThatRunOutLoseNothing) {
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(WaitForData(receive_.get(), 1));
+        std::uint32_t queued = 99;
+        EXPECT_TRUE(QueuedBytes(receive_.get(), &queued));
+        EXPECT_EQ(queued, 0u);
+    }
+    ASSERT_TRUE(Write(kSync));
+    EXPECT_EQ(Read(8, 1), kSync);
+}
+
+TEST_F(DonglePort, EveryAnswerOfManyArrives) {
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_TRUE(Write(kSync));
+        ASSERT_EQ(Read(8), kSync) << i;
+    }
+}
+
+TEST_F(DonglePort, WakeEndsTheWaitAndAllLaterOnes) {
+    Thread waker([this] { WakePort(port_.get()); });
+    EXPECT_TRUE(WaitForData(receive_.get(), 3'600'000));
+    EXPECT_TRUE(WaitForData(receive_.get(), 3'600'000));
+}
+
+TEST_F(DonglePort, CanBeOpenedAgainAfterItWasClosedWithAWaitUnderWay) {
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_NE(receive_, nullptr);
+        EXPECT_TRUE(WaitForData(receive_.get(), 1));
+        Close();
+        port_.reset(OpenPort(path_.c_str()));
+        ASSERT_NE(port_, nullptr) << OsLastError();
+        receive_.reset(CreateTransfer(port_.get(), TransferKind::kReceive));
+        transmit_.reset(CreateTransfer(port_.get(), TransferKind::kTransmit));
+    }
+    ASSERT_TRUE(Write(kSync));
+    EXPECT_EQ(Read(8), kSync);
+}
+
+TEST_F(DonglePort, UnplugEndsTheWaitAndEveryOperationFails) {
+    // No conversation before: the wait is what notices.
+    Thread unplugger([this] { simulator_.Unplug(); });
+    EXPECT_TRUE(Eventually([this] {
+        std::uint32_t queued = 0;
+        return !WaitForData(receive_.get(), 50) || !QueuedBytes(receive_.get(), &queued);
+    }));
+    EXPECT_NE(OsLastError(), 0);
+    unplugger.Join();
+    EXPECT_FALSE(Write(kSync));
+    Close();
+    EXPECT_EQ(OpenPort(path_.c_str()), nullptr);
+    EXPECT_EQ(OsLastError(), kFileNotFound);
+    simulator_.Replug();
+}
+
+// ---------------------------------------------------------------- the transport on it
+
+class DongleOnSerialPort : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(conformance::Simulator::IsThere());
+        simulator_.Reset();
+        config = {};
+        config.useSerial = true;
+        kSerialTransport.Init();
+        kSerialTransport.Start();
+    }
+    void TearDown() override { kSerialTransport.Deinit(); }
+
+    static PortState State(std::int32_t number) {
+        return serial->port_states[static_cast<std::size_t>(number)];
+    }
+    static DeviceQueues* Queues() { return &serial->ports[kDonglePort].queues; }
+    static bool Connects() {
+        return Eventually([] { return State(kDonglePort) == PortState::kConnected; });
+    }
+    static bool Disconnects() {
+        return Eventually([] { return State(kDonglePort) == PortState::kUnused; }) &&
+               Eventually([] { return !Queues()->available; });
+    }
+    static bool Identifies() {
+        bool reported = false;
+        const ReportDevice note = [](void* context, const DeviceReport& report) {
+            EXPECT_EQ(report.queues, Queues());
+            *static_cast<bool*>(context) = true;
+        };
+        return Eventually([&] {
+            kSerialTransport.UpdateDevices(200, note, &reported);
+            return reported;
+        });
+    }
+
+    conformance::Simulator simulator_;
+};
+
+TEST_F(DongleOnSerialPort, IsFoundConnectedAndIdentified) {
+    ASSERT_TRUE(Connects());
+    EXPECT_TRUE(Identifies());
+    EXPECT_EQ(simulator_.Violations(), 0u);
+}
+
+TEST_F(DongleOnSerialPort, ForeignPortIsNotTouched) {
+    ASSERT_TRUE(Connects());
+    ASSERT_TRUE(Identifies());
+    EXPECT_EQ(State(kForeignPort), PortState::kUnused);
+}
+
+TEST_F(DongleOnSerialPort, UnplugIsNoticedAndReplugConnectsAgain) {
+    ASSERT_TRUE(Connects());
+    for (int i = 0; i < 5; ++i) {
+        simulator_.Unplug();
+        ASSERT_TRUE(Disconnects()) << i;
+        simulator_.Replug();
+        ASSERT_TRUE(Connects()) << i;
+        ASSERT_TRUE(Identifies()) << i;
+    }
+}
+
+TEST_F(DongleOnSerialPort, StopAndStartConnectAgain) {
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(Connects()) << i;
+        kSerialTransport.Stop();
+        EXPECT_EQ(State(kDonglePort), PortState::kUnused);
+        EXPECT_EQ(serial->ports[kDonglePort].monitor_thread, nullptr) << "its threads have ended";
+        kSerialTransport.Start();
+    }
+}
+
+}  // namespace
+}  // namespace tarvik::test
