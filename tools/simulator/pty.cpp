@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -18,6 +19,26 @@ namespace brennix {
 [[noreturn]] static void Fail(const char* what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
+
+// The host's end, opened for a look at it.
+class Pty::OtherEnd {
+public:
+    explicit OtherEnd(const std::string& path)
+        : file_(::open(path.c_str(), O_RDONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC)) {}
+    ~OtherEnd() {
+        if (file_ >= 0) ::close(file_);
+    }
+    OtherEnd(const OtherEnd&) = delete;
+    OtherEnd& operator=(const OtherEnd&) = delete;
+
+    int Unread() const {
+        int count = 0;
+        return ::ioctl(file_, FIONREAD, &count) == 0 ? count : 0;
+    }
+
+private:
+    int file_;
+};
 
 Pty::Pty(EventLoop* loop, Handlers handlers) : loop_(loop), handlers_(std::move(handlers)) {}
 
@@ -176,6 +197,24 @@ void Pty::FlushPiece() {
     Flush();
 }
 
+// A hang-up takes unread bytes with it, so the host gets the time to read those before the cut.
+void Pty::CutOnceRead() {
+    const auto other_end = std::make_shared<OtherEnd>(slave_path_);
+    AwaitRead(other_end, false, 0);
+}
+
+void Pty::AwaitRead(const std::shared_ptr<OtherEnd>& other_end, bool seen, int round) {
+    constexpr int kRoundsToBeSeen = 50;  // of a millisecond each
+    constexpr int kRoundsToBeRead = 2000;
+    const int unread = other_end->Unread();
+    const bool done = seen ? unread == 0 || round >= kRoundsToBeRead : round >= kRoundsToBeSeen;
+    if (done) return handlers_.cut();
+    loop_->After(std::chrono::milliseconds(1),
+                 [this, other_end, seen = seen || unread > 0, round, generation = generation_] {
+                     if (generation == generation_) AwaitRead(other_end, seen, round + 1);
+                 });
+}
+
 void Pty::Flush() {
     while (IsOpen() && !outgoing_.empty() && !piece_timer_runs_) {
         std::size_t size = outgoing_.size();
@@ -189,8 +228,8 @@ void Pty::Flush() {
         if (cut_after_ == 0) {
             cut_after_ = -1;
             outgoing_.clear();
-            handlers_.cut();
-            return;
+            host_there_ = false;  // nothing more is sent
+            return CutOnceRead();
         }
         if (piece_size_ != 0 && !outgoing_.empty()) {
             piece_timer_runs_ = true;

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "event_loop.h"
@@ -38,6 +39,7 @@ public:
     void Cork() { ++corked_; }
     void Uncork();
 
+    // After that many bytes nothing more is sent, and once the host has read them, Handlers::cut.
     void CutAfter(std::size_t bytes) { cut_after_ = static_cast<std::int64_t>(bytes); }
     // Sends at most `bytes` at a time, `interval` apart. 0: no limit.
     void SetPieces(std::size_t bytes, std::chrono::milliseconds interval);
@@ -46,6 +48,8 @@ public:
     bool IsHostThere() const { return host_there_; }
 
 private:
+    class OtherEnd;
+
     void OnReady(std::uint32_t events);
     void OnWatch();
     void HostLeft();
@@ -55,6 +59,8 @@ private:
     void WatchRoom(bool wanted);
     void Flush();
     void FlushPiece();
+    void CutOnceRead();
+    void AwaitRead(const std::shared_ptr<OtherEnd>& other_end, bool seen, int round);
 
     EventLoop* loop_;
     Handlers handlers_;
