@@ -215,6 +215,13 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
     }
 }
 
+TEST(VehicleFile, ExamplesAreInOrder) {
+    for (const char* name : {"demo", "difficult", "mute", "unknown_model"}) {
+        EXPECT_NO_THROW(LoadVehicleFile(std::string(BRENNIX_SIM_VEHICLES) + "/" + name + ".json"))
+            << name;
+    }
+}
+
 TEST(VehicleFile, MissingFileIsNamed) {
     try {
         LoadVehicleFile("/nowhere/car.json");

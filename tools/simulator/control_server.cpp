@@ -69,7 +69,7 @@ void ControlServer::Accept() {
                  [this, connection](std::uint32_t events) { OnReady(connection, events); });
 }
 
-void ControlServer::Drop(const ConnectionPtr& connection) {
+void ControlServer::Drop(ConnectionPtr connection) {
     if (connections_.erase(connection->fd) == 0) return;
     if (connection->wait) EndWait(connection, {});
     loop_->Unwatch(connection->fd);

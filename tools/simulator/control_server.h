@@ -41,7 +41,7 @@ private:
     void CheckWaits();
     void Send(const ConnectionPtr& connection, const std::string& line);
     void Flush(Connection* connection);
-    void Drop(const ConnectionPtr& connection);
+    void Drop(ConnectionPtr connection);  // by value: the one in the map goes
 
     EventLoop* loop_;
     Simulator* simulator_;
