@@ -85,6 +85,8 @@ extern "C" T_PDU_ERROR PDU_CALL PDUDestruct(void) {
     const ApiCall call;
     Log(kLogTrace, "[%s] Called", __func__);
     if (!ChangeLibraryState(Lifecycle::kConstructed, Lifecycle::kDestructing)) {
+        // Another thread may be destructing, and waiting for what this one keeps.
+        if (KeepsModuleLock()) ReleaseKeptModuleLock();
         Log(kLogTrace, "[%s] Not constructed, returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED", __func__);
         return PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
     }

@@ -23,8 +23,12 @@ public:
     ~ApiCall();
     ApiCall(const ApiCall&) = delete;
     ApiCall& operator=(const ApiCall&) = delete;
+
+private:
+    const std::uint32_t generation_;
 };
-// Waits until the calling thread's own calls are the only ones; false: time ran out.
+// Waits until all calls that other threads have begun before are over; false: time ran out. One
+// thread at a time.
 bool WaitForOtherApiCalls(std::uint32_t timeout_ms);
 
 }  // namespace tarvik

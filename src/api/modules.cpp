@@ -3,6 +3,7 @@
 #include "api/dpdu_api.h"
 #include "api/events.h"
 #include "api/lifecycle.h"
+#include "platform/thread.h"
 #include "support/log.h"
 #include "support/memory.h"
 #include "transport/transport_table.h"
@@ -88,9 +89,12 @@ void ClearModuleTable() {
 void ReleaseKeptModuleLock() {
     ModuleDevicesLock->Enter();
     ModuleTable& table = *ModuleDevices;
+    table.keeper.store(0);
     for (; table.kept_by_status > 0; --table.kept_by_status) ModuleDevicesLock->Leave();
     ModuleDevicesLock->Leave();
 }
+
+bool KeepsModuleLock() { return ModuleDevices->keeper.load() == OsCurrentThreadId(); }
 
 namespace {
 

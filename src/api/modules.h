@@ -33,6 +33,7 @@ struct ModuleTable {
     std::uint32_t count = 0;  // present slots
     // How often the owning thread has kept the lock after a status query of a ComPrimitive.
     std::uint32_t kept_by_status = 0;
+    std::atomic<std::uint32_t> keeper{0};  // its thread id; 0: nobody
 };
 
 extern Immortal<OsLock> ModuleDevicesLock;
@@ -58,5 +59,6 @@ int DpduTransportReportLoginPacket(const Transport* transport, const Packet* log
 void ClearModuleTable();
 // Gives up every hold that status queries of ComPrimitives have left with the calling thread.
 void ReleaseKeptModuleLock();
+bool KeepsModuleLock();  // the calling thread, by such a query
 
 }  // namespace tarvik

@@ -4,6 +4,7 @@
 #include "api/dpdu_api.h"
 #include "api/lifecycle.h"
 #include "api/modules.h"
+#include "platform/thread.h"
 #include "platform/tick.h"
 #include "support/log.h"
 
@@ -69,6 +70,7 @@ std::uint32_t ComPrimitiveStatus(const char* function, std::uint32_t hCoP, T_PDU
         // Deliberate: the module lock stays with the calling thread, which may go on using the
         // library; other application threads wait until it destructs the library.
         ++ModuleDevices->kept_by_status;
+        ModuleDevices->keeper.store(OsCurrentThreadId());
         if (status != nullptr) *status = state;
         Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR, *pStatusCode=%u", function, state);
         return PDU_STATUS_NOERROR;
