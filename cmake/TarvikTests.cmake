@@ -21,7 +21,7 @@ endif()
 set(TARVIK_TEST_ENVIRONMENT
     "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:verify_asan_link_order=0"
     "UBSAN_OPTIONS=print_stacktrace=1"
-    "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1")
+    "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/thread_sanitizer.supp")
 
 # One ctest test for the whole program: under Wine each start costs seconds, and a conformance
 # program starts its simulator once.

@@ -8,14 +8,6 @@
 
 #include "transport/serial/port_discovery.h"
 
-// The mocked bus has a thread of its own, in libraries that the thread sanitizer has not
-// instrumented: it does not see how they synchronise. Discovery itself has no threads.
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
-extern "C" const char* __tsan_default_suppressions() {
-    return "called_from_lib:libglib-2.0.so.0\n"
-           "called_from_lib:libumockdev.so.0\n";
-}
-
 namespace tarvik::test {
 namespace {
 
