@@ -1,0 +1,28 @@
+#pragma once
+
+#include "api/dpdu_api.h"
+
+// The functions of a D-PDU library that the benchmarks call.
+namespace tarvik::bench {
+
+struct PduFunctions {
+    PDUConstruct_Fn Construct;
+    PDUDestruct_Fn Destruct;
+    PDUGetModuleIds_Fn GetModuleIds;
+    PDUModuleConnect_Fn ModuleConnect;
+    PDUGetObjectId_Fn GetObjectId;
+    PDUGetComParam_Fn GetComParam;
+    PDUSetComParam_Fn SetComParam;
+    PDUCreateComLogicalLink_Fn CreateComLogicalLink;
+    PDUConnect_Fn Connect;
+    PDURegisterEventCallback_Fn RegisterEventCallback;
+    PDUStartComPrimitive_Fn StartComPrimitive;
+    PDUGetEventItem_Fn GetEventItem;
+    PDUDestroyItem_Fn DestroyItem;
+};
+
+// Those of the shared library, found by name as an application finds them. Ends the program when
+// the library cannot be loaded.
+const PduFunctions& LoadedPduFunctions();
+
+}  // namespace tarvik::bench

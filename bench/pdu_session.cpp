@@ -1,0 +1,149 @@
+#include "pdu_session.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+namespace tarvik::bench {
+
+using Clock = std::chrono::steady_clock;
+
+static constexpr std::chrono::seconds kPatience{30};
+static constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 characters
+
+struct PduSession::Link {
+    UNUM32 hCLL = PDU_HANDLE_UNDEF;
+    bool answered = false;  // touched in the callback until finished is set
+    std::mutex lock;
+    std::condition_variable changed;
+    bool finished = false;  // guarded by lock
+};
+
+[[noreturn]] static void Fail(const char* what) {
+    std::fprintf(stderr, "bench: %s failed\n", what);
+    std::_Exit(1);
+}
+
+static void Check(T_PDU_ERROR status, const char* what) {
+    if (status != PDU_STATUS_NOERROR) Fail(what);
+}
+
+PduSession::PduSession(const PduFunctions& pdu, std::size_t links) : pdu_(pdu) {
+    Check(pdu_.Construct(nullptr, this), "PDUConstruct");
+    constructed_ = true;
+    ConnectModule();
+    SetNumber("CP_CanPhysReqId", 0x7E0);
+    SetNumber("CP_CanRespUSDTId", 0x7E8);
+    SetNumber("CP_CanFuncReqId", 0x7DF);
+    SetNumber("CP_RequestAddrMode", 1);
+    SetNumber("CP_P2Max", 2'000'000);
+    for (std::size_t i = 0; i < links; ++i)
+        OpenLink();
+}
+
+PduSession::~PduSession() {
+    if (constructed_) pdu_.Destruct();
+}
+
+void PduSession::ConnectModule() {
+    const Clock::time_point limit = Clock::now() + kPatience;
+    while (hMod_ == PDU_HANDLE_UNDEF) {
+        if (Clock::now() > limit) Fail("finding the dongle");
+        PDU_MODULE_ITEM* modules = nullptr;
+        Check(pdu_.GetModuleIds(&modules), "PDUGetModuleIds");
+        if (modules->NumEntries > 0) hMod_ = modules->pModuleData[0].hMod;
+        pdu_.DestroyItem(reinterpret_cast<PDU_ITEM*>(modules));
+    }
+    Check(pdu_.ModuleConnect(hMod_), "PDUModuleConnect");
+}
+
+std::uint32_t PduSession::ObjectId(T_PDU_OBJT type, const char* name) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%s", name);
+    UNUM32 id = 0;
+    Check(pdu_.GetObjectId(type, text, &id), name);
+    return id;
+}
+
+void PduSession::SetNumber(const char* name, std::uint32_t value) {
+    const UNUM32 id = ObjectId(PDU_OBJT_COMPARAM, name);
+    PDU_PARAM_ITEM* param = nullptr;  // the library's own
+    Check(pdu_.GetComParam(hMod_, PDU_HANDLE_UNDEF, id, &param), "PDUGetComParam");
+    std::memcpy(param->pComParamData, &value, sizeof value);
+    Check(pdu_.SetComParam(hMod_, PDU_HANDLE_UNDEF, param), "PDUSetComParam");
+}
+
+void PduSession::OpenLink() {
+    auto link = std::make_unique<Link>();
+    PDU_RSC_DATA resource = {};
+    resource.BusTypeId = ObjectId(PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN");
+    resource.ProtocolId = ObjectId(PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2");
+    Check(
+        pdu_.CreateComLogicalLink(hMod_, &resource, PDU_ID_UNDEF, link.get(), &link->hCLL, nullptr),
+        "PDUCreateComLogicalLink");
+    Check(pdu_.RegisterEventCallback(hMod_, link->hCLL, &PduSession::OnEvent),
+          "PDURegisterEventCallback");
+    Check(pdu_.Connect(hMod_, link->hCLL), "PDUConnect");
+    links_.push_back(std::move(link));
+}
+
+void PduSession::OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void* link, void* session) {
+    static_cast<PduSession*>(session)->Drain(static_cast<Link*>(link));
+}
+
+void PduSession::Drain(Link* link) {
+    bool finished = false;
+    PDU_EVENT_ITEM* item = nullptr;
+    while (pdu_.GetEventItem(hMod_, link->hCLL, &item) == PDU_STATUS_NOERROR) {
+        if (item->ItemType == PDU_IT_RESULT) {
+            const auto* result = static_cast<const PDU_RESULT_DATA*>(item->pData);
+            link->answered = result->NumDataBytes == kResponseLength;
+        } else if (item->ItemType == PDU_IT_STATUS && item->hCop != PDU_HANDLE_UNDEF) {
+            finished = *static_cast<const PDU_STATUS_DATA*>(item->pData) == PDU_COPST_FINISHED;
+        }
+        pdu_.DestroyItem(reinterpret_cast<PDU_ITEM*>(item));
+    }
+    if (!finished) return;
+    {
+        const std::lock_guard hold(link->lock);
+        link->finished = true;
+    }
+    link->changed.notify_one();
+}
+
+bool PduSession::Ask(std::size_t position) {
+    Link* link = links_[position].get();
+    link->finished = false;
+    link->answered = false;
+    UNUM8 request[] = {0x22, 0xF1, 0x90};
+    UNUM8 mask[] = {0xFF};
+    UNUM8 pattern[] = {0x62};
+    PDU_EXP_RESP_DATA expected = {};
+    expected.NumMaskPatternBytes = sizeof mask;
+    expected.pMaskData = mask;
+    expected.pPatternData = pattern;
+    PDU_COP_CTRL_DATA control = {};
+    control.NumSendCycles = 1;
+    control.NumReceiveCycles = 1;
+    control.NumPossibleExpectedResponses = 1;
+    control.pExpectedResponseArray = &expected;
+    UNUM32 hCoP = PDU_HANDLE_UNDEF;
+    Check(pdu_.StartComPrimitive(hMod_, link->hCLL, PDU_COPT_SENDRECV, sizeof request, request,
+                                 &control, link, &hCoP),
+          "PDUStartComPrimitive");
+    std::unique_lock hold(link->lock);
+    return link->changed.wait_for(hold, kPatience, [link] { return link->finished; }) &&
+           link->answered;
+}
+
+double PduSession::DestructMs() {
+    const Clock::time_point start = Clock::now();
+    Check(pdu_.Destruct(), "PDUDestruct");
+    constructed_ = false;
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+}  // namespace tarvik::bench

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "pdu_functions.h"
+
+namespace tarvik::bench {
+
+// An application: constructs the library, connects the simulated dongle, opens links, and asks a
+// control unit for its VIN on them. It drains a link's events in the link's callback and wakes the
+// thread that asked once the ComPrimitive is finished. Whatever goes wrong ends the program.
+class PduSession {
+public:
+    PduSession(const PduFunctions& pdu, std::size_t links);
+    ~PduSession();
+    PduSession(const PduSession&) = delete;
+    PduSession& operator=(const PduSession&) = delete;
+
+    // One request on this link, to its end. False: no answer, or a wrong one.
+    bool Ask(std::size_t link);
+    // The time that PDUDestruct takes. Nothing else may be called afterwards.
+    double DestructMs();
+
+private:
+    struct Link;
+
+    void ConnectModule();
+    void SetNumber(const char* name, std::uint32_t value);
+    void OpenLink();
+    std::uint32_t ObjectId(T_PDU_OBJT type, const char* name);
+
+    static void PDU_CALL OnEvent(T_PDU_EVT_DATA type, UNUM32 hMod, UNUM32 hCLL, void* link,
+                                 void* session);
+    void Drain(Link* link);
+
+    const PduFunctions pdu_;
+    UNUM32 hMod_ = PDU_HANDLE_UNDEF;
+    std::vector<std::unique_ptr<Link>> links_;
+    bool constructed_ = false;
+};
+
+}  // namespace tarvik::bench

@@ -1,0 +1,38 @@
+#include "scratch_folder.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace tarvik::bench {
+
+static std::filesystem::path MakeFolder() {
+    std::string path = (std::filesystem::temp_directory_path() / "tarvik-bench-XXXXXX").string();
+    if (::mkdtemp(path.data()) == nullptr) std::abort();
+    return path;
+}
+
+ScratchFolder::ScratchFolder() : path_(MakeFolder()) {
+    ::setenv("TMPDIR", path_.c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", path_.c_str(), 1);
+}
+
+ScratchFolder::~ScratchFolder() {
+    ::unsetenv("TMPDIR");
+    ::unsetenv("XDG_CONFIG_HOME");
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void ScratchFolder::WriteConfig(bool diagnostics) const {
+    const std::filesystem::path folder = path_ / "Tarvik" / "Brennix";
+    std::filesystem::create_directories(folder);
+    const char* value = diagnostics ? "true" : "false";
+    std::ofstream(folder / "config.json")
+        << "{\"showDebug\":false,\"useSerial\":true,\"useCloud\":false,\"useBle\":false,"
+           "\"dummyDevice\":false,\"useWebsocket\":false,\"enableCopTrace\":"
+        << value << ",\"enableDebugLogFile\":" << value << "}";
+}
+
+}  // namespace tarvik::bench

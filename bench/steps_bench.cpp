@@ -1,0 +1,112 @@
+// What the single steps cost that a request is made of.
+
+#include <time.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <string>
+
+#include "api/comparams.h"
+#include "link/comm_response.h"
+#include "link/packet_queue.h"
+#include "report.h"
+#include "scratch_folder.h"
+#include "support/cop_trace.h"
+#include "support/log.h"
+
+namespace tarvik::bench {
+namespace {
+
+double ThreadCpuNs() {
+    timespec used{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    return static_cast<double>(used.tv_sec) * 1e9 + static_cast<double>(used.tv_nsec);
+}
+
+template <typename Step>
+void Measure(benchmark::State& state, const char* name, Step step) {
+    const double start = ThreadCpuNs();
+    for ([[maybe_unused]] auto iteration : state)
+        step();
+    AddStepRow(name, (ThreadCpuNs() - start) / static_cast<double>(state.iterations()));
+}
+
+// Google Benchmark runs a function several times to find its number of iterations; given one, it
+// runs once, and so there is one row.
+template <typename Step>
+void Register(const char* name, std::int64_t iterations, Step step) {
+    benchmark::RegisterBenchmark(name, [name, step](benchmark::State& state) {
+        Measure(state, name, step);
+    })->Iterations(iterations);
+}
+
+void LogLine() { Log(kLogTrace, "[%s] Sent %i byte.", "SerialTxThreadFunc", 35); }
+
+void TraceEvent() {
+    static constexpr std::uint8_t kRequest[] = {0x22, 0xF1, 0x90};
+    TraceCommReqSent({.req_id = 4711,
+                      .tx = kRequest,
+                      .tx_len = sizeof kRequest,
+                      .can_id_tx_func = 0x7E0,
+                      .can_id_tx_phys = 0x7E0,
+                      .can_id_rx = 0x7E8,
+                      .timeout = 1500,
+                      .transport = 0});
+}
+
+void ReadOneComParam() { benchmark::DoNotOptimize(ReadComParam(kCpCanRespUSDTId)); }
+
+void FindOneComParam() { benchmark::DoNotOptimize(FindComParamId("CP_CanRespUSDTId")); }
+
+PacketPtr MakeAnswer(std::uint32_t req_id) {
+    PacketPtr packet = MakePacket(kTypeCres, sizeof(CommResponseWire));
+    packet->SetU32(offsetof(CommResponseWire, req_id), req_id);
+    return packet;
+}
+
+DeviceQueues* QueuesWith(std::uint32_t unclaimed) {
+    auto* queues = new DeviceQueues;
+    InitializeQueue(&queues->rx);
+    queues->available = true;
+    for (std::uint32_t i = 0; i < unclaimed; ++i) {
+        PacketPtr stray = MakeAnswer(0x80000000 + i);
+        EnqueueReceivedPacket(queues, stray);
+    }
+    return queues;
+}
+
+// The queues live as long as the program.
+std::function<void()> EnqueueAndTake(std::uint32_t unclaimed) {
+    return [queues = QueuesWith(unclaimed), id = std::uint32_t{0}]() mutable {
+        PacketPtr answer = MakeAnswer(++id);
+        EnqueueReceivedPacket(queues, answer);
+        const PacketPtr taken = WaitForPacket(queues, kTypeCres, 1000, id);
+        if (taken == nullptr) std::abort();
+    };
+}
+
+}  // namespace
+}  // namespace tarvik::bench
+
+int main(int argc, char** argv) {
+    using namespace tarvik::bench;
+    const ScratchFolder folder;
+    Register("log line, log off", 20'000'000, LogLine);
+    Register("trace event, trace off", 20'000'000, TraceEvent);
+    Register("read a ComParam", 20'000'000, ReadOneComParam);
+    Register("find a ComParam by its name", 1'000'000, FindOneComParam);
+    Register("receive an answer and take it", 500'000, EnqueueAndTake(0));
+    Register("the same among 100000 unclaimed packets", 500'000, EnqueueAndTake(100'000));
+    Register("log line, log on", 100'000, [] {
+        tarvik::OpenDebugLog(true);  // does nothing from the second time on
+        LogLine();
+    });
+    Register("trace event, trace on", 20'000, [] {
+        tarvik::StartCopTrace();
+        TraceEvent();
+    });
+    const int result = RunBenchmarks(argc, argv);
+    tarvik::StopCopTrace();
+    return result;
+}
