@@ -59,13 +59,14 @@ ClientResult RunClient(const ClientSetup& setup) {
     const std::string report = TemporaryPath("report");
     const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
 
-    const ProcessHandle process = StartProcess({DPDU_PROGRAM,
-                                                setup.arguments,
-                                                {{"DPDU_LIBRARY", setup.has_library ? library : ""},
-                                                 {"FAKE_DPDU_SCENARIO", setup.scenario},
-                                                 {"FAKE_DPDU_REPORT", report}},
-                                                output,
-                                                error});
+    const ProcessHandle process =
+        StartProcess({setup.program.empty() ? DPDU_PROGRAM : setup.program,
+                      setup.arguments,
+                      {{"DPDU_LIBRARY", setup.has_library ? library : ""},
+                       {"FAKE_DPDU_SCENARIO", setup.scenario},
+                       {"FAKE_DPDU_REPORT", report}},
+                      output,
+                      error});
     ClientResult result;
     EXPECT_NE(process, 0) << "the program did not start: " << DPDU_PROGRAM;
     if (process == 0) return result;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -13,6 +14,7 @@
 namespace {
 
 using Json = nlohmann::json;
+namespace fs = std::filesystem;
 
 constexpr int kOk = 0;
 constexpr int kFailure = 1;
@@ -71,18 +73,22 @@ TEST(DpduLibrary, OptionGoesBeforeEnvironment) {
 }
 
 TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsTaken) {
+    const fs::path folder = TemporaryPath("beside");
+    fs::create_directory(folder);
     ClientSetup setup;
-    setup.arguments = {"frobnicate"};
+    setup.program = (folder / fs::path(DPDU_PROGRAM).filename()).string();
+    setup.arguments = {"modules"};
     setup.has_library = false;
-    EXPECT_EQ(RunClient(setup).exit_code, kUsage);
+    fs::copy_file(DPDU_PROGRAM, setup.program);
 
-    setup.arguments = {"version", "--wait", "0", "--module", "no such module"};
-    const ClientResult result = RunClient(setup);
-    EXPECT_EQ(result.exit_code, kFailure);
-    // Either it is there and finds no such module, or the message names the place.
-    EXPECT_TRUE(Contains(result.error, "tarvik_dpdu_x64") ||
-                Contains(result.error, "no module found that matches 'no such module'"))
-        << result.error;
+    const bool is_dll = fs::path(FAKE_LIBRARY).extension() == ".dll";
+    const fs::path library = folder / (is_dll ? "tarvik_dpdu_x64.dll" : "libtarvik_dpdu_x64.so");
+    const ClientResult without = RunClient(setup);
+    EXPECT_EQ(without.exit_code, kFailure);
+    EXPECT_TRUE(Contains(without.error, library.filename().string())) << without.error;
+    fs::copy_file(FAKE_LIBRARY, library);
+    EXPECT_EQ(RunClient(setup).exit_code, kOk);
+    fs::remove_all(folder);
 }
 
 TEST(DpduLibrary, WhatItPrintsStaysOutOfTheAnswers) {
@@ -448,7 +454,7 @@ TEST(DpduComParam, SetShowsWhatTheLibraryMadeOfEveryType) {
     EXPECT_EQ(params[1]["value"], -300);
     EXPECT_EQ(params[2]["value"], "3E80");
     EXPECT_EQ(params[3]["value"], Json({1, 2, 3}));
-    EXPECT_EQ(params[4]["value"], Json({{1, 2, 3, 4, 5}, {6, 7, 8, 9, 10}}));
+    EXPECT_EQ(params[4]["value"], Json::parse("[[1, 2, 3, 4, 5], [6, 7, 8, 9, 10]]"));
     EXPECT_EQ(params[5]["value"], 2);
 }
 

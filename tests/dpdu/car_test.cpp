@@ -1,0 +1,124 @@
+// The client program with this project's library, a simulated dongle on a serial port and the
+// demonstration car behind it.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "client_run.h"
+
+namespace {
+
+using Json = nlohmann::json;
+namespace fs = std::filesystem;
+
+std::string Environment(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+class DpduCar : public testing::Test {
+protected:
+    // The library finds its configuration where the simulator has made room for it.
+    static void SetUpTestSuite() {
+        const fs::path folder =
+            fs::path(Environment("BRENNIX_SIM_SCRATCH")) / "config" / "Tarvik" / "Brennix";
+        fs::create_directories(folder);
+        std::ofstream(folder / "config.json")
+            << R"({"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false,)"
+            << R"( "dummyDevice": false})";
+    }
+
+    static ClientResult Run(std::vector<std::string> arguments) {
+        ClientSetup setup;
+        setup.arguments = std::move(arguments);
+        setup.arguments.insert(setup.arguments.end(), {"--wait", "30"});
+        setup.library = Environment("TARVIK_DPDU_LIBRARY");
+        return RunClient(setup);
+    }
+};
+
+TEST_F(DpduCar, DongleIsListed) {
+    const ClientResult result = Run({"modules", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    const Json modules = Json::parse(result.output)["modules"];
+    ASSERT_EQ(modules.size(), 1u);
+    EXPECT_EQ(modules[0]["name"], "Brennix demo");
+    EXPECT_EQ(modules[0]["serialNumber"], "02:42:52:4E:58:01");
+    EXPECT_EQ(modules[0]["connection"], "USB");
+}
+
+TEST_F(DpduCar, VersionIsTheLibrarysOwn) {
+    const ClientResult result = Run({"version", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(Json::parse(result.output)["library"]["name"], "Tarvik D-PDU API");
+}
+
+TEST_F(DpduCar, VinOfThreeControlUnitsIsRead) {
+    const ClientResult result =
+        Run({"vin", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9", "--ecu", "713:77D"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(result.output,
+              "7E0:7E8  WTVDEM0S1M0000001\n"
+              "7E1:7E9  WTVDEM0S1M0000001\n"
+              "713:77D  WTVDEM0S1M0000001\n");
+}
+
+TEST_F(DpduCar, FunctionalAnswersAreSortedToTheirControlUnitsAndASilentOneIsTold) {
+    const ClientResult result = Run({"request", "22F187", "--functional", "7DF", "--ecu", "713:77D",
+                                     "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.output,
+              "713:77D  62 F1 87 54 56 2D 41 42 53 2D 31 31 37 30 2D 42\n"
+              "7E5:7ED  -                                                no answer\n"
+              "7E0:7E8  62 F1 87 54 56 2D 45 4E 47 2D 30 38 31 35 2D 41\n");
+}
+
+TEST_F(DpduCar, TroubleCodesAreRead) {
+    const ClientResult result = Run({"dtc", "--ecu", "713:77D"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_NE(result.output.find("  C0035-11  2F  testFailed"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("  U0100-87  08  confirmedDTC\n"), std::string::npos);
+}
+
+TEST_F(DpduCar, NegativeResponseIsNamed) {
+    const ClientResult result = Run({"request", "22F1FF"});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.output, "7F 22 31\n");
+    EXPECT_NE(result.error.find("requestOutOfRange"), std::string::npos) << result.error;
+}
+
+TEST_F(DpduCar, ControlUnitThatIsNotThereIsAFailure) {
+    const ClientResult result = Run({"request", "22F190", "--ecu", "7E6:7EE"});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.output, "");
+    EXPECT_NE(result.error.find("PDU_ERR_EVT_TX_ERROR"), std::string::npos) << result.error;
+}
+
+TEST_F(DpduCar, AllComParamsOfTheLibraryAreListed) {
+    const ClientResult result = Run({"comparam", "list", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(Json::parse(result.output)["comParams"].size(), 228u);
+}
+
+TEST_F(DpduCar, ComParamsOfEveryTypeAreSetAndReadBack) {
+    const ClientResult result =
+        Run({"comparam", "set", "CP_P2Max=50000", "CP_TesterPresentMessage=3E80",
+             "CP_CanBaudrateRecord=500000,250000", "CP_SessionTimingOverride=1:0:50:1:244",
+             "CP_AccessTimingOverride=1:2:3:4:5:6", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    const Json params = Json::parse(result.output)["comParams"];
+    ASSERT_EQ(params.size(), 5u);
+    EXPECT_EQ(params[0]["value"], 50000);
+    EXPECT_EQ(params[1]["value"], "3E80");
+    EXPECT_EQ(params[2]["value"], Json({500000, 250000}));
+    EXPECT_EQ(params[3]["value"], Json::parse("[[1, 0, 50, 1, 244]]"));
+    EXPECT_EQ(params[4]["value"], Json::parse("[[1, 2, 3, 4, 5, 6]]"));
+}
+
+}  // namespace
