@@ -143,5 +143,21 @@ TEST(SealedAnswer, HoldsTheAnswer) {
     EXPECT_EQ(AsSingle(plain).value().data, (Bytes{0x7E, 0x00}));
 }
 
+TEST(SealedAnswer, IsNeverLongerThanPacketsMayBe) {
+    RunningSimulator simulator;
+    HostPort host(simulator.PortPath());
+    ASSERT_TRUE(host.Sync());
+    simulator.Command("data engine F190 " + ToHex(Bytes(4070, 0x41)));
+    simulator.Command(R"(next 1 {"seal": true})");
+    host.Send(SingleRequest(3, {0x22, 0xF1, 0x90}));
+    Block chain{};
+    for (const std::size_t size : {4088u, 56u}) {  // two fragments, sealed each
+        const Bytes sealed = host.Read().value();
+        EXPECT_EQ(sealed.size(), size);
+        const Bytes plain = Open(ByteSpan(sealed).subspan(8), &chain);
+        EXPECT_EQ(TypeName(PacketType(plain)), "FRAG");
+    }
+}
+
 }  // namespace
 }  // namespace brennix::test

@@ -288,14 +288,15 @@ void Dongle::Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Be
 void Dongle::SendAnswer(ByteSpan packet, const Behaviour& behaviour) {
     if (behaviour.garbage.value_or(0) != 0) SendNoise(*behaviour.garbage);
     const bool sealed = behaviour.seal.value_or(false);
-    SendInFragments(packet, behaviour.fragment.value_or(kMaxPacketSize),
-                    [this, sealed](ByteSpan part) {
-                        if (sealed) {
-                            Transmit(seal_->Close(part));
-                        } else {
-                            Transmit(part);
-                        }
-                    });
+    std::size_t limit = behaviour.fragment.value_or(kMaxPacketSize);
+    if (sealed) limit = std::min(limit, Seal::kMaxInside);
+    SendInFragments(packet, limit, [this, sealed](ByteSpan part) {
+        if (sealed) {
+            Transmit(seal_->Close(part));
+        } else {
+            Transmit(part);
+        }
+    });
 }
 
 void Dongle::SendPacket(ByteSpan packet) {

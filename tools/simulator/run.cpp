@@ -63,6 +63,7 @@ SimulatorRun::SimulatorRun(const Options& options)
 }
 
 SimulatorRun::~SimulatorRun() {
+    if (child_ > 0) ::kill(child_, SIGTERM);  // after an error; otherwise it has ended
     simulator_.Log().FlushFile();
     if (signals_ >= 0) ::close(signals_);
 }

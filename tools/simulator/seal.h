@@ -19,8 +19,12 @@ public:
     Bytes Close(ByteSpan packet);
     void Reset() { chain_.fill(0); }
 
-private:
     static constexpr std::size_t kBlockSize = 16;
+    // The longest packet that, sealed, is no longer than packets may be.
+    static constexpr std::size_t kMaxInside =
+        (kMaxPacketSize - kHeaderSize) / kBlockSize * kBlockSize;
+
+private:
     std::array<std::uint8_t, kBlockSize> chain_{};
 };
 
