@@ -237,7 +237,7 @@ void UpdateModuleList() {
 
     const LockGuard hold(*ModuleDevicesLock);
     // A destruct has begun meanwhile: its transports are going, nothing may enter the table.
-    if (LibraryState() == Lifecycle::kDestructing) return;
+    if (LibraryState() != Lifecycle::kConstructed) return;
     for (std::uint32_t index = 0; index < kMaxModules; ++index) {
         ModuleSlot& slot = ModuleDevices->slots[index];
         if (slot.present.load()) MatchKnownModule(detected, index, slot);

@@ -1,4 +1,5 @@
 #include <functional>
+#include <thread>
 
 #include "api/links.h"
 #include "api/unique_resp_tables.h"
@@ -266,6 +267,40 @@ TEST_F(Links, CancelledOneIsInAnInvalidStateForAnotherCancel) {
     EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Aborting CoP id " + id));
     EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] CoP id " + id + " in invalid state"));
     EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Returning PDU_STATUS_NOERROR"));
+}
+
+// One thread keeps the module lock by its status query, and another destructs the library first.
+TEST_F(Links, KeptModuleLockIsGivenBackWhenItsThreadDestructsSecond) {
+    const std::uint32_t hCLL = Create();
+    PDUConnect(0, hCLL);
+    std::atomic<bool> entered{false};
+    std::atomic<bool> leave{false};
+    action = [&](std::uint32_t, std::uint32_t) {
+        entered = true;
+        EXPECT_TRUE(Eventually([&] { return leave.load(); }));
+    };
+    PDURegisterEventCallback(0, hCLL, OnEvent);
+    const std::uint32_t hCoP = Start(hCLL, PDU_COPT_SENDRECV);
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    std::uint32_t state = 0;
+    ASSERT_EQ(PDUGetStatus(0, hCLL, hCoP, &state, nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(state, PDU_COPST_EXECUTING);
+    std::thread other([] { EXPECT_EQ(PDUDestruct(), PDU_STATUS_NOERROR); });
+    EXPECT_TRUE(Eventually([] { return LibraryState() == Lifecycle::kDestructing; }));
+    EXPECT_EQ(PDUDestruct(), PDU_ERR_PDUAPI_NOT_CONSTRUCTED);
+    leave = true;
+    other.join();
+}
+
+TEST_F(Links, StartLogsItsArgumentsAndTheHandle) {
+    const std::uint32_t hCLL = Create();
+    PDUConnect(0, hCLL);
+    const LogCapture log;
+    const std::uint32_t hCoP = Start(hCLL, PDU_COPT_UPDATEPARAM);
+    EXPECT_TRUE(log.Mentions("[PDUStartComPrimitive] (0, 0, 32771, 2, "));
+    EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   PDU_COPT_UPDATEPARAM"));
+    EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Returning PDU_STATUS_NOERROR, *phCoP=" +
+                        std::to_string(hCoP)));
 }
 
 TEST_F(Links, RequestWithoutAResponseTableEndsWithAnError) {
