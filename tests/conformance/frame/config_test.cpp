@@ -121,18 +121,27 @@ FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTranspor
     EXPECT_EQ(modules->NumEntries, 0u);
     const std::string log = ReadFile(LogPath());
     EXPECT_EQ(log.find("Start] Done"), std::string::npos);
-    EXPECT_EQ(console.Text(), "Creating default config file\nOpened config file: " +
-                                  LibraryConfigPath() + "\n");
+    EXPECT_EQ(console.Text(),
+              "Creating default config file\nOpened config file: " + LibraryConfigPath() + "\n");
     EXPECT_FALSE(FileExists(UserConfigPath()));
 
     const std::string text = ReadFile(LibraryConfigPath());
     const auto values = nlohmann::ordered_json::parse(text);
     const nlohmann::ordered_json expected = {
-        {"showDebug", false},    {"enableCopTrace", true},  {"enableDebugLogFile", true},
-        {"useWebsocket", false}, {"useSerial", false},      {"useCloud", false},
-        {"useBle", false},       {"dummyDevice", false},    {"useProxy", false},
-        {"disableCertValidation", false},                   {"serverAddress", ""},
-        {"websocketAddress", ""}, {"proxyAddress", ""},     {"devicePrivateKey", ""},
+        {"showDebug", false},
+        {"enableCopTrace", true},
+        {"enableDebugLogFile", true},
+        {"useWebsocket", false},
+        {"useSerial", false},
+        {"useCloud", false},
+        {"useBle", false},
+        {"dummyDevice", false},
+        {"useProxy", false},
+        {"disableCertValidation", false},
+        {"serverAddress", ""},
+        {"websocketAddress", ""},
+        {"proxyAddress", ""},
+        {"devicePrivateKey", ""},
         {"serverPublicKey", ""},
     };
     EXPECT_EQ(values.dump(), expected.dump());  // the order, too
@@ -173,9 +182,9 @@ FRESH_PROCESS_TEST(FreshConfig, UserPathIsTakenWhenTheLibraryFolderCannotHoldThe
     std::filesystem::create_directories(std::filesystem::path(UserConfigPath()).parent_path());
     StdoutCapture console;
     Construct();
-    EXPECT_EQ(console.Text(), "Creating default config file\nFailed to create config file: " +
-                                  LibraryConfigPath() + "\nOpened config file: " +
-                                  UserConfigPath() + "\n");
+    EXPECT_EQ(console.Text(),
+              "Creating default config file\nFailed to create config file: " + LibraryConfigPath() +
+                  "\nOpened config file: " + UserConfigPath() + "\n");
     EXPECT_TRUE(FileExists(UserConfigPath()));
 }
 
@@ -185,9 +194,9 @@ FRESH_PROCESS_TEST(FreshConfig, NowhereToCreateTheFileFailsNothing) {
     MakeImpossible(LibraryConfigPath());
     StdoutCapture console;
     Construct();  // with every switch off, as the record is before it was ever read
-    EXPECT_EQ(console.Text(), "Creating default config file\nFailed to create config file: " +
-                                  LibraryConfigPath() + "\nFailed to create config file: " +
-                                  UserConfigPath() + "\n");
+    EXPECT_EQ(console.Text(),
+              "Creating default config file\nFailed to create config file: " + LibraryConfigPath() +
+                  "\nFailed to create config file: " + UserConfigPath() + "\n");
     EXPECT_FALSE(FileExists(LogPath()));
     Destruct();
 }

@@ -117,8 +117,8 @@ TEST_F(DebugLog, MemoryAccountingNeverAppears) {
     Pdu().PDUDestroyItem(nullptr);
     Destruct();
     EXPECT_FALSE(log.Text().empty());
-    for (const char* tag : {"[AllocateMem]", "[FreeMem]", "[PDUGetEventItem]",
-                            "[PDUDestroyItem] Called"}) {
+    for (const char* tag :
+         {"[AllocateMem]", "[FreeMem]", "[PDUGetEventItem]", "[PDUDestroyItem] Called"}) {
         EXPECT_EQ(log.Text().find(tag), std::string::npos) << tag;
     }
 }
@@ -178,8 +178,7 @@ FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationMeansNoFileAndANotice) 
     const DebugOutputCapture debugger;
     ConstructWith({.enableCopTrace = false});
     Destruct();
-    EXPECT_TRUE(
-        debugger.Has("[CopLog] Logging is DISABLED via config enableCopTrace=false\n"));
+    EXPECT_TRUE(debugger.Has("[CopLog] Logging is DISABLED via config enableCopTrace=false\n"));
     EXPECT_FALSE(debugger.Has("ENABLED"));
     EXPECT_TRUE(TraceFiles().empty());
 }

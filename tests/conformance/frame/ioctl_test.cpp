@@ -63,8 +63,8 @@ TEST_F(IoCtl, CommandsOutsideTheRangeAreNotSupported) {
 }
 
 TEST_F(IoCtl, CommandsKnownByNameOnlyAreNotSupported) {
-    for (const UNUM32 command : {5001u, 5002u, 5003u, 5004u, 5006u, 5007u, 5008u, 5012u, 5013u,
-                                 5014u, 5015u}) {
+    for (const UNUM32 command :
+         {5001u, 5002u, 5003u, 5004u, 5006u, 5007u, 5008u, 5012u, 5013u, 5014u, 5015u}) {
         ExpectNotSupported(command);
     }
 }
@@ -148,6 +148,5 @@ TEST_F(IoCtl, InputOfNullOrOfAnotherTypeIsRefused) {
 TEST_F(IoCtl, OutputItemsAreAcceptedByDestroyItem) {
     const Answer answer = Ask(5005);
     ASSERT_EQ(answer.status, PDU_STATUS_NOERROR);
-    EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(answer.output)),
-              PDU_STATUS_NOERROR);
+    EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(answer.output)), PDU_STATUS_NOERROR);
 }

@@ -33,9 +33,9 @@ void ExpectHandleFunctionsFindNothing(UNUM32 hMod) {
     EXPECT_EQ(pdu.PDUDestroyComLogicalLink(hMod, 0), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(pdu.PDUConnect(hMod, 0), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(pdu.PDUDisconnect(hMod, 0), PDU_ERR_INVALID_HANDLE);
-    EXPECT_EQ(pdu.PDUStartComPrimitive(hMod, 0, PDU_COPT_SENDRECV, 0, nullptr, nullptr, nullptr,
-                                       &value),
-              PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(
+        pdu.PDUStartComPrimitive(hMod, 0, PDU_COPT_SENDRECV, 0, nullptr, nullptr, nullptr, &value),
+        PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(pdu.PDUCancelComPrimitive(hMod, 0, 1), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(pdu.PDUGetUniqueRespIdTable(hMod, 0, &got), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(pdu.PDUSetUniqueRespIdTable(hMod, 0, &table), PDU_ERR_INVALID_HANDLE);
@@ -318,7 +318,6 @@ TEST_F(Lifecycle, DestructEndsInTimeWhileAnotherThreadScans) {
             }
         });
         ASSERT_TRUE(scanning.Wait());
-        EXPECT_TRUE(EndsInTime(
-            [] { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }));
+        EXPECT_TRUE(EndsInTime([] { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }));
     }
 }

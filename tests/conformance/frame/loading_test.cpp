@@ -15,7 +15,6 @@ namespace {
 
 constexpr char kDetachLine[] = "[DLL] Detaching the Tarvik D-PDU DLL\n";
 
-
 // Growth that is not the library's: a few threads and handles of the system's own, and some memory.
 // A round that lost a page or a prepared ComParam table would exceed it.
 struct Allowance {
@@ -27,9 +26,8 @@ void ExpectFlat(const char* what, int rounds, const ProcessFigures& before,
                 const ProcessFigures& after, Allowance allowance = {}) {
     const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
     std::printf("%s, %d rounds: threads %llu -> %llu, handles %llu -> %llu, memory %llu -> %llu\n",
-                what, rounds, number(before.threads), number(after.threads),
-                number(before.handles), number(after.handles), number(before.memory),
-                number(after.memory));
+                what, rounds, number(before.threads), number(after.threads), number(before.handles),
+                number(after.handles), number(before.memory), number(after.memory));
     EXPECT_LE(after.threads, before.threads + 2);
     EXPECT_LE(after.handles, before.handles + allowance.handles);
     EXPECT_LE(after.memory, before.memory + allowance.memory);
@@ -87,7 +85,8 @@ TEST(Loading, ProcessEndsInTimeWithoutDestruct) {
 
 FRESH_PROCESS_TEST(Loading, HandleOfAnUnloadedLibraryIsGoodForAnotherRound) {
     Settings{.enableCopTrace = true, .dummyDevice = true}.Store();
-    for (int i = 0; i < 3; ++i) LoadUseAndUnload();
+    for (int i = 0; i < 3; ++i)
+        LoadUseAndUnload();
 }
 
 FRESH_PROCESS_TEST(Loading, AThousandRoundsOfLoadingAndUnloadingLeaveNothingBehind) {
@@ -107,9 +106,11 @@ FRESH_PROCESS_TEST(Loading, AThousandRoundsOfLoadingAndUnloadingLeaveNothingBehi
 
 FRESH_PROCESS_TEST(Loading, AHundredRoundsWithConstructAndDestructInsideLeaveNothingBehind) {
     Settings{.enableCopTrace = true, .dummyDevice = true}.Store();
-    for (int i = 0; i < 10; ++i) LoadUseAndUnload();
+    for (int i = 0; i < 10; ++i)
+        LoadUseAndUnload();
     const ProcessFigures before = MeasureProcess();
-    for (int i = 0; i < 100; ++i) LoadUseAndUnload();
+    for (int i = 0; i < 100; ++i)
+        LoadUseAndUnload();
     // Wine gives a lock that two threads met at a semaphore, which lives as long as the lock: the
     // library's static ones, the log's for instance, are never destroyed.
     constexpr std::uint64_t kLocksMetAt = 100;
@@ -120,8 +121,10 @@ FRESH_PROCESS_TEST(Loading, AHundredRoundsWithConstructAndDestructInsideLeaveNot
 FRESH_PROCESS_TEST(Loading, AThousandRoundsOfConstructAndDestructLeaveNothingBehind) {
     Settings{.useSerial = true, .dummyDevice = true}.Store();
     constexpr int rounds = 1000;
-    for (int i = 0; i < rounds / 10; ++i) ConstructAndDestruct(Pdu());
+    for (int i = 0; i < rounds / 10; ++i)
+        ConstructAndDestruct(Pdu());
     const ProcessFigures before = MeasureProcess();
-    for (int i = 0; i < rounds; ++i) ConstructAndDestruct(Pdu());
+    for (int i = 0; i < rounds; ++i)
+        ConstructAndDestruct(Pdu());
     ExpectFlat("construct, destruct", rounds, before, MeasureProcess());
 }

@@ -79,7 +79,8 @@ TEST_F(ObjectIds, IoCtlsAreNumberedInTheirOrder) {
         "PDU_IOCTL_ISOBUS_GET_DETECTED_CFS",
     };
     UNUM32 id = 5000;
-    for (const char* name : names) ExpectId(PDU_OBJT_IO_CTRL, name, id++);
+    for (const char* name : names)
+        ExpectId(PDU_OBJT_IO_CTRL, name, id++);
 }
 
 TEST_F(ObjectIds, ComParamsAreKnownByName) {

@@ -25,14 +25,14 @@ bool IsProcessFor(const std::string& test);
 }  // namespace conformance
 
 // The body runs in a process of its own; what it expects counts for this test.
-#define FRESH_PROCESS_TEST(suite, name)                                                      \
-    static void suite##_##name##_Body();                                                     \
-    TEST(suite, name) {                                                                      \
-        if (conformance::IsProcessFor(#suite "." #name)) {                                   \
-            suite##_##name##_Body();                                                         \
-            return;                                                                          \
-        }                                                                                    \
-        const auto run = conformance::RunTestInFreshProcess(#suite "." #name);               \
-        EXPECT_EQ(run.exit_code, 0) << run.output;                                           \
-    }                                                                                        \
+#define FRESH_PROCESS_TEST(suite, name)                                        \
+    static void suite##_##name##_Body();                                       \
+    TEST(suite, name) {                                                        \
+        if (conformance::IsProcessFor(#suite "." #name)) {                     \
+            suite##_##name##_Body();                                           \
+            return;                                                            \
+        }                                                                      \
+        const auto run = conformance::RunTestInFreshProcess(#suite "." #name); \
+        EXPECT_EQ(run.exit_code, 0) << run.output;                             \
+    }                                                                          \
     static void suite##_##name##_Body()

@@ -13,8 +13,8 @@ void* loaded = nullptr;
 
 // The name of the function that is missing, or null.
 const char* FindAll(void* library, Functions* functions) {
-#define CONFORMANCE_FIND(name)                                                            \
-    functions->name = reinterpret_cast<name##_Fn>(FindFunction(library, #name));          \
+#define CONFORMANCE_FIND(name)                                                   \
+    functions->name = reinterpret_cast<name##_Fn>(FindFunction(library, #name)); \
     if (functions->name == nullptr) return #name;
     CONFORMANCE_FUNCTIONS(CONFORMANCE_FIND)
 #undef CONFORMANCE_FIND

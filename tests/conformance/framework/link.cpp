@@ -53,9 +53,8 @@ Link::Link(UNUM32 hMod, void* tag) : hMod_(hMod) {
     PDU_RSC_DATA resource = CanResource();
     UNUM8 bytes[4] = {};
     PDU_FLAG_DATA flag = {sizeof bytes, bytes};
-    EXPECT_EQ(
-        Pdu().PDUCreateComLogicalLink(hMod, &resource, PDU_ID_UNDEF, tag, &hCLL_, &flag),
-        PDU_STATUS_NOERROR);
+    EXPECT_EQ(Pdu().PDUCreateComLogicalLink(hMod, &resource, PDU_ID_UNDEF, tag, &hCLL_, &flag),
+              PDU_STATUS_NOERROR);
 }
 
 Link::~Link() {
@@ -85,15 +84,16 @@ UNUM32 Link::Start(UNUM32 type, const std::vector<UNUM8>& data, PDU_COP_CTRL_DAT
     std::vector<UNUM8> copy = data;
     UNUM32 hCoP = PDU_HANDLE_UNDEF;
     EXPECT_EQ(Pdu().PDUStartComPrimitive(hMod_, hCLL_, type, static_cast<UNUM32>(copy.size()),
-                                         copy.empty() ? nullptr : copy.data(), control, tag,
-                                         &hCoP),
+                                         copy.empty() ? nullptr : copy.data(), control, tag, &hCoP),
               PDU_STATUS_NOERROR);
     return hCoP;
 }
 
 static void Note(const PDU_EVENT_ITEM& event, Outcome* outcome) {
     switch (event.ItemType) {
-        case PDU_IT_STATUS: outcome->states.push_back(StatusOf(event)); break;
+        case PDU_IT_STATUS:
+            outcome->states.push_back(StatusOf(event));
+            break;
         case PDU_IT_ERROR:
             outcome->errors.push_back(static_cast<PDU_ERROR_DATA*>(event.pData)->ErrorCodeId);
             break;
@@ -105,7 +105,8 @@ static void Note(const PDU_EVENT_ITEM& event, Outcome* outcome) {
                  result.AcceptanceId});
             break;
         }
-        default: ADD_FAILURE() << "unexpected item type " << event.ItemType;
+        default:
+            ADD_FAILURE() << "unexpected item type " << event.ItemType;
     }
 }
 
@@ -122,7 +123,8 @@ Outcome Link::WaitFor(UNUM32 hCoP) {
             if (IsFinal(outcome.FinalState())) return true;
         }
         return false;
-    })) << "ComPrimitive " << hCoP << " reaches no final state";
+    })) << "ComPrimitive "
+        << hCoP << " reaches no final state";
     return outcome;
 }
 

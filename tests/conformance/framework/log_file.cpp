@@ -30,6 +30,14 @@ std::vector<std::string> LogCapture::Lines() const {
     return lines;
 }
 
+std::vector<std::string> LogCapture::LinesOf(const std::string& function) const {
+    std::vector<std::string> lines = Lines();
+    std::erase_if(lines, [tag = "[" + function + "]"](const std::string& line) {
+        return !line.starts_with(tag);
+    });
+    return lines;
+}
+
 std::size_t LogCapture::Count(const std::string& message) const {
     const std::vector<std::string> lines = Lines();
     return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), message));
@@ -46,7 +54,8 @@ std::string LogCapture::MissingOf(const std::vector<std::string>& patterns) cons
     const std::vector<std::string> lines = Lines();
     auto line = lines.begin();
     for (const std::string& pattern : patterns) {
-        while (line != lines.end() && !Matches(*line, pattern)) ++line;
+        while (line != lines.end() && !Matches(*line, pattern))
+            ++line;
         if (line == lines.end()) return pattern;
         ++line;
     }
@@ -72,7 +81,8 @@ bool Matches(const std::string& text, const std::string& pattern) {
             return false;
         }
     }
-    while (want < pattern.size() && pattern[want] == '*') ++want;
+    while (want < pattern.size() && pattern[want] == '*')
+        ++want;
     return want == pattern.size();
 }
 

@@ -17,6 +17,8 @@ public:
 
     // The messages without their time prefix.
     std::vector<std::string> Lines() const;
+    // Those of one function: the ones that begin with its name in brackets.
+    std::vector<std::string> LinesOf(const std::string& function) const;
     std::size_t Count(const std::string& message) const;
     bool Has(const std::string& message) const { return Count(message) > 0; }
     // The number of messages that match a pattern, in which each * stands for any text.

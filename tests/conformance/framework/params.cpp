@@ -56,16 +56,15 @@ UniqueTable& UniqueTable::ControlUnit(UNUM32 identifier, UNUM32 request_id, UNUM
 }
 
 UniqueTable& UniqueTable::With(const std::string& name, UNUM32 type, void* data) {
-    entries_.back().params.push_back(
-        {PDU_IT_PARAM, ParamId(name), type, PDU_PC_UNIQUE_ID, data});
+    entries_.back().params.push_back({PDU_IT_PARAM, ParamId(name), type, PDU_PC_UNIQUE_ID, data});
     return *this;
 }
 
 PDU_UNIQUE_RESP_ID_TABLE_ITEM* UniqueTable::Item() {
     records_.clear();
     for (EntryData& entry : entries_) {
-        records_.push_back({entry.identifier, static_cast<UNUM32>(entry.params.size()),
-                            entry.params.data()});
+        records_.push_back(
+            {entry.identifier, static_cast<UNUM32>(entry.params.size()), entry.params.data()});
     }
     item_ = {PDU_IT_UNIQUE_RESP_ID_TABLE, static_cast<UNUM32>(records_.size()), records_.data()};
     return &item_;

@@ -15,9 +15,9 @@ namespace conformance {
 // The id by which the library knows a ComParam; fails the test when it knows none.
 UNUM32 ParamId(const std::string& name);
 
-UNUM32 GetNumber(const std::string& name);               // of a UNUM32 ComParam
-void SetNumber(const std::string& name, UNUM32 value);   // likewise; fails the test on an error
-PDU_PARAM_ITEM* GetParam(const std::string& name);       // the library's own item; null on an error
+UNUM32 GetNumber(const std::string& name);              // of a UNUM32 ComParam
+void SetNumber(const std::string& name, UNUM32 value);  // likewise; fails the test on an error
+PDU_PARAM_ITEM* GetParam(const std::string& name);      // the library's own item; null on an error
 void SetBytes(const std::string& name, std::vector<UNUM8> bytes);
 
 struct NumberValue {

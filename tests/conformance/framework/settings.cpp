@@ -8,9 +8,9 @@ namespace conformance {
 
 std::string Settings::Json() const {
     const nlohmann::json values = {
-        {"showDebug", showDebug},   {"enableCopTrace", enableCopTrace},
-        {"useSerial", useSerial},   {"enableDebugLogFile", enableDebugLogFile},
-        {"useCloud", useCloud},     {"useBle", useBle},
+        {"showDebug", showDebug},     {"enableCopTrace", enableCopTrace},
+        {"useSerial", useSerial},     {"enableDebugLogFile", enableDebugLogFile},
+        {"useCloud", useCloud},       {"useBle", useBle},
         {"dummyDevice", dummyDevice}, {"disableCertValidation", false},
         {"useWebsocket", false},
     };

@@ -25,7 +25,7 @@ void UseLibraryCopy();
 
 std::string JoinPath(const std::string& folder, const std::string& name);
 bool FileExists(const std::string& path);
-std::string ReadFile(const std::string& path);  // empty when there is none
+std::string ReadFile(const std::string& path);                        // empty when there is none
 void WriteFile(const std::string& path, const std::string& content);  // makes folders, too
 void RemoveFile(const std::string& path);
 // Names in `folder` that begin and end like this, sorted.

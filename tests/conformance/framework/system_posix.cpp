@@ -70,7 +70,8 @@ static std::vector<std::string> EnvironmentWith(const Variables& variables) {
 
 static std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
-    for (std::string& text : texts) pointers.push_back(text.data());
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
 }
@@ -85,12 +86,12 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
 
     posix_spawn_file_actions_t files;
     ::posix_spawn_file_actions_init(&files);
-    ::posix_spawn_file_actions_addopen(&files, 1, output_file.c_str(),
-                                       O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ::posix_spawn_file_actions_addopen(&files, 1, output_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                       0600);
     ::posix_spawn_file_actions_adddup2(&files, 1, 2);
     pid_t process = 0;
-    const int error = ::posix_spawn(&process, command[0].c_str(), &files, nullptr, argv.data(),
-                                    envp.data());
+    const int error =
+        ::posix_spawn(&process, command[0].c_str(), &files, nullptr, argv.data(), envp.data());
     ::posix_spawn_file_actions_destroy(&files);
     if (error != 0) return -1;
     int status = 0;

@@ -1,8 +1,8 @@
 #include "conformance/framework/system.h"
 
+#include <windows.h>
 #include <winsock2.h>
 #include <ws2tcpip.h>
-#include <windows.h>
 
 #include <fcntl.h>
 #include <io.h>
@@ -46,9 +46,8 @@ static void ReplaceImport(ULONG_PTR* address, void* function) {
 }
 
 static void UsePrivateFolderPath(void* library) {
-    const auto* headers =
-        At<IMAGE_NT_HEADERS>(library, static_cast<DWORD>(
-                                          At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
+    const auto* headers = At<IMAGE_NT_HEADERS>(
+        library, static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
     const DWORD table =
         headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
     for (auto* dll = At<IMAGE_IMPORT_DESCRIPTOR>(library, table); dll->Name != 0; ++dll) {
@@ -59,8 +58,7 @@ static void UsePrivateFolderPath(void* library) {
             const auto* import =
                 At<IMAGE_IMPORT_BY_NAME>(library, static_cast<DWORD>(name->u1.AddressOfData));
             if (std::strcmp(import->Name, "SHGetFolderPathA") == 0) {
-                ReplaceImport(&address->u1.Function,
-                              reinterpret_cast<void*>(&PrivateFolderPath));
+                ReplaceImport(&address->u1.Function, reinterpret_cast<void*>(&PrivateFolderPath));
             }
         }
     }
@@ -82,9 +80,7 @@ void* FindFunction(void* library, const char* name) {
     return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(library), name));
 }
 
-bool UnloadLibraryFile(void* library) {
-    return ::FreeLibrary(static_cast<HMODULE>(library)) != 0;
-}
+bool UnloadLibraryFile(void* library) { return ::FreeLibrary(static_cast<HMODULE>(library)) != 0; }
 
 std::uint32_t ProcessId() { return ::GetCurrentProcessId(); }
 
@@ -111,7 +107,8 @@ public:
         }
     }
     ~TemporaryVariables() {
-        for (const auto& [name, value] : before_) SetVariable(name, value);
+        for (const auto& [name, value] : before_)
+            SetVariable(name, value);
     }
     TemporaryVariables(const TemporaryVariables&) = delete;
     TemporaryVariables& operator=(const TemporaryVariables&) = delete;
@@ -130,7 +127,8 @@ static HANDLE OpenForOutput(const std::string& file) {
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
                     const std::string& output_file) {
     std::string command = "\"" + ProgramPath() + "\"";
-    for (const std::string& argument : arguments) command += " \"" + argument + "\"";
+    for (const std::string& argument : arguments)
+        command += " \"" + argument + "\"";
     const TemporaryVariables during_start(variables);
     const HANDLE output = OpenForOutput(output_file);
     STARTUPINFOA start{};
@@ -176,9 +174,8 @@ static std::uint64_t CountHandles() {
     constexpr int kHandleInformation = 16;
     constexpr std::size_t kFirstHandle = 8;
     using Query = LONG(NTAPI*)(int, void*, ULONG, ULONG*);
-    const auto query = reinterpret_cast<Query>(
-        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleA("ntdll.dll"),
-                                                 "NtQuerySystemInformation")));
+    const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation")));
     std::vector<char> list(4 << 20);
     ULONG size = 0;
     if (query(kHandleInformation, list.data(), static_cast<ULONG>(list.size()), &size) != 0) {
@@ -233,8 +230,8 @@ bool ConsoleIsStandardOutput() { return false; }
 
 int RedirectStdout(const std::string& file) {
     const int saved = ::_dup(1);
-    const int target = ::_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY,
-                               _S_IREAD | _S_IWRITE);
+    const int target =
+        ::_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, _S_IREAD | _S_IWRITE);
     if (target >= 0) {
         ::_dup2(target, 1);
         ::_close(target);
@@ -258,7 +255,8 @@ static LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
     if (record.ExceptionCode == kDebugPrint && record.NumberParameters >= 2) {
         const std::lock_guard hold(debug_output_lock);
-        if (collecting) debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
+        if (collecting)
+            debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
     }
     return EXCEPTION_CONTINUE_SEARCH;
 }

@@ -17,7 +17,8 @@ std::vector<std::string> TraceFiles() {
     std::sort(names.begin(), names.end(), [&](const std::string& one, const std::string& other) {
         return std::stol(one.substr(begin.size())) < std::stol(other.substr(begin.size()));
     });
-    for (std::string& name : names) name = JoinPath(TempFolder(), name);
+    for (std::string& name : names)
+        name = JoinPath(TempFolder(), name);
     return names;
 }
 
