@@ -5,7 +5,7 @@
 namespace tarvik {
 
 static constexpr std::uint64_t kFirstBucketCount = 64;
-static constexpr std::uint32_t kMaxSpareNodes = 64;
+static constexpr std::uint32_t kSpareNodes = 64;
 
 static PacketEntry** AllocateBuckets(std::uint64_t count) {
     return static_cast<PacketEntry**>(AllocateArray(count, sizeof(void*)));
@@ -37,6 +37,12 @@ PacketIndex* PacketIndex::Create() {
     if (index == nullptr) return nullptr;
     index->buckets_ = buckets.release();
     index->bucket_count_ = kFirstBucketCount;
+    // From the start, so that memory stays where it is however deep the queue has been meanwhile.
+    while (index->spare_count_ < kSpareNodes) {
+        PacketNode* node = AllocateRecord<PacketNode>().release();
+        if (node == nullptr) break;
+        index->ReturnNode(node);
+    }
     return index;
 }
 
@@ -61,7 +67,7 @@ PacketNode* PacketIndex::TakeNode() {
 }
 
 void PacketIndex::ReturnNode(PacketNode* node) {
-    if (spare_count_ >= kMaxSpareNodes) {
+    if (spare_count_ >= kSpareNodes) {
         FreeMem(node);
         return;
     }

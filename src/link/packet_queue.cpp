@@ -159,6 +159,7 @@ void InitializeQueue(PacketQueue* queue) {
     // The lock has been there since the record was made; an outer eye sees it come and go.
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for queue at 0x%p", __func__,
         queue->lock.Address());
+    queue->index = PacketIndex::Create();  // null: the first packet tries again
     queue->active = true;
 }
 

@@ -235,8 +235,6 @@ TEST_F(CommRequestTest, ManyExchangesLeaveMemoryAsItWas) {
     stop = true;
     transport.Join();
     EXPECT_EQ(Queued(&dongle.rx), 0u);
-    FreeQueue(&dongle.rx);
-    FreeQueue(&dongle.tx);
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
     EXPECT_EQ(LiveMemory().bytes, before.bytes);
 }

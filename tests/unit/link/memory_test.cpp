@@ -1,6 +1,8 @@
 // What remains when the heap is exhausted, at whichever allocation: the caller's packet, what was
 // queued before, and no block that nobody owns.
 
+#include <optional>
+
 #include "link/comm_request.h"
 #include "link/fragmentation.h"
 #include "link_support.h"
@@ -21,8 +23,11 @@ void ForEachShortage(Attempt attempt) {
 }
 
 TEST(MemoryOut, AppendLeavesThePacketWithTheCallerAndTheQueueAsItWas) {
+    constexpr std::uint32_t kQueued = 100;  // no spare node is left
     ForEachShortage([](std::uint32_t allowed) {
         Dongle dongle;
+        for (std::uint32_t i = 0; i < kQueued; ++i)
+            Receive(&dongle, ResponseTo(1000 + i));
         PacketPtr packet = ResponseTo(5);
         bool taken = false;
         bool refused = false;
@@ -33,11 +38,26 @@ TEST(MemoryOut, AppendLeavesThePacketWithTheCallerAndTheQueueAsItWas) {
         }
         EXPECT_EQ(taken, !refused);
         EXPECT_EQ(packet == nullptr, taken);
-        EXPECT_EQ(Queued(&dongle.rx), taken ? 1u : 0u);
+        EXPECT_EQ(Queued(&dongle.rx), kQueued + (taken ? 1u : 0u));
         Receive(&dongle, ResponseTo(6));
         EXPECT_NE(QueueRemoveByTag(&dongle.rx, 6), nullptr);
         return refused;
     });
+}
+
+TEST(MemoryOut, QueueThatBeganInAShortageWorksOnceThereIsMemory) {
+    for (std::uint32_t allowed = 0; allowed < 10; ++allowed) {
+        std::optional<Dongle> dongle;
+        bool refused = false;
+        {
+            const FailingHeap heap(allowed);
+            dongle.emplace();
+            refused = heap.Refused();
+        }
+        EXPECT_TRUE(refused);
+        Receive(&*dongle, ResponseTo(5));
+        EXPECT_NE(QueueRemoveByTag(&dongle->rx, 5), nullptr);
+    }
 }
 
 TEST(MemoryOut, QueueThatCannotGrowItsIndexStillFindsEveryPacket) {

@@ -493,6 +493,27 @@ TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
     EXPECT_EQ(Queued(&queue), 0u);
 }
 
+// More of them than a queue has conditions of its own to lend.
+TEST(PacketWaiting, CrowdOfWaitersIsServedToTheLast) {
+    constexpr std::uint32_t kWaiters = 2 * PacketQueue::kWakeUps + 1;
+    Queue queue;
+    std::atomic<std::uint32_t> served{0};
+    {
+        std::vector<std::unique_ptr<Thread>> threads;
+        for (std::uint32_t id = 0; id < kWaiters; ++id) {
+            threads.push_back(std::make_unique<Thread>([&, id] {
+                const PacketPtr packet = FindResponse(&queue, 10000, id);
+                if (packet != nullptr && packet->U32(16) == id) ++served;
+            }));
+        }
+        EXPECT_TRUE(Eventually([&] { return Sleepers(&queue) == kWaiters; }));
+        for (std::uint32_t id = kWaiters; id > 0; --id)
+            Append(&queue, ResponseTo(id - 1), id - 1);
+    }
+    EXPECT_EQ(served, kWaiters);
+    EXPECT_EQ(Sleepers(&queue), 0u);
+}
+
 TEST(PacketWaiting, ShortTimeOutsAgainstHandOversLoseNoPacket) {
     constexpr std::uint32_t kPackets = 2000;
     Queue queue;
