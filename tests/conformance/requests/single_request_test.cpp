@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/items.h"
 #include "conformance/framework/log_file.h"
@@ -166,11 +168,33 @@ TEST_F(SingleRequest, SilentControlUnitGivesError257ThenFinished) {
     simulator.Command(R"(unit engine {"silent": true})");
     SetNumber("CP_P2Max", 2000);
     const LogCapture log;
+    StdoutCapture console;
     const Outcome outcome = link.Request(ReadVin());
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_TRUE(console.Has("[Transmit] < TIMEOUT\n"));
     EXPECT_TRUE(log.Has("[Transmit]   Received a timeout"));
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]  Nothing received at all. Abort."));
+}
+
+TEST_F(SingleRequest, ErrorOfTheDongleGivesError257ThenFinished) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"lost": true})");
+    const LogCapture log;
+    StdoutCapture console;
+    ControlData control;
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    // wait_time 0xFFFFFFFE, no bytes, the request's id
+    char payload[32];
+    std::snprintf(payload, sizeof payload, "FEFFFFFF00000000%02X%02X%02X%02X", hCoP & 0xFF,
+                  hCoP >> 8 & 0xFF, hCoP >> 16 & 0xFF, hCoP >> 24);
+    simulator.Command(std::string("packet CRES ") + payload);
+    const Outcome outcome = link.WaitFor(hCoP);
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_TRUE(log.Has("[Transmit]   Received an error"));
+    EXPECT_TRUE(console.Has("[Transmit] < (4294967294 ms) ERROR\n"));
 }
 
 TEST_F(SingleRequest, ResponsePendingIsTheDonglesAffair) {
@@ -324,8 +348,10 @@ TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
                   "[UpdateCopState] CoP #* Status: 8012, Duration: * ms",
               }),
               "");
+    EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommThreadFunc] free CoP #*"); }));
     EXPECT_TRUE(console.Has("[Transmit] > 0x7DF/0x7E0, Rx 0x7E8 (500 ms) 22 F1 90 \n"));
     EXPECT_TRUE(console.Has("[Transmit] < ("));
+    EXPECT_TRUE(Matches(console.Text(), "*[CommThreadFunc:*] > Client side delay was * ms\n*"));
 }
 
 TEST_F(SingleRequest, FunctionalAddressModeOnlyMovesTheMark) {
