@@ -1,0 +1,154 @@
+// PDUDestruct while other things are going on: it ends in bounded time, and a construct after it
+// works.
+
+#include <memory>
+
+#include "conformance/framework/callbacks.h"
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/fresh_process.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/params.h"
+#include "conformance/framework/waiting.h"
+
+using namespace conformance;
+
+namespace {
+
+using Destruct = SerialDongle;
+
+void ExpectDestructEnds() {
+    EXPECT_TRUE(EndsInTime([] { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }));
+}
+
+UNUM32 ConstructWithSerial() {
+    Settings{.useSerial = true}.Store();
+    EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    return FindModule();
+}
+
+}  // namespace
+
+TEST_F(Destruct, StopsLinksAndLogsEachStep) {
+    Link active(hMod);
+    Link destroyed(hMod);
+    destroyed.Destroy();
+    const LogCapture log;
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_EQ(log.MissingOf({
+                  "[PDUDestruct] Called",
+                  "[PDUDestruct] Checking 2 logical links for module 0",
+                  "[PDUDestruct] Stopping logical link #0 on module #0",
+                  "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #0)",
+                  "[PDUDestruct] Closing Thread handle 0x* (LogicalLink #0)",
+                  "[PDUDestruct] Closing Mutex handle 0x* (LogicalLink #0)",
+                  "[PDUDestruct] Cleaned up 1 logical links for module 0",
+                  "[PDUDestruct] Returning PDU_STATUS_NOERROR",
+              }),
+              "");
+    EXPECT_FALSE(log.Has("[PDUDestruct] Stopping logical link #1 on module #0"));
+}
+
+TEST_F(Destruct, EndsWithARequestInFlightAScanRunningAndACallbackRegistered) {
+    simulator.Command("mute");
+    SetNumber("CP_P2Max", 60'000'000);
+    CallbackSpy spy;
+    Link link(hMod);
+    Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function());
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    link.Address(0x7E0, 0x7E8);
+    ControlData control;
+    link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    auto scanning = std::make_shared<Gate>();
+    Thread scanner([scanning] {
+        scanning->Open();
+        GetModuleIds();
+    });
+    ASSERT_TRUE(scanning->Wait());
+    ExpectDestructEnds();
+    scanner.Join();
+    simulator.Reset();
+    ASSERT_NO_FATAL_FAILURE(Construct(Settings{.useSerial = true}));
+}
+
+TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
+    CallbackSpy spy;
+    auto done = std::make_shared<Gate>();
+    Link link(hMod);
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    spy.OnCall([done](const CallbackCall&) {
+        if (done->IsOpen()) return;
+        EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        done->Open();
+    });
+    Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function());
+    link.Start(PDU_COPT_UPDATEPARAM);
+    ASSERT_TRUE(done->Wait());
+    EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
+}
+
+TEST_F(Destruct, EndsWhileCallbacksKeepComing) {
+    CallbackSpy spy;
+    spy.OnCall([](const CallbackCall& call) {
+        while (NextEvent(call.hMod, call.hCLL)) {
+        }
+    });
+    Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, spy.Function());
+    Link link(hMod);
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    for (int i = 0; i < 200; ++i)
+        link.Start(PDU_COPT_UPDATEPARAM);
+    ExpectDestructEnds();
+}
+
+TEST_F(Destruct, ReleasesTheLockThatAStatusQueryKeeps) {
+    Link link(hMod);
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    simulator.Command("mute");
+    SetNumber("CP_P2Max", 4'000'000);
+    link.Address(0x7E0, 0x7E8);
+    ControlData control;
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
+    UNUM32 status = 0;
+    // Wrong module and link: the ComPrimitive is found all the same.
+    ASSERT_EQ(Pdu().PDUGetStatus(77, 88, hCoP, &status, nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(status == PDU_COPST_IDLE || status == PDU_COPST_EXECUTING) << status;
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    simulator.Reset();
+    auto found = std::make_shared<Gate>();
+    Settings{.useSerial = true}.Store();
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(EndsInTime([found] {
+        if (FindModule() != PDU_HANDLE_UNDEF) found->Open();
+    }));
+    EXPECT_TRUE(found->IsOpen());
+}
+
+// The worker is inside the application's callback and does not come back: it is terminated.
+FRESH_PROCESS_TEST(StuckCallback, WorkerIsTerminatedAfterItsTimeAndDestructGoesOn) {
+    const UNUM32 hMod = ConstructWithSerial();
+    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+    auto* const spy = new CallbackSpy;  // the terminated thread may still look at them
+    auto* const stuck = new Gate;
+    auto* const never = new Gate;
+    Link link(hMod);
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    spy->OnCall([stuck, never](const CallbackCall&) {
+        stuck->Open();
+        never->Wait(std::chrono::minutes(10));
+    });
+    Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy->Function());
+    link.Start(PDU_COPT_UPDATEPARAM);
+    ASSERT_TRUE(stuck->Wait());
+    const LogCapture log;
+    ExpectDestructEnds();
+    EXPECT_EQ(log.MissingOf({
+                  "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #0)",
+                  "[PDUDestruct] Thread 0x* for link #0 did not exit, terminating",
+                  "[PDUDestruct] Closing Thread handle 0x* (LogicalLink #0)",
+                  "[PDUDestruct] Returning PDU_STATUS_NOERROR",
+              }),
+              "");
+}
