@@ -40,7 +40,7 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(Simulator::IsThere()) << "needs a simulated dongle";
         simulator.Reset();
-        Construct(Settings{.useSerial = true});
+        Construct(FirstSettings());
     }
     void TearDown() override {
         Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
@@ -48,6 +48,8 @@ protected:
         Pdu().PDUDestruct();
         EXPECT_EQ(simulator.Violations(), 0u) << simulator.Command("violations");
     }
+
+    virtual Settings FirstSettings() const { return {.useSerial = true}; }
 
     // Once more, or with other settings: after a PDUDestruct.
     void Construct(const Settings& settings, void* tag = nullptr) {
@@ -60,6 +62,15 @@ protected:
 
     Simulator simulator;
     UNUM32 hMod = PDU_HANDLE_UNDEF;
+};
+
+// For tests that would write a log of many megabytes. The log file stays open once it is, so they
+// have a program without other tests.
+class SerialDongleWithoutLog : public SerialDongle {
+protected:
+    Settings FirstSettings() const override {
+        return {.enableDebugLogFile = false, .useSerial = true};
+    }
 };
 
 }  // namespace conformance

@@ -89,20 +89,19 @@ UNUM32 Link::Start(UNUM32 type, const std::vector<UNUM8>& data, PDU_COP_CTRL_DAT
     return hCoP;
 }
 
-static void Note(const PDU_EVENT_ITEM& event, Outcome* outcome) {
+void Outcome::Add(const PDU_EVENT_ITEM& event) {
     switch (event.ItemType) {
         case PDU_IT_STATUS:
-            outcome->states.push_back(StatusOf(event));
+            states.push_back(StatusOf(event));
             break;
         case PDU_IT_ERROR:
-            outcome->errors.push_back(static_cast<PDU_ERROR_DATA*>(event.pData)->ErrorCodeId);
+            errors.push_back(static_cast<PDU_ERROR_DATA*>(event.pData)->ErrorCodeId);
             break;
         case PDU_IT_RESULT: {
             const auto& result = *static_cast<PDU_RESULT_DATA*>(event.pData);
-            outcome->results.push_back(
-                {{result.pDataBytes, result.pDataBytes + result.NumDataBytes},
-                 result.UniqueRespIdentifier,
-                 result.AcceptanceId});
+            results.push_back({{result.pDataBytes, result.pDataBytes + result.NumDataBytes},
+                               result.UniqueRespIdentifier,
+                               result.AcceptanceId});
             break;
         }
         default:
@@ -110,17 +109,13 @@ static void Note(const PDU_EVENT_ITEM& event, Outcome* outcome) {
     }
 }
 
-static bool IsFinal(UNUM32 state) {
-    return state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
-}
-
 Outcome Link::WaitFor(UNUM32 hCoP) {
     Outcome outcome;
     outcome.hCoP = hCoP;
     EXPECT_TRUE(Eventually([&] {
         while (const auto event = NextEvent(hMod_, hCLL_)) {
-            if (event->hCop == hCoP) Note(*event, &outcome);
-            if (IsFinal(outcome.FinalState())) return true;
+            if (event->hCop == hCoP) outcome.Add(*event);
+            if (outcome.IsFinal()) return true;
         }
         return false;
     })) << "ComPrimitive "

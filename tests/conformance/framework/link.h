@@ -31,6 +31,11 @@ struct Outcome {
 
     // The last state, 0 when there was none.
     UNUM32 FinalState() const { return states.empty() ? 0 : states.back(); }
+    bool IsFinal() const {
+        return FinalState() == PDU_COPST_FINISHED || FinalState() == PDU_COPST_CANCELLED;
+    }
+    // An event of this ComPrimitive; fails the test when it is of a kind that has none.
+    void Add(const PDU_EVENT_ITEM& event);
 };
 
 // One expected response.

@@ -1,5 +1,7 @@
 #include "conformance/framework/log_file.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -86,6 +88,11 @@ bool Matches(const std::string& text, const std::string& pattern) {
     return want == pattern.size();
 }
 
+static const char* EndOf(const std::string& text) {
+    constexpr std::size_t kEnough = 20'000;
+    return text.c_str() + (text.size() > kEnough ? text.size() - kEnough : 0);
+}
+
 StdoutCapture::StdoutCapture() : file_(JoinPath(PrivateFolder(), "stdout.txt")) {
     std::fflush(stdout);
     saved_ = RedirectStdout(file_);
@@ -97,6 +104,8 @@ const std::string& StdoutCapture::Text() {
     RestoreStdout(saved_);
     saved_ = -1;
     text_ = ReadFile(file_);
+    // The failure's own text went there, too.
+    if (testing::Test::HasFailure()) std::fputs(EndOf(text_), stdout);
     return text_;
 }
 

@@ -5,8 +5,8 @@
 #include "conformance/framework/items.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/log_file.h"
+#include "conformance/framework/vehicle.h"
 #include "conformance/framework/waiting.h"
-#include "conformance/requests/vehicle.h"
 
 namespace conformance {
 namespace {

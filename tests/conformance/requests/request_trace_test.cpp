@@ -4,7 +4,7 @@
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/surroundings.h"
 #include "conformance/framework/trace_file.h"
-#include "conformance/requests/vehicle.h"
+#include "conformance/framework/vehicle.h"
 
 namespace conformance {
 namespace {

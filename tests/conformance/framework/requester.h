@@ -1,0 +1,37 @@
+#pragma once
+
+// A link to one control unit, for requests in large numbers: the library's callback wakes the
+// thread that waits for the answer.
+
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include "conformance/framework/link.h"
+
+namespace conformance {
+
+class Requester {
+public:
+    // Connected at once, with CP_P2Max as it is.
+    Requester(UNUM32 hMod, UNUM32 request_id, UNUM32 response_id);
+    // The library is destructed before: until then it may call back.
+    ~Requester() = default;
+
+    Link& link() { return link_; }
+
+    // One request to its end; not final when that does not come.
+    Outcome Request(const std::vector<UNUM8>& data);
+
+private:
+    static void PDU_CALL OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void* requester, void*);
+    bool TakeEvents(Outcome* outcome);
+
+    std::mutex lock_;
+    std::condition_variable called_;
+    bool was_called_ = false;
+    ControlData control_;
+    Link link_;
+};
+
+}  // namespace conformance
