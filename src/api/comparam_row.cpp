@@ -238,11 +238,18 @@ void LogEntries(const ComParamRow& row, const RowSnapshot& snapshot, const char*
     }
 }
 
+// Written only when an application has changed it: another of its threads may be handing the item
+// to PDUDestroyItem, which reads the type without a lock.
+void RestoreItem(ComParamRow& row) {
+    const PDU_PARAM_ITEM item = MakeRow(row.description, row.value).item;
+    if (std::memcmp(&row.item, &item, sizeof item) != 0) row.item = item;
+}
+
 }  // namespace
 
 bool PrepareRow(ComParamRow& row) {
     ReleaseRow(row);
-    row.item = MakeRow(row.description, row.value).item;
+    RestoreItem(row);
     if (!IsField(row.description->data_type)) return true;
     ChooseFieldSize(row);
     row.buffer = AllocateArray(row.max_elements, ElementSize(row.description->data_type));
