@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/vehicle.h"
+#include "conformance/framework/waiting.h"
+
+namespace conformance {
+namespace {
+
+class SilentPort : public SerialDongle {
+protected:
+    // Constructed again, with a dongle that hears everything and says nothing.
+    void ConstructWithMutedDongle() {
+        ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        simulator.Command("mute");
+        simulator.Command("record clear");
+        const LogCapture log;
+        ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        ASSERT_TRUE(Eventually([&] { return log.Has(kGivenUp); }));
+    }
+    std::uint64_t Opens() {
+        return nlohmann::json::parse(simulator.Command("stats"))[0].at("opens");
+    }
+
+    static constexpr char kGivenUp[] =
+        "[ConnectSerialPort] COM5: No response from device. Closing again.";
+};
+
+TEST_F(SilentPort, IsGivenUpAfterThreeSyncs) {
+    StdoutCapture console;
+    ConstructWithMutedDongle();
+    EXPECT_EQ(simulator.Count("in SYNC"), 3u);
+    EXPECT_TRUE(
+        console.Has("COM5: New device detected\n"
+                    "COM5: Connecting to new device\n"
+                    "COM5: Send SYNC\n"
+                    "COM5: Send SYNC\n"
+                    "COM5: Send SYNC\n"
+                    "COM5: Device did not respond\n"))
+        << console.Text();
+}
+
+TEST_F(SilentPort, IsClosedAndFoundNowhere) {
+    const LogCapture log;
+    ConstructWithMutedDongle();
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
+    EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
+}
+
+// Each look at the module list lasts for two scans of the ports.
+TEST_F(SilentPort, StaysAloneEvenWhenItWouldAnswer) {
+    ConstructWithMutedDongle();
+    const std::uint64_t opens = Opens();
+    simulator.Command("mute off");
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
+    EXPECT_EQ(simulator.Count("in SYNC"), 3u);
+    EXPECT_EQ(Opens(), opens);
+}
+
+TEST_F(SilentPort, WorksAfterItDisappearedAndReappeared) {
+    const LogCapture log;
+    ConstructWithMutedDongle();
+    simulator.Command("mute off");
+    simulator.Unplug();
+    EXPECT_TRUE(Eventually(
+        [&] { return log.Has("[SerialConnect]   COM5 got disconnected, set to unused"); }));
+    EXPECT_FALSE(log.Has("[SerialConnect]   COM5 Still connected, wait for cleanup"));
+    simulator.Replug();
+    hMod = FindModule();
+    EngineLink link(hMod);
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
+}
+
+TEST_F(SilentPort, LateAnswerToTheThirdSyncIsEarlyEnough) {
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    simulator.Command("ignore SYNC 2");
+    simulator.Command("record clear");
+    Construct(FirstSettings());
+    EXPECT_EQ(simulator.Count("in SYNC"), 3u);
+    EngineLink link(hMod);
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
+}
+
+TEST_F(SilentPort, DestructDuringTheHandshakeEndsInTime) {
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    simulator.Command("mute");
+    simulator.Command("record clear");
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    ASSERT_TRUE(simulator.WaitFor(1, "in SYNC"));
+    EXPECT_TRUE(EndsInTime([] { Pdu().PDUDestruct(); }));
+}
+
+using ForeignPort = SerialDongle;
+
+// Port 9 is listed beside the dongle's, with other ids.
+TEST_F(ForeignPort, IsNeitherOpenedNorMentioned) {
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    const LogCapture log;
+    StdoutCapture console;
+    Construct(FirstSettings());
+    EXPECT_EQ(GetModuleIds()->NumEntries, 1u);
+    EXPECT_TRUE(console.Has("COM5: Connected successfully\n"));
+    EXPECT_FALSE(console.Has("COM9"));
+    EXPECT_FALSE(console.Has("Failed to open serial port"));
+    EXPECT_FALSE(log.HasLike("*COM9*"));
+    EXPECT_FALSE(log.HasLike("*port 9*"));
+}
+
+}  // namespace
+}  // namespace conformance

@@ -1,0 +1,133 @@
+// Two dongles at once, each before a car of its own.
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/requester.h"
+#include "conformance/framework/vehicle.h"
+#include "conformance/framework/waiting.h"
+#include "conformance/replug/recovery.h"
+
+namespace conformance {
+namespace {
+
+class TwoDongles : public testing::Test {
+protected:
+    static constexpr const char* kSerialNumbers[2] = {"SerialNumber='02:42:52:4E:58:01'",
+                                                      "SerialNumber='02:42:52:4E:58:02'"};
+
+    void SetUp() override {
+        ASSERT_TRUE(Simulator::IsThere()) << "needs simulated dongles";
+        simulator.Reset();
+        simulator.Command("@1 replug");
+        simulator.Command("@0 data engine F190 00");
+        simulator.Command("@1 data engine F190 01");
+        Settings{.useSerial = true}.Store();
+        Construct();
+    }
+    void TearDown() override {
+        Pdu().PDUDestruct();
+        EXPECT_EQ(simulator.Violations(), 0u) << simulator.Command("violations");
+    }
+
+    void Construct() {
+        ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        for (std::size_t dongle : {0u, 1u}) {
+            modules[dongle] = PDU_HANDLE_UNDEF;
+            ASSERT_TRUE(Eventually([&] { return FindDongle(dongle); })) << "dongle " << dongle;
+        }
+        ASSERT_NE(modules[0], modules[1]);
+    }
+    bool FindDongle(std::size_t dongle) {
+        const auto list = GetModuleIds();
+        for (UNUM32 i = 0; i < list->NumEntries; ++i) {
+            const PDU_MODULE_DATA& module = list->pModuleData[i];
+            if (std::strstr(module.pVendorModuleName, kSerialNumbers[dongle]) != nullptr) {
+                modules[dongle] = module.hMod;
+            }
+        }
+        return modules[dongle] != PDU_HANDLE_UNDEF;
+    }
+
+    Simulator simulator;
+    UNUM32 modules[2] = {};
+};
+
+std::string VinOf(const Outcome& outcome) {
+    return outcome.results.size() == 1 ? Hex(outcome.results[0].data) : "no answer";
+}
+constexpr char kFirstVin[] = "62 F1 90 00";
+constexpr char kSecondVin[] = "62 F1 90 01";
+
+TEST_F(TwoDongles, AreTwoModules) {
+    EXPECT_EQ(GetModuleIds()->NumEntries, 2u);
+    EXPECT_EQ(modules[0] + modules[1], 1u);  // 0 and 1, in either order
+}
+
+TEST_F(TwoDongles, AnswerFromTheirOwnCars) {
+    EngineLink first(modules[0]);
+    EngineLink second(modules[1]);
+    EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
+    EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
+}
+
+TEST_F(TwoDongles, WorkAtTheSameTime) {
+    EngineLink first(modules[0]);
+    EngineLink second(modules[1]);
+    simulator.Command(R"(@0 next 1 {"lost": true})");
+    ControlData control(PositiveRead());
+    const UNUM32 waiting = first.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
+    simulator.Unplug();
+    EXPECT_EQ(first.WaitFor(waiting).errors, std::vector<UNUM32>{0x101});
+}
+
+TEST_F(TwoDongles, OneThatIsPulledOutDoesNotDisturbTheOther) {
+    EngineLink first(modules[0]);
+    EngineLink second(modules[1]);
+    simulator.Command(R"(@1 next 1 {"lost": true})");
+    ControlData control(PositiveRead());
+    const UNUM32 lost = second.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    std::vector<UNUM32> going_on;
+    for (int i = 0; i < 50; ++i) {
+        going_on.push_back(first.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
+    }
+    simulator.Command("@1 unplug");
+    for (const UNUM32 hCoP : going_on)
+        EXPECT_EQ(VinOf(first.WaitFor(hCoP)), kFirstVin);
+    EXPECT_EQ(second.WaitFor(lost).errors, std::vector<UNUM32>{0x101});
+
+    ASSERT_TRUE(ScanUntilNotAvailable(modules[1]));
+    EXPECT_EQ(ModuleStatus(modules[0]), PDU_MODST_AVAIL);
+    EXPECT_EQ(GetModuleIds()->NumEntries, 2u);
+    EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
+}
+
+TEST_F(TwoDongles, BothAnswerAfterTheRecoveryOfOne) {
+    simulator.Command("@1 unplug");
+    ASSERT_TRUE(ScanUntilNotAvailable(modules[1]));
+    simulator.Command("@1 replug");
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    Construct();
+    EngineLink first(modules[0]);
+    EngineLink second(modules[1]);
+    EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
+    EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
+}
+
+TEST_F(TwoDongles, ForeignPortBetweenThemIsLeftAlone) {
+    const LogCapture log;
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    Construct();
+    EXPECT_EQ(GetModuleIds()->NumEntries, 2u);
+    EXPECT_FALSE(log.HasLike("*COM9*"));
+}
+
+}  // namespace
+}  // namespace conformance

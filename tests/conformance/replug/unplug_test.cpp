@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/vehicle.h"
+#include "conformance/framework/waiting.h"
+#include "conformance/replug/recovery.h"
+
+namespace conformance {
+namespace {
+
+class Unplug : public SerialDongle {
+protected:
+    // Steps 2 and 3 of the recovery, and the module's part of step 4.
+    void Recover() {
+        ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        Construct(FirstSettings());
+        ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    }
+
+    void ExpectFirstRequestToSucceed() {
+        EngineLink link(hMod);
+        const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+        EXPECT_EQ(outcome.results.size(), 1u);
+        EXPECT_TRUE(outcome.errors.empty());
+        EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    }
+};
+
+TEST_F(Unplug, HandlesOfTheModuleAndItsLinksStayValid) {
+    EngineLink link(hMod);
+    simulator.Unplug();
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    PDU_VERSION_DATA version{};
+    EXPECT_EQ(Pdu().PDUGetVersion(hMod, &version), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
+    EXPECT_EQ(link.Disconnect(), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+}
+
+TEST_F(Unplug, DeviceThatLeavesTheListWhileConnectedHasItsPortStopped) {
+    const LogCapture log;
+    simulator.Command("unplug device");
+    EXPECT_TRUE(Eventually(
+        [&] { return log.Has("[SerialConnect]   COM5 Still connected, wait for cleanup"); }));
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
+    EXPECT_TRUE(Eventually([&] {
+        return log.HasLike("[SerialConnect] Closing Thread handle 0x* (MonitorThread) for port 5");
+    }));
+    EXPECT_EQ(log.MissingOf({
+                  "[SerialConnect]   COM5 Still connected, wait for cleanup",
+                  "[SerialThreadFunc] COM5 Instance is stopping, waiting for threads",
+                  "[SerialThreadFunc] Closing Thread handle 0x* (TxThread) for port 5",
+                  "[SerialThreadFunc] Closing Thread handle 0x* (RxThread) for port 5",
+                  "[SerialThreadFunc] COM5 Instance stopped",
+              }),
+              "");
+}
+
+TEST_F(Unplug, PortThatReappearsIsConnectedAgainLikeANewOne) {
+    simulator.Unplug();
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    const LogCapture log;
+    StdoutCapture console;
+    const std::uint64_t syncs = simulator.Count("in SYNC");
+    simulator.Replug();
+    EXPECT_TRUE(simulator.WaitFor(syncs + 1, "in SYNC"));
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
+    EXPECT_TRUE(Eventually([&] {
+        GetModuleIds();
+        return log.Has("[UpdateModuleList] Updating existing device at index 0");
+    }));
+    const std::string& text = console.Text();
+    std::size_t at = 0;
+    for (const char* line :
+         {"COM5: New device detected\n", "COM5: Connecting to new device\n", "COM5: Send SYNC\n",
+          "Synchronized\n", "COM5: Connected successfully\n"}) {
+        at = text.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line << text;
+    }
+}
+
+TEST_F(Unplug, RecoverySequenceMakesTheFirstRequestSucceed) {
+    simulator.Unplug();
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    simulator.Replug();
+    Recover();
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_READY);
+    ExpectFirstRequestToSucceed();
+}
+
+TEST_F(Unplug, RecoverySucceedsWhenTheDongleComesBackAfterTheConstruct) {
+    simulator.Unplug();
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
+    simulator.Replug();
+    hMod = FindModule();
+    ExpectFirstRequestToSucceed();
+}
+
+// Without this the exchange would wait three times ten seconds.
+TEST_F(Unplug, RequestInFlightEndsWithError257) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"lost": true})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    simulator.Unplug();
+    const Outcome outcome = link.WaitFor(hCoP);
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
+    EXPECT_TRUE(outcome.results.empty());
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
+TEST_F(Unplug, FunctionalRequestInFlightEndsWithError259) {
+    CarLink link(hMod);
+    simulator.Command(R"(next 1 {"lost": true})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    simulator.Unplug();
+    const Outcome outcome = link.WaitFor(hCoP);
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x103});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
+TEST_F(Unplug, QueuedRequestsAllEndAsWell) {
+    EngineLink link(hMod);
+    simulator.Command(R"(next 1 {"lost": true})");
+    ControlData control(PositiveRead());
+    std::vector<UNUM32> handles;
+    for (int i = 0; i < 20; ++i) {
+        handles.push_back(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
+    }
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    simulator.Unplug();
+    for (const UNUM32 hCoP : handles) {
+        const Outcome outcome = link.WaitFor(hCoP);
+        EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
+        EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    }
+}
+
+TEST_F(Unplug, RequestWithoutADongleEndsWithError257) {
+    EngineLink link(hMod);
+    simulator.Unplug();
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
+// The answer has 40 bytes: 8 of header, 12 of fixed fields, 20 of data.
+TEST_F(Unplug, DongleThatGoesInTheMiddleOfAnAnswerEndsTheRequestAndComesBack) {
+    for (const char* cut : {"cut 1", "cut 7", "cut 8", "cut 9", "cut 20", "cut 39"}) {
+        SCOPED_TRACE(cut);
+        {
+            EngineLink link(hMod);
+            simulator.Command(cut);
+            const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+            EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
+            EXPECT_TRUE(outcome.results.empty());
+            EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+        }
+        ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+        EXPECT_EQ(GetModuleIds()->pModuleData[0].ModuleStatus, PDU_MODST_AVAIL);
+        simulator.Replug();
+        Recover();
+        ExpectFirstRequestToSucceed();
+    }
+}
+
+TEST_F(Unplug, HalfAReassembledAnswerIsForgotten) {
+    EngineLink link(hMod);
+    simulator.Command(R"(behaviour {"fragment": 20})");
+    simulator.Command("cut 50");  // the third fragment of 20 bytes is incomplete
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).errors, std::vector<UNUM32>{0x101});
+    simulator.Replug();
+    Recover();
+    ExpectFirstRequestToSucceed();
+}
+
+TEST_F(Unplug, AnswerInSinglePiecesIsNoUnplug) {
+    EngineLink link(hMod);
+    simulator.Command("pieces 1 2");
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
+}
+
+TEST_F(Unplug, ReceiverLooksForSyncAfterAnOversizedHeaderAndKeepsThePort) {
+    EngineLink link(hMod);
+    const auto opens = [this] {
+        return nlohmann::json::parse(simulator.Command("stats"))[0].at("opens");
+    };
+    const nlohmann::json before = opens();
+    const LogCapture log;
+    simulator.Command("send 53455243 88130000");  // 5000 bytes announced
+    EXPECT_TRUE(
+        Eventually([&] { return log.Has("[SerialRxThreadFunc] Invalid header size 5000"); }));
+    simulator.Command("garbage 100");
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
+    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
+    EXPECT_EQ(opens(), before);
+}
+
+TEST_F(Unplug, PortThatStoppedByItselfIsConnectedAgainByTheNextScan) {
+    const LogCapture log;
+    StdoutCapture console;
+    const std::uint64_t syncs = simulator.Count("in SYNC");
+    simulator.Command("packet CRYP 00112233445566778899AABBCCDDEEFF");
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
+    EXPECT_TRUE(simulator.WaitFor(syncs + 1, "in SYNC"));
+    // Nobody scanned meanwhile, so nobody missed it.
+    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
+    ExpectFirstRequestToSucceed();
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
+    EXPECT_TRUE(console.Has("Decryption failed\n"));
+    EXPECT_FALSE(log.Has("[SerialConnect]   COM5 Still connected, wait for cleanup"));
+}
+
+TEST_F(Unplug, DestructRightAfterwardsEndsInTime) {
+    EngineLink link(hMod);
+    simulator.Unplug();
+    EXPECT_TRUE(EndsInTime([] { Pdu().PDUDestruct(); }));
+    simulator.Replug();
+    Construct(FirstSettings());
+    ExpectFirstRequestToSucceed();
+}
+
+}  // namespace
+}  // namespace conformance
