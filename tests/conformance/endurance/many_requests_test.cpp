@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/requester.h"
+#include "conformance/framework/rounds.h"
+#include "conformance/framework/steadiness.h"
+#include "conformance/framework/vehicle.h"
+#include "conformance/framework/waiting.h"
+
+namespace conformance {
+namespace {
+
+constexpr std::uint32_t kLinks = 8;
+constexpr std::uint32_t kWarmUp = 1'000;
+// The whole growth that is allowed for, whatever the number of requests: 100 000 requests that lost
+// 32 bytes each would exceed it.
+constexpr std::uint64_t kMemoryAllowance = 2 << 20;
+
+class ManyRequests : public SerialDongleWithoutLog {
+protected:
+    void CreateLinks() {
+        SetNumber("CP_P2Max", 4'000'000);
+        for (std::uint32_t i = 0; i < kLinks; ++i) {
+            requesters_.push_back(
+                std::make_unique<Requester>(hMod, kEngineRequest, kEngineResponse));
+        }
+    }
+
+    // All links at once; the number of requests that had exactly one right answer.
+    std::uint32_t Send(std::uint32_t requests) {
+        std::atomic<std::uint32_t> answered{0};
+        {
+            std::vector<std::unique_ptr<Thread>> threads;
+            for (std::uint32_t i = 0; i < kLinks; ++i) {
+                const std::uint32_t share = requests / kLinks + (i < requests % kLinks ? 1 : 0);
+                threads.push_back(std::make_unique<Thread>([this, i, share, &answered] {
+                    for (std::uint32_t sent = 0; sent < share; ++sent) {
+                        if (IsAnswered(*requesters_[i])) answered.fetch_add(1);
+                    }
+                }));
+            }
+        }
+        return answered.load();
+    }
+
+    static bool IsAnswered(Requester& requester) {
+        const Outcome outcome = requester.Request(ReadVin());
+        return outcome.results.size() == 1 && outcome.errors.empty() &&
+               outcome.FinalState() == PDU_COPST_FINISHED &&
+               Hex(outcome.results[0].data).starts_with("62 F1 90 57 54 56");
+    }
+
+    std::vector<std::unique_ptr<Requester>> requesters_;
+};
+
+TEST_F(ManyRequests, AreAllAnsweredAndMemoryStaysAsItIsAfterTheFirstThousand) {
+    StdoutCapture console;
+    CreateLinks();
+    EXPECT_EQ(Send(kWarmUp), kWarmUp);
+    const ProcessFigures before = MeasureProcess();
+    EXPECT_EQ(Send(kRequests), kRequests);
+    const ProcessFigures after = MeasureProcess();
+    EXPECT_EQ(simulator.Count("in CREQ"), kWarmUp + kRequests);
+    Pdu().PDUDestruct();
+    console.Text();
+    ExpectSteady(std::to_string(kRequests) + " requests", before, after,
+                 {.memory = kMemoryAllowance});
+}
+
+}  // namespace
+}  // namespace conformance

@@ -1,0 +1,326 @@
+#include "conformance/endurance/random_caller.h"
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "conformance/framework/link.h"
+#include "conformance/framework/params.h"
+#include "conformance/framework/system.h"
+#include "conformance/framework/vehicle.h"
+
+namespace conformance {
+namespace {
+
+constexpr std::uint64_t kDestructEveryMs = 1000;
+constexpr std::int32_t kMaxLiveLinks = 24;
+constexpr std::size_t kMaxKeptItems = 50;
+
+std::mutex leftovers_lock;
+std::vector<PDU_ITEM*> leftovers;
+std::atomic<std::uint64_t> results_taken{0};
+
+void GiveBack(PDU_ITEM* item) {
+    if (item == nullptr) return;
+    if (item->ItemType == PDU_IT_RESULT) results_taken.fetch_add(1);
+    if (Pdu().PDUDestroyItem(item) == PDU_STATUS_NOERROR) return;
+    const std::lock_guard hold(leftovers_lock);
+    leftovers.push_back(item);
+}
+
+// What PDUIoCtl hands out stays allocated; the leak checker has to see that somebody still knows
+// it.
+void KeepForGood(PDU_DATA_ITEM* output) {
+    static std::vector<PDU_DATA_ITEM*> outputs;
+    const std::lock_guard hold(leftovers_lock);
+    outputs.push_back(output);
+}
+
+void PDU_CALL DrainInCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*) {
+    PDU_EVENT_ITEM* item = nullptr;
+    while (Pdu().PDUGetEventItem(hMod, hCLL, &item) == PDU_STATUS_NOERROR) {
+        GiveBack(reinterpret_cast<PDU_ITEM*>(item));
+    }
+}
+
+void PDU_CALL AskInCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*) {
+    UNUM32 status = 0;
+    Pdu().PDUGetStatus(hMod, hCLL, PDU_HANDLE_UNDEF, &status, nullptr, nullptr);
+}
+
+}  // namespace
+
+const RandomCaller::WeightedAction RandomCaller::kActions[] = {
+    {10, &RandomCaller::Construct},
+    {10, &RandomCaller::Destruct},
+    {1, &RandomCaller::Scan},
+    {5, &RandomCaller::ModuleConnect},
+    {5, &RandomCaller::ModuleDisconnect},
+    {20, &RandomCaller::CreateLink},
+    {3, &RandomCaller::DestroyLink},
+    {30, &RandomCaller::Connect},
+    {2, &RandomCaller::Disconnect},
+    {100, &RandomCaller::Start},
+    {20, &RandomCaller::Cancel},
+    {150, &RandomCaller::TakeEvent},
+    {150, &RandomCaller::DestroyItem},
+    {10, &RandomCaller::RegisterCallback},
+    {10, &RandomCaller::GetParam},
+    {10, &RandomCaller::SetNumberParam},
+    {10, &RandomCaller::SetBytesParam},
+    {10, &RandomCaller::GetTable},
+    {10, &RandomCaller::SetTable},
+    {20, &RandomCaller::GetStatus},
+    {10, &RandomCaller::GetVersion},
+    {10, &RandomCaller::GetTimestamp},
+    {10, &RandomCaller::GetResources},
+    {10, &RandomCaller::GetObject},
+    {5, &RandomCaller::IoCtl},
+    {10, &RandomCaller::CallStubs},
+};
+
+RandomCaller::Action RandomCaller::ChooseAction() {
+    static const std::uint32_t sum = [] {
+        std::uint32_t weights = 0;
+        for (const WeightedAction& action : kActions)
+            weights += action.weight;
+        return weights;
+    }();
+    std::uint32_t at = Below(sum);
+    const WeightedAction* action = kActions;
+    for (; at >= action->weight; ++action)
+        at -= action->weight;
+    return action->run;
+}
+
+void RandomCaller::RunUntil(std::uint64_t end_ms) {
+    while (TickMs() < end_ms) {
+        (this->*ChooseAction())();
+        board_->calls.fetch_add(1);
+        // An application does other things as well.
+        std::this_thread::sleep_for(std::chrono::microseconds(Below(200)));
+    }
+    for (PDU_ITEM* item : items_)
+        GiveBack(item);
+    items_.clear();
+}
+
+void RandomCaller::GiveBackLeftovers() {
+    std::vector<PDU_ITEM*> items;
+    {
+        const std::lock_guard hold(leftovers_lock);
+        items.swap(leftovers);
+    }
+    for (PDU_ITEM* item : items)
+        Pdu().PDUDestroyItem(item);
+}
+
+std::uint64_t RandomCaller::ResultsTaken() { return results_taken.load(); }
+
+// ---- arguments
+
+UNUM32 RandomCaller::Module() {
+    static constexpr UNUM32 kOthers[] = {1, 255, 256, 0x80000000, PDU_HANDLE_UNDEF};
+    return OneIn(10) ? kOthers[Below(5)] : 0;
+}
+
+UNUM32 RandomCaller::Link() {
+    static constexpr UNUM32 kOthers[] = {0, 1, 1000, 0xFFFFFFFE, PDU_HANDLE_UNDEF};
+    return OneIn(10) ? kOthers[Below(5)] : board_->newest_link.load() - Below(12);
+}
+
+UNUM32 RandomCaller::Param() { return Below(232); }  // 1 to 228 are known
+
+void RandomCaller::KeepOrGiveBack(PDU_ITEM* item) {
+    if (item == nullptr) return;
+    if (items_.size() < kMaxKeptItems) {
+        items_.push_back(item);
+    } else {
+        GiveBack(item);
+    }
+}
+
+// ---- actions
+
+void RandomCaller::Construct() {
+    if (Pdu().PDUConstruct(nullptr, this) == PDU_STATUS_NOERROR) board_->constructs.fetch_add(1);
+}
+
+void RandomCaller::Destruct() {
+    if (TickMs() < board_->next_destruct_ms.load()) return;
+    if (Pdu().PDUDestruct() == PDU_STATUS_NOERROR) {
+        board_->destructs.fetch_add(1);
+        board_->live_links.store(0);
+    }
+    board_->next_destruct_ms.store(TickMs() + kDestructEveryMs);
+}
+
+void RandomCaller::Scan() {
+    PDU_MODULE_ITEM* modules = nullptr;
+    if (Pdu().PDUGetModuleIds(&modules) != PDU_STATUS_NOERROR) return;
+    if (modules->NumEntries > 0) board_->scans.fetch_add(1);
+    KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(modules));
+}
+
+void RandomCaller::ModuleConnect() { Pdu().PDUModuleConnect(Module()); }
+void RandomCaller::ModuleDisconnect() { Pdu().PDUModuleDisconnect(Module()); }
+
+void RandomCaller::CreateLink() {
+    if (board_->live_links.load() >= kMaxLiveLinks) return;
+    PDU_RSC_DATA resource = {4000, 3000, 0, nullptr};
+    UNUM32 hCLL = 0;
+    if (Pdu().PDUCreateComLogicalLink(Module(), OneIn(4) ? nullptr : &resource, 2001, nullptr,
+                                      &hCLL, nullptr) != PDU_STATUS_NOERROR) {
+        return;
+    }
+    board_->newest_link.store(hCLL);
+    board_->live_links.fetch_add(1);
+    board_->links.fetch_add(1);
+}
+
+void RandomCaller::DestroyLink() {
+    if (Pdu().PDUDestroyComLogicalLink(Module(), Link()) == PDU_STATUS_NOERROR) {
+        board_->live_links.fetch_sub(1);
+    }
+}
+
+void RandomCaller::Connect() { Pdu().PDUConnect(Module(), Link()); }
+void RandomCaller::Disconnect() { Pdu().PDUDisconnect(Module(), Link()); }
+
+void RandomCaller::Start() {
+    static constexpr UNUM32 kOthers[] = {PDU_COPT_STARTCOMM,   PDU_COPT_STOPCOMM,
+                                         PDU_COPT_UPDATEPARAM, PDU_COPT_RESTORE_PARAM,
+                                         PDU_COPT_DELAY,       0};
+    const UNUM32 type = OneIn(4) ? kOthers[Below(6)] : PDU_COPT_SENDRECV;
+    ControlData control(OneIn(4) ? PositiveRead() : AnyResponse());
+    std::vector<UNUM8> data = OneIn(8) ? std::vector<UNUM8>(Below(300) + 1, 0x22) : ReadVin();
+    UNUM32 hCoP = 0;
+    if (Pdu().PDUStartComPrimitive(Module(), Link(), type, static_cast<UNUM32>(data.size()),
+                                   data.data(), OneIn(20) ? nullptr : control.Data(), this,
+                                   &hCoP) == PDU_STATUS_NOERROR) {
+        board_->newest_cop.store(hCoP);
+        board_->com_primitives.fetch_add(1);
+    }
+}
+
+void RandomCaller::Cancel() {
+    Pdu().PDUCancelComPrimitive(Module(), Link(), board_->newest_cop.load() - Below(20));
+}
+
+void RandomCaller::TakeEvent() {
+    PDU_EVENT_ITEM* item = nullptr;
+    if (Pdu().PDUGetEventItem(Module(), Link(), &item) != PDU_STATUS_NOERROR) return;
+    KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(item));
+}
+
+void RandomCaller::DestroyItem() {
+    if (items_.empty()) return;
+    std::swap(items_[Below(static_cast<std::uint32_t>(items_.size()))], items_.back());
+    GiveBack(items_.back());
+    items_.pop_back();
+}
+
+void RandomCaller::RegisterCallback() {
+    static constexpr CALLBACKFNC kCallbacks[] = {nullptr, DrainInCallback, AskInCallback};
+    Pdu().PDURegisterEventCallback(Module(), Link(), kCallbacks[Below(3)]);
+}
+
+// What the pointers lead to changes under other threads' hands, so nobody follows them.
+void RandomCaller::GetParam() {
+    PDU_PARAM_ITEM* item = nullptr;
+    Pdu().PDUGetComParam(Module(), Link(), Param(), &item);
+    if (item != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(item));
+}
+
+// Mostly what lets requests succeed.
+void RandomCaller::SetNumberParam() {
+    static const struct {
+        UNUM32 id;
+        UNUM32 values[4];
+    } kNumbers[] = {
+        {ParamId("CP_P2Max"), {100'000, 200'000, 2'000, 0}},
+        {ParamId("CP_CanPhysReqId"), {kEngineRequest, kEngineRequest, kEngineRequest, 0x123}},
+        {ParamId("CP_CanRespUSDTId"), {kEngineResponse, kEngineResponse, kEngineResponse, 0}},
+        {ParamId("CP_RequestAddrMode"), {0, 1, 2, 3}}};
+    const auto& number = kNumbers[Below(4)];
+    UNUM32 value = number.values[Below(4)];
+    PDU_PARAM_ITEM item = {PDU_IT_PARAM, number.id, PDU_PT_UNUM32, 0, &value};
+    Pdu().PDUSetComParam(Module(), Link(), &item);
+}
+
+void RandomCaller::SetBytesParam() {
+    static const UNUM32 kMessage = ParamId("CP_TesterPresentMessage");
+    UNUM8 bytes[40] = {0x3E, 0x80};
+    const UNUM32 length = Below(sizeof bytes);
+    PDU_PARAM_BYTEFIELD_DATA field = {length, length, bytes};
+    PDU_PARAM_ITEM item = {PDU_IT_PARAM, kMessage, PDU_PT_BYTEFIELD, 0, &field};
+    Pdu().PDUSetComParam(Module(), Link(), &item);
+}
+
+void RandomCaller::GetTable() {
+    PDU_UNIQUE_RESP_ID_TABLE_ITEM* table = nullptr;
+    Pdu().PDUGetUniqueRespIdTable(Module(), Link(), &table);
+    if (table != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(table));
+}
+
+void RandomCaller::SetTable() {
+    UniqueTable table;
+    if (!OneIn(5)) table.ControlUnit(1, kEngineRequest, kEngineResponse);
+    if (OneIn(3)) table.ControlUnit(2, kGearboxRequest, kGearboxResponse);
+    Pdu().PDUSetUniqueRespIdTable(Module(), Link(), table.Item());
+}
+
+void RandomCaller::GetStatus() {
+    UNUM32 status = 0;
+    UNUM32 timestamp = 0;
+    Pdu().PDUGetStatus(Module(), Link(), PDU_HANDLE_UNDEF, &status, &timestamp, nullptr);
+}
+
+void RandomCaller::GetVersion() {
+    PDU_VERSION_DATA version{};
+    Pdu().PDUGetVersion(Module(), &version);
+}
+
+void RandomCaller::GetTimestamp() {
+    UNUM32 timestamp = 0;
+    Pdu().PDUGetTimestamp(Module(), OneIn(4) ? nullptr : &timestamp);
+}
+
+void RandomCaller::GetResources() {
+    PDU_RSC_DATA resource = {Below(2) + 4000, Below(2) + 3000, 0, nullptr};
+    PDU_RSC_ID_ITEM* resources = nullptr;
+    Pdu().PDUGetResourceIds(Module(), &resource, &resources);
+    if (resources != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(resources));
+}
+
+void RandomCaller::GetObject() {
+    char name[] = "CP_P2Max";
+    if (OneIn(2)) name[3] = 'X';
+    UNUM32 id = 0;
+    Pdu().PDUGetObjectId(PDU_OBJT_COMPARAM, name, &id);
+}
+
+void RandomCaller::IoCtl() {
+    PDU_DATA_ITEM* output = nullptr;
+    if (Pdu().PDUIoCtl(Module(), Link(), 4998 + Below(30), nullptr, &output) ==
+            PDU_STATUS_NOERROR &&
+        output != nullptr) {
+        KeepForGood(output);
+    }
+}
+
+void RandomCaller::CallStubs() {
+    PDU_RSC_STATUS_ITEM status{};
+    PDU_MODULE_ITEM modules{};
+    PDU_RSC_CONFLICT_ITEM* conflicts = nullptr;
+    T_PDU_ERR_EVT error = 0;
+    Pdu().PDUGetLastError(Module(), Link(), &error, nullptr, nullptr, nullptr);
+    Pdu().PDUGetResourceStatus(&status);
+    Pdu().PDUGetConflictingResources(2001, &modules, &conflicts);
+    Pdu().PDULockResource(Module(), Link(), 1);
+    Pdu().PDUUnlockResource(Module(), Link(), 1);
+}
+
+}  // namespace conformance
