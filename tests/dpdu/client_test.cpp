@@ -22,7 +22,7 @@ constexpr int kUsage = 2;
 
 // Standard output as JSON; a test fails on anything beside the one document.
 Json Document(const ClientResult& result) {
-    const Json document = Json::parse(result.output, nullptr, false);
+    Json document = Json::parse(result.output, nullptr, false);
     EXPECT_FALSE(document.is_discarded()) << result.output;
     return document;
 }

@@ -390,9 +390,9 @@ void Notify(UNUM32 module, UNUM32 link_handle) {
     if (callback) callback(PDU_EVT_DATA_AVAILABLE, module, link_handle, nullptr, tag);
 }
 
-// Runs on a thread of its own, one for each request.
-void Work(UNUM32 module, UNUM32 link_handle, UNUM32 primitive, Bytes request,
-          std::vector<Expected> expected) {
+// Runs on a thread of its own, one for each request, which owns what the references name.
+void Work(UNUM32 module, UNUM32 link_handle, UNUM32 primitive, const Bytes& request,
+          const std::vector<Expected>& expected) {
     Chatter("working");
     {
         const std::lock_guard hold(lock);

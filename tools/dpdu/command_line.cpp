@@ -195,6 +195,7 @@ std::pair<std::string, std::string> ParseAssignment(const std::string& text) {
 std::vector<std::pair<std::string, std::string>> ParseAssignments(
     const std::vector<std::string>& texts) {
     std::vector<std::pair<std::string, std::string>> assignments;
+    assignments.reserve(texts.size());
     for (const std::string& text : texts)
         assignments.push_back(ParseAssignment(text));
     return assignments;

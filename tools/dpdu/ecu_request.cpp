@@ -62,6 +62,7 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
     const Exchange exchange = link.Request(request, expected);
 
     std::vector<EcuReply> replies;
+    replies.reserve(ecus.size());
     for (const EcuAddress& ecu : ecus)
         replies.push_back({ecu, {}, ""});
     for (const Answer& answer : exchange.answers) {

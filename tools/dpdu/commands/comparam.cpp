@@ -27,6 +27,7 @@ void Print(const std::vector<NamedParam>& params, Output* output) {
         return;
     }
     std::vector<Row> rows;
+    rows.reserve(params.size());
     for (const auto& [name, param] : params) {
         rows.push_back({name, ParamText(param.value), ParamTypeText(param.value.type),
                         ParamClassText(param.param_class)});
