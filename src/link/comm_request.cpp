@@ -60,16 +60,17 @@ static OsSemaphore* ExchangeSlots() {
     return winner;
 }
 
-// One of the slots, waited for without limit until the flags say stop.
+// One of the slots, waited for without limit until the flags say stop. None is held when the wait
+// itself fails.
 class ExchangeSlot {
 public:
     explicit ExchangeSlot(const WaitFlags& flags) {
         OsSemaphore* slots = ExchangeSlots();
         while (slots != nullptr && !flags.AskToStop()) {
-            if (OsSemaphoreWait(slots, kWaitSliceMs)) {
-                held_ = slots;
-                return;
-            }
+            const SemaphoreWait outcome = OsSemaphoreWait(slots, kWaitSliceMs);
+            if (outcome == SemaphoreWait::kTimeout) continue;
+            if (outcome == SemaphoreWait::kTaken) held_ = slots;
+            return;
         }
     }
     ~ExchangeSlot() {

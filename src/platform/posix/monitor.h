@@ -20,10 +20,15 @@ public:
             ++at_.tv_sec;
         }
     }
-    // Sleeps on `changed` until woken or until the deadline; false: the time ran out.
+    // Sleeps on `changed` until woken or until the deadline. 0: woken; ETIMEDOUT: the time ran out;
+    // another error: it could not sleep.
+    int TrySleep(pthread_cond_t* changed, pthread_mutex_t* held) const {
+        if (endless_) return ::pthread_cond_wait(changed, held);
+        return ::pthread_cond_timedwait(changed, held, &at_);
+    }
+    // False: the time ran out.
     bool Sleep(pthread_cond_t* changed, pthread_mutex_t* held) const {
-        if (endless_) return ::pthread_cond_wait(changed, held) == 0;
-        return ::pthread_cond_timedwait(changed, held, &at_) == 0;
+        return TrySleep(changed, held) == 0;
     }
 
 private:
@@ -70,8 +75,10 @@ public:
     MonitorGuard& operator=(const MonitorGuard&) = delete;
 
     // False: the time ran out. True may be spurious.
-    bool Sleep(const Deadline& deadline) {
-        return deadline.Sleep(&monitor_.changed_, &monitor_.mutex_);
+    bool Sleep(const Deadline& deadline) { return TrySleep(deadline) == 0; }
+    // The same, telling why, as Deadline::TrySleep does.
+    int TrySleep(const Deadline& deadline) {
+        return deadline.TrySleep(&monitor_.changed_, &monitor_.mutex_);
     }
 
 private:

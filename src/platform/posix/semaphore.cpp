@@ -1,5 +1,7 @@
 #include "platform/semaphore.h"
 
+#include <errno.h>
+
 #include <new>
 
 #include "platform/posix/monitor.h"
@@ -21,15 +23,18 @@ OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
     return semaphore;
 }
 
-bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+    if (semaphore == nullptr) return SemaphoreWait::kFailed;
     const Deadline deadline(timeout_ms);
     MonitorGuard guard(semaphore->monitor);
     while (semaphore->count == 0) {
-        if (timeout_ms == 0) return false;
-        if (!guard.Sleep(deadline) && semaphore->count == 0) return false;
+        if (timeout_ms == 0) return SemaphoreWait::kTimeout;
+        const int error = guard.TrySleep(deadline);
+        if (error == 0 || semaphore->count > 0) continue;
+        return error == ETIMEDOUT ? SemaphoreWait::kTimeout : SemaphoreWait::kFailed;
     }
     --semaphore->count;
-    return true;
+    return SemaphoreWait::kTaken;
 }
 
 bool OsSemaphoreRelease(OsSemaphore* semaphore) {

@@ -10,9 +10,16 @@ OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
     return static_cast<OsSemaphore*>(::CreateSemaphoreA(nullptr, initial, maximum, nullptr));
 }
 
-bool OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
     const DWORD limit = timeout_ms < 0 ? INFINITE : static_cast<DWORD>(timeout_ms);
-    return ::WaitForSingleObject(semaphore, limit) == WAIT_OBJECT_0;
+    switch (::WaitForSingleObject(semaphore, limit)) {
+        case WAIT_OBJECT_0:
+            return SemaphoreWait::kTaken;
+        case WAIT_TIMEOUT:
+            return SemaphoreWait::kTimeout;
+        default:
+            return SemaphoreWait::kFailed;
+    }
 }
 
 bool OsSemaphoreRelease(OsSemaphore* semaphore) {

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "link_support.h"
+#include "unit/link/semaphore_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -62,6 +63,19 @@ TEST_F(CommRequestTest, SendsTheSingleFormAndReturnsTheAnswer) {
     EXPECT_EQ(answer.length, 4u);
     EXPECT_EQ(Bytes(answer.data.get(), answer.data.get() + 4), (Bytes{0x62, 0xF1, 0x90, 'W'}));
     EXPECT_EQ(answer.wait_time, 18u);
+}
+
+TEST_F(CommRequestTest, ExchangeGivesUpWhenItsSlotCannotBeWaitedFor) {
+    const SemaphoreFault fault;
+    EXPECT_FALSE(CommRequest(&link, Request(9), &answer));
+    CommMultiEntry entry{};
+    CommMultiRequest multi{};
+    multi.data = kReadVin.data();
+    multi.data_len = static_cast<std::uint32_t>(kReadVin.size());
+    multi.entries = &entry;
+    multi.count = 1;
+    EXPECT_FALSE(CommRequestMulti(&link, &multi, nullptr));
+    EXPECT_EQ(TakePacket(&dongle.tx, 0), nullptr);
 }
 
 TEST_F(CommRequestTest, RequestWithoutBytesHasLength32) {

@@ -14,18 +14,23 @@ using test::Thread;
 
 TEST(Semaphore, LetsAsManyPassAsItCounts) {
     OsSemaphore* semaphore = OsSemaphoreCreate(2, 2);
-    EXPECT_TRUE(OsSemaphoreWait(semaphore, 0));
-    EXPECT_TRUE(OsSemaphoreWait(semaphore, -1));
-    EXPECT_FALSE(OsSemaphoreWait(semaphore, 0));
-    EXPECT_FALSE(OsSemaphoreWait(semaphore, 20));
+    EXPECT_EQ(OsSemaphoreWait(semaphore, 0), SemaphoreWait::kTaken);
+    EXPECT_EQ(OsSemaphoreWait(semaphore, -1), SemaphoreWait::kTaken);
+    EXPECT_EQ(OsSemaphoreWait(semaphore, 0), SemaphoreWait::kTimeout);
+    EXPECT_EQ(OsSemaphoreWait(semaphore, 20), SemaphoreWait::kTimeout);
     OsSemaphoreClose(semaphore);
+}
+
+TEST(Semaphore, WaitWithoutASemaphoreFailsAndDoesNotTimeOut) {
+    EXPECT_EQ(OsSemaphoreWait(nullptr, 0), SemaphoreWait::kFailed);
+    EXPECT_EQ(OsSemaphoreWait(nullptr, -1), SemaphoreWait::kFailed);
 }
 
 TEST(Semaphore, RefusesAReleaseAtItsMaximum) {
     OsSemaphore* semaphore = OsSemaphoreCreate(1, 2);
     EXPECT_TRUE(OsSemaphoreRelease(semaphore));
     EXPECT_FALSE(OsSemaphoreRelease(semaphore));
-    EXPECT_TRUE(OsSemaphoreWait(semaphore, 0));
+    EXPECT_EQ(OsSemaphoreWait(semaphore, 0), SemaphoreWait::kTaken);
     EXPECT_TRUE(OsSemaphoreRelease(semaphore));
     OsSemaphoreClose(semaphore);
 }
@@ -39,7 +44,7 @@ TEST(Semaphore, RefusesAnInitialCountAboveTheMaximum) {
 TEST(Semaphore, ReleaseWakesAWaiter) {
     OsSemaphore* semaphore = OsSemaphoreCreate(0, 1);
     std::atomic<bool> passed{false};
-    Thread waiter([&] { passed = OsSemaphoreWait(semaphore, -1); });
+    Thread waiter([&] { passed = OsSemaphoreWait(semaphore, -1) == SemaphoreWait::kTaken; });
     EXPECT_TRUE(OsSemaphoreRelease(semaphore));
     EXPECT_TRUE(Eventually([&] { return passed.load(); }));
     waiter.Join();
