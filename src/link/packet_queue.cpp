@@ -71,7 +71,7 @@ PacketWaiter::~PacketWaiter() {
     (earlier != nullptr ? earlier->later : queue->first_waiter) = later;
     (later != nullptr ? later->earlier : queue->last_waiter) = earlier;
     --queue->sleepers;
-    if (queue->sleepers == 0 && !queue->active) queue->drained.WakeAll();
+    if (queue->sleepers == 0) queue->drained.WakeAll();
 }
 
 // Everything static below is called with the queue's lock held.
@@ -155,6 +155,9 @@ static void ReleaseAll(PacketQueue* queue) {
 
 void InitializeQueue(PacketQueue* queue) {
     const LockGuard hold(queue->lock);
+    // Those whom FreeQueue has woken would otherwise find the queue active and sleep on.
+    while (!queue->active && queue->sleepers > 0)
+        queue->drained.Wait(queue->lock, -1);
     if (queue->active) return;
     // The lock has been there since the record was made; an outer eye sees it come and go.
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for queue at 0x%p", __func__,

@@ -18,7 +18,7 @@ struct PacketIndex;
 struct PacketQueue {
     std::atomic<bool> active{false};  // between InitializeQueue and FreeQueue
     OsLock lock;                      // guards everything below
-    OsCondition drained;              // woken when the last waiter has left a freed queue
+    OsCondition drained;              // woken when the last waiter has left
     // What waiters sleep on. Part of the queue and not of the waiter, so that a packet's taker can
     // be woken after the lock has been left, even if it has gone by then.
     static constexpr std::uint32_t kWakeUps = 16;
@@ -44,6 +44,7 @@ struct DeviceQueues {
     std::atomic<std::uint32_t> mtu{0};  // largest packet carried whole; 0 means 65535
 };
 
+// Returns at once when it is active; after FreeQueue, waits until the last waiter has left.
 void InitializeQueue(PacketQueue* queue);
 // Releases every packet, wakes every waiter and returns when they have left.
 void FreeQueue(PacketQueue* queue);
