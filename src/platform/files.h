@@ -42,7 +42,8 @@ void OsAppendFileFlush(OsAppendFile* file);  // to disk
 void OsAppendFileClose(OsAppendFile* file);
 
 // fopen that reads the path as the rest of this header does, and whose descriptor is not
-// inherited by child processes.
+// inherited by child processes. Where files have modes, a new one is for the user alone, and one to
+// append to is not opened through a link.
 std::FILE* OsOpenStream(const char* path, const char* mode);
 
 }  // namespace tarvik

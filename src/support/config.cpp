@@ -126,13 +126,13 @@ static bool CreateFolderOf(const char* file) {
            CreateFolderWithParents(folder);
 }
 
-// A short write leaves the partial copy where it is.
+// A failure leaves the partial copy where it is.
 static bool CopyContents(std::FILE* from, std::FILE* to) {
     char block[kCopyBlock];
     while (const std::size_t size = std::fread(block, 1, sizeof block, from)) {
         if (std::fwrite(block, 1, size, to) != size) return false;
     }
-    return std::fflush(to) == 0;
+    return std::ferror(from) == 0 && std::fflush(to) == 0;
 }
 
 // True: the user path is the one to use from now on.
@@ -215,15 +215,12 @@ bool WriteConfig(const Config* record) {
 // --- reading ---
 
 // A file that is there but cannot be opened is not replaced: it may hold the device's key.
-static bool CreateIfMissing(const char* path) {
-    return !OsFileExists(path) && CreateDefaultConfig(path);
-}
-
 // `path` becomes the new file's.
 static bool CreateMissingConfig(char (&path)[260]) {
+    if (OsFileExists(path)) return false;
     ConsolePrint("Creating default config file\n");
-    if (CreateIfMissing(path)) return true;
-    return UserConfigPath(path) && CreateIfMissing(path);
+    if (CreateDefaultConfig(path)) return true;
+    return UserConfigPath(path) && !OsFileExists(path) && CreateDefaultConfig(path);
 }
 
 // The first bytes of the file, ended by NUL.

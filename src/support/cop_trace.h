@@ -46,7 +46,8 @@ void TraceCopState(const TraceCop& cop, std::uint32_t from, std::uint32_t to, st
 void TraceCopRx(const TraceCop& cop, std::uint32_t uniq, std::uint32_t acc, const void* rx,
                 std::uint32_t rx_len);
 void TraceCopError(const TraceCop& cop, std::uint32_t err);
-// Returns the t0_us that TraceNotifyEnd wants back.
+// Returns the t0_us that TraceNotifyEnd wants back; 0: nothing was written, and TraceNotifyEnd then
+// writes nothing either.
 std::uint64_t TraceNotifyBegin(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType);
 void TraceNotifyEnd(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType,
                     std::uint64_t t0_us);

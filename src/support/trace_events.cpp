@@ -181,7 +181,7 @@ std::uint64_t TraceNotifyBegin(const TraceCop& cop, std::uint32_t itemType, std:
 
 void TraceNotifyEnd(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType,
                     std::uint64_t t0_us) {
-    if (!CopTraceActive()) return;
+    if (t0_us == 0 || !CopTraceActive()) return;
     const std::uint64_t t1_us = TraceTimeUs();
     TraceLine<kEventSize> line("notify_end");
     WriteCop(&line, cop);

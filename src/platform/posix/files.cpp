@@ -146,10 +146,27 @@ void OsAppendFileClose(OsAppendFile* file) {
     delete file;
 }
 
+// Those of fopen.
+static int OpenFlags(const char* mode) {
+    const bool update = std::strchr(mode, '+') != nullptr;
+    switch (*mode) {
+        case 'r':
+            return update ? O_RDWR : O_RDONLY;
+        case 'w':
+            return O_CREAT | O_TRUNC | (update ? O_RDWR : O_WRONLY);
+        default:
+            // The log, in the temporary folder, which is everyone's: never through a link.
+            return O_CREAT | O_APPEND | O_NOFOLLOW | (update ? O_RDWR : O_WRONLY);
+    }
+}
+
 std::FILE* OsOpenStream(const char* path, const char* mode) {
-    char with_cloexec[16];
-    if (!CopyPath(with_cloexec, sizeof with_cloexec, mode, "e")) return nullptr;
-    return std::fopen(path, with_cloexec);
+    // Readable by the user alone: the configuration holds a private key.
+    const int descriptor = ::open(path, OpenFlags(mode) | O_CLOEXEC, 0600);
+    if (descriptor < 0) return nullptr;
+    std::FILE* stream = ::fdopen(descriptor, mode);
+    if (stream == nullptr) ::close(descriptor);
+    return stream;
 }
 
 }  // namespace tarvik

@@ -124,6 +124,13 @@ TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFileCannotBeCreated) 
     EXPECT_EQ(Resolved(), LibraryFile().string());
 }
 
+TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenItCannotBeReadToTheEnd) {
+    test::WriteFile(LibraryFile(), "{}");
+    const auto protection = test::ProtectFromWriting(LibraryFile().string());
+    const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kRead);
+    EXPECT_EQ(Resolved(), LibraryFile().string());
+}
+
 // --- loading ---
 
 TEST_F(ConfigFile, EmptyObjectSwitchesEverythingOnThatNeedsNoAddress) {
@@ -199,6 +206,16 @@ TEST_F(ConfigFile, FailedLoadLeavesTheRecordAsItWas) {
     EXPECT_TRUE(record_.useProxy);
     EXPECT_STREQ(record_.serverAddress, "kept");
     EXPECT_FALSE(fs::exists(UserFile()));  // its folder is not created here
+}
+
+TEST_F(ConfigFile, FileThatCannotBeOpenedFailsTheLoadAndIsNotReplaced) {
+    CreateUserFolder();
+    test::WriteFile(LibraryFile(), "the device's key");
+    const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kOpen);
+    EXPECT_EQ(Load(), "");
+    EXPECT_FALSE(loaded_);
+    EXPECT_EQ(test::ReadFile(LibraryFile()), "the device's key");
+    EXPECT_FALSE(fs::exists(UserFile()));
 }
 
 TEST_F(ConfigFile, UnknownPathFailsTheLoad) {

@@ -430,6 +430,12 @@ TEST_F(CopTrace, NotifyBeginAndEnd) {
                  t1_us - static_cast<unsigned long long>(t0_us));
 }
 
+TEST_F(CopTrace, NotifyEndWithoutItsBeginIsNotWritten) {
+    const std::uint64_t t0_us = TraceNotifyBegin(kCop, 0x1300, 2);  // not switched on yet
+    EXPECT_EQ(t0_us, 0u);
+    EXPECT_EQ(Trace([&] { TraceNotifyEnd(kCop, 0x1300, 2, t0_us); }), "");
+}
+
 TEST_F(CopTrace, ItemDestroy) {
     EXPECT_EVENT(Trace([] { TraceItemDestroy(0x1302, 12); }), "item_destroy",
                  "%s,\"itemType\":%u,\"hCoP\":%u}\n", 0x1302u, 12u);

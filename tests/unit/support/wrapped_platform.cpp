@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -25,6 +26,9 @@ struct Folders {
     std::string user;
 };
 Folders folders;
+
+std::string faulty_file;
+FileFault::Kind file_fault = FileFault::Kind::kOpen;
 
 std::mutex debug_lock;
 bool capturing = false;
@@ -78,6 +82,13 @@ void HideUserFolder() { folders.user.clear(); }
 
 void HideLibraryFolder() { folders.library.clear(); }
 
+FileFault::FileFault(const fs::path& path, Kind kind) {
+    faulty_file = path.string();
+    file_fault = kind;
+}
+
+FileFault::~FileFault() { faulty_file.clear(); }
+
 DebugOutputCapture::DebugOutputCapture() {
     const std::lock_guard guard(debug_lock);
     capturing = true;
@@ -125,6 +136,9 @@ bool RealUserDataFolder(char*, std::size_t)
     TARVIK_REAL("_ZN6tarvik16OsUserDataFolderEPc" TARVIK_SIZE_T_LETTER);
 bool WrappedUserDataFolder(char*, std::size_t)
     TARVIK_WRAP("_ZN6tarvik16OsUserDataFolderEPc" TARVIK_SIZE_T_LETTER);
+std::FILE* RealOpenStream(const char*, const char*) TARVIK_REAL("_ZN6tarvik12OsOpenStreamEPKcS1_");
+std::FILE* WrappedOpenStream(const char*, const char*)
+    TARVIK_WRAP("_ZN6tarvik12OsOpenStreamEPKcS1_");
 void RealDebugOutput(const char*) TARVIK_REAL("_ZN6tarvik13OsDebugOutputEPKc");
 void WrappedDebugOutput(const char*) TARVIK_WRAP("_ZN6tarvik13OsDebugOutputEPKc");
 void* RealMalloc(std::size_t) TARVIK_REAL("malloc");
@@ -144,6 +158,13 @@ bool WrappedLibraryFolder(char* path, std::size_t capacity) {
 bool WrappedUserDataFolder(char* path, std::size_t capacity) {
     if (!folders.active) return RealUserDataFolder(path, capacity);
     return CopyFolder(folders.user, path, capacity);
+}
+
+std::FILE* WrappedOpenStream(const char* path, const char* mode) {
+    if (*mode != 'r' || faulty_file != path) return RealOpenStream(path, mode);
+    if (file_fault == FileFault::Kind::kOpen) return nullptr;
+    // A stream that is open for writing only refuses to be read.
+    return RealOpenStream((folders.temp + "unreadable").c_str(), "wb");
 }
 
 void WrappedDebugOutput(const char* text) {

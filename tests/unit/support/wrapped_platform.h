@@ -33,6 +33,16 @@ void ReportTempPath(const std::string& path, std::uint32_t length);
 void HideUserFolder();
 void HideLibraryFolder();
 
+// While it lives, streams for reading this file are refused, or opened but give a read error.
+class FileFault {
+public:
+    enum class Kind { kOpen, kRead };
+    FileFault(const std::filesystem::path& path, Kind kind);
+    ~FileFault();
+    FileFault(const FileFault&) = delete;
+    FileFault& operator=(const FileFault&) = delete;
+};
+
 // What the library sends to the debugger while this object lives.
 class DebugOutputCapture {
 public:

@@ -1,0 +1,63 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "platform/files.h"
+#include "platform/process.h"
+
+namespace tarvik {
+namespace {
+
+namespace fs = std::filesystem;
+
+class PosixFiles : public testing::Test {
+protected:
+    PosixFiles()
+        : folder_(fs::temp_directory_path() / ("tarvik_modes_" + std::to_string(OsProcessId()))) {
+        fs::remove_all(folder_);
+        fs::create_directory(folder_);
+    }
+    ~PosixFiles() override { fs::remove_all(folder_); }
+
+    std::string Path(const char* name) const { return (folder_ / name).string(); }
+    bool Opens(const char* name, const char* mode) const {
+        std::FILE* stream = OsOpenStream(Path(name).c_str(), mode);
+        if (stream != nullptr) std::fclose(stream);
+        return stream != nullptr;
+    }
+    fs::perms ModeOf(const char* name) const { return fs::status(Path(name)).permissions(); }
+
+    fs::path folder_;
+};
+
+constexpr fs::perms kUserAlone = fs::perms::owner_read | fs::perms::owner_write;
+
+TEST_F(PosixFiles, NewStreamIsForTheUserAlone) {
+    ASSERT_TRUE(Opens("log", "a+b"));
+    EXPECT_EQ(ModeOf("log"), kUserAlone);
+    ASSERT_TRUE(Opens("config", "w"));
+    EXPECT_EQ(ModeOf("config"), kUserAlone);
+}
+
+TEST_F(PosixFiles, StreamThatIsThereKeepsItsMode) {
+    ASSERT_TRUE(Opens("config", "w"));
+    fs::permissions(Path("config"), kUserAlone | fs::perms::group_read);
+    ASSERT_TRUE(Opens("config", "w"));
+    EXPECT_EQ(ModeOf("config"), kUserAlone | fs::perms::group_read);
+}
+
+TEST_F(PosixFiles, NothingIsAppendedThroughALink) {
+    ASSERT_TRUE(Opens("target", "w"));
+    fs::create_symlink(Path("target"), Path("link"));
+    EXPECT_FALSE(Opens("link", "a+b"));
+    EXPECT_TRUE(Opens("link", "rb"));
+    EXPECT_TRUE(Opens("link", "w"));
+    fs::create_symlink(Path("missing"), Path("dangling"));
+    EXPECT_FALSE(Opens("dangling", "a+b"));
+    EXPECT_FALSE(fs::exists(Path("missing")));
+}
+
+}  // namespace
+}  // namespace tarvik
