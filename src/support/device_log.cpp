@@ -49,7 +49,7 @@ static void PrintCompleteLines() {
     std::memmove(buffer, line, used_size);
 }
 
-void ProcessDeviceLogText(const char* text, std::size_t length) {
+void ProcessDeviceLogPacket(const char* text, std::size_t length) {
     const void* end = std::memchr(text, '\0', length);
     if (end != nullptr) length = static_cast<std::size_t>(static_cast<const char*>(end) - text);
     const LockGuard guard(*buffer_lock);

@@ -24,6 +24,10 @@ static constexpr char kScanName[] = "SerialConnect";
 static constexpr char kConnectName[] = "ConnectSerialPort";
 static constexpr char kThreadName[] = "SerialConnectThreadFunc";
 
+// What the log calls a monitor thread that is closed: of a port that went away, or at the end.
+static constexpr char kMonitorKind[] = "MonitorThread";
+static constexpr char kMonitorEndKind[] = "MonitorThread error cleanup";
+
 // What the system lists. Guarded by the session lock, like all that a scan works on.
 struct PresentPort {
     bool present;
@@ -113,6 +117,7 @@ static void AbandonPort(SerialPort* port) {
     CleanUpThread(&port->transmit_thread, "TxThread", *port);
     CleanUpThread(&port->receive_thread, "RxThread", *port);
     ClosePortHandle(port);
+    ForgetReceived(port);
     ReleaseQueues(port);
 }
 
@@ -178,11 +183,12 @@ static void NotePresentPort(void*, std::int32_t number, const char* path) {
 
 // Closes the handle of a monitor thread that has ended, or ends within the limit. False: it still
 // runs, and the port is not to be touched.
-static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms) {
+static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* log_name,
+                         const char* kind) {
     if (port->monitor_thread == nullptr) return true;
     if (!OsThreadJoin(port->monitor_thread, limit_ms)) return false;
-    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (MonitorThread) for port %d", kScanName,
-        OsThreadHandle(port->monitor_thread), port->number);
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s) for port %d", log_name,
+        OsThreadHandle(port->monitor_thread), kind, port->number);
     OsThreadClose(port->monitor_thread);
     port->monitor_thread = nullptr;
     return true;
@@ -190,7 +196,8 @@ static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms) {
 
 static void NoteArrival(std::int32_t number) {
     // While the last connection is still being closed, the next scan is early enough.
-    if (StateOf(number) != PortState::kUnused || !CloseMonitor(&PortOf(number), 0)) return;
+    if (StateOf(number) != PortState::kUnused) return;
+    if (!CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind)) return;
     ConsolePrint("COM%d: New device detected\n", number);
     StateOf(number) = PortState::kDetected;
 }
@@ -202,7 +209,7 @@ static void NoteDeparture(std::int32_t number) {
     if (state == PortState::kConnected) {
         Log(kLogTrace, "[%s]   COM%d Still connected, wait for cleanup", kScanName, number);
         StopPort(&port);
-        CloseMonitor(&port, kMonitorEndMs);
+        CloseMonitor(&port, kMonitorEndMs, kScanName, kMonitorKind);
     } else {
         Log(kLogTrace, "[%s]   COM%d got disconnected, set to unused", kScanName, number);
     }
@@ -222,7 +229,7 @@ bool SerialConnect() {
         } else {
             NoteDeparture(number);
         }
-        CloseMonitor(&PortOf(number), 0);
+        CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind);
     }
     bool connected = false;
     for (std::int32_t number = 0; number < kSerialPortCount && serial->running; ++number) {
@@ -250,11 +257,7 @@ static void StopConnectedPort(std::int32_t number) {
     if (StateOf(number).exchange(PortState::kUnused) != PortState::kConnected) return;
     Log(kLogTrace, "[%s]   Waiting for COM%d Thread", kThreadName, number);
     StopPort(&port);
-    if (port.monitor_thread == nullptr || !OsThreadJoin(port.monitor_thread, kMonitorEndMs)) return;
-    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (MonitorThread error cleanup) for port %d",
-        kThreadName, OsThreadHandle(port.monitor_thread), number);
-    OsThreadClose(port.monitor_thread);
-    port.monitor_thread = nullptr;
+    CloseMonitor(&port, kMonitorEndMs, kThreadName, kMonitorEndKind);
 }
 
 static void StopAllPorts() {
@@ -267,7 +270,8 @@ static void StopAllPorts() {
         if (port.monitor_thread == nullptr) continue;
         StopPort(&port);
         const std::uint64_t now = TickMs();
-        CloseMonitor(&port, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0);
+        CloseMonitor(&port, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0,
+                     kThreadName, kMonitorEndKind);
     }
 }
 

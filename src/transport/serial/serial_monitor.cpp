@@ -34,6 +34,11 @@ void ClosePortHandle(SerialPort* port) {
     port->handle = nullptr;
 }
 
+void ForgetReceived(SerialPort* port) {
+    port->stream.Reset();
+    FragForget(&port->queues);
+}
+
 static void AwaitStop(SerialPort* port) {
     LockGuard hold(port->stop_lock);
     while (port->running)
@@ -64,7 +69,7 @@ void SerialThreadFunc(void* argument) {
     CloseEndedThread(&port->transmit_thread);
     CloseEndedThread(&port->receive_thread);
     ClosePortHandle(port);
-    FragForget(&port->queues);
+    ForgetReceived(port);
     Log(kLogTrace, "[%s] COM%d Instance stopped", kMonitorName, port->number);
 }
 

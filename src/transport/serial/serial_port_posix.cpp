@@ -74,6 +74,7 @@ void ClosePort(PortHandle* port) {
     if (port->file >= 0) {
         // The mark stays with the tty, not with our descriptor: others may open it again.
         ::ioctl(port->file, TIOCNXCL);
+        ::tcflush(port->file, TCIOFLUSH);  // closing would wait until the driver has sent it
         ::close(port->file);
     }
     CloseIfOpen(port->wake);

@@ -19,5 +19,8 @@ void StopPort(SerialPort* port);
 void ReleaseQueues(SerialPort* port);
 // The receive and the transmit thread have ended.
 void ClosePortHandle(SerialPort* port);
+// Releases what has been received in part: half a packet, or some fragments of one. The receive
+// thread has ended.
+void ForgetReceived(SerialPort* port);
 
 }  // namespace tarvik

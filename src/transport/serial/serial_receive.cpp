@@ -24,26 +24,32 @@ struct SharedCipher {
 };
 static Immortal<SharedCipher> shared_cipher;
 
-// Replaces a sealed packet by the one within. False: what came out is no packet.
-static bool OpenSealedPacket(PacketPtr* packet) {
+enum class Opened : std::uint8_t {
+    kPacket,   // the sealed packet has been replaced by the one within
+    kNothing,  // no packet came out, or memory is out: the sealed one is dropped
+    kTooLong,  // the packet within claims more than the one around it: the chain has been lost
+};
+
+static Opened OpenSealedPacket(PacketPtr* packet) {
     std::uint8_t* sealed = (*packet)->Bytes() + MIN_PKT_SIZE;
     const std::uint32_t sealed_size = (*packet)->length - MIN_PKT_SIZE;
     {
         LockGuard hold(shared_cipher->lock);
         shared_cipher->cipher.Decipher(sealed, sealed_size);
     }
-    if (sealed_size < MIN_PKT_SIZE) return false;
+    if (sealed_size < MIN_PKT_SIZE) return Opened::kNothing;
     const std::uint32_t inner_length = LoadU32(sealed + 4);
     // Deliberate: compared with the length of the whole outer packet, not of what it seals.
-    if (inner_length < MIN_PKT_SIZE || inner_length > (*packet)->length) return false;
+    if (inner_length > (*packet)->length) return Opened::kTooLong;
+    if (inner_length < MIN_PKT_SIZE) return Opened::kNothing;
 
     PacketPtr inner = MakePacket(LoadU32(sealed), inner_length);
-    if (!inner) return false;
+    if (!inner) return Opened::kNothing;
     // What the outer packet does not hold stays zero.
     const std::uint32_t held = std::min(inner_length, sealed_size);
     std::copy(sealed + MIN_PKT_SIZE, sealed + held, inner->Bytes() + MIN_PKT_SIZE);
     *packet = std::move(inner);
-    return true;
+    return Opened::kPacket;
 }
 
 static void PassOn(SerialPort* port, PacketPtr& packet) {
@@ -58,13 +64,20 @@ static void PassOn(SerialPort* port, PacketPtr& packet) {
 // False: the port cannot go on.
 static bool AcceptPacket(SerialPort* port, PacketPtr packet) {
     CountReceivedPacket(packet->length);
-    if (packet->type == kTypeCryp && !OpenSealedPacket(&packet)) {
-        ConsolePrint("Decryption failed\n");
-        return false;
+    if (packet->type == kTypeCryp) {
+        switch (OpenSealedPacket(&packet)) {
+            case Opened::kPacket:
+                break;
+            case Opened::kNothing:
+                return true;
+            case Opened::kTooLong:
+                ConsolePrint("Decryption failed\n");
+                return false;
+        }
     }
     if (packet->type == kTypeLog) {
-        ProcessDeviceLogText(reinterpret_cast<const char*>(packet->Bytes() + MIN_PKT_SIZE),
-                             packet->length - MIN_PKT_SIZE);
+        ProcessDeviceLogPacket(reinterpret_cast<const char*>(packet->Bytes() + MIN_PKT_SIZE),
+                               packet->length - MIN_PKT_SIZE);
     }
     PacketPtr complete;
     if (FragReceivePacket(&port->queues, packet, &complete)) PassOn(port, complete);

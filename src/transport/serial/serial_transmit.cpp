@@ -13,44 +13,48 @@ static constexpr char kWriteName[] = "WritePacketToSerial";
 static constexpr std::int32_t kQueueWaitMs = 50;
 static constexpr std::int32_t kWriteLimitMs = 500;
 
-static bool WritePacket(PortTransfer* transfer, const Packet& packet) {
-    const TransferOutcome outcome =
-        WritePort(transfer, packet.Bytes(), packet.length, kWriteLimitMs);
+static bool IsSent(const TransferOutcome& outcome, const Packet& packet) {
+    return outcome.step == TransferStep::kDone && outcome.bytes == packet.length;
+}
+
+static void LogWriteFault(const TransferOutcome& outcome, const Packet& packet) {
     const int error = static_cast<int>(outcome.code);
     switch (outcome.step) {
         case TransferStep::kStart:
             Log(kLogTrace, "[%s] Failed to write to serial port, error: %i", kWriteName, error);
-            return false;
+            break;
         case TransferStep::kTimeout:
             Log(kLogTrace, "[%s] Wait timeout occurred", kWriteName);
-            return false;
+            break;
         case TransferStep::kWait:
             Log(kLogTrace, "[%s] Wait error: 0x%08X", kWriteName, outcome.code);
-            return false;
+            break;
         case TransferStep::kResult:
             Log(kLogTrace, "[%s] Failed to get overlapped result, error: %i", kWriteName, error);
-            return false;
+            break;
         case TransferStep::kDone:
+            Log(kLogTrace, "[%s] Written: %i/%i", kWriteName, static_cast<int>(outcome.bytes),
+                static_cast<int>(packet.length));
             break;
     }
-    if (outcome.bytes != packet.length) {
-        Log(kLogTrace, "[%s] Written: %i/%i", kWriteName, static_cast<int>(outcome.bytes),
-            static_cast<int>(packet.length));
-        return false;
-    }
-    Log(kLogTrace, "[%s] Wrote packet with %i byte", kWriteName, static_cast<int>(packet.length));
-    return true;
 }
 
 static void Transmit(SerialPort* port, PortTransfer* transfer) {
     while (port->running) {
         PacketPtr packet = TakePacket(&port->queues.tx, kQueueWaitMs);
         if (!packet) continue;
-        if (!WritePacket(transfer, *packet)) {
+        const TransferOutcome outcome =
+            WritePort(transfer, packet->Bytes(), packet->length, kWriteLimitMs);
+        if (!IsSent(outcome, *packet)) {
+            const bool stopped = outcome.step == TransferStep::kWait && !port->running;
+            if (stopped) return;  // the port was asked to end and woken: no fault of the write
+            LogWriteFault(outcome, *packet);
             Log(kLogTrace, "[%s] Failed to send. exiting.", kTxName);
             AppendPacket(&port->queues.tx, packet, kNoTag);
             return;
         }
+        Log(kLogTrace, "[%s] Wrote packet with %i byte", kWriteName,
+            static_cast<int>(packet->length));
         Log(kLogTrace, "[%s] Sent %i byte.", kTxName, static_cast<int>(packet->length));
         CountSentPacket(packet->length);
     }

@@ -12,16 +12,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ProcessDeviceLogText("\n", 1);  // ends what the input before has left
+    ProcessDeviceLogPacket("\n", 1);  // ends what the input before has left
     const MemoryUse before = LiveMemory();
     while (size > 0) {
         const std::size_t length = std::min<std::size_t>(data[0], size - 1);
         const PacketPtr packet = PacketFrom(kTypeLog, data + 1, length);
-        ProcessDeviceLogText(reinterpret_cast<const char*>(packet->Bytes()) + 8, length);
+        ProcessDeviceLogPacket(reinterpret_cast<const char*>(packet->Bytes()) + 8, length);
         data += 1 + length;
         size -= 1 + length;
     }
-    ProcessDeviceLogText("\n", 1);
+    ProcessDeviceLogPacket("\n", 1);
     Require(LiveMemory().blocks == before.blocks);
     return 0;
 }

@@ -13,7 +13,7 @@ namespace {
 
 using test::StdoutCapture;
 
-void Feed(const std::string& text) { ProcessDeviceLogText(text.data(), text.size()); }
+void Feed(const std::string& text) { ProcessDeviceLogPacket(text.data(), text.size()); }
 
 // Brings the buffer back to holding no unfinished line.
 class DeviceLog : public testing::Test {
@@ -51,7 +51,7 @@ TEST_F(DeviceLog, OnlyBytesBeforeANulCount) {
 TEST_F(DeviceLog, EmptyTextChangesNothing) {
     EXPECT_EQ(Printed("kept"), "");
     EXPECT_EQ(Printed(""), "");
-    ProcessDeviceLogText("unread", 0);
+    ProcessDeviceLogPacket("unread", 0);
     EXPECT_EQ(Printed("\n"), "[LOG] kept\n");
 }
 
@@ -71,7 +71,7 @@ TEST_F(DeviceLog, FailedGrowthDiscardsTheBuffer) {
     StdoutCapture console;
     {
         const test::ExhaustedHeap heap(1);
-        ProcessDeviceLogText("lost\n", 5);
+        ProcessDeviceLogPacket("lost\n", 5);
     }
     EXPECT_NE(console.Text().find("Failed to reallocate memory for log buffer"), std::string::npos);
     EXPECT_EQ(Printed("new\n"), "[LOG] new\n");
@@ -81,12 +81,12 @@ TEST_F(DeviceLog, FailedFirstAllocationDropsThePacket) {
     {
         StdoutCapture discarded;
         const test::ExhaustedHeap heap(1);
-        ProcessDeviceLogText("x", 1);
+        ProcessDeviceLogPacket("x", 1);
     }
     StdoutCapture console;
     {
         const test::ExhaustedHeap heap(1);
-        ProcessDeviceLogText("lost\n", 5);
+        ProcessDeviceLogPacket("lost\n", 5);
     }
     EXPECT_NE(console.Text().find("Failed to allocate memory for log buffer"), std::string::npos);
     EXPECT_EQ(Printed("new\n"), "[LOG] new\n");

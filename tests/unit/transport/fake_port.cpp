@@ -86,6 +86,11 @@ bool FakePort::IsOpen() const {
     return open_;
 }
 
+bool FakePort::HoldsAWrite() const {
+    const std::lock_guard hold(lock_);
+    return holds_a_write_;
+}
+
 std::uint32_t FakePort::WaitCount() const {
     const std::lock_guard hold(lock_);
     return waits_;
@@ -160,8 +165,13 @@ struct FakePortAccess {
         const auto* bytes = static_cast<const std::uint8_t*>(data);
         const Bytes packet(bytes, bytes + size);
         {
-            const std::lock_guard hold(port.lock_);
+            std::unique_lock hold(port.lock_);
             if (port.write_outcome) return *port.write_outcome;
+            if (port.hold_writes) {
+                port.holds_a_write_ = true;
+                port.changed_.wait(hold, [&port] { return port.woken_; });
+                return {TransferStep::kWait, 0, 1};
+            }
             port.received_.push_back(packet);
         }
         port.on_packet(port, packet);

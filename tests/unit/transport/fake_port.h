@@ -48,6 +48,7 @@ public:
     std::size_t ReceivedCount(std::uint32_t type) const;
     std::uint32_t OpenCount() const;
     bool IsOpen() const;
+    bool HoldsAWrite() const;
     std::uint32_t WaitCount() const;  // how often the receiver went to sleep
     std::size_t Unread() const;       // bytes that the dongle has sent and nobody has read
 
@@ -58,6 +59,7 @@ public:
     std::optional<std::uint32_t> comm_wait_error;
     std::optional<TransferOutcome> read_outcome;
     std::optional<TransferOutcome> write_outcome;
+    bool hold_writes = false;  // until the port is woken
     // Fails operations while the port is open.
     template <typename Change>
     void Inject(Change change) {
@@ -74,6 +76,7 @@ private:
     std::deque<std::uint8_t> incoming_;
     std::size_t piece_ = 0;
     bool woken_ = false;
+    bool holds_a_write_ = false;
     bool open_ = false;
     std::uint32_t opened_ = 0;
     std::uint32_t waits_ = 0;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
 #include "link/packet_queue.h"
@@ -376,6 +377,27 @@ TEST_F(SerialConnectTest, StopClosesEveryConnectedPort) {
     }
     EXPECT_FALSE(first->IsOpen());
     EXPECT_FALSE(second->IsOpen());
+}
+
+TEST_F(SerialConnectTest, PortThatNeedsLongerThanItsShareIsClosedLikeTheOthers) {
+    LogCapture log;
+    const auto slow = Connect(1);
+    const auto other = Connect(2);
+    std::optional<Thread> stop;
+    {
+        // Its monitor thread cannot go on; that the next port has its turn shows that the time
+        // has run out.
+        const LockGuard hold(QueuesOf(1)->device_lock);
+        stop.emplace([] { kSerialTransport.Stop(); });
+        ASSERT_TRUE(Eventually(
+            [&] { return log.Has("[SerialConnectThreadFunc]   Waiting for COM2 Thread"); }));
+    }
+    stop->Join();
+    EXPECT_TRUE(HasWithHandle(log, "[SerialConnectThreadFunc] Closing Thread handle 0x",
+                              " (MonitorThread error cleanup) for port 1"));
+    EXPECT_FALSE(log.Mentions("(MonitorThread) for port 1"));
+    EXPECT_EQ(PortOf(1).monitor_thread, nullptr);
+    EXPECT_FALSE(slow->IsOpen());
 }
 
 TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThatPortToo) {

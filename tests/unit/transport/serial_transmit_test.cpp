@@ -77,6 +77,18 @@ TEST_F(SerialTransmitTest, FailedWriteClosesThePort) {
     }
 }
 
+TEST_F(SerialTransmitTest, StopThatEndsAWriteIsNoFault) {
+    LogCapture log;
+    const auto port = Connect(kPort);
+    port->Inject([](FakePort& self) { self.hold_writes = true; });
+    ASSERT_TRUE(Send(kTypeCreq, 40));
+    ASSERT_TRUE(Eventually([&] { return port->HoldsAWrite(); }));
+    kSerialTransport.Stop();
+    EXPECT_FALSE(log.Mentions("Wait error"));
+    EXPECT_FALSE(log.Mentions("Failed to send"));
+    EXPECT_TRUE(log.Has("[SerialTxThreadFunc] Exiting."));
+}
+
 TEST_F(SerialTransmitTest, PortWithAFailedWriteIsReconnected) {
     const auto port = Connect(kPort);
     port->Inject([](FakePort& self) { self.write_outcome = {TransferStep::kStart, 0, 21}; });
