@@ -2,6 +2,10 @@
 
 .PHONY: help build demo demo-windows test bench fuzz lint clean
 
+# What users get, without the tests.
+linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim" scripts/build.sh linux-release
+windows_products = BUILD_TARGETS="tarvik_dpdu dpdu wine_port" scripts/build.sh windows-release
+
 help:
 	@echo "make build         library and tools for Linux and Windows"
 	@echo "make demo          three control units asked through a simulated dongle"
@@ -14,16 +18,18 @@ help:
 
 build:
 	@scripts/setup.sh linux windows
-	@scripts/build.sh linux-release windows-release
+	@$(linux_products)
+	@$(windows_products)
 
 demo:
 	@scripts/setup.sh linux
-	@scripts/build.sh linux-release
+	@$(linux_products)
 	@scripts/demo.sh linux
 
 demo-windows:
 	@scripts/setup.sh linux windows
-	@scripts/build.sh linux-release windows-release
+	@$(linux_products)
+	@$(windows_products)
 	@scripts/demo.sh windows
 
 test:

@@ -1,5 +1,6 @@
 #!/bin/bash
-# scripts/build.sh PRESET...: configures and builds.
+# scripts/build.sh PRESET...: configures and builds. BUILD_TARGETS names what to build instead of
+# everything.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -11,5 +12,6 @@ for preset in "$@"; do
         cat "build/logs/configure-$preset.log" >&2
         exit 1
     }
-    cmake --build --preset "$preset"
+    # shellcheck disable=SC2086 # several words
+    cmake --build --preset "$preset" ${BUILD_TARGETS:+--target $BUILD_TARGETS}
 done
