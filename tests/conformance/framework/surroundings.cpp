@@ -15,6 +15,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// All of them outlive DeletePrivateFolder, which runs at the end of the process.
+std::string private_folder;
 std::string temp_folder;
 std::string library_path;
 
@@ -45,15 +47,16 @@ std::string MakePrivateFolder() {
 }  // namespace
 
 const std::string& PrivateFolder() {
-    static const std::string folder = [] {
-        std::string made = MakePrivateFolder();
-        temp_folder = JoinPath(made, "temp");
+    static const bool made = [] {
+        private_folder = MakePrivateFolder();
+        temp_folder = JoinPath(private_folder, "temp");
         UseTempFolder(temp_folder);
-        UseUserFolder(JoinPath(made, "user"));
+        UseUserFolder(JoinPath(private_folder, "user"));
         std::atexit(DeletePrivateFolder);
-        return made;
+        return true;
     }();
-    return folder;
+    static_cast<void>(made);
+    return private_folder;
 }
 
 std::string TempFolder() {
