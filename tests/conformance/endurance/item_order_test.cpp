@@ -90,15 +90,9 @@ protected:
             PDU_DATA_ITEM* output = nullptr;
             EXPECT_EQ(Pdu().PDUIoCtl(hMod, PDU_HANDLE_UNDEF, command, &input, &output),
                       PDU_STATUS_NOERROR);
-            Keep(output);
-            OutputsInUse().push_back(output);
+            Keep(KeepForGood(output));
         }
         items_.push_back(nullptr);
-    }
-    // They stay allocated; the leak checker has to see that somebody still knows them.
-    static std::vector<PDU_DATA_ITEM*>& OutputsInUse() {
-        static std::vector<PDU_DATA_ITEM*> outputs;
-        return outputs;
     }
 
     std::vector<PDU_ITEM*> items_;

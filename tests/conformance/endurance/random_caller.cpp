@@ -6,6 +6,7 @@
 #include <thread>
 #include <utility>
 
+#include "conformance/framework/items.h"
 #include "conformance/framework/link.h"
 #include "conformance/framework/params.h"
 #include "conformance/framework/system.h"
@@ -28,14 +29,6 @@ void GiveBack(PDU_ITEM* item) {
     if (Pdu().PDUDestroyItem(item) == PDU_STATUS_NOERROR) return;
     const std::lock_guard hold(leftovers_lock);
     leftovers.push_back(item);
-}
-
-// What PDUIoCtl hands out stays allocated; the leak checker has to see that somebody still knows
-// it.
-void KeepForGood(PDU_DATA_ITEM* output) {
-    static std::vector<PDU_DATA_ITEM*> outputs;
-    const std::lock_guard hold(leftovers_lock);
-    outputs.push_back(output);
 }
 
 void PDU_CALL DrainInCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*) {

@@ -1,7 +1,7 @@
 #include <cstring>
-#include <vector>
 
 #include "conformance/framework/fixtures.h"
+#include "conformance/framework/items.h"
 #include "conformance/framework/log_file.h"
 
 using namespace conformance;
@@ -12,14 +12,6 @@ using IoCtl = ConstructedLibrary;
 
 auto* const kUntouched = reinterpret_cast<PDU_DATA_ITEM*>(0x1234);
 
-// What PDUIoCtl hands out stays allocated until the process ends; the leak checker has to see that
-// somebody still knows it.
-PDU_DATA_ITEM* Keep(PDU_DATA_ITEM* output) {
-    static std::vector<PDU_DATA_ITEM*> kept;
-    kept.push_back(output);
-    return output;
-}
-
 struct Answer {
     T_PDU_ERROR status;
     PDU_DATA_ITEM* output;
@@ -28,7 +20,7 @@ struct Answer {
 Answer Ask(UNUM32 command, PDU_DATA_ITEM* input = nullptr, UNUM32 hMod = 0, UNUM32 hCLL = 0) {
     Answer answer{0, kUntouched};
     answer.status = Pdu().PDUIoCtl(hMod, hCLL, command, input, &answer.output);
-    if (answer.output != kUntouched && answer.output != nullptr) Keep(answer.output);
+    if (answer.output != kUntouched && answer.output != nullptr) KeepForGood(answer.output);
     return answer;
 }
 

@@ -3,6 +3,8 @@
 // Items that the library handed out, given back at the end of a scope.
 
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "conformance/framework/library.h"
 
@@ -16,6 +18,16 @@ struct DestroyItem {
 };
 template <typename Item>
 using ItemPtr = std::unique_ptr<Item, DestroyItem>;
+
+// What PDUIoCtl hands out stays allocated until the process ends. The leak checker, which looks
+// after everything else has gone, has to see that somebody still knows it.
+inline PDU_DATA_ITEM* KeepForGood(PDU_DATA_ITEM* output) {
+    static std::mutex lock;
+    static auto* const kept = new std::vector<PDU_DATA_ITEM*>;
+    const std::lock_guard hold(lock);
+    kept->push_back(output);
+    return output;
+}
 
 // The next event of a queue; empty when there is none.
 inline ItemPtr<PDU_EVENT_ITEM> NextEvent(UNUM32 hMod, UNUM32 hCLL) {
