@@ -166,7 +166,7 @@ FRESH_PROCESS_TEST(FreshConfig, ReadOnlyFileBesideTheLibraryIsCopiedToTheUserAnd
     Destruct();
     const std::string content = Settings{.dummyDevice = true}.Json() + std::string(9000, ' ');
     WriteFile(LibraryConfigPath(), content);
-    BlockWriting(LibraryConfigPath(), PrivateFolder());
+    const WriteProtection read_only(LibraryConfigPath(), PrivateFolder());
     StdoutCapture console;
     EXPECT_TRUE(DemoStarts());
     EXPECT_TRUE(console.Has("Opened config file: " + UserConfigPath() + "\n"));

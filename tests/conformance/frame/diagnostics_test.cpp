@@ -1,7 +1,8 @@
 // Debug log, console, debugger output and trace, as configuration and environment switch them.
 
+#include <algorithm>
 #include <cctype>
-#include <regex>
+#include <cstdlib>
 
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/fresh_process.h"
@@ -37,6 +38,18 @@ std::vector<std::string> TextLines(const std::string& text) {
     return lines;
 }
 
+// "[2000-01-01 00:00:00] [Function] text", each 0 of the time any digit.
+bool IsLogLine(const std::string& line) {
+    static const std::string kTime = "[0000-00-00 00:00:00] ";
+    if (line.size() <= kTime.size()) return false;
+    for (std::size_t i = 0; i < kTime.size(); ++i) {
+        const bool fits = kTime[i] == '0' ? std::isdigit(static_cast<unsigned char>(line[i])) != 0
+                                          : line[i] == kTime[i];
+        if (!fits) return false;
+    }
+    return Matches(line.substr(kTime.size()), "[*] *");
+}
+
 // Constructs with the trace asked for and the variable set; tells whether a trace was written.
 bool TraceRunsWith(const std::string& value) {
     const std::size_t before = TraceFiles().size();
@@ -55,12 +68,11 @@ FRESH_PROCESS_TEST(FreshDebugLog, IsNamedOnTheDebuggerAndHasOneLineAMessage) {
     const DebugOutputCapture debugger;
     ConstructWith({});
     EXPECT_TRUE(debugger.Has("[DebugLog] Writing to " + LogPath() + "\n")) << debugger.Text();
-    const std::regex line(R"(\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\] \[\w+\] .+)");
     const std::string text = ReadFile(LogPath());
     ASSERT_FALSE(text.empty());
     EXPECT_EQ(text.back(), '\n');
     for (const std::string& one : TextLines(text)) {
-        EXPECT_TRUE(std::regex_match(one, line)) << one;
+        EXPECT_TRUE(IsLogLine(one)) << one;
     }
 }
 

@@ -47,16 +47,16 @@ std::string MakePrivateFolder() {
 }  // namespace
 
 const std::string& PrivateFolder() {
-    static const bool made = [] {
-        private_folder = MakePrivateFolder();
-        temp_folder = JoinPath(private_folder, "temp");
+    // Never destroyed: it is still needed when the process ends, to delete the folder.
+    static const std::string& folder = *new std::string([] {
+        std::string made = MakePrivateFolder();
+        temp_folder = JoinPath(made, "temp");
         UseTempFolder(temp_folder);
-        UseUserFolder(JoinPath(private_folder, "user"));
+        UseUserFolder(JoinPath(made, "user"));
         std::atexit(DeletePrivateFolder);
-        return true;
-    }();
-    static_cast<void>(made);
-    return private_folder;
+        return made;
+    }());
+    return folder;
 }
 
 std::string TempFolder() {

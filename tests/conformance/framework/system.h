@@ -39,6 +39,9 @@ struct ProcessFigures {
 };
 ProcessFigures MeasureProcess();
 
+// Holds the calling thread without end, in the system: only its termination gets it out.
+[[noreturn]] void BlockForever();
+
 std::uint32_t ThreadId();  // as the trace file has it
 std::uint64_t TickMs();    // the clock of the library's timestamps
 
@@ -51,9 +54,19 @@ void UseUserFolder(const std::string& folder);
 // A temporary folder of the system's own, for the tests' private folders.
 std::string SystemTempFolder();
 
-// Makes a file one that can be read, but not opened for writing, until the process ends. Takes
-// privileges that would override this away from the whole process.
-void BlockWriting(const std::string& file, const std::string& private_folder);
+// While it lives, a file can be read, but not opened for writing. Takes privileges that would
+// override this away from the whole process meanwhile.
+class WriteProtection {
+public:
+    WriteProtection(const std::string& file, const std::string& private_folder);
+    ~WriteProtection();
+    WriteProtection(const WriteProtection&) = delete;
+    WriteProtection& operator=(const WriteProtection&) = delete;
+
+private:
+    void* file_ = nullptr;
+    std::uint32_t user_ = 0;
+};
 
 // From now on nobody can create or open this file, which does not exist and lies beside the loaded
 // library.

@@ -119,6 +119,11 @@ ProcessFigures MeasureProcess() {
     return {EntriesIn("/proc/self/task"), EntriesIn("/proc/self/fd"), resident_pages * page_size};
 }
 
+void BlockForever() {
+    for (;;)
+        ::pause();
+}
+
 std::uint32_t ThreadId() { return static_cast<std::uint32_t>(::syscall(SYS_gettid)); }
 
 std::uint64_t TickMs() {
@@ -137,18 +142,21 @@ std::string SystemTempFolder() {
     return folder != nullptr && *folder != '\0' ? folder : "/tmp";
 }
 
-void BlockWriting(const std::string& file, const std::string& private_folder) {
+WriteProtection::WriteProtection(const std::string& file, const std::string& private_folder)
+    : user_(::geteuid()) {
     ::chmod(file.c_str(), 0444);
-    if (::geteuid() != 0) return;
+    if (user_ != 0) return;
     // Permissions mean nothing to root.
     constexpr uid_t kNobody = 65534;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(private_folder)) {
         if (::chown(entry.path().c_str(), kNobody, kNobody) != 0) std::perror("chown");
     }
     if (::chown(private_folder.c_str(), kNobody, kNobody) != 0) std::perror("chown");
-    // In every respect, and open to inspection all the same, as the leak checker has to attach.
-    if (::setresuid(kNobody, kNobody, kNobody) != 0) std::perror("setresuid");
-    ::prctl(PR_SET_DUMPABLE, 1);
+    if (::seteuid(kNobody) != 0) std::perror("seteuid");
+}
+
+WriteProtection::~WriteProtection() {
+    if (::geteuid() != user_ && ::seteuid(user_) != 0) std::perror("seteuid");
 }
 
 void MakeImpossible(const std::string& file) {

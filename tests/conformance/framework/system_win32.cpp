@@ -199,6 +199,11 @@ ProcessFigures MeasureProcess() {
     return {CountThreads(), CountHandles(), memory.PagefileUsage};
 }
 
+void BlockForever() {
+    for (;;)
+        ::Sleep(INFINITE);
+}
+
 std::uint32_t ThreadId() { return ::GetCurrentThreadId(); }
 
 std::uint64_t TickMs() { return ::GetTickCount64(); }
@@ -215,11 +220,12 @@ std::string SystemTempFolder() {
     return {folder, ::GetTempPathA(sizeof folder, folder)};
 }
 
-// Stays open until the process ends.
-void BlockWriting(const std::string& file, const std::string&) {
-    ::CreateFileA(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                  FILE_ATTRIBUTE_NORMAL, nullptr);
-}
+// An open file that nobody else may open for writing.
+WriteProtection::WriteProtection(const std::string& file, const std::string&)
+    : file_(::CreateFileA(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                          FILE_ATTRIBUTE_NORMAL, nullptr)) {}
+
+WriteProtection::~WriteProtection() { ::CloseHandle(file_); }
 
 // The folder of a loaded library cannot be deleted, but a folder can take the file's name.
 void MakeImpossible(const std::string& file) { ::CreateDirectoryA(file.c_str(), nullptr); }
