@@ -136,11 +136,10 @@ TEST_F(Events, FetchingIsNotLoggedButForTheMissingPointer) {
     const LogCapture log;
     PDU_EVENT_ITEM* item = nullptr;
     PDUGetEventItem(0, hCLL, &item);
-    EXPECT_EQ(log.Text(), "");
+    EXPECT_FALSE(log.Mentions("[PDUGetEventItem]"));  // the link's worker may log beside it
     EXPECT_EQ(PDUGetEventItem(0, hCLL, nullptr), PDU_ERR_INVALID_PARAMETERS);
-    EXPECT_EQ(log.Lines(),
-              std::vector<std::string>{
-                  "[PDUGetEventItem] pEventItem is NULL, Returning PDU_ERR_INVALID_PARAMETERS"});
+    EXPECT_TRUE(
+        log.Has("[PDUGetEventItem] pEventItem is NULL, Returning PDU_ERR_INVALID_PARAMETERS"));
 }
 
 TEST_F(Events, ItemsAreOnlyTakenBackByAConstructedLibrary) {
