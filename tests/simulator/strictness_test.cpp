@@ -38,6 +38,12 @@ Bytes RawFrame(std::uint16_t count, std::uint16_t flags, std::uint8_t last) {
     return MakePacket(type::kRawc, payload);
 }
 
+Bytes RawSwitch(std::uint8_t flags) {
+    Bytes payload(16, 0);
+    payload[6] = flags;
+    return MakePacket(type::kRawc, payload);
+}
+
 Bytes TesterPresent(std::uint32_t period, std::uint32_t mark, std::size_t size) {
     Bytes payload;
     AppendU32(&payload, period);
@@ -75,10 +81,12 @@ TEST(CheckPacket, FindsWhatIsWrong) {
         {"multi length", Resized(multi, 72), "CREQ of 72 bytes, 64 expected"},
         {"padding", Changed(multi, 63, 1), "CREQ padding is not zero"},
         {"raw frame", RawFrame(8, 0, 1), ""},
-        {"raw on", RawFrame(0, 1, 0), ""},
+        {"raw on", RawSwitch(1), ""},
+        {"raw off", RawSwitch(2), ""},
         {"raw flags", RawFrame(0, 3, 0), "RAWC flags are 3, not 0, 1 or 2"},
         {"raw count", RawFrame(9, 0, 0), "RAWC announces 9 data bytes, at most 8 fit"},
         {"raw rest", RawFrame(7, 0, 1), "RAWC unused data bytes are not zero"},
+        {"raw switch with id", RawFrame(0, 2, 0), "RAWC switches reception and carries a frame"},
         {"raw length", Resized(RawFrame(0, 0, 0), 23), "RAWC of 23 bytes, 24 expected"},
         {"tester present", TesterPresent(2000, 0x700, 2), ""},
         {"tester present off", TesterPresent(0, 0x700, 0), ""},

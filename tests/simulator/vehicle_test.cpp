@@ -159,7 +159,7 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
         {"[]", "car: top level: expected an object, found an array"},
         {R"({"dongel": {}})", "car: dongel: unknown key, did you mean \"dongle\"?"},
         {R"({"vehicle": {}})",
-         "car: vehicle: unknown key, known keys: description dongle control_units"},
+         "car: vehicle: unknown key, known keys: description dongle control_units raw"},
         {R"({"dongle": {"model": "five"}})",
          "car: dongle.model: expected a whole number from 0 to 4294967295, found the text "
          "\"five\""},
@@ -199,7 +199,7 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
          "\"P0301-16\" or \"030116\", found the text \"X0301\""},
         {R"({"control_units": [{"name": "a", "request": "1", "response": "2",
              "answers": [{"request": "22 * 33"}]}]})",
-         "car: control_units[0].answers[0].request: expected request bytes such as \"22 F1 90\", "
+         "car: control_units[0].answers[0].request: expected bytes such as \"22 F1 90\", "
          "\"??\" for any byte and \"*\" at the end for any more, found the text \"22 * 33\""},
         {R"({"control_units": [{"name": "a", "request": "1", "response": "2"},
              {"name": "a", "request": "3", "response": "4"}]})",

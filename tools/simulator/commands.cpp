@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
 
 #include "json_reader.h"
+#include "raw_commands.h"
 #include "vehicle_file.h"
+#include "words.h"
 
 namespace brennix {
 
@@ -23,41 +24,6 @@ struct Context {
     std::size_t Index() const { return named.value_or(0); }
     Dongle& Target() const { return simulator->At(Index()); }
 };
-
-class UsageError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
-std::string_view SkipBlanks(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(' ');
-    return begin == std::string_view::npos ? std::string_view() : text.substr(begin);
-}
-
-std::string_view TakeWord(std::string_view* rest) {
-    *rest = SkipBlanks(*rest);
-    const std::size_t end = std::min(rest->find(' '), rest->size());
-    const std::string_view word = rest->substr(0, end);
-    *rest = SkipBlanks(rest->substr(end));
-    return word;
-}
-
-std::uint32_t TakeNumber(std::string_view* rest, const char* what) {
-    const std::string_view word = TakeWord(rest);
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
-    if (error != std::errc() || end != word.data() + word.size()) {
-        throw UsageError(std::string("expected ") + what + ", found \"" + std::string(word) + "\"");
-    }
-    return number;
-}
-
-Bytes TakeHex(std::string_view* rest) {
-    const std::optional<Bytes> bytes = ParseHex(*rest);
-    if (!bytes) throw UsageError("expected hex bytes, found \"" + std::string(*rest) + "\"");
-    *rest = {};
-    return *bytes;
-}
 
 std::uint32_t TakeType(std::string_view* rest) {
     const std::string_view word = TakeWord(rest);
@@ -225,6 +191,10 @@ CommandResult RunTele(Context* context) {
     return Ok();
 }
 
+CommandResult RunRaw(Context* context) {
+    return Ok(RunRawCommand(&context->Target(), context->rest));
+}
+
 CommandResult RunBusy(Context* context) {
     Behaviour behaviour;
     behaviour.busy = TakeNumber(&context->rest, "a number of BUSY packets");
@@ -353,6 +323,13 @@ constexpr CommandRow kCommands[] = {
     {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
     {"log", "TEXT", "sends LOG with the text; \\n is a line feed", RunLog},
     {"tele", "TEXT", "sends TELE with the text", RunTele},
+    {"raw", "", "raw reception, frames sent and received with counts per id, as JSON", RunRaw},
+    {"raw", "send ID [HEX]", "sends a frame, if the host listens: answers 1, otherwise 0", RunRaw},
+    {"raw", "burst N ID", "sends N frames at once, numbered in their last four bytes", RunRaw},
+    {"raw", "received N", "the last N frames of the host as a JSON array", RunRaw},
+    {"raw", "clear", "forgets the frames of the host", RunRaw},
+    {"raw", "frame {FRAME}", "adds or changes a periodic frame; period_ms 0 stops it", RunRaw},
+    {"raw", "answer {ANSWER}", "adds an answer to frames, before the others", RunRaw},
     {"garbage", "N", "sends N noise bytes and a SYNC", RunGarbage},
     {"packet", "TYPE [HEX]", "sends a packet with this payload", RunPacket},
     {"send", "HEX", "sends these bytes as they are", RunSend},

@@ -11,9 +11,9 @@ namespace brennix {
 
 using Json = nlohmann::ordered_json;
 
-static std::string Id(std::uint32_t value) {
+std::string CanIdText(std::uint32_t id) {
     char text[16];
-    std::snprintf(text, sizeof text, "%03" PRIX32, value);
+    std::snprintf(text, sizeof text, "%03" PRIX32, id);
     return text;
 }
 
@@ -28,17 +28,17 @@ static Json DescribeRequest(ByteSpan packet) {
     Json json;
     json["request_id"] = request->id;
     json["form"] = request->is_multi ? "multi" : "single";
-    json["functional"] = Id(request->functional_id);
+    json["functional"] = CanIdText(request->functional_id);
     if (request->is_multi) {
         Json entries = Json::array();
         for (const Responder& entry : request->responders) {
-            entries.push_back(
-                {{"request", Id(entry.request_id)}, {"response", Id(entry.response_id)}});
+            entries.push_back({{"request", CanIdText(entry.request_id)},
+                               {"response", CanIdText(entry.response_id)}});
         }
         json["entries"] = std::move(entries);
     } else {
-        json["physical"] = Id(request->physical_id);
-        json["response"] = Id(request->response_id);
+        json["physical"] = CanIdText(request->physical_id);
+        json["response"] = CanIdText(request->response_id);
     }
     json["timeout_ms"] = request->timeout_ms;
     json["data"] = ToHex(request->data);
@@ -95,7 +95,7 @@ static Json DescribeRawFrame(ByteSpan packet) {
     Json json = Json::object();
     if (packet.size() < 24) return json;
     const std::size_t count = LoadU16(packet.data() + 12);
-    json["id"] = Id(LoadU32(packet.data() + 8));
+    json["id"] = CanIdText(LoadU32(packet.data() + 8));
     json["count"] = count;
     json["flags"] = LoadU16(packet.data() + 14);
     json["data"] = ToHex(packet.subspan(16, std::min<std::size_t>(count, 8)));

@@ -63,6 +63,12 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
       record_(record),
       seal_(seal),
       vehicle_(setup_.control_units),
+      raw_(loop, &setup_.raw,
+           {.send = [this](std::span<const RawFrame> frames) { SendRawFrames(frames); },
+            .note =
+                [this](std::string text) {
+                    record_->AddText(index_, Direction::kEvent, std::move(text));
+                }}),
       pty_(loop, {.received = [this](ByteSpan bytes) { cutter_.Feed(bytes, this); },
                   .host_left = [this] { OnHostLeft(); },
                   .cut =
@@ -85,6 +91,7 @@ void Dongle::PowerOff() {
     in_flight_.clear();
     open_pings_.clear();
     vehicle_.SetTesterPresent(0);
+    raw_.Reset();
     record_->AddText(index_, Direction::kEvent, "unplugged");
 }
 
@@ -92,6 +99,7 @@ void Dongle::OnHostLeft() {
     const std::size_t dropped = cutter_.Reset();
     reassembler_.Reset();
     open_pings_.clear();
+    raw_.Reset();
     std::string text = "port closed by the host";
     if (dropped != 0) text += " within a packet, " + std::to_string(dropped) + " bytes of it came";
     record_->AddText(index_, Direction::kEvent, std::move(text));
@@ -135,6 +143,8 @@ void Dongle::Handle(ByteSpan packet) {
             return AnswerIdentify();
         case type::kCreq:
             return HandleRequest(packet);
+        case type::kRawc:
+            return raw_.OnPacket(packet);
         case type::kFrag:
             return HandleFragment(packet);
         case type::kRepl:
@@ -303,6 +313,13 @@ void Dongle::SendPacket(ByteSpan packet) {
     Behaviour plain = setup_.behaviour;
     plain.garbage.reset();
     SendAnswer(packet, plain);
+}
+
+void Dongle::SendRawFrames(std::span<const RawFrame> frames) {
+    pty_.Cork();
+    for (const RawFrame& frame : frames)
+        SendPacket(MakeRawPacket(frame));
+    pty_.Uncork();
 }
 
 void Dongle::SendPing(ByteSpan payload) {

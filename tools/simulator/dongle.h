@@ -12,6 +12,7 @@
 #include "event_loop.h"
 #include "fragments.h"
 #include "pty.h"
+#include "raw_traffic.h"
 #include "record.h"
 #include "request.h"
 #include "seal.h"
@@ -36,6 +37,7 @@ struct DongleSetup {
     std::size_t noise_before_sync = 0;              // bytes sent before the answer to SYNC
     std::map<std::uint32_t, std::uint32_t> ignore;  // type: how many packets stay unanswered
     std::vector<ControlUnitSetup> control_units;
+    RawSetup raw;
 };
 
 class Dongle : private StreamCutter::Sink {
@@ -51,6 +53,7 @@ public:
     DongleSetup& Setup() { return setup_; }
     const DongleSetup& Setup() const { return setup_; }
     Vehicle& Car() { return vehicle_; }
+    RawTraffic& Raw() { return raw_; }
 
     // For the next `count` requests; queues behind what was said before.
     void QueueBehaviour(std::uint32_t count, const Behaviour& behaviour);
@@ -69,12 +72,6 @@ public:
     void SetCutHandler(std::function<void()> handler) { cut_handler_ = std::move(handler); }
 
 private:
-    struct Answer {
-        Bytes packet;
-        std::uint32_t request_id;
-        bool is_multi;
-    };
-
     void OnPacket(ByteSpan packet) override;
     void OnNoise(ByteSpan bytes) override;
     void OnBadHeader(ByteSpan header) override;
@@ -96,6 +93,7 @@ private:
     void Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Behaviour& behaviour,
                   std::function<Bytes(std::uint32_t answer_id, std::uint32_t waited_ms)> make);
     void ScheduleBusy(std::uint32_t request_id, std::uint32_t number, const Behaviour& behaviour);
+    void SendRawFrames(std::span<const RawFrame> frames);
     void SendAnswer(ByteSpan packet, const Behaviour& behaviour);
     void Transmit(ByteSpan packet);
     Bytes MakeNoise(std::size_t count);
@@ -108,6 +106,7 @@ private:
     Record* record_;
     Seal* seal_;
     Vehicle vehicle_;
+    RawTraffic raw_;
     Pty pty_;
     StreamCutter cutter_;
     Reassembler reassembler_;

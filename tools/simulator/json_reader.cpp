@@ -148,6 +148,24 @@ Bytes ReadHexBytes(const nlohmann::json& value, const std::string& path) {
     return *bytes;
 }
 
+BytePattern ReadPattern(const nlohmann::json& value, const std::string& path) {
+    static const char* const kExpected =
+        "bytes such as \"22 F1 90\", \"??\" for any byte and \"*\" at the end for any more";
+    if (!value.is_string()) ThrowExpected(path, kExpected, value);
+    const std::optional<BytePattern> pattern =
+        BytePattern::Parse(value.get_ref<const std::string&>());
+    if (!pattern) ThrowExpected(path, kExpected, value);
+    return *pattern;
+}
+
+std::string ReadName(const JsonObject& object) {
+    const std::string name = *object.Text("name", 64);
+    if (name.empty() || name.find(' ') != std::string::npos) {
+        throw JsonError(object.PathOf("name") + ": expected a name without blanks");
+    }
+    return name;
+}
+
 std::optional<Bytes> JsonObject::HexBytes(const char* key) const {
     const nlohmann::json* found = Find(key);
     if (found == nullptr) return std::nullopt;

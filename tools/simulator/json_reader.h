@@ -10,9 +10,12 @@
 #include <stdexcept>
 #include <string>
 
+#include "byte_pattern.h"
 #include "wire.h"
 
 namespace brennix {
+
+constexpr std::uint32_t kMaxMs = 24 * 60 * 60 * 1000;  // longest time in a file
 
 class JsonError : public std::runtime_error {
 public:
@@ -63,5 +66,8 @@ private:
 std::uint32_t ReadHexNumber(const nlohmann::json& value, const std::string& path,
                             std::uint32_t max);
 Bytes ReadHexBytes(const nlohmann::json& value, const std::string& path);
+BytePattern ReadPattern(const nlohmann::json& value, const std::string& path);
+// The value of "name", which is there: without blanks, so that commands can take it as a word.
+std::string ReadName(const JsonObject& object);
 
 }  // namespace brennix

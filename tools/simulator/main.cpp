@@ -22,6 +22,10 @@ void DescribeVehicles(const brennix::Options& options) {
                 unit.name.c_str(), unit.request_id, unit.response_id, unit.data.size(),
                 unit.trouble_codes.size(), unit.rows.size());
         }
+        for (const brennix::PeriodicFrame& frame : setup.raw.frames) {
+            std::printf("  %-16s raw frame %03X every %u ms\n", frame.name.c_str(), frame.id,
+                        frame.period_ms);
+        }
     }
 }
 

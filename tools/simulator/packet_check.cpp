@@ -4,11 +4,11 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "raw_traffic.h"
 #include "request.h"
 
 namespace brennix {
 
-static constexpr std::uint32_t kMaxCanId = 0x1FFFFFFF;
 static constexpr std::size_t kRequestHeaderSize = 32;
 static constexpr std::size_t kRawFrameSize = 24;
 static constexpr std::size_t kTesterPresentHeaderSize = 16;
@@ -89,6 +89,9 @@ static std::string CheckRawFrame(ByteSpan packet) {
         return "RAWC id " + Hex(LoadU32(packet.data() + 8)) + " is no CAN id";
     }
     if (!IsZero(packet.subspan(16 + count))) return "RAWC unused data bytes are not zero";
+    if (flags != 0 && (count != 0 || !IsZero(packet.subspan(8, 4)))) {
+        return "RAWC switches reception and carries a frame";
+    }
     return {};
 }
 

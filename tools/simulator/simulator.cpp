@@ -48,6 +48,7 @@ void Simulator::Reset(std::size_t dongle) {
     Port& port = ports_[dongle];
     port.dongle->Setup() = port.initial;
     port.dongle->ClearQueuedBehaviours();
+    port.dongle->Raw().Restart();
     port.dongle->Port().SetPieces(0, std::chrono::milliseconds(0));
     for (const auto& unit : port.dongle->Car().Units())
         unit->Reset();

@@ -60,15 +60,6 @@ std::uint16_t DataId(ByteSpan bytes) {
 
 }  // namespace
 
-bool AnswerRow::Matches(ByteSpan bytes) const {
-    if (bytes.size() < request.size()) return false;
-    if (bytes.size() > request.size() && !open_ended) return false;
-    for (std::size_t i = 0; i < request.size(); ++i) {
-        if (request[i] && *request[i] != bytes[i]) return false;
-    }
-    return true;
-}
-
 void ControlUnit::Reset() {
     setup_ = initial_;
     session_ = 1;
@@ -76,7 +67,7 @@ void ControlUnit::Reset() {
 
 AnswerRow* ControlUnit::FindRow(ByteSpan request) {
     for (AnswerRow& row : setup_.rows) {
-        if (row.Matches(request)) return &row;
+        if (row.request.Matches(request)) return &row;
     }
     return nullptr;
 }

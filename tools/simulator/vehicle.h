@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "behaviour.h"
+#include "byte_pattern.h"
 #include "event_loop.h"
 #include "wire.h"
 
@@ -31,12 +32,9 @@ struct Session {
 
 // A request and its answer, written out. Comes before what the control unit would say itself.
 struct AnswerRow {
-    std::vector<std::optional<std::uint8_t>> request;  // nothing: any byte
-    bool open_ended = false;                           // any bytes may follow
-    Bytes response;                                    // empty: no answer
+    BytePattern request;
+    Bytes response;  // empty: no answer
     Behaviour behaviour;
-
-    bool Matches(ByteSpan bytes) const;
 };
 
 struct ControlUnitSetup {

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "json_reader.h"
+#include "raw_file.h"
 
 namespace brennix {
 
@@ -12,8 +13,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr std::uint32_t kMaxCanId = 0x1FFFFFFF;
-constexpr std::uint32_t kMaxMs = 24 * 60 * 60 * 1000;
 constexpr std::uint32_t kMaxCount = 1'000'000;
 constexpr std::size_t kMaxAnswer = 65535;
 
@@ -197,29 +196,10 @@ TroubleCode ReadTroubleCode(const Json& value, const std::string& path) {
     return trouble;
 }
 
-void ReadPattern(const Json& value, const std::string& path, AnswerRow* row) {
-    static const char* const kExpected =
-        "request bytes such as \"22 F1 90\", \"??\" for any byte and \"*\" at the end for any more";
-    if (!value.is_string()) ThrowExpected(path, kExpected, value);
-    std::istringstream words(value.get<std::string>());
-    for (std::string word; words >> word;) {
-        if (row->open_ended) ThrowExpected(path, kExpected, value);
-        if (word == "*") {
-            row->open_ended = true;
-        } else if (word == "??") {
-            row->request.push_back(std::nullopt);
-        } else {
-            const std::optional<Bytes> bytes = ParseHex(word);
-            if (!bytes) ThrowExpected(path, kExpected, value);
-            row->request.insert(row->request.end(), bytes->begin(), bytes->end());
-        }
-    }
-}
-
 AnswerRow ReadRow(const Json& value, const std::string& path) {
     const JsonObject object(value, path, {"request", "response", "behaviour"});
     AnswerRow row;
-    ReadPattern(object.Require("request", "request bytes"), object.PathOf("request"), &row);
+    row.request = ReadPattern(object.Require("request", "request bytes"), object.PathOf("request"));
     row.response = object.HexBytes("response").value_or(Bytes{});
     if (row.response.size() > kMaxAnswer) {
         throw JsonError(object.PathOf("response") + ": longer than 65535 bytes");
@@ -235,10 +215,7 @@ ControlUnitSetup ReadControlUnit(const Json& value, const std::string& path) {
          "trouble_codes", "answers", "behaviour"});
     ControlUnitSetup unit;
     object.Require("name", "the control unit's name");
-    unit.name = *object.Text("name", 64);
-    if (unit.name.empty() || unit.name.find(' ') != std::string::npos) {
-        throw JsonError(object.PathOf("name") + ": expected a name without blanks");
-    }
+    unit.name = ReadName(object);
     object.Require("request", "the CAN id of its requests, as hex text");
     unit.request_id = *object.HexNumber("request", kMaxCanId);
     object.Require("response", "the CAN id of its responses, as hex text");
@@ -261,10 +238,11 @@ ControlUnitSetup ReadControlUnit(const Json& value, const std::string& path) {
 }
 
 DongleSetup ReadDocument(const Json& document) {
-    const JsonObject object(document, "", {"description", "dongle", "control_units"});
+    const JsonObject object(document, "", {"description", "dongle", "control_units", "raw"});
     object.Text("description", 4096);
     DongleSetup setup;
     if (const Json* dongle = object.Find("dongle")) ReadDongle(*dongle, "dongle", &setup);
+    if (const Json* raw = object.Find("raw")) setup.raw = ReadRawSetup(*raw, "raw");
     std::set<std::string> names;
     object.ForEach("control_units", [&](const Json& unit, const std::string& path) {
         setup.control_units.push_back(ReadControlUnit(unit, path));
