@@ -7,8 +7,11 @@
 
 namespace conformance {
 
-Requester::Requester(UNUM32 hMod, UNUM32 request_id, UNUM32 response_id) : link_(hMod, this) {
-    link_.Address(request_id, response_id);
+Requester::Requester(UNUM32 hMod, UNUM32 request_id, UNUM32 response_id)
+    : Requester(hMod, UniqueTable().ControlUnit(1, request_id, response_id)) {}
+
+Requester::Requester(UNUM32 hMod, UniqueTable& table) : link_(hMod, this) {
+    EXPECT_EQ(Pdu().PDUSetUniqueRespIdTable(hMod, link_.hCLL(), table.Item()), PDU_STATUS_NOERROR);
     link_.Connect();
     link_.DropEvents();
     EXPECT_EQ(Pdu().PDURegisterEventCallback(hMod, link_.hCLL(), OnEvent), PDU_STATUS_NOERROR);

@@ -1,19 +1,22 @@
 #pragma once
 
-// A link to one control unit, for requests in large numbers: the library's callback wakes the
-// thread that waits for the answer.
+// A link for requests in large numbers: the library's callback wakes the thread that waits for the
+// answer.
 
 #include <condition_variable>
 #include <mutex>
 #include <vector>
 
 #include "conformance/framework/link.h"
+#include "conformance/framework/params.h"
 
 namespace conformance {
 
 class Requester {
 public:
-    // Connected at once, with CP_P2Max as it is.
+    // To the control units of this table. Connected at once, with CP_P2Max as it is.
+    Requester(UNUM32 hMod, UniqueTable& table);
+    // To one control unit.
     Requester(UNUM32 hMod, UNUM32 request_id, UNUM32 response_id);
     // The library is destructed before: until then it may call back.
     ~Requester() = default;

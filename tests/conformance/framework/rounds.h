@@ -27,6 +27,7 @@ constexpr std::uint32_t Rounds(std::uint32_t full, std::uint32_t wine, std::uint
 inline constexpr std::uint32_t kReplugCycles = Rounds(1000, 50, 20);
 inline constexpr std::uint32_t kReplugWarmUp = Rounds(50, 10, 5);
 inline constexpr std::uint32_t kRequests = Rounds(100'000, 2'000, 2'000);
+inline constexpr std::uint32_t kFunctionalRequests = Rounds(10'000, 500, 500);
 inline constexpr std::uint32_t kDestructRounds = Rounds(100, 25, 25);
 inline constexpr std::uint32_t kRequestsPerLink = Rounds(50, 10, 10);
 inline constexpr std::uint32_t kItemShuffles = Rounds(10, 5, 5);

@@ -1,0 +1,118 @@
+// Cancelling a functional request ends it at once, whatever its time-out is.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/waiting.h"
+#include "conformance/functional/many_units.h"
+
+namespace conformance {
+namespace {
+
+// The request's own time-out; an attempt that nobody answers lasts as long.
+constexpr UNUM32 kTimeoutMs = 10'000;
+// What is expected is a tenth of a second. A busy machine may add to it, and it still is not the
+// time-out that ended the request.
+constexpr std::uint64_t kLimitMs = 2'000;
+
+class FunctionalCancel : public FunctionalRequests {
+protected:
+    UNUM32 StartUnanswered(UnitsLink& link) {
+        SetNumber("CP_P2Max", kTimeoutMs * 2000);
+        simulator.Command("record clear");
+        const UNUM32 hCoP = link.StartReadVin();
+        EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        EXPECT_EQ(LastRequest()["fields"]["timeout_ms"], kTimeoutMs);
+        return hCoP;
+    }
+    // The time from the cancel to the final state, which it must reach as cancelled.
+    static std::uint64_t CancelMs(UnitsLink& link, UNUM32 hCoP) {
+        const std::uint64_t start = TickMs();
+        EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+        const Outcome outcome = link.WaitFor(hCoP);
+        const std::uint64_t elapsed = TickMs() - start;
+        EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);
+        EXPECT_EQ(outcome.errors, std::vector<UNUM32>{259});
+        EXPECT_TRUE(outcome.results.empty());
+        EXPECT_LT(elapsed, kLimitMs);
+        return elapsed;
+    }
+};
+
+TEST_F(FunctionalCancel, TakesEffectLongBeforeTheTimeOut) {
+    UnitsLink link(hMod, kUnits);
+    simulator.Command(R"(behaviour {"silent": true})");
+    std::uint64_t longest = 0;
+    for (int round = 0; round < 10; ++round) {
+        longest = std::max(longest, CancelMs(link, StartUnanswered(link)));
+    }
+    std::printf("longest time from a cancel to its effect: %llu ms\n",
+                static_cast<unsigned long long>(longest));
+}
+
+TEST_F(FunctionalCancel, EndsTheWaitForADongleThatIsBusy) {
+    UnitsLink link(hMod, kUnits);
+    simulator.Command(R"(behaviour {"lost": true, "busy": 3})");
+    const UNUM32 hCoP = StartUnanswered(link);
+    ASSERT_TRUE(simulator.WaitFor(3, "out BUSY"));
+    CancelMs(link, hCoP);
+}
+
+TEST_F(FunctionalCancel, EndsTheWaitForATurn) {
+    constexpr std::size_t kInFlight = 10;  // as many as the library lets be
+    simulator.Command(R"(behaviour {"lost": true})");
+    std::vector<std::unique_ptr<UnitsLink>> links;
+    for (std::size_t i = 0; i < kInFlight; ++i) {
+        StartUnanswered(*links.emplace_back(std::make_unique<UnitsLink>(hMod, 2u)));
+    }
+    UnitsLink waiting(hMod, kUnits);
+    simulator.Command("record clear");
+    const LogCapture log;
+    const UNUM32 hCoP = waiting.StartReadVin();
+    ASSERT_TRUE(Eventually([&] {
+        return log.HasLike("[CommThreadFunc:*]    send multi-request packet with 64 entries");
+    }));
+    CancelMs(waiting, hCoP);
+    EXPECT_EQ(simulator.Count("in CREQ"), 0u);
+}
+
+TEST_F(FunctionalCancel, LeavesOtherRequestsAlone) {
+    UnitsLink cancelled(hMod, kUnits);
+    UnitsLink other(hMod, kUnits);
+    simulator.Command(R"(next 1 {"lost": true})");
+    const UNUM32 lost = StartUnanswered(cancelled);
+    simulator.Command(R"(next 1 {"delay_ms": 500})");
+    const UNUM32 delayed = other.StartReadVin();
+    ASSERT_TRUE(simulator.WaitFor(2, "in CREQ"));
+    CancelMs(cancelled, lost);
+    ExpectAnswers(other.WaitFor(delayed), AllBut(kUnits));
+}
+
+TEST_F(FunctionalCancel, LeavesTheLinkUsableAndItsLateAnswerToNobody) {
+    UnitsLink link(hMod, 20);
+    simulator.Command(R"(next 1 {"delay_ms": 300})");
+    CancelMs(link, StartUnanswered(link));
+    ASSERT_TRUE(simulator.WaitFor(1, "out CRES"));
+    link.SetUnits({30, 31});
+    ExpectAnswers(link.AskForVin(), {{0, 30}, {1, 31}});
+}
+
+TEST_F(FunctionalCancel, OfOneThatWaitsInTheQueueEndsItUnsent) {
+    UnitsLink link(hMod, 20);
+    simulator.Command(R"(next 1 {"delay_ms": 300})");
+    const UNUM32 running = link.StartReadVin();
+    const UNUM32 queued = link.StartReadVin();
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
+    ExpectAnswers(link.WaitFor(running), AllBut(20));
+    const Outcome outcome = link.WaitFor(queued);
+    EXPECT_EQ(outcome.states, (std::vector<UNUM32>{PDU_COPST_EXECUTING, PDU_COPST_CANCELLED}));
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{259});
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
+}
+
+}  // namespace
+}  // namespace conformance

@@ -1,0 +1,101 @@
+#pragma once
+
+// The car of 64 control units behind these tests' dongle, and links that ask many of them at once.
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "conformance/framework/fixtures.h"
+#include "conformance/framework/vehicle.h"
+
+namespace conformance {
+
+inline constexpr UNUM32 kUnits = 64;
+
+constexpr UNUM32 RequestOf(UNUM32 unit) { return 0x600 + unit; }
+constexpr UNUM32 ResponseOf(UNUM32 unit) { return 0x640 + unit; }
+
+// The answer of one control unit to ReadVin().
+inline std::vector<UNUM8> VinAnswerOf(UNUM32 unit) {
+    char answer[32];
+    const int length =
+        std::snprintf(answer, sizeof answer, "\x62\xF1\x90WTVDEM0S1M00000%02u", unit % kUnits);
+    return {answer, answer + length};
+}
+
+inline std::vector<UNUM32> FirstUnits(UNUM32 count) {
+    std::vector<UNUM32> units;
+    for (UNUM32 unit = 0; unit < count; ++unit)
+        units.push_back(unit);
+    return units;
+}
+
+// A connected link whose table has one row for each of these control units, in this order.
+class UnitsLink : public Link {
+public:
+    UnitsLink(UNUM32 module, const std::vector<UNUM32>& units) : Link(module) {
+        SetUnits(units);
+        SetNumber("CP_CanFuncReqId", kFunctionalRequest);
+        SetNumber("CP_P2Max", 4'000'000);
+        Connect();
+        DropEvents();
+    }
+    UnitsLink(UNUM32 module, UNUM32 count) : UnitsLink(module, FirstUnits(count)) {}
+
+    void SetUnits(const std::vector<UNUM32>& units) {
+        UniqueTable table;
+        // The identifiers are the application's own and have nothing to do with the rows.
+        for (const UNUM32 unit : units)
+            table.ControlUnit(1000 + unit, RequestOf(unit), ResponseOf(unit));
+        EXPECT_EQ(Pdu().PDUSetUniqueRespIdTable(hMod(), hCLL(), table.Item()), PDU_STATUS_NOERROR);
+    }
+
+    UNUM32 StartReadVin() { return Start(PDU_COPT_SENDRECV, ReadVin(), control_.Data()); }
+    Outcome AskForVin() { return WaitFor(StartReadVin()); }
+
+private:
+    ControlData control_{PositiveRead()};
+};
+
+// Exactly these control units have answered, each in the row that goes with it.
+struct RowAnswer {
+    UNUM32 row;
+    UNUM32 unit;
+};
+inline void ExpectAnswers(const Outcome& outcome, const std::vector<RowAnswer>& expected) {
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_TRUE(outcome.errors.empty());
+    ASSERT_EQ(outcome.results.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(outcome.results[i].unique_id, expected[i].row);
+        EXPECT_EQ(outcome.results[i].acceptance_id, 7u);
+        EXPECT_EQ(Hex(outcome.results[i].data), Hex(VinAnswerOf(expected[i].unit)))
+            << "row " << expected[i].row;
+    }
+}
+
+// Rows 0 to count - 1 with the control units of the same numbers, but for those left out.
+inline std::vector<RowAnswer> AllBut(UNUM32 count, const std::vector<UNUM32>& missing = {}) {
+    std::vector<RowAnswer> answers;
+    for (const UNUM32 unit : FirstUnits(count)) {
+        if (std::find(missing.begin(), missing.end(), unit) == missing.end()) {
+            answers.push_back({unit, unit});
+        }
+    }
+    return answers;
+}
+
+class FunctionalRequests : public SerialDongle {
+protected:
+    nlohmann::json LastRequest() {
+        const nlohmann::json entries = simulator.Last(1, "in CREQ");
+        return entries.empty() ? nlohmann::json::object() : entries[0];
+    }
+    void Unit(UNUM32 unit, const std::string& behaviour) {
+        simulator.Command("unit unit_" + std::to_string(unit) + " " + behaviour);
+    }
+};
+
+}  // namespace conformance

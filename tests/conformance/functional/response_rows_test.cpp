@@ -1,0 +1,146 @@
+// How the entries of the dongle's answer find the rows of the request.
+
+#include <gtest/gtest.h>
+
+#include "conformance/framework/log_file.h"
+#include "conformance/functional/many_units.h"
+
+namespace conformance {
+namespace {
+
+// A CRES in multi form, made by hand; PACKET of the simulator adds the header.
+class HandMadeAnswer {
+public:
+    HandMadeAnswer& Entry(UNUM32 id, const std::vector<UNUM8>& data) {
+        AppendU32(id, &entries_);
+        AppendU32(static_cast<UNUM32>(data.size()), &entries_);
+        entries_.insert(entries_.end(), data.begin(), data.end());
+        entries_.resize((entries_.size() + 7) / 8 * 8);
+        ++count_;
+        return *this;
+    }
+    std::string Command(UNUM32 request_id) const {
+        std::vector<UNUM8> payload;
+        AppendU32(0xFFFFFFFD, &payload);
+        AppendU32(count_, &payload);
+        AppendU32(request_id, &payload);
+        payload.insert(payload.end(), entries_.begin(), entries_.end());
+        return "packet CRES " + Hex(payload);
+    }
+
+private:
+    static void AppendU32(UNUM32 value, std::vector<UNUM8>* bytes) {
+        for (int shift = 0; shift < 32; shift += 8)
+            bytes->push_back(static_cast<UNUM8>(value >> shift));
+    }
+
+    std::vector<UNUM8> entries_;
+    UNUM32 count_ = 0;
+};
+
+class ResponseRows : public FunctionalRequests {
+protected:
+    // One request, answered with these entries alone.
+    Outcome Answer(UnitsLink& link, const HandMadeAnswer& answer) {
+        simulator.Command("record clear");
+        simulator.Command(R"(next 1 {"lost": true})");
+        const UNUM32 hCoP = link.StartReadVin();
+        EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        simulator.Command(answer.Command(hCoP));
+        return link.WaitFor(hCoP);
+    }
+};
+
+TEST_F(ResponseRows, FollowTheTableWhateverItsOrder) {
+    std::vector<UNUM32> units = FirstUnits(kUnits);
+    std::reverse(units.begin(), units.end());
+    UnitsLink link(hMod, units);
+    std::vector<RowAnswer> expected;
+    for (UNUM32 row = 0; row < kUnits; ++row)
+        expected.push_back({row, kUnits - 1 - row});
+    ExpectAnswers(link.AskForVin(), expected);
+}
+
+TEST_F(ResponseRows, AreReportedInTheirOrderAndNotInThatOfTheAnswer) {
+    UnitsLink link(hMod, 20);
+    const Outcome outcome = Answer(link, HandMadeAnswer()
+                                             .Entry(19, VinAnswerOf(19))
+                                             .Entry(0, VinAnswerOf(0))
+                                             .Entry(7, VinAnswerOf(7)));
+    ExpectAnswers(outcome, {{0, 0}, {7, 7}, {19, 19}});
+}
+
+TEST_F(ResponseRows, UnknownOneIsLoggedAndSkipped) {
+    for (const UNUM32 unknown : {20u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+        UnitsLink link(hMod, 20);
+        const LogCapture log;
+        const Outcome outcome = Answer(link, HandMadeAnswer()
+                                                 .Entry(4, VinAnswerOf(4))
+                                                 .Entry(unknown, VinAnswerOf(5))
+                                                 .Entry(6, VinAnswerOf(6)));
+        ExpectAnswers(outcome, {{4, 4}, {6, 6}});
+        EXPECT_TRUE(log.Has("[CommRequestMulti] ERROR: response #1, ID: " +
+                            std::to_string(unknown) + " doesn't match table"));
+    }
+}
+
+TEST_F(ResponseRows, OnlyUnknownOnesMakeAnAnswerWithoutResults) {
+    UnitsLink link(hMod, 2);
+    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(2, VinAnswerOf(2))), {});
+}
+
+TEST_F(ResponseRows, OneThatAnswersTwiceIsTakenAtItsLastWord) {
+    UnitsLink link(hMod, 20);
+    const Outcome outcome = Answer(link, HandMadeAnswer()
+                                             .Entry(3, VinAnswerOf(60))
+                                             .Entry(5, VinAnswerOf(5))
+                                             .Entry(3, VinAnswerOf(3)));
+    ExpectAnswers(outcome, {{3, 3}, {5, 5}});
+}
+
+TEST_F(ResponseRows, AnswerWithoutBytesIsNoResult) {
+    UnitsLink link(hMod, 2);
+    const LogCapture log;
+    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(0, {}).Entry(1, VinAnswerOf(1))), {{1, 1}});
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #0 -> no data"));
+}
+
+TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
+    std::vector<UNUM32> units = FirstUnits(44);
+    for (UNUM32 unit = 0; unit < 20; ++unit)
+        units.push_back(unit);
+    UnitsLink link(hMod, units);
+    const LogCapture log;
+    ExpectAnswers(link.AskForVin(), AllBut(44));
+    EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 44u);
+    EXPECT_EQ(
+        log.MissingOf({"[CommThreadFunc:*]    prepare multi-request packet with 64 entries in "
+                       "UniqueRespTable",
+                       "[CommThreadFunc:*]    send multi-request packet with 44 entries"}),
+        "");
+}
+
+TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
+    UnitsLink link(hMod, {9, 9, 9});
+    ExpectAnswers(link.AskForVin(), {{0, 9}});
+    EXPECT_EQ(LastRequest()["fields"]["form"], "multi");
+    EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 1u);
+}
+
+// Deliberate: rows are named by their position in the table, and the dongle counts what it was
+// sent. Behind a row that was left out the two differ.
+TEST_F(ResponseRows, BehindARepeatedResponseIdentifierGoAstray) {
+    UnitsLink link(hMod, {0, 1, 1, 2, 3});
+    const LogCapture log;
+    // Sent: units 0, 1, 2 and 3 as positions 0, 1, 3 and 4; answered as 0, 1, 2 and 3.
+    ExpectAnswers(link.AskForVin(), {{0, 0}, {1, 1}, {2, 3}});
+    EXPECT_TRUE(log.Has("[CommRequestMulti] ERROR: response #2, ID: 2 doesn't match table"));
+}
+
+TEST_F(ResponseRows, OfTwoControlUnitsMayBeAllThatIsAsked) {
+    UnitsLink link(hMod, {63, 0});
+    ExpectAnswers(link.AskForVin(), {{0, 63}, {1, 0}});
+}
+
+}  // namespace
+}  // namespace conformance
