@@ -216,7 +216,8 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
 }
 
 TEST(VehicleFile, ExamplesAreInOrder) {
-    for (const char* name : {"demo", "difficult", "mute", "unknown_model"}) {
+    for (const char* name :
+         {"demo", "difficult", "fleet", "fleet_faults", "mute", "unknown_model"}) {
         EXPECT_NO_THROW(LoadVehicleFile(std::string(BRENNIX_SIM_VEHICLES) + "/" + name + ".json"))
             << name;
     }

@@ -24,6 +24,7 @@ void Behaviour::Override(const Behaviour& special) {
     TakeOver(&fragment, special.fragment);
     TakeOver(&garbage, special.garbage);
     TakeOver(&seal, special.seal);
+    TakeOver(&foreign_entries, special.foreign_entries);
     TakeOver(&for_requests, special.for_requests);
 }
 

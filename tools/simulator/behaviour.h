@@ -30,6 +30,9 @@ struct Behaviour {
     std::optional<std::uint32_t> garbage;    // noise bytes (and a SYNC) before the answer
     std::optional<bool> seal;                // the answer is sealed (CRYP)
 
+    // In a CRES of the multi form, behind the others: entries whose ids the request does not have.
+    std::optional<std::uint32_t> foreign_entries;
+
     // Applies to this many requests and then no more; absent: to all.
     std::optional<std::uint32_t> for_requests;
 

@@ -247,6 +247,9 @@ void Dongle::AskMulti(const Request& request, const Behaviour& special) {
     }
     Behaviour behaviour = setup_.behaviour;
     behaviour.Override(special);
+    const auto known = static_cast<std::uint32_t>(request.responders.size());
+    for (std::uint32_t i = 0; i < behaviour.foreign_entries.value_or(0); ++i)
+        answers.emplace_back(known + i, messages.empty() ? Bytes{} : messages.front().data);
     Schedule(request.id, done_ms, behaviour,
              [answers = std::move(answers)](std::uint32_t answer_id, std::uint32_t) {
                  return MakeMultiResponse(answer_id, answers);

@@ -6,6 +6,7 @@
 
 #include "json_reader.h"
 #include "raw_file.h"
+#include "unit_series.h"
 
 namespace brennix {
 
@@ -13,6 +14,7 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr std::uint32_t kMaxForeignEntries = 1000;
 constexpr std::uint32_t kMaxCount = 1'000'000;
 constexpr std::size_t kMaxAnswer = 65535;
 
@@ -21,7 +23,7 @@ Behaviour ReadBehaviour(const Json& value, const std::string& path) {
         value, path,
         {"delay_ms", "silent", "negative", "pending", "pending_interval_ms", "repeat", "busy",
          "busy_interval_ms", "busy_reason", "lost", "wrong_id", "stray", "duplicate", "fragment",
-         "garbage", "seal", "for_requests"});
+         "garbage", "seal", "foreign_entries", "for_requests"});
     Behaviour result;
     result.delay_ms = object.Number("delay_ms", 0, kMaxMs);
     result.silent = object.Flag("silent");
@@ -41,6 +43,7 @@ Behaviour ReadBehaviour(const Json& value, const std::string& path) {
     result.fragment = object.Number("fragment", kFragmentHeaderSize + 1, kMaxPacketSize);
     result.garbage = object.Number("garbage", 0, kMaxCount);
     result.seal = object.Flag("seal");
+    result.foreign_entries = object.Number("foreign_entries", 0, kMaxForeignEntries);
     result.for_requests = object.Number("for_requests", 1, kMaxCount);
     return result;
 }
@@ -244,10 +247,11 @@ DongleSetup ReadDocument(const Json& document) {
     if (const Json* dongle = object.Find("dongle")) ReadDongle(*dongle, "dongle", &setup);
     if (const Json* raw = object.Find("raw")) setup.raw = ReadRawSetup(*raw, "raw");
     std::set<std::string> names;
-    object.ForEach("control_units", [&](const Json& unit, const std::string& path) {
-        setup.control_units.push_back(ReadControlUnit(unit, path));
-        const std::string& name = setup.control_units.back().name;
-        if (!names.insert(name).second) {
+    object.ForEach("control_units", [&](const Json& entry, const std::string& at) {
+        for (const auto& [unit, path] : ExpandUnitSeries(entry, at)) {
+            setup.control_units.push_back(ReadControlUnit(unit, path));
+            const std::string& name = setup.control_units.back().name;
+            if (names.insert(name).second) continue;
             throw JsonError(path + ".name: \"" + name + "\" is the name of another control unit");
         }
     });
