@@ -1,0 +1,68 @@
+#include "options/command_set.h"
+
+#include <utility>
+
+namespace dpdu {
+
+const char kExitCodes[] = R"(
+
+Exit codes:
+  0  everything went well
+  1  the library, the module or the vehicle reported a failure, or a control unit
+     did not answer positively
+  2  the command line makes no sense)";
+
+CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
+
+CLI::App* CommandSet::Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent) {
+    CLI::App* command = (parent ? parent : root_)->add_subcommand(texts.name, texts.description);
+    command->footer(std::string(texts.examples) + kExitCodes);
+    command->callback([this, prepare = std::move(prepare)] { prepare_ = prepare; });
+    AddCommonOptions(command, &common_);
+    return command;
+}
+
+CLI::App* CommandSet::AddGroup(const CommandTexts& texts) {
+    CLI::App* group = root_->add_subcommand(texts.name, texts.description);
+    group->require_subcommand(1);
+    group->footer(std::string(texts.examples) + kExitCodes);
+    return group;
+}
+
+void AddCommonOptions(CLI::App* command, CommonOptions* common) {
+    const std::string group = "Common options";
+    command
+        ->add_option("--library", common->library,
+                     "D-PDU library to load (default: DPDU_LIBRARY, else Tarvik's beside dpdu)")
+        ->type_name("PATH")
+        ->group(group);
+    command
+        ->add_option("--library-options", common->option_string,
+                     "option string handed to the library")
+        ->type_name("TEXT")
+        ->group(group);
+    command
+        ->add_option("--module", common->module,
+                     "use the module whose name or interface contains this text")
+        ->type_name("TEXT")
+        ->group(group);
+    command
+        ->add_option("--wait", common->wait_seconds, "how long to look for a module (default: 3)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, static_cast<double>(kLargestSeconds)))
+        ->group(group);
+    command->add_flag("--json", common->as_json, "print one JSON document")->group(group);
+    command
+        ->add_flag("--verbose", common->is_verbose,
+                   "show what the library itself prints, on standard error")
+        ->group(group);
+}
+
+CLI::Option* AddRepeatable(CLI::App* command, const std::string& name,
+                           std::vector<std::string>* values, const std::string& description) {
+    return command->add_option(name, *values, description + ", repeatable")
+        ->take_all()
+        ->allow_extra_args(false);
+}
+
+}  // namespace dpdu

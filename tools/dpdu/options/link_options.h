@@ -1,0 +1,46 @@
+// The options by which a user describes a link and its control units, and the texts behind them.
+
+#ifndef TOOLS_DPDU_OPTIONS_LINK_OPTIONS_H
+#define TOOLS_DPDU_OPTIONS_LINK_OPTIONS_H
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "options/command_set.h"
+
+namespace dpdu {
+
+// What the user typed; the options write into it.
+struct LinkTexts {
+    LinkOptions link;
+    std::vector<std::string> params;
+    std::uint32_t p2_star_ms = 0;         // 0: not given
+    std::uint32_t tester_present_ms = 0;  // likewise
+    std::uint32_t timeout_seconds = 60;
+};
+
+void AddProtocolOptions(CLI::App* command, LinkOptions* link);
+// Timing, ComParams and protocol: of every command that sends requests.
+void AddTimingOptions(CLI::App* command, LinkTexts* texts);
+void AddParamOption(CLI::App* command, std::vector<std::string>* params);
+void AddEcuOption(CLI::App* command, std::vector<std::string>* ecus);
+
+// All of these throw UsageError for what makes no sense.
+LinkOptions ParseLink(const LinkTexts& texts);
+std::vector<std::pair<std::string, std::string>> ParseAssignments(
+    const std::vector<std::string>& texts);
+// The default control unit when there are no texts.
+std::vector<EcuAddress> ParseEcus(const std::vector<std::string>& texts);
+std::uint32_t RequireCanId(const std::string& text);
+// `what` names the bytes in the message: "the request".
+Bytes ParseBytes(const std::string& text, const std::string& what);
+// The same for bytes that the shell has split into words.
+Bytes ParseWords(const std::vector<std::string>& words, const std::string& what);
+
+// The answers to a functional request are told apart by their identifiers alone.
+void RefuseEqualResponseIds(const std::vector<EcuAddress>& ecus);
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_OPTIONS_LINK_OPTIONS_H

@@ -1,0 +1,160 @@
+#include <memory>
+#include <optional>
+
+#include "failure.h"
+#include "options/command_set.h"
+#include "options/link_options.h"
+
+namespace dpdu {
+namespace {
+
+constexpr char kRequestFooter[] = R"(
+A single control unit's answer is printed as bare hexadecimal bytes. Several control
+units are asked one after the other or, with --functional, all at once; each has a row.
+
+Without --expect, the positive and the negative response to the request's service are
+expected. A pattern may be followed by a slash and a mask of the same length that tells
+which bits count (default: all). Responses that match nothing are not delivered.
+
+--p2 sets CP_P2Max, which is in microseconds, to that many milliseconds. How long the
+library waits is its own affair; Tarvik's waits for half of it, plus half a second.
+
+Examples:
+  dpdu request 22F190
+  dpdu request 22 F1 87 --ecu 7E1:7E9
+  dpdu request 22F190 --ecu 7E0:7E8 --ecu 7E1:7E9
+  dpdu request 22F190 --functional 7DF --ecu 7E0:7E8 --ecu 7E1:7E9 --ecu 7E2:7EA
+  dpdu request 1003 --ecu 18DA10F1:18DAF110 --p2 2000
+  dpdu request 22F190 --expect 62F190 --expect-negative 7F22/FFFF
+  dpdu request 2EF15A01 --param CP_P2Star=10000000 --timeout 120)";
+
+constexpr char kVinFooter[] = R"(
+Examples:
+  dpdu vin
+  dpdu vin --ecu 7E0:7E8 --ecu 7E1:7E9 --json)";
+
+constexpr char kDtcFooter[] = R"(
+Each trouble code is shown with its failure type (P0301-00), its status byte and the
+names of the bits set in it.
+
+Examples:
+  dpdu dtc
+  dpdu dtc --ecu 7E0:7E8 --ecu 7E1:7E9
+  dpdu dtc --mask 08 --json           confirmed trouble codes only)";
+
+ExpectedResponse ParseExpected(const std::string& text, bool is_negative) {
+    const std::size_t slash = text.find('/');
+    ExpectedResponse expected;
+    expected.is_negative = is_negative;
+    expected.pattern = ParseBytes(text.substr(0, slash), "the expected response");
+    expected.mask = slash == std::string::npos ? Bytes(expected.pattern.size(), 0xFF)
+                                               : ParseBytes(text.substr(slash + 1), "the mask");
+    if (expected.mask.size() != expected.pattern.size()) {
+        throw UsageError("in '" + text + "' mask and pattern have different lengths");
+    }
+    return expected;
+}
+
+struct RequestTexts {
+    std::vector<std::string> request_words;
+    std::vector<std::string> ecus;
+    std::string functional;
+    std::vector<std::string> expect;
+    std::vector<std::string> expect_negative;
+    LinkTexts link;
+};
+
+RequestOptions ParseRequest(const RequestTexts& texts) {
+    RequestOptions options;
+    options.request = ParseWords(texts.request_words, "the request");
+    options.ecus = ParseEcus(texts.ecus);
+    for (const std::string& text : texts.expect) {
+        options.expected.push_back(ParseExpected(text, false));
+    }
+    for (const std::string& text : texts.expect_negative) {
+        options.expected.push_back(ParseExpected(text, true));
+    }
+    options.link = ParseLink(texts.link);
+    if (!texts.functional.empty()) {
+        options.functional_id = RequireCanId(texts.functional);
+        RefuseEqualResponseIds(options.ecus);
+    }
+    return options;
+}
+
+void AddRequest(CommandSet* commands) {
+    const auto texts = std::make_shared<RequestTexts>();
+    CLI::App* command = commands->Add(
+        {"request", "send a UDS request and show the answers", kRequestFooter},
+        [texts](auto common) {
+            const RequestOptions options = ParseRequest(*texts);
+            return [=](Output* output) { return RunRequest(common, options, output); };
+        });
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal")->required();
+    command
+        ->add_option("--functional", texts->functional,
+                     "ask all control units at once on this CAN identifier")
+        ->type_name("ID");
+    AddRepeatable(command, "--expect", &texts->expect, "expected positive response")
+        ->type_name("PATTERN[/MASK]");
+    AddRepeatable(command, "--expect-negative", &texts->expect_negative,
+                  "expected negative response")
+        ->type_name("PATTERN[/MASK]");
+    AddEcuOption(command, &texts->ecus);
+    AddTimingOptions(command, &texts->link);
+}
+
+struct VinTexts {
+    std::vector<std::string> ecus;
+    LinkTexts link;
+};
+
+void AddVin(CommandSet* commands) {
+    const auto texts = std::make_shared<VinTexts>();
+    CLI::App* command = commands->Add(
+        {"vin", "read the vehicle identification number", kVinFooter}, [texts](auto common) {
+            const VinOptions options{ParseEcus(texts->ecus), ParseLink(texts->link)};
+            return [=](Output* output) { return RunVin(common, options, output); };
+        });
+    AddEcuOption(command, &texts->ecus);
+    AddTimingOptions(command, &texts->link);
+}
+
+struct DtcTexts {
+    std::vector<std::string> ecus;
+    std::string status_mask = "FF";
+    LinkTexts link;
+};
+
+DtcOptions ParseDtc(const DtcTexts& texts) {
+    const std::optional<std::uint32_t> mask = ParseHexNumber(texts.status_mask);
+    if (!mask || *mask > 0xFF) {
+        throw UsageError("'" + texts.status_mask + "' is not a status mask such as 08");
+    }
+    return {ParseEcus(texts.ecus), static_cast<std::uint8_t>(*mask), ParseLink(texts.link)};
+}
+
+void AddDtc(CommandSet* commands) {
+    const auto texts = std::make_shared<DtcTexts>();
+    CLI::App* command =
+        commands->Add({"dtc", "read the trouble codes", kDtcFooter}, [texts](auto common) {
+            const DtcOptions options = ParseDtc(*texts);
+            return [=](Output* output) { return RunDtc(common, options, output); };
+        });
+    command
+        ->add_option("--mask", texts->status_mask,
+                     "status bits of the trouble codes to read (default: FF)")
+        ->type_name("HEX");
+    AddEcuOption(command, &texts->ecus);
+    AddTimingOptions(command, &texts->link);
+}
+
+}  // namespace
+
+void AddRequestCommands(CommandSet* commands) {
+    AddRequest(commands);
+    AddVin(commands);
+    AddDtc(commands);
+}
+
+}  // namespace dpdu
