@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -19,22 +20,29 @@ constexpr std::uint64_t kDestructEveryMs = 1000;
 constexpr std::int32_t kMaxLiveLinks = 24;
 constexpr std::size_t kMaxKeptItems = 50;
 
+// The first byte of a link's creation flag.
+constexpr UNUM8 kRawMode = 0x80;
+constexpr UNUM8 kAddChecksum = 0x40;
+
 std::mutex leftovers_lock;
 std::vector<PDU_ITEM*> leftovers;
 std::atomic<std::uint64_t> results_taken{0};
 
-void GiveBack(PDU_ITEM* item) {
-    if (item == nullptr) return;
-    if (item->ItemType == PDU_IT_RESULT) results_taken.fetch_add(1);
-    if (Pdu().PDUDestroyItem(item) == PDU_STATUS_NOERROR) return;
+void CountResult(const PDU_ITEM& item) {
+    if (item.ItemType == PDU_IT_RESULT) results_taken.fetch_add(1);
+}
+
+void KeepForTheEnd(PDU_ITEM* item) {
     const std::lock_guard hold(leftovers_lock);
     leftovers.push_back(item);
 }
 
 void PDU_CALL DrainInCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*) {
-    PDU_EVENT_ITEM* item = nullptr;
-    while (Pdu().PDUGetEventItem(hMod, hCLL, &item) == PDU_STATUS_NOERROR) {
-        GiveBack(reinterpret_cast<PDU_ITEM*>(item));
+    PDU_EVENT_ITEM* event = nullptr;
+    while (Pdu().PDUGetEventItem(hMod, hCLL, &event) == PDU_STATUS_NOERROR) {
+        auto* item = reinterpret_cast<PDU_ITEM*>(event);
+        CountResult(*item);
+        if (Pdu().PDUDestroyItem(item) != PDU_STATUS_NOERROR) KeepForTheEnd(item);
     }
 }
 
@@ -45,10 +53,18 @@ void PDU_CALL AskInCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, voi
 
 }  // namespace
 
+const char* FunctionName(std::size_t function) {
+#define CONFORMANCE_NAME(name) #name,
+    static constexpr const char* kNames[] = {CONFORMANCE_FUNCTIONS(CONFORMANCE_NAME)};
+#undef CONFORMANCE_NAME
+    static_assert(std::size(kNames) == kFunctionCount);
+    return kNames[function];
+}
+
 const RandomCaller::WeightedAction RandomCaller::kActions[] = {
     {10, &RandomCaller::Construct},
     {10, &RandomCaller::Destruct},
-    {1, &RandomCaller::Scan},
+    {2, &RandomCaller::Scan},
     {5, &RandomCaller::ModuleConnect},
     {5, &RandomCaller::ModuleDisconnect},
     {20, &RandomCaller::CreateLink},
@@ -91,7 +107,6 @@ RandomCaller::Action RandomCaller::ChooseAction() {
 void RandomCaller::RunUntil(std::uint64_t end_ms) {
     while (TickMs() < end_ms) {
         (this->*ChooseAction())();
-        board_->calls.fetch_add(1);
         // An application does other things as well.
         std::this_thread::sleep_for(std::chrono::microseconds(Below(200)));
     }
@@ -115,16 +130,26 @@ std::uint64_t RandomCaller::ResultsTaken() { return results_taken.load(); }
 // ---- arguments
 
 UNUM32 RandomCaller::Module() {
-    static constexpr UNUM32 kOthers[] = {1, 255, 256, 0x80000000, PDU_HANDLE_UNDEF};
-    return OneIn(10) ? kOthers[Below(5)] : 0;
+    static constexpr UNUM32 kOthers[] = {2, 255, 256, 0x80000000, PDU_HANDLE_UNDEF};
+    return OneIn(10) ? kOthers[Below(5)] : Below(2);  // there are two dongles
 }
 
-UNUM32 RandomCaller::Link() {
+UNUM32 RandomCaller::UnknownLink() {
     static constexpr UNUM32 kOthers[] = {0, 1, 1000, 0xFFFFFFFE, PDU_HANDLE_UNDEF};
-    return OneIn(10) ? kOthers[Below(5)] : board_->newest_link.load() - Below(12);
+    return kOthers[Below(5)];
+}
+
+Handles RandomCaller::AnyLink() {
+    if (OneIn(10)) return {Module(), UnknownLink()};
+    return board_->links.Any(Below(LinkBoard::kKept));
 }
 
 UNUM32 RandomCaller::Param() { return Below(232); }  // 1 to 228 are known
+
+void RandomCaller::GiveBack(PDU_ITEM* item) {
+    CountResult(*item);
+    if (Call(&Functions::PDUDestroyItem, item) != PDU_STATUS_NOERROR) KeepForTheEnd(item);
+}
 
 void RandomCaller::KeepOrGiveBack(PDU_ITEM* item) {
     if (item == nullptr) return;
@@ -137,14 +162,11 @@ void RandomCaller::KeepOrGiveBack(PDU_ITEM* item) {
 
 // ---- actions
 
-void RandomCaller::Construct() {
-    if (Pdu().PDUConstruct(nullptr, this) == PDU_STATUS_NOERROR) board_->constructs.fetch_add(1);
-}
+void RandomCaller::Construct() { Call(&Functions::PDUConstruct, nullptr, this); }
 
 void RandomCaller::Destruct() {
     if (TickMs() < board_->next_destruct_ms.load()) return;
-    if (Pdu().PDUDestruct() == PDU_STATUS_NOERROR) {
-        board_->destructs.fetch_add(1);
+    if (Call(&Functions::PDUDestruct) == PDU_STATUS_NOERROR) {
         board_->live_links.store(0);
     }
     board_->next_destruct_ms.store(TickMs() + kDestructEveryMs);
@@ -152,59 +174,73 @@ void RandomCaller::Destruct() {
 
 void RandomCaller::Scan() {
     PDU_MODULE_ITEM* modules = nullptr;
-    if (Pdu().PDUGetModuleIds(&modules) != PDU_STATUS_NOERROR) return;
-    if (modules->NumEntries > 0) board_->scans.fetch_add(1);
+    if (Call(&Functions::PDUGetModuleIds, &modules) != PDU_STATUS_NOERROR) return;
+    board_->modules_found.fetch_add(modules->NumEntries);
     KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(modules));
 }
 
-void RandomCaller::ModuleConnect() { Pdu().PDUModuleConnect(Module()); }
-void RandomCaller::ModuleDisconnect() { Pdu().PDUModuleDisconnect(Module()); }
+void RandomCaller::ModuleConnect() { Call(&Functions::PDUModuleConnect, Module()); }
+void RandomCaller::ModuleDisconnect() { Call(&Functions::PDUModuleDisconnect, Module()); }
 
 void RandomCaller::CreateLink() {
     if (board_->live_links.load() >= kMaxLiveLinks) return;
     PDU_RSC_DATA resource = {4000, 3000, 0, nullptr};
+    UNUM8 bytes[4] = {static_cast<UNUM8>(OneIn(4) ? kRawMode : kAddChecksum), 0, 0, 0};
+    PDU_FLAG_DATA flag = {OneIn(4) ? 0 : UNUM32{sizeof bytes}, bytes};
+    const UNUM32 hMod = Module();
     UNUM32 hCLL = 0;
-    if (Pdu().PDUCreateComLogicalLink(Module(), OneIn(4) ? nullptr : &resource, 2001, nullptr,
-                                      &hCLL, nullptr) != PDU_STATUS_NOERROR) {
+    if (Call(&Functions::PDUCreateComLogicalLink, hMod, OneIn(4) ? nullptr : &resource, 2001u, this,
+             &hCLL, OneIn(4) ? nullptr : &flag) != PDU_STATUS_NOERROR) {
         return;
     }
-    board_->newest_link.store(hCLL);
+    board_->links.Add({hMod, hCLL});
     board_->live_links.fetch_add(1);
-    board_->links.fetch_add(1);
 }
 
 void RandomCaller::DestroyLink() {
-    if (Pdu().PDUDestroyComLogicalLink(Module(), Link()) == PDU_STATUS_NOERROR) {
+    const Handles at = AnyLink();
+    if (Call(&Functions::PDUDestroyComLogicalLink, at.hMod, at.hCLL) == PDU_STATUS_NOERROR) {
         board_->live_links.fetch_sub(1);
     }
 }
 
-void RandomCaller::Connect() { Pdu().PDUConnect(Module(), Link()); }
-void RandomCaller::Disconnect() { Pdu().PDUDisconnect(Module(), Link()); }
+void RandomCaller::Connect() {
+    const Handles at = AnyLink();
+    Call(&Functions::PDUConnect, at.hMod, at.hCLL);
+}
+
+void RandomCaller::Disconnect() {
+    const Handles at = AnyLink();
+    Call(&Functions::PDUDisconnect, at.hMod, at.hCLL);
+}
 
 void RandomCaller::Start() {
     static constexpr UNUM32 kOthers[] = {PDU_COPT_STARTCOMM,   PDU_COPT_STOPCOMM,
                                          PDU_COPT_UPDATEPARAM, PDU_COPT_RESTORE_PARAM,
                                          PDU_COPT_DELAY,       0};
+    const Handles at = AnyLink();
     const UNUM32 type = OneIn(4) ? kOthers[Below(6)] : PDU_COPT_SENDRECV;
     ControlData control(OneIn(4) ? PositiveRead() : AnyResponse());
     std::vector<UNUM8> data = OneIn(8) ? std::vector<UNUM8>(Below(300) + 1, 0x22) : ReadVin();
+    if (type == PDU_COPT_STARTCOMM) data = {0, 0, 7, 0xE0, 2, 0x3E, 0};  // on a raw link a frame
     UNUM32 hCoP = 0;
-    if (Pdu().PDUStartComPrimitive(Module(), Link(), type, static_cast<UNUM32>(data.size()),
-                                   data.data(), OneIn(20) ? nullptr : control.Data(), this,
-                                   &hCoP) == PDU_STATUS_NOERROR) {
+    if (Call(&Functions::PDUStartComPrimitive, at.hMod, at.hCLL, type,
+             static_cast<UNUM32>(data.size()), data.data(), OneIn(20) ? nullptr : control.Data(),
+             this, &hCoP) == PDU_STATUS_NOERROR) {
         board_->newest_cop.store(hCoP);
-        board_->com_primitives.fetch_add(1);
     }
 }
 
 void RandomCaller::Cancel() {
-    Pdu().PDUCancelComPrimitive(Module(), Link(), board_->newest_cop.load() - Below(20));
+    const Handles at = AnyLink();
+    Call(&Functions::PDUCancelComPrimitive, at.hMod, at.hCLL,
+         board_->newest_cop.load() - Below(20));
 }
 
 void RandomCaller::TakeEvent() {
+    const Handles at = AnyLink();
     PDU_EVENT_ITEM* item = nullptr;
-    if (Pdu().PDUGetEventItem(Module(), Link(), &item) != PDU_STATUS_NOERROR) return;
+    if (Call(&Functions::PDUGetEventItem, at.hMod, at.hCLL, &item) != PDU_STATUS_NOERROR) return;
     KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(item));
 }
 
@@ -216,19 +252,22 @@ void RandomCaller::DestroyItem() {
 }
 
 void RandomCaller::RegisterCallback() {
+    const Handles at = AnyLink();
     static constexpr CALLBACKFNC kCallbacks[] = {nullptr, DrainInCallback, AskInCallback};
-    Pdu().PDURegisterEventCallback(Module(), Link(), kCallbacks[Below(3)]);
+    Call(&Functions::PDURegisterEventCallback, at.hMod, at.hCLL, kCallbacks[Below(3)]);
 }
 
 // What the pointers lead to changes under other threads' hands, so nobody follows them.
 void RandomCaller::GetParam() {
+    const Handles at = AnyLink();
     PDU_PARAM_ITEM* item = nullptr;
-    Pdu().PDUGetComParam(Module(), Link(), Param(), &item);
+    Call(&Functions::PDUGetComParam, at.hMod, at.hCLL, Param(), &item);
     if (item != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(item));
 }
 
 // Mostly what lets requests succeed.
 void RandomCaller::SetNumberParam() {
+    const Handles at = AnyLink();
     static const struct {
         UNUM32 id;
         UNUM32 values[4];
@@ -240,51 +279,58 @@ void RandomCaller::SetNumberParam() {
     const auto& number = kNumbers[Below(4)];
     UNUM32 value = number.values[Below(4)];
     PDU_PARAM_ITEM item = {PDU_IT_PARAM, number.id, PDU_PT_UNUM32, 0, &value};
-    Pdu().PDUSetComParam(Module(), Link(), &item);
+    Call(&Functions::PDUSetComParam, at.hMod, at.hCLL, &item);
 }
 
 void RandomCaller::SetBytesParam() {
+    const Handles at = AnyLink();
     static const UNUM32 kMessage = ParamId("CP_TesterPresentMessage");
     UNUM8 bytes[40] = {0x3E, 0x80};
     const UNUM32 length = Below(sizeof bytes);
     PDU_PARAM_BYTEFIELD_DATA field = {length, length, bytes};
     PDU_PARAM_ITEM item = {PDU_IT_PARAM, kMessage, PDU_PT_BYTEFIELD, 0, &field};
-    Pdu().PDUSetComParam(Module(), Link(), &item);
+    Call(&Functions::PDUSetComParam, at.hMod, at.hCLL, &item);
 }
 
 void RandomCaller::GetTable() {
+    const Handles at = AnyLink();
     PDU_UNIQUE_RESP_ID_TABLE_ITEM* table = nullptr;
-    Pdu().PDUGetUniqueRespIdTable(Module(), Link(), &table);
+    Call(&Functions::PDUGetUniqueRespIdTable, at.hMod, at.hCLL, &table);
     if (table != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(table));
 }
 
 void RandomCaller::SetTable() {
+    const Handles at = AnyLink();
     UniqueTable table;
     if (!OneIn(5)) table.ControlUnit(1, kEngineRequest, kEngineResponse);
     if (OneIn(3)) table.ControlUnit(2, kGearboxRequest, kGearboxResponse);
-    Pdu().PDUSetUniqueRespIdTable(Module(), Link(), table.Item());
+    Call(&Functions::PDUSetUniqueRespIdTable, at.hMod, at.hCLL, table.Item());
 }
 
+// Never of a ComPrimitive that there may be: that keeps a lock, see PolledComPrimitive.
 void RandomCaller::GetStatus() {
+    const Handles at = AnyLink();
+    const UNUM32 hCoP = OneIn(4) ? 0x80000000 + Below(100) : PDU_HANDLE_UNDEF;
     UNUM32 status = 0;
     UNUM32 timestamp = 0;
-    Pdu().PDUGetStatus(Module(), Link(), PDU_HANDLE_UNDEF, &status, &timestamp, nullptr);
+    Call(&Functions::PDUGetStatus, at.hMod, OneIn(3) ? PDU_HANDLE_UNDEF : at.hCLL, hCoP, &status,
+         &timestamp, nullptr);
 }
 
 void RandomCaller::GetVersion() {
     PDU_VERSION_DATA version{};
-    Pdu().PDUGetVersion(Module(), &version);
+    Call(&Functions::PDUGetVersion, Module(), &version);
 }
 
 void RandomCaller::GetTimestamp() {
     UNUM32 timestamp = 0;
-    Pdu().PDUGetTimestamp(Module(), OneIn(4) ? nullptr : &timestamp);
+    Call(&Functions::PDUGetTimestamp, Module(), OneIn(4) ? nullptr : &timestamp);
 }
 
 void RandomCaller::GetResources() {
     PDU_RSC_DATA resource = {Below(2) + 4000, Below(2) + 3000, 0, nullptr};
     PDU_RSC_ID_ITEM* resources = nullptr;
-    Pdu().PDUGetResourceIds(Module(), &resource, &resources);
+    Call(&Functions::PDUGetResourceIds, Module(), &resource, &resources);
     if (resources != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(resources));
 }
 
@@ -292,28 +338,32 @@ void RandomCaller::GetObject() {
     char name[] = "CP_P2Max";
     if (OneIn(2)) name[3] = 'X';
     UNUM32 id = 0;
-    Pdu().PDUGetObjectId(PDU_OBJT_COMPARAM, name, &id);
+    Call(&Functions::PDUGetObjectId, PDU_OBJT_COMPARAM, name, &id);
 }
 
 void RandomCaller::IoCtl() {
+    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1000, 2000};
+    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
     PDU_DATA_ITEM* output = nullptr;
-    if (Pdu().PDUIoCtl(Module(), Link(), 4998 + Below(30), nullptr, &output) ==
-            PDU_STATUS_NOERROR &&
+    const Handles at = AnyLink();
+    if (Call(&Functions::PDUIoCtl, at.hMod, at.hCLL, 4998 + Below(30), OneIn(2) ? nullptr : &input,
+             &output) == PDU_STATUS_NOERROR &&
         output != nullptr) {
         KeepForGood(output);
     }
 }
 
 void RandomCaller::CallStubs() {
+    const Handles at = AnyLink();
     PDU_RSC_STATUS_ITEM status{};
     PDU_MODULE_ITEM modules{};
     PDU_RSC_CONFLICT_ITEM* conflicts = nullptr;
     T_PDU_ERR_EVT error = 0;
-    Pdu().PDUGetLastError(Module(), Link(), &error, nullptr, nullptr, nullptr);
-    Pdu().PDUGetResourceStatus(&status);
-    Pdu().PDUGetConflictingResources(2001, &modules, &conflicts);
-    Pdu().PDULockResource(Module(), Link(), 1);
-    Pdu().PDUUnlockResource(Module(), Link(), 1);
+    Call(&Functions::PDUGetLastError, at.hMod, at.hCLL, &error, nullptr, nullptr, nullptr);
+    Call(&Functions::PDUGetResourceStatus, &status);
+    Call(&Functions::PDUGetConflictingResources, 2001, &modules, &conflicts);
+    Call(&Functions::PDULockResource, at.hMod, at.hCLL, 1);
+    Call(&Functions::PDUUnlockResource, at.hMod, at.hCLL, 1);
 }
 
 }  // namespace conformance

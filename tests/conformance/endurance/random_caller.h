@@ -3,34 +3,65 @@
 // A thread of an application that calls the library's functions in no order at all, on handles that
 // may be valid, stale or nonsense.
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <random>
 #include <vector>
 
 #include "conformance/framework/library.h"
+#include "conformance/framework/system.h"
 
 namespace conformance {
 
+inline constexpr std::size_t kFunctionCount = sizeof(Functions) / sizeof(PDUConstruct_Fn);
+const char* FunctionName(std::size_t function);
+
+struct Handles {
+    UNUM32 hMod;
+    UNUM32 hCLL;
+};
+
+// The links that were created last.
+class LinkBoard {
+public:
+    static constexpr std::uint32_t kKept = 12;
+
+    void Add(Handles link) {
+        recent_[next_.fetch_add(1) % kKept].store(std::uint64_t{link.hMod} << 32 | link.hCLL);
+    }
+    Handles Any(std::uint32_t number) const {
+        const std::uint64_t link = recent_[number].load();
+        return {static_cast<UNUM32>(link >> 32), static_cast<UNUM32>(link & 0xFFFFFFFF)};
+    }
+
+private:
+    std::array<std::atomic<std::uint64_t>, kKept> recent_{};
+    std::atomic<std::uint32_t> next_{0};
+};
+
 // What the callers know of one another.
 struct CallerBoard {
-    std::atomic<UNUM32> newest_link{0};
+    LinkBoard links;
     std::atomic<UNUM32> newest_cop{0};
     std::atomic<std::int32_t> live_links{0};
     std::atomic<std::uint64_t> next_destruct_ms{0};
 
-    // Calls that answered PDU_STATUS_NOERROR.
-    std::atomic<std::uint64_t> constructs{0};
-    std::atomic<std::uint64_t> destructs{0};
-    std::atomic<std::uint64_t> scans{0};
-    std::atomic<std::uint64_t> links{0};
-    std::atomic<std::uint64_t> com_primitives{0};
-    std::atomic<std::uint64_t> calls{0};  // of all functions, with any answer
+    std::array<std::atomic<std::uint64_t>, kFunctionCount> calls{};
+    std::array<std::atomic<std::uint64_t>, kFunctionCount> successes{};
+    std::atomic<std::uint64_t> modules_found{0};
+};
+
+// What a caller is doing, for those who wonder whether it ever comes back.
+struct CurrentCall {
+    std::atomic<const char*> function{nullptr};  // null: none of the library's
+    std::atomic<std::uint64_t> since_ms{0};
 };
 
 class RandomCaller {
 public:
-    RandomCaller(CallerBoard* board, std::uint32_t seed) : board_(board), random_(seed) {}
+    RandomCaller(CallerBoard* board, CurrentCall* current, std::uint32_t seed)
+        : board_(board), current_(current), random_(seed) {}
 
     void RunUntil(std::uint64_t end_ms);
 
@@ -49,13 +80,29 @@ private:
     static const WeightedAction kActions[];
     Action ChooseAction();
 
+    template <typename Function, typename... Arguments>
+    auto Call(Function Functions::*member, Arguments... arguments) {
+        const Functions& all = Pdu();
+        const auto* first = reinterpret_cast<const Function*>(&all);  // they are all pointers
+        const auto index = static_cast<std::size_t>(&(all.*member) - first);
+        current_->since_ms.store(TickMs());
+        current_->function.store(FunctionName(index));
+        const auto status = (all.*member)(arguments...);
+        current_->function.store(nullptr);
+        board_->calls[index].fetch_add(1);
+        if (status == PDU_STATUS_NOERROR) board_->successes[index].fetch_add(1);
+        return status;
+    }
+
     std::uint32_t Below(std::uint32_t limit) {
         return static_cast<std::uint32_t>(random_() % limit);
     }
     bool OneIn(std::uint32_t count) { return Below(count) == 0; }
     UNUM32 Module();
-    UNUM32 Link();
+    UNUM32 UnknownLink();
+    Handles AnyLink();
     UNUM32 Param();
+    void GiveBack(PDU_ITEM* item);
     void KeepOrGiveBack(PDU_ITEM* item);
 
     void Construct();
@@ -86,6 +133,7 @@ private:
     void CallStubs();
 
     CallerBoard* board_;
+    CurrentCall* current_;
     std::mt19937 random_;
     std::vector<PDU_ITEM*> items_;
 };

@@ -1,13 +1,18 @@
+// All 29 functions under sixteen threads that call them in no order at all, while dongles come and
+// go. DPDU_STRESS_SECONDS and DPDU_STRESS_SEED set how long and which.
+
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <random>
 #include <thread>
 #include <vector>
 
+#include "conformance/endurance/call_watchdog.h"
 #include "conformance/endurance/random_caller.h"
+#include "conformance/endurance/restless_dongles.h"
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/rounds.h"
@@ -18,56 +23,80 @@ namespace conformance {
 namespace {
 
 constexpr std::uint32_t kThreads = 16;
+constexpr std::uint32_t kDongles = 2;
 constexpr std::uint64_t kFirstDestructMs = 1000;
-constexpr std::chrono::seconds kEndLimit{60};  // after their time is up
+// A PDUDestruct that waits for all the others may take 10 seconds; a busy machine adds to it.
+constexpr std::chrono::seconds kLongestCall{60};
+
+std::uint32_t NumberFrom(const char* variable, std::uint32_t otherwise) {
+    const char* text = std::getenv(variable);
+    return text == nullptr ? otherwise
+                           : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
+}
 
 class RandomCalls : public SerialDongle {
 protected:
+    void SetUp() override {
+        SerialDongle::SetUp();
+        simulator.Command("@1 replug");
+    }
     Settings FirstSettings() const override { return {.enableCopTrace = true, .useSerial = true}; }
+
+    void RunCallers(std::uint64_t for_ms, std::uint32_t seed) {
+        board_.next_destruct_ms.store(TickMs() + kFirstDestructMs);
+        std::vector<CurrentCall> calls(kThreads);
+        const CallWatchdog watchdog(calls, kLongestCall);
+        RestlessDongles dongles(kDongles, seed);
+        const std::uint64_t end_ms = TickMs() + for_ms;
+        std::vector<std::thread> threads;
+        for (std::uint32_t i = 0; i < kThreads; ++i) {
+            threads.emplace_back([this, i, end_ms, seed, &calls] {
+                RandomCaller(&board_, &calls[i], seed + i).RunUntil(end_ms);
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+        pulled_out_ = dongles.TimesPulledOut();
+    }
+
+    void PrintFigures() const {
+        std::uint64_t sum = 0;
+        for (std::size_t i = 0; i < kFunctionCount; ++i) {
+            sum += board_.calls[i];
+            std::printf("%-28s %8llu calls, %8llu successful\n", FunctionName(i),
+                        static_cast<unsigned long long>(board_.calls[i]),
+                        static_cast<unsigned long long>(board_.successes[i]));
+        }
+        std::printf(
+            "%llu calls, %llu results taken, %llu modules found, dongles pulled out %llu "
+            "times\n",
+            static_cast<unsigned long long>(sum),
+            static_cast<unsigned long long>(RandomCaller::ResultsTaken()),
+            static_cast<unsigned long long>(board_.modules_found),
+            static_cast<unsigned long long>(pulled_out_));
+    }
+
+    CallerBoard board_;
+    std::uint64_t pulled_out_ = 0;
 };
 
-// A thread that does not come back holds locks: nothing further in this process could end.
-void RunAllOrAbort(CallerBoard* board) {
-    const std::uint64_t end_ms = TickMs() + kRandomCallsMs;
-    board->next_destruct_ms.store(TickMs() + kFirstDestructMs);
-    std::vector<std::thread> threads;
-    std::vector<std::unique_ptr<Gate>> ends;
-    for (std::uint32_t i = 0; i < kThreads; ++i) {
-        Gate* end = ends.emplace_back(std::make_unique<Gate>()).get();
-        threads.emplace_back([board, i, end_ms, end] {
-            RandomCaller(board, i + 1).RunUntil(end_ms);
-            end->Open();
-        });
-    }
-    for (std::uint32_t i = 0; i < kThreads; ++i) {
-        if (!ends[i]->Wait(std::chrono::milliseconds(kRandomCallsMs) + kEndLimit)) {
-            std::fprintf(stderr, "thread %u of %u does not come back\n", i, kThreads);
-            std::abort();
-        }
-        threads[i].join();
-    }
-}
-
 TEST_F(RandomCalls, OfSixteenThreadsNeitherCrashNorBlockTheLibrary) {
-    CallerBoard board;
-    StdoutCapture console;
-    RunAllOrAbort(&board);
-    console.Text();
-    std::printf(
-        "%llu calls; successful: %llu constructs, %llu destructs, %llu scans, %llu links, "
-        "%llu ComPrimitives, %llu results taken\n",
-        static_cast<unsigned long long>(board.calls),
-        static_cast<unsigned long long>(board.constructs),
-        static_cast<unsigned long long>(board.destructs),
-        static_cast<unsigned long long>(board.scans), static_cast<unsigned long long>(board.links),
-        static_cast<unsigned long long>(board.com_primitives),
-        static_cast<unsigned long long>(RandomCaller::ResultsTaken()));
-    EXPECT_GT(board.constructs, 0u);
-    EXPECT_GT(board.destructs, 0u);
-    EXPECT_GT(board.scans, 0u);
-    EXPECT_GT(board.links, 0u);
-    EXPECT_GT(board.com_primitives, 0u);
+    const std::uint32_t seed = NumberFrom("DPDU_STRESS_SEED", std::random_device()());
+    const std::uint32_t for_ms = NumberFrom("DPDU_STRESS_SECONDS", kRandomCallsMs / 1000) * 1000;
+    std::printf("DPDU_STRESS_SEED=%u DPDU_STRESS_SECONDS=%u\n", seed, for_ms / 1000);
+    std::fflush(stdout);
+    {
+        StdoutCapture console;
+        RunCallers(for_ms, seed);
+    }
+    PrintFigures();
+    for (std::size_t i = 0; i < kFunctionCount; ++i) {
+        EXPECT_GT(board_.calls[i], 0u) << FunctionName(i);
+        EXPECT_GT(board_.successes[i], 0u) << FunctionName(i);
+    }
+    EXPECT_GT(board_.modules_found, 0u);
     EXPECT_GT(RandomCaller::ResultsTaken(), 0u);
+    EXPECT_GT(pulled_out_, 0u);
 
     Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
     Pdu().PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, nullptr);
