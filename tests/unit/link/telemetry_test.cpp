@@ -1,5 +1,7 @@
 #include "link/telemetry.h"
 
+#include <cstdlib>
+
 #include "link_support.h"
 
 namespace tarvik::test {
@@ -179,6 +181,159 @@ TEST(Telemetry, TopTaskTextStopsAtItsBuffer) {
             TopTasks("[{\"n\":\"" + first + "\",\"x\":9},{\"n\":\"second\",\"x\":1}]");
         EXPECT_EQ(text, first + tail + (left == 16 ? " | second x=1bp" : ""));
     }
+}
+
+// ---- hostile texts ------------------------------------------------------------------------------
+
+// Each number of the log line, in its order; the length of the packet comes last.
+std::vector<long long> Numbers(const std::string& line) {
+    std::vector<long long> numbers;
+    for (std::size_t at = line.find('='); at != std::string::npos; at = line.find('=', at + 1)) {
+        numbers.push_back(std::strtoll(line.c_str() + at + 1, nullptr, 10));
+    }
+    return numbers;
+}
+
+TEST(Telemetry, CutAnywhereItGivesUpWhatIsWhole) {
+    const std::string whole =
+        R"({"v":11,"u":22,"rt":33,"rhz":44,"cr":55,"ct":66,"can":77,"si":88,"mx":99,"ru":10,)"
+        R"("tasks":[{"n":"a\"],b","x":5,"r":6},[1,[2]],{"n":"c","x":7}]})";
+    const std::vector<long long> all = Numbers(Values(whole));
+    ASSERT_EQ(all.size(), 12u);
+    std::vector<long long> before(11, -1);
+    before[4] = 0;  // tasks
+    for (std::size_t length = 1; length <= whole.size(); ++length) {
+        SCOPED_TRACE(whole.substr(0, length));
+        const std::vector<long long> now = Numbers(Values(whole.substr(0, length)));
+        ASSERT_EQ(now.size(), 12u);
+        for (std::size_t i = 0; i < 11; ++i) {
+            // Missing, its first digits, or whole; once it is there it stays.
+            const bool is_part = now[i] == all[i] || now[i] == all[i] / 10 || i == 4;
+            EXPECT_TRUE(now[i] == before[i] || is_part) << "number " << i << ": " << now[i];
+            EXPECT_LE(now[4], all[4]);
+        }
+        before.assign(now.begin(), now.begin() + 11);
+    }
+    EXPECT_EQ(Numbers(Values(whole)), all);
+}
+
+std::string Repeated(const std::string& text, std::size_t times) {
+    std::string all;
+    for (std::size_t i = 0; i < times; ++i)
+        all += text;
+    return all;
+}
+
+TEST(Telemetry, DeepNestingIsWalkedAtAnyDepth) {
+    constexpr std::size_t kDepth = 100'000;
+    for (const std::string open : {"[", "{", "{\"a\":[", "[{"}) {
+        SCOPED_TRACE(open);
+        const std::string deep = Repeated(open, kDepth);
+        EXPECT_TRUE(Shows("{\"tasks\":[" + deep, " tasks=1 "));
+        EXPECT_TRUE(Shows("{\"v\":3,\"tasks\":[{}," + deep, " v=3 "));
+        EXPECT_TRUE(Shows(deep + "\"u\":4", " u_ms=4 "));
+    }
+    const std::string closed = Repeated("[", kDepth) + Repeated("]", kDepth);
+    EXPECT_TRUE(Shows("{\"tasks\":[" + closed + ",{}," + closed + "]}", " tasks=3 "));
+    const std::string objects = Repeated("{\"a\":", kDepth) + "1" + Repeated("}", kDepth);
+    EXPECT_EQ(TopTasks("[" + objects + ",{\"n\":\"b\",\"x\":1}]").find("b x=1bp"), 0u);
+}
+
+TEST(Telemetry, ClosingBracketsAloneNeitherEndNorUpsetAnything) {
+    EXPECT_TRUE(Shows(Repeated("]", 100'000) + "\"v\":5", " v=5 "));
+    EXPECT_TRUE(Shows("{\"tasks\":[" + Repeated("}", 100'000) + ",{}]", " tasks=2 "));
+    EXPECT_TRUE(Shows("{\"tasks\":[{]},{}]}", " tasks=2 "));
+}
+
+TEST(Telemetry, ManyTasksAreCounted) {
+    EXPECT_TRUE(Shows("{\"tasks\":[" + Repeated("{},", 100'000) + "{}]}", " tasks=100001 "));
+    EXPECT_TRUE(Shows("{\"tasks\":[" + Repeated(",", 100'000) + "1]}", " tasks=1 "));
+}
+
+TEST(Telemetry, NumbersOfAnyLengthAreHeldWithin64Bits) {
+    struct Row {
+        std::string number;
+        const char* shown;
+    };
+    const Row rows[] = {
+        {std::string(100'000, '9'), " v=9223372036854775807 "},
+        {"-" + std::string(100'000, '9'), " v=-9223372036854775808 "},
+        {std::string(100'000, '0') + "7", " v=7 "},
+        {"-0", " v=0 "},
+        {"1e999", " v=1 "},
+        {"0x7F", " v=0 "},
+        {"--1", " v=-1 "},
+        {"NaN", " v=-1 "},
+        {"Infinity", " v=-1 "},
+    };
+    for (const Row& row : rows) {
+        EXPECT_TRUE(Shows("{\"v\":" + row.number + "}", row.shown)) << row.number.substr(0, 20);
+    }
+}
+
+TEST(Telemetry, HugeNumbersOfTasksAreRankedAndShownWithoutWrapping) {
+    const std::string nines(100, '9');
+    EXPECT_EQ(TopTasks("[{\"n\":\"a\",\"x\":-" + nines + ",\"r\":-" + nines +
+                       "},{\"n\":\"b\",\"x\":" + nines + ",\"r\":-" + nines +
+                       "},{\"n\":\"c\",\"x\":1,\"r\":" + nines + "},{\"n\":\"d\",\"r\":0}]"),
+              "b x=9223372036854775807bp s=-1 st=-1 p=-1 | "
+              "c x=1bp s=-1 st=-1 p=-1 | d x=-1bp s=-1 st=-1 p=-1");
+}
+
+TEST(Telemetry, QuotesEscapesAndBracketsInsideNamesAreText) {
+    struct Row {
+        const char* name;  // as it stands in the text, and as it is shown
+    };
+    constexpr Row kRows[] = {{R"(say \"hi\")"}, {R"(back\\slash\\)"},  {R"(a\"},{\"x\":9)"},
+                             {R"(]}],[{)"},     {R"(comma, colon: )"}, {R"(\u0041\n\")"},
+                             {"caf\xC3\xA9"},   {"\x80\xFE\xFF"},      {"%s%n%99999d"}};
+    for (const Row& row : kRows) {
+        const std::string tasks = std::string("[{\"n\":\"") + row.name + "\",\"x\":1},{\"x\":0}]";
+        EXPECT_EQ(TopTasks(tasks), std::string(row.name) +
+                                       " x=1bp s=-1 st=-1 p=-1 |  x=0bp s=-1 "
+                                       "st=-1 p=-1");
+        EXPECT_TRUE(Shows("{\"tasks\":" + tasks + ",\"v\":8}", " tasks=2 ")) << row.name;
+        EXPECT_TRUE(Shows("{\"tasks\":" + tasks + ",\"v\":8}", " v=8 ")) << row.name;
+    }
+}
+
+TEST(Telemetry, KeysInsideEscapedQuotesAreNoKeys) {
+    EXPECT_TRUE(Shows(R"({"n":"\"v\":7","v":8})", " v=8 "));
+    EXPECT_TRUE(Shows(R"({"n":"\"tasks\":[1,2]"})", " tasks=0 "));
+}
+
+// The text is searched: what stands first counts, wherever that is.
+TEST(Telemetry, KeyOfATaskThatComesFirstIsTaken) {
+    EXPECT_TRUE(Shows(R"({"tasks":[{"v":5}],"v":1})", " v=5 "));
+}
+
+TEST(Telemetry, FirstOccurrenceThatIsNoNumberHidesALaterOne) {
+    EXPECT_TRUE(Shows(R"({"v":"x","v":3})", " v=-1 "));
+}
+
+TEST(Telemetry, NameThatIsNoTextOrDoesNotEndIsShownAsFarAsItGoes) {
+    EXPECT_EQ(TopTasks(R"([{"n":12,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
+    EXPECT_EQ(TopTasks(R"([{"n":null,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
+    EXPECT_EQ(TopTasks(R"([{"x":1,"n":"open}])"), "") << "the object does not end";
+}
+
+TEST(Telemetry, ZeroBytesInsideTheTextEndNothingButAName) {
+    EXPECT_TRUE(Shows(std::string("{\"v\":1,\0\"u\":2}", 15), " u_ms=2 "));
+    EXPECT_EQ(TopTasks(std::string("[{\"n\":\"a\0b\",\"x\":1}]", 19)), "a x=1bp s=-1 st=-1 p=-1");
+    EXPECT_TRUE(Shows(std::string(100, '\0'), " v=-1 "));
+}
+
+TEST(Telemetry, TextWithoutAnythingInItShowsEveryValueAsMissing) {
+    for (const std::string text :
+         {" ", "\"", "\"\"", "[", ":", ",", "\\", "tasks", "\"tasks\":["}) {
+        EXPECT_TRUE(Shows(text, "v=-1 u_ms=-1 rt=-1 rhz=-1 tasks=0 ")) << text;
+    }
+}
+
+TEST(Telemetry, ReportsLeaveNoMemoryBehind) {
+    const MemoryUse before = LiveMemory();
+    Report("{\"tasks\":[" + Repeated("[", 1000) + "{\"n\":\"" + std::string(1000, '"'));
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
 }
 
 TEST(Telemetry, IsShownInTheTrace) {
