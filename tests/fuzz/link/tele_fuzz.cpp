@@ -1,4 +1,4 @@
-// The text of a telemetry report, and the text as the trace writes it.
+// The text of a telemetry report: its values, its tasks, and the text as the trace writes it.
 
 #include "fuzz_support.h"
 #include "link/telemetry.h"
@@ -12,16 +12,33 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
+// Between two quotes of a line of JSON it stays one string: printable, with every quote escaped and
+// no escape left open.
+static void RequireInsideOfAString(const TraceWriter& text) {
+    bool escaping = false;
+    for (std::size_t i = 0; i < text.Length(); ++i) {
+        const char character = text.Data()[i];
+        Require(character >= 32 && character <= 126);
+        Require(escaping || character != '"');
+        escaping = !escaping && character == '\\';
+    }
+    Require(!escaping);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    constexpr std::size_t kLongestText = 4096;
     const PacketPtr packet = PacketFrom(kTypeTele, data, size);
     const MemoryUse before = LiveMemory();
     HandleTelemetryPacket(*packet);
     Require(LiveMemory().blocks == before.blocks);
 
-    char line[8192];
+    char line[2 * kLongestText];
     TraceWriter writer(line, sizeof line);
-    writer.Escaped("", reinterpret_cast<const char*>(packet->Bytes()) + 8, packet->length - 8,
-                   4096);
-    Require(writer.Length() <= 4096);
+    const bool is_whole =
+        writer.Escaped("", reinterpret_cast<const char*>(packet->Bytes()) + MIN_PKT_SIZE,
+                       packet->length - MIN_PKT_SIZE, kLongestText);
+    Require(writer.Length() <= kLongestText);
+    Require(is_whole || writer.Length() + 1 >= kLongestText);
+    RequireInsideOfAString(writer);
     return 0;
 }
