@@ -159,7 +159,8 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
         {"[]", "car: top level: expected an object, found an array"},
         {R"({"dongel": {}})", "car: dongel: unknown key, did you mean \"dongle\"?"},
         {R"({"vehicle": {}})",
-         "car: vehicle: unknown key, known keys: description dongle control_units raw"},
+         "car: vehicle: unknown key, known keys: description dongle control_units raw "
+         "telemetry device_log power"},
         {R"({"dongle": {"model": "five"}})",
          "car: dongle.model: expected a whole number from 0 to 4294967295, found the text "
          "\"five\""},

@@ -6,6 +6,7 @@
 
 #include "json_reader.h"
 #include "raw_commands.h"
+#include "timeline_file.h"
 #include "vehicle_file.h"
 #include "words.h"
 
@@ -187,7 +188,38 @@ CommandResult RunLog(Context* context) {
 }
 
 CommandResult RunTele(Context* context) {
+    if (context->rest.empty()) {
+        context->Target().Script().SendTelemetry();
+        return Ok();
+    }
     context->Target().SendPacket(MakePacket(type::kTele, TextBytes(context->rest)));
+    return Ok();
+}
+
+CommandResult RunTelemetry(Context* context) {
+    TelemetrySetup setup;
+    setup.period_ms = TakeNumber(&context->rest, "milliseconds");
+    if (!context->rest.empty()) {
+        const nlohmann::json json = ParseJson(std::string(context->rest), "telemetry");
+        setup.texts = ReadTelemetryTexts(json, "telemetry");
+    }
+    context->Target().Setup().timeline.telemetry = std::move(setup);
+    context->Target().Script().RestartTelemetry();
+    return Ok();
+}
+
+CommandResult RunPower(Context* context) {
+    Power power = context->Target().Script().CurrentPower();
+    if (!context->rest.empty()) power.battery_mv = TakeNumber(&context->rest, "millivolts");
+    if (!context->rest.empty()) power.ignition = TakeSwitch(&context->rest);
+    context->Target().Script().SetPower(power);
+    const Json state = {{"battery_mV", power.battery_mv}, {"ignition", power.ignition}};
+    return Ok(state.dump());
+}
+
+CommandResult RunTimeline(Context* context) {
+    if (TakeWord(&context->rest) != "restart") throw UsageError("expected restart");
+    context->Target().Script().Restart();
     return Ok();
 }
 
@@ -322,7 +354,11 @@ constexpr CommandRow kCommands[] = {
     {"reset", "", "everything as the vehicle file has it; the record stays", RunReset},
     {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
     {"log", "TEXT", "sends LOG with the text; \\n is a line feed", RunLog},
-    {"tele", "TEXT", "sends TELE with the text", RunTele},
+    {"tele", "[TEXT]", "sends TELE with the text, or the next one of the set-up", RunTele},
+    {"telemetry", "MS [JSON]", "sends TELE every MS from now on; 0 ends it", RunTelemetry},
+    {"power", "[MV [on|off]]", "battery and ignition: state, or values from now on", RunPower},
+    {"timeline", "restart", "device log, battery and ignition of the file, from their beginning",
+     RunTimeline},
     {"raw", "", "raw reception, frames sent and received with counts per id, as JSON", RunRaw},
     {"raw", "send ID [HEX]", "sends a frame, if the host listens: answers 1, otherwise 0", RunRaw},
     {"raw", "burst N ID", "sends N frames at once, numbered in their last four bytes", RunRaw},

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "packet_check.h"
+#include "telemetry.h"
 
 namespace brennix {
 
@@ -69,6 +70,10 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
                 [this](std::string text) {
                     record_->AddText(index_, Direction::kEvent, std::move(text));
                 }}),
+      timeline_(loop, &setup_.timeline,
+                {.send = [this](ByteSpan packet) { SendPacket(packet); },
+                 .power_changed = [this](const Power& power) { OnPowerChanged(power); },
+                 .own_telemetry = [this] { return OwnTelemetry(); }}),
       pty_(loop, {.received = [this](ByteSpan bytes) { cutter_.Feed(bytes, this); },
                   .host_left = [this] { OnHostLeft(); },
                   .cut =
@@ -79,6 +84,7 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
 void Dongle::PowerOn() {
     if (IsPowered()) return;
     pty_.Open();
+    powered_since_ = Clock::now();
     record_->AddText(index_, Direction::kEvent, "plugged in as " + pty_.SlavePath());
 }
 
@@ -92,6 +98,7 @@ void Dongle::PowerOff() {
     open_pings_.clear();
     vehicle_.SetTesterPresent(0);
     raw_.Reset();
+    timeline_.Stop();
     record_->AddText(index_, Direction::kEvent, "unplugged");
 }
 
@@ -100,6 +107,7 @@ void Dongle::OnHostLeft() {
     reassembler_.Reset();
     open_pings_.clear();
     raw_.Reset();
+    timeline_.Stop();
     std::string text = "port closed by the host";
     if (dropped != 0) text += " within a packet, " + std::to_string(dropped) + " bytes of it came";
     record_->AddText(index_, Direction::kEvent, std::move(text));
@@ -168,6 +176,24 @@ bool Dongle::IsIgnored(std::uint32_t type) {
 void Dongle::AnswerSync() {
     if (setup_.noise_before_sync != 0) SendRaw(MakeNoise(setup_.noise_before_sync));
     Transmit(MakePacket(type::kSync, {}));
+    timeline_.Start();
+}
+
+void Dongle::OnPowerChanged(const Power& power) {
+    vehicle_.SetPower(power);
+    raw_.SetIgnition(power.ignition);
+    record_->AddText(index_, Direction::kEvent,
+                     "battery " + std::to_string(power.battery_mv) + " mV, ignition " +
+                         (power.ignition ? "on" : "off"));
+}
+
+std::string Dongle::OwnTelemetry() const {
+    const auto uptime =
+        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - powered_since_);
+    return MakeTelemetry({.uptime_ms = static_cast<std::uint64_t>(uptime.count()),
+                          .requests_waiting = in_flight_.size(),
+                          .frames_sent = raw_.Sent(),
+                          .power = timeline_.CurrentPower()});
 }
 
 void Dongle::AnswerIdentify() { SendPacket(MakeLogin(setup_.identity)); }

@@ -17,6 +17,7 @@
 #include "request.h"
 #include "seal.h"
 #include "stream_cutter.h"
+#include "timeline.h"
 #include "vehicle.h"
 
 namespace brennix {
@@ -38,6 +39,7 @@ struct DongleSetup {
     std::map<std::uint32_t, std::uint32_t> ignore;  // type: how many packets stay unanswered
     std::vector<ControlUnitSetup> control_units;
     RawSetup raw;
+    TimelineSetup timeline;
 };
 
 class Dongle : private StreamCutter::Sink {
@@ -54,6 +56,7 @@ public:
     const DongleSetup& Setup() const { return setup_; }
     Vehicle& Car() { return vehicle_; }
     RawTraffic& Raw() { return raw_; }
+    Timeline& Script() { return timeline_; }
 
     // For the next `count` requests; queues behind what was said before.
     void QueueBehaviour(std::uint32_t count, const Behaviour& behaviour);
@@ -79,6 +82,8 @@ private:
 
     void Handle(ByteSpan packet);
     bool IsIgnored(std::uint32_t type);
+    void OnPowerChanged(const Power& power);
+    std::string OwnTelemetry() const;
     void AnswerSync();
     void AnswerIdentify();
     void HandleFragment(ByteSpan packet);
@@ -107,6 +112,7 @@ private:
     Seal* seal_;
     Vehicle vehicle_;
     RawTraffic raw_;
+    Timeline timeline_;
     Pty pty_;
     StreamCutter cutter_;
     Reassembler reassembler_;
@@ -114,6 +120,7 @@ private:
     std::multiset<std::uint32_t> in_flight_;  // request ids not answered yet
     std::deque<Bytes> open_pings_;            // payloads of PINGs that no REPL came to
     std::uint64_t power_cycle_ = 0;
+    Clock::time_point powered_since_;
     std::uint64_t violations_ = 0;
     std::string last_violation_;
     std::uint32_t noise_state_ = 0x2545F491;

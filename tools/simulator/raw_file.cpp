@@ -59,8 +59,8 @@ bool ReadReceptionMode(const JsonObject& object) {
 }  // namespace
 
 PeriodicFrame ReadPeriodicFrame(const Json& value, const std::string& path) {
-    const JsonObject object(value, path,
-                            {"name", "id", "data", "period_ms", "start_ms", "counter"});
+    const JsonObject object(
+        value, path, {"name", "id", "data", "period_ms", "start_ms", "counter", "permanent"});
     PeriodicFrame frame;
     object.Require("name", "the frame's name");
     frame.name = ReadName(object);
@@ -68,6 +68,7 @@ PeriodicFrame ReadPeriodicFrame(const Json& value, const std::string& path) {
     frame.data = ReadFrameData(object);
     frame.period_ms = object.Number("period_ms", 0, kMaxMs).value_or(frame.period_ms);
     frame.start_ms = object.Number("start_ms", 0, kMaxMs).value_or(0);
+    frame.permanent = object.Flag("permanent").value_or(false);
     frame.counter = object.Number("counter", 0, kMaxFrameBytes - 1);
     const auto has_counter = [&](const Bytes& bytes) { return *frame.counter < bytes.size(); };
     if (frame.counter && !std::all_of(frame.data.begin(), frame.data.end(), has_counter)) {

@@ -120,7 +120,7 @@ void RawTraffic::Later(std::uint32_t after_ms, std::function<void()> action) {
 void RawTraffic::SendPeriodic(std::size_t index) {
     const PeriodicFrame& frame = setup_->frames[index];
     Schedule& schedule = schedules_[index];
-    Send(frame.Make(schedule.number++));
+    if (ignition_ || frame.permanent) Send(frame.Make(schedule.number++));
     const Clock::time_point now = Clock::now();
     schedule.due = std::max(schedule.due + std::chrono::milliseconds(frame.period_ms), now);
     schedule.timer = loop_->After(std::chrono::ceil<std::chrono::milliseconds>(schedule.due - now),
@@ -156,14 +156,18 @@ void RawTraffic::OnFrame(RawFrame frame) {
         ++counted.count;
         counted.last = frame.data;
     }
+    if (ignition_) Answer(frame);
+    if (received_.size() == kKeptFrames) received_.pop_front();
+    received_.push_back({Clock::now(), std::move(frame)});
+}
+
+void RawTraffic::Answer(const RawFrame& frame) {
     for (const RawAnswer& answer : setup_->answers) {
         if (!answer.Matches(frame)) continue;
         for (const RawAnswer::Reply& reply : answer.replies)
             Later(reply.delay_ms, [this, reply = reply.frame] { Send(reply); });
-        break;
+        return;
     }
-    if (received_.size() == kKeptFrames) received_.pop_front();
-    received_.push_back({Clock::now(), std::move(frame)});
 }
 
 void RawTraffic::ClearReceived() {

@@ -34,6 +34,7 @@ struct PeriodicFrame {
     std::vector<Bytes> data;             // one after the other, then from the first again
     std::uint32_t period_ms = 100;       // 0: stopped
     std::uint32_t start_ms = 0;          // the first one, after reception was switched on
+    bool permanent = false;              // with the ignition off as well
     std::optional<std::size_t> counter;  // place of the byte that counts the frames
 
     RawFrame Make(std::uint64_t number) const;
@@ -89,6 +90,9 @@ public:
     void Reset();
     void Restart();
 
+    // With the ignition off only permanent frames are sent, and nobody answers.
+    void SetIgnition(bool on) { ignition_ = on; }
+
     bool IsListenedTo() const { return listeners_ != 0; }
     std::size_t Listeners() const { return listeners_; }
     // False: nobody listens, the frame is gone.
@@ -115,6 +119,7 @@ private:
     void Start();
     void Stop();
     void OnFrame(RawFrame frame);
+    void Answer(const RawFrame& frame);
     void SendPeriodic(std::size_t index);
     void ContinueBurst(std::uint32_t id, std::uint32_t next, std::uint32_t count);
     void Later(std::uint32_t after_ms, std::function<void()> action);
@@ -123,6 +128,7 @@ private:
     const RawSetup* setup_;
     Handlers handlers_;
     std::size_t listeners_ = 0;
+    bool ignition_ = true;
     std::vector<Schedule> schedules_;  // one a frame of the set-up while somebody listens
     std::uint64_t generation_ = 0;     // of the listening; actions of an older one do nothing
     std::uint64_t sent_ = 0;

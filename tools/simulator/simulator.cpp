@@ -49,6 +49,8 @@ void Simulator::Reset(std::size_t dongle) {
     port.dongle->Setup() = port.initial;
     port.dongle->ClearQueuedBehaviours();
     port.dongle->Raw().Restart();
+    port.dongle->Script().SetPower({});
+    port.dongle->Script().Restart();
     port.dongle->Port().SetPieces(0, std::chrono::milliseconds(0));
     for (const auto& unit : port.dongle->Car().Units())
         unit->Reset();

@@ -14,6 +14,10 @@ using Json = nlohmann::json;
 
 constexpr std::uint32_t kMaxUnits = 2048;
 
+// Keys that the single control units get from the series.
+constexpr std::initializer_list<const char*> kOwnKeys = {
+    "count", "name", "request", "request_step", "response", "response_step", "except"};
+
 struct Series {
     std::uint32_t count = 0;
     std::string name;
@@ -66,11 +70,14 @@ std::uint32_t RequireLastId(const JsonObject& object, const char* key, std::uint
 }
 
 Series ReadSeries(const Json& value, const std::string& path) {
-    const JsonObject object(value, path,
-                            {"count", "name", "request", "request_step", "response",
-                             "response_step", "functional", "sessions", "session_timeout_ms",
-                             "data", "trouble_codes", "answers", "behaviour", "except"});
     Series series;
+    series.common = value;
+    Json own = Json::object();
+    for (const char* key : kOwnKeys) {
+        if (value.contains(key)) own[key] = value[key];
+        series.common.erase(key);
+    }
+    const JsonObject object(own, path, kOwnKeys);
     series.count = object.Number("count", 1, kMaxUnits).value_or(1);
     object.Require("name", "the control units' name, which a number is put behind");
     series.name = ReadName(object);
@@ -83,9 +90,6 @@ Series ReadSeries(const Json& value, const std::string& path) {
     series.response = RequireLastId(object, "response", *object.HexNumber("response", kMaxCanId),
                                     series.response_step, series.count);
     ReadExceptions(object, &series);
-    series.common = value;
-    for (const char* key : {"count", "request_step", "response_step", "except"})
-        series.common.erase(key);
     return series;
 }
 

@@ -226,6 +226,13 @@ void Vehicle::SetTesterPresent(std::uint32_t period_ms) {
     tester_present_ms_ = period_ms;
 }
 
+void Vehicle::SetPower(const Power& power) {
+    power_ = power;
+    for (const auto& unit : units_) {
+        if (!unit->IsAwake(power_)) unit->FallAsleep();
+    }
+}
+
 ControlUnit* Vehicle::Find(const std::string& name) {
     for (const auto& unit : units_) {
         if (unit->Setup().name == name) return unit.get();
@@ -236,14 +243,13 @@ ControlUnit* Vehicle::Find(const std::string& name) {
 void Vehicle::Ask(std::uint32_t request_id, ByteSpan request, const Behaviour& dongle,
                   const Behaviour& special, std::vector<BusMessage>* messages) {
     last_behaviour_ = dongle;
+    last_behaviour_.Override(special);
     const auto found = listeners_.find(request_id);
-    if (found == listeners_.end()) {
-        last_behaviour_.Override(special);
-        return;
-    }
+    if (found == listeners_.end()) return;
     const Clock::time_point now = Clock::now();
     bool is_first = true;
     for (const Listener& listener : found->second) {
+        if (!listener.unit->IsAwake(power_)) continue;
         const bool kept_alive = tester_present_ms_ != 0 &&
                                 tester_present_ms_ <= listener.unit->Setup().session_timeout_ms;
         listener.unit->NoteRequest(now, kept_alive);

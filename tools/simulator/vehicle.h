@@ -10,6 +10,7 @@
 #include "behaviour.h"
 #include "byte_pattern.h"
 #include "event_loop.h"
+#include "timeline.h"
 #include "wire.h"
 
 namespace brennix {
@@ -47,6 +48,8 @@ struct ControlUnitSetup {
     std::map<std::uint16_t, DataItem> data;
     std::vector<TroubleCode> trouble_codes;
     std::vector<AnswerRow> rows;
+    bool permanent = false;  // answers with the ignition off as well
+    std::uint32_t min_battery_mv = 6000;
     Behaviour behaviour;
 };
 
@@ -67,6 +70,10 @@ public:
 
     const ControlUnitSetup& Setup() const { return setup_; }
     Behaviour& OwnBehaviour() { return setup_.behaviour; }
+    bool IsAwake(const Power& power) const {
+        return (power.ignition || setup_.permanent) && power.battery_mv >= setup_.min_battery_mv;
+    }
+    void FallAsleep() { session_ = 1; }
     std::uint8_t CurrentSession() const { return session_; }
     void SetData(std::uint16_t id, Bytes value) { setup_.data[id].value = std::move(value); }
     void Reset();  // as read from the file, default session
@@ -105,6 +112,8 @@ public:
 
     // The dongle's own tester present: keeps sessions alive while its period is short enough.
     void SetTesterPresent(std::uint32_t period_ms);
+    // Control units that are asleep answer nothing and wake up in the default session.
+    void SetPower(const Power& power);
     ControlUnit* Find(const std::string& name);
     const std::vector<std::unique_ptr<ControlUnit>>& Units() const { return units_; }
 
@@ -122,6 +131,7 @@ private:
 
     std::vector<std::unique_ptr<ControlUnit>> units_;
     std::unordered_map<std::uint32_t, std::vector<Listener>> listeners_;
+    Power power_;
     std::uint32_t tester_present_ms_ = 0;  // 0: off
     Behaviour last_behaviour_;
 };

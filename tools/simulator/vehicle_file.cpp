@@ -6,6 +6,7 @@
 
 #include "json_reader.h"
 #include "raw_file.h"
+#include "timeline_file.h"
 #include "unit_series.h"
 
 namespace brennix {
@@ -215,7 +216,7 @@ ControlUnitSetup ReadControlUnit(const Json& value, const std::string& path) {
     const JsonObject object(
         value, path,
         {"name", "request", "response", "functional", "sessions", "session_timeout_ms", "data",
-         "trouble_codes", "answers", "behaviour"});
+         "trouble_codes", "answers", "behaviour", "permanent", "min_battery_mV"});
     ControlUnitSetup unit;
     object.Require("name", "the control unit's name");
     unit.name = ReadName(object);
@@ -236,16 +237,22 @@ ControlUnitSetup ReadControlUnit(const Json& value, const std::string& path) {
     object.ForEach("answers", [&](const Json& row, const std::string& at) {
         unit.rows.push_back(ReadRow(row, at));
     });
+    unit.permanent = object.Flag("permanent").value_or(false);
+    unit.min_battery_mv =
+        object.Number("min_battery_mV", 0, kMaxCount).value_or(unit.min_battery_mv);
     unit.behaviour = ReadOptionalBehaviour(object);
     return unit;
 }
 
 DongleSetup ReadDocument(const Json& document) {
-    const JsonObject object(document, "", {"description", "dongle", "control_units", "raw"});
+    const JsonObject object(
+        document, "",
+        {"description", "dongle", "control_units", "raw", "telemetry", "device_log", "power"});
     object.Text("description", 4096);
     DongleSetup setup;
     if (const Json* dongle = object.Find("dongle")) ReadDongle(*dongle, "dongle", &setup);
     if (const Json* raw = object.Find("raw")) setup.raw = ReadRawSetup(*raw, "raw");
+    setup.timeline = ReadTimeline(object);
     std::set<std::string> names;
     object.ForEach("control_units", [&](const Json& entry, const std::string& at) {
         for (const auto& [unit, path] : ExpandUnitSeries(entry, at)) {
