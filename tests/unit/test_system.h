@@ -2,6 +2,7 @@
 
 // What tests need of the operating system beyond the library's own platform layer.
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,9 @@ public:
     virtual ~WriteProtection() = default;
 };
 std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path);
+
+// A stream, opened for reading, whose every read fails. `path` is a file to create for it.
+std::FILE* OpenUnreadable(const std::string& path);
 
 struct ChildResult {
     int exit_code;       // below 0: it was killed

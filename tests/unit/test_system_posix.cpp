@@ -24,6 +24,8 @@ void SetVariable(const char* name, const char* value) {
     }
 }
 
+std::FILE* OpenUnreadable(const std::string& path) { return std::fopen(path.c_str(), "wb"); }
+
 std::string CurrentThreadName() {
     char name[16] = {};
     ::pthread_getname_np(::pthread_self(), name, sizeof name);

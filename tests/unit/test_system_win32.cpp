@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
 #include <windows.h>
 
 #include <atomic>
@@ -11,6 +14,13 @@
 namespace tarvik::test {
 
 void SetVariable(const char* name, const char* value) { ::SetEnvironmentVariableA(name, value); }
+
+// A stream that is open for writing only would do on Windows, but under Wine its reads end the
+// file.
+std::FILE* OpenUnreadable(const std::string& path) {
+    const int file = ::_open(path.c_str(), _O_WRONLY | _O_CREAT | _O_BINARY, _S_IREAD | _S_IWRITE);
+    return ::_fdopen(file, "rb");
+}
 
 std::string CurrentThreadName() {
     using GetDescription = HRESULT(WINAPI*)(HANDLE, PWSTR*);

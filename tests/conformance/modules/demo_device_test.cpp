@@ -13,12 +13,15 @@ using DemoDevice = LoadedLibrary;
 TEST_F(DemoDevice, IsFoundAndIgnoredByItsModel) {
     Settings{.dummyDevice = true}.Store();
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
-    for (int scan = 0; scan < 2; ++scan) {
+    for (int seen = 0, scans = 0; seen < 2; ++scans) {
+        ASSERT_LT(scans, 20);
         const LogCapture log;
         StdoutCapture console;
         const auto modules = GetModuleIds();
         ASSERT_NE(modules, nullptr);
         EXPECT_EQ(modules->NumEntries, 0u);
+        if (!log.HasLike("*detected client*")) continue;  // a busy machine answered too late
+        ++seen;
         EXPECT_TRUE(
             log.HasLike("[add_client_cbr] add_client_cbr: detected client 'Demo Device, "
                         "nonfunctional' (MAC: 4D:41:43:41:44:44, Transport: 2)"));

@@ -12,6 +12,7 @@
 #include "platform/files.h"
 #include "platform/process.h"
 #include "platform/thread.h"
+#include "unit/test_system.h"
 
 namespace fs = std::filesystem;
 
@@ -163,8 +164,7 @@ bool WrappedUserDataFolder(char* path, std::size_t capacity) {
 std::FILE* WrappedOpenStream(const char* path, const char* mode) {
     if (*mode != 'r' || faulty_file != path) return RealOpenStream(path, mode);
     if (file_fault == FileFault::Kind::kOpen) return nullptr;
-    // A stream that is open for writing only refuses to be read.
-    return RealOpenStream((folders.temp + "unreadable").c_str(), "wb");
+    return OpenUnreadable(folders.temp + "unreadable");
 }
 
 void WrappedDebugOutput(const char* text) {
