@@ -32,6 +32,7 @@ public:
         app_.fallthrough();
         AddModuleCommands(&commands_);
         AddRequestCommands(&commands_);
+        AddTraceCommands(&commands_);
     }
 
     Invocation Parse(int count, const char* const* arguments) {

@@ -55,6 +55,11 @@ struct ComParamOptions {
     LinkOptions link;
 };
 
+struct TraceOptions {
+    std::vector<std::string> files;
+    std::uint32_t slowest = 10;  // summary: how many of the slowest requests
+};
+
 bool RunModules(const CommonOptions& common, Output* output);
 bool RunVersion(const CommonOptions& common, Output* output);
 bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
@@ -63,6 +68,7 @@ bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* outp
 bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
+bool RunTraceSummary(const TraceOptions& options, Output* output);
 
 // A library in use with the one module that the options choose.
 class ModuleSession {

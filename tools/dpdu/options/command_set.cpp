@@ -15,10 +15,15 @@ Exit codes:
 CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
 
 CLI::App* CommandSet::Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent) {
-    CLI::App* command = (parent ? parent : root_)->add_subcommand(texts.name, texts.description);
+    CLI::App* command = AddOffline(texts, std::move(prepare), parent ? parent : root_);
+    AddCommonOptions(command, &common_);
+    return command;
+}
+
+CLI::App* CommandSet::AddOffline(const CommandTexts& texts, Prepare prepare, CLI::App* parent) {
+    CLI::App* command = parent->add_subcommand(texts.name, texts.description);
     command->footer(std::string(texts.examples) + kExitCodes);
     command->callback([this, prepare = std::move(prepare)] { prepare_ = prepare; });
-    AddCommonOptions(command, &common_);
     return command;
 }
 

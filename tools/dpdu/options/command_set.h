@@ -35,6 +35,8 @@ public:
 
     // A command of its own, or one of a group when a parent is given.
     CLI::App* Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent = nullptr);
+    // One that needs no library; it has none of the common options.
+    CLI::App* AddOffline(const CommandTexts& texts, Prepare prepare, CLI::App* parent);
     // A name in front of several commands.
     CLI::App* AddGroup(const CommandTexts& texts);
 
@@ -48,7 +50,7 @@ private:
     Prepare prepare_;
 };
 
-// Options that every command takes; Add has given them to the command already.
+// Options that every command takes that uses a library; Add has given them to it already.
 void AddCommonOptions(CLI::App* command, CommonOptions* common);
 
 // An option that may be given several times, one value each time.
@@ -60,6 +62,7 @@ extern const char kExitCodes[];
 
 void AddModuleCommands(CommandSet* commands);
 void AddRequestCommands(CommandSet* commands);
+void AddTraceCommands(CommandSet* commands);
 
 }  // namespace dpdu
 

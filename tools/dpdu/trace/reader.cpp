@@ -1,0 +1,141 @@
+#include "trace/reader.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <system_error>
+#include <utility>
+
+#include "failure.h"
+#include "session.h"
+
+namespace dpdu::trace {
+namespace {
+
+constexpr std::size_t kPieceSize = 256 * 1024;
+// The library's longest line has 8191 characters, but one that it has cut takes its line end along
+// and stands in one line with the next.
+constexpr std::size_t kLongestLine = 1024 * 1024;
+// More threads than this do not write at once.
+constexpr std::size_t kOrderWindow = 32;
+
+bool IsLater(const Record& a, const Record& b) {
+    if (a.TimeUs() != b.TimeUs()) return a.TimeUs() > b.TimeUs();
+    return a.Number(Field::kSeq) > b.Number(Field::kSeq);
+}
+
+bool IsBlank(std::string_view text) {
+    return text.find_first_not_of(" \t\r") == std::string_view::npos;
+}
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+[[noreturn]] void ThrowUnreadable(const std::string& path, int error) {
+    throw Failure("cannot read '" + path + "': " + std::generic_category().message(error));
+}
+
+}  // namespace
+
+void LineReader::Feed(std::string_view piece) {
+    while (!piece.empty()) {
+        const std::size_t end = piece.find('\n');
+        const std::string_view text = piece.substr(0, end);
+        if (!is_overlong_ && text.size() > kLongestLine - pending_.size()) {
+            is_overlong_ = true;
+            pending_.clear();
+            report_.damaged.Add(line_number_ + 1);
+        }
+        if (end == std::string_view::npos) {
+            if (!is_overlong_) pending_ += text;
+            return;
+        }
+        ++line_number_;
+        if (!is_overlong_ && pending_.empty()) {
+            TakeLine(text);
+        } else if (!is_overlong_) {
+            pending_ += text;
+            TakeLine(pending_);
+        }
+        pending_.clear();
+        is_overlong_ = false;
+        piece.remove_prefix(end + 1);
+    }
+}
+
+void LineReader::Finish() {
+    if (!pending_.empty()) {
+        ++line_number_;
+        TakeLine(pending_);
+        pending_.clear();
+    }
+    HandOnAll();
+}
+
+// A line that the library has cut has lost its line end too: the next one follows in the same line.
+void LineReader::TakeLine(std::string_view line) {
+    while (!line.empty()) {
+        const std::size_t next = line.find(kLineStart, 1);
+        TakePart(line.substr(0, next));
+        if (next == std::string_view::npos) return;
+        line.remove_prefix(next);
+    }
+}
+
+void LineReader::TakePart(std::string_view part) {
+    if (IsBlank(part)) return;
+    switch (ParseLine(part, &parsed_)) {
+        case LineKind::kDamaged:
+            report_.damaged.Add(line_number_);
+            return;
+        case LineKind::kUnknownEvent:
+            report_.unknown.Add(line_number_);
+            return;
+        case LineKind::kRecord:
+            break;
+    }
+    ++report_.records;
+    if (parsed_.was_cut) ++report_.cut;
+    Order(std::move(parsed_));
+}
+
+void LineReader::Order(Record record) {
+    // Another process may have another clock.
+    if (record.event == Event::kLogStart) HandOnAll();
+    waiting_.push_back(std::move(record));
+    std::push_heap(waiting_.begin(), waiting_.end(), IsLater);
+    if (waiting_.size() > kOrderWindow) HandOnFirst();
+}
+
+void LineReader::HandOnFirst() {
+    std::pop_heap(waiting_.begin(), waiting_.end(), IsLater);
+    const Record first = std::move(waiting_.back());
+    waiting_.pop_back();
+    handler_(first);
+}
+
+void LineReader::HandOnAll() {
+    while (!waiting_.empty())
+        HandOnFirst();
+}
+
+ReadReport ReadTraceFile(const std::string& path, const LineReader::Handler& handler) {
+    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
+    if (!file) ThrowUnreadable(path, errno);
+    LineReader reader(handler);
+    std::vector<char> piece(kPieceSize);
+    for (;;) {
+        ThrowIfInterrupted();
+        const std::size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
+        if (size == 0 && std::ferror(file.get())) ThrowUnreadable(path, errno);
+        if (size == 0) break;
+        reader.Feed({piece.data(), size});
+    }
+    reader.Finish();
+    return reader.Report();
+}
+
+}  // namespace dpdu::trace
