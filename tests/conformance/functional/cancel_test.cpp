@@ -8,7 +8,7 @@
 
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/waiting.h"
-#include "conformance/functional/many_units.h"
+#include "conformance/functional/fleet.h"
 
 namespace conformance {
 namespace {
@@ -24,7 +24,7 @@ protected:
     UNUM32 StartUnanswered(UnitsLink& link) {
         SetNumber("CP_P2Max", kTimeoutMs * 2000);
         simulator.Command("record clear");
-        const UNUM32 hCoP = link.StartReadVin();
+        const UNUM32 hCoP = link.StartReading();
         EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
         EXPECT_EQ(LastRequest()["fields"]["timeout_ms"], kTimeoutMs);
         return hCoP;
@@ -72,7 +72,7 @@ TEST_F(FunctionalCancel, EndsTheWaitForATurn) {
     UnitsLink waiting(hMod, kUnits);
     simulator.Command("record clear");
     const LogCapture log;
-    const UNUM32 hCoP = waiting.StartReadVin();
+    const UNUM32 hCoP = waiting.StartReading();
     ASSERT_TRUE(Eventually([&] {
         return log.HasLike("[CommThreadFunc:*]    send multi-request packet with 64 entries");
     }));
@@ -86,7 +86,7 @@ TEST_F(FunctionalCancel, LeavesOtherRequestsAlone) {
     simulator.Command(R"(next 1 {"lost": true})");
     const UNUM32 lost = StartUnanswered(cancelled);
     simulator.Command(R"(next 1 {"delay_ms": 500})");
-    const UNUM32 delayed = other.StartReadVin();
+    const UNUM32 delayed = other.StartReading();
     ASSERT_TRUE(simulator.WaitFor(2, "in CREQ"));
     CancelMs(cancelled, lost);
     ExpectAnswers(other.WaitFor(delayed), AllBut(kUnits));
@@ -98,14 +98,14 @@ TEST_F(FunctionalCancel, LeavesTheLinkUsableAndItsLateAnswerToNobody) {
     CancelMs(link, StartUnanswered(link));
     ASSERT_TRUE(simulator.WaitFor(1, "out CRES"));
     link.SetUnits({30, 31});
-    ExpectAnswers(link.AskForVin(), {{0, 30}, {1, 31}});
+    ExpectAnswers(link.ReadPartNumbers(), {{0, 30}, {1, 31}});
 }
 
 TEST_F(FunctionalCancel, OfOneThatWaitsInTheQueueEndsItUnsent) {
     UnitsLink link(hMod, 20);
     simulator.Command(R"(next 1 {"delay_ms": 300})");
-    const UNUM32 running = link.StartReadVin();
-    const UNUM32 queued = link.StartReadVin();
+    const UNUM32 running = link.StartReading();
+    const UNUM32 queued = link.StartReading();
     EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
     ExpectAnswers(link.WaitFor(running), AllBut(20));
     const Outcome outcome = link.WaitFor(queued);

@@ -6,7 +6,7 @@
 
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/waiting.h"
-#include "conformance/functional/many_units.h"
+#include "conformance/functional/fleet.h"
 
 namespace conformance {
 namespace {
@@ -15,7 +15,7 @@ constexpr UNUM32 kCounts[] = {2, 20, 64};
 
 TEST_F(FunctionalRequests, OfOneRowIsAPhysicalRequest) {
     UnitsLink link(hMod, 1);
-    ExpectAnswers(link.AskForVin(), AllBut(1));
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(1));
     EXPECT_EQ(LastRequest()["fields"]["form"], "single");
     EXPECT_EQ(LastRequest()["fields"]["physical"], "600");
 }
@@ -25,7 +25,7 @@ TEST_F(FunctionalRequests, ReachEveryControlUnitWithOnePacket) {
         SCOPED_TRACE(count);
         UnitsLink link(hMod, count);
         simulator.Command("record clear");
-        ExpectAnswers(link.AskForVin(), AllBut(count));
+        ExpectAnswers(link.ReadPartNumbers(), AllBut(count));
         EXPECT_EQ(simulator.Count("in CREQ"), 1u);
         const nlohmann::json request = LastRequest();
         EXPECT_EQ(request["length"], 32 + (count * 8 + 3 + 7) / 8 * 8);
@@ -42,7 +42,7 @@ TEST_F(FunctionalRequests, SilentControlUnitsHaveNoResult) {
         UnitsLink link(hMod, count);
         SetNumber("CP_P2Max", 200'000);
         Unit(count - 1, R"({"silent": true})");
-        ExpectAnswers(link.AskForVin(), AllBut(count, {count - 1}));
+        ExpectAnswers(link.ReadPartNumbers(), AllBut(count, {count - 1}));
         Unit(count - 1, R"({"silent": false})");
     }
 }
@@ -52,7 +52,7 @@ TEST_F(FunctionalRequests, WithoutAnyAnswerFinishWithoutResultAndWithoutError) {
     UnitsLink link(hMod, kUnits);
     SetNumber("CP_P2Max", 200'000);
     simulator.Command(R"(behaviour {"silent": true})");
-    ExpectAnswers(link.AskForVin(), {});
+    ExpectAnswers(link.ReadPartNumbers(), {});
     EXPECT_EQ(simulator.Count("in CREQ"), 1u);
 }
 
@@ -61,7 +61,7 @@ TEST_F(FunctionalRequests, LateControlUnitIsWaitedForAndKeepsItsRow) {
         SCOPED_TRACE(count);
         UnitsLink link(hMod, count);
         Unit(0, R"({"delay_ms": 150})");
-        ExpectAnswers(link.AskForVin(), AllBut(count));
+        ExpectAnswers(link.ReadPartNumbers(), AllBut(count));
     }
 }
 
@@ -71,7 +71,7 @@ TEST_F(FunctionalRequests, ControlUnitThatIsLaterThanTheTimeOutIsLeftOut) {
         UnitsLink link(hMod, count);
         SetNumber("CP_P2Max", 200'000);
         Unit(1, R"({"delay_ms": 3000})");
-        ExpectAnswers(link.AskForVin(), AllBut(count, {1}));
+        ExpectAnswers(link.ReadPartNumbers(), AllBut(count, {1}));
     }
 }
 
@@ -81,7 +81,7 @@ TEST_F(FunctionalRequests, ControlUnitThatAnswersTwiceHasOneResult) {
         UnitsLink link(hMod, count);
         Unit(1, R"({"repeat": 1})");
         const LogCapture log;
-        ExpectAnswers(link.AskForVin(), AllBut(count));
+        ExpectAnswers(link.ReadPartNumbers(), AllBut(count));
         EXPECT_TRUE(log.Has("[CommRequestMulti]   Received multi packet with " +
                             std::to_string(count + 1) + " entries"));
     }
@@ -90,8 +90,8 @@ TEST_F(FunctionalRequests, ControlUnitThatAnswersTwiceHasOneResult) {
 TEST_F(FunctionalRequests, NegativeAnswerCountsWhereItIsExpected) {
     UnitsLink link(hMod, 20);
     Unit(3, R"({"negative": "22"})");
-    ExpectAnswers(link.AskForVin(), AllBut(20, {3}));
-    const Outcome any = link.Request(ReadVin(), AnyResponse());
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(20, {3}));
+    const Outcome any = link.Request(ReadPartNumber(), AnyResponse());
     ASSERT_EQ(any.results.size(), 20u);
     EXPECT_EQ(Hex(any.results[3].data), "7F 22 22");
     EXPECT_EQ(any.results[3].unique_id, 3u);
@@ -104,20 +104,20 @@ TEST_F(FunctionalRequests, LateSilentAndDoubleAnswersGoTogether) {
     Unit(17, R"({"silent": true})");
     Unit(40, R"({"repeat": 1})");
     Unit(63, R"({"pending": 2})");
-    ExpectAnswers(link.AskForVin(), AllBut(kUnits, {17}));
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits, {17}));
 }
 
 TEST_F(FunctionalRequests, AnswerOf64InFragmentsIsPutTogether) {
     UnitsLink link(hMod, kUnits);
-    simulator.Command(R"(behaviour {"fragment": 100})");
-    ExpectAnswers(link.AskForVin(), AllBut(kUnits));
+    simulator.Command(R"(behaviour {"fragment": 40})");
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits));
     EXPECT_GE(simulator.Count("out FRAG"), 20u);
 }
 
 TEST_F(FunctionalRequests, SealedAnswerIsOpened) {
     UnitsLink link(hMod, kUnits);
     simulator.Command(R"(next 1 {"seal": true})");
-    ExpectAnswers(link.AskForVin(), AllBut(kUnits));
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits));
 }
 
 TEST_F(FunctionalRequests, WithoutBytesFailAndSendNothing) {
@@ -130,17 +130,17 @@ TEST_F(FunctionalRequests, WithoutBytesFailAndSendNothing) {
 
 TEST_F(FunctionalRequests, WithoutControlDataReportNothing) {
     UnitsLink link(hMod, 20);
-    ExpectAnswers(link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin())), {});
+    ExpectAnswers(link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadPartNumber())), {});
 }
 
 TEST_F(FunctionalRequests, InFlightKeepTheTableTheyStartedWith) {
     UnitsLink link(hMod, 20);
     simulator.Command(R"(behaviour {"delay_ms": 200})");
-    const UNUM32 hCoP = link.StartReadVin();
+    const UNUM32 hCoP = link.StartReading();
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     link.SetUnits({7, 8});
     ExpectAnswers(link.WaitFor(hCoP), AllBut(20));
-    ExpectAnswers(link.AskForVin(), {{0, 7}, {1, 8}});
+    ExpectAnswers(link.ReadPartNumbers(), {{0, 7}, {1, 8}});
 }
 
 TEST_F(FunctionalRequests, OfManyLinksEachGetTheirOwnAnswers) {
@@ -154,7 +154,7 @@ TEST_F(FunctionalRequests, OfManyLinksEachGetTheirOwnAnswers) {
     std::vector<std::vector<UNUM32>> started(kLinks);
     for (UNUM32 round = 0; round < kRounds; ++round) {
         for (UNUM32 i = 0; i < kLinks; ++i)
-            started[i].push_back(links[i]->StartReadVin());
+            started[i].push_back(links[i]->StartReading());
     }
     for (UNUM32 i = 0; i < kLinks; ++i) {
         SCOPED_TRACE(i);
@@ -167,7 +167,7 @@ TEST_F(FunctionalRequests, OfManyLinksEachGetTheirOwnAnswers) {
 TEST_F(FunctionalRequests, InFlightEndWithTheirLink) {
     UnitsLink link(hMod, kUnits);
     simulator.Command(R"(behaviour {"lost": true})");
-    link.StartReadVin();
+    link.StartReading();
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     const LogCapture log;
     EXPECT_EQ(link.Destroy(), PDU_STATUS_NOERROR);
@@ -178,7 +178,7 @@ TEST_F(FunctionalRequests, InFlightEndWithTheirLink) {
 TEST_F(FunctionalRequests, InFlightEndWithTheirDongle) {
     UnitsLink link(hMod, kUnits);
     simulator.Command(R"(behaviour {"lost": true})");
-    const UNUM32 hCoP = link.StartReadVin();
+    const UNUM32 hCoP = link.StartReading();
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     simulator.Unplug();
     const Outcome outcome = link.WaitFor(hCoP);

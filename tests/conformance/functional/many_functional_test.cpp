@@ -9,7 +9,7 @@
 #include "conformance/framework/rounds.h"
 #include "conformance/framework/steadiness.h"
 #include "conformance/framework/waiting.h"
-#include "conformance/functional/many_units.h"
+#include "conformance/functional/fleet.h"
 
 namespace conformance {
 namespace {
@@ -24,7 +24,7 @@ protected:
     static std::uint32_t Send(Requester& requester, std::uint32_t requests) {
         std::uint32_t answered = 0;
         for (std::uint32_t sent = 0; sent < requests; ++sent) {
-            if (AllAnswered(requester.Request(ReadVin()))) ++answered;
+            if (AllAnswered(requester.Request(ReadPartNumber()))) ++answered;
         }
         return answered;
     }
@@ -32,7 +32,7 @@ protected:
         if (outcome.results.size() != kUnits || !outcome.errors.empty()) return false;
         for (UNUM32 row = 0; row < kUnits; ++row) {
             const Result& result = outcome.results[row];
-            if (result.unique_id != row || result.data != VinAnswerOf(row)) return false;
+            if (result.unique_id != row || result.data != PartNumberOf(row)) return false;
         }
         return outcome.FinalState() == PDU_COPST_FINISHED;
     }

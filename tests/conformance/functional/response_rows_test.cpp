@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "conformance/framework/log_file.h"
-#include "conformance/functional/many_units.h"
+#include "conformance/functional/fleet.h"
 
 namespace conformance {
 namespace {
@@ -44,7 +44,7 @@ protected:
     Outcome Answer(UnitsLink& link, const HandMadeAnswer& answer) {
         simulator.Command("record clear");
         simulator.Command(R"(next 1 {"lost": true})");
-        const UNUM32 hCoP = link.StartReadVin();
+        const UNUM32 hCoP = link.StartReading();
         EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
         simulator.Command(answer.Command(hCoP));
         return link.WaitFor(hCoP);
@@ -58,15 +58,15 @@ TEST_F(ResponseRows, FollowTheTableWhateverItsOrder) {
     std::vector<RowAnswer> expected;
     for (UNUM32 row = 0; row < kUnits; ++row)
         expected.push_back({row, kUnits - 1 - row});
-    ExpectAnswers(link.AskForVin(), expected);
+    ExpectAnswers(link.ReadPartNumbers(), expected);
 }
 
 TEST_F(ResponseRows, AreReportedInTheirOrderAndNotInThatOfTheAnswer) {
     UnitsLink link(hMod, 20);
     const Outcome outcome = Answer(link, HandMadeAnswer()
-                                             .Entry(19, VinAnswerOf(19))
-                                             .Entry(0, VinAnswerOf(0))
-                                             .Entry(7, VinAnswerOf(7)));
+                                             .Entry(19, PartNumberOf(19))
+                                             .Entry(0, PartNumberOf(0))
+                                             .Entry(7, PartNumberOf(7)));
     ExpectAnswers(outcome, {{0, 0}, {7, 7}, {19, 19}});
 }
 
@@ -75,9 +75,9 @@ TEST_F(ResponseRows, UnknownOneIsLoggedAndSkipped) {
         UnitsLink link(hMod, 20);
         const LogCapture log;
         const Outcome outcome = Answer(link, HandMadeAnswer()
-                                                 .Entry(4, VinAnswerOf(4))
-                                                 .Entry(unknown, VinAnswerOf(5))
-                                                 .Entry(6, VinAnswerOf(6)));
+                                                 .Entry(4, PartNumberOf(4))
+                                                 .Entry(unknown, PartNumberOf(5))
+                                                 .Entry(6, PartNumberOf(6)));
         ExpectAnswers(outcome, {{4, 4}, {6, 6}});
         EXPECT_TRUE(log.Has("[CommRequestMulti] ERROR: response #1, ID: " +
                             std::to_string(unknown) + " doesn't match table"));
@@ -86,22 +86,22 @@ TEST_F(ResponseRows, UnknownOneIsLoggedAndSkipped) {
 
 TEST_F(ResponseRows, OnlyUnknownOnesMakeAnAnswerWithoutResults) {
     UnitsLink link(hMod, 2);
-    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(2, VinAnswerOf(2))), {});
+    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(2, PartNumberOf(2))), {});
 }
 
 TEST_F(ResponseRows, OneThatAnswersTwiceIsTakenAtItsLastWord) {
     UnitsLink link(hMod, 20);
     const Outcome outcome = Answer(link, HandMadeAnswer()
-                                             .Entry(3, VinAnswerOf(60))
-                                             .Entry(5, VinAnswerOf(5))
-                                             .Entry(3, VinAnswerOf(3)));
+                                             .Entry(3, PartNumberOf(60))
+                                             .Entry(5, PartNumberOf(5))
+                                             .Entry(3, PartNumberOf(3)));
     ExpectAnswers(outcome, {{3, 3}, {5, 5}});
 }
 
 TEST_F(ResponseRows, AnswerWithoutBytesIsNoResult) {
     UnitsLink link(hMod, 2);
     const LogCapture log;
-    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(0, {}).Entry(1, VinAnswerOf(1))), {{1, 1}});
+    ExpectAnswers(Answer(link, HandMadeAnswer().Entry(0, {}).Entry(1, PartNumberOf(1))), {{1, 1}});
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #0 -> no data"));
 }
 
@@ -111,7 +111,7 @@ TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
         units.push_back(unit);
     UnitsLink link(hMod, units);
     const LogCapture log;
-    ExpectAnswers(link.AskForVin(), AllBut(44));
+    ExpectAnswers(link.ReadPartNumbers(), AllBut(44));
     EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 44u);
     EXPECT_EQ(
         log.MissingOf({"[CommThreadFunc:*]    prepare multi-request packet with 64 entries in "
@@ -122,7 +122,7 @@ TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
 
 TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
     UnitsLink link(hMod, {9, 9, 9});
-    ExpectAnswers(link.AskForVin(), {{0, 9}});
+    ExpectAnswers(link.ReadPartNumbers(), {{0, 9}});
     EXPECT_EQ(LastRequest()["fields"]["form"], "multi");
     EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 1u);
 }
@@ -133,13 +133,13 @@ TEST_F(ResponseRows, BehindARepeatedResponseIdentifierGoAstray) {
     UnitsLink link(hMod, {0, 1, 1, 2, 3});
     const LogCapture log;
     // Sent: units 0, 1, 2 and 3 as positions 0, 1, 3 and 4; answered as 0, 1, 2 and 3.
-    ExpectAnswers(link.AskForVin(), {{0, 0}, {1, 1}, {2, 3}});
+    ExpectAnswers(link.ReadPartNumbers(), {{0, 0}, {1, 1}, {2, 3}});
     EXPECT_TRUE(log.Has("[CommRequestMulti] ERROR: response #2, ID: 2 doesn't match table"));
 }
 
 TEST_F(ResponseRows, OfTwoControlUnitsMayBeAllThatIsAsked) {
     UnitsLink link(hMod, {63, 0});
-    ExpectAnswers(link.AskForVin(), {{0, 63}, {1, 0}});
+    ExpectAnswers(link.ReadPartNumbers(), {{0, 63}, {1, 0}});
 }
 
 }  // namespace

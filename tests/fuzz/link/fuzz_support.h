@@ -3,6 +3,7 @@
 // What the fuzz targets share. Each of them takes one input as one packet, or as a row of packets,
 // and ends the process when something holds that must not.
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -11,7 +12,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "link/packet_queue.h"
 #include "support/log.h"
@@ -22,6 +25,21 @@ inline void Require(bool holds) {
     if (!holds) std::abort();
 }
 
+// The descriptors of an open file lead nowhere from now on.
+inline void SendNowhere(const std::string& path) {
+    const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+    Require(nowhere >= 0);
+    bool found = false;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code gone;
+        if (std::filesystem::read_symlink(entry.path(), gone) != path) continue;
+        Require(::dup2(nowhere, std::stoi(entry.path().filename())) >= 0);
+        found = true;
+    }
+    ::close(nowhere);
+    Require(found);
+}
+
 // Console lines and the debug log are formatted as ever, and go nowhere.
 inline void SilenceOutput() {
     Require(std::freopen("/dev/null", "w", stdout) != nullptr);
@@ -29,12 +47,10 @@ inline void SilenceOutput() {
     std::string folder = std::string(parent != nullptr ? parent : "/tmp") + "/fuzz-XXXXXX";
     Require(::mkdtemp(folder.data()) != nullptr);
     Require(::setenv("TMPDIR", folder.c_str(), 1) == 0);
-    const std::string log = folder + "/dpdu_debug_" + std::to_string(::getpid()) + ".log";
-    Require(::symlink("/dev/null", log.c_str()) == 0);
     OpenDebugLog(true);
     Require(LogEnabled(kLogTrace));
-    ::unlink(log.c_str());
-    ::rmdir(folder.c_str());
+    SendNowhere(folder + "/dpdu_debug_" + std::to_string(::getpid()) + ".log");
+    std::filesystem::remove_all(folder);
 }
 
 // The input as the payload of a packet of this type.

@@ -3,7 +3,6 @@
 // The car of 64 control units behind these tests' dongle, and links that ask many of them at once.
 
 #include <algorithm>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -15,14 +14,12 @@ namespace conformance {
 inline constexpr UNUM32 kUnits = 64;
 
 constexpr UNUM32 RequestOf(UNUM32 unit) { return 0x600 + unit; }
-constexpr UNUM32 ResponseOf(UNUM32 unit) { return 0x640 + unit; }
+constexpr UNUM32 ResponseOf(UNUM32 unit) { return 0x680 + unit; }
 
-// The answer of one control unit to ReadVin().
-inline std::vector<UNUM8> VinAnswerOf(UNUM32 unit) {
-    char answer[32];
-    const int length =
-        std::snprintf(answer, sizeof answer, "\x62\xF1\x90WTVDEM0S1M00000%02u", unit % kUnits);
-    return {answer, answer + length};
+// The answer of one control unit to ReadPartNumber().
+inline std::vector<UNUM8> PartNumberOf(UNUM32 unit) {
+    const std::string answer = "\x62\xF1\x87TV-" + std::to_string(unit);
+    return {answer.begin(), answer.end()};
 }
 
 inline std::vector<UNUM32> FirstUnits(UNUM32 count) {
@@ -52,8 +49,8 @@ public:
         EXPECT_EQ(Pdu().PDUSetUniqueRespIdTable(hMod(), hCLL(), table.Item()), PDU_STATUS_NOERROR);
     }
 
-    UNUM32 StartReadVin() { return Start(PDU_COPT_SENDRECV, ReadVin(), control_.Data()); }
-    Outcome AskForVin() { return WaitFor(StartReadVin()); }
+    UNUM32 StartReading() { return Start(PDU_COPT_SENDRECV, ReadPartNumber(), control_.Data()); }
+    Outcome ReadPartNumbers() { return WaitFor(StartReading()); }
 
 private:
     ControlData control_{PositiveRead()};
@@ -71,7 +68,7 @@ inline void ExpectAnswers(const Outcome& outcome, const std::vector<RowAnswer>& 
     for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(outcome.results[i].unique_id, expected[i].row);
         EXPECT_EQ(outcome.results[i].acceptance_id, 7u);
-        EXPECT_EQ(Hex(outcome.results[i].data), Hex(VinAnswerOf(expected[i].unit)))
+        EXPECT_EQ(Hex(outcome.results[i].data), Hex(PartNumberOf(expected[i].unit)))
             << "row " << expected[i].row;
     }
 }
@@ -94,7 +91,7 @@ protected:
         return entries.empty() ? nlohmann::json::object() : entries[0];
     }
     void Unit(UNUM32 unit, const std::string& behaviour) {
-        simulator.Command("unit unit_" + std::to_string(unit) + " " + behaviour);
+        simulator.Command("unit unit" + std::to_string(unit) + " " + behaviour);
     }
 };
 
