@@ -30,6 +30,7 @@ static PduFunctions Load() {
     Find(library, "PDUGetComParam", &found.GetComParam);
     Find(library, "PDUSetComParam", &found.SetComParam);
     Find(library, "PDUCreateComLogicalLink", &found.CreateComLogicalLink);
+    Find(library, "PDUSetUniqueRespIdTable", &found.SetUniqueRespIdTable);
     Find(library, "PDUConnect", &found.Connect);
     Find(library, "PDURegisterEventCallback", &found.RegisterEventCallback);
     Find(library, "PDUStartComPrimitive", &found.StartComPrimitive);

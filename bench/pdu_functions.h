@@ -14,6 +14,7 @@ struct PduFunctions {
     PDUGetComParam_Fn GetComParam;
     PDUSetComParam_Fn SetComParam;
     PDUCreateComLogicalLink_Fn CreateComLogicalLink;
+    PDUSetUniqueRespIdTable_Fn SetUniqueRespIdTable;
     PDUConnect_Fn Connect;
     PDURegisterEventCallback_Fn RegisterEventCallback;
     PDUStartComPrimitive_Fn StartComPrimitive;

@@ -16,7 +16,8 @@ static constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 charact
 
 struct PduSession::Link {
     UNUM32 hCLL = PDU_HANDLE_UNDEF;
-    bool answered = false;  // touched in the callback until finished is set
+    std::size_t units = 1;    // how many answers there are to be
+    std::size_t answers = 0;  // right ones; touched in the callback until finished is set
     std::mutex lock;
     std::condition_variable changed;
     bool finished = false;  // guarded by lock
@@ -90,6 +91,28 @@ void PduSession::OpenLink() {
     links_.push_back(std::move(link));
 }
 
+// A table of one row would make a physical request, so it names its control unit twice: the library
+// leaves the second out.
+void PduSession::AskUnits(std::size_t link, const std::vector<Unit>& units) {
+    std::vector<Unit> rows = units;
+    if (rows.size() == 1) rows.push_back(rows.front());
+    const UNUM32 request_id = ObjectId(PDU_OBJT_COMPARAM, "CP_CanPhysReqId");
+    const UNUM32 response_id = ObjectId(PDU_OBJT_COMPARAM, "CP_CanRespUSDTId");
+    std::vector<PDU_PARAM_ITEM> params;
+    for (Unit& row : rows) {
+        params.push_back({PDU_IT_PARAM, request_id, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &row.request});
+        params.push_back(
+            {PDU_IT_PARAM, response_id, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &row.response});
+    }
+    std::vector<PDU_ECU_UNIQUE_RESP_DATA> entries;
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        entries.push_back({static_cast<UNUM32>(i), 2, &params[2 * i]});
+    PDU_UNIQUE_RESP_ID_TABLE_ITEM table = {PDU_IT_UNIQUE_RESP_ID_TABLE,
+                                           static_cast<UNUM32>(entries.size()), entries.data()};
+    Check(pdu_.SetUniqueRespIdTable(hMod_, links_[link]->hCLL, &table), "PDUSetUniqueRespIdTable");
+    links_[link]->units = units.size();
+}
+
 void PduSession::OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void* link, void* session) {
     static_cast<PduSession*>(session)->Drain(static_cast<Link*>(link));
 }
@@ -100,7 +123,7 @@ void PduSession::Drain(Link* link) {
     while (pdu_.GetEventItem(hMod_, link->hCLL, &item) == PDU_STATUS_NOERROR) {
         if (item->ItemType == PDU_IT_RESULT) {
             const auto* result = static_cast<const PDU_RESULT_DATA*>(item->pData);
-            link->answered = result->NumDataBytes == kResponseLength;
+            if (result->NumDataBytes == kResponseLength) ++link->answers;
         } else if (item->ItemType == PDU_IT_STATUS && item->hCop != PDU_HANDLE_UNDEF) {
             finished = *static_cast<const PDU_STATUS_DATA*>(item->pData) == PDU_COPST_FINISHED;
         }
@@ -117,7 +140,7 @@ void PduSession::Drain(Link* link) {
 bool PduSession::Ask(std::size_t position) {
     Link* link = links_[position].get();
     link->finished = false;
-    link->answered = false;
+    link->answers = 0;
     UNUM8 request[] = {0x22, 0xF1, 0x90};
     UNUM8 mask[] = {0xFF};
     UNUM8 pattern[] = {0x62};
@@ -136,7 +159,7 @@ bool PduSession::Ask(std::size_t position) {
           "PDUStartComPrimitive");
     std::unique_lock hold(link->lock);
     return link->changed.wait_for(hold, kPatience, [link] { return link->finished; }) &&
-           link->answered;
+           link->answers == link->units;
 }
 
 double PduSession::DestructMs() {

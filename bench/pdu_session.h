@@ -19,7 +19,15 @@ public:
     PduSession(const PduSession&) = delete;
     PduSession& operator=(const PduSession&) = delete;
 
-    // One request on this link, to its end. False: no answer, or a wrong one.
+    // A control unit with its CAN identifiers.
+    struct Unit {
+        std::uint32_t request;
+        std::uint32_t response;
+    };
+    // From now on a request on this link goes to all of these at once.
+    void AskUnits(std::size_t link, const std::vector<Unit>& units);
+
+    // One request on this link, to its end. False: an answer is missing or wrong.
     bool Ask(std::size_t link);
     // The time that PDUDestruct takes. Nothing else may be called afterwards.
     double DestructMs();

@@ -51,4 +51,11 @@ void PlaceThreadsNamed(std::string_view prefix, std::size_t count, int core) {
     }
 }
 
+void PlaceLibrary(const Placement& placement, std::size_t links) {
+    PlaceThreadsNamed("Tarvik CommThre", links, placement.answering);
+    PlaceThreadsNamed("Tarvik SerialTx", 1, placement.asking);
+    PlaceThreadsNamed("Tarvik SerialRx", 1, placement.asking);
+    PlaceProcess(::getppid(), placement.answering);
+}
+
 }  // namespace tarvik::bench

@@ -27,5 +27,7 @@ void PlaceThisThread(int core);
 void PlaceProcess(pid_t process, int core);
 // The `count` threads of this process whose names begin like this; waits until they have them.
 void PlaceThreadsNamed(std::string_view prefix, std::size_t count, int core);
+// The threads of the library with so many links, and the simulator that has started this program.
+void PlaceLibrary(const Placement& placement, std::size_t links);
 
 }  // namespace tarvik::bench

@@ -1,8 +1,6 @@
 // Requests over the simulated dongle's serial port, through the exported functions of the shared
 // library.
 
-#include <unistd.h>
-
 #include <string>
 #include <utility>
 #include <vector>
@@ -46,14 +44,6 @@ std::string Suffix(const Variant& variant) {
     std::string suffix = std::string(", log and trace ") + (variant.diagnostics ? "on" : "off");
     if (*variant.placement.text != '\0') suffix += std::string(", ") + variant.placement.text;
     return suffix;
-}
-
-// The library names its threads; the simulator has started this program.
-void PlaceLibrary(const Placement& placement, std::size_t links) {
-    PlaceThreadsNamed("Tarvik CommThre", links, placement.answering);
-    PlaceThreadsNamed("Tarvik SerialTx", 1, placement.asking);
-    PlaceThreadsNamed("Tarvik SerialRx", 1, placement.asking);
-    PlaceProcess(::getppid(), placement.answering);
 }
 
 void AddPair(const Pair& pair, int core, PduSession* session, SerialFloor* floor,

@@ -8,10 +8,29 @@
 
 namespace tarvik::bench {
 
-void RunUnderSimulator(char** argv) {
+// Of the dongles of the simulator with this process id.
+static std::string PortOf(pid_t simulator, int dongle) {
+    return "/tmp/tarvik-bench-" + std::to_string(simulator) + "." + std::to_string(dongle);
+}
+
+void RunUnderSimulator(char** argv, const std::string& vehicle) {
     if (std::getenv("BRENNIX_SIM_PORTS") != nullptr) return;
-    std::vector<const char*> command = {
-        TARVIK_BENCH_SIMULATOR, "--vehicle", TARVIK_BENCH_VEHICLE, "--usb", "ttyACM0", "--"};
+    const std::string file = std::string(TARVIK_BENCH_VEHICLES) + "/" + vehicle + ".json";
+    // Dongles take their names in turns, so that the first has both kinds.
+    const std::string first = PortOf(::getpid(), 0);  // the process stays the same
+    const std::string second = PortOf(::getpid(), 1);
+    std::vector<const char*> command = {TARVIK_BENCH_SIMULATOR,
+                                        "--vehicle",
+                                        file.c_str(),
+                                        "--dongles",
+                                        "2",
+                                        "--usb",
+                                        "ttyACM0",
+                                        "--link",
+                                        first.c_str(),
+                                        "--link",
+                                        second.c_str(),
+                                        "--"};
     for (char** argument = argv; *argument != nullptr; ++argument)
         command.push_back(*argument);
     command.push_back(nullptr);
@@ -19,5 +38,7 @@ void RunUnderSimulator(char** argv) {
     std::perror(TARVIK_BENCH_SIMULATOR);
     std::exit(1);
 }
+
+std::string HiddenPort() { return PortOf(::getppid(), 1); }
 
 }  // namespace tarvik::bench

@@ -1,9 +1,15 @@
 #pragma once
 
+#include <string>
+
 namespace tarvik::bench {
 
 // Starts this program over as the command of the simulator, unless it runs there already: the
-// library then finds a dongle on a mocked USB port. Call it first of all.
-void RunUnderSimulator(char** argv);
+// library then finds a dongle on a mocked USB port. Call it first of all. The vehicle is one of the
+// simulator's own.
+void RunUnderSimulator(char** argv, const std::string& vehicle = "demo");
+
+// The port of a second dongle, before the same vehicle, that the library does not find.
+std::string HiddenPort();
 
 }  // namespace tarvik::bench
