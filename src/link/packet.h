@@ -33,6 +33,10 @@ inline constexpr std::uint32_t kTypePing = TypeCode("PING");
 inline constexpr std::uint32_t kTypeRepl = TypeCode("REPL");
 inline constexpr std::uint32_t kTypeLog = TypeCode("LOG ");
 inline constexpr std::uint32_t kTypeCryp = TypeCode("CRYP");
+inline constexpr std::uint32_t kTypeNhs1 = TypeCode("NHS1");
+inline constexpr std::uint32_t kTypeNhs2 = TypeCode("NHS2");
+inline constexpr std::uint32_t kTypeDevi = TypeCode("DEVI");
+inline constexpr std::uint32_t kTypeDeva = TypeCode("DEVA");
 
 inline constexpr std::uint32_t MIN_PKT_SIZE = 8;
 inline constexpr std::uint32_t MAX_PKT_SIZE = 4096;  // on a byte stream, and after reassembly
