@@ -10,4 +10,5 @@ config=$BRENNIX_SIM_SCRATCH/config/Tarvik/Brennix
 mkdir -p "$config"
 echo '{"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false, "dummyDevice": false}' \
     >"$config/config.json"
-"$1" | tee /dev/stderr | grep -q '^VIN WTVDEM0S1M0000001$'
+# Not grep -q: it would close the pipe while the program still prints.
+"$1" | tee /dev/stderr | grep '^VIN WTVDEM0S1M0000001$' >/dev/null
