@@ -96,9 +96,10 @@ void AddCostPerUnit(const Variant& variant, const Rounds& rounds) {
 void AddRows(const Variant& variant, const Rounds& rounds) {
     for (std::size_t i = 0; i < std::size(kUnits); ++i) {
         const bool has_goal = !variant.diagnostics && kUnits[i] == 64;
-        AddRoundTripRow(
-            "functional, " + std::to_string(kUnits[i]) + " control units" + Suffix(variant), rounds,
-            2 * i + 1, 2 * i, {.time = has_goal ? kMostTimesTheFloor : 0.0, .p99 = 0});
+        AddRoundTripRow("functional, " + std::to_string(kUnits[i]) +
+                            (kUnits[i] == 1 ? " control unit" : " control units") + Suffix(variant),
+                        rounds, 2 * i + 1, 2 * i,
+                        {.time = has_goal ? kMostTimesTheFloor : 0.0, .p99 = 0});
     }
     if (!variant.diagnostics) AddCostPerUnit(variant, rounds);
 }
