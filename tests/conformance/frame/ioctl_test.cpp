@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "conformance/framework/fixtures.h"
+#include "conformance/framework/fresh_process.h"
 #include "conformance/framework/items.h"
 #include "conformance/framework/log_file.h"
 
@@ -141,4 +142,10 @@ TEST_F(IoCtl, OutputItemsAreAcceptedByDestroyItem) {
     const Answer answer = Ask(5005);
     ASSERT_EQ(answer.status, PDU_STATUS_NOERROR);
     EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(answer.output)), PDU_STATUS_NOERROR);
+}
+
+FRESH_PROCESS_TEST(FreshLibrary, IoCtlsAreAnsweredBeforeConstruct) {
+    ExpectValue(Ask(5005), 13800);
+    EXPECT_EQ(Ask(5000).status, PDU_STATUS_NOERROR);
+    EXPECT_EQ(Ask(5021).status, PDU_ERR_ID_NOT_SUPPORTED);
 }

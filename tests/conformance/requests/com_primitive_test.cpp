@@ -2,8 +2,8 @@
 
 #include "conformance/framework/callbacks.h"
 #include "conformance/framework/fixtures.h"
-#include "conformance/framework/items.h"
 #include "conformance/framework/fresh_process.h"
+#include "conformance/framework/items.h"
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/vehicle.h"
 #include "conformance/framework/waiting.h"
@@ -84,8 +84,87 @@ TEST_F(ComPrimitives, DelayIsQueuedAndLoggedAndProducesNothing) {
     const UNUM32 hCoP = link.Start(PDU_COPT_DELAY);
     EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Unhandled: 8005"));
     Settle(link);
-    while (const auto event = NextEvent(link.hMod(), link.hCLL())) EXPECT_NE(event->hCop, hCoP);
+    while (const auto event = NextEvent(link.hMod(), link.hCLL()))
+        EXPECT_NE(event->hCop, hCoP);
     EXPECT_TRUE(log.Has("[CommThreadFunc] free CoP #" + std::to_string(hCoP)));
+}
+
+TEST_F(ComPrimitives, EachTypeIsLoggedInItsOwnWay) {
+    struct Row {
+        UNUM32 type;
+        std::vector<std::string> lines;  // between those of the control data and the last one
+    };
+    const Row rows[] = {
+        {PDU_COPT_STARTCOMM, {"[PDUStartComPrimitive]   PDU_COPT_STARTCOMM"}},
+        {PDU_COPT_STOPCOMM, {"[PDUStartComPrimitive]   PDU_COPT_STOPCOMM"}},
+        {PDU_COPT_UPDATEPARAM, {"[PDUStartComPrimitive]   PDU_COPT_UPDATEPARAM"}},
+        {PDU_COPT_SENDRECV, {}},
+        {PDU_COPT_RESTORE_PARAM, {"[PDUStartComPrimitive] Unhandled: 8006"}},
+        {0, {"[PDUStartComPrimitive] Unhandled: 0000"}},
+        {0xFFFFFFFF, {"[PDUStartComPrimitive] Unhandled: FFFFFFFF"}},
+    };
+    EngineLink link(hMod);
+    ControlData control(AnyResponse(), 3, -2);
+    for (const Row& row : rows) {
+        const LogCapture log;
+        const UNUM32 hCoP = link.Start(row.type, ReadVin(), control.Data());
+        Settle(link);
+        std::vector<std::string> lines = log.LinesOf("PDUStartComPrimitive");
+        ASSERT_GE(lines.size(), row.lines.size() + 5) << row.type;
+        lines.resize(row.lines.size() + 5);  // those behind it are Settle's
+        EXPECT_TRUE(Matches(lines[0], "[PDUStartComPrimitive] (" + std::to_string(link.hMod()) +
+                                          ", " + std::to_string(link.hCLL()) + ", " +
+                                          std::to_string(row.type) + ", 3, *)"))
+            << lines[0];
+        std::vector<std::string> expected = {
+            "[PDUStartComPrimitive]   NumSendCycles                3",
+            "[PDUStartComPrimitive]   NumReceiveCycles             4294967294",
+            "[PDUStartComPrimitive]   TxFlag                       00 00 00 00 "};
+        expected.insert(expected.end(), row.lines.begin(), row.lines.end());
+        expected.push_back("[PDUStartComPrimitive] Returning PDU_STATUS_NOERROR, *phCoP=" +
+                           std::to_string(hCoP));
+        lines.erase(lines.begin());
+        EXPECT_EQ(lines, expected);
+    }
+}
+
+TEST_F(ComPrimitives, UnknownTypesProduceNothing) {
+    EngineLink link(hMod);
+    for (const UNUM32 type : {0u, 0x8000u, 0x8007u, 0xFFFFFFFFu}) {
+        const UNUM32 hCoP = link.Start(type, ReadVin());
+        Settle(link);
+        while (const auto event = NextEvent(link.hMod(), link.hCLL()))
+            EXPECT_NE(event->hCop, hCoP);
+    }
+    EXPECT_EQ(simulator.Count("in CREQ"), 0u);
+    EXPECT_EQ(simulator.Count("in TSPR"), 0u);
+}
+
+TEST_F(ComPrimitives, OfOneLinkCannotBeCancelledThroughAnother) {
+    EngineLink link(hMod);
+    EngineLink other(hMod);
+    simulator.Command(R"(next 1 {"delay_ms": 300})");
+    ControlData control(PositiveRead());
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const LogCapture log;
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(other.hMod(), other.hCLL(), hCoP),
+              PDU_ERR_INVALID_HANDLE);
+    EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Could not find CoP id " + std::to_string(hCoP) +
+                        ", Returning PDU_ERR_INVALID_HANDLE"));
+    EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_FINISHED);
+}
+
+// Null pointers behind counts, as careless applications have them.
+TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasIsTakenAsFarAsItGoes) {
+    EngineLink link(hMod);
+    PDU_COP_CTRL_DATA control = {0, 1, 1, 0, {4, nullptr}, 3, nullptr};
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), &control);
+    const Outcome outcome = link.WaitFor(hCoP);
+    EXPECT_EQ(outcome.errors.size(), 10u) << "nothing is expected, so nothing matches";
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(Pdu().PDUStartComPrimitive(link.hMod(), link.hCLL(), PDU_COPT_UPDATEPARAM, 5, nullptr,
+                                         nullptr, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
 }
 
 TEST_F(ComPrimitives, StartCommFinishesThenTakesTheLinkToCommStarted) {
@@ -224,8 +303,8 @@ TEST_F(ComPrimitives, AThousandInARowAllFinish) {
     ControlData control(PositiveRead());
     std::size_t results = 0;
     for (int i = 0; i < 1000; ++i) {
-        results += link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()))
-                       .results.size();
+        results +=
+            link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data())).results.size();
     }
     EXPECT_EQ(results, 1000u);
 }
@@ -261,7 +340,8 @@ TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
     EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     EXPECT_LT(TickMs() - before, 8000u) << "an attempt alone lasts 10 s";
     EXPECT_EQ(log.CountLike("*did not exit, terminating"), 0u);
-    EXPECT_EQ(log.MissingOf({"[PDUDestruct] Called", "[PDUDestruct] Checking * logical links for module 0",
+    EXPECT_EQ(log.MissingOf({"[PDUDestruct] Called",
+                             "[PDUDestruct] Checking * logical links for module 0",
                              "[PDUDestruct] Stopping logical link #* on module #0",
                              "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #*)",
                              "[PDUDestruct] Closing Thread handle 0x* (LogicalLink #*)",
