@@ -21,6 +21,39 @@ std::string CopLine(int seq, int ts_us, const std::string& event, int cop,
                      "\"hMod\":0,\"hCLL\":1,\"hCoP\":" + std::to_string(cop) + fields);
 }
 
+std::string StartLine(int seq, int ts_us, int cop, const char* hex) {
+    const std::string length = std::to_string(std::string(hex).size() / 2);
+    return CopLine(seq, ts_us, "cop_start", cop,
+                   ",\"copType\":32772,\"tx_len\":" + length + ",\"tx_hex\":\"" + hex +
+                       "\",\"tx_hex_len\":" + length +
+                       ",\"tx_trunc\":false,\"numSend\":1,\"numRecv\":1");
+}
+
+std::string StateLine(int seq, int ts_us, int cop, int to) {
+    return CopLine(seq, ts_us, "cop_state", cop,
+                   ",\"from\":32784,\"to\":" + std::to_string(to) + ",\"dur_ms\":0");
+}
+
+std::string SentLine(int seq, int ts_us, int cop) {
+    return TraceLine(seq, ts_us, "comm_req_sent",
+                     "\"req_id\":" + std::to_string(cop) +
+                         ",\"tx_len\":1,\"tx_hex\":\"3e\",\"tx_hex_len\":1,\"tx_trunc\":false,"
+                         "\"can_id_tx_func\":2016,\"can_id_tx_phys\":2016,\"can_id_rx\":2024,"
+                         "\"timeout\":550,\"transport\":0");
+}
+
+std::string ReceivedLine(int seq, int ts_us, int cop, const char* hex) {
+    const std::string length = std::to_string(std::string(hex).size() / 2);
+    return TraceLine(seq, ts_us, "comm_res_received",
+                     "\"req_id\":" + std::to_string(cop) + ",\"wait_time\":3,\"rx_len\":" + length +
+                         ",\"rx_hex\":\"" + hex + "\",\"rx_hex_len\":" + length +
+                         ",\"rx_trunc\":false");
+}
+
+std::string FreeLine(int seq, int ts_us, int cop) {
+    return CopLine(seq, ts_us, "cop_free", cop, ",\"final\":32786");
+}
+
 TemporaryTrace::TemporaryTrace(const std::string& text) : path_(TemporaryPath("trace.jsonl")) {
     std::ofstream(path_, std::ios::binary) << text;
 }

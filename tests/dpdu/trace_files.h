@@ -17,6 +17,17 @@ std::string TraceLine(int seq, int ts_us, const std::string& event, const std::s
 std::string CopLine(int seq, int ts_us, const std::string& event, int cop,
                     const std::string& fields = "");
 
+// The lines of a request of ComPrimitive `cop` to control unit 7E0:7E8.
+std::string StartLine(int seq, int ts_us, int cop, const char* hex);
+std::string StateLine(int seq, int ts_us, int cop, int to);
+std::string SentLine(int seq, int ts_us, int cop);
+std::string ReceivedLine(int seq, int ts_us, int cop, const char* hex = "7e");
+std::string FreeLine(int seq, int ts_us, int cop);
+
+constexpr int kExecuting = 32785;
+constexpr int kFinished = 32786;
+constexpr int kCancelled = 32787;
+
 // A file of its own with this text, which goes away with it.
 class TemporaryTrace {
 public:

@@ -61,6 +61,7 @@ TEST(TraceReader, LineThatTheLibraryHasCutIsKeptWithTheLineBehindIt) {
     EXPECT_EQ(reading.report.cut, 2u);
     EXPECT_EQ(reading.report.damaged.count, 0u);
     EXPECT_EQ(reading.report.records, 37u);
+    ASSERT_EQ(reading.records.size(), 37u);
     const Record& start = reading.records[9];
     EXPECT_EQ(start.event, Event::kCopStart);
     EXPECT_TRUE(start.was_cut);

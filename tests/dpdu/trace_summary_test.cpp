@@ -147,43 +147,10 @@ TEST(TraceSummary, FileNameIsNeeded) {
 
 // ---------------------------------------------------------------------------------------------
 
-std::string Start(int seq, int ts_us, int cop, const char* hex) {
-    const std::string length = std::to_string(std::string(hex).size() / 2);
-    return CopLine(seq, ts_us, "cop_start", cop,
-                   ",\"copType\":32772,\"tx_len\":" + length + ",\"tx_hex\":\"" + hex +
-                       "\",\"tx_hex_len\":" + length +
-                       ",\"tx_trunc\":false,\"numSend\":1,\"numRecv\":1");
-}
-
-std::string State(int seq, int ts_us, int cop, int to) {
-    return CopLine(seq, ts_us, "cop_state", cop,
-                   ",\"from\":32784,\"to\":" + std::to_string(to) + ",\"dur_ms\":0");
-}
-
-std::string Sent(int seq, int ts_us, int cop) {
-    return TraceLine(seq, ts_us, "comm_req_sent",
-                     "\"req_id\":" + std::to_string(cop) +
-                         ",\"tx_len\":1,\"tx_hex\":\"3e\",\"tx_hex_len\":1,\"tx_trunc\":false,"
-                         "\"can_id_tx_func\":2016,\"can_id_tx_phys\":2016,\"can_id_rx\":2024,"
-                         "\"timeout\":550,\"transport\":0");
-}
-
-std::string Received(int seq, int ts_us, int cop, const char* hex = "7e") {
-    const std::string length = std::to_string(std::string(hex).size() / 2);
-    return TraceLine(seq, ts_us, "comm_res_received",
-                     "\"req_id\":" + std::to_string(cop) + ",\"wait_time\":3,\"rx_len\":" + length +
-                         ",\"rx_hex\":\"" + hex + "\",\"rx_hex_len\":" + length +
-                         ",\"rx_trunc\":false");
-}
-
-constexpr int kExecuting = 32785;
-constexpr int kFinished = 32786;
-constexpr int kCancelled = 32787;
-
 TEST(TraceSummary, RequestSentAgainIsARetryAndTheFirstTryATimeOut) {
-    const TemporaryTrace trace(Start(1, 1000, 1, "3e") + State(2, 1100, 1, kExecuting) +
-                               Sent(3, 1200, 1) + Sent(4, 11'200, 1) + Received(5, 11'700, 1) +
-                               State(6, 11'800, 1, kFinished) +
+    const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + StateLine(2, 1100, 1, kExecuting) +
+                               SentLine(3, 1200, 1) + SentLine(4, 11'200, 1) +
+                               ReceivedLine(5, 11'700, 1) + StateLine(6, 11'800, 1, kFinished) +
                                CopLine(7, 11'900, "cop_free", 1, ",\"final\":32786"));
     const Json document = Document(trace);
     EXPECT_EQ(document["requests"]["retries"], 1);
@@ -195,9 +162,9 @@ TEST(TraceSummary, RequestSentAgainIsARetryAndTheFirstTryATimeOut) {
 }
 
 TEST(TraceSummary, AnswerWhoseLineComesBeforeItsRequestsIsStillItsAnswer) {
-    const TemporaryTrace trace(Start(1, 1000, 1, "3e") + State(2, 1100, 1, kExecuting) +
-                               Received(3, 1150, 1) + Sent(4, 1200, 1) +
-                               State(5, 1300, 1, kFinished));
+    const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + StateLine(2, 1100, 1, kExecuting) +
+                               ReceivedLine(3, 1150, 1) + SentLine(4, 1200, 1) +
+                               StateLine(5, 1300, 1, kFinished));
     const Json document = Document(trace);
     EXPECT_EQ(document["controlUnits"][0]["answers"], 1);
     EXPECT_EQ(document["requests"]["timeOuts"], 0);
@@ -205,15 +172,16 @@ TEST(TraceSummary, AnswerWhoseLineComesBeforeItsRequestsIsStillItsAnswer) {
 }
 
 TEST(TraceSummary, SecondAnswerToTheSameRequestIsStray) {
-    const TemporaryTrace trace(Start(1, 1000, 1, "3e") + Sent(2, 1100, 1) + Received(3, 1200, 1) +
-                               Received(4, 1300, 1) + State(5, 1400, 1, kFinished));
+    const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + SentLine(2, 1100, 1) +
+                               ReceivedLine(3, 1200, 1) + ReceivedLine(4, 1300, 1) +
+                               StateLine(5, 1400, 1, kFinished));
     EXPECT_EQ(Document(trace)["requests"]["strayAnswers"], 1);
 }
 
 TEST(TraceSummary, CancelledAndEndlessRequestsAreNoTimeOuts) {
-    const TemporaryTrace trace(Start(1, 1000, 1, "3e") + Sent(2, 1100, 1) +
-                               State(3, 1400, 1, kCancelled) + Start(4, 2000, 2, "3e") +
-                               State(5, 2100, 2, kExecuting) + Sent(6, 2200, 2));
+    const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + SentLine(2, 1100, 1) +
+                               StateLine(3, 1400, 1, kCancelled) + StartLine(4, 2000, 2, "3e") +
+                               StateLine(5, 2100, 2, kExecuting) + SentLine(6, 2200, 2));
     const Json requests = Document(trace)["requests"];
     EXPECT_EQ(requests["cancelled"], 1);
     EXPECT_EQ(requests["unfinished"], 1);
@@ -223,7 +191,7 @@ TEST(TraceSummary, CancelledAndEndlessRequestsAreNoTimeOuts) {
 
 TEST(TraceSummary, BusyIsCountedWithItsLastReason) {
     const TemporaryTrace trace(
-        Start(1, 1000, 1, "3e") +
+        StartLine(1, 1000, 1, "3e") +
         TraceLine(2, 1100, "busy_received", "\"req_id\":1,\"reason\":null,\"reason_len\":0") +
         TraceLine(3, 1200, "busy_received",
                   "\"req_id\":1,\"reason\":\"line\\nend\",\"reason_len\":8"));

@@ -9,6 +9,8 @@ namespace dpdu {
 
 void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.c_str()); }
 
+void Output::Text(const std::string& text) { std::fputs(text.c_str(), stream_); }
+
 void Output::Table(const std::vector<Row>& rows) {
     std::vector<std::size_t> widths;
     for (const Row& row : rows) {

@@ -21,6 +21,8 @@ public:
     bool AsJson() const { return as_json_; }
 
     void Line(const std::string& text);
+    // The same without a line end.
+    void Text(const std::string& text);
     // Left-aligned columns, two blanks apart.
     void Table(const std::vector<Row>& rows);
     void Document(const Json& document);

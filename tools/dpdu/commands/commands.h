@@ -58,6 +58,8 @@ struct ComParamOptions {
 struct TraceOptions {
     std::vector<std::string> files;
     std::uint32_t slowest = 10;  // summary: how many of the slowest requests
+    std::string format;          // export: candump, asc or chrome
+    std::string target;          // export: the file to write; empty: standard output
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
@@ -69,6 +71,7 @@ bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
 bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
+bool RunTraceExport(const TraceOptions& options, Output* output);
 
 // A library in use with the one module that the options choose.
 class ModuleSession {

@@ -1,8 +1,16 @@
 #include "trace/reader.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
 #include "commands.h"
 #include "failure.h"
 #include "progress.h"
+#include "trace/exporter.h"
 #include "trace/summary.h"
 
 namespace dpdu {
@@ -29,7 +37,88 @@ trace::ReadReport ReadFile(const std::string& path, const trace::LineReader::Han
     return report;
 }
 
+// The file of an export, which is taken away again unless it was finished.
+class TargetFile {
+public:
+    explicit TargetFile(const std::string& path) : path_(path) {
+        file_ = std::fopen(path.c_str(), "wb");
+        if (file_ == nullptr) ThrowUnwritable();
+    }
+    ~TargetFile() {
+        if (file_ == nullptr) return;
+        std::fclose(file_);
+        std::remove(path_.c_str());
+    }
+    TargetFile(const TargetFile&) = delete;
+    TargetFile& operator=(const TargetFile&) = delete;
+
+    std::FILE* Stream() const { return file_; }
+
+    void Keep() {
+        const bool was_written = std::fflush(file_) == 0 && std::ferror(file_) == 0;
+        if (!was_written) ThrowUnwritable();
+        const bool was_closed = std::fclose(file_) == 0;
+        file_ = nullptr;
+        if (!was_closed) ThrowUnwritable();
+    }
+
+private:
+    [[noreturn]] void ThrowUnwritable() const {
+        throw Failure("cannot write '" + path_ + "': " + std::generic_category().message(errno));
+    }
+
+    std::string path_;
+    std::FILE* file_ = nullptr;
+};
+
+std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output* output) {
+    if (format == "candump") return trace::MakeCandumpExporter(output);
+    if (format == "asc") return trace::MakeAscExporter(output);
+    return trace::MakeChromeExporter(output);
+}
+
+// The two logs have one line of time, and the traces of several processes may overlap.
+void CheckExport(const TraceOptions& options) {
+    if (options.files.size() > 1 && options.format != "chrome") {
+        throw UsageError("only the format chrome takes several traces at once");
+    }
+    for (const std::string& path : options.files) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(path, options.target, ignored)) {
+            throw UsageError("'" + path + "' would be overwritten by its own export");
+        }
+    }
+}
+
+void Export(const TraceOptions& options, Output* output) {
+    const std::unique_ptr<trace::Exporter> exporter = MakeExporter(options.format, output);
+    for (const std::string& path : options.files) {
+        ReportLines(path,
+                    ReadFile(path, [&](const trace::Record& record) { exporter->Take(record); }));
+        exporter->EndOfFile();
+    }
+    exporter->Finish();
+    for (const std::string& loss : exporter->Losses())
+        ErrorLine(loss);
+}
+
 }  // namespace
+
+bool RunTraceExport(const TraceOptions& options, Output* output) {
+    CheckExport(options);
+    if (options.target.empty()) {
+        Export(options, output);
+        return true;
+    }
+    TargetFile target(options.target);
+    Output into(target.Stream(), false);
+    {
+        const Progress progress("writing " + options.target);
+        Export(options, &into);
+    }
+    target.Keep();
+    return true;
+}
 
 bool RunTraceSummary(const TraceOptions& options, Output* output) {
     trace::Summary summary(options.slowest);

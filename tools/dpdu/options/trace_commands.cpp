@@ -7,7 +7,8 @@ namespace {
 
 constexpr char kTraceFooter[] = R"(
 Examples:
-  dpdu trace summary dpdu_coptrace_4711_1.jsonl)";
+  dpdu trace summary dpdu_coptrace_4711_1.jsonl
+  dpdu trace export --format asc -o bus.asc dpdu_coptrace_4711_1.jsonl)";
 
 constexpr char kTraceSummaryFooter[] = R"(
 The library writes its trace to dpdu_coptrace_PROCESS_SESSION.jsonl in the folder for
@@ -24,6 +25,30 @@ Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
   dpdu trace summary --slowest 50 dpdu_coptrace_*.jsonl
   dpdu trace summary --json trace.jsonl)";
+
+constexpr char kExportFooter[] = R"(
+Formats:
+  candump  the log of candump, one frame a line, for canplayer and others
+  asc      Vector ASC, hexadecimal, times from the trace's first line
+  chrome   for chrome://tracing and Perfetto: a process for each module, a thread for
+           each link, spans for requests, waiting and callbacks. Takes several traces.
+
+The library's trace holds whole requests and answers; the dongle cuts them into ISO-TP
+frames itself. candump and asc show them as the frames that must have carried them:
+a single frame, or first and consecutive frames which all have the message's time. Flow
+control and filling bytes were not seen and are left out, and so are responses that the
+dongle kept to itself, tester present, and what the trace has cut off long payloads.
+In asc a comment stands in front of frames that were reconstructed; a candump log has
+no comments. Raw CAN frames are shown exactly as they were.
+
+An identifier above 7FF is taken for one of 29 bits. Each module is a bus: can0, channel 1
+and so on. Times in a candump log are those of the computer's performance counter, as
+in the trace: it holds no calendar time.
+
+Examples:
+  dpdu trace export --format candump trace.jsonl
+  dpdu trace export --format asc -o bus.asc trace.jsonl
+  dpdu trace export --format chrome -o trace.json dpdu_coptrace_*.jsonl)";
 
 constexpr std::uint32_t kMostSlowest = 10'000;
 
@@ -54,11 +79,25 @@ void AddSummary(CommandSet* commands, CLI::App* group) {
     command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
 }
 
+void AddExport(CommandSet* commands, CLI::App* group) {
+    const auto options = std::make_shared<TraceOptions>();
+    CLI::App* command = AddTraceAction(
+        commands, group, {"export", "write a trace in another program's format", kExportFooter},
+        RunTraceExport, options);
+    command->add_option("--format", options->format, "candump, asc or chrome")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"candump", "asc", "chrome"}))
+        ->required();
+    command->add_option("-o,--output", options->target, "file to write (default: standard output)")
+        ->type_name("FILE");
+}
+
 }  // namespace
 
 void AddTraceCommands(CommandSet* commands) {
     CLI::App* group = commands->AddGroup({"trace", "read the library's trace files", kTraceFooter});
     AddSummary(commands, group);
+    AddExport(commands, group);
 }
 
 }  // namespace dpdu

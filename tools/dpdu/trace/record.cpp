@@ -48,6 +48,7 @@ constexpr FieldName kFieldNames[] = {
     {"rx_len", Field::kRxLength},
     {"seq", Field::kSeq},
     {"session", Field::kSession},
+    {"t0_us", Field::kBeginUs},
     {"tasks", Field::kTelemetryTasks},
     {"tick_ms", Field::kTickMs},
     {"tid", Field::kThread},
@@ -107,7 +108,7 @@ const EventRow kEvents[] = {
      {Field::kUnique, Field::kAcceptance, Field::kRxLength, Field::kRxHexLength}},
     {"cop_error", Event::kCopError, true, {Field::kError}},
     {"notify_begin", Event::kNotifyBegin, true, {}},
-    {"notify_end", Event::kNotifyEnd, true, {Field::kDurationUs}},
+    {"notify_end", Event::kNotifyEnd, true, {Field::kBeginUs, Field::kDurationUs}},
     {"cop_free", Event::kCopFree, true, {Field::kFinalState}},
     {"item_destroy", Event::kItemDestroy, false, {Field::kCop}},
     {"comm_req_sent",
@@ -161,6 +162,7 @@ bool IsInRange(Field field, std::int64_t value) {
         case Field::kSeq:
         case Field::kTimeUs:
         case Field::kTickMs:
+        case Field::kBeginUs:
         case Field::kDurationUs:
             return value >= 0 && value <= kLatest;
         case Field::kTelemetryV:

@@ -66,6 +66,7 @@ enum class Field {
     kRxLength,
     kRxHexLength,
     kError,
+    kBeginUs,
     kDurationUs,
     kFinalState,
     kRequestId,

@@ -73,6 +73,11 @@ bool HasUnit(const std::vector<UnitAnswer>& answers, std::uint32_t position) {
     });
 }
 
+CallbackTime CallbackOf(const Record& record) {
+    return {static_cast<std::uint64_t>(record.Number(Field::kBeginUs)),
+            static_cast<std::uint64_t>(record.Number(Field::kDurationUs))};
+}
+
 Payload PayloadOf(const Record& record, Field length) { return {record.data, record.U32(length)}; }
 
 // The line of a long request has lost its identifiers; what was looked up before is still known.
@@ -207,15 +212,10 @@ void RequestTracker::Apply(const Record& record, OpenRequest* open) {
         case Event::kCopError:
             AppendBounded(&request.errors, record.U32(Field::kError));
             return;
-        case Event::kNotifyEnd: {
-            const auto length = static_cast<std::uint64_t>(record.Number(Field::kDurationUs));
-            const std::uint64_t end = record.TimeUs();
+        case Event::kNotifyEnd:
             // A raw ComPrimitive has one for each frame.
-            if (!request.is_raw) {
-                AppendBounded(&request.callbacks, {end > length ? end - length : 0, length});
-            }
+            if (!request.is_raw) AppendBounded(&request.callbacks, CallbackOf(record));
             return;
-        }
         case Event::kCopFree:
             request.freed_us = record.TimeUs();
             return;
@@ -237,6 +237,10 @@ void RequestTracker::Apply(const Record& record, OpenRequest* open) {
 void RequestTracker::Sent(const Record& record, OpenRequest* open) {
     Request& request = open->request;
     if (request.exchanges.size() >= kMaxPerRequest) return;
+    // Fewer fields stand in front of the bytes here, so more of a long request is left.
+    if (record.data.size() > request.sent.bytes.size()) {
+        request.sent = PayloadOf(record, Field::kTxLength);
+    }
     Exchange exchange;
     // Nothing is answered before it is sent, whatever the order of the lines.
     exchange.sent_us = open->early_response

@@ -1,0 +1,271 @@
+// dpdu trace export, as its user sees it, and the frames that it makes of requests.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "client_run.h"
+#include "trace/bus_messages.h"
+#include "trace_files.h"
+
+namespace {
+
+using Json = nlohmann::json;
+using dpdu::Bytes;
+using dpdu::trace::IsoTpFrames;
+
+ClientResult Export(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"trace", "export", "--format"});
+    const ClientResult result = RunClient(arguments);
+    EXPECT_TRUE(result.report.empty()) << "the library was loaded";
+    return result;
+}
+
+std::string Exported(const std::string& format, const std::string& text) {
+    const TemporaryTrace trace(text);
+    const ClientResult result = Export({format, trace.Path()});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    return result.output;
+}
+
+constexpr char kAscHeader[] =
+    "date Thu Jan 1 12:00:00.000 am 1970\n"
+    "base hex  timestamps absolute\n"
+    "internal events logged\n"
+    "// made from a D-PDU trace: its date is not known, times count from its first line\n"
+    "// ISO-TP frames are reconstructed from whole requests and answers: each has the time\n"
+    "// of its message, without flow control and filling bytes\n"
+    "Begin Triggerblock Thu Jan 1 12:00:00.000 am 1970\n"
+    "   0.000000 Start of measurement\n";
+
+TEST(TraceExport, CandumpShowsRequestAndAnswersAsFrames) {
+    const ClientResult result = Export({"candump", TracePath("functional")});
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output,
+              "(0000015413.355492) can0 7DF#0322F187\n"
+              "(0000015413.355778) can0 7E8#101062F18754562D\n"
+              "(0000015413.355778) can0 7E8#21454E472D303831\n"
+              "(0000015413.355778) can0 7E8#22352D41\n"
+              "(0000015413.355778) can0 7E9#101062F18754562D\n"
+              "(0000015413.355778) can0 7E9#215443552D303432\n"
+              "(0000015413.355778) can0 7E9#22302D43\n"
+              "(0000015413.355778) can0 77D#101062F18754562D\n"
+              "(0000015413.355778) can0 77D#214142532D313137\n"
+              "(0000015413.355778) can0 77D#22302D42\n");
+}
+
+TEST(TraceExport, AscShowsTimesFromTheFirstLineAndMarksWhatIsReconstructed) {
+    const ClientResult result = Export({"asc", TracePath("functional")});
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.output, std::string(kAscHeader) +
+                                 R"(   0.201855 1  7DF             Tx   d 4 03 22 F1 87
+// reconstructed: answer to request 2, 16 bytes
+   0.202141 1  7E8             Rx   d 8 10 10 62 F1 87 54 56 2D
+   0.202141 1  7E8             Rx   d 8 21 45 4E 47 2D 30 38 31
+   0.202141 1  7E8             Rx   d 4 22 35 2D 41
+// reconstructed: answer to request 2, 16 bytes
+   0.202141 1  7E9             Rx   d 8 10 10 62 F1 87 54 56 2D
+   0.202141 1  7E9             Rx   d 8 21 54 43 55 2D 30 34 32
+   0.202141 1  7E9             Rx   d 4 22 30 2D 43
+// reconstructed: answer to request 2, 16 bytes
+   0.202141 1  77D             Rx   d 8 10 10 62 F1 87 54 56 2D
+   0.202141 1  77D             Rx   d 8 21 41 42 53 2D 31 31 37
+   0.202141 1  77D             Rx   d 4 22 30 2D 42
+End TriggerBlock
+)");
+}
+
+TEST(TraceExport, ControlUnitThatStaysSilentHasNoFrame) {
+    EXPECT_EQ(Export({"candump", TracePath("silent")}).output,
+              "(0000015413.984264) can0 7E5#0322F190\n");
+}
+
+TEST(TraceExport, LongRequestIsShownAsFarAsItWasRecordedAndTheRestIsTold) {
+    const ClientResult result = Export({"asc", TracePath("long_request")});
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.error,
+              "dpdu: payloads of which the trace holds only a part, so that their last frames are "
+              "missing: 1\n");
+    EXPECT_NE(
+        result.output.find("// reconstructed: request 2, 603 bytes, only the first 448 were "
+                           "recorded\n   0.202343 1  7E0             Tx   d 8 12 5B 2E F1 5A"),
+        std::string::npos)
+        << result.output;
+    EXPECT_NE(result.output.find("Rx   d 4 03 7F 2E 31\nEnd TriggerBlock\n"), std::string::npos);
+}
+
+// A raw link: a start of communication sends, a request's ComPrimitive receives.
+std::string RawTrace() {
+    const auto start = [](int seq, int ts_us, int cop, int type, const std::string& hex) {
+        const std::string length = std::to_string(hex.size() / 2);
+        return CopLine(seq, ts_us, "cop_start", cop,
+                       ",\"copType\":" + std::to_string(type) + ",\"tx_len\":" + length +
+                           ",\"tx_hex\":\"" + hex + "\",\"tx_hex_len\":" + length +
+                           ",\"tx_trunc\":false,\"numSend\":1,\"numRecv\":0");
+    };
+    const auto received = [](int seq, int ts_us, const std::string& hex) {
+        const std::string length = std::to_string(hex.size() / 2);
+        return CopLine(seq, ts_us, "cop_rx", 2,
+                       ",\"uniq\":0,\"acc\":0,\"rx_len\":" + length + ",\"rx_hex\":\"" + hex +
+                           "\",\"rx_hex_len\":" + length + ",\"rx_trunc\":false");
+    };
+    const std::string idle = ",\"final\":32784";
+    return start(1, 1'000'000, 2, 32772, "") + StateLine(2, 1'000'100, 2, kExecuting) +
+           CopLine(3, 1'000'200, "cop_sendrecv_meta", 2,
+                   ",\"raw\":true,\"reqAddrMode\":1,\"canFuncReqId\":0,\"canFuncReqFormat\":0,"
+                   "\"canPhysReqId\":0,\"canPhysReqFormat\":0,\"canRespUSDTId\":0,"
+                   "\"canRespUSDTFormat\":0,\"rc78\":0") +
+           StateLine(4, 1'000'300, 2, kFinished) +
+           start(5, 1'500'000, 3, 32769, "00000123DEADBEEF") +
+           CopLine(6, 1'500'250, "cop_free", 3, idle) + received(7, 1'600'000, "0000045601") +
+           received(8, 1'700'000, "18daf110") + start(9, 1'800'000, 4, 32769, "18DA10F1023E00") +
+           CopLine(10, 1'800'001, "cop_free", 4, idle) +
+           start(11, 1'900'000, 5, 32769, "00000123000102030405060708") +
+           CopLine(12, 1'900'001, "cop_free", 5, idle) + start(13, 2'000'000, 6, 32769, "") +
+           StateLine(14, 2'000'001, 6, kFinished) + FreeLine(15, 2'000'002, 6);
+}
+
+TEST(TraceExport, RawFramesAreShownExactlyAsTheyWere) {
+    const TemporaryTrace trace(RawTrace());
+    const ClientResult result = Export({"candump", trace.Path()});
+    EXPECT_EQ(result.output,
+              "(0000000001.500250) can0 123#DEADBEEF\n"
+              "(0000000001.600000) can0 456#01\n"
+              "(0000000001.700000) can0 18DAF110#\n"
+              "(0000000001.800001) can0 18DA10F1#023E00\n");
+    EXPECT_EQ(result.error, "dpdu: raw frames of more than eight bytes, which are left out: 1\n");
+    EXPECT_EQ(Exported("asc", RawTrace()),
+              std::string(kAscHeader) +
+                  "   0.500250 1  123             Tx   d 4 DE AD BE EF\n"
+                  "   0.600000 1  456             Rx   d 1 01\n"
+                  "   0.700000 1  18DAF110x       Rx   d 0\n"
+                  "   0.800001 1  18DA10F1x       Tx   d 3 02 3E 00\n"
+                  "End TriggerBlock\n");
+}
+
+TEST(TraceExport, RawFramesAreCountedInTheSummary) {
+    const TemporaryTrace trace(RawTrace());
+    const Json document =
+        Json::parse(RunClient({"trace", "summary", "--json", trace.Path()}).output);
+    EXPECT_EQ(document["links"][0]["rawSent"], 3);
+    EXPECT_EQ(document["links"][0]["rawReceived"], 2);
+    ASSERT_EQ(document["rawFrames"].size(), 4u);
+    EXPECT_EQ(document["rawFrames"][0], Json::parse(R"({"id": "123", "sent": true, "frames": 2})"));
+}
+
+TEST(TraceExport, ChromeHasAProcessForEachModuleAndSpansForEachRequest) {
+    EXPECT_EQ(Exported("chrome", StartLine(1, 1000, 1, "3e00") + StateLine(2, 1100, 1, kExecuting) +
+                                     SentLine(3, 1200, 1) + ReceivedLine(4, 1700, 1, "7e00") +
+                                     StateLine(5, 1800, 1, kFinished) +
+                                     CopLine(6, 1850, "notify_end", 1,
+                                             ",\"itemType\":4865,\"evtType\":2049,\"t0_us\":1810,"
+                                             "\"t1_us\":1850,\"dur_us\":40") +
+                                     FreeLine(7, 1900, 1)),
+              R"({"displayTimeUnit":"ms","traceEvents":[
+{"name":"process_name","ph":"M","pid":1,"tid":0,"args":{"name":"process 7, module 0"}},
+{"name":"thread_name","ph":"M","pid":1,"tid":1,"args":{"name":"link 1"}},
+{"name":"queued 3E 00","cat":"queued","ph":"b","pid":1,"tid":1,"ts":1000,"id":"7.1"},
+{"name":"queued 3E 00","cat":"queued","ph":"e","pid":1,"tid":1,"ts":1100,"id":"7.1"},
+{"name":"3E 00","cat":"request","ph":"X","pid":1,"tid":1,"ts":1100,"dur":800,"args":{)"
+              R"("comPrimitive":1,"type":"SENDRECV","address":"7E0:7E8","request":"3E 00",)"
+              R"("requestLength":2,"outcome":"no answer","answers":[{"from":"7E8",)"
+              R"("data":"7E 00","length":2}]}},
+{"name":"waiting for 7E8","cat":"wait","ph":"X","pid":1,"tid":1,"ts":1200,"dur":500,"args":{)"
+              R"("result":"answered","timeoutMs":550}},
+{"name":"callback","cat":"callback","ph":"X","pid":1,"tid":1,"ts":1810,"dur":40}
+]}
+)");
+}
+
+TEST(TraceExport, ChromeTakesSeveralTracesAndKeepsTheirProcessesApart) {
+    const ClientResult result =
+        Export({"chrome", TracePath("silent"), TracePath("functional"), TracePath("three_units")});
+    const Json events = Json::parse(result.output)["traceEvents"];
+    std::vector<std::string> processes;
+    for (const Json& event : events) {
+        if (event["name"] == "process_name") processes.push_back(event["args"]["name"]);
+    }
+    EXPECT_EQ(processes,
+              (std::vector<std::string>{"process 8166, module 0", "process 8123, module 0",
+                                        "process 8106, module 0"}));
+    EXPECT_EQ(Export({"asc", TracePath("silent"), TracePath("functional")}).exit_code, 2);
+}
+
+TEST(TraceExport, TargetHoldsTheSameBytesAsStandardOutput) {
+    const std::string target = TemporaryPath("export.log");
+    const ClientResult result = Export({"candump", TracePath("functional"), "-o", target});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(ReadWholeFile(target), Export({"candump", TracePath("functional")}).output);
+    std::remove(target.c_str());
+}
+
+TEST(TraceExport, NothingIsLeftOfAnExportThatFails) {
+    const std::string target = TemporaryPath("export.log");
+    const TemporaryTrace rubbish("rubbish\n");
+    const ClientResult result = Export({"asc", rubbish.Path(), "-o", target});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.error, "dpdu: '" + rubbish.Path() + "' holds not a single line of a trace\n");
+    std::FILE* file = std::fopen(target.c_str(), "rb");
+    EXPECT_EQ(file, nullptr);
+    if (file) std::fclose(file);
+}
+
+TEST(TraceExport, TraceIsNotOverwrittenByItsOwnExport) {
+    const TemporaryTrace trace(RawTrace());
+    const ClientResult result = Export({"asc", trace.Path(), "-o", trace.Path()});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_EQ(ReadWholeFile(trace.Path()), RawTrace());
+}
+
+TEST(TraceExport, FolderThatDoesNotExistIsOneErrorLine) {
+    const ClientResult result =
+        Export({"asc", TracePath("silent"), "-o", "/nowhere/to_be_found/export.asc"});
+    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_TRUE(result.error.starts_with("dpdu: cannot write '/nowhere/to_be_found/export.asc': "))
+        << result.error;
+}
+
+TEST(TraceExport, UnknownFormatIsRefused) {
+    const ClientResult result = Export({"pcap", TracePath("silent")});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_TRUE(result.error.ends_with("see dpdu trace export --help\n")) << result.error;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(IsoTp, SevenBytesAreASingleFrameAndEightAreTwo) {
+    EXPECT_EQ(IsoTpFrames({{1, 2, 3, 4, 5, 6, 7}, 7}),
+              (std::vector<Bytes>{{0x07, 1, 2, 3, 4, 5, 6, 7}}));
+    EXPECT_EQ(IsoTpFrames({{1, 2, 3, 4, 5, 6, 7, 8}, 8}),
+              (std::vector<Bytes>{{0x10, 8, 1, 2, 3, 4, 5, 6}, {0x21, 7, 8}}));
+    EXPECT_TRUE(IsoTpFrames({{}, 0}).empty());
+}
+
+TEST(IsoTp, NumbersOfConsecutiveFramesWrapAtSixteen) {
+    const std::vector<Bytes> frames = IsoTpFrames({Bytes(6 + 7 * 17, 0xAA), 6 + 7 * 17});
+    ASSERT_EQ(frames.size(), 18u);
+    EXPECT_EQ(frames[15][0], 0x2F);
+    EXPECT_EQ(frames[16][0], 0x20);
+    EXPECT_EQ(frames[17][0], 0x21);
+}
+
+TEST(IsoTp, MoreThan4095BytesHaveTheLongFirstFrame) {
+    EXPECT_EQ(IsoTpFrames({Bytes(4095, 0xAA), 4095})[0],
+              (Bytes{0x1F, 0xFF, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA}));
+    EXPECT_EQ(IsoTpFrames({Bytes(4096, 0xAA), 4096})[0],
+              (Bytes{0x10, 0, 0, 0, 0x10, 0, 0xAA, 0xAA}));
+}
+
+TEST(IsoTp, OfAPartOnlyFramesThatAreKnownWholeAreMade) {
+    EXPECT_EQ(IsoTpFrames({Bytes(12, 0xAA), 20}).size(), 1u);
+    EXPECT_EQ(IsoTpFrames({Bytes(13, 0xAA), 20}).size(), 2u);
+    EXPECT_TRUE(IsoTpFrames({Bytes(2, 0xAA), 3}).empty());
+    EXPECT_TRUE(IsoTpFrames({Bytes(5, 0xAA), 20}).empty());
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include <cstdio>
+#include <optional>
+#include <utility>
+
+#include "ecu_address.h"
+#include "trace/bus_messages.h"
+#include "trace/exporter.h"
+#include "trace/text.h"
+
+namespace dpdu::trace {
+namespace {
+
+// The part of both logs that hears of messages and counts what cannot be shown.
+class CanLogExporter : public Exporter {
+public:
+    explicit CanLogExporter(Output* output)
+        : output_(output), messages_([this](const BusMessage& message) { Show(message); }) {}
+
+    void Take(const Record& record) override {
+        if (!start_us_) start_us_ = record.TimeUs();
+        messages_.Take(record);
+    }
+    void EndOfFile() override { messages_.Finish(); }
+    void Finish() override {}
+
+    std::vector<std::string> Losses() const override {
+        std::vector<std::string> losses;
+        if (messages_.Incomplete() > 0) {
+            losses.push_back(
+                "payloads of which the trace holds only a part, so that their last "
+                "frames are missing: " +
+                std::to_string(messages_.Incomplete()));
+        }
+        if (messages_.NoFrames() > 0) {
+            losses.push_back("raw frames of more than eight bytes, which are left out: " +
+                             std::to_string(messages_.NoFrames()));
+        }
+        return losses;
+    }
+
+protected:
+    virtual void Show(const BusMessage& message) = 0;
+
+    void Line(const std::string& text) { output_->Line(text); }
+    std::uint64_t SinceStart(std::uint64_t time_us) const {
+        return time_us > *start_us_ ? time_us - *start_us_ : 0;
+    }
+
+private:
+    Output* output_;
+    std::optional<std::uint64_t> start_us_;
+    BusMessages messages_;
+};
+
+class CandumpExporter : public CanLogExporter {
+public:
+    using CanLogExporter::CanLogExporter;
+
+private:
+    void Show(const BusMessage& message) override {
+        for (const Bytes& frame : message.frames) {
+            char time[48];
+            std::snprintf(time, sizeof time, "(%010llu.%06u)",
+                          static_cast<unsigned long long>(message.time_us / 1'000'000),
+                          static_cast<unsigned>(message.time_us % 1'000'000));
+            Line(std::string(time) + " can" + std::to_string(message.bus) + " " +
+                 Identifier(message.can_id) + "#" + HexText(frame));
+        }
+    }
+
+    // The number of digits tells the reader how long the identifier is.
+    static std::string Identifier(std::uint32_t id) {
+        return HexNumber(id, id > kLargest11BitId ? 8 : 3);
+    }
+};
+
+class AscExporter : public CanLogExporter {
+public:
+    explicit AscExporter(Output* output) : CanLogExporter(output) {
+        // The trace tells no calendar time, but readers want one.
+        Line("date Thu Jan 1 12:00:00.000 am 1970");
+        Line("base hex  timestamps absolute");
+        Line("internal events logged");
+        Line("// made from a D-PDU trace: its date is not known, times count from its first line");
+        Line(
+            "// ISO-TP frames are reconstructed from whole requests and answers: each has the "
+            "time");
+        Line("// of its message, without flow control and filling bytes");
+        Line("Begin Triggerblock Thu Jan 1 12:00:00.000 am 1970");
+        Line("   0.000000 Start of measurement");
+    }
+
+    void Finish() override { Line("End TriggerBlock"); }
+
+private:
+    void Show(const BusMessage& message) override {
+        if (!message.is_raw && (message.frames.size() > 1 || message.recorded < message.length)) {
+            Line(Comment(message));
+        }
+        for (const Bytes& frame : message.frames) {
+            char head[80];
+            std::snprintf(head, sizeof head, "%11s %-2u %-15s %s   d %zu",
+                          SecondsText(SinceStart(message.time_us)).c_str(), message.bus + 1,
+                          Identifier(message.can_id).c_str(), message.is_sent ? "Tx" : "Rx",
+                          frame.size());
+            Line(head + (frame.empty() ? "" : " " + HexText(frame, " ")));
+        }
+    }
+
+    static std::string Identifier(std::uint32_t id) {
+        return HexNumber(id, 1) + (id > kLargest11BitId ? "x" : "");
+    }
+
+    static std::string Comment(const BusMessage& message) {
+        std::string text = "// reconstructed: ";
+        text += message.is_sent ? "request" : "answer to request";
+        text +=
+            " " + std::to_string(message.cop) + ", " + std::to_string(message.length) + " bytes";
+        if (message.recorded < message.length) {
+            text += ", only the first " + std::to_string(message.recorded) + " were recorded";
+        }
+        return text;
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<Exporter> MakeCandumpExporter(Output* output) {
+    return std::make_unique<CandumpExporter>(output);
+}
+
+std::unique_ptr<Exporter> MakeAscExporter(Output* output) {
+    return std::make_unique<AscExporter>(output);
+}
+
+}  // namespace dpdu::trace
