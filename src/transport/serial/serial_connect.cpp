@@ -55,7 +55,6 @@ static void ResetPort(SerialPort* port, std::int32_t number) {
     InitializeQueue(&queues.rx);
     InitializeQueue(&queues.tx);
     queues.mtu = kSerialMtu;
-    queues.available = true;
 }
 
 static bool OpenPortHandle(SerialPort* port, const char* path) {
@@ -121,12 +120,14 @@ static void AbandonPort(SerialPort* port) {
     ReleaseQueues(port);
 }
 
-// False: the port has closed itself meanwhile.
+// False: the port has closed itself meanwhile. The queues are available from the first SYNC on: a
+// link from before a replug goes on sending, and the dongle must find the SYNC before that.
 static bool SendSync(SerialPort* port) {
     LockGuard hold(port->queues.device_lock);
-    if (!port->queues.available) return false;
+    if (!port->running) return false;
     PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
     if (sync) EnqueueTransmitPacket(&port->queues, sync);
+    port->queues.available = true;
     return true;
 }
 

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <optional>
 #include <string>
+#include <thread>
 
+#include "link/fragmentation.h"
 #include "link/packet_queue.h"
 #include "unit/transport/serial_fixture.h"
 #include "unit/transport/thread_start_fault.h"
@@ -321,6 +324,27 @@ TEST_F(SerialConnectTest, ReplugConnectsTheSameQueuesWithoutLeftovers) {
     EXPECT_EQ(TakePacket(&QueuesOf(5)->rx, 0), nullptr);
     second->Send(WirePacket(kTypeLogn, Bytes(184)));
     EXPECT_NE(Receive(5, kTypeLogn), nullptr);
+}
+
+TEST_F(SerialConnectTest, LinksThatKeepSendingComeBehindTheSync) {
+    std::atomic<bool> stop{false};
+    std::thread link([&stop] {
+        while (!stop) {
+            PacketPtr request = MakePacket(kTypeCreq, 32);
+            FragSendPacket(QueuesOf(5), request);
+        }
+    });
+    for (int replug = 0; replug < 5; ++replug) {
+        const auto port = FakePort::Plug(5);
+        kSerialTransport.Start();
+        EXPECT_TRUE(Eventually([&] { return port->ReceivedCount(kTypeCreq) > 0; }));
+        ASSERT_FALSE(port->Received().empty());
+        EXPECT_EQ(port->Received().front(), kSyncBytes);
+        kSerialTransport.Stop();
+        FakePort::RemoveAll();
+    }
+    stop = true;
+    link.join();
 }
 
 TEST_F(SerialConnectTest, ReplugDoesNotGoOnWithAHalfReceivedPacket) {
