@@ -23,7 +23,7 @@
 namespace tarvik {
 
 struct CloudSecSession;  // secure_channel_state.h; nobody but the channel looks inside
-extern CloudSecSession cloud_session;
+extern CloudSecSession& cloud_session;
 
 // DEVA's answer to the identification. Any other value is accepted like kRegistered.
 inline constexpr std::uint32_t kDeviceRegistered = 0;
@@ -56,8 +56,8 @@ bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status,
 // True from a successful handshake until the session is cleared. Any thread.
 bool CloudSecEstablished();
 
-// Wipes keys, salt and counters. Any thread, at any time: waits for a seal or an open that is going
-// on, and after its return no packet is sealed or opened before the next handshake.
+// Wipes keys, salt and counters. Any thread, at any time but during a handshake: waits for a seal
+// or an open that is going on, and after its return none succeeds before the next handshake.
 void CloudSecClearSession();
 
 // The packet to put on the wire in place of this one, never null: a CRYP, 24 bytes longer, or, as
