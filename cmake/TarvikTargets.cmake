@@ -51,3 +51,11 @@ function(tarvik_target_defaults target)
             _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN __USE_MINGW_ANSI_STDIO=1)
     endif()
 endfunction()
+
+# tarvik_test_defaults(TARGET): the same for code of the tests. It is not optimised: compiling it is
+# most of a build, and it is the library that has to be fast.
+function(tarvik_test_defaults target)
+    tarvik_target_defaults(${target})
+    target_compile_options(${target} PRIVATE -O0)
+    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+endfunction()

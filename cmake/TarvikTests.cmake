@@ -54,8 +54,7 @@ function(tarvik_add_unit_test name)
     endif()
 
     add_executable(${name} ${ARG_SOURCES})
-    tarvik_target_defaults(${name})
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    tarvik_test_defaults(${name})
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
@@ -87,8 +86,7 @@ function(tarvik_add_conformance_test name)
     endif()
 
     add_executable(${name} ${ARG_SOURCES})
-    tarvik_target_defaults(${name})
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    tarvik_test_defaults(${name})
     target_link_libraries(${name} PRIVATE
         ${ARG_LIBRARIES} tarvik::gtest_main Threads::Threads ${CMAKE_DL_LIBS})
     set_target_properties(${name} PROPERTIES
