@@ -4,8 +4,15 @@
 #include <nlohmann/json.hpp>
 
 #include "failure.h"
+#include "terminal.h"
 
 namespace dpdu {
+
+std::size_t Output::Columns() const {
+    constexpr int kWithoutTerminal = 100;
+    const int columns = TerminalColumns(stream_);
+    return static_cast<std::size_t>(columns > 0 ? columns : kWithoutTerminal);
+}
 
 void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.c_str()); }
 

@@ -19,6 +19,8 @@ public:
     Output(std::FILE* stream, bool as_json) : stream_(stream), as_json_(as_json) {}
 
     bool AsJson() const { return as_json_; }
+    // Of the terminal that is written to; 100 when it is none.
+    std::size_t Columns() const;
 
     void Line(const std::string& text);
     // The same without a line end.

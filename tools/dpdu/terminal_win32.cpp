@@ -49,6 +49,13 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
 
+int TerminalColumns(std::FILE* stream) {
+    const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    if (!::GetConsoleScreenBufferInfo(handle, &info)) return 0;
+    return info.srWindow.Right - info.srWindow.Left + 1;
+}
+
 void CatchInterruptions() { ::SetConsoleCtrlHandler(OnInterruption, TRUE); }
 
 bool WasInterrupted() { return interrupted.load(); }

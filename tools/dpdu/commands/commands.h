@@ -12,6 +12,7 @@
 
 #include "link.h"
 #include "output.h"
+#include "trace/timeline.h"
 
 namespace dpdu {
 
@@ -57,9 +58,12 @@ struct ComParamOptions {
 
 struct TraceOptions {
     std::vector<std::string> files;
-    std::uint32_t slowest = 10;  // summary: how many of the slowest requests
-    std::string format;          // export: candump, asc or chrome
-    std::string target;          // export: the file to write; empty: standard output
+    std::uint32_t slowest = 10;    // summary: how many of the slowest requests
+    trace::TimelineFilter filter;  // timeline
+    bool is_waterfall = false;     // timeline: bars stand where their requests were
+    std::size_t columns = 0;       // timeline; 0: as the terminal has
+    std::string format;            // export: candump, asc or chrome
+    std::string target;            // export: the file to write; empty: standard output
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
@@ -71,6 +75,7 @@ bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
 bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
+bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);
 
 // A library in use with the one module that the options choose.

@@ -104,6 +104,28 @@ void Export(const TraceOptions& options, Output* output) {
 
 }  // namespace
 
+bool RunTraceTimeline(const TraceOptions& options, Output* output) {
+    const std::size_t columns = options.columns > 0 ? options.columns : output->Columns();
+    trace::Timeline timeline(options.filter, {columns, options.is_waterfall}, output);
+    const auto take = [&](const trace::Record& record) { timeline.Take(record); };
+    for (const std::string& path : options.files) {
+        trace::ReadReport report;
+        {
+            const Progress progress("reading " + path);
+            report = ReadFile(path, take);
+        }
+        timeline.EndOfFile();
+        ReportLines(path, report);
+    }
+    timeline.StartShowing();
+    for (const std::string& path : options.files) {
+        trace::ReadTraceFile(path, take);
+        timeline.EndOfFile();
+    }
+    if (timeline.Shown() == 0) ErrorLine("no request like that in the trace");
+    return timeline.Shown() > 0;
+}
+
 bool RunTraceExport(const TraceOptions& options, Output* output) {
     CheckExport(options);
     if (options.target.empty()) {

@@ -1,5 +1,8 @@
+#include <cmath>
 #include <memory>
 
+#include "failure.h"
+#include "hex.h"
 #include "options/command_set.h"
 
 namespace dpdu {
@@ -8,6 +11,7 @@ namespace {
 constexpr char kTraceFooter[] = R"(
 Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
+  dpdu trace timeline --errors dpdu_coptrace_4711_1.jsonl
   dpdu trace export --format asc -o bus.asc dpdu_coptrace_4711_1.jsonl)";
 
 constexpr char kTraceSummaryFooter[] = R"(
@@ -25,6 +29,22 @@ Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
   dpdu trace summary --slowest 50 dpdu_coptrace_*.jsonl
   dpdu trace summary --json trace.jsonl)";
+
+constexpr char kTimelineFooter[] = R"(
+One row for each ComPrimitive, in the order of their ends: when it was started, its module
+and link, its handle, how long it took, how it ended, and a bar with the parts of that
+time. A column shows what took most of its time. Bars are as long as 95 of a hundred
+requests need; with --waterfall they stand where their requests were in time.
+
+END is ok, NRC and the code of a negative response, error, cancel, open (no end was
+recorded) or raw (a raw CAN link). --errors shows everything but ok and raw, and
+requests that were sent again after a time-out.
+
+Examples:
+  dpdu trace timeline trace.jsonl
+  dpdu trace timeline --errors trace.jsonl
+  dpdu trace timeline --link 0:2 --from 12.5 --to 13 --waterfall trace.jsonl
+  dpdu trace timeline --columns 200 trace.jsonl | less -S)";
 
 constexpr char kExportFooter[] = R"(
 Formats:
@@ -79,6 +99,56 @@ void AddSummary(CommandSet* commands, CLI::App* group) {
     command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
 }
 
+// "1" is a link, "0:1" a module and its link.
+void ParseLinkText(const std::string& text, trace::TimelineFilter* filter) {
+    const std::size_t colon = text.find(':');
+    const bool has_module = colon != std::string::npos;
+    if (has_module) filter->module = ParseNumber(text.substr(0, colon));
+    filter->link = ParseNumber(has_module ? text.substr(colon + 1) : text);
+    if (!filter->link || (has_module && !filter->module)) {
+        throw UsageError("'" + text + "' is not a link such as 1 or, with its module, 0:1");
+    }
+}
+
+std::uint64_t Microseconds(double seconds) {
+    return static_cast<std::uint64_t>(std::llround(seconds * 1e6));
+}
+
+void AddTimeline(CommandSet* commands, CLI::App* group) {
+    constexpr double kLatestSecond = 1e9;
+    constexpr std::size_t kMostColumns = 1000;
+    const auto options = std::make_shared<TraceOptions>();
+    CLI::App* command = AddTraceAction(
+        commands, group, {"timeline", "each request with the parts of its time", kTimelineFooter},
+        RunTraceTimeline, options);
+    command
+        ->add_option_function<std::string>(
+            "--link", [options](const std::string& text) { ParseLinkText(text, &options->filter); },
+            "only requests of this link")
+        ->type_name("[MODULE:]LINK");
+    command
+        ->add_option_function<double>(
+            "--from",
+            [options](double seconds) { options->filter.from_us = Microseconds(seconds); },
+            "only from this time of the session on")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kLatestSecond));
+    command
+        ->add_option_function<double>(
+            "--to", [options](double seconds) { options->filter.to_us = Microseconds(seconds); },
+            "only up to this time of the session")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kLatestSecond));
+    command->add_flag("--errors", options->filter.only_problems, "only what did not go well");
+    command->add_flag("--waterfall", options->is_waterfall,
+                      "put the bars where their requests were in time");
+    command
+        ->add_option("--columns", options->columns,
+                     "width of the rows (default: the terminal's, else 100)")
+        ->type_name("N")
+        ->check(CLI::Range(std::size_t{1}, kMostColumns));
+}
+
 void AddExport(CommandSet* commands, CLI::App* group) {
     const auto options = std::make_shared<TraceOptions>();
     CLI::App* command = AddTraceAction(
@@ -97,6 +167,7 @@ void AddExport(CommandSet* commands, CLI::App* group) {
 void AddTraceCommands(CommandSet* commands) {
     CLI::App* group = commands->AddGroup({"trace", "read the library's trace files", kTraceFooter});
     AddSummary(commands, group);
+    AddTimeline(commands, group);
     AddExport(commands, group);
 }
 
