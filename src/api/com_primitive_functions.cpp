@@ -65,6 +65,14 @@ void TraceStart(const TraceCop& ids, const StartRequest& request) {
                               control);
 }
 
+// Looked up here, while the flag bytes are sure to be there: they stay the caller's.
+bool AsksForExtendedFrame(const PDU_COP_CTRL_DATA* control) {
+    constexpr std::uint32_t kFlagByte = 2;
+    if (control == nullptr || control->TxFlag.pFlagData == nullptr) return false;
+    if (control->TxFlag.NumFlagBytes <= kFlagByte) return false;
+    return (control->TxFlag.pFlagData[kFlagByte] & 1) != 0;
+}
+
 // Null: memory is out.
 ComPrimitive* MakeComPrimitive(const LinkRecord& link, std::uint32_t hCoP,
                                const StartRequest& request) {
@@ -83,6 +91,7 @@ ComPrimitive* MakeComPrimitive(const LinkRecord& link, std::uint32_t hCoP,
         }
     }
     cop->pCopCtrlData = CopyControlData(request.pCopCtrlData);
+    cop->extended_frame = link.rawMode && AsksForExtendedFrame(request.pCopCtrlData);
     return cop;
 }
 

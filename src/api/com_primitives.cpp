@@ -65,7 +65,7 @@ void FreeControlData(PDU_COP_CTRL_DATA* data) {
 }
 
 void FreeComPrimitive(ComPrimitive* cop) {
-    if (cop == nullptr) return;
+    if (cop == nullptr || cop->references.fetch_sub(1) != 1) return;
     FreeControlData(cop->pCopCtrlData);
     FreeMem(cop->pCoPData);
     if (cop->receive_thread != nullptr) OsThreadClose(cop->receive_thread);

@@ -9,8 +9,8 @@
 
 namespace tarvik {
 
-// One unit of work on a link. Owned by the link's registry until the worker is done with it; the
-// worker alone writes it, except for `abort`.
+// One unit of work on a link. The link's registry holds a reference until the worker is done with
+// it, its receive thread another one. The worker alone writes it, except for the atomics.
 struct ComPrimitive {
     std::uint32_t hCoP = 0;
     std::atomic<std::uint32_t> state{PDU_COPST_IDLE};
@@ -25,9 +25,17 @@ struct ComPrimitive {
     std::atomic<bool> abort{false};
     std::uint64_t lastChange = 0;  // tick in ms of the last state change; 0 before the first
     std::uint64_t duration = 0;    // ms that the previous state lasted
-    OsThread* receive_thread = nullptr;
+    std::atomic<std::uint32_t> references{1};
+
+    // Raw links only.
+    bool extended_frame = false;         // of a frame to send: the TxFlag says so
+    bool has_receive_thread = false;     // now or earlier: it stays registered until the clean-up
+    OsThread* receive_thread = nullptr;  // null again once it has been seen to have ended
+    std::atomic<std::uint32_t> receive_thread_id{0};
+    std::atomic<bool> receiving{false};  // whoever clears it ends the reception
 };
 
+// Gives up one reference.
 void FreeComPrimitive(ComPrimitive* cop);
 
 // Deep copy of the caller's control data in tracked blocks; only the TxFlag bytes stay the

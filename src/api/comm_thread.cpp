@@ -3,6 +3,8 @@
 #include "api/com_primitives.h"
 #include "api/comparams.h"
 #include "api/links.h"
+#include "api/raw_receive.h"
+#include "api/raw_send.h"
 #include "api/send_recv.h"
 #include "api/worker_log.h"
 #include "link/fragmentation.h"
@@ -44,6 +46,7 @@ void StartTesterPresent(LinkRecord* link, const ComPrimitive& cop) {
 }
 
 void StartComm(LinkRecord* link, ComPrimitive* cop) {
+    if (link->rawMode) return ExecuteRawStartComm(link, *cop);
     UpdateCopState(link, cop, PDU_COPST_FINISHED);
     SetLinkState(link, PDU_CLLST_COMM_STARTED);
     StartTesterPresent(link, *cop);
@@ -78,8 +81,13 @@ void ReleaseExecuted(LinkRecord* link, ComPrimitive* cop) {
 
 void CleanUp(LinkRecord* link) {
     Log(kLogTrace, "[%s] cleanup", "CommThreadFunc");
-    while (void* object = TakeItem(&link->registry)) {
-        auto* cop = static_cast<ComPrimitive*>(object);
+    TakeItem(&link->raw_receive);
+    while (auto* cop = static_cast<ComPrimitive*>(FirstItem(&link->registry))) {
+        if (cop->has_receive_thread) StopRawReception(link, cop);
+        if (RemoveItem(&link->registry, cop->hCoP) == nullptr) {
+            WORKER_LOG(" Failed to dequeue from CoP queue");
+            return;
+        }
         RemoveItem(&link->pending, cop->hCoP);
         Log(kLogTrace, "[%s]   free CoP #%d", "CommThreadFunc", static_cast<int>(cop->hCoP));
         FreeComPrimitive(cop);
@@ -97,7 +105,7 @@ void CommThreadFunc(void* argument) {
         if (cop == nullptr) continue;
         cop->CllTag = link->CllTag;
         Execute(link.Get(), cop);
-        ReleaseExecuted(link.Get(), cop);
+        if (!cop->has_receive_thread) ReleaseExecuted(link.Get(), cop);
     }
     CleanUp(link.Get());
     Log(kLogTrace, "[%s] exiting", __func__);

@@ -83,6 +83,11 @@ void* TakeItem(ItemQueue* queue) {
     return Unwrap(node);
 }
 
+void* FirstItem(ItemQueue* queue) {
+    const LockGuard hold(queue->lock);
+    return queue->head == nullptr ? nullptr : queue->head->object;
+}
+
 void* WaitForItem(ItemQueue* queue, std::uint32_t timeout_ms, const std::atomic<bool>& running) {
     const std::uint64_t deadline = TickMs() + timeout_ms;
     ItemNode* node = nullptr;

@@ -39,6 +39,7 @@ void DiscardQueue(ItemQueue* queue, void (*release)(void* object));
 bool AppendItem(ItemQueue* queue, void* object, std::uint32_t key);
 // The oldest object, or null; does not wait.
 void* TakeItem(ItemQueue* queue);
+void* FirstItem(ItemQueue* queue);  // likewise, and leaves it in the queue
 // The oldest object, waiting at most timeout_ms for one while `running` is set. Null: none came.
 // Whoever clears `running` calls WakeItemQueue afterwards.
 void* WaitForItem(ItemQueue* queue, std::uint32_t timeout_ms, const std::atomic<bool>& running);
@@ -55,6 +56,14 @@ bool VisitItem(ItemQueue& queue, std::uint32_t key, Visit visit) {
         return true;
     }
     return false;
+}
+
+// Calls `visit` for every object while none can leave the queue.
+template <typename Visit>
+void VisitAllItems(ItemQueue& queue, Visit visit) {
+    const LockGuard hold(queue.lock);
+    for (ItemNode* node = queue.head; node != nullptr; node = node->next)
+        visit(node->object);
 }
 
 }  // namespace tarvik

@@ -40,13 +40,13 @@ struct LinkRecord {
     ItemQueue pending;      // ComPrimitives that the worker has not taken yet
     ItemQueue registry;     // every ComPrimitive of the link, by handle
     ItemQueue events;       // for PDUGetEventItem
-    ItemQueue raw_receive;  // ComPrimitives that receive raw CAN frames
+    ItemQueue raw_receive;  // the ComPrimitive that receives raw CAN frames; the worker's own
 
     UniqueRespTable* unique_table = nullptr;  // guarded by mutex; null after a failed copy
     std::atomic<CALLBACKFNC> callback{nullptr};
 
     bool rawMode = false;
-    bool rawChecksum = false;
+    bool rawChecksum = false;    // kept as it was asked for; no packet carries it
     std::uint32_t rawCanId = 0;  // of the raw frame being sent; the worker's own
 
     ProtocolKind protocolKind = ProtocolKind::kUnknown;
@@ -59,6 +59,11 @@ struct LinkRecord {
     // The module's queues, kept here so that the worker needs no look at the module table: an
     // application may be holding the module lock. Null: the module cannot be reached.
     DeviceQueues* device = nullptr;
+
+    // Set by PDUDestruct before `running` is cleared: who calls it, and when receive threads that
+    // have not ended are terminated.
+    std::atomic<std::uint32_t> destructing_thread{0};
+    std::atomic<std::uint64_t> stop_deadline_ms{0};
 
     bool announce_release = false;  // the log is told of the mutex; set by the last holder
     std::atomic<std::uint32_t> references{1};

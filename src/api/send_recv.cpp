@@ -7,6 +7,7 @@
 #include "api/events.h"
 #include "api/items.h"
 #include "api/multi_request.h"
+#include "api/raw_receive.h"
 #include "api/single_request.h"
 #include "api/worker_log.h"
 #include "support/cop_trace.h"
@@ -139,7 +140,11 @@ void ExecuteSendRecv(LinkRecord* link, ComPrimitive* cop) {
     const Addressing used;
     TraceAddressing(*link, *cop, used);
     LogAddressing(used);
-    Exchange(link, cop, used);
+    if (link->rawMode) {
+        StartRawReception(link, cop);
+    } else {
+        Exchange(link, cop, used);
+    }
     UpdateCopState(link, cop, cop->abort.load() ? PDU_COPST_CANCELLED : PDU_COPST_FINISHED);
     ConsolePrint("[%s:%d] > Client side delay was %llu ms\n", "CommThreadFunc", __LINE__,
                  static_cast<unsigned long long>(cop->duration));

@@ -5,7 +5,8 @@
 
 namespace tarvik {
 
-// Executes a PDU_COPT_SENDRECV on the worker thread, from PDU_COPST_EXECUTING to its final state.
+// Executes a PDU_COPT_SENDRECV on the worker thread, from PDU_COPST_EXECUTING to its final state,
+// which one on a raw link reaches at once, while its receive thread goes on delivering frames.
 void ExecuteSendRecv(LinkRecord* link, ComPrimitive* cop);
 
 // Delivers a response to the application: trace, event queue, callback. Takes `data` over, a

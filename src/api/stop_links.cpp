@@ -1,5 +1,6 @@
 #include "api/links.h"
 #include "api/modules.h"
+#include "platform/tick.h"
 #include "support/log.h"
 #include "support/memory.h"
 
@@ -7,6 +8,7 @@ namespace tarvik {
 namespace {
 
 constexpr std::int32_t kWorkerStopMs = 2000;
+constexpr std::uint32_t kReceiverStopMs = 1500;  // leaves its worker time to end as well
 
 // The link array of one module, taken out of the table.
 struct DetachedLinks {
@@ -24,6 +26,8 @@ DetachedLinks DetachLinks(ModuleSlot& slot) {
 }
 
 void TellWorkerToStop(LinkRecord* link) {
+    link->stop_deadline_ms.store(TickMs() + kReceiverStopMs);
+    link->destructing_thread.store(OsCurrentThreadId());
     link->running.store(false);
     WakeItemQueue(&link->pending);
 }

@@ -4,14 +4,12 @@
 
 #include "link/comm_response.h"
 #include "link/packet_queue.h"
+#include "link/raw_frame.h"
 #include "link/telemetry.h"
 #include "support/cop_trace.h"
 #include "support/log.h"
 
 namespace tarvik {
-
-static constexpr std::size_t kRawcCanId = 8;
-static constexpr std::uint32_t kRawcMinSize = 16;  // id, data count, flags
 
 static bool Missing(const char* function, DeviceQueues* queues, const PacketPtr& packet) {
     if (queues != nullptr && packet != nullptr) return false;
@@ -63,10 +61,10 @@ static std::uint32_t ReportResponse(const Packet& packet) {
 }
 
 static std::uint32_t ReportRawFrame(const Packet& packet) {
-    if (packet.length < kRawcMinSize) return ReportUntagged();
-    const std::uint32_t can_id = packet.U32(kRawcCanId);
-    Log(kLogMemory, "[%s]   RAWCAN tagged with CAN ID: 0x%X", kLogName, can_id);
-    return can_id;
+    const auto frame = RawFrameView::Of(packet);
+    if (!frame) return ReportUntagged();
+    Log(kLogMemory, "[%s]   RAWCAN tagged with CAN ID: 0x%X", kLogName, frame->CanId());
+    return frame->CanId();
 }
 
 static std::uint32_t ReportAndTag(const Packet& packet) {

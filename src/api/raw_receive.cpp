@@ -1,0 +1,213 @@
+#include "api/raw_receive.h"
+
+#include <cstring>
+#include <utility>
+
+#include "api/send_recv.h"
+#include "api/worker_log.h"
+#include "link/packet_wait.h"
+#include "link/raw_frame.h"
+#include "platform/tick.h"
+#include "support/log.h"
+#include "support/memory.h"
+
+namespace tarvik {
+namespace {
+
+constexpr std::int32_t kReceivePollMs = 100;
+constexpr std::int32_t kJoinSliceMs = 50;  // how late a wait for a thread sees a PDUDestruct
+constexpr std::uint32_t kIdBytes = 4;      // of a result, most significant first
+constexpr std::uint32_t kFirstLongId = 4096;
+
+// ---- The receive thread ------------------------------------------------------------------------
+
+// What a receive thread works on. It keeps both for as long as it runs: a callback of the
+// application may outlast the link.
+struct Receiver {
+    LinkRecord* link;
+    ComPrimitive* cop;
+};
+
+class ReceiverHold {
+public:
+    explicit ReceiverHold(Receiver* receiver) : link_(receiver->link), cop_(receiver->cop) {
+        FreeMem(receiver);
+    }
+    ~ReceiverHold() { FreeComPrimitive(cop_); }
+    ReceiverHold(const ReceiverHold&) = delete;
+    ReceiverHold& operator=(const ReceiverHold&) = delete;
+
+    LinkRecord* Link() const { return link_.Get(); }
+    ComPrimitive* Cop() const { return cop_; }
+
+private:
+    const LinkRef link_;
+    ComPrimitive* const cop_;
+};
+
+bool MustStop(const LinkRecord& link, const ComPrimitive& cop) {
+    return cop.abort.load() || !link.running.load();
+}
+
+// Deliberate: the comparison stops a thread that is to receive at least one packet before it has
+// received any, and never one that is to receive none or any number.
+bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
+    const SNUM32 wanted = cop.pCopCtrlData == nullptr ? 0 : cop.pCopCtrlData->NumReceiveCycles;
+    return received < wanted && wanted >= 0;
+}
+
+// Null: none came in time, or the thread must stop.
+PacketPtr NextPacket(LinkRecord* link, const ComPrimitive& cop) {
+    DeviceQueues* device = link->device;
+    if (device == nullptr || !device->available || !device->rx.active) {
+        SleepMs(kWaitSliceMs);  // a queue that is not there would not let the thread wait
+        return nullptr;
+    }
+    const WaitFlags flags = {&device->available, &cop.abort, &link->running};
+    return PacketPtr(FindPacket(&device->rx, {.filter = MatchType,
+                                              .argument = {.type = kTypeRawc, .id = kNoTag},
+                                              .remove = true,
+                                              .timeout_ms = kReceivePollMs,
+                                              .flags = &flags}));
+}
+
+void DeliverFrame(LinkRecord* link, ComPrimitive* cop, const RawFrameView& frame) {
+    const ByteView data = frame.Data();
+    const std::uint32_t id = frame.CanId();
+    const auto length = static_cast<std::uint32_t>(kIdBytes + data.size);
+    Tracked<std::uint8_t> bytes(static_cast<std::uint8_t*>(AllocateMem(length)));
+    if (bytes == nullptr) return;
+    for (std::uint32_t i = 0; i < kIdBytes; ++i) {
+        bytes.get()[i] = static_cast<std::uint8_t>(id >> (24 - 8 * i));
+    }
+    std::memcpy(bytes.get() + kIdBytes, data.data, data.size);
+    // Deliberate: the identifier's value tells a long one, so the long ones below 4096 look short.
+    const std::uint8_t rx_flag = id >= kFirstLongId ? 1 : 0;
+    DeliverResult(link, cop, {0, 0, bytes.release(), length, false, rx_flag});
+}
+
+void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
+    std::int64_t received = 0;
+    while (!MustStop(*link, *cop) && !HasReceivedEnough(*cop, received)) {
+        const PacketPtr packet = NextPacket(link, *cop);
+        if (packet == nullptr) continue;
+        ++received;
+        RECEIVER_LOG("   RAW: Received a packet");
+        if (const auto frame = RawFrameView::Of(*packet)) DeliverFrame(link, cop, *frame);
+    }
+}
+
+// By the thread itself, or for it.
+void EndReception(LinkRecord* link, ComPrimitive* cop) {
+    if (cop->receiving.exchange(false)) EndRawReception(link->device);
+}
+
+void CommReceiveFunc(void* argument) {
+    const ReceiverHold hold(static_cast<Receiver*>(argument));
+    ComPrimitive* cop = hold.Cop();
+    cop->receive_thread_id.store(OsCurrentThreadId());
+    RECEIVER_LOG(" starting thread for CoP");
+    BeginRawReception(hold.Link()->device);
+    cop->receiving.store(true);
+    ReceiveFrames(hold.Link(), cop);
+    EndReception(hold.Link(), cop);
+    RECEIVER_LOG(" stopping");
+}
+
+// ---- The worker --------------------------------------------------------------------------------
+
+// Null: no memory, or the system refused.
+OsThread* StartThread(LinkRecord* link, ComPrimitive* cop) {
+    auto receiver = AllocateRecord<Receiver>();
+    if (receiver == nullptr) return nullptr;
+    LinkRef link_reference = ShareLink(link);
+    cop->references.fetch_add(1);
+    *receiver = {link, cop};
+    OsThread* thread = OsThreadStart(CommReceiveFunc, receiver.get(), "Tarvik CommReceiveFunc");
+    if (thread == nullptr) {
+        FreeComPrimitive(cop);
+        return nullptr;
+    }
+    receiver.release();
+    link_reference.Detach();
+    return thread;
+}
+
+void AskToStop(LinkRecord* link, ComPrimitive* cop) {
+    cop->abort.store(true);
+    if (link->device != nullptr) WakeQueueWaiters(&link->device->rx);
+}
+
+void StopPredecessor(LinkRecord* link) {
+    auto* earlier = static_cast<ComPrimitive*>(TakeItem(&link->raw_receive));
+    if (earlier == nullptr) return;
+    Log(kLogTrace, "[%s]    stop CoP #%d thread", "CommThreadFunc",
+        static_cast<int>(earlier->hCoP));
+    AskToStop(link, earlier);
+    // For the thread, which may be busy in a callback: its successor switches on after this.
+    EndReception(link, earlier);
+}
+
+// ComPrimitives stay registered until the link ends; their threads need not.
+void CloseEndedThreads(LinkRecord* link) {
+    VisitAllItems(link->registry, [](void* object) {
+        auto* cop = static_cast<ComPrimitive*>(object);
+        if (cop->receive_thread == nullptr || !OsThreadJoin(cop->receive_thread, 0)) return;
+        OsThreadClose(std::exchange(cop->receive_thread, nullptr));
+    });
+}
+
+std::uint32_t ThreadKey(const OsThread* thread) {
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(OsThreadHandle(thread)));
+}
+
+// The thread is the one that destructs the library, from inside a callback.
+bool IsDestructing(const LinkRecord& link, const ComPrimitive& cop) {
+    const std::uint32_t destructor = link.destructing_thread.load();
+    return destructor != 0 && destructor == cop.receive_thread_id.load();
+}
+
+bool IsOutOfTime(const LinkRecord& link) {
+    return link.destructing_thread.load() != 0 && TickMs() >= link.stop_deadline_ms.load();
+}
+
+// False: it has not ended in the time that a PDUDestruct leaves it. The thread that makes that call
+// is not waited for.
+bool AwaitEnd(const LinkRecord& link, const ComPrimitive& cop) {
+    while (!IsDestructing(link, cop)) {
+        if (OsThreadJoin(cop.receive_thread, kJoinSliceMs)) return true;
+        if (IsOutOfTime(link)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void StartRawReception(LinkRecord* link, ComPrimitive* cop) {
+    WORKER_LOG("   RAW: Start receive thread");
+    StopPredecessor(link);
+    CloseEndedThreads(link);
+    OsThread* thread = StartThread(link, cop);
+    WORKER_LOG(" Created Thread handle 0x%p (CommReceiveFunc) for CoP #%u",
+               thread == nullptr ? nullptr : OsThreadHandle(thread), cop->hCoP);
+    if (thread == nullptr) {
+        cop_error(link, cop, kErrorNothingReceived);
+        return;
+    }
+    cop->has_receive_thread = true;
+    cop->receive_thread = thread;
+    if (AppendItem(&link->raw_receive, cop, ThreadKey(thread))) return;
+    AskToStop(link, cop);  // its successor could not
+    cop_error(link, cop, kErrorNothingReceived);
+}
+
+void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
+    Log(kLogTrace, "[%s]   stop CoP #%d thread", "CommThreadFunc", static_cast<int>(cop->hCoP));
+    AskToStop(link, cop);
+    if (cop->receive_thread == nullptr || AwaitEnd(*link, *cop)) return;
+    WORKER_LOG("   Failed to stop thread");
+    OsThreadTerminate(cop->receive_thread);
+    EndReception(link, cop);
+}
+
+}  // namespace tarvik

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "link/packet.h"
+#include "link/packet_queue.h"
+
+// Raw CAN frames, as they stand on the wire and as threads send and receive them.
+namespace tarvik {
+
+inline constexpr std::uint32_t kMaxRawFrameData = 8;
+
+// RAWC. The flags tell what it is for.
+struct RawFrameWire {
+    std::uint32_t type;
+    std::uint32_t length;
+    std::uint32_t can_id;
+    std::uint16_t data_count;
+    std::uint16_t flags;
+    std::uint8_t data[kMaxRawFrameData];  // data_count are used, the rest is 0
+};
+static_assert(offsetof(RawFrameWire, can_id) == 8);
+static_assert(offsetof(RawFrameWire, data_count) == 12);
+static_assert(offsetof(RawFrameWire, flags) == 14);
+static_assert(offsetof(RawFrameWire, data) == 16);
+static_assert(sizeof(RawFrameWire) == 24);
+
+inline constexpr std::uint16_t kRawFrame = 0;
+inline constexpr std::uint16_t kRawReceptionOn = 1;
+inline constexpr std::uint16_t kRawReceptionOff = 2;
+
+// Reads a RAWC in place; lives no longer than the packet.
+class RawFrameView {
+public:
+    static std::optional<RawFrameView> Of(const Packet& packet);  // none: too short
+
+    std::uint32_t CanId() const { return can_id_; }
+    // At most 8 bytes, and no more than the packet holds.
+    ByteView Data() const { return data_; }
+
+private:
+    std::uint32_t can_id_ = 0;
+    ByteView data_{};
+};
+
+// Sends a frame. One of more than 8 bytes goes out with its count and without its data. Nothing is
+// sent to a dongle that is missing or not connected.
+void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data);
+
+// Around the time in which somebody takes raw frames from `rx`: switch reception on and off in the
+// dongle. Others who receive from the same dongle go on doing so. Both do nothing without `queues`.
+void BeginRawReception(DeviceQueues* queues);
+void EndRawReception(DeviceQueues* queues);
+
+}  // namespace tarvik
