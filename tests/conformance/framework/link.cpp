@@ -64,9 +64,9 @@ ControlData::ControlData(std::vector<Expected> expected, SNUM32 send_cycles, SNU
     data_.pExpectedResponseArray = records_.data();
 }
 
-Link::Link(UNUM32 hMod, void* tag) : hMod_(hMod) {
+Link::Link(UNUM32 hMod, void* tag, UNUM8 create_flag) : hMod_(hMod) {
     PDU_RSC_DATA resource = CanResource();
-    UNUM8 bytes[4] = {};
+    UNUM8 bytes[4] = {create_flag};
     PDU_FLAG_DATA flag = {sizeof bytes, bytes};
     EXPECT_EQ(Pdu().PDUCreateComLogicalLink(hMod, &resource, PDU_ID_UNDEF, tag, &hCLL_, &flag),
               PDU_STATUS_NOERROR);
@@ -104,6 +104,15 @@ UNUM32 Link::Start(UNUM32 type, const std::vector<UNUM8>& data, PDU_COP_CTRL_DAT
     return hCoP;
 }
 
+Result ResultOf(const PDU_EVENT_ITEM& event) {
+    const auto& result = *static_cast<PDU_RESULT_DATA*>(event.pData);
+    const UNUM8* flags = result.RxFlag.pFlagData;
+    return {{result.pDataBytes, result.pDataBytes + result.NumDataBytes},
+            result.UniqueRespIdentifier,
+            result.AcceptanceId,
+            {flags, flags + result.RxFlag.NumFlagBytes}};
+}
+
 void Outcome::Add(const PDU_EVENT_ITEM& event) {
     switch (event.ItemType) {
         case PDU_IT_STATUS:
@@ -112,13 +121,9 @@ void Outcome::Add(const PDU_EVENT_ITEM& event) {
         case PDU_IT_ERROR:
             errors.push_back(static_cast<PDU_ERROR_DATA*>(event.pData)->ErrorCodeId);
             break;
-        case PDU_IT_RESULT: {
-            const auto& result = *static_cast<PDU_RESULT_DATA*>(event.pData);
-            results.push_back({{result.pDataBytes, result.pDataBytes + result.NumDataBytes},
-                               result.UniqueRespIdentifier,
-                               result.AcceptanceId});
+        case PDU_IT_RESULT:
+            results.push_back(ResultOf(event));
             break;
-        }
         default:
             ADD_FAILURE() << "unexpected item type " << event.ItemType;
     }

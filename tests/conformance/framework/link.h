@@ -20,7 +20,9 @@ struct Result {
     std::vector<UNUM8> data;
     UNUM32 unique_id;
     UNUM32 acceptance_id;
+    std::vector<UNUM8> rx_flag;
 };
+Result ResultOf(const PDU_EVENT_ITEM& event);  // of a result item
 
 // What one ComPrimitive produced up to its final state.
 struct Outcome {
@@ -56,6 +58,11 @@ public:
     ControlData(const ControlData&) = delete;
     ControlData& operator=(const ControlData&) = delete;
     PDU_COP_CTRL_DATA* Data() { return &data_; }
+    // What the TxFlag says of the frame that a raw link sends.
+    ControlData& Extended() {
+        tx_flag_[2] = 1;
+        return *this;
+    }
 
 private:
     std::vector<Expected> expected_;
@@ -67,8 +74,8 @@ private:
 // Created at once, destroyed at the end of its scope unless that happened before.
 class Link {
 public:
-    // UDS on CAN with the default creation flag.
-    explicit Link(UNUM32 hMod, void* tag = nullptr);
+    // UDS on CAN; `create_flag` is the first byte of the creation flag.
+    explicit Link(UNUM32 hMod, void* tag = nullptr, UNUM8 create_flag = 0);
     ~Link();
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;

@@ -39,13 +39,14 @@ inline LoginRecord LoginOf(const FakeDongle& dongle) {
 // What the next scan finds. Scans run on other threads, but only inside PDUGetModuleIds.
 inline std::vector<FakeDongle> serial_dongles;
 inline std::vector<FakeDongle> cloud_dongles;
+inline DeviceQueues* serial_queues = nullptr;    // of every serial dongle
 inline std::vector<std::uint8_t> addressed;      // mac_end of every AddressDevice
 inline std::vector<std::uint32_t> disconnected;  // hMod of every Disconnect
 
 inline void ReportAll(const std::vector<FakeDongle>& dongles, std::uint32_t transport,
-                      ReportDevice report, void* context) {
+                      ReportDevice report, void* context, DeviceQueues* queues = nullptr) {
     for (const FakeDongle& dongle : dongles) {
-        report(context, {transport, LoginOf(dongle), nullptr});
+        report(context, {transport, LoginOf(dongle), queues});
     }
 }
 
@@ -62,7 +63,7 @@ inline constexpr Transport kFakeSerial = {
     .Stop = nullptr,
     .UpdateDevices =
         [](std::uint32_t, ReportDevice report, void* context) {
-            ReportAll(serial_dongles, 1, report, context);
+            ReportAll(serial_dongles, 1, report, context, serial_queues);
             return true;
         },
     .AddressDevice = nullptr,
@@ -100,6 +101,7 @@ protected:
     void SetUp() override {
         DebugLogPath();
         serial_dongles = {{.mac_end = 1}};
+        serial_queues = nullptr;
         cloud_dongles.clear();
         addressed.clear();
         disconnected.clear();

@@ -1,0 +1,301 @@
+// Frames that raw links receive: the thread of each ComPrimitive, and what it delivers.
+
+#include "conformance/framework/fresh_process.h"
+#include "conformance/raw/raw_link.h"
+
+namespace conformance {
+namespace {
+
+using RawReceive = RawDongle;
+
+TEST_F(RawReceive, SendRecvFinishesAtOnceAndGoesOnReceiving) {
+    RawLink link(hMod);
+    const UNUM32 hCoP = link.Receive();
+    EXPECT_EQ(Sent(1)[0], kReceptionOn);
+    FrameOnBus("123 DE AD");
+    FrameOnBus("123 BE EF");
+    const auto frames = link.TakeFrames(2);
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 DE AD");
+    EXPECT_EQ(Hex(frames[1]), "00 00 01 23 BE EF");
+    EXPECT_EQ(frames[0].hCoP, hCoP);
+    EXPECT_EQ(frames[0].result.unique_id, 0u);
+    EXPECT_EQ(frames[0].result.acceptance_id, 0u);
+}
+
+TEST_F(RawReceive, EveryStepIsLogged) {
+    const LogCapture log;
+    {
+        RawLink link(hMod);
+        const UNUM32 hCoP = link.Receive();
+        ASSERT_TRUE(WaitForReception(true));
+        FrameOnBus("123 01");
+        link.TakeFrames(1);
+        EXPECT_EQ(log.MissingOf({
+                      "[CommThreadFunc:*]   PDU_COPT_SENDRECV",
+                      "[CommThreadFunc:*]   RAW: Start receive thread",
+                      CopLine("[CommThreadFunc:*] Created Thread handle 0x* (CommReceiveFunc) for "
+                              "CoP #",
+                              hCoP),
+                  }),
+                  "");
+        EXPECT_EQ(log.MissingOf({"[CommReceiveFunc:*] starting thread for CoP",
+                                 "[CommReceiveFunc:*]   RAW: Received a packet"}),
+                  "");
+        EXPECT_EQ(log.CountLike("[CommThreadFunc:*]   Payload:*"), 0u);
+        EXPECT_EQ(log.CountLike("[CommThreadFunc] free CoP *"), 0u);
+    }
+    EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
+}
+
+TEST_F(RawReceive, RxFlagTellsIdentifiersFrom4096On) {
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    for (const char* frame : {"7FF 01", "FFF 02", "1000 03", "18DAF110 04"})
+        FrameOnBus(frame);
+    const auto frames = link.TakeFrames(4);
+    ASSERT_EQ(frames.size(), 4u);
+    using Flags = std::vector<UNUM8>;
+    EXPECT_EQ(frames[0].result.rx_flag, (Flags{0, 0, 0, 0}));
+    EXPECT_EQ(frames[1].result.rx_flag, (Flags{0, 0, 0, 0}));
+    EXPECT_EQ(frames[2].result.rx_flag, (Flags{0, 0, 1, 0}));
+    EXPECT_EQ(frames[3].result.rx_flag, (Flags{0, 0, 1, 0}));
+    EXPECT_EQ(Hex(frames[3]), "18 DA F1 10 04");
+}
+
+TEST_F(RawReceive, FrameWithoutDataIsItsIdentifierAlone) {
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123");
+    const auto frames = link.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 23");
+}
+
+TEST_F(RawReceive, TagComesBackWithEveryFrame) {
+    int tag = 0;
+    RawLink link(hMod);
+    link.Receive(-1, &tag);
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123 01");
+    const auto frames = link.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].tag, &tag);
+}
+
+TEST_F(RawReceive, DataIsCutToWhatThePacketHolds) {
+    RawLink link(hMod);
+    link.Receive();
+    Inject("23010000 0800 0000 010203");                // ends early
+    Inject("23010000 C800 0000 0102030405060708");      // announces 200
+    Inject("23010000 0A00 0000 0102030405060708090A");  // more than a frame has
+    Inject("23010000 0800 0000");                       // nothing behind the fixed fields
+    const auto frames = link.TakeFrames(4);
+    ASSERT_EQ(frames.size(), 4u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01 02 03");
+    EXPECT_EQ(Hex(frames[1]), "00 00 01 23 01 02 03 04 05 06 07 08");
+    EXPECT_EQ(Hex(frames[2]), "00 00 01 23 01 02 03 04 05 06 07 08");
+    EXPECT_EQ(Hex(frames[3]), "00 00 01 23");
+}
+
+TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsNoFrame) {
+    RawLink link(hMod);
+    link.Receive();
+    const LogCapture log;
+    Inject("2301000008 0000");
+    Inject("");
+    Inject("24010000 0100 0000 55");
+    const auto frames = link.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 24 55");
+    EXPECT_EQ(log.CountLike("[CommReceiveFunc:*]   RAW: Received a packet"), 3u);
+}
+
+TEST_F(RawReceive, FramesComeInOrderAndNoneIsLost) {
+    constexpr std::size_t kFrames = 2000;
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    ASSERT_EQ(simulator.Command("raw burst 2000 123"), "2000");
+    const auto frames = link.TakeFrames(kFrames);
+    ASSERT_EQ(frames.size(), kFrames);
+    for (std::size_t i = 0; i < kFrames; ++i) {
+        const std::vector<UNUM8> number = {0, 0, static_cast<UNUM8>(i >> 8), static_cast<UNUM8>(i)};
+        const auto& data = frames[i].result.data;
+        ASSERT_EQ(data.size(), 12u);
+        ASSERT_EQ(std::vector<UNUM8>(data.end() - 4, data.end()), number);
+    }
+}
+
+// A frame that nobody waits for stays where it is.
+TEST_F(RawReceive, FramesFromBeforeAreDeliveredFirst) {
+    RawLink link(hMod);
+    Inject("23010000 0100 0000 0100000000000000");
+    Inject("23010000 0100 0000 0200000000000000");
+    link.Receive();
+    const auto frames = link.TakeFrames(2);
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01");
+    EXPECT_EQ(Hex(frames[1]), "00 00 01 23 02");
+}
+
+TEST_F(RawReceive, NoReceiveCyclesAndNegativeOnesReceiveWithoutEnd) {
+    for (const SNUM32 cycles : {0, -1, -2}) {
+        RawLink link(hMod);
+        link.Receive(cycles);
+        ASSERT_TRUE(WaitForReception(true));
+        for (int i = 0; i < 3; ++i)
+            FrameOnBus("123 01");
+        EXPECT_EQ(link.TakeFrames(3).size(), 3u) << cycles;
+        link.Destroy();
+        ASSERT_TRUE(WaitForReception(false));
+    }
+}
+
+TEST_F(RawReceive, WithoutControlDataReceivesWithoutEnd) {
+    RawLink link(hMod);
+    link.WaitFor(link.Start(PDU_COPT_SENDRECV));
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123 01");
+    EXPECT_EQ(link.TakeFrames(1).size(), 1u);
+}
+
+TEST_F(RawReceive, OneReceiveCycleOrMoreReceivesNothing) {
+    RawLink link(hMod);
+    const LogCapture log;
+    for (const SNUM32 cycles : {1, 100}) {
+        simulator.Command("record clear");
+        link.Receive(cycles);
+        EXPECT_EQ(Sent(2), (std::vector<std::string>{kReceptionOn, kReceptionOff}));
+    }
+    EXPECT_TRUE(Eventually([&] { return log.CountLike("[CommReceiveFunc:*] stopping") == 2; }));
+    EXPECT_EQ(simulator.Command("raw send 123 01"), "0");
+}
+
+TEST_F(RawReceive, NextComPrimitiveTakesOver) {
+    RawLink link(hMod);
+    const UNUM32 first = link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123 01");
+    auto frames = link.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].hCoP, first);
+
+    const LogCapture log;
+    const UNUM32 second = link.Receive();
+    EXPECT_EQ(Sent(3), (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn}));
+    EXPECT_EQ(log.MissingOf({"[CommThreadFunc:*]   RAW: Start receive thread",
+                             CopLine("[CommThreadFunc]    stop CoP #", first, " thread"),
+                             CopLine("[CommThreadFunc:*] Created Thread handle 0x* "
+                                     "(CommReceiveFunc) for CoP #",
+                                     second)}),
+              "");
+    ASSERT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
+    for (int i = 0; i < 5; ++i)
+        FrameOnBus("123 02");
+    frames = link.TakeFrames(5);
+    for (const Received& frame : frames)
+        EXPECT_EQ(frame.hCoP, second);
+    EXPECT_EQ(log.CountLike("[CommReceiveFunc:*] stopping"), 1u);
+}
+
+TEST_F(RawReceive, NoFrameIsLostWhileOneTakesOverFromAnother) {
+    constexpr int kTakeOvers = 20;
+    RawLink link(hMod);
+    link.Receive();
+    std::size_t injected = 0;
+    std::vector<Received> frames;
+    for (int i = 0; i < kTakeOvers; ++i) {
+        for (int j = 0; j < 5; ++j, ++injected)
+            Inject("23010000 0100 0000 0100000000000000");
+        // Frames that come meanwhile are taken here as well.
+        ControlData control({}, 1, -1);
+        link.Start(PDU_COPT_SENDRECV, {}, control.Data());
+    }
+    frames = link.TakeFrames(injected);
+    EXPECT_EQ(frames.size(), injected);
+}
+
+TEST_F(RawReceive, CancellingAFinishedOneDoesNotStopItsThread) {
+    RawLink link(hMod);
+    const UNUM32 hCoP = link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    const LogCapture log;
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has(CopLine("[PDUCancelComPrimitive] CoP id ", hCoP, " already finished")));
+    FrameOnBus("123 01");
+    EXPECT_EQ(link.TakeFrames(1).size(), 1u);
+}
+
+TEST_F(RawReceive, OneThatIsCancelledBeforeItsTurnStopsAtOnce) {
+    RawLink link(hMod);
+    ControlData control({}, 1, -1);
+    // So many are queued that the worker cannot have come to the last one.
+    std::vector<UNUM32> started;
+    for (int i = 0; i < 50; ++i)
+        started.push_back(link.Start(PDU_COPT_SENDRECV, {}, control.Data()));
+    const LogCapture log;
+    Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), started.back());
+    const bool in_time =
+        log.Has(CopLine("[PDUCancelComPrimitive] Aborting CoP id ", started.back()));
+    const Outcome outcome = link.WaitFor(started.back());
+    EXPECT_EQ(outcome.FinalState(), in_time ? PDU_COPST_CANCELLED : PDU_COPST_FINISHED);
+    EXPECT_EQ(WaitForReception(!in_time), true);
+}
+
+// The query keeps the module lock: in a process of its own.
+FRESH_PROCESS_TEST(RawStatus, OfAReceivingComPrimitiveIsFinished) {
+    Settings{.useSerial = true}.Store();
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    const UNUM32 hMod = FindModule();
+    RawLink link(hMod);
+    const UNUM32 hCoP = link.Receive();
+    UNUM32 state = 0;
+    EXPECT_EQ(Pdu().PDUGetStatus(hMod, link.hCLL(), hCoP, &state, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
+    EXPECT_EQ(state, PDU_COPST_FINISHED);
+    EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+}
+
+TEST_F(RawReceive, GoesOnWhileTheLinkIsDisconnected) {
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    ASSERT_EQ(link.Disconnect(), PDU_STATUS_NOERROR);
+    FrameOnBus("123 01");
+    EXPECT_EQ(link.TakeFrames(1).size(), 1u);
+}
+
+TEST_F(RawReceive, ThreadOutlivesItsDongleAndEndsWithItsLink) {
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    const LogCapture log;
+    simulator.Unplug();
+    ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));
+    EXPECT_EQ(log.CountLike("[CommReceiveFunc:*] stopping"), 0u);
+    link.Destroy();
+    EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
+    EXPECT_TRUE(log.HasLike("[CommReceiveFunc:*] stopping"));
+    simulator.Replug();
+}
+
+TEST_F(RawReceive, FramesOfADongleThatCameBackAreDelivered) {
+    RawLink link(hMod);
+    link.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    const LogCapture log;
+    simulator.Unplug();
+    ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));
+    simulator.Replug();
+    ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Starting."); }));
+    Inject("23010000 0100 0000 0700000000000000");
+    const auto frames = link.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 07");
+}
+
+}  // namespace
+}  // namespace conformance

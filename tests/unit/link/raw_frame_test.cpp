@@ -1,0 +1,148 @@
+#include "link/raw_frame.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "link_support.h"
+
+namespace tarvik::test {
+namespace {
+
+Bytes FrameBytesOf(const Packet& packet) {
+    const auto frame = RawFrameView::Of(packet);
+    if (!frame) return {};
+    return {frame->Data().data, frame->Data().data + frame->Data().size};
+}
+
+PacketPtr RawPacket(std::uint16_t count, const Bytes& data) {
+    Bytes payload = {0x23, 0x01, 0x00, 0x00, 0, 0, 0, 0};
+    StoreU16(payload.data() + 4, count);
+    payload.insert(payload.end(), data.begin(), data.end());
+    return PacketOf(kTypeRawc, payload);
+}
+
+const Bytes kEight = {1, 2, 3, 4, 5, 6, 7, 8};
+
+// The flags of everything that was sent so far.
+std::vector<std::uint16_t> SentFlags(Dongle* dongle) {
+    std::vector<std::uint16_t> flags;
+    while (const PacketPtr packet = TakePacket(&dongle->tx, 0)) {
+        EXPECT_EQ(packet->type, kTypeRawc);
+        EXPECT_EQ(packet->length, 24u);
+        flags.push_back(packet->U16(14));
+    }
+    return flags;
+}
+
+TEST(RawFrame, IsReadFromItsPacket) {
+    const PacketPtr packet = RawPacket(3, {0xDE, 0xAD, 0xBE, 0, 0, 0, 0, 0});
+    const auto frame = RawFrameView::Of(*packet);
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_EQ(frame->CanId(), 0x123u);
+    EXPECT_EQ(FrameBytesOf(*packet), (Bytes{0xDE, 0xAD, 0xBE}));
+}
+
+TEST(RawFrame, OfFifteenBytesIsNone) {
+    EXPECT_FALSE(RawFrameView::Of(*MakePacket(kTypeRawc, 15)).has_value());
+    EXPECT_FALSE(RawFrameView::Of(*MakePacket(kTypeRawc, 8)).has_value());
+    EXPECT_TRUE(RawFrameView::Of(*MakePacket(kTypeRawc, 16)).has_value());
+}
+
+TEST(RawFrame, DataIsCutToThePacketAndToEightBytes) {
+    EXPECT_EQ(FrameBytesOf(*RawPacket(8, kEight)), kEight);
+    EXPECT_EQ(FrameBytesOf(*RawPacket(8, {1, 2})), (Bytes{1, 2}));
+    EXPECT_EQ(FrameBytesOf(*RawPacket(8, {})), Bytes{});
+    EXPECT_EQ(FrameBytesOf(*RawPacket(0xFFFF, kEight)), kEight);
+    EXPECT_EQ(FrameBytesOf(*RawPacket(9, {1, 2, 3, 4, 5, 6, 7, 8, 9})), kEight);
+}
+
+TEST(RawFrame, IsSentWithUpToEightBytes) {
+    Dongle dongle;
+    SendRawFrame(&dongle, 0x18DAF110, {kEight.data(), kEight.size()});
+    EXPECT_EQ(BytesOf(TakePacket(&dongle.tx, 0)),
+              (Bytes{'C', 'W', 'A', 'R', 24, 0, 0, 0, 0x10, 0xF1, 0xDA, 0x18,
+                     8,   0,   0,   0,   1,  2, 3, 4, 5,    6,    7,    8}));
+    SendRawFrame(&dongle, 1, {});
+    EXPECT_EQ(
+        BytesOf(TakePacket(&dongle.tx, 0)),
+        (Bytes{'C', 'W', 'A', 'R', 24, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST(RawFrame, OfNineBytesIsSentWithItsCountAlone) {
+    Dongle dongle;
+    const Bytes nine(9, 0x55);
+    SendRawFrame(&dongle, 1, {nine.data(), nine.size()});
+    const PacketPtr packet = TakePacket(&dongle.tx, 0);
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(packet->U16(12), 9u);
+    EXPECT_EQ(packet->U32(16), 0u);
+    EXPECT_EQ(packet->U32(20), 0u);
+}
+
+TEST(RawFrame, IsDroppedWithoutAConnectedDongle) {
+    const MemoryUse before = LiveMemory();
+    SendRawFrame(nullptr, 1, {kEight.data(), kEight.size()});
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
+    Dongle dongle;
+    dongle.available = false;
+    SendRawFrame(&dongle, 1, {kEight.data(), kEight.size()});
+    EXPECT_EQ(Queued(&dongle.tx), 0u);
+}
+
+using Flags = std::vector<std::uint16_t>;
+
+TEST(RawReception, IsSwitchedOnAndOff) {
+    Dongle dongle;
+    BeginRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), Flags{1});
+    EndRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), Flags{2});
+}
+
+TEST(RawReception, IsSwitchedOnAgainForThoseWhoGoOn) {
+    Dongle dongle;
+    BeginRawReception(&dongle);
+    BeginRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), (Flags{1, 1}));
+    EndRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), (Flags{2, 1}));
+    EndRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), (Flags{2, 2})) << "as often off as on";
+    BeginRawReception(&dongle);
+    EndRawReception(&dongle);
+    EXPECT_EQ(SentFlags(&dongle), (Flags{1, 2}));
+}
+
+TEST(RawReception, WithoutADongleSwitchesNothing) {
+    BeginRawReception(nullptr);
+    EndRawReception(nullptr);
+    Dongle dongle;
+    dongle.available = false;
+    BeginRawReception(&dongle);
+    EndRawReception(&dongle);
+    EXPECT_EQ(Queued(&dongle.tx), 0u);
+}
+
+// Threads begin and end as they like: the last word is right, and as many off as on were said.
+TEST(RawReception, OfManyThreadsEndsSwitchedOff) {
+    Dongle dongle;
+    {
+        std::vector<std::unique_ptr<Thread>> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.push_back(std::make_unique<Thread>([&dongle] {
+                for (int round = 0; round < 500; ++round) {
+                    BeginRawReception(&dongle);
+                    EndRawReception(&dongle);
+                }
+            }));
+        }
+    }
+    const Flags flags = SentFlags(&dongle);
+    ASSERT_FALSE(flags.empty());
+    EXPECT_EQ(flags.back(), kRawReceptionOff);
+    EXPECT_EQ(std::count(flags.begin(), flags.end(), kRawReceptionOn),
+              std::count(flags.begin(), flags.end(), kRawReceptionOff));
+}
+
+}  // namespace
+}  // namespace tarvik::test
