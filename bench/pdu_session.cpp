@@ -1,5 +1,6 @@
 #include "pdu_session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -20,7 +21,10 @@ struct PduSession::Link {
     std::size_t answers = 0;  // right ones; touched in the callback until finished is set
     std::mutex lock;
     std::condition_variable changed;
-    bool finished = false;  // guarded by lock
+    bool is_raw = false;
+    bool finished = false;         // guarded by lock
+    std::size_t raw_received = 0;  // likewise
+    std::size_t raw_wanted = 0;    // likewise
 };
 
 [[noreturn]] static void Fail(const char* what) {
@@ -77,14 +81,13 @@ void PduSession::SetNumber(const char* name, std::uint32_t value) {
     Check(pdu_.SetComParam(hMod_, PDU_HANDLE_UNDEF, param), "PDUSetComParam");
 }
 
-void PduSession::OpenLink() {
+void PduSession::OpenLink(PDU_FLAG_DATA* flag) {
     auto link = std::make_unique<Link>();
     PDU_RSC_DATA resource = {};
     resource.BusTypeId = ObjectId(PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN");
     resource.ProtocolId = ObjectId(PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2");
-    Check(
-        pdu_.CreateComLogicalLink(hMod_, &resource, PDU_ID_UNDEF, link.get(), &link->hCLL, nullptr),
-        "PDUCreateComLogicalLink");
+    Check(pdu_.CreateComLogicalLink(hMod_, &resource, PDU_ID_UNDEF, link.get(), &link->hCLL, flag),
+          "PDUCreateComLogicalLink");
     Check(pdu_.RegisterEventCallback(hMod_, link->hCLL, &PduSession::OnEvent),
           "PDURegisterEventCallback");
     Check(pdu_.Connect(hMod_, link->hCLL), "PDUConnect");
@@ -119,9 +122,11 @@ void PduSession::OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void* link, void* sessi
 
 void PduSession::Drain(Link* link) {
     bool finished = false;
+    std::size_t results = 0;
     PDU_EVENT_ITEM* item = nullptr;
     while (pdu_.GetEventItem(hMod_, link->hCLL, &item) == PDU_STATUS_NOERROR) {
         if (item->ItemType == PDU_IT_RESULT) {
+            ++results;
             const auto* result = static_cast<const PDU_RESULT_DATA*>(item->pData);
             if (result->NumDataBytes == kResponseLength) ++link->answers;
         } else if (item->ItemType == PDU_IT_STATUS && item->hCop != PDU_HANDLE_UNDEF) {
@@ -129,12 +134,15 @@ void PduSession::Drain(Link* link) {
         }
         pdu_.DestroyItem(reinterpret_cast<PDU_ITEM*>(item));
     }
-    if (!finished) return;
+    if (!finished && !link->is_raw) return;
+    bool wake = finished;
     {
         const std::lock_guard hold(link->lock);
-        link->finished = true;
+        if (finished) link->finished = true;
+        link->raw_received += results;
+        wake = wake || (link->raw_wanted > 0 && link->raw_received >= link->raw_wanted);
     }
-    link->changed.notify_one();
+    if (wake) link->changed.notify_one();
 }
 
 bool PduSession::Ask(std::size_t position) {
@@ -160,6 +168,47 @@ bool PduSession::Ask(std::size_t position) {
     std::unique_lock hold(link->lock);
     return link->changed.wait_for(hold, kPatience, [link] { return link->finished; }) &&
            link->answers == link->units;
+}
+
+static constexpr UNUM8 kRawMode = 0x80;  // in the first byte of the creation flag
+
+void PduSession::OpenRawLink() {
+    UNUM8 bytes[4] = {kRawMode, 0, 0, 0};
+    PDU_FLAG_DATA flag = {sizeof bytes, bytes};
+    OpenLink(&flag);
+    links_.back()->is_raw = true;
+}
+
+void PduSession::ListenRaw(std::size_t link) {
+    PDU_COP_CTRL_DATA control = {};
+    control.NumReceiveCycles = -1;  // any number
+    UNUM32 hCoP = PDU_HANDLE_UNDEF;
+    Check(pdu_.StartComPrimitive(hMod_, links_[link]->hCLL, PDU_COPT_SENDRECV, 0, nullptr, &control,
+                                 nullptr, &hCoP),
+          "PDUStartComPrimitive");
+}
+
+void PduSession::SendRaw(std::size_t link, std::uint32_t can_id) {
+    UNUM8 frame[12] = {};
+    for (int i = 0; i < 4; ++i)
+        frame[i] = static_cast<UNUM8>(can_id >> (24 - 8 * i));
+    PDU_COP_CTRL_DATA control = {};
+    control.NumSendCycles = 1;
+    UNUM32 hCoP = PDU_HANDLE_UNDEF;
+    Check(pdu_.StartComPrimitive(hMod_, links_[link]->hCLL, PDU_COPT_STARTCOMM, sizeof frame, frame,
+                                 &control, nullptr, &hCoP),
+          "PDUStartComPrimitive");
+}
+
+bool PduSession::AwaitRaw(std::size_t position, std::size_t count) {
+    Link* link = links_[position].get();
+    std::unique_lock hold(link->lock);
+    link->raw_wanted = count;
+    const bool all = link->changed.wait_for(
+        hold, kPatience, [link] { return link->raw_received >= link->raw_wanted; });
+    link->raw_received -= std::min(count, link->raw_received);
+    link->raw_wanted = 0;
+    return all;
 }
 
 double PduSession::DestructMs() {

@@ -27,6 +27,14 @@ public:
     // From now on a request on this link goes to all of these at once.
     void AskUnits(std::size_t link, const std::vector<Unit>& units);
 
+    // Opens one more link, for raw CAN frames. ListenRaw switches their reception on, SendRaw
+    // queues one of eight bytes; AwaitRaw waits until so many have been received since it was
+    // called last, false: they did not come.
+    void OpenRawLink();
+    void ListenRaw(std::size_t link);
+    void SendRaw(std::size_t link, std::uint32_t can_id);
+    bool AwaitRaw(std::size_t link, std::size_t count);
+
     // One request on this link, to its end. False: an answer is missing or wrong.
     bool Ask(std::size_t link);
     // The time that PDUDestruct takes. Nothing else may be called afterwards.
@@ -37,7 +45,7 @@ private:
 
     void ConnectModule();
     void SetNumber(const char* name, std::uint32_t value);
-    void OpenLink();
+    void OpenLink(PDU_FLAG_DATA* flag = nullptr);
     std::uint32_t ObjectId(T_PDU_OBJT type, const char* name);
 
     static void PDU_CALL OnEvent(T_PDU_EVT_DATA type, UNUM32 hMod, UNUM32 hCLL, void* link,
