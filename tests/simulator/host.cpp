@@ -30,12 +30,18 @@ std::string CarJson(const std::string& engine, const std::string& dongle) {
              "data": {"F190": "VIN-OF-THE-ABS"}}]})";
 }
 
-static void RunLoop(const std::vector<std::string>& vehicles, std::promise<std::string>* address) {
+static std::vector<DongleSetup> ReadVehicles(const std::vector<std::string>& vehicles) {
+    std::vector<DongleSetup> setups;
+    for (const std::string& vehicle : vehicles)
+        setups.push_back(ReadVehicle(vehicle, "test vehicle"));
+    return setups;
+}
+
+static void RunLoop(const std::vector<DongleSetup>& setups, std::promise<std::string>* address) {
     EventLoop loop;
     Simulator simulator(&loop, 1000);
-    for (const std::string& vehicle : vehicles) {
-        simulator.AddDongle(ReadVehicle(vehicle, "test vehicle"));
-    }
+    for (const DongleSetup& setup : setups)
+        simulator.AddDongle(setup);
     ControlServer control(&loop, &simulator, 0);
     for (std::size_t i = 0; i < simulator.Count(); ++i)
         simulator.Plug(i, Part::kAll);
@@ -54,11 +60,15 @@ static int ConnectTo(const std::string& address) {
     return fd;
 }
 
-RunningSimulator::RunningSimulator(const std::vector<std::string>& vehicles) {
+RunningSimulator::RunningSimulator(const std::vector<std::string>& vehicles)
+    : RunningSimulator(ReadVehicles(vehicles)) {}
+
+RunningSimulator::RunningSimulator(std::vector<DongleSetup> setups) {
     std::promise<std::string> address;
     std::future<std::string> ready = address.get_future();
-    thread_ = std::thread(
-        [vehicles, address = std::move(address)]() mutable { RunLoop(vehicles, &address); });
+    thread_ = std::thread([setups = std::move(setups), address = std::move(address)]() mutable {
+        RunLoop(setups, &address);
+    });
     connection_ = ConnectTo(ready.get());
 }
 

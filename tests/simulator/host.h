@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "dongle.h"
 #include "wire.h"
 
 namespace brennix::test {
@@ -23,6 +24,7 @@ std::string CarJson(const std::string& engine = "", const std::string& dongle = 
 class RunningSimulator {
 public:
     explicit RunningSimulator(const std::vector<std::string>& vehicles = {CarJson()});
+    explicit RunningSimulator(std::vector<DongleSetup> setups);
     ~RunningSimulator();
     RunningSimulator(const RunningSimulator&) = delete;
     RunningSimulator& operator=(const RunningSimulator&) = delete;

@@ -79,7 +79,11 @@ TEST_F(Program, RefusesBadOptionsInOneLine) {
         const char* arguments;
         const char* expected;
     } rows[] = {
-        {"", "brennix-sim: --vehicle is required (see --help)\n"},
+        {"", "brennix-sim: --vehicle or a trace to replay is required (see --help)\n"},
+        {"replay", "brennix-sim: TRACE is required (see --help)\n"},
+        {"replay none.jsonl", "brennix-sim: none.jsonl: cannot be read\n"},
+        {"replay none.jsonl --speed -1",
+         "brennix-sim: --speed: Value -1 not in range 0.000000 to 1000.000000 (see --help)\n"},
         {"--vehicle $CAR --bogus",
          "brennix-sim: The following argument was not expected: --bogus (see --help)\n"},
         {"--vehicle $CAR --usb tty0",
@@ -111,6 +115,26 @@ TEST_F(Program, RefusesABadVehicleFileInOneLine) {
     EXPECT_EQ(outcome.output,
               "brennix-sim: bad.json: control_units[0].name: expected text of at most 64 bytes, "
               "found the number 5\n");
+}
+
+TEST_F(Program, RefusesATraceWithNothingToPlay) {
+    Write("empty.jsonl", "{\"seq\":1,\"ev\":\"log_start\"}\nno line\n");
+    const Outcome outcome = Run("replay empty.jsonl");
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.output,
+              "brennix-sim: empty.jsonl: nothing to play, requests: 0, raw frames: 0, telemetry "
+              "reports: 0, lines: 2; 1 damaged (line 2)\n");
+}
+
+TEST_F(Program, ChecksATrace) {
+    Write("one.jsonl",
+          R"({"seq":1,"ts_us":9,"ev":"comm_req_sent","req_id":1,"tx_len":2,"tx_hex":"3e00",)"
+          R"("can_id_tx_func":2016,"can_id_tx_phys":2016,"can_id_rx":2024})");
+    const Outcome outcome = Run("replay one.jsonl --check");
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.output,
+              "one.jsonl: requests: 1, raw frames: 0, telemetry reports: 0, lines: 1\n"
+              "  line 1      7E0 to 7E8: 3E00, no packet came back\n");
 }
 
 TEST_F(Program, PassesOnTheCommandsExitCode) {

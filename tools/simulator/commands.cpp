@@ -219,8 +219,18 @@ CommandResult RunPower(Context* context) {
 
 CommandResult RunTimeline(Context* context) {
     if (TakeWord(&context->rest) != "restart") throw UsageError("expected restart");
-    context->Target().Script().Restart();
+    context->Target().RestartScripts();
     return Ok();
+}
+
+CommandResult RunReplay(Context* context) {
+    const Dongle& dongle = context->Target();
+    if (dongle.Player() == nullptr) throw UsageError("this dongle plays no trace");
+    const Json state = {{"requests", dongle.Setup().recording->exchanges.size()},
+                        {"played", dongle.Player()->Played()},
+                        {"unknown", dongle.Player()->Unknown()},
+                        {"last_unknown", dongle.LastUnknownRequest()}};
+    return Ok(state.dump());
 }
 
 CommandResult RunRaw(Context* context) {
@@ -357,8 +367,9 @@ constexpr CommandRow kCommands[] = {
     {"tele", "[TEXT]", "sends TELE with the text, or the next one of the set-up", RunTele},
     {"telemetry", "MS [JSON]", "sends TELE every MS from now on; 0 ends it", RunTelemetry},
     {"power", "[MV [on|off]]", "battery and ignition: state, or values from now on", RunPower},
-    {"timeline", "restart", "device log, battery and ignition of the file, from their beginning",
+    {"timeline", "restart", "device log, battery, ignition and replay, from their beginning",
      RunTimeline},
+    {"replay", "", "requests played, requests that the trace does not know, as JSON", RunReplay},
     {"raw", "", "raw reception, frames sent and received with counts per id, as JSON", RunRaw},
     {"raw", "send ID [HEX]", "sends a frame, if the host listens: answers 1, otherwise 0", RunRaw},
     {"raw", "burst N ID", "sends N frames at once, numbered in their last four bytes", RunRaw},

@@ -48,13 +48,6 @@ Bytes MakeLogin(const Identity& identity) {
     return MakePacket(type::kLogn, payload);
 }
 
-Bytes MakeBusy(std::uint32_t request_id, const std::string& reason) {
-    Bytes payload;
-    AppendU32(&payload, request_id);
-    payload.insert(payload.end(), reason.begin(), reason.end());
-    return MakePacket(type::kBusy, payload);
-}
-
 }  // namespace
 
 Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* record, Seal* seal)
@@ -79,7 +72,9 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
                   .cut =
                       [this] {
                           if (cut_handler_) cut_handler_();
-                      }}) {}
+                      }}) {
+    if (setup_.recording) player_.emplace(setup_.recording.get());
+}
 
 void Dongle::PowerOn() {
     if (IsPowered()) return;
@@ -99,6 +94,7 @@ void Dongle::PowerOff() {
     vehicle_.SetTesterPresent(0);
     raw_.Reset();
     timeline_.Stop();
+    is_new_host_ = true;
     record_->AddText(index_, Direction::kEvent, "unplugged");
 }
 
@@ -108,6 +104,7 @@ void Dongle::OnHostLeft() {
     open_pings_.clear();
     raw_.Reset();
     timeline_.Stop();
+    is_new_host_ = true;
     std::string text = "port closed by the host";
     if (dropped != 0) text += " within a packet, " + std::to_string(dropped) + " bytes of it came";
     record_->AddText(index_, Direction::kEvent, std::move(text));
@@ -176,6 +173,8 @@ bool Dongle::IsIgnored(std::uint32_t type) {
 void Dongle::AnswerSync() {
     if (setup_.noise_before_sync != 0) SendRaw(MakeNoise(setup_.noise_before_sync));
     Transmit(MakePacket(type::kSync, {}));
+    if (is_new_host_ && player_) player_->Rewind();
+    is_new_host_ = false;
     timeline_.Start();
 }
 
@@ -229,7 +228,9 @@ void Dongle::HandleRequest(ByteSpan packet) {
     const std::optional<Request> request = ReadRequest(packet);
     if (!request) return;  // already reported as a violation
     const Behaviour special = TakeQueuedBehaviour();
-    if (request->is_multi) {
+    if (player_) {
+        Replay(*request, special);
+    } else if (request->is_multi) {
         AskMulti(*request, special);
     } else {
         AskSingle(*request, special);
@@ -265,10 +266,8 @@ void Dongle::AskMulti(const Request& request, const Behaviour& special) {
     }
     for (const BusMessage& message : messages) {
         if (message.at_ms > done_ms || message.IsResponsePending()) continue;
-        for (std::size_t i = 0; i < request.responders.size(); ++i) {
-            if (request.responders[i].response_id != message.response_id) continue;
-            answers.emplace_back(static_cast<std::uint32_t>(i), message.data);
-            break;
+        if (const auto position = request.PositionOf(message.response_id)) {
+            answers.emplace_back(*position, message.data);
         }
     }
     Behaviour behaviour = setup_.behaviour;
@@ -280,6 +279,42 @@ void Dongle::AskMulti(const Request& request, const Behaviour& special) {
              [answers = std::move(answers)](std::uint32_t answer_id, std::uint32_t) {
                  return MakeMultiResponse(answer_id, answers);
              });
+}
+
+// What the dongle sent for this request when it was recorded, nothing included.
+void Dongle::Replay(const Request& request, const Behaviour& special) {
+    Behaviour behaviour = setup_.behaviour;
+    behaviour.Override(special);
+    const RecordedExchange* exchange = player_->Next(request);
+    if (exchange == nullptr) return ReplayUnknown(request, behaviour);
+    for (const RecordedPacket& recorded : exchange->packets) {
+        in_flight_.insert(request.id);
+        Later(recorded.at_ms,
+              [this, id = request.id, behaviour, packet = MakeRecorded(recorded, request)] {
+                  in_flight_.erase(in_flight_.find(id));
+                  SendAnswer(packet, behaviour);
+              });
+    }
+}
+
+// Nobody in the recording answers: the request's time runs out.
+void Dongle::ReplayUnknown(const Request& request, const Behaviour& behaviour) {
+    last_unknown_ = DescribeAsked(request);
+    if (setup_.strict_replay) {
+        Violation("not in the trace: " + last_unknown_);
+    } else {
+        std::fprintf(stderr, "brennix-sim: dongle %zu: not in the trace: %s\n", index_,
+                     last_unknown_.c_str());
+        record_->AddText(index_, Direction::kEvent, "not in the trace: " + last_unknown_);
+    }
+    const Bytes packet = request.is_multi ? MakeMultiResponse(request.id, {})
+                                          : MakeResponse(request.id, kNoAnswerInTime, {});
+    Later(request.timeout_ms, [this, packet, behaviour] { SendAnswer(packet, behaviour); });
+}
+
+void Dongle::RestartScripts() {
+    if (player_) player_->Rewind();
+    timeline_.Restart();
 }
 
 void Dongle::Later(std::uint32_t after_ms, std::function<void()> action) {

@@ -5,6 +5,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 
@@ -14,6 +15,7 @@
 #include "pty.h"
 #include "raw_traffic.h"
 #include "record.h"
+#include "recording.h"
 #include "request.h"
 #include "seal.h"
 #include "stream_cutter.h"
@@ -40,6 +42,9 @@ struct DongleSetup {
     std::vector<ControlUnitSetup> control_units;
     RawSetup raw;
     TimelineSetup timeline;
+    // Answers instead of the control units.
+    std::shared_ptr<const Recording> recording;
+    bool strict_replay = false;  // a request that the recording does not have is a violation
 };
 
 class Dongle : private StreamCutter::Sink {
@@ -57,6 +62,10 @@ public:
     Vehicle& Car() { return vehicle_; }
     RawTraffic& Raw() { return raw_; }
     Timeline& Script() { return timeline_; }
+    const RecordingPlayer* Player() const { return player_ ? &*player_ : nullptr; }
+    const std::string& LastUnknownRequest() const { return last_unknown_; }
+    // Recording and timeline begin anew.
+    void RestartScripts();
 
     // For the next `count` requests; queues behind what was said before.
     void QueueBehaviour(std::uint32_t count, const Behaviour& behaviour);
@@ -90,6 +99,8 @@ private:
     void HandleReply(ByteSpan packet);
     void HandleRequest(ByteSpan packet);
     void AskSingle(const Request& request, const Behaviour& special);
+    void Replay(const Request& request, const Behaviour& special);
+    void ReplayUnknown(const Request& request, const Behaviour& behaviour);
     void AskMulti(const Request& request, const Behaviour& special);
     Behaviour TakeQueuedBehaviour();
 
@@ -113,12 +124,15 @@ private:
     Vehicle vehicle_;
     RawTraffic raw_;
     Timeline timeline_;
+    std::optional<RecordingPlayer> player_;
+    std::string last_unknown_;
     Pty pty_;
     StreamCutter cutter_;
     Reassembler reassembler_;
     std::deque<std::pair<std::uint32_t, Behaviour>> queued_;
     std::multiset<std::uint32_t> in_flight_;  // request ids not answered yet
     std::deque<Bytes> open_pings_;            // payloads of PINGs that no REPL came to
+    bool is_new_host_ = true;                 // since the last SYNC
     std::uint64_t power_cycle_ = 0;
     Clock::time_point powered_since_;
     std::uint64_t violations_ = 0;

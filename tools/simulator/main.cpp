@@ -29,6 +29,16 @@ void DescribeVehicles(const brennix::Options& options) {
     }
 }
 
+void DescribeTraces(const brennix::Options& options) {
+    for (const std::string& path : options.traces) {
+        const brennix::Recording recording = brennix::LoadRecording(path, options.replay);
+        std::printf("%s: %s\n", path.c_str(), recording.Summary().c_str());
+        for (const brennix::RecordedExchange& exchange : recording.exchanges) {
+            std::printf("  line %-6zu %s\n", exchange.line, exchange.Describe().c_str());
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -41,6 +51,7 @@ int main(int argc, char** argv) {
     try {
         if (options->check_only) {
             DescribeVehicles(*options);
+            DescribeTraces(*options);
             return 0;
         }
         return brennix::SimulatorRun(*options).Run();

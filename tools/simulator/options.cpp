@@ -27,6 +27,9 @@ Examples:
   Leave it running, with a port at a fixed path and all traffic on record:
     brennix-sim --vehicle car.json --link /tmp/dongle --record traffic.jsonl
 
+  Repeat at a desk what happened in the field, from the library's trace file there:
+    brennix-sim replay dpdu_coptrace_4711_1.jsonl --usb ttyACM0 -- ./my-tester --read-vin
+
   Two dongles, the second one pulled out and put back while the program runs:
     brennix-sim --vehicle car.json --vehicle truck.json --usb ttyACM0 --usb ttyACM1 \
         --control 5005 -- ./my-tester &
@@ -40,8 +43,8 @@ constexpr const char* kEnvironment = R"(
 The command gets BRENNIX_SIM_CONTROL (address of the control channel), BRENNIX_SIM_PORTS (names of
 the ports, separated by commas) and, with --scratch, BRENNIX_SIM_SCRATCH.
 
-Exit codes: the command's own; without one 0. 1: wrong options, vehicle file or set-up. 3: the host
-broke the protocol and --strict was given.
+Exit codes: the command's own; without one 0. 1: wrong options, vehicle file or set-up. 3: --strict was given and the
+host broke the protocol, or asked what the replayed trace does not know.
 )";
 
 void CheckPortNames(const Options& options) {
@@ -63,12 +66,40 @@ void CheckPortNames(const Options& options) {
 }
 
 void CheckCounts(const Options& options) {
-    const std::size_t dongles = std::max(options.dongles, options.vehicles.size());
+    const std::size_t dongles = options.DongleCount();
     for (const auto* names : {&options.links, &options.usb_ports, &options.wine_ports}) {
         if (names->size() > dongles) {
             throw CLI::ValidationError(names->back(),
                                        "more ports than dongles, add --vehicle or --dongles");
         }
+    }
+}
+
+// All other options hold as well, before or behind the word "replay".
+void AddReplay(CLI::App* app, Options* options) {
+    CLI::App* replay = app->add_subcommand(
+        "replay",
+        "plays the vehicle from a trace file of the library; --vehicle then gives the dongle only");
+    replay->fallthrough();
+    replay
+        ->add_option("TRACE", options->traces,
+                     "trace file, dpdu_coptrace_….jsonl; again: the next process")
+        ->required()
+        ->type_name("FILE");
+    replay->add_option("--speed", options->replay.speed, "2: twice as fast, 0: without waiting")
+        ->type_name("X")
+        ->check(CLI::Range(0.0, 1000.0))
+        ->capture_default_str();
+    replay
+        ->add_option("--fill-cut", options->replay.fill,
+                     "byte for what long answers lack in the trace; without it they are left out")
+        ->type_name("BYTE")
+        ->check(CLI::Range(0, 255));
+}
+
+void CheckVehicles(const Options& options) {
+    if (options.vehicles.empty() && options.traces.empty()) {
+        throw CLI::RequiredError("--vehicle or a trace to replay");
     }
 }
 
@@ -83,7 +114,6 @@ std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
     app.get_formatter()->column_width(34);
 
     app.add_option("--vehicle", options.vehicles, "vehicle file (JSON); again: another dongle")
-        ->required()
         ->type_name("FILE")
         ->expected(1)
         ->take_all();
@@ -91,7 +121,8 @@ std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
                    "number of dongles; the last vehicle stands behind those that have none")
         ->type_name("N")
         ->check(CLI::Range(1, 64));
-    app.add_flag("--check", options.check_only, "read the vehicle files, say what is in them, end");
+    app.add_flag("--check", options.check_only, "read the files, say what is in them, end");
+    AddReplay(&app, &options);
 
     app.add_option("--usb", options.usb_ports, "mocked USB serial port (Linux); again: next dongle")
         ->type_name("ttyACMn")
@@ -123,7 +154,9 @@ std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
     app.add_option("--keep", options.keep, "entries kept in memory for record last")
         ->type_name("N")
         ->capture_default_str();
-    app.add_flag("--strict", options.strict, "exit code 3 when the host broke the protocol");
+    app.add_flag(
+        "--strict", options.strict,
+        "exit code 3 when the host broke the protocol or asked what a trace does not know");
     app.add_option("--scratch", options.scratch,
                    "folder for the command's configuration (config) and temporary files (tmp)")
         ->type_name("FOLDER");
@@ -134,6 +167,7 @@ std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
     if (separator != argv + argc) options.command.assign(separator + 1, argv + argc);
     try {
         app.parse(static_cast<int>(separator - argv), argv);
+        CheckVehicles(options);
         CheckPortNames(options);
         CheckCounts(options);
         return options;

@@ -2,15 +2,20 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "recording.h"
+
 namespace brennix {
 
 struct Options {
     std::vector<std::string> vehicles;
+    std::vector<std::string> traces;  // of the library, to be replayed; empty: none
+    RecordingOptions replay;
     std::size_t dongles = 0;  // 0: one a vehicle
     bool check_only = false;
 
@@ -29,6 +34,8 @@ struct Options {
     std::string scratch;
 
     std::vector<std::string> command;
+
+    std::size_t DongleCount() const { return std::max<std::size_t>({dongles, vehicles.size(), 1}); }
 };
 
 // Empty: the program is done (help, version or an error) and ends with `exit_code`.

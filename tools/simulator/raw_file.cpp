@@ -49,6 +49,18 @@ RawAnswer::Reply ReadReply(const Json& value, const std::string& path) {
     return reply;
 }
 
+TimedFrame ReadTimedFrame(const Json& value, const std::string& path) {
+    const JsonObject object(value, path, {"at_ms", "id", "data"});
+    TimedFrame frame;
+    object.Require("at_ms", "milliseconds after reception was switched on");
+    frame.at_ms = *object.Number("at_ms", 0, kMaxMs);
+    frame.frame.id = RequireId(object);
+    if (const Json* data = object.Find("data")) {
+        frame.frame.data = ReadFrameBytes(*data, object.PathOf("data"));
+    }
+    return frame;
+}
+
 bool ReadReceptionMode(const JsonObject& object) {
     const Json* found = object.Find("reception");
     if (found == nullptr || *found == "counted") return true;
@@ -94,7 +106,7 @@ RawAnswer ReadRawAnswer(const Json& value, const std::string& path) {
 }
 
 RawSetup ReadRawSetup(const Json& value, const std::string& path) {
-    const JsonObject object(value, path, {"reception", "frames", "answers"});
+    const JsonObject object(value, path, {"reception", "frames", "answers", "sequence"});
     RawSetup setup;
     setup.counts_listeners = ReadReceptionMode(object);
     std::set<std::string> names;
@@ -107,6 +119,9 @@ RawSetup ReadRawSetup(const Json& value, const std::string& path) {
     });
     object.ForEach("answers", [&](const Json& answer, const std::string& at) {
         setup.answers.push_back(ReadRawAnswer(answer, at));
+    });
+    object.ForEach("sequence", [&](const Json& frame, const std::string& at) {
+        setup.sequence.push_back(ReadTimedFrame(frame, at));
     });
     return setup;
 }

@@ -40,6 +40,12 @@ struct PeriodicFrame {
     RawFrame Make(std::uint64_t number) const;
 };
 
+// Sent once, this long after a host first switched reception on. Passes unheard while it is off.
+struct TimedFrame {
+    std::uint32_t at_ms = 0;
+    RawFrame frame;
+};
+
 // What the vehicle says to a frame of the host.
 struct RawAnswer {
     struct Reply {
@@ -60,7 +66,8 @@ struct RawSetup {
     // of one host do not switch each other off. Off: the last word counts.
     bool counts_listeners = true;
     std::vector<PeriodicFrame> frames;
-    std::vector<RawAnswer> answers;  // the first that matches
+    std::vector<RawAnswer> answers;    // the first that matches
+    std::vector<TimedFrame> sequence;  // in any order
 };
 
 class RawTraffic {
@@ -80,7 +87,7 @@ public:
 
     // `setup` is the dongle's and outlives this; Restart after changes of its frames.
     RawTraffic(EventLoop* loop, const RawSetup* setup, Handlers handlers);
-    ~RawTraffic() { Stop(); }
+    ~RawTraffic() { Reset(); }
     RawTraffic(const RawTraffic&) = delete;
     RawTraffic& operator=(const RawTraffic&) = delete;
 
@@ -121,6 +128,10 @@ private:
     void OnFrame(RawFrame frame);
     void Answer(const RawFrame& frame);
     void SendPeriodic(std::size_t index);
+    void StartSequence();
+    void StopSequence();
+    void ScheduleSequence();
+    void SendSequence();
     void ContinueBurst(std::uint32_t id, std::uint32_t next, std::uint32_t count);
     void Later(std::uint32_t after_ms, std::function<void()> action);
 
@@ -131,6 +142,10 @@ private:
     bool ignition_ = true;
     std::vector<Schedule> schedules_;  // one a frame of the set-up while somebody listens
     std::uint64_t generation_ = 0;     // of the listening; actions of an older one do nothing
+    bool sequence_runs_ = false;
+    Clock::time_point sequence_start_;
+    std::vector<const TimedFrame*> pending_;  // of the sequence, the next one last
+    EventLoop::TimerId sequence_timer_;
     std::uint64_t sent_ = 0;
     std::uint64_t received_count_ = 0;
     std::deque<Received> received_;

@@ -30,6 +30,20 @@ std::optional<Request> ReadRequest(ByteSpan packet) {
     return request;
 }
 
+std::optional<std::uint32_t> Request::PositionOf(std::uint32_t wanted) const {
+    for (std::size_t i = 0; i < responders.size(); ++i) {
+        if (responders[i].response_id == wanted) return static_cast<std::uint32_t>(i);
+    }
+    return std::nullopt;
+}
+
+Bytes MakeBusy(std::uint32_t request_id, std::string_view reason) {
+    Bytes payload;
+    AppendU32(&payload, request_id);
+    payload.insert(payload.end(), reason.begin(), reason.end());
+    return MakePacket(type::kBusy, payload);
+}
+
 Bytes MakeResponse(std::uint32_t request_id, std::uint32_t wait_time, ByteSpan data) {
     Bytes packet;
     packet.reserve(20 + data.size());

@@ -27,12 +27,17 @@ struct Request {
     std::uint32_t id = 0;
     std::vector<Responder> responders;  // multi form only
     ByteSpan data;                      // lives as long as the packet
+
+    // Where a control unit that answers with this id stands among the responders.
+    std::optional<std::uint32_t> PositionOf(std::uint32_t response_id) const;
 };
 
 // Reads a CREQ whose form holds; CheckPacket tells what is wrong with one that yields nothing.
 std::optional<Request> ReadRequest(ByteSpan packet);
 
 Bytes MakeResponse(std::uint32_t request_id, std::uint32_t wait_time, ByteSpan data);
+
+Bytes MakeBusy(std::uint32_t request_id, std::string_view reason);
 
 // `answers`: the responder's index in the request, and its bytes.
 Bytes MakeMultiResponse(std::uint32_t request_id,

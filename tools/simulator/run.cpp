@@ -70,13 +70,39 @@ SimulatorRun::~SimulatorRun() {
 
 // Several dongles from one file differ in their address.
 void SimulatorRun::AddDongles() {
-    const std::size_t count = std::max(options_.dongles, options_.vehicles.size());
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::size_t file = std::min(i, options_.vehicles.size() - 1);
-        DongleSetup setup = LoadVehicleFile(options_.vehicles[file]);
+    const std::shared_ptr<const Recording> recording = LoadTraces();
+    for (std::size_t i = 0; i < options_.DongleCount(); ++i) {
+        const std::size_t file =
+            std::min(i, std::max<std::size_t>(options_.vehicles.size(), 1) - 1);
+        DongleSetup setup;
+        if (!options_.vehicles.empty()) setup = LoadVehicleFile(options_.vehicles[file]);
         setup.identity.mac[5] = static_cast<std::uint8_t>(setup.identity.mac[5] + (i - file));
+        if (recording) PutRecordingBehind(&setup, recording);
         simulator_.AddDongle(std::move(setup));
     }
+}
+
+std::shared_ptr<const Recording> SimulatorRun::LoadTraces() const {
+    if (options_.traces.empty()) return nullptr;
+    auto all = std::make_shared<Recording>();
+    for (const std::string& path : options_.traces) {
+        Recording recording = LoadRecording(path, options_.replay);
+        std::fprintf(stderr, "brennix-sim: %s: %s\n", path.c_str(), recording.Summary().c_str());
+        all->Append(std::move(recording));
+    }
+    return all;
+}
+
+// The trace takes the place of the vehicle.
+void SimulatorRun::PutRecordingBehind(DongleSetup* setup,
+                                      std::shared_ptr<const Recording> recording) const {
+    setup->control_units.clear();
+    setup->raw = {};
+    setup->raw.sequence = recording->frames;
+    setup->timeline = {};
+    setup->timeline.events = recording->telemetry;
+    setup->recording = std::move(recording);
+    setup->strict_replay = options_.strict;
 }
 
 void SimulatorRun::AddForeignPorts() {

@@ -28,6 +28,8 @@ public:
 
 private:
     void AddDongles();
+    std::shared_ptr<const Recording> LoadTraces() const;
+    void PutRecordingBehind(DongleSetup* setup, std::shared_ptr<const Recording> recording) const;
     void AddForeignPorts();
     void AddListings();
     void AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity);

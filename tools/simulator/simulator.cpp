@@ -50,7 +50,7 @@ void Simulator::Reset(std::size_t dongle) {
     port.dongle->ClearQueuedBehaviours();
     port.dongle->Raw().Restart();
     port.dongle->Script().SetPower({});
-    port.dongle->Script().Restart();
+    port.dongle->RestartScripts();
     port.dongle->Port().SetPieces(0, std::chrono::milliseconds(0));
     for (const auto& unit : port.dongle->Car().Units())
         unit->Reset();

@@ -1,0 +1,70 @@
+#!/bin/bash
+# Records a session of the client with a simulated car, plays the session's traces, and asks the
+# same again. Both times the answers must be the same, and nothing may be asked that the traces do
+# not know.
+#
+#   replay_session.sh LAUNCHER... -- DPDU...
+#
+# LAUNCHER runs a command with a simulated dongle, options for the simulator before the "--"; DPDU
+# runs the client program.
+set -uo pipefail
+
+fail() {
+    echo "replay_session: $1" >&2
+    exit 1
+}
+
+# Asks the car behind the dongle; answers and traces go to folder $1.
+if [ "${1:-}" = --session ]; then
+    folder=$2
+    shift 2
+    scratch=$(tr '\\' / <<<"${BRENNIX_SIM_SCRATCH#Z:}")
+    mkdir -p "$folder" "$scratch/config/Tarvik/Brennix"
+    printf '%s' '{"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false,' \
+        ' "dummyDevice": false}' >"$scratch/config/Tarvik/Brennix/config.json"
+    ask() {
+        "${dpdu[@]}" "$@" --wait 30 >>"$folder/answers" 2>&1
+        echo "exit code $?" >>"$folder/answers"
+    }
+    dpdu=("$@")
+    ask vin --ecu 7E0:7E8
+    ask dtc --ecu 713:77D
+    ask request --ecu 7E1:7E9 --ecu 7E0:7E8 22F187
+    ask request --functional 7DF --ecu 713:77D --ecu 7E0:7E8 --ecu 123:456 --p2 200 22F195
+    ask request --ecu 7E0:7E8 22FFFF
+    ask request --ecu 123:456 --p2 200 22F190
+    cp "$scratch"/tmp/dpdu_coptrace_*.jsonl "$folder"
+    exit
+fi
+
+launcher=()
+while [ $# -gt 0 ] && [ "$1" != -- ]; do
+    launcher+=("$1")
+    shift
+done
+[ $# -ge 2 ] || fail "expected LAUNCHER... -- DPDU..."
+shift
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/replay-session.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+"${launcher[@]}" -- "$0" --session "$work/recorded" "$@" || fail "the recording failed"
+for text in WTVDEM0S1M0000001 C0035-11 'TV-TCU-0420-C\|54 56 2D 54 43 55' 'no answer'; do
+    grep -q "$text" "$work/recorded/answers" || {
+        cat "$work/recorded/answers" >&2
+        fail "'$text' is not among the answers of the car"
+    }
+done
+
+"${launcher[@]}" replay "$work"/recorded/*.jsonl --strict -- \
+    "$0" --session "$work/replayed" "$@" || fail "the replay failed, exit code $?"
+diff "$work/recorded/answers" "$work/replayed/answers" >&2 ||
+    fail "the answers differ: < recorded, > replayed"
+
+# A session that asks more than one of the traces knows is told apart.
+first=$(ls "$work"/recorded/*.jsonl | head -n 1)
+"${launcher[@]}" replay "$first" --speed 0 --strict -- \
+    "$0" --session "$work/unknown" "$@" 2>"$work/complaints"
+code=$?
+[ $code -eq 3 ] || fail "exit code $code for requests that are not in the trace, expected 3"
+grep -q 'not in the trace: ' "$work/complaints" || fail "nothing says what is not in the trace"

@@ -1,0 +1,34 @@
+// Reads the library's trace file: one JSON object a line. Nothing in such a file is fatal.
+
+#pragma once
+
+#include <istream>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace brennix {
+
+struct TraceEvent {
+    std::size_t line = 0;  // of the file, from 1
+    std::uint64_t sequence = 0;
+    std::uint64_t time_us = 0;
+    std::string name;
+    nlohmann::json fields;
+    bool is_cut = false;  // the line ends within its hex bytes; what stands before is here
+
+    // 0, respectively nothing, where the field is missing or something else.
+    std::uint32_t Number(const char* key) const;
+    std::vector<std::uint8_t> Hex(const char* key) const;
+};
+
+struct TraceText {
+    std::vector<TraceEvent> events;  // in the order of their sequence numbers
+    std::size_t lines = 0;
+    std::vector<std::size_t> damaged;  // lines that are no JSON, or not the trace's
+    std::vector<std::size_t> unknown;  // lines of events that this program does not know
+};
+
+TraceText ReadTrace(std::istream* file);
+
+}  // namespace brennix
