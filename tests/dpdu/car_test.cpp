@@ -14,7 +14,6 @@
 
 namespace {
 
-using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
 std::string Environment(const char* name) {

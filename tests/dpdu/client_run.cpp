@@ -101,3 +101,26 @@ bool ReleasedEverything(const ClientResult& result) {
     return !broke_a_rule && !result.report.empty() &&
            result.report.back() == "destruct items=0 links=0 modules=0";
 }
+
+Json Document(const ClientResult& result) {
+    Json document = Json::parse(result.output, nullptr, false);
+    EXPECT_FALSE(document.is_discarded()) << result.output;
+    return document;
+}
+
+std::vector<Json> DocumentLines(const ClientResult& result) {
+    std::vector<Json> documents;
+    for (const std::string& line : Lines(result.output)) {
+        documents.push_back(Json::parse(line, nullptr, false));
+        EXPECT_FALSE(documents.back().is_discarded()) << line;
+    }
+    return documents;
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool IsOneErrorLine(const std::string& text) {
+    return text.starts_with("dpdu: ") && text.find('\n') == text.size() - 1;
+}

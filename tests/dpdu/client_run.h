@@ -3,6 +3,7 @@
 #ifndef TESTS_DPDU_CLIENT_RUN_H
 #define TESTS_DPDU_CLIENT_RUN_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,24 @@ bool Reported(const ClientResult& result, const std::string& line);
 
 // True when the library was destructed with everything handed back and no rule broken.
 bool ReleasedEverything(const ClientResult& result);
+
+// What the program returns to the shell.
+inline constexpr int kOk = 0;
+inline constexpr int kFailure = 1;
+inline constexpr int kUsage = 2;
+
+using Json = nlohmann::json;
+
+// Standard output as JSON; a test fails on anything beside the one document.
+Json Document(const ClientResult& result);
+
+// The same for output that is one document a line.
+std::vector<Json> DocumentLines(const ClientResult& result);
+
+bool Contains(const std::string& text, const std::string& part);
+
+// One line that starts with the program's name.
+bool IsOneErrorLine(const std::string& text);
 
 // A new path in the folder for temporary files.
 std::string TemporaryPath(const std::string& name);

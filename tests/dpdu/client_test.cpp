@@ -13,28 +13,7 @@
 
 namespace {
 
-using Json = nlohmann::json;
 namespace fs = std::filesystem;
-
-constexpr int kOk = 0;
-constexpr int kFailure = 1;
-constexpr int kUsage = 2;
-
-// Standard output as JSON; a test fails on anything beside the one document.
-Json Document(const ClientResult& result) {
-    Json document = Json::parse(result.output, nullptr, false);
-    EXPECT_FALSE(document.is_discarded()) << result.output;
-    return document;
-}
-
-bool Contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
-
-// One line that starts with the program's name.
-bool IsOneErrorLine(const std::string& text) {
-    return text.starts_with("dpdu: ") && text.find('\n') == text.size() - 1;
-}
 
 // ---------------------------------------------------------------------------------------------
 
@@ -489,8 +468,10 @@ TEST(DpduComParam, ListShowsTheKnownOnesAndFilters) {
 
 TEST(DpduHelp, EveryCommandShowsExamplesAndExitCodes) {
     const std::vector<std::vector<std::string>> commands = {
-        {"modules"}, {"version"},         {"request"},         {"vin"},
-        {"dtc"},     {"comparam", "get"}, {"comparam", "set"}, {"comparam", "list"}};
+        {"modules"},    {"version"},         {"request"},         {"vin"},
+        {"dtc"},        {"comparam", "get"}, {"comparam", "set"}, {"comparam", "list"},
+        {"functional"}, {"objects"},         {"ioctl"},           {"tester-present"},
+        {"monitor"},    {"raw", "send"},     {"raw", "listen"}};
     for (std::vector<std::string> arguments : commands) {
         arguments.emplace_back("--help");
         const ClientResult result = RunClient(arguments);

@@ -7,9 +7,12 @@
 // output whenever it can.
 //
 // FAKE_DPDU_SCENARIO chooses what is out of the ordinary, one word: no-module, late-module,
-// two-modules, slow-scan, refuses-construct, refuses-link, lost-module.
-// FAKE_DPDU_REPORT names a file to which it appends one line per notable event, and in the end what
-// has not been released.
+// two-modules, slow-scan, refuses-construct, refuses-link, lost-module, unplugged (the module goes
+// after the second request and comes back some scans after the library was constructed anew).
+//
+// On a raw link STARTCOMM and SENDRECV with at least four bytes send a frame, which is reported,
+// and SENDRECV without bytes brings a handful of frames at once. FAKE_DPDU_REPORT names a file to
+// which it appends one line per notable event, and in the end what has not been released.
 
 #include <chrono>
 #include <cstdio>
@@ -34,6 +37,7 @@ constexpr UNUM32 kFirstModule = 5;
 constexpr UNUM32 kFirstLink = 40;
 constexpr UNUM32 kBusType = 72;
 constexpr UNUM32 kProtocol = 71;
+constexpr UNUM32 kRawProtocol = 73;
 constexpr UNUM32 kHigh = 81;
 constexpr UNUM32 kLow = 82;
 
@@ -139,13 +143,23 @@ struct EventBlock : Block {
     PDU_STATUS_DATA status = 0;
     PDU_ERROR_DATA error{};
     PDU_RESULT_DATA result{};
+    PDU_INFO_DATA info{};
     Bytes data;
+    UNUM8 rx_flags[4] = {};
 };
 
 struct ModuleBlock : Block {
     PDU_MODULE_ITEM item{};
     std::vector<PDU_MODULE_DATA> entries;
     std::deque<std::string> texts;
+};
+
+struct IoBlock : Block {
+    PDU_DATA_ITEM item{};
+    UNUM32 number = 0;
+    Bytes bytes;
+    PDU_IO_BYTEARRAY_DATA byte_array{};
+    PDU_IO_ENTITY_STATUS_DATA entity{};
 };
 
 struct ParamBlock : Block {
@@ -172,6 +186,7 @@ struct EcuEntry {
 };
 
 struct Link {
+    bool is_raw = false;
     bool is_online = false;
     bool is_started = false;
     ParamSet params = InitialParams();
@@ -185,13 +200,16 @@ struct Link {
 std::mutex lock;  // guards everything below
 bool constructed = false;
 void* api_tag = nullptr;
-UNUM32 scans = 0;
+UNUM32 constructions = 0;
+UNUM32 scans = 0;  // since the last construction
+UNUM32 requests = 0;
 UNUM32 next_primitive = 100;
 UNUM32 next_link = kFirstLink;
 std::map<UNUM32, bool> connected_modules;
 std::map<UNUM32, Link> links;
 std::map<void*, std::shared_ptr<Block>> items;  // in the application's hands
 std::deque<std::shared_ptr<EventBlock>> module_events;
+std::deque<std::shared_ptr<EventBlock>> system_events;
 
 template <typename BlockType>
 void HandOut(const std::shared_ptr<BlockType>& block, PDU_EVENT_ITEM** out) {
@@ -199,9 +217,13 @@ void HandOut(const std::shared_ptr<BlockType>& block, PDU_EVENT_ITEM** out) {
     *out = &block->item;
 }
 
+constexpr UNUM32 kAnswerTime = 1234567;  // microseconds
+constexpr UNUM32 kStartTime = kAnswerTime - 1500;
+constexpr UNUM32 kNextAnswerAfter = 1000;
+
 std::shared_ptr<EventBlock> MakeEvent(T_PDU_IT type, UNUM32 primitive, void* data) {
     auto block = std::make_shared<EventBlock>();
-    block->item = {type, primitive, nullptr, 1234567, data};
+    block->item = {type, primitive, nullptr, kAnswerTime, data};
     return block;
 }
 
@@ -209,6 +231,7 @@ void AddStatus(Link* link, UNUM32 primitive, T_PDU_STATUS state) {
     auto block = MakeEvent(PDU_IT_STATUS, primitive, nullptr);
     block->status = state;
     block->item.pData = &block->status;
+    if (state == PDU_COPST_EXECUTING) block->item.Timestamp = kStartTime;
     link->events.push_back(block);
 }
 
@@ -219,8 +242,8 @@ void AddError(Link* link, UNUM32 primitive, T_PDU_ERR_EVT code) {
     link->events.push_back(block);
 }
 
-void AddResult(Link* link, UNUM32 primitive, UNUM32 unique_id, UNUM32 acceptance_id,
-               const Bytes& data) {
+std::shared_ptr<EventBlock> AddResult(Link* link, UNUM32 primitive, UNUM32 unique_id,
+                                      UNUM32 acceptance_id, const Bytes& data) {
     auto block = MakeEvent(PDU_IT_RESULT, primitive, nullptr);
     block->data = data;
     block->result.UniqueRespIdentifier = unique_id;
@@ -229,6 +252,29 @@ void AddResult(Link* link, UNUM32 primitive, UNUM32 unique_id, UNUM32 acceptance
     block->result.pDataBytes = block->data.data();
     block->item.pData = &block->result;
     link->events.push_back(block);
+    return block;
+}
+
+// The time stamps wrap between the second frame and the third.
+void AddFrames(Link* link, UNUM32 primitive) {
+    struct Frame {
+        UNUM32 timestamp_us;
+        UNUM8 flag;
+        Bytes bytes;  // four of identifier first
+    };
+    const Frame frames[] = {
+        {0xFFFFF000, 0, {0x00, 0x00, 0x00, 0xC0, 0x0C, 0x80}},
+        {0xFFFFFFFF, 0, {0x00, 0x00, 0x07, 0xE8, 0x03, 0x7F, 0x22, 0x31}},
+        {0x00000000, 0, {0x00, 0x00, 0x00, 0xC0, 0x0D, 0x10}},
+        {0x00001000, 0, {0x18, 0xDA, 0xF1, 0x10}},
+        {0x00002000, 1, {0x00, 0x00, 0x01, 0x23, 0xFF}},  // a short number of 29 bits
+    };
+    for (const Frame& frame : frames) {
+        const auto block = AddResult(link, primitive, 0, 1, frame.bytes);
+        block->item.Timestamp = frame.timestamp_us;
+        block->rx_flags[2] = frame.flag;
+        block->result.RxFlag = {sizeof block->rx_flags, block->rx_flags};
+    }
 }
 
 // -------------------------------------------------------------------------------------------
@@ -363,7 +409,7 @@ bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
         return true;
     }
     const std::size_t count = is_functional ? link->ecus.size() : 1;
-    bool any = false;
+    UNUM32 answers = 0;
     for (std::size_t i = 0; i < count && i < link->ecus.size(); ++i) {
         const EcuEntry& ecu = link->ecus[i];
         if (!is_functional && ecu.request_id == kHangingEcu) return false;
@@ -371,10 +417,10 @@ bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
         const Bytes answer = AnswerOf(ecu.request_id, request, link);
         const Expected* match = FindMatch(expected, answer);
         if (!match) continue;
-        AddResult(link, primitive, ecu.unique_id, match->acceptance_id, answer);
-        any = true;
+        AddResult(link, primitive, ecu.unique_id, match->acceptance_id, answer)->item.Timestamp +=
+            answers++ * kNextAnswerAfter;
     }
-    if (!any) AddError(link, primitive, PDU_ERR_EVT_RX_TIMEOUT);
+    if (answers == 0) AddError(link, primitive, PDU_ERR_EVT_RX_TIMEOUT);
     return true;
 }
 
@@ -397,12 +443,14 @@ void Work(UNUM32 module, UNUM32 link_handle, UNUM32 primitive, const Bytes& requ
     {
         const std::lock_guard hold(lock);
         Link& link = links[link_handle];
+        ++requests;
         AddStatus(&link, primitive, PDU_COPST_EXECUTING);
         if (IsScenario("lost-module")) {
             AddError(&link, PDU_HANDLE_UNDEF, PDU_ERR_EVT_LOST_COMM_TO_VCI);
             AddStatus(&link, primitive, PDU_COPST_CANCELLED);
         } else if (Answer(&link, primitive, request, expected)) {
             AddStatus(&link, primitive, PDU_COPST_FINISHED);
+            if (constructions > 1) Report("answered after recovery");
         } else {
             link.hanging = primitive;
             Report("hanging");
@@ -429,11 +477,118 @@ void AddModule(ModuleBlock* block, UNUM32 handle, const char* text) {
 
 void FillModules(ModuleBlock* block) {
     if (IsScenario("no-module") || (IsScenario("late-module") && scans < 3)) return;
+    if (IsScenario("unplugged") && constructions > 1 && scans < 3) return;
     AddModule(block, kFirstModule,
               "VendorName='Other' ModuleName='Probe' SerialNumber='S-1' ConnectionType='USB'");
     if (!IsScenario("two-modules")) return;
     AddModule(block, kFirstModule + 1,
               "VendorName='Other' ModuleName='Probe' SerialNumber='S-2' ConnectionType='WLAN'");
+}
+
+// Only a new construction brings a module back that was pulled out.
+bool IsUnplugged() { return IsScenario("unplugged") && constructions == 1 && requests >= 2; }
+
+std::string HexDigits(const UNUM8* bytes, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
+
+// Says of a frame what the library was told.
+void SendFrame(const UNUM8* bytes, UNUM32 size, const PDU_COP_CTRL_DATA& control) {
+    const bool has_29_bits = control.TxFlag.NumFlagBytes > 2 && (control.TxFlag.pFlagData[2] & 1);
+    Report("frame " + HexDigits(bytes, 4) + (has_29_bits ? " long " : " short ") +
+           HexDigits(bytes + 4, size - 4));
+}
+
+void StartOnRawLink(Link* link, T_PDU_COPT type, UNUM32 primitive, const UNUM8* bytes, UNUM32 size,
+                    const PDU_COP_CTRL_DATA& control) {
+    if (size >= 4) SendFrame(bytes, size, control);
+    // Like some libraries, this one does not report the end of what a STARTCOMM has sent.
+    if (type == PDU_COPT_STARTCOMM) return;
+    AddStatus(link, primitive, PDU_COPST_FINISHED);
+    if (type != PDU_COPT_SENDRECV || size > 0) return;
+    if (control.NumReceiveCycles != -1) Report("violation: reception has an end");
+    AddFrames(link, primitive);
+    Report("receiving");
+}
+
+constexpr UNUM32 kReadBattery = 700;
+constexpr UNUM32 kReadIgnition = 701;
+constexpr UNUM32 kSetVoltage = 702;
+constexpr UNUM32 kGeneric = 703;
+constexpr UNUM32 kStartFilter = 704;
+constexpr UNUM32 kEntityStatus = 705;
+constexpr UNUM32 kReset = 706;
+
+UNUM32 IoControlId(const std::string& name) {
+    if (name == "PDU_IOCTL_READ_VBATT") return kReadBattery;
+    if (name == "PDU_IOCTL_READ_IGNITION_SENSE_STATE") return kReadIgnition;
+    if (name == "PDU_IOCTL_SET_PROG_VOLTAGE") return kSetVoltage;
+    if (name == "PDU_IOCTL_GENERIC") return kGeneric;
+    if (name == "PDU_IOCTL_START_MSG_FILTER") return kStartFilter;
+    if (name == "PDU_IOCTL_GET_ENTITY_STATUS") return kEntityStatus;
+    return name == "PDU_IOCTL_RESET" ? kReset : PDU_ID_UNDEF;
+}
+
+// The input as one line of the report.
+std::string InputText(const PDU_DATA_ITEM& input) {
+    switch (input.ItemType) {
+        case PDU_IT_IO_UNUM32:
+            return "number " + std::to_string(*static_cast<UNUM32*>(input.pData));
+        case PDU_IT_IO_PROG_VOLTAGE: {
+            const auto* voltage = static_cast<PDU_IO_PROG_VOLTAGE_DATA*>(input.pData);
+            return "voltage " + std::to_string(voltage->ProgVoltage_mv) + " pin " +
+                   std::to_string(voltage->PinOnDLC);
+        }
+        case PDU_IT_IO_BYTEARRAY: {
+            const auto* array = static_cast<PDU_IO_BYTEARRAY_DATA*>(input.pData);
+            return "bytes " + HexDigits(array->pData, array->DataSize);
+        }
+        case PDU_IT_IO_FILTER: {
+            const auto* list = static_cast<PDU_IO_FILTER_LIST*>(input.pData);
+            std::string text = "filters";
+            for (UNUM32 i = 0; i < list->NumFilterEntries; ++i) {
+                const PDU_IO_FILTER_DATA& filter = list->pFilterData[i];
+                text += " " + std::to_string(filter.FilterType) + ":" +
+                        std::to_string(filter.FilterNumber) + ":" +
+                        HexDigits(filter.FilterMaskMessage, filter.FilterCompareSize) + ":" +
+                        HexDigits(filter.FilterPatternMessage, filter.FilterCompareSize);
+            }
+            return text;
+        }
+        case PDU_IT_IO_ENTITY_ADDRESS: {
+            const auto* address = static_cast<PDU_IO_ENTITY_ADDRESS_DATA*>(input.pData);
+            return "address " + std::to_string(address->LogicalAddress) + " wait " +
+                   std::to_string(address->DoIPCtrlTimeout);
+        }
+        default:
+            return "item type " + std::to_string(input.ItemType);
+    }
+}
+
+std::shared_ptr<IoBlock> IoOutput(UNUM32 command, const PDU_DATA_ITEM* input) {
+    auto block = std::make_shared<IoBlock>();
+    block->item = {PDU_IT_IO_UNUM32, &block->number};
+    if (command == kReadBattery) {
+        block->number = 12034;
+    } else if (command == kReadIgnition) {
+        block->number = input ? 1 : 0;
+    } else if (command == kGeneric) {
+        block->bytes = {0xCA, 0xFE};
+        block->byte_array = {2, block->bytes.data()};
+        block->item = {PDU_IT_IO_BYTEARRAY, &block->byte_array};
+    } else if (command == kEntityStatus) {
+        block->entity = {1, 4, 2, 4096};
+        block->item = {PDU_IT_IO_ENTITY_STATUS, &block->entity};
+    } else {
+        return nullptr;
+    }
+    return block;
 }
 
 void FillParam(ParamBlock* block, const ParamRow& row) {
@@ -511,6 +666,14 @@ T_PDU_ERROR PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     if (IsScenario("refuses-construct")) return PDU_ERR_FCT_FAILED;
     constructed = true;
     api_tag = pAPITag;
+    ++constructions;
+    scans = 0;
+    if (IsScenario("unplugged")) {
+        const auto block = MakeEvent(PDU_IT_INFO, PDU_HANDLE_UNDEF, nullptr);
+        block->info = {PDU_INFO_MODULE_LIST_CHG, 0};
+        block->item.pData = &block->info;
+        system_events.push_back(block);
+    }
     return PDU_STATUS_NOERROR;
 }
 
@@ -527,8 +690,18 @@ T_PDU_ERROR PDUDestruct(void) {
     return PDU_STATUS_NOERROR;
 }
 
-T_PDU_ERROR PDUIoCtl(UNUM32, UNUM32, UNUM32, PDU_DATA_ITEM*, PDU_DATA_ITEM**) {
-    return PDU_ERR_ID_NOT_SUPPORTED;
+T_PDU_ERROR PDUIoCtl(UNUM32 hMod, UNUM32, UNUM32 IoCtlCommandId, PDU_DATA_ITEM* pInputData,
+                     PDU_DATA_ITEM** ppOutputData) {
+    const std::lock_guard hold(lock);
+    if (!connected_modules[hMod]) return PDU_ERR_MODULE_NOT_CONNECTED;
+    if (IoCtlCommandId < kReadBattery || IoCtlCommandId > kReset) return PDU_ERR_ID_NOT_SUPPORTED;
+    Report("ioctl " + std::to_string(IoCtlCommandId) + " " +
+           (pInputData ? InputText(*pInputData) : "without input"));
+    if (const auto block = IoOutput(IoCtlCommandId, pInputData)) {
+        items[&block->item] = block;
+        *ppOutputData = &block->item;
+    }
+    return PDU_STATUS_NOERROR;
 }
 
 T_PDU_ERROR PDUGetVersion(UNUM32 hMod, PDU_VERSION_DATA* pVersionData) {
@@ -552,6 +725,7 @@ T_PDU_ERROR PDUGetVersion(UNUM32 hMod, PDU_VERSION_DATA* pVersionData) {
 T_PDU_ERROR PDUGetStatus(UNUM32 hMod, UNUM32, UNUM32, T_PDU_STATUS* pStatusCode, UNUM32*, UNUM32*) {
     const std::lock_guard hold(lock);
     *pStatusCode = connected_modules[hMod] ? PDU_MODST_READY : PDU_MODST_AVAIL;
+    if (IsUnplugged()) *pStatusCode = PDU_MODST_NOT_AVAIL;
     return PDU_STATUS_NOERROR;
 }
 
@@ -566,13 +740,16 @@ T_PDU_ERROR PDUCreateComLogicalLink(UNUM32 hMod, PDU_RSC_DATA* pRscData, UNUM32,
     const std::lock_guard hold(lock);
     if (IsScenario("refuses-link")) return PDU_ERR_RESOURCE_BUSY;
     if (!connected_modules[hMod]) return PDU_ERR_MODULE_NOT_CONNECTED;
-    if (!pRscData || pRscData->BusTypeId != kBusType || pRscData->ProtocolId != kProtocol ||
+    const bool is_raw = pCllCreateFlag && pCllCreateFlag->NumFlagBytes > 0 &&
+                        (pCllCreateFlag->pFlagData[0] & PDU_CREATE_FLAG0_RAW_MODE);
+    const UNUM32 protocol = is_raw ? kRawProtocol : kProtocol;
+    if (!pRscData || pRscData->BusTypeId != kBusType || pRscData->ProtocolId != protocol ||
         pRscData->NumPinData != 2 || pRscData->pDLCPinData[0].DLCPinTypeId != kHigh ||
         pRscData->pDLCPinData[1].DLCPinTypeId != kLow || !pCllCreateFlag) {
         return PDU_ERR_INVALID_PARAMETERS;
     }
     *phCLL = next_link++;
-    links[*phCLL];
+    links[*phCLL].is_raw = is_raw;
     return PDU_STATUS_NOERROR;
 }
 
@@ -648,9 +825,19 @@ T_PDU_ERROR PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType, U
     if (!link) return PDU_ERR_INVALID_HANDLE;
     if (!link->is_online) return PDU_ERR_CLL_NOT_CONNECTED;
     *phCoP = next_primitive++;
+    if (link->is_raw) {
+        StartOnRawLink(link, CoPType, *phCoP, pCoPData, CoPDataSize, *pCopCtrlData);
+        return PDU_STATUS_NOERROR;
+    }
     if (CoPType == PDU_COPT_STARTCOMM || CoPType == PDU_COPT_STOPCOMM) {
         link->is_started = CoPType == PDU_COPT_STARTCOMM;
         Report(link->is_started ? "startcomm" : "stopcomm");
+        const ParamSet& params = link->params;
+        const Bytes& message = params.at(ParamId("CP_TesterPresentMessage")).bytes;
+        if (link->is_started && !message.empty()) {
+            Report("tester present " + HexDigits(message.data(), message.size()) + " every " +
+                   std::to_string(params.at(ParamId("CP_TesterPresentTime")).number));
+        }
         AddStatus(link, *phCoP, PDU_COPST_FINISHED);
         return PDU_STATUS_NOERROR;
     }
@@ -679,6 +866,8 @@ T_PDU_ERROR PDUGetEventItem(UNUM32 hMod, UNUM32 hCLL, PDU_EVENT_ITEM** pEventIte
         TakeEvent(&link->events, pEventItem);
     } else if (hMod != PDU_HANDLE_UNDEF) {
         TakeEvent(&module_events, pEventItem);
+    } else {
+        TakeEvent(&system_events, pEventItem);
     }
     return *pEventItem ? PDU_STATUS_NOERROR : PDU_ERR_EVENT_QUEUE_EMPTY;
 }
@@ -706,6 +895,10 @@ T_PDU_ERROR PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pShortname, UNUM32* 
     if (pduObjectType == PDU_OBJT_PROTOCOL && name == "ISO_15765_3_on_ISO_15765_2") {
         *pPduObjectId = kProtocol;
     }
+    if (pduObjectType == PDU_OBJT_PROTOCOL && name == "ISO_11898_RAW") {
+        *pPduObjectId = kRawProtocol;
+    }
+    if (pduObjectType == PDU_OBJT_IO_CTRL) *pPduObjectId = IoControlId(name);
     if (pduObjectType == PDU_OBJT_BUSTYPE && name == "ISO_11898_2_DWCAN") *pPduObjectId = kBusType;
     if (pduObjectType == PDU_OBJT_PINTYPE && name == "HI") *pPduObjectId = kHigh;
     if (pduObjectType == PDU_OBJT_PINTYPE && name == "LOW") *pPduObjectId = kLow;

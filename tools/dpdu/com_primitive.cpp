@@ -12,6 +12,7 @@ constexpr std::chrono::milliseconds kCancelLimit{1000};
 
 // Libraries may keep the pointer to the transmit flags until the ComPrimitive has ended.
 UNUM8 no_tx_flags[4] = {0, 0, 0, 0};
+UNUM8 tx_flags_29_bit[4] = {0, 0, PDU_TX_FLAG2_CAN_29BIT_ID, 0};
 
 UNUM8* InputBytes(const Bytes& bytes) { return const_cast<UNUM8*>(bytes.data()); }
 
@@ -36,18 +37,7 @@ public:
 
     void Start(const ComPrimitive& primitive) {
         ends_on_interruption_ = primitive.ends_on_interruption;
-        std::vector<PDU_EXP_RESP_DATA> expected = ExpectedRecords(primitive.expected);
-        PDU_COP_CTRL_DATA control = {};
-        control.NumSendCycles = primitive.send_cycles;
-        control.NumReceiveCycles = primitive.receive_cycles;
-        control.TxFlag = {sizeof no_tx_flags, no_tx_flags};
-        control.NumPossibleExpectedResponses = static_cast<UNUM32>(expected.size());
-        control.pExpectedResponseArray = expected.data();
-        Check(session_->Functions().StartComPrimitive(link_.module, link_.link, primitive.type,
-                                                      static_cast<UNUM32>(primitive.request.size()),
-                                                      InputBytes(primitive.request), &control, this,
-                                                      &handle_),
-              "PDUStartComPrimitive");
+        handle_ = StartComPrimitive(*session_, link_, primitive);
     }
 
     // False when the time ran out. Throws Failure when the user interrupts the program, unless the
@@ -88,25 +78,15 @@ private:
         if (item.hCop == PDU_HANDLE_UNDEF) return NoteError(item);  // of the link itself
         if (item.hCop != handle_ || !item.pData) return;
         if (item.ItemType == PDU_IT_RESULT) {
-            TakeAnswer(item);
+            Answer& answer = result_.answers.emplace_back(ReadAnswer(item));
+            if (started_us_) answer.after_us = answer.timestamp_us - *started_us_;
         } else if (item.ItemType == PDU_IT_ERROR) {
             NoteError(item);
         } else if (item.ItemType == PDU_IT_STATUS) {
             const T_PDU_STATUS state = *static_cast<const PDU_STATUS_DATA*>(item.pData);
-            finished_ = state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
+            if (state == PDU_COPST_EXECUTING) started_us_ = item.Timestamp;
+            finished_ = IsFinalState(state);
         }
-    }
-
-    void TakeAnswer(const PDU_EVENT_ITEM& item) {
-        const auto* result = static_cast<const PDU_RESULT_DATA*>(item.pData);
-        Answer answer;
-        answer.unique_id = result->UniqueRespIdentifier;
-        answer.acceptance_id = result->AcceptanceId;
-        answer.timestamp_us = item.Timestamp;
-        if (result->pDataBytes) {
-            answer.data.assign(result->pDataBytes, result->pDataBytes + result->NumDataBytes);
-        }
-        result_.answers.push_back(std::move(answer));
     }
 
     void NoteError(const PDU_EVENT_ITEM& item) {
@@ -119,10 +99,44 @@ private:
     UNUM32 handle_ = PDU_HANDLE_UNDEF;
     bool ends_on_interruption_ = true;
     bool finished_ = false;
+    std::optional<UNUM32> started_us_;
     Exchange result_;
 };
 
 }  // namespace
+
+UNUM32 StartComPrimitive(const Session& session, const LinkHandles& link,
+                         const ComPrimitive& primitive) {
+    std::vector<PDU_EXP_RESP_DATA> expected = ExpectedRecords(primitive.expected);
+    PDU_COP_CTRL_DATA control = {};
+    control.NumSendCycles = primitive.send_cycles;
+    control.NumReceiveCycles = primitive.receive_cycles;
+    control.TxFlag = {sizeof no_tx_flags, primitive.is_29_bit ? tx_flags_29_bit : no_tx_flags};
+    control.NumPossibleExpectedResponses = static_cast<UNUM32>(expected.size());
+    control.pExpectedResponseArray = expected.data();
+    UNUM32 handle = PDU_HANDLE_UNDEF;
+    Check(session.Functions().StartComPrimitive(
+              link.module, link.link, primitive.type, static_cast<UNUM32>(primitive.request.size()),
+              InputBytes(primitive.request), &control, nullptr, &handle),
+          "PDUStartComPrimitive");
+    return handle;
+}
+
+Answer ReadAnswer(const PDU_EVENT_ITEM& item) {
+    const auto* result = static_cast<const PDU_RESULT_DATA*>(item.pData);
+    Answer answer;
+    answer.unique_id = result->UniqueRespIdentifier;
+    answer.acceptance_id = result->AcceptanceId;
+    answer.timestamp_us = item.Timestamp;
+    if (result->pDataBytes) {
+        answer.data.assign(result->pDataBytes, result->pDataBytes + result->NumDataBytes);
+    }
+    return answer;
+}
+
+bool IsFinalState(T_PDU_STATUS state) {
+    return state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
+}
 
 Exchange Execute(Session* session, const LinkHandles& link, const ComPrimitive& primitive,
                  std::chrono::milliseconds limit) {

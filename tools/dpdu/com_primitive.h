@@ -4,6 +4,7 @@
 #define TOOLS_DPDU_COM_PRIMITIVE_H
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ struct ComPrimitive {
     std::vector<ExpectedResponse> expected;
     SNUM32 send_cycles = 1;
     SNUM32 receive_cycles = 1;
+    bool is_29_bit = false;            // raw links: the identifier in front of the request
     bool ends_on_interruption = true;  // false for what must be done before the program ends
 };
 
@@ -32,6 +34,7 @@ struct Answer {
     UNUM32 unique_id = 0;      // of the unique response table's entry
     UNUM32 acceptance_id = 0;  // position of the matching expected response, from 1
     UNUM32 timestamp_us = 0;
+    std::optional<UNUM32> after_us;  // since execution began, where the library reports that
     Bytes data;
 };
 
@@ -39,6 +42,16 @@ struct Exchange {
     std::vector<Answer> answers;
     std::string error;  // the last error that was reported; empty when there was none
 };
+
+// Starts the ComPrimitive and returns its handle. Throws Failure when the library refuses it.
+UNUM32 StartComPrimitive(const Session& session, const LinkHandles& link,
+                         const ComPrimitive& primitive);
+
+// What a result item holds, which needs to have data.
+Answer ReadAnswer(const PDU_EVENT_ITEM& item);
+
+// True for the state with which a ComPrimitive ends.
+bool IsFinalState(T_PDU_STATUS state);
 
 // Executes the ComPrimitive and waits until the library has finished with it. Throws Failure when
 // the library refuses it, when the limit passes, or when the user interrupts the program; it is

@@ -20,6 +20,9 @@ Examples:
   dpdu vin                            the VIN, from control unit 7E0:7E8
   dpdu request 22F190                 any UDS request
   dpdu dtc --json                     trouble codes as JSON
+  dpdu functional 22F187              the part numbers of all control units
+  dpdu raw listen                     the frames on the bus
+  dpdu monitor                        what happens, as it happens
   dpdu request --help                 the options of a command, with examples)";
 
 // The parser with all commands.
@@ -33,6 +36,8 @@ public:
         AddModuleCommands(&commands_);
         AddRequestCommands(&commands_);
         AddTraceCommands(&commands_);
+        AddRawCommands(&commands_);
+        AddWatchCommands(&commands_);
     }
 
     Invocation Parse(int count, const char* const* arguments) {

@@ -1,5 +1,6 @@
 #include "ecu_request.h"
 
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "failure.h"
@@ -27,6 +28,18 @@ EcuReply AskOne(const ConnectedModule& module, const LinkOptions& options, const
 EcuReply UnknownSender(const Answer& answer) {
     const EcuAddress nobody{0, 0};
     return {nobody, {answer}, ""};
+}
+
+Json AnswerJson(const Answer& answer) {
+    Json json = {{"data", HexText(answer.data)},
+                 {"acceptanceId", answer.acceptance_id},
+                 {"timestampUs", answer.timestamp_us}};
+    if (answer.after_us) json["afterUs"] = *answer.after_us;
+    if (const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data)) {
+        json["negativeResponse"] = {{"code", negative->code},
+                                    {"name", NegativeResponseName(negative->code)}};
+    }
+    return json;
 }
 
 }  // namespace
@@ -85,6 +98,25 @@ std::string NegativeText(const EcuReply& reply) {
     const std::optional<NegativeResponse> negative =
         ParseNegativeResponse(reply.answers.front().data);
     return negative ? NegativeResponseText(*negative) : "";
+}
+
+Json ReplyJson(const EcuReply& reply) {
+    Json json = {{"requestId", CanIdText(reply.ecu.request_id)},
+                 {"responseId", CanIdText(reply.ecu.response_id)}};
+    Json answers = Json::array();
+    for (const Answer& answer : reply.answers)
+        answers.push_back(AnswerJson(answer));
+    json["answers"] = answers;
+    if (!reply.error.empty()) json["error"] = reply.error;
+    return json;
+}
+
+std::size_t CountFailures(const std::vector<EcuReply>& replies) {
+    std::size_t count = 0;
+    for (const EcuReply& reply : replies) {
+        if (reply.answers.empty() || !NegativeText(reply).empty()) ++count;
+    }
+    return count;
 }
 
 bool ReportFailures(std::size_t failed, std::size_t asked) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "link.h"
+#include "output.h"
 
 namespace dpdu {
 
@@ -33,6 +34,12 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
 
 // The text of the negative response when the first answer is one.
 std::string NegativeText(const EcuReply& reply);
+
+// Identifiers, answers and error.
+Json ReplyJson(const EcuReply& reply);
+
+// How many gave no answer, or a negative one.
+std::size_t CountFailures(const std::vector<EcuReply>& replies);
 
 // "1 of 3 control units ..." on standard error when not all of them did as asked; true when they
 // did.

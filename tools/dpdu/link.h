@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
+#include "bare_link.h"
 #include "com_primitive.h"
 #include "ecu_address.h"
-#include "modules.h"
 
 namespace dpdu {
 
@@ -19,9 +19,10 @@ namespace dpdu {
 struct LinkOptions {
     std::string protocol = "ISO_15765_3_on_ISO_15765_2";
     std::string bus_type = "ISO_11898_2_DWCAN";
-    std::uint32_t p2_ms = 1000;                               // CP_P2Max
-    std::optional<std::uint32_t> p2_star_ms;                  // CP_P2Star
-    std::optional<std::uint32_t> tester_present_ms;           // none: no tester present
+    std::uint32_t p2_ms = 1000;                      // CP_P2Max
+    std::optional<std::uint32_t> p2_star_ms;         // CP_P2Star
+    std::optional<std::uint32_t> tester_present_ms;  // none: no tester present
+    Bytes tester_present_message = {0x3E, 0x80};
     std::vector<std::pair<std::string, std::string>> params;  // ComParam name and its value's text
     std::chrono::seconds limit{60};  // for one request, whatever the control unit does
 };
@@ -43,11 +44,19 @@ public:
     Link& operator=(const Link&) = delete;
 
     const Session& GetSession() const { return *session_; }
-    const LinkHandles& Handles() const { return handles_; }
+    const LinkHandles& Handles() const { return bare_.Handles(); }
+
+    // Also begins tester present, if there is to be one. Does nothing the second time.
+    void StartCommunication();
+    // The same without waiting: the ComPrimitive's handle, whose events stay in the link's queue.
+    UNUM32 BeginCommunication();
 
     // Sends a request and gathers what comes back until the library has finished with it.
     // Communication is started before the first one.
     Exchange Request(const Bytes& request, const std::vector<ExpectedResponse>& expected);
+    // The same request, not yet started.
+    ComPrimitive RequestPrimitive(const Bytes& request,
+                                  const std::vector<ExpectedResponse>& expected) const;
 
 private:
     void SetTiming();
@@ -55,11 +64,10 @@ private:
     void SetFunctionalAddress(std::uint32_t can_id);
     void StopCommunication() noexcept;
 
-    Session* session_;
     LinkOptions options_;
-    LinkHandles handles_;
+    BareLink bare_;
+    Session* session_;
     bool is_functional_ = false;
-    bool is_connected_ = false;
     bool is_started_ = false;
 };
 

@@ -15,7 +15,7 @@ int ReportFailure(const Failure& failure, Output* output) {
     ErrorLine(failure.what());
     if (output->AsJson()) {
         output->Document({{"error", OnOneLine(failure.what())}});
-        output->Finish();
+        output->Flush();
     }
     return kExitFailure;
 }
@@ -23,7 +23,7 @@ int ReportFailure(const Failure& failure, Output* output) {
 int RunCommand(const Invocation& invocation, Output* output) {
     try {
         const bool went_well = invocation.run(output);
-        output->Finish();
+        output->Flush();
         return went_well ? kExitOk : kExitFailure;
     } catch (const UsageError& error) {
         ErrorLine(error.what());
@@ -51,7 +51,7 @@ int Main(int count, const char* const* arguments) {
         ErrorLine("there is no standard output to write to");
         return kExitFailure;
     }
-    Output output(answers, invocation.common.as_json);
+    Output output(answers, invocation.common.as_json, ShowsEscapes(answers));
     const int exit_code = RunCommand(invocation, &output);
     return std::fclose(answers) == 0 ? exit_code : kExitFailure;
 }

@@ -21,13 +21,13 @@ std::string LowerCase(std::string text) {
     return text;
 }
 
-// The list carries a state too, but not every library keeps it up to date there.
-T_PDU_STATUS StateOf(Session* session, const PDU_MODULE_DATA& data) {
-    T_PDU_STATUS state = data.ModuleStatus;
+// What is known already stands when the library does not answer.
+T_PDU_STATUS StateOf(Session* session, UNUM32 handle, T_PDU_STATUS known) {
+    T_PDU_STATUS state = known;
     UNUM32 timestamp = 0;
     UNUM32 extra_info = 0;
-    session->Functions().GetStatus(data.hMod, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &state,
-                                   &timestamp, &extra_info);
+    session->Functions().GetStatus(handle, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &state, &timestamp,
+                                   &extra_info);
     return state;
 }
 
@@ -35,7 +35,8 @@ ModuleInfo Describe(Session* session, const PDU_MODULE_DATA& data) {
     ModuleInfo module;
     module.handle = data.hMod;
     module.type = data.ModuleTypeId;
-    module.state = StateOf(session, data);
+    // The list carries a state too, but not every library keeps it up to date there.
+    module.state = StateOf(session, data.hMod, data.ModuleStatus);
     module.vendor_name = TextOrEmpty(data.pVendorModuleName);
     module.additional_info = TextOrEmpty(data.pVendorAdditionalInfo);
     module.name = VendorValue(module.vendor_name, "ModuleName");
@@ -70,6 +71,10 @@ std::vector<ModuleInfo> ListModules(Session* session) {
         modules.push_back(Describe(session, list->pModuleData[i]));
     }
     return modules;
+}
+
+bool IsModuleGone(Session* session, UNUM32 handle) {
+    return StateOf(session, handle, PDU_MODST_READY) == PDU_MODST_NOT_AVAIL;
 }
 
 bool ModuleMatches(const ModuleInfo& module, const std::string& wanted) {

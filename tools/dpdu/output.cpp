@@ -19,20 +19,17 @@ void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.
 void Output::Text(const std::string& text) { std::fputs(text.c_str(), stream_); }
 
 void Output::Table(const std::vector<Row>& rows) {
-    std::vector<std::size_t> widths;
-    for (const Row& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
-    }
-    for (const Row& row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
-        }
+    for (const std::string& line : TableLines(rows))
         Line(line);
-    }
+}
+
+void Output::LiveTable(const std::vector<Row>& rows) {
+    constexpr char kClearToEnd[] = "\x1b[K";
+    if (live_lines_ > 0) std::fprintf(stream_, "\x1b[%zuA", live_lines_);
+    const std::vector<std::string> lines = TableLines(rows);
+    for (const std::string& line : lines)
+        Line(line + kClearToEnd);
+    live_lines_ = lines.size();
 }
 
 void Output::Document(const Json& document) {
@@ -40,10 +37,32 @@ void Output::Document(const Json& document) {
     Line(document.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 
-void Output::Finish() {
+void Output::JsonLine(const Json& document) {
+    Line(document.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+void Output::Flush() {
     if (std::fflush(stream_) != 0 || std::ferror(stream_)) {
         throw Failure("the answer could not be written to standard output");
     }
+}
+
+std::vector<std::string> TableLines(const std::vector<Row>& rows) {
+    std::vector<std::size_t> widths;
+    for (const Row& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    std::vector<std::string> lines;
+    for (const Row& row : rows) {
+        std::string& line = lines.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+        }
+    }
+    return lines;
 }
 
 void ErrorLine(const std::string& text) {

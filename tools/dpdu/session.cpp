@@ -1,15 +1,14 @@
 #include "session.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "failure.h"
+#include "item.h"
 #include "terminal.h"
 
 namespace dpdu {
 namespace {
-
-// The longest that an interruption by the user goes unnoticed.
-constexpr std::chrono::milliseconds kInterruptionPoll{100};
 
 void PDU_CALL OnEvent(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void* api_tag) {
     if (api_tag) static_cast<EventSignal*>(api_tag)->Raise();
@@ -66,21 +65,27 @@ UNUM32 Session::RequireObject(T_PDU_OBJT type, const std::string& name) const {
 
 CALLBACKFNC Session::Callback() { return OnEvent; }
 
-void Session::PauseForEvent() { signal_.Wait(kInterruptionPoll); }
+void Session::PauseForEvent(std::chrono::milliseconds limit) {
+    signal_.Wait(std::min(limit, kInterruptionPoll));
+}
 
 void Session::WaitForEvent() {
     PauseForEvent();
     ThrowIfInterrupted();
 }
 
+bool Session::TakeEvent(UNUM32 module, UNUM32 link,
+                        const std::function<void(const PDU_EVENT_ITEM&)>& look) {
+    Item<PDU_EVENT_ITEM> item(*this);
+    const T_PDU_ERROR status = functions_.GetEventItem(module, link, item.Receive());
+    if (status != PDU_STATUS_NOERROR || !item) return false;
+    look(*item.Get());
+    return true;
+}
+
 void Session::DrainQueue(UNUM32 module, UNUM32 link,
                          const std::function<void(const PDU_EVENT_ITEM&)>& look) {
-    for (;;) {
-        PDU_EVENT_ITEM* item = nullptr;
-        const T_PDU_ERROR status = functions_.GetEventItem(module, link, &item);
-        if (status != PDU_STATUS_NOERROR || !item) return;
-        look(*item);
-        Destroy(item);
+    while (TakeEvent(module, link, look)) {
     }
 }
 

@@ -28,6 +28,9 @@ private:
     bool raised_ = false;  // guarded by lock_
 };
 
+// The longest that an interruption by the user goes unnoticed.
+inline constexpr std::chrono::milliseconds kInterruptionPoll{100};
+
 class Session {
 public:
     // Constructs the library with the option string, or with none when it is empty. Throws Failure.
@@ -50,8 +53,12 @@ public:
     // the user has interrupted the program.
     void WaitForEvent();
     // The same, whether interrupted or not.
-    void PauseForEvent();
+    void PauseForEvent(std::chrono::milliseconds limit = kInterruptionPoll);
 
+    // Takes one item out of a queue, shows it to `look` and hands it back to the library. False
+    // when there is none.
+    bool TakeEvent(UNUM32 module, UNUM32 link,
+                   const std::function<void(const PDU_EVENT_ITEM&)>& look);
     // Takes every item out of a queue, shows it to `look` and hands it back to the library.
     void DrainQueue(UNUM32 module, UNUM32 link,
                     const std::function<void(const PDU_EVENT_ITEM&)>& look);

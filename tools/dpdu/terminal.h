@@ -20,6 +20,10 @@ bool StandardErrorIsTerminal();
 // The columns of the terminal behind the stream; 0 when it is none.
 int TerminalColumns(std::FILE* stream);
 
+// True when the stream is a terminal that follows escape sequences, which are switched on if need
+// be.
+bool ShowsEscapes(std::FILE* stream);
+
 // From now on an interruption by the user (Ctrl-C, a request to terminate) only sets a flag, so
 // that links and modules are released first. A second interruption ends the process at once.
 // Output into a pipe that nobody reads any more becomes an ordinary write error.

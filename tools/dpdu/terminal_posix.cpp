@@ -38,6 +38,8 @@ int TerminalColumns(std::FILE* stream) {
     return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
+bool ShowsEscapes(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
 void CatchInterruptions() {
     struct sigaction once = {};
     once.sa_handler = OnInterruption;

@@ -7,12 +7,16 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "can_frame.h"
 #include "link.h"
 #include "output.h"
+#include "raw_link.h"
 #include "trace/timeline.h"
+#include "unit_list.h"
 
 namespace dpdu {
 
@@ -25,6 +29,8 @@ struct CommonOptions {
     bool as_json = false;
     bool is_verbose = false;  // show the lines that the library prints
 
+    // Throws Failure when it cannot be loaded.
+    PduFunctions LoadFunctions() const { return LoadPduFunctions(library); }
     std::chrono::milliseconds Wait() const {
         return std::chrono::milliseconds(static_cast<std::int64_t>(wait_seconds * 1000));
     }
@@ -35,6 +41,14 @@ struct RequestOptions {
     std::vector<EcuAddress> ecus{EcuAddress{}};
     std::optional<std::uint32_t> functional_id;
     std::vector<ExpectedResponse> expected;  // empty: the positive and the negative response
+    LinkOptions link;
+};
+
+struct FunctionalOptions {
+    Bytes request;
+    std::vector<NamedUnit> units;
+    std::uint32_t functional_id = 0x7DF;
+    bool one_is_enough = false;  // one positive answer makes it a success
     LinkOptions link;
 };
 
@@ -56,6 +70,59 @@ struct ComParamOptions {
     LinkOptions link;
 };
 
+// One kind of object that PDUGetObjectId knows.
+struct ObjectType {
+    const char* name;  // on the command line
+    T_PDU_OBJT type;
+};
+std::span<const ObjectType> ObjectTypes();
+
+struct ObjectsOptions {
+    std::vector<std::string> names;  // empty: all that are known
+    std::string type;                // name of an object type; empty: any
+    std::string filter;              // list; empty: all
+};
+
+struct IoCtlOptions {
+    std::string command;   // short name, name of the standard or number
+    std::string argument;  // "", "VALUE" or "TYPE=VALUE"
+};
+
+struct TesterPresentOptions {
+    std::vector<EcuAddress> ecus{EcuAddress{}};
+    std::optional<std::uint32_t> functional_id;
+    std::optional<std::chrono::milliseconds> limit;
+    LinkOptions link;  // with period and message
+};
+
+struct MonitorOptions {
+    Bytes request;  // empty: nothing is sent
+    EcuAddress ecu;
+    std::chrono::milliseconds period{1000};
+    std::optional<std::chrono::milliseconds> limit;
+    std::uint64_t count = 0;  // end after so many events; 0: no such end
+    LinkOptions link;
+};
+
+struct RawSendOptions {
+    CanFrame frame;
+    std::uint32_t repeat = 1;  // how often; 0: until interrupted
+    std::chrono::milliseconds period{100};
+    T_PDU_COPT primitive = PDU_COPT_STARTCOMM;
+    LinkOptions link = RawLinkOptions();
+};
+
+// How received frames are shown.
+enum class FrameStyle { kCandump, kCandumpLog, kTable };
+
+struct RawListenOptions {
+    std::vector<CanFilter> filters;  // empty: all identifiers
+    std::uint64_t count = 0;         // end after so many frames; 0: no such end
+    std::optional<std::chrono::milliseconds> limit;
+    FrameStyle style = FrameStyle::kCandump;
+    LinkOptions link = RawLinkOptions();
+};
+
 struct TraceOptions {
     std::vector<std::string> files;
     std::uint32_t slowest = 10;    // summary: how many of the slowest requests
@@ -69,11 +136,19 @@ struct TraceOptions {
 bool RunModules(const CommonOptions& common, Output* output);
 bool RunVersion(const CommonOptions& common, Output* output);
 bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
+bool RunFunctional(const CommonOptions& common, const FunctionalOptions& options, Output* output);
 bool RunVin(const CommonOptions& common, const VinOptions& options, Output* output);
 bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output);
 bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
 bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
+bool RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output);
+bool RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* output);
+bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& options,
+                      Output* output);
+bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
+bool RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
+bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
 bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);

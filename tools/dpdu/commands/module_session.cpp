@@ -3,7 +3,7 @@
 namespace dpdu {
 
 ModuleSession::ModuleSession(const CommonOptions& common)
-    : session_(LoadPduFunctions(common.library), common.option_string),
+    : session_(common.LoadFunctions(), common.option_string),
       info_(ChooseModule(&session_, common.module, common.Wait())),
       module_(&session_, info_.handle) {}
 

@@ -26,7 +26,7 @@ Row ModuleRow(const ModuleInfo& module) {
 }  // namespace
 
 bool RunModules(const CommonOptions& common, Output* output) {
-    Session session(LoadPduFunctions(common.library), common.option_string);
+    Session session(common.LoadFunctions(), common.option_string);
     const std::vector<ModuleInfo> modules = WaitForModules(&session, common.module, common.Wait());
 
     if (output->AsJson()) {

@@ -8,28 +8,6 @@
 namespace dpdu {
 namespace {
 
-Json AnswerJson(const Answer& answer) {
-    Json json = {{"data", HexText(answer.data)},
-                 {"acceptanceId", answer.acceptance_id},
-                 {"timestampUs", answer.timestamp_us}};
-    if (const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data)) {
-        json["negativeResponse"] = {{"code", negative->code},
-                                    {"name", NegativeResponseName(negative->code)}};
-    }
-    return json;
-}
-
-Json ReplyJson(const EcuReply& reply) {
-    Json json = {{"requestId", CanIdText(reply.ecu.request_id)},
-                 {"responseId", CanIdText(reply.ecu.response_id)}};
-    Json answers = Json::array();
-    for (const Answer& answer : reply.answers)
-        answers.push_back(AnswerJson(answer));
-    json["answers"] = answers;
-    if (!reply.error.empty()) json["error"] = reply.error;
-    return json;
-}
-
 Json RequestJson(const RequestOptions& options, const std::vector<EcuReply>& replies) {
     Json document = {{"request", HexText(options.request)}};
     if (options.functional_id) document["functionalId"] = CanIdText(*options.functional_id);
@@ -61,14 +39,6 @@ void PrintRows(const std::vector<EcuReply>& replies, Output* output) {
         }
     }
     output->Table(rows);
-}
-
-std::size_t CountFailures(const std::vector<EcuReply>& replies) {
-    std::size_t count = 0;
-    for (const EcuReply& reply : replies) {
-        if (reply.answers.empty() || !NegativeText(reply).empty()) ++count;
-    }
-    return count;
 }
 
 }  // namespace

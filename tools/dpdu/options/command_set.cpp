@@ -54,7 +54,7 @@ void AddCommonOptions(CLI::App* command, CommonOptions* common) {
     command
         ->add_option("--wait", common->wait_seconds, "how long to look for a module (default: 3)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, static_cast<double>(kLargestSeconds)))
+        ->check(CLI::Range(0.0, static_cast<double>(kLargestSeconds)).description(""))
         ->group(group);
     command->add_flag("--json", common->as_json, "print one JSON document")->group(group);
     command
@@ -68,6 +68,17 @@ CLI::Option* AddRepeatable(CLI::App* command, const std::string& name,
     return command->add_option(name, *values, description + ", repeatable")
         ->take_all()
         ->allow_extra_args(false);
+}
+
+void AddTimeOption(CLI::App* command, double* seconds) {
+    command->add_option("--time", *seconds, "end after this time (default: with Ctrl-C)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.001, static_cast<double>(kLargestSeconds)).description(""));
+}
+
+std::optional<std::chrono::milliseconds> ParseSeconds(double seconds) {
+    if (seconds <= 0) return std::nullopt;
+    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
 }
 
 }  // namespace dpdu

@@ -57,11 +57,17 @@ void AddCommonOptions(CLI::App* command, CommonOptions* common);
 CLI::Option* AddRepeatable(CLI::App* command, const std::string& name,
                            std::vector<std::string>* values, const std::string& description);
 
+// "--time SECONDS" of the commands that go on until they are told to end; 0: not given.
+void AddTimeOption(CLI::App* command, double* seconds);
+std::optional<std::chrono::milliseconds> ParseSeconds(double seconds);
+
 // At the end of every help text.
 extern const char kExitCodes[];
 
 void AddModuleCommands(CommandSet* commands);
 void AddRequestCommands(CommandSet* commands);
+void AddRawCommands(CommandSet* commands);
+void AddWatchCommands(CommandSet* commands);
 void AddTraceCommands(CommandSet* commands);
 
 }  // namespace dpdu

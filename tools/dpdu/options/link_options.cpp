@@ -31,20 +31,20 @@ void AddProtocolOptions(CLI::App* command, LinkOptions* link) {
 void AddTimingOptions(CLI::App* command, LinkTexts* texts) {
     command->add_option("--p2", texts->link.p2_ms, "CP_P2Max in milliseconds (default: 1000)")
         ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs));
+        ->check(CLI::Range(1U, kLargestMs).description(""));
     command->add_option("--p2-star", texts->p2_star_ms, "CP_P2Star in milliseconds")
         ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs));
+        ->check(CLI::Range(1U, kLargestMs).description(""));
     command
         ->add_option("--tester-present", texts->tester_present_ms,
                      "send tester present (3E80) this often meanwhile (default: never)")
         ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs));
+        ->check(CLI::Range(1U, kLargestMs).description(""));
     command
         ->add_option("--timeout", texts->timeout_seconds,
                      "give up on a request after this time (default: 60)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(1U, kLargestSeconds));
+        ->check(CLI::Range(1U, kLargestSeconds).description(""));
     AddParamOption(command, &texts->params);
     AddProtocolOptions(command, &texts->link);
 }

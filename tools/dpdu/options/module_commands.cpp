@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
 
@@ -30,6 +31,37 @@ Examples:
   dpdu comparam list --filter TesterPresent
   dpdu comparam get CP_P2Max CP_P2Star
   dpdu comparam set CP_P2Max=150000 CP_TesterPresentMessage=3E80 --json)";
+
+constexpr char kObjectsFooter[] = R"(
+Libraries can look up a name but not list those that they know: without names, all that
+this program knows are tried. No module is needed.
+
+Examples:
+  dpdu objects
+  dpdu objects --type ioctl
+  dpdu objects --type comparam --filter TesterPresent
+  dpdu objects ISO_11898_RAW HI --json)";
+
+constexpr char kIoCtlFooter[] = R"(
+The command is a name of the standard, a number, or one of these short names, with the
+input that belongs to it:
+  battery  ignition [PIN]  voltage  cable  reset  power-mode ADDRESS
+  set-voltage MILLIVOLTS:PIN  clear-tx-queue  suspend-tx-queue  resume-tx-queue
+  clear-rx-queue  buffer-size N  generic BYTES  break  event-queue SIZE:MODE
+  start-filter TYPE:NUMBER:MASK:PATTERN,...  stop-filter NUMBER  clear-filters
+  vehicle-id [none|vin|eid[:VALUE[:none|vin|group|all[:MS]]]]
+  ethernet-switch on|off[:PIN]  entity-status ADDRESS[:MS]  ethernet-pins
+  tls-mode  isobus-functions
+
+An input of another type, or that of a number, has its type in front: number=1, bytes=3E80,
+voltage=, filters=, queue=, vehicle=, switch=, address= or none.
+
+Examples:
+  dpdu ioctl battery
+  dpdu ioctl PDU_IOCTL_READ_IGNITION_SENSE_STATE --json
+  dpdu ioctl ethernet-switch on:8
+  dpdu ioctl start-filter pass:1:FFFF:07E8
+  dpdu ioctl 5019 address=0x0E80:2000)";
 
 struct ComParamTexts {
     std::vector<std::string> names;
@@ -72,6 +104,54 @@ void AddComParam(CommandSet* commands) {
         ->type_name("TEXT");
 }
 
+struct ObjectsTexts {
+    std::vector<std::string> names;
+    std::string type;
+    std::string filter;
+};
+
+// "protocol|bus-type|..."
+std::string ObjectTypeChoice() {
+    std::string choice;
+    for (const ObjectType& type : ObjectTypes())
+        choice += (choice.empty() ? "" : "|") + std::string(type.name);
+    return choice;
+}
+
+std::string RequireObjectType(const std::string& text) {
+    for (const ObjectType& type : ObjectTypes()) {
+        if (text.empty() || text == type.name) return text;
+    }
+    throw UsageError("'" + text + "' is not a type of object; known: " + ObjectTypeChoice());
+}
+
+void AddObjects(CommandSet* commands) {
+    const auto texts = std::make_shared<ObjectsTexts>();
+    CLI::App* command = commands->Add(
+        {"objects", "show the names and ids of objects", kObjectsFooter}, [texts](auto common) {
+            const ObjectsOptions options{texts->names, RequireObjectType(texts->type),
+                                         texts->filter};
+            return [=](Output* output) { return RunObjects(common, options, output); };
+        });
+    command->add_option("names", texts->names, "names to look up");
+    command->add_option("--type", texts->type, "only objects of this type")
+        ->type_name(ObjectTypeChoice());
+    command->add_option("--filter", texts->filter, "list only names that contain this text")
+        ->type_name("TEXT");
+}
+
+void AddIoCtl(CommandSet* commands) {
+    const auto options = std::make_shared<IoCtlOptions>();
+    CLI::App* command = commands->Add(
+        {"ioctl", "give the module a command (PDUIoCtl)", kIoCtlFooter}, [options](auto common) {
+            return [common, ioctl = *options](Output* output) {
+                return RunIoCtl(common, ioctl, output);
+            };
+        });
+    command->add_option("command", options->command, "name or number")->required();
+    command->add_option("input", options->argument, "VALUE or TYPE=VALUE");
+}
+
 }  // namespace
 
 void AddModuleCommands(CommandSet* commands) {
@@ -84,6 +164,8 @@ void AddModuleCommands(CommandSet* commands) {
             return [common](Output* output) { return RunVersion(common, output); };
         });
     AddComParam(commands);
+    AddObjects(commands);
+    AddIoCtl(commands);
 }
 
 }  // namespace dpdu

@@ -28,6 +28,20 @@ Examples:
   dpdu request 22F190 --expect 62F190 --expect-negative 7F22/FFFF
   dpdu request 2EF15A01 --param CP_P2Star=10000000 --timeout 120)";
 
+constexpr char kFunctionalFooter[] = R"(
+All control units are asked with one request; each has a row with its answer and the time
+that it took, as the library stamps it. Tarvik's stamps all answers when the last has come.
+
+UNITS is a list such as 7E0:7E8,7E1:7E9. Without a response identifier it is eight above
+the other, or for 18DAxxyy it is 18DAyyxx. 7E0-7E7 names all from one to the other. A file
+holds one such list a line, and behind it a name if there is one; # begins a comment.
+
+Examples:
+  dpdu functional 22F187 --units 7E0,7E1,713:77D
+  dpdu functional 22 F1 90 --units 7E0-7E7 --any
+  dpdu functional 22F195 --file car.txt --json
+  dpdu functional 3E00 --id 18DB33F1 --units 18DA10F1-18DA1FF1 --any)";
+
 constexpr char kVinFooter[] = R"(
 Examples:
   dpdu vin
@@ -104,6 +118,57 @@ void AddRequest(CommandSet* commands) {
     AddTimingOptions(command, &texts->link);
 }
 
+struct FunctionalTexts {
+    std::vector<std::string> request_words;
+    std::string id = "7DF";
+    std::vector<std::string> units;
+    std::vector<std::string> files;
+    bool one_is_enough = false;
+    LinkTexts link;
+};
+
+void Append(std::vector<NamedUnit> more, std::vector<NamedUnit>* units) {
+    units->insert(units->end(), more.begin(), more.end());
+}
+
+std::vector<NamedUnit> ParseAllUnits(const FunctionalTexts& texts) {
+    std::vector<NamedUnit> units;
+    for (const std::string& text : texts.units)
+        Append(ParseUnits(text), &units);
+    for (const std::string& path : texts.files)
+        Append(ReadUnitFile(path), &units);
+    if (units.empty()) throw UsageError("name control units with --units or --file");
+    std::vector<EcuAddress> addresses;
+    for (const NamedUnit& unit : units)
+        addresses.push_back(unit.address);
+    RefuseEqualResponseIds(addresses);
+    return units;
+}
+
+void AddFunctional(CommandSet* commands) {
+    const auto texts = std::make_shared<FunctionalTexts>();
+    CLI::App* command = commands->Add(
+        {"functional", "ask many control units at once", kFunctionalFooter}, [texts](auto common) {
+            FunctionalOptions options;
+            options.request = ParseWords(texts->request_words, "the request");
+            options.units = ParseAllUnits(*texts);
+            options.functional_id = RequireCanId(texts->id);
+            options.one_is_enough = texts->one_is_enough;
+            options.link = ParseLink(texts->link);
+            return [=](Output* output) { return RunFunctional(common, options, output); };
+        });
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal")->required();
+    command->add_option("--id", texts->id, "CAN identifier of the request (default: 7DF)")
+        ->type_name("ID");
+    AddRepeatable(command, "--units", &texts->units, "control units that may answer")
+        ->type_name("UNITS");
+    AddRepeatable(command, "--file", &texts->files, "file that lists such control units")
+        ->type_name("FILE");
+    command->add_flag("--any", texts->one_is_enough,
+                      "one positive answer is a success (default: all of them)");
+    AddTimingOptions(command, &texts->link);
+}
+
 struct VinTexts {
     std::vector<std::string> ecus;
     LinkTexts link;
@@ -153,6 +218,7 @@ void AddDtc(CommandSet* commands) {
 
 void AddRequestCommands(CommandSet* commands) {
     AddRequest(commands);
+    AddFunctional(commands);
     AddVin(commands);
     AddDtc(commands);
 }

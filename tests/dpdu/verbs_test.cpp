@@ -1,0 +1,424 @@
+// The client's commands for many control units, raw frames, objects, IOCTLs and events, with a
+// library of another vendor behind them.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "client_run.h"
+
+namespace {
+
+ClientResult RunInterrupted(const std::vector<std::string>& arguments, const std::string& when,
+                            const std::string& scenario = "") {
+    ClientSetup setup;
+    setup.arguments = arguments;
+    setup.scenario = scenario;
+    setup.interrupt_when = when;
+    return RunClient(setup);
+}
+
+std::ptrdiff_t CountReported(const ClientResult& result, const std::string& line) {
+    return std::count(result.report.begin(), result.report.end(), line);
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduFunctional, EachControlUnitHasARowWithItsAnswerAndTime) {
+    const ClientResult result = RunClient({"functional", "3E00", "--units", "7E0,7E1:7E9"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "UNIT     TIME    ANSWER\n"
+              "7E0:7E8  1.5 ms  7E 00\n"
+              "7E1:7E9  2.5 ms  7E 00\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduFunctional, SilentAndNegativeControlUnitsAreToldAndFailTheCommand) {
+    const ClientResult result = RunClient({"functional", "22F190", "--units", "7E0,7E2-7E3"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output,
+              "UNIT     TIME    ANSWER\n"
+              "7E0:7E8  1.5 ms  62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n"
+              "7E2:7EA  2.5 ms  7F 22 31  negative response requestOutOfRange (0x31) to service "
+              "0x22\n"
+              "7E3:7EB  -       no answer\n");
+    EXPECT_EQ(result.error, "dpdu: 2 of 3 control units did not do as asked\n");
+}
+
+TEST(DpduFunctional, OnePositiveAnswerIsEnoughWhereThatWasAskedFor) {
+    EXPECT_EQ(RunClient({"functional", "3E00", "--units", "7E3,7E0", "--any"}).exit_code, kOk);
+    EXPECT_EQ(RunClient({"functional", "3E00", "--units", "7E3", "--any"}).exit_code, kFailure);
+}
+
+TEST(DpduFunctional, FileGivesControlUnitsTheirNames) {
+    const std::string path = TemporaryPath("units");
+    std::ofstream(path) << "# a car\n7E0:7E8  engine, left\n\n7E1   gearbox # eight above\n";
+    const ClientResult text = RunClient({"functional", "3E00", "--file", path});
+    EXPECT_EQ(text.output,
+              "UNIT     NAME          TIME    ANSWER\n"
+              "7E0:7E8  engine, left  1.5 ms  7E 00\n"
+              "7E1:7E9  gearbox       2.5 ms  7E 00\n");
+    const Json units =
+        Document(RunClient({"functional", "3E00", "--file", path, "--json"}))["controlUnits"];
+    std::remove(path.c_str());
+    ASSERT_EQ(units.size(), 2u);
+    EXPECT_EQ(units[1]["name"], "gearbox");
+    EXPECT_EQ(units[1]["responseId"], "7E9");
+    EXPECT_EQ(units[1]["answers"][0]["afterUs"], 2500);
+}
+
+TEST(DpduFunctional, ListThatMakesNoSenseIsAMistakeThatNamesIt) {
+    const std::vector<std::vector<std::string>> mistakes = {{"--units", "7E7-7E0"},
+                                                            {"--units", "7F8"},
+                                                            {"--units", "ecu"},
+                                                            {"--units", "7E0,7E0"},
+                                                            {"--units", ""},
+                                                            {"--units", "18DB33F1"},
+                                                            {"--file", "/nowhere/units"},
+                                                            {}};
+    for (std::vector<std::string> arguments : mistakes) {
+        arguments.insert(arguments.begin(), {"functional", "3E00"});
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kUsage) << result.output;
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+        EXPECT_TRUE(result.report.empty());
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierInFront) {
+    const ClientResult result = RunClient({"raw", "send", "123", "DE", "AD"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_EQ(result.output, "123  [2]  DE AD  sent once\n");
+    EXPECT_TRUE(Reported(result, "frame 00000123 short DEAD"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawSend, LongIdentifiersAreMarkedBySizeDigitsOrOption) {
+    EXPECT_TRUE(Reported(RunClient({"raw", "send", "18DAF110"}), "frame 18DAF110 long "));
+    EXPECT_TRUE(Reported(RunClient({"raw", "send", "800", "01"}), "frame 00000800 long 01"));
+    EXPECT_TRUE(Reported(RunClient({"raw", "send", "00000123", "01"}), "frame 00000123 long 01"));
+    EXPECT_TRUE(
+        Reported(RunClient({"raw", "send", "123", "01", "--extended"}), "frame 00000123 long 01"));
+    EXPECT_TRUE(Reported(RunClient({"raw", "send", "7FF", "01"}), "frame 000007FF short 01"));
+}
+
+TEST(DpduRawSend, RepeatsAsOftenAsAsked) {
+    const ClientResult result =
+        RunClient({"raw", "send", "123", "01", "--repeat", "5", "--period", "2", "--json"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(CountReported(result, "frame 00000123 short 01"), 5);
+    EXPECT_EQ(Document(result),
+              Json({{"id", "123"}, {"extended", false}, {"data", "01"}, {"sent", 5}}));
+}
+
+TEST(DpduRawSend, InterruptionEndsEndlessRepetitionWell) {
+    const ClientResult result = RunInterrupted(
+        {"raw", "send", "123", "01", "--repeat", "0", "--period", "5"}, "frame 00000123 short 01");
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Contains(result.output, "123  [1]  01  sent ")) << result.output;
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawSend, InterruptionBeforeTheLastRepetitionIsAFailure) {
+    const ClientResult result =
+        RunInterrupted({"raw", "send", "123", "01", "--repeat", "100000", "--period", "100"},
+                       "frame 00000123 short 01");
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(Contains(result.error, "dpdu: interrupted\n")) << result.error;
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawSend, OtherLibrariesMaySendWithSendRecv) {
+    const ClientResult result = RunClient({"raw", "send", "123", "01", "--primitive", "sendrecv"});
+    EXPECT_TRUE(Reported(result, "frame 00000123 short 01"));
+    EXPECT_FALSE(Reported(result, "receiving"));
+}
+
+TEST(DpduRawSend, FrameThatCannotBeIsAMistake) {
+    const std::vector<std::vector<std::string>> mistakes = {{"20000000", "01"},
+                                                            {"xyz"},
+                                                            {"123", "010203040506070809"},
+                                                            {"123", "0"},
+                                                            {"123", "01", "--primitive", "delay"}};
+    for (std::vector<std::string> arguments : mistakes) {
+        arguments.insert(arguments.begin(), {"raw", "send"});
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kUsage);
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+        EXPECT_TRUE(result.report.empty());
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduRawListen, FramesAreLinesAndTotalsFollow) {
+    const ClientResult result = RunClient({"raw", "listen", "--count", "5"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_EQ(result.output,
+              "(000.000000)  can0       0C0  [2]  0C 80\n"
+              "(000.004095)  can0       7E8  [4]  03 7F 22 31\n"
+              "(000.004096)  can0       0C0  [2]  0D 10\n"
+              "(000.008192)  can0  18DAF110  [0]\n"
+              "(000.012288)  can0  00000123  [1]  FF\n"
+              "\n"
+              "ID        COUNT  PERIOD  LAST DATA\n"
+              "0C0       2      4.1 ms  0D 10\n"
+              "7E8       1      -       03 7F 22 31\n"
+              "00000123  1      -       FF\n"
+              "18DAF110  1      -       \n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawListen, OnlyWhatAFilterLetsThroughCounts) {
+    const ClientResult one =
+        RunClient({"raw", "listen", "--filter", "7E0/7F0", "--count", "1", "--log"});
+    EXPECT_EQ(one.exit_code, kOk) << one.error;
+    EXPECT_TRUE(Contains(one.output, " can0 7E8#037F2231\n")) << one.output;
+    EXPECT_EQ(one.error, "dpdu: 1 frame received\n");
+    const std::vector<Json> two = DocumentLines(RunClient(
+        {"raw", "listen", "--filter", "0C0", "--filter", "123", "--count", "3", "--json"}));
+    ASSERT_EQ(two.size(), 4u);
+    EXPECT_EQ(two[2],
+              Json({{"timeUs", 12288}, {"id", "00000123"}, {"extended", true}, {"data", "FF"}}));
+    EXPECT_EQ(two[3]["frames"], 3);
+    EXPECT_EQ(two[3]["totals"][0]["periodMs"], 4.1);
+    EXPECT_TRUE(two[3]["totals"][1]["periodMs"].is_null());
+}
+
+TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceInTheEnd) {
+    const ClientResult result =
+        RunClient({"raw", "listen", "--table", "--filter", "0C0", "--count", "2"});
+    EXPECT_EQ(result.output,
+              "ID   COUNT  PERIOD  LAST DATA\n"
+              "0C0  2      4.1 ms  0D 10\n");
+}
+
+TEST(DpduRawListen, FramesThatDoNotComeInTimeAreAFailure) {
+    const ClientResult result = RunClient({"raw", "listen", "--count", "6", "--time", "0.3"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: 5 of 6 frames received\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawListen, InterruptionIsTheOrdinaryEnd) {
+    const ClientResult result = RunInterrupted({"raw", "listen"}, "receiving");
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Contains(result.output, "COUNT")) << result.output;
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduRawListen, FilterThatMakesNoSenseIsAMistake) {
+    for (const std::string filter : {"xyz", "7E8/", "/7F0", "20000000"}) {
+        const ClientResult result = RunClient({"raw", "listen", "--filter", filter});
+        EXPECT_EQ(result.exit_code, kUsage);
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduObjects, ListsWhatTheLibraryKnowsByType) {
+    const ClientResult result = RunClient({"objects", "--type", "protocol"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "TYPE      ID  NAME\n"
+              "protocol  71  ISO_15765_3_on_ISO_15765_2\n"
+              "protocol  73  ISO_11898_RAW\n");
+    EXPECT_TRUE(ReleasedEverything(result));
+    EXPECT_EQ(Document(RunClient({"objects", "--json"}))["objects"].size(), 28u);
+}
+
+TEST(DpduObjects, LooksNamesUpAndTellsThoseThatAreUnknown) {
+    const ClientResult result = RunClient({"objects", "HI", "CP_P2Max", "Unheard"});
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.output,
+              "TYPE      ID   NAME\n"
+              "pin-type  81   HI\n"
+              "comparam  901  CP_P2Max\n");
+    EXPECT_EQ(result.error, "dpdu: the library does not know the name 'Unheard'\n");
+}
+
+TEST(DpduObjects, UnknownTypeIsAMistakeAndNothingFoundAFailure) {
+    EXPECT_EQ(RunClient({"objects", "--type", "car"}).exit_code, kUsage);
+    const ClientResult nothing = RunClient({"objects", "--filter", "Unheard"});
+    EXPECT_EQ(nothing.exit_code, kFailure);
+    EXPECT_EQ(nothing.error, "dpdu: the library knows no such object\n");
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduIoCtl, ShortNameStandardNameAndNumberAreTheSame) {
+    for (const std::string command : {"battery", "PDU_IOCTL_READ_VBATT"}) {
+        const ClientResult result = RunClient({"ioctl", command});
+        EXPECT_EQ(result.exit_code, kOk) << result.error;
+        EXPECT_EQ(result.output, "12.034 V\n");
+        EXPECT_TRUE(Reported(result, "ioctl 700 without input"));
+        EXPECT_TRUE(ReleasedEverything(result));
+    }
+    EXPECT_EQ(RunClient({"ioctl", "700"}).output, "12034\n");
+}
+
+TEST(DpduIoCtl, InputsOfEveryTypeReachTheLibrary) {
+    EXPECT_EQ(RunClient({"ioctl", "ignition"}).output, "off\n");
+    EXPECT_EQ(RunClient({"ioctl", "ignition", "15"}).output, "on\n");
+    EXPECT_TRUE(
+        Reported(RunClient({"ioctl", "set-voltage", "5000:15"}), "ioctl 702 voltage 5000 pin 15"));
+    EXPECT_TRUE(
+        Reported(RunClient({"ioctl", "start-filter", "pass:1:FF:07,block-uudt:2:F0F0:1020"}),
+                 "ioctl 704 filters 1:1:FF:07 18:2:F0F0:1020"));
+    EXPECT_TRUE(Reported(RunClient({"ioctl", "706", "number=0x10"}), "ioctl 706 number 16"));
+    EXPECT_TRUE(Reported(RunClient({"ioctl", "706", "switch=on"}), "ioctl 706 item type 6145"));
+    EXPECT_TRUE(
+        Reported(RunClient({"ioctl", "706", "vehicle=vin:ABC:all:5"}), "ioctl 706 item type 6144"));
+    EXPECT_TRUE(
+        Reported(RunClient({"ioctl", "706", "queue=10:circular"}), "ioctl 706 item type 4100"));
+}
+
+TEST(DpduIoCtl, OutputsOfEveryTypeAreShown) {
+    const ClientResult bytes = RunClient({"ioctl", "generic", "0102"});
+    EXPECT_EQ(bytes.output, "CA FE\n");
+    EXPECT_TRUE(Reported(bytes, "ioctl 703 bytes 0102"));
+    const ClientResult entity = RunClient({"ioctl", "entity-status", "0xE80:100"});
+    EXPECT_EQ(entity.output, "node, 2 of 4 sockets open, longest request 4096 bytes\n");
+    EXPECT_TRUE(Reported(entity, "ioctl 705 address 3712 wait 100"));
+    EXPECT_TRUE(ReleasedEverything(entity));
+    EXPECT_EQ(RunClient({"ioctl", "reset"}).output, "done\n");
+    const Json json = Document(RunClient({"ioctl", "battery", "--json"}));
+    EXPECT_EQ(json["command"], "PDU_IOCTL_READ_VBATT");
+    EXPECT_EQ(json["output"]["value"], 12034);
+    EXPECT_TRUE(Document(RunClient({"ioctl", "reset", "--json"}))["output"].is_null());
+}
+
+TEST(DpduIoCtl, RefusalAndUnknownNameAreFailures) {
+    const ClientResult refused = RunClient({"ioctl", "9999"});
+    EXPECT_EQ(refused.exit_code, kFailure);
+    EXPECT_EQ(refused.error, "dpdu: PDUIoCtl failed with PDU_ERR_ID_NOT_SUPPORTED (0x62)\n");
+    const ClientResult unknown = RunClient({"ioctl", "PDU_IOCTL_UNHEARD"});
+    EXPECT_EQ(unknown.exit_code, kFailure);
+    EXPECT_TRUE(Contains(unknown.error, "does not know the name 'PDU_IOCTL_UNHEARD'"));
+}
+
+TEST(DpduIoCtl, InputThatMakesNoSenseIsAMistakeThatShowsTheForm) {
+    const std::vector<std::vector<std::string>> mistakes = {{"set-voltage", "5000"},
+                                                            {"set-voltage", "a:1"},
+                                                            {"start-filter", "pass:1:FF:0102"},
+                                                            {"start-filter", "let:1:F:1"},
+                                                            {"ethernet-switch", "x"},
+                                                            {"event-queue", "5:round"},
+                                                            {"entity-status"},
+                                                            {"battery", "1"},
+                                                            {"battery", "car=1"},
+                                                            {"reset", "none=1"},
+                                                            {"generic", "xyz"},
+                                                            {"ethernet-switch", "on:8:1"}};
+    for (std::vector<std::string> arguments : mistakes) {
+        arguments.insert(arguments.begin(), "ioctl");
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kUsage) << arguments[1];
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+        EXPECT_TRUE(result.report.empty());
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduTesterPresent, StartsAndStopsCommunicationWithPeriodAndMessage) {
+    const ClientResult result = RunClient(
+        {"tester-present", "--period", "500", "--message", "3E00", "--time", "0.2", "--json"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Reported(result, "tester present 3E00 every 500000"));
+    EXPECT_TRUE(Reported(result, "stopcomm"));
+    EXPECT_EQ(Document(result)["periodMs"], 500);
+    EXPECT_EQ(Document(result)["to"], "7E0:7E8");
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduTesterPresent, InterruptionIsTheOrdinaryEndAndStopsIt) {
+    const ClientResult result =
+        RunInterrupted({"tester-present"}, "tester present 3E80 every 2000000");
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Reported(result, "stopcomm"));
+    EXPECT_TRUE(Contains(result.output, "tester present 3E80 to 7E0:7E8 every 2000 ms for "));
+    EXPECT_FALSE(Reported(result, "disconnected while started"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+// ---------------------------------------------------------------------------------------------
+
+// The events without their time of day.
+std::vector<std::string> EventTexts(const ClientResult& result) {
+    std::vector<std::string> texts;
+    for (const Json& event : DocumentLines(result)) {
+        texts.push_back(event["source"].get<std::string>() + ": " +
+                        event["text"].get<std::string>());
+    }
+    return texts;
+}
+
+bool HasEvent(const std::vector<std::string>& texts, const std::string& wanted) {
+    return std::any_of(texts.begin(), texts.end(),
+                       [&wanted](const std::string& text) { return text.starts_with(wanted); });
+}
+
+TEST(DpduMonitor, ShowsModuleLinkRequestAndAnswerAsTheyCome) {
+    const ClientResult result =
+        RunClient({"monitor", "22F190", "--period", "10", "--count", "12", "--json"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    const std::vector<std::string> texts = EventTexts(result);
+    ASSERT_EQ(texts.size(), 12u);
+    EXPECT_TRUE(texts[0].starts_with("module 5: PDU_MODST_AVAIL  VendorName='Other'")) << texts[0];
+    EXPECT_TRUE(texts[1].starts_with("module 5: PDU_MODST_READY")) << texts[1];
+    EXPECT_EQ(texts[2], "link 40: PDU_CLLST_ONLINE");
+    EXPECT_EQ(texts[3], "request 100: PDU_COPST_FINISHED");
+    EXPECT_TRUE(HasEvent(texts, "request 101: sent 22 F1 90"));
+    EXPECT_TRUE(HasEvent(texts, "request 101: PDU_COPST_EXECUTING"));
+    EXPECT_TRUE(HasEvent(texts, "request 101: answer 62 F1 90"));
+    EXPECT_TRUE(HasEvent(texts, "request 102: sent 22 F1 90"));
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduMonitor, RecoversWhenTheModuleGoesAndComesBack) {
+    const ClientResult result = RunInterrupted({"monitor", "22F190", "--period", "20", "--json"},
+                                               "answered after recovery", "unplugged");
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    const std::vector<std::string> texts = EventTexts(result);
+    EXPECT_TRUE(HasEvent(texts, "system: the list of modules has changed"));
+    EXPECT_TRUE(HasEvent(texts, "module 5: PDU_MODST_NOT_AVAIL"));
+    EXPECT_TRUE(HasEvent(texts, "monitor: starting the library again"));
+    EXPECT_EQ(CountReported(result, "construct without options"), 2);
+    EXPECT_EQ(CountReported(result, "destruct items=0 links=0 modules=0"), 2);
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduMonitor, ErrorOfARequestIsAnEventAndNoEnd) {
+    const ClientResult result = RunClient(
+        {"monitor", "3E00", "--ecu", "7E3:7EB", "--period", "10", "--count", "12", "--json"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    const std::vector<std::string> texts = EventTexts(result);
+    EXPECT_TRUE(HasEvent(texts, "request 101: error: no answer, or none that was expected"));
+    EXPECT_TRUE(HasEvent(texts, "request 102: sent 3E 00"));
+}
+
+TEST(DpduMonitor, WithoutModuleItWaitsAndInterruptionEndsItWell) {
+    const ClientResult waiting = RunClient({"monitor", "--time", "0.3"}, "no-module");
+    EXPECT_EQ(waiting.exit_code, kOk);
+    EXPECT_EQ(waiting.output, "");
+    EXPECT_TRUE(ReleasedEverything(waiting));
+    const ClientResult result = RunInterrupted({"monitor", "3E00"}, "startcomm");
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Contains(result.output, "link 40     PDU_CLLST_ONLINE\n")) << result.output;
+    EXPECT_TRUE(ReleasedEverything(result));
+}
+
+TEST(DpduMonitor, LibraryThatCannotBeConstructedIsAFailure) {
+    EXPECT_EQ(RunClient({"monitor", "--time", "5"}, "refuses-construct").exit_code, kFailure);
+}
+
+}  // namespace

@@ -1,0 +1,114 @@
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "frame_counts.h"
+#include "progress.h"
+#include "watch.h"
+
+namespace dpdu {
+namespace {
+
+// How often a live table is drawn.
+constexpr std::chrono::milliseconds kTimeBetweenTables{200};
+
+std::uint64_t MicrosecondsSince1970() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(now).count());
+}
+
+// Shows frames as they come, and the totals in the end.
+class Listener {
+public:
+    Listener(const RawListenOptions& options, Output* output)
+        : options_(options), output_(output) {}
+
+    bool IsDone() const { return options_.count > 0 && counts_.Total() >= options_.count; }
+
+    void Take(const CanFrame& frame, UNUM32 timestamp_us) {
+        const std::uint64_t time_us = time_.SinceFirst(timestamp_us);
+        if (IsDone() || !Passes(options_.filters, frame.id)) return;
+        progress_.reset();
+        if (counts_.Total() == 0) first_ = MicrosecondsSince1970() - time_us;
+        counts_.Add(frame, time_us);
+        if (options_.style != FrameStyle::kTable) Show(frame, time_us);
+    }
+
+    // After each look at the queue.
+    void Refresh() {
+        const auto now = Deadline::Clock::now();
+        const bool has_table = options_.style == FrameStyle::kTable && output_->IsLive();
+        if (has_table && !output_->AsJson() && counts_.Total() > 0 && now >= next_table_) {
+            output_->LiveTable(counts_.Rows());
+            next_table_ = now + kTimeBetweenTables;
+        }
+        output_->Flush();
+    }
+
+    void ShowTotals() {
+        progress_.reset();
+        const std::string frames = std::to_string(counts_.Total()) +
+                                   (counts_.Total() == 1 ? " frame" : " frames") + " received";
+        if (output_->AsJson()) {
+            output_->JsonLine({{"frames", counts_.Total()}, {"totals", counts_.AsJson()}});
+        } else if (options_.style == FrameStyle::kTable && output_->IsLive()) {
+            output_->LiveTable(counts_.Rows());
+        } else if (options_.style == FrameStyle::kCandumpLog) {
+            ErrorLine(frames);  // a log holds frames and nothing else
+        } else {
+            if (options_.style == FrameStyle::kCandump && counts_.Total() > 0) output_->Line("");
+            output_->Table(counts_.Rows());
+        }
+    }
+
+    bool ReportCount() const {
+        if (options_.count == 0 || IsDone()) return true;
+        ErrorLine(std::to_string(counts_.Total()) + " of " + std::to_string(options_.count) +
+                  " frames received");
+        return false;
+    }
+
+private:
+    void Show(const CanFrame& frame, std::uint64_t time_us) {
+        if (output_->AsJson()) {
+            output_->JsonLine({{"timeUs", time_us},
+                               {"id", FrameIdText(frame)},
+                               {"extended", frame.is_29_bit},
+                               {"data", HexText(frame.data)}});
+        } else if (options_.style == FrameStyle::kCandumpLog) {
+            output_->Line(CandumpLogLine(frame, first_ + time_us));
+        } else {
+            output_->Line(CandumpLine(frame, time_us));
+        }
+    }
+
+    const RawListenOptions& options_;
+    Output* output_;
+    FrameCounts counts_;
+    TimestampExtender time_;
+    std::uint64_t first_ = 0;  // microseconds since 1970 of the time from which frames are counted
+    Deadline::Clock::time_point next_table_{};
+    std::unique_ptr<Progress> progress_ = std::make_unique<Progress>("waiting for frames");
+};
+
+}  // namespace
+
+bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output) {
+    const ModuleSession module(common);
+    RawLink link(module.Module(), options.link);
+    Watch watch(module.Module(), options.limit);
+    Listener listener(options, output);
+    const auto take = [&listener](const CanFrame& frame, UNUM32 timestamp_us) {
+        listener.Take(frame, timestamp_us);
+    };
+    link.StartListening();
+    do {
+        link.TakeFrames(take);
+        listener.Refresh();
+    } while (!listener.IsDone() && watch.Wait());
+    listener.ShowTotals();
+    return listener.ReportCount();
+}
+
+}  // namespace dpdu

@@ -1,0 +1,126 @@
+#include <memory>
+
+#include "failure.h"
+#include "options/command_set.h"
+#include "options/link_options.h"
+
+namespace dpdu {
+namespace {
+
+constexpr char kTesterPresentExamples[] = R"(
+Starts communication, which makes the library send the message again and again, and stops
+it after --time seconds or with Ctrl-C. Tarvik's library sends messages of up to 32 bytes.
+
+Examples:
+  dpdu tester-present
+  dpdu tester-present --ecu 7E1:7E9 --period 500 --time 60
+  dpdu tester-present --functional 7DF --message 3E80)";
+
+constexpr char kMonitorExamples[] = R"(
+Shows modules as they come and go, the states of the link to the control unit, and with a
+request also the states, answers and errors of each time that it is sent. Goes on when the
+dongle is pulled out: the library is then constructed anew until the dongle is back.
+
+Ends after --count events, after --time seconds or with Ctrl-C. --json prints one document
+a line, one for each event.
+
+Examples:
+  dpdu monitor
+  dpdu monitor 22F190 --ecu 7E1:7E9 --period 5000
+  dpdu monitor 3E00 --json --time 60 >events.jsonl)";
+
+struct TesterPresentTexts {
+    std::vector<std::string> ecus;
+    std::string functional;
+    std::uint32_t period_ms = 2000;
+    std::string message = "3E80";
+    double seconds = 0;
+    std::vector<std::string> params;
+    LinkOptions link;
+};
+
+TesterPresentOptions ParseTesterPresent(const TesterPresentTexts& texts) {
+    TesterPresentOptions options;
+    options.ecus = ParseEcus(texts.ecus);
+    options.limit = ParseSeconds(texts.seconds);
+    options.link = texts.link;
+    options.link.tester_present_ms = texts.period_ms;
+    options.link.tester_present_message = ParseBytes(texts.message, "the message");
+    options.link.params = ParseAssignments(texts.params);
+    if (!texts.functional.empty()) options.functional_id = RequireCanId(texts.functional);
+    return options;
+}
+
+void AddTesterPresent(CommandSet* commands) {
+    const auto texts = std::make_shared<TesterPresentTexts>();
+    CLI::App* command = commands->Add(
+        {"tester-present", "keep a diagnostic session alive", kTesterPresentExamples},
+        [texts](auto common) {
+            const TesterPresentOptions options = ParseTesterPresent(*texts);
+            return [=](Output* output) { return RunTesterPresent(common, options, output); };
+        });
+    command->add_option("--period", texts->period_ms, "how often to send it (default: 2000)")
+        ->type_name("MS")
+        ->check(CLI::Range(1U, kLargestMs).description(""));
+    command->add_option("--message", texts->message, "what to send (default: 3E80)")
+        ->type_name("HEX");
+    command
+        ->add_option("--functional", texts->functional,
+                     "to all control units at once on this CAN identifier")
+        ->type_name("ID");
+    AddTimeOption(command, &texts->seconds);
+    AddEcuOption(command, &texts->ecus);
+    AddParamOption(command, &texts->params);
+    AddProtocolOptions(command, &texts->link);
+}
+
+struct MonitorTexts {
+    std::vector<std::string> words;
+    std::string ecu = "7E0:7E8";
+    std::uint32_t period_ms = 1000;
+    std::uint64_t count = 0;
+    double seconds = 0;
+    LinkTexts link;
+};
+
+MonitorOptions ParseMonitor(const MonitorTexts& texts) {
+    MonitorOptions options;
+    if (!texts.words.empty()) options.request = ParseWords(texts.words, "the request");
+    options.ecu = ParseEcus({texts.ecu}).front();
+    options.period = std::chrono::milliseconds(texts.period_ms);
+    options.count = texts.count;
+    options.limit = ParseSeconds(texts.seconds);
+    options.link = ParseLink(texts.link);
+    return options;
+}
+
+void AddMonitor(CommandSet* commands) {
+    const auto texts = std::make_shared<MonitorTexts>();
+    CLI::App* command = commands->Add(
+        {"monitor", "show events as they come", kMonitorExamples}, [texts](auto common) {
+            const MonitorOptions options = ParseMonitor(*texts);
+            return [=](Output* output) { return RunMonitor(common, options, output); };
+        });
+    command->add_option("bytes", texts->words, "request to send again and again, in hexadecimal");
+    command->add_option("--ecu", texts->ecu, "control unit to link to (default: 7E0:7E8)")
+        ->type_name("REQUEST:RESPONSE");
+    command
+        ->add_option("--period", texts->period_ms,
+                     "time from one request to the next (default: 1000)")
+        ->type_name("MS")
+        ->check(CLI::Range(1U, kLargestMs).description(""));
+    command->add_option("--count", texts->count, "end after so many events")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+    AddTimeOption(command, &texts->seconds);
+    AddTimingOptions(command, &texts->link);
+}
+
+}  // namespace
+
+void AddWatchCommands(CommandSet* commands) {
+    AddTesterPresent(commands);
+    AddMonitor(commands);
+}
+
+}  // namespace dpdu
