@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "failure.h"
-#include "trace/reader.h"
+#include "trace/file.h"
 #include "trace_files.h"
 
 namespace dpdu::trace {

@@ -1,5 +1,3 @@
-#include "trace/reader.h"
-
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
@@ -11,6 +9,7 @@
 #include "failure.h"
 #include "progress.h"
 #include "trace/exporter.h"
+#include "trace/file.h"
 #include "trace/summary.h"
 
 namespace dpdu {

@@ -1,20 +1,11 @@
 #include "trace/reader.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <system_error>
 #include <utility>
-
-#include "failure.h"
-#include "session.h"
 
 namespace dpdu::trace {
 namespace {
 
-constexpr std::size_t kPieceSize = 256 * 1024;
 // The library's longest line has 8191 characters, but one that it has cut takes its line end along
 // and stands in one line with the next.
 constexpr std::size_t kLongestLine = 1024 * 1024;
@@ -28,14 +19,6 @@ bool IsLater(const Record& a, const Record& b) {
 
 bool IsBlank(std::string_view text) {
     return text.find_first_not_of(" \t\r") == std::string_view::npos;
-}
-
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-[[noreturn]] void ThrowUnreadable(const std::string& path, int error) {
-    throw Failure("cannot read '" + path + "': " + std::generic_category().message(error));
 }
 
 }  // namespace
@@ -120,22 +103,6 @@ void LineReader::HandOnFirst() {
 void LineReader::HandOnAll() {
     while (!waiting_.empty())
         HandOnFirst();
-}
-
-ReadReport ReadTraceFile(const std::string& path, const LineReader::Handler& handler) {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
-    if (!file) ThrowUnreadable(path, errno);
-    LineReader reader(handler);
-    std::vector<char> piece(kPieceSize);
-    for (;;) {
-        ThrowIfInterrupted();
-        const std::size_t size = std::fread(piece.data(), 1, piece.size(), file.get());
-        if (size == 0 && std::ferror(file.get())) ThrowUnreadable(path, errno);
-        if (size == 0) break;
-        reader.Feed({piece.data(), size});
-    }
-    reader.Finish();
-    return reader.Report();
 }
 
 }  // namespace dpdu::trace

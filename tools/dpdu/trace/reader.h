@@ -1,4 +1,4 @@
-// Reads a trace file from front to end, however large it is.
+// Takes a trace apart into its lines, however large it is.
 
 #ifndef TOOLS_DPDU_TRACE_READER_H
 #define TOOLS_DPDU_TRACE_READER_H
@@ -59,9 +59,6 @@ private:
     std::vector<Record> waiting_;  // a heap, the earliest first
     Record parsed_;
 };
-
-// The whole file. Throws Failure when it cannot be read or the user has interrupted the program.
-ReadReport ReadTraceFile(const std::string& path, const LineReader::Handler& handler);
 
 }  // namespace dpdu::trace
 
