@@ -39,6 +39,13 @@ Outcome Inbox::WaitFor(UNUM32 hCoP) {
     return outcome;
 }
 
+bool Inbox::WaitForResults(UNUM32 hCoP, std::size_t count) {
+    return Eventually([&] {
+        const std::lock_guard hold(lock_);
+        return outcomes_[hCoP].results.size() >= count;
+    });
+}
+
 bool Inbox::WaitForLinkState(UNUM32 state) {
     return Eventually([&] {
         const std::lock_guard hold(lock_);

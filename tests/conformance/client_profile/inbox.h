@@ -20,6 +20,8 @@ public:
     // The events of this ComPrimitive once it is finished or cancelled; not final when that does
     // not come.
     Outcome WaitFor(UNUM32 hCoP);
+    // True once this ComPrimitive has so many results, finished or not.
+    bool WaitForResults(UNUM32 hCoP, std::size_t count);
     // True once the link has reported this state; forgets the states reported before.
     bool WaitForLinkState(UNUM32 state);
 
