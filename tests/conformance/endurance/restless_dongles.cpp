@@ -33,8 +33,11 @@ void RestlessDongles::Run(std::uint32_t dongles, std::uint32_t seed) {
         std::this_thread::sleep_for(std::chrono::milliseconds(below(300)));
         simulator.Command(dongle + "replug");
     }
-    for (std::uint32_t i = 0; i < dongles; ++i)
+    // One that a cut is still to come for goes out with it.
+    for (std::uint32_t i = 0; i < dongles; ++i) {
+        simulator.Command("@" + std::to_string(i) + " unplug");
         simulator.Command("@" + std::to_string(i) + " replug");
+    }
 }
 
 }  // namespace conformance
