@@ -98,6 +98,19 @@ TEST(TraceExport, LongRequestIsShownAsFarAsItWasRecordedAndTheRestIsTold) {
     EXPECT_NE(result.output.find("Rx   d 4 03 7F 2E 31\nEnd TriggerBlock\n"), std::string::npos);
 }
 
+TEST(TraceExport, FramesOfRealRawLinksAreShownInBothDirections) {
+    EXPECT_EQ(Export({"candump", TracePath("raw_send")}).output,
+              "(0000018584.756653) can0 123#DEADBEEF\n"
+              "(0000018584.776841) can0 123#DEADBEEF\n"
+              "(0000018584.800442) can0 123#DEADBEEF\n");
+    EXPECT_EQ(Export({"candump", TracePath("raw_listen")}).output,
+              "(0000018585.252280) can0 0C0#0C80000000000000\n"
+              "(0000018585.252290) can0 1A0#00640000\n"
+              "(0000018585.252295) can0 18FEF718#FFFFFFFF1401FFFF\n"
+              "(0000018585.276215) can0 0C0#0D10000000000001\n"
+              "(0000018585.293340) can0 0C0#0C80000000000002\n");
+}
+
 // A raw link: a start of communication sends, a request's ComPrimitive receives.
 std::string RawTrace() {
     const auto start = [](int seq, int ts_us, int cop, int type, const std::string& hex) {

@@ -115,6 +115,13 @@ TEST(TraceTimeline, ErrorsAreWhateverDidNotGoWell) {
     EXPECT_NE(output.find("Process 7, session unknown;"), std::string::npos) << output;
 }
 
+TEST(TraceTimeline, RawFramesAreNamedByWhatWasSent) {
+    const ClientResult result = Timeline({TracePath("raw_send")});
+    EXPECT_EQ(Rows(result.output), 4u);
+    EXPECT_NE(result.output.find("0.062  raw     123#DEADBEEF        ..."), std::string::npos)
+        << result.output;
+}
+
 TEST(TraceTimeline, SeveralFilesFollowEachOtherWithTheSameScale) {
     const std::string output =
         Timeline({TracePath("negative"), TracePath("silent"), "--errors"}).output;

@@ -50,19 +50,6 @@ void SplitAnswers(const Payload& payload, Exchange* exchange) {
 
 bool IsRawPayload(const Payload& payload) { return payload.bytes.size() >= kRawHeader; }
 
-// Identifier, most significant byte first, and data.
-RawFrame FrameFrom(const Payload& payload, std::uint64_t time_us, bool is_sent) {
-    const Bytes& bytes = payload.bytes;
-    RawFrame frame;
-    frame.time_us = time_us;
-    frame.is_sent = is_sent;
-    frame.can_id = std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
-                   std::uint32_t{bytes[2]} << 8 | bytes[3];
-    frame.data.assign(bytes.begin() + kRawHeader, bytes.end());
-    frame.is_whole = payload.IsWhole() && frame.data.size() <= kMaxFrameData;
-    return frame;
-}
-
 bool IsFinalState(std::uint32_t state) {
     return state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
 }
@@ -110,6 +97,11 @@ bool Request::IsCancelled() const { return state == PDU_COPST_CANCELLED; }
 
 bool Request::IsFinished() const { return state == PDU_COPST_FINISHED; }
 
+bool Request::SendsRawFrame() const {
+    return type == PDU_COPT_STARTCOMM && freed_us > 0 && state == 0 && send_cycles >= 1 &&
+           send_cycles <= INT32_MAX && IsRawPayload(sent);
+}
+
 std::uint64_t Request::EndUs() const {
     if (finished_us > 0) return finished_us;
     return freed_us > 0 ? freed_us : last_us;
@@ -142,6 +134,16 @@ bool Request::HasNegativeAnswer() const {
         }
     }
     return false;
+}
+
+RawFrame RawFrameOf(const Payload& payload) {
+    const Bytes& bytes = payload.bytes;
+    RawFrame frame;
+    frame.can_id = std::uint32_t{bytes[0]} << 24 | std::uint32_t{bytes[1]} << 16 |
+                   std::uint32_t{bytes[2]} << 8 | bytes[3];
+    frame.data.assign(bytes.begin() + kRawHeader, bytes.end());
+    frame.is_whole = payload.IsWhole() && frame.data.size() <= kMaxFrameData;
+    return frame;
 }
 
 void RequestTracker::Take(const Record& record) {
@@ -292,7 +294,9 @@ void RequestTracker::Delivered(const Record& record, Request* request) {
     Payload payload = PayloadOf(record, Field::kRxLength);
     if (request->is_raw) {
         if (IsRawPayload(payload)) {
-            sink_->OnRawFrame(*request, FrameFrom(payload, record.TimeUs(), false));
+            RawFrame frame = RawFrameOf(payload);
+            frame.time_us = record.TimeUs();
+            sink_->OnRawFrame(*request, frame);
         }
         return;
     }
@@ -305,16 +309,15 @@ void RequestTracker::Delivered(const Record& record, Request* request) {
     sink_->OnLateAnswer(*request, exchange.answers.back(), record.TimeUs());
 }
 
-// A start of communication on a raw link sends a frame, and no state is ever reported of it.
 void RequestTracker::Close(std::map<std::uint32_t, OpenRequest>::iterator open) {
     Request& request = open->second.request;
     if (open->second.early_response) ++request.stray_answers;
-    const bool is_raw_frame = request.type == PDU_COPT_STARTCOMM && request.freed_us > 0 &&
-                              request.state == 0 && request.send_cycles >= 1 &&
-                              request.send_cycles <= INT32_MAX && IsRawPayload(request.sent);
-    if (is_raw_frame) {
+    if (request.SendsRawFrame()) {
         request.is_raw = true;
-        sink_->OnRawFrame(request, FrameFrom(request.sent, request.freed_us, true));
+        RawFrame frame = RawFrameOf(request.sent);
+        frame.time_us = request.freed_us;
+        frame.is_sent = true;
+        sink_->OnRawFrame(request, frame);
     }
     sink_->OnRequest(request);
     open_.erase(open);

@@ -95,6 +95,8 @@ struct Request {
     bool IsSendRecv() const;
     bool IsCancelled() const;
     bool IsFinished() const;
+    // A start of communication on a raw link sends a frame, and no state is ever reported of it.
+    bool SendsRawFrame() const;
     std::uint64_t EndUs() const;
     std::uint64_t DurationUs() const { return EndUs() > queued_us ? EndUs() - queued_us : 0; }
     // Sent again because nothing fitting had come.
@@ -112,6 +114,9 @@ struct RawFrame {
     Bytes data;
     bool is_whole = true;  // false: it was too long for a frame, or the trace holds less of it
 };
+
+// Identifier, most significant byte first, and data; the payload holds at least the identifier.
+RawFrame RawFrameOf(const Payload& payload);
 
 // Told of everything in the order in which it happened. What it is handed lives only for the call.
 class RequestSink {

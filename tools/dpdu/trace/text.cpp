@@ -25,6 +25,12 @@ std::string AnsweredText(const Request& request) {
     return request.results == 1 ? "answered" : std::to_string(request.results) + " answers";
 }
 
+// "123#DEADBEEF", out of what the application has handed over.
+std::string RawFrameText(const Payload& payload) {
+    const RawFrame frame = RawFrameOf(payload);
+    return CanIdText(frame.can_id) + "#" + HexText(frame.data);
+}
+
 }  // namespace
 
 std::string MsText(std::uint64_t time_us) {
@@ -74,6 +80,7 @@ std::string OutcomeText(const Request& request) {
 
 std::string RequestText(const Request& request, std::size_t most) {
     if (request.IsSendRecv() && request.sent.length > 0) return PayloadText(request.sent, most);
+    if (request.SendsRawFrame()) return RawFrameText(request.sent);
     const std::string type = ComPrimitiveTypeText(request.type);
     return request.sent.length == 0 ? type : type + " " + PayloadText(request.sent, most);
 }
