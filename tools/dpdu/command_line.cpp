@@ -29,6 +29,8 @@ Examples:
 class Parser {
 public:
     Parser() {
+        // A file may be named by /folder/file on Windows too.
+        app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
         app_.set_version_flag("--version", "dpdu " DPDU_VERSION);
         app_.footer(std::string(kMainFooter) + kExitCodes);
