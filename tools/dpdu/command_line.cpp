@@ -25,6 +25,51 @@ Examples:
   dpdu monitor                        what happens, as it happens
   dpdu request --help                 the options of a command, with examples)";
 
+// The parser puts what it checks behind the name of a value: "N:POSITIVE".
+std::string ValueName(const CLI::Option& option) {
+    if (option.get_items_expected_max() == 0) return "";
+    const std::string name = option.get_type_name();
+    return name.substr(0, name.find(':'));
+}
+
+// A value named "one|other" is one of these.
+std::vector<std::string> Choices(const std::string& value) {
+    std::vector<std::string> choices;
+    std::istringstream words(value);
+    if (value.find('|') == std::string::npos) return choices;
+    for (std::string word; std::getline(words, word, '|');)
+        choices.push_back(word);
+    return choices;
+}
+
+OptionDescription Describe(const CLI::Option& option) {
+    OptionDescription described;
+    described.is_positional = option.nonpositional() == false;
+    for (const std::string& name : option.get_snames())
+        described.names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        described.names.push_back("--" + name);
+    if (described.is_positional) described.names = {option.get_name(true)};
+    described.value = ValueName(option);
+    described.choices = Choices(described.value);
+    described.is_file = described.value == "FILE" || described.value == "PATH";
+    described.description = option.get_description();
+    return described;
+}
+
+void Describe(const CLI::App& app, const std::string& name,
+              std::vector<CommandDescription>* descriptions) {
+    CommandDescription described{name, app.get_description(), {}, {}};
+    const auto commands = app.get_subcommands(nullptr);
+    for (const CLI::App* command : commands)
+        described.commands.push_back(command->get_name());
+    for (const CLI::Option* option : app.get_options())
+        described.options.push_back(Describe(*option));
+    descriptions->push_back(std::move(described));
+    for (const CLI::App* command : commands)
+        Describe(*command, name + (name.empty() ? "" : " ") + command->get_name(), descriptions);
+}
+
 // The parser with all commands.
 class Parser {
 public:
@@ -59,6 +104,12 @@ public:
             invocation.error = error.what() + Advice();
         }
         return invocation;
+    }
+
+    std::vector<CommandDescription> Describe() const {
+        std::vector<CommandDescription> descriptions;
+        dpdu::Describe(app_, "", &descriptions);
+        return descriptions;
     }
 
 private:
@@ -109,5 +160,7 @@ private:
 Invocation ParseCommandLine(int count, const char* const* arguments) {
     return Parser().Parse(count, arguments);
 }
+
+std::vector<CommandDescription> DescribeCommands() { return Parser().Describe(); }
 
 }  // namespace dpdu

@@ -155,8 +155,8 @@ void AddExport(CommandSet* commands, CLI::App* group) {
         commands, group, {"export", "write a trace in another program's format", kExportFooter},
         RunTraceExport, options);
     command->add_option("--format", options->format, "candump, asc or chrome")
-        ->type_name("FORMAT")
-        ->check(CLI::IsMember({"candump", "asc", "chrome"}))
+        ->type_name("candump|asc|chrome")
+        ->check(CLI::IsMember({"candump", "asc", "chrome"}).description(""))
         ->required();
     command->add_option("-o,--output", options->target, "file to write (default: standard output)")
         ->type_name("FILE");

@@ -1,0 +1,225 @@
+// Completion scripts and manual, held against the program's own help.
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "client_run.h"
+#include "completion/scripts.h"
+
+namespace {
+
+using Names = std::set<std::string>;
+
+struct Help {
+    Names commands;
+    Names options;
+};
+
+std::vector<std::string> WordsOf(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;)
+        words.push_back(word);
+    return words;
+}
+
+// "-o,--output FILE ..." has two names.
+void AddOptionNames(const std::string& word, Names* options) {
+    std::istringstream stream(word);
+    for (std::string name; std::getline(stream, name, ',');)
+        options->insert(name);
+}
+
+Help HelpOf(const std::string& command) {
+    std::vector<std::string> arguments = WordsOf(command);
+    arguments.emplace_back("--help");
+    const ClientResult result = RunClient(arguments);
+    EXPECT_EQ(result.exit_code, kOk) << command;
+    Help help;
+    bool is_command = false;
+    std::istringstream stream(result.output);
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.empty() && line[0] != ' ') is_command = line.starts_with("Subcommands:");
+        const bool is_entry = line.size() > 2 && line.starts_with("  ") && line[2] != ' ';
+        if (!is_entry) continue;
+        const std::string word = WordsOf(line).front();
+        if (is_command) help.commands.insert(word);
+        if (word[0] == '-') AddOptionNames(word, &help.options);
+    }
+    return help;
+}
+
+// Every command with its help, the program itself under an empty name.
+std::vector<std::pair<std::string, Help>> AllHelp() {
+    std::vector<std::pair<std::string, Help>> all = {{"", HelpOf("")}};
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const std::string head = all[i].first.empty() ? "" : all[i].first + " ";
+        const Names commands = all[i].second.commands;
+        for (const std::string& command : commands)
+            all.emplace_back(head + command, HelpOf(head + command));
+    }
+    return all;
+}
+
+std::string RunProgram(const std::string& program, const std::vector<std::string>& arguments) {
+    ClientSetup setup;
+    setup.program = program;
+    setup.arguments = arguments;
+    const ClientResult result = RunClient(setup);
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(result.error, "");
+    return result.output;
+}
+
+// What the shell offers behind the words of a line.
+std::vector<std::string> CompleteInBash(const std::string& line) {
+    const std::string script = "source '" CLIENT_FOLDER
+                               "/completion/dpdu.bash'\n"
+                               "COMP_WORDS=(dpdu " +
+                               line +
+                               " '')\n"
+                               "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
+                               "_dpdu\n"
+                               "printf '%s\\n' \"${COMPREPLY[@]}\"\n";
+    return WordsOf(RunProgram(BASH_PROGRAM, {"-c", script}));
+}
+
+Names Starting(const std::vector<std::string>& words, bool with_dash) {
+    Names names;
+    for (const std::string& word : words) {
+        if ((word[0] == '-') == with_dash) names.insert(word);
+    }
+    return names;
+}
+
+std::string FunctionOf(const std::string& command) {
+    std::string name = command.empty() ? "_dpdu" : "_dpdu_" + command;
+    for (char& character : name) {
+        if (character == ' ' || character == '-') character = '_';
+    }
+    return name;
+}
+
+// What a function of the script tells zsh's own helpers.
+Help HelpInZsh(const std::string& command) {
+    const std::string script =
+        "_arguments() { print -rl -- \"$@\" }\n"
+        "_describe() { print -rl -- command:${^commands} }\n"
+        "source '" CLIENT_FOLDER
+        "/completion/_dpdu' >/dev/null\n"
+        "_arguments() { print -rl -- \"$@\"; state=command }\n" +
+        FunctionOf(command) + "\n";
+    Help help;
+    std::istringstream stream(RunProgram(ZSH_PROGRAM, {"-f", "-c", script}));
+    for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with("*-")) help.options.insert(line.substr(1, line.find('[') - 1));
+        if (line.starts_with("command:")) {
+            const std::string rest = line.substr(8);
+            help.commands.insert(rest.substr(0, rest.find(':')));
+        }
+    }
+    return help;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduCompletion, ScriptsInTheRepositoryAreThoseThatTheCommandsMake) {
+    const auto commands = dpdu::DescribeCommands();
+    const std::string advice = "build the target update_completion";
+    EXPECT_EQ(ReadWholeFile(CLIENT_FOLDER "/completion/dpdu.bash"), dpdu::BashCompletion(commands))
+        << advice;
+    EXPECT_EQ(ReadWholeFile(CLIENT_FOLDER "/completion/_dpdu"), dpdu::ZshCompletion(commands))
+        << advice;
+}
+
+TEST(DpduCompletion, BashOffersEveryCommandAndOptionOfTheHelpAndNoOther) {
+    const auto all = AllHelp();
+    EXPECT_GT(all.size(), 18u);
+    for (const auto& [command, help] : all) {
+        const std::vector<std::string> words = CompleteInBash(command);
+        EXPECT_EQ(Starting(words, true), help.options) << command;
+        if (help.commands.empty()) continue;  // values and files may follow then
+        EXPECT_EQ(Starting(words, false), help.commands) << command;
+    }
+}
+
+TEST(DpduCompletion, ZshOffersEveryCommandAndOptionOfTheHelpAndNoOther) {
+    for (const auto& [command, help] : AllHelp()) {
+        const Help offered = HelpInZsh(command);
+        EXPECT_EQ(offered.options, help.options) << command;
+        EXPECT_EQ(offered.commands, help.commands) << command;
+    }
+}
+
+TEST(DpduCompletion, ValuesAreOfferedWhereTheyAreKnown) {
+    EXPECT_EQ(CompleteInBash("trace export --format"),
+              (std::vector<std::string>{"candump", "asc", "chrome"}));
+    EXPECT_EQ(CompleteInBash("raw send 123 --primitive"),
+              (std::vector<std::string>{"startcomm", "sendrecv"}));
+    EXPECT_TRUE(Starting(CompleteInBash("ioctl"), false).contains("battery"));
+    EXPECT_TRUE(CompleteInBash("vin --module").empty());
+}
+
+TEST(DpduCompletion, ValueOfAnOptionIsNotTakenForACommand) {
+    EXPECT_TRUE(Starting(CompleteInBash("--module raw"), false).contains("modules"));
+    EXPECT_EQ(Starting(CompleteInBash("--module vin raw"), false), (Names{"send", "listen"}));
+}
+
+// ---------------------------------------------------------------------------------------------
+
+// The manual as its source has it, but with plain dashes.
+std::string Manual() {
+    std::string text = ReadWholeFile(CLIENT_FOLDER "/dpdu.1");
+    for (std::size_t at = text.find("\\-"); at != std::string::npos; at = text.find("\\-", at))
+        text.erase(at, 1);
+    return text;
+}
+
+// The names in the headings of the section on commands.
+Names CommandsOfManual() {
+    const std::string text = Manual();
+    const std::size_t begin = text.find(".SH COMMANDS");
+    std::istringstream stream(text.substr(begin, text.find(".SH OPTIONS") - begin));
+    Names names;
+    bool is_heading = false;
+    for (std::string line; std::getline(stream, line);) {
+        if (is_heading && line.starts_with(".B ")) names.insert(line.substr(3));
+        if (is_heading && line.starts_with(".BR ")) {
+            for (std::size_t at = line.find('"'); at != std::string::npos;) {
+                const std::size_t end = line.find('"', at + 1);
+                std::string name = line.substr(at + 1, end - at - 1);
+                name.erase(0, name.find_first_not_of(' '));
+                if (!name.empty()) names.insert(name);
+                at = line.find('"', end + 1);
+            }
+        }
+        is_heading = line == ".TP";
+    }
+    return names;
+}
+
+TEST(DpduManual, IsFormattedWithoutWarnings) {
+    const std::string page =
+        RunProgram(GROFF_PROGRAM, {"-man", "-ww", "-Tascii", "-P-cbou", CLIENT_FOLDER "/dpdu.1"});
+    EXPECT_TRUE(Contains(page, "SYNOPSIS")) << page;
+}
+
+TEST(DpduManual, HasEveryCommandOfTheHelpAndNoOther) {
+    Names commands;
+    for (const auto& [command, help] : AllHelp()) {
+        if (help.commands.empty()) commands.insert(command);  // a group is no command by itself
+    }
+    EXPECT_EQ(CommandsOfManual(), commands);
+}
+
+TEST(DpduManual, HasEveryOptionThatAllCommandsShare) {
+    const std::string text = Manual();
+    for (const std::string& option : HelpOf("").options)
+        EXPECT_TRUE(Contains(text, option)) << option;
+}
+
+}  // namespace

@@ -1,0 +1,18 @@
+// The completion scripts of the shells, made from the commands that the program knows.
+
+#ifndef TOOLS_DPDU_COMPLETION_SCRIPTS_H
+#define TOOLS_DPDU_COMPLETION_SCRIPTS_H
+
+#include <string>
+#include <vector>
+
+#include "command_line.h"
+
+namespace dpdu {
+
+std::string BashCompletion(const std::vector<CommandDescription>& commands);
+std::string ZshCompletion(const std::vector<CommandDescription>& commands);
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_COMPLETION_SCRIPTS_H
