@@ -1,6 +1,7 @@
 #!/bin/bash
 # scripts/demo.sh linux|windows: asks three control units of a simulated car for their VIN, part
-# number and trouble codes, through the real library on its serial port, and shows what was logged.
+# number and trouble codes, one by one and all at once, sends and receives raw frames, all through
+# the real library on its serial port, and shows what was logged and traced.
 set -euo pipefail
 
 cd "$(dirname "$0")/.."
@@ -39,10 +40,14 @@ JSON
     ask vin "${units[@]}"
     ask request --functional 7DF "${units[@]}" 22 F1 87
     ask dtc "${units[@]}"
+    ask functional 22F187 --units 7E0,7E1,713:77D
+    ask raw send 600 01 0D --repeat 3 --period 50
+    ask raw listen --filter 0C0 --filter 18FEF718 --count 6
 
     rm -rf "build/demo/$system"
     mkdir -p "build/demo/$system"
     cp "$scratch"/tmp/dpdu_* "build/demo/$system/"
+    ask trace summary $(ls -tr build/demo/"$system"/dpdu_coptrace_*.jsonl)
     exit
 fi
 
@@ -50,12 +55,12 @@ echo "A simulated dongle with three control units behind it, on a serial port ($
 tests/fixtures/run_with_dongle.sh "$host" --tools build/linux-release \
     --helper "$root/build/windows-release/wine_port.exe" --strict -- "$0" "$system" session
 
-newest() { ls -t build/demo/"$system"/$1 | head -n 1; }
-log=$(newest 'dpdu_debug_*.log')
-trace=$(newest 'dpdu_coptrace_*.jsonl')
+files_with() { grep -l "$1" build/demo/"$system"/$2 | xargs ls -t; }
+log=$(files_with '22 F1 87' 'dpdu_debug_*.log' | head -n 1)
+trace=$(files_with '22f187' 'dpdu_coptrace_*.jsonl' | head -n 1)
 echo
-echo "The debug log of the last command, from its first request on ($log):"
+echo "The debug log of the functional request ($log):"
 grep -n -A 24 -m 1 'PDU_COPT_SENDRECV' "$log" | cut -c1-140
 echo
-echo "The trace of the same request ($trace):"
+echo "Its trace ($trace):"
 grep -m 12 '"hCoP":2,\|"req_id":2,' "$trace" | cut -c1-180
