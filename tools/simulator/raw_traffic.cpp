@@ -46,7 +46,10 @@ bool RawAnswer::Matches(const RawFrame& frame) const {
 }
 
 RawTraffic::RawTraffic(EventLoop* loop, const RawSetup* setup, Handlers handlers)
-    : loop_(loop), setup_(setup), handlers_(std::move(handlers)) {}
+    : loop_(loop),
+      setup_(setup),
+      handlers_(std::move(handlers)),
+      sequence_(loop, [this](const TimedFrame& frame) { Send(frame.frame); }) {}
 
 void RawTraffic::OnPacket(ByteSpan packet) {
     if (packet.size() != kRawPacketSize) return;
@@ -83,17 +86,17 @@ void RawTraffic::SwitchOff() {
 void RawTraffic::Reset() {
     listeners_ = 0;
     Stop();
-    StopSequence();
+    sequence_.Stop();
 }
 
 void RawTraffic::Restart() {
     Stop();
-    StopSequence();
+    sequence_.Stop();
     if (IsListenedTo()) Start();
 }
 
 void RawTraffic::Start() {
-    StartSequence();
+    sequence_.Start(setup_->sequence);
     schedules_.resize(setup_->frames.size());
     for (std::size_t i = 0; i < schedules_.size(); ++i) {
         const PeriodicFrame& frame = setup_->frames[i];
@@ -128,42 +131,6 @@ void RawTraffic::SendPeriodic(std::size_t index) {
     schedule.due = std::max(schedule.due + std::chrono::milliseconds(frame.period_ms), now);
     schedule.timer = loop_->After(std::chrono::ceil<std::chrono::milliseconds>(schedule.due - now),
                                   [this, index] { SendPeriodic(index); });
-}
-
-void RawTraffic::StartSequence() {
-    if (sequence_runs_) return;
-    sequence_runs_ = true;
-    sequence_start_ = Clock::now();
-    for (const TimedFrame& frame : setup_->sequence)
-        pending_.push_back(&frame);
-    // The order of the set-up stands among frames of the same time.
-    std::reverse(pending_.begin(), pending_.end());
-    std::stable_sort(pending_.begin(), pending_.end(),
-                     [](const TimedFrame* a, const TimedFrame* b) { return a->at_ms > b->at_ms; });
-    ScheduleSequence();
-}
-
-void RawTraffic::StopSequence() {
-    sequence_runs_ = false;
-    pending_.clear();
-    loop_->Cancel(sequence_timer_);
-}
-
-void RawTraffic::ScheduleSequence() {
-    if (pending_.empty()) return;
-    const auto due = sequence_start_ + std::chrono::milliseconds(pending_.back()->at_ms);
-    const auto left = std::max(due - Clock::now(), Clock::duration::zero());
-    sequence_timer_ = loop_->After(std::chrono::ceil<std::chrono::milliseconds>(left),
-                                   [this] { SendSequence(); });
-}
-
-void RawTraffic::SendSequence() {
-    const auto passed = Clock::now() - sequence_start_;
-    while (!pending_.empty() && std::chrono::milliseconds(pending_.back()->at_ms) <= passed) {
-        Send(pending_.back()->frame);
-        pending_.pop_back();
-    }
-    ScheduleSequence();
 }
 
 bool RawTraffic::Send(const RawFrame& frame) {

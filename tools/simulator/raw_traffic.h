@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "byte_pattern.h"
-#include "event_loop.h"
+#include "timed_list.h"
 
 namespace brennix {
 
@@ -128,10 +128,6 @@ private:
     void OnFrame(RawFrame frame);
     void Answer(const RawFrame& frame);
     void SendPeriodic(std::size_t index);
-    void StartSequence();
-    void StopSequence();
-    void ScheduleSequence();
-    void SendSequence();
     void ContinueBurst(std::uint32_t id, std::uint32_t next, std::uint32_t count);
     void Later(std::uint32_t after_ms, std::function<void()> action);
 
@@ -142,10 +138,7 @@ private:
     bool ignition_ = true;
     std::vector<Schedule> schedules_;  // one a frame of the set-up while somebody listens
     std::uint64_t generation_ = 0;     // of the listening; actions of an older one do nothing
-    bool sequence_runs_ = false;
-    Clock::time_point sequence_start_;
-    std::vector<const TimedFrame*> pending_;  // of the sequence, the next one last
-    EventLoop::TimerId sequence_timer_;
+    TimedList<TimedFrame> sequence_;
     std::uint64_t sent_ = 0;
     std::uint64_t received_count_ = 0;
     std::deque<Received> received_;

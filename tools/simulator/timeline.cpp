@@ -5,35 +5,26 @@
 namespace brennix {
 
 Timeline::Timeline(EventLoop* loop, const TimelineSetup* setup, Handlers handlers)
-    : loop_(loop), setup_(setup), handlers_(std::move(handlers)) {}
+    : loop_(loop),
+      setup_(setup),
+      handlers_(std::move(handlers)),
+      events_(loop, [this](const TimelineEvent& event) { Happen(event); }) {}
 
 void Timeline::Start() {
-    if (running_) return;
-    running_ = true;
-    start_ = Clock::now();
-    for (const TimelineEvent& event : setup_->events)
-        pending_.push_back(&event);
-    const auto is_later = [](const TimelineEvent* a, const TimelineEvent* b) {
-        return a->at_ms > b->at_ms;
-    };
-    // The order of the file stands among events of the same time.
-    std::reverse(pending_.begin(), pending_.end());
-    std::stable_sort(pending_.begin(), pending_.end(), is_later);
-    const auto changes_power = [](const TimelineEvent* event) { return event->ChangesPower(); };
-    if (std::any_of(pending_.begin(), pending_.end(), changes_power)) SetPower({});
-    ScheduleNext();
+    if (events_.IsRunning()) return;
+    const auto changes_power = [](const TimelineEvent& event) { return event.ChangesPower(); };
+    if (std::any_of(setup_->events.begin(), setup_->events.end(), changes_power)) SetPower({});
+    events_.Start(setup_->events);
     ScheduleTelemetry();
 }
 
 void Timeline::Stop() {
-    running_ = false;
-    pending_.clear();
-    loop_->Cancel(event_timer_);
+    events_.Stop();
     loop_->Cancel(telemetry_timer_);
 }
 
 void Timeline::Restart() {
-    const bool was_running = running_;
+    const bool was_running = events_.IsRunning();
     Stop();
     telemetry_number_ = 0;
     if (was_running) Start();
@@ -42,19 +33,7 @@ void Timeline::Restart() {
 void Timeline::RestartTelemetry() {
     loop_->Cancel(telemetry_timer_);
     telemetry_number_ = 0;
-    if (running_) ScheduleTelemetry();
-}
-
-void Timeline::ScheduleNext() {
-    if (pending_.empty()) return;
-    const Clock::time_point due = start_ + std::chrono::milliseconds(pending_.back()->at_ms);
-    const auto left = std::max(due - Clock::now(), Clock::duration::zero());
-    event_timer_ = loop_->After(std::chrono::ceil<std::chrono::milliseconds>(left), [this] {
-        const TimelineEvent* event = pending_.back();
-        pending_.pop_back();
-        ScheduleNext();
-        Happen(*event);
-    });
+    if (events_.IsRunning()) ScheduleTelemetry();
 }
 
 void Timeline::Happen(const TimelineEvent& event) {

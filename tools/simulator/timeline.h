@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "event_loop.h"
+#include "timed_list.h"
 #include "wire.h"
 
 namespace brennix {
@@ -65,7 +65,6 @@ public:
     void SendTelemetry();
 
 private:
-    void ScheduleNext();
     void Happen(const TimelineEvent& event);
     void ScheduleTelemetry();
 
@@ -73,10 +72,7 @@ private:
     const TimelineSetup* setup_;
     Handlers handlers_;
     Power power_;
-    bool running_ = false;
-    Clock::time_point start_;
-    std::vector<const TimelineEvent*> pending_;  // the next one last
-    EventLoop::TimerId event_timer_;
+    TimedList<TimelineEvent> events_;
     EventLoop::TimerId telemetry_timer_;
     std::uint64_t telemetry_number_ = 0;
 };
