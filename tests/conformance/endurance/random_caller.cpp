@@ -228,13 +228,15 @@ void RandomCaller::Start() {
              static_cast<UNUM32>(data.size()), data.data(), OneIn(20) ? nullptr : control.Data(),
              this, &hCoP) == PDU_STATUS_NOERROR) {
         board_->newest_cop.store(hCoP);
+        board_->newest_cop_link.Store(at);
     }
 }
 
 void RandomCaller::Cancel() {
-    const Handles at = AnyLink();
+    const bool newest = OneIn(2);
+    const Handles at = newest ? board_->newest_cop_link.Load() : AnyLink();
     Call(&Functions::PDUCancelComPrimitive, at.hMod, at.hCLL,
-         board_->newest_cop.load() - Below(20));
+         board_->newest_cop.load() - Below(newest ? 2 : 20));
 }
 
 void RandomCaller::TakeEvent() {

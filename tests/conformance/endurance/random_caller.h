@@ -22,21 +22,28 @@ struct Handles {
     UNUM32 hCLL;
 };
 
+class SharedHandles {
+public:
+    void Store(Handles handles) { both_.store(std::uint64_t{handles.hMod} << 32 | handles.hCLL); }
+    Handles Load() const {
+        const std::uint64_t both = both_.load();
+        return {static_cast<UNUM32>(both >> 32), static_cast<UNUM32>(both & 0xFFFFFFFF)};
+    }
+
+private:
+    std::atomic<std::uint64_t> both_{0};
+};
+
 // The links that were created last.
 class LinkBoard {
 public:
     static constexpr std::uint32_t kKept = 12;
 
-    void Add(Handles link) {
-        recent_[next_.fetch_add(1) % kKept].store(std::uint64_t{link.hMod} << 32 | link.hCLL);
-    }
-    Handles Any(std::uint32_t number) const {
-        const std::uint64_t link = recent_[number].load();
-        return {static_cast<UNUM32>(link >> 32), static_cast<UNUM32>(link & 0xFFFFFFFF)};
-    }
+    void Add(Handles link) { recent_[next_.fetch_add(1) % kKept].Store(link); }
+    Handles Any(std::uint32_t number) const { return recent_[number].Load(); }
 
 private:
-    std::array<std::atomic<std::uint64_t>, kKept> recent_{};
+    std::array<SharedHandles, kKept> recent_{};
     std::atomic<std::uint32_t> next_{0};
 };
 
@@ -44,6 +51,7 @@ private:
 struct CallerBoard {
     LinkBoard links;
     std::atomic<UNUM32> newest_cop{0};
+    SharedHandles newest_cop_link;
     std::atomic<std::int32_t> live_links{0};
     std::atomic<std::uint64_t> next_destruct_ms{0};
 
