@@ -194,6 +194,27 @@ TEST(TraceExport, ChromeHasAProcessForEachModuleAndSpansForEachRequest) {
 )");
 }
 
+TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsMoments) {
+    EXPECT_EQ(Exported("chrome",
+                       TraceLine(1, 500, "telemetry",
+                                 "\"pkt_len\":60,\"v\":1,\"u\":2,\"rt\":3,\"rhz\":-1,\"tasks\":4,"
+                                 "\"q\":{\"cr\":5,\"ct\":-1,\"can\":-1},\"i\":{\"si\":-1,\"mx\":-1,"
+                                 "\"ru\":-1},\"tele_json_len\":0,\"tele_json_trunc\":false,"
+                                 "\"tele_json\":\"\"")),
+              R"({"displayTimeUnit":"ms","traceEvents":[
+{"name":"process_name","ph":"M","pid":1,"tid":0,"args":{"name":"process 7, telemetry"}},
+{"name":"rt","cat":"telemetry","ph":"C","pid":1,"ts":500,"args":{"value":3}},
+{"name":"tasks","cat":"telemetry","ph":"C","pid":1,"ts":500,"args":{"value":4}},
+{"name":"q.cr","cat":"telemetry","ph":"C","pid":1,"ts":500,"args":{"value":5}}
+]}
+)");
+    const ClientResult raw = Export({"chrome", TracePath("raw_send")});
+    EXPECT_NE(raw.output.find(R"({"name":"123 sent","cat":"raw","ph":"i","pid":1,"tid":0,)"
+                              R"("ts":18584756653,"s":"t","args":{"data":"DE AD BE EF"}})"),
+              std::string::npos)
+        << raw.output;
+}
+
 TEST(TraceExport, ChromeTakesSeveralTracesAndKeepsTheirProcessesApart) {
     const ClientResult result =
         Export({"chrome", TracePath("silent"), TracePath("functional"), TracePath("three_units")});

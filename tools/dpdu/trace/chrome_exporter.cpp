@@ -12,6 +12,7 @@ namespace dpdu::trace {
 namespace {
 
 constexpr std::size_t kNamedBytes = 8;
+constexpr std::uint32_t kNoModule = 0xFFFFFFFF;
 
 // A viewer shows a process with its threads: here a module with its links. Two processes may have
 // modules of the same handle.
@@ -56,8 +57,10 @@ private:
         const auto [found, is_new] =
             processes_.try_emplace({process, module}, static_cast<int>(processes_.size()) + 1);
         if (is_new) {
+            const std::string what =
+                module == kNoModule ? "telemetry" : "module " + std::to_string(module);
             Name("process_name", found->second, 0,
-                 "process " + std::to_string(process) + ", module " + std::to_string(module));
+                 "process " + std::to_string(process) + ", " + what);
         }
         return found->second;
     }
@@ -160,18 +163,13 @@ private:
                                                         {"q.ct", Field::kTelemetryCt},
                                                         {"q.can", Field::kTelemetryCan}};
         const std::uint32_t process = record.U32(Field::kProcess);
-        const auto [found, is_new] = dongles_.try_emplace(process, 0);
-        if (is_new) {
-            found->second = -static_cast<int>(dongles_.size());
-            Name("process_name", found->second, 0,
-                 "process " + std::to_string(process) + ", telemetry");
-        }
+        const int pid = ProcessOf(process, kNoModule);
         for (const auto& [name, field] : values) {
             if (record.Number(field) < 0) continue;
             Write({{"name", name},
                    {"cat", "telemetry"},
                    {"ph", "C"},
-                   {"pid", found->second},
+                   {"pid", pid},
                    {"ts", record.TimeUs()},
                    {"args", {{"value", record.Number(field)}}}});
         }
@@ -187,7 +185,6 @@ private:
     RequestTracker tracker_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, int> processes_;  // by process and module
     std::set<std::pair<int, std::uint32_t>> links_;                     // those with a name
-    std::map<std::uint32_t, int> dongles_;                              // by process
     bool is_first_ = true;
 };
 
