@@ -56,6 +56,11 @@ protected:
                   PDU_STATUS_NOERROR);
         return hCoP;
     }
+    static std::uint32_t ObjectsIn(ItemQueue& queue) {
+        std::uint32_t count = 0;
+        VisitAllItems(queue, [&](void*) { ++count; });
+        return count;
+    }
     static void StartReceiving(std::uint32_t hCLL) {
         const LogCapture log;
         Start(hCLL, PDU_COPT_SENDRECV);
@@ -131,12 +136,9 @@ TEST_F(RawLinks, HoldTheReceivingComPrimitiveInTheirQueue) {
     StartReceiving(hCLL);
     StartReceiving(hCLL);
     const LinkRef link = FindLink(0, hCLL);
-    std::uint32_t waiting = 0;
-    VisitAllItems(link->raw_receive, [&](void*) { ++waiting; });
-    std::uint32_t registered = 0;
-    VisitAllItems(link->registry, [&](void*) { ++registered; });
-    EXPECT_EQ(waiting, 1u);
-    EXPECT_EQ(registered, 2u);
+    // The worker files it after the thread has started.
+    EXPECT_TRUE(Eventually([&] { return ObjectsIn(link->raw_receive) == 1; }));
+    EXPECT_EQ(ObjectsIn(link->registry), 2u);
 }
 
 TEST_F(RawLinks, WaitWhileTheDongleIsAwayAndGoOnWhenItIsBack) {
