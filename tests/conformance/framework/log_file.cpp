@@ -16,9 +16,9 @@ std::string LogPath() {
     return JoinPath(TempFolder(), "dpdu_debug_" + std::to_string(ProcessId()) + ".log");
 }
 
-LogCapture::LogCapture() : start_(ReadFile(LogPath()).size()) {}
+LogCapture::LogCapture() : start_(FileSize(LogPath())) {}
 
-std::string LogCapture::Text() const { return ReadFile(LogPath()).substr(start_); }
+std::string LogCapture::Text() const { return ReadFile(LogPath(), start_); }
 
 std::vector<std::string> LogCapture::Lines() const {
     std::vector<std::string> lines;

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "conformance/framework/library.h"
 #include "conformance/framework/system.h"
@@ -103,9 +102,18 @@ bool FileExists(const std::string& path) {
     return fs::is_regular_file(path, ignored);
 }
 
-std::string ReadFile(const std::string& path) {
+std::string ReadFile(const std::string& path, std::size_t from) {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::string content(std::max(FileSize(path), from) - from, '\0');
+    file.seekg(static_cast<std::streamoff>(from));
+    file.read(content.data(), static_cast<std::streamsize>(content.size()));
+    content.resize(static_cast<std::size_t>(file.gcount()));
+    return content;
+}
+
+std::size_t FileSize(const std::string& path) {
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    return file ? static_cast<std::size_t>(file.tellg()) : 0;
 }
 
 void WriteFile(const std::string& path, const std::string& content) {

@@ -3,6 +3,7 @@
 // The folders in which this process's library keeps its configuration, log and trace: private ones,
 // so that programs running beside each other do not meet.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,9 @@ void UseLibraryCopy();
 
 std::string JoinPath(const std::string& folder, const std::string& name);
 bool FileExists(const std::string& path);
-std::string ReadFile(const std::string& path);                        // empty when there is none
+// From this byte on; empty when there is no such file.
+std::string ReadFile(const std::string& path, std::size_t from = 0);
+std::size_t FileSize(const std::string& path);                        // 0 when there is none
 void WriteFile(const std::string& path, const std::string& content);  // makes folders, too
 void RemoveFile(const std::string& path);
 // Names in `folder` that begin and end like this, sorted.

@@ -71,11 +71,11 @@ TEST_F(RawCleanUp, ManyRawLinksEndTogetherWithTheLibrary) {
 }
 
 TEST_F(RawCleanUp, WorksWhileFramesKeepComing) {
-    for (int round = 0; round < 10; ++round) {
+    for (int round = 0; round < 5; ++round) {
         RawLink link(hMod);
         link.Receive();
         ASSERT_TRUE(WaitForReception(true));
-        ASSERT_EQ(simulator.Command("raw burst 300 123"), "300");
+        ASSERT_EQ(simulator.Command("raw burst 100 123"), "100");
         const LogCapture log;
         link.Destroy();
         ASSERT_TRUE(Eventually([&] { return WorkerHasExited(log); }));

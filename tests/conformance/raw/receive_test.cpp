@@ -114,11 +114,11 @@ TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsNoFrame) {
 }
 
 TEST_F(RawReceive, FramesComeInOrderAndNoneIsLost) {
-    constexpr std::size_t kFrames = 2000;
+    constexpr std::size_t kFrames = 1000;
     RawLink link(hMod);
     link.Receive();
     ASSERT_TRUE(WaitForReception(true));
-    ASSERT_EQ(simulator.Command("raw burst 2000 123"), "2000");
+    ASSERT_EQ(simulator.Command("raw burst 1000 123"), "1000");
     const auto frames = link.TakeFrames(kFrames);
     ASSERT_EQ(frames.size(), kFrames);
     for (std::size_t i = 0; i < kFrames; ++i) {
