@@ -120,4 +120,67 @@ TEST_F(DpduCar, ComParamsOfEveryTypeAreSetAndReadBack) {
     EXPECT_EQ(params[4]["value"], Json::parse("[[1, 2, 3, 4, 5, 6]]"));
 }
 
+TEST_F(DpduCar, FunctionalTableHasARowForEachControlUnit) {
+    const ClientResult result =
+        Run({"functional", "22F187", "--units", "7E0,7E1,713:77D", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    const Json units = Json::parse(result.output)["controlUnits"];
+    ASSERT_EQ(units.size(), 3u);
+    EXPECT_EQ(units[1]["answers"][0]["data"], "62F18754562D5443552D303432302D43");
+    EXPECT_TRUE(units[2]["answers"][0].contains("afterUs"));
+}
+
+TEST_F(DpduCar, RawFramesOfTheBusAreReceived) {
+    const ClientResult result = Run({"raw", "listen", "--filter", "0C0", "--filter", "18FEF718",
+                                     "--count", "5", "--time", "30", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    const std::vector<Json> lines = DocumentLines(result);
+    ASSERT_EQ(lines.size(), 6u);
+    EXPECT_EQ(lines[5]["frames"], 5);
+    for (const Json& total : lines[5]["totals"])
+        EXPECT_EQ(total["extended"], total["id"] == "18FEF718") << total;
+}
+
+TEST_F(DpduCar, RawFrameIsSent) {
+    const ClientResult result =
+        Run({"raw", "send", "600", "01", "0D", "--repeat", "3", "--period", "10"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(result.output, "600  [2]  01 0D  sent 3 times\n");
+}
+
+TEST_F(DpduCar, BatteryAndIgnitionAreRead) {
+    EXPECT_EQ(Run({"ioctl", "battery"}).output, "13.800 V\n");
+    EXPECT_EQ(Run({"ioctl", "ignition"}).output, "on\n");
+    const ClientResult refused = Run({"ioctl", "cable"});
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_NE(refused.error.find("PDU_ERR_ID_NOT_SUPPORTED"), std::string::npos) << refused.error;
+}
+
+TEST_F(DpduCar, ObjectsHaveTheLibrarysIds) {
+    const ClientResult result = Run({"objects", "ISO_11898_RAW", "HI", "PDU_IOCTL_READ_VBATT"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_EQ(result.output,
+              "TYPE      ID    NAME\n"
+              "protocol  3000  ISO_11898_RAW\n"
+              "pin-type  0     HI\n"
+              "ioctl     5005  PDU_IOCTL_READ_VBATT\n");
+}
+
+TEST_F(DpduCar, TesterPresentEndsWhenItsTimeIsOver) {
+    const ClientResult result = Run({"tester-present", "--period", "100", "--time", "0.3"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_NE(result.output.find("tester present 3E80 to 7E0:7E8 every 100 ms for "),
+              std::string::npos)
+        << result.output;
+}
+
+TEST_F(DpduCar, MonitorShowsModuleLinkAndAnswers) {
+    const ClientResult result =
+        Run({"monitor", "22F190", "--period", "10", "--count", "12", "--json"});
+    EXPECT_EQ(result.exit_code, 0) << result.error;
+    EXPECT_NE(result.output.find("PDU_MODST_READY"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("PDU_CLLST_COMM_STARTED"), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find("answer 62 F1 90 57 54 56"), std::string::npos) << result.output;
+}
+
 }  // namespace

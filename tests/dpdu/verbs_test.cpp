@@ -390,7 +390,7 @@ TEST(DpduMonitor, RecoversWhenTheModuleGoesAndComesBack) {
     EXPECT_EQ(result.exit_code, kOk) << result.error;
     const std::vector<std::string> texts = EventTexts(result);
     EXPECT_TRUE(HasEvent(texts, "system: the list of modules has changed"));
-    EXPECT_TRUE(HasEvent(texts, "module 5: PDU_MODST_NOT_AVAIL"));
+    EXPECT_TRUE(HasEvent(texts, "module 5: the module is gone"));
     EXPECT_TRUE(HasEvent(texts, "monitor: starting the library again"));
     EXPECT_EQ(CountReported(result, "construct without options"), 2);
     EXPECT_EQ(CountReported(result, "destruct items=0 links=0 modules=0"), 2);

@@ -29,7 +29,8 @@ std::string VendorValue(const std::string& series, const std::string& key);
 // All modules as the library knows them now.
 std::vector<ModuleInfo> ListModules(Session* session);
 
-// True when the library says that a module which it listed is not there any more.
+// True when the library says that a module which it listed is not there any more. Libraries may
+// find that out only when they look for modules, so ListModules goes before.
 bool IsModuleGone(Session* session, UNUM32 handle);
 
 // True when the module's texts contain the wanted one, whatever the case; an empty one always.

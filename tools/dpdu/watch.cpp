@@ -6,8 +6,8 @@
 namespace dpdu {
 namespace {
 
-// Asking for the module's state costs a call into the library.
-constexpr std::chrono::milliseconds kTimeBetweenLooks{500};
+// Looking for modules may block for some tenths of a second.
+constexpr std::chrono::milliseconds kTimeBetweenLooks{2000};
 
 }  // namespace
 
@@ -16,33 +16,36 @@ Deadline::Deadline(std::optional<std::chrono::milliseconds> limit) {
 }
 
 Watch::Watch(const ConnectedModule& module, std::optional<std::chrono::milliseconds> limit)
-    : session_(module.GetSession()),
-      module_(module.Handle()),
-      deadline_(limit),
-      next_look_(Deadline::Clock::now() + kTimeBetweenLooks) {}
+    : session_(module.GetSession()), module_(module.Handle()), deadline_(limit) {
+    NoteSignOfLife();
+}
 
 bool Watch::Wait() {
     session_->PauseForEvent();
-    return GoesOn();
-}
-
-bool Watch::WaitUntil(Deadline::Clock::time_point next) {
-    for (;;) {
-        const auto left = next - Deadline::Clock::now();
-        if (left <= Deadline::Clock::duration::zero()) return GoesOn();
-        session_->PauseForEvent(std::chrono::ceil<std::chrono::milliseconds>(left));
-        if (!GoesOn()) return false;
-    }
-}
-
-bool Watch::GoesOn() {
-    if (WasInterrupted() || deadline_.IsOver()) return false;
-    const auto now = Deadline::Clock::now();
-    if (now >= next_look_) {
-        next_look_ = now + kTimeBetweenLooks;
-        if (IsModuleGone(session_, module_)) throw Failure("the module is gone");
+    if (!GoesOn()) return false;
+    if (Deadline::Clock::now() >= next_look_) {
+        LookAtModule();
+        NoteSignOfLife();
     }
     return true;
 }
+
+bool Watch::WaitUntil(Deadline::Clock::time_point next) {
+    while (GoesOn()) {
+        const auto left = next - Deadline::Clock::now();
+        if (left <= Deadline::Clock::duration::zero()) return true;
+        session_->PauseForEvent(std::chrono::ceil<std::chrono::milliseconds>(left));
+    }
+    return false;
+}
+
+void Watch::NoteSignOfLife() { next_look_ = Deadline::Clock::now() + kTimeBetweenLooks; }
+
+void Watch::LookAtModule() const {
+    ListModules(session_);
+    if (IsModuleGone(session_, module_)) throw Failure("the module is gone");
+}
+
+bool Watch::GoesOn() const { return !WasInterrupted() && !deadline_.IsOver(); }
 
 }  // namespace dpdu

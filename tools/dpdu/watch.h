@@ -29,18 +29,24 @@ public:
     Watch(const ConnectedModule& module, std::optional<std::chrono::milliseconds> limit);
 
     // Waits until the library has reported something, but not for long. False when the time is over
-    // or the user has interrupted the program; throws Failure when the module has gone.
+    // or the user has interrupted the program. Throws Failure when the module has gone, which is
+    // looked into when there has been no sign of life for a while.
     bool Wait();
-    // The same until a point in time, whatever is reported meanwhile.
+    // Waits until a point in time, whatever is reported meanwhile, and does not look at the module:
+    // that would take too long.
     bool WaitUntil(Deadline::Clock::time_point next);
 
+    void NoteSignOfLife();
+    // Throws Failure when the module has gone.
+    void LookAtModule() const;
+
 private:
-    bool GoesOn();
+    bool GoesOn() const;
 
     Session* session_;
     UNUM32 module_;
     Deadline deadline_;
-    Deadline::Clock::time_point next_look_;
+    Deadline::Clock::time_point next_look_{};
 };
 
 }  // namespace dpdu

@@ -15,8 +15,10 @@ namespace {
 
 using Clock = Deadline::Clock;
 
-// A scan blocks, so it is rare while there is something to listen to.
+// A scan blocks, so it is rare while there is something to listen to, unless something went wrong:
+// libraries may notice only then that a module has gone.
 constexpr std::chrono::milliseconds kTimeBetweenScans{5000};
+constexpr std::chrono::milliseconds kTimeBetweenScansAfterErrors{500};
 constexpr std::chrono::milliseconds kTimeBetweenSearches{300};
 constexpr std::chrono::milliseconds kTimeBetweenLooks{200};
 
@@ -143,16 +145,20 @@ private:
         changes_.Look(ListModules(&session_));
         Link link(module, options_.link, {{options_.ecu}, std::nullopt});
         Timer scan(kTimeBetweenScans);
+        Timer scan_after_error(kTimeBetweenScansAfterErrors);
         Timer look(kTimeBetweenLooks);
         Timer request(options_.period);
         scan.IsDue();  // it has just been done
         while (journal_->GoesOn()) {
             TakeAllEvents(link.Handles());
             if (!options_.request.empty() && !running_) StartNext(&link, &request);
-            if (scan.IsDue()) changes_.Look(ListModules(&session_));
+            const bool is_suspicious = has_error_ && scan_after_error.IsDue();
+            if (is_suspicious || scan.IsDue()) {
+                has_error_ = false;
+                changes_.Look(ListModules(&session_));
+            }
             if (look.IsDue() && IsModuleGone(&session_, handle)) {
-                journal_->Note(ModuleSource(handle), "module",
-                               "PDU_MODST_NOT_AVAIL  the module is gone");
+                journal_->Note(ModuleSource(handle), "module", "the module is gone");
                 TakeAllEvents(link.Handles());
                 return;
             }
@@ -183,6 +189,7 @@ private:
     void TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
         session_.DrainQueue(module, link, [&](const PDU_EVENT_ITEM& item) {
             journal_->Add(ReadEvent(item, source));
+            if (item.ItemType == PDU_IT_ERROR) has_error_ = true;
             const bool is_status = item.ItemType == PDU_IT_STATUS && item.pData;
             if (is_status && running_ && item.hCop == *running_ &&
                 IsFinalState(*static_cast<const PDU_STATUS_DATA*>(item.pData))) {
@@ -197,6 +204,7 @@ private:
     Session session_;
     ModuleChanges changes_;
     bool has_begun_ = false;
+    bool has_error_ = false;         // since the last scan
     std::optional<UNUM32> running_;  // the ComPrimitive that has not ended yet
 };
 

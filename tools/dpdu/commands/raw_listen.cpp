@@ -99,7 +99,8 @@ bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, 
     RawLink link(module.Module(), options.link);
     Watch watch(module.Module(), options.limit);
     Listener listener(options, output);
-    const auto take = [&listener](const CanFrame& frame, UNUM32 timestamp_us) {
+    const auto take = [&](const CanFrame& frame, UNUM32 timestamp_us) {
+        watch.NoteSignOfLife();
         listener.Take(frame, timestamp_us);
     };
     link.StartListening();

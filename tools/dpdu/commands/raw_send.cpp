@@ -22,6 +22,7 @@ std::uint64_t SendAll(const ModuleSession& module, const RawSendOptions& options
         ++sent;
     }
     link.FinishSending();
+    if (sent > 1) watch.LookAtModule();
     return sent;
 }
 
