@@ -5,6 +5,7 @@
 
 #include "api/links.h"
 #include "link/packet_queue.h"
+#include "link/raw_frame.h"
 #include "unit/api/fake_modules.h"
 #include "unit/test_system.h"
 
@@ -199,8 +200,11 @@ TEST_F(RawLinks, LeaveNoMemoryBehind) {
             Start(hCLL, PDU_COPT_STARTCOMM, {0, 0, 1, 0x23, i});
         }
         EXPECT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
-        while (TakePacket(&dongle_.tx, 0) != nullptr) {
+        std::uint16_t last_flags = 0;
+        while (const PacketPtr packet = TakePacket(&dongle_.tx, 0)) {
+            if (packet->type == kTypeRawc) last_flags = packet->U16(14);
         }
+        EXPECT_EQ(last_flags, kRawReceptionOff);
     };
     round();
     const MemoryUse before = LiveMemory();
