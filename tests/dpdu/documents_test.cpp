@@ -114,14 +114,17 @@ Help HelpInZsh(const std::string& command) {
         "_arguments() { print -rl -- \"$@\"; state=command }\n" +
         FunctionOf(command) + "\n";
     Help help;
+    int rest_arguments = 0;
     std::istringstream stream(RunProgram(ZSH_PROGRAM, {"-f", "-c", script}));
     for (std::string line; std::getline(stream, line);) {
+        if (line.starts_with("*:")) ++rest_arguments;
         if (line.starts_with("*-")) help.options.insert(line.substr(1, line.find('[') - 1));
         if (line.starts_with("command:")) {
             const std::string rest = line.substr(8);
             help.commands.insert(rest.substr(0, rest.find(':')));
         }
     }
+    EXPECT_LE(rest_arguments, 1) << "zsh refuses to complete " << command;
     return help;
 }
 

@@ -50,6 +50,7 @@ OptionDescription Describe(const CLI::Option& option) {
     for (const std::string& name : option.get_lnames())
         described.names.push_back("--" + name);
     if (described.is_positional) described.names = {option.get_name(true)};
+    described.takes_rest = described.is_positional && option.get_items_expected_max() > 1;
     described.value = ValueName(option);
     described.choices = Choices(described.value);
     described.is_file = described.value == "FILE" || described.value == "PATH";

@@ -23,6 +23,7 @@ struct Invocation {
 struct OptionDescription {
     std::vector<std::string> names;  // "-o", "--output"; of an argument without option: its own
     bool is_positional = false;
+    bool takes_rest = false;           // of arguments: as many as there are
     std::string value;                 // "SECONDS"; empty: takes none
     std::vector<std::string> choices;  // the values that there are; empty: any
     bool is_file = false;              // the value is a path

@@ -134,9 +134,11 @@ std::string Action(const OptionDescription& option, const std::vector<std::strin
 
 std::string ArgumentSpecs(const CommandDescription& command) {
     std::string specs;
+    int position = 0;
     for (const OptionDescription& option : command.options) {
         if (option.is_positional) {
-            specs += " \\\n        '*:" + Quoted(option.names.front()) + ":" +
+            const std::string place = option.takes_rest ? "*" : std::to_string(++position);
+            specs += " \\\n        '" + place + ":" + Quoted(option.names.front()) + ":" +
                      Action(option, PositionalChoices(command, option)) + "'";
             continue;
         }
