@@ -1,0 +1,25 @@
+include_guard()
+
+# tarvik_hook_crypto(TARGET): adds crypto_hooks.cpp and has the linker lead the calls there.
+set(TARVIK_CRYPTO_HOOKS "${CMAKE_CURRENT_LIST_DIR}/crypto_hooks.cpp")
+function(tarvik_hook_crypto target)
+    set(hooked
+        _ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_
+        _ZN6tarvik7FreeMemEPv
+        mbedtls_ctr_drbg_random
+        mbedtls_ctr_drbg_seed
+        mbedtls_ecdh_compute_shared
+        mbedtls_ecp_gen_keypair
+        mbedtls_ecp_group_load
+        mbedtls_ecp_mul
+        mbedtls_ecp_point_write_binary
+        mbedtls_gcm_crypt_and_tag
+        mbedtls_gcm_setkey
+        mbedtls_hkdf_expand
+        mbedtls_hkdf_extract
+        mbedtls_mpi_read_binary
+        mbedtls_mpi_write_binary)
+    list(TRANSFORM hooked PREPEND "-Wl,--wrap=")
+    target_sources(${target} PRIVATE "${TARVIK_CRYPTO_HOOKS}")
+    target_link_options(${target} PRIVATE ${hooked})
+endfunction()
