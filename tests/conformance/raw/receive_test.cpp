@@ -134,7 +134,8 @@ TEST_F(RawReceive, FramesFromBeforeAreDeliveredFirst) {
     RawLink link(hMod);
     Inject("23010000 0100 0000 0100000000000000");
     Inject("23010000 0100 0000 0200000000000000");
-    link.Receive();
+    ControlData control({}, 1, -1);
+    link.Start(PDU_COPT_SENDRECV, {}, control.Data());  // they may come before its final state
     const auto frames = link.TakeFrames(2);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01");
