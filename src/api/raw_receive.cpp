@@ -99,7 +99,7 @@ void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
 
 // By the thread itself, or for it.
 void EndReception(LinkRecord* link, ComPrimitive* cop) {
-    if (cop->receiving.exchange(false)) EndRawReception(link->device);
+    if (cop->receiving.exchange(false)) SwitchRawReception(link->device, false);
 }
 
 void CommReceiveFunc(void* argument) {
@@ -107,7 +107,7 @@ void CommReceiveFunc(void* argument) {
     ComPrimitive* cop = hold.Cop();
     cop->receive_thread_id.store(OsCurrentThreadId());
     RECEIVER_LOG(" starting thread for CoP");
-    BeginRawReception(hold.Link()->device);
+    SwitchRawReception(hold.Link()->device, true);
     cop->receiving.store(true);
     ReceiveFrames(hold.Link(), cop);
     EndReception(hold.Link(), cop);

@@ -42,9 +42,6 @@ struct DeviceQueues {
     PacketQueue rx;
     PacketQueue tx;
     std::atomic<std::uint32_t> mtu{0};  // largest packet carried whole; 0 means 65535
-    OsLock reception_lock;  // guards the next two, and the order of what they make us send
-    std::uint32_t raw_receivers = 0;    // threads that take raw CAN frames from rx
-    std::uint32_t raw_on_repeated = 0;  // switched on once more than there were receivers
 };
 
 // Returns at once when it is active; after FreeQueue, waits until the last waiter has left.

@@ -24,11 +24,6 @@ static PacketPtr MakeRawPacket(std::uint16_t flags) {
     return packet;
 }
 
-static void SendSwitch(DeviceQueues* queues, std::uint16_t flags) {
-    PacketPtr packet = MakeRawPacket(flags);
-    FragSendPacket(queues, packet);
-}
-
 void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data) {
     PacketPtr packet = MakeRawPacket(kRawFrame);
     if (packet == nullptr) return;
@@ -40,28 +35,10 @@ void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data) {
     FragSendPacket(queues, packet);
 }
 
-void BeginRawReception(DeviceQueues* queues) {
+void SwitchRawReception(DeviceQueues* queues, bool on) {
     if (queues == nullptr) return;
-    const LockGuard hold(queues->reception_lock);
-    ++queues->raw_receivers;
-    SendSwitch(queues, kRawReceptionOn);
-}
-
-void EndRawReception(DeviceQueues* queues) {
-    if (queues == nullptr) return;
-    const LockGuard hold(queues->reception_lock);
-    --queues->raw_receivers;
-    SendSwitch(queues, kRawReceptionOff);
-    // One switch in the dongle serves everybody: it is set again for those who go on receiving.
-    // Each such time is taken back in the end, for a dongle that counts.
-    if (queues->raw_receivers > 0) {
-        SendSwitch(queues, kRawReceptionOn);
-        ++queues->raw_on_repeated;
-        return;
-    }
-    for (; queues->raw_on_repeated > 0; --queues->raw_on_repeated) {
-        SendSwitch(queues, kRawReceptionOff);
-    }
+    PacketPtr packet = MakeRawPacket(on ? kRawReceptionOn : kRawReceptionOff);
+    FragSendPacket(queues, packet);
 }
 
 }  // namespace tarvik

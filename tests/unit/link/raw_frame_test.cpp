@@ -1,8 +1,5 @@
 #include "link/raw_frame.h"
 
-#include <algorithm>
-#include <memory>
-
 #include "link_support.h"
 
 namespace tarvik::test {
@@ -91,57 +88,24 @@ TEST(RawFrame, IsDroppedWithoutAConnectedDongle) {
 
 using Flags = std::vector<std::uint16_t>;
 
-TEST(RawReception, IsSwitchedOnAndOff) {
+TEST(RawReception, IsSwitchedByEveryReceiverForItself) {
     Dongle dongle;
-    BeginRawReception(&dongle);
+    SwitchRawReception(&dongle, true);
     EXPECT_EQ(SentFlags(&dongle), Flags{1});
-    EndRawReception(&dongle);
-    EXPECT_EQ(SentFlags(&dongle), Flags{2});
-}
-
-TEST(RawReception, IsSwitchedOnAgainForThoseWhoGoOn) {
-    Dongle dongle;
-    BeginRawReception(&dongle);
-    BeginRawReception(&dongle);
-    EXPECT_EQ(SentFlags(&dongle), (Flags{1, 1}));
-    EndRawReception(&dongle);
-    EXPECT_EQ(SentFlags(&dongle), (Flags{2, 1}));
-    EndRawReception(&dongle);
-    EXPECT_EQ(SentFlags(&dongle), (Flags{2, 2})) << "as often off as on";
-    BeginRawReception(&dongle);
-    EndRawReception(&dongle);
-    EXPECT_EQ(SentFlags(&dongle), (Flags{1, 2}));
+    SwitchRawReception(&dongle, true);
+    SwitchRawReception(&dongle, false);
+    SwitchRawReception(&dongle, false);
+    EXPECT_EQ(SentFlags(&dongle), (Flags{1, 2, 2}));
 }
 
 TEST(RawReception, WithoutADongleSwitchesNothing) {
-    BeginRawReception(nullptr);
-    EndRawReception(nullptr);
+    SwitchRawReception(nullptr, true);
+    SwitchRawReception(nullptr, false);
     Dongle dongle;
     dongle.available = false;
-    BeginRawReception(&dongle);
-    EndRawReception(&dongle);
+    SwitchRawReception(&dongle, true);
+    SwitchRawReception(&dongle, false);
     EXPECT_EQ(Queued(&dongle.tx), 0u);
-}
-
-// Threads begin and end as they like: the last word is right, and as many off as on were said.
-TEST(RawReception, OfManyThreadsEndsSwitchedOff) {
-    Dongle dongle;
-    {
-        std::vector<std::unique_ptr<Thread>> threads;
-        for (int i = 0; i < 4; ++i) {
-            threads.push_back(std::make_unique<Thread>([&dongle] {
-                for (int round = 0; round < 500; ++round) {
-                    BeginRawReception(&dongle);
-                    EndRawReception(&dongle);
-                }
-            }));
-        }
-    }
-    const Flags flags = SentFlags(&dongle);
-    ASSERT_FALSE(flags.empty());
-    EXPECT_EQ(flags.back(), kRawReceptionOff);
-    EXPECT_EQ(std::count(flags.begin(), flags.end(), kRawReceptionOn),
-              std::count(flags.begin(), flags.end(), kRawReceptionOff));
 }
 
 }  // namespace
