@@ -49,9 +49,9 @@ private:
 // sent to a dongle that is missing or not connected.
 void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data);
 
-// Tells the dongle that a thread begins or ends taking raw frames from `rx`. Every thread says both,
-// whoever else receives: what several of them mean is the dongle's affair. Does nothing without
-// `queues`.
+// Tells the dongle that a thread begins or ends taking raw frames from `rx`. Every thread says
+// both, whoever else receives: what several of them mean is the dongle's affair. Does nothing
+// without `queues`.
 void SwitchRawReception(DeviceQueues* queues, bool on);
 
 }  // namespace tarvik
