@@ -9,6 +9,8 @@ using namespace tarvik::fuzz;
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     SilenceOutput();
     LoadKeys();
+    Require(ShakeHands(PacketOf(Vector().nhs2)));  // the queues keep what their first packet needs
+    CloudSecClearSession();
     return 0;
 }
 
@@ -29,6 +31,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(ShakeHands(std::move(packet)) == genuine);
     Require(CloudSecEstablished() == genuine);
     CloudSecClearSession();
-    Require(LiveMemory().blocks <= before.blocks + 2);  // what the queues keep
+    Require(LiveMemory().blocks == before.blocks);
     return 0;
 }
