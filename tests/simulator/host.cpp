@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <future>
 
+#include "commands.h"
 #include "control_server.h"
 #include "event_loop.h"
 #include "request.h"
@@ -42,7 +43,9 @@ static void RunLoop(const std::vector<DongleSetup>& setups, std::promise<std::st
     Simulator simulator(&loop, 1000);
     for (const DongleSetup& setup : setups)
         simulator.AddDongle(setup);
-    ControlServer control(&loop, &simulator, 0);
+    Commands commands(&simulator);
+    ControlServer control(
+        &loop, &simulator.Log(), [&](std::string_view line) { return commands.Run(line); }, 0);
     for (std::size_t i = 0; i < simulator.Count(); ++i)
         simulator.Plug(i, Part::kAll);
     address->set_value(control.Address());

@@ -26,13 +26,6 @@ struct Context {
     Dongle& Target() const { return simulator->At(Index()); }
 };
 
-std::uint32_t TakeType(std::string_view* rest) {
-    const std::string_view word = TakeWord(rest);
-    const std::optional<std::uint32_t> type = ParseTypeName(word);
-    if (!type) throw UsageError("expected a packet type, found \"" + std::string(word) + "\"");
-    return *type;
-}
-
 Part TakePart(std::string_view* rest) {
     const std::string_view word = TakeWord(rest);
     if (word.empty()) return Part::kAll;
@@ -46,27 +39,6 @@ bool TakeSwitch(std::string_view* rest) {
     if (word.empty() || word == "on") return true;
     if (word == "off") return false;
     throw UsageError("expected on, off or nothing, found \"" + std::string(word) + "\"");
-}
-
-RecordFilter TakeFilter(Context* context) {
-    RecordFilter filter;
-    filter.dongle = context->named;
-    while (!context->rest.empty()) {
-        const std::string_view word = TakeWord(&context->rest);
-        if (word == "in") {
-            filter.direction = Direction::kIn;
-        } else if (word == "out") {
-            filter.direction = Direction::kOut;
-        } else if (word == "event") {
-            filter.direction = Direction::kEvent;
-        } else if (word == "violation") {
-            filter.direction = Direction::kViolation;
-        } else {
-            std::string_view name = word;
-            filter.type = TakeType(&name);
-        }
-    }
-    return filter;
 }
 
 ControlUnit& TakeUnit(Context* context) {
@@ -94,8 +66,6 @@ std::string Unescape(std::string_view text) {
 }
 
 Bytes TextBytes(std::string_view text) { return {text.begin(), text.end()}; }
-
-CommandResult Ok(const std::string& text = {}) { return {text.empty() ? "ok" : "ok " + text, {}}; }
 
 Json DongleState(Simulator* simulator, std::size_t index) {
     Dongle& dongle = simulator->At(index);
@@ -294,29 +264,10 @@ CommandResult RunSeal(Context* context) {
 }
 
 CommandResult RunRecord(Context* context) {
-    Record& record = context->simulator->Log();
-    const std::string_view what = TakeWord(&context->rest);
-    if (what == "clear") {
-        record.Clear();
-        return Ok();
-    }
-    if (what == "flush") {
-        record.FlushFile();
-        return Ok();
-    }
-    if (what == "count") return Ok(std::to_string(record.Count(TakeFilter(context))));
-    if (what == "last") {
-        const std::uint32_t limit = TakeNumber(&context->rest, "a number of entries");
-        return Ok(record.Last(limit, TakeFilter(context)));
-    }
-    throw UsageError("expected clear, flush, count or last");
+    return RunRecordCommand(&context->simulator->Log(), context->named, context->rest);
 }
 
-CommandResult RunWait(Context* context) {
-    const std::uint32_t count = TakeNumber(&context->rest, "a number of entries");
-    const std::uint32_t limit_ms = TakeNumber(&context->rest, "milliseconds");
-    return {{}, PendingWait{TakeFilter(context), count, std::chrono::milliseconds(limit_ms)}};
-}
+CommandResult RunWait(Context* context) { return RunWaitCommand(context->named, context->rest); }
 
 CommandResult RunViolations(Context* context) {
     const bool clear = TakeWord(&context->rest) == "clear";

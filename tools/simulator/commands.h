@@ -3,27 +3,13 @@
 
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
-#include "record.h"
+#include "record_commands.h"
 #include "simulator.h"
 
 namespace brennix {
-
-// The answer comes when `count` matching entries are on record, or when the time is up.
-struct PendingWait {
-    RecordFilter filter;
-    std::uint64_t count;
-    std::chrono::milliseconds limit;
-};
-
-struct CommandResult {
-    std::string answer;  // without a line end
-    std::optional<PendingWait> wait;
-};
 
 class Commands {
 public:

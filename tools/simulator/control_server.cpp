@@ -35,12 +35,12 @@ static int Listen(std::uint16_t* port) {
     return fd;
 }
 
-ControlServer::ControlServer(EventLoop* loop, Simulator* simulator, std::uint16_t port)
-    : loop_(loop), simulator_(simulator), commands_(simulator), port_(port) {
+ControlServer::ControlServer(EventLoop* loop, Record* record, Runner run, std::uint16_t port)
+    : loop_(loop), record_(record), run_(std::move(run)), port_(port) {
     listener_ = Listen(&port_);
     loop_->Watch(listener_, EPOLLIN, [this](std::uint32_t) { Accept(); });
     // Waits are looked at once a round, however many packets it had.
-    simulator_->Log().SetListener([this] {
+    record_->SetListener([this] {
         if (waits_ == 0 || check_planned_) return;
         check_planned_ = true;
         loop_->After(std::chrono::milliseconds(0), [this] { CheckWaits(); });
@@ -48,7 +48,7 @@ ControlServer::ControlServer(EventLoop* loop, Simulator* simulator, std::uint16_
 }
 
 ControlServer::~ControlServer() {
-    simulator_->Log().SetListener({});
+    record_->SetListener({});
     while (!connections_.empty())
         Drop(connections_.begin()->second);
     loop_->Unwatch(listener_);
@@ -96,7 +96,7 @@ void ControlServer::RunLines(const ConnectionPtr& connection) {
         std::string line = connection->received.substr(0, end);
         connection->received.erase(0, end + 1);
         if (line.ends_with('\r')) line.pop_back();
-        const CommandResult result = commands_.Run(line);
+        const CommandResult result = run_(line);
         if (result.wait) {
             StartWait(connection, *result.wait);
         } else {
@@ -109,7 +109,7 @@ void ControlServer::StartWait(const ConnectionPtr& connection, const PendingWait
     connection->wait = wait;
     ++waits_;
     connection->wait_timer = loop_->After(wait.limit, [this, connection] {
-        const std::uint64_t count = simulator_->Log().Count(connection->wait->filter);
+        const std::uint64_t count = record_->Count(connection->wait->filter);
         EndWait(connection, "error: time is up with " + std::to_string(count) + " entries");
         RunLines(connection);
     });
@@ -129,7 +129,7 @@ void ControlServer::CheckWaits() {
     const std::map<int, ConnectionPtr> connections = connections_;
     for (const auto& [fd, connection] : connections) {
         if (!connection->wait) continue;
-        const std::uint64_t count = simulator_->Log().Count(connection->wait->filter);
+        const std::uint64_t count = record_->Count(connection->wait->filter);
         if (count < connection->wait->count) continue;
         EndWait(connection, "ok " + std::to_string(count));
         RunLines(connection);

@@ -4,19 +4,22 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
-#include "commands.h"
 #include "event_loop.h"
+#include "record_commands.h"
 
 namespace brennix {
 
 class ControlServer {
 public:
-    // Port 0: any free one. Throws std::system_error.
-    ControlServer(EventLoop* loop, Simulator* simulator, std::uint16_t port);
+    using Runner = std::function<CommandResult(std::string_view line)>;
+
+    // `record` is what waits wait for. Port 0: any free one. Throws std::system_error.
+    ControlServer(EventLoop* loop, Record* record, Runner run, std::uint16_t port);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
     ControlServer& operator=(const ControlServer&) = delete;
@@ -44,8 +47,8 @@ private:
     void Drop(ConnectionPtr connection);  // by value: the one in the map goes
 
     EventLoop* loop_;
-    Simulator* simulator_;
-    Commands commands_;
+    Record* record_;
+    Runner run_;
     int listener_;
     std::uint16_t port_ = 0;
     std::map<int, ConnectionPtr> connections_;

@@ -1,5 +1,7 @@
 #include "dongle.h"
 
+#include <errno.h>
+
 #include <algorithm>
 #include <cstdio>
 
@@ -34,6 +36,8 @@ BusOutcome FirstAnswer(const std::vector<BusMessage>& messages, std::uint32_t re
     return {limit_ms, nullptr};
 }
 
+}  // namespace
+
 Bytes MakeLogin(const Identity& identity) {
     Bytes payload(4, 0);
     AppendBytes(&payload, identity.mac);
@@ -47,8 +51,6 @@ Bytes MakeLogin(const Identity& identity) {
     payload.insert(payload.end(), 64, 0);
     return MakePacket(type::kLogn, payload);
 }
-
-}  // namespace
 
 Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* record, Seal* seal)
     : index_(index),
@@ -78,14 +80,22 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
 
 void Dongle::PowerOn() {
     if (IsPowered()) return;
-    pty_.Open();
+    if (uplink_ == nullptr) pty_.Open();
+    powered_ = true;
     powered_since_ = Clock::now();
+    if (uplink_ != nullptr) {
+        record_->AddText(index_, Direction::kEvent, "connected to the relay");
+        timeline_.Start();
+        uplink_->PowerChanged(index_, true);
+        return;
+    }
     record_->AddText(index_, Direction::kEvent, "plugged in as " + pty_.SlavePath());
 }
 
 void Dongle::PowerOff() {
     if (!IsPowered()) return;
     pty_.Close();
+    powered_ = false;
     ++power_cycle_;
     cutter_.Reset();
     reassembler_.Reset();
@@ -96,6 +106,13 @@ void Dongle::PowerOff() {
     timeline_.Stop();
     is_new_host_ = true;
     record_->AddText(index_, Direction::kEvent, "unplugged");
+    if (uplink_ != nullptr) uplink_->PowerChanged(index_, false);
+}
+
+void Dongle::Receive(ByteSpan packet, std::uint64_t asker) {
+    asker_ = asker;
+    OnPacket(packet);
+    asker_ = 0;
 }
 
 void Dongle::OnHostLeft() {
@@ -113,7 +130,8 @@ void Dongle::OnHostLeft() {
 void Dongle::Violation(std::string text) {
     ++violations_;
     last_violation_ = text;
-    std::fprintf(stderr, "brennix-sim: dongle %zu: violation: %s\n", index_, text.c_str());
+    std::fprintf(stderr, "%s: dongle %zu: violation: %s\n", program_invocation_short_name, index_,
+                 text.c_str());
     record_->AddText(index_, Direction::kViolation, std::move(text));
 }
 
@@ -320,8 +338,11 @@ void Dongle::RestartScripts() {
 void Dongle::Later(std::uint32_t after_ms, std::function<void()> action) {
     if (after_ms == 0) return action();
     loop_->After(std::chrono::milliseconds(after_ms),
-                 [this, power_cycle = power_cycle_, action = std::move(action)] {
-                     if (power_cycle == power_cycle_) action();
+                 [this, power_cycle = power_cycle_, asker = asker_, action = std::move(action)] {
+                     if (power_cycle != power_cycle_) return;
+                     asker_ = asker;
+                     action();
+                     asker_ = 0;
                  });
 }
 
@@ -364,6 +385,7 @@ void Dongle::SendAnswer(ByteSpan packet, const Behaviour& behaviour) {
     const bool sealed = behaviour.seal.value_or(false);
     std::size_t limit = behaviour.fragment.value_or(kMaxPacketSize);
     if (sealed) limit = std::min(limit, Seal::kMaxInside);
+    if (uplink_ != nullptr) limit = std::min(limit, uplink_->LongestPacket());
     SendInFragments(packet, limit, [this, sealed](ByteSpan part) {
         if (sealed) {
             Transmit(seal_->Close(part));
@@ -413,11 +435,17 @@ void Dongle::SendNoise(std::size_t count) {
 }
 
 void Dongle::SendRaw(ByteSpan bytes) {
+    if (uplink_ != nullptr) return;  // only packets travel over a relay
     record_->AddText(index_, Direction::kEvent, "sent bytes " + ToHex(bytes));
     pty_.Send(bytes);
 }
 
 void Dongle::Transmit(ByteSpan packet) {
+    if (uplink_ != nullptr) {
+        record_->AddPacket(index_, Direction::kOut, packet);
+        uplink_->FromDongle(index_, asker_, packet);
+        return;
+    }
     if (!pty_.IsHostThere()) {
         record_->AddText(index_, Direction::kEvent,
                          TypeName(PacketType(packet)) + " lost, no host has the port open");

@@ -33,6 +33,8 @@ struct Identity {
     std::string build_date = "Jan  1 2026";
 };
 
+Bytes MakeLogin(const Identity& identity);  // LOGN
+
 struct DongleSetup {
     Identity identity;
     Behaviour behaviour;
@@ -47,14 +49,31 @@ struct DongleSetup {
     bool strict_replay = false;  // a request that the recording does not have is a violation
 };
 
+// What a dongle behind a relay is connected to, instead of a serial port of its own.
+class Uplink {
+public:
+    // `asker` as in Dongle::Receive when the packet answers one; 0: the dongle sent it by itself.
+    virtual void FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) = 0;
+    virtual void PowerChanged(std::size_t dongle, bool powered) = 0;
+    virtual std::size_t LongestPacket() const = 0;
+
+protected:
+    ~Uplink() = default;
+};
+
 class Dongle : private StreamCutter::Sink {
 public:
     // `seal` is shared by all dongles of one host.
     Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* record, Seal* seal);
 
+    // Before PowerOn; from then on there is no serial port.
+    void Connect(Uplink* uplink) { uplink_ = uplink; }
+    // A packet of the one of the uplink's hosts that has this number, which is not 0.
+    void Receive(ByteSpan packet, std::uint64_t asker);
+
     void PowerOn();   // throws std::system_error when there is no pseudo-terminal to be had
     void PowerOff();  // forgets all that was under way
-    bool IsPowered() const { return pty_.IsOpen(); }
+    bool IsPowered() const { return powered_; }
     Pty& Port() { return pty_; }
 
     DongleSetup& Setup() { return setup_; }
@@ -127,6 +146,9 @@ private:
     std::optional<RecordingPlayer> player_;
     std::string last_unknown_;
     Pty pty_;
+    Uplink* uplink_ = nullptr;
+    bool powered_ = false;
+    std::uint64_t asker_ = 0;  // of the packet that is being answered
     StreamCutter cutter_;
     Reassembler reassembler_;
     std::deque<std::pair<std::uint32_t, Behaviour>> queued_;

@@ -22,13 +22,13 @@ static const char* DirectionName(Direction direction) {
     return "";
 }
 
-static nlohmann::ordered_json ToJson(const RecordEntry& entry) {
+static nlohmann::ordered_json ToJson(const RecordEntry& entry, const char* source) {
     const auto microseconds =
         std::chrono::duration_cast<std::chrono::microseconds>(entry.time.time_since_epoch());
     nlohmann::ordered_json json;
     json["number"] = entry.number;
     json["time_us"] = microseconds.count();  // since 1970, UTC
-    json["dongle"] = entry.dongle;
+    json[source] = entry.dongle;
     json["direction"] = DirectionName(entry.direction);
     if (entry.packet.empty()) {
         json["text"] = entry.text;
@@ -46,7 +46,9 @@ static std::string Dump(const nlohmann::ordered_json& json) {
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::string ToJsonLine(const RecordEntry& entry) { return Dump(ToJson(entry)); }
+std::string ToJsonLine(const RecordEntry& entry, const char* source) {
+    return Dump(ToJson(entry, source));
+}
 
 void Record::OpenFile(const std::string& path) {
     file_.reset(std::fopen(path.c_str(), "we"));
@@ -69,7 +71,7 @@ void Record::Add(RecordEntry entry, std::uint32_t type) {
     entry.number = next_number_++;
     entry.time = std::chrono::system_clock::now();
     ++counts_[{entry.dongle, entry.direction, type}];
-    if (file_) std::fprintf(file_.get(), "%s\n", ToJsonLine(entry).c_str());
+    if (file_) std::fprintf(file_.get(), "%s\n", ToJsonLine(entry, source_).c_str());
     if (keep_ != 0) {
         if (entries_.size() == keep_) entries_.pop_front();
         entries_.push_back(std::move(entry));
@@ -108,7 +110,7 @@ std::string Record::Last(std::size_t limit, const RecordFilter& filter) const {
     }
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (auto entry = found.rbegin(); entry != found.rend(); ++entry)
-        list.push_back(ToJson(**entry));
+        list.push_back(ToJson(**entry, source_));
     return Dump(list);
 }
 

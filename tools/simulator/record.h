@@ -41,7 +41,9 @@ struct RecordFilter {
 
 class Record {
 public:
-    explicit Record(std::size_t keep) : keep_(keep) {}
+    // `source`: the JSON key of the number that the entries carry.
+    explicit Record(std::size_t keep, const char* source = "dongle")
+        : keep_(keep), source_(source) {}
 
     // Throws std::system_error when the file cannot be written.
     void OpenFile(const std::string& path);
@@ -74,6 +76,7 @@ private:
     void Add(RecordEntry entry, std::uint32_t type);
 
     std::size_t keep_;
+    const char* source_;
     std::uint64_t next_number_ = 1;
     std::deque<RecordEntry> entries_;
     std::map<CountKey, std::uint64_t> counts_;
@@ -82,6 +85,6 @@ private:
 };
 
 // One JSON object on one line, without a line end.
-std::string ToJsonLine(const RecordEntry& entry);
+std::string ToJsonLine(const RecordEntry& entry, const char* source = "dongle");
 
 }  // namespace brennix

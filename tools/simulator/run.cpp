@@ -1,9 +1,5 @@
 #include "run.h"
 
-#include <signal.h>
-#include <sys/epoll.h>
-#include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +8,6 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "process.h"
 #include "vehicle_file.h"
 
 namespace brennix {
@@ -54,19 +49,16 @@ std::string SerialNumber(const Identity& identity) { return ToHex(identity.mac);
 SimulatorRun::SimulatorRun(const Options& options)
     : options_(options), simulator_(&loop_, options.keep) {
     if (!options_.record_file.empty()) simulator_.Log().OpenFile(options_.record_file);
-    WatchSignals();
     AddDongles();
     AddForeignPorts();
     AddListings();
-    control_ = std::make_unique<ControlServer>(&loop_, &simulator_, options_.control_port);
+    control_ = std::make_unique<ControlServer>(
+        &loop_, &simulator_.Log(), [this](std::string_view line) { return commands_.Run(line); },
+        options_.control_port);
     PrepareScratch();
 }
 
-SimulatorRun::~SimulatorRun() {
-    if (child_ > 0) ::kill(child_, SIGTERM);  // after an error; otherwise it has ended
-    simulator_.Log().FlushFile();
-    if (signals_ >= 0) ::close(signals_);
-}
+SimulatorRun::~SimulatorRun() { simulator_.Log().FlushFile(); }
 
 // Several dongles from one file differ in their address.
 void SimulatorRun::AddDongles() {
@@ -146,39 +138,6 @@ void SimulatorRun::AddWinePort(std::size_t dongle, const std::string& name,
     simulator_.SetPortName(dongle, name);
 }
 
-void SimulatorRun::WatchSignals() {
-    sigset_t set;
-    ::sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD})
-        ::sigaddset(&set, number);
-    ::sigprocmask(SIG_BLOCK, &set, nullptr);
-    ::signal(SIGPIPE, SIG_IGN);
-    signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
-    loop_.Watch(signals_, EPOLLIN, [this](std::uint32_t) { OnSignal(); });
-}
-
-void SimulatorRun::OnSignal() {
-    signalfd_siginfo info = {};
-    while (::read(signals_, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-        const int number = static_cast<int>(info.ssi_signo);
-        if (number == SIGCHLD) {
-            OnChildEnd();
-        } else if (child_ > 0) {
-            ::kill(child_, number);  // its end is the program's end
-        } else {
-            loop_.Stop();
-        }
-    }
-}
-
-void SimulatorRun::OnChildEnd() {
-    int status = 0;
-    if (child_ <= 0 || ::waitpid(child_, &status, WNOHANG) != child_) return;
-    child_ = -1;
-    child_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    loop_.Stop();
-}
-
 void SimulatorRun::PlugAll() {
     for (std::size_t i = 0; i < simulator_.Count(); ++i)
         simulator_.Plug(i, Part::kAll);
@@ -254,15 +213,8 @@ std::map<std::string, std::string> SimulatorRun::CommandEnvironment() const {
 int SimulatorRun::Run() {
     if (!options_.unplugged) PlugAll();
     Announce();
-    if (!options_.command.empty()) child_ = StartProcess(options_.command, CommandEnvironment());
-    loop_.Run();
-    if (child_ > 0) {  // "quit" on the control channel
-        ::kill(child_, SIGTERM);
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        child_code_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    if (child_code_ != 0) return child_code_;
+    const int code = program_.Run(options_.command, CommandEnvironment());
+    if (code != 0) return code;
     return options_.strict && simulator_.Violations() != 0 ? kViolationExitCode : 0;
 }
 

@@ -2,11 +2,11 @@
 
 #pragma once
 
-#include <sys/types.h>
-
 #include <memory>
 #include <string>
 
+#include "command_run.h"
+#include "commands.h"
 #include "control_server.h"
 #include "event_loop.h"
 #include "options.h"
@@ -34,9 +34,6 @@ private:
     void AddListings();
     void AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity);
     void AddWinePort(std::size_t dongle, const std::string& name, const std::string& hardware_id);
-    void WatchSignals();
-    void OnSignal();
-    void OnChildEnd();
     void PlugAll();
     void Announce() const;
     void WriteReadyFile() const;
@@ -46,14 +43,13 @@ private:
 
     const Options options_;
     EventLoop loop_;
+    CommandRun program_{&loop_};
     // Before the simulator, whose listings refer to them until they end.
     std::unique_ptr<UsbMock> usb_;
     std::unique_ptr<WinePorts> wine_;
     Simulator simulator_;
+    Commands commands_{&simulator_};
     std::unique_ptr<ControlServer> control_;
-    int signals_ = -1;
-    pid_t child_ = -1;
-    int child_code_ = 0;
 };
 
 }  // namespace brennix

@@ -2,7 +2,7 @@
 
 namespace brennix {
 
-std::size_t Simulator::AddDongle(DongleSetup setup) {
+std::size_t Simulator::AddDongle(DongleSetup setup, Uplink* uplink) {
     const std::size_t index = ports_.size();
     Port port;
     port.initial = setup;
@@ -11,6 +11,7 @@ std::size_t Simulator::AddDongle(DongleSetup setup) {
     port.dongle->SetCutHandler([this, index] {
         loop_->After(std::chrono::milliseconds(0), [this, index] { Unplug(index, Part::kAll); });
     });
+    port.dongle->Connect(uplink);
     ports_.push_back(std::move(port));
     return index;
 }

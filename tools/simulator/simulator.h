@@ -23,7 +23,8 @@ class Simulator {
 public:
     Simulator(EventLoop* loop, std::size_t keep) : loop_(loop), record_(keep) {}
 
-    std::size_t AddDongle(DongleSetup setup);
+    // `uplink` null: a dongle with a serial port.
+    std::size_t AddDongle(DongleSetup setup, Uplink* uplink = nullptr);
     void AddListing(std::size_t dongle, std::unique_ptr<PortListing> listing);
     // Names for people and for BRENNIX_SIM_PORTS.
     void SetPortName(std::size_t dongle, std::string name) {

@@ -1,0 +1,35 @@
+// The head of an HTTP request: its first line and its fields.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace brennix {
+
+struct HttpHead {
+    std::string method;
+    std::string target;
+    std::string version;                             // "HTTP/1.1"
+    std::multimap<std::string, std::string> fields;  // names in lower case
+    std::size_t size = 0;                            // bytes, with the empty line
+
+    // Empty when there is none; several of one name are joined by commas.
+    std::string Field(std::string_view name) const;
+    // Whether the comma-separated list of that field has this word, in whatever case.
+    bool Lists(std::string_view name, std::string_view word) const;
+};
+
+// A head longer than this is none that we wait for.
+constexpr std::size_t kMaxHeadSize = 8192;
+
+std::string LowerCase(std::string_view text);
+
+// Whether `received` holds the empty line that ends a head.
+bool HasWholeHead(std::string_view received);
+// Nothing for a head that breaks the grammar.
+std::optional<HttpHead> ReadHttpHead(std::string_view received);
+
+}  // namespace brennix
