@@ -1,0 +1,252 @@
+// The relay as a client meets it, over TCP and over WebSocket.
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "device.h"
+
+namespace brennix::test {
+namespace {
+
+class RelayTest : public testing::TestWithParam<Carrier> {
+protected:
+    bool AnswersVin(Device* device, std::uint32_t id) {
+        device->Send(VinRequest(id));
+        const std::optional<Bytes> answer = device->Read();
+        return answer && PacketType(*answer) == type::kCres && answer->size() > 20 &&
+               LoadU32(answer->data() + 16) == id && (*answer)[20] == 0x62;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Carriers, RelayTest, testing::Values(Carrier::kTcp, Carrier::kWebSocket),
+                         [](const auto& row) { return std::string(CarrierName(row.param)); });
+
+TEST_P(RelayTest, CarriesARequestToTheDongleAndItsAnswerBack) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    device.Login();
+    ASSERT_TRUE(device.UseDongle());
+    EXPECT_TRUE(AnswersVin(&device, 7));
+    EXPECT_EQ(relay.Violations(), 0u) << relay.LastViolation();
+    EXPECT_EQ(relay.Command("record count in CREQ"), "ok 1");
+}
+
+TEST_P(RelayTest, AnswersEachClientItsOwnRequests) {
+    RunningRelay relay;
+    Device first(relay, GetParam());
+    Device second(relay, GetParam());
+    for (Device* device : {&first, &second}) {
+        ASSERT_TRUE(device->Connect());
+        ASSERT_TRUE(device->UseDongle());
+    }
+    EXPECT_EQ(relay.Command("behaviour {\"delay_ms\": 50}"), "ok");
+    first.Send(VinRequest(3));
+    EXPECT_TRUE(AnswersVin(&second, 3));
+    const std::optional<Bytes> own = first.Read();
+    ASSERT_TRUE(own.has_value());
+    EXPECT_EQ(PacketType(*own), type::kCres);
+}
+
+TEST_P(RelayTest, TellsEveryDongleOnIden) {
+    RunningRelay relay({}, 3);
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    device.Send(MakePacket(type::kIden, {}));
+    std::set<Bytes> addresses;
+    for (int i = 0; i < 3; ++i) {
+        const std::optional<Bytes> login = device.Read();
+        ASSERT_TRUE(login && login->size() == 192);
+        addresses.emplace(login->begin() + 12, login->begin() + 18);
+    }
+    EXPECT_EQ(addresses.size(), 3u);
+}
+
+TEST_P(RelayTest, GivesTheStatusThatWasSet) {
+    RunningRelay relay;
+    for (const std::uint32_t status : {1u, 2u, 7u}) {
+        relay.Command("status " + std::to_string(status));
+        Device device(relay, GetParam());
+        ASSERT_TRUE(device.Handshake());
+        EXPECT_EQ(device.Identify(), status);
+    }
+}
+
+TEST_P(RelayTest, DropsASealedPacketThatCannotBeOpened) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    device.SendWire(MakePacket(type::kCryp, Bytes(40, 1)));
+    EXPECT_EQ(relay.Command("wait 1 10000 violation"), "ok 1");
+    device.Send(MakePacket(type::kIden, {}));  // the count goes on where it was
+    EXPECT_TRUE(device.Read().has_value());
+}
+
+TEST_P(RelayTest, RefusesAFirstMessageForAnotherRelay) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    Bytes first = device.MakeFirstMessage();
+    first[100] ^= 1;
+    device.SendWire(first);
+    EXPECT_EQ(relay.Command("wait 1 10000 violation"), "ok 1");
+    EXPECT_NE(relay.LastViolation().find("does not fit this relay's key"), std::string::npos);
+}
+
+TEST_P(RelayTest, DamagesExactlyTheAnnouncedPacketOnce) {
+    RunningRelay relay({"once NHS2 flip 800"});
+    EXPECT_FALSE(Device(relay, GetParam()).Handshake());
+    EXPECT_TRUE(Device(relay, GetParam()).Handshake());
+}
+
+TEST_P(RelayTest, CutsTheStreamAfterAnyNumberOfBytes) {
+    RunningRelay relay;
+    for (int bytes = 0; bytes <= 103; bytes += 13) {
+        relay.Command("fault once bytes " + std::to_string(bytes) + " cut");
+        EXPECT_FALSE(Device(relay, GetParam()).Handshake()) << bytes;
+        EXPECT_EQ(relay.Command("fault"), "ok");
+    }
+    EXPECT_TRUE(Device(relay, GetParam()).Handshake());
+}
+
+TEST_P(RelayTest, LosesRepeatsAndSwapsSealedPackets) {
+    for (const char* fault : {"LOGN drop", "LOGN replay", "LOGN swap"}) {
+        RunningRelay relay({fault}, 2);
+        Device device(relay, GetParam());
+        ASSERT_TRUE(device.Connect());
+        device.Send(MakePacket(type::kIden, {}));
+        // One of the two packets that come first cannot be opened: its count is another.
+        const bool first = device.Read().has_value();
+        const bool second = std::string(fault) == "LOGN drop" || device.Read().has_value();
+        EXPECT_FALSE(first && second) << fault;
+    }
+}
+
+TEST_P(RelayTest, SplitsAndJoinsWithoutChangingTheStream) {
+    for (const char* fault : {"packet * split 7", "packet * split 40 1", "LOGN join",
+                              "packet * recut 5", "packet * frames 9"}) {
+        RunningRelay relay({fault}, 2);
+        Device device(relay, GetParam());
+        ASSERT_TRUE(device.Connect()) << fault;
+        ASSERT_TRUE(device.UseDongle()) << fault;
+        ASSERT_TRUE(device.Read().has_value()) << fault;
+        EXPECT_TRUE(AnswersVin(&device, 9)) << fault;
+    }
+}
+
+TEST_P(RelayTest, SendsNoAcknowledgementWhenToldSo) {
+    RunningRelay relay({"in DEVI ignore; DEVA drop"});
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Handshake());
+    device.Send(MakePacket(type::kDevi, Bytes(76, 0)));
+    EXPECT_EQ(relay.Command("wait 1 10000 in DEVI"), "ok 1");
+    EXPECT_EQ(relay.Command("record count out DEVA"), "ok 0");
+}
+
+TEST_P(RelayTest, RefusesConnectionsWhileItDoesNotListen) {
+    RunningRelay relay;
+    EXPECT_EQ(relay.Command("listen off"), "ok 3");
+    EXPECT_FALSE(Socket(relay.Place("TCP")).IsConnected());
+    EXPECT_EQ(relay.Command("listen on"), "ok 3");
+    EXPECT_TRUE(Device(relay, GetParam()).Connect());
+}
+
+TEST_P(RelayTest, ClosesConnectionsOnCommand) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    EXPECT_EQ(relay.Command("kill"), "ok 1");
+    EXPECT_FALSE(device.Read().has_value());
+}
+
+TEST_P(RelayTest, ChecksTheReplyToItsPing) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    EXPECT_EQ(relay.Command("ping 0102"), "ok 1");
+    ASSERT_TRUE(device.Read().has_value());
+    device.Send(MakePacket(type::kRepl, Bytes{1, 2}));
+    EXPECT_EQ(relay.Command("wait 1 10000 in REPL"), "ok 1");
+    EXPECT_EQ(relay.Violations(), 0u);
+    device.Send(MakePacket(type::kRepl, Bytes{1, 2}));
+    EXPECT_EQ(relay.Command("wait 1 10000 violation"), "ok 1");
+}
+
+TEST_P(RelayTest, LetsADongleThatComesBackLogInAgain) {
+    RunningRelay relay;
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    EXPECT_EQ(relay.Command("unplug"), "ok");
+    EXPECT_EQ(relay.Command("replug"), "ok");
+    const std::optional<Bytes> login = device.Read();
+    ASSERT_TRUE(login.has_value());
+    EXPECT_EQ(PacketType(*login), type::kLogn);
+}
+
+TEST(RelayWebSocket, ClosesOnFramesThatAreNotAllowed) {
+    const Bytes payload = {1, 2, 3};
+    const Bytes unmasked = {0x82, 3, 1, 2, 3};
+    const struct {
+        Bytes frame;
+        std::uint8_t code;  // low byte of 1000 + n
+    } cases[] = {
+        {unmasked, 0xEA},                                 // 1002
+        {MaskedFrame(0xC2, payload), 0xEA},               // a reserved bit
+        {MaskedFrame(0x83, payload), 0xEA},               // an opcode that nobody knows
+        {MaskedFrame(0x80, payload), 0xEA},               // continues nothing
+        {MaskedFrame(0x09, payload), 0xEA},               // a ping in parts
+        {MaskedFrame(0x88, Bytes{3}), 0xEA},              // half a code
+        {MaskedFrame(0x81, payload), 0xEB},               // 1003, text
+        {MaskedFrame(0x88, Bytes{3, 0xED}), 0xEA},        // 1005 is no code to be sent
+        {MaskedFrame(0x88, Bytes{3, 0xE8, 0xFF}), 0xEF},  // 1007
+    };
+    RunningRelay relay;
+    for (const auto& one : cases) {
+        Device device(relay, Carrier::kWebSocket);
+        device.Wire().Send(one.frame);
+        const Bytes close = device.Wire().Read(4);
+        ASSERT_EQ(close.size(), 4u) << ToHex(one.frame);
+        EXPECT_EQ(close[0], 0x88) << ToHex(one.frame);
+        EXPECT_EQ(close[3], one.code) << ToHex(one.frame);
+    }
+    EXPECT_EQ(relay.Violations(), std::size(cases));
+}
+
+TEST(RelayWebSocket, AnswersPingAndClose) {
+    RunningRelay relay;
+    Device device(relay, Carrier::kWebSocket);
+    device.Wire().Send(MaskedFrame(0x89, Bytes{7, 8}));
+    EXPECT_EQ(device.Wire().Read(4), (Bytes{0x8A, 2, 7, 8}));
+    device.Wire().Send(MaskedFrame(0x88, Bytes{3, 0xE8}));
+    EXPECT_EQ(device.Wire().Read(4), (Bytes{0x88, 2, 3, 0xE8}));
+    EXPECT_TRUE(device.Wire().IsAtEnd());
+    EXPECT_EQ(relay.Violations(), 0u);
+}
+
+TEST(RelayWebSocket, RefusesAnUpgradeThatIsNone) {
+    RunningRelay relay;
+    const std::string place = relay.Place("WS").substr(5);
+    Socket socket(place.substr(0, place.find('/')));
+    socket.Send("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
+    EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 400"));
+}
+
+TEST(RelayProxy, ConnectsToTheRelayByName) {
+    RunningRelay relay;
+    relay.Command("proxy map relay.test:443 " + relay.Place("TCP"));
+    Socket socket(relay.Place("PROXY"));
+    socket.Send("CONNECT relay.test:443 HTTP/1.1\r\nHost: relay.test:443\r\n\r\n");
+    EXPECT_TRUE(socket.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 200"));
+    EXPECT_EQ(relay.Command("proxy"), "ok {\"requests\":1,\"tunnels\":1}");
+}
+
+TEST(RelayProxy, SaysWhenThereIsNoSuchPlace) {
+    RunningRelay relay;
+    Socket socket(relay.Place("PROXY"));
+    socket.Send("CONNECT nowhere.test:443 HTTP/1.1\r\nHost: nowhere.test:443\r\n\r\n");
+    EXPECT_TRUE(socket.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 502"));
+    EXPECT_TRUE(socket.IsAtEnd());
+}
+
+}  // namespace
+}  // namespace brennix::test

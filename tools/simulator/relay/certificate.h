@@ -1,0 +1,24 @@
+// The relay's certificate for wss, which it makes itself.
+
+#pragma once
+
+#include <openssl/types.h>
+
+#include <memory>
+#include <string>
+
+namespace brennix {
+
+struct TlsContextDeleter {
+    void operator()(SSL_CTX* context) const;
+};
+using TlsContext = std::unique_ptr<SSL_CTX, TlsContextDeleter>;
+
+// Makes both files when they are not there. The certificate is for `host`, localhost and
+// 127.0.0.1, signs itself and lasts ten years. Throws std::runtime_error.
+void EnsureCertificate(const std::string& certificate_file, const std::string& key_file,
+                       const std::string& host);
+
+TlsContext LoadTlsContext(const std::string& certificate_file, const std::string& key_file);
+
+}  // namespace brennix

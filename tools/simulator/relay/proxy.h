@@ -1,0 +1,59 @@
+// A small HTTP proxy, so that a client's proxy setting has one to be tried with: CONNECT, and
+// requests with an absolute URL, which are passed on and then carry whatever follows.
+
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "relay/http_head.h"
+#include "relay/listener.h"
+#include "relay/stream_socket.h"
+
+namespace brennix {
+
+class ConnectProxy {
+public:
+    ConnectProxy(EventLoop* loop, const std::string& host, std::uint16_t port,
+                 std::function<void(const std::string&)> say);
+    ~ConnectProxy();
+
+    Listener& Port() { return listener_; }
+    // Connections to `name` ("relay.example:443") go to `target` ("127.0.0.1:7702") instead. Other
+    // names than numbers and localhost are not looked up: the proxy serves one desk.
+    void Map(const std::string& name, const std::string& target) { targets_[name] = target; }
+    // Requests are answered with this status. 0: they are carried out.
+    void RefuseWith(unsigned status) { refused_with_ = status; }
+    void KillAll();
+    std::size_t OpenTunnels() const { return tunnels_.size(); }
+    std::uint64_t Requests() const { return requests_; }
+
+private:
+    struct Tunnel {
+        std::unique_ptr<StreamSocket> client;
+        std::unique_ptr<StreamSocket> server;  // null: the request is not complete yet
+        std::string request;
+    };
+
+    void Accept(int fd);
+    void OnClient(std::uint64_t number, ByteSpan bytes);
+    void OnRequest(std::uint64_t number, Tunnel* tunnel);
+    // Nothing: no such place.
+    std::optional<int> ConnectTo(const std::string& name);
+    void Answer(Tunnel* tunnel, const std::string& status);
+    void Drop(std::uint64_t number);
+
+    EventLoop* loop_;
+    std::function<void(const std::string&)> say_;
+    std::map<std::string, std::string> targets_;
+    unsigned refused_with_ = 0;
+    std::uint64_t requests_ = 0;
+    std::uint64_t last_tunnel_ = 0;
+    std::map<std::uint64_t, Tunnel> tunnels_;
+    Listener listener_;
+};
+
+}  // namespace brennix

@@ -1,0 +1,81 @@
+// The relay: its ports, the clients that are connected, the dongles, and what goes to whom.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "record.h"
+#include "relay/certificate.h"
+#include "relay/client.h"
+#include "relay/faults.h"
+#include "relay/listener.h"
+#include "relay/proxy.h"
+#include "relay/settings.h"
+#include "simulator.h"
+
+namespace brennix {
+
+class Relay : private Client::Host, private Uplink {
+public:
+    // `say`: lines for people about what happens.
+    Relay(EventLoop* loop, RelaySettings settings, std::size_t keep,
+          std::function<void(const std::string&)> say);
+    ~Relay();
+    Relay(const Relay&) = delete;
+    Relay& operator=(const Relay&) = delete;
+
+    // `tls` for Carrier::kSecureWebSocket. Throws std::system_error.
+    void Listen(Carrier carrier, const std::string& host, std::uint16_t port, TlsContext tls = {});
+    void ListenAsProxy(const std::string& host, std::uint16_t port);
+    Listener* Port(Carrier carrier);  // null: none
+    ConnectProxy* Proxy() { return proxy_.get(); }
+
+    // It is there at once. An address that another one has already is counted up.
+    std::size_t AddDongle(DongleSetup setup);
+
+    Simulator& Dongles() { return dongles_; }
+    std::vector<Client*> Clients();
+    Client* Find(std::size_t number);  // null: gone
+    std::uint64_t Connections() const { return last_client_; }
+
+    EventLoop& Loop() override { return *loop_; }
+    RelaySettings& Settings() override { return settings_; }
+    FaultScript& Faults() override { return faults_; }
+    Record& Log() override { return record_; }
+
+    // A dongle's login, to `client` or to all that are identified.
+    void SendLogin(std::size_t dongle, std::uint32_t type, Client* client);
+    // Of clients, the ones that left included, and of dongles that complain about packets.
+    std::uint64_t Violations();
+    const std::string& LastViolation() const;  // as of the last Violations
+    void ClearViolations();
+
+private:
+    void Accept(Carrier carrier, int fd);
+    void Say(std::size_t client, const std::string& text) override;
+    void SendLogins(Client* client) override;
+    std::optional<std::size_t> FindDongle(ByteSpan mac) override;
+    bool ToDongle(std::size_t dongle, std::size_t client, ByteSpan packet) override;
+    void Gone(std::size_t client) override;
+    void FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) override;
+    void PowerChanged(std::size_t dongle, bool powered) override;
+    std::size_t LongestPacket() const override { return settings_.longest_packet; }
+
+    EventLoop* loop_;
+    RelaySettings settings_;
+    FaultScript faults_;
+    Record record_;
+    std::function<void(const std::string&)> say_;
+    Simulator dongles_;
+    TlsContext tls_;
+    std::map<Carrier, std::unique_ptr<Listener>> ports_;
+    std::unique_ptr<ConnectProxy> proxy_;
+    std::map<std::size_t, std::unique_ptr<Client>> clients_;  // by number
+    std::size_t last_client_ = 0;
+    std::uint64_t past_violations_ = 0;
+    std::string last_violation_;
+};
+
+}  // namespace brennix

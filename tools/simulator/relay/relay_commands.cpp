@@ -1,0 +1,387 @@
+#include "relay/relay_commands.h"
+
+#include <algorithm>
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+#include "vehicle_file.h"
+#include "words.h"
+
+namespace brennix {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+struct Context {
+    Relay* relay;
+    std::optional<std::size_t> client;  // "#N" before the command
+    std::optional<std::size_t> dongle;  // "@N"
+    std::string_view rest;
+
+    // The named client; without a name all.
+    std::vector<Client*> Clients() const {
+        if (!client) return relay->Clients();
+        Client* const one = relay->Find(*client);
+        if (one == nullptr) throw UsageError("no client #" + std::to_string(*client));
+        return {one};
+    }
+    // Of clients that the handshake is done with.
+    std::vector<Client*> Identified() const {
+        std::vector<Client*> list = Clients();
+        std::erase_if(list, [](const Client* one) { return !one->IsIdentified(); });
+        return list;
+    }
+};
+
+CommandResult Count(std::size_t count) { return Ok(std::to_string(count)); }
+
+CommandResult RunClients(Context* context) {
+    Json list = Json::array();
+    for (const Client* client : context->Clients()) {
+        const auto count = [&](Direction direction) {
+            return context->relay->Log().Count({client->Number(), direction, std::nullopt});
+        };
+        list.push_back({{"client", client->Number()},
+                        {"carrier", CarrierName(client->Kind())},
+                        {"address", client->Peer()},
+                        {"device", client->DeviceId()},
+                        {"status", client->Status()},
+                        {"user", client->User()},
+                        {"dongle", client->Dongle() ? Json(*client->Dongle()) : Json()},
+                        {"received", count(Direction::kIn)},
+                        {"sent", count(Direction::kOut)},
+                        {"violations", client->Violations()}});
+    }
+    return Ok(list.dump());
+}
+
+CommandResult RunStats(Context* context) {
+    Json dongles = Json::array();
+    Simulator& simulator = context->relay->Dongles();
+    for (std::size_t i = 0; i < simulator.Count(); ++i) {
+        const Identity& identity = simulator.At(i).Setup().identity;
+        dongles.push_back({{"dongle", i},
+                           {"mac", ToHex(identity.mac)},
+                           {"name", identity.name},
+                           {"here", simulator.At(i).IsPowered()},
+                           {"in_flight", simulator.At(i).InFlight()}});
+    }
+    const Json state = {{"clients", context->relay->Clients().size()},
+                        {"connections", context->relay->Connections()},
+                        {"dongles", dongles},
+                        {"violations", context->relay->Violations()}};
+    return Ok(state.dump());
+}
+
+bool TakeSwitch(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    if (word != "on" && word != "off") throw UsageError("expected on or off");
+    return word == "on";
+}
+
+CommandResult RunListen(Context* context) {
+    const bool on = TakeSwitch(&context->rest);
+    const std::string_view which = TakeWord(&context->rest);
+    std::size_t count = 0;
+    for (const Carrier carrier : {Carrier::kTcp, Carrier::kWebSocket, Carrier::kSecureWebSocket}) {
+        Listener* const port = context->relay->Port(carrier);
+        if (port == nullptr || (!which.empty() && which != CarrierName(carrier))) continue;
+        port->Switch(on);
+        ++count;
+    }
+    if (which == "proxy" && context->relay->Proxy() != nullptr) {
+        context->relay->Proxy()->Port().Switch(on);
+        ++count;
+    }
+    if (count == 0) throw UsageError("no such port");
+    return Count(count);
+}
+
+CommandResult RunKill(Context* context) {
+    const std::string_view how = TakeWord(&context->rest);
+    if (!how.empty() && how != "reset") throw UsageError("expected reset or nothing");
+    const std::vector<Client*> clients = context->Clients();
+    for (Client* client : clients) {
+        if (how == "reset") {
+            client->Reset();
+        } else {
+            client->Close();
+        }
+    }
+    return Count(clients.size());
+}
+
+CommandResult RunReading(Context* context) {
+    const bool on = TakeSwitch(&context->rest);
+    for (Client* client : context->Clients())
+        client->SetReading(on);
+    return Ok();
+}
+
+CommandResult RunStatus(Context* context) {
+    RelaySettings& settings = context->relay->Settings();
+    const std::uint32_t status = TakeNumber(&context->rest, "a status");
+    const std::string device(TakeWord(&context->rest));
+    if (device.empty()) {
+        settings.status = status;
+    } else {
+        settings.device_status[device] = status;
+    }
+    return Ok();
+}
+
+CommandResult RunCapabilities(Context* context) {
+    context->relay->Settings().capabilities = TakeNumber(&context->rest, "a bit mask");
+    return Ok();
+}
+
+CommandResult RunWelcome(Context* context) {
+    context->relay->Settings().welcome = TakeHex(&context->rest);
+    return Ok();
+}
+
+CommandResult RunFault(Context* context) {
+    FaultScript& faults = context->relay->Faults();
+    if (context->rest == "clear") {
+        faults.Clear();
+    } else {
+        faults.Add(context->rest);
+    }
+    return Ok(faults.Describe());
+}
+
+CommandResult RunPacket(Context* context) {
+    const std::uint32_t type = TakeType(&context->rest);
+    const Bytes packet = MakePacket(type, TakeHex(&context->rest));
+    const std::vector<Client*> clients = context->Identified();
+    for (Client* client : clients)
+        client->SendPacket(packet);
+    return Count(clients.size());
+}
+
+CommandResult RunPlain(Context* context) {
+    const std::uint32_t type = TakeType(&context->rest);
+    const Bytes packet = MakePacket(type, TakeHex(&context->rest));
+    const std::vector<Client*> clients = context->Clients();
+    for (Client* client : clients)
+        client->SendPacket(packet, false);
+    return Count(clients.size());
+}
+
+CommandResult RunBytes(Context* context) {
+    const Bytes bytes = TakeHex(&context->rest);
+    const std::vector<Client*> clients = context->Clients();
+    for (Client* client : clients)
+        client->SendBytes(bytes);
+    return Count(clients.size());
+}
+
+CommandResult RunPing(Context* context) {
+    const Bytes payload = TakeHex(&context->rest);
+    const std::vector<Client*> clients = context->Identified();
+    for (Client* client : clients)
+        client->SendPing(payload);
+    return Count(clients.size());
+}
+
+CommandResult RunText(Context* context) {
+    const std::vector<Client*> clients = context->Clients();
+    for (Client* client : clients)
+        client->SendText(context->rest);
+    return Count(clients.size());
+}
+
+CommandResult RunWebSocket(Context* context) {
+    const std::string_view what = TakeWord(&context->rest);
+    const std::vector<Client*> clients = context->Clients();
+    if (what == "ping") {
+        const Bytes payload = TakeHex(&context->rest);
+        if (payload.size() > 125) throw UsageError("a WebSocket ping holds at most 125 bytes");
+        for (Client* client : clients)
+            client->SendWebSocketPing(payload);
+    } else if (what == "close") {
+        const std::uint32_t code =
+            context->rest.empty() ? 1000 : TakeNumber(&context->rest, "a code");
+        for (Client* client : clients)
+            client->SendWebSocketClose(static_cast<std::uint16_t>(code));
+    } else {
+        throw UsageError("expected ping or close");
+    }
+    return Count(clients.size());
+}
+
+CommandResult RunLogin(Context* context) {
+    const std::size_t dongle = context->dongle.value_or(0);
+    if (dongle >= context->relay->Dongles().Count()) throw UsageError("no such dongle");
+    const std::uint32_t type = context->rest.empty() ? type::kLogn : TakeType(&context->rest);
+    const std::vector<Client*> clients = context->Identified();
+    for (Client* client : clients)
+        context->relay->SendLogin(dongle, type, client);
+    return Count(clients.size());
+}
+
+CommandResult RunAdd(Context* context) {
+    return Count(context->relay->AddDongle(LoadVehicleFile(std::string(context->rest))));
+}
+
+CommandResult RunProxy(Context* context) {
+    ConnectProxy* const proxy = context->relay->Proxy();
+    if (proxy == nullptr) throw UsageError("there is none, start with --proxy-port");
+    const std::string_view what = TakeWord(&context->rest);
+    if (what == "refuse") {
+        proxy->RefuseWith(TakeNumber(&context->rest, "an HTTP status, or 0"));
+    } else if (what == "map") {
+        const std::string name(TakeWord(&context->rest));
+        proxy->Map(name, std::string(TakeWord(&context->rest)));
+    } else if (what == "kill") {
+        proxy->KillAll();
+    } else if (!what.empty()) {
+        throw UsageError("expected refuse, map, kill or nothing");
+    }
+    const Json state = {{"requests", proxy->Requests()}, {"tunnels", proxy->OpenTunnels()}};
+    return Ok(state.dump());
+}
+
+CommandResult RunRecord(Context* context) {
+    return RunRecordCommand(&context->relay->Log(), context->client, context->rest);
+}
+
+CommandResult RunWait(Context* context) { return RunWaitCommand(context->client, context->rest); }
+
+CommandResult RunViolations(Context* context) {
+    const std::uint64_t count = context->relay->Violations();
+    const std::string last = context->relay->LastViolation();
+    if (TakeWord(&context->rest) == "clear") context->relay->ClearViolations();
+    return Ok(std::to_string(count) + (last.empty() ? "" : " " + last));
+}
+
+// As the relay was started, but for what the command line set.
+CommandResult RunReset(Context* context) {
+    Simulator& simulator = context->relay->Dongles();
+    for (std::size_t i = 0; i < simulator.Count(); ++i) {
+        simulator.Reset(i);
+        simulator.Plug(i, Part::kAll);
+    }
+    context->relay->Faults().Clear();
+    context->relay->Settings().status = 0;
+    context->relay->Settings().device_status.clear();
+    for (const Carrier carrier : {Carrier::kTcp, Carrier::kWebSocket, Carrier::kSecureWebSocket}) {
+        if (Listener* port = context->relay->Port(carrier)) port->Switch(true);
+    }
+    if (ConnectProxy* proxy = context->relay->Proxy()) {
+        proxy->RefuseWith(0);
+        proxy->Port().Switch(true);
+    }
+    return Ok();
+}
+
+CommandResult RunQuit(Context* context) {
+    context->relay->Loop().Stop();
+    return Ok();
+}
+
+CommandResult RunHelp(Context*);
+
+struct CommandRow {
+    const char* name;
+    const char* arguments;
+    const char* purpose;
+    CommandResult (*run)(Context*);
+};
+
+constexpr CommandRow kCommands[] = {
+    {"stats", "", "counts, and the dongles, as JSON", RunStats},
+    {"clients", "", "who is connected, as JSON", RunClients},
+    {"listen", "on|off [tcp|ws|wss|proxy]", "takes connections on the ports, or refuses them",
+     RunListen},
+    {"kill", "[reset]", "closes connections, or resets them", RunKill},
+    {"reading", "on|off", "whether the relay reads what clients send", RunReading},
+    {"fault", "[RULE; RULE]", "adds faults; says which there are", RunFault},
+    {"fault", "clear", "no faults any more", RunFault},
+    {"status", "N [DEVICE]", "status in DEVA from now on, of all devices or of one", RunStatus},
+    {"capabilities", "N", "capabilities in DEVA from now on", RunCapabilities},
+    {"welcome", "HEX", "the welcome of later handshakes", RunWelcome},
+    {"packet", "TYPE [HEX]", "sends a packet, sealed", RunPacket},
+    {"plain", "TYPE [HEX]", "sends a packet that is not sealed", RunPlain},
+    {"bytes", "HEX", "sends bytes, whatever they are", RunBytes},
+    {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
+    {"login", "[TYPE]", "a dongle's login again, as LOGN or as LOGC", RunLogin},
+    {"text", "TEXT", "sends a WebSocket text message", RunText},
+    {"websocket", "ping [HEX]", "sends a WebSocket ping", RunWebSocket},
+    {"websocket", "close [CODE]", "sends a WebSocket close", RunWebSocket},
+    {"add", "FILE", "one more dongle with this vehicle; says its number", RunAdd},
+    {"proxy", "", "requests so far and open tunnels, as JSON", RunProxy},
+    {"proxy", "refuse STATUS", "the proxy answers with this HTTP status; 0 ends it", RunProxy},
+    {"proxy", "map NAME:PORT TARGET", "where connections to this name go", RunProxy},
+    {"proxy", "kill", "resets what goes through the proxy", RunProxy},
+    {"record", "count|last N|clear|flush [FILTER]", "packets and events of clients", RunRecord},
+    {"wait", "N MS [FILTER]", "until N entries are on record, for at most MS", RunWait},
+    {"violations", "[clear]", "how often clients broke the protocol, and how last", RunViolations},
+    {"reset", "", "no faults, dongles as their files have them, ports open, status 0", RunReset},
+    {"help", "", "the commands", RunHelp},
+    {"quit", "", "ends the relay", RunQuit},
+};
+
+std::string Usage(const CommandRow& row) {
+    std::string usage = row.name;
+    if (*row.arguments != '\0') usage += std::string(" ") + row.arguments;
+    return usage;
+}
+
+CommandResult RunHelp(Context*) {
+    std::string names;
+    for (const CommandRow& row : kCommands)
+        names += (names.empty() ? "" : " | ") + Usage(row);
+    return Ok(names);
+}
+
+CommandResult RunRow(const CommandRow& row, Context* context) {
+    try {
+        return row.run(context);
+    } catch (const UsageError& error) {
+        return {std::string("error: ") + row.name + ": " + error.what(), {}};
+    } catch (const std::exception& error) {
+        return {std::string("error: ") + error.what(), {}};
+    }
+}
+
+// "@2" or "#7" at the front of `rest`.
+std::optional<std::size_t> TakeMark(std::string_view* rest, char mark) {
+    if (!rest->starts_with(mark)) return std::nullopt;
+    const std::string_view word = TakeWord(rest).substr(1);
+    std::size_t number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, number);
+    if (error != std::errc() || stop != end) throw UsageError("a number is to follow the mark");
+    return number;
+}
+
+}  // namespace
+
+std::string RelayCommands::Help() {
+    std::string text;
+    for (const CommandRow& row : kCommands) {
+        std::string usage = "  " + Usage(row);
+        usage.resize(std::max<std::size_t>(usage.size() + 2, 28), ' ');
+        text += usage + row.purpose + "\n";
+    }
+    return text;
+}
+
+CommandResult RelayCommands::Run(std::string_view line) {
+    try {
+        Context context = {relay_, {}, {}, SkipBlanks(line)};
+        context.client = TakeMark(&context.rest, '#');
+        context.dongle = TakeMark(&context.rest, '@');
+        const std::string_view name = TakeWord(&context.rest);
+        for (const CommandRow& row : kCommands) {
+            if (name == row.name) return RunRow(row, &context);
+        }
+        return dongles_.Run(line);
+    } catch (const UsageError& error) {
+        return {std::string("error: ") + error.what(), {}};
+    }
+}
+
+}  // namespace brennix

@@ -1,0 +1,45 @@
+// What the command line of brennix-relay asks for.
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brennix {
+
+struct RelayOptions {
+    bool keygen = false;
+    std::vector<std::string> vehicles;
+    std::size_t dongles = 0;  // 0: one a vehicle
+
+    std::string host = "127.0.0.1";
+    std::optional<std::uint16_t> tcp_port;
+    std::optional<std::uint16_t> ws_port;
+    std::optional<std::uint16_t> wss_port;
+    std::optional<std::uint16_t> proxy_port;
+    std::vector<std::string> proxy_maps;  // "NAME:PORT=TARGET"
+
+    std::string folder;  // of key and certificate
+    std::string key;     // hexadecimal; empty: the folder's
+    std::uint32_t status = 0;
+    std::vector<std::string> device_status;  // "ID=STATUS"
+    std::uint32_t capabilities = 0;
+    std::size_t longest_packet = 4072;
+    std::vector<std::string> faults;
+
+    std::uint16_t control_port = 0;  // 0: any free one
+    std::string ready_file;
+    std::string record_file;
+    std::size_t keep = 100'000;
+    bool strict = false;
+    bool quiet = false;
+
+    std::vector<std::string> command;
+};
+
+// Empty: the program is done (help, version or an error) and ends with `exit_code`.
+std::optional<RelayOptions> ReadRelayOptions(int argc, char** argv, int* exit_code);
+
+}  // namespace brennix

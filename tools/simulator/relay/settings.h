@@ -1,0 +1,41 @@
+// What the relay tells its clients, and what it expects of them.
+
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "relay/crypto.h"
+
+namespace brennix {
+
+enum class Carrier { kTcp, kWebSocket, kSecureWebSocket };
+
+inline const char* CarrierName(Carrier carrier) {
+    switch (carrier) {
+        case Carrier::kTcp:
+            return "tcp";
+        case Carrier::kWebSocket:
+            return "ws";
+        case Carrier::kSecureWebSocket:
+            return "wss";
+    }
+    return "";
+}
+
+struct RelaySettings {
+    KeyPair key;
+    Bytes welcome = {'w', 'e', 'l', 'c', 'o', 'm', 'e', '!'};
+    std::uint32_t status = 0;                            // in DEVA
+    std::map<std::string, std::uint32_t> device_status;  // of single devices, by id
+    std::uint32_t capabilities = 0;
+    // A packet of this size, sealed, is no longer than packets may be.
+    std::size_t longest_packet = 4072;
+
+    std::uint32_t StatusOf(const std::string& device_id) const {
+        const auto found = device_status.find(device_id);
+        return found == device_status.end() ? status : found->second;
+    }
+};
+
+}  // namespace brennix
