@@ -11,15 +11,13 @@ namespace conformance {
 static constexpr int kAnswerMs = 30'000;
 static constexpr int kWaitMs = 15'000;  // of a wait within the simulator
 
-// "127.0.0.1:PORT"
-static const char* ControlAddress() { return std::getenv("BRENNIX_SIM_CONTROL"); }
-
-bool Simulator::IsThere() { return ControlAddress() != nullptr; }
+bool Simulator::IsThere() { return std::getenv("BRENNIX_SIM_CONTROL") != nullptr; }
 
 bool Simulator::Connect() {
     if (connection_.IsOpen()) return true;
-    if (!IsThere()) return false;
-    const std::string address = ControlAddress();
+    const char* const value = std::getenv(variable_);  // "127.0.0.1:PORT"
+    if (value == nullptr) return false;
+    const std::string address = value;
     const std::size_t colon = address.rfind(':');
     if (colon == std::string::npos) return false;
     return connection_.Open(static_cast<std::uint16_t>(std::stoul(address.substr(colon + 1))));

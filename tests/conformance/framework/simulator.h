@@ -13,7 +13,7 @@ namespace conformance {
 class Simulator {
 public:
     // Connects at the first command. Each instance has a connection of its own.
-    Simulator() = default;
+    Simulator() : Simulator("BRENNIX_SIM_CONTROL") {}
 
     // True when the program was started with a simulated dongle.
     static bool IsThere();
@@ -36,10 +36,15 @@ public:
     // What the library did wrong in the dongle's eyes, and the last such thing.
     std::uint64_t Violations();
 
+protected:
+    // `variable` holds the address of the control channel.
+    explicit Simulator(const char* variable) : variable_(variable) {}
+
 private:
     bool Connect();
     bool ReadLine(std::string* line);
 
+    const char* variable_;
     Connection connection_;
     std::string received_;
 };
