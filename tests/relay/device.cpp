@@ -230,6 +230,7 @@ std::optional<Bytes> Device::Read() {
     std::optional<Bytes> packet = ReadWire();
     if (!packet || PacketType(*packet) != type::kCryp) return packet;
     const ByteSpan wire = *packet;
+    if (wire.size() < kSealedHead) return std::nullopt;
     auto inner = Decrypt(from_relay_, WithCounter(salt_, opened_), "v1|role=server|device",
                          Take<Tag>(wire.subspan(8)), wire.subspan(24));
     if (inner) ++opened_;

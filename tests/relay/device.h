@@ -23,6 +23,7 @@ public:
     Socket& operator=(const Socket&) = delete;
 
     bool IsConnected() const { return fd_ >= 0; }
+    int Descriptor() const { return fd_; }
     void Close();
     void Send(ByteSpan bytes);
     void Send(const std::string& text) { Send(Bytes(text.begin(), text.end())); }

@@ -1,6 +1,8 @@
 // The relay as a client meets it, over TCP and over WebSocket.
 
 #include <gtest/gtest.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 
 #include <set>
 
@@ -229,6 +231,97 @@ TEST(RelayWebSocket, RefusesAnUpgradeThatIsNone) {
     Socket socket(place.substr(0, place.find('/')));
     socket.Send("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 400"));
+}
+
+TEST_P(RelayTest, DamagesTheAcknowledgementInEveryWayTold) {
+    const struct {
+        const char* fault;
+        bool reaches_the_client;  // as a packet that can be opened
+    } cases[] = {
+        {"DEVA flip 190", false},    {"DEVA set 30 FFFF", false}, {"DEVA truncate 20", false},
+        {"DEVA length 5000", false}, {"DEVA length 7", false},    {"DEVA header 4097", false},
+        {"DEVA cut 30", false},      {"DEVA cut", false},         {"DEVA reset", false},
+        {"in DEVI cut", false},      {"in DEVI reset", false},    {"DEVA plain", true},
+        {"DEVA delay 20", true}};
+    for (const auto& one : cases) {
+        RunningRelay relay({one.fault});
+        Device device(relay, GetParam());
+        ASSERT_TRUE(device.Handshake()) << one.fault;
+        if (one.reaches_the_client) {
+            EXPECT_EQ(device.Identify(), 0u) << one.fault;
+        } else {
+            EXPECT_EQ(device.Identify(), UINT32_MAX) << one.fault;
+        }
+    }
+}
+
+TEST_P(RelayTest, SendsAnotherPacketInsteadSealedLikeIt) {
+    // DEVA with status 9.
+    RunningRelay relay({"DEVA replace 4156454410000000 0900000000000000"});
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Handshake());
+    EXPECT_EQ(device.Identify(), 9u);
+}
+
+TEST_P(RelayTest, ReadsNothingMoreWhenItIsDeaf) {
+    RunningRelay relay({"in DEVI deaf"});
+    Device device(relay, GetParam());
+    ASSERT_TRUE(device.Connect());
+    device.Send(MakePacket(type::kIden, {}));
+    EXPECT_EQ(relay.Command("record count in IDEN"), "ok 0");
+    EXPECT_EQ(relay.Command("reading on"), "ok");
+    EXPECT_EQ(relay.Command("wait 1 10000 in IDEN"), "ok 1");
+}
+
+TEST(RelayWebSocket, SendsATextMessageWhenTold) {
+    RunningRelay relay({"NHS2 text hello"});
+    Device device(relay, Carrier::kWebSocket);
+    device.SendWire(device.MakeFirstMessage());
+    EXPECT_EQ(device.Wire().Read(7), (Bytes{0x81, 5, 'h', 'e', 'l', 'l', 'o'}));
+}
+
+TEST(RelayWebSocket, AnswersTheUpgradeWithAnotherStatusWhenTold) {
+    RunningRelay relay({"once accept http 503"});
+    const std::string place = relay.Place("WS").substr(5);
+    Socket socket(place.substr(0, place.find('/')));
+    socket.Send(
+        "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+    EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 503"));
+    EXPECT_TRUE(Device(relay, Carrier::kWebSocket).Connect());
+}
+
+TEST(RelayFaults, RefusesRulesThatMakeNoSense) {
+    RunningRelay relay;
+    for (const char* rule : {"NHS2 explode", "NHS2 flip", "in NHS1 flip 3", "accept drop",
+                             "NHS2 split 0", "packet * replace 00", "bytes cut"}) {
+        EXPECT_TRUE(relay.Command(std::string("fault ") + rule).starts_with("error: fault: "))
+            << rule;
+    }
+    EXPECT_EQ(relay.Command("fault"), "ok");
+}
+
+// The certificate that the relay made vouches for its own address.
+TEST(RelayTls, OpensAWebSocketUnderItsOwnCertificate) {
+    RunningRelay relay;
+    const std::string place = relay.Place("WSS").substr(6);
+    Socket socket(place.substr(0, place.find('/')));
+    SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
+    ASSERT_EQ(SSL_CTX_load_verify_file(context, relay.Place("CERTIFICATE").c_str()), 1);
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+    SSL* const tls = SSL_new(context);
+    X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), "127.0.0.1");
+    SSL_set_fd(tls, socket.Descriptor());
+    ASSERT_EQ(SSL_connect(tls), 1);
+    const std::string request =
+        "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
+    EXPECT_GT(SSL_write(tls, request.data(), static_cast<int>(request.size())), 0);
+    std::array<char, 12> answer = {};
+    EXPECT_EQ(SSL_read(tls, answer.data(), 12), 12);
+    EXPECT_EQ(std::string(answer.data(), 12), "HTTP/1.1 101");
+    SSL_free(tls);
+    SSL_CTX_free(context);
 }
 
 TEST(RelayProxy, ConnectsToTheRelayByName) {
