@@ -9,6 +9,9 @@
 
 namespace tarvik {
 
+// How far a receive thread's reception has come in the dongle.
+enum class Reception : std::uint8_t { kNotBegun, kOn, kOver };
+
 // One unit of work on a link. The link's registry holds a reference until the worker is done with
 // it, its receive thread another one. The worker alone writes it, except for the atomics.
 struct ComPrimitive {
@@ -32,7 +35,7 @@ struct ComPrimitive {
     bool has_receive_thread = false;     // now or earlier: it stays registered until the clean-up
     OsThread* receive_thread = nullptr;  // null again once it has been seen to have ended
     std::atomic<std::uint32_t> receive_thread_id{0};
-    std::atomic<bool> receiving{false};  // whoever clears it ends the reception
+    Reception reception = Reception::kNotBegun;  // guarded by the link's reception_lock
 };
 
 // Gives up one reference.

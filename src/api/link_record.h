@@ -7,6 +7,7 @@
 #include "api/item_queue.h"
 #include "api/unique_resp_tables.h"
 #include "link/packet_queue.h"
+#include "platform/lock.h"
 #include "platform/mutex.h"
 #include "platform/thread.h"
 
@@ -45,6 +46,7 @@ struct LinkRecord {
     UniqueRespTable* unique_table = nullptr;  // guarded by mutex; null after a failed copy
     std::atomic<CALLBACKFNC> callback{nullptr};
 
+    OsLock reception_lock;  // orders what its receive threads and the worker tell the dongle
     bool rawMode = false;
     bool rawChecksum = false;    // kept as it was asked for; no packet carries it
     std::uint32_t rawCanId = 0;  // of the raw frame being sent; the worker's own

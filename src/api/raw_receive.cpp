@@ -97,9 +97,22 @@ void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
     }
 }
 
-// By the thread itself, or for it.
+// Nothing when the reception was ended before its thread came to it.
+void BeginReception(LinkRecord* link, ComPrimitive* cop) {
+    const LockGuard hold(link->reception_lock);
+    if (cop->reception != Reception::kNotBegun) return;
+    cop->reception = Reception::kOn;
+    SwitchRawReception(link->device, true);
+}
+
+// By the thread itself, or for it. What it has not said itself by now is said here, so that nothing
+// of it comes behind its successor's word.
 void EndReception(LinkRecord* link, ComPrimitive* cop) {
-    if (cop->receiving.exchange(false)) SwitchRawReception(link->device, false);
+    const LockGuard hold(link->reception_lock);
+    if (cop->reception == Reception::kOver) return;
+    if (cop->reception == Reception::kNotBegun) SwitchRawReception(link->device, true);
+    cop->reception = Reception::kOver;
+    SwitchRawReception(link->device, false);
 }
 
 void CommReceiveFunc(void* argument) {
@@ -107,8 +120,7 @@ void CommReceiveFunc(void* argument) {
     ComPrimitive* cop = hold.Cop();
     cop->receive_thread_id.store(OsCurrentThreadId());
     RECEIVER_LOG(" starting thread for CoP");
-    SwitchRawReception(hold.Link()->device, true);
-    cop->receiving.store(true);
+    BeginReception(hold.Link(), cop);
     ReceiveFrames(hold.Link(), cop);
     EndReception(hold.Link(), cop);
     RECEIVER_LOG(" stopping");
@@ -204,10 +216,12 @@ void StartRawReception(LinkRecord* link, ComPrimitive* cop) {
 void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
     Log(kLogTrace, "[%s]   stop CoP #%d thread", "CommThreadFunc", static_cast<int>(cop->hCoP));
     AskToStop(link, cop);
-    if (cop->receive_thread == nullptr || AwaitEnd(*link, *cop)) return;
-    WORKER_LOG("   Failed to stop thread");
-    OsThreadTerminate(cop->receive_thread);
-    EndReception(link, cop);
+    if (cop->receive_thread == nullptr) return;
+    if (!AwaitEnd(*link, *cop)) {
+        WORKER_LOG("   Failed to stop thread");
+        OsThreadTerminate(cop->receive_thread);
+    }
+    EndReception(link, cop);  // for a thread that was terminated, or is inside PDUDestruct
 }
 
 }  // namespace tarvik

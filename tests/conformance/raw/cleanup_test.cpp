@@ -1,6 +1,7 @@
 // How reception ends with its link and with the library.
 
 #include <atomic>
+#include <memory>
 
 #include "conformance/framework/callbacks.h"
 #include "conformance/framework/fresh_process.h"
@@ -150,6 +151,29 @@ TEST_F(RawCallback, LibraryMayBeDestructedAndConstructedInside) {
     EXPECT_EQ(log.CountLike("*terminating"), 0u);
     EXPECT_EQ(log.CountLike("*Failed to stop thread"), 0u);
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
+}
+
+TEST_F(RawCallback, ReceiverOfANewConstructInsideStaysSwitchedOn) {
+    RawLink link(hMod);
+    std::unique_ptr<RawLink> next;
+    UNUM32 hCoP = 0;
+    const LogCapture log;
+    OnFirstFrame(&link, [&] {
+        EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        hMod = FindModule();
+        next = std::make_unique<RawLink>(hMod);
+        hCoP = next->Receive();
+        EXPECT_TRUE(
+            Eventually([&] { return log.CountLike("[CommReceiveFunc:*] starting*") == 2; }));
+    });
+    ASSERT_TRUE(done_->Wait());
+    EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123 02");
+    const auto frames = next->TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].hCoP, hCoP);
 }
 
 TEST_F(RawCallback, LibraryMayBeDestructedInsideAfterTheLinkWasDestroyedThere) {

@@ -246,6 +246,23 @@ TEST_F(RawReceive, OneThatIsCancelledBeforeItsTurnStopsAtOnce) {
     EXPECT_EQ(WaitForReception(!in_time), true);
 }
 
+// This dongle does not count who receives.
+TEST_F(RawReceive, EndOfAnotherLinksReceiverSilencesThisOneUntilItStartsAgain) {
+    RawLink first(hMod);
+    RawLink second(hMod);
+    first.Receive();
+    second.Receive();
+    EXPECT_EQ(Sent(2), (std::vector<std::string>{kReceptionOn, kReceptionOn}));
+    first.Destroy();
+    EXPECT_TRUE(WaitForReception(false));
+    const UNUM32 again = second.Receive();
+    ASSERT_TRUE(WaitForReception(true));
+    FrameOnBus("123 01");
+    const auto frames = second.TakeFrames(1);
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].hCoP, again);
+}
+
 // The query keeps the module lock: in a process of its own.
 FRESH_PROCESS_TEST(RawStatus, OfAReceivingComPrimitiveIsFinished) {
     Settings{.useSerial = true}.Store();

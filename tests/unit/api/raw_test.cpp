@@ -190,6 +190,27 @@ TEST_F(RawLinks, AreTheOnlyOnesThatSendFrames) {
         EXPECT_NE(packet->type, kTypeRawc);
 }
 
+// The worker starts them faster than their threads begin.
+TEST_F(RawLinks, TakeOverInOrderHoweverFastTheyFollowEachOther) {
+    constexpr std::size_t kReceivers = 200;
+    const std::uint32_t hCLL = CreateRaw();
+    for (std::size_t i = 0; i < kReceivers; ++i)
+        Start(hCLL, PDU_COPT_SENDRECV);
+    std::vector<std::uint16_t> flags;
+    const auto take = [&] {
+        while (const PacketPtr packet = TakePacket(&dongle_.tx, 0))
+            flags.push_back(packet->U16(14));
+        return flags.size() >= 2 * kReceivers - 1;
+    };
+    EXPECT_TRUE(Eventually(take));
+    EXPECT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
+    take();
+    ASSERT_EQ(flags.size(), 2 * kReceivers);
+    for (std::size_t i = 0; i < flags.size(); ++i) {
+        ASSERT_EQ(flags[i], i % 2 == 0 ? kRawReceptionOn : kRawReceptionOff) << "packet " << i;
+    }
+}
+
 TEST_F(RawLinks, LeaveNoMemoryBehind) {
     const auto round = [&] {
         const std::uint32_t hCLL = CreateRaw();
