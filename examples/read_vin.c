@@ -2,13 +2,13 @@
 #include <stdio.h>
 #include <unistd.h>
 
-static UNUM32 Id(T_PDU_OBJT type, char *name) {
+static UNUM32 Id(T_PDU_OBJT type, char* name) {
     UNUM32 id = 0;
     PDUGetObjectId(type, name, &id);
     return id;
 }
 
-static void Set(char *comparam, UNUM32 value) {
+static void Set(char* comparam, UNUM32 value) {
     PDU_PARAM_ITEM item = {PDU_IT_PARAM, Id(PDU_OBJT_COMPARAM, comparam), PDU_PT_UNUM32, 0, &value};
     PDUSetComParam(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &item);
 }
@@ -19,15 +19,15 @@ int main(void) {
     PDU_EXP_RESP_DATA any = {.ResponseType = 0, .AcceptanceId = 1};
     PDU_COP_CTRL_DATA once = {0, 1, 1, 0, {0, NULL}, 1, &any};
     UNUM8 read_vin[] = {0x22, 0xF1, 0x90};
-    PDU_MODULE_ITEM *modules;
-    PDU_EVENT_ITEM *event;
+    PDU_MODULE_ITEM* modules;
+    PDU_EVENT_ITEM* event;
     UNUM32 link, request, found = 0, state = 0;
 
     PDUConstruct(NULL, NULL);
     for (int tries = 0; tries < 10 && !found; ++tries) {
         PDUGetModuleIds(&modules);  // scans for 200 ms or more
         found = modules->NumEntries;
-        PDUDestroyItem((PDU_ITEM *)modules);
+        PDUDestroyItem((PDU_ITEM*)modules);
     }
     PDUModuleConnect(0);
     Set("CP_P2Max", 1000000), Set("CP_CanPhysReqId", 0x7E0), Set("CP_CanRespUSDTId", 0x7E8);
@@ -36,11 +36,11 @@ int main(void) {
     PDUStartComPrimitive(0, link, PDU_COPT_SENDRECV, 3, read_vin, &once, NULL, &request);
     for (; state != PDU_COPST_FINISHED; usleep(1000)) {
         while (PDUGetEventItem(0, link, &event) == PDU_STATUS_NOERROR) {
-            PDU_RESULT_DATA *answer = event->pData;
-            if (event->ItemType == PDU_IT_STATUS) state = *(UNUM32 *)event->pData;
+            PDU_RESULT_DATA* answer = event->pData;
+            if (event->ItemType == PDU_IT_STATUS) state = *(UNUM32*)event->pData;
             if (event->ItemType == PDU_IT_RESULT)
                 printf("VIN %.*s\n", (int)answer->NumDataBytes - 3, answer->pDataBytes + 3);
-            PDUDestroyItem((PDU_ITEM *)event);
+            PDUDestroyItem((PDU_ITEM*)event);
         }
     }
     PDUDestroyComLogicalLink(0, link);

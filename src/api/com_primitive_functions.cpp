@@ -36,20 +36,29 @@ void LogControlData(const char* function, const PDU_COP_CTRL_DATA* control) {
 
 void LogType(const char* function, std::uint32_t type) {
     switch (type) {
-        case PDU_COPT_STARTCOMM: Log(kLogTrace, "[%s]   PDU_COPT_STARTCOMM", function); break;
-        case PDU_COPT_STOPCOMM: Log(kLogTrace, "[%s]   PDU_COPT_STOPCOMM", function); break;
-        case PDU_COPT_UPDATEPARAM: Log(kLogTrace, "[%s]   PDU_COPT_UPDATEPARAM", function); break;
-        case PDU_COPT_SENDRECV: break;
-        default: Log(kLogTrace, "[%s] Unhandled: %04X", function, type); break;
+        case PDU_COPT_STARTCOMM:
+            Log(kLogTrace, "[%s]   PDU_COPT_STARTCOMM", function);
+            break;
+        case PDU_COPT_STOPCOMM:
+            Log(kLogTrace, "[%s]   PDU_COPT_STOPCOMM", function);
+            break;
+        case PDU_COPT_UPDATEPARAM:
+            Log(kLogTrace, "[%s]   PDU_COPT_UPDATEPARAM", function);
+            break;
+        case PDU_COPT_SENDRECV:
+            break;
+        default:
+            Log(kLogTrace, "[%s] Unhandled: %04X", function, type);
+            break;
     }
 }
 
 TraceExpectedResponse TracedExpectedResponse(const void* context, std::uint32_t index) {
     const PDU_EXP_RESP_DATA& expected =
         static_cast<const PDU_COP_CTRL_DATA*>(context)->pExpectedResponseArray[index];
-    return {expected.AcceptanceId,        expected.ResponseType,   expected.pPatternData,
-            expected.pMaskData,           expected.NumMaskPatternBytes,
-            expected.pUniqueRespIds,      expected.NumUniqueRespIds};
+    return {expected.AcceptanceId,    expected.ResponseType,        expected.pPatternData,
+            expected.pMaskData,       expected.NumMaskPatternBytes, expected.pUniqueRespIds,
+            expected.NumUniqueRespIds};
 }
 
 void TraceStart(const TraceCop& ids, const StartRequest& request) {
@@ -183,8 +192,8 @@ using namespace tarvik;
 
 extern "C" T_PDU_ERROR PDU_CALL PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType,
                                                      UNUM32 CoPDataSize, UNUM8* pCoPData,
-                                                     PDU_COP_CTRL_DATA* pCopCtrlData,
-                                                     void* pCoPTag, UNUM32* phCoP) {
+                                                     PDU_COP_CTRL_DATA* pCopCtrlData, void* pCoPTag,
+                                                     UNUM32* phCoP) {
     const ApiCall call;
     Log(kLogTrace, "[%s] (%u, %u, %u, %u, %p, %p, %p, %p)", __func__, hMod, hCLL, CoPType,
         CoPDataSize, static_cast<void*>(pCoPData), static_cast<void*>(pCopCtrlData), pCoPTag,

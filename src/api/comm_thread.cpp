@@ -23,8 +23,8 @@ constexpr std::uint32_t kTesterPresentValue = 0x700;
 // `message` of length 0 switches the cyclic message off.
 void SendTesterPresent(LinkRecord* link, std::uint32_t period_ms, ByteView message) {
     if (link->device == nullptr) return;
-    PacketPtr packet = MakePacket(
-        kTypeTspr, kTesterPresentHeader + static_cast<std::uint32_t>(message.size));
+    PacketPtr packet =
+        MakePacket(kTypeTspr, kTesterPresentHeader + static_cast<std::uint32_t>(message.size));
     if (packet == nullptr) return;
     packet->SetU32(8, period_ms);
     packet->SetU32(12, kTesterPresentValue);
@@ -61,12 +61,21 @@ void StopComm(LinkRecord* link, ComPrimitive* cop) {
 
 void Execute(LinkRecord* link, ComPrimitive* cop) {
     switch (cop->CoPType) {
-        case PDU_COPT_STARTCOMM: StartComm(link, cop); break;
-        case PDU_COPT_STOPCOMM: StopComm(link, cop); break;
+        case PDU_COPT_STARTCOMM:
+            StartComm(link, cop);
+            break;
+        case PDU_COPT_STOPCOMM:
+            StopComm(link, cop);
+            break;
         case PDU_COPT_UPDATEPARAM:
-        case PDU_COPT_RESTORE_PARAM: UpdateCopState(link, cop, PDU_COPST_FINISHED); break;
-        case PDU_COPT_SENDRECV: ExecuteSendRecv(link, cop); break;
-        default: break;  // taken and released without a trace for the application
+        case PDU_COPT_RESTORE_PARAM:
+            UpdateCopState(link, cop, PDU_COPST_FINISHED);
+            break;
+        case PDU_COPT_SENDRECV:
+            ExecuteSendRecv(link, cop);
+            break;
+        default:
+            break;  // taken and released without a trace for the application
     }
 }
 
@@ -100,8 +109,7 @@ void CommThreadFunc(void* argument) {
     const LinkRef link(static_cast<LinkRecord*>(argument));
     Log(kLogTrace, "[%s] starting", __func__);
     while (link->running.load()) {
-        auto* cop = static_cast<ComPrimitive*>(
-            WaitForItem(&link->pending, kPollMs, link->running));
+        auto* cop = static_cast<ComPrimitive*>(WaitForItem(&link->pending, kPollMs, link->running));
         if (cop == nullptr) continue;
         cop->CllTag = link->CllTag;
         Execute(link.Get(), cop);

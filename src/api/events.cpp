@@ -161,8 +161,8 @@ extern "C" T_PDU_ERROR PDU_CALL PDUDestroyItem(PDU_ITEM* pItem) {
     const ApiCall call;
     Log(kLogMemory, "[%s] Called (pItem=%p)", __func__, static_cast<void*>(pItem));
     if (!IsConstructed()) {
-        Log(kLogTrace,
-            "[%s] PDU API not constructed, Returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED", __func__);
+        Log(kLogTrace, "[%s] PDU API not constructed, Returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED",
+            __func__);
         return PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
     }
     if (pItem != nullptr && CopTraceActive() &&

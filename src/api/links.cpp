@@ -23,9 +23,12 @@ namespace {
 
 const char* ProtocolName(ProtocolKind kind) {
     switch (kind) {
-        case ProtocolKind::kUnknown: return "Unknown";
-        case ProtocolKind::kCan: return "CAN";
-        case ProtocolKind::kDoip: return "DoIP";
+        case ProtocolKind::kUnknown:
+            return "Unknown";
+        case ProtocolKind::kCan:
+            return "CAN";
+        case ProtocolKind::kDoip:
+            return "DoIP";
     }
     return "Unknown";
 }
@@ -69,8 +72,8 @@ void StartWorker(const char* function, LinkRecord* link) {
     LinkRef worker_reference = ShareLink(link);
     link->thread = OsThreadStart(CommThreadFunc, link, "Tarvik CommThreadFunc");
     if (link->thread != nullptr) worker_reference.Detach();
-    Log(kLogTrace, "[%s] Created Thread handle 0x%p (CommThreadFunc) for LogicalLink #%u",
-        function, link->thread == nullptr ? nullptr : OsThreadHandle(link->thread), link->hCLL);
+    Log(kLogTrace, "[%s] Created Thread handle 0x%p (CommThreadFunc) for LogicalLink #%u", function,
+        link->thread == nullptr ? nullptr : OsThreadHandle(link->thread), link->hCLL);
 }
 
 // The array grows by one entry per creation. False: memory is out.
@@ -170,9 +173,8 @@ extern "C" T_PDU_ERROR PDU_CALL PDUConnect(UNUM32 hMod, UNUM32 hCLL) {
     Log(kLogTrace, "[%s] Called (%u, %u)", __func__, hMod, hCLL);
     const LinkRef link = FindLink(hMod, hCLL);
     if (!link) {
-        Log(kLogTrace,
-            "[%s]   PDUConnect Logical Link #%u - Returning PDU_ERR_INVALID_HANDLE", __func__,
-            hCLL);
+        Log(kLogTrace, "[%s]   PDUConnect Logical Link #%u - Returning PDU_ERR_INVALID_HANDLE",
+            __func__, hCLL);
         return PDU_ERR_INVALID_HANDLE;
     }
     if (link->state.load() == PDU_CLLST_ONLINE) {
@@ -191,9 +193,8 @@ extern "C" T_PDU_ERROR PDU_CALL PDUDisconnect(UNUM32 hMod, UNUM32 hCLL) {
     Log(kLogTrace, "[%s] Called (%u, %u)", __func__, hMod, hCLL);
     const LinkRef link = FindLink(hMod, hCLL);
     if (!link) {
-        Log(kLogTrace,
-            "[%s]   PDUDisconnect Logical Link #%u - Returning PDU_ERR_INVALID_HANDLE", __func__,
-            hCLL);
+        Log(kLogTrace, "[%s]   PDUDisconnect Logical Link #%u - Returning PDU_ERR_INVALID_HANDLE",
+            __func__, hCLL);
         return PDU_ERR_INVALID_HANDLE;
     }
     if (link->state.load() == PDU_CLLST_OFFLINE) {

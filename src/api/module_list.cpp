@@ -69,15 +69,14 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetModuleIds(PDU_MODULE_ITEM** pModuleIdList)
     const ApiCall call;
     Log(kLogTrace, "[%s] Called", __func__);
     if (LibraryState() != Lifecycle::kConstructed) {
-        Log(kLogTrace,
-            "[%s] PDU API not constructed, Returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED", __func__);
+        Log(kLogTrace, "[%s] PDU API not constructed, Returning PDU_ERR_PDUAPI_NOT_CONSTRUCTED",
+            __func__);
         return PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
     }
     UpdateModuleList();
     PDU_MODULE_ITEM* item = MakeModuleItem();
     if (item == nullptr) return PDU_ERR_FCT_FAILED;
     *pModuleIdList = item;
-    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR, NumEntries=%u", __func__,
-        item->NumEntries);
+    Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR, NumEntries=%u", __func__, item->NumEntries);
     return PDU_STATUS_NOERROR;
 }

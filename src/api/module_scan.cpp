@@ -33,9 +33,7 @@ struct ScanThread {
     OsThread* thread;
 };
 
-bool IsSupportedModel(std::uint32_t model) {
-    return model == 5 || model == 13 || model == 0x1000;
-}
+bool IsSupportedModel(std::uint32_t model) { return model == 5 || model == 13 || model == 0x1000; }
 
 bool SameMac(const LoginRecord& one, const LoginRecord& other) {
     return std::memcmp(one.Mac(), other.Mac(), 6) == 0;
@@ -124,8 +122,7 @@ void MatchKnownModule(DetectedDevices& detected, std::uint32_t index, ModuleSlot
             "[%s] Device at index %u is now present again, but that transition is not allowed",
             "UpdateModuleList", index);
         ConsolePrint(
-            "Device at index %u is now present again, but that transition is not allowed\n",
-            index);
+            "Device at index %u is now present again, but that transition is not allowed\n", index);
     }
 }
 
@@ -181,7 +178,8 @@ void StoreDetected(const DetectedDevice& entry) {
 
 std::uint32_t CountPresentModules() {
     std::uint32_t count = 0;
-    for (const ModuleSlot& slot : ModuleDevices->slots) count += slot.present.load() ? 1u : 0u;
+    for (const ModuleSlot& slot : ModuleDevices->slots)
+        count += slot.present.load() ? 1u : 0u;
     return count;
 }
 
@@ -262,9 +260,8 @@ int DpduTransportReportLoginPacket(const Transport* transport, const Packet* log
     const LoginRecord login = LoginFromPacket(*login_packet);
     const std::uint8_t* mac = login.Mac();
     const char* transport_name = transport == nullptr ? "(null)" : transport->name;
-    Log(kLogTrace,
-        "[%s] transport=%s(%d) device='%s' mac=%02X:%02X:%02X:%02X:%02X:%02X queues=%p", __func__,
-        transport_name, transport == nullptr ? -1 : static_cast<int>(transport->id),
+    Log(kLogTrace, "[%s] transport=%s(%d) device='%s' mac=%02X:%02X:%02X:%02X:%02X:%02X queues=%p",
+        __func__, transport_name, transport == nullptr ? -1 : static_cast<int>(transport->id),
         LoginDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
         static_cast<void*>(queues));
     if (LibraryState() != Lifecycle::kConstructed) {

@@ -19,8 +19,8 @@ bool IsModulePresent(std::uint32_t hMod) {
 
 bool CheckModuleHandle(const char* function, std::uint32_t hMod) {
     if (hMod == PDU_HANDLE_UNDEF) {
-        Log(kLogTrace,
-            "[%s] Invalid hMod (PDU_HANDLE_UNDEF), Returning PDU_ERR_INVALID_HANDLE", function);
+        Log(kLogTrace, "[%s] Invalid hMod (PDU_HANDLE_UNDEF), Returning PDU_ERR_INVALID_HANDLE",
+            function);
         return false;
     }
     if (!IsModulePresent(hMod)) {
@@ -90,7 +90,8 @@ void ReleaseKeptModuleLock() {
     ModuleDevicesLock->Enter();
     ModuleTable& table = *ModuleDevices;
     table.keeper.store(0);
-    for (; table.kept_by_status > 0; --table.kept_by_status) ModuleDevicesLock->Leave();
+    for (; table.kept_by_status > 0; --table.kept_by_status)
+        ModuleDevicesLock->Leave();
     ModuleDevicesLock->Leave();
 }
 

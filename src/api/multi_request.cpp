@@ -19,7 +19,8 @@ public:
     explicit Responders(std::uint32_t capacity)
         : entries_(static_cast<CommMultiEntry*>(AllocateArray(capacity, sizeof(CommMultiEntry)))) {}
     ~Responders() {
-        for (std::uint32_t i = 0; i < count_; ++i) FreeMem(entries_.get()[i].rsp_data);
+        for (std::uint32_t i = 0; i < count_; ++i)
+            FreeMem(entries_.get()[i].rsp_data);
     }
     Responders(const Responders&) = delete;
     Responders& operator=(const Responders&) = delete;
@@ -99,9 +100,9 @@ void RunMultiRequest(LinkRecord* link, ComPrimitive* cop,
                table.NumEntries);
     CollectResponders(table, &responders);
     WORKER_LOG("    send multi-request packet with %u entries", responders.Count());
-    CommMultiRequest request{cop->hCoP,           ReadComParam(kCpCanFuncReqId),
-                             responders.Count(),  responders.Entries(),
-                             cop->pCoPData,       cop->CoPDataSize,
+    CommMultiRequest request{cop->hCoP,          ReadComParam(kCpCanFuncReqId),
+                             responders.Count(), responders.Entries(),
+                             cop->pCoPData,      cop->CoPDataSize,
                              timeout_ms};
     const CommLink exchange{link->device, &link->running};
     if (!CommRequestMulti(&exchange, &request, &cop->abort)) {

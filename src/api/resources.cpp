@@ -12,8 +12,7 @@ struct ResourceIds {
     std::uint32_t count;
 };
 
-ResourceIds SelectResources(const char* function, std::uint32_t bus_type,
-                            std::uint32_t protocol) {
+ResourceIds SelectResources(const char* function, std::uint32_t bus_type, std::uint32_t protocol) {
     switch (DecideProtocol(bus_type, protocol)) {
         case ProtocolKind::kDoip:
             Log(kLogTrace, "[%s]   Returning DoIP resource ID: 2002", function);
@@ -21,7 +20,8 @@ ResourceIds SelectResources(const char* function, std::uint32_t bus_type,
         case ProtocolKind::kCan:
             Log(kLogTrace, "[%s]   Returning CAN resource ID: 2001", function);
             return {{kResourceCan, 0}, 1};
-        case ProtocolKind::kUnknown: break;
+        case ProtocolKind::kUnknown:
+            break;
     }
     if (bus_type == 0 && protocol == 0) {
         Log(kLogTrace, "[%s]   Returning all resources: 2001 (CAN), 2002 (DoIP)", function);
@@ -37,7 +37,8 @@ PDU_RSC_ID_ITEM* MakeResourceIdItem(std::uint32_t hMod, const ResourceIds& resou
     auto entry = AllocateRecord<PDU_RSC_ID_ITEM_DATA>();
     Tracked<UNUM32> ids(static_cast<UNUM32*>(AllocateArray(resources.count, sizeof(UNUM32))));
     if (item == nullptr || entry == nullptr || ids == nullptr) return nullptr;
-    for (std::uint32_t i = 0; i < resources.count; ++i) ids.get()[i] = resources.ids[i];
+    for (std::uint32_t i = 0; i < resources.count; ++i)
+        ids.get()[i] = resources.ids[i];
     entry->hMod = hMod;
     entry->NumIds = resources.count;
     entry->pResourceIdArray = ids.release();
@@ -58,8 +59,8 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetResourceIds(UNUM32 hMod, PDU_RSC_DATA* pRe
     const PDU_RSC_DATA wanted = pResourceIdData == nullptr ? PDU_RSC_DATA{} : *pResourceIdData;
     Log(kLogTrace, "[%s] (%u, BusTypeId: %u, ProtocolId: %u, NumPinData: %u)", __func__, hMod,
         wanted.BusTypeId, wanted.ProtocolId, wanted.NumPinData);
-    *pResourceIdList = MakeResourceIdItem(
-        hMod, SelectResources(__func__, wanted.BusTypeId, wanted.ProtocolId));
+    *pResourceIdList =
+        MakeResourceIdItem(hMod, SelectResources(__func__, wanted.BusTypeId, wanted.ProtocolId));
     Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
     return PDU_STATUS_NOERROR;
 }

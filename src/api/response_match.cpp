@@ -9,8 +9,7 @@ bool MatchesExpectedResponse(const PDU_EXP_RESP_DATA& expected, ByteView respons
     if (expected.NumMaskPatternBytes == 0) return expected.ResponseType == 0;
     // Deliberate: the response byte masks both sides, not the mask the pattern, and lengths are
     // not compared. A byte that the response does not have masks both sides to zero.
-    const std::size_t compared =
-        std::min<std::size_t>(expected.NumMaskPatternBytes, response.size);
+    const std::size_t compared = std::min<std::size_t>(expected.NumMaskPatternBytes, response.size);
     for (std::size_t i = 0; i < compared; ++i) {
         const unsigned byte = response.data[i];
         if ((expected.pMaskData[i] & byte) != (expected.pPatternData[i] & byte)) return false;

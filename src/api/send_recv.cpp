@@ -93,8 +93,8 @@ void TraceCandidates(const ComPrimitive& cop, const Addressing& used,
         std::uint32_t resp_id = used.resp_id;
         OverrideFromEntry(entry, kCpCanPhysReqId, &phys_id);
         OverrideFromEntry(entry, kCpCanRespUSDTId, &resp_id);
-        TraceCopEcuCandidate({cop.hMod, cop.hCLL, cop.hCoP}, i, entry.UniqueRespIdentifier,
-                             phys_id, resp_id);
+        TraceCopEcuCandidate({cop.hMod, cop.hCLL, cop.hCoP}, i, entry.UniqueRespIdentifier, phys_id,
+                             resp_id);
     }
 }
 
@@ -119,9 +119,9 @@ void Exchange(LinkRecord* link, ComPrimitive* cop, const Addressing& used) {
 
 void DeliverResult(LinkRecord* link, ComPrimitive* cop, const ResultDelivery& delivery) {
     const TraceCop ids{cop->hMod, cop->hCLL, cop->hCoP};
-    PDU_EVENT_ITEM* item = MakeResultItem(
-        {cop->hCoP, cop->pCoPTag, delivery.unique_resp_identifier, delivery.acceptance_id,
-         delivery.data, delivery.length, delivery.tx_done_timestamp, delivery.rx_flag_byte2});
+    PDU_EVENT_ITEM* item = MakeResultItem({cop->hCoP, cop->pCoPTag, delivery.unique_resp_identifier,
+                                           delivery.acceptance_id, delivery.data, delivery.length,
+                                           delivery.tx_done_timestamp, delivery.rx_flag_byte2});
     if (item == nullptr) {
         FreeMem(delivery.data);
         return;

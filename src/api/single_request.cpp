@@ -57,8 +57,8 @@ bool ReportOutcome(bool exchanged, const CommAnswer& answer) {
     return true;
 }
 
-bool Transmit(LinkRecord* link, const ComPrimitive& cop,
-              const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, CommAnswer* answer) {
+bool Transmit(LinkRecord* link, const ComPrimitive& cop, const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table,
+              CommAnswer* answer) {
     const std::uint32_t timeout_ms = ResponseTimeoutMs();
     LogDoipAddresses(*link);
     const Identifiers ids = SelectIdentifiers(table);
@@ -71,10 +71,9 @@ bool Transmit(LinkRecord* link, const ComPrimitive& cop,
     }
     const CommLink exchange{link->device, &link->running};
     answer->wait_time = kWaitError;
-    const bool exchanged = CommRequest(&exchange,
-                                       {cop.hCoP, cop.pCoPData, cop.CoPDataSize, ids.physical,
-                                        ids.response, timeout_ms},
-                                       answer);
+    const bool exchanged = CommRequest(
+        &exchange,
+        {cop.hCoP, cop.pCoPData, cop.CoPDataSize, ids.physical, ids.response, timeout_ms}, answer);
     return ReportOutcome(exchanged, *answer);
 }
 

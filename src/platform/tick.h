@@ -6,9 +6,9 @@ namespace tarvik {
 
 using TickSource = std::uint64_t (*)();
 
-std::uint64_t TickMs();                        // monotonic milliseconds; never the calendar clock
-TickSource SetTickSource(TickSource source);   // tests, before threads run; returns the old one
-void SleepMs(std::uint32_t ms);                // real time, whatever the tick source
+std::uint64_t TickMs();                       // monotonic milliseconds; never the calendar clock
+TickSource SetTickSource(TickSource source);  // tests, before threads run; returns the old one
+void SleepMs(std::uint32_t ms);               // real time, whatever the tick source
 
 // High-resolution counter and its frequency per second (0: unavailable).
 std::uint64_t PerformanceCounter();

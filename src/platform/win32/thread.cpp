@@ -91,9 +91,7 @@ std::uint32_t OsCurrentThreadId() { return ::GetCurrentThreadId(); }
 // the library is unloaded.
 static const DWORD thread_value_slot = ::TlsAlloc();
 
-__attribute__((destructor(101))) static void FreeThreadValueSlot() {
-    ::TlsFree(thread_value_slot);
-}
+__attribute__((destructor(101))) static void FreeThreadValueSlot() { ::TlsFree(thread_value_slot); }
 
 // Reading a slot clears the thread's last error, which callers may still want.
 std::intptr_t OsThreadValue() {

@@ -8,17 +8,18 @@
 
 namespace conformance {
 
-#define CONFORMANCE_FUNCTIONS(X)                                                              \
-    X(PDUConstruct)                                                                           \
-    X(PDUDestruct)                                                                            \
-    X(PDUIoCtl)                                                                               \
-    X(PDUGetVersion) X(PDUGetStatus) X(PDUGetLastError) X(PDUGetResourceStatus)               \
-        X(PDUCreateComLogicalLink) X(PDUDestroyComLogicalLink) X(PDUConnect) X(PDUDisconnect) \
-            X(PDULockResource) X(PDUUnlockResource) X(PDUGetComParam) X(PDUSetComParam)       \
-                X(PDUStartComPrimitive) X(PDUCancelComPrimitive) X(PDUGetEventItem)           \
-                    X(PDUDestroyItem) X(PDURegisterEventCallback) X(PDUGetObjectId)           \
-                        X(PDUGetModuleIds) X(PDUGetResourceIds) X(PDUGetConflictingResources) \
-                            X(PDUGetUniqueRespIdTable) X(PDUSetUniqueRespIdTable)             \
+#define CONFORMANCE_FUNCTIONS(X)                                                             \
+    X(PDUConstruct)                                                                          \
+    X(PDUDestruct)                                                                           \
+    X(PDUIoCtl)                                                                              \
+    X(PDUGetVersion)                                                                         \
+    X(PDUGetStatus) X(PDUGetLastError) X(PDUGetResourceStatus) X(PDUCreateComLogicalLink)    \
+        X(PDUDestroyComLogicalLink) X(PDUConnect) X(PDUDisconnect) X(PDULockResource)        \
+            X(PDUUnlockResource) X(PDUGetComParam) X(PDUSetComParam) X(PDUStartComPrimitive) \
+                X(PDUCancelComPrimitive) X(PDUGetEventItem) X(PDUDestroyItem)                \
+                    X(PDURegisterEventCallback) X(PDUGetObjectId) X(PDUGetModuleIds)         \
+                        X(PDUGetResourceIds) X(PDUGetConflictingResources)                   \
+                            X(PDUGetUniqueRespIdTable) X(PDUSetUniqueRespIdTable)            \
                                 X(PDUModuleConnect) X(PDUModuleDisconnect) X(PDUGetTimestamp)
 
 struct Functions {

@@ -22,8 +22,9 @@ TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequestEach) {
     const Outcome outcome = link.Request(ReadPartNumber(), PositiveRead());
     ASSERT_EQ(outcome.results.size(), 3u);
     EXPECT_EQ(log.CountLike("[CommThreadFunc:*]            -> this is a match!"), 3u);
-    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]        -> Reporting back matched response for "
-                            "table entry 2"));
+    EXPECT_TRUE(
+        log.HasLike("[CommThreadFunc:*]        -> Reporting back matched response for "
+                    "table entry 2"));
     for (UNUM32 row = 0; row < 3; ++row) {
         EXPECT_EQ(outcome.results[row].unique_id, row) << "the row, not the table's identifier";
         EXPECT_EQ(outcome.results[row].acceptance_id, 7u);

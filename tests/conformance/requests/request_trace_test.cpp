@@ -20,7 +20,8 @@ protected:
 
 std::vector<std::string> EventNames(const std::vector<nlohmann::json>& trace) {
     std::vector<std::string> names;
-    for (const nlohmann::json& line : trace) names.push_back(line["ev"]);
+    for (const nlohmann::json& line : trace)
+        names.push_back(line["ev"]);
     return names;
 }
 
@@ -39,11 +40,11 @@ TEST_F(RequestTrace, ShowsEveryStepOfASingleRequestInOrder) {
         }
     }
     EXPECT_EQ(EventNames(of_request),
-              (std::vector<std::string>{
-                  "cop_start", "cop_expected_responses", "cop_state", "notify_begin", "notify_end",
-                  "cop_sendrecv_meta", "cop_ecu_candidate", "comm_req_sent", "comm_res_received",
-                  "cop_rx", "notify_begin", "notify_end", "cop_state", "notify_begin",
-                  "notify_end", "cop_free"}));
+              (std::vector<std::string>{"cop_start", "cop_expected_responses", "cop_state",
+                                        "notify_begin", "notify_end", "cop_sendrecv_meta",
+                                        "cop_ecu_candidate", "comm_req_sent", "comm_res_received",
+                                        "cop_rx", "notify_begin", "notify_end", "cop_state",
+                                        "notify_begin", "notify_end", "cop_free"}));
     EXPECT_EQ(of_request[0]["tx_hex"], "22f190");
     EXPECT_EQ(of_request[0]["copType"], 0x8004);
     EXPECT_EQ(of_request[1]["items"][0]["acc"], 7);
@@ -111,7 +112,8 @@ TEST_F(RequestTrace, ErrorsAndDestroyedItemsAreTraced) {
     EXPECT_EQ(errors[0]["err"], 257);
     const auto destroyed = WaitForTrace("item_destroy", 3);
     bool error_item = false;
-    for (const nlohmann::json& line : destroyed) error_item |= line["itemType"] == PDU_IT_ERROR;
+    for (const nlohmann::json& line : destroyed)
+        error_item |= line["itemType"] == PDU_IT_ERROR;
     EXPECT_TRUE(error_item);
 }
 

@@ -43,7 +43,8 @@ TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
         EXPECT_EQ(event->hCop, hCoP);
         EXPECT_EQ(event->pCoPTag, &tag);
         EXPECT_EQ(result.RxFlag.NumFlagBytes, 4u);
-        for (UNUM32 i = 0; i < 4; ++i) EXPECT_EQ(result.RxFlag.pFlagData[i], 0u);
+        for (UNUM32 i = 0; i < 4; ++i)
+            EXPECT_EQ(result.RxFlag.pFlagData[i], 0u);
         EXPECT_EQ(result.TimestampFlags.NumFlagBytes, 0u);
         EXPECT_EQ(result.TxMsgDoneTimestamp, 0u);
         EXPECT_EQ(result.StartMsgTimestamp, 0u);
@@ -157,7 +158,8 @@ TEST_F(SingleRequest, NegativeResponseIsReportedWhereItIsExpected) {
     EngineLink link(hMod);
     simulator.Command(R"(unit engine {"negative": "31"})");
     const Outcome outcome = link.Request(
-        ReadVin(), {{.type = 1, .acceptance_id = 9, .mask = {0xFF, 0xFF}, .pattern = {0x7F, 0x22}}});
+        ReadVin(),
+        {{.type = 1, .acceptance_id = 9, .mask = {0xFF, 0xFF}, .pattern = {0x7F, 0x22}}});
     ASSERT_EQ(outcome.results.size(), 1u);
     EXPECT_EQ(Hex(outcome.results[0].data), "7F 22 31");
     EXPECT_EQ(outcome.results[0].acceptance_id, 9u);
@@ -328,26 +330,27 @@ TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
     const LogCapture log;
     StdoutCapture console;
     link.Request(ReadVin(), PositiveRead());
-    EXPECT_EQ(log.MissingOf({
-                  "[PDUStartComPrimitive] (*, *, 32772, 3, *",
-                  "[PDUStartComPrimitive]   NumSendCycles                1",
-                  "[PDUStartComPrimitive]   NumReceiveCycles             1",
-                  "[PDUStartComPrimitive]   TxFlag                       00 00 00 00 ",
-                  "[UpdateCopState] CoP #* Status: 8011, Duration: 0 ms",
-                  "[CommThreadFunc:*]   PDU_COPT_SENDRECV",
-                  "[CommThreadFunc:*] > Physical,   Address *, Format 0 - 11-bit, unsegmented, w/o FC",
-                  "[CommThreadFunc:*]   Functional, Address 7DF, Format 0 - 11-bit, unsegmented, w/o FC",
-                  "[CommThreadFunc:*]   Payload:  22 F1 90 ",
-                  "[CommThreadFunc:*]     ID:7 [ACK] FF / 62 ",
-                  "[Transmit]   Tx 0x7DF/0x7E0, Rx 0x7E8, 500 ms, 22 F1 90 ",
-                  "[WaitForPacket] Received: CRES",
-                  "[Transmit]   Rx (* ms) 62 F1 90 *",
-                  "[CommThreadFunc:*]    Response #0 ",
-                  "[CommThreadFunc:*]      this is a match!",
-                  "[CommThreadFunc:*]  Reporting back matched response",
-                  "[UpdateCopState] CoP #* Status: 8012, Duration: * ms",
-              }),
-              "");
+    EXPECT_EQ(
+        log.MissingOf({
+            "[PDUStartComPrimitive] (*, *, 32772, 3, *",
+            "[PDUStartComPrimitive]   NumSendCycles                1",
+            "[PDUStartComPrimitive]   NumReceiveCycles             1",
+            "[PDUStartComPrimitive]   TxFlag                       00 00 00 00 ",
+            "[UpdateCopState] CoP #* Status: 8011, Duration: 0 ms",
+            "[CommThreadFunc:*]   PDU_COPT_SENDRECV",
+            "[CommThreadFunc:*] > Physical,   Address *, Format 0 - 11-bit, unsegmented, w/o FC",
+            "[CommThreadFunc:*]   Functional, Address 7DF, Format 0 - 11-bit, unsegmented, w/o FC",
+            "[CommThreadFunc:*]   Payload:  22 F1 90 ",
+            "[CommThreadFunc:*]     ID:7 [ACK] FF / 62 ",
+            "[Transmit]   Tx 0x7DF/0x7E0, Rx 0x7E8, 500 ms, 22 F1 90 ",
+            "[WaitForPacket] Received: CRES",
+            "[Transmit]   Rx (* ms) 62 F1 90 *",
+            "[CommThreadFunc:*]    Response #0 ",
+            "[CommThreadFunc:*]      this is a match!",
+            "[CommThreadFunc:*]  Reporting back matched response",
+            "[UpdateCopState] CoP #* Status: 8012, Duration: * ms",
+        }),
+        "");
     EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommThreadFunc] free CoP #*"); }));
     EXPECT_TRUE(console.Has("[Transmit] > 0x7DF/0x7E0, Rx 0x7E8 (500 ms) 22 F1 90 \n"));
     EXPECT_TRUE(console.Has("[Transmit] < ("));
@@ -382,8 +385,7 @@ TEST_F(SingleRequest, DoipLinkLogsItsAddresses) {
                                          control.Data(), nullptr, &hCoP),
               PDU_STATUS_NOERROR);
     EXPECT_TRUE(Eventually([&] {
-        return log.Has(
-            "[Transmit]   DoIP Protocol - LogicalAddr: 0x0, Source: 0x0, Target: 0x0");
+        return log.Has("[Transmit]   DoIP Protocol - LogicalAddr: 0x0, Source: 0x0, Target: 0x0");
     }));
     Pdu().PDUDestroyComLogicalLink(hMod, hCLL);
 }
