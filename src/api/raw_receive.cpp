@@ -140,7 +140,7 @@ OsThread* StartThread(LinkRecord* link, ComPrimitive* cop) {
         FreeComPrimitive(cop);
         return nullptr;
     }
-    receiver.release();
+    static_cast<void>(receiver.release());  // the thread has it
     link_reference.Detach();
     return thread;
 }

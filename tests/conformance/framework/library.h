@@ -8,19 +8,39 @@
 
 namespace conformance {
 
-#define CONFORMANCE_FUNCTIONS(X)                                                             \
-    X(PDUConstruct)                                                                          \
-    X(PDUDestruct)                                                                           \
-    X(PDUIoCtl)                                                                              \
-    X(PDUGetVersion)                                                                         \
-    X(PDUGetStatus) X(PDUGetLastError) X(PDUGetResourceStatus) X(PDUCreateComLogicalLink)    \
-        X(PDUDestroyComLogicalLink) X(PDUConnect) X(PDUDisconnect) X(PDULockResource)        \
-            X(PDUUnlockResource) X(PDUGetComParam) X(PDUSetComParam) X(PDUStartComPrimitive) \
-                X(PDUCancelComPrimitive) X(PDUGetEventItem) X(PDUDestroyItem)                \
-                    X(PDURegisterEventCallback) X(PDUGetObjectId) X(PDUGetModuleIds)         \
-                        X(PDUGetResourceIds) X(PDUGetConflictingResources)                   \
-                            X(PDUGetUniqueRespIdTable) X(PDUSetUniqueRespIdTable)            \
-                                X(PDUModuleConnect) X(PDUModuleDisconnect) X(PDUGetTimestamp)
+// One a line: the formatter makes a staircase of it.
+// clang-format off
+#define CONFORMANCE_FUNCTIONS(X) \
+    X(PDUConstruct) \
+    X(PDUDestruct) \
+    X(PDUIoCtl) \
+    X(PDUGetVersion) \
+    X(PDUGetStatus) \
+    X(PDUGetLastError) \
+    X(PDUGetResourceStatus) \
+    X(PDUCreateComLogicalLink) \
+    X(PDUDestroyComLogicalLink) \
+    X(PDUConnect) \
+    X(PDUDisconnect) \
+    X(PDULockResource) \
+    X(PDUUnlockResource) \
+    X(PDUGetComParam) \
+    X(PDUSetComParam) \
+    X(PDUStartComPrimitive) \
+    X(PDUCancelComPrimitive) \
+    X(PDUGetEventItem) \
+    X(PDUDestroyItem) \
+    X(PDURegisterEventCallback) \
+    X(PDUGetObjectId) \
+    X(PDUGetModuleIds) \
+    X(PDUGetResourceIds) \
+    X(PDUGetConflictingResources) \
+    X(PDUGetUniqueRespIdTable) \
+    X(PDUSetUniqueRespIdTable) \
+    X(PDUModuleConnect) \
+    X(PDUModuleDisconnect) \
+    X(PDUGetTimestamp)
+// clang-format on
 
 struct Functions {
 #define CONFORMANCE_MEMBER(name) name##_Fn name = nullptr;
