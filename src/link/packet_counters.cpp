@@ -26,4 +26,6 @@ PacketCounters ReadPacketCounters() {
     return counters;
 }
 
+void* PacketCountersLockAddress() { return statsLock->Address(); }
+
 }  // namespace tarvik

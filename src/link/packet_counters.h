@@ -12,5 +12,6 @@ struct PacketCounters {
 void CountSentPacket(std::uint32_t bytes);
 void CountReceivedPacket(std::uint32_t bytes);
 PacketCounters ReadPacketCounters();
+void* PacketCountersLockAddress();  // for log lines
 
 }  // namespace tarvik

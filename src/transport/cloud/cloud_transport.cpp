@@ -1,19 +1,180 @@
-// This version reaches no cloud relay. The descriptor keeps the transport's place, number and
-// limits in the table, where applications and the module list see them; nothing is ever found.
+// Dongles behind a relay that is reached over a network.
+#include <algorithm>
+#include <utility>
+
+#include "link/packet_counters.h"
+#include "platform/tick.h"
+#include "support/config.h"
+#include "transport/cloud/cloud_connection.h"
+#include "transport/cloud/cloud_log.h"
+#include "transport/cloud/cloud_packets.h"
+#include "transport/cloud/cloud_state.h"
+#include "transport/cloud/secure_channel.h"
 #include "transport/transport.h"
 
 namespace tarvik {
 
-static void CloudInit() {}
-static void CloudDeinit() {}
-static void CloudStart() {}
-static void CloudStop() {}
-static bool CloudUpdateDevices(std::uint32_t, ReportDevice, void*) { return false; }
-static bool CloudAddressDevice(const std::uint8_t*) { return false; }
+static constexpr std::uint32_t kCloudTransportId = 0;
+static constexpr std::int32_t kLinkPollMs = 50;
+static constexpr std::uint64_t kLoginWaitMs = 500;
+
+Immortal<CloudState> cloud;
+
+DeviceAddress AddressFromMac(const std::uint8_t* mac) { return {LoadU32(mac), LoadU16(mac + 4)}; }
+
+void SetAndAnnounce(std::atomic<bool>* flag) {
+    const LockGuard hold(cloud->change_lock);
+    *flag = true;
+    cloud->changed.WakeAll();
+}
+
+// ---------------------------------------------------------------- start and end
+
+static void CloudInit() {
+    if (cloud->initialized.exchange(true)) return;
+    DeviceQueues& queues = cloud->queues;
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for CloudQueues at 0x%p", __func__,
+        queues.device_lock.Address());
+    InitializeQueue(&queues.rx);
+    InitializeQueue(&queues.tx);
+    queues.mtu = kCloudMtu;
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION statsLock at 0x%p", __func__,
+        PacketCountersLockAddress());
+    Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION sessionLock at 0x%p", __func__,
+        cloud->sessionLock.Address());
+    queues.available = true;
+    CloudSecClearSession();
+}
+
+static void CloudStart() {
+    if (!cloud->initialized) {
+        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
+        return;
+    }
+    CloudLog("[Cloud] ---CONNECTING---\r\n");
+    const LockGuard hold(cloud->start_lock);
+    if (!config.useCloud || cloud->running) return;
+
+    cloud->connectRequested = true;
+    cloud->quitRequested = false;
+    cloud->connState = ConnState::kIdle;
+    cloud->linkUp = false;
+    cloud->connection_thread =
+        OsThreadStart(ConnectionThread, nullptr, "Tarvik CloudConnectThread");
+    if (cloud->connection_thread == nullptr) {
+        CloudLog("[Cloud] Failed to start connect thread\r\n");
+        return;
+    }
+    cloud->running = true;
+}
+
+static void CloudStop() {
+    const LockGuard hold(cloud->start_lock);
+    OsThread* thread = std::exchange(cloud->connection_thread, nullptr);
+    if (thread == nullptr) return;
+    cloud->running = false;
+    SetAndAnnounce(&cloud->quitRequested);
+    AbortLink();
+    CloudLog("[Cloud] ---DISCONNECT WAIT---\r\n");
+    OsThreadJoin(thread, -1);
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (CloudConnectThread)", __func__,
+        OsThreadHandle(thread));
+    OsThreadClose(thread);
+    CloudLog("[Cloud] ---DISCONNECTED---\r\n");
+}
+
+static void CloudDeinit() {
+    if (!cloud->initialized) return;
+    CloudStop();
+    DeviceQueues& queues = cloud->queues;
+    queues.available = false;
+    CloudSecClearSession();
+    FreeQueue(&queues.rx);
+    FreeQueue(&queues.tx);
+    // The locks themselves live as long as the library; only their use ends here.
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION for CloudQueues at 0x%p", __func__,
+        queues.device_lock.Address());
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION statsLock at 0x%p", __func__,
+        PacketCountersLockAddress());
+    Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION sessionLock at 0x%p", __func__,
+        cloud->sessionLock.Address());
+    cloud->initialized = false;
+}
+
+// ---------------------------------------------------------------- discovery
+
+static bool AwaitLink(std::uint64_t limit_ms) {
+    const std::uint64_t deadline = TickMs() + limit_ms;
+    const LockGuard hold(cloud->change_lock);
+    for (;;) {
+        if (cloud->linkUp) return true;
+        if (cloud->quitRequested || TickMs() >= deadline) return false;
+        cloud->changed.Wait(cloud->change_lock, kLinkPollMs);
+    }
+}
+
+static void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
+    const DeviceReport record = {kCloudTransportId, LoginFromPacket(packet), &cloud->queues};
+    const std::uint8_t* mac = record.login.Mac();
+    CloudLog("[Cloud] CloudUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
+             LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    if (report != nullptr) report(context, record);
+}
+
+// Until no login has come for a while: twice as long for the first one.
+static void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+    std::uint64_t since = TickMs();
+    std::uint64_t limit = std::uint64_t{2} * timeout_ms;
+    while (!cloud->quitRequested) {
+        const std::uint64_t passed = TickMs() - since;
+        if (passed > limit) return;
+        const std::uint64_t wait = std::min(kLoginWaitMs, limit - passed + 1);
+        const PacketPtr login =
+            WaitForPacket(&cloud->queues, kTypeLogn, static_cast<std::uint32_t>(wait), kNoTag,
+                          &cloud->quitRequested);
+        if (login == nullptr || login->type != kTypeLogn) continue;
+        ReportLogin(*login, report, context);
+        since = TickMs();
+        limit = timeout_ms;
+    }
+}
+
+static bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+    if (!cloud->initialized) {
+        Log(kLogTrace, "[%s] Not initialized", __func__);
+        return false;
+    }
+    if (!config.useCloud || !cloud->running) return false;
+    CloudLog("[Cloud] CloudUpdateDevices: waiting for link\r\n");
+    const std::uint64_t link_limit_ms = std::uint64_t{4} * timeout_ms;
+    if (!AwaitLink(link_limit_ms)) {
+        CloudLog("[Cloud] CloudUpdateDevices: no link after %d ms\r\n",
+                 static_cast<int>(link_limit_ms));
+        return false;
+    }
+    CloudLog("[Cloud] CloudUpdateDevices: scanning for devices\r\n");
+    SendIdentify();
+    CollectLogins(timeout_ms, report, context);
+    CloudLog("[Cloud] CloudUpdateDevices done\r\n");
+    return true;
+}
+
+static bool CloudAddressDevice(const std::uint8_t* mac) {
+    if (!cloud->initialized) {
+        Log(kLogTrace, "[%s] Not initialized", __func__);
+        return false;
+    }
+    CloudLog("[Cloud] CloudAddressDevice\r\n");
+    const LockGuard hold(cloud->address_lock);
+    cloud->last_addressed = AddressFromMac(mac);
+    cloud->addressPending = true;
+    SendAddress(cloud->last_addressed);
+    return true;
+}
 
 const Transport kCloudTransport = {
     .name = "Cloud",
-    .id = 0,
+    .id = kCloudTransportId,
     .interface_name = "Network",
     .connection_type = "Cloud",
     .module_type_id = 1,

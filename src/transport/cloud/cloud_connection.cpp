@@ -1,0 +1,272 @@
+#include "transport/cloud/cloud_connection.h"
+
+#include "link/fragmentation.h"
+#include "platform/tick.h"
+#include "support/config.h"
+#include "transport/cloud/cloud_carrier.h"
+#include "transport/cloud/cloud_log.h"
+#include "transport/cloud/cloud_packets.h"
+#include "transport/cloud/cloud_state.h"
+#include "transport/cloud/secure_channel.h"
+
+namespace tarvik {
+
+static constexpr char kThreadName[] = "ConnectionThread";
+static constexpr std::int32_t kPauseMs = 100;
+static constexpr std::int32_t kThreadWaitMs = 100;
+static constexpr std::uint32_t kRetryLimit = 5;
+
+static const CloudCarrier& Carrier() {
+    return config.useWebsocket ? kWebSocketCarrier : kNativeCarrier;
+}
+
+OsThread* StartCarrierThread(OsThreadEntry entry, const char* description, const char* entry_name,
+                             const char* log_name) {
+    OsThread* thread = OsThreadStart(entry, nullptr, description);
+    if (thread != nullptr) {
+        Log(kLogTrace, "[%s] Created Thread handle 0x%p (%s)", log_name, OsThreadHandle(thread),
+            entry_name);
+    }
+    return thread;
+}
+
+void AbortLink() {
+    Carrier().Abort();
+    WakeQueueWaiters(&cloud->queues.tx);
+}
+
+// ---------------------------------------------------------------- the end of a connection
+
+static bool HasEnded(OsThread* thread, std::int32_t timeout_ms) {
+    return thread == nullptr || OsThreadJoin(thread, timeout_ms);
+}
+
+static void CloseThread(OsThread** thread) {
+    if (*thread != nullptr) OsThreadClose(*thread);
+    *thread = nullptr;
+}
+
+static void StopThreads() {
+    cloud->connState = ConnState::kDisconnecting;
+    AbortLink();
+    HasEnded(cloud->receive_thread, -1);
+    HasEnded(cloud->transmit_thread, -1);
+    CloseThread(&cloud->receive_thread);
+    CloseThread(&cloud->transmit_thread);
+    cloud->connState = ConnState::kIdle;
+}
+
+static void Disconnect() {
+    Carrier().Disconnect();
+    CloudSecClearSession();
+    FragForget(&cloud->queues);
+}
+
+// ---------------------------------------------------------------- a connection attempt
+
+static void DropReceived(std::uint32_t type) {
+    Packet* packet = nullptr;
+    do {
+        packet = QueueFindFilterInternal(&cloud->queues.rx, 0, MatchType, {type, kNoTag}, true);
+        FreeMem(packet);
+    } while (packet != nullptr);
+}
+
+// What an earlier connection has left: the channel would take it for the answer to its own.
+static void DropHandshakeLeftovers() {
+    DropReceived(kTypeNhs2);
+    DropReceived(kTypeDeva);
+}
+
+static bool IsAccepted(std::uint32_t status) {
+    switch (status) {
+        case kDeviceRegistered:
+            CloudLog("[Cloud] Device accepted by server\n");
+            return true;
+        case kDeviceIsolated:
+            CloudLog("[Cloud] Device running in ISOLATED mode - limited functionality\n");
+            return true;
+        case kDeviceRejected:
+            CloudLog("[Cloud] Device rejected by server\n");
+            return false;
+        default:
+            return true;
+    }
+}
+
+static bool SecureLink() {
+    if (config.serverPublicKey[0] == '\0') {
+        CloudLog("[Cloud] ERROR: serverPublicKey not configured; Noise is required\n");
+        return false;
+    }
+    CloudLog("[Cloud] Using Noise-like handshake...\n");
+    if (!CloudSecLoadIdentity()) {
+        CloudLog("[Cloud] Failed to load device identity\n");
+        return false;
+    }
+    if (!CloudSecHandshake(&cloud->queues, &cloud->quitRequested)) {
+        CloudLog("[Cloud] Handshake failed\n");
+        return false;
+    }
+    std::uint32_t status = 0;
+    if (!CloudSecIdentify(&cloud->queues, &status, &cloud->quitRequested)) {
+        CloudLog("[Cloud] Device identification failed\n");
+        return false;
+    }
+    return IsAccepted(status);
+}
+
+static void AddressAgain() {
+    const LockGuard hold(cloud->address_lock);
+    if (cloud->addressPending) SendAddress(cloud->last_addressed);
+}
+
+static void ForgetAddress() {
+    const LockGuard hold(cloud->address_lock);
+    cloud->last_addressed = {};
+    cloud->addressPending = false;
+}
+
+static bool Connect() {
+    cloud->linkUp = false;
+    CloudSecClearSession();
+    DropHandshakeLeftovers();
+    return Carrier().Connect() && SecureLink();
+}
+
+static void AttemptConnection(std::uint32_t* retries) {
+    if (Connect()) {
+        CloudLog("[Cloud] Handshake complete, starting communication threads\n");
+        CloudSendLogin();
+        AddressAgain();
+        CloudLog("Login done\n");
+        CloudLog("[Cloud] Connected\r\n");
+        ForgetAddress();
+        cloud->connState = ConnState::kConnected;
+        SetAndAnnounce(&cloud->linkUp);
+        *retries = 0;
+        return;
+    }
+    StopThreads();
+    Disconnect();
+    if (*retries > kRetryLimit) {
+        CloudLog("[Cloud] Failed, waiting for disconnect\r\n");
+        cloud->connState = ConnState::kFailed;
+    } else {
+        CloudLog("[Cloud] Connect failed, retry\r\n");
+    }
+    ++*retries;
+}
+
+// ---------------------------------------------------------------- the states
+
+// Each makes one step; false: the thread is to end.
+
+static bool StepIdle() {
+    if (cloud->quitRequested) return false;
+    if (cloud->connectRequested) {
+        CloudLog("[Cloud] Connecting...\r\n");
+        cloud->connState = ConnState::kConnecting;
+    }
+    return true;
+}
+
+static bool StepConnecting(std::uint32_t* retries) {
+    if (cloud->quitRequested) return false;
+    if (!cloud->connectRequested) {
+        CloudLog("[Cloud] Cancel connect\r\n");
+        cloud->connState = ConnState::kIdle;
+        return true;
+    }
+    AttemptConnection(retries);
+    return true;
+}
+
+// Null: the connection is to stay.
+static const char* ReasonToDisconnect() {
+    if (!cloud->connectRequested) return "[Cloud] Disconnecting\r\n";
+    if (HasEnded(cloud->transmit_thread, 0)) {
+        return "[Cloud] TxThread exited. Reconnecting.\r\n";
+    }
+    if (HasEnded(cloud->receive_thread, 0)) return "[Cloud] RxThread exited. Reconnecting.\r\n";
+    return nullptr;
+}
+
+static bool StepConnected() {
+    if (cloud->quitRequested) {
+        CloudLog("[Cloud] Quit requested\r\n");
+        cloud->connectRequested = false;
+    }
+    const char* reason = ReasonToDisconnect();
+    if (reason == nullptr) return true;
+    CloudLog("%s", reason);
+    // Before the abort: threads that it wakes are to find that they should end.
+    cloud->connState = ConnState::kDisconnecting;
+    AbortLink();
+    return true;
+}
+
+static bool StepFailed() {
+    if (cloud->quitRequested) return false;
+    if (!cloud->connectRequested) cloud->connState = ConnState::kIdle;
+    return true;
+}
+
+static void LogAndClose(OsThread** thread, const char* name) {
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s)", kThreadName, OsThreadHandle(*thread),
+        name);
+    CloseThread(thread);
+}
+
+static bool StepDisconnecting() {
+    if (!HasEnded(cloud->transmit_thread, kThreadWaitMs)) {
+        CloudLog("[Cloud] Waiting for CloudTxThread to exit\r\n");
+        return true;
+    }
+    if (!HasEnded(cloud->receive_thread, kThreadWaitMs)) {
+        CloudLog("[Cloud] Waiting for CloudRxThread to exit\r\n");
+        return true;
+    }
+    LogAndClose(&cloud->transmit_thread, "CloudTxThread");
+    LogAndClose(&cloud->receive_thread, "CloudRxThread");
+    Disconnect();
+    CloudLog("[Cloud] Threads exited. Done.\r\n");
+    cloud->connState = ConnState::kIdle;
+    return true;
+}
+
+static bool Step(std::uint32_t* retries) {
+    switch (cloud->connState.load()) {
+        case ConnState::kIdle:
+            return StepIdle();
+        case ConnState::kConnecting:
+            return StepConnecting(retries);
+        case ConnState::kConnected:
+            return StepConnected();
+        case ConnState::kFailed:
+            return StepFailed();
+        case ConnState::kDisconnecting:
+            return StepDisconnecting();
+    }
+    return false;
+}
+
+// Cut short by a request to quit.
+static void PauseBetweenSteps() {
+    const std::uint64_t deadline = TickMs() + kPauseMs;
+    const LockGuard hold(cloud->change_lock);
+    for (;;) {
+        const std::uint64_t now = TickMs();
+        if (cloud->quitRequested || now >= deadline) return;
+        cloud->changed.Wait(cloud->change_lock, static_cast<std::int32_t>(deadline - now));
+    }
+}
+
+void ConnectionThread(void*) {
+    std::uint32_t retries = 0;  // failures in a row
+    while (Step(&retries))
+        PauseBetweenSteps();
+    CloudLog("[Cloud] Quit requested\r\n");
+}
+
+}  // namespace tarvik

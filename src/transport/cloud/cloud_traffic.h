@@ -1,0 +1,17 @@
+#pragma once
+
+#include "link/packet.h"
+
+// What both carriers do with packets: on arrival, and before they leave.
+namespace tarvik {
+
+// A packet as it came off the wire. The receive thread.
+void DispatchCloudPacket(PacketPtr packet);
+
+// The next packet to put on the wire, sealed, traced and counted; empty when none came within
+// 50 ms. The transmit thread.
+PacketPtr NextCloudPacket();
+// A packet that could not be sent. Deliberate: it stays sealed, and goes to the queue's tail.
+void PutBackCloudPacket(PacketPtr packet);
+
+}  // namespace tarvik

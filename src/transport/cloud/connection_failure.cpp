@@ -1,0 +1,68 @@
+#include "transport/cloud/connection_failure.h"
+
+#include "platform/message_box.h"
+#include "platform/process.h"
+#include "support/config.h"
+#include "support/log.h"
+#include "transport/cloud/websocket_client.h"
+
+namespace tarvik {
+
+static constexpr char kTitle[] = "Tarvik PDU DLL - Connection failure";
+static constexpr std::int64_t kQuietSeconds = 10;
+
+static std::int64_t lastFailureBoxTime = 0;  // the connection thread's
+
+// Deliberate: a name is told alone, a failed connection with the whole URL.
+static bool FormatFailure(char* text, std::size_t size, std::uint32_t error, const char* server,
+                          const char* file) {
+    const char* const proxy = config.proxyAddress;
+    const char* const url = config.websocketAddress;
+    switch (error) {
+        case kErrorNameNotResolved:
+            if (config.useProxy) {
+                FormatText(text, size,
+                           "Failed to resolve '%s' using Proxy '%s'.\n"
+                           "Are you sure the Proxy settings are correct?\n"
+                           "Check config file '%s'.",
+                           server, proxy, file);
+            } else {
+                FormatText(text, size,
+                           "Failed to resolve '%s'.\n"
+                           "Are you sure the settings are correct?\n"
+                           "Maybe you need to set the proxy first?\n"
+                           "Check config file '%s'.",
+                           server, file);
+            }
+            return true;
+        case kErrorCannotConnect:
+            if (config.useProxy) {
+                FormatText(text, size,
+                           "Failed to connect to '%s' using Proxy '%s'.\n"
+                           "Are you sure the Proxy settings are correct?\n"
+                           "Check config file '%s'.",
+                           url, proxy, file);
+            } else {
+                FormatText(text, size,
+                           "Failed to connect to '%s'.\n"
+                           "Are you sure the settings are correct?\n"
+                           "Check config file '%s'.",
+                           url, file);
+            }
+            return true;
+        default:
+            return false;
+    }
+}
+
+void ShowConnectionFailure(std::uint32_t error, const char* server, std::int64_t attempt_second) {
+    if (attempt_second - lastFailureBoxTime < kQuietSeconds) return;
+    char file[260];
+    if (!ResolveConfigPath(file)) FormatText(file, sizeof file, "<unknown>");
+    char text[1024];
+    if (!FormatFailure(text, sizeof text, error, server, file)) return;
+    OsWarningBox(text, kTitle);
+    lastFailureBoxTime = OsCalendarSecond();
+}
+
+}  // namespace tarvik

@@ -1,0 +1,462 @@
+// The WebSocket client on Boost.Beast. Its streams are not for two threads at once, so only one
+// runs `io` at any time and does the work of both: the connection thread while it connects, the
+// receiving thread from then on. A sender hands its packet over and sleeps until it is gone.
+#include <boost/asio/connect.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/ssl.hpp>
+#include <boost/beast/core.hpp>
+#include <boost/beast/http.hpp>
+#include <boost/beast/websocket.hpp>
+#include <boost/beast/websocket/ssl.hpp>
+
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/lock.h"
+#include "support/memory.h"
+#include "transport/cloud/websocket_client.h"
+
+namespace tarvik {
+
+namespace asio = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+namespace websocket = beast::websocket;
+namespace ssl = asio::ssl;
+using asio::ip::tcp;
+using Error = boost::system::error_code;
+
+static constexpr std::size_t kTextCapacity = 256;  // of the other system's texts
+static constexpr char kDefaultProxyPort[] = "80";
+// The limits of Windows's service.
+static constexpr std::chrono::seconds kConnectLimit{60};
+static constexpr std::chrono::seconds kAnswerLimit{30};
+static constexpr std::size_t kWriteBufferSize = 8192;  // a packet leaves in one piece
+
+using PlainStream = websocket::stream<tcp::socket>;
+using SecureStream = websocket::stream<ssl::stream<tcp::socket>>;
+
+struct WebSocketClient {
+    std::string server, endpoint, proxy, user_agent;
+    std::string port;
+    bool use_proxy = false;
+    bool secure = false;
+    bool check_certificate = true;
+
+    // Which of the four handles would be open.
+    std::atomic<bool> session{false}, connection{false}, request{false}, web_socket{false};
+
+    asio::io_context io{1};
+    ssl::context tls{ssl::context::tls_client};
+    tcp::resolver resolver{io};
+    tcp::socket connecting{io};  // until the stream takes it over
+    std::optional<PlainStream> plain_stream;
+    std::optional<SecureStream> secure_stream;
+    std::uint32_t upgrade_error = 0;
+
+    std::atomic<bool> aborted{false};
+    OsLock send_lock;  // guards all below
+    OsCondition changed;
+    bool receiving = false;  // the receiver runs `io`
+    bool broken = false;     // it never will again
+    bool send_done = false;
+    Error send_result;
+};
+
+// Calls `use` with the stream that is in use, if there is one.
+template <typename Use>
+static void WithStream(WebSocketClient* client, Use use) {
+    if (client->secure_stream) {
+        use(*client->secure_stream);
+    } else if (client->plain_stream) {
+        use(*client->plain_stream);
+    }
+}
+
+static void CloseSockets(WebSocketClient* client) {
+    Error ignored;
+    client->resolver.cancel();
+    client->connecting.close(ignored);
+    WithStream(client, [&](auto& stream) { beast::get_lowest_layer(stream).close(ignored); });
+}
+
+// Runs one operation to its end, or, when it takes too long, to its failure. `start` gets the
+// handler to complete it with.
+template <typename Start>
+static Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_point deadline,
+                      Start start) {
+    bool done = false;
+    Error result;
+    start([&](const Error& error, auto&&...) {
+        result = error;
+        done = true;
+    });
+    client->io.restart();
+    bool in_time = true;
+    while (!done) {
+        if (in_time && client->io.run_one_until(deadline) > 0) continue;
+        if (in_time) CloseSockets(client);
+        in_time = false;
+        client->io.run_one();
+    }
+    return in_time ? result : Error(asio::error::timed_out);
+}
+
+template <typename Start>
+static Error RunWithin(WebSocketClient* client, std::chrono::seconds limit, Start start) {
+    if (client->aborted) return asio::error::operation_aborted;
+    return RunUntil(client, std::chrono::steady_clock::now() + limit, start);
+}
+
+static std::uint32_t CodeOf(const WebSocketClient& client, const Error& error,
+                            std::uint32_t otherwise) {
+    if (!error) return 0;
+    if (client.aborted) return kErrorOperationCancelled;
+    return error == asio::error::timed_out ? kErrorTimeout : otherwise;
+}
+
+// No exception leaves this file.
+template <typename Body>
+static std::uint32_t Guarded(Body body) {
+    try {
+        return body();
+    } catch (const std::exception&) {
+        return kErrorConnectionBroken;
+    }
+}
+
+WebSocketClient* CreateWebSocketClient() {
+    try {
+        return NewTracked<WebSocketClient>();
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+void DestroyWebSocketClient(WebSocketClient* client) { DeleteTracked(client); }
+
+// ---------------------------------------------------------------- what only keeps values
+
+static bool SetText(std::string* text, const char* value) {
+    if (std::strlen(value) >= kTextCapacity) return false;
+    *text = value;
+    return true;
+}
+
+bool SetWebSocketServer(WebSocketClient* client, const char* server) {
+    return SetText(&client->server, server);
+}
+
+bool SetWebSocketEndpoint(WebSocketClient* client, const char* endpoint) {
+    return SetText(&client->endpoint, endpoint);
+}
+
+bool SetWebSocketProxyAddress(WebSocketClient* client, const char* proxy) {
+    return SetText(&client->proxy, proxy);
+}
+
+std::uint32_t OpenWebSocketSession(WebSocketClient* client, const char* user_agent) {
+    client->user_agent = user_agent;
+    client->session = true;
+    return 0;
+}
+
+std::uint32_t UseWebSocketProxy(WebSocketClient* client) {
+    client->use_proxy = true;
+    return 0;
+}
+
+std::uint32_t ConnectWebSocketServer(WebSocketClient* client, std::uint32_t port) {
+    client->port = std::to_string(static_cast<std::uint16_t>(port));
+    client->connection = true;
+    return 0;
+}
+
+std::uint32_t OpenWebSocketRequest(WebSocketClient* client, bool secure) {
+    client->secure = secure;
+    client->request = true;
+    return 0;
+}
+
+std::uint32_t IgnoreCertificateFaults(WebSocketClient* client) {
+    client->check_certificate = false;
+    return 0;
+}
+
+std::uint32_t RequestWebSocketUpgrade(WebSocketClient*) { return 0; }
+
+// ---------------------------------------------------------------- connecting
+
+struct HostAndPort {
+    std::string host, port;
+};
+
+// "host", "host:port", each with or without "http://".
+static HostAndPort ProxyTarget(const WebSocketClient& client) {
+    std::string_view text(client.proxy);
+    constexpr std::string_view kScheme = "http://";
+    if (text.starts_with(kScheme)) text.remove_prefix(kScheme.size());
+    text = text.substr(0, text.find('/'));
+    const std::size_t colon = text.rfind(':');
+    if (colon == text.npos) return {std::string(text), kDefaultProxyPort};
+    return {std::string(text.substr(0, colon)), std::string(text.substr(colon + 1))};
+}
+
+static std::uint32_t OpenConnection(WebSocketClient* client) {
+    const HostAndPort target =
+        client->use_proxy ? ProxyTarget(*client) : HostAndPort{client->server, client->port};
+    tcp::resolver::results_type found;
+    const Error resolved = RunWithin(client, kConnectLimit, [&](auto done) {
+        client->resolver.async_resolve(
+            target.host, target.port,
+            [&found, done](const Error& error, const tcp::resolver::results_type& results) mutable {
+                found = results;
+                done(error);
+            });
+    });
+    if (resolved) return CodeOf(*client, resolved, kErrorNameNotResolved);
+    const Error connected = RunWithin(client, kConnectLimit, [&](auto done) {
+        asio::async_connect(client->connecting, found, done);
+    });
+    if (connected) return CodeOf(*client, connected, kErrorCannotConnect);
+    Error ignored;
+    client->connecting.set_option(tcp::no_delay(true), ignored);
+    return 0;
+}
+
+static std::string Authority(const WebSocketClient& client) {
+    return client.server + ":" + client.port;
+}
+
+// Asks the proxy for a tunnel to the server.
+static std::uint32_t OpenTunnel(WebSocketClient* client) {
+    http::request<http::empty_body> request(http::verb::connect, Authority(*client), 11);
+    request.set(http::field::host, Authority(*client));
+    request.set(http::field::user_agent, client->user_agent);
+    const Error asked = RunWithin(client, kAnswerLimit, [&](auto done) {
+        http::async_write(client->connecting, request, done);
+    });
+    if (asked) return CodeOf(*client, asked, kErrorConnectionBroken);
+    // The proxy sends nothing behind its answer before we have sent something ourselves.
+    beast::flat_buffer buffer;
+    http::response_parser<http::empty_body> answer;
+    answer.skip(true);
+    const Error answered = RunWithin(client, kAnswerLimit, [&](auto done) {
+        http::async_read_header(client->connecting, buffer, answer, done);
+    });
+    if (answered) return CodeOf(*client, answered, kErrorConnectionBroken);
+    const bool opened =
+        http::to_status_class(answer.get().result()) == http::status_class::successful;
+    return opened ? 0 : kErrorCannotConnect;
+}
+
+static bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream) {
+    Error error;
+    // Names of servers only: the extension does not know addresses.
+    Error no_address;
+    asio::ip::make_address(client->server, no_address);
+    if (no_address) SSL_set_tlsext_host_name(stream->native_handle(), client->server.c_str());
+    if (!client->check_certificate) {
+        stream->set_verify_mode(ssl::verify_none, error);
+        return !error;
+    }
+    client->tls.set_default_verify_paths(error);
+    if (!error) stream->set_verify_mode(ssl::verify_peer, error);
+    if (!error) stream->set_verify_callback(ssl::host_name_verification(client->server), error);
+    return !error;
+}
+
+static std::uint32_t OpenTls(WebSocketClient* client) {
+    client->secure_stream.emplace(std::move(client->connecting), client->tls);
+    auto& stream = client->secure_stream->next_layer();
+    if (!PrepareTls(client, &stream)) return kErrorSecureFailure;
+    const Error greeted = RunWithin(client, kAnswerLimit, [&](auto done) {
+        stream.async_handshake(ssl::stream_base::client, done);
+    });
+    return CodeOf(*client, greeted, kErrorSecureFailure);
+}
+
+std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
+    return Guarded([client] {
+        std::uint32_t error = OpenConnection(client);
+        if (error == 0 && client->use_proxy) error = OpenTunnel(client);
+        if (error != 0) return error;
+        if (client->secure) return OpenTls(client);
+        client->plain_stream.emplace(std::move(client->connecting));
+        return std::uint32_t{0};
+    });
+}
+
+template <typename Stream>
+static void Configure(Stream* stream, const std::string& user_agent) {
+    stream->set_option(
+        websocket::stream_base::decorator([user_agent](websocket::request_type& request) {
+            request.set(http::field::user_agent, user_agent);
+        }));
+    stream->binary(true);
+    stream->auto_fragment(false);
+    stream->write_buffer_bytes(kWriteBufferSize);
+    websocket::stream_base::timeout limits{};
+    limits.handshake_timeout = kAnswerLimit;  // of the closing, too
+    limits.idle_timeout = websocket::stream_base::none();
+    limits.keep_alive_pings = false;
+    stream->set_option(limits);
+    stream->read_message_max(0);  // any size: messages are cut into packets, not kept
+}
+
+// An answer that refuses the upgrade is an answer: the next step is the one that fails.
+static bool IsRefusal(const Error& error) {
+    return error.category() == Error(websocket::error::upgrade_declined).category() ||
+           error.category() == Error(http::error::bad_version).category();
+}
+
+std::uint32_t ReceiveWebSocketResponse(WebSocketClient* client) {
+    return Guarded([client] {
+        Error answered;
+        WithStream(client, [&](auto& stream) {
+            Configure(&stream, client->user_agent);
+            answered = RunWithin(client, kAnswerLimit, [&](auto done) {
+                stream.async_handshake(Authority(*client), client->endpoint, done);
+            });
+        });
+        if (answered && !client->aborted && IsRefusal(answered)) {
+            client->upgrade_error = kErrorInvalidResponse;
+            return std::uint32_t{0};
+        }
+        return CodeOf(*client, answered, kErrorConnectionBroken);
+    });
+}
+
+std::uint32_t CompleteWebSocketUpgrade(WebSocketClient* client) {
+    if (client->upgrade_error != 0) return client->upgrade_error;
+    client->request = false;
+    client->web_socket = true;
+    return 0;
+}
+
+// ---------------------------------------------------------------- messages
+
+// False: aborted; `io` is not to be run any more.
+static bool BeginReceiving(WebSocketClient* client) {
+    const LockGuard hold(client->send_lock);
+    client->receiving = !client->aborted;
+    return client->receiving;
+}
+
+static void EndReceiving(WebSocketClient* client, bool broken) {
+    const LockGuard hold(client->send_lock);
+    client->receiving = false;
+    if (broken) client->broken = true;
+    client->changed.WakeAll();
+}
+
+template <typename Stream>
+static Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buffer,
+                      std::uint32_t* bytes) {
+    bool done = false;
+    Error result;
+    stream->async_read_some(buffer, [&](const Error& error, std::size_t count) {
+        result = error;
+        *bytes = static_cast<std::uint32_t>(count);
+        done = true;
+    });
+    client->io.restart();
+    while (!done)
+        client->io.run_one();
+    return result;
+}
+
+template <typename Stream>
+static MessageKind KindOf(const Stream& stream) {
+    if (stream.got_text()) {
+        return stream.is_message_done() ? MessageKind::kText : MessageKind::kTextFragment;
+    }
+    return stream.is_message_done() ? MessageKind::kBinary : MessageKind::kBinaryFragment;
+}
+
+std::uint32_t ReceiveFromWebSocket(WebSocketClient* client, void* data, std::uint32_t size,
+                                   std::uint32_t* bytes, MessageKind* kind) {
+    if (!BeginReceiving(client)) return kErrorOperationCancelled;
+    const std::uint32_t code = Guarded([&] {
+        Error result;
+        WithStream(client, [&](auto& stream) {
+            result = ReadSome(client, &stream, asio::buffer(data, size), bytes);
+            *kind = KindOf(stream);
+        });
+        if (result == websocket::error::closed) {
+            *kind = MessageKind::kClose;
+            return std::uint32_t{0};
+        }
+        return CodeOf(*client, result, kErrorConnectionBroken);
+    });
+    EndReceiving(client, code != 0 || *kind == MessageKind::kClose);
+    return code;
+}
+
+// On the receiving thread.
+static void StartSending(WebSocketClient* client, asio::const_buffer packet) {
+    WithStream(client, [&](auto& stream) {
+        stream.async_write(packet, [client](const Error& error, std::size_t) {
+            const LockGuard hold(client->send_lock);
+            client->send_result = error;
+            client->send_done = true;
+            client->changed.WakeAll();
+        });
+    });
+}
+
+// Until the packet is not looked at any more: it has been sent, or the receiving thread does not
+// run `io` again.
+static void AwaitSent(WebSocketClient* client) {
+    for (;;) {
+        if (client->send_done || client->broken) return;
+        if (client->aborted && !client->receiving) return;
+        client->changed.Wait(client->send_lock, -1);
+    }
+}
+
+std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::uint32_t size) {
+    return Guarded([&] {
+        const LockGuard hold(client->send_lock);
+        client->send_done = false;
+        asio::post(client->io,
+                   [client, packet = asio::buffer(data, size)] { StartSending(client, packet); });
+        AwaitSent(client);
+        if (client->send_done && !client->send_result) return std::uint32_t{0};
+        return client->aborted ? kErrorOperationCancelled : kErrorConnectionBroken;
+    });
+}
+
+// ---------------------------------------------------------------- closing
+
+bool AbortWebSocket(WebSocketClient* client) {
+    {
+        const LockGuard hold(client->send_lock);
+        client->aborted = true;
+        client->changed.WakeAll();
+    }
+    Guarded([client] {
+        asio::post(client->io, [client] { CloseSockets(client); });
+        return std::uint32_t{0};
+    });
+    return client->web_socket.exchange(false);
+}
+
+bool CloseWebSocketRequest(WebSocketClient* client) { return client->request.exchange(false); }
+
+bool CloseWebSocket(WebSocketClient* client) { return client->web_socket.exchange(false); }
+
+bool CloseWebSocketConnection(WebSocketClient* client) {
+    CloseSockets(client);
+    return client->connection.exchange(false);
+}
+
+bool CloseWebSocketSession(WebSocketClient* client) { return client->session.exchange(false); }
+
+}  // namespace tarvik

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "support/config.h"
+#include "transport/cloud/cloud_state.h"
+#include "transport/transport.h"
+#include "unit/cloud/fake_network.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+
+// The cloud transport in front of the fake network and channel; not started until the test says so.
+class CloudFixture : public testing::Test {
+protected:
+    void SetUp() override {
+        network_.Reset();
+        FakeChannel::Reset();
+        config = {};
+        config.useCloud = true;
+        SetText(config.serverAddress, "relay.test:4711");
+        SetText(config.websocketAddress, "ws://relay.test:4712/dongles");
+        SetText(config.serverPublicKey, "04");
+        kCloudTransport.Init();
+    }
+    void TearDown() override {
+        kCloudTransport.Deinit();
+        EXPECT_EQ(network_.OpenLinks(), 0u);
+        EXPECT_EQ(network_.NetworkUses(), 0u);
+        config = {};
+        if (HasFailure()) std::fputs(console_.Text().c_str(), stderr);
+    }
+
+    template <std::size_t Capacity>
+    static void SetText(char (&field)[Capacity], const std::string& text) {
+        ASSERT_LT(text.size(), Capacity);
+        std::memcpy(field, text.c_str(), text.size() + 1);
+    }
+    bool Logs(const std::string& line, std::size_t count = 1) {
+        return Eventually([&] { return log_.Count(line) >= count; });
+    }
+    static bool IsUp() {
+        return Eventually(
+            [] { return cloud->linkUp && cloud->connState == ConnState::kConnected; });
+    }
+    // Starts the transport and waits until it is connected.
+    bool Connect() {
+        kCloudTransport.Start();
+        return IsUp();
+    }
+    static bool Reaches(ConnState state) {
+        return Eventually([=] { return cloud->connState == state; });
+    }
+    static PacketPtr Arrives(std::uint32_t type) {
+        return WaitForPacket(&cloud->queues, type, 10'000, kNoTag);
+    }
+    static Bytes Login(const std::string& mac, const std::string& name) {
+        Bytes payload(kLoginSize - MIN_PKT_SIZE);
+        std::memcpy(payload.data() + 4, mac.data(), 6);
+        std::memcpy(payload.data() + 56, name.data(), name.size());
+        return WirePacket(kTypeLogn, payload);
+    }
+    // The packets sent inside sealed ones, and those sent bare.
+    std::vector<Bytes> SentOf(std::uint32_t type) {
+        std::vector<Bytes> found;
+        for (const Bytes& packet : network_.Sent()) {
+            const bool sealed = LoadU32(packet.data()) == kTypeCryp;
+            Bytes inner(packet.begin() + (sealed ? 24 : 0), packet.end());
+            if (LoadU32(inner.data()) == type) found.push_back(inner);
+        }
+        return found;
+    }
+
+    FakeNetwork& network_ = FakeNetwork::Get();
+    LogCapture log_;
+    StdoutCapture console_;
+};
+
+// The same behaviour over both carriers.
+class BothCarriers : public CloudFixture, public testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override {
+        CloudFixture::SetUp();
+        config.useWebsocket = GetParam();
+    }
+};
+
+}  // namespace tarvik::test

@@ -1,0 +1,124 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "link/packet.h"
+#include "transport/cloud/websocket_client.h"
+
+// What stands behind tcp_socket.h and websocket_client.h in these tests: a relay in this process.
+namespace tarvik::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes WirePacket(std::uint32_t type, const Bytes& payload = {});
+
+enum class Reception : std::uint8_t {
+    kAccept,
+    kRefuse,
+    kNeverAnswer,  // until it is aborted
+};
+
+// The steps of a WebSocket connection that a test can let fail.
+enum class WebSocketStep : std::uint8_t {
+    kNone,
+    kServer,
+    kEndpoint,
+    kProxyAddress,
+    kOpen,
+    kProxy,
+    kConnect,
+    kOpenRequest,
+    kCertificates,
+    kUpgradeOption,
+    kSend,
+    kReceive,
+    kComplete,
+};
+
+class FakeNetwork {
+public:
+    static FakeNetwork& Get();
+
+    // For the next test.
+    void Reset();
+
+    // --- the relay's side ---
+    void Receive(Reception reception) { reception_ = reception; }
+    void FailResolving(int error) { resolve_error_ = error; }
+    void FailWebSocket(WebSocketStep step, std::uint32_t error);
+    void FailSending(std::uint32_t error = kErrorConnectionBroken) { send_error_ = error; }
+    void Deliver(const Bytes& bytes, MessageKind kind = MessageKind::kBinary);
+    void FailReceiving(std::uint32_t error) { SetReceiveError(error); }
+    void HangUp();  // what has been delivered before can still be read
+
+    std::vector<Bytes> Sent();
+    std::size_t SentCount(std::uint32_t type);
+    bool EventuallySends(std::uint32_t type, std::size_t count = 1);
+    bool EventuallyIdle();  // all delivered has been read
+    std::uint32_t Connections() const { return connections_; }
+    std::uint32_t Peeks() const { return peeks_; }
+    std::uint32_t NetworkUses() const { return network_uses_; }
+    std::uint32_t OpenLinks() const { return open_links_; }
+    std::string Target();  // of the last attempt: "host:port", with the endpoint of a WebSocket
+
+    // --- the library's side ---
+    int Resolve(const std::string& target);
+    bool Connect(const std::atomic<bool>& abort);
+    void Abort();
+    void Close();
+    bool WaitForBytes(std::int32_t timeout_ms);  // false: time ran out
+    bool HasEnded();
+    bool IsAborted() const { return aborted_; }
+    int Peek(void* data, std::uint32_t size);
+    int Read(void* data, std::uint32_t size);
+    std::uint32_t ReadMessage(void* data, std::uint32_t size, std::uint32_t* bytes,
+                              MessageKind* kind);
+    std::uint32_t Send(const void* data, std::uint32_t size);
+    std::uint32_t Step(WebSocketStep step) const;
+    void SetTarget(const std::string& target);
+    void UseNetwork(int change) { network_uses_ += static_cast<std::uint32_t>(change); }
+
+private:
+    struct Message {
+        MessageKind kind;
+        Bytes bytes;
+    };
+    void SetReceiveError(std::uint32_t error);
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::deque<Message> incoming_;  // guarded by lock_, as all below that is not atomic
+    std::vector<Bytes> sent_;
+    std::string target_;
+    bool ended_ = false;
+    std::uint32_t receive_error_ = 0;
+    std::atomic<bool> aborted_{false};
+    std::atomic<Reception> reception_{Reception::kAccept};
+    std::atomic<int> resolve_error_{0};
+    std::atomic<std::uint32_t> send_error_{0};
+    std::atomic<WebSocketStep> failing_step_{WebSocketStep::kNone};
+    std::atomic<std::uint32_t> step_error_{0};
+    std::atomic<std::uint32_t> connections_{0}, peeks_{0}, network_uses_{0}, open_links_{0};
+};
+
+// The secure channel of these tests: it sends one NHS1 and one DEVI, seals by putting the packet
+// into a CRYP as it is, and does what it is told.
+struct FakeChannel {
+    static void Reset();
+    static void EndSession();
+    static inline std::atomic<bool> identity_loads{true};
+    static inline std::atomic<bool> handshake_succeeds{true};
+    static inline std::atomic<bool> identify_succeeds{true};
+    static inline std::atomic<std::uint32_t> status{0};
+    static inline std::atomic<std::uint32_t> clears{0};
+};
+Bytes SealedPacket(const Bytes& packet);
+
+}  // namespace tarvik::test

@@ -1,0 +1,212 @@
+// What both carriers do with packets, and discovery.
+#include <algorithm>
+
+#include "link/fragmentation.h"
+#include "link/packet_counters.h"
+#include "unit/cloud/cloud_fixture.h"
+
+namespace tarvik::test {
+namespace {
+
+class CloudTraffic : public BothCarriers {
+protected:
+    void SetUp() override {
+        BothCarriers::SetUp();
+        FragInit();
+        ASSERT_TRUE(Connect());
+        ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Carrier, CloudTraffic, testing::Bool(),
+                         [](const auto& suite) { return suite.param ? "WebSocket" : "Tcp"; });
+
+Bytes Numbered(std::uint32_t size) {
+    Bytes bytes(size);
+    for (std::uint32_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<std::uint8_t>(i * 7);
+    return bytes;
+}
+
+TEST_P(CloudTraffic, SealedAnswerArrivesOpened) {
+    network_.Deliver(SealedPacket(WirePacket(kTypeSync, {1, 2, 3})));
+    const PacketPtr packet = Arrives(kTypeSync);
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(packet->length, 11u);
+}
+
+TEST_P(CloudTraffic, PacketThatIsNotSealedIsTakenAsItIs) {
+    network_.Deliver(WirePacket(kTypeSync, {1}));
+    EXPECT_NE(Arrives(kTypeSync), nullptr);
+}
+
+TEST_P(CloudTraffic, ForgedPacketIsDroppedAndTheNextOneTaken) {
+    network_.Deliver(WirePacket(kTypeCryp, Numbered(40)));
+    network_.Deliver(WirePacket(kTypeCryp, {}));
+    network_.Deliver(WirePacket(kTypeSync, {}));
+    EXPECT_NE(Arrives(kTypeSync), nullptr);
+    EXPECT_EQ(log_.Count("[Cloud] Failed to open AEAD packet"), 2u);
+}
+
+TEST_P(CloudTraffic, SealedPacketWithoutAChannelIsDropped) {
+    FakeChannel::EndSession();
+    network_.Deliver(SealedPacket(WirePacket(kTypeIden, {})));
+    network_.Deliver(WirePacket(kTypeSync, {}));
+    EXPECT_NE(Arrives(kTypeSync), nullptr);
+    EXPECT_TRUE(log_.Has("[Cloud] Received CRYPT packet but Noise channel not established"));
+}
+
+TEST_P(CloudTraffic, FragmentsBecomeThePacketTheyWereCutFrom) {
+    const Bytes whole = WirePacket(kTypeSync, Numbered(60));
+    for (std::uint16_t index = 0; index < 2; ++index) {
+        Bytes payload(8);
+        StoreU16(payload.data(), index);
+        StoreU16(payload.data() + 2, 2);
+        StoreU32(payload.data() + 4, static_cast<std::uint32_t>(whole.size()));
+        const auto half = static_cast<std::ptrdiff_t>(whole.size() / 2);
+        payload.insert(payload.end(), whole.begin() + (index == 0 ? 0 : half),
+                       index == 0 ? whole.begin() + half : whole.end());
+        network_.Deliver(SealedPacket(WirePacket(kTypeFrag, payload)));
+    }
+    const PacketPtr packet = Arrives(kTypeSync);
+    ASSERT_NE(packet, nullptr);
+    EXPECT_EQ(Bytes(packet->Bytes(), packet->Bytes() + packet->length), whole);
+}
+
+TEST_P(CloudTraffic, LongPacketLeavesInFragmentsThatStaySmallEnoughSealed) {
+    PacketPtr request = MakePacket(kTypeTspr, 4096);
+    ASSERT_TRUE(FragSendPacket(&cloud->queues, request));
+    ASSERT_TRUE(network_.EventuallySends(kTypeFrag, 2));
+    for (const Bytes& packet : network_.Sent())
+        EXPECT_LE(packet.size(), MAX_PKT_SIZE);
+}
+
+TEST_P(CloudTraffic, ProbeIsAnsweredWithItsPayload) {
+    network_.Deliver(WirePacket(kTypePing, {9, 8, 7}));
+    ASSERT_TRUE(network_.EventuallySends(kTypeRepl));
+    EXPECT_EQ(SentOf(kTypeRepl).at(0), WirePacket(kTypeRepl, {9, 8, 7}));
+}
+
+TEST_P(CloudTraffic, RelayThatAsksWhoWeAreIsToldAgain) {
+    network_.Deliver(WirePacket(kTypeIden));
+    EXPECT_TRUE(network_.EventuallySends(kTypeLogn, 2));
+}
+
+TEST_P(CloudTraffic, LoginsOfBothTypesAreReportedUpwards) {
+    network_.Deliver(Login("\x01\x02\x03\x04\x05\x06", "one"));
+    Bytes other = Login("\x01\x02\x03\x04\x05\x07", "two");
+    StoreU32(other.data(), TypeCode("LOGC"));
+    network_.Deliver(other);
+    EXPECT_NE(Arrives(TypeCode("LOGC")), nullptr);
+    EXPECT_NE(Arrives(kTypeLogn), nullptr);
+    EXPECT_TRUE(Eventually([&] {
+        return log_.Count(
+                   "[DpduTransportReportLoginPacket] PDU API not constructed - ignoring "
+                   "report") == 2;
+    }));
+}
+
+TEST_P(CloudTraffic, CountersCountWhatIsOnTheWire) {
+    const PacketCounters before = ReadPacketCounters();
+    network_.Deliver(SealedPacket(WirePacket(kTypePing, {1, 2})));
+    ASSERT_TRUE(network_.EventuallySends(kTypeRepl));
+    const PacketCounters after = ReadPacketCounters();
+    EXPECT_EQ(after.received_packets, before.received_packets + 1);
+    EXPECT_EQ(after.received_bytes, before.received_bytes + 34);
+    EXPECT_EQ(after.sent_packets, before.sent_packets + 1);
+    EXPECT_EQ(after.sent_bytes, before.sent_bytes + 34);
+}
+
+TEST_P(CloudTraffic, TraceTellsWhatArrivedAndWhatWasInside) {
+    TraceCapture trace;
+    network_.Deliver(SealedPacket(WirePacket(kTypePing, {1})));
+    ASSERT_TRUE(network_.EventuallySends(kTypeRepl));
+    kCloudTransport.Stop();
+    trace.Stop();
+    EXPECT_TRUE(
+        trace.Mentions("\"dir\":\"rx\",\"stage\":\"wire\",\"type\":1129470288,"
+                       "\"type_str\":\"PYRC\",\"len\":33"));
+    EXPECT_TRUE(
+        trace.Mentions("\"dir\":\"rx\",\"stage\":\"plain\",\"type\":1346981447,"
+                       "\"type_str\":\"GNIP\",\"len\":9"));
+    EXPECT_TRUE(trace.Mentions("\"dir\":\"tx\",\"stage\":\"wire\",\"type\":1129470288"));
+}
+
+// ---------------------------------------------------------------- discovery
+
+struct Found {
+    std::vector<std::string> names;
+    static void Report(void* context, const DeviceReport& report) {
+        EXPECT_EQ(report.transport, 0u);
+        EXPECT_EQ(report.queues, &cloud->queues);
+        static_cast<Found*>(context)->names.push_back(LoginDeviceName(report.login).text);
+    }
+};
+
+TEST_P(CloudTraffic, DiscoveryReportsEveryDongleThatAnswers) {
+    Found found;
+    Thread relay([&] {
+        if (!network_.EventuallySends(kTypeIden)) return;
+        network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x06", "one")));
+        network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x07", "two")));
+    });
+    EXPECT_TRUE(kCloudTransport.UpdateDevices(500, Found::Report, &found));
+    EXPECT_EQ(found.names, (std::vector<std::string>{"one", "two"}));
+    EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices received: 'two' with mac 01:02:03:04:05:07"));
+    EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices done"));
+}
+
+TEST_P(CloudTraffic, DiscoveryWithoutAnAnswerEndsAfterTwiceTheTime) {
+    Found found;
+    const std::uint64_t begin = TickMs();
+    EXPECT_TRUE(kCloudTransport.UpdateDevices(200, Found::Report, &found));
+    EXPECT_GE(TickMs() - begin, 400u);
+    EXPECT_TRUE(found.names.empty());
+}
+
+TEST_P(CloudTraffic, StopEndsADiscovery) {
+    Thread scan([] { kCloudTransport.UpdateDevices(600'000, nullptr, nullptr); });
+    EXPECT_TRUE(Logs("[Cloud] CloudUpdateDevices: scanning for devices"));
+    kCloudTransport.Stop();
+    scan.Join();
+    EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices done"));
+}
+
+class CloudDiscovery : public CloudFixture {};
+
+TEST_F(CloudDiscovery, NeedsTheSwitchTheInitialisationAndTheStart) {
+    EXPECT_FALSE(kCloudTransport.UpdateDevices(1, nullptr, nullptr));  // not started
+    kCloudTransport.Deinit();
+    EXPECT_FALSE(kCloudTransport.UpdateDevices(1, nullptr, nullptr));
+    EXPECT_TRUE(log_.Has("[CloudUpdateDevices] Not initialized"));
+    const std::uint8_t mac[6] = {};
+    EXPECT_FALSE(kCloudTransport.AddressDevice(mac));
+    EXPECT_TRUE(log_.Has("[CloudAddressDevice] Not initialized"));
+    kCloudTransport.Start();
+    EXPECT_TRUE(log_.Has("[CloudStart] Not initialized, cannot start"));
+}
+
+TEST_F(CloudDiscovery, WaitsFourTimesTheTimeForALink) {
+    network_.Receive(Reception::kNeverAnswer);
+    kCloudTransport.Start();
+    const std::uint64_t begin = TickMs();
+    EXPECT_FALSE(kCloudTransport.UpdateDevices(50, nullptr, nullptr));
+    EXPECT_GE(TickMs() - begin, 200u);
+    EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices: no link after 200 ms"));
+}
+
+TEST_F(CloudDiscovery, LinkThatComesWhileItIsWaitedForIsUsed) {
+    network_.Receive(Reception::kNeverAnswer);
+    kCloudTransport.Start();
+    bool scanned = false;
+    Thread scan([&] { scanned = kCloudTransport.UpdateDevices(2000, nullptr, nullptr); });
+    EXPECT_TRUE(Logs("[Cloud] CloudUpdateDevices: waiting for link"));
+    network_.Receive(Reception::kAccept);
+    EXPECT_TRUE(Logs("[Cloud] CloudUpdateDevices: scanning for devices"));
+    kCloudTransport.Stop();
+    scan.Join();
+    EXPECT_TRUE(scanned);
+}
+
+}  // namespace
+}  // namespace tarvik::test
