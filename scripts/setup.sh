@@ -14,7 +14,7 @@ export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 recipe=1
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
-    libudev-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
+    libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
     libgtest-dev libgmock-dev libbenchmark-dev zsh groff-base python3-cryptography-vectors"
 linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run
     zsh groff"

@@ -38,6 +38,11 @@ static void CloudInit() {
     InitializeQueue(&queues.rx);
     InitializeQueue(&queues.tx);
     queues.mtu = kCloudMtu;
+    {
+        const LockGuard hold(cloud->address_lock);
+        cloud->last_addressed = {};
+        cloud->addressPending = false;
+    }
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION statsLock at 0x%p", __func__,
         PacketCountersLockAddress());
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION sessionLock at 0x%p", __func__,
