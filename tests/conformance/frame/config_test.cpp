@@ -112,6 +112,9 @@ FRESH_PROCESS_TEST(FreshConfig, OnlyTheFirst1024BytesAreRead) {
     EXPECT_TRUE(DemoStarts());  // the last brace is gone, and with it every key
 }
 
+// Printed whether its switch is on or off.
+static constexpr char kCloudStart[] = "[Cloud] ---CONNECTING---\r\n";
+
 FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTransportsOff) {
     UseLibraryCopy();
     StdoutCapture console;
@@ -121,8 +124,8 @@ FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTranspor
     EXPECT_EQ(modules->NumEntries, 0u);
     const std::string log = ReadFile(LogPath());
     EXPECT_EQ(log.find("Start] Done"), std::string::npos);
-    EXPECT_EQ(console.Text(),
-              "Creating default config file\nOpened config file: " + LibraryConfigPath() + "\n");
+    EXPECT_EQ(console.Text(), "Creating default config file\nOpened config file: " +
+                                  LibraryConfigPath() + "\n" + kCloudStart);
     EXPECT_FALSE(FileExists(UserConfigPath()));
 
     const std::string text = ReadFile(LibraryConfigPath());
@@ -184,7 +187,7 @@ FRESH_PROCESS_TEST(FreshConfig, UserPathIsTakenWhenTheLibraryFolderCannotHoldThe
     Construct();
     EXPECT_EQ(console.Text(),
               "Creating default config file\nFailed to create config file: " + LibraryConfigPath() +
-                  "\nOpened config file: " + UserConfigPath() + "\n");
+                  "\nOpened config file: " + UserConfigPath() + "\n" + kCloudStart);
     EXPECT_TRUE(FileExists(UserConfigPath()));
 }
 
@@ -196,7 +199,7 @@ FRESH_PROCESS_TEST(FreshConfig, NowhereToCreateTheFileFailsNothing) {
     Construct();  // with every switch off, as the record is before it was ever read
     EXPECT_EQ(console.Text(),
               "Creating default config file\nFailed to create config file: " + LibraryConfigPath() +
-                  "\nFailed to create config file: " + UserConfigPath() + "\n");
+                  "\nFailed to create config file: " + UserConfigPath() + "\n" + kCloudStart);
     EXPECT_FALSE(FileExists(LogPath()));
     Destruct();
 }

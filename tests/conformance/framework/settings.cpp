@@ -8,11 +8,13 @@ namespace conformance {
 
 std::string Settings::Json() const {
     const nlohmann::json values = {
-        {"showDebug", showDebug},     {"enableCopTrace", enableCopTrace},
-        {"useSerial", useSerial},     {"enableDebugLogFile", enableDebugLogFile},
-        {"useCloud", useCloud},       {"useBle", useBle},
-        {"dummyDevice", dummyDevice}, {"disableCertValidation", false},
-        {"useWebsocket", false},
+        {"showDebug", showDebug},         {"enableCopTrace", enableCopTrace},
+        {"useSerial", useSerial},         {"enableDebugLogFile", enableDebugLogFile},
+        {"useCloud", useCloud},           {"useBle", useBle},
+        {"dummyDevice", dummyDevice},     {"disableCertValidation", disableCertValidation},
+        {"useWebsocket", useWebsocket},   {"useProxy", useProxy},
+        {"serverAddress", serverAddress}, {"websocketAddress", websocketAddress},
+        {"proxyAddress", proxyAddress},   {"serverPublicKey", serverPublicKey},
     };
     return values.dump(2);
 }

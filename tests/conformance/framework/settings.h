@@ -13,6 +13,13 @@ struct Settings {
     bool useCloud = false;
     bool useBle = false;
     bool dummyDevice = false;
+    bool useWebsocket = false;
+    bool useProxy = false;
+    bool disableCertValidation = false;
+    std::string serverAddress = {};
+    std::string websocketAddress = {};
+    std::string proxyAddress = {};
+    std::string serverPublicKey = {};
 
     std::string Json() const;
     // Writes them where the next PDUConstruct of this process finds them.

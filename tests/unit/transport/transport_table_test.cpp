@@ -107,20 +107,15 @@ TEST_F(TransportTableTest, WithEverySwitchOffNothingStartsAndNothingIsFound) {
         TransportTable.entries[i]->Deinit();
 }
 
-TEST_F(TransportTableTest, CloudAndBleDoNothingYetWhateverTheirSwitches) {
-    config.useCloud = true;
+TEST_F(TransportTableTest, BleDoesNothingYetWhateverItsSwitch) {
     config.useBle = true;
     LogCapture log;
-    for (const Transport* transport : {&kCloudTransport, &kBleTransport}) {
-        transport->Init();
-        transport->Start();
-        EXPECT_FALSE(transport->UpdateDevices(
-            10, [](void*, const DeviceReport&) { FAIL() << "reported a dongle"; }, nullptr));
-        transport->Stop();
-        transport->Deinit();
-    }
-    const std::uint8_t mac[6] = {};
-    EXPECT_FALSE(kCloudTransport.AddressDevice(mac));
+    kBleTransport.Init();
+    kBleTransport.Start();
+    EXPECT_FALSE(kBleTransport.UpdateDevices(
+        10, [](void*, const DeviceReport&) { FAIL() << "reported a dongle"; }, nullptr));
+    kBleTransport.Stop();
+    kBleTransport.Deinit();
     EXPECT_EQ(log.Text(), "");
 }
 

@@ -1,0 +1,86 @@
+// What a relay and a network may do wrong, and that the connection comes back.
+#include "conformance/cloud/relay_fixture.h"
+
+namespace conformance {
+namespace {
+
+class RelayFault : public EachWay {
+protected:
+    // With this fault, until the connection is up all the same.
+    void ConnectThrough(const std::string& fault) {
+        relay_.Fault(fault);
+        Construct(SettingsFor(GetParam()));
+        EXPECT_TRUE(IsConnected()) << fault;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, RelayFault, testing::Values(Way::kTcp, Way::kWebSocket),
+                         [](const auto& suite) { return NameOf(suite.param); });
+
+TEST_P(RelayFault, DamagedHandshakeIsAFailedAttempt) {
+    ConnectThrough("once NHS2 flip 800");
+    EXPECT_TRUE(log_.Has("[Cloud] Handshake failed"));
+    EXPECT_TRUE(log_.Has("[Cloud] Connect failed, retry"));
+}
+
+TEST_P(RelayFault, MissingAcknowledgementIsAFailedAttempt) {
+    ConnectThrough("once DEVA drop");
+    EXPECT_TRUE(log_.Has("[CloudSec] [E] Failed to read ident ack"));
+    EXPECT_TRUE(log_.Has("[Cloud] Device identification failed"));
+}
+
+TEST_P(RelayFault, RefusedConnectionsAreTriedAgain) {
+    ConnectThrough("times 2 accept refuse");
+    EXPECT_TRUE(log_.Has("[Cloud] Connect failed, retry"));
+}
+
+TEST_P(RelayFault, LengthAboveTheLimitIsTakenAsTheCarrierDoes) {
+    relay_.Fault("once LOGN header 5000");
+    Construct(SettingsFor(GetParam()));
+    EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
+    const bool over_tcp = GetParam() == Way::kTcp;
+    EXPECT_EQ(log_.Has("[Cloud] RxThread exited. Reconnecting."), over_tcp);
+    EXPECT_EQ(log_.Has("[WebSocketRxThreadFunc] Invalid packet length: 5000 (min: 8, max: 4096)"),
+              !over_tcp);
+}
+
+class WebSocketFault : public RelayFixture {};
+
+TEST_F(WebSocketFault, TextMessageEndsTheConnectionWhichComesBack) {
+    relay_.Fault("once DEVA text hello");
+    Construct(SettingsFor(Way::kWebSocket));
+    EXPECT_TRUE(IsConnected());
+    EXPECT_TRUE(log_.Has("[WebSocketReceiveFull] Unexpected buffer type: 2"));
+}
+
+TEST_F(WebSocketFault, MessagesOfAnySizeAreOneStream) {
+    for (const char* fault : {"packet * recut 3", "packet * frames 3"}) {
+        relay_.Reset();
+        relay_.Fault(fault);
+        Construct(SettingsFor(Way::kWebSocket));
+        const UNUM32 hMod = FindModule();
+        ASSERT_NE(hMod, PDU_HANDLE_UNDEF) << fault;
+        ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+        EXPECT_TRUE(IsVin(ReadVinOf(hMod))) << fault;
+        ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    }
+}
+
+TEST_F(WebSocketFault, RefusedUpgradeIsAFailedAttempt) {
+    relay_.Fault("once accept http 503");
+    Construct(SettingsFor(Way::kWebSocket));
+    EXPECT_TRUE(IsConnected());
+    EXPECT_TRUE(log_.HasLike("WinHttpWebSocketCompleteUpgrade Failed: *"));
+}
+
+// The relay's certificate is its own, which no system knows.
+TEST_F(WebSocketFault, UnknownCertificateIsRefusedWhenItIsChecked) {
+    Settings settings = SettingsFor(Way::kSecureWebSocket);
+    settings.disableCertValidation = false;
+    Construct(settings);
+    EXPECT_TRUE(Logs("WinHttpSendRequest Failed: 12175"));
+    EXPECT_EQ(relay_.Count("in NHS1"), 0u);
+}
+
+}  // namespace
+}  // namespace conformance

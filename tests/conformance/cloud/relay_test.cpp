@@ -1,0 +1,50 @@
+// A dongle behind a relay, over every way to it.
+#include <chrono>
+
+#include "conformance/cloud/relay_fixture.h"
+
+namespace conformance {
+namespace {
+
+class RelayedDongle : public EachWay {};
+
+INSTANTIATE_TEST_SUITE_P(Over, RelayedDongle,
+                         testing::Values(Way::kTcp, Way::kWebSocket, Way::kSecureWebSocket,
+                                         Way::kProxy, Way::kSecureProxy),
+                         [](const auto& suite) { return NameOf(suite.param); });
+
+TEST_P(RelayedDongle, IsFoundAddressedAndAsked) {
+    Construct(SettingsFor(GetParam()));
+    const UNUM32 hMod = FindModule();
+    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    ASSERT_TRUE(relay_.WaitFor(1, "in ADDR"));
+    EXPECT_TRUE(IsVin(ReadVinOf(hMod)));
+    EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
+}
+
+TEST_P(RelayedDongle, ComesBackWithTheRelay) {
+    Construct(SettingsFor(GetParam()));
+    const UNUM32 hMod = FindModule();
+    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    ASSERT_TRUE(IsVin(ReadVinOf(hMod)));
+    for (std::size_t round = 2; round <= 3; ++round) {
+        relay_.KillConnections();
+        ASSERT_TRUE(IsConnected(round));
+        ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+        EXPECT_TRUE(IsVin(ReadVinOf(hMod))) << round;
+    }
+}
+
+TEST_P(RelayedDongle, DestructWhileConnectedLeavesTheRelayAtOnce) {
+    Construct(SettingsFor(GetParam()));
+    ASSERT_TRUE(IsConnected());
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
+}
+
+}  // namespace
+}  // namespace conformance
