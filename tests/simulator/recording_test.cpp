@@ -178,14 +178,15 @@ std::string LongHex(std::size_t size) {
     return hex;
 }
 
+// The line ends within the bytes; its line end is gone as well.
 TEST(Recording, LongRequestWhoseLineIsCutIsKnownByItsBeginning) {
     Trace trace;
     trace.Start(0, 1).Candidate(1, 0x700, 0x708);
     trace.Text(
         R"({"seq":50,"ts_us":6000000,"ev":"comm_req_sent","req_id":1,"tx_len":600,"tx_hex":")" +
-        LongHex(400) + "5");
-    trace.Text(R"({"seq":51,"ts_us":6009000,"ev":"comm_res_received","req_id":1,"wait_time":1,)"
-               R"("rx_len":2,"rx_hex":"7601","rx_hex_len":2,"rx_trunc":false})");
+        LongHex(400) + "5" +
+        R"({"seq":51,"ts_us":6009000,"ev":"comm_res_received","req_id":1,"wait_time":1,)"
+        R"("rx_len":2,"rx_hex":"7601","rx_hex_len":2,"rx_trunc":false})");
     const Recording recording = trace.Make();
     ASSERT_EQ(recording.exchanges.size(), 1u);
     EXPECT_TRUE(recording.damaged_lines.empty());

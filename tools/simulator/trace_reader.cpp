@@ -11,6 +11,8 @@ namespace {
 
 using Json = nlohmann::json;
 
+constexpr std::string_view kLineStart = "{\"seq\":";
+
 constexpr std::string_view kKnownEvents[] = {"log_start",         "log_stop",
                                              "cop_start",         "cop_sendrecv_meta",
                                              "cop_state",         "cop_expected_responses",
@@ -55,6 +57,28 @@ bool ReadLine(const std::string& line, TraceEvent* event) {
     return true;
 }
 
+void TakePart(const std::string& part, TraceText* trace) {
+    TraceEvent event;
+    event.line = trace->lines;
+    if (!ReadLine(part, &event)) {
+        trace->damaged.push_back(event.line);
+    } else if (std::find(std::begin(kKnownEvents), std::end(kKnownEvents), event.name) ==
+               std::end(kKnownEvents)) {
+        trace->unknown.push_back(event.line);
+    } else {
+        trace->events.push_back(std::move(event));
+    }
+}
+
+// A line that the library has cut has lost its line end too: the next one follows in the same line.
+void TakeLine(std::string_view line, TraceText* trace) {
+    while (!line.empty()) {
+        const std::size_t end = std::min(line.find(kLineStart, 1), line.size());
+        TakePart(std::string(line.substr(0, end)), trace);
+        line.remove_prefix(end);
+    }
+}
+
 }  // namespace
 
 std::uint32_t TraceEvent::Number(const char* key) const {
@@ -72,17 +96,7 @@ TraceText ReadTrace(std::istream* file) {
     for (std::string line; std::getline(*file, line);) {
         ++trace.lines;
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty()) continue;
-        TraceEvent event;
-        event.line = trace.lines;
-        if (!ReadLine(line, &event)) {
-            trace.damaged.push_back(event.line);
-        } else if (std::find(std::begin(kKnownEvents), std::end(kKnownEvents), event.name) ==
-                   std::end(kKnownEvents)) {
-            trace.unknown.push_back(event.line);
-        } else {
-            trace.events.push_back(std::move(event));
-        }
+        TakeLine(line, &trace);
     }
     // Lines may have reached the file slightly out of order.
     std::stable_sort(
