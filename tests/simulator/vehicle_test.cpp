@@ -156,6 +156,7 @@ struct BadFile {
 TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
     const BadFile files[] = {
         {"{\n\"dongle\": ,", "car: no valid JSON at line 2"},
+        {R"({"dongle": {"model": 1e999}})", "car: a number is too large"},
         {"[]", "car: top level: expected an object, found an array"},
         {R"({"dongel": {}})", "car: dongel: unknown key, did you mean \"dongle\"?"},
         {R"({"vehicle": {}})",
@@ -164,6 +165,14 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
         {R"({"dongle": {"model": "five"}})",
          "car: dongle.model: expected a whole number from 0 to 4294967295, found the text "
          "\"five\""},
+        {R"({"dongle": {"model": "one\nline"}})",
+         "car: dongle.model: expected a whole number from 0 to 4294967295, found the text "
+         "\"one line\""},
+        {R"({"on\ne\u007f": {}})",
+         "car: on e : unknown key, known keys: description dongle control_units raw telemetry "
+         "device_log power"},
+        {R"({"control_units": [{"name": "two\nwords", "request": "1", "response": "2"}]})",
+         "car: control_units[0].name: expected a name without blanks"},
         {R"({"dongle": {"mac": "02:00"}})",
          "car: dongle.mac: expected a MAC address such as \"02:00:00:00:00:01\", found the text "
          "\"02:00\""},

@@ -5,6 +5,15 @@
 
 namespace brennix {
 
+static bool IsControl(char letter) { return (letter >= '\0' && letter < ' ') || letter == '\x7F'; }
+
+static std::string OnOneLine(std::string text) {
+    std::replace_if(text.begin(), text.end(), IsControl, ' ');
+    return text;
+}
+
+JsonError::JsonError(std::string message) : std::runtime_error(OnOneLine(std::move(message))) {}
+
 static std::string Describe(const nlohmann::json& value) {
     switch (value.type()) {
         case nlohmann::json::value_t::object:
@@ -36,6 +45,8 @@ nlohmann::json ParseJson(const std::string& text, const std::string& name) {
         const auto line =
             1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n');
         throw JsonError(name + ": no valid JSON at line " + std::to_string(line));
+    } catch (const nlohmann::json::out_of_range&) {
+        throw JsonError(name + ": a number is too large");
     }
 }
 
@@ -160,7 +171,8 @@ BytePattern ReadPattern(const nlohmann::json& value, const std::string& path) {
 
 std::string ReadName(const JsonObject& object) {
     const std::string name = *object.Text("name", 64);
-    if (name.empty() || name.find(' ') != std::string::npos) {
+    const auto is_blank = [](char letter) { return letter == ' ' || IsControl(letter); };
+    if (name.empty() || std::any_of(name.begin(), name.end(), is_blank)) {
         throw JsonError(object.PathOf("name") + ": expected a name without blanks");
     }
     return name;

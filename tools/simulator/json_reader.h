@@ -17,9 +17,10 @@ namespace brennix {
 
 constexpr std::uint32_t kMaxMs = 24 * 60 * 60 * 1000;  // longest time in a file
 
+// Always one line, whatever texts of the file are in it.
 class JsonError : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit JsonError(std::string message);
 };
 
 // "control_units[1].request: expected hex text such as \"7E0\", found the number 2016"
