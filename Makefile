@@ -1,6 +1,6 @@
 # The short way in. Every target installs and builds first what it needs.
 
-.PHONY: help build demo demo-windows test bench fuzz lint clean
+.PHONY: help build demo demo-windows test stress bench fuzz lint clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim" scripts/build.sh linux-release
@@ -11,6 +11,7 @@ help:
 	@echo "make demo          three control units asked through a simulated dongle"
 	@echo "make demo-windows  the same with the DLL, under Wine"
 	@echo "make test          every test on both systems, and under the sanitizers"
+	@echo "make stress        random calls of sixteen threads for DPDU_STRESS_SECONDS (60), also under TSan"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make lint          format and clang-tidy"
@@ -35,6 +36,10 @@ demo-windows:
 test:
 	@scripts/setup.sh linux windows
 	@scripts/test.sh
+
+stress:
+	@scripts/setup.sh linux
+	@scripts/stress.sh
 
 bench:
 	@scripts/setup.sh linux
