@@ -1,0 +1,43 @@
+// The two addresses of a relay. What is accepted must be a part of what was given.
+#include <cstdlib>
+#include <string>
+
+#include "transport/cloud/server_address.h"
+#include "transport/cloud/websocket_url.h"
+
+using namespace tarvik;
+
+namespace {
+
+void Require(bool holds) {
+    if (!holds) std::abort();
+}
+
+void ParseUrl(const std::string& text) {
+    WebSocketUrl url{};
+    if (!ParseWebSocketUrl(text.c_str(), &url)) return;
+    const std::string server(url.server);
+    const std::string endpoint(url.endpoint);
+    Require(text.starts_with((url.secure ? "wss://" : "ws://") + server));
+    Require(server.size() < kUrlPartCapacity && server.find_first_of(":/") == server.npos);
+    Require(endpoint == "/" || text.ends_with(endpoint));
+    Require(endpoint.front() == '/');
+}
+
+void ParseAddress(const std::string& text) {
+    ServerAddress address{};
+    if (!ParseServerAddress(text.c_str(), &address)) return;
+    const std::string host(address.host);
+    Require(!host.empty() && host.size() <= kMaxHostLength && address.port != 0);
+    Require(text.starts_with(host + ":"));
+    Require(std::stoul(text.substr(host.size() + 1)) == address.port);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text = std::string(reinterpret_cast<const char*>(data), size).c_str();
+    ParseUrl(text);
+    ParseAddress(text);
+    return 0;
+}
