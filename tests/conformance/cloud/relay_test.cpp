@@ -46,5 +46,16 @@ TEST_P(RelayedDongle, DestructWhileConnectedLeavesTheRelayAtOnce) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
+// Whatever it waits for then: the handshake's answer, the upgrade, TLS, the proxy's server.
+TEST_P(RelayedDongle, DestructWhileTheRelayKeepsSilentDoesNotWaitForIt) {
+    relay_.Fault("accept deaf");
+    Construct(SettingsFor(GetParam()));
+    ASSERT_TRUE(relay_.WaitFor(1, "connect"));
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    EXPECT_FALSE(log_.Has("[Cloud] Connected"));
+}
+
 }  // namespace
 }  // namespace conformance
