@@ -50,7 +50,7 @@ TEST_P(RelayedDongle, DestructWhileConnectedLeavesTheRelayAtOnce) {
 TEST_P(RelayedDongle, DestructWhileTheRelayKeepsSilentDoesNotWaitForIt) {
     relay_.Fault("accept deaf");
     Construct(SettingsFor(GetParam()));
-    ASSERT_TRUE(relay_.WaitFor(1, "connect"));
+    ASSERT_TRUE(relay_.WaitFor(1, "event"));
     const auto begin = std::chrono::steady_clock::now();
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
