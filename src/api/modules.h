@@ -9,6 +9,7 @@
 #include "link/packet_queue.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
+#include "transport/login_report.h"
 #include "transport/transport.h"
 
 namespace tarvik {
@@ -51,10 +52,6 @@ bool IsLinkValid(std::uint32_t hMod, std::uint32_t hCLL);
 
 // Scans all transports and merges what they see into the table.
 void UpdateModuleList();
-// Files the dongle of a login packet that came outside a scan under the cloud transport.
-// Returns 1 if a new slot was taken.
-int DpduTransportReportLoginPacket(const Transport* transport, const Packet* login_packet,
-                                   DeviceQueues* queues);
 // Part of PDUDestruct: empties the table.
 void ClearModuleTable();
 // Gives up every hold that status queries of ComPrimitives have left with the calling thread.
