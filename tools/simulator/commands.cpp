@@ -1,9 +1,8 @@
 #include "commands.h"
 
-#include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 
+#include "command_table.h"
 #include "json_reader.h"
 #include "raw_commands.h"
 #include "timeline_file.h"
@@ -290,14 +289,7 @@ CommandResult RunQuit(Context* context) {
 
 CommandResult RunHelp(Context*);
 
-struct CommandRow {
-    const char* name;
-    const char* arguments;
-    const char* purpose;
-    CommandResult (*run)(Context*);
-};
-
-constexpr CommandRow kCommands[] = {
+constexpr CommandRow<Context> kCommands[] = {
     {"stats", "", "state and counts of the dongles, as JSON", RunStats},
     {"unplug", "[device|port]", "pulls the dongle out, or only one side of it", RunUnplug},
     {"replug", "[device|port]", "puts it back", RunReplug},
@@ -343,56 +335,25 @@ constexpr CommandRow kCommands[] = {
     {"quit", "", "ends the simulator", RunQuit},
 };
 
-std::string Usage(const CommandRow& row) {
-    return std::string(row.name) + (*row.arguments == '\0' ? "" : " ") + row.arguments;
-}
-
-CommandResult RunHelp(Context*) {
-    std::string text;
-    for (const CommandRow& row : kCommands)
-        text += (text.empty() ? "" : "; ") + Usage(row);
-    return Ok(text);
-}
-
-CommandResult RunRow(const CommandRow& row, Context* context) {
-    try {
-        return row.run(context);
-    } catch (const UsageError& error) {
-        return {std::string("error: ") + row.name + ": " + error.what(), {}};
-    } catch (const std::exception& error) {
-        return {std::string("error: ") + error.what(), {}};
-    }
-}
+CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }
 
 }  // namespace
 
-std::string Commands::Help() {
-    std::string text;
-    for (const CommandRow& row : kCommands) {
-        std::string usage = "  " + Usage(row);
-        usage.resize(std::max<std::size_t>(usage.size() + 2, 28), ' ');
-        text += usage + row.purpose + "\n";
-    }
-    return text;
-}
+std::string Commands::Help() { return DescribeCommands<Context>(kCommands); }
 
 CommandResult Commands::Run(std::string_view line) {
-    Context context = {simulator_, std::nullopt, SkipBlanks(line)};
-    if (context.rest.starts_with('@')) {
-        std::string_view word = TakeWord(&context.rest).substr(1);
-        std::uint32_t index = 0;
-        const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), index);
-        if (error != std::errc() || end != word.data() + word.size() ||
-            index >= simulator_->Count()) {
-            return {"error: no dongle @" + std::string(word), {}};
+    try {
+        Context context = {simulator_, std::nullopt, SkipBlanks(line)};
+        context.named = TakeMark(&context.rest, '@');
+        if (context.named && *context.named >= simulator_->Count()) {
+            throw UsageError("no dongle @" + std::to_string(context.Index()));
         }
-        context.named = index;
+        const std::string_view name = TakeWord(&context.rest);
+        if (const auto* row = FindCommand<Context>(kCommands, name)) return row->Run(&context);
+        throw UsageError("unknown command \"" + std::string(name) + "\", try help");
+    } catch (const UsageError& error) {
+        return {std::string("error: ") + error.what(), {}};
     }
-    const std::string_view name = TakeWord(&context.rest);
-    for (const CommandRow& row : kCommands) {
-        if (name == row.name) return RunRow(row, &context);
-    }
-    return {"error: unknown command \"" + std::string(name) + "\", try help", {}};
 }
 
 }  // namespace brennix

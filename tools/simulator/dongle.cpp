@@ -84,7 +84,7 @@ void Dongle::PowerOn() {
     powered_ = true;
     powered_since_ = Clock::now();
     if (uplink_ != nullptr) {
-        record_->AddText(index_, Direction::kEvent, "connected to the relay");
+        record_->AddText(index_, Direction::kEvent, "switched on");
         timeline_.Start();
         uplink_->PowerChanged(index_, true);
         return;
@@ -98,11 +98,9 @@ void Dongle::PowerOff() {
     powered_ = false;
     ++power_cycle_;
     cutter_.Reset();
-    reassembler_.Reset();
+    ForgetHost();
     in_flight_.clear();
-    open_pings_.clear();
     vehicle_.SetTesterPresent(0);
-    raw_.Reset();
     timeline_.Stop();
     is_new_host_ = true;
     record_->AddText(index_, Direction::kEvent, "unplugged");
@@ -115,11 +113,15 @@ void Dongle::Receive(ByteSpan packet, std::uint64_t asker) {
     asker_ = 0;
 }
 
-void Dongle::OnHostLeft() {
-    const std::size_t dropped = cutter_.Reset();
+void Dongle::ForgetHost() {
     reassembler_.Reset();
     open_pings_.clear();
     raw_.Reset();
+}
+
+void Dongle::OnHostLeft() {
+    const std::size_t dropped = cutter_.Reset();
+    ForgetHost();
     timeline_.Stop();
     is_new_host_ = true;
     std::string text = "port closed by the host";
@@ -213,7 +215,11 @@ std::string Dongle::OwnTelemetry() const {
                           .power = timeline_.CurrentPower()});
 }
 
-void Dongle::AnswerIdentify() { SendPacket(MakeLogin(setup_.identity)); }
+void Dongle::AnswerIdentify() {
+    if (setup_.busy_identify == 0) return SendPacket(MakeLogin(setup_.identity));
+    --setup_.busy_identify;
+    SendPacket(MakeBusy(0, "busy with another host"));
+}
 
 void Dongle::HandleFragment(ByteSpan packet) {
     Reassembler::Result result = reassembler_.Feed(packet);
@@ -385,7 +391,7 @@ void Dongle::SendAnswer(ByteSpan packet, const Behaviour& behaviour) {
     const bool sealed = behaviour.seal.value_or(false);
     std::size_t limit = behaviour.fragment.value_or(kMaxPacketSize);
     if (sealed) limit = std::min(limit, Seal::kMaxInside);
-    if (uplink_ != nullptr) limit = std::min(limit, uplink_->LongestPacket());
+    if (uplink_ != nullptr) limit = std::min(limit, uplink_->LongestPacket(index_));
     SendInFragments(packet, limit, [this, sealed](ByteSpan part) {
         if (sealed) {
             Transmit(seal_->Close(part));

@@ -41,6 +41,7 @@ struct DongleSetup {
     bool mute = false;                              // receives and records, never answers
     std::size_t noise_before_sync = 0;              // bytes sent before the answer to SYNC
     std::map<std::uint32_t, std::uint32_t> ignore;  // type: how many packets stay unanswered
+    std::uint32_t busy_identify = 0;                // so many IDEN are answered with BUSY
     std::vector<ControlUnitSetup> control_units;
     RawSetup raw;
     TimelineSetup timeline;
@@ -49,13 +50,13 @@ struct DongleSetup {
     bool strict_replay = false;  // a request that the recording does not have is a violation
 };
 
-// What a dongle behind a relay is connected to, instead of a serial port of its own.
+// What a dongle behind a relay or a radio is connected to, instead of a serial port of its own.
 class Uplink {
 public:
     // `asker` as in Dongle::Receive when the packet answers one; 0: the dongle sent it by itself.
     virtual void FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) = 0;
     virtual void PowerChanged(std::size_t dongle, bool powered) = 0;
-    virtual std::size_t LongestPacket() const = 0;
+    virtual std::size_t LongestPacket(std::size_t dongle) const = 0;
 
 protected:
     ~Uplink() = default;
@@ -70,6 +71,10 @@ public:
     void Connect(Uplink* uplink) { uplink_ = uplink; }
     // A packet of the one of the uplink's hosts that has this number, which is not 0.
     void Receive(ByteSpan packet, std::uint64_t asker);
+    // The uplink's host, its only one, is gone: what it had begun is forgotten.
+    void ForgetHost();
+    // What the host did wrong.
+    void Violation(std::string text);
 
     void PowerOn();   // throws std::system_error when there is no pseudo-terminal to be had
     void PowerOff();  // forgets all that was under way
@@ -133,7 +138,6 @@ private:
     void Transmit(ByteSpan packet);
     Bytes MakeNoise(std::size_t count);
     void Later(std::uint32_t after_ms, std::function<void()> action);
-    void Violation(std::string text);
 
     const std::size_t index_;
     DongleSetup setup_;

@@ -86,7 +86,7 @@ void ReadIgnore(const Json& value, const std::string& path, DongleSetup* setup) 
 void ReadDongle(const Json& value, const std::string& path, DongleSetup* setup) {
     const JsonObject object(value, path,
                             {"model", "mac", "name", "firmware", "build_time", "build_date", "mute",
-                             "noise_before_sync", "ignore", "behaviour"});
+                             "noise_before_sync", "ignore", "busy_identify", "behaviour"});
     Identity& identity = setup->identity;
     identity.model = object.Number("model", 0, 0xFFFFFFFF).value_or(identity.model);
     if (const Json* mac = object.Find("mac")) identity.mac = ReadMac(*mac, object.PathOf("mac"));
@@ -101,6 +101,8 @@ void ReadDongle(const Json& value, const std::string& path, DongleSetup* setup) 
     if (const Json* ignore = object.Find("ignore")) {
         ReadIgnore(*ignore, object.PathOf("ignore"), setup);
     }
+    setup->busy_identify =
+        object.Number("busy_identify", 0, kMaxCount).value_or(setup->busy_identify);
     if (object.Find("behaviour") != nullptr) setup->behaviour = ReadOptionalBehaviour(object);
 }
 

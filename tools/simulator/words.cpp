@@ -35,4 +35,17 @@ Bytes TakeHex(std::string_view* rest) {
     return *bytes;
 }
 
+std::optional<std::size_t> TakeMark(std::string_view* rest, char mark) {
+    if (!rest->starts_with(mark)) return std::nullopt;
+    const std::string_view word = TakeWord(rest).substr(1);
+    std::size_t number = 0;
+    const char* const end = word.data() + word.size();
+    const auto [stop, error] = std::from_chars(word.data(), end, number);
+    if (error != std::errc() || stop != end) {
+        throw UsageError(std::string("expected a number behind ") + mark + ", found \"" +
+                         std::string(word) + "\"");
+    }
+    return number;
+}
+
 }  // namespace brennix

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 
@@ -23,5 +24,7 @@ std::string_view SkipBlanks(std::string_view text);
 std::string_view TakeWord(std::string_view* rest);  // empty at the end
 std::uint32_t TakeNumber(std::string_view* rest, const char* what);
 Bytes TakeHex(std::string_view* rest);  // to the end of the line
+// 2 of "@2" with the mark '@'; nothing when something else stands there.
+std::optional<std::size_t> TakeMark(std::string_view* rest, char mark);
 
 }  // namespace brennix

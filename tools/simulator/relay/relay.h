@@ -61,7 +61,7 @@ private:
     void Gone(std::size_t client) override;
     void FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) override;
     void PowerChanged(std::size_t dongle, bool powered) override;
-    std::size_t LongestPacket() const override { return settings_.longest_packet; }
+    std::size_t LongestPacket(std::size_t) const override { return settings_.longest_packet; }
 
     EventLoop* loop_;
     RelaySettings settings_;

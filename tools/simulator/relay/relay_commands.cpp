@@ -1,9 +1,8 @@
 #include "relay/relay_commands.h"
 
-#include <algorithm>
-#include <charconv>
 #include <nlohmann/json.hpp>
 
+#include "command_table.h"
 #include "vehicle_file.h"
 #include "words.h"
 
@@ -283,14 +282,7 @@ CommandResult RunQuit(Context* context) {
 
 CommandResult RunHelp(Context*);
 
-struct CommandRow {
-    const char* name;
-    const char* arguments;
-    const char* purpose;
-    CommandResult (*run)(Context*);
-};
-
-constexpr CommandRow kCommands[] = {
+constexpr CommandRow<Context> kCommands[] = {
     {"stats", "", "counts, and the dongles, as JSON", RunStats},
     {"clients", "", "who is connected, as JSON", RunClients},
     {"listen", "on|off [tcp|ws|wss|proxy]", "takes connections on the ports, or refuses them",
@@ -323,51 +315,11 @@ constexpr CommandRow kCommands[] = {
     {"quit", "", "ends the relay", RunQuit},
 };
 
-std::string Usage(const CommandRow& row) {
-    std::string usage = row.name;
-    if (*row.arguments != '\0') usage += std::string(" ") + row.arguments;
-    return usage;
-}
-
-CommandResult RunHelp(Context*) {
-    std::string names;
-    for (const CommandRow& row : kCommands)
-        names += (names.empty() ? "" : " | ") + Usage(row);
-    return Ok(names);
-}
-
-CommandResult RunRow(const CommandRow& row, Context* context) {
-    try {
-        return row.run(context);
-    } catch (const UsageError& error) {
-        return {std::string("error: ") + row.name + ": " + error.what(), {}};
-    } catch (const std::exception& error) {
-        return {std::string("error: ") + error.what(), {}};
-    }
-}
-
-// "@2" or "#7" at the front of `rest`.
-std::optional<std::size_t> TakeMark(std::string_view* rest, char mark) {
-    if (!rest->starts_with(mark)) return std::nullopt;
-    const std::string_view word = TakeWord(rest).substr(1);
-    std::size_t number = 0;
-    const char* const end = word.data() + word.size();
-    const auto [stop, error] = std::from_chars(word.data(), end, number);
-    if (error != std::errc() || stop != end) throw UsageError("a number is to follow the mark");
-    return number;
-}
+CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }
 
 }  // namespace
 
-std::string RelayCommands::Help() {
-    std::string text;
-    for (const CommandRow& row : kCommands) {
-        std::string usage = "  " + Usage(row);
-        usage.resize(std::max<std::size_t>(usage.size() + 2, 28), ' ');
-        text += usage + row.purpose + "\n";
-    }
-    return text;
-}
+std::string RelayCommands::Help() { return DescribeCommands<Context>(kCommands); }
 
 CommandResult RelayCommands::Run(std::string_view line) {
     try {
@@ -375,10 +327,8 @@ CommandResult RelayCommands::Run(std::string_view line) {
         context.client = TakeMark(&context.rest, '#');
         context.dongle = TakeMark(&context.rest, '@');
         const std::string_view name = TakeWord(&context.rest);
-        for (const CommandRow& row : kCommands) {
-            if (name == row.name) return RunRow(row, &context);
-        }
-        return dongles_.Run(line);
+        const auto* row = FindCommand<Context>(kCommands, name);
+        return row != nullptr ? row->Run(&context) : dongles_.Run(line);
     } catch (const UsageError& error) {
         return {std::string("error: ") + error.what(), {}};
     }

@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
+#include "ready_file.h"
 #include "relay/key_file.h"
 #include "vehicle_file.h"
 
@@ -157,19 +157,8 @@ std::map<std::string, std::string> RelayRun::Places() const {
     return places;
 }
 
-// Whoever waits for the file finds it complete.
-void RelayRun::WriteReadyFile() const {
-    const std::string temporary = options_.ready_file + ".new";
-    std::ofstream file(temporary);
-    for (const auto& [name, value] : Places())
-        file << name << "=" << value << "\n";
-    file.close();
-    if (!file) throw std::runtime_error(options_.ready_file + ": cannot be written");
-    std::filesystem::rename(temporary, options_.ready_file);
-}
-
 void RelayRun::Announce() {
-    if (!options_.ready_file.empty()) WriteReadyFile();
+    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, Places());
     if (!prints_) return;
     std::printf("control channel at %s; lines for the library's config.json:\n",
                 control_->Address().c_str());

@@ -30,7 +30,6 @@ private:
     void OpenPorts();
     void AddDongles();
     void Announce();
-    void WriteReadyFile() const;
     void Print(const std::string& line);
     void ShowCounts();
 

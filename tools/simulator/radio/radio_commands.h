@@ -1,0 +1,26 @@
+// The commands of the radio's control channel. What is not the radio's own is a command of its
+// dongles.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "commands.h"
+#include "radio/radio.h"
+
+namespace brennix {
+
+class RadioCommands {
+public:
+    explicit RadioCommands(Radio* radio) : radio_(radio), dongles_(&radio->Dongles()) {}
+
+    CommandResult Run(std::string_view line);
+    static std::string Help();
+
+private:
+    Radio* radio_;
+    Commands dongles_;
+};
+
+}  // namespace brennix

@@ -1,0 +1,41 @@
+// One run of brennix-radio: sets everything up, runs the command, takes everything down.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "command_run.h"
+#include "control_server.h"
+#include "radio/radio.h"
+#include "radio/radio_commands.h"
+#include "radio/radio_options.h"
+
+namespace brennix {
+
+class RadioRun {
+public:
+    // Throws std::exception with one line that says what cannot be done.
+    explicit RadioRun(const RadioOptions& options);
+    ~RadioRun();
+    RadioRun(const RadioRun&) = delete;
+    RadioRun& operator=(const RadioRun&) = delete;
+
+    int Run();  // returns the exit code
+
+private:
+    void AddDongles();
+    // The variables that a command gets.
+    std::map<std::string, std::string> Places() const;
+    void Announce() const;
+
+    const RadioOptions options_;
+    EventLoop loop_;
+    CommandRun program_{&loop_};
+    Radio radio_;
+    RadioCommands commands_{&radio_};
+    std::unique_ptr<ControlServer> control_;
+};
+
+}  // namespace brennix
