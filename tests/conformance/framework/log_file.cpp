@@ -1,6 +1,7 @@
 #include "conformance/framework/log_file.h"
 
 #include <gtest/gtest.h>
+#include <sstream>
 
 #include <algorithm>
 #include <cstdio>
@@ -107,6 +108,15 @@ const std::string& StdoutCapture::Text() {
     // The failure's own text went there, too.
     if (testing::Test::HasFailure()) std::fputs(EndOf(text_), stdout);
     return text_;
+}
+
+std::string StdoutCapture::LinesWith(const std::string& beginning) {
+    std::istringstream lines(Text());
+    std::string found;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.starts_with(beginning)) found += line + "\n";
+    }
+    return found;
 }
 
 DebugOutputCapture::DebugOutputCapture() { CollectDebugOutput(true); }

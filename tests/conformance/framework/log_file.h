@@ -46,6 +46,8 @@ public:
 
     const std::string& Text();
     bool Has(const std::string& part) { return Text().find(part) != std::string::npos; }
+    // Only the lines that begin so: the transports print beside each other.
+    std::string LinesWith(const std::string& beginning);
 
 private:
     std::string file_;

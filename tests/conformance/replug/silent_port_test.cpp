@@ -32,14 +32,13 @@ TEST_F(SilentPort, IsGivenUpAfterThreeSyncs) {
     StdoutCapture console;
     ConstructWithMutedDongle();
     EXPECT_EQ(simulator.Count("in SYNC"), 3u);
-    EXPECT_TRUE(
-        console.Has("COM5: New device detected\n"
-                    "COM5: Connecting to new device\n"
-                    "COM5: Send SYNC\n"
-                    "COM5: Send SYNC\n"
-                    "COM5: Send SYNC\n"
-                    "COM5: Device did not respond\n"))
-        << console.Text();
+    EXPECT_EQ(console.LinesWith("COM5: "),
+              "COM5: New device detected\n"
+              "COM5: Connecting to new device\n"
+              "COM5: Send SYNC\n"
+              "COM5: Send SYNC\n"
+              "COM5: Send SYNC\n"
+              "COM5: Device did not respond\n");
 }
 
 TEST_F(SilentPort, IsClosedAndFoundNowhere) {

@@ -9,7 +9,7 @@
 namespace tarvik::test {
 namespace {
 
-constexpr std::size_t kStackSize = 1 << 18;
+constexpr std::size_t kStackSize = 1 << 22;
 
 class SecureStack : public SecureChannel {
 protected:
