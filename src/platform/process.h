@@ -8,6 +8,9 @@ std::uint32_t OsProcessId();
 bool OsDebuggerPresent();
 void OsDebugBreak();
 [[noreturn]] void OsExitProcess(int code);  // at once: no destructors, no unload notices
+// The library that this code is in stays loaded from now on until the process ends, whatever the
+// application unloads. For work that the system does on its own and returns from into our code.
+void OsKeepLibraryLoaded();
 
 // The platform's debugger output: OutputDebugString / syslog at debug level.
 void OsDebugOutput(const char* text);

@@ -1,5 +1,6 @@
 #include "platform/process.h"
 
+#include <dlfcn.h>
 #include <signal.h>
 #include <syslog.h>
 #include <time.h>
@@ -28,6 +29,12 @@ bool OsDebuggerPresent() {
 void OsDebugBreak() { ::raise(SIGTRAP); }
 
 void OsExitProcess(int code) { ::_exit(code); }
+
+void OsKeepLibraryLoaded() {
+    Dl_info library{};
+    if (::dladdr(reinterpret_cast<void*>(&OsKeepLibraryLoaded), &library) == 0) return;
+    ::dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
 
 // Where no log daemon runs, syslog would make a socket and fail to connect it, for every line anew.
 void OsDebugOutput(const char* text) {

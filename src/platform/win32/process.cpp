@@ -18,6 +18,13 @@ void OsExitProcess(int code) {
         ::Sleep(INFINITE);
 }
 
+void OsKeepLibraryLoaded() {
+    const auto here = reinterpret_cast<LPCWSTR>(&OsKeepLibraryLoaded);
+    HMODULE pinned = nullptr;
+    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                         here, &pinned);
+}
+
 void OsDebugOutput(const char* text) { ::OutputDebugStringA(text); }
 
 void OsMessageBox(const char* text, const char* caption) {

@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "conformance/cloud/relay_fixture.h"
+#include "conformance/framework/rounds.h"
 
 namespace conformance {
 namespace {
@@ -29,7 +30,7 @@ TEST_P(RelayedDongle, ComesBackWithTheRelay) {
     const UNUM32 hMod = FindModule();
     ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
     ASSERT_TRUE(IsVin(ReadVinOf(hMod)));
-    for (std::size_t round = 2; round <= 3; ++round) {
+    for (std::size_t round = 2; round <= 1 + kRelayLosses; ++round) {
         relay_.KillConnections();
         ASSERT_TRUE(IsConnected(round));
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);

@@ -31,6 +31,7 @@ inline constexpr std::uint32_t kFunctionalRequests = Rounds(10'000, 500, 500);
 inline constexpr std::uint32_t kDestructRounds = Rounds(100, 25, 25);
 inline constexpr std::uint32_t kRequestsPerLink = Rounds(50, 10, 10);
 inline constexpr std::uint32_t kItemShuffles = Rounds(10, 5, 5);
+inline constexpr std::uint32_t kRelayLosses = Rounds(2, 1, 1);
 inline constexpr std::uint32_t kRandomCallsMs = 10'000;
 
 // A sanitizer keeps released memory for a while; there its own search for leaks takes the place of
