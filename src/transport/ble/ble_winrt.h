@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "transport/ble/ble_radio.h"
+#include "transport/ble/winrt_runtime.h"
+
+namespace tarvik {
+
+// How long an exchange with a dongle may take, in ms. The system gives up long before as a rule: an
+// unreachable dongle takes about 7 s of it, and requests of others that wait before may each take
+// as long.
+struct WinrtLimits {
+    std::int32_t connect_ms = 30'000;  // each step until the dongle is subscribed to
+    std::int32_t write_ms = 5'000;     // handing one packet to the system
+};
+
+std::unique_ptr<BleRadio> OpenWinrtRadio(const WinrtLimits& limits);
+
+std::unique_ptr<BleScan> CreateWinrtScan(winrt::Runtime& runtime, BleScan::Handler& handler);
+std::unique_ptr<BleDevice> OpenWinrtDevice(winrt::Runtime& runtime, const WinrtLimits& limits,
+                                           std::uint64_t address);
+
+}  // namespace tarvik

@@ -1,0 +1,230 @@
+#include <atomic>
+#include <vector>
+
+#include "transport/ble/ble_winrt.h"
+#include "transport/ble/winrt_async.h"
+#include "transport/ble/winrt_buffer.h"
+
+namespace tarvik {
+
+using namespace winrt;
+
+namespace {
+
+constexpr std::size_t kAttributeOverhead = 3;  // of each PDU that carries a value
+
+static_assert(static_cast<std::int32_t>(BleStatus::kSuccess) ==
+              static_cast<std::int32_t>(CommunicationStatus::kSuccess));
+
+BleStatus StatusOf(CommunicationStatus status) { return static_cast<BleStatus>(status); }
+
+GUID GuidOf(const BleUuid& uuid) {
+    GUID guid{};
+    guid.Data1 = static_cast<std::uint32_t>(uuid[0]) << 24 |
+                 static_cast<std::uint32_t>(uuid[1]) << 16 |
+                 static_cast<std::uint32_t>(uuid[2]) << 8 | uuid[3];
+    guid.Data2 = static_cast<std::uint16_t>(uuid[4] << 8 | uuid[5]);
+    guid.Data3 = static_cast<std::uint16_t>(uuid[6] << 8 | uuid[7]);
+    for (std::size_t i = 0; i < sizeof guid.Data4; ++i)
+        guid.Data4[i] = uuid[8 + i];
+    return guid;
+}
+
+template <typename Item>
+using Items = std::vector<Pointer<Item>>;
+
+template <typename Item>
+void Collect(const Pointer<Vector<Item>>& list, Items<Item>* items) {
+    std::uint32_t count = 0;
+    Call(list, &Vector<Item>::Table::get_Size, &count);
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Pointer<Item> item;
+        Call(list, &Vector<Item>::Table::GetAt, i, item.Receive());
+        items->push_back(std::move(item));
+    }
+}
+
+// The first with that UUID, or null.
+template <typename Item>
+const Pointer<Item>* FindByUuid(const Items<Item>& items, const BleUuid& uuid) {
+    const GUID wanted = GuidOf(uuid);
+    for (const Pointer<Item>& item : items) {
+        GUID found{};
+        Call(item, &Item::Table::get_Uuid, &found);
+        if (::IsEqualGUID(found, wanted)) return &item;
+    }
+    return nullptr;
+}
+
+class WinrtDevice final : public BleDevice {
+public:
+    WinrtDevice(const WinrtLimits& limits, Pointer<Device> device)
+        : limits_(limits), device_(std::move(device)) {}
+
+    // The system ends the connection some time after the last object is closed that belongs to it.
+    ~WinrtDevice() override {
+        Unsubscribe();
+        characteristic_ = {};
+        characteristics_.clear();
+        CloseObject(session_);
+        CloseServices();
+        CloseObject(device_);
+    }
+
+    // Connects, for the system may have opened a device that it only knows of from before; from the
+    // device itself, for it may have got another firmware since.
+    BleStatus DiscoverServices() override {
+        Pointer<AsyncOperation<ServicesResult*>> operation;
+        Call(device_.Query<Device3>(), &Device3::Table::GetGattServicesWithCacheModeAsync,
+             CacheMode::kUncached, operation.Receive());
+        const Pointer<ServicesResult> result(Await(operation, limits_.connect_ms));
+        CommunicationStatus status{};
+        Call(result, &ServicesResult::Table::get_Status, &status);
+        if (status != CommunicationStatus::kSuccess) return StatusOf(status);
+        Pointer<Vector<Service>> list;
+        Call(result, &ServicesResult::Table::get_Services, list.Receive());
+        CloseServices();
+        Collect(list, &services_);
+        return BleStatus::kSuccess;
+    }
+
+    bool SelectService(const BleUuid& uuid) override {
+        const Pointer<Service>* found = FindByUuid(services_, uuid);
+        if (found == nullptr) return false;
+        service_ = found->Query<Service3>();
+        return true;
+    }
+
+    BleStatus DiscoverCharacteristics() override {
+        Pointer<AsyncOperation<CharacteristicsResult*>> operation;
+        Call(service_, &Service3::Table::GetCharacteristicsWithCacheModeAsync, CacheMode::kUncached,
+             operation.Receive());
+        const Pointer<CharacteristicsResult> result(Await(operation, limits_.connect_ms));
+        CommunicationStatus status{};
+        Call(result, &CharacteristicsResult::Table::get_Status, &status);
+        if (status != CommunicationStatus::kSuccess) return StatusOf(status);
+        Pointer<Vector<Characteristic>> list;
+        Call(result, &CharacteristicsResult::Table::get_Characteristics, list.Receive());
+        characteristics_.clear();
+        Collect(list, &characteristics_);
+        return BleStatus::kSuccess;
+    }
+
+    bool SelectCharacteristic(const BleUuid& uuid) override {
+        const Pointer<Characteristic>* found = FindByUuid(characteristics_, uuid);
+        if (found == nullptr) return false;
+        characteristic_ = Pointer<Characteristic>::Share(found->Get());
+        return true;
+    }
+
+    BleStatus Subscribe(Handler& handler) override {
+        try {
+            Call(service_, &Service3::Table::get_Session, session_.Receive());
+            AddHandlers(handler);
+            const BleStatus status = EnableNotifications();
+            if (status != BleStatus::kSuccess) Unsubscribe();
+            return status;
+        } catch (...) {
+            Unsubscribe();
+            throw;
+        }
+    }
+
+    // Deliberate: a value that does not fit the connection fails; a packet is never cut.
+    BleStatus Write(std::span<const std::uint8_t> value) override {
+        if (lost_) return BleStatus::kUnreachable;
+        if (!Fits(value.size())) return BleStatus::kProtocolError;
+        const Pointer<Buffer> buffer = MakeBuffer(value);
+        Pointer<AsyncOperation<CommunicationStatus>> operation;
+        Call(characteristic_, &Characteristic::Table::WriteValueWithOptionAsync, buffer.Get(),
+             WriteOption::kWithoutResponse, operation.Receive());
+        return StatusOf(Await(operation, limits_.write_ms));
+    }
+
+private:
+    // In this order: once the descriptor is written, no notification and no loss is missed.
+    void AddHandlers(Handler& handler) {
+        status_changed_.Begin(device_, &Device::Table::add_ConnectionStatusChanged,
+                              &Device::Table::remove_ConnectionStatusChanged,
+                              Device::kStatusChangedIid,
+                              [this, &handler](Inspectable*) { StatusChanged(handler); });
+        value_changed_.Begin(
+            characteristic_, &Characteristic::Table::add_ValueChanged,
+            &Characteristic::Table::remove_ValueChanged, Characteristic::kValueChangedIid,
+            [this, &handler](ValueChangedEventArgs* value) { ValueChanged(handler, value); });
+    }
+
+    BleStatus EnableNotifications() {
+        Pointer<AsyncOperation<CommunicationStatus>> operation;
+        Call(characteristic_,
+             &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync,
+             DescriptorValue::kNotify, operation.Receive());
+        return StatusOf(Await(operation, limits_.connect_ms));
+    }
+
+    void Unsubscribe() noexcept {
+        value_changed_.End();
+        status_changed_.End();
+    }
+
+    // All that the system listed, those of no use here as well: each holds the connection.
+    void CloseServices() noexcept {
+        service_ = {};
+        for (const Pointer<Service>& service : services_)
+            CloseObject(service);
+        services_.clear();
+    }
+
+    void ValueChanged(Handler& handler, ValueChangedEventArgs* arguments) noexcept {
+        if (lost_) return;
+        try {
+            Pointer<Buffer> value;
+            Call(arguments, &ValueChangedEventArgs::Table::get_CharacteristicValue,
+                 value.Receive());
+            handler.Notified(BytesOf(value));
+        } catch (const BleError& error) {
+            handler.NotificationFailed(error);
+        }
+    }
+
+    void StatusChanged(Handler& handler) noexcept {
+        ConnectionStatus status{};
+        if (FAILED(device_.Get()->table->get_ConnectionStatus(device_.Get(), &status))) return;
+        if (status == ConnectionStatus::kDisconnected && !lost_.exchange(true)) handler.Lost();
+    }
+
+    // The system agrees with the dongle on larger PDUs while the connection is young.
+    bool Fits(std::size_t size) {
+        if (size + kAttributeOverhead > largest_pdu_) {
+            Call(session_, &Session::Table::get_MaxPduSize, &largest_pdu_);
+        }
+        return size + kAttributeOverhead <= largest_pdu_;
+    }
+
+    const WinrtLimits limits_;
+    const Pointer<Device> device_;
+    Items<Service> services_;
+    Pointer<Service3> service_;  // the selected one of them
+    Pointer<Session> session_;
+    std::uint16_t largest_pdu_ = 0;  // as last read; only Write uses it
+    Items<Characteristic> characteristics_;
+    Pointer<Characteristic> characteristic_;  // the selected one of them
+    std::atomic<bool> lost_{false};
+    EventHandler<Characteristic, ValueChangedEventArgs> value_changed_;
+    EventHandler<Device, Inspectable> status_changed_;
+};
+
+}  // namespace
+
+std::unique_ptr<BleDevice> OpenWinrtDevice(Runtime& runtime, const WinrtLimits& limits,
+                                           std::uint64_t address) {
+    const auto statics = runtime.Factory<DeviceStatics>(Device::kClass);
+    Pointer<AsyncOperation<Device*>> operation;
+    Call(statics, &DeviceStatics::Table::FromBluetoothAddressAsync, address, operation.Receive());
+    Pointer<Device> device(Await(operation, limits.connect_ms));
+    // The system knows nothing of such a device.
+    if (!device) return nullptr;
+    return std::make_unique<WinrtDevice>(limits, std::move(device));
+}
+
+}  // namespace tarvik

@@ -1,0 +1,42 @@
+#include "transport/ble/winrt_async.h"
+
+#include "transport/ble/ble_radio.h"
+
+namespace tarvik::winrt {
+
+Completion::Completion() : event_(OsEventCreate(EventReset::kManual)) {
+    if (event_ == nullptr) Check(HRESULT_FROM_WIN32(::GetLastError()));
+}
+
+Completion::~Completion() { OsEventClose(event_); }
+
+void Completion::Set(AsyncState state) {
+    state_ = state;
+    OsEventSet(event_);
+}
+
+// An operation that is not over may still call its delegate, which is code of this library.
+static void StayLoaded() {
+    HMODULE ignored = nullptr;
+    ::GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+        reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&StayLoaded)), &ignored);
+}
+
+void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms) {
+    if (!OsEventWait(event_, limit_ms)) {
+        StayLoaded();
+        operation.Get()->table->Cancel(operation.Get());
+        throw BleError("The system did not finish the operation within " +
+                       std::to_string(limit_ms) + " ms");
+    }
+    if (state_ == AsyncState::kCompleted) return;
+    if (state_ == AsyncState::kError) {
+        HRESULT error = S_OK;
+        Call(operation, &AsyncInfo::Table::get_ErrorCode, &error);
+        Check(error);
+    }
+    throw BleError("The system cancelled the operation");
+}
+
+}  // namespace tarvik::winrt

@@ -1,0 +1,131 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <utility>
+
+#include "platform/lock.h"
+#include "transport/ble/winrt_pointer.h"
+
+namespace tarvik::winrt {
+
+// Lets calls in until it is closed.
+class Gate {
+public:
+    bool Enter() {
+        const LockGuard hold(lock_);
+        if (!closed_) ++inside_;
+        return !closed_;
+    }
+    void Leave() {
+        const LockGuard hold(lock_);
+        if (--inside_ == 0) empty_.WakeAll();
+    }
+    // Returns once nobody is inside. Never called from inside.
+    void Close() {
+        const LockGuard hold(lock_);
+        closed_ = true;
+        while (inside_ > 0)
+            empty_.Wait(lock_, -1);
+    }
+
+private:
+    OsLock lock_;
+    OsCondition empty_;
+    bool closed_ = false;  // guarded by lock_, as is the next
+    int inside_ = 0;
+};
+
+// A function that the runtime calls, on any thread and perhaps on several at once.
+template <typename First, typename Second>
+class Delegate final : public IUnknown {
+public:
+    using Body = std::function<void(First, Second)>;  // throws nothing
+
+    // The one reference belongs to the caller.
+    Delegate(const IID& iid, Body body) : iid_(iid), body_(std::move(body)) {}
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(const IID& iid, void** object) override {
+        const bool is_known = ::IsEqualGUID(iid, kIUnknownIid) != 0 ||
+                              ::IsEqualGUID(iid, kIAgileObjectIid) != 0 ||
+                              ::IsEqualGUID(iid, iid_) != 0;
+        *object = is_known ? this : nullptr;
+        if (!is_known) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const ULONG left = --references_;
+        if (left == 0) delete this;
+        return left;
+    }
+    // Behind the three functions of IUnknown, so nothing virtual may stand before it here.
+    virtual HRESULT STDMETHODCALLTYPE Invoke(First first, Second second) noexcept {
+        if (gate_.Enter()) {
+            body_(first, second);
+            gate_.Leave();
+        }
+        return S_OK;
+    }
+
+    // Once it has returned the body does not run any more.
+    void Close() { gate_.Close(); }
+
+private:
+    ~Delegate() = default;
+
+    const IID iid_;
+    const Body body_;
+    Gate gate_;
+    std::atomic<ULONG> references_{1};
+};
+
+// A handler of an event of `Source`, between Begin and End.
+template <typename Source, typename Arguments>
+class EventHandler {
+public:
+    using Token = EventRegistrationToken;
+    using Add = Method<Source, IUnknown*, Token*> Source::Table::*;
+    using Remove = Method<Source, Token> Source::Table::*;
+
+    EventHandler() = default;
+    EventHandler(const EventHandler&) = delete;
+    EventHandler& operator=(const EventHandler&) = delete;
+    ~EventHandler() { End(); }
+
+    // `iid` is that of the event's delegate; `body` throws nothing.
+    void Begin(const Pointer<Source>& source, Add add, Remove remove, const IID& iid,
+               std::function<void(Arguments*)> body) {
+        delegate_ = new EventDelegate(
+            iid, [body = std::move(body)](Inspectable*, Arguments* arguments) { body(arguments); });
+        try {
+            Call(source, add, static_cast<IUnknown*>(delegate_), &token_);
+        } catch (...) {
+            std::exchange(delegate_, nullptr)->Release();
+            throw;
+        }
+        source_ = Pointer<Source>::Share(source.Get());
+        remove_ = remove;
+    }
+
+    // Once it has returned the body does not run any more. Events may still arrive for a while
+    // after their handler was removed.
+    void End() noexcept {
+        if (delegate_ == nullptr) return;
+        delegate_->Close();
+        (source_.Get()->table->*remove_)(source_.Get(), token_);
+        std::exchange(delegate_, nullptr)->Release();
+        source_ = {};
+    }
+
+private:
+    using EventDelegate = Delegate<Inspectable*, Arguments*>;
+
+    Pointer<Source> source_;
+    EventDelegate* delegate_ = nullptr;  // one reference
+    Token token_{};
+    Remove remove_ = nullptr;
+};
+
+}  // namespace tarvik::winrt

@@ -1,0 +1,127 @@
+#include "transport/ble/winrt_runtime.h"
+
+#include <cstdio>
+#include <cwchar>
+#include <string>
+
+#include "platform/thread.h"
+#include "transport/ble/ble_radio.h"
+
+namespace tarvik::winrt {
+
+// ---------------------------------------------------------------- errors
+
+static std::string Utf8(const wchar_t* text, int length) {
+    const int size = ::WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<std::size_t>(size), '\0');
+    ::WideCharToMultiByte(CP_UTF8, 0, text, length, utf8.data(), size, nullptr, nullptr);
+    return utf8;
+}
+
+static std::string SystemText(HRESULT result) {
+    wchar_t text[256];
+    DWORD length = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                    nullptr, static_cast<DWORD>(result), 0, text, 256, nullptr);
+    while (length > 0 && std::wcschr(L" .\r\n", text[length - 1]) != nullptr)
+        --length;
+    return length == 0 ? "The system reported an error" : Utf8(text, static_cast<int>(length));
+}
+
+static BleError ErrorOf(HRESULT result, const std::string& text) {
+    char number[sizeof " (0x00000000)"];
+    std::snprintf(number, sizeof number, " (0x%08X)", static_cast<unsigned>(result));
+    return BleError(text + number);
+}
+
+void Check(HRESULT result) {
+    if (FAILED(result)) throw ErrorOf(result, SystemText(result));
+}
+
+// A class that is not registered belongs to a Windows that is too old for it.
+static void CheckClass(HRESULT result) {
+    if (result == REGDB_E_CLASSNOTREG) {
+        throw ErrorOf(result, "Bluetooth LE is not available in this version of Windows");
+    }
+    Check(result);
+}
+
+// ---------------------------------------------------------------- entry points
+
+template <typename Function>
+void Runtime::Find(const char* name, Function* function) {
+    *function =
+        reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));
+}
+
+Runtime::Runtime()
+    : module_(::LoadLibraryExW(L"combase.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
+    if (module_ != nullptr) {
+        Find("RoInitialize", &initialize_);
+        Find("RoUninitialize", &uninitialize_);
+        Find("RoActivateInstance", &activate_instance_);
+        Find("RoGetActivationFactory", &get_activation_factory_);
+        Find("WindowsCreateString", &create_string_);
+        Find("WindowsDeleteString", &delete_string_);
+    }
+    if (initialize_ == nullptr || uninitialize_ == nullptr || activate_instance_ == nullptr ||
+        get_activation_factory_ == nullptr || create_string_ == nullptr ||
+        delete_string_ == nullptr) {
+        if (module_ != nullptr) ::FreeLibrary(module_);
+        throw BleError("Bluetooth LE needs the Windows Runtime, which this system does not have");
+    }
+}
+
+Runtime::~Runtime() { ::FreeLibrary(module_); }
+
+// A thread that its program has already put into an apartment of its own stays there: the classes
+// used here may be called from every kind. It is not left either, then.
+void Runtime::EnterThread() {
+    const HRESULT result = initialize_(RO_INIT_MULTITHREADED);
+    if (result == RPC_E_CHANGED_MODE) return;
+    Check(result);
+    const LockGuard hold(lock_);
+    ++entered_[OsCurrentThreadId()];
+}
+
+void Runtime::LeaveThread() noexcept {
+    {
+        const LockGuard hold(lock_);
+        const auto entered = entered_.find(OsCurrentThreadId());
+        if (entered == entered_.end()) return;
+        if (--entered->second == 0) entered_.erase(entered);
+    }
+    uninitialize_();
+}
+
+// ---------------------------------------------------------------- classes
+
+class Runtime::ClassName {
+public:
+    ClassName(const Runtime& runtime, const wchar_t* text) : runtime_(runtime) {
+        Check(runtime_.create_string_(text, static_cast<UINT32>(std::wcslen(text)), &string_));
+    }
+    ~ClassName() { runtime_.delete_string_(string_); }
+    ClassName(const ClassName&) = delete;
+    ClassName& operator=(const ClassName&) = delete;
+    HSTRING Get() const { return string_; }
+
+private:
+    const Runtime& runtime_;
+    HSTRING string_ = nullptr;
+};
+
+Pointer<Inspectable> Runtime::Activate(const wchar_t* class_name) {
+    const ClassName name(*this, class_name);
+    ::IInspectable* object = nullptr;
+    CheckClass(activate_instance_(name.Get(), &object));
+    return Pointer<Inspectable>(reinterpret_cast<Inspectable*>(object));
+}
+
+void* Runtime::Factory(const wchar_t* class_name, const IID& iid) {
+    const ClassName name(*this, class_name);
+    void* factory = nullptr;
+    CheckClass(get_activation_factory_(name.Get(), iid, &factory));
+    return factory;
+}
+
+}  // namespace tarvik::winrt
