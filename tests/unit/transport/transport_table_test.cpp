@@ -107,17 +107,5 @@ TEST_F(TransportTableTest, WithEverySwitchOffNothingStartsAndNothingIsFound) {
         TransportTable.entries[i]->Deinit();
 }
 
-TEST_F(TransportTableTest, BleDoesNothingYetWhateverItsSwitch) {
-    config.useBle = true;
-    LogCapture log;
-    kBleTransport.Init();
-    kBleTransport.Start();
-    EXPECT_FALSE(kBleTransport.UpdateDevices(
-        10, [](void*, const DeviceReport&) { FAIL() << "reported a dongle"; }, nullptr));
-    kBleTransport.Stop();
-    kBleTransport.Deinit();
-    EXPECT_EQ(log.Text(), "");
-}
-
 }  // namespace
 }  // namespace tarvik::test

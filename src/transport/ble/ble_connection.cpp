@@ -1,0 +1,173 @@
+#include "transport/ble/ble_connection.h"
+
+#include <utility>
+
+#include "link/fragmentation.h"
+#include "support/log.h"
+#include "transport/ble/ble_share.h"
+#include "transport/ble/ble_state.h"
+
+namespace tarvik {
+
+static constexpr std::int32_t kThreadEndMs = 500;
+
+static constexpr BleUuid kService = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x99, 0x99,
+                                     0x12, 0xc8, 0x58, 0xb4, 0x59, 0xa2, 0x71, 0xff};
+static constexpr BleUuid kCharacteristic = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
+                                            0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
+
+BleConnection::BleConnection(std::shared_ptr<BleRadio> radio, std::uint64_t address,
+                             DeviceQueues* queues)
+    : radio_(std::move(radio)), address_(address), queues_(queues) {}
+
+BleConnection::~BleConnection() {
+    if (device_ == nullptr) return;
+    try {
+        const BleRadioThread inside(*radio_);
+        device_.reset();
+    } catch (...) {
+        Log(kLogTrace, "[BLE] Connection error: %s", BleErrorText().text);
+    }
+}
+
+// ---------------------------------------------------------------- connecting
+
+bool BleConnection::Open() {
+    ConsolePrint("  Connecting to BLE device...\n");
+    device_ = radio_->Open(address_);
+    if (device_ != nullptr) return true;
+    ConsolePrint("  ERROR: Failed to connect to device\n");
+    Log(kLogTrace, "[BLE] Failed to connect to device");
+    return false;
+}
+
+bool BleConnection::FindService() {
+    ConsolePrint("  Getting GATT services...\n");
+    const BleStatus status = device_->DiscoverServices();
+    if (status != BleStatus::kSuccess) {
+        ConsolePrint("  ERROR: Failed to get GATT services (status: %d)\n",
+                     static_cast<int>(status));
+        Log(kLogTrace, "[BLE] Failed to get GATT services");
+        return false;
+    }
+    ConsolePrint("  Searching for target service...\n");
+    if (!device_->SelectService(kService)) {
+        ConsolePrint("  ERROR: Target service not found\n");
+        Log(kLogTrace, "[BLE] Target service not found");
+        return false;
+    }
+    ConsolePrint("  Target service found\n");
+    return true;
+}
+
+bool BleConnection::FindCharacteristic() {
+    ConsolePrint("  Getting characteristics...\n");
+    const BleStatus status = device_->DiscoverCharacteristics();
+    if (status != BleStatus::kSuccess) {
+        ConsolePrint("  ERROR: Failed to get characteristics (status: %d)\n",
+                     static_cast<int>(status));
+        Log(kLogTrace, "[BLE] Failed to get characteristics");
+        return false;
+    }
+    if (!device_->SelectCharacteristic(kCharacteristic)) {
+        ConsolePrint("  ERROR: Target characteristic not found\n");
+        Log(kLogTrace, "[BLE] Target characteristic not found");
+        return false;
+    }
+    ConsolePrint("  Target characteristic found\n");
+    Log(kLogTrace, "[BLE] Found target characteristic");
+    return true;
+}
+
+bool BleConnection::EnableNotifications() {
+    const BleStatus status = device_->Subscribe(*this);
+    if (status != BleStatus::kSuccess) {
+        ConsolePrint("  ERROR: Failed to enable notifications (status: %d)\n",
+                     static_cast<int>(status));
+        Log(kLogTrace, "[BLE] Failed to enable notifications");
+        return false;
+    }
+    ConsolePrint("  Notifications enabled\n");
+    Log(kLogTrace, "[BLE] Notifications enabled");
+    return true;
+}
+
+bool BleConnection::Establish() {
+    return Open() && FindService() && FindCharacteristic() && EnableNotifications();
+}
+
+bool BleConnection::Run(const std::shared_ptr<BleConnection>& self) {
+    ConsolePrint("  Starting TX/RX threads...\n");
+    InitializeQueue(&queues_->rx);
+    InitializeQueue(&queues_->tx);
+    queues_->mtu = kBleMtu;
+    owns_queues_ = true;
+    running_ = true;
+    return StartThreads(self);
+}
+
+bool BleConnection::StartThreads(const std::shared_ptr<BleConnection>& self) {
+    transmit_thread_ = StartBleThread(BleTxThreadFunc, self, "Tarvik BleTxThreadFunc");
+    if (transmit_thread_ == nullptr) {
+        Log(kLogTrace, "[BLE] Failed to create TX thread: %i", OsLastError());
+        return false;
+    }
+    receive_thread_ = StartBleThread(BleRxThreadFunc, self, "Tarvik BleRxThreadFunc");
+    if (receive_thread_ == nullptr) {
+        Log(kLogTrace, "[BLE] Failed to create RX thread: %i", OsLastError());
+        return false;
+    }
+    return true;
+}
+
+// A link from before the dongle went away sends as soon as the queues are available, so they are
+// not before the dongle can be reached.
+void BleConnection::SetReady() {
+    const LockGuard hold(stop_lock_);
+    if (lost_) {
+        StopThreads();
+        return;
+    }
+    queues_->available = true;
+    ready_ = true;
+}
+
+// ---------------------------------------------------------------- the end
+
+void BleConnection::StopThreads() {
+    running_ = false;
+    WakeQueueWaiters(&queues_->tx);
+    stopped_.WakeAll();
+}
+
+// Everything that would wait is left to the next scan: this is a thread of the radio.
+void BleConnection::Lost() noexcept {
+    Log(kLogTrace, "[BLE] Connection to %s lost", BleAddressText(address_).text);
+    const LockGuard hold(stop_lock_);
+    lost_ = true;
+    if (!ready_) return;
+    queues_->available = false;
+    WakeQueueWaiters(&queues_->rx);
+    StopThreads();
+}
+
+void BleConnection::ReleaseQueues() {
+    {
+        const LockGuard hold(stop_lock_);
+        ready_ = false;
+        queues_->available = false;
+        StopThreads();
+    }
+    FreeQueue(&queues_->rx);
+    FreeQueue(&queues_->tx);
+    const LockGuard hold(receive_lock_);
+    FragForget(queues_);
+}
+
+void BleConnection::Close() {
+    if (owns_queues_) ReleaseQueues();
+    EndBleThread(&transmit_thread_, kThreadEndMs);
+    EndBleThread(&receive_thread_, kThreadEndMs);
+}
+
+}  // namespace tarvik

@@ -1,0 +1,313 @@
+#include "transport/ble/ble_scan.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "link/packet.h"
+#include "link/packet_queue.h"
+#include "platform/tick.h"
+#include "support/config.h"
+#include "support/log.h"
+#include "transport/ble/ble_connect.h"
+#include "transport/ble/ble_connection.h"
+#include "transport/ble/ble_state.h"
+
+namespace tarvik {
+
+static constexpr char kProductName[] = "Brennix";
+static constexpr std::uint32_t kLoginWaitMs = 500;
+static constexpr std::uint32_t kConnectWaitMs = 30'000;
+static constexpr std::int32_t kThreadEndMs = 500;
+static constexpr std::uint64_t kStepMs = 50;  // the longest that waiting takes to see the end
+static constexpr int kWaitTimedOut = 0x102;   // what the log calls a wait that ran out of time
+
+// ---------------------------------------------------------------- advertisements
+
+namespace {
+class AdvertisementHandler final : public BleScan::Handler {
+public:
+    void Advertised(const BleAdvertisement& advertisement) noexcept override;
+    void Failed(const BleError& error) noexcept override;
+};
+}  // namespace
+
+static bool IsProductName(std::span<const std::uint8_t> name) {
+    return name.size() == sizeof kProductName - 1 &&
+           std::memcmp(name.data(), kProductName, name.size()) == 0;
+}
+
+// Under BleCriticalSection.
+static void NoteAdvertisement(const BleAdvertisement& advertisement) {
+    if (ble->scan == nullptr) return;
+    const std::uint64_t address = advertisement.address;
+    const auto& discovered = ble->discovered;
+    if (std::find(discovered.begin(), discovered.end(), address) != discovered.end()) return;
+    if (!IsProductName(advertisement.name)) return;
+    ble->discovered.push_back(address);
+    const BleAddressText shown(address);
+    ConsolePrint("[BLE] Found Brennix: %s (RSSI: %d dBm)\n", shown.text, advertisement.rssi);
+    Log(kLogTrace, "[BLE] Found Brennix device: %s, RSSI: %d dBm", shown.text, advertisement.rssi);
+    ble->pending.push_back({address, BleDisplayBytes(address)});
+}
+
+void AdvertisementHandler::Advertised(const BleAdvertisement& advertisement) noexcept {
+    try {
+        const LockGuard hold(ble->BleCriticalSection);
+        NoteAdvertisement(advertisement);
+    } catch (...) {
+        Log(kLogTrace, "[BLE] Error in advertisement callback: %s", BleErrorText().text);
+    }
+}
+
+void AdvertisementHandler::Failed(const BleError& error) noexcept {
+    Log(kLogTrace, "[BLE] Error in advertisement callback: %s", BleErrorText(error).text);
+}
+
+// ---------------------------------------------------------------- scanning
+
+// While it lives, advertisements are taken.
+namespace {
+class ScanMark {
+public:
+    explicit ScanMark(const BleScan* scan) { Set(scan); }
+    ~ScanMark() { Set(nullptr); }
+    ScanMark(const ScanMark&) = delete;
+    ScanMark& operator=(const ScanMark&) = delete;
+
+private:
+    static void Set(const BleScan* scan) {
+        const LockGuard hold(ble->BleCriticalSection);
+        ble->scan = scan;
+    }
+};
+}  // namespace
+
+static void ClearScanData() {
+    const LockGuard hold(ble->BleCriticalSection);
+    ConsolePrint("[BLE] Clearing previous scan data (%d discovered, %d pending)\n",
+                 static_cast<int>(ble->discovered.size()), static_cast<int>(ble->pending.size()));
+    ble->discovered.clear();
+    ble->pending.clear();
+}
+
+static void Pause(std::uint32_t duration_ms) {
+    const std::uint64_t deadline = TickMs() + duration_ms;
+    while (!ble->closing) {
+        const std::uint64_t now = TickMs();
+        if (now >= deadline) return;
+        SleepMs(static_cast<std::uint32_t>(std::min(deadline - now, kStepMs)));
+    }
+}
+
+static BleList<BlePendingDevice> TakePending() {
+    const LockGuard hold(ble->BleCriticalSection);
+    return std::exchange(ble->pending, {});
+}
+
+static BleList<BlePendingDevice> ScanForDevices(std::uint32_t timeout_ms) {
+    ClearScanData();
+    AdvertisementHandler handler;
+    const std::unique_ptr<BleScan> scan = ble->radio->CreateScan(handler);
+    const ScanMark mark(scan.get());
+    ConsolePrint("[BLE] Starting watcher...\n");
+    scan->Start();
+    const int status = scan->Status();
+    ConsolePrint("[BLE] Watcher status: %d\n", status);
+    Log(kLogTrace, "[BLE] Started BLE scanning, status: %d", status);
+    Pause(timeout_ms);
+    scan->Stop();
+    BleList<BlePendingDevice> found = TakePending();
+    const int count = static_cast<int>(found.size());
+    ConsolePrint("[BLE] Scan complete, found %d device(s)\n", count);
+    Log(kLogTrace, "[BLE] Stopped BLE scanning, found %d potential devices", count);
+    return found;
+}
+
+// ---------------------------------------------------------------- asking dongles
+
+namespace {
+// Where a scan's dongles go, and how many went there.
+struct ScanReport {
+    ReportDevice report;
+    void* context;
+    int added = 0;
+
+    void Add(const LoginRecord& login, DeviceQueues* queues) {
+        report(context, {kBleTransportId, login, queues});
+        ++added;
+    }
+};
+}  // namespace
+
+static PacketPtr AskForLogin(DeviceQueues* queues) {
+    PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
+    if (identify != nullptr) EnqueueTransmitPacket(queues, identify);
+    return WaitForPacket(queues, kTypeLogn, kLoginWaitMs, kNoTag, &ble->closing);
+}
+
+using BleConnections = BleList<std::shared_ptr<BleConnection>>;
+
+static void AskConnected(const BleConnections& connected, ScanReport* out) {
+    ConsolePrint("[BLE] Checking %d already-connected device(s)...\n",
+                 static_cast<int>(connected.size()));
+    for (const auto& connection : connected) {
+        const PacketPtr answer = AskForLogin(connection->queues());
+        if (answer == nullptr) continue;
+        const LoginRecord login = LoginFromPacket(*answer);
+        ConsolePrint("[BLE] Already connected: '%s' at %s\n", LoginDeviceName(login).text,
+                     BleAddressText(connection->address()).text);
+        out->Add(login, connection->queues());
+    }
+}
+
+// A BUSY never ends the wait for a login, it is found afterwards.
+static void LogNoLogin(DeviceQueues* queues) {
+    const PacketPtr busy(
+        QueueFindFilterInternal(&queues->rx, 0, MatchType, {kTypeBusy, kNoTag}, true));
+    if (busy != nullptr) {
+        ConsolePrint("[BLE] Device busy\n");
+        Log(kLogTrace, "[BLE] Device returned BUSY");
+        return;
+    }
+    ConsolePrint("[BLE] No login response received\n");
+    Log(kLogTrace, "[BLE] Timeout waiting for login packet");
+}
+
+static void AskNew(DeviceQueues* queues, ScanReport* out) {
+    const PacketPtr answer = AskForLogin(queues);
+    if (answer == nullptr) {
+        LogNoLogin(queues);
+        return;
+    }
+    const LoginRecord login = LoginFromPacket(*answer);
+    const std::uint8_t* mac = login.Mac();
+    ConsolePrint("[BLE] Received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\n",
+                 LoginDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    out->Add(login, queues);
+    ConsolePrint("[BLE] Connected successfully\n");
+    Log(kLogTrace, "[BLE] Successfully connected and added device");
+}
+
+// ---------------------------------------------------------------- connecting
+
+static bool AwaitCompletion(const BleConnectRequest& request) {
+    const std::uint64_t deadline = TickMs() + kConnectWaitMs;
+    while (!ble->closing) {
+        const std::uint64_t now = TickMs();
+        const std::uint64_t left = now < deadline ? deadline - now : 0;
+        const auto step = static_cast<std::int32_t>(std::min(left, kStepMs));
+        if (OsEventWait(request.completed, step)) return true;
+        if (left == 0) break;
+    }
+    return false;
+}
+
+static void ConnectNew(const BlePendingDevice& device, ScanReport* out) {
+    const BleAddressText shown(device.address);
+    ConsolePrint("[BLE] Connecting to %s...\n", shown.text);
+    Log(kLogTrace, "[BLE] Connecting to device: %s", shown.text);
+    const auto request = RequestBleConnection(device.address);
+    if (request == nullptr) return;
+    if (!AwaitCompletion(*request)) {
+        if (ble->closing) return;
+        // The attempt goes on: what it comes to, the next scan finds.
+        ConsolePrint("[BLE] Connection timeout (wait result: %d)\n", kWaitTimedOut);
+        Log(kLogTrace, "[BLE] Connection timeout");
+        return;
+    }
+    EndBleRequest(request, kThreadEndMs);
+    ConsolePrint("[BLE] Thread completed, success=%d, queues=%p\n", request->success ? 1 : 0,
+                 static_cast<void*>(request->queues));
+    if (!request->success) {
+        ConsolePrint("[BLE] Connection failed\n");
+        Log(kLogTrace, "[BLE] Failed to connect to device");
+        return;
+    }
+    AskNew(request->queues, out);
+}
+
+// ---------------------------------------------------------------- clearing up
+
+static BleConnections TakeLost() {
+    const LockGuard hold(ble->BleCriticalSection);
+    auto& connected = ble->connected;
+    const auto first_lost = std::stable_partition(connected.begin(), connected.end(),
+                                                  [](const auto& each) { return !each->lost(); });
+    BleConnections lost(first_lost, connected.end());
+    connected.erase(first_lost, connected.end());
+    return lost;
+}
+
+static void CloseLost() {
+    for (const auto& connection : TakeLost())
+        connection->Close();
+}
+
+// Attempts that have come to an end after their scan had given up waiting.
+static void EndCompletedAttempts() {
+    BleList<std::shared_ptr<BleConnectRequest>> attempts;
+    {
+        const LockGuard hold(ble->BleCriticalSection);
+        attempts = ble->attempts;
+    }
+    for (const auto& attempt : attempts) {
+        if (OsEventWait(attempt->completed, 0)) EndBleRequest(attempt, kThreadEndMs);
+    }
+}
+
+// ---------------------------------------------------------------- one scan
+
+static BleConnections ConnectedNow() {
+    const LockGuard hold(ble->BleCriticalSection);
+    return ble->connected;
+}
+
+static bool Contains(const BleConnections& connected, std::uint64_t address) {
+    return std::any_of(connected.begin(), connected.end(),
+                       [address](const auto& each) { return each->address() == address; });
+}
+
+// A dongle that was connected before and still advertises is not connected a second time. One that
+// an earlier scan's attempt connects while this goes on is found through that attempt.
+static void AskAndConnect(const BleList<BlePendingDevice>& found, ScanReport* out) {
+    const BleConnections connected = ConnectedNow();
+    AskConnected(connected, out);
+    for (const BlePendingDevice& device : found) {
+        if (ble->closing) return;
+        if (!Contains(connected, device.address)) ConnectNew(device, out);
+    }
+}
+
+static void FindDongles(std::uint32_t timeout_ms, ScanReport* out) {
+    const BleRadioThread inside(*ble->radio);
+    CloseLost();  // a dongle does not advertise while its last connection is open
+    const BleList<BlePendingDevice> found = ScanForDevices(timeout_ms);
+    EndCompletedAttempts();
+    CloseLost();
+    AskAndConnect(found, out);
+}
+
+bool BleUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+    if (!config.useBle) return false;
+    const LockGuard hold(ble->scan_lock);
+    if (!ble->initialized || ble->closing) {
+        Log(kLogTrace, "[BLE] Not initialized");
+        return false;
+    }
+    ConsolePrint("[BLE] Scanning for devices (timeout: %d ms)...\n", static_cast<int>(timeout_ms));
+    Log(kLogTrace, "[BLE] BleUpdateDevices: scanning for devices (timeout: %d ms)",
+        static_cast<int>(timeout_ms));
+    ScanReport out{report, context};
+    try {
+        FindDongles(timeout_ms, &out);
+    } catch (...) {
+        Log(kLogTrace, "[BLE] BLE scanning failed: %s", BleErrorText().text);
+        return false;
+    }
+    ConsolePrint("[BLE] Device scan complete: %d device(s) added\n", out.added);
+    Log(kLogTrace, "[BLE] BleUpdateDevices complete, added %d devices", out.added);
+    return true;
+}
+
+}  // namespace tarvik

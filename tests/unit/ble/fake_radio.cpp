@@ -1,0 +1,303 @@
+#include "unit/ble/fake_radio.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "unit/test_system.h"
+
+namespace tarvik::test {
+
+static std::mutex radio_lock;
+static std::vector<std::shared_ptr<FakeDongle>> dongles;  // guarded by radio_lock
+static std::vector<std::string> broken_rules;             // guarded by radio_lock
+static thread_local int entered = 0;
+
+static void Break(const std::string& rule) {
+    const std::lock_guard hold(radio_lock);
+    broken_rules.push_back(rule);
+}
+
+static void Require(bool kept, const std::string& rule) {
+    if (!kept) Break(rule);
+}
+
+static void RequireEntered(const std::string& what) {
+    Require(entered > 0, what + " on a thread that has not entered");
+}
+
+static void ThrowUnlessEmpty(const std::string& error) {
+    if (!error.empty()) throw BleError(error);
+}
+
+// For members of FakeDongle.
+struct FakeAccess {
+    static bool Fails(FakeDongle& dongle, Step step) {
+        return dongle.fault && dongle.fault->step == step;
+    }
+    // Throws, or tells what the step comes to: false is "not there".
+    static bool Works(FakeDongle& dongle, Step step) {
+        if (!Fails(dongle, step)) return true;
+        if (dongle.fault->foreign) throw std::runtime_error("foreign");
+        ThrowUnlessEmpty(dongle.fault->error);
+        return !dongle.fault->refuse;
+    }
+    static BleStatus Status(FakeDongle& dongle, Step step) {
+        Works(dongle, step);
+        return Fails(dongle, step) ? dongle.fault->status : BleStatus::kSuccess;
+    }
+    static void AwaitOpening(FakeDongle& dongle) {
+        std::unique_lock hold(dongle.lock_);
+        if (!dongle.hold_) return;
+        dongle.opening_ = true;
+        dongle.changed_.wait(hold, [&] { return !dongle.hold_; });
+        dongle.opening_ = false;
+    }
+    static void Opened(FakeDongle& dongle) {
+        ++dongle.opened_;
+        ++dongle.open_;
+    }
+    static void SetHandler(FakeDongle& dongle, BleDevice::Handler* handler) {
+        const std::lock_guard hold(dongle.handler_lock_);
+        dongle.handler_ = handler;
+    }
+    static void Closed(FakeDongle& dongle) { --dongle.open_; }
+    static void Deliver(FakeDongle& dongle, const Bytes& packet) {
+        {
+            const std::lock_guard hold(dongle.lock_);
+            dongle.received_.push_back(packet);
+            dongle.writer_ = CurrentThreadName();
+        }
+        dongle.on_packet(dongle, packet);
+    }
+};
+
+namespace {
+
+class FakeDevice final : public BleDevice {
+public:
+    explicit FakeDevice(std::shared_ptr<FakeDongle> dongle) : dongle_(std::move(dongle)) {
+        ++FakeRadio::devices;
+        FakeAccess::Opened(*dongle_);
+    }
+    ~FakeDevice() override {
+        RequireEntered("closing a device");
+        if (subscribed_) FakeAccess::SetHandler(*dongle_, nullptr);
+        FakeAccess::Closed(*dongle_);
+        --FakeRadio::devices;
+    }
+    BleStatus DiscoverServices() override { return At(Step::kServices); }
+    bool SelectService(const BleUuid& uuid) override {
+        Require(uuid[0] == 0x59 && uuid[15] == 0xff, "the service's UUID");
+        RequireEntered("selecting");
+        return FakeAccess::Works(*dongle_, Step::kSelectService);
+    }
+    BleStatus DiscoverCharacteristics() override { return At(Step::kCharacteristics); }
+    bool SelectCharacteristic(const BleUuid& uuid) override {
+        Require(uuid[0] == 0x34 && uuid[15] == 0x00, "the characteristic's UUID");
+        RequireEntered("selecting");
+        return FakeAccess::Works(*dongle_, Step::kSelectCharacteristic);
+    }
+    BleStatus Subscribe(Handler& handler) override {
+        const BleStatus status = At(Step::kSubscribe);
+        if (status != BleStatus::kSuccess) return status;
+        FakeAccess::SetHandler(*dongle_, &handler);
+        subscribed_ = true;
+        if (dongle_->lost_while_subscribing) dongle_->Lose();
+        return status;
+    }
+    BleStatus Write(std::span<const std::uint8_t> value) override {
+        const bool alone = !writing_.exchange(true);
+        Require(alone, "two writes at once");
+        const BleStatus status = At(Step::kWrite);
+        if (status == BleStatus::kSuccess)
+            FakeAccess::Deliver(*dongle_, Bytes(value.begin(), value.end()));
+        writing_ = false;
+        return status;
+    }
+
+private:
+    BleStatus At(Step step) {
+        RequireEntered("using a device");
+        return FakeAccess::Status(*dongle_, step);
+    }
+
+    const std::shared_ptr<FakeDongle> dongle_;
+    bool subscribed_ = false;
+    std::atomic<bool> writing_{false};
+};
+
+std::vector<std::shared_ptr<FakeDongle>> Dongles() {
+    const std::lock_guard hold(radio_lock);
+    return dongles;
+}
+
+// Everything there is to hear is heard by the time Start returns, on threads of the radio's own.
+class FakeScan final : public BleScan {
+public:
+    explicit FakeScan(Handler& handler) : handler_(handler) { ++FakeRadio::scans; }
+    ~FakeScan() override {
+        RequireEntered("ending a scan");
+        --FakeRadio::scans;
+    }
+    void Start() override {
+        RequireEntered("starting a scan");
+        ThrowUnlessEmpty(FakeRadio::start_error);
+        std::vector<std::thread> threads;
+        for (const auto& dongle : Dongles())
+            threads.emplace_back([this, dongle] { Advertise(*dongle); });
+        for (std::thread& thread : threads)
+            thread.join();
+        if (!FakeRadio::advertisement_error.empty())
+            handler_.Failed(BleError(FakeRadio::advertisement_error));
+    }
+    std::int32_t Status() override { return 1; }
+    void Stop() override { RequireEntered("stopping a scan"); }
+
+private:
+    void Advertise(const FakeDongle& dongle) {
+        const auto* name = reinterpret_cast<const std::uint8_t*>(dongle.name.data());
+        for (int i = 0; i < dongle.advertisements; ++i)
+            handler_.Advertised({dongle.address, dongle.rssi, {name, dongle.name.size()}});
+    }
+
+    Handler& handler_;
+};
+
+class Radio final : public BleRadio {
+public:
+    Radio() { ++FakeRadio::radios; }
+    ~Radio() override { --FakeRadio::radios; }
+    std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) override {
+        RequireEntered("scanning");
+        ThrowUnlessEmpty(FakeRadio::create_error);
+        return std::make_unique<FakeScan>(handler);
+    }
+    std::unique_ptr<BleDevice> Open(std::uint64_t address) override {
+        RequireEntered("opening");
+        for (const auto& dongle : Dongles()) {
+            if (dongle->address != address) continue;
+            FakeAccess::AwaitOpening(*dongle);
+            if (!FakeAccess::Works(*dongle, Step::kOpen)) return nullptr;
+            return std::make_unique<FakeDevice>(dongle);
+        }
+        return nullptr;
+    }
+    void CancelConnecting() noexcept override {
+        ++FakeRadio::cancelled;
+        for (const auto& dongle : Dongles())
+            dongle->ReleaseOpening();
+    }
+    void EnterThread() override {
+        ThrowUnlessEmpty(FakeRadio::enter_error);
+        ++entered;
+        ++FakeRadio::threads;
+    }
+    void LeaveThread() noexcept override {
+        --entered;
+        --FakeRadio::threads;
+    }
+};
+
+void AnswerLikeADongle(FakeDongle& dongle, const Bytes& packet) {
+    if (LoadU32(packet.data()) == kTypeIden) dongle.Send(LoginOf("Test dongle"));
+}
+
+}  // namespace
+
+PacketPtr LoginOf(const std::string& name) {
+    PacketPtr login = MakePacket(kTypeLogn, kLoginSize);
+    const std::uint8_t mac[] = {0x10, 0x21, 0x32, 0x43, 0x54, 0x65};
+    std::copy(std::begin(mac), std::end(mac), login->Bytes() + 12);
+    login->SetU32(20, 5);
+    std::copy_n(name.begin(), std::min<std::size_t>(name.size(), 32), login->Bytes() + 64);
+    return login;
+}
+
+void FakeDongle::Notify(const Bytes& value) {
+    const std::lock_guard hold(handler_lock_);
+    if (handler_ != nullptr) handler_->Notified(value);
+}
+
+void FakeDongle::FailNotification(const std::string& message) {
+    const std::lock_guard hold(handler_lock_);
+    if (handler_ != nullptr) handler_->NotificationFailed(BleError(message));
+}
+
+void FakeDongle::Lose() {
+    const std::lock_guard hold(handler_lock_);
+    if (handler_ != nullptr) handler_->Lost();
+}
+
+void FakeDongle::HoldOpening() {
+    const std::lock_guard hold(lock_);
+    hold_ = true;
+}
+
+void FakeDongle::ReleaseOpening() {
+    const std::lock_guard hold(lock_);
+    hold_ = false;
+    changed_.notify_all();
+}
+
+bool FakeDongle::IsOpening() const {
+    const std::lock_guard hold(lock_);
+    return opening_;
+}
+
+std::vector<Bytes> FakeDongle::Received() const {
+    const std::lock_guard hold(lock_);
+    return received_;
+}
+
+std::size_t FakeDongle::ReceivedCount(std::uint32_t type) const {
+    const std::vector<Bytes> received = Received();
+    return static_cast<std::size_t>(
+        std::count_if(received.begin(), received.end(),
+                      [type](const Bytes& packet) { return LoadU32(packet.data()) == type; }));
+}
+
+std::string FakeDongle::WriterName() const {
+    const std::lock_guard hold(lock_);
+    return writer_;
+}
+
+void FakeRadio::Reset() {
+    open_error = create_error = start_error = enter_error = advertisement_error = "";
+    open_foreign = false;
+    cancelled = 0;
+    const std::lock_guard hold(radio_lock);
+    dongles.clear();
+    broken_rules.clear();
+}
+
+std::shared_ptr<FakeDongle> FakeRadio::Add(std::uint64_t address) {
+    auto dongle = std::make_shared<FakeDongle>();
+    dongle->address = address;
+    dongle->on_packet = AnswerLikeADongle;
+    const std::lock_guard hold(radio_lock);
+    dongles.push_back(dongle);
+    return dongle;
+}
+
+void FakeRadio::Remove(const std::shared_ptr<FakeDongle>& dongle) {
+    const std::lock_guard hold(radio_lock);
+    std::erase(dongles, dongle);
+}
+
+std::vector<std::string> FakeRadio::BrokenRules() {
+    const std::lock_guard hold(radio_lock);
+    return broken_rules;
+}
+
+}  // namespace tarvik::test
+
+namespace tarvik {
+
+std::unique_ptr<BleRadio> OpenBleRadio() {
+    if (test::FakeRadio::open_foreign) throw std::runtime_error("foreign");
+    test::ThrowUnlessEmpty(test::FakeRadio::open_error);
+    return std::make_unique<test::Radio>();
+}
+
+}  // namespace tarvik

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "transport/ble/ble_radio.h"
+#include "unit/link/link_support.h"
+
+// A radio without hardware: this file's source defines OpenBleRadio, so the library's own back end
+// is not linked and the transport runs alike on both systems. It checks the rules of ble_radio.h as
+// it goes: see FakeRadio::BrokenRules.
+namespace tarvik::test {
+
+inline constexpr std::uint64_t kAddress = 0xA0B1C2D3E4F5;
+inline constexpr char kAddressText[] = "A0:B1:C2:D3:E4:F5";
+
+PacketPtr LoginOf(const std::string& name);  // of a dongle whose MAC is 10:21:32:43:54:65
+
+enum class Step : std::uint8_t {
+    kOpen,
+    kServices,
+    kSelectService,
+    kCharacteristics,
+    kSelectCharacteristic,
+    kSubscribe,
+    kWrite,
+};
+
+// What an operation comes to instead of working.
+struct Fault {
+    Step step;
+    BleStatus status = BleStatus::kSuccess;  // another status, where the operation has one
+    std::string error = {};                  // thrown unless empty
+    bool foreign = false;                    // throws something that is no BleError
+    bool refuse = false;                     // null, or false: "not there"
+};
+
+// One dongle in reach. Tests set it up before they scan; the functions are safe at any time.
+class FakeDongle {
+public:
+    std::uint64_t address = kAddress;
+    std::string name = "Brennix";
+    std::int32_t rssi = -57;
+    int advertisements = 1;  // in each scan
+    std::optional<Fault> fault;
+    bool lost_while_subscribing = false;
+    // What it does with a packet; by default it answers IDEN with its login.
+    std::function<void(FakeDongle&, const Bytes& packet)> on_packet;
+
+    void AnswerNothing() {
+        on_packet = [](FakeDongle&, const Bytes&) {};
+    }
+    void Notify(const Bytes& value);  // to the library, if it is subscribed
+    void Send(const PacketPtr& packet) { Notify(BytesOf(packet)); }
+    void FailNotification(const std::string& message);
+    void Lose();            // the connection breaks
+    void HoldOpening();     // Open waits from here on ...
+    void ReleaseOpening();  // ... until this, or until connecting is cancelled
+    bool IsOpening() const;
+
+    int OpenCount() const { return opened_; }
+    bool IsOpen() const { return open_ > 0; }
+    std::vector<Bytes> Received() const;
+    std::size_t ReceivedCount(std::uint32_t type) const;
+    std::string WriterName() const;  // the description of the thread that wrote last
+
+private:
+    friend struct FakeAccess;
+
+    mutable std::mutex lock_;
+    std::condition_variable changed_;
+    std::mutex handler_lock_;  // held while a handler runs
+    BleDevice::Handler* handler_ = nullptr;
+    std::atomic<int> opened_{0};
+    std::atomic<int> open_{0};
+    bool hold_ = false;
+    bool opening_ = false;
+    std::vector<Bytes> received_;
+    std::string writer_;
+};
+
+class FakeRadio {
+public:
+    static void Reset();
+    static std::shared_ptr<FakeDongle> Add(std::uint64_t address = kAddress);
+    static void Remove(const std::shared_ptr<FakeDongle>& dongle);
+
+    // Thrown by OpenBleRadio, CreateScan, Start and EnterThread; empty: they work.
+    static inline std::string open_error, create_error, start_error, enter_error;
+    static inline bool open_foreign = false;
+    static inline std::string advertisement_error;  // reported once in each scan
+    // Scans and devices that exist, threads that have entered.
+    static inline std::atomic<int> radios{0}, scans{0}, devices{0}, threads{0};
+    static inline std::atomic<int> cancelled{0};
+    // What the library did that ble_radio.h forbids.
+    static std::vector<std::string> BrokenRules();
+};
+
+}  // namespace tarvik::test

@@ -1,0 +1,394 @@
+#include "unit/ble/ble_fixture.h"
+#include "unit/ble/event_fault.h"
+#include "unit/transport/thread_start_fault.h"
+
+namespace tarvik::test {
+namespace {
+
+class BleScanTest : public BleFixture {
+protected:
+    // "%p" as the library prints it.
+    static std::string Pointer(const void* pointer) {
+        char text[40];
+        FormatText(text, sizeof text, "%p", pointer);
+        return text;
+    }
+};
+
+constexpr char kScanBegin[] =
+    "[BLE] Scanning for devices (timeout: 20 ms)...\n"
+    "[BLE] Clearing previous scan data (0 discovered, 0 pending)\n"
+    "[BLE] Starting watcher...\n";
+
+TEST_F(BleScanTest, WithoutDonglesItSaysSo) {
+    LogCapture log;
+    StdoutCapture console;
+    EXPECT_TRUE(kBleTransport.UpdateDevices(kScanMs, nullptr, nullptr));
+    EXPECT_EQ(console.Text(), std::string(kScanBegin) +
+                                  "[BLE] Watcher status: 1\n"
+                                  "[BLE] Scan complete, found 0 device(s)\n"
+                                  "[BLE] Checking 0 already-connected device(s)...\n"
+                                  "[BLE] Device scan complete: 0 device(s) added\n");
+    EXPECT_EQ(log.Lines(), (std::vector<std::string>{
+                               "[BLE] BleUpdateDevices: scanning for devices (timeout: 20 ms)",
+                               "[BLE] Started BLE scanning, status: 1",
+                               "[BLE] Stopped BLE scanning, found 0 potential devices",
+                               "[BLE] BleUpdateDevices complete, added 0 devices"}));
+}
+
+TEST_F(BleScanTest, NewDongleIsConnectedAskedAndReported) {
+    const auto dongle = FakeRadio::Add();
+    LogCapture log;
+    StdoutCapture console;
+    const auto reports = Scan();
+    const std::string text = console.Text();
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].transport, 3u);
+    const PacketPtr login = LoginOf("Test dongle");
+    EXPECT_TRUE(std::equal(login->Bytes(), login->Bytes() + kLoginSize, reports[0].login.bytes));
+    EXPECT_TRUE(reports[0].queues->available);
+    EXPECT_EQ(reports[0].queues->mtu, 244u);
+    EXPECT_EQ(dongle->Received(), std::vector<Bytes>{BytesOf(PacketOf(kTypeIden, {}))});
+
+    const std::string queues = Pointer(reports[0].queues);
+    for (const std::string& line :
+         {std::string(kScanBegin) + "[BLE] Found Brennix: A0:B1:C2:D3:E4:F5 (RSSI: -57 dBm)\n" +
+              "[BLE] Watcher status: 1\n"
+              "[BLE] Scan complete, found 1 device(s)\n"
+              "[BLE] Checking 0 already-connected device(s)...\n"
+              "[BLE] Connecting to A0:B1:C2:D3:E4:F5...\n"
+              "  Connecting to BLE device...\n"
+              "  Getting GATT services...\n"
+              "  Searching for target service...\n"
+              "  Target service found\n"
+              "  Getting characteristics...\n"
+              "  Target characteristic found\n"
+              "  Notifications enabled\n"
+              "  Starting TX/RX threads...\n"
+              "  Connection complete, queues=" +
+              queues + "\n" + "[BLE] Thread completed, success=1, queues=" + queues + "\n",
+          std::string("[BLE] Received: 'Test dongle' with mac 10:21:32:43:54:65\n"
+                      "[BLE] Connected successfully\n"
+                      "[BLE] Device scan complete: 1 device(s) added\n")}) {
+        EXPECT_TRUE(Contains(text, line)) << line << "---- in ----\n" << text;
+    }
+    for (const char* line :
+         {"[BLE] Found Brennix device: A0:B1:C2:D3:E4:F5, RSSI: -57 dBm",
+          "[BLE] Stopped BLE scanning, found 1 potential devices",
+          "[BLE] Connecting to device: A0:B1:C2:D3:E4:F5", "[BLE] Found target characteristic",
+          "[BLE] Notifications enabled", "[BLE] Device connected and ready",
+          "[BLE] Successfully connected and added device",
+          "[BLE] BleUpdateDevices complete, added 1 devices"}) {
+        EXPECT_EQ(log.Count(line), 1u) << line;
+    }
+}
+
+TEST_F(BleScanTest, EveryDongleInReachIsReported) {
+    for (std::uint64_t address = 1; address <= 3; ++address)
+        FakeRadio::Add(address);
+    EXPECT_EQ(Scan().size(), 3u);
+    EXPECT_EQ(Scan().size(), 3u) << "and again in the next scan";
+}
+
+TEST_F(BleScanTest, DongleThatAdvertisesTwiceIsConnectedOnce) {
+    const auto dongle = FakeRadio::Add();
+    dongle->advertisements = 2;
+    LogCapture log;
+    EXPECT_EQ(Scan().size(), 1u);
+    EXPECT_EQ(dongle->OpenCount(), 1);
+    EXPECT_EQ(log.Count("[BLE] Found Brennix device: A0:B1:C2:D3:E4:F5, RSSI: -57 dBm"), 1u);
+}
+
+TEST_F(BleScanTest, NamesThatAreNotExactlyTheProductsAreIgnored) {
+    const auto dongle = FakeRadio::Add();
+    for (const std::string& name :
+         {std::string(), std::string("Brenni"), std::string("Brennix2"), std::string("brennix"),
+          std::string("Brennix\0", 8), std::string(" Brennix")}) {
+        dongle->name = name;
+        EXPECT_EQ(Scan().size(), 0u) << name;
+    }
+    EXPECT_EQ(dongle->OpenCount(), 0);
+}
+
+TEST_F(BleScanTest, NameThatComesInASecondAdvertisementCounts) {
+    FakeRadio::Add()->name = "";  // the advertisement proper; the scan response has the name
+    FakeRadio::Add();
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
+TEST_F(BleScanTest, DataOfTheLastScanAreClearedAndCounted) {
+    FakeRadio::Add();
+    Scan();
+    StdoutCapture console;
+    Scan();
+    EXPECT_TRUE(
+        Contains(console.Text(), "[BLE] Clearing previous scan data (1 discovered, 0 pending)\n"));
+}
+
+TEST_F(BleScanTest, AdvertisementThatCannotBeReadIsLogged) {
+    FakeRadio::advertisement_error = "no bytes";
+    LogCapture log;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(log.Has("[BLE] Error in advertisement callback: no bytes"));
+}
+
+TEST_F(BleScanTest, RadioThatCannotScanEndsTheScanAndTheNextOneTriesAnew) {
+    FakeRadio::Add();
+    for (std::string* error :
+         {&FakeRadio::create_error, &FakeRadio::start_error, &FakeRadio::enter_error}) {
+        *error = "switched off";
+        LogCapture log;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(log.Has("[BLE] BLE scanning failed: switched off"));
+        EXPECT_FALSE(log.Mentions("BleUpdateDevices complete"));
+        *error = "";
+    }
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
+// ---------------------------------------------------------------- already connected
+
+TEST_F(BleScanTest, ConnectedDongleThatStillAdvertisesIsNotConnectedASecondTime) {
+    const auto dongle = FakeRadio::Add();
+    const DeviceQueues* queues = Connect();
+    StdoutCapture console;
+    EXPECT_EQ(Connect(), queues);
+    EXPECT_EQ(dongle->OpenCount(), 1);
+    EXPECT_EQ(ConnectedCount(), 1u);
+    EXPECT_TRUE(Contains(console.Text(), "[BLE] Checking 1 already-connected device(s)...\n"));
+    EXPECT_TRUE(
+        Contains(console.Text(), "[BLE] Already connected: 'Test dongle' at A0:B1:C2:D3:E4:F5\n"));
+    EXPECT_FALSE(Contains(console.Text(), "[BLE] Connecting to"));
+    EXPECT_TRUE(Contains(console.Text(), "[BLE] Device scan complete: 1 device(s) added\n"));
+}
+
+TEST_F(BleScanTest, ConnectedDongleThatDoesNotAnswerIsNotReportedButKept) {
+    const auto dongle = FakeRadio::Add();
+    Connect();
+    dongle->AnswerNothing();
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(dongle->IsOpen());
+    EXPECT_EQ(dongle->OpenCount(), 1);
+}
+
+// ---------------------------------------------------------------- no login
+
+TEST_F(BleScanTest, DongleThatAnswersBusyIsNotReported) {
+    const auto dongle = FakeRadio::Add();
+    dongle->on_packet = [](FakeDongle& self, const Bytes&) { self.Send(BusyFor(0)); };
+    LogCapture log;
+    StdoutCapture console;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(Contains(console.Text(), "[BLE] Device busy\n"));
+    EXPECT_TRUE(log.Has("[BLE] Device returned BUSY"));
+    EXPECT_FALSE(Contains(console.Text(), "No login response"));
+    EXPECT_TRUE(Contains(console.Text(), "[BLE] Device scan complete: 0 device(s) added\n"));
+}
+
+TEST_F(BleScanTest, DongleWithoutALoginIsNotReported) {
+    FakeRadio::Add()->AnswerNothing();
+    LogCapture log;
+    StdoutCapture console;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(Contains(console.Text(), "[BLE] No login response received\n"));
+    EXPECT_TRUE(log.Has("[BLE] Timeout waiting for login packet"));
+}
+
+// ---------------------------------------------------------------- failing to connect
+
+struct FailureCase {
+    const char* name;
+    Fault fault;
+    std::string console;
+    std::string log;
+};
+void PrintTo(const FailureCase& failure, std::ostream* out) { *out << failure.name; }
+
+class BleConnectFailure : public BleScanTest, public testing::WithParamInterface<FailureCase> {};
+
+TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
+    const FailureCase& failure = GetParam();
+    const auto dongle = FakeRadio::Add();
+    dongle->fault = failure.fault;
+    LogCapture log;
+    {
+        StdoutCapture console;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(Contains(console.Text(), failure.console)) << console.Text();
+        EXPECT_TRUE(Contains(console.Text(), "[BLE] Thread completed, success=0, queues=" +
+                                                 Pointer(nullptr) + "\n[BLE] Connection failed\n"));
+    }
+    EXPECT_TRUE(log.Has(failure.log)) << log.Text();
+    EXPECT_TRUE(log.Has("[BLE] Failed to connect to device"));
+    EXPECT_FALSE(dongle->IsOpen());
+    EXPECT_EQ(ConnectedCount(), 0u);
+    dongle->fault.reset();
+    EXPECT_EQ(Scan().size(), 1u) << "the next scan tries anew";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachStep, BleConnectFailure,
+    testing::Values(FailureCase{"NotReachable",
+                                {.step = Step::kOpen, .refuse = true},
+                                "  ERROR: Failed to connect to device\n",
+                                "[BLE] Failed to connect to device"},
+                    FailureCase{"OpeningThrows",
+                                {.step = Step::kOpen, .error = "gone"},
+                                "  ERROR: Connection exception: gone\n",
+                                "[BLE] Connection error: gone"},
+                    FailureCase{"UnknownException",
+                                {.step = Step::kOpen, .foreign = true},
+                                "  ERROR: Connection exception: Unknown error\n",
+                                "[BLE] Connection error: Unknown error"},
+                    FailureCase{"NoServices",
+                                {.step = Step::kServices, .status = BleStatus::kUnreachable},
+                                "  ERROR: Failed to get GATT services (status: 1)\n",
+                                "[BLE] Failed to get GATT services"},
+                    FailureCase{"ServicesThrow",
+                                {.step = Step::kServices, .error = "late"},
+                                "  ERROR: Connection exception: late\n",
+                                "[BLE] Connection error: late"},
+                    FailureCase{"OtherService",
+                                {.step = Step::kSelectService, .refuse = true},
+                                "  ERROR: Target service not found\n",
+                                "[BLE] Target service not found"},
+                    FailureCase{
+                        "NoCharacteristics",
+                        {.step = Step::kCharacteristics, .status = BleStatus::kAccessDenied},
+                        "  ERROR: Failed to get characteristics (status: 3)\n",
+                        "[BLE] Failed to get characteristics"},
+                    FailureCase{"OtherCharacteristic",
+                                {.step = Step::kSelectCharacteristic, .refuse = true},
+                                "  ERROR: Target characteristic not found\n",
+                                "[BLE] Target characteristic not found"},
+                    FailureCase{"NoNotifications",
+                                {.step = Step::kSubscribe, .status = BleStatus::kProtocolError},
+                                "  ERROR: Failed to enable notifications (status: 2)\n",
+                                "[BLE] Failed to enable notifications"}),
+    [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(BleScanTest, ThreadsOfAConnectionThatCannotBeStartedFailTheAttempt) {
+    const auto dongle = FakeRadio::Add();
+    for (const char* thread : {"Tarvik BleTxThreadFunc", "Tarvik BleRxThreadFunc"}) {
+        const ThreadStartFault fault(thread, 11);
+        LogCapture log;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(log.Mentions("X thread: 11"));
+        EXPECT_EQ(log.Count("[BLE] TX thread started"), log.Count("[BLE] TX thread exiting"));
+        EXPECT_FALSE(dongle->IsOpen());
+        EXPECT_EQ(ConnectedCount(), 0u);
+    }
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
+TEST_F(BleScanTest, ConnectThreadThatCannotBeStartedIsLogged) {
+    FakeRadio::Add();
+    {
+        const ThreadStartFault fault("Tarvik BleConnectThread", 11);
+        LogCapture log;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(log.Has("[BLE] Failed to create connection thread"));
+    }
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
+TEST_F(BleScanTest, CompletionEventThatCannotBeCreatedIsLogged) {
+    FakeRadio::Add();
+    {
+        const EventFault fault;
+        LogCapture log;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(log.Has("[BLE] Failed to create completion event"));
+        EXPECT_TRUE(log.Has("[BLE] BleUpdateDevices complete, added 0 devices"));
+    }
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
+// ---------------------------------------------------------------- slow connections
+
+class BleSlowConnection : public BleScanTest {
+protected:
+    // A scan that gives up waiting for a dongle which is still being opened.
+    void GiveUp() {
+        dongle_->HoldOpening();
+        Thread scan([this] {
+            StdoutCapture console;
+            EXPECT_EQ(Scan().size(), 0u);
+            console_ = console.Text();
+        });
+        // The scan itself runs by the tick as well.
+        ASSERT_TRUE(Eventually([&] {
+            if (!dongle_->IsOpening()) tick_.Advance(1);
+            return dongle_->IsOpening();
+        }));
+        tick_.Advance(30'000);
+        scan.Join();
+    }
+    void TearDown() override {
+        dongle_->ReleaseOpening();
+        BleScanTest::TearDown();
+    }
+    bool BecomesReady() const {
+        return Eventually([&] { return log_.Has("[BLE] Device connected and ready"); });
+    }
+    // A scan by a tick that goes on.
+    std::vector<DeviceReport> ScanInTime() {
+        std::atomic<bool> done{false};
+        Thread clock([&] {
+            while (!done) {
+                tick_.Advance(1);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+        auto reports = Scan();
+        done = true;
+        return reports;
+    }
+
+    FakeTick tick_{1000};
+    LogCapture log_;
+    std::shared_ptr<FakeDongle> dongle_ = nullptr;
+    std::string console_;
+
+    void SetUp() override {
+        BleScanTest::SetUp();
+        dongle_ = FakeRadio::Add();
+    }
+};
+
+TEST_F(BleSlowConnection, IsGivenUpByTheScanAfterThirtySeconds) {
+    GiveUp();
+    EXPECT_TRUE(Contains(console_, "[BLE] Connection timeout (wait result: 258)\n"));
+    EXPECT_TRUE(log_.Has("[BLE] Connection timeout"));
+    EXPECT_TRUE(Contains(console_, "[BLE] Device scan complete: 0 device(s) added\n"));
+}
+
+TEST_F(BleSlowConnection, MayStillFinishAndIsFoundByTheNextScan) {
+    GiveUp();
+    dongle_->ReleaseOpening();
+    ASSERT_TRUE(BecomesReady());
+    EXPECT_EQ(ScanInTime().size(), 1u);
+    EXPECT_EQ(dongle_->OpenCount(), 1);
+}
+
+TEST_F(BleSlowConnection, ThatFailsAfterAllIsTriedAnewByTheNextScan) {
+    GiveUp();
+    dongle_->fault = Fault{.step = Step::kOpen, .refuse = true};
+    dongle_->ReleaseOpening();
+    ASSERT_TRUE(Eventually([&] { return log_.Has("[BLE] Failed to connect to device"); }));
+    dongle_->fault.reset();
+    EXPECT_EQ(ScanInTime().size(), 1u);
+}
+
+TEST_F(BleSlowConnection, IsNotBegunASecondTimeWhileItLasts) {
+    GiveUp();
+    Thread scan([this] { EXPECT_EQ(ScanInTime().size(), 1u); });
+    ASSERT_TRUE(Eventually(
+        [&] { return log_.Count("[BLE] Connecting to device: A0:B1:C2:D3:E4:F5") == 2; }));
+    dongle_->ReleaseOpening();
+    scan.Join();
+    EXPECT_EQ(dongle_->OpenCount(), 1);
+}
+
+}  // namespace
+}  // namespace tarvik::test
