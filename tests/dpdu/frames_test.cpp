@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <memory>
 #include <sstream>
 #include <string>
 
@@ -11,6 +10,7 @@
 #include "failure.h"
 #include "frame_counts.h"
 #include "output.h"
+#include "temporary_file.h"
 #include "unit_list.h"
 
 namespace dpdu {
@@ -88,22 +88,14 @@ TEST(UnitLists, LineThatIsNoneIsNamed) {
 
 // ---------------------------------------------------------------------------------------------
 
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 TEST(LiveTables, NextOneIsWrittenOverTheLast) {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::tmpfile());
+    const File file(std::tmpfile());
     ASSERT_TRUE(file);
     Output output(file.get(), false, true);
     output.LiveTable({{"ID", "COUNT"}, {"123", "1"}});
     output.LiveTable({{"ID", "COUNT"}, {"123", "2"}});
     output.Flush();
-    std::rewind(file.get());
-    std::string text;
-    for (int c = std::fgetc(file.get()); c != EOF; c = std::fgetc(file.get()))
-        text += static_cast<char>(c);
-    EXPECT_EQ(text,
+    EXPECT_EQ(Content(file.get()),
               "ID   COUNT\x1b[K\n123  1\x1b[K\n\x1b[2A"
               "ID   COUNT\x1b[K\n123  2\x1b[K\n");
 }

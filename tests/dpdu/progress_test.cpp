@@ -4,25 +4,13 @@
 
 #include <chrono>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <thread>
 
+#include "temporary_file.h"
+
 namespace dpdu {
 namespace {
-
-struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-std::string Content(std::FILE* file) {
-    std::string text;
-    std::rewind(file);
-    for (int c = std::fgetc(file); c != EOF; c = std::fgetc(file))
-        text += static_cast<char>(c);
-    return text;
-}
 
 // The length of a stream grows with what the progress thread flushes into it.
 bool WaitUntilWritten(std::FILE* file) {

@@ -14,7 +14,7 @@
 namespace conformance {
 namespace {
 
-constexpr std::uint32_t kLinks = 8;
+constexpr std::uint32_t kWorkers = 8;
 constexpr std::uint32_t kWarmUp = 1'000;
 // The whole growth that is allowed for, whatever the number of requests: 100 000 requests that lost
 // 32 bytes each would exceed it.
@@ -24,7 +24,7 @@ class ManyRequests : public SerialDongleWithoutLog {
 protected:
     void CreateLinks() {
         SetNumber("CP_P2Max", 4'000'000);
-        for (std::uint32_t i = 0; i < kLinks; ++i) {
+        for (std::uint32_t i = 0; i < kWorkers; ++i) {
             requesters_.push_back(
                 std::make_unique<Requester>(hMod, kEngineRequest, kEngineResponse));
         }
@@ -35,8 +35,8 @@ protected:
         std::atomic<std::uint32_t> answered{0};
         {
             std::vector<std::unique_ptr<Thread>> threads;
-            for (std::uint32_t i = 0; i < kLinks; ++i) {
-                const std::uint32_t share = requests / kLinks + (i < requests % kLinks ? 1 : 0);
+            for (std::uint32_t i = 0; i < kWorkers; ++i) {
+                const std::uint32_t share = requests / kWorkers + (i < requests % kWorkers ? 1 : 0);
                 threads.push_back(std::make_unique<Thread>([this, i, share, &answered] {
                     for (std::uint32_t sent = 0; sent < share; ++sent) {
                         if (IsAnswered(*requesters_[i])) answered.fetch_add(1);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 
+#include "conformance/frame/construct.h"
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/items.h"
@@ -16,9 +17,6 @@
 using namespace conformance;
 
 namespace {
-
-void Construct() { ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR); }
-void Destruct() { ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }
 
 // Whether the demo device's transport started at this construct.
 bool DemoStarts() {

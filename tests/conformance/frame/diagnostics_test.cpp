@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdlib>
 
+#include "conformance/frame/construct.h"
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/log_file.h"
@@ -25,8 +26,6 @@ void ConstructWith(const Settings& settings) {
     settings.Store();
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
 }
-
-void Destruct() { ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }
 
 std::vector<std::string> TextLines(const std::string& text) {
     std::vector<std::string> lines;

@@ -71,6 +71,11 @@ nlohmann::json Simulator::Last(std::uint64_t count, const std::string& filter) {
     return answer.empty() ? nlohmann::json::array() : nlohmann::json::parse(answer);
 }
 
+nlohmann::json Simulator::LastRequest() {
+    const nlohmann::json entries = Last(1, "in CREQ");
+    return entries.empty() ? nlohmann::json::object() : entries[0]["fields"];
+}
+
 std::uint64_t Simulator::Violations() {
     const std::string answer = Command("violations");
     return answer.empty() ? 0 : std::stoull(answer);

@@ -26,7 +26,7 @@ protected:
         simulator.Command("record clear");
         const UNUM32 hCoP = link.StartReading();
         EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
-        EXPECT_EQ(LastRequest()["fields"]["timeout_ms"], kTimeoutMs);
+        EXPECT_EQ(simulator.LastRequest()["timeout_ms"], kTimeoutMs);
         return hCoP;
     }
     // The time from the cancel to the final state, which it must reach as cancelled.

@@ -86,10 +86,6 @@ inline std::vector<RowAnswer> AllBut(UNUM32 count, const std::vector<UNUM32>& mi
 
 class FunctionalRequests : public SerialDongle {
 protected:
-    nlohmann::json LastRequest() {
-        const nlohmann::json entries = simulator.Last(1, "in CREQ");
-        return entries.empty() ? nlohmann::json::object() : entries[0];
-    }
     void Unit(UNUM32 unit, const std::string& behaviour) {
         simulator.Command("unit unit" + std::to_string(unit) + " " + behaviour);
     }

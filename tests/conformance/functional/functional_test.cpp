@@ -16,8 +16,8 @@ constexpr UNUM32 kCounts[] = {2, 20, 64};
 TEST_F(FunctionalRequests, OfOneRowIsAPhysicalRequest) {
     UnitsLink link(hMod, 1);
     ExpectAnswers(link.ReadPartNumbers(), AllBut(1));
-    EXPECT_EQ(LastRequest()["fields"]["form"], "single");
-    EXPECT_EQ(LastRequest()["fields"]["physical"], "600");
+    EXPECT_EQ(simulator.LastRequest()["form"], "single");
+    EXPECT_EQ(simulator.LastRequest()["physical"], "600");
 }
 
 TEST_F(FunctionalRequests, ReachEveryControlUnitWithOnePacket) {
@@ -27,12 +27,12 @@ TEST_F(FunctionalRequests, ReachEveryControlUnitWithOnePacket) {
         simulator.Command("record clear");
         ExpectAnswers(link.ReadPartNumbers(), AllBut(count));
         EXPECT_EQ(simulator.Count("in CREQ"), 1u);
-        const nlohmann::json request = LastRequest();
+        const nlohmann::json request = simulator.LastRequest();
         EXPECT_EQ(request["length"], 32 + (count * 8 + 3 + 7) / 8 * 8);
-        EXPECT_EQ(request["fields"]["form"], "multi");
-        EXPECT_EQ(request["fields"]["functional"], "7DF");
-        EXPECT_EQ(request["fields"]["timeout_ms"], 2000);
-        EXPECT_EQ(request["fields"]["entries"].size(), count);
+        EXPECT_EQ(request["form"], "multi");
+        EXPECT_EQ(request["functional"], "7DF");
+        EXPECT_EQ(request["timeout_ms"], 2000);
+        EXPECT_EQ(request["entries"].size(), count);
     }
 }
 

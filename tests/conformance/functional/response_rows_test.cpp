@@ -112,7 +112,7 @@ TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
     UnitsLink link(hMod, units);
     const LogCapture log;
     ExpectAnswers(link.ReadPartNumbers(), AllBut(44));
-    EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 44u);
+    EXPECT_EQ(simulator.LastRequest()["entries"].size(), 44u);
     EXPECT_EQ(
         log.MissingOf({"[CommThreadFunc:*]    prepare multi-request packet with 64 entries in "
                        "UniqueRespTable",
@@ -123,8 +123,8 @@ TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
 TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
     UnitsLink link(hMod, {9, 9, 9});
     ExpectAnswers(link.ReadPartNumbers(), {{0, 9}});
-    EXPECT_EQ(LastRequest()["fields"]["form"], "multi");
-    EXPECT_EQ(LastRequest()["fields"]["entries"].size(), 1u);
+    EXPECT_EQ(simulator.LastRequest()["form"], "multi");
+    EXPECT_EQ(simulator.LastRequest()["entries"].size(), 1u);
 }
 
 // Deliberate: rows are named by their position in the table, and the dongle counts what it was

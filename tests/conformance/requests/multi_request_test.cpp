@@ -11,11 +11,6 @@ namespace {
 
 using MultiRequest = SerialDongle;
 
-nlohmann::json LastRequest(Simulator& simulator) {
-    const nlohmann::json entries = simulator.Last(1, "in CREQ");
-    return entries.empty() ? nlohmann::json::object() : entries[0]["fields"];
-}
-
 TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequestEach) {
     CarLink link(hMod);
     const LogCapture log;
@@ -32,15 +27,15 @@ TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequestEach) {
     EXPECT_TRUE(outcome.errors.empty());
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
     EXPECT_EQ(simulator.Count("in CREQ"), 1u);
-    EXPECT_EQ(LastRequest(simulator)["form"], "multi");
-    EXPECT_EQ(LastRequest(simulator)["functional"], "7DF");
+    EXPECT_EQ(simulator.LastRequest()["form"], "multi");
+    EXPECT_EQ(simulator.LastRequest()["functional"], "7DF");
 }
 
 TEST_F(MultiRequest, DongleIsGivenHalfOfP2MaxWithoutAnAddition) {
     CarLink link(hMod);
     SetNumber("CP_P2Max", 600'000);
     link.Request(ReadVin());
-    EXPECT_EQ(LastRequest(simulator)["timeout_ms"], 300);
+    EXPECT_EQ(simulator.LastRequest()["timeout_ms"], 300);
 }
 
 TEST_F(MultiRequest, ResultHasFourTimestampFlagBytesAndTheItemsTime) {
@@ -70,7 +65,7 @@ TEST_F(MultiRequest, RepeatedResponseIdentifierIsLeftOut) {
     link.Connect();
     const LogCapture log;
     const Outcome outcome = link.Request(ReadVin());
-    EXPECT_EQ(LastRequest(simulator)["entries"].size(), 2u);
+    EXPECT_EQ(simulator.LastRequest()["entries"].size(), 2u);
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
     EXPECT_EQ(log.MissingOf(
                   {"[CommThreadFunc:*]    prepare multi-request packet with 3 entries in "
@@ -97,7 +92,7 @@ TEST_F(MultiRequest, EntryWithoutIdentifiersKeepsThoseOfTheEntryBefore) {
     link.Connect();
     link.Request(ReadVin());
     // The third repeats the second's response identifier, so it is left out.
-    const nlohmann::json entries = LastRequest(simulator)["entries"];
+    const nlohmann::json entries = simulator.LastRequest()["entries"];
     ASSERT_EQ(entries.size(), 2u) << entries.dump();
 }
 

@@ -13,11 +13,6 @@ namespace {
 
 using SingleRequest = SerialDongle;
 
-nlohmann::json LastRequest(Simulator& simulator) {
-    const nlohmann::json entries = simulator.Last(1, "in CREQ");
-    return entries.empty() ? nlohmann::json::object() : entries[0]["fields"];
-}
-
 TEST_F(SingleRequest, IsAnsweredByOneResultBetweenExecutingAndFinished) {
     EngineLink link(hMod);
     const Outcome outcome = link.Request(ReadVin(), PositiveRead());
@@ -64,8 +59,8 @@ TEST_F(SingleRequest, EmptyTableUsesTheGlobalIdentifiers) {
     SetNumber("CP_CanPhysReqId", kGearboxRequest);
     SetNumber("CP_CanRespUSDTId", kGearboxResponse);
     ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
-    EXPECT_EQ(LastRequest(simulator)["physical"], "7E1");
-    EXPECT_EQ(LastRequest(simulator)["response"], "7E9");
+    EXPECT_EQ(simulator.LastRequest()["physical"], "7E1");
+    EXPECT_EQ(simulator.LastRequest()["response"], "7E9");
 }
 
 TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
@@ -76,8 +71,8 @@ TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
     SetNumber("CP_P2Max", 1'000'000);
     link.Connect();
     ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
-    EXPECT_EQ(LastRequest(simulator)["physical"], "713");
-    EXPECT_EQ(LastRequest(simulator)["response"], "77D");
+    EXPECT_EQ(simulator.LastRequest()["physical"], "713");
+    EXPECT_EQ(simulator.LastRequest()["response"], "77D");
 }
 
 TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotReachTheLink) {
@@ -89,25 +84,25 @@ TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotReachTheLink) {
     SetNumber("CP_CanRespUSDTId", kEngineResponse);
     link.Connect();
     ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
-    EXPECT_EQ(LastRequest(simulator)["physical"], "7E1");
+    EXPECT_EQ(simulator.LastRequest()["physical"], "7E1");
 }
 
 TEST_F(SingleRequest, BothRequestIdentifiersInThePacketAreThePhysicalOne) {
     EngineLink link(hMod);
     SetNumber("CP_CanFuncReqId", kFunctionalRequest);
     ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
-    EXPECT_EQ(LastRequest(simulator)["functional"], "7E0");
-    EXPECT_EQ(LastRequest(simulator)["physical"], "7E0");
+    EXPECT_EQ(simulator.LastRequest()["functional"], "7E0");
+    EXPECT_EQ(simulator.LastRequest()["physical"], "7E0");
 }
 
 TEST_F(SingleRequest, TimeoutIsP2MaxDividedBy2000AndTheDongleGets500More) {
     EngineLink link(hMod);
     SetNumber("CP_P2Max", 50000);
     link.Request(ReadVin());
-    EXPECT_EQ(LastRequest(simulator)["timeout_ms"], 525);
+    EXPECT_EQ(simulator.LastRequest()["timeout_ms"], 525);
     SetNumber("CP_P2Max", 1999);
     link.Request(ReadVin());
-    EXPECT_EQ(LastRequest(simulator)["timeout_ms"], 500);
+    EXPECT_EQ(simulator.LastRequest()["timeout_ms"], 500);
 }
 
 TEST_F(SingleRequest, UnmatchedResponsesGiveTenErrors259ThenFinished) {
@@ -367,7 +362,7 @@ TEST_F(SingleRequest, FunctionalAddressModeOnlyMovesTheMark) {
                              "[CommThreadFunc:*] > Functional, Address *, Format 15 - extended, "
                              "29-bit, segmented, w/ FC"}),
               "");
-    EXPECT_EQ(LastRequest(simulator)["form"], "single");
+    EXPECT_EQ(simulator.LastRequest()["form"], "single");
 }
 
 TEST_F(SingleRequest, DoipLinkLogsItsAddresses) {

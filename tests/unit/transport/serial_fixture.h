@@ -17,6 +17,8 @@ namespace tarvik::test {
 // The serial transport with fake ports; not started until the test says so.
 class SerialFixture : public testing::Test {
 protected:
+    static constexpr std::int32_t kPort = 7;  // where one is enough
+
     void SetUp() override {
         config = {};
         config.useSerial = true;

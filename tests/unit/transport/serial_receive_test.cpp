@@ -11,8 +11,6 @@
 namespace tarvik::test {
 namespace {
 
-constexpr std::int32_t kPort = 7;
-
 class SerialReceiveTest : public SerialFixture {
 protected:
     void SetUp() override {

@@ -9,8 +9,6 @@
 namespace tarvik::test {
 namespace {
 
-constexpr std::int32_t kPort = 7;
-
 class SerialTransmitTest : public SerialFixture {
 protected:
     static bool Send(std::uint32_t type, std::uint32_t length) {

@@ -11,7 +11,7 @@ namespace dpdu::trace {
 namespace {
 
 // What a part of a request's time was spent on, the stronger one last when two are alike.
-enum Part : std::size_t { kQueued, kSending, kWaiting, kAnswer, kCallback, kParts };
+enum Part : std::size_t { kQueued, kSending, kWaiting, kAnswer, kCallback, kPartCount };
 constexpr char kMarks[] = ".-=#c";
 constexpr char kTimeOutMark = 'x';
 constexpr char kGoesOnMark = '+';
@@ -19,7 +19,7 @@ constexpr char kLegend[] =
     ". queued   - sending   = waiting   # answer   c callback   x time-out   + goes on";
 
 constexpr std::size_t kLeastBar = 10;
-constexpr std::size_t kShownBytes = 5;
+constexpr std::size_t kRowBytes = 5;
 constexpr std::size_t kRequestWidth = 18;
 // TIME, LINK, COP, MS, END and REQUEST with what stands between them.
 constexpr char kRowFormat[] = "%10s  %-5s %6u %11s  %-6s  %-*.*s  ";
@@ -78,7 +78,7 @@ public:
     char Mark(std::size_t column) const {
         const auto& share = shares_[column];
         std::size_t best = 0;
-        for (std::size_t part = 1; part < kParts; ++part) {
+        for (std::size_t part = 1; part < kPartCount; ++part) {
             if (share[part] >= share[best]) best = part;
         }
         return share[best] == 0 ? ' ' : kMarks[best];
@@ -86,7 +86,7 @@ public:
 
 private:
     BarScale scale_;
-    std::vector<std::array<std::uint64_t, kParts>> shares_;
+    std::vector<std::array<std::uint64_t, kPartCount>> shares_;
 };
 
 Part PartAt(const std::vector<Span>& spans, std::uint64_t time_us) {
@@ -242,7 +242,7 @@ void Timeline::ShowRow(const Request& request) {
     constexpr int kWidth = static_cast<int>(kRequestWidth);
     std::snprintf(head, sizeof head, kRowFormat, SecondsText(at_us).c_str(), link.c_str(),
                   request.cop, MsText(request.DurationUs()).c_str(), EndText(request).c_str(),
-                  kWidth, kWidth, RequestText(request, kShownBytes).c_str());
+                  kWidth, kWidth, RequestText(request, kRowBytes).c_str());
     output_->Line(head + BarText(request, ScaleFor(request)));
 }
 
