@@ -124,10 +124,10 @@ void Radio::Accept(int fd) {
     const std::size_t number = ++last_central_;
     centrals_[number] = std::make_unique<Central>(
         loop_, number, fd,
-        Central::Handlers{
+        LineSocket::Handlers{
             .received =
                 [this, number](std::string_view line) { OnLine(centrals_.at(number).get(), line); },
-            .left = [this, number] { OnLeft(number); }});
+            .ended = [this, number] { OnLeft(number); }});
     Event(0, "computer " + std::to_string(number) + " is here");
     centrals_[number]->Send(std::string("adapter ") + AdapterName(adapter_));
 }
@@ -137,7 +137,7 @@ void Radio::OnLeft(std::size_t number) {
     const std::string name = "computer " + std::to_string(number);
     for (std::size_t i = 0; i < airs_.size(); ++i) {
         Air& air = airs_[i];
-        if (air.central == nullptr || air.central->Number() != number) continue;
+        if (air.central == nullptr || air.central->number != number) continue;
         EndLink(i, name + " left");
     }
     Event(0, name + " left");
@@ -146,7 +146,6 @@ void Radio::OnLeft(std::size_t number) {
 }
 
 void Radio::OnLine(Central* central, std::string_view line) {
-    if (line.ends_with('\r')) line.remove_suffix(1);
     try {
         Obey(central, line);
     } catch (const UsageError& error) {
@@ -247,22 +246,24 @@ void Radio::Connect(Central* central, const std::string& address) {
 
 void Radio::FinishConnect(std::size_t dongle) {
     Air& air = airs_[dongle];
+    RadioSettings& settings = air.settings;
     air.is_connecting = false;
-    if (!air.settings.refuse.empty()) {
+    if (!settings.refuse.empty()) {
         Central* const central = std::exchange(air.central, nullptr);
         air.link = 0;
-        central->Send("refused " + AddressOf(dongle) + " " + air.settings.refuse);
-        return ScheduleAdvertisement(dongle, air.settings.interval_ms);
+        central->Send("refused " + AddressOf(dongle) + " " + settings.refuse);
+        if (settings.refuse_count != 0 && --settings.refuse_count == 0) settings.refuse.clear();
+        return ScheduleAdvertisement(dongle, settings.interval_ms);
     }
     ++air.connections;
-    Event(dongle, "connected by computer " + std::to_string(air.central->Number()));
-    air.central->Send("connected " + AddressOf(dongle) + " " + std::to_string(air.settings.mtu));
+    Event(dongle, "connected by computer " + std::to_string(air.central->number));
+    air.central->Send("connected " + AddressOf(dongle) + " " + std::to_string(settings.mtu));
 }
 
 void Radio::Disconnect(Central* central, std::size_t dongle) {
     if (airs_[dongle].central == central) {
         airs_[dongle].central = nullptr;
-        EndLink(dongle, "disconnected by computer " + std::to_string(central->Number()));
+        EndLink(dongle, "disconnected by computer " + std::to_string(central->number));
     }
     central->Send("disconnected " + AddressOf(dongle));
 }

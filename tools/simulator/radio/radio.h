@@ -9,12 +9,26 @@
 #include <string>
 #include <vector>
 
-#include "radio/central.h"
+#include "radio/line_socket.h"
 #include "radio/radio_settings.h"
 #include "relay/listener.h"
 #include "simulator.h"
 
 namespace brennix {
+
+enum class ScanMode { kOff, kPassive, kActive };
+
+// One computer's Bluetooth, as far as it uses the radio.
+struct Central {
+    Central(EventLoop* loop, std::size_t its_number, int fd, LineSocket::Handlers handlers)
+        : number(its_number), socket(loop, fd, std::move(handlers)) {}
+
+    void Send(const std::string& line) { socket.Send(line); }
+
+    const std::size_t number;
+    LineSocket socket;
+    ScanMode scan = ScanMode::kOff;
+};
 
 enum class AdapterState { kOn, kOff, kAbsent };
 

@@ -36,11 +36,11 @@ std::int32_t ReadRssi(const JsonObject& object, std::int32_t otherwise) {
 
 void ChangeRadioSettings(const std::string& text, RadioSettings* settings) {
     const Json json = ParseJson(text, "radio");
-    const JsonObject object(
-        json, "radio",
-        {"name", "name_in_response", "rssi", "interval_ms", "advertise_count",
-         "advertises_connected", "refuse", "connect_ms", "mtu", "service", "characteristic",
-         "services_status", "characteristics_status", "subscribe_status", "write_status"});
+    const JsonObject object(json, "radio",
+                            {"name", "name_in_response", "rssi", "interval_ms", "advertise_count",
+                             "advertises_connected", "refuse", "refuse_count", "connect_ms", "mtu",
+                             "service", "characteristic", "services_status",
+                             "characteristics_status", "subscribe_status", "write_status"});
     RadioSettings changed = *settings;
     const auto flag = [&](const char* key, bool* value) {
         *value = object.Flag(key).value_or(*value);
@@ -59,6 +59,7 @@ void ChangeRadioSettings(const std::string& text, RadioSettings* settings) {
     number("advertise_count", 0, UINT32_MAX, &changed.advertise_count);
     flag("advertises_connected", &changed.advertises_connected);
     changed.refuse = object.Text("refuse", 100).value_or(changed.refuse);
+    number("refuse_count", 0, UINT32_MAX, &changed.refuse_count);
     number("connect_ms", 0, kMaxMs, &changed.connect_ms);
     number("mtu", kSmallestMtu, kLargestMtu, &changed.mtu);
     flag("service", &changed.has_service);

@@ -28,7 +28,8 @@ struct RadioSettings {
     bool advertises_connected = false;
 
     // Connecting. `mtu` is the attribute protocol's, which keeps three bytes of it for itself.
-    std::string refuse;  // why; empty: taken
+    std::string refuse;              // why; empty: taken
+    std::uint32_t refuse_count = 0;  // so many of them; 0: all
     std::uint32_t connect_ms = 0;
     std::uint32_t mtu = 247;
 

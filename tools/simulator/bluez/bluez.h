@@ -1,0 +1,81 @@
+// A stand-in for the Linux Bluetooth service: the name org.bluez on a message bus, with one adapter
+// whose radio is brennix-radio. It behaves as the service does where a program can tell, and says
+// what programs do that they must not.
+
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "bluez/bus.h"
+#include "bluez/device.h"
+#include "radio/line_socket.h"
+
+namespace brennix {
+
+class Bluez : private Device::Host {
+public:
+    // `radio`: the port of brennix-radio. Throws std::exception.
+    Bluez(EventLoop* loop, std::string bus_address, std::uint16_t radio);
+    ~Bluez();
+    Bluez(const Bluez&) = delete;
+    Bluez& operator=(const Bluez&) = delete;
+
+    // The service ends, with its connections and all that it knew of devices; and begins anew.
+    void Stop();
+    void Start();
+    bool IsRunning() const { return bus_ != nullptr; }
+
+    // The next `count` calls of a method end with this error.
+    void Fail(std::uint32_t count, const std::string& method, const std::string& name,
+              const std::string& text);
+    // Programs that called something and are on the bus still.
+    std::size_t Clients() const { return clients_.size(); }
+    void SetClientsHandler(std::function<void()> handler) { clients_changed_ = std::move(handler); }
+
+private:
+    struct PlannedError {
+        std::uint32_t count;
+        std::string name;
+        std::string text;
+    };
+
+    void OnLine(std::string_view line);
+    void SetAdapter(std::string_view state);
+    void AddAdapter(bool powered);
+    void OnAdvertisement(const std::string& address, std::string_view rest);
+    void OnClientLeft(const std::string& client);
+    Device& FindOrAddDevice(const std::string& address);
+
+    void SetDiscoveryFilter(sdbus::MethodCall call);
+    void StartDiscovery(sdbus::MethodCall call);
+    void StopDiscovery(sdbus::MethodCall call);
+    void RemoveDevice(sdbus::MethodCall call);
+    void EndDiscovery(const std::string& client);
+    void OnScanning(std::string_view rest);
+
+    sdbus::IConnection& Connection() override { return bus_->Connection(); }
+    void ToRadio(const std::string& line) override { radio_.Send(line); }
+    void Violation(const std::string& text) override;
+    bool IsDiscovering(const std::string& client) override { return discovering_.contains(client); }
+    void OnCall(const char* method, const sdbus::MethodCall& call) override;
+
+    EventLoop* loop_;
+    const std::string bus_address_;
+    LineSocket radio_;
+    std::unique_ptr<Bus> bus_;
+    std::string adapter_state_ = "absent";
+    std::unique_ptr<BusObject> adapter_;
+    std::map<std::string, std::unique_ptr<Device>> devices_;  // by address
+    std::set<std::string> clients_;
+    std::set<std::string> filters_;          // clients that asked for Bluetooth LE
+    std::set<std::string> discovering_;      // clients
+    std::vector<sdbus::MethodCall> starts_;  // that the radio has not answered
+    std::multimap<std::string, PlannedError> planned_;
+    std::function<void()> clients_changed_;
+};
+
+}  // namespace brennix

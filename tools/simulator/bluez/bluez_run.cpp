@@ -1,0 +1,80 @@
+#include "bluez/bluez_run.h"
+
+#include "command_table.h"
+
+namespace brennix {
+
+namespace {
+
+constexpr std::chrono::seconds kClientsEndLimit{5};
+
+struct Context {
+    Bluez* bluez;
+    std::string_view rest;
+};
+
+CommandResult RunStop(Context* context) {
+    context->bluez->Stop();
+    return Ok();
+}
+
+CommandResult RunStart(Context* context) {
+    context->bluez->Start();
+    return Ok();
+}
+
+CommandResult RunFail(Context* context) {
+    const std::uint32_t count = TakeNumber(&context->rest, "a number of calls");
+    const std::string method(TakeWord(&context->rest));
+    const std::string name(TakeWord(&context->rest));
+    if (count == 0 || name.empty()) throw UsageError("expected a count, a method and an error");
+    context->bluez->Fail(count, method, name, std::string(context->rest));
+    return Ok();
+}
+
+CommandResult RunClients(Context* context) { return Ok(std::to_string(context->bluez->Clients())); }
+
+CommandResult RunHelp(Context*);
+
+constexpr CommandRow<Context> kCommands[] = {
+    {"stop", "", "the service ends and forgets all devices", RunStop},
+    {"start", "", "it is there again", RunStart},
+    {"fail", "N METHOD ERROR [TEXT]", "the next N calls of a method end with this error", RunFail},
+    {"clients", "", "how many programs on the bus have called something", RunClients},
+    {"help", "", "these commands", RunHelp},
+};
+
+CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }
+
+}  // namespace
+
+BluezRun::BluezRun(std::uint16_t radio)
+    : bluez_(&loop_, daemon_.Address(), radio),
+      control_(
+          &loop_, &record_, [this](std::string_view line) { return Obey(line); }, 0) {}
+
+CommandResult BluezRun::Obey(std::string_view line) {
+    Context context = {&bluez_, line};
+    const std::string_view name = TakeWord(&context.rest);
+    const auto* row = FindCommand<Context>(kCommands, name);
+    if (row == nullptr) return {"error: unknown command \"" + std::string(name) + "\"", {}};
+    return row->Run(&context);
+}
+
+void BluezRun::AwaitClientsEnd() {
+    if (bluez_.Clients() == 0) return;
+    bluez_.SetClientsHandler([this] {
+        if (bluez_.Clients() == 0) loop_.Stop();
+    });
+    loop_.After(kClientsEndLimit, [this] { loop_.Stop(); });
+    loop_.Run();
+}
+
+int BluezRun::Run(const std::vector<std::string>& command) {
+    const int code = program_.Run(command, {{"DBUS_SYSTEM_BUS_ADDRESS", daemon_.Address()},
+                                            {"BRENNIX_BLUEZ_CONTROL", control_.Address()}});
+    if (!command.empty()) AwaitClientsEnd();
+    return code;
+}
+
+}  // namespace brennix

@@ -1,0 +1,42 @@
+// A connection to the message bus that is served by the program's event loop.
+
+#pragma once
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "event_loop.h"
+
+namespace brennix {
+
+class Bus {
+public:
+    // Throws sdbus::Error.
+    Bus(EventLoop* loop, const std::string& address);
+    ~Bus();
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    sdbus::IConnection& Connection() { return *connection_; }
+    // Carries out what came and sends what waits. After everything that used the connection outside
+    // of a handler of it.
+    void Pump();
+    // Somebody left the bus.
+    void SetLeaveHandler(std::function<void(const std::string& name)> handler) {
+        left_ = std::move(handler);
+    }
+
+private:
+    void OnOwnerChanged(sdbus::Message& message);
+
+    EventLoop* loop_;
+    std::unique_ptr<sdbus::IConnection> connection_;
+    std::function<void(const std::string&)> left_;
+    int fd_;
+    EventLoop::TimerId timer_;
+};
+
+}  // namespace brennix
