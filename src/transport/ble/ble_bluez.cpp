@@ -1,0 +1,72 @@
+// The radio of a Linux computer, through BlueZ.
+#include <charconv>
+
+#include "transport/ble/bluez_radio.h"
+
+namespace tarvik {
+
+std::optional<std::uint64_t> BluezAddress(const std::string& text) {
+    std::uint64_t address = 0;
+    if (text.size() != 17) return std::nullopt;
+    for (std::size_t at = 0; at < text.size(); at += 3) {
+        std::uint8_t byte = 0;
+        const char* begin = text.data() + at;
+        const auto [end, error] = std::from_chars(begin, begin + 2, byte, 16);
+        if (error != std::errc() || end != begin + 2) return std::nullopt;
+        address = address << 8 | byte;
+    }
+    return address;
+}
+
+std::string PoweredAdapter(const std::vector<BluezObject>& objects) {
+    bool found = false;
+    for (const BluezObject& object : objects) {
+        if (object.interface != kBluezAdapter) continue;
+        found = true;
+        if (object.properties.powered.value_or(false)) return object.path;
+    }
+    throw BleError(found ? "the Bluetooth adapter is switched off"
+                         : "there is no Bluetooth adapter");
+}
+
+namespace {
+
+// The message bus and the Bluetooth service may come later than this, and go and come again: the
+// bus is connected when it is first needed, and again after it was lost.
+class BluezRadio final : public BleRadio {
+public:
+    std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) override {
+        return CreateBluezScan(Bus(), open_devices_, handler);
+    }
+    std::unique_ptr<BleDevice> Open(std::uint64_t address) override {
+        return OpenBluezDevice(Bus(), open_devices_, address);
+    }
+    void CancelConnecting() noexcept override {
+        const LockGuard hold(lock_);
+        cancelled_ = true;
+        if (bus_ != nullptr) bus_->CancelConnecting();
+    }
+    void EnterThread() override {}
+    void LeaveThread() noexcept override {}
+
+private:
+    std::shared_ptr<BluezBus> Bus() {
+        const LockGuard hold(lock_);
+        if (bus_ == nullptr || bus_->closed()) {
+            bus_ = BluezBus::Connect();
+            if (cancelled_) bus_->CancelConnecting();
+        }
+        return bus_;
+    }
+
+    OsLock lock_;
+    std::shared_ptr<BluezBus> bus_;
+    bool cancelled_ = false;
+    const std::shared_ptr<BluezOpenDevices> open_devices_ = std::make_shared<BluezOpenDevices>();
+};
+
+}  // namespace
+
+std::unique_ptr<BleRadio> OpenBleRadio() { return std::make_unique<BluezRadio>(); }
+
+}  // namespace tarvik
