@@ -150,7 +150,7 @@ TEST_P(CloudTraffic, DiscoveryReportsEveryDongleThatAnswers) {
         network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x06", "one")));
         network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x07", "two")));
     });
-    EXPECT_TRUE(kCloudTransport.UpdateDevices(500, Found::Report, &found));
+    EXPECT_TRUE(kCloudTransport.UpdateDevices(2000, Found::Report, &found));
     EXPECT_EQ(found.names, (std::vector<std::string>{"one", "two"}));
     EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices received: 'two' with mac 01:02:03:04:05:07"));
     EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices done"));
@@ -199,7 +199,7 @@ TEST_F(CloudDiscovery, LinkThatComesWhileItIsWaitedForIsUsed) {
     network_.Receive(Reception::kNeverAnswer);
     kCloudTransport.Start();
     bool scanned = false;
-    Thread scan([&] { scanned = kCloudTransport.UpdateDevices(2000, nullptr, nullptr); });
+    Thread scan([&] { scanned = kCloudTransport.UpdateDevices(60'000, nullptr, nullptr); });
     EXPECT_TRUE(Logs("[Cloud] CloudUpdateDevices: waiting for link"));
     network_.Receive(Reception::kAccept);
     EXPECT_TRUE(Logs("[Cloud] CloudUpdateDevices: scanning for devices"));
