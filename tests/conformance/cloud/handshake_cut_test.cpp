@@ -1,31 +1,104 @@
-// The connection ends after each byte that the relay sends for the handshake, one after the other.
+// The connection ends after each byte that the relay sends for the handshake. A failed attempt
+// takes a second, so several clients, each a process of its own, meet the cuts side by side.
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
 #include "conformance/cloud/relay_fixture.h"
+#include "conformance/framework/fresh_process.h"
+#include "conformance/framework/rounds.h"
 
 namespace conformance {
 namespace {
 
-class HandshakeCut : public EachWay {};
+// An NHS2 with the relay's welcome, and a sealed DEVA.
+constexpr std::size_t kHandshakeBytes = 104 + 40;
+constexpr std::size_t kStride = Rounds(1, 20, 20);
+constexpr std::size_t kClients = Rounds(24, 3, 3);
+constexpr char kFailures[] = "failed attempts: ";
 
-INSTANTIATE_TEST_SUITE_P(Over, HandshakeCut, testing::Values(Way::kTcp),
+class HandshakeCut : public EachWay {
+protected:
+    void SetUp() override {
+        if (!IsProcessFor(OwnName())) return EachWay::SetUp();
+        Pdu();  // the relay stays as it is, with the cuts
+    }
+    static std::string OwnName() {
+        const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+        return std::string(test.test_suite_name()) + "." + test.name();
+    }
+
+    // Each is for one connection, whichever comes first.
+    std::size_t AddCuts() {
+        std::size_t cuts = 0;
+        for (std::size_t byte = 1; byte < kHandshakeBytes; byte += kStride, ++cuts)
+            relay_.Fault(CutAfter(byte));
+        return cuts;
+    }
+    static std::string CutAfter(std::size_t byte) {
+        return "once bytes " + std::to_string(byte) + " cut";
+    }
+
+    // ---- the processes ----
+
+    // False: the library has given up, as it does after seven failures.
+    bool ComesUp() {
+        const std::size_t before = log_.Count("[Cloud] Failed, waiting for disconnect");
+        for (;;) {
+            if (log_.Has("[Cloud] Connected")) return true;
+            if (log_.Count("[Cloud] Failed, waiting for disconnect") > before) return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    }
+    // Ends with a connection. The caller's test says for how long that is waited for.
+    void RunClient() {
+        Construct(SettingsFor(GetParam()));
+        while (!ComesUp()) {
+            ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+            Construct(SettingsFor(GetParam()));
+        }
+        const std::size_t failures = log_.Count("[Cloud] Connect failed, retry") +
+                                     log_.Count("[Cloud] Failed, waiting for disconnect");
+        std::fprintf(stderr, "%s%zu\n", kFailures, failures);
+    }
+    // Returns how many attempts of all clients have failed.
+    static std::size_t RunClients() {
+        std::vector<ProgramRun> runs(kClients);
+        {
+            std::vector<std::unique_ptr<Thread>> threads;
+            for (ProgramRun& run : runs) {
+                threads.push_back(std::make_unique<Thread>(
+                    [&run, name = OwnName()] { run = RunTestInFreshProcess(name); }));
+            }
+        }
+        std::size_t failures = 0;
+        for (const ProgramRun& run : runs) {
+            EXPECT_EQ(run.exit_code, 0) << run.output;
+            const std::size_t at = run.output.find(kFailures);
+            if (at == std::string::npos) continue;
+            failures += std::strtoul(run.output.c_str() + at + sizeof kFailures - 1, nullptr, 10);
+        }
+        return failures;
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, HandshakeCut, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(HandshakeCut, AfterEachByteIsAFailedAttemptAndTheNextOneSucceeds) {
+TEST_P(HandshakeCut, BehindEachByteIsAFailedAttemptAndALaterOneSucceeds) {
+    if (IsProcessFor(OwnName())) return RunClient();
+    const std::size_t cuts = AddCuts();
+    EXPECT_EQ(RunClients(), cuts);
+    EXPECT_EQ(relay_.Command("fault").find("bytes"), std::string::npos) << "cuts are left";
+}
+
+TEST_P(HandshakeCut, BehindTheLastByteEndsAConnectionWhichComesBack) {
+    relay_.Fault(CutAfter(kHandshakeBytes));
     Construct(SettingsFor(GetParam()));
-    std::size_t connections = 1;
-    ASSERT_TRUE(IsConnected(connections));
-    std::size_t failures = 0;
-    std::size_t cut = 1;
-    for (;; ++cut) {
-        relay_.Fault("once bytes " + std::to_string(cut) + " cut");
-        relay_.KillConnections();
-        ASSERT_TRUE(IsConnected(++connections)) << cut;
-        const std::size_t failed = log_.Count("[Cloud] Connect failed, retry");
-        if (failed == failures) break;  // the cut comes later, behind the handshake
-        EXPECT_EQ(failed, failures + 1) << cut;
-        failures = failed;
-    }
-    // An NHS2 and a sealed DEVA.
-    EXPECT_GT(cut, 103u + 40u);
+    ASSERT_TRUE(IsConnected(2));
+    EXPECT_TRUE(log_.HasLike("[Cloud] *xThread exited. Reconnecting."));
+    EXPECT_FALSE(log_.Has("[Cloud] Connect failed, retry"));
     const UNUM32 hMod = FindModule();
     ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
     EXPECT_TRUE(IsVin(ReadVinOf(hMod)));

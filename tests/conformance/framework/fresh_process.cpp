@@ -1,5 +1,6 @@
 #include "conformance/framework/fresh_process.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #include "conformance/framework/surroundings.h"
@@ -14,7 +15,7 @@ bool IsProcessFor(const std::string& test) {
 }
 
 ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& variables) {
-    static int runs = 0;
+    static std::atomic<int> runs{0};
     Variables all = variables;
     all.emplace_back(kProcessFor, test);
     all.emplace_back("GTEST_OUTPUT", "");  // the results file is this process's

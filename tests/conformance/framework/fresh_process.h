@@ -16,7 +16,7 @@ struct ProgramRun {
     std::string output;  // standard output and error
 };
 
-// Runs one test of this program in a process of its own.
+// Runs one test of this program in a process of its own. Any thread.
 ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& variables = {});
 
 // True in a process that was started for `test`.

@@ -124,12 +124,21 @@ static HANDLE OpenForOutput(const std::string& file) {
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+// The new process takes over the variables of this one, so that only one starts at a time.
+static bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
+                      PROCESS_INFORMATION* process) {
+    static std::mutex starting;
+    const std::lock_guard hold(starting);
+    const TemporaryVariables during_start(variables);
+    return ::CreateProcessA(nullptr, command->data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                            start, process) != FALSE;
+}
+
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
                     const std::string& output_file) {
     std::string command = "\"" + ProgramPath() + "\"";
     for (const std::string& argument : arguments)
         command += " \"" + argument + "\"";
-    const TemporaryVariables during_start(variables);
     const HANDLE output = OpenForOutput(output_file);
     STARTUPINFOA start{};
     start.cb = sizeof start;
@@ -138,8 +147,7 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
     start.hStdOutput = output;
     start.hStdError = output;
     PROCESS_INFORMATION process{};
-    const BOOL started = ::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0,
-                                          nullptr, nullptr, &start, &process);
+    const bool started = StartWith(variables, &command, &start, &process);
     ::CloseHandle(output);
     if (!started) return -1;
     ::WaitForSingleObject(process.hProcess, INFINITE);
