@@ -33,7 +33,7 @@ public:
     bool WaitFor(std::uint64_t count, const std::string& filter);
     // The newest entries, oldest first.
     nlohmann::json Last(std::uint64_t count, const std::string& filter);
-    // The newest request; empty without one.
+    // The fields of the newest request; empty without one.
     nlohmann::json LastRequest();
     // What the library did wrong in the dongle's eyes, and the last such thing.
     std::uint64_t Violations();

@@ -27,8 +27,8 @@ TEST_F(FunctionalRequests, ReachEveryControlUnitWithOnePacket) {
         simulator.Command("record clear");
         ExpectAnswers(link.ReadPartNumbers(), AllBut(count));
         EXPECT_EQ(simulator.Count("in CREQ"), 1u);
+        EXPECT_EQ(simulator.Last(1, "in CREQ")[0]["length"], 32 + (count * 8 + 3 + 7) / 8 * 8);
         const nlohmann::json request = simulator.LastRequest();
-        EXPECT_EQ(request["length"], 32 + (count * 8 + 3 + 7) / 8 * 8);
         EXPECT_EQ(request["form"], "multi");
         EXPECT_EQ(request["functional"], "7DF");
         EXPECT_EQ(request["timeout_ms"], 2000);
