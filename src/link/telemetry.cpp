@@ -21,7 +21,8 @@ static std::string_view SkipSpace(std::string_view text) {
     return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
-// What follows the first `"key" :`; empty when there is none.
+// What follows the first `"key" :`; empty when there is none. Deliberate: the first one wins, also
+// one inside a task or a text.
 static std::string_view FindValue(std::string_view text, std::string_view key) {
     for (std::size_t at = text.find(key); at != std::string_view::npos;
          at = text.find(key, at + 1)) {
