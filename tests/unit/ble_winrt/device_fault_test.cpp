@@ -1,0 +1,125 @@
+// What happens when the system itself fails in the midst of things.
+
+#include <chrono>
+
+#include "unit/ble_winrt/fixture.h"
+
+namespace tarvik::test {
+namespace {
+
+constexpr const char* kOperations[] = {
+    "FromBluetoothAddressAsync",
+    "GetGattServicesWithCacheModeAsync",
+    "GetCharacteristicsWithCacheModeAsync",
+    "WriteClientCharacteristicConfigurationDescriptorAsync",
+    "WriteValueWithOptionAsync",
+};
+constexpr const char* kOtherFunctions[] = {
+    "put_Completed",    "GetResults",
+    "get_Status",       "get_Services",
+    "get_Size",         "GetAt",
+    "get_Uuid",         "get_Characteristics",
+    "get_Session",      "add_ConnectionStatusChanged",
+    "add_ValueChanged", "get_MaxPduSize",
+};
+
+class WinrtFault : public WinrtDongle {
+protected:
+    // Everything that is done with a dongle; the device is closed in the end.
+    std::string ErrorOfUse() {
+        const std::string error = ErrorOf([&] {
+            device = radio->Open(kDongleAddress);
+            if (device == nullptr) throw BleError("no device");
+            device->DiscoverServices();
+            if (!device->SelectService(kServiceUuid)) throw BleError("no service");
+            device->DiscoverCharacteristics();
+            if (!device->SelectCharacteristic(kCharacteristicUuid)) throw BleError("no value");
+            device->Subscribe(record);
+            WriteIden();
+        });
+        device.reset();
+        return error;
+    }
+};
+
+TEST_F(WinrtFault, OfAnyFunctionIsThrownWithTheSystemsText) {
+    const auto expect_thrown = [&](const char* function) {
+        PlanFault(function, "fail 0x80070005");
+        const std::string error = ErrorOfUse();
+        EXPECT_NE(error.find("(0x80070005)"), std::string::npos) << function << ": " << error;
+        EXPECT_EQ(TakeReport(), "") << function;
+    };
+    for (const char* function : kOperations)
+        expect_thrown(function);
+    for (const char* function : kOtherFunctions)
+        expect_thrown(function);
+    EXPECT_EQ(ErrorOfUse(), "");
+}
+
+TEST_F(WinrtFault, OfAnOperationIsThrownWithTheSystemsText) {
+    for (const char* function : kOperations) {
+        PlanFault(function, "error 0x800710DF");
+        const std::string error = ErrorOfUse();
+        EXPECT_NE(error.find("(0x800710DF)"), std::string::npos) << function << ": " << error;
+        EXPECT_EQ(TakeReport(), "") << function;
+    }
+}
+
+TEST_F(WinrtFault, ThatCancelsAnOperationIsThrown) {
+    for (const char* function : kOperations) {
+        PlanFault(function, "cancel");
+        EXPECT_EQ(ErrorOfUse(), "The system cancelled the operation") << function;
+        EXPECT_EQ(TakeReport(), "") << function;
+    }
+}
+
+TEST_F(WinrtFault, OfAnOperationThatNeverEndsIsBounded) {
+    UseRadio({.connect_ms = 100, .write_ms = 50});
+    for (const char* function : kOperations) {
+        PlanFault(function, "never");
+        const bool is_write = std::string(function) == "WriteValueWithOptionAsync";
+        EXPECT_EQ(ErrorOfUse(), std::string("The system did not finish the operation within ") +
+                                    (is_write ? "50 ms" : "100 ms"))
+            << function;
+        EXPECT_EQ(TakeReport(), "") << function;
+    }
+    UseRadio(WinrtLimits{});
+    EXPECT_EQ(ErrorOfUse(), "");
+}
+
+TEST_F(WinrtFault, OfASlowDongleIsBoundedAndItsLateConnectionEnds) {
+    simulator.Command(R"(radio {"connect_ms": 600})");
+    UseRadio({.connect_ms = 100, .write_ms = 100});
+    Open();
+    EXPECT_NE(ErrorOf([&] { device->DiscoverServices(); }), "");
+    device.reset();
+    EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); }));
+}
+
+TEST_F(WinrtFault, ThatGivesNoDeviceIsADongleOutOfReach) {
+    PlanFault("FromBluetoothAddressAsync", "null");
+    EXPECT_EQ(radio->Open(kDongleAddress), nullptr);
+}
+
+TEST_F(WinrtFault, OfANotificationThatCannotBeReadIsTold) {
+    Connect();
+    for (const char* function : {"get_CharacteristicValue", "get_Length", "Buffer"}) {
+        const std::size_t before = record.Errors().size();
+        PlanFault(function, "fail 0x8000000E");
+        simulator.Command("notify 0102");
+        ASSERT_TRUE(Eventually([&] { return record.Errors().size() > before; })) << function;
+        EXPECT_NE(record.Errors().back().find("0x8000000E"), std::string::npos) << function;
+    }
+    simulator.Command("notify 0304");
+    EXPECT_TRUE(Eventually([&] { return !record.Values().empty(); }));
+}
+
+TEST_F(WinrtFault, OfOneWriteLeavesTheNextAlone) {
+    Connect();
+    PlanFault("WriteValueWithOptionAsync", "error 0x800710DF");
+    EXPECT_NE(ErrorOf([&] { WriteIden(); }), "");
+    EXPECT_EQ(WriteIden(), BleStatus::kSuccess);
+}
+
+}  // namespace
+}  // namespace tarvik::test

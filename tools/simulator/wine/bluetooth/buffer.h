@@ -1,0 +1,34 @@
+// Bytes that the double hands out.
+
+#pragma once
+
+#include <string>
+
+#include "object.h"
+
+namespace brennix {
+
+class ByteBuffer final : public Object<IBuffer, IBufferByteAccess> {
+public:
+    explicit ByteBuffer(std::string bytes) : Object("Buffer"), bytes_(std::move(bytes)) {}
+    HRESULT STDMETHODCALLTYPE get_Capacity(UINT32* capacity) override {
+        *capacity = static_cast<UINT32>(bytes_.size());
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE get_Length(UINT32* length) override {
+        *length = static_cast<UINT32>(bytes_.size());
+        return Enter("get_Length");
+    }
+    HRESULT STDMETHODCALLTYPE put_Length(UINT32) override {
+        return NotOffered(ClassName(), "put_Length");
+    }
+    HRESULT STDMETHODCALLTYPE Buffer(BYTE** bytes) override {
+        *bytes = reinterpret_cast<BYTE*>(bytes_.data());
+        return Enter("Buffer");
+    }
+
+private:
+    std::string bytes_;
+};
+
+}  // namespace brennix

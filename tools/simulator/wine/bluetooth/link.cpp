@@ -1,0 +1,130 @@
+#include "link.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "radio_client.h"
+
+namespace brennix {
+
+Link& Link::To(std::uint64_t address) {
+    static std::mutex lock;
+    static auto* const links = new std::map<std::uint64_t, std::unique_ptr<Link>>;
+    const std::lock_guard hold(lock);
+    std::unique_ptr<Link>& link = (*links)[address];
+    if (link == nullptr) link.reset(new Link(address));
+    return *link;
+}
+
+void Link::SetKnown() {
+    const std::lock_guard hold(lock_);
+    is_known_ = true;
+}
+
+bool Link::IsKnown() const {
+    const std::lock_guard hold(lock_);
+    return is_known_;
+}
+
+bool Link::IsConnected() const {
+    const std::lock_guard hold(lock_);
+    return state_ == State::kConnected;
+}
+
+std::uint16_t Link::Mtu() const {
+    const std::lock_guard hold(lock_);
+    return mtu_;
+}
+
+std::uint64_t Link::Number() const {
+    const std::lock_guard hold(lock_);
+    return state_ == State::kConnected ? number_ : 0;
+}
+
+void Link::Connect(std::function<void(bool)> done) {
+    {
+        const std::lock_guard hold(lock_);
+        if (state_ != State::kConnected) waiting_.push_back(std::exchange(done, {}));
+        if (state_ == State::kIdle) AskToConnect();
+    }
+    if (done) done(true);
+}
+
+void Link::AskToConnect() {
+    state_ = State::kConnecting;
+    RadioClient::Get()->Ask(
+        "connect " + AddressText(address_), "connected",
+        [this](const std::optional<std::string>& mtu) { OnAnswer(mtu.value_or("")); });
+}
+
+// An empty text: refused.
+void Link::OnAnswer(const std::string& mtu) {
+    std::vector<std::function<void(bool)>> waiting;
+    {
+        const std::lock_guard hold(lock_);
+        if (state_ != State::kConnecting) return;  // broken off meanwhile
+        state_ = mtu.empty() ? State::kIdle : State::kConnected;
+        if (!mtu.empty()) mtu_ = static_cast<std::uint16_t>(std::stoul(mtu));
+        ++number_;
+        waiting.swap(waiting_);
+        TellAll();
+    }
+    for (const auto& done : waiting)
+        done(!mtu.empty());
+}
+
+void Link::Hold() {
+    const std::lock_guard hold(lock_);
+    ++held_;
+}
+
+void Link::LetGo() {
+    std::vector<std::function<void(bool)>> waiting;
+    {
+        const std::lock_guard hold(lock_);
+        if (--held_ > 0 || state_ == State::kIdle || state_ == State::kEnding) return;
+        state_ = State::kEnding;
+        waiting.swap(waiting_);
+        RadioClient::Get()->Ask("disconnect " + AddressText(address_), "disconnected",
+                                [this](const std::optional<std::string>&) { OnDisconnected(); });
+    }
+    for (const auto& done : waiting)
+        done(false);
+}
+
+void Link::OnDisconnected() {
+    const std::lock_guard hold(lock_);
+    state_ = State::kIdle;
+    if (!waiting_.empty()) AskToConnect();
+}
+
+void Link::Add(LinkListener* listener) {
+    const std::lock_guard hold(lock_);
+    listeners_.insert(listener);
+}
+
+void Link::Remove(LinkListener* listener) {
+    const std::lock_guard hold(lock_);
+    listeners_.erase(listener);
+}
+
+void Link::Notified(const std::string& value) {
+    const std::lock_guard hold(lock_);
+    for (LinkListener* listener : listeners_)
+        listener->OnNotified(value);
+}
+
+void Link::Lost() {
+    const std::lock_guard hold(lock_);
+    if (state_ != State::kConnected) return;
+    state_ = State::kIdle;
+    TellAll();
+}
+
+void Link::TellAll() {
+    for (LinkListener* listener : listeners_)
+        listener->OnConnectionChanged();
+}
+
+}  // namespace brennix

@@ -1,0 +1,85 @@
+// The connection to one dongle, which all objects of the process share that belong to it.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace brennix {
+
+// Told of what happens, on the radio's thread and inside a lock: it only passes it on.
+class LinkListener {
+public:
+    virtual void OnConnectionChanged() {}
+    virtual void OnNotified(const std::string&) {}
+
+protected:
+    ~LinkListener() = default;
+};
+
+class Link {
+public:
+    static Link& To(std::uint64_t address);  // lives as long as the process
+
+    std::uint64_t Address() const { return address_; }
+    // The system knows a device once it has advertised.
+    void SetKnown();
+    bool IsKnown() const;
+    bool IsConnected() const;
+    std::uint16_t Mtu() const;
+    // Of the connection; another one has another number. 0: there is none.
+    std::uint64_t Number() const;
+
+    // `done` learns whether there is a connection now.
+    void Connect(std::function<void(bool)> done);
+    // By objects that keep the connection: it ends with the last.
+    void Hold();
+    void LetGo();
+
+    void Add(LinkListener* listener);
+    void Remove(LinkListener* listener);
+    void Notified(const std::string& value);
+    void Lost();
+
+private:
+    enum class State { kIdle, kConnecting, kConnected, kEnding };
+
+    explicit Link(std::uint64_t address) : address_(address) {}
+    void AskToConnect();
+    void OnAnswer(const std::string& mtu);
+    void OnDisconnected();
+    void TellAll();
+    void ForEachListener(const std::function<void(LinkListener*)>& tell);
+
+    const std::uint64_t address_;
+    mutable std::recursive_mutex lock_;
+    bool is_known_ = false;
+    State state_ = State::kIdle;
+    std::uint64_t number_ = 0;
+    std::uint16_t mtu_ = 23;
+    int held_ = 0;
+    std::vector<std::function<void(bool)>> waiting_;  // for the connection
+    std::set<LinkListener*> listeners_;
+};
+
+// A share in the connection, for as long as the owner is open.
+class LinkHold {
+public:
+    explicit LinkHold(Link* link) : link_(link) { link_->Hold(); }
+    ~LinkHold() { End(); }
+    LinkHold(const LinkHold&) = delete;
+    LinkHold& operator=(const LinkHold&) = delete;
+    void End() {
+        if (Link* link = std::exchange(link_, nullptr)) link->LetGo();
+    }
+
+private:
+    Link* link_;
+};
+
+}  // namespace brennix

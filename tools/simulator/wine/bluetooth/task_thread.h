@@ -1,0 +1,41 @@
+// A thread of the runtime: runs what it is given, one after the other.
+
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+
+namespace brennix {
+
+// Never ends: its owner lives as long as the process.
+class TaskThread {
+public:
+    TaskThread();
+
+    void Post(std::function<void()> task);
+    // Waits until all that was posted before has run. Not on this thread.
+    void Drain();
+
+private:
+    void Run();
+
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::deque<std::function<void()>> tasks_;
+};
+
+// Completions of operations, connection changes and notifications each keep their order.
+// Advertisements come on two threads in turn, so that two handlers may run at once.
+struct RuntimeThreads {
+    TaskThread completions;
+    TaskThread connections;
+    TaskThread notifications;
+    TaskThread advertisements[2];
+
+    void Drain();
+};
+RuntimeThreads& Threads();
+
+}  // namespace brennix

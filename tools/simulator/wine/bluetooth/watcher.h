@@ -1,0 +1,19 @@
+// Scanning.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "object.h"
+
+namespace brennix {
+
+Ref<IInspectable> MakeWatcher();
+
+// To all watchers that scan.
+void Advertised(std::uint64_t address, std::int32_t rssi, const std::string& name_hex);
+// The radio does not scan any more.
+void AbortWatchers();
+
+}  // namespace brennix
