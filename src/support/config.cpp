@@ -6,54 +6,11 @@
 #include <cstring>
 
 #include "platform/files.h"
+#include "support/config_keys.h"
 #include "support/log.h"
 
 namespace tarvik {
 
-// Deliberate: what a missing key means and what a new file holds differ. A key that is absent
-// switches its feature on (all but useProxy); a new file switches every transport off.
-struct BoolKey {
-    const char* name;
-    bool Config::*field;
-    bool when_missing;
-    bool in_new_file;
-};
-
-struct TextKey {
-    const char* name;
-    char* (*field)(Config* record);
-    std::size_t capacity;
-};
-
-// Both tables in the order in which the file is written.
-static constexpr BoolKey kBoolKeys[] = {
-    {"showDebug", &Config::showDebug, true, false},
-    {"enableCopTrace", &Config::enableCopTrace, true, true},
-    {"enableDebugLogFile", &Config::enableDebugLogFile, true, true},
-    {"useWebsocket", &Config::useWebsocket, true, false},
-    {"useSerial", &Config::useSerial, true, false},
-    {"useCloud", &Config::useCloud, true, false},
-    {"useBle", &Config::useBle, true, false},
-    {"dummyDevice", &Config::dummyDevice, true, false},
-    {"useProxy", &Config::useProxy, false, false},
-    {"disableCertValidation", &Config::disableCertValidation, true, false},
-};
-
-static constexpr TextKey kTextKeys[] = {
-    {"serverAddress", [](Config* record) { return record->serverAddress; },
-     sizeof Config::serverAddress},
-    {"websocketAddress", [](Config* record) { return record->websocketAddress; },
-     sizeof Config::websocketAddress},
-    {"proxyAddress", [](Config* record) { return record->proxyAddress; },
-     sizeof Config::proxyAddress},
-    {"devicePrivateKey", [](Config* record) { return record->devicePrivateKey; },
-     sizeof Config::devicePrivateKey},
-    {"serverPublicKey", [](Config* record) { return record->serverPublicKey; },
-     sizeof Config::serverPublicKey},
-};
-
-// Deliberate: what stands behind this many bytes of the file is not read.
-static constexpr std::size_t kMaxFileSize = 1024;
 static constexpr std::size_t kCopyBlock = 4096;
 
 Config config{};
@@ -164,18 +121,30 @@ bool ResolveConfigPath(char (&path)[260]) {
 
 // --- writing ---
 
-static bool WriteRecord(std::FILE* file, Config* record) {
-    JsonObject root(json_object_new_object());
+// The text lives as long as the object.
+static const char* TextOf(JsonObject* root, Config* record) {
     for (const BoolKey& key : kBoolKeys) {
-        json_object_object_add(root.Get(), key.name,
+        json_object_object_add(root->Get(), key.name,
                                json_object_new_boolean(record->*key.field ? 1 : 0));
     }
     for (const TextKey& key : kTextKeys) {
-        json_object_object_add(root.Get(), key.name, json_object_new_string(key.field(record)));
+        json_object_object_add(root->Get(), key.name, json_object_new_string(key.field(record)));
     }
-    const char* text = json_object_to_json_string_ext(
-        root.Get(), JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
+    return json_object_to_json_string_ext(root->Get(),
+                                          JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
+}
+
+static bool WriteRecord(std::FILE* file, Config* record) {
+    JsonObject root(json_object_new_object());
+    const char* text = TextOf(&root, record);
     return text != nullptr && std::fputs(text, file) >= 0 && std::fflush(file) == 0;
+}
+
+std::size_t WrittenConfigSize(const Config& record) {
+    JsonObject root(json_object_new_object());
+    Config copy = record;
+    const char* text = TextOf(&root, &copy);
+    return text != nullptr ? std::strlen(text) : 0;
 }
 
 bool CreateDefaultConfig(const char* path) {
@@ -224,7 +193,7 @@ static bool CreateMissingConfig(char (&path)[260]) {
 }
 
 // The first bytes of the file, ended by NUL.
-static bool ReadConfigText(char (&text)[kMaxFileSize + 1]) {
+static bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
     char path[kMaxPath];
     if (!ResolveConfigPath(path)) {
         ConsolePrint("Failed to get config file path\n");
@@ -240,7 +209,7 @@ static bool ReadConfigText(char (&text)[kMaxFileSize + 1]) {
         }
     }
     ConsolePrint("Opened config file: %s\n", path);
-    text[std::fread(text, 1, kMaxFileSize, file)] = '\0';
+    text[std::fread(text, 1, kMaxConfigFileSize, file)] = '\0';
     std::fclose(file);
     return true;
 }
@@ -258,10 +227,7 @@ static void CopyText(json_object* value, char* field, std::size_t capacity) {
     FormatText(field, capacity, "%s", text != nullptr ? text : "");
 }
 
-bool LoadConfig(Config* record) {
-    char text[kMaxFileSize + 1] = {};
-    if (!ReadConfigText(text)) return false;
-    // Text that is no JSON gives null, and then every key counts as missing.
+void ParseConfig(const char* text, Config* record) {
     JsonObject root(json_tokener_parse(text));
     for (const BoolKey& key : kBoolKeys) {
         json_object* value = Lookup(root.Get(), key.name);
@@ -273,6 +239,12 @@ bool LoadConfig(Config* record) {
     }
     record->useProxy = record->useProxy && record->proxyAddress[0] != '\0';
     record->useWebsocket = record->useWebsocket && record->websocketAddress[0] != '\0';
+}
+
+bool LoadConfig(Config* record) {
+    char text[kMaxConfigFileSize + 1] = {};
+    if (!ReadConfigText(text)) return false;
+    ParseConfig(text, record);
     return true;
 }
 

@@ -31,4 +31,10 @@ bool CreateDefaultConfig(const char* path);
 bool LoadConfig(Config* record);
 bool WriteConfig(const Config* record);
 
+// What LoadConfig makes of a file's text. Text that is no JSON has no key, so each counts as
+// missing.
+void ParseConfig(const char* text, Config* record);
+// The bytes of the file that WriteConfig would write.
+std::size_t WrittenConfigSize(const Config& record);
+
 }  // namespace tarvik

@@ -17,6 +17,7 @@ constexpr char kMainFooter[] = R"(Environment:
 
 Examples:
   dpdu modules                        which dongles there are
+  dpdu doctor                         why there is none
   dpdu vin                            the VIN, from control unit 7E0:7E8
   dpdu request 22F190                 any UDS request
   dpdu dtc --json                     trouble codes as JSON

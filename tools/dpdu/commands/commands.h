@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "can_frame.h"
+#include "library_loader.h"
 #include "link.h"
 #include "output.h"
 #include "raw_link.h"
@@ -29,6 +30,7 @@ struct CommonOptions {
     bool as_json = false;
     bool is_verbose = false;  // show the lines that the library prints
 
+    std::string LibraryPath() const { return library.empty() ? DefaultLibraryPath() : library; }
     // Throws Failure when it cannot be loaded.
     PduFunctions LoadFunctions() const { return LoadPduFunctions(library); }
     std::chrono::milliseconds Wait() const {
@@ -134,6 +136,8 @@ struct TraceOptions {
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
+// True: nothing that it looked at is wrong.
+bool RunDoctor(const CommonOptions& common, Output* output);
 bool RunVersion(const CommonOptions& common, Output* output);
 bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
 bool RunFunctional(const CommonOptions& common, const FunctionalOptions& options, Output* output);

@@ -5,12 +5,15 @@
 _dpdu_words() {
     case $1 in
         '')
-            words='modules version comparam objects ioctl request functional vin dtc trace raw tester-present monitor -h --help --library --library-options --module --wait --json --verbose --version'
+            words='modules version doctor comparam objects ioctl request functional vin dtc trace raw tester-present monitor -h --help --library --library-options --module --wait --json --verbose --version'
             ;;
         'modules')
             words='-h --help --library --library-options --module --wait --json --verbose'
             ;;
         'version')
+            words='-h --help --library --library-options --module --wait --json --verbose'
+            ;;
+        'doctor')
             words='-h --help --library --library-options --module --wait --json --verbose'
             ;;
         'comparam')
@@ -88,7 +91,7 @@ _dpdu() {
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
         esac
     done
 

@@ -19,6 +19,16 @@ Examples:
   dpdu version --json
   dpdu version --library ./other_vendor.so)";
 
+constexpr char kDoctorFooter[] = R"(
+Looks at what this project's library needs, without starting it: its configuration (is it
+there, valid, short enough, kept to its owner), keys, serial ports, the way to the relay and
+the clock. A line each, with what to do behind the arrow.
+
+Examples:
+  dpdu doctor
+  dpdu doctor --json
+  dpdu doctor --library /opt/tester/libtarvik_dpdu_x64.so)";
+
 constexpr char kComParamFooter[] = R"(
 Values live in the library for as long as the program runs: 'set' shows what the library
 makes of a value. To make a request with other values use 'dpdu request --param'.
@@ -163,6 +173,9 @@ void AddModuleCommands(CommandSet* commands) {
         [](auto common) {
             return [common](Output* output) { return RunVersion(common, output); };
         });
+    commands->Add({"doctor", "find out why no module is found", kDoctorFooter}, [](auto common) {
+        return [common](Output* output) { return RunDoctor(common, output); };
+    });
     AddComParam(commands);
     AddObjects(commands);
     AddIoCtl(commands);

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "support/config.h"
+
+// What config.json consists of.
+namespace tarvik {
+
+// Deliberate: what stands behind this many bytes of the file is not read.
+inline constexpr std::size_t kMaxConfigFileSize = 1024;
+
+// Deliberate: what a missing key means and what a new file holds differ. A key that is absent
+// switches its feature on (all but useProxy); a new file switches every transport off.
+struct BoolKey {
+    const char* name;
+    bool Config::*field;
+    bool when_missing;
+    bool in_new_file;
+};
+
+struct TextKey {
+    const char* name;
+    char* (*field)(Config* record);
+    std::size_t capacity;
+};
+
+// Both tables in the order in which the file is written.
+inline constexpr std::array<BoolKey, 10> kBoolKeys = {{
+    {"showDebug", &Config::showDebug, true, false},
+    {"enableCopTrace", &Config::enableCopTrace, true, true},
+    {"enableDebugLogFile", &Config::enableDebugLogFile, true, true},
+    {"useWebsocket", &Config::useWebsocket, true, false},
+    {"useSerial", &Config::useSerial, true, false},
+    {"useCloud", &Config::useCloud, true, false},
+    {"useBle", &Config::useBle, true, false},
+    {"dummyDevice", &Config::dummyDevice, true, false},
+    {"useProxy", &Config::useProxy, false, false},
+    {"disableCertValidation", &Config::disableCertValidation, true, false},
+}};
+
+inline constexpr std::array<TextKey, 5> kTextKeys = {{
+    {"serverAddress", [](Config* record) { return record->serverAddress; },
+     sizeof Config::serverAddress},
+    {"websocketAddress", [](Config* record) { return record->websocketAddress; },
+     sizeof Config::websocketAddress},
+    {"proxyAddress", [](Config* record) { return record->proxyAddress; },
+     sizeof Config::proxyAddress},
+    {"devicePrivateKey", [](Config* record) { return record->devicePrivateKey; },
+     sizeof Config::devicePrivateKey},
+    {"serverPublicKey", [](Config* record) { return record->serverPublicKey; },
+     sizeof Config::serverPublicKey},
+}};
+
+}  // namespace tarvik

@@ -1,0 +1,91 @@
+// One run of "dpdu doctor" with a configuration that the test wrote.
+
+#ifndef TESTS_DPDU_DOCTOR_RUN_H
+#define TESTS_DPDU_DOCTOR_RUN_H
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "client_run.h"
+#include "conformance/framework/relay.h"
+
+class DoctorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        relay_.Reset();
+        std::filesystem::create_directories(ConfigPath().parent_path());
+    }
+    void TearDown() override { std::filesystem::remove(ConfigPath()); }
+
+    // Where the program finds it: the launcher has made room there.
+    static std::filesystem::path ConfigPath() {
+        const char* scratch = std::getenv("BRENNIX_SIM_SCRATCH");
+        return std::filesystem::path(scratch ? scratch : "") / "config" / "Tarvik" / "Brennix" /
+               "config.json";
+    }
+
+    // Nothing is wrong with it: the dongle of the serial port, and a relay over TCP.
+    static nlohmann::ordered_json GoodConfig() {
+        return {{"showDebug", false},
+                {"enableCopTrace", false},
+                {"enableDebugLogFile", false},
+                {"useWebsocket", false},
+                {"useSerial", true},
+                {"useCloud", true},
+                {"useBle", false},
+                {"dummyDevice", false},
+                {"useProxy", false},
+                {"disableCertValidation", false},
+                {"serverAddress", conformance::Relay::TcpAddress()},
+                {"websocketAddress", ""},
+                {"proxyAddress", ""},
+                {"devicePrivateKey", std::string(64, '1')},
+                {"serverPublicKey", conformance::Relay::PublicKey()}};
+    }
+
+    static void WriteConfig(const std::string& text) {
+        std::ofstream(ConfigPath(), std::ios::binary) << text;
+        std::filesystem::permissions(
+            ConfigPath(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    }
+
+    static std::string LibraryUnderTest() {
+        const char* path = std::getenv("TARVIK_DPDU_LIBRARY");
+        return path ? path : "";
+    }
+    static ClientResult Run(const std::string& library = LibraryUnderTest()) {
+        return RunClient({"doctor", "--library", library});
+    }
+    static ClientResult RunWith(const nlohmann::ordered_json& config) {
+        WriteConfig(config.dump());
+        return Run();
+    }
+    // A good configuration but for this key.
+    static ClientResult RunWith(const std::string& key, const nlohmann::ordered_json& value) {
+        nlohmann::ordered_json config = GoodConfig();
+        config[key] = value;
+        return RunWith(config);
+    }
+
+    conformance::Relay relay_;
+};
+
+// One line has all of these, from left to right.
+inline bool HasLine(const ClientResult& result, const std::string& state,
+                    const std::string& subject, const std::string& part) {
+    std::istringstream lines(result.output);
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t at = line.find(subject);
+        if (line.starts_with(state) && at != line.npos && line.find(part, at) != line.npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+#endif  // TESTS_DPDU_DOCTOR_RUN_H

@@ -1,0 +1,241 @@
+#include <chrono>
+
+#include "doctor_run.h"
+
+namespace {
+
+class DpduDoctor : public DoctorTest {};
+
+TEST_F(DpduDoctor, FindsNothingWrongWhereEverythingIsRight) {
+    const ClientResult result = RunWith(GoodConfig());
+    EXPECT_EQ(result.exit_code, kOk) << result.output;
+    for (const char* subject : {"library", "configuration", "transports", "serverPublicKey",
+                                "devicePrivateKey", "ports", "relay", "clock"}) {
+        EXPECT_TRUE(HasLine(result, "ok", subject, "")) << subject << "\n" << result.output;
+    }
+    EXPECT_FALSE(Contains(result.output, "WRONG")) << result.output;
+    EXPECT_TRUE(HasLine(result, "ok", "relay", "takes connections"));
+    EXPECT_TRUE(HasLine(result, "ok", "transports", "serial port, relay over TCP"));
+}
+
+TEST_F(DpduDoctor, DoesNotStartTheLibrary) {
+    WriteConfig(GoodConfig().dump());
+    const std::string before = ReadWholeFile(ConfigPath().string());
+    Run();
+    EXPECT_EQ(relay_.Count("in NHS1"), 0u);
+    EXPECT_EQ(ReadWholeFile(ConfigPath().string()), before);
+}
+
+TEST_F(DpduDoctor, JsonHasEveryFindingWithItsAdvice) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["serverPublicKey"] = "";
+    WriteConfig(config.dump());
+    const ClientResult result = RunClient({"doctor", "--json", "--library", LibraryUnderTest()});
+    EXPECT_EQ(result.exit_code, kFailure);
+    bool found = false;
+    const Json document = Document(result);
+    for (const Json& finding : document["findings"]) {
+        if (finding["subject"] != "serverPublicKey") continue;
+        found = true;
+        EXPECT_EQ(finding["state"], "WRONG");
+        EXPECT_TRUE(Contains(finding["advice"], "brennix-relay keygen"));
+    }
+    EXPECT_TRUE(found);
+}
+
+// ---------------------------------------------------------------- configuration
+
+TEST_F(DpduDoctor, MissingConfigurationIsWrong) {
+    const ClientResult result = Run();
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "configuration", "is missing")) << result.output;
+    EXPECT_FALSE(std::filesystem::exists(ConfigPath()));
+}
+
+TEST_F(DpduDoctor, TextThatIsNoJsonIsWrongAndTheLineIsNamed) {
+    const struct {
+        const char* text;
+        const char* fault;
+    } rows[] = {
+        {"{\n\"useSerial\": true,\n\"useCloud\": yes }", "line 3: "},
+        {"{ \"useSerial\": true", "unexpected end of data"},
+        {"", "unexpected end of data"},
+        {"[ true ]", "it is not in { }"},
+    };
+    for (const auto& row : rows) {
+        WriteConfig(row.text);
+        const ClientResult result = Run();
+        EXPECT_EQ(result.exit_code, kFailure) << row.text;
+        EXPECT_TRUE(HasLine(result, "WRONG", "configuration", row.fault)) << result.output;
+    }
+}
+
+TEST_F(DpduDoctor, ConfigurationOf1024BytesIsReadAndALongerOneIsWrong) {
+    std::string text = GoodConfig().dump();
+    text.resize(1024, ' ');
+    WriteConfig(text);
+    EXPECT_EQ(Run().exit_code, kOk);
+    WriteConfig(text + ' ');
+    const ClientResult result = Run();
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "configuration", "1025 of the 1024 bytes"))
+        << result.output;
+}
+
+// Compact, it is short enough; as the library writes it, it is not.
+TEST_F(DpduDoctor, ConfigurationThatGrowsTooLongWithTheLibrarysKeyIsWrong) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["devicePrivateKey"] = "";
+    EXPECT_EQ(RunWith(config).exit_code, kOk);
+    config["websocketAddress"] = "ws://" + std::string(250, 'w');
+    config["proxyAddress"] = std::string(220, 'p');
+    ASSERT_LE(config.dump().size(), 1024u);
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "configuration", "would not be read again"))
+        << result.output;
+}
+
+TEST_F(DpduDoctor, MissingAndUnknownKeysAreNoted) {
+    nlohmann::ordered_json config = GoodConfig();
+    config.erase("useBle");
+    config["useBluetooth"] = false;
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kOk) << result.output;
+    EXPECT_TRUE(HasLine(result, "note", "configuration", "count as on: useBle ->"));
+    EXPECT_TRUE(HasLine(result, "note", "configuration", "unknown: useBluetooth ->"));
+    EXPECT_TRUE(HasLine(result, "ok", "transports", "Bluetooth LE"));
+}
+
+TEST_F(DpduDoctor, KeyOfAWrongTypeIsWrong) {
+    EXPECT_TRUE(
+        HasLine(RunWith("useSerial", "false"), "WRONG", "configuration", "useSerial (true"));
+    EXPECT_TRUE(
+        HasLine(RunWith("proxyAddress", 3128), "WRONG", "configuration", "proxyAddress (a"));
+}
+
+TEST_F(DpduDoctor, TextThatIsCutIsWrong) {
+    const ClientResult result = RunWith("proxyAddress", std::string(256, 'p'));
+    EXPECT_TRUE(HasLine(result, "WRONG", "configuration", "cut: proxyAddress")) << result.output;
+}
+
+TEST_F(DpduDoctor, NoTransportIsWrong) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["useSerial"] = config["useCloud"] = false;
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "transports", "all are off")) << result.output;
+}
+
+TEST_F(DpduDoctor, FaultyKeysAreTold) {
+    std::string beside_the_curve = conformance::Relay::PublicKey();
+    beside_the_curve.back() = beside_the_curve.back() == '0' ? '1' : '0';
+    const struct {
+        const char* key;
+        std::string value;
+        const char* state;
+        const char* part;
+    } rows[] = {
+        {"serverPublicKey", "", "WRONG", "is missing"},
+        {"serverPublicKey", std::string(129, '4'), "WRONG", "(129 characters)"},
+        {"serverPublicKey", "zz" + std::string(128, '4'), "WRONG", "not 130 hexadecimal"},
+        {"serverPublicKey", beside_the_curve, "WRONG", "no point of the curve"},
+        {"devicePrivateKey", std::string(63, '1'), "WRONG", "(63 characters)"},
+        {"devicePrivateKey", "0x" + std::string(62, '1'), "WRONG", "not 64 hexadecimal"},
+        {"devicePrivateKey", std::string(64, 'f'), "note", "no key of the curve"},
+        {"devicePrivateKey", "", "ok", "the library makes one"},
+    };
+    for (const auto& row : rows) {
+        const ClientResult result = RunWith(row.key, row.value);
+        EXPECT_TRUE(HasLine(result, row.state, row.key, row.part)) << row.value << result.output;
+        EXPECT_EQ(result.exit_code, std::string(row.state) == "WRONG" ? kFailure : kOk);
+    }
+}
+
+// ---------------------------------------------------------------- surroundings
+
+TEST_F(DpduDoctor, LibraryThatDoesNotLoadIsWrong) {
+    WriteConfig(GoodConfig().dump());
+    const ClientResult result = Run(INCOMPLETE_LIBRARY);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "library", "lacks")) << result.output;
+}
+
+TEST_F(DpduDoctor, RelayThatTakesNoConnectionIsWrong) {
+    relay_.Listen(false);
+    EXPECT_TRUE(HasLine(RunWith(GoodConfig()), "WRONG", "relay", "takes no connection"));
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = true;
+    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "relay", "takes no connection")) << result.output;
+}
+
+TEST_F(DpduDoctor, AddressThatIsNoneIsWrong) {
+    EXPECT_TRUE(HasLine(RunWith("serverAddress", ""), "WRONG", "relay", "serverAddress is empty"));
+    EXPECT_TRUE(HasLine(RunWith("serverAddress", "relay"), "WRONG", "relay", "not HOST:PORT"));
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = true;
+    config["websocketAddress"] = "http://127.0.0.1";
+    EXPECT_TRUE(HasLine(RunWith(config), "WRONG", "relay", "not ws://HOST"));
+}
+
+TEST_F(DpduDoctor, CertificateIsCheckedAsTheLibraryDoes) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = true;
+    config["websocketAddress"] = conformance::Relay::SecureWebSocketAddress();
+    const ClientResult checked = RunWith(config);
+    EXPECT_EQ(checked.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(checked, "WRONG", "relay", "certificate")) << checked.output;
+    config["disableCertValidation"] = true;
+    const ClientResult unchecked = RunWith(config);
+    EXPECT_EQ(unchecked.exit_code, kOk) << unchecked.output;
+    EXPECT_TRUE(HasLine(unchecked, "ok", "relay", "opens a WebSocket")) << unchecked.output;
+    EXPECT_TRUE(HasLine(unchecked, "note", "relay", "not checked"));
+}
+
+TEST_F(DpduDoctor, ProxyIsUsedAsTheLibraryDoes) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = config["useProxy"] = true;
+    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
+    config["proxyAddress"] = conformance::Relay::ProxyAddress();
+    const ClientResult through = RunWith(config);
+    EXPECT_EQ(through.exit_code, kOk) << through.output;
+    EXPECT_TRUE(HasLine(through, "ok", "transports", "a WebSocket and a proxy"));
+    relay_.Command("proxy refuse 407");
+    const ClientResult refused = RunWith(config);
+    EXPECT_EQ(refused.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(refused, "WRONG", "relay", "the proxy's settings")) << refused.output;
+}
+
+TEST_F(DpduDoctor, ServerThatIsNoRelayIsWrong) {
+    relay_.Fault("accept http 404");
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = true;
+    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "relay", "opens no WebSocket")) << result.output;
+}
+
+TEST_F(DpduDoctor, ServerThatNeverAnswersDoesNotHoldItUp) {
+    relay_.Fault("accept deaf");
+    nlohmann::ordered_json config = GoodConfig();
+    config["useWebsocket"] = true;
+    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
+    const ClientResult result = RunWith(config);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "relay", "no answer within 10 seconds")) << result.output;
+}
+
+TEST_F(DpduDoctor, ClockBeforeTheConfigurationsTimeIsWrong) {
+    WriteConfig(GoodConfig().dump());
+    const auto now = std::filesystem::file_time_type::clock::now();
+    std::filesystem::last_write_time(ConfigPath(), now + std::chrono::hours(48));
+    const ClientResult result = Run();
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "clock", "config.json")) << result.output;
+}
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "commands.h"
+#include "doctor/configuration.h"
+#include "doctor/surroundings.h"
+#include "failure.h"
+#include "progress.h"
+
+namespace dpdu {
+namespace {
+
+const char* VerdictText(Verdict verdict) {
+    switch (verdict) {
+        case Verdict::kFine:
+            return "ok";
+        case Verdict::kNote:
+            return "note";
+        case Verdict::kWrong:
+            return "WRONG";
+    }
+    return "";
+}
+
+Finding LibraryFinding(const std::string& path) {
+    try {
+        LoadPduFunctions(path);
+        return {Verdict::kFine, "library", path};
+    } catch (const Failure& failure) {
+        return {Verdict::kWrong, "library", OnOneLine(failure.what())};
+    }
+}
+
+void Append(Findings* all, const Findings& more) {
+    all->insert(all->end(), more.begin(), more.end());
+}
+
+Findings Examine(const std::string& library) {
+    const Progress progress("looking at ports and relay");
+    Findings findings = {LibraryFinding(library)};
+    const ConfigFile file = ReadConfigFile(library);
+    Append(&findings, CheckConfiguration(file));
+    Append(&findings, CheckPermissions(file));
+    Append(&findings, CheckKeys(file));
+    if (file.is_usable) {
+        Append(&findings, CheckPorts(file.values));
+        Append(&findings, CheckRelay(file.values));
+    }
+    Append(&findings, CheckClock(library, file.path));
+    return findings;
+}
+
+void Print(const Findings& findings, Output* output) {
+    std::vector<Row> rows;
+    for (const Finding& finding : findings) {
+        const std::string advice = finding.advice.empty() ? "" : " -> " + finding.advice;
+        rows.push_back({VerdictText(finding.verdict), finding.subject, finding.text + advice});
+    }
+    output->Table(rows);
+}
+
+void PrintJson(const Findings& findings, Output* output) {
+    Json list = Json::array();
+    for (const Finding& finding : findings) {
+        list.push_back({{"state", VerdictText(finding.verdict)},
+                        {"subject", finding.subject},
+                        {"text", finding.text},
+                        {"advice", finding.advice}});
+    }
+    output->Document({{"findings", list}});
+}
+
+}  // namespace
+
+bool RunDoctor(const CommonOptions& common, Output* output) {
+    const Findings findings = Examine(common.LibraryPath());
+    if (output->AsJson()) {
+        PrintJson(findings, output);
+    } else {
+        Print(findings, output);
+    }
+    return std::none_of(findings.begin(), findings.end(),
+                        [](const Finding& finding) { return finding.verdict == Verdict::kWrong; });
+}
+
+}  // namespace dpdu

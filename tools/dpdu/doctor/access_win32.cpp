@@ -1,0 +1,71 @@
+#include <windows.h>
+// Others want windows.h before them.
+#include <aclapi.h>
+
+#include <array>
+#include <memory>
+
+#include "doctor/access.h"
+
+namespace dpdu {
+namespace {
+
+struct FreeLocal {
+    void operator()(void* block) const { ::LocalFree(block); }
+};
+
+struct WideGroup {
+    WELL_KNOWN_SID_TYPE sid;
+    const char* name;
+};
+
+// Those to which more than one person belongs.
+constexpr std::array<WideGroup, 3> kWideGroups = {{
+    {WinWorldSid, "everyone"},
+    {WinAuthenticatedUserSid, "every user who has logged in"},
+    {WinBuiltinUsersSid, "the group Users"},
+}};
+
+const char* NameOfWideGroup(PSID sid) {
+    for (const WideGroup& group : kWideGroups) {
+        if (::IsWellKnownSid(sid, group.sid)) return group.name;
+    }
+    return nullptr;
+}
+
+// Null: the entry lets no group read.
+const char* ReaderOf(const ACE_HEADER* header) {
+    if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) return nullptr;
+    const auto* entry = reinterpret_cast<const ACCESS_ALLOWED_ACE*>(header);
+    if ((entry->Mask & (FILE_READ_DATA | GENERIC_READ | GENERIC_ALL)) == 0) return nullptr;
+    return NameOfWideGroup(const_cast<DWORD*>(&entry->SidStart));
+}
+
+}  // namespace
+
+std::string OtherReaders(const std::string& path) {
+    PACL list = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (::GetNamedSecurityInfoA(const_cast<char*>(path.c_str()), SE_FILE_OBJECT,
+                                DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
+                                &descriptor) != ERROR_SUCCESS) {
+        return "";
+    }
+    const std::unique_ptr<void, FreeLocal> owner(descriptor);
+    if (list == nullptr) return "everyone";
+    for (DWORD i = 0; i < list->AceCount; ++i) {
+        void* entry = nullptr;
+        if (!::GetAce(list, i, &entry)) continue;
+        if (const char* reader = ReaderOf(static_cast<const ACE_HEADER*>(entry))) return reader;
+    }
+    return "";
+}
+
+std::string KeepToOwnerCommand(const std::string& path) {
+    return "icacls \"" + path + "\" /inheritance:r /grant:r %USERNAME%:F";
+}
+
+// Every user may open every port.
+std::string PortAdvice(const std::string&) { return ""; }
+
+}  // namespace dpdu

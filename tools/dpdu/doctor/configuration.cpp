@@ -1,0 +1,229 @@
+#include "doctor/configuration.h"
+
+#include <json-c/json.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string_view>
+
+#include "platform/files.h"
+#include "support/config_keys.h"
+
+namespace dpdu {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kSubject[] = "configuration";
+
+struct PutJson {
+    void operator()(json_object* object) const { json_object_put(object); }
+    void operator()(json_tokener* tokener) const { json_tokener_free(tokener); }
+};
+using Json = std::unique_ptr<json_object, PutJson>;
+
+std::string UserPath() {
+    char folder[tarvik::kMaxPath];
+    if (!tarvik::OsUserDataFolder(folder, sizeof folder)) return "";
+    return (fs::path(folder) / "Tarvik" / "Brennix" / "config.json").string();
+}
+
+// A program linked with the library by its bare name knows no folder.
+std::string PathBeside(const std::string& library_path) {
+    const fs::path folder = fs::path(library_path).parent_path();
+    return folder.empty() ? "" : (folder / "config.json").string();
+}
+
+bool IsFile(const std::string& path) { return !path.empty() && tarvik::OsFileExists(path.c_str()); }
+
+std::string FindPath(const std::string& library_path) {
+    const std::string user = UserPath();
+    const std::string beside = PathBeside(library_path);
+    return IsFile(user) || !IsFile(beside) ? user : beside;
+}
+
+bool ReadAll(const std::string& path, std::string* text) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) return false;
+    text->assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    return !file.bad();
+}
+
+// "line 3: unexpected character"; empty: it is an object.
+std::string FaultOf(const std::string& text) {
+    const std::unique_ptr<json_tokener, PutJson> tokener(json_tokener_new());
+    const Json root(json_tokener_parse_ex(tokener.get(), text.c_str(), -1));
+    const json_tokener_error error = json_tokener_get_error(tokener.get());
+    if (error == json_tokener_success) {
+        return json_object_is_type(root.get(), json_type_object) ? "" : "it is not in { }";
+    }
+    const std::size_t end = json_tokener_get_parse_end(tokener.get());
+    const auto lines =
+        std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n');
+    return "line " + std::to_string(lines + 1) + ": " + json_tokener_error_desc(error);
+}
+
+// ---------------------------------------------------------------- keys of the file
+
+template <typename Table>
+bool IsIn(const Table& table, std::string_view name) {
+    return std::any_of(table.begin(), table.end(),
+                       [name](const auto& key) { return name == key.name; });
+}
+
+bool HasKey(json_object* root, const char* name) {
+    json_object* value = nullptr;
+    return json_object_object_get_ex(root, name, &value) && value != nullptr;
+}
+
+void Append(std::string* list, const std::string& word) {
+    *list += (list->empty() ? "" : ", ") + word;
+}
+
+std::string KeysThatCountAsOn(json_object* root) {
+    std::string list;
+    for (const tarvik::BoolKey& key : tarvik::kBoolKeys) {
+        if (key.when_missing && !HasKey(root, key.name)) Append(&list, key.name);
+    }
+    return list;
+}
+
+std::string UnknownKeys(json_object* root) {
+    std::string list;
+    json_object_object_foreach(root, name, value) {
+        static_cast<void>(value);
+        const bool known = IsIn(tarvik::kBoolKeys, name) || IsIn(tarvik::kTextKeys, name);
+        if (!known) Append(&list, name);
+    }
+    return list;
+}
+
+// A text where true or false belongs counts as true, "false" included.
+std::string KeysOfWrongType(json_object* root) {
+    std::string list;
+    json_object_object_foreach(root, name, value) {
+        if (value == nullptr) continue;
+        const json_type type = json_object_get_type(value);
+        if (IsIn(tarvik::kBoolKeys, name) && type != json_type_boolean) {
+            Append(&list, std::string(name) + " (true or false)");
+        }
+        if (IsIn(tarvik::kTextKeys, name) && type != json_type_string) {
+            Append(&list, std::string(name) + " (a text)");
+        }
+    }
+    return list;
+}
+
+std::string KeysThatAreCut(json_object* root) {
+    std::string list;
+    for (const tarvik::TextKey& key : tarvik::kTextKeys) {
+        json_object* value = nullptr;
+        if (!json_object_object_get_ex(root, key.name, &value) || value == nullptr) continue;
+        if (std::string_view(json_object_get_string(value)).size() >= key.capacity) {
+            Append(&list, key.name);
+        }
+    }
+    return list;
+}
+
+void AddIfAny(Findings* findings, Verdict verdict, const std::string& keys,
+              const std::string& meaning, const std::string& advice) {
+    if (!keys.empty()) findings->push_back({verdict, kSubject, meaning + keys, advice});
+}
+
+void AddKeyFindings(const std::string& text, Findings* findings) {
+    const Json root(json_tokener_parse(text.c_str()));
+    AddIfAny(findings, Verdict::kWrong, KeysOfWrongType(root.get()),
+             "of a wrong type: ", "write what stands in parentheses");
+    AddIfAny(findings, Verdict::kWrong, KeysThatAreCut(root.get()),
+             "too long and cut: ", "shorten them");
+    AddIfAny(findings, Verdict::kNote, KeysThatCountAsOn(root.get()),
+             "missing, so they count as on: ", "write them with true or false");
+    AddIfAny(findings, Verdict::kNote, UnknownKeys(root.get()),
+             "unknown: ", "look for misspellings");
+}
+
+// ---------------------------------------------------------------- what it says
+
+std::string CloudText(const tarvik::Config& config) {
+    std::string text = "relay over ";
+    text += config.useWebsocket ? "a WebSocket" : "TCP";
+    if (config.useWebsocket && config.useProxy) text += " and a proxy";
+    return text;
+}
+
+Finding TransportFinding(const tarvik::Config& config) {
+    std::string list;
+    if (config.useSerial) Append(&list, "serial port");
+    if (config.useCloud) Append(&list, CloudText(config));
+    if (config.useBle) Append(&list, "Bluetooth LE");
+    if (config.dummyDevice) Append(&list, "demo device");
+    if (!list.empty()) return {Verdict::kFine, "transports", list};
+    return {Verdict::kWrong, "transports", "all are off",
+            "set useSerial, useCloud, useBle or dummyDevice to true"};
+}
+
+std::string Bytes(std::size_t size) {
+    return std::to_string(size) + " of the " + std::to_string(tarvik::kMaxConfigFileSize) +
+           " bytes that are read";
+}
+
+// The library writes the file anew once it has made its key.
+void AddSizeAfterKey(const tarvik::Config& config, Findings* findings) {
+    if (!config.useCloud || config.devicePrivateKey[0] != '\0') return;
+    constexpr std::size_t kKeyDigits = 64;
+    const std::size_t size = tarvik::WrittenConfigSize(config) + kKeyDigits;
+    if (size <= tarvik::kMaxConfigFileSize) return;
+    findings->push_back({Verdict::kWrong, kSubject,
+                         "with the key that the library adds it has " + Bytes(size) +
+                             ", and would not be read again",
+                         "shorten the addresses, or empty those that are not used"});
+}
+
+}  // namespace
+
+ConfigFile ReadConfigFile(const std::string& library_path) {
+    ConfigFile file;
+    file.path = FindPath(library_path);
+    file.is_there = IsFile(file.path);
+    file.is_readable = file.is_there && ReadAll(file.path, &file.text);
+    file.is_usable = file.is_readable && file.text.size() <= tarvik::kMaxConfigFileSize &&
+                     FaultOf(file.text).empty();
+    if (file.is_usable) tarvik::ParseConfig(file.text.c_str(), &file.values);
+    return file;
+}
+
+Findings CheckConfiguration(const ConfigFile& file) {
+    const auto wrong = [](const std::string& text, const std::string& advice) -> Findings {
+        return {{Verdict::kWrong, kSubject, text, advice}};
+    };
+    if (file.path.empty()) {
+        return wrong("this user has no folder for it", "set HOME or XDG_CONFIG_HOME");
+    }
+    if (!file.is_there) {
+        return wrong(file.path + " is missing, and there is none beside the library",
+                     "'dpdu modules' makes one with every transport off; then switch one on");
+    }
+    if (!file.is_readable) {
+        return wrong(file.path + " cannot be read", "let this user read and write it");
+    }
+    if (file.text.size() > tarvik::kMaxConfigFileSize) {
+        return wrong(file.path + " has " + Bytes(file.text.size()),
+                     "shorten it: leave out blanks and addresses that are not used");
+    }
+    if (!file.is_usable) {
+        return wrong(
+            file.path + " is no JSON, so every key counts as missing: " + FaultOf(file.text),
+            "put that right");
+    }
+    Findings findings = {{Verdict::kFine, kSubject, file.path + ", " + Bytes(file.text.size())}};
+    AddKeyFindings(file.text, &findings);
+    AddSizeAfterKey(file.values, &findings);
+    findings.push_back(TransportFinding(file.values));
+    return findings;
+}
+
+}  // namespace dpdu

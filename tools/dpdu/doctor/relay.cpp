@@ -1,0 +1,183 @@
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <thread>
+
+#include "doctor/surroundings.h"
+#include "transport/cloud/server_address.h"
+#include "transport/cloud/tcp_socket.h"
+#include "transport/cloud/websocket_client.h"
+#include "transport/cloud/websocket_url.h"
+
+namespace dpdu {
+namespace {
+
+constexpr char kSubject[] = "relay";
+constexpr std::chrono::seconds kLimit{10};
+constexpr std::chrono::seconds kAbortLimit{2};
+
+Finding Wrong(const std::string& text, const std::string& advice) {
+    return {Verdict::kWrong, kSubject, text, advice};
+}
+
+// One attempt, on a thread of its own because a look-up of a name cannot be interrupted: a thread
+// that does not end in time is left behind, with what it uses, and ends with the program.
+class Attempt {
+public:
+    virtual ~Attempt() = default;
+    virtual Finding Run() = 0;
+    virtual void Abort() = 0;
+};
+
+Finding RunBounded(const std::shared_ptr<Attempt>& attempt) {
+    auto promise = std::make_shared<std::promise<Finding>>();
+    std::future<Finding> found = promise->get_future();
+    std::thread([attempt, promise] { promise->set_value(attempt->Run()); }).detach();
+    if (found.wait_for(kLimit) == std::future_status::ready) return found.get();
+    attempt->Abort();
+    found.wait_for(kAbortLimit);
+    return Wrong("no answer within " + std::to_string(kLimit.count()) + " seconds",
+                 "look whether a firewall swallows the connection");
+}
+
+// ---------------------------------------------------------------- TCP
+
+class TcpAttempt : public Attempt {
+public:
+    explicit TcpAttempt(const tarvik::ServerAddress& address)
+        : address_(address),
+          name_(std::string(address.host) + ":" + std::to_string(address.port)) {}
+
+    Finding Run() override {
+        tarvik::StartNetwork();
+        const Finding finding = Connect();
+        tarvik::EndNetwork();
+        return finding;
+    }
+    void Abort() override { aborted_ = true; }
+
+private:
+    Finding Connect() {
+        tarvik::TcpAddresses* addresses = nullptr;
+        const std::string port = std::to_string(address_.port);
+        if (tarvik::ResolveTcp(address_.host, port.c_str(), &addresses) != 0) {
+            return Wrong("the name " + std::string(address_.host) + " is not known",
+                         "correct serverAddress, or look whether there is a network");
+        }
+        tarvik::TcpSocket* socket = tarvik::ConnectTcp(*addresses, aborted_);
+        tarvik::FreeTcpAddresses(addresses);
+        if (socket == nullptr) {
+            return Wrong(name_ + " takes no connection",
+                         "look whether the relay runs there, and at firewalls");
+        }
+        tarvik::AbortTcp(socket);
+        tarvik::CloseTcp(socket);
+        return {Verdict::kFine, kSubject, name_ + " takes connections"};
+    }
+
+    const tarvik::ServerAddress address_;
+    const std::string name_;
+    std::atomic<bool> aborted_{false};
+};
+
+Finding CheckTcp(const tarvik::Config& config) {
+    tarvik::ServerAddress address = {};
+    if (config.serverAddress[0] == '\0') {
+        return Wrong("serverAddress is empty", "write the relay's HOST:PORT there");
+    }
+    if (!tarvik::ParseServerAddress(config.serverAddress, &address)) {
+        return Wrong("serverAddress is not HOST:PORT", "correct it");
+    }
+    return RunBounded(std::make_shared<TcpAttempt>(address));
+}
+
+// ---------------------------------------------------------------- WebSocket
+
+class WebSocketAttempt : public Attempt {
+public:
+    WebSocketAttempt(const tarvik::Config& config, const tarvik::WebSocketUrl& url)
+        : config_(config), url_(url), client_(tarvik::CreateWebSocketClient()) {}
+    ~WebSocketAttempt() override {
+        tarvik::CloseWebSocketRequest(client_);
+        tarvik::CloseWebSocket(client_);
+        tarvik::CloseWebSocketConnection(client_);
+        tarvik::CloseWebSocketSession(client_);
+        tarvik::DestroyWebSocketClient(client_);
+    }
+
+    Finding Run() override {
+        if (Prepare() != 0) return Wrong("the address cannot be used", "correct websocketAddress");
+        if (const std::uint32_t error = tarvik::SendWebSocketRequest(client_)) {
+            return Explain(error);
+        }
+        if (tarvik::ReceiveWebSocketResponse(client_) != 0 ||
+            tarvik::CompleteWebSocketUpgrade(client_) != 0) {
+            return Wrong(Name() + " answers, but opens no WebSocket",
+                         "correct the path in websocketAddress" + OrTheProxy());
+        }
+        return {Verdict::kFine, kSubject, Name() + " opens a WebSocket"};
+    }
+    void Abort() override { tarvik::AbortWebSocket(client_); }
+
+private:
+    std::string Name() const { return config_.websocketAddress; }
+    std::string OrTheProxy() const { return config_.useProxy ? ", or the proxy's settings" : ""; }
+
+    std::uint32_t Prepare() {
+        if (!tarvik::SetWebSocketServer(client_, url_.server) ||
+            !tarvik::SetWebSocketEndpoint(client_, url_.endpoint) ||
+            !tarvik::SetWebSocketProxyAddress(client_, config_.proxyAddress)) {
+            return tarvik::kErrorInvalidOperation;
+        }
+        std::uint32_t error = tarvik::OpenWebSocketSession(client_, "dpdu doctor");
+        if (error == 0 && config_.useProxy) error = tarvik::UseWebSocketProxy(client_);
+        if (error == 0) error = tarvik::ConnectWebSocketServer(client_, url_.port);
+        if (error == 0) error = tarvik::OpenWebSocketRequest(client_, url_.secure);
+        if (error == 0 && config_.disableCertValidation) {
+            error = tarvik::IgnoreCertificateFaults(client_);
+        }
+        return error != 0 ? error : tarvik::RequestWebSocketUpgrade(client_);
+    }
+
+    Finding Explain(std::uint32_t error) const {
+        switch (error) {
+            case tarvik::kErrorNameNotResolved:
+                return Wrong("the name " + std::string(url_.server) + " is not known",
+                             "correct websocketAddress" + OrTheProxy());
+            case tarvik::kErrorSecureFailure:
+                return Wrong("the certificate of " + Name() + " is not accepted",
+                             "add it to the system's store, or look at the clock");
+            default:
+                return Wrong(Name() + " takes no connection (error " + std::to_string(error) + ")",
+                             "look whether the relay runs there, and at firewalls" + OrTheProxy());
+        }
+    }
+
+    const tarvik::Config config_;
+    const tarvik::WebSocketUrl url_;
+    tarvik::WebSocketClient* const client_;
+};
+
+Findings CheckWebSocket(const tarvik::Config& config) {
+    tarvik::WebSocketUrl url = {};
+    if (!tarvik::ParseWebSocketUrl(config.websocketAddress, &url)) {
+        return {Wrong("websocketAddress is not ws://HOST:PORT/PATH or wss://…", "correct it")};
+    }
+    Findings findings = {RunBounded(std::make_shared<WebSocketAttempt>(config, url))};
+    if (url.secure && config.disableCertValidation) {
+        findings.push_back({Verdict::kNote, kSubject, "its certificate is not checked",
+                            "set disableCertValidation to false once the system trusts it"});
+    }
+    return findings;
+}
+
+}  // namespace
+
+Findings CheckRelay(const tarvik::Config& config) {
+    if (!config.useCloud) return {};
+    return config.useWebsocket ? CheckWebSocket(config) : Findings{CheckTcp(config)};
+}
+
+}  // namespace dpdu
