@@ -1,14 +1,15 @@
 # The short way in. Every target installs and builds first what it needs.
 
-.PHONY: help build demo demo-windows test stress bench fuzz lint clean
+.PHONY: help build demo demo-cloud demo-windows test stress bench fuzz lint clean
 
 # What users get, without the tests.
-linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim" scripts/build.sh linux-release
+linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
 windows_products = BUILD_TARGETS="tarvik_dpdu dpdu wine_port" scripts/build.sh windows-release
 
 help:
 	@echo "make build         library and tools for Linux and Windows"
 	@echo "make demo          three control units asked through a simulated dongle"
+	@echo "make demo-cloud    the dongle behind a relay, over TCP and TLS; the relay is lost and comes back"
 	@echo "make demo-windows  the same with the DLL, under Wine"
 	@echo "make test          every test on both systems, and under the sanitizers"
 	@echo "make stress        random calls of sixteen threads for DPDU_STRESS_SECONDS (60), also under TSan"
@@ -26,6 +27,11 @@ demo:
 	@scripts/setup.sh linux
 	@$(linux_products)
 	@scripts/demo.sh linux
+
+demo-cloud:
+	@scripts/setup.sh linux
+	@$(linux_products)
+	@scripts/demo_cloud.sh
 
 demo-windows:
 	@scripts/setup.sh linux windows
