@@ -13,6 +13,7 @@
 
 #include "client_run.h"
 #include "conformance/framework/relay.h"
+#include "file_access.h"
 
 class DoctorTest : public testing::Test {
 protected:
@@ -50,8 +51,7 @@ protected:
 
     static void WriteConfig(const std::string& text) {
         std::ofstream(ConfigPath(), std::ios::binary) << text;
-        std::filesystem::permissions(
-            ConfigPath(), std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+        EXPECT_TRUE(SetReaders(ConfigPath().string(), Readers::kOwner));
     }
 
     static std::string LibraryUnderTest() {

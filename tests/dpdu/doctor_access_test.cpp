@@ -1,0 +1,35 @@
+// Who may read the configuration.
+
+#include "doctor_run.h"
+
+namespace {
+
+class DpduDoctorAccess : public DoctorTest {
+protected:
+    static ClientResult RunWithReaders(const nlohmann::ordered_json& config, Readers readers) {
+        WriteConfig(config.dump());
+        EXPECT_TRUE(SetReaders(ConfigPath().string(), readers));
+        return Run();
+    }
+};
+
+TEST_F(DpduDoctorAccess, ConfigurationOfTheOwnerAloneIsFine) {
+    const ClientResult result = RunWithReaders(GoodConfig(), Readers::kOwner);
+    EXPECT_TRUE(HasLine(result, "ok", "permissions", "only its owner")) << result.output;
+}
+
+TEST_F(DpduDoctorAccess, KeyThatOthersCanReadIsWrong) {
+    const ClientResult result = RunWithReaders(GoodConfig(), Readers::kEveryone);
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_TRUE(HasLine(result, "WRONG", "permissions", "by everyone -> ")) << result.output;
+}
+
+TEST_F(DpduDoctorAccess, ConfigurationWithoutAKeyThatOthersCanReadIsNoted) {
+    nlohmann::ordered_json config = GoodConfig();
+    config["devicePrivateKey"] = "";
+    const ClientResult result = RunWithReaders(config, Readers::kEveryone);
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_TRUE(HasLine(result, "note", "permissions", "by everyone")) << result.output;
+}
+
+}  // namespace

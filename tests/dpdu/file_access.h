@@ -1,0 +1,13 @@
+// Who may read a file; one implementation per operating system.
+
+#ifndef TESTS_DPDU_FILE_ACCESS_H
+#define TESTS_DPDU_FILE_ACCESS_H
+
+#include <string>
+
+enum class Readers { kOwner, kEveryone };
+
+// False: the system refuses.
+bool SetReaders(const std::string& path, Readers readers);
+
+#endif  // TESTS_DPDU_FILE_ACCESS_H

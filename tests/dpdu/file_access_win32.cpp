@@ -1,0 +1,47 @@
+#include "file_access.h"
+
+#include <windows.h>
+// Others want windows.h before them.
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <array>
+#include <memory>
+
+namespace {
+
+struct FreeLocal {
+    void operator()(void* block) const { ::LocalFree(block); }
+};
+
+// The user whom this process runs for, as "S-1-5-…".
+std::string UserSid() {
+    HANDLE token = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return "";
+    alignas(TOKEN_USER) std::array<char, 256> user{};
+    DWORD size = 0;
+    const bool known = ::GetTokenInformation(token, TokenUser, user.data(), user.size(), &size);
+    ::CloseHandle(token);
+    char* text = nullptr;
+    if (!known ||
+        !::ConvertSidToStringSidA(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
+        return "";
+    }
+    const std::unique_ptr<void, FreeLocal> owner(text);
+    return text;
+}
+
+}  // namespace
+
+// Full access for the user, and read access for all when they are meant; nothing is inherited.
+bool SetReaders(const std::string& path, Readers readers) {
+    const std::string everyone = readers == Readers::kEveryone ? "(A;;FR;;;WD)" : "";
+    const std::string text = "D:P(A;;FA;;;" + UserSid() + ")" + everyone;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (!::ConvertStringSecurityDescriptorToSecurityDescriptorA(text.c_str(), SDDL_REVISION_1,
+                                                                &descriptor, nullptr)) {
+        return false;
+    }
+    const std::unique_ptr<void, FreeLocal> owner(descriptor);
+    return ::SetFileSecurityA(path.c_str(), DACL_SECURITY_INFORMATION, descriptor) != 0;
+}
