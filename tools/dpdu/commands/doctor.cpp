@@ -31,7 +31,7 @@ Finding LibraryFinding(const std::string& path) {
     }
 }
 
-void Append(Findings* all, const Findings& more) {
+void AddAll(Findings* all, const Findings& more) {
     all->insert(all->end(), more.begin(), more.end());
 }
 
@@ -39,18 +39,18 @@ Findings Examine(const std::string& library) {
     const Progress progress("looking at ports and relay");
     Findings findings = {LibraryFinding(library)};
     const ConfigFile file = ReadConfigFile(library);
-    Append(&findings, CheckConfiguration(file));
-    Append(&findings, CheckPermissions(file));
-    Append(&findings, CheckKeys(file));
+    AddAll(&findings, CheckConfiguration(file));
+    AddAll(&findings, CheckPermissions(file));
+    AddAll(&findings, CheckKeys(file));
     if (file.is_usable) {
-        Append(&findings, CheckPorts(file.values));
-        Append(&findings, CheckRelay(file.values));
+        AddAll(&findings, CheckPorts(file.values));
+        AddAll(&findings, CheckRelay(file.values));
     }
-    Append(&findings, CheckClock(library, file.path));
+    AddAll(&findings, CheckClock(library, file.path));
     return findings;
 }
 
-void Print(const Findings& findings, Output* output) {
+void PrintFindings(const Findings& findings, Output* output) {
     std::vector<Row> rows;
     for (const Finding& finding : findings) {
         const std::string advice = finding.advice.empty() ? "" : " -> " + finding.advice;
@@ -59,7 +59,7 @@ void Print(const Findings& findings, Output* output) {
     output->Table(rows);
 }
 
-void PrintJson(const Findings& findings, Output* output) {
+void PrintFindingsJson(const Findings& findings, Output* output) {
     Json list = Json::array();
     for (const Finding& finding : findings) {
         list.push_back({{"state", VerdictText(finding.verdict)},
@@ -75,9 +75,9 @@ void PrintJson(const Findings& findings, Output* output) {
 bool RunDoctor(const CommonOptions& common, Output* output) {
     const Findings findings = Examine(common.LibraryPath());
     if (output->AsJson()) {
-        PrintJson(findings, output);
+        PrintFindingsJson(findings, output);
     } else {
-        Print(findings, output);
+        PrintFindings(findings, output);
     }
     return std::none_of(findings.begin(), findings.end(),
                         [](const Finding& finding) { return finding.verdict == Verdict::kWrong; });

@@ -17,13 +17,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kSubject[] = "configuration";
+constexpr char kConfigSubject[] = "configuration";
 
-struct PutJson {
+struct PutJsonRoot {
     void operator()(json_object* object) const { json_object_put(object); }
     void operator()(json_tokener* tokener) const { json_tokener_free(tokener); }
 };
-using Json = std::unique_ptr<json_object, PutJson>;
+using JsonRoot = std::unique_ptr<json_object, PutJsonRoot>;
 
 std::string UserPath() {
     char folder[tarvik::kMaxPath];
@@ -54,8 +54,8 @@ bool ReadAll(const std::string& path, std::string* text) {
 
 // "line 3: unexpected character"; empty: it is an object.
 std::string FaultOf(const std::string& text) {
-    const std::unique_ptr<json_tokener, PutJson> tokener(json_tokener_new());
-    const Json root(json_tokener_parse_ex(tokener.get(), text.c_str(), -1));
+    const std::unique_ptr<json_tokener, PutJsonRoot> tokener(json_tokener_new());
+    const JsonRoot root(json_tokener_parse_ex(tokener.get(), text.c_str(), -1));
     const json_tokener_error error = json_tokener_get_error(tokener.get());
     if (error == json_tokener_success) {
         return json_object_is_type(root.get(), json_type_object) ? "" : "it is not in { }";
@@ -79,14 +79,14 @@ bool HasKey(json_object* root, const char* name) {
     return json_object_object_get_ex(root, name, &value) && value != nullptr;
 }
 
-void Append(std::string* list, const std::string& word) {
+void AddWord(std::string* list, const std::string& word) {
     *list += (list->empty() ? "" : ", ") + word;
 }
 
 std::string KeysThatCountAsOn(json_object* root) {
     std::string list;
     for (const tarvik::BoolKey& key : tarvik::kBoolKeys) {
-        if (key.when_missing && !HasKey(root, key.name)) Append(&list, key.name);
+        if (key.when_missing && !HasKey(root, key.name)) AddWord(&list, key.name);
     }
     return list;
 }
@@ -96,7 +96,7 @@ std::string UnknownKeys(json_object* root) {
     json_object_object_foreach(root, name, value) {
         static_cast<void>(value);
         const bool known = IsIn(tarvik::kBoolKeys, name) || IsIn(tarvik::kTextKeys, name);
-        if (!known) Append(&list, name);
+        if (!known) AddWord(&list, name);
     }
     return list;
 }
@@ -108,10 +108,10 @@ std::string KeysOfWrongType(json_object* root) {
         if (value == nullptr) continue;
         const json_type type = json_object_get_type(value);
         if (IsIn(tarvik::kBoolKeys, name) && type != json_type_boolean) {
-            Append(&list, std::string(name) + " (true or false)");
+            AddWord(&list, std::string(name) + " (true or false)");
         }
         if (IsIn(tarvik::kTextKeys, name) && type != json_type_string) {
-            Append(&list, std::string(name) + " (a text)");
+            AddWord(&list, std::string(name) + " (a text)");
         }
     }
     return list;
@@ -123,7 +123,7 @@ std::string KeysThatAreCut(json_object* root) {
         json_object* value = nullptr;
         if (!json_object_object_get_ex(root, key.name, &value) || value == nullptr) continue;
         if (std::string_view(json_object_get_string(value)).size() >= key.capacity) {
-            Append(&list, key.name);
+            AddWord(&list, key.name);
         }
     }
     return list;
@@ -131,11 +131,11 @@ std::string KeysThatAreCut(json_object* root) {
 
 void AddIfAny(Findings* findings, Verdict verdict, const std::string& keys,
               const std::string& meaning, const std::string& advice) {
-    if (!keys.empty()) findings->push_back({verdict, kSubject, meaning + keys, advice});
+    if (!keys.empty()) findings->push_back({verdict, kConfigSubject, meaning + keys, advice});
 }
 
 void AddKeyFindings(const std::string& text, Findings* findings) {
-    const Json root(json_tokener_parse(text.c_str()));
+    const JsonRoot root(json_tokener_parse(text.c_str()));
     AddIfAny(findings, Verdict::kWrong, KeysOfWrongType(root.get()),
              "of a wrong type: ", "write what stands in parentheses");
     AddIfAny(findings, Verdict::kWrong, KeysThatAreCut(root.get()),
@@ -157,16 +157,16 @@ std::string CloudText(const tarvik::Config& config) {
 
 Finding TransportFinding(const tarvik::Config& config) {
     std::string list;
-    if (config.useSerial) Append(&list, "serial port");
-    if (config.useCloud) Append(&list, CloudText(config));
-    if (config.useBle) Append(&list, "Bluetooth LE");
-    if (config.dummyDevice) Append(&list, "demo device");
+    if (config.useSerial) AddWord(&list, "serial port");
+    if (config.useCloud) AddWord(&list, CloudText(config));
+    if (config.useBle) AddWord(&list, "Bluetooth LE");
+    if (config.dummyDevice) AddWord(&list, "demo device");
     if (!list.empty()) return {Verdict::kFine, "transports", list};
     return {Verdict::kWrong, "transports", "all are off",
             "set useSerial, useCloud, useBle or dummyDevice to true"};
 }
 
-std::string Bytes(std::size_t size) {
+std::string OfBytesRead(std::size_t size) {
     return std::to_string(size) + " of the " + std::to_string(tarvik::kMaxConfigFileSize) +
            " bytes that are read";
 }
@@ -177,8 +177,8 @@ void AddSizeAfterKey(const tarvik::Config& config, Findings* findings) {
     constexpr std::size_t kKeyDigits = 64;
     const std::size_t size = tarvik::WrittenConfigSize(config) + kKeyDigits;
     if (size <= tarvik::kMaxConfigFileSize) return;
-    findings->push_back({Verdict::kWrong, kSubject,
-                         "with the key that the library adds it has " + Bytes(size) +
+    findings->push_back({Verdict::kWrong, kConfigSubject,
+                         "with the key that the library adds it has " + OfBytesRead(size) +
                              ", and would not be read again",
                          "shorten the addresses, or empty those that are not used"});
 }
@@ -198,7 +198,7 @@ ConfigFile ReadConfigFile(const std::string& library_path) {
 
 Findings CheckConfiguration(const ConfigFile& file) {
     const auto wrong = [](const std::string& text, const std::string& advice) -> Findings {
-        return {{Verdict::kWrong, kSubject, text, advice}};
+        return {{Verdict::kWrong, kConfigSubject, text, advice}};
     };
     if (file.path.empty()) {
         return wrong("this user has no folder for it", "set HOME or XDG_CONFIG_HOME");
@@ -211,7 +211,7 @@ Findings CheckConfiguration(const ConfigFile& file) {
         return wrong(file.path + " cannot be read", "let this user read and write it");
     }
     if (file.text.size() > tarvik::kMaxConfigFileSize) {
-        return wrong(file.path + " has " + Bytes(file.text.size()),
+        return wrong(file.path + " has " + OfBytesRead(file.text.size()),
                      "shorten it: leave out blanks and addresses that are not used");
     }
     if (!file.is_usable) {
@@ -219,7 +219,8 @@ Findings CheckConfiguration(const ConfigFile& file) {
             file.path + " is no JSON, so every key counts as missing: " + FaultOf(file.text),
             "put that right");
     }
-    Findings findings = {{Verdict::kFine, kSubject, file.path + ", " + Bytes(file.text.size())}};
+    Findings findings = {
+        {Verdict::kFine, kConfigSubject, file.path + ", " + OfBytesRead(file.text.size())}};
     AddKeyFindings(file.text, &findings);
     AddSizeAfterKey(file.values, &findings);
     findings.push_back(TransportFinding(file.values));

@@ -5,18 +5,18 @@
 namespace dpdu {
 namespace {
 
-constexpr char kSubject[] = "ports";
+constexpr char kPortsSubject[] = "ports";
 
 Finding PortFinding(const std::string& path) {
     const std::string advice = PortAdvice(path);
-    if (advice.empty()) return {Verdict::kFine, kSubject, "a dongle on " + path};
-    return {Verdict::kWrong, kSubject, "no access to the dongle on " + path, advice};
+    if (advice.empty()) return {Verdict::kFine, kPortsSubject, "a dongle on " + path};
+    return {Verdict::kWrong, kPortsSubject, "no access to the dongle on " + path, advice};
 }
 
 // Other transports may be what is meant.
 Finding NoPortFinding(const tarvik::Config& config) {
     const bool is_only = !config.useCloud && !config.useBle && !config.dummyDevice;
-    return {is_only ? Verdict::kWrong : Verdict::kNote, kSubject,
+    return {is_only ? Verdict::kWrong : Verdict::kNote, kPortsSubject,
             "no dongle (USB 303A:1001) on a serial port",
             "plug it in; try another cable or socket"};
 }
@@ -30,7 +30,7 @@ Findings CheckPorts(const tarvik::Config& config) {
         static_cast<Findings*>(context)->push_back(PortFinding(path));
     };
     if (!tarvik::DiscoverPorts(add, &findings)) {
-        return {{Verdict::kWrong, kSubject, "the system gives no list of its devices",
+        return {{Verdict::kWrong, kPortsSubject, "the system gives no list of its devices",
                  "look whether its device service runs"}};
     }
     if (findings.empty()) findings.push_back(NoPortFinding(config));

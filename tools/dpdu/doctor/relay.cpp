@@ -14,37 +14,37 @@
 namespace dpdu {
 namespace {
 
-constexpr char kSubject[] = "relay";
-constexpr std::chrono::seconds kLimit{10};
-constexpr std::chrono::seconds kAbortLimit{2};
+constexpr char kRelaySubject[] = "relay";
+constexpr std::chrono::seconds kRelayLimit{10};
+constexpr std::chrono::seconds kRelayAbortLimit{2};
 
-Finding Wrong(const std::string& text, const std::string& advice) {
-    return {Verdict::kWrong, kSubject, text, advice};
+Finding WrongRelay(const std::string& text, const std::string& advice) {
+    return {Verdict::kWrong, kRelaySubject, text, advice};
 }
 
 // One attempt, on a thread of its own because a look-up of a name cannot be interrupted: a thread
 // that does not end in time is left behind, with what it uses, and ends with the program.
-class Attempt {
+class RelayAttempt {
 public:
-    virtual ~Attempt() = default;
+    virtual ~RelayAttempt() = default;
     virtual Finding Run() = 0;
     virtual void Abort() = 0;
 };
 
-Finding RunBounded(const std::shared_ptr<Attempt>& attempt) {
+Finding RunBounded(const std::shared_ptr<RelayAttempt>& attempt) {
     auto promise = std::make_shared<std::promise<Finding>>();
     std::future<Finding> found = promise->get_future();
     std::thread([attempt, promise] { promise->set_value(attempt->Run()); }).detach();
-    if (found.wait_for(kLimit) == std::future_status::ready) return found.get();
+    if (found.wait_for(kRelayLimit) == std::future_status::ready) return found.get();
     attempt->Abort();
-    found.wait_for(kAbortLimit);
-    return Wrong("no answer within " + std::to_string(kLimit.count()) + " seconds",
-                 "look whether a firewall swallows the connection");
+    found.wait_for(kRelayAbortLimit);
+    return WrongRelay("no answer within " + std::to_string(kRelayLimit.count()) + " seconds",
+                      "look whether a firewall swallows the connection");
 }
 
 // ---------------------------------------------------------------- TCP
 
-class TcpAttempt : public Attempt {
+class TcpAttempt : public RelayAttempt {
 public:
     explicit TcpAttempt(const tarvik::ServerAddress& address)
         : address_(address),
@@ -63,18 +63,18 @@ private:
         tarvik::TcpAddresses* addresses = nullptr;
         const std::string port = std::to_string(address_.port);
         if (tarvik::ResolveTcp(address_.host, port.c_str(), &addresses) != 0) {
-            return Wrong("the name " + std::string(address_.host) + " is not known",
-                         "correct serverAddress, or look whether there is a network");
+            return WrongRelay("the name " + std::string(address_.host) + " is not known",
+                              "correct serverAddress, or look whether there is a network");
         }
         tarvik::TcpSocket* socket = tarvik::ConnectTcp(*addresses, aborted_);
         tarvik::FreeTcpAddresses(addresses);
         if (socket == nullptr) {
-            return Wrong(name_ + " takes no connection",
-                         "look whether the relay runs there, and at firewalls");
+            return WrongRelay(name_ + " takes no connection",
+                              "look whether the relay runs there, and at firewalls");
         }
         tarvik::AbortTcp(socket);
         tarvik::CloseTcp(socket);
-        return {Verdict::kFine, kSubject, name_ + " takes connections"};
+        return {Verdict::kFine, kRelaySubject, name_ + " takes connections"};
     }
 
     const tarvik::ServerAddress address_;
@@ -85,17 +85,17 @@ private:
 Finding CheckTcp(const tarvik::Config& config) {
     tarvik::ServerAddress address = {};
     if (config.serverAddress[0] == '\0') {
-        return Wrong("serverAddress is empty", "write the relay's HOST:PORT there");
+        return WrongRelay("serverAddress is empty", "write the relay's HOST:PORT there");
     }
     if (!tarvik::ParseServerAddress(config.serverAddress, &address)) {
-        return Wrong("serverAddress is not HOST:PORT", "correct it");
+        return WrongRelay("serverAddress is not HOST:PORT", "correct it");
     }
     return RunBounded(std::make_shared<TcpAttempt>(address));
 }
 
 // ---------------------------------------------------------------- WebSocket
 
-class WebSocketAttempt : public Attempt {
+class WebSocketAttempt : public RelayAttempt {
 public:
     WebSocketAttempt(const tarvik::Config& config, const tarvik::WebSocketUrl& url)
         : config_(config), url_(url), client_(tarvik::CreateWebSocketClient()) {}
@@ -108,16 +108,17 @@ public:
     }
 
     Finding Run() override {
-        if (Prepare() != 0) return Wrong("the address cannot be used", "correct websocketAddress");
+        if (Prepare() != 0)
+            return WrongRelay("the address cannot be used", "correct websocketAddress");
         if (const std::uint32_t error = tarvik::SendWebSocketRequest(client_)) {
             return Explain(error);
         }
         if (tarvik::ReceiveWebSocketResponse(client_) != 0 ||
             tarvik::CompleteWebSocketUpgrade(client_) != 0) {
-            return Wrong(Name() + " answers, but opens no WebSocket",
-                         "correct the path in websocketAddress" + OrTheProxy());
+            return WrongRelay(Name() + " answers, but opens no WebSocket",
+                              "correct the path in websocketAddress" + OrTheProxy());
         }
-        return {Verdict::kFine, kSubject, Name() + " opens a WebSocket"};
+        return {Verdict::kFine, kRelaySubject, Name() + " opens a WebSocket"};
     }
     void Abort() override { tarvik::AbortWebSocket(client_); }
 
@@ -144,14 +145,15 @@ private:
     Finding Explain(std::uint32_t error) const {
         switch (error) {
             case tarvik::kErrorNameNotResolved:
-                return Wrong("the name " + std::string(url_.server) + " is not known",
-                             "correct websocketAddress" + OrTheProxy());
+                return WrongRelay("the name " + std::string(url_.server) + " is not known",
+                                  "correct websocketAddress" + OrTheProxy());
             case tarvik::kErrorSecureFailure:
-                return Wrong("the certificate of " + Name() + " is not accepted",
-                             "add it to the system's store, or look at the clock");
+                return WrongRelay("the certificate of " + Name() + " is not accepted",
+                                  "add it to the system's store, or look at the clock");
             default:
-                return Wrong(Name() + " takes no connection (error " + std::to_string(error) + ")",
-                             "look whether the relay runs there, and at firewalls" + OrTheProxy());
+                return WrongRelay(
+                    Name() + " takes no connection (error " + std::to_string(error) + ")",
+                    "look whether the relay runs there, and at firewalls" + OrTheProxy());
         }
     }
 
@@ -163,11 +165,11 @@ private:
 Findings CheckWebSocket(const tarvik::Config& config) {
     tarvik::WebSocketUrl url = {};
     if (!tarvik::ParseWebSocketUrl(config.websocketAddress, &url)) {
-        return {Wrong("websocketAddress is not ws://HOST:PORT/PATH or wss://…", "correct it")};
+        return {WrongRelay("websocketAddress is not ws://HOST:PORT/PATH or wss://…", "correct it")};
     }
     Findings findings = {RunBounded(std::make_shared<WebSocketAttempt>(config, url))};
     if (url.secure && config.disableCertValidation) {
-        findings.push_back({Verdict::kNote, kSubject, "its certificate is not checked",
+        findings.push_back({Verdict::kNote, kRelaySubject, "its certificate is not checked",
                             "set disableCertValidation to false once the system trusts it"});
     }
     return findings;
