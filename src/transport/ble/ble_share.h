@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/process.h"
 #include "platform/thread.h"
 #include "support/memory.h"
 
@@ -34,10 +35,11 @@ std::shared_ptr<T> TakeBleShare(void* argument) {
     return object;
 }
 
-// Waits for the end of a thread and gives its handle up, whether it has ended by then or not.
+// Waits for the end of a thread and gives its handle up. One that has not ended by then goes on by
+// itself: the library must not be unloaded under it.
 inline void EndBleThread(OsThread** thread, std::int32_t limit_ms) {
     if (*thread == nullptr) return;
-    OsThreadJoin(*thread, limit_ms);
+    if (!OsThreadJoin(*thread, limit_ms)) OsKeepLibraryLoaded();
     OsThreadClose(std::exchange(*thread, nullptr));
 }
 

@@ -19,6 +19,7 @@ constexpr milliseconds kResolveLimit{30'000};
 constexpr milliseconds kSubscribeLimit{10'000};
 constexpr milliseconds kWriteLimit{5'000};
 constexpr milliseconds kCloseLimit{3'000};
+constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 constexpr std::uint16_t kWriteHeader = 3;  // what a write command takes of the link's packets
 
 std::string TextOf(const BleUuid& uuid) {
@@ -72,7 +73,8 @@ public:
 
 private:
     bool TryConnect(bool* aborted);
-    void NoteState(const BluezProperties& properties);
+    void AskForState();
+    void NoteState(const BluezProperties& properties);  // on the bus's thread
     void Note(std::atomic<bool>* flag, bool value);
     void SetHandler(Handler* handler);
     void TellLost();
@@ -176,15 +178,25 @@ bool BluezBleDevice::TryConnect(bool* aborted) {
     return true;
 }
 
+// The answer is taken in on the bus's thread, in its place among the signals.
+void BluezBleDevice::AskForState() {
+    bus_->Call(
+        {path_, kProperties, "GetAll", kConnectedLimit, Cancel::kObeyed},
+        [](sdbus::MethodCall& call) { call << std::string(kBluezDevice); },
+        [this](sdbus::MethodReply& reply) {
+            BluezPropertyMap properties;
+            reply >> properties;
+            NoteState(BluezProperties(properties));
+        });
+}
+
 // BlueZ aborts an attempt that comes too soon after its own scan, and one that failed for a moment:
 // those are tried once more.
 bool BluezBleDevice::Connect() {
     bool aborted = false;
     if (!TryConnect(&aborted) && !(aborted && TryConnect(&aborted))) return false;
     // An answer of success alone does not mean that there is a connection.
-    for (const BluezObject& object : bus_->Objects(Cancel::kObeyed)) {
-        if (object.path == path_ && object.interface == kBluezDevice) NoteState(object.properties);
-    }
+    AskForState();
     return bus_->Await([this] { return connected_ || lost_; }, kConnectedLimit, Cancel::kObeyed) &&
            !lost_;
 }

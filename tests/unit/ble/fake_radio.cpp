@@ -32,20 +32,16 @@ static void ThrowUnlessEmpty(const std::string& error) {
 
 // For members of FakeDongle.
 struct FakeAccess {
-    static bool Fails(FakeDongle& dongle, Step step) {
-        return dongle.fault && dongle.fault->step == step;
+    // Throws, or tells what the step comes to.
+    static Fault Outcome(FakeDongle& dongle, Step step) {
+        const std::lock_guard hold(dongle.lock_);
+        if (!dongle.fault_ || dongle.fault_->step != step) return {.step = step};
+        if (dongle.fault_->foreign) throw std::runtime_error("foreign");
+        ThrowUnlessEmpty(dongle.fault_->error);
+        return *dongle.fault_;
     }
-    // Throws, or tells what the step comes to: false is "not there".
-    static bool Works(FakeDongle& dongle, Step step) {
-        if (!Fails(dongle, step)) return true;
-        if (dongle.fault->foreign) throw std::runtime_error("foreign");
-        ThrowUnlessEmpty(dongle.fault->error);
-        return !dongle.fault->refuse;
-    }
-    static BleStatus Status(FakeDongle& dongle, Step step) {
-        Works(dongle, step);
-        return Fails(dongle, step) ? dongle.fault->status : BleStatus::kSuccess;
-    }
+    static bool Works(FakeDongle& dongle, Step step) { return !Outcome(dongle, step).refuse; }
+    static BleStatus Status(FakeDongle& dongle, Step step) { return Outcome(dongle, step).status; }
     static void AwaitOpening(FakeDongle& dongle) {
         std::unique_lock hold(dongle.lock_);
         if (!dongle.hold_) return;
@@ -63,12 +59,14 @@ struct FakeAccess {
     }
     static void Closed(FakeDongle& dongle) { --dongle.open_; }
     static void Deliver(FakeDongle& dongle, const Bytes& packet) {
+        FakeDongle::Behaviour behaviour;
         {
             const std::lock_guard hold(dongle.lock_);
             dongle.received_.push_back(packet);
             dongle.writer_ = CurrentThreadName();
+            behaviour = dongle.behaviour_;
         }
-        dongle.on_packet(dongle, packet);
+        behaviour(dongle, packet);
     }
 };
 
@@ -214,6 +212,21 @@ PacketPtr LoginOf(const std::string& name) {
     return login;
 }
 
+void FakeDongle::Fail(const Fault& fault) {
+    const std::lock_guard hold(lock_);
+    fault_ = fault;
+}
+
+void FakeDongle::Behave(Behaviour behaviour) {
+    const std::lock_guard hold(lock_);
+    behaviour_ = std::move(behaviour);
+}
+
+void FakeDongle::Work() {
+    const std::lock_guard hold(lock_);
+    fault_.reset();
+}
+
 void FakeDongle::Notify(const Bytes& value) {
     const std::lock_guard hold(handler_lock_);
     if (handler_ != nullptr) handler_->Notified(value);
@@ -274,7 +287,7 @@ void FakeRadio::Reset() {
 std::shared_ptr<FakeDongle> FakeRadio::Add(std::uint64_t address) {
     auto dongle = std::make_shared<FakeDongle>();
     dongle->address = address;
-    dongle->on_packet = AnswerLikeADongle;
+    dongle->Behave(AnswerLikeADongle);
     const std::lock_guard hold(radio_lock);
     dongles.push_back(dongle);
     return dongle;

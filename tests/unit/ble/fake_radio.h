@@ -50,13 +50,15 @@ public:
     std::string name = "Brennix";
     std::int32_t rssi = -57;
     int advertisements = 1;  // in each scan
-    std::optional<Fault> fault;
     bool lost_while_subscribing = false;
-    // What it does with a packet; by default it answers IDEN with its login.
-    std::function<void(FakeDongle&, const Bytes& packet)> on_packet;
 
+    void Fail(const Fault& fault);  // until it works again
+    void Work();
+    // What it does with a packet; by default it answers IDEN with its login.
+    using Behaviour = std::function<void(FakeDongle&, const Bytes& packet)>;
+    void Behave(Behaviour behaviour);
     void AnswerNothing() {
-        on_packet = [](FakeDongle&, const Bytes&) {};
+        Behave([](FakeDongle&, const Bytes&) {});
     }
     void Notify(const Bytes& value);  // to the library, if it is subscribed
     void Send(const PacketPtr& packet) { Notify(BytesOf(packet)); }
@@ -81,6 +83,8 @@ private:
     BleDevice::Handler* handler_ = nullptr;
     std::atomic<int> opened_{0};
     std::atomic<int> open_{0};
+    Behaviour behaviour_;
+    std::optional<Fault> fault_;
     bool hold_ = false;
     bool opening_ = false;
     std::vector<Bytes> received_;

@@ -175,7 +175,7 @@ TEST_F(BleScanTest, ConnectedDongleThatDoesNotAnswerIsNotReportedButKept) {
 
 TEST_F(BleScanTest, DongleThatAnswersBusyIsNotReported) {
     const auto dongle = FakeRadio::Add();
-    dongle->on_packet = [](FakeDongle& self, const Bytes&) { self.Send(BusyFor(0)); };
+    dongle->Behave([](FakeDongle& self, const Bytes&) { self.Send(BusyFor(0)); });
     LogCapture log;
     StdoutCapture console;
     EXPECT_EQ(Scan().size(), 0u);
@@ -209,7 +209,7 @@ class BleConnectFailure : public BleScanTest, public testing::WithParamInterface
 TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
     const FailureCase& failure = GetParam();
     const auto dongle = FakeRadio::Add();
-    dongle->fault = failure.fault;
+    dongle->Fail(failure.fault);
     LogCapture log;
     {
         StdoutCapture console;
@@ -222,7 +222,7 @@ TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
     EXPECT_TRUE(log.Has("[BLE] Failed to connect to device"));
     EXPECT_FALSE(dongle->IsOpen());
     EXPECT_EQ(ConnectedCount(), 0u);
-    dongle->fault.reset();
+    dongle->Work();
     EXPECT_EQ(Scan().size(), 1u) << "the next scan tries anew";
 }
 
@@ -308,21 +308,26 @@ TEST_F(BleScanTest, CompletionEventThatCannotBeCreatedIsLogged) {
 
 class BleSlowConnection : public BleScanTest {
 protected:
+    // A scan by a tick that goes on, by so much every millisecond.
+    std::vector<DeviceReport> ScanByTicksOf(std::uint64_t tick_ms) {
+        std::atomic<bool> done{false};
+        Thread clock([&] {
+            while (!done) {
+                tick_.Advance(tick_ms);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        });
+        auto reports = Scan();
+        done = true;
+        return reports;
+    }
+    std::vector<DeviceReport> ScanInTime() { return ScanByTicksOf(1); }
     // A scan that gives up waiting for a dongle which is still being opened.
     void GiveUp() {
         dongle_->HoldOpening();
-        Thread scan([this] {
-            StdoutCapture console;
-            EXPECT_EQ(Scan().size(), 0u);
-            console_ = console.Text();
-        });
-        // The scan itself runs by the tick as well.
-        ASSERT_TRUE(Eventually([&] {
-            if (!dongle_->IsOpening()) tick_.Advance(1);
-            return dongle_->IsOpening();
-        }));
-        tick_.Advance(30'000);
-        scan.Join();
+        StdoutCapture console;
+        EXPECT_EQ(ScanByTicksOf(1000).size(), 0u);
+        console_ = console.Text();
     }
     void TearDown() override {
         dongle_->ReleaseOpening();
@@ -331,20 +336,6 @@ protected:
     bool BecomesReady() const {
         return Eventually([&] { return log_.Has("[BLE] Device connected and ready"); });
     }
-    // A scan by a tick that goes on.
-    std::vector<DeviceReport> ScanInTime() {
-        std::atomic<bool> done{false};
-        Thread clock([&] {
-            while (!done) {
-                tick_.Advance(1);
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-        });
-        auto reports = Scan();
-        done = true;
-        return reports;
-    }
-
     FakeTick tick_{1000};
     LogCapture log_;
     std::shared_ptr<FakeDongle> dongle_ = nullptr;
@@ -373,10 +364,10 @@ TEST_F(BleSlowConnection, MayStillFinishAndIsFoundByTheNextScan) {
 
 TEST_F(BleSlowConnection, ThatFailsAfterAllIsTriedAnewByTheNextScan) {
     GiveUp();
-    dongle_->fault = Fault{.step = Step::kOpen, .refuse = true};
+    dongle_->Fail({.step = Step::kOpen, .refuse = true});
     dongle_->ReleaseOpening();
     ASSERT_TRUE(Eventually([&] { return log_.Has("[BLE] Failed to connect to device"); }));
-    dongle_->fault.reset();
+    dongle_->Work();
     EXPECT_EQ(ScanInTime().size(), 1u);
 }
 

@@ -176,7 +176,7 @@ TEST_F(BleTrafficTest, PacketIsWrittenWholeByTheTransmitThread) {
 
 // Also what a packet above the link's own limit comes to: it is never cut.
 TEST_F(BleTrafficTest, WriteThatFailsIsLoggedAndNotRepeated) {
-    dongle_->fault = Fault{.step = Step::kWrite, .status = BleStatus::kProtocolError};
+    dongle_->Fail({.step = Step::kWrite, .status = BleStatus::kProtocolError});
     LogCapture log;
     {
         StdoutCapture console;
@@ -186,14 +186,14 @@ TEST_F(BleTrafficTest, WriteThatFailsIsLoggedAndNotRepeated) {
                   "[BLE-TX] Sending 8 bytes, type=TSET\n"
                   "[BLE-TX] ERROR: Failed to write (status: 2)\n");
     }
-    dongle_->fault.reset();
+    dongle_->Work();
     Transmit(kTypeIden);
     ASSERT_TRUE(Receives(1));
     EXPECT_EQ(Received()[0], BytesOf(PacketOf(kTypeIden, {})));
 }
 
 TEST_F(BleTrafficTest, WriteThatThrowsIsAFailedWrite) {
-    dongle_->fault = Fault{.step = Step::kWrite, .error = "no bus"};
+    dongle_->Fail({.step = Step::kWrite, .error = "no bus"});
     LogCapture log;
     Transmit(kTypeTest);
     EXPECT_TRUE(Eventually([&] { return log.Has("[BLE-TX] Failed to write: 1"); }));
@@ -239,9 +239,9 @@ TEST_F(BleTrafficTest, DongleThatVanishesFailsWaitsAndSendsAtOnce) {
 
 TEST_F(BleTrafficTest, DongleThatVanishedIsConnectedAgainBehindTheSameQueues) {
     dongle_->Lose();
-    dongle_->on_packet = [](FakeDongle& self, const Bytes& packet) {
+    dongle_->Behave([](FakeDongle& self, const Bytes& packet) {
         if (LoadU32(packet.data()) == kTypeIden) self.Send(LoginOf("back"));
-    };
+    });
     EXPECT_EQ(Connect(), queues_);
     EXPECT_EQ(dongle_->OpenCount(), 2);
     EXPECT_EQ(ConnectedCount(), 1u);
@@ -264,7 +264,7 @@ TEST_F(BleTrafficTest, WhatWasHalfReceivedOrUnsentDoesNotReachTheNextConnection)
     dongle_->Notify(fragments[0]);
     dongle_->Send(PacketWithText(kTypeTest, "stale"));
     dongle_->Lose();
-    dongle_->on_packet = [](FakeDongle& self, const Bytes&) { self.Send(LoginOf("back")); };
+    dongle_->Behave([](FakeDongle& self, const Bytes&) { self.Send(LoginOf("back")); });
     ASSERT_EQ(Connect(), queues_);
     LogCapture log;
     dongle_->Notify(fragments[1]);

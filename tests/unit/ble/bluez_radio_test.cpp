@@ -1,0 +1,319 @@
+// The transport over BlueZ: what goes wrong there. Run with a dongle on the air and org.bluez on a
+// private bus.
+#include <sdbus-c++/sdbus-c++.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "conformance/framework/simulator.h"
+#include "link/fragmentation.h"
+#include "unit/ble/transport_fixture.h"
+#include "unit/link/link_support.h"
+#include "unit/test_system.h"
+
+namespace tarvik::test {
+namespace {
+
+constexpr std::uint32_t kScanMs = 400;  // some advertisements
+constexpr std::uint32_t kTypeTest = TypeCode("TEST");
+
+class BluezService : public conformance::Simulator {
+public:
+    BluezService() : Simulator("BRENNIX_BLUEZ_CONTROL") {}
+    void Fail(int count, const std::string& method, const std::string& error,
+              const std::string& text) {
+        Command("fail " + std::to_string(count) + " " + method + " " + error + " " + text);
+    }
+};
+
+class BluezTest : public BleTransportFixture {
+protected:
+    void SetUp() override {
+        bluez_.Command("start");
+        radio_.Reset();
+        BleTransportFixture::SetUp();
+    }
+    void TearDown() override {
+        bluez_.Command("start");
+        BleTransportFixture::TearDown();
+        EXPECT_EQ(radio_.Violations(), 0u);
+    }
+
+    static std::vector<DeviceReport> Scan() { return ScanFor(kScanMs); }
+    // A dongle is found, within some scans: after a loss it takes a moment to advertise again.
+    static DeviceQueues* Connect() {
+        std::vector<DeviceReport> reports;
+        Eventually([&] {
+            reports = Scan();
+            return !reports.empty();
+        });
+        EXPECT_EQ(reports.size(), 1u);
+        return reports.empty() ? nullptr : reports[0].queues;
+    }
+    // A scan that finds nothing, and the line that says why.
+    void ExpectScanFails(const std::string& why) {
+        LogCapture log;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_TRUE(log.Mentions("[BLE] BLE scanning failed: " + why)) << log.Text();
+    }
+    void ExpectScanWorks() { EXPECT_NE(Connect(), nullptr); }
+    bool Logs(const std::string& line) {
+        return Eventually([&] { return log_.Has(line); });
+    }
+
+    conformance::Simulator radio_;
+    BluezService bluez_;
+    LogCapture log_;
+};
+
+// ---------------------------------------------------------------- scanning
+
+TEST_F(BluezTest, WithoutAnAdapterAScanSaysSoAndTheNextOneTriesAnew) {
+    radio_.Command("adapter absent");
+    ExpectScanFails("there is no Bluetooth adapter");
+    radio_.Command("adapter on");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, WithTheAdapterSwitchedOffAScanSaysSo) {
+    radio_.Command("adapter off");
+    ExpectScanFails("the Bluetooth adapter is switched off");
+    radio_.Command("adapter on");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, AdapterThatIsSwitchedOffDuringTheScanEndsIt) {
+    Thread scan([this] { ExpectScanFails(""); });
+    ASSERT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
+    radio_.Command("adapter off");
+    scan.Join();
+    radio_.Command("adapter on");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, WithoutPermissionAScanSaysSo) {
+    bluez_.Fail(1, "StartDiscovery", "org.freedesktop.DBus.Error.AccessDenied", "rejected");
+    ExpectScanFails("no permission to use the Bluetooth service (rejected)");
+    bluez_.Fail(1, "SetDiscoveryFilter", "org.bluez.Error.NotAuthorized", "not you");
+    ExpectScanFails("no permission to use the Bluetooth adapter (not you)");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, AdapterThatIsNotReadySaysSo) {
+    bluez_.Fail(1, "StartDiscovery", "org.bluez.Error.NotReady", "Resource Not Ready");
+    ExpectScanFails("the Bluetooth adapter is switched off (Resource Not Ready)");
+}
+
+TEST_F(BluezTest, OtherErrorsAreLoggedAsTheyCome) {
+    bluez_.Fail(1, "StartDiscovery", "org.bluez.Error.Failed", "out of luck");
+    ExpectScanFails("org.bluez.Error.Failed: out of luck");
+}
+
+TEST_F(BluezTest, WithoutTheServiceAScanSaysSoAndItMayStartLater) {
+    bluez_.Command("stop");
+    ExpectScanFails("the Bluetooth service is not running");
+    bluez_.Command("start");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, ServiceThatEndsDuringTheScanEndsIt) {
+    Thread scan([this] { ExpectScanFails(""); });
+    ASSERT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
+    bluez_.Command("stop");
+    scan.Join();
+    bluez_.Command("start");
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, ServiceThatIsRestartedDuringTheScanEndsIt) {
+    Thread scan([this] { ExpectScanFails(""); });
+    ASSERT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
+    bluez_.Command("stop");
+    bluez_.Command("start");
+    scan.Join();
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, DeviceThatIsKnownButNotInReachIsNotFound) {
+    ExpectScanWorks();
+    radio_.Unplug();
+    EXPECT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
+    LogCapture log;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(log.Has("[BLE] Stopped BLE scanning, found 0 potential devices"));
+    radio_.Replug();
+    ExpectScanWorks();
+}
+
+// ---------------------------------------------------------------- the bus
+
+// Without a bus there is no need for the dongle's.
+class BusAddress {
+public:
+    explicit BusAddress(const std::string& address) {
+        SetVariable("DBUS_SYSTEM_BUS_ADDRESS", address.c_str());
+    }
+    ~BusAddress() { SetVariable("DBUS_SYSTEM_BUS_ADDRESS", before_.c_str()); }
+    BusAddress(const BusAddress&) = delete;
+    BusAddress& operator=(const BusAddress&) = delete;
+
+private:
+    const std::string before_ = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+};
+
+TEST_F(BluezTest, WithoutAMessageBusAScanSaysSo) {
+    const BusAddress nowhere("unix:path=/nonexistent/bus");
+    ExpectScanFails("the system's message bus cannot be reached");
+}
+
+// A bus of the test's own that can be ended.
+class OwnBus {
+public:
+    OwnBus() {
+        std::FILE* output = ::popen(
+            "dbus-daemon --session --fork --address=unix:tmpdir=/tmp --print-address=1 "
+            "--print-pid=1",
+            "r");
+        char address[256] = "";
+        if (output == nullptr) return;
+        if (std::fscanf(output, "%255s %d", address, &process_) == 2) address_ = address;
+        ::pclose(output);
+    }
+    ~OwnBus() { End(); }
+    OwnBus(const OwnBus&) = delete;
+    OwnBus& operator=(const OwnBus&) = delete;
+
+    const std::string& address() const { return address_; }
+    void End() {
+        if (process_ > 0) ::kill(process_, SIGKILL);
+        process_ = -1;
+    }
+
+private:
+    pid_t process_ = -1;
+    std::string address_;
+};
+
+TEST_F(BluezTest, BusThatGoesIsConnectedAnewByTheNextScan) {
+    {
+        OwnBus bus;
+        ASSERT_FALSE(bus.address().empty());
+        const BusAddress own(bus.address());
+        ExpectScanFails("the Bluetooth service is not running");
+        bus.End();
+        EXPECT_TRUE(Eventually(
+            [&] { return log_.Mentions("[BLE] The connection to the message bus has ended"); }));
+        ExpectScanFails("the system's message bus cannot be reached");
+    }
+    ExpectScanWorks();
+}
+
+// ---------------------------------------------------------------- connecting
+
+TEST_F(BluezTest, AbortedConnectionIsTriedOnceMore) {
+    bluez_.Fail(1, "Connect", "org.bluez.Error.Failed", "le-connection-abort-by-local");
+    EXPECT_EQ(Scan().size(), 1u);
+    EXPECT_TRUE(
+        log_.Has("[BLE] Connect failed: org.bluez.Error.Failed: le-connection-abort-by-local"));
+}
+
+TEST_F(BluezTest, ConnectionThatIsAbortedTwiceHasFailed) {
+    bluez_.Fail(2, "Connect", "org.bluez.Error.Failed", "le-connection-abort-by-local");
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(log_.Has("[BLE] Failed to connect to device"));
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, ConnectionThatIsRefusedIsNotTriedAgain) {
+    bluez_.Fail(1, "Connect", "org.bluez.Error.Failed", "le-connection-refused");
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(log_.Has("[BLE] Failed to connect to device"));
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, SubscriptionThatIsNotPermittedIsAccessDenied) {
+    bluez_.Fail(1, "StartNotify", "org.bluez.Error.NotPermitted", "Notify acquired");
+    StdoutCapture console;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(Contains(console.Text(), "  ERROR: Failed to enable notifications (status: 3)\n"));
+    ExpectScanWorks();
+}
+
+TEST_F(BluezTest, DeviceThatAnotherProgramHasLeftConnectedIsFound) {
+    ExpectScanWorks();
+    kBleTransport.Deinit();
+    const auto other = sdbus::createSystemBusConnection();
+    const auto device =
+        sdbus::createProxy(*other, "org.bluez", "/org/bluez/hci0/dev_02_42_52_4E_58_01");
+    device->callMethod("Connect").onInterface("org.bluez.Device1");
+    kBleTransport.Init();
+    ExpectScanWorks();
+    kBleTransport.Deinit();  // before the other program leaves the bus
+}
+
+TEST_F(BluezTest, DeinitDoesNotWaitForADongleThatIsSlowToConnect) {
+    radio_.Command(R"(radio {"connect_ms": 600000})");
+    Thread scan([] { EXPECT_EQ(Scan().size(), 0u); });
+    ASSERT_TRUE(Logs("[BLE] Connecting to device: 02:42:52:4E:58:01"));
+    kBleTransport.Deinit();
+    scan.Join();
+    EXPECT_TRUE(log_.Has("[BLE] Connection error: connecting was given up"));
+}
+
+// ---------------------------------------------------------------- connected
+
+TEST_F(BluezTest, ServiceThatEndsTakesTheDongleAwayUntilItIsBack) {
+    DeviceQueues* queues = Connect();
+    ASSERT_NE(queues, nullptr);
+    bluez_.Command("stop");
+    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
+    bluez_.Command("start");
+    EXPECT_EQ(Connect(), queues);
+}
+
+TEST_F(BluezTest, DongleWhoseLinkIsLostIsFoundAgain) {
+    DeviceQueues* queues = Connect();
+    ASSERT_NE(queues, nullptr);
+    radio_.Command("lose");
+    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
+    EXPECT_EQ(Connect(), queues);
+}
+
+TEST_F(BluezTest, AdapterThatIsSwitchedOffTakesTheDongleAway) {
+    DeviceQueues* queues = Connect();
+    ASSERT_NE(queues, nullptr);
+    radio_.Command("adapter off");
+    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
+    radio_.Command("adapter on");
+    EXPECT_EQ(Connect(), queues);
+}
+
+TEST_F(BluezTest, PacketAboveTheLinksLimitFailsAndIsNotCut) {
+    radio_.Command(R"(radio {"mtu": 220})");
+    DeviceQueues* queues = Connect();
+    ASSERT_NE(queues, nullptr);
+    PacketPtr fits = PacketOf(kTypeTest, Bytes(217 - 8));
+    ASSERT_TRUE(EnqueueTransmitPacket(queues, fits));
+    EXPECT_TRUE(Logs("[BLE-TX] Sent 217 bytes"));
+    PacketPtr larger = PacketOf(kTypeTest, Bytes(218 - 8));
+    ASSERT_TRUE(EnqueueTransmitPacket(queues, larger));
+    EXPECT_TRUE(Logs("[BLE-TX] Failed to write: 2"));
+    EXPECT_TRUE(log_.Has("[BLE] 218 bytes are too many for the link, whose MTU is 220"));
+    radio_.Command("violations clear");  // the dongle knows no such packet
+}
+
+TEST_F(BluezTest, WriteThatTheServiceRefusesIsLogged) {
+    DeviceQueues* queues = Connect();
+    ASSERT_NE(queues, nullptr);
+    bluez_.Fail(1, "WriteValue", "org.bluez.Error.Failed", "Failed to initiate write");
+    PacketPtr identify = PacketOf(kTypeIden, {});
+    ASSERT_TRUE(EnqueueTransmitPacket(queues, identify));
+    EXPECT_TRUE(Logs("[BLE-TX] Failed to write: 2"));
+    EXPECT_TRUE(
+        log_.Has("[BLE] WriteValue failed: org.bluez.Error.Failed: Failed to initiate write"));
+    EXPECT_TRUE(queues->available);
+}
+
+}  // namespace
+}  // namespace tarvik::test
