@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "conformance/framework/items.h"
 #include "conformance/framework/library.h"
 #include "conformance/framework/link.h"
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/relay.h"
+#include "conformance/framework/rounds.h"
 #include "conformance/framework/settings.h"
 #include "conformance/framework/vehicle.h"
 #include "conformance/framework/waiting.h"
@@ -72,6 +74,11 @@ protected:
     }
     bool IsConnected(std::size_t times = 1) { return Logs("[Cloud] Connected", times); }
 
+    // How many connections have come to the relay's proxy since it started.
+    std::uint64_t ProxyRequests() {
+        return nlohmann::json::parse(relay_.Command("proxy")).at("requests");
+    }
+
     // What the car's engine control unit answers to ReadVin.
     static bool IsVin(const std::string& answer) { return answer.starts_with("62 F1 90 "); }
 
@@ -79,6 +86,14 @@ protected:
     LogCapture log_;
     StdoutCapture console_;
 };
+
+// All ways to the relay. Wine's HTTP service ignores the proxy of a session, so that nothing would
+// be tested there.
+inline std::vector<Way> AllWays() {
+    std::vector<Way> ways = {Way::kTcp, Way::kWebSocket, Way::kSecureWebSocket};
+    if (kSpeed != Speed::kWine) ways.insert(ways.end(), {Way::kProxy, Way::kSecureProxy});
+    return ways;
+}
 
 class EachWay : public RelayFixture, public testing::WithParamInterface<Way> {};
 

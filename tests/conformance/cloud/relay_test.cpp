@@ -2,25 +2,25 @@
 #include <chrono>
 
 #include "conformance/cloud/relay_fixture.h"
-#include "conformance/framework/rounds.h"
 
 namespace conformance {
 namespace {
 
 class RelayedDongle : public EachWay {};
 
-INSTANTIATE_TEST_SUITE_P(Over, RelayedDongle,
-                         testing::Values(Way::kTcp, Way::kWebSocket, Way::kSecureWebSocket,
-                                         Way::kProxy, Way::kSecureProxy),
+INSTANTIATE_TEST_SUITE_P(Over, RelayedDongle, testing::ValuesIn(AllWays()),
                          [](const auto& suite) { return NameOf(suite.param); });
 
 TEST_P(RelayedDongle, IsFoundAddressedAndAsked) {
-    Construct(SettingsFor(GetParam()));
+    const std::uint64_t requests = ProxyRequests();
+    const Settings settings = SettingsFor(GetParam());
+    Construct(settings);
     const UNUM32 hMod = FindModule();
     ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
     ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
     ASSERT_TRUE(relay_.WaitFor(1, "in ADDR"));
     EXPECT_TRUE(IsVin(ReadVinOf(hMod)));
+    EXPECT_EQ(ProxyRequests() > requests, settings.useProxy);
     EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
 }

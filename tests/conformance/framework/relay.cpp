@@ -14,5 +14,6 @@ std::string Relay::TcpAddress() { return Variable("BRENNIX_RELAY_TCP"); }
 std::string Relay::WebSocketAddress() { return Variable("BRENNIX_RELAY_WS"); }
 std::string Relay::SecureWebSocketAddress() { return Variable("BRENNIX_RELAY_WSS"); }
 std::string Relay::ProxyAddress() { return Variable("BRENNIX_RELAY_PROXY"); }
+std::string Relay::CertificateFile() { return Variable("BRENNIX_RELAY_CERTIFICATE"); }
 
 }  // namespace conformance

@@ -19,7 +19,8 @@ public:
     static std::string TcpAddress();        // serverAddress
     static std::string WebSocketAddress();  // websocketAddress
     static std::string SecureWebSocketAddress();
-    static std::string ProxyAddress();  // proxyAddress
+    static std::string ProxyAddress();     // proxyAddress
+    static std::string CertificateFile();  // of SecureWebSocketAddress: localhost, 127.0.0.1
 
     // Adds faults: "once NHS2 flip 800".
     void Fault(const std::string& rules) { Command("fault " + rules); }

@@ -3,6 +3,7 @@
 // What the tests need of the operating system; one implementation for each.
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -88,6 +89,25 @@ void RestoreStdout(int saved);
 void CollectDebugOutput(bool on);
 std::string DebugOutput();  // so far
 
+// ---- warnings ----------------------------------------------------------------------------------
+
+// The warning boxes with this caption that the process shows while this object lives. Each is
+// confirmed as soon as it is read. Where a box is text on standard error, that is read. One at a
+// time.
+class WarningBoxes {
+public:
+    explicit WarningBoxes(const std::string& caption);
+    ~WarningBoxes();
+    WarningBoxes(const WarningBoxes&) = delete;
+    WarningBoxes& operator=(const WarningBoxes&) = delete;
+
+    std::vector<std::string> Texts() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
 // ---- control connection of the simulator -------------------------------------------------------
 
 // A TCP connection to the loopback interface.
@@ -108,6 +128,21 @@ public:
 private:
     static constexpr std::intptr_t kNone = -1;
     std::intptr_t socket_ = kNone;
+};
+
+// A port of the loopback interface that answers nobody who connects: neither takes nor refuses.
+class SilentPort {
+public:
+    SilentPort();
+    ~SilentPort();
+    SilentPort(const SilentPort&) = delete;
+    SilentPort& operator=(const SilentPort&) = delete;
+
+    std::string Address() const { return "127.0.0.1:" + std::to_string(number_); }
+
+private:
+    std::uint16_t number_ = 0;
+    std::vector<std::intptr_t> sockets_;
 };
 
 }  // namespace conformance

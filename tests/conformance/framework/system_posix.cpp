@@ -17,6 +17,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +25,8 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+
+#include "conformance/framework/surroundings.h"
 
 extern char** environ;
 
@@ -214,6 +217,40 @@ static void AddDebugOutput(int priority, const char* format, std::va_list argume
     if (collecting && LOG_PRI(priority) == LOG_DEBUG) debug_output += text;
 }
 
+// ---- warnings ----------------------------------------------------------------------------------
+
+struct WarningBoxes::State {
+    std::string caption;
+    std::string file;
+    int saved;
+};
+
+WarningBoxes::WarningBoxes(const std::string& caption)
+    : state_(new State{caption, JoinPath(TempFolder(), "warnings.txt"), ::dup(2)}) {
+    const int target = ::open(state_->file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    ::dup2(target, 2);
+    ::close(target);
+}
+
+WarningBoxes::~WarningBoxes() {
+    ::dup2(state_->saved, 2);
+    ::close(state_->saved);
+}
+
+std::vector<std::string> WarningBoxes::Texts() const {
+    const std::string begin = state_->caption + "\n";
+    const std::string printed = ReadFile(state_->file);
+    std::vector<std::string> texts;
+    for (std::size_t at = printed.find(begin); at != std::string::npos;) {
+        at += begin.size();
+        const std::size_t next = printed.find(begin, at);
+        const std::size_t end = std::min(next, printed.size());
+        texts.push_back(printed.substr(at, end - at - 1));  // without its line end
+        at = next;
+    }
+    return texts;
+}
+
 // ---- sockets -----------------------------------------------------------------------------------
 
 bool Connection::Open(std::uint16_t port) {
@@ -258,6 +295,31 @@ bool Connection::Receive(std::string* bytes, int timeout_ms) {
     if (got <= 0) return false;
     bytes->append(block, static_cast<std::size_t>(got));
     return true;
+}
+
+// Its queue is full: what more comes is dropped.
+SilentPort::SilentPort() {
+    constexpr int kEnough = 4;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ::bind(listener, reinterpret_cast<const sockaddr*>(&address), size);
+    ::listen(listener, 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    number_ = ntohs(address.sin_port);
+    sockets_.push_back(listener);
+    for (int i = 0; i < kEnough; ++i) {
+        const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        ::connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
+        sockets_.push_back(filler);
+    }
+}
+
+SilentPort::~SilentPort() {
+    for (const std::intptr_t handle : sockets_)
+        ::close(static_cast<int>(handle));
 }
 
 }  // namespace conformance

@@ -12,10 +12,14 @@
 #include <tlhelp32.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <thread>
+
+#include "conformance/framework/surroundings.h"
 
 namespace conformance {
 
@@ -288,6 +292,64 @@ std::string DebugOutput() {
     return debug_output;
 }
 
+// ---- warnings ----------------------------------------------------------------------------------
+
+struct WarningBoxes::State {
+    std::string caption;
+    std::atomic<bool> ended{false};
+    std::mutex lock;
+    std::vector<std::string> texts;  // guarded by lock
+    std::thread watcher;
+};
+
+static BOOL CALLBACK FindText(HWND child, LPARAM text) {
+    char kind[16] = "";
+    ::GetClassNameA(child, kind, sizeof kind);
+    char line[2048] = "";
+    if (::_stricmp(kind, "Static") == 0) ::GetWindowTextA(child, line, sizeof line);
+    if (line[0] != '\0') *reinterpret_cast<std::string*>(text) = line;
+    return TRUE;
+}
+
+// Empty: the box is not complete yet.
+static std::string TextOf(HWND box) {
+    std::string text;
+    ::EnumChildWindows(box, FindText, reinterpret_cast<LPARAM>(&text));
+    return text;
+}
+
+static void Confirm(HWND box) {
+    ::PostMessageA(box, WM_COMMAND, IDOK, 0);
+    while (::IsWindow(box))
+        ::Sleep(5);
+}
+
+WarningBoxes::WarningBoxes(const std::string& caption) : state_(std::make_unique<State>()) {
+    state_->caption = caption;
+    state_->watcher = std::thread([state = state_.get()] {
+        while (!state->ended) {
+            const HWND box = ::FindWindowA(nullptr, state->caption.c_str());
+            const std::string text = box == nullptr ? "" : TextOf(box);
+            if (!text.empty()) {
+                const std::lock_guard hold(state->lock);
+                state->texts.push_back(text);
+                Confirm(box);
+            }
+            ::Sleep(5);
+        }
+    });
+}
+
+WarningBoxes::~WarningBoxes() {
+    state_->ended = true;
+    state_->watcher.join();
+}
+
+std::vector<std::string> WarningBoxes::Texts() const {
+    const std::lock_guard hold(state_->lock);
+    return state_->texts;
+}
+
 // ---- sockets -----------------------------------------------------------------------------------
 
 static bool StartSockets() {
@@ -344,6 +406,34 @@ bool Connection::Receive(std::string* bytes, int timeout_ms) {
     if (got <= 0) return false;
     bytes->append(block, static_cast<std::size_t>(got));
     return true;
+}
+
+// Its queue is full: what more comes is dropped.
+SilentPort::SilentPort() {
+    constexpr int kEnough = 4;
+    StartSockets();
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = ::htonl(INADDR_LOOPBACK);
+    int size = sizeof address;
+    const SOCKET listener = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    ::bind(listener, reinterpret_cast<const sockaddr*>(&address), size);
+    ::listen(listener, 0);
+    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    number_ = ::ntohs(address.sin_port);
+    sockets_.push_back(static_cast<std::intptr_t>(listener));
+    for (int i = 0; i < kEnough; ++i) {
+        const SOCKET filler = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        u_long non_blocking = 1;
+        ::ioctlsocket(filler, static_cast<long>(FIONBIO), &non_blocking);
+        ::connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
+        sockets_.push_back(static_cast<std::intptr_t>(filler));
+    }
+}
+
+SilentPort::~SilentPort() {
+    for (const std::intptr_t handle : sockets_)
+        ::closesocket(static_cast<SOCKET>(handle));
 }
 
 }  // namespace conformance

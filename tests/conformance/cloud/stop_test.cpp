@@ -1,0 +1,63 @@
+// The end of the library while the connection waits for something that does not come.
+#include <chrono>
+
+#include "conformance/cloud/relay_fixture.h"
+
+namespace conformance {
+namespace {
+
+class CloudStop : public EachWay {
+protected:
+    static std::string LineBeforeConnecting(Way way) {
+        return way == Way::kTcp ? "Connecting to 127.0.0.1:*" : "     - Secure:   *";
+    }
+    static Settings SilentSettingsFor(Way way, const std::string& address) {
+        Settings settings = SettingsFor(way);
+        if (settings.useProxy) {
+            settings.proxyAddress = address;
+        } else if (way == Way::kTcp) {
+            settings.serverAddress = address;
+        } else {
+            settings.websocketAddress =
+                (way == Way::kSecureWebSocket ? "wss://" : "ws://") + address + "/dongles";
+        }
+        return settings;
+    }
+    // Far below what the system itself waits for an answer.
+    static void ExpectEndSoon() {
+        const auto begin = std::chrono::steady_clock::now();
+        ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        const auto passed = std::chrono::steady_clock::now() - begin;
+        EXPECT_LT(passed, std::chrono::seconds(5));
+        const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(passed);
+        RecordProperty("stop_ms", static_cast<int>(ms.count()));
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, CloudStop, testing::ValuesIn(AllWays()),
+                         [](const auto& suite) { return NameOf(suite.param); });
+
+TEST_P(CloudStop, EndsAConnectionAttemptThatNobodyAnswers) {
+    const SilentPort silent;
+    Construct(SilentSettingsFor(GetParam(), silent.Address()));
+    ASSERT_TRUE(Eventually([&] { return log_.HasLike(LineBeforeConnecting(GetParam())); }));
+    const auto failed = [&] { return log_.Has("[Cloud] Connect failed, retry"); };
+    EXPECT_FALSE(Eventually(failed, std::chrono::milliseconds(200)));
+    ExpectEndSoon();
+    EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
+}
+
+class GivenUp : public CloudStop {};
+INSTANTIATE_TEST_SUITE_P(Over, GivenUp, testing::Values(Way::kTcp),
+                         [](const auto& suite) { return NameOf(suite.param); });
+
+TEST_P(GivenUp, ConnectionEndsToo) {
+    relay_.Listen(false);
+    Construct(SettingsFor(GetParam()));
+    ASSERT_TRUE(Logs("[Cloud] Failed, waiting for disconnect"));
+    ExpectEndSoon();
+    EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
+}
+
+}  // namespace
+}  // namespace conformance
