@@ -8,19 +8,28 @@ namespace {
 
 class WinrtRadio final : public BleRadio {
 public:
-    explicit WinrtRadio(const WinrtLimits& limits) : limits_(limits) {}
+    explicit WinrtRadio(const WinrtLimits& limits)
+        : limits_(limits), give_up_(OsEventCreate(EventReset::kManual)) {
+        if (give_up_ == nullptr) winrt::Check(HRESULT_FROM_WIN32(::GetLastError()));
+    }
 
     std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) override {
         return CreateWinrtScan(runtime_, handler);
     }
     std::unique_ptr<BleDevice> Open(std::uint64_t address) override {
-        return OpenWinrtDevice(runtime_, limits_, address);
+        return OpenWinrtDevice(runtime_, limits_, give_up_.get(), address);
     }
+    void CancelConnecting() noexcept override { OsEventSet(give_up_.get()); }
     void EnterThread() override { runtime_.EnterThread(); }
     void LeaveThread() noexcept override { runtime_.LeaveThread(); }
 
 private:
+    struct CloseEvent {
+        void operator()(OsEvent* event) const noexcept { OsEventClose(event); }
+    };
+
     const WinrtLimits limits_;
+    const std::unique_ptr<OsEvent, CloseEvent> give_up_;
     winrt::Runtime runtime_;
 };
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/event.h"
 #include "transport/ble/ble_radio.h"
 #include "transport/ble/winrt_runtime.h"
 
@@ -19,7 +20,8 @@ struct WinrtLimits {
 std::unique_ptr<BleRadio> OpenWinrtRadio(const WinrtLimits& limits);
 
 std::unique_ptr<BleScan> CreateWinrtScan(winrt::Runtime& runtime, BleScan::Handler& handler);
+// Once `give_up` is set, all steps until the dongle is subscribed to fail. It outlives the device.
 std::unique_ptr<BleDevice> OpenWinrtDevice(winrt::Runtime& runtime, const WinrtLimits& limits,
-                                           std::uint64_t address);
+                                           OsEvent* give_up, std::uint64_t address);
 
 }  // namespace tarvik

@@ -58,8 +58,8 @@ const Pointer<Item>* FindByUuid(const Items<Item>& items, const BleUuid& uuid) {
 
 class WinrtDevice final : public BleDevice {
 public:
-    WinrtDevice(const WinrtLimits& limits, Pointer<Device> device)
-        : limits_(limits), device_(std::move(device)) {}
+    WinrtDevice(const WinrtLimits& limits, OsEvent* give_up, Pointer<Device> device)
+        : limits_(limits), give_up_(give_up), device_(std::move(device)) {}
 
     // The system ends the connection some time after the last object is closed that belongs to it.
     ~WinrtDevice() override {
@@ -77,7 +77,7 @@ public:
         Pointer<AsyncOperation<ServicesResult*>> operation;
         Call(device_.Query<Device3>(), &Device3::Table::GetGattServicesWithCacheModeAsync,
              CacheMode::kUncached, operation.Receive());
-        const Pointer<ServicesResult> result(Await(operation, limits_.connect_ms));
+        const Pointer<ServicesResult> result(Await(operation, limits_.connect_ms, give_up_));
         CommunicationStatus status{};
         Call(result, &ServicesResult::Table::get_Status, &status);
         if (status != CommunicationStatus::kSuccess) return StatusOf(status);
@@ -99,7 +99,7 @@ public:
         Pointer<AsyncOperation<CharacteristicsResult*>> operation;
         Call(service_, &Service3::Table::GetCharacteristicsWithCacheModeAsync, CacheMode::kUncached,
              operation.Receive());
-        const Pointer<CharacteristicsResult> result(Await(operation, limits_.connect_ms));
+        const Pointer<CharacteristicsResult> result(Await(operation, limits_.connect_ms, give_up_));
         CommunicationStatus status{};
         Call(result, &CharacteristicsResult::Table::get_Status, &status);
         if (status != CommunicationStatus::kSuccess) return StatusOf(status);
@@ -159,7 +159,7 @@ private:
         Call(characteristic_,
              &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync,
              DescriptorValue::kNotify, operation.Receive());
-        return StatusOf(Await(operation, limits_.connect_ms));
+        return StatusOf(Await(operation, limits_.connect_ms, give_up_));
     }
 
     void Unsubscribe() noexcept {
@@ -202,6 +202,7 @@ private:
     }
 
     const WinrtLimits limits_;
+    OsEvent* const give_up_;
     const Pointer<Device> device_;
     Items<Service> services_;
     Pointer<Service3> service_;  // the selected one of them
@@ -217,14 +218,14 @@ private:
 }  // namespace
 
 std::unique_ptr<BleDevice> OpenWinrtDevice(Runtime& runtime, const WinrtLimits& limits,
-                                           std::uint64_t address) {
+                                           OsEvent* give_up, std::uint64_t address) {
     const auto statics = runtime.Factory<DeviceStatics>(Device::kClass);
     Pointer<AsyncOperation<Device*>> operation;
     Call(statics, &DeviceStatics::Table::FromBluetoothAddressAsync, address, operation.Receive());
-    Pointer<Device> device(Await(operation, limits.connect_ms));
+    Pointer<Device> device(Await(operation, limits.connect_ms, give_up));
     // The system knows nothing of such a device.
     if (!device) return nullptr;
-    return std::make_unique<WinrtDevice>(limits, std::move(device));
+    return std::make_unique<WinrtDevice>(limits, give_up, std::move(device));
 }
 
 }  // namespace tarvik

@@ -23,12 +23,16 @@ static void StayLoaded() {
         reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&StayLoaded)), &ignored);
 }
 
-void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms) {
-    if (!OsEventWait(event_, limit_ms)) {
+void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms,
+                      OsEvent* give_up) {
+    const int over = give_up == nullptr ? (OsEventWait(event_, limit_ms) ? 0 : -1)
+                                        : OsEventWaitEither(event_, give_up, limit_ms);
+    if (over != 0) {
         StayLoaded();
         operation.Get()->table->Cancel(operation.Get());
-        throw BleError("The system did not finish the operation within " +
-                       std::to_string(limit_ms) + " ms");
+        throw BleError(over > 0 ? "The operation was given up"
+                                : "The system did not finish the operation within " +
+                                      std::to_string(limit_ms) + " ms");
     }
     if (state_ == AsyncState::kCompleted) return;
     if (state_ == AsyncState::kError) {

@@ -18,8 +18,9 @@ public:
     Completion& operator=(const Completion&) = delete;
 
     void Set(AsyncState state);
-    // Throws a BleError unless the operation succeeds within the time. After that it is cancelled.
-    void Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms);
+    // Throws a BleError unless the operation succeeds within the time, and before `give_up` is set
+    // if there is such an event. Otherwise it is cancelled.
+    void Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms, OsEvent* give_up);
 
 private:
     OsEvent* event_;
@@ -29,7 +30,8 @@ private:
 // Waits for the operation and returns its result, a reference of which belongs to the caller. Not
 // for threads in a single-threaded apartment.
 template <typename Result>
-Result Await(const Pointer<AsyncOperation<Result>>& operation, std::int32_t limit_ms) {
+Result Await(const Pointer<AsyncOperation<Result>>& operation, std::int32_t limit_ms,
+             OsEvent* give_up = nullptr) {
     using CompletedDelegate = Delegate<AsyncOperation<Result>*, AsyncState>;
     const auto completion = std::make_shared<Completion>();
     auto* delegate = new CompletedDelegate(
@@ -38,7 +40,7 @@ Result Await(const Pointer<AsyncOperation<Result>>& operation, std::int32_t limi
     const HRESULT accepted = operation.Get()->table->put_Completed(operation.Get(), delegate);
     delegate->Release();
     Check(accepted);
-    completion->Wait(operation.template Query<AsyncInfo>(), limit_ms);
+    completion->Wait(operation.template Query<AsyncInfo>(), limit_ms, give_up);
     Result result{};
     Call(operation, &AsyncOperation<Result>::Table::GetResults, &result);
     return result;

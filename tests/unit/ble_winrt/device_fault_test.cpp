@@ -96,6 +96,16 @@ TEST_F(WinrtFault, OfASlowDongleIsBoundedAndItsLateConnectionEnds) {
     EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); }));
 }
 
+TEST_F(WinrtFault, OfADongleThatTakesLongIsOverWhenConnectingIsGivenUp) {
+    simulator.Command(R"(radio {"connect_ms": 60000})");
+    Open();
+    conformance::Thread giver_up([&] { radio->CancelConnecting(); });
+    EXPECT_EQ(ErrorOf([&] { device->DiscoverServices(); }), "The operation was given up");
+    EXPECT_EQ(ErrorOf([&] { device->DiscoverServices(); }), "The operation was given up");
+    device.reset();
+    EXPECT_EQ(TakeReport(), "");
+}
+
 TEST_F(WinrtFault, ThatGivesNoDeviceIsADongleOutOfReach) {
     PlanFault("FromBluetoothAddressAsync", "null");
     EXPECT_EQ(radio->Open(kDongleAddress), nullptr);
