@@ -10,7 +10,7 @@ namespace tarvik {
 
 using std::chrono::milliseconds;
 
-static constexpr milliseconds kObjectsLimit{10'000};
+static constexpr milliseconds kObjectsLimit{5'000};
 static constexpr milliseconds kAnswerGrace{1'000};  // for the bus to report its own time-out
 
 static constexpr char kObjectManager[] = "org.freedesktop.DBus.ObjectManager";

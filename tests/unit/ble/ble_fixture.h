@@ -29,10 +29,12 @@ protected:
     static std::vector<DeviceReport> Scan(std::uint32_t timeout_ms = kScanMs) {
         return ScanFor(timeout_ms);
     }
-    // The queues of the one dongle that a scan finds.
+    // The queues of the one dongle that a scan finds. All that the scan sent has been sent.
     static DeviceQueues* Connect() {
+        LogCapture log;
         const std::vector<DeviceReport> reports = Scan();
         EXPECT_EQ(reports.size(), 1u);
+        EXPECT_TRUE(Eventually([&] { return log.Has("[BLE-TX] Sent 8 bytes"); }));
         return reports.empty() ? nullptr : reports[0].queues;
     }
 };

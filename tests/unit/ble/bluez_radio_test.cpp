@@ -186,7 +186,7 @@ public:
 
     const std::string& address() const { return address_; }
     void End() {
-        if (process_ > 0) ::kill(process_, SIGKILL);
+        if (process_ > 0) ::kill(process_, SIGTERM);
         process_ = -1;
     }
 
@@ -207,6 +207,14 @@ TEST_F(BluezTest, BusThatGoesIsConnectedAnewByTheNextScan) {
         ExpectScanFails("the system's message bus cannot be reached");
     }
     ExpectScanWorks();
+}
+
+TEST_F(BluezTest, ServiceThatDoesNotAnswerIsGivenUp) {
+    const OwnBus bus;
+    ASSERT_FALSE(bus.address().empty());
+    const BusAddress own(bus.address());
+    const auto mute = sdbus::createSystemBusConnection("org.bluez");  // nobody runs its loop
+    ExpectScanFails("the Bluetooth service does not answer");
 }
 
 // ---------------------------------------------------------------- connecting
