@@ -92,9 +92,9 @@ public:
     virtual ~BleRadio() = default;
     virtual std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) = 0;
     virtual std::unique_ptr<BleDevice> Open(std::uint64_t address) = 0;  // null: not reachable
-    // Asks the calls of other threads that open a device, or discover and subscribe on it, to fail
-    // soon, those to come included. A radio that cannot cut them short leaves them their bounds.
-    virtual void CancelConnecting() noexcept {}
+    // Makes the calls of other threads that open a device, or discover and subscribe on it, fail
+    // soon, those to come included.
+    virtual void CancelConnecting() noexcept = 0;
     // Around every thread that uses the radio.
     virtual void EnterThread() = 0;
     virtual void LeaveThread() noexcept = 0;
