@@ -13,8 +13,10 @@ namespace tarvik {
 // unreachable dongle takes about 7 s of it, and requests of others that wait before may each take
 // as long.
 struct WinrtLimits {
-    std::int32_t connect_ms = 30'000;  // each step until the dongle is subscribed to
-    std::int32_t write_ms = 5'000;     // handing one packet to the system
+    // Each step until the dongle is subscribed to: longer than a scan waits for them all, as a
+    // dongle that is late is there for the next one.
+    std::int32_t connect_ms = 60'000;
+    std::int32_t write_ms = 5'000;  // handing one packet to the system
 };
 
 std::unique_ptr<BleRadio> OpenWinrtRadio(const WinrtLimits& limits);
