@@ -1,6 +1,6 @@
 # The short way in. Every target installs and builds first what it needs.
 
-.PHONY: help build demo demo-cloud demo-windows test stress bench fuzz lint clean
+.PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows test stress bench fuzz lint clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
@@ -11,6 +11,8 @@ help:
 	@echo "make demo          three control units asked through a simulated dongle"
 	@echo "make demo-cloud    the dongle behind a relay, over TCP and TLS; the relay is lost and comes back"
 	@echo "make demo-windows  the same with the DLL, under Wine"
+	@echo "make demo-ble      a dongle that is reached by Bluetooth LE, without a radio"
+	@echo "make demo-ble-windows  the same with the DLL, under Wine"
 	@echo "make test          every test on both systems, and under the sanitizers"
 	@echo "make stress        random calls of sixteen threads for DPDU_STRESS_SECONDS (60), also under TSan"
 	@echo "make bench         benchmarks"
@@ -32,6 +34,19 @@ demo-cloud:
 	@scripts/setup.sh linux
 	@$(linux_products)
 	@scripts/demo_cloud.sh
+
+demo-ble:
+	@scripts/setup.sh linux
+	@$(linux_products)
+	@BUILD_TARGETS="brennix-radio brennix-bluez" scripts/build.sh linux-release
+	@scripts/demo_ble.sh linux
+
+demo-ble-windows:
+	@scripts/setup.sh linux windows
+	@BUILD_TARGETS="brennix-radio brennix-bluez" scripts/build.sh linux-release
+	@$(windows_products)
+	@BUILD_TARGETS="brennix_bluetooth" scripts/build.sh windows-release
+	@scripts/demo_ble.sh windows
 
 demo-windows:
 	@scripts/setup.sh linux windows
