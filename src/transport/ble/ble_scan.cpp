@@ -48,7 +48,7 @@ static void NoteAdvertisement(const BleAdvertisement& advertisement) {
     const BleAddressText shown(address);
     ConsolePrint("[BLE] Found Brennix: %s (RSSI: %d dBm)\n", shown.text, advertisement.rssi);
     Log(kLogTrace, "[BLE] Found Brennix device: %s, RSSI: %d dBm", shown.text, advertisement.rssi);
-    ble->pending.push_back({address, BleDisplayBytes(address)});
+    ble->pending.push_back(address);
 }
 
 void AdvertisementHandler::Advertised(const BleAdvertisement& advertisement) noexcept {
@@ -100,12 +100,12 @@ static void Pause(std::uint32_t duration_ms) {
     }
 }
 
-static BleList<BlePendingDevice> TakePending() {
+static BleList<std::uint64_t> TakePending() {
     const LockGuard hold(ble->BleCriticalSection);
     return std::exchange(ble->pending, {});
 }
 
-static BleList<BlePendingDevice> ScanForDevices(std::uint32_t timeout_ms) {
+static BleList<std::uint64_t> ScanForDevices(std::uint32_t timeout_ms) {
     ClearScanData();
     AdvertisementHandler handler;
     const std::unique_ptr<BleScan> scan = ble->radio->CreateScan(handler);
@@ -117,7 +117,7 @@ static BleList<BlePendingDevice> ScanForDevices(std::uint32_t timeout_ms) {
     Log(kLogTrace, "[BLE] Started BLE scanning, status: %d", status);
     Pause(timeout_ms);
     scan->Stop();
-    BleList<BlePendingDevice> found = TakePending();
+    BleList<std::uint64_t> found = TakePending();
     const int count = static_cast<int>(found.size());
     ConsolePrint("[BLE] Scan complete, found %d device(s)\n", count);
     Log(kLogTrace, "[BLE] Stopped BLE scanning, found %d potential devices", count);
@@ -203,11 +203,11 @@ static bool AwaitCompletion(const BleConnectRequest& request) {
     return false;
 }
 
-static void ConnectNew(const BlePendingDevice& device, ScanReport* out) {
-    const BleAddressText shown(device.address);
+static void ConnectNew(std::uint64_t address, ScanReport* out) {
+    const BleAddressText shown(address);
     ConsolePrint("[BLE] Connecting to %s...\n", shown.text);
     Log(kLogTrace, "[BLE] Connecting to device: %s", shown.text);
-    const auto request = RequestBleConnection(device.address);
+    const auto request = RequestBleConnection(address);
     if (request == nullptr) return;
     if (!AwaitCompletion(*request)) {
         if (ble->closing) return;
@@ -270,19 +270,19 @@ static bool Contains(const BleConnections& connected, std::uint64_t address) {
 
 // A dongle that was connected before and still advertises is not connected a second time. One that
 // an earlier scan's attempt connects while this goes on is found through that attempt.
-static void AskAndConnect(const BleList<BlePendingDevice>& found, ScanReport* out) {
+static void AskAndConnect(const BleList<std::uint64_t>& found, ScanReport* out) {
     const BleConnections connected = ConnectedNow();
     AskConnected(connected, out);
-    for (const BlePendingDevice& device : found) {
+    for (const std::uint64_t address : found) {
         if (ble->closing) return;
-        if (!Contains(connected, device.address)) ConnectNew(device, out);
+        if (!Contains(connected, address)) ConnectNew(address, out);
     }
 }
 
 static void FindDongles(std::uint32_t timeout_ms, ScanReport* out) {
     const BleRadioThread inside(*ble->radio);
     CloseLost();  // a dongle does not advertise while its last connection is open
-    const BleList<BlePendingDevice> found = ScanForDevices(timeout_ms);
+    const BleList<std::uint64_t> found = ScanForDevices(timeout_ms);
     EndCompletedAttempts();
     CloseLost();
     AskAndConnect(found, out);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <exception>
@@ -24,12 +23,6 @@ struct BleConnectRequest;
 template <typename T>
 using BleList = std::vector<T, TrackedAllocator<T>>;
 
-// A dongle that this scan is to connect.
-struct BlePendingDevice {
-    std::uint64_t address;
-    std::array<std::uint8_t, 6> display;  // the address's bytes in the order of its text
-};
-
 struct BleQueueSet {
     std::uint64_t address;
     DeviceQueues* queues;
@@ -44,9 +37,9 @@ struct BleState {
 
     // Guards all that follows. Nothing of the radio is called inside: its handlers take this lock.
     OsLock BleCriticalSection;
-    const BleScan* scan = nullptr;  // the scan under way
-    BleList<std::uint64_t> discovered;
-    BleList<BlePendingDevice> pending;
+    const BleScan* scan = nullptr;      // the scan under way
+    BleList<std::uint64_t> discovered;  // addresses seen by this scan
+    BleList<std::uint64_t> pending;     // those of dongles, to be connected
     BleList<std::shared_ptr<BleConnection>> connected;
     BleList<std::shared_ptr<BleConnectRequest>> attempts;
     // Never released: links keep a pointer to the queues of a dongle that has gone, and find it
@@ -60,7 +53,6 @@ struct BleAddressText {
     explicit BleAddressText(std::uint64_t address);
     char text[18];
 };
-std::array<std::uint8_t, 6> BleDisplayBytes(std::uint64_t address);
 
 // The message of the exception that is being handled. To be made inside a handler.
 struct BleErrorText {

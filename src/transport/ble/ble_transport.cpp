@@ -16,17 +16,12 @@ static constexpr std::uint64_t kAttemptsEndMs = 5000;  // for all attempts toget
 
 Immortal<BleState> ble;
 
-std::array<std::uint8_t, 6> BleDisplayBytes(std::uint64_t address) {
-    std::array<std::uint8_t, 6> bytes;
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<std::uint8_t>(address >> (40 - 8 * i));
-    return bytes;
-}
-
 BleAddressText::BleAddressText(std::uint64_t address) {
-    const auto bytes = BleDisplayBytes(address);
-    FormatText(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", bytes[0], bytes[1], bytes[2],
-               bytes[3], bytes[4], bytes[5]);
+    const auto byte = [address](unsigned shift) {
+        return static_cast<unsigned>(address >> shift & 0xFF);
+    };
+    FormatText(text, sizeof text, "%02X:%02X:%02X:%02X:%02X:%02X", byte(40), byte(32), byte(24),
+               byte(16), byte(8), byte(0));
 }
 
 BleErrorText::BleErrorText(const BleError& error) {
