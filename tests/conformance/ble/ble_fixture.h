@@ -1,0 +1,96 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "conformance/framework/items.h"
+#include "conformance/framework/library.h"
+#include "conformance/framework/link.h"
+#include "conformance/framework/log_file.h"
+#include "conformance/framework/radio.h"
+#include "conformance/framework/settings.h"
+#include "conformance/framework/vehicle.h"
+#include "conformance/framework/waiting.h"
+
+namespace conformance {
+
+// Dongles in reach of this computer's Bluetooth, the first of them at the start. A scan takes two
+// seconds, whatever it finds. Nothing is constructed yet.
+class BleDongles : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(Simulator::IsThere()) << "needs a simulated radio";
+        Pdu();
+        radio.Reset();
+        connections_before = radio.State()["connections"].get<int>();
+    }
+    void TearDown() override {
+        Pdu().PDUDestruct();
+        EXPECT_EQ(radio.Connected(), 0) << "the end of the library leaves no dongle connected";
+        EXPECT_EQ(radio.Violations(), 0u) << radio.Command("violations");
+    }
+
+    static void Construct() {
+        const Settings settings = {.useBle = true};
+        settings.Store();
+        ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    }
+    // One scan: how many of the library's modules are available.
+    static int Scan() {
+        const auto modules = GetModuleIds();
+        int count = 0;
+        for (UNUM32 i = 0; modules != nullptr && i < modules->NumEntries; ++i)
+            count += modules->pModuleData[i].ModuleStatus != PDU_MODST_NOT_AVAIL ? 1 : 0;
+        return count;
+    }
+    static bool ScanUntil(int count) {
+        return Eventually([count] { return Scan() == count; });
+    }
+    // A module of the last scan; PDU_HANDLE_UNDEF: it is not among them.
+    static UNUM32 ModuleOf(int dongle) {
+        const auto modules = GetModuleIds();
+        for (UNUM32 i = 0; modules != nullptr && i < modules->NumEntries; ++i) {
+            const PDU_MODULE_DATA& module = modules->pModuleData[i];
+            if (std::strstr(module.pVendorModuleName, Radio::kSerialNumbers[dongle]) != nullptr) {
+                return module.hMod;
+            }
+        }
+        return PDU_HANDLE_UNDEF;
+    }
+    static std::string VinOf(UNUM32 hMod) {
+        EngineLink link(hMod);
+        const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+        return outcome.results.size() == 1 ? Hex(outcome.results[0].data) : "no answer";
+    }
+    // What the demonstration car's engine control unit answers to ReadVin.
+    static bool IsVin(const std::string& answer) { return answer.starts_with("62 F1 90 57 54 "); }
+
+    // Connections to dongle 0 in this test.
+    int Connections() { return radio.State()["connections"].get<int>() - connections_before; }
+    bool Logs(const std::string& pattern) {
+        return Eventually([&] { return log.HasLike(pattern); });
+    }
+
+    Radio radio;
+    LogCapture log;
+    StdoutCapture console;
+    int connections_before = 0;
+};
+
+// Constructed, and the dongle found.
+class ConnectedBleDongle : public BleDongles {
+protected:
+    void SetUp() override {
+        BleDongles::SetUp();
+        Construct();
+        hMod = FindModule();
+        ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+        ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    }
+
+    UNUM32 hMod = PDU_HANDLE_UNDEF;
+};
+
+}  // namespace conformance

@@ -1,0 +1,122 @@
+// Requests to a dongle that is connected by Bluetooth LE.
+#include <chrono>
+
+#include "conformance/ble/ble_fixture.h"
+#include "conformance/replug/recovery.h"
+
+namespace conformance {
+namespace {
+
+using BleLink = ConnectedBleDongle;
+
+// The car's item that may be written, and holds as much as one likes.
+constexpr UNUM8 kItem[] = {0x01, 0x00};
+constexpr std::size_t kLongBytes = 4000;
+constexpr std::size_t kRequestHeader = 32;
+constexpr std::size_t kFragmentBytes = 244 - 16;
+
+std::vector<UNUM8> LongWrite() {
+    std::vector<UNUM8> request = {0x2E, kItem[0], kItem[1]};
+    while (request.size() < kLongBytes)
+        request.push_back(static_cast<UNUM8>(request.size() * 7));
+    return request;
+}
+
+TEST_F(BleLink, CarriesFourThousandBytesInFragmentsBothWays) {
+    EngineLink link(hMod);
+    const std::vector<UNUM8> request = LongWrite();
+    radio.Command("record clear");
+    const Outcome written = link.Request(request);
+    ASSERT_EQ(written.results.size(), 1u);
+    EXPECT_EQ(Hex(written.results[0].data), "6E 01 00");
+    const std::size_t fragments =
+        (kRequestHeader + kLongBytes + kFragmentBytes - 1) / kFragmentBytes;
+    EXPECT_EQ(radio.Count("in FRAG"), fragments);
+    EXPECT_EQ(radio.Count("in CREQ"), 1u);
+
+    const Outcome read = link.Request({0x22, kItem[0], kItem[1]});
+    ASSERT_EQ(read.results.size(), 1u);
+    std::vector<UNUM8> expected = request;
+    expected[0] = 0x62;
+    EXPECT_EQ(read.results[0].data, expected);
+}
+
+TEST_F(BleLink, AnswersAPing) {
+    radio.Command("record clear");
+    radio.Command("ping 010203");
+    EXPECT_TRUE(radio.WaitFor(1, "in REPL"));
+}
+
+TEST_F(BleLink, DropsNotificationsThatHoldNoWholePacket) {
+    radio.Command("notify 4E45444908");
+    EXPECT_TRUE(Logs("[BLE] Received packet too small: 5 bytes"));
+    radio.Command("notify 4E45444909000000");
+    EXPECT_TRUE(Logs("[BLE-RX] Invalid packet length: 9 (received 8 bytes)"));
+    radio.Command("notify 4E45444907000000");
+    EXPECT_TRUE(Logs("[BLE-RX] Invalid packet length: 7 (received 8 bytes)"));
+    EXPECT_TRUE(IsVin(VinOf(hMod)));
+}
+
+TEST_F(BleLink, WriteThatFailsIsLoggedAndNotRepeated) {
+    EngineLink link(hMod);
+    SetNumber("CP_P2Max", 100'000);
+    radio.Set(0, R"({"write_status": 2})");
+    radio.Command("record clear");
+    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
+    EXPECT_TRUE(outcome.results.empty());
+    EXPECT_TRUE(log.HasLike("[BLE-TX] Failed to write: *"));
+    EXPECT_EQ(radio.Count("in CREQ"), 0u);
+    radio.Set(0, R"({"write_status": 0})");
+    EXPECT_TRUE(IsVin(VinOf(hMod)));
+}
+
+TEST_F(BleLink, VanishingInTheMiddleOfARequestEndsItAtOnceAndTheNextScanFindsTheDongleAgain) {
+    {
+        EngineLink link(hMod);
+        SetNumber("CP_P2Max", 60'000'000);
+        ControlData control(PositiveRead());
+        radio.Command("record clear");
+        radio.Command(R"(next 1 {"lost": true})");
+        const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        ASSERT_TRUE(radio.WaitFor(1, "in CREQ"));
+        radio.Command("unplug");
+        const Outcome outcome = link.WaitFor(hCoP);  // sooner than the time of the request
+        EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
+        EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    }
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    radio.Command("replug");
+    ASSERT_TRUE(ScanUntil(1));
+    hMod = ModuleOf(0);
+    EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(IsVin(VinOf(hMod)));
+}
+
+// The dongle goes on advertising: only the way to it was lost.
+TEST_F(BleLink, ScanAfterALostConnectionConnectsAnew) {
+    radio.Command("lose");
+    ASSERT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
+    EXPECT_EQ(radio.Connected(), 1);
+}
+
+class BleSmallMtu : public BleDongles {};
+
+// The login comes in fragments; a request does not fit, and is never cut.
+TEST_F(BleSmallMtu, RequestThatDoesNotFitFailsItsWrite) {
+    radio.Set(0, R"({"mtu": 40})");
+    Construct();
+    const UNUM32 hMod = FindModule();
+    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+    EngineLink link(hMod);
+    SetNumber("CP_P2Max", 100'000);
+    radio.Command("record clear");
+    const Outcome outcome = link.Request({0x22, 0xF1, 0x90, 0xF1, 0x87, 0xF1, 0x95});
+    EXPECT_TRUE(outcome.results.empty());
+    EXPECT_TRUE(log.HasLike("[BLE-TX] Failed to write: *"));
+    EXPECT_EQ(radio.Count("in"), 0u);
+}
+
+}  // namespace
+}  // namespace conformance

@@ -1,0 +1,116 @@
+// Which dongles a scan finds, and what it says of the others.
+#include <chrono>
+
+#include "conformance/ble/ble_fixture.h"
+
+namespace conformance {
+namespace {
+
+using BleScan = BleDongles;
+
+TEST_F(BleScan, FindsADongleByItsAdvertisementAndAsksItsCar) {
+    Construct();
+    const UNUM32 hMod = FindModule();
+    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+    const auto modules = GetModuleIds();
+    ASSERT_EQ(modules->NumEntries, 1u);
+    EXPECT_STREQ(modules->pModuleData[0].pVendorModuleName,
+                 "VendorName='Tarvik' ModuleName='Brennix demo' SerialNumber='02:42:52:4E:58:01' "
+                 "PersonalVciID='Brennix demo' ConnectionType='BLE' Status='available'");
+    EXPECT_STREQ(modules->pModuleData[0].pVendorAdditionalInfo, "Interface='Bluetooth'");
+    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(IsVin(VinOf(hMod)));
+    EXPECT_EQ(log.MissingOf({"[BLE] Started BLE scanning, status: 1",
+                             "[BLE] Found Brennix device: 02:42:52:4E:58:01, RSSI: -60 dBm",
+                             "[BLE] Stopped BLE scanning, found 1 potential devices",
+                             "[BLE] Connecting to device: 02:42:52:4E:58:01",
+                             "[BLE] Found target characteristic", "[BLE] Notifications enabled",
+                             "[BLE] Device connected and ready",
+                             "[BLE] Successfully connected and added device",
+                             "[BLE] BleUpdateDevices complete, added 1 devices"}),
+              "");
+}
+
+TEST_F(BleScan, ConnectsOnceWhatAdvertisesManyTimesOrWhileItIsConnected) {
+    radio.Set(0, R"({"advertises_connected": true, "interval_ms": 5})");
+    Construct();
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_EQ(Scan(), 1);
+    EXPECT_GE(radio.State()["advertised"].get<int>(), 2);
+    EXPECT_EQ(Connections(), 1);
+    EXPECT_EQ(GetModuleIds()->NumEntries, 1u);
+}
+
+TEST_F(BleScan, IgnoresOtherNamesAndSeesANameInTheScanResponse) {
+    radio.Reset(6);
+    radio.Set(0, R"({"name_in_response": true})");
+    radio.Set(1, R"({"name": "Brennix 2"})");
+    radio.Set(2, R"({"name": "Brenni"})");
+    radio.Set(3, R"({"name": "brennix"})");
+    radio.Set(4, R"({"name": null})");
+    radio.Set(5, R"({"name": ""})");
+    Construct();
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_NE(ModuleOf(0), PDU_HANDLE_UNDEF);
+    EXPECT_EQ(radio.Connected(), 1);
+    EXPECT_EQ(log.CountLike("[BLE] Found Brennix device: *"), 1u);
+}
+
+// Each of them fails in its own way, once; the next scans find all of them.
+TEST_F(BleScan, ReportsOnlyDonglesThatAnswerAndTheOthersOnceTheyDo) {
+    radio.Reset(8);
+    radio.Set(1, R"({"refuse": "no"})");
+    radio.Set(2, R"({"service": false})");
+    radio.Set(3, R"({"characteristic": false})");
+    radio.Set(4, R"({"subscribe_status": 3})");
+    radio.Set(5, R"({"services_status": 1})");
+    radio.Run(6, R"(dongle {"busy_identify": 1})");
+    radio.Run(7, "ignore IDEN 1");
+    Construct();
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_NE(ModuleOf(0), PDU_HANDLE_UNDEF);
+    EXPECT_TRUE(log.Has("[BLE] Failed to connect to device"));
+    EXPECT_TRUE(log.Has("[BLE] Failed to get GATT services"));
+    EXPECT_TRUE(log.Has("[BLE] Target service not found"));
+    EXPECT_TRUE(log.Has("[BLE] Target characteristic not found"));
+    EXPECT_TRUE(log.Has("[BLE] Failed to enable notifications"));
+    EXPECT_TRUE(log.Has("[BLE] Device returned BUSY"));
+    EXPECT_TRUE(log.Has("[BLE] Timeout waiting for login packet"));
+}
+
+TEST_F(BleScan, AdapterThatIsOffOrAbsentMakesAnEmptyScan) {
+    Construct();
+    for (const char* const state : {"off", "absent"}) {
+        radio.Command(std::string("adapter ") + state);
+        const LogCapture lines;
+        EXPECT_TRUE(Eventually([&] {
+            EXPECT_EQ(Scan(), 0);
+            return lines.HasLike("[BLE] BLE scanning failed: *");
+        })) << state;
+    }
+    radio.Command("adapter on");
+    EXPECT_TRUE(ScanUntil(1));
+}
+
+TEST_F(BleScan, FindsTheDongleAgainAfterASecondConstruct) {
+    for (int round = 0; round < 2; ++round) {
+        Construct();
+        const UNUM32 hMod = FindModule();
+        ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+        EXPECT_TRUE(IsVin(VinOf(hMod)));
+        ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        EXPECT_EQ(radio.Connected(), 0);
+    }
+}
+
+TEST_F(BleScan, DestructDuringAScanDoesNotWaitForItsEnd) {
+    Construct();
+    ASSERT_EQ(radio.Connected(), 0);
+    Thread scanning([] { GetModuleIds(); });
+    ASSERT_TRUE(Eventually([&] { return radio.State()["scanning"].get<int>() == 1; }));
+    EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(Eventually([&] { return radio.State()["scanning"].get<int>() == 0; }));
+}
+
+}  // namespace
+}  // namespace conformance

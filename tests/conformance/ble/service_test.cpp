@@ -1,0 +1,61 @@
+// The Linux Bluetooth service: absent, restarted, unwilling.
+#include "conformance/ble/ble_fixture.h"
+
+namespace conformance {
+namespace {
+
+class Service : public Simulator {
+public:
+    Service() : Simulator("BRENNIX_BLUEZ_CONTROL") {}
+};
+
+class BluetoothService : public BleDongles {
+protected:
+    void SetUp() override {
+        service.Command("start");
+        BleDongles::SetUp();
+    }
+    // A scan that finds nothing and says why.
+    void ExpectFailedScan() {
+        const LogCapture lines;
+        EXPECT_EQ(Scan(), 0);
+        EXPECT_TRUE(lines.HasLike("[BLE] BLE scanning failed: *"));
+    }
+
+    Service service;
+};
+
+TEST_F(BluetoothService, AbsentMakesAnEmptyScanAndItsReturnIsFound) {
+    service.Command("stop");
+    Construct();
+    ExpectFailedScan();
+    service.Command("start");
+    EXPECT_TRUE(ScanUntil(1));
+}
+
+TEST_F(BluetoothService, RestartLosesTheConnectionAndTheNextScanFindsTheDongleAgain) {
+    Construct();
+    ASSERT_TRUE(ScanUntil(1));
+    service.Command("stop");
+    service.Command("start");
+    EXPECT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
+}
+
+TEST_F(BluetoothService, RefusalOfTheScanIsLogged) {
+    Construct();
+    service.Command("fail 1 StartDiscovery org.freedesktop.DBus.Error.AccessDenied no rights");
+    ExpectFailedScan();
+    EXPECT_TRUE(ScanUntil(1));
+}
+
+TEST_F(BluetoothService, AbortedConnectionIsTriedOnceMore) {
+    radio.Set(0, R"({"refuse": "le-connection-abort-by-local", "refuse_count": 1})");
+    Construct();
+    EXPECT_EQ(Scan(), 1);
+    EXPECT_FALSE(log.Has("[BLE] Failed to connect to device"));
+}
+
+}  // namespace
+}  // namespace conformance
