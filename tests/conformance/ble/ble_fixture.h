@@ -13,6 +13,7 @@
 #include "conformance/framework/settings.h"
 #include "conformance/framework/vehicle.h"
 #include "conformance/framework/waiting.h"
+#include "conformance/replug/recovery.h"
 
 namespace conformance {
 
@@ -27,6 +28,7 @@ protected:
         connections_before = radio.State()["connections"].get<int>();
     }
     void TearDown() override {
+        modules.reset();
         Pdu().PDUDestruct();
         EXPECT_EQ(radio.Connected(), 0) << "the end of the library leaves no dongle connected";
         EXPECT_EQ(radio.Violations(), 0u) << radio.Command("violations");
@@ -38,19 +40,18 @@ protected:
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
     }
     // One scan: how many of the library's modules are available.
-    static int Scan() {
-        const auto modules = GetModuleIds();
+    int Scan() {
+        modules = GetModuleIds();
         int count = 0;
         for (UNUM32 i = 0; modules != nullptr && i < modules->NumEntries; ++i)
-            count += modules->pModuleData[i].ModuleStatus != PDU_MODST_NOT_AVAIL ? 1 : 0;
+            count += ModuleStatus(modules->pModuleData[i].hMod) != PDU_MODST_NOT_AVAIL ? 1 : 0;
         return count;
     }
-    static bool ScanUntil(int count) {
-        return Eventually([count] { return Scan() == count; });
+    bool ScanUntil(int count) {
+        return Eventually([this, count] { return Scan() == count; });
     }
     // A module of the last scan; PDU_HANDLE_UNDEF: it is not among them.
-    static UNUM32 ModuleOf(int dongle) {
-        const auto modules = GetModuleIds();
+    UNUM32 ModuleOf(int dongle) const {
         for (UNUM32 i = 0; modules != nullptr && i < modules->NumEntries; ++i) {
             const PDU_MODULE_DATA& module = modules->pModuleData[i];
             if (std::strstr(module.pVendorModuleName, Radio::kSerialNumbers[dongle]) != nullptr) {
@@ -77,6 +78,7 @@ protected:
     LogCapture log;
     StdoutCapture console;
     int connections_before = 0;
+    ItemPtr<PDU_MODULE_ITEM> modules;  // of the last scan
 };
 
 // Constructed, and the dongle found.
@@ -85,8 +87,8 @@ protected:
     void SetUp() override {
         BleDongles::SetUp();
         Construct();
-        hMod = FindModule();
-        ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
+        ASSERT_TRUE(ScanUntil(1));
+        hMod = ModuleOf(0);
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
     }
 

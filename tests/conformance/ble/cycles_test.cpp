@@ -1,4 +1,4 @@
-// Dongles that come and go for a long time, and one that takes too long to connect.
+// Dongles that come and go for a long time.
 #include "conformance/ble/ble_fixture.h"
 #include "conformance/framework/rounds.h"
 #include "conformance/framework/steadiness.h"
@@ -29,15 +29,6 @@ TEST_F(BleCycles, LostAndFoundDonglesLeaveNothingBehind) {
     const ProcessFigures after = MeasureSettled(before);
     console.Text();
     ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after);
-}
-
-TEST_F(BleCycles, ConnectionThatTakesMoreThanThirtySecondsIsFoundByALaterScan) {
-    radio.Set(0, R"({"connect_ms": 31000})");
-    Construct();
-    EXPECT_EQ(Scan(), 0);
-    EXPECT_TRUE(log.Has("[BLE] Connection timeout"));
-    EXPECT_TRUE(Eventually([] { return Scan() == 1; }, std::chrono::seconds(60)));
-    EXPECT_EQ(Connections(), 1);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <chrono>
 
 #include "conformance/ble/ble_fixture.h"
-#include "conformance/replug/recovery.h"
 
 namespace conformance {
 namespace {
@@ -88,11 +87,12 @@ TEST_F(BleLink, VanishingInTheMiddleOfARequestEndsItAtOnceAndTheNextScanFindsThe
         EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
         EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
     }
-    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
+    ASSERT_TRUE(ScanUntil(0));
     radio.Command("replug");
-    ASSERT_TRUE(ScanUntil(1));
-    hMod = ModuleOf(0);
-    EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(Eventually([this] {
+        Scan();
+        return Pdu().PDUModuleConnect(hMod) == PDU_STATUS_NOERROR;
+    }));
     EXPECT_TRUE(IsVin(VinOf(hMod)));
 }
 
@@ -111,9 +111,8 @@ class BleSmallMtu : public BleDongles {};
 TEST_F(BleSmallMtu, RequestThatDoesNotFitFailsItsWrite) {
     radio.Set(0, R"({"mtu": 40})");
     Construct();
-    const UNUM32 hMod = FindModule();
-    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
-    EngineLink link(hMod);
+    ASSERT_TRUE(ScanUntil(1));
+    EngineLink link(ModuleOf(0));
     ControlData control;
     radio.Command("record clear");
     link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90, 0xF1, 0x87, 0xF1, 0x95}, control.Data());
