@@ -87,13 +87,20 @@ TEST_F(BleLink, VanishingInTheMiddleOfARequestEndsItAtOnceAndTheNextScanFindsThe
         EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
         EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
     }
+    radio.Command("replug");
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_TRUE(IsVin(VinOf(hMod)));
+}
+
+TEST_F(BleLink, DongleThatAScanMissedIsFoundAfterAnotherConstruct) {
+    radio.Command("unplug");
     ASSERT_TRUE(ScanUntil(0));
     radio.Command("replug");
-    EXPECT_TRUE(Eventually([this] {
-        Scan();
-        return Pdu().PDUModuleConnect(hMod) == PDU_STATUS_NOERROR;
-    }));
-    EXPECT_TRUE(IsVin(VinOf(hMod)));
+    modules.reset();
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+    Construct();
+    ASSERT_TRUE(ScanUntil(1));
+    EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
 }
 
 // The dongle goes on advertising: only the way to it was lost.
