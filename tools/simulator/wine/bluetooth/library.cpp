@@ -76,6 +76,7 @@ __declspec(dllexport) HRESULT WINAPI
 // What the program did wrong since the last report and what it has not released, one line each,
 // once everything under way has arrived. Returns the length of the whole text.
 __declspec(dllexport) std::size_t BrennixBluetoothReport(char* text, std::size_t capacity) {
+    if (brennix::RadioClient::Get() != nullptr) brennix::AwaitRadio();
     brennix::Threads().Drain();
     const std::string report = brennix::TakeReport();
     if (capacity > 0) {

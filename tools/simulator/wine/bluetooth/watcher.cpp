@@ -249,4 +249,13 @@ void AbortWatchers() {
     TheAir().watchers.clear();
 }
 
+// By an exchange that changes nothing.
+void AwaitRadio() {
+    {
+        const std::lock_guard hold(TheAir().lock);
+        if (!TheAir().watchers.empty()) return;
+    }
+    AskToScan("off");
+}
+
 }  // namespace brennix
