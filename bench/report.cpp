@@ -56,7 +56,7 @@ static void AddRow(const char* table, const std::vector<std::string>& cells) {
 }
 
 static std::string Against(double ratio, double goal) {
-    const std::string measured = Text("%.2f", ratio);
+    std::string measured = Text("%.2f", ratio);
     if (goal <= 0) return measured;
     return measured + (ratio <= goal ? " (≤ " : " (**missed**: ≤ ") + Text("%.2f", goal) + ")";
 }

@@ -78,11 +78,12 @@ void StartWorker(const char* function, LinkRecord* link) {
 
 // The array grows by one entry per creation. False: memory is out.
 bool ReserveLinkHandle(ModuleSlot& slot) {
-    auto** larger = static_cast<LinkRecord**>(
-        AllocateArray(slot.link_count + std::size_t{1}, sizeof(LinkRecord*)));
+    using Entry = LinkRecord*;
+    auto* larger =
+        static_cast<Entry*>(AllocateArray(slot.link_count + std::size_t{1}, sizeof(Entry)));
     if (larger == nullptr) return false;
     if (slot.link_count > 0) {
-        std::memcpy(larger, slot.links, slot.link_count * sizeof(LinkRecord*));
+        std::memcpy(larger, slot.links, slot.link_count * sizeof(Entry));
     }
     FreeMem(slot.links);
     slot.links = larger;

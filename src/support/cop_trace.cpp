@@ -63,7 +63,8 @@ std::uint64_t TraceTimeUs() {
 // --- lines ---
 
 static std::uint64_t NextSequence() {
-    return static_cast<std::uint64_t>(sequence.fetch_add(1, std::memory_order_relaxed) + 1);
+    const auto last = static_cast<std::uint64_t>(sequence.fetch_add(1, std::memory_order_relaxed));
+    return last + 1;
 }
 
 static void WriteIds(TraceWriter* line) {

@@ -96,7 +96,7 @@ static std::shared_ptr<BleConnectRequest> FindAttempt(std::uint64_t address) {
 
 std::shared_ptr<BleConnectRequest> RequestBleConnection(std::uint64_t address) {
     if (auto attempt = FindAttempt(address)) return attempt;
-    const auto request = MakeBleShared<BleConnectRequest>(ble->radio, address);
+    auto request = MakeBleShared<BleConnectRequest>(ble->radio, address);
     request->completed = OsEventCreate(EventReset::kManual);
     if (request->completed == nullptr) {
         Log(kLogTrace, "[BLE] Failed to create completion event");

@@ -99,7 +99,7 @@ static Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_p
     });
     client->io.restart();
     bool in_time = true;
-    while (!done) {
+    while (!done) {  // NOLINT(bugprone-infinite-loop): the handler sets it
         if (in_time && client->io.run_one_until(deadline) > 0) continue;
         if (in_time) CloseSockets(client);
         in_time = false;
@@ -367,7 +367,7 @@ static Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buf
         done = true;
     });
     client->io.restart();
-    while (!done)
+    while (!done)  // NOLINT(bugprone-infinite-loop): the handler sets it
         client->io.run_one();
     return result;
 }

@@ -105,7 +105,9 @@ TEST_F(ComParamFields, FreshStructFieldsHaveTheirTypeAndRoom) {
         EXPECT_EQ(Structs(row.name)->ParamMaxEntries, row.max) << row.name;
         EXPECT_EQ(Structs(row.name)->ParamActEntries, 1u) << row.name;
         const auto* bytes = static_cast<UNUM8*>(Structs(row.name)->pStructArray);
-        EXPECT_EQ(std::count(bytes, bytes + 6 * row.max, 0), 6 * row.max) << row.name;
+        const std::size_t size = std::size_t{6} * row.max;
+        EXPECT_EQ(std::count(bytes, bytes + size, 0), static_cast<std::ptrdiff_t>(size))
+            << row.name;
     }
 }
 

@@ -135,7 +135,7 @@ TEST_F(SecureIdentify, PacketOfAnotherTypeIsNoAnswer) {
 TEST_F(SecureIdentify, EveryBitOfTheSealedAnswerCounts) {
     ASSERT_TRUE(Establish(vector_));
     const Bytes& sealed = vector_.packets[7].sealed;
-    for (std::size_t bit = 8 * 8; bit < sealed.size() * 8; ++bit) {
+    for (std::size_t bit = std::size_t{8} * 8; bit < sealed.size() * 8; ++bit) {
         Bytes flipped = sealed;
         flipped[bit / 8] = static_cast<std::uint8_t>(flipped[bit / 8] ^ 1 << bit % 8);
         PacketPtr packet = PacketFrom(flipped);

@@ -189,7 +189,7 @@ TEST_F(SecureSession, ShortestInnerPacketIsAHeader) {
 
 TEST_F(SecureSession, EveryBitBehindTheHeaderCounts) {
     const SealedVector& first = *from_relay_[0];
-    for (std::size_t bit = 8 * 8; bit < first.sealed.size() * 8; ++bit) {
+    for (std::size_t bit = std::size_t{8} * 8; bit < first.sealed.size() * 8; ++bit) {
         Bytes flipped = first.sealed;
         flipped[bit / 8] = static_cast<std::uint8_t>(flipped[bit / 8] ^ 1 << bit % 8);
         ASSERT_EQ(Open(flipped), Bytes()) << "bit " << bit;

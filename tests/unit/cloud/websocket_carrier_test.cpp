@@ -113,7 +113,11 @@ TEST_F(WebSocketCarrier, EachStepThatFailsIsNamedAndTheNextAttemptSucceeds) {
     config.useProxy = true;
     SetText(config.proxyAddress, "proxy.test");
     config.disableCertValidation = true;
-    const std::pair<WebSocketStep, const char*> rows[] = {
+    struct Row {
+        WebSocketStep step;
+        const char* line;
+    };
+    const Row rows[] = {
         {WebSocketStep::kServer, "Failed to convert server address to UTF-16"},
         {WebSocketStep::kEndpoint, "Failed to convert server endpoint to UTF-16"},
         {WebSocketStep::kProxyAddress, "Failed to convert proxy address to UTF-16"},
@@ -128,9 +132,10 @@ TEST_F(WebSocketCarrier, EachStepThatFailsIsNamedAndTheNextAttemptSucceeds) {
         {WebSocketStep::kReceive, "WinHttpReceiveResponse Failed: 12152"},
         {WebSocketStep::kComplete, "WinHttpWebSocketCompleteUpgrade Failed: 12152"},
     };
-    for (const auto& [step, line] : rows) {
+    for (const auto& row : rows) {
+        const std::string line = row.line;
         LogCapture log;
-        network_.FailWebSocket(step, kErrorInvalidResponse);
+        network_.FailWebSocket(row.step, kErrorInvalidResponse);
         kCloudTransport.Start();
         EXPECT_TRUE(Eventually([&] { return log.Has(line); })) << line;
         network_.FailWebSocket(WebSocketStep::kNone, 0);
