@@ -7,14 +7,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 system=${1:-}
 case $system in
-linux) host=linux preset=linux-release launcher=() ;;
-windows) host=wine preset=windows-release launcher=(scripts/run-wine.sh) ;;
+linux) host=linux dpdu=(build/linux-release/dpdu) ;;
+windows) host=wine dpdu=(scripts/run-wine.sh build/windows-release/dpdu.exe) ;;
 *)
     echo "demo: expected linux or windows, found '$system'" >&2
     exit 2
     ;;
 esac
-dpdu=("${launcher[@]}" "build/$preset/dpdu")
 
 # The second half: runs with the simulated dongle in reach.
 if [ "${2:-}" = session ]; then
@@ -45,8 +44,8 @@ else
     # A prefix of the demonstration's own, whose folders may stay as they are set here.
     export TARVIK_WINEPREFIX=$PWD/build/wine/demo-prefix
     windows_path() { echo "Z:${1//\//\\}"; }
-    scripts/run-wine.sh "build/$preset/wine_port.exe" folders "$(windows_path "$scratch/config")" \
-        "$(windows_path "$scratch/tmp")"
+    scripts/run-wine.sh build/windows-release/wine_port.exe folders \
+        "$(windows_path "$scratch/config")" "$(windows_path "$scratch/tmp")" >"$scratch/wine.log"
 fi
 
 echo "A simulated dongle with three control units behind it, in reach of Bluetooth ($system)"
@@ -55,4 +54,4 @@ tests/fixtures/run_with_radio.sh "$host" --tools build/linux-release -- "$0" "$s
 log=$(grep -l 'type: GARF' "$scratch"/tmp/dpdu_debug_*.log | head -n 1)
 echo
 echo "The debug log of the long request:"
-grep -F -m 36 '[BLE' "$log" | cut -c1-110
+grep -F '[BLE' "$log" | tail -n 36 | cut -c1-110
