@@ -86,6 +86,7 @@ PacketPtr NextCloudPacket() {
     return packet;
 }
 
+// Deliberate: as it was to be sent, sealed; the next session seals it once more.
 void PutBackCloudPacket(PacketPtr packet) { AppendPacket(&cloud->queues.tx, packet, kNoTag); }
 
 }  // namespace tarvik

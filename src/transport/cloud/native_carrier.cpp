@@ -6,6 +6,7 @@
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/cloud_traffic.h"
 #include "transport/cloud/server_address.h"
+#include "transport/cloud/tcp_lookup.h"
 #include "transport/cloud/tcp_socket.h"
 
 namespace tarvik {
@@ -102,7 +103,8 @@ static TcpSocket* ConnectToRelay(const ServerAddress& address) {
     FormatText(port, sizeof port, "%u", static_cast<unsigned>(address.port));
     CloudLog("Connecting to %s:%s\n", address.host, port);
     TcpAddresses* addresses = nullptr;
-    const int result = ResolveTcp(address.host, port, &addresses);
+    const int result = LookUpTcp(address.host, port, cloud->quitRequested, &addresses);
+    if (result == kLookUpAborted) return nullptr;
     if (result != 0) {
         CloudLog("[Cloud] ERROR: getaddrinfo failed for %s:%s (%d)\n", address.host, port, result);
         return nullptr;

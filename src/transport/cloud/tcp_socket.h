@@ -13,7 +13,8 @@ struct TcpAddresses;
 void StartNetwork();
 void EndNetwork();
 
-// getaddrinfo for a stream of any address family: 0, or its error code. Not to be interrupted.
+// getaddrinfo for a stream of any address family: 0, or its error code. Not to be
+// interrupted; see LookUpTcp.
 int ResolveTcp(const char* host, const char* port, TcpAddresses** addresses);
 void FreeTcpAddresses(TcpAddresses* addresses);
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 
 #include "support/memory.h"
+#include "transport/cloud/tcp_addresses_posix.h"
 
 namespace tarvik {
 
@@ -21,10 +22,6 @@ struct TcpSocket {
     int file = -1;
     std::atomic<bool> aborted{false};
     bool peer_ended = false;  // the receive thread's
-};
-
-struct TcpAddresses {
-    addrinfo* first = nullptr;
 };
 
 void StartNetwork() {}

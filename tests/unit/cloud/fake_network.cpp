@@ -38,6 +38,7 @@ void FakeNetwork::Reset() {
     aborted_ = false;
     reception_ = Reception::kAccept;
     resolve_error_ = 0;
+    resolving_held_ = false;
     send_error_ = 0;
     failing_step_ = WebSocketStep::kNone;
     connections_ = 0;
@@ -99,6 +100,10 @@ std::string FakeNetwork::Target() {
 
 int FakeNetwork::Resolve(const std::string& target) {
     SetTarget(target);
+    ++resolving_;
+    while (resolving_held_)
+        SleepMs(1);
+    --resolving_;
     return resolve_error_;
 }
 

@@ -52,6 +52,8 @@ public:
     // --- the relay's side ---
     void Receive(Reception reception) { reception_ = reception; }
     void FailResolving(int error) { resolve_error_ = error; }
+    void HoldResolving(bool hold) { resolving_held_ = hold; }
+    std::uint32_t Resolving() const { return resolving_; }  // look-ups that are under way
     void FailWebSocket(WebSocketStep step, std::uint32_t error);
     void FailSending(std::uint32_t error = kErrorConnectionBroken) { send_error_ = error; }
     void Deliver(const Bytes& bytes, MessageKind kind = MessageKind::kBinary);
@@ -102,6 +104,8 @@ private:
     std::atomic<bool> aborted_{false};
     std::atomic<Reception> reception_{Reception::kAccept};
     std::atomic<int> resolve_error_{0};
+    std::atomic<bool> resolving_held_{false};
+    std::atomic<std::uint32_t> resolving_{0};
     std::atomic<std::uint32_t> send_error_{0};
     std::atomic<WebSocketStep> failing_step_{WebSocketStep::kNone};
     std::atomic<std::uint32_t> step_error_{0};

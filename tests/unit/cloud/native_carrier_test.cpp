@@ -165,5 +165,19 @@ TEST_F(NativeCarrier, StreamThatEndsOnALengthBelowAHeaderComesBack) {
     EXPECT_TRUE(IsUp());
 }
 
+// The system cannot be asked to end it.
+TEST_F(NativeCarrier, StopLeavesANameThatIsBeingLookedUpToItself) {
+    network_.HoldResolving(true);
+    kCloudTransport.Start();
+    ASSERT_TRUE(Eventually([&] { return network_.Resolving() == 1; }));
+    kCloudTransport.Stop();
+    EXPECT_EQ(network_.Resolving(), 1u);
+    EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
+    EXPECT_FALSE(log_.Mentions("getaddrinfo"));
+    network_.HoldResolving(false);
+    EXPECT_TRUE(Eventually([&] { return network_.NetworkUses() == 0; }));
+    ASSERT_TRUE(Connect());
+}
+
 }  // namespace
 }  // namespace tarvik::test
