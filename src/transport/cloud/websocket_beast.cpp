@@ -20,6 +20,8 @@
 
 #include "platform/lock.h"
 #include "support/memory.h"
+#include "transport/cloud/tcp_addresses_posix.h"
+#include "transport/cloud/tcp_lookup.h"
 #include "transport/cloud/websocket_client.h"
 
 namespace tarvik {
@@ -54,7 +56,6 @@ struct WebSocketClient {
 
     asio::io_context io{1};
     ssl::context tls{ssl::context::tls_client};
-    tcp::resolver resolver{io};
     tcp::socket connecting{io};  // until the stream takes it over
     std::optional<PlainStream> plain_stream;
     std::optional<SecureStream> secure_stream;
@@ -81,7 +82,6 @@ static void WithStream(WebSocketClient* client, Use use) {
 
 static void CloseSockets(WebSocketClient* client) {
     Error ignored;
-    client->resolver.cancel();
     client->connecting.close(ignored);
     WithStream(client, [&](auto& stream) { beast::get_lowest_layer(stream).close(ignored); });
 }
@@ -211,16 +211,13 @@ static HostAndPort ProxyTarget(const WebSocketClient& client) {
 static std::uint32_t OpenConnection(WebSocketClient* client) {
     const HostAndPort target =
         client->use_proxy ? ProxyTarget(*client) : HostAndPort{client->server, client->port};
-    tcp::resolver::results_type found;
-    const Error resolved = RunWithin(client, kConnectLimit, [&](auto done) {
-        client->resolver.async_resolve(
-            target.host, target.port,
-            [&found, done](const Error& error, const tcp::resolver::results_type& results) mutable {
-                found = results;
-                done(error);
-            });
-    });
-    if (resolved) return CodeOf(*client, resolved, kErrorNameNotResolved);
+    TcpAddresses* addresses = nullptr;
+    if (LookUpTcp(target.host.c_str(), target.port.c_str(), client->aborted, &addresses) != 0) {
+        return client->aborted ? kErrorOperationCancelled : kErrorNameNotResolved;
+    }
+    const auto found =
+        tcp::resolver::results_type::create(addresses->first, target.host, target.port);
+    FreeTcpAddresses(addresses);
     const Error connected = RunWithin(client, kConnectLimit, [&](auto done) {
         asio::async_connect(client->connecting, found, done);
     });
