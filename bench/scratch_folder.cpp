@@ -25,14 +25,16 @@ ScratchFolder::~ScratchFolder() {
     std::filesystem::remove_all(path_, ignored);
 }
 
-void ScratchFolder::WriteConfig(bool diagnostics) const {
+void ScratchFolder::WriteConfig(bool diagnostics, std::string_view transport) const {
     const std::filesystem::path folder = path_ / "Tarvik" / "Brennix";
     std::filesystem::create_directories(folder);
-    const char* value = diagnostics ? "true" : "false";
-    std::ofstream(folder / "config.json")
-        << "{\"showDebug\":false,\"useSerial\":true,\"useCloud\":false,\"useBle\":false,"
-           "\"dummyDevice\":false,\"useWebsocket\":false,\"enableCopTrace\":"
-        << value << ",\"enableDebugLogFile\":" << value << "}";
+    std::ofstream file(folder / "config.json");
+    file << "{\"showDebug\":false,\"dummyDevice\":false,\"useWebsocket\":false";
+    for (const std::string_view each : {"useSerial", "useCloud", "useBle"})
+        file << ",\"" << each << "\":" << (each == transport ? "true" : "false");
+    for (const char* const each : {"enableCopTrace", "enableDebugLogFile"})
+        file << ",\"" << each << "\":" << (diagnostics ? "true" : "false");
+    file << "}";
 }
 
 }  // namespace tarvik::bench

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace tarvik::bench {
 
@@ -14,8 +15,8 @@ public:
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-    // The configuration that the next PDUConstruct reads: serial only, diagnostics as said.
-    void WriteConfig(bool diagnostics) const;
+    // The configuration that the next PDUConstruct reads: this transport only, diagnostics as said.
+    void WriteConfig(bool diagnostics, std::string_view transport = "useSerial") const;
 
 private:
     std::filesystem::path path_;

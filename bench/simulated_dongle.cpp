@@ -13,30 +13,38 @@ static std::string PortOf(pid_t simulator, int dongle) {
     return "/tmp/tarvik-bench-" + std::to_string(simulator) + "." + std::to_string(dongle);
 }
 
-void RunUnderSimulator(char** argv, const std::string& vehicle) {
-    if (std::getenv("BRENNIX_SIM_PORTS") != nullptr) return;
-    const std::string file = std::string(TARVIK_BENCH_VEHICLES) + "/" + vehicle + ".json";
-    // Dongles take their names in turns, so that the first has both kinds.
-    const std::string first = PortOf(::getpid(), 0);  // the process stays the same
-    const std::string second = PortOf(::getpid(), 1);
-    std::vector<const char*> command = {TARVIK_BENCH_SIMULATOR,
-                                        "--vehicle",
-                                        file.c_str(),
-                                        "--dongles",
-                                        "2",
-                                        "--usb",
-                                        "ttyACM0",
-                                        "--link",
-                                        first.c_str(),
-                                        "--link",
-                                        second.c_str(),
-                                        "--"};
+// In this process, whose arguments follow.
+[[noreturn]] static void Become(std::vector<const char*> command, char** argv) {
+    const char* const program = command.front();
     for (char** argument = argv; *argument != nullptr; ++argument)
         command.push_back(*argument);
     command.push_back(nullptr);
-    ::execv(TARVIK_BENCH_SIMULATOR, const_cast<char**>(command.data()));
-    std::perror(TARVIK_BENCH_SIMULATOR);
+    ::execv(program, const_cast<char**>(command.data()));
+    std::perror(program);
     std::exit(1);
+}
+
+static std::string VehicleFile(const std::string& vehicle) {
+    return std::string(TARVIK_BENCH_VEHICLES) + "/" + vehicle + ".json";
+}
+
+void RunUnderSimulator(char** argv, const std::string& vehicle) {
+    if (std::getenv("BRENNIX_SIM_PORTS") != nullptr) return;
+    const std::string file = VehicleFile(vehicle);
+    // Dongles take their names in turns, so that the first has both kinds.
+    const std::string first = PortOf(::getpid(), 0);  // the process stays the same
+    const std::string second = PortOf(::getpid(), 1);
+    Become({TARVIK_BENCH_SIMULATOR, "--vehicle", file.c_str(), "--dongles", "2", "--usb", "ttyACM0",
+            "--link", first.c_str(), "--link", second.c_str(), "--"},
+           argv);
+}
+
+void RunUnderRadio(char** argv) {
+    if (std::getenv("BRENNIX_RADIO") != nullptr) return;
+    const std::string file = VehicleFile("demo");
+    Become({TARVIK_BENCH_RADIO, "--vehicle", file.c_str(), "--dongles", "2", "--",
+            TARVIK_BENCH_BLUEZ, "--"},
+           argv);
 }
 
 std::string HiddenPort() { return PortOf(::getppid(), 1); }

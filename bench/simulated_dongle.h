@@ -9,6 +9,9 @@ namespace tarvik::bench {
 // simulator's own.
 void RunUnderSimulator(char** argv, const std::string& vehicle = "demo");
 
+// Likewise, with two dongles in reach of the Bluetooth on this program's own system bus.
+void RunUnderRadio(char** argv);
+
 // The port of a second dongle, before the same vehicle, that the library does not find.
 std::string HiddenPort();
 

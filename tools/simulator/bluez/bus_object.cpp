@@ -29,7 +29,13 @@ BusObject::BusObject(sdbus::IConnection* connection, std::string path, std::stri
     object_->emitInterfacesAddedSignal();
 }
 
-BusObject::~BusObject() { object_->emitInterfacesRemovedSignal({interface_}); }
+BusObject::~BusObject() {
+    try {
+        object_->emitInterfacesRemovedSignal({interface_});
+    } catch (const sdbus::Error&) {
+        // The bus has gone before: nobody is left to be told.
+    }
+}
 
 void BusObject::Register() {
     object_.reset();
