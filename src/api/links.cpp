@@ -78,12 +78,12 @@ void StartWorker(const char* function, LinkRecord* link) {
 
 // The array grows by one entry per creation. False: memory is out.
 bool ReserveLinkHandle(ModuleSlot& slot) {
-    using Entry = LinkRecord*;
-    auto* larger =
-        static_cast<Entry*>(AllocateArray(slot.link_count + std::size_t{1}, sizeof(Entry)));
+    constexpr std::size_t kEntrySize = sizeof(LinkRecord*);  // NOLINT(bugprone-sizeof-expression)
+    auto** larger =
+        static_cast<LinkRecord**>(AllocateArray(slot.link_count + std::size_t{1}, kEntrySize));
     if (larger == nullptr) return false;
     if (slot.link_count > 0) {
-        std::memcpy(larger, slot.links, slot.link_count * sizeof(Entry));
+        std::memcpy(larger, slot.links, slot.link_count * kEntrySize);
     }
     FreeMem(slot.links);
     slot.links = larger;
