@@ -291,6 +291,53 @@ TEST(RelayWebSocket, AnswersTheUpgradeWithAnotherStatusWhenTold) {
     EXPECT_TRUE(Device(relay, Carrier::kWebSocket).Connect());
 }
 
+TEST(RelayWebSocket, RefusesAHeadThatIsTooLong) {
+    RunningRelay relay;
+    const std::string place = relay.Place("WS").substr(5);
+    Socket socket(place.substr(0, place.find('/')));
+    socket.Send("GET / HTTP/1.1\r\nHost: " + std::string(9000, 'a'));
+    EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 431"));
+}
+
+// Before the packet, in its place on the wire: over a WebSocket in a message of its own.
+TEST_P(RelayTest, SendsNoiseBeforeAPacket) {
+    RunningRelay relay({"NHS2 noise DEADBEEF"});
+    Device device(relay, GetParam());
+    device.SendWire(device.MakeFirstMessage());
+    const Bytes noise = {0xDE, 0xAD, 0xBE, 0xEF};
+    const std::size_t frame = GetParam() == Carrier::kWebSocket ? 2 : 0;
+    const Bytes first = device.Wire().Read(frame + noise.size() + frame + 4);
+    ASSERT_EQ(first.size(), frame + noise.size() + frame + 4);
+    EXPECT_TRUE(std::equal(noise.begin(), noise.end(), first.begin() + frame));
+    if (frame == 0) {
+        EXPECT_EQ(LoadU32(first.data() + noise.size()), type::kNhs2);
+    }
+}
+
+TEST(RelayFaults, RefusedConnectionEndsAtOnceAndTheNextOneIsTaken) {
+    RunningRelay relay({"once accept refuse"});
+    Socket refused(relay.Place("TCP"));
+    EXPECT_TRUE(refused.IsAtEnd());
+    EXPECT_TRUE(Device(relay).Connect());
+}
+
+TEST(RelayFaults, ResetConnectionEndsAtOnceAndTheNextOneIsTaken) {
+    RunningRelay relay({"once accept reset"});
+    Socket reset(relay.Place("TCP"));
+    EXPECT_TRUE(reset.IsAtEnd());
+    EXPECT_TRUE(Device(relay).Connect());
+}
+
+TEST(RelayFaults, DeafConnectionIsTakenAndNothingIsReadFromIt) {
+    RunningRelay relay({"once accept deaf"});
+    Device deaf(relay);
+    deaf.SendWire(deaf.MakeFirstMessage());
+    EXPECT_TRUE(Device(relay).Connect());
+    EXPECT_EQ(relay.Command("record count in NHS1"), "ok 1");
+    EXPECT_EQ(relay.Command("reading on"), "ok");
+    EXPECT_EQ(relay.Command("wait 2 10000 in NHS1"), "ok 2");
+}
+
 TEST(RelayFaults, RefusesRulesThatMakeNoSense) {
     RunningRelay relay;
     for (const char* rule : {"NHS2 explode", "NHS2 flip", "in NHS1 flip 3", "accept drop",
@@ -322,23 +369,6 @@ TEST(RelayTls, OpensAWebSocketUnderItsOwnCertificate) {
     EXPECT_EQ(std::string(answer.data(), 12), "HTTP/1.1 101");
     SSL_free(tls);
     SSL_CTX_free(context);
-}
-
-TEST(RelayProxy, ConnectsToTheRelayByName) {
-    RunningRelay relay;
-    relay.Command("proxy map relay.test:443 " + relay.Place("TCP"));
-    Socket socket(relay.Place("PROXY"));
-    socket.Send("CONNECT relay.test:443 HTTP/1.1\r\nHost: relay.test:443\r\n\r\n");
-    EXPECT_TRUE(socket.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 200"));
-    EXPECT_EQ(relay.Command("proxy"), "ok {\"requests\":1,\"tunnels\":1}");
-}
-
-TEST(RelayProxy, SaysWhenThereIsNoSuchPlace) {
-    RunningRelay relay;
-    Socket socket(relay.Place("PROXY"));
-    socket.Send("CONNECT nowhere.test:443 HTTP/1.1\r\nHost: nowhere.test:443\r\n\r\n");
-    EXPECT_TRUE(socket.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 502"));
-    EXPECT_TRUE(socket.IsAtEnd());
 }
 
 }  // namespace

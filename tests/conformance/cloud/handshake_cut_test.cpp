@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
-#include <vector>
 
 #include "conformance/cloud/relay_fixture.h"
 #include "conformance/framework/fresh_process.h"
@@ -21,12 +20,8 @@ constexpr char kFailures[] = "failed attempts: ";
 class HandshakeCut : public EachWay {
 protected:
     void SetUp() override {
-        if (!IsProcessFor(OwnName())) return EachWay::SetUp();
+        if (!IsProcessFor(RunningTest())) return EachWay::SetUp();
         Pdu();  // the relay stays as it is, with the cuts
-    }
-    static std::string OwnName() {
-        const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-        return std::string(test.test_suite_name()) + "." + test.name();
     }
 
     // Each is for one connection, whichever comes first.
@@ -64,16 +59,8 @@ protected:
     }
     // Returns how many attempts of all clients have failed.
     static std::size_t RunClients() {
-        std::vector<ProgramRun> runs(kClients);
-        {
-            std::vector<std::unique_ptr<Thread>> threads;
-            for (ProgramRun& run : runs) {
-                threads.push_back(std::make_unique<Thread>(
-                    [&run, name = OwnName()] { run = RunTestInFreshProcess(name); }));
-            }
-        }
         std::size_t failures = 0;
-        for (const ProgramRun& run : runs) {
+        for (const ProgramRun& run : RunTestInProcesses(RunningTest(), kClients)) {
             EXPECT_EQ(run.exit_code, 0) << run.output;
             const std::size_t at = run.output.find(kFailures);
             if (at == std::string::npos) continue;
@@ -87,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Over, HandshakeCut, testing::Values(Way::kTcp, Way::kWe
                          [](const auto& suite) { return NameOf(suite.param); });
 
 TEST_P(HandshakeCut, BehindEachByteIsAFailedAttemptAndALaterOneSucceeds) {
-    if (IsProcessFor(OwnName())) return RunClient();
+    if (IsProcessFor(RunningTest())) return RunClient();
     const std::size_t cuts = AddCuts();
     EXPECT_EQ(RunClients(), cuts);
     EXPECT_EQ(relay_.Command("fault").find("bytes"), std::string::npos) << "cuts are left";

@@ -25,6 +25,26 @@ TEST_P(RelayedDongle, IsFoundAddressedAndAsked) {
     EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
 }
 
+// The longest that is put together again; it does not fit into one packet of the relay.
+TEST_P(RelayedDongle, LongAnswersComeInFragments) {
+    constexpr std::size_t kLongest = 4096 - 20;  // behind the header of an answer
+    std::vector<UNUM8> wanted = {0x62, 0x21, 0x00};
+    for (std::size_t i = wanted.size(); i < kLongest; ++i)
+        wanted.push_back(static_cast<UNUM8>(i * 7 + i / 256));
+    relay_.Command("data engine 2100 " + Hex({wanted.begin() + 3, wanted.end()}));
+    Construct(SettingsFor(GetParam()));
+    const UNUM32 hMod = FindModule();
+    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    EngineLink link(hMod);
+    for (int i = 0; i < 3; ++i) {
+        const Outcome outcome = link.Request({0x22, 0x21, 0x00}, PositiveRead());
+        ASSERT_EQ(outcome.results.size(), 1u);
+        EXPECT_EQ(outcome.results[0].data, wanted);
+    }
+    EXPECT_EQ(relay_.Count("out FRAG"), 6u);
+    EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
+}
+
 TEST_P(RelayedDongle, ComesBackWithTheRelay) {
     Construct(SettingsFor(GetParam()));
     const UNUM32 hMod = FindModule();

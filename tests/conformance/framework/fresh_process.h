@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
+#include <vector>
 
 #include "conformance/framework/system.h"
 
@@ -18,6 +20,14 @@ struct ProgramRun {
 
 // Runs one test of this program in a process of its own. Any thread.
 ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& variables = {});
+
+// Runs it in `count` processes at once. Each has a number, from 0, for which it asks by
+// ProcessNumber.
+std::vector<ProgramRun> RunTestInProcesses(const std::string& test, std::size_t count);
+std::size_t ProcessNumber();
+
+// "suite.test", of the one that is running.
+std::string RunningTest();
 
 // True in a process that was started for `test`.
 bool IsProcessFor(const std::string& test);

@@ -15,6 +15,8 @@ namespace dpdu {
 namespace {
 
 constexpr char kRelaySubject[] = "relay";
+// TLS itself has failed: some systems say so of a certificate.
+constexpr std::uint32_t kErrorSecureChannel = 12157;
 constexpr std::chrono::seconds kRelayLimit{10};
 constexpr std::chrono::seconds kRelayAbortLimit{2};
 
@@ -148,6 +150,7 @@ private:
                 return WrongRelay("the name " + std::string(url_.server) + " is not known",
                                   "correct websocketAddress" + OrTheProxy());
             case tarvik::kErrorSecureFailure:
+            case kErrorSecureChannel:
                 return WrongRelay("the certificate of " + Name() + " is not accepted",
                                   "add it to the system's store, or look at the clock");
             default:
