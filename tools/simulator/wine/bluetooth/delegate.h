@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "lock.h"
 #include "object.h"
 #include "task_thread.h"
 
@@ -57,7 +58,7 @@ public:
 private:
     const char* const event_;
     const IID id_;
-    mutable std::mutex lock_;
+    mutable Lock lock_;
     std::map<INT64, Ref<Handler>> handlers_;  // guarded by lock_, as is the next
     INT64 last_token_ = 0;
 };

@@ -139,7 +139,7 @@ private:
     const std::uint64_t connection_;
     const ClosedFlag service_closed_;
     const GUID uuid_;
-    std::mutex last_lock_;
+    Lock last_lock_;
     Ref<ValueChangedEventArgs> last_;  // guarded by last_lock_, as is the next
     Ref<StatusOperation> last_write_;
     Handlers<ValueChangedHandler> value_changed_{"ValueChanged", kValueChangedHandler};

@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <mutex>
 
@@ -31,8 +29,10 @@ public:
     void Fail(HRESULT error) { End(Error, error); }
     // Unless it takes long.
     void WaitUntilOver() {
-        std::unique_lock hold(lock_);
-        over_.wait_for(hold, std::chrono::milliseconds(50), [this] { return status_ != Started; });
+        const ULONGLONG begin = ::GetTickCount64();
+        const std::lock_guard hold(lock_);
+        while (status_ == Started && ::GetTickCount64() - begin < kEarlyMs)
+            over_.Wait(lock_, kEarlyMs);
     }
 
     HRESULT STDMETHODCALLTYPE put_Completed(Handler* handler) override {
@@ -94,6 +94,8 @@ public:
     }
 
 private:
+    static constexpr DWORD kEarlyMs = 50;
+
     HRESULT Hand(Result* result) {
         if constexpr (std::is_same_v<Result, Held>) {
             *result = result_;
@@ -111,7 +113,7 @@ private:
             if (status_ != Started) return;
             status_ = status;
             error_ = error;
-            over_.notify_all();
+            over_.WakeAll();
             handler = std::exchange(handler_, {});
         }
         if (!handler) return;
@@ -120,8 +122,8 @@ private:
         });
     }
 
-    std::mutex lock_;
-    std::condition_variable over_;
+    Lock lock_;
+    Condition over_;
     AsyncStatus status_ = Started;  // guarded by lock_, as are the others
     HRESULT error_ = S_OK;
     bool handler_set_ = false;
