@@ -5,6 +5,7 @@
 #include <objbase.h>
 
 #include <future>
+#include <memory>
 #include <thread>
 #include <utility>
 
@@ -21,9 +22,10 @@ void TaskThread::Post(std::function<void()> task) {
 }
 
 void TaskThread::Drain() {
-    std::promise<void> done;
-    Post([&done] { done.set_value(); });
-    done.get_future().wait();
+    // Shared, as the thread is not done with it when the waiter wakes.
+    const auto done = std::make_shared<std::promise<void>>();
+    Post([done] { done->set_value(); });
+    done->get_future().wait();
 }
 
 void TaskThread::Run() {

@@ -1,6 +1,7 @@
 #include "watcher.h"
 
 #include <future>
+#include <memory>
 #include <set>
 
 #include "buffer.h"
@@ -180,12 +181,13 @@ Air& TheAir() {
 
 // What the radio says to a line about scanning.
 std::string AskToScan(const std::string& mode) {
-    std::promise<std::string> answer;
+    // Shared, as the radio's thread is not done with it when the waiter wakes.
+    const auto answer = std::make_shared<std::promise<std::string>>();
     RadioClient::Get()->Ask("scan " + mode, "scanning",
-                            [&answer](const std::optional<std::string>& rest) {
-                                answer.set_value(rest.value_or("refused"));
+                            [answer](const std::optional<std::string>& rest) {
+                                answer->set_value(rest.value_or("refused"));
                             });
-    return answer.get_future().get();
+    return answer->get_future().get();
 }
 
 Watcher::~Watcher() {
