@@ -138,7 +138,9 @@ TEST(DebugLogOfTwoProcesses, AreTwoFiles) {
     const std::string test = "DebugLogOfTwoProcesses.AreTwoFiles";
     constexpr char kSharedFolder[] = "TARVIK_TEST_SHARED_FOLDER";
     if (IsProcessFor(test)) {
-        MoveTempFolder(std::getenv(kSharedFolder));
+        const char* const shared = std::getenv(kSharedFolder);
+        ASSERT_NE(shared, nullptr);
+        MoveTempFolder(shared);
         ConstructWith({.enableCopTrace = true});
         Destruct();
         return;

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -18,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -27,8 +29,6 @@
 #include <mutex>
 
 #include "conformance/framework/surroundings.h"
-
-extern char** environ;
 
 namespace conformance {
 
@@ -305,14 +305,17 @@ SilentPort::SilentPort() {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ::bind(listener, reinterpret_cast<const sockaddr*>(&address), size);
-    ::listen(listener, 0);
-    ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+    const bool listens = ::bind(listener, reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
+                         ::listen(listener, 0) == 0 &&
+                         ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) == 0;
+    EXPECT_TRUE(listens) << std::strerror(errno);
     number_ = ntohs(address.sin_port);
     sockets_.push_back(listener);
     for (int i = 0; i < kEnough; ++i) {
         const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        ::connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
+        // Those that the queue has no room for stay under way.
+        const int connected = ::connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
+        EXPECT_TRUE(connected == 0 || errno == EINPROGRESS) << std::strerror(errno);
         sockets_.push_back(filler);
     }
 }

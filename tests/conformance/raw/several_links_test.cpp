@@ -90,7 +90,7 @@ TEST_F(RawLinks, RequestsOfANormalLinkGoOnBesideRawFrames) {
         ASSERT_EQ(outcome.results.size(), 1u);
         EXPECT_EQ(Hex(outcome.results[0].data).substr(0, 8), "62 F1 90");
     }
-    const auto frames = raw.TakeFrames(10 * kRequests);
+    const auto frames = raw.TakeFrames(std::size_t{10} * kRequests);
     for (const Received& frame : frames)
         EXPECT_EQ(frame.hCoP, hCoP);
     EXPECT_EQ(NextEvent(hMod, engine.hCLL()), nullptr) << "no raw frame strays to the other link";
