@@ -19,7 +19,7 @@ using dpdu::trace::IsoTpFrames;
 
 ClientResult Export(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"trace", "export", "--format"});
-    const ClientResult result = RunClient(arguments);
+    ClientResult result = RunClient(arguments);
     EXPECT_TRUE(result.report.empty()) << "the library was loaded";
     return result;
 }

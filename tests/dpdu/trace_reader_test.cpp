@@ -127,7 +127,7 @@ TEST(TraceReader, BlankLinesAndWindowsLineEndsDoNotCount) {
 }
 
 TEST(TraceReader, LineOfMoreThanAMegabyteIsGivenUpOnce) {
-    const std::string endless(3 * 1024 * 1024, 'x');
+    const std::string endless(std::size_t{3} * 1024 * 1024, 'x');
     for (const std::size_t piece : {std::size_t{100'000}, std::string::npos}) {
         const Reading reading = Read(kGood + endless + "\n" + kGood, piece);
         EXPECT_EQ(reading.report.records, 2u);

@@ -15,7 +15,7 @@ using Json = nlohmann::json;
 
 ClientResult Summarise(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"trace", "summary"});
-    const ClientResult result = RunClient(arguments);
+    ClientResult result = RunClient(arguments);
     EXPECT_TRUE(result.report.empty()) << "the library was loaded";
     return result;
 }

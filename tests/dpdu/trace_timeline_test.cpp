@@ -12,7 +12,6 @@
 
 namespace {
 
-using dpdu::trace::BarScale;
 using dpdu::trace::BarText;
 using dpdu::trace::Exchange;
 using dpdu::trace::ExchangeResult;
@@ -20,7 +19,7 @@ using dpdu::trace::Request;
 
 ClientResult Timeline(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {"trace", "timeline"});
-    const ClientResult result = RunClient(arguments);
+    ClientResult result = RunClient(arguments);
     EXPECT_TRUE(result.report.empty()) << "the library was loaded";
     return result;
 }

@@ -93,7 +93,7 @@ std::string RunningSimulator::ReadLine() {
         if (size <= 0) return "no answer";
         received_.append(bytes, static_cast<std::size_t>(size));
     }
-    const std::string line = received_.substr(0, end);
+    std::string line = received_.substr(0, end);
     received_.erase(0, end + 1);
     return line;
 }

@@ -38,8 +38,9 @@ TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
         EXPECT_EQ(event->hCop, hCoP);
         EXPECT_EQ(event->pCoPTag, &tag);
         EXPECT_EQ(result.RxFlag.NumFlagBytes, 4u);
-        for (UNUM32 i = 0; i < 4; ++i)
+        for (UNUM32 i = 0; i < 4; ++i) {
             EXPECT_EQ(result.RxFlag.pFlagData[i], 0u);
+        }
         EXPECT_EQ(result.TimestampFlags.NumFlagBytes, 0u);
         EXPECT_EQ(result.TxMsgDoneTimestamp, 0u);
         EXPECT_EQ(result.StartMsgTimestamp, 0u);

@@ -91,7 +91,12 @@ TEST_F(BleLifecycleTest, ScanBeforeInitIsRefused) {
 TEST_F(BleLifecycleTest, StopLeavesConnectionsAlone) {
     kBleTransport.Init();
     const auto dongle = FakeRadio::Add();
+    LogCapture log;
     DeviceQueues* queues = Connect();
+    EXPECT_TRUE(Eventually([&] {
+        return log.Has("[BLE] TX thread started") && log.Has("[BLE] RX thread started") &&
+               log.Has("[BLE-TX] Sent 8 bytes");
+    }));
     EXPECT_EQ(LinesOf(kBleTransport.Stop, &console_), Lines{"[BLE] BLE subsystem stopped"});
     EXPECT_EQ(console_, "[BLE] BLE subsystem stopped (connections remain active)\n");
     EXPECT_TRUE(dongle->IsOpen());

@@ -36,10 +36,17 @@ public:
 Finding RunBounded(const std::shared_ptr<RelayAttempt>& attempt) {
     auto promise = std::make_shared<std::promise<Finding>>();
     std::future<Finding> found = promise->get_future();
-    std::thread([attempt, promise] { promise->set_value(attempt->Run()); }).detach();
-    if (found.wait_for(kRelayLimit) == std::future_status::ready) return found.get();
+    std::thread thread([attempt, promise] { promise->set_value(attempt->Run()); });
+    if (found.wait_for(kRelayLimit) == std::future_status::ready) {
+        thread.join();  // what it used goes before the program ends
+        return found.get();
+    }
     attempt->Abort();
-    found.wait_for(kRelayAbortLimit);
+    if (found.wait_for(kRelayAbortLimit) == std::future_status::ready) {
+        thread.join();
+    } else {
+        thread.detach();
+    }
     return WrongRelay("no answer within " + std::to_string(kRelayLimit.count()) + " seconds",
                       "look whether a firewall swallows the connection");
 }
