@@ -35,15 +35,15 @@ static std::vector<char*> Pointers(std::vector<std::string>& texts) {
 
 pid_t StartProcess(const std::vector<std::string>& command,
                    const std::map<std::string, std::string>& environment,
-                   const ProcessStreams& streams) {
+                   const ProcessOptions& options) {
     std::vector<std::string> arguments = command;
     std::vector<std::string> variables = MergedEnvironment(environment);
 
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
-    if (streams.input >= 0) ::posix_spawn_file_actions_adddup2(&actions, streams.input, 0);
-    if (streams.output >= 0) ::posix_spawn_file_actions_adddup2(&actions, streams.output, 1);
-    if (streams.silent_errors) {
+    if (options.input >= 0) ::posix_spawn_file_actions_adddup2(&actions, options.input, 0);
+    if (options.output >= 0) ::posix_spawn_file_actions_adddup2(&actions, options.output, 1);
+    if (options.silent_errors) {
         ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     }
     // The simulator waits for signals itself; its children shall get them as usual.
@@ -56,7 +56,9 @@ pid_t StartProcess(const std::vector<std::string>& command,
     ::sigaddset(&restored, SIGPIPE);
     ::posix_spawnattr_setsigmask(&attributes, &none);
     ::posix_spawnattr_setsigdefault(&attributes, &restored);
-    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    if (options.own_group) flags |= POSIX_SPAWN_SETPGROUP;
+    ::posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
 
     pid_t process = -1;
     const int error = ::posix_spawnp(&process, arguments[0].c_str(), &actions, &attributes,

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "wine/wine_server.h"
+
 namespace brennix {
 
 namespace {
@@ -63,6 +65,7 @@ WinePorts::WinePorts(std::string prefix, const std::string& helper) : prefix_(st
         throw std::runtime_error(prefix_ + " is no Wine prefix");
     }
     if (::access(helper.c_str(), R_OK) != 0) throw std::runtime_error(helper + " is missing");
+    StartWineServer(Environment(""));
     helper_ = std::make_unique<HelperProcess>(
         "wine_port.exe", std::vector<std::string>{"wine", helper, "serve"}, Environment(""));
     // Links come after this: Wine's own start removes those of ports that it does not know.

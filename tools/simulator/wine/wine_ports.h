@@ -14,8 +14,8 @@ namespace brennix {
 
 class WinePorts {
 public:
-    // `prefix` exists already; `helper` is the path of wine_port.exe. Starts the helper, which runs
-    // as long as this object. Throws std::runtime_error.
+    // `prefix` exists already; `helper` is the path of wine_port.exe. Starts the prefix's server
+    // and the helper, which runs as long as this object. Throws std::runtime_error.
     WinePorts(std::string prefix, const std::string& helper);
 
     // `name`: "COM5". Empty `hardware_id`: the dongle's. This object must outlive the listing.
