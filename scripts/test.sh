@@ -45,10 +45,26 @@ cases_in() {
         END { print total - failed - skipped, failed + 0, skipped + 0 }' "$1"
 }
 
+# What the programs that failed last said: the end of a long log is what one gets to see.
+show_failures() {
+    local results=$1 log=$PWD/build/$2/Testing/Temporary/LastTest.log name
+    [ -f "$results/ctest.xml" ] || return 0
+    sed -n 's/.*<testcase name="\([^"]*\)".* status="fail".*/\1/p' "$results/ctest.xml" |
+        while read -r name; do
+            echo "-- $2: $name failed"
+            awk -v start="Testing: $name" '
+                index($0, "Testing: ") { shown = substr($0, index($0, "Testing: ")) == start }
+                shown' "$log" | cut -c 1-400 >"$results/failed.txt"
+            grep -aE "^\[  FAILED  \]|: Failure$|WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:" \
+                "$results/failed.txt" | tail -n 15
+            tail -n 25 "$results/failed.txt"
+        done
+}
+
 # The simulated dongle of all presets is that of the Linux release build.
 [[ $presets == linux-release* ]] || scripts/build.sh linux-release || exit 1
 
-summary=() worst=0
+summary=() failing=() worst=0
 for preset in $presets; do
     if ! scripts/build.sh "$preset"; then
         summary+=("$preset: 0 passed, 1 failed")
@@ -64,10 +80,13 @@ for preset in $presets; do
     read -r passed failed skipped < <(count "$results")
     line="$preset: $passed passed, $failed failed"
     [ "$skipped" = 0 ] || line+=", $skipped skipped"
-    [ "$failed" = 0 ] && [ "$passed" -gt 0 ] || worst=1
+    [ "$failed" = 0 ] && [ "$passed" -gt 0 ] || worst=1 failing+=("$preset")
     summary+=("$line")
 done
 
+for preset in "${failing[@]}"; do
+    show_failures "$PWD/build/$preset/results" "$preset"
+done
 echo
 printf '%s\n' "${summary[@]}"
 exit $worst
