@@ -128,7 +128,7 @@ TEST(UnitSeries, StandsForControlUnitsWithNamesIdsAndTexts) {
     EXPECT_TRUE(units[11].data.empty());
 }
 
-std::string ErrorOf(const std::string& unit) {
+std::string ErrorOfUnit(const std::string& unit) {
     try {
         ReadUnits(unit);
     } catch (const JsonError& error) {
@@ -138,16 +138,16 @@ std::string ErrorOf(const std::string& unit) {
 }
 
 TEST(UnitSeries, ErrorsNameTheControlUnit) {
-    EXPECT_EQ(ErrorOf(R"({"count": 2, "name": "u", "request": "1", "response": "2",
+    EXPECT_EQ(ErrorOfUnit(R"({"count": 2, "name": "u", "request": "1", "response": "2",
                           "except": [{"unit": 2}]})"),
               "car: control_units[0].except[0].unit: expected the number of one of the 2 control "
               "units, counted from 0");
-    EXPECT_EQ(ErrorOf(R"({"count": 2, "name": "u", "request": "1FFFFFFF", "response": "2"})"),
+    EXPECT_EQ(ErrorOfUnit(R"({"count": 2, "name": "u", "request": "1FFFFFFF", "response": "2"})"),
               "car: control_units[0].request: the last control unit's is above 1fffffff");
-    EXPECT_EQ(ErrorOf(R"({"count": 2, "name": "u", "request": "1", "response": "2",
+    EXPECT_EQ(ErrorOfUnit(R"({"count": 2, "name": "u", "request": "1", "response": "2",
                           "except": [{"unit": 1, "behaviour": {"bussy": 1}}]})"),
               "car: control_units[0] unit 1.behaviour.bussy: unknown key, did you mean \"busy\"?");
-    EXPECT_EQ(ErrorOf(R"({"count": 0, "name": "u", "request": "1", "response": "2"})"),
+    EXPECT_EQ(ErrorOfUnit(R"({"count": 0, "name": "u", "request": "1", "response": "2"})"),
               "car: control_units[0].count: expected a whole number from 1 to 2048, found the "
               "number 0");
 }

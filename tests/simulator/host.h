@@ -69,6 +69,8 @@ private:
     Bytes received_;
 };
 
+inline const Bytes kReadVin = {0x22, 0xF1, 0x90};
+
 Bytes Sync();
 Bytes Identify();
 Bytes SingleRequest(std::uint32_t id, const Bytes& data, std::uint32_t request_id = 0x7E0,

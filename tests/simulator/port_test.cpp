@@ -8,8 +8,6 @@
 namespace brennix::test {
 namespace {
 
-const Bytes kReadVin = {0x22, 0xF1, 0x90};
-
 Bytes VinAnswer(const std::string& vin) {
     Bytes bytes = ParseHex("62 F1 90").value();
     AppendText(&bytes, vin, vin.size());

@@ -11,7 +11,7 @@
 namespace brennix::test {
 namespace {
 
-constexpr const char* kCar = R"({
+constexpr const char* kRawCar = R"({
     "raw": {
         "frames": [
             {"name": "speed", "id": "1A0", "period_ms": 5, "counter": 1,
@@ -37,7 +37,7 @@ const Bytes kReceptionOff = RawPacket(0, {}, 2);
 
 class Raw : public testing::Test {
 protected:
-    explicit Raw(const std::string& car = kCar)
+    explicit Raw(const std::string& car = kRawCar)
         : simulator_(std::vector<std::string>{car}), host_(simulator_.PortPath()) {}
     void SetUp() override { ASSERT_TRUE(host_.Sync()); }
 
@@ -229,7 +229,7 @@ TEST_F(QuietRaw, BadCommandsAreAnsweredWithWhatIsExpected) {
     EXPECT_EQ(simulator_.Command("raw burst 0 123"), "error: raw: expected 1 to 1000000 frames");
 }
 
-std::string ErrorOf(const std::string& raw) {
+std::string ErrorOfRaw(const std::string& raw) {
     try {
         ReadVehicle(R"({"raw": )" + raw + "}", "car");
     } catch (const JsonError& error) {
@@ -239,18 +239,18 @@ std::string ErrorOf(const std::string& raw) {
 }
 
 TEST(RawFile, ErrorsSayWhatIsExpected) {
-    EXPECT_EQ(ErrorOf(R"({"frames": [{"name": "a", "id": "20000000"}]})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"frames": [{"name": "a", "id": "20000000"}]})"),
               "car: raw.frames[0].id: expected hex text such as \"7E0\", at most 1fffffff, found "
               "the text \"20000000\"");
-    EXPECT_EQ(ErrorOf(R"({"frames": [{"name": "a", "id": "1", "data": "010203040506070809"}]})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"frames": [{"name": "a", "id": "1", "data": "010203040506070809"}]})"),
               "car: raw.frames[0].data: expected at most 8 bytes, found 9");
-    EXPECT_EQ(ErrorOf(R"({"frames": [{"name": "a", "id": "1", "data": "01", "counter": 1}]})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"frames": [{"name": "a", "id": "1", "data": "01", "counter": 1}]})"),
               "car: raw.frames[0].counter: the data have no byte 1, bytes are counted from 0");
-    EXPECT_EQ(ErrorOf(R"({"frames": [{"name": "a", "id": "1"}, {"name": "a", "id": "2"}]})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"frames": [{"name": "a", "id": "1"}, {"name": "a", "id": "2"}]})"),
               "car: raw.frames[1].name: \"a\" is the name of another frame");
-    EXPECT_EQ(ErrorOf(R"({"answers": [{"id": "1"}]})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"answers": [{"id": "1"}]})"),
               "car: raw.answers[0].frames: missing, expected the frames that answer");
-    EXPECT_EQ(ErrorOf(R"({"reception": "maybe"})"),
+    EXPECT_EQ(ErrorOfRaw(R"({"reception": "maybe"})"),
               "car: raw.reception: expected \"counted\" or \"switched\", found the text \"maybe\"");
 }
 

@@ -191,7 +191,7 @@ TEST(Recording, LongRequestWhoseLineIsCutIsKnownByItsBeginning) {
     ASSERT_EQ(recording.exchanges.size(), 1u);
     EXPECT_TRUE(recording.damaged_lines.empty());
     const Bytes data = ParseHex(LongHex(600)).value();
-    Request request;
+    brennix::Request request;
     request.physical_id = 0x700;
     request.response_id = 0x708;
     request.data = data;

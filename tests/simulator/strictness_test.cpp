@@ -13,8 +13,6 @@
 namespace brennix::test {
 namespace {
 
-const Bytes kReadVin = {0x22, 0xF1, 0x90};
-
 Bytes Changed(Bytes packet, std::size_t offset, std::uint8_t value) {
     packet[offset] = value;
     return packet;

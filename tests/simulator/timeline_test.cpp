@@ -155,7 +155,7 @@ TEST_F(Script, RawFramesStopWithTheIgnitionUnlessPermanent) {
     }
 }
 
-std::string ErrorOf(const std::string& keys) {
+std::string ErrorOfTimeline(const std::string& keys) {
     try {
         ReadVehicle("{" + keys + "}", "car");
     } catch (const JsonError& error) {
@@ -165,15 +165,15 @@ std::string ErrorOf(const std::string& keys) {
 }
 
 TEST(TimelineFile, ErrorsSayWhatIsExpected) {
-    EXPECT_EQ(ErrorOf(R"("telemetry": {})"),
+    EXPECT_EQ(ErrorOfTimeline(R"("telemetry": {})"),
               "car: telemetry.period_ms: missing, expected the time from one report to the next, "
               "in milliseconds");
-    EXPECT_EQ(ErrorOf(R"("telemetry": {"period_ms": 1, "json": [[]]})"),
+    EXPECT_EQ(ErrorOfTimeline(R"("telemetry": {"period_ms": 1, "json": [[]]})"),
               "car: telemetry.json[0]: expected an object, or text that is sent as it is, found "
               "an array");
-    EXPECT_EQ(ErrorOf(R"("device_log": [{"text": "a"}])"),
+    EXPECT_EQ(ErrorOfTimeline(R"("device_log": [{"text": "a"}])"),
               "car: device_log[0].at_ms: missing, expected milliseconds after the host's SYNC");
-    EXPECT_EQ(ErrorOf(R"("power": [{"at_ms": 0}])"),
+    EXPECT_EQ(ErrorOfTimeline(R"("power": [{"at_ms": 0}])"),
               "car: power[0]: expected \"battery_mV\", \"ignition\" or both");
 }
 

@@ -13,7 +13,7 @@ namespace brennix {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 // What a command is carried out with. Words are taken from the front of `rest`.
 struct Context {
@@ -66,7 +66,7 @@ std::string Unescape(std::string_view text) {
 
 Bytes TextBytes(std::string_view text) { return {text.begin(), text.end()}; }
 
-Json DongleState(Simulator* simulator, std::size_t index) {
+OrderedJson DongleState(Simulator* simulator, std::size_t index) {
     Dongle& dongle = simulator->At(index);
     const auto count = [&](Direction direction) {
         return simulator->Log().Count({index, direction, std::nullopt});
@@ -84,7 +84,7 @@ Json DongleState(Simulator* simulator, std::size_t index) {
 }
 
 CommandResult RunStats(Context* context) {
-    Json list = Json::array();
+    OrderedJson list = OrderedJson::array();
     for (std::size_t i = 0; i < context->simulator->Count(); ++i) {
         if (!context->named || *context->named == i) {
             list.push_back(DongleState(context->simulator, i));
@@ -182,7 +182,7 @@ CommandResult RunPower(Context* context) {
     if (!context->rest.empty()) power.battery_mv = TakeNumber(&context->rest, "millivolts");
     if (!context->rest.empty()) power.ignition = TakeSwitch(&context->rest);
     context->Target().Script().SetPower(power);
-    const Json state = {{"battery_mV", power.battery_mv}, {"ignition", power.ignition}};
+    const OrderedJson state = {{"battery_mV", power.battery_mv}, {"ignition", power.ignition}};
     return Ok(state.dump());
 }
 
@@ -195,10 +195,10 @@ CommandResult RunTimeline(Context* context) {
 CommandResult RunReplay(Context* context) {
     const Dongle& dongle = context->Target();
     if (dongle.Player() == nullptr) throw UsageError("this dongle plays no trace");
-    const Json state = {{"requests", dongle.Setup().recording->exchanges.size()},
-                        {"played", dongle.Player()->Played()},
-                        {"unknown", dongle.Player()->Unknown()},
-                        {"last_unknown", dongle.LastUnknownRequest()}};
+    const OrderedJson state = {{"requests", dongle.Setup().recording->exchanges.size()},
+                               {"played", dongle.Player()->Played()},
+                               {"unknown", dongle.Player()->Unknown()},
+                               {"last_unknown", dongle.LastUnknownRequest()}};
     return Ok(state.dump());
 }
 
@@ -234,10 +234,10 @@ CommandResult RunUnit(Context* context) {
     ControlUnit& unit = TakeUnit(context);
     if (!context->rest.empty()) unit.OwnBehaviour() = ReadBehaviourText(std::string(context->rest));
     const ControlUnitSetup& setup = unit.Setup();
-    const Json state = {{"name", setup.name},
-                        {"session", unit.CurrentSession()},
-                        {"trouble_codes", setup.trouble_codes.size()},
-                        {"data", setup.data.size()}};
+    const OrderedJson state = {{"name", setup.name},
+                               {"session", unit.CurrentSession()},
+                               {"trouble_codes", setup.trouble_codes.size()},
+                               {"data", setup.data.size()}};
     return Ok(state.dump());
 }
 

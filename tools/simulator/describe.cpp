@@ -9,7 +9,7 @@
 
 namespace brennix {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 std::string CanIdText(std::uint32_t id) {
     char text[16];
@@ -22,15 +22,15 @@ static std::string Text(ByteSpan field) {
     return {field.begin(), end};
 }
 
-static Json DescribeRequest(ByteSpan packet) {
+static OrderedJson DescribeRequest(ByteSpan packet) {
     const std::optional<Request> request = ReadRequest(packet);
-    if (!request) return Json::object();
-    Json json;
+    if (!request) return OrderedJson::object();
+    OrderedJson json;
     json["request_id"] = request->id;
     json["form"] = request->is_multi ? "multi" : "single";
     json["functional"] = CanIdText(request->functional_id);
     if (request->is_multi) {
-        Json entries = Json::array();
+        OrderedJson entries = OrderedJson::array();
         for (const Responder& entry : request->responders) {
             entries.push_back({{"request", CanIdText(entry.request_id)},
                                {"response", CanIdText(entry.response_id)}});
@@ -45,8 +45,8 @@ static Json DescribeRequest(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeMultiResponse(ByteSpan packet) {
-    Json entries = Json::array();
+static OrderedJson DescribeMultiResponse(ByteSpan packet) {
+    OrderedJson entries = OrderedJson::array();
     const std::uint32_t count = LoadU32(packet.data() + 12);
     std::size_t at = 20;
     for (std::uint32_t i = 0; i < count && packet.size() - at >= 8; ++i) {
@@ -59,8 +59,8 @@ static Json DescribeMultiResponse(ByteSpan packet) {
     return entries;
 }
 
-static Json DescribeResponse(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeResponse(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 20) return json;
     const std::uint32_t wait_time = LoadU32(packet.data() + 8);
     json["request_id"] = LoadU32(packet.data() + 16);
@@ -79,8 +79,8 @@ static Json DescribeResponse(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeLogin(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeLogin(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 128) return json;
     json["mac"] = ToHex(packet.subspan(12, 6));
     json["model"] = LoadU32(packet.data() + 20);
@@ -91,8 +91,8 @@ static Json DescribeLogin(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeRawFrame(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeRawFrame(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 24) return json;
     const std::size_t count = LoadU16(packet.data() + 12);
     json["id"] = CanIdText(LoadU32(packet.data() + 8));
@@ -102,8 +102,8 @@ static Json DescribeRawFrame(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeTesterPresent(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeTesterPresent(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 16) return json;
     json["period_ms"] = LoadU32(packet.data() + 8);
     json["value"] = LoadU32(packet.data() + 12);
@@ -111,8 +111,8 @@ static Json DescribeTesterPresent(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeFragment(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeFragment(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 16) return json;
     json["index"] = LoadU16(packet.data() + 8);
     json["count"] = LoadU16(packet.data() + 10);
@@ -120,15 +120,15 @@ static Json DescribeFragment(ByteSpan packet) {
     return json;
 }
 
-static Json DescribeBusy(ByteSpan packet) {
-    Json json = Json::object();
+static OrderedJson DescribeBusy(ByteSpan packet) {
+    OrderedJson json = OrderedJson::object();
     if (packet.size() < 12) return json;
     json["request_id"] = LoadU32(packet.data() + 8);
     json["reason"] = Text(packet.subspan(12));
     return json;
 }
 
-Json DescribePacket(ByteSpan packet) {
+OrderedJson DescribePacket(ByteSpan packet) {
     switch (PacketType(packet)) {
         case type::kCreq:
             return DescribeRequest(packet);
@@ -148,7 +148,7 @@ Json DescribePacket(ByteSpan packet) {
         case type::kTele:
             return {{"text", Text(PacketPayload(packet))}};
         default:
-            return Json::object();
+            return OrderedJson::object();
     }
 }
 

@@ -9,7 +9,6 @@
 
 namespace brennix {
 
-static constexpr std::size_t kRequestHeaderSize = 32;
 static constexpr std::size_t kRawFrameSize = 24;
 static constexpr std::size_t kTesterPresentHeaderSize = 16;
 static constexpr std::size_t kMaxTesterPresentBytes = 32;

@@ -12,7 +12,7 @@ namespace brennix {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 constexpr std::uint32_t kMaxBurst = 1'000'000;
 
@@ -21,14 +21,14 @@ std::uint32_t TakeCanId(std::string_view* rest) {
 }
 
 std::string State(const RawTraffic& raw) {
-    Json ids = Json::object();
+    OrderedJson ids = OrderedJson::object();
     for (const auto& [id, counted] : raw.ReceivedIds()) {
         ids[CanIdText(id)] = {{"count", counted.count}, {"last", ToHex(counted.last)}};
     }
-    const Json state = {{"listeners", raw.Listeners()},
-                        {"sent", raw.Sent()},
-                        {"received", raw.ReceivedCount()},
-                        {"ids", std::move(ids)}};
+    const OrderedJson state = {{"listeners", raw.Listeners()},
+                               {"sent", raw.Sent()},
+                               {"received", raw.ReceivedCount()},
+                               {"ids", std::move(ids)}};
     return state.dump();
 }
 
@@ -36,7 +36,7 @@ std::string State(const RawTraffic& raw) {
 std::string ListReceived(const RawTraffic& raw, std::uint32_t limit) {
     const auto& frames = raw.LastReceived();
     const std::size_t first = frames.size() - std::min<std::size_t>(limit, frames.size());
-    Json list = Json::array();
+    OrderedJson list = OrderedJson::array();
     for (std::size_t i = first; i < frames.size(); ++i) {
         const std::chrono::duration<double, std::milli> at = frames[i].time - frames[first].time;
         list.push_back({{"at_ms", at.count()},

@@ -2,8 +2,6 @@
 
 namespace brennix {
 
-static constexpr std::size_t kRequestHeaderSize = 32;
-
 std::optional<Request> ReadRequest(ByteSpan packet) {
     if (packet.size() < kRequestHeaderSize) return std::nullopt;
     const std::uint8_t* at = packet.data();

@@ -6,7 +6,7 @@ namespace brennix {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 constexpr std::uint32_t kWholeLoad = 10'000;  // hundredths of a percent
 
@@ -31,14 +31,14 @@ std::uint32_t Wobble(std::uint64_t step, std::uint32_t salt, std::uint32_t below
     return static_cast<std::uint32_t>((mixed >> 32) % below);
 }
 
-Json MakeTask(const std::string& name, std::uint32_t load, std::uint64_t running,
-              const Task& task) {
+OrderedJson MakeTask(const std::string& name, std::uint32_t load, std::uint64_t running,
+                     const Task& task) {
     return {{"n", name},        {"x", load},         {"r", running}, {"s", task.stack_free},
             {"st", task.state}, {"p", task.priority}};
 }
 
-Json MakeTasks(std::uint64_t step) {
-    Json tasks = Json::array();
+OrderedJson MakeTasks(std::uint64_t step) {
+    OrderedJson tasks = OrderedJson::array();
     std::uint32_t busy = 0;
     std::uint32_t salt = 0;
     for (const Task& task : kTasks) {
@@ -56,19 +56,19 @@ Json MakeTasks(std::uint64_t step) {
 std::string MakeTelemetry(const Health& health) {
     const std::uint64_t step = health.uptime_ms / 1000;
     // The tasks come last: readers that look for a key find the dongle's own values first.
-    const Json report = {{"v", 1},
-                         {"u", health.uptime_ms},
-                         {"rt", 900 + Wobble(step, 101, 200)},
-                         {"rhz", 1000},
-                         {"cr", health.requests_waiting},
-                         {"ct", Wobble(step, 102, 3)},
-                         {"can", health.frames_sent % 8},
-                         {"si", 40 + Wobble(step, 103, 20)},
-                         {"mx", 120 + Wobble(step, 104, 60)},
-                         {"ru", 4 + Wobble(step, 105, 4)},
-                         {"bat", health.power.battery_mv},
-                         {"ign", health.power.ignition ? 1 : 0},
-                         {"tasks", MakeTasks(step)}};
+    const OrderedJson report = {{"v", 1},
+                                {"u", health.uptime_ms},
+                                {"rt", 900 + Wobble(step, 101, 200)},
+                                {"rhz", 1000},
+                                {"cr", health.requests_waiting},
+                                {"ct", Wobble(step, 102, 3)},
+                                {"can", health.frames_sent % 8},
+                                {"si", 40 + Wobble(step, 103, 20)},
+                                {"mx", 120 + Wobble(step, 104, 60)},
+                                {"ru", 4 + Wobble(step, 105, 4)},
+                                {"bat", health.power.battery_mv},
+                                {"ign", health.power.ignition ? 1 : 0},
+                                {"tasks", MakeTasks(step)}};
     return report.dump();
 }
 

@@ -17,6 +17,10 @@ namespace brennix {
 using Bytes = std::vector<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
 
+inline ByteSpan AsBytes(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kMaxPacketSize = 4096;
 

@@ -12,7 +12,6 @@ namespace {
 constexpr const char* kName = "org.bluez";
 constexpr const char* kAdapterPath = "/org/bluez/hci0";
 constexpr const char* kNotReady = "org.bluez.Error.NotReady";
-constexpr const char* kFailed = "org.bluez.Error.Failed";
 
 }  // namespace
 

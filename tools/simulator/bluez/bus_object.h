@@ -14,6 +14,9 @@
 
 namespace brennix {
 
+// The error of an operation that has no better name.
+inline constexpr const char* kFailed = "org.bluez.Error.Failed";
+
 class BusObject {
 public:
     using Value = std::variant<bool, std::int16_t, std::uint16_t, std::string, sdbus::ObjectPath,

@@ -10,7 +10,6 @@ namespace brennix {
 namespace {
 
 constexpr const char* kCharacteristic = "34a242a7-5bc9-45d3-92e4-af6f9138ff00";
-constexpr const char* kFailed = "org.bluez.Error.Failed";
 constexpr const char* kAborted = "le-connection-abort-by-local";
 constexpr std::uint16_t kMtuOverhead = 3;
 

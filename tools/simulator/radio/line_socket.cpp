@@ -18,7 +18,7 @@ LineSocket::LineSocket(EventLoop* loop, int fd, Handlers handlers)
 
 void LineSocket::Send(const std::string& line) {
     const std::string bytes = line + "\n";
-    socket_.Send({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    socket_.Send(AsBytes(bytes));
 }
 
 void LineSocket::OnBytes(ByteSpan bytes) {

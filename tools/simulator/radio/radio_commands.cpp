@@ -8,7 +8,7 @@ namespace brennix {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 struct Context {
     Radio* radio;
@@ -24,13 +24,13 @@ CommandResult RunRadio(Context* context) {
         radio.Change(context->dongle, settings);
     }
     const Radio::LinkState state = radio.State(context->dongle);
-    const Json json = {{"connected", state.connected},
-                       {"subscribed", state.subscribed},
-                       {"connections", state.connections},
-                       {"advertised", state.advertised},
-                       {"adapter", AdapterName(radio.Adapter())},
-                       {"computers", radio.Centrals()},
-                       {"scanning", radio.Scanning()}};
+    const OrderedJson json = {{"connected", state.connected},
+                              {"subscribed", state.subscribed},
+                              {"connections", state.connections},
+                              {"advertised", state.advertised},
+                              {"adapter", AdapterName(radio.Adapter())},
+                              {"computers", radio.Centrals()},
+                              {"scanning", radio.Scanning()}};
     return Ok(json.dump());
 }
 

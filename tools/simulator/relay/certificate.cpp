@@ -11,19 +11,14 @@
 #include <cstdio>
 #include <stdexcept>
 
+#include "relay/releaser.h"
+
 namespace brennix {
 
 namespace {
 
 constexpr long kLifetimeSeconds = 10L * 365 * 24 * 3600;
 
-template <auto release>
-struct Releaser {
-    template <typename T>
-    void operator()(T* object) const {
-        release(object);
-    }
-};
 using PrivateKey = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
 using Certificate = std::unique_ptr<X509, Releaser<X509_free>>;
 using File = std::unique_ptr<std::FILE, Releaser<std::fclose>>;

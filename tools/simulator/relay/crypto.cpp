@@ -10,17 +10,12 @@
 #include <memory>
 #include <stdexcept>
 
+#include "relay/releaser.h"
+
 namespace brennix {
 
 namespace {
 
-template <auto release>
-struct Releaser {
-    template <typename T>
-    void operator()(T* object) const {
-        release(object);
-    }
-};
 using Number = std::unique_ptr<BIGNUM, Releaser<BN_clear_free>>;
 using CurvePoint = std::unique_ptr<EC_POINT, Releaser<EC_POINT_free>>;
 using Cipher = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
@@ -59,10 +54,6 @@ Key Hmac(ByteSpan key, ByteSpan data) {
                  result.data(), &size) != nullptr,
             "HMAC");
     return result;
-}
-
-ByteSpan AsBytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
 }  // namespace

@@ -64,10 +64,6 @@ std::optional<sockaddr_in> ReadAddress(const std::string& name) {
     return address;
 }
 
-ByteSpan AsBytes(std::string_view text) {
-    return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
-
 }  // namespace
 
 ConnectProxy::ConnectProxy(EventLoop* loop, const std::string& host, std::uint16_t port,

@@ -10,7 +10,7 @@ namespace brennix {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 struct Context {
     Relay* relay;
@@ -36,27 +36,28 @@ struct Context {
 CommandResult Count(std::size_t count) { return Ok(std::to_string(count)); }
 
 CommandResult RunClients(Context* context) {
-    Json list = Json::array();
+    OrderedJson list = OrderedJson::array();
     for (const Client* client : context->Clients()) {
         const auto count = [&](Direction direction) {
             return context->relay->Log().Count({client->Number(), direction, std::nullopt});
         };
-        list.push_back({{"client", client->Number()},
-                        {"carrier", CarrierName(client->Kind())},
-                        {"address", client->Peer()},
-                        {"device", client->DeviceId()},
-                        {"status", client->Status()},
-                        {"user", client->User()},
-                        {"dongle", client->Dongle() ? Json(*client->Dongle()) : Json()},
-                        {"received", count(Direction::kIn)},
-                        {"sent", count(Direction::kOut)},
-                        {"violations", client->Violations()}});
+        list.push_back(
+            {{"client", client->Number()},
+             {"carrier", CarrierName(client->Kind())},
+             {"address", client->Peer()},
+             {"device", client->DeviceId()},
+             {"status", client->Status()},
+             {"user", client->User()},
+             {"dongle", client->Dongle() ? OrderedJson(*client->Dongle()) : OrderedJson()},
+             {"received", count(Direction::kIn)},
+             {"sent", count(Direction::kOut)},
+             {"violations", client->Violations()}});
     }
     return Ok(list.dump());
 }
 
 CommandResult RunStats(Context* context) {
-    Json dongles = Json::array();
+    OrderedJson dongles = OrderedJson::array();
     Simulator& simulator = context->relay->Dongles();
     for (std::size_t i = 0; i < simulator.Count(); ++i) {
         const Identity& identity = simulator.At(i).Setup().identity;
@@ -66,10 +67,10 @@ CommandResult RunStats(Context* context) {
                            {"here", simulator.At(i).IsPowered()},
                            {"in_flight", simulator.At(i).InFlight()}});
     }
-    const Json state = {{"clients", context->relay->Clients().size()},
-                        {"connections", context->relay->Connections()},
-                        {"dongles", dongles},
-                        {"violations", context->relay->Violations()}};
+    const OrderedJson state = {{"clients", context->relay->Clients().size()},
+                               {"connections", context->relay->Connections()},
+                               {"dongles", dongles},
+                               {"violations", context->relay->Violations()}};
     return Ok(state.dump());
 }
 
@@ -238,7 +239,7 @@ CommandResult RunProxy(Context* context) {
     } else if (!what.empty()) {
         throw UsageError("expected refuse, map, kill or nothing");
     }
-    const Json state = {{"requests", proxy->Requests()}, {"tunnels", proxy->OpenTunnels()}};
+    const OrderedJson state = {{"requests", proxy->Requests()}, {"tunnels", proxy->OpenTunnels()}};
     return Ok(state.dump());
 }
 
