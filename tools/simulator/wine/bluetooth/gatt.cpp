@@ -1,5 +1,6 @@
 #include "gatt.h"
 
+#include <memory>
 #include <sstream>
 
 #include "buffer.h"

@@ -9,7 +9,7 @@
 namespace brennix {
 
 Link& Link::To(std::uint64_t address) {
-    static std::mutex lock;
+    static Lock lock;
     static auto* const links = new std::map<std::uint64_t, std::unique_ptr<Link>>;
     const std::lock_guard hold(lock);
     std::unique_ptr<Link>& link = (*links)[address];
@@ -111,8 +111,7 @@ void Link::Remove(LinkListener* listener) {
 
 void Link::Notified(const std::string& value) {
     const std::lock_guard hold(lock_);
-    for (LinkListener* listener : listeners_)
-        listener->OnNotified(value);
+    ForEachListener([&](LinkListener* listener) { listener->OnNotified(value); });
 }
 
 void Link::Lost() {
@@ -123,8 +122,15 @@ void Link::Lost() {
 }
 
 void Link::TellAll() {
-    for (LinkListener* listener : listeners_)
-        listener->OnConnectionChanged();
+    ForEachListener([](LinkListener* listener) { listener->OnConnectionChanged(); });
+}
+
+// One that is told may be released by that, as its program may have let it go meanwhile.
+void Link::ForEachListener(const std::function<void(LinkListener*)>& tell) {
+    const std::set<LinkListener*> listeners = listeners_;
+    for (LinkListener* listener : listeners) {
+        if (listeners_.contains(listener)) tell(listener);
+    }
 }
 
 }  // namespace brennix

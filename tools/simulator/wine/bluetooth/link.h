@@ -4,11 +4,12 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "lock.h"
 
 namespace brennix {
 
@@ -54,10 +55,10 @@ private:
     void OnAnswer(const std::string& mtu);
     void OnDisconnected();
     void TellAll();
-    void ForEachListener(const std::function<void(LinkListener*)>& tell);
+    void ForEachListener(const std::function<void(LinkListener*)>& tell);  // inside the lock
 
     const std::uint64_t address_;
-    mutable std::recursive_mutex lock_;
+    mutable RecursiveLock lock_;  // guards all that follows
     bool is_known_ = false;
     State state_ = State::kIdle;
     std::uint64_t number_ = 0;

@@ -1,9 +1,13 @@
-// Locks of the system: those of this compiler's library are never given back with their owner, and
-// the double is there to count what others give back.
+// Locks of the system: those of this compiler's library make handles of their own and do not give
+// them back with their owner, while programs beside the double count what they give back.
 
 #pragma once
 
 #include <windows.h>
+
+#include <mutex>
+#include <optional>
+#include <utility>
 
 namespace brennix {
 
@@ -33,6 +37,43 @@ public:
 
 private:
     CONDITION_VARIABLE condition_ = CONDITION_VARIABLE_INIT;
+};
+
+// One that its thread may lock again.
+class RecursiveLock {
+public:
+    RecursiveLock() { ::InitializeCriticalSection(&lock_); }
+    ~RecursiveLock() { ::DeleteCriticalSection(&lock_); }
+    RecursiveLock(const RecursiveLock&) = delete;
+    RecursiveLock& operator=(const RecursiveLock&) = delete;
+    void lock() { ::EnterCriticalSection(&lock_); }
+    void unlock() { ::LeaveCriticalSection(&lock_); }
+
+private:
+    CRITICAL_SECTION lock_;
+};
+
+// A value that one thread waits for and another sets, once. They share it, as nobody knows which of
+// them is done with it first.
+template <typename Value>
+class Awaited {
+public:
+    void Set(Value value) {
+        const std::lock_guard hold(lock_);
+        value_ = std::move(value);
+        set_.WakeAll();
+    }
+    Value Wait() {
+        const std::lock_guard hold(lock_);
+        while (!value_)
+            set_.Wait(lock_, INFINITE);
+        return *value_;
+    }
+
+private:
+    Lock lock_;
+    Condition set_;
+    std::optional<Value> value_;  // guarded by lock_
 };
 
 }  // namespace brennix

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 
 #include "delegate.h"
 

@@ -8,9 +8,10 @@
 #include <deque>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
+
+#include "lock.h"
 
 namespace brennix {
 
@@ -44,8 +45,8 @@ private:
 
     const SOCKET socket_;
     const Events events_;
-    std::mutex send_lock_;
-    std::mutex lock_;
+    Lock send_lock_;
+    Lock lock_;
     std::map<std::string, std::deque<Answer>> waiting_;  // by verb and address; guarded by lock_
     bool ended_ = false;                                 // guarded by lock_
 };

@@ -3,11 +3,11 @@
 #include <objbase.h>
 
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <vector>
 
 #include "interfaces.h"
+#include "lock.h"
 #include "radio_client.h"
 
 namespace brennix {
@@ -15,7 +15,7 @@ namespace brennix {
 namespace {
 
 struct State {
-    std::mutex lock;
+    Lock lock;
     std::vector<std::string> violations;
     std::map<std::string, int> alive;          // by class
     std::multimap<std::string, Fault> faults;  // by function, in the order of planning

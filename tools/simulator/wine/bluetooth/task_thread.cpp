@@ -4,7 +4,6 @@
 
 #include <objbase.h>
 
-#include <future>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -18,21 +17,21 @@ TaskThread::TaskThread() {
 void TaskThread::Post(std::function<void()> task) {
     const std::lock_guard hold(lock_);
     tasks_.push_back(std::move(task));
-    changed_.notify_one();
+    changed_.WakeAll();
 }
 
 void TaskThread::Drain() {
-    // Shared, as the thread is not done with it when the waiter wakes.
-    const auto done = std::make_shared<std::promise<void>>();
-    Post([done] { done->set_value(); });
-    done->get_future().wait();
+    const auto done = std::make_shared<Awaited<bool>>();
+    Post([done] { done->Set(true); });
+    done->Wait();
 }
 
 void TaskThread::Run() {
     ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     std::unique_lock hold(lock_);
     for (;;) {
-        changed_.wait(hold, [this] { return !tasks_.empty(); });
+        while (tasks_.empty())
+            changed_.Wait(lock_, INFINITE);
         {
             const std::function<void()> task = std::exchange(tasks_.front(), {});
             tasks_.pop_front();

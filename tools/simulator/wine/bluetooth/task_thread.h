@@ -2,10 +2,10 @@
 
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
+
+#include "lock.h"
 
 namespace brennix {
 
@@ -21,9 +21,9 @@ public:
 private:
     void Run();
 
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::deque<std::function<void()>> tasks_;
+    Lock lock_;
+    Condition changed_;
+    std::deque<std::function<void()>> tasks_;  // guarded by lock_
 };
 
 // Completions of operations, connection changes and notifications each keep their order.

@@ -1,6 +1,5 @@
 #include "watcher.h"
 
-#include <future>
 #include <memory>
 #include <set>
 
@@ -127,6 +126,7 @@ public:
     HRESULT STDMETHODCALLTYPE remove_Received(Token token) override {
         Enter("remove_Received");
         const Ref<ReceivedHandler> removed = received_.Remove(token);
+        const std::lock_guard hold(last_lock_);
         if (removed && last_) Raise(std::vector{removed}, last_);
         return S_OK;
     }
@@ -142,6 +142,7 @@ public:
 
     // By the air, inside its lock.
     void OnAdvertised(Ref<ReceivedEventArgs> arguments) {
+        const std::lock_guard hold(last_lock_);
         last_ = arguments;
         Raise(received_.All(), std::move(arguments));
     }
@@ -164,14 +165,15 @@ private:
     std::atomic<INT32> status_{kCreated};
     std::atomic<INT32> mode_{0};
     std::atomic<unsigned> raised_{0};
-    Ref<ReceivedEventArgs> last_;
+    Lock last_lock_;
+    Ref<ReceivedEventArgs> last_;  // guarded by last_lock_
     Handlers<ReceivedHandler> received_{"Received", kReceivedHandler};
     Handlers<StoppedHandler> stopped_{"Stopped", kStoppedHandler};
 };
 
 // The watchers that scan.
 struct Air {
-    std::recursive_mutex lock;
+    RecursiveLock lock;
     std::set<Watcher*> watchers;
 };
 Air& TheAir() {
@@ -181,13 +183,12 @@ Air& TheAir() {
 
 // What the radio says to a line about scanning.
 std::string AskToScan(const std::string& mode) {
-    // Shared, as the radio's thread is not done with it when the waiter wakes.
-    const auto answer = std::make_shared<std::promise<std::string>>();
+    const auto answer = std::make_shared<Awaited<std::string>>();
     RadioClient::Get()->Ask("scan " + mode, "scanning",
                             [answer](const std::optional<std::string>& rest) {
-                                answer->set_value(rest.value_or("refused"));
+                                answer->Set(rest.value_or("refused"));
                             });
-    return answer->get_future().get();
+    return answer->Wait();
 }
 
 Watcher::~Watcher() {
