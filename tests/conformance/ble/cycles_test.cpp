@@ -6,29 +6,39 @@
 namespace conformance {
 namespace {
 
-using BleCycles = BleDongles;
-
 // All dongles at once, so that the scans' time does not count for each.
 constexpr std::uint32_t kConnections = Rounds(200, 36, 36);
 constexpr std::uint32_t kRounds = (kConnections + Radio::kDongles - 1) / Radio::kDongles;
 constexpr std::uint32_t kWarmUp = 2;
+// Under Wine a lock keeps a semaphore from the first time that two threads met at it. Those of a
+// dongle's two queues live as long as the library.
+constexpr Allowance kAllowance = {.handles = Allowance{}.handles +
+                                             (kSpeed == Speed::kWine ? 2 * Radio::kDongles : 0)};
+
+class BleCycles : public BleDongles {
+protected:
+    // All are connected before and after.
+    void LoseAndFind(std::uint32_t rounds) {
+        for (std::uint32_t round = 0; round < rounds; ++round) {
+            for (int dongle = 0; dongle < Radio::kDongles; ++dongle)
+                radio.Run(dongle, "lose");
+            ASSERT_TRUE(ScanUntil(Radio::kDongles)) << "in round " << round;
+            ASSERT_EQ(radio.Connected(), Radio::kDongles) << "in round " << round;
+        }
+        console.Text();
+    }
+};
 
 TEST_F(BleCycles, LostAndFoundDonglesLeaveNothingBehind) {
     radio.Reset(Radio::kDongles);
     Construct();
-    ProcessFigures before;
-    for (std::uint32_t round = 0; round < kWarmUp + kRounds; ++round) {
-        if (round == kWarmUp) before = MeasureProcess();
-        ASSERT_TRUE(ScanUntil(Radio::kDongles)) << "in round " << round;
-        for (int dongle = 0; dongle < Radio::kDongles; ++dongle)
-            radio.Run(dongle, "lose");
-    }
-    ASSERT_TRUE(Eventually([&] { return radio.Connected() == 0; }));
-    radio.Reset(0);
-    ASSERT_TRUE(ScanUntil(0));  // clears up behind the last ones
-    const ProcessFigures after = MeasureSettled(before);
-    console.Text();
-    ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after);
+    ASSERT_TRUE(ScanUntil(Radio::kDongles));
+    ASSERT_NO_FATAL_FAILURE(LoseAndFind(kWarmUp));
+    const ProcessFigures before = MeasureProcess();
+    ASSERT_NO_FATAL_FAILURE(LoseAndFind(kRounds));
+    const ProcessFigures after = MeasureSettled(before, kAllowance);
+    ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after,
+                 kAllowance);
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 namespace tarvik::test {
 
-// The one library, found by its path: the manifest names it without.
+// The library that the manifest names.
 static HMODULE Classes() {
     static const HMODULE loaded = ::LoadLibraryW(TARVIK_RUNTIME_CLASSES);
     return loaded;
