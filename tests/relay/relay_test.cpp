@@ -49,6 +49,10 @@ TEST_P(RelayTest, AnswersEachClientItsOwnRequests) {
     const std::optional<Bytes> own = first.Read();
     ASSERT_TRUE(own.has_value());
     EXPECT_EQ(PacketType(*own), type::kCres);
+    EXPECT_EQ(relay.Command("record count in CREQ"), "ok 2");
+    EXPECT_EQ(relay.Command("#1 record count in CREQ"), "ok 1");
+    EXPECT_EQ(relay.Command("#2 record count in CREQ"), "ok 1");
+    EXPECT_EQ(relay.Command("#3 record count in"), "ok 0");
 }
 
 TEST_P(RelayTest, TellsEveryDongleOnIden) {

@@ -84,10 +84,14 @@ void Record::Clear() {
     counts_.clear();
 }
 
+// The counts of one dongle stand together: a relay has those of every connection since its start.
 std::uint64_t Record::Count(const RecordFilter& filter) const {
+    auto at =
+        filter.dongle ? counts_.lower_bound({*filter.dongle, Direction::kIn, 0}) : counts_.begin();
     std::uint64_t sum = 0;
-    for (const auto& [key, count] : counts_) {
-        if (filter.dongle && key.dongle != *filter.dongle) continue;
+    for (; at != counts_.end(); ++at) {
+        const auto& [key, count] = *at;
+        if (filter.dongle && key.dongle != *filter.dongle) break;
         if (filter.direction && key.direction != *filter.direction) continue;
         if (filter.type && key.type != *filter.type) continue;
         sum += count;
