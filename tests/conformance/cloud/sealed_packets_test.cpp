@@ -12,10 +12,13 @@ constexpr int kPings = 3;
 
 // What the relay sends in a session, in this order: acknowledgement, a login, an answer, pings.
 constexpr const char* kPackets[] = {"DEVA", "LOGN", "CRES", "PING", "PING 2"};
-constexpr std::size_t kStep = Rounds(1, 2, 2);
 
 class SealedPackets : public EachWay {
 protected:
+    // The channel is above the carrier: where a session takes long, fewer go over the WebSocket.
+    static std::size_t Step() {
+        return GetParam() == Way::kTcp ? Rounds(1, 2, 2) : Rounds(1, 4, 2);
+    }
     void SetUp() override {
         EachWay::SetUp();
         Construct(SettingsFor(GetParam()));
@@ -89,7 +92,7 @@ protected:
         EXPECT_TRUE(IsVin(ReadVinOf(hMod_)));
     }
     void RunAll(const std::string& fault) {
-        for (std::size_t i = 0; i < std::size(kPackets) && !HasFailure(); i += kStep)
+        for (std::size_t i = 0; i < std::size(kPackets) && !HasFailure(); i += Step())
             RunCase(kPackets[i], fault);
     }
 
