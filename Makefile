@@ -14,7 +14,7 @@ help:
 	@echo "make demo-ble      a dongle that is reached by Bluetooth LE, without a radio"
 	@echo "make demo-ble-windows  the same with the DLL, under Wine"
 	@echo "make test          every test on both systems, and under the sanitizers"
-	@echo "make stress        random calls of sixteen threads for DPDU_STRESS_SECONDS (60), also under TSan"
+	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make lint          format and clang-tidy"

@@ -26,7 +26,7 @@ std::uint32_t NumberFrom(const char* variable, std::uint32_t otherwise) {
 }
 std::uint32_t Clients() { return NumberFrom("DPDU_LOAD_CLIENTS", Rounds(5, 2, 2)); }
 // 50 links in all, a few with less.
-std::uint32_t LinksOfEach() { return Rounds(kDongles, 10, 10) / Clients(); }
+std::uint32_t LinksOfEach() { return std::max(1u, Rounds(kDongles, 10, 10) / Clients()); }
 std::chrono::seconds Duration() {
     return std::chrono::seconds(NumberFrom("DPDU_STRESS_SECONDS", 2));
 }
