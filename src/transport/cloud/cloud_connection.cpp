@@ -41,6 +41,10 @@ static bool HasEnded(OsThread* thread, std::int32_t timeout_ms) {
     return thread == nullptr || OsThreadJoin(thread, timeout_ms);
 }
 
+static bool ReceiverHasEnded() {
+    return cloud->receiver_left || HasEnded(cloud->receive_thread, kThreadWaitMs);
+}
+
 static void CloseThread(OsThread** thread) {
     if (*thread != nullptr) OsThreadClose(*thread);
     *thread = nullptr;
@@ -49,7 +53,8 @@ static void CloseThread(OsThread** thread) {
 static void StopThreads() {
     cloud->connState = ConnState::kDisconnecting;
     AbortLink();
-    HasEnded(cloud->receive_thread, -1);
+    while (!ReceiverHasEnded()) {
+    }
     HasEnded(cloud->transmit_thread, -1);
     CloseThread(&cloud->receive_thread);
     CloseThread(&cloud->transmit_thread);
@@ -64,18 +69,22 @@ static void Disconnect() {
 
 // ---------------------------------------------------------------- a connection attempt
 
-static void DropReceived(std::uint32_t type) {
+static void DropAll(PacketQueue* queue, std::uint32_t type) {
     Packet* packet = nullptr;
     do {
-        packet = QueueFindFilterInternal(&cloud->queues.rx, 0, MatchType, {type, kNoTag}, true);
+        packet = QueueFindFilterInternal(queue, 0, MatchType, {type, kNoTag}, true);
         FreeMem(packet);
     } while (packet != nullptr);
 }
 
-// What an earlier connection has left: the channel would take it for the answer to its own.
+// What an earlier connection has left. The channel would take what was received for the answer to
+// its own, and so would the relay what could not be sent; and an identification that was meant for
+// the old session must not go out before the new one can seal it.
 static void DropHandshakeLeftovers() {
-    DropReceived(kTypeNhs2);
-    DropReceived(kTypeDeva);
+    DropAll(&cloud->queues.rx, kTypeNhs2);
+    DropAll(&cloud->queues.rx, kTypeDeva);
+    DropAll(&cloud->queues.tx, kTypeNhs1);
+    DropAll(&cloud->queues.tx, kTypeDevi);
 }
 
 static bool IsAccepted(std::uint32_t status) {
@@ -223,7 +232,7 @@ static bool StepDisconnecting() {
         CloudLog("[Cloud] Waiting for CloudTxThread to exit\r\n");
         return true;
     }
-    if (!HasEnded(cloud->receive_thread, kThreadWaitMs)) {
+    if (!ReceiverHasEnded()) {
         CloudLog("[Cloud] Waiting for CloudRxThread to exit\r\n");
         return true;
     }

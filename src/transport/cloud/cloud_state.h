@@ -45,6 +45,9 @@ struct CloudState {
     std::atomic<ConnState> connState{ConnState::kIdle};
     std::atomic<bool> linkUp{false};  // from a completed login to the next connection attempt
     OsThread* receive_thread = nullptr;
+    std::atomic<std::uint32_t> receiver_id{0};  // of the receive thread, while it receives
+    // A callback that runs on the receive thread has stopped the transport: nobody waits for it.
+    std::atomic<bool> receiver_left{false};
     OsThread* transmit_thread = nullptr;
 
     OsLock change_lock;   // held for no longer than it takes to look at what `changed` tells of

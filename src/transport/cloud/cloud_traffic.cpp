@@ -2,9 +2,11 @@
 
 #include "link/fragmentation.h"
 #include "link/packet_counters.h"
+#include "platform/thread.h"
 #include "support/cop_trace.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/cloud_packets.h"
+#include "transport/cloud/cloud_state.h"
 #include "transport/cloud/secure_channel.h"
 #include "transport/login_report.h"
 
@@ -16,6 +18,19 @@ static constexpr std::uint32_t kTypeLogc = TypeCode("LOGC");
 static constexpr std::int32_t kQueueWaitMs = 50;
 
 // ---------------------------------------------------------------- arriving
+
+void BeginReceiving() { cloud->receiver_id = OsCurrentThreadId(); }
+
+// The next connection may be up already, with a receive thread of its own.
+bool GoesOnReceiving() {
+    return cloud->receiver_id == OsCurrentThreadId() &&
+           cloud->connState != ConnState::kDisconnecting;
+}
+
+void EndReceiving() {
+    std::uint32_t own = OsCurrentThreadId();
+    cloud->receiver_id.compare_exchange_strong(own, 0);
+}
 
 // False: the packet is to be dropped.
 static bool OpenSealedPacket(PacketPtr& packet) {

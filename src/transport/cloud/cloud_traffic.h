@@ -5,6 +5,12 @@
 // What both carriers do with packets: on arrival, and before they leave.
 namespace tarvik {
 
+// Around the loop of the receive thread, and its condition: false once the connection is to end, or
+// has ended under the thread while a callback of the application ran on it.
+void BeginReceiving();
+bool GoesOnReceiving();
+void EndReceiving();
+
 // A packet as it came off the wire. The receive thread.
 void DispatchCloudPacket(PacketPtr packet);
 

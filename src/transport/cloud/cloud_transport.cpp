@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "link/packet_counters.h"
+#include "platform/process.h"
+#include "platform/thread.h"
 #include "platform/tick.h"
 #include "support/config.h"
 #include "transport/cloud/cloud_connection.h"
@@ -64,6 +66,7 @@ static void CloudStart() {
     cloud->quitRequested = false;
     cloud->connState = ConnState::kIdle;
     cloud->linkUp = false;
+    cloud->receiver_left = false;
     cloud->connection_thread =
         OsThreadStart(ConnectionThread, nullptr, "Tarvik CloudConnectThread");
     if (cloud->connection_thread == nullptr) {
@@ -73,7 +76,17 @@ static void CloudStart() {
     cloud->running = true;
 }
 
+// A callback that tells of a new dongle runs on the receive thread, and may end the library: this
+// thread cannot be waited for, it ends by itself when the callback has returned.
+static void LeaveIfReceiver() {
+    if (cloud->receiver_id != OsCurrentThreadId()) return;
+    cloud->receiver_id = 0;
+    cloud->receiver_left = true;
+    OsKeepLibraryLoaded();
+}
+
 static void CloudStop() {
+    LeaveIfReceiver();
     const LockGuard hold(cloud->start_lock);
     OsThread* thread = std::exchange(cloud->connection_thread, nullptr);
     if (thread == nullptr) return;

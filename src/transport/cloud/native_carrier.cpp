@@ -64,9 +64,11 @@ static bool ReceiveOnce() {
 }
 
 static void RxThreadFunc(void*) {
-    while (!IsDisconnecting()) {
+    BeginReceiving();
+    while (GoesOnReceiving()) {
         if (!ReceiveOnce()) break;
     }
+    EndReceiving();
     if (IsDisconnecting()) Log(kLogTrace, "[%s] not online anymore. exiting.", kRxName);
 }
 

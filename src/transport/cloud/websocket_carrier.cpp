@@ -33,11 +33,13 @@ static std::uint32_t ReceiveSome(void*, void* data, std::uint32_t size, std::uin
 
 static void WebSocketRxThreadFunc(void*) {
     const WebSocketSource source = {ReceiveSome, nullptr};
-    while (!IsDisconnecting()) {
+    BeginReceiving();
+    while (GoesOnReceiving()) {
         PacketPtr packet;
         if (!ReceiveWebSocketPacket(source, &packet)) break;
         if (packet != nullptr) DispatchCloudPacket(std::move(packet));
     }
+    EndReceiving();
     Log(kLogTrace, "[%s] not online anymore. exiting.", kRxName);
 }
 

@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "conformance/cloud/relay_fixture.h"
+#include "conformance/framework/callbacks.h"
 
 namespace conformance {
 namespace {
@@ -47,8 +48,27 @@ TEST_P(CloudStop, EndsAConnectionAttemptThatNobodyAnswers) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
+// The callback comes on the thread that receives from the relay, which the end cannot wait for.
+TEST_P(CloudStop, MayComeFromTheCallbackThatTellsOfADongle) {
+    Construct(SettingsFor(GetParam()));
+    ASSERT_TRUE(IsConnected());
+    CallbackSpy spy;
+    auto ended = std::make_shared<Gate>();
+    spy.OnCall([ended](const CallbackCall&) {
+        EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        ended->Open();
+    });
+    Pdu().PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, spy.Function());
+    relay_.Command("login");
+    ASSERT_TRUE(ended->Wait());
+    EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
+
+    Construct(SettingsFor(GetParam()));
+    EXPECT_TRUE(IsConnected(2));
+}
+
 class GivenUp : public CloudStop {};
-INSTANTIATE_TEST_SUITE_P(Over, GivenUp, testing::Values(Way::kTcp),
+INSTANTIATE_TEST_SUITE_P(Over, GivenUp, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
 TEST_P(GivenUp, ConnectionEndsToo) {

@@ -215,6 +215,17 @@ TEST_P(CloudConnection, TransportConnectsAgainAfterAStop) {
     EXPECT_EQ(network_.Connections(), 2u);
 }
 
+TEST_P(CloudConnection, HandshakePacketsThatAnEarlierConnectionCouldNotSendAreDropped) {
+    for (const std::uint32_t type : {kTypeNhs1, kTypeTspr, kTypeDevi}) {
+        PacketPtr packet = MakePacket(type, 24);
+        AppendPacket(&cloud->queues.tx, packet, kNoTag);
+    }
+    ASSERT_TRUE(Connect());
+    ASSERT_TRUE(network_.EventuallySends(kTypeTspr));
+    EXPECT_EQ(network_.SentCount(kTypeNhs1), 1u);
+    EXPECT_EQ(network_.SentCount(kTypeDevi), 1u);
+}
+
 // ---------------------------------------------------------------- the address
 
 TEST_P(CloudConnection, AddressIsSentAgainAfterAReconnection) {
