@@ -6,7 +6,7 @@ set -uo pipefail
 
 cd "$(dirname "$0")/.."
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
-jobs=${JOBS:-2}
+jobs=${JOBS:-3} # most tests wait most of the time
 
 trap scripts/stop-wine.sh EXIT
 
