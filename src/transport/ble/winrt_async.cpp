@@ -1,5 +1,6 @@
 #include "transport/ble/winrt_async.h"
 
+#include "platform/process.h"
 #include "transport/ble/ble_radio.h"
 
 namespace tarvik::winrt {
@@ -15,20 +16,12 @@ void Completion::Set(AsyncState state) {
     OsEventSet(event_);
 }
 
-// An operation that is not over may still call its delegate, which is code of this library.
-static void StayLoaded() {
-    HMODULE ignored = nullptr;
-    ::GetModuleHandleExW(
-        GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-        reinterpret_cast<const wchar_t*>(reinterpret_cast<const void*>(&StayLoaded)), &ignored);
-}
-
 void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms,
                       OsEvent* give_up) {
     const int over = give_up == nullptr ? (OsEventWait(event_, limit_ms) ? 0 : -1)
                                         : OsEventWaitEither(event_, give_up, limit_ms);
     if (over != 0) {
-        StayLoaded();
+        OsKeepLibraryLoaded();  // the operation may still call its delegate, which is code of it
         operation.Get()->table->Cancel(operation.Get());
         throw BleError(over > 0 ? "The operation was given up"
                                 : "The system did not finish the operation within " +
