@@ -11,6 +11,8 @@
 #include <boost/beast/websocket.hpp>
 #include <boost/beast/websocket/ssl.hpp>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <exception>
@@ -18,6 +20,7 @@
 #include <string>
 #include <string_view>
 
+#include "link/packet.h"
 #include "platform/lock.h"
 #include "support/memory.h"
 #include "transport/cloud/tcp_addresses_posix.h"
@@ -60,6 +63,13 @@ struct WebSocketClient {
     std::optional<PlainStream> plain_stream;
     std::optional<SecureStream> secure_stream;
     std::uint32_t upgrade_error = 0;
+
+    // The receiver's: the part of one message that has been read ahead, and where the rest of it
+    // begins.
+    std::array<std::uint8_t, MAX_PKT_SIZE> arrived;
+    std::uint32_t arrived_size = 0;
+    std::uint32_t taken = 0;
+    MessageKind arrived_kind = MessageKind::kBinary;
 
     std::atomic<bool> aborted{false};
     OsLock send_lock;  // guards all below
@@ -346,11 +356,12 @@ static bool BeginReceiving(WebSocketClient* client) {
     return client->receiving;
 }
 
+// A sender is woken only when it need not wait any more.
 static void EndReceiving(WebSocketClient* client, bool broken) {
     const LockGuard hold(client->send_lock);
     client->receiving = false;
     if (broken) client->broken = true;
-    client->changed.WakeAll();
+    if (broken || client->aborted) client->changed.WakeAll();
 }
 
 template <typename Stream>
@@ -377,32 +388,64 @@ static MessageKind KindOf(const Stream& stream) {
     return stream.is_message_done() ? MessageKind::kBinary : MessageKind::kBinaryFragment;
 }
 
+static std::uint32_t ReadAhead(WebSocketClient* client) {
+    client->taken = 0;
+    client->arrived_size = 0;
+    Error result;
+    WithStream(client, [client, &result](auto& stream) {
+        result = ReadSome(client, &stream, asio::buffer(client->arrived), &client->arrived_size);
+        client->arrived_kind = KindOf(stream);
+    });
+    if (result != websocket::error::closed) return CodeOf(*client, result, kErrorConnectionBroken);
+    client->arrived_kind = MessageKind::kClose;
+    return 0;
+}
+
+static MessageKind PartOf(MessageKind whole) {
+    switch (whole) {
+        case MessageKind::kBinary:
+        case MessageKind::kBinaryFragment:
+            return MessageKind::kBinaryFragment;
+        case MessageKind::kText:
+        case MessageKind::kTextFragment:
+            return MessageKind::kTextFragment;
+        case MessageKind::kClose:
+            return MessageKind::kClose;
+    }
+    return whole;
+}
+
+static void TakeArrived(WebSocketClient* client, void* data, std::uint32_t size,
+                        std::uint32_t* bytes, MessageKind* kind) {
+    const std::uint32_t left = client->arrived_size - client->taken;
+    *bytes = std::min(size, left);
+    *kind = *bytes == left ? client->arrived_kind : PartOf(client->arrived_kind);
+    std::memcpy(data, client->arrived.data() + client->taken, *bytes);
+    client->taken += *bytes;
+}
+
 std::uint32_t ReceiveFromWebSocket(WebSocketClient* client, void* data, std::uint32_t size,
                                    std::uint32_t* bytes, MessageKind* kind) {
-    if (!BeginReceiving(client)) return kErrorOperationCancelled;
-    const std::uint32_t code = Guarded([&] {
-        Error result;
-        WithStream(client, [&](auto& stream) {
-            result = ReadSome(client, &stream, asio::buffer(data, size), bytes);
-            *kind = KindOf(stream);
-        });
-        if (result == websocket::error::closed) {
-            *kind = MessageKind::kClose;
-            return std::uint32_t{0};
-        }
-        return CodeOf(*client, result, kErrorConnectionBroken);
-    });
-    EndReceiving(client, code != 0 || *kind == MessageKind::kClose);
-    return code;
+    if (client->aborted) return kErrorOperationCancelled;
+    if (client->taken == client->arrived_size) {
+        if (!BeginReceiving(client)) return kErrorOperationCancelled;
+        const std::uint32_t code = Guarded([client] { return ReadAhead(client); });
+        EndReceiving(client, code != 0 || client->arrived_kind == MessageKind::kClose);
+        if (code != 0) return code;
+    }
+    TakeArrived(client, data, size, bytes, kind);
+    return 0;
 }
 
 // On the receiving thread.
 static void StartSending(WebSocketClient* client, asio::const_buffer packet) {
     WithStream(client, [&](auto& stream) {
         stream.async_write(packet, [client](const Error& error, std::size_t) {
-            const LockGuard hold(client->send_lock);
-            client->send_result = error;
-            client->send_done = true;
+            {
+                const LockGuard hold(client->send_lock);
+                client->send_result = error;
+                client->send_done = true;
+            }
             client->changed.WakeAll();
         });
     });
@@ -420,10 +463,13 @@ static void AwaitSent(WebSocketClient* client) {
 
 std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::uint32_t size) {
     return Guarded([&] {
-        const LockGuard hold(client->send_lock);
-        client->send_done = false;
+        {
+            const LockGuard hold(client->send_lock);
+            client->send_done = false;
+        }
         asio::post(client->io,
                    [client, packet = asio::buffer(data, size)] { StartSending(client, packet); });
+        const LockGuard hold(client->send_lock);
         AwaitSent(client);
         if (client->send_done && !client->send_result) return std::uint32_t{0};
         return client->aborted ? kErrorOperationCancelled : kErrorConnectionBroken;
