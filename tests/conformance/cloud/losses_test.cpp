@@ -63,14 +63,6 @@ protected:
         ASSERT_EQ(outcome.results.size(), 1u);
         EXPECT_TRUE(IsVin(Hex(outcome.results[0].data)));
     }
-    // Events that nobody takes are kept.
-    void DropEvents() const {
-        for (const UNUM32 module : {hMod_, UNUM32{PDU_HANDLE_UNDEF}}) {
-            while (NextEvent(module, PDU_HANDLE_UNDEF)) {
-            }
-        }
-    }
-
     void RunClient() {
         Construct(SettingsFor(ProcessNumber() % 2 == 0 ? Way::kTcp : Way::kWebSocket));
         hMod_ = FindModule();
@@ -82,7 +74,6 @@ protected:
         for (std::uint32_t i = 0; i < kWarmUp + kLosses && !HasFailure(); ++i) {
             LoseRelay();
             if (i % kRequestEvery == 0) Ask(&link);
-            DropEvents();
             if (i + 1 == kWarmUp) before = MeasureProcess();
         }
         const ProcessFigures after = MeasureSettled(before, kAllowance);
