@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 
@@ -12,8 +13,10 @@
 #include "link/packet_queue.h"
 #include "report.h"
 #include "scratch_folder.h"
+#include "sealed_stream.h"
 #include "support/cop_trace.h"
 #include "support/log.h"
+#include "transport/cloud/cloud_state.h"
 
 namespace tarvik::bench {
 namespace {
@@ -86,6 +89,26 @@ std::function<void()> EnqueueAndTake(std::uint32_t unclaimed) {
     };
 }
 
+std::function<void()> SealPacket(std::uint32_t size) {
+    return [size] {
+        const PacketPtr sealed = CloudSecSeal(MakePacket(kTypeSync, size));
+        if (sealed->type != kTypeCryp) std::abort();
+    };
+}
+
+// The relay's first packet, again and again.
+std::function<void()> OpenPacket(std::uint32_t size) {
+    const PacketPtr plain = MakePacket(kTypeSync, size);
+    Bytes sealed;
+    Sealer(Side::kRelay).Seal({plain->Bytes(), size}, &sealed);
+    return [sealed] {
+        PacketPtr packet = MakePacket(kTypeCryp, static_cast<std::uint32_t>(sealed.size()));
+        std::memcpy(packet->Bytes(), sealed.data(), sealed.size());
+        cloud_session.rxCounter = 0;
+        if (!CloudSecOpen(&cloud_session, packet)) std::abort();
+    };
+}
+
 }  // namespace
 }  // namespace tarvik::bench
 
@@ -98,6 +121,11 @@ int main(int argc, char** argv) {
     Register("find a ComParam by its name", 1'000'000, FindOneComParam);
     Register("receive an answer and take it", 500'000, EnqueueAndTake(0));
     Register("the same among 100000 unclaimed packets", 500'000, EnqueueAndTake(100'000));
+    InstallBenchSession();
+    Register("seal a packet of 64 bytes", 500'000, SealPacket(64));
+    Register("seal a packet of 4 KiB", 50'000, SealPacket(tarvik::kCloudMtu));
+    Register("open a packet of 64 bytes", 500'000, OpenPacket(64));
+    Register("open a packet of 4 KiB", 50'000, OpenPacket(tarvik::kCloudMtu));
     Register("log line, log on", 100'000, [] {
         tarvik::OpenDebugLog(true);  // does nothing from the second time on
         LogLine();
