@@ -68,6 +68,25 @@ void FakeNetwork::SetReceiveError(std::uint32_t error) {
     changed_.notify_all();
 }
 
+void FakeNetwork::Hold(bool* held, bool hold) {
+    const std::lock_guard guard(lock_);
+    *held = hold;
+    changed_.notify_all();
+}
+
+void FakeNetwork::StayWhile(std::unique_lock<std::mutex>& hold, const bool& held) {
+    ++holding_;
+    changed_.wait(hold, [&held] { return !held; });
+    --holding_;
+}
+
+bool FakeNetwork::EventuallyHolds() {
+    return Eventually([&] {
+        const std::lock_guard hold(lock_);
+        return (sending_held_ || reading_held_) && holding_ > 0;
+    });
+}
+
 std::vector<Bytes> FakeNetwork::Sent() {
     const std::lock_guard hold(lock_);
     return sent_;
@@ -160,7 +179,7 @@ int FakeNetwork::Peek(void* data, std::uint32_t size) {
 }
 
 int FakeNetwork::Read(void* data, std::uint32_t size) {
-    const std::lock_guard hold(lock_);
+    std::unique_lock hold(lock_);
     auto* const to = static_cast<std::uint8_t*>(data);
     std::size_t count = 0;
     while (count < size && !incoming_.empty()) {
@@ -171,6 +190,7 @@ int FakeNetwork::Read(void* data, std::uint32_t size) {
         count += part;
         if (bytes.empty()) incoming_.pop_front();
     }
+    StayWhile(hold, reading_held_);
     return static_cast<int>(count);
 }
 
@@ -191,11 +211,13 @@ std::uint32_t FakeNetwork::ReadMessage(void* data, std::uint32_t size, std::uint
     const bool in_parts = message.kind == MessageKind::kBinary && !message.bytes.empty();
     *kind = in_parts ? MessageKind::kBinaryFragment : message.kind;
     if (message.bytes.empty()) incoming_.pop_front();
+    StayWhile(hold, reading_held_);
     return 0;
 }
 
 std::uint32_t FakeNetwork::Send(const void* data, std::uint32_t size) {
-    const std::lock_guard hold(lock_);
+    std::unique_lock hold(lock_);
+    StayWhile(hold, sending_held_);
     if (aborted_) return kErrorOperationCancelled;
     if (send_error_ != 0) return send_error_;
     const auto* bytes = static_cast<const std::uint8_t*>(data);

@@ -58,6 +58,11 @@ public:
     void FailSending(std::uint32_t error = kErrorConnectionBroken) { send_error_ = error; }
     void Deliver(const Bytes& bytes, MessageKind kind = MessageKind::kBinary);
     void FailReceiving(std::uint32_t error) { SetReceiveError(error); }
+    // Threads stay in the library's calls, also when these are aborted: a reader behind what it
+    // read.
+    void HoldSending(bool hold) { Hold(&sending_held_, hold); }
+    void HoldReading(bool hold) { Hold(&reading_held_, hold); }
+    bool EventuallyHolds();
     void HangUp();  // what has been delivered before can still be read
 
     std::vector<Bytes> Sent();
@@ -93,6 +98,8 @@ private:
         Bytes bytes;
     };
     void SetReceiveError(std::uint32_t error);
+    void Hold(bool* held, bool hold);
+    void StayWhile(std::unique_lock<std::mutex>& hold, const bool& held);
 
     std::mutex lock_;
     std::condition_variable changed_;
@@ -100,6 +107,9 @@ private:
     std::vector<Bytes> sent_;
     std::string target_;
     bool ended_ = false;
+    bool sending_held_ = false;
+    bool reading_held_ = false;
+    std::uint32_t holding_ = 0;  // threads
     std::uint32_t receive_error_ = 0;
     std::atomic<bool> aborted_{false};
     std::atomic<Reception> reception_{Reception::kAccept};
