@@ -188,16 +188,22 @@ class FakeTick {
 public:
     explicit FakeTick(std::uint64_t now_ms) {
         now_ms_ = now_ms;
-        previous_ = SetTickSource([] { return now_ms_.load(); });
+        previous_ = SetTickSource([] {
+            ++reads_;
+            return now_ms_.load();
+        });
     }
     ~FakeTick() { SetTickSource(previous_); }
     FakeTick(const FakeTick&) = delete;
     FakeTick& operator=(const FakeTick&) = delete;
 
     void Advance(std::uint64_t ms) { now_ms_ += ms; }
+    // How often somebody has looked at it.
+    std::uint64_t Reads() const { return reads_; }
 
 private:
     static inline std::atomic<std::uint64_t> now_ms_{0};
+    static inline std::atomic<std::uint64_t> reads_{0};
     TickSource previous_;
 };
 

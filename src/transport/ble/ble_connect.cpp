@@ -14,36 +14,43 @@ BleConnectRequest::~BleConnectRequest() {
     if (thread != nullptr) OsThreadClose(thread);
 }
 
-// Under BleCriticalSection. Null: no memory.
-static DeviceQueues* QueuesOf(std::uint64_t address) {
-    for (const BleQueueSet& set : ble->queue_sets) {
-        if (set.address == address) return set.queues;
+static BleQueueSet& QueueSetOf(std::uint64_t address) {
+    const LockGuard hold(ble->BleCriticalSection);
+    for (BleQueueSet* set : ble->queue_sets) {
+        if (set->address == address) return *set;
     }
     ble->queue_sets.reserve(ble->queue_sets.size() + 1);
-    auto* queues = NewTracked<DeviceQueues>();
-    if (queues != nullptr) ble->queue_sets.push_back({address, queues});
-    return queues;
+    auto* set = NewTracked<BleQueueSet>(address);
+    if (set == nullptr) throw std::bad_alloc();
+    ble->queue_sets.push_back(set);
+    return *set;
 }
 
-static DeviceQueues* TakeQueues(std::uint64_t address) {
+// False: the attempt has been given up. The queues may be another connection's by now.
+static bool TakeQueues(const BleConnectRequest& request, BleConnection* connection) {
     const LockGuard hold(ble->BleCriticalSection);
-    DeviceQueues* queues = QueuesOf(address);
-    if (queues == nullptr) throw std::bad_alloc();
-    return queues;
+    if (request.abandoned) return false;
+    connection->TakeQueues();
+    return true;
 }
 
-// False: it failed, which has been logged, or the attempt has been given up meanwhile.
+// False: it failed, which has been logged, or the attempt has been given up meanwhile. A dongle
+// that has gone while it was subscribed to is never listed.
 static bool RunAndList(const BleConnectRequest& request,
                        const std::shared_ptr<BleConnection>& connection) {
     const LockGuard hold(ble->BleCriticalSection);
     if (request.abandoned || !connection->Run(connection)) return false;
     ble->connected.push_back(connection);
-    return true;
+    if (connection->SetReady()) return true;
+    ble->connected.pop_back();
+    return false;
 }
 
 static bool Complete(BleConnectRequest* request, const std::shared_ptr<BleConnection>& connection) {
-    if (!connection->Establish() || !RunAndList(*request, connection)) return false;
-    connection->SetReady();
+    if (!TakeQueues(*request, connection.get()) || !connection->Establish() ||
+        !RunAndList(*request, connection)) {
+        return false;
+    }
     request->queues = connection->queues();
     request->success = true;
     ConsolePrint("  Connection complete, queues=%p\n", static_cast<void*>(request->queues));
@@ -68,8 +75,8 @@ private:
 
 static void Connect(BleConnectRequest* request) {
     const BleRadioThread inside(*request->radio);
-    const auto connection = MakeBleShared<BleConnection>(request->radio, request->address,
-                                                         TakeQueues(request->address));
+    const auto connection =
+        MakeBleShared<BleConnection>(request->radio, &QueueSetOf(request->address));
     ConnectionGuard guard(*connection);
     if (Complete(request, connection)) guard.Keep();
 }

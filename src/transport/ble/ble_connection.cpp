@@ -16,9 +16,8 @@ static constexpr BleUuid kService = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x99, 0
 static constexpr BleUuid kCharacteristic = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
                                             0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
 
-BleConnection::BleConnection(std::shared_ptr<BleRadio> radio, std::uint64_t address,
-                             DeviceQueues* queues)
-    : radio_(std::move(radio)), address_(address), queues_(queues) {}
+BleConnection::BleConnection(std::shared_ptr<BleRadio> radio, BleQueueSet* set)
+    : radio_(std::move(radio)), set_(set), address_(set->address), queues_(&set->queues) {}
 
 BleConnection::~BleConnection() {
     if (device_ == nullptr) return;
@@ -31,6 +30,13 @@ BleConnection::~BleConnection() {
 }
 
 // ---------------------------------------------------------------- connecting
+
+void BleConnection::TakeQueues() {
+    set_->owner = this;
+    InitializeQueue(&queues_->rx);
+    InitializeQueue(&queues_->tx);
+    queues_->mtu = kBleMtu;
+}
 
 bool BleConnection::Open() {
     ConsolePrint("  Connecting to BLE device...\n");
@@ -98,10 +104,6 @@ bool BleConnection::Establish() {
 
 bool BleConnection::Run(const std::shared_ptr<BleConnection>& self) {
     ConsolePrint("  Starting TX/RX threads...\n");
-    InitializeQueue(&queues_->rx);
-    InitializeQueue(&queues_->tx);
-    queues_->mtu = kBleMtu;
-    owns_queues_ = true;
     running_ = true;
     return StartThreads(self);
 }
@@ -122,14 +124,12 @@ bool BleConnection::StartThreads(const std::shared_ptr<BleConnection>& self) {
 
 // A link from before the dongle went away sends as soon as the queues are available, so they are
 // not before the dongle can be reached.
-void BleConnection::SetReady() {
+bool BleConnection::SetReady() {
     const LockGuard hold(stop_lock_);
-    if (lost_) {
-        StopThreads();
-        return;
-    }
+    if (lost_) return false;
     queues_->available = true;
     ready_ = true;
+    return true;
 }
 
 // ---------------------------------------------------------------- the end
@@ -152,6 +152,9 @@ void BleConnection::Lost() noexcept {
 }
 
 void BleConnection::ReleaseQueues() {
+    const LockGuard hold_owner(ble->BleCriticalSection);
+    if (set_->owner != this) return;
+    set_->owner = nullptr;
     {
         const LockGuard hold(stop_lock_);
         ready_ = false;
@@ -165,7 +168,7 @@ void BleConnection::ReleaseQueues() {
 }
 
 void BleConnection::Close() {
-    if (owns_queues_) ReleaseQueues();
+    ReleaseQueues();
     EndBleThread(&transmit_thread_, kThreadEndMs);
     EndBleThread(&receive_thread_, kThreadEndMs);
 }

@@ -13,11 +13,13 @@
 
 namespace tarvik {
 
+struct BleQueueSet;
+
 // One dongle, from the attempt to connect it to its end. Its threads have a share of it each, so
 // that one that is held up inside the radio keeps what it uses.
 class BleConnection final : public BleDevice::Handler {
 public:
-    BleConnection(std::shared_ptr<BleRadio> radio, std::uint64_t address, DeviceQueues* queues);
+    BleConnection(std::shared_ptr<BleRadio> radio, BleQueueSet* set);
     ~BleConnection();  // disconnects
     BleConnection(const BleConnection&) = delete;
     BleConnection& operator=(const BleConnection&) = delete;
@@ -27,13 +29,16 @@ public:
     bool running() const { return running_; }
     bool lost() const { return lost_; }
 
+    // Under BleCriticalSection. The queues are initialised, and this connection's until its end, or
+    // until another one takes them.
+    void TakeQueues();
     // Opens the dongle and subscribes to what it sends. False: what went wrong has been logged.
     bool Establish();
-    // Takes the queues over and starts the threads. `self` is this connection, of which each thread
-    // takes a share. False: as above.
+    // Starts the threads. `self` is this connection, of which each thread takes a share. False: as
+    // above.
     bool Run(const std::shared_ptr<BleConnection>& self);
-    // The record is listed: the queues now reach the dongle.
-    void SetReady();
+    // The record is listed: the queues now reach the dongle. False: it has gone meanwhile.
+    bool SetReady();
 
     // Takes the dongle away from those who use its queues, and ends the threads. Disconnects when
     // the last share of the connection goes: as a rule the caller's, after this.
@@ -61,15 +66,15 @@ private:
     static void BleTxThreadFunc(void* argument);
 
     const std::shared_ptr<BleRadio> radio_;
+    BleQueueSet* const set_;  // lives as long as the library
     const std::uint64_t address_;
-    DeviceQueues* const queues_;  // live as long as the library
+    DeviceQueues* const queues_;  // of the set
     std::unique_ptr<BleDevice> device_;
 
     OsLock stop_lock_;                  // comes before a queue's lock
     OsCondition stopped_;               // woken when `running_` is cleared
     std::atomic<bool> running_{false};  // its threads run
     std::atomic<bool> ready_{false};    // complete and listed
-    bool owns_queues_ = false;          // no other connection uses them
     std::atomic<bool> lost_{false};     // the dongle has gone; the next scan clears up
 
     OsLock receive_lock_;  // one notification at a time; comes before a queue's lock

@@ -23,9 +23,14 @@ struct BleConnectRequest;
 template <typename T>
 using BleList = std::vector<T, TrackedAllocator<T>>;
 
+// The queues of one dongle. Never released: links keep a pointer to the queues of a dongle that has
+// gone, and find it behind them when it comes back.
 struct BleQueueSet {
-    std::uint64_t address;
-    DeviceQueues* queues;
+    explicit BleQueueSet(std::uint64_t of) : address(of) {}
+
+    const std::uint64_t address;
+    DeviceQueues queues;
+    const BleConnection* owner = nullptr;  // shuts them down in the end; under BleCriticalSection
 };
 
 struct BleState {
@@ -42,9 +47,7 @@ struct BleState {
     BleList<std::uint64_t> pending;     // those of dongles, to be connected
     BleList<std::shared_ptr<BleConnection>> connected;
     BleList<std::shared_ptr<BleConnectRequest>> attempts;
-    // Never released: links keep a pointer to the queues of a dongle that has gone, and find it
-    // behind them when it comes back.
-    BleList<BleQueueSet> queue_sets;
+    BleList<BleQueueSet*> queue_sets;
 };
 extern Immortal<BleState> ble;
 

@@ -18,6 +18,12 @@ protected:
         }
         return kept;
     }
+    static std::size_t CountOf(const LogCapture& log, const std::string& beginning) {
+        const auto lines = log.Lines();
+        return static_cast<std::size_t>(
+            std::count_if(lines.begin(), lines.end(),
+                          [&](const std::string& line) { return line.rfind(beginning, 0) == 0; }));
+    }
     // "%p" as the library prints it.
     static std::string Pointer(const void* pointer) {
         char text[40];
@@ -92,6 +98,17 @@ TEST_F(BleScanTest, NewDongleIsConnectedAskedAndReported) {
           "[BLE] BleUpdateDevices complete, added 1 devices"}) {
         EXPECT_EQ(log.Count(line), 1u) << line;
     }
+}
+
+TEST_F(BleScanTest, QueuesAreInitialisedBeforeTheDongleIsOpened) {
+    const auto dongle = FakeRadio::Add();
+    dongle->HoldOpening();
+    LogCapture log;
+    Thread scan([] { EXPECT_EQ(Scan().size(), 1u); });
+    EXPECT_TRUE(Eventually([&] { return dongle->IsOpening(); }));
+    EXPECT_EQ(CountOf(log, "[InitializeQueue] Initialized"), 2u);
+    dongle->ReleaseOpening();
+    scan.Join();
 }
 
 TEST_F(BleScanTest, EveryDongleInReachIsReported) {
@@ -231,6 +248,8 @@ TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
     }
     EXPECT_TRUE(log.Has(failure.log)) << log.Text();
     EXPECT_TRUE(log.Has("[BLE] Failed to connect to device"));
+    EXPECT_EQ(CountOf(log, "[InitializeQueue] Initialized"), 2u);
+    EXPECT_EQ(CountOf(log, "[FreeQueue] Deleting"), 2u);
     EXPECT_FALSE(dongle->IsOpen());
     EXPECT_EQ(ConnectedCount(), 0u);
     dongle->Work();
@@ -319,12 +338,12 @@ TEST_F(BleScanTest, CompletionEventThatCannotBeCreatedIsLogged) {
 
 class BleSlowConnection : public BleScanTest {
 protected:
-    // A scan by a tick that goes on, by so much every millisecond.
-    std::vector<DeviceReport> ScanByTicksOf(std::uint64_t tick_ms) {
+    // A scan by a tick that goes on with real time.
+    std::vector<DeviceReport> ScanInTime() {
         std::atomic<bool> done{false};
         Thread clock([&] {
             while (!done) {
-                tick_.Advance(tick_ms);
+                tick_.Advance(1);
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
         });
@@ -332,12 +351,29 @@ protected:
         done = true;
         return reports;
     }
-    std::vector<DeviceReport> ScanInTime() { return ScanByTicksOf(1); }
-    // A scan that gives up waiting for a dongle which is still being opened.
+    // The scan, which alone reads the tick here, has seen it where it stands and goes on waiting:
+    // the first time that it looks may have been before the tick was moved.
+    bool ScanGoesOnWaiting() const {
+        const std::uint64_t before = tick_.Reads();
+        return Eventually([&] { return tick_.Reads() >= before + 3; });
+    }
+    // A scan that gives up waiting for a dongle which is still being opened. It begins to wait
+    // within the last millisecond of the moving tick.
     void GiveUp() {
         dongle_->HoldOpening();
         StdoutCapture console;
-        EXPECT_EQ(ScanByTicksOf(1000).size(), 0u);
+        Thread scan([] { EXPECT_EQ(Scan().size(), 0u); });
+        EXPECT_TRUE(Eventually([&] {
+            tick_.Advance(1);
+            return log_.Has("[BLE] Connecting to device: A0:B1:C2:D3:E4:F5");
+        }));
+        EXPECT_TRUE(Eventually([&] { return dongle_->IsOpening(); }));
+        EXPECT_TRUE(ScanGoesOnWaiting());
+        tick_.Advance(29'998);
+        EXPECT_TRUE(ScanGoesOnWaiting());
+        EXPECT_FALSE(log_.Has("[BLE] Connection timeout"));
+        tick_.Advance(2);
+        scan.Join();
         console_ = console.Text();
     }
     void TearDown() override {
@@ -358,7 +394,7 @@ protected:
     }
 };
 
-TEST_F(BleSlowConnection, IsGivenUpByTheScanAfterThirtySeconds) {
+TEST_F(BleSlowConnection, IsGivenUpByTheScanAfterThirtySecondsAndNotBefore) {
     GiveUp();
     EXPECT_TRUE(Contains(console_, "[BLE] Connection timeout (wait result: 258)\n"));
     EXPECT_TRUE(log_.Has("[BLE] Connection timeout"));

@@ -272,7 +272,17 @@ TEST_F(BleTrafficTest, WhatWasHalfReceivedOrUnsentDoesNotReachTheNextConnection)
 TEST_F(BleFixture, DongleThatVanishesWhileSubscribingIsNotReported) {
     const auto dongle = FakeRadio::Add();
     dongle->lost_while_subscribing = true;
-    EXPECT_EQ(Scan().size(), 0u);
+    LogCapture log;
+    {
+        StdoutCapture console;
+        EXPECT_EQ(Scan().size(), 0u);
+        EXPECT_FALSE(Contains(console.Text(), "Connection complete"));
+        EXPECT_TRUE(Contains(console.Text(), "[BLE] Thread completed, success=0, queues="));
+        EXPECT_TRUE(Contains(console.Text(), "[BLE] Connection failed\n"));
+    }
+    EXPECT_FALSE(log.Has("[BLE] Device connected and ready"));
+    EXPECT_FALSE(dongle->IsOpen());
+    EXPECT_EQ(ConnectedCount(), 0u);
     dongle->lost_while_subscribing = false;
     EXPECT_EQ(Scan().size(), 1u);
     EXPECT_EQ(ConnectedCount(), 1u);
