@@ -10,7 +10,8 @@ namespace brennix {
 namespace {
 
 constexpr const char* kName = "org.bluez";
-constexpr const char* kAdapterPath = "/org/bluez/hci0";
+constexpr const char* kFirstPath = "/org/bluez/hci0";
+constexpr const char* kSecondPath = "/org/bluez/hci1";
 constexpr const char* kNotReady = "org.bluez.Error.NotReady";
 
 }  // namespace
@@ -26,11 +27,18 @@ Bluez::Bluez(EventLoop* loop, std::string bus_address, std::uint16_t radio)
 
 Bluez::~Bluez() = default;
 
-void Bluez::Start() {
+void Bluez::Start(const std::optional<Second>& second) {
     if (bus_) return;
     bus_ = std::make_unique<Bus>(loop_, bus_address_);
     bus_->SetLeaveHandler([this](const std::string& name) { OnClientLeft(name); });
     bus_->Connection().addObjectManager("/", sdbus::floating_slot);
+    const bool is_first = !second || second->powered;
+    adapter_path_ = is_first ? kFirstPath : kSecondPath;
+    if (second) {
+        second_ = std::make_unique<SecondAdapter>(&bus_->Connection(),
+                                                  is_first ? kSecondPath : kFirstPath,
+                                                  second->powered, second->address);
+    }
     SetAdapter(adapter_state_);
     bus_->Connection().requestName(kName);
     bus_->Pump();
@@ -45,12 +53,17 @@ void Bluez::Stop() {
     bus_->Connection().releaseName(kName);
     devices_.clear();
     adapter_.reset();
+    second_.reset();
     clients_.clear();
     filters_.clear();
     discovering_.clear();
     starts_.clear();
     bus_->Pump();
     bus_.reset();
+}
+
+void Bluez::SetMute(bool mute) {
+    if (bus_) bus_->SetMute(mute);
 }
 
 void Bluez::Fail(std::uint32_t count, const std::string& method, const std::string& name,
@@ -126,7 +139,7 @@ void Bluez::AddAdapter(bool powered) {
         return [this, run](sdbus::MethodCall call) { (this->*run)(std::move(call)); };
     };
     adapter_ = std::make_unique<BusObject>(
-        &bus_->Connection(), kAdapterPath, "org.bluez.Adapter1",
+        &bus_->Connection(), adapter_path_, "org.bluez.Adapter1",
         std::vector<BusObject::Method>{
             {"SetDiscoveryFilter", "a{sv}", "", method(&Bluez::SetDiscoveryFilter)},
             {"StartDiscovery", "", "", method(&Bluez::StartDiscovery)},
@@ -215,7 +228,7 @@ void Bluez::RemoveDevice(sdbus::MethodCall call) {
 Device& Bluez::FindOrAddDevice(const std::string& address) {
     std::unique_ptr<Device>& device = devices_[address];
     Device::Host* const host = this;
-    if (!device) device = std::make_unique<Device>(host, kAdapterPath, address);
+    if (!device) device = std::make_unique<Device>(host, adapter_path_, address);
     return *device;
 }
 
@@ -226,6 +239,7 @@ void Bluez::OnAdvertisement(const std::string& address, std::string_view rest) {
     std::optional<Bytes> name;
     if (rest != "-") name = TakeHex(&rest);
     FindOrAddDevice(address).Seen(static_cast<std::int16_t>(rssi), name);
+    if (second_) second_->Hear();
 }
 
 }  // namespace brennix

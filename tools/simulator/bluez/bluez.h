@@ -7,11 +7,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
 #include "bluez/bus.h"
 #include "bluez/device.h"
+#include "bluez/second_adapter.h"
 #include "radio/line_socket.h"
 
 namespace brennix {
@@ -24,10 +26,17 @@ public:
     Bluez(const Bluez&) = delete;
     Bluez& operator=(const Bluez&) = delete;
 
-    // The service ends, with its connections and all that it knew of devices; and begins anew.
+    // The service ends, with its connections and all that it knew of devices; and begins anew, with
+    // a second adapter perhaps. One that is off is the first of the two.
+    struct Second {
+        bool powered;
+        std::string address;  // of a device that it knows
+    };
     void Stop();
-    void Start();
+    void Start(const std::optional<Second>& second = std::nullopt);
     bool IsRunning() const { return bus_ != nullptr; }
+    // It is there, and does not do anything.
+    void SetMute(bool mute);
 
     // The next `count` calls of a method end with this error.
     void Fail(std::uint32_t count, const std::string& method, const std::string& name,
@@ -67,6 +76,8 @@ private:
     const std::string bus_address_;
     LineSocket radio_;
     std::unique_ptr<Bus> bus_;
+    std::unique_ptr<SecondAdapter> second_;
+    const char* adapter_path_ = "";
     std::string adapter_state_ = "absent";
     std::unique_ptr<BusObject> adapter_;
     std::map<std::string, std::unique_ptr<Device>> devices_;  // by address

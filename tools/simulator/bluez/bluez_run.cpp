@@ -18,8 +18,24 @@ CommandResult RunStop(Context* context) {
     return Ok();
 }
 
+bool TakeSwitch(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    if (word != "on" && word != "off") throw UsageError("expected on or off");
+    return word == "on";
+}
+
 CommandResult RunStart(Context* context) {
-    context->bluez->Start();
+    if (context->rest.empty()) {
+        context->bluez->Start();
+        return Ok();
+    }
+    const bool powered = TakeSwitch(&context->rest);
+    context->bluez->Start({{powered, std::string(TakeWord(&context->rest))}});
+    return Ok();
+}
+
+CommandResult RunMute(Context* context) {
+    context->bluez->SetMute(TakeSwitch(&context->rest));
     return Ok();
 }
 
@@ -38,7 +54,9 @@ CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
     {"stop", "", "the service ends and forgets all devices", RunStop},
-    {"start", "", "it is there again", RunStart},
+    {"start", "[on|off ADDRESS]", "it is there again; with a second adapter that knows a device",
+     RunStart},
+    {"mute", "on|off", "while it is on, the service does not do anything", RunMute},
     {"fail", "N METHOD ERROR [TEXT]", "the next N calls of a method end with this error", RunFail},
     {"clients", "", "how many programs on the bus have called something", RunClients},
     {"help", "", "these commands", RunHelp},

@@ -39,7 +39,15 @@ void Bus::OnOwnerChanged(sdbus::Message& message) {
     if (after.empty() && left_) left_(name);
 }
 
+void Bus::SetMute(bool mute) {
+    is_mute_ = mute;
+    if (!mute) return Pump();
+    loop_->Cancel(timer_);
+    loop_->Change(fd_, 0);
+}
+
 void Bus::Pump() {
+    if (is_mute_) return;
     while (connection_->processPendingRequest()) {
     }
     const auto wanted = connection_->getEventLoopPollData();

@@ -24,6 +24,8 @@ public:
     // Carries out what came and sends what waits. After everything that used the connection outside
     // of a handler of it.
     void Pump();
+    // While it is mute, it takes nothing in and says nothing.
+    void SetMute(bool mute);
     // Somebody left the bus.
     void SetLeaveHandler(std::function<void(const std::string& name)> handler) {
         left_ = std::move(handler);
@@ -36,6 +38,7 @@ private:
     std::unique_ptr<sdbus::IConnection> connection_;
     std::function<void(const std::string&)> left_;
     int fd_;
+    bool is_mute_ = false;
     EventLoop::TimerId timer_;
 };
 

@@ -13,11 +13,6 @@ constexpr const char* kCharacteristic = "34a242a7-5bc9-45d3-92e4-af6f9138ff00";
 constexpr const char* kAborted = "le-connection-abort-by-local";
 constexpr std::uint16_t kMtuOverhead = 3;
 
-std::string DevicePath(const std::string& adapter, std::string address) {
-    std::replace(address.begin(), address.end(), ':', '_');
-    return adapter + "/dev_" + address;
-}
-
 std::string HandlePath(const std::string& parent, const char* kind, std::size_t handle) {
     char text[32];
     std::snprintf(text, sizeof text, "/%s%04zx", kind, handle);
@@ -49,6 +44,11 @@ std::vector<std::string> SplitList(std::string_view text) {
 }
 
 }  // namespace
+
+std::string DevicePath(const std::string& adapter, std::string address) {
+    std::replace(address.begin(), address.end(), ':', '_');
+    return adapter + "/dev_" + address;
+}
 
 Device::Device(Host* host, const std::string& adapter, std::string address)
     : host_(host), address_(std::move(address)), path_(DevicePath(adapter, address_)) {
@@ -357,8 +357,8 @@ void Device::Drop(const std::string& why) {
 // The link stays with BlueZ, and the dongle out of everybody's reach.
 void Device::ClientLeft(const std::string& client) {
     sessions_.erase(client);
-    has_left_.erase(client);
-    if (owner_ != client || state_ == State::kIdle) return;
+    const bool has_left = has_left_.erase(client) != 0;
+    if (has_left || owner_ != client || state_ == State::kIdle) return;
     host_->Violation("left the bus with " + address_ + " connected");
     host_->ToRadio("disconnect " + address_);
 }

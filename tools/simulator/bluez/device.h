@@ -15,6 +15,9 @@
 
 namespace brennix {
 
+// Below the adapter's.
+std::string DevicePath(const std::string& adapter, std::string address);
+
 class Device {
 public:
     // What a device needs of the rest.

@@ -71,6 +71,7 @@ std::size_t Radio::AddDongle(DongleSetup setup) {
 void Radio::Change(std::size_t dongle, const RadioSettings& settings) {
     airs_[dongle].settings = settings;
     airs_[dongle].advertised_in_scan = 0;
+    if (airs_[dongle].is_connecting) ScheduleConnect(dongle);
     ScheduleAdvertisement(dongle, 0);
 }
 
@@ -240,8 +241,14 @@ void Radio::Connect(Central* central, const std::string& address) {
     air.link = ++last_link_;
     air.central = central;
     air.is_connecting = true;
+    ScheduleConnect(*dongle);
+}
+
+void Radio::ScheduleConnect(std::size_t dongle) {
+    Air& air = airs_[dongle];
+    loop_->Cancel(air.connect_timer);
     air.connect_timer = loop_->After(std::chrono::milliseconds(air.settings.connect_ms),
-                                     [this, dongle = *dongle] { FinishConnect(dongle); });
+                                     [this, dongle] { FinishConnect(dongle); });
 }
 
 void Radio::FinishConnect(std::size_t dongle) {

@@ -94,6 +94,7 @@ private:
 
     void SetScan(Central* central, std::string_view mode);
     void Connect(Central* central, const std::string& address);
+    void ScheduleConnect(std::size_t dongle);
     void FinishConnect(std::size_t dongle);
     void Disconnect(Central* central, std::size_t dongle);
     void ListServices(Central* central, std::size_t dongle);
