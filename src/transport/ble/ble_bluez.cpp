@@ -1,9 +1,13 @@
 // The radio of a Linux computer, through BlueZ.
 #include <charconv>
+#include <utility>
 
+#include "transport/ble/bluez_opening.h"
 #include "transport/ble/bluez_radio.h"
 
 namespace tarvik {
+
+static constexpr std::chrono::milliseconds kBusLimit{5'000};
 
 std::optional<std::uint64_t> BluezAddress(const std::string& text) {
     std::uint64_t address = 0;
@@ -16,6 +20,11 @@ std::optional<std::uint64_t> BluezAddress(const std::string& text) {
         address = address << 8 | byte;
     }
     return address;
+}
+
+bool IsBelow(const std::string& path, const std::string& parent) {
+    return path.size() > parent.size() && path[parent.size()] == '/' &&
+           path.compare(0, parent.size(), parent) == 0;
 }
 
 std::string PoweredAdapter(const std::vector<BluezObject>& objects) {
@@ -51,13 +60,31 @@ public:
 
 private:
     std::shared_ptr<BluezBus> Bus() {
-        const LockGuard hold(lock_);
-        if (bus_ == nullptr || bus_->closed()) {
-            bus_ = BluezBus::Connect();
-            if (cancelled_) bus_->CancelConnecting();
+        const LockGuard hold(opening_lock_);
+        if (auto bus = OpenBus()) return bus;
+        const auto opening =
+            opening_ != nullptr ? std::exchange(opening_, nullptr) : BluezOpening::Begin();
+        auto bus = opening->Await(kBusLimit);
+        if (bus == nullptr) {
+            opening_ = opening;
+            throw BleError("the system's message bus does not answer");
         }
-        return bus_;
+        Use(bus);
+        return bus;
     }
+    // Null: there is none.
+    std::shared_ptr<BluezBus> OpenBus() {
+        const LockGuard hold(lock_);
+        return bus_ != nullptr && !bus_->closed() ? bus_ : nullptr;
+    }
+    void Use(const std::shared_ptr<BluezBus>& bus) {
+        const LockGuard hold(lock_);
+        bus_ = bus;
+        if (cancelled_) bus->CancelConnecting();
+    }
+
+    OsLock opening_lock_;                    // held while the bus is connected; comes before lock_
+    std::shared_ptr<BluezOpening> opening_;  // that was not over in time
 
     OsLock lock_;
     std::shared_ptr<BluezBus> bus_;

@@ -45,6 +45,11 @@ bool BluezError::IsObjectGone() const {
            name_ == "org.freedesktop.DBus.Error.UnknownMethod" || Is("DoesNotExist");
 }
 
+bool BluezError::IsSilence() const {
+    return name_ == "org.freedesktop.DBus.Error.NoReply" ||
+           name_ == "org.freedesktop.DBus.Error.Timeout";
+}
+
 bool BluezError::IsRefused() const {
     return name_ == "org.freedesktop.DBus.Error.AccessDenied" || Is("NotAuthorized") ||
            Is("NotPermitted");
@@ -150,13 +155,15 @@ void BluezBus::AddMatches() {
 }
 
 void BluezBus::Run() {
+    std::string why;
     try {
         connection_->enterEventLoop();
     } catch (const sdbus::Error& error) {
-        Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s",
-            error.getMessage().c_str());
+        why = error.getMessage();
     }
     closed_ = true;
+    if (!why.empty())
+        Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why.c_str());
     Announce();
     Tell([](BluezListener& listener) { listener.ServiceGone(); });
 }
@@ -227,8 +234,12 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
     } catch (const sdbus::Error& error) {
         throw BluezError(error.getName(), error.getMessage());
     }
+    answers_ = answered;
     if (!answered) throw BluezError("org.freedesktop.DBus.Error.NoReply", "no answer in time");
-    if (answer->failed) throw BluezError(answer->error_name, answer->error_text);
+    if (!answer->failed) return;
+    const BluezError error(answer->error_name, answer->error_text);
+    answers_ = !error.IsSilence();
+    throw error;
 }
 
 std::vector<BluezObject> BluezBus::Objects(Cancel cancel) {

@@ -32,6 +32,7 @@ public:
     // `name` without the part that all of BlueZ's errors begin with.
     bool Is(const char* name) const { return name_ == std::string("org.bluez.Error.") + name; }
     bool IsObjectGone() const;
+    bool IsSilence() const;  // no answer in time
     bool IsRefused() const;  // the bus does not let this user talk to BlueZ
 
 private:
@@ -82,6 +83,8 @@ public:
     BluezBus& operator=(const BluezBus&) = delete;
 
     bool closed() const { return closed_; }
+    // False: the last call that is over got no answer in its time.
+    bool answers() const { return answers_; }
     // From here on calls that allow it fail at once.
     void CancelConnecting();
 
@@ -129,6 +132,7 @@ private:
     OsThread* thread_ = nullptr;
     std::atomic<bool> closed_{false};
     std::atomic<bool> cancelled_{false};
+    std::atomic<bool> answers_{true};
 
     OsLock lock_;  // for what Await waits for; never held while the bus or a listener is called
     OsCondition changed_;

@@ -13,12 +13,14 @@ namespace {
 using std::chrono::milliseconds;
 using Cancel = BluezBus::Cancel;
 
-constexpr milliseconds kConnectLimit{25'000};
+// Longer than a scan waits for all of it: a dongle that is late is there for the next one.
+constexpr milliseconds kConnectLimit{40'000};
 constexpr milliseconds kConnectedLimit{5'000};
 constexpr milliseconds kResolveLimit{30'000};
 constexpr milliseconds kSubscribeLimit{10'000};
 constexpr milliseconds kWriteLimit{5'000};
 constexpr milliseconds kCloseLimit{3'000};
+constexpr milliseconds kCloseLimitOfMute{100};  // sent, and not waited for in earnest
 constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
 constexpr std::uint16_t kWriteHeader = 3;  // what a write command takes of the link's packets
 
@@ -55,8 +57,8 @@ public:
         : bus_(std::move(bus)),
           open_devices_(std::move(open_devices)),
           address_(address),
-          path_(std::move(path)) {
-        open_devices_->Add(address_);
+          path_(std::move(path)),
+          opening_(open_devices_->Add(address_)) {
         bus_->Add(this);
     }
     ~BluezBleDevice() override;
@@ -78,6 +80,7 @@ private:
     void Note(std::atomic<bool>* flag, bool value);
     void SetHandler(Handler* handler);
     void TellLost();
+    void Disconnect();
     void CallQuietly(const std::string& path, const char* interface, const char* method);
 
     void ObjectRemoved(const std::string& path, const std::string& interface) override;
@@ -88,6 +91,7 @@ private:
     const std::shared_ptr<BluezOpenDevices> open_devices_;
     const std::uint64_t address_;
     const std::string path_;
+    const std::uint64_t opening_;
     std::atomic<bool> connected_{false};
     std::atomic<bool> resolved_{false};
     std::atomic<bool> lost_{false};
@@ -104,17 +108,22 @@ private:
 
 BluezBleDevice::~BluezBleDevice() {
     SetHandler(nullptr);
-    // BlueZ would take the subscription up again, and the connection too, by itself.
-    if (notifying_) CallQuietly(characteristic_, kBluezCharacteristic, "StopNotify");
-    CallQuietly(path_, kBluezDevice, "Disconnect");
+    if (open_devices_->IsLatest(address_, opening_)) Disconnect();
     bus_->Remove(this);
-    open_devices_->Remove(address_);
+    open_devices_->Remove(address_, opening_);
 }
 
+// BlueZ would take the subscription up again, and the connection too, by itself.
+void BluezBleDevice::Disconnect() {
+    if (notifying_) CallQuietly(characteristic_, kBluezCharacteristic, "StopNotify");
+    CallQuietly(path_, kBluezDevice, "Disconnect");
+}
+
+// A service that is mute is waited for once, not for every call of every dongle.
 void BluezBleDevice::CallQuietly(const std::string& path, const char* interface,
                                  const char* method) {
     try {
-        bus_->Call({path, interface, method, kCloseLimit});
+        bus_->Call({path, interface, method, bus_->answers() ? kCloseLimit : kCloseLimitOfMute});
     } catch (const BleError& error) {
         LogFailure(method, error);
     }
@@ -211,9 +220,8 @@ BleStatus BluezBleDevice::DiscoverServices() {
 
 bool BluezBleDevice::SelectService(const BleUuid& uuid) {
     const std::string text = TextOf(uuid);
-    const std::string below = path_ + "/";
     for (const BluezObject& object : objects_) {
-        if (object.interface != kBluezService || object.path.rfind(below, 0) != 0) continue;
+        if (object.interface != kBluezService || !IsBelow(object.path, path_)) continue;
         if (!IsUuid(object, text)) continue;
         service_ = object.path;
         return true;
@@ -284,9 +292,10 @@ std::unique_ptr<BleDevice> OpenBluezDevice(const std::shared_ptr<BluezBus>& bus,
                                            const std::shared_ptr<BluezOpenDevices>& open_devices,
                                            std::uint64_t address) {
     const std::vector<BluezObject> objects = bus->Objects(Cancel::kObeyed);
-    PoweredAdapter(objects);
+    const std::string adapter = PoweredAdapter(objects);
     for (const BluezObject& object : objects) {
         if (object.interface != kBluezDevice || !object.properties.address) continue;
+        if (!IsBelow(object.path, adapter)) continue;
         if (BluezAddress(*object.properties.address) != address) continue;
         auto device = std::make_unique<BluezBleDevice>(bus, open_devices, address, object.path);
         if (!device->Connect()) return nullptr;

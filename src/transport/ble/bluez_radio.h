@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "platform/lock.h"
@@ -13,30 +13,42 @@
 // What the parts of the radio over BlueZ know of each other.
 namespace tarvik {
 
-// The addresses of the dongles that this radio has open, by which a scan tells them from those that
-// an earlier process has left connected.
+// The dongles that this radio has open, by which a scan tells them from those that an earlier
+// process has left connected. One that is opened anew before its last device has been closed
+// belongs to the new device: BlueZ knows a single connection.
 class BluezOpenDevices {
 public:
-    void Add(std::uint64_t address) {
+    // Returns the number of this opening.
+    std::uint64_t Add(std::uint64_t address) {
         const LockGuard hold(lock_);
-        addresses_.insert(address);
+        latest_[address] = ++openings_;
+        return openings_;
     }
-    void Remove(std::uint64_t address) {
+    // False: it has been opened anew since.
+    bool IsLatest(std::uint64_t address, std::uint64_t opening) {
         const LockGuard hold(lock_);
-        addresses_.erase(address);
+        const auto found = latest_.find(address);
+        return found != latest_.end() && found->second == opening;
+    }
+    void Remove(std::uint64_t address, std::uint64_t opening) {
+        const LockGuard hold(lock_);
+        const auto found = latest_.find(address);
+        if (found != latest_.end() && found->second == opening) latest_.erase(found);
     }
     bool Contains(std::uint64_t address) {
         const LockGuard hold(lock_);
-        return addresses_.count(address) > 0;
+        return latest_.count(address) > 0;
     }
 
 private:
     OsLock lock_;
-    std::set<std::uint64_t> addresses_;
+    std::uint64_t openings_ = 0;
+    std::map<std::uint64_t, std::uint64_t> latest_;  // number of the last opening, by address
 };
 
 // "A0:B1:C2:D3:E4:F5", the case of the letters aside.
 std::optional<std::uint64_t> BluezAddress(const std::string& text);
+bool IsBelow(const std::string& path, const std::string& parent);
 // The adapter to use. Throws when there is none, or none that is switched on.
 std::string PoweredAdapter(const std::vector<BluezObject>& objects);
 

@@ -30,14 +30,14 @@ public:
 private:
     struct Seen {
         std::optional<std::uint64_t> address;
-        std::string name;
+        std::optional<std::string> name;
         std::optional<std::int16_t> rssi;  // in this scan
     };
 
     void StartDiscovery();
     void Take(const std::vector<BluezObject>& objects);
-    void NoteProperties(const BluezObject& device);
-    void Advertise(const Seen& device);
+    void TakeKnown(const BluezProperties& properties, Seen* device);
+    void Advertise(const std::string& path);
 
     void ObjectAdded(const BluezObject& object) override;
     void Changed(const BluezObject& object) override;
@@ -46,16 +46,16 @@ private:
     const std::shared_ptr<BluezBus> bus_;
     const std::shared_ptr<BluezOpenDevices> open_devices_;
     Handler& handler_;
-    std::string adapter_;
     bool started_ = false;
 
-    OsLock lock_;  // guards what follows; the handler is called inside, the bus is not
+    OsLock lock_;          // guards what follows; the handler is called inside, the bus is not
+    std::string adapter_;  // the one that scans; empty until it is known. Changed by Start alone
     bool service_gone_ = false;
     std::map<std::string, Seen> devices_;  // by their paths
 };
 
 BluezScan::~BluezScan() {
-    if (!started_) return;
+    bus_->Remove(this);
     try {
         Stop();
     } catch (const BleError& error) {
@@ -63,11 +63,10 @@ BluezScan::~BluezScan() {
     }
 }
 
+// Signals are listened to before anything is asked, so that nothing is missed between the two.
 void BluezScan::Start() {
-    const std::vector<BluezObject> objects = bus_->Objects();
-    adapter_ = PoweredAdapter(objects);
-    Take(objects);
-    bus_->Add(this);  // before what causes the signals
+    bus_->Add(this);
+    Take(bus_->Objects());
     started_ = true;
     StartDiscovery();
 }
@@ -94,36 +93,35 @@ void BluezScan::Stop() {
     if (service_gone_) throw BleError("the Bluetooth service has gone during the scan");
 }
 
-// What BlueZ knows already. A dongle that it keeps connected does not advertise: one that an
-// earlier process has left behind would never be found again.
+// What BlueZ knows already, and what has been told meanwhile.
 void BluezScan::Take(const std::vector<BluezObject>& objects) {
     const LockGuard hold(lock_);
+    adapter_ = PoweredAdapter(objects);
     for (const BluezObject& object : objects) {
-        if (object.interface != kBluezDevice) continue;
-        BluezObject known = object;
-        known.properties.rssi.reset();  // of an earlier scan
-        NoteProperties(known);
-        Seen& device = devices_[object.path];
-        if (!object.properties.connected.value_or(false) || !device.address) continue;
-        if (open_devices_->Contains(*device.address)) continue;
-        device.rssi = object.properties.rssi.value_or(kUnknownRssi);
-        Advertise(device);
+        if (object.interface == kBluezDevice) TakeKnown(object.properties, &devices_[object.path]);
     }
+    for (const auto& [path, device] : devices_)
+        Advertise(path);
 }
 
-// Under the lock.
-void BluezScan::NoteProperties(const BluezObject& device) {
-    const BluezProperties& properties = device.properties;
-    Seen& seen = devices_[device.path];
-    if (properties.address) seen.address = BluezAddress(*properties.address);
-    if (properties.name) seen.name = *properties.name;
-    if (properties.rssi) seen.rssi = properties.rssi;
+// Under the lock, as the next. A signal is never older than what BlueZ knew when it was asked. A
+// signal strength from before the scan does not count, but a dongle that BlueZ keeps connected does
+// not advertise: one that an earlier process has left behind would never be found again.
+void BluezScan::TakeKnown(const BluezProperties& properties, Seen* device) {
+    if (properties.address) device->address = BluezAddress(*properties.address);
+    if (!device->name) device->name = properties.name;
+    if (!properties.connected.value_or(false) || !device->address || device->rssi) return;
+    if (open_devices_->Contains(*device->address)) return;
+    device->rssi = properties.rssi.value_or(kUnknownRssi);
 }
 
-void BluezScan::Advertise(const Seen& device) {
+void BluezScan::Advertise(const std::string& path) {
+    const Seen& device = devices_[path];
     if (!device.address || !device.rssi) return;
-    const auto* name = reinterpret_cast<const std::uint8_t*>(device.name.data());
-    handler_.Advertised({*device.address, *device.rssi, {name, device.name.size()}});
+    if (adapter_.empty() || !IsBelow(path, adapter_)) return;
+    const std::string name = device.name.value_or("");
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(name.data());
+    handler_.Advertised({*device.address, *device.rssi, {bytes, name.size()}});
 }
 
 void BluezScan::ObjectAdded(const BluezObject& object) { Changed(object); }
@@ -131,9 +129,13 @@ void BluezScan::ObjectAdded(const BluezObject& object) { Changed(object); }
 void BluezScan::Changed(const BluezObject& object) {
     if (object.interface != kBluezDevice) return;
     const LockGuard hold(lock_);
-    NoteProperties(object);
+    const BluezProperties& properties = object.properties;
+    Seen& seen = devices_[object.path];
+    if (properties.address) seen.address = BluezAddress(*properties.address);
+    if (properties.name) seen.name = properties.name;
+    if (properties.rssi) seen.rssi = properties.rssi;
     // The name may come after the strength, in a signal of its own.
-    if (object.properties.rssi || object.properties.name) Advertise(devices_[object.path]);
+    if (properties.rssi || properties.name) Advertise(object.path);
 }
 
 void BluezScan::ServiceGone() {

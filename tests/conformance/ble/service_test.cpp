@@ -1,4 +1,6 @@
 // The Linux Bluetooth service: absent, restarted, unwilling.
+#include <chrono>
+
 #include "conformance/ble/ble_fixture.h"
 
 namespace conformance {
@@ -14,6 +16,10 @@ protected:
     void SetUp() override {
         service.Command("start");
         BleDongles::SetUp();
+    }
+    void TearDown() override {
+        service.Command("mute off");
+        BleDongles::TearDown();
     }
     // A scan that finds nothing and says why.
     void ExpectFailedScan() {
@@ -41,6 +47,19 @@ TEST_F(BluetoothService, RestartLosesTheConnectionAndTheNextScanFindsTheDongleAg
     EXPECT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
     ASSERT_TRUE(ScanUntil(1));
     EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
+}
+
+TEST_F(BluetoothService, MuteHoldsTheEndOfTheLibraryOnceAndNotForEachDongle) {
+    radio.Reset(3);
+    Construct();
+    ASSERT_TRUE(ScanUntil(3));
+    modules.reset();
+    service.Command("mute on");
+    EXPECT_TRUE(EndsInTime([] { Pdu().PDUDestruct(); }, std::chrono::seconds(12)));
+    EXPECT_EQ(log.CountLike("[BLE] StopNotify failed: the Bluetooth service does not answer*"), 3u);
+    EXPECT_EQ(log.CountLike("[BLE] Disconnect failed: the Bluetooth service does not answer*"), 3u);
+    service.Command("mute off");
+    EXPECT_TRUE(Eventually([this] { return radio.Connected() == 0; }));
 }
 
 TEST_F(BluetoothService, RefusalOfTheScanIsLogged) {

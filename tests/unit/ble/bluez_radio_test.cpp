@@ -2,7 +2,11 @@
 // private bus.
 #include <sdbus-c++/sdbus-c++.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 
@@ -17,6 +21,7 @@ namespace {
 
 constexpr std::uint32_t kScanMs = 400;  // some advertisements
 constexpr std::uint32_t kTypeTest = TypeCode("TEST");
+constexpr std::uint64_t kDongle = 0x0242524E5801;
 
 class BluezService : public conformance::Simulator {
 public:
@@ -146,6 +151,33 @@ TEST_F(BluezTest, DeviceThatIsKnownButNotInReachIsNotFound) {
     ExpectScanWorks();
 }
 
+// ---------------------------------------------------------------- two adapters
+
+class BluezAdapters : public BluezTest {
+protected:
+    // A second adapter that is on or off and knows this device.
+    void Add(const std::string& second) {
+        bluez_.Command("stop");
+        bluez_.Command("start " + second);
+    }
+    void TearDown() override {
+        kBleTransport.Deinit();
+        bluez_.Command("stop");
+        BluezTest::TearDown();
+    }
+};
+
+TEST_F(BluezAdapters, DongleThatTheOneSwitchedOffKnowsTooIsConnectedThroughTheOther) {
+    Add("off 02:42:52:4E:58:01");
+    EXPECT_EQ(Scan().size(), 1u) << log_.Text();
+}
+
+TEST_F(BluezAdapters, DongleThatOnlyTheOneNotUsedHearsIsNotFound) {
+    Add("on 02:42:52:4E:58:FF");
+    EXPECT_EQ(Scan().size(), 1u);
+    EXPECT_TRUE(log_.Has("[BLE] Stopped BLE scanning, found 1 potential devices")) << log_.Text();
+}
+
 // ---------------------------------------------------------------- the bus
 
 // Without a bus there is no need for the dongle's.
@@ -209,6 +241,45 @@ TEST_F(BluezTest, BusThatGoesIsConnectedAnewByTheNextScan) {
     ExpectScanWorks();
 }
 
+// A bus that accepts and says nothing.
+class MuteBus {
+public:
+    MuteBus() {
+        const std::string name = "brennix-mute-" + std::to_string(::getpid());
+        sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+        name.copy(address.sun_path + 1, sizeof address.sun_path - 1);
+        const auto size = offsetof(sockaddr_un, sun_path) + 1 + name.size();
+        if (::bind(socket_, reinterpret_cast<sockaddr*>(&address), static_cast<socklen_t>(size)) !=
+                0 ||
+            ::listen(socket_, 8) != 0) {
+            return;
+        }
+        address_ = "unix:abstract=" + name;
+    }
+    ~MuteBus() { ::close(socket_); }
+    MuteBus(const MuteBus&) = delete;
+    MuteBus& operator=(const MuteBus&) = delete;
+
+    const std::string& address() const { return address_; }
+
+private:
+    const int socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string address_;
+};
+
+TEST_F(BluezTest, BusThatDoesNotAnswerIsGivenUpAndHoldsNeitherScanNorEnd) {
+    {
+        const MuteBus bus;
+        ASSERT_FALSE(bus.address().empty());
+        const BusAddress mute(bus.address());
+        ExpectScanFails("the system's message bus does not answer");
+        kBleTransport.Deinit();
+        EXPECT_TRUE(log_.Has("[BLE] BLE subsystem deinitialized"));
+    }
+    kBleTransport.Init();
+    ExpectScanWorks();
+}
+
 TEST_F(BluezTest, ServiceThatDoesNotAnswerIsGivenUp) {
     const OwnBus bus;
     ASSERT_FALSE(bus.address().empty());
@@ -267,6 +338,57 @@ TEST_F(BluezTest, DeinitDoesNotWaitForADongleThatIsSlowToConnect) {
     kBleTransport.Deinit();
     scan.Join();
     EXPECT_TRUE(log_.Has("[BLE] Connection error: connecting was given up"));
+}
+
+TEST_F(BluezTest, DeviceThatIsOpenedAnewIsLeftConnectedByTheOneBefore) {
+    ExpectScanWorks();  // BlueZ knows the dongle
+    kBleTransport.Deinit();
+    const auto is_connected = [this] {
+        return Contains(radio_.Command("radio"), "\"connected\":true");
+    };
+    const std::unique_ptr<BleRadio> radio = OpenBleRadio();
+    std::unique_ptr<BleDevice> before = radio->Open(kDongle);
+    std::unique_ptr<BleDevice> now = radio->Open(kDongle);
+    ASSERT_NE(now, nullptr);
+    before.reset();
+    EXPECT_TRUE(is_connected());
+    now.reset();
+    EXPECT_FALSE(is_connected());
+}
+
+// By a tick that the test can move far.
+class BluezSlowDongle : public BluezTest {
+protected:
+    bool IsConnecting() { return Logs("[BLE] Connecting to device: 02:42:52:4E:58:01"); }
+    void TearDown() override {
+        BluezTest::TearDown();
+        done_ = true;
+        clock_.Join();
+    }
+
+    FakeTick tick_{1000};
+    std::atomic<bool> done_{false};
+    Thread clock_{[this] {
+        while (!done_) {
+            tick_.Advance(1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }};
+};
+
+TEST_F(BluezSlowDongle, IsConnectedByAnAttemptThatOutlivesItsScanAndFoundByTheNextOne) {
+    radio_.Command(R"(radio {"connect_ms": 600000})");
+    Thread scan([] { EXPECT_EQ(Scan().size(), 0u); });
+    ASSERT_TRUE(IsConnecting());
+    tick_.Advance(31'000);
+    scan.Join();
+    EXPECT_TRUE(log_.Has("[BLE] Connection timeout"));
+    EXPECT_EQ(Scan().size(), 0u) << "the service's answers wake who waits for others";
+    EXPECT_FALSE(log_.Mentions("[BLE] Connect failed"));
+    radio_.Command(R"(radio {"connect_ms": 0})");
+    EXPECT_NE(Connect(), nullptr);
+    EXPECT_EQ(log_.Count("[BLE] Device connected and ready"), 1u);
+    EXPECT_FALSE(log_.Mentions("[BLE] Connect failed"));
 }
 
 // ---------------------------------------------------------------- connected

@@ -1,0 +1,61 @@
+#include "transport/ble/bluez_opening.h"
+
+#include <utility>
+
+#include "platform/process.h"
+#include "platform/tick.h"
+#include "transport/ble/ble_share.h"
+#include "transport/ble/ble_state.h"
+
+namespace tarvik {
+
+std::shared_ptr<BluezOpening> BluezOpening::Begin() {
+    const auto opening = MakeBleShared<BluezOpening>();
+    opening->thread_ = StartBleThread(Run, opening, "Tarvik BleBusOpening");
+    if (opening->thread_ == nullptr)
+        throw BleError("the thread that connects the message bus cannot be started");
+    return opening;
+}
+
+BluezOpening::~BluezOpening() {
+    if (thread_ != nullptr) OsThreadClose(thread_);
+}
+
+void BluezOpening::Run(void* share) {
+    const auto opening = TakeBleShare<BluezOpening>(share);
+    std::shared_ptr<BluezBus> bus;
+    std::string error;
+    try {
+        bus = BluezBus::Connect();
+    } catch (...) {
+        error = BleErrorText().text;
+    }
+    const LockGuard hold(opening->lock_);
+    opening->bus_ = std::move(bus);
+    opening->error_ = std::move(error);
+    opening->over_ = true;
+    opening->changed_.WakeAll();
+}
+
+bool BluezOpening::AwaitEnd(std::chrono::milliseconds limit) {
+    const std::uint64_t deadline = TickMs() + static_cast<std::uint64_t>(limit.count());
+    const LockGuard hold(lock_);
+    for (;;) {
+        if (over_) return true;
+        const std::uint64_t now = TickMs();
+        if (now >= deadline) return false;
+        changed_.Wait(lock_, static_cast<std::int32_t>(deadline - now));
+    }
+}
+
+std::shared_ptr<BluezBus> BluezOpening::Await(std::chrono::milliseconds limit) {
+    if (!AwaitEnd(limit)) {
+        OsKeepLibraryLoaded();
+        return nullptr;
+    }
+    EndBleThread(&thread_, -1);
+    if (bus_ == nullptr) throw BleError(error_);
+    return std::move(bus_);
+}
+
+}  // namespace tarvik
