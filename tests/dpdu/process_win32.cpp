@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <cstdio>
+
 #include "process.h"
 
 namespace {
@@ -29,6 +31,21 @@ void SetAll(const ProcessSetup& setup, bool set) {
     }
 }
 
+// On a busy machine Wine now and then refuses a start that succeeds a moment later.
+bool CreateChild(std::string command, STARTUPINFOA* startup, PROCESS_INFORMATION* information) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 1;; ++attempt) {
+        // A console of its own, without a window: Ctrl-C is a matter of consoles.
+        if (::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+                             nullptr, nullptr, startup, information)) {
+            return true;
+        }
+        std::fprintf(stderr, "CreateProcess: error %lu, attempt %d\n", ::GetLastError(), attempt);
+        if (attempt == kAttempts) return false;
+        ::Sleep(200);
+    }
+}
+
 }  // namespace
 
 ProcessHandle StartProcess(const ProcessSetup& setup) {
@@ -44,10 +61,7 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     PROCESS_INFORMATION information = {};
 
     SetAll(setup, true);
-    // A console of its own, without a window: Ctrl-C is a matter of consoles.
-    const BOOL started =
-        ::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW, nullptr,
-                         nullptr, &startup, &information);
+    const bool started = CreateChild(command, &startup, &information);
     SetAll(setup, false);
     ::CloseHandle(startup.hStdOutput);
     ::CloseHandle(startup.hStdError);

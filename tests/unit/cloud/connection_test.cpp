@@ -222,6 +222,7 @@ TEST_P(CloudConnection, HandshakePacketsThatAnEarlierConnectionCouldNotSendAreDr
     }
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeTspr));
+    ASSERT_TRUE(network_.EventuallySends(kTypeLogn));  // the last one
     EXPECT_EQ(network_.SentCount(kTypeNhs1), 1u);
     EXPECT_EQ(network_.SentCount(kTypeDevi), 1u);
 }

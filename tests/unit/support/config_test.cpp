@@ -191,6 +191,16 @@ TEST_F(ConfigFile, FileThatCannotBeCreatedNextToTheLibraryIsCreatedForTheUser) {
     EXPECT_TRUE(fs::exists(UserFile()));
 }
 
+TEST_F(ConfigFile, NewFileThatCannotBeReadIsNamed) {
+    const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kOpen);
+    EXPECT_EQ(Load(),
+              "Creating default config file\n"
+              "Failed to open newly created config file: " +
+                  LibraryFile().string() + "\n");
+    EXPECT_FALSE(loaded_);
+    EXPECT_TRUE(fs::exists(LibraryFile()));
+}
+
 TEST_F(ConfigFile, FailedLoadLeavesTheRecordAsItWas) {
     fs::remove(folders_.Library());
     record_.useProxy = true;
