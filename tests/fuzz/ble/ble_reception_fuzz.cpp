@@ -62,7 +62,7 @@ Arrived Expected(const std::vector<Bytes>& values) {
 }
 
 // A reply that goes in fragments, put together again.
-Bytes Join(Dongle* dongle, PacketPtr fragment) {
+Bytes Join(DeviceQueues* dongle, PacketPtr fragment) {
     constexpr std::uint32_t kFragmentHeader = 16;
     Bytes whole;
     const std::uint32_t total = LoadU32(fragment->Bytes() + 12);
@@ -76,7 +76,7 @@ Bytes Join(Dongle* dongle, PacketPtr fragment) {
     }
 }
 
-Arrived Drain(Dongle* dongle) {
+Arrived Drain(DeviceQueues* dongle) {
     Arrived arrived;
     while (const PacketPtr packet = TakePacket(&dongle->rx, 0))
         arrived.packets.push_back(BytesOf(*packet));
@@ -89,15 +89,17 @@ Arrived Drain(Dongle* dongle) {
 }
 
 Arrived Received(const std::vector<Bytes>& values) {
-    Dongle dongle;
-    dongle.mtu = kBleMtu;
-    BleConnection connection(nullptr, 0, &dongle);
+    BleQueueSet dongle(0);
+    BleConnection connection(nullptr, &dongle);
     FragInit();
-    connection.SetReady();
+    connection.TakeQueues();
+    Require(connection.SetReady());
     for (const Bytes& value : values)
         connection.Notified(value);
+    Arrived arrived = Drain(&dongle.queues);
+    connection.Close();
     FragDeinit();
-    return Drain(&dongle);
+    return arrived;
 }
 
 }  // namespace
