@@ -2,6 +2,9 @@
 
 #include "transport/ble/ble_winrt.h"
 
+#include "platform/process.h"
+#include "transport/ble/winrt_delegate.h"
+
 namespace tarvik {
 
 namespace {
@@ -12,6 +15,13 @@ public:
         : limits_(limits), give_up_(OsEventCreate(EventReset::kManual)) {
         if (give_up_ == nullptr) winrt::Check(HRESULT_FROM_WIN32(::GetLastError()));
     }
+    // The runtime may still call a delegate that it holds: of an operation that never ends, or of
+    // an event that is under way.
+    ~WinrtRadio() override {
+        if (winrt::delegates_alive > 0) OsKeepLibraryLoaded();
+    }
+    WinrtRadio(const WinrtRadio&) = delete;
+    WinrtRadio& operator=(const WinrtRadio&) = delete;
 
     std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) override {
         return CreateWinrtScan(runtime_, handler);

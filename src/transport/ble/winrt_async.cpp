@@ -1,6 +1,5 @@
 #include "transport/ble/winrt_async.h"
 
-#include "platform/process.h"
 #include "transport/ble/ble_radio.h"
 
 namespace tarvik::winrt {
@@ -21,7 +20,6 @@ void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms
     const int over = give_up == nullptr ? (OsEventWait(event_, limit_ms) ? 0 : -1)
                                         : OsEventWaitEither(event_, give_up, limit_ms);
     if (over != 0) {
-        OsKeepLibraryLoaded();  // the operation may still call its delegate, which is code of it
         operation.Get()->table->Cancel(operation.Get());
         throw BleError(over > 0 ? "The operation was given up"
                                 : "The system did not finish the operation within " +

@@ -36,6 +36,10 @@ private:
     int inside_ = 0;
 };
 
+// How many delegates there are. The runtime may hold one for longer than its owner, and its calls
+// take code of this library.
+inline std::atomic<int> delegates_alive{0};
+
 // A function that the runtime calls, on any thread and perhaps on several at once.
 template <typename First, typename Second>
 class Delegate final : public IUnknown {
@@ -43,7 +47,9 @@ public:
     using Body = std::function<void(First, Second)>;  // throws nothing
 
     // The one reference belongs to the caller.
-    Delegate(const IID& iid, Body body) : iid_(iid), body_(std::move(body)) {}
+    Delegate(const IID& iid, Body body) : iid_(iid), body_(std::move(body)) { ++delegates_alive; }
+    Delegate(const Delegate&) = delete;
+    Delegate& operator=(const Delegate&) = delete;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(const IID& iid, void** object) override {
         const bool is_known = ::IsEqualGUID(iid, kIUnknownIid) != 0 ||
@@ -73,7 +79,7 @@ public:
     void Close() { gate_.Close(); }
 
 private:
-    ~Delegate() = default;
+    ~Delegate() { --delegates_alive; }
 
     const IID iid_;
     const Body body_;

@@ -11,6 +11,7 @@
 #include "conformance/framework/simulator.h"
 #include "conformance/framework/waiting.h"
 #include "transport/ble/ble_winrt.h"
+#include "transport/ble/winrt_delegate.h"
 #include "unit/ble_winrt/classes.h"
 
 namespace tarvik::test {
@@ -120,6 +121,7 @@ protected:
         if (radio != nullptr) radio->LeaveThread();
         radio.reset();
         EXPECT_EQ(TakeReport(), "");
+        EXPECT_TRUE(Eventually([] { return winrt::delegates_alive == 0; }));
         EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); }));
     }
 

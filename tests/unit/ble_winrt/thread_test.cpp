@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "unit/ble_winrt/fixture.h"
+#include "unit/ble_winrt/kept_loaded.h"
 #include "unit/test_system.h"
 
 namespace tarvik::test {
@@ -47,6 +48,22 @@ TEST_F(WinrtRadio, ThreadsWithAnApartmentOfTheirOwnScanAsWellAndKeepIt) {
         EXPECT_EQ(Apartment(), before);
         ::CoUninitialize();
     }).Join();
+}
+
+TEST_F(WinrtRadio, ThatEndsWhileTheRuntimeHoldsADelegateKeepsTheLibraryLoaded) {
+    Scan();
+    ASSERT_TRUE(Eventually([] { return winrt::delegates_alive == 0; }));
+    const int before = KeptLoaded();
+    radio->LeaveThread();
+    radio.reset();
+    EXPECT_EQ(KeptLoaded(), before) << "nothing is left";
+
+    UseRadio(WinrtLimits{});
+    auto* held = new winrt::Delegate<int, int>(winrt::kIUnknownIid, [](int, int) {});
+    radio->LeaveThread();
+    radio.reset();
+    EXPECT_EQ(KeptLoaded(), before + 1);
+    held->Release();
 }
 
 // In a process of its own: one that has no radio has no classes either, as most systems under Wine.
