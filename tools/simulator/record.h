@@ -67,6 +67,7 @@ private:
         std::size_t dongle;
         Direction direction;
         std::uint32_t type;
+        // NOLINTNEXTLINE(modernize-use-nullptr): no pointer, clang-tidy mistakes the compiler's 0
         auto operator<=>(const CountKey&) const = default;
     };
     struct FileCloser {

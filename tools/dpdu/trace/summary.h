@@ -46,6 +46,7 @@ struct UnitKey {
     std::uint32_t request_id = 0;
     std::uint32_t response_id = 0;
     bool is_functional = false;  // the group as a whole; it has no response id
+    // NOLINTNEXTLINE(modernize-use-nullptr): no pointer, clang-tidy mistakes the compiler's 0
     auto operator<=>(const UnitKey&) const = default;
 };
 
