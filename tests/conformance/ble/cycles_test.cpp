@@ -10,10 +10,6 @@ namespace {
 constexpr std::uint32_t kConnections = Rounds(200, 36, 36);
 constexpr std::uint32_t kRounds = (kConnections + Radio::kDongles - 1) / Radio::kDongles;
 constexpr std::uint32_t kWarmUp = 2;
-// Under Wine a lock keeps a semaphore from the first time that two threads met at it. Those of a
-// dongle's two queues live as long as the library.
-constexpr Allowance kAllowance = {.handles = Allowance{}.handles +
-                                             (kSpeed == Speed::kWine ? 2 * Radio::kDongles : 0)};
 
 class BleCycles : public BleDongles {
 protected:
@@ -36,9 +32,8 @@ TEST_F(BleCycles, LostAndFoundDonglesLeaveNothingBehind) {
     ASSERT_NO_FATAL_FAILURE(LoseAndFind(kWarmUp));
     const ProcessFigures before = MeasureProcess();
     ASSERT_NO_FATAL_FAILURE(LoseAndFind(kRounds));
-    const ProcessFigures after = MeasureSettled(before, kAllowance);
-    ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after,
-                 kAllowance);
+    const ProcessFigures after = MeasureSettled(before);
+    ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after);
 }
 
 }  // namespace
