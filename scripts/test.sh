@@ -8,7 +8,32 @@ cd "$(dirname "$0")/.."
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
 jobs=${JOBS:-3} # most tests wait most of the time
 
-trap scripts/stop-wine.sh EXIT
+ahead= # the process that builds the next preset
+clean_up() {
+    [ -z "$ahead" ] || kill -- "-$ahead" 2>/dev/null
+    scripts/stop-wine.sh
+}
+trap clean_up EXIT
+trap 'exit 130' INT TERM
+
+# Tests wait most of the time. What they leave of the processors builds the next preset.
+build_ahead() {
+    mkdir -p build/logs
+    set -m # a process group of its own, to be ended as one
+    nice -n 19 scripts/build.sh "$1" >"build/logs/build-$1.log" 2>&1 </dev/null &
+    ahead=$!
+    set +m
+}
+
+# Builds the preset, unless that has been done or begun.
+build() {
+    [ -n "$ahead" ] || { scripts/build.sh "$1"; return; }
+    wait "$ahead"
+    local code=$?
+    ahead=
+    cat "build/logs/build-$1.log"
+    return $code
+}
 
 # Test programs say in XML how many cases they ran; ctest says which programs failed. A program that
 # ended badly without saying so in its XML (a crash, a sanitizer's report) counts as one failure.
@@ -65,8 +90,11 @@ show_failures() {
 [[ $presets == linux-release* ]] || scripts/build.sh linux-release || exit 1
 
 summary=() failing=() worst=0
-for preset in $presets; do
-    if ! scripts/build.sh "$preset"; then
+read -ra waiting <<<"$presets"
+while [ ${#waiting[@]} -gt 0 ]; do
+    preset=${waiting[0]}
+    waiting=("${waiting[@]:1}")
+    if ! build "$preset"; then
         summary+=("$preset: 0 passed, 1 failed")
         echo "$preset does not build" >&2
         worst=1
@@ -75,6 +103,7 @@ for preset in $presets; do
     results=$PWD/build/$preset/results
     rm -rf "$results"
     mkdir -p "$results"
+    [ ${#waiting[@]} = 0 ] || build_ahead "${waiting[0]}"
     echo "== testing $preset"
     ctest --preset "$preset" -j "$jobs" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} || worst=1
     read -r passed failed skipped < <(count "$results")
