@@ -33,10 +33,12 @@ function(_tarvik_add_whole_program name labels timeout)
     else()
         add_test(NAME ${name} COMMAND ${name})
     endif()
+    # Before ctest ends it without a word, the launcher of Windows programs tells what it waits for.
+    math(EXPR run_limit "${timeout} * 4 / 5")
     set_tests_properties(${name} PROPERTIES
         LABELS "${labels}"
         TIMEOUT ${timeout}
-        ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;${ARG_ENVIRONMENT}")
+        ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;TARVIK_RUN_LIMIT=${run_limit};${ARG_ENVIRONMENT}")
 endfunction()
 
 # tarvik_add_unit_test(NAME SOURCES file... [LIBRARIES lib...] [LAUNCHER command...]

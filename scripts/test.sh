@@ -70,20 +70,32 @@ cases_in() {
         END { print total - failed - skipped, failed + 0, skipped + 0 }' "$1"
 }
 
-# What the programs that failed last said: the end of a long log is what one gets to see.
+failed_programs() {
+    [ ! -f "$1/ctest.xml" ] || sed -n 's/.*<testcase name="\([^"]*\)".* status="fail".*/\1/p' "$1/ctest.xml"
+}
+
+# What the programs that failed last said.
 show_failures() {
     local results=$1 log=$PWD/build/$2/Testing/Temporary/LastTest.log name
-    [ -f "$results/ctest.xml" ] || return 0
-    sed -n 's/.*<testcase name="\([^"]*\)".* status="fail".*/\1/p' "$results/ctest.xml" |
-        while read -r name; do
-            echo "-- $2: $name failed"
-            awk -v start="Testing: $name" '
-                index($0, "Testing: ") { shown = substr($0, index($0, "Testing: ")) == start }
-                shown' "$log" | cut -c 1-400 >"$results/failed.txt"
-            grep -aE "^\[  FAILED  \]|: Failure$|WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:" \
-                "$results/failed.txt" | tail -n 15
-            tail -n 25 "$results/failed.txt"
-        done
+    failed_programs "$results" | while read -r name; do
+        echo "-- $2: $name failed"
+        awk -v start="Testing: $name" '
+            index($0, "Testing: ") { shown = substr($0, index($0, "Testing: ")) == start }
+            shown' "$log" | cut -c 1-400 >"$results/failed.txt"
+        grep -aE "^\[  FAILED  \]|: Failure$|WARNING: ThreadSanitizer|ERROR: AddressSanitizer|runtime error:" \
+            "$results/failed.txt" | tail -n 15
+        tail -n 40 "$results/failed.txt"
+    done
+}
+
+# A line for each of them. These stand last: of a long log one gets to see the end.
+list_failures() {
+    local results=$1 name
+    failed_programs "$results" | while read -r name; do
+        echo "$2: $name: $(grep -aB 1 "<failure " "$results/$name.xml" 2>/dev/null |
+            sed -n 's/.*<testcase name="\([^"]*\)".*/\1/p' | sort -u | head -n 5 | paste -sd ' ' |
+            grep . || echo "no results, see above")"
+    done
 }
 
 # The simulated dongle of all presets is that of the Linux release build.
@@ -117,5 +129,8 @@ for preset in "${failing[@]}"; do
     show_failures "$PWD/build/$preset/results" "$preset"
 done
 echo
+for preset in "${failing[@]}"; do
+    list_failures "$PWD/build/$preset/results" "$preset"
+done
 printf '%s\n' "${summary[@]}"
 exit $worst
