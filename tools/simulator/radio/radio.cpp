@@ -112,7 +112,8 @@ bool Radio::Notify(std::size_t dongle, ByteSpan value) {
 
 Radio::LinkState Radio::State(std::size_t dongle) const {
     const Air& air = airs_[dongle];
-    return {air.link != 0 && !air.is_connecting, air.subscribed, air.connections, air.advertised};
+    return {air.is_connecting, air.link != 0 && !air.is_connecting, air.subscribed, air.connections,
+            air.advertised};
 }
 
 std::size_t Radio::Scanning() const {

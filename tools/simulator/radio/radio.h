@@ -63,6 +63,7 @@ public:
     bool Notify(std::size_t dongle, ByteSpan value);
 
     struct LinkState {
+        bool connecting;
         bool connected;
         bool subscribed;
         std::uint64_t connections;  // since the start

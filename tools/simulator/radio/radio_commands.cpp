@@ -24,13 +24,11 @@ CommandResult RunRadio(Context* context) {
         radio.Change(context->dongle, settings);
     }
     const Radio::LinkState state = radio.State(context->dongle);
-    const OrderedJson json = {{"connected", state.connected},
-                              {"subscribed", state.subscribed},
-                              {"connections", state.connections},
-                              {"advertised", state.advertised},
-                              {"adapter", AdapterName(radio.Adapter())},
-                              {"computers", radio.Centrals()},
-                              {"scanning", radio.Scanning()}};
+    const OrderedJson json = {
+        {"connecting", state.connecting}, {"connected", state.connected},
+        {"subscribed", state.subscribed}, {"connections", state.connections},
+        {"advertised", state.advertised}, {"adapter", AdapterName(radio.Adapter())},
+        {"computers", radio.Centrals()},  {"scanning", radio.Scanning()}};
     return Ok(json.dump());
 }
 
