@@ -4,7 +4,7 @@
 # after TARVIK_RUN_LIMIT seconds is ended, after a look at what it and its prefix wait for.
 #
 # Wine and its server write to files only: a server that outlives the program would otherwise keep
-# the caller's pipe open. The server stays for a minute, for the next program; scripts/stop-wine.sh
+# the caller's pipe open. The server stays for ten minutes, for the next program; scripts/stop-wine.sh
 # ends it.
 set -uo pipefail
 
@@ -35,7 +35,7 @@ create_prefix() {
 start_server() {
     local server
     set -m # a process group of its own: an interrupt from the keyboard is not for it
-    wineserver -f -p60 </dev/null >/dev/null 2>&1 9>&- &
+    wineserver -f -p600 </dev/null >/dev/null 2>&1 9>&- &
     server=$!
     set +m
     until [ -e "/proc/$server/cwd/socket" ] || ! kill -0 "$server" 2>/dev/null; do sleep 0.01; done
