@@ -206,7 +206,6 @@ bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
 Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
     if (queue == nullptr || !queue->active) return nullptr;
     const LockGuard hold(queue->lock);
-    const std::uint64_t start = TickMs();
     if (!queue->active) return nullptr;
     if (PacketNode* node = FindNode(queue, wait)) return TakeNode(queue, node, wait.remove);
     if (wait.timeout_ms == 0) return nullptr;
@@ -215,6 +214,8 @@ Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
         Log(kLogTrace, "[%s] infinite wait for filter match", "QueueFindFilterInternal");
     }
 
+    const std::uint64_t start = limited ? TickMs() : 0;
+    bool has_slept = false;
     PacketWaiter waiter(queue, wait);
     for (;;) {
         if (waiter.handed != nullptr) return waiter.handed.release();
@@ -226,13 +227,14 @@ Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
 
         std::int32_t sleep_ms = wait.flags == nullptr ? -1 : kWaitSliceMs;
         if (limited) {
-            const std::uint64_t waited = TickMs() - start;
+            const std::uint64_t waited = has_slept ? TickMs() - start : 0;
             const auto limit = static_cast<std::uint64_t>(wait.timeout_ms);
             if (waited >= limit) return nullptr;
             sleep_ms =
                 static_cast<std::int32_t>(std::min<std::uint64_t>(limit - waited, kWaitSliceMs));
         }
         waiter.Sleep(sleep_ms);
+        has_slept = true;
     }
 }
 

@@ -1,5 +1,6 @@
 #include "support/memory.h"
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
@@ -99,6 +100,23 @@ static BlockTrailer* ExpectedTrailer(void* user, const BlockHeader* header) {
                                            header->padding);
 }
 
+static bool IsIntact(const std::uint8_t (&guard)[kGuardSize]) {
+    static constexpr auto kIntact = [] {
+        std::array<std::uint8_t, kGuardSize> bytes{};
+        bytes.fill(kGuardByte);
+        return bytes;
+    }();
+    return std::memcmp(guard, kIntact.data(), kGuardSize) == 0;
+}
+
+// Deliberate: every bad byte is reported, so that a debugger stops once for each.
+static void ReportBadBytes(const BlockHeader* header, bool has_trailer) {
+    for (std::size_t i = 0; i < kGuardSize; ++i) {
+        const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
+        if (header->guard[i] != kGuardByte || !rear_intact) ReportCorruption();
+    }
+}
+
 void* CheckMem(void* user) {
     if (user == nullptr) return nullptr;
     BlockHeader* header = HeaderOf(user);
@@ -106,11 +124,9 @@ void* CheckMem(void* user) {
     if (header->magic != kBlockMagic || !has_trailer || header->trailer->magic != kBlockMagic) {
         ReportCorruption();
     }
-    // Deliberate: every bad byte is reported, so that a debugger stops once for each.
-    for (std::size_t i = 0; i < kGuardSize; ++i) {
-        const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
-        if (header->guard[i] != kGuardByte || !rear_intact) ReportCorruption();
-    }
+    const bool intact =
+        IsIntact(header->guard) && (!has_trailer || IsIntact(header->trailer->guard));
+    if (!intact) ReportBadBytes(header, has_trailer);
     return header;
 }
 

@@ -6,6 +6,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -37,9 +38,21 @@ void OsKeepLibraryLoaded() {
 }
 
 // Where no log daemon runs, syslog would make a socket and fail to connect it, for every line anew.
+// Looking for the daemon costs as much as a whole line of the trace, so it is looked for once a
+// second.
+static bool LogDaemonRuns() {
+    static std::atomic<std::int64_t> looked_at{-1};
+    static std::atomic<bool> runs{false};
+    const std::int64_t second = OsCalendarSecond();
+    if (looked_at.load(std::memory_order_acquire) != second) {
+        runs.store(::access(_PATH_LOG, F_OK) == 0, std::memory_order_relaxed);
+        looked_at.store(second, std::memory_order_release);
+    }
+    return runs.load(std::memory_order_relaxed);
+}
+
 void OsDebugOutput(const char* text) {
-    if (::access(_PATH_LOG, F_OK) != 0) return;
-    ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
+    if (LogDaemonRuns()) ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
 }
 
 void OsMessageBox(const char* text, const char* caption) {

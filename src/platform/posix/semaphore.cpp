@@ -23,15 +23,25 @@ OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
     return semaphore;
 }
 
-SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
-    if (semaphore == nullptr) return SemaphoreWait::kFailed;
+// kTaken: there is one to take.
+static SemaphoreWait AwaitCount(const OsSemaphore* semaphore, MonitorGuard* guard,
+                                std::int32_t timeout_ms) {
     const Deadline deadline(timeout_ms);
-    MonitorGuard guard(semaphore->monitor);
     while (semaphore->count == 0) {
-        if (timeout_ms == 0) return SemaphoreWait::kTimeout;
-        const int error = guard.TrySleep(deadline);
+        const int error = guard->TrySleep(deadline);
         if (error == 0 || semaphore->count > 0) continue;
         return error == ETIMEDOUT ? SemaphoreWait::kTimeout : SemaphoreWait::kFailed;
+    }
+    return SemaphoreWait::kTaken;
+}
+
+SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
+    if (semaphore == nullptr) return SemaphoreWait::kFailed;
+    MonitorGuard guard(semaphore->monitor);
+    if (semaphore->count == 0) {
+        if (timeout_ms == 0) return SemaphoreWait::kTimeout;
+        const SemaphoreWait outcome = AwaitCount(semaphore, &guard, timeout_ms);
+        if (outcome != SemaphoreWait::kTaken) return outcome;
     }
     --semaphore->count;
     return SemaphoreWait::kTaken;
