@@ -18,10 +18,13 @@ bool MatchType(const Packet& packet, const PacketFilterArgument& argument) {
     return packet.type == argument.type;
 }
 
+static std::int32_t Limited(std::uint64_t ms) {
+    return static_cast<std::int32_t>(std::min<std::uint64_t>(ms, INT32_MAX));
+}
+
 static std::int32_t TimeLeft(std::uint64_t deadline_ms) {
     const std::uint64_t now = TickMs();
-    if (now >= deadline_ms) return 0;
-    return static_cast<std::int32_t>(std::min<std::uint64_t>(deadline_ms - now, INT32_MAX));
+    return now >= deadline_ms ? 0 : Limited(deadline_ms - now);
 }
 
 static bool IsWanted(const Packet& packet, std::uint32_t type, std::uint32_t id) {
@@ -41,13 +44,14 @@ PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t 
     const std::uint64_t deadline_ms = TickMs() + timeout_ms;
     const WaitFlags flags = {&queues->available, abort, running};
 
+    std::int32_t left_ms = Limited(timeout_ms);
     do {
         if (flags.AskToStop()) return nullptr;
         PacketPtr packet(
             FindPacket(&queues->rx, {.filter = id != kNoTag ? MatchTypeAndId : MatchType,
                                      .argument = {.type = type, .id = id},
                                      .remove = true,
-                                     .timeout_ms = TimeLeft(deadline_ms),
+                                     .timeout_ms = left_ms,
                                      .flags = &flags}));
         if (packet == nullptr) return nullptr;
         Log(kLogTrace, "[%s] Received: %c%c%c%c", __func__, Letter(packet->type, 24),
@@ -58,7 +62,8 @@ PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t 
         Log(kLogTrace, "[%s] WARNING: Filter returned unexpected packet type", __func__);
         AppendPacket(&queues->rx, packet, kNoTag);
         id = kNoTag;
-    } while (TickMs() < deadline_ms);
+        left_ms = TimeLeft(deadline_ms);
+    } while (left_ms > 0);
     return nullptr;
 }
 
