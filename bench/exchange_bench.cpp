@@ -138,10 +138,12 @@ struct Variant {
     std::vector<std::uint32_t> unclaimed;
 };
 
-// In this order: an open log stays open for the process.
+// In this order: an open log stays open for the process. On one core a thousand requests are over
+// in two milliseconds, of which the start of the batch's thread, with a heap of its own, would be a
+// good part.
 const Variant kVariants[] = {
     {"off/1/two_cores", false, 1, 1000, kTwoCores, {0, 1000, 100'000}},
-    {"off/1/one_core", false, 1, 1000, kOneCore, {0, 1000, 100'000}},
+    {"off/1/one_core", false, 1, 5000, kOneCore, {0, 1000, 100'000}},
     {"off/10", false, 10, 200, kAnywhere, {0}},
     {"on/1/two_cores", true, 1, 500, kTwoCores, {0, 1000, 100'000}},
     {"on/1/one_core", true, 1, 500, kOneCore, {0, 1000, 100'000}},
