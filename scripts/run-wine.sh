@@ -3,6 +3,11 @@
 # output and exit code through. TARVIK_WINEPREFIX names another prefix. A program that still runs
 # after TARVIK_RUN_LIMIT seconds is ended, after a look at what it and its prefix wait for.
 #
+# Wine's server crashes now and then while a program with network connections ends, and takes all
+# programs of its prefix with it, whatever they are doing. Such a run says nothing about the program:
+# it is run once more, or with TARVIK_RUN_ONCE set, where more than the program would have to be
+# started anew, the exit code is 75.
+#
 # Wine and its server write to files only: a server that outlives the program would otherwise keep
 # the caller's pipe open. The server stays for ten minutes, for the next program; scripts/stop-wine.sh
 # ends it.
@@ -42,53 +47,97 @@ start_server() {
     disown
 }
 
-exec 9>"$WINEPREFIX/.lock"
-flock 9
-create_prefix
-start_server
-exec 9>&-
+with_server() {
+    exec 9>"$WINEPREFIX/.lock"
+    flock 9
+    create_prefix
+    start_server
+    exec 9>&-
+}
+with_server
 
 [ $# -gt 0 ] || exit 0
 
 logs=$(mktemp -d "$root/build/wine/logs/run.XXXXXX")
 trap 'rm -rf "$logs"' EXIT
 
-# A line for each process of the prefix: number, parent, seconds, name, and where in the kernel how
-# many of its threads wait.
+is_of_prefix() { grep -qszFx "WINEPREFIX=$WINEPREFIX" "$1/environ"; }
+
+# The server's process; empty if there is none to be seen.
+find_server() {
+    local process name
+    for process in /proc/[0-9]*; do
+        { read -r name <"$process/comm"; } 2>/dev/null || continue
+        [[ $name == wineserver* ]] && is_of_prefix "$process" && echo "${process#/proc/}" && return
+    done
+}
+server_has_gone() { [ -n "$server" ] && [ ! -e "/proc/$server/cwd/socket" ]; }
+
+# A line for each process of the prefix: its number, its name, and where in the kernel how many of
+# its threads wait.
 show_prefix() {
     local process
     for process in /proc/[0-9]*; do
-        grep -qszFx "WINEPREFIX=$WINEPREFIX" "$process/environ" || continue
+        is_of_prefix "$process" || continue
         [ "$(readlink "$process/exe")" != "$(readlink "/proc/$$/exe")" ] || continue
-        echo "$(ps -o pid=,ppid=,etimes=,comm= -p "${process#/proc/}")" \
+        echo "${process#/proc/} $(cat "$process/comm"):" \
             "$(for thread in "$process"/task/*; do cat "$thread/wchan" 2>/dev/null && echo; done |
                 sort | uniq -c | awk '{ printf " %s*%s", $1, $2 }')"
     done
 }
 
-end_after_limit() {
-    sleep "$TARVIK_RUN_LIMIT"
-    {
-        echo "run-wine: ended after $TARVIK_RUN_LIMIT s; the processes of its prefix:"
-        show_prefix
-    } >"$logs/limit" 2>&1
+# Ends the program when its time is over, and when it waits for a server that has gone.
+watch_program() {
+    local seconds=0
+    while sleep 1; do
+        seconds=$((seconds + 1))
+        if [ "$seconds" = "${TARVIK_RUN_LIMIT:-}" ]; then
+            {
+                echo "run-wine: ended after $seconds s; the processes of its prefix:"
+                show_prefix
+            } >"$logs/limit" 2>&1
+            break
+        fi
+        ! server_has_gone || break
+    done
     kill -KILL "$program"
 }
 
-wine "$@" >"$logs/out" 2>"$logs/err" </dev/null &
-program=$!
-limiter=
-if [ -n "${TARVIK_RUN_LIMIT:-}" ]; then
+# What this run has started, the services of a prefix that was empty among it, and what they have.
+end_all_of_run() {
+    local process
+    for process in /proc/[0-9]*; do
+        ! grep -qszFx "TARVIK_RUN=$run" "$process/environ" || kill -KILL "${process#/proc/}"
+    done 2>/dev/null
+}
+
+stop_watching() { kill -- "-$watcher" 2>/dev/null; }
+
+run_program() {
+    server=$(find_server)
+    run=$$.$1
+    shift
+    TARVIK_RUN=$run wine "$@" >"$logs/out" 2>"$logs/err" </dev/null &
+    program=$!
     set -m # a process group of its own, to be ended with its sleep
-    end_after_limit </dev/null >/dev/null 2>&1 &
-    limiter=$!
+    watch_program </dev/null >/dev/null 2>&1 &
+    watcher=$!
     set +m
-fi
-stop_limiter() { [ -z "$limiter" ] || kill -- "-$limiter" 2>/dev/null; }
-trap 'kill -TERM $program 2>/dev/null; stop_limiter; wait $program; cat "$logs/out"; exit 143' TERM INT
-wait $program
-code=$?
-stop_limiter
+    wait $program
+    code=$?
+    stop_watching
+}
+trap 'kill -TERM $program 2>/dev/null; stop_watching; wait $program; cat "$logs/out"; exit 143' TERM INT
+
+for attempt in 1 2; do
+    run_program $attempt "$@"
+    server_has_gone || break
+    code=75
+    end_all_of_run
+    echo "run-wine: Wine's server has crashed under $1" >&2
+    [ -z "${TARVIK_RUN_ONCE:-}" ] || break
+    with_server
+done
 cat "$logs/out"
 cat "$logs/err" >&2
 [ ! -e "$logs/limit" ] || cat "$logs/limit" >&2
