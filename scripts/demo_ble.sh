@@ -43,6 +43,7 @@ if [ "$system" = linux ]; then
 else
     # A prefix of the demonstration's own, whose folders may stay as they are set here.
     export TARVIK_WINEPREFIX=$PWD/build/wine/demo-prefix
+    trap 'scripts/stop-wine.sh; rm -rf "$scratch"' EXIT
     windows_path() { echo "Z:${1//\//\\}"; }
     scripts/run-wine.sh build/windows-release/wine_port.exe folders \
         "$(windows_path "$scratch/config")" "$(windows_path "$scratch/tmp")" >"$scratch/wine.log"

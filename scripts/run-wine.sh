@@ -50,8 +50,8 @@ start_server() {
 with_server() {
     exec 9>"$WINEPREFIX/.lock"
     flock 9
+    start_server # first: the making of a prefix is a program too
     create_prefix
-    start_server
     exec 9>&-
 }
 with_server
