@@ -18,7 +18,6 @@ FailureBoxes::FailureBoxes() {
     texts.clear();
     captions.clear();
 }
-FailureBoxes::~FailureBoxes() = default;
 
 std::vector<std::string> FailureBoxes::Texts() {
     const std::lock_guard hold(lock);

@@ -10,7 +10,7 @@ namespace tarvik::test {
 class FailureBoxes {
 public:
     FailureBoxes();
-    ~FailureBoxes();
+    ~FailureBoxes() = default;
     FailureBoxes(const FailureBoxes&) = delete;
     FailureBoxes& operator=(const FailureBoxes&) = delete;
 
