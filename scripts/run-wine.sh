@@ -127,14 +127,17 @@ run_program() {
     code=$?
     stop_watching
 }
+program= watcher=
 trap 'kill -TERM $program 2>/dev/null; stop_watching; wait $program; cat "$logs/out"; exit 143' TERM INT
 
 for attempt in 1 2; do
     run_program $attempt "$@"
+    # Its code says nothing then: that of a program which lost the server may be 0.
     server_has_gone || break
     code=75
     end_all_of_run
-    echo "run-wine: Wine's server has crashed under $1" >&2
+    echo "run-wine: Wine's server has crashed under $1; until then it said:" >&2
+    cat "$logs/out" "$logs/err" >&2
     [ -z "${TARVIK_RUN_ONCE:-}" ] || break
     with_server
 done

@@ -122,8 +122,8 @@ while [ ${#waiting[@]} -gt 0 ]; do
     line="$preset: $passed passed, $failed failed"
     [ "$skipped" = 0 ] || line+=", $skipped skipped"
     [ "$failed" = 0 ] && [ "$passed" -gt 0 ] || worst=1 failing+=("$preset")
-    again=$(grep -ac "^run-wine: Wine's server has crashed" "build/$preset/Testing/Temporary/LastTest.log")
-    [ "$again" = 0 ] ||
+    again=$(grep -acs "^run-wine: Wine's server has crashed" "build/$preset/Testing/Temporary/LastTest.log")
+    [ "${again:-0}" = 0 ] ||
         summary+=("$preset: Wine's server crashed $again times under programs, which were run again")
     summary+=("$line")
 done

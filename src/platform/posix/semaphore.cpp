@@ -3,6 +3,7 @@
 #include <errno.h>
 
 #include <new>
+#include <optional>
 
 #include "platform/posix/monitor.h"
 
@@ -23,25 +24,16 @@ OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
     return semaphore;
 }
 
-// kTaken: there is one to take.
-static SemaphoreWait AwaitCount(const OsSemaphore* semaphore, MonitorGuard* guard,
-                                std::int32_t timeout_ms) {
-    const Deadline deadline(timeout_ms);
-    while (semaphore->count == 0) {
-        const int error = guard->TrySleep(deadline);
-        if (error == 0 || semaphore->count > 0) continue;
-        return error == ETIMEDOUT ? SemaphoreWait::kTimeout : SemaphoreWait::kFailed;
-    }
-    return SemaphoreWait::kTaken;
-}
-
 SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
     if (semaphore == nullptr) return SemaphoreWait::kFailed;
     MonitorGuard guard(semaphore->monitor);
-    if (semaphore->count == 0) {
+    std::optional<Deadline> deadline;  // one that is free costs no look at the clock
+    while (semaphore->count == 0) {
         if (timeout_ms == 0) return SemaphoreWait::kTimeout;
-        const SemaphoreWait outcome = AwaitCount(semaphore, &guard, timeout_ms);
-        if (outcome != SemaphoreWait::kTaken) return outcome;
+        if (!deadline) deadline.emplace(timeout_ms);
+        const int error = guard.TrySleep(*deadline);
+        if (error == 0 || semaphore->count > 0) continue;
+        return error == ETIMEDOUT ? SemaphoreWait::kTimeout : SemaphoreWait::kFailed;
     }
     --semaphore->count;
     return SemaphoreWait::kTaken;
