@@ -47,9 +47,30 @@ start_server() {
     disown
 }
 
+is_of_prefix() { grep -qszFx "WINEPREFIX=$WINEPREFIX" "$1/environ"; }
+
+# The server's process; empty if there is none to be seen.
+find_server() {
+    local process name
+    for process in /proc/[0-9]*; do
+        { read -r name <"$process/comm"; } 2>/dev/null || continue
+        [[ $name == wineserver* ]] && is_of_prefix "$process" && echo "${process#/proc/}" && return
+    done
+}
+# Without a server, what is left of Wine in the prefix waits for ever.
+end_orphans() {
+    local process
+    [ -z "$(find_server)" ] || return 0
+    for process in /proc/[0-9]*; do
+        [[ $(readlink "$process/exe") == */wine* ]] && is_of_prefix "$process" &&
+            kill -KILL "${process#/proc/}"
+    done 2>/dev/null
+}
+
 with_server() {
     exec 9>"$WINEPREFIX/.lock"
     flock 9
+    end_orphans
     start_server # first: the making of a prefix is a program too
     create_prefix
     exec 9>&-
@@ -61,16 +82,6 @@ with_server
 logs=$(mktemp -d "$root/build/wine/logs/run.XXXXXX")
 trap 'rm -rf "$logs"' EXIT
 
-is_of_prefix() { grep -qszFx "WINEPREFIX=$WINEPREFIX" "$1/environ"; }
-
-# The server's process; empty if there is none to be seen.
-find_server() {
-    local process name
-    for process in /proc/[0-9]*; do
-        { read -r name <"$process/comm"; } 2>/dev/null || continue
-        [[ $name == wineserver* ]] && is_of_prefix "$process" && echo "${process#/proc/}" && return
-    done
-}
 server_has_gone() { [ -n "$server" ] && [ ! -e "/proc/$server/cwd/socket" ]; }
 
 # A line for each process of the prefix: its number, its name, and where in the kernel how many of
@@ -103,21 +114,11 @@ watch_program() {
     kill -KILL "$program"
 }
 
-# What this run has started, the services of a prefix that was empty among it, and what they have.
-end_all_of_run() {
-    local process
-    for process in /proc/[0-9]*; do
-        ! grep -qszFx "TARVIK_RUN=$run" "$process/environ" || kill -KILL "${process#/proc/}"
-    done 2>/dev/null
-}
-
 stop_watching() { kill -- "-$watcher" 2>/dev/null; }
 
 run_program() {
     server=$(find_server)
-    run=$$.$1
-    shift
-    TARVIK_RUN=$run wine "$@" >"$logs/out" 2>"$logs/err" </dev/null &
+    wine "$@" >"$logs/out" 2>"$logs/err" </dev/null &
     program=$!
     set -m # a process group of its own, to be ended with its sleep
     watch_program </dev/null >/dev/null 2>&1 &
@@ -131,15 +132,14 @@ program= watcher=
 trap 'kill -TERM $program 2>/dev/null; stop_watching; wait $program; cat "$logs/out"; exit 143' TERM INT
 
 for attempt in 1 2; do
-    run_program $attempt "$@"
+    run_program "$@"
     # Its code says nothing then: that of a program which lost the server may be 0.
     server_has_gone || break
     code=75
-    end_all_of_run
     echo "run-wine: Wine's server has crashed under $1; until then it said:" >&2
     cat "$logs/out" "$logs/err" >&2
-    [ -z "${TARVIK_RUN_ONCE:-}" ] || break
     with_server
+    [ -z "${TARVIK_RUN_ONCE:-}" ] || break
 done
 cat "$logs/out"
 cat "$logs/err" >&2
