@@ -12,6 +12,10 @@
 
 namespace tarvik {
 
+static bool IsAskedToStop(const PacketWait& wait) {
+    return wait.flags != nullptr && wait.flags->AskToStop();
+}
+
 // A thread that sleeps for a packet, on that thread's stack, linked into its queue in the order of
 // arrival and woken through a condition of its own: a packet disturbs nobody but its taker.
 struct PacketWaiter {
@@ -114,7 +118,8 @@ static Packet* TakeNode(PacketQueue* queue, PacketNode* node, bool remove) {
 static PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet& packet) {
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         const bool ended = waiter->handed != nullptr || waiter->cancelled;
-        if (waiter->wait.remove && !ended && waiter->Accepts(packet)) return waiter;
+        if (!waiter->wait.remove || ended || !waiter->Accepts(packet)) continue;
+        if (!IsAskedToStop(waiter->wait)) return waiter;  // else it is another's, or nobody's yet
     }
     return nullptr;
 }
@@ -206,7 +211,7 @@ bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
 Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
     if (queue == nullptr || !queue->active) return nullptr;
     const LockGuard hold(queue->lock);
-    if (!queue->active) return nullptr;
+    if (!queue->active || IsAskedToStop(wait)) return nullptr;
     if (PacketNode* node = FindNode(queue, wait)) return TakeNode(queue, node, wait.remove);
     if (wait.timeout_ms == 0) return nullptr;
     const bool limited = wait.timeout_ms > 0;
@@ -223,7 +228,7 @@ Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
         if (std::exchange(waiter.look_again, false)) {
             if (PacketNode* node = FindNode(queue, wait)) return node->packet;
         }
-        if (waiter.cancelled || (wait.flags != nullptr && wait.flags->AskToStop())) return nullptr;
+        if (waiter.cancelled || IsAskedToStop(wait)) return nullptr;
 
         std::int32_t sleep_ms = wait.flags == nullptr ? -1 : kWaitSliceMs;
         if (limited) {

@@ -46,7 +46,6 @@ PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t 
 
     std::int32_t left_ms = Limited(timeout_ms);
     do {
-        if (flags.AskToStop()) return nullptr;
         PacketPtr packet(
             FindPacket(&queues->rx, {.filter = id != kNoTag ? MatchTypeAndId : MatchType,
                                      .argument = {.type = type, .id = id},

@@ -28,7 +28,8 @@ struct PacketWait {
     PacketFilterArgument argument;
     bool remove;
     std::int32_t timeout_ms;  // 0 does not wait, -1 waits without limit
-    // Null: WakeQueueWaiters ends the wait. Else it only makes the wait look at the flags.
+    // Null: WakeQueueWaiters ends the wait. Else it only makes the wait look at the flags. A packet
+    // that comes once they ask to stop is not taken: it stays for whoever takes over.
     const WaitFlags* flags;
 };
 

@@ -14,8 +14,8 @@ public:
               ended_ = true;
           }) {}
 
-    bool Sleeps() {
-        return Eventually([&] { return Sleepers(&queues_->rx) == 1; });
+    bool Sleeps(std::uint32_t sleepers = 1) {
+        return Eventually([&] { return Sleepers(&queues_->rx) == sleepers; });
     }
     bool Ended() const { return ended_; }
     PacketPtr Result() {
@@ -113,6 +113,31 @@ TEST(WaitForPacket, NoticesAbortWhileItSleeps) {
     ASSERT_TRUE(wait.Sleeps());
     wait.abort = true;
     EXPECT_EQ(wait.Result(), nullptr);
+}
+
+// The thread that was asked to stop may not have noticed yet.
+TEST(WaitForPacket, LeavesWhatComesAfterItWasAskedToStop) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait wait(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(wait.Sleeps());
+    wait.abort = true;
+    Receive(&dongle, ResponseTo(5));
+    EXPECT_EQ(wait.Result(), nullptr);
+    EXPECT_EQ(Queued(&dongle.rx), 1u);
+}
+
+TEST(WaitForPacket, SuccessorGetsWhatComesAfterThePredecessorWasAskedToStop) {
+    const FakeTick tick(1000);
+    Dongle dongle;
+    PendingWait predecessor(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(predecessor.Sleeps(1));
+    PendingWait successor(&dongle, kTypeCres, 10000, 5);
+    ASSERT_TRUE(successor.Sleeps(2));
+    predecessor.abort = true;
+    Receive(&dongle, ResponseTo(5));
+    EXPECT_NE(successor.Result(), nullptr);
+    EXPECT_EQ(predecessor.Result(), nullptr);
 }
 
 TEST(WaitForPacket, NoticesItsLinkGoingAwayWhileItSleeps) {
