@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "platform/files.h"
+#include "platform/immortal.h"
 #include "platform/process.h"
 #include "platform/tick.h"
 #include "support/cop_trace.h"
@@ -53,7 +54,8 @@ inline std::string LibraryTempFolder() {
 
 // The debug log of this process: opened once, it stays open as it does in the product.
 inline const std::string& DebugLogPath() {
-    static const std::string path = [] {
+    // Not destroyed before the exit handler runs, as an object of this function's own would be.
+    static Immortal<std::string> path([] {
         std::string name =
             LibraryTempFolder() + "dpdu_debug_" + std::to_string(OsProcessId()) + ".log";
         std::remove(name.c_str());  // of an earlier process with this number
@@ -61,8 +63,8 @@ inline const std::string& DebugLogPath() {
         // Best effort: Windows keeps a file that is open.
         std::atexit([] { std::remove(DebugLogPath().c_str()); });
         return name;
-    }();
-    return path;
+    }());
+    return *path;
 }
 
 // What is logged while this object lives.
