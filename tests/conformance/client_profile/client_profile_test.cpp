@@ -102,7 +102,7 @@ protected:
 // ---- what clients do with the library
 
 bool ClientProfile::FindModuleByName(const std::string& name) {
-    return Eventually([&] {
+    return EventuallyConnected([&] {
         const auto list = GetModuleIds();
         if (list == nullptr || list->ItemType != PDU_IT_MODULE_ID) return false;
         for (UNUM32 i = 0; i < list->NumEntries; ++i) {

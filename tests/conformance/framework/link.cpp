@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <thread>
 #include <utility>
 
 #include "conformance/framework/items.h"
@@ -13,26 +14,37 @@
 
 namespace conformance {
 
-// On a busy machine the simulator may miss the 300 ms in which a port must answer. Such a port is
-// left alone until it comes back, so the dongle is pulled out and put back, as a user would.
 static constexpr std::chrono::seconds kReplugAfter{4};
+// The library looks for ports every 100 ms, and forgets one only when it finds it missing.
+static constexpr std::chrono::milliseconds kPulledOut{500};
 
-UNUM32 FindModule() {
-    UNUM32 hMod = PDU_HANDLE_UNDEF;
+static void PullOutAndPutBack(int dongle) {
+    Simulator simulator;
+    const std::string mark = "@" + std::to_string(dongle) + " ";
+    simulator.Command(mark + "unplug");
+    std::this_thread::sleep_for(kPulledOut);
+    simulator.Command(mark + "replug");
+}
+
+bool EventuallyConnected(const std::function<bool()>& happened, int dongle) {
     auto replug_at = std::chrono::steady_clock::now() + kReplugAfter;
-    EXPECT_TRUE(Eventually([&] {
-        const auto modules = GetModuleIds();
-        if (modules != nullptr && modules->NumEntries > 0) {
-            hMod = modules->pModuleData[0].hMod;
-            return true;
-        }
+    return Eventually([&] {
+        if (happened()) return true;
         if (Simulator::IsThere() && std::chrono::steady_clock::now() >= replug_at) {
-            Simulator simulator;
-            simulator.Unplug();
-            simulator.Replug();
+            PullOutAndPutBack(dongle);
             replug_at = std::chrono::steady_clock::now() + kReplugAfter;
         }
         return false;
+    });
+}
+
+UNUM32 FindModule() {
+    UNUM32 hMod = PDU_HANDLE_UNDEF;
+    EXPECT_TRUE(EventuallyConnected([&] {
+        const auto modules = GetModuleIds();
+        if (modules == nullptr || modules->NumEntries == 0) return false;
+        hMod = modules->pModuleData[0].hMod;
+        return true;
     })) << "no module was found";
     return hMod;
 }

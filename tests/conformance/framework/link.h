@@ -3,12 +3,18 @@
 // A logical link as tests use it, and the events that its requests produce.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "conformance/framework/library.h"
 
 namespace conformance {
+
+// Like Eventually, for what needs the port of a dongle to be connected. A busy machine may miss the
+// 300 ms in which a port must answer, and such a port is left alone until it comes back: the dongle
+// is pulled out and put back now and then, as a user would.
+bool EventuallyConnected(const std::function<bool()>& happened, int dongle = 0);
 
 // The first module that a scan finds, with patience; fails the test when there is none.
 UNUM32 FindModule();

@@ -35,7 +35,7 @@ protected:
     // Scans until `line` is logged.
     bool ScanUntil(const std::string& line) {
         const LogCapture log;
-        return Eventually([&] {
+        return EventuallyConnected([&] {
             GetModuleIds();
             return log.Has(line);
         });
@@ -237,7 +237,7 @@ TEST_F(Modules, DongleOfAnUnknownModelIsIgnored) {
         std::snprintf(line, sizeof line,
                       "[add_client_cbr] Ignoring unsupported device model: 0x%08X", model);
         const LogCapture log;
-        EXPECT_TRUE(Eventually([&] {
+        EXPECT_TRUE(EventuallyConnected([&] {
             const auto modules = GetModuleIds();
             EXPECT_EQ(modules->NumEntries, 0u);
             return log.Has(line);

@@ -309,7 +309,7 @@ TEST_F(RawReceive, FramesOfADongleThatCameBackAreDelivered) {
     ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));
     simulator.Replug();
     // What comes before the port is synchronised again is lost, as on every port.
-    EXPECT_TRUE(Eventually([&] {
+    EXPECT_TRUE(EventuallyConnected([&] {
         Inject("23010000 0100 0000 0700000000000000");
         const auto event = NextEvent(hMod, link.hCLL());
         return event != nullptr && event->ItemType == PDU_IT_RESULT &&

@@ -38,7 +38,9 @@ protected:
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
         for (std::size_t dongle : {0u, 1u}) {
             modules[dongle] = PDU_HANDLE_UNDEF;
-            ASSERT_TRUE(Eventually([&] { return FindDongle(dongle); })) << "dongle " << dongle;
+            ASSERT_TRUE(
+                EventuallyConnected([&] { return FindDongle(dongle); }, static_cast<int>(dongle)))
+                << "dongle " << dongle;
         }
         ASSERT_NE(modules[0], modules[1]);
     }

@@ -66,8 +66,8 @@ TEST_F(Unplug, PortThatReappearsIsConnectedAgainLikeANewOne) {
     const std::uint64_t syncs = simulator.Count("in SYNC");
     simulator.Replug();
     EXPECT_TRUE(simulator.WaitFor(syncs + 1, "in SYNC"));
-    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
-    EXPECT_TRUE(Eventually([&] {
+    EXPECT_TRUE(EventuallyConnected([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
+    EXPECT_TRUE(EventuallyConnected([&] {
         GetModuleIds();
         return log.Has("[UpdateModuleList] Updating existing device at index 0");
     }));
@@ -212,7 +212,7 @@ TEST_F(Unplug, PortThatStoppedByItselfIsConnectedAgainByTheNextScan) {
     EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
     EXPECT_TRUE(simulator.WaitFor(syncs + 1, "in SYNC"));
     // Nobody scanned meanwhile, so nobody missed it.
-    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
+    EXPECT_TRUE(EventuallyConnected([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
     ExpectFirstRequestToSucceed();
     EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
     EXPECT_TRUE(console.Has("Decryption failed\n"));
