@@ -165,6 +165,14 @@ void Link::DropEvents() {
     }
 }
 
+void Link::Settle() {
+    const UNUM32 hCoP = Start(PDU_COPT_UPDATEPARAM);
+    EXPECT_TRUE(Eventually([&] {
+        return Pdu().PDUCancelComPrimitive(hMod_, hCLL_, hCoP) == PDU_ERR_INVALID_HANDLE;
+    })) << "ComPrimitive "
+        << hCoP << " is not released";
+}
+
 std::string Hex(const std::vector<UNUM8>& bytes) {
     std::string text;
     char digits[4];

@@ -107,6 +107,10 @@ public:
                     const std::vector<Expected>& expected = AnyResponse());
 
     void DropEvents();
+    // Returns when the link's worker is done with all that was started before, callbacks included;
+    // an event alone does not tell, as its callback comes behind it. Runs a ComPrimitive of its
+    // own.
+    void Settle();
 
 private:
     UNUM32 hMod_;

@@ -23,15 +23,6 @@ std::vector<UNUM32> LinkStates(Link& link) {
     return states;
 }
 
-// Runs on this link until everything started before has been worked on.
-void Settle(Link& link) {
-    const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM);
-    EXPECT_TRUE(Eventually([&] {
-        return Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP) ==
-               PDU_ERR_INVALID_HANDLE;
-    }));
-}
-
 TEST_F(ComPrimitives, OfflineLinkRefusesAndConsumesNoHandle) {
     EngineLink link(hMod);
     const UNUM32 before = link.Start(PDU_COPT_UPDATEPARAM);
@@ -65,7 +56,7 @@ TEST_F(ComPrimitives, UpdateAndRestoreParamProduceExactlyOneStatusItem) {
         const UNUM32 hCoP = link.Start(type);
         const Outcome outcome = link.WaitFor(hCoP);
         EXPECT_EQ(outcome.states, std::vector<UNUM32>{PDU_COPST_FINISHED});
-        Settle(link);
+        link.Settle();
         std::size_t more = 0;
         while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
             more += event->hCop == hCoP ? 1u : 0u;
@@ -83,7 +74,7 @@ TEST_F(ComPrimitives, DelayIsQueuedAndLoggedAndProducesNothing) {
     const LogCapture log;
     const UNUM32 hCoP = link.Start(PDU_COPT_DELAY);
     EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Unhandled: 8005"));
-    Settle(link);
+    link.Settle();
     while (const auto event = NextEvent(link.hMod(), link.hCLL()))
         EXPECT_NE(event->hCop, hCoP);
     EXPECT_TRUE(log.Has("[CommThreadFunc] free CoP #" + std::to_string(hCoP)));
@@ -108,7 +99,7 @@ TEST_F(ComPrimitives, EachTypeIsLoggedInItsOwnWay) {
     for (const Row& row : rows) {
         const LogCapture log;
         const UNUM32 hCoP = link.Start(row.type, ReadVin(), control.Data());
-        Settle(link);
+        link.Settle();
         std::vector<std::string> lines = log.LinesOf("PDUStartComPrimitive");
         ASSERT_GE(lines.size(), row.lines.size() + 5) << row.type;
         lines.resize(row.lines.size() + 5);  // those behind it are Settle's
@@ -132,7 +123,7 @@ TEST_F(ComPrimitives, UnknownTypesProduceNothing) {
     EngineLink link(hMod);
     for (const UNUM32 type : {0u, 0x8000u, 0x8007u, 0xFFFFFFFFu}) {
         const UNUM32 hCoP = link.Start(type, ReadVin());
-        Settle(link);
+        link.Settle();
         while (const auto event = NextEvent(link.hMod(), link.hCLL()))
             EXPECT_NE(event->hCop, hCoP);
     }
@@ -200,7 +191,7 @@ TEST_F(ComPrimitives, TesterPresentMessageOf33BytesIsNeverSentAndOf32Is) {
     EngineLink link(hMod);
     SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(33, 0x3E));
     link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    Settle(link);
+    link.Settle();
     // Another request behind it: whatever was to be sent has been sent.
     link.Request(ReadVin());
     EXPECT_EQ(simulator.Count("in TSPR"), 0u);
@@ -209,7 +200,7 @@ TEST_F(ComPrimitives, TesterPresentMessageOf33BytesIsNeverSentAndOf32Is) {
     EXPECT_TRUE(simulator.WaitFor(1, "in TSPR"));
     SetBytes("CP_TesterPresentMessage", {});
     link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    Settle(link);
+    link.Settle();
     link.Request(ReadVin());
     EXPECT_EQ(simulator.Count("in TSPR"), 1u);
 }
