@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "conformance/framework/waiting.h"
@@ -51,6 +52,23 @@ void Simulator::Reset() {
     Command("replug");
     Command("violations clear");
     Command("record clear");
+}
+
+void Simulator::AnswerRequest(std::uint32_t request_id, const std::vector<std::uint8_t>& data) {
+    std::string payload;
+    const auto append = [&payload](std::uint32_t value, int bytes) {
+        char digits[4];
+        for (; bytes > 0; --bytes, value >>= 8) {
+            std::snprintf(digits, sizeof digits, "%02X", value & 0xFFu);
+            payload += digits;
+        }
+    };
+    append(0, 4);  // the time that it took
+    append(static_cast<std::uint32_t>(data.size()), 4);
+    append(request_id, 4);
+    for (const std::uint8_t byte : data)
+        append(byte, 1);
+    Command("packet CRES " + payload);
 }
 
 std::uint64_t Simulator::Count(const std::string& filter) {

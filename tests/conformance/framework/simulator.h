@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "conformance/framework/system.h"
 
@@ -26,6 +27,11 @@ public:
     void Replug() { Command("replug"); }
     // As the vehicle file has it, plugged in, with an empty record.
     void Reset();
+
+    // The next request stays in flight until AnswerRequest.
+    void HoldNextRequest() { Command(R"(next 1 {"lost": true})"); }
+    // The answer to a request for one control unit, in the dongle's place.
+    void AnswerRequest(std::uint32_t request_id, const std::vector<std::uint8_t>& data);
 
     // Packets and events on record since Reset; FILTER as the simulator reads it: "in CREQ".
     std::uint64_t Count(const std::string& filter);

@@ -8,36 +8,6 @@
 namespace conformance {
 namespace {
 
-// A CRES in multi form, made by hand; PACKET of the simulator adds the header.
-class HandMadeAnswer {
-public:
-    HandMadeAnswer& Entry(UNUM32 id, const std::vector<UNUM8>& data) {
-        AppendU32(id, &entries_);
-        AppendU32(static_cast<UNUM32>(data.size()), &entries_);
-        entries_.insert(entries_.end(), data.begin(), data.end());
-        entries_.resize((entries_.size() + 7) / 8 * 8);
-        ++count_;
-        return *this;
-    }
-    std::string Command(UNUM32 request_id) const {
-        std::vector<UNUM8> payload;
-        AppendU32(0xFFFFFFFD, &payload);
-        AppendU32(count_, &payload);
-        AppendU32(request_id, &payload);
-        payload.insert(payload.end(), entries_.begin(), entries_.end());
-        return "packet CRES " + Hex(payload);
-    }
-
-private:
-    static void AppendU32(UNUM32 value, std::vector<UNUM8>* bytes) {
-        for (int shift = 0; shift < 32; shift += 8)
-            bytes->push_back(static_cast<UNUM8>(value >> shift));
-    }
-
-    std::vector<UNUM8> entries_;
-    UNUM32 count_ = 0;
-};
-
 class ResponseRows : public FunctionalRequests {
 protected:
     // One request, answered with these entries alone.

@@ -13,6 +13,8 @@ namespace {
 
 using ComPrimitives = SerialDongle;
 
+const std::vector<UNUM8> kVinAnswer = {0x62, 0xF1, 0x90, 0x56};
+
 std::vector<UNUM32> LinkStates(Link& link) {
     std::vector<UNUM32> states;
     while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
@@ -215,22 +217,25 @@ TEST_F(ComPrimitives, ConnectAfterStartCommGoesBackToOnline) {
 
 TEST_F(ComPrimitives, QueuedOneIsCancelledBeforeItsTurnAndReportedAsCancelled) {
     EngineLink link(hMod);
-    simulator.Command(R"(next 1 {"delay_ms": 300})");
+    simulator.HoldNextRequest();
     ControlData control(PositiveRead());
     const UNUM32 running = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     const UNUM32 queued = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    simulator.AnswerRequest(running, kVinAnswer);
     EXPECT_EQ(link.WaitFor(running).FinalState(), PDU_COPST_FINISHED);
     EXPECT_EQ(link.WaitFor(queued).FinalState(), PDU_COPST_CANCELLED);
 }
 
 TEST_F(ComPrimitives, SingleRequestInFlightNoticesItsCancellationAtTheEnd) {
     EngineLink link(hMod);
-    simulator.Command(R"(next 1 {"delay_ms": 200})");
+    simulator.HoldNextRequest();
     ControlData control(PositiveRead());
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     ASSERT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    simulator.AnswerRequest(hCoP, kVinAnswer);
     const Outcome outcome = link.WaitFor(hCoP);
     EXPECT_EQ(outcome.results.size(), 1u);
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);
@@ -376,7 +381,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, FirstHandleOfTheProcessIsOneAndCountsAcro
 FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundUnderWrongHandlesAndStillGetsItsResult) {
     Polled library;
     EngineLink link(library.hMod);
-    library.simulator.Command(R"(next 1 {"delay_ms": 300})");
+    library.simulator.HoldNextRequest();
     ControlData control(PositiveRead());
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     const LogCapture log;
@@ -391,13 +396,15 @@ FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundUnderWrongHandlesAndStillGetsItsRe
     EXPECT_EQ(extra, 0u);
     EXPECT_NE(timestamp, 0u);
     EXPECT_TRUE(log.Has("[PDUGetStatus] Returning PDU_STATUS_NOERROR, *pStatusCode=32785"));
+    ASSERT_TRUE(library.simulator.WaitFor(1, "in CREQ"));
+    library.simulator.AnswerRequest(hCoP, kVinAnswer);
     EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
 }
 
 FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryKeepsOtherThreadsOutUntilTheDestruct) {
     Polled library;
     EngineLink link(library.hMod);
-    library.simulator.Command(R"(next 1 {"delay_ms": 300})");
+    library.simulator.HoldNextRequest();
     ControlData control(PositiveRead());
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     UNUM32 status = 0;
@@ -411,6 +418,8 @@ FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryKeepsOtherThreadsOutUntilT
         answered.Open();
     });
     ASSERT_TRUE(entered.Wait());
+    EXPECT_TRUE(library.simulator.WaitFor(1, "in CREQ"));
+    library.simulator.AnswerRequest(hCoP, kVinAnswer);
     EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
     EXPECT_FALSE(answered.Wait(std::chrono::milliseconds(200)));
     EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);

@@ -93,10 +93,12 @@ TEST_F(RequestTrace, BusyReasonIsEscaped) {
 
 TEST_F(RequestTrace, CancellationIsTracedWithAndWithoutAFind) {
     EngineLink link(hMod);
-    simulator.Command(R"(next 1 {"delay_ms": 100})");
+    simulator.HoldNextRequest();
     ControlData control;
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
     Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP);
+    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    simulator.AnswerRequest(hCoP, {0x62, 0xF1, 0x90});
     link.WaitFor(hCoP);
     Pdu().PDUCancelComPrimitive(link.hMod(), 99, hCoP);
     const auto results = WaitForTrace("cop_cancel_result", 2);
