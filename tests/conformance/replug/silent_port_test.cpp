@@ -11,7 +11,8 @@ namespace {
 
 class SilentPort : public SerialDongle {
 protected:
-    // Constructed again, with a dongle that hears everything and says nothing.
+    // Constructed again, with a dongle that hears everything and says nothing. What the library
+    // has sent to it is on record.
     void ConstructWithMutedDongle() {
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
         simulator.Command("mute");
@@ -19,6 +20,22 @@ protected:
         const LogCapture log;
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
         ASSERT_TRUE(Eventually([&] { return log.Has(kGivenUp); }));
+        ASSERT_TRUE(Eventually([&] { return log.Has(kClosed); }));
+    }
+    // Constructed again, with a dongle that answers the third SYNC only. False: the port was given
+    // up.
+    bool ConnectsAtTheThirdSync() {
+        EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
+        simulator.Command("ignore SYNC 2");
+        simulator.Command("record clear");
+        const LogCapture log;
+        EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+        bool found = false;
+        EXPECT_TRUE(Eventually([&] {
+            found = GetModuleIds()->NumEntries > 0;
+            return found || log.Has(kGivenUp);
+        }));
+        return found;
     }
     std::uint64_t Opens() {
         return nlohmann::json::parse(simulator.Command("stats"))[0].at("opens");
@@ -26,25 +43,32 @@ protected:
 
     static constexpr char kGivenUp[] =
         "[ConnectSerialPort] COM5: No response from device. Closing again.";
+    static constexpr char kClosed[] = "[SerialThreadFunc] COM5 Instance stopped";
 };
 
 TEST_F(SilentPort, IsGivenUpAfterThreeSyncs) {
-    StdoutCapture console;
-    ConstructWithMutedDongle();
-    EXPECT_EQ(simulator.Count("in SYNC"), 3u);
-    EXPECT_EQ(console.LinesWith("COM5: "),
-              "COM5: New device detected\n"
-              "COM5: Connecting to new device\n"
-              "COM5: Send SYNC\n"
-              "COM5: Send SYNC\n"
-              "COM5: Send SYNC\n"
-              "COM5: Device did not respond\n");
+    std::uint64_t syncs = 0;
+    ASSERT_TRUE(Eventually([&] {
+        StdoutCapture console;
+        ConstructWithMutedDongle();
+        EXPECT_EQ(console.LinesWith("COM5: "),
+                  "COM5: New device detected\n"
+                  "COM5: Connecting to new device\n"
+                  "COM5: Send SYNC\n"
+                  "COM5: Send SYNC\n"
+                  "COM5: Send SYNC\n"
+                  "COM5: Device did not respond\n");
+        syncs = simulator.Count("in SYNC");
+        // One that a busy machine has not written when the port is closed goes no further.
+        return syncs >= 3 || HasFailure();
+    }));
+    EXPECT_EQ(syncs, 3u);
 }
 
 TEST_F(SilentPort, IsClosedAndFoundNowhere) {
     const LogCapture log;
     ConstructWithMutedDongle();
-    EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
+    EXPECT_TRUE(Eventually([&] { return log.Has(kClosed); }));
     EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
 }
 
@@ -52,10 +76,11 @@ TEST_F(SilentPort, IsClosedAndFoundNowhere) {
 TEST_F(SilentPort, StaysAloneEvenWhenItWouldAnswer) {
     ConstructWithMutedDongle();
     const std::uint64_t opens = Opens();
+    const std::uint64_t syncs = simulator.Count("in SYNC");
     simulator.Command("mute off");
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
-    EXPECT_EQ(simulator.Count("in SYNC"), 3u);
+    EXPECT_EQ(simulator.Count("in SYNC"), syncs);
     EXPECT_EQ(Opens(), opens);
 }
 
@@ -74,11 +99,10 @@ TEST_F(SilentPort, WorksAfterItDisappearedAndReappeared) {
 }
 
 TEST_F(SilentPort, LateAnswerToTheThirdSyncIsEarlyEnough) {
-    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
-    simulator.Command("ignore SYNC 2");
-    simulator.Command("record clear");
-    Construct(FirstSettings());
+    // The answer to it has 100 ms, which a busy machine may take.
+    ASSERT_TRUE(Eventually([this] { return ConnectsAtTheThirdSync() || HasFailure(); }));
     EXPECT_EQ(simulator.Count("in SYNC"), 3u);
+    hMod = FindModule();
     EngineLink link(hMod);
     EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
 }
