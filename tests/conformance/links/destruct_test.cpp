@@ -64,15 +64,18 @@ TEST_F(Destruct, EndsWithARequestInFlightAScanRunningAndACallbackRegistered) {
     link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     auto scanning = std::make_shared<Gate>();
-    Thread scanner([scanning] {
+    PDU_MODULE_ITEM* modules = nullptr;
+    Thread scanner([scanning, &modules] {
         scanning->Open();
-        GetModuleIds();
+        Pdu().PDUGetModuleIds(&modules);
     });
     ASSERT_TRUE(scanning->Wait());
     ExpectDestructEnds();
     scanner.Join();
     simulator.Reset();
     ASSERT_NO_FATAL_FAILURE(Construct(Settings{.useSerial = true}));
+    // Only a library that is constructed takes items back. Null: the scan came too late.
+    EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(modules)), PDU_STATUS_NOERROR);
 }
 
 TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
