@@ -83,6 +83,7 @@ TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
     auto done = std::make_shared<Gate>();
     Link link(hMod);
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    const LogCapture log;
     spy.OnCall([done](const CallbackCall&) {
         if (done->IsOpen()) return;
         EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
@@ -93,6 +94,8 @@ TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
     link.Start(PDU_COPT_UPDATEPARAM);
     ASSERT_TRUE(done->Wait());
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
+    // Nobody else waits for this worker any more.
+    EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
 }
 
 TEST_F(Destruct, EndsWhileCallbacksKeepComing) {
