@@ -78,6 +78,8 @@ TEST_F(RawCleanUp, WorksWhileFramesKeepComing) {
         const LogCapture log;
         link.Destroy();
         ASSERT_TRUE(Eventually([&] { return WorkerHasExited(log); }));
+        // The next round is to see its own reception, not what is left of this one's.
+        ASSERT_TRUE(WaitForReception(false));
     }
 }
 
@@ -117,11 +119,11 @@ protected:
         });
         link->Receive();
         ASSERT_TRUE(WaitForReception(true));
-        ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, hCLL_ = link->hCLL(), spy_.Function()),
-                  PDU_STATUS_NOERROR);
         // Else the worker might still be on its way to the callback of the final state, and take
         // the frame there in the receive thread's place.
         link->Settle();
+        ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, hCLL_ = link->hCLL(), spy_.Function()),
+                  PDU_STATUS_NOERROR);
         FrameOnBus("123 01");
     }
 
@@ -201,9 +203,9 @@ TEST_F(RawCallback, NextReceiverMayBeStartedInside) {
     });
     ASSERT_TRUE(done_->Wait());
     ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, hCLL_, nullptr), PDU_STATUS_NOERROR);
+    link.Settle();  // no callback is under way any more that would take the frame
     EXPECT_EQ(Sent(3), (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn}));
     FrameOnBus("123 02");
-    link.Settle();  // no callback is under way any more that would take the frame
     const auto frames = link.TakeFrames(1);
     ASSERT_EQ(frames.size(), 1u);
     EXPECT_EQ(frames[0].hCoP, second);
@@ -285,9 +287,9 @@ FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructGoOn) 
     Simulator simulator;
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
+    link.Settle();  // the worker is not to call back: it would get stuck in the receiver's place
     ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), StuckCallback), PDU_STATUS_NOERROR);
     ASSERT_TRUE(Eventually([&] { return simulator.Command("raw send 123 01") == "1"; }));
-    link.Settle();  // the worker is not to call back: it would get stuck in the receiver's place
     ASSERT_TRUE(Eventually([] { return callback_is_stuck.load(); }));
     const LogCapture log;
     EXPECT_TRUE(EndsInTime([] { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }));

@@ -29,6 +29,8 @@ TEST_F(RawTrace, ShowsEveryStepOfAReceiver) {
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
     ASSERT_TRUE(WaitForReception(true));
+    // The worker's part comes first only if it is over when the frame comes.
+    ASSERT_EQ(WaitForTrace("notify_end", 2).size(), 2u);
     FrameOnBus("18DAF110 02 7E 00");
     link.TakeFrames(1);
     ASSERT_EQ(WaitForTrace("cop_rx", 1).size(), 1u);

@@ -1,5 +1,8 @@
 // Frames that raw links receive: the thread of each ComPrimitive, and what it delivers.
 
+#include <memory>
+
+#include "conformance/framework/callbacks.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/raw/raw_link.h"
 
@@ -232,18 +235,25 @@ TEST_F(RawReceive, CancellingAFinishedOneDoesNotStopItsThread) {
 
 TEST_F(RawReceive, OneThatIsCancelledBeforeItsTurnStopsAtOnce) {
     RawLink link(hMod);
+    // The worker stays in the first one's callback until the other one is cancelled.
+    const auto cancelled = std::make_shared<Gate>();
+    CallbackSpy spy;
+    spy.OnCall([cancelled](const CallbackCall&) { EXPECT_TRUE(cancelled->Wait()); });
+    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function()),
+              PDU_STATUS_NOERROR);
     ControlData control({}, 1, -1);
-    // So many are queued that the worker cannot have come to the last one.
-    std::vector<UNUM32> started;
-    for (int i = 0; i < 50; ++i)
-        started.push_back(link.Start(PDU_COPT_SENDRECV, {}, control.Data()));
+    link.Start(PDU_COPT_SENDRECV, {}, control.Data());
+    ASSERT_TRUE(spy.WaitForCalls(1));
+    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, {}, control.Data());
     const LogCapture log;
-    Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), started.back());
-    const bool in_time =
-        log.Has(CopLine("[PDUCancelComPrimitive] Aborting CoP id ", started.back()));
-    const Outcome outcome = link.WaitFor(started.back());
-    EXPECT_EQ(outcome.FinalState(), in_time ? PDU_COPST_CANCELLED : PDU_COPST_FINISHED);
-    EXPECT_EQ(WaitForReception(!in_time), true);
+    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has(CopLine("[PDUCancelComPrimitive] Aborting CoP id ", hCoP)));
+    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), nullptr), PDU_STATUS_NOERROR);
+    cancelled->Open();
+    EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_CANCELLED);
+    EXPECT_EQ(Sent(4),
+              (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn, kReceptionOff}));
+    EXPECT_FALSE(IsReceptionOn());
 }
 
 // This dongle does not count who receives.

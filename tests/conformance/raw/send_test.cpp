@@ -89,9 +89,12 @@ TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {
     ControlData control({}, 1, 0);
     const UNUM32 hCoP = link.Send(0x123, {1}, control);
     ASSERT_TRUE(Eventually([&] { return log.Has(CopLine("[CommThreadFunc] free CoP #", hCoP)); }));
+    // The log tells of the release before it has happened.
+    EXPECT_TRUE(Eventually([&] {
+        return Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP) == PDU_ERR_INVALID_HANDLE;
+    }));
     EXPECT_EQ(NextEvent(hMod, link.hCLL()), nullptr);
     EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(log.CountLike("*Enable TesterPresent*"), 0u);
 }
 

@@ -63,7 +63,9 @@ TEST_F(RawLinks, ReceptionIsOffWhenAllHaveEnded) {
     second.Destroy();
     first.Destroy();
     third.Destroy();
-    EXPECT_TRUE(WaitForReception(false));
+    // Nobody receives while a late receiver has not begun yet: all four were on, and are off again.
+    EXPECT_TRUE(simulator.WaitFor(8, "in RAWC"));
+    EXPECT_FALSE(IsReceptionOn());
     EXPECT_EQ(simulator.Command("raw send 123 01"), "0");
 }
 
