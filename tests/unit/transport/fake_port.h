@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -47,10 +48,17 @@ public:
     std::vector<Bytes> Received() const;  // packets that came from the library
     std::size_t ReceivedCount(std::uint32_t type) const;
     std::uint32_t OpenCount() const;
+    std::uint32_t CloseCount() const;
     bool IsOpen() const;
     bool HoldsAWrite() const;
     std::uint32_t WaitCount() const;  // how often the receiver went to sleep
     std::size_t Unread() const;       // bytes that the dongle has sent and nobody has read
+
+    // The library has put a packet of this type into its transmit queue. The number by which
+    // HasTaken knows it, until the port is opened again.
+    std::size_t Expect(std::uint32_t type);
+    // The dongle has received that packet, and the library all that the dongle has sent.
+    bool HasTaken(std::uint32_t type, std::size_t number) const;
 
     // What the next operations come to instead of working.
     std::optional<std::uint32_t> open_error;
@@ -78,10 +86,13 @@ private:
     bool woken_ = false;
     bool holds_a_write_ = false;
     bool open_ = false;
+    bool receiver_sleeps_ = false;
     std::uint32_t opened_ = 0;
+    std::uint32_t closed_ = 0;
     std::uint32_t waits_ = 0;
     std::optional<std::uint32_t> status_error_;
     std::vector<Bytes> received_;
+    std::map<std::uint32_t, std::size_t> expected_, taken_;  // by type, since it was opened
 };
 
 }  // namespace tarvik::test

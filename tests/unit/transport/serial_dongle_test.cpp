@@ -13,8 +13,15 @@
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
+#include "unit/transport/answer_wait.h"
 
 namespace tarvik::test {
+
+// The simulator always answers, as soon as the machine lets it.
+std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
+    return timeout_ms * 20;
+}
+
 namespace {
 
 constexpr std::int32_t kDonglePort = 5;
@@ -170,6 +177,10 @@ protected:
         return Eventually([] { return State(kDonglePort) == PortState::kConnected; });
     }
     static bool Disconnects() {
+        {
+            // A scan that has found it before may still try to open it.
+            const LockGuard end_of_scan(serial->session_lock);
+        }
         return Eventually([] { return State(kDonglePort) == PortState::kUnused; }) &&
                Eventually([] { return !Queues()->available; });
     }

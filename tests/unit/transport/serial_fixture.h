@@ -49,9 +49,12 @@ protected:
         EXPECT_TRUE(Reaches(number, PortState::kConnected));
         return port;
     }
+    // The next scan may have opened it again by the time that anybody looks.
     static bool Closes(const FakePort& port) {
-        return Eventually([&port] { return !port.IsOpen(); });
+        return Eventually([&port] { return port.CloseCount() > 0; });
     }
+    // What a scan that is under way found plugged in before, it has dealt with.
+    static void AwaitEndOfScan() { const LockGuard hold(serial->session_lock); }
     static PacketPtr Receive(std::int32_t number, std::uint32_t type) {
         return WaitForPacket(QueuesOf(number), type, 10'000, kNoTag);
     }

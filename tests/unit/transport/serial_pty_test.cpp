@@ -19,9 +19,16 @@
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
+#include "unit/transport/answer_wait.h"
 #include "unit/transport/fake_discovery.h"
 
 namespace tarvik::test {
+
+// The tests play the dongle: it always answers, as soon as the machine lets it.
+std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
+    return timeout_ms * 100;
+}
+
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -59,16 +66,17 @@ public:
     // Exactly `size` bytes, or what came before patience ran out.
     Bytes Receive(std::size_t size) {
         Bytes bytes;
-        while (bytes.size() < size) {
+        Eventually([&] {
             pollfd ready = {file_, POLLIN, 0};
-            if (::poll(&ready, 1, 10'000) <= 0) break;
+            if (::poll(&ready, 1, 10'000) <= 0) return true;
             std::uint8_t piece[4096];
             const std::size_t wanted = std::min(sizeof piece, size - bytes.size());
             const ssize_t got = ::read(file_, piece, wanted);
-            if (got < 0 && errno == EIO) continue;  // nobody has opened the other end yet
-            if (got <= 0) break;
+            if (got < 0 && errno == EIO) return false;  // nobody has opened the other end yet
+            if (got <= 0) return true;
             bytes.insert(bytes.end(), piece, piece + got);
-        }
+            return bytes.size() >= size;
+        });
         return bytes;
     }
 
@@ -362,6 +370,10 @@ TEST_F(SerialOnPty, ReplugConnectsAgain) {
         EXPECT_EQ(terminal.Receive(8), Wire(kTypeRepl, 8));
         UnplugPort(3);
         terminal.Unplug();
+        {
+            // A scan that has found it before may still try to open it.
+            const LockGuard end_of_scan(serial->session_lock);
+        }
         ASSERT_TRUE(Eventually([] { return State() == PortState::kUnused; }));
     }
 }
@@ -369,9 +381,13 @@ TEST_F(SerialOnPty, ReplugConnectsAgain) {
 TEST_F(SerialOnPty, StopEndsAWriteToADongleThatDoesNotRead) {
     Terminal terminal;
     ASSERT_TRUE(Connect(terminal));
-    for (int i = 0; i < 100; ++i) {
-        PacketPtr packet = MakePacket(kTypeCreq, 4096);
-        ASSERT_TRUE(EnqueueTransmitPacket(Queues(), packet));
+    {
+        // All at once: the first write runs into its limit some time after it has begun.
+        const LockGuard hold(Queues()->tx.lock);
+        for (int i = 0; i < 100; ++i) {
+            PacketPtr packet = MakePacket(kTypeCreq, 4096);
+            ASSERT_TRUE(EnqueueTransmitPacket(Queues(), packet));
+        }
     }
     kSerialTransport.Stop();
     EXPECT_FALSE(Queues()->available);

@@ -170,7 +170,7 @@ TEST_F(SerialScanTest, ReportIsMadeUnderTheDeviceLock) {
         std::atomic<bool> entered_after_report{false};
     } probe;
     kSerialTransport.UpdateDevices(
-        200,
+        500,
         [](void* context, const DeviceReport& report) {
             auto* self = static_cast<Probe*>(context);
             self->other = std::make_unique<Thread>([self, queues = report.queues] {
