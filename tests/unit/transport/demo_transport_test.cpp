@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "link/packet_counters.h"
+#include "platform/tick.h"
 #include "support/config.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
@@ -16,10 +18,35 @@ namespace {
 
 constexpr std::uint32_t kScanMs = 250;
 
+// Time that stands still until the device has answered, however long the machine keeps it from
+// that, and then goes on by a step for each look.
+class ScanTime {
+public:
+    ScanTime() {
+        step_ms_ = 0;
+        previous_ = SetTickSource([] { return now_ms_.fetch_add(step_ms_); });
+    }
+    ~ScanTime() { SetTickSource(previous_); }
+    ScanTime(const ScanTime&) = delete;
+    ScanTime& operator=(const ScanTime&) = delete;
+
+    static void Hold() { step_ms_ = 0; }
+    static void GoOn() { step_ms_ = 25; }
+
+private:
+    static inline std::atomic<std::uint64_t> now_ms_{1000};
+    static inline std::atomic<std::uint64_t> step_ms_{0};
+    TickSource previous_;
+};
+
+// Of one scan.
 struct Reports {
+    Reports() { ScanTime::Hold(); }
+
     std::vector<DeviceReport> list;
     static void Add(void* context, const DeviceReport& report) {
         static_cast<Reports*>(context)->list.push_back(report);
+        ScanTime::GoOn();
     }
 };
 
@@ -42,6 +69,8 @@ protected:
         EXPECT_EQ(reports.list.size(), 1u);
         return reports.list.empty() ? nullptr : reports.list.front().queues;
     }
+
+    const ScanTime time_;
 };
 
 bool Send(DeviceQueues* queues, PacketPtr packet) { return EnqueueTransmitPacket(queues, packet); }
