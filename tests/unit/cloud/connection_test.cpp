@@ -83,17 +83,14 @@ TEST_P(CloudConnection, MissingServerKeyIsAFailedAttempt) {
 }
 
 TEST_P(CloudConnection, EachStepOfTheChannelThatFailsIsNamed) {
-    FakeChannel::identity_loads = false;
-    kCloudTransport.Start();
-    EXPECT_TRUE(Logs("[Cloud] Failed to load device identity"));
-    FakeChannel::handshake_succeeds = false;
-    FakeChannel::identity_loads = true;
-    EXPECT_TRUE(Logs("[Cloud] Handshake failed"));
-    FakeChannel::identify_succeeds = false;
-    FakeChannel::handshake_succeeds = true;
-    EXPECT_TRUE(Logs("[Cloud] Device identification failed"));
-    FakeChannel::identify_succeeds = true;
-    EXPECT_TRUE(IsUp());
+    FakeChannel::identity_failures = 1;
+    FakeChannel::handshake_failures = 1;
+    FakeChannel::identify_failures = 1;
+    EXPECT_TRUE(Connect());
+    for (const char* line : {"[Cloud] Failed to load device identity", "[Cloud] Handshake failed",
+                             "[Cloud] Device identification failed"}) {
+        EXPECT_EQ(log_.Count(line), 1u) << line;
+    }
 }
 
 TEST_P(CloudConnection, SeventhFailureInARowGivesUp) {
@@ -117,12 +114,10 @@ TEST_P(CloudConnection, GivenUpConnectionStartsOverWhenItIsAskedForAnew) {
 }
 
 TEST_P(CloudConnection, SuccessForgetsTheFailuresBefore) {
-    network_.Receive(Reception::kRefuse);
-    kCloudTransport.Start();
-    ASSERT_TRUE(Eventually([&] { return network_.Connections() == 5; }));
-    network_.Receive(Reception::kAccept);
-    ASSERT_TRUE(IsUp());
+    network_.RefuseNext(5);
+    ASSERT_TRUE(Connect());
     const std::size_t failures = log_.Count("[Cloud] Connect failed, retry");
+    EXPECT_EQ(failures, 5u);
     network_.Receive(Reception::kRefuse);
     network_.HangUp();
     ASSERT_TRUE(Reaches(ConnState::kFailed));
@@ -147,7 +142,6 @@ TEST_P(CloudConnection, FailedSendComesBackWithThePacket) {
     PacketPtr request = MakePacket(kTypeTspr, 24);
     ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, request));
     ASSERT_TRUE(Logs("[Cloud] TxThread exited. Reconnecting."));
-    network_.FailSending(0);
     EXPECT_TRUE(network_.EventuallySends(kTypeTspr));
     EXPECT_TRUE(IsUp());
 }
@@ -164,6 +158,16 @@ TEST_P(CloudConnection, RequestThatIsWithdrawnDisconnects) {
 
 TEST_P(CloudConnection, StopEndsAConnection) {
     ASSERT_TRUE(Connect());
+    ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
+    // Held until the connection thread has seen the stop: it might see first that the receive
+    // thread, which is woken at once, has ended.
+    network_.HoldReading(true);
+    network_.Deliver(WirePacket(kTypeSync));
+    ASSERT_TRUE(network_.EventuallyHolds());
+    Thread release([this] {
+        Logs("[Cloud] Disconnecting");
+        network_.HoldReading(false);
+    });
     kCloudTransport.Stop();
     EXPECT_EQ(network_.OpenLinks(), 0u);
     for (const char* line : {"[Cloud] ---DISCONNECT WAIT---", "[Cloud] Quit requested",
@@ -242,7 +246,9 @@ TEST_P(CloudConnection, AddressIsSentAgainAfterAReconnection) {
     network_.HangUp();
     ASSERT_TRUE(Eventually([&] { return network_.Connections() == 3; }));
     ASSERT_TRUE(IsUp());
-    ASSERT_TRUE(network_.EventuallySends(kTypeLogn, 3));
+    PacketPtr last = MakePacket(kTypeTspr, 24);  // behind everything that a connection begins with
+    ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, last));
+    ASSERT_TRUE(network_.EventuallySends(kTypeTspr));
     EXPECT_EQ(network_.SentCount(kTypeAddr), 2u);
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "transport/cloud/secure_channel.h"
 #include "transport/cloud/tcp_socket.h"
@@ -23,9 +24,10 @@ Bytes SealedPacket(const Bytes& packet) {
     return WirePacket(kTypeCryp, payload);
 }
 
+// Never destroyed: a look-up that was left to itself may outlive the tests.
 FakeNetwork& FakeNetwork::Get() {
-    static FakeNetwork network;
-    return network;
+    static auto* const network = new FakeNetwork;
+    return *network;
 }
 
 void FakeNetwork::Reset() {
@@ -40,14 +42,27 @@ void FakeNetwork::Reset() {
     resolve_error_ = 0;
     resolving_held_ = false;
     send_error_ = 0;
+    refusals_ = 0;
     failing_step_ = WebSocketStep::kNone;
     connections_ = 0;
     peeks_ = 0;
 }
 
-void FakeNetwork::FailWebSocket(WebSocketStep step, std::uint32_t error) {
-    step_error_ = error;
+void FakeNetwork::RefuseNext(std::uint32_t attempts) {
+    const std::lock_guard hold(lock_);
+    refusals_ = attempts;
+}
+
+void FakeNetwork::FailWebSocket(WebSocketStep step, std::uint32_t error, std::uint32_t times) {
+    const std::lock_guard hold(lock_);
     failing_step_ = step;
+    step_error_ = error;
+    step_failures_ = times;
+}
+
+void FakeNetwork::FailSending(std::uint32_t error) {
+    const std::lock_guard hold(lock_);
+    send_error_ = error;
 }
 
 void FakeNetwork::Deliver(const Bytes& bytes, MessageKind kind) {
@@ -138,6 +153,10 @@ bool FakeNetwork::Connect(const std::atomic<bool>& abort) {
     while (reception_ == Reception::kNeverAnswer && !abort && !aborted_)
         changed_.wait_for(hold, std::chrono::milliseconds(5));
     if (reception_ != Reception::kAccept || abort) return false;
+    if (refusals_ > 0) {
+        --refusals_;
+        return false;
+    }
     incoming_.clear();
     ended_ = false;
     aborted_ = false;
@@ -219,22 +238,25 @@ std::uint32_t FakeNetwork::Send(const void* data, std::uint32_t size) {
     std::unique_lock hold(lock_);
     StayWhile(hold, sending_held_);
     if (aborted_) return kErrorOperationCancelled;
-    if (send_error_ != 0) return send_error_;
+    if (send_error_ != 0) return std::exchange(send_error_, 0);
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     sent_.emplace_back(bytes, bytes + size);
     return 0;
 }
 
-std::uint32_t FakeNetwork::Step(WebSocketStep step) const {
-    return failing_step_ == step ? step_error_.load() : 0;
+std::uint32_t FakeNetwork::Step(WebSocketStep step) {
+    const std::lock_guard hold(lock_);
+    if (failing_step_ != step || step_failures_ == 0) return 0;
+    --step_failures_;
+    return step_error_;
 }
 
 void FakeChannel::EndSession() { CloudSecClearSession(); }
 
 void FakeChannel::Reset() {
-    identity_loads = true;
-    handshake_succeeds = true;
-    identify_succeeds = true;
+    identity_failures = 0;
+    handshake_failures = 0;
+    identify_failures = 0;
     status = 0;
     clears = 0;
 }
@@ -293,8 +315,9 @@ struct WebSocketClient {
 
 static std::uint32_t Take(WebSocketStep step) { return FakeNetwork::Get().Step(step); }
 static std::uint32_t Take(WebSocketStep step, std::atomic<bool>* handle) {
-    *handle = Take(step) == 0;
-    return Take(step);
+    const std::uint32_t error = Take(step);
+    *handle = error == 0;
+    return error;
 }
 
 WebSocketClient* CreateWebSocketClient() { return new WebSocketClient; }
@@ -330,15 +353,17 @@ std::uint32_t RequestWebSocketUpgrade(WebSocketClient*) {
 std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
     FakeNetwork& network = FakeNetwork::Get();
     network.SetTarget(client->server + ":" + std::to_string(client->port) + client->endpoint);
-    if (Take(WebSocketStep::kSend) != 0) return Take(WebSocketStep::kSend);
+    const std::uint32_t error = Take(WebSocketStep::kSend);
+    if (error != 0) return error;
     client->linked = network.Connect(client->aborted);
     if (client->linked) return 0;
     return client->aborted ? kErrorOperationCancelled : kErrorConnectionBroken;
 }
 std::uint32_t ReceiveWebSocketResponse(WebSocketClient*) { return Take(WebSocketStep::kReceive); }
 std::uint32_t CompleteWebSocketUpgrade(WebSocketClient* client) {
-    client->request = Take(WebSocketStep::kComplete) != 0;
-    return Take(WebSocketStep::kComplete, &client->web_socket);
+    const std::uint32_t error = Take(WebSocketStep::kComplete, &client->web_socket);
+    client->request = error != 0;
+    return error;
 }
 std::uint32_t ReceiveFromWebSocket(WebSocketClient*, void* data, std::uint32_t size,
                                    std::uint32_t* bytes, MessageKind* kind) {
@@ -375,19 +400,29 @@ static void SendBare(DeviceQueues* queues, std::uint32_t type) {
     EnqueueTransmitPacket(queues, packet);
 }
 
-bool CloudSecLoadIdentity() { return FakeChannel::identity_loads; }
-bool CloudSecHandshake(DeviceQueues* queues, const std::atomic<bool>*) {
+// The connection thread's.
+static bool Works(std::atomic<std::uint32_t>* failures) {
+    if (*failures == 0) return true;
+    --*failures;
+    return false;
+}
+
+bool CloudSecLoadIdentity() { return Works(&FakeChannel::identity_failures); }
+bool CloudSecHandshake(DeviceQueues* queues, const std::atomic<bool>* abort) {
     const std::size_t before = FakeNetwork::Get().SentCount(kTypeNhs1);
     SendBare(queues, kTypeNhs1);
-    if (!FakeChannel::handshake_succeeds) return false;
-    if (!FakeNetwork::Get().EventuallySends(kTypeNhs1, before + 1)) return false;
+    if (!Works(&FakeChannel::handshake_failures)) return false;
+    const auto is_sent = [before] { return FakeNetwork::Get().SentCount(kTypeNhs1) > before; };
+    // A stop ends the transmit thread, which then sends nothing any more.
+    test::Eventually([&] { return is_sent() || (abort != nullptr && *abort); });
+    if (!is_sent()) return false;
     session.established = true;
     return true;
 }
 bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status, const std::atomic<bool>*) {
     SendBare(queues, kTypeDevi);
     *status = FakeChannel::status;
-    return FakeChannel::identify_succeeds;
+    return Works(&FakeChannel::identify_failures);
 }
 bool CloudSecEstablished() { return session.established; }
 void CloudSecClearSession() {

@@ -44,6 +44,8 @@ enum class WebSocketStep : std::uint8_t {
 
 class FakeNetwork {
 public:
+    static constexpr std::uint32_t kAlways = 0xFFFFFFFF;
+
     static FakeNetwork& Get();
 
     // For the next test.
@@ -51,11 +53,14 @@ public:
 
     // --- the relay's side ---
     void Receive(Reception reception) { reception_ = reception; }
+    void RefuseNext(std::uint32_t attempts);  // and only those
     void FailResolving(int error) { resolve_error_ = error; }
     void HoldResolving(bool hold) { resolving_held_ = hold; }
     std::uint32_t Resolving() const { return resolving_; }  // look-ups that are under way
-    void FailWebSocket(WebSocketStep step, std::uint32_t error);
-    void FailSending(std::uint32_t error = kErrorConnectionBroken) { send_error_ = error; }
+    // So many times; the connection thread goes on at once, so no test could end it in time.
+    void FailWebSocket(WebSocketStep step, std::uint32_t error, std::uint32_t times = kAlways);
+    // The next packet's, once.
+    void FailSending(std::uint32_t error = kErrorConnectionBroken);
     void Deliver(const Bytes& bytes, MessageKind kind = MessageKind::kBinary);
     void FailReceiving(std::uint32_t error) { SetReceiveError(error); }
     // Threads stay in the library's calls, also when these are aborted: a reader behind what it
@@ -88,7 +93,7 @@ public:
     std::uint32_t ReadMessage(void* data, std::uint32_t size, std::uint32_t* bytes,
                               MessageKind* kind);
     std::uint32_t Send(const void* data, std::uint32_t size);
-    std::uint32_t Step(WebSocketStep step) const;
+    std::uint32_t Step(WebSocketStep step);
     void SetTarget(const std::string& target);
     void UseNetwork(int change) { network_uses_ += static_cast<std::uint32_t>(change); }
 
@@ -111,14 +116,16 @@ private:
     bool reading_held_ = false;
     std::uint32_t holding_ = 0;  // threads
     std::uint32_t receive_error_ = 0;
+    std::uint32_t send_error_ = 0;
+    std::uint32_t refusals_ = 0;
+    WebSocketStep failing_step_ = WebSocketStep::kNone;
+    std::uint32_t step_error_ = 0;
+    std::uint32_t step_failures_ = 0;
     std::atomic<bool> aborted_{false};
     std::atomic<Reception> reception_{Reception::kAccept};
     std::atomic<int> resolve_error_{0};
     std::atomic<bool> resolving_held_{false};
     std::atomic<std::uint32_t> resolving_{0};
-    std::atomic<std::uint32_t> send_error_{0};
-    std::atomic<WebSocketStep> failing_step_{WebSocketStep::kNone};
-    std::atomic<std::uint32_t> step_error_{0};
     std::atomic<std::uint32_t> connections_{0}, peeks_{0}, network_uses_{0}, open_links_{0};
 };
 
@@ -127,9 +134,10 @@ private:
 struct FakeChannel {
     static void Reset();
     static void EndSession();
-    static inline std::atomic<bool> identity_loads{true};
-    static inline std::atomic<bool> handshake_succeeds{true};
-    static inline std::atomic<bool> identify_succeeds{true};
+    // How often each of its steps fails before it works.
+    static inline std::atomic<std::uint32_t> identity_failures{0};
+    static inline std::atomic<std::uint32_t> handshake_failures{0};
+    static inline std::atomic<std::uint32_t> identify_failures{0};
     static inline std::atomic<std::uint32_t> status{0};
     static inline std::atomic<std::uint32_t> clears{0};
 };

@@ -128,7 +128,6 @@ TEST_P(CloudThreads, ReceiveThreadIsAwaitedBeforeTheConnectionIsMadeAgain) {
     EXPECT_TRUE(Logs("[Cloud] TxThread exited. Reconnecting."));
     EXPECT_TRUE(Logs("[Cloud] Waiting for CloudRxThread to exit", 2));
     EXPECT_EQ(network_.Connections(), 1u);
-    network_.FailSending(0);
     network_.HoldReading(false);
     EXPECT_TRUE(Logs("[Cloud] Threads exited. Done."));
     EXPECT_EQ(log_.Has("[WebSocketReceiveFull] Stopping state detected"), GetParam());

@@ -150,7 +150,8 @@ TEST_P(CloudTraffic, DiscoveryReportsEveryDongleThatAnswers) {
         network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x06", "one")));
         network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x07", "two")));
     });
-    EXPECT_TRUE(kCloudTransport.UpdateDevices(2000, Found::Report, &found));
+    // Two seconds of the real clock for each answer.
+    EXPECT_TRUE(kCloudTransport.UpdateDevices(10'000, Found::Report, &found));
     EXPECT_EQ(found.names, (std::vector<std::string>{"one", "two"}));
     EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices received: 'two' with mac 01:02:03:04:05:07"));
     EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices done"));
