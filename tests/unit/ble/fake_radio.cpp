@@ -4,7 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "transport/ble/ble_state.h"
 #include "unit/test_system.h"
+#include "unit/transport/answer_wait.h"
 
 namespace tarvik::test {
 
@@ -52,6 +54,8 @@ struct FakeAccess {
     static void Opened(FakeDongle& dongle) {
         ++dongle.opened_;
         ++dongle.open_;
+        const std::lock_guard hold(dongle.lock_);
+        dongle.asked_ = dongle.identified_ = 0;
     }
     static void SetHandler(FakeDongle& dongle, BleDevice::Handler* handler) {
         const std::lock_guard hold(dongle.handler_lock_);
@@ -67,6 +71,16 @@ struct FakeAccess {
             behaviour = dongle.behaviour_;
         }
         behaviour(dongle, packet);
+        const std::lock_guard hold(dongle.lock_);
+        if (LoadU32(packet.data()) == kTypeIden) ++dongle.identified_;
+    }
+    static std::size_t Ask(FakeDongle& dongle) {
+        const std::lock_guard hold(dongle.lock_);
+        return ++dongle.asked_;
+    }
+    static bool HasDealtWith(const FakeDongle& dongle, std::size_t question) {
+        const std::lock_guard hold(dongle.lock_);
+        return dongle.identified_ >= question;
     }
 };
 
@@ -296,6 +310,29 @@ std::shared_ptr<FakeDongle> FakeRadio::Add(std::uint64_t address) {
 void FakeRadio::Remove(const std::shared_ptr<FakeDongle>& dongle) {
     const std::lock_guard hold(radio_lock);
     std::erase(dongles, dongle);
+}
+
+static std::shared_ptr<FakeDongle> DongleBehind(const DeviceQueues* queues) {
+    const LockGuard hold(ble->BleCriticalSection);
+    for (const BleQueueSet* set : ble->queue_sets) {
+        if (&set->queues != queues) continue;
+        for (const auto& dongle : Dongles()) {
+            if (dongle->address == set->address) return dongle;
+        }
+    }
+    return nullptr;
+}
+
+// A dongle answers while it is written to, or not at all. The time begins when it has had its say:
+// what the machine keeps the transmit thread from running is not taken from it.
+std::uint32_t TimeForAnswer(DeviceQueues* queues, std::uint32_t, std::uint32_t timeout_ms) {
+    const std::shared_ptr<FakeDongle> dongle = DongleBehind(queues);
+    if (dongle == nullptr) return timeout_ms;
+    const std::size_t question = FakeAccess::Ask(*dongle);
+    Eventually([&] {
+        return ble->closing || !queues->available || FakeAccess::HasDealtWith(*dongle, question);
+    });
+    return timeout_ms;
 }
 
 std::vector<std::string> FakeRadio::BrokenRules() {

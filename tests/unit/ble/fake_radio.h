@@ -88,6 +88,7 @@ private:
     bool hold_ = false;
     bool opening_ = false;
     std::vector<Bytes> received_;
+    std::size_t asked_ = 0, identified_ = 0;  // IDENs sent and dealt with, since it was opened
     std::string writer_;
 };
 

@@ -1,5 +1,6 @@
 #include <sstream>
 
+#include "transport/ble/ble_connect.h"
 #include "unit/ble/ble_fixture.h"
 #include "unit/ble/event_fault.h"
 #include "unit/transport/thread_start_fault.h"
@@ -304,8 +305,8 @@ TEST_F(BleScanTest, ThreadsOfAConnectionThatCannotBeStartedFailTheAttempt) {
         LogCapture log;
         EXPECT_EQ(Scan().size(), 0u);
         EXPECT_TRUE(log.Mentions("X thread: 11"));
+        EXPECT_TRUE(Eventually([&] { return !dongle->IsOpen(); }));  // with its last thread
         EXPECT_EQ(log.Count("[BLE] TX thread started"), log.Count("[BLE] TX thread exiting"));
-        EXPECT_FALSE(dongle->IsOpen());
         EXPECT_EQ(ConnectedCount(), 0u);
     }
     EXPECT_EQ(Scan().size(), 1u);
@@ -383,6 +384,13 @@ protected:
     bool BecomesReady() const {
         return Eventually([&] { return log_.Has("[BLE] Device connected and ready"); });
     }
+    // The attempt that the scan has given up waiting for is over: the next scan clears it away.
+    static bool AttemptEnds() {
+        return Eventually([] {
+            const LockGuard hold(ble->BleCriticalSection);
+            return ble->attempts.size() == 1 && OsEventWait(ble->attempts[0]->completed, 0);
+        });
+    }
     FakeTick tick_{1000};
     LogCapture log_;
     std::shared_ptr<FakeDongle> dongle_ = nullptr;
@@ -405,6 +413,7 @@ TEST_F(BleSlowConnection, MayStillFinishAndIsFoundByTheNextScan) {
     GiveUp();
     dongle_->ReleaseOpening();
     ASSERT_TRUE(BecomesReady());
+    ASSERT_TRUE(AttemptEnds());
     EXPECT_EQ(ScanInTime().size(), 1u);
     EXPECT_EQ(dongle_->OpenCount(), 1);
 }
@@ -413,7 +422,8 @@ TEST_F(BleSlowConnection, ThatFailsAfterAllIsTriedAnewByTheNextScan) {
     GiveUp();
     dongle_->Fail({.step = Step::kOpen, .refuse = true});
     dongle_->ReleaseOpening();
-    ASSERT_TRUE(Eventually([&] { return log_.Has("[BLE] Failed to connect to device"); }));
+    ASSERT_TRUE(AttemptEnds());
+    EXPECT_TRUE(log_.Has("[BLE] Failed to connect to device"));
     dongle_->Work();
     EXPECT_EQ(ScanInTime().size(), 1u);
 }

@@ -43,6 +43,7 @@ public:
               const std::string& text);
     // Programs that called something and are on the bus still.
     std::size_t Clients() const { return clients_.size(); }
+    const std::string& AdapterState() const { return adapter_state_; }
     void SetClientsHandler(std::function<void()> handler) { clients_changed_ = std::move(handler); }
 
 private:

@@ -50,6 +50,8 @@ CommandResult RunFail(Context* context) {
 
 CommandResult RunClients(Context* context) { return Ok(std::to_string(context->bluez->Clients())); }
 
+CommandResult RunAdapter(Context* context) { return Ok(context->bluez->AdapterState()); }
+
 CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
@@ -59,6 +61,7 @@ constexpr CommandRow<Context> kCommands[] = {
     {"mute", "on|off", "while it is on, the service does not do anything", RunMute},
     {"fail", "N METHOD ERROR [TEXT]", "the next N calls of a method end with this error", RunFail},
     {"clients", "", "how many programs on the bus have called something", RunClients},
+    {"adapter", "", "on, off or absent, as the service has heard of it", RunAdapter},
     {"help", "", "these commands", RunHelp},
 };
 
