@@ -3,14 +3,14 @@
 
 namespace tarvik {
 
-PacketPtr RealWaitForPacket(
-    DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t, const std::atomic<bool>*,
-    const std::atomic<
-        bool>*) __asm__("__real__ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_");
-PacketPtr WrappedWaitForPacket(
-    DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t, const std::atomic<bool>*,
-    const std::atomic<
-        bool>*) __asm__("__wrap__ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_");
+#define TARVIK_WAIT "_ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_"
+
+PacketPtr RealWaitForPacket(DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t,
+                            const std::atomic<bool>*,
+                            const std::atomic<bool>*) __asm__("__real_" TARVIK_WAIT);
+PacketPtr WrappedWaitForPacket(DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t,
+                               const std::atomic<bool>*,
+                               const std::atomic<bool>*) __asm__("__wrap_" TARVIK_WAIT);
 
 PacketPtr WrappedWaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
                                std::uint32_t id, const std::atomic<bool>* abort,

@@ -19,7 +19,7 @@ namespace tarvik::test {
 
 // The simulator always answers, as soon as the machine lets it.
 std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
-    return timeout_ms * 20;
+    return timeout_ms * 10;
 }
 
 namespace {
