@@ -99,8 +99,9 @@ TEST_F(Port, MultiFormWithoutAnyAnswerHasNoEntries) {
 
 TEST_F(Port, DelayedAnswerDoesNotHoldUpTheNext) {
     simulator_.Command(R"(next 1 {"delay_ms": 200})");
-    host_.Send(SingleRequest(1, kReadVin));
-    host_.Send(SingleRequest(2, kReadVin));
+    Bytes both = SingleRequest(1, kReadVin);
+    AppendBytes(&both, SingleRequest(2, kReadVin));
+    host_.Send(both);  // at once: the second is there long before the first is answered
     const SingleResponse first = AsSingle(host_.Read()).value();
     const SingleResponse second = AsSingle(host_.Read()).value();
     EXPECT_EQ(first.id, 2u);
