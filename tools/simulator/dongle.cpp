@@ -369,11 +369,12 @@ void Dongle::Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Be
 
     after_ms = std::max(after_ms, busy * behaviour.busy_interval_ms.value_or(0));
     in_flight_.insert(request_id);
-    Later(after_ms, [this, request_id, behaviour, make = std::move(make), start = Clock::now()] {
+    Later(after_ms, [=, this, make = std::move(make), start = Clock::now()] {
         in_flight_.erase(in_flight_.find(request_id));
         const auto waited =
             std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        const auto waited_ms = static_cast<std::uint32_t>(waited.count());
+        // What is answered at once was not waited for, however busy the machine is.
+        const auto waited_ms = after_ms == 0 ? 0 : static_cast<std::uint32_t>(waited.count());
         for (std::uint32_t i = 0; i < behaviour.stray.value_or(0); ++i) {
             SendAnswer(make(request_id + 0x40000000 + i, waited_ms), behaviour);
         }
