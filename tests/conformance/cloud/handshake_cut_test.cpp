@@ -16,6 +16,8 @@ constexpr std::size_t kHandshakeBytes = 104 + 40;
 constexpr std::size_t kStride = Rounds(1, 20, 20);
 constexpr std::size_t kClients = Rounds(24, 3, 3);
 constexpr char kFailures[] = "failed attempts: ";
+// An attempt also fails when a busy machine lets the relay answer after more than a second: seldom.
+constexpr std::size_t kLateAnswers = 3;
 
 class HandshakeCut : public EachWay {
 protected:
@@ -55,6 +57,9 @@ protected:
         }
         const std::size_t failures = log_.Count("[Cloud] Connect failed, retry") +
                                      log_.Count("[Cloud] Failed, waiting for disconnect");
+        EXPECT_EQ(failures, log_.Count("[CloudSec] [E] Timeout waiting for HS2") +
+                                log_.Count("[CloudSec] [E] Failed to read ident ack"))
+            << "an attempt failed for another reason than that an answer was missing";
         std::fprintf(stderr, "%s%zu\n", kFailures, failures);
     }
     // Returns how many attempts of all clients have failed.
@@ -76,7 +81,9 @@ INSTANTIATE_TEST_SUITE_P(Over, HandshakeCut, testing::Values(Way::kTcp, Way::kWe
 TEST_P(HandshakeCut, BehindEachByteIsAFailedAttemptAndALaterOneSucceeds) {
     if (IsProcessFor(RunningTest())) return RunClient();
     const std::size_t cuts = AddCuts();
-    EXPECT_EQ(RunClients(), cuts);
+    const std::size_t failures = RunClients();
+    EXPECT_GE(failures, cuts);
+    EXPECT_LE(failures, cuts + kLateAnswers);
     EXPECT_EQ(relay_.Command("fault").find("bytes"), std::string::npos) << "cuts are left";
 }
 
