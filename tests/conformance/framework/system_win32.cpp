@@ -128,14 +128,23 @@ static HANDLE OpenForOutput(const std::string& file) {
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// The new process takes over the variables of this one, so that only one starts at a time.
+// The new process takes over the variables of this one, so that only one starts at a time. On a
+// busy machine Wine now and then refuses a start that succeeds a moment later.
 static bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
                       PROCESS_INFORMATION* process) {
+    constexpr int kAttempts = 3;
     static std::mutex starting;
     const std::lock_guard hold(starting);
     const TemporaryVariables during_start(variables);
-    return ::CreateProcessA(nullptr, command->data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                            start, process) != FALSE;
+    for (int attempt = 1;; ++attempt) {
+        if (::CreateProcessA(nullptr, command->data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                             start, process)) {
+            return true;
+        }
+        std::fprintf(stderr, "CreateProcess: error %lu, attempt %d\n", ::GetLastError(), attempt);
+        if (attempt == kAttempts) return false;
+        ::Sleep(200);
+    }
 }
 
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
