@@ -36,7 +36,7 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
 struct ProcessFigures {
     std::uint64_t threads = 0;
     std::uint64_t handles = 0;  // file descriptors on Linux
-    std::uint64_t memory = 0;   // bytes: resident on Linux, committed on Windows
+    std::uint64_t memory = 0;   // bytes: resident and of no file on Linux, committed on Windows
 };
 ProcessFigures MeasureProcess();
 
