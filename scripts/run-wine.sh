@@ -36,7 +36,8 @@ create_prefix() {
 }
 
 # The server that Wine itself starts goes with the last program, and a program that is started
-# meanwhile meets services that are about to end. This one stays; if there is a server, it ends.
+# meanwhile meets services that are about to end. This one stays. Not beside another: it would end at
+# once, and might be taken for the prefix's until then.
 start_server() {
     local server
     set -m # a process group of its own: an interrupt from the keyboard is not for it
@@ -60,7 +61,6 @@ find_server() {
 # Without a server, what is left of Wine in the prefix waits for ever.
 end_orphans() {
     local process
-    [ -z "$(find_server)" ] || return 0
     for process in /proc/[0-9]*; do
         [[ $(readlink "$process/exe") == */wine* ]] && is_of_prefix "$process" &&
             kill -KILL "${process#/proc/}"
@@ -70,8 +70,10 @@ end_orphans() {
 with_server() {
     exec 9>"$WINEPREFIX/.lock"
     flock 9
-    end_orphans
-    start_server # first: the making of a prefix is a program too
+    if [ -z "$(find_server)" ]; then
+        end_orphans
+        start_server # first: the making of a prefix is a program too
+    fi
     create_prefix
     exec 9>&-
 }
@@ -82,7 +84,11 @@ with_server
 logs=$(mktemp -d "$root/build/wine/logs/run.XXXXXX")
 trap 'rm -rf "$logs"' EXIT
 
-server_has_gone() { [ -n "$server" ] && [ ! -e "/proc/$server/cwd/socket" ]; }
+# A server that ends closes its files first, whereupon its programs end, and has its folder still.
+server_has_gone() {
+    [ -n "$server" ] || return 1
+    [ ! -e "/proc/$server/cwd/socket" ] || ! compgen -G "/proc/$server/fd/*" >/dev/null
+}
 
 # A line for each process of the prefix: its number, its name, and where in the kernel how many of
 # its threads wait.
