@@ -35,6 +35,21 @@ bool WaitForLine(const std::string& path, const std::string& wanted) {
     return false;
 }
 
+bool IsProgress(const std::string& line) {
+    return line.starts_with("dpdu: ") && line.ends_with("...");
+}
+
+// The program's lines of progress come only when something takes longer than a second.
+void TakeError(const std::string& text, ClientResult* result) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        std::string* const part =
+            IsProgress(text.substr(at, end - at)) ? &result->progress : &result->error;
+        *part += text.substr(at, end - at + 1);
+        at = end + 1;
+    }
+}
+
 }  // namespace
 
 std::string TemporaryPath(const std::string& name) {
@@ -76,7 +91,7 @@ ClientResult RunClient(const ClientSetup& setup) {
     }
     result.exit_code = WaitForProcess(process);
     result.output = ReadWholeFile(output);
-    result.error = ReadWholeFile(error);
+    TakeError(ReadWholeFile(error), &result);
     result.report = Lines(ReadWholeFile(report));
     for (const std::string& path : {output, error, report})
         std::remove(path.c_str());

@@ -10,7 +10,8 @@
 struct ClientResult {
     int exit_code = -1;
     std::string output;               // standard output, line ends as \n
-    std::string error;                // standard error, likewise
+    std::string error;                // standard error, likewise, without the lines of progress
+    std::string progress;             // these: on a busy machine a run may take its second
     std::vector<std::string> report;  // what the fake library wrote
 };
 

@@ -907,7 +907,7 @@ T_PDU_ERROR PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pShortname, UNUM32* 
 
 T_PDU_ERROR PDUGetModuleIds(PDU_MODULE_ITEM** pModuleIdList) {
     Chatter("scanning");
-    if (IsScenario("slow-scan")) std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    if (IsScenario("slow-scan")) std::this_thread::sleep_for(std::chrono::milliseconds(4000));
     const std::lock_guard hold(lock);
     ++scans;
     auto block = std::make_shared<ModuleBlock>();
