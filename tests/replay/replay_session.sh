@@ -14,6 +14,25 @@ fail() {
     exit 1
 }
 
+# On a busy machine the simulator may miss the 300 ms in which a port must answer. The library leaves
+# such a port alone until it comes back, so the dongle is pulled out and put back, as a user would:
+# when nobody has its port open for a while and nobody has opened it meanwhile.
+replug_when_left_alone() {
+    local answer opens= before
+    exec 3<>"/dev/tcp/${BRENNIX_SIM_CONTROL/:/\/}" || return
+    tell() { echo "$1" >&3 && read -r answer <&3; }
+    while true; do
+        read -rt 4 answer <&3 # nothing comes unasked
+        tell '@0 stats' || return
+        before=$opens
+        opens=$(sed -n 's/.*"host":false,"opens":\([0-9]*\),.*/\1/p' <<<"$answer")
+        [ -n "$opens" ] && [ "$opens" = "$before" ] || continue
+        tell unplug
+        read -rt 0.5 answer <&3
+        tell replug
+    done
+}
+
 # Within the launcher: asks the car behind the dongle, all questions or another one; answers and
 # traces go to folder $3.
 if [ "${1:-}" = --ask ]; then
@@ -24,11 +43,14 @@ if [ "${1:-}" = --ask ]; then
     mkdir -p "$folder" "$scratch/config/Tarvik/Brennix"
     printf '%s' '{"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false,' \
         ' "dummyDevice": false}' >"$scratch/config/Tarvik/Brennix/config.json"
+    # Without the lines of progress, which come when something takes longer than a second.
     ask() {
-        "${dpdu[@]}" "$@" --wait 30 >>"$folder/answers" 2>&1
-        echo "exit code $?" >>"$folder/answers"
+        "${dpdu[@]}" "$@" --wait 30 2>&1 | sed '/^dpdu: .*[.]\{3\}\r*$/d' >>"$folder/answers"
+        echo "exit code ${PIPESTATUS[0]}" >>"$folder/answers"
     }
     dpdu=("$@")
+    replug_when_left_alone &
+    trap "kill $! 2>/dev/null" EXIT
     if [ "$questions" = other ]; then
         ask request --ecu 7E0:7E8 --p2 100 22F1FF
         exit
