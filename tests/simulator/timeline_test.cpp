@@ -105,8 +105,13 @@ TEST_F(Script, BatteryAndIgnitionFollowTheFile) {
     const nlohmann::json report = nlohmann::json::parse(ReadText(type::kTele));
     EXPECT_EQ(report.at("bat"), 12100);
     EXPECT_EQ(report.at("ign"), 0);
-    EXPECT_EQ(simulator_->Command("reset"), "ok");
-    EXPECT_EQ(AskEngine({0x3E, 0x00}), 0u);
+    simulator_->Command("record clear");
+    EXPECT_EQ(simulator_->Command("reset"), "ok");  // everything begins anew
+    ASSERT_EQ(simulator_->Command("wait 4 10000 event"), "ok 4");
+    const nlohmann::json events =
+        nlohmann::json::parse(simulator_->Command("record last 4 event").substr(3));
+    EXPECT_EQ(events[0].at("text"), "battery 13800 mV, ignition on");
+    EXPECT_EQ(events[3].at("text"), "battery 12100 mV, ignition off");
 }
 
 TEST_F(Script, ControlUnitsSleepWhileTheIgnitionIsOff) {
@@ -119,6 +124,9 @@ TEST_F(Script, ControlUnitsSleepWhileTheIgnitionIsOff) {
     EXPECT_EQ(AskEngine({0x3E, 0x00}), 0u);
     const auto unit = nlohmann::json::parse(simulator_->Command("unit engine").substr(3));
     EXPECT_EQ(unit.at("session"), 1);
+    simulator_->Command("power 12000 off");
+    EXPECT_EQ(simulator_->Command("reset"), "ok");
+    EXPECT_EQ(AskEngine({0x3E, 0x00}), 0u);
 }
 
 TEST(Power, PermanentControlUnitsNeedOnlyTheBattery) {
