@@ -79,6 +79,11 @@ protected:
         return nlohmann::json::parse(relay_.Command("proxy")).at("requests");
     }
 
+    // How many connections the relay itself has taken since it started.
+    std::uint64_t RelayConnections() {
+        return nlohmann::json::parse(relay_.Command("stats")).at("connections");
+    }
+
     // What the car's engine control unit answers to ReadVin.
     static bool IsVin(const std::string& answer) { return answer.starts_with("62 F1 90 "); }
 
