@@ -55,8 +55,8 @@ void TakeError(const std::string& text, ClientResult* result) {
 std::string TemporaryPath(const std::string& name) {
     static std::atomic<int> count{0};
     const auto now = std::chrono::system_clock::now().time_since_epoch().count();
-    return testing::TempDir() + "dpdu_" + std::to_string(now) + "_" + std::to_string(++count) +
-           "_" + name;
+    return testing::TempDir() + "dpdu_" + std::to_string(OwnProcessId()) + "_" +
+           std::to_string(now) + "_" + std::to_string(++count) + "_" + name;
 }
 
 std::string ReadWholeFile(const std::string& path) {

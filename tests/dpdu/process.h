@@ -26,4 +26,7 @@ bool InterruptProcess(ProcessHandle process);
 // The exit code, or a negative number for a process that ended otherwise.
 int WaitForProcess(ProcessHandle process);
 
+// Of this process: no other that runs has it.
+unsigned long OwnProcessId();
+
 #endif  // TESTS_DPDU_PROCESS_H

@@ -48,3 +48,5 @@ int WaitForProcess(ProcessHandle process) {
     if (waitpid(static_cast<pid_t>(process), &status, 0) < 0) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
+
+unsigned long OwnProcessId() { return static_cast<unsigned long>(getpid()); }

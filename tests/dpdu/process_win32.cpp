@@ -89,3 +89,5 @@ int WaitForProcess(ProcessHandle process) {
     ::CloseHandle(handle);
     return static_cast<int>(code);
 }
+
+unsigned long OwnProcessId() { return ::GetCurrentProcessId(); }
