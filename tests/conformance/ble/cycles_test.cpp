@@ -10,6 +10,7 @@ namespace {
 constexpr std::uint32_t kConnections = Rounds(200, 36, 36);
 constexpr std::uint32_t kRounds = (kConnections + Radio::kDongles - 1) / Radio::kDongles;
 constexpr std::uint32_t kWarmUp = 2;
+constexpr std::uint32_t kLateLogins = 2;  // what a busy machine may cause in the whole test
 
 class BleCycles : public BleDongles {
 protected:
@@ -18,11 +19,25 @@ protected:
         for (std::uint32_t round = 0; round < rounds; ++round) {
             for (int dongle = 0; dongle < Radio::kDongles; ++dongle)
                 radio.Run(dongle, "lose");
-            ASSERT_TRUE(ScanUntil(Radio::kDongles)) << "in round " << round;
+            ASSERT_TRUE(FindAll()) << "in round " << round;
             ASSERT_EQ(radio.Connected(), Radio::kDongles) << "in round " << round;
         }
         console.Text();
     }
+    // A module whose dongle has not logged in within half a second is given up by the library until
+    // it is constructed anew: few may be, where the machine is busy.
+    bool FindAll() {
+        return Eventually([this] {
+            if (Scan() == Radio::kDongles) return true;
+            ++late_logins;
+            modules.reset();
+            Pdu().PDUDestruct();
+            Construct();
+            return false;
+        });
+    }
+
+    std::uint32_t late_logins = 0;
 };
 
 TEST_F(BleCycles, LostAndFoundDonglesLeaveNothingBehind) {
@@ -34,6 +49,7 @@ TEST_F(BleCycles, LostAndFoundDonglesLeaveNothingBehind) {
     ASSERT_NO_FATAL_FAILURE(LoseAndFind(kRounds));
     const ProcessFigures after = MeasureSettled(before);
     ExpectSteady(std::to_string(kRounds * Radio::kDongles) + " lost connections", before, after);
+    EXPECT_LE(late_logins, kLateLogins);
 }
 
 }  // namespace
