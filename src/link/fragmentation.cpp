@@ -45,10 +45,10 @@ static PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uin
     return fragment;
 }
 
-// A transmit queue that has become inactive swallows what it is given: the packet was released,
-// and the sender learns of the lost dongle by its missing answer.
+// A dongle that has gone meanwhile swallows what it is given: the packet was released, and the
+// sender learns of the loss by the missing answer.
 static void QueueOrRelease(DeviceQueues* queues, PacketPtr packet) {
-    EnqueueTransmitPacket(queues, packet);
+    EnqueueForAvailable(queues, packet);
 }
 
 static bool SendFragments(DeviceQueues* queues, const Packet& whole, std::uint32_t slice,

@@ -188,12 +188,14 @@ void FreeQueue(PacketQueue* queue) {
         queue->lock.Address());
 }
 
-bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
+// `needed` may be null; else nothing is queued while it is false.
+static bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
+                   const std::atomic<bool>* needed) {
     if (queue == nullptr || packet == nullptr || !queue->active) return false;
     OsCondition* wake_up = nullptr;
     {
         const LockGuard hold(queue->lock);
-        if (!queue->active) return false;
+        if (!queue->active || (needed != nullptr && !*needed)) return false;
         PacketWaiter* taker = LongestWaitingTaker(queue, *packet);
         if (taker == nullptr) {
             if (!LinkNewest(queue, packet, tag)) return false;
@@ -206,6 +208,14 @@ bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
     // A taker that is woken inside the lock would only wait for it.
     if (wake_up != nullptr) wake_up->WakeOne();
     return true;
+}
+
+bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
+    return Append(queue, packet, tag, nullptr);
+}
+
+bool EnqueueForAvailable(DeviceQueues* queues, PacketPtr& packet) {
+    return Append(&queues->tx, packet, kNoTag, &queues->available);
 }
 
 Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {

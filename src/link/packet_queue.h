@@ -54,6 +54,9 @@ void FreeQueue(PacketQueue* queue);
 bool EnqueueTransmitPacket(DeviceQueues* queues, PacketPtr& packet);
 bool EnqueueReceivedPacket(DeviceQueues* queues, PacketPtr& packet);  // classifies and tags
 bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag);
+// Takes it only while the dongle is available, as of the moment that it is queued: the queue may
+// have been freed and initialized for the next connection since the caller looked.
+bool EnqueueForAvailable(DeviceQueues* queues, PacketPtr& packet);
 
 struct PacketFilterArgument {
     std::uint32_t type;

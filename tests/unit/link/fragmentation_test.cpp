@@ -1,6 +1,7 @@
 #include "link/fragmentation.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "link_support.h"
 
@@ -155,6 +156,27 @@ TEST_F(FragSend, DongleGoingAwayStopsTheFragmentsAndLeavesThePacket) {
     EXPECT_TRUE(kept);
     EXPECT_TRUE(log.Has("[FRAG] Transport became unavailable while fragmenting"));
     EXPECT_FALSE(log.Mentions("sent successfully"));
+}
+
+// A port that is plugged in again begins with packets of its own.
+TEST_F(FragSend, FragmentThatIsLateDoesNotReachTheNextConnection) {
+    dongle.mtu = 116;
+    std::optional<Thread> sender;
+    {
+        const LockGuard hold(dongle.tx.lock);
+        sender.emplace([this] {
+            PacketPtr packet = Patterned(kTypeCreq, 1000);
+            accepted = FragSendPacket(&dongle, packet);
+        });
+        // It has found the dongle available, and comes to the queue when that is another's.
+        ASSERT_TRUE(Eventually([this] { return log.Mentions("[FRAG] Sending fragment 0/10"); }));
+        dongle.available = false;
+        FreeQueue(&dongle.tx);
+        InitializeQueue(&dongle.tx);
+    }
+    sender->Join();
+    EXPECT_FALSE(accepted);
+    EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
 struct FragReceive : testing::Test {
