@@ -50,14 +50,21 @@ start_server() {
 
 is_of_prefix() { grep -qszFx "WINEPREFIX=$WINEPREFIX" "$1/environ"; }
 
-# The server's process; empty if there is none to be seen.
+# The server's process; empty if there is none to be seen. The oldest: one that is started beside a
+# server ends at once.
 find_server() {
-    local process name
+    local process name oldest= oldest_start= fields
     for process in /proc/[0-9]*; do
         { read -r name <"$process/comm"; } 2>/dev/null || continue
-        [[ $name == wineserver* ]] && is_of_prefix "$process" && echo "${process#/proc/}" && return
+        [[ $name == wineserver* ]] && is_of_prefix "$process" || continue
+        { read -r fields <"$process/stat"; } 2>/dev/null || continue
+        read -ra fields <<<"${fields##*) }" # those behind the name, which may hold spaces
+        [ -z "$oldest" ] || [ "${fields[19]}" -lt "$oldest_start" ] || continue
+        oldest=${process#/proc/} oldest_start=${fields[19]}
     done
+    echo "$oldest"
 }
+
 # Without a server, what is left of Wine in the prefix waits for ever.
 end_orphans() {
     local process
@@ -143,6 +150,7 @@ for attempt in 1 2; do
     server_has_gone || break
     code=75
     echo "run-wine: Wine's server has crashed under $1; until then it said:" >&2
+    echo "(the server was process $server; of the prefix now: $(find_server))" >&2
     cat "$logs/out" "$logs/err" >&2
     with_server
     [ -z "${TARVIK_RUN_ONCE:-}" ] || break
