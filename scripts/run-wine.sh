@@ -149,8 +149,8 @@ for attempt in 1 2; do
     # Its code says nothing then: that of a program which lost the server may be 0.
     server_has_gone || break
     code=75
-    echo "run-wine: Wine's server has crashed under $1; until then it said:" >&2
-    echo "(the server was process $server; of the prefix now: $(find_server))" >&2
+    echo "run-wine: Wine's server has crashed under $1 (its process was $server, the prefix's is now" \
+        "'$(find_server)'); until then it said:" >&2
     cat "$logs/out" "$logs/err" >&2
     with_server
     [ -z "${TARVIK_RUN_ONCE:-}" ] || break

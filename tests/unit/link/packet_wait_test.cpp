@@ -33,6 +33,15 @@ private:
     Thread thread_;
 };
 
+// For answer 5, and asleep when the test begins.
+struct SleepingWaitForPacket : testing::Test {
+    void SetUp() override { ASSERT_TRUE(wait.Sleeps()); }
+
+    FakeTick tick{1000};
+    Dongle dongle;
+    PendingWait wait{&dongle, kTypeCres, 10000, 5};
+};
+
 TEST(WaitForPacket, ReturnsThePacketOfItsTypeAndLogsIt) {
     const LogCapture log;
     Dongle dongle;
@@ -54,11 +63,7 @@ TEST(WaitForPacket, WithAnIdTakesOnlyTheAnswerToIt) {
     EXPECT_EQ(Queued(&dongle.rx), 1u);
 }
 
-TEST(WaitForPacket, BusyWithTheWantedIdStaysQueued) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, BusyWithTheWantedIdStaysQueued) {
     Receive(&dongle, BusyFor(5, "later"));
     EXPECT_EQ(Queued(&dongle.rx), 1u);
     Receive(&dongle, ResponseTo(5));
@@ -95,83 +100,51 @@ TEST(WaitForPacket, FlagsThatAskToStopComeBeforeThePacket) {
     EXPECT_NE(WaitForPacket(&dongle, kTypeSync, 1000, kNoTag, &abort, &running), nullptr);
 }
 
-TEST(WaitForPacket, EndsAtItsDeadline) {
-    FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, EndsAtItsDeadline) {
     tick.Advance(9999);
     EXPECT_FALSE(wait.Ended());
     tick.Advance(1);
     EXPECT_EQ(wait.Result(), nullptr);
 }
 
-TEST(WaitForPacket, NoticesAbortWhileItSleeps) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, NoticesAbortWhileItSleeps) {
     wait.abort = true;
     EXPECT_EQ(wait.Result(), nullptr);
 }
 
 // The thread that was asked to stop may not have noticed yet.
-TEST(WaitForPacket, LeavesWhatComesAfterItWasAskedToStop) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, LeavesWhatComesAfterItWasAskedToStop) {
     wait.abort = true;
     Receive(&dongle, ResponseTo(5));
     EXPECT_EQ(wait.Result(), nullptr);
     EXPECT_EQ(Queued(&dongle.rx), 1u);
 }
 
-TEST(WaitForPacket, SuccessorGetsWhatComesAfterThePredecessorWasAskedToStop) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait predecessor(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(predecessor.Sleeps(1));
+TEST_F(SleepingWaitForPacket, LeavesToItsSuccessorWhatComesAfterItWasAskedToStop) {
     PendingWait successor(&dongle, kTypeCres, 10000, 5);
     ASSERT_TRUE(successor.Sleeps(2));
-    predecessor.abort = true;
+    wait.abort = true;
     Receive(&dongle, ResponseTo(5));
     EXPECT_NE(successor.Result(), nullptr);
-    EXPECT_EQ(predecessor.Result(), nullptr);
+    EXPECT_EQ(wait.Result(), nullptr);
 }
 
-TEST(WaitForPacket, NoticesItsLinkGoingAwayWhileItSleeps) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, NoticesItsLinkGoingAwayWhileItSleeps) {
     wait.running = false;
     EXPECT_EQ(wait.Result(), nullptr);
 }
 
-TEST(WaitForPacket, NoticesTheDongleGoingAwayWhileItSleeps) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, NoticesTheDongleGoingAwayWhileItSleeps) {
     dongle.available = false;
     EXPECT_EQ(wait.Result(), nullptr);
 }
 
-TEST(WaitForPacket, EndsWhenItsQueueIsFreed) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, EndsWhenItsQueueIsFreed) {
     FreeQueue(&dongle.rx);
     EXPECT_EQ(wait.Result(), nullptr);
 }
 
-TEST(WaitForPacket, SleepsOnWhenWokenWithoutAFlagThatEndsIt) {
-    const FakeTick tick(1000);
-    Dongle dongle;
-    PendingWait wait(&dongle, kTypeCres, 10000, 5);
-    ASSERT_TRUE(wait.Sleeps());
+TEST_F(SleepingWaitForPacket, SleepsOnWhenWokenWithoutAFlagThatEndsIt) {
     WakeQueueWaiters(&dongle.rx);
     Receive(&dongle, ResponseTo(5));
     EXPECT_NE(wait.Result(), nullptr);
