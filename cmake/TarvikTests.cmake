@@ -41,12 +41,17 @@ function(_tarvik_add_whole_program name labels timeout)
         ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;TARVIK_RUN_LIMIT=${run_limit};${ARG_ENVIRONMENT}")
 endfunction()
 
-# tarvik_add_unit_test(NAME SOURCES file... [LIBRARIES lib...] [LAUNCHER command...]
-#                      [TIMEOUT seconds] [SLOW])
+# tarvik_add_unit_test(NAME SOURCES file... [FAULTS name...] [LIBRARIES lib...]
+#                      [LAUNCHER command...] [TIMEOUT seconds] [SLOW])
 # Tests of internals: linked with the whole of src/. On Linux each case is a ctest test of its own,
-# unless LAUNCHER is to be put before the program.
+# unless LAUNCHER is to be put before the program. FAULTS names files tests/unit/faults/NAME_fault.cpp:
+# each replaces one function of the library, together with the rest of the source that defines it.
 function(tarvik_add_unit_test name)
-    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES;LAUNCHER" ${ARGN})
+    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;FAULTS;LIBRARIES;LAUNCHER" ${ARGN})
+    set(faults ${ARG_FAULTS})
+    list(TRANSFORM faults REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/tests/unit/faults/\\1_fault.cpp")
+    # They include sources of the library under other names.
+    set_source_files_properties(${faults} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
     set(labels unit)
     if(ARG_SLOW)
         list(APPEND labels slow)
@@ -55,7 +60,7 @@ function(tarvik_add_unit_test name)
         set(ARG_TIMEOUT 120)
     endif()
 
-    add_executable(${name} ${ARG_SOURCES})
+    add_executable(${name} ${ARG_SOURCES} ${faults})
     tarvik_test_defaults(${name})
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
     set_target_properties(${name} PROPERTIES

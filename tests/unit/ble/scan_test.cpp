@@ -3,7 +3,7 @@
 #include "transport/ble/ble_connect.h"
 #include "unit/ble/ble_fixture.h"
 #include "unit/ble/event_fault.h"
-#include "unit/transport/thread_start_fault.h"
+#include "unit/faults/thread_start_fault.h"
 
 namespace tarvik::test {
 namespace {

@@ -1,6 +1,6 @@
 // The transport's threads: how they begin and end, and what is said of it.
 #include "unit/cloud/cloud_fixture.h"
-#include "unit/transport/thread_start_fault.h"
+#include "unit/faults/thread_start_fault.h"
 
 namespace tarvik::test {
 namespace {

@@ -11,7 +11,7 @@
 #include "support/config.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
-#include "unit/transport/thread_start_fault.h"
+#include "unit/faults/thread_start_fault.h"
 
 namespace tarvik::test {
 namespace {

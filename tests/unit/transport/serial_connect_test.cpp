@@ -8,7 +8,7 @@
 #include "link/fragmentation.h"
 #include "link/packet_queue.h"
 #include "unit/transport/serial_fixture.h"
-#include "unit/transport/thread_start_fault.h"
+#include "unit/faults/thread_start_fault.h"
 
 namespace tarvik::test {
 namespace {

@@ -1,0 +1,43 @@
+#include "unit/faults/thread_start_fault.h"
+
+#include <atomic>
+#include <cstring>
+
+// The platform's source, with its OsThreadStart under another name. This object then defines all
+// that the source does, so the linker takes nothing of it from the library.
+#define OsThreadStart SystemThreadStart
+#ifdef _WIN32
+#include "platform/win32/thread.cpp"
+#else
+#include "platform/posix/thread.cpp"
+#endif
+#undef OsThreadStart
+
+namespace tarvik {
+namespace {
+
+std::atomic<const char*> refused{nullptr};
+std::atomic<std::int32_t> refused_error{0};
+
+}  // namespace
+
+OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
+    const char* name = refused;
+    if (name != nullptr && std::strcmp(name, description) == 0) {
+        OsSetLastError(refused_error);
+        return nullptr;
+    }
+    return SystemThreadStart(entry, argument, description);
+}
+
+namespace test {
+
+ThreadStartFault::ThreadStartFault(const char* description, std::int32_t error) {
+    refused_error = error;
+    refused = description;
+}
+
+ThreadStartFault::~ThreadStartFault() { refused = nullptr; }
+
+}  // namespace test
+}  // namespace tarvik
