@@ -1,6 +1,6 @@
 #pragma once
 
-#include "api/dpdu_api.h"
+#include "dpdu_api.h"
 
 // The functions of a D-PDU library that the benchmarks call.
 namespace tarvik::bench {

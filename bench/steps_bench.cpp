@@ -8,7 +8,8 @@
 #include <functional>
 #include <string>
 
-#include "api/comparams.h"
+#include "comparam/comparam_table.h"
+#include "comparam/comparams.h"
 #include "link/comm_response.h"
 #include "link/packet_queue.h"
 #include "report.h"

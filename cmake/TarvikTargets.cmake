@@ -57,7 +57,8 @@ endfunction()
 
 # tarvik_target_defaults(TARGET): warnings as errors, include paths and definitions of our own code.
 function(tarvik_target_defaults target)
-    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/src")
+    target_include_directories(${target} PRIVATE
+        "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror)
     if(WIN32)

@@ -1,8 +1,8 @@
 // The exported functions that reach the ComParam table.
 
-#include "api/comparams.h"
-#include "api/dpdu_api.h"
-#include "api/lifecycle.h"
+#include "comparam/comparams.h"
+#include "dpdu_api.h"
+#include "objects/lifecycle.h"
 #include "support/log.h"
 
 using namespace tarvik;

@@ -1,15 +1,15 @@
-#include "api/comparams.h"
-#include "api/dpdu_api.h"
-#include "api/events.h"
-#include "api/lifecycle.h"
-#include "api/links.h"
-#include "api/modules.h"
+#include "comparam/comparams.h"
+#include "dpdu_api.h"
+#include "objects/event_callbacks.h"
+#include "objects/lifecycle.h"
+#include "objects/modules.h"
 #include "platform/process.h"
 #include "support/config.h"
 #include "support/cop_trace.h"
 #include "support/debug_console.h"
 #include "support/log.h"
 #include "transport/transport_table.h"
+#include "worker/stop_links.h"
 
 namespace tarvik {
 namespace {
@@ -42,7 +42,7 @@ std::uint32_t Construct(const char* option, void* tag) {
     OpenDiagnostics(option, tag);
     SetApiTag(tag);
     // A construct that failed half-way has left the queue prepared; it is empty then.
-    InitializeQueue(&*SystemEventQueue);
+    SystemEventQueue->Initialize();
     if (!AllocParamItems()) return PDU_ERR_FCT_FAILED;
     ForEachTransport(&Transport::Init);
     ForEachTransport(&Transport::Start);
@@ -58,7 +58,7 @@ void Destruct() {
     ForEachTransport(&Transport::Deinit);
     // A scan of another thread ends with its transports; nothing may enter the tables behind us.
     WaitForOtherApiCalls(kOtherCallsMs);
-    FreeQueue(&*SystemEventQueue, ReleaseQueuedEvent);
+    SystemEventQueue->Free();
     ClearModuleTable();
     if (CopTraceActive()) StopCopTrace();
 }

@@ -1,6 +1,6 @@
-#include "api/dpdu_api.h"
 #include "api/ioctl_doip_request.h"
 #include "api/ioctl_ids.h"
+#include "dpdu_api.h"
 #include "platform/console.h"
 #include "platform/tick.h"
 #include "support/log.h"

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 #include "support/memory.h"
 
 // The request records of the DoIP commands of PDUIoCtl. No dongle takes them yet: they are built

@@ -2,9 +2,9 @@
 #include <optional>
 #include <string_view>
 
-#include "api/comparams.h"
-#include "api/dpdu_api.h"
 #include "api/ioctl_ids.h"
+#include "comparam/comparam_table.h"
+#include "dpdu_api.h"
 #include "support/log.h"
 
 namespace tarvik {

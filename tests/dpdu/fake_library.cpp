@@ -27,7 +27,7 @@
 #include <thread>
 #include <vector>
 
-#include "api/dpdu_api.h"
+#include "dpdu_api.h"
 
 namespace {
 

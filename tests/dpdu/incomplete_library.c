@@ -1,6 +1,6 @@
 // A library that has only some of the functions, as an older edition might.
 
-#include "api/dpdu_api.h"
+#include "dpdu_api.h"
 
 T_PDU_ERROR PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     (void)OptionStr;

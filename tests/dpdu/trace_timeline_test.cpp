@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 #include "client_run.h"
 #include "trace/timeline.h"
 #include "trace_files.h"

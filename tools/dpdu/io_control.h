@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 #include "hex.h"
 #include "output.h"
 

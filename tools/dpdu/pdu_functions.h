@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "api/dpdu_api.h"
+#include "dpdu_api.h"
 
 namespace dpdu {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 
 namespace conformance {
 

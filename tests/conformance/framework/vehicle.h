@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 #include "conformance/framework/link.h"
 #include "conformance/framework/params.h"
 

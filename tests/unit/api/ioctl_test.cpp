@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "api/dpdu_api.h"
 #include "api/ioctl_doip_request.h"
-#include "api/items.h"
+#include "dpdu_api.h"
 #include "link/wire.h"
+#include "objects/items.h"
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "support/memory.h"

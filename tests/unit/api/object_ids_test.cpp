@@ -2,14 +2,14 @@
 
 #include <string>
 
-#include "api/comparam_table.h"
-#include "api/dpdu_api.h"
+#include "comparam/comparam_table.h"
+#include "dpdu_api.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {
 namespace {
 
-constexpr UNUM32 kUntouched = 0xABCDu;
+constexpr UNUM32 kUntouchedId = 0xABCDu;
 
 struct Answer {
     T_PDU_ERROR status;
@@ -21,7 +21,7 @@ std::ostream& operator<<(std::ostream& out, const Answer& answer) {
 }
 
 Answer Ask(T_PDU_OBJT type, std::string name) {
-    Answer answer{0, kUntouched};
+    Answer answer{0, kUntouchedId};
     answer.status = PDUGetObjectId(type, name.data(), &answer.id);
     return answer;
 }
@@ -121,7 +121,7 @@ TEST(GetObjectId, TypesOutsideTheKnownSixAreRefused) {
 
 TEST(GetObjectId, NullNameIsNotFound) {
     const LogCapture log;
-    UNUM32 id = kUntouched;
+    UNUM32 id = kUntouchedId;
     EXPECT_EQ(PDUGetObjectId(PDU_OBJT_COMPARAM, nullptr, &id), PDU_ERR_INVALID_PARAMETERS);
     EXPECT_EQ(id, 0u);
     EXPECT_TRUE(log.Has("[PDUGetObjectId] (32804, '(null)', ...)"));

@@ -1,7 +1,7 @@
 // The public headers as a C11 program sees them, with all warnings as errors.
 
-#include "api/dpdu_api.h"
-#include "api/dpdu_types.h"
+#include "dpdu_api.h"
+#include "dpdu_types.h"
 #include "fact.h"
 
 // A constant must also do where only an integer constant expression does.

@@ -4,8 +4,8 @@
 
 #include <type_traits>
 
-#include "api/dpdu_api.h"
-#include "api/dpdu_types.h"
+#include "dpdu_api.h"
+#include "dpdu_types.h"
 #include "fact.h"
 
 namespace {

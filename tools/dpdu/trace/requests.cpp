@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "api/dpdu_types.h"
+#include "dpdu_types.h"
 #include "uds.h"
 
 namespace dpdu::trace {

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace tarvik {
+
+// Scans all transports, each on a thread of its own, and merges what they report into the module
+// table. Blocks for the longest scan.
+void UpdateModuleList();
+
+}  // namespace tarvik

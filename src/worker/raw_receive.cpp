@@ -1,0 +1,205 @@
+#include "worker/raw_receive.h"
+
+#include <cstring>
+#include <utility>
+
+#include "link/packet_wait.h"
+#include "link/raw_frame.h"
+#include "objects/state_changes.h"
+#include "platform/tick.h"
+#include "support/log.h"
+#include "support/memory.h"
+#include "worker/result_delivery.h"
+#include "worker/worker_log.h"
+
+namespace tarvik {
+namespace {
+
+constexpr std::int32_t kReceivePollMs = 100;
+constexpr std::int32_t kJoinSliceMs = 50;  // how late a wait for a thread sees a PDUDestruct
+constexpr std::uint32_t kIdBytes = 4;      // of a result, most significant first
+constexpr std::uint32_t kFirstLongId = 4096;
+
+// ---- The receive thread ------------------------------------------------------------------------
+
+// What a receive thread works on. It keeps both for as long as it runs: a callback of the
+// application may last longer than the link.
+struct Receiver {
+    LinkRef link;
+    Ref<ComPrimitive> cop;
+};
+
+bool MustStop(const LinkRecord& link, const ComPrimitive& cop) {
+    return cop.abort.load() || !link.running.load();
+}
+
+// Deliberate: the comparison stops a thread that is to receive at least one packet before it has
+// received any, and never one that is to receive none or any number.
+bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
+    const SNUM32 wanted = cop.pCopCtrlData == nullptr ? 0 : cop.pCopCtrlData->NumReceiveCycles;
+    return received < wanted && wanted >= 0;
+}
+
+// Null: none came in time, or the thread must stop.
+PacketPtr NextPacket(LinkRecord* link, const ComPrimitive& cop) {
+    DeviceQueues* device = link->device;
+    if (device == nullptr || !device->available || !device->rx.active) {
+        SleepMs(kWaitSliceMs);  // a queue that is not there would not let the thread wait
+        return nullptr;
+    }
+    const WaitFlags flags = {&device->available, &cop.abort, &link->running};
+    return PacketPtr(FindPacket(&device->rx, {.filter = MatchType,
+                                              .argument = {.type = kTypeRawc, .id = kNoTag},
+                                              .remove = true,
+                                              .timeout_ms = kReceivePollMs,
+                                              .flags = &flags}));
+}
+
+void DeliverFrame(LinkRecord* link, ComPrimitive* cop, const RawFrameView& frame) {
+    const ByteView data = frame.Data();
+    const std::uint32_t id = frame.CanId();
+    const auto length = static_cast<std::uint32_t>(kIdBytes + data.size);
+    Tracked<std::uint8_t> bytes(static_cast<std::uint8_t*>(AllocateMem(length)));
+    if (bytes == nullptr) return;
+    for (std::uint32_t i = 0; i < kIdBytes; ++i) {
+        bytes.get()[i] = static_cast<std::uint8_t>(id >> (24 - 8 * i));
+    }
+    std::memcpy(bytes.get() + kIdBytes, data.data, data.size);
+    // Deliberate: the identifier's value tells a long one, so the long ones below 4096 look short.
+    const std::uint8_t rx_flag = id >= kFirstLongId ? 1 : 0;
+    DeliverResult(link, cop, {0, 0, bytes.release(), length, false, rx_flag});
+}
+
+void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
+    std::int64_t received = 0;
+    while (!MustStop(*link, *cop) && !HasReceivedEnough(*cop, received)) {
+        const PacketPtr packet = NextPacket(link, *cop);
+        if (packet == nullptr) continue;
+        ++received;
+        RECEIVER_LOG("   RAW: Received a packet");
+        if (const auto frame = RawFrameView::Of(*packet)) DeliverFrame(link, cop, *frame);
+    }
+}
+
+// Nothing when the reception was ended before its thread came to it.
+void BeginReception(LinkRecord* link, ComPrimitive* cop) {
+    const LockGuard hold(link->reception_lock);
+    if (cop->reception != Reception::kNotBegun) return;
+    cop->reception = Reception::kOn;
+    SwitchRawReception(link->device, true);
+}
+
+// By the thread itself, or for it. What it has not said itself by now is said here, so that nothing
+// of it comes behind its successor's word.
+void EndReception(LinkRecord* link, ComPrimitive* cop) {
+    const LockGuard hold(link->reception_lock);
+    if (cop->reception == Reception::kOver) return;
+    if (cop->reception == Reception::kNotBegun) SwitchRawReception(link->device, true);
+    cop->reception = Reception::kOver;
+    SwitchRawReception(link->device, false);
+}
+
+void CommReceiveFunc(void* argument) {
+    auto* started = static_cast<Receiver*>(argument);
+    const Receiver receiver = std::move(*started);
+    DeleteTracked(started);
+    LinkRecord* link = receiver.link.Get();
+    ComPrimitive* cop = receiver.cop.Get();
+    cop->receive_thread_id.store(OsCurrentThreadId());
+    RECEIVER_LOG(" starting thread for CoP");
+    BeginReception(link, cop);
+    ReceiveFrames(link, cop);
+    EndReception(link, cop);
+    RECEIVER_LOG(" stopping");
+}
+
+// ---- The worker --------------------------------------------------------------------------------
+
+// Null: no memory, or the system refused.
+OsThread* StartThread(LinkRecord* link, ComPrimitive* cop) {
+    auto* receiver = NewTracked<Receiver>(LinkRef::Share(link), Ref<ComPrimitive>::Share(cop));
+    if (receiver == nullptr) return nullptr;
+    OsThread* thread = OsThreadStart(CommReceiveFunc, receiver, "Tarvik CommReceiveFunc");
+    if (thread == nullptr) DeleteTracked(receiver);  // otherwise the thread has it
+    return thread;
+}
+
+void AskToStop(LinkRecord* link, ComPrimitive* cop) {
+    cop->abort.store(true);
+    if (link->device != nullptr) WakeQueueWaiters(&link->device->rx);
+}
+
+void StopPredecessor(LinkRecord* link) {
+    const Ref<ComPrimitive> earlier = link->raw_receive.Take();
+    if (!earlier) return;
+    Log(kLogTrace, "[%s]    stop CoP #%d thread", "CommThreadFunc",
+        static_cast<int>(earlier->hCoP));
+    AskToStop(link, earlier.Get());
+    // For the thread, which may be busy in a callback: its successor switches on after this.
+    EndReception(link, earlier.Get());
+}
+
+// ComPrimitives stay registered until the link ends; their threads need not.
+void CloseEndedThreads(LinkRecord* link) {
+    link->registry.VisitAll([](ComPrimitive& cop) {
+        if (cop.receive_thread == nullptr || !OsThreadJoin(cop.receive_thread, 0)) return;
+        OsThreadClose(std::exchange(cop.receive_thread, nullptr));
+    });
+}
+
+std::uint32_t ThreadKey(const OsThread* thread) {
+    return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(OsThreadHandle(thread)));
+}
+
+// The thread is the one that destructs the library, from inside a callback.
+bool IsDestructing(const LinkRecord& link, const ComPrimitive& cop) {
+    const std::uint32_t destructor = link.destructing_thread.load();
+    return destructor != 0 && destructor == cop.receive_thread_id.load();
+}
+
+bool IsOutOfTime(const LinkRecord& link) {
+    return link.destructing_thread.load() != 0 && TickMs() >= link.stop_deadline_ms.load();
+}
+
+// False: it has not ended in the time that a PDUDestruct leaves it. The thread that makes that call
+// is not waited for.
+bool AwaitEnd(const LinkRecord& link, const ComPrimitive& cop) {
+    while (!IsDestructing(link, cop)) {
+        if (OsThreadJoin(cop.receive_thread, kJoinSliceMs)) return true;
+        if (IsOutOfTime(link)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void StartRawReception(LinkRecord* link, ComPrimitive* cop) {
+    WORKER_LOG("   RAW: Start receive thread");
+    StopPredecessor(link);
+    CloseEndedThreads(link);
+    OsThread* thread = StartThread(link, cop);
+    WORKER_LOG(" Created Thread handle 0x%p (CommReceiveFunc) for CoP #%u",
+               thread == nullptr ? nullptr : OsThreadHandle(thread), cop->hCoP);
+    if (thread == nullptr) {
+        cop_error(link, cop, kErrorNothingReceived);
+        return;
+    }
+    cop->has_receive_thread = true;
+    cop->receive_thread = thread;
+    if (link->raw_receive.Append(Ref<ComPrimitive>::Share(cop), ThreadKey(thread))) return;
+    AskToStop(link, cop);  // its successor could not
+    cop_error(link, cop, kErrorNothingReceived);
+}
+
+void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
+    Log(kLogTrace, "[%s]   stop CoP #%d thread", "CommThreadFunc", static_cast<int>(cop->hCoP));
+    AskToStop(link, cop);
+    if (cop->receive_thread == nullptr) return;
+    if (!AwaitEnd(*link, *cop)) {
+        WORKER_LOG("   Failed to stop thread");
+        OsThreadTerminate(cop->receive_thread);
+    }
+    EndReception(link, cop);  // for a thread that was terminated, or is inside PDUDestruct
+}
+
+}  // namespace tarvik

@@ -1,0 +1,960 @@
+#include "comparam/comparams.h"
+#include <gtest/gtest.h>
+#include "comparam/comparam_table.h"
+
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "comparam/comparam_row.h"
+#include "comparam/comparam_table.h"
+#include "dpdu_api.h"
+#include "objects/items.h"
+#include "unit/api/failing_heap.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+constexpr UNUM32 kChangeSpeedMessage = 3;      // byte field
+constexpr UNUM32 kSessionTimingOverride = 28;  // struct type 1, 255 entries
+constexpr UNUM32 kAccessTimingOverride = 44;   // struct type 2, 8 entries
+constexpr UNUM32 kExtendedTiming = 72;         // struct type 2, 1 entry
+constexpr UNUM32 kCanBaudrateRecord = 128;     // long field
+constexpr UNUM32 kAccessTimingEcu = 226;       // struct type 2, 8 entries
+constexpr UNUM32 kSessionTimingEcu = 227;      // struct type 1, 255 entries
+
+// ---- The constant table -------------------------------------------------------------------------
+
+// "1, 6-7" as ids.
+std::set<UNUM32> Ids(const std::string& list) {
+    std::set<UNUM32> ids;
+    const char* at = list.c_str();
+    while (*at != '\0') {
+        char* end = nullptr;
+        const unsigned long first = std::strtoul(at, &end, 10);
+        unsigned long last = first;
+        if (*end == '-') last = std::strtoul(end + 1, &end, 10);
+        for (unsigned long id = first; id <= last; ++id)
+            ids.insert(static_cast<UNUM32>(id));
+        at = end + std::strspn(end, ", ");
+    }
+    return ids;
+}
+
+TEST(ComParamTable, Has228RowsWhoseIdsAreTheirPositions) {
+    ASSERT_EQ(kComParamTable.size(), 228u);
+    for (UNUM32 i = 0; i < kComParamCount; ++i)
+        EXPECT_EQ(kComParamTable[i].id, i + 1);
+    EXPECT_STREQ(kComParamTable[0].name, "CP_CanTransmissionTime");
+    EXPECT_STREQ(kComParamTable[227].name, "CP_ECULayerShortName");
+}
+
+TEST(ComParamTable, ClassesAreThoseOfTheIdLists) {
+    const std::map<UNUM32, std::string> kIdsOfClass = {
+        {PDU_PC_TIMING,
+         "1, 6-7, 10-17, 28, 44-46, 49-50, 68-69, 72, 83, 95-98, 106-112, 137-147, 156, 168, "
+         "172, "
+         "175, 182-187, 191, 193-194, 198, 205-209, 211-212, 222, 226-227"},
+        {PDU_PC_INIT,
+         "43, 82, 86, 89, 103, 114-115, 117-125, 158, 174, 176, 180, 188-189, 195-196, 215, "
+         "223-224"},
+        {PDU_PC_COM,
+         "2-5, 8-9, 29, 31, 40-42, 47-48, 51-58, 71, 73-77, 80-81, 84-85, 87-88, 90, 92-93, "
+         "99-100, 104-105, 113, 116, 148-155, 163-165, 169-171, 173, 177-179, 190, 192, 197, "
+         "199-200, 203-204, 210, 213-214, 217-218"},
+        {PDU_PC_ERRHDL, "18-27, 30, 102, 166-167"},
+        {PDU_PC_BUSTYPE, "126-136, 219-221, 225"},
+        {PDU_PC_UNIQUE_ID, "59-67, 70, 78-79, 91, 94, 101, 157, 159-162, 181, 201-202, 228"},
+        {PDU_PC_TESTER_PRESENT, "32-39, 216"},
+    };
+    std::size_t total = 0;
+    for (const auto& [param_class, list] : kIdsOfClass) {
+        std::set<UNUM32> found;
+        for (const ComParamDescription& row : kComParamTable) {
+            if (row.param_class == param_class) found.insert(row.id);
+        }
+        EXPECT_EQ(found, Ids(list)) << "class " << param_class;
+        total += found.size();
+    }
+    EXPECT_EQ(total, 228u);
+}
+
+TEST(ComParamTable, AllButFourteenRowsAreUnsigned32BitNumbers) {
+    const std::map<std::string, UNUM32> kOtherTypes = {
+        {"CP_ChangeSpeedMessage", PDU_PT_BYTEFIELD},
+        {"CP_SessionTimingOverride", PDU_PT_STRUCTFIELD},
+        {"CP_TesterPresentExpPosResp", PDU_PT_BYTEFIELD},
+        {"CP_TesterPresentExpNegResp", PDU_PT_BYTEFIELD},
+        {"CP_TesterPresentMessage", PDU_PT_BYTEFIELD},
+        {"CP_AccessTimingOverride", PDU_PT_STRUCTFIELD},
+        {"CP_ExtendedTiming", PDU_PT_STRUCTFIELD},
+        {"CP_J1939Name", PDU_PT_BYTEFIELD},
+        {"CP_J1939PreferredAddress", PDU_PT_BYTEFIELD},
+        {"CP_J1939TargetName", PDU_PT_BYTEFIELD},
+        {"CP_CanBaudrateRecord", PDU_PT_LONGFIELD},
+        {"CP_AccessTiming_Ecu", PDU_PT_STRUCTFIELD},
+        {"CP_SessionTiming_Ecu", PDU_PT_STRUCTFIELD},
+        {"CP_ECULayerShortName", PDU_PT_BYTEFIELD},
+    };
+    std::size_t others = 0;
+    for (const ComParamDescription& row : kComParamTable) {
+        const auto other = kOtherTypes.find(row.name);
+        const UNUM32 expected = other == kOtherTypes.end() ? PDU_PT_UNUM32 : other->second;
+        EXPECT_EQ(row.data_type, expected) << row.name;
+        if (row.data_type != PDU_PT_UNUM32) ++others;
+    }
+    EXPECT_EQ(others, kOtherTypes.size());
+}
+
+TEST(ComParamTable, EveryNameIsFoundAndNothingElse) {
+    for (const ComParamDescription& row : kComParamTable) {
+        EXPECT_EQ(FindComParamId(row.name), row.id) << row.name;
+        EXPECT_EQ(FindComParamId(std::string(row.name) + "x"), 0u);
+    }
+    for (const char* name : {"", "CP_", "cp_P2Max", "CP_P2MAX", "ZZZ", "AAA"}) {
+        EXPECT_EQ(FindComParamId(name), 0u) << name;
+    }
+}
+
+// ---- Helpers ------------------------------------------------------------------------------------
+
+PDU_PARAM_ITEM* Get(UNUM32 id) {
+    PDU_PARAM_ITEM* item = nullptr;
+    EXPECT_EQ(PDUGetComParam(0, 0, id, &item), PDU_STATUS_NOERROR);
+    return item;
+}
+
+template <typename T>
+T& ValueAt(UNUM32 id) {
+    return *static_cast<T*>(Get(id)->pComParamData);
+}
+
+PDU_PARAM_ITEM Item(UNUM32 id, void* data, T_PDU_PT type = 0) {
+    return {PDU_IT_PARAM, id, type, 0, data};
+}
+
+T_PDU_ERROR Set(PDU_PARAM_ITEM item) { return PDUSetComParam(0, 0, &item); }
+
+T_PDU_ERROR SetNumber(UNUM32 id, UNUM32 value) { return Set(Item(id, &value)); }
+
+T_PDU_ERROR SetBytes(UNUM32 id, std::vector<UNUM8> bytes, UNUM32 max_len) {
+    PDU_PARAM_BYTEFIELD_DATA field = {max_len, static_cast<UNUM32>(bytes.size()), bytes.data()};
+    return Set(Item(id, &field));
+}
+
+T_PDU_ERROR SetWords(UNUM32 id, std::vector<UNUM32> words, UNUM32 max_len) {
+    PDU_PARAM_LONGFIELD_DATA field = {max_len, static_cast<UNUM32>(words.size()), words.data()};
+    return Set(Item(id, &field));
+}
+
+template <typename Entry>
+T_PDU_ERROR SetEntries(UNUM32 id, T_PDU_CPST type, std::vector<Entry> entries, UNUM32 max) {
+    PDU_PARAM_STRUCTFIELD_DATA field = {type, max, static_cast<UNUM32>(entries.size()),
+                                        entries.data()};
+    return Set(Item(id, &field));
+}
+
+std::vector<UNUM8> Bytes(UNUM32 id) {
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(id);
+    return {field.pDataArray, field.pDataArray + field.ParamActLen};
+}
+
+class ComParams : public testing::Test {
+protected:
+    void SetUp() override {
+        before_ = LiveMemory();
+        ASSERT_TRUE(AllocParamItems());
+    }
+    void TearDown() override {
+        FreeParamItems();
+        EXPECT_TRUE(LiveMemory() == before_);
+    }
+
+private:
+    MemoryUse before_{};
+};
+
+// ---- Preparation --------------------------------------------------------------------------------
+
+TEST_F(ComParams, FreshNumbersReadZero) {
+    for (const ComParamDescription& row : kComParamTable) {
+        if (row.data_type != PDU_PT_UNUM32) continue;
+        EXPECT_EQ(ReadComParam(row.id), 0u) << row.name;
+        EXPECT_EQ(ValueAt<UNUM32>(row.id), 0u) << row.name;
+    }
+}
+
+TEST_F(ComParams, FreshByteFieldsAreOneZeroByteOfTwelve) {
+    for (const ComParamDescription& row : kComParamTable) {
+        if (row.data_type != PDU_PT_BYTEFIELD) continue;
+        const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(row.id);
+        EXPECT_EQ(field.ParamMaxLen, 12u);
+        EXPECT_EQ(field.ParamActLen, 1u);
+        ASSERT_NE(field.pDataArray, nullptr);
+        EXPECT_EQ(RequestedSize(field.pDataArray), 12u);
+        EXPECT_EQ(field.pDataArray[0], 0);
+    }
+}
+
+TEST_F(ComParams, FreshLongFieldIsOneZeroWordOfTwelve) {
+    const auto& field = ValueAt<PDU_PARAM_LONGFIELD_DATA>(kCanBaudrateRecord);
+    EXPECT_EQ(field.ParamMaxLen, 12u);
+    EXPECT_EQ(field.ParamActLen, 1u);
+    ASSERT_NE(field.pDataArray, nullptr);
+    EXPECT_EQ(RequestedSize(field.pDataArray), 48u);
+    EXPECT_EQ(field.pDataArray[0], 0u);
+}
+
+TEST_F(ComParams, FreshStructFieldsHaveTheirTypeAndSize) {
+    const struct {
+        UNUM32 id, type, entries;
+    } kRows[] = {{kSessionTimingOverride, PDU_CPST_SESSION_TIMING, 255},
+                 {kAccessTimingOverride, PDU_CPST_ACCESS_TIMING, 8},
+                 {kExtendedTiming, PDU_CPST_ACCESS_TIMING, 1},
+                 {kAccessTimingEcu, PDU_CPST_ACCESS_TIMING, 8},
+                 {kSessionTimingEcu, PDU_CPST_SESSION_TIMING, 255}};
+    for (const auto& row : kRows) {
+        const auto& field = ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(row.id);
+        EXPECT_EQ(field.ComParamStructType, row.type) << row.id;
+        EXPECT_EQ(field.ParamMaxEntries, row.entries) << row.id;
+        EXPECT_EQ(field.ParamActEntries, 1u) << row.id;
+        ASSERT_NE(field.pStructArray, nullptr);
+        EXPECT_EQ(RequestedSize(field.pStructArray), row.entries * 6u) << row.id;
+    }
+}
+
+TEST_F(ComParams, AllocationLogsEveryRowInTableOrder) {
+    const LogCapture log;
+    ASSERT_TRUE(AllocParamItems());
+    Strings expected;
+    for (const ComParamDescription& row : kComParamTable) {
+        expected.push_back(std::string("[AllocParamItems] Item: ") + row.name);
+    }
+    EXPECT_EQ(log.Lines(), expected);
+}
+
+TEST_F(ComParams, AllocationLeavesPreparedRowsAlone) {
+    SetNumber(kCpP2Max, 50000);
+    SetBytes(kCpTesterPresentMessage, {0x3E, 0x80}, 2);
+    ASSERT_TRUE(AllocParamItems());
+    EXPECT_EQ(ReadComParam(kCpP2Max), 50000u);
+    EXPECT_EQ(Bytes(kCpTesterPresentMessage), (std::vector<UNUM8>{0x3E, 0x80}));
+}
+
+TEST_F(ComParams, ValuesDoNotSurviveAReleaseAndANewAllocation) {
+    SetNumber(kCpP2Max, 50000);
+    SetBytes(kCpTesterPresentMessage, std::vector<UNUM8>(20, 0x55), 20);
+    FreeParamItems();
+    ASSERT_TRUE(AllocParamItems());
+    EXPECT_EQ(ReadComParam(kCpP2Max), 0u);
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kCpTesterPresentMessage);
+    EXPECT_EQ(field.ParamMaxLen, 12u);
+    EXPECT_EQ(Bytes(kCpTesterPresentMessage), std::vector<UNUM8>{0});
+}
+
+TEST(ComParamPreparation, FailsWithoutMemoryAndSucceedsLater) {
+    const MemoryUse before = LiveMemory();
+    // Fourteen rows have a buffer; what one round prepared is kept by the next.
+    for (const std::uint32_t allowed : {0u, 1u, 5u, 7u}) {
+        bool prepared = true;
+        {
+            const FailingHeap heap(allowed);
+            prepared = AllocParamItems();
+        }
+        EXPECT_FALSE(prepared) << allowed;
+    }
+    EXPECT_TRUE(AllocParamItems());
+    FreeParamItems();
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+// ---- Getting ------------------------------------------------------------------------------------
+
+TEST_F(ComParams, GetOutsideTheTableIsNotSupported) {
+    for (const UNUM32 id : {0u, 229u, 0xFFFFFFFFu}) {
+        const LogCapture log;
+        PDU_PARAM_ITEM* item = nullptr;
+        EXPECT_EQ(PDUGetComParam(1, 2, id, &item), PDU_ERR_COMPARAM_NOT_SUPPORTED);
+        EXPECT_EQ(item, nullptr);
+        EXPECT_EQ(log.Lines(),
+                  (Strings{"[PDUGetComParam] (1, 2, " + std::to_string(id) + ", ...)",
+                           "[PDUGetComParam] Returning PDU_ERR_COMPARAM_NOT_SUPPORTED"}));
+    }
+}
+
+TEST_F(ComParams, GetReturnsTheSamePointerFromAnyLink) {
+    for (UNUM32 id = 1; id <= kComParamCount; ++id) {
+        PDU_PARAM_ITEM* first = nullptr;
+        PDU_PARAM_ITEM* second = nullptr;
+        EXPECT_EQ(PDUGetComParam(0, 0, id, &first), PDU_STATUS_NOERROR);
+        EXPECT_EQ(PDUGetComParam(PDU_HANDLE_UNDEF, 77, id, &second), PDU_STATUS_NOERROR);
+        EXPECT_EQ(first, second);
+        ASSERT_NE(first, nullptr);
+        EXPECT_EQ(first->ItemType, PDU_IT_PARAM);
+        EXPECT_EQ(first->ComParamId, id);
+        EXPECT_EQ(first->ComParamDataType, DescribeComParam(id).data_type);
+        EXPECT_EQ(first->ComParamClass, DescribeComParam(id).param_class);
+    }
+}
+
+TEST_F(ComParams, GetLogsEntryAndResult) {
+    const LogCapture log;
+    Get(12);
+    EXPECT_EQ(log.Lines(), (Strings{"[PDUGetComParam] (0, 0, 12, ...)",
+                                    "[PDUGetComParam] Returning PDU_STATUS_NOERROR"}));
+}
+
+TEST_F(ComParams, GetToleratesANullOutput) {
+    EXPECT_EQ(PDUGetComParam(0, 0, 12, nullptr), PDU_STATUS_NOERROR);
+}
+
+TEST_F(ComParams, DestroyingAComParamItemDoesNothing) {
+    SetNumber(kCpP2Max, 4711);
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(Get(kCpP2Max)));
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(Get(kChangeSpeedMessage)));
+    EXPECT_EQ(ReadComParam(kCpP2Max), 4711u);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), std::vector<UNUM8>{0});
+}
+
+// ---- Setting numbers ----------------------------------------------------------------------------
+
+TEST_F(ComParams, SetNumberIsLoggedAndSeenThroughEveryPointer) {
+    PDU_PARAM_ITEM* item = Get(kCpP2Max);
+    const LogCapture log;
+    EXPECT_EQ(SetNumber(kCpP2Max, 4000000000u), PDU_STATUS_NOERROR);
+    EXPECT_EQ(*static_cast<UNUM32*>(item->pComParamData), 4000000000u);
+    EXPECT_EQ(ReadComParam(kCpP2Max), 4000000000u);
+    EXPECT_EQ(log.Lines(),
+              (Strings{"[PDUSetComParam] Called", "[PDUSetComParam] CP_P2Max = 4000000000",
+                       "[PDUSetComParam] Returning PDU_STATUS_NOERROR"}));
+}
+
+TEST_F(ComParams, TheRowsTypeDecidesNotTheItems) {
+    UNUM32 value = 0x11223344u;
+    EXPECT_EQ(Set(Item(kCpP2Max, &value, PDU_PT_UNUM8)), PDU_STATUS_NOERROR);
+    EXPECT_EQ(ReadComParam(kCpP2Max), 0x11223344u);
+}
+
+TEST_F(ComParams, SetOfAnUnknownComParamIsInvalid) {
+    UNUM32 value = 1;
+    for (const UNUM32 id : {0u, 229u, 0xFFFFFFFFu}) {
+        const LogCapture log;
+        EXPECT_EQ(Set(Item(id, &value)), PDU_ERR_INVALID_PARAMETERS);
+        EXPECT_EQ(log.Lines(), (Strings{"[PDUSetComParam] Called",
+                                        "[PDUSetComParam] Invalid ComParam, Returning "
+                                        "PDU_ERR_INVALID_PARAMETERS"}));
+    }
+}
+
+TEST_F(ComParams, SetOfNothingIsInvalid) {
+    EXPECT_EQ(PDUSetComParam(0, 0, nullptr), PDU_ERR_INVALID_PARAMETERS);
+    EXPECT_EQ(Set(Item(kCpP2Max, nullptr)), PDU_ERR_INVALID_PARAMETERS);
+}
+
+TEST_F(ComParams, NumberSetThroughGetTakesEffect) {
+    PDU_PARAM_ITEM* item = Get(kCpCanPhysReqId);
+    *static_cast<UNUM32*>(item->pComParamData) = 0x7E0;
+    const LogCapture log;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_CanPhysReqId = 2016"));
+    EXPECT_EQ(ReadComParam(kCpCanPhysReqId), 0x7E0u);
+    EXPECT_EQ(Get(kCpCanPhysReqId), item);
+}
+
+TEST_F(ComParams, ValuePointerPutIntoTheRowsItemIsCopiedFromAndTakenBack) {
+    PDU_PARAM_ITEM* item = Get(kCpCanPhysReqId);
+    void* const own = item->pComParamData;
+    UNUM32 value = 0x7E1;
+    item->pComParamData = &value;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_EQ(item->pComParamData, own);
+    EXPECT_EQ(ReadComParam(kCpCanPhysReqId), 0x7E1u);
+}
+
+// ---- Setting byte fields ------------------------------------------------------------------------
+
+TEST_F(ComParams, ByteFieldIsCopiedAndLoggedAsPackedHex) {
+    const LogCapture log;
+    EXPECT_EQ(SetBytes(kCpTesterPresentMessage, {0x3E, 0x80, 0x0F}, 3), PDU_STATUS_NOERROR);
+    EXPECT_EQ(log.Lines(),
+              (Strings{"[PDUSetComParam] Called",
+                       "[PDUSetComParam] CP_TesterPresentMessage PDU_PT_BYTEFIELD(3) '3E800F'",
+                       "[PDUSetComParam] Returning PDU_STATUS_NOERROR"}));
+    EXPECT_EQ(Bytes(kCpTesterPresentMessage), (std::vector<UNUM8>{0x3E, 0x80, 0x0F}));
+}
+
+TEST_F(ComParams, LongByteFieldIsLoggedWhole) {
+    const LogCapture log;
+    SetBytes(kChangeSpeedMessage, std::vector<UNUM8>(5000, 0xA5), 5000);
+    std::string hex;
+    for (int i = 0; i < 5000; ++i)
+        hex += "A5";
+    EXPECT_TRUE(
+        log.Has("[PDUSetComParam] CP_ChangeSpeedMessage PDU_PT_BYTEFIELD(5000) '" + hex + "'"));
+}
+
+TEST_F(ComParams, SmallerMaximumKeepsTheLargerBuffer) {
+    const UNUM8* buffer = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage).pDataArray;
+    SetBytes(kChangeSpeedMessage, {1, 2}, 2);
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage);
+    EXPECT_EQ(field.ParamMaxLen, 12u);
+    EXPECT_EQ(field.ParamActLen, 2u);
+    EXPECT_EQ(field.pDataArray, buffer);
+}
+
+TEST_F(ComParams, LargerMaximumGrowsTheBufferAndKeepsItsContents) {
+    SetBytes(kChangeSpeedMessage, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}, 12);
+    SetBytes(kChangeSpeedMessage, {0xAA}, 40);
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage);
+    EXPECT_EQ(field.ParamMaxLen, 40u);
+    EXPECT_EQ(field.ParamActLen, 1u);
+    EXPECT_EQ(RequestedSize(field.pDataArray), 40u);
+    EXPECT_EQ(field.pDataArray[0], 0xAA);
+    EXPECT_EQ(field.pDataArray[11], 12);
+    EXPECT_EQ(field.pDataArray[12], 0);
+}
+
+TEST_F(ComParams, LengthAboveTheMaximumIsTrustedAndTheBufferHoldsIt) {
+    std::vector<UNUM8> bytes(30);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<UNUM8>(i);
+    EXPECT_EQ(SetBytes(kCpTesterPresentMessage, bytes, 2), PDU_STATUS_NOERROR);
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kCpTesterPresentMessage);
+    EXPECT_EQ(field.ParamMaxLen, 12u);
+    EXPECT_EQ(field.ParamActLen, 30u);
+    EXPECT_EQ(Bytes(kCpTesterPresentMessage), bytes);
+}
+
+TEST_F(ComParams, NullDataPointerSetsTheLengthOnly) {
+    SetBytes(kChangeSpeedMessage, {1, 2, 3}, 3);
+    PDU_PARAM_BYTEFIELD_DATA field = {0, 20, nullptr};
+    EXPECT_EQ(Set(Item(kChangeSpeedMessage, &field)), PDU_STATUS_NOERROR);
+    std::vector<UNUM8> expected(20);
+    expected[0] = 1;
+    expected[1] = 2;
+    expected[2] = 3;
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), expected);
+}
+
+TEST_F(ComParams, LengthZeroEmptiesTheField) {
+    const LogCapture log;
+    EXPECT_EQ(SetBytes(kCpTesterPresentMessage, {}, 0), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_TesterPresentMessage PDU_PT_BYTEFIELD(0) ''"));
+    UNUM8 byte = 0;
+    EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, &byte, 1), 0u);
+}
+
+TEST_F(ComParams, ByteFieldSetThroughGetTakesEffect) {
+    PDU_PARAM_ITEM* item = Get(kCpTesterPresentMessage);
+    auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
+    field->ParamActLen = 2;
+    field->pDataArray[0] = 0x3E;
+    field->pDataArray[1] = 0x80;
+    const LogCapture log;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_TesterPresentMessage PDU_PT_BYTEFIELD(2) '3E80'"));
+    EXPECT_EQ(Bytes(kCpTesterPresentMessage), (std::vector<UNUM8>{0x3E, 0x80}));
+}
+
+TEST_F(ComParams, MaximumEnlargedInPlaceGrowsTheBufferUnderTheSource) {
+    SetBytes(kChangeSpeedMessage, {9, 8, 7}, 3);
+    PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
+    auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
+    field->ParamMaxLen = 64;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_EQ(field->ParamMaxLen, 64u);
+    EXPECT_EQ(RequestedSize(field->pDataArray), 64u);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{9, 8, 7}));
+}
+
+TEST_F(ComParams, LengthEnlargedInPlaceNeverReadsPastTheBuffer) {
+    SetBytes(kChangeSpeedMessage, std::vector<UNUM8>(12, 0x11), 12);
+    PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
+    auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
+    field->ParamActLen = 100;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    std::vector<UNUM8> expected(100);
+    std::fill_n(expected.begin(), 12, UNUM8{0x11});
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), expected);
+}
+
+TEST_F(ComParams, PartOfTheOwnBufferMayBeTheSource) {
+    SetBytes(kChangeSpeedMessage, {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}, 12);
+    PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
+    auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
+    field->pDataArray += 8;
+    field->ParamActLen = 6;  // two more than there are
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{8, 9, 10, 11, 4, 5}));
+}
+
+TEST_F(ComParams, BufferReplacedInPlaceIsCopiedFromAndTheOwnOneComesBack) {
+    PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
+    auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
+    UNUM8* const own = field->pDataArray;
+    UNUM8 mine[4] = {1, 2, 3, 4};
+    *field = {4, 4, mine};
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_EQ(field->pDataArray, own);
+    EXPECT_EQ(field->ParamMaxLen, 12u);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{1, 2, 3, 4}));
+}
+
+TEST_F(ComParams, BufferReplacedInPlaceAndNeverSetIsNotReleased) {
+    UNUM8 mine[4] = {1, 2, 3, 4};
+    ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage) = {4, 4, mine};
+    FreeParamItems();  // TearDown checks that the own buffer went
+    EXPECT_EQ(mine[3], 4);
+}
+
+TEST_F(ComParams, FailedGrowthLeavesTheNewMaximumAndNoBuffer) {
+    const struct {
+        UNUM32 id;
+        const char* line;
+    } kRows[] = {
+        {kChangeSpeedMessage,
+         "[PDUSetComParam] BYTEFIELD allocation failed, Returning PDU_ERR_FCT_FAILED"},
+        {kCanBaudrateRecord,
+         "[PDUSetComParam] LONGFIELD allocation failed, Returning PDU_ERR_FCT_FAILED"},
+    };
+    for (const auto& row : kRows) {
+        const LogCapture log;
+        UNUM32 data[4] = {};
+        PDU_PARAM_LONGFIELD_DATA field = {500, 4, data};
+        PDU_PARAM_ITEM item = Item(row.id, &field);
+        T_PDU_ERROR status = PDU_STATUS_NOERROR;
+        {
+            const FailingHeap heap;
+            status = PDUSetComParam(0, 0, &item);
+        }
+        EXPECT_EQ(status, PDU_ERR_FCT_FAILED);
+        EXPECT_TRUE(log.Has(row.line)) << log.Text();
+        EXPECT_FALSE(log.Has("[PDUSetComParam] Returning PDU_STATUS_NOERROR"));
+        const auto& left = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(row.id);
+        EXPECT_EQ(left.ParamMaxLen, 500u);
+        EXPECT_EQ(left.pDataArray, nullptr);
+    }
+}
+
+TEST_F(ComParams, FieldThatLostItsBufferReadsEmptyAndCanBeSetAgain) {
+    {
+        PDU_PARAM_BYTEFIELD_DATA field = {500, 0, nullptr};
+        PDU_PARAM_ITEM item = Item(kCpTesterPresentMessage, &field);
+        const FailingHeap heap;
+        PDUSetComParam(0, 0, &item);
+    }
+    UNUM8 bytes[2] = {0xEE, 0xEE};
+    EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 2), 0u);
+    EXPECT_EQ(SetBytes(kCpTesterPresentMessage, {0x3E, 0x00}, 2), PDU_STATUS_NOERROR);
+    EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 2), 2u);
+    EXPECT_EQ(bytes[0], 0x3E);
+    EXPECT_EQ(RequestedSize(ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kCpTesterPresentMessage).pDataArray),
+              500u);
+}
+
+// ---- Setting long fields ------------------------------------------------------------------------
+
+TEST_F(ComParams, LongFieldIsCopiedAndLoggedWordByWord) {
+    const LogCapture log;
+    EXPECT_EQ(SetWords(kCanBaudrateRecord, {500000, 4294967295u}, 2), PDU_STATUS_NOERROR);
+    EXPECT_EQ(log.Lines(), (Strings{"[PDUSetComParam] Called",
+                                    "[PDUSetComParam]   -> CP_CanBaudrateRecord PDU_PT_LONGFIELD",
+                                    "[PDUSetComParam]     CP_CanBaudrateRecord: 500000",
+                                    "[PDUSetComParam]     CP_CanBaudrateRecord: 4294967295",
+                                    "[PDUSetComParam] Returning PDU_STATUS_NOERROR"}));
+    const auto& field = ValueAt<PDU_PARAM_LONGFIELD_DATA>(kCanBaudrateRecord);
+    EXPECT_EQ(field.ParamMaxLen, 12u);
+    EXPECT_EQ(field.ParamActLen, 2u);
+    EXPECT_EQ(field.pDataArray[1], 4294967295u);
+}
+
+TEST_F(ComParams, LongFieldGrowsInWords) {
+    std::vector<UNUM32> words(20, 7);
+    EXPECT_EQ(SetWords(kCanBaudrateRecord, words, 20), PDU_STATUS_NOERROR);
+    const auto& field = ValueAt<PDU_PARAM_LONGFIELD_DATA>(kCanBaudrateRecord);
+    EXPECT_EQ(field.ParamMaxLen, 20u);
+    EXPECT_EQ(RequestedSize(field.pDataArray), 80u);
+    EXPECT_EQ(field.pDataArray[19], 7u);
+}
+
+TEST_F(ComParams, LongFieldSetThroughGetTakesEffect) {
+    PDU_PARAM_ITEM* item = Get(kCanBaudrateRecord);
+    auto* field = static_cast<PDU_PARAM_LONGFIELD_DATA*>(item->pComParamData);
+    field->ParamActLen = 3;
+    field->pDataArray[2] = 250000;
+    const LogCapture log;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam]     CP_CanBaudrateRecord: 250000"));
+    EXPECT_EQ(field->pDataArray[2], 250000u);
+}
+
+// ---- Setting struct fields ----------------------------------------------------------------------
+
+using SessionTiming = PDU_PARAM_STRUCT_SESS_TIMING;
+using AccessTiming = PDU_PARAM_STRUCT_ACCESS_TIMING;
+
+TEST_F(ComParams, SessionTimingIsCopiedAndLoggedWithTheSessionLast) {
+    const LogCapture log;
+    EXPECT_EQ(SetEntries<SessionTiming>(kSessionTimingOverride, PDU_CPST_SESSION_TIMING,
+                                        {{0x103, 1, 2, 3, 4}, {5, 6, 7, 8, 9}}, 2),
+              PDU_STATUS_NOERROR);
+    EXPECT_EQ(log.Lines(), (Strings{"[PDUSetComParam] Called",
+                                    "[PDUSetComParam] CP_SessionTimingOverride PDU_PT_STRUCTFIELD",
+                                    "[PDUSetComParam]      CP_SessionTimingOverride 1 2 3 4 259",
+                                    "[PDUSetComParam]      CP_SessionTimingOverride 6 7 8 9 5",
+                                    "[PDUSetComParam] Returning PDU_STATUS_NOERROR"}));
+    const auto& field = ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(kSessionTimingOverride);
+    EXPECT_EQ(field.ParamMaxEntries, 255u);
+    EXPECT_EQ(field.ParamActEntries, 2u);
+    EXPECT_EQ(static_cast<SessionTiming*>(field.pStructArray)[1].P2Max_low, 7);
+}
+
+TEST_F(ComParams, AccessTimingIsLoggedWithEachMaximumBeforeItsMinimum) {
+    const LogCapture log;
+    EXPECT_EQ(SetEntries<AccessTiming>(kAccessTimingOverride, PDU_CPST_ACCESS_TIMING,
+                                       {{1, 2, 3, 4, 5, 6}}, 1),
+              PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam]      CP_AccessTimingOverride 2 1 4 3 5 6"));
+}
+
+TEST_F(ComParams, StructTypeCannotBeChanged) {
+    const LogCapture log;
+    EXPECT_EQ(SetEntries<AccessTiming>(kSessionTimingOverride, PDU_CPST_ACCESS_TIMING,
+                                       {{1, 2, 3, 4, 5, 6}}, 1),
+              PDU_ERR_FCT_FAILED);
+    EXPECT_EQ(log.Lines(),
+              (Strings{"[PDUSetComParam] Called",
+                       "[PDUSetComParam]   CP_SessionTimingOverride - CANNOT CHANGE STRUCT TYPE, "
+                       "Returning PDU_ERR_FCT_FAILED"}));
+    EXPECT_EQ(ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(kSessionTimingOverride).ComParamStructType,
+              PDU_CPST_SESSION_TIMING);
+}
+
+TEST_F(ComParams, StructTypeChangedInPlaceIsRefusedAndPutBack) {
+    PDU_PARAM_ITEM* item = Get(kAccessTimingEcu);
+    auto* field = static_cast<PDU_PARAM_STRUCTFIELD_DATA*>(item->pComParamData);
+    field->ComParamStructType = PDU_CPST_SESSION_TIMING;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_ERR_FCT_FAILED);
+    EXPECT_EQ(field->ComParamStructType, PDU_CPST_ACCESS_TIMING);
+    EXPECT_EQ(field->ParamMaxEntries, 8u);
+}
+
+TEST_F(ComParams, StructFieldGrowsWithItsMaximumAndWithItsCount) {
+    EXPECT_EQ(
+        SetEntries<AccessTiming>(kExtendedTiming, PDU_CPST_ACCESS_TIMING, {{1, 2, 3, 4, 5, 6}}, 4),
+        PDU_STATUS_NOERROR);
+    const auto& field = ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(kExtendedTiming);
+    EXPECT_EQ(field.ParamMaxEntries, 4u);
+    EXPECT_EQ(RequestedSize(field.pStructArray), 24u);
+
+    EXPECT_EQ(SetEntries<AccessTiming>(kExtendedTiming, PDU_CPST_ACCESS_TIMING,
+                                       std::vector<AccessTiming>(9, {1, 2, 3, 4, 5, 6}), 1),
+              PDU_STATUS_NOERROR);
+    EXPECT_EQ(field.ParamMaxEntries, 4u);
+    EXPECT_EQ(field.ParamActEntries, 9u);
+    EXPECT_EQ(static_cast<AccessTiming*>(field.pStructArray)[8].TimingSet, 6);
+}
+
+TEST_F(ComParams, StructFieldSetThroughGetTakesEffect) {
+    PDU_PARAM_ITEM* item = Get(kSessionTimingEcu);
+    auto* field = static_cast<PDU_PARAM_STRUCTFIELD_DATA*>(item->pComParamData);
+    static_cast<SessionTiming*>(field->pStructArray)[0] = {3, 0, 50, 1, 244};
+    const LogCapture log;
+    EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam]      CP_SessionTiming_Ecu 0 50 1 244 3"));
+}
+
+TEST_F(ComParams, FailedGrowthOfAStructFieldIsLogged) {
+    AccessTiming entry = {};
+    PDU_PARAM_STRUCTFIELD_DATA field = {PDU_CPST_ACCESS_TIMING, 100, 1, &entry};
+    PDU_PARAM_ITEM item = Item(kExtendedTiming, &field);
+    const LogCapture log;
+    T_PDU_ERROR status = PDU_STATUS_NOERROR;
+    {
+        const FailingHeap heap;
+        status = PDUSetComParam(0, 0, &item);
+    }
+    EXPECT_EQ(status, PDU_ERR_FCT_FAILED);
+    EXPECT_TRUE(
+        log.Has("[PDUSetComParam] STRUCTFIELD allocation failed, Returning PDU_ERR_FCT_FAILED"));
+    EXPECT_EQ(ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(kExtendedTiming).pStructArray, nullptr);
+}
+
+// ---- Before construction ------------------------------------------------------------------------
+
+TEST(UnpreparedComParams, GetAnswersWithAnEmptyValue) {
+    PDU_PARAM_ITEM* number = Get(kCpP2Max);
+    ASSERT_NE(number, nullptr);
+    ASSERT_NE(number->pComParamData, nullptr);
+    EXPECT_EQ(*static_cast<UNUM32*>(number->pComParamData), 0u);
+    const auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage);
+    EXPECT_EQ(field.ParamMaxLen, 0u);
+    EXPECT_EQ(field.ParamActLen, 0u);
+    EXPECT_EQ(field.pDataArray, nullptr);
+}
+
+TEST(UnpreparedComParams, WhatIsSetEarlyIsForgottenByTheAllocation) {
+    const MemoryUse before = LiveMemory();
+    EXPECT_EQ(SetNumber(kCpP2Max, 1), PDU_STATUS_NOERROR);
+    EXPECT_EQ(SetBytes(kChangeSpeedMessage, {1, 2, 3}, 100), PDU_STATUS_NOERROR);
+    EXPECT_EQ(SetWords(kCanBaudrateRecord, {1}, 0), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{1, 2, 3}));
+    ASSERT_TRUE(AllocParamItems());
+    EXPECT_EQ(ReadComParam(kCpP2Max), 0u);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), std::vector<UNUM8>{0});
+    FreeParamItems();
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+TEST(UnpreparedComParams, StructFieldHasNoKnownTypeYet) {
+    const LogCapture log;
+    EXPECT_EQ(SetEntries<SessionTiming>(kSessionTimingOverride, 0, {}, 0), PDU_ERR_FCT_FAILED);
+    EXPECT_TRUE(
+        log.Has("[PDUSetComParam]   CP_SessionTimingOverride - UNKNOWN STRUCT TYPE, Returning "
+                "PDU_ERR_FCT_FAILED"));
+    EXPECT_EQ(SetEntries<SessionTiming>(kSessionTimingOverride, PDU_CPST_SESSION_TIMING, {}, 0),
+              PDU_ERR_FCT_FAILED);
+}
+
+// ---- Reading for the worker ---------------------------------------------------------------------
+
+TEST_F(ComParams, ReadingAFieldOrAnUnknownIdAsANumberGivesZero) {
+    SetBytes(kChangeSpeedMessage, {0xFF, 0xFF, 0xFF, 0xFF}, 4);
+    EXPECT_EQ(ReadComParam(kChangeSpeedMessage), 0u);
+    EXPECT_EQ(ReadComParam(0), 0u);
+    EXPECT_EQ(ReadComParam(229), 0u);
+}
+
+TEST_F(ComParams, ReadingBytesOfAnythingButAByteFieldGivesZero) {
+    UNUM8 byte = 0xEE;
+    EXPECT_EQ(ReadComParamBytes(kCpP2Max, &byte, 1), 0u);
+    EXPECT_EQ(ReadComParamBytes(kCanBaudrateRecord, &byte, 1), 0u);
+    EXPECT_EQ(ReadComParamBytes(0, &byte, 1), 0u);
+    EXPECT_EQ(ReadComParamBytes(229, &byte, 1), 0u);
+    EXPECT_EQ(byte, 0xEE);
+}
+
+TEST_F(ComParams, ReadingBytesTellsTheFieldsLengthAndCopiesWhatFits) {
+    SetBytes(kCpTesterPresentMessage, std::vector<UNUM8>(33, 0x55), 33);
+    UNUM8 bytes[33] = {};
+    EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 32), 33u);
+    EXPECT_EQ(bytes[31], 0x55);
+    EXPECT_EQ(bytes[32], 0);
+}
+
+TEST_F(ComParams, ReadingBytesBeyondTheBufferGivesZeros) {
+    ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kCpTesterPresentMessage).ParamActLen = 20;  // and not set
+    UNUM8 bytes[20];
+    std::memset(bytes, 0xEE, sizeof bytes);
+    EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 20), 20u);
+    for (const UNUM8 byte : bytes)
+        EXPECT_EQ(byte, 0);
+}
+
+TEST_F(ComParams, WorkersReadWhileTheApplicationSets) {
+    std::atomic<bool> stop{false};
+    std::atomic<int> rounds{0};
+    std::atomic<bool> torn{false};
+    Thread reader([&] {
+        while (!stop.load()) {
+            const UNUM32 value = ReadComParam(kCpP2Max);
+            if ((value & 0xFFFFu) != value >> 16) torn = true;
+            UNUM8 bytes[64];
+            const UNUM32 length = ReadComParamBytes(kCpTesterPresentMessage, bytes, sizeof bytes);
+            for (UNUM32 i = 1; i < length && i < sizeof bytes; ++i) {
+                if (bytes[i] != bytes[0]) torn = true;
+            }
+            PDU_PARAM_ITEM copy;
+            if (SnapshotComParam(kCpTesterPresentMessage, &copy) == ParamCopy::kCopied) {
+                FreeParamValue(copy);
+            }
+            rounds.fetch_add(1);
+        }
+    });
+    for (UNUM32 i = 1; i <= 300; ++i) {
+        SetNumber(kCpP2Max, i << 16 | i);
+        SetBytes(kCpTesterPresentMessage, std::vector<UNUM8>(1 + i % 40, static_cast<UNUM8>(i)), i);
+    }
+    EXPECT_TRUE(Eventually([&] { return rounds.load() > 0; }));
+    stop = true;
+    reader.Join();
+    EXPECT_FALSE(torn.load());
+}
+
+// ---- Rows of types that the table does not have today -------------------------------------------
+
+class AnyRow {
+public:
+    AnyRow(UNUM32 data_type, UNUM32 id = 1)
+        : description_{"CP_Any", id, data_type, PDU_PC_COM}, row_(MakeRow(&description_, &value_)) {
+        EXPECT_TRUE(PrepareRow(row_));
+    }
+    ~AnyRow() { ReleaseRow(row_); }
+    AnyRow(const AnyRow&) = delete;
+    AnyRow& operator=(const AnyRow&) = delete;
+
+    template <typename T>
+    T_PDU_ERROR Set(T value) {
+        RowSnapshot snapshot;
+        const T_PDU_ERROR status = SetRow(row_, &value, "Test", &snapshot);
+        if (status == PDU_STATUS_NOERROR) LogRowValue(row_, snapshot, "Test");
+        return status;
+    }
+    UNUM32 Read() const { return ReadRowNumber(row_); }
+
+private:
+    ComParamDescription description_;
+    ParamValue value_{};
+    ComParamRow row_;
+};
+
+TEST(ComParamRow, UnsignedNumbersAreReadInTheirWidth) {
+    const LogCapture log;
+    AnyRow byte(PDU_PT_UNUM8);
+    AnyRow word(PDU_PT_UNUM16);
+    EXPECT_EQ(byte.Set(UNUM8{200}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(word.Set(UNUM16{60000}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(byte.Read(), 200u);
+    EXPECT_EQ(word.Read(), 60000u);
+    EXPECT_EQ(log.Lines(), (Strings{"[Test] CP_Any = 200", "[Test] CP_Any = 60000"}));
+}
+
+TEST(ComParamRow, SignedNumbersAreLoggedWithTheirSignAndReadAsZero) {
+    const LogCapture log;
+    AnyRow byte(PDU_PT_SNUM8);
+    AnyRow word(PDU_PT_SNUM16);
+    AnyRow number(PDU_PT_SNUM32);
+    EXPECT_EQ(byte.Set(SNUM8{-2}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(word.Set(SNUM16{-300}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(number.Set(SNUM32{-70000}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(byte.Read(), 0u);
+    EXPECT_EQ(word.Read(), 0u);
+    EXPECT_EQ(number.Read(), 0u);
+    EXPECT_EQ(log.Lines(),
+              (Strings{"[Test] CP_Any = -2", "[Test] CP_Any = -300", "[Test] CP_Any = -70000"}));
+}
+
+TEST(ComParamRow, UnknownDataTypeFailsToBeSet) {
+    for (const UNUM32 type : {0x100u, 0x10Au}) {
+        const LogCapture log;
+        AnyRow row(type);
+        EXPECT_EQ(row.Set(UNUM32{1}), PDU_ERR_FCT_FAILED);
+        EXPECT_EQ(log.Lines(), Strings{"[Test]   -> UNKNOWN DATA TYPE"});
+    }
+}
+
+// ---- Values as text -----------------------------------------------------------------------------
+
+std::string Text(T_PDU_PT type, void* data) {
+    const PDU_PARAM_ITEM item = {PDU_IT_PARAM, 1, type, PDU_PC_COM, data};
+    const Tracked<char> text(FormatParamValue(item));
+    return text == nullptr ? "(no memory)" : text.get();
+}
+
+template <typename T>
+std::string NumberText(T_PDU_PT type, T value) {
+    return Text(type, &value);
+}
+
+TEST(ParamText, NumbersInDecimalAndHexOfTheirWidth) {
+    EXPECT_EQ(NumberText<UNUM8>(PDU_PT_UNUM8, 5), "5 (0x05)");
+    EXPECT_EQ(NumberText<UNUM8>(PDU_PT_UNUM8, 255), "255 (0xFF)");
+    EXPECT_EQ(NumberText<SNUM8>(PDU_PT_SNUM8, -1), "-1 (0xFF)");
+    EXPECT_EQ(NumberText<UNUM16>(PDU_PT_UNUM16, 0x7E0), "2016 (0x07E0)");
+    EXPECT_EQ(NumberText<SNUM16>(PDU_PT_SNUM16, -2), "-2 (0xFFFE)");
+    EXPECT_EQ(NumberText<UNUM32>(PDU_PT_UNUM32, 0x7E0), "2016 (0x000007E0)");
+    EXPECT_EQ(NumberText<SNUM32>(PDU_PT_SNUM32, -3), "-3 (0xFFFFFFFD)");
+}
+
+TEST(ParamText, ByteFieldAsBytesWithABlankEach) {
+    UNUM8 bytes[] = {0x3E, 0x80, 0x0A};
+    PDU_PARAM_BYTEFIELD_DATA field = {3, 2, bytes};
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) 3E 80 ");
+    field.ParamActLen = 0;
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) ");
+}
+
+TEST(ParamText, LongFieldAsWordsWithABlankEach) {
+    std::vector<UNUM32> words(1000, 4294967295u);
+    PDU_PARAM_LONGFIELD_DATA field = {1000, 1000, words.data()};
+    std::string expected = "(LONGFIELD) ";
+    for (int i = 0; i < 1000; ++i)
+        expected += "4294967295 ";
+    EXPECT_EQ(Text(PDU_PT_LONGFIELD, &field), expected);
+}
+
+TEST(ParamText, StructFieldsAsGroups) {
+    SessionTiming sessions[] = {{65535, 255, 255, 255, 255}, {5, 1, 2, 3, 4}};
+    PDU_PARAM_STRUCTFIELD_DATA field = {PDU_CPST_SESSION_TIMING, 2, 2, sessions};
+    EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field),
+              "(STRUCTFIELD) { 255 255 255 255 65535 } { 1 2 3 4 5 } ");
+    AccessTiming access[] = {{1, 2, 3, 4, 5, 6}};
+    field = {PDU_CPST_ACCESS_TIMING, 1, 1, access};
+    EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field), "(STRUCTFIELD) { 2 1 4 3 5 6 } ");
+}
+
+TEST(ParamText, UnknownStructTypeIsSaidOnce) {
+    PDU_PARAM_STRUCTFIELD_DATA field = {3, 5, 5, nullptr};
+    EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field), "(STRUCTFIELD) UNKNOWN STRUCT TYPE");
+}
+
+TEST(ParamText, UnknownTypesAreUnknown) {
+    UNUM32 value = 1;
+    EXPECT_EQ(Text(0x100, &value), "(unknown) ");
+    EXPECT_EQ(Text(0x10A, &value), "(unknown) ");
+}
+
+TEST(ParamText, MissingValuesAreEmpty) {
+    EXPECT_EQ(Text(PDU_PT_UNUM32, nullptr), "(unknown) ");
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, nullptr), "(BYTEFIELD) ");
+    EXPECT_EQ(Text(PDU_PT_LONGFIELD, nullptr), "(LONGFIELD) ");
+    EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, nullptr), "(STRUCTFIELD) ");
+    PDU_PARAM_BYTEFIELD_DATA bytes = {4, 4, nullptr};
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &bytes), "(BYTEFIELD) ");
+    PDU_PARAM_LONGFIELD_DATA words = {4, 4, nullptr};
+    EXPECT_EQ(Text(PDU_PT_LONGFIELD, &words), "(LONGFIELD) ");
+    PDU_PARAM_STRUCTFIELD_DATA structs = {PDU_CPST_ACCESS_TIMING, 4, 4, nullptr};
+    EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &structs), "(STRUCTFIELD) ");
+}
+
+TEST(ParamText, WithoutMemoryThereIsNoText) {
+    UNUM32 value = 1;
+    UNUM8 byte = 1;
+    PDU_PARAM_BYTEFIELD_DATA field = {1, 1, &byte};
+    const PDU_PARAM_ITEM number = {PDU_IT_PARAM, 1, PDU_PT_UNUM32, PDU_PC_COM, &value};
+    const PDU_PARAM_ITEM bytes = {PDU_IT_PARAM, 1, PDU_PT_BYTEFIELD, PDU_PC_COM, &field};
+    const char* number_text = "";
+    const char* bytes_text = "";
+    {
+        const FailingHeap heap;
+        number_text = FormatParamValue(number);
+        bytes_text = FormatParamValue(bytes);
+    }
+    EXPECT_EQ(number_text, nullptr);
+    EXPECT_EQ(bytes_text, nullptr);
+}
+
+TEST(ReadParam, OnlyUnsignedNumbersAreRead) {
+    UNUM32 value = 0x89ABCDEFu;
+    const auto read = [&](T_PDU_PT type) {
+        return ReadParamItem({PDU_IT_PARAM, 61, type, PDU_PC_UNIQUE_ID, &value});
+    };
+    EXPECT_EQ(read(PDU_PT_UNUM8), 0xEFu);
+    EXPECT_EQ(read(PDU_PT_UNUM16), 0xCDEFu);
+    EXPECT_EQ(read(PDU_PT_UNUM32), 0x89ABCDEFu);
+    EXPECT_EQ(read(PDU_PT_SNUM32), 0u);
+    EXPECT_EQ(read(PDU_PT_BYTEFIELD), 0u);
+    EXPECT_EQ(read(0x10A), 0u);
+    EXPECT_EQ(ReadParamItem({PDU_IT_PARAM, 61, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, nullptr}), 0u);
+}
+
+}  // namespace
+}  // namespace tarvik::test

@@ -1,0 +1,227 @@
+#include "objects/state_changes.h"
+
+#include <vector>
+
+#include "objects/links.h"
+#include "platform/tick.h"
+#include "unit/api/failing_heap.h"
+#include "unit/objects/fake_modules.h"
+#include "worker/multi_request.h"
+
+namespace tarvik::test {
+namespace {
+
+// A link without a worker's hands on it: the test does the worker's part.
+class ComPrimitives : public FakeModules {
+protected:
+    void SetUp() override {
+        FakeModules::SetUp();
+        ASSERT_EQ(Scan(), Handles{0});
+        UNUM32 hCLL = 0;
+        ASSERT_EQ(PDUCreateComLogicalLink(0, nullptr, 2001, &link_tag, &hCLL, nullptr),
+                  PDU_STATUS_NOERROR);
+        link = FindLink(0, hCLL);
+        ASSERT_TRUE(link);
+        cop.hCoP = 77;
+        cop.hMod = 0;
+        cop.hCLL = hCLL;
+        cop.pCoPTag = &cop_tag;
+        called.clear();
+    }
+    void TearDown() override {
+        link = LinkRef();
+        FakeModules::TearDown();
+    }
+
+    struct Called {
+        const char* by;
+        UNUM32 hMod;
+        UNUM32 hCLL;
+        void* link_tag;
+        void* api_tag;
+    };
+    static inline std::vector<Called> called;
+    static void PDU_CALL AsSystem(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void* link_tag,
+                                  void* api_tag) {
+        called.push_back({"system", hMod, hCLL, link_tag, api_tag});
+    }
+    static void PDU_CALL AsModule(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void* link_tag,
+                                  void* api_tag) {
+        called.push_back({"module", hMod, hCLL, link_tag, api_tag});
+    }
+
+    PDU_EVENT_ITEM* NextEvent() {
+        PDU_EVENT_ITEM* item = nullptr;
+        PDUGetEventItem(0, link->hCLL, &item);
+        return item;
+    }
+    static void GiveBack(PDU_EVENT_ITEM* item) {
+        PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item));
+    }
+
+    LinkRef link;
+    ComPrimitive cop;
+    int link_tag = 0;
+    int cop_tag = 0;
+};
+
+TEST_F(ComPrimitives, StateChangeIsTimedLoggedAndReported) {
+    FakeTick tick(5000);
+    const LogCapture log;
+    UpdateCopState(link.Get(), &cop, PDU_COPST_EXECUTING);
+    EXPECT_EQ(cop.duration, 0u) << "nothing is known of the time before the first";
+    tick.Advance(1234);
+    UpdateCopState(link.Get(), &cop, PDU_COPST_FINISHED);
+    EXPECT_EQ(cop.duration, 1234u);
+    EXPECT_TRUE(log.Has("[UpdateCopState] CoP #77 Status: 8011, Duration: 0 ms"));
+    EXPECT_TRUE(log.Has("[UpdateCopState] CoP #77 Status: 8012, Duration: 1234 ms"));
+    for (const UNUM32 state : {PDU_COPST_EXECUTING, PDU_COPST_FINISHED}) {
+        PDU_EVENT_ITEM* item = NextEvent();
+        ASSERT_NE(item, nullptr);
+        EXPECT_EQ(item->ItemType, PDU_IT_STATUS);
+        EXPECT_EQ(item->hCop, 77u);
+        EXPECT_EQ(item->pCoPTag, &cop_tag);
+        EXPECT_EQ(item->Timestamp, state == PDU_COPST_EXECUTING ? 5'000'000u : 6'234'000u);
+        EXPECT_EQ(*static_cast<PDU_STATUS_DATA*>(item->pData), state);
+        GiveBack(item);
+    }
+}
+
+TEST_F(ComPrimitives, StateThatStaysIsReportedAgainAndNotLogged) {
+    const LogCapture log;
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    UpdateCopState(link.Get(), &cop, PDU_COPST_IDLE);
+    EXPECT_FALSE(log.Mentions("[UpdateCopState]"));
+    PDU_EVENT_ITEM* item = NextEvent();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(*static_cast<PDU_STATUS_DATA*>(item->pData), PDU_COPST_IDLE);
+    GiveBack(item);
+    EXPECT_EQ(called.size(), 1u);
+}
+
+TEST_F(ComPrimitives, ErrorIsAnItemOfTheLinkAndACallbackOfTheLink) {
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, AsSystem);
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    cop_error(link.Get(), &cop, kErrorNoMatch);
+    PDU_EVENT_ITEM* item = NextEvent();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->ItemType, PDU_IT_ERROR);
+    EXPECT_EQ(item->hCop, 77u);
+    EXPECT_EQ(item->pCoPTag, &cop_tag);
+    EXPECT_EQ(static_cast<PDU_ERROR_DATA*>(item->pData)->ErrorCodeId, 259u);
+    EXPECT_EQ(static_cast<PDU_ERROR_DATA*>(item->pData)->ExtraErrorInfoId, 0u);
+    GiveBack(item);
+    ASSERT_EQ(called.size(), 1u);
+    EXPECT_STREQ(called[0].by, "module");
+}
+
+TEST_F(ComPrimitives, ErrorOfALinkThatIsGoneCallsTheSystem) {
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, AsSystem);
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    ASSERT_EQ(PDUDestroyComLogicalLink(0, link->hCLL), PDU_STATUS_NOERROR);
+    called.clear();
+    const MemoryUse before = LiveMemory();
+    cop_error(link.Get(), &cop, kErrorNothingReceived);
+    EXPECT_EQ(LiveMemory().blocks, before.blocks) << "there is nobody to take the item";
+    ASSERT_EQ(called.size(), 1u);
+    EXPECT_STREQ(called[0].by, "system");
+    EXPECT_EQ(called[0].hMod, 0u);
+    EXPECT_EQ(called[0].hCLL, link->hCLL);
+    EXPECT_EQ(called[0].api_tag, &api_tag);
+}
+
+TEST_F(ComPrimitives, ItemsThatCannotBeMadeAreLeftOutAndTheCallbackStillComes) {
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    called.reserve(4);
+    {
+        const FailingHeap heap;
+        UpdateCopState(link.Get(), &cop, PDU_COPST_FINISHED);
+        cop_error(link.Get(), &cop, kErrorNothingReceived);
+    }
+    EXPECT_EQ(cop.state.load(), PDU_COPST_FINISHED);
+    EXPECT_EQ(NextEvent(), nullptr);
+    EXPECT_EQ(called.size(), 2u);
+}
+
+TEST_F(ComPrimitives, FunctionalRequestWithoutMemoryForItsRowsIsAnError) {
+    PDU_ECU_UNIQUE_RESP_DATA entries[2] = {};
+    const PDU_UNIQUE_RESP_ID_TABLE_ITEM table = {PDU_IT_UNIQUE_RESP_ID_TABLE, 2, entries};
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    called.reserve(4);
+    const LogCapture log;
+    {
+        const FailingHeap heap;
+        RunMultiRequest(link.Get(), &cop, table);
+    }
+    EXPECT_TRUE(log.Mentions("   Failed to allocate response collection"));
+    EXPECT_FALSE(log.Mentions("prepare multi-request packet"));
+    EXPECT_EQ(called.size(), 1u);
+}
+
+TEST_F(ComPrimitives, ControlDataIsCopiedDeepButForTheFlagBytes) {
+    UNUM8 flag[4] = {1, 2, 3, 4};
+    UNUM8 mask[2] = {0xFF, 0x0F};
+    UNUM8 pattern[2] = {0x62, 0x01};
+    UNUM32 ids[3] = {7, 8, 9};
+    PDU_EXP_RESP_DATA expected[2] = {{0, 5, 2, mask, pattern, 3, ids},
+                                     {1, 6, 0, nullptr, nullptr, 0, nullptr}};
+    PDU_COP_CTRL_DATA source = {1000, 2, -1, 1, {4, flag}, 2, expected};
+    PDU_COP_CTRL_DATA* copy = CopyControlData(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->Time, 1000u);
+    EXPECT_EQ(copy->NumSendCycles, 2);
+    EXPECT_EQ(copy->NumReceiveCycles, -1);
+    EXPECT_EQ(copy->TempParamUpdate, 1u);
+    EXPECT_EQ(copy->TxFlag.pFlagData, flag) << "a copy of the pointer";
+    ASSERT_EQ(copy->NumPossibleExpectedResponses, 2u);
+    const PDU_EXP_RESP_DATA& first = copy->pExpectedResponseArray[0];
+    EXPECT_NE(first.pMaskData, mask);
+    EXPECT_EQ(first.pMaskData[1], 0x0F);
+    EXPECT_NE(first.pPatternData, pattern);
+    EXPECT_EQ(first.pPatternData[0], 0x62);
+    EXPECT_NE(first.pUniqueRespIds, ids);
+    EXPECT_EQ(first.pUniqueRespIds[2], 9u);
+    EXPECT_EQ(copy->pExpectedResponseArray[1].AcceptanceId, 6u);
+    FreeControlData(copy);
+}
+
+TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasCountsAsFarAsItGoes) {
+    EXPECT_EQ(CopyControlData(nullptr), nullptr);
+    UNUM8 bytes[2] = {1, 2};
+    PDU_EXP_RESP_DATA expected = {0, 5, 2, bytes, nullptr, 3, nullptr};
+    PDU_COP_CTRL_DATA source = {0, 1, 1, 0, {4, nullptr}, 1, &expected};
+    const MemoryUse before = LiveMemory();
+    PDU_COP_CTRL_DATA* copy = CopyControlData(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->pExpectedResponseArray[0].NumMaskPatternBytes, 0u);
+    EXPECT_EQ(copy->pExpectedResponseArray[0].NumUniqueRespIds, 0u);
+    FreeControlData(copy);
+    source = {0, 1, 1, 0, {0, nullptr}, 5, nullptr};
+    copy = CopyControlData(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->NumPossibleExpectedResponses, 0u);
+    FreeControlData(copy);
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+TEST_F(ComPrimitives, ControlDataCopiedWithLittleMemoryIsReleasedWhole) {
+    UNUM8 bytes[2] = {1, 2};
+    UNUM32 ids[1] = {7};
+    PDU_EXP_RESP_DATA expected = {0, 5, 2, bytes, bytes, 1, ids};
+    PDU_COP_CTRL_DATA source = {0, 1, 1, 0, {0, nullptr}, 1, &expected};
+    const MemoryUse before = LiveMemory();
+    bool refused = true;
+    for (std::uint32_t allowed = 0; refused; ++allowed) {
+        PDU_COP_CTRL_DATA* copy = nullptr;
+        {
+            const FailingHeap heap(allowed);
+            copy = CopyControlData(&source);
+            refused = heap.Refused();
+        }
+        FreeControlData(copy);
+        EXPECT_TRUE(LiveMemory() == before) << allowed;
+    }
+}
+
+}  // namespace
+}  // namespace tarvik::test
