@@ -1,51 +1,45 @@
 #!/usr/bin/env python3
 """Fails when an #include of our own code runs up. Usage: check_includes.py [ROOT]
 
-Between folders the table below decides. A folder may also include what lies in the folder around
-it, but neither the reverse nor a folder beside it. Inside a folder no include leads back; a header
-and the source of the same name count as one.
+ORDER decides between folders. A folder may also include the one around it, but not the reverse.
+Inside a folder no include leads back; a header and the source of the same name count as one.
 """
-import re
-import sys
+import re, sys
 from pathlib import Path
 
-# Each folder of a tree, from the top: it may include those behind it. Trees without folders of
-# their own in here are checked for circles only.
+# The folders of each tree from the top: each may include those after it.
 ORDER = {
     "src": "api worker objects comparam transport link support platform",
-    "tools/simulator": "",
+    "tools/simulator": "bluez radio relay sockets program wine control vehicle_file dongle record"
+                       " ports replay vehicle protocol process",
     "tools/dpdu": "",
 }
-NEVER = {("comparam", "transport"), ("comparam", "link")}  # beside each other, below objects
+NEVER = {("comparam", "transport"), ("comparam", "link")}
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
 
 
 def allowed(order, above, below):
-    if above == below or above[: len(below)] == below:  # the same folder, or the one around it
+    if above[:len(below)] == below or not above:  # the same folder, the one around it; a main
         return True
-    top, bottom = (folder[0] if folder else "" for folder in (above, below))
-    if top == bottom or not order:
-        return top != bottom
-    ranks = [order.index(name) if name in order else -1 for name in (top, bottom)]
-    return ranks[0] < ranks[1] and (top, bottom) not in NEVER
+    rank = {name: position for position, name in enumerate(order)}
+    return rank.get(above[0], 99) < rank.get(below[0], -1) and (above[0], below[0]) not in NEVER
 
 
 def check(root, tree, order):
-    base, edges, faults = root / tree, {}, []
+    base, edges, faults, done, under_way = root / tree, {}, [], set(), []
     files = [path for path in sorted(base.rglob("*")) if path.suffix in (".h", ".cpp", ".c")]
     for path in files:
         for name in INCLUDE.findall(path.read_text(encoding="utf-8")):
-            target = next((t for t in (base / name, path.parent / name) if t.is_file()), None)
-            if target is None:
-                continue  # a public header, another tree or a system's
-            source, target = path.relative_to(base), target.resolve().relative_to(base.resolve())
-            if not allowed(order, source.parent.parts, target.parent.parts):
-                faults.append(f"{tree}/{source} includes {tree}/{target}, which is not below it")
-            if source.with_suffix("") != target.with_suffix(""):
-                edges.setdefault(source.with_suffix(""), {})[target.with_suffix("")] = source, target
-    done, under_way = set(), []
+            found = [p.resolve() for p in (base / name, path.parent / name) if p.is_file()]
+            if found:  # else a public header, another tree's or a library's
+                source, target = path.relative_to(base), found[0].relative_to(base.resolve())
+                if not allowed(order, source.parent.parts, target.parent.parts):
+                    faults.append(f"{tree}/{source} includes {tree}/{target}, which is above it")
+                if source.with_suffix("") != target.with_suffix(""):
+                    ends = source.with_suffix(""), target.with_suffix("")
+                    edges.setdefault(ends[0], {})[ends[1]] = source, target
 
-    def visit(unit):
+    def visit(unit):  # depth first; meeting a unit that is under way closes a circle
         under_way.append(unit)
         for other, (source, target) in edges.get(unit, {}).items():
             if other in under_way:
@@ -55,14 +49,12 @@ def check(root, tree, order):
         done.add(under_way.pop())
 
     for unit in sorted(edges):
-        if unit not in done:
-            visit(unit)
+        unit in done or visit(unit)
     return len(files), faults
 
 
-ROOT = Path(sys.argv[1] if len(sys.argv) > 1 else Path(__file__).parent.parent)
-RESULTS = [check(ROOT, tree, order.split()) for tree, order in ORDER.items()]
-for fault in [fault for _, faults in RESULTS for fault in faults]:
-    print(fault, file=sys.stderr)
-print(f"{sum(count for count, _ in RESULTS)} files, {sum(len(f) for _, f in RESULTS)} includes that run up")
-sys.exit(any(faults for _, faults in RESULTS) or not all(count for count, _ in RESULTS))
+root = Path(sys.argv[1]) if sys.argv[1:] else Path(__file__).parent.parent
+results = [check(root, tree, order.split()) for tree, order in ORDER.items()]
+wrong = [fault for _, faults in results for fault in faults]
+print(*wrong, f"{sum(n for n, _ in results)} files, {len(wrong)} includes that run up", sep="\n")
+sys.exit(bool(wrong))

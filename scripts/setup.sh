@@ -16,9 +16,9 @@ recipe=1
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
     libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
     libsdbus-c++-dev dbus-daemon libgtest-dev libgmock-dev libbenchmark-dev zsh groff-base
-    python3-cryptography-vectors"
+    python3 python3-cryptography-vectors"
 linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run
-    dbus-daemon zsh groff"
+    dbus-daemon zsh groff python3"
 windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
     libcli11-dev nlohmann-json3-dev xvfb"
 windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb"
