@@ -14,30 +14,6 @@
 
 namespace tarvik {
 
-// CREQ; the request bytes follow, in the multi form after the addresses of the entries.
-struct CommRequestWire {
-    std::uint32_t type;
-    std::uint32_t length;
-    std::uint32_t can_id_tx_func;
-    std::uint32_t can_id_tx_phys;  // kMultiMarker in the multi form
-    std::uint32_t can_id_rx;       // the number of entries in the multi form
-    std::uint32_t timeout;         // ms
-    std::uint16_t data_length;
-    std::uint8_t transport;
-    std::uint8_t reserved;
-    std::uint32_t req_id;
-};
-static_assert(offsetof(CommRequestWire, can_id_tx_func) == 8);
-static_assert(offsetof(CommRequestWire, can_id_tx_phys) == 12);
-static_assert(offsetof(CommRequestWire, can_id_rx) == 16);
-static_assert(offsetof(CommRequestWire, timeout) == 20);
-static_assert(offsetof(CommRequestWire, data_length) == 24);
-static_assert(offsetof(CommRequestWire, transport) == 26);
-static_assert(offsetof(CommRequestWire, req_id) == 28);
-static_assert(sizeof(CommRequestWire) == 32);
-
-static constexpr std::uint32_t kMultiMarker = 0xFFFFEEEE;
-static constexpr std::uint32_t kEntryAddressSize = 8;
 static constexpr std::uint32_t kMaxRequestData = 65535;
 static constexpr std::uint32_t kDongleGraceMs = 500;
 static constexpr std::uint32_t kAnswerTimeoutMs = 10000;
@@ -86,15 +62,6 @@ private:
 };
 
 // ---- what both exchanges share
-
-static PacketPtr MakeCommRequest(const CommRequestWire& fields, std::uint32_t length) {
-    PacketPtr packet = MakePacket(kTypeCreq, length);
-    if (packet == nullptr) return nullptr;
-    constexpr std::size_t kHeader = sizeof(Packet);
-    std::memcpy(packet->Bytes() + kHeader, reinterpret_cast<const std::uint8_t*>(&fields) + kHeader,
-                sizeof fields - kHeader);
-    return packet;
-}
 
 static void CopyBytes(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
     if (size > 0) std::memcpy(to, from, size);
@@ -163,10 +130,8 @@ bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswe
                                     .reserved = 0,
                                     .req_id = request.req_id};
     for (int attempt = 0; attempt < kMaxAttempts && !flags.AskToStop(); ++attempt) {
-        PacketPtr packet =
-            MakeCommRequest(fields, static_cast<std::uint32_t>(sizeof fields) + request.data_len);
+        PacketPtr packet = BuildPacket(fields, {request.data, request.data_len});
         if (packet == nullptr) return false;
-        CopyBytes(packet->Bytes() + sizeof fields, request.data, request.data_len);
         if (!FragSendPacket(link->queues, packet)) continue;
         TraceSent(fields, request.data);
         const PacketPtr response = AwaitResponse(*link, request.req_id, TickMs(), nullptr);
@@ -187,27 +152,30 @@ struct MultiTemplate {
 };
 
 static bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
-    const std::uint64_t addresses = std::uint64_t{request.count} * kEntryAddressSize;
+    constexpr std::uint64_t kMask = kCommRequestAlignment - 1;
+    const std::uint64_t entries = std::uint64_t{request.count} * sizeof(CommRequestEntryWire);
     const std::uint64_t length =
-        sizeof(CommRequestWire) + ((addresses + request.data_len + 7) & ~std::uint64_t{7});
+        sizeof(CommRequestWire) + ((entries + request.data_len + kMask) & ~kMask);
     if (length > UINT32_MAX) return false;
 
     out->fields = {.type = kTypeCreq,
                    .length = 0,
                    .can_id_tx_func = request.can_id_tx_func,
-                   .can_id_tx_phys = kMultiMarker,
+                   .can_id_tx_phys = kCommRequestMulti,
                    .can_id_rx = request.count,
                    .timeout = request.timeout_ms,
                    .data_length = static_cast<std::uint16_t>(request.data_len),
                    .transport = 0,
                    .reserved = 0,
                    .req_id = request.req_id};
-    out->packet = MakeCommRequest(out->fields, static_cast<std::uint32_t>(length));
+    out->packet = MakePacket(kTypeCreq, static_cast<std::uint32_t>(length));
     if (out->packet == nullptr) return false;
+    out->packet->SetFields(out->fields);
     std::uint8_t* at = out->packet->Bytes() + sizeof(CommRequestWire);
-    for (std::uint32_t i = 0; i < request.count; ++i, at += kEntryAddressSize) {
-        StoreU32(at, request.entries[i].addr_a);
-        StoreU32(at + 4, request.entries[i].addr_b);
+    for (std::uint32_t i = 0; i < request.count; ++i) {
+        const CommRequestEntryWire entry = {request.entries[i].addr_a, request.entries[i].addr_b};
+        std::memcpy(at, &entry, sizeof entry);
+        at += sizeof entry;
     }
     CopyBytes(at, request.data, request.data_len);
     out->data = at;

@@ -17,7 +17,7 @@ struct CommLink {
 struct CommAnswer {
     std::uint32_t length = 0;
     Tracked<std::uint8_t> data;   // never null after success, not even for length 0
-    std::uint32_t wait_time = 0;  // 0xFFFFFFFF: the control unit did not answer in time
+    std::uint32_t wait_time = 0;  // of the CRES
 };
 
 struct CommRequestData {

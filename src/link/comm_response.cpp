@@ -5,17 +5,15 @@
 
 namespace tarvik {
 
-static constexpr std::size_t kEntryHeaderSize = 8;  // id and length
-static constexpr std::size_t kEntryAlignment = 8;
-
 std::optional<CommResponseView> CommResponseView::Of(const Packet& packet) {
-    if (packet.length < sizeof(CommResponseWire)) return std::nullopt;
+    const auto wire = packet.Fields<CommResponseWire>();
+    if (!wire) return std::nullopt;
     CommResponseView view;
-    std::memcpy(&view.wire_, packet.Bytes(), sizeof view.wire_);
-    const std::size_t present = packet.length - sizeof view.wire_;
-    view.data_.data = packet.Bytes() + sizeof view.wire_;
-    view.data_.size =
-        view.IsMulti() ? present : std::min<std::size_t>(view.wire_.data_length, present);
+    view.wire_ = *wire;
+    view.data_ = packet.DataAfter<CommResponseWire>();
+    if (!view.IsMulti()) {
+        view.data_.size = std::min<std::size_t>(wire->data_length, view.data_.size);
+    }
     return view;
 }
 
@@ -23,14 +21,15 @@ CommResponseEntries::CommResponseEntries(const CommResponseView& response)
     : rest_(response.data_), announced_(response.wire_.data_length) {}
 
 bool CommResponseEntries::Next(CommResponseEntry* entry) {
-    if (announced_ == 0 || rest_.size < kEntryHeaderSize) return false;
-    const std::size_t present = rest_.size - kEntryHeaderSize;
-    const std::size_t length = std::min<std::size_t>(LoadU32(rest_.data + 4), present);
-    *entry = {LoadU32(rest_.data), {rest_.data + kEntryHeaderSize, length}};
+    CommResponseEntryWire wire;
+    if (announced_ == 0 || rest_.size < sizeof wire) return false;
+    std::memcpy(&wire, rest_.data, sizeof wire);
+    const std::size_t length = std::min<std::size_t>(wire.data_length, rest_.size - sizeof wire);
+    *entry = {wire.id, {rest_.data + sizeof wire, length}};
 
     // The last entry's padding may be missing.
-    const std::size_t padded =
-        (kEntryHeaderSize + length + kEntryAlignment - 1) & ~(kEntryAlignment - 1);
+    constexpr std::size_t kMask = kCommResponseAlignment - 1;
+    const std::size_t padded = (sizeof wire + length + kMask) & ~kMask;
     const std::size_t step = std::min(padded, rest_.size);
     rest_.data += step;
     rest_.size -= step;

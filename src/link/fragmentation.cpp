@@ -13,19 +13,6 @@
 
 namespace tarvik {
 
-// FRAG; the next slice of the original packet, its own header included, follows.
-struct FragmentWire {
-    std::uint32_t type;
-    std::uint32_t length;
-    std::uint16_t index;
-    std::uint16_t count;
-    std::uint32_t total_length;  // of the original packet
-};
-static_assert(offsetof(FragmentWire, index) == 8);
-static_assert(offsetof(FragmentWire, count) == 10);
-static_assert(offsetof(FragmentWire, total_length) == 12);
-static_assert(sizeof(FragmentWire) == 16);
-
 static constexpr std::uint32_t kFragmentHeaderSize = sizeof(FragmentWire);
 static constexpr std::uint32_t kUnlimitedMtu = 65535;
 static constexpr std::uint32_t kMaxFragments = 65535;
@@ -36,13 +23,12 @@ static PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uin
                               std::uint32_t slice) {
     const std::uint32_t offset = index * slice;
     const std::uint32_t size = std::min(whole.length - offset, slice);
-    PacketPtr fragment = MakePacket(kTypeFrag, kFragmentHeaderSize + size);
-    if (fragment == nullptr) return nullptr;
-    fragment->SetU16(offsetof(FragmentWire, index), static_cast<std::uint16_t>(index));
-    fragment->SetU16(offsetof(FragmentWire, count), static_cast<std::uint16_t>(count));
-    fragment->SetU32(offsetof(FragmentWire, total_length), whole.length);
-    std::memcpy(fragment->Bytes() + kFragmentHeaderSize, whole.Bytes() + offset, size);
-    return fragment;
+    return BuildPacket(FragmentWire{.type = kTypeFrag,
+                                    .length = 0,
+                                    .index = static_cast<std::uint16_t>(index),
+                                    .count = static_cast<std::uint16_t>(count),
+                                    .total_length = whole.length},
+                       {whole.Bytes() + offset, size});
 }
 
 // A dongle that has gone meanwhile swallows what it is given: the packet was released, and the
@@ -149,12 +135,12 @@ void FragDeinit() {
 }
 
 static bool ReadFragment(const Packet& packet, FragmentWire* out) {
-    if (packet.length < kFragmentHeaderSize) {
+    const auto fields = packet.Fields<FragmentWire>();
+    if (!fields) {
         Log(kLogError, "[FRAG] Invalid FRAG packet: too small (length=%u)", packet.length);
         return false;
     }
-    FragmentWire fragment;
-    std::memcpy(&fragment, packet.Bytes(), sizeof fragment);
+    const FragmentWire& fragment = *fields;
     if (fragment.count == 0) {
         Log(kLogError, "[FRAG] Invalid FRAG packet: frag_count is 0");
         return false;

@@ -27,13 +27,10 @@ LoginRecord LoginFromPacket(const Packet& packet) {
 }
 
 DeviceName LoginDeviceName(const LoginRecord& login) {
-    constexpr std::size_t kOffset = 64;
-    constexpr std::size_t kWidth = sizeof DeviceName::text - 1;
-    static_assert(kOffset + kWidth <= kLoginSize);
-
+    const std::uint8_t* field = login.bytes + offsetof(LoginWire, device_name);
     DeviceName name{};
-    for (std::size_t i = 0; i < kWidth && login.bytes[kOffset + i] != 0; ++i) {
-        name.text[i] = static_cast<char>(login.bytes[kOffset + i]);
+    for (std::size_t i = 0; i < sizeof LoginWire::device_name && field[i] != 0; ++i) {
+        name.text[i] = static_cast<char>(field[i]);
     }
     return name;
 }

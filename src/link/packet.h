@@ -2,45 +2,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <optional>
 
 #include "link/wire.h"
+#include "link/wire_packets.h"
 #include "support/memory.h"
 
 namespace tarvik {
 
-// Type codes are 32-bit integers whose most significant byte is the first letter.
-// Deliberate: stored little-endian, the letters stand in reverse order on the wire ("QERC").
-constexpr std::uint32_t TypeCode(const char (&letters)[5]) {
-    return static_cast<std::uint32_t>(static_cast<unsigned char>(letters[0])) << 24 |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(letters[1])) << 16 |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(letters[2])) << 8 |
-           static_cast<std::uint32_t>(static_cast<unsigned char>(letters[3]));
-}
-
-inline constexpr std::uint32_t kTypeSync = TypeCode("SYNC");
-inline constexpr std::uint32_t kTypeIden = TypeCode("IDEN");
-inline constexpr std::uint32_t kTypeLogn = TypeCode("LOGN");
-inline constexpr std::uint32_t kTypeAddr = TypeCode("ADDR");
-inline constexpr std::uint32_t kTypeCreq = TypeCode("CREQ");
-inline constexpr std::uint32_t kTypeCres = TypeCode("CRES");
-inline constexpr std::uint32_t kTypeBusy = TypeCode("BUSY");
-inline constexpr std::uint32_t kTypeRawc = TypeCode("RAWC");
-inline constexpr std::uint32_t kTypeTspr = TypeCode("TSPR");
-inline constexpr std::uint32_t kTypeDoip = TypeCode("DOIP");
-inline constexpr std::uint32_t kTypeTele = TypeCode("TELE");
-inline constexpr std::uint32_t kTypeFrag = TypeCode("FRAG");
-inline constexpr std::uint32_t kTypePing = TypeCode("PING");
-inline constexpr std::uint32_t kTypeRepl = TypeCode("REPL");
-inline constexpr std::uint32_t kTypeLog = TypeCode("LOG ");
-inline constexpr std::uint32_t kTypeCryp = TypeCode("CRYP");
-inline constexpr std::uint32_t kTypeNhs1 = TypeCode("NHS1");
-inline constexpr std::uint32_t kTypeNhs2 = TypeCode("NHS2");
-inline constexpr std::uint32_t kTypeDevi = TypeCode("DEVI");
-inline constexpr std::uint32_t kTypeDeva = TypeCode("DEVA");
-
-inline constexpr std::uint32_t MIN_PKT_SIZE = 8;
-inline constexpr std::uint32_t MAX_PKT_SIZE = 4096;  // on a byte stream, and after reassembly
-inline constexpr std::uint32_t kLoginSize = 192;
 inline constexpr std::uint32_t kNoTag = 0xFFFFFFFF;
 
 // A packet in exactly its wire form: this header, then length - 8 bytes of payload, in one block.
@@ -55,27 +25,58 @@ struct Packet {
     std::uint16_t U16(std::size_t offset) const { return LoadU16(Bytes() + offset); }
     void SetU32(std::size_t offset, std::uint32_t value) { StoreU32(Bytes() + offset, value); }
     void SetU16(std::size_t offset, std::uint16_t value) { StoreU16(Bytes() + offset, value); }
+
+    // A copy of the fields, for a record of wire_packets.h; none if the packet is shorter.
+    template <typename Wire>
+    std::optional<Wire> Fields() const {
+        if (length < sizeof(Wire)) return std::nullopt;
+        Wire fields;
+        std::memcpy(&fields, Bytes(), sizeof fields);
+        return fields;
+    }
+    // All but type and length; for a packet that is long enough.
+    template <typename Wire>
+    void SetFields(const Wire& fields) {
+        constexpr std::size_t kHeader = sizeof(Packet);
+        std::memcpy(Bytes() + kHeader, reinterpret_cast<const std::uint8_t*>(&fields) + kHeader,
+                    sizeof fields - kHeader);
+    }
+    // What follows the fields; for a packet that is long enough to have them.
+    template <typename Wire>
+    ByteView DataAfter() const {
+        return {Bytes() + sizeof(Wire), length - sizeof(Wire)};
+    }
 };
-static_assert(sizeof(Packet) == 8);
+static_assert(sizeof(Packet) == sizeof(PacketHeaderWire));
 
 using PacketPtr = Tracked<Packet>;
 
 // `length` zero bytes with type and length filled in; null when memory is out.
 PacketPtr MakePacket(std::uint32_t type, std::uint32_t length);
 PacketPtr CopyPacket(const Packet& packet);
+// These fields (their `length` is not read) and `data` after them; null when memory is out.
+template <typename Wire>
+PacketPtr BuildPacket(const Wire& fields, ByteView data = {}) {
+    PacketPtr packet =
+        MakePacket(fields.type, static_cast<std::uint32_t>(sizeof fields + data.size));
+    if (packet == nullptr) return nullptr;
+    packet->SetFields(fields);
+    if (data.size > 0) std::memcpy(packet->Bytes() + sizeof fields, data.data, data.size);
+    return packet;
+}
 
 // The login record: the first 192 bytes of a LOGN, as the dongle sent them.
 struct LoginRecord {
     std::uint8_t bytes[kLoginSize];
 
-    const std::uint8_t* Mac() const { return bytes + 12; }
-    std::uint32_t Model() const { return LoadU32(bytes + 20); }
+    const std::uint8_t* Mac() const { return bytes + offsetof(LoginWire, mac); }
+    std::uint32_t Model() const { return LoadU32(bytes + offsetof(LoginWire, model)); }
 };
-// A LOGN shorter than 192 bytes counts as far as it goes, the rest as zero.
+// The bytes that a shorter LOGN lacks are zero.
 LoginRecord LoginFromPacket(const Packet& packet);
 // The device name, bounded by its field, which need not hold a NUL.
 struct DeviceName {
-    char text[33];
+    char text[sizeof LoginWire::device_name + 1];
 };
 DeviceName LoginDeviceName(const LoginRecord& login);
 

@@ -1,7 +1,5 @@
 #include "link/packet_index.h"
 
-#include "link/comm_response.h"
-
 namespace tarvik {
 
 static constexpr std::uint64_t kFirstBucketCount = 64;
@@ -19,15 +17,22 @@ static std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
     return (spread + key) & (bucket_count - 1);
 }
 
+template <typename Wire>
+static bool ReadRequestId(const Packet& packet, std::uint32_t* id) {
+    const auto fields = packet.Fields<Wire>();
+    if (fields) *id = fields->req_id;
+    return fields.has_value();
+}
+
 bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
-    if (packet.type == kTypeBusy) {
-        if (packet.length < kBusyMinSize) return false;
-        *id = packet.U32(kBusyRequestId);
-        return true;
+    switch (packet.type) {
+        case kTypeBusy:
+            return ReadRequestId<BusyWire>(packet, id);
+        case kTypeCres:
+            return ReadRequestId<CommResponseWire>(packet, id);
+        default:
+            return false;
     }
-    if (packet.type != kTypeCres || packet.length < sizeof(CommResponseWire)) return false;
-    *id = packet.U32(offsetof(CommResponseWire, req_id));
-    return true;
 }
 
 PacketIndex* PacketIndex::Create() {

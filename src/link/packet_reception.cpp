@@ -33,14 +33,16 @@ static std::uint32_t ReportUntagged() {
 }
 
 static std::uint32_t ReportBusy(const Packet& packet) {
-    if (packet.length < kBusyMinSize) {
+    const auto busy = packet.Fields<BusyWire>();
+    if (!busy) {
         Log(kLogTrace, "[%s] BUSY packet too short: %u bytes (need %u)", kLogName, packet.length,
-            kBusyMinSize);
+            static_cast<unsigned>(sizeof(BusyWire)));
         return kNoTag;
     }
-    const std::uint32_t id = packet.U32(kBusyRequestId);
-    const auto* reason = reinterpret_cast<const char*>(packet.Bytes()) + kBusyReason;
-    const std::size_t length = strnlen(reason, packet.length - kBusyReason);
+    const std::uint32_t id = busy->req_id;
+    const ByteView text = packet.DataAfter<BusyWire>();
+    const auto* reason = reinterpret_cast<const char*>(text.data);
+    const std::size_t length = strnlen(reason, text.size);
     TraceBusyReceived(id, reason, static_cast<std::uint32_t>(length));
     if (length > 0) {
         Log(kLogTrace, "[%s] BUSY (ID %u): %.*s", kLogName, id, static_cast<int>(length), reason);

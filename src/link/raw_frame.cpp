@@ -18,26 +18,28 @@ std::optional<RawFrameView> RawFrameView::Of(const Packet& packet) {
     return view;
 }
 
-static PacketPtr MakeRawPacket(std::uint16_t flags) {
-    PacketPtr packet = MakePacket(kTypeRawc, sizeof(RawFrameWire));
-    if (packet != nullptr) packet->SetU16(offsetof(RawFrameWire, flags), flags);
-    return packet;
-}
-
 void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data) {
-    PacketPtr packet = MakeRawPacket(kRawFrame);
-    if (packet == nullptr) return;
-    packet->SetU32(offsetof(RawFrameWire, can_id), can_id);
-    packet->SetU16(offsetof(RawFrameWire, data_count), static_cast<std::uint16_t>(data.size));
+    RawFrameWire frame{.type = kTypeRawc,
+                       .length = 0,
+                       .can_id = can_id,
+                       .data_count = static_cast<std::uint16_t>(data.size),
+                       .flags = kRawFrame,
+                       .data = {}};
     if (data.size >= 1 && data.size <= kMaxRawFrameData) {
-        std::memcpy(packet->Bytes() + offsetof(RawFrameWire, data), data.data, data.size);
+        std::memcpy(frame.data, data.data, data.size);
     }
+    PacketPtr packet = BuildPacket(frame);
     FragSendPacket(queues, packet);
 }
 
 void SwitchRawReception(DeviceQueues* queues, bool on) {
     if (queues == nullptr) return;
-    PacketPtr packet = MakeRawPacket(on ? kRawReceptionOn : kRawReceptionOff);
+    PacketPtr packet = BuildPacket(RawFrameWire{.type = kTypeRawc,
+                                                .length = 0,
+                                                .can_id = 0,
+                                                .data_count = 0,
+                                                .flags = on ? kRawReceptionOn : kRawReceptionOff,
+                                                .data = {}});
     FragSendPacket(queues, packet);
 }
 

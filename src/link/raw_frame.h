@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 
@@ -9,27 +8,6 @@
 
 // Raw CAN frames, as they stand on the wire and as threads send and receive them.
 namespace tarvik {
-
-inline constexpr std::uint32_t kMaxRawFrameData = 8;
-
-// RAWC. The flags tell what it is for.
-struct RawFrameWire {
-    std::uint32_t type;
-    std::uint32_t length;
-    std::uint32_t can_id;
-    std::uint16_t data_count;
-    std::uint16_t flags;
-    std::uint8_t data[kMaxRawFrameData];  // data_count are used, the rest is 0
-};
-static_assert(offsetof(RawFrameWire, can_id) == 8);
-static_assert(offsetof(RawFrameWire, data_count) == 12);
-static_assert(offsetof(RawFrameWire, flags) == 14);
-static_assert(offsetof(RawFrameWire, data) == 16);
-static_assert(sizeof(RawFrameWire) == 24);
-
-inline constexpr std::uint16_t kRawFrame = 0;
-inline constexpr std::uint16_t kRawReceptionOn = 1;
-inline constexpr std::uint16_t kRawReceptionOff = 2;
 
 // Reads a RAWC in place; lives no longer than the packet.
 class RawFrameView {
