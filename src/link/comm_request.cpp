@@ -6,7 +6,7 @@
 
 #include "link/comm_response.h"
 #include "link/fragmentation.h"
-#include "link/packet_wait.h"
+#include "link/wait_flags.h"
 #include "platform/semaphore.h"
 #include "platform/tick.h"
 #include "support/cop_trace.h"

@@ -20,6 +20,24 @@ PacketPtr CopyPacket(const Packet& packet) {
     return copy;
 }
 
+template <typename Wire>
+static bool ReadRequestId(const Packet& packet, std::uint32_t* id) {
+    const auto fields = packet.Fields<Wire>();
+    if (fields) *id = fields->req_id;
+    return fields.has_value();
+}
+
+bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
+    switch (packet.type) {
+        case kTypeBusy:
+            return ReadRequestId<BusyWire>(packet, id);
+        case kTypeCres:
+            return ReadRequestId<CommResponseWire>(packet, id);
+        default:
+            return false;
+    }
+}
+
 LoginRecord LoginFromPacket(const Packet& packet) {
     LoginRecord login{};
     std::memcpy(login.bytes, packet.Bytes(), std::min(packet.length, kLoginSize));

@@ -65,6 +65,10 @@ PacketPtr BuildPacket(const Wire& fields, ByteView data = {}) {
     return packet;
 }
 
+// Whether the packet names the request it answers, and which. Only a BUSY and a CRES long enough
+// to hold their id do.
+bool AnsweredRequest(const Packet& packet, std::uint32_t* id);
+
 // The login record: the first 192 bytes of a LOGN, as the dongle sent them.
 struct LoginRecord {
     std::uint8_t bytes[kLoginSize];

@@ -17,24 +17,6 @@ static std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
     return (spread + key) & (bucket_count - 1);
 }
 
-template <typename Wire>
-static bool ReadRequestId(const Packet& packet, std::uint32_t* id) {
-    const auto fields = packet.Fields<Wire>();
-    if (fields) *id = fields->req_id;
-    return fields.has_value();
-}
-
-bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
-    switch (packet.type) {
-        case kTypeBusy:
-            return ReadRequestId<BusyWire>(packet, id);
-        case kTypeCres:
-            return ReadRequestId<CommResponseWire>(packet, id);
-        default:
-            return false;
-    }
-}
-
 PacketIndex* PacketIndex::Create() {
     Tracked<PacketEntry*> buckets(AllocateBuckets(kFirstBucketCount));
     if (buckets == nullptr) return nullptr;

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "link/packet_queue.h"
+#include "link/packet.h"
 
 // The look-up side of a packet queue: which is the oldest packet of a type, the oldest answer to
 // a request, the oldest packet with a tag. Everything here is guarded by the queue's lock.
@@ -15,10 +15,6 @@ constexpr std::uint64_t TagKey(std::uint32_t tag) { return std::uint64_t{1} << 3
 constexpr std::uint64_t AnswerKey(std::uint32_t type, std::uint32_t id) {
     return std::uint64_t{type} << 32 | id;
 }
-
-// Whether the packet names the request it answers, and which. Only a BUSY and a CRES long enough
-// to hold their id do.
-bool AnsweredRequest(const Packet& packet, std::uint32_t* id);
 
 struct PacketNode;
 

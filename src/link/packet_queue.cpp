@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "link/packet_index.h"
-#include "link/packet_wait.h"
 #include "platform/tick.h"
 #include "support/log.h"
 
@@ -208,6 +207,16 @@ static bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
     // A taker that is woken inside the lock would only wait for it.
     if (wake_up != nullptr) wake_up->WakeOne();
     return true;
+}
+
+// Deliberate: of all types only BUSY and CRES can match, so a BUSY never ends a wait for a CRES.
+bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument) {
+    std::uint32_t id = 0;
+    return packet.type == argument.type && AnsweredRequest(packet, &id) && id == argument.id;
+}
+
+bool MatchType(const Packet& packet, const PacketFilterArgument& argument) {
+    return packet.type == argument.type;
 }
 
 bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {

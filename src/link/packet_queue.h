@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "link/packet.h"
+#include "link/wait_flags.h"
 #include "platform/lock.h"
 
 namespace tarvik {
@@ -66,6 +67,18 @@ struct PacketFilterArgument {
 using PacketFilter = bool (*)(const Packet& packet, const PacketFilterArgument& argument);
 bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument);
 bool MatchType(const Packet& packet, const PacketFilterArgument& argument);
+
+struct PacketWait {
+    PacketFilter filter;  // null accepts any packet
+    PacketFilterArgument argument;
+    bool remove;
+    std::int32_t timeout_ms;  // 0 does not wait, -1 waits without limit
+    // Null: WakeQueueWaiters ends the wait. Else it only makes the wait look at the flags. A packet
+    // that comes once they ask to stop is not taken: it stays for whoever takes over.
+    const WaitFlags* flags;
+};
+// The oldest packet that the wait accepts. With `remove` the caller owns it.
+Packet* FindPacket(PacketQueue* queue, const PacketWait& wait);
 
 // The oldest packet that the filter accepts (a null filter accepts any), waiting for one if
 // needed: timeout_ms 0 does not wait, -1 waits without limit. With `remove` the caller owns the

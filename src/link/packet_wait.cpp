@@ -1,22 +1,11 @@
-#include "link/packet_wait.h"
-
+// Waiting for a packet from a dongle.
 #include <algorithm>
 
-#include "link/packet_index.h"
+#include "link/packet_queue.h"
 #include "platform/tick.h"
 #include "support/log.h"
 
 namespace tarvik {
-
-// Deliberate: of all types only BUSY and CRES can match, so a BUSY never ends a wait for a CRES.
-bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument) {
-    std::uint32_t id = 0;
-    return packet.type == argument.type && AnsweredRequest(packet, &id) && id == argument.id;
-}
-
-bool MatchType(const Packet& packet, const PacketFilterArgument& argument) {
-    return packet.type == argument.type;
-}
 
 static std::int32_t Limited(std::uint64_t ms) {
     return static_cast<std::int32_t>(std::min<std::uint64_t>(ms, INT32_MAX));

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <utility>
 
-#include "link/packet_wait.h"
+#include "link/packet_queue.h"
 #include "link/raw_frame.h"
 #include "objects/state_changes.h"
 #include "platform/tick.h"

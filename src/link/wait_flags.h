@@ -1,0 +1,23 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace tarvik {
+
+// The longest that a sleeping thread takes to see a flag or the tick change.
+inline constexpr std::int32_t kWaitSliceMs = 50;
+
+// What ends a wait before its time. Any may be null.
+struct WaitFlags {
+    const std::atomic<bool>* available = nullptr;
+    const std::atomic<bool>* abort = nullptr;
+    const std::atomic<bool>* running = nullptr;
+
+    bool AskToStop() const {
+        return (available != nullptr && !*available) || (abort != nullptr && *abort) ||
+               (running != nullptr && !*running);
+    }
+};
+
+}  // namespace tarvik
