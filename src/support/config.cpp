@@ -48,7 +48,7 @@ private:
 
 // --- where the file is ---
 
-static bool UserConfigPath(char (&path)[260]) {
+static bool UserConfigPath(char (&path)[kMaxPath]) {
     char folder[kMaxPath];
     if (!OsUserDataFolder(folder, sizeof folder)) return false;
     const char separator = kPathSeparator;
@@ -56,7 +56,7 @@ static bool UserConfigPath(char (&path)[260]) {
                       separator, separator) >= 0;
 }
 
-static bool LibraryConfigPath(char (&path)[260]) {
+static bool LibraryConfigPath(char (&path)[kMaxPath]) {
     char folder[kMaxPath];
     if (!OsLibraryFolder(folder, sizeof folder)) return false;
     return FormatText(path, sizeof path, "%s%cconfig.json", folder, kPathSeparator) >= 0;
@@ -101,7 +101,7 @@ static bool MigrateToUserPath(const char* library_path, const char* user_path) {
     return to.IsOpen() && CopyContents(from.Get(), to.Get());
 }
 
-bool ResolveConfigPath(char (&path)[260]) {
+bool ResolveConfigPath(char (&path)[kMaxPath]) {
     char user_path[kMaxPath];
     const bool user_known = UserConfigPath(user_path);
     char library_path[kMaxPath];
@@ -185,7 +185,7 @@ bool WriteConfig(const Config* record) {
 
 // A file that is there but cannot be opened is not replaced: it may hold the device's key.
 // `path` becomes the new file's.
-static bool CreateMissingConfig(char (&path)[260]) {
+static bool CreateMissingConfig(char (&path)[kMaxPath]) {
     if (OsFileExists(path)) return false;
     ConsolePrint("Creating default config file\n");
     if (CreateDefaultConfig(path)) return true;

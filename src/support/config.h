@@ -2,31 +2,16 @@
 
 #include <cstddef>
 
-namespace tarvik {
+#include "platform/files.h"
+#include "support/config_record.h"
 
-struct Config {
-    bool showDebug;
-    bool enableCopTrace;
-    bool enableDebugLogFile;
-    bool useWebsocket;
-    bool useSerial;
-    bool useCloud;
-    bool useBle;
-    bool dummyDevice;
-    bool useProxy;
-    bool disableCertValidation;
-    char serverAddress[256];
-    char websocketAddress[256];
-    char proxyAddress[256];
-    char devicePrivateKey[128];
-    char serverPublicKey[256];
-};
+namespace tarvik {
 
 // The one record of the process. Refilled by every PDUConstruct while no transport runs; only
 // devicePrivateKey changes in between.
 extern Config config;
 
-bool ResolveConfigPath(char (&path)[260]);
+bool ResolveConfigPath(char (&path)[kMaxPath]);
 bool CreateDefaultConfig(const char* path);
 bool LoadConfig(Config* record);
 bool WriteConfig(const Config* record);

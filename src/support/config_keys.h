@@ -3,7 +3,7 @@
 #include <array>
 #include <cstddef>
 
-#include "support/config.h"
+#include "support/config_record.h"
 
 // What config.json consists of.
 namespace tarvik {
@@ -52,5 +52,26 @@ inline constexpr std::array<TextKey, 5> kTextKeys = {{
     {"serverPublicKey", [](Config* record) { return record->serverPublicKey; },
      sizeof Config::serverPublicKey},
 }};
+
+// Whether the keys name every field of Config, and each once. The fields leave no gaps, so those
+// that have a key make up the whole record.
+consteval bool EveryFieldHasOneKey() {
+    Config record{};
+    std::size_t size = 0;
+    for (std::size_t i = 0; i < kBoolKeys.size(); ++i) {
+        size += sizeof(record.*kBoolKeys[i].field);
+        for (std::size_t other = 0; other < i; ++other) {
+            if (kBoolKeys[i].field == kBoolKeys[other].field) return false;
+        }
+    }
+    for (std::size_t i = 0; i < kTextKeys.size(); ++i) {
+        size += kTextKeys[i].capacity;
+        for (std::size_t other = 0; other < i; ++other) {
+            if (kTextKeys[i].field(&record) == kTextKeys[other].field(&record)) return false;
+        }
+    }
+    return size == sizeof(Config);
+}
+static_assert(EveryFieldHasOneKey(), "a field of Config has no key, or two");
 
 }  // namespace tarvik
