@@ -7,7 +7,7 @@
 #include <limits>
 
 #include "platform/process.h"
-#include "support/log.h"
+#include "support/log_file.h"
 
 namespace tarvik {
 
@@ -52,7 +52,7 @@ static std::size_t PaddingFor(std::size_t size) { return (0 - size) % kUserAlign
 static void* RequestHeapBlock(std::size_t size, std::size_t padding) {
     const bool wraps = size > std::numeric_limits<std::size_t>::max() - padding - kOverhead;
     void* block = wraps ? nullptr : std::malloc(size + padding + kOverhead);
-    if (block == nullptr) Log(kLogCritical, "[CRITICAL ERROR] malloc() returned NULL");
+    if (block == nullptr) LogBrief(kLogCritical, "[CRITICAL ERROR] malloc() returned NULL");
     return block;
 }
 
@@ -75,8 +75,8 @@ void* AllocateMem(std::size_t size) {
 
     live_blocks.fetch_add(1, std::memory_order_relaxed);
     live_bytes.fetch_add(size, std::memory_order_relaxed);
-    Log(kLogMemory, "[AllocateMem] Allocated %zu bytes at 0x%p (total %zu bytes)", size,
-        static_cast<void*>(user), size + padding + kOverhead);
+    LogBrief(kLogMemory, "[AllocateMem] Allocated %zu bytes at 0x%p (total %zu bytes)", size,
+             static_cast<void*>(user), size + padding + kOverhead);
     return user;
 }
 
@@ -87,7 +87,7 @@ void* AllocateArray(std::size_t count, std::size_t size) {
 
 // Returns only when a debugger is attached and lets the process go on.
 static void ReportCorruption() {
-    Log(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
+    LogBrief(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
     OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
     if (!OsDebuggerPresent()) OsExitProcess(1);
     OsDebugBreak();
@@ -133,8 +133,8 @@ void* CheckMem(void* user) {
 void FreeMem(void* user) {
     if (user == nullptr) return;
     auto* header = static_cast<BlockHeader*>(CheckMem(user));
-    Log(kLogMemory, "[FreeMem] Freeing %zu bytes at 0x%p", static_cast<std::size_t>(header->size),
-        user);
+    LogBrief(kLogMemory, "[FreeMem] Freeing %zu bytes at 0x%p",
+             static_cast<std::size_t>(header->size), user);
     live_blocks.fetch_sub(1, std::memory_order_relaxed);
     live_bytes.fetch_sub(header->size, std::memory_order_relaxed);
     std::free(header);
