@@ -68,17 +68,16 @@ static std::uint64_t NextSequence() {
 }
 
 static void WriteIds(TraceWriter* line) {
-    line->Number(",\"pid\":", process_id.load(std::memory_order_relaxed));
-    line->Number(",\"tid\":", OsCurrentThreadId());
+    line->Number<"pid">(process_id.load(std::memory_order_relaxed));
+    line->Number<"tid">(OsCurrentThreadId());
 }
 
 std::int32_t BeginTraceLine(TraceWriter* line, std::string_view event) {
     const std::int32_t own_session = session.load(std::memory_order_relaxed);
-    line->Number("{\"seq\":", NextSequence());
-    line->Number(",\"ts_us\":", TraceTimeUs());
-    line->Number(",\"tick_ms\":", TickMs());
+    line->BeginObject().Number<"seq">(NextSequence());
+    line->Number<"ts_us">(TraceTimeUs()).Number<"tick_ms">(TickMs());
     WriteIds(line);
-    line->Text(",\"ev\":\"").Text(event).Text("\"");
+    line->String<"ev">(event);
     return own_session;
 }
 
@@ -115,8 +114,7 @@ void AppendTraceLine(const TraceWriter& line, std::int32_t own_session) {
 }
 
 static void BeginSessionLine(TraceWriter* line) {
-    line->Number("{\"seq\":", NextSequence());
-    line->Number(",\"ts_us\":", TraceTimeUs());
+    line->BeginObject().Number<"seq">(NextSequence()).Number<"ts_us">(TraceTimeUs());
     WriteIds(line);
 }
 
@@ -125,10 +123,10 @@ static void WriteLogStart() {
     TraceWriter line(text, sizeof text);
     BeginSessionLine(&line);
     const std::int32_t own_session = session.load(std::memory_order_relaxed);
-    line.Text(",\"ev\":\"log_start\"")
-        .Number(",\"flush_ms\":", kFlushMs)
-        .Signed(",\"session\":", own_session)
-        .Text("}\n");
+    line.String<"ev">("log_start")
+        .Number<"flush_ms">(kFlushMs)
+        .Signed<"session">(own_session)
+        .Text(kTraceLineEnd);
     const LockGuard guard(*buffer_lock);
     accepting = true;
     AppendLocked(line);
@@ -138,7 +136,7 @@ static void WriteLogStop() {
     char text[256];
     TraceWriter line(text, sizeof text);
     BeginSessionLine(&line);
-    line.Text(",\"ev\":\"log_stop\"}\n");
+    line.String<"ev">("log_stop").Text(kTraceLineEnd);
     const LockGuard guard(*buffer_lock);
     AppendLocked(line);
     accepting = false;

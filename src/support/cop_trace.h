@@ -19,11 +19,15 @@ struct TraceCop {
 
 void TraceCopStart(const TraceCop& cop, std::uint32_t copType, const void* tx, std::uint32_t tx_len,
                    std::uint32_t numSend, std::uint32_t numRecv);
-void TraceCopSendRecvMeta(const TraceCop& cop, bool raw, std::uint32_t reqAddrMode,
-                          std::uint32_t canFuncReqId, std::uint32_t canFuncReqFormat,
-                          std::uint32_t canPhysReqId, std::uint32_t canPhysReqFormat,
-                          std::uint32_t canRespUSDTId, std::uint32_t canRespUSDTFormat,
-                          std::uint32_t rc78);
+struct TraceSendRecvMeta {
+    bool raw;
+    std::uint32_t reqAddrMode;
+    std::uint32_t canFuncReqId, canFuncReqFormat;
+    std::uint32_t canPhysReqId, canPhysReqFormat;
+    std::uint32_t canRespUSDTId, canRespUSDTFormat;
+    std::uint32_t rc78;
+};
+void TraceCopSendRecvMeta(const TraceCop& cop, const TraceSendRecvMeta& meta);
 struct TraceExpectedResponse {
     std::uint32_t acc, type;
     const void* pattern;
@@ -32,7 +36,7 @@ struct TraceExpectedResponse {
     const std::uint32_t* uniq;
     std::uint32_t uniq_count;
 };
-// `item(context, index)` is asked for each of the `count` expected responses in order.
+// `item(context, index)` returns one of the `count` expected responses; called in their order.
 void TraceCopExpectedResponses(const TraceCop& cop, std::uint32_t count,
                                TraceExpectedResponse (*item)(const void* context,
                                                              std::uint32_t index),
@@ -46,7 +50,7 @@ void TraceCopState(const TraceCop& cop, std::uint32_t from, std::uint32_t to, st
 void TraceCopRx(const TraceCop& cop, std::uint32_t uniq, std::uint32_t acc, const void* rx,
                 std::uint32_t rx_len);
 void TraceCopError(const TraceCop& cop, std::uint32_t err);
-// Returns the t0_us that TraceNotifyEnd wants back; 0: nothing was written, and TraceNotifyEnd then
+// Returns the t0_us for TraceNotifyEnd; 0: nothing was written, and TraceNotifyEnd then
 // writes nothing either.
 std::uint64_t TraceNotifyBegin(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType);
 void TraceNotifyEnd(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType,

@@ -19,23 +19,19 @@ TraceWriter& TraceWriter::Text(std::string_view text) {
 }
 
 template <typename Integer>
-static std::string_view Digits(char (&digits)[kMaxDigits], Integer value) {
+static std::string_view Decimal(char (&digits)[kMaxDigits], Integer value) {
     const char* end = std::to_chars(digits, digits + kMaxDigits, value).ptr;
     return {digits, static_cast<std::size_t>(end - digits)};
 }
 
-TraceWriter& TraceWriter::Number(std::string_view key, std::uint64_t value) {
+TraceWriter& TraceWriter::WriteNumber(std::uint64_t value) {
     char digits[kMaxDigits];
-    return Text(key).Text(Digits(digits, value));
+    return Text(Decimal(digits, value));
 }
 
-TraceWriter& TraceWriter::Signed(std::string_view key, std::int64_t value) {
+TraceWriter& TraceWriter::WriteSigned(std::int64_t value) {
     char digits[kMaxDigits];
-    return Text(key).Text(Digits(digits, value));
-}
-
-TraceWriter& TraceWriter::Flag(std::string_view key, bool value) {
-    return Text(key).Text(value ? "true" : "false");
+    return Text(Decimal(digits, value));
 }
 
 static constexpr std::array<std::array<char, 2>, 256> kHexPairs = [] {
@@ -50,14 +46,14 @@ std::uint32_t TraceWriter::HexBytes(std::size_t length) {
     return static_cast<std::uint32_t>(std::min(length, kMaxHexBytes));
 }
 
-TraceWriter& TraceWriter::Hex(std::string_view key, const void* data, std::size_t length) {
+TraceWriter& TraceWriter::Digits(const void* data, std::size_t length) {
     char digits[2 * kMaxHexBytes];
     const auto* bytes = static_cast<const std::uint8_t*>(data);
     const std::size_t count = HexBytes(length);
     for (std::size_t i = 0; i < count; ++i) {
         std::memcpy(digits + 2 * i, kHexPairs[bytes[i]].data(), 2);
     }
-    return Text(key).Text({digits, 2 * count});
+    return Text({digits, 2 * count});
 }
 
 // What stands for one character of the text; empty: it is left out.
@@ -78,9 +74,7 @@ static std::string_view EscapeOf(const char& character) {
     }
 }
 
-bool TraceWriter::Escaped(std::string_view key, const char* text, std::size_t length,
-                          std::size_t max_output) {
-    Text(key);
+bool TraceWriter::Escaped(const char* text, std::size_t length, std::size_t max_output) {
     std::size_t output = 0;
     for (std::size_t i = 0; i < length; ++i) {
         const std::string_view escaped = EscapeOf(text[i]);

@@ -6,6 +6,21 @@
 
 namespace tarvik {
 
+// The key of a JSON field as it is written: ,"name":
+template <std::size_t Size>
+struct TraceKey {
+    consteval TraceKey(const char (&name)[Size]) {
+        char* at = text;
+        *at++ = ',';
+        *at++ = '"';
+        for (std::size_t i = 0; i + 1 < Size; ++i)
+            *at++ = name[i];
+        *at++ = '"';
+        *at = ':';
+    }
+    char text[Size + 3];
+};
+
 // Puts a trace line together in a fixed buffer, on the caller's stack and without printf, whose
 // cost would be the greater part of an event's. What does not fit is cut at the buffer's end, one
 // character before its last, as printf into the same buffer would.
@@ -15,17 +30,59 @@ public:
     TraceWriter(const TraceWriter&) = delete;
     TraceWriter& operator=(const TraceWriter&) = delete;
 
-    // `key` stands in front as it is: ",\"hMod\":".
+    // Fields: Number<"hMod">(1) writes `,"hMod":1`, the first of an object without the comma.
+    template <TraceKey Key>
+    TraceWriter& Number(std::uint64_t value) {
+        return WriteKey(ViewOf(Key)).WriteNumber(value);
+    }
+    template <TraceKey Key>
+    TraceWriter& Signed(std::int64_t value) {
+        return WriteKey(ViewOf(Key)).WriteSigned(value);
+    }
+    template <TraceKey Key>
+    TraceWriter& Flag(bool value) {
+        return WriteKey(ViewOf(Key)).Text(value ? "true" : "false");
+    }
+    template <TraceKey Key>
+    TraceWriter& Null() {
+        return WriteKey(ViewOf(Key)).Text("null");
+    }
+    // Nothing in `text` needs to be escaped.
+    template <TraceKey Key>
+    TraceWriter& String(std::string_view text) {
+        return WriteKey(ViewOf(Key)).Text("\"").Text(text).Text("\"");
+    }
+    template <TraceKey Key>
+    TraceWriter& EscapedString(const char* text, std::size_t length, std::size_t max_output) {
+        WriteKey(ViewOf(Key)).Text("\"").Escaped(text, length, max_output);
+        return Text("\"");
+    }
+    // The first kMaxHexBytes bytes in lower-case digits, how many they are, whether there are more.
+    template <TraceKey Hex, TraceKey Count, TraceKey Cut>
+    TraceWriter& Bytes(const void* data, std::size_t length) {
+        WriteKey(ViewOf(Hex)).Text("\"").Digits(data, length).Text("\"");
+        return Number<Count>(HexBytes(length)).template Flag<Cut>(HexCut(length));
+    }
+
+    // What follows, to the matching End, is inside.
+    template <TraceKey Key>
+    TraceWriter& BeginObject() {
+        return WriteKey(ViewOf(Key)).Text("{");
+    }
+    TraceWriter& BeginObject() { return Text(IsFirst() ? "{" : ",{"); }  // the line, or an element
+    TraceWriter& EndObject() { return Text("}"); }
+    template <TraceKey Key>
+    TraceWriter& BeginArray() {
+        return WriteKey(ViewOf(Key)).Text("[");
+    }
+    TraceWriter& EndArray() { return Text("]"); }
+
     TraceWriter& Text(std::string_view text);
-    TraceWriter& Number(std::string_view key, std::uint64_t value);
-    TraceWriter& Signed(std::string_view key, std::int64_t value);
-    TraceWriter& Flag(std::string_view key, bool value);
     // Lower-case digits of the first kMaxHexBytes bytes.
-    TraceWriter& Hex(std::string_view key, const void* data, std::size_t length);
+    TraceWriter& Digits(const void* data, std::size_t length);
     // The text's printable characters, escaped for a JSON string, at most `max_output` characters.
     // Returns whether all of the text was used.
-    bool Escaped(std::string_view key, const char* text, std::size_t length,
-                 std::size_t max_output);
+    bool Escaped(const char* text, std::size_t length, std::size_t max_output);
 
     // The last `size` characters of the buffer are kept for what comes after Release.
     void Reserve(std::size_t size) { limit_ -= size; }
@@ -43,6 +100,18 @@ public:
     static bool HexCut(std::size_t length) { return length > kMaxHexBytes; }
 
 private:
+    template <std::size_t Size>
+    static constexpr std::string_view ViewOf(const TraceKey<Size>& key) {
+        return {key.text, sizeof key.text};
+    }
+    // Of the line, an object or an array. A line that was cut here takes no more text either way.
+    bool IsFirst() const {
+        return length_ == 0 || buffer_[length_ - 1] == '{' || buffer_[length_ - 1] == '[';
+    }
+    TraceWriter& WriteKey(std::string_view key) { return Text(key.substr(IsFirst() ? 1 : 0)); }
+    TraceWriter& WriteNumber(std::uint64_t value);
+    TraceWriter& WriteSigned(std::int64_t value);
+
     char* buffer_;
     std::size_t limit_;
     std::size_t length_ = 0;

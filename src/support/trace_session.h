@@ -22,14 +22,19 @@ std::int32_t BeginTraceLine(TraceWriter* line, std::string_view event);
 // Copies the line for the flusher; drops it when its session has ended meanwhile.
 void AppendTraceLine(const TraceWriter& line, std::int32_t session);
 
-// One line of `Size` characters at most, NUL included: constructed with the common start, appended
-// by Write.
+inline constexpr std::string_view kTraceLineEnd = "}\n";
+
+// One line of `Size` characters at most, NUL included: constructed with the common start, ended and
+// appended by Write.
 template <std::size_t Size>
 class TraceLine : public TraceWriter {
 public:
     explicit TraceLine(std::string_view event)
         : TraceWriter(text_, Size), session_(BeginTraceLine(this, event)) {}
-    void Write() { AppendTraceLine(*this, session_); }
+    void Write() {
+        Text(kTraceLineEnd);
+        AppendTraceLine(*this, session_);
+    }
 
 private:
     char text_[Size];

@@ -35,8 +35,15 @@ struct Addressing {
 };
 
 void TraceAddressing(const LinkRecord& link, const ComPrimitive& cop, const Addressing& used) {
-    TraceCopSendRecvMeta(TraceIds(cop), link.rawMode, used.mode, used.func_id, used.func_format,
-                         used.phys_id, used.phys_format, used.resp_id, used.resp_format, used.rc78);
+    TraceCopSendRecvMeta(TraceIds(cop), {.raw = link.rawMode,
+                                         .reqAddrMode = used.mode,
+                                         .canFuncReqId = used.func_id,
+                                         .canFuncReqFormat = used.func_format,
+                                         .canPhysReqId = used.phys_id,
+                                         .canPhysReqFormat = used.phys_format,
+                                         .canRespUSDTId = used.resp_id,
+                                         .canRespUSDTFormat = used.resp_format,
+                                         .rc78 = used.rc78});
 }
 
 // ComParams choose the mark only: whether one or many are asked is the response table's matter.

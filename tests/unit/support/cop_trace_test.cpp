@@ -316,7 +316,9 @@ TEST_F(CopTrace, RequestOf300BytesIsWhole) {
 
 TEST_F(CopTrace, CopSendRecvMeta) {
     EXPECT_EVENT(
-        Trace([] { TraceCopSendRecvMeta(kCop, true, 1, 2, 3, 4, 5, 6, 7, 8); }),
+        Trace([] {
+            TraceCopSendRecvMeta(kCop, {true, 1, 2, 3, 4, 5, 6, 7, 8});
+        }),
         "cop_sendrecv_meta",
         "%s,\"hMod\":%u,\"hCLL\":%u,\"hCoP\":%u,\"raw\":%s,\"reqAddrMode\":%u,"
         "\"canFuncReqId\":%u,\"canFuncReqFormat\":%u,\"canPhysReqId\":%u,\"canPhysReqFormat\":%u,"
