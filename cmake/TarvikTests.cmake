@@ -63,6 +63,9 @@ function(tarvik_add_unit_test name)
     add_executable(${name} ${ARG_SOURCES} ${faults})
     tarvik_test_defaults(${name})
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
+    if("heap" IN_LIST ARG_FAULTS)
+        target_link_options(${name} PRIVATE -Wl,--wrap=malloc)
+    endif()
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
 

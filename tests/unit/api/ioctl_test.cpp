@@ -12,7 +12,7 @@
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "support/memory.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 

@@ -10,8 +10,9 @@
 #include "transport/cloud/secure_channel.h"
 #include "transport/cloud/secure_channel_state.h"
 #include "unit/cloud/crypto_hooks.h"
+#include "unit/faults/files_fault.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/link/link_support.h"
-#include "unit/support/wrapped_platform.h"
 #include "vectors/secure_vectors.h"
 
 namespace tarvik::test {

@@ -118,12 +118,13 @@ TEST_F(SecureMemory, HandshakeOutlivesAHeapThatRunsOut) {
     const LeapingTick tick;
     bool succeeded = false;
     int failures = 0;
-    for (int allowed = 1; !succeeded && allowed < 1'000'000; allowed += 1 + allowed / 16) {
+    for (std::uint32_t allowed = 0; !succeeded && allowed < 1'000'000;
+         allowed += 1 + allowed / 16) {
         const FixedEphemeral ephemeral(vector_.device_ephemeral_private_key,
                                        vector_.device_ephemeral_public_key);
         Answer(vector_.nhs2);
         {
-            const ExhaustedHeap heap(allowed);
+            const FailingHeap heap(allowed);
             succeeded = CloudSecHandshake(&relay_);
         }
         EXPECT_EQ(CloudSecEstablished(), succeeded);
@@ -144,7 +145,7 @@ TEST_F(SecureMemory, IdentificationOutlivesAHeapThatRunsOut) {
     std::uint32_t status = 0;
     bool identified = true;
     {
-        const ExhaustedHeap heap(1);
+        const FailingHeap heap;
         identified = CloudSecIdentify(&relay_, &status);
     }
     EXPECT_FALSE(identified);

@@ -113,7 +113,7 @@ TEST_F(SecureSession, PacketThatCannotBeSealedGoesOutAsItIs) {
         } else {
             PacketPtr packet = PacketFrom(first.plain);
             {
-                const ExhaustedHeap heap(1);
+                const FailingHeap heap;
                 packet = CloudSecSeal(std::move(packet));
             }
             EXPECT_EQ(BytesOf(packet), first.plain);
@@ -254,7 +254,7 @@ TEST_F(SecureSession, PacketIsRefusedWhenMemoryIsOut) {
     PacketPtr packet = PacketFrom(from_relay_[0]->sealed);
     bool opened = true;
     {
-        const ExhaustedHeap heap(1);
+        const FailingHeap heap;
         opened = CloudSecOpen(&cloud_session, packet);
     }
     EXPECT_FALSE(opened);

@@ -15,7 +15,7 @@
 #include "comparam/comparam_table.h"
 #include "dpdu_api.h"
 #include "objects/items.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {

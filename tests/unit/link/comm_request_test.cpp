@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "link_support.h"
-#include "unit/link/semaphore_fault.h"
+#include "unit/faults/semaphore_fault.h"
 
 namespace tarvik::test {
 namespace {

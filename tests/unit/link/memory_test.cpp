@@ -6,7 +6,7 @@
 #include "link/comm_request.h"
 #include "link/fragmentation.h"
 #include "link_support.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 
 namespace tarvik::test {
 namespace {

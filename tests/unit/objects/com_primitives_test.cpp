@@ -4,7 +4,7 @@
 
 #include "objects/links.h"
 #include "platform/tick.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/objects/fake_modules.h"
 #include "worker/multi_request.h"
 

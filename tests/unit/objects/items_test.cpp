@@ -8,7 +8,7 @@
 
 #include "platform/tick.h"
 #include "support/memory.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {

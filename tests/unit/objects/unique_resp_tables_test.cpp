@@ -11,7 +11,7 @@
 #include "dpdu_api.h"
 #include "objects/items.h"
 #include "support/memory.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {

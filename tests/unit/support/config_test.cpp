@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/files.h"
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/files_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 

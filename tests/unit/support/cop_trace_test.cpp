@@ -15,7 +15,9 @@
 #include "platform/tick.h"
 #include "support/log.h"
 #include "support/memory.h"
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/debug_output_fault.h"
+#include "unit/faults/files_fault.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -635,7 +637,7 @@ TEST_F(CopTrace, LineIsDroppedWhenMemoryIsOutAndTheTraceGoesOn) {
     }
     const std::string large(400, 'x');
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         for (int i = 0; i < 2'000; ++i)
             TraceCopRx(kCop, 1, 2, large.data(), 400);
     }

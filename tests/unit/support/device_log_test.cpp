@@ -5,7 +5,7 @@
 #include <string>
 
 #include "support/memory.h"
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 
 namespace tarvik {
@@ -70,7 +70,7 @@ TEST_F(DeviceLog, FailedGrowthDiscardsTheBuffer) {
     EXPECT_EQ(Printed("lost"), "");
     StdoutCapture console;
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         ProcessDeviceLogPacket("lost\n", 5);
     }
     EXPECT_NE(console.Text().find("Failed to reallocate memory for log buffer"), std::string::npos);
@@ -80,12 +80,12 @@ TEST_F(DeviceLog, FailedGrowthDiscardsTheBuffer) {
 TEST_F(DeviceLog, FailedFirstAllocationDropsThePacket) {
     {
         StdoutCapture discarded;
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         ProcessDeviceLogPacket("x", 1);
     }
     StdoutCapture console;
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         ProcessDeviceLogPacket("lost\n", 5);
     }
     EXPECT_NE(console.Text().find("Failed to allocate memory for log buffer"), std::string::npos);

@@ -9,7 +9,9 @@
 #include <set>
 
 #include "platform/thread.h"
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/debug_output_fault.h"
+#include "unit/faults/files_fault.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -98,7 +100,7 @@ TEST(Log, LongLineIsDroppedWhenMemoryIsOut) {
     const LogCapture log;
     const std::string text(5000, 'x');
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         Log(7, "%s", text.c_str());
     }
     EXPECT_EQ(log.Lines(), std::vector<std::string>{"[CRITICAL ERROR] malloc() returned NULL"});
@@ -245,7 +247,7 @@ TEST(HexText, LongDataIsWholeAndShortDataNeedsNoHeap) {
     }
     std::size_t length = 0;
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         length = std::strlen(HexText(bytes.data(), 200).c_str());
     }
     EXPECT_EQ(length, 600u);
@@ -255,7 +257,7 @@ TEST(HexText, IsCutWhenMemoryIsOut) {
     const std::vector<unsigned char> bytes(4096, 0xC3);
     std::size_t length = 0;
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         length = std::strlen(HexText(bytes.data(), bytes.size()).c_str());
     }
     EXPECT_EQ(length, 255u * 3u);

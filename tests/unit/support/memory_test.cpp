@@ -6,7 +6,8 @@
 #include <limits>
 #include <vector>
 
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/files_fault.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -115,7 +116,7 @@ TEST(Memory, ExhaustedHeapGivesNullAndACriticalLine) {
     const LogCapture log;
     void* user = nullptr;
     {
-        const test::ExhaustedHeap heap(1);
+        const test::FailingHeap heap;
         user = AllocateMem(16);
     }
     EXPECT_EQ(user, nullptr);

@@ -5,7 +5,8 @@
 #include <string>
 
 #include "platform/process.h"
-#include "unit/support/wrapped_platform.h"
+#include "unit/faults/debug_output_fault.h"
+#include "unit/faults/files_fault.h"
 
 namespace tarvik {
 namespace {

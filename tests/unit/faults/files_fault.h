@@ -1,12 +1,10 @@
 #pragma once
 
-// Services of the system that tests of this folder see through: folders of the test's own,
-// debugger output that can be read, a heap that runs out.
-
-#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
+// Folders of the test's own, and files that cannot be read.
 namespace tarvik::test {
 
 // While it lives the library finds its folders below a new, empty one.
@@ -33,7 +31,7 @@ void ReportTempPath(const std::string& path, std::uint32_t length);
 void HideUserFolder();
 void HideLibraryFolder();
 
-// While it lives, streams for reading this file are refused, or opened but give a read error.
+// While it lives, this file cannot be opened for reading, or reading from it fails.
 class FileFault {
 public:
     enum class Kind { kOpen, kRead };
@@ -41,26 +39,6 @@ public:
     ~FileFault();
     FileFault(const FileFault&) = delete;
     FileFault& operator=(const FileFault&) = delete;
-};
-
-// What the library sends to the debugger while this object lives.
-class DebugOutputCapture {
-public:
-    DebugOutputCapture();
-    ~DebugOutputCapture();
-    DebugOutputCapture(const DebugOutputCapture&) = delete;
-    DebugOutputCapture& operator=(const DebugOutputCapture&) = delete;
-    std::string Text() const;
-};
-
-// The `count`th allocation from now on finds the heap exhausted, as do those after it; ends with
-// the object. The calling thread's alone, but the standard library's own as well.
-class ExhaustedHeap {
-public:
-    explicit ExhaustedHeap(int count);
-    ~ExhaustedHeap();
-    ExhaustedHeap(const ExhaustedHeap&) = delete;
-    ExhaustedHeap& operator=(const ExhaustedHeap&) = delete;
 };
 
 std::string ReadFile(const std::filesystem::path& path);

@@ -1,4 +1,4 @@
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 
 #include <atomic>
 #include <cstddef>
