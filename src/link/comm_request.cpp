@@ -6,6 +6,7 @@
 
 #include "link/comm_response.h"
 #include "link/fragmentation.h"
+#include "link/link_limits.h"
 #include "link/wait_flags.h"
 #include "platform/semaphore.h"
 #include "platform/tick.h"
@@ -15,9 +16,6 @@
 namespace tarvik {
 
 static constexpr std::uint32_t kMaxRequestData = 65535;
-static constexpr std::uint32_t kDongleGraceMs = 500;
-static constexpr std::uint32_t kAnswerTimeoutMs = 10000;
-static constexpr std::uint64_t kBusyLimitMs = 60000;
 static constexpr int kMaxAttempts = 3;
 static constexpr std::int32_t kMaxExchanges = 10;
 
@@ -43,7 +41,7 @@ public:
     explicit ExchangeSlot(const WaitFlags& flags) {
         OsSemaphore* slots = ExchangeSlots();
         while (slots != nullptr && !flags.AskToStop()) {
-            const SemaphoreWait outcome = OsSemaphoreWait(slots, kWaitSliceMs);
+            const SemaphoreWait outcome = OsSemaphoreWait(slots, GetLinkLimits().wait_slice_ms);
             if (outcome == SemaphoreWait::kTimeout) continue;
             if (outcome == SemaphoreWait::kTaken) held_ = slots;
             return;
@@ -82,10 +80,10 @@ static void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
 static PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_t start_ms,
                                const std::atomic<bool>* abort) {
     do {
-        PacketPtr packet =
-            WaitForPacket(link.queues, kTypeCres, kAnswerTimeoutMs, req_id, abort, link.running);
+        PacketPtr packet = WaitForPacket(link.queues, kTypeCres, GetLinkLimits().answer_timeout_ms,
+                                         req_id, abort, link.running);
         if (packet == nullptr || packet->type != kTypeBusy) return packet;
-    } while (TickMs() - start_ms < kBusyLimitMs);
+    } while (TickMs() - start_ms < GetLinkLimits().busy_limit_ms);
     return nullptr;
 }
 
@@ -124,7 +122,7 @@ bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswe
                                     .can_id_tx_func = request.can_id_tx,
                                     .can_id_tx_phys = request.can_id_tx,  // Deliberate: the same
                                     .can_id_rx = request.can_id_rx,
-                                    .timeout = request.timeout_ms + kDongleGraceMs,
+                                    .timeout = request.timeout_ms + GetLinkLimits().dongle_grace_ms,
                                     .data_length = static_cast<std::uint16_t>(request.data_len),
                                     .transport = 0,
                                     .reserved = 0,

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include "link/link_limits.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/tick.h"
@@ -84,8 +85,6 @@ bool FragSendPacket(DeviceQueues* queues, PacketPtr& packet) {
 }
 
 // ---- reassembly
-
-static constexpr std::uint64_t kIdleLimitMs = 30000;
 
 struct ReassemblySession {
     bool active;         // guarded by reassembly_lock
@@ -188,7 +187,7 @@ static ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
 // `now_ms` was read before the lock was taken, so another thread's look-up may be later than it.
 static bool IsIdle(const ReassemblySession& session, std::uint64_t now_ms) {
     return !session.in_use && now_ms > session.last_activity &&
-           now_ms - session.last_activity > kIdleLimitMs;
+           now_ms - session.last_activity > GetLinkLimits().reassembly_idle_ms;
 }
 
 static ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t now_ms) {

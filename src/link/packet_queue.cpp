@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "link/link_limits.h"
 #include "link/packet_index.h"
 #include "platform/tick.h"
 #include "support/log.h"
@@ -249,13 +250,14 @@ Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {
         }
         if (waiter.cancelled || IsAskedToStop(wait)) return nullptr;
 
-        std::int32_t sleep_ms = wait.flags == nullptr ? -1 : kWaitSliceMs;
+        const std::int32_t slice_ms = GetLinkLimits().wait_slice_ms;
+        std::int32_t sleep_ms = wait.flags == nullptr ? -1 : slice_ms;
         if (limited) {
             const std::uint64_t waited = has_slept ? TickMs() - start : 0;
             const auto limit = static_cast<std::uint64_t>(wait.timeout_ms);
             if (waited >= limit) return nullptr;
-            sleep_ms =
-                static_cast<std::int32_t>(std::min<std::uint64_t>(limit - waited, kWaitSliceMs));
+            sleep_ms = static_cast<std::int32_t>(
+                std::min<std::uint64_t>(limit - waited, static_cast<std::uint64_t>(slice_ms)));
         }
         waiter.Sleep(sleep_ms);
         has_slept = true;

@@ -1,12 +1,8 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
 
 namespace tarvik {
-
-// The longest that a sleeping thread takes to see a flag or the tick change.
-inline constexpr std::int32_t kWaitSliceMs = 50;
 
 // What ends a wait before its time. Any may be null.
 struct WaitFlags {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "link/link_limits.h"
 #include "link/packet_queue.h"
 #include "link/raw_frame.h"
 #include "objects/state_changes.h"
@@ -44,7 +45,9 @@ bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
 PacketPtr NextPacket(LinkRecord* link, const ComPrimitive& cop) {
     DeviceQueues* device = link->device;
     if (device == nullptr || !device->available || !device->rx.active) {
-        SleepMs(kWaitSliceMs);  // a queue that is not there would not let the thread wait
+        SleepMs(static_cast<std::uint32_t>(
+            GetLinkLimits()
+                .wait_slice_ms));  // a queue that is not there would not let the thread wait
         return nullptr;
     }
     const WaitFlags flags = {&device->available, &cop.abort, &link->running};

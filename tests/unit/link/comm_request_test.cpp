@@ -567,7 +567,7 @@ struct ExchangeLimit : CommRequestTest {
 
 TEST_F(ExchangeLimit, EleventhExchangeBlocksUntilOneOfTheFirstTenReturns) {
     Start(10);
-    EXPECT_EQ(TakePacket(&dongle.tx, 200), nullptr);
+    EXPECT_EQ(TakePacket(&dongle.tx, 50), nullptr);
     Receive(&dongle, ResponseTo(3));
     EXPECT_TRUE(exchanges[3]->Succeeds());
     const PacketPtr eleventh = NextSent(&dongle);

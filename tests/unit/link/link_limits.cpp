@@ -1,0 +1,17 @@
+#include "link/link_limits.h"
+
+namespace tarvik {
+
+// The library's, but for the slices in which waits look at flags and tick, which take real time.
+const LinkLimits& GetLinkLimits() {
+    static constexpr LinkLimits kLimits = {
+        .wait_slice_ms = 2,
+        .dongle_grace_ms = 500,
+        .answer_timeout_ms = 10000,
+        .busy_limit_ms = 60000,
+        .reassembly_idle_ms = 30000,
+    };
+    return kLimits;
+}
+
+}  // namespace tarvik
