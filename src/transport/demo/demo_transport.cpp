@@ -13,13 +13,12 @@
 #include "platform/tick.h"
 #include "support/config.h"
 #include "support/log.h"
+#include "transport/demo/demo_limits.h"
 #include "transport/transport.h"
 
 namespace tarvik {
 
 static constexpr std::uint32_t kDummyTransportId = 2;
-static constexpr std::int32_t kQueueWaitMs = 50;
-static constexpr std::uint32_t kLoginWaitMs = 50;
 
 static constexpr std::uint32_t kCreqSize = 32;
 static constexpr std::uint32_t kCreqReqIdOffset = 28;
@@ -83,7 +82,7 @@ static PacketPtr AnswerTo(const Packet& packet) {
 
 static void DummyTxThreadFunc(void*) {
     while (state->running) {
-        const PacketPtr packet = TakePacket(&state->queues.tx, kQueueWaitMs);
+        const PacketPtr packet = TakePacket(&state->queues.tx, GetDemoLimits().transmit_poll_ms);
         if (!packet) continue;
         if (PacketPtr answer = AnswerTo(*packet)) {
             // Deliberate: past EnqueueReceivedPacket, so that the answer is neither tagged nor
@@ -177,8 +176,9 @@ static bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, vo
     if (identify) EnqueueTransmitPacket(&state->queues, identify);
     const std::uint64_t deadline = TickMs() + timeout_ms;
     while (state->running && TickMs() < deadline) {
-        const PacketPtr login = WaitForPacket(&state->queues, kTypeLogn, kLoginWaitMs, kNoTag,
-                                              nullptr, &state->running);
+        const PacketPtr login =
+            WaitForPacket(&state->queues, kTypeLogn, GetDemoLimits().login_wait_ms, kNoTag, nullptr,
+                          &state->running);
         if (login && login->type == kTypeLogn) ReportLogin(*login, report, context);
     }
 

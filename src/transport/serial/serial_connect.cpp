@@ -8,16 +8,12 @@
 #include "platform/tick.h"
 #include "support/log.h"
 #include "transport/serial/port_discovery.h"
+#include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
 #include "transport/serial/serial_state.h"
 
 namespace tarvik {
 
-static constexpr std::int32_t kScanPauseMs = 100;
-static constexpr std::int32_t kMonitorEndMs = 100;
-static constexpr std::int32_t kStopLimitMs = 4000;  // for all ports; SerialStop waits a little more
-static constexpr std::int32_t kThreadCleanupMs = 500;
-static constexpr std::uint32_t kSyncWaitMs = 100;
 static constexpr int kSyncTries = 3;
 
 static constexpr char kScanName[] = "SerialConnect";
@@ -76,7 +72,7 @@ static bool StartThread(OsThread** thread, OsThreadEntry entry, SerialPort* port
 
 static void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port) {
     if (*thread == nullptr) return;
-    OsThreadJoin(*thread, kThreadCleanupMs);
+    OsThreadJoin(*thread, GetSerialLimits().failed_thread_end_ms);
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s error cleanup) for port %d", kConnectName,
         OsThreadHandle(*thread), which, port.number);
     OsThreadJoin(*thread, -1);  // whatever held it up: it uses the port, which is closed next
@@ -136,7 +132,8 @@ static bool Synchronize(SerialPort* port) {
         ConsolePrint("COM%d: Send SYNC\n", port->number);
         if (!SendSync(port)) return false;
         const PacketPtr answer =
-            WaitForPacket(&port->queues, kTypeSync, kSyncWaitMs, kNoTag, nullptr, &serial->running);
+            WaitForPacket(&port->queues, kTypeSync, GetSerialLimits().sync_wait_ms, kNoTag, nullptr,
+                          &serial->running);
         if (answer && answer->type == kTypeSync) return true;
     }
     return false;
@@ -210,7 +207,7 @@ static void NoteDeparture(std::int32_t number) {
     if (state == PortState::kConnected) {
         Log(kLogTrace, "[%s]   COM%d Still connected, wait for cleanup", kScanName, number);
         StopPort(&port);
-        CloseMonitor(&port, kMonitorEndMs, kScanName, kMonitorKind);
+        CloseMonitor(&port, GetSerialLimits().monitor_end_ms, kScanName, kMonitorKind);
     } else {
         Log(kLogTrace, "[%s]   COM%d got disconnected, set to unused", kScanName, number);
     }
@@ -244,7 +241,8 @@ bool SerialConnect() {
 // ---------------------------------------------------------------- the connect thread
 
 static void PauseBetweenScans() {
-    const std::uint64_t deadline = TickMs() + kScanPauseMs;
+    const auto pause_ms = static_cast<std::uint64_t>(GetSerialLimits().scan_pause_ms);
+    const std::uint64_t deadline = TickMs() + pause_ms;
     LockGuard hold(serial->change_lock);
     for (;;) {
         const std::uint64_t now = TickMs();
@@ -258,7 +256,7 @@ static void StopConnectedPort(std::int32_t number) {
     if (StateOf(number).exchange(PortState::kUnused) != PortState::kConnected) return;
     Log(kLogTrace, "[%s]   Waiting for COM%d Thread", kThreadName, number);
     StopPort(&port);
-    CloseMonitor(&port, kMonitorEndMs, kThreadName, kMonitorEndKind);
+    CloseMonitor(&port, GetSerialLimits().monitor_end_ms, kThreadName, kMonitorEndKind);
 }
 
 static void StopAllPorts() {
@@ -266,7 +264,8 @@ static void StopAllPorts() {
         StopConnectedPort(number);
     // Ports whose handshake was cut short, and those that needed longer than their share: after
     // the library's end no thread of it may run.
-    const std::uint64_t deadline = TickMs() + kStopLimitMs;
+    const auto limit_ms = static_cast<std::uint64_t>(GetSerialLimits().stop_ports_ms);
+    const std::uint64_t deadline = TickMs() + limit_ms;
     for (SerialPort& port : serial->ports) {
         if (port.monitor_thread == nullptr) continue;
         StopPort(&port);

@@ -1,13 +1,12 @@
 #include "link/fragmentation.h"
 #include "link/packet_queue.h"
 #include "support/log.h"
+#include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
 
 namespace tarvik {
 
 static constexpr char kMonitorName[] = "SerialThreadFunc";
-static constexpr std::int32_t kMonitorStepMs = 100;
-static constexpr std::int32_t kThreadEndMs = 500;
 
 void StopPort(SerialPort* port) {
     LockGuard hold(port->stop_lock);
@@ -42,7 +41,7 @@ void ForgetReceived(SerialPort* port) {
 static void AwaitStop(SerialPort* port) {
     LockGuard hold(port->stop_lock);
     while (port->running)
-        port->stopped.Wait(port->stop_lock, kMonitorStepMs);
+        port->stopped.Wait(port->stop_lock, GetSerialLimits().monitor_poll_ms);
 }
 
 static void CloseEndedThread(OsThread** thread) {
@@ -56,8 +55,9 @@ void SerialThreadFunc(void* argument) {
     AwaitStop(port);
     Log(kLogTrace, "[%s] COM%d Instance is stopping, waiting for threads", kMonitorName,
         port->number);
-    OsThreadJoin(port->transmit_thread, kThreadEndMs);
-    OsThreadJoin(port->receive_thread, kThreadEndMs);
+    const std::int32_t limit_ms = GetSerialLimits().thread_end_ms;
+    OsThreadJoin(port->transmit_thread, limit_ms);
+    OsThreadJoin(port->receive_thread, limit_ms);
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (TxThread) for port %d", kMonitorName,
         OsThreadHandle(port->transmit_thread), port->number);
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (RxThread) for port %d", kMonitorName,

@@ -8,13 +8,13 @@
 #include "support/device_log.h"
 #include "support/log.h"
 #include "transport/serial/serial_cipher.h"
+#include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
 
 namespace tarvik {
 
 static constexpr char kRxName[] = "SerialRxThreadFunc";
 static constexpr char kReadName[] = "ReadPacketFromSerial";
-static constexpr std::int32_t kCommWaitMs = 50;
 
 // Deliberate: one chaining value for the process, shared by all ports and kept when a dongle is
 // unplugged.
@@ -157,7 +157,7 @@ static bool ReceiveQueued(SerialPort* port, PortTransfer* transfer) {
 
 static void Receive(SerialPort* port, PortTransfer* transfer) {
     while (port->running) {
-        if (!WaitForData(transfer, kCommWaitMs)) {
+        if (!WaitForData(transfer, GetSerialLimits().receive_poll_ms)) {
             Log(kLogTrace, "[%s] Failed to wait for comm event, error: %i", kRxName, OsLastError());
             return;
         }

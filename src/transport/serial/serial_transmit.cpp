@@ -4,14 +4,13 @@
 #include "link/packet_counters.h"
 #include "link/packet_queue.h"
 #include "support/log.h"
+#include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
 
 namespace tarvik {
 
 static constexpr char kTxName[] = "SerialTxThreadFunc";
 static constexpr char kWriteName[] = "WritePacketToSerial";
-static constexpr std::int32_t kQueueWaitMs = 50;
-static constexpr std::int32_t kWriteLimitMs = 500;
 
 static bool IsSent(const TransferOutcome& outcome, const Packet& packet) {
     return outcome.step == TransferStep::kDone && outcome.bytes == packet.length;
@@ -41,10 +40,10 @@ static void LogWriteFault(const TransferOutcome& outcome, const Packet& packet) 
 
 static void Transmit(SerialPort* port, PortTransfer* transfer) {
     while (port->running) {
-        PacketPtr packet = TakePacket(&port->queues.tx, kQueueWaitMs);
+        PacketPtr packet = TakePacket(&port->queues.tx, GetSerialLimits().transmit_poll_ms);
         if (!packet) continue;
         const TransferOutcome outcome =
-            WritePort(transfer, packet->Bytes(), packet->length, kWriteLimitMs);
+            WritePort(transfer, packet->Bytes(), packet->length, GetSerialLimits().write_ms);
         if (!IsSent(outcome, *packet)) {
             const bool stopped = outcome.step == TransferStep::kWait && !port->running;
             if (stopped) return;  // the port was asked to end and woken: no fault of the write

@@ -7,13 +7,11 @@
 #include "support/config.h"
 #include "support/log.h"
 #include "transport/serial/serial_connect.h"
+#include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 
 namespace tarvik {
-
-static constexpr std::int32_t kConnectThreadEndMs = 5000;
-static constexpr std::uint32_t kLoginWaitMs = 50;
 
 Immortal<SerialState> serial;
 
@@ -56,7 +54,7 @@ static void SerialStop() {
     AnnounceSerialChange();
     if (OsThread* thread = std::exchange(serial->connect_thread, nullptr)) {
         Log(kLogTrace, "[%s] Wait for SerialConnectThread", __func__);
-        OsThreadJoin(thread, kConnectThreadEndMs);
+        OsThreadJoin(thread, GetSerialLimits().connect_thread_end_ms);
         Log(kLogTrace, "[%s] Closing Thread handle 0x%p (SerialConnectThread)", __func__,
             OsThreadHandle(thread));
         OsThreadClose(thread);
@@ -90,8 +88,8 @@ static bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* cont
         if (!queues->available) return false;
         PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
         if (identify) EnqueueTransmitPacket(queues, identify);
-        const PacketPtr login =
-            WaitForPacket(queues, kTypeLogn, kLoginWaitMs, kNoTag, nullptr, &serial->running);
+        const PacketPtr login = WaitForPacket(queues, kTypeLogn, GetSerialLimits().login_wait_ms,
+                                              kNoTag, nullptr, &serial->running);
         if (!login || login->type != kTypeLogn) return false;
         ReportLogin(*login, queues, report, context);
     }

@@ -7,42 +7,27 @@
 #include <vector>
 
 #include "link/packet_counters.h"
-#include "platform/tick.h"
 #include "support/config.h"
+#include "transport/demo/demo_limits.h"
 #include "transport/transport.h"
-#include "unit/test_support.h"
 #include "unit/faults/thread_start_fault.h"
+#include "unit/test_support.h"
+#include "unit/transport/scan_time.h"
 
-namespace tarvik::test {
+namespace tarvik {
+
+const DemoLimits& GetDemoLimits() {
+    static constexpr DemoLimits kLimits = {.transmit_poll_ms = 50, .login_wait_ms = 5};
+    return kLimits;
+}
+
+namespace test {
 namespace {
 
-constexpr std::uint32_t kScanMs = 250;
+constexpr std::uint32_t kScanMs = 20;  // time enough to report the device once more
 
-// Time that stands still until the device has answered, however long the machine keeps it from
-// that, and then goes on by a step for each look.
-class ScanTime {
-public:
-    ScanTime() {
-        step_ms_ = 0;
-        previous_ = SetTickSource([] { return now_ms_.fetch_add(step_ms_); });
-    }
-    ~ScanTime() { SetTickSource(previous_); }
-    ScanTime(const ScanTime&) = delete;
-    ScanTime& operator=(const ScanTime&) = delete;
-
-    static void Hold() { step_ms_ = 0; }
-    static void GoOn() { step_ms_ = 25; }
-
-private:
-    static inline std::atomic<std::uint64_t> now_ms_{1000};
-    static inline std::atomic<std::uint64_t> step_ms_{0};
-    TickSource previous_;
-};
-
-// Of one scan.
+// Of one scan, whose time goes on with the first.
 struct Reports {
-    Reports() { ScanTime::Hold(); }
-
     std::vector<DeviceReport> list;
     static void Add(void* context, const DeviceReport& report) {
         static_cast<Reports*>(context)->list.push_back(report);
@@ -62,15 +47,18 @@ protected:
         kDummyTransport.Init();
         kDummyTransport.Start();
     }
-    // The demo device's queues, known from its report only.
-    DeviceQueues* Queues() {
+    static std::vector<DeviceReport> Scan() {
+        const ScanTime time;
         Reports reports;
         EXPECT_TRUE(kDummyTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
-        EXPECT_EQ(reports.list.size(), 1u);
-        return reports.list.empty() ? nullptr : reports.list.front().queues;
+        return reports.list;
     }
-
-    const ScanTime time_;
+    // The demo device's queues, known from its report only.
+    static DeviceQueues* Queues() {
+        const std::vector<DeviceReport> reports = Scan();
+        EXPECT_EQ(reports.size(), 1u);
+        return reports.empty() ? nullptr : reports.front().queues;
+    }
 };
 
 bool Send(DeviceQueues* queues, PacketPtr packet) { return EnqueueTransmitPacket(queues, packet); }
@@ -118,10 +106,9 @@ TEST_F(DemoTransportTest, SwitchedOffItStartsNoThreadAndScansNothing) {
 TEST_F(DemoTransportTest, ScanReportsTheDemoDeviceOnce) {
     StdoutCapture console;
     InitAndStart();
-    Reports reports;
-    EXPECT_TRUE(kDummyTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
-    ASSERT_EQ(reports.list.size(), 1u);
-    const DeviceReport& report = reports.list.front();
+    const std::vector<DeviceReport> reports = Scan();
+    ASSERT_EQ(reports.size(), 1u);
+    const DeviceReport& report = reports.front();
     EXPECT_EQ(report.transport, 2u);
     ASSERT_NE(report.queues, nullptr);
     EXPECT_EQ(report.queues->mtu, 0u);
@@ -134,9 +121,8 @@ TEST_F(DemoTransportTest, ScanReportsTheDemoDeviceOnce) {
 
 TEST_F(DemoTransportTest, LoginHoldsTheFixedTextsAndIsZeroElsewhere) {
     InitAndStart();
-    Reports reports;
-    EXPECT_TRUE(kDummyTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
-    ASSERT_EQ(reports.list.size(), 1u);
+    const std::vector<DeviceReport> reports = Scan();
+    ASSERT_EQ(reports.size(), 1u);
 
     std::vector<std::uint8_t> expected(192);
     const auto put = [&expected](std::size_t offset, const std::string& text) {
@@ -149,7 +135,7 @@ TEST_F(DemoTransportTest, LoginHoldsTheFixedTextsAndIsZeroElsewhere) {
     put(64, "Demo Device, nonfunctional");
     put(96, "17:24:06");
     put(112, "Mar  2 2026");
-    const LoginRecord& login = reports.list.front().login;
+    const LoginRecord& login = reports.front().login;
     EXPECT_EQ(std::vector<std::uint8_t>(login.bytes, login.bytes + sizeof login.bytes), expected);
     EXPECT_EQ(login.Model(), 0u);
 }
@@ -158,9 +144,7 @@ TEST_F(DemoTransportTest, EveryScanSendsOneIdentifyAndReceivesOneLogin) {
     LogCapture log;
     InitAndStart();
     for (std::size_t scan = 1; scan <= 2; ++scan) {
-        Reports reports;
-        EXPECT_TRUE(kDummyTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
-        EXPECT_EQ(reports.list.size(), 1u);
+        EXPECT_EQ(Scan().size(), 1u);
         EXPECT_EQ(log.Count("[DummyTxThreadFunc] Answering as demo device."), scan);
     }
 }
@@ -288,4 +272,5 @@ TEST_F(DemoTransportTest, StartsAgainAfterStopAndAfterDeinit) {
 }
 
 }  // namespace
-}  // namespace tarvik::test
+}  // namespace test
+}  // namespace tarvik

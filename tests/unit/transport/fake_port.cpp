@@ -5,9 +5,6 @@
 #include <map>
 
 #include "platform/thread.h"
-#include "transport/serial/serial_state.h"
-#include "unit/test_support.h"
-#include "unit/transport/answer_wait.h"
 #include "unit/transport/fake_discovery.h"
 
 namespace tarvik::test {
@@ -109,16 +106,9 @@ std::size_t FakePort::Unread() const {
     return incoming_.size();
 }
 
-std::size_t FakePort::Expect(std::uint32_t type) {
+bool FakePort::IsDrained() const {
     const std::lock_guard hold(lock_);
-    return ++expected_[type];
-}
-
-bool FakePort::HasTaken(std::uint32_t type, std::size_t number) const {
-    const std::lock_guard hold(lock_);
-    const auto taken = taken_.find(type);
-    const bool is_quiet = receiver_sleeps_ && incoming_.empty() && !status_error_ && !woken_;
-    return is_quiet && taken != taken_.end() && taken->second >= number;
+    return receiver_sleeps_ && incoming_.empty();
 }
 
 // The operations of serial_port.h on a fake port.
@@ -133,8 +123,6 @@ struct FakePortAccess {
         port.woken_ = false;
         port.incoming_.clear();
         port.status_error_.reset();
-        port.expected_.clear();
-        port.taken_.clear();
         ++port.opened_;
         return true;
     }
@@ -200,8 +188,6 @@ struct FakePortAccess {
             port.received_.push_back(packet);
         }
         port.on_packet(port, packet);
-        const std::lock_guard hold(port.lock_);
-        ++port.taken_[LoadU32(packet.data())];
         return {TransferStep::kDone, size, 0};
     }
 
@@ -258,31 +244,4 @@ TransferOutcome WritePort(PortTransfer* transfer, const void* data, std::uint32_
     return FakePortAccess::Write(*transfer->port, data, size);
 }
 
-namespace test {
-
-static SerialPort* OwnerOf(const DeviceQueues* queues) {
-    for (SerialPort& port : serial->ports) {
-        if (&port.queues == queues) return &port;
-    }
-    return nullptr;
-}
-
-static std::shared_ptr<FakePort> PortOf(SerialPort* owner) {
-    const LockGuard hold(owner->stop_lock);
-    return owner->handle == nullptr ? nullptr : owner->handle->port;
-}
-
-// A dongle answers at once here, or not at all. The time begins when it has had its say: what the
-// machine keeps the port's threads from running is not taken from it.
-std::uint32_t TimeForAnswer(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms) {
-    SerialPort* const owner = OwnerOf(queues);
-    const std::shared_ptr<FakePort> port = owner == nullptr ? nullptr : PortOf(owner);
-    if (port == nullptr) return timeout_ms;
-    const std::uint32_t sent = type == kTypeLogn ? kTypeIden : type;
-    const std::size_t number = port->Expect(sent);
-    Eventually([&] { return !owner->running || !serial->running || port->HasTaken(sent, number); });
-    return timeout_ms;
-}
-
-}  // namespace test
 }  // namespace tarvik

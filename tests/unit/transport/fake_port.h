@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -54,11 +53,7 @@ public:
     std::uint32_t WaitCount() const;  // how often the receiver went to sleep
     std::size_t Unread() const;       // bytes that the dongle has sent and nobody has read
 
-    // The library has put a packet of this type into its transmit queue. The number by which
-    // HasTaken knows it, until the port is opened again.
-    std::size_t Expect(std::uint32_t type);
-    // The dongle has received that packet, and the library all that the dongle has sent.
-    bool HasTaken(std::uint32_t type, std::size_t number) const;
+    bool IsDrained() const;  // the receiver has read everything and sleeps again
 
     // What the next operations come to instead of working.
     std::optional<std::uint32_t> open_error;
@@ -92,7 +87,6 @@ private:
     std::uint32_t waits_ = 0;
     std::optional<std::uint32_t> status_error_;
     std::vector<Bytes> received_;
-    std::map<std::uint32_t, std::size_t> expected_, taken_;  // by type, since it was opened
 };
 
 }  // namespace tarvik::test

@@ -7,13 +7,28 @@
 
 #include "link/fragmentation.h"
 #include "link/packet_queue.h"
-#include "unit/transport/serial_fixture.h"
 #include "unit/faults/thread_start_fault.h"
+#include "unit/transport/serial_fixture.h"
 
 namespace tarvik::test {
 namespace {
 
 class SerialConnectTest : public SerialFixture {};
+
+constexpr SerialLimits kImpatientLimits = [] {
+    SerialLimits limits = kPatientLimits;
+    limits.sync_wait_ms = 1;
+    return limits;
+}();
+
+constexpr SerialLimits kSleepyLimits = [] {
+    constexpr std::int32_t kOneHourMs = 3'600'000;
+    SerialLimits limits = kPatientLimits;
+    limits.scan_pause_ms = kOneHourMs;
+    limits.receive_poll_ms = kOneHourMs;
+    limits.monitor_poll_ms = kOneHourMs;
+    return limits;
+}();
 
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
@@ -154,11 +169,15 @@ TEST_F(SerialConnectTest, PortNumbersFromZeroTo254AreServed) {
 TEST_F(SerialConnectTest, DongleThatDoesNotAnswerIsAskedThreeTimesAndLeftAlone) {
     StdoutCapture console;
     LogCapture log;
-    const auto port = FakePort::Plug(9);
-    port->AnswerNothing();
-    kSerialTransport.Start();
-    ASSERT_TRUE(Reaches(9, PortState::kFailed));
-    ASSERT_TRUE(Closes(*port));
+    std::shared_ptr<FakePort> port;
+    {
+        FakeTick tick(1000);
+        port = FakePort::Plug(9);
+        port->on_packet = [&tick](FakePort&, const Bytes&) { StaySilent(tick, 9); };
+        kSerialTransport.Start();
+        ASSERT_TRUE(Reaches(9, PortState::kFailed));
+        ASSERT_TRUE(Closes(*port));
+    }
     const std::uint32_t scans = ScanCount();
     ASSERT_TRUE(Eventually([=] { return ScanCount() >= scans + 3; }));
     EXPECT_EQ(StateOf(9), PortState::kFailed);
@@ -182,20 +201,28 @@ TEST_F(SerialConnectTest, DongleThatDoesNotAnswerIsAskedThreeTimesAndLeftAlone) 
 }
 
 TEST_F(SerialConnectTest, FailedPortIsTriedAgainAfterItDisappearedAndCameBack) {
-    const auto port = FakePort::Plug(9);
-    port->AnswerNothing();
-    kSerialTransport.Start();
-    ASSERT_TRUE(Reaches(9, PortState::kFailed));
-    UnplugPort(9);
-    ASSERT_TRUE(Reaches(9, PortState::kUnused));
+    {
+        const UseLimits impatient(kImpatientLimits);
+        const auto port = FakePort::Plug(9);
+        port->AnswerNothing();
+        kSerialTransport.Start();
+        ASSERT_TRUE(Reaches(9, PortState::kFailed));
+        UnplugPort(9);
+        ASSERT_TRUE(Reaches(9, PortState::kUnused));
+    }
     Connect(9);
 }
 
 TEST_F(SerialConnectTest, AnswerToTheThirdSyncStillConnects) {
+    FakeTick tick(1000);
     StdoutCapture console;
     const auto port = FakePort::Plug(4);
-    port->on_packet = [](FakePort& self, const Bytes&) {
-        if (self.ReceivedCount(kTypeSync) == 3) self.Send(kSyncBytes);
+    port->on_packet = [&tick](FakePort& self, const Bytes&) {
+        if (self.ReceivedCount(kTypeSync) == 3) {
+            self.Send(kSyncBytes);
+        } else {
+            StaySilent(tick, 4);
+        }
     };
     kSerialTransport.Start();
     EXPECT_TRUE(Reaches(4, PortState::kConnected));
@@ -434,12 +461,16 @@ TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThatPortToo) {
 }
 
 TEST_F(SerialConnectTest, StopWakesThreadsThatWaitForTheDongle) {
+    // Only a wake-up ends the sleep of the receive, the monitor and the connect thread in time.
+    const UseLimits sleepy(kSleepyLimits);
+    LogCapture log;
     const auto port = Connect(2);
-    // Nobody moves: the receiver, the sender, the monitor and the connect thread all sleep.
-    const std::uint32_t scans = ScanCount();
-    ASSERT_TRUE(Eventually([=] { return ScanCount() > scans; }));
+    ASSERT_TRUE(Eventually([&] { return port->IsDrained(); }));
     kSerialTransport.Stop();
     EXPECT_FALSE(port->IsOpen());
+    EXPECT_EQ(PortOf(2).monitor_thread, nullptr);
+    EXPECT_TRUE(log.Has("[SerialThreadFunc] COM2 Instance stopped"));
+    EXPECT_TRUE(log.Has("[SerialConnectThreadFunc] Exiting"));
 }
 
 TEST_F(SerialConnectTest, ConstructAndDestructRoundsReconnectThePort) {

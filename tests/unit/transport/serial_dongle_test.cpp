@@ -13,14 +13,24 @@
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
-#include "unit/transport/answer_wait.h"
+#include "unit/transport/patient_limits.h"
+
+namespace tarvik {
+
+const SerialLimits& GetSerialLimits() {
+    static constexpr SerialLimits kLimits = [] {
+        SerialLimits limits = test::kPatientLimits;
+        limits.scan_pause_ms = 20;  // a real list of devices takes its time
+        limits.sync_wait_ms = 1000;
+        limits.login_wait_ms = 500;
+        return limits;
+    }();
+    return kLimits;
+}
+
+}  // namespace tarvik
 
 namespace tarvik::test {
-
-// The simulator always answers, as soon as the machine lets it.
-std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
-    return timeout_ms * 10;
-}
 
 namespace {
 

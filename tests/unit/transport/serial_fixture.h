@@ -11,6 +11,8 @@
 #include "unit/test_support.h"
 #include "unit/transport/fake_discovery.h"
 #include "unit/transport/fake_port.h"
+#include "unit/transport/patient_limits.h"
+#include "unit/transport/switched_limits.h"
 
 namespace tarvik::test {
 
@@ -18,6 +20,7 @@ namespace tarvik::test {
 class SerialFixture : public testing::Test {
 protected:
     static constexpr std::int32_t kPort = 7;  // where one is enough
+    static constexpr std::uint64_t kSilenceStepMs = 500;
 
     void SetUp() override {
         config = {};
@@ -48,6 +51,20 @@ protected:
         kSerialTransport.Start();
         EXPECT_TRUE(Reaches(number, PortState::kConnected));
         return port;
+    }
+    // What a dongle does that stays silent: on its port's transmit thread it lets the tick go on
+    // until it is asked again or given up. So each question reaches it, however late.
+    static void StaySilent(FakeTick& tick, std::int32_t number) {
+        const auto is_asked_again = [number] {
+            PacketQueue& queue = QueuesOf(number)->tx;
+            const LockGuard hold(queue.lock);
+            return queue.count > 0;
+        };
+        EXPECT_TRUE(Eventually([&] {
+            if (is_asked_again() || !PortOf(number).running) return true;
+            tick.Advance(kSilenceStepMs);
+            return false;
+        }));
     }
     // The next scan may have opened it again by the time that anybody looks.
     static bool Closes(const FakePort& port) {

@@ -19,15 +19,16 @@
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
-#include "unit/transport/answer_wait.h"
 #include "unit/transport/fake_discovery.h"
+#include "unit/transport/patient_limits.h"
+
+namespace tarvik {
+
+const SerialLimits& GetSerialLimits() { return test::kPatientLimits; }
+
+}  // namespace tarvik
 
 namespace tarvik::test {
-
-// The tests play the dongle: it always answers, as soon as the machine lets it.
-std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
-    return timeout_ms * 100;
-}
 
 namespace {
 

@@ -6,23 +6,30 @@
 #include <string>
 #include <vector>
 
+#include "unit/transport/scan_time.h"
 #include "unit/transport/serial_fixture.h"
 
 namespace tarvik::test {
 namespace {
 
+constexpr std::uint32_t kScanMs = 20;  // time enough to report a dongle once more
+
 struct Reports {
+    std::size_t expected = 1;  // then the scan's time goes on
     std::vector<DeviceReport> list;
     static void Add(void* context, const DeviceReport& report) {
-        static_cast<Reports*>(context)->list.push_back(report);
+        auto* self = static_cast<Reports*>(context);
+        self->list.push_back(report);
+        if (self->list.size() == self->expected) ScanTime::GoOn();
     }
 };
 
 class SerialScanTest : public SerialFixture {
 protected:
-    static std::vector<DeviceReport> Scan(std::uint32_t timeout_ms = 500) {
-        Reports reports;
-        EXPECT_TRUE(kSerialTransport.UpdateDevices(timeout_ms, Reports::Add, &reports));
+    static std::vector<DeviceReport> Scan(std::size_t expected = 1) {
+        const ScanTime time;
+        Reports reports{expected, {}};
+        EXPECT_TRUE(kSerialTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
         return reports.list;
     }
 };
@@ -51,7 +58,9 @@ TEST_F(SerialScanTest, NotRunningItFindsNothingAtOnce) {
 TEST_F(SerialScanTest, WithoutDonglesItSaysSo) {
     kSerialTransport.Start();
     StdoutCapture console;
-    EXPECT_TRUE(Scan(20).empty());
+    Reports reports;
+    EXPECT_TRUE(kSerialTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
+    EXPECT_TRUE(reports.list.empty());
     EXPECT_EQ(console.Text(),
               "[Serial] SerialUpdateDevices: scanning for devices\r\n"
               "[Serial] SerialUpdateDevices done\r\n");
@@ -78,8 +87,8 @@ TEST_F(SerialScanTest, EveryDongleIsReported) {
     Connect(1);
     Connect(2);
     Connect(254);
-    EXPECT_EQ(Scan().size(), 3u);
-    EXPECT_EQ(Scan().size(), 3u) << "and again in the next scan";
+    EXPECT_EQ(Scan(3).size(), 3u);
+    EXPECT_EQ(Scan(3).size(), 3u) << "and again in the next scan";
 }
 
 TEST_F(SerialScanTest, NameThatFillsItsFieldIsBounded) {
@@ -107,15 +116,33 @@ TEST_F(SerialScanTest, BusyIsIgnored) {
 }
 
 TEST_F(SerialScanTest, DongleThatDoesNotIdentifyItselfIsAskedAgain) {
+    constexpr std::uint32_t kPatienceMs = 3'600'000;
+    FakeTick tick(1000);
     const auto port = FakePort::Plug(7);
-    port->on_packet = [](FakePort& self, const Bytes& packet) {
-        if (LoadU32(packet.data()) == kTypeSync) self.Send(kSyncBytes);
-        if (self.ReceivedCount(kTypeIden) == 2) self.Send(LoginPacket("second"));
+    port->on_packet = [&tick](FakePort& self, const Bytes& packet) {
+        const std::uint32_t type = LoadU32(packet.data());
+        if (type == kTypeSync) self.Send(kSyncBytes);
+        if (type != kTypeIden) return;
+        if (self.ReceivedCount(kTypeIden) == 2) {
+            self.Send(LoginPacket("second"));
+        } else {
+            StaySilent(tick, 7);
+        }
     };
     kSerialTransport.Start();
     ASSERT_TRUE(Reaches(7, PortState::kConnected));
-    EXPECT_EQ(Scan(1000).size(), 1u);
-    EXPECT_GE(port->ReceivedCount(kTypeIden), 2u);
+    struct Scan {
+        FakeTick& tick;
+        int reports = 0;
+    } scan{tick};
+    const ReportDevice count_and_end = [](void* context, const DeviceReport&) {
+        auto* self = static_cast<Scan*>(context);
+        ++self->reports;
+        self->tick.Advance(kPatienceMs);
+    };
+    EXPECT_TRUE(kSerialTransport.UpdateDevices(kPatienceMs, count_and_end, &scan));
+    EXPECT_EQ(scan.reports, 1);
+    EXPECT_EQ(port->ReceivedCount(kTypeIden), 2u);
 }
 
 TEST_F(SerialScanTest, DongleThatConnectsDuringTheScanIsReported) {
@@ -151,10 +178,21 @@ TEST_F(SerialScanTest, StopEndsAScanThatIsUnderWay) {
 
 TEST_F(SerialScanTest, ScansOfSeveralThreadsAllSeeTheDongle) {
     Connect(7);
+    static std::atomic<int> reports;
+    reports = 0;
     std::atomic<int> found{0};
     {
+        const ScanTime time;
         const auto body = [&found] {
-            if (Scan(500).size() == 1) ++found;
+            int own = 0;
+            kSerialTransport.UpdateDevices(
+                kScanMs,
+                [](void* context, const DeviceReport&) {
+                    ++*static_cast<int*>(context);
+                    if (++reports == 3) ScanTime::GoOn();
+                },
+                &own);
+            if (own == 1) ++found;
         };
         Thread first(body), second(body), third(body);
     }
@@ -169,9 +207,11 @@ TEST_F(SerialScanTest, ReportIsMadeUnderTheDeviceLock) {
         std::atomic<bool> report_is_over{false};
         std::atomic<bool> entered_after_report{false};
     } probe;
+    const ScanTime time;
     kSerialTransport.UpdateDevices(
-        500,
+        kScanMs,
         [](void* context, const DeviceReport& report) {
+            ScanTime::GoOn();
             auto* self = static_cast<Probe*>(context);
             self->other = std::make_unique<Thread>([self, queues = report.queues] {
                 self->started = true;
@@ -197,7 +237,7 @@ TEST_F(SerialScanTest, ReportWakesOneWhoWaitsForTheDevice) {
     });
     // The waiter may come too late for the first report.
     EXPECT_TRUE(Eventually([&] {
-        Scan(10);
+        Scan();
         return woken.load();
     }));
 }

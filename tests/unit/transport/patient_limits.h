@@ -1,0 +1,24 @@
+#pragma once
+
+#include "transport/serial/serial_limits.h"
+
+namespace tarvik::test {
+
+// For programs that define GetSerialLimits. An answer that a test expects gets all the time that
+// the machine needs; nothing else is waited for longer than necessary.
+inline constexpr SerialLimits kPatientLimits = {
+    .scan_pause_ms = 1,
+    .sync_wait_ms = 10'000,
+    .failed_thread_end_ms = 500,
+    .monitor_end_ms = 20,
+    .stop_ports_ms = 20'000,
+    .connect_thread_end_ms = 30'000,
+    .receive_poll_ms = 50,
+    .transmit_poll_ms = 50,
+    .monitor_poll_ms = 100,
+    .write_ms = 500,
+    .thread_end_ms = 500,
+    .login_wait_ms = 10'000,
+};
+
+}  // namespace tarvik::test

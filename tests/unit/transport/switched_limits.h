@@ -1,0 +1,17 @@
+#pragma once
+
+#include "transport/serial/serial_limits.h"
+
+// This file's source defines GetSerialLimits. It returns kPatientLimits, or what a test asks for.
+namespace tarvik::test {
+
+// GetSerialLimits returns these while this object lives. They must outlive the library's threads.
+class UseLimits {
+public:
+    explicit UseLimits(const SerialLimits& limits);
+    ~UseLimits();
+    UseLimits(const UseLimits&) = delete;
+    UseLimits& operator=(const UseLimits&) = delete;
+};
+
+}  // namespace tarvik::test
