@@ -14,6 +14,8 @@
 #include "support/config.h"
 #include "support/log.h"
 #include "transport/demo/demo_limits.h"
+#include "transport/identification.h"
+#include "transport/life_cycle.h"
 #include "transport/transport.h"
 
 namespace tarvik {
@@ -108,19 +110,13 @@ static void DummyInit() {
 
 static void DummyStart() {
     Log(kLogTrace, "[%s] Start", __func__);
-    if (!state->initialized) {
-        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
-        return;
-    }
+    if (!CheckInitialized(state->initialized, __func__, kCannotStart)) return;
     LockGuard hold(state->session_lock);
     if (!config.dummyDevice || state->running) return;
 
-    state->running = true;
-    state->thread = OsThreadStart(DummyTxThreadFunc, nullptr, "Tarvik DummyTxThread");
+    state->thread = StartThreadWithFlag(&state->running, DummyTxThreadFunc, "Tarvik DummyTxThread");
     if (state->thread == nullptr) {
-        const std::int32_t error = OsLastError();
-        state->running = false;
-        ConsolePrint("Failed to create TX thread: %i\n", error);
+        ConsolePrint("Failed to create TX thread: %i\n", OsLastError());
         return;
     }
     Log(kLogTrace, "[%s] Done", __func__);
@@ -131,13 +127,7 @@ static void DummyStop() {
     if (!state->running.exchange(false)) return;
     WakeQueueWaiters(&state->queues.tx);
     OsThread* thread = std::exchange(state->thread, nullptr);
-    if (thread != nullptr) {
-        Log(kLogTrace, "[%s] Wait for DummyTxThread", __func__);
-        OsThreadJoin(thread, -1);
-        Log(kLogTrace, "[%s] Closing Thread handle 0x%p (DummyTxThread)", __func__,
-            OsThreadHandle(thread));
-        OsThreadClose(thread);
-    }
+    if (thread != nullptr) AwaitAndCloseThread(thread, -1, __func__, "DummyTxThread");
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
@@ -155,31 +145,17 @@ static void DummyDeinit() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
-    DeviceReport record = {kDummyTransportId, LoginFromPacket(packet), &state->queues};
-    const std::uint8_t* mac = record.login.Mac();
-    ConsolePrint(
-        "[Dummy] DummyUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
-        LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    report(context, record);
-}
-
 static bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
-    if (!state->initialized) {
-        Log(kLogTrace, "[%s] Not initialized", __func__);
-        return false;
-    }
+    if (!CheckInitialized(state->initialized, __func__)) return false;
     if (!state->running) return false;
     ConsolePrint("[Dummy] DummyUpdateDevices: scanning for devices\r\n");
 
-    PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
-    if (identify) EnqueueTransmitPacket(&state->queues, identify);
+    SendIdentify(&state->queues);
     const std::uint64_t deadline = TickMs() + timeout_ms;
     while (state->running && TickMs() < deadline) {
         const PacketPtr login =
-            WaitForPacket(&state->queues, kTypeLogn, GetDemoLimits().login_wait_ms, kNoTag, nullptr,
-                          &state->running);
-        if (login && login->type == kTypeLogn) ReportLogin(*login, report, context);
+            WaitForLogin(&state->queues, GetDemoLimits().login_wait_ms, nullptr, &state->running);
+        if (login) ReportLogin(kDummyTransport, *login, &state->queues, report, context);
     }
 
     ConsolePrint("[Dummy] DummyUpdateDevices done\r\n");

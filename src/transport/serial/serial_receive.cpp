@@ -7,6 +7,7 @@
 #include "link/packet_queue.h"
 #include "support/device_log.h"
 #include "support/log.h"
+#include "transport/identification.h"
 #include "transport/serial/serial_cipher.h"
 #include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
@@ -54,8 +55,7 @@ static Opened OpenSealedPacket(PacketPtr* packet) {
 
 static void PassOn(SerialPort* port, PacketPtr& packet) {
     if (packet->type == kTypePing) {
-        packet->type = kTypeRepl;
-        EnqueueTransmitPacket(&port->queues, packet);
+        AnswerPing(&port->queues, packet);
     } else {
         EnqueueReceivedPacket(&port->queues, packet);
     }

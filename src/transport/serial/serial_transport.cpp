@@ -1,11 +1,12 @@
 // Dongles on USB serial ports.
 #include <utility>
 
-#include "link/packet.h"
 #include "link/packet_queue.h"
 #include "platform/tick.h"
 #include "support/config.h"
 #include "support/log.h"
+#include "transport/identification.h"
+#include "transport/life_cycle.h"
 #include "transport/serial/serial_connect.h"
 #include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_state.h"
@@ -28,18 +29,13 @@ static void SerialInit() {
 
 static void SerialStart() {
     Log(kLogTrace, "[%s] Start", __func__);
-    if (!serial->initialized) {
-        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
-        return;
-    }
+    if (!CheckInitialized(serial->initialized, __func__, kCannotStart)) return;
     LockGuard hold(serial->start_lock);
     if (!config.useSerial || serial->running) return;
 
-    serial->running = true;  // before the thread first tests it
-    serial->connect_thread =
-        OsThreadStart(SerialConnectThreadFunc, nullptr, "Tarvik SerialConnectThread");
+    serial->connect_thread = StartThreadWithFlag(&serial->running, SerialConnectThreadFunc,
+                                                 "Tarvik SerialConnectThread");
     if (serial->connect_thread == nullptr) {
-        serial->running = false;
         Log(kLogTrace, "[%s] CreateThread failed", __func__);
         return;
     }
@@ -52,12 +48,10 @@ static void SerialStop() {
     LockGuard hold(serial->start_lock);
     serial->running = false;
     AnnounceSerialChange();
-    if (OsThread* thread = std::exchange(serial->connect_thread, nullptr)) {
-        Log(kLogTrace, "[%s] Wait for SerialConnectThread", __func__);
-        OsThreadJoin(thread, GetSerialLimits().connect_thread_end_ms);
-        Log(kLogTrace, "[%s] Closing Thread handle 0x%p (SerialConnectThread)", __func__,
-            OsThreadHandle(thread));
-        OsThreadClose(thread);
+    OsThread* thread = std::exchange(serial->connect_thread, nullptr);
+    if (thread != nullptr) {
+        AwaitAndCloseThread(thread, GetSerialLimits().connect_thread_end_ms, __func__,
+                            "SerialConnectThread");
     }
     Log(kLogTrace, "[%s] Done", __func__);
 }
@@ -71,27 +65,16 @@ static void SerialDeinit() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void ReportLogin(const Packet& packet, DeviceQueues* queues, ReportDevice report,
-                        void* context) {
-    const DeviceReport record = {kSerialTransportId, LoginFromPacket(packet), queues};
-    const std::uint8_t* mac = record.login.Mac();
-    ConsolePrint(
-        "[Serial] SerialUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
-        LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    report(context, record);
-}
-
 // True: the dongle has identified itself and was reported.
 static bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* context) {
     {
         LockGuard hold(queues->device_lock);
         if (!queues->available) return false;
-        PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
-        if (identify) EnqueueTransmitPacket(queues, identify);
-        const PacketPtr login = WaitForPacket(queues, kTypeLogn, GetSerialLimits().login_wait_ms,
-                                              kNoTag, nullptr, &serial->running);
-        if (!login || login->type != kTypeLogn) return false;
-        ReportLogin(*login, queues, report, context);
+        SendIdentify(queues);
+        const PacketPtr login =
+            WaitForLogin(queues, GetSerialLimits().login_wait_ms, nullptr, &serial->running);
+        if (!login) return false;
+        ReportLogin(kSerialTransport, *login, queues, report, context);
     }
     queues->device_changed.WakeOne();
     return true;
@@ -123,10 +106,7 @@ static void AwaitOpenPort(const Scan& scan, std::uint64_t deadline) {
 }
 
 static bool SerialUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
-    if (!serial->initialized) {
-        Log(kLogTrace, "[%s] Not initialized", __func__);
-        return false;
-    }
+    if (!CheckInitialized(serial->initialized, __func__)) return false;
     if (!serial->running) return false;
     ConsolePrint("[Serial] SerialUpdateDevices: scanning for devices\r\n");
 
