@@ -1,7 +1,6 @@
 // A dongle that lives inside the library. It identifies itself, and answers every communication
 // request with "the control unit did not answer in time".
 #include <atomic>
-#include <cstring>
 #include <utility>
 
 #include "link/packet.h"
@@ -22,13 +21,6 @@ namespace tarvik {
 
 static constexpr std::uint32_t kDummyTransportId = 2;
 
-static constexpr std::uint32_t kCreqSize = 32;
-static constexpr std::uint32_t kCreqReqIdOffset = 28;
-static constexpr std::uint32_t kCresSize = 20;
-static constexpr std::uint32_t kCresWaitTimeOffset = 8;
-static constexpr std::uint32_t kCresReqIdOffset = 16;
-static constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;
-
 struct DemoState {
     std::atomic<bool> initialized{false};
     std::atomic<bool> running{false};  // the thread runs while it is set
@@ -38,33 +30,29 @@ struct DemoState {
 };
 static Immortal<DemoState> state;
 
-struct TextField {
-    std::size_t offset;
-    const char* text;
+static constexpr LoginWire kDemoLogin = {
+    .type = kTypeLogn,
+    .length = sizeof(LoginWire),
+    .reserved_8 = {},
+    .mac = {'M', 'A', 'C', 'A', 'D', 'D'},
+    .reserved_18 = {},
+    // Deliberate: the module list does not accept this model. A scan names the demo device and then
+    // ignores it.
+    .model = 0,
+    .reserved_24 = {},
+    .firmware_version = "1.5.0.62-95aec0c",
+    .device_name = "Demo Device, nonfunctional",
+    .build_time = "17:24:06",
+    .build_date = "Mar  2 2026",
+    .reserved_128 = {},
 };
-static constexpr TextField kLoginTexts[] = {
-    {12, "MACADD"},  // the MAC address, six letters
-    {32, "1.5.0.62-95aec0c"}, {64, "Demo Device, nonfunctional"},
-    {96, "17:24:06"},         {112, "Mar  2 2026"},
-};
-
-// Deliberate: the model id stays 0, which the module list does not accept. A scan names the demo
-// device and then ignores it.
-static PacketPtr MakeDemoLogin() {
-    PacketPtr login = MakePacket(kTypeLogn, kLoginSize);
-    if (!login) return login;
-    for (const TextField& field : kLoginTexts) {
-        std::memcpy(login->Bytes() + field.offset, field.text, std::strlen(field.text));
-    }
-    return login;
-}
 
 static PacketPtr MakeDemoResponse(std::uint32_t req_id) {
-    PacketPtr response = MakePacket(kTypeCres, kCresSize);
-    if (!response) return response;
-    response->SetU32(kCresWaitTimeOffset, kNoAnswerInTime);
-    response->SetU32(kCresReqIdOffset, req_id);
-    return response;
+    return BuildPacket(CommResponseWire{.type = kTypeCres,
+                                        .length = sizeof(CommResponseWire),
+                                        .wait_time = kWaitTimeNoAnswer,
+                                        .data_length = 0,
+                                        .req_id = req_id});
 }
 
 // Null: this packet gets no answer.
@@ -72,14 +60,14 @@ static PacketPtr AnswerTo(const Packet& packet) {
     static constexpr char kFunction[] = "DummyTxThreadFunc";
     if (packet.type == kTypeIden) {
         Log(kLogTrace, "[%s] Answering as demo device.", kFunction);
-        return MakeDemoLogin();
+        return BuildPacket(kDemoLogin);
     }
-    if (packet.type == kTypeCreq && packet.length >= kCreqSize) {
-        const std::uint32_t req_id = packet.U32(kCreqReqIdOffset);
-        Log(kLogTrace, "[%s] Received comm request #%u. respond with timeout.", kFunction, req_id);
-        return MakeDemoResponse(req_id);
-    }
-    return nullptr;
+    if (packet.type != kTypeCreq) return nullptr;
+    const auto request = packet.Fields<CommRequestWire>();
+    if (!request) return nullptr;
+    Log(kLogTrace, "[%s] Received comm request #%u. respond with timeout.", kFunction,
+        request->req_id);
+    return MakeDemoResponse(request->req_id);
 }
 
 static void DummyTxThreadFunc(void*) {

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "link/fragmentation.h"
 #include "link/packet.h"
@@ -39,15 +40,16 @@ static Opened OpenSealedPacket(PacketPtr* packet) {
         shared_cipher->cipher.Decipher(sealed, sealed_size);
     }
     if (sealed_size < MIN_PKT_SIZE) return Opened::kNothing;
-    const std::uint32_t inner_length = LoadU32(sealed + 4);
+    PacketHeaderWire header;
+    std::memcpy(&header, sealed, sizeof header);
     // Deliberate: compared with the length of the whole outer packet, not of what it seals.
-    if (inner_length > (*packet)->length) return Opened::kTooLong;
-    if (inner_length < MIN_PKT_SIZE) return Opened::kNothing;
+    if (header.length > (*packet)->length) return Opened::kTooLong;
+    if (header.length < MIN_PKT_SIZE) return Opened::kNothing;
 
-    PacketPtr inner = MakePacket(LoadU32(sealed), inner_length);
+    PacketPtr inner = MakePacket(header.type, header.length);
     if (!inner) return Opened::kNothing;
     // What the outer packet does not hold stays zero.
-    const std::uint32_t held = std::min(inner_length, sealed_size);
+    const std::uint32_t held = std::min(header.length, sealed_size);
     std::copy(sealed + MIN_PKT_SIZE, sealed + held, inner->Bytes() + MIN_PKT_SIZE);
     *packet = std::move(inner);
     return Opened::kPacket;

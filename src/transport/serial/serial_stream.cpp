@@ -6,7 +6,7 @@
 
 namespace tarvik {
 
-static constexpr std::uint8_t kSyncHeader[MIN_PKT_SIZE] = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
+static constexpr PacketHeaderWire kSync = {kTypeSync, MIN_PKT_SIZE};
 
 // Copies as many bytes as are there, at most `wanted`, and removes them from the input.
 static std::uint32_t Take(ByteView* input, std::uint8_t* to, std::uint32_t wanted) {
@@ -38,7 +38,7 @@ StreamEvent SerialStream::Search(ByteView* input) {
     while (input->size > 0) {
         std::memmove(window_, window_ + 1, sizeof window_ - 1);
         Take(input, window_ + sizeof window_ - 1, 1);
-        if (std::memcmp(window_, kSyncHeader, sizeof window_) == 0) {
+        if (std::memcmp(window_, &kSync, sizeof kSync) == 0) {
             synced_ = true;
             header_bytes_ = 0;
             return StreamEvent::kSynchronized;
@@ -52,14 +52,16 @@ StreamEvent SerialStream::ReadHeader(ByteView* input, PacketPtr* packet) {
     if (header_bytes_ < MIN_PKT_SIZE) return StreamEvent::kNeedsMore;
     header_bytes_ = 0;
 
-    const std::uint32_t length = LoadU32(window_ + 4);
+    PacketHeaderWire header;
+    std::memcpy(&header, window_, sizeof header);
+    const std::uint32_t length = header.length;
     if (length < MIN_PKT_SIZE || length > MAX_PKT_SIZE) {
         // The window keeps these bytes: a SYNC header that begins among them is found.
         synced_ = false;
         invalid_length_ = length;
         return StreamEvent::kInvalidHeader;
     }
-    packet_ = MakePacket(LoadU32(window_), length);
+    packet_ = MakePacket(header.type, length);
     remaining_ = length - MIN_PKT_SIZE;
     if (remaining_ > 0 || !packet_) return StreamEvent::kNeedsMore;
     *packet = std::move(packet_);
