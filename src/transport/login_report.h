@@ -4,9 +4,9 @@
 
 namespace tarvik {
 
-// Files the dongle of a login packet that came outside a scan under the cloud transport; the module
-// registry provides it. `transport` is for the log and may be null. Takes the module lock and may
-// call the application back. Returns 1 if a new module was added.
+// Adds the dongle of a login packet that arrived outside a scan to the modules of the cloud
+// transport. Implemented by the module registry. `transport` is for the log and may be null. Takes
+// the module lock and may call the application back. Returns 1 if a new module was added.
 int DpduTransportReportLoginPacket(const Transport* transport, const Packet* login_packet,
                                    DeviceQueues* queues);
 

@@ -1,5 +1,5 @@
-// A dongle that lives inside the library. It identifies itself, and answers every communication
-// request with "the control unit did not answer in time".
+// A dongle inside the library. It identifies itself and answers every communication request with
+// "the control unit did not answer in time".
 #include <atomic>
 #include <utility>
 
@@ -19,7 +19,7 @@
 
 namespace tarvik {
 
-static constexpr std::uint32_t kDummyTransportId = 2;
+namespace {
 
 struct DemoState {
     std::atomic<bool> initialized{false};
@@ -28,9 +28,9 @@ struct DemoState {
     OsLock session_lock;  // held while the thread is started and while it is awaited
     OsThread* thread = nullptr;
 };
-static Immortal<DemoState> state;
+Immortal<DemoState> state;
 
-static constexpr LoginWire kDemoLogin = {
+constexpr LoginWire kDemoLogin = {
     .type = kTypeLogn,
     .length = sizeof(LoginWire),
     .reserved_8 = {},
@@ -47,7 +47,7 @@ static constexpr LoginWire kDemoLogin = {
     .reserved_128 = {},
 };
 
-static PacketPtr MakeDemoResponse(std::uint32_t req_id) {
+PacketPtr MakeDemoResponse(std::uint32_t req_id) {
     return BuildPacket(CommResponseWire{.type = kTypeCres,
                                         .length = sizeof(CommResponseWire),
                                         .wait_time = kWaitTimeNoAnswer,
@@ -55,8 +55,8 @@ static PacketPtr MakeDemoResponse(std::uint32_t req_id) {
                                         .req_id = req_id});
 }
 
-// Null: this packet gets no answer.
-static PacketPtr AnswerTo(const Packet& packet) {
+// Null: no answer.
+PacketPtr AnswerTo(const Packet& packet) {
     static constexpr char kFunction[] = "DummyTxThreadFunc";
     if (packet.type == kTypeIden) {
         Log(kLogTrace, "[%s] Answering as demo device.", kFunction);
@@ -70,12 +70,12 @@ static PacketPtr AnswerTo(const Packet& packet) {
     return MakeDemoResponse(request->req_id);
 }
 
-static void DummyTxThreadFunc(void*) {
+void DummyTxThreadFunc(void*) {
     while (state->running) {
         const PacketPtr packet = TakePacket(&state->queues.tx, GetDemoLimits().transmit_poll_ms);
         if (!packet) continue;
         if (PacketPtr answer = AnswerTo(*packet)) {
-            // Deliberate: past EnqueueReceivedPacket, so that the answer is neither tagged nor
+            // Deliberate: bypasses EnqueueReceivedPacket, so that the answer is neither tagged nor
             // traced.
             AppendPacket(&state->queues.rx, answer, kNoTag);
         }
@@ -83,7 +83,7 @@ static void DummyTxThreadFunc(void*) {
     }
 }
 
-static void DummyInit() {
+void DummyInit() {
     if (state->initialized) return;
     DeviceQueues& queues = state->queues;
     queues.available = true;
@@ -96,7 +96,7 @@ static void DummyInit() {
     state->initialized = true;
 }
 
-static void DummyStart() {
+void DummyStart() {
     Log(kLogTrace, "[%s] Start", __func__);
     if (!CheckInitialized(state->initialized, __func__, kCannotStart)) return;
     LockGuard hold(state->session_lock);
@@ -110,7 +110,7 @@ static void DummyStart() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void DummyStop() {
+void DummyStop() {
     LockGuard hold(state->session_lock);
     if (!state->running.exchange(false)) return;
     WakeQueueWaiters(&state->queues.tx);
@@ -119,7 +119,7 @@ static void DummyStop() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void DummyDeinit() {
+void DummyDeinit() {
     if (!state->initialized) return;
     DummyStop();
     DeviceQueues& queues = state->queues;
@@ -133,7 +133,7 @@ static void DummyDeinit() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     if (!CheckInitialized(state->initialized, __func__)) return false;
     if (!state->running) return false;
     ConsolePrint("[Dummy] DummyUpdateDevices: scanning for devices\r\n");
@@ -150,9 +150,11 @@ static bool DummyUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, vo
     return true;
 }
 
+}  // namespace
+
 const Transport kDummyTransport = {
     .name = "Dummy",
-    .id = kDummyTransportId,
+    .id = 2,
     .interface_name = "USB",
     .connection_type = "USB",
     .module_type_id = 1,

@@ -8,8 +8,10 @@
 
 namespace tarvik {
 
-static constexpr char kDongleVendor[] = "303a";
-static constexpr char kDongleProduct[] = "1001";
+namespace {
+
+constexpr char kDongleVendor[] = "303a";
+constexpr char kDongleProduct[] = "1001";
 
 struct Unref {
     void operator()(udev* context) const { ::udev_unref(context); }
@@ -19,19 +21,19 @@ struct Unref {
 template <typename T>
 using Udev = std::unique_ptr<T, Unref>;
 
-static bool HasAttribute(udev_device* device, const char* name, const char* wanted) {
+bool HasAttribute(udev_device* device, const char* name, const char* wanted) {
     const char* value = ::udev_device_get_sysattr_value(device, name);
     return value != nullptr && std::strcmp(value, wanted) == 0;
 }
 
-static bool IsDongle(udev_device* tty) {
-    // Borrowed from the tty: not to be released.
+bool IsDongle(udev_device* tty) {
+    // Belongs to the tty and must not be released.
     udev_device* usb = ::udev_device_get_parent_with_subsystem_devtype(tty, "usb", "usb_device");
     return usb != nullptr && HasAttribute(usb, "idVendor", kDongleVendor) &&
            HasAttribute(usb, "idProduct", kDongleProduct);
 }
 
-static void Examine(udev* context, const char* syspath, FoundPort found, void* found_context) {
+void Examine(udev* context, const char* syspath, FoundPort found, void* found_context) {
     const Udev<udev_device> tty(::udev_device_new_from_syspath(context, syspath));
     if (!tty) return;  // gone since it was listed
     const char* name = ::udev_device_get_sysname(tty.get());
@@ -41,12 +43,14 @@ static void Examine(udev* context, const char* syspath, FoundPort found, void* f
     if (number && IsDongle(tty.get())) found(found_context, *number, path);
 }
 
+}  // namespace
+
 bool DiscoverPorts(FoundPort found, void* context) {
     const Udev<udev> system(::udev_new());
     if (!system) return false;
     const Udev<udev_enumerate> list(::udev_enumerate_new(system.get()));
     if (!list) return false;
-    // Names first: a system has many ttys that can be passed over without opening anything.
+    // Filtered by name first, so that most ttys need not be opened.
     if (::udev_enumerate_add_match_subsystem(list.get(), "tty") < 0 ||
         ::udev_enumerate_add_match_sysname(list.get(), "ttyACM*") < 0 ||
         ::udev_enumerate_add_match_sysname(list.get(), "ttyUSB*") < 0 ||

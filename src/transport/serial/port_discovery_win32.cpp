@@ -14,10 +14,12 @@
 
 namespace tarvik {
 
-static constexpr char kDongleHardwareId[] = "VID_303A&PID_1001";
+namespace {
+
+constexpr char kDongleHardwareId[] = "VID_303A&PID_1001";
 
 // The Ports device class: {4D36E978-E325-11CE-BFC1-08002BE10318}.
-static constexpr GUID kPortsClass = {
+constexpr GUID kPortsClass = {
     0x4D36E978, 0xE325, 0x11CE, {0xBF, 0xC1, 0x08, 0x00, 0x2B, 0xE1, 0x03, 0x18}};
 
 struct CloseDeviceSet {
@@ -30,7 +32,7 @@ struct CloseKey {
 };
 using DeviceKey = std::unique_ptr<std::remove_pointer_t<HKEY>, CloseKey>;
 
-static bool ReadPortName(HDEVINFO set, SP_DEVINFO_DATA* device, char* name, DWORD capacity) {
+bool ReadPortName(HDEVINFO set, SP_DEVINFO_DATA* device, char* name, DWORD capacity) {
     const HKEY opened =
         ::SetupDiOpenDevRegKey(set, device, DICS_FLAG_GLOBAL, 0, DIREG_DEV, KEY_READ);
     if (opened == INVALID_HANDLE_VALUE) return false;
@@ -46,8 +48,8 @@ static bool ReadPortName(HDEVINFO set, SP_DEVINFO_DATA* device, char* name, DWOR
     return true;
 }
 
-// The property is a list of texts; an id that matches in any of them counts.
-static bool IsDongle(HDEVINFO set, SP_DEVINFO_DATA* device) {
+// The property is a list of texts; a match in any of them counts.
+bool IsDongle(HDEVINFO set, SP_DEVINFO_DATA* device) {
     char ids[1024];
     DWORD size = 0;
     if (!::SetupDiGetDeviceRegistryPropertyA(set, device, SPDRP_HARDWAREID, nullptr,
@@ -58,6 +60,8 @@ static bool IsDongle(HDEVINFO set, SP_DEVINFO_DATA* device) {
     const char* wanted_end = kDongleHardwareId + sizeof kDongleHardwareId - 1;
     return std::search(static_cast<const char*>(ids), end, kDongleHardwareId, wanted_end) != end;
 }
+
+}  // namespace
 
 bool DiscoverPorts(FoundPort found, void* context) {
     const HDEVINFO opened =

@@ -4,12 +4,13 @@
 
 namespace tarvik {
 
-static constexpr std::int32_t kFirstTtyUsb = 128;
+namespace {
 
-// The decimal number that ends the name, at most `last`. Systems write no leading zeros, so a name
-// with one is somebody else's.
-static std::optional<std::int32_t> NumberAfter(const char* name, const char* prefix,
-                                               std::int32_t last) {
+constexpr std::int32_t kFirstTtyUsb = 128;
+
+// The decimal number after the prefix, at most `last`. Systems write no leading zeros, so a name
+// with one is not a port.
+std::optional<std::int32_t> NumberAfter(const char* name, const char* prefix, std::int32_t last) {
     const std::size_t prefix_length = std::strlen(prefix);
     if (std::strncmp(name, prefix, prefix_length) != 0) return std::nullopt;
     const char* digits = name + prefix_length;
@@ -22,6 +23,8 @@ static std::optional<std::int32_t> NumberAfter(const char* name, const char* pre
     }
     return number;
 }
+
+}  // namespace
 
 std::optional<std::int32_t> NumberOfComPort(const char* name) {
     return NumberAfter(name, "COM", kSerialPortCount - 1);

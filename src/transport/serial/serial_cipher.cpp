@@ -1,6 +1,6 @@
-// The inverse cipher of AES stands here itself, because crypto libraries take keys: none takes a
-// key schedule, and filling one's private record by hand would tie us to its layout. The packets
-// hold nothing secret under a schedule that everybody knows, so table look-ups are no leak.
+// The inverse AES cipher is implemented here because crypto libraries take keys, not key schedules,
+// and filling a library's private record by hand would depend on its layout. Nothing is secret
+// under a schedule that everybody knows, so table look-ups leak nothing.
 #include "transport/serial/serial_cipher.h"
 
 #include <bit>
@@ -8,10 +8,12 @@
 
 namespace tarvik {
 
+namespace {
+
 using Block = std::array<std::uint8_t, kCipherBlock>;
 
 // Multiplication in AES's field of 256 elements.
-static constexpr std::uint8_t Multiply(std::uint8_t a, std::uint8_t b) {
+constexpr std::uint8_t Multiply(std::uint8_t a, std::uint8_t b) {
     std::uint8_t product = 0;
     for (; b != 0; b = static_cast<std::uint8_t>(b >> 1)) {
         if ((b & 1) != 0) product = static_cast<std::uint8_t>(product ^ a);
@@ -22,10 +24,10 @@ static constexpr std::uint8_t Multiply(std::uint8_t a, std::uint8_t b) {
 }
 
 // The S-box maps an element to its reciprocal, followed by an affine map; this is its inverse.
-static constexpr std::array<std::uint8_t, 256> MakeInverseSBox() {
+constexpr std::array<std::uint8_t, 256> MakeInverseSBox() {
     std::array<std::uint8_t, 256> inverse{};
-    std::uint8_t power = 1;       // walks through all elements but 0
-    std::uint8_t reciprocal = 1;  // and its reciprocal along with it
+    std::uint8_t power = 1;       // steps through all elements but 0
+    std::uint8_t reciprocal = 1;  // of `power`
     do {
         power = Multiply(power, 0x03);
         reciprocal = Multiply(reciprocal, 0xF6);
@@ -37,11 +39,11 @@ static constexpr std::array<std::uint8_t, 256> MakeInverseSBox() {
     inverse[0x63] = 0;
     return inverse;
 }
-static constexpr std::array<std::uint8_t, 256> kInverseSBox = MakeInverseSBox();
+constexpr std::array<std::uint8_t, 256> kInverseSBox = MakeInverseSBox();
 static_assert(kInverseSBox[0x63] == 0x00 && kInverseSBox[0x7C] == 0x01);
 static_assert(kInverseSBox[0x00] == 0x52 && kInverseSBox[0xFF] == 0x7D);
 
-static void Add(Block* state, const Block& other) {
+void Add(Block* state, const Block& other) {
     for (std::size_t i = 0; i < kCipherBlock; ++i) {
         (*state)[i] = static_cast<std::uint8_t>((*state)[i] ^ other[i]);
     }
@@ -49,7 +51,7 @@ static void Add(Block* state, const Block& other) {
 
 // Row r of the state (bytes r, r + 4, r + 8, r + 12) moves right by r places; then every byte goes
 // through the inverse S-box.
-static void InverseShiftAndSubstitute(Block* state) {
+void InverseShiftAndSubstitute(Block* state) {
     const Block from = *state;
     for (std::size_t i = 0; i < kCipherBlock; ++i) {
         const std::size_t row = i % 4;
@@ -57,7 +59,7 @@ static void InverseShiftAndSubstitute(Block* state) {
     }
 }
 
-static void InverseMixColumns(Block* state) {
+void InverseMixColumns(Block* state) {
     static constexpr std::uint8_t kFactors[4] = {14, 11, 13, 9};
     const Block from = *state;
     for (std::size_t i = 0; i < kCipherBlock; ++i) {
@@ -70,6 +72,8 @@ static void InverseMixColumns(Block* state) {
         (*state)[i] = sum;
     }
 }
+
+}  // namespace
 
 void SerialCipher::Decipher(std::uint8_t* data, std::size_t size) {
     for (; size >= kCipherBlock; data += kCipherBlock, size -= kCipherBlock) {

@@ -9,14 +9,14 @@ namespace tarvik {
 inline constexpr std::size_t kCipherBlock = 16;
 inline constexpr std::size_t kCipherRounds = 14;  // AES-256
 
-// Deciphers the sealed packets of serial ports: AES-256 in CBC mode whose chaining value goes on
-// from packet to packet.
+// Deciphers the sealed packets of serial ports: AES-256 in CBC mode whose chaining value carries
+// over from packet to packet.
 //
-// Deliberate: no key is ever provisioned. The key *schedule* is all zero, that is, every round key
-// is, which no AES-256 key expands to (the schedule of an all-zero key is not it).
+// Deliberate: no key is ever provisioned. Every round key of the *schedule* is zero. No AES-256 key
+// expands to that, not even the all-zero key.
 class SerialCipher {
 public:
-    // In place. Whole blocks only: what remains behind the last one is left as it is.
+    // In place. Whole blocks only: bytes after the last one stay as they are.
     void Decipher(std::uint8_t* data, std::size_t size);
 
 private:

@@ -14,34 +14,34 @@
 
 namespace tarvik {
 
-static constexpr int kSyncTries = 3;
+namespace {
 
-static constexpr char kScanName[] = "SerialConnect";
-static constexpr char kConnectName[] = "ConnectSerialPort";
-static constexpr char kThreadName[] = "SerialConnectThreadFunc";
+constexpr int kSyncTries = 3;
 
-// What the log calls a monitor thread that is closed: of a port that went away, or at the end.
-static constexpr char kMonitorKind[] = "MonitorThread";
-static constexpr char kMonitorEndKind[] = "MonitorThread error cleanup";
+constexpr char kScanName[] = "SerialConnect";
+constexpr char kConnectName[] = "ConnectSerialPort";
+constexpr char kThreadName[] = "SerialConnectThreadFunc";
 
-// What the system lists. Guarded by the session lock, like all that a scan works on.
+// How the log names a monitor thread that is closed: of a port that disappeared, or at the end.
+constexpr char kMonitorKind[] = "MonitorThread";
+constexpr char kMonitorEndKind[] = "MonitorThread error cleanup";
+
+// The ports that the system lists. Guarded by the session lock, as is all that a scan works on.
 struct PresentPort {
     bool present;
     char path[64];
 };
-static PresentPort present_ports[kSerialPortCount];
+PresentPort present_ports[kSerialPortCount];
 
-static std::atomic<PortState>& StateOf(std::int32_t number) {
+std::atomic<PortState>& StateOf(std::int32_t number) {
     return serial->port_states[static_cast<std::size_t>(number)];
 }
 
-static SerialPort& PortOf(std::int32_t number) {
-    return serial->ports[static_cast<std::size_t>(number)];
-}
+SerialPort& PortOf(std::int32_t number) { return serial->ports[static_cast<std::size_t>(number)]; }
 
 // ---------------------------------------------------------------- connecting a port
 
-static void ResetPort(SerialPort* port, std::int32_t number) {
+void ResetPort(SerialPort* port, std::int32_t number) {
     DeviceQueues& queues = port->queues;
     port->number = number;
     port->stream.Reset();
@@ -53,7 +53,7 @@ static void ResetPort(SerialPort* port, std::int32_t number) {
     queues.mtu = kSerialMtu;
 }
 
-static bool OpenPortHandle(SerialPort* port, const char* path) {
+bool OpenPortHandle(SerialPort* port, const char* path) {
     PortHandle* handle = OpenPort(path);
     if (handle == nullptr) {
         ConsolePrint("Failed to open serial port: %i\n", OsLastError());
@@ -64,24 +64,24 @@ static bool OpenPortHandle(SerialPort* port, const char* path) {
     return true;
 }
 
-static bool StartThread(OsThread** thread, OsThreadEntry entry, SerialPort* port,
-                        const char* description) {
+bool StartThread(OsThread** thread, OsThreadEntry entry, SerialPort* port,
+                 const char* description) {
     *thread = OsThreadStart(entry, port, description);
     return *thread != nullptr;
 }
 
-static void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port) {
+void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port) {
     if (*thread == nullptr) return;
     OsThreadJoin(*thread, GetSerialLimits().failed_thread_end_ms);
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s error cleanup) for port %d", kConnectName,
         OsThreadHandle(*thread), which, port.number);
-    OsThreadJoin(*thread, -1);  // whatever held it up: it uses the port, which is closed next
+    OsThreadJoin(*thread, -1);  // without limit: it uses the port, which is closed next
     OsThreadClose(*thread);
     *thread = nullptr;
 }
 
-// The monitor thread comes last, so that it finds the other two.
-static bool StartPortThreads(SerialPort* port) {
+// The monitor thread starts last: it expects the other two.
+bool StartPortThreads(SerialPort* port) {
     const std::int32_t number = port->number;
     if (!StartThread(&port->receive_thread, SerialRxThreadFunc, port,
                      "Tarvik SerialRxThreadFunc")) {
@@ -106,8 +106,8 @@ static bool StartPortThreads(SerialPort* port) {
     return true;
 }
 
-// Undoes what was set up without a monitor thread to do it.
-static void AbandonPort(SerialPort* port) {
+// Takes down a port that has no monitor thread to do it.
+void AbandonPort(SerialPort* port) {
     StopPort(port);
     CleanUpThread(&port->transmit_thread, "TxThread", *port);
     CleanUpThread(&port->receive_thread, "RxThread", *port);
@@ -116,9 +116,9 @@ static void AbandonPort(SerialPort* port) {
     ReleaseQueues(port);
 }
 
-// False: the port has closed itself meanwhile. The queues are available from the first SYNC on: a
-// link from before a replug goes on sending, and the dongle must find the SYNC before that.
-static bool SendSync(SerialPort* port) {
+// False: the port has closed itself. The queues become available with the first SYNC: a link from
+// before a replug keeps sending, and the dongle must receive the SYNC before that.
+bool SendSync(SerialPort* port) {
     LockGuard hold(port->queues.device_lock);
     if (!port->running) return false;
     PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
@@ -127,7 +127,7 @@ static bool SendSync(SerialPort* port) {
     return true;
 }
 
-static bool Synchronize(SerialPort* port) {
+bool Synchronize(SerialPort* port) {
     for (int i = 0; i < kSyncTries && serial->running; ++i) {
         ConsolePrint("COM%d: Send SYNC\n", port->number);
         if (!SendSync(port)) return false;
@@ -139,20 +139,20 @@ static bool Synchronize(SerialPort* port) {
     return false;
 }
 
-// The port may close itself at any moment: its state then is the one that its monitor thread
-// leaves behind.
-static void MarkConnected(SerialPort* port) {
+// The port may close itself at any moment; its state is then the one that its monitor thread sets.
+void MarkConnected(SerialPort* port) {
     LockGuard hold(port->queues.device_lock);
     StateOf(port->number) = port->queues.available ? PortState::kConnected : PortState::kUnused;
 }
 
-bool ConnectSerialPort(std::int32_t number, const char* path) {
+// Opens the port, starts its threads and synchronises with the dongle. Under the session lock.
+void ConnectSerialPort(std::int32_t number, const char* path) {
     SerialPort& port = PortOf(number);
     ResetPort(&port, number);
     if (!OpenPortHandle(&port, path) || !StartPortThreads(&port)) {
         AbandonPort(&port);
         StateOf(number) = PortState::kFailed;
-        return false;
+        return;
     }
     if (!Synchronize(&port)) {
         StateOf(number) = PortState::kFailed;
@@ -162,27 +162,25 @@ bool ConnectSerialPort(std::int32_t number, const char* path) {
                 number);
         }
         StopPort(&port);  // its monitor thread closes everything
-        return false;
+        return;
     }
     ConsolePrint("COM%d: Connected successfully\n", number);
     MarkConnected(&port);
     AnnounceSerialChange();
-    return true;
 }
 
 // ---------------------------------------------------------------- scanning
 
-static void NotePresentPort(void*, std::int32_t number, const char* path) {
+void NotePresentPort(void*, std::int32_t number, const char* path) {
     PresentPort& port = present_ports[number];
     if (port.present || std::strlen(path) >= sizeof port.path) return;
     FormatText(port.path, sizeof port.path, "%s", path);
     port.present = true;
 }
 
-// Closes the handle of a monitor thread that has ended, or ends within the limit. False: it still
-// runs, and the port is not to be touched.
-static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* log_name,
-                         const char* kind) {
+// Closes the monitor thread if it ends within limit_ms. False: it still runs, and the port must not
+// be touched.
+bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* log_name, const char* kind) {
     if (port->monitor_thread == nullptr) return true;
     if (!OsThreadJoin(port->monitor_thread, limit_ms)) return false;
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s) for port %d", log_name,
@@ -192,15 +190,15 @@ static bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* lo
     return true;
 }
 
-static void NoteArrival(std::int32_t number) {
-    // While the last connection is still being closed, the next scan is early enough.
+void NoteArrival(std::int32_t number) {
+    // While the last connection is still being closed, the next scan is soon enough.
     if (StateOf(number) != PortState::kUnused) return;
     if (!CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind)) return;
     ConsolePrint("COM%d: New device detected\n", number);
     StateOf(number) = PortState::kDetected;
 }
 
-static void NoteDeparture(std::int32_t number) {
+void NoteDeparture(std::int32_t number) {
     const PortState state = StateOf(number);
     if (state == PortState::kUnused) return;
     SerialPort& port = PortOf(number);
@@ -214,12 +212,13 @@ static void NoteDeparture(std::int32_t number) {
     StateOf(number) = PortState::kUnused;
 }
 
-bool SerialConnect() {
+// One scan: notes the ports that appeared or disappeared and connects the new ones.
+void SerialConnect() {
     LockGuard hold(serial->session_lock);
     std::memset(present_ports, 0, sizeof present_ports);
     if (!DiscoverPorts(NotePresentPort, nullptr)) {
         ConsolePrint("Failed to get device information set\n");
-        return false;
+        return;
     }
     for (std::int32_t number = 0; number < kSerialPortCount; ++number) {
         if (present_ports[number].present) {
@@ -229,18 +228,16 @@ bool SerialConnect() {
         }
         CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind);
     }
-    bool connected = false;
     for (std::int32_t number = 0; number < kSerialPortCount && serial->running; ++number) {
         if (!present_ports[number].present || StateOf(number) != PortState::kDetected) continue;
         ConsolePrint("COM%d: Connecting to new device\n", number);
-        if (ConnectSerialPort(number, present_ports[number].path)) connected = true;
+        ConnectSerialPort(number, present_ports[number].path);
     }
-    return connected;
 }
 
 // ---------------------------------------------------------------- the connect thread
 
-static void PauseBetweenScans() {
+void PauseBetweenScans() {
     const auto pause_ms = static_cast<std::uint64_t>(GetSerialLimits().scan_pause_ms);
     const std::uint64_t deadline = TickMs() + pause_ms;
     LockGuard hold(serial->change_lock);
@@ -251,7 +248,7 @@ static void PauseBetweenScans() {
     }
 }
 
-static void StopConnectedPort(std::int32_t number) {
+void StopConnectedPort(std::int32_t number) {
     SerialPort& port = PortOf(number);
     if (StateOf(number).exchange(PortState::kUnused) != PortState::kConnected) return;
     Log(kLogTrace, "[%s]   Waiting for COM%d Thread", kThreadName, number);
@@ -259,11 +256,11 @@ static void StopConnectedPort(std::int32_t number) {
     CloseMonitor(&port, GetSerialLimits().monitor_end_ms, kThreadName, kMonitorEndKind);
 }
 
-static void StopAllPorts() {
+void StopAllPorts() {
     for (std::int32_t number = 0; number < kSerialPortCount; ++number)
         StopConnectedPort(number);
-    // Ports whose handshake was cut short, and those that needed longer than their share: after
-    // the library's end no thread of it may run.
+    // Ports whose handshake was cut short, and ports that exceeded monitor_end_ms: no thread of the
+    // library may run after its end.
     const auto limit_ms = static_cast<std::uint64_t>(GetSerialLimits().stop_ports_ms);
     const std::uint64_t deadline = TickMs() + limit_ms;
     for (SerialPort& port : serial->ports) {
@@ -274,6 +271,8 @@ static void StopAllPorts() {
                      kThreadName, kMonitorEndKind);
     }
 }
+
+}  // namespace
 
 void SerialConnectThreadFunc(void*) {
     while (serial->running) {

@@ -6,7 +6,11 @@
 
 namespace tarvik {
 
-static constexpr char kMonitorName[] = "SerialThreadFunc";
+namespace {
+
+constexpr char kMonitorName[] = "SerialThreadFunc";
+
+}  // namespace
 
 void StopPort(SerialPort* port) {
     LockGuard hold(port->stop_lock);
@@ -38,17 +42,21 @@ void ForgetReceived(SerialPort* port) {
     FragForget(&port->queues);
 }
 
-static void AwaitStop(SerialPort* port) {
+namespace {
+
+void AwaitStop(SerialPort* port) {
     LockGuard hold(port->stop_lock);
     while (port->running)
         port->stopped.Wait(port->stop_lock, GetSerialLimits().monitor_poll_ms);
 }
 
-static void CloseEndedThread(OsThread** thread) {
+void CloseEndedThread(OsThread** thread) {
     OsThreadJoin(*thread, -1);
     OsThreadClose(*thread);
     *thread = nullptr;
 }
+
+}  // namespace
 
 void SerialThreadFunc(void* argument) {
     auto* port = static_cast<SerialPort*>(argument);
@@ -64,8 +72,8 @@ void SerialThreadFunc(void* argument) {
         OsThreadHandle(port->receive_thread), port->number);
     ReleaseQueues(port);
 
-    // A thread that is held up beyond its limit (by a paused console, say) still uses the port:
-    // nobody waits for it any more, but the port is closed only after its end.
+    // A thread that has exceeded its limit (held up by a paused console, for example) still uses
+    // the port: the queues do not wait for it, but the port is closed only after it has ended.
     CloseEndedThread(&port->transmit_thread);
     CloseEndedThread(&port->receive_thread);
     ClosePortHandle(port);

@@ -16,44 +16,98 @@
 
 namespace tarvik {
 
-static constexpr std::size_t kTakenAtOnce = 4096;
+namespace {
+
+constexpr std::size_t kTakenAtOnce = 4096;
+
+}  // namespace
 
 struct PortHandle {
     int file = -1;
-    int wake = -1;  // readable once the port has been woken, for good
+    int wake = -1;  // readable from the first WakePort on
 };
 
-// The counterpart of an overlapped event: what the thread sleeps on, which is its direction of the
-// port and the port's wake-up.
+// What a thread sleeps on: its direction of the port, and the port's wake-up.
 struct PortTransfer {
     PortHandle* port = nullptr;
     int poll = -1;
     bool hung_up = false;
-    // Bytes that have been taken from the tty and not read yet, and whether they were all it had.
+    // Bytes taken from the tty that ReadPort has not returned yet. `emptied`: they were all it had.
     std::uint8_t bytes[kTakenAtOnce];
     std::uint32_t begin = 0;
     std::uint32_t end = 0;
     bool emptied = false;
 };
 
-static void CloseIfOpen(int descriptor) {
+namespace {
+
+void CloseIfOpen(int descriptor) {
     if (descriptor >= 0) ::close(descriptor);
 }
 
-// A cooked tty would change bytes. Nothing else of it is touched.
-static bool SetRaw(int file) {
+// A cooked tty would change bytes. All other settings stay.
+bool SetRaw(int file) {
     termios settings{};
     if (::tcgetattr(file, &settings) != 0) return false;
     ::cfmakeraw(&settings);
     return ::tcsetattr(file, TCSANOW, &settings) == 0;
 }
 
-static bool OpenFiles(PortHandle* port, const char* path) {
+bool OpenFiles(PortHandle* port, const char* path) {
     port->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (port->wake < 0) return false;
     port->file = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     return port->file >= 0 && ::ioctl(port->file, TIOCEXCL) == 0 && SetRaw(port->file);
 }
+
+bool Watch(int poll, int descriptor, std::uint32_t events) {
+    epoll_event watched{};
+    watched.events = events;
+    watched.data.fd = descriptor;
+    return ::epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &watched) == 0;
+}
+
+enum class Awaited : std::uint8_t { kPort, kWoken, kTimeout, kFailed };
+
+Awaited Await(PortTransfer* transfer, std::int32_t timeout_ms) {
+    epoll_event events[2];
+    const int count = ::epoll_wait(transfer->poll, events, 2, timeout_ms);
+    if (count < 0) return errno == EINTR ? Awaited::kPort : Awaited::kFailed;
+    Awaited awaited = Awaited::kTimeout;
+    for (int i = 0; i < count; ++i) {
+        if (events[i].data.fd == transfer->port->wake) return Awaited::kWoken;
+        if ((events[i].events & (EPOLLHUP | EPOLLERR)) != 0) transfer->hung_up = true;
+        awaited = Awaited::kPort;
+    }
+    return awaited;
+}
+
+// Takes what the tty has. Asking for the number of bytes before and after would cost two more
+// system calls for each packet. False: the tty was hung up.
+bool TakeBytes(PortTransfer* transfer) {
+    const ssize_t got = ::read(transfer->port->file, transfer->bytes, sizeof transfer->bytes);
+    if (got > 0) {
+        transfer->begin = 0;
+        transfer->end = static_cast<std::uint32_t>(got);
+        transfer->emptied = transfer->end < sizeof transfer->bytes;
+        return true;
+    }
+    if (got < 0 && errno == EINTR) return true;
+    if (got < 0 && errno == EAGAIN && !transfer->hung_up) {
+        transfer->emptied = true;
+        return true;
+    }
+    if (got == 0 || errno == EAGAIN) errno = EIO;
+    return false;
+}
+
+// Drops what the driver still holds: closing the port could wait half a minute for it.
+TransferOutcome GiveUp(PortTransfer* transfer, TransferOutcome outcome) {
+    ::tcflush(transfer->port->file, TCOFLUSH);
+    return outcome;
+}
+
+}  // namespace
 
 PortHandle* OpenPort(const char* path) {
     auto* port = NewTracked<PortHandle>();
@@ -72,20 +126,13 @@ void WakePort(PortHandle* port) { ::eventfd_write(port->wake, 1); }
 
 void ClosePort(PortHandle* port) {
     if (port->file >= 0) {
-        // The mark stays with the tty, not with our descriptor: others may open it again.
+        // The mark belongs to the tty, not to the descriptor: let others open it again.
         ::ioctl(port->file, TIOCNXCL);
-        ::tcflush(port->file, TCIOFLUSH);  // closing would wait until the driver has sent it
+        ::tcflush(port->file, TCIOFLUSH);  // otherwise close waits until the driver has sent it
         ::close(port->file);
     }
     CloseIfOpen(port->wake);
     DeleteTracked(port);
-}
-
-static bool Watch(int poll, int descriptor, std::uint32_t events) {
-    epoll_event watched{};
-    watched.events = events;
-    watched.data.fd = descriptor;
-    return ::epoll_ctl(poll, EPOLL_CTL_ADD, descriptor, &watched) == 0;
 }
 
 PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
@@ -116,43 +163,9 @@ void CloseTransfer(PortTransfer* transfer) {
     DeleteTracked(transfer);
 }
 
-enum class Awaited : std::uint8_t { kPort, kWoken, kTimeout, kFailed };
-
-static Awaited Await(PortTransfer* transfer, std::int32_t timeout_ms) {
-    epoll_event events[2];
-    const int count = ::epoll_wait(transfer->poll, events, 2, timeout_ms);
-    if (count < 0) return errno == EINTR ? Awaited::kPort : Awaited::kFailed;
-    Awaited awaited = Awaited::kTimeout;
-    for (int i = 0; i < count; ++i) {
-        if (events[i].data.fd == transfer->port->wake) return Awaited::kWoken;
-        if ((events[i].events & (EPOLLHUP | EPOLLERR)) != 0) transfer->hung_up = true;
-        awaited = Awaited::kPort;
-    }
-    return awaited;
-}
-
 bool WaitForData(PortTransfer* transfer, std::int32_t timeout_ms) {
     transfer->emptied = false;
     return Await(transfer, timeout_ms) != Awaited::kFailed;
-}
-
-// Takes from the tty what there is: to ask for the number of bytes first, and once more after the
-// last one, would cost two system calls for every packet. False: the tty was hung up.
-static bool TakeBytes(PortTransfer* transfer) {
-    const ssize_t got = ::read(transfer->port->file, transfer->bytes, sizeof transfer->bytes);
-    if (got > 0) {
-        transfer->begin = 0;
-        transfer->end = static_cast<std::uint32_t>(got);
-        transfer->emptied = transfer->end < sizeof transfer->bytes;
-        return true;
-    }
-    if (got < 0 && errno == EINTR) return true;
-    if (got < 0 && errno == EAGAIN && !transfer->hung_up) {
-        transfer->emptied = true;
-        return true;
-    }
-    if (got == 0 || errno == EAGAIN) errno = EIO;
-    return false;
 }
 
 bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
@@ -167,12 +180,6 @@ TransferOutcome ReadPort(PortTransfer* transfer, void* data, std::uint32_t size)
     std::memcpy(data, transfer->bytes + transfer->begin, count);
     transfer->begin += count;
     return {TransferStep::kDone, count, 0};
-}
-
-// Drops what the driver still holds, which could keep closing the port waiting for half a minute.
-static TransferOutcome GiveUp(PortTransfer* transfer, TransferOutcome outcome) {
-    ::tcflush(transfer->port->file, TCOFLUSH);
-    return outcome;
 }
 
 TransferOutcome WritePort(PortTransfer* transfer, const void* data, std::uint32_t size,

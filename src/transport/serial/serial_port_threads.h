@@ -9,18 +9,16 @@ namespace tarvik {
 // The entries of a port's threads; the argument is its SerialPort.
 void SerialRxThreadFunc(void* argument);
 void SerialTxThreadFunc(void* argument);
-void SerialThreadFunc(void* argument);  // the monitor: tears the port down when it stops
+void SerialThreadFunc(void* argument);  // the monitor: takes the port down when it stops
 
 // Asks the port's threads to end and wakes them. Any thread may call it, at any time.
 void StopPort(SerialPort* port);
 
-// Takes the dongle away from those who use its queues, and releases the queues. Whether the port's
-// threads still run does not matter.
+// Marks the dongle as unavailable and releases its queues. The port's threads may still run.
 void ReleaseQueues(SerialPort* port);
-// The receive and the transmit thread have ended.
+// Only after the receive and the transmit thread have ended.
 void ClosePortHandle(SerialPort* port);
-// Releases what has been received in part: half a packet, or some fragments of one. The receive
-// thread has ended.
+// Releases a packet or fragments received in part. Only after the receive thread has ended.
 void ForgetReceived(SerialPort* port);
 
 }  // namespace tarvik

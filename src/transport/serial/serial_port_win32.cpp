@@ -8,7 +8,7 @@ namespace tarvik {
 
 struct PortHandle {
     HANDLE file = INVALID_HANDLE_VALUE;
-    HANDLE wake = nullptr;  // manual reset; set once, for good
+    HANDLE wake = nullptr;  // manual reset; stays set
 };
 
 struct PortTransfer {
@@ -16,18 +16,51 @@ struct PortTransfer {
     OVERLAPPED transfer{};
     OVERLAPPED comm_wait{};     // the receiver's
     DWORD comm_event = 0;       // written by the system when a comm event ends the wait
-    bool comm_pending = false;  // such a wait is under way
+    bool comm_pending = false;  // such a wait is pending
 };
 
-static void CloseIfOpen(HANDLE handle) {
+namespace {
+
+void CloseIfOpen(HANDLE handle) {
     if (handle != nullptr && handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
 }
 
-static void KeepLastErrorAndClose(PortHandle* port) {
+void KeepLastErrorAndClose(PortHandle* port) {
     const DWORD error = ::GetLastError();
     ClosePort(port);
     ::SetLastError(error);
 }
+
+// Not every system can cancel a wait for a comm event, but a new mask ends it everywhere. Until
+// then the system may write into the record.
+void EndCommWait(PortTransfer* transfer) {
+    if (!transfer->comm_pending) return;
+    ::SetCommMask(transfer->port->file, 0);
+    DWORD ignored = 0;
+    ::GetOverlappedResult(transfer->port->file, &transfer->comm_wait, &ignored, TRUE);
+    transfer->comm_pending = false;
+}
+
+// Waits for the transfer that was started. `wait_ms` counts from here.
+TransferOutcome Finish(PortTransfer* transfer, bool started, DWORD wait_ms) {
+    if (!started && ::GetLastError() != ERROR_IO_PENDING) {
+        return {TransferStep::kStart, 0, ::GetLastError()};
+    }
+    const HANDLE either[] = {transfer->transfer.hEvent, transfer->port->wake};
+    const DWORD wait = ::WaitForMultipleObjects(2, either, FALSE, wait_ms);
+    const HANDLE file = transfer->port->file;
+    if (wait != WAIT_OBJECT_0) ::CancelIoEx(file, &transfer->transfer);
+
+    DWORD bytes = 0;
+    const bool complete = ::GetOverlappedResult(file, &transfer->transfer, &bytes, TRUE) != 0;
+    const DWORD error = complete ? 0 : ::GetLastError();
+    if (wait == WAIT_TIMEOUT) return {TransferStep::kTimeout, bytes, 0};
+    if (wait != WAIT_OBJECT_0) return {TransferStep::kWait, bytes, wait};
+    if (!complete) return {TransferStep::kResult, bytes, error};
+    return {TransferStep::kDone, bytes, 0};
+}
+
+}  // namespace
 
 PortHandle* OpenPort(const char* path) {
     auto* port = NewTracked<PortHandle>();
@@ -38,7 +71,7 @@ PortHandle* OpenPort(const char* path) {
     port->wake = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
     port->file = ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
                                FILE_FLAG_OVERLAPPED, nullptr);
-    // Naming the events to wait for is no line setting: how the driver runs the port stays as is.
+    // The event mask is not a line setting: those of the driver stay.
     if (port->wake == nullptr || port->file == INVALID_HANDLE_VALUE ||
         !::SetCommMask(port->file, EV_RXCHAR)) {
         KeepLastErrorAndClose(port);
@@ -78,16 +111,6 @@ PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
 
 void* TransferEvent(const PortTransfer* transfer) { return transfer->transfer.hEvent; }
 
-// A wait for a comm event cannot be cancelled on every system; a new mask ends it everywhere. The
-// record must not go away before that, since the system writes into it.
-static void EndCommWait(PortTransfer* transfer) {
-    if (!transfer->comm_pending) return;
-    ::SetCommMask(transfer->port->file, 0);
-    DWORD ignored = 0;
-    ::GetOverlappedResult(transfer->port->file, &transfer->comm_wait, &ignored, TRUE);
-    transfer->comm_pending = false;
-}
-
 void CloseTransfer(PortTransfer* transfer) {
     EndCommWait(transfer);
     CloseIfOpen(transfer->transfer.hEvent);
@@ -111,7 +134,7 @@ bool WaitForData(PortTransfer* transfer, std::int32_t timeout_ms) {
     const HANDLE either[] = {transfer->comm_wait.hEvent, transfer->port->wake};
     if (::WaitForMultipleObjects(2, either, FALSE, static_cast<DWORD>(timeout_ms)) ==
         WAIT_OBJECT_0) {
-        transfer->comm_pending = false;  // how it ended does not matter: QueuedBytes tells
+        transfer->comm_pending = false;  // however it ended: QueuedBytes shows it
     }
     return true;
 }
@@ -122,25 +145,6 @@ bool QueuedBytes(PortTransfer* transfer, std::uint32_t* count) {
     if (!::ClearCommError(transfer->port->file, &errors, &status)) return false;
     *count = status.cbInQue;
     return true;
-}
-
-// Waits for what was started and says how it ended. `wait_ms` counts from here.
-static TransferOutcome Finish(PortTransfer* transfer, bool started, DWORD wait_ms) {
-    if (!started && ::GetLastError() != ERROR_IO_PENDING) {
-        return {TransferStep::kStart, 0, ::GetLastError()};
-    }
-    const HANDLE either[] = {transfer->transfer.hEvent, transfer->port->wake};
-    const DWORD wait = ::WaitForMultipleObjects(2, either, FALSE, wait_ms);
-    const HANDLE file = transfer->port->file;
-    if (wait != WAIT_OBJECT_0) ::CancelIoEx(file, &transfer->transfer);
-
-    DWORD bytes = 0;
-    const bool complete = ::GetOverlappedResult(file, &transfer->transfer, &bytes, TRUE) != 0;
-    const DWORD error = complete ? 0 : ::GetLastError();
-    if (wait == WAIT_TIMEOUT) return {TransferStep::kTimeout, bytes, 0};
-    if (wait != WAIT_OBJECT_0) return {TransferStep::kWait, bytes, wait};
-    if (!complete) return {TransferStep::kResult, bytes, error};
-    return {TransferStep::kDone, bytes, 0};
 }
 
 TransferOutcome ReadPort(PortTransfer* transfer, void* data, std::uint32_t size) {

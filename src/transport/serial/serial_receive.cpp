@@ -15,8 +15,10 @@
 
 namespace tarvik {
 
-static constexpr char kRxName[] = "SerialRxThreadFunc";
-static constexpr char kReadName[] = "ReadPacketFromSerial";
+namespace {
+
+constexpr char kRxName[] = "SerialRxThreadFunc";
+constexpr char kReadName[] = "ReadPacketFromSerial";
 
 // Deliberate: one chaining value for the process, shared by all ports and kept when a dongle is
 // unplugged.
@@ -24,15 +26,15 @@ struct SharedCipher {
     OsLock lock;  // a packet is deciphered under one hold
     SerialCipher cipher;
 };
-static Immortal<SharedCipher> shared_cipher;
+Immortal<SharedCipher> shared_cipher;
 
 enum class Opened : std::uint8_t {
-    kPacket,   // the sealed packet has been replaced by the one within
-    kNothing,  // no packet came out, or memory is out: the sealed one is dropped
-    kTooLong,  // the packet within claims more than the one around it: the chain has been lost
+    kPacket,   // replaced by the packet that was sealed
+    kNothing,  // it holds no packet, or memory is out: to be dropped
+    kTooLong,  // the sealed packet is longer than the one around it: the chain is lost
 };
 
-static Opened OpenSealedPacket(PacketPtr* packet) {
+Opened OpenSealedPacket(PacketPtr* packet) {
     std::uint8_t* sealed = (*packet)->Bytes() + MIN_PKT_SIZE;
     const std::uint32_t sealed_size = (*packet)->length - MIN_PKT_SIZE;
     {
@@ -48,14 +50,14 @@ static Opened OpenSealedPacket(PacketPtr* packet) {
 
     PacketPtr inner = MakePacket(header.type, header.length);
     if (!inner) return Opened::kNothing;
-    // What the outer packet does not hold stays zero.
+    // Bytes that the outer packet lacks stay zero.
     const std::uint32_t held = std::min(header.length, sealed_size);
     std::copy(sealed + MIN_PKT_SIZE, sealed + held, inner->Bytes() + MIN_PKT_SIZE);
     *packet = std::move(inner);
     return Opened::kPacket;
 }
 
-static void PassOn(SerialPort* port, PacketPtr& packet) {
+void PassOn(SerialPort* port, PacketPtr& packet) {
     if (packet->type == kTypePing) {
         AnswerPing(&port->queues, packet);
     } else {
@@ -63,8 +65,8 @@ static void PassOn(SerialPort* port, PacketPtr& packet) {
     }
 }
 
-// False: the port cannot go on.
-static bool AcceptPacket(SerialPort* port, PacketPtr packet) {
+// False: the port must be closed.
+bool AcceptPacket(SerialPort* port, PacketPtr packet) {
     CountReceivedPacket(packet->length);
     if (packet->type == kTypeCryp) {
         switch (OpenSealedPacket(&packet)) {
@@ -86,15 +88,15 @@ static bool AcceptPacket(SerialPort* port, PacketPtr packet) {
     return true;
 }
 
-// The SYNC header itself is the packet that ends the handshake.
-static void AcceptSync(SerialPort* port) {
+// The SYNC header itself is the packet that completes the handshake.
+void AcceptSync(SerialPort* port) {
     ConsolePrint("Synchronized\n");
     Log(kLogTrace, "[%s] Synchronized\n", kRxName);
     PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
     if (sync) AppendPacket(&port->queues.rx, sync, kNoTag);
 }
 
-static bool AcceptBytes(SerialPort* port, ByteView bytes) {
+bool AcceptBytes(SerialPort* port, ByteView bytes) {
     for (;;) {
         PacketPtr packet;
         switch (port->stream.Next(&bytes, &packet)) {
@@ -114,7 +116,7 @@ static bool AcceptBytes(SerialPort* port, ByteView bytes) {
     }
 }
 
-static void LogReadFailure(const SerialPort& port, const TransferOutcome& outcome) {
+void LogReadFailure(const SerialPort& port, const TransferOutcome& outcome) {
     const int error = static_cast<int>(outcome.code);
     switch (outcome.step) {
         case TransferStep::kStart:
@@ -134,9 +136,8 @@ static void LogReadFailure(const SerialPort& port, const TransferOutcome& outcom
         kRxName);
 }
 
-// Reads whatever is queued, in as few pieces as fit, until nothing is left. False: the port
-// cannot go on.
-static bool ReceiveQueued(SerialPort* port, PortTransfer* transfer) {
+// Reads until nothing is queued. False: the port must be closed.
+bool ReceiveQueued(SerialPort* port, PortTransfer* transfer) {
     std::uint8_t bytes[kSerialMtu];
     while (port->running) {
         std::uint32_t queued = 0;
@@ -157,7 +158,7 @@ static bool ReceiveQueued(SerialPort* port, PortTransfer* transfer) {
     return true;
 }
 
-static void Receive(SerialPort* port, PortTransfer* transfer) {
+void Receive(SerialPort* port, PortTransfer* transfer) {
     while (port->running) {
         if (!WaitForData(transfer, GetSerialLimits().receive_poll_ms)) {
             Log(kLogTrace, "[%s] Failed to wait for comm event, error: %i", kRxName, OsLastError());
@@ -166,6 +167,8 @@ static void Receive(SerialPort* port, PortTransfer* transfer) {
         if (!ReceiveQueued(port, transfer)) return;
     }
 }
+
+}  // namespace
 
 void SerialRxThreadFunc(void* argument) {
     auto* port = static_cast<SerialPort*>(argument);

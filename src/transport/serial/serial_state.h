@@ -14,12 +14,11 @@
 
 namespace tarvik {
 
-inline constexpr std::uint32_t kSerialTransportId = 1;
 inline constexpr std::uint32_t kSerialMtu = 4096;
 
 enum class PortState : std::uint32_t {
     kUnused = 0,
-    kDetected = 1,  // a scan has seen it, it is not connected yet
+    kDetected = 1,  // seen by a scan, not connected yet
     kFailed = 2,    // did not connect; left alone until it disappears
     kConnected = 3,
 };
@@ -31,7 +30,7 @@ struct SerialPort {
     std::atomic<bool> running{false};  // its threads run; StopPort clears it
     OsLock stop_lock;                  // guards `handle`; comes before a queue's lock
     OsCondition stopped;               // woken when `running` is cleared
-    PortHandle* handle = nullptr;      // set while threads run: they use it without the lock
+    PortHandle* handle = nullptr;      // set while its threads run; they use it without the lock
     SerialStream stream;               // the receive thread's
     // The connect thread starts all three. The monitor thread ends the other two and closes them;
     // its own handle is closed by the connect thread, after its end.
@@ -48,7 +47,7 @@ struct SerialState {
     OsThread* connect_thread = nullptr;  // guarded by start_lock
     OsLock session_lock;                 // one scan at a time; comes before a device lock
 
-    OsLock change_lock;   // held for no longer than it takes to look at what `changed` tells of
+    OsLock change_lock;   // held only to look at what `changed` announces
     OsCondition changed;  // woken when a port has become connected, and when `running` is cleared
 
     // Changed by the connect thread, and by the monitor threads from connected to unused (under
@@ -58,7 +57,7 @@ struct SerialState {
 };
 extern Immortal<SerialState> serial;
 
-// After a change that sleepers on `changed` wait for.
+// Wakes the sleepers on `changed`; called after the change.
 void AnnounceSerialChange();
 
 }  // namespace tarvik

@@ -6,16 +6,20 @@
 
 namespace tarvik {
 
-static constexpr PacketHeaderWire kSync = {kTypeSync, MIN_PKT_SIZE};
+namespace {
 
-// Copies as many bytes as are there, at most `wanted`, and removes them from the input.
-static std::uint32_t Take(ByteView* input, std::uint8_t* to, std::uint32_t wanted) {
+constexpr PacketHeaderWire kSync = {kTypeSync, MIN_PKT_SIZE};
+
+// Moves at most `wanted` bytes from the input to `to`; null drops them. Returns their number.
+std::uint32_t Take(ByteView* input, std::uint8_t* to, std::uint32_t wanted) {
     const std::size_t count = std::min<std::size_t>(wanted, input->size);
     if (to != nullptr && count > 0) std::memcpy(to, input->data, count);
     input->data += count;
     input->size -= count;
     return static_cast<std::uint32_t>(count);
 }
+
+}  // namespace
 
 void SerialStream::Reset() { *this = SerialStream(); }
 

@@ -7,27 +7,27 @@
 namespace tarvik {
 
 enum class StreamEvent : std::uint8_t {
-    kNeedsMore,      // all bytes are used up
+    kNeedsMore,      // all bytes are consumed
     kSynchronized,   // the SYNC header was found: packets follow
-    kInvalidHeader,  // a header with an impossible length: the SYNC header is searched again
+    kInvalidHeader,  // a header with an impossible length: the search for SYNC restarts
     kPacket,         // a whole packet
 };
 
-// Cuts the byte stream of a port into packets. Knows nothing of ports and threads: bytes go in,
-// events come out. The outcome does not depend on how the stream was cut into reads.
+// Cuts the byte stream of a port into packets. Bytes go in, events come out, however the stream was
+// cut into reads. Uses no port and no thread.
 class SerialStream {
 public:
-    // For a new connection: nothing is left of the one before.
+    // For a new connection: forgets the one before.
     void Reset();
 
-    // Uses up bytes from the front of `input` until there is something to tell.
+    // Consumes bytes from the front of `input` until there is an event.
     // `packet` is set for kPacket only.
     StreamEvent Next(ByteView* input, PacketPtr* packet);
 
     bool synced() const { return synced_; }
-    // Within a packet: its header is in, its payload is not.
+    // A header has arrived, but not yet all of its payload.
     bool in_packet() const { return remaining_ > 0; }
-    // What the header of the last kInvalidHeader announced.
+    // The length in the header of the last kInvalidHeader.
     std::uint32_t invalid_length() const { return invalid_length_; }
 
 private:

@@ -9,14 +9,16 @@
 
 namespace tarvik {
 
-static constexpr char kTxName[] = "SerialTxThreadFunc";
-static constexpr char kWriteName[] = "WritePacketToSerial";
+namespace {
 
-static bool IsSent(const TransferOutcome& outcome, const Packet& packet) {
+constexpr char kTxName[] = "SerialTxThreadFunc";
+constexpr char kWriteName[] = "WritePacketToSerial";
+
+bool IsSent(const TransferOutcome& outcome, const Packet& packet) {
     return outcome.step == TransferStep::kDone && outcome.bytes == packet.length;
 }
 
-static void LogWriteFault(const TransferOutcome& outcome, const Packet& packet) {
+void LogWriteFault(const TransferOutcome& outcome, const Packet& packet) {
     const int error = static_cast<int>(outcome.code);
     switch (outcome.step) {
         case TransferStep::kStart:
@@ -38,7 +40,7 @@ static void LogWriteFault(const TransferOutcome& outcome, const Packet& packet) 
     }
 }
 
-static void Transmit(SerialPort* port, PortTransfer* transfer) {
+void Transmit(SerialPort* port, PortTransfer* transfer) {
     while (port->running) {
         PacketPtr packet = TakePacket(&port->queues.tx, GetSerialLimits().transmit_poll_ms);
         if (!packet) continue;
@@ -46,7 +48,7 @@ static void Transmit(SerialPort* port, PortTransfer* transfer) {
             WritePort(transfer, packet->Bytes(), packet->length, GetSerialLimits().write_ms);
         if (!IsSent(outcome, *packet)) {
             const bool stopped = outcome.step == TransferStep::kWait && !port->running;
-            if (stopped) return;  // the port was asked to end and woken: no fault of the write
+            if (stopped) return;  // the port was told to stop and woken: the write did not fail
             LogWriteFault(outcome, *packet);
             Log(kLogTrace, "[%s] Failed to send. exiting.", kTxName);
             AppendPacket(&port->queues.tx, packet, kNoTag);
@@ -58,6 +60,8 @@ static void Transmit(SerialPort* port, PortTransfer* transfer) {
         CountSentPacket(packet->length);
     }
 }
+
+}  // namespace
 
 void SerialTxThreadFunc(void* argument) {
     auto* port = static_cast<SerialPort*>(argument);

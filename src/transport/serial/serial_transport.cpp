@@ -21,13 +21,15 @@ void AnnounceSerialChange() {
     serial->changed.WakeAll();
 }
 
-static void SerialInit() {
+namespace {
+
+void SerialInit() {
     if (serial->initialized.exchange(true)) return;
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION SerialSessionLock at 0x%p", __func__,
         serial->session_lock.Address());
 }
 
-static void SerialStart() {
+void SerialStart() {
     Log(kLogTrace, "[%s] Start", __func__);
     if (!CheckInitialized(serial->initialized, __func__, kCannotStart)) return;
     LockGuard hold(serial->start_lock);
@@ -44,7 +46,7 @@ static void SerialStart() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void SerialStop() {
+void SerialStop() {
     LockGuard hold(serial->start_lock);
     serial->running = false;
     AnnounceSerialChange();
@@ -56,7 +58,7 @@ static void SerialStop() {
     Log(kLogTrace, "[%s] Done", __func__);
 }
 
-static void SerialDeinit() {
+void SerialDeinit() {
     if (!serial->initialized) return;
     SerialStop();
     // The lock itself lives as long as the library; only its use ends here.
@@ -66,7 +68,7 @@ static void SerialDeinit() {
 }
 
 // True: the dongle has identified itself and was reported.
-static bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* context) {
+bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* context) {
     {
         LockGuard hold(queues->device_lock);
         if (!queues->available) return false;
@@ -80,7 +82,7 @@ static bool IdentifyDongle(DeviceQueues* queues, ReportDevice report, void* cont
     return true;
 }
 
-// One scan's memory of what it has reported.
+// What one scan has reported already.
 struct Scan {
     bool reported[kSerialPortCount] = {};
 
@@ -96,7 +98,7 @@ struct Scan {
 };
 
 // Sleeps until there is a port to ask, or the scan is over.
-static void AwaitOpenPort(const Scan& scan, std::uint64_t deadline) {
+void AwaitOpenPort(const Scan& scan, std::uint64_t deadline) {
     LockGuard hold(serial->change_lock);
     for (;;) {
         const std::uint64_t now = TickMs();
@@ -105,7 +107,7 @@ static void AwaitOpenPort(const Scan& scan, std::uint64_t deadline) {
     }
 }
 
-static bool SerialUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+bool SerialUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     if (!CheckInitialized(serial->initialized, __func__)) return false;
     if (!serial->running) return false;
     ConsolePrint("[Serial] SerialUpdateDevices: scanning for devices\r\n");
@@ -124,9 +126,11 @@ static bool SerialUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, v
     return true;
 }
 
+}  // namespace
+
 const Transport kSerialTransport = {
     .name = "Serial",
-    .id = kSerialTransportId,
+    .id = 1,
     .interface_name = "USB",
     .connection_type = "USB",
     .module_type_id = 1,
