@@ -5,7 +5,7 @@ namespace tarvik {
 enum class ConsoleResult : unsigned char {
     kAlreadyThere,  // the process has a console window; nothing was changed
     kAttached,      // the parent's console, or a new one; the standard streams are on it
-    kNone,          // neither could be had
+    kNone,          // neither is available
 };
 
 // Gives the process a console: attach to the parent's, else create one; standard streams are

@@ -8,10 +8,10 @@ namespace tarvik {
 
 inline constexpr std::size_t kMaxPath = 260;  // with the NUL
 
-// The temporary folder with its trailing separator. The length the system reports, which may
-// exceed the capacity (nothing usable was written then); 0: the call failed.
+// The temporary folder with its trailing separator. Returns its length as the system reports it: if
+// it exceeds the capacity, nothing usable was written; 0: the call failed.
 std::uint32_t OsTempPath(char* path, std::uint32_t capacity);
-// What stands in for it when there is none ("C:\temp\" / "/tmp/").
+// Used when there is none ("C:\temp\" / "/tmp/").
 const char* OsFallbackTempPath();
 
 // The per-user folder for application data, without trailing separator. False: unknown.
@@ -33,7 +33,7 @@ enum class CreateFileResult : std::uint8_t { kCreated, kExists, kFailed };
 // Creates the file, never opens an existing one; shared for reading and writing.
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file);
 std::uint64_t OsAppendFileSize(OsAppendFile* file);
-// Reads up to `size` bytes at `offset`; the number read.
+// Reads up to `size` bytes at `offset`. Returns the number read.
 std::size_t OsAppendFileReadAt(OsAppendFile* file, std::uint64_t offset, void* data,
                                std::size_t size);
 bool OsAppendFileTruncate(OsAppendFile* file, std::uint64_t size);  // and continue at its end
@@ -41,9 +41,9 @@ bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size);
 void OsAppendFileFlush(OsAppendFile* file);  // to disk
 void OsAppendFileClose(OsAppendFile* file);
 
-// fopen that reads the path as the rest of this header does, and whose descriptor is not
-// inherited by child processes. Where files have modes, a new one is for the user alone, and one to
-// append to is not opened through a link.
+// As fopen, but the path is read as in the rest of this header, and child processes do not inherit
+// the descriptor. Where files have modes, a new file is for the user alone, and a file to append to
+// is not opened through a link.
 std::FILE* OsOpenStream(const char* path, const char* mode);
 
 }  // namespace tarvik

@@ -8,8 +8,8 @@ std::uint32_t OsProcessId();
 bool OsDebuggerPresent();
 void OsDebugBreak();
 [[noreturn]] void OsExitProcess(int code);  // at once: no destructors, no unload notices
-// The library that this code is in stays loaded from now on until the process ends, whatever the
-// application unloads. For work that the system does on its own and returns from into our code.
+// Keeps this library loaded until the process ends, whatever the application unloads. For work of
+// the system that returns into our code at a time of its own.
 void OsKeepLibraryLoaded();
 
 // The platform's debugger output: OutputDebugString / syslog at debug level.
@@ -24,7 +24,7 @@ bool OsEnvironment(const char* name, char* value, std::uint32_t capacity);
 struct CalendarTime {
     int year, month, day, hour, minute, second;  // month 1 to 12
 };
-// Local calendar time of this second. `second_id` changes exactly when the result would.
+// Local calendar time of this second; changes exactly when OsCalendarSecond does.
 CalendarTime OsLocalTime();
 std::int64_t OsCalendarSecond();  // seconds since an epoch; cheap
 

@@ -9,22 +9,22 @@ struct OsThread;
 using OsThreadEntry = void (*)(void* argument);
 
 // Starts a thread and gives it a description (shown by debuggers; cut to what the system takes).
-// Null: the system refused; OsLastError() tells why.
+// Null: the system refused; OsLastError() has the reason.
 OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description);
 // True: the thread has ended. -1 waits without limit. May be called again after false.
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms);
-// Last resort, after a join timed out: the thread ends without running to its end. Whatever it
-// held stays held. Where the system can only ask (POSIX cancellation), a thread that never
-// reaches a cancellation point goes on running; OsThreadJoin tells.
+// Last resort, after a join timed out: ends the thread where it is. Whatever it held stays held.
+// Where the system can only ask (POSIX cancellation), a thread that never reaches a cancellation
+// point keeps running; OsThreadJoin shows it.
 void OsThreadTerminate(OsThread* thread);
-// Gives up the handle. A thread still running goes on by itself.
+// Gives up the handle. A thread that still runs continues.
 void OsThreadClose(OsThread* thread);
 bool OsThreadIsCurrent(const OsThread* thread);
 void* OsThreadHandle(const OsThread* thread);  // for log lines
 
 // The calling thread's id as the system numbers it.
 std::uint32_t OsCurrentThreadId();
-// A number of the calling thread's own, 0 at first.
+// A number that belongs to the calling thread, initially 0.
 std::intptr_t OsThreadValue();
 void OsSetThreadValue(std::intptr_t value);
 // The calling thread's last system error (GetLastError / errno).

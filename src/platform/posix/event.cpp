@@ -6,7 +6,7 @@
 
 namespace tarvik {
 
-// A thread that waits for either of two events sleeps here; both events know it meanwhile.
+// Where a thread that waits for either of two events sleeps; registered with both events meanwhile.
 struct EitherWaiter {
     Monitor monitor;
     bool woken = false;  // guarded by monitor
@@ -26,6 +26,7 @@ struct OsEvent {
 };
 
 namespace {
+
 // Registers for the length of a scope. Once the destructor has the event's monitor no setter can
 // still be using the waiter.
 class Registration {
@@ -49,18 +50,42 @@ private:
     OsEvent* event_;
     EitherNode node_;
 };
+
+void Wake(EitherWaiter* waiter) {
+    const MonitorGuard guard(waiter->monitor);
+    waiter->woken = true;
+    waiter->monitor.WakeOne();
+}
+
+// The event's monitor is held.
+bool TakeLocked(OsEvent* event) {
+    if (!event->set) return false;
+    if (event->reset == EventReset::kAuto) event->set = false;
+    return true;
+}
+
+bool Take(OsEvent* event) {
+    const MonitorGuard guard(event->monitor);
+    return TakeLocked(event);
+}
+
+// False: the time ran out.
+bool SleepUntilWoken(EitherWaiter* waiter, const Deadline& deadline) {
+    MonitorGuard guard(waiter->monitor);
+    while (!waiter->woken) {
+        if (!guard.Sleep(deadline)) break;
+    }
+    const bool woken = waiter->woken;
+    waiter->woken = false;
+    return woken;
+}
+
 }  // namespace
 
 OsEvent* OsEventCreate(EventReset reset) {
     auto* event = new (std::nothrow) OsEvent;
     if (event != nullptr) event->reset = reset;
     return event;
-}
-
-static void Wake(EitherWaiter* waiter) {
-    const MonitorGuard guard(waiter->monitor);
-    waiter->woken = true;
-    waiter->monitor.WakeOne();
 }
 
 void OsEventSet(OsEvent* event) {
@@ -81,18 +106,6 @@ void OsEventReset(OsEvent* event) {
     event->set = false;
 }
 
-// The event's monitor is held.
-static bool TakeLocked(OsEvent* event) {
-    if (!event->set) return false;
-    if (event->reset == EventReset::kAuto) event->set = false;
-    return true;
-}
-
-static bool Take(OsEvent* event) {
-    const MonitorGuard guard(event->monitor);
-    return TakeLocked(event);
-}
-
 bool OsEventWait(OsEvent* event, std::int32_t timeout_ms) {
     const Deadline deadline(timeout_ms);
     MonitorGuard guard(event->monitor);
@@ -101,17 +114,6 @@ bool OsEventWait(OsEvent* event, std::int32_t timeout_ms) {
         if (!guard.Sleep(deadline)) return TakeLocked(event);
     }
     return true;
-}
-
-// False: the time ran out.
-static bool SleepUntilWoken(EitherWaiter* waiter, const Deadline& deadline) {
-    MonitorGuard guard(waiter->monitor);
-    while (!waiter->woken) {
-        if (!guard.Sleep(deadline)) break;
-    }
-    const bool woken = waiter->woken;
-    waiter->woken = false;
-    return woken;
 }
 
 int OsEventWaitEither(OsEvent* first, OsEvent* second, std::int32_t timeout_ms) {

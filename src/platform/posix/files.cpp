@@ -14,11 +14,43 @@ namespace tarvik {
 
 const char kPathSeparator = '/';
 
+struct OsAppendFile {
+    int descriptor;
+};
+
+namespace {
+
 // False: it does not fit.
-static bool CopyPath(char* path, std::size_t capacity, const char* first, const char* second) {
+bool CopyPath(char* path, std::size_t capacity, const char* first, const char* second) {
     const int length = std::snprintf(path, capacity, "%s%s", first, second);
     return length >= 0 && static_cast<std::size_t>(length) < capacity;
 }
+
+// True: the line of the process's memory map covers `address` with a file; `*file` is its path.
+bool MapLineCovers(char* line, std::uintptr_t address, char** file) {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    if (std::sscanf(line, "%" SCNxPTR "-%" SCNxPTR, &begin, &end) != 2) return false;
+    if (address < begin || address >= end) return false;
+    *file = std::strchr(line, '/');
+    return *file != nullptr;
+}
+
+// The flags of fopen for this mode string.
+int OpenFlags(const char* mode) {
+    const bool update = std::strchr(mode, '+') != nullptr;
+    switch (*mode) {
+        case 'r':
+            return update ? O_RDWR : O_RDONLY;
+        case 'w':
+            return O_CREAT | O_TRUNC | (update ? O_RDWR : O_WRONLY);
+        default:
+            // The log, in the temporary folder, which is everyone's: never through a link.
+            return O_CREAT | O_APPEND | O_NOFOLLOW | (update ? O_RDWR : O_WRONLY);
+    }
+}
+
+}  // namespace
 
 std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
     const char* folder = std::getenv("TMPDIR");
@@ -44,18 +76,8 @@ bool OsUserDataFolder(char* path, std::size_t capacity) {
     return CopyPath(path, capacity, home, "/.config");
 }
 
-// True: the line of the process's memory map covers `address` with a file; `*file` is its path.
-static bool MapLineCovers(char* line, std::uintptr_t address, char** file) {
-    std::uintptr_t begin = 0;
-    std::uintptr_t end = 0;
-    if (std::sscanf(line, "%" SCNxPTR "-%" SCNxPTR, &begin, &end) != 2) return false;
-    if (address < begin || address >= end) return false;
-    *file = std::strchr(line, '/');
-    return *file != nullptr;
-}
-
-// The loader only knows the name by which it was asked, perhaps relative to a folder that is no
-// longer the current one; the memory map has the file's full path.
+// The loader knows only the name that it was given, perhaps relative to a former current folder;
+// the memory map has the file's full path.
 bool OsLibraryFolder(char* path, std::size_t capacity) {
     std::FILE* maps = std::fopen("/proc/self/maps", "re");
     if (maps == nullptr) return false;
@@ -85,10 +107,6 @@ bool OsFileWritable(const char* path) {
 
 // For the user alone: the configuration holds a private key.
 bool OsCreateFolder(const char* path) { return ::mkdir(path, 0700) == 0 || errno == EEXIST; }
-
-struct OsAppendFile {
-    int descriptor;
-};
 
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     // The temporary folder is everyone's: never through a link, readable by the user alone.
@@ -144,20 +162,6 @@ void OsAppendFileClose(OsAppendFile* file) {
     if (file == nullptr) return;
     ::close(file->descriptor);
     delete file;
-}
-
-// Those of fopen.
-static int OpenFlags(const char* mode) {
-    const bool update = std::strchr(mode, '+') != nullptr;
-    switch (*mode) {
-        case 'r':
-            return update ? O_RDWR : O_RDONLY;
-        case 'w':
-            return O_CREAT | O_TRUNC | (update ? O_RDWR : O_WRONLY);
-        default:
-            // The log, in the temporary folder, which is everyone's: never through a link.
-            return O_CREAT | O_APPEND | O_NOFOLLOW | (update ? O_RDWR : O_WRONLY);
-    }
 }
 
 std::FILE* OsOpenStream(const char* path, const char* mode) {

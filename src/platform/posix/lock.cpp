@@ -6,17 +6,21 @@
 
 namespace tarvik {
 
-static constexpr int kLooksBeforeSleep = 100;  // some microseconds at most
+namespace {
 
-static pthread_mutex_t* Mutex(std::byte* storage) {
+constexpr int kLooksBeforeSleep = 100;  // a few microseconds at most
+
+pthread_mutex_t* Mutex(std::byte* storage) {
     static_assert(sizeof(pthread_mutex_t) <= 64);
     return std::launder(reinterpret_cast<pthread_mutex_t*>(storage));
 }
 
-static pthread_cond_t* Condition(std::byte* storage) {
+pthread_cond_t* Condition(std::byte* storage) {
     static_assert(sizeof(pthread_cond_t) <= 64);
     return std::launder(reinterpret_cast<pthread_cond_t*>(storage));
 }
+
+}  // namespace
 
 OsLock::OsLock() {
     auto* mutex = ::new (static_cast<void*>(storage_)) pthread_mutex_t;
@@ -29,8 +33,8 @@ OsLock::OsLock() {
 
 OsLock::~OsLock() { ::pthread_mutex_destroy(Mutex(storage_)); }
 
-// A holder on another core mostly leaves within a microsecond, while sleeping and being woken costs
-// both sides many: a short look before the sleep, as critical sections with a spin count take it.
+// A holder on another core usually leaves within a microsecond, while sleeping and waking costs
+// both sides many. So spin briefly first, like a critical section with a spin count.
 void OsLock::Enter() {
     pthread_mutex_t* mutex = Mutex(storage_);
     for (int look = 0; look < kLooksBeforeSleep; ++look) {

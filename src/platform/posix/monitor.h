@@ -7,7 +7,7 @@
 
 namespace tarvik {
 
-// A point on the monotonic clock, made once from a time-out; -1 never comes.
+// A point on the monotonic clock, made once from a time-out; -1 is never reached.
 class Deadline {
 public:
     explicit Deadline(std::int32_t timeout_ms) : endless_(timeout_ms < 0) {
@@ -44,7 +44,7 @@ inline void InitMonotonicCondition(pthread_cond_t* condition) {
     ::pthread_condattr_destroy(&attributes);
 }
 
-// A plain mutex with one condition: what the services of this folder are made of.
+// A plain mutex with one condition, on which this folder's services are built.
 class Monitor {
 public:
     Monitor() { InitMonotonicCondition(&changed_); }
@@ -76,7 +76,7 @@ public:
 
     // False: the time ran out. True may be spurious.
     bool Sleep(const Deadline& deadline) { return TrySleep(deadline) == 0; }
-    // The same, telling why, as Deadline::TrySleep does.
+    // As Sleep, with the result of Deadline::TrySleep.
     int TrySleep(const Deadline& deadline) {
         return deadline.TrySleep(&monitor_.changed_, &monitor_.mutex_);
     }

@@ -5,8 +5,8 @@
 
 #include "platform/posix/monitor.h"
 
-// A thread's held mutexes form a list whose end is a key with a destructor, so that a thread
-// which ends while it owns one leaves it abandoned, as the kernel mutexes of the other system do.
+// The mutexes that a thread holds form a list, kept under a key with a destructor: a thread that
+// ends while it owns a mutex leaves it abandoned, as a kernel mutex of the other system would be.
 // (thread_local objects with destructors would keep the library from being unloaded.)
 namespace tarvik {
 
@@ -25,14 +25,15 @@ struct OsMutex {
     HeldMutexes* listed_by = nullptr;
 };
 
+namespace {
+
 // Guards the lists of all threads: a mutex may be closed by a thread that does not own it.
 // Comes before a mutex's monitor.
-static pthread_mutex_t held_lists = PTHREAD_MUTEX_INITIALIZER;
-static pthread_once_t key_once = PTHREAD_ONCE_INIT;
-static pthread_key_t held_key;
-static std::atomic<bool> key_alive{false};
+pthread_mutex_t held_lists = PTHREAD_MUTEX_INITIALIZER;
+pthread_once_t key_once = PTHREAD_ONCE_INIT;
+pthread_key_t held_key;
+std::atomic<bool> key_alive{false};
 
-namespace {
 class HeldListsGuard {
 public:
     HeldListsGuard() { ::pthread_mutex_lock(&held_lists); }
@@ -40,9 +41,8 @@ public:
     HeldListsGuard(const HeldListsGuard&) = delete;
     HeldListsGuard& operator=(const HeldListsGuard&) = delete;
 };
-}  // namespace
 
-static void Link(OsMutex* mutex, HeldMutexes* held) {
+void Link(OsMutex* mutex, HeldMutexes* held) {
     const HeldListsGuard guard;
     mutex->listed_by = held;
     mutex->previous = nullptr;
@@ -52,7 +52,7 @@ static void Link(OsMutex* mutex, HeldMutexes* held) {
 }
 
 // held_lists is held. Does nothing for a mutex that is in no list.
-static void UnlinkLocked(OsMutex* mutex) {
+void UnlinkLocked(OsMutex* mutex) {
     if (mutex->listed_by == nullptr) return;
     if (mutex->previous != nullptr) {
         mutex->previous->next = mutex->next;
@@ -64,7 +64,7 @@ static void UnlinkLocked(OsMutex* mutex) {
     mutex->previous = mutex->next = nullptr;
 }
 
-static void Abandon(OsMutex* mutex) {
+void Abandon(OsMutex* mutex) {
     const MonitorGuard guard(mutex->monitor);
     mutex->owner = nullptr;
     mutex->depth = 0;
@@ -74,7 +74,7 @@ static void Abandon(OsMutex* mutex) {
 
 // The thread ends. The lists stay guarded throughout, so that no mutex can be closed between
 // leaving the list and being abandoned.
-static void AbandonAll(void* value) {
+void AbandonAll(void* value) {
     auto* held = static_cast<HeldMutexes*>(value);
     {
         const HeldListsGuard guard;
@@ -86,17 +86,17 @@ static void AbandonAll(void* value) {
     delete held;
 }
 
-static void CreateKey() {
+void CreateKey() {
     if (::pthread_key_create(&held_key, &AbandonAll) == 0) key_alive.store(true);
 }
 
 // At unload: the system must not call AbandonAll any more.
-__attribute__((destructor)) static void DeleteKey() {
+__attribute__((destructor)) void DeleteKey() {
     if (key_alive.exchange(false)) ::pthread_key_delete(held_key);
 }
 
 // Null once the library is being unloaded, or when memory is out.
-static HeldMutexes* HeldByThisThread() {
+HeldMutexes* HeldByThisThread() {
     if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
     auto* held = static_cast<HeldMutexes*>(::pthread_getspecific(held_key));
     if (held != nullptr) return held;
@@ -108,15 +108,8 @@ static HeldMutexes* HeldByThisThread() {
     return held;
 }
 
-OsMutex* OsMutexCreate() {
-    ::pthread_once(&key_once, &CreateKey);
-    if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
-    return new (std::nothrow) OsMutex;
-}
-
-// The monitor is held; the mutex is free, or waited for until it is.
-static MutexWait Acquire(OsMutex* mutex, HeldMutexes* self, MonitorGuard& guard,
-                         std::int32_t timeout_ms) {
+// Waits until the mutex is free. The monitor is held.
+MutexWait Acquire(OsMutex* mutex, HeldMutexes* self, MonitorGuard& guard, std::int32_t timeout_ms) {
     const Deadline deadline(timeout_ms);
     while (mutex->depth != 0) {
         if (timeout_ms == 0) return MutexWait::kTimeout;
@@ -127,6 +120,14 @@ static MutexWait Acquire(OsMutex* mutex, HeldMutexes* self, MonitorGuard& guard,
     const bool abandoned = mutex->abandoned;
     mutex->abandoned = false;
     return abandoned ? MutexWait::kAbandoned : MutexWait::kAcquired;
+}
+
+}  // namespace
+
+OsMutex* OsMutexCreate() {
+    ::pthread_once(&key_once, &CreateKey);
+    if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
+    return new (std::nothrow) OsMutex;
 }
 
 MutexWait OsMutexLock(OsMutex* mutex, std::int32_t timeout_ms) {

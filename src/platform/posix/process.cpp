@@ -37,10 +37,11 @@ void OsKeepLibraryLoaded() {
     ::dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
 }
 
-// Where no log daemon runs, syslog would make a socket and fail to connect it, for every line anew.
-// Looking for the daemon costs as much as a whole line of the trace, so it is looked for once a
-// second.
-static bool LogDaemonRuns() {
+namespace {
+
+// Without a log daemon, syslog creates a socket for every line and fails to connect it. Looking for
+// the daemon costs as much as a line of the trace, so it is done once a second.
+bool LogDaemonRuns() {
     static std::atomic<std::int64_t> looked_at{-1};
     static std::atomic<bool> runs{false};
     const std::int64_t second = OsCalendarSecond();
@@ -50,6 +51,8 @@ static bool LogDaemonRuns() {
     }
     return runs.load(std::memory_order_relaxed);
 }
+
+}  // namespace
 
 void OsDebugOutput(const char* text) {
     if (LogDaemonRuns()) ::syslog(LOG_USER | LOG_DEBUG, "%s", text);

@@ -27,7 +27,7 @@ OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
 SemaphoreWait OsSemaphoreWait(OsSemaphore* semaphore, std::int32_t timeout_ms) {
     if (semaphore == nullptr) return SemaphoreWait::kFailed;
     MonitorGuard guard(semaphore->monitor);
-    std::optional<Deadline> deadline;  // one that is free costs no look at the clock
+    std::optional<Deadline> deadline;  // a free semaphore costs no look at the clock
     while (semaphore->count == 0) {
         if (timeout_ms == 0) return SemaphoreWait::kTimeout;
         if (!deadline) deadline.emplace(timeout_ms);

@@ -12,7 +12,11 @@
 
 namespace tarvik {
 
-static constexpr std::size_t kNameSize = 16;  // what the kernel keeps, with the NUL
+namespace {
+
+constexpr std::size_t kNameSize = 16;  // what the kernel keeps, with the NUL
+
+}  // namespace
 
 // Shared by the thread and its handle; the last of the two deletes it.
 struct OsThread {
@@ -22,15 +26,16 @@ struct OsThread {
     pthread_t id;
     std::atomic<int> references;
     mutable Monitor monitor;
-    bool ended;   // guarded by monitor; nothing of the library runs on the thread after this
-    bool joined;  // guarded by monitor; `id` means nothing any more
+    bool ended;   // guarded by monitor; no code of the library runs on the thread after this
+    bool joined;  // guarded by monitor; `id` is no longer valid
 };
 
-static void Release(OsThread* thread) {
+namespace {
+
+void Release(OsThread* thread) {
     if (thread->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete thread;
 }
 
-namespace {
 // Also runs when the thread is cancelled: cancellation unwinds the stack.
 struct EndNotice {
     OsThread* thread;
@@ -43,9 +48,8 @@ struct EndNotice {
         Release(thread);
     }
 };
-}  // namespace
 
-static void* Run(void* argument) {
+void* Run(void* argument) {
     auto* thread = static_cast<OsThread*>(argument);
     const EndNotice notice{thread};
     ::pthread_setname_np(::pthread_self(), thread->name);
@@ -53,16 +57,16 @@ static void* Run(void* argument) {
     return nullptr;
 }
 
-// Signal handlers of the application belong on its own threads. Faults stay deliverable: blocked,
-// they would kill the process without asking the handler that reports them.
-static void FillThreadSignalMask(sigset_t* blocked) {
+// Signal handlers of the application belong on its own threads. Faults stay deliverable: if
+// blocked, they would kill the process without running the handler that reports them.
+void FillThreadSignalMask(sigset_t* blocked) {
     ::sigfillset(blocked);
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
         ::sigdelset(blocked, fault);
     }
 }
 
-static int CreateWithSignalsBlocked(OsThread* thread) {
+int CreateWithSignalsBlocked(OsThread* thread) {
     sigset_t blocked;
     sigset_t previous;
     FillThreadSignalMask(&blocked);
@@ -71,6 +75,8 @@ static int CreateWithSignalsBlocked(OsThread* thread) {
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return error;
 }
+
+}  // namespace
 
 OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
     auto* thread = new (std::nothrow) OsThread{};
@@ -106,9 +112,9 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     return true;
 }
 
-// Cancellation acts when the thread next sleeps, waits or does input or output, and unwinds its
-// stack: guards of scopes release what they hold, and it must not meet a noexcept function or a
-// `catch (...)` that swallows it. A loop that calls nothing of the kind is never ended.
+// Cancellation acts when the thread next sleeps, waits or does input or output. It unwinds the
+// stack: guards of scopes release what they hold, and there must be no noexcept function and no
+// `catch (...)` on the way. A loop without such a call never ends.
 void OsThreadTerminate(OsThread* thread) {
     const MonitorGuard guard(thread->monitor);
     if (!thread->ended) ::pthread_cancel(thread->id);
@@ -129,7 +135,7 @@ void OsThreadClose(OsThread* thread) {
 
 bool OsThreadIsCurrent(const OsThread* thread) {
     if (thread == nullptr) return false;
-    // The id of a thread that was joined may belong to another one by now.
+    // After a join, another thread may have the id.
     const MonitorGuard guard(thread->monitor);
     return !thread->joined && ::pthread_equal(thread->id, ::pthread_self()) != 0;
 }
@@ -142,7 +148,11 @@ std::uint32_t OsCurrentThreadId() {
     return id;
 }
 
-static thread_local std::intptr_t thread_value = 0;
+namespace {
+
+thread_local std::intptr_t thread_value = 0;
+
+}  // namespace
 
 std::intptr_t OsThreadValue() { return thread_value; }
 

@@ -7,19 +7,23 @@
 
 namespace tarvik {
 
-static timespec Now() {
+namespace {
+
+timespec Now() {
     timespec now;
     ::clock_gettime(CLOCK_MONOTONIC, &now);
     return now;
 }
 
-static std::uint64_t SystemTickMs() {
+std::uint64_t SystemTickMs() {
     const timespec now = Now();
     return static_cast<std::uint64_t>(now.tv_sec) * 1000u +
            static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000u;
 }
 
-static std::atomic<TickSource> tick_source{&SystemTickMs};
+std::atomic<TickSource> tick_source{&SystemTickMs};
+
+}  // namespace
 
 std::uint64_t TickMs() { return tick_source.load(std::memory_order_relaxed)(); }
 

@@ -6,7 +6,9 @@
 
 namespace tarvik {
 
-static void ReopenStandardStreams() {
+namespace {
+
+void ReopenStandardStreams() {
     // A stream that cannot be reopened stays closed: there is nothing to print to then.
     if (std::freopen("CONIN$", "r", stdin) == nullptr) std::clearerr(stdin);
     if (std::freopen("CONOUT$", "w", stdout) != nullptr) std::setvbuf(stdout, nullptr, _IONBF, 0);
@@ -14,7 +16,7 @@ static void ReopenStandardStreams() {
 }
 
 // Escape sequences are understood, and a line feed also returns the carriage.
-static void EnableEscapeSequences() {
+void EnableEscapeSequences() {
     constexpr DWORD kVirtualTerminalProcessing = 0x4;
     constexpr DWORD kDisableNewlineAutoReturn = 0x8;
     const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
@@ -22,6 +24,8 @@ static void EnableEscapeSequences() {
     if (!::GetConsoleMode(output, &mode)) return;
     ::SetConsoleMode(output, (mode | kVirtualTerminalProcessing) & ~kDisableNewlineAutoReturn);
 }
+
+}  // namespace
 
 ConsoleResult OsAttachConsole() {
     if (::GetConsoleWindow() != nullptr) return ConsoleResult::kAlreadyThere;

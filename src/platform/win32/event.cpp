@@ -4,11 +4,15 @@
 
 namespace tarvik {
 
-// The kernel's handle itself is the object: there is nothing to add to it.
+// The kernel's handle is the object itself.
 
-static DWORD Limit(std::int32_t timeout_ms) {
+namespace {
+
+DWORD Limit(std::int32_t timeout_ms) {
     return timeout_ms < 0 ? INFINITE : static_cast<DWORD>(timeout_ms);
 }
+
+}  // namespace
 
 OsEvent* OsEventCreate(EventReset reset) {
     const BOOL manual = reset == EventReset::kManual ? TRUE : FALSE;

@@ -15,19 +15,47 @@ namespace tarvik {
 
 const char kPathSeparator = '\\';
 
-std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
-    return ::GetTempPathA(capacity, path);
-}
+struct OsAppendFile {
+    HANDLE handle;
+};
 
-const char* OsFallbackTempPath() { return "C:\\temp\\"; }
+namespace {
 
 // False: it does not fit.
-static bool CopyPath(char* path, std::size_t capacity, const char* from) {
+bool CopyPath(char* path, std::size_t capacity, const char* from) {
     const std::size_t length = std::strlen(from);
     if (length >= capacity) return false;
     std::memcpy(path, from, length + 1);
     return true;
 }
+
+bool Seek(OsAppendFile* file, std::uint64_t offset, DWORD origin) {
+    LARGE_INTEGER distance;
+    distance.QuadPart = static_cast<LONGLONG>(offset);
+    return ::SetFilePointerEx(file->handle, distance, nullptr, origin) != 0;
+}
+
+// The flags of _open for this mode string.
+int OpenFlags(const char* mode) {
+    const bool update = std::strchr(mode, '+') != nullptr;
+    int flags = _O_NOINHERIT | (std::strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
+    switch (*mode) {
+        case 'r':
+            return flags | (update ? _O_RDWR : _O_RDONLY);
+        case 'w':
+            return flags | _O_CREAT | _O_TRUNC | (update ? _O_RDWR : _O_WRONLY);
+        default:
+            return flags | _O_CREAT | _O_APPEND | (update ? _O_RDWR : _O_WRONLY);
+    }
+}
+
+}  // namespace
+
+std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
+    return ::GetTempPathA(capacity, path);
+}
+
+const char* OsFallbackTempPath() { return "C:\\temp\\"; }
 
 bool OsUserDataFolder(char* path, std::size_t capacity) {
     char folder[MAX_PATH];
@@ -72,10 +100,6 @@ bool OsCreateFolder(const char* path) {
     return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
 }
 
-struct OsAppendFile {
-    HANDLE handle;
-};
-
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     const HANDLE handle =
         ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -90,12 +114,6 @@ CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     if (*file != nullptr) return CreateFileResult::kCreated;
     ::CloseHandle(handle);
     return CreateFileResult::kFailed;
-}
-
-static bool Seek(OsAppendFile* file, std::uint64_t offset, DWORD origin) {
-    LARGE_INTEGER distance;
-    distance.QuadPart = static_cast<LONGLONG>(offset);
-    return ::SetFilePointerEx(file->handle, distance, nullptr, origin) != 0;
 }
 
 std::uint64_t OsAppendFileSize(OsAppendFile* file) {
@@ -128,20 +146,6 @@ void OsAppendFileClose(OsAppendFile* file) {
     if (file == nullptr) return;
     ::CloseHandle(file->handle);
     delete file;
-}
-
-// The flags of _open that the mode string stands for.
-static int OpenFlags(const char* mode) {
-    const bool update = std::strchr(mode, '+') != nullptr;
-    int flags = _O_NOINHERIT | (std::strchr(mode, 'b') != nullptr ? _O_BINARY : _O_TEXT);
-    switch (*mode) {
-        case 'r':
-            return flags | (update ? _O_RDWR : _O_RDONLY);
-        case 'w':
-            return flags | _O_CREAT | _O_TRUNC | (update ? _O_RDWR : _O_WRONLY);
-        default:
-            return flags | _O_CREAT | _O_APPEND | (update ? _O_RDWR : _O_WRONLY);
-    }
 }
 
 std::FILE* OsOpenStream(const char* path, const char* mode) {

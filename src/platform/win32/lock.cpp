@@ -6,15 +6,19 @@
 
 namespace tarvik {
 
-static CRITICAL_SECTION* Section(std::byte* storage) {
+namespace {
+
+CRITICAL_SECTION* Section(std::byte* storage) {
     static_assert(sizeof(CRITICAL_SECTION) <= 64);
     return std::launder(reinterpret_cast<CRITICAL_SECTION*>(storage));
 }
 
-static CONDITION_VARIABLE* Condition(std::byte* storage) {
+CONDITION_VARIABLE* Condition(std::byte* storage) {
     static_assert(sizeof(CONDITION_VARIABLE) <= 64);
     return std::launder(reinterpret_cast<CONDITION_VARIABLE*>(storage));
 }
+
+}  // namespace
 
 OsLock::OsLock() {
     auto* section = ::new (static_cast<void*>(storage_)) CRITICAL_SECTION;

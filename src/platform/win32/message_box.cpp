@@ -4,11 +4,16 @@
 
 namespace tarvik {
 
-// A text that is too long, or no UTF-8, becomes an empty one: the box itself still tells something.
+namespace {
+
+// A text that is too long or not UTF-8 becomes empty: the box itself still says that something is
+// wrong.
 template <int Capacity>
-static void ToUtf16(const char* text, wchar_t (&wide)[Capacity]) {
+void ToUtf16(const char* text, wchar_t (&wide)[Capacity]) {
     if (::MultiByteToWideChar(CP_UTF8, 0, text, -1, wide, Capacity) == 0) wide[0] = L'\0';
 }
+
+}  // namespace
 
 void OsWarningBox(const char* text, const char* caption) {
     wchar_t wide_text[1024];

@@ -4,8 +4,12 @@
 
 namespace tarvik {
 
-// The kernel's handle itself is the object: there is nothing to add to it.
-static HANDLE Handle(const OsMutex* mutex) { return const_cast<OsMutex*>(mutex); }
+namespace {
+
+// The kernel's handle is the object itself.
+HANDLE Handle(const OsMutex* mutex) { return const_cast<OsMutex*>(mutex); }
+
+}  // namespace
 
 OsMutex* OsMutexCreate() { return static_cast<OsMutex*>(::CreateMutexA(nullptr, FALSE, nullptr)); }
 

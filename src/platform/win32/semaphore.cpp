@@ -4,7 +4,7 @@
 
 namespace tarvik {
 
-// The kernel's handle itself is the object: there is nothing to add to it.
+// The kernel's handle is the object itself.
 
 OsSemaphore* OsSemaphoreCreate(std::int32_t initial, std::int32_t maximum) {
     return static_cast<OsSemaphore*>(::CreateSemaphoreA(nullptr, initial, maximum, nullptr));

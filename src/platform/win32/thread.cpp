@@ -12,23 +12,24 @@ struct OsThread {
     DWORD id;
 };
 
+namespace {
+
 struct ThreadStart {
     OsThreadEntry entry;
     void* argument;
 };
 
-static DWORD WINAPI Run(void* argument) {
+DWORD WINAPI Run(void* argument) {
     const ThreadStart start = *static_cast<ThreadStart*>(argument);
     delete static_cast<ThreadStart*>(argument);
     start.entry(start.argument);
     return 0;
 }
 
-// Systems before Windows 10 1607 do not have it: looked up at run time, so that the library
-// loads there as well.
+// Missing before Windows 10 1607: looked up at run time, so that the library also loads there.
 using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
 
-static SetDescription FindSetDescription() {
+SetDescription FindSetDescription() {
     FARPROC found = ::GetProcAddress(::GetModuleHandleA("kernel32.dll"), "SetThreadDescription");
     if (found == nullptr) {
         const HMODULE base = ::GetModuleHandleA("kernelbase.dll");
@@ -37,15 +38,17 @@ static SetDescription FindSetDescription() {
     return reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found));
 }
 
-static const SetDescription set_description = FindSetDescription();
+const SetDescription set_description = FindSetDescription();
 
-static void Describe(HANDLE handle, const char* description) {
+void Describe(HANDLE handle, const char* description) {
     if (set_description == nullptr) return;
     wchar_t text[64];
     if (::MultiByteToWideChar(CP_ACP, 0, description, -1, text, 64) != 0) {
         set_description(handle, text);
     }
 }
+
+}  // namespace
 
 OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
     auto* thread = new (std::nothrow) OsThread{};
@@ -87,11 +90,15 @@ void* OsThreadHandle(const OsThread* thread) { return thread->handle; }
 
 std::uint32_t OsCurrentThreadId() { return ::GetCurrentThreadId(); }
 
-// The compiler's own thread local variables would take slots as well, and not give them back when
-// the library is unloaded.
-static const DWORD thread_value_slot = ::TlsAlloc();
+namespace {
 
-__attribute__((destructor(101))) static void FreeThreadValueSlot() { ::TlsFree(thread_value_slot); }
+// The compiler's thread-local variables would also take slots, but not return them when the library
+// is unloaded.
+const DWORD thread_value_slot = ::TlsAlloc();
+
+__attribute__((destructor(101))) void FreeThreadValueSlot() { ::TlsFree(thread_value_slot); }
+
+}  // namespace
 
 // Reading a slot clears the thread's last error, which callers may still want.
 std::intptr_t OsThreadValue() {

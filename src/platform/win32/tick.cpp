@@ -6,17 +6,18 @@
 
 namespace tarvik {
 
-static std::uint64_t AskFrequency() {
+namespace {
+
+std::uint64_t ReadFrequency() {
     LARGE_INTEGER value;
     return ::QueryPerformanceFrequency(&value) ? static_cast<std::uint64_t>(value.QuadPart) : 0u;
 }
 
-// Asked at load. An object made at its first use would cost the process one of its thread local
-// slots each time the library is loaded: the compiler's guard of such an object takes one and never
-// gives it back.
-static const std::uint64_t frequency = AskFrequency();
+// Read at load. A variable initialised at first use would cost a thread-local slot each time the
+// library is loaded: the compiler's guard takes one and never returns it.
+const std::uint64_t frequency = ReadFrequency();
 
-static std::uint64_t CounterMs() {
+std::uint64_t CounterMs() {
     const std::uint64_t counter = PerformanceCounter();
     return counter / frequency * 1000u + counter % frequency * 1000u / frequency;
 }
@@ -24,11 +25,13 @@ static std::uint64_t CounterMs() {
 // The system's tick count moves in steps of 10 to 16 ms, too coarse for the deadlines computed
 // from it. The performance counter has the precision; a constant makes it agree with the tick
 // count, so that time stamps can be compared with the application's own ticks.
-static const std::uint64_t tick_offset = ::GetTickCount64() - CounterMs();
+const std::uint64_t tick_offset = ::GetTickCount64() - CounterMs();
 
-static std::uint64_t SystemTickMs() { return CounterMs() + tick_offset; }
+std::uint64_t SystemTickMs() { return CounterMs() + tick_offset; }
 
-static std::atomic<TickSource> tick_source{&SystemTickMs};
+std::atomic<TickSource> tick_source{&SystemTickMs};
+
+}  // namespace
 
 std::uint64_t TickMs() { return tick_source.load(std::memory_order_relaxed)(); }
 
