@@ -1,5 +1,5 @@
 #include <windows.h>
-// setupapi.h wants windows.h before it.
+// setupapi.h needs windows.h first.
 #include <setupapi.h>
 
 #include <algorithm>

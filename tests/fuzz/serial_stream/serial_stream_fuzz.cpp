@@ -1,6 +1,5 @@
-// The byte stream of a serial port. The first byte says in pieces of how many bytes the rest
-// arrives; the outcome must be the one of a single read, and what a plain reading of the rules
-// gives.
+// The byte stream of a serial port. The first byte is the size of the pieces in which the rest
+// arrives. The outcome must be that of a single read, and that of a second implementation.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -50,7 +49,7 @@ Events InPieces(const Bytes& stream, std::size_t piece) {
     return events;
 }
 
-// The rules, with the whole stream at hand.
+// The second implementation, which sees the whole stream at once.
 Events Expected(const Bytes& stream) {
     const std::uint8_t sync[8] = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
     Events events;

@@ -7,17 +7,17 @@
 namespace tarvik {
 namespace {
 
-// In a process of its own: the console stays with the process that got it.
+// In a child process: a process keeps the console that it attached.
 const test::ChildBody kAttachTwice("attach-twice", [] {
     const ConsoleResult first = OsAttachConsole();
     const ConsoleResult second = OsAttachConsole();
-    // Without a screen there may be none to be had, but then not at the second attempt either.
+    // Without a screen there may be no console, but then none at the second attempt either.
     return first == ConsoleResult::kNone            ? second == ConsoleResult::kNone ? 0 : 1
            : second == ConsoleResult::kAlreadyThere ? 0
                                                     : 2;
 });
 
-TEST(Console, SecondAttemptFindsItAlreadyThere) {
+TEST(Console, SecondAttachFindsTheConsole) {
     EXPECT_EQ(test::RunChild("attach-twice").exit_code, 0);
 }
 

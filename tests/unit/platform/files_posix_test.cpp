@@ -41,14 +41,14 @@ TEST_F(PosixFiles, NewStreamIsForTheUserAlone) {
     EXPECT_EQ(ModeOf("config"), kUserAlone);
 }
 
-TEST_F(PosixFiles, StreamThatIsThereKeepsItsMode) {
+TEST_F(PosixFiles, ExistingStreamKeepsItsMode) {
     ASSERT_TRUE(Opens("config", "w"));
     fs::permissions(Path("config"), kUserAlone | fs::perms::group_read);
     ASSERT_TRUE(Opens("config", "w"));
     EXPECT_EQ(ModeOf("config"), kUserAlone | fs::perms::group_read);
 }
 
-TEST_F(PosixFiles, NothingIsAppendedThroughALink) {
+TEST_F(PosixFiles, AppendingThroughALinkIsRefused) {
     ASSERT_TRUE(Opens("target", "w"));
     fs::create_symlink(Path("target"), Path("link"));
     EXPECT_FALSE(Opens("link", "a+b"));

@@ -67,7 +67,7 @@ TEST_F(Files, UserDataFolderHasNoTrailingSeparator) {
     EXPECT_FALSE(OsUserDataFolder(small, sizeof small));
 }
 
-TEST_F(Files, LibraryFolderIsThatOfTheFileWithThisCode) {
+TEST_F(Files, LibraryFolderHoldsTheFileWithThisCode) {
     char path[kMaxPath];
     ASSERT_TRUE(OsLibraryFolder(path, sizeof path));
     EXPECT_NE(path[std::strlen(path) - 1], kPathSeparator);
@@ -77,7 +77,7 @@ TEST_F(Files, LibraryFolderIsThatOfTheFileWithThisCode) {
     EXPECT_FALSE(OsLibraryFolder(small, sizeof small));
 }
 
-TEST_F(Files, FolderIsNoFile) {
+TEST_F(Files, FolderIsNotAFile) {
     EXPECT_FALSE(OsFileExists(Path("missing").c_str()));
     EXPECT_FALSE(OsFileExists(folder_.string().c_str()));
     Write(Path("there"), "");
@@ -101,7 +101,7 @@ TEST_F(Files, ExistingFolderCountsAsCreated) {
     EXPECT_FALSE(OsCreateFolder((Path("no") + kPathSeparator + "parent").c_str()));
 }
 
-TEST_F(Files, AppendFileIsNeverOpenedWhenItExists) {
+TEST_F(Files, ExistingAppendFileIsNotOpened) {
     Write(Path("old"), "old");
     OsAppendFile* file = nullptr;
     EXPECT_EQ(OsAppendFileCreate(Path("old").c_str(), &file), CreateFileResult::kExists);
@@ -115,19 +115,19 @@ TEST_F(Files, AppendFileInAMissingFolderFails) {
     EXPECT_EQ(OsAppendFileCreate(path.c_str(), &file), CreateFileResult::kFailed);
 }
 
-TEST_F(Files, AppendFileWritesReadsAndIsCut) {
+TEST_F(Files, AppendFileWritesReadsAndTruncates) {
     OsAppendFile* file = nullptr;
     ASSERT_EQ(OsAppendFileCreate(Path("new").c_str(), &file), CreateFileResult::kCreated);
     EXPECT_EQ(OsAppendFileSize(file), 0u);
     EXPECT_TRUE(OsAppendFileWrite(file, "first\nsecond", 12));
     OsAppendFileFlush(file);
-    EXPECT_EQ(Read(Path("new")), "first\nsecond");  // others may read it meanwhile
+    EXPECT_EQ(Read(Path("new")), "first\nsecond");  // readable while it is open
     EXPECT_EQ(OsAppendFileSize(file), 12u);
     char text[16] = {};
     EXPECT_EQ(OsAppendFileReadAt(file, 6, text, sizeof text), 6u);
     EXPECT_STREQ(text, "second");
     EXPECT_EQ(OsAppendFileReadAt(file, 0, text, 2), 2u);
-    EXPECT_TRUE(OsAppendFileWrite(file, "!", 1));  // at the end, wherever was read
+    EXPECT_TRUE(OsAppendFileWrite(file, "!", 1));  // at the end, not where it was read
     EXPECT_TRUE(OsAppendFileTruncate(file, 6));
     EXPECT_TRUE(OsAppendFileWrite(file, "third\n", 6));
     OsAppendFileClose(file);

@@ -12,7 +12,7 @@ namespace {
 using test::Eventually;
 using test::Thread;
 
-TEST(Lock, MayBeEnteredAgainByItsOwner) {
+TEST(Lock, CanBeEnteredAgainByItsOwner) {
     OsLock lock;
     std::atomic<bool> entered{false};
     lock.Enter();
@@ -48,15 +48,15 @@ TEST(Lock, HasAnAddressForLogLines) {
     EXPECT_EQ(lock.Address(), static_cast<void*>(&lock));
 }
 
-TEST(Condition, WaitEndsWhenTheTimeHasRunOut) {
+TEST(Condition, WaitTimesOut) {
     OsLock lock;
     OsCondition never;
     const LockGuard guard(lock);
     EXPECT_FALSE(never.Wait(lock, 0));
-    EXPECT_FALSE(never.Wait(lock, 10));
+    EXPECT_FALSE(never.Wait(lock, 1));
 }
 
-TEST(Condition, LeavesTheLockWhileItSleepsAndHoldsItAfterwards) {
+TEST(Condition, ReleasesTheLockWhileSleepingAndHoldsItAfterwards) {
     OsLock lock;
     OsCondition changed;
     bool ready = false;

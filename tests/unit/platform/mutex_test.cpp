@@ -28,7 +28,7 @@ protected:
         return outcome;
     }
 
-    // Starts a thread by the platform's own means that locks and ends without unlocking.
+    // Runs a platform thread that locks and ends without unlocking.
     void LeaveOwnedByAnEndedThread() {
         OsThread* thread = OsThreadStart(
             [](void* mutex) { OsMutexLock(static_cast<OsMutex*>(mutex), -1); }, mutex_, "owner");
@@ -46,7 +46,7 @@ TEST_F(Mutex, IsCreatedFreeAndHasAHandle) {
     EXPECT_EQ(LockElsewhere(0), MutexWait::kAcquired);
 }
 
-TEST_F(Mutex, IsHeldUntilEveryAcquisitionIsUndone) {
+TEST_F(Mutex, IsHeldUntilEveryLockIsUnlocked) {
     EXPECT_EQ(OsMutexLock(mutex_, -1), MutexWait::kAcquired);
     EXPECT_EQ(OsMutexLock(mutex_, 0), MutexWait::kAcquired);
     OsMutexUnlock(mutex_);
@@ -55,13 +55,13 @@ TEST_F(Mutex, IsHeldUntilEveryAcquisitionIsUndone) {
     EXPECT_EQ(LockElsewhere(0), MutexWait::kAcquired);
 }
 
-TEST_F(Mutex, WaitEndsWhenTheTimeHasRunOut) {
+TEST_F(Mutex, WaitTimesOut) {
     OsMutexLock(mutex_, -1);
-    EXPECT_EQ(LockElsewhere(20), MutexWait::kTimeout);
+    EXPECT_EQ(LockElsewhere(1), MutexWait::kTimeout);
     OsMutexUnlock(mutex_);
 }
 
-TEST_F(Mutex, WaiterGetsItWhenTheOwnerLetsGo) {
+TEST_F(Mutex, WaiterGetsItWhenTheOwnerUnlocks) {
     OsMutexLock(mutex_, -1);
     std::atomic<bool> acquired{false};
     Thread waiter([&] {
@@ -84,7 +84,7 @@ TEST_F(Mutex, ThreadThatEndsAsOwnerAbandonsIt) {
     LeaveOwnedByAnEndedThread();
     EXPECT_EQ(OsMutexLock(mutex_, 0), MutexWait::kAbandoned);
     OsMutexUnlock(mutex_);
-    EXPECT_EQ(OsMutexLock(mutex_, 0), MutexWait::kAcquired);  // told once
+    EXPECT_EQ(OsMutexLock(mutex_, 0), MutexWait::kAcquired);  // reported once
     OsMutexUnlock(mutex_);
 }
 
@@ -110,13 +110,13 @@ TEST_F(Mutex, WaiterIsWokenWhenTheOwnerEnds) {
     OsEventClose(end);
 }
 
-TEST_F(Mutex, ReleasedOneIsNotAbandonedByTheThreadsEnd) {
+TEST_F(Mutex, UnlockedMutexIsNotAbandonedAtThreadEnd) {
     EXPECT_EQ(LockElsewhere(-1), MutexWait::kAcquired);
     EXPECT_EQ(OsMutexLock(mutex_, 0), MutexWait::kAcquired);
     OsMutexUnlock(mutex_);
 }
 
-TEST_F(Mutex, EveryOneThatAThreadHoldsIsAbandonedAtItsEnd) {
+TEST_F(Mutex, EveryHeldMutexIsAbandonedAtThreadEnd) {
     OsMutex* second = OsMutexCreate();
     OsMutex* third = OsMutexCreate();
     Thread([&] {
@@ -135,7 +135,7 @@ TEST_F(Mutex, EveryOneThatAThreadHoldsIsAbandonedAtItsEnd) {
     OsMutexClose(third);
 }
 
-TEST_F(Mutex, MayBeClosedWhileItIsOwned) {
+TEST_F(Mutex, CanBeClosedWhileOwned) {
     OsEvent* closed = OsEventCreate(EventReset::kManual);
     OsMutex* own = OsMutexCreate();
     std::atomic<bool> owned{false};
@@ -143,7 +143,7 @@ TEST_F(Mutex, MayBeClosedWhileItIsOwned) {
         OsMutexLock(own, -1);
         owned = true;
         OsEventWait(closed, -1);
-        OsMutexLock(mutex_, -1);  // what is left of the thread's list still works
+        OsMutexLock(mutex_, -1);  // the rest of the thread's list still works
         OsMutexUnlock(mutex_);
     });
     EXPECT_TRUE(Eventually([&] { return owned.load(); }));

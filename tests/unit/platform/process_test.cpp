@@ -54,7 +54,7 @@ const ChildBody kPrintId("print-id", [] {
     return 0;
 });
 
-TEST(Process, IdIsTheSameOnEveryCallAndAnotherInAnotherProcess) {
+TEST(Process, IdIsConstantAndDiffersBetweenProcesses) {
     EXPECT_EQ(OsProcessId(), OsProcessId());
     const std::string other = RunChild("print-id").output;
     EXPECT_NE(other, "");
@@ -80,7 +80,7 @@ const ChildBody kDebugOutput("debug-output", [] {
     return 0;
 });
 
-TEST(Process, DebugOutputIsTextAndNoFormat) { EXPECT_EQ(RunChild("debug-output").exit_code, 0); }
+TEST(Process, DebugOutputIsNotAFormat) { EXPECT_EQ(RunChild("debug-output").exit_code, 0); }
 
 TEST(Process, LocalTimeIsACalendarDate) {
     const CalendarTime now = OsLocalTime();
@@ -93,7 +93,7 @@ TEST(Process, LocalTimeIsACalendarDate) {
 }
 
 TEST(Process, CalendarSecondChangesWhenTheLocalSecondDoes) {
-    // Between two equal seconds the calendar time is the same.
+    // The calendar second is the same before and after.
     for (;;) {
         const std::int64_t before = OsCalendarSecond();
         const CalendarTime first = OsLocalTime();

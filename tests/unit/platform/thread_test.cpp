@@ -15,7 +15,7 @@ namespace {
 
 using test::Eventually;
 
-// A thread that waits until it is let go.
+// A thread that waits for its event.
 struct Patient {
     OsEvent* go = OsEventCreate(EventReset::kManual);
     std::atomic<bool> started{false};
@@ -44,26 +44,26 @@ TEST(Thread, RunsItsEntryWithItsArgument) {
     OsThreadClose(thread);
 }
 
-TEST(Thread, JoinSaysFalseWhenTheTimeHasRunOutAndMayBeRepeated) {
+TEST(Thread, JoinReturnsFalseOnTimeoutAndCanBeRepeated) {
     Patient patient;
     OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
     EXPECT_FALSE(OsThreadJoin(thread, 0));
-    EXPECT_FALSE(OsThreadJoin(thread, 20));
+    EXPECT_FALSE(OsThreadJoin(thread, 1));
     OsEventSet(patient.go);
     EXPECT_TRUE(OsThreadJoin(thread, 10'000));
-    EXPECT_TRUE(OsThreadJoin(thread, 0));  // it stays ended
+    EXPECT_TRUE(OsThreadJoin(thread, 0));  // still ended
     EXPECT_TRUE(patient.finished);
     OsThreadClose(thread);
 }
 
-TEST(Thread, BearsItsDescription) {
+TEST(Thread, HasItsDescription) {
     struct Named {
         std::string seen;
     } named;
     OsThread* thread = OsThreadStart(
         [](void* argument) {
             auto* self = static_cast<Named*>(argument);
-            // The description is given beside the thread's start.
+            // The description may be set after the thread has started.
             Eventually([&] {
                 self->seen = test::CurrentThreadName();
                 return self->seen == test::KeptThreadName("Tarvik CloudRxThread");
@@ -75,7 +75,7 @@ TEST(Thread, BearsItsDescription) {
     EXPECT_EQ(named.seen, test::KeptThreadName("Tarvik CloudRxThread"));
 }
 
-TEST(Thread, TerminatedOneEndsWithoutRunningToItsEnd) {
+TEST(Thread, TerminatedThreadDoesNotRunToItsEnd) {
     Patient patient;
     OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
     EXPECT_TRUE(Eventually([&] { return patient.started.load(); }));
@@ -85,7 +85,7 @@ TEST(Thread, TerminatedOneEndsWithoutRunningToItsEnd) {
     OsThreadClose(thread);
 }
 
-TEST(Thread, TerminatingAnEndedOneDoesNothing) {
+TEST(Thread, TerminatingAnEndedThreadDoesNothing) {
     OsThread* thread = OsThreadStart([](void*) {}, nullptr, "Tarvik test");
     EXPECT_TRUE(OsThreadJoin(thread, -1));
     OsThreadTerminate(thread);
@@ -93,7 +93,7 @@ TEST(Thread, TerminatingAnEndedOneDoesNothing) {
     OsThreadClose(thread);
 }
 
-TEST(Thread, RunningOneGoesOnAfterItsHandleIsGivenUp) {
+TEST(Thread, RunningThreadContinuesAfterItsHandleIsClosed) {
     static Patient patient;  // outlives the thread's last steps
     OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
     EXPECT_TRUE(Eventually([&] { return patient.started.load(); }));
@@ -102,7 +102,7 @@ TEST(Thread, RunningOneGoesOnAfterItsHandleIsGivenUp) {
     EXPECT_TRUE(Eventually([&] { return patient.finished.load(); }));
 }
 
-TEST(Thread, KnowsWhetherItIsTheCallingOne) {
+TEST(Thread, IsCurrentOnlyOnItself) {
     struct Asked {
         std::atomic<OsThread*> self{nullptr};
         bool is_current = false;
@@ -121,7 +121,7 @@ TEST(Thread, KnowsWhetherItIsTheCallingOne) {
     OsThreadClose(asked.self);
 }
 
-TEST(Thread, HasAnIdOfItsOwnAndAHandle) {
+TEST(Thread, HasItsOwnIdAndAHandle) {
     Patient patient;
     OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
     EXPECT_NE(OsThreadHandle(thread), nullptr);
@@ -150,7 +150,7 @@ TEST(Thread, LastErrorIsKeptPerThread) {
     EXPECT_EQ(elsewhere, 6);
 }
 
-TEST(Thread, ManyStartAndEndWithoutLeavingAnything) {
+TEST(Thread, ManyThreadsStartAndEnd) {
     std::atomic<int> ended{0};
     for (int i = 0; i < 500; ++i) {
         OsThread* thread =

@@ -31,7 +31,7 @@ TEST(Tick, AdvancesWithTheHighResolutionCounter) {
     EXPECT_GE(TickMs() - before, 19u);
 }
 
-TEST(Tick, SourceCanBeReplacedAndPutBack) {
+TEST(Tick, SourceCanBeReplacedAndRestored) {
     const TickSource system = SetTickSource([] { return std::uint64_t{42}; });
     EXPECT_EQ(TickMs(), 42u);
     SetTickSource(system);

@@ -24,9 +24,9 @@ const DemoLimits& GetDemoLimits() {
 namespace test {
 namespace {
 
-constexpr std::uint32_t kScanMs = 20;  // time enough to report the device once more
+constexpr std::uint32_t kScanMs = 20;  // enough to report the device again
 
-// Of one scan, whose time goes on with the first.
+// The reports of one scan. Its time runs from the first one on.
 struct Reports {
     std::vector<DeviceReport> list;
     static void Add(void* context, const DeviceReport& report) {
@@ -53,7 +53,7 @@ protected:
         EXPECT_TRUE(kDummyTransport.UpdateDevices(kScanMs, Reports::Add, &reports));
         return reports.list;
     }
-    // The demo device's queues, known from its report only.
+    // The demo device's queues, from its report.
     static DeviceQueues* Queues() {
         const std::vector<DeviceReport> reports = Scan();
         EXPECT_EQ(reports.size(), 1u);
@@ -63,11 +63,11 @@ protected:
 
 bool Send(DeviceQueues* queues, PacketPtr packet) { return EnqueueTransmitPacket(queues, packet); }
 
-TEST_F(DemoTransportTest, InitReportsItsLocksOnceAndDeinitTheirEnd) {
+TEST_F(DemoTransportTest, InitLogsItsLocksOnceAndDeinitTheirDeletion) {
     LogCapture log;
     kDummyTransport.Init();
     kDummyTransport.Init();
-    EXPECT_EQ(log.Lines().size(), 4u);  // with one line from each queue
+    EXPECT_EQ(log.Lines().size(), 4u);  // two of them from the queues
     EXPECT_TRUE(log.Mentions("[DummyInit] Initialized CRITICAL_SECTION for DummyQueues at 0x"));
     EXPECT_TRUE(log.Mentions("[DummyInit] Initialized CRITICAL_SECTION DummySessionLock at 0x"));
     kDummyTransport.Deinit();
@@ -79,7 +79,7 @@ TEST_F(DemoTransportTest, InitReportsItsLocksOnceAndDeinitTheirEnd) {
     EXPECT_EQ(log.Lines().size(), lines);
 }
 
-TEST_F(DemoTransportTest, WithoutInitNothingStartsAndNothingIsScanned) {
+TEST_F(DemoTransportTest, NothingStartsOrIsScannedWithoutInit) {
     LogCapture log;
     kDummyTransport.Start();
     EXPECT_TRUE(log.Has("[DummyStart] Start"));
@@ -90,7 +90,7 @@ TEST_F(DemoTransportTest, WithoutInitNothingStartsAndNothingIsScanned) {
     EXPECT_TRUE(reports.list.empty());
 }
 
-TEST_F(DemoTransportTest, SwitchedOffItStartsNoThreadAndScansNothing) {
+TEST_F(DemoTransportTest, StartsNoThreadAndScansNothingWhenSwitchedOff) {
     config.dummyDevice = false;
     LogCapture log;
     StdoutCapture console;
@@ -119,7 +119,7 @@ TEST_F(DemoTransportTest, ScanReportsTheDemoDeviceOnce) {
               "[Dummy] DummyUpdateDevices done\r\n");
 }
 
-TEST_F(DemoTransportTest, LoginHoldsTheFixedTextsAndIsZeroElsewhere) {
+TEST_F(DemoTransportTest, LoginHasTheFixedTextsAndZerosElsewhere) {
     InitAndStart();
     const std::vector<DeviceReport> reports = Scan();
     ASSERT_EQ(reports.size(), 1u);
@@ -149,7 +149,7 @@ TEST_F(DemoTransportTest, EveryScanSendsOneIdentifyAndReceivesOneLogin) {
     }
 }
 
-TEST_F(DemoTransportTest, CommunicationRequestIsAnsweredByATimeoutOfTheControlUnit) {
+TEST_F(DemoTransportTest, CommunicationRequestIsAnsweredWithAControlUnitTimeout) {
     LogCapture log;
     InitAndStart();
     DeviceQueues* queues = Queues();
@@ -189,7 +189,7 @@ TEST_F(DemoTransportTest, OtherAndTruncatedPacketsGetNoAnswer) {
     ASSERT_NE(queues, nullptr);
     ASSERT_TRUE(Send(queues, MakePacket(kTypePing, 12)));
     ASSERT_TRUE(Send(queues, MakePacket(kTypeCreq, 31)));
-    // The scan's IDEN and these two.
+    // With the scan's IDEN.
     EXPECT_TRUE(Eventually([&] { return ReadPacketCounters().sent_packets == sent + 3; }));
     EXPECT_EQ(TakePacket(&queues->rx, 0), nullptr);
 }
@@ -207,7 +207,7 @@ TEST_F(DemoTransportTest, TakenPacketsAreCountedAsSent) {
     }));
 }
 
-TEST_F(DemoTransportTest, StopWaitsForTheThreadAndIsHarmlessTwice) {
+TEST_F(DemoTransportTest, StopWaitsForTheThreadAndCanBeRepeated) {
     LogCapture log;
     InitAndStart();
     EXPECT_TRUE(log.Has("[DummyStart] Done"));
@@ -233,7 +233,7 @@ TEST_F(DemoTransportTest, DeinitStopsARunningDevice) {
     EXPECT_TRUE(log.Has("[DummyDeinit] Done"));
 }
 
-TEST_F(DemoTransportTest, StopEndsAScanThatIsUnderWay) {
+TEST_F(DemoTransportTest, StopEndsARunningScan) {
     InitAndStart();
     std::atomic<bool> scanning{false};
     Thread scan([&scanning] {
@@ -249,7 +249,7 @@ TEST_F(DemoTransportTest, StopEndsAScanThatIsUnderWay) {
     scan.Join();
 }
 
-TEST_F(DemoTransportTest, ThreadThatCannotBeCreatedIsReportedOnTheConsole) {
+TEST_F(DemoTransportTest, ThreadCreationFailureIsPrinted) {
     StdoutCapture console;
     {
         ThreadStartFault fault("Tarvik DummyTxThread", 1450);
@@ -257,7 +257,7 @@ TEST_F(DemoTransportTest, ThreadThatCannotBeCreatedIsReportedOnTheConsole) {
     }
     EXPECT_EQ(console.Text(), "Failed to create TX thread: 1450\n");
     LogCapture log;
-    kDummyTransport.Start();  // the next attempt is not hindered by the failed one
+    kDummyTransport.Start();  // the failed attempt does not prevent the next one
     EXPECT_TRUE(log.Has("[DummyStart] Done"));
 }
 

@@ -9,32 +9,36 @@
 namespace tarvik {
 namespace test {
 
-static std::mutex lock;
-static std::map<std::int32_t, std::string> plugged;  // guarded by lock
-static std::atomic<bool> failing{false};
-static std::atomic<std::uint32_t> scans{0};
+namespace {
+
+std::mutex plugged_lock;
+std::map<std::int32_t, std::string> plugged;  // guarded by plugged_lock
+std::atomic<bool> failing{false};
+std::atomic<std::uint32_t> scan_count{0};
+
+}  // namespace
 
 void PlugPort(std::int32_t number, const std::string& path) {
-    const std::lock_guard hold(lock);
+    const std::lock_guard hold(plugged_lock);
     plugged[number] = path;
 }
 void UnplugPort(std::int32_t number) {
-    const std::lock_guard hold(lock);
+    const std::lock_guard hold(plugged_lock);
     plugged.erase(number);
 }
 void UnplugAllPorts() {
-    const std::lock_guard hold(lock);
+    const std::lock_guard hold(plugged_lock);
     plugged.clear();
 }
 void FailDiscovery(bool fail) { failing = fail; }
-std::uint32_t ScanCount() { return scans; }
+std::uint32_t ScanCount() { return scan_count; }
 
 }  // namespace test
 
 bool DiscoverPorts(FoundPort found, void* context) {
-    ++test::scans;
+    ++test::scan_count;
     if (test::failing) return false;
-    const std::lock_guard hold(test::lock);
+    const std::lock_guard hold(test::plugged_lock);
     for (const auto& [number, path] : test::plugged)
         found(context, number, path.c_str());
     return true;

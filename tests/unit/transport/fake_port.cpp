@@ -9,8 +9,18 @@
 
 namespace tarvik::test {
 
-static std::mutex ports_lock;
-static std::map<std::string, std::shared_ptr<FakePort>> ports;  // guarded by ports_lock
+namespace {
+
+std::mutex ports_lock;
+std::map<std::string, std::shared_ptr<FakePort>> ports;  // guarded by ports_lock
+
+void AnswerLikeADongle(FakePort& port, const Bytes& packet) {
+    const std::uint32_t type = LoadU32(packet.data());
+    if (type == kTypeSync) port.Send(kSyncBytes);
+    if (type == kTypeIden) port.Send(LoginPacket(port.name));
+}
+
+}  // namespace
 
 Bytes WirePacket(std::uint32_t type, const Bytes& payload) {
     Bytes packet(8 + payload.size());
@@ -27,12 +37,6 @@ Bytes LoginPacket(const std::string& name) {
     packet[20] = 5;
     std::copy_n(name.begin(), std::min<std::size_t>(name.size(), 32), packet.begin() + 64);
     return packet;
-}
-
-static void AnswerLikeADongle(FakePort& port, const Bytes& packet) {
-    const std::uint32_t type = LoadU32(packet.data());
-    if (type == kTypeSync) port.Send(kSyncBytes);
-    if (type == kTypeIden) port.Send(LoginPacket(port.name));
 }
 
 std::shared_ptr<FakePort> FakePort::Plug(std::int32_t number) {

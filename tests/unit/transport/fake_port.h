@@ -14,8 +14,8 @@
 #include "link/packet.h"
 #include "transport/serial/serial_port.h"
 
-// Ports without hardware: this file's source stands in for the system's serial ports, so that the
-// transport's threads can be driven through every failure, alike on both systems.
+// Ports without hardware. This file's source replaces the system's serial ports, so that tests can
+// drive the transport's threads through every failure, the same way on both systems.
 namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -24,15 +24,14 @@ Bytes WirePacket(std::uint32_t type, const Bytes& payload = {});
 Bytes LoginPacket(const std::string& name);
 inline const Bytes kSyncBytes = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
 
-// One port with a dongle behind it. Tests set it up before it is plugged in; everything else is
-// guarded.
+// One port with its dongle. Its public fields are set before the transport opens it, or by Inject.
 class FakePort {
 public:
     static std::shared_ptr<FakePort> Plug(std::int32_t number);
     static void RemoveAll();
 
-    // What the dongle does with a packet that it receives. By default it echoes SYNC and answers
-    // IDEN.
+    // Handles a packet from the library, on the transmit thread. By default the dongle echoes SYNC
+    // and answers IDEN.
     std::function<void(FakePort&, const Bytes& packet)> on_packet;
     std::string name = "Test dongle";
 
@@ -42,7 +41,7 @@ public:
 
     // The dongle sends; `piece` bytes arrive at a time (0: all at once).
     void Send(const Bytes& bytes, std::size_t piece = 0);
-    void Break(std::uint32_t system_error);  // until it is opened again, its status cannot be read
+    void Break(std::uint32_t system_error);  // its status cannot be read until it is opened again
 
     std::vector<Bytes> Received() const;  // packets that came from the library
     std::size_t ReceivedCount(std::uint32_t type) const;
@@ -50,12 +49,12 @@ public:
     std::uint32_t CloseCount() const;
     bool IsOpen() const;
     bool HoldsAWrite() const;
-    std::uint32_t WaitCount() const;  // how often the receiver went to sleep
-    std::size_t Unread() const;       // bytes that the dongle has sent and nobody has read
+    std::uint32_t WaitCount() const;  // how often the receiver has slept
+    std::size_t Unread() const;       // bytes from the dongle not read yet
 
     bool IsDrained() const;  // the receiver has read everything and sleeps again
 
-    // What the next operations come to instead of working.
+    // Results of the next operations, instead of success.
     std::optional<std::uint32_t> open_error;
     std::optional<std::uint32_t> receive_event_error;
     std::optional<std::uint32_t> transmit_event_error;
@@ -63,7 +62,7 @@ public:
     std::optional<TransferOutcome> read_outcome;
     std::optional<TransferOutcome> write_outcome;
     bool hold_writes = false;  // until the port is woken
-    // Fails operations while the port is open.
+    // Changes these fields while the port is open.
     template <typename Change>
     void Inject(Change change) {
         const std::lock_guard hold(lock_);

@@ -13,7 +13,7 @@
 namespace tarvik::test {
 namespace {
 
-// What the thread sees of the flag that it runs with.
+// The flag, and what the thread has seen of it.
 std::atomic<bool> running{false};
 std::atomic<bool> seen_running{false};
 

@@ -4,8 +4,8 @@
 
 namespace tarvik::test {
 
-// For programs that define GetSerialLimits. An answer that a test expects gets all the time that
-// the machine needs; nothing else is waited for longer than necessary.
+// For test programs that define GetSerialLimits: long for answers that a test expects, short for
+// pauses.
 inline constexpr SerialLimits kPatientLimits = {
     .scan_pause_ms = 1,
     .sync_wait_ms = 10'000,

@@ -25,7 +25,7 @@ class PortDiscovery : public testing::Test {
 protected:
     PortDiscovery() : bus_(umockdev_testbed_new()) {}
 
-    // A device without parent when `parent` is null; its path otherwise leads to it.
+    // `parent` is the path of the parent device, or null.
     std::string AddDevice(const char* subsystem, const std::string& name, const char* parent,
                           const char* const (&attributes)[5], const char* const (&properties)[3]) {
         gchar* path = umockdev_testbed_add_devicev(bus_.get(), subsystem, name.c_str(), parent,
@@ -62,9 +62,9 @@ private:
     int devices_ = 0;
 };
 
-TEST_F(PortDiscovery, WithoutPortsItFindsNothing) { EXPECT_TRUE(Discover().empty()); }
+TEST_F(PortDiscovery, FindsNothingWithoutPorts) { EXPECT_TRUE(Discover().empty()); }
 
-TEST_F(PortDiscovery, DonglesAreKnownByTheirUsbIdentity) {
+TEST_F(PortDiscovery, DonglesAreRecognizedByTheirUsbIdentity) {
     AddTty("ttyACM5", "303a", "1001");
     AddTty("ttyUSB2", "303a", "1001");
     EXPECT_EQ(Discover(), (Found{{5, "/dev/ttyACM5"}, {130, "/dev/ttyUSB2"}}));
@@ -84,14 +84,14 @@ TEST_F(PortDiscovery, TtysThatAreNotOnUsbAreIgnored) {
     EXPECT_TRUE(Discover().empty());
 }
 
-TEST_F(PortDiscovery, NumbersAbove254AreLeftAlone) {
+TEST_F(PortDiscovery, NumbersAbove254AreIgnored) {
     AddTty("ttyACM254", "303a", "1001");
     AddTty("ttyACM255", "303a", "1001");
     AddTty("ttyUSB127", "303a", "1001");
     EXPECT_EQ(Discover(), (Found{{254, "/dev/ttyACM254"}}));
 }
 
-TEST_F(PortDiscovery, PortThatWasRemovedIsGoneFromTheNextList) {
+TEST_F(PortDiscovery, RemovedPortIsMissingFromTheNextList) {
     const std::string tty = AddTty("ttyACM0", "303a", "1001");
     EXPECT_EQ(Discover().size(), 1u);
     Remove(tty);

@@ -2,7 +2,7 @@
 // port numbers are high so that no port of the machine is touched.
 #include <gtest/gtest.h>
 #include <windows.h>
-// setupapi.h wants windows.h before it.
+// setupapi.h needs windows.h first.
 #include <setupapi.h>
 
 #include <map>
@@ -18,7 +18,7 @@ constexpr GUID kPortsClass = {
 
 using Found = std::map<std::int32_t, std::string>;
 
-// Numbers below 200 belong to others.
+// Ignores ports below 200, which are not of this test.
 void Add(void* context, std::int32_t number, const char* path) {
     if (number >= 200) (*static_cast<Found*>(context))[number] = path;
 }
@@ -72,15 +72,15 @@ Found Discover() {
     return found;
 }
 
-TEST(PortDiscovery, WithoutPortsItFindsNothing) { EXPECT_TRUE(Discover().empty()); }
+TEST(PortDiscovery, FindsNothingWithoutPorts) { EXPECT_TRUE(Discover().empty()); }
 
-TEST(PortDiscovery, DonglesAreKnownByTheirUsbIdentity) {
+TEST(PortDiscovery, DonglesAreRecognizedByTheirUsbIdentity) {
     const Device first("COM201", kDongleId);
     const Device second("COM254", "USB\\VID_303A&PID_1001&MI_00");
     EXPECT_EQ(Discover(), (Found{{201, "\\\\.\\COM201"}, {254, "\\\\.\\COM254"}}));
 }
 
-TEST(PortDiscovery, IdentityMayStandInAnyOfTheIds) {
+TEST(PortDiscovery, IdentityCanBeInAnyHardwareId) {
     const Device device("COM202", std::string("USB\\VID_0000&PID_0000") + '\0' + kDongleId);
     EXPECT_EQ(Discover().size(), 1u);
 }
@@ -92,7 +92,7 @@ TEST(PortDiscovery, PortsWithAnotherIdentityAreIgnored) {
     EXPECT_TRUE(Discover().empty());
 }
 
-TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreLeftAlone) {
+TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreIgnored) {
     const Device beyond("COM255", kDongleId);
     const Device printer("LPT201", kDongleId);
     const Device unnumbered("COMx", kDongleId);
@@ -102,7 +102,7 @@ TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreLeftAlone) {
     EXPECT_TRUE(Discover().empty());
 }
 
-TEST(PortDiscovery, PortThatWasRemovedIsGoneFromTheNextList) {
+TEST(PortDiscovery, RemovedPortIsMissingFromTheNextList) {
     {
         const Device device("COM208", kDongleId);
         EXPECT_EQ(Discover().size(), 1u);

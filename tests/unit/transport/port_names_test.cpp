@@ -12,7 +12,7 @@ TEST(PortNames, ComPortsFromZeroTo254HaveTheirOwnNumber) {
     EXPECT_EQ(NumberOfComPort("COM254"), 254);
 }
 
-TEST(PortNames, OtherNamesThanCom0ToCom254AreLeftAlone) {
+TEST(PortNames, NamesOtherThanCom0ToCom254HaveNoNumber) {
     for (const char* name :
          {"COM255", "COM256", "COM1000", "COM99999999999999999999", "COM", "COMx", "COM-1", "COM+1",
           "COM 1", "COM1 ", "COM1x", "COM07", "COM00", "com1", "LPT1", "CNCA0", "", "1"}) {
@@ -20,14 +20,14 @@ TEST(PortNames, OtherNamesThanCom0ToCom254AreLeftAlone) {
     }
 }
 
-TEST(PortNames, TtyAcmKeepsItsNumberAndTtyUsbFollowsFrom128) {
+TEST(PortNames, TtyAcmKeepsItsNumberAndTtyUsbStartsAt128) {
     EXPECT_EQ(NumberOfTty("ttyACM0"), 0);
     EXPECT_EQ(NumberOfTty("ttyACM254"), 254);
     EXPECT_EQ(NumberOfTty("ttyUSB0"), 128);
     EXPECT_EQ(NumberOfTty("ttyUSB126"), 254);
 }
 
-TEST(PortNames, OtherTtysAreLeftAlone) {
+TEST(PortNames, OtherTtysHaveNoNumber) {
     for (const char* name : {"ttyACM255", "ttyUSB127", "ttyACM", "ttyUSB", "ttyS0", "tty1",
                              "ttyACM1x", "ttyACM01", "ttyacm1", "ptmx", "COM1", ""}) {
         EXPECT_FALSE(NumberOfTty(name)) << name;

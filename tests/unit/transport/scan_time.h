@@ -7,8 +7,8 @@
 
 namespace tarvik::test {
 
-// The tick stands still from here on, so that a scan does not end before the dongles have answered,
-// however busy the machine. After GoOn it runs at its own pace again. It never goes back.
+// Stops the tick, so that a scan does not end before the dongles have answered, however busy the
+// machine. GoOn lets it run again from where it stopped. It never goes back.
 class ScanTime {
 public:
     ScanTime() {

@@ -1,5 +1,5 @@
-// Another library's AES under the same key schedule. Linux only, where that library is at hand; its
-// low-level functions are the only ones that take a schedule.
+// Compares with OpenSSL's AES under the same key schedule, which only its low-level functions take.
+// Linux only, where OpenSSL is available.
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <gtest/gtest.h>
 #include <openssl/aes.h>
@@ -46,7 +46,7 @@ TEST(SerialCipherAgainstOpenSsl, DeciphersTheSameBlocks) {
     }
 }
 
-TEST(SerialCipherAgainstOpenSsl, TestsOwnEncipheringIsRight) {
+TEST(SerialCipherAgainstOpenSsl, TestSealerEnciphersTheSameBlocks) {
     const AES_KEY key = ScheduleOfZeroes();
     for (const Block& block : RandomBlocks(1000)) {
         Block expected;

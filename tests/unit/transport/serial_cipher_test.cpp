@@ -23,9 +23,8 @@ Bytes Decipher(SerialCipher* cipher, Bytes bytes) {
     return bytes;
 }
 
-// The expected blocks were computed with OpenSSL's AES_decrypt under an AES_KEY of zero bytes with
-// 14 rounds.
-TEST(SerialCipherTest, KnownBlocksUnderAScheduleOfZeroes) {
+// Expected blocks from OpenSSL's AES_decrypt with an AES_KEY of zero bytes and 14 rounds.
+TEST(SerialCipherTest, DeciphersKnownBlocksUnderAnAllZeroSchedule) {
     SerialCipher zero;
     EXPECT_EQ(Decipher(&zero, Bytes(16, 0)), Bytes(16, 0x75));
 
@@ -43,21 +42,22 @@ TEST(SerialCipherTest, KnownBlocksUnderAScheduleOfZeroes) {
                                                 0x20, 0x00, 0x8B, 0x0F, 0x12, 0x4D, 0x38, 0xDC}));
 }
 
-// AES-256 with the key of 32 zero bytes turns the zero block into DC95C078A2408989AD48A21492842087.
-TEST(SerialCipherTest, ScheduleOfZeroesIsNotTheScheduleOfTheZeroKey) {
+// AES-256 with the key of 32 zero bytes enciphers the zero block to
+// DC95C078A2408989AD48A21492842087.
+TEST(SerialCipherTest, AllZeroScheduleIsNotTheScheduleOfTheZeroKey) {
     const Bytes of_zero_key = {0xDC, 0x95, 0xC0, 0x78, 0xA2, 0x40, 0x89, 0x89,
                                0xAD, 0x48, 0xA2, 0x14, 0x92, 0x84, 0x20, 0x87};
     SerialCipher cipher;
     EXPECT_NE(Decipher(&cipher, of_zero_key), Bytes(16, 0));
 }
 
-TEST(SerialCipherTest, EachBlockIsCombinedWithTheCipherBlockBefore) {
+TEST(SerialCipherTest, EachBlockIsCombinedWithThePreviousCipherBlock) {
     const Bytes plain = Counting(160);
     SerialCipher cipher;
     EXPECT_EQ(Decipher(&cipher, SerialSealer().Encipher(plain)), plain);
 }
 
-TEST(SerialCipherTest, ChainGoesOnFromPacketToPacket) {
+TEST(SerialCipherTest, ChainContinuesAcrossPackets) {
     SerialSealer sealer;
     SerialCipher cipher;
     const Bytes plain = Counting(48);
@@ -66,10 +66,10 @@ TEST(SerialCipherTest, ChainGoesOnFromPacketToPacket) {
     EXPECT_NE(first, second);
     EXPECT_EQ(Decipher(&cipher, first), plain);
     EXPECT_EQ(Decipher(&cipher, second), plain);
-    EXPECT_NE(Decipher(&cipher, first), plain) << "out of turn the first block is something else";
+    EXPECT_NE(Decipher(&cipher, first), plain) << "out of order the first block differs";
 }
 
-TEST(SerialCipherTest, BytesBehindTheLastWholeBlockStayAsTheyAre) {
+TEST(SerialCipherTest, BytesAfterTheLastWholeBlockAreUnchanged) {
     for (std::size_t extra = 0; extra < 16; ++extra) {
         const Bytes plain = Counting(32);
         const Bytes rest = Counting(extra);
@@ -82,7 +82,7 @@ TEST(SerialCipherTest, BytesBehindTheLastWholeBlockStayAsTheyAre) {
     }
 }
 
-TEST(SerialCipherTest, LessThanOneBlockLeavesTheChainAlone) {
+TEST(SerialCipherTest, PartialBlockLeavesTheChainUnchanged) {
     SerialSealer sealer;
     SerialCipher cipher;
     EXPECT_EQ(Decipher(&cipher, Counting(15)), Counting(15));

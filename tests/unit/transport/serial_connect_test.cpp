@@ -36,7 +36,7 @@ bool Contains(const std::string& text, const std::string& part) {
 
 // ---------------------------------------------------------------- start and stop
 
-TEST_F(SerialConnectTest, InitReportsItsLockOnceAndDeinitItsEnd) {
+TEST_F(SerialConnectTest, InitLogsItsLockOnceAndDeinitItsDeletion) {
     kSerialTransport.Deinit();
     LogCapture log;
     kSerialTransport.Init();
@@ -51,7 +51,7 @@ TEST_F(SerialConnectTest, InitReportsItsLockOnceAndDeinitItsEnd) {
     EXPECT_EQ(log.Lines().size(), lines);
 }
 
-TEST_F(SerialConnectTest, WithoutInitItDoesNotStart) {
+TEST_F(SerialConnectTest, DoesNotStartWithoutInit) {
     kSerialTransport.Deinit();
     LogCapture log;
     kSerialTransport.Start();
@@ -60,7 +60,7 @@ TEST_F(SerialConnectTest, WithoutInitItDoesNotStart) {
     EXPECT_FALSE(log.Mentions("Created Thread handle"));
 }
 
-TEST_F(SerialConnectTest, SwitchedOffItStartsNoThread) {
+TEST_F(SerialConnectTest, StartsNoThreadWhenSwitchedOff) {
     config.useSerial = false;
     const std::uint32_t scans = ScanCount();
     LogCapture log;
@@ -87,7 +87,7 @@ TEST_F(SerialConnectTest, StartRunsOneConnectThreadAndStopEndsIt) {
     EXPECT_TRUE(log.Has("[SerialConnectThreadFunc] Exiting"));
 }
 
-TEST_F(SerialConnectTest, ConnectThreadThatCannotBeCreatedIsLogged) {
+TEST_F(SerialConnectTest, ConnectThreadCreationFailureIsLogged) {
     LogCapture log;
     {
         ThreadStartFault fault("Tarvik SerialConnectThread", 8);
@@ -100,13 +100,13 @@ TEST_F(SerialConnectTest, ConnectThreadThatCannotBeCreatedIsLogged) {
     EXPECT_TRUE(log.Has("[SerialStart] Done"));
 }
 
-TEST_F(SerialConnectTest, ScansGoOnWhileItRuns) {
+TEST_F(SerialConnectTest, KeepsScanningWhileItRuns) {
     const std::uint32_t scans = ScanCount();
     kSerialTransport.Start();
     EXPECT_TRUE(Eventually([=] { return ScanCount() >= scans + 3; }));
 }
 
-TEST_F(SerialConnectTest, MissingDeviceListIsPrintedAndTriedAgain) {
+TEST_F(SerialConnectTest, MissingDeviceListIsPrintedAndRetried) {
     StdoutCapture console;
     FailDiscovery(true);
     const std::uint32_t scans = ScanCount();
@@ -153,7 +153,7 @@ TEST_F(SerialConnectTest, NewDongleIsDetectedSynchronizedAndConnected) {
     EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Synchronized"));
 }
 
-TEST_F(SerialConnectTest, SyncIsLoggedWithALineEndOfItsOwn) {
+TEST_F(SerialConnectTest, SyncIsLoggedWithAnExtraLineEnd) {
     LogCapture log;
     Connect(7);
     EXPECT_TRUE(log.Mentions("[SerialRxThreadFunc] Synchronized\n\n"));
@@ -166,7 +166,7 @@ TEST_F(SerialConnectTest, PortNumbersFromZeroTo254AreServed) {
     }
 }
 
-TEST_F(SerialConnectTest, DongleThatDoesNotAnswerIsAskedThreeTimesAndLeftAlone) {
+TEST_F(SerialConnectTest, SilentDongleIsAskedThreeTimesAndThenIgnored) {
     StdoutCapture console;
     LogCapture log;
     std::shared_ptr<FakePort> port;
@@ -200,7 +200,7 @@ TEST_F(SerialConnectTest, DongleThatDoesNotAnswerIsAskedThreeTimesAndLeftAlone) 
               "COM9: Device did not respond\n");
 }
 
-TEST_F(SerialConnectTest, FailedPortIsTriedAgainAfterItDisappearedAndCameBack) {
+TEST_F(SerialConnectTest, FailedPortIsRetriedAfterAReplug) {
     {
         const UseLimits impatient(kImpatientLimits);
         const auto port = FakePort::Plug(9);
@@ -230,7 +230,7 @@ TEST_F(SerialConnectTest, AnswerToTheThirdSyncStillConnects) {
     EXPECT_EQ(port->ReceivedCount(kTypeSync), 3u);
 }
 
-TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsLeftAloneUntilItDisappears) {
+TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsIgnoredUntilItDisappears) {
     StdoutCapture console;
     const auto port = FakePort::Plug(12);
     port->open_error = 5;
@@ -255,7 +255,7 @@ struct ThreadFailure {
     bool rx_cleaned_up;
 };
 
-TEST_F(SerialConnectTest, ThreadThatCannotBeCreatedClosesThePortAgain) {
+TEST_F(SerialConnectTest, ThreadCreationFailureClosesThePort) {
     constexpr ThreadFailure kFailures[] = {
         {"Tarvik SerialRxThreadFunc", "Failed to create RX thread: 11\n", false, false},
         {"Tarvik SerialTxThreadFunc", "Failed to create TX thread: 11\n", false, true},
@@ -293,7 +293,7 @@ TEST_F(SerialConnectTest, PortThatBreaksDuringTheHandshakeFailsAtOnce) {
     kSerialTransport.Start();
     ASSERT_TRUE(Reaches(6, PortState::kFailed));
     ASSERT_TRUE(Closes(*port));
-    AwaitEndOfScan();  // one that is stopped before it has printed the failure prints nothing
+    AwaitEndOfScan();  // a scan that is stopped before it prints the failure prints nothing
     kSerialTransport.Stop();
     EXPECT_LT(port->ReceivedCount(kTypeSync), 3u);
     EXPECT_TRUE(Contains(console.Text(), "COM6: Device did not respond\n"));
@@ -307,7 +307,7 @@ TEST_F(SerialConnectTest, UnpluggedDongleIsStoppedByTheNextScan) {
     UnplugPort(5);
     ASSERT_TRUE(Reaches(5, PortState::kUnused));
     ASSERT_TRUE(Closes(*port));
-    // By this scan or, if the thread needs longer, by one of the next.
+    // By this scan, or by a later one if the thread needs longer.
     EXPECT_TRUE(Eventually([&log] {
         return HasWithHandle(log, "[SerialConnect] Closing Thread handle 0x",
                              " (MonitorThread) for port 5");
@@ -348,7 +348,7 @@ TEST_F(SerialConnectTest, ReplugConnectsTheSameQueuesWithoutLeftovers) {
     EXPECT_NE(Receive(5, kTypeLogn), nullptr);
 }
 
-TEST_F(SerialConnectTest, LinksThatKeepSendingComeBehindTheSync) {
+TEST_F(SerialConnectTest, SyncPrecedesThePacketsOfALinkThatKeepsSending) {
     std::atomic<bool> stop{false};
     std::thread link([&stop] {
         while (!stop) {
@@ -369,7 +369,7 @@ TEST_F(SerialConnectTest, LinksThatKeepSendingComeBehindTheSync) {
     link.join();
 }
 
-TEST_F(SerialConnectTest, ReplugDoesNotGoOnWithAHalfReceivedPacket) {
+TEST_F(SerialConnectTest, ReplugDiscardsAHalfReceivedPacket) {
     const auto first = Connect(5);
     Bytes half = WirePacket(kTypeCres, Bytes(100));
     half.resize(50);
@@ -391,7 +391,7 @@ TEST_F(SerialConnectTest, BrokenPortIsReconnectedByTheNextScan) {
     EXPECT_TRUE(log.Has("[SerialThreadFunc] COM8 Instance stopped"));
 }
 
-TEST_F(SerialConnectTest, ManyReplugsLeaveNothingBehind) {
+TEST_F(SerialConnectTest, ManyReplugsLeakNothing) {
     const std::uint64_t before = [] {
         Connect(5);
         kSerialTransport.Stop();
@@ -426,14 +426,14 @@ TEST_F(SerialConnectTest, StopClosesEveryConnectedPort) {
     EXPECT_FALSE(second->IsOpen());
 }
 
-TEST_F(SerialConnectTest, PortThatNeedsLongerThanItsShareIsClosedLikeTheOthers) {
+TEST_F(SerialConnectTest, PortThatExceedsItsTimeIsClosedLikeTheOthers) {
     LogCapture log;
     const auto slow = Connect(1);
     const auto other = Connect(2);
     std::optional<Thread> stop;
     {
-        // Its monitor thread cannot go on; that the next port has its turn shows that the time
-        // has run out.
+        // Its monitor thread is blocked. That the next port has its turn shows that the time of the
+        // first is over.
         const LockGuard hold(QueuesOf(1)->device_lock);
         stop.emplace([] { kSerialTransport.Stop(); });
         ASSERT_TRUE(Eventually(
@@ -447,7 +447,7 @@ TEST_F(SerialConnectTest, PortThatNeedsLongerThanItsShareIsClosedLikeTheOthers) 
     EXPECT_FALSE(slow->IsOpen());
 }
 
-TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThatPortToo) {
+TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThePort) {
     const FakeTick tick(1000);  // the handshake never runs out of time
     StdoutCapture console;
     const auto port = FakePort::Plug(30);
@@ -460,8 +460,8 @@ TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThatPortToo) {
     EXPECT_EQ(StateOf(30), PortState::kUnused);
 }
 
-TEST_F(SerialConnectTest, StopWakesThreadsThatWaitForTheDongle) {
-    // Only a wake-up ends the sleep of the receive, the monitor and the connect thread in time.
+TEST_F(SerialConnectTest, StopWakesTheThreadsThatWaitForTheDongle) {
+    // The receive, monitor and connect threads sleep for an hour unless they are woken.
     const UseLimits sleepy(kSleepyLimits);
     LogCapture log;
     const auto port = Connect(2);
@@ -473,7 +473,7 @@ TEST_F(SerialConnectTest, StopWakesThreadsThatWaitForTheDongle) {
     EXPECT_TRUE(log.Has("[SerialConnectThreadFunc] Exiting"));
 }
 
-TEST_F(SerialConnectTest, ConstructAndDestructRoundsReconnectThePort) {
+TEST_F(SerialConnectTest, RepeatedInitAndDeinitReconnectThePort) {
     FakePort::Plug(2);
     for (int i = 0; i < 5; ++i) {
         kSerialTransport.Init();
@@ -485,7 +485,7 @@ TEST_F(SerialConnectTest, ConstructAndDestructRoundsReconnectThePort) {
     }
 }
 
-TEST_F(SerialConnectTest, WaiterOnAPortThatStopsReturnsNothing) {
+TEST_F(SerialConnectTest, WaitOnAStoppingPortReturnsNothing) {
     const auto port = Connect(2);
     Thread waiter([] { EXPECT_EQ(WaitForPacket(QueuesOf(2), kTypeCres, 3'600'000, 1), nullptr); });
     ASSERT_TRUE(Eventually([] {

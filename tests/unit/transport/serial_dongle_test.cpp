@@ -1,4 +1,4 @@
-// The system's own ports and device list, with the simulated dongle on port 5 and a foreign port 9.
+// The system's ports and device list, with the simulated dongle on port 5 and another device on 9.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -20,7 +20,7 @@ namespace tarvik {
 const SerialLimits& GetSerialLimits() {
     static constexpr SerialLimits kLimits = [] {
         SerialLimits limits = test::kPatientLimits;
-        limits.scan_pause_ms = 20;  // a real list of devices takes its time
+        limits.scan_pause_ms = 20;  // listing real devices takes time
         limits.sync_wait_ms = 1000;
         limits.login_wait_ms = 500;
         return limits;
@@ -111,7 +111,7 @@ TEST_F(DonglePort, CarriesBytesBothWays) {
     EXPECT_EQ(Read(8), kSync);
 }
 
-TEST_F(DonglePort, WaitsThatRunOutLoseNothing) {
+TEST_F(DonglePort, TimedOutWaitsLoseNothing) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(WaitForData(receive_.get(), 1));
         std::uint32_t queued = 99;
@@ -122,7 +122,7 @@ TEST_F(DonglePort, WaitsThatRunOutLoseNothing) {
     EXPECT_EQ(Read(8, 1), kSync);
 }
 
-TEST_F(DonglePort, EveryAnswerOfManyArrives) {
+TEST_F(DonglePort, EachOfManyAnswersArrives) {
     for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(Write(kSync));
         ASSERT_EQ(Read(8), kSync) << i;
@@ -135,7 +135,7 @@ TEST_F(DonglePort, WakeEndsTheWaitAndAllLaterOnes) {
     EXPECT_TRUE(WaitForData(receive_.get(), 3'600'000));
 }
 
-TEST_F(DonglePort, CanBeOpenedAgainAfterItWasClosedWithAWaitUnderWay) {
+TEST_F(DonglePort, CanBeReopenedAfterClosingWithAWaitPending) {
     for (int i = 0; i < 10; ++i) {
         ASSERT_NE(receive_, nullptr);
         EXPECT_TRUE(WaitForData(receive_.get(), 1));
@@ -150,7 +150,7 @@ TEST_F(DonglePort, CanBeOpenedAgainAfterItWasClosedWithAWaitUnderWay) {
 }
 
 TEST_F(DonglePort, UnplugEndsTheWaitAndEveryOperationFails) {
-    // No conversation before: the wait is what notices.
+    // Nothing was sent before: the wait itself must notice.
     Thread unplugger([this] { simulator_.Unplug(); });
     EXPECT_TRUE(Eventually([this] {
         std::uint32_t queued = 0;
@@ -188,7 +188,7 @@ protected:
     }
     static bool Disconnects() {
         {
-            // A scan that has found it before may still try to open it.
+            // A scan that found it before may still try to open it.
             const LockGuard end_of_scan(serial->session_lock);
         }
         return Eventually([] { return State(kDonglePort) == PortState::kUnused; }) &&

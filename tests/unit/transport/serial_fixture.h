@@ -16,7 +16,7 @@
 
 namespace tarvik::test {
 
-// The serial transport with fake ports; not started until the test says so.
+// The serial transport with fake ports, not yet started.
 class SerialFixture : public testing::Test {
 protected:
     static constexpr std::int32_t kPort = 7;  // where one is enough
@@ -52,8 +52,9 @@ protected:
         EXPECT_TRUE(Reaches(number, PortState::kConnected));
         return port;
     }
-    // What a dongle does that stays silent: on its port's transmit thread it lets the tick go on
-    // until it is asked again or given up. So each question reaches it, however late.
+    // For on_packet of a dongle that does not answer: advances the tick until the library asks
+    // again or gives up. Since this holds up the transmit thread, every question reaches the
+    // dongle.
     static void StaySilent(FakeTick& tick, std::int32_t number) {
         const auto is_asked_again = [number] {
             PacketQueue& queue = QueuesOf(number)->tx;
@@ -66,16 +67,16 @@ protected:
             return false;
         }));
     }
-    // The next scan may have opened it again by the time that anybody looks.
+    // The next scan may already have opened it again.
     static bool Closes(const FakePort& port) {
         return Eventually([&port] { return port.CloseCount() > 0; });
     }
-    // What a scan that is under way found plugged in before, it has dealt with.
+    // After this, no scan works on ports that it found before.
     static void AwaitEndOfScan() { const LockGuard hold(serial->session_lock); }
     static PacketPtr Receive(std::int32_t number, std::uint32_t type) {
         return WaitForPacket(QueuesOf(number), type, 10'000, kNoTag);
     }
-    // A text of the log with %p in it: its two sides.
+    // A line of the log with a handle: the texts before and after it.
     static bool HasWithHandle(const LogCapture& log, const std::string& before,
                               const std::string& after) {
         for (const std::string& line : log.Lines()) {

@@ -1,4 +1,4 @@
-// The system's own serial port, on a pseudo terminal whose other end plays the dongle.
+// The system's serial port, on a pseudo terminal whose other end plays the dongle.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -35,7 +35,7 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 const Bytes kSync = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
 
-// The dongle's end. Closing it is the unplugging.
+// The dongle's end. Closing it unplugs the dongle.
 class Terminal {
 public:
     Terminal() : file_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
@@ -64,7 +64,7 @@ public:
             at += static_cast<std::size_t>(put);
         }
     }
-    // Exactly `size` bytes, or what came before patience ran out.
+    // Exactly `size` bytes, or those that arrived before patience ran out.
     Bytes Receive(std::size_t size) {
         Bytes bytes;
         Eventually([&] {
@@ -101,8 +101,8 @@ struct OpenTerminal {
     Transfer transmit{port ? CreateTransfer(port.get(), TransferKind::kTransmit) : nullptr};
 };
 
-// What arrives, as the receiver takes it: wait, ask how much there is, read that. At least `size`
-// bytes, or what came before patience ran out.
+// Reads as the receive thread does: waits, asks for the number of bytes, reads them. At least
+// `size` bytes, or those that arrived before patience ran out.
 Bytes ReadAtLeast(PortTransfer* transfer, std::size_t size) {
     Bytes bytes;
     EXPECT_TRUE(Eventually([&] {
@@ -122,12 +122,12 @@ Bytes ReadAtLeast(PortTransfer* transfer, std::size_t size) {
 
 // ---------------------------------------------------------------- the port itself
 
-TEST(SerialPortPosix, MissingPortIsRefusedWithTheSystemsError) {
+TEST(SerialPortPosix, MissingPortIsRefusedWithTheSystemError) {
     EXPECT_EQ(OpenPort("/dev/there-is-no-such-port"), nullptr);
     EXPECT_EQ(OsLastError(), ENOENT);
 }
 
-TEST(SerialPortPosix, FileThatIsNoTtyIsRefused) {
+TEST(SerialPortPosix, FileThatIsNotATtyIsRefused) {
     EXPECT_EQ(OpenPort("/dev/null"), nullptr);
     EXPECT_EQ(OsLastError(), ENOTTY);
 }
@@ -148,7 +148,7 @@ TEST(SerialPortPosix, EveryByteValuePassesUnchangedInBothDirections) {
     EXPECT_EQ(ReadAtLeast(open.receive.get(), 256), all);
 }
 
-TEST(SerialPortPosix, MoreThanOneReadHoldsArrivesWhole) {
+TEST(SerialPortPosix, DataLongerThanOneReadArrivesWhole) {
     OpenTerminal open;
     ASSERT_NE(open.receive, nullptr);
     Bytes much(100'000);
@@ -184,7 +184,7 @@ TEST(SerialPortPosix, PortIsMarkedExclusiveWhileItIsOpen) {
     ::close(watch);
 }
 
-TEST(SerialPortPosix, LineSettingsOtherThanRawModeStay) {
+TEST(SerialPortPosix, OtherLineSettingsThanRawModeAreKept) {
     Terminal terminal;
     const int watch = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_GE(watch, 0);
@@ -204,7 +204,7 @@ TEST(SerialPortPosix, LineSettingsOtherThanRawModeStay) {
     ::close(watch);
 }
 
-TEST(SerialPortPosix, WaitEndsWithItsTimeWithoutData) {
+TEST(SerialPortPosix, WaitTimesOutWithoutData) {
     OpenTerminal open;
     ASSERT_NE(open.receive, nullptr);
     EXPECT_TRUE(WaitForData(open.receive.get(), 1));
@@ -229,7 +229,7 @@ TEST(SerialPortPosix, WakeEndsTheWaitAndAllLaterOnes) {
     EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
 }
 
-TEST(SerialPortPosix, WriteThatNobodyTakesRunsIntoItsLimit) {
+TEST(SerialPortPosix, UnreadWriteTimesOut) {
     OpenTerminal open;
     ASSERT_NE(open.transmit, nullptr);
     const Bytes much(1 << 20, 0x55);
@@ -239,7 +239,7 @@ TEST(SerialPortPosix, WriteThatNobodyTakesRunsIntoItsLimit) {
     EXPECT_LT(outcome.bytes, much.size());
 }
 
-TEST(SerialPortPosix, WakeEndsAWriteThatNobodyTakes) {
+TEST(SerialPortPosix, WakeEndsAnUnreadWrite) {
     OpenTerminal open;
     ASSERT_NE(open.transmit, nullptr);
     const Bytes much(1 << 20, 0x55);
@@ -249,7 +249,7 @@ TEST(SerialPortPosix, WakeEndsAWriteThatNobodyTakes) {
     EXPECT_EQ(outcome.step, TransferStep::kWait);
 }
 
-TEST(SerialPortPosix, WriteLongerThanTheTtysBufferIsFinished) {
+TEST(SerialPortPosix, WriteLongerThanTheTtyBufferCompletes) {
     OpenTerminal open;
     ASSERT_NE(open.transmit, nullptr);
     Bytes much(100'000);
@@ -372,7 +372,7 @@ TEST_F(SerialOnPty, ReplugConnectsAgain) {
         UnplugPort(3);
         terminal.Unplug();
         {
-            // A scan that has found it before may still try to open it.
+            // A scan that found it before may still try to open it.
             const LockGuard end_of_scan(serial->session_lock);
         }
         ASSERT_TRUE(Eventually([] { return State() == PortState::kUnused; }));
@@ -383,7 +383,7 @@ TEST_F(SerialOnPty, StopEndsAWriteToADongleThatDoesNotRead) {
     Terminal terminal;
     ASSERT_TRUE(Connect(terminal));
     {
-        // All at once: the first write runs into its limit some time after it has begun.
+        // All at once, so that some write fills the buffer and has to wait.
         const LockGuard hold(Queues()->tx.lock);
         for (int i = 0; i < 100; ++i) {
             PacketPtr packet = MakePacket(kTypeCreq, 4096);
@@ -395,7 +395,7 @@ TEST_F(SerialOnPty, StopEndsAWriteToADongleThatDoesNotRead) {
     EXPECT_EQ(serial->ports[3].monitor_thread, nullptr) << "its threads have ended";
 }
 
-TEST_F(SerialOnPty, PortThatCannotBeOpenedNamesTheSystemsError) {
+TEST_F(SerialOnPty, OpenFailurePrintsTheSystemError) {
     StdoutCapture console;
     PlugPort(3, "/dev/there-is-no-such-port");
     EXPECT_TRUE(Eventually([] { return State() == PortState::kFailed; }));

@@ -18,13 +18,13 @@ protected:
         FragInit();
     }
     static PacketPtr Receive(std::uint32_t type) { return SerialFixture::Receive(kPort, type); }
-    // Everything sent before has been worked through once its answer is here.
+    // Once it is answered, everything sent before has been processed.
     static bool PingIsAnswered(FakePort& port) {
         const std::size_t before = port.ReceivedCount(kTypeRepl);
         port.Send(WirePacket(kTypePing));
         return Eventually([&] { return port.ReceivedCount(kTypeRepl) == before + 1; });
     }
-    // The same where no answer can come.
+    // For a stream in which a PING cannot be answered.
     static bool IsWorkedThrough(FakePort& port) {
         return Eventually([&] { return port.IsDrained(); });
     }
@@ -64,7 +64,7 @@ TEST_F(SerialReceiveTest, PacketsArriveTaggedWithTheRequestTheyAnswer) {
     EXPECT_EQ(BytesOf(packet), answer);
 }
 
-TEST_F(SerialReceiveTest, BytesThatTrickleInOneByOneAreThePacketsTheyWere) {
+TEST_F(SerialReceiveTest, PacketsThatArriveByteByByteAreUnchanged) {
     const auto port = Connect(kPort);
     port->Send(Response(1, 100) + Response(2, 3), 1);
     EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 1), nullptr);
@@ -89,7 +89,7 @@ TEST_F(SerialReceiveTest, GarbageBeforeTheFirstSyncIsSkipped) {
     EXPECT_TRUE(Reaches(kPort, PortState::kConnected));
 }
 
-TEST_F(SerialReceiveTest, ImpossibleLengthSearchesForSyncWithoutClosingThePort) {
+TEST_F(SerialReceiveTest, ImpossibleLengthRestartsTheSearchWithoutClosingThePort) {
     LogCapture log;
     const auto port = Connect(kPort);
     Bytes oversized = WirePacket(kTypeCres, Bytes(4992));
@@ -114,7 +114,7 @@ TEST_F(SerialReceiveTest, SyncHeaderEntersTheReceiveQueueUntagged) {
     EXPECT_FALSE(log.Mentions("Enqueuing"));
 }
 
-TEST_F(SerialReceiveTest, PingComesBackAsReply) {
+TEST_F(SerialReceiveTest, PingIsAnsweredByRepl) {
     const auto port = Connect(kPort);
     const Bytes ping = WirePacket(kTypePing, {1, 2, 3, 4, 5});
     port->Send(ping);
@@ -124,7 +124,7 @@ TEST_F(SerialReceiveTest, PingComesBackAsReply) {
     EXPECT_EQ(TakePacket(&QueuesOf(kPort)->rx, 0), nullptr) << "a PING is not received";
 }
 
-TEST_F(SerialReceiveTest, LogTextIsPrintedAndThePacketGoesOn) {
+TEST_F(SerialReceiveTest, LogPacketIsPrintedAndQueued) {
     StdoutCapture console;
     const auto port = Connect(kPort);
     port->Send(WirePacket(kTypeLog, {'a', 'b'}) + WirePacket(kTypeLog, {'c', '\n', 'd', '\n'}));
@@ -185,7 +185,7 @@ TEST_F(SerialReceiveTest, ReceivedPacketsAndBytesAreCounted) {
     EXPECT_EQ(after.received_bytes, before.received_bytes + 120);
 }
 
-TEST_F(SerialReceiveTest, ArrivingPacketWakesTheReceiverWithoutASleep) {
+TEST_F(SerialReceiveTest, ArrivingPacketWakesTheReceiver) {
     const auto port = Connect(kPort);
     ASSERT_TRUE(PingIsAnswered(*port));
     const std::uint32_t waits = port->WaitCount();
@@ -193,13 +193,13 @@ TEST_F(SerialReceiveTest, ArrivingPacketWakesTheReceiverWithoutASleep) {
         port->Send(Response(i, 0));
         ASSERT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, i), nullptr);
     }
-    // One wait a packet, and some that ran out meanwhile; a spinning receiver has thousands.
+    // One wait for each packet, and some that timed out; a spinning receiver has thousands.
     EXPECT_LT(port->WaitCount() - waits, 500u);
 }
 
 // ---------------------------------------------------------------- sealed packets
 
-// The library keeps one chaining value for the process, so does its counterpart here.
+// The library keeps one chaining value for the process, and so must the sealer.
 SerialSealer& Sealer() {
     static SerialSealer sealer;
     return sealer;
@@ -207,7 +207,7 @@ SerialSealer& Sealer() {
 
 Bytes Sealed(const Bytes& plain) { return WirePacket(kTypeCryp, Sealer().Encipher(plain)); }
 
-TEST_F(SerialReceiveTest, SealedPacketIsReplacedByTheOneWithin) {
+TEST_F(SerialReceiveTest, SealedPacketIsReplacedByItsInnerPacket) {
     const auto port = Connect(kPort);
     const Bytes inner = Response(5, 12);  // 32 bytes: two blocks
     port->Send(Sealed(inner));
@@ -216,7 +216,7 @@ TEST_F(SerialReceiveTest, SealedPacketIsReplacedByTheOneWithin) {
     EXPECT_EQ(BytesOf(packet), inner);
 }
 
-TEST_F(SerialReceiveTest, SealingGoesOnFromPacketToPacketAndAcrossAReplug) {
+TEST_F(SerialReceiveTest, SealingChainContinuesAcrossPacketsAndAReplug) {
     const auto first = Connect(kPort);
     first->Send(Sealed(Response(1, 12)));
     first->Send(Sealed(Response(2, 12)));
@@ -238,7 +238,7 @@ TEST_F(SerialReceiveTest, SealedPacketWithPaddingKeepsItsOwnLength) {
     EXPECT_EQ(BytesOf(packet), inner);
 }
 
-TEST_F(SerialReceiveTest, SealedBytesBehindTheLastWholeBlockAreTakenAsTheyAre) {
+TEST_F(SerialReceiveTest, BytesAfterTheLastSealedBlockAreTakenUnchanged) {
     const auto port = Connect(kPort);
     Bytes inner = Response(8, 15);  // 35 bytes: two blocks and three bytes
     std::fill(inner.begin() + 20, inner.end(), std::uint8_t{0xAB});
@@ -255,7 +255,7 @@ TEST_F(SerialReceiveTest, SealedPingIsAnswered) {
 }
 
 // 32 sealed bytes in an outer packet of 40: the comparison is with 40.
-TEST_F(SerialReceiveTest, InnerLengthUpToTheOuterLengthIsFilledWithZeroes) {
+TEST_F(SerialReceiveTest, InnerLengthUpToTheOuterLengthIsFilledWithZeros) {
     const auto port = Connect(kPort);
     Bytes inner = Response(4, 12);
     StoreU32(inner.data() + 4, 40);
@@ -278,7 +278,7 @@ TEST_F(SerialReceiveTest, InnerLengthAboveTheOuterLengthClosesThePort) {
     EXPECT_NE(console.Text().find("Decryption failed\n"), std::string::npos);
 }
 
-TEST_F(SerialReceiveTest, SealedPacketWithoutRoomForAHeaderIsDropped) {
+TEST_F(SerialReceiveTest, SealedPacketTooShortForAHeaderIsDropped) {
     StdoutCapture console;
     const auto port = Connect(kPort);
     for (const std::size_t size : {0u, 1u, 7u})
@@ -305,7 +305,7 @@ TEST_F(SerialReceiveTest, InnerLengthBelowAHeaderIsDropped) {
 
 // ---------------------------------------------------------------- failures
 
-TEST_F(SerialReceiveTest, EventThatCannotBeCreatedClosesThePort) {
+TEST_F(SerialReceiveTest, EventCreationFailureClosesThePort) {
     LogCapture log;
     const auto port = FakePort::Plug(kPort);
     port->receive_event_error = 1450;
@@ -315,7 +315,7 @@ TEST_F(SerialReceiveTest, EventThatCannotBeCreatedClosesThePort) {
     EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Failed to create overlapped event, error: 1450"));
 }
 
-TEST_F(SerialReceiveTest, WaitThatCannotStartClosesThePort) {
+TEST_F(SerialReceiveTest, WaitFailureClosesThePort) {
     LogCapture log;
     const auto port = Connect(kPort);
     port->Inject([](FakePort& self) { self.comm_wait_error = 6; });
@@ -324,7 +324,7 @@ TEST_F(SerialReceiveTest, WaitThatCannotStartClosesThePort) {
     EXPECT_TRUE(Eventually([] { return StateOf(kPort) != PortState::kConnected; }));
 }
 
-TEST_F(SerialReceiveTest, StatusThatCannotBeReadClosesThePort) {
+TEST_F(SerialReceiveTest, StatusReadFailureClosesThePort) {
     LogCapture log;
     const auto port = Connect(kPort);
     port->Break(21);
@@ -378,7 +378,7 @@ TEST_F(SerialReceiveTest, FailedReadWithinAPacketClosesThePort) {
     }
 }
 
-TEST_F(SerialReceiveTest, PortThatVanishesInTheMiddleOfAPacketLeaksNothing) {
+TEST_F(SerialReceiveTest, PortLostWithinAPacketLeaksNothing) {
     const std::uint64_t before = [] {
         Connect(kPort);
         kSerialTransport.Stop();

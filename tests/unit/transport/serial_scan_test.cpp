@@ -12,10 +12,10 @@
 namespace tarvik::test {
 namespace {
 
-constexpr std::uint32_t kScanMs = 20;  // time enough to report a dongle once more
+constexpr std::uint32_t kScanMs = 20;  // enough to report a dongle again
 
 struct Reports {
-    std::size_t expected = 1;  // then the scan's time goes on
+    std::size_t expected = 1;  // after these the scan's time runs
     std::vector<DeviceReport> list;
     static void Add(void* context, const DeviceReport& report) {
         auto* self = static_cast<Reports*>(context);
@@ -42,20 +42,20 @@ std::size_t Occurrences(const std::string& text, const std::string& part) {
     return count;
 }
 
-TEST_F(SerialScanTest, WithoutInitItFindsNothing) {
+TEST_F(SerialScanTest, FindsNothingWithoutInit) {
     kSerialTransport.Deinit();
     LogCapture log;
     EXPECT_FALSE(kSerialTransport.UpdateDevices(10'000, nullptr, nullptr));
     EXPECT_TRUE(log.Has("[SerialUpdateDevices] Not initialized"));
 }
 
-TEST_F(SerialScanTest, NotRunningItFindsNothingAtOnce) {
+TEST_F(SerialScanTest, FindsNothingAtOnceWhenNotRunning) {
     StdoutCapture console;
     EXPECT_FALSE(kSerialTransport.UpdateDevices(3'600'000, nullptr, nullptr));
     EXPECT_EQ(console.Text(), "");
 }
 
-TEST_F(SerialScanTest, WithoutDonglesItSaysSo) {
+TEST_F(SerialScanTest, FindsNothingWithoutDongles) {
     kSerialTransport.Start();
     StdoutCapture console;
     Reports reports;
@@ -162,7 +162,7 @@ TEST_F(SerialScanTest, DongleThatConnectsDuringTheScanIsReported) {
     scan.Join();
 }
 
-TEST_F(SerialScanTest, StopEndsAScanThatIsUnderWay) {
+TEST_F(SerialScanTest, StopEndsARunningScan) {
     kSerialTransport.Start();
     StdoutCapture console;
     std::atomic<bool> scanning{false};
@@ -176,7 +176,7 @@ TEST_F(SerialScanTest, StopEndsAScanThatIsUnderWay) {
     EXPECT_LE(Occurrences(console.Text(), "SerialUpdateDevices done"), 1u);
 }
 
-TEST_F(SerialScanTest, ScansOfSeveralThreadsAllSeeTheDongle) {
+TEST_F(SerialScanTest, ConcurrentScansAllReportTheDongle) {
     Connect(7);
     static std::atomic<int> reports;
     reports = 0;
@@ -227,7 +227,7 @@ TEST_F(SerialScanTest, ReportIsMadeUnderTheDeviceLock) {
     EXPECT_TRUE(probe.entered_after_report);
 }
 
-TEST_F(SerialScanTest, ReportWakesOneWhoWaitsForTheDevice) {
+TEST_F(SerialScanTest, ReportWakesAWaiterForTheDevice) {
     Connect(7);
     DeviceQueues* queues = QueuesOf(7);
     std::atomic<bool> woken{false};
@@ -235,7 +235,7 @@ TEST_F(SerialScanTest, ReportWakesOneWhoWaitsForTheDevice) {
         LockGuard hold(queues->device_lock);
         woken = queues->device_changed.Wait(queues->device_lock, 10'000);
     });
-    // The waiter may come too late for the first report.
+    // The waiter may miss the first report.
     EXPECT_TRUE(Eventually([&] {
         Scan();
         return woken.load();

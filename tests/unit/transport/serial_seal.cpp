@@ -6,11 +6,13 @@
 
 namespace tarvik::test {
 
-static std::uint8_t Double(std::uint8_t a) {
+namespace {
+
+std::uint8_t Double(std::uint8_t a) {
     return static_cast<std::uint8_t>((a << 1) ^ ((a & 0x80) != 0 ? 0x1B : 0));
 }
 
-static std::uint8_t Times(std::uint8_t a, std::uint8_t b) {
+std::uint8_t Times(std::uint8_t a, std::uint8_t b) {
     std::uint8_t product = 0;
     for (int bit = 7; bit >= 0; --bit) {
         product = Double(product);
@@ -19,8 +21,8 @@ static std::uint8_t Times(std::uint8_t a, std::uint8_t b) {
     return product;
 }
 
-// By search rather than by a generator: the reciprocal is the element whose product is one.
-static std::array<std::uint8_t, 256> MakeSBox() {
+// Finds reciprocals by search, unlike the library: the product with the element is one.
+std::array<std::uint8_t, 256> MakeSBox() {
     std::array<std::uint8_t, 256> box{};
     for (unsigned a = 0; a < 256; ++a) {
         std::uint8_t reciprocal = 0;
@@ -37,6 +39,8 @@ static std::array<std::uint8_t, 256> MakeSBox() {
     }
     return box;
 }
+
+}  // namespace
 
 void EncipherBlock(std::uint8_t* block) {
     static const std::array<std::uint8_t, 256> kBox = MakeSBox();

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <vector>
 
-// The dongle's end of sealed packets on a serial port: what the library has to decipher.
+// The dongle's side of sealed packets on a serial port.
 namespace tarvik::test {
 
-// AES-256 forwards under a schedule whose round keys are all zero; one block of 16 bytes in place.
+// Enciphers one block of 16 bytes in place: AES-256 with round keys that are all zero.
 void EncipherBlock(std::uint8_t* block);
 
-// CBC over whole blocks; the last cipher block is the start of the next packet.
+// CBC over whole blocks; the chaining value carries over from packet to packet.
 class SerialSealer {
 public:
     std::vector<std::uint8_t> Encipher(std::vector<std::uint8_t> blocks);

@@ -34,7 +34,7 @@ Bytes operator+(Bytes left, const Bytes& right) {
     return left;
 }
 
-// What comes out, in a form that can be compared: "S", "I<length>", "P<bytes>".
+// The events in comparable form: "S", "I<length>", "P".
 class Stream {
 public:
     void Feed(const Bytes& bytes) {
@@ -132,7 +132,7 @@ TEST(SerialStreamTest, OutcomeDoesNotDependOnTheSizeOfReads) {
     }
 }
 
-TEST(SerialStreamTest, PacketsAreHandedOnAsTheyStandOnTheWire) {
+TEST(SerialStreamTest, PacketsAreReturnedInWireForm) {
     Stream stream;
     const Bytes packet = Wire("CRES", 33);
     stream.Feed(kSync + packet);
@@ -148,14 +148,14 @@ TEST(SerialStreamTest, LengthsFrom8To4096ArePackets) {
     }
 }
 
-TEST(SerialStreamTest, LengthsBelow8AndAbove4096StartANewSearch) {
+TEST(SerialStreamTest, LengthsBelow8AndAbove4096RestartTheSearch) {
     for (const std::uint32_t length : {0u, 7u, 4097u, 5000u, 0x80000000u, 0xFFFFFFFFu}) {
         Stream stream;
         stream.Feed(kSync + Header("TEST", length));
         EXPECT_EQ(stream.Events(), "S I" + std::to_string(length) + " ");
         EXPECT_FALSE(stream.stream.synced());
         stream.Feed(Wire("LOGN", 192) + kSync + Wire("LOGN", 192));
-        EXPECT_EQ(stream.events.size(), 4u) << "what stands before the next SYNC is skipped";
+        EXPECT_EQ(stream.events.size(), 4u) << "bytes before the next SYNC are skipped";
     }
 }
 
@@ -169,7 +169,7 @@ TEST(SerialStreamTest, SyncThatBeginsWithinAnInvalidHeaderIsFound) {
     EXPECT_EQ(stream.events[3], "P");
 }
 
-TEST(SerialStreamTest, OldSyncDoesNotHelpTheNextSearch) {
+TEST(SerialStreamTest, NextSearchIgnoresTheOldSync) {
     Stream stream;
     stream.Feed(kSync + Bytes(8, 0) + Bytes(8, 0));
     EXPECT_EQ(stream.Events(), "S I0 ");
@@ -182,7 +182,7 @@ TEST(SerialStreamTest, SyncWithinTheStreamIsAPacketLikeAnyOther) {
     EXPECT_EQ(stream.packets.front(), kSync);
 }
 
-TEST(SerialStreamTest, KnowsWhetherItIsWithinAPacket) {
+TEST(SerialStreamTest, ReportsWhetherItIsWithinAPacket) {
     Stream stream;
     EXPECT_FALSE(stream.stream.in_packet());
     stream.Feed(kSync + Header("LOGN", 192));

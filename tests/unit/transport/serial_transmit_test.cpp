@@ -29,7 +29,7 @@ TEST_F(SerialTransmitTest, QueuedPacketsAreWrittenInOrderAndCounted) {
     const Bytes& first = received[received.size() - 2];
     EXPECT_EQ(LoadU32(first.data()), kTypeCreq);
     EXPECT_EQ(first.size(), 40u);
-    std::uint64_t bytes = 0;  // with those of the handshake
+    std::uint64_t bytes = 0;  // including the handshake
     for (const Bytes& packet : received)
         bytes += packet.size();
     EXPECT_TRUE(Eventually([&] {
@@ -75,7 +75,7 @@ TEST_F(SerialTransmitTest, FailedWriteClosesThePort) {
     }
 }
 
-TEST_F(SerialTransmitTest, StopThatEndsAWriteIsNoFault) {
+TEST_F(SerialTransmitTest, WriteEndedByStopIsNotLoggedAsAFailure) {
     LogCapture log;
     const auto port = Connect(kPort);
     port->Inject([](FakePort& self) { self.hold_writes = true; });
@@ -87,12 +87,12 @@ TEST_F(SerialTransmitTest, StopThatEndsAWriteIsNoFault) {
     EXPECT_TRUE(log.Has("[SerialTxThreadFunc] Exiting."));
 }
 
-TEST_F(SerialTransmitTest, PortWithAFailedWriteIsReconnected) {
+TEST_F(SerialTransmitTest, PortReconnectsAfterAFailedWrite) {
     const auto port = Connect(kPort);
     port->Inject([](FakePort& self) { self.write_outcome = {TransferStep::kStart, 0, 21}; });
     ASSERT_TRUE(Send(kTypeCreq, 40));
     ASSERT_TRUE(Eventually([] { return StateOf(kPort) != PortState::kConnected; }));
-    // It fails its next handshake too; once it works again, a replug helps.
+    // The next handshake fails too. Once writing works, a replug connects it.
     ASSERT_TRUE(Reaches(kPort, PortState::kFailed));
     port->Inject([](FakePort& self) { self.write_outcome.reset(); });
     UnplugPort(kPort);
@@ -100,7 +100,7 @@ TEST_F(SerialTransmitTest, PortWithAFailedWriteIsReconnected) {
     Connect(kPort);
 }
 
-TEST_F(SerialTransmitTest, EventThatCannotBeCreatedClosesThePort) {
+TEST_F(SerialTransmitTest, EventCreationFailureClosesThePort) {
     LogCapture log;
     const auto port = FakePort::Plug(kPort);
     port->transmit_event_error = 1450;
@@ -110,13 +110,13 @@ TEST_F(SerialTransmitTest, EventThatCannotBeCreatedClosesThePort) {
     EXPECT_TRUE(log.Has("[SerialTxThreadFunc] Failed to create overlapped event, error: 1450"));
 }
 
-TEST_F(SerialTransmitTest, UnsentPacketDoesNotSurviveTheConnection) {
+TEST_F(SerialTransmitTest, UnsentPacketIsDroppedWithItsConnection) {
     const auto port = Connect(kPort);
     port->Inject([](FakePort& self) { self.write_outcome = {TransferStep::kTimeout, 0, 0}; });
     ASSERT_TRUE(Send(kTypeCreq, 40));
     ASSERT_TRUE(Closes(*port));
     UnplugPort(kPort);
-    AwaitEndOfScan();  // it may be opening the port that it found before
+    AwaitEndOfScan();  // which may be opening the port that it found before
     ASSERT_TRUE(Reaches(kPort, PortState::kUnused));
     const auto again = Connect(kPort);
     ASSERT_TRUE(Send(kTypeTspr, 16));

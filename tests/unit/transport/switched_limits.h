@@ -2,7 +2,7 @@
 
 #include "transport/serial/serial_limits.h"
 
-// This file's source defines GetSerialLimits. It returns kPatientLimits, or what a test asks for.
+// This file's source defines GetSerialLimits, which returns kPatientLimits or the limits of a test.
 namespace tarvik::test {
 
 // GetSerialLimits returns these while this object lives. They must outlive the library's threads.

@@ -36,7 +36,7 @@ constexpr ExpectedTransport kExpected[] = {
     {"Dummy", 2, "USB", "USB", 0, 100, 500},
 };
 
-TEST_F(TransportTableTest, HoldsTheFourTransportsInTheirOrderWithTheirData) {
+TEST_F(TransportTableTest, HoldsTheFourTransportsInOrderWithTheirData) {
     ASSERT_EQ(TransportTable.count, 4);
     for (std::int32_t i = 0; i < TransportTable.count; ++i) {
         const Transport& transport = *TransportTable.entries[i];
@@ -52,7 +52,7 @@ TEST_F(TransportTableTest, HoldsTheFourTransportsInTheirOrderWithTheirData) {
     }
 }
 
-TEST_F(TransportTableTest, OnlyTheCloudSelectsADongleAndNoneDisconnects) {
+TEST_F(TransportTableTest, OnlyCloudOffersAddressDeviceAndNoneOffersDisconnect) {
     for (std::int32_t i = 0; i < TransportTable.count; ++i) {
         const Transport& transport = *TransportTable.entries[i];
         EXPECT_EQ(transport.AddressDevice != nullptr, std::string(transport.name) == "Cloud");
@@ -70,7 +70,7 @@ TEST_F(TransportTableTest, TransportIsFoundByItsId) {
     EXPECT_EQ(FindTransport(0xFFFFFFFF), nullptr);
 }
 
-TEST_F(TransportTableTest, SixteenTransportsFitAndTheSeventeenthIsLeftOut) {
+TEST_F(TransportTableTest, SixteenTransportsFitAndTheSeventeenthIsIgnored) {
     static constexpr Transport kOther = {"Other", 99,      "",      "",      1,
                                          0,       nullptr, nullptr, nullptr, nullptr,
                                          nullptr, nullptr, nullptr, 0,       0};
@@ -84,7 +84,7 @@ TEST_F(TransportTableTest, SixteenTransportsFitAndTheSeventeenthIsLeftOut) {
     EXPECT_EQ(TransportTable.entries[15], &kDummyTransport);
 }
 
-TEST_F(TransportTableTest, WithEverySwitchOffNothingStartsAndNothingIsFound) {
+TEST_F(TransportTableTest, NothingStartsOrIsFoundWithEverySwitchOff) {
     LogCapture log;
     for (std::int32_t i = 0; i < TransportTable.count; ++i)
         TransportTable.entries[i]->Init();
