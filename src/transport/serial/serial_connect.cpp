@@ -64,12 +64,6 @@ bool OpenPortHandle(SerialPort* port, const char* path) {
     return true;
 }
 
-bool StartThread(OsThread** thread, OsThreadEntry entry, SerialPort* port,
-                 const char* description) {
-    *thread = OsThreadStart(entry, port, description);
-    return *thread != nullptr;
-}
-
 void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port) {
     if (*thread == nullptr) return;
     OsThreadJoin(*thread, GetSerialLimits().failed_thread_end_ms);
@@ -80,29 +74,34 @@ void CleanUpThread(OsThread** thread, const char* which, const SerialPort& port)
     *thread = nullptr;
 }
 
+struct PortThread {
+    OsThread* SerialPort::*handle;
+    OsThreadEntry entry;
+    const char* entry_name;
+    const char* description;
+    const char* printed_name;
+};
 // The monitor thread starts last: it expects the other two.
+constexpr PortThread kPortThreads[] = {
+    {&SerialPort::receive_thread, SerialRxThreadFunc, "SerialRxThreadFunc",
+     "Tarvik SerialRxThreadFunc", "RX thread"},
+    {&SerialPort::transmit_thread, SerialTxThreadFunc, "SerialTxThreadFunc",
+     "Tarvik SerialTxThreadFunc", "TX thread"},
+    {&SerialPort::monitor_thread, SerialThreadFunc, "SerialThreadFunc", "Tarvik SerialThreadFunc",
+     "thread"},
+};
+
 bool StartPortThreads(SerialPort* port) {
-    const std::int32_t number = port->number;
-    if (!StartThread(&port->receive_thread, SerialRxThreadFunc, port,
-                     "Tarvik SerialRxThreadFunc")) {
-        ConsolePrint("Failed to create RX thread: %i\n", OsLastError());
-        return false;
+    for (const PortThread& thread : kPortThreads) {
+        OsThread* started = OsThreadStart(thread.entry, port, thread.description);
+        port->*thread.handle = started;
+        if (started == nullptr) {
+            ConsolePrint("Failed to create %s: %i\n", thread.printed_name, OsLastError());
+            return false;
+        }
+        Log(kLogTrace, "[%s] Created Thread handle 0x%p (%s) for port %d", kConnectName,
+            OsThreadHandle(started), thread.entry_name, port->number);
     }
-    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialRxThreadFunc) for port %d", kConnectName,
-        OsThreadHandle(port->receive_thread), number);
-    if (!StartThread(&port->transmit_thread, SerialTxThreadFunc, port,
-                     "Tarvik SerialTxThreadFunc")) {
-        ConsolePrint("Failed to create TX thread: %i\n", OsLastError());
-        return false;
-    }
-    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialTxThreadFunc) for port %d", kConnectName,
-        OsThreadHandle(port->transmit_thread), number);
-    if (!StartThread(&port->monitor_thread, SerialThreadFunc, port, "Tarvik SerialThreadFunc")) {
-        ConsolePrint("Failed to create thread: %i\n", OsLastError());
-        return false;
-    }
-    Log(kLogTrace, "[%s] Created Thread handle 0x%p (SerialThreadFunc) for port %d", kConnectName,
-        OsThreadHandle(port->monitor_thread), number);
     return true;
 }
 

@@ -12,6 +12,7 @@
 #include "transport/serial/serial_cipher.h"
 #include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
+#include "transport/serial/serial_transfer_thread.h"
 
 namespace tarvik {
 
@@ -171,24 +172,11 @@ void Receive(SerialPort* port, PortTransfer* transfer) {
 }  // namespace
 
 void SerialRxThreadFunc(void* argument) {
-    auto* port = static_cast<SerialPort*>(argument);
-    Log(kLogTrace, "[%s] Starting.", kRxName);
-    PortTransfer* transfer = CreateTransfer(port->handle, TransferKind::kReceive);
-    if (transfer == nullptr) {
-        Log(kLogTrace, "[%s] Failed to create overlapped event, error: %i", kRxName, OsLastError());
-        StopPort(port);
-        return;
-    }
-    Log(kLogTrace, "[%s] Created Event handle 0x%p for serial RX overlap (port %d)", kRxName,
-        TransferEvent(transfer), port->number);
-
-    Receive(port, transfer);
-    StopPort(port);
-
-    Log(kLogTrace, "[%s] Closing Event handle 0x%p (rxOverlap.hEvent) for port %d", kRxName,
-        TransferEvent(transfer), port->number);
-    CloseTransfer(transfer);
-    Log(kLogTrace, "[%s] Exiting.", kRxName);
+    RunTransferThread(static_cast<SerialPort*>(argument), {.name = kRxName,
+                                                           .kind = TransferKind::kReceive,
+                                                           .direction = "RX",
+                                                           .record = "rxOverlap",
+                                                           .run = Receive});
 }
 
 }  // namespace tarvik

@@ -6,6 +6,7 @@
 #include "support/log.h"
 #include "transport/serial/serial_limits.h"
 #include "transport/serial/serial_port_threads.h"
+#include "transport/serial/serial_transfer_thread.h"
 
 namespace tarvik {
 
@@ -64,24 +65,11 @@ void Transmit(SerialPort* port, PortTransfer* transfer) {
 }  // namespace
 
 void SerialTxThreadFunc(void* argument) {
-    auto* port = static_cast<SerialPort*>(argument);
-    Log(kLogTrace, "[%s] Starting.", kTxName);
-    PortTransfer* transfer = CreateTransfer(port->handle, TransferKind::kTransmit);
-    if (transfer == nullptr) {
-        Log(kLogTrace, "[%s] Failed to create overlapped event, error: %i", kTxName, OsLastError());
-        StopPort(port);
-        return;
-    }
-    Log(kLogTrace, "[%s] Created Event handle 0x%p for serial TX overlap (port %d)", kTxName,
-        TransferEvent(transfer), port->number);
-
-    Transmit(port, transfer);
-    StopPort(port);
-
-    Log(kLogTrace, "[%s] Closing Event handle 0x%p (txOverlap.hEvent) for port %d", kTxName,
-        TransferEvent(transfer), port->number);
-    CloseTransfer(transfer);
-    Log(kLogTrace, "[%s] Exiting.", kTxName);
+    RunTransferThread(static_cast<SerialPort*>(argument), {.name = kTxName,
+                                                           .kind = TransferKind::kTransmit,
+                                                           .direction = "TX",
+                                                           .record = "txOverlap",
+                                                           .run = Transmit});
 }
 
 }  // namespace tarvik

@@ -14,13 +14,6 @@
 
 namespace tarvik {
 
-Immortal<SerialState> serial;
-
-void AnnounceSerialChange() {
-    LockGuard hold(serial->change_lock);
-    serial->changed.WakeAll();
-}
-
 namespace {
 
 void SerialInit() {
