@@ -6,6 +6,7 @@
 #include "transport/ble/ble_connection.h"
 #include "transport/ble/ble_share.h"
 #include "transport/ble/ble_state.h"
+#include "transport/ble/ble_text.h"
 
 namespace tarvik {
 
@@ -14,7 +15,9 @@ BleConnectRequest::~BleConnectRequest() {
     if (thread != nullptr) OsThreadClose(thread);
 }
 
-static BleQueueSet& QueueSetOf(std::uint64_t address) {
+namespace {
+
+BleQueueSet& QueueSetOf(std::uint64_t address) {
     const LockGuard hold(ble->BleCriticalSection);
     for (BleQueueSet* set : ble->queue_sets) {
         if (set->address == address) return *set;
@@ -26,18 +29,18 @@ static BleQueueSet& QueueSetOf(std::uint64_t address) {
     return *set;
 }
 
-// False: the attempt has been given up. The queues may be another connection's by now.
-static bool TakeQueues(const BleConnectRequest& request, BleConnection* connection) {
+// False: the attempt was abandoned, and another connection may own the queues.
+bool TakeQueues(const BleConnectRequest& request, BleConnection* connection) {
     const LockGuard hold(ble->BleCriticalSection);
     if (request.abandoned) return false;
     connection->TakeQueues();
     return true;
 }
 
-// False: it failed, which has been logged, or the attempt has been given up meanwhile. A dongle
-// that has gone while it was subscribed to is never listed.
-static bool RunAndList(const BleConnectRequest& request,
-                       const std::shared_ptr<BleConnection>& connection) {
+// False: it failed, which has been logged, or the attempt was abandoned. A dongle that was lost
+// while subscribing is not listed.
+bool RunAndList(const BleConnectRequest& request,
+                const std::shared_ptr<BleConnection>& connection) {
     const LockGuard hold(ble->BleCriticalSection);
     if (request.abandoned || !connection->Run(connection)) return false;
     ble->connected.push_back(connection);
@@ -46,7 +49,7 @@ static bool RunAndList(const BleConnectRequest& request,
     return false;
 }
 
-static bool Complete(BleConnectRequest* request, const std::shared_ptr<BleConnection>& connection) {
+bool Complete(BleConnectRequest* request, const std::shared_ptr<BleConnection>& connection) {
     if (!TakeQueues(*request, connection.get()) || !connection->Establish() ||
         !RunAndList(*request, connection)) {
         return false;
@@ -58,7 +61,7 @@ static bool Complete(BleConnectRequest* request, const std::shared_ptr<BleConnec
     return true;
 }
 
-// Closes the connection on every way out but that of success.
+// Closes the connection unless it is kept.
 class ConnectionGuard {
 public:
     explicit ConnectionGuard(BleConnection& connection) : connection_(&connection) {}
@@ -73,7 +76,7 @@ private:
     BleConnection* connection_;
 };
 
-static void Connect(BleConnectRequest* request) {
+void Connect(BleConnectRequest* request) {
     const BleRadioThread inside(*request->radio);
     const auto connection =
         MakeBleShared<BleConnection>(request->radio, &QueueSetOf(request->address));
@@ -81,7 +84,7 @@ static void Connect(BleConnectRequest* request) {
     if (Complete(request, connection)) guard.Keep();
 }
 
-static void BleConnectThread(void* argument) {
+void BleConnectThread(void* argument) {
     const auto request = TakeBleShare<BleConnectRequest>(argument);
     try {
         Connect(request.get());
@@ -93,13 +96,15 @@ static void BleConnectThread(void* argument) {
     OsEventSet(request->completed);
 }
 
-static std::shared_ptr<BleConnectRequest> FindAttempt(std::uint64_t address) {
+std::shared_ptr<BleConnectRequest> FindAttempt(std::uint64_t address) {
     const LockGuard hold(ble->BleCriticalSection);
     for (const auto& attempt : ble->attempts) {
         if (attempt->address == address) return attempt;
     }
     return nullptr;
 }
+
+}  // namespace
 
 std::shared_ptr<BleConnectRequest> RequestBleConnection(std::uint64_t address) {
     if (auto attempt = FindAttempt(address)) return attempt;

@@ -11,7 +11,7 @@
 
 namespace tarvik {
 
-// One attempt to connect a dongle. It outlives a scan that has given up waiting for it.
+// One attempt to connect a dongle. It may take longer than the scan that started it.
 struct BleConnectRequest {
     BleConnectRequest(std::shared_ptr<BleRadio> with, std::uint64_t to)
         : radio(std::move(with)), address(to) {}
@@ -21,17 +21,17 @@ struct BleConnectRequest {
 
     const std::shared_ptr<BleRadio> radio;
     const std::uint64_t address;
-    bool abandoned = false;  // guarded by BleCriticalSection: nobody wants the dongle any more
-    OsEvent* completed = nullptr;  // the results stand once it is set
-    bool success = false;
-    DeviceQueues* queues = nullptr;
-    OsThread* thread = nullptr;  // closed by whoever ends the request
+    bool abandoned = false;  // the transport closes; guarded by BleCriticalSection
+    OsEvent* completed = nullptr;
+    bool success = false;            // valid once `completed` is set
+    DeviceQueues* queues = nullptr;  // valid once `completed` is set
+    OsThread* thread = nullptr;      // closed by EndBleRequest
 };
 
-// The attempt to connect this dongle that is under way already, or a new one. Null: it could not be
-// started, which has been logged.
+// The running attempt to connect this dongle, or a new one. Null: it could not be started, which
+// has been logged.
 std::shared_ptr<BleConnectRequest> RequestBleConnection(std::uint64_t address);
-// Takes an attempt that has completed, or is given up, off the list.
+// Joins the thread of an attempt that is complete or abandoned, and removes it from the list.
 void EndBleRequest(const std::shared_ptr<BleConnectRequest>& request, std::int32_t limit_ms);
 
 }  // namespace tarvik

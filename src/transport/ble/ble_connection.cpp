@@ -4,17 +4,32 @@
 
 #include "link/fragmentation.h"
 #include "support/log.h"
+#include "transport/ble/ble_limits.h"
 #include "transport/ble/ble_share.h"
 #include "transport/ble/ble_state.h"
+#include "transport/ble/ble_text.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::int32_t kThreadEndMs = 500;
+constexpr BleUuid kService = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x99, 0x99,
+                              0x12, 0xc8, 0x58, 0xb4, 0x59, 0xa2, 0x71, 0xff};
+constexpr BleUuid kCharacteristic = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
+                                     0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
 
-static constexpr BleUuid kService = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x99, 0x99,
-                                     0x12, 0xc8, 0x58, 0xb4, 0x59, 0xa2, 0x71, 0xff};
-static constexpr BleUuid kCharacteristic = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
-                                            0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
+// Prints and logs why a step of connecting failed. Returns false.
+bool FailStep(const char* why) {
+    ConsolePrint("  ERROR: %s\n", why);
+    Log(kLogTrace, "[BLE] %s", why);
+    return false;
+}
+bool FailStep(const char* why, BleStatus status) {
+    ConsolePrint("  ERROR: %s (status: %d)\n", why, static_cast<int>(status));
+    Log(kLogTrace, "[BLE] %s", why);
+    return false;
+}
+
+}  // namespace
 
 BleConnection::BleConnection(std::shared_ptr<BleRadio> radio, BleQueueSet* set)
     : radio_(std::move(radio)), set_(set), address_(set->address), queues_(&set->queues) {}
@@ -41,27 +56,15 @@ void BleConnection::TakeQueues() {
 bool BleConnection::Open() {
     ConsolePrint("  Connecting to BLE device...\n");
     device_ = radio_->Open(address_);
-    if (device_ != nullptr) return true;
-    ConsolePrint("  ERROR: Failed to connect to device\n");
-    Log(kLogTrace, "[BLE] Failed to connect to device");
-    return false;
+    return device_ != nullptr || FailStep("Failed to connect to device");
 }
 
 bool BleConnection::FindService() {
     ConsolePrint("  Getting GATT services...\n");
     const BleStatus status = device_->DiscoverServices();
-    if (status != BleStatus::kSuccess) {
-        ConsolePrint("  ERROR: Failed to get GATT services (status: %d)\n",
-                     static_cast<int>(status));
-        Log(kLogTrace, "[BLE] Failed to get GATT services");
-        return false;
-    }
+    if (status != BleStatus::kSuccess) return FailStep("Failed to get GATT services", status);
     ConsolePrint("  Searching for target service...\n");
-    if (!device_->SelectService(kService)) {
-        ConsolePrint("  ERROR: Target service not found\n");
-        Log(kLogTrace, "[BLE] Target service not found");
-        return false;
-    }
+    if (!device_->SelectService(kService)) return FailStep("Target service not found");
     ConsolePrint("  Target service found\n");
     return true;
 }
@@ -69,16 +72,9 @@ bool BleConnection::FindService() {
 bool BleConnection::FindCharacteristic() {
     ConsolePrint("  Getting characteristics...\n");
     const BleStatus status = device_->DiscoverCharacteristics();
-    if (status != BleStatus::kSuccess) {
-        ConsolePrint("  ERROR: Failed to get characteristics (status: %d)\n",
-                     static_cast<int>(status));
-        Log(kLogTrace, "[BLE] Failed to get characteristics");
-        return false;
-    }
+    if (status != BleStatus::kSuccess) return FailStep("Failed to get characteristics", status);
     if (!device_->SelectCharacteristic(kCharacteristic)) {
-        ConsolePrint("  ERROR: Target characteristic not found\n");
-        Log(kLogTrace, "[BLE] Target characteristic not found");
-        return false;
+        return FailStep("Target characteristic not found");
     }
     ConsolePrint("  Target characteristic found\n");
     Log(kLogTrace, "[BLE] Found target characteristic");
@@ -87,12 +83,7 @@ bool BleConnection::FindCharacteristic() {
 
 bool BleConnection::EnableNotifications() {
     const BleStatus status = device_->Subscribe(*this);
-    if (status != BleStatus::kSuccess) {
-        ConsolePrint("  ERROR: Failed to enable notifications (status: %d)\n",
-                     static_cast<int>(status));
-        Log(kLogTrace, "[BLE] Failed to enable notifications");
-        return false;
-    }
+    if (status != BleStatus::kSuccess) return FailStep("Failed to enable notifications", status);
     ConsolePrint("  Notifications enabled\n");
     Log(kLogTrace, "[BLE] Notifications enabled");
     return true;
@@ -122,8 +113,8 @@ bool BleConnection::StartThreads(const std::shared_ptr<BleConnection>& self) {
     return true;
 }
 
-// A link from before the dongle went away sends as soon as the queues are available, so they are
-// not before the dongle can be reached.
+// A link that was open before the dongle was lost sends as soon as the queues are available, so
+// they become available only when the dongle can be reached.
 bool BleConnection::SetReady() {
     const LockGuard hold(stop_lock_);
     if (lost_) return false;
@@ -132,7 +123,7 @@ bool BleConnection::SetReady() {
     return true;
 }
 
-// ---------------------------------------------------------------- the end
+// ---------------------------------------------------------------- closing
 
 void BleConnection::StopThreads() {
     running_ = false;
@@ -140,7 +131,7 @@ void BleConnection::StopThreads() {
     stopped_.WakeAll();
 }
 
-// Everything that would wait is left to the next scan: this is a thread of the radio.
+// Runs on a thread of the radio and must not wait: the next scan does the rest.
 void BleConnection::Lost() noexcept {
     Log(kLogTrace, "[BLE] Connection to %s lost", BleAddressText(address_).text);
     const LockGuard hold(stop_lock_);
@@ -169,8 +160,8 @@ void BleConnection::ReleaseQueues() {
 
 void BleConnection::Close() {
     ReleaseQueues();
-    EndBleThread(&transmit_thread_, kThreadEndMs);
-    EndBleThread(&receive_thread_, kThreadEndMs);
+    EndBleThread(&transmit_thread_, GetBleLimits().thread_end_ms);
+    EndBleThread(&receive_thread_, GetBleLimits().thread_end_ms);
 }
 
 }  // namespace tarvik

@@ -15,8 +15,8 @@ namespace tarvik {
 
 struct BleQueueSet;
 
-// One dongle, from the attempt to connect it to its end. Its threads have a share of it each, so
-// that one that is held up inside the radio keeps what it uses.
+// The connection to one dongle. Each of its threads has a share of it, so that a thread that blocks
+// inside the radio keeps what it uses.
 class BleConnection final : public BleDevice::Handler {
 public:
     BleConnection(std::shared_ptr<BleRadio> radio, BleQueueSet* set);
@@ -29,19 +29,21 @@ public:
     bool running() const { return running_; }
     bool lost() const { return lost_; }
 
-    // Under BleCriticalSection. The queues are initialised, and this connection's until its end, or
-    // until another one takes them.
+    // Initializes the queues and becomes their owner, until Close or until another connection takes
+    // them. Called under BleCriticalSection.
     void TakeQueues();
-    // Opens the dongle and subscribes to what it sends. False: what went wrong has been logged.
+    // Opens the dongle and subscribes to its notifications. False: it failed, which has been
+    // logged.
     bool Establish();
-    // Starts the threads. `self` is this connection, of which each thread takes a share. False: as
-    // above.
+    // Starts the threads; each takes a share of `self`, which is this connection. False: it failed,
+    // which has been logged.
     bool Run(const std::shared_ptr<BleConnection>& self);
-    // The record is listed: the queues now reach the dongle. False: it has gone meanwhile.
+    // Opens the queues to their users, after the connection is listed. False: it was lost
+    // meanwhile.
     bool SetReady();
 
-    // Takes the dongle away from those who use its queues, and ends the threads. Disconnects when
-    // the last share of the connection goes: as a rule the caller's, after this.
+    // Closes the queues to their users and ends the threads. The connection disconnects when its
+    // last share is released, usually the caller's after this call.
     void Close();
 
     void Notified(std::span<const std::uint8_t> value) noexcept override;
@@ -61,23 +63,23 @@ private:
     bool StartThreads(const std::shared_ptr<BleConnection>& self);
     void StopThreads();  // under stop_lock_
     void ReleaseQueues();
-    // The entries of the threads; the argument is a share of their connection.
+    // Thread entries; the argument is a share of the connection.
     static void BleRxThreadFunc(void* argument);
     static void BleTxThreadFunc(void* argument);
 
     const std::shared_ptr<BleRadio> radio_;
-    BleQueueSet* const set_;  // lives as long as the library
+    BleQueueSet* const set_;  // never released
     const std::uint64_t address_;
-    DeviceQueues* const queues_;  // of the set
+    DeviceQueues* const queues_;  // in the set
     std::unique_ptr<BleDevice> device_;
 
-    OsLock stop_lock_;                  // comes before a queue's lock
+    OsLock stop_lock_;                  // taken before a queue's lock
     OsCondition stopped_;               // woken when `running_` is cleared
-    std::atomic<bool> running_{false};  // its threads run
+    std::atomic<bool> running_{false};  // cleared to end the threads
     std::atomic<bool> ready_{false};    // complete and listed
-    std::atomic<bool> lost_{false};     // the dongle has gone; the next scan clears up
+    std::atomic<bool> lost_{false};     // the next scan closes it
 
-    OsLock receive_lock_;  // one notification at a time; comes before a queue's lock
+    OsLock receive_lock_;  // one notification at a time; taken before a queue's lock
     OsThread* receive_thread_ = nullptr;
     OsThread* transmit_thread_ = nullptr;
 };

@@ -9,12 +9,12 @@
 
 namespace tarvik {
 
-// The system's Bluetooth LE, as far as the transport needs it: scan, connect, discover, subscribe,
-// write, disconnect. Everything above this header is common to both systems. Calls block, and each
-// has a bound of its own, so that none keeps its thread for ever.
+// What the transport needs of the system's Bluetooth LE: scan, connect, discover, subscribe, write,
+// disconnect. Everything above this header is common to both systems. Calls block; each has a time
+// limit of its own.
 
-// What the system said when it could not do what was asked, in UTF-8. Thrown by every function here
-// that is not noexcept; nothing else is thrown.
+// The system's message about a failed call, in UTF-8. Every function here that is not noexcept may
+// throw it, and nothing else.
 class BleError {
 public:
     explicit BleError(std::string message) : message_(std::move(message)) {}
@@ -24,9 +24,9 @@ private:
     std::string message_;
 };
 
-using BleUuid = std::array<std::uint8_t, 16>;  // bytes in the order in which it is written
+using BleUuid = std::array<std::uint8_t, 16>;  // in the order of its text form
 
-// Results of the exchanges with a dongle, numbered as GattCommunicationStatus numbers them.
+// Result of an exchange with a dongle, with the values of GattCommunicationStatus.
 enum class BleStatus : std::int32_t {
     kSuccess = 0,
     kUnreachable = 1,
@@ -35,12 +35,12 @@ enum class BleStatus : std::int32_t {
 };
 
 struct BleAdvertisement {
-    std::uint64_t address;               // 48 bits, the byte displayed first in bits 40 to 47
+    std::uint64_t address;               // 48 bits; the byte displayed first is in bits 40 to 47
     std::int32_t rssi;                   // dBm
-    std::span<const std::uint8_t> name;  // the complete local name it carries, empty without one
+    std::span<const std::uint8_t> name;  // the complete local name; empty if it has none
 };
 
-// One scan. The handler runs on threads of the system, possibly on several at once.
+// One scan. The handler is called on threads of the system, possibly on several at once.
 class BleScan {
 public:
     class Handler {
@@ -53,53 +53,65 @@ public:
         ~Handler() = default;
     };
 
-    virtual ~BleScan() = default;  // stops if need be
+    virtual ~BleScan() = default;  // stops the scan if it runs
     virtual void Start() = 0;
-    virtual std::int32_t Status() = 0;  // as BluetoothLEAdvertisementWatcherStatus: 1 is "started"
-    virtual void Stop() = 0;            // once it has returned, no handler runs any more
+    virtual std::int32_t Status() = 0;  // a BluetoothLEAdvertisementWatcherStatus; 1 is "started"
+    virtual void Stop() = 0;            // no handler runs after it has returned
 };
 
-// One open dongle. Used by one thread at a time, but for Write, which one other thread may call
-// once Subscribe has succeeded.
+// One open dongle. One thread at a time may use it. After Subscribe has succeeded, one other thread
+// may call Write.
 class BleDevice {
 public:
     class Handler {
     public:
         virtual void Notified(std::span<const std::uint8_t> value) noexcept = 0;
         virtual void NotificationFailed(const BleError& error) noexcept = 0;
-        // The connection is gone. It does not come back: the device is opened anew for that.
+        // The connection is lost. This device cannot be connected again: open another one.
         virtual void Lost() noexcept = 0;
 
     protected:
         ~Handler() = default;
     };
 
-    // Unsubscribes and disconnects; once it has returned, no handler runs any more. Never destroyed
-    // inside a handler.
+    // Unsubscribes and disconnects; no handler runs after it has returned. Never destroyed inside a
+    // handler.
     virtual ~BleDevice() = default;
     virtual BleStatus DiscoverServices() = 0;
-    virtual bool SelectService(const BleUuid& uuid) = 0;  // false: the device does not have it
+    virtual bool SelectService(const BleUuid& uuid) = 0;  // false: the device has no such service
     virtual BleStatus DiscoverCharacteristics() = 0;      // of the selected service
     virtual bool SelectCharacteristic(const BleUuid& uuid) = 0;
-    virtual BleStatus Subscribe(Handler& handler) = 0;  // handler first, then the descriptor
+    virtual BleStatus Subscribe(Handler& handler) = 0;  // sets the handler, then the descriptor
     virtual BleStatus Write(std::span<const std::uint8_t> value) = 0;  // without response
 };
 
-// The radio of this computer. Without one, or without the service that drives it, scanning and
-// opening throw a BleError; they never wait for it to appear.
+// The radio of this computer. If it, or the service that drives it, is missing, scanning and
+// opening throw a BleError at once.
 class BleRadio {
 public:
     virtual ~BleRadio() = default;
     virtual std::unique_ptr<BleScan> CreateScan(BleScan::Handler& handler) = 0;
     virtual std::unique_ptr<BleDevice> Open(std::uint64_t address) = 0;  // null: not reachable
-    // Makes the calls of other threads that open a device, or discover and subscribe on it, fail
-    // soon, those to come included.
+    // Calls that open a device, discover or subscribe fail soon: those of other threads now, and
+    // all later ones.
     virtual void CancelConnecting() noexcept = 0;
-    // Around every thread that uses the radio.
+    // Each thread that uses the radio calls EnterThread before and LeaveThread after.
     virtual void EnterThread() = 0;
     virtual void LeaveThread() noexcept = 0;
 };
 
 std::unique_ptr<BleRadio> OpenBleRadio();
+
+// Enters and leaves the radio by scope.
+class BleRadioThread {
+public:
+    explicit BleRadioThread(BleRadio& radio) : radio_(radio) { radio_.EnterThread(); }
+    ~BleRadioThread() { radio_.LeaveThread(); }
+    BleRadioThread(const BleRadioThread&) = delete;
+    BleRadioThread& operator=(const BleRadioThread&) = delete;
+
+private:
+    BleRadio& radio_;
+};
 
 }  // namespace tarvik

@@ -11,34 +11,31 @@
 #include "support/log.h"
 #include "transport/ble/ble_connect.h"
 #include "transport/ble/ble_connection.h"
+#include "transport/ble/ble_limits.h"
 #include "transport/ble/ble_state.h"
+#include "transport/ble/ble_text.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kProductName[] = "Brennix";
-static constexpr std::uint32_t kLoginWaitMs = 500;
-static constexpr std::uint32_t kConnectWaitMs = 30'000;
-static constexpr std::int32_t kThreadEndMs = 500;
-static constexpr std::uint64_t kStepMs = 50;  // the longest that waiting takes to see the end
-static constexpr int kWaitTimedOut = 0x102;   // what the log calls a wait that ran out of time
+constexpr char kProductName[] = "Brennix";
+constexpr int kWaitTimedOut = 0x102;  // the number that the console shows for a time-out
 
 // ---------------------------------------------------------------- advertisements
 
-namespace {
 class AdvertisementHandler final : public BleScan::Handler {
 public:
     void Advertised(const BleAdvertisement& advertisement) noexcept override;
     void Failed(const BleError& error) noexcept override;
 };
-}  // namespace
 
-static bool IsProductName(std::span<const std::uint8_t> name) {
+bool IsProductName(std::span<const std::uint8_t> name) {
     return name.size() == sizeof kProductName - 1 &&
            std::memcmp(name.data(), kProductName, name.size()) == 0;
 }
 
 // Under BleCriticalSection.
-static void NoteAdvertisement(const BleAdvertisement& advertisement) {
+void NoteAdvertisement(const BleAdvertisement& advertisement) {
     if (ble->scan == nullptr) return;
     const std::uint64_t address = advertisement.address;
     const auto& discovered = ble->discovered;
@@ -66,8 +63,7 @@ void AdvertisementHandler::Failed(const BleError& error) noexcept {
 
 // ---------------------------------------------------------------- scanning
 
-// While it lives, advertisements are taken.
-namespace {
+// Accepts advertisements while it lives.
 class ScanMark {
 public:
     explicit ScanMark(const BleScan* scan) { Set(scan); }
@@ -81,9 +77,8 @@ private:
         ble->scan = scan;
     }
 };
-}  // namespace
 
-static void ClearScanData() {
+void ClearScanData() {
     const LockGuard hold(ble->BleCriticalSection);
     ConsolePrint("[BLE] Clearing previous scan data (%d discovered, %d pending)\n",
                  static_cast<int>(ble->discovered.size()), static_cast<int>(ble->pending.size()));
@@ -91,21 +86,22 @@ static void ClearScanData() {
     ble->pending.clear();
 }
 
-static void Pause(std::uint32_t duration_ms) {
+void Pause(std::uint32_t duration_ms) {
     const std::uint64_t deadline = TickMs() + duration_ms;
     while (!ble->closing) {
         const std::uint64_t now = TickMs();
         if (now >= deadline) return;
-        SleepMs(static_cast<std::uint32_t>(std::min(deadline - now, kStepMs)));
+        const std::uint64_t poll_ms = GetBleLimits().close_poll_ms;
+        SleepMs(static_cast<std::uint32_t>(std::min(deadline - now, poll_ms)));
     }
 }
 
-static BleList<std::uint64_t> TakePending() {
+BleList<std::uint64_t> TakePending() {
     const LockGuard hold(ble->BleCriticalSection);
     return std::exchange(ble->pending, {});
 }
 
-static BleList<std::uint64_t> ScanForDevices(std::uint32_t timeout_ms) {
+BleList<std::uint64_t> ScanForDevices(std::uint32_t timeout_ms) {
     ClearScanData();
     AdvertisementHandler handler;
     const std::unique_ptr<BleScan> scan = ble->radio->CreateScan(handler);
@@ -126,8 +122,7 @@ static BleList<std::uint64_t> ScanForDevices(std::uint32_t timeout_ms) {
 
 // ---------------------------------------------------------------- asking dongles
 
-namespace {
-// Where a scan's dongles go, and how many went there.
+// Where a scan reports its dongles, and how many it has reported.
 struct ScanReport {
     ReportDevice report;
     void* context;
@@ -138,17 +133,16 @@ struct ScanReport {
         ++added;
     }
 };
-}  // namespace
 
-static PacketPtr AskForLogin(DeviceQueues* queues) {
+PacketPtr AskForLogin(DeviceQueues* queues) {
     PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
     if (identify != nullptr) EnqueueTransmitPacket(queues, identify);
-    return WaitForPacket(queues, kTypeLogn, kLoginWaitMs, kNoTag, &ble->closing);
+    return WaitForPacket(queues, kTypeLogn, GetBleLimits().login_wait_ms, kNoTag, &ble->closing);
 }
 
 using BleConnections = BleList<std::shared_ptr<BleConnection>>;
 
-static void AskConnected(const BleConnections& connected, ScanReport* out) {
+void AskConnected(const BleConnections& connected, ScanReport* out) {
     ConsolePrint("[BLE] Checking %d already-connected device(s)...\n",
                  static_cast<int>(connected.size()));
     for (const auto& connection : connected) {
@@ -161,8 +155,8 @@ static void AskConnected(const BleConnections& connected, ScanReport* out) {
     }
 }
 
-// A BUSY never ends the wait for a login, it is found afterwards.
-static void LogNoLogin(DeviceQueues* queues) {
+// A BUSY does not end the wait for a login; it is looked for afterwards.
+void LogNoLogin(DeviceQueues* queues) {
     const PacketPtr busy(
         QueueFindFilterInternal(&queues->rx, 0, MatchType, {kTypeBusy, kNoTag}, true));
     if (busy != nullptr) {
@@ -174,7 +168,7 @@ static void LogNoLogin(DeviceQueues* queues) {
     Log(kLogTrace, "[BLE] Timeout waiting for login packet");
 }
 
-static void AskNew(DeviceQueues* queues, ScanReport* out) {
+void AskNew(DeviceQueues* queues, ScanReport* out) {
     const PacketPtr answer = AskForLogin(queues);
     if (answer == nullptr) {
         LogNoLogin(queues);
@@ -191,19 +185,20 @@ static void AskNew(DeviceQueues* queues, ScanReport* out) {
 
 // ---------------------------------------------------------------- connecting
 
-static bool AwaitCompletion(const BleConnectRequest& request) {
-    const std::uint64_t deadline = TickMs() + kConnectWaitMs;
+bool AwaitCompletion(const BleConnectRequest& request) {
+    const std::uint64_t deadline = TickMs() + GetBleLimits().connect_wait_ms;
     while (!ble->closing) {
         const std::uint64_t now = TickMs();
         const std::uint64_t left = now < deadline ? deadline - now : 0;
-        const auto step = static_cast<std::int32_t>(std::min(left, kStepMs));
+        const std::uint64_t poll_ms = GetBleLimits().close_poll_ms;
+        const auto step = static_cast<std::int32_t>(std::min(left, poll_ms));
         if (OsEventWait(request.completed, step)) return true;
         if (left == 0) break;
     }
     return false;
 }
 
-static void ConnectNew(std::uint64_t address, ScanReport* out) {
+void ConnectNew(std::uint64_t address, ScanReport* out) {
     const BleAddressText shown(address);
     ConsolePrint("[BLE] Connecting to %s...\n", shown.text);
     Log(kLogTrace, "[BLE] Connecting to device: %s", shown.text);
@@ -211,12 +206,12 @@ static void ConnectNew(std::uint64_t address, ScanReport* out) {
     if (request == nullptr) return;
     if (!AwaitCompletion(*request)) {
         if (ble->closing) return;
-        // The attempt goes on: what it comes to, the next scan finds.
+        // The attempt goes on. The next scan picks up its result.
         ConsolePrint("[BLE] Connection timeout (wait result: %d)\n", kWaitTimedOut);
         Log(kLogTrace, "[BLE] Connection timeout");
         return;
     }
-    EndBleRequest(request, kThreadEndMs);
+    EndBleRequest(request, GetBleLimits().thread_end_ms);
     ConsolePrint("[BLE] Thread completed, success=%d, queues=%p\n", request->success ? 1 : 0,
                  static_cast<void*>(request->queues));
     if (!request->success) {
@@ -227,9 +222,9 @@ static void ConnectNew(std::uint64_t address, ScanReport* out) {
     AskNew(request->queues, out);
 }
 
-// ---------------------------------------------------------------- clearing up
+// ---------------------------------------------------------------- cleaning up
 
-static BleConnections TakeLost() {
+BleConnections TakeLost() {
     const LockGuard hold(ble->BleCriticalSection);
     auto& connected = ble->connected;
     const auto first_lost = std::stable_partition(connected.begin(), connected.end(),
@@ -239,38 +234,39 @@ static BleConnections TakeLost() {
     return lost;
 }
 
-static void CloseLost() {
+void CloseLost() {
     for (const auto& connection : TakeLost())
         connection->Close();
 }
 
-// Attempts that have come to an end after their scan had given up waiting.
-static void EndCompletedAttempts() {
+// Attempts that completed after their scan had stopped waiting.
+void EndCompletedAttempts() {
     BleList<std::shared_ptr<BleConnectRequest>> attempts;
     {
         const LockGuard hold(ble->BleCriticalSection);
         attempts = ble->attempts;
     }
     for (const auto& attempt : attempts) {
-        if (OsEventWait(attempt->completed, 0)) EndBleRequest(attempt, kThreadEndMs);
+        if (OsEventWait(attempt->completed, 0))
+            EndBleRequest(attempt, GetBleLimits().thread_end_ms);
     }
 }
 
 // ---------------------------------------------------------------- one scan
 
-static BleConnections ConnectedNow() {
+BleConnections ConnectedNow() {
     const LockGuard hold(ble->BleCriticalSection);
     return ble->connected;
 }
 
-static bool Contains(const BleConnections& connected, std::uint64_t address) {
+bool Contains(const BleConnections& connected, std::uint64_t address) {
     return std::any_of(connected.begin(), connected.end(),
                        [address](const auto& each) { return each->address() == address; });
 }
 
-// A dongle that was connected before and still advertises is not connected a second time. One that
-// an earlier scan's attempt connects while this goes on is found through that attempt.
-static void AskAndConnect(const BleList<std::uint64_t>& found, ScanReport* out) {
+// A dongle that is connected and still advertises is not connected again. If an earlier scan's
+// attempt connects it meanwhile, ConnectNew finds it through that attempt.
+void AskAndConnect(const BleList<std::uint64_t>& found, ScanReport* out) {
     const BleConnections connected = ConnectedNow();
     AskConnected(connected, out);
     for (const std::uint64_t address : found) {
@@ -279,14 +275,16 @@ static void AskAndConnect(const BleList<std::uint64_t>& found, ScanReport* out) 
     }
 }
 
-static void FindDongles(std::uint32_t timeout_ms, ScanReport* out) {
+void FindDongles(std::uint32_t timeout_ms, ScanReport* out) {
     const BleRadioThread inside(*ble->radio);
-    CloseLost();  // a dongle does not advertise while its last connection is open
+    CloseLost();  // a dongle does not advertise while its previous connection is open
     const BleList<std::uint64_t> found = ScanForDevices(timeout_ms);
     EndCompletedAttempts();
     CloseLost();
     AskAndConnect(found, out);
 }
+
+}  // namespace
 
 bool BleUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     if (!config.useBle) return false;

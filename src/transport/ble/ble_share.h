@@ -11,8 +11,14 @@
 
 namespace tarvik {
 
-// Starts a thread whose argument is a share of `object`, which TakeBleShare unpacks there. Null:
-// the system refused; OsLastError() tells why.
+// A tracked object with shared owners. Throws std::bad_alloc.
+template <typename T, typename... Args>
+std::shared_ptr<T> MakeBleShared(Args&&... args) {
+    return std::allocate_shared<T>(TrackedAllocator<T>(), std::forward<Args>(args)...);
+}
+
+// Starts a thread that shares `object`: its entry passes the argument to TakeBleShare. Null: the
+// system refused; OsLastError() has the reason.
 template <typename T>
 OsThread* StartBleThread(OsThreadEntry entry, const std::shared_ptr<T>& object,
                          const char* description) {
@@ -35,18 +41,12 @@ std::shared_ptr<T> TakeBleShare(void* argument) {
     return object;
 }
 
-// Waits for the end of a thread and gives its handle up. One that has not ended by then goes on by
-// itself: the library must not be unloaded under it.
+// Joins a thread and closes its handle. A thread that does not end in time goes on alone, so the
+// library then stays loaded.
 inline void EndBleThread(OsThread** thread, std::int32_t limit_ms) {
     if (*thread == nullptr) return;
     if (!OsThreadJoin(*thread, limit_ms)) OsKeepLibraryLoaded();
     OsThreadClose(std::exchange(*thread, nullptr));
-}
-
-// A tracked object that is shared.
-template <typename T, typename... Args>
-std::shared_ptr<T> MakeBleShared(Args&&... args) {
-    return std::allocate_shared<T>(TrackedAllocator<T>(), std::forward<Args>(args)...);
 }
 
 }  // namespace tarvik

@@ -1,38 +1,38 @@
-// What goes to a connected dongle and comes from it.
+// Packets from and to a connected dongle.
 #include <cstring>
 
 #include "link/fragmentation.h"
 #include "link/packet_counters.h"
-#include "platform/tick.h"
 #include "support/log.h"
 #include "transport/ble/ble_connection.h"
+#include "transport/ble/ble_limits.h"
 #include "transport/ble/ble_share.h"
-#include "transport/ble/ble_state.h"
+#include "transport/ble/ble_text.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::int32_t kQueueWaitMs = 50;
-static constexpr std::int32_t kStepMs = 100;
-
-// The first bytes as they came. Deliberate: letters stand in reverse order on the wire.
-static const char* WireLetters(const Packet& packet) {
+// The first bytes as received. Deliberate: the letters are in reverse order on the wire.
+const char* WireLetters(const Packet& packet) {
     return reinterpret_cast<const char*>(packet.Bytes());
 }
 
-// ---------------------------------------------------------------- arriving
+}  // namespace
+
+// ---------------------------------------------------------------- receiving
 
 void BleConnection::PassOn(PacketPtr packet) {
     PacketPtr complete;
     if (!FragReceivePacket(queues_, packet, &complete)) return;
     if (complete->type == kTypePing) {
         complete->type = kTypeRepl;
-        FragSendPacket(queues_, complete);  // one that came in fragments goes in fragments
+        FragSendPacket(queues_, complete);  // a fragmented PING gets a fragmented REPL
     } else {
         EnqueueReceivedPacket(queues_, complete);
     }
 }
 
-// One notification carries one packet; what follows the packet's length is ignored.
+// One notification carries one packet. Bytes after the packet's length are ignored.
 void BleConnection::Receive(std::span<const std::uint8_t> value) {
     const auto received = static_cast<std::uint32_t>(value.size());
     if (received < MIN_PKT_SIZE) {
@@ -55,7 +55,7 @@ void BleConnection::Receive(std::span<const std::uint8_t> value) {
     PassOn(std::move(packet));
 }
 
-// The radio may deliver on several threads at once, reassembly takes one at a time.
+// The radio may call on several threads at once; reassembly handles one packet at a time.
 void BleConnection::Notified(std::span<const std::uint8_t> value) noexcept {
     try {
         const LockGuard hold(receive_lock_);
@@ -69,7 +69,7 @@ void BleConnection::NotificationFailed(const BleError& error) noexcept {
     Log(kLogTrace, "[BLE] RX notification error: %s", BleErrorText(error).text);
 }
 
-// ---------------------------------------------------------------- leaving
+// ---------------------------------------------------------------- sending
 
 BleStatus BleConnection::Write(const Packet& packet) {
     try {
@@ -94,11 +94,11 @@ void BleConnection::Send(const Packet& packet) {
     Log(kLogTrace, "[BLE-TX] Sent %u bytes", packet.length);
 }
 
-// Deliberate: a packet that could not be written is not tried again.
+// Deliberate: a packet that could not be written is not sent again.
 void BleConnection::TransmitWhileRunning() {
     const BleRadioThread inside(*radio_);
     while (running_) {
-        const PacketPtr packet = TakePacket(&queues_->tx, kQueueWaitMs);
+        const PacketPtr packet = TakePacket(&queues_->tx, GetBleLimits().transmit_poll_ms);
         if (packet != nullptr) Send(*packet);
     }
 }
@@ -121,7 +121,7 @@ void BleConnection::BleRxThreadFunc(void* argument) {
     {
         const LockGuard hold(connection->stop_lock_);
         while (connection->running_)
-            connection->stopped_.Wait(connection->stop_lock_, kStepMs);
+            connection->stopped_.Wait(connection->stop_lock_, GetBleLimits().receive_poll_ms);
     }
     Log(kLogTrace, "[BLE] RX thread exiting");
 }

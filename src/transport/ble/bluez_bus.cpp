@@ -1,23 +1,19 @@
 #include "transport/ble/bluez_bus.h"
 
-#include <algorithm>
+#include <map>
 #include <utility>
 
 #include "platform/tick.h"
 #include "support/log.h"
+#include "transport/ble/bluez_limits.h"
 
 namespace tarvik {
+namespace {
 
-using std::chrono::milliseconds;
+constexpr char kBluezName[] = "org.bluez";
+constexpr char kObjectManager[] = "org.freedesktop.DBus.ObjectManager";
 
-static constexpr milliseconds kObjectsLimit{5'000};
-static constexpr milliseconds kAnswerGrace{1'000};  // for the bus to report its own time-out
-
-static constexpr char kObjectManager[] = "org.freedesktop.DBus.ObjectManager";
-
-// ---------------------------------------------------------------- errors
-
-static std::string Explain(const std::string& name, const std::string& text) {
+std::string Explain(const std::string& name, const std::string& text) {
     struct Explanation {
         const char* name;
         const char* text;
@@ -37,6 +33,12 @@ static std::string Explain(const std::string& name, const std::string& text) {
     return name + ": " + text;
 }
 
+BleError BusGone() { return BleError("the connection to the system's message bus is lost"); }
+
+}  // namespace
+
+// ---------------------------------------------------------------- errors
+
 BluezError::BluezError(std::string name, const std::string& text)
     : BleError(Explain(name, text)), name_(std::move(name)) {}
 
@@ -53,49 +55,6 @@ bool BluezError::IsSilence() const {
 bool BluezError::IsRefused() const {
     return name_ == "org.freedesktop.DBus.Error.AccessDenied" || Is("NotAuthorized") ||
            Is("NotPermitted");
-}
-
-static BleError BusGone() { return BleError("the connection to the system's message bus is lost"); }
-
-// ---------------------------------------------------------------- properties
-
-template <typename T>
-static void TakeValue(const BluezPropertyMap& map, const char* name, std::optional<T>* value) {
-    const auto found = map.find(name);
-    if (found != map.end() && found->second.containsValueOfType<T>())
-        *value = found->second.get<T>();
-}
-
-BluezProperties::BluezProperties(const BluezPropertyMap& map) {
-    TakeValue(map, "Address", &address);
-    TakeValue(map, "Name", &name);
-    TakeValue(map, "UUID", &uuid);
-    TakeValue(map, "Powered", &powered);
-    TakeValue(map, "Connected", &connected);
-    TakeValue(map, "ServicesResolved", &services_resolved);
-    TakeValue(map, "RSSI", &rssi);
-    TakeValue(map, "MTU", &mtu);
-    TakeValue(map, "Value", &value);
-    std::optional<sdbus::ObjectPath> path;
-    TakeValue(map, "Service", &path);
-    if (path) service = *path;
-}
-
-static const char* KnownInterface(const std::string& name) {
-    for (const char* known : {kBluezAdapter, kBluezDevice, kBluezService, kBluezCharacteristic}) {
-        if (name == known) return known;
-    }
-    return nullptr;
-}
-
-using BluezInterfaces = std::map<std::string, BluezPropertyMap>;
-
-static void AppendObjects(const std::string& path, const BluezInterfaces& interfaces,
-                          std::vector<BluezObject>* objects) {
-    for (const auto& [interface, properties] : interfaces) {
-        if (KnownInterface(interface) != nullptr)
-            objects->push_back({path, interface, BluezProperties(properties)});
-    }
 }
 
 // ---------------------------------------------------------------- the connection
@@ -124,27 +83,27 @@ BluezBus::~BluezBus() {
 void BluezBus::AddMatches() {
     struct Match {
         const char* rule;
-        void (BluezBus::*take)(sdbus::Message&);
+        void (BluezBus::*handle)(sdbus::Message&);
     };
     static constexpr Match kMatches[] = {
         {"type='signal',sender='org.bluez',path='/',"
          "interface='org.freedesktop.DBus.ObjectManager',member='InterfacesAdded'",
-         &BluezBus::TakeAdded},
+         &BluezBus::OnAdded},
         {"type='signal',sender='org.bluez',path='/',"
          "interface='org.freedesktop.DBus.ObjectManager',member='InterfacesRemoved'",
-         &BluezBus::TakeRemoved},
+         &BluezBus::OnRemoved},
         {"type='signal',sender='org.bluez',path_namespace='/org/bluez',"
          "interface='org.freedesktop.DBus.Properties',member='PropertiesChanged'",
-         &BluezBus::TakeChanged},
+         &BluezBus::OnChanged},
         {"type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
          "member='NameOwnerChanged',arg0='org.bluez'",
-         &BluezBus::TakeOwner},
+         &BluezBus::OnOwnerChanged},
     };
     for (const Match& match : kMatches) {
-        const auto take = match.take;
-        const auto callback = [this, take](sdbus::Message& message) {
+        const auto handle = match.handle;
+        const auto callback = [this, handle](sdbus::Message& message) {
             try {
-                (this->*take)(message);
+                (this->*handle)(message);
             } catch (const sdbus::Error& error) {
                 Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
                     error.getMessage().c_str());
@@ -164,22 +123,22 @@ void BluezBus::Run() {
     closed_ = true;
     if (!why.empty())
         Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why.c_str());
-    Announce();
-    Tell([](BluezListener& listener) { listener.ServiceGone(); });
+    WakeWaiters();
+    Notify([](BluezListener& listener) { listener.ServiceGone(); });
 }
 
 void BluezBus::CancelConnecting() {
     cancelled_ = true;
-    Announce();
+    WakeWaiters();
 }
 
-void BluezBus::Announce() {
+void BluezBus::WakeWaiters() {
     const LockGuard hold(lock_);
     changed_.WakeAll();
 }
 
-bool BluezBus::Await(const std::function<bool()>& happened, milliseconds limit, Cancel cancel) {
-    const std::uint64_t deadline = TickMs() + static_cast<std::uint64_t>(limit.count());
+bool BluezBus::Await(const std::function<bool()>& happened, std::uint32_t limit_ms, Cancel cancel) {
+    const std::uint64_t deadline = TickMs() + limit_ms;
     const LockGuard hold(lock_);
     for (;;) {
         if (happened()) return true;
@@ -193,9 +152,9 @@ bool BluezBus::Await(const std::function<bool()>& happened, milliseconds limit, 
 
 // ---------------------------------------------------------------- calls
 
-// Of a call under way. It outlives a caller that waits no longer.
+// The answer to a call. May arrive after the caller has stopped waiting. Guarded by the bus's lock.
 struct BluezBus::Answer {
-    bool there = false;  // guarded by the bus's lock, like all of it
+    bool there = false;
     bool failed = false;
     std::string error_name = {};
     std::string error_text = {};
@@ -224,13 +183,13 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
     };
     bool answered = false;
     try {
-        // Its end takes the callback back, and waits for it if it is running.
+        // Its destructor unregisters the callback, and waits for it if it is running.
         const auto proxy = sdbus::createProxy(*connection_, kBluezName, method.path);
         auto call = proxy->createMethodCall(method.interface, method.name);
         if (write) write(call);
-        const auto limit = std::chrono::microseconds(method.limit);
-        proxy->callMethod(call, take, static_cast<std::uint64_t>(limit.count()));
-        answered = Await([&] { return answer->there; }, method.limit + kAnswerGrace, method.cancel);
+        proxy->callMethod(call, take, std::uint64_t{method.limit_ms} * 1'000);
+        answered = Await([&] { return answer->there; },
+                         method.limit_ms + GetBluezLimits().answer_grace_ms, method.cancel);
     } catch (const sdbus::Error& error) {
         throw BluezError(error.getName(), error.getMessage());
     }
@@ -244,7 +203,7 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
 
 std::vector<BluezObject> BluezBus::Objects(Cancel cancel) {
     std::vector<BluezObject> objects;
-    Call({"/", kObjectManager, "GetManagedObjects", kObjectsLimit, cancel}, {},
+    Call({"/", kObjectManager, "GetManagedObjects", GetBluezLimits().objects_ms, cancel}, {},
          [&objects](sdbus::MethodReply& reply) {
              std::map<sdbus::ObjectPath, BluezInterfaces> tree;
              reply >> tree;
@@ -267,43 +226,43 @@ void BluezBus::Remove(BluezListener* listener) {
 }
 
 template <typename Function>
-void BluezBus::Tell(Function function) {
+void BluezBus::Notify(Function function) {
     const LockGuard hold(listeners_lock_);
     for (BluezListener* listener : listeners_)
         function(*listener);
 }
 
-void BluezBus::TakeAdded(sdbus::Message& message) {
+void BluezBus::OnAdded(sdbus::Message& message) {
     sdbus::ObjectPath path;
     BluezInterfaces interfaces;
     message >> path >> interfaces;
     std::vector<BluezObject> objects;
     AppendObjects(path, interfaces, &objects);
     for (const BluezObject& object : objects)
-        Tell([&](BluezListener& listener) { listener.ObjectAdded(object); });
+        Notify([&](BluezListener& listener) { listener.ObjectAdded(object); });
 }
 
-void BluezBus::TakeRemoved(sdbus::Message& message) {
+void BluezBus::OnRemoved(sdbus::Message& message) {
     sdbus::ObjectPath path;
     std::vector<std::string> interfaces;
     message >> path >> interfaces;
     for (const std::string& interface : interfaces)
-        Tell([&](BluezListener& listener) { listener.ObjectRemoved(path, interface); });
+        Notify([&](BluezListener& listener) { listener.ObjectRemoved(path, interface); });
 }
 
-void BluezBus::TakeChanged(sdbus::Message& message) {
+void BluezBus::OnChanged(sdbus::Message& message) {
     std::string interface;
     BluezPropertyMap changed;
     message >> interface >> changed;
-    if (KnownInterface(interface) == nullptr) return;
+    if (!IsBluezInterface(interface)) return;
     const BluezObject object{message.getPath(), interface, BluezProperties(changed)};
-    Tell([&](BluezListener& listener) { listener.Changed(object); });
+    Notify([&](BluezListener& listener) { listener.Changed(object); });
 }
 
-void BluezBus::TakeOwner(sdbus::Message& message) {
+void BluezBus::OnOwnerChanged(sdbus::Message& message) {
     std::string name, old_owner, new_owner;
     message >> name >> old_owner >> new_owner;
-    if (!old_owner.empty()) Tell([](BluezListener& listener) { listener.ServiceGone(); });
+    if (!old_owner.empty()) Notify([](BluezListener& listener) { listener.ServiceGone(); });
 }
 
 }  // namespace tarvik

@@ -3,12 +3,9 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,102 +13,73 @@
 #include "platform/lock.h"
 #include "platform/thread.h"
 #include "transport/ble/ble_radio.h"
+#include "transport/ble/bluez_objects.h"
 
 namespace tarvik {
 
-inline constexpr char kBluezName[] = "org.bluez";
-inline constexpr char kBluezAdapter[] = "org.bluez.Adapter1";
-inline constexpr char kBluezDevice[] = "org.bluez.Device1";
-inline constexpr char kBluezService[] = "org.bluez.GattService1";
-inline constexpr char kBluezCharacteristic[] = "org.bluez.GattCharacteristic1";
-
-// A call that BlueZ, or the bus in its place, answered with an error.
+// The error with which BlueZ, or the bus in its place, answered a call.
 class BluezError final : public BleError {
 public:
     BluezError(std::string name, const std::string& text);
-    // `name` without the part that all of BlueZ's errors begin with.
+    // `name` is the part after "org.bluez.Error.".
     bool Is(const char* name) const { return name_ == std::string("org.bluez.Error.") + name; }
     bool IsObjectGone() const;
     bool IsSilence() const;  // no answer in time
-    bool IsRefused() const;  // the bus does not let this user talk to BlueZ
+    bool IsRefused() const;  // this user has no permission
 
 private:
     std::string name_;
 };
 
-using BluezPropertyMap = std::map<std::string, sdbus::Variant>;
-
-// Those of the properties that this library looks at, of objects of every kind. A value is absent
-// where the object does not have it, and in a signal where it has not changed.
-struct BluezProperties {
-    BluezProperties() = default;
-    explicit BluezProperties(const BluezPropertyMap& map);
-
-    std::optional<std::string> address, name, uuid, service;
-    std::optional<bool> powered, connected, services_resolved;
-    std::optional<std::int16_t> rssi;
-    std::optional<std::uint16_t> mtu;
-    std::optional<std::vector<std::uint8_t>> value;
-};
-
-struct BluezObject {
-    std::string path;
-    std::string interface;
-    BluezProperties properties;
-};
-
-class BluezBus;
-
-// One signal of BlueZ's objects, told on the bus's own thread, which must not be kept waiting.
+// Signals of BlueZ's objects. Called on the bus's own thread, which must not be blocked.
 class BluezListener {
 public:
     virtual void ObjectAdded(const BluezObject&) {}
     virtual void ObjectRemoved(const std::string& /*path*/, const std::string& /*interface*/) {}
-    virtual void Changed(const BluezObject&) {}  // holds what has changed
-    virtual void ServiceGone() {}                // bluetoothd has gone, or the bus; told once
+    virtual void Changed(const BluezObject&) {}  // contains only the properties that changed
+    virtual void ServiceGone() {}                // bluetoothd or the bus has gone
 
 protected:
     ~BluezListener() = default;
 };
 
-// A connection to the system's message bus with a thread that takes in what arrives.
+// A connection to the system's message bus, with a thread that receives answers and signals.
 class BluezBus {
 public:
-    static std::shared_ptr<BluezBus> Connect();  // throws BleError
+    static std::shared_ptr<BluezBus> Connect();  // throws a BleError
     ~BluezBus();
     BluezBus(const BluezBus&) = delete;
     BluezBus& operator=(const BluezBus&) = delete;
 
     bool closed() const { return closed_; }
-    // False: the last call that is over got no answer in its time.
+    // False: the last finished call got no answer in time.
     bool answers() const { return answers_; }
-    // From here on calls that allow it fail at once.
+    // Calls with Cancel::kObeyed fail at once from now on.
     void CancelConnecting();
 
     enum class Cancel : std::uint8_t { kIgnored, kObeyed };
-    // Calls a method of BlueZ and waits for its answer. `write` adds the arguments, `read` takes
-    // the results out (on the bus's thread). Throws BleError.
+    // Calls a method of BlueZ and waits for its answer. `write` adds the arguments; `read` reads
+    // the results, on the bus's thread. Throws a BleError.
     using Write = std::function<void(sdbus::MethodCall&)>;
     using Read = std::function<void(sdbus::MethodReply&)>;
     struct Method {
         std::string path;
         const char* interface;
         const char* name;
-        std::chrono::milliseconds limit;
+        std::uint32_t limit_ms;
         Cancel cancel = Cancel::kIgnored;
     };
     void Call(const Method& method, const Write& write = {}, const Read& read = {});
-    // Every object that BlueZ has; those of other interfaces are left out.
+    // All of BlueZ's objects that have a known interface.
     std::vector<BluezObject> Objects(Cancel cancel = Cancel::kIgnored);
 
-    // Waits until `happened`, which is asked under the bus's lock. False: the time ran out.
-    // Throws BleError when the connection to the bus has gone, or is to be cancelled.
-    bool Await(const std::function<bool()>& happened, std::chrono::milliseconds limit,
-               Cancel cancel);
-    // After a change that a waiter looks at.
-    void Announce();
+    // Waits until `happened`, which is called under the bus's lock. False: time ran out. Throws a
+    // BleError if the connection to the bus is lost, or if connecting is cancelled.
+    bool Await(const std::function<bool()>& happened, std::uint32_t limit_ms, Cancel cancel);
+    // Call it after each change that `happened` looks at.
+    void WakeWaiters();
 
-    // Once Remove has returned, no call to the listener is under way any more.
+    // The listener is not called after Remove has returned.
     void Add(BluezListener* listener);
     void Remove(BluezListener* listener);
 
@@ -122,11 +90,11 @@ private:
     void AddMatches();
     void Run();
     template <typename Function>
-    void Tell(Function function);
-    void TakeAdded(sdbus::Message& message);
-    void TakeRemoved(sdbus::Message& message);
-    void TakeChanged(sdbus::Message& message);
-    void TakeOwner(sdbus::Message& message);
+    void Notify(Function function);
+    void OnAdded(sdbus::Message& message);
+    void OnRemoved(sdbus::Message& message);
+    void OnChanged(sdbus::Message& message);
+    void OnOwnerChanged(sdbus::Message& message);
 
     std::unique_ptr<sdbus::IConnection> connection_;
     OsThread* thread_ = nullptr;
@@ -134,10 +102,10 @@ private:
     std::atomic<bool> cancelled_{false};
     std::atomic<bool> answers_{true};
 
-    OsLock lock_;  // for what Await waits for; never held while the bus or a listener is called
+    OsLock lock_;  // for Await's condition; never held while the bus or a listener is called
     OsCondition changed_;
 
-    OsLock listeners_lock_;  // held while listeners are called; the bus is not called inside
+    OsLock listeners_lock_;  // held while listeners are called; never while the bus is called
     std::set<BluezListener*> listeners_;
 };
 

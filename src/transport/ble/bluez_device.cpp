@@ -1,28 +1,21 @@
+#include "transport/ble/bluez_device.h"
+
 #include <strings.h>
 
-#include <algorithm>
 #include <atomic>
 #include <utility>
 
 #include "support/log.h"
-#include "transport/ble/bluez_radio.h"
+#include "transport/ble/bluez_limits.h"
+#include "transport/ble/bluez_objects.h"
 
 namespace tarvik {
 namespace {
 
-using std::chrono::milliseconds;
 using Cancel = BluezBus::Cancel;
 
-// Longer than a scan waits for all of it: a dongle that is late is there for the next one.
-constexpr milliseconds kConnectLimit{40'000};
-constexpr milliseconds kConnectedLimit{5'000};
-constexpr milliseconds kResolveLimit{30'000};
-constexpr milliseconds kSubscribeLimit{10'000};
-constexpr milliseconds kWriteLimit{5'000};
-constexpr milliseconds kCloseLimit{3'000};
-constexpr milliseconds kCloseLimitOfMute{100};  // sent, and not waited for in earnest
 constexpr char kProperties[] = "org.freedesktop.DBus.Properties";
-constexpr std::uint16_t kWriteHeader = 3;  // what a write command takes of the link's packets
+constexpr std::uint16_t kWriteHeader = 3;  // bytes of the MTU that a write command needs itself
 
 std::string TextOf(const BleUuid& uuid) {
     static constexpr char kDigits[] = "0123456789abcdef";
@@ -76,16 +69,16 @@ public:
 private:
     bool TryConnect(bool* aborted);
     void AskForState();
-    void NoteState(const BluezProperties& properties);  // on the bus's thread
-    void Note(std::atomic<bool>* flag, bool value);
+    void UpdateState(const BluezProperties& properties);  // on the bus's thread
+    void UpdateFlag(std::atomic<bool>* flag, bool value);
     void SetHandler(Handler* handler);
-    void TellLost();
+    void ReportLost();
     void Disconnect();
     void CallQuietly(const std::string& path, const char* interface, const char* method);
 
     void ObjectRemoved(const std::string& path, const std::string& interface) override;
     void Changed(const BluezObject& object) override;
-    void ServiceGone() override { TellLost(); }
+    void ServiceGone() override { ReportLost(); }
 
     const std::shared_ptr<BluezBus> bus_;
     const std::shared_ptr<BluezOpenDevices> open_devices_;
@@ -102,7 +95,7 @@ private:
     bool notifying_ = false;
     std::atomic<std::uint16_t> mtu_{0};  // of the link; 0: not known
 
-    OsLock handler_lock_;  // held while the handler runs; the bus is not called inside
+    OsLock handler_lock_;  // held while the handler runs; never while the bus is called
     Handler* handler_ = nullptr;
 };
 
@@ -113,17 +106,19 @@ BluezBleDevice::~BluezBleDevice() {
     open_devices_->Remove(address_, opening_);
 }
 
-// BlueZ would take the subscription up again, and the connection too, by itself.
+// Without these calls BlueZ would renew the subscription and the connection by itself.
 void BluezBleDevice::Disconnect() {
     if (notifying_) CallQuietly(characteristic_, kBluezCharacteristic, "StopNotify");
     CallQuietly(path_, kBluezDevice, "Disconnect");
 }
 
-// A service that is mute is waited for once, not for every call of every dongle.
+// If BlueZ does not answer, only the first call waits for it, not every call of every dongle.
 void BluezBleDevice::CallQuietly(const std::string& path, const char* interface,
                                  const char* method) {
     try {
-        bus_->Call({path, interface, method, bus_->answers() ? kCloseLimit : kCloseLimitOfMute});
+        const BluezLimits& limits = GetBluezLimits();
+        bus_->Call(
+            {path, interface, method, bus_->answers() ? limits.close_ms : limits.close_mute_ms});
     } catch (const BleError& error) {
         LogFailure(method, error);
     }
@@ -131,17 +126,17 @@ void BluezBleDevice::CallQuietly(const std::string& path, const char* interface,
 
 // ---------------------------------------------------------------- signals
 
-void BluezBleDevice::Note(std::atomic<bool>* flag, bool value) {
+void BluezBleDevice::UpdateFlag(std::atomic<bool>* flag, bool value) {
     *flag = value;
-    bus_->Announce();
+    bus_->WakeWaiters();
 }
 
-void BluezBleDevice::NoteState(const BluezProperties& properties) {
-    if (properties.services_resolved) Note(&resolved_, *properties.services_resolved);
+void BluezBleDevice::UpdateState(const BluezProperties& properties) {
+    if (properties.services_resolved) UpdateFlag(&resolved_, *properties.services_resolved);
     if (!properties.connected) return;
     const bool was_connected = connected_;
-    Note(&connected_, *properties.connected);
-    if (was_connected && !*properties.connected) TellLost();
+    UpdateFlag(&connected_, *properties.connected);
+    if (was_connected && !*properties.connected) ReportLost();
 }
 
 void BluezBleDevice::SetHandler(Handler* handler) {
@@ -149,20 +144,20 @@ void BluezBleDevice::SetHandler(Handler* handler) {
     handler_ = handler;
 }
 
-void BluezBleDevice::TellLost() {
+void BluezBleDevice::ReportLost() {
     const LockGuard hold(handler_lock_);
     if (lost_.exchange(true)) return;
-    bus_->Announce();
+    bus_->WakeWaiters();
     if (handler_ != nullptr) handler_->Lost();
 }
 
 void BluezBleDevice::ObjectRemoved(const std::string& path, const std::string& interface) {
-    if (path == path_ && interface == kBluezDevice) TellLost();
+    if (path == path_ && interface == kBluezDevice) ReportLost();
 }
 
 void BluezBleDevice::Changed(const BluezObject& object) {
     if (object.path == path_ && object.interface == kBluezDevice) {
-        NoteState(object.properties);
+        UpdateState(object.properties);
         return;
     }
     const LockGuard hold(handler_lock_);
@@ -176,7 +171,7 @@ void BluezBleDevice::Changed(const BluezObject& object) {
 bool BluezBleDevice::TryConnect(bool* aborted) {
     *aborted = false;
     try {
-        bus_->Call({path_, kBluezDevice, "Connect", kConnectLimit, Cancel::kObeyed});
+        bus_->Call({path_, kBluezDevice, "Connect", GetBluezLimits().connect_ms, Cancel::kObeyed});
     } catch (const BluezError& error) {
         if (error.Is("AlreadyConnected")) return true;
         if (error.IsRefused() || error.Is("NotReady")) throw;
@@ -187,32 +182,33 @@ bool BluezBleDevice::TryConnect(bool* aborted) {
     return true;
 }
 
-// The answer is taken in on the bus's thread, in its place among the signals.
+// The bus's thread handles the answer in its order among the signals.
 void BluezBleDevice::AskForState() {
     bus_->Call(
-        {path_, kProperties, "GetAll", kConnectedLimit, Cancel::kObeyed},
+        {path_, kProperties, "GetAll", GetBluezLimits().connected_ms, Cancel::kObeyed},
         [](sdbus::MethodCall& call) { call << std::string(kBluezDevice); },
         [this](sdbus::MethodReply& reply) {
             BluezPropertyMap properties;
             reply >> properties;
-            NoteState(BluezProperties(properties));
+            UpdateState(BluezProperties(properties));
         });
 }
 
-// BlueZ aborts an attempt that comes too soon after its own scan, and one that failed for a moment:
-// those are tried once more.
+// BlueZ aborts an attempt that comes too soon after its own scan, or that fails briefly: a second
+// attempt follows.
 bool BluezBleDevice::Connect() {
     bool aborted = false;
     if (!TryConnect(&aborted) && !(aborted && TryConnect(&aborted))) return false;
-    // An answer of success alone does not mean that there is a connection.
+    // Success of the call alone does not mean that there is a connection.
     AskForState();
-    return bus_->Await([this] { return connected_ || lost_; }, kConnectedLimit, Cancel::kObeyed) &&
+    return bus_->Await([this] { return connected_ || lost_; }, GetBluezLimits().connected_ms,
+                       Cancel::kObeyed) &&
            !lost_;
 }
 
 BleStatus BluezBleDevice::DiscoverServices() {
     const bool resolved = bus_->Await([this] { return resolved_ || lost_ || !connected_; },
-                                      kResolveLimit, Cancel::kObeyed);
+                                      GetBluezLimits().resolve_ms, Cancel::kObeyed);
     if (!resolved || lost_ || !connected_) return BleStatus::kUnreachable;
     objects_ = bus_->Objects(Cancel::kObeyed);
     return BleStatus::kSuccess;
@@ -229,7 +225,7 @@ bool BluezBleDevice::SelectService(const BleUuid& uuid) {
     return false;
 }
 
-// BlueZ has discovered them along with the services.
+// BlueZ has discovered the characteristics together with the services.
 BleStatus BluezBleDevice::DiscoverCharacteristics() {
     return lost_ ? BleStatus::kUnreachable : BleStatus::kSuccess;
 }
@@ -250,15 +246,15 @@ bool BluezBleDevice::SelectCharacteristic(const BleUuid& uuid) {
 BleStatus BluezBleDevice::Subscribe(Handler& handler) {
     SetHandler(&handler);
     try {
-        bus_->Call({characteristic_, kBluezCharacteristic, "StartNotify", kSubscribeLimit,
-                    Cancel::kObeyed});
+        bus_->Call({characteristic_, kBluezCharacteristic, "StartNotify",
+                    GetBluezLimits().subscribe_ms, Cancel::kObeyed});
         notifying_ = true;
     } catch (const BluezError& error) {
         SetHandler(nullptr);
         LogFailure("StartNotify", error);
         return StatusOf(error);
     }
-    // Nobody was told of a loss that came before.
+    // A loss before the handler was set has not been reported.
     return lost_ ? BleStatus::kUnreachable : BleStatus::kSuccess;
 }
 
@@ -273,7 +269,7 @@ BleStatus BluezBleDevice::Write(std::span<const std::uint8_t> value) {
         return BleStatus::kProtocolError;
     }
     try {
-        bus_->Call({characteristic_, kBluezCharacteristic, "WriteValue", kWriteLimit},
+        bus_->Call({characteristic_, kBluezCharacteristic, "WriteValue", GetBluezLimits().write_ms},
                    [&value](sdbus::MethodCall& call) {
                        call << std::vector<std::uint8_t>(value.begin(), value.end())
                             << std::map<std::string, sdbus::Variant>{

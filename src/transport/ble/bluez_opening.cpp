@@ -5,7 +5,7 @@
 #include "platform/process.h"
 #include "platform/tick.h"
 #include "transport/ble/ble_share.h"
-#include "transport/ble/ble_state.h"
+#include "transport/ble/ble_text.h"
 
 namespace tarvik {
 
@@ -37,8 +37,8 @@ void BluezOpening::Run(void* share) {
     opening->changed_.WakeAll();
 }
 
-bool BluezOpening::AwaitEnd(std::chrono::milliseconds limit) {
-    const std::uint64_t deadline = TickMs() + static_cast<std::uint64_t>(limit.count());
+bool BluezOpening::AwaitEnd(std::uint32_t limit_ms) {
+    const std::uint64_t deadline = TickMs() + limit_ms;
     const LockGuard hold(lock_);
     for (;;) {
         if (over_) return true;
@@ -48,8 +48,8 @@ bool BluezOpening::AwaitEnd(std::chrono::milliseconds limit) {
     }
 }
 
-std::shared_ptr<BluezBus> BluezOpening::Await(std::chrono::milliseconds limit) {
-    if (!AwaitEnd(limit)) {
+std::shared_ptr<BluezBus> BluezOpening::Await(std::uint32_t limit_ms) {
+    if (!AwaitEnd(limit_ms)) {
         OsKeepLibraryLoaded();
         return nullptr;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -10,26 +10,26 @@
 
 namespace tarvik {
 
-// Connecting the message bus, on a thread of its own: a bus that accepts and then says nothing
-// holds whoever connects it for as long as the system's library pleases.
+// Connects the message bus on a thread of its own: a bus that accepts the connection and then stays
+// silent blocks its caller for as long as the system's library likes.
 class BluezOpening {
 public:
-    // Throws BleError when there is no thread.
+    // Throws a BleError if the thread cannot be started.
     static std::shared_ptr<BluezOpening> Begin();
     ~BluezOpening();
     BluezOpening() = default;
     BluezOpening(const BluezOpening&) = delete;
     BluezOpening& operator=(const BluezOpening&) = delete;
 
-    // For one caller at a time. Null: it is still under way. Throws BleError when it has failed.
-    std::shared_ptr<BluezBus> Await(std::chrono::milliseconds limit);
+    // For one caller at a time. Null: it has not finished in time. Throws a BleError if it failed.
+    std::shared_ptr<BluezBus> Await(std::uint32_t limit_ms);
 
 private:
     static void Run(void* share);
-    bool AwaitEnd(std::chrono::milliseconds limit);
+    bool AwaitEnd(std::uint32_t limit_ms);
 
     OsThread* thread_ = nullptr;
-    OsLock lock_;  // guards what follows
+    OsLock lock_;  // guards everything below
     OsCondition changed_;
     bool over_ = false;
     std::shared_ptr<BluezBus> bus_;  // null: it failed

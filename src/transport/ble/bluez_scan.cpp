@@ -1,21 +1,21 @@
+#include "transport/ble/bluez_scan.h"
+
 #include <map>
 #include <utility>
 
 #include "support/log.h"
-#include "transport/ble/bluez_radio.h"
+#include "transport/ble/bluez_limits.h"
+#include "transport/ble/bluez_objects.h"
 
 namespace tarvik {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds kCallLimit{5'000};
 constexpr std::int32_t kStarted = 1;
 constexpr std::int32_t kStopped = 3;
-constexpr std::int16_t kUnknownRssi = 127;  // as Bluetooth itself says "not known"
+constexpr std::int16_t kUnknownRssi = 127;  // Bluetooth's own value for "not known"
 
-// Discovery through BlueZ. It keeps objects of devices that it has seen before: only a signal
-// strength that is told while this scan runs is a sign that the device is there.
+// Discovery through BlueZ. BlueZ keeps objects of devices that it has seen before: a device counts
+// as present only if its signal strength is signalled while this scan runs.
 class BluezScan final : public BleScan, private BluezListener {
 public:
     BluezScan(std::shared_ptr<BluezBus> bus, std::shared_ptr<BluezOpenDevices> open_devices,
@@ -35,8 +35,8 @@ private:
     };
 
     void StartDiscovery();
-    void Take(const std::vector<BluezObject>& objects);
-    void TakeKnown(const BluezProperties& properties, Seen* device);
+    void ReadKnownObjects(const std::vector<BluezObject>& objects);
+    void ReadKnownDevice(const BluezProperties& properties, Seen* device);
     void Advertise(const std::string& path);
 
     void ObjectAdded(const BluezObject& object) override;
@@ -48,10 +48,10 @@ private:
     Handler& handler_;
     bool started_ = false;
 
-    OsLock lock_;          // guards what follows; the handler is called inside, the bus is not
-    std::string adapter_;  // the one that scans; empty until it is known. Changed by Start alone
+    OsLock lock_;  // guards everything below; held for the handler, never for calls of the bus
+    std::string adapter_;  // the one that scans; empty until it is known. Only Start changes it
     bool service_gone_ = false;
-    std::map<std::string, Seen> devices_;  // by their paths
+    std::map<std::string, Seen> devices_;  // by path
 };
 
 BluezScan::~BluezScan() {
@@ -63,51 +63,52 @@ BluezScan::~BluezScan() {
     }
 }
 
-// Signals are listened to before anything is asked, so that nothing is missed between the two.
+// Listens to signals before it reads the objects, so that no signal between the two is missed.
 void BluezScan::Start() {
     bus_->Add(this);
-    Take(bus_->Objects());
+    ReadKnownObjects(bus_->Objects());
     started_ = true;
     StartDiscovery();
 }
 
 void BluezScan::StartDiscovery() {
-    bus_->Call({adapter_, kBluezAdapter, "SetDiscoveryFilter", kCallLimit},
+    bus_->Call({adapter_, kBluezAdapter, "SetDiscoveryFilter", GetBluezLimits().discovery_ms},
                [](sdbus::MethodCall& call) {
                    call << std::map<std::string, sdbus::Variant>{
                        {"Transport", sdbus::Variant(std::string("le"))},
                        {"DuplicateData", sdbus::Variant(true)}};
                });
     try {
-        bus_->Call({adapter_, kBluezAdapter, "StartDiscovery", kCallLimit});
+        bus_->Call({adapter_, kBluezAdapter, "StartDiscovery", GetBluezLimits().discovery_ms});
     } catch (const BluezError& error) {
-        if (!error.Is("InProgress")) throw;  // a session that was not ended goes on
+        if (!error.Is("InProgress")) throw;  // an earlier session was not ended; use that one
     }
 }
 
 void BluezScan::Stop() {
     if (!std::exchange(started_, false)) return;
     bus_->Remove(this);
-    bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", kCallLimit});
+    bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", GetBluezLimits().discovery_ms});
     const LockGuard hold(lock_);
     if (service_gone_) throw BleError("the Bluetooth service has gone during the scan");
 }
 
-// What BlueZ knows already, and what has been told meanwhile.
-void BluezScan::Take(const std::vector<BluezObject>& objects) {
+// Merges what BlueZ knew before the scan with what was signalled meanwhile.
+void BluezScan::ReadKnownObjects(const std::vector<BluezObject>& objects) {
     const LockGuard hold(lock_);
     adapter_ = PoweredAdapter(objects);
     for (const BluezObject& object : objects) {
-        if (object.interface == kBluezDevice) TakeKnown(object.properties, &devices_[object.path]);
+        if (object.interface == kBluezDevice)
+            ReadKnownDevice(object.properties, &devices_[object.path]);
     }
     for (const auto& [path, device] : devices_)
         Advertise(path);
 }
 
-// Under the lock, as the next. A signal is never older than what BlueZ knew when it was asked. A
-// signal strength from before the scan does not count, but a dongle that BlueZ keeps connected does
-// not advertise: one that an earlier process has left behind would never be found again.
-void BluezScan::TakeKnown(const BluezProperties& properties, Seen* device) {
+// Called under the lock. A signal is never older than what BlueZ returned. A signal strength from
+// before the scan does not count, except for a dongle that BlueZ keeps connected: it does not
+// advertise, so a dongle that an earlier process left connected would never be found again.
+void BluezScan::ReadKnownDevice(const BluezProperties& properties, Seen* device) {
     if (properties.address) device->address = BluezAddress(*properties.address);
     if (!device->name) device->name = properties.name;
     if (!properties.connected.value_or(false) || !device->address || device->rssi) return;
@@ -115,6 +116,7 @@ void BluezScan::TakeKnown(const BluezProperties& properties, Seen* device) {
     device->rssi = properties.rssi.value_or(kUnknownRssi);
 }
 
+// Called under the lock.
 void BluezScan::Advertise(const std::string& path) {
     const Seen& device = devices_[path];
     if (!device.address || !device.rssi) return;
@@ -134,7 +136,7 @@ void BluezScan::Changed(const BluezObject& object) {
     if (properties.address) seen.address = BluezAddress(*properties.address);
     if (properties.name) seen.name = properties.name;
     if (properties.rssi) seen.rssi = properties.rssi;
-    // The name may come after the strength, in a signal of its own.
+    // The name may come after the signal strength, in another signal.
     if (properties.rssi || properties.name) Advertise(object.path);
 }
 

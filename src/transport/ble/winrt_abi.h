@@ -1,8 +1,8 @@
 #pragma once
 
-// The Windows Runtime's interfaces as far as Bluetooth LE needs them, as tables of functions. The
-// compiler's own headers have none of them. Each table begins with the six functions of
-// IInspectable; unused functions are counted, so that the others stand in their slots.
+// The Windows Runtime's interfaces that Bluetooth LE needs, as tables of functions. MinGW's headers
+// do not have them. Each table begins with the six functions of IInspectable; unused functions are
+// placeholders that keep the others in their slots.
 
 #include <windows.h>
 
@@ -18,7 +18,7 @@ template <typename Interface, typename... Parameters>
 using Method = HRESULT(STDMETHODCALLTYPE*)(Interface* self, Parameters...);
 using Unused = void (*)();
 
-// The tables' common beginning; Inspectable also stands for objects of which no more is known.
+// The common beginning of the tables. Also used for objects of unknown type.
 struct Inspectable {
     struct Table {
         Method<Inspectable, const IID&, void**> QueryInterface;
@@ -65,8 +65,8 @@ TARVIK_ASSERT_SLOT(AsyncInfo, get_ErrorCode, 8);
 TARVIK_ASSERT_SLOT(AsyncInfo, Cancel, 9);
 TARVIK_ASSERT_SLOT(AsyncInfo, Close, 10);
 
-// Result: a pointer to the default interface of a class, or an enumeration. kCompletedIid is that
-// of its AsyncOperationCompletedHandler; each instantiation has one of its own.
+// Result: a pointer to a class's default interface, or an enumeration. kCompletedIid is the id of
+// its AsyncOperationCompletedHandler, which differs for each Result.
 template <typename Result>
 struct AsyncOperation {
     static const IID kCompletedIid;
@@ -92,7 +92,7 @@ struct Closable {
 };
 TARVIK_ASSERT_SLOT(Closable, Close, 6);
 
-// IVector and IVectorView begin alike.
+// IVector and IVectorView begin with the same functions.
 template <typename Item>
 struct Vector {
     struct Table {
@@ -120,7 +120,7 @@ struct Buffer {
 };
 TARVIK_ASSERT_SLOT(Buffer, get_Length, 7);
 
-// A classic interface: three functions before its own.
+// A classic COM interface: its own functions follow the three of IUnknown.
 struct BufferByteAccess {
     static constexpr IID kIid = {
         0x905A0FEF, 0xBC53, 0x11DF, {0x8C, 0x49, 0x00, 0x1E, 0x4F, 0xC6, 0x86, 0xDA}};
@@ -365,7 +365,7 @@ struct Device3 {
 };
 TARVIK_ASSERT_SLOT(Device3, GetGattServicesWithCacheModeAsync, 9);
 
-// What the class itself offers, through its factory.
+// The static functions of the class, reached through its factory.
 struct DeviceStatics {
     static constexpr IID kIid = {
         0xC8CF1A19, 0xF0B6, 0x4BF0, {0x86, 0x89, 0x41, 0x30, 0x3D, 0xE2, 0xD9, 0xF4}};

@@ -8,8 +8,8 @@
 
 namespace tarvik::winrt {
 
-// The end of one operation. The operation's delegate has a share of it, as it may come too late for
-// the one who waits.
+// The end of one operation. Shared with the operation's delegate, which may be called after the
+// waiter has given up.
 class Completion {
 public:
     Completion();
@@ -18,17 +18,17 @@ public:
     Completion& operator=(const Completion&) = delete;
 
     void Set(AsyncState state);
-    // Throws a BleError unless the operation succeeds within the time, and before `give_up` is set
-    // if there is such an event. Otherwise it is cancelled.
+    // Throws a BleError unless the operation succeeds in time and before `give_up`, which may be
+    // null, is set. Cancels an operation that it does not wait for any longer.
     void Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms, OsEvent* give_up);
 
 private:
     OsEvent* event_;
-    AsyncState state_ = AsyncState::kStarted;  // before the event is set
+    AsyncState state_ = AsyncState::kStarted;  // written before the event is set
 };
 
-// Waits for the operation and returns its result, a reference of which belongs to the caller. Not
-// for threads in a single-threaded apartment.
+// Waits for the operation and returns its result, of which the caller owns one reference. Not for
+// threads in a single-threaded apartment.
 template <typename Result>
 Result Await(const Pointer<AsyncOperation<Result>>& operation, std::int32_t limit_ms,
              OsEvent* give_up = nullptr) {

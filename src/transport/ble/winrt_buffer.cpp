@@ -6,7 +6,6 @@
 #include <vector>
 
 namespace tarvik::winrt {
-
 namespace {
 
 class BufferInterface : public ::IInspectable {
@@ -21,8 +20,7 @@ public:
     virtual HRESULT STDMETHODCALLTYPE Buffer(std::uint8_t** bytes) = 0;
 };
 
-// Made here rather than by the system's class: that would be one more object to activate and to ask
-// for its interfaces with every packet.
+// Our own class: the system's would be one more object to activate and query for every packet.
 class ByteBuffer final : public BufferInterface, public ByteAccessInterface {
 public:
     explicit ByteBuffer(std::span<const std::uint8_t> bytes) : bytes_(bytes.begin(), bytes.end()) {}
@@ -46,7 +44,7 @@ public:
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetRuntimeClassName(HSTRING* name) override {
-        *name = nullptr;  // the empty string
+        *name = nullptr;  // an empty string
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE GetTrustLevel(TrustLevel* level) override {
@@ -61,7 +59,7 @@ public:
     HRESULT STDMETHODCALLTYPE get_Length(std::uint32_t* length) override {
         return get_Capacity(length);
     }
-    // It is full from the start, and only read.
+    // The buffer is full from the start, and only read.
     HRESULT STDMETHODCALLTYPE put_Length(std::uint32_t length) override {
         return length == bytes_.size() ? S_OK : E_INVALIDARG;
     }

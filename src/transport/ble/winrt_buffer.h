@@ -10,7 +10,7 @@ namespace tarvik::winrt {
 // A new buffer with a copy of the bytes.
 Pointer<Buffer> MakeBuffer(std::span<const std::uint8_t> bytes);
 
-// The bytes in a buffer, which live as long as it does.
+// The bytes in the buffer, valid as long as the buffer lives.
 std::span<const std::uint8_t> BytesOf(const Pointer<Buffer>& buffer);
 
 }  // namespace tarvik::winrt

@@ -9,7 +9,7 @@
 
 namespace tarvik::winrt {
 
-// Lets calls in until it is closed.
+// Admits calls until it is closed.
 class Gate {
 public:
     bool Enter() {
@@ -21,7 +21,7 @@ public:
         const LockGuard hold(lock_);
         if (--inside_ == 0) empty_.WakeAll();
     }
-    // Returns once nobody is inside. Never called from inside.
+    // Returns when the calls inside have left. Must not be called from inside.
     void Close() {
         const LockGuard hold(lock_);
         closed_ = true;
@@ -32,21 +32,21 @@ public:
 private:
     OsLock lock_;
     OsCondition empty_;
-    bool closed_ = false;  // guarded by lock_, as is the next
-    int inside_ = 0;
+    bool closed_ = false;  // guarded by lock_
+    int inside_ = 0;       // guarded by lock_
 };
 
-// How many delegates there are. The runtime may hold one for longer than its owner, and its calls
-// take code of this library.
+// The number of delegates. The runtime may keep one longer than its owner does, and calls into this
+// library.
 inline std::atomic<int> delegates_alive{0};
 
-// A function that the runtime calls, on any thread and perhaps on several at once.
+// A function that the runtime calls, on any thread, possibly on several at once.
 template <typename First, typename Second>
 class Delegate final : public IUnknown {
 public:
     using Body = std::function<void(First, Second)>;  // throws nothing
 
-    // The one reference belongs to the caller.
+    // The caller owns the first reference.
     Delegate(const IID& iid, Body body) : iid_(iid), body_(std::move(body)) { ++delegates_alive; }
     Delegate(const Delegate&) = delete;
     Delegate& operator=(const Delegate&) = delete;
@@ -66,7 +66,7 @@ public:
         if (left == 0) delete this;
         return left;
     }
-    // Behind the three functions of IUnknown, so nothing virtual may stand before it here.
+    // Must be the first virtual function after the three of IUnknown.
     virtual HRESULT STDMETHODCALLTYPE Invoke(First first, Second second) noexcept {
         if (gate_.Enter()) {
             body_(first, second);
@@ -75,7 +75,7 @@ public:
         return S_OK;
     }
 
-    // Once it has returned the body does not run any more.
+    // The body does not run after Close has returned.
     void Close() { gate_.Close(); }
 
 private:
@@ -87,7 +87,7 @@ private:
     std::atomic<ULONG> references_{1};
 };
 
-// A handler of an event of `Source`, between Begin and End.
+// Handles an event of `Source` between Begin and End.
 template <typename Source, typename Arguments>
 class EventHandler {
 public:
@@ -100,7 +100,7 @@ public:
     EventHandler& operator=(const EventHandler&) = delete;
     ~EventHandler() { End(); }
 
-    // `iid` is that of the event's delegate; `body` throws nothing.
+    // `iid`: of the event's delegate type. `body` throws nothing.
     void Begin(const Pointer<Source>& source, Add add, Remove remove, const IID& iid,
                std::function<void(Arguments*)> body) {
         delegate_ = new EventDelegate(
@@ -115,8 +115,8 @@ public:
         remove_ = remove;
     }
 
-    // Once it has returned the body does not run any more. Events may still arrive for a while
-    // after their handler was removed.
+    // The body does not run after End has returned. The delegate is closed first, because events
+    // may still arrive for a while after their handler was removed.
     void End() noexcept {
         if (delegate_ == nullptr) return;
         delegate_->Close();

@@ -6,7 +6,7 @@
 
 namespace tarvik::winrt {
 
-// Throws a BleError with the system's text when `result` is a failure.
+// Throws a BleError with the system's text if `result` is a failure.
 void Check(HRESULT result);
 
 // A reference to an object of the runtime.
@@ -32,7 +32,7 @@ public:
 
     explicit operator bool() const { return object_ != nullptr; }
     Interface* Get() const { return object_; }
-    // Where a function puts a new reference. The pointer is empty before.
+    // Where a function stores a new reference. The pointer must be empty.
     Interface** Receive() { return &object_; }
     void Swap(Pointer& other) noexcept { std::swap(object_, other.object_); }
 
@@ -58,7 +58,7 @@ private:
     Interface* object_ = nullptr;
 };
 
-// Calls a function of the object's table. Throws a BleError when it fails.
+// Calls a function of the object's table. Throws a BleError if it fails.
 template <typename Interface, typename Function, typename... Arguments>
 void Call(Interface* object, Function Interface::Table::*function, Arguments... arguments) {
     Check((object->table->*function)(object, arguments...));
@@ -69,7 +69,7 @@ void Call(const Pointer<Interface>& object, Function Interface::Table::*function
     Call(object.Get(), function, arguments...);
 }
 
-// Many objects hold something of the system until they are closed, whoever still refers to them.
+// Releases what the object holds of the system, even if others still refer to the object.
 template <typename Interface>
 void CloseObject(const Pointer<Interface>& object) noexcept {
     Pointer<Closable> closable;

@@ -11,14 +11,16 @@ namespace tarvik::winrt {
 
 // ---------------------------------------------------------------- errors
 
-static std::string Utf8(const wchar_t* text, int length) {
+namespace {
+
+std::string Utf8(const wchar_t* text, int length) {
     const int size = ::WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
     std::string utf8(static_cast<std::size_t>(size), '\0');
     ::WideCharToMultiByte(CP_UTF8, 0, text, length, utf8.data(), size, nullptr, nullptr);
     return utf8;
 }
 
-static std::string SystemText(HRESULT result) {
+std::string SystemText(HRESULT result) {
     wchar_t text[256];
     DWORD length = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                                     nullptr, static_cast<DWORD>(result), 0, text, 256, nullptr);
@@ -27,22 +29,24 @@ static std::string SystemText(HRESULT result) {
     return length == 0 ? "The system reported an error" : Utf8(text, static_cast<int>(length));
 }
 
-static BleError ErrorOf(HRESULT result, const std::string& text) {
+BleError ErrorOf(HRESULT result, const std::string& text) {
     char number[sizeof " (0x00000000)"];
     std::snprintf(number, sizeof number, " (0x%08X)", static_cast<unsigned>(result));
     return BleError(text + number);
 }
 
-void Check(HRESULT result) {
-    if (FAILED(result)) throw ErrorOf(result, SystemText(result));
-}
-
-// A class that is not registered belongs to a Windows that is too old for it.
-static void CheckClass(HRESULT result) {
+// If a class is not registered, this Windows is too old to have it.
+void CheckClass(HRESULT result) {
     if (result == REGDB_E_CLASSNOTREG) {
         throw ErrorOf(result, "Bluetooth LE is not available in this version of Windows");
     }
     Check(result);
+}
+
+}  // namespace
+
+void Check(HRESULT result) {
+    if (FAILED(result)) throw ErrorOf(result, SystemText(result));
 }
 
 // ---------------------------------------------------------------- entry points
@@ -73,8 +77,8 @@ Runtime::Runtime()
 
 Runtime::~Runtime() { ::FreeLibrary(module_); }
 
-// A thread that its program has already put into an apartment of its own stays there: the classes
-// used here may be called from every kind. It is not left either, then.
+// A thread that its program has already put into an apartment stays there, and LeaveThread does
+// nothing: the classes used here may be called from any apartment.
 void Runtime::EnterThread() {
     const HRESULT result = initialize_(RO_INIT_MULTITHREADED);
     if (result == RPC_E_CHANGED_MODE) return;

@@ -13,11 +13,11 @@
 
 namespace tarvik::winrt {
 
-// The system's entry into the Windows Runtime. Its functions are looked up, so that the library
-// loads on systems that do not have them.
+// The functions that give access to the Windows Runtime. They are looked up at run time, so that
+// the library loads on systems without them.
 class Runtime {
 public:
-    Runtime();  // throws a BleError where there is no Windows Runtime
+    Runtime();  // throws a BleError if there is no Windows Runtime
     ~Runtime();
     Runtime(const Runtime&) = delete;
     Runtime& operator=(const Runtime&) = delete;
@@ -30,7 +30,7 @@ public:
     Pointer<Interface> Activate(const wchar_t* class_name) {
         return Activate(class_name).Query<Interface>();
     }
-    // What the class itself offers.
+    // The static functions of the class.
     template <typename Statics>
     Pointer<Statics> Factory(const wchar_t* class_name) {
         return Pointer<Statics>(static_cast<Statics*>(Factory(class_name, Statics::kIid)));
@@ -53,7 +53,7 @@ private:
     decltype(&::WindowsDeleteString) delete_string_ = nullptr;
 
     OsLock lock_;
-    std::map<std::uint32_t, int> entered_;  // by thread id, how often; guarded by lock_
+    std::map<std::uint32_t, int> entered_;  // number of entries by thread id; guarded by lock_
 };
 
 }  // namespace tarvik::winrt

@@ -9,9 +9,9 @@
 
 namespace tarvik::test {
 
-inline constexpr std::uint32_t kScanMs = 20;
+inline constexpr std::uint32_t kScanMs = 1;  // the fake radio reports all dongles at once
 
-// The transport in front of the fake radio.
+// The transport on the fake radio.
 class BleFixture : public BleTransportFixture {
 protected:
     void SetUp() override {
@@ -29,7 +29,7 @@ protected:
     static std::vector<DeviceReport> Scan(std::uint32_t timeout_ms = kScanMs) {
         return ScanFor(timeout_ms);
     }
-    // The queues of the one dongle that a scan finds. All that the scan sent has been sent.
+    // The queues of the one dongle that a scan finds. Returns after the scan's IDEN has been sent.
     static DeviceQueues* Connect() {
         LogCapture log;
         const std::vector<DeviceReport> reports = Scan();

@@ -1,11 +1,12 @@
-// The transport over BlueZ: what goes wrong there. Run with a dongle on the air and org.bluez on a
-// private bus.
+// The transport over BlueZ: failures of the service and the bus. Runs with a simulated dongle and
+// org.bluez on a private bus.
 #include <sdbus-c++/sdbus-c++.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -15,18 +16,40 @@
 #include "unit/ble/transport_fixture.h"
 #include "unit/link/link_support.h"
 #include "unit/test_system.h"
-#include "unit/transport/answer_wait.h"
 
-namespace tarvik::test {
+// The back end's time limits: the library's own, unless a test shortens them.
+#define GetBluezLimits LibraryBluezLimits
+#include "transport/ble/bluez_limits.cpp"
+#undef GetBluezLimits
 
-// The simulated dongle always answers, as soon as the machine lets it.
-std::uint32_t TimeForAnswer(DeviceQueues*, std::uint32_t, std::uint32_t timeout_ms) {
-    return timeout_ms * 20;
-}
-
+namespace tarvik {
 namespace {
 
-constexpr std::uint32_t kScanMs = 400;  // some advertisements
+std::atomic<const BluezLimits*> shortened{nullptr};
+
+}  // namespace
+
+const BluezLimits& GetBluezLimits() {
+    const BluezLimits* limits = shortened;
+    return limits != nullptr ? *limits : LibraryBluezLimits();
+}
+
+namespace test {
+namespace {
+
+// Uses these limits while it lives.
+class ShortLimits {
+public:
+    explicit ShortLimits(const BluezLimits& limits) : limits_(limits) { shortened = &limits_; }
+    ~ShortLimits() { shortened = nullptr; }
+    ShortLimits(const ShortLimits&) = delete;
+    ShortLimits& operator=(const ShortLimits&) = delete;
+
+private:
+    const BluezLimits limits_;
+};
+
+constexpr std::uint32_t kScanMs = 60;  // some advertisements
 constexpr std::uint32_t kTypeTest = TypeCode("TEST");
 constexpr std::uint64_t kDongle = 0x0242524E5801;
 
@@ -44,6 +67,7 @@ protected:
     void SetUp() override {
         bluez_.Command("start");
         radio_.Reset();
+        radio_.Command(R"(radio {"interval_ms": 10})");
         BleTransportFixture::SetUp();
     }
     void TearDown() override {
@@ -53,7 +77,7 @@ protected:
     }
 
     static std::vector<DeviceReport> Scan() { return ScanFor(kScanMs); }
-    // One that hears the dongle: on a busy machine not every scan does.
+    // A scan that hears the dongle: on a busy machine not every scan does.
     static std::vector<DeviceReport> ScanThatHears() {
         std::vector<DeviceReport> reports;
         EXPECT_TRUE(Eventually([&] {
@@ -63,7 +87,7 @@ protected:
         }));
         return reports;
     }
-    // A dongle is found, within some scans: after a loss it takes a moment to advertise again.
+    // Scans until the dongle is found: after a loss it takes a moment to advertise again.
     static DeviceQueues* Connect() {
         std::vector<DeviceReport> reports;
         Eventually([&] {
@@ -73,27 +97,37 @@ protected:
         EXPECT_EQ(reports.size(), 1u);
         return reports.empty() ? nullptr : reports[0].queues;
     }
-    // A scan that finds nothing, and the line that says why.
+    // A scan that finds nothing and logs the reason.
     void ExpectScanFails(const std::string& why) {
         LogCapture log;
         EXPECT_EQ(Scan().size(), 0u);
         EXPECT_TRUE(log.Mentions("[BLE] BLE scanning failed: " + why)) << log.Text();
     }
-    // The same for a scan during which something happens that ends it.
+    // As above, for a scan that an event ends.
     template <typename Event>
     void ExpectScanFailsWhen(Event happens) {
-        FakeTick tick(TickMs());  // it lasts until that has happened
+        FakeTick tick(TickMs());  // the scan lasts until `happens` has returned
         Thread scan([this] { ExpectScanFails(""); });
         EXPECT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
         happens();
         tick.Advance(kScanMs);
     }
-    // The radio answers before the service has heard of it.
+    // The radio's command returns before the service knows of the change.
     void SwitchAdapter(const std::string& state) {
         radio_.Command("adapter " + state);
         EXPECT_TRUE(Eventually([&] { return bluez_.Command("adapter") == state; }));
     }
     void ExpectScanWorks() { EXPECT_NE(Connect(), nullptr); }
+    // `lose` loses the connected dongle. After `restore` a scan finds it with the same queues.
+    template <typename Lose, typename Restore>
+    void ExpectLostAndFound(Lose lose, Restore restore) {
+        DeviceQueues* queues = Connect();
+        ASSERT_NE(queues, nullptr);
+        lose();
+        EXPECT_TRUE(Eventually([&] { return !queues->available; }));
+        restore();
+        EXPECT_EQ(Connect(), queues);
+    }
     bool Logs(const std::string& line) {
         return Eventually([&] { return log_.Has(line); });
     }
@@ -105,27 +139,27 @@ protected:
 
 // ---------------------------------------------------------------- scanning
 
-TEST_F(BluezTest, WithoutAnAdapterAScanSaysSoAndTheNextOneTriesAnew) {
+TEST_F(BluezTest, ScanWithoutAnAdapterFailsAndTheNextOneTriesAgain) {
     SwitchAdapter("absent");
     ExpectScanFails("there is no Bluetooth adapter");
     SwitchAdapter("on");
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, WithTheAdapterSwitchedOffAScanSaysSo) {
+TEST_F(BluezTest, ScanWithTheAdapterSwitchedOffFails) {
     SwitchAdapter("off");
     ExpectScanFails("the Bluetooth adapter is switched off");
     SwitchAdapter("on");
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, AdapterThatIsSwitchedOffDuringTheScanEndsIt) {
+TEST_F(BluezTest, SwitchingTheAdapterOffEndsTheScan) {
     ExpectScanFailsWhen([this] { SwitchAdapter("off"); });
     SwitchAdapter("on");
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, WithoutPermissionAScanSaysSo) {
+TEST_F(BluezTest, ScanWithoutPermissionFails) {
     bluez_.Fail(1, "StartDiscovery", "org.freedesktop.DBus.Error.AccessDenied", "rejected");
     ExpectScanFails("no permission to use the Bluetooth service (rejected)");
     bluez_.Fail(1, "SetDiscoveryFilter", "org.bluez.Error.NotAuthorized", "not you");
@@ -133,30 +167,30 @@ TEST_F(BluezTest, WithoutPermissionAScanSaysSo) {
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, AdapterThatIsNotReadySaysSo) {
+TEST_F(BluezTest, ScanFailsWhenTheAdapterIsNotReady) {
     bluez_.Fail(1, "StartDiscovery", "org.bluez.Error.NotReady", "Resource Not Ready");
     ExpectScanFails("the Bluetooth adapter is switched off (Resource Not Ready)");
 }
 
-TEST_F(BluezTest, OtherErrorsAreLoggedAsTheyCome) {
+TEST_F(BluezTest, OtherErrorsAreLoggedUnchanged) {
     bluez_.Fail(1, "StartDiscovery", "org.bluez.Error.Failed", "out of luck");
     ExpectScanFails("org.bluez.Error.Failed: out of luck");
 }
 
-TEST_F(BluezTest, WithoutTheServiceAScanSaysSoAndItMayStartLater) {
+TEST_F(BluezTest, ScanWithoutTheServiceFailsUntilTheServiceStarts) {
     bluez_.Command("stop");
     ExpectScanFails("the Bluetooth service is not running");
     bluez_.Command("start");
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, ServiceThatEndsDuringTheScanEndsIt) {
+TEST_F(BluezTest, StoppingTheServiceEndsTheScan) {
     ExpectScanFailsWhen([this] { bluez_.Command("stop"); });
     bluez_.Command("start");
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, ServiceThatIsRestartedDuringTheScanEndsIt) {
+TEST_F(BluezTest, RestartingTheServiceEndsTheScan) {
     ExpectScanFailsWhen([this] {
         bluez_.Command("stop");
         bluez_.Command("start");
@@ -164,7 +198,7 @@ TEST_F(BluezTest, ServiceThatIsRestartedDuringTheScanEndsIt) {
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, DeviceThatIsKnownButNotInReachIsNotFound) {
+TEST_F(BluezTest, KnownDeviceOutOfRangeIsNotFound) {
     ExpectScanWorks();
     radio_.Unplug();
     EXPECT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
@@ -179,7 +213,7 @@ TEST_F(BluezTest, DeviceThatIsKnownButNotInReachIsNotFound) {
 
 class BluezAdapters : public BluezTest {
 protected:
-    // A second adapter that is on or off and knows this device.
+    // Adds a second adapter, "on" or "off", that knows the device with this address.
     void Add(const std::string& second) {
         bluez_.Command("stop");
         bluez_.Command("start " + second);
@@ -191,12 +225,12 @@ protected:
     }
 };
 
-TEST_F(BluezAdapters, DongleThatTheOneSwitchedOffKnowsTooIsConnectedThroughTheOther) {
+TEST_F(BluezAdapters, DongleThatBothKnowIsConnectedThroughThePoweredOne) {
     Add("off 02:42:52:4E:58:01");
     EXPECT_EQ(ScanThatHears().size(), 1u) << log_.Text();
 }
 
-TEST_F(BluezAdapters, DongleThatOnlyTheOneNotUsedHearsIsNotFound) {
+TEST_F(BluezAdapters, DongleThatOnlyTheUnusedOneHearsIsNotFound) {
     Add("on 02:42:52:4E:58:FF");
     EXPECT_EQ(ScanThatHears().size(), 1u);
     EXPECT_TRUE(log_.Has("[BLE] Stopped BLE scanning, found 1 potential devices")) << log_.Text();
@@ -204,7 +238,7 @@ TEST_F(BluezAdapters, DongleThatOnlyTheOneNotUsedHearsIsNotFound) {
 
 // ---------------------------------------------------------------- the bus
 
-// Without a bus there is no need for the dongle's.
+// Replaces the address of the system bus while it lives.
 class BusAddress {
 public:
     explicit BusAddress(const std::string& address) {
@@ -218,12 +252,12 @@ private:
     const std::string before_ = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
 };
 
-TEST_F(BluezTest, WithoutAMessageBusAScanSaysSo) {
+TEST_F(BluezTest, ScanWithoutAMessageBusFails) {
     const BusAddress nowhere("unix:path=/nonexistent/bus");
     ExpectScanFails("the system's message bus cannot be reached");
 }
 
-// A bus of the test's own that can be ended.
+// A bus of the test's own, which the test can end.
 class OwnBus {
 public:
     OwnBus() {
@@ -251,7 +285,7 @@ private:
     std::string address_;
 };
 
-TEST_F(BluezTest, BusThatGoesIsConnectedAnewByTheNextScan) {
+TEST_F(BluezTest, ScanAfterTheBusWasLostConnectsItAgain) {
     {
         OwnBus bus;
         ASSERT_FALSE(bus.address().empty());
@@ -265,7 +299,7 @@ TEST_F(BluezTest, BusThatGoesIsConnectedAnewByTheNextScan) {
     ExpectScanWorks();
 }
 
-// A bus that accepts and says nothing.
+// A bus that accepts connections and never answers.
 class MuteBus {
 public:
     MuteBus() {
@@ -291,8 +325,11 @@ private:
     std::string address_;
 };
 
-TEST_F(BluezTest, BusThatDoesNotAnswerIsGivenUpAndHoldsNeitherScanNorEnd) {
+TEST_F(BluezTest, BusThatDoesNotAnswerBlocksNeitherScanNorDeinit) {
     {
+        BluezLimits limits = LibraryBluezLimits();
+        limits.open_bus_ms = 200;
+        const ShortLimits in_use(limits);
         const MuteBus bus;
         ASSERT_FALSE(bus.address().empty());
         const BusAddress mute(bus.address());
@@ -304,38 +341,41 @@ TEST_F(BluezTest, BusThatDoesNotAnswerIsGivenUpAndHoldsNeitherScanNorEnd) {
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, ServiceThatDoesNotAnswerIsGivenUp) {
+TEST_F(BluezTest, ScanFailsWhenTheServiceDoesNotAnswer) {
+    BluezLimits limits = LibraryBluezLimits();
+    limits.objects_ms = 200;
+    const ShortLimits in_use(limits);
     const OwnBus bus;
     ASSERT_FALSE(bus.address().empty());
     const BusAddress own(bus.address());
-    const auto mute = sdbus::createSystemBusConnection("org.bluez");  // nobody runs its loop
+    const auto mute = sdbus::createSystemBusConnection("org.bluez");  // its loop does not run
     ExpectScanFails("the Bluetooth service does not answer");
 }
 
 // ---------------------------------------------------------------- connecting
 
-TEST_F(BluezTest, AbortedConnectionIsTriedOnceMore) {
+TEST_F(BluezTest, AbortedConnectionIsTriedAgain) {
     bluez_.Fail(1, "Connect", "org.bluez.Error.Failed", "le-connection-abort-by-local");
     EXPECT_EQ(ScanThatHears().size(), 1u);
     EXPECT_TRUE(
         log_.Has("[BLE] Connect failed: org.bluez.Error.Failed: le-connection-abort-by-local"));
 }
 
-TEST_F(BluezTest, ConnectionThatIsAbortedTwiceHasFailed) {
+TEST_F(BluezTest, ConnectionAbortedTwiceFails) {
     bluez_.Fail(2, "Connect", "org.bluez.Error.Failed", "le-connection-abort-by-local");
     EXPECT_EQ(ScanThatHears().size(), 0u);
     EXPECT_TRUE(log_.Has("[BLE] Failed to connect to device"));
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, ConnectionThatIsRefusedIsNotTriedAgain) {
+TEST_F(BluezTest, RefusedConnectionIsNotTriedAgain) {
     bluez_.Fail(1, "Connect", "org.bluez.Error.Failed", "le-connection-refused");
     EXPECT_EQ(ScanThatHears().size(), 0u);
     EXPECT_TRUE(log_.Has("[BLE] Failed to connect to device"));
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, SubscriptionThatIsNotPermittedIsAccessDenied) {
+TEST_F(BluezTest, SubscriptionWithoutPermissionIsAccessDenied) {
     bluez_.Fail(1, "StartNotify", "org.bluez.Error.NotPermitted", "Notify acquired");
     StdoutCapture console;
     EXPECT_EQ(ScanThatHears().size(), 0u);
@@ -343,7 +383,7 @@ TEST_F(BluezTest, SubscriptionThatIsNotPermittedIsAccessDenied) {
     ExpectScanWorks();
 }
 
-TEST_F(BluezTest, DeviceThatAnotherProgramHasLeftConnectedIsFound) {
+TEST_F(BluezTest, DeviceThatAnotherProgramLeftConnectedIsFound) {
     ExpectScanWorks();
     kBleTransport.Deinit();
     const auto other = sdbus::createSystemBusConnection();
@@ -358,7 +398,7 @@ TEST_F(BluezTest, DeviceThatAnotherProgramHasLeftConnectedIsFound) {
 TEST_F(BluezTest, DeinitDoesNotWaitForADongleThatIsSlowToConnect) {
     radio_.Command(R"(radio {"connect_ms": 600000})");
     Thread scan([] { EXPECT_EQ(ScanThatHears().size(), 0u); });
-    // Given up before it has reached the service, an attempt ends without a word.
+    // An attempt that is given up before it reaches the service logs nothing.
     ASSERT_TRUE(
         Eventually([this] { return Contains(radio_.Command("radio"), "\"connecting\":true"); }));
     kBleTransport.Deinit();
@@ -366,8 +406,8 @@ TEST_F(BluezTest, DeinitDoesNotWaitForADongleThatIsSlowToConnect) {
     EXPECT_TRUE(log_.Has("[BLE] Connection error: connecting was given up"));
 }
 
-TEST_F(BluezTest, DeviceThatIsOpenedAnewIsLeftConnectedByTheOneBefore) {
-    ExpectScanWorks();  // BlueZ knows the dongle
+TEST_F(BluezTest, ClosingTheEarlierOfTwoDevicesKeepsTheConnection) {
+    ExpectScanWorks();  // now BlueZ knows the dongle
     kBleTransport.Deinit();
     const auto is_connected = [this] {
         return Contains(radio_.Command("radio"), "\"connected\":true");
@@ -382,10 +422,10 @@ TEST_F(BluezTest, DeviceThatIsOpenedAnewIsLeftConnectedByTheOneBefore) {
     EXPECT_TRUE(Eventually([&] { return !is_connected(); }));
 }
 
-// By a tick that the test can move far.
+// The tick follows real time; the test can also advance it.
 class BluezSlowDongle : public BluezTest {
 protected:
-    // The scan waits for the dongle: it alone looks at the tick again and again.
+    // The scan waits for the dongle: only it reads the tick repeatedly.
     bool ScanWaits() {
         if (!Logs("[BLE] Connecting to device: 02:42:52:4E:58:01")) return false;
         const std::uint64_t before = tick_.Reads();
@@ -407,14 +447,14 @@ protected:
     }};
 };
 
-TEST_F(BluezSlowDongle, IsConnectedByAnAttemptThatOutlivesItsScanAndFoundByTheNextOne) {
+TEST_F(BluezSlowDongle, IsConnectedAfterItsScanGaveUpAndFoundByTheNextScan) {
     radio_.Command(R"(radio {"connect_ms": 600000})");
     Thread scan([] { EXPECT_EQ(ScanThatHears().size(), 0u); });
     ASSERT_TRUE(ScanWaits());
     tick_.Advance(31'000);
     scan.Join();
     EXPECT_TRUE(log_.Has("[BLE] Connection timeout"));
-    EXPECT_EQ(Scan().size(), 0u) << "the service's answers wake who waits for others";
+    EXPECT_EQ(Scan().size(), 0u) << "answers to other calls wake the waiting attempt";
     EXPECT_FALSE(log_.Mentions("[BLE] Connect failed"));
     radio_.Command(R"(radio {"connect_ms": 0})");
     EXPECT_NE(Connect(), nullptr);
@@ -424,33 +464,20 @@ TEST_F(BluezSlowDongle, IsConnectedByAnAttemptThatOutlivesItsScanAndFoundByTheNe
 
 // ---------------------------------------------------------------- connected
 
-TEST_F(BluezTest, ServiceThatEndsTakesTheDongleAwayUntilItIsBack) {
-    DeviceQueues* queues = Connect();
-    ASSERT_NE(queues, nullptr);
-    bluez_.Command("stop");
-    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
-    bluez_.Command("start");
-    EXPECT_EQ(Connect(), queues);
+TEST_F(BluezTest, DongleIsLostUntilAStoppedServiceIsBack) {
+    ExpectLostAndFound([this] { bluez_.Command("stop"); }, [this] { bluez_.Command("start"); });
 }
 
-TEST_F(BluezTest, DongleWhoseLinkIsLostIsFoundAgain) {
-    DeviceQueues* queues = Connect();
-    ASSERT_NE(queues, nullptr);
-    radio_.Command("lose");
-    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
-    EXPECT_EQ(Connect(), queues);
+TEST_F(BluezTest, DongleWithALostLinkIsFoundAgain) {
+    ExpectLostAndFound([this] { radio_.Command("lose"); }, [] {});
 }
 
-TEST_F(BluezTest, AdapterThatIsSwitchedOffTakesTheDongleAway) {
-    DeviceQueues* queues = Connect();
-    ASSERT_NE(queues, nullptr);
-    radio_.Command("adapter off");
-    EXPECT_TRUE(Eventually([&] { return !queues->available; }));
-    radio_.Command("adapter on");
-    EXPECT_EQ(Connect(), queues);
+TEST_F(BluezTest, SwitchingTheAdapterOffLosesTheDongle) {
+    ExpectLostAndFound([this] { radio_.Command("adapter off"); },
+                       [this] { radio_.Command("adapter on"); });
 }
 
-TEST_F(BluezTest, PacketAboveTheLinksLimitFailsAndIsNotCut) {
+TEST_F(BluezTest, PacketLongerThanTheMtuFailsAndIsNotCut) {
     radio_.Command(R"(radio {"mtu": 220})");
     DeviceQueues* queues = Connect();
     ASSERT_NE(queues, nullptr);
@@ -461,7 +488,7 @@ TEST_F(BluezTest, PacketAboveTheLinksLimitFailsAndIsNotCut) {
     ASSERT_TRUE(EnqueueTransmitPacket(queues, larger));
     EXPECT_TRUE(Logs("[BLE-TX] Failed to write: 2"));
     EXPECT_TRUE(log_.Has("[BLE] 218 bytes are too many for the link, whose MTU is 220"));
-    radio_.Command("violations clear");  // the dongle knows no such packet
+    radio_.Command("violations clear");  // of the unknown packet type
 }
 
 TEST_F(BluezTest, WriteThatTheServiceRefusesIsLogged) {
@@ -477,4 +504,5 @@ TEST_F(BluezTest, WriteThatTheServiceRefusesIsLogged) {
 }
 
 }  // namespace
-}  // namespace tarvik::test
+}  // namespace test
+}  // namespace tarvik

@@ -4,37 +4,35 @@
 #include <stdexcept>
 #include <utility>
 
-#include "transport/ble/ble_state.h"
 #include "unit/test_system.h"
-#include "unit/transport/answer_wait.h"
 
 namespace tarvik::test {
+namespace {
 
-static std::mutex radio_lock;
-static std::vector<std::shared_ptr<FakeDongle>> dongles;  // guarded by radio_lock
-static std::vector<std::string> broken_rules;             // guarded by radio_lock
-static thread_local int entered = 0;
+std::mutex radio_lock;
+std::vector<std::shared_ptr<FakeDongle>> dongles;  // guarded by radio_lock
+std::vector<std::string> broken_rules;             // guarded by radio_lock
+thread_local int entered = 0;                      // how often this thread has entered
 
-static void Break(const std::string& rule) {
+void Require(bool kept, const std::string& rule) {
+    if (kept) return;
     const std::lock_guard hold(radio_lock);
     broken_rules.push_back(rule);
 }
 
-static void Require(bool kept, const std::string& rule) {
-    if (!kept) Break(rule);
-}
-
-static void RequireEntered(const std::string& what) {
+void RequireEntered(const std::string& what) {
     Require(entered > 0, what + " on a thread that has not entered");
 }
 
-static void ThrowUnlessEmpty(const std::string& error) {
+void ThrowUnlessEmpty(const std::string& error) {
     if (!error.empty()) throw BleError(error);
 }
 
-// For members of FakeDongle.
+}  // namespace
+
+// Access of the fake device to its dongle.
 struct FakeAccess {
-    // Throws, or tells what the step comes to.
+    // Throws, or returns how the step fails.
     static Fault Outcome(FakeDongle& dongle, Step step) {
         const std::lock_guard hold(dongle.lock_);
         if (!dongle.fault_ || dongle.fault_->step != step) return {.step = step};
@@ -54,8 +52,6 @@ struct FakeAccess {
     static void Opened(FakeDongle& dongle) {
         ++dongle.opened_;
         ++dongle.open_;
-        const std::lock_guard hold(dongle.lock_);
-        dongle.asked_ = dongle.identified_ = 0;
     }
     static void SetHandler(FakeDongle& dongle, BleDevice::Handler* handler) {
         const std::lock_guard hold(dongle.handler_lock_);
@@ -72,15 +68,7 @@ struct FakeAccess {
         }
         behaviour(dongle, packet);
         const std::lock_guard hold(dongle.lock_);
-        if (LoadU32(packet.data()) == kTypeIden) ++dongle.identified_;
-    }
-    static std::size_t Ask(FakeDongle& dongle) {
-        const std::lock_guard hold(dongle.lock_);
-        return ++dongle.asked_;
-    }
-    static bool HasDealtWith(const FakeDongle& dongle, std::size_t question) {
-        const std::lock_guard hold(dongle.lock_);
-        return dongle.identified_ >= question;
+        ++dongle.handled_;
     }
 };
 
@@ -144,7 +132,7 @@ std::vector<std::shared_ptr<FakeDongle>> Dongles() {
     return dongles;
 }
 
-// Everything there is to hear is heard by the time Start returns, on threads of the radio's own.
+// All advertisements arrive before Start returns, on threads of the radio.
 class FakeScan final : public BleScan {
 public:
     explicit FakeScan(Handler& handler) : handler_(handler) { ++FakeRadio::scans; }
@@ -277,11 +265,9 @@ std::vector<Bytes> FakeDongle::Received() const {
     return received_;
 }
 
-std::size_t FakeDongle::ReceivedCount(std::uint32_t type) const {
-    const std::vector<Bytes> received = Received();
-    return static_cast<std::size_t>(
-        std::count_if(received.begin(), received.end(),
-                      [type](const Bytes& packet) { return LoadU32(packet.data()) == type; }));
+std::size_t FakeDongle::HandledCount() const {
+    const std::lock_guard hold(lock_);
+    return handled_;
 }
 
 std::string FakeDongle::WriterName() const {
@@ -310,29 +296,6 @@ std::shared_ptr<FakeDongle> FakeRadio::Add(std::uint64_t address) {
 void FakeRadio::Remove(const std::shared_ptr<FakeDongle>& dongle) {
     const std::lock_guard hold(radio_lock);
     std::erase(dongles, dongle);
-}
-
-static std::shared_ptr<FakeDongle> DongleBehind(const DeviceQueues* queues) {
-    const LockGuard hold(ble->BleCriticalSection);
-    for (const BleQueueSet* set : ble->queue_sets) {
-        if (&set->queues != queues) continue;
-        for (const auto& dongle : Dongles()) {
-            if (dongle->address == set->address) return dongle;
-        }
-    }
-    return nullptr;
-}
-
-// A dongle answers while it is written to, or not at all. The time begins when it has had its say:
-// what the machine keeps the transmit thread from running is not taken from it.
-std::uint32_t TimeForAnswer(DeviceQueues* queues, std::uint32_t, std::uint32_t timeout_ms) {
-    const std::shared_ptr<FakeDongle> dongle = DongleBehind(queues);
-    if (dongle == nullptr) return timeout_ms;
-    const std::size_t question = FakeAccess::Ask(*dongle);
-    Eventually([&] {
-        return ble->closing || !queues->available || FakeAccess::HasDealtWith(*dongle, question);
-    });
-    return timeout_ms;
 }
 
 std::vector<std::string> FakeRadio::BrokenRules() {

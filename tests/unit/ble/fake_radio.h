@@ -14,9 +14,9 @@
 #include "transport/ble/ble_radio.h"
 #include "unit/link/link_support.h"
 
-// A radio without hardware: this file's source defines OpenBleRadio, so the library's own back end
-// is not linked and the transport runs alike on both systems. It checks the rules of ble_radio.h as
-// it goes: see FakeRadio::BrokenRules.
+// A radio without hardware. It defines OpenBleRadio, so the library's own back end is not linked
+// and the transport runs the same way on both systems. It checks the rules of ble_radio.h: see
+// FakeRadio::BrokenRules.
 namespace tarvik::test {
 
 inline constexpr std::uint64_t kAddress = 0xA0B1C2D3E4F5;
@@ -34,16 +34,16 @@ enum class Step : std::uint8_t {
     kWrite,
 };
 
-// What an operation comes to instead of working.
+// How a step fails.
 struct Fault {
     Step step;
-    BleStatus status = BleStatus::kSuccess;  // another status, where the operation has one
-    std::string error = {};                  // thrown unless empty
-    bool foreign = false;                    // throws something that is no BleError
-    bool refuse = false;                     // null, or false: "not there"
+    BleStatus status = BleStatus::kSuccess;  // for steps that return a status
+    std::string error = {};                  // thrown as a BleError unless empty
+    bool foreign = false;                    // throws an exception that is not a BleError
+    bool refuse = false;                     // returns null or false: "not found"
 };
 
-// One dongle in reach. Tests set it up before they scan; the functions are safe at any time.
+// One dongle in range. Set the fields before scanning; the functions may be called at any time.
 class FakeDongle {
 public:
     std::uint64_t address = kAddress;
@@ -52,27 +52,27 @@ public:
     int advertisements = 1;  // in each scan
     bool lost_while_subscribing = false;
 
-    void Fail(const Fault& fault);  // until it works again
+    void Fail(const Fault& fault);  // until Work
     void Work();
-    // What it does with a packet; by default it answers IDEN with its login.
+    // How it handles a packet; by default it answers IDEN with its login.
     using Behaviour = std::function<void(FakeDongle&, const Bytes& packet)>;
     void Behave(Behaviour behaviour);
     void AnswerNothing() {
         Behave([](FakeDongle&, const Bytes&) {});
     }
-    void Notify(const Bytes& value);  // to the library, if it is subscribed
+    void Notify(const Bytes& value);  // to the library, if subscribed
     void Send(const PacketPtr& packet) { Notify(BytesOf(packet)); }
     void FailNotification(const std::string& message);
-    void Lose();            // the connection breaks
-    void HoldOpening();     // Open waits from here on ...
+    void Lose();            // breaks the connection
+    void HoldOpening();     // Open blocks from now on ...
     void ReleaseOpening();  // ... until this, or until connecting is cancelled
     bool IsOpening() const;
 
     int OpenCount() const { return opened_; }
     bool IsOpen() const { return open_ > 0; }
     std::vector<Bytes> Received() const;
-    std::size_t ReceivedCount(std::uint32_t type) const;
-    std::string WriterName() const;  // the description of the thread that wrote last
+    std::size_t HandledCount() const;  // received packets that it has finished handling
+    std::string WriterName() const;    // the description of the last writing thread
 
 private:
     friend struct FakeAccess;
@@ -88,7 +88,7 @@ private:
     bool hold_ = false;
     bool opening_ = false;
     std::vector<Bytes> received_;
-    std::size_t asked_ = 0, identified_ = 0;  // IDENs sent and dealt with, since it was opened
+    std::size_t handled_ = 0;
     std::string writer_;
 };
 
@@ -98,14 +98,14 @@ public:
     static std::shared_ptr<FakeDongle> Add(std::uint64_t address = kAddress);
     static void Remove(const std::shared_ptr<FakeDongle>& dongle);
 
-    // Thrown by OpenBleRadio, CreateScan, Start and EnterThread; empty: they work.
+    // Thrown by OpenBleRadio, CreateScan, Start and EnterThread unless empty.
     static inline std::string open_error, create_error, start_error, enter_error;
-    static inline bool open_foreign = false;
+    static inline bool open_foreign = false;  // OpenBleRadio throws something that is no BleError
     static inline std::string advertisement_error;  // reported once in each scan
-    // Scans and devices that exist, threads that have entered.
+    // Existing radios, scans and devices; entries of threads that have not left.
     static inline std::atomic<int> radios{0}, scans{0}, devices{0}, threads{0};
     static inline std::atomic<int> cancelled{0};
-    // What the library did that ble_radio.h forbids.
+    // The rules of ble_radio.h that the library has broken.
     static std::vector<std::string> BrokenRules();
 };
 

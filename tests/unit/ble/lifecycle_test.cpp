@@ -21,7 +21,7 @@ protected:
     std::string console_;
 };
 
-TEST_F(BleLifecycleTest, DescriptorHoldsThePlaceAndTheLimits) {
+TEST_F(BleLifecycleTest, DescriptorHasNameIdMtuAndInterface) {
     EXPECT_STREQ(kBleTransport.name, "BLE");
     EXPECT_EQ(kBleTransport.id, 3u);
     EXPECT_EQ(kBleTransport.mtu, 244u);
@@ -29,7 +29,7 @@ TEST_F(BleLifecycleTest, DescriptorHoldsThePlaceAndTheLimits) {
     EXPECT_EQ(kBleTransport.AddressDevice, nullptr);
 }
 
-TEST_F(BleLifecycleTest, SwitchedOffItDoesAndSaysNothing) {
+TEST_F(BleLifecycleTest, DoesAndLogsNothingWhenDisabled) {
     config.useBle = false;
     for (const auto operation :
          {kBleTransport.Init, kBleTransport.Start, kBleTransport.Stop, kBleTransport.Deinit}) {
@@ -41,14 +41,14 @@ TEST_F(BleLifecycleTest, SwitchedOffItDoesAndSaysNothing) {
     EXPECT_EQ(log.Lines(), Lines());
 }
 
-TEST_F(BleLifecycleTest, InitSaysSoOnceAndASecondCallDoesNothing) {
+TEST_F(BleLifecycleTest, InitIsLoggedOnceAndASecondCallDoesNothing) {
     EXPECT_EQ(LinesOf(kBleTransport.Init, &console_), Lines{"[BLE] BLE subsystem initialized"});
     EXPECT_EQ(console_, "[BLE] BLE subsystem initialized\n");
     EXPECT_EQ(LinesOf(kBleTransport.Init, &console_), Lines());
     EXPECT_EQ(console_, "");
 }
 
-TEST_F(BleLifecycleTest, RadioThatCannotBeOpenedFailsInitWithItsMessage) {
+TEST_F(BleLifecycleTest, InitFailsWithTheMessageOfARadioThatCannotBeOpened) {
     FakeRadio::open_error = "no radio";
     EXPECT_EQ(LinesOf(kBleTransport.Init, &console_),
               Lines{"[BLE] Failed to initialize BLE: no radio"});
@@ -56,21 +56,21 @@ TEST_F(BleLifecycleTest, RadioThatCannotBeOpenedFailsInitWithItsMessage) {
               Lines{"[BLE] Not initialized, cannot start"});
 }
 
-TEST_F(BleLifecycleTest, UnknownExceptionFailsInit) {
+TEST_F(BleLifecycleTest, InitFailsOnAnUnknownException) {
     FakeRadio::open_foreign = true;
     EXPECT_EQ(LinesOf(kBleTransport.Init, &console_),
               Lines{"[BLE] Failed to initialize BLE: Unknown error"});
     EXPECT_EQ(console_, "");
 }
 
-TEST_F(BleLifecycleTest, InitWorksOnceTheRadioDoes) {
+TEST_F(BleLifecycleTest, InitSucceedsOnceTheRadioWorks) {
     FakeRadio::open_error = "no radio";
     kBleTransport.Init();
     FakeRadio::open_error = "";
     EXPECT_EQ(LinesOf(kBleTransport.Init, &console_), Lines{"[BLE] BLE subsystem initialized"});
 }
 
-TEST_F(BleLifecycleTest, StartSaysSo) {
+TEST_F(BleLifecycleTest, StartIsLogged) {
     kBleTransport.Init();
     EXPECT_EQ(LinesOf(kBleTransport.Start, &console_), Lines{"[BLE] BLE subsystem started"});
     EXPECT_EQ(console_, "[BLE] BLE subsystem started\n");
@@ -88,7 +88,7 @@ TEST_F(BleLifecycleTest, ScanBeforeInitIsRefused) {
     EXPECT_EQ(log.Lines(), Lines{"[BLE] Not initialized"});
 }
 
-TEST_F(BleLifecycleTest, StopLeavesConnectionsAlone) {
+TEST_F(BleLifecycleTest, StopKeepsConnections) {
     kBleTransport.Init();
     const auto dongle = FakeRadio::Add();
     LogCapture log;
@@ -105,7 +105,7 @@ TEST_F(BleLifecycleTest, StopLeavesConnectionsAlone) {
     EXPECT_NE(Arrives(queues, kTypeLogn), nullptr);
 }
 
-TEST_F(BleLifecycleTest, DeinitSaysWhatItDoes) {
+TEST_F(BleLifecycleTest, DeinitLogsItsSteps) {
     kBleTransport.Init();
     EXPECT_EQ(
         LinesOf(kBleTransport.Deinit, &console_),
@@ -125,7 +125,7 @@ TEST_F(BleLifecycleTest, DeinitClosesEveryConnection) {
     ASSERT_EQ(reports.size(), 2u);
     LogCapture log;
     kBleTransport.Deinit();
-    // A thread that is held up keeps its dongle until it ends.
+    // A thread that is still running keeps its dongle open.
     EXPECT_TRUE(Eventually([&] { return !one->IsOpen() && !other->IsOpen(); }));
     for (const DeviceReport& report : reports) {
         EXPECT_FALSE(report.queues->available);
@@ -136,7 +136,7 @@ TEST_F(BleLifecycleTest, DeinitClosesEveryConnection) {
     EXPECT_EQ(log.Count("[BLE] RX thread exiting"), 2u);
 }
 
-TEST_F(BleLifecycleTest, DeinitEndsAScanThatIsUnderWay) {
+TEST_F(BleLifecycleTest, DeinitEndsARunningScan) {
     kBleTransport.Init();
     LogCapture log;
     Thread scan([] { EXPECT_EQ(Scan(3'600'000).size(), 0u); });

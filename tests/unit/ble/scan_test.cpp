@@ -1,8 +1,9 @@
 #include <sstream>
 
 #include "transport/ble/ble_connect.h"
+#include "transport/ble/ble_limits.h"
 #include "unit/ble/ble_fixture.h"
-#include "unit/ble/event_fault.h"
+#include "unit/faults/event_fault.h"
 #include "unit/faults/thread_start_fault.h"
 
 namespace tarvik::test {
@@ -10,7 +11,7 @@ namespace {
 
 class BleScanTest : public BleFixture {
 protected:
-    // The lines of a console that are not about packets: those come from threads of their own.
+    // The console without its lines about packets, which other threads print.
     static std::string WithoutTraffic(const std::string& console) {
         std::istringstream lines(console);
         std::string kept;
@@ -33,12 +34,25 @@ protected:
     }
 };
 
+// The tick stands still unless a test moves it.
+class BleTickTest : public BleScanTest {
+protected:
+    // The scan, the only reader of the tick here, has read its present value and goes on waiting.
+    // Its first read may have been before the tick was moved.
+    bool ScanGoesOnWaiting() const {
+        const std::uint64_t before = tick_.Reads();
+        return Eventually([&] { return tick_.Reads() >= before + 3; });
+    }
+
+    FakeTick tick_{1000};
+};
+
 constexpr char kScanBegin[] =
-    "[BLE] Scanning for devices (timeout: 20 ms)...\n"
+    "[BLE] Scanning for devices (timeout: 1 ms)...\n"
     "[BLE] Clearing previous scan data (0 discovered, 0 pending)\n"
     "[BLE] Starting watcher...\n";
 
-TEST_F(BleScanTest, WithoutDonglesItSaysSo) {
+TEST_F(BleScanTest, ReportsNothingWithoutDongles) {
     LogCapture log;
     StdoutCapture console;
     EXPECT_TRUE(kBleTransport.UpdateDevices(kScanMs, nullptr, nullptr));
@@ -48,7 +62,7 @@ TEST_F(BleScanTest, WithoutDonglesItSaysSo) {
                                   "[BLE] Checking 0 already-connected device(s)...\n"
                                   "[BLE] Device scan complete: 0 device(s) added\n");
     EXPECT_EQ(log.Lines(), (std::vector<std::string>{
-                               "[BLE] BleUpdateDevices: scanning for devices (timeout: 20 ms)",
+                               "[BLE] BleUpdateDevices: scanning for devices (timeout: 1 ms)",
                                "[BLE] Started BLE scanning, status: 1",
                                "[BLE] Stopped BLE scanning, found 0 potential devices",
                                "[BLE] BleUpdateDevices complete, added 0 devices"}));
@@ -101,7 +115,7 @@ TEST_F(BleScanTest, NewDongleIsConnectedAskedAndReported) {
     }
 }
 
-TEST_F(BleScanTest, QueuesAreInitialisedBeforeTheDongleIsOpened) {
+TEST_F(BleScanTest, QueuesAreInitializedBeforeTheDongleIsOpened) {
     const auto dongle = FakeRadio::Add();
     dongle->HoldOpening();
     LogCapture log;
@@ -112,11 +126,11 @@ TEST_F(BleScanTest, QueuesAreInitialisedBeforeTheDongleIsOpened) {
     scan.Join();
 }
 
-TEST_F(BleScanTest, EveryDongleInReachIsReported) {
+TEST_F(BleScanTest, EveryDongleInRangeIsReported) {
     for (std::uint64_t address = 1; address <= 3; ++address)
         FakeRadio::Add(address);
     EXPECT_EQ(Scan().size(), 3u);
-    EXPECT_EQ(Scan().size(), 3u) << "and again in the next scan";
+    EXPECT_EQ(Scan().size(), 3u) << "in the next scan";
 }
 
 TEST_F(BleScanTest, DongleThatAdvertisesTwiceIsConnectedOnce) {
@@ -128,7 +142,7 @@ TEST_F(BleScanTest, DongleThatAdvertisesTwiceIsConnectedOnce) {
     EXPECT_EQ(log.Count("[BLE] Found Brennix device: A0:B1:C2:D3:E4:F5, RSSI: -57 dBm"), 1u);
 }
 
-TEST_F(BleScanTest, NamesThatAreNotExactlyTheProductsAreIgnored) {
+TEST_F(BleScanTest, NamesOtherThanTheProductNameAreIgnored) {
     const auto dongle = FakeRadio::Add();
     for (const std::string& name :
          {std::string(), std::string("Brenni"), std::string("Brennix2"), std::string("brennix"),
@@ -139,13 +153,13 @@ TEST_F(BleScanTest, NamesThatAreNotExactlyTheProductsAreIgnored) {
     EXPECT_EQ(dongle->OpenCount(), 0);
 }
 
-TEST_F(BleScanTest, NameThatComesInASecondAdvertisementCounts) {
-    FakeRadio::Add()->name = "";  // the advertisement proper; the scan response has the name
+TEST_F(BleScanTest, DongleIsFoundByTheNameInItsSecondAdvertisement) {
+    FakeRadio::Add()->name = "";  // the advertisement; the scan response has the name
     FakeRadio::Add();
     EXPECT_EQ(Scan().size(), 1u);
 }
 
-TEST_F(BleScanTest, DataOfTheLastScanAreClearedAndCounted) {
+TEST_F(BleScanTest, ConsoleCountsTheClearedDataOfThePreviousScan) {
     FakeRadio::Add();
     Scan();
     StdoutCapture console;
@@ -154,14 +168,14 @@ TEST_F(BleScanTest, DataOfTheLastScanAreClearedAndCounted) {
         Contains(console.Text(), "[BLE] Clearing previous scan data (1 discovered, 0 pending)\n"));
 }
 
-TEST_F(BleScanTest, AdvertisementThatCannotBeReadIsLogged) {
+TEST_F(BleScanTest, UnreadableAdvertisementIsLogged) {
     FakeRadio::advertisement_error = "no bytes";
     LogCapture log;
     EXPECT_EQ(Scan().size(), 0u);
     EXPECT_TRUE(log.Has("[BLE] Error in advertisement callback: no bytes"));
 }
 
-TEST_F(BleScanTest, RadioThatCannotScanEndsTheScanAndTheNextOneTriesAnew) {
+TEST_F(BleScanTest, RadioThatCannotScanFailsOnlyThisScan) {
     FakeRadio::Add();
     for (std::string* error :
          {&FakeRadio::create_error, &FakeRadio::start_error, &FakeRadio::enter_error}) {
@@ -175,9 +189,22 @@ TEST_F(BleScanTest, RadioThatCannotScanEndsTheScanAndTheNextOneTriesAnew) {
     EXPECT_EQ(Scan().size(), 1u);
 }
 
+TEST_F(BleTickTest, ScanListensForItsWholeTime) {
+    LogCapture log;
+    Thread scan([] { EXPECT_EQ(Scan(2'000).size(), 0u); });
+    EXPECT_TRUE(Eventually([&] { return log.Has("[BLE] Started BLE scanning, status: 1"); }));
+    EXPECT_TRUE(ScanGoesOnWaiting());
+    tick_.Advance(1'999);
+    EXPECT_TRUE(ScanGoesOnWaiting());
+    EXPECT_FALSE(log.Mentions("[BLE] Stopped BLE scanning"));
+    tick_.Advance(1);
+    scan.Join();
+    EXPECT_TRUE(log.Has("[BLE] Stopped BLE scanning, found 0 potential devices"));
+}
+
 // ---------------------------------------------------------------- already connected
 
-TEST_F(BleScanTest, ConnectedDongleThatStillAdvertisesIsNotConnectedASecondTime) {
+TEST_F(BleScanTest, ConnectedDongleThatStillAdvertisesIsNotConnectedAgain) {
     const auto dongle = FakeRadio::Add();
     const DeviceQueues* queues = Connect();
     StdoutCapture console;
@@ -191,34 +218,58 @@ TEST_F(BleScanTest, ConnectedDongleThatStillAdvertisesIsNotConnectedASecondTime)
     EXPECT_TRUE(Contains(console.Text(), "[BLE] Device scan complete: 1 device(s) added\n"));
 }
 
-TEST_F(BleScanTest, ConnectedDongleThatDoesNotAnswerIsNotReportedButKept) {
-    const auto dongle = FakeRadio::Add();
-    Connect();
-    dongle->AnswerNothing();
-    EXPECT_EQ(Scan().size(), 0u);
-    EXPECT_TRUE(dongle->IsOpen());
-    EXPECT_EQ(dongle->OpenCount(), 1);
-}
-
 // ---------------------------------------------------------------- no login
 
-TEST_F(BleScanTest, DongleThatAnswersBusyIsNotReported) {
-    const auto dongle = FakeRadio::Add();
-    dongle->Behave([](FakeDongle& self, const Bytes&) { self.Send(BusyFor(0)); });
+class BleLoginWait : public BleTickTest {
+protected:
+    void SetUp() override {
+        BleTickTest::SetUp();
+        dongle_ = FakeRadio::Add();
+    }
+    // A scan that lets the wait for a login run out after the dongle has handled the IDEN.
+    void ScanWithoutLogin() {
+        const std::size_t handled = dongle_->HandledCount();
+        std::atomic<bool> done{false};
+        Thread scan([&] {
+            EXPECT_EQ(Scan(0).size(), 0u);
+            done = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return dongle_->HandledCount() == handled + 1; }));
+        EXPECT_FALSE(done);
+        EXPECT_TRUE(Eventually([&] {
+            tick_.Advance(GetBleLimits().login_wait_ms);
+            return done.load();
+        }));
+    }
+
+    std::shared_ptr<FakeDongle> dongle_ = nullptr;
+};
+
+TEST_F(BleLoginWait, ConnectedDongleThatDoesNotAnswerIsNotReportedButKept) {
+    EXPECT_EQ(Scan(0).size(), 1u);
+    ASSERT_TRUE(Eventually([&] { return dongle_->HandledCount() == 1; }));
+    dongle_->AnswerNothing();
+    ScanWithoutLogin();
+    EXPECT_TRUE(dongle_->IsOpen());
+    EXPECT_EQ(dongle_->OpenCount(), 1);
+}
+
+TEST_F(BleLoginWait, DongleThatAnswersBusyIsNotReported) {
+    dongle_->Behave([](FakeDongle& self, const Bytes&) { self.Send(BusyFor(0)); });
     LogCapture log;
     StdoutCapture console;
-    EXPECT_EQ(Scan().size(), 0u);
+    ScanWithoutLogin();
     EXPECT_TRUE(Contains(console.Text(), "[BLE] Device busy\n"));
     EXPECT_TRUE(log.Has("[BLE] Device returned BUSY"));
     EXPECT_FALSE(Contains(console.Text(), "No login response"));
     EXPECT_TRUE(Contains(console.Text(), "[BLE] Device scan complete: 0 device(s) added\n"));
 }
 
-TEST_F(BleScanTest, DongleWithoutALoginIsNotReported) {
-    FakeRadio::Add()->AnswerNothing();
+TEST_F(BleLoginWait, DongleWithoutALoginIsNotReported) {
+    dongle_->AnswerNothing();
     LogCapture log;
     StdoutCapture console;
-    EXPECT_EQ(Scan().size(), 0u);
+    ScanWithoutLogin();
     EXPECT_TRUE(Contains(console.Text(), "[BLE] No login response received\n"));
     EXPECT_TRUE(log.Has("[BLE] Timeout waiting for login packet"));
 }
@@ -235,7 +286,7 @@ void PrintTo(const FailureCase& failure, std::ostream* out) { *out << failure.na
 
 class BleConnectFailure : public BleScanTest, public testing::WithParamInterface<FailureCase> {};
 
-TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
+TEST_P(BleConnectFailure, IsLoggedAndLeavesNothingBehind) {
     const FailureCase& failure = GetParam();
     const auto dongle = FakeRadio::Add();
     dongle->Fail(failure.fault);
@@ -254,7 +305,7 @@ TEST_P(BleConnectFailure, IsLoggedAndNothingIsLeft) {
     EXPECT_FALSE(dongle->IsOpen());
     EXPECT_EQ(ConnectedCount(), 0u);
     dongle->Work();
-    EXPECT_EQ(Scan().size(), 1u) << "the next scan tries anew";
+    EXPECT_EQ(Scan().size(), 1u) << "the next scan tries again";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -298,7 +349,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 "[BLE] Failed to enable notifications"}),
     [](const auto& each) { return std::string(each.param.name); });
 
-TEST_F(BleScanTest, ThreadsOfAConnectionThatCannotBeStartedFailTheAttempt) {
+TEST_F(BleScanTest, ConnectionThreadThatCannotBeStartedFailsTheAttempt) {
     const auto dongle = FakeRadio::Add();
     for (const char* thread : {"Tarvik BleTxThreadFunc", "Tarvik BleRxThreadFunc"}) {
         const ThreadStartFault fault(thread, 11);
@@ -337,9 +388,9 @@ TEST_F(BleScanTest, CompletionEventThatCannotBeCreatedIsLogged) {
 
 // ---------------------------------------------------------------- slow connections
 
-class BleSlowConnection : public BleScanTest {
+class BleSlowConnection : public BleTickTest {
 protected:
-    // A scan by a tick that goes on with real time.
+    // A scan while the tick follows real time.
     std::vector<DeviceReport> ScanInTime() {
         std::atomic<bool> done{false};
         Thread clock([&] {
@@ -352,14 +403,8 @@ protected:
         done = true;
         return reports;
     }
-    // The scan, which alone reads the tick here, has seen it where it stands and goes on waiting:
-    // the first time that it looks may have been before the tick was moved.
-    bool ScanGoesOnWaiting() const {
-        const std::uint64_t before = tick_.Reads();
-        return Eventually([&] { return tick_.Reads() >= before + 3; });
-    }
-    // A scan that gives up waiting for a dongle which is still being opened. It begins to wait
-    // within the last millisecond of the moving tick.
+    // A scan that gives up waiting for a dongle that is still being opened. Its wait begins within
+    // the last millisecond before the tick stops.
     void GiveUp() {
         dongle_->HoldOpening();
         StdoutCapture console;
@@ -379,37 +424,36 @@ protected:
     }
     void TearDown() override {
         dongle_->ReleaseOpening();
-        BleScanTest::TearDown();
+        BleTickTest::TearDown();
     }
     bool BecomesReady() const {
         return Eventually([&] { return log_.Has("[BLE] Device connected and ready"); });
     }
-    // The attempt that the scan has given up waiting for is over: the next scan clears it away.
+    // The attempt that the scan has given up waiting for is complete; the next scan removes it.
     static bool AttemptEnds() {
         return Eventually([] {
             const LockGuard hold(ble->BleCriticalSection);
             return ble->attempts.size() == 1 && OsEventWait(ble->attempts[0]->completed, 0);
         });
     }
-    FakeTick tick_{1000};
     LogCapture log_;
     std::shared_ptr<FakeDongle> dongle_ = nullptr;
     std::string console_;
 
     void SetUp() override {
-        BleScanTest::SetUp();
+        BleTickTest::SetUp();
         dongle_ = FakeRadio::Add();
     }
 };
 
-TEST_F(BleSlowConnection, IsGivenUpByTheScanAfterThirtySecondsAndNotBefore) {
+TEST_F(BleSlowConnection, EndsTheScansWaitAfterThirtySecondsAndNotBefore) {
     GiveUp();
     EXPECT_TRUE(Contains(console_, "[BLE] Connection timeout (wait result: 258)\n"));
     EXPECT_TRUE(log_.Has("[BLE] Connection timeout"));
     EXPECT_TRUE(Contains(console_, "[BLE] Device scan complete: 0 device(s) added\n"));
 }
 
-TEST_F(BleSlowConnection, MayStillFinishAndIsFoundByTheNextScan) {
+TEST_F(BleSlowConnection, IsFoundByTheNextScanIfItSucceedsLater) {
     GiveUp();
     dongle_->ReleaseOpening();
     ASSERT_TRUE(BecomesReady());
@@ -418,7 +462,7 @@ TEST_F(BleSlowConnection, MayStillFinishAndIsFoundByTheNextScan) {
     EXPECT_EQ(dongle_->OpenCount(), 1);
 }
 
-TEST_F(BleSlowConnection, ThatFailsAfterAllIsTriedAnewByTheNextScan) {
+TEST_F(BleSlowConnection, IsTriedAgainByTheNextScanIfItFailsLater) {
     GiveUp();
     dongle_->Fail({.step = Step::kOpen, .refuse = true});
     dongle_->ReleaseOpening();
@@ -428,7 +472,7 @@ TEST_F(BleSlowConnection, ThatFailsAfterAllIsTriedAnewByTheNextScan) {
     EXPECT_EQ(ScanInTime().size(), 1u);
 }
 
-TEST_F(BleSlowConnection, IsNotBegunASecondTimeWhileItLasts) {
+TEST_F(BleSlowConnection, IsNotStartedTwice) {
     GiveUp();
     Thread scan([this] { EXPECT_EQ(ScanInTime().size(), 1u); });
     ASSERT_TRUE(Eventually(

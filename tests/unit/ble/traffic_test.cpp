@@ -10,9 +10,9 @@ namespace tarvik::test {
 namespace {
 
 constexpr std::uint32_t kTypeTest = TypeCode("TEST");
-constexpr std::uint32_t kSlice = 244 - 16;  // of a packet, in each of its fragments
+constexpr std::uint32_t kSlice = 244 - 16;  // payload bytes of one fragment
 
-// A packet as a dongle with this MTU sends it.
+// A packet as a dongle sends it in fragments.
 std::vector<Bytes> FragmentsOf(const Bytes& whole) {
     std::vector<Bytes> fragments;
     const auto count = static_cast<std::uint16_t>((whole.size() + kSlice - 1) / kSlice);
@@ -64,7 +64,7 @@ protected:
         PacketPtr packet = PacketOf(type, payload);
         EXPECT_TRUE(EnqueueTransmitPacket(queues_, packet));
     }
-    // What arrives after a value that must not: the queues hold nothing before it.
+    // Sends another packet and expects it to be the first to arrive.
     void ExpectNothingButTheNext() const {
         dongle_->Send(PacketWithText(kTypeTest, "next"));
         const PacketPtr first = TakePacket(&queues_->rx, 10'000);
@@ -75,9 +75,9 @@ protected:
     DeviceQueues* queues_ = nullptr;
 };
 
-// ---------------------------------------------------------------- arriving
+// ---------------------------------------------------------------- receiving
 
-TEST_F(BleTrafficTest, NotificationIsOnePacket) {
+TEST_F(BleTrafficTest, NotificationCarriesOnePacket) {
     LogCapture log;
     StdoutCapture console;
     dongle_->Send(PacketWithText(kTypeTest, "hello"));
@@ -97,7 +97,7 @@ TEST_F(BleTrafficTest, NotificationShorterThanAHeaderIsDropped) {
     ExpectNothingButTheNext();
 }
 
-TEST_F(BleTrafficTest, EightBytesWhoseLengthFieldSaysNineAreDropped) {
+TEST_F(BleTrafficTest, LengthFieldAboveTheNotificationIsDropped) {
     Bytes value = BytesOf(PacketOf(kTypeTest, {}));
     value[4] = 9;
     LogCapture log;
@@ -134,7 +134,7 @@ TEST_F(BleTrafficTest, BytesBeyondTheLengthAreIgnored) {
     ExpectNothingButTheNext();
 }
 
-TEST_F(BleTrafficTest, NotificationThatCannotBeReadIsLogged) {
+TEST_F(BleTrafficTest, UnreadableNotificationIsLogged) {
     LogCapture log;
     dongle_->FailNotification("no bytes");
     EXPECT_TRUE(log.Has("[BLE] RX notification error: no bytes"));
@@ -148,7 +148,7 @@ TEST_F(BleTrafficTest, PingIsAnsweredWithRepl) {
     ExpectNothingButTheNext();
 }
 
-TEST_F(BleTrafficTest, PingInFragmentsIsAnsweredInFragments) {
+TEST_F(BleTrafficTest, FragmentedPingIsAnsweredInFragments) {
     const Bytes payload = Pattern(400);
     for (const Bytes& fragment : FragmentsOf(BytesOf(PacketOf(kTypePing, payload))))
         dongle_->Notify(fragment);
@@ -156,9 +156,9 @@ TEST_F(BleTrafficTest, PingInFragmentsIsAnsweredInFragments) {
     EXPECT_EQ(Joined(Received()), BytesOf(PacketOf(kTypeRepl, payload)));
 }
 
-// ---------------------------------------------------------------- leaving
+// ---------------------------------------------------------------- sending
 
-TEST_F(BleTrafficTest, PacketIsWrittenWholeByTheTransmitThread) {
+TEST_F(BleTrafficTest, PacketIsWrittenInOnePieceByTheTransmitThread) {
     LogCapture log;
     StdoutCapture console;
     Transmit(kTypeTest, Pattern(236));
@@ -172,8 +172,8 @@ TEST_F(BleTrafficTest, PacketIsWrittenWholeByTheTransmitThread) {
               "[BLE-TX] Successfully sent 244 bytes\n");
 }
 
-// Also what a packet above the link's own limit comes to: it is never cut.
-TEST_F(BleTrafficTest, WriteThatFailsIsLoggedAndNotRepeated) {
+// This also happens to a packet longer than the link's MTU, which is never cut.
+TEST_F(BleTrafficTest, FailedWriteIsLoggedAndNotRepeated) {
     dongle_->Fail({.step = Step::kWrite, .status = BleStatus::kProtocolError});
     LogCapture log;
     {
@@ -190,7 +190,7 @@ TEST_F(BleTrafficTest, WriteThatFailsIsLoggedAndNotRepeated) {
     EXPECT_EQ(Received()[0], BytesOf(PacketOf(kTypeIden, {})));
 }
 
-TEST_F(BleTrafficTest, WriteThatThrowsIsAFailedWrite) {
+TEST_F(BleTrafficTest, WriteThatThrowsCountsAsFailed) {
     dongle_->Fail({.step = Step::kWrite, .error = "no bus"});
     LogCapture log;
     Transmit(kTypeTest);
@@ -199,7 +199,7 @@ TEST_F(BleTrafficTest, WriteThatThrowsIsAFailedWrite) {
     EXPECT_TRUE(dongle_->IsOpen());
 }
 
-TEST_F(BleTrafficTest, FourThousandBytesGoOutInFragmentsAndTheAnswerComesBackWhole) {
+TEST_F(BleTrafficTest, FourThousandBytesAreSentAndReceivedInFragments) {
     const Bytes request = BytesOf(PacketOf(kTypeTest, Pattern(3992)));
     ASSERT_EQ(request.size(), 4000u);
     PacketPtr packet = PacketOf(kTypeTest, Pattern(3992));
@@ -215,9 +215,9 @@ TEST_F(BleTrafficTest, FourThousandBytesGoOutInFragmentsAndTheAnswerComesBackWho
     EXPECT_EQ(BytesOf(WaitForPacket(queues_, kTypeCres, 10'000, 7)), BytesOf(answer));
 }
 
-// ---------------------------------------------------------------- a dongle that vanishes
+// ---------------------------------------------------------------- loss
 
-TEST_F(BleTrafficTest, DongleThatVanishesFailsWaitsAndSendsAtOnce) {
+TEST_F(BleTrafficTest, LossEndsWaitsAndFailsSendsAtOnce) {
     LogCapture log;
     std::atomic<bool> waiting{false};
     Thread wait([&] {
@@ -235,7 +235,7 @@ TEST_F(BleTrafficTest, DongleThatVanishesFailsWaitsAndSendsAtOnce) {
     EXPECT_TRUE(log.Has("[BLE] Connection to A0:B1:C2:D3:E4:F5 lost"));
 }
 
-TEST_F(BleTrafficTest, DongleThatVanishedIsConnectedAgainBehindTheSameQueues) {
+TEST_F(BleTrafficTest, LostDongleIsConnectedAgainWithTheSameQueues) {
     dongle_->Lose();
     dongle_->Behave([](FakeDongle& self, const Bytes& packet) {
         if (LoadU32(packet.data()) == kTypeIden) self.Send(LoginOf("back"));
@@ -246,7 +246,7 @@ TEST_F(BleTrafficTest, DongleThatVanishedIsConnectedAgainBehindTheSameQueues) {
     EXPECT_TRUE(queues_->available);
 }
 
-TEST_F(BleTrafficTest, DongleThatVanishedAndStaysAwayIsNotReported) {
+TEST_F(BleTrafficTest, LostDongleThatStaysAwayIsNotReported) {
     dongle_->Lose();
     FakeRadio::Remove(dongle_);
     StdoutCapture console;
@@ -256,7 +256,7 @@ TEST_F(BleTrafficTest, DongleThatVanishedAndStaysAwayIsNotReported) {
     EXPECT_TRUE(Eventually([&] { return !dongle_->IsOpen(); }));
 }
 
-TEST_F(BleTrafficTest, WhatWasHalfReceivedOrUnsentDoesNotReachTheNextConnection) {
+TEST_F(BleTrafficTest, PacketsOfALostConnectionDoNotReachTheNextOne) {
     const auto fragments = FragmentsOf(BytesOf(PacketOf(kTypeTest, Pattern(400))));
     ASSERT_EQ(fragments.size(), 2u);
     dongle_->Notify(fragments[0]);
@@ -269,7 +269,7 @@ TEST_F(BleTrafficTest, WhatWasHalfReceivedOrUnsentDoesNotReachTheNextConnection)
     ExpectNothingButTheNext();
 }
 
-TEST_F(BleFixture, DongleThatVanishesWhileSubscribingIsNotReported) {
+TEST_F(BleFixture, DongleLostWhileSubscribingIsNotReported) {
     const auto dongle = FakeRadio::Add();
     dongle->lost_while_subscribing = true;
     LogCapture log;
@@ -288,7 +288,7 @@ TEST_F(BleFixture, DongleThatVanishesWhileSubscribingIsNotReported) {
     EXPECT_EQ(ConnectedCount(), 1u);
 }
 
-TEST_F(BleFixture, RoundsOfConnectingAndVanishingLeaveNothingBehind) {
+TEST_F(BleFixture, RepeatedConnectionsAndLossesLeaveNothingBehind) {
     constexpr std::uint32_t kRounds = conformance::Rounds(200, 40, 20);
     constexpr std::uint32_t kWarmUp = conformance::Rounds(20, 5, 3);
     const auto dongle = FakeRadio::Add();
@@ -296,7 +296,7 @@ TEST_F(BleFixture, RoundsOfConnectingAndVanishingLeaveNothingBehind) {
     MemoryUse memory_before{};
     for (std::uint32_t round = 1; round <= kWarmUp + kRounds; ++round) {
         ASSERT_EQ(Scan(1).size(), 1u) << round;
-        // A thread of the connection before that is held up keeps its device until it ends.
+        // A thread of the previous connection that is still running keeps its device.
         ASSERT_TRUE(Eventually([] { return FakeRadio::devices == 1; })) << round;
         if (round == kWarmUp) {
             before = conformance::MeasureProcess();
@@ -308,7 +308,7 @@ TEST_F(BleFixture, RoundsOfConnectingAndVanishingLeaveNothingBehind) {
         const MemoryUse now = LiveMemory();
         return now.blocks <= memory_before.blocks && now.bytes <= memory_before.bytes;
     }));
-    const std::string what = std::to_string(kRounds) + " rounds of connecting and vanishing";
+    const std::string what = std::to_string(kRounds) + " rounds of connecting and losing";
     conformance::ExpectSteady(what, before, conformance::MeasureSettled(before));
 }
 

@@ -13,7 +13,7 @@
 
 namespace tarvik::test {
 
-// The transport, initialised and started, on whatever radio the program has.
+// The transport, initialized and started, on the radio that the program links.
 class BleTransportFixture : public testing::Test {
 protected:
     void SetUp() override {

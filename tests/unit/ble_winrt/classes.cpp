@@ -3,17 +3,20 @@
 #include <gtest/gtest.h>
 
 namespace tarvik::test {
+namespace {
 
-// The library that the manifest names.
-static HMODULE Classes() {
+// The DLL that the manifest names.
+HMODULE Classes() {
     static const HMODULE loaded = ::LoadLibraryW(TARVIK_RUNTIME_CLASSES);
     return loaded;
 }
 
 template <typename Function>
-static Function Find(const char* name) {
+Function Find(const char* name) {
     return reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(Classes(), name)));
 }
+
+}  // namespace
 
 RuntimeClasses::RuntimeClasses() {
     EXPECT_NE(Classes(), nullptr) << ::GetLastError();

@@ -1,14 +1,13 @@
 #pragma once
 
-// The simulator's runtime classes in this process.
-
 #include <windows.h>
 
 #include <string>
 
+// The simulator's runtime classes in this process.
 namespace tarvik::test {
 
-// On the thread that makes it, and until it goes, the runtime finds the classes.
+// While it lives, the runtime finds the classes on the thread that created it.
 class RuntimeClasses {
 public:
     RuntimeClasses();
@@ -21,11 +20,11 @@ private:
     ULONG_PTR cookie_ = 0;
 };
 
-// The next call of `function` fails, or its operation: "fail 0x80004005", "error 0x80004005",
-// "status 2", "cancel", "null", "never".
+// Makes the next call of `function`, or its operation, fail: "fail 0x80004005",
+// "error 0x80004005", "status 2", "cancel", "null", "never".
 void PlanFault(const std::string& function, const std::string& fault);
 
-// What was done wrong since the last report and what is not released; empty: all is well.
+// The rules broken since the last report and the objects not released. Empty: none.
 std::string TakeReport();
 
 }  // namespace tarvik::test

@@ -1,6 +1,4 @@
-// What happens when the system itself fails in the midst of things.
-
-#include <chrono>
+// Failures of the system while a dongle is in use.
 
 #include "unit/ble_winrt/fixture.h"
 
@@ -25,7 +23,7 @@ constexpr const char* kOtherFunctions[] = {
 
 class WinrtFault : public WinrtDongle {
 protected:
-    // Everything that is done with a dongle; the device is closed in the end.
+    // Every kind of use of a dongle; then closes the device. Returns the error.
     std::string ErrorOfUse() {
         const std::string error = ErrorOf([&] {
             device = radio->Open(kDongleAddress);
@@ -42,7 +40,7 @@ protected:
     }
 };
 
-TEST_F(WinrtFault, OfAnyFunctionIsThrownWithTheSystemsText) {
+TEST_F(WinrtFault, AnyFailedFunctionThrowsTheSystemsText) {
     const auto expect_thrown = [&](const char* function) {
         PlanFault(function, "fail 0x80070005");
         const std::string error = ErrorOfUse();
@@ -56,7 +54,7 @@ TEST_F(WinrtFault, OfAnyFunctionIsThrownWithTheSystemsText) {
     EXPECT_EQ(ErrorOfUse(), "");
 }
 
-TEST_F(WinrtFault, OfAnOperationIsThrownWithTheSystemsText) {
+TEST_F(WinrtFault, FailedOperationThrowsTheSystemsText) {
     for (const char* function : kOperations) {
         PlanFault(function, "error 0x800710DF");
         const std::string error = ErrorOfUse();
@@ -65,7 +63,7 @@ TEST_F(WinrtFault, OfAnOperationIsThrownWithTheSystemsText) {
     }
 }
 
-TEST_F(WinrtFault, ThatCancelsAnOperationIsThrown) {
+TEST_F(WinrtFault, CancelledOperationThrows) {
     for (const char* function : kOperations) {
         PlanFault(function, "cancel");
         EXPECT_EQ(ErrorOfUse(), "The system cancelled the operation") << function;
@@ -73,22 +71,24 @@ TEST_F(WinrtFault, ThatCancelsAnOperationIsThrown) {
     }
 }
 
-TEST_F(WinrtFault, OfAnOperationThatNeverEndsIsBounded) {
+TEST_F(WinrtFault, OperationThatNeverEndsIsGivenUpAfterItsLimit) {
     for (const char* function : kOperations) {
         const bool is_write = std::string(function) == "WriteValueWithOptionAsync";
-        // Long enough for those operations that do end.
-        UseRadio(is_write ? WinrtLimits{.write_ms = 50} : WinrtLimits{.connect_ms = 1000});
+        // Long enough for the operations that do end.
+        WinrtLimits limits = LibraryWinrtLimits();
+        (is_write ? limits.write_ms : limits.connect_ms) = is_write ? 50 : 1000;
+        UseRadio(limits);
         PlanFault(function, "never");
         EXPECT_EQ(ErrorOfUse(), std::string("The system did not finish the operation within ") +
                                     (is_write ? "50 ms" : "1000 ms"))
             << function;
         EXPECT_EQ(TakeReport(), "") << function;
     }
-    UseRadio(WinrtLimits{});
+    UseRadio(LibraryWinrtLimits());
     EXPECT_EQ(ErrorOfUse(), "");
 }
 
-TEST_F(WinrtFault, OfASlowDongleIsBoundedAndItsLateConnectionEnds) {
+TEST_F(WinrtFault, SlowDongleIsGivenUpAndItsLateConnectionEnds) {
     simulator.Command(R"(radio {"connect_ms": 5000})");
     UseRadio({.connect_ms = 100, .write_ms = 100});
     Open();
@@ -97,7 +97,7 @@ TEST_F(WinrtFault, OfASlowDongleIsBoundedAndItsLateConnectionEnds) {
     EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); }));
 }
 
-TEST_F(WinrtFault, OfADongleThatTakesLongIsOverWhenConnectingIsGivenUp) {
+TEST_F(WinrtFault, CancelConnectingEndsTheWaitForASlowDongle) {
     simulator.Command(R"(radio {"connect_ms": 60000})");
     Open();
     conformance::Thread giver_up([&] { radio->CancelConnecting(); });
@@ -107,12 +107,12 @@ TEST_F(WinrtFault, OfADongleThatTakesLongIsOverWhenConnectingIsGivenUp) {
     EXPECT_EQ(TakeReport(), "");
 }
 
-TEST_F(WinrtFault, ThatGivesNoDeviceIsADongleOutOfReach) {
+TEST_F(WinrtFault, DongleWithoutADeviceIsNotReachable) {
     PlanFault("FromBluetoothAddressAsync", "null");
     EXPECT_EQ(radio->Open(kDongleAddress), nullptr);
 }
 
-TEST_F(WinrtFault, OfANotificationThatCannotBeReadIsTold) {
+TEST_F(WinrtFault, UnreadableNotificationIsReported) {
     Connect();
     for (const char* function : {"get_CharacteristicValue", "get_Length", "Buffer"}) {
         const std::size_t before = record.Errors().size();
@@ -125,7 +125,7 @@ TEST_F(WinrtFault, OfANotificationThatCannotBeReadIsTold) {
     EXPECT_TRUE(Eventually([&] { return !record.Values().empty(); }));
 }
 
-TEST_F(WinrtFault, OfOneWriteLeavesTheNextAlone) {
+TEST_F(WinrtFault, FailedWriteDoesNotAffectTheNext) {
     Connect();
     PlanFault("WriteValueWithOptionAsync", "error 0x800710DF");
     EXPECT_NE(ErrorOf([&] { WriteIden(); }), "");

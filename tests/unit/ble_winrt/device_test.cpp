@@ -6,7 +6,7 @@
 namespace tarvik::test {
 namespace {
 
-TEST_F(WinrtRadio, OpensNothingThatTheSystemHasNeverHeardOf) {
+TEST_F(WinrtRadio, DoesNotOpenADeviceThatTheSystemHasNeverSeen) {
     EXPECT_EQ(radio->Open(kUnknownAddress), nullptr);
 }
 
@@ -21,7 +21,7 @@ TEST_F(WinrtDongle, AnswersThroughItsCharacteristic) {
     EXPECT_TRUE(record.Errors().empty());
 }
 
-TEST_F(WinrtDongle, IsDisconnectedOnceItIsClosed) {
+TEST_F(WinrtDongle, IsDisconnectedWhenItIsClosed) {
     Connect();
     EXPECT_TRUE(RadioSays("\"connected\":true"));
     device.reset();
@@ -29,7 +29,7 @@ TEST_F(WinrtDongle, IsDisconnectedOnceItIsClosed) {
     EXPECT_EQ(record.Losses(), 0);
 }
 
-TEST_F(WinrtDongle, IsDisconnectedWhereverItsConnectionStopped) {
+TEST_F(WinrtDongle, IsDisconnectedAfterWhicheverStepIsTheLast) {
     const std::function<void()> steps[] = {
         [&] { Open(); },
         [&] { EXPECT_EQ(device->DiscoverServices(), BleStatus::kSuccess); },
@@ -52,14 +52,14 @@ TEST_F(WinrtDongle, CanDiscoverItsServicesAgain) {
     EXPECT_TRUE(device->SelectService(kServiceUuid));
 }
 
-TEST_F(WinrtDongle, DoesNotHaveAnotherService) {
+TEST_F(WinrtDongle, CannotSelectAMissingService) {
     simulator.Command(R"(radio {"service": false})");
     Open();
     ASSERT_EQ(device->DiscoverServices(), BleStatus::kSuccess);
     EXPECT_FALSE(device->SelectService(kServiceUuid));
 }
 
-TEST_F(WinrtDongle, DoesNotHaveAnotherCharacteristic) {
+TEST_F(WinrtDongle, CannotSelectAMissingCharacteristic) {
     simulator.Command(R"(radio {"characteristic": false})");
     Open();
     ASSERT_EQ(device->DiscoverServices(), BleStatus::kSuccess);
@@ -68,7 +68,7 @@ TEST_F(WinrtDongle, DoesNotHaveAnotherCharacteristic) {
     EXPECT_FALSE(device->SelectCharacteristic(kCharacteristicUuid));
 }
 
-TEST_F(WinrtDongle, PassesOnEachStepsStatus) {
+TEST_F(WinrtDongle, ReturnsTheStatusOfEachStep) {
     simulator.Command(R"(radio {"services_status": 3})");
     Open();
     EXPECT_EQ(device->DiscoverServices(), BleStatus::kAccessDenied);
@@ -82,7 +82,7 @@ TEST_F(WinrtDongle, PassesOnEachStepsStatus) {
     EXPECT_EQ(device->Subscribe(record), BleStatus::kProtocolError);
 }
 
-TEST_F(WinrtDongle, ThatRefusesIsUnreachable) {
+TEST_F(WinrtDongle, IsUnreachableWhenItRefuses) {
     simulator.Command(R"(radio {"refuse": "busy elsewhere"})");
     Open();
     EXPECT_EQ(device->DiscoverServices(), BleStatus::kUnreachable);
@@ -90,7 +90,7 @@ TEST_F(WinrtDongle, ThatRefusesIsUnreachable) {
 
 // ---------------------------------------------------------------- writing
 
-TEST_F(WinrtDongle, TellsTheStatusOfAWrite) {
+TEST_F(WinrtDongle, ReturnsTheStatusOfAWrite) {
     Connect();
     simulator.Command(R"(radio {"write_status": 3})");
     EXPECT_EQ(WriteIden(), BleStatus::kAccessDenied);
@@ -98,7 +98,7 @@ TEST_F(WinrtDongle, TellsTheStatusOfAWrite) {
     EXPECT_EQ(WriteIden(), BleStatus::kSuccess);
 }
 
-// A packet of `size` bytes that the dongle takes without an answer.
+// A packet of `size` bytes that the dongle accepts without an answer.
 std::string PacketOf(std::size_t size) {
     std::string packet("NEDI\0\0\0\0", 8);
     packet[4] = static_cast<char>(size);
@@ -106,7 +106,7 @@ std::string PacketOf(std::size_t size) {
     return packet;
 }
 
-TEST_F(WinrtDongle, TakesAWriteThatJustFitsTheConnection) {
+TEST_F(WinrtDongle, AcceptsAWriteThatJustFitsTheConnection) {
     simulator.Command(R"(radio {"mtu": 50})");
     Connect();
     EXPECT_EQ(Write(PacketOf(47)), BleStatus::kSuccess);
@@ -124,7 +124,7 @@ TEST_F(WinrtDongle, FailsAWriteThatDoesNotFitTheConnectionAndSendsNothing) {
 
 // ---------------------------------------------------------------- loss
 
-TEST_F(WinrtDongle, ThatIsLostIsReportedOnceAndFailsItsWrites) {
+TEST_F(WinrtDongle, ReportsALossOnceAndThenFailsWrites) {
     Connect();
     simulator.Command("lose");
     ASSERT_TRUE(Eventually([&] { return record.Losses() > 0; }));
@@ -134,7 +134,7 @@ TEST_F(WinrtDongle, ThatIsLostIsReportedOnceAndFailsItsWrites) {
     EXPECT_EQ(record.Losses(), 1);
 }
 
-TEST_F(WinrtDongle, ThatWasLostCanBeOpenedAnew) {
+TEST_F(WinrtDongle, CanBeOpenedAgainAfterALoss) {
     for (int round = 1; round <= 3; ++round) {
         Connect();
         simulator.Command("lose");
@@ -145,7 +145,7 @@ TEST_F(WinrtDongle, ThatWasLostCanBeOpenedAnew) {
     EXPECT_EQ(WriteIden(), BleStatus::kSuccess);
 }
 
-TEST_F(WinrtDongle, LostWhileItIsConnectedFailsTheNextStep) {
+TEST_F(WinrtDongle, FailsTheNextStepWhenLostWhileConnecting) {
     Open();
     ASSERT_EQ(device->DiscoverServices(), BleStatus::kSuccess);
     simulator.Command("lose");
@@ -155,7 +155,7 @@ TEST_F(WinrtDongle, LostWhileItIsConnectedFailsTheNextStep) {
 
 // ---------------------------------------------------------------- handlers
 
-// Stays in its first call until it is let out.
+// Stays in its first call until `leave` is opened.
 class SlowDeviceHandler : public BleDevice::Handler {
 public:
     void Notified(std::span<const std::uint8_t>) noexcept override {
@@ -192,13 +192,13 @@ TEST_F(WinrtDongle, ClosingWaitsForHandlersAndNoneRunsAfterIt) {
     EXPECT_FALSE(closed.Wait(std::chrono::milliseconds(200)));
     handler.leave.Open();
     EXPECT_TRUE(closed.Wait());
-    // The second notification comes now, and once more as the last one of a removed handler.
+    // The second notification comes now, and again as the last one for a removed handler.
     const int calls = handler.calls;
     EXPECT_EQ(TakeReport(), "");
     EXPECT_EQ(handler.calls, calls);
 }
 
-TEST_F(WinrtDongle, PassesOnNotificationsInTheirOrder) {
+TEST_F(WinrtDongle, DeliversNotificationsInOrder) {
     Connect();
     for (const char* hex : {"01", "0203", "", "040506"}) {
         simulator.Command(std::string("notify ") + hex);

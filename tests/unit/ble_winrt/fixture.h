@@ -10,9 +10,10 @@
 
 #include "conformance/framework/simulator.h"
 #include "conformance/framework/waiting.h"
-#include "transport/ble/ble_winrt.h"
+#include "transport/ble/ble_radio.h"
 #include "transport/ble/winrt_delegate.h"
 #include "unit/ble_winrt/classes.h"
+#include "unit/ble_winrt/test_limits.h"
 
 namespace tarvik::test {
 
@@ -26,7 +27,7 @@ inline constexpr BleUuid kServiceUuid = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x9
 inline constexpr BleUuid kCharacteristicUuid = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
                                                 0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
 
-// What a call says when it fails; empty: it did not.
+// The error message of a call. Empty: it succeeded.
 template <typename Body>
 std::string ErrorOf(Body body) {
     try {
@@ -37,7 +38,7 @@ std::string ErrorOf(Body body) {
     return "";
 }
 
-// Remembers what a scan reports.
+// Records what a scan reports.
 class ScanRecord : public BleScan::Handler {
 public:
     struct Entry {
@@ -64,7 +65,7 @@ public:
         const std::lock_guard hold(lock_);
         return errors_;
     }
-    // Some advertisement had this name.
+    // True if some advertisement had this name.
     bool Heard(const std::string& name) const {
         for (const Entry& entry : Entries()) {
             if (entry.name == name) return true;
@@ -78,7 +79,7 @@ private:
     std::vector<std::string> errors_;
 };
 
-// Remembers what a device reports.
+// Records what a device reports.
 class DeviceRecord : public BleDevice::Handler {
 public:
     void Notified(std::span<const std::uint8_t> value) noexcept override {
@@ -108,14 +109,14 @@ private:
     std::atomic<int> losses_{0};
 };
 
-// The dongle is on the air, and this thread uses the radio. Whatever a test does, nothing is to be
-// left over, and no rule broken.
+// The dongle advertises, and this thread uses the radio. No test may break a rule or leave anything
+// unreleased.
 class WinrtRadio : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(conformance::Simulator::IsThere()) << "needs the simulated radio";
         simulator.Reset();
-        UseRadio(WinrtLimits{});
+        UseRadio(LibraryWinrtLimits());
     }
     void TearDown() override {
         if (radio != nullptr) radio->LeaveThread();
@@ -125,15 +126,17 @@ protected:
         EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); }));
     }
 
+    // Opens the radio, again if there is one, with these time limits.
     void UseRadio(const WinrtLimits& limits) {
         if (radio != nullptr) radio->LeaveThread();
-        radio = OpenWinrtRadio(limits);
+        SetWinrtLimits(limits);
+        radio = OpenBleRadio();
         radio->EnterThread();
     }
     bool RadioSays(const std::string& part) {
         return simulator.Command("radio").find(part) != std::string::npos;
     }
-    // Until the system knows the dongle.
+    // Scans until the system knows the dongle.
     void Scan() {
         ScanRecord record;
         const std::unique_ptr<BleScan> scan = radio->CreateScan(record);
@@ -147,7 +150,7 @@ protected:
     std::unique_ptr<BleRadio> radio;
 };
 
-// With a dongle that the system knows.
+// As above, and the system knows the dongle.
 class WinrtDongle : public WinrtRadio {
 protected:
     void SetUp() override {
@@ -159,7 +162,7 @@ protected:
         device = radio->Open(kDongleAddress);
         ASSERT_NE(device, nullptr);
     }
-    // All steps, of which none is to fail.
+    // All steps up to the subscription.
     void Connect() {
         Open();
         ASSERT_EQ(device->DiscoverServices(), BleStatus::kSuccess);

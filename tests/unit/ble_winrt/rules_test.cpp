@@ -1,7 +1,8 @@
-// That the runtime classes of the simulator see what is done wrong: otherwise the other tests here
-// would prove nothing by their empty reports.
+// The simulator's runtime classes report broken rules. Without that, the empty reports in the other
+// tests would prove nothing.
 
 #include "transport/ble/winrt_async.h"
+#include "transport/ble/winrt_runtime.h"
 #include "unit/ble_winrt/fixture.h"
 
 namespace tarvik::test {
@@ -40,12 +41,12 @@ protected:
 
 using ReceivedDelegate = Delegate<Inspectable*, ReceivedEventArgs*>;
 
-TEST_F(RuntimeRules, ObjectsAreReleased) {
+TEST_F(RuntimeRules, UnreleasedObjectIsReported) {
     const Pointer<AdvertisementWatcher> watcher = MakeWatcher();
     ExpectReported("1 of BluetoothLEAdvertisementWatcher not released");
 }
 
-TEST_F(RuntimeRules, HandlersAreRemoved) {
+TEST_F(RuntimeRules, HandlerThatIsNeverRemovedIsReported) {
     auto* handler = new ReceivedDelegate(AdvertisementWatcher::kReceivedIid, [](auto, auto) {});
     EventRegistrationToken token{};
     Call(MakeWatcher(), &AdvertisementWatcher::Table::add_Received, static_cast<IUnknown*>(handler),
@@ -54,7 +55,7 @@ TEST_F(RuntimeRules, HandlersAreRemoved) {
     ExpectReported("a handler of Received was never removed");
 }
 
-TEST_F(RuntimeRules, DelegatesAnswerToTheirId) {
+TEST_F(RuntimeRules, DelegateWithAnotherIdIsReported) {
     auto* handler = new ReceivedDelegate(AdvertisementWatcher::kStoppedIid, [](auto, auto) {});
     const Pointer<AdvertisementWatcher> watcher = MakeWatcher();
     EventRegistrationToken token{};
@@ -67,13 +68,13 @@ TEST_F(RuntimeRules, DelegatesAnswerToTheirId) {
     ExpectReported("an unknown handler of Stopped removed");
 }
 
-TEST_F(RuntimeRules, AWatcherIsStopped) {
+TEST_F(RuntimeRules, WatcherThatIsNotStoppedIsReported) {
     Call(MakeWatcher(), &AdvertisementWatcher::Table::Start);
     ExpectReported("a watcher released while it scans");
-    Scan();  // which ends the scan of the radio as well
+    Scan();  // also ends the radio's scan
 }
 
-TEST_F(RuntimeRules, DevicesAndServicesAreClosed) {
+TEST_F(RuntimeRules, DevicesAndServicesThatAreNotClosedAreReported) {
     {
         Pointer<Service> service;
         Call(ServicesOf(OpenDevice()), &Vector<Service>::Table::GetAt, 0u, service.Receive());
@@ -83,14 +84,14 @@ TEST_F(RuntimeRules, DevicesAndServicesAreClosed) {
     EXPECT_NE(report.find("GattDeviceService released without Close"), std::string::npos);
 }
 
-TEST_F(RuntimeRules, ClosedDevicesAreNotUsed) {
+TEST_F(RuntimeRules, UseOfAClosedDeviceIsReported) {
     const Pointer<Device> opened = OpenDevice();
     CloseObject(opened);
     EXPECT_NE(ErrorOf([&] { ServicesOf(opened); }), "");
     ExpectReported("GetGattServicesWithCacheModeAsync of a closed BluetoothLEDevice");
 }
 
-TEST_F(RuntimeRules, AServiceThatStaysOpenKeepsTheConnection) {
+TEST_F(RuntimeRules, OpenServiceKeepsTheConnection) {
     const Pointer<Device> opened = OpenDevice();
     Pointer<Service> service;
     const Pointer<Vector<Service>> list = ServicesOf(opened);
@@ -103,7 +104,7 @@ TEST_F(RuntimeRules, AServiceThatStaysOpenKeepsTheConnection) {
     CloseObject(service);
 }
 
-TEST_F(RuntimeRules, OperationsHaveOneHandlerAndNoResultBeforeTheirEnd) {
+TEST_F(RuntimeRules, SecondHandlerAndEarlyResultOfAnOperationAreReported) {
     PlanFault("FromBluetoothAddressAsync", "never");
     const auto operation = BeginOpen();
     Device* result = nullptr;
@@ -123,7 +124,7 @@ TEST_F(RuntimeRules, OperationsHaveOneHandlerAndNoResultBeforeTheirEnd) {
     ExpectReported("put_Completed called twice");
 }
 
-TEST_F(RuntimeRules, ThreadsEnterTheRuntime) {
+TEST_F(RuntimeRules, ThreadThatHasNotEnteredIsReported) {
     const Pointer<AdvertisementWatcher> watcher = MakeWatcher();
     conformance::Thread([&] {
         Call(watcher, &AdvertisementWatcher::Table::put_ScanningMode, ScanningMode::kActive);

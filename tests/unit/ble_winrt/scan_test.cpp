@@ -33,26 +33,26 @@ TEST_F(WinrtScan, ReportsAddressSignalStrengthAndName) {
     EXPECT_TRUE(record.Errors().empty());
 }
 
-TEST_F(WinrtScan, HearsANameInTheScanResponse) {
+TEST_F(WinrtScan, ReportsANameInTheScanResponse) {
     simulator.Command(R"(radio {"name_in_response": true})");
     Start();
     EXPECT_TRUE(Eventually([&] { return record.Heard("Brennix"); }));
 }
 
-TEST_F(WinrtScan, ReportsAnAdvertisementWithoutANameAsSuch) {
+TEST_F(WinrtScan, ReportsAnAdvertisementWithoutAName) {
     simulator.Command(R"(radio {"name": null})");
     Start();
     ASSERT_TRUE(Eventually([&] { return !record.Entries().empty(); }));
     EXPECT_EQ(record.Entries().front().name, "");
 }
 
-TEST_F(WinrtScan, IsOverWithStop) {
+TEST_F(WinrtScan, EndsWithStop) {
     Start();
     ASSERT_TRUE(Eventually([&] { return record.Heard("Brennix"); }));
     scan->Stop();
     EXPECT_NE(scan->Status(), kStarted);
     EXPECT_TRUE(Eventually([&] { return RadioSays("\"scanning\":0"); }));
-    scan->Stop();  // does no harm
+    scan->Stop();  // does nothing
 }
 
 TEST_F(WinrtScan, StopsWhenItIsDestroyed) {
@@ -70,7 +70,7 @@ TEST_F(WinrtScan, CanBeFollowedByAnother) {
     }
 }
 
-// Stays in its first call until it is let out.
+// Stays in its first call until `leave` is opened.
 class SlowScanHandler : public BleScan::Handler {
 public:
     void Advertised(const BleAdvertisement&) noexcept override {
@@ -100,7 +100,7 @@ TEST_F(WinrtScan, StopWaitsForHandlersAndNoneRunsAfterIt) {
     EXPECT_FALSE(stopped.Wait(std::chrono::milliseconds(200)));
     handler.leave.Open();
     EXPECT_TRUE(stopped.Wait());
-    // An advertisement that was under way when the handler was removed comes now.
+    // An advertisement that was being delivered when the handler was removed comes now.
     const int calls = handler.calls;
     EXPECT_EQ(TakeReport().find("never removed"), std::string::npos);
     EXPECT_EQ(handler.calls, calls);
@@ -114,7 +114,7 @@ TEST_F(WinrtScan, DoesNotStartWithTheAdapterOff) {
     EXPECT_EQ(scan->Status(), kAborted);
 }
 
-TEST_F(WinrtScan, TellsThatTheAdapterWentOff) {
+TEST_F(WinrtScan, ReportsThatTheAdapterWasSwitchedOff) {
     Start();
     simulator.Command("adapter off");
     ASSERT_TRUE(Eventually([&] { return !record.Errors().empty(); }));
@@ -124,7 +124,7 @@ TEST_F(WinrtScan, TellsThatTheAdapterWentOff) {
     scan->Stop();
 }
 
-TEST_F(WinrtScan, ThrowsWhatTheSystemSaysWhenItCannotBegin) {
+TEST_F(WinrtScan, ThrowsTheSystemsTextWhenItCannotStart) {
     for (const char* function :
          {"ActivateInstance", "put_ScanningMode", "add_Received", "add_Stopped", "Start"}) {
         PlanFault(function, "fail 0x80070005");
@@ -136,7 +136,7 @@ TEST_F(WinrtScan, ThrowsWhatTheSystemSaysWhenItCannotBegin) {
     }
 }
 
-TEST_F(WinrtScan, TellsOfAnAdvertisementThatCannotBeRead) {
+TEST_F(WinrtScan, ReportsAnUnreadableAdvertisement) {
     for (const char* function : {"get_BluetoothAddress", "get_RawSignalStrengthInDBm",
                                  "get_Advertisement", "get_DataSections", "get_Size", "GetAt",
                                  "get_DataType", "get_Data", "get_Length", "Buffer"}) {

@@ -1,4 +1,4 @@
-// Threads, and systems without the runtime classes.
+// Threads and apartments, and systems without the runtime classes.
 
 #include <objbase.h>
 
@@ -6,7 +6,7 @@
 #include <cstdlib>
 
 #include "unit/ble_winrt/fixture.h"
-#include "unit/ble_winrt/kept_loaded.h"
+#include "unit/faults/keep_loaded_fault.h"
 #include "unit/test_system.h"
 
 namespace tarvik::test {
@@ -14,7 +14,7 @@ namespace {
 
 constexpr APTTYPE kNoApartment = static_cast<APTTYPE>(-1);
 
-// Of the calling thread itself.
+// The apartment that the calling thread has entered.
 APTTYPE Apartment() {
     APTTYPE type{};
     APTTYPEQUALIFIER qualifier{};
@@ -23,7 +23,7 @@ APTTYPE Apartment() {
     return has_one ? type : kNoApartment;
 }
 
-TEST_F(WinrtRadio, ThreadsOfTheProgramEnterTheMultithreadedApartmentAndLeaveIt) {
+TEST_F(WinrtRadio, ThreadEntersAndLeavesTheMultithreadedApartment) {
     conformance::Thread([&] {
         radio->EnterThread();
         EXPECT_EQ(Apartment(), APTTYPE_MTA);
@@ -35,7 +35,7 @@ TEST_F(WinrtRadio, ThreadsOfTheProgramEnterTheMultithreadedApartmentAndLeaveIt) 
     }).Join();
 }
 
-TEST_F(WinrtRadio, ThreadsWithAnApartmentOfTheirOwnScanAsWellAndKeepIt) {
+TEST_F(WinrtRadio, ThreadWithAnApartmentOfItsOwnScansAndKeepsIt) {
     conformance::Thread([&] {
         ASSERT_TRUE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
         const APTTYPE before = Apartment();
@@ -50,23 +50,23 @@ TEST_F(WinrtRadio, ThreadsWithAnApartmentOfTheirOwnScanAsWellAndKeepIt) {
     }).Join();
 }
 
-TEST_F(WinrtRadio, ThatEndsWhileTheRuntimeHoldsADelegateKeepsTheLibraryLoaded) {
+TEST_F(WinrtRadio, KeepsTheLibraryLoadedWhileTheRuntimeHoldsADelegate) {
     Scan();
     ASSERT_TRUE(Eventually([] { return winrt::delegates_alive == 0; }));
-    const int before = KeptLoaded();
+    const int before = KeepLoadedCalls();
     radio->LeaveThread();
     radio.reset();
-    EXPECT_EQ(KeptLoaded(), before) << "nothing is left";
+    EXPECT_EQ(KeepLoadedCalls(), before) << "no delegate is left";
 
-    UseRadio(WinrtLimits{});
+    UseRadio(LibraryWinrtLimits());
     auto* held = new winrt::Delegate<int, int>(winrt::kIUnknownIid, [](int, int) {});
     radio->LeaveThread();
     radio.reset();
-    EXPECT_EQ(KeptLoaded(), before + 1);
+    EXPECT_EQ(KeepLoadedCalls(), before + 1);
     held->Release();
 }
 
-// In a process of its own: one that has no radio has no classes either, as most systems under Wine.
+// In a process of its own: without BRENNIX_RADIO it has no classes, like most systems under Wine.
 const ChildBody without_classes("without-runtime-classes", [] {
     const std::unique_ptr<BleRadio> radio = OpenBleRadio();
     radio->EnterThread();
@@ -88,7 +88,7 @@ TEST(WinrtRadioWithoutClasses, FailsWithAClearText) {
     EXPECT_EQ(result.output, kLine + "\n" + kLine + "\n");
 }
 
-TEST_F(WinrtDongle, IsConnectedAndLostWithoutLeavingHandlesBehind) {
+TEST_F(WinrtDongle, LeavesNoHandlesBehindWhenConnectedAndLost) {
     const auto handles = [] {
         DWORD count = 0;
         ::GetProcessHandleCount(::GetCurrentProcess(), &count);

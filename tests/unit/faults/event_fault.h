@@ -2,7 +2,7 @@
 
 namespace tarvik::test {
 
-// While this object lives, the system refuses to create events.
+// While this object lives, creating an event fails.
 class EventFault {
 public:
     EventFault();

@@ -1,9 +1,11 @@
+#include "transport/ble/winrt_device.h"
+
 #include <atomic>
 #include <vector>
 
-#include "transport/ble/ble_winrt.h"
 #include "transport/ble/winrt_async.h"
 #include "transport/ble/winrt_buffer.h"
+#include "transport/ble/winrt_limits.h"
 
 namespace tarvik {
 
@@ -11,7 +13,7 @@ using namespace winrt;
 
 namespace {
 
-constexpr std::size_t kAttributeOverhead = 3;  // of each PDU that carries a value
+constexpr std::size_t kAttributeOverhead = 3;  // bytes of a PDU beside the value
 
 static_assert(static_cast<std::int32_t>(BleStatus::kSuccess) ==
               static_cast<std::int32_t>(CommunicationStatus::kSuccess));
@@ -58,10 +60,10 @@ const Pointer<Item>* FindByUuid(const Items<Item>& items, const BleUuid& uuid) {
 
 class WinrtDevice final : public BleDevice {
 public:
-    WinrtDevice(const WinrtLimits& limits, OsEvent* give_up, Pointer<Device> device)
-        : limits_(limits), give_up_(give_up), device_(std::move(device)) {}
+    WinrtDevice(OsEvent* give_up, Pointer<Device> device)
+        : give_up_(give_up), device_(std::move(device)) {}
 
-    // The system ends the connection some time after the last object is closed that belongs to it.
+    // The system disconnects some time after the last object of the connection is closed.
     ~WinrtDevice() override {
         Unsubscribe();
         characteristic_ = {};
@@ -71,18 +73,15 @@ public:
         CloseObject(device_);
     }
 
-    // Connects, for the system may have opened a device that it only knows of from before; from the
-    // device itself, for it may have got another firmware since.
+    // Uncached: the system may have opened a device that it only remembers, so this connects to it;
+    // and the device's firmware may have changed since.
     BleStatus DiscoverServices() override {
         Pointer<AsyncOperation<ServicesResult*>> operation;
         Call(device_.Query<Device3>(), &Device3::Table::GetGattServicesWithCacheModeAsync,
              CacheMode::kUncached, operation.Receive());
-        const Pointer<ServicesResult> result(Await(operation, limits_.connect_ms, give_up_));
-        CommunicationStatus status{};
-        Call(result, &ServicesResult::Table::get_Status, &status);
-        if (status != CommunicationStatus::kSuccess) return StatusOf(status);
         Pointer<Vector<Service>> list;
-        Call(result, &ServicesResult::Table::get_Services, list.Receive());
+        const BleStatus status = AwaitList(operation, &ServicesResult::Table::get_Services, &list);
+        if (status != BleStatus::kSuccess) return status;
         CloseServices();
         Collect(list, &services_);
         return BleStatus::kSuccess;
@@ -99,12 +98,10 @@ public:
         Pointer<AsyncOperation<CharacteristicsResult*>> operation;
         Call(service_, &Service3::Table::GetCharacteristicsWithCacheModeAsync, CacheMode::kUncached,
              operation.Receive());
-        const Pointer<CharacteristicsResult> result(Await(operation, limits_.connect_ms, give_up_));
-        CommunicationStatus status{};
-        Call(result, &CharacteristicsResult::Table::get_Status, &status);
-        if (status != CommunicationStatus::kSuccess) return StatusOf(status);
         Pointer<Vector<Characteristic>> list;
-        Call(result, &CharacteristicsResult::Table::get_Characteristics, list.Receive());
+        const BleStatus status =
+            AwaitList(operation, &CharacteristicsResult::Table::get_Characteristics, &list);
+        if (status != BleStatus::kSuccess) return status;
         characteristics_.clear();
         Collect(list, &characteristics_);
         return BleStatus::kSuccess;
@@ -138,11 +135,23 @@ public:
         Pointer<AsyncOperation<CommunicationStatus>> operation;
         Call(characteristic_, &Characteristic::Table::WriteValueWithOptionAsync, buffer.Get(),
              WriteOption::kWithoutResponse, operation.Receive());
-        return StatusOf(Await(operation, limits_.write_ms));
+        return StatusOf(Await(operation, GetWinrtLimits().write_ms));
     }
 
 private:
-    // In this order: once the descriptor is written, no notification and no loss is missed.
+    // Waits for an operation of discovery. Sets `list` if it succeeds.
+    template <typename Result, typename Item>
+    BleStatus AwaitList(const Pointer<AsyncOperation<Result*>>& operation,
+                        Method<Result, Vector<Item>**> Result::Table::*get_list,
+                        Pointer<Vector<Item>>* list) {
+        const Pointer<Result> result(Await(operation, GetWinrtLimits().connect_ms, give_up_));
+        CommunicationStatus status{};
+        Call(result, &Result::Table::get_Status, &status);
+        if (status == CommunicationStatus::kSuccess) Call(result, get_list, list->Receive());
+        return StatusOf(status);
+    }
+
+    // Before the descriptor is written, so that no notification and no loss is missed.
     void AddHandlers(Handler& handler) {
         status_changed_.Begin(device_, &Device::Table::add_ConnectionStatusChanged,
                               &Device::Table::remove_ConnectionStatusChanged,
@@ -159,7 +168,7 @@ private:
         Call(characteristic_,
              &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync,
              DescriptorValue::kNotify, operation.Receive());
-        return StatusOf(Await(operation, limits_.connect_ms, give_up_));
+        return StatusOf(Await(operation, GetWinrtLimits().connect_ms, give_up_));
     }
 
     void Unsubscribe() noexcept {
@@ -167,7 +176,7 @@ private:
         status_changed_.End();
     }
 
-    // All that the system listed, those of no use here as well: each holds the connection.
+    // All services that the system listed, also the unused ones: each keeps the connection.
     void CloseServices() noexcept {
         service_ = {};
         for (const Pointer<Service>& service : services_)
@@ -193,7 +202,7 @@ private:
         if (status == ConnectionStatus::kDisconnected && !lost_.exchange(true)) handler.Lost();
     }
 
-    // The system agrees with the dongle on larger PDUs while the connection is young.
+    // The system and the dongle may agree on larger PDUs soon after they have connected.
     bool Fits(std::size_t size) {
         if (size + kAttributeOverhead > largest_pdu_) {
             Call(session_, &Session::Table::get_MaxPduSize, &largest_pdu_);
@@ -201,15 +210,14 @@ private:
         return size + kAttributeOverhead <= largest_pdu_;
     }
 
-    const WinrtLimits limits_;
     OsEvent* const give_up_;
     const Pointer<Device> device_;
     Items<Service> services_;
-    Pointer<Service3> service_;  // the selected one of them
+    Pointer<Service3> service_;  // the selected one
     Pointer<Session> session_;
     std::uint16_t largest_pdu_ = 0;  // as last read; only Write uses it
     Items<Characteristic> characteristics_;
-    Pointer<Characteristic> characteristic_;  // the selected one of them
+    Pointer<Characteristic> characteristic_;  // the selected one
     std::atomic<bool> lost_{false};
     EventHandler<Characteristic, ValueChangedEventArgs> value_changed_;
     EventHandler<Device, Inspectable> status_changed_;
@@ -217,15 +225,14 @@ private:
 
 }  // namespace
 
-std::unique_ptr<BleDevice> OpenWinrtDevice(Runtime& runtime, const WinrtLimits& limits,
-                                           OsEvent* give_up, std::uint64_t address) {
+std::unique_ptr<BleDevice> OpenWinrtDevice(Runtime& runtime, OsEvent* give_up,
+                                           std::uint64_t address) {
     const auto statics = runtime.Factory<DeviceStatics>(Device::kClass);
     Pointer<AsyncOperation<Device*>> operation;
     Call(statics, &DeviceStatics::Table::FromBluetoothAddressAsync, address, operation.Receive());
-    Pointer<Device> device(Await(operation, limits.connect_ms, give_up));
-    // The system knows nothing of such a device.
+    Pointer<Device> device(Await(operation, GetWinrtLimits().connect_ms, give_up));
     if (!device) return nullptr;
-    return std::make_unique<WinrtDevice>(limits, give_up, std::move(device));
+    return std::make_unique<WinrtDevice>(give_up, std::move(device));
 }
 
 }  // namespace tarvik

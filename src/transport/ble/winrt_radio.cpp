@@ -1,22 +1,22 @@
-// The Windows Runtime's radio.
-
-#include "transport/ble/ble_winrt.h"
-
+// The radio of a Windows computer, through the Windows Runtime.
+#include "platform/event.h"
 #include "platform/process.h"
+#include "transport/ble/ble_radio.h"
 #include "transport/ble/winrt_delegate.h"
+#include "transport/ble/winrt_device.h"
+#include "transport/ble/winrt_runtime.h"
+#include "transport/ble/winrt_scan.h"
 
 namespace tarvik {
-
 namespace {
 
 class WinrtRadio final : public BleRadio {
 public:
-    explicit WinrtRadio(const WinrtLimits& limits)
-        : limits_(limits), give_up_(OsEventCreate(EventReset::kManual)) {
+    WinrtRadio() : give_up_(OsEventCreate(EventReset::kManual)) {
         if (give_up_ == nullptr) winrt::Check(HRESULT_FROM_WIN32(::GetLastError()));
     }
-    // The runtime may still call a delegate that it holds: of an operation that never ends, or of
-    // an event that is under way.
+    // The runtime may still call a delegate that it holds: that of an operation that never ends, or
+    // of an event being raised now.
     ~WinrtRadio() override {
         if (winrt::delegates_alive > 0) OsKeepLibraryLoaded();
     }
@@ -27,7 +27,7 @@ public:
         return CreateWinrtScan(runtime_, handler);
     }
     std::unique_ptr<BleDevice> Open(std::uint64_t address) override {
-        return OpenWinrtDevice(runtime_, limits_, give_up_.get(), address);
+        return OpenWinrtDevice(runtime_, give_up_.get(), address);
     }
     void CancelConnecting() noexcept override { OsEventSet(give_up_.get()); }
     void EnterThread() override { runtime_.EnterThread(); }
@@ -38,17 +38,12 @@ private:
         void operator()(OsEvent* event) const noexcept { OsEventClose(event); }
     };
 
-    const WinrtLimits limits_;
     const std::unique_ptr<OsEvent, CloseEvent> give_up_;
     winrt::Runtime runtime_;
 };
 
 }  // namespace
 
-std::unique_ptr<BleRadio> OpenWinrtRadio(const WinrtLimits& limits) {
-    return std::make_unique<WinrtRadio>(limits);
-}
-
-std::unique_ptr<BleRadio> OpenBleRadio() { return OpenWinrtRadio(WinrtLimits{}); }
+std::unique_ptr<BleRadio> OpenBleRadio() { return std::make_unique<WinrtRadio>(); }
 
 }  // namespace tarvik

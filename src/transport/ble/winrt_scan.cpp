@@ -1,6 +1,8 @@
-#include <string>
+#include "transport/ble/winrt_scan.h"
 
-#include "transport/ble/ble_winrt.h"
+#include <string>
+#include <utility>
+
 #include "transport/ble/winrt_buffer.h"
 #include "transport/ble/winrt_delegate.h"
 
@@ -12,7 +14,7 @@ namespace {
 
 constexpr std::uint8_t kCompleteLocalName = 0x09;
 
-// Of BluetoothError, those that a user can do something about.
+// The values of BluetoothError that a user can do something about.
 struct ErrorName {
     std::int32_t value;
     const char* text;
@@ -33,7 +35,7 @@ BleError ScanEnded(std::int32_t error) {
     return BleError("The scan was aborted: error " + std::to_string(error));
 }
 
-// The buffer that holds the complete local name; empty: the advertisement carries none.
+// The buffer with the complete local name. Empty: the advertisement has none.
 Pointer<Buffer> FindName(ReceivedEventArgs* arguments) {
     Pointer<Advertisement> advertisement;
     Call(arguments, &ReceivedEventArgs::Table::get_Advertisement, advertisement.Receive());
@@ -59,7 +61,7 @@ public:
     WinrtScan(Runtime& runtime, Handler& handler)
         : handler_(handler),
           watcher_(runtime.Activate<AdvertisementWatcher>(AdvertisementWatcher::kClass)) {
-        // A name may stand in the answer to a scan request, which passive scans do not send.
+        // The name may be in the answer to a scan request, which passive scans do not send.
         Call(watcher_, &AdvertisementWatcher::Table::put_ScanningMode, ScanningMode::kActive);
         received_.Begin(watcher_, &AdvertisementWatcher::Table::add_Received,
                         &AdvertisementWatcher::Table::remove_Received,
@@ -113,7 +115,7 @@ private:
         }
     }
 
-    // Also the answer to Stop, and then without an error.
+    // Also called after Stop, then without an error.
     void Stopped(StoppedEventArgs* arguments) noexcept {
         try {
             std::int32_t error = 0;

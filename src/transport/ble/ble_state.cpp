@@ -1,0 +1,7 @@
+#include "transport/ble/ble_state.h"
+
+namespace tarvik {
+
+Immortal<BleState> ble;
+
+}  // namespace tarvik
