@@ -1,5 +1,5 @@
-// The stand-in for the Linux Bluetooth service behaves as programs find the service, and says what
-// they do wrong.
+// The simulated Linux Bluetooth service behaves like the real one, and reports what its clients do
+// wrong.
 #include <algorithm>
 #include <optional>
 
@@ -24,7 +24,7 @@ protected:
         EXPECT_TRUE(conformance::Eventually([&] { return service_.Command("clients") == "0"; }));
     }
 
-    // The last violation, none being there any more.
+    // Waits for a violation, clears the list and returns the text.
     std::string TakeViolation() {
         std::string text;
         conformance::Eventually([&] {
@@ -45,7 +45,7 @@ protected:
     std::optional<Client> client_;
 };
 
-TEST_F(BluezService, ShowsSignalStrengthOnlyWhileItDiscovers) {
+TEST_F(BluezService, ShowsSignalStrengthOnlyWhileDiscovering) {
     ASSERT_EQ(client_->Discover(), "");
     const auto is_there = [](const sdbus::Variant* found) { return found != nullptr; };
     ASSERT_TRUE(client_->Await(kDevice, "RSSI", is_there));
@@ -67,7 +67,7 @@ TEST_F(BluezService, RefusesDiscoveryOutOfOrder) {
     ExpectNoViolation();
 }
 
-TEST_F(BluezService, AdapterThatIsOffIsNotReadyAndOneThatIsAbsentIsNoObject) {
+TEST_F(BluezService, AdapterIsNotReadyWhenOffAndNoObjectWhenAbsent) {
     radio_.Command("adapter off");
     ASSERT_TRUE(client_->Await(kAdapter, "Powered", [](const sdbus::Variant* found) {
         return found != nullptr && !found->get<bool>();
@@ -78,7 +78,7 @@ TEST_F(BluezService, AdapterThatIsOffIsNotReadyAndOneThatIsAbsentIsNoObject) {
     ExpectNoViolation();
 }
 
-TEST_F(BluezService, CarriesPacketsBothWays) {
+TEST_F(BluezService, CarriesPacketsInBothDirections) {
     client_->ConnectDongle();
     ASSERT_EQ(client_->Characteristic("StartNotify"), "");
     ASSERT_EQ(client_->Write(kIdentify), "");
@@ -92,7 +92,7 @@ TEST_F(BluezService, CarriesPacketsBothWays) {
     ExpectNoViolation();
 }
 
-TEST_F(BluezService, SignalsEachNotificationThoughTheyAreEqual) {
+TEST_F(BluezService, SignalsEachOfSeveralEqualNotifications) {
     client_->ConnectDongle();
     ASSERT_EQ(client_->Characteristic("StartNotify"), "");
     for (int i = 0; i < 3; ++i)
@@ -111,7 +111,7 @@ TEST_F(BluezService, RefusesAWriteThatDoesNotFitTheMtu) {
     ExpectNoViolation();
 }
 
-TEST_F(BluezService, LossEndsTheLinkAndTheNextConnectionTakesUpTheSession) {
+TEST_F(BluezService, LossEndsTheLinkAndTheNextConnectionRenewsTheSubscription) {
     client_->ConnectDongle();
     ASSERT_EQ(client_->Characteristic("StartNotify"), "");
     radio_.Command("lose");
@@ -126,7 +126,7 @@ TEST_F(BluezService, LossEndsTheLinkAndTheNextConnectionTakesUpTheSession) {
     ExpectNoViolation();
 }
 
-TEST_F(BluezService, RefusedConnectionSaysAborted) {
+TEST_F(BluezService, RefusedConnectionReturnsAborted) {
     radio_.Command(R"(radio {"refuse": "no", "refuse_count": 1})");
     ASSERT_TRUE(client_->SeesDongle());
     ASSERT_EQ(client_->Adapter("StopDiscovery"), "");
@@ -136,7 +136,7 @@ TEST_F(BluezService, RefusedConnectionSaysAborted) {
     EXPECT_EQ(client_->Device("Disconnect"), "");
 }
 
-TEST_F(BluezService, EndsAndBeginsAnew) {
+TEST_F(BluezService, StopsAndStartsAgain) {
     service_.Command("stop");
     EXPECT_EQ(client_->Discover(), "org.freedesktop.DBus.Error.ServiceUnknown");
     service_.Command("start");
@@ -144,7 +144,7 @@ TEST_F(BluezService, EndsAndBeginsAnew) {
     EXPECT_EQ(client_->Adapter("StopDiscovery"), "");
 }
 
-TEST_F(BluezService, PlannedErrorComesAsOftenAsPlanned) {
+TEST_F(BluezService, PlannedErrorOccursAsOftenAsPlanned) {
     service_.Command("fail 1 StartDiscovery org.freedesktop.DBus.Error.AccessDenied not allowed");
     EXPECT_EQ(client_->Discover(), "org.freedesktop.DBus.Error.AccessDenied");
     EXPECT_EQ(client_->ErrorText(), "not allowed");
@@ -152,13 +152,13 @@ TEST_F(BluezService, PlannedErrorComesAsOftenAsPlanned) {
     EXPECT_EQ(client_->Adapter("StopDiscovery"), "");
 }
 
-TEST_F(BluezService, NoticesDiscoveryWithoutAFilter) {
+TEST_F(BluezService, ReportsDiscoveryWithoutAFilter) {
     EXPECT_EQ(client_->Adapter("StartDiscovery"), "");
     EXPECT_EQ(TakeViolation(), "bluez: StartDiscovery without a filter for Bluetooth LE");
     EXPECT_EQ(client_->Adapter("StopDiscovery"), "");
 }
 
-TEST_F(BluezService, NoticesConnectWhileDiscovering) {
+TEST_F(BluezService, ReportsConnectWhileDiscovering) {
     ASSERT_TRUE(client_->SeesDongle());
     EXPECT_EQ(client_->Device("Connect"), "");
     EXPECT_EQ(TakeViolation(), "bluez: Connect while discovering");
@@ -166,28 +166,28 @@ TEST_F(BluezService, NoticesConnectWhileDiscovering) {
     EXPECT_EQ(client_->Device("Disconnect"), "");
 }
 
-TEST_F(BluezService, NoticesAWriteThatAsksForAResponse) {
+TEST_F(BluezService, ReportsAWriteThatAsksForAResponse) {
     client_->ConnectDongle();
     EXPECT_EQ(client_->Write(kIdentify, "request"), "");
     EXPECT_EQ(TakeViolation(), "bluez: WriteValue that asks for a response");
     EXPECT_EQ(client_->Device("Disconnect"), "");
 }
 
-TEST_F(BluezService, NoticesUseAfterDisconnect) {
+TEST_F(BluezService, ReportsUseAfterDisconnect) {
     client_->ConnectDongle();
     ASSERT_EQ(client_->Device("Disconnect"), "");
     EXPECT_EQ(client_->Write(kIdentify), "org.bluez.Error.Failed");
     EXPECT_EQ(TakeViolation(), "bluez: WriteValue after Disconnect");
 }
 
-TEST_F(BluezService, NoticesDisconnectWithoutStopNotify) {
+TEST_F(BluezService, ReportsDisconnectWithoutStopNotify) {
     client_->ConnectDongle();
     ASSERT_EQ(client_->Characteristic("StartNotify"), "");
     EXPECT_EQ(client_->Device("Disconnect"), "");
     EXPECT_EQ(TakeViolation(), "bluez: Disconnect without StopNotify");
 }
 
-TEST_F(BluezService, NoticesWhoLeavesConnectedOrDiscovering) {
+TEST_F(BluezService, ReportsAClientThatLeavesConnectedOrDiscovering) {
     client_->ConnectDongle();
     client_.reset();
     EXPECT_EQ(TakeViolation(), "bluez: left the bus with 02:42:52:4E:58:01 connected");

@@ -87,8 +87,7 @@ Objects Client::ManagedObjects() {
     return objects;
 }
 
-// A device that is known already is not announced again; its signal strength tells that it is
-// there.
+// A known device is not announced again; its signal strength shows that it is present.
 bool Client::SeesDongle() {
     return Discover().empty() &&
            Await(kDevice, "RSSI", [](const sdbus::Variant* found) { return found != nullptr; });

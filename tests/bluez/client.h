@@ -1,5 +1,3 @@
-// A program that uses the stand-in for the Linux Bluetooth service, and what the radio tells of it.
-
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,6 +28,7 @@ public:
     Service() : Simulator("BRENNIX_BLUEZ_CONTROL") {}
 };
 
+// A program that uses the simulated Linux Bluetooth service.
 class Client {
 public:
     Client();
@@ -50,7 +49,7 @@ public:
             return error.getName();
         }
     }
-    const std::string& ErrorText() const { return error_; }  // of the last one
+    const std::string& ErrorText() const { return error_; }  // of the last failed call
 
     std::string Adapter(const std::string& method) {
         return Call(kAdapter, "org.bluez.Adapter1", method);
@@ -63,15 +62,15 @@ public:
     }
     std::string Write(const Bytes& value, const std::string& type = "command");
     std::string Discover();  // filter and start
-    bool SeesDongle();       // discovers, and the dongle is there
-    // Scans until the dongle was seen, connects and waits for its services.
+    bool SeesDongle();       // starts discovery and waits for the dongle
+    // Discovers the dongle, connects to it and waits for its services.
     void ConnectDongle();
     Objects ManagedObjects();
-    // As signalled; waits until `holds` says so of the value of a property.
+    // Waits until `holds` returns true for the signalled value of a property; null: no value.
     bool Await(const std::string& path, const std::string& property,
                const std::function<bool(const sdbus::Variant*)>& holds);
     bool AwaitFlag(const std::string& property, bool value);
-    // How often a property was signalled, with this very value.
+    // How often a property was signalled with exactly this value.
     std::size_t Signalled(const std::string& property, const Bytes& value);
     std::string CharacteristicPath() const { return characteristic_; }
 
@@ -84,7 +83,7 @@ private:
     std::string characteristic_;
     std::mutex lock_;
     std::condition_variable changed_;
-    std::map<std::string, Properties> seen_;  // by path, as signals told
+    std::map<std::string, Properties> seen_;  // by path, as signalled
     std::vector<std::pair<std::string, Bytes>> byte_signals_;
 };
 

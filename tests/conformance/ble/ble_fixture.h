@@ -17,8 +17,8 @@
 
 namespace conformance {
 
-// Dongles in reach of this computer's Bluetooth, the first of them at the start. A scan takes two
-// seconds, whatever it finds. Nothing is constructed yet.
+// Simulated dongles in Bluetooth range; only dongle 0 is there at the start. A scan takes two
+// seconds, whatever it finds. The library is not constructed yet.
 class BleDongles : public testing::Test {
 protected:
     void SetUp() override {
@@ -30,7 +30,7 @@ protected:
     void TearDown() override {
         modules.reset();
         Pdu().PDUDestruct();
-        EXPECT_TRUE(NoneIsConnected()) << "the end of the library leaves a dongle connected";
+        EXPECT_TRUE(NoneIsConnected()) << "a dongle is still connected after the library has ended";
         EXPECT_EQ(radio.Violations(), 0u) << radio.Command("violations");
     }
 
@@ -39,7 +39,7 @@ protected:
         settings.Store();
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
     }
-    // One scan: how many of the library's modules are available.
+    // Runs one scan. Returns the number of available modules.
     int Scan() {
         modules = GetModuleIds();
         int count = 0;
@@ -50,7 +50,7 @@ protected:
     bool ScanUntil(int count) {
         return Eventually([this, count] { return Scan() == count; });
     }
-    // A module of the last scan; PDU_HANDLE_UNDEF: it is not among them.
+    // The dongle's module in the last scan, or PDU_HANDLE_UNDEF.
     UNUM32 ModuleOf(int dongle) const {
         for (UNUM32 i = 0; modules != nullptr && i < modules->NumEntries; ++i) {
             const PDU_MODULE_DATA& module = modules->pModuleData[i];
@@ -65,7 +65,7 @@ protected:
         const Outcome outcome = link.Request(ReadVin(), PositiveRead());
         return outcome.results.size() == 1 ? Hex(outcome.results[0].data) : "no answer";
     }
-    // What the demonstration car's engine control unit answers to ReadVin.
+    // True for the answer of the demo car's engine control unit to ReadVin.
     static bool IsVin(const std::string& answer) { return answer.starts_with("62 F1 90 57 54 "); }
 
     // Connections to dongle 0 in this test.
@@ -73,8 +73,8 @@ protected:
     bool Logs(const std::string& pattern, std::size_t count = 1) {
         return Eventually([&] { return log.CountLike(pattern) >= count; });
     }
-    // For after the end of the library: a thread of a connection that was not waited for to its end
-    // lets the dongle go by itself.
+    // For use after the library has ended: a connection thread that it did not wait for disconnects
+    // its dongle later.
     bool NoneIsConnected() {
         return Eventually([this] { return radio.Connected() == 0; });
     }
@@ -86,7 +86,7 @@ protected:
     ItemPtr<PDU_MODULE_ITEM> modules;  // of the last scan
 };
 
-// Constructed, and the dongle found.
+// The library is constructed and the dongle found.
 class ConnectedBleDongle : public BleDongles {
 protected:
     void SetUp() override {

@@ -1,4 +1,4 @@
-// Dongles that come and go for a long time.
+// Many lost and new connections.
 #include "conformance/ble/ble_fixture.h"
 #include "conformance/framework/rounds.h"
 #include "conformance/framework/steadiness.h"
@@ -6,15 +6,15 @@
 namespace conformance {
 namespace {
 
-// All dongles at once, so that the scans' time does not count for each.
+// All dongles at once, so that each scan serves all of them.
 constexpr std::uint32_t kConnections = Rounds(200, 36, 36);
 constexpr std::uint32_t kRounds = (kConnections + Radio::kDongles - 1) / Radio::kDongles;
 constexpr std::uint32_t kWarmUp = 2;
-constexpr std::uint32_t kLateLogins = 2;  // what a busy machine may cause in the whole test
+constexpr std::uint32_t kLateLogins = 2;  // allowed in the whole test, for busy machines
 
 class BleCycles : public BleDongles {
 protected:
-    // All are connected before and after.
+    // All dongles are connected before and after.
     void LoseAndFind(std::uint32_t rounds) {
         for (std::uint32_t round = 0; round < rounds; ++round) {
             for (int dongle = 0; dongle < Radio::kDongles; ++dongle)
@@ -24,8 +24,8 @@ protected:
         }
         console.Text();
     }
-    // A module whose dongle has not logged in within half a second is given up by the library until
-    // it is constructed anew: few may be, where the machine is busy.
+    // If a dongle does not log in within 500 ms, the library drops its module until it is
+    // constructed again. A few such late logins are allowed.
     bool FindAll() {
         return Eventually([this] {
             if (Scan() == Radio::kDongles) return true;

@@ -1,6 +1,4 @@
-// Requests to a dongle that is connected by Bluetooth LE.
-#include <chrono>
-
+// Requests to a dongle on Bluetooth LE.
 #include "conformance/ble/ble_fixture.h"
 
 namespace conformance {
@@ -8,7 +6,7 @@ namespace {
 
 using BleLink = ConnectedBleDongle;
 
-// The car's item that may be written.
+// The car's writable data item.
 constexpr UNUM8 kItem[] = {0x01, 0x00};
 constexpr std::size_t kLongBytes = 4000;
 constexpr std::size_t kRequestHeader = 32;
@@ -24,7 +22,7 @@ std::vector<UNUM8> LongWrite() {
 TEST_F(BleLink, CarriesFourThousandBytesInFragmentsBothWays) {
     EngineLink link(hMod);
     const std::vector<UNUM8> request = LongWrite();
-    // It takes as many bytes as it has.
+    // The item accepts as many bytes as it has.
     radio.Command("data engine 0100 " + std::string(2 * (kLongBytes - 3), '0'));
     radio.Command("record clear");
     const Outcome written = link.Request(request);
@@ -48,7 +46,7 @@ TEST_F(BleLink, AnswersAPing) {
     EXPECT_TRUE(radio.WaitFor(1, "in REPL"));
 }
 
-TEST_F(BleLink, DropsNotificationsThatHoldNoWholePacket) {
+TEST_F(BleLink, DropsNotificationsWithoutAWholePacket) {
     radio.Command("notify 4E45444908");
     EXPECT_TRUE(Logs("[BLE] Received packet too small: 5 bytes"));
     radio.Command("notify 4E45444909000000");
@@ -58,8 +56,8 @@ TEST_F(BleLink, DropsNotificationsThatHoldNoWholePacket) {
     EXPECT_TRUE(IsVin(VinOf(hMod)));
 }
 
-// The packet is given up; the link itself asks again after a while.
-TEST_F(BleLink, WriteThatFailsIsLogged) {
+// The transport drops the packet; the link sends the request again later.
+TEST_F(BleLink, FailedWriteIsLogged) {
     radio.Set(0, R"({"write_status": 2})");
     radio.Command("record clear");
     {
@@ -73,7 +71,7 @@ TEST_F(BleLink, WriteThatFailsIsLogged) {
     EXPECT_TRUE(IsVin(VinOf(hMod)));
 }
 
-TEST_F(BleLink, VanishingInTheMiddleOfARequestEndsItAtOnceAndTheNextScanFindsTheDongleAgain) {
+TEST_F(BleLink, LossDuringARequestEndsItAtOnceAndTheNextScanFindsTheDongle) {
     {
         EngineLink link(hMod);
         SetNumber("CP_P2Max", 60'000'000);
@@ -83,7 +81,7 @@ TEST_F(BleLink, VanishingInTheMiddleOfARequestEndsItAtOnceAndTheNextScanFindsThe
         const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
         ASSERT_TRUE(radio.WaitFor(1, "in CREQ"));
         radio.Command("unplug");
-        const Outcome outcome = link.WaitFor(hCoP);  // sooner than the time of the request
+        const Outcome outcome = link.WaitFor(hCoP);  // before the request's own time-out
         EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
         EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
     }
@@ -103,8 +101,8 @@ TEST_F(BleLink, DongleThatAScanMissedIsFoundAfterAnotherConstruct) {
     EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
 }
 
-// The dongle goes on advertising: only the way to it was lost.
-TEST_F(BleLink, ScanAfterALostConnectionConnectsAnew) {
+// Only the connection is lost; the dongle goes on advertising.
+TEST_F(BleLink, ScanAfterALostConnectionConnectsAgain) {
     radio.Command("lose");
     ASSERT_TRUE(Logs("[BLE] Connection to 02:42:52:4E:58:01 lost"));
     ASSERT_TRUE(ScanUntil(1));
@@ -114,8 +112,8 @@ TEST_F(BleLink, ScanAfterALostConnectionConnectsAnew) {
 
 class BleSmallMtu : public BleDongles {};
 
-// The login comes in fragments; a request does not fit, and is never cut.
-TEST_F(BleSmallMtu, RequestThatDoesNotFitFailsItsWrite) {
+// The login comes in fragments. A request that does not fit is never cut.
+TEST_F(BleSmallMtu, WriteOfARequestThatDoesNotFitFails) {
     radio.Set(0, R"({"mtu": 40})");
     Construct();
     ASSERT_TRUE(ScanUntil(1));

@@ -1,6 +1,4 @@
-// Which dongles a scan finds, and what it says of the others.
-#include <chrono>
-
+// Which dongles a scan finds, and how it reports the others.
 #include "conformance/ble/ble_fixture.h"
 
 namespace conformance {
@@ -35,7 +33,7 @@ TEST_F(BleScan, FindsADongleByItsAdvertisementAndAsksItsCar) {
               "");
 }
 
-TEST_F(BleScan, ConnectsOnceWhatAdvertisesManyTimesOrWhileItIsConnected) {
+TEST_F(BleScan, ConnectsOnceADongleThatAdvertisesRepeatedlyOrWhileConnected) {
     radio.Set(0, R"({"advertises_connected": true, "interval_ms": 5})");
     Construct();
     ASSERT_TRUE(ScanUntil(1));
@@ -45,7 +43,7 @@ TEST_F(BleScan, ConnectsOnceWhatAdvertisesManyTimesOrWhileItIsConnected) {
     EXPECT_EQ(modules->NumEntries, 1u);
 }
 
-TEST_F(BleScan, IgnoresOtherNamesAndSeesANameInTheScanResponse) {
+TEST_F(BleScan, IgnoresOtherNamesAndReadsANameInTheScanResponse) {
     radio.Reset(6);
     radio.Set(0, R"({"name_in_response": true})");
     radio.Set(1, R"({"name": "Brennix 2"})");
@@ -60,15 +58,15 @@ TEST_F(BleScan, IgnoresOtherNamesAndSeesANameInTheScanResponse) {
     EXPECT_EQ(log.CountLike("[BLE] Found Brennix device: *"), 1u);
 }
 
-// Each of the others fails in its own way.
-TEST_F(BleScan, ReportsOnlyDonglesThatAnswerAndTheOthersOnceTheyDo) {
+// Each of the other dongles fails in its own way.
+TEST_F(BleScan, ReportsOnlyDonglesThatAnswerAndTheOthersWhenTheyDo) {
     radio.Reset(8);
     radio.Set(1, R"({"refuse": "no"})");
     radio.Set(2, R"({"service": false})");
     radio.Set(3, R"({"characteristic": false})");
     radio.Set(4, R"({"subscribe_status": 3})");
     radio.Set(5, R"({"services_status": 1})");
-    // However many scans it takes until dongle 0 has answered.
+    // Enough for however many scans dongle 0 needs to answer.
     radio.Run(6, R"(dongle {"busy_identify": 1000})");
     radio.Run(7, "ignore IDEN 1000");
     Construct();
@@ -89,7 +87,7 @@ TEST_F(BleScan, ReportsOnlyDonglesThatAnswerAndTheOthersOnceTheyDo) {
     EXPECT_TRUE(ScanUntil(8));
 }
 
-TEST_F(BleScan, AdapterThatIsOffOrAbsentMakesAnEmptyScan) {
+TEST_F(BleScan, ScanFindsNothingWhenTheAdapterIsOffOrAbsent) {
     Construct();
     for (const char* const state : {"off", "absent"}) {
         radio.Command(std::string("adapter ") + state);
@@ -114,7 +112,7 @@ TEST_F(BleScan, FindsTheDongleAgainAfterASecondConstruct) {
     }
 }
 
-TEST_F(BleScan, DestructDuringAScanDoesNotWaitForItsEnd) {
+TEST_F(BleScan, DestructEndsARunningScan) {
     Construct();
     ASSERT_EQ(radio.Connected(), 0);
     Thread scanning([] { GetModuleIds(); });

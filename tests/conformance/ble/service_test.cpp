@@ -1,4 +1,4 @@
-// The Linux Bluetooth service: absent, restarted, unwilling.
+// The Linux Bluetooth service: stopped, restarted, silent or refusing.
 #include <chrono>
 
 #include "conformance/ble/ble_fixture.h"
@@ -21,7 +21,7 @@ protected:
         service.Command("mute off");
         BleDongles::TearDown();
     }
-    // A scan that finds nothing and says why.
+    // A scan that finds nothing and logs the reason.
     void ExpectFailedScan() {
         const LogCapture lines;
         EXPECT_EQ(Scan(), 0);
@@ -31,7 +31,7 @@ protected:
     Service service;
 };
 
-TEST_F(BluetoothService, AbsentMakesAnEmptyScanAndItsReturnIsFound) {
+TEST_F(BluetoothService, ScanFailsWhileStoppedAndWorksAfterTheStart) {
     service.Command("stop");
     Construct();
     ExpectFailedScan();
@@ -39,7 +39,7 @@ TEST_F(BluetoothService, AbsentMakesAnEmptyScanAndItsReturnIsFound) {
     EXPECT_TRUE(ScanUntil(1));
 }
 
-TEST_F(BluetoothService, RestartLosesTheConnectionAndTheNextScanFindsTheDongleAgain) {
+TEST_F(BluetoothService, RestartLosesTheConnectionAndTheNextScanFindsTheDongle) {
     Construct();
     ASSERT_TRUE(ScanUntil(1));
     service.Command("stop");
@@ -49,7 +49,7 @@ TEST_F(BluetoothService, RestartLosesTheConnectionAndTheNextScanFindsTheDongleAg
     EXPECT_TRUE(IsVin(VinOf(ModuleOf(0))));
 }
 
-TEST_F(BluetoothService, MuteHoldsTheEndOfTheLibraryOnceAndNotForEachDongle) {
+TEST_F(BluetoothService, SilenceDelaysDestructOnceAndNotForEachDongle) {
     radio.Reset(3);
     Construct();
     ASSERT_TRUE(ScanUntil(3));
@@ -73,10 +73,10 @@ TEST_F(BluetoothService, RefusalOfTheScanIsLogged) {
     EXPECT_TRUE(ScanUntil(1));
 }
 
-TEST_F(BluetoothService, AbortedConnectionIsTriedOnceMore) {
+TEST_F(BluetoothService, AbortedConnectionIsTriedAgain) {
     radio.Set(0, R"({"refuse": "le-connection-abort-by-local", "refuse_count": 1})");
     Construct();
-    EXPECT_TRUE(ScanUntil(1));  // its login may come too late for the first scan
+    EXPECT_TRUE(ScanUntil(1));  // its login may be too late for the first scan
     EXPECT_FALSE(log.Has("[BLE] Failed to connect to device"));
 }
 

@@ -1,6 +1,6 @@
-// What a dongle notifies over Bluetooth LE. Each piece of the input is one notification: a byte for
-// its length, then its bytes. What arrives must be what a plain reading of the rules gives, and
-// every reply must fit a write.
+// Notifications from a dongle over Bluetooth LE. Each piece of the input is one notification: a
+// length byte, then the bytes. The packets received must match a simple model of the rules, and
+// every reply must fit into one write.
 
 #include <span>
 #include <vector>
@@ -19,7 +19,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 struct Arrived {
     std::vector<Bytes> packets;  // for the module's links
-    std::vector<Bytes> replies;  // back to the dongle, whole
+    std::vector<Bytes> replies;  // to the dongle, defragmented
     bool operator==(const Arrived&) const = default;
 };
 
@@ -36,7 +36,7 @@ std::vector<Bytes> Split(std::span<const std::uint8_t> input) {
     return values;
 }
 
-// The rules of one notification. Null: it is dropped.
+// The packet in one notification. Null: it is dropped.
 PacketPtr PacketIn(const Bytes& value) {
     if (value.size() < MIN_PKT_SIZE) return nullptr;
     const std::uint32_t length = LoadU32(value.data() + 4);
@@ -52,7 +52,7 @@ Arrived Expected(const std::vector<Bytes>& values) {
         PacketPtr packet = PacketIn(value);
         PacketPtr complete;
         if (packet == nullptr || !FragReceivePacket(&source, packet, &complete)) continue;
-        if (complete->type == kTypeTele) continue;  // of no use to a link
+        if (complete->type == kTypeTele) continue;  // not for the links
         const bool is_ping = complete->type == kTypePing;
         if (is_ping) complete->type = kTypeRepl;
         (is_ping ? arrived.replies : arrived.packets).push_back(BytesOf(*complete));
@@ -61,7 +61,7 @@ Arrived Expected(const std::vector<Bytes>& values) {
     return arrived;
 }
 
-// A reply that goes in fragments, put together again.
+// Defragments a reply that begins with `fragment`.
 Bytes Join(DeviceQueues* dongle, PacketPtr fragment) {
     constexpr std::uint32_t kFragmentHeader = 16;
     Bytes whole;
