@@ -14,6 +14,8 @@
 #include "transport/ble/ble_limits.h"
 #include "transport/ble/ble_state.h"
 #include "transport/ble/ble_text.h"
+#include "transport/identification.h"
+#include "transport/life_cycle.h"
 
 namespace tarvik {
 namespace {
@@ -135,9 +137,8 @@ struct ScanReport {
 };
 
 PacketPtr AskForLogin(DeviceQueues* queues) {
-    PacketPtr identify = MakePacket(kTypeIden, MIN_PKT_SIZE);
-    if (identify != nullptr) EnqueueTransmitPacket(queues, identify);
-    return WaitForPacket(queues, kTypeLogn, GetBleLimits().login_wait_ms, kNoTag, &ble->closing);
+    SendIdentify(queues);
+    return WaitForLogin(queues, GetBleLimits().login_wait_ms, &ble->closing, nullptr);
 }
 
 using BleConnections = BleList<std::shared_ptr<BleConnection>>;
@@ -175,9 +176,7 @@ void AskNew(DeviceQueues* queues, ScanReport* out) {
         return;
     }
     const LoginRecord login = LoginFromPacket(*answer);
-    const std::uint8_t* mac = login.Mac();
-    ConsolePrint("[BLE] Received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\n",
-                 LoginDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    ConsolePrint("[BLE] Received: %s\n", LoginText(login).text);
     out->Add(login, queues);
     ConsolePrint("[BLE] Connected successfully\n");
     Log(kLogTrace, "[BLE] Successfully connected and added device");
@@ -289,10 +288,7 @@ void FindDongles(std::uint32_t timeout_ms, ScanReport* out) {
 bool BleUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     if (!config.useBle) return false;
     const LockGuard hold(ble->scan_lock);
-    if (!ble->initialized || ble->closing) {
-        Log(kLogTrace, "[BLE] Not initialized");
-        return false;
-    }
+    if (!CheckInitialized(ble->initialized && !ble->closing, "BLE")) return false;
     ConsolePrint("[BLE] Scanning for devices (timeout: %d ms)...\n", static_cast<int>(timeout_ms));
     Log(kLogTrace, "[BLE] BleUpdateDevices: scanning for devices (timeout: %d ms)",
         static_cast<int>(timeout_ms));

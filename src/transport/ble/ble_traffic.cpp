@@ -3,6 +3,7 @@
 
 #include "link/fragmentation.h"
 #include "link/packet_counters.h"
+#include "link/wire_packets.h"
 #include "support/log.h"
 #include "transport/ble/ble_connection.h"
 #include "transport/ble/ble_limits.h"
@@ -39,14 +40,16 @@ void BleConnection::Receive(std::span<const std::uint8_t> value) {
         Log(kLogTrace, "[BLE] Received packet too small: %u bytes", received);
         return;
     }
-    const std::uint32_t length = LoadU32(value.data() + 4);
+    PacketHeaderWire header;
+    std::memcpy(&header, value.data(), sizeof header);
+    const std::uint32_t length = header.length;
     if (length < MIN_PKT_SIZE || length > received) {
         ConsolePrint("[BLE-RX] ERROR: Invalid packet length: %u (received %u bytes)\n", length,
                      received);
         Log(kLogTrace, "[BLE-RX] Invalid packet length: %u (received %u bytes)", length, received);
         return;
     }
-    PacketPtr packet = MakePacket(LoadU32(value.data()), length);
+    PacketPtr packet = MakePacket(header.type, length);
     if (packet == nullptr) return;
     std::memcpy(packet->Bytes(), value.data(), length);
     ConsolePrint("[BLE-RX] Received %u bytes, type=%.4s\n", length, WireLetters(*packet));

@@ -10,6 +10,7 @@
 #include "transport/ble/ble_scan.h"
 #include "transport/ble/ble_state.h"
 #include "transport/ble/ble_text.h"
+#include "transport/life_cycle.h"
 #include "transport/transport.h"
 
 namespace tarvik {
@@ -39,10 +40,7 @@ void BleInit() {
 
 void BleStart() {
     if (!config.useBle) return;
-    if (!ble->initialized) {
-        Log(kLogTrace, "[BLE] Not initialized, cannot start");
-        return;
-    }
+    if (!CheckInitialized(ble->initialized, "BLE", kCannotStart)) return;
     Announce("[BLE] BLE subsystem started");
 }
 
