@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "transport/cloud/secure_channel.h"
 #include "transport/cloud/secure_channel_state.h"
 
 // Packets on a socket, sealed with the library's own primitives: what a relay that echoes and the

@@ -7,10 +7,15 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 namespace tarvik {
 
-// A record of mbedTLS's from its init to its free function, which also wipes it.
+// mbedTLS's error codes are negative; its documentation lists them without the sign.
+inline unsigned MbedTlsCode(int result) { return static_cast<unsigned>(-result); }
+
+// An mbedTLS record: initialised, and freed at the end, which also wipes it.
 template <typename Context, void (*Init)(Context*), void (*Free)(Context*)>
 class MbedTlsContext {
 public:
@@ -18,6 +23,21 @@ public:
     ~MbedTlsContext() { Free(&context_); }
     MbedTlsContext(const MbedTlsContext&) = delete;
     MbedTlsContext& operator=(const MbedTlsContext&) = delete;
+
+    // Frees the record and initialises it again.
+    void Reset() {
+        Free(&context_);
+        Init(&context_);
+    }
+    // Frees this record, then moves the other one here and initialises the other again. Only for
+    // types without pointers into themselves.
+    void TakeOver(MbedTlsContext* other) {
+        static_assert(std::is_trivially_copyable_v<Context>);
+        Free(&context_);
+        std::memcpy(&context_, &other->context_, sizeof context_);
+        mbedtls_platform_zeroize(&other->context_, sizeof other->context_);
+        Init(&other->context_);
+    }
 
     Context* Get() { return &context_; }
     const Context* Get() const { return &context_; }
@@ -30,7 +50,7 @@ using EcGroup = MbedTlsContext<mbedtls_ecp_group, mbedtls_ecp_group_init, mbedtl
 using EcPoint = MbedTlsContext<mbedtls_ecp_point, mbedtls_ecp_point_init, mbedtls_ecp_point_free>;
 using BigNumber = MbedTlsContext<mbedtls_mpi, mbedtls_mpi_init, mbedtls_mpi_free>;
 
-// Bytes that are wiped when they go. Not copied, so that there is one place to wipe.
+// Bytes that are wiped when they go. Never copied, so that there is one place to wipe.
 template <std::size_t N>
 struct Secret : std::array<std::uint8_t, N> {
     Secret() : std::array<std::uint8_t, N>{} {}
@@ -39,6 +59,11 @@ struct Secret : std::array<std::uint8_t, N> {
     Secret& operator=(const Secret&) = delete;
 
     void Wipe() { mbedtls_platform_zeroize(this->data(), N); }
+    // Moves the other's bytes here and wipes the other.
+    void TakeOver(Secret* other) {
+        std::memcpy(this->data(), other->data(), N);
+        other->Wipe();
+    }
 };
 
 }  // namespace tarvik

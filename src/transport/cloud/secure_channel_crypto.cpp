@@ -3,11 +3,16 @@
 #include <mbedtls/hkdf.h>
 #include <mbedtls/md.h>
 
-namespace tarvik {
+#include <cstring>
 
-static const std::uint8_t* BytesOf(std::string_view text) {
+namespace tarvik {
+namespace {
+
+const std::uint8_t* BytesOf(std::string_view text) {
     return reinterpret_cast<const std::uint8_t*>(text.data());
 }
+
+}  // namespace
 
 bool ReadPublicKey(EcGroup* group, const EncodedPoint& from, EcPoint* point) {
     return mbedtls_ecp_point_read_binary(group->Get(), point->Get(), from.data(), from.size()) ==
@@ -25,13 +30,19 @@ bool HkdfExpand(const Secret<32>& prk, std::string_view info, Secret<32>* out) {
                                BytesOf(info), info.size(), out->data(), out->size()) == 0;
 }
 
-bool AeadKey::Set(const Secret<kAeadKeySize>& key) {
-    return mbedtls_gcm_setkey(gcm_.Get(), MBEDTLS_CIPHER_ID_AES, key.data(), kAeadKeySize * 8) == 0;
+AeadNonce NonceFor(const Secret<32>& salt, std::uint64_t counter) {
+    constexpr std::size_t kCounterOffset = 4;
+    AeadNonce nonce;
+    std::memcpy(nonce.data(), salt.data(), nonce.size());
+    for (std::size_t i = 0; i < sizeof counter; ++i) {
+        const auto digit = static_cast<std::uint8_t>(counter >> 8 * i);
+        nonce[kCounterOffset + i] = static_cast<std::uint8_t>(nonce[kCounterOffset + i] ^ digit);
+    }
+    return nonce;
 }
 
-void AeadKey::Wipe() {
-    mbedtls_gcm_free(gcm_.Get());
-    mbedtls_gcm_init(gcm_.Get());
+bool AeadKey::Set(const Secret<kAeadKeySize>& key) {
+    return mbedtls_gcm_setkey(gcm_.Get(), MBEDTLS_CIPHER_ID_AES, key.data(), kAeadKeySize * 8) == 0;
 }
 
 bool AeadKey::Encrypt(const AeadNonce& nonce, std::string_view additional, ByteView plain,

@@ -10,8 +10,8 @@
 #include "link/wire.h"
 #include "transport/cloud/mbedtls_context.h"
 
-// The channel's primitives: points of P-256, HKDF with SHA-256, AES-256-GCM. All of them report
-// failure as false and log nothing.
+// The channel's primitives: points of P-256, HKDF with SHA-256, AES-256-GCM. All return false on
+// failure and log nothing.
 namespace tarvik {
 
 inline constexpr std::size_t kScalarSize = 32;  // of a private key and of a shared secret
@@ -22,24 +22,29 @@ inline constexpr std::size_t kAeadTagSize = 16;
 using EncodedPoint = std::array<std::uint8_t, kPointSize>;
 using AeadNonce = std::array<std::uint8_t, 12>;
 
-// A point that is on the curve, and not the one at infinity. Reading alone does not check that, and
-// the product with a point from another curve would give away the private key bit by bit.
+// Reads a point and checks that it is on the curve and not the one at infinity. Reading alone does
+// not check that, and products with points of another curve would reveal the private key bit by
+// bit.
 bool ReadPublicKey(EcGroup* group, const EncodedPoint& from, EcPoint* point);
 
 // Without salt.
 bool HkdfExtract(ByteView ikm, Secret<32>* prk);
 bool HkdfExpand(const Secret<32>& prk, std::string_view info, Secret<32>* out);
 
-// An AES-256-GCM key whose schedule is set up once.
+// The salt's first bytes, the ones from the fifth on XORed with the counter.
+AeadNonce NonceFor(const Secret<32>& salt, std::uint64_t counter);
+
+// An AES-256-GCM key whose schedule is set up once. Not for two threads at once.
 class AeadKey {
 public:
     bool Set(const Secret<kAeadKeySize>& key);
-    void Wipe();
+    void Wipe() { gcm_.Reset(); }
+    void TakeOver(AeadKey* other) { gcm_.TakeOver(&other->gcm_); }  // leaves the other wiped
 
-    // `out` has the size of the input and may be the input. Neither runs beside another call.
+    // `out` has the size of the input and may be the input.
     bool Encrypt(const AeadNonce& nonce, std::string_view additional, ByteView plain,
                  std::uint8_t* out, std::uint8_t* tag);
-    // False leaves nothing of the plain text in `out`.
+    // False: nothing of the plain text is left in `out`.
     bool Decrypt(const AeadNonce& nonce, std::string_view additional, ByteView cipher,
                  const std::uint8_t* tag, std::uint8_t* out);
 

@@ -1,53 +1,16 @@
-// The random generator and the device's long-lived keys.
-#include <mbedtls/ctr_drbg.h>
-#include <mbedtls/entropy.h>
-#include <mbedtls/platform.h>
-
-#include <cstdio>
+// The device's long-lived keys.
 #include <cstring>
 
-#include "platform/immortal.h"
 #include "support/config.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/secure_channel.h"
+#include "transport/cloud/secure_channel_random.h"
 #include "transport/cloud/secure_channel_state.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::string_view kPersonalisation = "obd_platform_noise";
-
-// Never released: the generator is seeded once and serves until the process ends.
-static mbedtls_entropy_context entropy;
-static mbedtls_ctr_drbg_context ctr_drbg;
-static bool rngReady = false;
-
-static Immortal<CloudSecIdentity> identity_storage;
-CloudSecIdentity& cloud_identity = *identity_storage;
-
-// mbedTLS's codes are negative; people look them up without the sign.
-static unsigned Code(int result) { return static_cast<unsigned>(-result); }
-
-mbedtls_ctr_drbg_context* CloudSecRng() { return &ctr_drbg; }
-
-bool CloudSecInitRng() {
-    if (rngReady) return true;
-    mbedtls_platform_set_calloc_free(AllocateArray, FreeMem);
-    mbedtls_entropy_init(&entropy);
-    mbedtls_ctr_drbg_init(&ctr_drbg);
-    const int result = mbedtls_ctr_drbg_seed(
-        &ctr_drbg, mbedtls_entropy_func, &entropy,
-        reinterpret_cast<const unsigned char*>(kPersonalisation.data()), kPersonalisation.size());
-    if (result != 0) {
-        CloudLog("[CloudSec] [E] mbedtls_ctr_drbg_seed failed: -0x%04X\n", Code(result));
-        mbedtls_ctr_drbg_free(&ctr_drbg);
-        mbedtls_entropy_free(&entropy);
-        return false;
-    }
-    rngReady = true;
-    return true;
-}
-
-static bool SeedForIdentity() {
+bool SeedForIdentity() {
     if (CloudSecInitRng()) return true;
     CloudLog("[CloudSec] [E] Failed to initialize RNG\n");
     return false;
@@ -55,13 +18,13 @@ static bool SeedForIdentity() {
 
 // --- public key ---
 
-static bool Succeeds(const char* function, int result) {
+bool Succeeds(const char* function, int result) {
     if (result == 0) return true;
-    CloudLog("[CloudSec] [E] %s failed: -0x%04X\n", function, Code(result));
+    CloudLog("[CloudSec] [E] %s failed: -0x%04X\n", function, MbedTlsCode(result));
     return false;
 }
 
-static bool WritePublicKey(EcGroup* group, const EcPoint& point) {
+bool WritePublicKey(EcGroup* group, const EcPoint& point) {
     EncodedPoint encoded;
     std::size_t length = 0;
     if (!Succeeds(
@@ -79,13 +42,15 @@ static bool WritePublicKey(EcGroup* group, const EcPoint& point) {
     return true;
 }
 
+}  // namespace
+
 bool CloudSecDerivePublicKey() {
     if (!SeedForIdentity()) return false;
     EcGroup group;
     BigNumber scalar;
     EcPoint product;
     const auto& key = cloud_identity.devicePrivateKey;
-    // The multiplication refuses what is no scalar of the curve.
+    // The multiplication refuses a number that is not a scalar of the curve.
     return Succeeds("ecp_group_load",
                     mbedtls_ecp_group_load(group.Get(), MBEDTLS_ECP_DP_SECP256R1)) &&
            Succeeds("mpi_read_binary",
@@ -96,9 +61,11 @@ bool CloudSecDerivePublicKey() {
            WritePublicKey(&group, product);
 }
 
+namespace {
+
 // --- keys as text ---
 
-static int DigitValue(char digit) {
+int DigitValue(char digit) {
     if (digit >= '0' && digit <= '9') return digit - '0';
     if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
     if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
@@ -106,7 +73,7 @@ static int DigitValue(char digit) {
 }
 
 // Exactly `size` pairs of hexadecimal digits, nothing else.
-static bool ParseHex(const char* text, std::uint8_t* bytes, std::size_t size) {
+bool ParseHex(const char* text, std::uint8_t* bytes, std::size_t size) {
     if (std::strlen(text) != 2 * size) return false;
     for (std::size_t i = 0; i < size; ++i) {
         const int high = DigitValue(text[2 * i]);
@@ -117,7 +84,7 @@ static bool ParseHex(const char* text, std::uint8_t* bytes, std::size_t size) {
     return true;
 }
 
-static void FormatHex(const Secret<kScalarSize>& bytes, char* text) {
+void FormatHex(const Secret<kScalarSize>& bytes, char* text) {
     static constexpr char kDigits[] = "0123456789abcdef";
     for (const std::uint8_t byte : bytes) {
         *text++ = kDigits[byte >> 4];
@@ -128,24 +95,24 @@ static void FormatHex(const Secret<kScalarSize>& bytes, char* text) {
 
 // --- loading ---
 
-// Deliberate: the draw is not reduced to the order of the curve; the derivation refuses the few
-// that are no scalars.
-static bool DrawPrivateKey() {
+// Deliberate: the number is not reduced to the order of the curve; the derivation refuses the few
+// that are not scalars.
+bool DrawPrivateKey() {
     auto& key = cloud_identity.devicePrivateKey;
     const int result = mbedtls_ctr_drbg_random(CloudSecRng(), key.data(), key.size());
     if (result == 0) return true;
-    CloudLog("[CloudSec] [E] Random generation failed: -0x%04X\n", Code(result));
+    CloudLog("[CloudSec] [E] Random generation failed: -0x%04X\n", MbedTlsCode(result));
     return false;
 }
 
-static bool MakeKeyPair(const char* failure) {
+bool MakeKeyPair(const char* failure) {
     if (!DrawPrivateKey()) return false;
     if (CloudSecDerivePublicKey()) return true;
     CloudLog("%s", failure);
     return false;
 }
 
-static void SavePrivateKey() {
+void SavePrivateKey() {
     static_assert(sizeof config.devicePrivateKey > 2 * kScalarSize);
     FormatHex(cloud_identity.devicePrivateKey, config.devicePrivateKey);
     if (WriteConfig(&config)) {
@@ -156,7 +123,7 @@ static void SavePrivateKey() {
     CloudLog("[CloudSec] [E] Key will be regenerated on next restart!\n");
 }
 
-static bool LoadDeviceKey() {
+bool LoadDeviceKey() {
     auto& key = cloud_identity.devicePrivateKey;
     if (config.devicePrivateKey[0] == '\0') {
         CloudLog("[CloudSec] [I] Generating new device keypair (no key in config)\n");
@@ -176,7 +143,7 @@ static bool LoadDeviceKey() {
     return true;
 }
 
-static bool LoadServerKey() {
+bool LoadServerKey() {
     auto& key = cloud_identity.serverPublicKey;
     if (config.serverPublicKey[0] == '\0') {
         CloudLog("[CloudSec] [E] ERROR: serverPublicKey not set in config\n");
@@ -186,6 +153,8 @@ static bool LoadServerKey() {
     CloudLog("[CloudSec] [E] Failed to parse serverPublicKey from config\n");
     return false;
 }
+
+}  // namespace
 
 bool CloudSecLoadIdentity() {
     cloud_identity.identityLoaded = false;

@@ -1,17 +1,15 @@
 #pragma once
 
-#include <mbedtls/ctr_drbg.h>
-
 #include <atomic>
 #include <cstdint>
 
-#include "transport/cloud/secure_channel.h"
+#include "platform/lock.h"
 #include "transport/cloud/secure_channel_crypto.h"
 
-// What the channel remembers, for its own files and their tests.
+// The channel's identity and session, for its own files and their tests.
 namespace tarvik {
 
-// Written and read by the connection thread only. Neither key of it is wiped with the session.
+// Used by the connection thread only. Its keys are not wiped with the session.
 struct CloudSecIdentity {
     Secret<kScalarSize> devicePrivateKey;
     EncodedPoint devicePublicKey{};
@@ -20,31 +18,34 @@ struct CloudSecIdentity {
 };
 extern CloudSecIdentity& cloud_identity;
 
-// Keys and salt are written by the handshake only, while nothing is established.
-struct CloudSecSession {
+// What a handshake derives.
+struct SessionKeys {
     Secret<kAeadKeySize> txKey;
     Secret<kAeadKeySize> rxKey;
-    Secret<32> nonceSalt;         // only the first 12 bytes are used
-    AeadKey tx_cipher;            // txKey's schedule, guarded by the sealing lock
-    AeadKey rx_cipher;            // rxKey's schedule, guarded by the opening lock
-    std::uint64_t txCounter = 0;  // packets sealed so far, guarded by the sealing lock
-    std::uint64_t rxCounter = 0;  // packets opened so far, guarded by the opening lock
-    // Set when everything above is in place; cleared under both locks.
+    Secret<32> nonceSalt;  // only the first 12 bytes are used
+    AeadKey tx_cipher;     // txKey's schedule; in a session guarded by its sealing_lock
+    AeadKey rx_cipher;     // rxKey's schedule; in a session guarded by its opening_lock
+
+    void Wipe();
+    void TakeOver(SessionKeys* other);  // wipes the other's
+};
+
+// Its keys change only while nothing is established, and under both locks.
+struct CloudSecSession : SessionKeys {
+    // Packets are sealed and opened at the same time. Where both locks are needed, sealing_lock is
+    // taken first.
+    OsLock sealing_lock;
+    OsLock opening_lock;
+    std::uint64_t txCounter = 0;  // packets sealed so far, guarded by sealing_lock
+    std::uint64_t rxCounter = 0;  // packets opened so far, guarded by opening_lock
+    // Set when everything above is in place; changed under both locks.
     std::atomic<bool> established{false};
 };
 
-// From here on nothing is sealed or opened; waits for what is going on.
-void EndSession(CloudSecSession* session);
+// Wipes keys, salt and counters. Waits for a seal or an open in progress.
+void ClearSession(CloudSecSession* session);
 
-// The salt's first bytes, with the counter in those from the fifth on.
-AeadNonce NonceFor(const Secret<32>& salt, std::uint64_t counter);
-
-// The seeded generator of CloudSecInitRng.
-mbedtls_ctr_drbg_context* CloudSecRng();
-
-// A type code's letters, for "%c%c%c%c": from the most significant byte down.
-constexpr char TypeLetter(std::uint32_t type, unsigned index) {
-    return static_cast<char>(type >> (24 - 8 * index) & 0xFF);
-}
+// Establishes a session with these keys, which it takes over. The session must be clear.
+void InstallSession(CloudSecSession* session, SessionKeys* keys);
 
 }  // namespace tarvik

@@ -1,11 +1,9 @@
 include_guard()
 
-# tarvik_hook_crypto(TARGET): adds crypto_hooks.cpp and has the linker lead the calls there.
+# tarvik_hook_crypto(TARGET): adds crypto_hooks.cpp, to which the linker redirects the calls.
 set(TARVIK_CRYPTO_HOOKS "${CMAKE_CURRENT_LIST_DIR}/crypto_hooks.cpp")
 function(tarvik_hook_crypto target)
     set(hooked
-        _ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_
-        _ZN6tarvik7FreeMemEPv
         mbedtls_ctr_drbg_random
         mbedtls_ctr_drbg_seed
         mbedtls_ecdh_compute_shared

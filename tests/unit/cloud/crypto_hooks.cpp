@@ -6,11 +6,8 @@
 #include <mbedtls/gcm.h>
 #include <mbedtls/hkdf.h>
 
-#include <algorithm>
 #include <optional>
-
-#include "link/packet_queue.h"
-#include "support/memory.h"
+#include <utility>
 
 namespace tarvik::test {
 namespace {
@@ -24,10 +21,11 @@ std::optional<Fault> fault;
 const Bytes* ephemeral_scalar = nullptr;
 const Bytes* ephemeral_point = nullptr;
 CryptoRecord* record = nullptr;
-PacketPtr handed;
-ReleasedMemory* watcher = nullptr;
+std::function<void()> observer;
 
+// Called first by every hook.
 bool Fails(CryptoStep step) {
+    if (observer) observer();
     if (!fault || fault->step != step || fault->struck) return false;
     if (fault->spared > 0) {
         --fault->spared;
@@ -35,10 +33,6 @@ bool Fails(CryptoStep step) {
     }
     fault->struck = true;
     return true;
-}
-
-bool Contains(const std::uint8_t* block, std::size_t size, const Bytes& part) {
-    return std::search(block, block + size, part.begin(), part.end()) != block + size;
 }
 
 }  // namespace
@@ -56,31 +50,17 @@ FixedEphemeral::~FixedEphemeral() { ephemeral_scalar = ephemeral_point = nullptr
 CryptoRecord::CryptoRecord() { record = this; }
 CryptoRecord::~CryptoRecord() { record = nullptr; }
 
-void HandToNextWait(PacketPtr packet) { handed = std::move(packet); }
-
-ReleasedMemory::ReleasedMemory(std::vector<Bytes> secrets) : secrets_(std::move(secrets)) {
-    const std::size_t count = secrets_.size();
-    for (std::size_t i = 0; i < count; ++i)
-        secrets_.emplace_back(secrets_[i].rbegin(), secrets_[i].rend());
-    watcher = this;
-}
-ReleasedMemory::~ReleasedMemory() { watcher = nullptr; }
-
-void ReleasedMemory::Look(const std::uint8_t* block, std::size_t size) {
-    ++blocks_;
-    for (const Bytes& secret : secrets_) {
-        if (Contains(block, size, secret)) ++leaks_;
-    }
-}
+CryptoObserver::CryptoObserver(std::function<void()> look) { observer = std::move(look); }
+CryptoObserver::~CryptoObserver() { observer = nullptr; }
 
 }  // namespace tarvik::test
 
-// --- what the linker leads the calls to ---
+// --- what the linker redirects the calls to ---
 
 using namespace tarvik;
 using namespace tarvik::test;
 
-// A call that fails if it is the one, and else goes through.
+// A hook that lets the call fail or passes it on.
 #define TARVIK_FAULT(function, step, parameters, arguments)                  \
     extern "C" int __real_##function parameters;                             \
     extern "C" int __wrap_##function parameters;                             \
@@ -186,26 +166,4 @@ int WrappedSetKey(mbedtls_gcm_context* context, mbedtls_cipher_id_t cipher,
     if (Fails(CryptoStep::kSetKey)) return kCryptoFaultCode;
     if (record != nullptr) ++record->keys_set_up;
     return RealSetKey(context, cipher, key, bits);
-}
-
-PacketPtr RealWait(DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t,
-                   const std::atomic<bool>*, const std::atomic<bool>*)
-    TARVIK_REAL("_ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_");
-PacketPtr WrappedWait(DeviceQueues*, std::uint32_t, std::uint32_t, std::uint32_t,
-                      const std::atomic<bool>*, const std::atomic<bool>*)
-    TARVIK_WRAP("_ZN6tarvik13WaitForPacketEPNS_12DeviceQueuesEjjjPKSt6atomicIbES5_");
-PacketPtr WrappedWait(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
-                      std::uint32_t id, const std::atomic<bool>* abort,
-                      const std::atomic<bool>* running) {
-    if (handed != nullptr) return std::move(handed);
-    return RealWait(queues, type, timeout_ms, id, abort, running);
-}
-
-void RealFreeMem(void*) TARVIK_REAL("_ZN6tarvik7FreeMemEPv");
-void WrappedFreeMem(void*) TARVIK_WRAP("_ZN6tarvik7FreeMemEPv");
-void WrappedFreeMem(void* user) {
-    if (watcher != nullptr && user != nullptr) {
-        watcher->Look(static_cast<const std::uint8_t*>(user), RequestedSize(user));
-    }
-    RealFreeMem(user);
 }

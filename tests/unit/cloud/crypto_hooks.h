@@ -2,12 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
-#include "link/packet.h"
-
-// What the linker puts between the channel and mbedTLS, the packet wait and the release of memory.
-// Each holds while the object lives; one of a kind at a time.
+// What tests put between the channel and mbedTLS, whose functions the linker redirects to these
+// hooks. Each is in force while its object lives; one of a kind at a time.
 namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -31,7 +30,7 @@ enum class CryptoStep {
 
 inline constexpr int kCryptoFaultCode = -0x4321;
 
-// The call of this function after the next `spared` ones fails, once.
+// Lets one call of this function fail: the first after the next `spared` ones.
 class CryptoFault {
 public:
     explicit CryptoFault(CryptoStep step, unsigned spared = 0);
@@ -42,7 +41,7 @@ public:
     bool Struck() const;
 };
 
-// The ephemeral key pair that the device draws.
+// Determines the ephemeral key pair that the device draws.
 class FixedEphemeral {
 public:
     FixedEphemeral(const Bytes& scalar, const Bytes& point);
@@ -51,7 +50,7 @@ public:
     FixedEphemeral& operator=(const FixedEphemeral&) = delete;
 };
 
-// What the primitives gave, in order.
+// What the primitives returned, in order.
 class CryptoRecord {
 public:
     CryptoRecord();
@@ -64,25 +63,13 @@ public:
     std::size_t keys_set_up = 0;
 };
 
-// The next wait for a packet ends at once with this one, whatever it asks for.
-void HandToNextWait(PacketPtr packet);
-
-// Looks for these bytes, and for them in reverse, in every tracked block that is released.
-class ReleasedMemory {
+// Calls `look` before each step.
+class CryptoObserver {
 public:
-    explicit ReleasedMemory(std::vector<Bytes> secrets);
-    ~ReleasedMemory();
-    ReleasedMemory(const ReleasedMemory&) = delete;
-    ReleasedMemory& operator=(const ReleasedMemory&) = delete;
-
-    std::size_t Blocks() const { return blocks_; }
-    std::size_t Leaks() const { return leaks_; }
-    void Look(const std::uint8_t* block, std::size_t size);
-
-private:
-    std::vector<Bytes> secrets_;
-    std::size_t blocks_ = 0;
-    std::size_t leaks_ = 0;
+    explicit CryptoObserver(std::function<void()> look);
+    ~CryptoObserver();
+    CryptoObserver(const CryptoObserver&) = delete;
+    CryptoObserver& operator=(const CryptoObserver&) = delete;
 };
 
 }  // namespace tarvik::test

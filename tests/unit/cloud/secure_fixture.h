@@ -8,6 +8,7 @@
 
 #include "support/config.h"
 #include "transport/cloud/secure_channel.h"
+#include "transport/cloud/secure_channel_random.h"
 #include "transport/cloud/secure_channel_state.h"
 #include "unit/cloud/crypto_hooks.h"
 #include "unit/faults/files_fault.h"
@@ -17,7 +18,7 @@
 
 namespace tarvik::test {
 
-// Time goes by in leaps, so that a wait without an answer ends at once.
+// Makes time advance in leaps, so that a wait without an answer ends at once.
 class LeapingTick {
 public:
     LeapingTick() {
@@ -33,7 +34,7 @@ private:
 };
 
 // A channel without identity and session, a configuration without keys, queues to the relay, and
-// folders of the test's own. The console is kept back.
+// folders of the test's own. The console output is held back.
 class SecureChannel : public testing::Test {
 protected:
     void SetUp() override {
@@ -44,7 +45,7 @@ protected:
     void TearDown() override {
         Forget();
         config = {};
-        // What failed was printed as well.
+        // Shows what the library printed.
         if (HasFailure()) std::fputs(console_.Text().c_str(), stderr);
     }
 
@@ -75,7 +76,7 @@ protected:
     }
     void Answer(const Bytes& packet) { Append(&relay_.rx, PacketFrom(packet)); }
 
-    // The device's end of the session of a vector, with the message given in place of its NHS2.
+    // The device's side of the handshake of a vector, with this message in place of its NHS2.
     bool Handshake(const SecureVector& vector, const Bytes& nhs2) {
         const FixedEphemeral ephemeral(vector.device_ephemeral_private_key,
                                        vector.device_ephemeral_public_key);

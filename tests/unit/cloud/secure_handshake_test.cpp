@@ -2,6 +2,7 @@
 #include <functional>
 
 #include "unit/cloud/secure_fixture.h"
+#include "unit/faults/packet_wait_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -316,6 +317,31 @@ constexpr HandshakeFault kHandshakeFaults[] = {
     {CryptoStep::kSetKey, 1, "[CloudSec] [E] Failed to derive session keys", kNotValid},
     {CryptoStep::kSetKey, 2, kBadWelcome, kNotValid},
 };
+
+TEST_F(SecureHandshake, NoKeyReachesTheSessionBeforeTheLastStep) {
+    unsigned steps = 0;
+    const CryptoObserver observer([&] {
+        ++steps;
+        EXPECT_TRUE(SessionIsClear()) << "before step " << steps;
+    });
+    ASSERT_TRUE(Handshake(vector_));
+    EXPECT_GE(steps, 20u);
+    EXPECT_FALSE(SessionIsClear());
+}
+
+TEST_F(SecureHandshake, SessionStaysClearWhicheverStepFails) {
+    const CryptoObserver observer([] { EXPECT_TRUE(SessionIsClear()); });
+    for (const HandshakeFault& row : kHandshakeFaults) {
+        SCOPED_TRACE(row.line);
+        const CryptoFault fault(row.step, row.spared);
+        Refused(vector_.nhs2);
+        EXPECT_TRUE(fault.Struck());
+    }
+    Bytes wrong_tag = vector_.nhs2;
+    wrong_tag[8] ^= 1;
+    Refused(wrong_tag);
+    Refused(WithLength(vector_.nhs2, kWelcomeOffset));
+}
 
 TEST_F(SecureHandshake, EachStepHasALineForItsFailure) {
     for (const HandshakeFault& row : kHandshakeFaults) {

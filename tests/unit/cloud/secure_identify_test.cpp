@@ -1,4 +1,5 @@
 #include "unit/cloud/secure_fixture.h"
+#include "unit/faults/packet_wait_fault.h"
 
 namespace tarvik::test {
 namespace {

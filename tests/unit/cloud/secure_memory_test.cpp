@@ -1,5 +1,6 @@
-// Where the channel's memory comes from, that it goes back, and that nothing secret goes with it.
+// The channel's memory: it is tracked, it is released, and it then holds no secrets.
 #include "unit/cloud/secure_fixture.h"
+#include "unit/faults/memory_watch_fault.h"
 
 namespace tarvik::test {
 namespace {

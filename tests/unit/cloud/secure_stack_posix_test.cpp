@@ -9,7 +9,7 @@
 namespace tarvik::test {
 namespace {
 
-constexpr std::size_t kStackSize = 1 << 22;
+constexpr std::size_t kStackSize = 1 << 20;
 
 class SecureStack : public SecureChannel {
 protected:
