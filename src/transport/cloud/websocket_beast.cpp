@@ -23,7 +23,7 @@
 #include "link/packet.h"
 #include "platform/lock.h"
 #include "support/memory.h"
-#include "transport/cloud/tcp_addresses_posix.h"
+#include "transport/cloud/tcp_addresses.h"
 #include "transport/cloud/tcp_lookup.h"
 #include "transport/cloud/websocket_client.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <netdb.h>
+struct addrinfo;
 
 namespace tarvik {
 
