@@ -1,56 +1,50 @@
 #include "transport/cloud/cloud_connection.h"
 
+#include <utility>
+
 #include "link/fragmentation.h"
 #include "platform/tick.h"
 #include "support/config.h"
 #include "transport/cloud/cloud_carrier.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/cloud_packets.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/secure_channel.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kThreadName[] = "ConnectionThread";
-static constexpr std::int32_t kPauseMs = 100;
-static constexpr std::int32_t kThreadWaitMs = 100;
-static constexpr std::uint32_t kRetryLimit = 5;
+constexpr char kThreadName[] = "ConnectionThread";
+constexpr std::uint32_t kRetryLimit = 5;
 
-static const CloudCarrier& Carrier() {
-    return config.useWebsocket ? kWebSocketCarrier : kNativeCarrier;
-}
+const CloudCarrier& Carrier() { return config.useWebsocket ? kWebSocketCarrier : kNativeCarrier; }
 
-OsThread* StartCarrierThread(OsThreadEntry entry, const char* description, const char* entry_name,
-                             const char* log_name) {
-    OsThread* thread = OsThreadStart(entry, nullptr, description);
-    if (thread != nullptr) {
-        Log(kLogTrace, "[%s] Created Thread handle 0x%p (%s)", log_name, OsThreadHandle(thread),
-            entry_name);
-    }
-    return thread;
-}
+}  // namespace
 
 void AbortLink() {
     Carrier().Abort();
     WakeQueueWaiters(&cloud->queues.tx);
 }
 
+namespace {
+
 // ---------------------------------------------------------------- the end of a connection
 
-static bool HasEnded(OsThread* thread, std::int32_t timeout_ms) {
+bool HasEnded(OsThread* thread, std::int32_t timeout_ms) {
     return thread == nullptr || OsThreadJoin(thread, timeout_ms);
 }
 
-static bool ReceiverHasEnded() {
-    return cloud->receiver_left || HasEnded(cloud->receive_thread, kThreadWaitMs);
+bool ReceiverHasEnded() {
+    return cloud->receiver_left || HasEnded(cloud->receive_thread, GetCloudLimits().thread_end_ms);
 }
 
-static void CloseThread(OsThread** thread) {
-    if (*thread != nullptr) OsThreadClose(*thread);
-    *thread = nullptr;
+void CloseThread(OsThread** thread) {
+    OsThread* const ended = std::exchange(*thread, nullptr);
+    if (ended != nullptr) OsThreadClose(ended);
 }
 
-static void StopThreads() {
+void StopThreads() {
     cloud->connState = ConnState::kDisconnecting;
     AbortLink();
     while (!ReceiverHasEnded()) {
@@ -61,7 +55,7 @@ static void StopThreads() {
     cloud->connState = ConnState::kIdle;
 }
 
-static void Disconnect() {
+void Disconnect() {
     Carrier().Disconnect();
     CloudSecClearSession();
     FragForget(&cloud->queues);
@@ -69,7 +63,7 @@ static void Disconnect() {
 
 // ---------------------------------------------------------------- a connection attempt
 
-static void DropAll(PacketQueue* queue, std::uint32_t type) {
+void DropAll(PacketQueue* queue, std::uint32_t type) {
     Packet* packet = nullptr;
     do {
         packet = QueueFindFilterInternal(queue, 0, MatchType, {type, kNoTag}, true);
@@ -77,17 +71,17 @@ static void DropAll(PacketQueue* queue, std::uint32_t type) {
     } while (packet != nullptr);
 }
 
-// What an earlier connection has left. The channel would take what was received for the answer to
-// its own, and so would the relay what could not be sent; and an identification that was meant for
-// the old session must not go out before the new one can seal it.
-static void DropHandshakeLeftovers() {
+// Drops what an earlier connection left. The channel would take an old answer for the answer to its
+// own message, and the relay would do the same with an old message that could not be sent. And an
+// identification for the old session must not be sent before the new one can seal it.
+void DropHandshakeLeftovers() {
     DropAll(&cloud->queues.rx, kTypeNhs2);
     DropAll(&cloud->queues.rx, kTypeDeva);
     DropAll(&cloud->queues.tx, kTypeNhs1);
     DropAll(&cloud->queues.tx, kTypeDevi);
 }
 
-static bool IsAccepted(std::uint32_t status) {
+bool IsAccepted(std::uint32_t status) {
     switch (status) {
         case kDeviceRegistered:
             CloudLog("[Cloud] Device accepted by server\n");
@@ -103,7 +97,7 @@ static bool IsAccepted(std::uint32_t status) {
     }
 }
 
-static bool SecureLink() {
+bool SecureLink() {
     if (config.serverPublicKey[0] == '\0') {
         CloudLog("[Cloud] ERROR: serverPublicKey not configured; Noise is required\n");
         return false;
@@ -125,25 +119,25 @@ static bool SecureLink() {
     return IsAccepted(status);
 }
 
-static void AddressAgain() {
+void AddressAgain() {
     const LockGuard hold(cloud->address_lock);
     if (cloud->addressPending) SendAddress(cloud->last_addressed);
 }
 
-static void ForgetAddress() {
+void ForgetAddress() {
     const LockGuard hold(cloud->address_lock);
     cloud->last_addressed = {};
     cloud->addressPending = false;
 }
 
-static bool Connect() {
+bool Connect() {
     cloud->linkUp = false;
     CloudSecClearSession();
     DropHandshakeLeftovers();
     return Carrier().Connect() && SecureLink();
 }
 
-static void AttemptConnection(std::uint32_t* retries) {
+void AttemptConnection(std::uint32_t* retries) {
     if (Connect()) {
         CloudLog("[Cloud] Handshake complete, starting communication threads\n");
         CloudSendLogin();
@@ -169,9 +163,9 @@ static void AttemptConnection(std::uint32_t* retries) {
 
 // ---------------------------------------------------------------- the states
 
-// Each makes one step; false: the thread is to end.
+// Each makes one step. False: the thread ends.
 
-static bool StepIdle() {
+bool StepIdle() {
     if (cloud->quitRequested) return false;
     if (cloud->connectRequested) {
         CloudLog("[Cloud] Connecting...\r\n");
@@ -180,7 +174,7 @@ static bool StepIdle() {
     return true;
 }
 
-static bool StepConnecting(std::uint32_t* retries) {
+bool StepConnecting(std::uint32_t* retries) {
     if (cloud->quitRequested) return false;
     if (!cloud->connectRequested) {
         CloudLog("[Cloud] Cancel connect\r\n");
@@ -191,8 +185,8 @@ static bool StepConnecting(std::uint32_t* retries) {
     return true;
 }
 
-// Null: the connection is to stay.
-static const char* ReasonToDisconnect() {
+// Null: the connection stays up.
+const char* ReasonToDisconnect() {
     if (!cloud->connectRequested) return "[Cloud] Disconnecting\r\n";
     if (HasEnded(cloud->transmit_thread, 0)) {
         return "[Cloud] TxThread exited. Reconnecting.\r\n";
@@ -201,7 +195,7 @@ static const char* ReasonToDisconnect() {
     return nullptr;
 }
 
-static bool StepConnected() {
+bool StepConnected() {
     if (cloud->quitRequested) {
         CloudLog("[Cloud] Quit requested\r\n");
         cloud->connectRequested = false;
@@ -209,26 +203,20 @@ static bool StepConnected() {
     const char* reason = ReasonToDisconnect();
     if (reason == nullptr) return true;
     CloudLog("%s", reason);
-    // Before the abort: threads that it wakes are to find that they should end.
+    // Before the abort, so that the threads that it wakes see that they should end.
     cloud->connState = ConnState::kDisconnecting;
     AbortLink();
     return true;
 }
 
-static bool StepFailed() {
+bool StepFailed() {
     if (cloud->quitRequested) return false;
     if (!cloud->connectRequested) cloud->connState = ConnState::kIdle;
     return true;
 }
 
-static void LogAndClose(OsThread** thread, const char* name) {
-    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s)", kThreadName, OsThreadHandle(*thread),
-        name);
-    CloseThread(thread);
-}
-
-static bool StepDisconnecting() {
-    if (!HasEnded(cloud->transmit_thread, kThreadWaitMs)) {
+bool StepDisconnecting() {
+    if (!HasEnded(cloud->transmit_thread, GetCloudLimits().thread_end_ms)) {
         CloudLog("[Cloud] Waiting for CloudTxThread to exit\r\n");
         return true;
     }
@@ -236,15 +224,15 @@ static bool StepDisconnecting() {
         CloudLog("[Cloud] Waiting for CloudRxThread to exit\r\n");
         return true;
     }
-    LogAndClose(&cloud->transmit_thread, "CloudTxThread");
-    LogAndClose(&cloud->receive_thread, "CloudRxThread");
+    CloseCarrierThread(&cloud->transmit_thread, kThreadName, "CloudTxThread");
+    CloseCarrierThread(&cloud->receive_thread, kThreadName, "CloudRxThread");
     Disconnect();
     CloudLog("[Cloud] Threads exited. Done.\r\n");
     cloud->connState = ConnState::kIdle;
     return true;
 }
 
-static bool Step(std::uint32_t* retries) {
+bool Step(std::uint32_t* retries) {
     switch (cloud->connState.load()) {
         case ConnState::kIdle:
             return StepIdle();
@@ -260,9 +248,10 @@ static bool Step(std::uint32_t* retries) {
     return false;
 }
 
-// Cut short by a request to quit.
-static void PauseBetweenSteps() {
-    const std::uint64_t deadline = TickMs() + kPauseMs;
+// A request to quit cuts it short.
+void PauseBetweenSteps() {
+    const std::uint64_t deadline =
+        TickMs() + static_cast<std::uint32_t>(GetCloudLimits().step_pause_ms);
     const LockGuard hold(cloud->change_lock);
     for (;;) {
         const std::uint64_t now = TickMs();
@@ -270,6 +259,8 @@ static void PauseBetweenSteps() {
         cloud->changed.Wait(cloud->change_lock, static_cast<std::int32_t>(deadline - now));
     }
 }
+
+}  // namespace
 
 void ConnectionThread(void*) {
     std::uint32_t retries = 0;  // failures in a row

@@ -6,16 +6,17 @@
 #include "transport/cloud/cloud_log.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kVersion[] = "1.5.0.62-95aec0c";
-static constexpr std::size_t kVersionSize = sizeof kVersion - 1;
+constexpr char kVersion[] = "1.5.0.62-95aec0c";
+constexpr std::size_t kVersionSize = sizeof kVersion - 1;
 static_assert(kVersionSize == 16);
 
-static constexpr std::uint32_t kUserNameCapacity = 257;
-static constexpr std::size_t kNameSize = 32;
-static constexpr std::size_t kTextSize = 16;
+constexpr std::uint32_t kUserNameCapacity = 257;
+constexpr std::size_t kNameSize = 32;
+constexpr std::size_t kTextSize = 16;
 
-static void FillLogin(Packet* packet) {
+void FillLogin(Packet* packet) {
     char user[kUserNameCapacity];
     if (!OsUserName(user, sizeof user)) FormatText(user, sizeof user, "(unknown)");
     auto* const texts = reinterpret_cast<char*>(packet->Bytes());
@@ -24,6 +25,8 @@ static void FillLogin(Packet* packet) {
     FormatText(texts + 96, kTextSize, "%s", __TIME__);
     FormatText(texts + 112, kTextSize, "%s", __DATE__);
 }
+
+}  // namespace
 
 void CloudSendLogin() {
     CloudLog("Login...\n");

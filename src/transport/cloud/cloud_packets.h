@@ -2,7 +2,7 @@
 
 #include "transport/cloud/cloud_state.h"
 
-// Packets of the library's own, put at the tail of the transmit queue.
+// The library's own packets. Each is put at the tail of the transmit queue.
 namespace tarvik {
 
 // The library's login: version, user, build.

@@ -11,14 +11,14 @@
 
 namespace tarvik {
 
-// Sealed, a packet of this size is 24 bytes longer and stays within what is received whole.
+// A sealed packet is 24 bytes longer: one of this size then is just within MAX_PKT_SIZE.
 inline constexpr std::uint32_t kCloudMtu = 4072;
 
 enum class ConnState : std::uint32_t {
     kIdle = 0,
     kConnecting = 1,
     kConnected = 2,
-    kFailed = 3,  // given up until the connection is asked for anew
+    kFailed = 3,  // given up until the connection is requested again
     kDisconnecting = 4,
 };
 
@@ -30,18 +30,18 @@ struct DeviceAddress {
 };
 DeviceAddress AddressFromMac(const std::uint8_t* mac);
 
-// One connection a process; it carries all dongles behind the relay, so they share the queues.
+// One connection per process. It carries all dongles behind the relay, so they share the queues.
 struct CloudState {
     std::atomic<bool> initialized{false};
     std::atomic<bool> running{false};  // the connection thread has been started
-    OsLock start_lock;  // held while the connection thread is started and while it is awaited
+    OsLock start_lock;                 // held while the connection thread is started or waited for
     OsThread* connection_thread = nullptr;  // guarded by start_lock
 
     // Commands to the connection thread.
     std::atomic<bool> connectRequested{false};
     std::atomic<bool> quitRequested{false};
 
-    // The connection thread's; the threads of the connection end when it says disconnecting.
+    // Written by the connection thread. At kDisconnecting the connection's threads end.
     std::atomic<ConnState> connState{ConnState::kIdle};
     std::atomic<bool> linkUp{false};  // from a completed login to the next connection attempt
     OsThread* receive_thread = nullptr;
@@ -50,20 +50,22 @@ struct CloudState {
     std::atomic<bool> receiver_left{false};
     OsThread* transmit_thread = nullptr;
 
-    OsLock change_lock;   // held for no longer than it takes to look at what `changed` tells of
-    OsCondition changed;  // woken when linkUp or quitRequested has been set
+    OsLock change_lock;   // held only while linkUp and quitRequested are looked at or set
+    OsCondition changed;  // woken when one of them has been set
 
     OsLock sessionLock;  // guards the carrier's handles
 
     OsLock address_lock;
     DeviceAddress last_addressed;  // guarded by address_lock
-    bool addressPending = false;   // likewise: to be sent again after a reconnection
+    bool addressPending = false;   // guarded by address_lock: send it again after a reconnection
 
     DeviceQueues queues;
 };
 extern Immortal<CloudState> cloud;
 
-// Sets the flag and wakes who sleeps on `changed`.
+inline bool IsDisconnecting() { return cloud->connState == ConnState::kDisconnecting; }
+
+// Sets the flag and wakes the threads that sleep on `changed`.
 void SetAndAnnounce(std::atomic<bool>* flag);
 
 }  // namespace tarvik

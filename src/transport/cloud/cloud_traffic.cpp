@@ -2,8 +2,8 @@
 
 #include "link/fragmentation.h"
 #include "link/packet_counters.h"
-#include "platform/thread.h"
 #include "support/cop_trace.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/cloud_packets.h"
 #include "transport/cloud/cloud_state.h"
@@ -11,29 +11,13 @@
 #include "transport/login_report.h"
 
 namespace tarvik {
+namespace {
 
-// A login of a dongle, as LOGN.
-static constexpr std::uint32_t kTypeLogc = TypeCode("LOGC");
+// A dongle's login, with the same layout as LOGN.
+constexpr std::uint32_t kTypeLogc = TypeCode("LOGC");
 
-static constexpr std::int32_t kQueueWaitMs = 50;
-
-// ---------------------------------------------------------------- arriving
-
-void BeginReceiving() { cloud->receiver_id = OsCurrentThreadId(); }
-
-// The next connection may be up already, with a receive thread of its own.
-bool GoesOnReceiving() {
-    return cloud->receiver_id == OsCurrentThreadId() &&
-           cloud->connState != ConnState::kDisconnecting;
-}
-
-void EndReceiving() {
-    std::uint32_t own = OsCurrentThreadId();
-    cloud->receiver_id.compare_exchange_strong(own, 0);
-}
-
-// False: the packet is to be dropped.
-static bool OpenSealedPacket(PacketPtr& packet) {
+// False: drop the packet.
+bool OpenSealedPacket(PacketPtr& packet) {
     if (!CloudSecEstablished()) {
         CloudLog("[Cloud] Received CRYPT packet but Noise channel not established\n");
         return false;
@@ -46,24 +30,24 @@ static bool OpenSealedPacket(PacketPtr& packet) {
     return true;
 }
 
-static bool IsLastAddressed(const DeviceAddress& address) {
+bool IsLastAddressed(const DeviceAddress& address) {
     const LockGuard hold(cloud->address_lock);
     return address == cloud->last_addressed;
 }
 
-static void AcceptLogin(PacketPtr packet) {
+void AcceptLogin(PacketPtr packet) {
     Log(kLogTrace, "Received LOGIN");
     const DeviceAddress address = AddressFromMac(LoginFromPacket(*packet).Mac());
     if (IsLastAddressed(address)) {
         Log(kLogTrace, "Was our previous one. Reconnecting.");
         SendAddress(address);
     }
-    const PacketPtr report = CopyPacket(*packet);  // a scan may take and release the other one
+    const PacketPtr report = CopyPacket(*packet);  // a scan may take and release the original
     EnqueueReceivedPacket(&cloud->queues, packet);
     if (report != nullptr) DpduTransportReportLoginPacket(nullptr, report.get(), &cloud->queues);
 }
 
-static void PassOn(PacketPtr packet) {
+void PassOn(PacketPtr packet) {
     switch (packet->type) {
         case kTypeIden:
             CloudSendLogin();
@@ -81,19 +65,19 @@ static void PassOn(PacketPtr packet) {
     }
 }
 
+}  // namespace
+
 void DispatchCloudPacket(PacketPtr packet) {
     TraceCloudPkt("rx", "wire", packet->Bytes(), packet->length);
     CountReceivedPacket(packet->length);
-    // Deliberate: a packet that is not sealed is taken as it is, with the channel established too.
+    // Deliberate: an unsealed packet is accepted, even while the channel is established.
     if (packet->type == kTypeCryp && !OpenSealedPacket(packet)) return;
     PacketPtr complete;
     if (FragReceivePacket(&cloud->queues, packet, &complete)) PassOn(std::move(complete));
 }
 
-// ---------------------------------------------------------------- leaving
-
 PacketPtr NextCloudPacket() {
-    PacketPtr packet = TakePacket(&cloud->queues.tx, kQueueWaitMs);
+    PacketPtr packet = TakePacket(&cloud->queues.tx, GetCloudLimits().transmit_wait_ms);
     if (packet == nullptr) return nullptr;
     packet = CloudSecSeal(std::move(packet));
     TraceCloudPkt("tx", "wire", packet->Bytes(), packet->length);
@@ -101,7 +85,6 @@ PacketPtr NextCloudPacket() {
     return packet;
 }
 
-// Deliberate: as it was to be sent, sealed; the next session seals it once more.
 void PutBackCloudPacket(PacketPtr packet) { AppendPacket(&cloud->queues.tx, packet, kNoTag); }
 
 }  // namespace tarvik

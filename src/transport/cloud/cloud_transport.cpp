@@ -8,6 +8,7 @@
 #include "platform/tick.h"
 #include "support/config.h"
 #include "transport/cloud/cloud_connection.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/cloud_packets.h"
 #include "transport/cloud/cloud_state.h"
@@ -15,24 +16,13 @@
 #include "transport/transport.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kCloudTransportId = 0;
-static constexpr std::int32_t kLinkPollMs = 50;
-static constexpr std::uint64_t kLoginWaitMs = 500;
-
-Immortal<CloudState> cloud;
-
-DeviceAddress AddressFromMac(const std::uint8_t* mac) { return {LoadU32(mac), LoadU16(mac + 4)}; }
-
-void SetAndAnnounce(std::atomic<bool>* flag) {
-    const LockGuard hold(cloud->change_lock);
-    *flag = true;
-    cloud->changed.WakeAll();
-}
+constexpr std::uint32_t kCloudTransportId = 0;
 
 // ---------------------------------------------------------------- start and end
 
-static void CloudInit() {
+void CloudInit() {
     if (cloud->initialized.exchange(true)) return;
     DeviceQueues& queues = cloud->queues;
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for CloudQueues at 0x%p", __func__,
@@ -53,7 +43,7 @@ static void CloudInit() {
     CloudSecClearSession();
 }
 
-static void CloudStart() {
+void CloudStart() {
     if (!cloud->initialized) {
         Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
         return;
@@ -76,16 +66,16 @@ static void CloudStart() {
     cloud->running = true;
 }
 
-// A callback that tells of a new dongle runs on the receive thread, and may end the library: this
-// thread cannot be waited for, it ends by itself when the callback has returned.
-static void LeaveIfReceiver() {
+// A callback that reports a new dongle runs on the receive thread, and may end the library. This
+// thread cannot be waited for; it ends by itself once the callback has returned.
+void LeaveIfReceiver() {
     if (cloud->receiver_id != OsCurrentThreadId()) return;
     cloud->receiver_id = 0;
     cloud->receiver_left = true;
     OsKeepLibraryLoaded();
 }
 
-static void CloudStop() {
+void CloudStop() {
     LeaveIfReceiver();
     const LockGuard hold(cloud->start_lock);
     OsThread* thread = std::exchange(cloud->connection_thread, nullptr);
@@ -101,7 +91,7 @@ static void CloudStop() {
     CloudLog("[Cloud] ---DISCONNECTED---\r\n");
 }
 
-static void CloudDeinit() {
+void CloudDeinit() {
     if (!cloud->initialized) return;
     CloudStop();
     DeviceQueues& queues = cloud->queues;
@@ -109,7 +99,7 @@ static void CloudDeinit() {
     CloudSecClearSession();
     FreeQueue(&queues.rx);
     FreeQueue(&queues.tx);
-    // The locks themselves live as long as the library; only their use ends here.
+    // The locks live as long as the library; only their use ends here.
     Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION for CloudQueues at 0x%p", __func__,
         queues.device_lock.Address());
     Log(kLogTrace, "[%s] Deleted CRITICAL_SECTION statsLock at 0x%p", __func__,
@@ -121,17 +111,17 @@ static void CloudDeinit() {
 
 // ---------------------------------------------------------------- discovery
 
-static bool AwaitLink(std::uint64_t limit_ms) {
+bool AwaitLink(std::uint64_t limit_ms) {
     const std::uint64_t deadline = TickMs() + limit_ms;
     const LockGuard hold(cloud->change_lock);
     for (;;) {
         if (cloud->linkUp) return true;
         if (cloud->quitRequested || TickMs() >= deadline) return false;
-        cloud->changed.Wait(cloud->change_lock, kLinkPollMs);
+        cloud->changed.Wait(cloud->change_lock, GetCloudLimits().link_poll_ms);
     }
 }
 
-static void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
+void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
     const DeviceReport record = {kCloudTransportId, LoginFromPacket(packet), &cloud->queues};
     const std::uint8_t* mac = record.login.Mac();
     CloudLog("[Cloud] CloudUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
@@ -139,14 +129,15 @@ static void ReportLogin(const Packet& packet, ReportDevice report, void* context
     if (report != nullptr) report(context, record);
 }
 
-// Until no login has come for a while: twice as long for the first one.
-static void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+// Ends when no login has come for `timeout_ms`; for the first one it waits twice as long.
+void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     std::uint64_t since = TickMs();
     std::uint64_t limit = std::uint64_t{2} * timeout_ms;
     while (!cloud->quitRequested) {
         const std::uint64_t passed = TickMs() - since;
         if (passed > limit) return;
-        const std::uint64_t wait = std::min(kLoginWaitMs, limit - passed + 1);
+        const std::uint64_t wait =
+            std::min<std::uint64_t>(GetCloudLimits().login_wait_ms, limit - passed + 1);
         const PacketPtr login =
             WaitForPacket(&cloud->queues, kTypeLogn, static_cast<std::uint32_t>(wait), kNoTag,
                           &cloud->quitRequested);
@@ -157,7 +148,7 @@ static void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* c
     }
 }
 
-static bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
+bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     if (!cloud->initialized) {
         Log(kLogTrace, "[%s] Not initialized", __func__);
         return false;
@@ -177,7 +168,7 @@ static bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, vo
     return true;
 }
 
-static bool CloudAddressDevice(const std::uint8_t* mac) {
+bool CloudAddressDevice(const std::uint8_t* mac) {
     if (!cloud->initialized) {
         Log(kLogTrace, "[%s] Not initialized", __func__);
         return false;
@@ -189,6 +180,8 @@ static bool CloudAddressDevice(const std::uint8_t* mac) {
     SendAddress(cloud->last_addressed);
     return true;
 }
+
+}  // namespace
 
 const Transport kCloudTransport = {
     .name = "Cloud",

@@ -4,18 +4,19 @@
 #include "platform/process.h"
 #include "support/config.h"
 #include "support/log.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/websocket_client.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kTitle[] = "Tarvik PDU DLL - Connection failure";
-static constexpr std::int64_t kQuietSeconds = 10;
+constexpr char kTitle[] = "Tarvik PDU DLL - Connection failure";
 
-static std::int64_t lastFailureBoxTime = 0;  // the connection thread's
+std::int64_t lastFailureBoxTime = 0;  // the connection thread's
 
-// Deliberate: a name is told alone, a failed connection with the whole URL.
-static bool FormatFailure(char* text, std::size_t size, std::uint32_t error, const char* server,
-                          const char* file) {
+// Deliberate: an unresolved name is shown alone, a failed connection with the whole URL.
+bool FormatFailure(char* text, std::size_t size, std::uint32_t error, const char* server,
+                   const char* file) {
     const char* const proxy = config.proxyAddress;
     const char* const url = config.websocketAddress;
     switch (error) {
@@ -55,8 +56,10 @@ static bool FormatFailure(char* text, std::size_t size, std::uint32_t error, con
     }
 }
 
+}  // namespace
+
 void ShowConnectionFailure(std::uint32_t error, const char* server, std::int64_t attempt_second) {
-    if (attempt_second - lastFailureBoxTime < kQuietSeconds) return;
+    if (attempt_second - lastFailureBoxTime < GetCloudLimits().failure_box_quiet_s) return;
     char file[260];
     if (!ResolveConfigPath(file)) FormatText(file, sizeof file, "<unknown>");
     char text[1024];

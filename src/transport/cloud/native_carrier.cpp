@@ -1,7 +1,8 @@
-// Packets on a TCP stream, one behind the other.
+// Packets on a TCP stream, one after another.
 #include "platform/tick.h"
 #include "support/config.h"
 #include "transport/cloud/cloud_carrier.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/cloud_log.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/cloud_traffic.h"
@@ -10,32 +11,28 @@
 #include "transport/cloud/tcp_socket.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kRxName[] = "RxThreadFunc";
-static constexpr char kTxName[] = "TxThreadFunc";
-static constexpr std::int32_t kReadWaitMs = 100;
-static constexpr std::uint32_t kIncompletePauseMs = 5;
-static constexpr std::uint32_t kInvalidPauseMs = 100;
+constexpr char kRxName[] = "RxThreadFunc";
+constexpr char kTxName[] = "TxThreadFunc";
 
-// Set and cleared by the connection thread, under sessionLock; the threads of the connection, which
-// come and go while it is set, use it without.
-static TcpSocket* relay_socket = nullptr;
-static bool network_started = false;  // the connection thread's
-
-static bool IsDisconnecting() { return cloud->connState == ConnState::kDisconnecting; }
+// Set and cleared by the connection thread, under sessionLock. The connection's threads, which run
+// only while it is set, use it without the lock.
+TcpSocket* relay_socket = nullptr;
+bool network_started = false;  // the connection thread's
 
 // ---------------------------------------------------------------- receiving
 
-// Bytes that cannot be taken are left; the thread sleeps instead of looking at them again and
-// again. False: the peer is gone, so that nothing more can follow them.
-static bool LeaveBytes(std::uint32_t pause_ms) {
+// Leaves bytes that cannot be taken yet and sleeps, so that the thread does not spin on them.
+// False: the peer has ended, so nothing more can follow them.
+bool LeaveBytes(std::uint32_t pause_ms) {
     if (TcpPeerEnded(relay_socket)) return false;
     SleepMs(pause_ms);
     return true;
 }
 
-// Deliberate: a packet of which not all is there yet ends the connection, no second read is made.
-static bool ReceivePacket(std::uint32_t length) {
+// Deliberate: reads once. A packet that has not arrived completely ends the connection.
+bool ReceivePacket(std::uint32_t length) {
     PacketPtr packet(static_cast<Packet*>(AllocateMem(length)));
     if (packet == nullptr) return false;
     if (ReadTcp(relay_socket, packet->Bytes(), length) != static_cast<int>(length)) return false;
@@ -43,9 +40,9 @@ static bool ReceivePacket(std::uint32_t length) {
     return true;
 }
 
-// False: the connection cannot go on.
-static bool ReceiveOnce() {
-    switch (WaitForTcpData(relay_socket, kReadWaitMs)) {
+// False: the connection has ended.
+bool ReceiveOnce() {
+    switch (WaitForTcpData(relay_socket, GetCloudLimits().receive_wait_ms)) {
         case TcpWait::kFailed:
             return false;
         case TcpWait::kTimeout:
@@ -56,39 +53,30 @@ static bool ReceiveOnce() {
     std::uint8_t header[MIN_PKT_SIZE];
     const int peeked = PeekTcp(relay_socket, header, sizeof header);
     if (peeked < 1) return false;
-    if (peeked < static_cast<int>(sizeof header)) return LeaveBytes(kIncompletePauseMs);
+    if (peeked < static_cast<int>(sizeof header))
+        return LeaveBytes(GetCloudLimits().incomplete_pause_ms);
     const std::uint32_t length = LoadU32(header + 4);
-    // Deliberate: such a header is never taken, so that the next look finds it again.
-    if (length < MIN_PKT_SIZE) return LeaveBytes(kInvalidPauseMs);
+    // Deliberate: such a header is never taken, so the next look finds it again.
+    if (length < MIN_PKT_SIZE) return LeaveBytes(GetCloudLimits().invalid_pause_ms);
     return length <= MAX_PKT_SIZE && ReceivePacket(length);
 }
 
-static void RxThreadFunc(void*) {
-    BeginReceiving();
-    while (GoesOnReceiving()) {
-        if (!ReceiveOnce()) break;
-    }
-    EndReceiving();
+void RxThreadFunc(void*) {
+    RunReceiver(ReceiveOnce);
     if (IsDisconnecting()) Log(kLogTrace, "[%s] not online anymore. exiting.", kRxName);
 }
 
 // ---------------------------------------------------------------- transmitting
 
-static void TxThreadFunc(void*) {
-    while (!IsDisconnecting()) {
-        PacketPtr packet = NextCloudPacket();
-        if (packet == nullptr) continue;
-        if (!SendTcp(relay_socket, packet->Bytes(), packet->length)) {
-            PutBackCloudPacket(std::move(packet));
-            break;
-        }
-    }
-    if (IsDisconnecting()) Log(kLogTrace, "[%s] not online anymore. exiting.", kTxName);
+std::uint32_t Send(const Packet& packet) {
+    return SendTcp(relay_socket, packet.Bytes(), packet.length) ? 0 : 1;
 }
+
+void TxThreadFunc(void*) { RunTransmitter({Send, nullptr}, kTxName); }
 
 // ---------------------------------------------------------------- connecting
 
-static bool ReadAddress(ServerAddress* address) {
+bool ReadAddress(ServerAddress* address) {
     if (config.serverAddress[0] == '\0') {
         CloudLog("[Cloud] ERROR: Server address not configured in config.json\n");
         CloudLog("[Cloud] Please set 'serverAddress' to '<host>:<port>' in config.json\n");
@@ -100,7 +88,7 @@ static bool ReadAddress(ServerAddress* address) {
     return false;
 }
 
-static TcpSocket* ConnectToRelay(const ServerAddress& address) {
+TcpSocket* ConnectToRelay(const ServerAddress& address) {
     char port[8];
     FormatText(port, sizeof port, "%u", static_cast<unsigned>(address.port));
     CloudLog("Connecting to %s:%s\n", address.host, port);
@@ -117,23 +105,15 @@ static TcpSocket* ConnectToRelay(const ServerAddress& address) {
     return connected;
 }
 
-static bool StartThreads() {
-    cloud->receive_thread =
-        StartCarrierThread(RxThreadFunc, "Tarvik CloudRxThread", kRxName, "NativeConnect");
-    if (cloud->receive_thread == nullptr) {
-        CloudLog("[Cloud] Failed to create RX thread\n");
-        return false;
-    }
-    cloud->transmit_thread =
-        StartCarrierThread(TxThreadFunc, "Tarvik CloudTxThread", kTxName, "NativeConnect");
-    if (cloud->transmit_thread == nullptr) {
-        CloudLog("[Cloud] Failed to create TX thread\n");
-        return false;
-    }
-    return true;
-}
+constexpr CarrierThreads kThreads = {
+    .receive = {RxThreadFunc, "Tarvik CloudRxThread", kRxName},
+    .transmit = {TxThreadFunc, "Tarvik CloudTxThread", kTxName},
+    .log_name = "NativeConnect",
+    .LogFailure =
+        [](const char* direction) { CloudLog("[Cloud] Failed to create %s thread\n", direction); },
+};
 
-static bool NativeConnect() {
+bool NativeConnect() {
     CloudLog("Connecting...\n");
     StartNetwork();
     network_started = true;
@@ -145,15 +125,15 @@ static bool NativeConnect() {
         const LockGuard hold(cloud->sessionLock);
         relay_socket = connected;
     }
-    return StartThreads();
+    return StartCarrierThreads(kThreads);
 }
 
-static void NativeAbort() {
+void NativeAbort() {
     const LockGuard hold(cloud->sessionLock);
     if (relay_socket != nullptr) AbortTcp(relay_socket);
 }
 
-static void NativeDisconnect() {
+void NativeDisconnect() {
     {
         const LockGuard hold(cloud->sessionLock);
         if (relay_socket != nullptr) CloseTcp(relay_socket);
@@ -162,6 +142,8 @@ static void NativeDisconnect() {
     if (network_started) EndNetwork();
     network_started = false;
 }
+
+}  // namespace
 
 const CloudCarrier kNativeCarrier = {
     .Connect = NativeConnect,

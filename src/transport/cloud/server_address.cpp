@@ -5,12 +5,15 @@
 #include <string_view>
 
 namespace tarvik {
+namespace {
 
-static bool ParsePort(std::string_view text, std::uint16_t* port) {
+bool ParsePort(std::string_view text, std::uint16_t* port) {
     const char* end = text.data() + text.size();
     const std::from_chars_result result = std::from_chars(text.data(), end, *port);
     return result.ec == std::errc{} && result.ptr == end && *port != 0;
 }
+
+}  // namespace
 
 bool ParseServerAddress(const char* text, ServerAddress* address) {
     const std::string_view whole(text);

@@ -1,6 +1,6 @@
 // The WebSocket client on Boost.Beast. Its streams are not for two threads at once, so only one
-// runs `io` at any time and does the work of both: the connection thread while it connects, the
-// receiving thread from then on. A sender hands its packet over and sleeps until it is gone.
+// thread runs `io` at any time and does the work of both: the connection thread while it connects,
+// the receiving thread afterwards. A sender hands its packet over and sleeps until it is sent.
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -23,6 +23,7 @@
 #include "link/packet.h"
 #include "platform/lock.h"
 #include "support/memory.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/tcp_addresses.h"
 #include "transport/cloud/tcp_lookup.h"
 #include "transport/cloud/websocket_client.h"
@@ -37,15 +38,24 @@ namespace ssl = asio::ssl;
 using asio::ip::tcp;
 using Error = boost::system::error_code;
 
-static constexpr std::size_t kTextCapacity = 256;  // of the other system's texts
-static constexpr char kDefaultProxyPort[] = "80";
-// The limits of Windows's service.
-static constexpr std::chrono::seconds kConnectLimit{60};
-static constexpr std::chrono::seconds kAnswerLimit{30};
-static constexpr std::size_t kWriteBufferSize = 8192;  // a packet leaves in one piece
+namespace {
+
+constexpr std::size_t kTextCapacity = 256;  // of Windows's texts
+constexpr char kDefaultProxyPort[] = "80";
+constexpr std::size_t kWriteBufferSize = 8192;  // a packet is sent in one piece
+constexpr std::size_t kHandles = 4;
+
+std::chrono::seconds ConnectLimit() {
+    return std::chrono::seconds(GetCloudLimits().websocket_connect_s);
+}
+std::chrono::seconds AnswerLimit() {
+    return std::chrono::seconds(GetCloudLimits().websocket_answer_s);
+}
 
 using PlainStream = websocket::stream<tcp::socket>;
 using SecureStream = websocket::stream<ssl::stream<tcp::socket>>;
+
+}  // namespace
 
 struct WebSocketClient {
     std::string server, endpoint, proxy, user_agent;
@@ -54,8 +64,8 @@ struct WebSocketClient {
     bool secure = false;
     bool check_certificate = true;
 
-    // Which of the four handles would be open.
-    std::atomic<bool> session{false}, connection{false}, request{false}, web_socket{false};
+    // Which handles would be open on Windows, by WebSocketHandle.
+    std::array<std::atomic<bool>, kHandles> open{};
 
     asio::io_context io{1};
     ssl::context tls{ssl::context::tls_client};
@@ -64,8 +74,8 @@ struct WebSocketClient {
     std::optional<SecureStream> secure_stream;
     std::uint32_t upgrade_error = 0;
 
-    // The receiver's: the part of one message that has been read ahead, and where the rest of it
-    // begins.
+    // The receiver's: the part of one message that has been read ahead, and how much of it is
+    // taken.
     std::array<std::uint8_t, MAX_PKT_SIZE> arrived;
     std::uint32_t arrived_size = 0;
     std::uint32_t taken = 0;
@@ -80,9 +90,11 @@ struct WebSocketClient {
     Error send_result;
 };
 
-// Calls `use` with the stream that is in use, if there is one.
+namespace {
+
+// Calls `use` with the current stream, if there is one.
 template <typename Use>
-static void WithStream(WebSocketClient* client, Use use) {
+void WithStream(WebSocketClient* client, Use use) {
     if (client->secure_stream) {
         use(*client->secure_stream);
     } else if (client->plain_stream) {
@@ -90,17 +102,17 @@ static void WithStream(WebSocketClient* client, Use use) {
     }
 }
 
-static void CloseSockets(WebSocketClient* client) {
+void CloseSockets(WebSocketClient* client) {
     Error ignored;
     client->connecting.close(ignored);
     WithStream(client, [&](auto& stream) { beast::get_lowest_layer(stream).close(ignored); });
 }
 
-// Runs one operation to its end, or, when it takes too long, to its failure. `start` gets the
-// handler to complete it with.
+// Runs one operation to its end or, if it takes too long, to its failure. `start` gets the handler
+// that completes it.
 template <typename Start>
-static Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_point deadline,
-                      Start start) {
+Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_point deadline,
+               Start start) {
     bool done = false;
     Error result;
     start([&](const Error& error, auto&&...) {
@@ -119,13 +131,12 @@ static Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_p
 }
 
 template <typename Start>
-static Error RunWithin(WebSocketClient* client, std::chrono::seconds limit, Start start) {
+Error RunWithin(WebSocketClient* client, std::chrono::seconds limit, Start start) {
     if (client->aborted) return asio::error::operation_aborted;
     return RunUntil(client, std::chrono::steady_clock::now() + limit, start);
 }
 
-static std::uint32_t CodeOf(const WebSocketClient& client, const Error& error,
-                            std::uint32_t otherwise) {
+std::uint32_t CodeOf(const WebSocketClient& client, const Error& error, std::uint32_t otherwise) {
     if (!error) return 0;
     if (client.aborted) return kErrorOperationCancelled;
     return error == asio::error::timed_out ? kErrorTimeout : otherwise;
@@ -133,7 +144,7 @@ static std::uint32_t CodeOf(const WebSocketClient& client, const Error& error,
 
 // No exception leaves this file.
 template <typename Body>
-static std::uint32_t Guarded(Body body) {
+std::uint32_t Guarded(Body body) {
     try {
         return body();
     } catch (const std::exception&) {
@@ -141,65 +152,9 @@ static std::uint32_t Guarded(Body body) {
     }
 }
 
-WebSocketClient* CreateWebSocketClient() {
-    try {
-        return NewTracked<WebSocketClient>();
-    } catch (const std::exception&) {
-        return nullptr;
-    }
+std::atomic<bool>& IsOpen(WebSocketClient* client, WebSocketHandle handle) {
+    return client->open.at(static_cast<std::size_t>(handle));
 }
-
-void DestroyWebSocketClient(WebSocketClient* client) { DeleteTracked(client); }
-
-// ---------------------------------------------------------------- what only keeps values
-
-static bool SetText(std::string* text, const char* value) {
-    if (std::strlen(value) >= kTextCapacity) return false;
-    *text = value;
-    return true;
-}
-
-bool SetWebSocketServer(WebSocketClient* client, const char* server) {
-    return SetText(&client->server, server);
-}
-
-bool SetWebSocketEndpoint(WebSocketClient* client, const char* endpoint) {
-    return SetText(&client->endpoint, endpoint);
-}
-
-bool SetWebSocketProxyAddress(WebSocketClient* client, const char* proxy) {
-    return SetText(&client->proxy, proxy);
-}
-
-std::uint32_t OpenWebSocketSession(WebSocketClient* client, const char* user_agent) {
-    client->user_agent = user_agent;
-    client->session = true;
-    return 0;
-}
-
-std::uint32_t UseWebSocketProxy(WebSocketClient* client) {
-    client->use_proxy = true;
-    return 0;
-}
-
-std::uint32_t ConnectWebSocketServer(WebSocketClient* client, std::uint32_t port) {
-    client->port = std::to_string(static_cast<std::uint16_t>(port));
-    client->connection = true;
-    return 0;
-}
-
-std::uint32_t OpenWebSocketRequest(WebSocketClient* client, bool secure) {
-    client->secure = secure;
-    client->request = true;
-    return 0;
-}
-
-std::uint32_t IgnoreCertificateFaults(WebSocketClient* client) {
-    client->check_certificate = false;
-    return 0;
-}
-
-std::uint32_t RequestWebSocketUpgrade(WebSocketClient*) { return 0; }
 
 // ---------------------------------------------------------------- connecting
 
@@ -208,7 +163,7 @@ struct HostAndPort {
 };
 
 // "host", "host:port", each with or without "http://".
-static HostAndPort ProxyTarget(const WebSocketClient& client) {
+HostAndPort ProxyTarget(const WebSocketClient& client) {
     std::string_view text(client.proxy);
     constexpr std::string_view kScheme = "http://";
     if (text.starts_with(kScheme)) text.remove_prefix(kScheme.size());
@@ -218,7 +173,7 @@ static HostAndPort ProxyTarget(const WebSocketClient& client) {
     return {std::string(text.substr(0, colon)), std::string(text.substr(colon + 1))};
 }
 
-static std::uint32_t OpenConnection(WebSocketClient* client) {
+std::uint32_t OpenConnection(WebSocketClient* client) {
     const HostAndPort target =
         client->use_proxy ? ProxyTarget(*client) : HostAndPort{client->server, client->port};
     TcpAddresses* addresses = nullptr;
@@ -228,7 +183,7 @@ static std::uint32_t OpenConnection(WebSocketClient* client) {
     const auto found =
         tcp::resolver::results_type::create(addresses->first, target.host, target.port);
     FreeTcpAddresses(addresses);
-    const Error connected = RunWithin(client, kConnectLimit, [&](auto done) {
+    const Error connected = RunWithin(client, ConnectLimit(), [&](auto done) {
         asio::async_connect(client->connecting, found, done);
     });
     if (connected) return CodeOf(*client, connected, kErrorCannotConnect);
@@ -237,24 +192,22 @@ static std::uint32_t OpenConnection(WebSocketClient* client) {
     return 0;
 }
 
-static std::string Authority(const WebSocketClient& client) {
-    return client.server + ":" + client.port;
-}
+std::string Authority(const WebSocketClient& client) { return client.server + ":" + client.port; }
 
 // Asks the proxy for a tunnel to the server.
-static std::uint32_t OpenTunnel(WebSocketClient* client) {
+std::uint32_t OpenTunnel(WebSocketClient* client) {
     http::request<http::empty_body> request(http::verb::connect, Authority(*client), 11);
     request.set(http::field::host, Authority(*client));
     request.set(http::field::user_agent, client->user_agent);
-    const Error asked = RunWithin(client, kAnswerLimit, [&](auto done) {
+    const Error asked = RunWithin(client, AnswerLimit(), [&](auto done) {
         http::async_write(client->connecting, request, done);
     });
     if (asked) return CodeOf(*client, asked, kErrorConnectionBroken);
-    // The proxy sends nothing behind its answer before we have sent something ourselves.
+    // The proxy sends nothing after its answer before we have sent something ourselves.
     beast::flat_buffer buffer;
     http::response_parser<http::empty_body> answer;
     answer.skip(true);
-    const Error answered = RunWithin(client, kAnswerLimit, [&](auto done) {
+    const Error answered = RunWithin(client, AnswerLimit(), [&](auto done) {
         http::async_read_header(client->connecting, buffer, answer, done);
     });
     if (answered) return CodeOf(*client, answered, kErrorConnectionBroken);
@@ -263,9 +216,9 @@ static std::uint32_t OpenTunnel(WebSocketClient* client) {
     return opened ? 0 : kErrorCannotConnect;
 }
 
-static bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream) {
+bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream) {
     Error error;
-    // Names of servers only: the extension does not know addresses.
+    // For names of servers only: the extension has no addresses.
     Error no_address;
     asio::ip::make_address(client->server, no_address);
     if (no_address) SSL_set_tlsext_host_name(stream->native_handle(), client->server.c_str());
@@ -279,17 +232,17 @@ static bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream
     return !error;
 }
 
-static std::uint32_t OpenTls(WebSocketClient* client) {
+std::uint32_t OpenTls(WebSocketClient* client) {
     client->secure_stream.emplace(std::move(client->connecting), client->tls);
     auto& stream = client->secure_stream->next_layer();
     if (!PrepareTls(client, &stream)) return kErrorSecureFailure;
-    const Error greeted = RunWithin(client, kAnswerLimit, [&](auto done) {
+    const Error greeted = RunWithin(client, AnswerLimit(), [&](auto done) {
         stream.async_handshake(ssl::stream_base::client, done);
     });
     return CodeOf(*client, greeted, kErrorSecureFailure);
 }
 
-std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
+std::uint32_t SendRequest(WebSocketClient* client) {
     return Guarded([client] {
         std::uint32_t error = OpenConnection(client);
         if (error == 0 && client->use_proxy) error = OpenTunnel(client);
@@ -301,7 +254,7 @@ std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
 }
 
 template <typename Stream>
-static void Configure(Stream* stream, const std::string& user_agent) {
+void Configure(Stream* stream, const std::string& user_agent) {
     stream->set_option(
         websocket::stream_base::decorator([user_agent](websocket::request_type& request) {
             request.set(http::field::user_agent, user_agent);
@@ -310,25 +263,25 @@ static void Configure(Stream* stream, const std::string& user_agent) {
     stream->auto_fragment(false);
     stream->write_buffer_bytes(kWriteBufferSize);
     websocket::stream_base::timeout limits{};
-    limits.handshake_timeout = kAnswerLimit;  // of the closing, too
+    limits.handshake_timeout = AnswerLimit();  // of the closing, too
     limits.idle_timeout = websocket::stream_base::none();
     limits.keep_alive_pings = false;
     stream->set_option(limits);
     stream->read_message_max(0);  // any size: messages are cut into packets, not kept
 }
 
-// An answer that refuses the upgrade is an answer: the next step is the one that fails.
-static bool IsRefusal(const Error& error) {
+// An answer that refuses the upgrade is an answer too: the next step is the one that fails.
+bool IsRefusal(const Error& error) {
     return error.category() == Error(websocket::error::upgrade_declined).category() ||
            error.category() == Error(http::error::bad_version).category();
 }
 
-std::uint32_t ReceiveWebSocketResponse(WebSocketClient* client) {
+std::uint32_t ReceiveResponse(WebSocketClient* client) {
     return Guarded([client] {
         Error answered;
         WithStream(client, [&](auto& stream) {
             Configure(&stream, client->user_agent);
-            answered = RunWithin(client, kAnswerLimit, [&](auto done) {
+            answered = RunWithin(client, AnswerLimit(), [&](auto done) {
                 stream.async_handshake(Authority(*client), client->endpoint, done);
             });
         });
@@ -340,24 +293,76 @@ std::uint32_t ReceiveWebSocketResponse(WebSocketClient* client) {
     });
 }
 
-std::uint32_t CompleteWebSocketUpgrade(WebSocketClient* client) {
+std::uint32_t CompleteUpgrade(WebSocketClient* client) {
     if (client->upgrade_error != 0) return client->upgrade_error;
-    client->request = false;
-    client->web_socket = true;
+    IsOpen(client, WebSocketHandle::kRequest) = false;
+    IsOpen(client, WebSocketHandle::kWebSocket) = true;
     return 0;
+}
+
+std::uint32_t CheckText(const char* text) {
+    return std::strlen(text) < kTextCapacity ? 0 : kErrorInvalidParameter;
+}
+
+std::uint32_t OpenSession(WebSocketClient* client, const WebSocketTarget& target) {
+    return Guarded([&] {
+        client->server = target.server;
+        client->endpoint = target.endpoint;
+        client->proxy = target.proxy;
+        client->user_agent = target.user_agent;
+        client->port = std::to_string(static_cast<std::uint16_t>(target.port));
+        IsOpen(client, WebSocketHandle::kSession) = true;
+        return std::uint32_t{0};
+    });
+}
+
+std::uint32_t Open(WebSocketClient* client, WebSocketHandle handle) {
+    IsOpen(client, handle) = true;
+    return 0;
+}
+
+std::uint32_t Nothing() { return 0; }
+
+bool TakeSteps(WebSocketClient* client, const WebSocketTarget& target,
+               const WebSocketSteps& steps) {
+    using Step = WebSocketStep;
+    using Handle = WebSocketHandle;
+    client->use_proxy = target.use_proxy;
+    client->secure = target.secure;
+    client->check_certificate = target.check_certificate;
+    return steps.Take(Step::kServerText, [&] { return CheckText(target.server); }) &&
+           steps.Take(Step::kEndpointText, [&] { return CheckText(target.endpoint); }) &&
+           steps.Take(Step::kProxyText, [&] { return CheckText(target.proxy); }) &&
+           steps.Take(Step::kOpen, [&] { return OpenSession(client, target); }) &&
+           (!target.use_proxy || steps.Take(Step::kProxy, Nothing)) &&
+           steps.Take(Step::kConnect, [&] { return Open(client, Handle::kConnection); }) &&
+           steps.Take(Step::kOpenRequest, [&] { return Open(client, Handle::kRequest); }) &&
+           (target.check_certificate || steps.Take(Step::kCertificates, Nothing)) &&
+           steps.Take(Step::kUpgradeOption, Nothing) &&
+           steps.Take(Step::kSend, [&] { return SendRequest(client); }) &&
+           steps.Take(Step::kReceive, [&] { return ReceiveResponse(client); }) &&
+           steps.Take(Step::kComplete, [&] { return CompleteUpgrade(client); });
+}
+
+void CloseAll(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
+    CloseSockets(client);
+    for (std::size_t i = 0; i < kHandles; ++i) {
+        const auto handle = static_cast<WebSocketHandle>(i);
+        if (IsOpen(client, handle).exchange(false) && closed != nullptr) closed(handle);
+    }
 }
 
 // ---------------------------------------------------------------- messages
 
-// False: aborted; `io` is not to be run any more.
-static bool BeginReceiving(WebSocketClient* client) {
+// False: aborted; `io` must not run any more.
+bool BeginReceiving(WebSocketClient* client) {
     const LockGuard hold(client->send_lock);
     client->receiving = !client->aborted;
     return client->receiving;
 }
 
-// A sender is woken only when it need not wait any more.
-static void EndReceiving(WebSocketClient* client, bool broken) {
+// Wakes a sender only if it need not wait any more.
+void EndReceiving(WebSocketClient* client, bool broken) {
     const LockGuard hold(client->send_lock);
     client->receiving = false;
     if (broken) client->broken = true;
@@ -365,8 +370,8 @@ static void EndReceiving(WebSocketClient* client, bool broken) {
 }
 
 template <typename Stream>
-static Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buffer,
-                      std::uint32_t* bytes) {
+Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buffer,
+               std::uint32_t* bytes) {
     bool done = false;
     Error result;
     stream->async_read_some(buffer, [&](const Error& error, std::size_t count) {
@@ -381,14 +386,14 @@ static Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buf
 }
 
 template <typename Stream>
-static MessageKind KindOf(const Stream& stream) {
+MessageKind KindOf(const Stream& stream) {
     if (stream.got_text()) {
         return stream.is_message_done() ? MessageKind::kText : MessageKind::kTextFragment;
     }
     return stream.is_message_done() ? MessageKind::kBinary : MessageKind::kBinaryFragment;
 }
 
-static std::uint32_t ReadAhead(WebSocketClient* client) {
+std::uint32_t ReadAhead(WebSocketClient* client) {
     client->taken = 0;
     client->arrived_size = 0;
     Error result;
@@ -401,7 +406,7 @@ static std::uint32_t ReadAhead(WebSocketClient* client) {
     return 0;
 }
 
-static MessageKind PartOf(MessageKind whole) {
+MessageKind PartOf(MessageKind whole) {
     switch (whole) {
         case MessageKind::kBinary:
         case MessageKind::kBinaryFragment:
@@ -415,13 +420,54 @@ static MessageKind PartOf(MessageKind whole) {
     return whole;
 }
 
-static void TakeArrived(WebSocketClient* client, void* data, std::uint32_t size,
-                        std::uint32_t* bytes, MessageKind* kind) {
+void TakeArrived(WebSocketClient* client, void* data, std::uint32_t size, std::uint32_t* bytes,
+                 MessageKind* kind) {
     const std::uint32_t left = client->arrived_size - client->taken;
     *bytes = std::min(size, left);
     *kind = *bytes == left ? client->arrived_kind : PartOf(client->arrived_kind);
     std::memcpy(data, client->arrived.data() + client->taken, *bytes);
     client->taken += *bytes;
+}
+
+// On the receiving thread.
+void StartSending(WebSocketClient* client, asio::const_buffer packet) {
+    WithStream(client, [&](auto& stream) {
+        stream.async_write(packet, [client](const Error& error, std::size_t) {
+            {
+                const LockGuard hold(client->send_lock);
+                client->send_result = error;
+                client->send_done = true;
+            }
+            client->changed.WakeAll();
+        });
+    });
+}
+
+// Returns once the packet is no longer used: it has been sent, or the receiving thread does not run
+// `io` again.
+void AwaitSent(WebSocketClient* client) {
+    for (;;) {
+        if (client->send_done || client->broken) return;
+        if (client->aborted && !client->receiving) return;
+        client->changed.Wait(client->send_lock, -1);
+    }
+}
+
+}  // namespace
+
+WebSocketClient* CreateWebSocketClient() {
+    try {
+        return NewTracked<WebSocketClient>();
+    } catch (const std::exception&) {
+        return nullptr;
+    }
+}
+
+bool ConnectWebSocket(WebSocketClient* client, const WebSocketTarget& target,
+                      const WebSocketSteps& steps) {
+    const bool connected = TakeSteps(client, target, steps);
+    if (!connected) CloseAll(client, nullptr);
+    return connected;
 }
 
 std::uint32_t ReceiveFromWebSocket(WebSocketClient* client, void* data, std::uint32_t size,
@@ -435,30 +481,6 @@ std::uint32_t ReceiveFromWebSocket(WebSocketClient* client, void* data, std::uin
     }
     TakeArrived(client, data, size, bytes, kind);
     return 0;
-}
-
-// On the receiving thread.
-static void StartSending(WebSocketClient* client, asio::const_buffer packet) {
-    WithStream(client, [&](auto& stream) {
-        stream.async_write(packet, [client](const Error& error, std::size_t) {
-            {
-                const LockGuard hold(client->send_lock);
-                client->send_result = error;
-                client->send_done = true;
-            }
-            client->changed.WakeAll();
-        });
-    });
-}
-
-// Until the packet is not looked at any more: it has been sent, or the receiving thread does not
-// run `io` again.
-static void AwaitSent(WebSocketClient* client) {
-    for (;;) {
-        if (client->send_done || client->broken) return;
-        if (client->aborted && !client->receiving) return;
-        client->changed.Wait(client->send_lock, -1);
-    }
 }
 
 std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::uint32_t size) {
@@ -476,8 +498,6 @@ std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::ui
     });
 }
 
-// ---------------------------------------------------------------- closing
-
 bool AbortWebSocket(WebSocketClient* client) {
     {
         const LockGuard hold(client->send_lock);
@@ -488,18 +508,12 @@ bool AbortWebSocket(WebSocketClient* client) {
         asio::post(client->io, [client] { CloseSockets(client); });
         return std::uint32_t{0};
     });
-    return client->web_socket.exchange(false);
+    return IsOpen(client, WebSocketHandle::kWebSocket).exchange(false);
 }
 
-bool CloseWebSocketRequest(WebSocketClient* client) { return client->request.exchange(false); }
-
-bool CloseWebSocket(WebSocketClient* client) { return client->web_socket.exchange(false); }
-
-bool CloseWebSocketConnection(WebSocketClient* client) {
-    CloseSockets(client);
-    return client->connection.exchange(false);
+void CloseWebSocket(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
+    CloseAll(client, closed);
+    DeleteTracked(client);
 }
-
-bool CloseWebSocketSession(WebSocketClient* client) { return client->session.exchange(false); }
 
 }  // namespace tarvik

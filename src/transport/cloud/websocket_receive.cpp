@@ -6,11 +6,12 @@
 #include "transport/cloud/cloud_state.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr char kFullName[] = "WebSocketReceiveFull";
-static constexpr char kRxName[] = "WebSocketRxThreadFunc";
+constexpr char kFullName[] = "WebSocketReceiveFull";
+constexpr char kRxName[] = "WebSocketRxThreadFunc";
 
-static void LogReceiveFailure(std::uint32_t error) {
+void LogReceiveFailure(std::uint32_t error) {
     if (error == kErrorOperationCancelled || error == kErrorInvalidOperation) {
         Log(kLogTrace, "[%s] ERROR_WINHTTP_OPERATION_CANCELLED, error: %i", kFullName,
             static_cast<int>(error));
@@ -19,11 +20,13 @@ static void LogReceiveFailure(std::uint32_t error) {
     }
 }
 
+}  // namespace
+
 bool WebSocketReceiveFull(const WebSocketSource& source, void* buffer, std::uint32_t count,
                           std::uint32_t* received) {
     *received = 0;
     while (*received < count) {
-        if (cloud->connState == ConnState::kDisconnecting) {
+        if (IsDisconnecting()) {
             Log(kLogTrace, "[%s] Stopping state detected", kFullName);
             return false;
         }
@@ -54,7 +57,7 @@ bool ReceiveWebSocketPacket(const WebSocketSource& source, PacketPtr* packet) {
     }
     const std::uint32_t length = LoadU32(header + 4);
     if (length < MIN_PKT_SIZE || length > MAX_PKT_SIZE) {
-        // Deliberate: no resynchronisation, the stream's next eight bytes are taken as a header.
+        // Deliberate: no resynchronisation, the stream's next eight bytes are the next header.
         Log(kLogTrace, "[%s] Invalid packet length: %u (min: %zu, max: %d)", kRxName, length,
             std::size_t{MIN_PKT_SIZE}, static_cast<int>(MAX_PKT_SIZE));
         return true;

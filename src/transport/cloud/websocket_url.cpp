@@ -7,13 +7,14 @@
 #include "transport/cloud/cloud_log.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kPlainPort = 80;
-static constexpr std::uint32_t kSecurePort = 443;
-static constexpr std::size_t kPortCapacity = 10;  // with the NUL
+constexpr std::uint32_t kPlainPort = 80;
+constexpr std::uint32_t kSecurePort = 443;
+constexpr std::size_t kPortCapacity = 10;  // with the NUL
 
-// Cuts the scheme off the front of `rest`.
-static bool ReadScheme(std::string_view* rest, WebSocketUrl* url) {
+// Removes the scheme from the front of `rest`.
+bool ReadScheme(std::string_view* rest, WebSocketUrl* url) {
     for (const std::string_view scheme : {"wss://", "ws://"}) {
         if (!rest->starts_with(scheme)) continue;
         url->secure = scheme == "wss://";
@@ -26,7 +27,7 @@ static bool ReadScheme(std::string_view* rest, WebSocketUrl* url) {
 }
 
 template <std::size_t Capacity>
-static bool CopyPart(std::string_view text, char (&part)[Capacity], const char* refusal) {
+bool CopyPart(std::string_view text, char (&part)[Capacity], const char* refusal) {
     if (text.size() >= Capacity) {
         CloudLog("%s", refusal);
         return false;
@@ -36,13 +37,15 @@ static bool CopyPart(std::string_view text, char (&part)[Capacity], const char* 
     return true;
 }
 
-// Deliberate: neither the digits nor the range are checked; a port of letters is port 0.
-static bool ReadPort(std::string_view text, std::uint32_t* port) {
+// Deliberate: neither digits nor range are checked; letters give port 0.
+bool ReadPort(std::string_view text, std::uint32_t* port) {
     char digits[kPortCapacity];
     if (!CopyPart(text, digits, "Port number too long\n")) return false;
     *port = static_cast<std::uint32_t>(std::atoi(digits));
     return true;
 }
+
+}  // namespace
 
 bool ParseWebSocketUrl(const char* text, WebSocketUrl* url) {
     std::string_view rest(text);
@@ -51,7 +54,7 @@ bool ParseWebSocketUrl(const char* text, WebSocketUrl* url) {
     const std::size_t slash = rest.find('/');
     const std::string_view authority = rest.substr(0, slash);
     const std::string_view path = slash == rest.npos ? "/" : rest.substr(slash);
-    // A colon behind the first slash belongs to the path.
+    // A colon after the first slash belongs to the path.
     const std::size_t colon = authority.find(':');
     if (colon != authority.npos && !ReadPort(authority.substr(colon + 1), &url->port)) return false;
     return CopyPart(authority.substr(0, colon), url->server, "Server name too long\n") &&

@@ -13,7 +13,7 @@ struct WebSocketUrl {
     bool secure;
 };
 
-// "ws://" or "wss://", server, optional port, optional path. Logs what it refuses.
+// Reads "ws://" or "wss://", server, optional port, optional path. False: logged.
 bool ParseWebSocketUrl(const char* text, WebSocketUrl* url);
 
 }  // namespace tarvik

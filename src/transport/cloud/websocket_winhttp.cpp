@@ -1,18 +1,18 @@
 // The WebSocket client on Windows's HTTP service. The service's calls only begin here; a callback
-// on one of its threads tells how they ended, so every wait can be given up at once.
+// on one of its threads reports how they ended, so that an abort ends every wait at once.
 #include <windows.h>
 
 #include <winhttp.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <utility>
 
 #include "link/packet.h"
 #include "platform/lock.h"
 #include "platform/process.h"
-#include "support/memory.h"
+#include "support/counted.h"
+#include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/websocket_client.h"
 
 namespace tarvik {
@@ -25,10 +25,14 @@ static_assert(kErrorTimeout == ERROR_WINHTTP_TIMEOUT);
 static_assert(kErrorInvalidResponse == ERROR_WINHTTP_INVALID_SERVER_RESPONSE);
 static_assert(kErrorSecureFailure == ERROR_WINHTTP_SECURE_FAILURE);
 static_assert(kErrorInvalidOperation == ERROR_INVALID_OPERATION);
+static_assert(kErrorInvalidParameter == ERROR_INVALID_PARAMETER);
 static_assert(static_cast<int>(MessageKind::kClose) == WINHTTP_WEB_SOCKET_CLOSE_BUFFER_TYPE);
 
-static constexpr int kTextCapacity = 256;
-static constexpr std::int32_t kClosingLimitMs = 250;
+namespace {
+
+constexpr int kTextCapacity = 256;
+
+using WideText = wchar_t[kTextCapacity];
 
 // A call that the service has begun.
 struct PendingCall {
@@ -37,24 +41,20 @@ struct PendingCall {
     WINHTTP_WEB_SOCKET_STATUS status{};  // of transfers
 };
 
-// Lives until the service has told the closing of its last handle too: only then it leaves the
-// buffers alone.
-struct WebSocketClient {
-    wchar_t server[kTextCapacity];
-    wchar_t endpoint[kTextCapacity];
-    wchar_t proxy[kTextCapacity];
+}  // namespace
 
-    std::atomic<std::uint32_t> references{1};  // the owner's, and one for each reporting handle
-
-    // Guards the handles. Held while a call begins or a handle is closed, not while one is waited
-    // for.
+// Referred to by its owner and by each handle that reports: until the service has reported that the
+// last of them is closed, it may use the buffers.
+struct WebSocketClient : Counted {
+    // Guards the handles. Held while a call begins or a handle is closed, not while a call is
+    // waited for.
     OsLock handle_lock;
     HINTERNET session = nullptr;
     HINTERNET connection = nullptr;
     HINTERNET request = nullptr;
     HINTERNET web_socket = nullptr;
 
-    OsLock lock;  // guards all below; taken behind handle_lock, and by the callback
+    OsLock lock;  // guards all below; taken after handle_lock, and by the callback
     OsCondition changed;
     bool aborted = false;
     std::uint32_t reporting_handles = 0;
@@ -64,48 +64,25 @@ struct WebSocketClient {
     std::uint8_t leaving[MAX_PKT_SIZE];   // the sender's
 };
 
-static void Release(WebSocketClient* client) {
-    if (--client->references == 0) DeleteTracked(client);
-}
-
-WebSocketClient* CreateWebSocketClient() { return NewTracked<WebSocketClient>(); }
+namespace {
 
 // False: the service still holds a handle.
-static bool AwaitClosing(WebSocketClient* client) {
+bool AwaitClosing(WebSocketClient* client) {
     const LockGuard hold(client->lock);
     bool in_time = true;
     while (client->reporting_handles != 0 && in_time)
-        in_time = client->changed.Wait(client->lock, kClosingLimitMs);
+        in_time = client->changed.Wait(client->lock, GetCloudLimits().websocket_closing_ms);
     return client->reporting_handles == 0;
 }
 
-void DestroyWebSocketClient(WebSocketClient* client) {
-    // The callback that is still to come must find its code.
-    if (!AwaitClosing(client)) OsKeepLibraryLoaded();
-    Release(client);
-}
-
-// ---------------------------------------------------------------- texts
-
-static bool ToUtf16(const char* text, wchar_t (&wide)[kTextCapacity]) {
-    return ::MultiByteToWideChar(CP_UTF8, 0, text, -1, wide, kTextCapacity) != 0;
-}
-
-bool SetWebSocketServer(WebSocketClient* client, const char* server) {
-    return ToUtf16(server, client->server);
-}
-
-bool SetWebSocketEndpoint(WebSocketClient* client, const char* endpoint) {
-    return ToUtf16(endpoint, client->endpoint);
-}
-
-bool SetWebSocketProxyAddress(WebSocketClient* client, const char* proxy) {
-    return ToUtf16(proxy, client->proxy);
+std::uint32_t ToUtf16(const char* text, WideText* wide) {
+    const int size = ::MultiByteToWideChar(CP_UTF8, 0, text, -1, *wide, kTextCapacity);
+    return size != 0 ? 0 : kErrorInvalidParameter;
 }
 
 // ---------------------------------------------------------------- calls and how they end
 
-static void EndCall(WebSocketClient* client, PendingCall* call, DWORD error, const void* status) {
+void EndCall(WebSocketClient* client, PendingCall* call, DWORD error, const void* status) {
     const LockGuard hold(client->lock);
     call->done = true;
     call->error = error;
@@ -113,7 +90,7 @@ static void EndCall(WebSocketClient* client, PendingCall* call, DWORD error, con
     client->changed.WakeAll();
 }
 
-static void EndFailedCall(WebSocketClient* client, const void* information, DWORD size) {
+void EndFailedCall(WebSocketClient* client, const void* information, DWORD size) {
     WINHTTP_WEB_SOCKET_ASYNC_RESULT result{};
     if (size < sizeof result) {
         std::memcpy(&result.AsyncResult, information, sizeof result.AsyncResult);
@@ -126,15 +103,26 @@ static void EndFailedCall(WebSocketClient* client, const void* information, DWOR
             nullptr);
 }
 
-static void CountReporting(WebSocketClient* client, int change) {
+void CountReporting(WebSocketClient* client, int change) {
     const LockGuard hold(client->lock);
     client->reporting_handles += static_cast<std::uint32_t>(change);
     client->changed.WakeAll();
 }
 
-// Any thread, also one that is inside a call of the service.
-static void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status, void* information,
-                              DWORD size) {
+// For a handle that is about to report: it refers to the client until EndReporting.
+void BeginReporting(WebSocketClient* client) {
+    static_cast<void>(Ref<WebSocketClient>::Share(client).Detach());
+    CountReporting(client, 1);
+}
+
+// For a handle that has reported its closing, or never will.
+void EndReporting(WebSocketClient* client) {
+    const auto last = Ref<WebSocketClient>::Adopt(client);
+    CountReporting(client, -1);
+}
+
+// On any thread, even one that is inside a call of the service.
+void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status, void* information, DWORD size) {
     auto* const client = reinterpret_cast<WebSocketClient*>(context);
     if (client == nullptr) return;  // session and connection do not report
     switch (status) {
@@ -152,51 +140,38 @@ static void CALLBACK OnStatus(HINTERNET, DWORD_PTR context, DWORD status, void* 
             EndFailedCall(client, information, size);
             break;
         case WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING:
-            CountReporting(client, -1);
-            Release(client);
+            EndReporting(client);
             break;
         default:
             break;
     }
 }
 
-static DWORD_PTR ContextOf(WebSocketClient* client) { return reinterpret_cast<DWORD_PTR>(client); }
+DWORD_PTR ContextOf(WebSocketClient* client) { return reinterpret_cast<DWORD_PTR>(client); }
 
-// For a handle that is about to report.
-static void BeginReporting(WebSocketClient* client) {
-    ++client->references;
-    CountReporting(client, 1);
-}
-
-// For one that never will.
-static void GiveUpReporting(WebSocketClient* client) {
-    CountReporting(client, -1);
-    Release(client);
-}
-
-static bool IsAborted(WebSocketClient* client) {
+bool IsAborted(WebSocketClient* client) {
     const LockGuard hold(client->lock);
     return client->aborted;
 }
 
-static std::uint32_t CodeOf(WebSocketClient* client, DWORD error) {
+std::uint32_t CodeOf(WebSocketClient* client, DWORD error) {
     return error != 0 && IsAborted(client) ? kErrorOperationCancelled : error;
 }
 
-static DWORD ErrorOf(BOOL done) { return done ? 0 : ::GetLastError(); }
+DWORD ErrorOf(BOOL done) { return done ? 0 : ::GetLastError(); }
 
-// What is done at once. `call` gets the handle in `place`, and returns an error code.
+// Makes a call that does not wait. `call` gets the handle in `place` and returns an error code.
 template <typename Call>
-static std::uint32_t Do(WebSocketClient* client, const HINTERNET* place, Call call) {
+std::uint32_t Do(WebSocketClient* client, const HINTERNET* place, Call call) {
     const LockGuard hold(client->handle_lock);
     if (*place == nullptr) return kErrorOperationCancelled;
     return CodeOf(client, call(*place));
 }
 
-// What the callback tells the end of.
+// Makes a call and waits until the callback reports its end.
 template <typename Call>
-static std::uint32_t Await(WebSocketClient* client, const HINTERNET* place, PendingCall* pending,
-                           Call call) {
+std::uint32_t Await(WebSocketClient* client, const HINTERNET* place, PendingCall* pending,
+                    Call call) {
     {
         const LockGuard hold(client->lock);
         *pending = {};
@@ -210,17 +185,24 @@ static std::uint32_t Await(WebSocketClient* client, const HINTERNET* place, Pend
     return error != 0 && client->aborted ? kErrorOperationCancelled : error;
 }
 
+// True: it was open.
+bool Close(WebSocketClient* client, HINTERNET* place) {
+    const LockGuard hold(client->handle_lock);
+    const HINTERNET handle = std::exchange(*place, nullptr);
+    return handle != nullptr && ::WinHttpCloseHandle(handle);
+}
+
 // ---------------------------------------------------------------- connecting
 
-static std::uint32_t Keep(WebSocketClient* client, HINTERNET* place, HINTERNET handle) {
+std::uint32_t Keep(WebSocketClient* client, HINTERNET* place, HINTERNET handle) {
     if (handle == nullptr) return CodeOf(client, ::GetLastError());
     *place = handle;
     return 0;
 }
 
-std::uint32_t OpenWebSocketSession(WebSocketClient* client, const char* user_agent) {
-    wchar_t name[kTextCapacity];
-    if (!ToUtf16(user_agent, name)) return ERROR_INVALID_PARAMETER;
+std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
+    WideText name;
+    if (const std::uint32_t error = ToUtf16(user_agent, &name)) return error;
     const LockGuard hold(client->handle_lock);
     const std::uint32_t error =
         Keep(client, &client->session,
@@ -228,43 +210,42 @@ std::uint32_t OpenWebSocketSession(WebSocketClient* client, const char* user_age
                            WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
     if (error != 0) return error;
     const DWORD events = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
-    const bool hears = ::WinHttpSetStatusCallback(client->session, OnStatus, events, 0) !=
-                       WINHTTP_INVALID_STATUS_CALLBACK;
-    return hears ? 0 : CodeOf(client, ::GetLastError());
+    const bool reports = ::WinHttpSetStatusCallback(client->session, OnStatus, events, 0) !=
+                         WINHTTP_INVALID_STATUS_CALLBACK;
+    return reports ? 0 : CodeOf(client, ::GetLastError());
 }
 
-std::uint32_t UseWebSocketProxy(WebSocketClient* client) {
+std::uint32_t UseProxy(WebSocketClient* client, wchar_t* name) {
     WINHTTP_PROXY_INFO proxy{};
     proxy.dwAccessType = WINHTTP_ACCESS_TYPE_NAMED_PROXY;
-    proxy.lpszProxy = client->proxy;
+    proxy.lpszProxy = name;
     return Do(client, &client->session, [&](HINTERNET session) {
         return ErrorOf(::WinHttpSetOption(session, WINHTTP_OPTION_PROXY, &proxy, sizeof proxy));
     });
 }
 
-std::uint32_t ConnectWebSocketServer(WebSocketClient* client, std::uint32_t port) {
+std::uint32_t OpenConnection(WebSocketClient* client, const wchar_t* server, std::uint32_t port) {
     const LockGuard hold(client->handle_lock);
-    return Keep(
-        client, &client->connection,
-        ::WinHttpConnect(client->session, client->server, static_cast<INTERNET_PORT>(port), 0));
+    return Keep(client, &client->connection,
+                ::WinHttpConnect(client->session, server, static_cast<INTERNET_PORT>(port), 0));
 }
 
-static bool ReportTo(WebSocketClient* client, HINTERNET handle) {
+bool ReportTo(WebSocketClient* client, HINTERNET handle) {
     DWORD_PTR context = ContextOf(client);
     BeginReporting(client);
     if (::WinHttpSetOption(handle, WINHTTP_OPTION_CONTEXT_VALUE, &context, sizeof context)) {
         return true;
     }
-    GiveUpReporting(client);
+    EndReporting(client);
     return false;
 }
 
-std::uint32_t OpenWebSocketRequest(WebSocketClient* client, bool secure) {
+std::uint32_t OpenRequest(WebSocketClient* client, const wchar_t* endpoint, bool secure) {
     const DWORD flags = WINHTTP_FLAG_BYPASS_PROXY_CACHE | (secure ? WINHTTP_FLAG_SECURE : 0u);
     const LockGuard hold(client->handle_lock);
     const HINTERNET opened =
-        ::WinHttpOpenRequest(client->connection, L"GET", client->endpoint, nullptr,
-                             WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES, flags);
+        ::WinHttpOpenRequest(client->connection, L"GET", endpoint, nullptr, WINHTTP_NO_REFERER,
+                             WINHTTP_DEFAULT_ACCEPT_TYPES, flags);
     if (opened != nullptr && !ReportTo(client, opened)) {
         const DWORD error = ::GetLastError();
         ::WinHttpCloseHandle(opened);
@@ -282,27 +263,27 @@ std::uint32_t IgnoreCertificateFaults(WebSocketClient* client) {
     });
 }
 
-std::uint32_t RequestWebSocketUpgrade(WebSocketClient* client) {
+std::uint32_t RequestUpgrade(WebSocketClient* client) {
     return Do(client, &client->request, [](HINTERNET request) {
         return ErrorOf(
             ::WinHttpSetOption(request, WINHTTP_OPTION_UPGRADE_TO_WEB_SOCKET, nullptr, 0));
     });
 }
 
-std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
+std::uint32_t SendRequest(WebSocketClient* client) {
     return Await(client, &client->request, &client->requesting, [client](HINTERNET request) {
         return ErrorOf(::WinHttpSendRequest(request, WINHTTP_NO_ADDITIONAL_HEADERS, 0,
                                             WINHTTP_NO_REQUEST_DATA, 0, 0, ContextOf(client)));
     });
 }
 
-std::uint32_t ReceiveWebSocketResponse(WebSocketClient* client) {
+std::uint32_t ReceiveResponse(WebSocketClient* client) {
     return Await(client, &client->request, &client->requesting, [](HINTERNET request) {
         return ErrorOf(::WinHttpReceiveResponse(request, nullptr));
     });
 }
 
-static bool IsUpgraded(HINTERNET request) {
+bool IsUpgraded(HINTERNET request) {
     DWORD status = 0;
     DWORD size = sizeof status;
     return ::WinHttpQueryHeaders(request, WINHTTP_QUERY_STATUS_CODE | WINHTTP_QUERY_FLAG_NUMBER,
@@ -311,30 +292,82 @@ static bool IsUpgraded(HINTERNET request) {
            status == HTTP_STATUS_SWITCH_PROTOCOLS;
 }
 
-std::uint32_t CompleteWebSocketUpgrade(WebSocketClient* client) {
+std::uint32_t CompleteUpgrade(WebSocketClient* client) {
     const std::uint32_t error = Do(client, &client->request, [client](HINTERNET request) -> DWORD {
-        if (!IsUpgraded(request)) return kErrorInvalidResponse;  // Wine would not look
+        if (!IsUpgraded(request)) return kErrorInvalidResponse;  // Wine does not check that
         BeginReporting(client);
         client->web_socket = ::WinHttpWebSocketCompleteUpgrade(request, ContextOf(client));
         if (client->web_socket != nullptr) return 0;
         const DWORD refused = ::GetLastError();
-        GiveUpReporting(client);
+        EndReporting(client);
         return refused;
     });
-    if (error == 0) CloseWebSocketRequest(client);
+    if (error == 0) Close(client, &client->request);
     return error;
 }
 
-// ---------------------------------------------------------------- messages
+bool TakeSteps(WebSocketClient* client, const WebSocketTarget& target,
+               const WebSocketSteps& steps) {
+    using Step = WebSocketStep;
+    WideText server, endpoint, proxy;
+    return steps.Take(Step::kServerText, [&] { return ToUtf16(target.server, &server); }) &&
+           steps.Take(Step::kEndpointText, [&] { return ToUtf16(target.endpoint, &endpoint); }) &&
+           steps.Take(Step::kProxyText, [&] { return ToUtf16(target.proxy, &proxy); }) &&
+           steps.Take(Step::kOpen, [&] { return OpenSession(client, target.user_agent); }) &&
+           (!target.use_proxy ||
+            steps.Take(Step::kProxy, [&] { return UseProxy(client, proxy); })) &&
+           steps.Take(Step::kConnect,
+                      [&] { return OpenConnection(client, server, target.port); }) &&
+           steps.Take(Step::kOpenRequest,
+                      [&] { return OpenRequest(client, endpoint, target.secure); }) &&
+           (target.check_certificate ||
+            steps.Take(Step::kCertificates, [&] { return IgnoreCertificateFaults(client); })) &&
+           steps.Take(Step::kUpgradeOption, [&] { return RequestUpgrade(client); }) &&
+           steps.Take(Step::kSend, [&] { return SendRequest(client); }) &&
+           steps.Take(Step::kReceive, [&] { return ReceiveResponse(client); }) &&
+           steps.Take(Step::kComplete, [&] { return CompleteUpgrade(client); });
+}
 
-// An aborted call ends here before the service is done with its buffer: that is the client's
-// therefore, not the caller's.
+HINTERNET* PlaceOf(WebSocketClient* client, WebSocketHandle handle) {
+    switch (handle) {
+        case WebSocketHandle::kRequest:
+            return &client->request;
+        case WebSocketHandle::kWebSocket:
+            return &client->web_socket;
+        case WebSocketHandle::kConnection:
+            return &client->connection;
+        case WebSocketHandle::kSession:
+            return &client->session;
+    }
+    return nullptr;
+}
+
+void CloseAll(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
+    for (const WebSocketHandle handle : {WebSocketHandle::kRequest, WebSocketHandle::kWebSocket,
+                                         WebSocketHandle::kConnection, WebSocketHandle::kSession}) {
+        if (Close(client, PlaceOf(client, handle)) && closed != nullptr) closed(handle);
+    }
+}
+
+}  // namespace
+
+WebSocketClient* CreateWebSocketClient() { return MakeCounted<WebSocketClient>().Detach(); }
+
+bool ConnectWebSocket(WebSocketClient* client, const WebSocketTarget& target,
+                      const WebSocketSteps& steps) {
+    const bool connected = TakeSteps(client, target, steps);
+    if (!connected) CloseAll(client, nullptr);
+    return connected;
+}
+
+// An aborted call returns before the service is done with its buffer. So the buffer is the
+// client's, not the caller's.
 std::uint32_t ReceiveFromWebSocket(WebSocketClient* client, void* data, std::uint32_t size,
                                    std::uint32_t* bytes, MessageKind* kind) {
     const DWORD wanted = std::min<DWORD>(size, sizeof client->arriving);
     const std::uint32_t error =
         Await(client, &client->web_socket, &client->receiving, [&](HINTERNET web_socket) {
-            DWORD at_once = 0;  // told by the callback as well
+            DWORD at_once = 0;  // the callback reports it too
             WINHTTP_WEB_SOCKET_BUFFER_TYPE type{};
             return ::WinHttpWebSocketReceive(web_socket, client->arriving, wanted, &at_once, &type);
         });
@@ -354,33 +387,22 @@ std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::ui
     });
 }
 
-// ---------------------------------------------------------------- closing
-
-static bool Close(WebSocketClient* client, HINTERNET* place) {
-    const LockGuard hold(client->handle_lock);
-    const HINTERNET handle = std::exchange(*place, nullptr);
-    return handle != nullptr && ::WinHttpCloseHandle(handle);
-}
-
-// Closing a handle ends what is under way on it; nobody waits for that here.
+// Closing a handle ends its calls; this does not wait for their ends.
 bool AbortWebSocket(WebSocketClient* client) {
     {
         const LockGuard hold(client->lock);
         client->aborted = true;
         client->changed.WakeAll();
     }
-    CloseWebSocketRequest(client);
-    return CloseWebSocket(client);
+    Close(client, &client->request);
+    return Close(client, &client->web_socket);
 }
 
-bool CloseWebSocketRequest(WebSocketClient* client) { return Close(client, &client->request); }
-
-bool CloseWebSocket(WebSocketClient* client) { return Close(client, &client->web_socket); }
-
-bool CloseWebSocketConnection(WebSocketClient* client) {
-    return Close(client, &client->connection);
+void CloseWebSocket(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
+    const auto last = Ref<WebSocketClient>::Adopt(client);
+    CloseAll(client, closed);
+    // A callback that is still to come must find its code.
+    if (!AwaitClosing(client)) OsKeepLibraryLoaded();
 }
-
-bool CloseWebSocketSession(WebSocketClient* client) { return Close(client, &client->session); }
 
 }  // namespace tarvik

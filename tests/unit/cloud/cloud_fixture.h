@@ -8,12 +8,13 @@
 #include "support/config.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/transport.h"
+#include "unit/cloud/fake_channel.h"
 #include "unit/cloud/fake_network.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {
 
-// The cloud transport in front of the fake network and channel; not started until the test says so.
+// The cloud transport in front of the fake network and channel. Tests start it themselves.
 class CloudFixture : public testing::Test {
 protected:
     void SetUp() override {
@@ -29,7 +30,7 @@ protected:
     void TearDown() override {
         kCloudTransport.Deinit();
         EXPECT_EQ(network_.OpenLinks(), 0u);
-        // A look-up that the end has left to itself may still be under way.
+        // A look-up that nobody waits for any more may still be in progress.
         EXPECT_TRUE(Eventually([this] { return network_.NetworkUses() == 0; }));
         config = {};
         if (HasFailure()) std::fputs(console_.Text().c_str(), stderr);
@@ -55,9 +56,8 @@ protected:
     static bool Reaches(ConnState state) {
         return Eventually([=] { return cloud->connState == state; });
     }
-    // Within ten seconds: the library's clock runs five times as fast here.
     static PacketPtr Arrives(std::uint32_t type) {
-        return WaitForPacket(&cloud->queues, type, 50'000, kNoTag);
+        return WaitForPacket(&cloud->queues, type, kPatienceMs, kNoTag);
     }
     static Bytes Login(const std::string& mac, const std::string& name) {
         Bytes payload(kLoginSize - MIN_PKT_SIZE);
@@ -65,7 +65,7 @@ protected:
         std::memcpy(payload.data() + 56, name.data(), name.size());
         return WirePacket(kTypeLogn, payload);
     }
-    // The packets sent inside sealed ones, and those sent bare.
+    // The packets of this type that were sent, sealed or not, without the seal.
     std::vector<Bytes> SentOf(std::uint32_t type) {
         std::vector<Bytes> found;
         for (const Bytes& packet : network_.Sent()) {
@@ -76,12 +76,13 @@ protected:
         return found;
     }
 
+    static constexpr std::uint32_t kPatienceMs = 10'000;
     FakeNetwork& network_ = FakeNetwork::Get();
     LogCapture log_;
     StdoutCapture console_;
 };
 
-// The same behaviour over both carriers.
+// For behaviour that is the same over both carriers.
 class BothCarriers : public CloudFixture, public testing::WithParamInterface<bool> {
 protected:
     void SetUp() override {

@@ -1,4 +1,4 @@
-// The connection thread: its states, retries and ends.
+// The connection thread: its states, its retries and its end.
 #include "unit/cloud/cloud_fixture.h"
 
 namespace tarvik::test {
@@ -9,7 +9,7 @@ class CloudConnection : public BothCarriers {};
 INSTANTIATE_TEST_SUITE_P(Carrier, CloudConnection, testing::Bool(),
                          [](const auto& suite) { return suite.param ? "WebSocket" : "Tcp"; });
 
-TEST_P(CloudConnection, TransportThatIsOffStartsNothing) {
+TEST_P(CloudConnection, DisabledTransportStartsNothing) {
     config.useCloud = false;
     kCloudTransport.Start();
     EXPECT_TRUE(log_.Has("[Cloud] ---CONNECTING---"));
@@ -18,7 +18,7 @@ TEST_P(CloudConnection, TransportThatIsOffStartsNothing) {
     EXPECT_FALSE(log_.Has("[Cloud] ---DISCONNECT WAIT---"));
 }
 
-TEST_P(CloudConnection, LogsInBehindTheHandshakeSealed) {
+TEST_P(CloudConnection, SendsItsLoginSealedAfterTheHandshake) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
     const std::vector<Bytes> sent = network_.Sent();
@@ -36,7 +36,7 @@ TEST_P(CloudConnection, LogsInBehindTheHandshakeSealed) {
     }
 }
 
-TEST_P(CloudConnection, LoginTellsVersionUserAndBuild) {
+TEST_P(CloudConnection, LoginHoldsVersionUserAndBuild) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
     const Bytes login = SentOf(kTypeLogn).at(0);
@@ -60,7 +60,7 @@ TEST_P(CloudConnection, IsolatedDeviceIsConnected) {
     EXPECT_TRUE(log_.Has("[Cloud] Device running in ISOLATED mode - limited functionality"));
 }
 
-TEST_P(CloudConnection, UnknownStatusIsAcceptedWithoutAWord) {
+TEST_P(CloudConnection, UnknownStatusIsAcceptedAndNotLogged) {
     FakeChannel::status = 7;
     EXPECT_TRUE(Connect());
     EXPECT_FALSE(log_.Mentions("[Cloud] Device "));
@@ -82,7 +82,7 @@ TEST_P(CloudConnection, MissingServerKeyIsAFailedAttempt) {
     EXPECT_EQ(network_.SentCount(kTypeNhs1), 0u);
 }
 
-TEST_P(CloudConnection, EachStepOfTheChannelThatFailsIsNamed) {
+TEST_P(CloudConnection, EachFailedStepOfTheChannelIsLogged) {
     FakeChannel::identity_failures = 1;
     FakeChannel::handshake_failures = 1;
     FakeChannel::identify_failures = 1;
@@ -102,7 +102,7 @@ TEST_P(CloudConnection, SeventhFailureInARowGivesUp) {
     EXPECT_EQ(log_.Count("[Cloud] Failed, waiting for disconnect"), 1u);
 }
 
-TEST_P(CloudConnection, GivenUpConnectionStartsOverWhenItIsAskedForAnew) {
+TEST_P(CloudConnection, GivenUpConnectionRestartsWhenRequestedAgain) {
     network_.Receive(Reception::kRefuse);
     kCloudTransport.Start();
     ASSERT_TRUE(Reaches(ConnState::kFailed));
@@ -113,7 +113,7 @@ TEST_P(CloudConnection, GivenUpConnectionStartsOverWhenItIsAskedForAnew) {
     EXPECT_TRUE(IsUp());
 }
 
-TEST_P(CloudConnection, SuccessForgetsTheFailuresBefore) {
+TEST_P(CloudConnection, SuccessResetsTheCountOfFailures) {
     network_.RefuseNext(5);
     ASSERT_TRUE(Connect());
     const std::size_t failures = log_.Count("[Cloud] Connect failed, retry");
@@ -124,7 +124,7 @@ TEST_P(CloudConnection, SuccessForgetsTheFailuresBefore) {
     EXPECT_EQ(log_.Count("[Cloud] Connect failed, retry"), failures + 6);
 }
 
-TEST_P(CloudConnection, LostConnectionComesBack) {
+TEST_P(CloudConnection, ReconnectsAfterALoss) {
     ASSERT_TRUE(Connect());
     for (std::uint32_t i = 2; i <= 3; ++i) {
         network_.HangUp();
@@ -135,7 +135,7 @@ TEST_P(CloudConnection, LostConnectionComesBack) {
     EXPECT_TRUE(log_.Has("[Cloud] Threads exited. Done."));
 }
 
-TEST_P(CloudConnection, FailedSendComesBackWithThePacket) {
+TEST_P(CloudConnection, ReconnectsAfterAFailedSendAndSendsThePacketAgain) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
     network_.FailSending();
@@ -146,7 +146,7 @@ TEST_P(CloudConnection, FailedSendComesBackWithThePacket) {
     EXPECT_TRUE(IsUp());
 }
 
-TEST_P(CloudConnection, RequestThatIsWithdrawnDisconnects) {
+TEST_P(CloudConnection, DisconnectsWhenNoLongerRequested) {
     ASSERT_TRUE(Connect());
     cloud->connectRequested = false;
     EXPECT_TRUE(Logs("[Cloud] Disconnecting"));
@@ -159,8 +159,8 @@ TEST_P(CloudConnection, RequestThatIsWithdrawnDisconnects) {
 TEST_P(CloudConnection, StopEndsAConnection) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
-    // Held until the connection thread has seen the stop: it might see first that the receive
-    // thread, which is woken at once, has ended.
+    // Held until the connection thread has seen the stop. Otherwise it might first see the end of
+    // the receive thread, which is woken at once.
     network_.HoldReading(true);
     network_.Deliver(WirePacket(kTypeSync));
     ASSERT_TRUE(network_.EventuallyHolds());
@@ -176,7 +176,7 @@ TEST_P(CloudConnection, StopEndsAConnection) {
     }
 }
 
-TEST_P(CloudConnection, StopEndsAnAttemptThatNobodyAnswers) {
+TEST_P(CloudConnection, StopEndsAnUnansweredAttempt) {
     network_.Receive(Reception::kNeverAnswer);
     kCloudTransport.Start();
     ASSERT_TRUE(Eventually([&] { return network_.Connections() == 1; }));
@@ -184,7 +184,7 @@ TEST_P(CloudConnection, StopEndsAnAttemptThatNobodyAnswers) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
-TEST_P(CloudConnection, StopEndsWhatHasGivenUp) {
+TEST_P(CloudConnection, StopEndsAGivenUpConnection) {
     network_.Receive(Reception::kRefuse);
     kCloudTransport.Start();
     ASSERT_TRUE(Reaches(ConnState::kFailed));
@@ -192,7 +192,7 @@ TEST_P(CloudConnection, StopEndsWhatHasGivenUp) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
-TEST_P(CloudConnection, StopBetweenAnyTwoStepsEndsIt) {
+TEST_P(CloudConnection, StopMayComeBetweenAnyTwoSteps) {
     for (int round = 0; round < 21; ++round) {
         kCloudTransport.Start();
         SleepMs(static_cast<std::uint32_t>(round % 7));
@@ -212,14 +212,14 @@ TEST_P(CloudConnection, SecondStartAndSecondStopDoNothing) {
     EXPECT_EQ(log_.Count("[Cloud] ---DISCONNECTED---"), 1u);
 }
 
-TEST_P(CloudConnection, TransportConnectsAgainAfterAStop) {
+TEST_P(CloudConnection, StartAfterAStopConnectsAgain) {
     ASSERT_TRUE(Connect());
     kCloudTransport.Stop();
     EXPECT_TRUE(Connect());
     EXPECT_EQ(network_.Connections(), 2u);
 }
 
-TEST_P(CloudConnection, HandshakePacketsThatAnEarlierConnectionCouldNotSendAreDropped) {
+TEST_P(CloudConnection, UnsentHandshakePacketsOfAnEarlierConnectionAreDropped) {
     for (const std::uint32_t type : {kTypeNhs1, kTypeTspr, kTypeDevi}) {
         PacketPtr packet = MakePacket(type, 24);
         AppendPacket(&cloud->queues.tx, packet, kNoTag);
@@ -246,13 +246,13 @@ TEST_P(CloudConnection, AddressIsSentAgainAfterAReconnection) {
     network_.HangUp();
     ASSERT_TRUE(Eventually([&] { return network_.Connections() == 3; }));
     ASSERT_TRUE(IsUp());
-    PacketPtr last = MakePacket(kTypeTspr, 24);  // behind everything that a connection begins with
+    PacketPtr last = MakePacket(kTypeTspr, 24);  // after everything that a connection starts with
     ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, last));
     ASSERT_TRUE(network_.EventuallySends(kTypeTspr));
     EXPECT_EQ(network_.SentCount(kTypeAddr), 2u);
 }
 
-TEST_P(CloudConnection, AddressedDeviceThatLogsInAgainIsAddressedAtOnce) {
+TEST_P(CloudConnection, AddressedDeviceIsAddressedAgainWhenItLogsInAgain) {
     ASSERT_TRUE(Connect());
     const std::string mac = "\x01\x02\x03\x04\x05\x06";
     kCloudTransport.AddressDevice(reinterpret_cast<const std::uint8_t*>(mac.data()));

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "transport/cloud/secure_channel.h"
 #include "transport/cloud/tcp_socket.h"
 #include "unit/test_support.h"
 
@@ -18,13 +17,7 @@ Bytes WirePacket(std::uint32_t type, const Bytes& payload) {
     return packet;
 }
 
-Bytes SealedPacket(const Bytes& packet) {
-    Bytes payload(16);
-    payload.insert(payload.end(), packet.begin(), packet.end());
-    return WirePacket(kTypeCryp, payload);
-}
-
-// Never destroyed: a look-up that was left to itself may outlive the tests.
+// Never destroyed: a look-up that nobody waits for any more may outlive the tests.
 FakeNetwork& FakeNetwork::Get() {
     static auto* const network = new FakeNetwork;
     return *network;
@@ -43,7 +36,7 @@ void FakeNetwork::Reset() {
     resolving_held_ = false;
     send_error_ = 0;
     refusals_ = 0;
-    failing_step_ = WebSocketStep::kNone;
+    failing_step_.reset();
     connections_ = 0;
     peeks_ = 0;
 }
@@ -120,13 +113,6 @@ bool FakeNetwork::EventuallySends(std::uint32_t type, std::size_t count) {
     return Eventually([&] { return SentCount(type) >= count; });
 }
 
-bool FakeNetwork::EventuallyIdle() {
-    return Eventually([&] {
-        const std::lock_guard hold(lock_);
-        return incoming_.empty();
-    });
-}
-
 std::string FakeNetwork::Target() {
     const std::lock_guard hold(lock_);
     return target_;
@@ -146,7 +132,7 @@ void FakeNetwork::SetTarget(const std::string& target) {
     target_ = target;
 }
 
-// A connection begins with nothing of the one before.
+// A connection starts without anything left of the one before.
 bool FakeNetwork::Connect(const std::atomic<bool>& abort) {
     std::unique_lock hold(lock_);
     ++connections_;
@@ -251,16 +237,6 @@ std::uint32_t FakeNetwork::Step(WebSocketStep step) {
     return step_error_;
 }
 
-void FakeChannel::EndSession() { CloudSecClearSession(); }
-
-void FakeChannel::Reset() {
-    identity_failures = 0;
-    handshake_failures = 0;
-    identify_failures = 0;
-    status = 0;
-    clears = 0;
-}
-
 }  // namespace tarvik::test
 
 // ---------------------------------------------------------------- tcp_socket.h
@@ -268,12 +244,16 @@ void FakeChannel::Reset() {
 namespace tarvik {
 
 using test::FakeNetwork;
-using test::WebSocketStep;
 
 struct TcpSocket {};
 struct TcpAddresses {};
-static TcpSocket the_socket;
-static TcpAddresses the_addresses;
+
+namespace {
+
+TcpSocket the_socket;
+TcpAddresses the_addresses;
+
+}  // namespace
 
 void StartNetwork() { FakeNetwork::Get().UseNetwork(1); }
 void EndNetwork() { FakeNetwork::Get().UseNetwork(-1); }
@@ -301,146 +281,6 @@ int ReadTcp(TcpSocket*, void* data, std::uint32_t size) {
 }
 bool SendTcp(TcpSocket*, const void* data, std::uint32_t size) {
     return FakeNetwork::Get().Send(data, size) == 0;
-}
-
-// ---------------------------------------------------------------- websocket_client.h
-
-struct WebSocketClient {
-    std::string server, endpoint;
-    std::uint32_t port = 0;
-    std::atomic<bool> aborted{false};
-    std::atomic<bool> linked{false};  // to the relay
-    std::atomic<bool> session{false}, connection{false}, request{false}, web_socket{false};
-};
-
-static std::uint32_t Take(WebSocketStep step) { return FakeNetwork::Get().Step(step); }
-static std::uint32_t Take(WebSocketStep step, std::atomic<bool>* handle) {
-    const std::uint32_t error = Take(step);
-    *handle = error == 0;
-    return error;
-}
-
-WebSocketClient* CreateWebSocketClient() { return new WebSocketClient; }
-void DestroyWebSocketClient(WebSocketClient* client) { delete client; }
-bool SetWebSocketServer(WebSocketClient* client, const char* server) {
-    client->server = server;
-    return Take(WebSocketStep::kServer) == 0;
-}
-bool SetWebSocketEndpoint(WebSocketClient* client, const char* endpoint) {
-    client->endpoint = endpoint;
-    return Take(WebSocketStep::kEndpoint) == 0;
-}
-bool SetWebSocketProxyAddress(WebSocketClient*, const char*) {
-    return Take(WebSocketStep::kProxyAddress) == 0;
-}
-std::uint32_t OpenWebSocketSession(WebSocketClient* client, const char*) {
-    return Take(WebSocketStep::kOpen, &client->session);
-}
-std::uint32_t UseWebSocketProxy(WebSocketClient*) { return Take(WebSocketStep::kProxy); }
-std::uint32_t ConnectWebSocketServer(WebSocketClient* client, std::uint32_t port) {
-    client->port = port;
-    return Take(WebSocketStep::kConnect, &client->connection);
-}
-std::uint32_t OpenWebSocketRequest(WebSocketClient* client, bool) {
-    return Take(WebSocketStep::kOpenRequest, &client->request);
-}
-std::uint32_t IgnoreCertificateFaults(WebSocketClient*) {
-    return Take(WebSocketStep::kCertificates);
-}
-std::uint32_t RequestWebSocketUpgrade(WebSocketClient*) {
-    return Take(WebSocketStep::kUpgradeOption);
-}
-std::uint32_t SendWebSocketRequest(WebSocketClient* client) {
-    FakeNetwork& network = FakeNetwork::Get();
-    network.SetTarget(client->server + ":" + std::to_string(client->port) + client->endpoint);
-    const std::uint32_t error = Take(WebSocketStep::kSend);
-    if (error != 0) return error;
-    client->linked = network.Connect(client->aborted);
-    if (client->linked) return 0;
-    return client->aborted ? kErrorOperationCancelled : kErrorConnectionBroken;
-}
-std::uint32_t ReceiveWebSocketResponse(WebSocketClient*) { return Take(WebSocketStep::kReceive); }
-std::uint32_t CompleteWebSocketUpgrade(WebSocketClient* client) {
-    const std::uint32_t error = Take(WebSocketStep::kComplete, &client->web_socket);
-    client->request = error != 0;
-    return error;
-}
-std::uint32_t ReceiveFromWebSocket(WebSocketClient*, void* data, std::uint32_t size,
-                                   std::uint32_t* bytes, MessageKind* kind) {
-    return FakeNetwork::Get().ReadMessage(data, size, bytes, kind);
-}
-std::uint32_t SendToWebSocket(WebSocketClient*, const void* data, std::uint32_t size) {
-    return FakeNetwork::Get().Send(data, size);
-}
-bool AbortWebSocket(WebSocketClient* client) {
-    client->aborted = true;
-    FakeNetwork::Get().Abort();
-    return CloseWebSocket(client);
-}
-bool CloseWebSocketRequest(WebSocketClient* client) { return client->request.exchange(false); }
-bool CloseWebSocket(WebSocketClient* client) { return client->web_socket.exchange(false); }
-bool CloseWebSocketConnection(WebSocketClient* client) {
-    if (client->linked.exchange(false)) FakeNetwork::Get().Close();
-    return client->connection.exchange(false);
-}
-bool CloseWebSocketSession(WebSocketClient* client) { return client->session.exchange(false); }
-
-// ---------------------------------------------------------------- secure_channel.h
-
-using test::FakeChannel;
-
-struct CloudSecSession {
-    std::atomic<bool> established{false};
-};
-static CloudSecSession session;
-CloudSecSession& cloud_session = session;
-
-static void SendBare(DeviceQueues* queues, std::uint32_t type) {
-    PacketPtr packet = MakePacket(type, MIN_PKT_SIZE);
-    EnqueueTransmitPacket(queues, packet);
-}
-
-// The connection thread's.
-static bool Works(std::atomic<std::uint32_t>* failures) {
-    if (*failures == 0) return true;
-    --*failures;
-    return false;
-}
-
-bool CloudSecLoadIdentity() { return Works(&FakeChannel::identity_failures); }
-bool CloudSecHandshake(DeviceQueues* queues, const std::atomic<bool>* abort) {
-    const std::size_t before = FakeNetwork::Get().SentCount(kTypeNhs1);
-    SendBare(queues, kTypeNhs1);
-    if (!Works(&FakeChannel::handshake_failures)) return false;
-    const auto is_sent = [before] { return FakeNetwork::Get().SentCount(kTypeNhs1) > before; };
-    // A stop ends the transmit thread, which then sends nothing any more.
-    test::Eventually([&] { return is_sent() || (abort != nullptr && *abort); });
-    if (!is_sent()) return false;
-    session.established = true;
-    return true;
-}
-bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status, const std::atomic<bool>*) {
-    SendBare(queues, kTypeDevi);
-    *status = FakeChannel::status;
-    return Works(&FakeChannel::identify_failures);
-}
-bool CloudSecEstablished() { return session.established; }
-void CloudSecClearSession() {
-    session.established = false;
-    ++FakeChannel::clears;
-}
-PacketPtr CloudSecSeal(PacketPtr packet) {
-    if (!session.established || packet->type == kTypeNhs1) return packet;
-    PacketPtr sealed = MakePacket(kTypeCryp, packet->length + 24);
-    std::memcpy(sealed->Bytes() + 24, packet->Bytes(), packet->length);
-    return sealed;
-}
-bool CloudSecOpen(CloudSecSession*, PacketPtr& packet) {
-    if (packet->length < 32 || packet->U32(28) != packet->length - 24) return false;
-    PacketPtr inner = MakePacket(packet->U32(24), packet->length - 24);
-    std::memcpy(inner->Bytes(), packet->Bytes() + 24, inner->length);
-    packet = std::move(inner);
-    return true;
 }
 
 }  // namespace tarvik

@@ -6,13 +6,14 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "link/packet.h"
 #include "transport/cloud/websocket_client.h"
 
-// What stands behind tcp_socket.h and websocket_client.h in these tests: a relay in this process.
+// What is behind tcp_socket.h and websocket_client.h in these tests: a relay in this process.
 namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -23,23 +24,6 @@ enum class Reception : std::uint8_t {
     kAccept,
     kRefuse,
     kNeverAnswer,  // until it is aborted
-};
-
-// The steps of a WebSocket connection that a test can let fail.
-enum class WebSocketStep : std::uint8_t {
-    kNone,
-    kServer,
-    kEndpoint,
-    kProxyAddress,
-    kOpen,
-    kProxy,
-    kConnect,
-    kOpenRequest,
-    kCertificates,
-    kUpgradeOption,
-    kSend,
-    kReceive,
-    kComplete,
 };
 
 class FakeNetwork {
@@ -57,23 +41,22 @@ public:
     void FailResolving(int error) { resolve_error_ = error; }
     void HoldResolving(bool hold) { resolving_held_ = hold; }
     std::uint32_t Resolving() const { return resolving_; }  // look-ups that are under way
-    // So many times; the connection thread goes on at once, so no test could end it in time.
+    // So many times: the connection thread retries at once, so no test could end this in time.
     void FailWebSocket(WebSocketStep step, std::uint32_t error, std::uint32_t times = kAlways);
     // The next packet's, once.
     void FailSending(std::uint32_t error = kErrorConnectionBroken);
     void Deliver(const Bytes& bytes, MessageKind kind = MessageKind::kBinary);
     void FailReceiving(std::uint32_t error) { SetReceiveError(error); }
-    // Threads stay in the library's calls, also when these are aborted: a reader behind what it
+    // Threads stay in the library's calls, even if these are aborted. A reader stays after it has
     // read.
     void HoldSending(bool hold) { Hold(&sending_held_, hold); }
     void HoldReading(bool hold) { Hold(&reading_held_, hold); }
     bool EventuallyHolds();
-    void HangUp();  // what has been delivered before can still be read
+    void HangUp();  // what was delivered before can still be read
 
     std::vector<Bytes> Sent();
     std::size_t SentCount(std::uint32_t type);
     bool EventuallySends(std::uint32_t type, std::size_t count = 1);
-    bool EventuallyIdle();  // all delivered has been read
     std::uint32_t Connections() const { return connections_; }
     std::uint32_t Peeks() const { return peeks_; }
     std::uint32_t NetworkUses() const { return network_uses_; }
@@ -118,7 +101,7 @@ private:
     std::uint32_t receive_error_ = 0;
     std::uint32_t send_error_ = 0;
     std::uint32_t refusals_ = 0;
-    WebSocketStep failing_step_ = WebSocketStep::kNone;
+    std::optional<WebSocketStep> failing_step_;
     std::uint32_t step_error_ = 0;
     std::uint32_t step_failures_ = 0;
     std::atomic<bool> aborted_{false};
@@ -128,19 +111,5 @@ private:
     std::atomic<std::uint32_t> resolving_{0};
     std::atomic<std::uint32_t> connections_{0}, peeks_{0}, network_uses_{0}, open_links_{0};
 };
-
-// The secure channel of these tests: it sends one NHS1 and one DEVI, seals by putting the packet
-// into a CRYP as it is, and does what it is told.
-struct FakeChannel {
-    static void Reset();
-    static void EndSession();
-    // How often each of its steps fails before it works.
-    static inline std::atomic<std::uint32_t> identity_failures{0};
-    static inline std::atomic<std::uint32_t> handshake_failures{0};
-    static inline std::atomic<std::uint32_t> identify_failures{0};
-    static inline std::atomic<std::uint32_t> status{0};
-    static inline std::atomic<std::uint32_t> clears{0};
-};
-Bytes SealedPacket(const Bytes& packet);
 
 }  // namespace tarvik::test

@@ -1,4 +1,4 @@
-// The transport's threads: how they begin and end, and what is said of it.
+// The transport's threads: how they start and end, and what is logged.
 #include "unit/cloud/cloud_fixture.h"
 #include "unit/faults/thread_start_fault.h"
 
@@ -31,7 +31,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Carrier, CloudThreads, testing::Bool(),
                          [](const auto& suite) { return suite.param ? "WebSocket" : "Tcp"; });
 
-TEST_P(CloudThreads, InitAndDeinitReportTheirLocks) {
+TEST_P(CloudThreads, InitAndDeinitLogTheirLocks) {
     kCloudTransport.Deinit();
     for (const char* lock :
          {"CRITICAL_SECTION for CloudQueues at ", "CRITICAL_SECTION statsLock at ",
@@ -49,7 +49,7 @@ TEST_P(CloudThreads, InitAndDeinitReportTheirLocks) {
     }
 }
 
-TEST_P(CloudThreads, BeginAndEndAreLogged) {
+TEST_P(CloudThreads, LogsTheirStartAndEnd) {
     ASSERT_TRUE(Connect());
     const std::string created = std::string(GetParam() ? "[WebsocketConnect]" : "[NativeConnect]") +
                                 " Created Thread handle ";
@@ -57,7 +57,7 @@ TEST_P(CloudThreads, BeginAndEndAreLogged) {
     const std::string tx = NameFor("TxThreadFunc");
     EXPECT_TRUE(LogsHandle(created, " (" + rx + ")"));
     EXPECT_TRUE(LogsHandle(created, " (" + tx + ")"));
-    cloud->connectRequested = false;  // a stop might wake them before the state tells them to end
+    cloud->connectRequested = false;  // a stop might wake them before the state is kDisconnecting
     ASSERT_TRUE(Reaches(ConnState::kIdle));
     kCloudTransport.Stop();
     EXPECT_TRUE(log_.Has("[" + rx + "] not online anymore. exiting."));
@@ -68,7 +68,7 @@ TEST_P(CloudThreads, BeginAndEndAreLogged) {
     EXPECT_TRUE(LogsHandle("[CloudStop] Closing Thread handle ", " (CloudConnectThread)"));
 }
 
-TEST_P(CloudThreads, ConnectionThreadThatCannotBeStartedIsLogged) {
+TEST_P(CloudThreads, LogsThatTheConnectionThreadCannotBeStarted) {
     {
         const ThreadStartFault fault("Tarvik CloudConnectThread", kNoThreads);
         kCloudTransport.Start();
@@ -78,7 +78,7 @@ TEST_P(CloudThreads, ConnectionThreadThatCannotBeStartedIsLogged) {
     EXPECT_TRUE(Connect());
 }
 
-TEST_P(CloudThreads, ThreadOfTheConnectionThatCannotBeStartedFailsTheAttempt) {
+TEST_P(CloudThreads, AttemptFailsIfACarrierThreadCannotBeStarted) {
     for (const char* thread : {"RX", "TX"}) {
         const std::string name = SystemNameFor(thread[0] == 'R' ? "RxThread" : "TxThread");
         const ThreadStartFault fault(name.c_str(), kNoThreads);
@@ -92,16 +92,16 @@ TEST_P(CloudThreads, ThreadOfTheConnectionThatCannotBeStartedFailsTheAttempt) {
     EXPECT_TRUE(Connect());
 }
 
-TEST_P(CloudThreads, ConnectingEndsWhenItIsNotAskedForAnyMore) {
+TEST_P(CloudThreads, ConnectingEndsWhenNoLongerRequested) {
     ASSERT_TRUE(Connect());
     cloud->connectRequested = false;
     ASSERT_TRUE(Reaches(ConnState::kIdle));
-    cloud->connState = ConnState::kConnecting;  // which it says for one pause before it connects
+    cloud->connState = ConnState::kConnecting;  // its state for one pause before it connects
     EXPECT_TRUE(Logs("[Cloud] Cancel connect"));
     EXPECT_TRUE(Reaches(ConnState::kIdle));
 }
 
-TEST_P(CloudThreads, TransmitThreadIsAwaitedBeforeTheConnectionIsMadeAgain) {
+TEST_P(CloudThreads, ReconnectionWaitsForTheTransmitThread) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
     network_.HoldSending(true);
@@ -117,7 +117,7 @@ TEST_P(CloudThreads, TransmitThreadIsAwaitedBeforeTheConnectionIsMadeAgain) {
     EXPECT_TRUE(Eventually([&] { return network_.Connections() == 2; }));
 }
 
-TEST_P(CloudThreads, ReceiveThreadIsAwaitedBeforeTheConnectionIsMadeAgain) {
+TEST_P(CloudThreads, ReconnectionWaitsForTheReceiveThread) {
     ASSERT_TRUE(Connect());
     ASSERT_TRUE(network_.EventuallySends(kTypeLogn));
     network_.HoldReading(true);

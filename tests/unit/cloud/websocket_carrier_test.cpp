@@ -1,8 +1,9 @@
-// The WebSocket's URL, its connection step by step, and packets in its messages.
+// The WebSocket: its URL, the steps of connecting, and packets in its messages.
 #include "transport/cloud/websocket_receive.h"
 #include "transport/cloud/websocket_url.h"
 #include "unit/cloud/cloud_fixture.h"
-#include "unit/cloud/failure_box.h"
+#include "unit/cloud/failure_boxes.h"
+#include "unit/faults/calendar_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -16,7 +17,7 @@ struct UrlRow {
     bool secure;
 };
 
-TEST(WebSocketUrlText, IsTakenApart) {
+TEST(WebSocketUrlText, IsSplitIntoItsParts) {
     const UrlRow rows[] = {
         {"ws://relay", "relay", 80, "/", false},
         {"wss://relay", "relay", 443, "/", true},
@@ -46,7 +47,7 @@ TEST(WebSocketUrlText, IsTakenApart) {
     }
 }
 
-TEST(WebSocketUrlText, EachRefusalIsNamed) {
+TEST(WebSocketUrlText, EachRefusalHasItsLogLine) {
     const std::pair<std::string, const char*> rows[] = {
         {"", "Invalid WebSocket URL scheme. Expected ws:// or wss://"},
         {"http://relay", "Invalid WebSocket URL scheme. Expected ws:// or wss://"},
@@ -79,7 +80,7 @@ protected:
     }
 };
 
-TEST_F(WebSocketCarrier, TellsWhereItConnectsTo) {
+TEST_F(WebSocketCarrier, LogsItsTarget) {
     ASSERT_TRUE(Connect());
     EXPECT_EQ(network_.Target(), "relay.test:4712/dongles");
     for (const char* line : {"Using WebSockets...", "   URL:      'ws://relay.test:4712/dongles'",
@@ -91,7 +92,7 @@ TEST_F(WebSocketCarrier, TellsWhereItConnectsTo) {
     EXPECT_FALSE(log_.Mentions("certificate"));
 }
 
-TEST_F(WebSocketCarrier, TellsProxyAndUncheckedCertificates) {
+TEST_F(WebSocketCarrier, LogsProxyAndUncheckedCertificates) {
     SetText(config.websocketAddress, "wss://relay.test");
     SetText(config.proxyAddress, "proxy.test:3128");
     config.useProxy = true;
@@ -102,14 +103,14 @@ TEST_F(WebSocketCarrier, TellsProxyAndUncheckedCertificates) {
     EXPECT_TRUE(log_.Has("   Disabling certificate checks"));
 }
 
-TEST_F(WebSocketCarrier, UrlThatCannotBeReadIsTold) {
+TEST_F(WebSocketCarrier, LogsAnInvalidUrl) {
     SetText(config.websocketAddress, "http://relay.test");
     kCloudTransport.Start();
     EXPECT_TRUE(Logs("Failed to parse WebSocket URL"));
     EXPECT_TRUE(Logs("[Cloud] Connect failed, retry"));
 }
 
-TEST_F(WebSocketCarrier, EachStepThatFailsIsNamedAndTheNextAttemptSucceeds) {
+TEST_F(WebSocketCarrier, EachFailedStepIsLoggedAndTheNextAttemptSucceeds) {
     config.useProxy = true;
     SetText(config.proxyAddress, "proxy.test");
     config.disableCertValidation = true;
@@ -118,9 +119,9 @@ TEST_F(WebSocketCarrier, EachStepThatFailsIsNamedAndTheNextAttemptSucceeds) {
         const char* line;
     };
     const Row rows[] = {
-        {WebSocketStep::kServer, "Failed to convert server address to UTF-16"},
-        {WebSocketStep::kEndpoint, "Failed to convert server endpoint to UTF-16"},
-        {WebSocketStep::kProxyAddress, "Failed to convert proxy address to UTF-16"},
+        {WebSocketStep::kServerText, "Failed to convert server address to UTF-16"},
+        {WebSocketStep::kEndpointText, "Failed to convert server endpoint to UTF-16"},
+        {WebSocketStep::kProxyText, "Failed to convert proxy address to UTF-16"},
         {WebSocketStep::kOpen, "WinHttpOpen Failed: 12152"},
         {WebSocketStep::kProxy, "WinHttpSetOption Failed: 12152"},
         {WebSocketStep::kConnect, "WinHttpConnect to relay.test:4712 Failed: 12152"},
@@ -142,7 +143,7 @@ TEST_F(WebSocketCarrier, EachStepThatFailsIsNamedAndTheNextAttemptSucceeds) {
     }
 }
 
-TEST_F(WebSocketCarrier, StopClosesTheHandlesOneAfterTheOther) {
+TEST_F(WebSocketCarrier, StopClosesTheHandlesInOrder) {
     ASSERT_TRUE(Connect());
     kCloudTransport.Stop();
     std::vector<std::string> closed;
@@ -171,12 +172,12 @@ TEST_F(WebSocketCarrier, TwoFailuresWithinTenSecondsShowOneBox) {
     ASSERT_TRUE(Logs("WinHttpSendRequest Failed: 12007", 3));
     EXPECT_EQ(boxes.Texts().size(), 1u);
     kCloudTransport.Stop();
-    boxes.AdvanceCalendar(10);
+    AdvanceCalendar(10);
     kCloudTransport.Start();
     EXPECT_TRUE(Eventually([&] { return boxes.Texts().size() == 2; }));
 }
 
-TEST_F(WebSocketCarrier, BoxSaysWhatToLookAt) {
+TEST_F(WebSocketCarrier, BoxNamesWhatToCheck) {
     struct Row {
         std::uint32_t error;
         bool proxy;
@@ -220,7 +221,7 @@ TEST_F(WebSocketCarrier, OtherFailuresShowNoBox) {
 
 // ---------------------------------------------------------------- messages
 
-TEST_F(WebSocketCarrier, PacketLeavesAsOneMessage) {
+TEST_F(WebSocketCarrier, SendsAPacketAsOneMessage) {
     ASSERT_TRUE(Connect());
     PacketPtr packet = MakePacket(kTypeTspr, 4072);
     ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, packet));
@@ -228,7 +229,7 @@ TEST_F(WebSocketCarrier, PacketLeavesAsOneMessage) {
     EXPECT_EQ(network_.Sent().back().size(), 4096u);
 }
 
-TEST_F(WebSocketCarrier, PacketsArriveHoweverTheirBytesAreCutIntoMessages) {
+TEST_F(WebSocketCarrier, ReceivesPacketsHoweverTheyAreDividedIntoMessages) {
     ASSERT_TRUE(Connect());
     Bytes stream;
     for (std::uint8_t i = 0; i < 3; ++i) {
@@ -250,7 +251,7 @@ TEST_F(WebSocketCarrier, PacketsArriveHoweverTheirBytesAreCutIntoMessages) {
     EXPECT_EQ(network_.Connections(), 1u);
 }
 
-TEST_F(WebSocketCarrier, ImpossibleLengthIsSkippedWithItsHeaderOnly) {
+TEST_F(WebSocketCarrier, SkipsOnlyTheHeaderOfAnImpossibleLength) {
     ASSERT_TRUE(Connect());
     for (const std::uint32_t length : {5000u, 7u, 0u, 4097u, 0xFFFFFFFFu})
         network_.Deliver(Header(length));
@@ -261,7 +262,7 @@ TEST_F(WebSocketCarrier, ImpossibleLengthIsSkippedWithItsHeaderOnly) {
     EXPECT_EQ(network_.Connections(), 1u);
 }
 
-TEST_F(WebSocketCarrier, TextMessageEndsTheConnection) {
+TEST_F(WebSocketCarrier, EndsTheConnectionOnATextMessage) {
     for (const auto& [kind, number] :
          {std::pair{MessageKind::kText, 2}, std::pair{MessageKind::kTextFragment, 3},
           std::pair{MessageKind::kClose, 4}}) {
@@ -276,7 +277,7 @@ TEST_F(WebSocketCarrier, TextMessageEndsTheConnection) {
     }
 }
 
-TEST_F(WebSocketCarrier, StreamThatEndsAfterAnyByteOfAPacketComesBack) {
+TEST_F(WebSocketCarrier, ReconnectsWhenTheStreamEndsAfterAnyByteOfAPacket) {
     ASSERT_TRUE(Connect());
     const Bytes packet = WirePacket(kTypeSync, {1, 2, 3, 4});
     for (std::size_t cut = 0; cut < packet.size(); ++cut) {
@@ -291,7 +292,7 @@ TEST_F(WebSocketCarrier, StreamThatEndsAfterAnyByteOfAPacketComesBack) {
     EXPECT_TRUE(log_.Has("[WebSocketReceiveFull] WinHttpWebSocketReceive failed: 12030"));
 }
 
-TEST_F(WebSocketCarrier, ReasonsOfFailedTransfersAreTold) {
+TEST_F(WebSocketCarrier, LogsTheReasonsOfFailedTransfers) {
     ASSERT_TRUE(Connect());
     network_.FailReceiving(kErrorInvalidOperation);
     EXPECT_TRUE(Logs("[WebSocketReceiveFull] ERROR_WINHTTP_OPERATION_CANCELLED, error: 4317"));

@@ -108,26 +108,18 @@ class WebSocketAttempt : public RelayAttempt {
 public:
     WebSocketAttempt(const tarvik::Config& config, const tarvik::WebSocketUrl& url)
         : config_(config), url_(url), client_(tarvik::CreateWebSocketClient()) {}
-    ~WebSocketAttempt() override {
-        tarvik::CloseWebSocketRequest(client_);
-        tarvik::CloseWebSocket(client_);
-        tarvik::CloseWebSocketConnection(client_);
-        tarvik::CloseWebSocketSession(client_);
-        tarvik::DestroyWebSocketClient(client_);
-    }
+    ~WebSocketAttempt() override { tarvik::CloseWebSocket(client_, nullptr); }
 
     Finding Run() override {
-        if (Prepare() != 0)
+        if (tarvik::ConnectWebSocket(client_, Target(), {KeepFailure, this})) {
+            return {Verdict::kFine, kRelaySubject, Name() + " opens a WebSocket"};
+        }
+        if (failed_step_ < tarvik::WebSocketStep::kSend) {
             return WrongRelay("the address cannot be used", "correct websocketAddress");
-        if (const std::uint32_t error = tarvik::SendWebSocketRequest(client_)) {
-            return Explain(error);
         }
-        if (tarvik::ReceiveWebSocketResponse(client_) != 0 ||
-            tarvik::CompleteWebSocketUpgrade(client_) != 0) {
-            return WrongRelay(Name() + " answers, but opens no WebSocket",
-                              "correct the path in websocketAddress" + OrTheProxy());
-        }
-        return {Verdict::kFine, kRelaySubject, Name() + " opens a WebSocket"};
+        if (failed_step_ == tarvik::WebSocketStep::kSend) return Explain(error_);
+        return WrongRelay(Name() + " answers, but opens no WebSocket",
+                          "correct the path in websocketAddress" + OrTheProxy());
     }
     void Abort() override { tarvik::AbortWebSocket(client_); }
 
@@ -135,20 +127,23 @@ private:
     std::string Name() const { return config_.websocketAddress; }
     std::string OrTheProxy() const { return config_.useProxy ? ", or the proxy's settings" : ""; }
 
-    std::uint32_t Prepare() {
-        if (!tarvik::SetWebSocketServer(client_, url_.server) ||
-            !tarvik::SetWebSocketEndpoint(client_, url_.endpoint) ||
-            !tarvik::SetWebSocketProxyAddress(client_, config_.proxyAddress)) {
-            return tarvik::kErrorInvalidOperation;
-        }
-        std::uint32_t error = tarvik::OpenWebSocketSession(client_, "dpdu doctor");
-        if (error == 0 && config_.useProxy) error = tarvik::UseWebSocketProxy(client_);
-        if (error == 0) error = tarvik::ConnectWebSocketServer(client_, url_.port);
-        if (error == 0) error = tarvik::OpenWebSocketRequest(client_, url_.secure);
-        if (error == 0 && config_.disableCertValidation) {
-            error = tarvik::IgnoreCertificateFaults(client_);
-        }
-        return error != 0 ? error : tarvik::RequestWebSocketUpgrade(client_);
+    tarvik::WebSocketTarget Target() const {
+        return {
+            .server = url_.server,
+            .port = url_.port,
+            .endpoint = url_.endpoint,
+            .secure = url_.secure,
+            .check_certificate = !config_.disableCertValidation,
+            .use_proxy = config_.useProxy,
+            .proxy = config_.proxyAddress,
+            .user_agent = "dpdu doctor",
+        };
+    }
+    static void KeepFailure(void* context, tarvik::WebSocketStep step, std::uint32_t error) {
+        if (error == 0) return;
+        auto* const self = static_cast<WebSocketAttempt*>(context);
+        self->failed_step_ = step;
+        self->error_ = error;
     }
 
     Finding Explain(std::uint32_t error) const {
@@ -170,6 +165,8 @@ private:
     const tarvik::Config config_;
     const tarvik::WebSocketUrl url_;
     tarvik::WebSocketClient* const client_;
+    tarvik::WebSocketStep failed_step_{};
+    std::uint32_t error_ = 0;
 };
 
 Findings CheckWebSocket(const tarvik::Config& config) {

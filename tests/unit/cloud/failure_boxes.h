@@ -5,8 +5,8 @@
 
 namespace tarvik::test {
 
-// The warning boxes that the library has shown since the object was made, each closed at once, and
-// a calendar that can be moved. One at a time.
+// The warning boxes that the library has shown while this object lives; each is closed at once. One
+// at a time.
 class FailureBoxes {
 public:
     FailureBoxes();
@@ -16,7 +16,6 @@ public:
 
     static std::vector<std::string> Texts();
     static std::vector<std::string> Captions();
-    static void AdvanceCalendar(int seconds);
 };
 
 }  // namespace tarvik::test
