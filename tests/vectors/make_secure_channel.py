@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes secure_channel.json: whole sessions of the cloud's secure channel with fixed keys and every
-value on the way, computed with Python's cryptography package. Neither the library's code nor the
-relay's has a part in it, so each of them can be held against the result.
+intermediate value, computed with Python's cryptography package. It uses no code of the library or
+the relay, so the result can check both.
 
     python3 tests/vectors/make_secure_channel.py > tests/vectors/secure_channel.json
 
@@ -64,7 +64,7 @@ def nonce_of(salt, counter):
 
 
 def encrypt(aes_key, nonce, plain, aad):
-    """Ciphertext and tag, apart."""
+    """Ciphertext and tag."""
     sealed = AESGCM(aes_key).encrypt(nonce, plain, aad)
     return sealed[:-16], sealed[-16:]
 

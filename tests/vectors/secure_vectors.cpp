@@ -29,16 +29,18 @@ std::string HexOf(const Bytes& bytes) {
     return text;
 }
 
-static Bytes Field(const Json& object, const char* name) {
+namespace {
+
+Bytes Field(const Json& object, const char* name) {
     return BytesOfHex(object.at(name).get<std::string>());
 }
 
-static SealedVector ReadPacket(const Json& packet) {
+SealedVector ReadPacket(const Json& packet) {
     return {packet.at("direction") == "tx", packet.at("counter").get<std::uint64_t>(),
             Field(packet, "nonce"), Field(packet, "plain"), Field(packet, "sealed")};
 }
 
-static SecureVector ReadCase(const Json& from) {
+SecureVector ReadCase(const Json& from) {
     struct Row {
         const char* name;
         Bytes SecureVector::*field;
@@ -72,7 +74,7 @@ static SecureVector ReadCase(const Json& from) {
     return vector;
 }
 
-static std::vector<SecureVector> ReadAll() {
+std::vector<SecureVector> ReadAll() {
     try {
         std::ifstream file(TARVIK_SECURE_VECTORS, std::ios::binary);
         std::vector<SecureVector> vectors;
@@ -85,6 +87,8 @@ static std::vector<SecureVector> ReadAll() {
         std::exit(1);
     }
 }
+
+}  // namespace
 
 const std::vector<SecureVector>& SecureVectors() {
     static const std::vector<SecureVector> vectors = ReadAll();

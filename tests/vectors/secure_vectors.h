@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-// Whole sessions of the cloud's secure channel with every value on the way: see README.md beside
-// this file, whose field names these are.
+// Whole sessions of the cloud's secure channel with every intermediate value. README.md in this
+// folder describes the fields, which have the same names there.
 namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -30,7 +30,7 @@ struct SecureVector {
     std::vector<SealedVector> packets;
 };
 
-// All of them; ends the process with a line on standard error when the file cannot be read.
+// All of them. Ends the process with a line on standard error if the file cannot be read.
 const std::vector<SecureVector>& SecureVectors();
 
 Bytes BytesOfHex(std::string_view text);

@@ -7,12 +7,12 @@ namespace {
 
 class AnswerCut : public EachWay {
 protected:
-    // Over the WebSocket, whose cuts fall into the same bytes, fewer.
+    // Fewer over the WebSocket, where the cuts hit the same bytes.
     static std::size_t Stride() {
         return GetParam() == Way::kTcp ? Rounds(1, 12, 12) : Rounds(6, 12, 12);
     }
 
-    // Until the next connection is up.
+    // Waits until the next connection is up.
     static void AwaitLoss(const LogCapture& log) {
         EXPECT_TRUE(Eventually([&] { return log.Has("[Cloud] Connected"); }));
         EXPECT_TRUE(log.HasLike("[Cloud] *xThread exited. Reconnecting."));
@@ -47,7 +47,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, AnswerCut, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(AnswerCut, AfterEachByteIsALostConnectionAndTheNextOneAnswers) {
+TEST_P(AnswerCut, AfterAnyByteEndsTheConnectionAndTheNextOneAnswers) {
     // Header and tag of the sealed packet, header of the answer, the answer.
     constexpr std::size_t kAnswerBytes = 24 + 20 + 20;
     Construct(SettingsFor(GetParam()));
@@ -59,7 +59,7 @@ TEST_P(AnswerCut, AfterEachByteIsALostConnectionAndTheNextOneAnswers) {
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod_), PDU_STATUS_NOERROR) << bytes;
         ASSERT_TRUE(IsVin(ReadVinOf(hMod_))) << bytes;
     }
-    ExpectAnswer(kAnswerBytes);  // the cut is behind it
+    ExpectAnswer(kAnswerBytes);  // the cut comes after it
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
-// Whether the relay's certificate is accepted: validation on, the relay behind TLS.
+// Checks of the relay's certificate: validation on, relay behind TLS.
 #include "conformance/cloud/relay_fixture.h"
 
 namespace conformance {
 namespace {
 
-// While it lives, OpenSSL's default store is the relay's certificate alone.
+// While it lives, OpenSSL's default store holds only the relay's certificate.
 class TrustedRelay {
 public:
     TrustedRelay() { SetVariable("SSL_CERT_FILE", Relay::CertificateFile()); }
@@ -28,7 +28,7 @@ protected:
         const std::string address = Relay::SecureWebSocketAddress();
         return "wss://localhost" + address.substr(address.rfind(':'));
     }
-    // By a name that is not in its certificate; the proxy knows it.
+    // Reaches the relay by a name that is not in its certificate but is known to the proxy.
     Settings SettingsForAnotherName() {
         const std::string address = Relay::SecureWebSocketAddress();
         const std::size_t port = address.rfind(':') + 1;
@@ -59,7 +59,7 @@ TEST_F(CertificateCheck, NameOfAnotherHostIsRefused) {
     EXPECT_EQ(relay_.Count("in NHS1"), 0u);
 }
 
-TEST_F(CertificateCheck, NothingMattersWithValidationOff) {
+TEST_F(CertificateCheck, AnyIsAcceptedWithValidationOff) {
     Settings settings = SettingsForAnotherName();
     settings.disableCertValidation = true;
     Construct(settings);

@@ -1,5 +1,6 @@
-// What the user is told when the relay cannot be reached, in a box on the screen or, where there is
-// none, on standard error. The library tells it once in ten seconds, so each test is a process.
+// What the user sees when the relay cannot be reached: a box on the screen or, if there is none,
+// text on standard error. The library shows it once in ten seconds, so each test is a process of
+// its own.
 #include "conformance/cloud/relay_fixture.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/surroundings.h"
@@ -12,7 +13,7 @@ constexpr char kRefusing[] = "127.0.0.1:1";  // nobody listens there
 
 class FailureBox {
 public:
-    // Ends the library before the box that it may still show.
+    // Ends the library first: it may still show a box.
     ~FailureBox() { Pdu().PDUDestruct(); }
 
     void Construct(const std::string& url, const std::string& proxy = "") {
@@ -36,7 +37,7 @@ private:
     StdoutCapture console_;
 };
 
-FRESH_PROCESS_TEST(FailureBoxTest, ConnectionThatFailsAgainAndAgainIsToldOnce) {
+FRESH_PROCESS_TEST(FailureBoxTest, IsShownOnceForRepeatedFailures) {
     const std::string url = std::string("ws://") + kRefusing + "/dongles";
     FailureBox box;
     box.Construct(url);
@@ -47,8 +48,8 @@ FRESH_PROCESS_TEST(FailureBoxTest, ConnectionThatFailsAgainAndAgainIsToldOnce) {
     EXPECT_EQ(box.Texts(), expected);
 }
 
-// A label of more than 63 characters: the system does not have to ask anybody.
-FRESH_PROCESS_TEST(FailureBoxTest, NameThatIsNotResolvedIsToldAlone) {
+// A label of more than 63 characters, which the system refuses without a network.
+FRESH_PROCESS_TEST(FailureBoxTest, NamesOnlyTheServerThatIsNotResolved) {
     const std::string server(64, 'n');
     FailureBox box;
     box.Construct("ws://" + server + "/dongles");
@@ -60,7 +61,7 @@ FRESH_PROCESS_TEST(FailureBoxTest, NameThatIsNotResolvedIsToldAlone) {
     EXPECT_EQ(box.Texts(), expected);
 }
 
-FRESH_PROCESS_TEST(FailureBoxTest, ProxyIsNamedWhereOneIsUsed) {
+FRESH_PROCESS_TEST(FailureBoxTest, NamesTheProxyIfOneIsUsed) {
     const std::string url = std::string("ws://") + kRefusing + "/dongles";
     FailureBox box;
     box.Construct(url, kRefusing);

@@ -1,5 +1,5 @@
 // The connection ends after each byte that the relay sends for the handshake. A failed attempt
-// takes a second, so several clients, each a process of its own, meet the cuts side by side.
+// takes a second, so several clients, each a process of its own, meet the cuts in parallel.
 #include <cstdio>
 #include <cstdlib>
 #include <thread>
@@ -16,17 +16,17 @@ constexpr std::size_t kHandshakeBytes = 104 + 40;
 constexpr std::size_t kStride = Rounds(1, 20, 20);
 constexpr std::size_t kClients = Rounds(24, 3, 3);
 constexpr char kFailures[] = "failed attempts: ";
-// An attempt also fails when a busy machine lets the relay answer after more than a second: seldom.
+// On a busy machine the relay rarely answers after more than a second: the attempt fails, too.
 constexpr std::size_t kLateAnswers = 3;
 
 class HandshakeCut : public EachWay {
 protected:
     void SetUp() override {
         if (!IsProcessFor(RunningTest())) return EachWay::SetUp();
-        Pdu();  // the relay stays as it is, with the cuts
+        Pdu();  // does not reset the relay, which has the cuts
     }
 
-    // Each is for one connection, whichever comes first.
+    // Each cuts one connection, whichever comes first.
     std::size_t AddCuts() {
         std::size_t cuts = 0;
         for (std::size_t byte = 1; byte < kHandshakeBytes; byte += kStride, ++cuts)
@@ -39,7 +39,7 @@ protected:
 
     // ---- the processes ----
 
-    // False: the library has given up, as it does after seven failures.
+    // False: the library has given up, after seven failures.
     bool ComesUp() {
         const std::size_t before = log_.Count("[Cloud] Failed, waiting for disconnect");
         for (;;) {
@@ -48,7 +48,7 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
     }
-    // Ends with a connection. The caller's test says for how long that is waited for.
+    // Ends with a connection. The caller's test limits the time.
     void RunClient() {
         Construct(SettingsFor(GetParam()));
         while (!ComesUp()) {
@@ -59,10 +59,10 @@ protected:
                                      log_.Count("[Cloud] Failed, waiting for disconnect");
         EXPECT_EQ(failures, log_.Count("[CloudSec] [E] Timeout waiting for HS2") +
                                 log_.Count("[CloudSec] [E] Failed to read ident ack"))
-            << "an attempt failed for another reason than that an answer was missing";
+            << "an attempt failed for another reason than a missing answer";
         std::fprintf(stderr, "%s%zu\n", kFailures, failures);
     }
-    // Returns how many attempts of all clients have failed.
+    // Returns the number of failed attempts of all clients.
     static std::size_t RunClients() {
         std::size_t failures = 0;
         for (const ProgramRun& run : RunTestInProcesses(RunningTest(), kClients)) {
@@ -78,7 +78,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, HandshakeCut, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(HandshakeCut, BehindEachByteIsAFailedAttemptAndALaterOneSucceeds) {
+TEST_P(HandshakeCut, AfterAnyByteFailsTheAttemptAndALaterOneSucceeds) {
     if (IsProcessFor(RunningTest())) return RunClient();
     const std::size_t cuts = AddCuts();
     const std::size_t failures = RunClients();
@@ -87,7 +87,7 @@ TEST_P(HandshakeCut, BehindEachByteIsAFailedAttemptAndALaterOneSucceeds) {
     EXPECT_EQ(relay_.Command("fault").find("bytes"), std::string::npos) << "cuts are left";
 }
 
-TEST_P(HandshakeCut, BehindTheLastByteEndsAConnectionWhichComesBack) {
+TEST_P(HandshakeCut, AfterTheLastByteEndsAConnectionThatComesBack) {
     relay_.Fault(CutAfter(kHandshakeBytes));
     Construct(SettingsFor(GetParam()));
     ASSERT_TRUE(IsConnected(2));

@@ -1,6 +1,6 @@
-// Many dongles behind one relay, and many clients, each a process of its own with a dongle of its
-// own, that ask at once. No answer is lost, comes twice or goes to another. DPDU_STRESS_SECONDS
-// says for how long, DPDU_LOAD_CLIENTS how many there are.
+// Many dongles behind one relay, and as many clients, each a process of its own with its own
+// dongle, that send requests at the same time. No answer is lost, repeated or given to another
+// client. DPDU_STRESS_SECONDS sets the duration, DPDU_LOAD_CLIENTS the number of clients.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -25,13 +25,13 @@ std::uint32_t NumberFrom(const char* variable, std::uint32_t otherwise) {
                            : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
 }
 std::uint32_t Clients() { return NumberFrom("DPDU_LOAD_CLIENTS", Rounds(5, 2, 2)); }
-// 50 links in all, a few with less.
+// 50 links in total; few clients have fewer.
 std::uint32_t LinksOfEach() { return std::max(1u, Rounds(kDongles, 10, 10) / Clients()); }
 std::chrono::seconds Duration() {
     return std::chrono::seconds(NumberFrom("DPDU_STRESS_SECONDS", 2));
 }
 
-// An identifier for each link of a client; what is read by it names client and link.
+// Each link of a client reads its own identifier, whose data name client and link.
 struct Question {
     std::uint32_t client;
     std::uint32_t link;
@@ -59,7 +59,7 @@ class RelayLoad : public EachWay {
 protected:
     void SetUp() override {
         if (!IsProcessFor(RunningTest())) return EachWay::SetUp();
-        Pdu();  // the relay stays as it is, with its other clients
+        Pdu();  // does not reset the relay, which has other clients
     }
 
     // ---- the processes ----
@@ -150,7 +150,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, RelayLoad, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(RelayLoad, OfManyClientsLosesDoublesAndMixesNoAnswer) {
+TEST_P(RelayLoad, OfManyClientsLosesRepeatsAndMixesUpNoAnswer) {
     if (IsProcessFor(RunningTest())) return RunClient();
     for (std::uint32_t client = 0; client < Clients(); ++client) {
         for (std::uint32_t link = 0; link < LinksOfEach(); ++link)
@@ -171,7 +171,7 @@ TEST_P(RelayLoad, OfManyClientsLosesDoublesAndMixesNoAnswer) {
     EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
 }
 
-// One after the other: a connection to the relay has one dongle at a time.
+// One after another: a connection to the relay has one dongle at a time.
 TEST_P(RelayLoad, EachDongleAnswersForItsOwnVehicle) {
     for (const std::uint32_t dongle : {3u, 47u})
         relay_.Command(Question{dongle, 1}.Command());

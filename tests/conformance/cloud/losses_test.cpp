@@ -1,5 +1,5 @@
 // The relay is lost a thousand times. A loss takes the library four pauses of 100 ms, so several
-// clients, each a process of its own, meet them side by side, half of them over a WebSocket.
+// clients, each a process of its own, meet them in parallel, half of them over a WebSocket.
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -16,17 +16,17 @@ constexpr std::size_t kClients = Rounds(20, 2, 2);
 constexpr std::uint32_t kLosses = Rounds(50, 15, 15);  // of each
 constexpr std::uint32_t kWarmUp = Rounds(10, 5, 5);
 constexpr std::uint32_t kRequestEvery = 5;
-// A few pages; what each loss left behind would come to more.
+// A few pages. If every loss left something behind, it would be more.
 constexpr Allowance kAllowance = {.memory = 64 << 10};
 
 class RelayLosses : public RelayFixture {
 protected:
     void SetUp() override {
         if (!IsProcessFor(RunningTest())) return RelayFixture::SetUp();
-        Pdu();  // the relay stays as it is, with its other clients
+        Pdu();  // does not reset the relay, which has other clients
     }
 
-    // As the relay names this device, which has made its key by now.
+    // The relay's name for this device, which has made its key by now.
     std::string OwnDevice() {
         constexpr char kBegin[] = "[CloudSec] [I] Sending device identification: UUID=";
         std::string device;
@@ -37,7 +37,7 @@ protected:
         std::erase(device, ':');
         return device;
     }
-    // The number of this client's connection that came after another; 0: there is none yet.
+    // The number of this client's connection after this one; 0: there is none yet.
     std::uint64_t ConnectionAfter(std::uint64_t other) {
         for (const auto& client : nlohmann::json::parse(relay_.Command("clients"))) {
             const auto number = client["client"].get<std::uint64_t>();
@@ -45,7 +45,8 @@ protected:
                 return number;
             }
         }
-        // A new connection takes the library longer than that; all clients ask the one relay.
+        // Shorter than the library takes to reconnect, and bearable for the relay that all clients
+        // ask.
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         return 0;
     }
@@ -69,7 +70,7 @@ protected:
         device_ = OwnDevice();
         AwaitConnection();
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod_), PDU_STATUS_NOERROR);
-        EngineLink link(hMod_);  // one for all: the library keeps what is left of a link
+        EngineLink link(hMod_);  // one for all: the library keeps some memory of each link
         ProcessFigures before;
         for (std::uint32_t i = 0; i < kWarmUp + kLosses && !HasFailure(); ++i) {
             LoseRelay();

@@ -1,4 +1,4 @@
-// What a relay and a network may do wrong, and that the connection comes back.
+// Faults of relay and network, after which the connection comes back.
 #include "conformance/cloud/relay_fixture.h"
 
 namespace conformance {
@@ -6,7 +6,7 @@ namespace {
 
 class RelayFault : public EachWay {
 protected:
-    // With this fault, until the connection is up all the same.
+    // Meets this fault; the connection comes up nevertheless.
     void ConnectThrough(const std::string& fault) {
         relay_.Fault(fault);
         Construct(SettingsFor(GetParam()));
@@ -29,12 +29,12 @@ TEST_P(RelayFault, MissingAcknowledgementIsAFailedAttempt) {
     EXPECT_TRUE(log_.Has("[Cloud] Device identification failed"));
 }
 
-TEST_P(RelayFault, RefusedConnectionsAreTriedAgain) {
+TEST_P(RelayFault, RefusedConnectionIsRetried) {
     ConnectThrough("times 2 accept refuse");
     EXPECT_TRUE(log_.Has("[Cloud] Connect failed, retry"));
 }
 
-TEST_P(RelayFault, LengthAboveTheLimitIsTakenAsTheCarrierDoes) {
+TEST_P(RelayFault, LengthAboveTheLimitIsHandledByTheCarrier) {
     relay_.Fault("once LOGN header 5000");
     Construct(SettingsFor(GetParam()));
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
@@ -46,14 +46,14 @@ TEST_P(RelayFault, LengthAboveTheLimitIsTakenAsTheCarrierDoes) {
 
 class WebSocketFault : public RelayFixture {};
 
-TEST_F(WebSocketFault, TextMessageEndsTheConnectionWhichComesBack) {
+TEST_F(WebSocketFault, TextMessageEndsTheConnectionThatComesBack) {
     relay_.Fault("once DEVA text hello");
     Construct(SettingsFor(Way::kWebSocket));
     EXPECT_TRUE(IsConnected());
     EXPECT_TRUE(log_.Has("[WebSocketReceiveFull] Unexpected buffer type: 2"));
 }
 
-TEST_F(WebSocketFault, MessagesOfAnySizeAreOneStream) {
+TEST_F(WebSocketFault, MessagesOfAnySizeFormOneStream) {
     for (const char* fault : {"packet * recut 3", "packet * frames 3"}) {
         relay_.Reset();
         relay_.Fault(fault);
@@ -73,12 +73,12 @@ TEST_F(WebSocketFault, RefusedUpgradeIsAFailedAttempt) {
     EXPECT_TRUE(log_.HasLike("WinHttpWebSocketCompleteUpgrade Failed: *"));
 }
 
-// The relay's certificate is its own, which no system knows.
-TEST_F(WebSocketFault, UnknownCertificateIsRefusedWhenItIsChecked) {
+// The relay has signed its certificate itself, so no system knows the issuer.
+TEST_F(WebSocketFault, UnknownCertificateIsRefusedIfChecked) {
     Settings settings = SettingsFor(Way::kSecureWebSocket);
     settings.disableCertValidation = false;
     Construct(settings);
-    // Wine's word for it is the second one.
+    // The second is Wine's code for it.
     EXPECT_TRUE(Eventually([&] {
         return log_.Has("WinHttpSendRequest Failed: 12175") ||
                log_.Has("WinHttpSendRequest Failed: 12157");

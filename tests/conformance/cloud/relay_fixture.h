@@ -35,7 +35,7 @@ inline std::string NameOf(Way way) {
     return "";
 }
 
-// A dongle behind the relay that this program was started with; nothing is constructed yet.
+// A dongle behind the relay that this program was started with. Nothing is constructed yet.
 class RelayFixture : public testing::Test {
 protected:
     void SetUp() override {
@@ -74,17 +74,17 @@ protected:
     }
     bool IsConnected(std::size_t times = 1) { return Logs("[Cloud] Connected", times); }
 
-    // How many connections have come to the relay's proxy since it started.
+    // Number of connections to the relay's proxy since it started.
     std::uint64_t ProxyRequests() {
         return nlohmann::json::parse(relay_.Command("proxy")).at("requests");
     }
 
-    // How many connections the relay itself has taken since it started.
+    // Number of connections that the relay itself has accepted since it started.
     std::uint64_t RelayConnections() {
         return nlohmann::json::parse(relay_.Command("stats")).at("connections");
     }
 
-    // What the car's engine control unit answers to ReadVin.
+    // Whether this is the engine control unit's answer to ReadVin.
     static bool IsVin(const std::string& answer) { return answer.starts_with("62 F1 90 "); }
 
     Relay relay_;
@@ -92,8 +92,8 @@ protected:
     StdoutCapture console_;
 };
 
-// All ways to the relay. Wine's HTTP service ignores the proxy of a session, so that nothing would
-// be tested there.
+// All ways to the relay. Under Wine without the proxies: its HTTP service ignores a session's
+// proxy.
 inline std::vector<Way> AllWays() {
     std::vector<Way> ways = {Way::kTcp, Way::kWebSocket, Way::kSecureWebSocket};
     if (kSpeed != Speed::kWine) ways.insert(ways.end(), {Way::kProxy, Way::kSecureProxy});

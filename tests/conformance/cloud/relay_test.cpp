@@ -11,7 +11,7 @@ class RelayedDongle : public EachWay {};
 INSTANTIATE_TEST_SUITE_P(Over, RelayedDongle, testing::ValuesIn(AllWays()),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(RelayedDongle, IsFoundAddressedAndAsked) {
+TEST_P(RelayedDongle, IsFoundAndAddressedAndAnswers) {
     const std::uint64_t requests = ProxyRequests();
     const Settings settings = SettingsFor(GetParam());
     Construct(settings);
@@ -25,9 +25,9 @@ TEST_P(RelayedDongle, IsFoundAddressedAndAsked) {
     EXPECT_EQ(relay_.Violations(), 0u) << relay_.Command("violations");
 }
 
-// The longest that is put together again; it does not fit into one packet of the relay.
-TEST_P(RelayedDongle, LongAnswersComeInFragments) {
-    constexpr std::size_t kLongest = 4096 - 20;  // behind the header of an answer
+// The longest that can be reassembled; it does not fit into one packet of the relay.
+TEST_P(RelayedDongle, LongAnswersArriveInFragments) {
+    constexpr std::size_t kLongest = 4096 - 20;  // after the header of an answer
     std::vector<UNUM8> wanted = {0x62, 0x21, 0x00};
     for (std::size_t i = wanted.size(); i < kLongest; ++i)
         wanted.push_back(static_cast<UNUM8>(i * 7 + i / 256));
@@ -58,7 +58,7 @@ TEST_P(RelayedDongle, ComesBackWithTheRelay) {
     }
 }
 
-TEST_P(RelayedDongle, DestructWhileConnectedLeavesTheRelayAtOnce) {
+TEST_P(RelayedDongle, DestructDisconnectsAtOnce) {
     Construct(SettingsFor(GetParam()));
     ASSERT_TRUE(IsConnected());
     const auto begin = std::chrono::steady_clock::now();
@@ -67,8 +67,8 @@ TEST_P(RelayedDongle, DestructWhileConnectedLeavesTheRelayAtOnce) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
-// Whatever it waits for then: the handshake's answer, the upgrade, TLS, the proxy's server.
-TEST_P(RelayedDongle, DestructWhileTheRelayKeepsSilentDoesNotWaitForIt) {
+// Whatever it is waiting for: the handshake's answer, the upgrade, TLS, the proxy's server.
+TEST_P(RelayedDongle, DestructDoesNotWaitForASilentRelay) {
     relay_.Fault("accept deaf");
     const std::uint64_t connections = RelayConnections();
     Construct(SettingsFor(GetParam()));

@@ -1,6 +1,6 @@
-// Sealed packets that the network repeats, exchanges or loses. The channel counts them: what comes
-// a second time or out of its order is dropped, and with a gap nothing is accepted any more until
-// the connection is a new one.
+// Sealed packets that the network repeats, swaps or loses. The channel counts them: one that
+// arrives twice or out of order is dropped, and after a gap nothing is accepted until the next
+// connection.
 #include "conformance/cloud/relay_fixture.h"
 #include "conformance/framework/rounds.h"
 
@@ -10,13 +10,13 @@ namespace {
 constexpr char kRefused[] = "[Cloud] Failed to open AEAD packet";
 constexpr int kPings = 3;
 
-// What the relay sends in a session: acknowledgement, a login, an answer, pings. The answer is the
-// first here, so that it is among them where not all take part.
+// What the relay sends in a session: acknowledgement, a login, an answer, pings. The answer is
+// first, so that it is included where some are left out.
 constexpr const char* kPackets[] = {"CRES", "LOGN", "DEVA", "PING", "PING 2"};
 
 class SealedPackets : public EachWay {
 protected:
-    // The channel is above the carrier: where a session takes long, fewer go over the WebSocket.
+    // The channel is above the carrier: where a session takes long, fewer run over the WebSocket.
     static std::size_t Step() {
         return GetParam() == Way::kTcp ? Rounds(1, 2, 2) : Rounds(1, 5, 2);
     }
@@ -30,8 +30,8 @@ protected:
     static bool NeverComesUp(const std::string& packet, const std::string& fault) {
         return packet == "DEVA" && fault != "replay";
     }
-    // The channel still works when it is over.
-    static bool GoesOn(const std::string& packet, const std::string& fault) {
+    // Whether the channel still works afterwards.
+    static bool StillWorks(const std::string& packet, const std::string& fault) {
         return fault == "replay" || NeverComesUp(packet, fault);
     }
     static int ExpectedFailures(const std::string& packet, const std::string& fault) {
@@ -45,7 +45,7 @@ protected:
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod_), PDU_STATUS_NOERROR);
     }
 
-    // Every packet of the session under this fault; returns the answers that the library accepted.
+    // Runs a session with this fault. Returns the answers that the library accepted.
     std::vector<Result> RunSession(const std::string& packet, const std::string& fault,
                                    LogCapture* log) {
         relay_.Command("record clear");
@@ -59,9 +59,9 @@ protected:
         for (int i = 0; i < kPings; ++i)
             relay_.Command("ping 0102");
         EXPECT_TRUE(Eventually([&] { return IsOver(packet, fault, *log); }));
-        return GoesOn(packet, fault) ? link.WaitFor(hCoP).results : Accepted(&link, hCoP);
+        return StillWorks(packet, fault) ? link.WaitFor(hCoP).results : Accepted(&link, hCoP);
     }
-    // Replayed, or before the session: the channel goes on. Otherwise it has refused something.
+    // Replayed, or before the session: the channel still works. Otherwise it has refused something.
     bool IsOver(const std::string& packet, const std::string& fault, const LogCapture& log) {
         const std::size_t refused = log.Count(kRefused);
         if (NeverComesUp(packet, fault)) return relay_.Count("in REPL") == kPings;
@@ -82,9 +82,9 @@ protected:
         LogCapture log;
         const std::vector<Result> results = RunSession(packet, fault, &log);
         EXPECT_EQ(log.Count("[Cloud] Connect failed, retry"), ExpectedFailures(packet, fault));
-        EXPECT_EQ(relay_.Count("in REPL") == kPings, GoesOn(packet, fault));
+        EXPECT_EQ(relay_.Count("in REPL") == kPings, StillWorks(packet, fault));
         EXPECT_LE(results.size(), 1u);
-        EXPECT_TRUE(results.size() == 1 || !GoesOn(packet, fault));
+        EXPECT_TRUE(results.size() == 1 || !StillWorks(packet, fault));
         for (const Result& result : results)
             EXPECT_TRUE(IsVin(Hex(result.data))) << Hex(result.data);
 
@@ -103,9 +103,9 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, SealedPackets, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(SealedPackets, ThatComeTwiceAreAcceptedOnce) { RunAll("replay"); }
+TEST_P(SealedPackets, ThatAreRepeatedAreAcceptedOnce) { RunAll("replay"); }
 
-TEST_P(SealedPackets, ThatChangePlacesAreNotAcceptedTillTheirTurn) { RunAll("swap"); }
+TEST_P(SealedPackets, ThatAreSwappedAreRefusedUntilTheirTurn) { RunAll("swap"); }
 
 TEST_P(SealedPackets, ThatAreLostEndTheSessionAndTheNextOneWorks) { RunAll("drop"); }
 

@@ -1,4 +1,4 @@
-// The end of the library while the connection waits for something that does not come.
+// PDUDestruct while the connection waits for something that does not come.
 #include <chrono>
 
 #include "conformance/cloud/relay_fixture.h"
@@ -24,7 +24,7 @@ protected:
         }
         return settings;
     }
-    // Far below what the system itself waits for an answer.
+    // Far less than the system itself waits for an answer.
     static void ExpectEndSoon() {
         const auto begin = std::chrono::steady_clock::now();
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
@@ -38,7 +38,7 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Over, CloudStop, testing::ValuesIn(AllWays()),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(CloudStop, EndsAConnectionAttemptThatNobodyAnswers) {
+TEST_P(CloudStop, EndsAnUnansweredConnectionAttempt) {
     const SilentPort silent;
     Construct(SilentSettingsFor(GetParam(), silent.Address()));
     ASSERT_TRUE(Eventually([&] { return log_.HasLike(LineBeforeConnecting(GetParam())); }));
@@ -48,8 +48,8 @@ TEST_P(CloudStop, EndsAConnectionAttemptThatNobodyAnswers) {
     EXPECT_TRUE(log_.Has("[Cloud] ---DISCONNECTED---"));
 }
 
-// The callback comes on the thread that receives from the relay, which the end cannot wait for.
-TEST_P(CloudStop, MayComeFromTheCallbackThatTellsOfADongle) {
+// The callback runs on the thread that receives from the relay, which PDUDestruct cannot wait for.
+TEST_P(CloudStop, MayBeCalledFromTheCallbackThatReportsADongle) {
     Construct(SettingsFor(GetParam()));
     ASSERT_TRUE(IsConnected());
     CallbackSpy spy;
@@ -71,7 +71,7 @@ class GivenUp : public CloudStop {};
 INSTANTIATE_TEST_SUITE_P(Over, GivenUp, testing::Values(Way::kTcp, Way::kWebSocket),
                          [](const auto& suite) { return NameOf(suite.param); });
 
-TEST_P(GivenUp, ConnectionEndsToo) {
+TEST_P(GivenUp, ConnectionIsEndedByDestruct) {
     relay_.Listen(false);
     Construct(SettingsFor(GetParam()));
     ASSERT_TRUE(Logs("[Cloud] Failed, waiting for disconnect"));

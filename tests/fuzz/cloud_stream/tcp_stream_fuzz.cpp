@@ -1,6 +1,6 @@
 // The bytes that a relay sends over TCP before it ends the connection. The packets must be those
-// that a plain reading of the rules gives. The system's sockets and what becomes of a packet are
-// replaced; the carrier with its threads is the library's own.
+// that a simple reading of the rules gives. The sockets and the handling of packets are replaced;
+// the carrier with its threads is the library's.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -18,17 +18,22 @@ namespace tarvik {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Of the one connection; only its receive thread uses them while it runs.
-static Bytes stream;
-static std::size_t taken = 0;
-static std::vector<Bytes> received;
-
 struct TcpSocket {};
 struct TcpAddresses {};
-static TcpSocket the_socket;
-static TcpAddresses the_addresses;
 
-// ---- the system ----
+namespace {
+
+// Of the connection. While its receive thread runs, only that uses them.
+Bytes stream;
+std::size_t taken = 0;
+std::vector<Bytes> received;
+
+TcpSocket the_socket;
+TcpAddresses the_addresses;
+
+}  // namespace
+
+// ---- sockets ----
 
 void StartNetwork() {}
 void EndNetwork() {}
@@ -42,7 +47,7 @@ void AbortTcp(TcpSocket*) {}
 void CloseTcp(TcpSocket*) {}
 bool SendTcp(TcpSocket*, const void*, std::uint32_t) { return true; }
 
-// All of it is there, and nothing more will come.
+// All bytes are there, and no more will come.
 TcpWait WaitForTcpData(TcpSocket*, std::int32_t) { return TcpWait::kReadable; }
 bool TcpPeerEnded(const TcpSocket*) { return true; }
 
@@ -58,7 +63,7 @@ int ReadTcp(TcpSocket* socket, void* data, std::uint32_t size) {
     return count;
 }
 
-// ---- what becomes of packets ----
+// ---- handling of packets ----
 
 void DispatchCloudPacket(PacketPtr packet) {
     received.emplace_back(packet->Bytes(), packet->Bytes() + packet->length);

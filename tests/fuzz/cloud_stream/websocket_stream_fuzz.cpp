@@ -1,6 +1,6 @@
-// The bytes of binary WebSocket messages. The first byte says in messages of how many bytes the
-// rest arrives; the packets must be those of one message, and what a plain reading of the rules
-// gives.
+// The bytes of binary WebSocket messages. The first byte is the size of the messages in which the
+// rest arrives. The packets must be the same as from a single message, and those that a simple
+// reading of the rules gives.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>

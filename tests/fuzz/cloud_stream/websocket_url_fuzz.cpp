@@ -1,4 +1,4 @@
-// The two addresses of a relay. What is accepted must be a part of what was given.
+// The two kinds of a relay's address. The parts of an accepted one must be parts of the input.
 #include <cstdlib>
 #include <string>
 

@@ -1,5 +1,6 @@
-// A sealed packet. An even first byte: the rest is what arrives behind the header, which only the
-// relay can have made. An odd one: the relay seals the rest, which must then be a whole packet.
+// A sealed packet. If the first byte is even, the rest follows the header as received, and must be
+// refused unless the relay made it. If it is odd, the relay seals the rest, which must then be one
+// whole packet.
 
 #include "secure_fuzz.h"
 
@@ -13,25 +14,29 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-static const Bytes& FirstFromRelay() {
+namespace {
+
+const Bytes& FirstFromRelay() {
     for (const test::SealedVector& packet : Vector().packets) {
         if (!packet.from_device && packet.counter == 0) return packet.sealed;
     }
     std::abort();
 }
 
-static bool IsGenuine(const Packet& packet) {
+bool IsGenuine(const Packet& packet) {
     static const Bytes& genuine = FirstFromRelay();
     return Bytes(packet.Bytes(), packet.Bytes() + packet.length) == genuine;
 }
 
-static PacketPtr SealedByRelay(const std::uint8_t* plain, std::size_t size) {
+PacketPtr SealedByRelay(const std::uint8_t* plain, std::size_t size) {
     PacketPtr packet = MakePacket(kTypeCryp, static_cast<std::uint32_t>(24 + size));
     Require(cloud_session.rx_cipher.Encrypt(NonceFor(cloud_session.nonceSalt, 0),
                                             "v1|role=server|device", {plain, size},
                                             packet->Bytes() + 24, packet->Bytes() + 8));
     return packet;
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) return 0;

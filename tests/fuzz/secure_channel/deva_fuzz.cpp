@@ -1,4 +1,4 @@
-// The relay's answer to the identification, from its header on.
+// The relay's answer to the identification, after its header.
 
 #include "secure_fuzz.h"
 

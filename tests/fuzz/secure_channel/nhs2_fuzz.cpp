@@ -1,5 +1,5 @@
-// The relay's handshake message from its header on. The one genuine message, whatever stands in the
-// bytes that are not read, makes a session; no other does.
+// The relay's handshake message, after its header. Only the genuine message establishes a session,
+// whatever its unread bytes are.
 
 #include "secure_fuzz.h"
 
@@ -9,12 +9,15 @@ using namespace tarvik::fuzz;
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     SilenceOutput();
     LoadKeys();
-    Require(ShakeHands(PacketOf(Vector().nhs2)));  // the queues keep what their first packet needs
+    Require(
+        ShakeHands(PacketOf(Vector().nhs2)));  // the queues keep the memory for their first packet
     CloudSecClearSession();
     return 0;
 }
 
-static bool IsGenuine(const Packet& packet) {
+namespace {
+
+bool IsGenuine(const Packet& packet) {
     constexpr std::size_t kUnread = 89;
     constexpr std::size_t kUnreadSize = 7;
     const Bytes& genuine = Vector().nhs2;
@@ -23,6 +26,8 @@ static bool IsGenuine(const Packet& packet) {
     std::memset(bytes.data() + kUnread, 0, kUnreadSize);
     return bytes == genuine;
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const MemoryUse before = LiveMemory();

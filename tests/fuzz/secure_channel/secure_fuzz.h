@@ -23,7 +23,7 @@ inline void LoadKeys() {
     Require(CloudSecLoadIdentity());
 }
 
-// The handshake with this packet as the relay's answer.
+// Runs the handshake with this packet as the relay's answer.
 inline bool ShakeHands(PacketPtr nhs2) {
     static Dongle relay;
     const test::FixedEphemeral ephemeral(Vector().device_ephemeral_private_key,
@@ -37,7 +37,7 @@ inline bool ShakeHands(PacketPtr nhs2) {
     return done;
 }
 
-// What stands behind the header.
+// The packet with these bytes, header included.
 inline PacketPtr PacketOf(const Bytes& bytes) {
     return PacketFrom(LoadU32(bytes.data()), bytes.data() + MIN_PKT_SIZE,
                       bytes.size() - MIN_PKT_SIZE);

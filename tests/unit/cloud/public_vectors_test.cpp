@@ -1,4 +1,4 @@
-// The channel's primitives over the public vectors that Debian packages: NIST's for AES-GCM and
+// The channel's primitives with the public vectors in Debian's package: NIST's for AES-GCM and
 // ECDH, those of RFC 5869 for HKDF.
 #include <mbedtls/ecdh.h>
 #include <mbedtls/hkdf.h>
@@ -11,7 +11,7 @@
 namespace tarvik::test {
 namespace {
 
-// "name = value" rows, in groups: a group ends where its first name comes again.
+// Reads rows "name = value" in groups: a group ends where its first name appears again.
 class VectorFile {
 public:
     using Group = std::map<std::string, std::string>;
@@ -21,9 +21,8 @@ public:
         EXPECT_TRUE(file_.is_open())
             << name << " is missing: install the package python3-cryptography-vectors";
     }
-    // `first` is the name that each group begins with. Rows in brackets, "[Keylen = 256]", set a
-    // name for all groups behind them; other rows in brackets go under the name "section", words
-    // alone ("FAIL") stand for themselves.
+    // `first` is the name that each group begins with. A row in brackets, "[Keylen = 256]", sets a
+    // name for all groups after it; without "=" it sets "section". A word alone ("FAIL") is "word".
     std::vector<Group> Groups(const std::string& first) {
         std::vector<Group> groups;
         Group common;
@@ -88,7 +87,7 @@ protected:
     }
 };
 
-TEST_F(PublicVectors, AesGcmEnciphers) {
+TEST_F(PublicVectors, AesGcmEncrypts) {
     unsigned count = 0;
     for (const auto& group : VectorFile("ciphers/AES/GCM/gcmEncryptExtIV256.rsp").Groups("Count")) {
         if (!IsOurForm(group)) continue;
@@ -108,7 +107,7 @@ TEST_F(PublicVectors, AesGcmEnciphers) {
     EXPECT_EQ(count, 375u);
 }
 
-TEST_F(PublicVectors, AesGcmDeciphersAndRefuses) {
+TEST_F(PublicVectors, AesGcmDecryptsAndRefuses) {
     unsigned opened = 0;
     unsigned refused = 0;
     for (const auto& group : VectorFile("ciphers/AES/GCM/gcmDecrypt256.rsp").Groups("Count")) {
@@ -131,7 +130,7 @@ TEST_F(PublicVectors, AesGcmDeciphersAndRefuses) {
     EXPECT_GT(refused, 100u);
 }
 
-// Of the channel's own 32 bytes of output, which any longer output begins with.
+// Compares the first 32 bytes, which are what the channel uses.
 void ExpectExpansion(const Secret<32>& prk, const VectorFile::Group& group) {
     const Bytes info = FieldOf(group, "info");
     const std::string text(info.begin(), info.end());
@@ -179,7 +178,7 @@ EncodedPoint PointOf(const VectorFile::Group& group, const char* x_name, const c
     EncodedPoint point{0x04};
     const Bytes x = FieldOf(group, x_name);
     const Bytes y = FieldOf(group, y_name);
-    // Leading zeroes are left out in the file.
+    // The file omits leading zeroes.
     std::copy_backward(x.begin(), x.end(), point.begin() + 33);
     std::copy_backward(y.begin(), y.end(), point.end());
     return point;
@@ -204,7 +203,7 @@ Bytes Padded(Bytes bytes) {
     return bytes;
 }
 
-TEST_F(PublicVectors, EcdhAgreesAndRefusesPointsBesideTheCurve) {
+TEST_F(PublicVectors, EcdhAgreesAndRefusesPointsThatAreNotOnTheCurve) {
     unsigned agreed = 0;
     unsigned refused = 0;
     for (const char* role : {"init", "resp"}) {

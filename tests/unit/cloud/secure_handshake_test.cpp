@@ -31,7 +31,7 @@ protected:
         SecureChannel::SetUp();
         ASSERT_TRUE(Load(vector_));
     }
-    // The lines of a handshake that must fail; it leaves no session and no packet behind.
+    // The lines of a handshake that must fail. It leaves no session and no packet.
     Texts Refused(const Bytes& nhs2) {
         const LeapingTick tick;
         LogCapture log;
@@ -51,7 +51,7 @@ protected:
 
 // --- vectors ---
 
-TEST_F(SecureHandshake, EveryValueIsThatOfTheVectors) {
+TEST_F(SecureHandshake, EveryValueMatchesTheVectors) {
     ASSERT_GE(SecureVectors().size(), 3u);
     for (const SecureVector& vector : SecureVectors()) {
         SCOPED_TRACE(vector.name);
@@ -84,7 +84,7 @@ TEST_F(SecureHandshake, FirstMessageHasItsLayout) {
     EXPECT_EQ(LoadU16(nhs1.data() + 154), 0u);
 }
 
-TEST_F(SecureHandshake, EphemeralKeyIsDrawnAnewEachTime) {
+TEST_F(SecureHandshake, EveryHandshakeDrawsANewEphemeralKey) {
     const LeapingTick tick;
     EXPECT_FALSE(CloudSecHandshake(&relay_));
     EXPECT_FALSE(CloudSecHandshake(&relay_));
@@ -96,7 +96,7 @@ TEST_F(SecureHandshake, EphemeralKeyIsDrawnAnewEachTime) {
     EXPECT_FALSE(std::equal(first.begin() + 89, first.end(), second.begin() + 89));
 }
 
-TEST_F(SecureHandshake, KeysAreSetUpOnceASession) {
+TEST_F(SecureHandshake, KeySchedulesAreSetUpOncePerSession) {
     CryptoRecord record;
     ASSERT_TRUE(Handshake(vector_));
     EXPECT_EQ(record.keys_set_up, 3u);  // NHS1's, one for each direction
@@ -116,7 +116,7 @@ TEST_F(SecureHandshake, NeedsAnIdentity) {
     EXPECT_TRUE(Sent().empty());
 }
 
-TEST_F(SecureHandshake, NewAttemptEndsTheSessionBefore) {
+TEST_F(SecureHandshake, NewAttemptEndsTheEarlierSession) {
     ASSERT_TRUE(Handshake(vector_));
     const LeapingTick tick;
     EXPECT_FALSE(CloudSecHandshake(&relay_));
@@ -131,7 +131,7 @@ TEST_F(SecureHandshake, MissingAnswerTimesOut) {
     EXPECT_EQ(LoadU32(Sent().data()), kTypeNhs1);
 }
 
-TEST_F(SecureHandshake, AnswerThatComesWhileWaitingIsTaken) {
+TEST_F(SecureHandshake, AnswerThatArrivesDuringTheWaitIsAccepted) {
     const FakeTick tick(1000);  // the time never runs out
     const FixedEphemeral ephemeral(vector_.device_ephemeral_private_key,
                                    vector_.device_ephemeral_public_key);
@@ -141,7 +141,7 @@ TEST_F(SecureHandshake, AnswerThatComesWhileWaitingIsTaken) {
     EXPECT_TRUE(CloudSecHandshake(&relay_));
 }
 
-TEST_F(SecureHandshake, WaitEndsWhenAskedTo) {
+TEST_F(SecureHandshake, AbortEndsTheWait) {
     FakeTick tick(1000);  // the time never runs out
     std::atomic<bool> abort{false};
     Thread relay([this, &abort] {
@@ -165,7 +165,7 @@ TEST_F(SecureHandshake, OtherPacketsStayInTheQueue) {
     EXPECT_EQ(BytesOf(TakePacket(&relay_.rx, 0)), vector_.packets[1].plain);
 }
 
-TEST_F(SecureHandshake, PacketOfAnotherTypeIsNoAnswer) {
+TEST_F(SecureHandshake, PacketOfAnotherTypeIsRefused) {
     HandToNextWait(MakePacket(kTypeLogn, 192));
     LogCapture log;
     EXPECT_FALSE(CloudSecHandshake(&relay_));
@@ -183,8 +183,8 @@ TEST_F(SecureHandshake, ServerKeyMustBeOnTheCurve) {
              "00" + good.substr(2),
              "02" + good.substr(2),
              "03" + good.substr(2),
-             good.substr(0, 129) + (good.back() == '0' ? "1" : "0"),  // beside the curve
-             "04" + zero + zero,                                      // where nothing is
+             good.substr(0, 129) + (good.back() == '0' ? "1" : "0"),  // not on the curve
+             "04" + zero + zero,                                      // no point at all
              "04" + prime + good.substr(66),                          // X beyond the field
              std::string(130, '0'),
              std::string(130, 'f'),
@@ -241,7 +241,7 @@ TEST_F(SecureHandshake, ReplayedWelcomeDoesNotOpenUnderAnotherEphemeralKey) {
     EXPECT_EQ(Lines(log), (Texts{kStarting, kBadWelcome, kNotValid}));
 }
 
-// Where a bit of the message stands decides what its flip leads to.
+// What flipping a bit leads to depends on its position.
 Texts OutcomeOfFlipAt(std::size_t offset) {
     if (offset < 4) {
         return {kStarting, "[CloudSec] [E] Timeout waiting for HS2", kNotValid};
@@ -250,7 +250,7 @@ Texts OutcomeOfFlipAt(std::size_t offset) {
     return {kStarting, in_key ? kBadEphemeral : kBadWelcome, kNotValid};
 }
 
-TEST_F(SecureHandshake, EveryBitOfTheMessageThatIsReadCounts) {
+TEST_F(SecureHandshake, FlippingAnyBitThatIsReadFailsTheHandshake) {
     for (std::size_t bit = 0; bit < vector_.nhs2.size() * 8; ++bit) {
         const std::size_t offset = bit / 8;
         const bool is_length = offset >= 4 && offset < 8;
@@ -262,8 +262,8 @@ TEST_F(SecureHandshake, EveryBitOfTheMessageThatIsReadCounts) {
     }
 }
 
-// A carrier that finds another length hands over that many bytes, or none at all.
-TEST_F(SecureHandshake, EveryBitOfTheLengthCounts) {
+// A carrier that reads another length delivers that many bytes, or none.
+TEST_F(SecureHandshake, FlippingAnyBitOfTheLengthFailsTheHandshake) {
     const auto length = static_cast<std::uint32_t>(vector_.nhs2.size());
     unsigned delivered = 0;
     for (unsigned bit = 0; bit < 32; ++bit) {
@@ -277,7 +277,7 @@ TEST_F(SecureHandshake, EveryBitOfTheLengthCounts) {
 }
 
 // Deliberate: seven bytes between key and welcome are not read.
-TEST_F(SecureHandshake, UnreadBytesDoNotCount) {
+TEST_F(SecureHandshake, UnreadBytesAreIgnored) {
     Bytes nhs2 = vector_.nhs2;
     for (std::size_t offset = kUnreadOffset; offset < kWelcomeOffset; ++offset)
         nhs2[offset] = 0xFF;

@@ -17,7 +17,7 @@ protected:
         packet.resize(size);
         return packet;
     }
-    // What the relay sees of it as sealed under the first case's keys.
+    // The line for the device of the first vector.
     std::string SendingLine() const {
         const Bytes& key = vector_.device_public_key;
         char text[128];
@@ -31,7 +31,7 @@ protected:
     std::uint32_t status_ = kUntouched;
 };
 
-TEST_F(SecureIdentify, PacketIsThatOfTheVectors) {
+TEST_F(SecureIdentify, PacketMatchesTheVectors) {
     for (const SecureVector& vector : SecureVectors()) {
         SCOPED_TRACE(vector.name);
         ASSERT_TRUE(Establish(vector));
@@ -100,13 +100,13 @@ TEST_F(SecureIdentify, MissingAnswerTimesOut) {
     EXPECT_EQ(status_, kUntouched);
 }
 
-TEST_F(SecureIdentify, WaitEndsWhenAskedTo) {
+TEST_F(SecureIdentify, AbortEndsTheWait) {
     std::atomic<bool> abort{true};
     FakeTick tick(1000);  // the time never runs out
     EXPECT_FALSE(CloudSecIdentify(&relay_, &status_, &abort));
 }
 
-TEST_F(SecureIdentify, AnswerWithoutBothItsFieldsIsNone) {
+TEST_F(SecureIdentify, AnswerWithoutBothFieldsIsRefused) {
     ASSERT_TRUE(Load(vector_));
     for (std::uint32_t size = 8; size < 16; ++size) {
         LogCapture log;
@@ -117,13 +117,13 @@ TEST_F(SecureIdentify, AnswerWithoutBothItsFieldsIsNone) {
     }
 }
 
-TEST_F(SecureIdentify, LongerAnswerCountsAsFarAsItIsKnown) {
+TEST_F(SecureIdentify, LongerAnswerIsAccepted) {
     Answer(Deva(1, 0, 40));
     EXPECT_TRUE(CloudSecIdentify(&relay_, &status_));
     EXPECT_EQ(status_, kDeviceIsolated);
 }
 
-TEST_F(SecureIdentify, PacketOfAnotherTypeIsNoAnswer) {
+TEST_F(SecureIdentify, PacketOfAnotherTypeIsRefused) {
     ASSERT_TRUE(Load(vector_));
     HandToNextWait(MakePacket(kTypeBusy, 12));
     LogCapture log;
@@ -132,8 +132,7 @@ TEST_F(SecureIdentify, PacketOfAnotherTypeIsNoAnswer) {
     EXPECT_EQ(status_, kUntouched);
 }
 
-// As it is sealed, none of its bits can be changed.
-TEST_F(SecureIdentify, EveryBitOfTheSealedAnswerCounts) {
+TEST_F(SecureIdentify, FlippingAnyBitOfTheSealedAnswerMakesItInvalid) {
     ASSERT_TRUE(Establish(vector_));
     const Bytes& sealed = vector_.packets[7].sealed;
     for (std::size_t bit = std::size_t{8} * 8; bit < sealed.size() * 8; ++bit) {
@@ -146,8 +145,8 @@ TEST_F(SecureIdentify, EveryBitOfTheSealedAnswerCounts) {
     EXPECT_TRUE(CloudSecOpen(&cloud_session, packet));
 }
 
-// Deliberate: one that arrives unsealed is taken as well, and then each bit means what it says.
-TEST_F(SecureIdentify, EveryBitOfAnUnsealedAnswerIsReadAsItStands) {
+// Deliberate: an unsealed answer is accepted too, and its bits are not protected.
+TEST_F(SecureIdentify, UnsealedAnswerIsReadWithAnyBitFlipped) {
     const Bytes deva = Deva(0, 0);
     for (std::size_t bit = 0; bit < deva.size() * 8; ++bit) {
         const std::size_t offset = bit / 8;

@@ -20,7 +20,7 @@ protected:
         SecureChannel::SetUp();
         SetText(config.serverPublicKey, HexOf(vector_.server_public_key));
     }
-    // Where a configuration that exists nowhere is created.
+    // Where a missing configuration file is created.
     fs::path File() const { return folders_.Library() / "config.json"; }
     std::string SavedText() const { return fs::exists(File()) ? ReadFile(File()) : std::string(); }
     static std::string PrivateKey() { return HexOf(BytesOfArray(cloud_identity.devicePrivateKey)); }
@@ -46,7 +46,7 @@ const ChildBody kSeedsAgain("seeds-again", [] {
     const bool logged = log.Has("[CloudSec] [E] mbedtls_ctr_drbg_seed failed: -0x4321");
     return !first && logged && CloudSecInitRng() && CloudSecInitRng() ? 0 : 1;
 });
-TEST(SecureRandom, FailedSeedIsLoggedAndTriedAgain) {
+TEST(SecureRandom, FailedSeedIsLoggedAndRetried) {
     EXPECT_EQ(RunChild("seeds-again").exit_code, 0);
 }
 
@@ -70,7 +70,7 @@ TEST(SecureRandom, PublicKeyIsNotDerivedWithoutASeed) {
     EXPECT_EQ(RunChild("unseeded-derivation").exit_code, 0);
 }
 
-TEST_F(SecureIdentity, SeedIsDrawnOnceAProcess) {
+TEST_F(SecureIdentity, SeedIsDrawnOncePerProcess) {
     const CryptoFault fault(CryptoStep::kSeed);
     EXPECT_TRUE(CloudSecInitRng());
     EXPECT_FALSE(fault.Struck());
@@ -78,7 +78,7 @@ TEST_F(SecureIdentity, SeedIsDrawnOnceAProcess) {
 
 // --- public key ---
 
-TEST_F(SecureIdentity, PublicKeyIsThatOfThePrivateKey) {
+TEST_F(SecureIdentity, PublicKeyIsDerivedFromThePrivateKey) {
     for (const SecureVector& vector : SecureVectors()) {
         SCOPED_TRACE(vector.name);
         std::copy(vector.device_private_key.begin(), vector.device_private_key.end(),
@@ -100,7 +100,7 @@ constexpr DerivationFault kDerivationFaults[] = {
     {CryptoStep::kPointLength, "[CloudSec] [E] unexpected out_len: 33 (expected 65)"},
 };
 
-TEST_F(SecureIdentity, EachStepOfTheDerivationHasALineForItsFailure) {
+TEST_F(SecureIdentity, EachFailedStepOfTheDerivationHasItsLogLine) {
     cloud_identity.devicePrivateKey[31] = 1;
     for (const DerivationFault& row : kDerivationFaults) {
         const CryptoFault fault(row.step);
@@ -123,14 +123,14 @@ TEST_F(SecureIdentity, ConfiguredKeysAreLoaded) {
     EXPECT_FALSE(fs::exists(File()));
 }
 
-TEST_F(SecureIdentity, LinesGoToTheConsoleAsWell) {
+TEST_F(SecureIdentity, LinesAlsoGoToTheConsole) {
     ASSERT_TRUE(Load(vector_));
     std::string text = console_.Text();
     std::erase(text, '\r');
     EXPECT_EQ(text, "[CloudSec] [I] Device identity loaded successfully\n");
 }
 
-TEST_F(SecureIdentity, UpperCaseDigitsAreDigits) {
+TEST_F(SecureIdentity, UpperCaseDigitsAreAccepted) {
     std::string text = HexOf(vector_.device_private_key);
     std::transform(text.begin(), text.end(), text.begin(),
                    [](char digit) { return static_cast<char>(std::toupper(digit)); });
@@ -142,7 +142,7 @@ TEST_F(SecureIdentity, UpperCaseDigitsAreDigits) {
 TEST_F(SecureIdentity, MalformedPrivateKeyStopsTheAttemptAndIsKept) {
     const std::string good = HexOf(vector_.device_private_key);
     std::vector<std::string> malformed = {good.substr(1), good + "0", "0", good + good.substr(1)};
-    // What number conversions take for a pair, and characters next to the digits.
+    // What number conversions would accept as a pair, and neighbours of the digits.
     for (const char* pair :
          {"0x", "+1", "-1", " 1", "1 ", "g0", "0g", "/0", ":0", "@0", "`0", "G0"})
         malformed.push_back(good.substr(0, 62) + pair);
@@ -182,14 +182,14 @@ TEST_F(SecureIdentity, MadeKeyIsUsedFromThenOn) {
     EXPECT_EQ(Lines(log), Texts{"[CloudSec] [I] Device identity loaded successfully"});
 }
 
-TEST_F(SecureIdentity, EveryMadeKeyIsAnother) {
+TEST_F(SecureIdentity, EveryMadeKeyIsDifferent) {
     ASSERT_TRUE(LoadWithPrivateKey(""));
     const std::string first = PrivateKey();
     ASSERT_TRUE(LoadWithPrivateKey(""));
     EXPECT_NE(PrivateKey(), first);
 }
 
-TEST_F(SecureIdentity, KeyThatIsNoScalarOfTheCurveIsReplaced) {
+TEST_F(SecureIdentity, KeyThatIsNotAScalarOfTheCurveIsReplaced) {
     for (const std::string& text :
          {std::string(64, 'f'), std::string(64, '0'), std::string(kOrder)}) {
         SCOPED_TRACE(text);
@@ -213,7 +213,7 @@ TEST_F(SecureIdentity, LargestScalarOfTheCurveIsKept) {
     EXPECT_FALSE(fs::exists(File()));
 }
 
-TEST_F(SecureIdentity, KeyThatCannotBeSavedIsUsedAllTheSame) {
+TEST_F(SecureIdentity, KeyThatCannotBeSavedIsUsedNevertheless) {
     HideLibraryFolder();
     HideUserFolder();
     LogCapture log;
@@ -226,7 +226,7 @@ TEST_F(SecureIdentity, KeyThatCannotBeSavedIsUsedAllTheSame) {
     EXPECT_EQ(config.devicePrivateKey, PrivateKey());
 }
 
-TEST_F(SecureIdentity, DrawThatFailsStopsTheAttempt) {
+TEST_F(SecureIdentity, FailedDrawStopsTheAttempt) {
     const CryptoFault fault(CryptoStep::kRandom);
     LogCapture log;
     EXPECT_FALSE(LoadWithPrivateKey(""));
@@ -235,7 +235,7 @@ TEST_F(SecureIdentity, DrawThatFailsStopsTheAttempt) {
     EXPECT_STREQ(config.devicePrivateKey, "");
 }
 
-TEST_F(SecureIdentity, DrawThatIsNoScalarStopsTheAttempt) {
+TEST_F(SecureIdentity, DrawnNumberThatIsNotAScalarStopsTheAttempt) {
     const CryptoFault fault(CryptoStep::kMultiply);
     LogCapture log;
     EXPECT_FALSE(LoadWithPrivateKey(""));
@@ -246,7 +246,7 @@ TEST_F(SecureIdentity, DrawThatIsNoScalarStopsTheAttempt) {
     EXPECT_FALSE(fs::exists(File()));
 }
 
-TEST_F(SecureIdentity, DrawInPlaceOfABadKeyMayFailToo) {
+TEST_F(SecureIdentity, DrawThatReplacesABadKeyMayFailToo) {
     const std::string bad(64, 'f');
     const Texts before = {"[CloudSec] [E] ecp_mul failed: -0x4C80",
                           "[CloudSec] [E] Failed to derive public key from stored private key",
@@ -294,13 +294,13 @@ TEST_F(SecureIdentity, MalformedServerKeyStopsTheAttempt) {
     }
 }
 
-TEST_F(SecureIdentity, ServerKeyThatIsNoPointPassesLoading) {
+TEST_F(SecureIdentity, ServerKeyThatIsNotAPointIsLoaded) {
     SetText(config.devicePrivateKey, HexOf(vector_.device_private_key));
     EXPECT_TRUE(LoadWithServerKey(std::string(130, '0')));
     EXPECT_TRUE(cloud_identity.identityLoaded);
 }
 
-TEST_F(SecureIdentity, FailedLoadLeavesNoIdentityBehind) {
+TEST_F(SecureIdentity, FailedLoadLeavesNoIdentity) {
     ASSERT_TRUE(Load(vector_));
     EXPECT_FALSE(LoadWithServerKey(""));
     LogCapture log;
@@ -308,7 +308,7 @@ TEST_F(SecureIdentity, FailedLoadLeavesNoIdentityBehind) {
     EXPECT_EQ(Lines(log), Texts{"[CloudSec] [E] Identity not loaded"});
 }
 
-TEST_F(SecureIdentity, ChangedConfigurationCountsAtTheNextAttempt) {
+TEST_F(SecureIdentity, ChangedConfigurationIsUsedByTheNextAttempt) {
     const SecureVector& other = SecureVectors()[1];
     ASSERT_TRUE(Load(vector_));
     ASSERT_TRUE(Load(other));

@@ -14,7 +14,7 @@ protected:
         EmptyQueues();
         CloudSecClearSession();
     }
-    // Everything that an onlooker must not find.
+    // Everything that nobody else may find.
     std::vector<Bytes> Secrets() const {
         return {vector_.device_private_key,
                 vector_.device_ephemeral_private_key,
@@ -77,7 +77,7 @@ TEST_F(SecureMemory, ScanOfReleasedBlocksFindsSecrets) {
     EXPECT_EQ(released.Leaks(), 2u);
 }
 
-// The steps from which something secret is at hand, each failing.
+// The steps from the first secret on, each failing.
 constexpr struct {
     CryptoStep step;
     unsigned spared;
@@ -113,8 +113,8 @@ TEST_F(SecureMemory, NoFailedHandshakeLeavesSecretsOrBlocks) {
     EXPECT_EQ(released.Leaks(), 0u);
 }
 
-// A heap that runs out after each of its first requests, then after ever later ones.
-TEST_F(SecureMemory, HandshakeOutlivesAHeapThatRunsOut) {
+// The heap runs out after each of the first requests, then after ever larger numbers of them.
+TEST_F(SecureMemory, HandshakeSurvivesAnExhaustedHeap) {
     const MemoryUse before = LiveMemory();
     const LeapingTick tick;
     bool succeeded = false;
@@ -141,7 +141,7 @@ TEST_F(SecureMemory, HandshakeOutlivesAHeapThatRunsOut) {
     EXPECT_GT(failures, 20);
 }
 
-TEST_F(SecureMemory, IdentificationOutlivesAHeapThatRunsOut) {
+TEST_F(SecureMemory, IdentificationSurvivesAnExhaustedHeap) {
     const LeapingTick tick;
     std::uint32_t status = 0;
     bool identified = true;

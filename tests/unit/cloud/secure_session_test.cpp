@@ -18,7 +18,7 @@ protected:
         ASSERT_EQ(from_relay_.size(), 4u);
     }
     static Bytes Seal(const Bytes& plain) { return BytesOf(CloudSecSeal(PacketFrom(plain))); }
-    // The packet inside, or nothing; one that is refused is still what it was.
+    // The packet inside, or nothing. A packet that is refused stays unchanged.
     static Bytes Open(const Bytes& sealed) {
         PacketPtr packet = PacketFrom(sealed);
         const bool opened = CloudSecOpen(&cloud_session, packet);
@@ -44,7 +44,7 @@ protected:
 
 // --- vectors ---
 
-TEST_F(SecureSession, EveryPacketIsThatOfTheVectors) {
+TEST_F(SecureSession, EveryPacketMatchesTheVectors) {
     for (const SecureVector& vector : SecureVectors()) {
         SCOPED_TRACE(vector.name);
         ASSERT_TRUE(Establish(vector));
@@ -67,7 +67,7 @@ TEST_F(SecureSession, EveryPacketIsThatOfTheVectors) {
     }
 }
 
-TEST_F(SecureSession, NonceTakesTheCounterFromItsFifthByteOn) {
+TEST_F(SecureSession, NonceHasTheCounterFromItsFifthByteOn) {
     Secret<32> salt;
     std::fill(salt.begin(), salt.end(), std::uint8_t{0xA5});
     const Bytes zero(12, 0xA5);
@@ -102,8 +102,8 @@ TEST_F(SecureSession, FirstMessageIsNeverSealed) {
     EXPECT_EQ(cloud_session.txCounter, 0u);
 }
 
-// Deliberate: better in clear text than not at all.
-TEST_F(SecureSession, PacketThatCannotBeSealedGoesOutAsItIs) {
+// Deliberate: better unsealed than not at all.
+TEST_F(SecureSession, PacketThatCannotBeSealedIsSentUnsealed) {
     const SealedVector& first = vector_.packets[0];
     for (int attempt = 0; attempt < 2; ++attempt) {
         LogCapture log;
@@ -187,7 +187,7 @@ TEST_F(SecureSession, ShortestInnerPacketIsAHeader) {
     EXPECT_EQ(Open(FromRelay(header)), header);
 }
 
-TEST_F(SecureSession, EveryBitBehindTheHeaderCounts) {
+TEST_F(SecureSession, PacketWithAnyBitAfterTheHeaderFlippedIsRefused) {
     const SealedVector& first = *from_relay_[0];
     for (std::size_t bit = std::size_t{8} * 8; bit < first.sealed.size() * 8; ++bit) {
         Bytes flipped = first.sealed;
@@ -198,8 +198,8 @@ TEST_F(SecureSession, EveryBitBehindTheHeaderCounts) {
     EXPECT_EQ(Open(first.sealed), first.plain);
 }
 
-// A carrier that finds another length hands over that many bytes, or none at all.
-TEST_F(SecureSession, EveryBitOfTheLengthCounts) {
+// A carrier that reads another length delivers that many bytes, or none.
+TEST_F(SecureSession, PacketWithAnyBitOfTheLengthFlippedIsRefused) {
     const SealedVector& first = *from_relay_[0];
     const auto length = static_cast<std::uint32_t>(first.sealed.size());
     for (unsigned bit = 0; bit < 32; ++bit) {
@@ -222,7 +222,7 @@ TEST_F(SecureSession, ReplayedPacketIsRefused) {
         EXPECT_EQ(Open(packet->sealed), Bytes());
 }
 
-TEST_F(SecureSession, PacketThatComesEarlyIsRefusedUntilItsTurn) {
+TEST_F(SecureSession, EarlyPacketIsRefusedUntilItsTurn) {
     for (std::size_t i = 0; i + 1 < from_relay_.size(); ++i) {
         SCOPED_TRACE(i);
         EXPECT_EQ(Open(from_relay_[i + 1]->sealed), Bytes());
@@ -230,7 +230,7 @@ TEST_F(SecureSession, PacketThatComesEarlyIsRefusedUntilItsTurn) {
     }
 }
 
-TEST_F(SecureSession, DroppedPacketEndsWhatCanBeOpened) {
+TEST_F(SecureSession, NothingIsOpenedAfterADroppedPacket) {
     for (std::size_t dropped = 0; dropped < from_relay_.size(); ++dropped) {
         SCOPED_TRACE(dropped);
         ASSERT_TRUE(Establish(vector_));
@@ -245,12 +245,12 @@ TEST_F(SecureSession, OwnPacketIsRefused) {
     EXPECT_EQ(Open(Seal(vector_.packets[1].plain)), Bytes());
 }
 
-TEST_F(SecureSession, WelcomeDoesNotCount) {
+TEST_F(SecureSession, WelcomeDoesNotAdvanceTheCounter) {
     EXPECT_EQ(from_relay_[0]->counter, 0u);
     EXPECT_EQ(Open(from_relay_[0]->sealed), from_relay_[0]->plain);
 }
 
-TEST_F(SecureSession, PacketIsRefusedWhenMemoryIsOut) {
+TEST_F(SecureSession, PacketIsRefusedWithoutMemory) {
     PacketPtr packet = PacketFrom(from_relay_[0]->sealed);
     bool opened = true;
     {

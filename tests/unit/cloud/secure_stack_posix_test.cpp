@@ -1,5 +1,5 @@
-// What a handshake leaves on its stack. Only a thread on a stack of the test's own can tell, and
-// only POSIX threads take one.
+// What a handshake leaves on its stack. To look at it, the test runs a thread on a stack of its
+// own, which only POSIX threads allow.
 #include <pthread.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ protected:
         Bytes nhs2;
         bool done;
     };
-    // Well below what the end of a thread writes over.
+    // Far below what the end of a thread overwrites.
     [[gnu::noinline]] static bool HandshakeFurtherDown(SecureStack* test, const Bytes& nhs2) {
         volatile std::uint8_t room[1 << 16];
         room[0] = 0;
@@ -41,7 +41,7 @@ protected:
         EXPECT_EQ(pthread_attr_destroy(&attributes), 0);
         return call.done;
     }
-    // In the order of their bytes, or from the last.
+    // In the order of its bytes, or reversed.
     static bool Holds(const Bytes& stack, const Bytes& secret) {
         return std::search(stack.begin(), stack.end(), secret.begin(), secret.end()) !=
                    stack.end() ||
@@ -58,7 +58,7 @@ protected:
         EXPECT_FALSE(Holds(stack, vector_.tx_key));
         EXPECT_FALSE(Holds(stack, vector_.rx_key));
         EXPECT_FALSE(Holds(stack, vector_.nonce_salt));
-        // The search works: this was copied across it, and is no secret.
+        // The search works: this passes through the stack too, and is not secret.
         EXPECT_TRUE(Holds(stack, vector_.device_ephemeral_public_key));
     }
 };
