@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "commands.h"
+#include "control/commands.h"
 #include "host.h"
 
 namespace brennix::test {

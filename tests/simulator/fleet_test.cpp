@@ -7,9 +7,9 @@
 #include <sstream>
 
 #include "host.h"
-#include "json_reader.h"
-#include "request.h"
-#include "vehicle_file.h"
+#include "protocol/request.h"
+#include "vehicle_file/json_reader.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 namespace {

@@ -11,12 +11,12 @@
 #include <algorithm>
 #include <future>
 
-#include "commands.h"
-#include "control_server.h"
-#include "event_loop.h"
-#include "request.h"
-#include "simulator.h"
-#include "vehicle_file.h"
+#include "control/commands.h"
+#include "control/control_server.h"
+#include "dongle/simulator.h"
+#include "process/event_loop.h"
+#include "protocol/request.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 

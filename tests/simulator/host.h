@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "dongle.h"
-#include "wire.h"
+#include "dongle/dongle.h"
+#include "protocol/wire.h"
 
 namespace brennix::test {
 

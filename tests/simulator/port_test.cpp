@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "host.h"
-#include "request.h"
+#include "protocol/request.h"
 
 namespace brennix::test {
 namespace {

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "byte_pattern.h"
 #include "host.h"
-#include "json_reader.h"
-#include "raw_traffic.h"
-#include "vehicle_file.h"
+#include "vehicle/byte_pattern.h"
+#include "vehicle/raw_traffic.h"
+#include "vehicle_file/json_reader.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 namespace {

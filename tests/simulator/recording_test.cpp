@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "host.h"
-#include "recording.h"
+#include "replay/recording.h"
 
 namespace brennix::test {
 namespace {

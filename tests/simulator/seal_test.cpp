@@ -5,7 +5,7 @@
 #include <array>
 
 #include "host.h"
-#include "seal.h"
+#include "protocol/seal.h"
 
 namespace brennix::test {
 namespace {

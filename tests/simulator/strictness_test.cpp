@@ -4,11 +4,11 @@
 
 #include <functional>
 
-#include "fragments.h"
 #include "host.h"
-#include "packet_check.h"
-#include "request.h"
-#include "stream_cutter.h"
+#include "protocol/fragments.h"
+#include "protocol/packet_check.h"
+#include "protocol/request.h"
+#include "protocol/stream_cutter.h"
 
 namespace brennix::test {
 namespace {

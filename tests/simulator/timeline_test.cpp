@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "host.h"
-#include "json_reader.h"
-#include "vehicle_file.h"
+#include "vehicle_file/json_reader.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "vehicle.h"
-#include "vehicle_file.h"
+#include "vehicle/vehicle.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 namespace {

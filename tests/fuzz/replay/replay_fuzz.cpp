@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "recording.h"
-#include "trace_reader.h"
+#include "replay/recording.h"
+#include "replay/trace_reader.h"
 
 using namespace brennix;
 

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "json_reader.h"
-#include "vehicle_file.h"
+#include "vehicle_file/json_reader.h"
+#include "vehicle_file/vehicle_file.h"
 
 using namespace brennix;
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <optional>
 
-#include "words.h"
+#include "control/words.h"
 
 namespace brennix {
 

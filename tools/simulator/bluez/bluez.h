@@ -14,7 +14,7 @@
 #include "bluez/bus.h"
 #include "bluez/device.h"
 #include "bluez/second_adapter.h"
-#include "radio/line_socket.h"
+#include "sockets/line_socket.h"
 
 namespace brennix {
 

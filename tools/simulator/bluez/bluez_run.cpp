@@ -1,6 +1,6 @@
 #include "bluez/bluez_run.h"
 
-#include "command_table.h"
+#include "control/command_table.h"
 
 namespace brennix {
 

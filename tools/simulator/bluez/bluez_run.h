@@ -8,9 +8,9 @@
 
 #include "bluez/bluez.h"
 #include "bluez/private_bus.h"
-#include "command_run.h"
-#include "control_server.h"
-#include "record.h"
+#include "control/control_server.h"
+#include "process/command_run.h"
+#include "record/record.h"
 
 namespace brennix {
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "event_loop.h"
+#include "process/event_loop.h"
 
 namespace brennix {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "words.h"
+#include "control/words.h"
 
 namespace brennix {
 

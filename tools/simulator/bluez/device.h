@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "bluez/bus_object.h"
-#include "wire.h"
+#include "protocol/wire.h"
 
 namespace brennix {
 

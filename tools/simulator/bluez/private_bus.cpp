@@ -8,7 +8,7 @@
 #include <array>
 #include <stdexcept>
 
-#include "process.h"
+#include "process/process.h"
 
 namespace brennix {
 

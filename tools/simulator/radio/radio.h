@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "radio/line_socket.h"
+#include "dongle/simulator.h"
 #include "radio/radio_settings.h"
-#include "relay/listener.h"
-#include "simulator.h"
+#include "sockets/line_socket.h"
+#include "sockets/listener.h"
 
 namespace brennix {
 

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "command_table.h"
+#include "control/command_table.h"
 
 namespace brennix {
 

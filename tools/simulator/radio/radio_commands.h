@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "commands.h"
+#include "control/commands.h"
 #include "radio/radio.h"
 
 namespace brennix {

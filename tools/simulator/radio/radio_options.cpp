@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "commands.h"
+#include "control/commands.h"
 #include "radio/radio_commands.h"
 
 namespace brennix {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "ready_file.h"
-#include "vehicle_file.h"
+#include "process/ready_file.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix {
 

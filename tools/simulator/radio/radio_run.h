@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "command_run.h"
-#include "control_server.h"
+#include "control/control_server.h"
+#include "process/command_run.h"
 #include "radio/radio.h"
 #include "radio/radio_commands.h"
 #include "radio/radio_options.h"

@@ -1,6 +1,6 @@
 #include "radio/radio_settings.h"
 
-#include "json_reader.h"
+#include "vehicle_file/json_reader.h"
 
 namespace brennix {
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "wire.h"
+#include "protocol/wire.h"
 
 namespace brennix {
 

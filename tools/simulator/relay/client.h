@@ -9,14 +9,14 @@
 #include <set>
 #include <string>
 
-#include "event_loop.h"
-#include "fragments.h"
-#include "record.h"
+#include "process/event_loop.h"
+#include "protocol/fragments.h"
+#include "record/record.h"
 #include "relay/faults.h"
 #include "relay/secure_channel.h"
 #include "relay/settings.h"
-#include "relay/stream_socket.h"
 #include "relay/websocket.h"
+#include "sockets/stream_socket.h"
 
 namespace brennix {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "record_commands.h"
-#include "words.h"
+#include "control/record_commands.h"
+#include "control/words.h"
 
 namespace brennix {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "wire.h"
+#include "protocol/wire.h"
 
 namespace brennix {
 

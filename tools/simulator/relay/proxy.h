@@ -10,8 +10,8 @@
 #include <string>
 
 #include "relay/http_head.h"
-#include "relay/listener.h"
-#include "relay/stream_socket.h"
+#include "sockets/listener.h"
+#include "sockets/stream_socket.h"
 
 namespace brennix {
 

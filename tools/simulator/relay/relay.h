@@ -6,14 +6,14 @@
 #include <memory>
 #include <vector>
 
-#include "record.h"
+#include "dongle/simulator.h"
+#include "record/record.h"
 #include "relay/certificate.h"
 #include "relay/client.h"
 #include "relay/faults.h"
-#include "relay/listener.h"
 #include "relay/proxy.h"
 #include "relay/settings.h"
-#include "simulator.h"
+#include "sockets/listener.h"
 
 namespace brennix {
 

@@ -2,9 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "command_table.h"
-#include "vehicle_file.h"
-#include "words.h"
+#include "control/command_table.h"
+#include "control/words.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix {
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "commands.h"
-#include "record_commands.h"
+#include "control/commands.h"
+#include "control/record_commands.h"
 #include "relay/relay.h"
 
 namespace brennix {

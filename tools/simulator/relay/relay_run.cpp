@@ -8,9 +8,9 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "ready_file.h"
+#include "process/ready_file.h"
 #include "relay/key_file.h"
-#include "vehicle_file.h"
+#include "vehicle_file/vehicle_file.h"
 
 namespace brennix {
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "command_run.h"
-#include "control_server.h"
+#include "control/control_server.h"
+#include "process/command_run.h"
 #include "relay/relay.h"
 #include "relay/relay_commands.h"
 #include "relay/relay_options.h"

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "wire.h"
+#include "protocol/wire.h"
 
 namespace brennix {
 

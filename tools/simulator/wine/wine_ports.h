@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "helper_process.h"
-#include "port_listing.h"
+#include "ports/port_listing.h"
+#include "process/helper_process.h"
 
 namespace brennix {
 

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "process.h"
+#include "process/process.h"
 
 namespace brennix {
 

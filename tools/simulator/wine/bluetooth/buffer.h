@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "object.h"
+#include "wine/bluetooth/object.h"
 
 namespace brennix {
 

@@ -1,4 +1,4 @@
-#include "delegate.h"
+#include "wine/bluetooth/delegate.h"
 
 namespace brennix {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "lock.h"
-#include "object.h"
-#include "task_thread.h"
+#include "wine/bluetooth/lock.h"
+#include "wine/bluetooth/object.h"
+#include "wine/bluetooth/task_thread.h"
 
 namespace brennix {
 

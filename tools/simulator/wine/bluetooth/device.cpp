@@ -1,9 +1,9 @@
-#include "device.h"
+#include "wine/bluetooth/device.h"
 
-#include "delegate.h"
-#include "gatt.h"
-#include "link.h"
-#include "operation.h"
+#include "wine/bluetooth/delegate.h"
+#include "wine/bluetooth/gatt.h"
+#include "wine/bluetooth/link.h"
+#include "wine/bluetooth/operation.h"
 
 namespace brennix {
 

@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "object.h"
+#include "wine/bluetooth/object.h"
 
 namespace brennix {
 

@@ -1,10 +1,10 @@
-#include "gatt.h"
+#include "wine/bluetooth/gatt.h"
 
 #include <memory>
 #include <sstream>
 
-#include "buffer.h"
-#include "radio_client.h"
+#include "wine/bluetooth/buffer.h"
+#include "wine/bluetooth/radio_client.h"
 
 namespace brennix {
 

@@ -2,8 +2,8 @@
 
 #pragma once
 
-#include "link.h"
-#include "operation.h"
+#include "wine/bluetooth/link.h"
+#include "wine/bluetooth/operation.h"
 
 namespace brennix {
 

@@ -13,11 +13,11 @@
 #include <cstring>
 #include <string>
 
-#include "device.h"
-#include "link.h"
-#include "radio_client.h"
-#include "task_thread.h"
-#include "watcher.h"
+#include "wine/bluetooth/device.h"
+#include "wine/bluetooth/link.h"
+#include "wine/bluetooth/radio_client.h"
+#include "wine/bluetooth/task_thread.h"
+#include "wine/bluetooth/watcher.h"
 
 namespace brennix {
 

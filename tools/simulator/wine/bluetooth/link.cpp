@@ -1,10 +1,10 @@
-#include "link.h"
+#include "wine/bluetooth/link.h"
 
 #include <map>
 #include <memory>
 #include <optional>
 
-#include "radio_client.h"
+#include "wine/bluetooth/radio_client.h"
 
 namespace brennix {
 

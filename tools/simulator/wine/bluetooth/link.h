@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "lock.h"
+#include "wine/bluetooth/lock.h"
 
 namespace brennix {
 

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "interfaces.h"
-#include "rules.h"
+#include "wine/bluetooth/interfaces.h"
+#include "wine/bluetooth/rules.h"
 
 namespace brennix {
 

@@ -1,4 +1,4 @@
-#include "operation.h"
+#include "wine/bluetooth/operation.h"
 
 #include <atomic>
 

@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "delegate.h"
+#include "wine/bluetooth/delegate.h"
 
 namespace brennix {
 

@@ -1,4 +1,4 @@
-#include "radio_client.h"
+#include "wine/bluetooth/radio_client.h"
 
 #include <ws2tcpip.h>
 

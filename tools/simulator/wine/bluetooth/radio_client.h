@@ -11,7 +11,7 @@
 #include <optional>
 #include <string>
 
-#include "lock.h"
+#include "wine/bluetooth/lock.h"
 
 namespace brennix {
 

@@ -1,4 +1,4 @@
-#include "rules.h"
+#include "wine/bluetooth/rules.h"
 
 #include <objbase.h>
 
@@ -6,9 +6,9 @@
 #include <sstream>
 #include <vector>
 
-#include "interfaces.h"
-#include "lock.h"
-#include "radio_client.h"
+#include "wine/bluetooth/interfaces.h"
+#include "wine/bluetooth/lock.h"
+#include "wine/bluetooth/radio_client.h"
 
 namespace brennix {
 

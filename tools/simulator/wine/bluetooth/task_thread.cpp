@@ -1,4 +1,4 @@
-#include "task_thread.h"
+#include "wine/bluetooth/task_thread.h"
 
 #include <windows.h>
 

@@ -5,7 +5,7 @@
 #include <deque>
 #include <functional>
 
-#include "lock.h"
+#include "wine/bluetooth/lock.h"
 
 namespace brennix {
 

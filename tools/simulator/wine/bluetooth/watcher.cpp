@@ -1,12 +1,12 @@
-#include "watcher.h"
+#include "wine/bluetooth/watcher.h"
 
 #include <memory>
 #include <set>
 
-#include "buffer.h"
-#include "delegate.h"
-#include "link.h"
-#include "radio_client.h"
+#include "wine/bluetooth/buffer.h"
+#include "wine/bluetooth/delegate.h"
+#include "wine/bluetooth/link.h"
+#include "wine/bluetooth/radio_client.h"
 
 namespace brennix {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "object.h"
+#include "wine/bluetooth/object.h"
 
 namespace brennix {
 

@@ -1,0 +1,15 @@
+// The "raw" command of the control channel.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "dongle/dongle.h"
+
+namespace brennix {
+
+// `rest`: the words behind "raw". Returns what stands behind "ok"; throws UsageError or JsonError.
+std::string RunRawCommand(Dongle* dongle, std::string_view rest);
+
+}  // namespace brennix

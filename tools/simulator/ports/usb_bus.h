@@ -1,0 +1,21 @@
+// The mocked USB bus: the helper process that keeps it.
+
+#pragma once
+
+#include <string>
+
+namespace brennix {
+
+struct UsbIdentity {
+    std::string vendor = "303a";
+    std::string product = "1001";
+    std::string serial = "1";
+};
+
+// Started with this argument alone, the program serves the bus.
+constexpr const char* kUsbBusArgument = "--serve-usb-bus";
+
+// Serves lines from standard input until it ends. Returns the exit code.
+int ServeUsbBus();
+
+}  // namespace brennix

@@ -1,0 +1,19 @@
+// The fields of a packet by name, for the record.
+
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+
+#include "protocol/wire.h"
+
+namespace brennix {
+
+// "7E0", "18DAF110"
+std::string CanIdText(std::uint32_t id);
+
+// Ids and bytes as hex text, counts and times as numbers. A packet too short for its fields, or of
+// a type without any, gives an empty object.
+nlohmann::ordered_json DescribePacket(ByteSpan packet);
+
+}  // namespace brennix

@@ -1,0 +1,106 @@
+// A vehicle as a trace shows it: which request got which answer, and when.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "protocol/request.h"
+#include "replay/trace_reader.h"
+#include "vehicle/raw_traffic.h"
+#include "vehicle/timeline.h"
+
+namespace brennix {
+
+// One control unit's part of the answer of many.
+struct RecordedEntry {
+    std::optional<std::uint32_t> response_id;  // none: the request did not have this position
+    std::uint32_t position = 0;                // in the request
+    Bytes data;
+};
+
+// What the dongle sent for one request.
+struct RecordedPacket {
+    enum class Kind { kBusy, kAnswer, kMultiAnswer };
+
+    Kind kind = Kind::kAnswer;
+    std::uint32_t at_ms = 0;             // after the request
+    std::uint32_t wait_time = 0;         // kAnswer
+    Bytes data;                          // kAnswer: the response; kBusy: the reason
+    std::vector<RecordedEntry> entries;  // kMultiAnswer
+    bool is_cut = false;                 // there were more entries
+};
+
+struct RecordedExchange {
+    std::size_t line = 0;  // of the trace
+    bool is_multi = false;
+    std::uint32_t request_id = 0;   // physical CAN id; in multi form the functional one
+    std::uint32_t response_id = 0;  // single form
+    std::size_t size = 0;           // of the request
+    Bytes data;                     // all of it, or as much of its beginning as the trace has
+    std::vector<RecordedPacket> packets;
+
+    bool Matches(const Request& request) const;
+    std::string Describe() const;
+};
+
+struct Recording {
+    std::vector<RecordedExchange> exchanges;  // in the order of the trace
+    std::vector<TimedFrame> frames;
+    std::vector<TimelineEvent> telemetry;
+
+    std::size_t lines = 0;
+    std::vector<std::size_t> damaged_lines;
+    std::vector<std::size_t> unknown_lines;
+    std::vector<std::size_t> cut_answers;      // lines of answers that the trace has only a part of
+    std::vector<std::size_t> strange_answers;  // lines of answers without a request
+
+    bool IsEmpty() const { return exchanges.empty() && frames.empty() && telemetry.empty(); }
+    // What another process did afterwards; its reports of damage are left behind.
+    void Append(Recording next);
+    // One line: what was found, and how much was left out.
+    std::string Summary() const;
+};
+
+struct RecordingOptions {
+    double speed = 1;                  // 2: twice as fast; 0: no waiting at all
+    std::optional<std::uint8_t> fill;  // for the bytes that a cut answer lacks; none: no answer
+};
+
+Recording MakeRecording(const TraceText& trace, const RecordingOptions& options);
+// Throws std::runtime_error when the file cannot be read or has nothing to play.
+Recording LoadRecording(const std::string& path, const RecordingOptions& options);
+
+// Gives each request its answers: in recorded order, the last one again and again.
+class RecordingPlayer {
+public:
+    explicit RecordingPlayer(const Recording* recording);
+
+    // Null: the trace does not know the request.
+    const RecordedExchange* Next(const Request& request);
+    void Rewind();
+
+    std::size_t Played() const { return played_; }
+    std::size_t Unknown() const { return unknown_; }
+
+private:
+    struct Series {
+        std::vector<const RecordedExchange*> exchanges;
+        std::size_t next = 0;
+    };
+
+    // Series whose requests begin alike.
+    std::map<std::string, std::vector<Series>> series_;
+    std::size_t played_ = 0;
+    std::size_t unknown_ = 0;
+};
+
+// The recorded packet as the answer to `request`: with its id, and positions in it.
+Bytes MakeRecorded(const RecordedPacket& recorded, const Request& request);
+
+// "7E0 to 7E8: 22F190", "functional 7DF: 22F190"
+std::string DescribeAsked(const Request& request);
+
+}  // namespace brennix

@@ -1,0 +1,80 @@
+// What happens at the dongle by itself: scripted values and packets, counted from the host's SYNC,
+// and telemetry from time to time.
+
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "process/timed_list.h"
+#include "protocol/wire.h"
+
+namespace brennix {
+
+struct Power {
+    std::uint32_t battery_mv = 13'800;
+    bool ignition = true;
+
+    bool operator==(const Power&) const = default;
+};
+
+// Everything that is there happens at that time.
+struct TimelineEvent {
+    std::uint32_t at_ms = 0;
+    std::optional<std::uint32_t> battery_mv;
+    std::optional<bool> ignition;
+    Bytes packet;
+
+    bool ChangesPower() const { return battery_mv || ignition; }
+};
+
+struct TelemetrySetup {
+    std::uint32_t period_ms = 0;     // 0: none
+    std::vector<std::string> texts;  // one after the other; none: the dongle's own
+};
+
+struct TimelineSetup {
+    std::vector<TimelineEvent> events;  // in any order
+    TelemetrySetup telemetry;
+};
+
+class Timeline {
+public:
+    struct Handlers {
+        std::function<void(ByteSpan)> send;
+        std::function<void(const Power&)> power_changed;
+        std::function<std::string()> own_telemetry;
+    };
+
+    // `setup` is the dongle's and outlives this; Restart after changes.
+    Timeline(EventLoop* loop, const TimelineSetup* setup, Handlers handlers);
+    ~Timeline() { Stop(); }
+    Timeline(const Timeline&) = delete;
+    Timeline& operator=(const Timeline&) = delete;
+
+    void Start();  // does nothing when it runs
+    void Stop();   // values stay as they are
+    void Restart();
+    // Changes of the telemetry's set-up count from now on; the events go on.
+    void RestartTelemetry();
+
+    const Power& CurrentPower() const { return power_; }
+    void SetPower(const Power& power);
+    void SendTelemetry();
+
+private:
+    void Happen(const TimelineEvent& event);
+    void ScheduleTelemetry();
+
+    EventLoop* loop_;
+    const TimelineSetup* setup_;
+    Handlers handlers_;
+    Power power_;
+    TimedList<TimelineEvent> events_;
+    EventLoop::TimerId telemetry_timer_;
+    std::uint64_t telemetry_number_ = 0;
+};
+
+}  // namespace brennix
