@@ -15,11 +15,23 @@
 
 namespace brennix::test {
 
-static Nonce WithCounter(Nonce nonce, std::uint64_t counter) {
+namespace {
+
+Nonce WithCounter(Nonce nonce, std::uint64_t counter) {
     for (std::size_t i = 0; i < 8; ++i)
         nonce[4 + i] ^= static_cast<std::uint8_t>(counter >> (8 * i));
     return nonce;
 }
+
+std::map<std::string, std::string> ReadPlaces(const std::string& file) {
+    std::map<std::string, std::string> places;
+    std::ifstream text(file);
+    for (std::string line; std::getline(text, line);)
+        places[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
+    return places;
+}
+
+}  // namespace
 
 Socket::Socket(const std::string& address) : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in target = {};
@@ -65,14 +77,6 @@ std::string Socket::ReadUntil(const std::string& end) {
         text.push_back(static_cast<char>(byte[0]));
     }
     return text;
-}
-
-static std::map<std::string, std::string> ReadPlaces(const std::string& file) {
-    std::map<std::string, std::string> places;
-    std::ifstream text(file);
-    for (std::string line; std::getline(text, line);)
-        places[line.substr(0, line.find('='))] = line.substr(line.find('=') + 1);
-    return places;
 }
 
 RunningRelay::RunningRelay(const std::vector<std::string>& faults, std::size_t dongles) {

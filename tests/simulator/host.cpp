@@ -20,25 +20,16 @@
 
 namespace brennix::test {
 
-std::string CarJson(const std::string& engine, const std::string& dongle) {
-    return R"({"dongle": {"name": "Test dongle", "mac": "02:00:00:00:00:07", "firmware": "9.8")" +
-           (dongle.empty() ? "" : ", " + dongle) + R"(},
-        "control_units": [
-            {"name": "engine", "request": "7E0", "response": "7E8", "functional": ["7DF"],
-             "data": {"F190": "VIN-OF-THE-ENGINE"})" +
-           (engine.empty() ? "" : ", " + engine) + R"(},
-            {"name": "abs", "request": "713", "response": "77D", "functional": ["7DF"],
-             "data": {"F190": "VIN-OF-THE-ABS"}}]})";
-}
+namespace {
 
-static std::vector<DongleSetup> ReadVehicles(const std::vector<std::string>& vehicles) {
+std::vector<DongleSetup> ReadVehicles(const std::vector<std::string>& vehicles) {
     std::vector<DongleSetup> setups;
     for (const std::string& vehicle : vehicles)
         setups.push_back(ReadVehicle(vehicle, "test vehicle"));
     return setups;
 }
 
-static void RunLoop(const std::vector<DongleSetup>& setups, std::promise<std::string>* address) {
+void RunLoop(const std::vector<DongleSetup>& setups, std::promise<std::string>* address) {
     EventLoop loop;
     Simulator simulator(&loop, 1000);
     for (const DongleSetup& setup : setups)
@@ -52,7 +43,7 @@ static void RunLoop(const std::vector<DongleSetup>& setups, std::promise<std::st
     loop.Run();
 }
 
-static int ConnectTo(const std::string& address) {
+int ConnectTo(const std::string& address) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in target = {};
     target.sin_family = AF_INET;
@@ -61,6 +52,32 @@ static int ConnectTo(const std::string& address) {
         htons(static_cast<std::uint16_t>(std::stoul(address.substr(address.rfind(':') + 1))));
     EXPECT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&target), sizeof target), 0);
     return fd;
+}
+
+Bytes Request(std::uint32_t functional, std::uint32_t physical, std::uint32_t response,
+              std::uint32_t timeout_ms, std::uint32_t id, std::size_t size) {
+    Bytes payload;
+    AppendU32(&payload, functional);
+    AppendU32(&payload, physical);
+    AppendU32(&payload, response);
+    AppendU32(&payload, timeout_ms);
+    AppendU16(&payload, static_cast<std::uint16_t>(size));
+    AppendU16(&payload, 0);
+    AppendU32(&payload, id);
+    return payload;
+}
+
+}  // namespace
+
+std::string CarJson(const std::string& engine, const std::string& dongle) {
+    return R"({"dongle": {"name": "Test dongle", "mac": "02:00:00:00:00:07", "firmware": "9.8")" +
+           (dongle.empty() ? "" : ", " + dongle) + R"(},
+        "control_units": [
+            {"name": "engine", "request": "7E0", "response": "7E8", "functional": ["7DF"],
+             "data": {"F190": "VIN-OF-THE-ENGINE"})" +
+           (engine.empty() ? "" : ", " + engine) + R"(},
+            {"name": "abs", "request": "713", "response": "77D", "functional": ["7DF"],
+             "data": {"F190": "VIN-OF-THE-ABS"}}]})";
 }
 
 RunningSimulator::RunningSimulator(const std::vector<std::string>& vehicles)
@@ -184,19 +201,6 @@ bool HostPort::IsAtEnd(int limit_ms) {
 Bytes Sync() { return MakePacket(type::kSync, {}); }
 
 Bytes Identify() { return MakePacket(type::kIden, {}); }
-
-static Bytes Request(std::uint32_t functional, std::uint32_t physical, std::uint32_t response,
-                     std::uint32_t timeout_ms, std::uint32_t id, std::size_t size) {
-    Bytes payload;
-    AppendU32(&payload, functional);
-    AppendU32(&payload, physical);
-    AppendU32(&payload, response);
-    AppendU32(&payload, timeout_ms);
-    AppendU16(&payload, static_cast<std::uint16_t>(size));
-    AppendU16(&payload, 0);
-    AppendU32(&payload, id);
-    return payload;
-}
 
 Bytes SingleRequest(std::uint32_t id, const Bytes& data, std::uint32_t request_id,
                     std::uint32_t response_id, std::uint32_t timeout_ms) {

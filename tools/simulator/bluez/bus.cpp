@@ -7,14 +7,18 @@
 
 namespace brennix {
 
-static constexpr const char* kOwnerChanges =
+namespace {
+
+constexpr const char* kOwnerChanges =
     "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
     "member='NameOwnerChanged'";
 
-static std::uint32_t EpollEvents(short events) {
+std::uint32_t EpollEvents(short events) {
     return ((events & POLLIN) != 0 ? EPOLLIN : 0u) |
            ((events & POLLOUT) != 0 ? static_cast<unsigned>(EPOLLOUT) : 0u);
 }
+
+}  // namespace
 
 Bus::Bus(EventLoop* loop, const std::string& address)
     : loop_(loop), connection_(sdbus::createSessionBusConnectionWithAddress(address)) {

@@ -4,13 +4,17 @@
 
 namespace brennix {
 
-static constexpr std::int16_t kRssi = -40;
+namespace {
 
-static BusObject::Method Refusing(const char* method, const char* error) {
+constexpr std::int16_t kRssi = -40;
+
+BusObject::Method Refusing(const char* method, const char* error) {
     return {method, "", "", [error](sdbus::MethodCall) {
                 throw sdbus::Error(error, "there is no radio behind this adapter");
             }};
 }
+
+}  // namespace
 
 SecondAdapter::SecondAdapter(sdbus::IConnection* connection, const std::string& path, bool powered,
                              const std::string& address)

@@ -13,10 +13,12 @@
 
 namespace brennix {
 
-// A line longer than this comes from something that is no test.
-static constexpr std::size_t kMaxLine = 1 << 20;
+namespace {
 
-static int Listen(std::uint16_t* port) {
+// A line longer than this comes from something that is no test.
+constexpr std::size_t kMaxLine = 1 << 20;
+
+int Listen(std::uint16_t* port) {
     const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     const int on = 1;
     ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
@@ -34,6 +36,8 @@ static int Listen(std::uint16_t* port) {
     *port = ntohs(address.sin_port);
     return fd;
 }
+
+}  // namespace
 
 ControlServer::ControlServer(EventLoop* loop, Record* record, Runner run, std::uint16_t port)
     : loop_(loop), record_(record), run_(std::move(run)), port_(port) {

@@ -4,16 +4,9 @@
 
 namespace brennix {
 
-CommandResult Ok(const std::string& text) { return {text.empty() ? "ok" : "ok " + text, {}}; }
+namespace {
 
-std::uint32_t TakeType(std::string_view* rest) {
-    const std::string_view word = TakeWord(rest);
-    const std::optional<std::uint32_t> type = ParseTypeName(word);
-    if (!type) throw UsageError("expected a packet type, found \"" + std::string(word) + "\"");
-    return *type;
-}
-
-static RecordFilter TakeFilter(std::optional<std::size_t> source, std::string_view rest) {
+RecordFilter TakeFilter(std::optional<std::size_t> source, std::string_view rest) {
     RecordFilter filter;
     filter.dongle = source;
     while (!rest.empty()) {
@@ -32,6 +25,17 @@ static RecordFilter TakeFilter(std::optional<std::size_t> source, std::string_vi
         }
     }
     return filter;
+}
+
+}  // namespace
+
+CommandResult Ok(const std::string& text) { return {text.empty() ? "ok" : "ok " + text, {}}; }
+
+std::uint32_t TakeType(std::string_view* rest) {
+    const std::string_view word = TakeWord(rest);
+    const std::optional<std::uint32_t> type = ParseTypeName(word);
+    if (!type) throw UsageError("expected a packet type, found \"" + std::string(word) + "\"");
+    return *type;
 }
 
 CommandResult RunRecordCommand(Record* record, std::optional<std::size_t> source,

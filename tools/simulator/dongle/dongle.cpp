@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "dongle/telemetry.h"
+#include "protocol/layout.h"
 #include "protocol/packet_check.h"
 
 namespace brennix {
@@ -14,6 +15,10 @@ namespace {
 
 // How long the dongle goes on waiting for a control unit that said "response pending".
 constexpr std::uint32_t kPendingLimitMs = 6000;
+
+// Between the id of a request and those that its answers carry on purpose instead.
+constexpr std::uint32_t kWrongIdOffset = 0x20000000;
+constexpr std::uint32_t kStrayIdOffset = 0x40000000;
 
 struct BusOutcome {
     std::uint32_t at_ms;
@@ -39,16 +44,16 @@ BusOutcome FirstAnswer(const std::vector<BusMessage>& messages, std::uint32_t re
 }  // namespace
 
 Bytes MakeLogin(const Identity& identity) {
-    Bytes payload(4, 0);
+    Bytes payload(logn::kMac - kHeaderSize, 0);
     AppendBytes(&payload, identity.mac);
-    payload.insert(payload.end(), 2, 0);
+    payload.resize(logn::kModel - kHeaderSize);
     AppendU32(&payload, identity.model);
-    payload.insert(payload.end(), 8, 0);
-    AppendText(&payload, identity.firmware, 32);
-    AppendText(&payload, identity.name, 32);
-    AppendText(&payload, identity.build_time, 16);
-    AppendText(&payload, identity.build_date, 16);
-    payload.insert(payload.end(), 64, 0);
+    payload.resize(logn::kFirmware - kHeaderSize);
+    AppendText(&payload, identity.firmware, logn::kFirmwareWidth);
+    AppendText(&payload, identity.name, logn::kNameWidth);
+    AppendText(&payload, identity.build_time, logn::kBuildWidth);
+    AppendText(&payload, identity.build_date, logn::kBuildWidth);
+    payload.resize(logn::kSize - kHeaderSize);
     return MakePacket(type::kLogn, payload);
 }
 
@@ -115,7 +120,7 @@ void Dongle::Receive(ByteSpan packet, std::uint64_t asker) {
 
 void Dongle::ForgetHost() {
     reassembler_.Reset();
-    open_pings_.clear();
+    open_pings_.Clear();
     raw_.Reset();
 }
 
@@ -175,7 +180,9 @@ void Dongle::Handle(ByteSpan packet) {
         case type::kRepl:
             return HandleReply(packet);
         case type::kTspr:
-            if (packet.size() >= 16) vehicle_.SetTesterPresent(LoadU32(packet.data() + 8));
+            if (packet.size() >= tspr::kMessage) {
+                vehicle_.SetTesterPresent(LoadU32(packet.data() + tspr::kPeriod));
+            }
             return;
         default:
             return;  // recorded; nothing to be said to it
@@ -228,12 +235,8 @@ void Dongle::HandleFragment(ByteSpan packet) {
 }
 
 void Dongle::HandleReply(ByteSpan packet) {
-    if (open_pings_.empty()) return Violation("REPL without a PING");
-    const Bytes expected = std::move(open_pings_.front());
-    open_pings_.pop_front();
-    const ByteSpan payload = PacketPayload(packet);
-    if (!std::equal(payload.begin(), payload.end(), expected.begin(), expected.end())) {
-        Violation("REPL with payload " + ToHex(payload) + ", PING had " + ToHex(expected));
+    if (std::string wrong = open_pings_.CheckReply(packet); !wrong.empty()) {
+        Violation(std::move(wrong));
     }
 }
 
@@ -376,10 +379,10 @@ void Dongle::Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Be
         // What is answered at once was not waited for, however busy the machine is.
         const auto waited_ms = after_ms == 0 ? 0 : static_cast<std::uint32_t>(waited.count());
         for (std::uint32_t i = 0; i < behaviour.stray.value_or(0); ++i) {
-            SendAnswer(make(request_id + 0x40000000 + i, waited_ms), behaviour);
+            SendAnswer(make(request_id + kStrayIdOffset + i, waited_ms), behaviour);
         }
         const std::uint32_t answer_id =
-            behaviour.wrong_id.value_or(false) ? request_id + 0x20000000 : request_id;
+            behaviour.wrong_id.value_or(false) ? request_id + kWrongIdOffset : request_id;
         const Bytes packet = make(answer_id, waited_ms);
         for (std::uint32_t i = 0; i <= behaviour.duplicate.value_or(0); ++i) {
             SendAnswer(packet, behaviour);
@@ -416,7 +419,7 @@ void Dongle::SendRawFrames(std::span<const RawFrame> frames) {
 }
 
 void Dongle::SendPing(ByteSpan payload) {
-    open_pings_.emplace_back(payload.begin(), payload.end());
+    open_pings_.Add(payload);
     SendPacket(MakePacket(type::kPing, payload));
 }
 

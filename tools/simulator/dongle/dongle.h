@@ -12,6 +12,7 @@
 #include "ports/pty.h"
 #include "process/event_loop.h"
 #include "protocol/fragments.h"
+#include "protocol/open_pings.h"
 #include "protocol/request.h"
 #include "protocol/seal.h"
 #include "protocol/stream_cutter.h"
@@ -157,8 +158,8 @@ private:
     Reassembler reassembler_;
     std::deque<std::pair<std::uint32_t, Behaviour>> queued_;
     std::multiset<std::uint32_t> in_flight_;  // request ids not answered yet
-    std::deque<Bytes> open_pings_;            // payloads of PINGs that no REPL came to
-    bool is_new_host_ = true;                 // since the last SYNC
+    OpenPings open_pings_;
+    bool is_new_host_ = true;  // since the last SYNC
     std::uint64_t power_cycle_ = 0;
     Clock::time_point powered_since_;
     std::uint64_t violations_ = 0;

@@ -10,9 +10,13 @@
 
 namespace brennix {
 
-static int ExitCode(int status) {
+namespace {
+
+int ExitCode(int status) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
+
+}  // namespace
 
 CommandRun::CommandRun(EventLoop* loop) : loop_(loop) {
     sigset_t set;

@@ -12,8 +12,9 @@ extern char** environ;
 
 namespace brennix {
 
-static std::vector<std::string> MergedEnvironment(
-    const std::map<std::string, std::string>& changes) {
+namespace {
+
+std::vector<std::string> MergedEnvironment(const std::map<std::string, std::string>& changes) {
     std::vector<std::string> merged;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
@@ -25,13 +26,15 @@ static std::vector<std::string> MergedEnvironment(
     return merged;
 }
 
-static std::vector<char*> Pointers(std::vector<std::string>& texts) {
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
 }
+
+}  // namespace
 
 pid_t StartProcess(const std::vector<std::string>& command,
                    const std::map<std::string, std::string>& environment,

@@ -6,11 +6,17 @@
 
 namespace brennix {
 
-void WriteReadyFile(const std::string& path, const std::map<std::string, std::string>& places) {
+std::string PlacesText(const std::map<std::string, std::string>& places) {
+    std::string text;
+    for (const auto& [name, value] : places)
+        text += name + "=" + value + "\n";
+    return text;
+}
+
+void WriteReadyFile(const std::string& path, const std::string& text) {
     const std::string temporary = path + ".new";
     std::ofstream file(temporary);
-    for (const auto& [name, value] : places)
-        file << name << "=" << value << "\n";
+    file << text;
     file.close();
     if (!file) throw std::runtime_error(path + ": cannot be written");
     std::filesystem::rename(temporary, path);

@@ -1,4 +1,4 @@
-// A file that says to other programs where this one is reached.
+// A file that tells other programs where this one can be reached.
 
 #pragma once
 
@@ -7,7 +7,10 @@
 
 namespace brennix {
 
-// Lines "NAME=VALUE". Whoever waits for the file finds it complete. Throws std::runtime_error.
-void WriteReadyFile(const std::string& path, const std::map<std::string, std::string>& places);
+// Lines "NAME=VALUE".
+std::string PlacesText(const std::map<std::string, std::string>& places);
+
+// The file appears complete: programs may wait for it to exist. Throws std::runtime_error.
+void WriteReadyFile(const std::string& path, const std::string& text);
 
 }  // namespace brennix

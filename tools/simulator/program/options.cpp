@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <string_view>
 
 #include "control/commands.h"
 #include "ports/usb_mock.h"
@@ -11,6 +10,8 @@
 namespace brennix {
 
 namespace {
+
+constexpr int kMaxDongles = 64;
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -66,7 +67,7 @@ void CheckPortNames(const Options& options) {
 }
 
 void CheckCounts(const Options& options) {
-    const std::size_t dongles = options.DongleCount();
+    const std::size_t dongles = std::max<std::size_t>(options.DongleCount(), 1);
     for (const auto* names : {&options.links, &options.usb_ports, &options.wine_ports}) {
         if (names->size() > dongles) {
             throw CLI::ValidationError(names->back(),
@@ -97,6 +98,21 @@ void AddReplay(CLI::App* app, Options* options) {
         ->check(CLI::Range(0, 255));
 }
 
+void AddPorts(CLI::App* app, Options* options) {
+    const auto add = [app](const char* name, std::vector<std::string>* names, const char* form,
+                           const char* purpose) {
+        app->add_option(name, *names, purpose)->type_name(form)->expected(1)->take_all();
+    };
+    add("--usb", &options->usb_ports, "ttyACMn",
+        "mocked USB serial port (Linux); repeat for the next dongle");
+    add("--wine", &options->wine_ports, "COMn", "COM port under Wine; repeat for the next dongle");
+    app->add_option("--wine-helper", options->wine_helper, "path of wine_port.exe")
+        ->type_name("FILE");
+    add("--link", &options->links, "PATH", "symbolic link to the port; repeat for the next dongle");
+    add("--foreign", &options->foreign_ports, "NAME",
+        "a serial port that is not a dongle and never answers");
+}
+
 void CheckVehicles(const Options& options) {
     if (options.vehicles.empty() && options.traces.empty()) {
         throw CLI::RequiredError("--vehicle or a trace to replay");
@@ -113,71 +129,29 @@ std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
     app.footer(kExamples + Commands::Help() + kEnvironment);
     app.get_formatter()->column_width(34);
 
-    app.add_option("--vehicle", options.vehicles, "vehicle file (JSON); again: another dongle")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--dongles", options.dongles,
-                   "number of dongles; the last vehicle stands behind those that have none")
-        ->type_name("N")
-        ->check(CLI::Range(1, 64));
+    AddVehicleOptions(&app, &options, kMaxDongles);
     app.add_flag("--check", options.check_only, "read the files, say what is in them, end");
     AddReplay(&app, &options);
 
-    app.add_option("--usb", options.usb_ports, "mocked USB serial port (Linux); again: next dongle")
-        ->type_name("ttyACMn")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--wine", options.wine_ports, "COM port under Wine; again: next dongle")
-        ->type_name("COMn")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--wine-helper", options.wine_helper, "path of wine_port.exe")
-        ->type_name("FILE");
-    app.add_option("--link", options.links, "symbolic link to the port; again: next dongle")
-        ->type_name("PATH")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--foreign", options.foreign_ports,
-                   "a serial port that is no dongle and does not answer")
-        ->type_name("NAME")
-        ->expected(1)
-        ->take_all();
-    app.add_flag("--unplugged", options.unplugged, "start with all dongles pulled out");
+    AddPorts(&app, &options);
+    app.add_flag("--unplugged", options.unplugged, "start with all dongles unplugged");
 
-    app.add_option("--control", options.control_port, "TCP port of the control channel")
-        ->type_name("PORT");
-    app.add_option("--ready-file", options.ready_file,
-                   "written once all ports are there: control address, ports")
-        ->type_name("PATH");
-    app.add_option("--record", options.record_file, "all traffic as JSON lines")->type_name("PATH");
-    app.add_option("--keep", options.keep, "entries kept in memory for record last")
-        ->type_name("N")
-        ->capture_default_str();
-    app.add_flag(
-        "--strict", options.strict,
-        "exit code 3 when the host broke the protocol or asked what a trace does not know");
+    AddControlOptions(
+        &app, &options, "written once all ports exist: control address, ports",
+        "exit code 3 if the host broke the protocol or sent a request that the trace lacks");
     app.add_option("--scratch", options.scratch,
                    "folder for the command's configuration (config) and temporary files (tmp)")
         ->type_name("FOLDER");
 
-    // What stands after "--" is the command, whatever it looks like.
-    char** const separator = std::find_if(
-        argv, argv + argc, [](const char* word) { return std::string_view(word) == "--"; });
-    if (separator != argv + argc) options.command.assign(separator + 1, argv + argc);
-    try {
-        app.parse(static_cast<int>(separator - argv), argv);
+    const auto check = [&options] {
         CheckVehicles(options);
         CheckPortNames(options);
         CheckCounts(options);
-        return options;
-    } catch (const CLI::Success& done) {
-        *exit_code = app.exit(done);
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "brennix-sim: %s (see --help)\n", error.what());
-        *exit_code = 1;
+    };
+    if (!ParseCommandLine(&app, argc, argv, "brennix-sim", &options, check, exit_code)) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return options;
 }
 
 }  // namespace brennix

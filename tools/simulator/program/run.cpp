@@ -5,16 +5,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
+#include "process/ready_file.h"
 #include "vehicle_file/vehicle_file.h"
 
 namespace brennix {
 
 namespace {
-
-constexpr int kViolationExitCode = 3;
 
 // A common USB serial converter, as found beside a dongle on many desks.
 const UsbIdentity kForeignIdentity = {"10c4", "ea60", "0001"};
@@ -63,9 +61,9 @@ SimulatorRun::~SimulatorRun() { simulator_.Log().FlushFile(); }
 // Several dongles from one file differ in their address.
 void SimulatorRun::AddDongles() {
     const std::shared_ptr<const Recording> recording = LoadTraces();
-    for (std::size_t i = 0; i < options_.DongleCount(); ++i) {
-        const std::size_t file =
-            std::min(i, std::max<std::size_t>(options_.vehicles.size(), 1) - 1);
+    const std::size_t count = std::max<std::size_t>(options_.DongleCount(), 1);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t file = options_.VehicleOf(i);
         DongleSetup setup;
         if (!options_.vehicles.empty()) setup = LoadVehicleFile(options_.vehicles[file]);
         setup.identity.mac[5] = static_cast<std::uint8_t>(setup.identity.mac[5] + (i - file));
@@ -155,19 +153,9 @@ std::string SimulatorRun::ReadyText() const {
     return text;
 }
 
-// Whoever waits for the file finds it complete.
-void SimulatorRun::WriteReadyFile() const {
-    const std::string temporary = options_.ready_file + ".new";
-    std::ofstream file(temporary);
-    file << ReadyText();
-    file.close();
-    if (!file) throw std::runtime_error(options_.ready_file + ": cannot be written");
-    std::filesystem::rename(temporary, options_.ready_file);
-}
-
 // A command's output is not mixed with the simulator's.
 void SimulatorRun::Announce() const {
-    if (!options_.ready_file.empty()) WriteReadyFile();
+    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, ReadyText());
     if (!options_.command.empty()) return;
     std::string text = ReadyText();
     if (usb_) {

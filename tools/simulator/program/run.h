@@ -36,7 +36,6 @@ private:
     void AddWinePort(std::size_t dongle, const std::string& name, const std::string& hardware_id);
     void PlugAll();
     void Announce() const;
-    void WriteReadyFile() const;
     void PrepareScratch();
     std::string ReadyText() const;
     std::map<std::string, std::string> CommandEnvironment() const;

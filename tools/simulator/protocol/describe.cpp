@@ -5,24 +5,22 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "protocol/layout.h"
+#include "protocol/raw_frame.h"
 #include "protocol/request.h"
 
 namespace brennix {
 
+namespace {
+
 using OrderedJson = nlohmann::ordered_json;
 
-std::string CanIdText(std::uint32_t id) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%03" PRIX32, id);
-    return text;
-}
-
-static std::string Text(ByteSpan field) {
+std::string Text(ByteSpan field) {
     const auto end = std::find(field.begin(), field.end(), 0);
     return {field.begin(), end};
 }
 
-static OrderedJson DescribeRequest(ByteSpan packet) {
+OrderedJson DescribeRequest(ByteSpan packet) {
     const std::optional<Request> request = ReadRequest(packet);
     if (!request) return OrderedJson::object();
     OrderedJson json;
@@ -45,25 +43,25 @@ static OrderedJson DescribeRequest(ByteSpan packet) {
     return json;
 }
 
-static OrderedJson DescribeMultiResponse(ByteSpan packet) {
+OrderedJson DescribeMultiResponse(ByteSpan packet) {
     OrderedJson entries = OrderedJson::array();
-    const std::uint32_t count = LoadU32(packet.data() + 12);
-    std::size_t at = 20;
-    for (std::uint32_t i = 0; i < count && packet.size() - at >= 8; ++i) {
-        const std::size_t length = LoadU32(packet.data() + at + 4);
-        if (length > packet.size() - at - 8) break;
-        entries.push_back(
-            {{"id", LoadU32(packet.data() + at)}, {"data", ToHex(packet.subspan(at + 8, length))}});
-        at = std::min(packet.size(), at + (8 + length + 7) / 8 * 8);
+    const std::uint32_t count = LoadU32(packet.data() + cres::kEntryCount);
+    std::size_t at = cres::kBody;
+    for (std::uint32_t i = 0; i < count && packet.size() - at >= cres::kEntryHead; ++i) {
+        const std::size_t length = LoadU32(packet.data() + at + cres::kEntryLength);
+        if (length > packet.size() - at - cres::kEntryHead) break;
+        entries.push_back({{"id", LoadU32(packet.data() + at + cres::kEntryId)},
+                           {"data", ToHex(packet.subspan(at + cres::kEntryHead, length))}});
+        at = std::min(packet.size(), at + Padded(cres::kEntryHead + length));
     }
     return entries;
 }
 
-static OrderedJson DescribeResponse(ByteSpan packet) {
+OrderedJson DescribeResponse(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 20) return json;
-    const std::uint32_t wait_time = LoadU32(packet.data() + 8);
-    json["request_id"] = LoadU32(packet.data() + 16);
+    if (packet.size() < cres::kBody) return json;
+    const std::uint32_t wait_time = LoadU32(packet.data() + cres::kWaitTime);
+    json["request_id"] = LoadU32(packet.data() + cres::kRequestId);
     if (wait_time == kMultiResponseMark) {
         json["form"] = "multi";
         json["entries"] = DescribeMultiResponse(packet);
@@ -75,57 +73,65 @@ static OrderedJson DescribeResponse(ByteSpan packet) {
     } else {
         json["wait_time"] = wait_time;
     }
-    json["data"] = ToHex(packet.subspan(20));
+    json["data"] = ToHex(packet.subspan(cres::kBody));
     return json;
 }
 
-static OrderedJson DescribeLogin(ByteSpan packet) {
+OrderedJson DescribeLogin(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 128) return json;
-    json["mac"] = ToHex(packet.subspan(12, 6));
-    json["model"] = LoadU32(packet.data() + 20);
-    json["firmware"] = Text(packet.subspan(32, 32));
-    json["name"] = Text(packet.subspan(64, 32));
-    json["build_time"] = Text(packet.subspan(96, 16));
-    json["build_date"] = Text(packet.subspan(112, 16));
+    if (packet.size() < logn::kTextsEnd) return json;
+    json["mac"] = ToHex(packet.subspan(logn::kMac, kMacSize));
+    json["model"] = LoadU32(packet.data() + logn::kModel);
+    json["firmware"] = Text(packet.subspan(logn::kFirmware, logn::kFirmwareWidth));
+    json["name"] = Text(packet.subspan(logn::kName, logn::kNameWidth));
+    json["build_time"] = Text(packet.subspan(logn::kBuildTime, logn::kBuildWidth));
+    json["build_date"] = Text(packet.subspan(logn::kBuildDate, logn::kBuildWidth));
     return json;
 }
 
-static OrderedJson DescribeRawFrame(ByteSpan packet) {
+OrderedJson DescribeRawFrame(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 24) return json;
-    const std::size_t count = LoadU16(packet.data() + 12);
-    json["id"] = CanIdText(LoadU32(packet.data() + 8));
+    if (packet.size() < rawc::kSize) return json;
+    const std::size_t count = LoadU16(packet.data() + rawc::kCount);
+    json["id"] = CanIdText(LoadU32(packet.data() + rawc::kId));
     json["count"] = count;
-    json["flags"] = LoadU16(packet.data() + 14);
-    json["data"] = ToHex(packet.subspan(16, std::min<std::size_t>(count, 8)));
+    json["flags"] = LoadU16(packet.data() + rawc::kFlags);
+    json["data"] = ToHex(packet.subspan(rawc::kData, std::min(count, kMaxFrameBytes)));
     return json;
 }
 
-static OrderedJson DescribeTesterPresent(ByteSpan packet) {
+OrderedJson DescribeTesterPresent(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 16) return json;
-    json["period_ms"] = LoadU32(packet.data() + 8);
-    json["value"] = LoadU32(packet.data() + 12);
-    json["message"] = ToHex(packet.subspan(16));
+    if (packet.size() < tspr::kMessage) return json;
+    json["period_ms"] = LoadU32(packet.data() + tspr::kPeriod);
+    json["value"] = LoadU32(packet.data() + tspr::kMark);
+    json["message"] = ToHex(packet.subspan(tspr::kMessage));
     return json;
 }
 
-static OrderedJson DescribeFragment(ByteSpan packet) {
+OrderedJson DescribeFragment(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 16) return json;
-    json["index"] = LoadU16(packet.data() + 8);
-    json["count"] = LoadU16(packet.data() + 10);
-    json["total_length"] = LoadU32(packet.data() + 12);
+    if (packet.size() < frag::kSlice) return json;
+    json["index"] = LoadU16(packet.data() + frag::kIndex);
+    json["count"] = LoadU16(packet.data() + frag::kCount);
+    json["total_length"] = LoadU32(packet.data() + frag::kTotalLength);
     return json;
 }
 
-static OrderedJson DescribeBusy(ByteSpan packet) {
+OrderedJson DescribeBusy(ByteSpan packet) {
     OrderedJson json = OrderedJson::object();
-    if (packet.size() < 12) return json;
-    json["request_id"] = LoadU32(packet.data() + 8);
-    json["reason"] = Text(packet.subspan(12));
+    if (packet.size() < busy::kReason) return json;
+    json["request_id"] = LoadU32(packet.data() + busy::kRequestId);
+    json["reason"] = Text(packet.subspan(busy::kReason));
     return json;
+}
+
+}  // namespace
+
+std::string CanIdText(std::uint32_t id) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%03" PRIX32, id);
+    return text;
 }
 
 OrderedJson DescribePacket(ByteSpan packet) {

@@ -4,10 +4,27 @@
 
 namespace brennix {
 
+namespace {
+
 // A sender has a handful of packets under way at most; more means that it loses fragments.
-static constexpr std::size_t kMaxUnfinished = 16;
+constexpr std::size_t kMaxUnfinished = 16;
 // The longest request: header, the most entries that make sense, and 65535 request bytes.
-static constexpr std::uint32_t kMaxTotalLength = 32 + 65536 + 8 * 1024;
+constexpr std::uint32_t kMaxTotalLength = creq::kBody + 65536 + creq::kResponderSize * 1024;
+
+std::string CheckHeader(ByteSpan packet, std::uint16_t index, std::uint16_t count,
+                        std::uint32_t total_length) {
+    if (count == 0) return "FRAG with a count of 0";
+    if (index >= count) {
+        return "FRAG index " + std::to_string(index) + " of only " + std::to_string(count);
+    }
+    if (total_length < kHeaderSize || total_length > kMaxTotalLength) {
+        return "FRAG total length " + std::to_string(total_length) + " is impossible";
+    }
+    if (packet.size() == kFragmentHeaderSize) return "FRAG without payload";
+    return {};
+}
+
+}  // namespace
 
 void SendInFragments(ByteSpan packet, std::size_t limit,
                      const std::function<void(ByteSpan)>& send) {
@@ -28,26 +45,13 @@ void SendInFragments(ByteSpan packet, std::size_t limit,
     }
 }
 
-static std::string CheckHeader(ByteSpan packet, std::uint16_t index, std::uint16_t count,
-                               std::uint32_t total_length) {
-    if (count == 0) return "FRAG with a count of 0";
-    if (index >= count) {
-        return "FRAG index " + std::to_string(index) + " of only " + std::to_string(count);
-    }
-    if (total_length < kHeaderSize || total_length > kMaxTotalLength) {
-        return "FRAG total length " + std::to_string(total_length) + " is impossible";
-    }
-    if (packet.size() == kFragmentHeaderSize) return "FRAG without payload";
-    return {};
-}
-
 Reassembler::Result Reassembler::Feed(ByteSpan packet) {
     if (packet.size() < kFragmentHeaderSize) {
         return {"FRAG of " + std::to_string(packet.size()) + " bytes, at least 16 expected", {}};
     }
-    const std::uint16_t index = LoadU16(packet.data() + 8);
-    const std::uint16_t count = LoadU16(packet.data() + 10);
-    const std::uint32_t total_length = LoadU32(packet.data() + 12);
+    const std::uint16_t index = LoadU16(packet.data() + frag::kIndex);
+    const std::uint16_t count = LoadU16(packet.data() + frag::kCount);
+    const std::uint32_t total_length = LoadU32(packet.data() + frag::kTotalLength);
     const ByteSpan slice = packet.subspan(kFragmentHeaderSize);
     if (std::string wrong = CheckHeader(packet, index, count, total_length); !wrong.empty()) {
         return {std::move(wrong), {}};

@@ -6,11 +6,12 @@
 #include <list>
 #include <string>
 
+#include "protocol/layout.h"
 #include "protocol/wire.h"
 
 namespace brennix {
 
-constexpr std::size_t kFragmentHeaderSize = 16;
+constexpr std::size_t kFragmentHeaderSize = frag::kSlice;
 
 // Calls `send` with `packet` as it is, or, when it is longer than `limit`, with its fragments.
 // `limit` is above kFragmentHeaderSize; 0: no limit.

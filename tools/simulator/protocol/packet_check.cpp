@@ -4,122 +4,127 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "protocol/layout.h"
 #include "protocol/raw_frame.h"
 #include "protocol/request.h"
 
 namespace brennix {
 
-static constexpr std::size_t kTesterPresentHeaderSize = 16;
-static constexpr std::size_t kMaxTesterPresentBytes = 32;
-static constexpr std::uint32_t kTesterPresentMark = 0x700;
+namespace {
 
-static std::string Hex(std::uint32_t value) {
+std::string Hex(std::uint32_t value) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%" PRIX32, value);
     return text;
 }
 
-static bool IsZero(ByteSpan bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
-}
-
-static std::string CheckLength(ByteSpan packet, std::size_t expected) {
-    if (packet.size() == expected) return {};
-    return TypeName(PacketType(packet)) + " of " + std::to_string(packet.size()) + " bytes, " +
-           std::to_string(expected) + " expected";
-}
-
-static std::string CheckCanId(const char* what, std::uint32_t id) {
+std::string CheckCanId(const char* what, std::uint32_t id) {
     if (id <= kMaxCanId) return {};
     return std::string("CREQ ") + what + " " + Hex(id) + " is no CAN id";
 }
 
-static std::string CheckSingleRequest(ByteSpan packet) {
-    if (std::string wrong = CheckCanId("physical id", LoadU32(packet.data() + 12));
+std::string CheckSingleRequest(ByteSpan packet) {
+    if (std::string wrong = CheckCanId("physical id", LoadU32(packet.data() + creq::kPhysicalId));
         !wrong.empty()) {
         return wrong;
     }
-    if (std::string wrong = CheckCanId("response id", LoadU32(packet.data() + 16));
+    if (std::string wrong = CheckCanId("response id", LoadU32(packet.data() + creq::kResponseId));
         !wrong.empty()) {
         return wrong;
     }
-    return CheckLength(packet, kRequestHeaderSize + LoadU16(packet.data() + 24));
+    return CheckLength(packet, creq::kBody + LoadU16(packet.data() + creq::kDataSize));
 }
 
-static std::string CheckMultiRequest(ByteSpan packet) {
-    const std::size_t count = LoadU32(packet.data() + 16);
-    const std::size_t data_size = LoadU16(packet.data() + 24);
+std::string CheckMultiRequest(ByteSpan packet) {
+    const std::size_t count = LoadU32(packet.data() + creq::kResponderCount);
+    const std::size_t data_size = LoadU16(packet.data() + creq::kDataSize);
     if (count == 0) return "CREQ in multi form without entries";
-    if (count > (packet.size() - kRequestHeaderSize) / 8) {
+    if (count > (packet.size() - creq::kBody) / creq::kResponderSize) {
         return "CREQ in multi form with " + std::to_string(count) + " entries in " +
                std::to_string(packet.size()) + " bytes";
     }
-    const std::size_t used = 8 * count + data_size;
-    if (std::string wrong = CheckLength(packet, kRequestHeaderSize + (used + 7) / 8 * 8);
-        !wrong.empty()) {
+    const std::size_t used = creq::kResponderSize * count + data_size;
+    if (std::string wrong = CheckLength(packet, creq::kBody + Padded(used)); !wrong.empty()) {
         return wrong;
     }
-    if (!IsZero(packet.subspan(kRequestHeaderSize + used))) return "CREQ padding is not zero";
+    if (!IsZero(packet.subspan(creq::kBody + used))) return "CREQ padding is not zero";
     return {};
 }
 
-static std::string CheckRequest(ByteSpan packet) {
-    if (packet.size() < kRequestHeaderSize) {
+std::string CheckRequest(ByteSpan packet) {
+    if (packet.size() < creq::kBody) {
         return "CREQ of " + std::to_string(packet.size()) + " bytes, at least 32 expected";
     }
-    if (packet[26] != 0) return "CREQ transport is " + std::to_string(packet[26]) + ", not 0";
-    if (packet[27] != 0) return "CREQ reserved byte is " + std::to_string(packet[27]) + ", not 0";
-    if (std::string wrong = CheckCanId("functional id", LoadU32(packet.data() + 8));
+    if (packet[creq::kTransport] != 0)
+        return "CREQ transport is " + std::to_string(packet[creq::kTransport]) + ", not 0";
+    if (packet[creq::kReserved] != 0)
+        return "CREQ reserved byte is " + std::to_string(packet[creq::kReserved]) + ", not 0";
+    if (std::string wrong =
+            CheckCanId("functional id", LoadU32(packet.data() + creq::kFunctionalId));
         !wrong.empty()) {
         return wrong;
     }
-    const bool is_multi = LoadU32(packet.data() + 12) == kMultiRequestMark;
+    const bool is_multi = LoadU32(packet.data() + creq::kPhysicalId) == kMultiRequestMark;
     return is_multi ? CheckMultiRequest(packet) : CheckSingleRequest(packet);
 }
 
-static std::string CheckRawFrame(ByteSpan packet) {
-    if (std::string wrong = CheckLength(packet, kRawPacketSize); !wrong.empty()) return wrong;
-    const std::size_t count = LoadU16(packet.data() + 12);
-    const std::uint16_t flags = LoadU16(packet.data() + 14);
-    if (flags > 2) return "RAWC flags are " + std::to_string(flags) + ", not 0, 1 or 2";
-    if (count > 8) return "RAWC announces " + std::to_string(count) + " data bytes, at most 8 fit";
-    if (LoadU32(packet.data() + 8) > kMaxCanId) {
-        return "RAWC id " + Hex(LoadU32(packet.data() + 8)) + " is no CAN id";
-    }
-    if (!IsZero(packet.subspan(16 + count))) return "RAWC unused data bytes are not zero";
-    if (flags != 0 && (count != 0 || !IsZero(packet.subspan(8, 4)))) {
+std::string CheckRawFrame(ByteSpan packet) {
+    if (std::string wrong = CheckLength(packet, rawc::kSize); !wrong.empty()) return wrong;
+    const std::size_t count = LoadU16(packet.data() + rawc::kCount);
+    const std::uint16_t flags = LoadU16(packet.data() + rawc::kFlags);
+    if (flags > kReceptionOff) return "RAWC flags are " + std::to_string(flags) + ", not 0, 1 or 2";
+    if (count > kMaxFrameBytes)
+        return "RAWC announces " + std::to_string(count) + " data bytes, at most 8 fit";
+    const std::uint32_t id = LoadU32(packet.data() + rawc::kId);
+    if (id > kMaxCanId) return "RAWC id " + Hex(id) + " is no CAN id";
+    if (!IsZero(packet.subspan(rawc::kData + count))) return "RAWC unused data bytes are not zero";
+    if (flags != kFrame && (count != 0 || id != 0)) {
         return "RAWC switches reception and carries a frame";
     }
     return {};
 }
 
-static std::string CheckTesterPresent(ByteSpan packet) {
-    if (packet.size() < kTesterPresentHeaderSize) {
+std::string CheckTesterPresent(ByteSpan packet) {
+    if (packet.size() < tspr::kMessage) {
         return "TSPR of " + std::to_string(packet.size()) + " bytes, at least 16 expected";
     }
-    if (packet.size() > kTesterPresentHeaderSize + kMaxTesterPresentBytes) {
-        return "TSPR message of " + std::to_string(packet.size() - kTesterPresentHeaderSize) +
+    if (packet.size() > tspr::kMessage + tspr::kMaxMessage) {
+        return "TSPR message of " + std::to_string(packet.size() - tspr::kMessage) +
                " bytes, at most 32 expected";
     }
-    const std::uint32_t mark = LoadU32(packet.data() + 12);
-    if (mark != kTesterPresentMark)
-        return "TSPR value at offset 12 is " + Hex(mark) + ", not 0x700";
-    const bool has_message = packet.size() > kTesterPresentHeaderSize;
-    if (!has_message && LoadU32(packet.data() + 8) != 0) return "TSPR period without a message";
+    const std::uint32_t mark = LoadU32(packet.data() + tspr::kMark);
+    if (mark != tspr::kMarkValue) return "TSPR value at offset 12 is " + Hex(mark) + ", not 0x700";
+    const bool has_message = packet.size() > tspr::kMessage;
+    if (!has_message && LoadU32(packet.data() + tspr::kPeriod) != 0)
+        return "TSPR period without a message";
     return {};
 }
 
-static std::string CheckDoip(ByteSpan packet) {
-    if (packet.size() < 16) {
+std::string CheckDoip(ByteSpan packet) {
+    if (packet.size() < doip::kMinSize) {
         return "DOIP of " + std::to_string(packet.size()) + " bytes, at least 16 expected";
     }
-    const std::uint32_t kind = LoadU32(packet.data() + 8);
-    if (kind < 3 || kind > 6) return "DOIP kind " + std::to_string(kind) + " is not 3 to 6";
-    if (kind != 3) return CheckLength(packet, 20);
-    if (packet.size() < 48 || (packet.size() - 48) % 16 != 0) {
+    const std::uint32_t kind = LoadU32(packet.data() + doip::kKind);
+    if (kind < doip::kFirstKind || kind > doip::kLastKind) {
+        return "DOIP kind " + std::to_string(kind) + " is not 3 to 6";
+    }
+    if (kind != doip::kListKind) return CheckLength(packet, doip::kPlainSize);
+    if (packet.size() < doip::kList || (packet.size() - doip::kList) % doip::kListEntrySize != 0) {
         return "DOIP of " + std::to_string(packet.size()) + " bytes, 48 and 16 an entry expected";
     }
     return {};
+}
+
+}  // namespace
+
+bool IsZero(ByteSpan bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
+}
+
+std::string CheckLength(ByteSpan packet, std::size_t expected) {
+    if (packet.size() == expected) return {};
+    return TypeName(PacketType(packet)) + " of " + std::to_string(packet.size()) + " bytes, " +
+           std::to_string(expected) + " expected";
 }
 
 std::string CheckPacket(ByteSpan packet) {

@@ -13,4 +13,9 @@ namespace brennix {
 // judged by the reassembler, REPL by whoever knows the PING.
 std::string CheckPacket(ByteSpan packet);
 
+// Empty when `packet` has exactly `expected` bytes.
+std::string CheckLength(ByteSpan packet, std::size_t expected);
+
+bool IsZero(ByteSpan bytes);
+
 }  // namespace brennix

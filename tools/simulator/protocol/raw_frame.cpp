@@ -1,5 +1,7 @@
 #include "protocol/raw_frame.h"
 
+#include "protocol/layout.h"
+
 namespace brennix {
 
 Bytes MakeRawPacket(const RawFrame& frame) {
@@ -8,7 +10,7 @@ Bytes MakeRawPacket(const RawFrame& frame) {
     AppendU16(&payload, static_cast<std::uint16_t>(frame.data.size()));
     AppendU16(&payload, kFrame);
     AppendBytes(&payload, frame.data);
-    payload.resize(kRawPacketSize - kHeaderSize, 0);
+    payload.resize(rawc::kSize - kHeaderSize, 0);
     return MakePacket(type::kRawc, payload);
 }
 

@@ -9,7 +9,6 @@
 namespace brennix {
 
 constexpr std::size_t kMaxFrameBytes = 8;
-constexpr std::size_t kRawPacketSize = 24;
 
 // The flags of a RAWC packet: what it is.
 enum RawFlags : std::uint16_t { kFrame = 0, kReceptionOn = 1, kReceptionOff = 2 };

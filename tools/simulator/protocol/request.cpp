@@ -1,27 +1,29 @@
 #include "protocol/request.h"
 
+#include "protocol/layout.h"
+
 namespace brennix {
 
 std::optional<Request> ReadRequest(ByteSpan packet) {
-    if (packet.size() < kRequestHeaderSize) return std::nullopt;
+    if (packet.size() < creq::kBody) return std::nullopt;
     const std::uint8_t* at = packet.data();
     Request request;
-    request.functional_id = LoadU32(at + 8);
-    request.is_multi = LoadU32(at + 12) == kMultiRequestMark;
-    request.timeout_ms = LoadU32(at + 20);
-    request.id = LoadU32(at + 28);
-    const std::size_t data_size = LoadU16(at + 24);
-    std::size_t data_at = kRequestHeaderSize;
+    request.functional_id = LoadU32(at + creq::kFunctionalId);
+    request.is_multi = LoadU32(at + creq::kPhysicalId) == kMultiRequestMark;
+    request.timeout_ms = LoadU32(at + creq::kTimeout);
+    request.id = LoadU32(at + creq::kRequestId);
+    const std::size_t data_size = LoadU16(at + creq::kDataSize);
+    std::size_t data_at = creq::kBody;
     if (request.is_multi) {
-        const std::size_t count = LoadU32(at + 16);
-        if (count > (packet.size() - kRequestHeaderSize) / 8) return std::nullopt;
+        const std::size_t count = LoadU32(at + creq::kResponderCount);
+        if (count > (packet.size() - creq::kBody) / creq::kResponderSize) return std::nullopt;
         request.responders.reserve(count);
-        for (std::size_t i = 0; i < count; ++i, data_at += 8) {
+        for (std::size_t i = 0; i < count; ++i, data_at += creq::kResponderSize) {
             request.responders.push_back({LoadU32(at + data_at), LoadU32(at + data_at + 4)});
         }
     } else {
-        request.physical_id = LoadU32(at + 12);
-        request.response_id = LoadU32(at + 16);
+        request.physical_id = LoadU32(at + creq::kPhysicalId);
+        request.response_id = LoadU32(at + creq::kResponseId);
     }
     if (data_size > packet.size() - data_at) return std::nullopt;
     request.data = packet.subspan(data_at, data_size);
@@ -44,9 +46,9 @@ Bytes MakeBusy(std::uint32_t request_id, std::string_view reason) {
 
 Bytes MakeResponse(std::uint32_t request_id, std::uint32_t wait_time, ByteSpan data) {
     Bytes packet;
-    packet.reserve(20 + data.size());
+    packet.reserve(cres::kBody + data.size());
     AppendU32(&packet, type::kCres);
-    AppendU32(&packet, static_cast<std::uint32_t>(20 + data.size()));
+    AppendU32(&packet, static_cast<std::uint32_t>(cres::kBody + data.size()));
     AppendU32(&packet, wait_time);
     AppendU32(&packet, static_cast<std::uint32_t>(data.size()));
     AppendU32(&packet, request_id);
@@ -64,8 +66,8 @@ Bytes MakeMultiResponse(std::uint32_t request_id,
         AppendU32(&payload, index);
         AppendU32(&payload, static_cast<std::uint32_t>(bytes.size()));
         AppendBytes(&payload, bytes);
-        const std::size_t used = 8 + bytes.size();
-        payload.insert(payload.end(), (used + 7) / 8 * 8 - used, 0);
+        const std::size_t used = cres::kEntryHead + bytes.size();
+        payload.insert(payload.end(), Padded(used) - used, 0);
     }
     return MakePacket(type::kCres, payload);
 }

@@ -9,7 +9,6 @@
 
 namespace brennix {
 
-constexpr std::size_t kRequestHeaderSize = 32;            // of a CREQ, before data or responders
 constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;     // wait_time of a CRES
 constexpr std::uint32_t kMultiResponseMark = 0xFFFFFFFD;  // likewise
 constexpr std::uint32_t kMultiRequestMark = 0xFFFFEEEE;   // physical CAN id of a CREQ

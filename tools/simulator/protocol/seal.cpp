@@ -10,11 +10,15 @@
 
 namespace brennix {
 
-static AES_KEY ZeroSchedule() {
+namespace {
+
+AES_KEY ZeroSchedule() {
     AES_KEY schedule = {};
     schedule.rounds = 14;
     return schedule;
 }
+
+}  // namespace
 
 Bytes Seal::Close(ByteSpan packet) {
     static const AES_KEY kSchedule = ZeroSchedule();

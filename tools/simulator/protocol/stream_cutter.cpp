@@ -5,8 +5,11 @@
 
 namespace brennix {
 
-static constexpr std::array<std::uint8_t, kHeaderSize> kSyncBytes = {'C', 'N', 'Y', 'S',
-                                                                     8,   0,   0,   0};
+namespace {
+
+constexpr std::array<std::uint8_t, kHeaderSize> kSyncBytes = {'C', 'N', 'Y', 'S', 8, 0, 0, 0};
+
+}  // namespace
 
 void StreamCutter::Feed(ByteSpan data, Sink* sink) {
     AppendBytes(&pending_, data);

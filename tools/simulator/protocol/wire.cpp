@@ -4,6 +4,17 @@
 
 namespace brennix {
 
+namespace {
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+}  // namespace
+
 void AppendU16(Bytes* out, std::uint16_t value) {
     out->push_back(static_cast<std::uint8_t>(value & 0xFF));
     out->push_back(static_cast<std::uint8_t>(value >> 8));
@@ -68,13 +79,6 @@ std::string ToHex(ByteSpan bytes) {
         text.push_back(kDigits[byte & 0xF]);
     }
     return text;
-}
-
-static int HexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
 }
 
 std::optional<Bytes> ParseHex(std::string_view text) {

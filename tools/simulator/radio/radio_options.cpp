@@ -1,8 +1,6 @@
 #include "radio/radio_options.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <string_view>
 
 #include "control/commands.h"
 #include "radio/radio_commands.h"
@@ -10,6 +8,8 @@
 namespace brennix {
 
 namespace {
+
+constexpr int kMaxDongles = 250;
 
 constexpr const char* kIntroduction = R"(
 Control commands, one line each over TCP, answered by "ok …" or "error: …". "@N " before a command
@@ -38,40 +38,18 @@ std::optional<RadioOptions> ReadRadioOptions(int argc, char** argv, int* exit_co
     app.footer(kIntroduction + RadioCommands::Help() + kDongleIntroduction + Commands::Help() +
                kEnvironment);
     app.get_formatter()->column_width(34);
-    app.add_option("--vehicle", options.vehicles, "vehicle file (JSON); again: another dongle")
-        ->type_name("FILE")
-        ->required()
-        ->expected(1)
-        ->take_all();
-    app.add_option("--dongles", options.dongles,
-                   "number of dongles; the last vehicle stands behind those that have none")
-        ->type_name("N")
-        ->check(CLI::Range(1, 250));
+    AddVehicleOptions(&app, &options, kMaxDongles);
+    app.get_option("--vehicle")->required();
     app.add_flag("--unplugged", options.unplugged, "start with all dongles out of reach");
     app.add_option("--port", options.port, "TCP port of the radio")->type_name("PORT");
-    app.add_option("--control", options.control_port, "TCP port of the control channel")
-        ->type_name("PORT");
-    app.add_option("--ready-file", options.ready_file, "written once all ports are open")
-        ->type_name("PATH");
-    app.add_option("--record", options.record_file, "all traffic as JSON lines")->type_name("PATH");
-    app.add_option("--keep", options.keep, "entries kept in memory for record last")
-        ->type_name("N")
-        ->capture_default_str();
-    app.add_flag("--strict", options.strict, "exit code 3 when a computer broke the rules");
+    AddControlOptions(&app, &options, "written once all ports are open",
+                      "exit code 3 if a computer broke the rules");
 
-    char** const separator = std::find_if(
-        argv, argv + argc, [](const char* word) { return std::string_view(word) == "--"; });
-    if (separator != argv + argc) options.command.assign(separator + 1, argv + argc);
-    try {
-        app.parse(static_cast<int>(separator - argv), argv);
-        return options;
-    } catch (const CLI::Success& done) {
-        *exit_code = app.exit(done);
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "brennix-radio: %s (see --help)\n", error.what());
-        *exit_code = 1;
+    if (!ParseCommandLine(
+            &app, argc, argv, "brennix-radio", &options, [] {}, exit_code)) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return options;
 }
 
 }  // namespace brennix

@@ -1,14 +1,11 @@
 #include "radio/radio_run.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "process/ready_file.h"
 #include "vehicle_file/vehicle_file.h"
 
 namespace brennix {
-
-static constexpr int kViolationExitCode = 3;
 
 RadioRun::RadioRun(const RadioOptions& options) : options_(options), radio_(&loop_, options.keep) {
     if (!options_.record_file.empty()) radio_.Dongles().Log().OpenFile(options_.record_file);
@@ -22,10 +19,9 @@ RadioRun::RadioRun(const RadioOptions& options) : options_(options), radio_(&loo
 RadioRun::~RadioRun() { radio_.Dongles().Log().FlushFile(); }
 
 void RadioRun::AddDongles() {
-    const std::size_t count = std::max(options_.dongles, options_.vehicles.size());
-    for (std::size_t i = 0; i < count; ++i) {
-        const std::size_t dongle = radio_.AddDongle(
-            LoadVehicleFile(options_.vehicles[std::min(i, options_.vehicles.size() - 1)]));
+    for (std::size_t i = 0; i < options_.DongleCount(); ++i) {
+        const std::size_t dongle =
+            radio_.AddDongle(LoadVehicleFile(options_.vehicles[options_.VehicleOf(i)]));
         if (options_.unplugged) radio_.Dongles().Unplug(dongle, Part::kAll);
     }
 }
@@ -36,10 +32,9 @@ std::map<std::string, std::string> RadioRun::Places() const {
 }
 
 void RadioRun::Announce() const {
-    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, Places());
+    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, PlacesText(Places()));
     if (!options_.command.empty()) return;
-    for (const auto& [name, value] : Places())
-        std::printf("%s=%s\n", name.c_str(), value.c_str());
+    std::printf("%s", PlacesText(Places()).c_str());
     std::fflush(stdout);
 }
 

@@ -8,7 +8,9 @@
 
 namespace brennix {
 
-static const char* DirectionName(Direction direction) {
+namespace {
+
+const char* DirectionName(Direction direction) {
     switch (direction) {
         case Direction::kIn:
             return "in";
@@ -22,7 +24,7 @@ static const char* DirectionName(Direction direction) {
     return "";
 }
 
-static nlohmann::ordered_json ToJson(const RecordEntry& entry, const char* source) {
+nlohmann::ordered_json ToJson(const RecordEntry& entry, const char* source) {
     const auto microseconds =
         std::chrono::duration_cast<std::chrono::microseconds>(entry.time.time_since_epoch());
     nlohmann::ordered_json json;
@@ -42,9 +44,18 @@ static nlohmann::ordered_json ToJson(const RecordEntry& entry, const char* sourc
 }
 
 // Text of the wire may hold any bytes; what is no UTF-8 is replaced rather than refused.
-static std::string Dump(const nlohmann::ordered_json& json) {
+std::string Dump(const nlohmann::ordered_json& json) {
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
+
+bool Matches(const RecordEntry& entry, const RecordFilter& filter) {
+    if (filter.dongle && entry.dongle != *filter.dongle) return false;
+    if (filter.direction && entry.direction != *filter.direction) return false;
+    if (!filter.type) return true;
+    return !entry.packet.empty() && PacketType(entry.packet) == *filter.type;
+}
+
+}  // namespace
 
 std::string ToJsonLine(const RecordEntry& entry, const char* source) {
     return Dump(ToJson(entry, source));
@@ -97,13 +108,6 @@ std::uint64_t Record::Count(const RecordFilter& filter) const {
         sum += count;
     }
     return sum;
-}
-
-static bool Matches(const RecordEntry& entry, const RecordFilter& filter) {
-    if (filter.dongle && entry.dongle != *filter.dongle) return false;
-    if (filter.direction && entry.direction != *filter.direction) return false;
-    if (!filter.type) return true;
-    return !entry.packet.empty() && PacketType(entry.packet) == *filter.type;
 }
 
 std::string Record::Last(std::size_t limit, const RecordFilter& filter) const {

@@ -3,14 +3,55 @@
 #include <algorithm>
 #include <utility>
 
+#include "protocol/layout.h"
 #include "relay/cloud_check.h"
 
 namespace brennix {
 
-static std::string TextAt(ByteSpan packet, std::size_t offset, std::size_t width) {
+namespace {
+
+std::string TextAt(ByteSpan packet, std::size_t offset, std::size_t width) {
     const ByteSpan field = packet.subspan(offset, width);
     return {field.begin(), std::find(field.begin(), field.end(), 0)};
 }
+
+void StoreLength(Bytes* packet, std::uint32_t length) {
+    Bytes field;
+    AppendU32(&field, length);
+    std::copy(field.begin(), field.end(), packet->begin() + 4);
+}
+
+// Changes of the bytes themselves.
+void Damage(const FaultRule& rule, Bytes* wire) {
+    const std::size_t at = std::min<std::size_t>(rule.a, wire->size());
+    switch (rule.action) {
+        case FaultAction::kFlip:
+            if (rule.a / 8 < wire->size()) {
+                (*wire)[rule.a / 8] ^= static_cast<std::uint8_t>(1U << (rule.a % 8));
+            }
+            return;
+        case FaultAction::kSet:
+            std::copy_n(rule.bytes.begin(), std::min(rule.bytes.size(), wire->size() - at),
+                        wire->begin() + static_cast<std::ptrdiff_t>(at));
+            return;
+        case FaultAction::kTruncate:
+            wire->resize(at);
+            return StoreLength(wire, static_cast<std::uint32_t>(at));
+        case FaultAction::kLength:
+            return StoreLength(wire, rule.a);
+        default:
+            return;
+    }
+}
+
+Bytes LoneHeader(std::uint32_t length) {
+    Bytes header;
+    AppendU32(&header, type::kPing);
+    AppendU32(&header, length);
+    return header;
+}
+
+}  // namespace
 
 Client::Client(Host* host, std::size_t number, Carrier carrier, int fd, SSL_CTX* tls)
     : host_(host),
@@ -190,24 +231,23 @@ void Client::HandleIdentification(ByteSpan) {
 }
 
 void Client::HandleLogin(ByteSpan packet) {
-    user_ = TextAt(packet, 64, 32);
-    Event("logged in: \"" + user_ + "\", version " + TextAt(packet, 32, 16) + " of " +
-          TextAt(packet, 112, 16) + " " + TextAt(packet, 96, 16));
+    user_ = TextAt(packet, logn::kName, logn::kNameWidth);
+    Event("logged in: \"" + user_ + "\", version " +
+          TextAt(packet, logn::kVersion, logn::kVersionWidth) + " of " +
+          TextAt(packet, logn::kBuildDate, logn::kBuildWidth) + " " +
+          TextAt(packet, logn::kBuildTime, logn::kBuildWidth));
 }
 
 void Client::HandleAddress(ByteSpan packet) {
-    dongle_ = host_->FindDongle(packet.subspan(8, 6));
+    const ByteSpan mac = packet.subspan(addr::kMac, kMacSize);
+    dongle_ = host_->FindDongle(mac);
     Event(dongle_ ? "uses dongle " + std::to_string(*dongle_)
-                  : "asks for dongle " + ToHex(packet.subspan(8, 6)) + ", which is not here");
+                  : "asks for dongle " + ToHex(mac) + ", which is not here");
 }
 
 void Client::HandleReply(ByteSpan packet) {
-    if (open_pings_.empty()) return Violation("REPL without a PING");
-    const Bytes expected = std::move(open_pings_.front());
-    open_pings_.pop_front();
-    const ByteSpan payload = PacketPayload(packet);
-    if (!std::equal(payload.begin(), payload.end(), expected.begin(), expected.end())) {
-        Violation("REPL with payload " + ToHex(payload) + ", PING had " + ToHex(expected));
+    if (std::string wrong = open_pings_.CheckReply(packet); !wrong.empty()) {
+        Violation(std::move(wrong));
     }
 }
 
@@ -243,42 +283,6 @@ void Client::SendPacket(ByteSpan packet, bool sealed) {
     Bytes wire = channel_.Seal(plain);
     host_->Log().AddPacket(number_, Direction::kOut, wire);
     Disturb(std::move(wire), rules);
-}
-
-static void StoreLength(Bytes* packet, std::uint32_t length) {
-    Bytes field;
-    AppendU32(&field, length);
-    std::copy(field.begin(), field.end(), packet->begin() + 4);
-}
-
-// Changes of the bytes themselves.
-static void Damage(const FaultRule& rule, Bytes* wire) {
-    const std::size_t at = std::min<std::size_t>(rule.a, wire->size());
-    switch (rule.action) {
-        case FaultAction::kFlip:
-            if (rule.a / 8 < wire->size()) {
-                (*wire)[rule.a / 8] ^= static_cast<std::uint8_t>(1U << (rule.a % 8));
-            }
-            return;
-        case FaultAction::kSet:
-            std::copy_n(rule.bytes.begin(), std::min(rule.bytes.size(), wire->size() - at),
-                        wire->begin() + static_cast<std::ptrdiff_t>(at));
-            return;
-        case FaultAction::kTruncate:
-            wire->resize(at);
-            return StoreLength(wire, static_cast<std::uint32_t>(at));
-        case FaultAction::kLength:
-            return StoreLength(wire, rule.a);
-        default:
-            return;
-    }
-}
-
-static Bytes LoneHeader(std::uint32_t length) {
-    Bytes header;
-    AppendU32(&header, type::kPing);
-    AppendU32(&header, length);
-    return header;
 }
 
 void Client::Disturb(Bytes wire, const std::vector<FaultRule>& rules) {
@@ -416,7 +420,7 @@ void Client::SendStream(const Piece& piece, ByteSpan bytes) {
 }
 
 void Client::SendPing(ByteSpan payload) {
-    open_pings_.emplace_back(payload.begin(), payload.end());
+    open_pings_.Add(payload);
     SendPacket(MakePacket(type::kPing, payload));
 }
 

@@ -11,6 +11,7 @@
 
 #include "process/event_loop.h"
 #include "protocol/fragments.h"
+#include "protocol/open_pings.h"
 #include "record/record.h"
 #include "relay/faults.h"
 #include "relay/secure_channel.h"
@@ -124,7 +125,7 @@ private:
     std::string user_;
     std::uint32_t status_ = 0;
     std::optional<std::size_t> dongle_;
-    std::deque<Bytes> open_pings_;
+    OpenPings open_pings_;
 
     std::deque<Piece> outgoing_;
     std::vector<Piece> held_;  // comes after the next packet

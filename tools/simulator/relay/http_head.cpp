@@ -5,26 +5,42 @@
 
 namespace brennix {
 
-static constexpr std::string_view kEnd = "\r\n\r\n";
+namespace {
 
-static std::string_view Trim(std::string_view text) {
+constexpr std::string_view kEnd = "\r\n\r\n";
+
+std::string_view Trim(std::string_view text) {
     const std::size_t begin = text.find_first_not_of(" \t");
     if (begin == std::string_view::npos) return {};
     return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
 }
+
+bool IsToken(std::string_view text) {
+    static constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
+        return std::isalnum(c) != 0 || kMarks.find(static_cast<char>(c)) != std::string_view::npos;
+    });
+}
+
+bool ReadFirstLine(std::string_view line, HttpHead* head) {
+    const std::size_t first = line.find(' ');
+    const std::size_t last = line.rfind(' ');
+    if (first == std::string_view::npos || first == last) return false;
+    head->method = line.substr(0, first);
+    head->target = line.substr(first + 1, last - first - 1);
+    head->version = line.substr(last + 1);
+    return IsToken(head->method) && !head->target.empty() &&
+           head->target.find(' ') == std::string::npos &&
+           (head->version == "HTTP/1.1" || head->version == "HTTP/1.0");
+}
+
+}  // namespace
 
 std::string LowerCase(std::string_view text) {
     std::string result(text);
     std::transform(result.begin(), result.end(), result.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return result;
-}
-
-static bool IsToken(std::string_view text) {
-    static constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-        return std::isalnum(c) != 0 || kMarks.find(static_cast<char>(c)) != std::string_view::npos;
-    });
 }
 
 std::string HttpHead::Field(std::string_view name) const {
@@ -46,18 +62,6 @@ bool HttpHead::Lists(std::string_view name, std::string_view word) const {
 }
 
 bool HasWholeHead(std::string_view received) { return received.find(kEnd) != std::string::npos; }
-
-static bool ReadFirstLine(std::string_view line, HttpHead* head) {
-    const std::size_t first = line.find(' ');
-    const std::size_t last = line.rfind(' ');
-    if (first == std::string_view::npos || first == last) return false;
-    head->method = line.substr(0, first);
-    head->target = line.substr(first + 1, last - first - 1);
-    head->version = line.substr(last + 1);
-    return IsToken(head->method) && !head->target.empty() &&
-           head->target.find(' ') == std::string::npos &&
-           (head->version == "HTTP/1.1" || head->version == "HTTP/1.0");
-}
 
 std::optional<HttpHead> ReadHttpHead(std::string_view received) {
     HttpHead head;

@@ -11,20 +11,10 @@
 
 namespace brennix {
 
-std::string KeyFile(const std::string& folder) { return folder + "/relay_key"; }
-
-std::string ToLowerHex(ByteSpan bytes) { return LowerCase(ToHex(bytes)); }
-
-KeyPair ReadKey(const std::string& text, const std::string& name) {
-    const std::optional<Bytes> bytes = ParseHex(text);
-    if (bytes && bytes->size() == sizeof(Key)) {
-        if (const std::optional<KeyPair> pair = KeyPairOf(Take<Key>(*bytes))) return *pair;
-    }
-    throw std::runtime_error(name + ": no private key of 64 hex digits");
-}
+namespace {
 
 // Complete or not there: two relays may start at the same time.
-static void WriteKey(const std::string& path, const KeyPair& pair) {
+void WriteKey(const std::string& path, const KeyPair& pair) {
     const std::string temporary = path + "." + std::to_string(::getpid());
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     const std::string text = ToLowerHex(pair.secret) + "\n";
@@ -37,6 +27,20 @@ static void WriteKey(const std::string& path, const KeyPair& pair) {
     if (linked != 0 && ::access(path.c_str(), R_OK) != 0) {
         throw std::runtime_error(path + ": cannot be written");
     }
+}
+
+}  // namespace
+
+std::string KeyFile(const std::string& folder) { return folder + "/relay_key"; }
+
+std::string ToLowerHex(ByteSpan bytes) { return LowerCase(ToHex(bytes)); }
+
+KeyPair ReadKey(const std::string& text, const std::string& name) {
+    const std::optional<Bytes> bytes = ParseHex(text);
+    if (bytes && bytes->size() == sizeof(Key)) {
+        if (const std::optional<KeyPair> pair = KeyPairOf(Take<Key>(*bytes))) return *pair;
+    }
+    throw std::runtime_error(name + ": no private key of 64 hex digits");
 }
 
 KeyPair LoadOrMakeKey(const std::string& folder) {

@@ -1,16 +1,21 @@
 #include "relay/relay_options.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdlib>
-#include <string_view>
 
+#include "protocol/fragments.h"
 #include "relay/faults.h"
 #include "relay/relay_commands.h"
 
 namespace brennix {
 
 namespace {
+
+constexpr int kMaxDongles = 250;
+
+constexpr std::uint16_t kUsualTcpPort = 7700;
+constexpr std::uint16_t kUsualWebSocketPort = 7701;
+constexpr std::uint16_t kUsualSecureWebSocketPort = 7702;
 
 constexpr const char* kExamples = R"(
 Examples:
@@ -62,9 +67,9 @@ std::string DefaultFolder() {
 // With no port named: all of them, at their usual numbers.
 void ChoosePorts(RelayOptions* options) {
     if (options->tcp_port || options->ws_port || options->wss_port) return;
-    options->tcp_port = 7700;
-    options->ws_port = 7701;
-    options->wss_port = 7702;
+    options->tcp_port = kUsualTcpPort;
+    options->ws_port = kUsualWebSocketPort;
+    options->wss_port = kUsualSecureWebSocketPort;
 }
 
 void CheckPairs(const std::vector<std::string>& pairs, const char* option, const char* form) {
@@ -107,7 +112,7 @@ void AddDevices(CLI::App* app, RelayOptions* options) {
         ->type_name("N");
     app->add_option("--mtu", options->longest_packet, "longer packets to clients go in fragments")
         ->type_name("N")
-        ->check(CLI::Range(17, 4072))
+        ->check(CLI::Range(kFragmentHeaderSize + 1, kMaxPlainPacket))
         ->capture_default_str();
     app->add_option("--fault", options->faults, "what goes wrong, see below")
         ->type_name("SCRIPT")
@@ -116,17 +121,9 @@ void AddDevices(CLI::App* app, RelayOptions* options) {
 }
 
 void AddObservation(CLI::App* app, RelayOptions* options) {
-    app->add_option("--control", options->control_port, "TCP port of the control channel")
-        ->type_name("PORT");
-    app->add_option("--ready-file", options->ready_file, "written once all ports are open")
-        ->type_name("PATH");
-    app->add_option("--record", options->record_file, "all traffic as JSON lines")
-        ->type_name("PATH");
-    app->add_option("--keep", options->keep, "entries kept in memory for record last")
-        ->type_name("N")
-        ->capture_default_str();
-    app->add_flag("--strict", options->strict, "exit code 3 when a client broke the protocol");
-    app->add_flag("--quiet", options->quiet, "print nothing; so it is with a command");
+    AddControlOptions(app, options, "written once all ports are open",
+                      "exit code 3 if a client broke the protocol");
+    app->add_flag("--quiet", options->quiet, "print nothing; implied by a command");
 }
 
 }  // namespace
@@ -142,36 +139,22 @@ std::optional<RelayOptions> ReadRelayOptions(int argc, char** argv, int* exit_co
     app.get_formatter()->column_width(34);
     CLI::App* const keygen =
         app.add_subcommand("keygen", "print the relay's key and the lines for config.json");
-    app.add_option("--vehicle", options.vehicles, "vehicle file (JSON); again: another dongle")
-        ->type_name("FILE")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--dongles", options.dongles,
-                   "number of dongles; the last vehicle stands behind those that have none")
-        ->type_name("N")
-        ->check(CLI::Range(1, 250));
+    AddVehicleOptions(&app, &options, kMaxDongles);
     AddPorts(&app, &options);
     AddDevices(&app, &options);
     AddObservation(&app, &options);
     keygen->fallthrough();
 
-    char** const separator = std::find_if(
-        argv, argv + argc, [](const char* word) { return std::string_view(word) == "--"; });
-    if (separator != argv + argc) options.command.assign(separator + 1, argv + argc);
-    try {
-        app.parse(static_cast<int>(separator - argv), argv);
-        options.keygen = keygen->parsed();
+    const auto check = [&options] {
         CheckPairs(options.device_status, "--device", "ID=N");
         CheckPairs(options.proxy_maps, "--proxy-map", "NAME:PORT=TARGET");
-        ChoosePorts(&options);
-        return options;
-    } catch (const CLI::Success& done) {
-        *exit_code = app.exit(done);
-    } catch (const CLI::ParseError& error) {
-        std::fprintf(stderr, "brennix-relay: %s (see --help)\n", error.what());
-        *exit_code = 1;
+    };
+    if (!ParseCommandLine(&app, argc, argv, "brennix-relay", &options, check, exit_code)) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    options.keygen = keygen->parsed();
+    ChoosePorts(&options);
+    return options;
 }
 
 }  // namespace brennix

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "program/common_options.h"
+#include "relay/settings.h"
+
 namespace brennix {
 
-struct RelayOptions {
+struct RelayOptions : CommonOptions {
     bool keygen = false;
-    std::vector<std::string> vehicles;
-    std::size_t dongles = 0;  // 0: one a vehicle
 
     std::string host = "127.0.0.1";
     std::optional<std::uint16_t> tcp_port;
@@ -26,17 +27,10 @@ struct RelayOptions {
     std::uint32_t status = 0;
     std::vector<std::string> device_status;  // "ID=STATUS"
     std::uint32_t capabilities = 0;
-    std::size_t longest_packet = 4072;
+    std::size_t longest_packet = kMaxPlainPacket;
     std::vector<std::string> faults;
 
-    std::uint16_t control_port = 0;  // 0: any free one
-    std::string ready_file;
-    std::string record_file;
-    std::size_t keep = 100'000;
-    bool strict = false;
     bool quiet = false;
-
-    std::vector<std::string> command;
 };
 
 // Empty: the program is done (help, version or an error) and ends with `exit_code`.

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -16,7 +15,6 @@ namespace brennix {
 
 namespace {
 
-constexpr int kViolationExitCode = 3;
 constexpr std::chrono::seconds kCountsInterval{1};
 
 std::string CertificateFile(const RelayOptions& options) {
@@ -109,13 +107,12 @@ RelayRun::RelayRun(const RelayOptions& options)
 RelayRun::~RelayRun() { relay_->Log().FlushFile(); }
 
 void RelayRun::AddDongles() {
-    const std::size_t count = std::max(options_.dongles, options_.vehicles.size());
+    const std::size_t count = options_.DongleCount();
     if (count != 0 && options_.vehicles.empty()) {
         throw std::runtime_error("--dongles: a --vehicle is missing");
     }
     for (std::size_t i = 0; i < count; ++i) {
-        relay_->AddDongle(
-            LoadVehicleFile(options_.vehicles[std::min(i, options_.vehicles.size() - 1)]));
+        relay_->AddDongle(LoadVehicleFile(options_.vehicles[options_.VehicleOf(i)]));
     }
 }
 
@@ -158,7 +155,7 @@ std::map<std::string, std::string> RelayRun::Places() const {
 }
 
 void RelayRun::Announce() {
-    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, Places());
+    if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, PlacesText(Places()));
     if (!prints_) return;
     std::printf("control channel at %s; lines for the library's config.json:\n",
                 control_->Address().c_str());

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "relay/crypto.h"
+#include "relay/secure_channel.h"
 
 namespace brennix {
 
@@ -23,14 +23,16 @@ inline const char* CarrierName(Carrier carrier) {
     return "";
 }
 
+// The longest packet that, sealed, is no longer than packets may be.
+constexpr std::size_t kMaxPlainPacket = kMaxPacketSize - kSealedHead;
+
 struct RelaySettings {
     KeyPair key;
     Bytes welcome = {'w', 'e', 'l', 'c', 'o', 'm', 'e', '!'};
     std::uint32_t status = 0;                            // in DEVA
     std::map<std::string, std::uint32_t> device_status;  // of single devices, by id
     std::uint32_t capabilities = 0;
-    // A packet of this size, sealed, is no longer than packets may be.
-    std::size_t longest_packet = 4072;
+    std::size_t longest_packet = kMaxPlainPacket;  // longer ones go in fragments
 
     std::uint32_t StatusOf(const std::string& device_id) const {
         const auto found = device_status.find(device_id);

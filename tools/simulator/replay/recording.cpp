@@ -330,6 +330,11 @@ void AppendLines(std::string* text, const std::vector<std::size_t>& lines, const
     *text += lines.size() > kShown ? ", …)" : ")";
 }
 
+template <typename T>
+void MoveBehind(std::vector<T>* target, std::vector<T>* source) {
+    std::move(source->begin(), source->end(), std::back_inserter(*target));
+}
+
 }  // namespace
 
 bool RecordedExchange::Matches(const Request& request) const {
@@ -338,11 +343,6 @@ bool RecordedExchange::Matches(const Request& request) const {
     if (!is_multi && response_id != request.response_id) return false;
     return size == request.data.size() &&
            std::equal(data.begin(), data.end(), request.data.begin());
-}
-
-template <typename T>
-static void MoveBehind(std::vector<T>* target, std::vector<T>* source) {
-    std::move(source->begin(), source->end(), std::back_inserter(*target));
 }
 
 void Recording::Append(Recording next) {

@@ -11,7 +11,11 @@
 
 namespace brennix {
 
-static constexpr int kBacklog = 256;
+namespace {
+
+constexpr int kBacklog = 256;
+
+}  // namespace
 
 Listener::Listener(EventLoop* loop, const std::string& host, std::uint16_t port,
                    std::function<void(int)> accepted)

@@ -16,7 +16,11 @@
 
 namespace brennix {
 
-static constexpr std::size_t kReadSize = 65536;
+namespace {
+
+constexpr std::size_t kReadSize = 65536;
+
+}  // namespace
 
 // Between two memory buffers, so that the socket is read and written in one place only.
 class StreamSocket::Tls {

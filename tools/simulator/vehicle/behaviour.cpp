@@ -2,10 +2,14 @@
 
 namespace brennix {
 
+namespace {
+
 template <typename T>
-static void TakeOver(std::optional<T>* target, const std::optional<T>& source) {
+void TakeOver(std::optional<T>* target, const std::optional<T>& source) {
     if (source) *target = source;
 }
+
+}  // namespace
 
 void Behaviour::Override(const Behaviour& special) {
     TakeOver(&delay_ms, special.delay_ms);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "protocol/layout.h"
+
 namespace brennix {
 
 namespace {
@@ -9,6 +11,8 @@ namespace {
 constexpr std::size_t kKeptFrames = 1000;
 constexpr std::size_t kKeptIds = 4096;
 constexpr std::uint32_t kBurstPart = 128;  // frames that leave together
+
+Bytes ToBytes(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
 
 RawFrame MakeNumberedFrame(std::uint32_t id, std::uint32_t number) {
     RawFrame frame = {id, Bytes(4, 0)};
@@ -39,18 +43,17 @@ RawTraffic::RawTraffic(EventLoop* loop, const RawSetup* setup, Handlers handlers
       sequence_(loop, [this](const TimedFrame& frame) { Send(frame.frame); }) {}
 
 void RawTraffic::OnPacket(ByteSpan packet) {
-    if (packet.size() != kRawPacketSize) return;
-    const std::size_t count = LoadU16(packet.data() + 12);
-    switch (LoadU16(packet.data() + 14)) {
+    if (packet.size() != rawc::kSize) return;
+    const std::size_t count = LoadU16(packet.data() + rawc::kCount);
+    switch (LoadU16(packet.data() + rawc::kFlags)) {
         case kReceptionOn:
             return SwitchOn();
         case kReceptionOff:
             return SwitchOff();
         case kFrame:
             if (count > kMaxFrameBytes) return;
-            return OnFrame({LoadU32(packet.data() + 8),
-                            Bytes(packet.begin() + 16,
-                                  packet.begin() + 16 + static_cast<std::ptrdiff_t>(count))});
+            return OnFrame(
+                {LoadU32(packet.data() + rawc::kId), ToBytes(packet.subspan(rawc::kData, count))});
         default:
             return;
     }

@@ -8,10 +8,29 @@ namespace {
 
 constexpr std::uint8_t kNegativeResponse = 0x7F;
 constexpr std::uint8_t kPositiveOffset = 0x40;
-constexpr std::uint8_t kSuppressPositive = 0x80;  // bit of the sub-function
+constexpr std::uint8_t kSuppressPositive = 0x80;  // bit beside the sub-function
+constexpr std::uint8_t kSubFunction = 0x7F;       // its bits
+constexpr std::uint8_t kFormatIso14229 = 0x01;    // of trouble codes
+constexpr std::uint8_t kLastResetKind = 3;
 constexpr std::uint32_t kDefaultPendingIntervalMs = 20;
 constexpr std::uint32_t kAllTroubleCodes = 0xFFFFFF;
 constexpr std::uint8_t kStatusAvailability = 0xFF;
+
+enum Service : std::uint8_t {
+    kSessionControl = 0x10,
+    kReset = 0x11,
+    kClearTroubleCodes = 0x14,
+    kReadTroubleCodes = 0x19,
+    kReadData = 0x22,
+    kWriteData = 0x2E,
+    kTesterPresent = 0x3E,
+};
+
+enum TroubleCodeReport : std::uint8_t {
+    kCountByStatus = 0x01,
+    kListByStatus = 0x02,
+    kListSupported = 0x0A,
+};
 
 enum ResponseCode : std::uint8_t {
     kServiceNotSupported = 0x11,
@@ -39,7 +58,8 @@ bool IsKeptToItself(ByteSpan answer) {
 }
 
 bool HasSubFunction(std::uint8_t service) {
-    return service == 0x10 || service == 0x11 || service == 0x19 || service == 0x3E;
+    return service == kSessionControl || service == kReset || service == kReadTroubleCodes ||
+           service == kTesterPresent;
 }
 
 void AppendTroubleCode(Bytes* out, const TroubleCode& trouble) {
@@ -62,7 +82,7 @@ std::uint16_t DataId(ByteSpan bytes) {
 
 void ControlUnit::Reset() {
     setup_ = initial_;
-    session_ = 1;
+    session_ = kDefaultSession;
 }
 
 AnswerRow* ControlUnit::FindRow(ByteSpan request) {
@@ -74,7 +94,8 @@ AnswerRow* ControlUnit::FindRow(ByteSpan request) {
 
 void ControlUnit::NoteRequest(Clock::time_point now, bool kept_alive) {
     const std::chrono::milliseconds limit(setup_.session_timeout_ms);
-    if (session_ != 1 && !kept_alive && now - last_request_ > limit) session_ = 1;
+    if (session_ != kDefaultSession && !kept_alive && now - last_request_ > limit)
+        session_ = kDefaultSession;
     last_request_ = now;
 }
 
@@ -90,19 +111,19 @@ Bytes ControlUnit::Answer(ByteSpan request, bool is_functional) {
 Bytes ControlUnit::Dispatch(ByteSpan request) {
     if (request.empty()) return {};
     switch (request[0]) {
-        case 0x10:
+        case kSessionControl:
             return StartSession(request);
-        case 0x11:
+        case kReset:
             return ResetUnit(request);
-        case 0x14:
+        case kClearTroubleCodes:
             return ClearTroubleCodes(request);
-        case 0x19:
+        case kReadTroubleCodes:
             return ReadTroubleCodes(request);
-        case 0x22:
+        case kReadData:
             return ReadData(request);
-        case 0x2E:
+        case kWriteData:
             return WriteData(request);
-        case 0x3E:
+        case kTesterPresent:
             return TesterPresent(request);
         default:
             return Negative(request, kServiceNotSupported);
@@ -111,11 +132,11 @@ Bytes ControlUnit::Dispatch(ByteSpan request) {
 
 Bytes ControlUnit::StartSession(ByteSpan request) {
     if (request.size() != 2) return Negative(request, kIncorrectLength);
-    const std::uint8_t wanted = request[1] & 0x7F;
+    const std::uint8_t wanted = request[1] & kSubFunction;
     const auto found = setup_.sessions.find(wanted);
     if (found == setup_.sessions.end()) return Negative(request, kSubFunctionNotSupported);
     session_ = wanted;
-    Bytes answer = {0x10 + kPositiveOffset, wanted};
+    Bytes answer = {kSessionControl + kPositiveOffset, wanted};
     AppendBigEndian16(&answer, found->second.p2_ms);
     AppendBigEndian16(&answer, found->second.p2_star_ms / 10);  // in units of 10 ms
     return answer;
@@ -123,10 +144,10 @@ Bytes ControlUnit::StartSession(ByteSpan request) {
 
 Bytes ControlUnit::ResetUnit(ByteSpan request) {
     if (request.size() != 2) return Negative(request, kIncorrectLength);
-    const std::uint8_t kind = request[1] & 0x7F;
-    if (kind < 1 || kind > 3) return Negative(request, kSubFunctionNotSupported);
-    session_ = 1;
-    return {0x11 + kPositiveOffset, kind};
+    const std::uint8_t kind = request[1] & kSubFunction;
+    if (kind < 1 || kind > kLastResetKind) return Negative(request, kSubFunctionNotSupported);
+    session_ = kDefaultSession;
+    return {kReset + kPositiveOffset, kind};
 }
 
 Bytes ControlUnit::ClearTroubleCodes(ByteSpan request) {
@@ -142,23 +163,23 @@ Bytes ControlUnit::ClearTroubleCodes(ByteSpan request) {
         return Negative(request, kRequestOutOfRange);
     }
     codes.erase(first, codes.end());
-    return {0x14 + kPositiveOffset};
+    return {kClearTroubleCodes + kPositiveOffset};
 }
 
 Bytes ControlUnit::ReadTroubleCodes(ByteSpan request) const {
     if (request.size() < 2) return Negative(request, kIncorrectLength);
-    const std::uint8_t report = request[1] & 0x7F;
-    const bool has_mask = report == 0x01 || report == 0x02;
-    if (!has_mask && report != 0x0A) return Negative(request, kSubFunctionNotSupported);
+    const std::uint8_t report = request[1] & kSubFunction;
+    const bool has_mask = report == kCountByStatus || report == kListByStatus;
+    if (!has_mask && report != kListSupported) return Negative(request, kSubFunctionNotSupported);
     if (request.size() != (has_mask ? 3u : 2u)) return Negative(request, kIncorrectLength);
 
     std::vector<TroubleCode> found;
     for (const TroubleCode& trouble : setup_.trouble_codes) {
         if (!has_mask || (trouble.status & request[2]) != 0) found.push_back(trouble);
     }
-    Bytes answer = {0x19 + kPositiveOffset, report, kStatusAvailability};
-    if (report == 0x01) {
-        answer.push_back(0x01);  // format: ISO 14229-1
+    Bytes answer = {kReadTroubleCodes + kPositiveOffset, report, kStatusAvailability};
+    if (report == kCountByStatus) {
+        answer.push_back(kFormatIso14229);
         AppendBigEndian16(&answer, static_cast<std::uint16_t>(found.size()));
         return answer;
     }
@@ -169,7 +190,7 @@ Bytes ControlUnit::ReadTroubleCodes(ByteSpan request) const {
 
 Bytes ControlUnit::ReadData(ByteSpan request) const {
     if (request.size() < 3 || request.size() % 2 == 0) return Negative(request, kIncorrectLength);
-    Bytes answer = {0x22 + kPositiveOffset};
+    Bytes answer = {kReadData + kPositiveOffset};
     for (std::size_t at = 1; at < request.size(); at += 2) {
         const auto found = setup_.data.find(DataId(request.subspan(at)));
         if (found == setup_.data.end()) continue;
@@ -196,13 +217,13 @@ Bytes ControlUnit::WriteData(ByteSpan request) {
         return Negative(request, kIncorrectLength);
     }
     found->second.value.assign(request.begin() + 3, request.end());
-    return {0x2E + kPositiveOffset, request[1], request[2]};
+    return {kWriteData + kPositiveOffset, request[1], request[2]};
 }
 
 Bytes ControlUnit::TesterPresent(ByteSpan request) const {
     if (request.size() != 2) return Negative(request, kIncorrectLength);
-    if ((request[1] & 0x7F) != 0) return Negative(request, kSubFunctionNotSupported);
-    return {0x3E + kPositiveOffset, 0};
+    if ((request[1] & kSubFunction) != 0) return Negative(request, kSubFunctionNotSupported);
+    return {kTesterPresent + kPositiveOffset, 0};
 }
 
 Vehicle::Vehicle(std::vector<ControlUnitSetup> units) {

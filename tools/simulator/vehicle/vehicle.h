@@ -15,6 +15,8 @@
 
 namespace brennix {
 
+constexpr std::uint8_t kDefaultSession = 1;
+
 struct DataItem {
     Bytes value;
     std::vector<std::uint8_t> sessions;  // readable in these only; empty: in all
@@ -73,7 +75,7 @@ public:
     bool IsAwake(const Power& power) const {
         return (power.ignition || setup_.permanent) && power.battery_mv >= setup_.min_battery_mv;
     }
-    void FallAsleep() { session_ = 1; }
+    void FallAsleep() { session_ = kDefaultSession; }
     std::uint8_t CurrentSession() const { return session_; }
     void SetData(std::uint16_t id, Bytes value) { setup_.data[id].value = std::move(value); }
     void Reset();  // as read from the file, default session
@@ -97,7 +99,7 @@ private:
 
     ControlUnitSetup setup_;
     ControlUnitSetup initial_;
-    std::uint8_t session_ = 1;
+    std::uint8_t session_ = kDefaultSession;
     Clock::time_point last_request_{};
 };
 

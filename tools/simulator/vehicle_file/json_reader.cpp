@@ -5,16 +5,16 @@
 
 namespace brennix {
 
-static bool IsControl(char letter) { return (letter >= '\0' && letter < ' ') || letter == '\x7F'; }
+namespace {
 
-static std::string OnOneLine(std::string text) {
+bool IsControl(char letter) { return (letter >= '\0' && letter < ' ') || letter == '\x7F'; }
+
+std::string OnOneLine(std::string text) {
     std::replace_if(text.begin(), text.end(), IsControl, ' ');
     return text;
 }
 
-JsonError::JsonError(std::string message) : std::runtime_error(OnOneLine(std::move(message))) {}
-
-static std::string Describe(const nlohmann::json& value) {
+std::string Describe(const nlohmann::json& value) {
     switch (value.type()) {
         case nlohmann::json::value_t::object:
             return "an object";
@@ -30,6 +30,38 @@ static std::string Describe(const nlohmann::json& value) {
             return "the number " + value.dump();
     }
 }
+
+// The number of single-letter edits between two short names.
+std::size_t EditDistance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+std::string Suggest(const std::string& key, std::initializer_list<const char*> known) {
+    for (const char* candidate : known) {
+        if (EditDistance(key, candidate) <= 2)
+            return std::string(", did you mean \"") + candidate + "\"?";
+    }
+    std::string text = ", known keys:";
+    for (const char* candidate : known)
+        text += std::string(" ") + candidate;
+    return text;
+}
+
+}  // namespace
+
+JsonError::JsonError(std::string message) : std::runtime_error(OnOneLine(std::move(message))) {}
 
 void ThrowExpected(const std::string& path, const std::string& expected,
                    const nlohmann::json& found) {
@@ -48,34 +80,6 @@ nlohmann::json ParseJson(const std::string& text, const std::string& name) {
     } catch (const nlohmann::json::out_of_range&) {
         throw JsonError(name + ": a number is too large");
     }
-}
-
-// The number of single-letter edits between two short names.
-static std::size_t EditDistance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            const std::size_t replaced = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({replaced, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row[b.size()];
-}
-
-static std::string Suggest(const std::string& key, std::initializer_list<const char*> known) {
-    for (const char* candidate : known) {
-        if (EditDistance(key, candidate) <= 2)
-            return std::string(", did you mean \"") + candidate + "\"?";
-    }
-    std::string text = ", known keys:";
-    for (const char* candidate : known)
-        text += std::string(" ") + candidate;
-    return text;
 }
 
 JsonObject::JsonObject(const nlohmann::json& value, std::string path,

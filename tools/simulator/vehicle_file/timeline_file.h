@@ -1,5 +1,5 @@
-// The parts of a vehicle file that happen by themselves: telemetry, device log, power. Their keys are
-// described in ../README.md.
+// The parts of a vehicle file that happen by themselves: telemetry, device log, power. Their keys
+// are described in ../README.md.
 
 #pragma once
 

@@ -12,8 +12,12 @@
 
 namespace brennix {
 
-static constexpr auto kStartLimit = std::chrono::seconds(10);
-static constexpr auto kLookInterval = std::chrono::milliseconds(5);
+namespace {
+
+constexpr auto kStartLimit = std::chrono::seconds(10);
+constexpr auto kLookInterval = std::chrono::milliseconds(5);
+
+}  // namespace
 
 void StartWineServer(const std::map<std::string, std::string>& environment) {
     const int nothing = ::open("/dev/null", O_RDWR | O_CLOEXEC);

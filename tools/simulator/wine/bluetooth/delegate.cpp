@@ -2,12 +2,16 @@
 
 namespace brennix {
 
-static bool Answers(IUnknown* object, const IID& id) {
+namespace {
+
+bool Answers(IUnknown* object, const IID& id) {
     void* found = nullptr;
     if (FAILED(object->QueryInterface(id, &found))) return false;
     static_cast<IUnknown*>(found)->Release();
     return true;
 }
+
+}  // namespace
 
 void CheckDelegate(IUnknown* delegate, const IID& id, const char* function) {
     const auto require = [&](bool holds, const char* what) {
