@@ -50,7 +50,7 @@ void Socket::Close() {
 void Socket::Send(ByteSpan bytes) {
     while (!bytes.empty()) {
         const ssize_t size = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (size <= 0) return;  // the answer that does not come tells
+        if (size <= 0) return;  // the missing answer will show it
         bytes = bytes.subspan(static_cast<std::size_t>(size));
     }
 }
@@ -157,7 +157,7 @@ void Device::SendWire(ByteSpan packet) {
     }
 }
 
-// False: the connection ended, or what came is no data.
+// False: the connection ended, or something other than data came.
 bool Device::TakeFrame() {
     const Bytes head = socket_.Read(2);
     if (head.size() < 2 || (head[0] & 0x0F) > 2) return false;

@@ -1,5 +1,5 @@
-// The device's side of the tests: a relay in this process, its control channel, and a client that
-// speaks the secure channel over TCP or WebSocket.
+// The device's side of the tests: a relay in this process, its control channel, and a client with a
+// secure channel over TCP or WebSocket.
 
 #pragma once
 
@@ -27,7 +27,7 @@ public:
     void Close();
     void Send(ByteSpan bytes);
     void Send(const std::string& text) { Send(Bytes(text.begin(), text.end())); }
-    // `count` bytes; fewer when the connection ends or no more come in time.
+    // Reads `count` bytes; fewer if the connection ends or no more come in time.
     Bytes Read(std::size_t count);
     std::string ReadUntil(const std::string& end);
     bool IsAtEnd() { return Read(1).empty(); }
@@ -36,7 +36,7 @@ private:
     int fd_;
 };
 
-// Runs a relay with one test car on free ports, on a thread of its own.
+// Runs a relay with one demo car on free ports, on its own thread.
 class RunningRelay {
 public:
     explicit RunningRelay(const std::vector<std::string>& faults = {}, std::size_t dongles = 1);
@@ -57,7 +57,7 @@ private:
     std::optional<Socket> control_;
 };
 
-// A library, as far as the relay sees one.
+// A library as seen by the relay.
 class Device {
 public:
     explicit Device(const RunningRelay& relay, Carrier carrier = Carrier::kTcp);
@@ -66,7 +66,7 @@ public:
     std::uint32_t Identify();  // DEVI, DEVA: the status
     bool Connect() { return Handshake() && Identify() == 0; }
     void Send(ByteSpan packet);  // sealed
-    // The next packet, opened if it was sealed. Nothing: none came, the connection ended, or it
+    // The next packet, opened if it was sealed. Empty: none came, the connection ended, or it
     // cannot be opened.
     std::optional<Bytes> Read();
     std::optional<Bytes> ReadWire();

@@ -1,4 +1,4 @@
-// The relay's HTTP proxy as a client meets it.
+// The relay's HTTP proxy, seen from a client.
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ TEST(RelayProxy, ConnectsToTheRelayByName) {
     EXPECT_EQ(relay.Command("proxy"), "ok {\"requests\":1,\"tunnels\":1}");
 }
 
-TEST(RelayProxy, SaysWhenThereIsNoSuchPlace) {
+TEST(RelayProxy, ReportsAnUnknownTarget) {
     RunningRelay relay;
     Socket socket(relay.Place("PROXY"));
     socket.Send("CONNECT nowhere.test:443 HTTP/1.1\r\nHost: nowhere.test:443\r\n\r\n");
@@ -30,7 +30,7 @@ TEST(RelayProxy, SaysWhenThereIsNoSuchPlace) {
     EXPECT_TRUE(socket.IsAtEnd());
 }
 
-TEST(RelayProxy, PassesARequestWithAnAbsoluteUrlOn) {
+TEST(RelayProxy, ForwardsARequestWithAnAbsoluteUrl) {
     RunningRelay relay;
     const std::string server = WebSocketServer(relay);
     Socket socket(relay.Place("PROXY"));
@@ -40,11 +40,11 @@ TEST(RelayProxy, PassesARequestWithAnAbsoluteUrlOn) {
                 "Sec-WebSocket-Version: 13\r\n\r\n");
     EXPECT_TRUE(socket.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 101"));
     EXPECT_EQ(relay.Command("proxy"), "ok {\"requests\":1,\"tunnels\":1}");
-    socket.Send(MaskedFrame(0x89, Bytes{7, 8}));  // carries what follows, in both directions
+    socket.Send(MaskedFrame(0x89, Bytes{7, 8}));  // forwards what follows, in both directions
     EXPECT_EQ(socket.Read(4), (Bytes{0x8A, 2, 7, 8}));
 }
 
-TEST(RelayProxy, RefusesOtherMethodsAndHeadsThatAreNone) {
+TEST(RelayProxy, RejectsOtherMethodsAndMalformedHeads) {
     RunningRelay relay;
     const struct {
         const char* request;
@@ -60,14 +60,14 @@ TEST(RelayProxy, RefusesOtherMethodsAndHeadsThatAreNone) {
     }
 }
 
-TEST(RelayProxy, RefusesAHeadThatIsTooLong) {
+TEST(RelayProxy, RejectsAHeadThatIsTooLong) {
     RunningRelay relay;
     Socket socket(relay.Place("PROXY"));
     socket.Send("CONNECT 127.0.0.1:1 HTTP/1.1\r\nHost: " + std::string(9000, 'a'));
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 431"));
 }
 
-TEST(RelayProxy, AnswersWithAStatusWhenToldSoUntilThatIsOver) {
+TEST(RelayProxy, AnswersWithTheSetStatusUntilItIsCleared) {
     RunningRelay relay;
     EXPECT_TRUE(relay.Command("proxy refuse 407").starts_with("ok "));
     const std::string request =
@@ -82,7 +82,7 @@ TEST(RelayProxy, AnswersWithAStatusWhenToldSoUntilThatIsOver) {
     EXPECT_TRUE(taken.ReadUntil("\r\n\r\n").starts_with("HTTP/1.1 200"));
 }
 
-TEST(RelayProxy, EndsItsTunnelsWhenTold) {
+TEST(RelayProxy, EndsItsTunnelsOnCommand) {
     RunningRelay relay;
     Socket socket(relay.Place("PROXY"));
     socket.Send("CONNECT " + relay.Place("TCP") + " HTTP/1.1\r\nHost: a\r\n\r\n");

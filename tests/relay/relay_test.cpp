@@ -1,4 +1,4 @@
-// The relay as a client meets it, over TCP and over WebSocket.
+// The relay, seen from a client over TCP and over WebSocket.
 
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
@@ -55,7 +55,7 @@ TEST_P(RelayTest, AnswersEachClientItsOwnRequests) {
     EXPECT_EQ(relay.Command("#3 record count in"), "ok 0");
 }
 
-TEST_P(RelayTest, TellsEveryDongleOnIden) {
+TEST_P(RelayTest, AnswersIdenWithEveryDongle) {
     RunningRelay relay({}, 3);
     Device device(relay, GetParam());
     ASSERT_TRUE(device.Connect());
@@ -69,7 +69,7 @@ TEST_P(RelayTest, TellsEveryDongleOnIden) {
     EXPECT_EQ(addresses.size(), 3u);
 }
 
-TEST_P(RelayTest, GivesTheStatusThatWasSet) {
+TEST_P(RelayTest, SendsTheStatusThatWasSet) {
     RunningRelay relay;
     for (const std::uint32_t status : {1u, 2u, 7u}) {
         relay.Command("status " + std::to_string(status));
@@ -85,11 +85,11 @@ TEST_P(RelayTest, DropsASealedPacketThatCannotBeOpened) {
     ASSERT_TRUE(device.Connect());
     device.SendWire(MakePacket(type::kCryp, Bytes(40, 1)));
     EXPECT_EQ(relay.Command("wait 1 10000 violation"), "ok 1");
-    device.Send(MakePacket(type::kIden, {}));  // the count goes on where it was
+    device.Send(MakePacket(type::kIden, {}));  // the count continues
     EXPECT_TRUE(device.Read().has_value());
 }
 
-TEST_P(RelayTest, RefusesAFirstMessageForAnotherRelay) {
+TEST_P(RelayTest, RejectsAFirstMessageForAnotherRelay) {
     RunningRelay relay;
     Device device(relay, GetParam());
     Bytes first = device.MakeFirstMessage();
@@ -99,7 +99,7 @@ TEST_P(RelayTest, RefusesAFirstMessageForAnotherRelay) {
     EXPECT_NE(relay.LastViolation().find("does not fit this relay's key"), std::string::npos);
 }
 
-TEST_P(RelayTest, DamagesExactlyTheAnnouncedPacketOnce) {
+TEST_P(RelayTest, DamagesExactlyTheGivenPacketOnce) {
     RunningRelay relay({"once NHS2 flip 800"});
     EXPECT_FALSE(Device(relay, GetParam()).Handshake());
     EXPECT_TRUE(Device(relay, GetParam()).Handshake());
@@ -121,7 +121,7 @@ TEST_P(RelayTest, LosesRepeatsAndSwapsSealedPackets) {
         Device device(relay, GetParam());
         ASSERT_TRUE(device.Connect());
         device.Send(MakePacket(type::kIden, {}));
-        // One of the two packets that come first cannot be opened: its count is another.
+        // One of the first two packets cannot be opened, since its count differs.
         const bool first = device.Read().has_value();
         const bool second = std::string(fault) == "LOGN drop" || device.Read().has_value();
         EXPECT_FALSE(first && second) << fault;
@@ -140,7 +140,7 @@ TEST_P(RelayTest, SplitsAndJoinsWithoutChangingTheStream) {
     }
 }
 
-TEST_P(RelayTest, SendsNoAcknowledgementWhenToldSo) {
+TEST_P(RelayTest, SendsNoAcknowledgementIfTheRuleDropsIt) {
     RunningRelay relay({"in DEVI ignore; DEVA drop"});
     Device device(relay, GetParam());
     ASSERT_TRUE(device.Handshake());
@@ -178,7 +178,7 @@ TEST_P(RelayTest, ChecksTheReplyToItsPing) {
     EXPECT_EQ(relay.Command("wait 1 10000 violation"), "ok 1");
 }
 
-TEST_P(RelayTest, LetsADongleThatComesBackLogInAgain) {
+TEST_P(RelayTest, RepluggedDongleLogsInAgain) {
     RunningRelay relay;
     Device device(relay, GetParam());
     ASSERT_TRUE(device.Connect());
@@ -189,7 +189,7 @@ TEST_P(RelayTest, LetsADongleThatComesBackLogInAgain) {
     EXPECT_EQ(PacketType(*login), type::kLogn);
 }
 
-TEST(RelayWebSocket, ClosesOnFramesThatAreNotAllowed) {
+TEST(RelayWebSocket, ClosesOnInvalidFrames) {
     const Bytes payload = {1, 2, 3};
     const Bytes unmasked = {0x82, 3, 1, 2, 3};
     const struct {
@@ -198,12 +198,12 @@ TEST(RelayWebSocket, ClosesOnFramesThatAreNotAllowed) {
     } cases[] = {
         {unmasked, 0xEA},                                 // 1002
         {MaskedFrame(0xC2, payload), 0xEA},               // a reserved bit
-        {MaskedFrame(0x83, payload), 0xEA},               // an opcode that nobody knows
+        {MaskedFrame(0x83, payload), 0xEA},               // an unknown opcode
         {MaskedFrame(0x80, payload), 0xEA},               // continues nothing
         {MaskedFrame(0x09, payload), 0xEA},               // a ping in parts
         {MaskedFrame(0x88, Bytes{3}), 0xEA},              // half a code
         {MaskedFrame(0x81, payload), 0xEB},               // 1003, text
-        {MaskedFrame(0x88, Bytes{3, 0xED}), 0xEA},        // 1005 is no code to be sent
+        {MaskedFrame(0x88, Bytes{3, 0xED}), 0xEA},        // 1005 must not be sent
         {MaskedFrame(0x88, Bytes{3, 0xE8, 0xFF}), 0xEF},  // 1007
     };
     RunningRelay relay;
@@ -229,7 +229,7 @@ TEST(RelayWebSocket, AnswersPingAndClose) {
     EXPECT_EQ(relay.Violations(), 0u);
 }
 
-TEST(RelayWebSocket, RefusesAnUpgradeThatIsNone) {
+TEST(RelayWebSocket, RejectsAMalformedUpgrade) {
     RunningRelay relay;
     const std::string place = relay.Place("WS").substr(5);
     Socket socket(place.substr(0, place.find('/')));
@@ -237,7 +237,7 @@ TEST(RelayWebSocket, RefusesAnUpgradeThatIsNone) {
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 400"));
 }
 
-TEST_P(RelayTest, DamagesTheAcknowledgementInEveryWayTold) {
+TEST_P(RelayTest, DamagesTheAcknowledgementByEveryRule) {
     const struct {
         const char* fault;
         bool reaches_the_client;  // as a packet that can be opened
@@ -259,7 +259,7 @@ TEST_P(RelayTest, DamagesTheAcknowledgementInEveryWayTold) {
     }
 }
 
-TEST_P(RelayTest, SendsAnotherPacketInsteadSealedLikeIt) {
+TEST_P(RelayTest, SendsAReplacementPacketSealed) {
     // DEVA with status 9.
     RunningRelay relay({"DEVA replace 4156454410000000 0900000000000000"});
     Device device(relay, GetParam());
@@ -267,7 +267,7 @@ TEST_P(RelayTest, SendsAnotherPacketInsteadSealedLikeIt) {
     EXPECT_EQ(device.Identify(), 9u);
 }
 
-TEST_P(RelayTest, ReadsNothingMoreWhenItIsDeaf) {
+TEST_P(RelayTest, ReadsNothingMoreOnceDeaf) {
     RunningRelay relay({"in DEVI deaf"});
     Device device(relay, GetParam());
     ASSERT_TRUE(device.Connect());
@@ -277,14 +277,14 @@ TEST_P(RelayTest, ReadsNothingMoreWhenItIsDeaf) {
     EXPECT_EQ(relay.Command("wait 1 10000 in IDEN"), "ok 1");
 }
 
-TEST(RelayWebSocket, SendsATextMessageWhenTold) {
+TEST(RelayWebSocket, SendsATextMessageByRule) {
     RunningRelay relay({"NHS2 text hello"});
     Device device(relay, Carrier::kWebSocket);
     device.SendWire(device.MakeFirstMessage());
     EXPECT_EQ(device.Wire().Read(7), (Bytes{0x81, 5, 'h', 'e', 'l', 'l', 'o'}));
 }
 
-TEST(RelayWebSocket, AnswersTheUpgradeWithAnotherStatusWhenTold) {
+TEST(RelayWebSocket, AnswersTheUpgradeWithTheStatusOfTheRule) {
     RunningRelay relay({"once accept http 503"});
     const std::string place = relay.Place("WS").substr(5);
     Socket socket(place.substr(0, place.find('/')));
@@ -295,7 +295,7 @@ TEST(RelayWebSocket, AnswersTheUpgradeWithAnotherStatusWhenTold) {
     EXPECT_TRUE(Device(relay, Carrier::kWebSocket).Connect());
 }
 
-TEST(RelayWebSocket, RefusesAHeadThatIsTooLong) {
+TEST(RelayWebSocket, RejectsAHeadThatIsTooLong) {
     RunningRelay relay;
     const std::string place = relay.Place("WS").substr(5);
     Socket socket(place.substr(0, place.find('/')));
@@ -303,7 +303,7 @@ TEST(RelayWebSocket, RefusesAHeadThatIsTooLong) {
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 431"));
 }
 
-// Before the packet, in its place on the wire: over a WebSocket in a message of its own.
+// Noise comes directly before the packet; over a WebSocket, in a message of its own.
 TEST_P(RelayTest, SendsNoiseBeforeAPacket) {
     RunningRelay relay({"NHS2 noise DEADBEEF"});
     Device device(relay, GetParam());
@@ -318,21 +318,21 @@ TEST_P(RelayTest, SendsNoiseBeforeAPacket) {
     }
 }
 
-TEST(RelayFaults, RefusedConnectionEndsAtOnceAndTheNextOneIsTaken) {
+TEST(RelayFaults, RefusedConnectionEndsAtOnceAndTheNextIsAccepted) {
     RunningRelay relay({"once accept refuse"});
     Socket refused(relay.Place("TCP"));
     EXPECT_TRUE(refused.IsAtEnd());
     EXPECT_TRUE(Device(relay).Connect());
 }
 
-TEST(RelayFaults, ResetConnectionEndsAtOnceAndTheNextOneIsTaken) {
+TEST(RelayFaults, ResetConnectionEndsAtOnceAndTheNextIsAccepted) {
     RunningRelay relay({"once accept reset"});
     Socket reset(relay.Place("TCP"));
     EXPECT_TRUE(reset.IsAtEnd());
     EXPECT_TRUE(Device(relay).Connect());
 }
 
-TEST(RelayFaults, DeafConnectionIsTakenAndNothingIsReadFromIt) {
+TEST(RelayFaults, DeafConnectionIsAcceptedAndNeverRead) {
     RunningRelay relay({"once accept deaf"});
     Device deaf(relay);
     deaf.SendWire(deaf.MakeFirstMessage());
@@ -342,7 +342,7 @@ TEST(RelayFaults, DeafConnectionIsTakenAndNothingIsReadFromIt) {
     EXPECT_EQ(relay.Command("wait 2 10000 in NHS1"), "ok 2");
 }
 
-TEST(RelayFaults, RefusesRulesThatMakeNoSense) {
+TEST(RelayFaults, RejectsInvalidRules) {
     RunningRelay relay;
     for (const char* rule : {"NHS2 explode", "NHS2 flip", "in NHS1 flip 3", "accept drop",
                              "NHS2 split 0", "packet * replace 00", "bytes cut"}) {
@@ -352,8 +352,8 @@ TEST(RelayFaults, RefusesRulesThatMakeNoSense) {
     EXPECT_EQ(relay.Command("fault"), "ok");
 }
 
-// The certificate that the relay made vouches for its own address.
-TEST(RelayTls, OpensAWebSocketUnderItsOwnCertificate) {
+// The relay's certificate is valid for its own address.
+TEST(RelayTls, OpensAWebSocketWithItsOwnCertificate) {
     RunningRelay relay;
     const std::string place = relay.Place("WSS").substr(6);
     Socket socket(place.substr(0, place.find('/')));

@@ -1,4 +1,4 @@
-// The relay's code against the committed sessions.
+// The relay's code, checked against the committed sessions.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ Bytes Hex(const nlohmann::json& text) {
     return ParseHex(text.get<std::string>()).value_or(Bytes{});
 }
 
-TEST(SecureChannelVectors, GiveTheSameValuesInTheRelay) {
+TEST(SecureChannelVectors, MatchTheRelaysValues) {
     std::ifstream file(TARVIK_VECTORS "/secure_channel.json");
     const nlohmann::json cases = nlohmann::json::parse(file).at("cases");
     ASSERT_FALSE(cases.empty());

@@ -17,7 +17,7 @@ protected:
     HostPort host_{simulator_.PortPath()};
 };
 
-TEST_F(Control, BadLinesAreAnsweredWithWhatIsExpected) {
+TEST_F(Control, BadLineIsAnsweredWithWhatIsExpected) {
     EXPECT_EQ(simulator_.Command("frobnicate"), "error: unknown command \"frobnicate\", try help");
     EXPECT_EQ(simulator_.Command("@7 stats"), "error: no dongle @7");
     EXPECT_EQ(simulator_.Command("@x stats"), "error: expected a number behind @, found \"x\"");
@@ -85,7 +85,7 @@ TEST_F(Control, RecordShowsTheMultiForm) {
     EXPECT_EQ(entries[1].at("fields").at("entries")[1].at("data"), "7E00");
 }
 
-TEST_F(Control, RecordHoldsTextThatIsNoUtf8) {
+TEST_F(Control, RecordReplacesInvalidUtf8) {
     simulator_.Command("packet LOG FF FE 41");
     host_.Read();
     const nlohmann::json entries =
@@ -93,7 +93,7 @@ TEST_F(Control, RecordHoldsTextThatIsNoUtf8) {
     EXPECT_EQ(entries[0].at("hex"), "20474F4C0B000000FFFE41");
 }
 
-TEST_F(Control, WaitEndsWithTheEntryThatItWaitsFor) {
+TEST_F(Control, WaitEndsWhenItsEntryArrives) {
     std::thread sender([this] { host_.Send(Identify()); });
     EXPECT_EQ(simulator_.Command("wait 1 10000 in IDEN"), "ok 1");
     sender.join();
@@ -103,14 +103,14 @@ TEST_F(Control, WaitEndsWhenTheTimeIsUp) {
     EXPECT_EQ(simulator_.Command("wait 5 20 in SYNC"), "error: time is up with 1 entries");
 }
 
-TEST_F(Control, UnitTellsItsState) {
+TEST_F(Control, UnitReportsItsState) {
     host_.Send(SingleRequest(1, {0x10, 0x03}));
     host_.Read();
     const std::string answer = simulator_.Command("unit engine");
     EXPECT_EQ(nlohmann::json::parse(answer.substr(3)).at("session"), 3);
 }
 
-TEST_F(Control, StatsTellWhetherAHostIsThere) {
+TEST_F(Control, StatsReportWhetherAHostIsConnected) {
     EXPECT_EQ(simulator_.State().at("host"), true);
     EXPECT_EQ(simulator_.State().at("opens"), 1);
     EXPECT_EQ(simulator_.State(1).at("host"), false);

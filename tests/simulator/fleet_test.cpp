@@ -1,4 +1,4 @@
-// Requests to many control units, and the entries of a vehicle file that stand for many.
+// Requests to many control units, and series of control units in vehicle files.
 
 #include <gtest/gtest.h>
 
@@ -72,7 +72,7 @@ class FaultyFleet : public Fleet {};
 INSTANTIATE_TEST_SUITE_P(, SoundFleet, testing::Values("fleet"));
 INSTANTIATE_TEST_SUITE_P(, FaultyFleet, testing::Values("fleet_faults"));
 
-TEST_P(SoundFleet, AnyNumberOfControlUnitsAnswersInTheOrderOfTheRequest) {
+TEST_P(SoundFleet, AnyNumberOfControlUnitsAnswersInRequestOrder) {
     for (const std::uint32_t count : {1u, 2u, 20u, 64u}) {
         host_.Send(MultiRequest(count, kReadSerial, FleetEntries(count), 1000));
         const std::vector<MultiEntry> entries = ReadEntries(&host_);
@@ -85,7 +85,7 @@ TEST_P(SoundFleet, AnyNumberOfControlUnitsAnswersInTheOrderOfTheRequest) {
     EXPECT_EQ(simulator_.Violations(), 0u);
 }
 
-TEST_P(FaultyFleet, FaultsStandInTheAnswer) {
+TEST_P(FaultyFleet, FaultsAppearInTheAnswer) {
     host_.Send(MultiRequest(5, kReadSerial, FleetEntries(64), 100));
     const std::vector<MultiEntry> entries = ReadEntries(&host_);
     std::map<std::uint32_t, std::size_t> answers;
@@ -102,7 +102,7 @@ TEST_P(FaultyFleet, FaultsStandInTheAnswer) {
     EXPECT_EQ(answers[64], 1u);
 }
 
-TEST_P(FaultyFleet, UnitWithAnotherIdIsHeardByWhoeverListensToThat) {
+TEST_P(FaultyFleet, UnitWithAnotherIdAnswersOnThatId) {
     host_.Send(MultiRequest(5, kReadSerial, {{0x600, 0x680}, {0x609, 0x7FF}}, 100));
     const std::vector<MultiEntry> entries = ReadEntries(&host_);
     ASSERT_EQ(entries.size(), 3u);
@@ -114,7 +114,7 @@ std::vector<ControlUnitSetup> ReadUnits(const std::string& units) {
     return ReadVehicle(R"({"control_units": [)" + units + "]}", "car").control_units;
 }
 
-TEST(UnitSeries, StandsForControlUnitsWithNamesIdsAndTexts) {
+TEST(UnitSeries, ExpandsToControlUnitsWithNamesIdsAndTexts) {
     const auto units = ReadUnits(R"({"count": 12, "name": "u", "request": "18DA00F1",
         "request_step": "100", "response": "18DAF100", "data": {"F187": "N{n}", "F18C":
         {"hex": "{hex} FF"}}, "except": [{"unit": 11, "name": "last", "data": {}}]})");

@@ -13,14 +13,14 @@
 
 namespace brennix::test {
 
-// Longest wait for something that is bound to happen.
+// Patience for something that must happen.
 inline constexpr int kPatienceMs = 10'000;
 
 // A vehicle with the control units "engine" (7E0 to 7E8) and "abs" (713 to 77D), both on 7DF.
-// `engine` and `dongle`: further keys of theirs, as JSON without the braces.
+// `engine` and `dongle`: further keys for them, as JSON without the braces.
 std::string CarJson(const std::string& engine = "", const std::string& dongle = "");
 
-// Runs the simulator on a thread of its own until the end of its scope.
+// Runs the simulator on its own thread until the end of the scope.
 class RunningSimulator {
 public:
     explicit RunningSimulator(const std::vector<std::string>& vehicles = {CarJson()});
@@ -44,7 +44,7 @@ private:
     std::string received_;
 };
 
-// Opens the port and speaks in packets.
+// Opens the port and exchanges packets.
 class HostPort {
 public:
     explicit HostPort(const std::string& path);
@@ -55,10 +55,10 @@ public:
     bool IsOpen() const { return file_ >= 0; }
     void Close();
     bool Send(ByteSpan bytes);
-    bool Sync();  // sends SYNC and takes its echo
-    // The next packet; nothing when none comes in time or the port ends.
+    bool Sync();  // sends SYNC and reads its echo
+    // The next packet; empty if none comes in time or the port ends.
     std::optional<Bytes> Read(int limit_ms = kPatienceMs);
-    // The next `count` bytes, packets or not; fewer when no more come.
+    // The next `count` bytes, packets or not; fewer if no more come.
     Bytes ReadBytes(std::size_t count, int limit_ms = kPatienceMs);
     bool IsAtEnd(int limit_ms = kPatienceMs);
 
@@ -85,7 +85,7 @@ struct SingleResponse {
     std::uint32_t wait_time;
     Bytes data;
 };
-// Nothing for no CRES in single form.
+// Empty if the packet is not a single-form CRES.
 std::optional<SingleResponse> AsSingle(const std::optional<Bytes>& packet);
 
 }  // namespace brennix::test

@@ -1,4 +1,4 @@
-// What a host sees that opens the port.
+// What a host sees on the port.
 
 #include <gtest/gtest.h>
 
@@ -59,17 +59,17 @@ TEST_F(Port, AnswersARequestThatComesByteByByte) {
     EXPECT_EQ(AsSingle(host_.Read()).value().data, kEngineVin);
 }
 
-TEST_F(Port, ReportsThatNobodyAnsweredInTime) {
+TEST_F(Port, ReportsAMissingAnswerAfterTheTimeOut) {
     const SingleResponse response = Ask(SingleRequest(8, kReadVin, 0x123, 0x456, 30));
     EXPECT_EQ(response.wait_time, kNoAnswerInTime);
     EXPECT_TRUE(response.data.empty());
 }
 
-TEST_F(Port, DoesNotTakeAnAnswerOnAnotherIdForTheExpectedOne) {
+TEST_F(Port, IgnoresAnAnswerOnAnotherId) {
     EXPECT_EQ(Ask(SingleRequest(8, kReadVin, 0x7E0, 0x7E9, 30)).wait_time, kNoAnswerInTime);
 }
 
-TEST_F(Port, AnswersTheMultiFormWithOneEntryAControlUnit) {
+TEST_F(Port, AnswersTheMultiFormWithOneEntryPerControlUnit) {
     host_.Send(MultiRequest(9, kReadVin, {{0x713, 0x77D}, {0x111, 0x112}, {0x7E0, 0x7E8}}, 40));
     const std::optional<Bytes> packet = host_.Read();
     ASSERT_TRUE(packet);
@@ -97,11 +97,11 @@ TEST_F(Port, MultiFormWithoutAnyAnswerHasNoEntries) {
     EXPECT_EQ(LoadU32(packet->data() + 12), 0u);
 }
 
-TEST_F(Port, DelayedAnswerDoesNotHoldUpTheNext) {
+TEST_F(Port, DelayedAnswerDoesNotDelayTheNext) {
     simulator_.Command(R"(next 1 {"delay_ms": 200})");
     Bytes both = SingleRequest(1, kReadVin);
     AppendBytes(&both, SingleRequest(2, kReadVin));
-    host_.Send(both);  // at once: the second is there long before the first is answered
+    host_.Send(both);  // together: the second arrives long before the first is answered
     const SingleResponse first = AsSingle(host_.Read()).value();
     const SingleResponse second = AsSingle(host_.Read()).value();
     EXPECT_EQ(first.id, 2u);
@@ -121,7 +121,7 @@ TEST_F(Port, WaitsThroughResponsePendingBeyondTheTimeOut) {
     EXPECT_GE(response.wait_time, 119u);
 }
 
-TEST_F(Port, SilentControlUnitEndsInATimeOut) {
+TEST_F(Port, SilentControlUnitCausesATimeOut) {
     simulator_.Command(R"(unit engine {"silent": true})");
     EXPECT_EQ(Ask(SingleRequest(1, kReadVin, 0x7E0, 0x7E8, 30)).wait_time, kNoAnswerInTime);
 }
@@ -131,7 +131,7 @@ TEST_F(Port, NegativeResponseNamesTheService) {
     EXPECT_EQ(Ask(SingleRequest(1, kReadVin)).data, (Bytes{0x7F, 0x22, 0x22}));
 }
 
-TEST_F(Port, BehaviourForSomeRequestsEndsAfterThem) {
+TEST_F(Port, BehaviourForSomeRequestsEndsAfterTheLast) {
     simulator_.Command(R"(unit engine {"negative": "22", "for_requests": 2})");
     EXPECT_EQ(Ask(SingleRequest(1, kReadVin)).data.size(), 3u);
     EXPECT_EQ(Ask(SingleRequest(2, kReadVin)).data.size(), 3u);
@@ -149,7 +149,7 @@ TEST_F(Port, BusyPacketsComeBeforeTheAnswer) {
     EXPECT_EQ(AsSingle(host_.Read()).value().data, kEngineVin);
 }
 
-TEST_F(Port, LostAnswerNeverComesBusyOrNot) {
+TEST_F(Port, LostAnswerNeverComesWithOrWithoutBusy) {
     simulator_.Command(R"(next 1 {"busy": 1, "lost": true})");
     host_.Send(SingleRequest(5, kReadVin));
     host_.Send(SingleRequest(6, kReadVin));
@@ -157,7 +157,7 @@ TEST_F(Port, LostAnswerNeverComesBusyOrNot) {
     EXPECT_EQ(AsSingle(host_.Read()).value().id, 6u);
 }
 
-TEST_F(Port, StrayAndDuplicateAnswersSurroundTheRightOne) {
+TEST_F(Port, StrayAnswersPrecedeAndDuplicatesFollowTheRightOne) {
     simulator_.Command(R"(next 1 {"stray": 1, "duplicate": 1})");
     EXPECT_NE(Ask(SingleRequest(5, kReadVin)).id, 5u);
     EXPECT_EQ(AsSingle(host_.Read()).value().id, 5u);
@@ -170,7 +170,7 @@ TEST_F(Port, WrongIdReplacesTheRightOne) {
     EXPECT_EQ(Ask(SingleRequest(6, kReadVin)).id, 6u);
 }
 
-TEST_F(Port, LongAnswerTravelsInFragmentsOfTheGivenSize) {
+TEST_F(Port, LongAnswerIsSentInFragmentsOfTheGivenSize) {
     simulator_.Command(R"(behaviour {"fragment": 32})");
     host_.Send(SingleRequest(5, kReadVin));
     Bytes whole;
@@ -186,7 +186,7 @@ TEST_F(Port, LongAnswerTravelsInFragmentsOfTheGivenSize) {
     EXPECT_EQ(AsSingle(whole).value().data, kEngineVin);
 }
 
-TEST_F(Port, AnswerOfMoreThanAPacketIsAlwaysInFragments) {
+TEST_F(Port, AnswerLongerThanAPacketIsAlwaysFragmented) {
     Bytes value(5000, 0x41);
     simulator_.Command("data engine F190 " + ToHex(value));
     host_.Send(SingleRequest(5, kReadVin));
@@ -196,7 +196,7 @@ TEST_F(Port, AnswerOfMoreThanAPacketIsAlwaysInFragments) {
     EXPECT_EQ(host_.Read().value().size(), 16u + 5023u - 4080u);
 }
 
-TEST_F(Port, RequestInFragmentsIsPutTogether) {
+TEST_F(Port, FragmentedRequestIsReassembled) {
     const Bytes request = SingleRequest(5, kReadVin);
     for (std::uint16_t index = 0; index < 2; ++index) {
         Bytes payload;
@@ -211,7 +211,7 @@ TEST_F(Port, RequestInFragmentsIsPutTogether) {
     EXPECT_EQ(simulator_.Violations(), 0u);
 }
 
-TEST_F(Port, GarbageComesWithASyncBehindIt) {
+TEST_F(Port, GarbageIsFollowedByASync) {
     simulator_.Command(R"(next 1 {"garbage": 20})");
     host_.Send(SingleRequest(5, kReadVin));
     const Bytes noise = host_.ReadBytes(20);
@@ -220,7 +220,7 @@ TEST_F(Port, GarbageComesWithASyncBehindIt) {
     EXPECT_EQ(AsSingle(host_.Read()).value().data, kEngineVin);
 }
 
-TEST_F(Port, FewGarbageBytesComeWithASecondSync) {
+TEST_F(Port, ShortGarbageIsFollowedByTwoSyncs) {
     simulator_.Command(R"(next 1 {"garbage": 3})");
     host_.Send(SingleRequest(5, kReadVin));
     host_.ReadBytes(3);
@@ -229,7 +229,7 @@ TEST_F(Port, FewGarbageBytesComeWithASecondSync) {
     EXPECT_EQ(AsSingle(host_.Read()).value().data, kEngineVin);
 }
 
-TEST_F(Port, PiecesArriveOneByOne) {
+TEST_F(Port, PacketArrivesInPieces) {
     simulator_.Command("pieces 3 5");
     host_.Send(Sync());
     EXPECT_EQ(host_.ReadBytes(3, 2000), (Bytes{0x43, 0x4E, 0x59}));
@@ -244,7 +244,7 @@ TEST_F(Port, CutEndsThePortWithinAPacket) {
     EXPECT_EQ(simulator_.State().at("plugged"), false);
 }
 
-TEST_F(Port, MutePortAnswersNothingAndRecordsAll) {
+TEST_F(Port, MutePortRecordsEverythingAndAnswersNothing) {
     simulator_.Command("mute");
     host_.Send(Sync());
     EXPECT_EQ(simulator_.Command("wait 2 10000 in SYNC"), "ok 2");
@@ -262,7 +262,7 @@ TEST_F(Port, IgnoredPacketsStayUnanswered) {
     EXPECT_EQ(TypeName(PacketType(host_.Read().value())), "LOGN");
 }
 
-TEST_F(Port, PulledOutPortEndsAndOneThatIsPutBackIsNew) {
+TEST_F(Port, UnplugEndsThePortAndReplugMakesANewOne) {
     simulator_.Command("unplug");
     EXPECT_TRUE(host_.IsAtEnd());
     EXPECT_FALSE(host_.Send(Sync()));
@@ -271,7 +271,7 @@ TEST_F(Port, PulledOutPortEndsAndOneThatIsPutBackIsNew) {
     EXPECT_TRUE(again.Sync());
 }
 
-TEST_F(Port, PullingOutDropsDelayedAnswers) {
+TEST_F(Port, UnplugDropsDelayedAnswers) {
     simulator_.Command(R"(next 1 {"delay_ms": 100})");
     host_.Send(SingleRequest(1, kReadVin));
     ASSERT_EQ(simulator_.Command("wait 1 10000 in CREQ"), "ok 1");
@@ -282,7 +282,7 @@ TEST_F(Port, PullingOutDropsDelayedAnswers) {
     EXPECT_FALSE(again.Read(200).has_value());
 }
 
-TEST_F(Port, HostThatOpensAgainStartsAnew) {
+TEST_F(Port, ReopenedPortStartsFresh) {
     host_.Send(ByteSpan(SingleRequest(1, kReadVin)).first(10));
     ASSERT_EQ(simulator_.Command("wait 1 10000 in SYNC"), "ok 1");
     host_.Close();
@@ -312,7 +312,7 @@ TEST_F(Port, PingIsAnsweredByReplWithTheSamePayload) {
     EXPECT_EQ(simulator_.Violations(), 0u);
 }
 
-TEST_F(Port, DongleMayBeChangedAtRunTime) {
+TEST_F(Port, DongleCanBeChangedAtRunTime) {
     EXPECT_EQ(simulator_.Command(R"(dongle {"model": 4096, "name": "Renamed"})"), "ok");
     host_.Send(Identify());
     const Bytes login = host_.Read().value();
@@ -330,7 +330,7 @@ TEST_F(Port, AnswersTenThousandRequestsInARow) {
     }
 }
 
-TEST_F(Port, AnswersRequestsThatAreSentAheadInAnyAmount) {
+TEST_F(Port, AnswersAnyNumberOfRequestsSentAhead) {
     constexpr std::uint32_t kCount = 500;
     Bytes requests;
     for (std::uint32_t id = 0; id < kCount; ++id)

@@ -28,7 +28,7 @@ protected:
     }
     void TearDown() override { std::filesystem::remove_all(folder_); }
 
-    // A shell script, in the test's folder; $SIM is the program, $CAR the demonstration vehicle.
+    // Runs a shell script in the test's folder; $SIM is the program, $CAR the demo vehicle.
     Outcome RunScript(const std::string& script) const {
         Write("script",
               "SIM=" BRENNIX_SIM_PROGRAM "\nCAR=" BRENNIX_SIM_VEHICLES "/demo.json\n" + script);
@@ -44,6 +44,11 @@ protected:
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
     }
     Outcome Run(const std::string& arguments) const { return RunScript("$SIM " + arguments); }
+    void ExpectOutcome(const std::string& arguments, int code, const std::string& output) const {
+        const Outcome outcome = Run(arguments);
+        EXPECT_EQ(outcome.code, code) << arguments;
+        EXPECT_EQ(outcome.output, output);
+    }
     void Write(const std::string& name, const std::string& text) const {
         std::ofstream(folder_ + "/" + name) << text;
     }
@@ -55,11 +60,11 @@ protected:
     std::string folder_;
 };
 
-// A host in shell: bytes to a port, and some back.
+// A host as a shell script: writes bytes to the port and reads some back.
 constexpr const char* kSyncScript =
     "'exec 3<>dongle; printf \"CNYS\\\\010\\\\000\\\\000\\\\000\" >&3; head -c 8 <&3 | od -An -c'";
 
-TEST_F(Program, ExplainsItselfWithExamples) {
+TEST_F(Program, HelpShowsExamplesAndCommands) {
     const Outcome outcome = Run("--help");
     EXPECT_EQ(outcome.code, 0);
     EXPECT_NE(outcome.output.find("brennix-sim --vehicle car.json --usb ttyACM0 -- "),
@@ -74,7 +79,7 @@ TEST_F(Program, ChecksAVehicleFile) {
     EXPECT_NE(outcome.output.find("7E0 -> 7E8"), std::string::npos);
 }
 
-TEST_F(Program, RefusesBadOptionsInOneLine) {
+TEST_F(Program, RejectsInvalidOptionsInOneLine) {
     const struct {
         const char* arguments;
         const char* expected;
@@ -87,9 +92,9 @@ TEST_F(Program, RefusesBadOptionsInOneLine) {
         {"--vehicle $CAR --bogus",
          "brennix-sim: The following argument was not expected: --bogus (see --help)\n"},
         {"--vehicle $CAR --usb tty0",
-         "brennix-sim: --usb: tty0 is no name like ttyACM0 or ttyUSB3 (see --help)\n"},
+         "brennix-sim: --usb: tty0 is not a name like ttyACM0 or ttyUSB3 (see --help)\n"},
         {"--vehicle $CAR --wine LPT1",
-         "brennix-sim: --wine: LPT1 is no name like COM5 (see --help)\n"},
+         "brennix-sim: --wine: LPT1 is not a name like COM5 (see --help)\n"},
         {"--vehicle $CAR --usb ttyACM0 --usb ttyACM1",
          "brennix-sim: ttyACM1: more ports than dongles, add --vehicle or --dongles (see "
          "--help)\n"},
@@ -101,48 +106,41 @@ TEST_F(Program, RefusesBadOptionsInOneLine) {
         {"--vehicle $CAR --record /nowhere/file",
          "brennix-sim: /nowhere/file: No such file or directory\n"},
     };
-    for (const auto& row : rows) {
-        const Outcome outcome = Run(row.arguments);
-        EXPECT_EQ(outcome.code, 1) << row.arguments;
-        EXPECT_EQ(outcome.output, row.expected);
-    }
+    for (const auto& row : rows)
+        ExpectOutcome(row.arguments, 1, row.expected);
 }
 
-TEST_F(Program, RefusesABadVehicleFileInOneLine) {
+TEST_F(Program, RejectsAnInvalidVehicleFileInOneLine) {
     Write("bad.json", R"({"control_units": [{"name": 5}]})");
-    const Outcome outcome = Run("--vehicle bad.json");
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.output,
-              "brennix-sim: bad.json: control_units[0].name: expected text of at most 64 bytes, "
-              "found the number 5\n");
+    ExpectOutcome(
+        "--vehicle bad.json", 1,
+        "brennix-sim: bad.json: control_units[0].name: expected text of at most 64 bytes, "
+        "found the number 5\n");
 }
 
-TEST_F(Program, RefusesATraceWithNothingToPlay) {
+TEST_F(Program, RejectsATraceWithNothingToPlay) {
     Write("empty.jsonl", "{\"seq\":1,\"ev\":\"log_start\"}\nno line\n");
-    const Outcome outcome = Run("replay empty.jsonl");
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(outcome.output,
-              "brennix-sim: empty.jsonl: nothing to play, requests: 0, raw frames: 0, telemetry "
-              "reports: 0, lines: 2; 1 damaged (line 2)\n");
+    ExpectOutcome(
+        "replay empty.jsonl", 1,
+        "brennix-sim: empty.jsonl: nothing to play, requests: 0, raw frames: 0, telemetry "
+        "reports: 0, lines: 2; 1 damaged (line 2)\n");
 }
 
 TEST_F(Program, ChecksATrace) {
     Write("one.jsonl",
           R"({"seq":1,"ts_us":9,"ev":"comm_req_sent","req_id":1,"tx_len":2,"tx_hex":"3e00",)"
           R"("can_id_tx_func":2016,"can_id_tx_phys":2016,"can_id_rx":2024})");
-    const Outcome outcome = Run("replay one.jsonl --check");
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.output,
-              "one.jsonl: requests: 1, raw frames: 0, telemetry reports: 0, lines: 1\n"
-              "  line 1      7E0 to 7E8: 3E00, no packet came back\n");
+    ExpectOutcome("replay one.jsonl --check", 0,
+                  "one.jsonl: requests: 1, raw frames: 0, telemetry reports: 0, lines: 1\n"
+                  "  line 1      7E0 to 7E8: 3E00, no packet came back\n");
 }
 
-TEST_F(Program, PassesOnTheCommandsExitCode) {
+TEST_F(Program, ReturnsTheCommandsExitCode) {
     EXPECT_EQ(Run("--vehicle $CAR -- sh -c 'exit 42'").code, 42);
     EXPECT_EQ(Run("--vehicle $CAR -- sh -c 'kill -9 $$'").code, 128 + 9);
 }
 
-TEST_F(Program, TellsTheCommandWhereEverythingIs) {
+TEST_F(Program, CommandFindsPortsAndFoldersInItsEnvironment) {
     const Outcome outcome =
         Run("--vehicle $CAR --link dongle --scratch private -- sh -c 'echo $BRENNIX_SIM_PORTS "
             "$BRENNIX_SIM_CONTROL; cd $XDG_CONFIG_HOME && cd $TMPDIR && cd $BRENNIX_SIM_SCRATCH && "
@@ -160,7 +158,7 @@ TEST_F(Program, AnswersOnItsLink) {
     EXPECT_FALSE(std::filesystem::is_symlink(folder_ + "/dongle"));
 }
 
-TEST_F(Program, StrictEndsWithCodeThreeForAHostThatBreaksTheProtocol) {
+TEST_F(Program, StrictExitsWithThreeAfterAProtocolViolation) {
     const std::string command =
         " -- bash -c 'exec 3<>dongle; printf "
         "\"xCNYS\\\\010\\\\000\\\\000\\\\000\" >&3; head -c 8 <&3 >rest'";
@@ -184,7 +182,7 @@ TEST_F(Program, RecordsTheTrafficInAFile) {
     EXPECT_NE(out.find("\"hex\":\"434E595308000000\""), std::string::npos);
 }
 
-TEST_F(Program, WritesItsReadyFileOnceThePortsAreThere) {
+TEST_F(Program, WritesTheReadyFileOnceThePortsExist) {
     const Outcome outcome = Run(
         "--vehicle $CAR --dongles 2 --link dongle --ready-file ready -- sh -c 'cat ready; test -e "
         "dongle'");
@@ -194,13 +192,13 @@ TEST_F(Program, WritesItsReadyFileOnceThePortsAreThere) {
     EXPECT_NE(outcome.output.find("\ndongle 1 /dev/pts/"), std::string::npos);
 }
 
-TEST_F(Program, StartsUnpluggedWhenAsked) {
+TEST_F(Program, StartsUnpluggedOnRequest) {
     const Outcome outcome =
         Run("--vehicle $CAR --unplugged --link dongle -- sh -c 'test -e dongle || echo none'");
     EXPECT_EQ(outcome.output, "none\n");
 }
 
-TEST_F(Program, EndsWithTheQuitCommand) {
+TEST_F(Program, StopsOnTheQuitCommand) {
     const Outcome outcome = RunScript(R"(
         $SIM --vehicle $CAR --ready-file ready >started &
         until test -s ready; do sleep 0.02; done
@@ -213,7 +211,7 @@ TEST_F(Program, EndsWithTheQuitCommand) {
     EXPECT_EQ(Read("started"), Read("ready"));
 }
 
-TEST_F(Program, EndsTheCommandWithItself) {
+TEST_F(Program, TerminatesTheCommandWhenTerminated) {
     const Outcome outcome = RunScript(R"(
         $SIM --vehicle $CAR -- bash -c 'touch begun; exec sleep 60' &
         until test -e begun; do sleep 0.02; done

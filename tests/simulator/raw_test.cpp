@@ -1,4 +1,4 @@
-// Frames on the bus that are no diagnostic requests, both ways.
+// CAN frames that are not diagnostic requests, in both directions.
 
 #include <gtest/gtest.h>
 
@@ -42,14 +42,14 @@ protected:
     void SetUp() override { ASSERT_TRUE(host_.Sync()); }
 
     nlohmann::json RawState() { return nlohmann::json::parse(simulator_.Command("raw").substr(3)); }
-    // Sends what switches reception and waits until the dongle has done it.
+    // Switches reception and waits until the dongle has done so.
     void Switch(const Bytes& packet) {
         const std::string seen = simulator_.Command("record count in RAWC").substr(3);
         ASSERT_TRUE(host_.Send(packet));
         const std::string next = std::to_string(std::stoul(seen) + 1);
         ASSERT_EQ(simulator_.Command("wait " + next + " 10000 in RAWC"), "ok " + next);
     }
-    // Reads until a frame with that id comes.
+    // Reads until a frame with this id comes.
     Bytes ReadFrame(std::uint32_t id) {
         for (;;) {
             const std::optional<Bytes> packet = host_.Read();
@@ -62,13 +62,13 @@ protected:
     HostPort host_;
 };
 
-// No frames of its own, so that what comes is what was asked for.
+// A vehicle without frames of its own, so that only requested frames come.
 class QuietRaw : public Raw {
 protected:
     QuietRaw() : Raw(CarJson()) {}
 };
 
-TEST(BytePattern, MatchesDigitsThatAreFree) {
+TEST(BytePattern, MatchesWildcardDigits) {
     const auto matches = [](const char* pattern, const char* bytes) {
         return BytePattern::Parse(pattern).value().Matches(ParseHex(bytes).value());
     };
@@ -90,7 +90,7 @@ TEST(RawPacket, HasAFixedLength) {
               "435741521800000010F1DA18030000000102030000000000");
 }
 
-TEST_F(Raw, NothingComesBeforeReceptionIsOn) {
+TEST_F(Raw, SendsNothingBeforeReceptionIsOn) {
     EXPECT_EQ(simulator_.Command("raw send 123 01"), "ok 0");
     host_.Send(RawPacket(0x600, {0x01, 0x02}));
     ASSERT_TRUE(host_.Send(Identify()));
@@ -121,7 +121,7 @@ TEST_F(Raw, ReceptionEndsWithTheLastListener) {
     EXPECT_EQ(RawState().at("listeners"), 0);
 }
 
-TEST_F(Raw, ReceptionIsSwitchedByTheLastWordWhereAVehicleSaysSo) {
+TEST_F(Raw, SwitchedReceptionFollowsTheLastCommand) {
     RunningSimulator simulator({CarJson("", "").substr(0, CarJson().size() - 1) +
                                 R"(, "raw": {"reception": "switched"}})"});
     HostPort host(simulator.PortPath());
@@ -150,13 +150,13 @@ TEST_F(Raw, FramesAreAnsweredByIdAndData) {
     EXPECT_EQ(RawState().at("ids").at("600"), nlohmann::json({{"count", 2}, {"last", "0100"}}));
 }
 
-TEST_F(Raw, FramesAreAnsweredByPartOfTheId) {
+TEST_F(Raw, FramesAreAnsweredByMaskedId) {
     Switch(kReceptionOn);
     host_.Send(RawPacket(0x18DA55F1, {}));
     EXPECT_EQ(ReadFrame(0x18DAF110), RawPacket(0x18DAF110, {1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
-TEST_F(Raw, FramesCanBeChangedStoppedAndSetBack) {
+TEST_F(Raw, FramesCanBeChangedStoppedAndReset) {
     simulator_.Command(R"(raw frame {"name": "speed", "id": "1A0", "period_ms": 0})");
     simulator_.Command(R"(raw frame {"name": "rpm", "id": "0C0", "period_ms": 5, "data": "AA"})");
     Switch(kReceptionOn);
@@ -181,7 +181,7 @@ TEST_F(QuietRaw, AnswersCanBeAdded) {
     EXPECT_EQ(host_.Read(), RawPacket(0x701, {0x55}));
 }
 
-TEST_F(QuietRaw, BurstComesWholeAndInOrder) {
+TEST_F(QuietRaw, BurstArrivesCompleteAndInOrder) {
     constexpr std::uint32_t kCount = 5000;
     Switch(kReceptionOn);
     EXPECT_EQ(simulator_.Command("raw burst 5000 321"), "ok 5000");
@@ -208,7 +208,7 @@ TEST_F(QuietRaw, FramesOfTheHostAreListed) {
     EXPECT_EQ(RawState().at("received"), 0);
 }
 
-TEST_F(QuietRaw, FrameThatAnnouncesTooMuchIsReportedAndNotListed) {
+TEST_F(QuietRaw, FrameThatAnnouncesTooManyBytesIsReportedAndNotListed) {
     Bytes packet = RawPacket(0x123, {});
     packet[12] = 9;
     host_.Send(packet);
@@ -217,7 +217,7 @@ TEST_F(QuietRaw, FrameThatAnnouncesTooMuchIsReportedAndNotListed) {
     EXPECT_EQ(RawState().at("received"), 0);
 }
 
-TEST_F(QuietRaw, BadCommandsAreAnsweredWithWhatIsExpected) {
+TEST_F(QuietRaw, BadCommandIsAnsweredWithWhatIsExpected) {
     EXPECT_EQ(simulator_.Command("raw listen"),
               "error: raw: expected send, burst, received, clear, frame, answer or nothing, found "
               "\"listen\"");

@@ -1,4 +1,4 @@
-// A vehicle played from the library's trace file.
+// A vehicle replayed from the library's trace file.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 namespace brennix::test {
 namespace {
 
-// Writes trace lines as the library does; times are in milliseconds.
+// Writes trace lines like the library; times are in milliseconds.
 class Trace {
 public:
     Trace& Line(std::uint32_t at_ms, const std::string& event, const std::string& fields) {
@@ -98,7 +98,7 @@ TEST(Recording, SpeedDividesTheTimes) {
     EXPECT_EQ(trace.Make({.speed = 0.5, .fill = {}}).exchanges[0].packets[0].at_ms, 24u);
 }
 
-TEST(Recording, ShowsBusySilenceAndNoPacketAtAll) {
+TEST(Recording, ShowsBusyTimeOutAndMissingPackets) {
     Trace trace;
     trace.Start(0, 1).Sent(0, 1, kVin);
     trace.Line(5, "busy_received", R"(,"req_id":1,"reason":"not \"yet\"","reason_len":9)");
@@ -113,7 +113,7 @@ TEST(Recording, ShowsBusySilenceAndNoPacketAtAll) {
     EXPECT_EQ(recording.exchanges[1].Describe(), "7E0 to 7E8: 3E00, no packet came back");
 }
 
-TEST(Recording, AnswerThatWasReportedBeforeItsRequestBelongsToIt) {
+TEST(Recording, AnswerReportedBeforeItsRequestBelongsToIt) {
     Trace trace;
     trace.Start(0, 1).Received(1, 1, "7e00").Sent(2, 1, "3e00");
     trace.Received(10, 1, "7e01").Sent(11, 1, "3e00");
@@ -124,7 +124,7 @@ TEST(Recording, AnswerThatWasReportedBeforeItsRequestBelongsToIt) {
     EXPECT_TRUE(recording.strange_answers.empty());
 }
 
-TEST(Recording, SecondAnswerIsACopyAndOneWithoutRequestIsCounted) {
+TEST(Recording, SecondAnswerIsADuplicateAndOneWithoutARequestIsCounted) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "62").Received(150, 1, "62").Received(200, 9, "7e00");
     const Recording recording = trace.Make();
@@ -132,7 +132,7 @@ TEST(Recording, SecondAnswerIsACopyAndOneWithoutRequestIsCounted) {
     EXPECT_EQ(recording.strange_answers, std::vector<std::size_t>{6});
 }
 
-TEST(Recording, LinesOutOfOrderArePutInOrder) {
+TEST(Recording, LinesOutOfOrderAreSorted) {
     Trace trace;
     trace.Text(R"({"seq":4,"ts_us":2000,"ev":"comm_res_received","req_id":1,"wait_time":0,)"
                R"("rx_len":1,"rx_hex":"7e"})");
@@ -158,7 +158,7 @@ TEST(Recording, DamagedAndUnknownLinesAreCountedWithTheirNumbers) {
         "10, 11); 1 unknown (line 2)");
 }
 
-TEST(Recording, FieldsOfTheWrongKindDoNoHarm) {
+TEST(Recording, FieldsOfTheWrongTypeAreHarmless) {
     Trace trace;
     trace.Line(0, "comm_req_sent", R"(,"req_id":"x","tx_len":-1,"tx_hex":5)");
     trace.Line(0, "comm_req_sent", R"(,"req_id":1,"tx_len":4000000000,"tx_hex":"22")");
@@ -178,8 +178,8 @@ std::string LongHex(std::size_t size) {
     return hex;
 }
 
-// The line ends within the bytes; its line end is gone as well.
-TEST(Recording, LongRequestWhoseLineIsCutIsKnownByItsBeginning) {
+// The line ends within the bytes, without a line end.
+TEST(Recording, LongRequestOfACutLineMatchesByItsFirstBytes) {
     Trace trace;
     trace.Start(0, 1).Candidate(1, 0x700, 0x708);
     trace.Text(
@@ -213,7 +213,7 @@ TEST(Recording, CutAnswerIsLeftOutOrFilled) {
     EXPECT_EQ(filled.exchanges[0].packets[0].data, ParseHex("62F190AAAA").value());
 }
 
-// Whatever a file holds, reading it ends and harms nothing.
+// Reading any file must end without harm.
 TEST(Recording, SurvivesAnyDamage) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "62f19041").Candidate(2, 0x7E0, 0x7E8);
@@ -266,7 +266,7 @@ protected:
     std::uint32_t id_ = 100;
 };
 
-TEST_F(Replayed, AnswersComeInRecordedOrderAndTheLastStays) {
+TEST_F(Replayed, AnswersComeInRecordedOrderAndTheLastRepeats) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "6201");
     AskOnce(&trace, 2, "3e00", "7e00");
@@ -280,7 +280,7 @@ TEST_F(Replayed, AnswersComeInRecordedOrderAndTheLastStays) {
               R"(ok {"requests":3,"played":4,"unknown":0,"last_unknown":""})");
 }
 
-TEST_F(Replayed, OrderBeginsAnewWithResetAndTheNextHost) {
+TEST_F(Replayed, OrderRestartsAfterResetAndForTheNextHost) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "6201");
     AskOnce(&trace, 2, kVin, "6202");
@@ -297,7 +297,7 @@ TEST_F(Replayed, OrderBeginsAnewWithResetAndTheNextHost) {
     EXPECT_EQ(Ask("22F190"), "6201");
 }
 
-TEST_F(Replayed, RequestsAreTheSameOnlyWithTheSameIdsAndBytes) {
+TEST_F(Replayed, RequestMatchesOnlyWithTheSameIdsAndBytes) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "62");
     Run(trace);
@@ -310,7 +310,7 @@ TEST_F(Replayed, RequestsAreTheSameOnlyWithTheSameIdsAndBytes) {
               R"(ok {"requests":1,"played":1,"unknown":3,"last_unknown":"7E0 to 7E9: 22F190"})");
 }
 
-TEST_F(Replayed, StrictlyAnUnknownRequestIsAViolation) {
+TEST_F(Replayed, UnknownRequestIsAViolationInStrictMode) {
     Trace trace;
     AskOnce(&trace, 1, kVin, "62");
     Run(trace, true);
@@ -318,7 +318,7 @@ TEST_F(Replayed, StrictlyAnUnknownRequestIsAViolation) {
     EXPECT_EQ(simulator_->LastViolation(), "not in the trace: 7E0 to 7E8: 3E00");
 }
 
-TEST_F(Replayed, BusyAndSilenceAreRepeated) {
+TEST_F(Replayed, BusyAndTimeOutAreReplayed) {
     Trace trace;
     trace.Start(0, 1).Sent(0, 1, kVin);
     trace.Line(1, "busy_received", R"(,"req_id":1,"reason":"soon","reason_len":4)");
@@ -329,7 +329,7 @@ TEST_F(Replayed, BusyAndSilenceAreRepeated) {
     EXPECT_EQ(AsSingle(host_->Read()).value().wait_time, kNoAnswerInTime);
 }
 
-// Entries stand for control units wherever the request has them.
+// Entries belong to control units, at any position in the request.
 TEST_F(Replayed, FunctionalAnswersFollowTheRequestsOrder) {
     Trace trace;
     trace.Start(0, 1).Candidate(1, 0x7E0, 0x7E8).Candidate(1, 0x7E1, 0x7E8);
@@ -346,7 +346,7 @@ TEST_F(Replayed, FunctionalAnswersFollowTheRequestsOrder) {
     EXPECT_EQ(host_->Read(), MakeMultiResponse(7, {}));
 }
 
-TEST_F(Replayed, FunctionalAnswerThatIsCutIsCompletedFromTheResults) {
+TEST_F(Replayed, CutFunctionalAnswerIsCompletedFromTheResults) {
     Trace trace;
     trace.Start(0, 1).Candidate(1, 0x7E0, 0x7E8).Candidate(1, 0x713, 0x77D);
     trace.Sent(0, 1, "3e00", kMultiRequestMark, 2);

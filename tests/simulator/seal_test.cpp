@@ -1,4 +1,4 @@
-// Sealed packets, against the cipher as its definition has it.
+// Sealed packets, checked against the definition of the cipher.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@ namespace {
 
 using Block = std::array<std::uint8_t, 16>;
 
-// x times 2 in the field of AES.
+// x times 2 in the AES field.
 std::uint8_t Double(std::uint8_t x) {
     return static_cast<std::uint8_t>((x << 1) ^ ((x & 0x80) != 0 ? 0x1B : 0));
 }
@@ -75,7 +75,7 @@ void UnshiftRowsAndSubstituteBack(Block* state) {
     *state = moved;
 }
 
-// Fourteen rounds with round keys of zero: adding a key changes nothing.
+// Fourteen rounds with all-zero round keys, whose addition changes nothing.
 Block Decipher(Block state) {
     UnshiftRowsAndSubstituteBack(&state);
     for (int round = 13; round > 0; --round) {
@@ -85,7 +85,7 @@ Block Decipher(Block state) {
     return state;
 }
 
-// Opens whole blocks; `chain` goes on from call to call.
+// Opens whole blocks; `chain` continues from call to call.
 Bytes Open(ByteSpan sealed, Block* chain) {
     Bytes plain;
     for (std::size_t at = 0; at + 16 <= sealed.size(); at += 16) {
@@ -100,16 +100,16 @@ Bytes Open(ByteSpan sealed, Block* chain) {
     return plain;
 }
 
-TEST(Decipher, SubstitutionIsTheStandardsOwn) {
+TEST(Decipher, SubstitutionMatchesTheStandard) {
     EXPECT_EQ(Substitute(0x00), 0x63);
     EXPECT_EQ(Substitute(0x53), 0xED);
     EXPECT_EQ(Substitute(0xFF), 0x16);
 }
 
-TEST(Seal, OpensAsTheCiphersDefinitionSays) {
+TEST(Seal, OpensByTheCiphersDefinition) {
     Seal seal;
     Block chain{};
-    for (int i = 0; i < 3; ++i) {  // the chain goes on from packet to packet
+    for (int i = 0; i < 3; ++i) {  // the chain continues from packet to packet
         const Bytes packet = SingleRequest(static_cast<std::uint32_t>(i), Bytes(21, 0x5A));
         const Bytes sealed = seal.Close(packet);
         EXPECT_EQ(TypeName(PacketType(sealed)), "CRYP");
@@ -121,7 +121,7 @@ TEST(Seal, OpensAsTheCiphersDefinitionSays) {
     }
 }
 
-TEST(Seal, StartsAnewAfterReset) {
+TEST(Seal, RestartsAfterReset) {
     Seal seal;
     const Bytes first = seal.Close(Sync());
     EXPECT_NE(seal.Close(Sync()), first);
@@ -129,7 +129,7 @@ TEST(Seal, StartsAnewAfterReset) {
     EXPECT_EQ(seal.Close(Sync()), first);
 }
 
-TEST(SealedAnswer, HoldsTheAnswer) {
+TEST(SealedAnswer, ContainsTheAnswer) {
     RunningSimulator simulator;
     HostPort host(simulator.PortPath());
     ASSERT_TRUE(host.Sync());
@@ -143,7 +143,7 @@ TEST(SealedAnswer, HoldsTheAnswer) {
     EXPECT_EQ(AsSingle(plain).value().data, (Bytes{0x7E, 0x00}));
 }
 
-TEST(SealedAnswer, IsNeverLongerThanPacketsMayBe) {
+TEST(SealedAnswer, NeverExceedsTheLongestPacket) {
     RunningSimulator simulator;
     HostPort host(simulator.PortPath());
     ASSERT_TRUE(host.Sync());
@@ -151,7 +151,7 @@ TEST(SealedAnswer, IsNeverLongerThanPacketsMayBe) {
     simulator.Command(R"(next 1 {"seal": true})");
     host.Send(SingleRequest(3, {0x22, 0xF1, 0x90}));
     Block chain{};
-    for (const std::size_t size : {4088u, 56u}) {  // two fragments, sealed each
+    for (const std::size_t size : {4088u, 56u}) {  // two fragments, each sealed
         const Bytes sealed = host.Read().value();
         EXPECT_EQ(sealed.size(), size);
         const Bytes plain = Open(ByteSpan(sealed).subspan(8), &chain);

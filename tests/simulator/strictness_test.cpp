@@ -1,4 +1,4 @@
-// Every way in which a host may break the protocol is noticed.
+// Every way in which a host can break the protocol is detected.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ Bytes Changed(Bytes packet, std::size_t offset, std::uint8_t value) {
     return packet;
 }
 
-// As its length field says.
+// A packet with a matching length field.
 Bytes Resized(Bytes packet, std::size_t size) {
     packet.resize(size);
     packet[4] = static_cast<std::uint8_t>(size & 0xFF);
@@ -109,7 +109,7 @@ struct StreamLog : StreamCutter::Sink {
     std::string text;
 };
 
-TEST(StreamCutter, SkipsToSyncAndAgainAfterABadHeader) {
+TEST(StreamCutter, SkipsToSyncAtTheStartAndAfterABadHeader) {
     Bytes stream = {1, 2, 3};
     AppendBytes(&stream, Sync());
     AppendBytes(&stream, Identify());
@@ -172,7 +172,7 @@ TEST(Reassembler, KeepsPacketsOfTheSameSizeApart) {
 class Strictness : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(host_.Sync()); }
-    // Sends and waits until the dongle has complained.
+    // Sends and waits for the dongle's violation.
     std::string Complaint(const Bytes& bytes) {
         host_.Send(bytes);
         EXPECT_EQ(simulator_.Command("wait 1 10000 violation"), "ok 1");
@@ -182,7 +182,7 @@ protected:
     HostPort host_{simulator_.PortPath()};
 };
 
-TEST_F(Strictness, BadHeaderIsReportedAndTheStreamFoundAgain) {
+TEST_F(Strictness, BadHeaderIsReportedAndTheStreamResynchronised) {
     EXPECT_EQ(Complaint({'N', 'E', 'D', 'I', 7, 0, 0, 0}),
               "packet header with length 7: 4E45444907000000");
     EXPECT_TRUE(host_.Sync());
@@ -197,7 +197,7 @@ TEST_F(Strictness, ReplWithAnotherPayloadIsReported) {
     EXPECT_EQ(Complaint(MakePacket(type::kRepl, Bytes{0x0B})), "REPL with payload 0B, PING had 0A");
 }
 
-TEST_F(Strictness, ReassembledRequestIsCheckedLikeAWholeOne) {
+TEST_F(Strictness, ReassembledRequestIsChecked) {
     const Bytes request = Changed(SingleRequest(1, kReadVin), 27, 1);
     Bytes payload;
     AppendU16(&payload, 0);

@@ -1,4 +1,4 @@
-// What the dongle does by itself: telemetry, device log, battery and ignition over time.
+// What the dongle does unasked: telemetry, device log, battery and ignition over time.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ protected:
         host_.emplace(simulator_->PortPath());
         ASSERT_TRUE(host_->Sync());
     }
-    // The payload of the next packet of that type; others are passed over.
+    // The payload of the next packet of this type; skips others.
     std::string ReadText(std::uint32_t type) {
         for (;;) {
             const std::optional<Bytes> packet = host_->Read();
@@ -38,7 +38,7 @@ protected:
     std::optional<HostPort> host_;
 };
 
-TEST_F(Script, TelemetryComesInTurnWhileAHostIsThere) {
+TEST_F(Script, TelemetryTextsTakeTurnsWhileAHostIsConnected) {
     Run(R"("telemetry": {"period_ms": 5, "json": [{"v": 1}, "{\"v\": 2", {}]})");
     EXPECT_EQ(ReadText(type::kTele), R"({"v":1})");
     EXPECT_EQ(ReadText(type::kTele), R"({"v": 2)");
@@ -46,7 +46,7 @@ TEST_F(Script, TelemetryComesInTurnWhileAHostIsThere) {
     EXPECT_EQ(ReadText(type::kTele), R"({"v":1})");
 }
 
-TEST_F(Script, TelemetryOfTheDonglesOwnHasEverythingInIt) {
+TEST_F(Script, OwnTelemetryIsComplete) {
     Run("");
     EXPECT_EQ(simulator_->Command("tele"), "ok");
     const nlohmann::json report = nlohmann::json::parse(ReadText(type::kTele));
@@ -75,7 +75,7 @@ TEST_F(Script, TelemetryIsSetByCommand) {
               "number 7");
 }
 
-TEST_F(Script, DeviceLogComesInOrderOfItsTimes) {
+TEST_F(Script, DeviceLogIsSentInOrderOfTime) {
     Run(R"("device_log": [{"at_ms": 20, "text": "third\n"}, {"at_ms": 0, "text": "first"},
                           {"at_ms": 0, "text": " second\n"}])");
     EXPECT_EQ(ReadText(type::kLog), "first");
@@ -83,10 +83,10 @@ TEST_F(Script, DeviceLogComesInOrderOfItsTimes) {
     EXPECT_EQ(ReadText(type::kLog), "third\n");
 }
 
-TEST_F(Script, DeviceLogComesAgainForTheNextHostAndOnCommand) {
+TEST_F(Script, DeviceLogRestartsForTheNextHostAndOnCommand) {
     Run(R"("device_log": [{"at_ms": 0, "text": "hello"}])");
     EXPECT_EQ(ReadText(type::kLog), "hello");
-    EXPECT_TRUE(host_->Sync());  // the same host: nothing begins anew
+    EXPECT_TRUE(host_->Sync());  // the same host: nothing restarts
     EXPECT_EQ(simulator_->Command("timeline restart"), "ok");
     EXPECT_EQ(ReadText(type::kLog), "hello");
     host_->Close();
@@ -106,7 +106,7 @@ TEST_F(Script, BatteryAndIgnitionFollowTheFile) {
     EXPECT_EQ(report.at("bat"), 12100);
     EXPECT_EQ(report.at("ign"), 0);
     simulator_->Command("record clear");
-    EXPECT_EQ(simulator_->Command("reset"), "ok");  // everything begins anew
+    EXPECT_EQ(simulator_->Command("reset"), "ok");  // restarts everything
     ASSERT_EQ(simulator_->Command("wait 4 10000 event"), "ok 4");
     const nlohmann::json events =
         nlohmann::json::parse(simulator_->Command("record last 4 event").substr(3));

@@ -1,4 +1,4 @@
-// What the control units of a vehicle file answer.
+// How the control units of a vehicle file answer.
 
 #include <gtest/gtest.h>
 
@@ -50,8 +50,8 @@ TEST_F(Car, ReadsDataIdentifiers) {
     EXPECT_EQ(AskEngine("22 F1"), "7F2213");
 }
 
-TEST_F(Car, ReadsDataOfASessionOnlyInIt) {
-    vehicle_.SetTesterPresent(20);  // the session stays, however long the questions take
+TEST_F(Car, ReadsSessionDataOnlyInThatSession) {
+    vehicle_.SetTesterPresent(20);  // keeps the session, however long the requests take
     EXPECT_EQ(AskEngine("22 12 34"), "7F2231");
     EXPECT_EQ(AskEngine("10 03"), "500300190190");
     EXPECT_EQ(AskEngine("22 12 34"), "62123401");
@@ -67,13 +67,13 @@ TEST_F(Car, SessionEndsUnlessItIsKeptAlive) {
     EXPECT_EQ(AskEngine("22 12 34"), "7F2231");
 }
 
-TEST_F(Car, StartsOnlySessionsThatItHas) {
+TEST_F(Car, StartsOnlyKnownSessions) {
     EXPECT_EQ(AskEngine("10 02"), "7F1012");
     EXPECT_EQ(AskEngine("10"), "7F1013");
     EXPECT_EQ(AskEngine("10 83"), "0 answers");  // positive answer suppressed
 }
 
-TEST_F(Car, WritesDataThatIsWritable) {
+TEST_F(Car, WritesOnlyWritableData) {
     EXPECT_EQ(AskEngine("2E 20 00 AA BB"), "6E2000");
     EXPECT_EQ(AskEngine("22 20 00"), "622000AABB");
     EXPECT_EQ(AskEngine("2E 20 00 AA"), "7F2E13");
@@ -105,7 +105,7 @@ TEST_F(Car, AnswersTesterPresentAndReset) {
     EXPECT_EQ(AskEngine("11 09"), "7F1112");
 }
 
-TEST_F(Car, RowsComeBeforeServices) {
+TEST_F(Car, AnswerRowsTakePrecedenceOverServices) {
     EXPECT_EQ(AskEngine("31 01 FF 00"), "7101FF00");
     EXPECT_EQ(AskEngine("31 01 FF 01"), "7F3111");
     EXPECT_EQ(AskEngine("27 01"), "6702");
@@ -114,14 +114,14 @@ TEST_F(Car, RowsComeBeforeServices) {
     EXPECT_EQ(AskEngine("85 02"), "0 answers");
 }
 
-TEST_F(Car, FunctionalRequestReachesAllButOnlyThoseWhoKnowAnswer) {
+TEST_F(Car, FunctionalRequestIsAnsweredOnlyByUnitsThatKnowIt) {
     EXPECT_EQ(Ask(0x7DF, "3E 00"), (std::vector<std::string>{"2024:7E00", "1917:7E00"}));
     EXPECT_EQ(Ask(0x7DF, "22 F1 90"), (std::vector<std::string>{"2024:62F19056494E"}));
     EXPECT_TRUE(Ask(0x7DF, "BA 01").empty());
     EXPECT_TRUE(Ask(0x123, "3E 00").empty());
 }
 
-TEST_F(Car, BehaviourShapesWhatIsOnTheBus) {
+TEST_F(Car, BehaviourShapesTheBusMessages) {
     Behaviour behaviour;
     behaviour.delay_ms = 10;
     behaviour.pending = 2;
@@ -137,7 +137,7 @@ TEST_F(Car, BehaviourShapesWhatIsOnTheBus) {
     EXPECT_EQ(messages[3].data, (Bytes{0x7E, 0x00}));
 }
 
-TEST_F(Car, MoreSpecialBehaviourWinsSettingBySetting) {
+TEST_F(Car, MoreSpecificBehaviourWinsSettingBySetting) {
     Behaviour dongle;
     dongle.delay_ms = 1;
     dongle.busy = 1;
@@ -226,7 +226,7 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
     }
 }
 
-TEST(VehicleFile, ExamplesAreInOrder) {
+TEST(VehicleFile, ExamplesAreValid) {
     for (const char* name :
          {"demo", "difficult", "fleet", "fleet_faults", "mute", "unknown_model"}) {
         EXPECT_NO_THROW(LoadVehicleFile(std::string(BRENNIX_SIM_VEHICLES) + "/" + name + ".json"))

@@ -1,5 +1,5 @@
-// A trace file, read the way the simulator reads one that it is to play. Each line is accounted
-// for, and each request that was found can be asked.
+// A trace file, read like one for a replay. Each line is accounted for, and each request found can
+// be asked.
 
 #include <algorithm>
 #include <cstdint>
@@ -22,7 +22,7 @@ void Require(bool holds) {
 
 struct TextSize {
     std::size_t lines = 0;
-    std::size_t parts = 0;  // a line that was cut goes on with the next one
+    std::size_t parts = 0;  // a line that was cut continues with the next one
 };
 
 TextSize Measure(std::string_view text) {
@@ -43,7 +43,7 @@ bool AreLinesOf(const TraceText& trace, const std::vector<std::size_t>& lines) {
                        [&](std::size_t line) { return line >= 1 && line <= trace.lines; });
 }
 
-// Whatever stands in the file is an event, damaged or unknown.
+// Everything in the file is an event, damaged or unknown.
 void CheckTrace(const TraceText& trace, std::string_view text) {
     const TextSize size = Measure(text);
     Require(trace.lines == size.lines);
@@ -61,7 +61,7 @@ std::size_t Count(const TraceText& trace, std::string_view name) {
         std::count_if(trace.events.begin(), trace.events.end(), has_name));
 }
 
-// Each event that tells of the bus is played, or was reported as left out.
+// Each event about the bus is played or reported as left out.
 void CheckCounts(const Recording& recording, const TraceText& trace) {
     std::size_t packets = 0;
     for (const RecordedExchange& exchange : recording.exchanges)

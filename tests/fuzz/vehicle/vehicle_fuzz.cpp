@@ -1,5 +1,5 @@
-// A vehicle file for the simulator, and the changes at run time that are written alike. What is
-// taken keeps within the limits of its fields; what is refused is refused with one line.
+// A vehicle file for the simulator, and changes at run time in the same format. Accepted values are
+// within the limits of their fields; anything else is rejected with one line.
 
 #include <algorithm>
 #include <cstdint>
@@ -27,7 +27,7 @@ bool IsPrintable(std::string_view text) {
     });
 }
 
-// A name is a word of the control channel's commands.
+// A name must work as a word in control commands.
 void TakeName(const std::string& name, std::set<std::string>* names) {
     Require(!name.empty() && IsPrintable(name) && name.find(' ') == std::string::npos);
     Require(names->insert(name).second);
@@ -83,7 +83,7 @@ void CheckIdentity(const Identity& identity) {
     Require(identity.build_time.size() <= 16 && identity.build_date.size() <= 16);
 }
 
-// True: taken.
+// True: accepted.
 template <typename Read>
 bool IsTaken(std::string_view begin, Read read) {
     try {

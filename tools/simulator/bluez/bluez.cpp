@@ -101,7 +101,7 @@ void Bluez::OnLine(std::string_view line) {
     if (command == "adapter") {
         SetAdapter(rest);
     } else if (!bus_) {
-        return;  // late news for a service that has ended
+        return;  // a late line for a service that has ended
     } else if (command == "scanning") {
         OnScanning(rest);
     } else {
@@ -234,7 +234,7 @@ Device& Bluez::FindOrAddDevice(const std::string& address) {
 
 // "RSSI HEX", HEX being "-" without a name.
 void Bluez::OnAdvertisement(const std::string& address, std::string_view rest) {
-    if (discovering_.empty() || !adapter_) return;  // on its way when the scan ended
+    if (discovering_.empty() || !adapter_) return;  // was on its way when the scan ended
     const int rssi = std::stoi(std::string(TakeWord(&rest)));
     std::optional<Bytes> name;
     if (rest != "-") name = TakeHex(&rest);

@@ -1,6 +1,6 @@
 // A stand-in for the Linux Bluetooth service: the name org.bluez on a message bus, with one adapter
-// whose radio is brennix-radio. It behaves as the service does where a program can tell, and says
-// what programs do that they must not.
+// whose radio is brennix-radio. It behaves like the service as far as a program can observe, and
+// reports what programs do wrong.
 
 #pragma once
 
@@ -26,22 +26,22 @@ public:
     Bluez(const Bluez&) = delete;
     Bluez& operator=(const Bluez&) = delete;
 
-    // The service ends, with its connections and all that it knew of devices; and begins anew, with
-    // a second adapter perhaps. One that is off is the first of the two.
+    // Stop ends the service, with its connections and everything it knew about devices. Start
+    // starts it again, optionally with a second adapter; a second adapter that is off comes first.
     struct Second {
         bool powered;
-        std::string address;  // of a device that it knows
+        std::string address;  // of a device that this adapter knows
     };
     void Stop();
     void Start(const std::optional<Second>& second = std::nullopt);
     bool IsRunning() const { return bus_ != nullptr; }
-    // It is there, and does not do anything.
+    // While mute, the service exists but does nothing.
     void SetMute(bool mute);
 
-    // The next `count` calls of a method end with this error.
+    // Lets the next `count` calls of a method end with this error.
     void Fail(std::uint32_t count, const std::string& method, const std::string& name,
               const std::string& text);
-    // Programs that called something and are on the bus still.
+    // Number of programs that called something and are still on the bus.
     std::size_t Clients() const { return clients_.size(); }
     const std::string& AdapterState() const { return adapter_state_; }
     void SetClientsHandler(std::function<void()> handler) { clients_changed_ = std::move(handler); }
@@ -85,7 +85,7 @@ private:
     std::set<std::string> clients_;
     std::set<std::string> filters_;          // clients that asked for Bluetooth LE
     std::set<std::string> discovering_;      // clients
-    std::vector<sdbus::MethodCall> starts_;  // that the radio has not answered
+    std::vector<sdbus::MethodCall> starts_;  // not answered by the radio yet
     std::multimap<std::string, PlannedError> planned_;
     std::function<void()> clients_changed_;
 };

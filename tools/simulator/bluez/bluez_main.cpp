@@ -1,5 +1,5 @@
-// brennix-bluez -- COMMAND...: runs a command on a private message bus on which org.bluez is, with
-// the dongles of brennix-radio in reach. BRENNIX_RADIO names the radio's port.
+// brennix-bluez -- COMMAND...: runs a command on a private message bus that has org.bluez, with the
+// dongles of brennix-radio in reach. BRENNIX_RADIO names the radio's port.
 
 #include <cstdio>
 #include <cstdlib>

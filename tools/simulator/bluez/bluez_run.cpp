@@ -55,14 +55,15 @@ CommandResult RunAdapter(Context* context) { return Ok(context->bluez->AdapterSt
 CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
-    {"stop", "", "the service ends and forgets all devices", RunStop},
-    {"start", "[on|off ADDRESS]", "it is there again; with a second adapter that knows a device",
-     RunStart},
-    {"mute", "on|off", "while it is on, the service does not do anything", RunMute},
-    {"fail", "N METHOD ERROR [TEXT]", "the next N calls of a method end with this error", RunFail},
-    {"clients", "", "how many programs on the bus have called something", RunClients},
-    {"adapter", "", "on, off or absent, as the service has heard of it", RunAdapter},
-    {"help", "", "these commands", RunHelp},
+    {"stop", "", "stops the service, which forgets all devices", RunStop},
+    {"start", "[on|off ADDRESS]",
+     "starts it again; optionally with a second adapter that knows a device", RunStart},
+    {"mute", "on|off", "lets the service do nothing while on", RunMute},
+    {"fail", "N METHOD ERROR [TEXT]", "lets the next N calls of a method fail with this error",
+     RunFail},
+    {"clients", "", "number of programs on the bus that have made a call", RunClients},
+    {"adapter", "", "the state that the service knows: on, off or absent", RunAdapter},
+    {"help", "", "this list on one line", RunHelp},
 };
 
 CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }

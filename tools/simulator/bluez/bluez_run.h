@@ -16,15 +16,14 @@ namespace brennix {
 
 class BluezRun {
 public:
-    // `radio`: the port of brennix-radio. Throws std::exception with one line that says what cannot
-    // be done.
+    // `radio`: the port of brennix-radio. Throws std::exception; the message is one line.
     explicit BluezRun(std::uint16_t radio);
 
     int Run(const std::vector<std::string>& command);  // returns the exit code
 
 private:
     CommandResult Obey(std::string_view line);
-    // A program's end reaches the bus a little later than the program's end.
+    // The bus learns of a program's end slightly later.
     void AwaitClientsEnd();
 
     EventLoop loop_;

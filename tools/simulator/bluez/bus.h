@@ -1,4 +1,4 @@
-// A connection to the message bus that is served by the program's event loop.
+// A connection to the message bus, served by the program's event loop.
 
 #pragma once
 
@@ -21,12 +21,12 @@ public:
     Bus& operator=(const Bus&) = delete;
 
     sdbus::IConnection& Connection() { return *connection_; }
-    // Carries out what came and sends what waits. After everything that used the connection outside
-    // of a handler of it.
+    // Handles what came and sends what waits. Call after any use of the connection outside its
+    // handlers.
     void Pump();
-    // While it is mute, it takes nothing in and says nothing.
+    // While mute, it receives and sends nothing.
     void SetMute(bool mute);
-    // Somebody left the bus.
+    // Called when somebody has left the bus.
     void SetLeaveHandler(std::function<void(const std::string& name)> handler) {
         left_ = std::move(handler);
     }

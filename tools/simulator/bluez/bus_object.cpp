@@ -33,7 +33,7 @@ BusObject::~BusObject() {
     try {
         object_->emitInterfacesRemovedSignal({interface_});
     } catch (const sdbus::Error&) {
-        // The bus has gone before: nobody is left to be told.
+        // The bus is already gone: nobody is left to notify.
     }
 }
 

@@ -1,4 +1,4 @@
-// An object on the bus with one interface of its own, as BlueZ has them: properties that are there
+// An object on the bus with one interface of its own, like those of BlueZ: properties that exist
 // only while they are known, and calls that may be answered later.
 
 #pragma once
@@ -14,7 +14,7 @@
 
 namespace brennix {
 
-// The error of an operation that has no better name.
+// The error of an operation without a more specific name.
 inline constexpr const char* kFailed = "org.bluez.Error.Failed";
 
 class BusObject {
@@ -24,13 +24,13 @@ public:
     using Values = std::map<std::string, Value>;
     struct Method {
         const char* name;
-        const char* input;   // signature
+        const char* input;   // D-Bus signature
         const char* output;  // likewise
-        // The call may be kept and answered later. An sdbus::Error that it throws is the answer.
+        // May keep the call and answer later. An sdbus::Error that it throws is the answer.
         std::function<void(sdbus::MethodCall call)> handler;
     };
 
-    // It is announced at once, and withdrawn by the destructor.
+    // Announces the object at once; the destructor withdraws it.
     BusObject(sdbus::IConnection* connection, std::string path, std::string interface,
               std::vector<Method> methods, Values values);
     ~BusObject();
@@ -39,10 +39,10 @@ public:
 
     const std::string& Path() const { return path_; }
     const Value* Find(const std::string& name) const;
-    // Signals all of them in one PropertiesChanged, whether they differ or not. Not inside one of
-    // its own methods when one of them was not there before.
+    // Signals all of them in one PropertiesChanged, changed or not. If one of them did not exist
+    // before, not allowed inside the object's own methods.
     void Set(const Values& values);
-    // Signals it as invalidated, if it was there.
+    // Signals it as invalidated, if it existed.
     void Remove(const std::string& name);
 
 private:
@@ -57,7 +57,7 @@ private:
     std::unique_ptr<sdbus::IObject> object_;
 };
 
-// Answers a call that was kept; one that nobody waits for any more as well.
+// Answers a kept call, even if nobody waits for it any more.
 void Answer(const sdbus::MethodCall& call);
 void AnswerError(const sdbus::MethodCall& call, const std::string& name, const std::string& text);
 

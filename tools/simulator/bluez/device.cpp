@@ -19,7 +19,7 @@ std::string HandlePath(const std::string& parent, const char* kind, std::size_t 
     return parent + text;
 }
 
-// What is no ASCII becomes blanks, and NUL bytes at the end go.
+// Replaces non-ASCII bytes by blanks and removes NUL bytes at the end.
 std::string ShownName(const Bytes& name) {
     std::string text;
     for (const std::uint8_t byte : name)
@@ -73,7 +73,7 @@ std::vector<BusObject::Method> Device::DeviceMethods() {
 }
 
 std::vector<BusObject::Method> Device::CharacteristicMethods(const std::string& uuid) {
-    if (uuid != kCharacteristic) return {};  // nobody here has a use for others
+    if (uuid != kCharacteristic) return {};  // other characteristics are not used here
     const auto refuse = [this](const char* method) {
         return [this, method](sdbus::MethodCall call) {
             host_->OnCall(method, call);
@@ -129,7 +129,7 @@ void Device::Disconnect(sdbus::MethodCall call) {
     host_->ToRadio("disconnect " + address_);
 }
 
-// Of a client that knows better: it disconnected itself. After a loss it may not know yet.
+// A violation if the client disconnected itself. After a loss it may not know yet.
 void Device::RequireConnection(const char* what, const sdbus::MethodCall& call) {
     host_->OnCall(what, call);
     if (has_left_.contains(call.getSender())) {
@@ -154,7 +154,7 @@ void Device::WriteValue(sdbus::MethodCall call) {
     host_->ToRadio("write " + address_ + " " + ToHex(value));
 }
 
-// A session that is still there from before a loss is good enough.
+// A session from before a loss is still valid.
 void Device::StartNotify(sdbus::MethodCall call) {
     RequireConnection("StartNotify", call);
     if (sessions_.contains(call.getSender()) && subscribed_) return Answer(call);
@@ -204,7 +204,7 @@ void Device::OnRefused(std::string_view why) {
     if (connect_) AnswerError(*std::exchange(connect_, std::nullopt), kFailed, text);
 }
 
-// Without its services the connection is of no use, and is given up.
+// Without services the connection is useless, so it ends.
 void Device::OnServices(std::string_view rest) {
     if (TakeNumber(&rest, "a status") != 0) return host_->ToRadio("disconnect " + address_);
     const std::vector<std::string> uuids = SplitList(rest);
@@ -289,7 +289,7 @@ void Device::SetMtu(std::optional<std::uint16_t> mtu) {
     }
 }
 
-// Sessions of clients from before a loss are taken up again.
+// Resumes the clients' sessions from before a loss.
 void Device::Resolved() {
     SetMtu(mtu_);
     std::vector<std::string> uuids;
@@ -321,7 +321,7 @@ void Device::OnUnsubscribed() {
 }
 
 void Device::OnWritten(std::uint32_t status) {
-    if (writes_.empty()) return;  // the answer to the caller was that the connection is gone
+    if (writes_.empty()) return;  // the caller has already been told that the connection is gone
     const sdbus::MethodCall call = std::move(writes_.front());
     writes_.pop_front();
     if (status == 0) return Answer(call);
@@ -354,7 +354,7 @@ void Device::Drop(const std::string& why) {
     object_->Set({{"Connected", false}, {"ServicesResolved", false}});
 }
 
-// The link stays with BlueZ, and the dongle out of everybody's reach.
+// BlueZ keeps the link, so nobody else can reach the dongle.
 void Device::ClientLeft(const std::string& client) {
     sessions_.erase(client);
     const bool has_left = has_left_.erase(client) != 0;

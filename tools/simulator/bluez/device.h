@@ -1,4 +1,4 @@
-// A dongle as BlueZ shows it: Device1 and the objects of its services and characteristics.
+// A dongle as BlueZ presents it: Device1 and the objects of its services and characteristics.
 
 #pragma once
 
@@ -15,19 +15,19 @@
 
 namespace brennix {
 
-// Below the adapter's.
+// The device's path, below its adapter's.
 std::string DevicePath(const std::string& adapter, std::string address);
 
 class Device {
 public:
-    // What a device needs of the rest.
+    // What a device needs from the service.
     class Host {
     public:
         virtual sdbus::IConnection& Connection() = 0;
         virtual void ToRadio(const std::string& line) = 0;
         virtual void Violation(const std::string& text) = 0;
         virtual bool IsDiscovering(const std::string& client) = 0;
-        // Every call comes by here first. Throws the error that was planned for this method.
+        // Called first for every call. Throws the error planned for this method, if any.
         virtual void OnCall(const char* method, const sdbus::MethodCall& call) = 0;
 
     protected:
@@ -39,10 +39,10 @@ public:
     const std::string& Path() const { return path_; }
     bool IsConnected() const { return state_ == State::kConnected; }
 
-    // While somebody discovers. An advertisement without a name leaves the last one known.
+    // During a discovery. An advertisement without a name keeps the last known one.
     void Seen(std::int16_t rssi, const std::optional<Bytes>& name);
     void DiscoveryEnded();
-    // A line of the radio about this device, without its address.
+    // A line from the radio about this device, without its address.
     void OnLine(std::string_view command, std::string_view rest);
     // The adapter is off: nothing is connected any more.
     void Drop(const std::string& why);
@@ -89,15 +89,17 @@ private:
     const std::string address_;
     const std::string path_;
     std::unique_ptr<BusObject> object_;
-    std::vector<Service> services_;  // stay known without a connection
+    std::vector<Service> services_;  // stay known after the connection ends
     std::vector<Characteristic> characteristics_;
     State state_ = State::kIdle;
     std::string owner_;               // who called Connect
     std::set<std::string> has_left_;  // clients that called Disconnect since
     std::uint16_t mtu_ = 0;
-    std::size_t unlisted_services_ = 0;  // whose characteristics are still awaited
-    bool subscribed_ = false;            // the dongle notifies
-    std::set<std::string> sessions_;     // clients that notifications are for; survive a loss
+    std::size_t unlisted_services_ =
+        0;                     // number of services whose characteristics are still awaited
+    bool subscribed_ = false;  // the dongle notifies
+    std::set<std::string>
+        sessions_;  // clients that receive notifications; survive a loss of the link
     std::optional<sdbus::MethodCall> connect_;
     std::vector<sdbus::MethodCall> disconnects_;
     std::vector<sdbus::MethodCall> subscribes_;

@@ -1,4 +1,4 @@
-// A message bus that nobody else uses, in a process of its own.
+// A private message bus, in a process of its own.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// A computer's other adapter, with one device that it knows. The radio is not behind it.
+// A computer's other adapter, which knows one device. It is not connected to the radio.
 
 #pragma once
 
@@ -13,7 +13,7 @@ public:
     SecondAdapter(sdbus::IConnection* connection, const std::string& path, bool powered,
                   const std::string& address);
 
-    // It hears the device's advertisement, if it is switched on.
+    // Receives the device's advertisement, if the adapter is on.
     void Hear();
 
 private:

@@ -1,5 +1,5 @@
-// Commands of a control channel as rows of a table: finding, running and describing them is the
-// same for all programs.
+// The commands of a control channel as a table; all programs share finding, running and describing
+// them.
 
 #pragma once
 
@@ -14,7 +14,7 @@
 
 namespace brennix {
 
-// `Context` is what a command is carried out with.
+// `Context` is what a command works on.
 template <typename Context>
 struct CommandRow {
     const char* name;
@@ -40,7 +40,7 @@ struct CommandRow {
 template <typename Context>
 using CommandTable = std::span<const CommandRow<Context>>;
 
-// Null: none has that name.
+// Null: unknown.
 template <typename Context>
 const CommandRow<Context>* FindCommand(CommandTable<Context> table, std::string_view name) {
     const auto found = std::find_if(table.begin(), table.end(),
@@ -48,7 +48,7 @@ const CommandRow<Context>* FindCommand(CommandTable<Context> table, std::string_
     return found == table.end() ? nullptr : &*found;
 }
 
-// Every command with its arguments and a sentence, for people.
+// All commands with arguments and purpose, for help texts.
 template <typename Context>
 std::string DescribeCommands(CommandTable<Context> table) {
     std::string text;

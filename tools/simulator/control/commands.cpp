@@ -15,7 +15,7 @@ namespace {
 
 using OrderedJson = nlohmann::ordered_json;
 
-// What a command is carried out with. Words are taken from the front of `rest`.
+// What a command works on. Words are taken from the front of `rest`.
 struct Context {
     Simulator* simulator;
     std::optional<std::size_t> named;  // "@N" before the command
@@ -47,7 +47,7 @@ ControlUnit& TakeUnit(Context* context) {
     return *unit;
 }
 
-// "\n", "\r", "\t" and "\\" stand for the characters they name.
+// Replaces the escapes "\n", "\r", "\t" and "\\".
 std::string Unescape(std::string_view text) {
     std::string result;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -290,49 +290,46 @@ CommandResult RunQuit(Context* context) {
 CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
-    {"stats", "", "state and counts of the dongles, as JSON", RunStats},
-    {"unplug", "[device|port]", "pulls the dongle out, or only one side of it", RunUnplug},
-    {"replug", "[device|port]", "puts it back", RunReplug},
-    {"mute", "[on|off]", "the dongle hears and records everything and answers nothing", RunMute},
-    {"ignore", "TYPE N", "the next N packets of a type stay unanswered", RunIgnore},
-    {"cut", "N", "after N more bytes to the host the dongle is pulled out", RunCut},
-    {"pieces", "N MS", "sends at most N bytes at a time, MS apart; 0 0 ends it", RunPieces},
-    {"next", "N {BEHAVIOUR}", "a behaviour for the next N requests; queues", RunNext},
-    {"busy", "N [REASON]", "the next request gets N BUSY packets before its answer", RunBusy},
-    {"behaviour", "{BEHAVIOUR}", "the dongle's behaviour from now on", RunBehaviour},
+    {"stats", "", "state and counts of the dongles as JSON", RunStats},
+    {"unplug", "[device|port]", "unplugs the dongle, or only one side of it", RunUnplug},
+    {"replug", "[device|port]", "plugs it in again", RunReplug},
+    {"mute", "[on|off]", "the dongle records everything and answers nothing", RunMute},
+    {"ignore", "TYPE N", "does not answer the next N packets of a type", RunIgnore},
+    {"cut", "N", "unplugs the dongle after N more bytes to the host", RunCut},
+    {"pieces", "N MS", "sends at most N bytes at a time, MS apart; 0 0: no limit", RunPieces},
+    {"next", "N {BEHAVIOUR}", "queues a behaviour for the next N requests", RunNext},
+    {"busy", "N [REASON]", "sends N BUSY packets before the next answer", RunBusy},
+    {"behaviour", "{BEHAVIOUR}", "sets the dongle's behaviour", RunBehaviour},
     {"dongle", "{DONGLE}", "changes keys of the vehicle file's \"dongle\"", RunDongle},
-    {"unit", "NAME [{BEHAVIOUR}]", "state of a control unit, or its behaviour from now on",
-     RunUnit},
+    {"unit", "NAME [{BEHAVIOUR}]", "state of a control unit; sets its behaviour", RunUnit},
     {"data", "NAME ID HEX", "sets a data identifier of a control unit", RunData},
-    {"reset", "", "everything as the vehicle file has it; the record stays", RunReset},
-    {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
+    {"reset", "", "restores everything from the vehicle file; keeps the record", RunReset},
+    {"ping", "[HEX]", "sends PING and checks its REPL", RunPing},
     {"log", "TEXT", "sends LOG with the text; \\n is a line feed", RunLog},
-    {"tele", "[TEXT]", "sends TELE with the text, or the next one of the set-up", RunTele},
-    {"telemetry", "MS [JSON]", "sends TELE every MS from now on; 0 ends it", RunTelemetry},
-    {"power", "[MV [on|off]]", "battery and ignition: state, or values from now on", RunPower},
-    {"timeline", "restart", "device log, battery, ignition and replay, from their beginning",
-     RunTimeline},
-    {"replay", "", "requests played, requests that the trace does not know, as JSON", RunReplay},
+    {"tele", "[TEXT]", "sends TELE with the text, or the next text of the set-up", RunTele},
+    {"telemetry", "MS [JSON]", "sends TELE every MS milliseconds; 0 stops it", RunTelemetry},
+    {"power", "[MV [on|off]]", "battery and ignition: shows or sets them", RunPower},
+    {"timeline", "restart", "restarts device log, battery, ignition and replay", RunTimeline},
+    {"replay", "", "requests played and requests not in the trace, as JSON", RunReplay},
     {"raw", "", "raw reception, frames sent and received with counts per id, as JSON", RunRaw},
-    {"raw", "send ID [HEX]", "sends a frame, if the host listens: answers 1, otherwise 0", RunRaw},
+    {"raw", "send ID [HEX]", "sends a frame; answers 1 if the host listens, else 0", RunRaw},
     {"raw", "burst N ID", "sends N frames at once, numbered in their last four bytes", RunRaw},
     {"raw", "received N", "the last N frames of the host as a JSON array", RunRaw},
-    {"raw", "clear", "forgets the frames of the host", RunRaw},
+    {"raw", "clear", "clears the frames of the host", RunRaw},
     {"raw", "frame {FRAME}", "adds or changes a periodic frame; period_ms 0 stops it", RunRaw},
-    {"raw", "answer {ANSWER}", "adds an answer to frames, before the others", RunRaw},
+    {"raw", "answer {ANSWER}", "adds an answer to frames, in front of the others", RunRaw},
     {"garbage", "N", "sends N noise bytes and a SYNC", RunGarbage},
     {"packet", "TYPE [HEX]", "sends a packet with this payload", RunPacket},
     {"send", "HEX", "sends these bytes as they are", RunSend},
-    {"seal", "reset", "CRYP begins anew, as the host's process does", RunSeal},
+    {"seal", "reset", "restarts CRYP, for a new process of the host", RunSeal},
     {"record", "count [FILTER]", "number of entries; FILTER: in|out|event|violation, TYPE",
      RunRecord},
     {"record", "last N [FILTER]", "the newest entries as a JSON array", RunRecord},
-    {"record", "clear|flush", "forgets entries and counts; writes out the record file", RunRecord},
-    {"wait", "N MS [FILTER]",
-     "answers once N such entries are on record, or after MS with an error", RunWait},
-    {"violations", "[clear]", "what the host did wrong: count, last one", RunViolations},
+    {"record", "clear|flush", "clears entries and counts; flushes the record file", RunRecord},
+    {"wait", "N MS [FILTER]", "answers once N such entries are on record; error after MS", RunWait},
+    {"violations", "[clear]", "number of protocol violations, and the last one", RunViolations},
     {"help", "", "this list on one line", RunHelp},
-    {"quit", "", "ends the simulator", RunQuit},
+    {"quit", "", "stops the simulator", RunQuit},
 };
 
 CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }

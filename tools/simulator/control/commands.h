@@ -16,7 +16,7 @@ public:
     explicit Commands(Simulator* simulator) : simulator_(simulator) {}
 
     CommandResult Run(std::string_view line);
-    // Every command with its arguments and a sentence, for people.
+    // All commands with arguments and purpose, for help texts.
     static std::string Help();
 
 private:

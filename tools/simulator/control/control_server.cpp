@@ -15,7 +15,7 @@ namespace brennix {
 
 namespace {
 
-// A line longer than this comes from something that is no test.
+// A longer line does not come from a test.
 constexpr std::size_t kMaxLine = 1 << 20;
 
 int Listen(std::uint16_t* port) {
@@ -43,7 +43,7 @@ ControlServer::ControlServer(EventLoop* loop, Record* record, Runner run, std::u
     : loop_(loop), record_(record), run_(std::move(run)), port_(port) {
     listener_ = Listen(&port_);
     loop_->Watch(listener_, EPOLLIN, [this](std::uint32_t) { Accept(); });
-    // Waits are looked at once a round, however many packets it had.
+    // Waits are checked once a round, however many packets it had.
     record_->SetListener([this] {
         if (waits_ == 0 || check_planned_) return;
         check_planned_ = true;
@@ -92,7 +92,7 @@ void ControlServer::OnReady(const ConnectionPtr& connection, std::uint32_t event
     if (connection->received.size() > kMaxLine) Drop(connection);
 }
 
-// While a wait is open the connection's further lines stay where they are.
+// While a wait is open, the connection's further lines stay unread.
 void ControlServer::RunLines(const ConnectionPtr& connection) {
     while (!connection->wait) {
         const std::size_t end = connection->received.find('\n');
@@ -129,7 +129,7 @@ void ControlServer::EndWait(const ConnectionPtr& connection, const std::string& 
 
 void ControlServer::CheckWaits() {
     check_planned_ = false;
-    // A copy, since carrying out further lines may close connections.
+    // A copy, since executing further lines may close connections.
     const std::map<int, ConnectionPtr> connections = connections_;
     for (const auto& [fd, connection] : connections) {
         if (!connection->wait) continue;

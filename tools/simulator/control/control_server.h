@@ -1,5 +1,5 @@
-// The control channel: lines over TCP on the loopback address, which programs of both systems reach
-// (Windows programs under Wine included).
+// The control channel: lines over TCP on the loopback address, which Windows programs under Wine
+// reach too.
 
 #pragma once
 
@@ -18,7 +18,7 @@ class ControlServer {
 public:
     using Runner = std::function<CommandResult(std::string_view line)>;
 
-    // `record` is what waits wait for. Port 0: any free one. Throws std::system_error.
+    // Waits are for entries of `record`. Port 0: any free one. Throws std::system_error.
     ControlServer(EventLoop* loop, Record* record, Runner run, std::uint16_t port);
     ~ControlServer();
     ControlServer(const ControlServer&) = delete;
@@ -44,7 +44,7 @@ private:
     void CheckWaits();
     void Send(const ConnectionPtr& connection, const std::string& line);
     void Flush(Connection* connection);
-    void Drop(ConnectionPtr connection);  // by value: the one in the map goes
+    void Drop(ConnectionPtr connection);  // by value, since it erases the one in the map
 
     EventLoop* loop_;
     Record* record_;

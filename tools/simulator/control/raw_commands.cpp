@@ -32,7 +32,7 @@ std::string State(const RawTraffic& raw) {
     return state.dump();
 }
 
-// Times are in milliseconds after the first frame of the list.
+// Times are milliseconds after the first frame of the list.
 std::string ListReceived(const RawTraffic& raw, std::uint32_t limit) {
     const auto& frames = raw.LastReceived();
     const std::size_t first = frames.size() - std::min<std::size_t>(limit, frames.size());

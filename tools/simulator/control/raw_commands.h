@@ -9,7 +9,7 @@
 
 namespace brennix {
 
-// `rest`: the words behind "raw". Returns what stands behind "ok"; throws UsageError or JsonError.
+// `rest`: the words after "raw". Returns the text after "ok"; throws UsageError or JsonError.
 std::string RunRawCommand(Dongle* dongle, std::string_view rest);
 
 }  // namespace brennix

@@ -1,4 +1,4 @@
-// What commands of a control channel give, and those about the record.
+// Results of control commands, and the commands about the record.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace brennix {
 
-// The answer comes when `count` matching entries are on record, or when the time is up.
+// Answered when `count` matching entries are on record, or when the time is up.
 struct PendingWait {
     RecordFilter filter;
     std::uint64_t count;
@@ -28,8 +28,8 @@ CommandResult Ok(const std::string& text = {});
 // "CREQ", from the front of `rest`. Throws UsageError.
 std::uint32_t TakeType(std::string_view* rest);
 
-// Commands "record" and "wait" without their names. `source`: entries of this number only. Throw
-// UsageError.
+// The commands "record" and "wait", without their names. `source`: only entries with this number.
+// Throw UsageError.
 CommandResult RunRecordCommand(Record* record, std::optional<std::size_t> source,
                                std::string_view arguments);
 CommandResult RunWaitCommand(std::optional<std::size_t> source, std::string_view arguments);

@@ -19,12 +19,12 @@ public:
 
 std::string_view SkipBlanks(std::string_view text);
 
-// Each takes what it returns, and the blanks behind it, from `rest`. All but the first throw
+// Each removes what it returns, and the blanks after it, from `rest`. All but the first throw
 // UsageError.
 std::string_view TakeWord(std::string_view* rest);  // empty at the end
 std::uint32_t TakeNumber(std::string_view* rest, const char* what);
-Bytes TakeHex(std::string_view* rest);  // to the end of the line
-// 2 of "@2" with the mark '@'; nothing when something else stands there.
+Bytes TakeHex(std::string_view* rest);  // up to the end of the line
+// 2 for "@2" with the mark '@'; empty if there is no such mark.
 std::optional<std::size_t> TakeMark(std::string_view* rest, char mark);
 
 }  // namespace brennix

@@ -13,10 +13,10 @@ namespace brennix {
 
 namespace {
 
-// How long the dongle goes on waiting for a control unit that said "response pending".
+// How long the dongle waits for a control unit after a "response pending".
 constexpr std::uint32_t kPendingLimitMs = 6000;
 
-// Between the id of a request and those that its answers carry on purpose instead.
+// Added to a request's id to make the ids of intentionally wrong answers.
 constexpr std::uint32_t kWrongIdOffset = 0x20000000;
 constexpr std::uint32_t kStrayIdOffset = 0x40000000;
 
@@ -27,8 +27,8 @@ struct BusOutcome {
 
 bool IsEarlier(const BusMessage& a, const BusMessage& b) { return a.at_ms < b.at_ms; }
 
-// What a dongle that listens to `response_id` makes of the messages, which are in order of time:
-// the first that is not "response pending", unless its time runs out before.
+// The result for a dongle that listens to `response_id`. `messages` are in order of time; the first
+// that is not "response pending" is the answer, unless the time-out is earlier.
 BusOutcome FirstAnswer(const std::vector<BusMessage>& messages, std::uint32_t response_id,
                        std::uint32_t timeout_ms) {
     std::uint32_t limit_ms = timeout_ms;
@@ -185,7 +185,7 @@ void Dongle::Handle(ByteSpan packet) {
             }
             return;
         default:
-            return;  // recorded; nothing to be said to it
+            return;  // recorded; needs no answer
     }
 }
 
@@ -278,9 +278,8 @@ void Dongle::AskSingle(const Request& request, const Behaviour& special) {
              });
 }
 
-// One request on the functional id; it is answered when every responder has answered or the time
-// is up. A responder's second answer is passed on like its first. Responders without an answer
-// have no entry.
+// One request on the functional id; answered once every responder has answered or timed out. A
+// responder's further answers are passed on too. Responders without an answer have no entry.
 void Dongle::AskMulti(const Request& request, const Behaviour& special) {
     std::vector<BusMessage> messages;
     vehicle_.Ask(request.functional_id, request.data, setup_.behaviour, special, &messages);
@@ -308,7 +307,7 @@ void Dongle::AskMulti(const Request& request, const Behaviour& special) {
              });
 }
 
-// What the dongle sent for this request when it was recorded, nothing included.
+// Sends what the dongle sent for this request in the recording, possibly nothing.
 void Dongle::Replay(const Request& request, const Behaviour& special) {
     Behaviour behaviour = setup_.behaviour;
     behaviour.Override(special);
@@ -324,7 +323,7 @@ void Dongle::Replay(const Request& request, const Behaviour& special) {
     }
 }
 
-// Nobody in the recording answers: the request's time runs out.
+// The recording has no answer: the request times out.
 void Dongle::ReplayUnknown(const Request& request, const Behaviour& behaviour) {
     last_unknown_ = DescribeAsked(request);
     if (setup_.strict_replay) {
@@ -376,7 +375,7 @@ void Dongle::Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Be
         in_flight_.erase(in_flight_.find(request_id));
         const auto waited =
             std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-        // What is answered at once was not waited for, however busy the machine is.
+        // An immediate answer has wait time 0, however busy the machine is.
         const auto waited_ms = after_ms == 0 ? 0 : static_cast<std::uint32_t>(waited.count());
         for (std::uint32_t i = 0; i < behaviour.stray.value_or(0); ++i) {
             SendAnswer(make(request_id + kStrayIdOffset + i, waited_ms), behaviour);
@@ -423,7 +422,7 @@ void Dongle::SendPing(ByteSpan payload) {
     SendPacket(MakePacket(type::kPing, payload));
 }
 
-// No byte of the noise is below 0x80, so that no eight of them look like a header.
+// No noise byte is below 0x80, so that no eight of them look like a header.
 Bytes Dongle::MakeNoise(std::size_t count) {
     Bytes noise;
     for (std::size_t i = 0; i < count; ++i) {
@@ -435,8 +434,8 @@ Bytes Dongle::MakeNoise(std::size_t count) {
     return noise;
 }
 
-// A host that reads the noise as a header searches for SYNC afterwards; with fewer than eight bytes
-// it has by then eaten part of the first SYNC, so a second one follows.
+// A host that reads the noise as a header searches for SYNC afterwards. With fewer than eight bytes
+// of noise it has consumed part of the first SYNC by then, so a second one follows.
 void Dongle::SendNoise(std::size_t count) {
     SendRaw(MakeNoise(count));
     const Bytes sync = MakePacket(type::kSync, {});

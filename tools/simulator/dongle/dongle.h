@@ -1,4 +1,4 @@
-// One dongle: what it says to the packets that it receives.
+// One dongle: how it answers the packets that it receives.
 
 #pragma once
 
@@ -41,8 +41,8 @@ struct DongleSetup {
     Behaviour behaviour;
     bool mute = false;                              // receives and records, never answers
     std::size_t noise_before_sync = 0;              // bytes sent before the answer to SYNC
-    std::map<std::uint32_t, std::uint32_t> ignore;  // type: how many packets stay unanswered
-    std::uint32_t busy_identify = 0;                // so many IDEN are answered with BUSY
+    std::map<std::uint32_t, std::uint32_t> ignore;  // type: number of packets that it ignores
+    std::uint32_t busy_identify = 0;                // number of IDEN answered with BUSY
     std::vector<ControlUnitSetup> control_units;
     RawSetup raw;
     TimelineSetup timeline;
@@ -51,10 +51,10 @@ struct DongleSetup {
     bool strict_replay = false;  // a request that the recording does not have is a violation
 };
 
-// What a dongle behind a relay or a radio is connected to, instead of a serial port of its own.
+// What a dongle of a relay or a radio is connected to instead of a serial port.
 class Uplink {
 public:
-    // `asker` as in Dongle::Receive when the packet answers one; 0: the dongle sent it by itself.
+    // `asker`: as in Dongle::Receive if the packet is an answer; 0 if it is unsolicited.
     virtual void FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) = 0;
     virtual void PowerChanged(std::size_t dongle, bool powered) = 0;
     virtual std::size_t LongestPacket(std::size_t dongle) const = 0;
@@ -68,17 +68,17 @@ public:
     // `seal` is shared by all dongles of one host.
     Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* record, Seal* seal);
 
-    // Before PowerOn; from then on there is no serial port.
+    // Call before PowerOn. The dongle then has no serial port.
     void Connect(Uplink* uplink) { uplink_ = uplink; }
-    // A packet of the one of the uplink's hosts that has this number, which is not 0.
+    // A packet from the uplink's host with the number `asker`, which is not 0.
     void Receive(ByteSpan packet, std::uint64_t asker);
-    // The uplink's host, its only one, is gone: what it had begun is forgotten.
+    // The uplink's only host is gone: forgets what it had started.
     void ForgetHost();
-    // What the host did wrong.
+    // Reports what the host did wrong.
     void Violation(std::string text);
 
-    void PowerOn();   // throws std::system_error when there is no pseudo-terminal to be had
-    void PowerOff();  // forgets all that was under way
+    void PowerOn();   // throws std::system_error if there is no pseudo-terminal
+    void PowerOff();  // forgets everything pending
     bool IsPowered() const { return powered_; }
     Pty& Port() { return pty_; }
 
@@ -89,10 +89,10 @@ public:
     Timeline& Script() { return timeline_; }
     const RecordingPlayer* Player() const { return player_ ? &*player_ : nullptr; }
     const std::string& LastUnknownRequest() const { return last_unknown_; }
-    // Recording and timeline begin anew.
+    // Restarts recording and timeline.
     void RestartScripts();
 
-    // For the next `count` requests; queues behind what was said before.
+    // For the next `count` requests, after those queued before.
     void QueueBehaviour(std::uint32_t count, const Behaviour& behaviour);
     void ClearQueuedBehaviours() { queued_.clear(); }
 
@@ -100,7 +100,7 @@ public:
     void SendRaw(ByteSpan bytes);
     void SendPacket(ByteSpan packet);  // in fragments and sealed, as the dongle's behaviour says
     void SendPing(ByteSpan payload);
-    void SendNoise(std::size_t count);  // and a SYNC, so that the host finds its way back
+    void SendNoise(std::size_t count);  // and a SYNC, so that the host resynchronises
 
     std::uint64_t Violations() const { return violations_; }
     const std::string& LastViolation() const { return last_violation_; }
@@ -129,8 +129,8 @@ private:
     void AskMulti(const Request& request, const Behaviour& special);
     Behaviour TakeQueuedBehaviour();
 
-    // Sends what `behaviour` puts before the answer, then, `after_ms` from now, the answer that
-    // `make` builds from the time that has passed since the request.
+    // Sends what `behaviour` puts before the answer and, `after_ms` from now, the answer that
+    // `make` builds from the time since the request.
     void Schedule(std::uint32_t request_id, std::uint32_t after_ms, const Behaviour& behaviour,
                   std::function<Bytes(std::uint32_t answer_id, std::uint32_t waited_ms)> make);
     void ScheduleBusy(std::uint32_t request_id, std::uint32_t number, const Behaviour& behaviour);
@@ -159,7 +159,7 @@ private:
     std::deque<std::pair<std::uint32_t, Behaviour>> queued_;
     std::multiset<std::uint32_t> in_flight_;  // request ids not answered yet
     OpenPings open_pings_;
-    bool is_new_host_ = true;  // since the last SYNC
+    bool is_new_host_ = true;  // no SYNC since the port was opened
     std::uint64_t power_cycle_ = 0;
     Clock::time_point powered_since_;
     std::uint64_t violations_ = 0;

@@ -20,7 +20,7 @@ void Simulator::AddListing(std::size_t dongle, std::unique_ptr<PortListing> list
     ports_[dongle].listings.push_back(std::move(listing));
 }
 
-// A program that finds the device also finds a port that works.
+// First the port, so that a program that finds the device can open it.
 void Simulator::Plug(std::size_t dongle, Part part) {
     Port& port = ports_[dongle];
     if (part != Part::kDevice) {

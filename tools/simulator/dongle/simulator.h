@@ -1,4 +1,4 @@
-// All dongles of one run, with the ports they appear on.
+// All dongles of one run, and the ports that they appear on.
 
 #pragma once
 
@@ -12,10 +12,10 @@
 
 namespace brennix {
 
-// What of a dongle is pulled out or put back.
+// The part of a dongle that is unplugged or plugged in.
 enum class Part {
     kAll,
-    kDevice,  // only its place among the present devices; the open port goes on working
+    kDevice,  // only its entry among the present devices; the open port keeps working
     kPort,    // only the port; the device stays listed
 };
 
@@ -32,10 +32,10 @@ public:
     }
     const std::string& PortName(std::size_t dongle) const { return ports_[dongle].name; }
 
-    // Throw std::runtime_error when the port cannot be made known.
+    // Throw std::runtime_error if the port cannot be registered.
     void Plug(std::size_t dongle, Part part);
     void Unplug(std::size_t dongle, Part part);
-    // Behaviour, control units and port as the vehicle file has them; plugged state is kept.
+    // Restores behaviour, control units and port from the vehicle file; keeps the plugged state.
     void Reset(std::size_t dongle);
 
     std::size_t Count() const { return ports_.size(); }

@@ -18,7 +18,7 @@ struct Task {
     std::uint32_t priority;
 };
 
-// What is left of the load is the idle task's.
+// The rest of the load goes to the idle task.
 constexpr Task kTasks[] = {
     {"can_rx", 640, 1320, 2, 20}, {"can_tx", 210, 1404, 2, 19}, {"isotp", 380, 2210, 2, 18},
     {"usb_rx", 450, 1876, 2, 17}, {"usb_tx", 330, 1902, 2, 17}, {"request", 520, 3120, 3, 15},
@@ -55,7 +55,7 @@ OrderedJson MakeTasks(std::uint64_t step) {
 
 std::string MakeTelemetry(const Health& health) {
     const std::uint64_t step = health.uptime_ms / 1000;
-    // The tasks come last: readers that look for a key find the dongle's own values first.
+    // The tasks are last, so that readers that search for a key find the dongle's own values first.
     const OrderedJson report = {{"v", 1},
                                 {"u", health.uptime_ms},
                                 {"rt", 900 + Wobble(step, 101, 200)},

@@ -1,4 +1,4 @@
-// The report of its own health that the dongle makes when it is not told what to report.
+// The dongle's own health report, sent if the vehicle file gives no text.
 
 #pragma once
 
@@ -16,7 +16,7 @@ struct Health {
     Power power;
 };
 
-// JSON text. Load and stacks vary a little with the uptime, the same way in each run.
+// JSON text. Load and stacks vary slightly with the uptime, identically in each run.
 std::string MakeTelemetry(const Health& health);
 
 }  // namespace brennix

@@ -8,7 +8,7 @@
 namespace brennix {
 
 void LinkListing::Link(const std::string& slave_path) {
-    // Whoever looks sees either the old target or the new one.
+    // Other programs see either the old target or the new one.
     const std::string temporary = path_ + ".new";
     ::unlink(temporary.c_str());
     if (::symlink(slave_path.c_str(), temporary.c_str()) != 0 ||

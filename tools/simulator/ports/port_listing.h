@@ -1,4 +1,4 @@
-// Makes a dongle's pseudo-terminal look like a serial port to programs that search for one.
+// Makes a dongle's pseudo-terminal appear as a serial port to programs that search for one.
 
 #pragma once
 
@@ -10,10 +10,10 @@ namespace brennix {
 class PortListing {
 public:
     virtual ~PortListing() = default;
-    // The port's node leads to `slave_path`, or to nothing.
+    // Lets the port's node lead to `slave_path`, or to nothing.
     virtual void Link(const std::string& slave_path) = 0;
     virtual void Unlink() = 0;
-    // The port is among the present devices, or is not.
+    // Adds the port to the present devices, or removes it.
     virtual void Announce() = 0;
     virtual void Withdraw() = 0;
 };

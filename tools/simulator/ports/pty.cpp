@@ -20,7 +20,7 @@ namespace brennix {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-// The host's end, opened for a look at it.
+// The host's end, opened for inspection.
 class Pty::OtherEnd {
 public:
     explicit OtherEnd(const std::string& path)
@@ -51,7 +51,7 @@ void Pty::Open() {
     if (::ptsname_r(master_, path.data(), path.size()) != 0) Fail("ptsname");
     slave_path_ = path.data();
 
-    // Set through the master, since opening the other end would count as a host.
+    // Set through the master, since opening the slave would count as a host.
     termios settings = {};
     if (::tcgetattr(master_, &settings) != 0) Fail("tcgetattr");
     ::cfmakeraw(&settings);
@@ -63,15 +63,15 @@ void Pty::Open() {
     }
     ++generation_;
     piece_timer_runs_ = false;
-    // First: data that came after an opening must not be taken for what came before it.
+    // Watched first, so that data sent after an opening is not taken for earlier data.
     loop_->Watch(
         watch_, EPOLLIN, [this](std::uint32_t) { OnWatch(); }, true);
-    // Edge-triggered, since a port that nobody has open reports a hang-up without end.
+    // Edge-triggered, since a port that nobody has open reports a hang-up continuously.
     loop_->Watch(master_, EPOLLIN | EPOLLET, [this](std::uint32_t events) { OnReady(events); });
     watches_room_ = false;
 }
 
-// Only while bytes wait for room: otherwise every byte that the host takes would be an edge.
+// Only while bytes wait for room; otherwise every byte that the host reads would be an edge.
 void Pty::WatchRoom(bool wanted) {
     if (!IsOpen() || watches_room_ == wanted) return;
     watches_room_ = wanted;
@@ -93,8 +93,8 @@ void Pty::Close() {
     cut_after_ = -1;
 }
 
-// The hang-up of the pseudo-terminal alone would not do: a host that closes the port and opens it
-// again before anybody looked leaves none to be seen.
+// The hang-up of the pseudo-terminal is not enough: a host that closes and reopens the port quickly
+// leaves none to see.
 void Pty::OnWatch() {
     alignas(inotify_event) std::array<char, 4096> buffer;
     bool left = false;
@@ -130,8 +130,8 @@ bool Pty::IsHungUp() const {
     return ::poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
 }
 
-// What the host wrote last still counts, its answers do not. When another host has the port open
-// already, what it wrote begins with its SYNC.
+// The host's last bytes still count; answers to them do not. If another host has opened the port
+// already, its bytes start with SYNC.
 void Pty::HostLeft() {
     const Bytes unread = TakeUnread();
     auto next_host = unread.end();
@@ -152,8 +152,8 @@ void Pty::HostLeft() {
     Uncork();
 }
 
-// What a host leaves unread is gone with it, as with a real port; a pseudo-terminal would keep it
-// for the next one. Setting the attributes through the master flushes the other end's input.
+// Bytes that a host leaves unread are lost, as on a real port; a pseudo-terminal would keep them
+// for the next host. Setting the attributes through the master flushes the slave's input.
 void Pty::DiscardUnread() {
     termios settings = {};
     ::tcflush(master_, TCOFLUSH);
@@ -169,7 +169,7 @@ void Pty::OnReady(std::uint32_t events) {
         if (size <= 0) break;
         host_there_ = true;
         handlers_.received(ByteSpan(buffer.data(), static_cast<std::size_t>(size)));
-        // A pseudo-terminal hands out what it has, up to 4095 bytes; less than that was all, and
+        // A pseudo-terminal returns what it has, up to 4095 bytes. Fewer bytes were all of it, and
         // more to come is a new edge.
         if (size < 4095 && (events & EPOLLHUP) == 0) break;
     }
@@ -197,7 +197,7 @@ void Pty::FlushPiece() {
     Flush();
 }
 
-// A hang-up takes unread bytes with it, so the host gets the time to read those before the cut.
+// A hang-up discards unread bytes, so the host gets time to read those before the cut.
 void Pty::CutOnceRead() {
     const auto other_end = std::make_shared<OtherEnd>(slave_path_);
     AwaitRead(other_end, false, 0);
@@ -221,7 +221,7 @@ void Pty::Flush() {
         if (piece_size_ != 0) size = std::min(size, piece_size_);
         if (cut_after_ >= 0) size = std::min(size, static_cast<std::size_t>(cut_after_));
         const ssize_t written = size == 0 ? 0 : ::write(master_, outgoing_.data(), size);
-        // Full: the next edge goes on. Gone: the next read tells.
+        // Full: the next edge continues. Gone: the next read shows it.
         if (written < 0) return WatchRoom(true);
         outgoing_.erase(outgoing_.begin(), outgoing_.begin() + written);
         if (cut_after_ >= 0) cut_after_ -= written;

@@ -1,5 +1,5 @@
-// The mocked USB bus, in a process of its own: the library that keeps it works only in programs
-// that see the mocked system themselves, which the simulator does not and is faster for it.
+// The mocked USB bus, in a process of its own: its library works only in programs that see the
+// mocked system themselves. The simulator does not, and is faster that way.
 
 #include "ports/usb_bus.h"
 
@@ -42,7 +42,7 @@ private:
 
     UMockdevTestbed* testbed_;
     std::map<std::string, DevicePaths> ports_;
-    int next_number_ = 1;  // of a device on the bus; a device that comes back gets a new one
+    int next_number_ = 1;  // device number; a device that comes back gets a new one
 };
 
 std::vector<gchar*> Pointers(const std::vector<std::string>& texts) {
@@ -72,7 +72,7 @@ std::string UsbBus::AddDevice(const char* subsystem, const std::string& name,
     return result;
 }
 
-// The device, its interface and, last, the tty: whoever finds the tty finds the ids above it.
+// Adds device and interface before the tty, so that a program that finds the tty finds its ids.
 void UsbBus::AddPort(const std::string& node, const UsbIdentity& identity) {
     if (ports_.contains(node)) throw std::runtime_error(node + " is there already");
     const std::string number = std::to_string(++next_number_);

@@ -1,4 +1,4 @@
-// The mocked USB bus: the helper process that keeps it.
+// The mocked USB bus, kept by a helper process.
 
 #pragma once
 
@@ -12,7 +12,7 @@ struct UsbIdentity {
     std::string serial = "1";
 };
 
-// Started with this argument alone, the program serves the bus.
+// With this as its only argument, the program serves the bus.
 constexpr const char* kUsbBusArgument = "--serve-usb-bus";
 
 // Serves lines from standard input until it ends. Returns the exit code.

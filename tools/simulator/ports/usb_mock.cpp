@@ -15,8 +15,8 @@ std::string Appended(const char* variable, const std::string& text) {
     return old == nullptr || *old == '\0' ? text : std::string(old) + ":" + text;
 }
 
-// The mocking library comes before the sanitizers' own, which AddressSanitizer refuses unless told
-// that it is meant.
+// The mocking library is loaded before the sanitizer's, which AddressSanitizer refuses unless
+// configured.
 std::map<std::string, std::string> MockEnvironment(const std::string& preload) {
     return {{"LD_PRELOAD", Appended("LD_PRELOAD", preload)},
             {"ASAN_OPTIONS", Appended("ASAN_OPTIONS", "verify_asan_link_order=0")}};

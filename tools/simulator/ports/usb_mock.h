@@ -1,5 +1,5 @@
-// Mocked USB serial devices on Linux: programs that run under the mock find them with udev and open
-// their nodes in /dev. Nothing outside those programs changes.
+// Mocked USB serial devices on Linux: programs under the mock find them with udev and open their
+// nodes in /dev. Nothing changes for other programs.
 
 #pragma once
 
@@ -15,14 +15,14 @@ namespace brennix {
 
 class UsbMock {
 public:
-    // `program`: this program, which is also the helper that keeps the mocked bus. `folder`: where
-    // the library libbrennix_mocked_ports.so is. Throws std::runtime_error.
+    // `program`: this program, which is also the helper that keeps the mocked bus. `folder`: the
+    // folder of libbrennix_mocked_ports.so. Throws std::runtime_error.
     UsbMock(const std::string& program, const std::string& folder);
 
     // `node`: "ttyACM0", "ttyUSB3". The mock must outlive the listing.
     std::unique_ptr<PortListing> AddPort(const std::string& node, UsbIdentity identity);
 
-    // What a program needs in its environment to see the mocked devices.
+    // The environment in which a program sees the mocked devices.
     std::map<std::string, std::string> Environment() const;
     static bool IsNodeName(const std::string& node);
 

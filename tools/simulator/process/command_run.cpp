@@ -42,7 +42,7 @@ void CommandRun::OnSignal() {
         if (number == SIGCHLD) {
             OnChildEnd();
         } else if (child_ > 0) {
-            ::kill(child_, number);  // its end is the program's end
+            ::kill(child_, number);  // its end will end the program
         } else {
             loop_->Stop();
         }
@@ -61,7 +61,7 @@ int CommandRun::Run(const std::vector<std::string>& command,
                     const std::map<std::string, std::string>& environment) {
     if (!command.empty()) child_ = StartProcess(command, environment);
     loop_->Run();
-    if (child_ > 0) {  // the loop was stopped by somebody else
+    if (child_ > 0) {  // the loop was stopped for another reason
         ::kill(child_, SIGTERM);
         int status = 0;
         ::waitpid(child_, &status, 0);

@@ -1,4 +1,4 @@
-// The event loop's run beside a command: signals, the command's end, the exit code.
+// Runs the event loop beside a command: signals, the command's end, the exit code.
 
 #pragma once
 
@@ -14,15 +14,14 @@ namespace brennix {
 
 class CommandRun {
 public:
-    // Takes over this process's signals: they are passed on to the command or, without one, end the
-    // loop.
+    // Takes over this process's signals: passes them to the command or, without one, ends the loop.
     explicit CommandRun(EventLoop* loop);
     ~CommandRun();
     CommandRun(const CommandRun&) = delete;
     CommandRun& operator=(const CommandRun&) = delete;
 
-    // Runs the loop until it is stopped or the command, if there is one, ends; a command that still
-    // runs then is told to end. Returns its exit code.
+    // Runs the loop until it is stopped or the command, if any, ends. Terminates a command that
+    // still runs then. Returns its exit code.
     int Run(const std::vector<std::string>& command,
             const std::map<std::string, std::string>& environment);
 

@@ -72,7 +72,7 @@ void EventLoop::Serve(int count) {
 }
 
 void EventLoop::RunDueTimers() {
-    // Timers that an action starts with no delay wait for the next round, after the descriptors.
+    // Timers started by an action without delay wait for the next round, after the descriptors.
     const Clock::time_point now = Clock::now();
     while (!timers_.empty() && timers_.begin()->first.first <= now) {
         auto due = timers_.extract(timers_.begin());

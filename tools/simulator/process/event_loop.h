@@ -25,7 +25,7 @@ public:
     EventLoop(const EventLoop&) = delete;
     EventLoop& operator=(const EventLoop&) = delete;
 
-    // `events` as epoll's. Watches marked `first` are served before the others of the same round.
+    // `events` are epoll's. Watches marked `first` are served before the others of the same round.
     void Watch(int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler,
                bool first = false);
     void Change(int fd, std::uint32_t events);

@@ -1,5 +1,5 @@
-// A second program that does what this one cannot do in its own process: lines to it, and one
-// answer line each, "ok …" or "error: …".
+// A second program for work that this one cannot do in its own process. It answers each line with
+// one line, "ok …" or "error: …".
 
 #pragma once
 
@@ -16,13 +16,13 @@ public:
     // `name` is for messages. Throws std::runtime_error when it cannot be started.
     HelperProcess(std::string name, const std::vector<std::string>& command,
                   const std::map<std::string, std::string>& environment);
-    // The end of its input ends the helper.
+    // Ends the helper by ending its input.
     ~HelperProcess();
     HelperProcess(const HelperProcess&) = delete;
     HelperProcess& operator=(const HelperProcess&) = delete;
 
-    // Returns what stands after "ok ". Blocks: the helpers answer within milliseconds. Throws
-    // std::runtime_error for an error and when no answer comes in time.
+    // Returns the text after "ok ". Blocks, since the helpers answer within milliseconds. Throws
+    // std::runtime_error for an error and if no answer comes in time.
     std::string Ask(const std::string& line, int limit_ms = 10'000);
 
 private:

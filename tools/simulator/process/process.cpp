@@ -49,7 +49,7 @@ pid_t StartProcess(const std::vector<std::string>& command,
     if (options.silent_errors) {
         ::posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
     }
-    // The simulator waits for signals itself; its children shall get them as usual.
+    // The simulator blocks signals and waits for them; its children get them as usual.
     posix_spawnattr_t attributes;
     ::posix_spawnattr_init(&attributes);
     sigset_t none;

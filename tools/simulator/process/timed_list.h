@@ -1,4 +1,4 @@
-// Things that happen at their times, once, counted from a start.
+// Actions that happen once, at times counted from a start.
 
 #pragma once
 
@@ -21,8 +21,8 @@ public:
     TimedList(const TimedList&) = delete;
     TimedList& operator=(const TimedList&) = delete;
 
-    // Does nothing while it runs, which it does until Stop. `items`, in any order, stay as they are
-    // for as long; among those of the same time their order stands.
+    // No effect while it runs, that is, until Stop. `items`, in any order, must not change until
+    // then; items of the same time happen in their order.
     void Start(const std::vector<Item>& items) {
         if (running_) return;
         running_ = true;
@@ -70,7 +70,7 @@ private:
     std::function<void(const Item&)> happen_;
     bool running_ = false;
     Clock::time_point start_;
-    std::vector<const Item*> pending_;  // the next one last
+    std::vector<const Item*> pending_;  // the next one is last
     EventLoop::TimerId timer_;
 };
 

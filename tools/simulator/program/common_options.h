@@ -44,8 +44,8 @@ void AddControlOptions(CLI::App* app, CommonOptions* options, const char* ready_
                        const char* strict_purpose);
 
 // Parses the words before "--" and puts those after it into `command`, whatever they look like;
-// then calls `check`, which may throw a CLI::ParseError. False: the program is done (help, version
-// or an error, which one line on standard error reports) and ends with `exit_code`.
+// then calls `check`, which may throw a CLI::ParseError. False: the program has finished (help,
+// version, or an error, printed as one line) and exits with `exit_code`.
 bool ParseCommandLine(CLI::App* app, int argc, char** argv, const char* program,
                       CommonOptions* options, const std::function<void()>& check, int* exit_code);
 

@@ -19,49 +19,49 @@ Examples:
     brennix-sim --vehicle car.json --check
 
   Run a program that searches for the dongle by its USB ids (Linux). It finds /dev/ttyACM0; nothing
-  outside the program changes. The exit code is the program's:
+  changes for other programs. The exit code is the program's:
     brennix-sim --vehicle car.json --usb ttyACM0 -- ./my-tester --read-vin
 
   The same for a Windows program under Wine, in the prefix that WINEPREFIX names:
     brennix-sim --vehicle car.json --wine COM5 -- wine my-tester.exe
 
-  Leave it running, with a port at a fixed path and all traffic on record:
+  Keep it running, with the port at a fixed path and all traffic in a file:
     brennix-sim --vehicle car.json --link /tmp/dongle --record traffic.jsonl
 
-  Repeat at a desk what happened in the field, from the library's trace file there:
+  Replay a problem from the field, from the trace file that the library wrote there:
     brennix-sim replay dpdu_coptrace_4711_1.jsonl --usb ttyACM0 -- ./my-tester --read-vin
 
-  Two dongles, the second one pulled out and put back while the program runs:
+  Two dongles; unplug the second one while the program runs:
     brennix-sim --vehicle car.json --vehicle truck.json --usb ttyACM0 --usb ttyACM1 \
         --control 5005 -- ./my-tester &
     printf '@1 unplug\n' | nc -N 127.0.0.1 5005
 
 Control commands, one line each over TCP, answered by "ok …" or "error: …". "@N " before a command
-means dongle N, otherwise it is dongle 0 (for stats, record, wait, violations and reset: all):
+selects dongle N; the default is dongle 0 (for stats, record, wait, violations and reset: all):
 )";
 
 constexpr const char* kEnvironment = R"(
 The command gets BRENNIX_SIM_CONTROL (address of the control channel), BRENNIX_SIM_PORTS (names of
 the ports, separated by commas) and, with --scratch, BRENNIX_SIM_SCRATCH.
 
-Exit codes: the command's own; without one 0. 1: wrong options, vehicle file or set-up. 3: --strict was given and the
-host broke the protocol, or asked what the replayed trace does not know.
+Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
+3: with --strict, the host broke the protocol or sent a request that the replayed trace lacks.
 )";
 
 void CheckPortNames(const Options& options) {
     for (const std::string& name : options.usb_ports) {
         if (!UsbMock::IsNodeName(name)) {
-            throw CLI::ValidationError("--usb", name + " is no name like ttyACM0 or ttyUSB3");
+            throw CLI::ValidationError("--usb", name + " is not a name like ttyACM0 or ttyUSB3");
         }
     }
     for (const std::string& name : options.wine_ports) {
         if (!WinePorts::IsPortName(name)) {
-            throw CLI::ValidationError("--wine", name + " is no name like COM5");
+            throw CLI::ValidationError("--wine", name + " is not a name like COM5");
         }
     }
     for (const std::string& name : options.foreign_ports) {
         if (!UsbMock::IsNodeName(name) && !WinePorts::IsPortName(name)) {
-            throw CLI::ValidationError("--foreign", name + " is no name like ttyUSB3 or COM6");
+            throw CLI::ValidationError("--foreign", name + " is not a name like ttyUSB3 or COM6");
         }
     }
 }
@@ -76,24 +76,23 @@ void CheckCounts(const Options& options) {
     }
 }
 
-// All other options hold as well, before or behind the word "replay".
+// All other options are valid too, before or after the word "replay".
 void AddReplay(CLI::App* app, Options* options) {
     CLI::App* replay = app->add_subcommand(
-        "replay",
-        "plays the vehicle from a trace file of the library; --vehicle then gives the dongle only");
+        "replay", "replays a trace file of the library; --vehicle then only describes the dongle");
     replay->fallthrough();
     replay
         ->add_option("TRACE", options->traces,
-                     "trace file, dpdu_coptrace_….jsonl; again: the next process")
+                     "trace file, dpdu_coptrace_….jsonl; repeat for later processes")
         ->required()
         ->type_name("FILE");
-    replay->add_option("--speed", options->replay.speed, "2: twice as fast, 0: without waiting")
+    replay->add_option("--speed", options->replay.speed, "2: twice as fast, 0: no waiting")
         ->type_name("X")
         ->check(CLI::Range(0.0, 1000.0))
         ->capture_default_str();
     replay
         ->add_option("--fill-cut", options->replay.fill,
-                     "byte for what long answers lack in the trace; without it they are left out")
+                     "byte that fills up answers cut in the trace; default: leave them out")
         ->type_name("BYTE")
         ->check(CLI::Range(0, 255));
 }
@@ -124,13 +123,13 @@ void CheckVehicles(const Options& options) {
 std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code) {
     Options options;
     CLI::App app(
-        "Simulated Brennix dongle with a vehicle behind it. A command after -- runs beside it.");
+        "Simulated Brennix dongle with a vehicle behind it. Runs the command after --, if any.");
     app.set_version_flag("--version", BRENNIX_SIM_VERSION);
     app.footer(kExamples + Commands::Help() + kEnvironment);
     app.get_formatter()->column_width(34);
 
     AddVehicleOptions(&app, &options, kMaxDongles);
-    app.add_flag("--check", options.check_only, "read the files, say what is in them, end");
+    app.add_flag("--check", options.check_only, "check the files, print what is in them and exit");
     AddReplay(&app, &options);
 
     AddPorts(&app, &options);

@@ -1,4 +1,4 @@
-// What the command line asks for.
+// The command line of brennix-sim.
 
 #pragma once
 
@@ -20,13 +20,13 @@ struct Options : CommonOptions {
     std::vector<std::string> usb_ports;
     std::vector<std::string> wine_ports;
     std::vector<std::string> foreign_ports;
-    std::string wine_helper;  // empty: searched for beside the program
+    std::string wine_helper;  // empty: searched beside the program
     bool unplugged = false;
 
     std::string scratch;
 };
 
-// Empty: the program is done (help, version or an error) and ends with `exit_code`.
+// Empty: the program has finished (help, version or an error) and exits with `exit_code`.
 std::optional<Options> ReadOptions(int argc, char** argv, int* exit_code);
 
 }  // namespace brennix

@@ -14,7 +14,7 @@ namespace brennix {
 
 namespace {
 
-// A common USB serial converter, as found beside a dongle on many desks.
+// A common USB serial converter, often connected beside a dongle.
 const UsbIdentity kForeignIdentity = {"10c4", "ea60", "0001"};
 constexpr const char* kForeignHardwareId = "USB\\VID_10C4&PID_EA60&REV_0100";
 
@@ -58,7 +58,7 @@ SimulatorRun::SimulatorRun(const Options& options)
 
 SimulatorRun::~SimulatorRun() { simulator_.Log().FlushFile(); }
 
-// Several dongles from one file differ in their address.
+// Dongles from the same file get different addresses.
 void SimulatorRun::AddDongles() {
     const std::shared_ptr<const Recording> recording = LoadTraces();
     const std::size_t count = std::max<std::size_t>(options_.DongleCount(), 1);
@@ -83,7 +83,7 @@ std::shared_ptr<const Recording> SimulatorRun::LoadTraces() const {
     return all;
 }
 
-// The trace takes the place of the vehicle.
+// The trace replaces the vehicle.
 void SimulatorRun::PutRecordingBehind(DongleSetup* setup,
                                       std::shared_ptr<const Recording> recording) const {
     setup->control_units.clear();
@@ -153,7 +153,7 @@ std::string SimulatorRun::ReadyText() const {
     return text;
 }
 
-// A command's output is not mixed with the simulator's.
+// Prints nothing beside a command, whose output stays unmixed.
 void SimulatorRun::Announce() const {
     if (!options_.ready_file.empty()) WriteReadyFile(options_.ready_file, ReadyText());
     if (!options_.command.empty()) return;

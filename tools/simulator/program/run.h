@@ -1,4 +1,4 @@
-// One run of the program: sets everything up, runs the command, takes everything down.
+// One run of brennix-sim: sets everything up, runs the command, cleans up.
 
 #pragma once
 
@@ -18,7 +18,7 @@ namespace brennix {
 
 class SimulatorRun {
 public:
-    // Throws std::exception with one line that says what cannot be done.
+    // Throws std::exception; the message is one line.
     explicit SimulatorRun(const Options& options);
     ~SimulatorRun();
     SimulatorRun(const SimulatorRun&) = delete;
@@ -43,7 +43,7 @@ private:
     const Options options_;
     EventLoop loop_;
     CommandRun program_{&loop_};
-    // Before the simulator, whose listings refer to them until they end.
+    // Declared before the simulator, whose listings refer to them.
     std::unique_ptr<UsbMock> usb_;
     std::unique_ptr<WinePorts> wine_;
     Simulator simulator_;

@@ -1,4 +1,4 @@
-// The fields of a packet by name, for the record.
+// A packet's fields by name, for the record.
 
 #pragma once
 
@@ -12,8 +12,8 @@ namespace brennix {
 // "7E0", "18DAF110"
 std::string CanIdText(std::uint32_t id);
 
-// Ids and bytes as hex text, counts and times as numbers. A packet too short for its fields, or of
-// a type without any, gives an empty object.
+// Ids and bytes as hex text, counts and times as numbers. Empty object if the packet is too short
+// for its fields or its type has none.
 nlohmann::ordered_json DescribePacket(ByteSpan packet);
 
 }  // namespace brennix

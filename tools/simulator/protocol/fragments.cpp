@@ -6,7 +6,7 @@ namespace brennix {
 
 namespace {
 
-// A sender has a handful of packets under way at most; more means that it loses fragments.
+// A sender has only a few unfinished packets at a time; more means that it loses fragments.
 constexpr std::size_t kMaxUnfinished = 16;
 // The longest request: header, the most entries that make sense, and 65535 request bytes.
 constexpr std::uint32_t kMaxTotalLength = creq::kBody + 65536 + creq::kResponderSize * 1024;

@@ -13,15 +13,15 @@ namespace brennix {
 
 constexpr std::size_t kFragmentHeaderSize = frag::kSlice;
 
-// Calls `send` with `packet` as it is, or, when it is longer than `limit`, with its fragments.
-// `limit` is above kFragmentHeaderSize; 0: no limit.
+// Calls `send` with `packet`, or with its fragments if it is longer than `limit`. `limit` is above
+// kFragmentHeaderSize; 0: no limit.
 void SendInFragments(ByteSpan packet, std::size_t limit, const std::function<void(ByteSpan)>& send);
 
 class Reassembler {
 public:
     struct Result {
         std::string violation;  // empty: the fragment was in order
-        Bytes whole;            // empty: fragments are missing still
+        Bytes whole;            // empty: fragments are still missing
     };
 
     // `packet` is a FRAG packet of any length.
@@ -37,9 +37,8 @@ private:
         Bytes bytes;
     };
 
-    // Links that share the port may send long packets at the same time; their fragments then come
-    // interleaved. Nothing names the packet a fragment belongs to, so the oldest one that waits
-    // for just this fragment gets it.
+    // Links that share the port may send long packets at the same time, with fragments interleaved.
+    // A fragment does not name its packet, so it goes to the oldest packet that expects it next.
     std::list<UnfinishedPacket> unfinished_;
 };
 

@@ -1,4 +1,4 @@
-// PINGs that were sent and not answered yet, and the check of their REPLs.
+// PINGs without an answer so far, and the check of their REPLs.
 
 #pragma once
 
@@ -12,8 +12,8 @@ namespace brennix {
 class OpenPings {
 public:
     void Add(ByteSpan payload) { payloads_.emplace_back(payload.begin(), payload.end()); }
-    // Closes the oldest PING. Returns what is wrong with `packet`, a REPL, as its answer; empty
-    // when nothing is.
+    // Takes the oldest PING as answered. Returns what is wrong with `packet`, a REPL; empty if
+    // nothing is.
     std::string CheckReply(ByteSpan packet);
     void Clear() { payloads_.clear(); }
 

@@ -1,5 +1,5 @@
-// What a dongle may expect of a packet from the host. Nothing is forgiven here: whether the dongle
-// could make sense of the packet all the same is another question.
+// What a packet from the host must look like. Strict: packets that a dongle could still interpret
+// are reported too.
 
 #pragma once
 
@@ -9,11 +9,11 @@
 
 namespace brennix {
 
-// `packet` holds at least a header. Returns what is wrong with it, empty when nothing is. FRAG is
-// judged by the reassembler, REPL by whoever knows the PING.
+// `packet` has at least a header. Returns what is wrong with it; empty if nothing is. FRAG is
+// checked by the reassembler, REPL by OpenPings.
 std::string CheckPacket(ByteSpan packet);
 
-// Empty when `packet` has exactly `expected` bytes.
+// Empty if `packet` has exactly `expected` bytes.
 std::string CheckLength(ByteSpan packet, std::size_t expected);
 
 bool IsZero(ByteSpan bytes);

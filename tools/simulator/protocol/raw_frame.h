@@ -1,4 +1,4 @@
-// Frames on the bus that are no diagnostic requests, and the RAWC packets that carry them.
+// CAN frames that are not diagnostic requests, and the RAWC packets that carry them.
 
 #pragma once
 
@@ -10,10 +10,10 @@ namespace brennix {
 
 constexpr std::size_t kMaxFrameBytes = 8;
 
-// The flags of a RAWC packet: what it is.
+// The flags of a RAWC packet: what it means.
 enum RawFlags : std::uint16_t { kFrame = 0, kReceptionOn = 1, kReceptionOff = 2 };
 
-// Nothing on the wire tells 11 from 29 bit identifiers: the number alone counts.
+// The wire does not distinguish 11 and 29 bit identifiers; only the number counts.
 struct RawFrame {
     std::uint32_t id = 0;
     Bytes data;  // at most kMaxFrameBytes

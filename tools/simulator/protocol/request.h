@@ -1,4 +1,4 @@
-// CREQ: what the host asks the dongle to put on the bus; CRES: what came back.
+// CREQ: a request to put on the bus; CRES: what came back.
 
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace brennix {
 
-constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;     // wait_time of a CRES
+constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;     // wait time of a CRES
 constexpr std::uint32_t kMultiResponseMark = 0xFFFFFFFD;  // likewise
 constexpr std::uint32_t kMultiRequestMark = 0xFFFFEEEE;   // physical CAN id of a CREQ
 
@@ -28,11 +28,11 @@ struct Request {
     std::vector<Responder> responders;  // multi form only
     ByteSpan data;                      // lives as long as the packet
 
-    // Where a control unit that answers with this id stands among the responders.
+    // Position among the responders of the control unit that answers with this id.
     std::optional<std::uint32_t> PositionOf(std::uint32_t response_id) const;
 };
 
-// Reads a CREQ whose form holds; CheckPacket tells what is wrong with one that yields nothing.
+// Reads a well-formed CREQ; if it returns nothing, CheckPacket says what is wrong.
 std::optional<Request> ReadRequest(ByteSpan packet);
 
 Bytes MakeResponse(std::uint32_t request_id, std::uint32_t wait_time, ByteSpan data);

@@ -1,5 +1,5 @@
-// The low-level AES interface is the only one of OpenSSL's that takes a key schedule as it is; the
-// current ones expand a key themselves.
+// Only OpenSSL's low-level AES interface accepts a ready key schedule; the current interfaces
+// expand a key themselves.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "protocol/seal.h"

@@ -8,19 +8,19 @@
 
 namespace brennix {
 
-// AES-256 in CBC mode with fourteen rounds whose keys are all zero: the schedule itself, which is
-// not the schedule that an all-zero key expands to. No key was ever put into these dongles.
+// AES-256 in CBC mode with fourteen all-zero round keys: the schedule itself is zero, unlike the
+// schedule of an all-zero key. These dongles were never given a key.
 //
-// The chaining value runs on from packet to packet and from port to port, as the host keeps a
-// single one for its process; it starts at zero with a new host process.
+// The chaining value continues across packets and ports, because the host keeps one for its
+// process; a new host process starts at zero.
 class Seal {
 public:
-    // `packet` becomes the inside of a CRYP packet, filled with zeros to whole blocks.
+    // Returns a CRYP packet with `packet` inside, padded with zeros to whole blocks.
     Bytes Close(ByteSpan packet);
     void Reset() { chain_.fill(0); }
 
     static constexpr std::size_t kBlockSize = 16;
-    // The longest packet that, sealed, is no longer than packets may be.
+    // The longest packet that does not exceed kMaxPacketSize once sealed.
     static constexpr std::size_t kMaxInside =
         (kMaxPacketSize - kHeaderSize) / kBlockSize * kBlockSize;
 

@@ -22,7 +22,7 @@ void StreamCutter::Feed(ByteSpan data, Sink* sink) {
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(used));
 }
 
-// Returns how many bytes are done with; 0: more must arrive first.
+// Returns the number of bytes consumed; 0: more must arrive first.
 std::size_t StreamCutter::CutOne(ByteSpan rest, Sink* sink) {
     if (!synced_) return SkipToSync(rest, sink);
     if (rest.size() < kHeaderSize) return 0;
@@ -40,7 +40,7 @@ std::size_t StreamCutter::CutOne(ByteSpan rest, Sink* sink) {
 std::size_t StreamCutter::SkipToSync(ByteSpan rest, Sink* sink) {
     const auto found = std::search(rest.begin(), rest.end(), kSyncBytes.begin(), kSyncBytes.end());
     if (found != rest.end()) {
-        synced_ = true;  // the SYNC itself is cut as a packet next
+        synced_ = true;  // the SYNC itself is the next packet
         const std::size_t skipped = static_cast<std::size_t>(found - rest.begin());
         if (skipped == 0) return CutOne(rest, sink);
         sink->OnNoise(rest.first(skipped));

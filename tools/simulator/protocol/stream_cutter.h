@@ -1,5 +1,5 @@
-// Cuts the byte stream from the port into packets. Before the first SYNC everything is noise; after
-// a header that cannot be one the stream is searched for SYNC again.
+// Cuts the byte stream from the port into packets. Everything before the first SYNC is noise; after
+// an impossible header it searches for SYNC again.
 
 #pragma once
 
@@ -11,7 +11,7 @@ class StreamCutter {
 public:
     class Sink {
     public:
-        virtual void OnPacket(ByteSpan packet) = 0;  // whole, its length field is its size
+        virtual void OnPacket(ByteSpan packet) = 0;  // complete: its length field equals its size
         virtual void OnNoise(ByteSpan bytes) = 0;    // skipped while searching for SYNC
         virtual void OnBadHeader(ByteSpan header) = 0;
 
@@ -19,9 +19,9 @@ public:
         ~Sink() = default;
     };
 
-    // Reports on `sink` in the order of the bytes; spans live only during the call.
+    // Reports to `sink` in the order of the bytes; spans are valid during the call only.
     void Feed(ByteSpan data, Sink* sink);
-    // The host closed the port: forgets what was begun. Returns the number of bytes dropped.
+    // The host closed the port: drops an incomplete packet. Returns the number of bytes dropped.
     std::size_t Reset();
     bool IsSynced() const { return synced_; }
 

@@ -1,7 +1,7 @@
-// The packet format that dongle and library speak, as the dongle sees it.
+// The packet format between dongle and library, seen from the dongle.
 //
 // Written from the protocol's description alone: the simulator shares no code with the library, so
-// that a mistake in one of them shows as a disagreement.
+// that a mistake in either shows as a disagreement.
 
 #pragma once
 
@@ -25,7 +25,7 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kMaxPacketSize = 4096;
 constexpr std::uint32_t kMaxCanId = 0x1FFFFFFF;
 
-// The first letter is the most significant byte, so a type's bytes stand reversed on the wire.
+// The first letter is the most significant byte, so the letters are reversed on the wire.
 constexpr std::uint32_t TypeCode(const char (&name)[5]) {
     std::uint32_t code = 0;
     for (int i = 0; i < 4; ++i)
@@ -68,23 +68,23 @@ inline std::uint32_t LoadU32(const std::uint8_t* at) {
 void AppendU16(Bytes* out, std::uint16_t value);
 void AppendU32(Bytes* out, std::uint32_t value);
 void AppendBytes(Bytes* out, ByteSpan bytes);
-// The text and zeros up to `width` bytes; a text as long as the field carries no NUL.
+// The text, then zeros up to `width` bytes; a text that fills the field has no NUL.
 void AppendText(Bytes* out, std::string_view text, std::size_t width);
 
-// `packet` holds at least a header.
+// `packet` has at least a header.
 inline std::uint32_t PacketType(ByteSpan packet) { return LoadU32(packet.data()); }
 inline std::uint32_t PacketLength(ByteSpan packet) { return LoadU32(packet.data() + 4); }
 inline ByteSpan PacketPayload(ByteSpan packet) { return packet.subspan(kHeaderSize); }
 
 Bytes MakePacket(std::uint32_t type, ByteSpan payload);
 
-// "CREQ", "LOG " and, for a code that is not four printable characters, "0x01020304".
+// "CREQ", "LOG "; "0x01020304" for a code that is not four printable characters.
 std::string TypeName(std::uint32_t type);
-// Four letters; "LOG" stands for "LOG ". Nothing for a text that is no type name.
+// Four letters; "LOG" means "LOG ". Empty if the text is not a type name.
 std::optional<std::uint32_t> ParseTypeName(std::string_view name);
 
 std::string ToHex(ByteSpan bytes);
-// Pairs of hex digits, blanks anywhere between bytes.
+// Pairs of hex digits; blanks are allowed between bytes.
 std::optional<Bytes> ParseHex(std::string_view text);
 
 }  // namespace brennix

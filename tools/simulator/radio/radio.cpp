@@ -13,7 +13,7 @@ constexpr std::size_t kLongestPacket = 244;
 constexpr std::size_t kMtuOverhead = 3;
 constexpr const char* kService = "59462f12-9543-9999-12c8-58b459a271ff";
 constexpr const char* kCharacteristic = "34a242a7-5bc9-45d3-92e4-af6f9138ff00";
-// What every device has besides: Generic Access with the device's name.
+// The service of every device: Generic Access with the device's name.
 constexpr const char* kAccessService = "00001800-0000-1000-8000-00805f9b34fb";
 constexpr const char* kNameCharacteristic = "00002a00-0000-1000-8000-00805f9b34fb";
 
@@ -134,7 +134,7 @@ void Radio::Accept(int fd) {
     centrals_[number]->Send(std::string("adapter ") + AdapterName(adapter_));
 }
 
-// Its connections end with it; nobody is there to hear of that.
+// Its connections end with it; there is nobody left to notify.
 void Radio::OnLeft(std::size_t number) {
     const std::string name = "computer " + std::to_string(number);
     for (std::size_t i = 0; i < airs_.size(); ++i) {
@@ -143,7 +143,7 @@ void Radio::OnLeft(std::size_t number) {
         EndLink(i, name + " left");
     }
     Event(0, name + " left");
-    // Not at once: the central is in the middle of something.
+    // Deferred, since the central is still executing.
     loop_->After(std::chrono::milliseconds(0), [this, number] { centrals_.erase(number); });
 }
 
@@ -276,7 +276,7 @@ void Radio::Disconnect(Central* central, std::size_t dongle) {
     central->Send("disconnected " + AddressOf(dongle));
 }
 
-// Says it to the computer that is connected, if one still is.
+// Sends it to the connected computer, if there still is one.
 void Radio::EndLink(std::size_t dongle, const std::string& why) {
     Air& air = airs_[dongle];
     if (air.link == 0) return;
@@ -297,7 +297,8 @@ void Radio::EndLink(std::size_t dongle, const std::string& why) {
 bool Radio::IsLinked(const Central* central, std::size_t dongle, const char* what) {
     const Air& air = airs_[dongle];
     if (air.central == central && !air.is_connecting) return true;
-    // It may be that the news of the loss had not arrived yet; a double that knew of it says so.
+    // The notice of the loss may not have arrived yet; a stand-in that knew of it reports the
+    // violation.
     Event(dongle, std::string(what) + " without a connection");
     return false;
 }
@@ -350,7 +351,7 @@ void Radio::Write(Central* central, std::size_t dongle, ByteSpan value) {
         Event(dongle, "a write of " + std::to_string(value.size()) + " bytes does not fit the MTU");
         status = LinkStatus::kProtocolError;
     }
-    // The answer first, so that what the dongle says to the packet comes behind it.
+    // The answer first, so that the dongle's reaction to the packet follows it.
     central->Send("written " + AddressOf(dongle) + " " + StatusText(status));
     if (status != LinkStatus::kSuccess) return;
     if (value.size() > kLongestPacket) {
@@ -362,7 +363,7 @@ void Radio::Write(Central* central, std::size_t dongle, ByteSpan value) {
     target.Receive(value, air.link);
 }
 
-// What answers an earlier connection's request, or finds nobody who listens, is lost.
+// Answers to an earlier connection's requests, and packets without a listener, are lost.
 void Radio::FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) {
     const bool is_late = asker != 0 && asker != airs_[dongle].link;
     if (is_late || !Notify(dongle, packet)) {

@@ -1,5 +1,4 @@
-// The radio: dongles that advertise, the computers that listen and connect, and what passes between
-// them.
+// The radio: dongles that advertise, computers that scan and connect, and the traffic between them.
 
 #pragma once
 
@@ -18,7 +17,7 @@ namespace brennix {
 
 enum class ScanMode { kOff, kPassive, kActive };
 
-// One computer's Bluetooth, as far as it uses the radio.
+// One computer's use of the radio.
 struct Central {
     Central(EventLoop* loop, std::size_t its_number, int fd, LineSocket::Handlers handlers)
         : number(its_number), socket(loop, fd, std::move(handlers)) {}
@@ -45,7 +44,7 @@ public:
     void Listen(std::uint16_t port);
     std::uint16_t Port() const;
 
-    // It is there at once. An address that another one has already is counted up.
+    // The dongle is powered at once. If its address is taken, it is incremented.
     std::size_t AddDongle(DongleSetup setup);
     Simulator& Dongles() { return dongles_; }
 
@@ -53,13 +52,13 @@ public:
     void Change(std::size_t dongle, const RadioSettings& settings);
     void Reset();  // dongles and adapter as they were at the start
 
-    // Of the computers: all of them lose and find it together.
+    // The adapter of all computers together.
     AdapterState Adapter() const { return adapter_; }
     void SetAdapter(AdapterState state);
 
-    // The connection is lost; the dongle goes on advertising. False: there was none.
+    // Loses the connection; the dongle keeps advertising. False: there was none.
     bool Lose(std::size_t dongle);
-    // Bytes that are no packet, perhaps. False: nobody has subscribed.
+    // The bytes need not be a packet. False: nobody has subscribed.
     bool Notify(std::size_t dongle, ByteSpan value);
 
     struct LinkState {
@@ -67,14 +66,14 @@ public:
         bool connected;
         bool subscribed;
         std::uint64_t connections;  // since the start
-        std::uint64_t advertised;   // advertisements that somebody heard
+        std::uint64_t advertised;   // advertisements received by somebody
     };
     LinkState State(std::size_t dongle) const;
     std::size_t Centrals() const { return centrals_.size(); }
     std::size_t Scanning() const;
 
 private:
-    // What a dongle does on the air. At most one computer is connected to it.
+    // The state of a dongle on the air. At most one computer is connected to it.
     struct Air {
         RadioSettings settings;
         std::uint64_t link = 0;  // number of the connection; 0: none
@@ -107,7 +106,7 @@ private:
     void ScheduleAdvertisement(std::size_t dongle, std::uint32_t after_ms);
     void Advertise(std::size_t dongle);
     void EndLink(std::size_t dongle, const std::string& why);
-    // Connected to this dongle; otherwise it did what it must not.
+    // Whether the computer is connected to this dongle; otherwise reports a violation.
     bool IsLinked(const Central* central, std::size_t dongle, const char* what);
     std::optional<std::size_t> FindDongle(std::string_view address) const;
     std::string AddressOf(std::size_t dongle) const;
@@ -119,7 +118,7 @@ private:
 
     EventLoop* loop_;
     mutable Simulator dongles_;
-    std::vector<Air> airs_;  // one a dongle
+    std::vector<Air> airs_;  // one for each dongle
     AdapterState adapter_ = AdapterState::kOn;
     std::unique_ptr<Listener> listener_;
     std::map<std::size_t, std::unique_ptr<Central>> centrals_;  // by number

@@ -63,13 +63,13 @@ CommandResult RunReset(Context* context) {
 CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
-    {"radio", "", "who is connected, counts, the adapter, as JSON", RunRadio},
-    {"radio", "{SETTINGS}", "changes the dongle's settings on the air; see the README", RunRadio},
-    {"adapter", "on|off|absent", "the computers' Bluetooth adapter", RunAdapter},
-    {"lose", "", "the connection is lost, the dongle goes on advertising", RunLose},
-    {"notify", "[HEX]", "sends this as one notification, whatever it is", RunNotify},
-    {"reset", "", "settings, adapter and dongles as they were at the start", RunReset},
-    {"help", "", "these commands", RunHelp},
+    {"radio", "", "connections, counts and adapter as JSON", RunRadio},
+    {"radio", "{SETTINGS}", "changes the dongle's radio settings; see the README", RunRadio},
+    {"adapter", "on|off|absent", "sets the computers' Bluetooth adapter", RunAdapter},
+    {"lose", "", "loses the connection; the dongle keeps advertising", RunLose},
+    {"notify", "[HEX]", "sends these bytes as one notification", RunNotify},
+    {"reset", "", "restores settings, adapter and dongles", RunReset},
+    {"help", "", "this list on one line", RunHelp},
 };
 
 CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }

@@ -1,5 +1,4 @@
-// The commands of the radio's control channel. What is not the radio's own is a command of its
-// dongles.
+// The commands of the radio's control channel. Other commands go to its dongles.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// brennix-radio: simulated dongles that are reached by Bluetooth LE.
+// brennix-radio: simulated dongles reached over Bluetooth LE.
 
 #include <cstdio>
 #include <exception>

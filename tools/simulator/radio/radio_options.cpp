@@ -13,27 +13,26 @@ constexpr int kMaxDongles = 250;
 
 constexpr const char* kIntroduction = R"(
 Control commands, one line each over TCP, answered by "ok …" or "error: …". "@N " before a command
-means dongle N, otherwise it is dongle 0. The radio's own:
+selects dongle N; the default is dongle 0. Commands of the radio:
 )";
 
 constexpr const char* kDongleIntroduction = R"(
-Those of its dongles and vehicles, as brennix-sim has them ("unplug": the dongle is out of reach):
+Commands of its dongles and vehicles, as in brennix-sim ("unplug": the dongle is out of reach):
 )";
 
 constexpr const char* kEnvironment = R"(
 The command gets BRENNIX_RADIO (number of the radio's port on 127.0.0.1) and BRENNIX_SIM_CONTROL
 (address of the control channel).
 
-Exit codes: the command's own; without one 0. 1: wrong options, vehicle file or set-up. 3: a computer
-broke the rules and --strict was given.
+Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
+3: with --strict, a computer broke the rules.
 )";
 
 }  // namespace
 
 std::optional<RadioOptions> ReadRadioOptions(int argc, char** argv, int* exit_code) {
     RadioOptions options;
-    CLI::App app(
-        "Simulated radio: Brennix dongles with vehicles that are reached by Bluetooth LE.");
+    CLI::App app("Simulated radio: Brennix dongles with vehicles, reached over Bluetooth LE.");
     app.set_version_flag("--version", BRENNIX_SIM_VERSION);
     app.footer(kIntroduction + RadioCommands::Help() + kDongleIntroduction + Commands::Help() +
                kEnvironment);

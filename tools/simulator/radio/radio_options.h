@@ -1,4 +1,4 @@
-// What the command line of brennix-radio asks for.
+// The command line of brennix-radio.
 
 #pragma once
 
@@ -15,7 +15,7 @@ struct RadioOptions : CommonOptions {
     std::uint16_t port = 0;  // 0: any free one
 };
 
-// Empty: the program is done (help, version or an error) and ends with `exit_code`.
+// Empty: the program has finished (help, version or an error) and exits with `exit_code`.
 std::optional<RadioOptions> ReadRadioOptions(int argc, char** argv, int* exit_code);
 
 }  // namespace brennix

@@ -1,4 +1,4 @@
-// One run of brennix-radio: sets everything up, runs the command, takes everything down.
+// One run of brennix-radio: sets everything up, runs the command, cleans up.
 
 #pragma once
 
@@ -16,7 +16,7 @@ namespace brennix {
 
 class RadioRun {
 public:
-    // Throws std::exception with one line that says what cannot be done.
+    // Throws std::exception; the message is one line.
     explicit RadioRun(const RadioOptions& options);
     ~RadioRun();
     RadioRun(const RadioRun&) = delete;
@@ -26,7 +26,7 @@ public:
 
 private:
     void AddDongles();
-    // The variables that a command gets.
+    // The variables that the command gets.
     std::map<std::string, std::string> Places() const;
     void Announce() const;
 

@@ -43,7 +43,7 @@ nlohmann::ordered_json ToJson(const RecordEntry& entry, const char* source) {
     return json;
 }
 
-// Text of the wire may hold any bytes; what is no UTF-8 is replaced rather than refused.
+// Text from the wire may hold any bytes; invalid UTF-8 is replaced, not refused.
 std::string Dump(const nlohmann::ordered_json& json) {
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
@@ -95,7 +95,7 @@ void Record::Clear() {
     counts_.clear();
 }
 
-// The counts of one dongle stand together: a relay has those of every connection since its start.
+// The counts of one dongle are adjacent: a relay keeps those of every connection since its start.
 std::uint64_t Record::Count(const RecordFilter& filter) const {
     auto at =
         filter.dongle ? counts_.lower_bound({*filter.dongle, Direction::kIn, 0}) : counts_.begin();

@@ -1,5 +1,5 @@
-// What passed between host and dongles. The last entries stay in memory for questions over the
-// control channel; all of them go to a file when one is asked for.
+// What passed between host and dongles. The latest entries stay in memory for queries over the
+// control channel; all entries go to a file if one is given.
 
 #pragma once
 
@@ -20,7 +20,7 @@ enum class Direction : std::uint8_t {
     kIn,        // from the host
     kOut,       // to the host
     kEvent,     // plugged, unplugged, closed by the host …
-    kViolation  // the host did what it must not
+    kViolation  // the host broke a rule
 };
 
 struct RecordEntry {
@@ -32,7 +32,7 @@ struct RecordEntry {
     std::string text;  // kEvent, kViolation
 };
 
-// Matches entries of every kind where a field is absent.
+// An absent field matches every entry.
 struct RecordFilter {
     std::optional<std::size_t> dongle;
     std::optional<Direction> direction;
@@ -45,14 +45,14 @@ public:
     explicit Record(std::size_t keep, const char* source = "dongle")
         : keep_(keep), source_(source) {}
 
-    // Throws std::system_error when the file cannot be written.
+    // Throws std::system_error if the file cannot be written.
     void OpenFile(const std::string& path);
-    // Entries go to the file in larger blocks; this writes what is left of them.
+    // Entries are written in large blocks; this writes the remaining ones.
     void FlushFile();
 
     void AddPacket(std::size_t dongle, Direction direction, ByteSpan packet);
     void AddText(std::size_t dongle, Direction direction, std::string text);
-    void Clear();  // memory and counts; the file goes on
+    void Clear();  // memory and counts, not the file
 
     // Since the start or the last Clear, whether still in memory or not.
     std::uint64_t Count(const RecordFilter& filter) const;
@@ -67,7 +67,8 @@ private:
         std::size_t dongle;
         Direction direction;
         std::uint32_t type;
-        // NOLINTNEXTLINE(modernize-use-nullptr): no pointer, clang-tidy mistakes the compiler's 0
+        // NOLINTNEXTLINE(modernize-use-nullptr): not a pointer, clang-tidy misreads the compiler's
+        // 0
         auto operator<=>(const CountKey&) const = default;
     };
     struct FileCloser {
@@ -85,7 +86,7 @@ private:
     std::function<void()> listener_;
 };
 
-// One JSON object on one line, without a line end.
+// One JSON object on one line, without the line end.
 std::string ToJsonLine(const RecordEntry& entry, const char* source = "dongle");
 
 }  // namespace brennix

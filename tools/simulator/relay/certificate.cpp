@@ -25,7 +25,7 @@ using File = std::unique_ptr<std::FILE, Releaser<std::fclose>>;
 
 bool Exists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
 
-// Readable for its owner only from the first moment on.
+// Created readable by its owner only.
 File Create(const std::string& path, mode_t mode) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode);
     File file(fd < 0 ? nullptr : ::fdopen(fd, "w"));

@@ -1,4 +1,4 @@
-// The relay's certificate for wss, which it makes itself.
+// The relay's certificate for wss, which it creates itself.
 
 #pragma once
 
@@ -14,8 +14,8 @@ struct TlsContextDeleter {
 };
 using TlsContext = std::unique_ptr<SSL_CTX, TlsContextDeleter>;
 
-// Makes both files when they are not there. The certificate is for `host`, localhost and
-// 127.0.0.1, signs itself and lasts ten years. Throws std::runtime_error.
+// Creates both files if they are missing. The certificate is self-signed, for `host`, localhost and
+// 127.0.0.1, and valid for ten years. Throws std::runtime_error.
 void EnsureCertificate(const std::string& certificate_file, const std::string& key_file,
                        const std::string& host);
 

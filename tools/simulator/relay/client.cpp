@@ -21,7 +21,7 @@ void StoreLength(Bytes* packet, std::uint32_t length) {
     std::copy(field.begin(), field.end(), packet->begin() + 4);
 }
 
-// Changes of the bytes themselves.
+// Applies a fault that changes the bytes themselves.
 void Damage(const FaultRule& rule, Bytes* wire) {
     const std::size_t at = std::min<std::size_t>(rule.a, wire->size());
     switch (rule.action) {
@@ -101,7 +101,7 @@ void Client::Start() {
                 if (web_socket_) web_socket_->RefuseUpgrade(rule.a);
                 break;
             default:
-                break;  // the script lets no other through
+                break;  // FaultScript allows no other action here
         }
     }
 }
@@ -164,7 +164,7 @@ void Client::OnPacket(ByteSpan packet) {
     OnInner(packet);
 }
 
-// False: the packet counts as lost.
+// False: treat the packet as lost.
 bool Client::ObeyIncomingFaults(ByteSpan packet) {
     const std::uint32_t type = PacketType(packet);
     const FaultCounter::Numbers numbers = counter_.Next(FaultPlace::kIn, type);

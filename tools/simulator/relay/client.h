@@ -23,7 +23,7 @@ namespace brennix {
 
 class Client {
 public:
-    // What a client needs of the relay.
+    // What a client needs from the relay.
     class Host {
     public:
         virtual EventLoop& Loop() = 0;
@@ -33,9 +33,9 @@ public:
         virtual void Say(std::size_t client, const std::string& text) = 0;
         virtual void SendLogins(Client* client) = 0;
         virtual std::optional<std::size_t> FindDongle(ByteSpan mac) = 0;
-        // False: the dongle is not there any more.
+        // False: the dongle is gone.
         virtual bool ToDongle(std::size_t dongle, std::size_t client, ByteSpan packet) = 0;
-        virtual void Gone(std::size_t client) = 0;  // does not delete the client at once
+        virtual void Gone(std::size_t client) = 0;  // must not delete the client at once
 
     protected:
         ~Host() = default;
@@ -47,7 +47,7 @@ public:
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    void Start();  // faults of new connections happen here
+    void Start();  // applies the faults of new connections
 
     std::size_t Number() const { return number_; }
     Carrier Kind() const { return carrier_; }
@@ -64,9 +64,9 @@ public:
         last_violation_.clear();
     }
 
-    void SendPacket(ByteSpan packet, bool sealed = true);  // sealed once the channel is there
+    void SendPacket(ByteSpan packet, bool sealed = true);  // sealed once the channel exists
     void SendPing(ByteSpan payload);
-    void SendBytes(ByteSpan bytes);  // into the stream, whatever they are
+    void SendBytes(ByteSpan bytes);  // into the stream, unchecked
     void SendText(std::string_view text);
     void SendWebSocketPing(ByteSpan payload);
     void SendWebSocketClose(std::uint16_t code);
@@ -118,7 +118,7 @@ private:
     std::string peer_;
     SecureChannel channel_;
     Reassembler reassembler_;
-    Bytes stream_;  // received, not yet a whole packet
+    Bytes stream_;  // received, not yet a complete packet
     FaultCounter counter_;
 
     std::string device_id_;
@@ -128,8 +128,8 @@ private:
     OpenPings open_pings_;
 
     std::deque<Piece> outgoing_;
-    std::vector<Piece> held_;  // comes after the next packet
-    Bytes joined_;             // comes together with the next packet
+    std::vector<Piece> held_;  // sent after the next packet
+    Bytes joined_;             // sent together with the next packet
     std::optional<EventLoop::TimerId> delay_;
     std::uint64_t stream_sent_ = 0;
     bool gone_ = false;

@@ -9,7 +9,7 @@ namespace brennix {
 
 namespace {
 
-constexpr std::size_t kIdSize = 6;  // of a device, from the front of its key's X
+constexpr std::size_t kIdSize = 6;  // of a device: the first bytes of its key's X
 constexpr std::size_t kIdEnd = devi::kId + kIdSize;
 constexpr std::string_view kUserPrefix = "DPDU: ";
 constexpr std::string_view kLibraryVersion = "1.5.0.62-95aec0c";
@@ -18,7 +18,7 @@ bool IsText(ByteSpan bytes, std::string_view text) {
     return std::equal(bytes.begin(), bytes.end(), text.begin(), text.end());
 }
 
-// Printable up to the first NUL, which is there, and zeros from it on.
+// Not empty, and zeros from the first NUL, which exists, to the end.
 bool IsTerminated(ByteSpan field) {
     const auto end = std::find(field.begin(), field.end(), 0);
     return end != field.begin() && end != field.end() &&

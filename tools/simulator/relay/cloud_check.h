@@ -1,4 +1,4 @@
-// What the relay may expect of the packets that are for itself.
+// What packets for the relay itself must look like.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace brennix {
 
-// `packet` holds at least a header. Returns what is wrong, empty when nothing is. Packets for
-// dongles are not judged here. `device`: the static key that the handshake showed.
+// `packet` has at least a header. Returns what is wrong; empty if nothing is. Packets for dongles
+// are not checked here. `device`: the static key from the handshake.
 std::string CheckCloudPacket(ByteSpan packet, const Point& device);
 
 // Twelve hex digits: the first six bytes of X.

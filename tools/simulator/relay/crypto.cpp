@@ -20,7 +20,7 @@ using Number = std::unique_ptr<BIGNUM, Releaser<BN_clear_free>>;
 using CurvePoint = std::unique_ptr<EC_POINT, Releaser<EC_POINT_free>>;
 using Cipher = std::unique_ptr<EVP_CIPHER_CTX, Releaser<EVP_CIPHER_CTX_free>>;
 
-// Only what cannot fail with sane arguments goes through this.
+// Only for calls that cannot fail with sane arguments.
 void Require(bool done, const char* what) {
     if (!done) throw std::runtime_error(std::string("OpenSSL: ") + what + " failed");
 }
@@ -82,7 +82,7 @@ KeyPair MakeKeyPair() {
 std::optional<Key> SharedSecret(const Key& secret, const Point& point) {
     const Number scalar = ToNumber(secret);
     const CurvePoint other = NewPoint();
-    // Refuses what is not on the curve.
+    // Refuses points that are not on the curve.
     if (EC_POINT_oct2point(Curve(), other.get(), point.data(), point.size(), nullptr) != 1) {
         return std::nullopt;
     }
@@ -107,7 +107,7 @@ Key HkdfExtract(ByteSpan input) {
 Key HkdfExpand(const Key& key, std::string_view info) {
     Bytes block;
     AppendBytes(&block, AsBytes(info));
-    block.push_back(1);  // the first block is as long as the key wanted
+    block.push_back(1);  // one block is as long as the key
     return Hmac(key, block);
 }
 
@@ -115,7 +115,7 @@ Encrypted Encrypt(const Key& key, const Nonce& nonce, std::string_view associate
     const Cipher cipher(EVP_CIPHER_CTX_new());
     Encrypted result = {{}, Bytes(plain.size())};
     int size = 0;
-    Tag end;  // GCM has nothing left to write, but wants a place
+    Tag end;  // GCM writes nothing more, but needs a buffer
     const bool done =
         cipher != nullptr &&
         EVP_EncryptInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, key.data(), nonce.data()) &&

@@ -25,9 +25,9 @@ struct KeyPair {
 };
 
 KeyPair MakeKeyPair();
-// Nothing for a number that is no private key of the curve.
+// Empty if the number is not a private key of the curve.
 std::optional<KeyPair> KeyPairOf(const Key& secret);
-// The X coordinate of secret * point. Nothing for a point that is not on the curve.
+// The X coordinate of secret * point. Empty if the point is not on the curve.
 std::optional<Key> SharedSecret(const Key& secret, const Point& point);
 
 Key HkdfExtract(ByteSpan input);  // without salt
@@ -38,11 +38,11 @@ struct Encrypted {
     Bytes text;
 };
 Encrypted Encrypt(const Key& key, const Nonce& nonce, std::string_view associated, ByteSpan plain);
-// Nothing when key, nonce, associated data, tag and text do not belong together.
+// Empty if key, nonce, associated data, tag and text do not belong together.
 std::optional<Bytes> Decrypt(const Key& key, const Nonce& nonce, std::string_view associated,
                              const Tag& tag, ByteSpan text);
 
-// The array at the start of `bytes`, which are long enough.
+// The array at the start of `bytes`, which must be long enough.
 template <typename Array>
 Array Take(ByteSpan bytes) {
     Array array;

@@ -26,49 +26,48 @@ struct ActionRow {
 };
 
 constexpr ActionRow kActions[] = {
-    {"drop", FaultAction::kDrop, kToClient, Arguments::kNone, "drop", "the packet is not sent"},
+    {"drop", FaultAction::kDrop, kToClient, Arguments::kNone, "drop", "does not send the packet"},
     {"delay", FaultAction::kDelay, kToClient, Arguments::kNumber, "delay MS",
-     "the packet, and what follows it, comes later"},
+     "delays the packet and everything after it"},
     {"split", FaultAction::kSplit, kToClient, Arguments::kNumberAndMore, "split N [MS]",
-     "in pieces of N bytes, MS apart (WebSocket: a message each)"},
+     "sends pieces of N bytes, MS apart (WebSocket: a message each)"},
     {"swap", FaultAction::kSwap, kToClient, Arguments::kNone, "swap",
-     "the packet comes after the next one"},
+     "sends the packet after the next one"},
     {"join", FaultAction::kJoin, kToClient, Arguments::kNone, "join",
-     "together with the next one (WebSocket: in one message)"},
-    {"replay", FaultAction::kReplay, kToClient, Arguments::kNone, "replay", "twice"},
+     "sends it together with the next one (WebSocket: in one message)"},
+    {"replay", FaultAction::kReplay, kToClient, Arguments::kNone, "replay", "sends it twice"},
     {"flip", FaultAction::kFlip, kToClient, Arguments::kNumber, "flip BIT",
-     "bit BIT % 8 of byte BIT / 8 of what is on the wire is inverted"},
+     "inverts bit BIT % 8 of byte BIT / 8 on the wire"},
     {"set", FaultAction::kSet, kToClient, Arguments::kNumberAndBytes, "set OFFSET HEX",
-     "other bytes on the wire"},
+     "replaces bytes on the wire"},
     {"truncate", FaultAction::kTruncate, kToClient, Arguments::kNumber, "truncate N",
-     "only N bytes of it, with a length that fits"},
+     "sends only N bytes of it, with a matching length"},
     {"length", FaultAction::kLength, kToClient, Arguments::kNumber, "length N",
-     "another length in its header, such as 5000 or 7"},
+     "puts another length into its header, such as 5000 or 7"},
     {"header", FaultAction::kHeader, kToClient, Arguments::kNumber, "header N",
-     "before it comes a lone header with length N"},
+     "sends a lone header with length N before it"},
     {"noise", FaultAction::kNoise, kToClient, Arguments::kBytes, "noise HEX",
-     "before it come these bytes"},
+     "sends these bytes before it"},
     {"text", FaultAction::kText, kToClient, Arguments::kText, "text TEXT",
-     "before it comes a text message (WebSocket)"},
+     "sends a text message before it (WebSocket)"},
     {"recut", FaultAction::kRecut, kToClient, Arguments::kNumber, "recut N",
-     "WebSocket: in messages of N bytes"},
+     "WebSocket: sends it in messages of N bytes"},
     {"frames", FaultAction::kFrames, kToClient, Arguments::kNumber, "frames N",
-     "WebSocket: in one message of frames of N bytes"},
+     "WebSocket: sends one message in frames of N bytes"},
     {"replace", FaultAction::kReplace, kToClient, Arguments::kBytes, "replace HEX",
-     "another packet instead, sealed like it"},
-    {"plain", FaultAction::kPlain, kToClient, Arguments::kNone, "plain", "it is not sealed"},
-    {"ignore", FaultAction::kIgnore, kFromClient, Arguments::kNone, "ignore",
-     "as if it had not come"},
+     "sends another packet instead, sealed like it"},
+    {"plain", FaultAction::kPlain, kToClient, Arguments::kNone, "plain", "sends it unsealed"},
+    {"ignore", FaultAction::kIgnore, kFromClient, Arguments::kNone, "ignore", "ignores the packet"},
     {"cut", FaultAction::kCut, kToClient | kFromClient | kStream, Arguments::kNumber, "cut [N]",
-     "the connection ends after N bytes of it"},
+     "ends the connection after N bytes of it"},
     {"reset", FaultAction::kReset, kToClient | kFromClient | kAccepting | kStream, Arguments::kNone,
-     "reset", "the connection is reset"},
+     "reset", "resets the connection"},
     {"deaf", FaultAction::kDeaf, kToClient | kFromClient | kAccepting, Arguments::kNone, "deaf",
-     "the relay reads nothing more from the connection"},
+     "reads nothing more from the connection"},
     {"refuse", FaultAction::kRefuse, kAccepting, Arguments::kNone, "refuse",
-     "the connection is closed at once"},
+     "closes the connection at once"},
     {"http", FaultAction::kHttp, kAccepting, Arguments::kNumber, "http STATUS",
-     "WebSocket: the upgrade is answered with this status"},
+     "WebSocket: answers the upgrade with this status"},
 };
 
 unsigned PlaceBit(FaultPlace place) {
@@ -101,7 +100,7 @@ void TakeArguments(const ActionRow& row, std::string_view rest, FaultRule* rule)
         case Arguments::kNone:
             break;
         case Arguments::kNumber:
-            // "cut" alone: after none of its bytes.
+            // "cut" alone: before its first byte.
             if (!rest.empty() || rule->action != FaultAction::kCut) {
                 rule->a = TakeNumber(&rest, row.usage);
             }
@@ -245,9 +244,10 @@ FaultRule* FaultScript::StreamRule() {
 
 std::string FaultScript::Help() {
     std::string text =
-        "Faults: \"[once|times N] WHERE WHAT\", several with ; between. WHERE: accept, bytes N\n"
-        "(after that many bytes to the client), packet N or TYPE N to the client, in packet N or\n"
-        "in TYPE N from it; counted in each connection, 1 without N, * for every one. WHAT:\n";
+        "Faults: \"[once|times N] WHERE WHAT\", separated by \";\". WHERE: accept, bytes N\n"
+        "(after N bytes to the client), packet N or TYPE N to the client, in packet N or in TYPE "
+        "N\n"
+        "from it. Each connection counts from 1; without N the first, * all. WHAT:\n";
     for (const ActionRow& row : kActions) {
         std::string usage = std::string("  ") + row.usage;
         usage.resize(std::max<std::size_t>(usage.size() + 2, 20), ' ');

@@ -1,5 +1,4 @@
-// What goes wrong on purpose between relay and client: rules, each for certain packets of every
-// connection.
+// Intentional faults between relay and client: rules, each for certain packets of every connection.
 
 #pragma once
 
@@ -16,7 +15,7 @@ namespace brennix {
 enum class FaultPlace {
     kAccept,  // a new connection
     kOut,     // a packet to the client
-    kIn,      // a packet from the client, sealed ones after they were opened
+    kIn,      // a packet from the client; sealed ones are opened first
     kBytes,   // the byte stream to the client
 };
 
@@ -61,7 +60,7 @@ struct FaultRule {
     std::string text;  // as it was written
 };
 
-// Counts one connection's packets, as rules do.
+// Counts one connection's packets in the way of the rules.
 class FaultCounter {
 public:
     struct Numbers {
@@ -76,20 +75,20 @@ private:
 
 class FaultScript {
 public:
-    // Adds the rules of `text`, "RULE; RULE". Throws UsageError, and adds none then.
+    // Adds the rules of `text`, "RULE; RULE". Throws UsageError; then adds none.
     void Add(std::string_view text);
     void Clear() { rules_.clear(); }
     std::string Describe() const;  // the rules that are left
 
-    // The rules for this packet, in the order in which they were added; each is one time used up.
+    // The rules for this packet, in the order in which they were added. Uses each of them up once.
     std::vector<FaultRule> Take(FaultPlace place, std::uint32_t type,
                                 const FaultCounter::Numbers& numbers);
     std::vector<FaultRule> TakeForConnection();
-    // The rule that ends the byte stream, if there is one, without using it up.
+    // The rule that ends the byte stream, if any; does not use it up.
     FaultRule* StreamRule();
     void UseUp(FaultRule* rule);
 
-    // For people.
+    // For help texts.
     static std::string Help();
 
 private:

@@ -16,20 +16,20 @@ struct HttpHead {
     std::multimap<std::string, std::string> fields;  // names in lower case
     std::size_t size = 0;                            // bytes, with the empty line
 
-    // Empty when there is none; several of one name are joined by commas.
+    // Empty if there is none; several of the same name are joined by commas.
     std::string Field(std::string_view name) const;
-    // Whether the comma-separated list of that field has this word, in whatever case.
+    // Whether that field's comma-separated list has this word; the case does not matter.
     bool Lists(std::string_view name, std::string_view word) const;
 };
 
-// A head longer than this is none that we wait for.
+// The longest head accepted.
 constexpr std::size_t kMaxHeadSize = 8192;
 
 std::string LowerCase(std::string_view text);
 
 // Whether `received` holds the empty line that ends a head.
 bool HasWholeHead(std::string_view received);
-// Nothing for a head that breaks the grammar.
+// Empty for a head that breaks the grammar.
 std::optional<HttpHead> ReadHttpHead(std::string_view received);
 
 }  // namespace brennix

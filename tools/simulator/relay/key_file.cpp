@@ -13,7 +13,7 @@ namespace brennix {
 
 namespace {
 
-// Complete or not there: two relays may start at the same time.
+// The file is complete or absent, since two relays may start at the same time.
 void WriteKey(const std::string& path, const KeyPair& pair) {
     const std::string temporary = path + "." + std::to_string(::getpid());
     const int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -22,7 +22,7 @@ void WriteKey(const std::string& path, const KeyPair& pair) {
         fd >= 0 && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     ::close(fd);
     if (!written) throw std::runtime_error(temporary + ": cannot be written");
-    const int linked = ::link(temporary.c_str(), path.c_str());  // an older one stays
+    const int linked = ::link(temporary.c_str(), path.c_str());  // keeps an existing file
     ::unlink(temporary.c_str());
     if (linked != 0 && ::access(path.c_str(), R_OK) != 0) {
         throw std::runtime_error(path + ": cannot be written");

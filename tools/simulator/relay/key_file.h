@@ -1,4 +1,4 @@
-// The relay's own key pair, in a file of its folder.
+// The relay's own key pair, in a file in its folder.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace brennix {
 
-// Makes folder and file when they are not there, readable for their owner only. Throws
+// Creates folder and file if they are missing, readable by their owner only. Throws
 // std::runtime_error.
 KeyPair LoadOrMakeKey(const std::string& folder);
 

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view kScheme = "http://";
 
-// "host:port" of the request, and for one with an absolute URL the path behind it.
+// "host:port" of the request and, for an absolute URL, the path after it.
 struct Destination {
     std::string name;
     std::string path;
@@ -32,7 +32,7 @@ std::optional<Destination> ReadDestination(const HttpHead& head) {
     return destination;
 }
 
-// The request as its server expects it, with what already followed.
+// The request as its server expects it, with the bytes received after it.
 std::string Rewrite(const HttpHead& head, const std::string& path, std::string_view received) {
     std::string text = head.method + " " + path + " " + head.version + "\r\n";
     std::string_view rest = received.substr(0, head.size - 2);
@@ -123,7 +123,7 @@ void ConnectProxy::OnRequest(std::uint64_t number, Tunnel* tunnel) {
     tunnel->request.clear();
 }
 
-// Blocks, which on a desk is not noticed.
+// Blocks, which does not matter on a desk.
 std::optional<int> ConnectProxy::ConnectTo(const std::string& name) {
     const auto mapped = targets_.find(name);
     const std::optional<sockaddr_in> address =
@@ -150,8 +150,8 @@ void ConnectProxy::Answer(Tunnel* tunnel, const std::string& status) {
     }
 }
 
-// Not at once: one of its sockets is in the middle of reporting. What came before the end still
-// goes to the other side.
+// Deferred, since one of its sockets is still reporting. Bytes from before the end still reach the
+// other side.
 void ConnectProxy::Drop(std::uint64_t number) {
     const auto found = tunnels_.find(number);
     if (found == tunnels_.end()) return;

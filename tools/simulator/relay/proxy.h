@@ -1,5 +1,5 @@
-// A small HTTP proxy, so that a client's proxy setting has one to be tried with: CONNECT, and
-// requests with an absolute URL, which are passed on and then carry whatever follows.
+// A small HTTP proxy to test a client's proxy setting: CONNECT, and requests with an absolute URL,
+// which are forwarded together with everything that follows.
 
 #pragma once
 
@@ -22,10 +22,10 @@ public:
     ~ConnectProxy();
 
     Listener& Port() { return listener_; }
-    // Connections to `name` ("relay.example:443") go to `target` ("127.0.0.1:7702") instead. Other
-    // names than numbers and localhost are not looked up: the proxy serves one desk.
+    // Connections to `name` ("relay.example:443") go to `target` ("127.0.0.1:7702") instead. Only
+    // numeric addresses and localhost are resolved: the proxy serves a single desk.
     void Map(const std::string& name, const std::string& target) { targets_[name] = target; }
-    // Requests are answered with this status. 0: they are carried out.
+    // Answers requests with this status. 0: executes them.
     void RefuseWith(unsigned status) { refused_with_ = status; }
     void KillAll();
     std::size_t OpenTunnels() const { return tunnels_.size(); }
@@ -34,14 +34,14 @@ public:
 private:
     struct Tunnel {
         std::unique_ptr<StreamSocket> client;
-        std::unique_ptr<StreamSocket> server;  // null: the request is not complete yet
+        std::unique_ptr<StreamSocket> server;  // null: the request is incomplete
         std::string request;
     };
 
     void Accept(int fd);
     void OnClient(std::uint64_t number, ByteSpan bytes);
     void OnRequest(std::uint64_t number, Tunnel* tunnel);
-    // Nothing: no such place.
+    // Empty: no such target.
     std::optional<int> ConnectTo(const std::string& name);
     void Answer(Tunnel* tunnel, const std::string& status);
     void Drop(std::uint64_t number);

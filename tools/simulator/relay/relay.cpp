@@ -60,7 +60,7 @@ void Relay::Accept(Carrier carrier, int fd) {
     clients_[number]->Start();
 }
 
-// Not at once: the client is in the middle of something.
+// Deferred, since the client is still executing.
 void Relay::Gone(std::size_t client) {
     loop_->After(std::chrono::milliseconds(0), [this, client] {
         const auto found = clients_.find(client);
@@ -108,7 +108,7 @@ bool Relay::ToDongle(std::size_t dongle, std::size_t client, ByteSpan packet) {
     return true;
 }
 
-// An answer goes to the client that asked, everything else to all that use the dongle.
+// An answer goes to the client that asked, everything else to all clients of the dongle.
 void Relay::FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet) {
     if (asker != 0) {
         if (Client* client = Find(asker)) client->SendPacket(packet);
@@ -119,7 +119,7 @@ void Relay::FromDongle(std::size_t dongle, std::uint64_t asker, ByteSpan packet)
     }
 }
 
-// A dongle logs in when it comes; nothing tells that it went.
+// A dongle logs in when it appears; its disappearance is not announced.
 void Relay::PowerChanged(std::size_t dongle, bool powered) {
     const Identity& identity = dongles_.At(dongle).Setup().identity;
     say_("dongle " + std::to_string(dongle) + " \"" + identity.name + "\" (" + ToHex(identity.mac) +

@@ -1,4 +1,4 @@
-// The relay: its ports, the clients that are connected, the dongles, and what goes to whom.
+// The relay: its ports, clients and dongles, and the routing between them.
 
 #pragma once
 
@@ -19,7 +19,7 @@ namespace brennix {
 
 class Relay : private Client::Host, private Uplink {
 public:
-    // `say`: lines for people about what happens.
+    // `say` gets lines for people about events.
     Relay(EventLoop* loop, RelaySettings settings, std::size_t keep,
           std::function<void(const std::string&)> say);
     ~Relay();
@@ -32,7 +32,7 @@ public:
     Listener* Port(Carrier carrier);  // null: none
     ConnectProxy* Proxy() { return proxy_.get(); }
 
-    // It is there at once. An address that another one has already is counted up.
+    // The dongle is powered at once. If its address is taken, it is incremented.
     std::size_t AddDongle(DongleSetup setup);
 
     Simulator& Dongles() { return dongles_; }
@@ -45,11 +45,11 @@ public:
     FaultScript& Faults() override { return faults_; }
     Record& Log() override { return record_; }
 
-    // A dongle's login, to `client` or to all that are identified.
+    // Sends a dongle's login to `client`, or to all clients that have identified themselves.
     void SendLogin(std::size_t dongle, std::uint32_t type, Client* client);
-    // Of clients, the ones that left included, and of dongles that complain about packets.
+    // Of all clients, including those that left, and of packets to dongles.
     std::uint64_t Violations();
-    const std::string& LastViolation() const;  // as of the last Violations
+    const std::string& LastViolation() const;  // as of the last call of Violations
     void ClearViolations();
 
 private:

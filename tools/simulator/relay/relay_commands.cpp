@@ -18,14 +18,14 @@ struct Context {
     std::optional<std::size_t> dongle;  // "@N"
     std::string_view rest;
 
-    // The named client; without a name all.
+    // The named client, or all.
     std::vector<Client*> Clients() const {
         if (!client) return relay->Clients();
         Client* const one = relay->Find(*client);
         if (one == nullptr) throw UsageError("no client #" + std::to_string(*client));
         return {one};
     }
-    // Of clients that the handshake is done with.
+    // The named client, or all, as far as they have identified themselves.
     std::vector<Client*> Identified() const {
         std::vector<Client*> list = Clients();
         std::erase_if(list, [](const Client* one) { return !one->IsIdentified(); });
@@ -256,7 +256,7 @@ CommandResult RunViolations(Context* context) {
     return Ok(std::to_string(count) + (last.empty() ? "" : " " + last));
 }
 
-// As the relay was started, but for what the command line set.
+// Back to the defaults, without the command line's settings.
 CommandResult RunReset(Context* context) {
     Simulator& simulator = context->relay->Dongles();
     for (std::size_t i = 0; i < simulator.Count(); ++i) {
@@ -284,36 +284,37 @@ CommandResult RunQuit(Context* context) {
 CommandResult RunHelp(Context*);
 
 constexpr CommandRow<Context> kCommands[] = {
-    {"stats", "", "counts, and the dongles, as JSON", RunStats},
-    {"clients", "", "who is connected, as JSON", RunClients},
-    {"listen", "on|off [tcp|ws|wss|proxy]", "takes connections on the ports, or refuses them",
+    {"stats", "", "counts and dongles as JSON", RunStats},
+    {"clients", "", "connected clients as JSON", RunClients},
+    {"listen", "on|off [tcp|ws|wss|proxy]", "accepts or refuses connections on the ports",
      RunListen},
     {"kill", "[reset]", "closes connections, or resets them", RunKill},
-    {"reading", "on|off", "whether the relay reads what clients send", RunReading},
-    {"fault", "[RULE; RULE]", "adds faults; says which there are", RunFault},
-    {"fault", "clear", "no faults any more", RunFault},
-    {"status", "N [DEVICE]", "status in DEVA from now on, of all devices or of one", RunStatus},
-    {"capabilities", "N", "capabilities in DEVA from now on", RunCapabilities},
-    {"welcome", "HEX", "the welcome of later handshakes", RunWelcome},
+    {"reading", "on|off", "reads or does not read from clients", RunReading},
+    {"fault", "[RULE; RULE]", "adds faults; lists the current ones", RunFault},
+    {"fault", "clear", "removes all faults", RunFault},
+    {"status", "N [DEVICE]", "sets the status in DEVA, for all devices or one", RunStatus},
+    {"capabilities", "N", "sets the capabilities in DEVA", RunCapabilities},
+    {"welcome", "HEX", "sets the welcome of later handshakes", RunWelcome},
     {"packet", "TYPE [HEX]", "sends a packet, sealed", RunPacket},
-    {"plain", "TYPE [HEX]", "sends a packet that is not sealed", RunPlain},
-    {"bytes", "HEX", "sends bytes, whatever they are", RunBytes},
-    {"ping", "[HEX]", "sends PING; the REPL to it is checked", RunPing},
-    {"login", "[TYPE]", "a dongle's login again, as LOGN or as LOGC", RunLogin},
+    {"plain", "TYPE [HEX]", "sends a packet unsealed", RunPlain},
+    {"bytes", "HEX", "sends these bytes as they are", RunBytes},
+    {"ping", "[HEX]", "sends PING and checks its REPL", RunPing},
+    {"login", "[TYPE]", "sends a dongle's login again, as LOGN or LOGC", RunLogin},
     {"text", "TEXT", "sends a WebSocket text message", RunText},
     {"websocket", "ping [HEX]", "sends a WebSocket ping", RunWebSocket},
     {"websocket", "close [CODE]", "sends a WebSocket close", RunWebSocket},
-    {"add", "FILE", "one more dongle with this vehicle; says its number", RunAdd},
+    {"add", "FILE", "adds a dongle with this vehicle; answers its number", RunAdd},
     {"proxy", "", "requests so far and open tunnels, as JSON", RunProxy},
-    {"proxy", "refuse STATUS", "the proxy answers with this HTTP status; 0 ends it", RunProxy},
-    {"proxy", "map NAME:PORT TARGET", "where connections to this name go", RunProxy},
-    {"proxy", "kill", "resets what goes through the proxy", RunProxy},
+    {"proxy", "refuse STATUS", "answers proxy requests with this HTTP status; 0 stops it",
+     RunProxy},
+    {"proxy", "map NAME:PORT TARGET", "sends connections to this name to TARGET", RunProxy},
+    {"proxy", "kill", "resets all connections through the proxy", RunProxy},
     {"record", "count|last N|clear|flush [FILTER]", "packets and events of clients", RunRecord},
-    {"wait", "N MS [FILTER]", "until N entries are on record, for at most MS", RunWait},
-    {"violations", "[clear]", "how often clients broke the protocol, and how last", RunViolations},
-    {"reset", "", "no faults, dongles as their files have them, ports open, status 0", RunReset},
-    {"help", "", "the commands", RunHelp},
-    {"quit", "", "ends the relay", RunQuit},
+    {"wait", "N MS [FILTER]", "waits until N entries are on record, at most MS", RunWait},
+    {"violations", "[clear]", "number of protocol violations, and the last one", RunViolations},
+    {"reset", "", "no faults, dongles as in their files, ports open, status 0", RunReset},
+    {"help", "", "this list on one line", RunHelp},
+    {"quit", "", "stops the relay", RunQuit},
 };
 
 CommandResult RunHelp(Context*) { return Ok(ListCommands<Context>(kCommands)); }

@@ -19,19 +19,19 @@ constexpr std::uint16_t kUsualSecureWebSocketPort = 7702;
 
 constexpr const char* kExamples = R"(
 Examples:
-  Make the relay's key and see what to put into the library's config.json:
+  Create the relay's key and print the lines for the library's config.json:
     brennix-relay keygen
 
-  A relay with one dongle and the demonstration car, on all three ports:
+  A relay with one dongle and the demo car, on all three ports:
     brennix-relay --vehicle tools/simulator/vehicles/demo.json
 
-  Three dongles, only TCP, for other machines too:
+  Three dongles, TCP only, reachable from other machines:
     brennix-relay --vehicle car.json --dongles 3 --host 0.0.0.0 --tcp 7700
 
   Beside a test program, on free ports; the exit code is the program's:
     brennix-relay --vehicle car.json --tcp 0 --ws 0 -- ./my-tester
 
-  A bad network: the first handshake answer is damaged, every answer comes in small pieces:
+  A bad network: damage the first handshake answer, send every packet in small pieces:
     brennix-relay --vehicle car.json --fault "once NHS2 flip 800; packet * split 5 10"
 
   At run time, over the control channel:
@@ -42,18 +42,18 @@ Examples:
 
 constexpr const char* kCommandsIntroduction = R"(
 Control commands, one line each over TCP, answered by "ok …" or "error: …". "#N " before a command
-means client N, otherwise it is all clients. The commands of brennix-sim that are about a dongle and
-its vehicle (unplug, replug, next, behaviour, unit, data …) are there too, with "@N " for dongle N:
+selects client N; the default is all clients. The commands of brennix-sim for a dongle and its
+vehicle (unplug, replug, next, behaviour, unit, data …) work too, with "@N " for dongle N:
 )";
 
 constexpr const char* kEnvironment = R"(
 The command gets BRENNIX_RELAY_CONTROL (address of the control channel), BRENNIX_RELAY_TCP,
-BRENNIX_RELAY_WS, BRENNIX_RELAY_WSS and BRENNIX_RELAY_PROXY (what belongs into serverAddress,
+BRENNIX_RELAY_WS, BRENNIX_RELAY_WSS and BRENNIX_RELAY_PROXY (values for serverAddress,
 websocketAddress and proxyAddress), BRENNIX_RELAY_PUBLIC_KEY (serverPublicKey) and
 BRENNIX_RELAY_CERTIFICATE (file of the certificate for wss).
 
-Exit codes: the command's own; without one 0. 1: wrong options, vehicle file or set-up. 3: a client
-broke the protocol and --strict was given.
+Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
+3: with --strict, a client broke the protocol.
 )";
 
 std::string DefaultFolder() {
@@ -64,7 +64,7 @@ std::string DefaultFolder() {
     return std::string(home != nullptr ? home : "") + "/.config/brennix-relay";
 }
 
-// With no port named: all of them, at their usual numbers.
+// Without any port option: all ports, with their usual numbers.
 void ChoosePorts(RelayOptions* options) {
     if (options->tcp_port || options->ws_port || options->wss_port) return;
     options->tcp_port = kUsualTcpPort;
@@ -85,36 +85,37 @@ void AddPorts(CLI::App* app, RelayOptions* options) {
     app->add_option("--host", options->host, "address to listen on")
         ->type_name("ADDRESS")
         ->capture_default_str();
-    app->add_option("--tcp", options->tcp_port, "TCP port; 0 for any free one")->type_name("PORT");
+    app->add_option("--tcp", options->tcp_port, "TCP port; 0: any free one")->type_name("PORT");
     app->add_option("--ws", options->ws_port, "WebSocket port")->type_name("PORT");
     app->add_option("--wss", options->wss_port, "WebSocket port with TLS")->type_name("PORT");
     app->add_option("--proxy-port", options->proxy_port, "port of an HTTP proxy")
         ->type_name("PORT");
-    app->add_option("--proxy-map", options->proxy_maps, "where the proxy finds a name")
+    app->add_option("--proxy-map", options->proxy_maps, "target for connections to a name")
         ->type_name("NAME:PORT=TARGET")
         ->expected(1)
         ->take_all();
 }
 
 void AddDevices(CLI::App* app, RelayOptions* options) {
-    app->add_option("--folder", options->folder, "folder of key and certificate")
+    app->add_option("--folder", options->folder, "folder with key and certificate")
         ->type_name("FOLDER");
     app->add_option("--key", options->key, "private key to use instead, 64 hex digits")
         ->type_name("HEX");
     app->add_option("--status", options->status,
-                    "what devices are told: 0 registered, 1 isolated, 2 rejected")
+                    "status sent to devices: 0 registered, 1 isolated, 2 rejected")
         ->type_name("N");
     app->add_option("--device", options->device_status, "another status for one device")
         ->type_name("ID=N")
         ->expected(1)
         ->take_all();
-    app->add_option("--capabilities", options->capabilities, "bit mask that devices are told")
+    app->add_option("--capabilities", options->capabilities, "bit mask sent to devices")
         ->type_name("N");
-    app->add_option("--mtu", options->longest_packet, "longer packets to clients go in fragments")
+    app->add_option("--mtu", options->longest_packet,
+                    "largest packet to clients; longer ones are fragmented")
         ->type_name("N")
         ->check(CLI::Range(kFragmentHeaderSize + 1, kMaxPlainPacket))
         ->capture_default_str();
-    app->add_option("--fault", options->faults, "what goes wrong, see below")
+    app->add_option("--fault", options->faults, "intentional faults, see below")
         ->type_name("SCRIPT")
         ->expected(1)
         ->take_all();

@@ -1,4 +1,4 @@
-// What the command line of brennix-relay asks for.
+// The command line of brennix-relay.
 
 #pragma once
 
@@ -33,7 +33,7 @@ struct RelayOptions : CommonOptions {
     bool quiet = false;
 };
 
-// Empty: the program is done (help, version or an error) and ends with `exit_code`.
+// Empty: the program has finished (help, version or an error) and exits with `exit_code`.
 std::optional<RelayOptions> ReadRelayOptions(int argc, char** argv, int* exit_code);
 
 }  // namespace brennix

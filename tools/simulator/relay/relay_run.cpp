@@ -60,7 +60,7 @@ std::string ClockTime() {
     return text;
 }
 
-// Where this machine's own programs reach a relay that listens on all addresses.
+// The address for programs on this machine if the relay listens on all addresses.
 std::string Reachable(const std::string& address) {
     return address.starts_with("0.0.0.0:") ? "127.0.0.1" + address.substr(7) : address;
 }
@@ -80,7 +80,7 @@ void PrintConfigLines(const std::string& public_key, const std::map<std::string,
         std::printf("  and, to go over WebSocket instead of TCP:\n");
         line("useWebsocket", "true");
         line("websocketAddress", quoted(at.at(secure ? "BRENNIX_RELAY_WSS" : "BRENNIX_RELAY_WS")));
-        // Nobody else vouches for the relay's certificate.
+        // The relay's certificate is self-signed.
         if (secure) line("disableCertValidation", "true");
     }
 }

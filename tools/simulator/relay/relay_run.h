@@ -1,4 +1,4 @@
-// One run of brennix-relay: sets everything up, runs the command, takes everything down.
+// One run of brennix-relay: sets everything up, runs the command, cleans up.
 
 #pragma once
 
@@ -16,14 +16,14 @@ namespace brennix {
 
 class RelayRun {
 public:
-    // Throws std::exception with one line that says what cannot be done.
+    // Throws std::exception; the message is one line.
     explicit RelayRun(const RelayOptions& options);
     ~RelayRun();
     RelayRun(const RelayRun&) = delete;
     RelayRun& operator=(const RelayRun&) = delete;
 
     int Run();  // returns the exit code
-    // The variables that a command gets.
+    // The variables that the command gets.
     std::map<std::string, std::string> Places() const;
 
 private:
@@ -37,13 +37,13 @@ private:
     EventLoop loop_;
     CommandRun program_{&loop_};
     const bool prints_;
-    const bool shows_counts_;  // a last line that is written anew every second
+    const bool shows_counts_;  // a last line that is rewritten every second
     std::unique_ptr<Relay> relay_;
     std::unique_ptr<RelayCommands> commands_;
     std::unique_ptr<ControlServer> control_;
 };
 
-// "keygen": prints the key pair, and what goes into the library's config.json.
+// "keygen": prints the key pair and the lines for the library's config.json.
 void PrintKeys(const RelayOptions& options);
 
 }  // namespace brennix

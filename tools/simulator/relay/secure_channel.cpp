@@ -72,7 +72,7 @@ std::optional<Bytes> SecureChannel::Answer(ByteSpan nhs1, const KeyPair& relay,
     AppendBytes(&input, derived.shared2);
     AppendBytes(&input, derived.shared1);
     const Key root = HkdfExtract(input);
-    // The labels are named from the device's point of view.
+    // The labels are named from the device's side.
     derived.from_device = HkdfExpand(root, "hop-tx");
     derived.to_device = HkdfExpand(root, "hop-rx");
     derived.nonce_salt = HkdfExpand(root, "hop-nonce-salt");

@@ -1,5 +1,6 @@
-// The relay's side of the secure channel: its half of the key exchange, and sealed packets both
-// ways. Written from the protocol alone, on another cryptographic library than the device's side.
+// The relay's side of the secure channel: its half of the key exchange, and sealed packets in both
+// directions. Written from the protocol alone, with another cryptographic library than the device's
+// side.
 
 #pragma once
 
@@ -11,7 +12,7 @@ namespace brennix {
 
 class SecureChannel {
 public:
-    // All that the key exchange derives; what tests compare with the device's side.
+    // Everything that the key exchange derives; tests compare it with the device's side.
     struct Derived {
         Key shared1;  // relay static, device ephemeral
         Key shared2;  // relay ephemeral, device static
@@ -21,15 +22,15 @@ public:
         Point device;  // the device's static public key
     };
 
-    // Judges NHS1 and makes the NHS2 to it; afterwards packets are sealed. On failure the channel
-    // stays as it was and `wrong` says why.
+    // Checks NHS1 and makes the answering NHS2; afterwards packets are sealed. On failure the
+    // channel is unchanged and `wrong` says why.
     std::optional<Bytes> Answer(ByteSpan nhs1, const KeyPair& relay, const KeyPair& ephemeral,
                                 ByteSpan welcome, std::string* wrong);
     bool IsEstablished() const { return established_; }
     const Derived& Values() const { return derived_; }
 
     Bytes Seal(ByteSpan packet);  // the CRYP packet
-    // Nothing, and the count of packets unchanged, when `sealed` is not the next of the device.
+    // Empty, and the packet count unchanged, if `sealed` is not the device's next packet.
     std::optional<Bytes> Open(ByteSpan sealed, std::string* wrong);
 
 private:

@@ -1,4 +1,4 @@
-// What the relay tells its clients, and what it expects of them.
+// The relay's keys, and what it tells its clients.
 
 #pragma once
 
@@ -23,16 +23,16 @@ inline const char* CarrierName(Carrier carrier) {
     return "";
 }
 
-// The longest packet that, sealed, is no longer than packets may be.
+// The longest packet that does not exceed kMaxPacketSize once sealed.
 constexpr std::size_t kMaxPlainPacket = kMaxPacketSize - kSealedHead;
 
 struct RelaySettings {
     KeyPair key;
     Bytes welcome = {'w', 'e', 'l', 'c', 'o', 'm', 'e', '!'};
     std::uint32_t status = 0;                            // in DEVA
-    std::map<std::string, std::uint32_t> device_status;  // of single devices, by id
+    std::map<std::string, std::uint32_t> device_status;  // of individual devices, by id
     std::uint32_t capabilities = 0;
-    std::size_t longest_packet = kMaxPlainPacket;  // longer ones go in fragments
+    std::size_t longest_packet = kMaxPlainPacket;  // longer ones are fragmented
 
     std::uint32_t StatusOf(const std::string& device_id) const {
         const auto found = device_status.find(device_id);

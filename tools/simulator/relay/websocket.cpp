@@ -29,7 +29,7 @@ constexpr std::uint16_t kInvalidPayload = 1007;
 constexpr std::uint16_t kTooBig = 1009;
 
 constexpr std::size_t kMaxControlPayload = 125;
-// A message is one packet; this leaves room for clients that put more into one.
+// A message is one packet; the limit leaves room for clients that send more in one.
 constexpr std::size_t kMaxMessage = 1 << 20;
 
 std::string Base64(ByteSpan bytes) {
@@ -67,13 +67,13 @@ std::string CheckUpgrade(const HttpHead& head) {
     return {};
 }
 
-// Codes that may stand in a close frame.
+// Codes allowed in a close frame.
 bool IsCloseCode(unsigned code) {
     if (code >= 3000) return code <= 4999;
     return code >= 1000 && code <= 1014 && code != 1004 && code != 1005 && code != 1006;
 }
 
-// How many bytes the UTF-8 character at the start has; 0 for what is none.
+// The size in bytes of the UTF-8 character at the start; 0 if invalid.
 std::size_t Utf8Length(ByteSpan text) {
     const std::uint8_t first = text[0];
     if (first < 0x80) return 1;
@@ -247,7 +247,7 @@ void WebSocketServer::HandleFrame(const Frame& frame, Bytes payload) {
             if (state_ == State::kOpen) SendFrame(kLastFrame | kPong, payload);
             return;
         case kPong:
-            return;  // asked for or not: nothing follows from it
+            return;  // has no effect, asked for or not
         default:
             return HandleData(frame, payload);
     }
@@ -276,7 +276,7 @@ void WebSocketServer::HandleClose(ByteSpan payload) {
         }
         if (!IsUtf8(payload.subspan(2))) return Fail(kInvalidPayload, "close reason is no UTF-8");
     }
-    // The client's own code comes back to it.
+    // The client gets its own code back.
     if (state_ == State::kOpen)
         SendFrame(kLastFrame | kClose, payload.first(std::min<std::size_t>(payload.size(), 2)));
     Finish("");

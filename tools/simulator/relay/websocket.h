@@ -1,5 +1,5 @@
-// The server's side of a WebSocket (RFC 6455), without its socket: the upgrade, frames both ways,
-// and everything that a server must not accept.
+// The server side of a WebSocket (RFC 6455), without its socket: the upgrade, frames in both
+// directions, and everything that a server must reject.
 
 #pragma once
 
@@ -17,10 +17,10 @@ public:
     struct Handlers {
         std::function<void(ByteSpan)> send;                   // bytes for the socket
         std::function<void(const std::string& path)> opened;  // the upgrade is answered
-        // A whole binary message.
+        // A complete binary message.
         std::function<void(ByteSpan)> message;
-        // The last call. The connection is to be closed once everything is sent. `wrong` is empty
-        // when the client closed it in good order.
+        // The last call: close the connection once everything is sent. `wrong` is empty if the
+        // client closed it properly.
         std::function<void(const std::string& wrong)> finished;
     };
 
@@ -29,13 +29,13 @@ public:
     void Feed(ByteSpan bytes);
     bool IsOpen() const { return state_ == State::kOpen; }
 
-    // In frames of at most `frame` bytes; 0: in one.
+    // In frames of at most `frame` bytes; 0: in one frame.
     void SendBinary(ByteSpan payload, std::size_t frame = 0);
     void SendText(std::string_view text);
     void SendPing(ByteSpan payload);
-    // Nothing is sent afterwards; the client's own close ends the connection.
+    // Sends nothing afterwards; the client's close ends the connection.
     void SendClose(std::uint16_t code, std::string_view reason);
-    // Answers the upgrade with this status instead. 0: no more.
+    // Answers the upgrade with this status instead. 0: stops doing so.
     void RefuseUpgrade(unsigned status) { refused_with_ = status; }
 
 private:
@@ -54,7 +54,7 @@ private:
     void RejectUpgrade(const std::string& status, const std::string& fields,
                        const std::string& wrong);
     bool TakeFrame();
-    // Nothing: more bytes must come, or the client broke a rule and the connection is finished.
+    // Empty: more bytes must come, or the client broke a rule and the connection is finished.
     std::optional<Frame> ReadFrameHead();
     void HandleFrame(const Frame& frame, Bytes payload);
     void HandleData(const Frame& frame, ByteSpan payload);

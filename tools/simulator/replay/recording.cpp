@@ -11,24 +11,24 @@ namespace brennix {
 
 namespace {
 
-// Requests that differ only behind these bytes are told apart one by one.
+// Requests that are equal in these first bytes are compared one by one.
 constexpr std::size_t kKeyBytes = 16;
-// An answer that the trace shows just before its request belongs to that request: the thread that
-// receives may report before the one that sends.
+// An answer that appears just before its request belongs to that request: the receiving thread may
+// report before the sending one.
 constexpr std::uint64_t kReportingDelayUs = 100'000;
 constexpr std::size_t kMaxRequestSize = 0xFFFF;
 
-// What the trace said of one ComPrimitive so far.
+// What is known about one ComPrimitive so far.
 struct Primitive {
     bool is_raw = false;
     std::uint32_t functional_id = 0;
     std::uint32_t physical_id = 0;
     std::uint32_t response_id = 0;
-    // Of its table of control units, in order; without those whose response id came before.
+    // From its table of control units, in order; repeated response ids are left out.
     std::vector<std::pair<std::uint32_t, std::uint32_t>> candidates;
     std::size_t exchange = SIZE_MAX;  // the last one
     std::uint64_t sent_us = 0;
-    std::optional<TraceEvent> early;  // an answer that no request waits for, yet
+    std::optional<TraceEvent> early;  // an answer whose request has not appeared yet
 };
 
 std::string Key(bool is_multi, std::uint32_t request_id, std::uint32_t response_id,
@@ -115,7 +115,7 @@ private:
 
     const RecordingOptions options_;
     Recording result_;
-    std::map<std::uint32_t, Primitive> primitives_;  // by handle, which requests carry as their id
+    std::map<std::uint32_t, Primitive> primitives_;  // by handle, which is also the request id
     std::uint64_t begin_us_ = 0;
     std::uint64_t listening_us_ = 0;  // since when raw frames are received
 };
@@ -130,7 +130,7 @@ const std::initializer_list<Builder::Taker> Builder::kTakers = {
     {"cop_rx", &Builder::TakeResult},
     {"telemetry", &Builder::TakeTelemetry}};
 
-// A long request's line ends before its CAN ids; the ComPrimitive has them then.
+// The line of a long request ends before its CAN ids; take them from the ComPrimitive.
 void Builder::TakeRequest(const TraceEvent& event) {
     Primitive& primitive = primitives_[event.Number("req_id")];
     RecordedExchange exchange;
@@ -180,7 +180,7 @@ void Builder::TakeAnswer(const TraceEvent& event) {
     primitive.early = event;
 }
 
-// An answer that no later request took: a copy for the request before it, or for none.
+// An answer that no later request took: a duplicate for the request before it, if any.
 void Builder::DropEarly(Primitive* primitive) {
     if (!primitive->early) return;
     const TraceEvent early = *primitive->early;
@@ -217,7 +217,7 @@ void Builder::AddAnswer(const Primitive& primitive, const TraceEvent& event) {
     ExchangeOf(primitive)->packets.push_back(std::move(packet));
 }
 
-// As many entries as the trace holds whole; results that follow may show more.
+// The entries that are complete in the trace; later results may show more.
 void Builder::ReadEntries(const Primitive& primitive, const TraceEvent& event,
                           RecordedPacket* packet) {
     const Bytes bytes = event.Hex("rx_hex");
@@ -267,7 +267,7 @@ void Builder::TakeResult(const TraceEvent& event) {
     if (exchange != nullptr && exchange->is_multi) AddMultiResult(primitive, event);
 }
 
-// What the application got of an answer that the trace holds only a part of.
+// What the application received of an answer that is incomplete in the trace.
 void Builder::AddMultiResult(const Primitive& primitive, const TraceEvent& event) {
     std::vector<RecordedPacket>& packets = ExchangeOf(primitive)->packets;
     if (packets.empty() || !packets.back().is_cut) return;

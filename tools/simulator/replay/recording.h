@@ -1,4 +1,4 @@
-// A vehicle as a trace shows it: which request got which answer, and when.
+// A vehicle as a trace shows it: requests, their answers and their times.
 
 #pragma once
 
@@ -14,9 +14,9 @@
 
 namespace brennix {
 
-// One control unit's part of the answer of many.
+// One control unit's part of a multi-form answer.
 struct RecordedEntry {
-    std::optional<std::uint32_t> response_id;  // none: the request did not have this position
+    std::optional<std::uint32_t> response_id;  // none: the request has no such position
     std::uint32_t position = 0;                // in the request
     Bytes data;
 };
@@ -39,7 +39,7 @@ struct RecordedExchange {
     std::uint32_t request_id = 0;   // physical CAN id; in multi form the functional one
     std::uint32_t response_id = 0;  // single form
     std::size_t size = 0;           // of the request
-    Bytes data;                     // all of it, or as much of its beginning as the trace has
+    Bytes data;                     // the whole request, or the first part that the trace has
     std::vector<RecordedPacket> packets;
 
     bool Matches(const Request& request) const;
@@ -54,31 +54,31 @@ struct Recording {
     std::size_t lines = 0;
     std::vector<std::size_t> damaged_lines;
     std::vector<std::size_t> unknown_lines;
-    std::vector<std::size_t> cut_answers;      // lines of answers that the trace has only a part of
+    std::vector<std::size_t> cut_answers;      // lines of answers that are incomplete in the trace
     std::vector<std::size_t> strange_answers;  // lines of answers without a request
 
     bool IsEmpty() const { return exchanges.empty() && frames.empty() && telemetry.empty(); }
-    // What another process did afterwards; its reports of damage are left behind.
+    // Appends what a later process did; its damage reports are dropped.
     void Append(Recording next);
-    // One line: what was found, and how much was left out.
+    // One line: what was found and how much was skipped.
     std::string Summary() const;
 };
 
 struct RecordingOptions {
     double speed = 1;                  // 2: twice as fast; 0: no waiting at all
-    std::optional<std::uint8_t> fill;  // for the bytes that a cut answer lacks; none: no answer
+    std::optional<std::uint8_t> fill;  // for the missing bytes of a cut answer; none: no answer
 };
 
 Recording MakeRecording(const TraceText& trace, const RecordingOptions& options);
-// Throws std::runtime_error when the file cannot be read or has nothing to play.
+// Throws std::runtime_error if the file cannot be read or has nothing to play.
 Recording LoadRecording(const std::string& path, const RecordingOptions& options);
 
-// Gives each request its answers: in recorded order, the last one again and again.
+// Gives each request its answers in recorded order; the last one repeats.
 class RecordingPlayer {
 public:
     explicit RecordingPlayer(const Recording* recording);
 
-    // Null: the trace does not know the request.
+    // Null: the request is not in the trace.
     const RecordedExchange* Next(const Request& request);
     void Rewind();
 
@@ -91,7 +91,7 @@ private:
         std::size_t next = 0;
     };
 
-    // Series whose requests begin alike.
+    // Series whose requests start with the same bytes.
     std::map<std::string, std::vector<Series>> series_;
     std::size_t played_ = 0;
     std::size_t unknown_ = 0;

@@ -24,7 +24,7 @@ constexpr std::string_view kKnownEvents[] = {"log_start",         "log_stop",
                                              "comm_res_received", "busy_received",
                                              "cloud_pkt",         "telemetry"};
 
-// The line's fields when it was cut within hex bytes, which stand last then.
+// The fields of a line that was cut within its hex bytes, which then come last.
 Json ReadCutLine(const std::string& line) {
     const std::size_t quote = line.rfind("_hex\":\"");
     if (quote == std::string::npos) return Json::value_t::discarded;
@@ -70,7 +70,7 @@ void TakePart(const std::string& part, TraceText* trace) {
     }
 }
 
-// A line that the library has cut has lost its line end too: the next one follows in the same line.
+// A line that the library cut lacks its line end too: the next event follows on the same line.
 void TakeLine(std::string_view line, TraceText* trace) {
     while (!line.empty()) {
         const std::size_t end = std::min(line.find(kLineStart, 1), line.size());

@@ -15,9 +15,9 @@ struct TraceEvent {
     std::uint64_t time_us = 0;
     std::string name;
     nlohmann::json fields;
-    bool is_cut = false;  // the line ends within its hex bytes; what stands before is here
+    bool is_cut = false;  // the line ends within its hex bytes; the bytes before are kept
 
-    // 0, respectively nothing, where the field is missing or something else.
+    // 0 or empty if the field is missing or has another type.
     std::uint32_t Number(const char* key) const;
     std::vector<std::uint8_t> Hex(const char* key) const;
 };
@@ -25,7 +25,7 @@ struct TraceEvent {
 struct TraceText {
     std::vector<TraceEvent> events;  // in the order of their sequence numbers
     std::size_t lines = 0;
-    std::vector<std::size_t> damaged;  // lines that are no JSON, or not the trace's
+    std::vector<std::size_t> damaged;  // lines that are not JSON, or not from a trace
     std::vector<std::size_t> unknown;  // lines of events that this program does not know
 };
 

@@ -1,4 +1,4 @@
-// A connection of the radio's line protocol, either end of it.
+// Either end of a connection with the radio's line protocol.
 
 #pragma once
 
@@ -14,7 +14,7 @@ class LineSocket {
 public:
     struct Handlers {
         std::function<void(std::string_view line)> received;  // without its line end
-        // Once. The socket may be deleted only after the handler returned.
+        // Called once. Delete the socket only after the handler has returned.
         std::function<void()> ended;
     };
 

@@ -51,7 +51,7 @@ void Listener::Bind(const std::string& host, std::uint16_t* port) {
     *port = ntohs(address.sin_port);
 }
 
-// A socket that is bound and does not listen keeps the port and refuses connections.
+// A socket that is bound but does not listen keeps the port and refuses connections.
 void Listener::Switch(bool on) {
     if (on == on_) return;
     on_ = on;

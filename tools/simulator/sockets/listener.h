@@ -1,4 +1,4 @@
-// A TCP port on which connections are taken, or for the time being refused.
+// A TCP port that accepts connections, or temporarily refuses them.
 
 #pragma once
 
@@ -12,7 +12,7 @@ namespace brennix {
 
 class Listener {
 public:
-    // Port 0: any free one. `accepted` owns the socket it is given. Throws std::system_error.
+    // Port 0: any free one. `accepted` owns the socket that it gets. Throws std::system_error.
     Listener(EventLoop* loop, const std::string& host, std::uint16_t port,
              std::function<void(int fd)> accepted);
     ~Listener();
@@ -21,7 +21,7 @@ public:
 
     const std::string& Address() const { return address_; }  // "127.0.0.1:40123"
     bool IsOn() const { return on_; }
-    // While it is off, connections are refused; the port stays taken.
+    // Off: connections are refused, but the port stays bound.
     void Switch(bool on);
 
 private:

@@ -22,7 +22,7 @@ constexpr std::size_t kReadSize = 65536;
 
 }  // namespace
 
-// Between two memory buffers, so that the socket is read and written in one place only.
+// Works on two memory buffers, so that the socket is read and written in one place only.
 class StreamSocket::Tls {
 public:
     explicit Tls(SSL_CTX* context) : ssl_(SSL_new(context)) {
@@ -55,14 +55,14 @@ public:
                 return Result::kFailed;
         }
     }
-    // Only after the handshake, since nothing is said before the client has spoken.
+    // Only after the handshake, since the client speaks first.
     void Write(ByteSpan plain) {
         if (!plain.empty()) SSL_write(ssl_, plain.data(), static_cast<int>(plain.size()));
     }
     void Shutdown() {
         if (SSL_is_init_finished(ssl_)) SSL_shutdown(ssl_);
     }
-    // Moves what is to be sent to `out`.
+    // Moves the bytes to send to `out`.
     void Drain(Bytes* out) {
         std::array<std::uint8_t, 16384> buffer;
         int size = 0;
@@ -76,7 +76,7 @@ public:
 
 private:
     SSL* ssl_;
-    BIO* in_;   // the SSL's own
+    BIO* in_;   // owned by the SSL object
     BIO* out_;  // likewise
 };
 
@@ -142,7 +142,7 @@ void StreamSocket::Send(ByteSpan bytes) {
     Flush();
 }
 
-// A failed send shows as the end of the connection when it is read next.
+// A failed send appears as the end of the connection at the next read.
 void StreamSocket::Flush() {
     std::size_t sent = 0;
     while (sent < outgoing_.size()) {

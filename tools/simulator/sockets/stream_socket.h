@@ -1,4 +1,4 @@
-// A connected TCP socket, with TLS on it if wanted: bytes out, bytes in, and its end.
+// A connected TCP socket, optionally with TLS: bytes out, bytes in, and its end.
 
 #pragma once
 
@@ -17,7 +17,8 @@ class StreamSocket {
 public:
     struct Handlers {
         std::function<void(ByteSpan)> received;
-        // Once; not for Close and Reset. The socket may be deleted only after the handler returned.
+        // Called once, but not for Close and Reset. Delete the socket only after the handler has
+        // returned.
         std::function<void(const std::string& why)> ended;
     };
 
@@ -32,9 +33,9 @@ public:
     std::string Peer() const;  // "127.0.0.1:40123"
 
     void CloseWhenSent();
-    void Close();  // what was not sent yet is lost
-    void Reset();  // as Close; the peer sees a reset connection
-    // Without reading the peer's bytes pile up until it cannot send any more.
+    void Close();  // unsent bytes are lost
+    void Reset();  // like Close; the peer sees a reset connection
+    // While it is off, the peer's bytes pile up until it cannot send any more.
     void SetReading(bool on);
 
 private:

@@ -1,5 +1,5 @@
-// How answers are late, missing or wrong. A behaviour can be given to the dongle, to a control unit
-// and to a single answer of one; the more special one wins, setting by setting.
+// How answers are late, missing or wrong. The dongle, a control unit and a single answer can each
+// have a behaviour; the more specific one wins, setting by setting.
 
 #pragma once
 
@@ -16,7 +16,7 @@ struct Behaviour {
     std::optional<std::uint8_t> negative;              // it answers with this response code
     std::optional<std::uint32_t> pending;              // "response pending" this many times first
     std::optional<std::uint32_t> pending_interval_ms;  // time from one to the next, default 20
-    std::optional<std::uint32_t> repeat;               // it answers this many times more
+    std::optional<std::uint32_t> repeat;               // this many further answers
 
     // On the port: what the dongle does.
     std::optional<std::uint32_t> busy;              // BUSY packets before the answer
@@ -26,22 +26,22 @@ struct Behaviour {
     std::optional<bool> wrong_id;            // the CRES carries another request id
     std::optional<std::uint32_t> stray;      // CRES packets with foreign ids before the answer
     std::optional<std::uint32_t> duplicate;  // further copies of the CRES
-    std::optional<std::uint32_t> fragment;   // the longest packet; longer ones go in fragments
+    std::optional<std::uint32_t> fragment;   // longest packet; longer ones are fragmented
     std::optional<std::uint32_t> garbage;    // noise bytes (and a SYNC) before the answer
     std::optional<bool> seal;                // the answer is sealed (CRYP)
 
-    // In a CRES of the multi form, behind the others: entries whose ids the request does not have.
+    // In a multi-form CRES, after the others: entries with ids that the request does not have.
     std::optional<std::uint32_t> foreign_entries;
 
-    // Applies to this many requests and then no more; absent: to all.
+    // Applies to this many requests only; absent: to all.
     std::optional<std::uint32_t> for_requests;
 
     bool IsEmpty() const { return *this == Behaviour{}; }
     bool operator==(const Behaviour&) const = default;
 
-    // Takes over each setting that `special` has.
+    // Replaces each setting that `special` has.
     void Override(const Behaviour& special);
-    // Counts one request that this behaviour was applied to; clears it after the last.
+    // Counts one request that used this behaviour; clears the behaviour after the last.
     void CountRequest();
 };
 

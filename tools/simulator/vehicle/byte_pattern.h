@@ -1,4 +1,4 @@
-// What bytes may look like: written out, with free digits, with an open end.
+// A pattern for bytes: fixed bytes, wildcard digits, open end.
 
 #pragma once
 
@@ -11,8 +11,8 @@ namespace brennix {
 
 class BytePattern {
 public:
-    // "22 F1 90"; "??" is any byte, "1?" one with that first digit, "*" at the end any more bytes.
-    // Nothing for a text that is no pattern.
+    // "22 F1 90"; "??" matches any byte, "1?" one with that first digit, a final "*" any further
+    // bytes. Empty if the text is not a pattern.
     static std::optional<BytePattern> Parse(std::string_view text);
 
     bool Matches(ByteSpan bytes) const;
@@ -20,7 +20,7 @@ public:
 private:
     struct Byte {
         std::uint8_t value;
-        std::uint8_t mask;  // bits that count
+        std::uint8_t mask;  // bits compared
     };
 
     static std::optional<Byte> ParseByte(std::string_view digits);

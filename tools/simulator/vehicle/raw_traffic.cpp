@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kKeptFrames = 1000;
 constexpr std::size_t kKeptIds = 4096;
-constexpr std::uint32_t kBurstPart = 128;  // frames that leave together
+constexpr std::uint32_t kBurstPart = 128;  // frames sent at once
 
 Bytes ToBytes(ByteSpan bytes) { return {bytes.begin(), bytes.end()}; }
 
@@ -111,8 +111,8 @@ void RawTraffic::Later(std::uint32_t after_ms, std::function<void()> action) {
                  });
 }
 
-// Points of time are counted from the first frame, so that the rate holds in the long run. Frames
-// that fell due while the program did not get to run are left out, as on a bus that was busy.
+// Due times count from the first frame, so that the rate does not drift. Frames that fell due while
+// the program could not run are skipped, as on a busy bus.
 void RawTraffic::SendPeriodic(std::size_t index) {
     const PeriodicFrame& frame = setup_->frames[index];
     Schedule& schedule = schedules_[index];

@@ -1,5 +1,5 @@
-// Frames on the bus that are no diagnostic requests: what the vehicle sends by itself, what it
-// answers to frames of the host, and whether the host wants to hear of it.
+// CAN frames that are not diagnostic requests: what the vehicle sends unasked, how it answers the
+// host's frames, and whether the host receives them.
 
 #pragma once
 
@@ -17,26 +17,26 @@
 
 namespace brennix {
 
-// Sent again and again while the host wants to hear frames.
+// Sent periodically while the host receives raw frames.
 struct PeriodicFrame {
     std::string name;
     std::uint32_t id = 0;
     std::vector<Bytes> data;             // one after the other, then from the first again
     std::uint32_t period_ms = 100;       // 0: stopped
-    std::uint32_t start_ms = 0;          // the first one, after reception was switched on
-    bool permanent = false;              // with the ignition off as well
-    std::optional<std::size_t> counter;  // place of the byte that counts the frames
+    std::uint32_t start_ms = 0;          // delay of the first one after reception was switched on
+    bool permanent = false;              // also with the ignition off
+    std::optional<std::size_t> counter;  // index of the byte that counts the frames
 
     RawFrame Make(std::uint64_t number) const;
 };
 
-// Sent once, this long after a host first switched reception on. Passes unheard while it is off.
+// Sent once, this long after a host first switched reception on; lost if reception is off then.
 struct TimedFrame {
     std::uint32_t at_ms = 0;
     RawFrame frame;
 };
 
-// What the vehicle says to a frame of the host.
+// How the vehicle answers a frame of the host.
 struct RawAnswer {
     struct Reply {
         RawFrame frame;
@@ -44,7 +44,7 @@ struct RawAnswer {
     };
 
     std::uint32_t id = 0;
-    std::uint32_t id_mask = kMaxCanId;  // bits of the id that count
+    std::uint32_t id_mask = kMaxCanId;  // bits of the id compared
     BytePattern data;
     std::vector<Reply> replies;
 
@@ -52,8 +52,8 @@ struct RawAnswer {
 };
 
 struct RawSetup {
-    // On: each "reception on" adds a listener and each "off" takes one away, so that the listeners
-    // of one host do not switch each other off. Off: the last word counts.
+    // True: each "reception on" adds a listener and each "off" removes one, so that two listeners
+    // of one host do not switch each other off. False: the last command applies.
     bool counts_listeners = true;
     std::vector<PeriodicFrame> frames;
     std::vector<RawAnswer> answers;    // the first that matches
@@ -75,27 +75,28 @@ public:
         Bytes last;
     };
 
-    // `setup` is the dongle's and outlives this; Restart after changes of its frames.
+    // `setup` belongs to the dongle and outlives this object. Call Restart after changing its
+    // frames.
     RawTraffic(EventLoop* loop, const RawSetup* setup, Handlers handlers);
     ~RawTraffic() { Reset(); }
     RawTraffic(const RawTraffic&) = delete;
     RawTraffic& operator=(const RawTraffic&) = delete;
 
-    // A RAWC packet of the host; one that breaks the form does nothing.
+    // A RAWC packet of the host; a malformed one has no effect.
     void OnPacket(ByteSpan packet);
-    // The host or the power left: nobody listens any more.
+    // The host or the power is gone: nobody listens any more.
     void Reset();
     void Restart();
 
-    // With the ignition off only permanent frames are sent, and nobody answers.
+    // With the ignition off, only permanent frames are sent and nothing answers.
     void SetIgnition(bool on) { ignition_ = on; }
 
     bool IsListenedTo() const { return listeners_ != 0; }
     std::size_t Listeners() const { return listeners_; }
-    // False: nobody listens, the frame is gone.
+    // False: nobody listens, the frame is lost.
     bool Send(const RawFrame& frame);
-    // `count` frames as fast as the port takes them. Their last four bytes are the number of the
-    // frame, from 0, most significant byte first; the first four are zero.
+    // Sends `count` frames as fast as the port accepts them. The last four bytes are the frame's
+    // number, from 0, most significant byte first; the first four are zero.
     bool SendBurst(std::uint32_t id, std::uint32_t count);
 
     std::uint64_t Sent() const { return sent_; }
@@ -126,8 +127,8 @@ private:
     Handlers handlers_;
     std::size_t listeners_ = 0;
     bool ignition_ = true;
-    std::vector<Schedule> schedules_;  // one a frame of the set-up while somebody listens
-    std::uint64_t generation_ = 0;     // of the listening; actions of an older one do nothing
+    std::vector<Schedule> schedules_;  // one for each frame of the set-up while somebody listens
+    std::uint64_t generation_ = 0;  // changes with each listening period; older actions do nothing
     TimedList<TimedFrame> sequence_;
     std::uint64_t sent_ = 0;
     std::uint64_t received_count_ = 0;

@@ -1,5 +1,5 @@
-// What happens at the dongle by itself: scripted values and packets, counted from the host's SYNC,
-// and telemetry from time to time.
+// What the dongle does unasked: scripted values and packets at times after the host's SYNC, and
+// periodic telemetry.
 
 #pragma once
 
@@ -20,7 +20,7 @@ struct Power {
     bool operator==(const Power&) const = default;
 };
 
-// Everything that is there happens at that time.
+// All fields that are present take effect at that time.
 struct TimelineEvent {
     std::uint32_t at_ms = 0;
     std::optional<std::uint32_t> battery_mv;
@@ -48,16 +48,16 @@ public:
         std::function<std::string()> own_telemetry;
     };
 
-    // `setup` is the dongle's and outlives this; Restart after changes.
+    // `setup` belongs to the dongle and outlives this object. Call Restart after changing it.
     Timeline(EventLoop* loop, const TimelineSetup* setup, Handlers handlers);
     ~Timeline() { Stop(); }
     Timeline(const Timeline&) = delete;
     Timeline& operator=(const Timeline&) = delete;
 
-    void Start();  // does nothing when it runs
+    void Start();  // no effect while it runs
     void Stop();   // values stay as they are
     void Restart();
-    // Changes of the telemetry's set-up count from now on; the events go on.
+    // Applies a changed telemetry set-up; the events continue.
     void RestartTelemetry();
 
     const Power& CurrentPower() const { return power_; }

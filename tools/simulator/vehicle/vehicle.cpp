@@ -48,7 +48,7 @@ Bytes Negative(ByteSpan request, std::uint8_t code) {
 
 bool IsNegative(ByteSpan answer) { return answer.size() == 3 && answer[0] == kNegativeResponse; }
 
-// A control unit keeps to itself that it does not know what was asked of everybody.
+// A control unit does not report that it does not know a functional request.
 bool IsKeptToItself(ByteSpan answer) {
     static constexpr std::uint8_t kCodes[] = {kServiceNotSupported, kSubFunctionNotSupported,
                                               kRequestOutOfRange, kSubFunctionNotInSession,
@@ -202,7 +202,7 @@ Bytes ControlUnit::ReadData(ByteSpan request) const {
         AppendBytes(&answer, request.subspan(at, 2));
         AppendBytes(&answer, item.value);
     }
-    // Identifiers that it does not know are left out, as long as it knows one.
+    // Unknown identifiers are skipped as long as at least one is known.
     if (answer.size() == 1) return Negative(request, kRequestOutOfRange);
     return answer;
 }
@@ -238,7 +238,7 @@ Vehicle::Vehicle(std::vector<ControlUnitSetup> units) {
 }
 
 void Vehicle::SetTesterPresent(std::uint32_t period_ms) {
-    // Sessions that were kept alive until now have their whole time-out from now on.
+    // Sessions kept alive so far get a full time-out from now on.
     for (const auto& unit : units_) {
         const bool was_kept =
             tester_present_ms_ != 0 && tester_present_ms_ <= unit->Setup().session_timeout_ms;

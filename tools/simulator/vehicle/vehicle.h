@@ -33,7 +33,7 @@ struct Session {
     std::uint16_t p2_star_ms = 5000;
 };
 
-// A request and its answer, written out. Comes before what the control unit would say itself.
+// A fixed answer to a request. Takes precedence over the control unit's own answer.
 struct AnswerRow {
     BytePattern request;
     Bytes response;  // empty: no answer
@@ -50,7 +50,7 @@ struct ControlUnitSetup {
     std::map<std::uint16_t, DataItem> data;
     std::vector<TroubleCode> trouble_codes;
     std::vector<AnswerRow> rows;
-    bool permanent = false;  // answers with the ignition off as well
+    bool permanent = false;  // answers with the ignition off too
     std::uint32_t min_battery_mv = 6000;
     Behaviour behaviour;
 };
@@ -80,11 +80,11 @@ public:
     void SetData(std::uint16_t id, Bytes value) { setup_.data[id].value = std::move(value); }
     void Reset();  // as read from the file, default session
 
-    // The row that answers `request`, or none.
+    // The row that answers `request`, or null.
     AnswerRow* FindRow(ByteSpan request);
-    // The control unit's own answer; empty: it has none.
+    // The control unit's own answer; empty: none.
     Bytes Answer(ByteSpan request, bool is_functional);
-    // Before each request: a session that nobody kept alive ends.
+    // Call before each request: ends a session that nobody kept alive.
     void NoteRequest(Clock::time_point now, bool kept_alive);
 
 private:
@@ -107,19 +107,20 @@ class Vehicle {
 public:
     explicit Vehicle(std::vector<ControlUnitSetup> units);
 
-    // Sends `request` with CAN id `request_id` and appends what the control units that listen to
-    // it answer. `dongle` and `special` are the behaviours around each control unit's own.
+    // Sends `request` with CAN id `request_id` and appends the answers of the control units that
+    // listen to it. `dongle` is less specific than each control unit's own behaviour, `special`
+    // more.
     void Ask(std::uint32_t request_id, ByteSpan request, const Behaviour& dongle,
              const Behaviour& special, std::vector<BusMessage>* messages);
 
-    // The dongle's own tester present: keeps sessions alive while its period is short enough.
+    // The dongle's own tester present; keeps sessions alive if its period is short enough.
     void SetTesterPresent(std::uint32_t period_ms);
-    // Control units that are asleep answer nothing and wake up in the default session.
+    // Control units without power do not answer and wake up in the default session.
     void SetPower(const Power& power);
     ControlUnit* Find(const std::string& name);
     const std::vector<std::unique_ptr<ControlUnit>>& Units() const { return units_; }
 
-    // What the last Ask merged for the (first) control unit that got the request.
+    // The merged behaviour of the first control unit that got the last request.
     const Behaviour& LastBehaviour() const { return last_behaviour_; }
 
 private:

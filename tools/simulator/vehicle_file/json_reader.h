@@ -1,5 +1,5 @@
-// Reads JSON objects whose keys are all known, with errors that say where, what was expected and
-// what stands there.
+// Reads JSON objects and rejects unknown keys. Errors say where, what was expected and what was
+// found.
 
 #pragma once
 
@@ -15,9 +15,9 @@
 
 namespace brennix {
 
-constexpr std::uint32_t kMaxMs = 24 * 60 * 60 * 1000;  // longest time in a file
+constexpr std::uint32_t kMaxMs = 24 * 60 * 60 * 1000;  // the longest time allowed in a file
 
-// Always one line, whatever texts of the file are in it.
+// Always one line, whatever text of the file it quotes.
 class JsonError : public std::runtime_error {
 public:
     explicit JsonError(std::string message);
@@ -27,12 +27,12 @@ public:
 [[noreturn]] void ThrowExpected(const std::string& path, const std::string& expected,
                                 const nlohmann::json& found);
 
-// Comments (// and /* */) are allowed. `name` stands before the message when the text is no JSON.
+// Comments (// and /* */) are allowed. `name` precedes the message if the text is not JSON.
 nlohmann::json ParseJson(const std::string& text, const std::string& name);
 
 class JsonObject {
 public:
-    // `known`: every key that may occur. Throws JsonError for another one or for no object.
+    // `known`: all valid keys. Throws JsonError for any other key, or if `value` is not an object.
     JsonObject(const nlohmann::json& value, std::string path,
                std::initializer_list<const char*> known);
 
@@ -45,7 +45,7 @@ public:
     std::optional<bool> Flag(const char* key) const;
     std::optional<std::string> Text(const char* key, std::size_t max_size) const;
     std::optional<Bytes> HexBytes(const char* key) const;
-    // Hex text for a number of at most `max`: "7E0", "0x7E0".
+    // A number of at most `max` as hex text: "7E0", "0x7E0".
     std::optional<std::uint32_t> HexNumber(const char* key, std::uint32_t max) const;
 
     // Calls read(element, path) for each element of the array; an absent array has none.
@@ -68,7 +68,7 @@ std::uint32_t ReadHexNumber(const nlohmann::json& value, const std::string& path
                             std::uint32_t max);
 Bytes ReadHexBytes(const nlohmann::json& value, const std::string& path);
 BytePattern ReadPattern(const nlohmann::json& value, const std::string& path);
-// The value of "name", which is there: without blanks, so that commands can take it as a word.
+// The value of "name", which must exist and have no blanks, since commands take it as a word.
 std::string ReadName(const JsonObject& object);
 
 }  // namespace brennix

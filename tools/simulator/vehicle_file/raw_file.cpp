@@ -24,7 +24,7 @@ std::uint32_t RequireId(const JsonObject& object) {
     return *object.HexNumber("id", kMaxCanId);
 }
 
-// One text, or several that are sent one after the other.
+// One text, or several sent in turn.
 std::vector<Bytes> ReadFrameData(const JsonObject& object) {
     std::vector<Bytes> data;
     if (const Json* found = object.Find("data"); found != nullptr && !found->is_array()) {

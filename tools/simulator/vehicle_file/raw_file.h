@@ -9,7 +9,7 @@
 
 namespace brennix {
 
-// Throw JsonError with one line that names the key and what is expected there.
+// Throw JsonError: one line that names the key and what is expected.
 RawSetup ReadRawSetup(const nlohmann::json& value, const std::string& path);
 PeriodicFrame ReadPeriodicFrame(const nlohmann::json& value, const std::string& path);
 RawAnswer ReadRawAnswer(const nlohmann::json& value, const std::string& path);

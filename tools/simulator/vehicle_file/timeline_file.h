@@ -1,5 +1,5 @@
-// The parts of a vehicle file that happen by themselves: telemetry, device log, power. Their keys
-// are described in ../README.md.
+// The "telemetry", "device_log" and "power" parts of a vehicle file. Their keys are described in
+// ../README.md.
 
 #pragma once
 
@@ -12,7 +12,7 @@ namespace brennix {
 
 // "telemetry", "device_log" and "power" of the whole file. Throws JsonError.
 TimelineSetup ReadTimeline(const JsonObject& file);
-// `value`: an object or text as it is, or an array of these.
+// `value`: an object, a text, or an array of these.
 std::vector<std::string> ReadTelemetryTexts(const nlohmann::json& value, const std::string& path);
 
 }  // namespace brennix

@@ -14,7 +14,7 @@ using Json = nlohmann::json;
 
 constexpr std::uint32_t kMaxUnits = 2048;
 
-// Keys that the single control units get from the series.
+// Keys that each control unit gets from the series.
 constexpr std::initializer_list<const char*> kOwnKeys = {
     "count", "name", "request", "request_step", "response", "response_step", "except"};
 
@@ -25,8 +25,8 @@ struct Series {
     std::uint32_t request_step = 1;
     std::uint32_t response = 0;
     std::uint32_t response_step = 1;
-    Json common;                               // what all of them have
-    std::map<std::uint32_t, Json> exceptions;  // keys of single ones
+    Json common;                               // what they have in common
+    std::map<std::uint32_t, Json> exceptions;  // keys of individual ones
 };
 
 void ReplaceAll(std::string* text, const std::string& mark, const std::string& value) {

@@ -1,4 +1,4 @@
-// Control units that are alike: one entry of a vehicle file stands for many.
+// Series of similar control units: one entry of a vehicle file describes many.
 
 #pragma once
 
@@ -13,9 +13,9 @@ struct NamedEntry {
     std::string path;  // for messages
 };
 
-// An entry with "count" becomes one entry a control unit, with its own name and CAN ids, "{n}" and
-// "{hex}" in its texts replaced by its number, and its exceptions applied. Any other stays as it
-// is. Throws JsonError.
+// Expands an entry with "count" into one entry for each control unit, with its own name and CAN
+// ids, "{n}" and "{hex}" in texts replaced by its number, and its exceptions applied. Other entries
+// are unchanged. Throws JsonError.
 std::vector<NamedEntry> ExpandUnitSeries(const nlohmann::json& value, const std::string& path);
 
 }  // namespace brennix

@@ -106,7 +106,7 @@ void ReadDongle(const Json& value, const std::string& path, DongleSetup* setup) 
     if (object.Find("behaviour") != nullptr) setup->behaviour = ReadOptionalBehaviour(object);
 }
 
-// Text stands for its own bytes; an object gives bytes or says more.
+// A text is its own bytes; an object gives the bytes and more.
 DataItem ReadDataItem(const Json& value, const std::string& path) {
     DataItem item;
     if (value.is_string()) {
@@ -166,7 +166,7 @@ void ReadSessions(const JsonObject& object, ControlUnitSetup* unit) {
     }
 }
 
-// "P0301", "P0301-16" or six hex digits. The letter takes the two upper bits.
+// "P0301", "P0301-16" or six hex digits. The letter gives the two upper bits.
 std::uint32_t ReadTroubleCodeText(const Json& value, const std::string& path) {
     static const char* const kExpected =
         "a trouble code such as \"P0301\", \"P0301-16\" or \"030116\"";
@@ -175,7 +175,7 @@ std::uint32_t ReadTroubleCodeText(const Json& value, const std::string& path) {
     std::erase(text, '-');
     static constexpr std::string_view kSystems = "PCBU";
     const std::size_t system = text.empty() ? std::string_view::npos : kSystems.find(text[0]);
-    // C and B are hex digits as well; six digits are always the plain form.
+    // C and B are hex digits too; six digits are always the plain form.
     const bool has_letter = system != std::string_view::npos && text.size() != 6;
     if (has_letter) text.erase(0, 1);
     if (has_letter && text.size() == 4) text += "00";

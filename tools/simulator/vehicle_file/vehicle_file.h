@@ -8,13 +8,13 @@
 
 namespace brennix {
 
-// Throw JsonError with one line that names the file, the key and what is expected there.
+// Throw JsonError: one line that names the file, the key and what is expected.
 DongleSetup LoadVehicleFile(const std::string& path);
 DongleSetup ReadVehicle(const std::string& text, const std::string& name);
 
-// For changes at run time: one JSON object.
+// For changes at run time. `text` is one JSON object.
 Behaviour ReadBehaviourText(const std::string& text);
-// Changes the keys that the object has.
+// Changes only the keys that are present.
 void ChangeDongle(const std::string& text, DongleSetup* setup);
 
 }  // namespace brennix

@@ -1,9 +1,9 @@
-// Makes a serial port known to Windows programs that run under Wine, and takes it away again.
+// Registers a serial port for Windows programs under Wine, and removes it.
 //
-// A COM port that a program can only open (a link in the prefix's `dosdevices`) is not enough for
-// programs that look for their device: they ask SetupAPI for the present devices of the Ports
-// class, read each one's hardware ids and then its port name. This program registers such a
-// device. The link itself belongs to whoever owns the terminal behind it.
+// A link in the prefix's `dosdevices` makes a COM port that programs can open, but not find: to
+// search for their device they ask SetupAPI for the present devices of the Ports class and read
+// each one's hardware ids and port name. This program registers such a device. The owner of the
+// terminal makes the link.
 //
 //   wine_port add COM5 [HARDWARE_ID]     registers the port, or replaces its registration
 //   wine_port remove COM5                removes it
@@ -43,7 +43,7 @@ Result Failure(const char* what) {
     return {false, text.str()};
 }
 
-// A set of devices; SetupAPI frees it with its owner.
+// A set of devices, freed by its destructor.
 class DeviceSet {
 public:
     explicit DeviceSet(HDEVINFO set) : set_(set) {}
@@ -60,7 +60,7 @@ private:
 };
 
 // "USB\VID_303A&PID_1001&REV_0101" with port COM5 is the device "USB\VID_303A&PID_1001\COM5": one
-// instance a port, so that adding a port again replaces it.
+// instance per port, so that adding a port again replaces it.
 std::string InstanceId(const std::string& hardware_id, const std::string& port) {
     std::string device = hardware_id;
     const std::size_t revision = device.find("&REV_");
@@ -147,8 +147,8 @@ Result AddPort(const std::string& port, const std::string& hardware_id) {
         return Failure("SetupDiRegisterDeviceInfo");
     }
     if (!WritePortName(set.Get(), &device, port)) return Failure("writing PortName");
-    // Hardware ids are a list of strings that ends with an empty one. They come last: the device
-    // is already present, and whoever looks for the id must find a port name too.
+    // Hardware ids are a list of strings that ends with an empty one. Set last: the device is
+    // already present, and a program that finds the id must find the port name too.
     std::string ids = hardware_id;
     ids.append(2, '\0');
     if (!::SetupDiSetDeviceRegistryPropertyA(set.Get(), &device, SPDRP_HARDWAREID,
@@ -159,7 +159,7 @@ Result AddPort(const std::string& port, const std::string& hardware_id) {
     return {true, "added " + port};
 }
 
-// A text value of the user's part of the registry.
+// A text value in the user's part of the registry.
 struct UserValue {
     const char* key;
     const char* name;

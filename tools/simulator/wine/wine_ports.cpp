@@ -13,7 +13,7 @@ namespace brennix {
 
 namespace {
 
-// The first start in a prefix brings up Wine's services.
+// The first start in a prefix also starts Wine's services.
 constexpr int kHelperStartLimitMs = 120'000;
 
 std::string LowerCase(std::string text) {
@@ -68,7 +68,7 @@ WinePorts::WinePorts(std::string prefix, const std::string& helper) : prefix_(st
     StartWineServer(Environment(""));
     helper_ = std::make_unique<HelperProcess>(
         "wine_port.exe", std::vector<std::string>{"wine", helper, "serve"}, Environment(""));
-    // Links come after this: Wine's own start removes those of ports that it does not know.
+    // Links are made after this: Wine removes links of unknown ports when it starts.
     helper_->Ask("list", kHelperStartLimitMs);
 }
 
@@ -85,7 +85,7 @@ std::map<std::string, std::string> WinePorts::Environment(const std::string& pre
         {"WINEPREFIX", prefix_},
         {"WINEDEBUG", std::getenv("WINEDEBUG") != nullptr ? std::getenv("WINEDEBUG") : "-all"},
         // Wine keeps its server's socket there: with another value it would start a second server
-        // for the same prefix, which knows nothing of the first one's ports.
+        // for the same prefix, without the first one's ports.
         {"TMPDIR", ""},
     };
     if (!preload.empty()) {

@@ -1,5 +1,5 @@
-// COM ports for Windows programs that run under Wine: a link in the prefix's `dosdevices`, and a
-// device of the Ports class that a small Windows program (wine_port.cpp) registers in the prefix.
+// COM ports for Windows programs under Wine: a link in the prefix's `dosdevices`, and a device of
+// the Ports class that wine_port.exe registers in the prefix.
 
 #pragma once
 
@@ -14,16 +14,16 @@ namespace brennix {
 
 class WinePorts {
 public:
-    // `prefix` exists already; `helper` is the path of wine_port.exe. Starts the prefix's server
-    // and the helper, which runs as long as this object. Throws std::runtime_error.
+    // `prefix` exists; `helper` is the path of wine_port.exe. Starts the prefix's server and the
+    // helper, which runs as long as this object exists. Throws std::runtime_error.
     WinePorts(std::string prefix, const std::string& helper);
 
     // `name`: "COM5". Empty `hardware_id`: the dongle's. This object must outlive the listing.
     std::unique_ptr<PortListing> AddPort(const std::string& name, std::string hardware_id);
-    // Until this object ends, %APPDATA% and %TMP% of the prefix are these folders.
+    // Makes these folders %APPDATA% and %TMP% of the prefix for the life of this object.
     void UseFolders(const std::string& app_data, const std::string& temporary);
 
-    // What a Windows program needs in its environment. An empty value: must not be set.
+    // The environment for Windows programs. Empty value: the variable must not be set.
     std::map<std::string, std::string> Environment(const std::string& preload) const;
     static bool IsPortName(const std::string& name);
 
@@ -32,7 +32,7 @@ private:
     std::unique_ptr<HelperProcess> helper_;
 };
 
-// "/a/b" as Windows programs under Wine see it.
+// The Windows form of the Linux path "/a/b".
 std::string WindowsPath(const std::string& path);
 
 }  // namespace brennix

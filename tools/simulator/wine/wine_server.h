@@ -7,13 +7,12 @@
 
 namespace brennix {
 
-// Starts the server so that no port can become its controlling terminal, and returns when programs
-// can reach it. One that a program starts leads a session of its own: the first pseudo-terminal
-// that it opens becomes its terminal, each unplugging of that port then sends it SIGHUP, upon which
-// it prints all its objects, and sometimes crashes while it does. Where the prefix has a server
-// already, that one stays.
+// Starts the server so that no port can become its controlling terminal; returns once programs can
+// reach it. A server started by a program leads its own session: the first pseudo-terminal that it
+// opens becomes its terminal. Each unplugging of that port then sends it SIGHUP, on which it prints
+// all its objects and sometimes crashes. If the prefix already has a server, that one stays.
 //
-// It ends half a minute after the last program of the prefix. Throws std::runtime_error when it
+// The server ends half a minute after the prefix's last program. Throws std::runtime_error if it
 // cannot be started.
 void StartWineServer(const std::map<std::string, std::string>& environment);
 

@@ -1,4 +1,4 @@
-// Bytes that the double hands out.
+// A buffer with bytes from the stand-in.
 
 #pragma once
 

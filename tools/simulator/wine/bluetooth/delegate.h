@@ -1,4 +1,4 @@
-// Delegates of programs: what Windows would ask of them, and the events that call them.
+// Delegates of programs: the checks that Windows would make, and the events that call them.
 
 #pragma once
 
@@ -13,8 +13,8 @@
 
 namespace brennix {
 
-// A delegate answers to its own id and to IAgileObject, without which its calls would have to go to
-// the thread that registered it; and to nothing that it is not.
+// A delegate must answer to its own id and to IAgileObject, without which calls would have to go to
+// the thread that registered it, and to nothing else.
 void CheckDelegate(IUnknown* delegate, const IID& id, const char* function);
 
 // The handlers of one event of one object.
@@ -34,7 +34,7 @@ public:
         handlers_[token->value] = Ref<Handler>::Share(handler);
         return S_OK;
     }
-    // The removed handler, for whom events may be under way.
+    // Returns the removed handler; events for it may be in progress.
     Ref<Handler> Remove(Token token) {
         const std::lock_guard hold(lock_);
         const auto found = handlers_.find(token.value);
@@ -62,7 +62,7 @@ private:
     INT64 last_token_ = 0;
 };
 
-// Calls them all on the thread. Sender and arguments live until then.
+// Calls all handlers on the thread. Keeps sender and arguments until then.
 template <typename Handler, typename Sender, typename Arguments>
 void Raise(TaskThread& thread, const std::vector<Ref<Handler>>& handlers, Ref<Sender> sender,
            Ref<Arguments> arguments) {

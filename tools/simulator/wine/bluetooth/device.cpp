@@ -24,7 +24,7 @@ public:
         *address = link_->Address();
         return EnterOpen("get_BluetoothAddress");
     }
-    // The news that the connection was made may still be under way: it always is.
+    // The event for the new connection may still be in progress, so always deliver it late.
     HRESULT STDMETHODCALLTYPE add_ConnectionStatusChanged(ConnectionStatusChangedHandler* handler,
                                                           Token* token) override {
         if (const HRESULT fault = EnterOpen("add_ConnectionStatusChanged")) return fault;
@@ -68,7 +68,7 @@ class DeviceFactory final : public Object<IFactory, IDeviceStatics> {
 public:
     DeviceFactory() : Object("BluetoothLEDevice class") {}
     HRESULT STDMETHODCALLTYPE ActivateInstance(IInspectable**) override { return E_NOTIMPL; }
-    // Null for what the system has never heard of.
+    // Null for a device that the system has never seen.
     HRESULT STDMETHODCALLTYPE FromBluetoothAddressAsync(UINT64 address,
                                                         IDeviceOperation** place) override {
         Link* const link = &Link::To(address);

@@ -65,7 +65,7 @@ private:
     const std::string value_;
 };
 
-// Knows from its service whether that was closed.
+// Asks its service whether that was closed.
 using ClosedFlag = std::shared_ptr<std::atomic<bool>>;
 
 class Characteristic final : public Object<ICharacteristic>, private LinkListener {
@@ -93,7 +93,7 @@ public:
         if (const HRESULT fault = EnterOpen("add_ValueChanged")) return fault;
         return value_changed_.Add(handler, token);
     }
-    // A notification may be under way when its handler is removed: the last one is.
+    // A notification may be in progress when its handler is removed, so deliver the last one again.
     HRESULT STDMETHODCALLTYPE remove_ValueChanged(Token token) override {
         EnterOpen("remove_ValueChanged");
         const Ref<ValueChangedHandler> removed = value_changed_.Remove(token);
@@ -108,7 +108,7 @@ private:
         Violation(std::string(function) + " after its service was closed");
         return static_cast<HRESULT>(0x80000013);  // RO_E_CLOSED
     }
-    // The connection that it was found on.
+    // The connection on which it was found.
     bool IsReachable() const { return link_->Number() == connection_; }
     void Ask(const std::string& line, const char* verb, const Ref<StatusOperation>& operation) {
         if (!IsReachable()) return operation->Complete(kUnreachable);
@@ -116,7 +116,7 @@ private:
             operation->Complete(ParseStatus(status));
         });
     }
-    // Of two writes at once nobody knows the order.
+    // The order of two simultaneous writes is undefined.
     void CheckLastWrite(const Ref<StatusOperation>& next) {
         const std::lock_guard hold(last_lock_);
         AsyncStatus status = Completed;
@@ -146,7 +146,7 @@ private:
     Handlers<ValueChangedHandler> value_changed_{"ValueChanged", kValueChangedHandler};
 };
 
-// Of a buffer that the program made.
+// For a buffer made by the program.
 std::string BytesOf(IBuffer* buffer) {
     UINT32 length = 0;
     void* access = nullptr;

@@ -1,4 +1,4 @@
-// Services, characteristics and what is exchanged with them.
+// Services, characteristics and their operations.
 
 #pragma once
 
@@ -25,7 +25,7 @@ private:
 using ServicesOperation =
     Operation<IServicesOperation, ServicesIds, IServicesResult*, Ref<IServicesResult>>;
 
-// Asks the dongle for its services; connects first.
+// Connects and asks the dongle for its services.
 HRESULT GetServices(const char* function, Link* link, IServicesOperation** operation);
 
 }  // namespace brennix

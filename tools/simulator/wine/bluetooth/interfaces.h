@@ -1,5 +1,5 @@
 // The interfaces of the Windows Runtime's Bluetooth LE classes, with every function in its place.
-// Those that the double does not offer report their use.
+// Those that the stand-in does not offer report their use.
 
 #pragma once
 
@@ -14,7 +14,7 @@
 
 namespace brennix {
 
-// Reports the use of a function that the double does not offer.
+// Reports the use of a function that the stand-in does not offer.
 HRESULT NotOffered(const char* interface_name, const char* function);
 
 #define NOT_OFFERED(function) \
@@ -61,7 +61,7 @@ struct IDelegate : IUnknown {
     OFFERED(Invoke, First first, Second second);
 };
 
-// Of the instantiations of generic interfaces each has ids of its own; `Ids` has them.
+// Each instantiation of a generic interface has its own ids, kept in `Ids`.
 template <typename Result, typename Ids>
 struct IAsyncOperation : IInspectable {
     static constexpr const char* kName = "IAsyncOperation";

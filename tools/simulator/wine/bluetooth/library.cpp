@@ -1,9 +1,9 @@
-// The Windows Runtime's Bluetooth LE classes for programs under Wine, which has none. They are a
-// thin layer over the simulated radio, and watch that their rules are kept: what Windows would
-// refuse, forgive or crash on is a violation, and told to the radio.
+// The Windows Runtime's Bluetooth LE classes for programs under Wine, which has none: a thin layer
+// over the simulated radio. They check that programs follow the rules: what Windows would refuse,
+// tolerate or crash on is a violation, reported to the radio.
 //
-// The classes are there for programs whose environment has BRENNIX_RADIO, once the registry or a
-// manifest names this library for them.
+// Programs whose environment has BRENNIX_RADIO get these classes, if the registry or a manifest
+// names this library for them.
 
 #include <windows.h>
 
@@ -73,8 +73,8 @@ __declspec(dllexport) HRESULT WINAPI
     return result;
 }
 
-// What the program did wrong since the last report and what it has not released, one line each,
-// once everything under way has arrived. Returns the length of the whole text.
+// Reports what the program did wrong since the last report and what it has not released, one line
+// each, after everything in progress has arrived. Returns the length of the complete text.
 __declspec(dllexport) std::size_t BrennixBluetoothReport(char* text, std::size_t capacity) {
     if (brennix::RadioClient::Get() != nullptr) brennix::AwaitRadio();
     brennix::Threads().Drain();
@@ -87,7 +87,7 @@ __declspec(dllexport) std::size_t BrennixBluetoothReport(char* text, std::size_t
     return report.size();
 }
 
-// Plans a fault for the next call of a function; see rules.h. 0: it is not understood.
+// Plans a fault for the next call of a function; see rules.h. 0: invalid.
 __declspec(dllexport) int BrennixBluetoothFault(const char* function, const char* fault) {
     return brennix::PlanFault(function, fault) ? 1 : 0;
 }

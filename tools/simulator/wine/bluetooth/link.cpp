@@ -63,7 +63,7 @@ void Link::OnAnswer(const std::string& mtu) {
     std::vector<std::function<void(bool)>> waiting;
     {
         const std::lock_guard hold(lock_);
-        if (state_ != State::kConnecting) return;  // broken off meanwhile
+        if (state_ != State::kConnecting) return;  // aborted meanwhile
         state_ = mtu.empty() ? State::kIdle : State::kConnected;
         if (!mtu.empty()) mtu_ = static_cast<std::uint16_t>(std::stoul(mtu));
         ++number_;
@@ -125,7 +125,7 @@ void Link::TellAll() {
     ForEachListener([](LinkListener* listener) { listener->OnConnectionChanged(); });
 }
 
-// One that is told may be released by that, as its program may have let it go meanwhile.
+// The call may release the listener, since its program may have dropped it meanwhile.
 void Link::ForEachListener(const std::function<void(LinkListener*)>& tell) {
     const std::set<LinkListener*> listeners = listeners_;
     for (LinkListener* listener : listeners) {

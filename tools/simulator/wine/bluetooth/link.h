@@ -1,4 +1,4 @@
-// The connection to one dongle, which all objects of the process share that belong to it.
+// The connection to one dongle, shared by all of the process's objects that belong to it.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace brennix {
 
-// Told of what happens, on the radio's thread and inside a lock: it only passes it on.
+// Gets events on the radio's thread, inside a lock; it must only pass them on.
 class LinkListener {
 public:
     virtual void OnConnectionChanged() {}
@@ -33,12 +33,12 @@ public:
     bool IsKnown() const;
     bool IsConnected() const;
     std::uint16_t Mtu() const;
-    // Of the connection; another one has another number. 0: there is none.
+    // The number of the connection; each connection gets a new one. 0: none.
     std::uint64_t Number() const;
 
-    // `done` learns whether there is a connection now.
+    // `done` gets whether there is a connection now.
     void Connect(std::function<void(bool)> done);
-    // By objects that keep the connection: it ends with the last.
+    // Called by objects that keep the connection, which ends with the last of them.
     void Hold();
     void LetGo();
 
@@ -58,17 +58,17 @@ private:
     void ForEachListener(const std::function<void(LinkListener*)>& tell);  // inside the lock
 
     const std::uint64_t address_;
-    mutable RecursiveLock lock_;  // guards all that follows
+    mutable RecursiveLock lock_;  // guards all fields below
     bool is_known_ = false;
     State state_ = State::kIdle;
     std::uint64_t number_ = 0;
     std::uint16_t mtu_ = 23;
     int held_ = 0;
-    std::vector<std::function<void(bool)>> waiting_;  // for the connection
+    std::vector<std::function<void(bool)>> waiting_;  // waiting for the connection
     std::set<LinkListener*> listeners_;
 };
 
-// A share in the connection, for as long as the owner is open.
+// A share in the connection, as long as the owner is open.
 class LinkHold {
 public:
     explicit LinkHold(Link* link) : link_(link) { link_->Hold(); }

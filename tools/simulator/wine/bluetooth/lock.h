@@ -1,5 +1,5 @@
-// Locks of the system: those of this compiler's library make handles of their own and do not give
-// them back with their owner, while programs beside the double count what they give back.
+// Locks of the system. Those of the compiler's library create handles that their owner does not
+// release, and programs that use the stand-in count their handles.
 
 #pragma once
 
@@ -39,7 +39,7 @@ private:
     CONDITION_VARIABLE condition_ = CONDITION_VARIABLE_INIT;
 };
 
-// One that its thread may lock again.
+// A lock that its thread may take again.
 class RecursiveLock {
 public:
     RecursiveLock() { ::InitializeCriticalSection(&lock_); }
@@ -53,8 +53,8 @@ private:
     CRITICAL_SECTION lock_;
 };
 
-// A value that one thread waits for and another sets, once. They share it, as nobody knows which of
-// them is done with it first.
+// A value that one thread waits for and another sets, once. Both own it, since either may finish
+// first.
 template <typename Value>
 class Awaited {
 public:

@@ -1,4 +1,4 @@
-// What all objects of the double have in common.
+// The common base of all objects of the stand-in.
 
 #pragma once
 
@@ -35,7 +35,7 @@ public:
     Interface* operator->() const { return object_; }
     Interface* Get() const { return object_; }
     explicit operator bool() const { return object_ != nullptr; }
-    // Gives the reference to the caller of a function of the double.
+    // Passes the reference to the caller of one of the stand-in's functions.
     template <typename Other>
     HRESULT MoveTo(Other** place) {
         *place = std::exchange(object_, nullptr);
@@ -75,7 +75,7 @@ public:
         if (left == 0) delete this;
         return left;
     }
-    // For those who know the object without a reference. False: it is about to go.
+    // For users without a reference of their own. False: the object is being destroyed.
     bool TryAddRef() {
         ULONG count = references_;
         while (count != 0 && !references_.compare_exchange_weak(count, count + 1)) {
@@ -106,7 +106,7 @@ private:
     std::atomic<ULONG> references_{1};
 };
 
-// Whether the program has got the object: what it never saw it need not close.
+// Whether the program has received the object; otherwise it need not close it.
 class Handed {
 public:
     void Set() { handed_ = true; }
@@ -123,7 +123,7 @@ void SetHanded(Interface* object) {
     if (auto* handed = dynamic_cast<Handed*>(object)) handed->Set();
 }
 
-// An object that is to be closed before its last reference goes, and not used after that.
+// An object that must be closed before its last reference is released, and not used afterwards.
 template <typename... Interfaces>
 class ClosableObject : public Object<Interfaces..., IClosable>, public Handed {
 public:
@@ -140,7 +140,7 @@ public:
 
 protected:
     virtual void OnClose() = 0;
-    // As Enter, and the object must not have been closed.
+    // Like Enter; the object must not have been closed either.
     HRESULT EnterOpen(const char* function) const {
         if (!closed_) return Enter(function);
         Violation(std::string(function) + " of a closed " + this->ClassName());
@@ -153,7 +153,7 @@ private:
     std::atomic<bool> closed_{false};
 };
 
-// A vector or a view of one: a list that a program can only read.
+// A read-only list, as a vector or a vector view.
 template <typename Interface, typename Item>
 class List final : public Object<Interface> {
 public:

@@ -8,10 +8,10 @@
 
 namespace brennix {
 
-// Every other operation is over before its caller gets it.
+// Every other operation completes before its caller gets it.
 bool NextIsEarly();
 
-// Result: what GetResults gives, as in the interface. `Held` keeps it meanwhile.
+// Result: the type that GetResults returns. `Held` stores it until then.
 template <typename Interface, typename Ids, typename Result, typename Held>
 class Operation final : public Object<Interface, IAsyncInfoAbi> {
 public:
@@ -20,13 +20,13 @@ public:
 
     Operation() : Base("operation") {}
 
-    // By the double, once; afterwards nothing but a cancellation was first.
+    // Called by the stand-in, once. No effect if the operation was cancelled before.
     void Complete(Held result) {
         result_ = std::move(result);
         End(Completed, S_OK);
     }
     void Fail(HRESULT error) { End(Error, error); }
-    // Unless it takes long.
+    // Unless the operation takes long.
     void WaitUntilOver() {
         const ULONGLONG begin = ::GetTickCount64();
         const std::lock_guard hold(lock_);
@@ -79,7 +79,7 @@ public:
         *error = error_;
         return S_OK;
     }
-    // As on Windows, what is under way goes on.
+    // As on Windows, work in progress continues.
     HRESULT STDMETHODCALLTYPE Cancel() override {
         if (const HRESULT fault = Enter("Cancel")) return fault;
         End(Canceled, static_cast<HRESULT>(0x800704C7));
@@ -127,11 +127,11 @@ private:
     HRESULT error_ = S_OK;
     bool handler_set_ = false;
     Ref<Handler> handler_;
-    Held result_{};  // before the status changes
+    Held result_{};  // set before the status changes
 };
 
-// Begins an operation of the function, unless a fault is planned for it. `begin` gets the operation
-// and sees to it that it ends; `status_result` makes a result of a planned status.
+// Starts an operation of the function, unless a fault is planned for it. `begin` gets the operation
+// and must let it end; `status_result` makes a result from a planned status.
 template <typename Made, typename Interface>
 HRESULT BeginOperation(const char* function, Interface** place,
                        const std::function<void(Ref<Made>)>& begin,

@@ -76,7 +76,7 @@ void RadioClient::Send(const std::string& line) {
     for (std::size_t sent = 0; sent < bytes.size();) {
         const int count =
             ::send(socket_, bytes.data() + sent, static_cast<int>(bytes.size() - sent), 0);
-        if (count <= 0) return;  // the reading thread finds out as well
+        if (count <= 0) return;  // the reading thread notices too
         sent += static_cast<std::size_t>(count);
     }
 }
@@ -127,7 +127,7 @@ void RadioClient::OnLine(const std::string& line) {
         verb = "connected";
         rest.clear();
     }
-    // An attempt to connect that was broken off has no other answer.
+    // An aborted attempt to connect has no other answer.
     if (verb == "disconnected") Answered("connected " + address, "");
     Answered(verb + " " + address, std::move(rest));
 }

@@ -17,7 +17,8 @@ namespace brennix {
 
 class RadioClient {
 public:
-    // What follows the address, or the verb where there is none; nothing when the radio is gone.
+    // The text after the address, or after the verb if there is no address; empty if the radio is
+    // gone.
     using Answer = std::function<void(std::optional<std::string> rest)>;
     // Events, on the client's own thread.
     struct Events {
@@ -28,12 +29,12 @@ public:
         std::function<void(const std::string& state)> adapter_changed;
     };
 
-    // Connects with the first call. Null: there is no radio.
+    // Connects at the first call. Null: there is no radio.
     static RadioClient* Get();
 
     void Send(const std::string& line);
-    // `answer` runs on the client's own thread once `verb` comes back, for that address if it has
-    // one.
+    // `answer` runs on the client's own thread when the radio sends `verb`, for that address if
+    // given.
     void Ask(const std::string& line, const std::string& verb, Answer answer);
 
 private:
@@ -51,7 +52,7 @@ private:
     bool ended_ = false;                                 // guarded by lock_
 };
 
-// What the double does with the radio's events.
+// How the stand-in handles the radio's events.
 RadioClient::Events RadioEvents();
 
 std::string AddressText(std::uint64_t address);  // "A0:B1:C2:D3:E4:F5"

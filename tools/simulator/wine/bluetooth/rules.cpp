@@ -17,12 +17,14 @@ namespace {
 struct State {
     Lock lock;
     std::vector<std::string> violations;
-    std::map<std::string, int> alive;          // by class
-    std::multimap<std::string, Fault> faults;  // by function, in the order of planning
+    std::map<std::string, int> alive;  // by class
+    std::multimap<std::string, Fault>
+        faults;  // by function, in the order in which they were planned
 };
 
 State& TheState() {
-    static State* const state = new State;  // outlives all threads
+    static State* const state =
+        new State;  // never deleted: threads may use it until the process ends
     return *state;
 }
 

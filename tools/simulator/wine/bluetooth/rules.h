@@ -1,5 +1,5 @@
-// What the double watches: rules that a program broke, objects that it has not released, and the
-// faults that a test asked for.
+// What the stand-in keeps track of: rules that a program broke, objects that it has not released,
+// and faults planned by tests.
 
 #pragma once
 
@@ -10,10 +10,10 @@
 
 namespace brennix {
 
-// Remembers the violation and tells the radio.
+// Stores the violation and reports it to the radio.
 void Violation(const std::string& what);
 
-// Its life is that of an object of the class.
+// Counts an object of the class as long as this exists.
 class Counted {
 public:
     explicit Counted(const char* class_name);
@@ -25,7 +25,7 @@ private:
     const char* class_name_;
 };
 
-// What a function is to do instead of its work, once.
+// What a function does instead of its work, once.
 struct Fault {
     enum class Kind {
         kFail,    // returns `value`
@@ -39,15 +39,15 @@ struct Fault {
     HRESULT value;
 };
 std::optional<Fault> TakeFault(const char* function);
-// "fail 0x80004005", "error 0x80004005", "status 2", "cancel", "null", "never". False: not
-// understood.
+// Parses "fail 0x80004005", "error 0x80004005", "status 2", "cancel", "null", "never". False:
+// invalid.
 bool PlanFault(const std::string& function, const std::string& fault);
 
-// At the beginning of every function that a program calls: the thread must have entered the
-// runtime. The error to return, if there is one planned.
+// Called first in every function that programs call: the thread must have entered the runtime.
+// Returns the planned error, if any.
 HRESULT Enter(const char* function);
 
-// One line each: violations since the last report, kinds of objects that live.
+// One line each: violations since the last report, kinds of objects that exist.
 std::string TakeReport();
 
 }  // namespace brennix

@@ -37,7 +37,7 @@ void TaskThread::Run() {
             tasks_.pop_front();
             hold.unlock();
             task();
-        }  // what it held is released outside the lock too
+        }  // releases what the task held, outside the lock too
         hold.lock();
     }
 }

@@ -1,4 +1,4 @@
-// A thread of the runtime: runs what it is given, one after the other.
+// A thread of the runtime: runs posted tasks in order.
 
 #pragma once
 
@@ -9,13 +9,13 @@
 
 namespace brennix {
 
-// Never ends: its owner lives as long as the process.
+// Never ends: its owner exists as long as the process.
 class TaskThread {
 public:
     TaskThread();
 
     void Post(std::function<void()> task);
-    // Waits until all that was posted before has run. Not on this thread.
+    // Waits until all tasks posted before have run. Not on this thread.
     void Drain();
 
 private:

@@ -48,7 +48,7 @@ private:
     const std::vector<Ref<IDataSection>> sections_;
 };
 
-// "-" is an advertisement without a name.
+// "-": an advertisement without a name.
 Ref<Advertisement> MakeAdvertisement(const std::string& name_hex) {
     constexpr BYTE kFlags = 0x01;
     constexpr BYTE kCompleteLocalName = 0x09;
@@ -122,7 +122,7 @@ public:
         if (const HRESULT fault = Enter("add_Received")) return fault;
         return received_.Add(handler, token);
     }
-    // An event may be under way when its handler is removed: there always is one.
+    // An event may be in progress when its handler is removed, so always deliver one.
     HRESULT STDMETHODCALLTYPE remove_Received(Token token) override {
         Enter("remove_Received");
         const Ref<ReceivedHandler> removed = received_.Remove(token);
@@ -140,7 +140,7 @@ public:
         return S_OK;
     }
 
-    // By the air, inside its lock.
+    // Called by Air, inside its lock.
     void OnAdvertised(Ref<ReceivedEventArgs> arguments) {
         const std::lock_guard hold(last_lock_);
         last_ = arguments;
@@ -181,7 +181,7 @@ Air& TheAir() {
     return *air;
 }
 
-// What the radio says to a line about scanning.
+// The radio's answer to a line about scanning.
 std::string AskToScan(const std::string& mode) {
     const auto answer = std::make_shared<Awaited<std::string>>();
     RadioClient::Get()->Ask("scan " + mode, "scanning",
@@ -229,7 +229,7 @@ void ForEachWatcher(Body body) {
     const std::lock_guard hold(TheAir().lock);
     const std::set<Watcher*> watchers = TheAir().watchers;
     for (Watcher* watcher : watchers) {
-        // One may go meanwhile, even by being called.
+        // A watcher may go away meanwhile, even because of the call.
         if (!TheAir().watchers.contains(watcher) || !watcher->TryAddRef()) continue;
         const Ref<Watcher> held(watcher);
         body(watcher);
@@ -252,7 +252,7 @@ void AbortWatchers() {
     TheAir().watchers.clear();
 }
 
-// By an exchange that changes nothing.
+// Uses an exchange that changes nothing.
 void AwaitRadio() {
     {
         const std::lock_guard hold(TheAir().lock);

@@ -11,11 +11,11 @@ namespace brennix {
 
 Ref<IInspectable> MakeWatcher();
 
-// To all watchers that scan.
+// Reports to all watchers that scan.
 void Advertised(std::uint64_t address, std::int32_t rssi, const std::string& name_hex);
-// The radio does not scan any more.
+// The radio has stopped scanning.
 void AbortWatchers();
-// Waits until all is dealt with that the radio has sent so far, unless a watcher scans.
+// Waits until everything that the radio has sent so far is handled, unless a watcher scans.
 void AwaitRadio();
 
 }  // namespace brennix
