@@ -6,16 +6,19 @@
 #include <set>
 #include <string>
 
-#include "com_param_names.h"
-#include "command_line.h"
-#include "ecu_address.h"
-#include "failure.h"
-#include "hex.h"
-#include "modules.h"
-#include "output.h"
-#include "param_value.h"
-#include "pdu_functions.h"
-#include "uds.h"
+#include "console/failure.h"
+#include "console/output.h"
+#include "options/command_line.h"
+#include "params/com_param_names.h"
+#include "params/param_value.h"
+#include "pdu/functions.h"
+#include "pdu/modules.h"
+#include "pdu/status_text.h"
+#include "text/hex.h"
+#include "uds/answers.h"
+#include "uds/ecu_address.h"
+#include "uds/trouble_codes.h"
+#include "uds/vin.h"
 
 namespace dpdu {
 namespace {

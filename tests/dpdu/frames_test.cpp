@@ -6,12 +6,12 @@
 #include <sstream>
 #include <string>
 
-#include "can_frame.h"
-#include "failure.h"
-#include "frame_counts.h"
-#include "output.h"
+#include "console/failure.h"
+#include "console/output.h"
+#include "raw/can_frame.h"
+#include "raw/frame_counts.h"
 #include "temporary_file.h"
-#include "unit_list.h"
+#include "uds/unit_list.h"
 
 namespace dpdu {
 namespace {

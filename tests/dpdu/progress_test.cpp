@@ -1,4 +1,4 @@
-#include "progress.h"
+#include "console/progress.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "failure.h"
+#include "console/failure.h"
 #include "trace/file.h"
 #include "trace_files.h"
 

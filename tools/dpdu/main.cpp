@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "command_line.h"
-#include "failure.h"
-#include "terminal.h"
+#include "console/failure.h"
+#include "console/terminal.h"
+#include "options/command_line.h"
 
 namespace dpdu {
 namespace {

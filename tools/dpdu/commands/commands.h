@@ -11,13 +11,14 @@
 #include <string>
 #include <vector>
 
-#include "can_frame.h"
-#include "library_loader.h"
-#include "link.h"
-#include "output.h"
-#include "raw_link.h"
+#include "console/output.h"
+#include "links/link.h"
+#include "pdu/functions.h"
+#include "pdu/library_loader.h"
+#include "raw/can_frame.h"
+#include "raw/raw_link.h"
 #include "trace/timeline.h"
-#include "unit_list.h"
+#include "uds/unit_list.h"
 
 namespace dpdu {
 
@@ -156,21 +157,6 @@ bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, 
 bool RunTraceSummary(const TraceOptions& options, Output* output);
 bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);
-
-// A library in use with the one module that the options choose.
-class ModuleSession {
-public:
-    explicit ModuleSession(const CommonOptions& common);
-
-    Session* GetSession() { return &session_; }
-    const ModuleInfo& Info() const { return info_; }
-    const ConnectedModule& Module() const { return module_; }
-
-private:
-    Session session_;
-    ModuleInfo info_;
-    ConnectedModule module_;
-};
 
 }  // namespace dpdu
 

@@ -1,9 +1,11 @@
 #include <nlohmann/json.hpp>
 
-#include "com_param_names.h"
-#include "commands.h"
-#include "failure.h"
-#include "progress.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "console/interruption.h"
+#include "console/progress.h"
+#include "params/com_param_names.h"
+#include "params/com_params.h"
 
 namespace dpdu {
 namespace {

@@ -1,11 +1,12 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
+#include "commands/commands.h"
+#include "console/failure.h"
+#include "console/progress.h"
 #include "doctor/configuration.h"
 #include "doctor/surroundings.h"
-#include "failure.h"
-#include "progress.h"
+#include "pdu/functions.h"
 
 namespace dpdu {
 namespace {

@@ -1,9 +1,10 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "commands.h"
-#include "ecu_request.h"
-#include "uds.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "links/ecu_request.h"
+#include "uds/trouble_codes.h"
 
 namespace dpdu {
 namespace {

@@ -2,9 +2,10 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "ecu_request.h"
-#include "uds.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "links/ecu_request.h"
+#include "uds/answers.h"
 
 namespace dpdu {
 namespace {

@@ -1,9 +1,11 @@
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "failure.h"
-#include "io_control.h"
-#include "item.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "console/failure.h"
+#include "pdu/io_control.h"
+#include "pdu/item.h"
+#include "pdu/status_text.h"
 
 namespace dpdu {
 namespace {
@@ -57,7 +59,7 @@ bool RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* 
     const Session& session = *module.GetSession();
     const UNUM32 id =
         plan.number ? *plan.number : session.RequireObject(PDU_OBJT_IO_CTRL, plan.name);
-    Item<PDU_DATA_ITEM> result(session);
+    Item<PDU_DATA_ITEM> result(session.Functions());
     Check(session.Functions().IoCtl(module.Module().Handle(), PDU_HANDLE_UNDEF, id, input.Get(),
                                     result.Receive()),
           "PDUIoCtl");

@@ -1,4 +1,3 @@
-#include "commands.h"
 
 namespace dpdu {
 

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
+#include "commands/commands.h"
+#include "pdu/status_text.h"
 
 namespace dpdu {
 namespace {

@@ -2,13 +2,16 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "ecu_request.h"
-#include "event_text.h"
-#include "failure.h"
-#include "progress.h"
-#include "terminal.h"
-#include "watch.h"
+#include "commands/commands.h"
+#include "commands/event_text.h"
+#include "commands/watch.h"
+#include "console/failure.h"
+#include "console/progress.h"
+#include "console/terminal.h"
+#include "links/ecu_request.h"
+#include "pdu/functions.h"
+#include "pdu/link_handles.h"
+#include "pdu/status_text.h"
 
 namespace dpdu {
 namespace {

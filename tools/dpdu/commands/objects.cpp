@@ -1,10 +1,10 @@
 #include <nlohmann/json.hpp>
 
-#include "com_param_names.h"
-#include "commands.h"
-#include "failure.h"
-#include "io_control.h"
-#include "progress.h"
+#include "commands/commands.h"
+#include "console/interruption.h"
+#include "console/progress.h"
+#include "params/com_param_names.h"
+#include "pdu/io_control.h"
 
 namespace dpdu {
 namespace {

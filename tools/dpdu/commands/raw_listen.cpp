@@ -1,10 +1,11 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "frame_counts.h"
-#include "progress.h"
-#include "watch.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "commands/watch.h"
+#include "console/progress.h"
+#include "raw/frame_counts.h"
 
 namespace dpdu {
 namespace {

@@ -1,10 +1,9 @@
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "failure.h"
-#include "progress.h"
-#include "terminal.h"
-#include "watch.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "commands/watch.h"
+#include "console/progress.h"
 
 namespace dpdu {
 namespace {

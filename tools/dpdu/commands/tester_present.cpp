@@ -1,9 +1,11 @@
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
-#include "failure.h"
-#include "progress.h"
-#include "watch.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "commands/watch.h"
+#include "console/failure.h"
+#include "console/progress.h"
+#include "pdu/status_text.h"
 
 namespace dpdu {
 namespace {

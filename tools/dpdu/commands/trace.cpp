@@ -5,9 +5,9 @@
 #include <optional>
 #include <system_error>
 
-#include "commands.h"
-#include "failure.h"
-#include "progress.h"
+#include "commands/commands.h"
+#include "console/failure.h"
+#include "console/progress.h"
 #include "trace/exporter.h"
 #include "trace/file.h"
 #include "trace/summary.h"

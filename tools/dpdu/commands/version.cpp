@@ -1,6 +1,8 @@
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
+#include "commands/commands.h"
+#include "commands/module_session.h"
+#include "pdu/status_text.h"
 
 namespace dpdu {
 namespace {

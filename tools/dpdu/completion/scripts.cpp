@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "io_control.h"
+#include "pdu/io_control.h"
 
 namespace dpdu {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "command_line.h"
+#include "options/command_line.h"
 
 namespace dpdu {
 

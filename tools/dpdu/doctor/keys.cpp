@@ -3,8 +3,8 @@
 
 #include "doctor/access.h"
 #include "doctor/configuration.h"
-#include "hex.h"
 #include "platform/files.h"
+#include "text/hex.h"
 #include "transport/cloud/secure_channel_crypto.h"
 
 namespace dpdu {

@@ -3,8 +3,8 @@
 #ifndef TOOLS_DPDU_DOCTOR_SURROUNDINGS_H
 #define TOOLS_DPDU_DOCTOR_SURROUNDINGS_H
 
-#include "doctor/configuration.h"
 #include "doctor/finding.h"
+#include "support/config.h"
 
 namespace dpdu {
 

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "failure.h"
+#include "console/failure.h"
 
 namespace dpdu {
 namespace {

@@ -1,6 +1,6 @@
 #include <memory>
 
-#include "failure.h"
+#include "console/failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
 

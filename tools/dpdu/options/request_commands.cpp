@@ -1,7 +1,7 @@
 #include <memory>
 #include <optional>
 
-#include "failure.h"
+#include "console/failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
 

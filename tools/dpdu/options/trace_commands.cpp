@@ -1,9 +1,9 @@
 #include <cmath>
 #include <memory>
 
-#include "failure.h"
-#include "hex.h"
+#include "console/failure.h"
 #include "options/command_set.h"
+#include "text/hex.h"
 
 namespace dpdu {
 namespace {

@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
 

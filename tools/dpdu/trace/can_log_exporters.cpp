@@ -2,10 +2,10 @@
 #include <optional>
 #include <utility>
 
-#include "ecu_address.h"
 #include "trace/bus_messages.h"
 #include "trace/exporter.h"
 #include "trace/text.h"
+#include "uds/ecu_address.h"
 
 namespace dpdu::trace {
 namespace {

@@ -3,10 +3,10 @@
 #include <set>
 #include <utility>
 
-#include "ecu_address.h"
 #include "trace/exporter.h"
 #include "trace/requests.h"
 #include "trace/text.h"
+#include "uds/ecu_address.h"
 
 namespace dpdu::trace {
 namespace {

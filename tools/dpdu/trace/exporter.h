@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "output.h"
+#include "console/output.h"
 #include "trace/record.h"
 
 namespace dpdu::trace {

@@ -6,8 +6,8 @@
 #include <system_error>
 #include <vector>
 
-#include "failure.h"
-#include "session.h"
+#include "console/failure.h"
+#include "console/interruption.h"
 
 namespace dpdu::trace {
 namespace {

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "hex.h"
+#include "text/hex.h"
 
 namespace dpdu::trace {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "dpdu_types.h"
-#include "uds.h"
+#include "uds/answers.h"
 
 namespace dpdu::trace {
 namespace {

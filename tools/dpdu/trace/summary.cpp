@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "ecu_address.h"
 #include "trace/text.h"
-#include "uds.h"
+#include "uds/answers.h"
+#include "uds/ecu_address.h"
 
 namespace dpdu::trace {
 namespace {

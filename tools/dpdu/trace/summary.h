@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "output.h"
+#include "console/output.h"
 #include "trace/reader.h"
 #include "trace/requests.h"
 #include "trace/statistics.h"

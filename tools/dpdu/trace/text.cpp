@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "ecu_address.h"
-#include "uds.h"
+#include "uds/answers.h"
+#include "uds/ecu_address.h"
 
 namespace dpdu::trace {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "trace/text.h"
-#include "uds.h"
+#include "uds/answers.h"
 
 namespace dpdu::trace {
 namespace {

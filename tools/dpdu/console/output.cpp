@@ -1,0 +1,87 @@
+#include "console/output.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "console/failure.h"
+#include "console/terminal.h"
+
+namespace dpdu {
+
+std::size_t Output::Columns() const {
+    constexpr int kWithoutTerminal = 100;
+    const int columns = TerminalColumns(stream_);
+    return static_cast<std::size_t>(columns > 0 ? columns : kWithoutTerminal);
+}
+
+void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.c_str()); }
+
+void Output::Text(const std::string& text) { std::fputs(text.c_str(), stream_); }
+
+void Output::Table(const std::vector<Row>& rows) {
+    for (const std::string& line : TableLines(rows))
+        Line(line);
+}
+
+void Output::LiveTable(const std::vector<Row>& rows) {
+    constexpr char kClearToEnd[] = "\x1b[K";
+    if (live_lines_ > 0) std::fprintf(stream_, "\x1b[%zuA", live_lines_);
+    const std::vector<std::string> lines = TableLines(rows);
+    for (const std::string& line : lines)
+        Line(line + kClearToEnd);
+    live_lines_ = lines.size();
+}
+
+void Output::Document(const Json& document) {
+    // Texts from a module may hold any byte; a JSON document may not.
+    Line(document.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+void Output::JsonLine(const Json& document) {
+    Line(document.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+void Output::Flush() {
+    if (std::fflush(stream_) != 0 || std::ferror(stream_)) {
+        throw Failure("the answer could not be written to standard output");
+    }
+}
+
+std::vector<std::string> TableLines(const std::vector<Row>& rows) {
+    std::vector<std::size_t> widths;
+    for (const Row& row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    std::vector<std::string> lines;
+    for (const Row& row : rows) {
+        std::string& line = lines.emplace_back();
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 < row.size()) line.append(widths[i] - row[i].size() + 2, ' ');
+        }
+    }
+    return lines;
+}
+
+void ErrorLine(const std::string& text) {
+    std::fprintf(stderr, "dpdu: %s\n", OnOneLine(text).c_str());
+}
+
+std::string OnOneLine(const std::string& text) {
+    std::string line;
+    for (const char character : text) {
+        const bool is_control = static_cast<unsigned char>(character) < ' ';
+        if (!is_control) {
+            line += character;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (!line.empty() && line.back() == ' ')
+        line.pop_back();
+    return line;
+}
+
+}  // namespace dpdu

@@ -1,0 +1,57 @@
+#include "console/terminal.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace dpdu {
+namespace {
+
+std::atomic<bool> interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not take a lock");
+
+void OnInterruption(int) { interrupted.store(true); }
+
+}  // namespace
+
+std::FILE* TakeStandardOutput(LibraryLines lines) {
+    std::fflush(stdout);
+    const int real = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (real < 0) return nullptr;
+
+    if (lines == LibraryLines::kToStandardError) {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+    } else if (const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC); nowhere >= 0) {
+        dup2(nowhere, STDOUT_FILENO);
+        close(nowhere);
+    }
+    return fdopen(real, "w");
+}
+
+bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+int TerminalColumns(std::FILE* stream) {
+    winsize size = {};
+    return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+bool ShowsEscapes(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+void CatchInterruptions() {
+    struct sigaction once = {};
+    once.sa_handler = OnInterruption;
+    once.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaction(signal_number, &once, nullptr);
+    }
+    struct sigaction ignored = {};
+    ignored.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignored, nullptr);
+}
+
+bool WasInterrupted() { return interrupted.load(); }
+
+}  // namespace dpdu

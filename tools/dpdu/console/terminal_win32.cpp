@@ -1,0 +1,70 @@
+#include "console/terminal.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <atomic>
+
+namespace dpdu {
+namespace {
+
+constexpr int kStandardOutput = 1;
+constexpr int kStandardError = 2;
+constexpr DWORD kTimeToReleaseMs = 5000;  // Windows grants no more before it ends the process
+
+std::atomic<bool> interrupted{false};
+
+// Runs on a thread of its own.
+BOOL WINAPI OnInterruption(DWORD event) {
+    const bool was_interrupted = interrupted.exchange(true);
+    if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) return was_interrupted ? FALSE : TRUE;
+    // The process is ended as soon as this returns, so leave the main thread time to release
+    // everything; when it is done it ends the process itself.
+    ::Sleep(kTimeToReleaseMs);
+    return TRUE;
+}
+
+void PointStandardOutputAt(int descriptor) {
+    ::_dup2(descriptor, kStandardOutput);
+    // A library with a C runtime of its own starts from the handle, not from our descriptor.
+    ::SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(::_get_osfhandle(kStandardOutput)));
+}
+
+}  // namespace
+
+std::FILE* TakeStandardOutput(LibraryLines lines) {
+    std::fflush(stdout);
+    const int real = ::_dup(kStandardOutput);
+    if (real < 0) return nullptr;
+
+    if (lines == LibraryLines::kToStandardError) {
+        PointStandardOutputAt(kStandardError);
+    } else if (const int nowhere = ::_open("NUL", _O_WRONLY | _O_NOINHERIT); nowhere >= 0) {
+        PointStandardOutputAt(nowhere);
+        ::_close(nowhere);
+    }
+    return ::_fdopen(real, "w");
+}
+
+bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
+
+int TerminalColumns(std::FILE* stream) {
+    const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
+    CONSOLE_SCREEN_BUFFER_INFO info = {};
+    if (!::GetConsoleScreenBufferInfo(handle, &info)) return 0;
+    return info.srWindow.Right - info.srWindow.Left + 1;
+}
+
+bool ShowsEscapes(std::FILE* stream) {
+    const HANDLE console = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
+    DWORD mode = 0;
+    return ::GetConsoleMode(console, &mode) != 0 &&
+           ::SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+void CatchInterruptions() { ::SetConsoleCtrlHandler(OnInterruption, TRUE); }
+
+bool WasInterrupted() { return interrupted.load(); }
+
+}  // namespace dpdu

@@ -1,0 +1,24 @@
+// Telling a link which control units it talks to.
+
+#ifndef TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H
+#define TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H
+
+#include <vector>
+
+#include "pdu/link_handles.h"
+#include "pdu/session.h"
+#include "uds/ecu_address.h"
+
+namespace dpdu {
+
+// Gives the link a table with one entry per control unit, whose unique response identifier is its
+// position in `ecus`. Throws Failure when the library refuses.
+void SetUniqueResponseTable(const Session& session, const LinkHandles& link,
+                            const std::vector<EcuAddress>& ecus);
+
+// The CAN format ComParam value for an identifier: segmented, with flow control.
+UNUM32 CanFormat(UNUM32 can_id);
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H

@@ -1,0 +1,168 @@
+#include "options/command_line.h"
+
+#include <cstdlib>
+#include <sstream>
+
+#include "console/failure.h"
+#include "options/command_set.h"
+
+namespace dpdu {
+namespace {
+
+constexpr char kDescription[] =
+    "dpdu: diagnostic requests through a D-PDU API library (ISO 22900-2)";
+
+constexpr char kMainFooter[] = R"(Environment:
+  DPDU_LIBRARY  the library to use when --library is not given
+
+Examples:
+  dpdu modules                        which dongles there are
+  dpdu doctor                         why there is none
+  dpdu vin                            the VIN, from control unit 7E0:7E8
+  dpdu request 22F190                 any UDS request
+  dpdu dtc --json                     trouble codes as JSON
+  dpdu functional 22F187              the part numbers of all control units
+  dpdu raw listen                     the frames on the bus
+  dpdu monitor                        what happens, as it happens
+  dpdu request --help                 the options of a command, with examples)";
+
+// The parser puts what it checks behind the name of a value: "N:POSITIVE".
+std::string ValueName(const CLI::Option& option) {
+    if (option.get_items_expected_max() == 0) return "";
+    const std::string name = option.get_type_name();
+    return name.substr(0, name.find(':'));
+}
+
+// A value named "one|other" is one of these.
+std::vector<std::string> Choices(const std::string& value) {
+    std::vector<std::string> choices;
+    std::istringstream words(value);
+    if (value.find('|') == std::string::npos) return choices;
+    for (std::string word; std::getline(words, word, '|');)
+        choices.push_back(word);
+    return choices;
+}
+
+OptionDescription Describe(const CLI::Option& option) {
+    OptionDescription described;
+    described.is_positional = option.nonpositional() == false;
+    for (const std::string& name : option.get_snames())
+        described.names.push_back("-" + name);
+    for (const std::string& name : option.get_lnames())
+        described.names.push_back("--" + name);
+    if (described.is_positional) described.names = {option.get_name(true)};
+    described.takes_rest = described.is_positional && option.get_items_expected_max() > 1;
+    described.value = ValueName(option);
+    described.choices = Choices(described.value);
+    described.is_file = described.value == "FILE" || described.value == "PATH";
+    described.description = option.get_description();
+    return described;
+}
+
+void Describe(const CLI::App& app, const std::string& name,
+              std::vector<CommandDescription>* descriptions) {
+    CommandDescription described{name, app.get_description(), {}, {}};
+    const auto commands = app.get_subcommands(nullptr);
+    for (const CLI::App* command : commands)
+        described.commands.push_back(command->get_name());
+    for (const CLI::Option* option : app.get_options())
+        described.options.push_back(Describe(*option));
+    descriptions->push_back(std::move(described));
+    for (const CLI::App* command : commands)
+        Describe(*command, name + (name.empty() ? "" : " ") + command->get_name(), descriptions);
+}
+
+// The parser with all commands.
+class Parser {
+public:
+    Parser() {
+        // A file may be named by /folder/file on Windows too.
+        app_.allow_windows_style_options(false);
+        app_.require_subcommand(1);
+        app_.set_version_flag("--version", "dpdu " DPDU_VERSION);
+        app_.footer(std::string(kMainFooter) + kExitCodes);
+        app_.fallthrough();
+        AddModuleCommands(&commands_);
+        AddRequestCommands(&commands_);
+        AddTraceCommands(&commands_);
+        AddRawCommands(&commands_);
+        AddWatchCommands(&commands_);
+    }
+
+    Invocation Parse(int count, const char* const* arguments) {
+        Invocation invocation;
+        try {
+            app_.parse(count, arguments);
+            UseEnvironment(commands_.Common());
+            invocation.common = *commands_.Common();
+            invocation.run = commands_.PrepareChosen();
+        } catch (const CLI::Success& success) {
+            invocation.text = TextFor(success);
+        } catch (const CLI::RequiredError& error) {
+            invocation.error = WhatIsMissing(error) + Advice();
+        } catch (const CLI::ParseError& error) {
+            invocation.error = OnOneLine(error.what()) + Advice();
+        } catch (const UsageError& error) {
+            invocation.error = error.what() + Advice();
+        }
+        return invocation;
+    }
+
+    std::vector<CommandDescription> Describe() const {
+        std::vector<CommandDescription> descriptions;
+        dpdu::Describe(app_, "", &descriptions);
+        return descriptions;
+    }
+
+private:
+    static void UseEnvironment(CommonOptions* common) {
+        const char* library = std::getenv("DPDU_LIBRARY");
+        if (common->library.empty() && library) common->library = library;
+    }
+
+    // Help or version, which the parser reports like errors.
+    std::string TextFor(const CLI::Success& success) {
+        std::ostringstream text;
+        app_.exit(success, text, text);
+        return text.str().ends_with('\n') ? text.str() : text.str() + "\n";
+    }
+
+    // The parser complains of a missing command where an unknown one was given.
+    std::string WhatIsMissing(const CLI::RequiredError& error) const {
+        const CLI::App* last = LastCommand();
+        if (last->get_subcommands(nullptr).empty()) return OnOneLine(error.what());
+        const std::vector<std::string> extras = app_.remaining(true);
+        return extras.empty() ? "name a command" : "unknown command '" + extras.front() + "'";
+    }
+
+    const CLI::App* LastCommand() const {
+        const CLI::App* app = &app_;
+        while (!app->get_subcommands().empty())
+            app = app->get_subcommands().front();
+        return app;
+    }
+
+    // Where to read on: the help of the command that was named, if one was.
+    std::string Advice() const {
+        std::string command;
+        const CLI::App* app = &app_;
+        while (!app->get_subcommands().empty()) {
+            app = app->get_subcommands().front();
+            command += " " + app->get_name();
+        }
+        return "; see dpdu" + command + " --help";
+    }
+
+    CLI::App app_{kDescription, "dpdu"};
+    CommandSet commands_{&app_};
+};
+
+}  // namespace
+
+Invocation ParseCommandLine(int count, const char* const* arguments) {
+    return Parser().Parse(count, arguments);
+}
+
+std::vector<CommandDescription> DescribeCommands() { return Parser().Describe(); }
+
+}  // namespace dpdu

@@ -1,0 +1,33 @@
+// Ownership of an item that the library returned.
+
+#ifndef TOOLS_DPDU_PDU_ITEM_H
+#define TOOLS_DPDU_PDU_ITEM_H
+
+#include "pdu/functions.h"
+
+namespace dpdu {
+
+// Receives an item through Receive() and hands it back to the library at the end of the scope.
+template <typename Record>
+class Item {
+public:
+    explicit Item(const PduFunctions& functions) : functions_(functions) {}
+    ~Item() {
+        if (record_) functions_.DestroyItem(reinterpret_cast<PDU_ITEM*>(record_));
+    }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
+
+    Record** Receive() { return &record_; }
+    Record* Get() const { return record_; }
+    Record* operator->() const { return record_; }
+    explicit operator bool() const { return record_ != nullptr; }
+
+private:
+    const PduFunctions& functions_;
+    Record* record_ = nullptr;
+};
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_PDU_ITEM_H

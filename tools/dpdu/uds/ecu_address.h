@@ -1,0 +1,33 @@
+// The pair of CAN identifiers by which a control unit is asked and answers.
+
+#ifndef TOOLS_DPDU_UDS_ECU_ADDRESS_H
+#define TOOLS_DPDU_UDS_ECU_ADDRESS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace dpdu {
+
+inline constexpr std::uint32_t kLargest11BitId = 0x7FF;
+inline constexpr std::uint32_t kLargest29BitId = 0x1FFFFFFF;
+
+struct EcuAddress {
+    std::uint32_t request_id = 0x7E0;
+    std::uint32_t response_id = 0x7E8;
+};
+
+// "7E0:7E8", each identifier hexadecimal and at most 1FFFFFFF.
+std::optional<EcuAddress> ParseEcuAddress(const std::string& text);
+
+// "7E0:7E8"
+std::string EcuAddressText(const EcuAddress& ecu);
+
+// "7E8", or with eight digits for an identifier of 29 bits.
+std::string CanIdText(std::uint32_t id);
+
+std::optional<std::uint32_t> ParseCanId(const std::string& text);
+
+}  // namespace dpdu
+
+#endif  // TOOLS_DPDU_UDS_ECU_ADDRESS_H
