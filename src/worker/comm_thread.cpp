@@ -1,7 +1,5 @@
 #include "worker/comm_thread.h"
 
-#include <cstring>
-
 #include "comparam/comparams.h"
 #include "link/fragmentation.h"
 #include "link/packet.h"
@@ -12,28 +10,21 @@
 #include "worker/raw_receive.h"
 #include "worker/raw_send.h"
 #include "worker/send_recv.h"
+#include "worker/worker_limits.h"
 #include "worker/worker_log.h"
 
 namespace tarvik {
 namespace {
 
-constexpr std::uint32_t kPollMs = 100;
 constexpr std::uint32_t kMaxTesterPresentBytes = 32;
-constexpr std::uint32_t kTesterPresentHeader = 16;
-constexpr std::uint32_t kTesterPresentValue = 0x700;
 
-// `message` of length 0 switches the cyclic message off.
+// An empty `message` switches the cyclic message off.
 void SendTesterPresent(LinkRecord* link, std::uint32_t period_ms, ByteView message) {
     if (link->device == nullptr) return;
-    PacketPtr packet =
-        MakePacket(kTypeTspr, kTesterPresentHeader + static_cast<std::uint32_t>(message.size));
-    if (packet == nullptr) return;
-    packet->SetU32(8, period_ms);
-    packet->SetU32(12, kTesterPresentValue);
-    if (message.size > 0) {
-        std::memcpy(packet->Bytes() + kTesterPresentHeader, message.data, message.size);
-    }
-    FragSendPacket(link->device, packet);
+    const TesterPresentWire fields = {
+        .type = kTypeTspr, .length = 0, .period_ms = period_ms, .value = kTesterPresentValue};
+    PacketPtr packet = BuildPacket(fields, message);
+    if (packet != nullptr) FragSendPacket(link->device, packet);
 }
 
 void StartTesterPresent(LinkRecord* link, const ComPrimitive& cop) {
@@ -77,7 +68,7 @@ void Execute(LinkRecord* link, ComPrimitive* cop) {
             ExecuteSendRecv(link, cop);
             break;
         default:
-            break;  // taken and released without a trace for the application
+            break;  // reported to the application in no way
     }
 }
 
@@ -107,7 +98,8 @@ void CommThreadFunc(void* argument) {
     const LinkRef link = LinkRef::Adopt(static_cast<LinkRecord*>(argument));
     Log(kLogTrace, "[%s] starting", __func__);
     while (link->running.load()) {
-        const Ref<ComPrimitive> cop = link->pending.WaitForNext(kPollMs, link->running);
+        const Ref<ComPrimitive> cop =
+            link->pending.WaitForNext(GetWorkerLimits().request_poll_ms, link->running);
         if (!cop) continue;
         cop->CllTag = link->CllTag;
         Execute(link.Get(), cop.Get());

@@ -4,8 +4,8 @@
 
 namespace tarvik {
 
-// Starts the worker thread of a link, CommThreadFunc, with a reference of its own. It takes
-// ComPrimitives one at a time until `running` of the link is cleared. False: the system refused.
+// Starts a link's worker thread, CommThreadFunc, which holds a reference to the link. It executes
+// ComPrimitives one at a time until the link's `running` is cleared. False: the system refused.
 // `function` is the tag of the log line.
 bool StartWorker(const char* function, LinkRecord* link);
 

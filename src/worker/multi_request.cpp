@@ -15,7 +15,7 @@
 namespace tarvik {
 namespace {
 
-// The responders of one request; releases what they answered unless it was handed on.
+// The responders of one request. Releases the answers that nobody took over.
 class Responders {
 public:
     explicit Responders(std::uint32_t capacity)
@@ -31,7 +31,7 @@ public:
     std::uint32_t Count() const { return count_; }
     CommMultiEntry* Entries() { return entries_.get(); }
 
-    // One row per response identifier: a repeated one is left out.
+    // One row per response identifier; repeated ones are skipped.
     void Add(std::uint32_t position, std::uint32_t phys_id, std::uint32_t resp_id) {
         for (std::uint32_t i = 0; i < count_; ++i) {
             if (entries_.get()[i].addr_b == resp_id) return;
@@ -45,7 +45,7 @@ private:
 };
 
 void CollectResponders(const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, Responders* responders) {
-    // An entry without an item of its own keeps what the entry before it used.
+    // An entry without the item keeps the value of the entry before it.
     std::uint32_t phys_id = ReadComParam(kCpCanPhysReqId);
     std::uint32_t resp_id = ReadComParam(kCpCanRespUSDTId);
     for (std::uint32_t i = 0; i < table.NumEntries; ++i) {

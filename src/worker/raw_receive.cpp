@@ -11,19 +11,18 @@
 #include "support/log.h"
 #include "support/memory.h"
 #include "worker/result_delivery.h"
+#include "worker/worker_limits.h"
 #include "worker/worker_log.h"
 
 namespace tarvik {
 namespace {
 
-constexpr std::int32_t kReceivePollMs = 100;
-constexpr std::int32_t kJoinSliceMs = 50;  // how late a wait for a thread sees a PDUDestruct
-constexpr std::uint32_t kIdBytes = 4;      // of a result, most significant first
+constexpr std::uint32_t kIdBytes = 4;  // of a result, most significant first
 constexpr std::uint32_t kFirstLongId = 4096;
 
 // ---- The receive thread ------------------------------------------------------------------------
 
-// What a receive thread works on. It keeps both for as long as it runs: a callback of the
+// What a receive thread works on. It keeps both references while it runs: a callback of the
 // application may last longer than the link.
 struct Receiver {
     LinkRef link;
@@ -34,8 +33,8 @@ bool MustStop(const LinkRecord& link, const ComPrimitive& cop) {
     return cop.abort.load() || !link.running.load();
 }
 
-// Deliberate: the comparison stops a thread that is to receive at least one packet before it has
-// received any, and never one that is to receive none or any number.
+// Deliberate: the comparison stops a thread that should receive one packet or more before it has
+// received any, and never stops one that should receive none or any number.
 bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
     const SNUM32 wanted = cop.pCopCtrlData == nullptr ? 0 : cop.pCopCtrlData->NumReceiveCycles;
     return received < wanted && wanted >= 0;
@@ -45,16 +44,15 @@ bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
 PacketPtr NextPacket(LinkRecord* link, const ComPrimitive& cop) {
     DeviceQueues* device = link->device;
     if (device == nullptr || !device->available || !device->rx.active) {
-        SleepMs(static_cast<std::uint32_t>(
-            GetLinkLimits()
-                .wait_slice_ms));  // a queue that is not there would not let the thread wait
+        // There is no queue to wait on.
+        SleepMs(static_cast<std::uint32_t>(GetLinkLimits().wait_slice_ms));
         return nullptr;
     }
     const WaitFlags flags = {&device->available, &cop.abort, &link->running};
     return PacketPtr(FindPacket(&device->rx, {.filter = MatchType,
                                               .argument = {.type = kTypeRawc, .id = kNoTag},
                                               .remove = true,
-                                              .timeout_ms = kReceivePollMs,
+                                              .timeout_ms = GetWorkerLimits().receive_poll_ms,
                                               .flags = &flags}));
 }
 
@@ -68,7 +66,7 @@ void DeliverFrame(LinkRecord* link, ComPrimitive* cop, const RawFrameView& frame
         bytes.get()[i] = static_cast<std::uint8_t>(id >> (24 - 8 * i));
     }
     std::memcpy(bytes.get() + kIdBytes, data.data, data.size);
-    // Deliberate: the identifier's value tells a long one, so the long ones below 4096 look short.
+    // Deliberate: the value decides what a long identifier is, so long ones below 4096 look short.
     const std::uint8_t rx_flag = id >= kFirstLongId ? 1 : 0;
     DeliverResult(link, cop, {0, 0, bytes.release(), length, false, rx_flag});
 }
@@ -84,7 +82,7 @@ void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
     }
 }
 
-// Nothing when the reception was ended before its thread came to it.
+// Does nothing if the reception was ended before its thread got here.
 void BeginReception(LinkRecord* link, ComPrimitive* cop) {
     const LockGuard hold(link->reception_lock);
     if (cop->reception != Reception::kNotBegun) return;
@@ -92,8 +90,8 @@ void BeginReception(LinkRecord* link, ComPrimitive* cop) {
     SwitchRawReception(link->device, true);
 }
 
-// By the thread itself, or for it. What it has not said itself by now is said here, so that nothing
-// of it comes behind its successor's word.
+// Called by the thread, or on its behalf. Sends the switches that the thread has not sent yet, so
+// that none of them follows its successor's.
 void EndReception(LinkRecord* link, ComPrimitive* cop) {
     const LockGuard hold(link->reception_lock);
     if (cop->reception == Reception::kOver) return;
@@ -123,7 +121,7 @@ OsThread* StartThread(LinkRecord* link, ComPrimitive* cop) {
     auto* receiver = NewTracked<Receiver>(LinkRef::Share(link), Ref<ComPrimitive>::Share(cop));
     if (receiver == nullptr) return nullptr;
     OsThread* thread = OsThreadStart(CommReceiveFunc, receiver, "Tarvik CommReceiveFunc");
-    if (thread == nullptr) DeleteTracked(receiver);  // otherwise the thread has it
+    if (thread == nullptr) DeleteTracked(receiver);  // otherwise the thread owns it
     return thread;
 }
 
@@ -138,7 +136,8 @@ void StopPredecessor(LinkRecord* link) {
     Log(kLogTrace, "[%s]    stop CoP #%d thread", "CommThreadFunc",
         static_cast<int>(earlier->hCoP));
     AskToStop(link, earlier.Get());
-    // For the thread, which may be busy in a callback: its successor switches on after this.
+    // On behalf of the thread, which may be inside a callback: its successor switches on after
+    // this.
     EndReception(link, earlier.Get());
 }
 
@@ -164,11 +163,11 @@ bool IsOutOfTime(const LinkRecord& link) {
     return link.destructing_thread.load() != 0 && TickMs() >= link.stop_deadline_ms.load();
 }
 
-// False: it has not ended in the time that a PDUDestruct leaves it. The thread that makes that call
-// is not waited for.
+// False: it has not ended in the time that PDUDestruct allows. A thread that calls PDUDestruct
+// itself is not waited for.
 bool AwaitEnd(const LinkRecord& link, const ComPrimitive& cop) {
     while (!IsDestructing(link, cop)) {
-        if (OsThreadJoin(cop.receive_thread, kJoinSliceMs)) return true;
+        if (OsThreadJoin(cop.receive_thread, GetWorkerLimits().join_slice_ms)) return true;
         if (IsOutOfTime(link)) return false;
     }
     return true;
@@ -190,7 +189,7 @@ void StartRawReception(LinkRecord* link, ComPrimitive* cop) {
     cop->has_receive_thread = true;
     cop->receive_thread = thread;
     if (link->raw_receive.Append(Ref<ComPrimitive>::Share(cop), ThreadKey(thread))) return;
-    AskToStop(link, cop);  // its successor could not
+    AskToStop(link, cop);  // its successor could not find it
     cop_error(link, cop, kErrorNothingReceived);
 }
 
@@ -202,7 +201,7 @@ void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
         WORKER_LOG("   Failed to stop thread");
         OsThreadTerminate(cop->receive_thread);
     }
-    EndReception(link, cop);  // for a thread that was terminated, or is inside PDUDestruct
+    EndReception(link, cop);  // on behalf of a thread that was terminated or is inside PDUDestruct
 }
 
 }  // namespace tarvik

@@ -7,12 +7,12 @@
 // Everything here is called by the link's worker.
 namespace tarvik {
 
-// Starts the thread of this ComPrimitive, after the one that has received so far was told to stop.
+// Tells the thread that has received so far to stop, then starts the one of this ComPrimitive.
 void StartRawReception(LinkRecord* link, ComPrimitive* cop);
 
 // Part of the link's clean-up: tells the thread of this ComPrimitive to stop and waits until it has
-// ended, however long a callback of the application takes. PDUDestruct bounds this: a thread that
-// then outlasts its time is terminated, and the one that makes the call goes on by itself.
+// ended, however long a callback of the application takes. During PDUDestruct the wait is limited:
+// a thread that takes longer is terminated, and the thread that calls PDUDestruct is left alone.
 void StopRawReception(LinkRecord* link, ComPrimitive* cop);
 
 }  // namespace tarvik

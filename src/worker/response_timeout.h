@@ -4,8 +4,8 @@
 
 namespace tarvik {
 
-// The response time-out that a request gives the dongle. The exchange itself waits longer by a
-// grace period of its own, so that the dongle's answer to a time-out still arrives.
+// The response time-out given to the dongle. The exchange itself waits longer by a grace period, so
+// that the dongle's report of a time-out still arrives.
 std::uint32_t ResponseTimeoutMs();
 
 }  // namespace tarvik

@@ -46,7 +46,7 @@ void TraceAddressing(const LinkRecord& link, const ComPrimitive& cop, const Addr
                                          .rc78 = used.rc78});
 }
 
-// ComParams choose the mark only: whether one or many are asked is the response table's matter.
+// ComParams only set the mark: the response table decides whether one or many are asked.
 void LogAddressing(const Addressing& used) {
     if (used.mode != kAddressPhysical && used.mode != kAddressFunctional) return;
     const bool physical = used.mode == kAddressPhysical;

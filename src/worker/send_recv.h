@@ -5,8 +5,8 @@
 
 namespace tarvik {
 
-// Executes a PDU_COPT_SENDRECV on the worker thread, from PDU_COPST_EXECUTING to its final state,
-// which one on a raw link reaches at once, while its receive thread goes on delivering frames.
+// Executes a PDU_COPT_SENDRECV on the worker thread, from PDU_COPST_EXECUTING to its final state.
+// On a raw link that state is reached at once, and a receive thread goes on delivering frames.
 void ExecuteSendRecv(LinkRecord* link, ComPrimitive* cop);
 
 }  // namespace tarvik

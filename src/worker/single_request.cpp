@@ -2,6 +2,7 @@
 
 #include "comparam/comparams.h"
 #include "link/comm_request.h"
+#include "link/wire_packets.h"
 #include "objects/state_changes.h"
 #include "objects/unique_resp_tables.h"
 #include "support/log.h"
@@ -14,8 +15,6 @@ namespace tarvik {
 namespace {
 
 constexpr int kMaxAttempts = 10;
-constexpr std::uint32_t kWaitError = 0xFFFFFFFE;
-constexpr std::uint32_t kWaitTimeout = 0xFFFFFFFF;
 
 void LogDoipAddresses(const LinkRecord& link) {
     if (link.protocolKind != ProtocolKind::kDoip) return;
@@ -44,12 +43,12 @@ bool ReportOutcome(bool exchanged, const CommAnswer& answer) {
         Log(kLogTrace, "[%s]   Request timed out - is the OBD interface connected?", "Transmit");
         return false;
     }
-    if (answer.wait_time == kWaitError) {
+    if (answer.wait_time == kWaitTimeError) {
         Log(kLogTrace, "[%s]   Received an error", "Transmit");
         ConsolePrint("[%s] < (%u ms) ERROR\n", "Transmit", answer.wait_time);
         return false;
     }
-    if (answer.wait_time == kWaitTimeout) {
+    if (answer.wait_time == kWaitTimeNoAnswer) {
         Log(kLogTrace, "[%s]   Received a timeout", "Transmit");
         ConsolePrint("[%s] < TIMEOUT\n", "Transmit");
         return false;
@@ -73,7 +72,7 @@ bool Transmit(LinkRecord* link, const ComPrimitive& cop, const PDU_UNIQUE_RESP_I
                      ids.physical, ids.response, timeout_ms, bytes.c_str());
     }
     const CommLink exchange{link->device, &link->running};
-    answer->wait_time = kWaitError;
+    answer->wait_time = kWaitTimeError;
     const bool exchanged = CommRequest(
         &exchange,
         {cop.hCoP, cop.pCoPData, cop.CoPDataSize, ids.physical, ids.response, timeout_ms}, answer);

@@ -5,12 +5,10 @@
 #include "platform/tick.h"
 #include "support/log.h"
 #include "support/memory.h"
+#include "worker/worker_limits.h"
 
 namespace tarvik {
 namespace {
-
-constexpr std::int32_t kWorkerStopMs = 2000;
-constexpr std::uint32_t kReceiverStopMs = 1500;  // leaves its worker time to end as well
 
 // The link array of one module, taken out of the table.
 struct DetachedLinks {
@@ -28,14 +26,14 @@ DetachedLinks DetachLinks(ModuleSlot& slot) {
 }
 
 void TellWorkerToStop(LinkRecord* link) {
-    link->stop_deadline_ms.store(TickMs() + kReceiverStopMs);
+    link->stop_deadline_ms.store(TickMs() + GetWorkerLimits().receiver_stop_ms);
     link->destructing_thread.store(OsCurrentThreadId());
     link->running.store(false);
     link->pending.Wake();
 }
 
-// Waits for a link's worker, and terminates one that does not end. A worker that is itself the
-// caller (PDUDestruct inside a callback) goes on by itself and releases the record at its end.
+// Waits for a link's worker, and terminates one that does not end in time. A worker that is itself
+// the caller (PDUDestruct inside a callback) is left alone and releases the record when it ends.
 void EndWorker(LinkRecord* link, bool announced) {
     if (link->thread == nullptr || OsThreadIsCurrent(link->thread)) return;
     void* handle = OsThreadHandle(link->thread);
@@ -43,7 +41,7 @@ void EndWorker(LinkRecord* link, bool announced) {
         Log(kLogTrace, "[%s] Waiting for Thread handle 0x%p to exit (LogicalLink #%u)",
             "PDUDestruct", handle, link->hCLL);
     }
-    if (!OsThreadJoin(link->thread, kWorkerStopMs)) {
+    if (!OsThreadJoin(link->thread, GetWorkerLimits().worker_stop_ms)) {
         Log(kLogTrace, "[%s] Thread 0x%p for link #%u did not exit, terminating", "PDUDestruct",
             handle, link->hCLL);
         OsThreadTerminate(link->thread);
@@ -54,8 +52,8 @@ void EndWorker(LinkRecord* link, bool announced) {
     }
 }
 
-// The table's reference goes here. Normally it is the last one, so the queues, the response
-// table, the mutex and the record are released now.
+// Releases the table's reference. Normally it is the last one, so the queues, the response table,
+// the mutex and the record go with it.
 void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position, bool was_active) {
     if (was_active) {
         Log(kLogTrace, "[%s] Stopping logical link #%u on module #%u", "PDUDestruct", position,
@@ -80,7 +78,7 @@ void StopModuleLinks(std::uint32_t module, ModuleSlot& slot) {
             slot.link_count, module);
         detached = DetachLinks(slot);
     }
-    // All are told before the first is waited for: a hundred links end as fast as one.
+    // All workers are told to stop before the first is waited for, so that many end as fast as one.
     Tracked<bool> active(static_cast<bool*>(AllocateArray(detached.count, sizeof(bool))));
     for (std::uint32_t i = 0; i < detached.count; ++i) {
         LinkRecord* link = detached.links.get()[i];

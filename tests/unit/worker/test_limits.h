@@ -1,0 +1,23 @@
+#pragma once
+
+#include "worker/worker_limits.h"
+
+namespace tarvik::test {
+
+// What GetWorkerLimits returns in this program: the real limits, which a test may change while no
+// link's thread runs.
+extern WorkerLimits worker_limits;
+
+// Restores the limits at the end of its scope.
+class LimitsScope {
+public:
+    LimitsScope() = default;
+    ~LimitsScope() { worker_limits = before_; }
+    LimitsScope(const LimitsScope&) = delete;
+    LimitsScope& operator=(const LimitsScope&) = delete;
+
+private:
+    WorkerLimits before_ = worker_limits;
+};
+
+}  // namespace tarvik::test
