@@ -22,7 +22,7 @@
 #include "objects/unique_resp_tables.h"
 #include "platform/mutex.h"
 #include "support/memory.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/worker/fake_exchange.h"
 #include "unit/worker/test_limits.h"
