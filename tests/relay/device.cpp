@@ -103,6 +103,11 @@ RunningRelay::~RunningRelay() {
     std::filesystem::remove_all(folder_);
 }
 
+std::string RunningRelay::WebSocketAddress() const {
+    const std::string address = Place("WS").substr(std::string_view("ws://").size());
+    return address.substr(0, address.find('/'));
+}
+
 Point RunningRelay::PublicKey() const {
     return Take<Point>(ParseHex(Place("PUBLIC_KEY")).value_or(Bytes(kPointSize)));
 }
@@ -136,9 +141,7 @@ Bytes MaskedFrame(std::uint8_t first, ByteSpan payload) {
 
 Device::Device(const RunningRelay& relay, Carrier carrier)
     : carrier_(carrier),
-      socket_(carrier == Carrier::kTcp
-                  ? relay.Place("TCP")
-                  : relay.Place("WS").substr(5, relay.Place("WS").rfind('/') - 5)),
+      socket_(carrier == Carrier::kTcp ? relay.Place("TCP") : relay.WebSocketAddress()),
       relay_(relay.PublicKey()) {
     if (carrier_ == Carrier::kTcp) return;
     socket_.Send(

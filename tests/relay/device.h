@@ -45,6 +45,7 @@ public:
     RunningRelay& operator=(const RunningRelay&) = delete;
 
     std::string Place(const std::string& name) const { return places_.at("BRENNIX_RELAY_" + name); }
+    std::string WebSocketAddress() const;  // "127.0.0.1:PORT"
     Point PublicKey() const;
     std::string Command(const std::string& line);  // the answer line
     std::uint64_t Violations();

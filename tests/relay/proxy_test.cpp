@@ -7,12 +7,6 @@
 namespace brennix::test {
 namespace {
 
-// "127.0.0.1:PORT" of the WebSocket port.
-std::string WebSocketServer(const RunningRelay& relay) {
-    const std::string place = relay.Place("WS").substr(5);
-    return place.substr(0, place.find('/'));
-}
-
 TEST(RelayProxy, ConnectsToTheRelayByName) {
     RunningRelay relay;
     relay.Command("proxy map relay.test:443 " + relay.Place("TCP"));
@@ -32,7 +26,7 @@ TEST(RelayProxy, ReportsAnUnknownTarget) {
 
 TEST(RelayProxy, ForwardsARequestWithAnAbsoluteUrl) {
     RunningRelay relay;
-    const std::string server = WebSocketServer(relay);
+    const std::string server = relay.WebSocketAddress();
     Socket socket(relay.Place("PROXY"));
     socket.Send("GET http://" + server + "/dongles?a=b HTTP/1.1\r\nHost: " + server +
                 "\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"

@@ -231,8 +231,7 @@ TEST(RelayWebSocket, AnswersPingAndClose) {
 
 TEST(RelayWebSocket, RejectsAMalformedUpgrade) {
     RunningRelay relay;
-    const std::string place = relay.Place("WS").substr(5);
-    Socket socket(place.substr(0, place.find('/')));
+    Socket socket(relay.WebSocketAddress());
     socket.Send("GET / HTTP/1.1\r\nHost: a\r\n\r\n");
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 400"));
 }
@@ -286,8 +285,7 @@ TEST(RelayWebSocket, SendsATextMessageByRule) {
 
 TEST(RelayWebSocket, AnswersTheUpgradeWithTheStatusOfTheRule) {
     RunningRelay relay({"once accept http 503"});
-    const std::string place = relay.Place("WS").substr(5);
-    Socket socket(place.substr(0, place.find('/')));
+    Socket socket(relay.WebSocketAddress());
     socket.Send(
         "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
         "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
@@ -297,8 +295,7 @@ TEST(RelayWebSocket, AnswersTheUpgradeWithTheStatusOfTheRule) {
 
 TEST(RelayWebSocket, RejectsAHeadThatIsTooLong) {
     RunningRelay relay;
-    const std::string place = relay.Place("WS").substr(5);
-    Socket socket(place.substr(0, place.find('/')));
+    Socket socket(relay.WebSocketAddress());
     socket.Send("GET / HTTP/1.1\r\nHost: " + std::string(9000, 'a'));
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 431"));
 }
