@@ -20,7 +20,7 @@ protected:
 TEST_F(Control, BadLineIsAnsweredWithWhatIsExpected) {
     EXPECT_EQ(simulator_.Command("frobnicate"), "error: unknown command \"frobnicate\", try help");
     EXPECT_EQ(simulator_.Command("@7 stats"), "error: no dongle @7");
-    EXPECT_EQ(simulator_.Command("@x stats"), "error: expected a number behind @, found \"x\"");
+    EXPECT_EQ(simulator_.Command("@x stats"), "error: expected a number after @, found \"x\"");
     EXPECT_EQ(simulator_.Command("garbage many"),
               "error: garbage: expected a number of bytes, found \"many\"");
     EXPECT_EQ(simulator_.Command("send 0G"), "error: send: expected hex bytes, found \"0G\"");

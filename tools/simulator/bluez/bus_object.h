@@ -25,7 +25,7 @@ public:
     struct Method {
         const char* name;
         const char* input;   // D-Bus signature
-        const char* output;  // likewise
+        const char* output;  // D-Bus signature
         // May keep the call and answer later. An sdbus::Error that it throws is the answer.
         std::function<void(sdbus::MethodCall call)> handler;
     };

@@ -42,7 +42,7 @@ std::optional<std::size_t> TakeMark(std::string_view* rest, char mark) {
     const char* const end = word.data() + word.size();
     const auto [stop, error] = std::from_chars(word.data(), end, number);
     if (error != std::errc() || stop != end) {
-        throw UsageError(std::string("expected a number behind ") + mark + ", found \"" +
+        throw UsageError(std::string("expected a number after ") + mark + ", found \"" +
                          std::string(word) + "\"");
     }
     return number;

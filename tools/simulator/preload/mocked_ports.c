@@ -2,8 +2,8 @@
  * Loaded into programs that run under the mocked USB bus (LD_PRELOAD), before the mock's own
  * library: opens the pseudo-terminal behind a mocked serial port directly.
  *
- * Opened by its mocked name, a device has all its ioctls answered by the mock, which knows none of
- * a terminal's. The pseudo-terminal itself knows them all and answers without a detour.
+ * For a device opened by its mocked name, the mock answers all ioctls and knows none of a
+ * terminal's. The pseudo-terminal itself knows them all, and answers directly.
  */
 
 #define _GNU_SOURCE
@@ -25,8 +25,8 @@ static int is_serial_port(const char* path) {
 }
 
 /*
- * Straight to the C library: the mock's own functions, which would be next, take over the ioctls of
- * whatever they open below /dev.
+ * Calls the C library directly: the mock's functions, which would be next, take over the ioctls of
+ * everything that they open below /dev.
  */
 static int open_directly(const char* path, int flags) {
     static int (*libc_open)(const char*, int, ...);
@@ -54,7 +54,7 @@ static int open_mocked_port(const char* path, int flags, int* file) {
     char target[PATH_MAX];
     const ssize_t size = readlink(link, target, sizeof target - 1);
     if (size < 0) {
-        errno = ENOENT; /* pulled out; a real port of the same name is never opened */
+        errno = ENOENT; /* unplugged; a real port of the same name is never opened */
         return 1;
     }
     target[size] = '\0';
@@ -67,7 +67,7 @@ static mode_t mode_argument(int flags, va_list arguments) {
                                                                       : 0;
 }
 
-/* The same function under each of the names that programs call it by. */
+/* The same function under each name that programs use. */
 #define DEFINE_OPEN(name)                                           \
     EXPORT int name(const char* path, int flags, ...) {             \
         static int (*next)(const char*, int, ...);                  \

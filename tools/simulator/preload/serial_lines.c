@@ -1,9 +1,9 @@
 /*
- * Loaded into Wine (LD_PRELOAD): lets a pseudo-terminal have modem lines.
+ * Loaded into Wine (LD_PRELOAD): gives a pseudo-terminal modem lines.
  *
- * Wine waits for communication events by looking at the modem lines as well. A pseudo-terminal has
- * none, so Wine gives up each such wait at once, where a real port would wait for data. With this,
- * a port behind a pseudo-terminal shows a device that is always ready.
+ * To wait for communication events, Wine also reads the modem lines. A pseudo-terminal has none, so
+ * Wine ends each such wait at once, where a real port would wait for data. With this library a
+ * pseudo-terminal looks like a device that is always ready.
  */
 
 #define _GNU_SOURCE
@@ -31,7 +31,7 @@ __attribute__((visibility("default"))) int ioctl(int fd, unsigned long request, 
     if (result == 0 || request != TIOCMGET) return result;
     const int error = errno;
     struct termios settings;
-    /* A terminal that is still there; one that was hung up keeps its error. */
+    /* The terminal still exists; one that was hung up keeps its error. */
     if (next_ioctl()(fd, TCGETS, &settings) != 0) {
         errno = error;
         return result;

@@ -10,7 +10,7 @@
 namespace brennix {
 
 constexpr std::uint32_t kNoAnswerInTime = 0xFFFFFFFF;     // wait time of a CRES
-constexpr std::uint32_t kMultiResponseMark = 0xFFFFFFFD;  // likewise
+constexpr std::uint32_t kMultiResponseMark = 0xFFFFFFFD;  // wait time of a CRES in multi form
 constexpr std::uint32_t kMultiRequestMark = 0xFFFFEEEE;   // physical CAN id of a CREQ
 
 struct Responder {

@@ -120,7 +120,7 @@ void TakeArguments(const ActionRow& row, std::string_view rest, FaultRule* rule)
             rule->bytes.assign(rest.begin(), rest.end());
             return;
     }
-    if (!rest.empty()) throw UsageError("\"" + std::string(rest) + "\" behind " + row.usage);
+    if (!rest.empty()) throw UsageError("\"" + std::string(rest) + "\" after " + row.usage);
 }
 
 void CheckArguments(const FaultRule& rule) {

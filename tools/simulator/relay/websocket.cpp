@@ -274,7 +274,7 @@ void WebSocketServer::HandleClose(ByteSpan payload) {
         if (!IsCloseCode(static_cast<unsigned>(LoadBigEndian(payload.first(2))))) {
             return Fail(kProtocolError, "close with an impossible code");
         }
-        if (!IsUtf8(payload.subspan(2))) return Fail(kInvalidPayload, "close reason is no UTF-8");
+        if (!IsUtf8(payload.subspan(2))) return Fail(kInvalidPayload, "close reason is not UTF-8");
     }
     // The client gets its own code back.
     if (state_ == State::kOpen)

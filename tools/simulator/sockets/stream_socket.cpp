@@ -77,7 +77,7 @@ public:
 private:
     SSL* ssl_;
     BIO* in_;   // owned by the SSL object
-    BIO* out_;  // likewise
+    BIO* out_;  // owned by the SSL object
 };
 
 StreamSocket::StreamSocket(EventLoop* loop, int fd, SSL_CTX* tls, Handlers handlers)

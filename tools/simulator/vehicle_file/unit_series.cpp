@@ -79,7 +79,7 @@ Series ReadSeries(const Json& value, const std::string& path) {
     }
     const JsonObject object(own, path, kOwnKeys);
     series.count = object.Number("count", 1, kMaxUnits).value_or(1);
-    object.Require("name", "the control units' name, which a number is put behind");
+    object.Require("name", "the control units' name, to which a number is appended");
     series.name = ReadName(object);
     object.Require("request", "the CAN id of the first one's requests, as hex text");
     object.Require("response", "the CAN id of the first one's responses, as hex text");
