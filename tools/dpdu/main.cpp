@@ -1,4 +1,4 @@
-// dpdu: diagnostic requests through any D-PDU API library.
+// dpdu: diagnostic requests through any D-PDU API library
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -10,7 +10,7 @@
 namespace dpdu {
 namespace {
 
-// A program that reads JSON gets a document for a failure too.
+// With --json a failure is also a document.
 int ReportFailure(const Failure& failure, Output* output) {
     ErrorLine(failure.what());
     if (output->AsJson()) {

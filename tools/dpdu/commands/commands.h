@@ -1,6 +1,6 @@
-// The commands of the program, one source file each. A command returns true when everything that
-// it was asked for went well; what went wrong is then in its output or on standard error. It throws
-// Failure or UsageError when it cannot go on at all.
+// The commands of the program, one source file each. A command returns true if it fully succeeded;
+// otherwise its output or standard error shows what failed. It throws Failure or UsageError if it
+// cannot continue.
 
 #ifndef TOOLS_DPDU_COMMANDS_COMMANDS_H
 #define TOOLS_DPDU_COMMANDS_COMMANDS_H
@@ -22,17 +22,17 @@
 
 namespace dpdu {
 
-// Options that every command takes.
+// Options of every command that uses a library.
 struct CommonOptions {
     std::string library;        // empty: this project's library beside the program
     std::string option_string;  // for PDUConstruct
-    std::string module;         // text that the module's name must contain; empty: any
+    std::string module;         // text that the module's name or interface must contain; empty: any
     double wait_seconds = 3;    // how long to look for a module
     bool as_json = false;
-    bool is_verbose = false;  // show the lines that the library prints
+    bool is_verbose = false;  // show lines that the library prints
 
     std::string LibraryPath() const { return library.empty() ? DefaultLibraryPath() : library; }
-    // Throws Failure when it cannot be loaded.
+    // Throws Failure if the library cannot be loaded.
     PduFunctions LoadFunctions() const { return LoadPduFunctions(library); }
     std::chrono::milliseconds Wait() const {
         return std::chrono::milliseconds(static_cast<std::int64_t>(wait_seconds * 1000));
@@ -43,7 +43,7 @@ struct RequestOptions {
     Bytes request;
     std::vector<EcuAddress> ecus{EcuAddress{}};
     std::optional<std::uint32_t> functional_id;
-    std::vector<ExpectedResponse> expected;  // empty: the positive and the negative response
+    std::vector<ExpectedResponse> expected;  // empty: positive and negative by service byte
     LinkOptions link;
 };
 
@@ -51,7 +51,7 @@ struct FunctionalOptions {
     Bytes request;
     std::vector<NamedUnit> units;
     std::uint32_t functional_id = 0x7DF;
-    bool one_is_enough = false;  // one positive answer makes it a success
+    bool one_is_enough = false;  // one positive answer is a success
     LinkOptions link;
 };
 
@@ -73,7 +73,7 @@ struct ComParamOptions {
     LinkOptions link;
 };
 
-// One kind of object that PDUGetObjectId knows.
+// An object type of PDUGetObjectId.
 struct ObjectType {
     const char* name;  // on the command line
     T_PDU_OBJT type;
@@ -81,13 +81,13 @@ struct ObjectType {
 std::span<const ObjectType> ObjectTypes();
 
 struct ObjectsOptions {
-    std::vector<std::string> names;  // empty: all that are known
+    std::vector<std::string> names;  // empty: all known names
     std::string type;                // name of an object type; empty: any
     std::string filter;              // list; empty: all
 };
 
 struct IoCtlOptions {
-    std::string command;   // short name, name of the standard or number
+    std::string command;   // short name, name in the standard, or number
     std::string argument;  // "", "VALUE" or "TYPE=VALUE"
 };
 
@@ -99,28 +99,28 @@ struct TesterPresentOptions {
 };
 
 struct MonitorOptions {
-    Bytes request;  // empty: nothing is sent
+    Bytes request;  // empty: send nothing
     EcuAddress ecu;
     std::chrono::milliseconds period{1000};
     std::optional<std::chrono::milliseconds> limit;
-    std::uint64_t count = 0;  // end after so many events; 0: no such end
+    std::uint64_t count = 0;  // end after this many events; 0: no limit
     LinkOptions link;
 };
 
 struct RawSendOptions {
     CanFrame frame;
-    std::uint32_t repeat = 1;  // how often; 0: until interrupted
+    std::uint32_t repeat = 1;  // number of times; 0: until interrupted
     std::chrono::milliseconds period{100};
     T_PDU_COPT primitive = PDU_COPT_STARTCOMM;
     LinkOptions link = RawLinkOptions();
 };
 
-// How received frames are shown.
+// Output format of received frames.
 enum class FrameStyle { kCandump, kCandumpLog, kTable };
 
 struct RawListenOptions {
     std::vector<CanFilter> filters;  // empty: all identifiers
-    std::uint64_t count = 0;         // end after so many frames; 0: no such end
+    std::uint64_t count = 0;         // end after this many frames; 0: no limit
     std::optional<std::chrono::milliseconds> limit;
     FrameStyle style = FrameStyle::kCandump;
     LinkOptions link = RawLinkOptions();
@@ -128,16 +128,16 @@ struct RawListenOptions {
 
 struct TraceOptions {
     std::vector<std::string> files;
-    std::uint32_t slowest = 10;    // summary: how many of the slowest requests
+    std::uint32_t slowest = 10;    // summary: number of slowest requests to show
     trace::TimelineFilter filter;  // timeline
-    bool is_waterfall = false;     // timeline: bars stand where their requests were
-    std::size_t columns = 0;       // timeline; 0: as the terminal has
+    bool is_waterfall = false;     // timeline: place bars at their requests' times
+    std::size_t columns = 0;       // timeline; 0: width of the terminal
     std::string format;            // export: candump, asc or chrome
     std::string target;            // export: the file to write; empty: standard output
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
-// True: nothing that it looked at is wrong.
+// True if nothing is wrong.
 bool RunDoctor(const CommonOptions& common, Output* output);
 bool RunVersion(const CommonOptions& common, Output* output);
 bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);

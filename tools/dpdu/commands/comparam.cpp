@@ -37,7 +37,7 @@ void Print(const std::vector<NamedParam>& params, Output* output) {
     output->Table(rows);
 }
 
-// A link to look through, with the values as the library has them.
+// An offline link for reading the library's values.
 class ParamLink {
 public:
     ParamLink(const CommonOptions& common, const ComParamOptions& options)
@@ -69,7 +69,7 @@ bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
     return true;
 }
 
-// Shows what the library holds afterwards, read back.
+// Shows the values read back from the library.
 bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output) {
     const ParamLink link(common, options);
     for (const auto& [name, text] : options.assignments)

@@ -12,7 +12,7 @@ namespace {
 struct Result {
     EcuAddress ecu;
     std::optional<TroubleCodeReport> report;
-    std::string problem;  // why there is no report
+    std::string problem;  // why there is no report; empty: there is one
 };
 
 Result ReadReport(const EcuReply& reply) {
@@ -79,7 +79,7 @@ void Print(const Result& result, Output* output) {
 
 bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output) {
     ModuleSession module(common);
-    const Bytes request = {0x19, 0x02, options.status_mask};
+    const Bytes request = TroubleCodeRequest(options.status_mask);
     Json list = Json::array();
     std::size_t failed = 0;
     for (const EcuReply& reply :

@@ -54,7 +54,7 @@ std::string DateText(const std::tm& fields) {
     return text;
 }
 
-// The C library keeps one record for all callers; only this program's main thread asks.
+// `convert` returns a static record; only the main thread calls this.
 std::tm FieldsOf(WallTime time, std::tm* (*convert)(const std::time_t*)) {
     const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
     const std::tm* fields = convert(&seconds);

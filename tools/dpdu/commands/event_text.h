@@ -1,4 +1,4 @@
-// Events of a library as lines for people and as JSON.
+// A library's events as text lines and as JSON.
 
 #ifndef TOOLS_DPDU_COMMANDS_EVENT_TEXT_H
 #define TOOLS_DPDU_COMMANDS_EVENT_TEXT_H
@@ -15,12 +15,12 @@ struct Event {
     std::string source;  // "system", "module 0", "link 1", "request 7"
     std::string kind;    // "info", "status", "error", "result", "module", "monitor"
     std::string text;
-    std::string data;  // of a result: its bytes as hexadecimal digits
+    std::string data;  // result: its bytes in hexadecimal
     UNUM32 timestamp_us = 0;
-    bool has_timestamp = false;  // false: it did not come as an item
+    bool has_timestamp = false;  // false: not from an event item
 };
 
-// `source` says whose queue the item comes from; a ComPrimitive's own events name that instead.
+// `source` names the queue that the item comes from; an event of a ComPrimitive names that instead.
 Event ReadEvent(const PDU_EVENT_ITEM& item, const std::string& source);
 
 using WallTime = std::chrono::system_clock::time_point;

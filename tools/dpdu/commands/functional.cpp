@@ -18,7 +18,7 @@ std::vector<EcuAddress> Addresses(const std::vector<NamedUnit>& units) {
     return addresses;
 }
 
-// Replies come in the order of the units; behind them are those of senders that nobody asked.
+// Replies are in the order of the units, followed by those of unknown senders.
 std::string NameOf(const std::vector<NamedUnit>& units, std::size_t position) {
     return position < units.size() ? units[position].name : "";
 }

@@ -10,9 +10,9 @@
 namespace dpdu {
 namespace {
 
-// What is to be done, before any library is asked.
+// What the command line asks for, resolved without a library.
 struct Plan {
-    std::string name;  // of the standard, or the number
+    std::string name;  // name in the standard, or the number
     std::optional<UNUM32> number;
     std::string input_type = "none";
     std::string input_text;

@@ -1,4 +1,4 @@
-// What most commands begin with.
+// The library and module that most commands use.
 
 #ifndef TOOLS_DPDU_COMMANDS_MODULE_SESSION_H
 #define TOOLS_DPDU_COMMANDS_MODULE_SESSION_H
@@ -9,7 +9,7 @@
 
 namespace dpdu {
 
-// A library in use with the one module that the options choose.
+// A constructed library with the one module chosen by the options, connected.
 class ModuleSession {
 public:
     explicit ModuleSession(const CommonOptions& common);

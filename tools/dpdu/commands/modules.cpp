@@ -17,7 +17,7 @@ Json ModuleJson(const ModuleInfo& module) {
             {"vendorAdditionalInfo", module.additional_info}};
 }
 
-// Libraries that do not name their modules by key='value' show the whole text.
+// The whole vendor name if the library does not use key='value'.
 Row ModuleRow(const ModuleInfo& module) {
     const std::string handle = std::to_string(module.handle);
     if (module.name.empty()) return {handle, module.vendor_name, "", "", StateText(module.state)};

@@ -18,14 +18,14 @@ namespace {
 
 using Clock = Deadline::Clock;
 
-// A scan blocks, so it is rare while there is something to listen to, unless something went wrong:
-// libraries may notice only then that a module has gone.
+// A scan blocks, so it is rare while a link is open. After an error it is done sooner: some
+// libraries notice only during a scan that a module is gone.
 constexpr std::chrono::milliseconds kTimeBetweenScans{5000};
 constexpr std::chrono::milliseconds kTimeBetweenScansAfterErrors{500};
 constexpr std::chrono::milliseconds kTimeBetweenSearches{300};
 constexpr std::chrono::milliseconds kTimeBetweenLooks{200};
 
-// An action that is due every so often, at once for the first time.
+// A periodic action; due at once the first time.
 class Timer {
 public:
     explicit Timer(std::chrono::milliseconds period) : period_(period) {}
@@ -42,7 +42,7 @@ private:
     Clock::time_point next_{};
 };
 
-// Prints events and knows when it is time to end.
+// Prints events and checks for the end of the command.
 class Journal {
 public:
     Journal(const MonitorOptions& options, Output* output)
@@ -81,7 +81,7 @@ private:
 
 std::string ModuleSource(UNUM32 handle) { return "module " + std::to_string(handle); }
 
-// Reports modules that are new or in another state than when they were last looked at.
+// Reports new modules and changed module states.
 class ModuleChanges {
 public:
     explicit ModuleChanges(Journal* journal) : journal_(journal) {}
@@ -101,7 +101,7 @@ private:
     std::map<UNUM32, T_PDU_STATUS> states_;
 };
 
-// One use of the library, from its construction until the module has gone or everything ends.
+// One use of the library, from its construction until the module is gone or the command ends.
 class Observation {
 public:
     Observation(const CommonOptions& common, const MonitorOptions& options,
@@ -118,7 +118,7 @@ public:
         try {
             Observe(*module);
         } catch (const Failure& failure) {
-            // What fails because the dongle has just been pulled out is part of the story.
+            // A failure because the dongle was just unplugged is reported as an event.
             if (!IsModuleGone(&session_, *module)) throw;
             journal_->Note("monitor", "error", std::string("error: ") + failure.what());
         }
@@ -151,7 +151,7 @@ private:
         Timer scan_after_error(kTimeBetweenScansAfterErrors);
         Timer look(kTimeBetweenLooks);
         Timer request(options_.period);
-        scan.IsDue();  // it has just been done
+        scan.IsDue();  // the scan above was the first
         while (journal_->GoesOn()) {
             TakeAllEvents(link.Handles());
             if (!options_.request.empty() && !running_) StartNext(&link, &request);
@@ -169,7 +169,7 @@ private:
         }
     }
 
-    // Communication first, then one request after the other.
+    // Starts communication first, then one request after the other.
     void StartNext(Link* link, Timer* request) {
         if (!has_begun_) {
             has_begun_ = true;
@@ -208,13 +208,13 @@ private:
     ModuleChanges changes_;
     bool has_begun_ = false;
     bool has_error_ = false;         // since the last scan
-    std::optional<UNUM32> running_;  // the ComPrimitive that has not ended yet
+    std::optional<UNUM32> running_;  // the ComPrimitive in execution
 };
 
 }  // namespace
 
-// A dongle that was pulled out comes back with a new construction of the library, so that is how
-// each observation starts.
+// An unplugged dongle can come back only after a new construction of the library, so each
+// observation starts with one.
 bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output) {
     const PduFunctions functions = common.LoadFunctions();
     Journal journal(options, output);

@@ -15,7 +15,7 @@ constexpr ObjectType kTypes[] = {
     {"pin-type", PDU_OBJT_PINTYPE},  {"resource", PDU_OBJT_RESOURCE},
 };
 
-// Short names of the standard that libraries may know, and of this project's own.
+// Short names from the standard that libraries may know, and this project's own.
 struct KnownObject {
     T_PDU_OBJT type;
     const char* name;
@@ -79,7 +79,7 @@ std::vector<FoundObject> ListObjects(const Session& session, const ObjectsOption
     return found;
 }
 
-// The same name may stand for objects of several types.
+// The same name may exist for several object types.
 std::size_t LookUp(const Session& session, const std::string& name, const std::string& wanted_type,
                    std::vector<FoundObject>* found) {
     std::size_t count = 0;

@@ -10,7 +10,7 @@
 namespace dpdu {
 namespace {
 
-// How often a live table is drawn.
+// Time between updates of a live table.
 constexpr std::chrono::milliseconds kTimeBetweenTables{200};
 
 std::uint64_t MicrosecondsSince1970() {
@@ -19,7 +19,7 @@ std::uint64_t MicrosecondsSince1970() {
         std::chrono::duration_cast<std::chrono::microseconds>(now).count());
 }
 
-// Shows frames as they come, and the totals in the end.
+// Shows frames as they arrive, and totals at the end.
 class Listener {
 public:
     Listener(const RawListenOptions& options, Output* output)
@@ -36,7 +36,7 @@ public:
         if (options_.style != FrameStyle::kTable) Show(frame, time_us);
     }
 
-    // After each look at the queue.
+    // Called after each reading of the queue.
     void Refresh() {
         const auto now = Deadline::Clock::now();
         const bool has_table = options_.style == FrameStyle::kTable && output_->IsLive();
@@ -56,7 +56,7 @@ public:
         } else if (options_.style == FrameStyle::kTable && output_->IsLive()) {
             output_->LiveTable(counts_.Rows());
         } else if (options_.style == FrameStyle::kCandumpLog) {
-            ErrorLine(frames);  // a log holds frames and nothing else
+            ErrorLine(frames);  // a log contains only frames
         } else {
             if (options_.style == FrameStyle::kCandump && counts_.Total() > 0) output_->Line("");
             output_->Table(counts_.Rows());
@@ -88,7 +88,7 @@ private:
     Output* output_;
     FrameCounts counts_;
     TimestampExtender time_;
-    std::uint64_t first_ = 0;  // microseconds since 1970 of the time from which frames are counted
+    std::uint64_t first_ = 0;  // when counting began, in microseconds since 1970
     Deadline::Clock::time_point next_table_{};
     std::unique_ptr<Progress> progress_ = std::make_unique<Progress>("waiting for frames");
 };

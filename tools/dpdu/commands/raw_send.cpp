@@ -8,7 +8,7 @@
 namespace dpdu {
 namespace {
 
-// Returns how many were sent before the end or an interruption.
+// Returns the number of frames sent until the end or an interruption.
 std::uint64_t SendAll(const ModuleSession& module, const RawSendOptions& options) {
     RawLink link(module.Module(), options.link);
     Watch watch(module.Module(), std::nullopt);

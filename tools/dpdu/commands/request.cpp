@@ -19,7 +19,8 @@ Json RequestJson(const RequestOptions& options, const std::vector<EcuReply>& rep
     return document;
 }
 
-// One control unit: the bare answer, for use in scripts; the explanation goes to standard error.
+// One control unit: only the answer's bytes, for use in scripts; an explanation goes to standard
+// error.
 void PrintOne(const EcuReply& reply, Output* output) {
     for (const Answer& answer : reply.answers)
         output->Line(HexText(answer.data, " "));
@@ -27,7 +28,7 @@ void PrintOne(const EcuReply& reply, Output* output) {
     if (!problem.empty()) ErrorLine(EcuAddressText(reply.ecu) + ": " + problem);
 }
 
-// Several: one row for each, and one more for each further answer of the same.
+// Several control units: a row each, and a further row for every additional answer.
 void PrintRows(const std::vector<EcuReply>& replies, Output* output) {
     std::vector<Row> rows;
     for (const EcuReply& reply : replies) {

@@ -23,7 +23,7 @@ void ThrowOnError(const PDU_EVENT_ITEM& item) {
     throw Failure(ErrorEventText(static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId));
 }
 
-// Until the time is over or the user ends it.
+// Until the time is up or the user ends it.
 void KeepAlive(const ConnectedModule& module, const TesterPresentOptions& options) {
     Link link(module, options.link, {options.ecus, options.functional_id});
     link.StartCommunication();

@@ -20,7 +20,7 @@ std::string LinesText(const trace::LineCount& lines, const char* kind) {
            " (first: line " + std::to_string(lines.first) + ")";
 }
 
-// What is wrong with a file is told and passed over: the rest of it is as good as ever.
+// Reports damaged and unknown lines, which are skipped; the rest of the file is still used.
 void ReportLines(const std::string& path, const trace::ReadReport& report) {
     if (report.damaged.count > 0) {
         ErrorLine("'" + path + "': " + LinesText(report.damaged, "damaged") + " passed over");
@@ -36,7 +36,7 @@ trace::ReadReport ReadFile(const std::string& path, const trace::LineReader::Han
     return report;
 }
 
-// The file of an export, which is taken away again unless it was finished.
+// The output file of an export. Removed unless the export completes.
 class TargetFile {
 public:
     explicit TargetFile(const std::string& path) : path_(path) {
@@ -76,7 +76,7 @@ std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output*
     return trace::MakeChromeExporter(output);
 }
 
-// The two logs have one line of time, and the traces of several processes may overlap.
+// A log has a single time axis, but traces of several processes may overlap.
 void CheckExport(const TraceOptions& options) {
     if (options.files.size() > 1 && options.format != "chrome") {
         throw UsageError("only the format chrome takes several traces at once");

@@ -9,13 +9,13 @@ namespace {
 
 UNUM32 ByteOf(UNUM32 packed, int position) { return (packed >> (8 * position)) & 0xFF; }
 
-// One number a byte: major, minor, revision, 0.
+// One number per byte: major, minor, revision, 0.
 std::string VersionText(UNUM32 packed) {
     return std::to_string(ByteOf(packed, 3)) + "." + std::to_string(ByteOf(packed, 2)) + "." +
            std::to_string(ByteOf(packed, 1));
 }
 
-// One number a byte: years since 1970, month, day, 0. An empty text when there is none.
+// One number per byte: years since 1970, month, day, 0. Empty if there is no date.
 std::string DateText(UNUM32 packed) {
     if (packed == 0) return "";
     char text[32];

@@ -10,12 +10,12 @@ namespace dpdu {
 namespace {
 
 const Bytes kReadVin = {0x22, 0xF1, 0x90};
-constexpr std::size_t kIdentifierBytes = 2;  // behind the service, repeated in the answer
+constexpr std::size_t kIdentifierBytes = 2;  // after the service; repeated in the answer
 
 struct Vin {
     EcuAddress ecu;
-    std::string text;     // empty: see problem
-    std::string problem;  // also set for a text that is no proper VIN
+    std::string text;     // empty if there is no VIN
+    std::string problem;  // also set if the text is not a well-formed VIN
 };
 
 Vin ReadVin(const EcuReply& reply) {

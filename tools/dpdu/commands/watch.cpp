@@ -6,7 +6,7 @@
 namespace dpdu {
 namespace {
 
-// Looking for modules may block for some tenths of a second.
+// The check is not done more often because looking for modules may block for several 100 ms.
 constexpr std::chrono::milliseconds kSilenceBeforeLook{2000};
 
 }  // namespace

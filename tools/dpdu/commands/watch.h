@@ -1,4 +1,4 @@
-// Keeping a command going until its time is over or the user ends it.
+// Runs a command until its time is up or the user ends it.
 
 #ifndef TOOLS_DPDU_COMMANDS_WATCH_H
 #define TOOLS_DPDU_COMMANDS_WATCH_H
@@ -10,12 +10,12 @@
 
 namespace dpdu {
 
-// An optional end.
+// An optional time limit.
 class Deadline {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // Never, when there is no limit.
+    // Without a limit it is never over.
     explicit Deadline(std::optional<std::chrono::milliseconds> limit);
 
     bool IsOver() const { return end_ && Clock::now() >= *end_; }
@@ -28,16 +28,16 @@ class Watch {
 public:
     Watch(const ConnectedModule& module, std::optional<std::chrono::milliseconds> limit);
 
-    // Waits until the library has reported something, but not for long. False when the time is over
-    // or the user has interrupted the program. Throws Failure when the module has gone, which is
-    // looked into when there has been no sign of life for a while.
+    // Waits a short time for an event. False if the time is up or the user has interrupted the
+    // program. Throws Failure if the module is gone; that is checked after some time without a sign
+    // of life.
     bool Wait();
-    // Waits until a point in time, whatever is reported meanwhile, and does not look at the module:
-    // that would take too long.
+    // Waits until a point in time, regardless of events. Does not check the module, which would
+    // take too long.
     bool WaitUntil(Deadline::Clock::time_point next);
 
     void NoteSignOfLife();
-    // Throws Failure when the module has gone.
+    // Throws Failure if the module is gone.
     void LookAtModule() const;
 
 private:

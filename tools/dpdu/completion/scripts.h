@@ -1,4 +1,4 @@
-// The completion scripts of the shells, made from the commands that the program knows.
+// Completion scripts for shells, generated from the program's commands.
 
 #ifndef TOOLS_DPDU_COMPLETION_SCRIPTS_H
 #define TOOLS_DPDU_COMPLETION_SCRIPTS_H

@@ -1,4 +1,4 @@
-// The two ways in which a command ends early. main turns them into one line and an exit code.
+// The two reasons for a command to end early. main turns them into one line and an exit code.
 
 #ifndef TOOLS_DPDU_CONSOLE_FAILURE_H
 #define TOOLS_DPDU_CONSOLE_FAILURE_H
@@ -7,7 +7,7 @@
 
 namespace dpdu {
 
-// What the program returns to the shell; part of --help.
+// Exit codes, as --help lists them.
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailure = 1;
 inline constexpr int kExitUsage = 2;

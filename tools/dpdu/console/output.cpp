@@ -33,7 +33,7 @@ void Output::LiveTable(const std::vector<Row>& rows) {
 }
 
 void Output::Document(const Json& document) {
-    // Texts from a module may hold any byte; a JSON document may not.
+    // Texts from a module may contain any byte; JSON must be valid UTF-8.
     Line(document.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 

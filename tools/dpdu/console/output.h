@@ -1,4 +1,4 @@
-// The program's answers on standard output, as text or as one JSON document.
+// The program's results on standard output, as text or as one JSON document.
 
 #ifndef TOOLS_DPDU_CONSOLE_OUTPUT_H
 #define TOOLS_DPDU_CONSOLE_OUTPUT_H
@@ -15,43 +15,43 @@ using Row = std::vector<std::string>;
 
 class Output {
 public:
-    // The stream stays the caller's. A live one is a terminal on which lines can be written anew.
+    // The caller keeps the stream. Live: a terminal on which lines can be overwritten.
     Output(std::FILE* stream, bool as_json, bool is_live = false)
         : stream_(stream), as_json_(as_json), is_live_(is_live) {}
 
     bool AsJson() const { return as_json_; }
-    // Of the terminal that is written to; 100 when it is none.
+    // Width of the terminal; 100 if the stream is not a terminal.
     std::size_t Columns() const;
     bool IsLive() const { return is_live_; }
 
     void Line(const std::string& text);
-    // The same without a line end.
+    // Like Line, without a line end.
     void Text(const std::string& text);
-    // Left-aligned columns, two blanks apart.
+    // Left-aligned columns, two spaces apart.
     void Table(const std::vector<Row>& rows);
-    // Like Table, in the place of the last live table. Needs IsLive().
+    // Like Table, but overwrites the previous live table. Needs IsLive().
     void LiveTable(const std::vector<Row>& rows);
     void Document(const Json& document);
-    // A document on a line of its own, for commands that report as they go.
+    // One document on one line, for commands that report continuously.
     void JsonLine(const Json& document);
 
-    // Hands everything over to whoever reads. Throws Failure when that was not possible.
+    // Writes out everything buffered. Throws Failure if that fails.
     void Flush();
 
 private:
     std::FILE* stream_;
     bool as_json_;
     bool is_live_;
-    std::size_t live_lines_ = 0;  // of the table that the next one replaces
+    std::size_t live_lines_ = 0;  // of the current live table
 };
 
 // The lines of a table.
 std::vector<std::string> TableLines(const std::vector<Row>& rows);
 
-// "dpdu: ..." on standard error, whatever the text holds on one line.
+// Prints "dpdu: ..." on standard error, always as one line.
 void ErrorLine(const std::string& text);
 
-// The same text without line ends and other control characters.
+// The text without line ends and other control characters.
 std::string OnOneLine(const std::string& text);
 
 }  // namespace dpdu

@@ -1,4 +1,4 @@
-// Tells a waiting user what the program is doing, once that takes longer than a second.
+// Shows a waiting user what the program is doing if it takes longer than a second.
 
 #ifndef TOOLS_DPDU_CONSOLE_PROGRESS_H
 #define TOOLS_DPDU_CONSOLE_PROGRESS_H
@@ -14,16 +14,16 @@ namespace dpdu {
 
 struct ProgressStyle {
     std::FILE* stream = stderr;
-    bool rewrites_line =
-        false;  // a terminal: one line, rewritten every second and erased at the end
+    // On a terminal: one line, rewritten every second and erased at the end.
+    bool rewrites_line = false;
     std::chrono::milliseconds delay{1000};  // before the first line
 };
 
-// The style for standard error as it is now.
+// The style for standard error: depends on whether it is a terminal.
 ProgressStyle StandardProgressStyle();
 
-// Shows the text for as long as it lives. A thread of its own writes it, because the library's
-// functions block.
+// Shows the text during its lifetime. A separate thread writes it, because the library's functions
+// block.
 class Progress {
 public:
     explicit Progress(std::string text, const ProgressStyle& style = StandardProgressStyle());
@@ -38,7 +38,7 @@ private:
 
     const std::string text_;
     const ProgressStyle style_;
-    std::size_t shown_length_ = 0;  // only the thread touches it while it runs
+    std::size_t shown_length_ = 0;  // while the thread runs, only it uses this
     std::mutex lock_;
     std::condition_variable changed_;
     bool done_ = false;  // guarded by lock_

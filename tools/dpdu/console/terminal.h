@@ -1,4 +1,4 @@
-// The process's own streams and interruption; one implementation per operating system.
+// Standard streams and interruption of the process; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_CONSOLE_TERMINAL_H
 #define TOOLS_DPDU_CONSOLE_TERMINAL_H
@@ -7,26 +7,25 @@
 
 namespace dpdu {
 
-// Where the lines go that a library prints to standard output on its own.
+// Where to send lines that the library itself prints to standard output.
 enum class LibraryLines { kDiscarded, kToStandardError };
 
-// Returns a stream to the real standard output and points the process's standard output elsewhere,
-// so that a library which prints there cannot get between the answers. Call it before the library
-// is loaded. Null when there is no standard output; the stream is the caller's to close.
+// Returns a stream to the real standard output and redirects the process's standard output, so that
+// lines printed by the library do not mix with the results. Call it before the library is loaded.
+// Null if there is no standard output; the caller closes the stream.
 std::FILE* TakeStandardOutput(LibraryLines lines);
 
 bool StandardErrorIsTerminal();
 
-// The columns of the terminal behind the stream; 0 when it is none.
+// Width of the terminal in columns; 0 if the stream is not a terminal.
 int TerminalColumns(std::FILE* stream);
 
-// True when the stream is a terminal that follows escape sequences, which are switched on if need
-// be.
+// True if the stream is a terminal that understands escape sequences; enables them if necessary.
 bool ShowsEscapes(std::FILE* stream);
 
 // From now on an interruption by the user (Ctrl-C, a request to terminate) only sets a flag, so
-// that links and modules are released first. A second interruption ends the process at once.
-// Output into a pipe that nobody reads any more becomes an ordinary write error.
+// that links and modules are released first. A second one ends the process at once. Writing to a
+// pipe without a reader becomes an ordinary write error.
 void CatchInterruptions();
 
 bool WasInterrupted();

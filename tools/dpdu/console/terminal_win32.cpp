@@ -11,23 +11,23 @@ namespace {
 
 constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
-constexpr DWORD kTimeToReleaseMs = 5000;  // Windows grants no more before it ends the process
+constexpr DWORD kTimeToReleaseMs = 5000;  // Windows ends the process after this time
 
 std::atomic<bool> interrupted{false};
 
-// Runs on a thread of its own.
+// Runs on a separate thread.
 BOOL WINAPI OnInterruption(DWORD event) {
     const bool was_interrupted = interrupted.exchange(true);
     if (event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT) return was_interrupted ? FALSE : TRUE;
-    // The process is ended as soon as this returns, so leave the main thread time to release
-    // everything; when it is done it ends the process itself.
+    // Windows ends the process when this returns. Give the main thread time to release everything;
+    // it ends the process when done.
     ::Sleep(kTimeToReleaseMs);
     return TRUE;
 }
 
 void PointStandardOutputAt(int descriptor) {
     ::_dup2(descriptor, kStandardOutput);
-    // A library with a C runtime of its own starts from the handle, not from our descriptor.
+    // A library with its own C runtime uses the handle, not our descriptor.
     ::SetStdHandle(STD_OUTPUT_HANDLE, reinterpret_cast<HANDLE>(::_get_osfhandle(kStandardOutput)));
 }
 

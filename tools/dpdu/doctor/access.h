@@ -1,4 +1,4 @@
-// Who may do what with a file or a port; one implementation per operating system.
+// Access rights to files and ports; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_DOCTOR_ACCESS_H
 #define TOOLS_DPDU_DOCTOR_ACCESS_H
@@ -7,13 +7,13 @@
 
 namespace dpdu {
 
-// Who can read the file beside its owner: "everyone", "the group staff"; empty: nobody.
+// Who can read the file besides its owner: "everyone", "the group staff"; empty: nobody.
 std::string OtherReaders(const std::string& path);
 
-// The command that takes that from them.
+// The command that restricts reading to the owner.
 std::string KeepToOwnerCommand(const std::string& path);
 
-// What keeps this user from opening a serial port, as advice; empty: nothing does.
+// Advice if this user may not open a serial port; empty: no problem.
 std::string PortAdvice(const std::string& path);
 
 }  // namespace dpdu

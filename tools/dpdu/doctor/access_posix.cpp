@@ -23,7 +23,7 @@ std::string OtherReaders(const std::string& path) {
 
 std::string KeepToOwnerCommand(const std::string& path) { return "chmod 600 '" + path + "'"; }
 
-// On Debian the group is dialout.
+// On Debian the port's group is dialout.
 std::string PortAdvice(const std::string& path) {
     struct stat port = {};
     if (access(path.c_str(), R_OK | W_OK) == 0 || stat(path.c_str(), &port) != 0) return "";

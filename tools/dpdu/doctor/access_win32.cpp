@@ -1,5 +1,5 @@
 #include <windows.h>
-// Others want windows.h before them.
+// Other headers need windows.h before them.
 #include <aclapi.h>
 
 #include <array>
@@ -19,7 +19,7 @@ struct WideGroup {
     const char* name;
 };
 
-// Those to which more than one person belongs.
+// Groups with more than one member.
 constexpr std::array<WideGroup, 3> kWideGroups = {{
     {WinWorldSid, "everyone"},
     {WinAuthenticatedUserSid, "every user who has logged in"},
@@ -33,7 +33,7 @@ const char* NameOfWideGroup(PSID sid) {
     return nullptr;
 }
 
-// Null: the entry lets no group read.
+// Null: the entry does not allow a group to read.
 const char* ReaderOf(const ACE_HEADER* header) {
     if (header->AceType != ACCESS_ALLOWED_ACE_TYPE) return nullptr;
     const auto* entry = reinterpret_cast<const ACCESS_ALLOWED_ACE*>(header);
@@ -65,7 +65,7 @@ std::string KeepToOwnerCommand(const std::string& path) {
     return "icacls \"" + path + "\" /inheritance:r /grant:r %USERNAME%:F";
 }
 
-// Every user may open every port.
+// On Windows every user may open every port.
 std::string PortAdvice(const std::string&) { return ""; }
 
 }  // namespace dpdu

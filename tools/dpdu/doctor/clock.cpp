@@ -7,7 +7,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Files from a machine whose clock is a little ahead.
+// Allows for files from a machine whose clock is slightly ahead.
 constexpr std::chrono::hours kTolerance{24};
 
 bool IsFromTheFuture(const std::string& path) {
@@ -21,10 +21,11 @@ bool IsFromTheFuture(const std::string& path) {
 Findings CheckClock(const std::string& library_path, const std::string& config_path) {
     for (const std::string& path : {library_path, config_path}) {
         if (!IsFromTheFuture(path)) continue;
-        return {{Verdict::kWrong, "clock", "stands before the time of " + path,
-                 "set the system's clock; certificates are refused otherwise"}};
+        return {{Verdict::kWrong, "clock", "is earlier than the time stamp of " + path,
+                 "set the system clock; otherwise certificates are refused"}};
     }
-    return {{Verdict::kFine, "clock", "not before the library's and the configuration's own time"}};
+    return {
+        {Verdict::kFine, "clock", "not earlier than the time stamps of library and configuration"}};
 }
 
 }  // namespace dpdu

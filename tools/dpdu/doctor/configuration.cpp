@@ -31,7 +31,7 @@ std::string UserPath() {
     return (fs::path(folder) / "Tarvik" / "Brennix" / "config.json").string();
 }
 
-// A program linked with the library by its bare name knows no folder.
+// A library given by a bare file name has no folder.
 std::string PathBeside(const std::string& library_path) {
     const fs::path folder = fs::path(library_path).parent_path();
     return folder.empty() ? "" : (folder / "config.json").string();
@@ -52,7 +52,7 @@ bool ReadAll(const std::string& path, std::string* text) {
     return !file.bad();
 }
 
-// "line 3: unexpected character"; empty: it is an object.
+// "line 3: unexpected character"; empty if the text is a JSON object.
 std::string FaultOf(const std::string& text) {
     const std::unique_ptr<json_tokener, PutJsonRoot> tokener(json_tokener_new());
     const JsonRoot root(json_tokener_parse_ex(tokener.get(), text.c_str(), -1));
@@ -101,7 +101,7 @@ std::string UnknownKeys(json_object* root) {
     return list;
 }
 
-// A text where true or false belongs counts as true, "false" included.
+// A text instead of true or false counts as true, even "false".
 std::string KeysOfWrongType(json_object* root) {
     std::string list;
     json_object_object_foreach(root, name, value) {
@@ -137,7 +137,7 @@ void AddIfAny(Findings* findings, Verdict verdict, const std::string& keys,
 void AddKeyFindings(const std::string& text, Findings* findings) {
     const JsonRoot root(json_tokener_parse(text.c_str()));
     AddIfAny(findings, Verdict::kWrong, KeysOfWrongType(root.get()),
-             "of a wrong type: ", "write what stands in parentheses");
+             "of a wrong type: ", "use the type in parentheses");
     AddIfAny(findings, Verdict::kWrong, KeysThatAreCut(root.get()),
              "too long and cut: ", "shorten them");
     AddIfAny(findings, Verdict::kNote, KeysThatCountAsOn(root.get()),
@@ -171,7 +171,7 @@ std::string OfBytesRead(std::size_t size) {
            " bytes that are read";
 }
 
-// The library writes the file anew once it has made its key.
+// The library rewrites the file after creating its key.
 void AddSizeAfterKey(const tarvik::Config& config, Findings* findings) {
     if (!config.useCloud || config.devicePrivateKey[0] != '\0') return;
     constexpr std::size_t kKeyDigits = 64;
@@ -180,7 +180,7 @@ void AddSizeAfterKey(const tarvik::Config& config, Findings* findings) {
     findings->push_back({Verdict::kWrong, kConfigSubject,
                          "with the key that the library adds it has " + OfBytesRead(size) +
                              ", and would not be read again",
-                         "shorten the addresses, or empty those that are not used"});
+                         "shorten the addresses, or clear unused ones"});
 }
 
 }  // namespace
@@ -212,12 +212,12 @@ Findings CheckConfiguration(const ConfigFile& file) {
     }
     if (file.text.size() > tarvik::kMaxConfigFileSize) {
         return wrong(file.path + " has " + OfBytesRead(file.text.size()),
-                     "shorten it: leave out blanks and addresses that are not used");
+                     "shorten it: omit spaces and unused addresses");
     }
     if (!file.is_usable) {
         return wrong(
-            file.path + " is no JSON, so every key counts as missing: " + FaultOf(file.text),
-            "put that right");
+            file.path + " is not JSON, so every key counts as missing: " + FaultOf(file.text),
+            "correct it");
     }
     Findings findings = {
         {Verdict::kFine, kConfigSubject, file.path + ", " + OfBytesRead(file.text.size())}};

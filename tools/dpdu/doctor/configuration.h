@@ -1,4 +1,4 @@
-// The library's config.json, read as the library reads it, without creating or changing it.
+// The library's config.json, read as the library does, without creating or changing it.
 
 #ifndef TOOLS_DPDU_DOCTOR_CONFIGURATION_H
 #define TOOLS_DPDU_DOCTOR_CONFIGURATION_H
@@ -14,24 +14,24 @@ struct ConfigFile {
     std::string path;  // empty: unknown
     bool is_there = false;
     bool is_readable = false;
-    std::string text;  // all of it
+    std::string text;  // whole file
 
-    // What it says; only when `is_usable`, which is when the library makes sense of it.
+    // Parsed contents; valid only if `is_usable`, that is if the library can parse it.
     bool is_usable = false;
     tarvik::Config values = {};
 };
 
-// The user's, or else that beside the library.
+// The user's file, otherwise the one beside the library.
 ConfigFile ReadConfigFile(const std::string& library_path);
 
-// Is it there, valid and short enough; which keys are missing, unknown or of a wrong type; which
-// transports are on.
+// Checks whether the file exists, is valid and short enough; which keys are missing, unknown or of
+// a wrong type; which transports are on.
 Findings CheckConfiguration(const ConfigFile& file);
 
-// Who may read it, and whether the library may write its key into it.
+// Checks who may read the file and whether the library may write its key into it.
 Findings CheckPermissions(const ConfigFile& file);
 
-// The keys of the connection to a relay; nothing to find when that is off.
+// Checks the keys for the relay connection; no findings if the relay is off.
 Findings CheckKeys(const ConfigFile& file);
 
 }  // namespace dpdu

@@ -1,4 +1,4 @@
-// What the doctor finds: one line for each thing that it looked at.
+// The doctor's findings: one line per check.
 
 #ifndef TOOLS_DPDU_DOCTOR_FINDING_H
 #define TOOLS_DPDU_DOCTOR_FINDING_H
@@ -11,14 +11,14 @@ namespace dpdu {
 
 enum class Verdict : std::uint8_t {
     kFine,
-    kNote,   // works, but someone may want to know
-    kWrong,  // has to be put right
+    kNote,   // works, but worth knowing
+    kWrong,  // must be corrected
 };
 
 struct Finding {
     Verdict verdict = Verdict::kFine;
-    std::string subject;      // what was looked at: "relay"
-    std::string text;         // what is the case
+    std::string subject;      // what was checked: "relay"
+    std::string text;         // result of the check
     std::string advice = {};  // what to do; empty: nothing
 };
 

@@ -13,7 +13,7 @@ namespace {
 constexpr char kServerSubject[] = "serverPublicKey";
 constexpr char kDeviceSubject[] = "devicePrivateKey";
 
-// Hexadecimal digits alone, as the library wants them.
+// Only hexadecimal digits, as the library requires.
 bool IsHex(const std::string& text, std::size_t bytes) {
     return text.size() == 2 * bytes &&
            text.find_first_not_of("0123456789abcdefABCDEF") == text.npos;
@@ -43,7 +43,7 @@ std::string Digits(std::size_t bytes, const std::string& text) {
 }
 
 Finding ServerKeyFinding(const std::string& text) {
-    const std::string advice = "take it from the relay, such as by 'brennix-relay keygen'";
+    const std::string advice = "get it from the relay, for example with 'brennix-relay keygen'";
     if (text.empty()) return {Verdict::kWrong, kServerSubject, "is missing", advice};
     if (!IsHex(text, tarvik::kPointSize)) {
         return {Verdict::kWrong, kServerSubject, Digits(tarvik::kPointSize, text), advice};
@@ -60,7 +60,7 @@ Finding DeviceKeyFinding(const std::string& text) {
     }
     if (!IsHex(text, tarvik::kScalarSize)) {
         return {Verdict::kWrong, kDeviceSubject, Digits(tarvik::kScalarSize, text),
-                "empty it, and register the new device with the relay"};
+                "clear it, and register the new device with the relay"};
     }
     if (!IsScalar(text)) {
         return {Verdict::kNote, kDeviceSubject, "is no key of the curve P-256",

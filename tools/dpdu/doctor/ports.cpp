@@ -13,7 +13,7 @@ Finding PortFinding(const std::string& path) {
     return {Verdict::kWrong, kPortsSubject, "no access to the dongle on " + path, advice};
 }
 
-// Other transports may be what is meant.
+// The user may rely on other transports.
 Finding NoPortFinding(const tarvik::Config& config) {
     const bool is_only = !config.useCloud && !config.useBle && !config.dummyDevice;
     return {is_only ? Verdict::kWrong : Verdict::kNote, kPortsSubject,
@@ -30,8 +30,8 @@ Findings CheckPorts(const tarvik::Config& config) {
         static_cast<Findings*>(context)->push_back(PortFinding(path));
     };
     if (!tarvik::DiscoverPorts(add, &findings)) {
-        return {{Verdict::kWrong, kPortsSubject, "the system gives no list of its devices",
-                 "look whether its device service runs"}};
+        return {{Verdict::kWrong, kPortsSubject, "the system does not list its devices",
+                 "check that its device service is running"}};
     }
     if (findings.empty()) findings.push_back(NoPortFinding(config));
     return findings;

@@ -15,7 +15,7 @@ namespace dpdu {
 namespace {
 
 constexpr char kRelaySubject[] = "relay";
-// TLS itself has failed: some systems say so of a certificate.
+// TLS failed; some systems report a bad certificate this way.
 constexpr std::uint32_t kErrorSecureChannel = 12157;
 constexpr std::chrono::seconds kRelayLimit{10};
 constexpr std::chrono::seconds kRelayAbortLimit{2};
@@ -24,8 +24,8 @@ Finding WrongRelay(const std::string& text, const std::string& advice) {
     return {Verdict::kWrong, kRelaySubject, text, advice};
 }
 
-// One attempt, on a thread of its own because a look-up of a name cannot be interrupted: a thread
-// that does not end in time is left behind, with what it uses, and ends with the program.
+// One attempt, on a separate thread because a name look-up cannot be interrupted. A thread that
+// does not end in time is abandoned together with the objects it uses; it ends with the program.
 class RelayAttempt {
 public:
     virtual ~RelayAttempt() = default;
@@ -38,7 +38,7 @@ Finding RunBounded(const std::shared_ptr<RelayAttempt>& attempt) {
     std::future<Finding> found = promise->get_future();
     std::thread thread([attempt, promise] { promise->set_value(attempt->Run()); });
     if (found.wait_for(kRelayLimit) == std::future_status::ready) {
-        thread.join();  // what it used goes before the program ends
+        thread.join();  // its objects are released before the program ends
         return found.get();
     }
     attempt->Abort();
@@ -48,7 +48,7 @@ Finding RunBounded(const std::shared_ptr<RelayAttempt>& attempt) {
         thread.detach();
     }
     return WrongRelay("no answer within " + std::to_string(kRelayLimit.count()) + " seconds",
-                      "look whether a firewall swallows the connection");
+                      "check whether a firewall blocks the connection");
 }
 
 // ---------------------------------------------------------------- TCP
@@ -73,13 +73,13 @@ private:
         const std::string port = std::to_string(address_.port);
         if (tarvik::ResolveTcp(address_.host, port.c_str(), &addresses) != 0) {
             return WrongRelay("the name " + std::string(address_.host) + " is not known",
-                              "correct serverAddress, or look whether there is a network");
+                              "correct serverAddress, or check the network");
         }
         tarvik::TcpSocket* socket = tarvik::ConnectTcp(*addresses, aborted_);
         tarvik::FreeTcpAddresses(addresses);
         if (socket == nullptr) {
             return WrongRelay(name_ + " takes no connection",
-                              "look whether the relay runs there, and at firewalls");
+                              "check firewalls, and that the relay is running there");
         }
         tarvik::AbortTcp(socket);
         tarvik::CloseTcp(socket);
@@ -94,7 +94,7 @@ private:
 Finding CheckTcp(const tarvik::Config& config) {
     tarvik::ServerAddress address = {};
     if (config.serverAddress[0] == '\0') {
-        return WrongRelay("serverAddress is empty", "write the relay's HOST:PORT there");
+        return WrongRelay("serverAddress is empty", "set it to the relay's HOST:PORT");
     }
     if (!tarvik::ParseServerAddress(config.serverAddress, &address)) {
         return WrongRelay("serverAddress is not HOST:PORT", "correct it");
@@ -154,11 +154,11 @@ private:
             case tarvik::kErrorSecureFailure:
             case kErrorSecureChannel:
                 return WrongRelay("the certificate of " + Name() + " is not accepted",
-                                  "add it to the system's store, or look at the clock");
+                                  "add it to the system's store, or check the clock");
             default:
                 return WrongRelay(
                     Name() + " takes no connection (error " + std::to_string(error) + ")",
-                    "look whether the relay runs there, and at firewalls" + OrTheProxy());
+                    "check firewalls, and that the relay is running there" + OrTheProxy());
         }
     }
 

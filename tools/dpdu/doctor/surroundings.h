@@ -1,4 +1,4 @@
-// What lies around the library: serial ports, the relay, the clock.
+// Checks of the library's surroundings: serial ports, relay, clock.
 
 #ifndef TOOLS_DPDU_DOCTOR_SURROUNDINGS_H
 #define TOOLS_DPDU_DOCTOR_SURROUNDINGS_H
@@ -8,15 +8,15 @@
 
 namespace dpdu {
 
-// Dongles on serial ports, and whether this user may open them.
+// Looks for dongles on serial ports and checks that this user may open them.
 Findings CheckPorts(const tarvik::Config& config);
 
-// Connects to the relay as the library would, up to the point where its handshake begins, and
-// closes the connection again. Ends after a few seconds, whatever the network does.
+// Connects to the relay as the library does, up to the start of the handshake, and disconnects.
+// Always ends within a few seconds.
 Findings CheckRelay(const tarvik::Config& config);
 
-// There is no time in the protocol. The clock is held against the files that are there already:
-// one that stands before them is wrong.
+// The protocol carries no time, so this compares the clock with existing files: a clock earlier
+// than their time stamps is wrong.
 Findings CheckClock(const std::string& library_path, const std::string& config_path);
 
 }  // namespace dpdu

@@ -13,7 +13,7 @@ struct Pin {
 };
 constexpr Pin kCanPins[] = {{"HI", 6}, {"LOW", 14}};
 
-// Pins of types that the library does not know are left out.
+// Omits pins of types that the library does not know.
 std::vector<PDU_PIN_DATA> CanPins(const Session& session) {
     std::vector<PDU_PIN_DATA> pins;
     for (const Pin& pin : kCanPins) {

@@ -1,4 +1,4 @@
-// A link as the library makes it, and what all links have in common.
+// The part that all links share: creating, connecting and destroying.
 
 #ifndef TOOLS_DPDU_LINKS_BARE_LINK_H
 #define TOOLS_DPDU_LINKS_BARE_LINK_H
@@ -14,20 +14,20 @@ namespace dpdu {
 struct LinkResource {
     std::string protocol;
     std::string bus_type;
-    bool is_raw = false;  // whole CAN frames instead of requests and answers
+    bool is_raw = false;  // CAN frames instead of requests and answers
 };
 
-// Offline at first, with its events announced to the session; taken off line and destroyed at the
-// end of the scope.
+// Offline at first, with its event callback registered for the session. Disconnected and destroyed
+// at the end of the scope.
 class BareLink {
 public:
-    // Throws Failure when the library refuses.
+    // Throws Failure if the library refuses.
     BareLink(const ConnectedModule& module, const LinkResource& resource);
     ~BareLink();
     BareLink(const BareLink&) = delete;
     BareLink& operator=(const BareLink&) = delete;
 
-    // Throws Failure when the library refuses.
+    // Throws Failure if the library refuses.
     void Connect();
 
     Session* GetSession() const { return session_; }

@@ -9,10 +9,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a cancelled ComPrimitive may take to end before its link is torn down regardless.
+// How long to wait for the end of a cancelled ComPrimitive before destroying its link.
 constexpr std::chrono::milliseconds kCancelLimit{1000};
 
-// Libraries may keep the pointer to the transmit flags until the ComPrimitive has ended.
+// Libraries may keep the pointer to the transmit flags until the ComPrimitive ends.
 UNUM8 no_tx_flags[4] = {0, 0, 0, 0};
 UNUM8 tx_flags_29_bit[4] = {0, 0, PDU_TX_FLAG2_CAN_29BIT_ID, 0};
 
@@ -32,7 +32,7 @@ std::vector<PDU_EXP_RESP_DATA> ExpectedRecords(const std::vector<ExpectedRespons
     return records;
 }
 
-// A ComPrimitive in execution, and what has come back of it so far.
+// A ComPrimitive in execution with its results so far.
 class Execution {
 public:
     Execution(Session* session, const LinkHandles& link) : session_(session), link_(link) {}
@@ -42,8 +42,8 @@ public:
         handle_ = StartComPrimitive(*session_, link_, primitive);
     }
 
-    // False when the time ran out. Throws Failure when the user interrupts the program, unless the
-    // ComPrimitive is not to end then.
+    // False on time-out. Throws Failure if the user interrupts the program, unless the ComPrimitive
+    // must be finished anyway.
     bool WaitUntilFinished(std::chrono::milliseconds limit) {
         const Clock::time_point deadline = Clock::now() + limit;
         for (;;) {
@@ -55,7 +55,7 @@ public:
         }
     }
 
-    // Gives the library some time to end it; what comes back meanwhile is dropped.
+    // Gives the library some time to end it; drops results that arrive meanwhile.
     void Cancel() {
         session_->Functions().CancelComPrimitive(link_.module, link_.link, handle_);
         const Clock::time_point deadline = Clock::now() + kCancelLimit;
@@ -77,7 +77,7 @@ private:
     }
 
     void LookAt(const PDU_EVENT_ITEM& item) {
-        if (item.hCop == PDU_HANDLE_UNDEF) return NoteError(item);  // of the link itself
+        if (item.hCop == PDU_HANDLE_UNDEF) return NoteError(item);  // belongs to the link
         if (item.hCop != handle_ || !item.pData) return;
         if (item.ItemType == PDU_IT_RESULT) {
             Answer& answer = result_.answers.emplace_back(ReadAnswer(item));

@@ -1,4 +1,4 @@
-// Executing one ComPrimitive on a link and gathering everything it brings back.
+// Executes one ComPrimitive on a link and collects its results.
 
 #ifndef TOOLS_DPDU_LINKS_COM_PRIMITIVE_H
 #define TOOLS_DPDU_LINKS_COM_PRIMITIVE_H
@@ -14,7 +14,7 @@
 
 namespace dpdu {
 
-// A response must equal the pattern in the bits that the mask sets.
+// A response must match the pattern in all bits set in the mask.
 struct ExpectedResponse {
     bool is_negative = false;
     Bytes mask;  // as long as the pattern; both empty: any response
@@ -27,36 +27,35 @@ struct ComPrimitive {
     std::vector<ExpectedResponse> expected;
     SNUM32 send_cycles = 1;
     SNUM32 receive_cycles = 1;
-    bool is_29_bit = false;            // raw links: the identifier in front of the request
-    bool ends_on_interruption = true;  // false for what must be done before the program ends
+    bool is_29_bit = false;            // raw links: the identifier at the start of the request
+    bool ends_on_interruption = true;  // false: also finish it after an interruption
 };
 
 struct Answer {
-    UNUM32 unique_id = 0;      // of the unique response table's entry
+    UNUM32 unique_id = 0;      // of the entry in the unique response table
     UNUM32 acceptance_id = 0;  // position of the matching expected response, from 1
     UNUM32 timestamp_us = 0;
-    std::optional<UNUM32> after_us;  // since execution began, where the library reports that
+    std::optional<UNUM32> after_us;  // since execution began; unset if not reported
     Bytes data;
 };
 
 struct Exchange {
     std::vector<Answer> answers;
-    std::string error;  // the last error that was reported; empty when there was none
+    std::string error;  // the last reported error; empty: none
 };
 
-// Starts the ComPrimitive and returns its handle. Throws Failure when the library refuses it.
+// Starts the ComPrimitive and returns its handle. Throws Failure if the library refuses it.
 UNUM32 StartComPrimitive(const Session& session, const LinkHandles& link,
                          const ComPrimitive& primitive);
 
-// What a result item holds, which needs to have data.
+// Reads a result item, which must have data.
 Answer ReadAnswer(const PDU_EVENT_ITEM& item);
 
-// True for the state with which a ComPrimitive ends.
+// True if the state is final: finished or cancelled.
 bool IsFinalState(T_PDU_STATUS state);
 
-// Executes the ComPrimitive and waits until the library has finished with it. Throws Failure when
-// the library refuses it, when the limit passes, or when the user interrupts the program; it is
-// cancelled then.
+// Executes the ComPrimitive and waits until it is finished. Throws Failure if the library refuses
+// it, the limit passes or the user interrupts the program; in the last two cases it is cancelled.
 Exchange Execute(Session* session, const LinkHandles& link, const ComPrimitive& primitive,
                  std::chrono::milliseconds limit);
 

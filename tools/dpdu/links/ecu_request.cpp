@@ -24,7 +24,7 @@ EcuReply AskOne(const ConnectedModule& module, const LinkOptions& options, const
     return reply;
 }
 
-// An answer that belongs to no entry of the table.
+// An answer that matches no entry of the table.
 EcuReply UnknownSender(const Answer& answer) {
     const EcuAddress nobody{0, 0};
     return {nobody, {answer}, ""};
@@ -46,8 +46,9 @@ Json AnswerJson(const Answer& answer) {
 
 std::vector<ExpectedResponse> ResponsesTo(const Bytes& request) {
     const std::uint8_t service = request.front();
-    ExpectedResponse positive{false, {0xFF}, {static_cast<std::uint8_t>(service + 0x40)}};
-    ExpectedResponse negative{true, {0xFF, 0xFF}, {0x7F, service}};
+    ExpectedResponse positive{
+        false, {0xFF}, {static_cast<std::uint8_t>(service + kPositiveOffset)}};
+    ExpectedResponse negative{true, {0xFF, 0xFF}, {kNegativeResponse, service}};
     return {std::move(positive), std::move(negative)};
 }
 
@@ -86,7 +87,7 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
         }
     }
     for (EcuReply& reply : replies) {
-        // With answers from others, an error of the whole request says nothing about this one.
+        // If others have answered, an error of the whole request says nothing about this unit.
         const bool is_alone = exchange.answers.empty() && !exchange.error.empty();
         if (reply.answers.empty()) reply.error = is_alone ? exchange.error : kNoAnswer;
     }

@@ -32,8 +32,7 @@ Link::Link(const ConnectedModule& module, const LinkOptions& options, const Link
     if (targets.functional_id) SetFunctionalAddress(*targets.functional_id);
     for (const auto& [name, text] : options_.params)
         SetComParam(*session_, Handles(), name, text);
-    // The identifiers go through the table because a link need not look at the ComParams any more
-    // once it exists.
+    // Set the identifiers through the table: a link need not read the ComParams after its creation.
     SetUniqueResponseTable(*session_, Handles(), targets.ecus);
     bare_.Connect();
 }
@@ -45,7 +44,7 @@ Link::~Link() {
 void Link::SetTiming() {
     TrySetComParam(*session_, Handles(), "CP_P2Max",
                    std::to_string(options_.p2_ms * kMicrosecondsPerMs));
-    // Response pending: wait as long as the control unit asks for it.
+    // Response pending: wait as long as the control unit asks for.
     TrySetComParam(*session_, Handles(), "CP_RC78Handling", "2");
     if (options_.p2_star_ms) {
         SetComParam(*session_, Handles(), "CP_P2Star",
@@ -56,7 +55,7 @@ void Link::SetTiming() {
 void Link::SetTesterPresent() {
     if (!options_.tester_present_ms) {
         TrySetComParam(*session_, Handles(), "CP_TesterPresentHandling", "0");
-        // Libraries without that switch send no message when there is none.
+        // Libraries without that switch send nothing if the message is empty.
         TrySetComParam(*session_, Handles(), "CP_TesterPresentMessage", "");
         return;
     }

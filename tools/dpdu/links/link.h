@@ -16,27 +16,27 @@
 
 namespace dpdu {
 
-// What the user may say about a link.
+// A link's settings that the user can choose.
 struct LinkOptions {
     std::string protocol = "ISO_15765_3_on_ISO_15765_2";
     std::string bus_type = "ISO_11898_2_DWCAN";
     std::uint32_t p2_ms = 1000;                      // CP_P2Max
     std::optional<std::uint32_t> p2_star_ms;         // CP_P2Star
-    std::optional<std::uint32_t> tester_present_ms;  // none: no tester present
+    std::optional<std::uint32_t> tester_present_ms;  // unset: no tester present
     Bytes tester_present_message = {0x3E, 0x80};
-    std::vector<std::pair<std::string, std::string>> params;  // ComParam name and its value's text
-    std::chrono::seconds limit{60};  // for one request, whatever the control unit does
+    std::vector<std::pair<std::string, std::string>> params;  // ComParam name and value
+    std::chrono::seconds limit{60};  // for one request, even if the control unit keeps it pending
 };
 
-// Who is asked over a link.
+// The control units that a link talks to.
 struct LinkTargets {
-    std::vector<EcuAddress> ecus;                // one entry each in the unique response table
-    std::optional<std::uint32_t> functional_id;  // given: all are asked at once on this identifier
+    std::vector<EcuAddress> ecus;                // one entry per unit in the unique response table
+    std::optional<std::uint32_t> functional_id;  // set: request all at once on this identifier
 };
 
 class Link {
 public:
-    // Creates a link to nobody: as the library makes it, offline. Throws Failure.
+    // Creates an offline link without targets, with the library's default values. Throws Failure.
     Link(const ConnectedModule& module, const LinkOptions& options);
     // Creates a link, sets ComParams and unique response table, and connects it. Throws Failure.
     Link(const ConnectedModule& module, const LinkOptions& options, const LinkTargets& targets);
@@ -47,15 +47,16 @@ public:
     const Session& GetSession() const { return *session_; }
     const LinkHandles& Handles() const { return bare_.Handles(); }
 
-    // Also begins tester present, if there is to be one. Does nothing the second time.
+    // Also starts tester present if configured. A second call does nothing.
     void StartCommunication();
-    // The same without waiting: the ComPrimitive's handle, whose events stay in the link's queue.
+    // As above without waiting; returns the ComPrimitive's handle. Its events stay in the link's
+    // queue.
     UNUM32 BeginCommunication();
 
-    // Sends a request and gathers what comes back until the library has finished with it.
-    // Communication is started before the first one.
+    // Sends a request and collects the answers until it is finished. Starts communication before
+    // the first request.
     Exchange Request(const Bytes& request, const std::vector<ExpectedResponse>& expected);
-    // The same request, not yet started.
+    // The ComPrimitive for such a request, not yet started.
     ComPrimitive RequestPrimitive(const Bytes& request,
                                   const std::vector<ExpectedResponse>& expected) const;
 

@@ -25,8 +25,8 @@ std::array<NamedValue, 4> AddressValues(const EcuAddress& ecu) {
              {"CP_CanRespUSDTFormat", CanFormat(ecu.response_id)}}};
 }
 
-// A table whose entries are copies of a link's own first entry with other addresses. The copied
-// values stay where the library put them.
+// A table whose entries are copies of the link's first entry with other addresses. The copied
+// values remain in the library's item.
 class TableBuilder {
 public:
     TableBuilder(const Session& session, const PDU_UNIQUE_RESP_ID_TABLE_ITEM* own_table)
@@ -62,7 +62,7 @@ private:
 
     const Session& session_;
     std::vector<PDU_PARAM_ITEM> template_;
-    std::deque<UNUM32> values_;  // deques keep their elements in place
+    std::deque<UNUM32> values_;  // a deque does not move its elements
     std::deque<std::vector<PDU_PARAM_ITEM>> params_;
     std::vector<PDU_ECU_UNIQUE_RESP_DATA> entries_;
 };

@@ -1,4 +1,4 @@
-// Telling a link which control units it talks to.
+// Configures which control units a link talks to.
 
 #ifndef TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H
 #define TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H
@@ -11,8 +11,8 @@
 
 namespace dpdu {
 
-// Gives the link a table with one entry per control unit, whose unique response identifier is its
-// position in `ecus`. Throws Failure when the library refuses.
+// Sets a table with one entry per control unit; its unique response identifier is the index in
+// `ecus`. Throws Failure if the library refuses.
 void SetUniqueResponseTable(const Session& session, const LinkHandles& link,
                             const std::vector<EcuAddress>& ecus);
 

@@ -13,27 +13,28 @@ constexpr char kDescription[] =
     "dpdu: diagnostic requests through a D-PDU API library (ISO 22900-2)";
 
 constexpr char kMainFooter[] = R"(Environment:
-  DPDU_LIBRARY  the library to use when --library is not given
+  DPDU_LIBRARY  library to use if --library is not given
 
 Examples:
-  dpdu modules                        which dongles there are
-  dpdu doctor                         why there is none
-  dpdu vin                            the VIN, from control unit 7E0:7E8
-  dpdu request 22F190                 any UDS request
-  dpdu dtc --json                     trouble codes as JSON
-  dpdu functional 22F187              the part numbers of all control units
-  dpdu raw listen                     the frames on the bus
-  dpdu monitor                        what happens, as it happens
-  dpdu request --help                 the options of a command, with examples)";
+  dpdu modules                        list the dongles
+  dpdu doctor                         find out why there is none
+  dpdu vin                            read the VIN from control unit 7E0:7E8
+  dpdu request 22F190                 send any UDS request
+  dpdu dtc --json                     read the trouble codes as JSON
+  dpdu functional 22F187 --units 7E0-7E7
+                                      read the part numbers of several control units
+  dpdu raw listen                     show the frames on the bus
+  dpdu monitor                        show events as they occur
+  dpdu request --help                 show a command's options and examples)";
 
-// The parser puts what it checks behind the name of a value: "N:POSITIVE".
+// The parser appends the check to the name of a value: "N:POSITIVE".
 std::string ValueName(const CLI::Option& option) {
     if (option.get_items_expected_max() == 0) return "";
     const std::string name = option.get_type_name();
     return name.substr(0, name.find(':'));
 }
 
-// A value named "one|other" is one of these.
+// A value named "one|other" is one of these words.
 std::vector<std::string> Choices(const std::string& value) {
     std::vector<std::string> choices;
     std::istringstream words(value);
@@ -76,7 +77,7 @@ void Describe(const CLI::App& app, const std::string& name,
 class Parser {
 public:
     Parser() {
-        // A file may be named by /folder/file on Windows too.
+        // A file may be named /folder/file on Windows too.
         app_.allow_windows_style_options(false);
         app_.require_subcommand(1);
         app_.set_version_flag("--version", "dpdu " DPDU_VERSION);
@@ -120,14 +121,14 @@ private:
         if (common->library.empty() && library) common->library = library;
     }
 
-    // Help or version, which the parser reports like errors.
+    // Text of help or version, which the parser reports as exceptions.
     std::string TextFor(const CLI::Success& success) {
         std::ostringstream text;
         app_.exit(success, text, text);
         return text.str().ends_with('\n') ? text.str() : text.str() + "\n";
     }
 
-    // The parser complains of a missing command where an unknown one was given.
+    // The parser reports a missing command if an unknown one was given.
     std::string WhatIsMissing(const CLI::RequiredError& error) const {
         const CLI::App* last = LastCommand();
         if (last->get_subcommands(nullptr).empty()) return OnOneLine(error.what());
@@ -142,7 +143,7 @@ private:
         return app;
     }
 
-    // Where to read on: the help of the command that was named, if one was.
+    // Refers to the help of the given command, if there is one.
     std::string Advice() const {
         std::string command;
         const CLI::App* app = &app_;

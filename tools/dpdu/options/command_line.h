@@ -1,4 +1,4 @@
-// What the user asked for.
+// Parses the command line.
 
 #ifndef TOOLS_DPDU_OPTIONS_COMMAND_LINE_H
 #define TOOLS_DPDU_OPTIONS_COMMAND_LINE_H
@@ -14,33 +14,33 @@ namespace dpdu {
 
 struct Invocation {
     CommonOptions common;
-    std::function<bool(Output*)> run;  // null: nothing to run, see the rest
-    std::string text;                  // then: help or version for standard output
-    std::string error;                 // or: one line for standard error
+    std::function<bool(Output*)> run;  // null: nothing to run; text or error is set
+    std::string text;                  // help or version for standard output
+    std::string error;                 // one line for standard error
 };
 
-// What the help of the program says, for completion scripts and manuals.
+// The program's help as data, for completion scripts and tests.
 struct OptionDescription {
-    std::vector<std::string> names;  // "-o", "--output"; of an argument without option: its own
+    std::vector<std::string> names;  // "-o", "--output"; for a positional argument its name
     bool is_positional = false;
-    bool takes_rest = false;           // of arguments: as many as there are
+    bool takes_rest = false;           // positional: takes all remaining arguments
     std::string value;                 // "SECONDS"; empty: takes none
-    std::vector<std::string> choices;  // the values that there are; empty: any
+    std::vector<std::string> choices;  // possible values; empty: any
     bool is_file = false;              // the value is a path
     std::string description;
 };
 
 struct CommandDescription {
-    std::string name;  // "raw send"; empty: the program itself
+    std::string name;  // "raw send"; empty: the program
     std::string description;
-    std::vector<std::string> commands;  // those that may follow: "send"
+    std::vector<std::string> commands;  // subcommands: "send"
     std::vector<OptionDescription> options;
 };
 
-// The program itself first, a group before its commands.
+// The program first, a group before its commands.
 std::vector<CommandDescription> DescribeCommands();
 
-// Never throws for anything that the user typed.
+// Does not throw for invalid input.
 Invocation ParseCommandLine(int count, const char* const* arguments);
 
 }  // namespace dpdu

@@ -7,10 +7,10 @@ namespace dpdu {
 const char kExitCodes[] = R"(
 
 Exit codes:
-  0  everything went well
+  0  success
   1  the library, the module or the vehicle reported a failure, or a control unit
-     did not answer positively
-  2  the command line makes no sense)";
+     gave no positive answer
+  2  invalid command line)";
 
 CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
 
@@ -43,7 +43,7 @@ void AddCommonOptions(CLI::App* command, CommonOptions* common) {
         ->group(group);
     command
         ->add_option("--library-options", common->option_string,
-                     "option string handed to the library")
+                     "option string passed to the library")
         ->type_name("TEXT")
         ->group(group);
     command
@@ -51,8 +51,7 @@ void AddCommonOptions(CLI::App* command, CommonOptions* common) {
                      "use the module whose name or interface contains this text")
         ->type_name("TEXT")
         ->group(group);
-    command
-        ->add_option("--wait", common->wait_seconds, "how long to look for a module (default: 3)")
+    command->add_option("--wait", common->wait_seconds, "time to look for a module (default: 3)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, static_cast<double>(kLargestSeconds)).description(""))
         ->group(group);
@@ -70,8 +69,21 @@ CLI::Option* AddRepeatable(CLI::App* command, const std::string& name,
         ->allow_extra_args(false);
 }
 
+void AddMillisecondsOption(CLI::App* command, const std::string& name, std::uint32_t* milliseconds,
+                           const std::string& description) {
+    command->add_option(name, *milliseconds, description)
+        ->type_name("MS")
+        ->check(CLI::Range(1U, kLargestMs).description(""));
+}
+
+void AddCountOption(CLI::App* command, std::uint64_t* count, const std::string& description) {
+    command->add_option("--count", *count, description)
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+}
+
 void AddTimeOption(CLI::App* command, double* seconds) {
-    command->add_option("--time", *seconds, "end after this time (default: with Ctrl-C)")
+    command->add_option("--time", *seconds, "end after this time (default: until Ctrl-C)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, static_cast<double>(kLargestSeconds)).description(""));
 }

@@ -1,6 +1,6 @@
-// The commands of the program while they are being described to the parser. Each file of this
-// folder adds a group of commands: their names, options, help texts, and how the texts that the
-// user typed become the options of the command itself.
+// Describes the program's commands to the parser. Each file of this folder adds a group of
+// commands: their names, options and help texts, and the conversion of the user's input to the
+// options of the command.
 
 #ifndef TOOLS_DPDU_OPTIONS_COMMAND_SET_H
 #define TOOLS_DPDU_OPTIONS_COMMAND_SET_H
@@ -15,16 +15,16 @@
 namespace dpdu {
 
 using Run = std::function<bool(Output*)>;
-// Called once everything is parsed; throws UsageError for texts that make no sense.
+// Called after parsing; throws UsageError for invalid values.
 using Prepare = std::function<Run(const CommonOptions&)>;
 
 struct CommandTexts {
     const char* name;
     const char* description;
-    const char* examples;  // and whatever else is to stand below the options
+    const char* examples;  // and other text below the options
 };
 
-inline constexpr std::uint32_t kLargestMs = 4'000'000;  // still fits 32 bits in microseconds
+inline constexpr std::uint32_t kLargestMs = 4'000'000;  // in microseconds it fits into 32 bits
 inline constexpr std::uint32_t kLargestSeconds = 86'400;
 
 class CommandSet {
@@ -33,15 +33,15 @@ public:
     CommandSet(const CommandSet&) = delete;
     CommandSet& operator=(const CommandSet&) = delete;
 
-    // A command of its own, or one of a group when a parent is given.
+    // Adds a command; with a parent, a command of that group.
     CLI::App* Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent = nullptr);
-    // One that needs no library; it has none of the common options.
+    // Adds a command that needs no library; it has none of the common options.
     CLI::App* AddOffline(const CommandTexts& texts, Prepare prepare, CLI::App* parent);
-    // A name in front of several commands.
+    // Adds a group of commands.
     CLI::App* AddGroup(const CommandTexts& texts);
 
     CommonOptions* Common() { return &common_; }
-    // What the command that was named is to do.
+    // Prepares the command that the user chose.
     Run PrepareChosen() { return prepare_(common_); }
 
 private:
@@ -50,18 +50,25 @@ private:
     Prepare prepare_;
 };
 
-// Options that every command takes that uses a library; Add has given them to it already.
+// Adds the options of every command that uses a library. CommandSet::Add calls this.
 void AddCommonOptions(CLI::App* command, CommonOptions* common);
 
-// An option that may be given several times, one value each time.
+// Adds an option that may be given several times, with one value each.
 CLI::Option* AddRepeatable(CLI::App* command, const std::string& name,
                            std::vector<std::string>* values, const std::string& description);
 
-// "--time SECONDS" of the commands that go on until they are told to end; 0: not given.
+// Adds an option with a time of 1 ms or more.
+void AddMillisecondsOption(CLI::App* command, const std::string& name, std::uint32_t* milliseconds,
+                           const std::string& description);
+
+// Adds "--count N" for commands that end after N events or frames; 0: not given.
+void AddCountOption(CLI::App* command, std::uint64_t* count, const std::string& description);
+
+// Adds "--time SECONDS" for commands that run until they are stopped; 0: not given.
 void AddTimeOption(CLI::App* command, double* seconds);
 std::optional<std::chrono::milliseconds> ParseSeconds(double seconds);
 
-// At the end of every help text.
+// End of every help text.
 extern const char kExitCodes[];
 
 void AddModuleCommands(CommandSet* commands);

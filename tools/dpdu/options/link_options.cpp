@@ -29,20 +29,13 @@ void AddProtocolOptions(CLI::App* command, LinkOptions* link) {
 }
 
 void AddTimingOptions(CLI::App* command, LinkTexts* texts) {
-    command->add_option("--p2", texts->link.p2_ms, "CP_P2Max in milliseconds (default: 1000)")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
-    command->add_option("--p2-star", texts->p2_star_ms, "CP_P2Star in milliseconds")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
+    AddMillisecondsOption(command, "--p2", &texts->link.p2_ms,
+                          "CP_P2Max in milliseconds (default: 1000)");
+    AddMillisecondsOption(command, "--p2-star", &texts->p2_star_ms, "CP_P2Star in milliseconds");
+    AddMillisecondsOption(command, "--tester-present", &texts->tester_present_ms,
+                          "period of tester present (3E80) during the request (default: never)");
     command
-        ->add_option("--tester-present", texts->tester_present_ms,
-                     "send tester present (3E80) this often meanwhile (default: never)")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
-    command
-        ->add_option("--timeout", texts->timeout_seconds,
-                     "give up on a request after this time (default: 60)")
+        ->add_option("--timeout", texts->timeout_seconds, "time limit of a request (default: 60)")
         ->type_name("SECONDS")
         ->check(CLI::Range(1U, kLargestSeconds).description(""));
     AddParamOption(command, &texts->params);
@@ -50,7 +43,7 @@ void AddTimingOptions(CLI::App* command, LinkTexts* texts) {
 }
 
 void AddParamOption(CLI::App* command, std::vector<std::string>* params) {
-    AddRepeatable(command, "--param", params, "set a ComParam before")->type_name("NAME=VALUE");
+    AddRepeatable(command, "--param", params, "set a ComParam first")->type_name("NAME=VALUE");
 }
 
 void AddEcuOption(CLI::App* command, std::vector<std::string>* ecus) {

@@ -1,4 +1,4 @@
-// The options by which a user describes a link and its control units, and the texts behind them.
+// Options for a link and its control units, and the parsing of their values.
 
 #ifndef TOOLS_DPDU_OPTIONS_LINK_OPTIONS_H
 #define TOOLS_DPDU_OPTIONS_LINK_OPTIONS_H
@@ -11,7 +11,7 @@
 
 namespace dpdu {
 
-// What the user typed; the options write into it.
+// The user's input, written by the options.
 struct LinkTexts {
     LinkOptions link;
     std::vector<std::string> params;
@@ -21,16 +21,16 @@ struct LinkTexts {
 };
 
 void AddProtocolOptions(CLI::App* command, LinkOptions* link);
-// Timing, ComParams and protocol: of every command that sends requests.
+// Timing, ComParams and protocol: options of every command that sends requests.
 void AddTimingOptions(CLI::App* command, LinkTexts* texts);
 void AddParamOption(CLI::App* command, std::vector<std::string>* params);
 void AddEcuOption(CLI::App* command, std::vector<std::string>* ecus);
 
-// All of these throw UsageError for what makes no sense.
+// All of these throw UsageError for invalid values.
 LinkOptions ParseLink(const LinkTexts& texts);
 std::vector<std::pair<std::string, std::string>> ParseAssignments(
     const std::vector<std::string>& texts);
-// The default control unit when there are no texts.
+// Returns the default control unit if `texts` is empty.
 std::vector<EcuAddress> ParseEcus(const std::vector<std::string>& texts);
 std::uint32_t RequireCanId(const std::string& text);
 // `what` names the bytes in the message: "the request".

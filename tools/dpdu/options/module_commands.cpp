@@ -10,8 +10,8 @@ namespace {
 constexpr char kModulesFooter[] = R"(
 Examples:
   dpdu modules
-  dpdu modules --wait 10              wait up to ten seconds for a dongle
-  dpdu modules --module USB --json    those whose name contains USB, as JSON)";
+  dpdu modules --wait 10              wait up to 10 s for a dongle
+  dpdu modules --module USB --json    those with USB in their name, as JSON)";
 
 constexpr char kVersionFooter[] = R"(
 Examples:
@@ -20,9 +20,9 @@ Examples:
   dpdu version --library ./other_vendor.so)";
 
 constexpr char kDoctorFooter[] = R"(
-Looks at what this project's library needs, without starting it: its configuration (is it
-there, valid, short enough, kept to its owner), keys, serial ports, the way to the relay and
-the clock. A line each, with what to do behind the arrow.
+Checks what this project's library needs, without starting it: the configuration (present,
+valid, short enough, readable only by its owner), keys, serial ports, the connection to the
+relay and the clock. Prints one line per check; advice follows the arrow.
 
 Examples:
   dpdu doctor
@@ -30,11 +30,11 @@ Examples:
   dpdu doctor --library /opt/tester/libtarvik_dpdu_x64.so)";
 
 constexpr char kComParamFooter[] = R"(
-Values live in the library for as long as the program runs: 'set' shows what the library
-makes of a value. To make a request with other values use 'dpdu request --param'.
+The library keeps values only while the program runs: 'set' shows what the library makes
+of a value. To send a request with other values use 'dpdu request --param'.
 
 Values: numbers 1000 or 0x3E8; byte fields 3E80; long fields 500000,250000; struct fields
-one group of numbers for each entry, as 1:0:50:1:244,2:0:50:1:244.
+one group of numbers per entry, such as 1:0:50:1:244,2:0:50:1:244.
 
 Examples:
   dpdu comparam list
@@ -43,8 +43,8 @@ Examples:
   dpdu comparam set CP_P2Max=150000 CP_TesterPresentMessage=3E80 --json)";
 
 constexpr char kObjectsFooter[] = R"(
-Libraries can look up a name but not list those that they know: without names, all that
-this program knows are tried. No module is needed.
+A library can look up names but cannot list them: without names this tries all names that
+the program knows. No module is needed.
 
 Examples:
   dpdu objects
@@ -53,8 +53,8 @@ Examples:
   dpdu objects ISO_11898_RAW HI --json)";
 
 constexpr char kIoCtlFooter[] = R"(
-The command is a name of the standard, a number, or one of these short names, with the
-input that belongs to it:
+The command is a name from the standard, a number, or one of these short names, each with
+its input:
   battery  ignition [PIN]  voltage  cable  reset  power-mode ADDRESS
   set-voltage MILLIVOLTS:PIN  clear-tx-queue  suspend-tx-queue  resume-tx-queue
   clear-rx-queue  buffer-size N  generic BYTES  break  event-queue SIZE:MODE
@@ -63,8 +63,8 @@ input that belongs to it:
   ethernet-switch on|off[:PIN]  entity-status ADDRESS[:MS]  ethernet-pins
   tls-mode  isobus-functions
 
-An input of another type, or that of a number, has its type in front: number=1, bytes=3E80,
-voltage=, filters=, queue=, vehicle=, switch=, address= or none.
+For another input type, or if the command is a number, put the type before the value:
+number=1, bytes=3E80, voltage=, filters=, queue=, vehicle=, switch=, address= or none.
 
 Examples:
   dpdu ioctl battery
@@ -104,7 +104,7 @@ void AddComParam(CommandSet* commands) {
     AddComParamAction(commands, group, "get", "show the values of ComParams", RunComParamGet, texts)
         ->add_option("names", texts->names, "names of ComParams")
         ->required();
-    AddComParamAction(commands, group, "set", "set ComParams and show what became of them",
+    AddComParamAction(commands, group, "set", "set ComParams and show the resulting values",
                       RunComParamSet, texts)
         ->add_option("assignments", texts->assignments, "NAME=VALUE")
         ->required();
@@ -153,7 +153,7 @@ void AddObjects(CommandSet* commands) {
 void AddIoCtl(CommandSet* commands) {
     const auto options = std::make_shared<IoCtlOptions>();
     CLI::App* command = commands->Add(
-        {"ioctl", "give the module a command (PDUIoCtl)", kIoCtlFooter}, [options](auto common) {
+        {"ioctl", "send a command to the module (PDUIoCtl)", kIoCtlFooter}, [options](auto common) {
             return [common, ioctl = *options](Output* output) {
                 return RunIoCtl(common, ioctl, output);
             };

@@ -15,10 +15,10 @@ Examples:
   dpdu raw listen --help)";
 
 constexpr char kSendExamples[] = R"(
-An identifier above 7FF, or one of eight digits, has 29 bits; so has any with --extended.
+Identifiers above 7FF or with eight digits have 29 bits; with --extended all have.
 
-How a library sends a frame on a raw link is its own affair: Tarvik's does so with the
-ComPrimitive STARTCOMM, others may want SENDRECV.
+Libraries differ in how they send a frame on a raw link: Tarvik's sends it with the
+ComPrimitive STARTCOMM, others may need SENDRECV.
 
 Examples:
   dpdu raw send 7DF 02 01 00
@@ -27,17 +27,17 @@ Examples:
   dpdu raw send 123 01 --primitive sendrecv --library ./other_vendor.so)";
 
 constexpr char kListenExamples[] = R"(
-Ends after --count frames, after --time seconds or with Ctrl-C, whichever comes first, and
-then shows how often each identifier came and at what mean distance. Times are those of the
-library since the first frame; with --log they are of the calendar. Frames that no filter
-lets through count nowhere.
+Ends after --count frames, after --time seconds or on Ctrl-C, whichever comes first, and
+then shows the number of frames and the mean period of each identifier. Times are the
+library's, since the first frame; with --log they are calendar times. Frames that match no
+filter are not counted.
 
---json prints one document a line: one for each frame (none with --table), and the totals.
+--json prints one document per line: one for each frame (none with --table), and the totals.
 
 Examples:
   dpdu raw listen
   dpdu raw listen --filter 7E8 --filter 7E0/7F8 --count 100
-  dpdu raw listen --table                         one row an identifier, kept up to date
+  dpdu raw listen --table                         one row per identifier, kept up to date
   dpdu raw listen --log --time 60 >drive.log      for tools that read candump logs
   dpdu raw listen --json --time 5)";
 
@@ -104,14 +104,13 @@ void AddSend(CommandSet* commands, CLI::App* group) {
     command->add_flag("--extended", texts->is_extended, "the identifier has 29 bits");
     command
         ->add_option("--repeat", texts->repeat,
-                     "how often to send it (default: 1); 0: until Ctrl-C")
+                     "number of times to send it (default: 1); 0: until Ctrl-C")
         ->type_name("N");
-    command->add_option("--period", texts->period_ms, "time from one to the next (default: 100)")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
+    AddMillisecondsOption(command, "--period", &texts->period_ms,
+                          "time between two frames (default: 100)");
     command
         ->add_option("--primitive", texts->primitive,
-                     "ComPrimitive by which the library sends (default: startcomm)")
+                     "ComPrimitive to send with (default: startcomm)")
         ->type_name("startcomm|sendrecv");
     AddRawLinkOptions(command, &texts->raw);
 }
@@ -153,12 +152,10 @@ void AddListen(CommandSet* commands, CLI::App* group) {
         group);
     AddRepeatable(command, "--filter", &texts->filters, "only these identifiers (default: all)")
         ->type_name("ID[/MASK]");
-    command->add_option("--count", texts->count, "end after so many frames")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+    AddCountOption(command, &texts->count, "end after this many frames");
     AddTimeOption(command, &texts->seconds);
     CLI::Option* table = command->add_flag("--table", texts->has_table,
-                                           "show a table, renewed in place on a terminal");
+                                           "show a table, updated in place on a terminal");
     command->add_flag("--log", texts->is_log, "print the lines of a candump log")->excludes(table);
     AddRawLinkOptions(command, &texts->raw);
 }

@@ -9,15 +9,15 @@ namespace dpdu {
 namespace {
 
 constexpr char kRequestFooter[] = R"(
-A single control unit's answer is printed as bare hexadecimal bytes. Several control
+The answer of a single control unit is printed as hexadecimal bytes only. Several control
 units are asked one after the other or, with --functional, all at once; each has a row.
 
 Without --expect, the positive and the negative response to the request's service are
-expected. A pattern may be followed by a slash and a mask of the same length that tells
-which bits count (default: all). Responses that match nothing are not delivered.
+expected. A pattern may be followed by a slash and a mask of the same length with the bits
+to compare (default: all). Responses that match no pattern are not delivered.
 
---p2 sets CP_P2Max, which is in microseconds, to that many milliseconds. How long the
-library waits is its own affair; Tarvik's waits for half of it, plus half a second.
+--p2 sets CP_P2Max, which is in microseconds, to this number of milliseconds. How long a
+library waits depends on the library; Tarvik's waits for half of it, plus half a second.
 
 Examples:
   dpdu request 22F190
@@ -29,12 +29,13 @@ Examples:
   dpdu request 2EF15A01 --param CP_P2Star=10000000 --timeout 120)";
 
 constexpr char kFunctionalFooter[] = R"(
-All control units are asked with one request; each has a row with its answer and the time
-that it took, as the library stamps it. Tarvik's stamps all answers when the last has come.
+Sends one request to all control units; each has a row with its answer and the time that it
+took, according to the library's time stamps. Tarvik's library stamps all answers when the
+last one has arrived.
 
-UNITS is a list such as 7E0:7E8,7E1:7E9. Without a response identifier it is eight above
-the other, or for 18DAxxyy it is 18DAyyxx. 7E0-7E7 names all from one to the other. A file
-holds one such list a line, and behind it a name if there is one; # begins a comment.
+UNITS is a list such as 7E0:7E8,7E1:7E9. The response identifier may be omitted if it is
+eight above the request's, or 18DAyyxx for 18DAxxyy. 7E0-7E7 is a range. A file contains
+one such list per line, optionally followed by a name; # begins a comment.
 
 Examples:
   dpdu functional 22F187 --units 7E0,7E1,713:77D
@@ -48,13 +49,13 @@ Examples:
   dpdu vin --ecu 7E0:7E8 --ecu 7E1:7E9 --json)";
 
 constexpr char kDtcFooter[] = R"(
-Each trouble code is shown with its failure type (P0301-00), its status byte and the
-names of the bits set in it.
+Shows each trouble code with its failure type (P0301-00), its status byte and the names of
+the bits set in it.
 
 Examples:
   dpdu dtc
   dpdu dtc --ecu 7E0:7E8 --ecu 7E1:7E9
-  dpdu dtc --mask 08 --json           confirmed trouble codes only)";
+  dpdu dtc --mask 08 --json           only confirmed trouble codes)";
 
 ExpectedResponse ParseExpected(const std::string& text, bool is_negative) {
     const std::size_t slash = text.find('/');
@@ -162,7 +163,7 @@ void AddFunctional(CommandSet* commands) {
         ->type_name("ID");
     AddRepeatable(command, "--units", &texts->units, "control units that may answer")
         ->type_name("UNITS");
-    AddRepeatable(command, "--file", &texts->files, "file that lists such control units")
+    AddRepeatable(command, "--file", &texts->files, "file with a list of such control units")
         ->type_name("FILE");
     command->add_flag("--any", texts->one_is_enough,
                       "one positive answer is a success (default: all of them)");

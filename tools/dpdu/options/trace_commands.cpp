@@ -18,12 +18,12 @@ constexpr char kTraceSummaryFooter[] = R"(
 The library writes its trace to dpdu_coptrace_PROCESS_SESSION.jsonl in the folder for
 temporary files. Several files are added up.
 
-Times are taken where the library runs: an answer time lasts from handing the request to
-the dongle until its answer is back. Answers to a functional request arrive together,
-so the group has a time and its control units have none. P95 is the time that 95 of a
-hundred answers do not exceed, to within 0.4 %.
+Times are measured by the library: an answer time lasts from passing the request to the
+dongle until its answer is back. Answers to a functional request arrive together, so the
+group has a time and its control units have none. P95 is the 95th percentile, to within
+0.4 %.
 
-Lines that are damaged or unknown are passed over and counted on standard error.
+Damaged and unknown lines are skipped; standard error shows how many there are.
 
 Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
@@ -31,10 +31,10 @@ Examples:
   dpdu trace summary --json trace.jsonl)";
 
 constexpr char kTimelineFooter[] = R"(
-One row for each ComPrimitive, in the order of their ends: when it was started, its module
-and link, its handle, how long it took, how it ended, and a bar with the parts of that
-time. A column shows what took most of its time. Bars are as long as 95 of a hundred
-requests need; with --waterfall they stand where their requests were in time.
+One row per ComPrimitive, ordered by end: start time, module and link, handle, duration,
+result, and a bar with the parts of its time. A column shows what took most of its time.
+A full bar is the 95th percentile of all durations; with --waterfall bars are placed at
+their requests' times.
 
 END is ok, NRC and the code of a negative response, error, cancel, open (no end was
 recorded) or raw (a raw CAN link). --errors shows everything but ok and raw, and
@@ -48,22 +48,22 @@ Examples:
 
 constexpr char kExportFooter[] = R"(
 Formats:
-  candump  the log of candump, one frame a line, for canplayer and others
-  asc      Vector ASC, hexadecimal, times from the trace's first line
-  chrome   for chrome://tracing and Perfetto: a process for each module, a thread for
-           each link, spans for requests, waiting and callbacks. Takes several traces.
+  candump  candump log, one frame per line, for canplayer and others
+  asc      Vector ASC, hexadecimal, times relative to the trace's first line
+  chrome   for chrome://tracing and Perfetto: a process per module, a thread per link,
+           spans for requests, waiting and callbacks. Accepts several traces.
 
-The library's trace holds whole requests and answers; the dongle cuts them into ISO-TP
-frames itself. candump and asc show them as the frames that must have carried them:
-a single frame, or first and consecutive frames which all have the message's time. Flow
-control and filling bytes were not seen and are left out, and so are responses that the
-dongle kept to itself, tester present, and what the trace has cut off long payloads.
-In asc a comment stands in front of frames that were reconstructed; a candump log has
-no comments. Raw CAN frames are shown exactly as they were.
+The library's trace contains whole requests and answers; the dongle splits them into
+ISO-TP frames itself. candump and asc show the frames that must have carried them: a
+single frame, or first and consecutive frames, all with the message's time. Flow control
+and padding are not known and are omitted, and so are responses that the dongle does not
+pass on, tester present, and the truncated part of long payloads. In asc a comment
+precedes reconstructed frames; a candump log has no comments. Raw CAN frames are shown
+exactly as recorded.
 
-An identifier above 7FF is taken for one of 29 bits. Each module is a bus: can0, channel 1
-and so on. Times in a candump log are those of the computer's performance counter, as
-in the trace: it holds no calendar time.
+Identifiers above 7FF are taken as 29-bit identifiers. Each module is a bus: can0, channel
+1 and so on. Times in a candump log are those of the computer's performance counter, as in
+the trace, which contains no calendar time.
 
 Examples:
   dpdu trace export --format candump trace.jsonl
@@ -89,17 +89,17 @@ CLI::App* AddTraceAction(CommandSet* commands, CLI::App* group, const CommandTex
 void AddSummary(CommandSet* commands, CLI::App* group) {
     const auto options = std::make_shared<TraceOptions>();
     CLI::App* command = AddTraceAction(
-        commands, group, {"summary", "what happened, in figures", kTraceSummaryFooter},
+        commands, group, {"summary", "show a summary in figures", kTraceSummaryFooter},
         RunTraceSummary, options);
     command
         ->add_option("--slowest", options->slowest,
-                     "how many of the slowest requests to show (default: 10)")
+                     "number of slowest requests to show (default: 10)")
         ->type_name("N")
         ->check(CLI::Range(0U, kMostSlowest));
     command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
 }
 
-// "1" is a link, "0:1" a module and its link.
+// Parses "1" (link) or "0:1" (module and link).
 void ParseLinkText(const std::string& text, trace::TimelineFilter* filter) {
     const std::size_t colon = text.find(':');
     const bool has_module = colon != std::string::npos;
@@ -119,7 +119,8 @@ void AddTimeline(CommandSet* commands, CLI::App* group) {
     constexpr std::size_t kMostColumns = 1000;
     const auto options = std::make_shared<TraceOptions>();
     CLI::App* command = AddTraceAction(
-        commands, group, {"timeline", "each request with the parts of its time", kTimelineFooter},
+        commands, group,
+        {"timeline", "show each request with the parts of its time", kTimelineFooter},
         RunTraceTimeline, options);
     command
         ->add_option_function<std::string>(
@@ -130,18 +131,17 @@ void AddTimeline(CommandSet* commands, CLI::App* group) {
         ->add_option_function<double>(
             "--from",
             [options](double seconds) { options->filter.from_us = Microseconds(seconds); },
-            "only from this time of the session on")
+            "only from this time of the session")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, kLatestSecond));
     command
         ->add_option_function<double>(
             "--to", [options](double seconds) { options->filter.to_us = Microseconds(seconds); },
-            "only up to this time of the session")
+            "only until this time of the session")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, kLatestSecond));
-    command->add_flag("--errors", options->filter.only_problems, "only what did not go well");
-    command->add_flag("--waterfall", options->is_waterfall,
-                      "put the bars where their requests were in time");
+    command->add_flag("--errors", options->filter.only_problems, "only requests with problems");
+    command->add_flag("--waterfall", options->is_waterfall, "place bars at their requests' times");
     command
         ->add_option("--columns", options->columns,
                      "width of the rows (default: the terminal's, else 100)")
@@ -152,7 +152,7 @@ void AddTimeline(CommandSet* commands, CLI::App* group) {
 void AddExport(CommandSet* commands, CLI::App* group) {
     const auto options = std::make_shared<TraceOptions>();
     CLI::App* command = AddTraceAction(
-        commands, group, {"export", "write a trace in another program's format", kExportFooter},
+        commands, group, {"export", "convert a trace to another program's format", kExportFooter},
         RunTraceExport, options);
     command->add_option("--format", options->format, "candump, asc or chrome")
         ->type_name("candump|asc|chrome")

@@ -7,8 +7,8 @@ namespace dpdu {
 namespace {
 
 constexpr char kTesterPresentExamples[] = R"(
-Starts communication, which makes the library send the message again and again, and stops
-it after --time seconds or with Ctrl-C. Tarvik's library sends messages of up to 32 bytes.
+Starts communication, which makes the library send the message periodically, and stops it
+after --time seconds or on Ctrl-C. Tarvik's library sends messages of up to 32 bytes.
 
 Examples:
   dpdu tester-present
@@ -16,12 +16,12 @@ Examples:
   dpdu tester-present --functional 7DF --message 3E80)";
 
 constexpr char kMonitorExamples[] = R"(
-Shows modules as they come and go, the states of the link to the control unit, and with a
-request also the states, answers and errors of each time that it is sent. Goes on when the
-dongle is pulled out: the library is then constructed anew until the dongle is back.
+Shows modules as they come and go, the states of the link to the control unit and, if a
+request is given, the states, answers and errors each time it is sent. Continues when the
+dongle is unplugged: the library is then constructed again until the dongle is back.
 
-Ends after --count events, after --time seconds or with Ctrl-C. --json prints one document
-a line, one for each event.
+Ends after --count events, after --time seconds or on Ctrl-C. --json prints one document
+per line, one for each event.
 
 Examples:
   dpdu monitor
@@ -58,14 +58,13 @@ void AddTesterPresent(CommandSet* commands) {
             const TesterPresentOptions options = ParseTesterPresent(*texts);
             return [=](Output* output) { return RunTesterPresent(common, options, output); };
         });
-    command->add_option("--period", texts->period_ms, "how often to send it (default: 2000)")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
-    command->add_option("--message", texts->message, "what to send (default: 3E80)")
+    AddMillisecondsOption(command, "--period", &texts->period_ms,
+                          "time between two messages (default: 2000)");
+    command->add_option("--message", texts->message, "message to send (default: 3E80)")
         ->type_name("HEX");
     command
         ->add_option("--functional", texts->functional,
-                     "to all control units at once on this CAN identifier")
+                     "send to all control units at once on this CAN identifier")
         ->type_name("ID");
     AddTimeOption(command, &texts->seconds);
     AddEcuOption(command, &texts->ecus);
@@ -96,21 +95,16 @@ MonitorOptions ParseMonitor(const MonitorTexts& texts) {
 void AddMonitor(CommandSet* commands) {
     const auto texts = std::make_shared<MonitorTexts>();
     CLI::App* command = commands->Add(
-        {"monitor", "show events as they come", kMonitorExamples}, [texts](auto common) {
+        {"monitor", "show events as they occur", kMonitorExamples}, [texts](auto common) {
             const MonitorOptions options = ParseMonitor(*texts);
             return [=](Output* output) { return RunMonitor(common, options, output); };
         });
-    command->add_option("bytes", texts->words, "request to send again and again, in hexadecimal");
-    command->add_option("--ecu", texts->ecu, "control unit to link to (default: 7E0:7E8)")
+    command->add_option("bytes", texts->words, "request to send periodically, in hexadecimal");
+    command->add_option("--ecu", texts->ecu, "control unit of the link (default: 7E0:7E8)")
         ->type_name("REQUEST:RESPONSE");
-    command
-        ->add_option("--period", texts->period_ms,
-                     "time from one request to the next (default: 1000)")
-        ->type_name("MS")
-        ->check(CLI::Range(1U, kLargestMs).description(""));
-    command->add_option("--count", texts->count, "end after so many events")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+    AddMillisecondsOption(command, "--period", &texts->period_ms,
+                          "time between two requests (default: 1000)");
+    AddCountOption(command, &texts->count, "end after this many events");
     AddTimeOption(command, &texts->seconds);
     AddTimingOptions(command, &texts->link);
 }

@@ -1,5 +1,5 @@
-// The names of ComParams that data files and libraries use. The interface can look up a name but
-// not list those that it knows, so a list has to start from somewhere.
+// The names of ComParams in data files and libraries. The D-PDU API can look up a name but cannot
+// list the known ones, so 'comparam list' tries these.
 
 #ifndef TOOLS_DPDU_PARAMS_COM_PARAM_NAMES_H
 #define TOOLS_DPDU_PARAMS_COM_PARAM_NAMES_H

@@ -18,19 +18,19 @@ struct ComParam {
     ParamValue value;
 };
 
-// Nothing when the library does not know the name or does not offer it on this link.
+// nullopt if the library does not know the name or does not offer it on this link.
 std::optional<ComParam> FindComParam(const Session& session, const LinkHandles& link,
                                      const std::string& name);
 
-// The same, but an unknown name throws Failure.
+// As above, but throws Failure for an unknown name.
 ComParam GetComParam(const Session& session, const LinkHandles& link, const std::string& name);
 
-// Sets a ComParam from the text of its value. Throws Failure for an unknown name or when the
-// library refuses, UsageError when the text does not fit the ComParam's type.
+// Sets a ComParam to a value given as text. Throws Failure if the name is unknown or the library
+// refuses, UsageError if the text does not fit the ComParam's type.
 void SetComParam(const Session& session, const LinkHandles& link, const std::string& name,
                  const std::string& text);
 
-// Sets a ComParam that not every library has; says whether this one took the value.
+// Sets a ComParam that not every library has. True if this library accepted the value.
 bool TrySetComParam(const Session& session, const LinkHandles& link, const std::string& name,
                     const std::string& text);
 

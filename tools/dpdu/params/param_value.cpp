@@ -36,7 +36,7 @@ const NumberType* FindNumberType(T_PDU_PT type) {
     return nullptr;
 }
 
-// All ones above the sign bit for a negative value of a narrow type.
+// Extends the sign of a narrow type to 32 bits.
 UNUM32 SignExtended(UNUM32 value, unsigned size) {
     const unsigned unused = 32 - 8 * size;
     return static_cast<UNUM32>(static_cast<SNUM32>(value << unused) >> unused);
@@ -48,15 +48,15 @@ UNUM32 ReadNumber(const NumberType& type, const void* data) {
     return type.is_signed ? SignExtended(value, type.size) : value;
 }
 
-// The fields of a struct field's record, as numbers in the record's order.
-std::vector<UNUM32> RecordFields(T_PDU_CPST type, const std::array<UNUM8, 6>& record) {
+// The fields of a record as numbers, in order.
+std::vector<UNUM32> RecordFields(T_PDU_CPST type, const ParamRecord& record) {
     if (type != PDU_CPST_SESSION_TIMING) return {record.begin(), record.end()};
     const UNUM32 session = record[0] | static_cast<UNUM32>(record[1]) << 8;
     return {session, record[2], record[3], record[4], record[5]};
 }
 
-std::array<UNUM8, 6> RecordFromFields(T_PDU_CPST type, const std::vector<UNUM32>& fields) {
-    std::array<UNUM8, 6> record{};
+ParamRecord RecordFromFields(T_PDU_CPST type, const std::vector<UNUM32>& fields) {
+    ParamRecord record{};
     std::size_t at = 0;
     for (std::size_t i = 0; i < fields.size(); ++i) {
         record[at++] = static_cast<UNUM8>(fields[i]);
@@ -115,12 +115,12 @@ std::vector<UNUM32> ParseWords(const std::string& text) {
     return words;
 }
 
-std::vector<std::array<UNUM8, 6>> ParseRecords(const std::string& text, T_PDU_CPST type) {
+std::vector<ParamRecord> ParseRecords(const std::string& text, T_PDU_CPST type) {
     const bool is_session = type == PDU_CPST_SESSION_TIMING;
     const std::string expected =
         is_session ? "groups SESSION:P2MAX_HIGH:P2MAX_LOW:P2STAR_HIGH:P2STAR_LOW, comma between"
                    : "groups P2MIN:P2MAX:P3MIN:P3MAX:P4MIN:TIMINGSET, comma between";
-    std::vector<std::array<UNUM8, 6>> records;
+    std::vector<ParamRecord> records;
     if (text.empty()) return records;
     for (const std::string& group : Split(text, ',')) {
         const std::vector<std::string> parts = Split(group, ':');
@@ -140,8 +140,10 @@ void ReadStructField(const PDU_PARAM_STRUCTFIELD_DATA& field, ParamValue* value)
     if (!HasKnownRecords(*value) || !field.pStructArray) return;
     value->records.resize(field.ParamActEntries);
     for (std::size_t i = 0; i < value->records.size(); ++i) {
-        std::memcpy(value->records[i].data(), static_cast<const UNUM8*>(field.pStructArray) + 6 * i,
-                    6);
+        ParamRecord& record = value->records[i];
+        std::memcpy(record.data(),
+                    static_cast<const UNUM8*>(field.pStructArray) + i * record.size(),
+                    record.size());
     }
 }
 

@@ -1,9 +1,9 @@
-// The value of a ComParam, copied out of the library's records, and its textual form.
+// The value of a ComParam, copied from the library's records, and its text form.
 //
-//   numbers         1000 or 0x3E8 (a signed one also -5)
+//   numbers         1000 or 0x3E8 (signed types also -5)
 //   byte fields     3E80
 //   long fields     500000,250000
-//   struct fields   one group a record, the fields in the record's order: 1:0:50:1:244,2:0:50:1:244
+//   struct fields   one group per record, its fields in order: 1:0:50:1:244,2:0:50:1:244
 
 #ifndef TOOLS_DPDU_PARAMS_PARAM_VALUE_H
 #define TOOLS_DPDU_PARAMS_PARAM_VALUE_H
@@ -18,30 +18,32 @@
 
 namespace dpdu {
 
+// A record of a struct field; all known types have this size.
+using ParamRecord = std::array<UNUM8, 6>;
+
 struct ParamValue {
     T_PDU_PT type = PDU_PT_UNUM32;
-    UNUM32 number = 0;          // number types; a negative value as its two's complement
+    UNUM32 number = 0;          // number types; negative values as two's complement
     Bytes bytes;                // byte field
     std::vector<UNUM32> words;  // long field
     T_PDU_CPST struct_type = PDU_CPST_SESSION_TIMING;
-    std::vector<std::array<UNUM8, 6>> records;  // struct field: the records as they lie in memory
+    std::vector<ParamRecord> records;  // struct field: the records' bytes
 };
 
-// Copies the value out of an item.
+// Copies the value from an item.
 ParamValue ReadParamValue(const PDU_PARAM_ITEM& item);
 
 std::string ParamText(const ParamValue& value);
 Json ParamJson(const ParamValue& value);
 
-// Reads a value of the same type as `like` from its text. Throws UsageError saying what is
-// expected.
+// Parses a value of the same type as `like`. Throws UsageError with the expected form.
 ParamValue ParseParamValue(const std::string& text, const ParamValue& like);
 
-// "PDU_PT_UNUM32", "PDU_PC_TIMING"; a number for an unknown one.
+// "PDU_PT_UNUM32", "PDU_PC_TIMING"; a number if unknown.
 std::string ParamTypeText(T_PDU_PT type);
 std::string ParamClassText(T_PDU_PC param_class);
 
-// An item with the value, whose records live as long as this object.
+// An item with the value; its records live as long as this object.
 class ParamItemBuilder {
 public:
     ParamItemBuilder(const PDU_PARAM_ITEM& like, ParamValue value);

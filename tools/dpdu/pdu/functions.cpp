@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kAdvice[] = "; name a D-PDU library with --library PATH or DPDU_LIBRARY";
 
-// Collects the functions of one library and counts those that it lacks.
+// Finds the functions of a library and counts the missing ones.
 class FunctionFinder {
 public:
     explicit FunctionFinder(void* library) : library_(library) {}

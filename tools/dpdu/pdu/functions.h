@@ -1,4 +1,4 @@
-// The functions of a D-PDU library, looked up by name.
+// The functions of a D-PDU library, found by name.
 
 #ifndef TOOLS_DPDU_PDU_FUNCTIONS_H
 #define TOOLS_DPDU_PDU_FUNCTIONS_H
@@ -42,11 +42,11 @@ struct PduFunctions {
     PDUGetTimestamp_Fn GetTimestamp;
 };
 
-// Loads the library at `path`, or this project's library beside the program when it is empty.
-// Throws Failure with advice when it does not load or lacks a function.
+// Loads the library at `path`; if it is empty, this project's library beside the program. Throws
+// Failure with advice if it cannot be loaded or lacks a function.
 PduFunctions LoadPduFunctions(const std::string& path);
 
-// The prototypes of the standard take input texts without const; no library writes into them.
+// The standard's prototypes take input texts without const; no library modifies them.
 inline CHAR8* InputText(const std::string& text) { return const_cast<CHAR8*>(text.c_str()); }
 
 }  // namespace dpdu

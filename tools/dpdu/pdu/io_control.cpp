@@ -42,7 +42,7 @@ constexpr IoControl kControls[] = {
     {"PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", "isobus-functions", "none", kNumber},
 };
 
-// A word and what it stands for.
+// A word in an input and its value.
 struct Word {
     const char* text;
     UNUM32 value;
@@ -62,7 +62,7 @@ constexpr UNUM32 kUsualSwitchPin = 8;
 constexpr UNUM32 kUsualDiscoveryMs = 1000;
 constexpr UNUM32 kUsualEntityMs = 2000;
 
-// The fields of one value, taken one after the other.
+// The fields of one value, read from left to right.
 class Fields {
 public:
     Fields(const std::string& text, const char* form) : text_(text), form_(form) {
@@ -173,13 +173,13 @@ const IoControl* FindIoControl(const std::string& name) {
     return nullptr;
 }
 
-// One function for each input type; each fills its record and points the item at it.
+// One function per input type; each fills its record and lets the item point to it.
 struct IoInputParsers {
     static void None(IoInput* input) {
         if (!input->text_.empty()) throw UsageError("this command takes no input");
     }
     static void Number(IoInput* input) {
-        if (input->text_.empty()) return;  // left out: libraries have their own idea then
+        if (input->text_.empty()) return;  // omitted: the library uses its own default
         Fields fields(input->text_, "NUMBER");
         input->number_ = fields.Number();
         fields.End();

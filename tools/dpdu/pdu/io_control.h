@@ -1,10 +1,10 @@
-// The IOCTLs of the standard, what they take, and what they give back.
+// The standard's IOCTLs with their inputs and outputs. Input types:
 //
 //   none        no input
 //   number      13800 or 0x35E8
 //   bytes       3E80
 //   voltage     MILLIVOLTS:PIN
-//   filters     pass|block|pass-uudt|block-uudt:NUMBER:MASK:PATTERN, comma between
+//   filters     pass|block|pass-uudt|block-uudt:NUMBER:MASK:PATTERN, separated by commas
 //   queue       SIZE:unlimited|limited|circular
 //   vehicle     none|vin|eid[:VALUE[:none|vin|group|all[:MILLISECONDS]]]
 //   switch      on|off[:PIN]
@@ -24,25 +24,25 @@
 
 namespace dpdu {
 
-// What the number that an IOCTL gives back means.
+// Meaning of the number that an IOCTL returns.
 enum class IoMeaning { kNumber, kMillivolts, kIgnition, kPowerMode };
 
 struct IoControl {
-    const char* name;        // of the standard
-    const char* short_name;  // for people; null: none
+    const char* name;        // in the standard
+    const char* short_name;  // for users; null: none
     const char* input_type;  // as above
     IoMeaning meaning;
 };
 
 std::span<const IoControl> IoControls();
 
-// By either name; null when there is none.
+// Finds an IOCTL by either name; null if it is unknown.
 const IoControl* FindIoControl(const std::string& name);
 
-// An input item, whose records live as long as this object.
+// An input item; its records live as long as this object.
 class IoInput {
 public:
-    // Throws UsageError for an unknown type or a text that is no value of it.
+    // Throws UsageError for an unknown type or an invalid value.
     IoInput(const std::string& type, const std::string& text);
     IoInput(const IoInput&) = delete;
     IoInput& operator=(const IoInput&) = delete;
@@ -67,7 +67,7 @@ private:
     PDU_DATA_ITEM item_{};
 };
 
-// What an IOCTL gave back, for people and as JSON.
+// The output of an IOCTL, as text and as JSON.
 std::string IoOutputText(const PDU_DATA_ITEM& output, IoMeaning meaning);
 Json IoOutputJson(const PDU_DATA_ITEM& output);
 

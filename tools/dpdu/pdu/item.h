@@ -1,4 +1,4 @@
-// Ownership of an item that the library returned.
+// Owns an item returned by the library.
 
 #ifndef TOOLS_DPDU_PDU_ITEM_H
 #define TOOLS_DPDU_PDU_ITEM_H
@@ -7,7 +7,7 @@
 
 namespace dpdu {
 
-// Receives an item through Receive() and hands it back to the library at the end of the scope.
+// Receives an item through Receive() and destroys it at the end of the scope.
 template <typename Record>
 class Item {
 public:

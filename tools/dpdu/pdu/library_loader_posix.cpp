@@ -9,14 +9,14 @@
 namespace dpdu {
 namespace {
 
-// A bare file name would only be looked for in the system's folders; a file in the current folder
-// is what someone who types one means.
+// dlopen looks for a bare file name in the system's folders only; a user who types one means the
+// file in the current folder.
 std::string PathToOpen(const std::string& path) {
     const bool is_bare = path.find('/') == std::string::npos;
     return is_bare && access(path.c_str(), F_OK) == 0 ? "./" + path : path;
 }
 
-// The loader's own words, without the path in front of them.
+// The loader's message, without the leading path.
 std::string ReasonFor(const std::string& opened) {
     const char* text = dlerror();
     const std::string reason = text ? text : "unknown reason";

@@ -26,7 +26,7 @@ LoadedLibrary LoadSharedLibrary(const std::string& path) {
     const bool is_full = length > 0 && length < full.size();
 
     LoadedLibrary loaded;
-    // The altered search path lets a vendor's library find the libraries that lie beside it.
+    // With the altered search path a vendor's library finds the libraries beside it.
     loaded.handle = ::LoadLibraryExA(is_full ? full.data() : path.c_str(), nullptr,
                                      is_full ? LOAD_WITH_ALTERED_SEARCH_PATH : 0);
     if (!loaded.handle) loaded.error = LastErrorText();

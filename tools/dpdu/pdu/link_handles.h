@@ -1,4 +1,4 @@
-// A link of a module.
+// The handles of a link and its module.
 
 #ifndef TOOLS_DPDU_PDU_LINK_HANDLES_H
 #define TOOLS_DPDU_PDU_LINK_HANDLES_H
@@ -7,7 +7,7 @@
 
 namespace dpdu {
 
-// The handles that most functions of a link take.
+// Most functions for a link take both.
 struct LinkHandles {
     UNUM32 module = PDU_HANDLE_UNDEF;
     UNUM32 link = PDU_HANDLE_UNDEF;

@@ -23,7 +23,7 @@ std::string LowerCase(std::string text) {
     return text;
 }
 
-// What is known already stands when the library does not answer.
+// Returns the known state if the library does not answer.
 T_PDU_STATUS StateOf(Session* session, UNUM32 handle, T_PDU_STATUS known) {
     T_PDU_STATUS state = known;
     UNUM32 timestamp = 0;
@@ -37,7 +37,7 @@ ModuleInfo Describe(Session* session, const PDU_MODULE_DATA& data) {
     ModuleInfo module;
     module.handle = data.hMod;
     module.type = data.ModuleTypeId;
-    // The list carries a state too, but not every library keeps it up to date there.
+    // The list contains a state too, but not every library keeps it up to date.
     module.state = StateOf(session, data.hMod, data.ModuleStatus);
     module.vendor_name = TextOrEmpty(data.pVendorModuleName);
     module.additional_info = TextOrEmpty(data.pVendorAdditionalInfo);
@@ -54,7 +54,7 @@ bool IsGone(const ModuleInfo& module) { return module.state == PDU_MODST_NOT_AVA
 std::string VendorValue(const std::string& series, const std::string& key) {
     const std::string head = key + "='";
     std::size_t at = series.find(head);
-    // A key may be the end of a longer one.
+    // A key may also be the end of a longer key.
     while (at != std::string::npos && at > 0 && series[at - 1] != ' ') {
         at = series.find(head, at + 1);
     }

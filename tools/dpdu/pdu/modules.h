@@ -1,4 +1,4 @@
-// The modules that a library offers: listing, choosing, connecting.
+// The modules of a library: listing, choosing, connecting.
 
 #ifndef TOOLS_DPDU_PDU_MODULES_H
 #define TOOLS_DPDU_PDU_MODULES_H
@@ -15,36 +15,36 @@ struct ModuleInfo {
     UNUM32 handle = PDU_HANDLE_UNDEF;
     UNUM32 type = 0;
     T_PDU_STATUS state = PDU_MODST_NOT_AVAIL;
-    std::string vendor_name;      // as the library gives it
-    std::string additional_info;  // likewise
-    // Taken from vendor_name where it is a series of key='value', else empty.
+    std::string vendor_name;      // as reported by the library
+    std::string additional_info;  // as reported by the library
+    // Parsed from vendor_name if it is a series of key='value', else empty.
     std::string name;
     std::string serial_number;
     std::string connection;
 };
 
-// The value of a key in a series of key='value', or an empty text.
+// The value of a key in a series of key='value', or an empty text if it is missing.
 std::string VendorValue(const std::string& series, const std::string& key);
 
-// All modules as the library knows them now.
+// All modules that the library currently knows.
 std::vector<ModuleInfo> ListModules(Session* session);
 
-// True when the library says that a module which it listed is not there any more. Libraries may
-// find that out only when they look for modules, so ListModules goes before.
+// True if the library reports that a listed module is no longer available. Some libraries notice
+// that only while they look for modules, so call ListModules before.
 bool IsModuleGone(Session* session, UNUM32 handle);
 
-// True when the module's texts contain the wanted one, whatever the case; an empty one always.
+// True if the module's texts contain `wanted`, ignoring case; an empty text always matches.
 bool ModuleMatches(const ModuleInfo& module, const std::string& wanted);
 
-// Looks for modules until at least one matches or the time is over, and returns those that match.
+// Looks for modules until at least one matches or the time is up, and returns the matching ones.
 std::vector<ModuleInfo> WaitForModules(Session* session, const std::string& wanted,
                                        std::chrono::milliseconds limit);
 
-// The one module that matches and is available; throws Failure when there is none or more than one.
+// The one module that matches and is available. Throws Failure if there is none or more than one.
 ModuleInfo ChooseModule(Session* session, const std::string& wanted,
                         std::chrono::milliseconds limit);
 
-// Connects a module for as long as it lives.
+// Keeps a module connected during its lifetime.
 class ConnectedModule {
 public:
     ConnectedModule(Session* session, UNUM32 handle);

@@ -36,7 +36,7 @@ Session::Session(const PduFunctions& functions, std::string option_string)
     : functions_(functions), option_string_(std::move(option_string)) {
     CHAR8* options = option_string_.empty() ? nullptr : InputText(option_string_);
     Check(functions_.Construct(options, &signal_), "PDUConstruct");
-    // A library without callbacks is still usable: the queues are looked at from time to time too.
+    // A library without callbacks is still usable: the queues are also polled.
     functions_.RegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, OnEvent);
 }
 
@@ -49,7 +49,7 @@ Session::~Session() {
 std::optional<UNUM32> Session::FindObject(T_PDU_OBJT type, const std::string& name) const {
     UNUM32 id = PDU_ID_UNDEF;
     const T_PDU_ERROR status = functions_.GetObjectId(type, InputText(name), &id);
-    // An unknown name is an error in some libraries and an undefined id in others.
+    // For an unknown name some libraries return an error, others an undefined id.
     if (status != PDU_STATUS_NOERROR || id == PDU_ID_UNDEF) return std::nullopt;
     return id;
 }

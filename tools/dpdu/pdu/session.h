@@ -1,5 +1,4 @@
-// A library in use: constructed, its event callback registered, its queues emptied; destructed on
-// every way out.
+// A library in use: constructed, with its event callback registered; always destructed in the end.
 
 #ifndef TOOLS_DPDU_PDU_SESSION_H
 #define TOOLS_DPDU_PDU_SESSION_H
@@ -15,11 +14,11 @@
 
 namespace dpdu {
 
-// Set by the library's threads, waited for by ours.
+// Raised by the library's threads; ours wait for it.
 class EventSignal {
 public:
     void Raise();
-    // True when it was raised since the last call; false when the time ran out.
+    // True if it was raised since the last call; false on time-out.
     bool Wait(std::chrono::milliseconds limit);
 
 private:
@@ -28,12 +27,13 @@ private:
     bool raised_ = false;  // guarded by lock_
 };
 
-// The longest that an interruption by the user goes unnoticed.
+// The longest time until an interruption by the user is noticed.
 inline constexpr std::chrono::milliseconds kInterruptionPoll{100};
 
 class Session {
 public:
-    // Constructs the library with the option string, or with none when it is empty. Throws Failure.
+    // Constructs the library with the option string; an empty one is passed as null. Throws
+    // Failure.
     Session(const PduFunctions& functions, std::string option_string);
     ~Session();
     Session(const Session&) = delete;
@@ -41,28 +41,28 @@ public:
 
     const PduFunctions& Functions() const { return functions_; }
 
-    // The id of an object, or nothing when the library does not know the name.
+    // The id of an object; nullopt if the library does not know the name.
     std::optional<UNUM32> FindObject(T_PDU_OBJT type, const std::string& name) const;
-    // The same, but an unknown name throws Failure.
+    // As above, but throws Failure for an unknown name.
     UNUM32 RequireObject(T_PDU_OBJT type, const std::string& name) const;
 
-    // The callback to register for a queue of this session; it wakes WaitForEvent.
+    // The callback to register for this session's queues; it wakes WaitForEvent.
     static CALLBACKFNC Callback();
 
-    // Waits until the library has reported an event or a short time has passed. Throws Failure when
-    // the user has interrupted the program.
+    // Waits until the library reports an event or a short time has passed. Throws Failure if the
+    // user has interrupted the program.
     void WaitForEvent();
-    // The same, whether interrupted or not.
+    // As above, but ignores interruptions.
     void PauseForEvent(std::chrono::milliseconds limit = kInterruptionPoll);
 
-    // Takes one item out of a queue, shows it to `look` and hands it back to the library. False
-    // when there is none.
+    // Takes one item from a queue, passes it to `look` and destroys it. False if the queue is
+    // empty.
     bool TakeEvent(UNUM32 module, UNUM32 link,
                    const std::function<void(const PDU_EVENT_ITEM&)>& look);
-    // Takes every item out of a queue, shows it to `look` and hands it back to the library.
+    // Takes every item from a queue, passes it to `look` and destroys it.
     void DrainQueue(UNUM32 module, UNUM32 link,
                     const std::function<void(const PDU_EVENT_ITEM&)>& look);
-    // The same for items that are of no interest.
+    // Empties a queue without looking at its items.
     void DiscardQueue(UNUM32 module, UNUM32 link);
 
 private:

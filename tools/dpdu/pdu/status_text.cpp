@@ -77,7 +77,7 @@ constexpr Name kStateNames[] = {
 };
 #undef NAME
 
-// The first two carry both meanings that libraries give them.
+// Libraries use the first two with different meanings; the text gives both.
 constexpr Name kErrorEventNames[] = {
     {PDU_ERR_EVT_NOERROR, "no error (PDU_ERR_EVT_NOERROR)"},
     {PDU_ERR_EVT_TX_ERROR,

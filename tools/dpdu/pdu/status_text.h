@@ -9,16 +9,16 @@
 
 namespace dpdu {
 
-// "PDU_ERR_INVALID_HANDLE (0x60)"; a number alone when there is no name.
+// "PDU_ERR_INVALID_HANDLE (0x60)"; only the number if it has no name.
 std::string StatusText(T_PDU_ERROR status);
 
-// Name and meaning of an error item's code.
+// Meaning and name of an error item's code.
 std::string ErrorEventText(T_PDU_ERR_EVT code);
 
 // Name of a ComPrimitive, link or module state.
 std::string StateText(T_PDU_STATUS state);
 
-// Throws Failure naming the function unless the status is PDU_STATUS_NOERROR.
+// Throws Failure with the function's name unless the status is PDU_STATUS_NOERROR.
 void Check(T_PDU_ERROR status, const char* function);
 
 }  // namespace dpdu

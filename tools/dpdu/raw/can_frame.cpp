@@ -18,7 +18,7 @@ std::string TimeText(std::uint64_t time_us) {
     return text;
 }
 
-// The flag alone is not enough: not every library sets it for every long identifier.
+// The flag alone is not enough: not every library sets it for all 29-bit identifiers.
 bool Has29Bits(const PDU_RESULT_DATA& result, std::uint32_t id) {
     const bool is_flagged = result.RxFlag.NumFlagBytes > 2 && result.RxFlag.pFlagData &&
                             (result.RxFlag.pFlagData[2] & PDU_RX_FLAG2_CAN_29BIT_ID);
@@ -81,7 +81,7 @@ bool Passes(const std::vector<CanFilter>& filters, std::uint32_t id) {
 }
 
 std::uint64_t TimestampExtender::SinceFirst(UNUM32 timestamp_us) {
-    // The difference of unsigned numbers is right across one wrap.
+    // The unsigned difference is correct across one wrap.
     if (last_) since_first_ += static_cast<UNUM32>(timestamp_us - *last_);
     last_ = timestamp_us;
     return since_first_;

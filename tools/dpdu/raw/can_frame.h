@@ -1,4 +1,4 @@
-// CAN frames as a raw link carries them, and as text.
+// CAN frames on a raw link, and their text forms.
 
 #ifndef TOOLS_DPDU_RAW_CAN_FRAME_H
 #define TOOLS_DPDU_RAW_CAN_FRAME_H
@@ -22,35 +22,35 @@ struct CanFrame {
     Bytes data;
 };
 
-// As a raw link takes and gives it: four bytes of identifier, most significant first, then data.
+// The raw link's format: four bytes identifier, most significant first, then the data.
 Bytes RawBytes(const CanFrame& frame);
-// Nothing when there are fewer than four bytes.
+// nullopt if there are fewer than four bytes.
 std::optional<CanFrame> ReadFrame(const PDU_EVENT_ITEM& result);
 
 // "7E8" or "18DAF110"
 std::string FrameIdText(const CanFrame& frame);
 
-// "(000.012000)  can0       7E8  [3]  01 02 03", the time being that since the first frame.
+// "(000.012000)  can0       7E8  [3]  01 02 03" with the time since the first frame.
 std::string CandumpLine(const CanFrame& frame, std::uint64_t time_us);
-// "(1700000000.012000) can0 7E8#010203", the time being that since 1970.
+// "(1700000000.012000) can0 7E8#010203" with the time since 1970.
 std::string CandumpLogLine(const CanFrame& frame, std::uint64_t time_us);
 
-// Which identifiers are wanted.
+// Selects identifiers.
 struct CanFilter {
     std::uint32_t id = 0;
-    std::uint32_t mask = kLargest29BitId;  // bits that count
+    std::uint32_t mask = kLargest29BitId;  // bits to compare
 };
 
 // "7E8" or "7E0/7F8".
 std::optional<CanFilter> ParseCanFilter(const std::string& text);
 
-// True when one of the filters lets the identifier through, or when there is none.
+// True if one of the filters matches the identifier, or if there are no filters.
 bool Passes(const std::vector<CanFilter>& filters, std::uint32_t id);
 
-// Turns time stamps of 32 bits, which wrap after 71 minutes, into ones that do not.
+// Extends 32-bit time stamps, which wrap after 71 minutes, to 64 bits.
 class TimestampExtender {
 public:
-    // Zero for the first one, however it came.
+    // Microseconds since the first time stamp; zero for the first one.
     std::uint64_t SinceFirst(UNUM32 timestamp_us);
 
 private:

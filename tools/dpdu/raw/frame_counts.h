@@ -1,4 +1,4 @@
-// How often each identifier was seen, and what came last.
+// Counts the frames of each identifier and keeps the last one.
 
 #ifndef TOOLS_DPDU_RAW_FRAME_COUNTS_H
 #define TOOLS_DPDU_RAW_FRAME_COUNTS_H
@@ -17,9 +17,9 @@ public:
 
     std::uint64_t Total() const { return total_; }
 
-    // A heading and a row for each identifier: count, mean time from one to the next, last data.
+    // A header and one row per identifier: count, mean period, last data.
     std::vector<Row> Rows() const;
-    // The same as an array.
+    // The same rows as a JSON array.
     Json AsJson() const;
 
 private:
@@ -32,7 +32,7 @@ private:
         std::optional<double> PeriodMs() const;
     };
 
-    // By length of the identifier, then by its number.
+    // Ordered by length of the identifier, then by its number.
     std::map<std::pair<bool, std::uint32_t>, Entry> entries_;
     std::uint64_t total_ = 0;
 };

@@ -40,8 +40,8 @@ void RawLink::Send(const CanFrame& frame, T_PDU_COPT type) {
     StartComPrimitive(*session_, bare_.Handles(), primitive);
 }
 
-// A library need not report the end of a ComPrimitive that sends a frame, but it works on one after
-// the other and reports this one.
+// A library need not report the end of a ComPrimitive that sends a frame, but it processes them in
+// order and reports the end of this one.
 void RawLink::FinishSending() {
     ComPrimitive last;
     last.type = PDU_COPT_UPDATEPARAM;
@@ -59,8 +59,7 @@ void RawLink::StartListening() {
     StartComPrimitive(*session_, bare_.Handles(), primitive);
 }
 
-// The state of the ComPrimitive does not matter: a library may call it finished and go on
-// receiving.
+// Ignores the state of the ComPrimitive: a library may report it finished and continue to receive.
 void RawLink::TakeFrames(const std::function<void(const CanFrame&, UNUM32)>& look) {
     const auto look_at_item = [&look](const PDU_EVENT_ITEM& item) {
         if (!item.pData) return;
@@ -69,7 +68,7 @@ void RawLink::TakeFrames(const std::function<void(const CanFrame&, UNUM32)>& loo
         if (const std::optional<CanFrame> frame = ReadFrame(item)) look(*frame, item.Timestamp);
     };
     const LinkHandles& handles = bare_.Handles();
-    // A busy bus may bring frames as fast as they are taken.
+    // On a busy bus frames may arrive as fast as they are taken.
     while (!WasInterrupted() && session_->TakeEvent(handles.module, handles.link, look_at_item)) {
     }
     session_->DiscardQueue(handles.module, PDU_HANDLE_UNDEF);

@@ -30,7 +30,7 @@ int DigitValue(char digit) {
 
 std::optional<Bytes> ParseHex(const std::string& text) {
     Bytes bytes;
-    int upper = -1;  // first digit of a byte whose second has not come yet
+    int upper = -1;  // first digit of an incomplete byte; -1: none
     for (const char character : WithoutPrefix(text)) {
         if (character == ' ' && upper < 0) continue;
         const int digit = DigitValue(character);

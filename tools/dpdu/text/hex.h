@@ -12,10 +12,11 @@ namespace dpdu {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// "22F190", "22 f1 90" and "0x22F190" alike; nothing for anything else, an odd digit included.
+// Accepts "22F190", "22 f1 90" and "0x22F190"; nullopt for anything else, also an odd number of
+// digits.
 std::optional<Bytes> ParseHex(const std::string& text);
 
-// "22F190", or with a separator "22 F1 90".
+// "22F190", or "22 F1 90" with a separator.
 std::string HexText(const Bytes& bytes, const char* separator = "");
 
 // "7E8": a number without prefix, at least `digits` digits.

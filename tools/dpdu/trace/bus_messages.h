@@ -1,8 +1,8 @@
-// What went over the CAN bus, as far as a trace tells.
+// Traffic on the CAN bus, as far as a trace shows it.
 //
-// The dongle speaks ISO-TP by itself: the trace holds whole requests and answers, not their frames.
-// They are cut here into the frames that must have carried them. What cannot be known is left out:
-// flow control, filling bytes, the moment of each frame, responses that the dongle kept to itself.
+// The dongle handles ISO-TP itself: the trace contains whole requests and answers, not frames. This
+// code splits them into the frames that must have carried them. It omits what is not known: flow
+// control, padding, the time of each frame, responses that the dongle did not pass on.
 
 #ifndef TOOLS_DPDU_TRACE_BUS_MESSAGES_H
 #define TOOLS_DPDU_TRACE_BUS_MESSAGES_H
@@ -18,18 +18,18 @@ namespace dpdu::trace {
 
 struct BusMessage {
     std::uint64_t time_us = 0;
-    std::uint32_t bus = 0;  // counts the modules in the order in which they appear
+    std::uint32_t bus = 0;  // number of the module in order of appearance
     bool is_sent = false;
     std::uint32_t can_id = 0;
-    bool is_raw = false;         // one frame, exactly as it was
+    bool is_raw = false;         // one frame, exactly as recorded
     std::uint32_t cop = 0;       // of the request
     std::uint32_t length = 0;    // of the whole payload
-    std::uint32_t recorded = 0;  // less: the last frames are missing
+    std::uint32_t recorded = 0;  // if less, the last frames are missing
     std::vector<Bytes> frames;
 };
 
-// The frames of ISO 15765-2 with normal addressing on classical CAN, without filling. Of a payload
-// that is not whole, those that can be made of what there is.
+// ISO 15765-2 frames with normal addressing on classical CAN, without padding. For a truncated
+// payload, only the frames that are fully known.
 std::vector<Bytes> IsoTpFrames(const Payload& payload);
 
 class BusMessages : public RequestSink {
@@ -40,7 +40,7 @@ public:
     void Take(const Record& record) { tracker_.Take(record); }
     void Finish() { tracker_.Finish(); }
 
-    // Payloads whose last frames are missing, and raw frames that were no frames.
+    // Number of payloads with missing frames, and of invalid raw frames.
     std::uint64_t Incomplete() const { return incomplete_; }
     std::uint64_t NoFrames() const { return no_frames_; }
 

@@ -10,7 +10,7 @@
 namespace dpdu::trace {
 namespace {
 
-// The part of both logs that hears of messages and counts what cannot be shown.
+// The common part of both logs: receives messages and counts what cannot be shown.
 class CanLogExporter : public Exporter {
 public:
     explicit CanLogExporter(Output* output)
@@ -68,7 +68,7 @@ private:
         }
     }
 
-    // The number of digits tells the reader how long the identifier is.
+    // Readers derive the identifier's length from the number of digits.
     static std::string Identifier(std::uint32_t id) {
         return HexNumber(id, id > kLargest11BitId ? 8 : 3);
     }
@@ -77,7 +77,7 @@ private:
 class AscExporter : public CanLogExporter {
 public:
     explicit AscExporter(Output* output) : CanLogExporter(output) {
-        // The trace tells no calendar time, but readers want one.
+        // The trace contains no calendar time, but readers require one.
         Line("date Thu Jan 1 12:00:00.000 am 1970");
         Line("base hex  timestamps absolute");
         Line("internal events logged");

@@ -14,8 +14,8 @@ namespace {
 constexpr std::size_t kNamedBytes = 8;
 constexpr std::uint32_t kNoModule = 0xFFFFFFFF;
 
-// A viewer shows a process with its threads: here a module with its links. Two processes may have
-// modules of the same handle.
+// A viewer shows processes with threads; here these are modules with links. Two processes may have
+// modules with the same handle.
 class ChromeExporter : public Exporter, public RequestSink {
 public:
     explicit ChromeExporter(Output* output) : output_(output), tracker_(this) {
@@ -87,7 +87,7 @@ private:
         return event;
     }
 
-    // Several may wait at once, which spans of one thread must not: these have a row of their own.
+    // Queued requests may overlap, but spans of one thread must not, so they have a separate row.
     void ShowQueued(const Request& request) {
         const std::string id = std::to_string(request.process) + "." + std::to_string(request.cop);
         const std::string name = "queued " + RequestText(request, kNamedBytes);
@@ -155,7 +155,7 @@ private:
         return arguments;
     }
 
-    // The trace does not tell which dongle it is from.
+    // The trace does not say which dongle it is from.
     void ShowTelemetry(const Record& record) {
         const std::pair<const char*, Field> values[] = {{"rt", Field::kTelemetryRt},
                                                         {"tasks", Field::kTelemetryTasks},
@@ -184,7 +184,7 @@ private:
     Output* output_;
     RequestTracker tracker_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, int> processes_;  // by process and module
-    std::set<std::pair<int, std::uint32_t>> links_;                     // those with a name
+    std::set<std::pair<int, std::uint32_t>> links_;  // links that have been named
     bool is_first_ = true;
 };
 

@@ -1,4 +1,4 @@
-// Reads a trace file from front to end.
+// Reads a trace file from beginning to end.
 
 #ifndef TOOLS_DPDU_TRACE_FILE_H
 #define TOOLS_DPDU_TRACE_FILE_H
@@ -9,7 +9,7 @@
 
 namespace dpdu::trace {
 
-// Throws Failure when the file cannot be read or the user has interrupted the program.
+// Throws Failure if the file cannot be read or the user has interrupted the program.
 ReadReport ReadTraceFile(const std::string& path, const LineReader::Handler& handler);
 
 }  // namespace dpdu::trace

@@ -6,10 +6,10 @@
 namespace dpdu::trace {
 namespace {
 
-// The library's longest line has 8191 characters, but one that it has cut takes its line end along
-// and stands in one line with the next.
+// The library's longest line has 8191 characters, but a truncated line lacks its line end and is
+// joined with the next.
 constexpr std::size_t kLongestLine = 1024 * 1024;
-// More threads than this do not write at once.
+// At most this many threads write at the same time.
 constexpr std::size_t kOrderWindow = 32;
 
 bool IsLater(const Record& a, const Record& b) {
@@ -58,7 +58,8 @@ void LineReader::Finish() {
     HandOnAll();
 }
 
-// A line that the library has cut has lost its line end too: the next one follows in the same line.
+// A line truncated by the library has lost its line end too, so the next one follows in the same
+// line.
 void LineReader::TakeLine(std::string_view line) {
     while (!line.empty()) {
         const std::size_t next = line.find(kLineStart, 1);
@@ -86,7 +87,7 @@ void LineReader::TakePart(std::string_view part) {
 }
 
 void LineReader::Order(Record record) {
-    // Another process may have another clock.
+    // The clock of another process may differ.
     if (record.event == Event::kLogStart) HandOnAll();
     waiting_.push_back(std::move(record));
     std::push_heap(waiting_.begin(), waiting_.end(), IsLater);

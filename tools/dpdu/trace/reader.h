@@ -1,4 +1,4 @@
-// Takes a trace apart into its lines, however large it is.
+// Splits a trace of any size into lines.
 
 #ifndef TOOLS_DPDU_TRACE_READER_H
 #define TOOLS_DPDU_TRACE_READER_H
@@ -13,7 +13,7 @@
 
 namespace dpdu::trace {
 
-// How many lines were like that, and which was the first.
+// Number of such lines, and the first of them.
 struct LineCount {
     std::uint64_t count = 0;
     std::uint64_t first = 0;
@@ -25,21 +25,21 @@ struct LineCount {
 
 struct ReadReport {
     std::uint64_t records = 0;
-    std::uint64_t cut = 0;  // of these, those whose tail the library has cut off
+    std::uint64_t cut = 0;  // of these, lines that the library has truncated
     LineCount damaged;
-    LineCount unknown;  // of an event that this program does not know
+    LineCount unknown;  // lines with an unknown event
 };
 
-// Takes a trace in pieces of any size and hands on its records by time: threads append their lines
-// to the file in the order in which they get to it, not in that of their events. Nothing but a few
-// records and the piece of a line is kept.
+// Takes a trace in pieces of any size and passes on its records ordered by time, since threads do
+// not append their lines in the order of their events. Keeps only a few records and an incomplete
+// line.
 class LineReader {
 public:
     using Handler = std::function<void(const Record&)>;
     explicit LineReader(Handler handler) : handler_(std::move(handler)) {}
 
     void Feed(std::string_view piece);
-    // After the last piece.
+    // Called after the last piece.
     void Finish();
 
     const ReadReport& Report() const { return report_; }
@@ -53,8 +53,8 @@ private:
 
     Handler handler_;
     ReadReport report_;
-    std::string pending_;       // a line whose end has not come yet
-    bool is_overlong_ = false;  // the line has been given up; its end is still to come
+    std::string pending_;       // an incomplete line
+    bool is_overlong_ = false;  // skipping the rest of a line that is too long
     std::uint64_t line_number_ = 0;
     std::vector<Record> waiting_;  // a heap, the earliest first
     Record parsed_;

@@ -8,11 +8,11 @@ namespace dpdu::trace {
 namespace {
 
 struct FieldName {
-    std::string_view name;  // behind the name of the object that holds it: "q.cr"
+    std::string_view name;  // after the name of the object that contains it: "q.cr"
     Field field;
 };
 
-// In order of names.
+// Sorted by name.
 constexpr FieldName kFieldNames[] = {
     {"acc", Field::kAcceptance},
     {"canFuncReqId", Field::kFunctionalId},
@@ -79,7 +79,7 @@ struct EventRow {
     std::string_view name;
     Event event;
     bool is_of_cop;               // carries the three handles
-    std::vector<Field> required;  // beside these and those that every line has
+    std::vector<Field> required;  // besides the handles and the fields that every line has
 };
 
 const EventRow kEvents[] = {
@@ -130,7 +130,7 @@ const EventRow kEvents[] = {
       Field::kTelemetrySi, Field::kTelemetryMx, Field::kTelemetryRu}},
 };
 
-// What is still there of a line that was cut: the fields in front of its bytes.
+// In a truncated line only the fields before its bytes are left.
 bool StandsBehindTheBytes(Event event, Field field) {
     switch (field) {
         case Field::kTxHexLength:
@@ -154,8 +154,8 @@ const EventRow* FindEvent(std::string_view name) {
     return nullptr;
 }
 
-// Times may be differences of any two, so they keep away from the ends of their type; telemetry is
-// whatever the dongle says; everything else is a 32-bit number.
+// Times are limited so that the difference of any two fits; telemetry may be any value that the
+// dongle reports; everything else is a 32-bit number.
 bool IsInRange(Field field, std::int64_t value) {
     constexpr std::int64_t kLatest = std::int64_t{1} << 62;
     switch (field) {
@@ -181,8 +181,8 @@ bool IsInRange(Field field, std::int64_t value) {
     }
 }
 
-// Takes a line's fields as the parser finds them, without building a document first: a trace has
-// millions of lines.
+// Takes a line's fields directly from the parser, without building a document: a trace has millions
+// of lines.
 class LineHandler : public nlohmann::json_sax<nlohmann::json> {
 public:
     explicit LineHandler(Record* record) : record_(record) {}
@@ -264,10 +264,10 @@ private:
     int arrays_ = 0;
 };
 
-// The library cuts a line that does not fit into its buffer of 1024 bytes.
+// The library truncates lines that do not fit into its 1024-byte buffer.
 constexpr std::size_t kCutLineLength = 1023;
 
-// The bytes of a line that ends among them; the last digit may stand alone.
+// The bytes of a line truncated within them; ignores a single last digit.
 std::optional<Bytes> BytesAtTheEnd(std::string_view line) {
     const std::size_t quote = line.rfind('"');
     if (quote == std::string_view::npos) return std::nullopt;
@@ -277,7 +277,7 @@ std::optional<Bytes> BytesAtTheEnd(std::string_view line) {
     return ParseHex(std::string(digits.substr(0, digits.size() / 2 * 2)));
 }
 
-// All numbers that the event needs, and as many bytes as it claims.
+// True if the record has all required numbers and as many bytes as it states.
 bool IsComplete(const EventRow& row, const Record& record) {
     const auto is_there = [&](Field field) {
         return record.Has(field) || (record.was_cut && StandsBehindTheBytes(row.event, field));

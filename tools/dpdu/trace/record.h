@@ -1,4 +1,4 @@
-// One line of a trace file: what the library wrote about one event.
+// One line of a trace file: one event.
 
 #ifndef TOOLS_DPDU_TRACE_RECORD_H
 #define TOOLS_DPDU_TRACE_RECORD_H
@@ -38,7 +38,7 @@ enum class Event {
     kTelemetry,
 };
 
-// The numbers of a line; true and false count as 1 and 0.
+// Numeric fields of a line; true and false are 1 and 0.
 enum class Field {
     kSeq,
     kTimeUs,
@@ -93,14 +93,14 @@ enum class Field {
 class Record {
 public:
     Event event = Event::kLogStop;
-    bool was_cut = false;   // longer than the library's lines: the tail is missing
-    Bytes data;             // the request, response or packet, as far as it was written
-    std::string reason;     // of a BUSY
+    bool was_cut = false;   // truncated by the library: the tail is missing
+    Bytes data;             // request, response or packet, as far as it was recorded
+    std::string reason;     // of a BUSY packet
     std::string direction;  // of a cloud packet
-    std::string type;       // likewise, as it stands on the wire
+    std::string type;       // of a cloud packet, as sent
 
     bool Has(Field field) const { return present_[Position(field)]; }
-    // 0 when the line has no such field.
+    // 0 if the line has no such field.
     std::int64_t Number(Field field) const { return numbers_[Position(field)]; }
     std::uint32_t U32(Field field) const { return static_cast<std::uint32_t>(Number(field)); }
     std::uint64_t TimeUs() const { return static_cast<std::uint64_t>(Number(Field::kTimeUs)); }
@@ -120,10 +120,10 @@ private:
 
 enum class LineKind { kRecord, kUnknownEvent, kDamaged };
 
-// How every line begins. Nothing inside a line looks like it, because quotes there are escaped.
+// The start of every line. It cannot occur inside a line, because quotes are escaped there.
 inline constexpr std::string_view kLineStart = "{\"seq\":";
 
-// One line without its end. The record holds something only for kRecord.
+// Parses one line without its line end. The record is valid only for kRecord.
 LineKind ParseLine(std::string_view line, Record* record);
 
 }  // namespace dpdu::trace

@@ -13,10 +13,10 @@ constexpr std::uint32_t kFunctionalMarker = 0xFFFFEEEE;
 constexpr std::uint32_t kWaitTimeSilent = 0xFFFFFFFF;
 constexpr std::uint32_t kWaitTimeError = 0xFFFFFFFE;
 constexpr std::uint32_t kWaitTimeFunctional = 0xFFFFFFFD;
-constexpr std::size_t kUnitHeader = 8;  // position and length in front of a control unit's answer
-constexpr std::size_t kRawHeader = 4;   // the CAN identifier in front of a frame's data
+constexpr std::size_t kUnitHeader = 8;  // position and length before a control unit's answer
+constexpr std::size_t kRawHeader = 4;   // the CAN identifier before a frame's data
 constexpr std::size_t kMaxFrameData = 8;
-// A trace whose requests never end must not fill the memory, nor a request whose tries never end.
+// Limits memory for traces with requests, or attempts of a request, that never end.
 constexpr std::size_t kMaxOpen = 65'536;
 constexpr std::size_t kMaxPerRequest = 4096;
 
@@ -30,7 +30,7 @@ std::uint32_t LoadU32(const Bytes& bytes, std::size_t at) {
            std::uint32_t{bytes[at + 3]} << 24;
 }
 
-// As the dongle sends them: position, length, bytes, filled up to a multiple of eight.
+// In the dongle's format: position, length, bytes, padded to a multiple of eight.
 void SplitAnswers(const Payload& payload, Exchange* exchange) {
     const Bytes& bytes = payload.bytes;
     std::size_t at = 0;
@@ -42,7 +42,7 @@ void SplitAnswers(const Payload& payload, Exchange* exchange) {
             {LoadU32(bytes, at),
              {Bytes(begin, begin + static_cast<std::ptrdiff_t>(length)), length}});
         const std::size_t padded = (kUnitHeader + std::size_t{length} + 7) / 8 * 8;
-        if (padded >= bytes.size() - at) break;  // the last one may lack its filling
+        if (padded >= bytes.size() - at) break;  // the last one may lack padding
         at += padded;
     }
     exchange->has_all_answers = payload.IsWhole();
@@ -67,7 +67,8 @@ CallbackTime CallbackOf(const Record& record) {
 
 Payload PayloadOf(const Record& record, Field length) { return {record.data, record.U32(length)}; }
 
-// The line of a long request has lost its identifiers; what was looked up before is still known.
+// The line of a long request is cut before its identifiers; those looked up earlier are still
+// known.
 void FillAddresses(const Record& record, const Request& request, Exchange* exchange) {
     if (record.Has(Field::kSentPhysicalId)) {
         exchange->is_functional = record.U32(Field::kSentPhysicalId) == kFunctionalMarker;
@@ -111,7 +112,7 @@ std::uint64_t Request::TimeOuts() const {
     const auto count = std::count_if(exchanges.begin(), exchanges.end(), [](const Exchange& one) {
         return one.result == ExchangeResult::kSilent || one.result == ExchangeResult::kOpen;
     });
-    // The last one of a cancelled request was given up, and of an unfinished one nothing is known.
+    // The last exchange of a cancelled request was abandoned; that of an unfinished one is unknown.
     const bool last_is_open =
         !exchanges.empty() && exchanges.back().result == ExchangeResult::kOpen && !IsFinished();
     return static_cast<std::uint64_t>(count) - (last_is_open ? 1 : 0);
@@ -215,7 +216,7 @@ void RequestTracker::Apply(const Record& record, OpenRequest* open) {
             AppendBounded(&request.errors, record.U32(Field::kError));
             return;
         case Event::kNotifyEnd:
-            // A raw ComPrimitive has one for each frame.
+            // A raw ComPrimitive has one line per frame.
             if (!request.is_raw) AppendBounded(&request.callbacks, CallbackOf(record));
             return;
         case Event::kCopFree:
@@ -239,12 +240,12 @@ void RequestTracker::Apply(const Record& record, OpenRequest* open) {
 void RequestTracker::Sent(const Record& record, OpenRequest* open) {
     Request& request = open->request;
     if (request.exchanges.size() >= kMaxPerRequest) return;
-    // Fewer fields stand in front of the bytes here, so more of a long request is left.
+    // This line has fewer fields before the bytes, so more of a long request is preserved.
     if (record.data.size() > request.sent.bytes.size()) {
         request.sent = PayloadOf(record, Field::kTxLength);
     }
     Exchange exchange;
-    // Nothing is answered before it is sent, whatever the order of the lines.
+    // An answer cannot precede its request, whatever the order of the lines.
     exchange.sent_us = open->early_response
                            ? std::min(record.TimeUs(), open->early_response->TimeUs())
                            : record.TimeUs();

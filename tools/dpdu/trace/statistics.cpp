@@ -11,7 +11,7 @@ constexpr std::uint64_t kParts = std::uint64_t{1} << kPartBits;
 
 }  // namespace
 
-// Below kParts each time has a bucket of its own.
+// Each time below kParts has its own bucket.
 std::size_t TimeStatistics::BucketOf(std::uint64_t time_us) {
     if (time_us < kParts) return static_cast<std::size_t>(time_us);
     const auto shift = static_cast<unsigned>(std::bit_width(time_us)) - kPartBits - 1;

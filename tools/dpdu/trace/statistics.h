@@ -1,4 +1,4 @@
-// Least, greatest, average and 95th percentile of any number of times, in constant memory.
+// Minimum, maximum, average and 95th percentile of any number of times, in constant memory.
 
 #ifndef TOOLS_DPDU_TRACE_STATISTICS_H
 #define TOOLS_DPDU_TRACE_STATISTICS_H
@@ -14,15 +14,15 @@ public:
     void Add(std::uint64_t time_us);
 
     std::uint64_t Count() const { return count_; }
-    // The rest is 0 without a time.
+    // These return 0 if no time was added.
     std::uint64_t MinUs() const { return min_us_; }
     std::uint64_t MaxUs() const { return max_us_; }
     std::uint64_t AverageUs() const { return count_ == 0 ? 0 : sum_us_ / count_; }
-    // The time that so many per cent of all do not exceed (nearest rank), at most 0.4 % too large.
+    // The percentile of all times (nearest rank), at most 0.4 % too large.
     std::uint64_t PercentileUs(unsigned percent) const;
 
 private:
-    // Counts by size; each power of two is divided into 256 equal parts.
+    // Counts by magnitude; each power of two is divided into 256 equal parts.
     static std::size_t BucketOf(std::uint64_t time_us);
     static std::uint64_t LargestIn(std::size_t bucket);
 

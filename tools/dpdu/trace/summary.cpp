@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kShownBytes = 8;
 
 struct TelemetryName {
-    const char* name;  // as in the dongle's report
+    const char* name;  // as the dongle reports it
     Field field;
 };
 
@@ -26,7 +26,7 @@ constexpr TelemetryName kTelemetryNames[] = {
 
 constexpr std::int64_t kNoTelemetryValue = -1;
 
-// Makes the fastest one the first of the heap.
+// Puts the fastest one at the front of the heap.
 bool IsFaster(const SlowRequest& a, const SlowRequest& b) { return a.duration_us > b.duration_us; }
 
 std::string CountText(std::uint64_t count) { return std::to_string(count); }
@@ -53,7 +53,7 @@ std::string NegativeName(std::uint8_t code) {
     return std::string(NegativeResponseName(code)) + " (0x" + HexNumber(code, 2) + ")";
 }
 
-// Empty columns when there is no time.
+// Empty columns if there are no times.
 void AppendTimes(const TimeStatistics& times, Row* row) {
     const bool is_empty = times.Count() == 0;
     for (const std::uint64_t time_us :
@@ -76,7 +76,7 @@ std::string UnitText(const UnitKey& key) {
                              : EcuAddressText({key.request_id, key.response_id});
 }
 
-// Headings stand alone, and a part without rows is left out.
+// Headings are on their own line; omits a section without rows.
 void PrintPart(const char* title, const std::vector<Row>& rows, bool has_header, Output* output) {
     if (rows.size() <= (has_header ? 1U : 0U)) return;
     output->Line("");
@@ -200,7 +200,7 @@ void Summary::OnRawFrame(const Request& request, const RawFrame& frame) {
     ++raw_[{frame.can_id, frame.is_sent}];
 }
 
-// The control units behind a try, and which of them were silent.
+// The control units of an attempt, and which of them did not answer.
 void Summary::CountExchange(const Request& request, const Exchange& exchange, bool is_last) {
     const bool was_given_up =
         exchange.result == ExchangeResult::kOpen && is_last && !request.IsFinished();

@@ -1,4 +1,4 @@
-// What happened in a trace, in figures.
+// Summarises a trace in figures.
 
 #ifndef TOOLS_DPDU_TRACE_SUMMARY_H
 #define TOOLS_DPDU_TRACE_SUMMARY_H
@@ -23,8 +23,8 @@ struct Session {
     std::uint64_t records = 0;
     std::uint64_t first_us = 0;
     std::uint64_t last_us = 0;
-    bool was_stopped = false;  // false: the process ended, or the file was taken, before log_stop
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> links;  // module and link, as they appear
+    bool was_stopped = false;  // false: the process ended or the file was copied before log_stop
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> links;  // module and link, as found
 };
 
 struct LinkFigures {
@@ -39,20 +39,20 @@ struct UnitFigures {
     std::uint64_t answers = 0;
     std::uint64_t negative = 0;
     std::uint64_t time_outs = 0;
-    TimeStatistics answer_times;  // from the request's way to the dongle to the answer's arrival
+    TimeStatistics answer_times;  // from sending to the dongle to the answer's arrival
 };
 
 struct UnitKey {
     std::uint32_t request_id = 0;
     std::uint32_t response_id = 0;
-    bool is_functional = false;  // the group as a whole; it has no response id
-    // NOLINTNEXTLINE(modernize-use-nullptr): no pointer, clang-tidy mistakes the compiler's 0
+    bool is_functional = false;  // all units of a functional request; no response id
+    // NOLINTNEXTLINE(modernize-use-nullptr): not a pointer; clang-tidy misreads the compiler's 0
     auto operator<=>(const UnitKey&) const = default;
 };
 
 struct SlowRequest {
     std::uint64_t duration_us = 0;
-    std::uint64_t start_us = 0;  // from the beginning of its session
+    std::uint64_t start_us = 0;  // since the beginning of its session
     std::uint32_t process = 0;
     std::uint32_t cop = 0;
     std::string address;

@@ -25,7 +25,7 @@ std::string AnsweredText(const Request& request) {
     return request.results == 1 ? "answered" : std::to_string(request.results) + " answers";
 }
 
-// "123#DEADBEEF", out of what the application has handed over.
+// "123#DEADBEEF", from the payload passed by the application.
 std::string RawFrameText(const Payload& payload) {
     const RawFrame frame = RawFrameOf(payload);
     return CanIdText(frame.can_id) + "#" + HexText(frame.data);

@@ -1,4 +1,4 @@
-// How times, bytes and outcomes are shown.
+// Text forms of times, bytes and outcomes.
 
 #ifndef TOOLS_DPDU_TRACE_TEXT_H
 #define TOOLS_DPDU_TRACE_TEXT_H
@@ -11,25 +11,25 @@
 
 namespace dpdu::trace {
 
-// Milliseconds with three places: "12.345".
+// Milliseconds with three decimals: "12.345".
 std::string MsText(std::uint64_t time_us);
 
-// Seconds with `places` places of the microseconds, without rounding: "0.012345".
+// Seconds with `places` decimals, truncated: "0.012345".
 std::string SecondsText(std::uint64_t time_us, unsigned places = 6);
 
-// The first bytes with their number when there are more: "36 01 00 .. (600 bytes)".
+// The first bytes, and the total number if there are more: "36 01 00 .. (600 bytes)".
 std::string PayloadText(const Payload& payload, std::size_t most);
 
-// What an error item's code means.
+// The meaning of an error item's code.
 std::string ErrorText(std::uint32_t code);
 
 // "answered", "negative response requestOutOfRange (0x31) to service 0x22", "no answer", ...
 std::string OutcomeText(const Request& request);
 
-// What was asked for: the request's bytes, or the name of what it was instead.
+// The request's bytes; for other ComPrimitives the name of the type.
 std::string RequestText(const Request& request, std::size_t most);
 
-// "7E0:7E8", or "7DF" for a functional request; empty when nothing was sent.
+// "7E0:7E8", or "7DF" for a functional request; empty if nothing was sent.
 std::string AddressText(const Request& request);
 
 }  // namespace dpdu::trace

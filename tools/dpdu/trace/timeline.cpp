@@ -10,7 +10,7 @@
 namespace dpdu::trace {
 namespace {
 
-// What a part of a request's time was spent on, the stronger one last when two are alike.
+// What a part of a request's time was spent on; of two equal parts the later one is shown.
 enum Part : std::size_t { kQueued, kSending, kWaiting, kAnswer, kCallback, kPartCount };
 constexpr char kMarks[] = ".-=#c";
 constexpr char kTimeOutMark = 'x';
@@ -21,7 +21,7 @@ constexpr char kLegend[] =
 constexpr std::size_t kLeastBar = 10;
 constexpr std::size_t kRowBytes = 5;
 constexpr std::size_t kRequestWidth = 18;
-// TIME, LINK, COP, MS, END and REQUEST with what stands between them.
+// Width of TIME, LINK, COP, MS, END and REQUEST with the space between them.
 constexpr char kRowFormat[] = "%10s  %-5s %6u %11s  %-6s  %-*.*s  ";
 constexpr std::size_t kRowHead = 10 + 2 + 5 + 1 + 6 + 1 + 11 + 2 + 6 + 2 + kRequestWidth + 2;
 
@@ -48,7 +48,7 @@ std::vector<Span> SpansOf(const Request& request) {
     return spans;
 }
 
-// How much of each column's time belongs to which part.
+// The share of each part in each column's time.
 class Columns {
 public:
     explicit Columns(const BarScale& scale) : scale_(scale), shares_(scale.columns) {}
@@ -64,7 +64,7 @@ public:
             at = next;
         }
     }
-    // A callback is part of another span.
+    // A callback lies within another span.
     void Overlay(const Span& span, Part under) {
         Columns over(scale_);
         over.Add(span);
@@ -96,7 +96,7 @@ Part PartAt(const std::vector<Span>& spans, std::uint64_t time_us) {
     return kAnswer;
 }
 
-// The column of a moment; none when it lies outside.
+// The column of a point in time; nullopt if it lies outside.
 std::optional<std::size_t> ColumnOf(std::uint64_t time_us, const BarScale& scale) {
     if (time_us < scale.begin_us) return std::nullopt;
     const std::uint64_t column = (time_us - scale.begin_us) / scale.column_us;
@@ -141,7 +141,7 @@ std::string BarText(const Request& request, const BarScale& scale) {
         const auto column = ColumnOf(exchange.answered_us, scale);
         if (column) bar[*column] = kTimeOutMark;
     }
-    // Even the shortest request is seen.
+    // Even the shortest request is visible.
     if (const auto first = ColumnOf(request.queued_us, scale); first && bar[*first] == ' ') {
         bar[*first] = kMarks[kQueued];
     }
@@ -190,7 +190,7 @@ bool Timeline::IsWanted(const Request& request) const {
 }
 
 void Timeline::OnRequest(const Request& request) {
-    // A file that has grown since the first pass is shown as it was.
+    // If the file has grown since the first pass, ignore the new part.
     if (session_ >= sessions_.size() || !IsWanted(request)) return;
     if (is_showing_) {
         ShowRow(request);
@@ -206,7 +206,7 @@ BarScale Timeline::ScaleFor(const Request& request) const {
     const Session& session = sessions_[session_];
     BarScale scale;
     scale.columns = std::max(style_.width, kRowHead + kLeastBar) - kRowHead;
-    // One that takes much longer than all others must not make dots of them.
+    // A single very long request must not shrink all others to dots.
     const std::uint64_t range =
         style_.is_waterfall ? session.latest_us - session.earliest_us : durations_.PercentileUs(95);
     scale.column_us = range / scale.columns + 1;

@@ -1,4 +1,4 @@
-// The requests of a trace as rows of text with a bar for the time that each took.
+// Requests of a trace as text rows, each with a bar for its duration.
 
 #ifndef TOOLS_DPDU_TRACE_TIMELINE_H
 #define TOOLS_DPDU_TRACE_TIMELINE_H
@@ -15,16 +15,17 @@
 
 namespace dpdu::trace {
 
-// Which requests are shown; all that is given must hold.
+// Selects the requests to show; all given conditions must hold.
 struct TimelineFilter {
     std::optional<std::uint32_t> module;
     std::optional<std::uint32_t> link;
     std::optional<std::uint64_t> from_us;  // from the beginning of the session
-    std::optional<std::uint64_t> to_us;    // likewise; a request belongs to every moment it lasts
+    // Likewise. A request counts if any part of it is in the range.
+    std::optional<std::uint64_t> to_us;
     bool only_problems = false;
 };
 
-// One row's bar: each column shows what took the greatest part of its time.
+// The bar of a row: each column shows what took most of its time.
 struct BarScale {
     std::uint64_t begin_us = 0;
     std::uint64_t column_us = 1;
@@ -32,14 +33,14 @@ struct BarScale {
 };
 std::string BarText(const Request& request, const BarScale& scale);
 
-// Anything but an answer that is wanted.
+// True for errors, time-outs, negative answers, and cancelled or unfinished requests.
 bool IsProblem(const Request& request);
 
-// Reads a trace twice: first for the scale, then for the rows.
+// Processes a trace twice: first for the scale, then for the rows.
 class Timeline : public RequestSink {
 public:
     struct Style {
-        std::size_t width = 0;  // of the whole row
+        std::size_t width = 0;  // of a whole row
         bool is_waterfall = false;
     };
     Timeline(const TimelineFilter& filter, const Style& style, Output* output)
@@ -47,7 +48,7 @@ public:
 
     void Take(const Record& record);
     void EndOfFile();
-    // Between the passes.
+    // Called between the two passes.
     void StartShowing();
 
     std::uint64_t Shown() const { return durations_.Count(); }
@@ -59,7 +60,7 @@ private:
         std::uint32_t process = 0;
         std::uint32_t number = 0;
         std::uint64_t first_us = 0;
-        std::uint64_t earliest_us = UINT64_MAX;  // of the requests shown
+        std::uint64_t earliest_us = UINT64_MAX;  // of the shown requests
         std::uint64_t latest_us = 0;
         bool has_header = false;
     };
@@ -78,7 +79,7 @@ private:
     bool is_in_session_ = false;
     std::size_t session_ = 0;  // the current one
     std::vector<Session> sessions_;
-    TimeStatistics durations_;  // of the requests shown
+    TimeStatistics durations_;  // of the shown requests
 };
 
 }  // namespace dpdu::trace

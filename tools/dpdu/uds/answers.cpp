@@ -5,9 +5,6 @@
 namespace dpdu {
 namespace {
 
-constexpr std::uint8_t kNegativeResponse = 0x7F;
-constexpr std::uint8_t kPositiveOffset = 0x40;
-
 struct CodeName {
     std::uint8_t code;
     const char* name;

@@ -11,7 +11,10 @@
 
 namespace dpdu {
 
-// The name of a negative response code, as "requestOutOfRange"; "unknown code" for one without.
+inline constexpr std::uint8_t kNegativeResponse = 0x7F;  // service byte of every negative response
+inline constexpr std::uint8_t kPositiveOffset = 0x40;    // from a request's service to its answer's
+
+// The name of a negative response code, such as "requestOutOfRange", or "unknown code".
 const char* NegativeResponseName(std::uint8_t code);
 
 struct NegativeResponse {
@@ -19,14 +22,14 @@ struct NegativeResponse {
     std::uint8_t code;
 };
 
-// Nothing when the answer is not a negative response.
+// nullopt if the answer is not a negative response.
 std::optional<NegativeResponse> ParseNegativeResponse(const Bytes& answer);
 
 // "negative response requestOutOfRange (0x31) to service 0x22"
 std::string NegativeResponseText(const NegativeResponse& response);
 
-// True when the answer is positive and repeats the request's service and its first `echoed` bytes
-// behind it (the data identifier, the sub-function).
+// True if the answer is positive and repeats the `echoed` bytes after the request's service (data
+// identifier or sub-function).
 bool IsPositiveAnswerTo(const Bytes& request, const Bytes& answer, std::size_t echoed);
 
 }  // namespace dpdu

@@ -1,4 +1,4 @@
-// The pair of CAN identifiers by which a control unit is asked and answers.
+// The pair of CAN identifiers of a control unit: for requests and for responses.
 
 #ifndef TOOLS_DPDU_UDS_ECU_ADDRESS_H
 #define TOOLS_DPDU_UDS_ECU_ADDRESS_H
@@ -17,13 +17,13 @@ struct EcuAddress {
     std::uint32_t response_id = 0x7E8;
 };
 
-// "7E0:7E8", each identifier hexadecimal and at most 1FFFFFFF.
+// Parses "7E0:7E8"; each identifier is hexadecimal, at most 1FFFFFFF.
 std::optional<EcuAddress> ParseEcuAddress(const std::string& text);
 
 // "7E0:7E8"
 std::string EcuAddressText(const EcuAddress& ecu);
 
-// "7E8", or with eight digits for an identifier of 29 bits.
+// "7E8", or eight digits for a 29-bit identifier.
 std::string CanIdText(std::uint32_t id);
 
 std::optional<std::uint32_t> ParseCanId(const std::string& text);

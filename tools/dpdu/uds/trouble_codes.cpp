@@ -1,7 +1,12 @@
 #include "uds/trouble_codes.h"
 
+#include "uds/answers.h"
+
 namespace dpdu {
 namespace {
+
+constexpr std::uint8_t kReadTroubleCodes = 0x19;    // service ReadDTCInformation
+constexpr std::uint8_t kReportByStatusMask = 0x02;  // its sub-function
 
 // By bit number.
 constexpr const char* kTroubleStatusNames[] = {
@@ -31,10 +36,17 @@ std::vector<std::string> TroubleStatusFlags(std::uint8_t status) {
     return flags;
 }
 
+Bytes TroubleCodeRequest(std::uint8_t status_mask) {
+    return {kReadTroubleCodes, kReportByStatusMask, status_mask};
+}
+
 std::optional<TroubleCodeReport> ParseTroubleCodeReport(const Bytes& answer) {
     constexpr std::size_t kHead = 3;   // service, sub-function, availability mask
     constexpr std::size_t kEntry = 4;  // trouble code and status
-    if (answer.size() < kHead || answer[0] != 0x59 || answer[1] != 0x02) return std::nullopt;
+    if (answer.size() < kHead || answer[0] != kReadTroubleCodes + kPositiveOffset ||
+        answer[1] != kReportByStatusMask) {
+        return std::nullopt;
+    }
     if ((answer.size() - kHead) % kEntry != 0) return std::nullopt;
 
     TroubleCodeReport report{answer[2], {}};

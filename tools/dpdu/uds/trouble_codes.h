@@ -1,4 +1,4 @@
-// Diagnostic trouble codes as UDS answers carry them.
+// Diagnostic trouble codes in UDS answers.
 
 #ifndef TOOLS_DPDU_UDS_TROUBLE_CODES_H
 #define TOOLS_DPDU_UDS_TROUBLE_CODES_H
@@ -12,14 +12,14 @@
 
 namespace dpdu {
 
-// A trouble code of ISO 15031-6 with its failure type: "P0301-00".
+// An ISO 15031-6 trouble code with its failure type: "P0301-00".
 std::string TroubleCodeText(std::uint32_t code);
 
-// The names of the bits that are set in a trouble code's status byte, lowest bit first.
+// Names of the bits set in a trouble code's status byte, lowest bit first.
 std::vector<std::string> TroubleStatusFlags(std::uint8_t status);
 
 struct TroubleCode {
-    std::uint32_t code;  // 24 bits: two bytes of trouble code, one of failure type
+    std::uint32_t code;  // 24 bits: two bytes trouble code, one byte failure type
     std::uint8_t status;
 };
 
@@ -28,8 +28,11 @@ struct TroubleCodeReport {
     std::vector<TroubleCode> codes;
 };
 
-// The answer to "report trouble codes by status mask" (0x19 0x02); nothing when it is something
-// else or ends within a trouble code.
+// The request "report trouble codes by status mask" (0x19 0x02).
+Bytes TroubleCodeRequest(std::uint8_t status_mask);
+
+// Parses the answer to that request; nullopt for any other
+// answer, or if it ends within a trouble code.
 std::optional<TroubleCodeReport> ParseTroubleCodeReport(const Bytes& answer);
 
 }  // namespace dpdu

@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint32_t kMostInARange = 256;
 constexpr std::uint32_t kResponseOffset = 8;
 
-// Normal fixed addressing of ISO 15765-2: target and source are the last two bytes.
+// ISO 15765-2 normal fixed addressing: target and source are the last two bytes.
 constexpr std::uint32_t kFixedHead = 0x18DA0000;
 constexpr std::uint32_t kTargetStep = 0x100;
 
@@ -60,7 +60,7 @@ void AddUnits(const std::string& text, std::vector<NamedUnit>* units) {
     }
 }
 
-// The rest of the line, without blanks at either end.
+// The rest of the line, trimmed.
 std::string RestOf(std::istringstream* line) {
     std::string rest;
     std::getline(*line >> std::ws, rest);

@@ -1,9 +1,9 @@
-// Lists of control units as a user writes them, on the command line or in a file.
+// Lists of control units, from the command line or a file.
 //
-//   7E0:7E8              asked and answering on these identifiers
-//   7E0                  answering eight above, as on-board diagnosis has it
-//   18DA10F1             likewise, target and source exchanged: 18DAF110
-//   7E0-7E7              all from one to the other; 18DA10F1-18DA1FF1 counts in the target byte
+//   7E0:7E8              request and response identifier
+//   7E0                  the response identifier is eight above, as in OBD
+//   18DA10F1             the response identifier swaps target and source: 18DAF110
+//   7E0-7E7              a range; 18DA10F1-18DA1FF1 counts in the target byte
 //   7E0:7E8,7E1:7E9      several
 
 #ifndef TOOLS_DPDU_UDS_UNIT_LIST_H
@@ -22,14 +22,14 @@ struct NamedUnit {
     std::string name;  // may be empty
 };
 
-// Throws UsageError for what is not such a list.
+// Throws UsageError if the text is not such a list.
 std::vector<NamedUnit> ParseUnits(const std::string& text);
 
-// A list a line, a name behind it if there is one; empty lines and what follows a # do not count.
-// `path` is for messages. Throws UsageError for a line that is none.
+// One list per line, optionally followed by a name; ignores empty lines and everything after #.
+// `path` is for messages. Throws UsageError for an invalid line.
 std::vector<NamedUnit> ReadUnits(std::istream* stream, const std::string& path);
 
-// The same from a file. Throws UsageError when it cannot be read.
+// As above, from a file. Throws UsageError if it cannot be read.
 std::vector<NamedUnit> ReadUnitFile(const std::string& path);
 
 }  // namespace dpdu

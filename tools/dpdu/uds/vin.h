@@ -9,11 +9,11 @@
 
 namespace dpdu {
 
-// The text of a vehicle identification number: everything printable as it is, the rest as dots,
-// without padding at either end.
+// The text of a vehicle identification number, without padding at either end; characters that
+// cannot be printed become dots.
 std::string VinText(const Bytes& bytes);
 
-// 17 characters out of the digits and the letters but I, O and Q.
+// 17 digits and letters, without I, O and Q.
 bool IsWellFormedVin(const std::string& vin);
 
 }  // namespace dpdu
