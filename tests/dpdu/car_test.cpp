@@ -1,5 +1,5 @@
 // The client program with this project's library, a simulated dongle on a serial port and the
-// demonstration car behind it.
+// demonstration car.
 
 #include <gtest/gtest.h>
 
@@ -25,9 +25,9 @@ std::string Environment(const char* name) {
     return value ? value : "";
 }
 
-// On a busy machine the simulator may miss the 300 ms in which a port must answer. The library
-// leaves such a port alone until it comes back, so the dongle is pulled out and put back, as a user
-// would: when nobody has its port open for a while and nobody has opened it meanwhile.
+// On a busy machine the simulator may miss the 300 ms in which a port must answer. The library then
+// ignores the port until it is plugged in again, so the dongle is unplugged and plugged in, as a
+// user would do: if its port has not been open or opened for a while.
 void ReplugWhenLeftAlone(conformance::Gate* ended) {
     constexpr std::chrono::seconds kAlone{4};
     constexpr std::chrono::milliseconds kPulledOut{500};
@@ -45,7 +45,7 @@ void ReplugWhenLeftAlone(conformance::Gate* ended) {
 
 class DpduCar : public testing::Test {
 protected:
-    // The library finds its configuration where the simulator has made room for it.
+    // The library finds its configuration in the folder provided by the simulator.
     static void SetUpTestSuite() {
         const fs::path folder =
             fs::path(Environment("BRENNIX_SIM_SCRATCH")) / "config" / "Tarvik" / "Brennix";
@@ -78,7 +78,7 @@ TEST_F(DpduCar, DongleIsListed) {
     EXPECT_EQ(modules[0]["connection"], "USB");
 }
 
-TEST_F(DpduCar, VersionIsTheLibrarysOwn) {
+TEST_F(DpduCar, VersionIsThatOfTheLibrary) {
     const ClientResult result = Run({"version", "--json"});
     EXPECT_EQ(result.exit_code, 0) << result.error;
     EXPECT_EQ(Json::parse(result.output)["library"]["name"], "Tarvik D-PDU API");
@@ -94,7 +94,7 @@ TEST_F(DpduCar, VinOfThreeControlUnitsIsRead) {
               "713:77D  WTVDEM0S1M0000001\n");
 }
 
-TEST_F(DpduCar, FunctionalAnswersAreSortedToTheirControlUnitsAndASilentOneIsTold) {
+TEST_F(DpduCar, FunctionalAnswersAreAssignedToTheirControlUnitsAndASilentOneIsReported) {
     const ClientResult result = Run({"request", "22F187", "--functional", "7DF", "--ecu", "713:77D",
                                      "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"});
     EXPECT_EQ(result.exit_code, 1);
@@ -118,7 +118,7 @@ TEST_F(DpduCar, NegativeResponseIsNamed) {
     EXPECT_NE(result.error.find("requestOutOfRange"), std::string::npos) << result.error;
 }
 
-TEST_F(DpduCar, ControlUnitThatIsNotThereIsAFailure) {
+TEST_F(DpduCar, AbsentControlUnitIsAFailure) {
     const ClientResult result = Run({"request", "22F190", "--ecu", "7E6:7EE"});
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.output, "");
@@ -182,7 +182,7 @@ TEST_F(DpduCar, BatteryAndIgnitionAreRead) {
     EXPECT_NE(refused.error.find("PDU_ERR_ID_NOT_SUPPORTED"), std::string::npos) << refused.error;
 }
 
-TEST_F(DpduCar, ObjectsHaveTheLibrarysIds) {
+TEST_F(DpduCar, ObjectsAreShownWithTheLibrarysIds) {
     const ClientResult result = Run({"objects", "ISO_11898_RAW", "HI", "PDU_IOCTL_READ_VBATT"});
     EXPECT_EQ(result.exit_code, 0) << result.error;
     EXPECT_EQ(result.output,
@@ -192,7 +192,7 @@ TEST_F(DpduCar, ObjectsHaveTheLibrarysIds) {
               "ioctl     5005  PDU_IOCTL_READ_VBATT\n");
 }
 
-TEST_F(DpduCar, TesterPresentEndsWhenItsTimeIsOver) {
+TEST_F(DpduCar, TesterPresentEndsAfterItsTime) {
     const ClientResult result = Run({"tester-present", "--period", "100", "--time", "0.3"});
     EXPECT_EQ(result.exit_code, 0) << result.error;
     EXPECT_NE(result.output.find("tester present 3E80 to 7E0:7E8 every 100 ms for "),

@@ -24,7 +24,7 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-// The program announces that it is where the test wants it by a line in a file.
+// The program reports that it has reached the wanted state by a line in a file.
 bool WaitForLine(const std::string& path, const std::string& wanted) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (std::chrono::steady_clock::now() < deadline) {
@@ -39,7 +39,7 @@ bool IsProgress(const std::string& line) {
     return line.starts_with("dpdu: ") && line.ends_with("...");
 }
 
-// The program's lines of progress come only when something takes longer than a second.
+// The program prints progress lines only if something takes longer than a second.
 void TakeError(const std::string& text, ClientResult* result) {
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());

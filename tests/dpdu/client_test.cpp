@@ -1,4 +1,4 @@
-// The client program as its user sees it, with a library of another vendor behind it.
+// The client program as seen by its user, with another vendor's library.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ TEST(DpduLibrary, PathThatDoesNotExistGivesOneLineWithAdvice) {
     EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
 }
 
-TEST(DpduLibrary, FileThatIsNoLibraryGivesOneLineWithAdvice) {
+TEST(DpduLibrary, FileThatIsNotALibraryGivesOneLineWithAdvice) {
     const std::string path = TemporaryPath("text.dll");
     std::ofstream(path) << "not a library\n";
     const ClientResult result = RunClient({"modules", "--library", path});
@@ -36,7 +36,7 @@ TEST(DpduLibrary, FileThatIsNoLibraryGivesOneLineWithAdvice) {
     EXPECT_TRUE(Contains(result.error, "cannot load the library"));
 }
 
-TEST(DpduLibrary, LibraryWithoutAllFunctionsIsRefusedByTheNameOfTheFirstMissingOne) {
+TEST(DpduLibrary, IncompleteLibraryIsRefusedNamingTheFirstMissingFunction) {
     const ClientResult result = RunClient({"modules", "--library", INCOMPLETE_LIBRARY});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
@@ -44,14 +44,14 @@ TEST(DpduLibrary, LibraryWithoutAllFunctionsIsRefusedByTheNameOfTheFirstMissingO
     EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
 }
 
-TEST(DpduLibrary, OptionGoesBeforeEnvironment) {
+TEST(DpduLibrary, OptionOverridesEnvironment) {
     ClientSetup setup;
     setup.arguments = {"modules", "--library", FAKE_LIBRARY};
     setup.library = "/nowhere/to_be_found";
     EXPECT_EQ(RunClient(setup).exit_code, kOk);
 }
 
-TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsTaken) {
+TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsLoaded) {
     const fs::path folder = TemporaryPath("beside");
     fs::create_directory(folder);
     ClientSetup setup;
@@ -70,7 +70,7 @@ TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsTaken) {
     fs::remove_all(folder);
 }
 
-TEST(DpduLibrary, WhatItPrintsStaysOutOfTheAnswers) {
+TEST(DpduLibrary, ItsOwnPrintingDoesNotMixWithTheAnswers) {
     const ClientResult quiet = RunClient({"vin"});
     EXPECT_EQ(quiet.output, "TESTV1N0000000001\n");
     EXPECT_EQ(quiet.error, "");
@@ -80,13 +80,13 @@ TEST(DpduLibrary, WhatItPrintsStaysOutOfTheAnswers) {
     EXPECT_TRUE(Contains(verbose.error, "[fake] working\n"));
 }
 
-TEST(DpduLibrary, RefusalToConstructIsReportedByFunctionAndStatus) {
+TEST(DpduLibrary, RefusalToConstructIsReportedWithFunctionAndStatus) {
     const ClientResult result = RunClient({"modules"}, "refuses-construct");
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.error, "dpdu: PDUConstruct failed with PDU_ERR_FCT_FAILED (0x01)\n");
 }
 
-TEST(DpduLibrary, OptionStringReachesConstruct) {
+TEST(DpduLibrary, OptionStringIsPassedToConstruct) {
     EXPECT_TRUE(Reported(RunClient({"modules"}), "construct without options"));
     const ClientResult result = RunClient({"modules", "--library-options", "a='b c'"});
     EXPECT_TRUE(Reported(result, "construct a='b c'"));
@@ -104,7 +104,7 @@ TEST(DpduModules, ListsNameSerialNumberConnectionAndState) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduModules, JsonCarriesTheVendorsOwnTextsToo) {
+TEST(DpduModules, JsonAlsoContainsTheVendorsTexts) {
     const Json modules = Document(RunClient({"modules", "--json"}))["modules"];
     ASSERT_EQ(modules.size(), 1u);
     EXPECT_EQ(modules[0]["handle"], 5);
@@ -115,7 +115,7 @@ TEST(DpduModules, JsonCarriesTheVendorsOwnTextsToo) {
     EXPECT_EQ(modules[0]["vendorAdditionalInfo"], "Interface='wire'");
 }
 
-TEST(DpduModules, NoneIsAFailureWithAnEmptyList) {
+TEST(DpduModules, NoModuleIsAFailureWithAnEmptyList) {
     const ClientResult result = RunClient({"modules", "--wait", "0", "--json"}, "no-module");
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(Document(result), Json({{"modules", Json::array()}}));
@@ -123,13 +123,13 @@ TEST(DpduModules, NoneIsAFailureWithAnEmptyList) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduModules, OneThatShowsUpLaterIsWaitedFor) {
+TEST(DpduModules, LateModuleIsAwaited) {
     const ClientResult result = RunClient({"vin", "--wait", "60"}, "late-module");
     EXPECT_EQ(result.output, "TESTV1N0000000001\n");
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduModules, SeveralNeedAChoice) {
+TEST(DpduModules, SeveralModulesRequireAChoice) {
     const ClientResult result = RunClient({"vin"}, "two-modules");
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.error,
@@ -137,7 +137,7 @@ TEST(DpduModules, SeveralNeedAChoice) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduModules, ChoiceIsByAnyPartOfTheNameWhateverTheCase) {
+TEST(DpduModules, ModuleIsChosenByAnyPartOfItsNameIgnoringCase) {
     const ClientResult result = RunClient({"vin", "--module", "wlan"}, "two-modules");
     EXPECT_EQ(result.exit_code, kOk);
     EXPECT_TRUE(Reported(result, "module 6"));
@@ -152,7 +152,7 @@ TEST(DpduModules, SlowScanIsAnnouncedOnceOnStandardError) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduVersion, ShowsVersionsAndDatesUnpacked) {
+TEST(DpduVersion, ShowsVersionsAndDatesDecoded) {
     const ClientResult result = RunClient({"version"});
     EXPECT_EQ(result.exit_code, kOk);
     EXPECT_TRUE(Contains(result.output, "Library        Other D-PDU")) << result.output;
@@ -161,7 +161,7 @@ TEST(DpduVersion, ShowsVersionsAndDatesUnpacked) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduVersion, JsonReadsATextThatFillsItsWholeField) {
+TEST(DpduVersion, JsonHasATextThatFillsItsWholeField) {
     const Json document = Document(RunClient({"version", "--json"}));
     EXPECT_EQ(document["vendor"], std::string(64, 'V'));
     EXPECT_EQ(document["iso22900Part1"], "2.1.0");
@@ -174,7 +174,7 @@ TEST(DpduVersion, JsonReadsATextThatFillsItsWholeField) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduRequest, SingleAnswerIsBareHexadecimal) {
+TEST(DpduRequest, SingleAnswerIsPrintedAsHexadecimalOnly) {
     const ClientResult result = RunClient({"request", "22", "F1", "90"});
     EXPECT_EQ(result.exit_code, kOk);
     EXPECT_EQ(result.output, "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
@@ -190,7 +190,7 @@ TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
               "dpdu: 7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22\n");
 }
 
-TEST(DpduRequest, SilenceIsExplainedAndFails) {
+TEST(DpduRequest, MissingAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E3:7EB"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output, "");
@@ -199,7 +199,7 @@ TEST(DpduRequest, SilenceIsExplainedAndFails) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRequest, IdentifiersOf29BitsGoWithTheirFormat) {
+TEST(DpduRequest, IdentifiersOf29BitsAreSetWithTheirFormat) {
     const ClientResult result = RunClient({"request", "1003", "--ecu", "18DA10F1:18DAF110"});
     EXPECT_EQ(result.output, "50 03\n");
 }
@@ -216,7 +216,7 @@ TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOt
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRequest, FunctionalRequestGivesARowForEachControlUnitOfTheTable) {
+TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
     const ClientResult result = RunClient({"request", "3E00", "--functional", "7DF", "--ecu",
                                            "7E0:7E8", "--ecu", "7E3:7EB", "--ecu", "7E1:7E9"});
     EXPECT_EQ(result.exit_code, kFailure);
@@ -227,7 +227,7 @@ TEST(DpduRequest, FunctionalRequestGivesARowForEachControlUnitOfTheTable) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRequest, FunctionalRequestThatAllAnswerSucceeds) {
+TEST(DpduRequest, FunctionalRequestAnsweredByAllSucceeds) {
     const ClientResult result = RunClient({"request", "22F190", "--functional", "7DF", "--ecu",
                                            "7E0:7E8", "--ecu", "7E1:7E9", "--json"});
     EXPECT_EQ(result.exit_code, kOk);
@@ -250,7 +250,7 @@ TEST(DpduRequest, JsonNamesTheNegativeResponse) {
     EXPECT_EQ(answer["timestampUs"], 1234567);
 }
 
-TEST(DpduRequest, ExpectedResponsesReachTheLibraryWithMaskAndOrder) {
+TEST(DpduRequest, ExpectedResponsesReachTheLibraryInOrderWithTheirMasks) {
     const Json matched = Document(
         RunClient({"request", "3E00", "--expect", "FFFF", "--expect", "70AA/F000", "--json"}));
     EXPECT_EQ(matched["controlUnits"][0]["answers"][0]["acceptanceId"], 2);
@@ -275,7 +275,7 @@ TEST(DpduRequest, TesterPresentIsOffUnlessAskedFor) {
     EXPECT_EQ(RunClient({"request", "22F1A4", on[0], on[1]}).output, "62 F1 A4 3E 80\n");
 }
 
-TEST(DpduRequest, AnyComParamCanBeSetBefore) {
+TEST(DpduRequest, AnyComParamCanBeSetBeforeTheRequest) {
     EXPECT_EQ(RunClient({"request", "22F1A1", "--param", "CP_P2Star=0x10"}).output,
               "62 F1 A1 00 00 00 10\n");
     const ClientResult unknown = RunClient({"request", "22F190", "--param", "CP_Unheard=1"});
@@ -288,14 +288,14 @@ TEST(DpduRequest, AnyComParamCanBeSetBefore) {
     EXPECT_TRUE(ReleasedEverything(unfit));
 }
 
-TEST(DpduRequest, UnknownProtocolIsNamed) {
+TEST(DpduRequest, UnknownProtocolIsNamedInTheError) {
     const ClientResult result = RunClient({"request", "22F190", "--protocol", "ISO_UNHEARD"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(Contains(result.error, "the library does not know the name 'ISO_UNHEARD'"));
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRequest, LinkThatTheLibraryRefusesIsReportedByFunctionAndStatus) {
+TEST(DpduRequest, RefusedLinkIsReportedWithFunctionAndStatus) {
     const ClientResult result = RunClient({"request", "22F190"}, "refuses-link");
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.error,
@@ -332,7 +332,7 @@ TEST(DpduRequest, InterruptionCancelsTheRequestAndReleasesEverything) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkGoes) {
+TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkIsDestroyed) {
     ClientSetup setup;
     setup.arguments = {"request", "22F190", "--ecu", "7E5:7ED", "--tester-present", "500"};
     setup.interrupt_when = "hanging";
@@ -358,7 +358,7 @@ TEST(DpduVin, SeveralControlUnitsHaveARowEach) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduVin, JsonHasNullWhereThereIsNone) {
+TEST(DpduVin, JsonHasNullForAMissingVin) {
     const Json units = Document(
         RunClient({"vin", "--ecu", "7E0:7E8", "--ecu", "7E3:7EB", "--json"}))["controlUnits"];
     ASSERT_EQ(units.size(), 2u);
@@ -380,7 +380,7 @@ TEST(DpduDtc, ShowsCodeStatusByteAndStatusBits) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduDtc, MaskGoesIntoTheRequest) {
+TEST(DpduDtc, MaskIsSentInTheRequest) {
     const Json units = Document(RunClient({"dtc", "--mask", "08", "--json"}))["controlUnits"];
     ASSERT_EQ(units[0]["troubleCodes"].size(), 1u);
     EXPECT_EQ(units[0]["troubleCodes"][0]["code"], "P0301-00");
@@ -405,7 +405,7 @@ TEST(DpduDtc, NegativeAnswerIsExplained) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduComParam, GetShowsTheLibrarysOwnValuesOfEveryType) {
+TEST(DpduComParam, GetShowsTheLibrarysValuesOfEveryType) {
     const ClientResult result =
         RunClient({"comparam", "get", "CP_P2Max", "CP_T1Max", "CP_TesterPresentMessage",
                    "CP_CanBaudrateRecord", "CP_SessionTimingOverride"});
@@ -420,7 +420,7 @@ TEST(DpduComParam, GetShowsTheLibrarysOwnValuesOfEveryType) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduComParam, SetShowsWhatTheLibraryMadeOfEveryType) {
+TEST(DpduComParam, SetShowsTheResultingValuesOfEveryType) {
     const Json params = Document(RunClient(
         {"comparam", "set", "CP_P2Max=0x100", "CP_T1Max=-300", "CP_TesterPresentMessage=3E80",
          "CP_CanBaudrateRecord=1,2,3", "CP_SessionTimingOverride=1:2:3:4:5,6:7:8:9:10",
@@ -454,7 +454,7 @@ TEST(DpduComParam, UnknownNameIsAFailure) {
     EXPECT_EQ(result.error, "dpdu: the library has no ComParam 'CP_Unheard' on this link\n");
 }
 
-TEST(DpduComParam, ListShowsTheKnownOnesAndFilters) {
+TEST(DpduComParam, ListShowsKnownComParamsAndFilters) {
     EXPECT_EQ(Document(RunClient({"comparam", "list", "--json"}))["comParams"].size(), 16u);
     const Json filtered =
         Document(RunClient({"comparam", "list", "--filter", "TesterPresent", "--json"}));
@@ -485,7 +485,7 @@ TEST(DpduHelp, EveryCommandShowsExamplesAndExitCodes) {
     }
 }
 
-TEST(DpduUsage, MistakeGivesOneLineAndExitCode2WithoutTouchingTheLibrary) {
+TEST(DpduUsage, MistakeGivesOneLineAndExitCode2WithoutUsingTheLibrary) {
     const std::vector<std::vector<std::string>> mistakes = {
         {}, {"frobnicate"}, {"vin", "--frobnicate"}, {"request"}, {"comparam"}};
     for (const std::vector<std::string>& arguments : mistakes) {

@@ -1,4 +1,4 @@
-// What the client makes of texts and bytes, without a library.
+// Parsing and formatting in the client, without a library.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@
 namespace dpdu {
 namespace {
 
-TEST(Hex, BytesMayBeSeparatedByBlanksAndCarryAPrefix) {
+TEST(Hex, BytesMayBeSeparatedBySpacesAndHaveAPrefix) {
     EXPECT_EQ(ParseHex("22F190"), (Bytes{0x22, 0xF1, 0x90}));
     EXPECT_EQ(ParseHex("22 f1 90"), (Bytes{0x22, 0xF1, 0x90}));
     EXPECT_EQ(ParseHex("0x22F190"), (Bytes{0x22, 0xF1, 0x90}));
@@ -51,7 +51,7 @@ TEST(Hex, NumbersAreLimitedTo32Bits) {
     }
 }
 
-TEST(EcuAddressing, PairOfIdentifiersUpTo29Bits) {
+TEST(EcuAddressing, PairHasIdentifiersOfUpTo29Bits) {
     const std::optional<EcuAddress> ecu = ParseEcuAddress("18DA10F1:0x18DAF110");
     ASSERT_TRUE(ecu);
     EXPECT_EQ(ecu->request_id, 0x18DA10F1u);
@@ -99,7 +99,7 @@ TEST(Uds, NegativeResponseNamesAreThoseOfTheStandard) {
     }
 }
 
-TEST(Uds, TroubleCodeLetterComesFromTheTwoHighestBits) {
+TEST(Uds, TroubleCodeLetterIsGivenByTheTwoHighestBits) {
     EXPECT_EQ(TroubleCodeText(0x030100), "P0301-00");
     EXPECT_EQ(TroubleCodeText(0x3FFFFF), "P3FFF-FF");
     EXPECT_EQ(TroubleCodeText(0x400000), "C0000-00");
@@ -107,7 +107,7 @@ TEST(Uds, TroubleCodeLetterComesFromTheTwoHighestBits) {
     EXPECT_EQ(TroubleCodeText(0xC12316), "U0123-16");
 }
 
-TEST(Uds, StatusBitsAreNamedFromTheLowest) {
+TEST(Uds, StatusBitsAreNamedStartingWithTheLowest) {
     EXPECT_TRUE(TroubleStatusFlags(0).empty());
     EXPECT_EQ(TroubleStatusFlags(0x81),
               (std::vector<std::string>{"testFailed", "warningIndicatorRequested"}));
@@ -115,7 +115,7 @@ TEST(Uds, StatusBitsAreNamedFromTheLowest) {
     EXPECT_EQ(TroubleStatusFlags(0x08), std::vector<std::string>{"confirmedDTC"});
 }
 
-TEST(Uds, TroubleCodeReportEndsWithAWholeEntry) {
+TEST(Uds, TroubleCodeReportMustEndWithACompleteEntry) {
     const std::optional<TroubleCodeReport> report =
         ParseTroubleCodeReport({0x59, 0x02, 0x7B, 0x03, 0x01, 0x00, 0x09});
     ASSERT_TRUE(report);
@@ -130,7 +130,7 @@ TEST(Uds, TroubleCodeReportEndsWithAWholeEntry) {
     EXPECT_FALSE(ParseTroubleCodeReport({}));
 }
 
-TEST(Uds, PositiveAnswerRepeatsTheIdentifier) {
+TEST(Uds, PositiveAnswerMustRepeatTheIdentifier) {
     const Bytes request = {0x22, 0xF1, 0x90};
     EXPECT_TRUE(IsPositiveAnswerTo(request, {0x62, 0xF1, 0x90}, 2));
     EXPECT_FALSE(IsPositiveAnswerTo(request, {0x62, 0xF1, 0x91}, 2));
@@ -139,7 +139,7 @@ TEST(Uds, PositiveAnswerRepeatsTheIdentifier) {
     EXPECT_TRUE(IsPositiveAnswerTo({0x3E}, {0x7E}, 0));
 }
 
-TEST(Uds, VinLosesItsPaddingAndHidesWhatCannotBePrinted) {
+TEST(Uds, VinIsShownWithoutPaddingAndWithDotsForUnprintableCharacters) {
     EXPECT_EQ(VinText({0, 0, 'A', 'B', ' ', 0}), "AB");
     EXPECT_EQ(VinText({'A', 0x01, 0xFF, 'B'}), "A..B");
     EXPECT_EQ(VinText({}), "");
@@ -160,7 +160,7 @@ TEST(StatusTexts, UnknownNumbersAreShownAsNumbers) {
     EXPECT_EQ(StateText(1), "state 0x01");
 }
 
-TEST(VendorNames, ValueIsFoundByItsWholeKey) {
+TEST(VendorNames, ValueIsFoundOnlyByItsWholeKey) {
     const std::string series = "MyName='x' Name='y' Empty='' Open='z";
     EXPECT_EQ(VendorValue(series, "MyName"), "x");
     EXPECT_EQ(VendorValue(series, "Name"), "y");
@@ -194,7 +194,7 @@ TEST(ParamValues, NumbersAreAcceptedUpToTheLimitsOfTheirType) {
     EXPECT_THROW(Parsed("", PDU_PT_UNUM32), UsageError);
 }
 
-TEST(ParamValues, FieldsAreReadInTheirOwnForms) {
+TEST(ParamValues, FieldsAreParsedInTheirOwnForms) {
     EXPECT_EQ(Parsed("3e80", PDU_PT_BYTEFIELD), "3E80");
     EXPECT_EQ(Parsed("", PDU_PT_BYTEFIELD), "");
     EXPECT_EQ(Parsed("1,0x10", PDU_PT_LONGFIELD), "1,16");
@@ -233,14 +233,14 @@ TEST(ParamValues, ItemWithoutDataReadsAsEmpty) {
     }
 }
 
-TEST(ComParamNames, ListIsOrderedWithoutRepetition) {
+TEST(ComParamNames, ListIsSortedWithoutDuplicates) {
     EXPECT_EQ(KnownComParamNames().size(), 228u);
     const std::set<std::string> names(KnownComParamNames().begin(), KnownComParamNames().end());
     EXPECT_EQ(names.size(), 228u);
     EXPECT_TRUE(names.contains("CP_P2Max"));
 }
 
-TEST(ErrorLines, TextBecomesOneLineWithoutControlCharacters) {
+TEST(ErrorLines, TextIsPrintedOnOneLineWithoutControlCharacters) {
     EXPECT_EQ(OnOneLine("first\r\nsecond\tthird\n"), "first second third");
     EXPECT_EQ(OnOneLine("\n"), "");
 }
@@ -250,7 +250,7 @@ Invocation ParseArguments(std::vector<const char*> arguments) {
     return ParseCommandLine(static_cast<int>(arguments.size()), arguments.data());
 }
 
-TEST(CommandLine, WhatMakesNoSenseIsRefusedWithTheReason) {
+TEST(CommandLine, InvalidInputIsRefusedWithTheReason) {
     const std::pair<std::vector<const char*>, const char*> rows[] = {
         {{}, "name a command"},
         {{"frob"}, "unknown command 'frob'"},
@@ -283,7 +283,7 @@ TEST(CommandLine, WhatMakesNoSenseIsRefusedWithTheReason) {
     }
 }
 
-TEST(CommandLine, CommonOptionsMayStandBeforeOrBehindTheCommand) {
+TEST(CommandLine, CommonOptionsMayPrecedeOrFollowTheCommand) {
     for (const std::vector<const char*>& arguments :
          {std::vector<const char*>{"--json", "--library", "x", "vin"},
           std::vector<const char*>{"vin", "--library", "x", "--json"}}) {
@@ -299,7 +299,7 @@ TEST(CommandLine, RequestInSeveralWordsMayBeFollowedByOptions) {
     EXPECT_TRUE(ParseArguments({"request", "--ecu", "7E0:7E8", "22", "F1", "90"}).run);
 }
 
-TEST(CommandLine, HelpAndVersionAreTextsWithoutAnythingToRun) {
+TEST(CommandLine, HelpAndVersionAreTextsAndRunNothing) {
     const Invocation help = ParseArguments({"--help"});
     EXPECT_FALSE(help.run);
     EXPECT_NE(help.text.find("DPDU_LIBRARY"), std::string::npos);

@@ -1,4 +1,4 @@
-// Who may read the configuration.
+// The doctor's check of who may read the configuration.
 
 #include "doctor_run.h"
 
@@ -13,18 +13,18 @@ protected:
     }
 };
 
-TEST_F(DpduDoctorAccess, ConfigurationOfTheOwnerAloneIsFine) {
+TEST_F(DpduDoctorAccess, ConfigurationReadableOnlyByTheOwnerIsFine) {
     const ClientResult result = RunWithReaders(GoodConfig(), Readers::kOwner);
     EXPECT_TRUE(HasLine(result, "ok", "permissions", "only its owner")) << result.output;
 }
 
-TEST_F(DpduDoctorAccess, KeyThatOthersCanReadIsWrong) {
+TEST_F(DpduDoctorAccess, KeyReadableByOthersIsWrong) {
     const ClientResult result = RunWithReaders(GoodConfig(), Readers::kEveryone);
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(HasLine(result, "WRONG", "permissions", "by everyone -> ")) << result.output;
 }
 
-TEST_F(DpduDoctorAccess, ConfigurationWithoutAKeyThatOthersCanReadIsNoted) {
+TEST_F(DpduDoctorAccess, ConfigurationWithoutAKeyReadableByOthersIsNoted) {
     nlohmann::ordered_json config = GoodConfig();
     config["devicePrivateKey"] = "";
     const ClientResult result = RunWithReaders(config, Readers::kEveryone);

@@ -1,4 +1,4 @@
-// One run of "dpdu doctor" with a configuration that the test wrote.
+// Runs "dpdu doctor" with the test's configuration.
 
 #ifndef TESTS_DPDU_DOCTOR_RUN_H
 #define TESTS_DPDU_DOCTOR_RUN_H
@@ -23,14 +23,14 @@ protected:
     }
     void TearDown() override { std::filesystem::remove(ConfigPath()); }
 
-    // Where the program finds it: the launcher has made room there.
+    // Where the program looks for it, in a folder provided by the launcher.
     static std::filesystem::path ConfigPath() {
         const char* scratch = std::getenv("BRENNIX_SIM_SCRATCH");
         return std::filesystem::path(scratch ? scratch : "") / "config" / "Tarvik" / "Brennix" /
                "config.json";
     }
 
-    // Nothing is wrong with it: the dongle of the serial port, and a relay over TCP.
+    // A valid configuration: the dongle on the serial port, and a relay over TCP.
     static nlohmann::ordered_json GoodConfig() {
         return {{"showDebug", false},
                 {"enableCopTrace", false},
@@ -49,6 +49,14 @@ protected:
                 {"serverPublicKey", conformance::Relay::PublicKey()}};
     }
 
+    // The same with the relay over a WebSocket.
+    static nlohmann::ordered_json WebSocketConfig(const std::string& address) {
+        nlohmann::ordered_json config = GoodConfig();
+        config["useWebsocket"] = true;
+        config["websocketAddress"] = address;
+        return config;
+    }
+
     static void WriteConfig(const std::string& text) {
         std::ofstream(ConfigPath(), std::ios::binary) << text;
         EXPECT_TRUE(SetReaders(ConfigPath().string(), Readers::kOwner));
@@ -65,7 +73,7 @@ protected:
         WriteConfig(config.dump());
         return Run();
     }
-    // A good configuration but for this key.
+    // A valid configuration except for this key.
     static ClientResult RunWith(const std::string& key, const nlohmann::ordered_json& value) {
         nlohmann::ordered_json config = GoodConfig();
         config[key] = value;
@@ -75,7 +83,7 @@ protected:
     conformance::Relay relay_;
 };
 
-// One line has all of these, from left to right.
+// True if one line contains all of these, from left to right.
 inline bool HasLine(const ClientResult& result, const std::string& state,
                     const std::string& subject, const std::string& part) {
     std::istringstream lines(result.output);

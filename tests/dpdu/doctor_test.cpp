@@ -7,7 +7,7 @@ namespace {
 
 class DpduDoctor : public DoctorTest {};
 
-TEST_F(DpduDoctor, FindsNothingWrongWhereEverythingIsRight) {
+TEST_F(DpduDoctor, FindsNothingWrongIfEverythingIsRight) {
     const ClientResult result = RunWith(GoodConfig());
     EXPECT_EQ(result.exit_code, kOk) << result.output;
     for (const char* subject : {"library", "configuration", "transports", "serverPublicKey",
@@ -53,7 +53,7 @@ TEST_F(DpduDoctor, MissingConfigurationIsWrong) {
     EXPECT_FALSE(std::filesystem::exists(ConfigPath()));
 }
 
-TEST_F(DpduDoctor, TextThatIsNoJsonIsWrongAndTheLineIsNamed) {
+TEST_F(DpduDoctor, InvalidJsonIsWrongAndItsLineIsNamed) {
     const struct {
         const char* text;
         const char* fault;
@@ -71,7 +71,7 @@ TEST_F(DpduDoctor, TextThatIsNoJsonIsWrongAndTheLineIsNamed) {
     }
 }
 
-TEST_F(DpduDoctor, ConfigurationOf1024BytesIsReadAndALongerOneIsWrong) {
+TEST_F(DpduDoctor, ConfigurationOf1024BytesIsFineAndALongerOneIsWrong) {
     std::string text = GoodConfig().dump();
     text.resize(1024, ' ');
     WriteConfig(text);
@@ -83,7 +83,7 @@ TEST_F(DpduDoctor, ConfigurationOf1024BytesIsReadAndALongerOneIsWrong) {
         << result.output;
 }
 
-// Compact, it is short enough; as the library writes it, it is not.
+// It is short enough if compact, but not as the library writes it.
 TEST_F(DpduDoctor, ConfigurationThatGrowsTooLongWithTheLibrarysKeyIsWrong) {
     nlohmann::ordered_json config = GoodConfig();
     config["devicePrivateKey"] = "";
@@ -115,12 +115,12 @@ TEST_F(DpduDoctor, KeyOfAWrongTypeIsWrong) {
         HasLine(RunWith("proxyAddress", 3128), "WRONG", "configuration", "proxyAddress (a"));
 }
 
-TEST_F(DpduDoctor, TextThatIsCutIsWrong) {
+TEST_F(DpduDoctor, TruncatedTextIsWrong) {
     const ClientResult result = RunWith("proxyAddress", std::string(256, 'p'));
     EXPECT_TRUE(HasLine(result, "WRONG", "configuration", "cut: proxyAddress")) << result.output;
 }
 
-TEST_F(DpduDoctor, NoTransportIsWrong) {
+TEST_F(DpduDoctor, NoEnabledTransportIsWrong) {
     nlohmann::ordered_json config = GoodConfig();
     config["useSerial"] = config["useCloud"] = false;
     const ClientResult result = RunWith(config);
@@ -128,7 +128,7 @@ TEST_F(DpduDoctor, NoTransportIsWrong) {
     EXPECT_TRUE(HasLine(result, "WRONG", "transports", "all are off")) << result.output;
 }
 
-TEST_F(DpduDoctor, FaultyKeysAreTold) {
+TEST_F(DpduDoctor, InvalidKeysAreReported) {
     std::string beside_the_curve = conformance::Relay::PublicKey();
     beside_the_curve.back() = beside_the_curve.back() == '0' ? '1' : '0';
     const struct {
@@ -162,30 +162,23 @@ TEST_F(DpduDoctor, LibraryThatDoesNotLoadIsWrong) {
     EXPECT_TRUE(HasLine(result, "WRONG", "library", "lacks")) << result.output;
 }
 
-TEST_F(DpduDoctor, RelayThatTakesNoConnectionIsWrong) {
+TEST_F(DpduDoctor, RelayThatRefusesConnectionsIsWrong) {
     relay_.Listen(false);
     EXPECT_TRUE(HasLine(RunWith(GoodConfig()), "WRONG", "relay", "takes no connection"));
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = true;
-    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
-    const ClientResult result = RunWith(config);
+    const ClientResult result = RunWith(WebSocketConfig(conformance::Relay::WebSocketAddress()));
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(HasLine(result, "WRONG", "relay", "takes no connection")) << result.output;
 }
 
-TEST_F(DpduDoctor, AddressThatIsNoneIsWrong) {
+TEST_F(DpduDoctor, InvalidAddressIsWrong) {
     EXPECT_TRUE(HasLine(RunWith("serverAddress", ""), "WRONG", "relay", "serverAddress is empty"));
     EXPECT_TRUE(HasLine(RunWith("serverAddress", "relay"), "WRONG", "relay", "not HOST:PORT"));
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = true;
-    config["websocketAddress"] = "http://127.0.0.1";
-    EXPECT_TRUE(HasLine(RunWith(config), "WRONG", "relay", "not ws://HOST"));
+    EXPECT_TRUE(
+        HasLine(RunWith(WebSocketConfig("http://127.0.0.1")), "WRONG", "relay", "not ws://HOST"));
 }
 
 TEST_F(DpduDoctor, CertificateIsCheckedAsTheLibraryDoes) {
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = true;
-    config["websocketAddress"] = conformance::Relay::SecureWebSocketAddress();
+    nlohmann::ordered_json config = WebSocketConfig(conformance::Relay::SecureWebSocketAddress());
     const ClientResult checked = RunWith(config);
     EXPECT_EQ(checked.exit_code, kFailure);
     EXPECT_TRUE(HasLine(checked, "WRONG", "relay", "certificate")) << checked.output;
@@ -197,14 +190,13 @@ TEST_F(DpduDoctor, CertificateIsCheckedAsTheLibraryDoes) {
 }
 
 TEST_F(DpduDoctor, ProxyIsUsedAsTheLibraryDoes) {
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = config["useProxy"] = true;
-    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
+    nlohmann::ordered_json config = WebSocketConfig(conformance::Relay::WebSocketAddress());
+    config["useProxy"] = true;
     config["proxyAddress"] = conformance::Relay::ProxyAddress();
     const ClientResult through = RunWith(config);
     EXPECT_EQ(through.exit_code, kOk) << through.output;
     EXPECT_TRUE(HasLine(through, "ok", "transports", "a WebSocket and a proxy"));
-    // Wine's HTTP service takes the setting and connects without the proxy.
+    // Wine's HTTP service accepts the setting but connects without the proxy.
     if (conformance::kSpeed == conformance::Speed::kWine) return;
     relay_.Command("proxy refuse 407");
     const ClientResult refused = RunWith(config);
@@ -212,27 +204,21 @@ TEST_F(DpduDoctor, ProxyIsUsedAsTheLibraryDoes) {
     EXPECT_TRUE(HasLine(refused, "WRONG", "relay", "the proxy's settings")) << refused.output;
 }
 
-TEST_F(DpduDoctor, ServerThatIsNoRelayIsWrong) {
+TEST_F(DpduDoctor, ServerThatIsNotARelayIsWrong) {
     relay_.Fault("accept http 404");
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = true;
-    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
-    const ClientResult result = RunWith(config);
+    const ClientResult result = RunWith(WebSocketConfig(conformance::Relay::WebSocketAddress()));
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(HasLine(result, "WRONG", "relay", "opens no WebSocket")) << result.output;
 }
 
-TEST_F(DpduDoctor, ServerThatNeverAnswersDoesNotHoldItUp) {
+TEST_F(DpduDoctor, ServerThatNeverAnswersIsGivenUpAfterTenSeconds) {
     relay_.Fault("accept deaf");
-    nlohmann::ordered_json config = GoodConfig();
-    config["useWebsocket"] = true;
-    config["websocketAddress"] = conformance::Relay::WebSocketAddress();
-    const ClientResult result = RunWith(config);
+    const ClientResult result = RunWith(WebSocketConfig(conformance::Relay::WebSocketAddress()));
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(HasLine(result, "WRONG", "relay", "no answer within 10 seconds")) << result.output;
 }
 
-TEST_F(DpduDoctor, ClockBeforeTheConfigurationsTimeIsWrong) {
+TEST_F(DpduDoctor, ClockBeforeTheConfigurationsTimeStampIsWrong) {
     WriteConfig(GoodConfig().dump());
     const auto now = std::filesystem::file_time_type::clock::now();
     std::filesystem::last_write_time(ConfigPath(), now + std::chrono::hours(48));

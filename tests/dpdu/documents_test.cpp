@@ -1,4 +1,4 @@
-// Completion scripts and manual, held against the program's own help.
+// Compares completion scripts and manual page with the program's help.
 
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ Help HelpOf(const std::string& command) {
     return help;
 }
 
-// Every command with its help, the program itself under an empty name.
+// Every command with its help; the program itself has an empty name.
 std::vector<std::pair<std::string, Help>> AllHelp() {
     std::vector<std::pair<std::string, Help>> all = {{"", HelpOf("")}};
     for (std::size_t i = 0; i < all.size(); ++i) {
@@ -75,7 +75,7 @@ std::string RunProgram(const std::string& program, const std::vector<std::string
     return result.output;
 }
 
-// What the shell offers behind the words of a line.
+// What the shell offers after the words of a line.
 std::vector<std::string> CompleteInBash(const std::string& line) {
     const std::string script = "source '" CLIENT_FOLDER
                                "/completion/dpdu.bash'\n"
@@ -104,7 +104,7 @@ std::string FunctionOf(const std::string& command) {
     return name;
 }
 
-// What a function of the script tells zsh's own helpers.
+// What a function of the script passes to zsh's helpers.
 Help HelpInZsh(const std::string& command) {
     const std::string script =
         "_arguments() { print -rl -- \"$@\" }\n"
@@ -130,7 +130,7 @@ Help HelpInZsh(const std::string& command) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduCompletion, ScriptsInTheRepositoryAreThoseThatTheCommandsMake) {
+TEST(DpduCompletion, ScriptsInTheRepositoryMatchTheCommands) {
     const auto commands = dpdu::DescribeCommands();
     const std::string advice = "build the target update_completion";
     EXPECT_EQ(ReadWholeFile(CLIENT_FOLDER "/completion/dpdu.bash"), dpdu::BashCompletion(commands))
@@ -139,18 +139,18 @@ TEST(DpduCompletion, ScriptsInTheRepositoryAreThoseThatTheCommandsMake) {
         << advice;
 }
 
-TEST(DpduCompletion, BashOffersEveryCommandAndOptionOfTheHelpAndNoOther) {
+TEST(DpduCompletion, BashOffersExactlyTheCommandsAndOptionsOfTheHelp) {
     const auto all = AllHelp();
     EXPECT_GT(all.size(), 18u);
     for (const auto& [command, help] : all) {
         const std::vector<std::string> words = CompleteInBash(command);
         EXPECT_EQ(Starting(words, true), help.options) << command;
-        if (help.commands.empty()) continue;  // values and files may follow then
+        if (help.commands.empty()) continue;  // values and files may follow
         EXPECT_EQ(Starting(words, false), help.commands) << command;
     }
 }
 
-TEST(DpduCompletion, ZshOffersEveryCommandAndOptionOfTheHelpAndNoOther) {
+TEST(DpduCompletion, ZshOffersExactlyTheCommandsAndOptionsOfTheHelp) {
     for (const auto& [command, help] : AllHelp()) {
         const Help offered = HelpInZsh(command);
         EXPECT_EQ(offered.options, help.options) << command;
@@ -158,7 +158,7 @@ TEST(DpduCompletion, ZshOffersEveryCommandAndOptionOfTheHelpAndNoOther) {
     }
 }
 
-TEST(DpduCompletion, ValuesAreOfferedWhereTheyAreKnown) {
+TEST(DpduCompletion, KnownValuesAreOffered) {
     EXPECT_EQ(CompleteInBash("trace export --format"),
               (std::vector<std::string>{"candump", "asc", "chrome"}));
     EXPECT_EQ(CompleteInBash("raw send 123 --primitive"),
@@ -167,14 +167,14 @@ TEST(DpduCompletion, ValuesAreOfferedWhereTheyAreKnown) {
     EXPECT_TRUE(CompleteInBash("vin --module").empty());
 }
 
-TEST(DpduCompletion, ValueOfAnOptionIsNotTakenForACommand) {
+TEST(DpduCompletion, ValueOfAnOptionIsNotMistakenForACommand) {
     EXPECT_TRUE(Starting(CompleteInBash("--module raw"), false).contains("modules"));
     EXPECT_EQ(Starting(CompleteInBash("--module vin raw"), false), (Names{"send", "listen"}));
 }
 
 // ---------------------------------------------------------------------------------------------
 
-// The manual as its source has it, but with plain dashes.
+// The manual page's source, with plain dashes.
 std::string Manual() {
     std::string text = ReadWholeFile(CLIENT_FOLDER "/dpdu.1");
     for (std::size_t at = text.find("\\-"); at != std::string::npos; at = text.find("\\-", at))
@@ -182,7 +182,7 @@ std::string Manual() {
     return text;
 }
 
-// The names in the headings of the section on commands.
+// The names in the headings of the section COMMANDS.
 Names CommandsOfManual() {
     const std::string text = Manual();
     const std::size_t begin = text.find(".SH COMMANDS");
@@ -211,15 +211,15 @@ TEST(DpduManual, IsFormattedWithoutWarnings) {
     EXPECT_TRUE(Contains(page, "SYNOPSIS")) << page;
 }
 
-TEST(DpduManual, HasEveryCommandOfTheHelpAndNoOther) {
+TEST(DpduManual, ListsExactlyTheCommandsOfTheHelp) {
     Names commands;
     for (const auto& [command, help] : AllHelp()) {
-        if (help.commands.empty()) commands.insert(command);  // a group is no command by itself
+        if (help.commands.empty()) commands.insert(command);  // a group is not a command
     }
     EXPECT_EQ(CommandsOfManual(), commands);
 }
 
-TEST(DpduManual, HasEveryOptionThatAllCommandsShare) {
+TEST(DpduManual, ListsEveryCommonOption) {
     const std::string text = Manual();
     for (const std::string& option : HelpOf("").options)
         EXPECT_TRUE(Contains(text, option)) << option;

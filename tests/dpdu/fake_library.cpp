@@ -1,18 +1,17 @@
-// A D-PDU library of "another vendor", with a vehicle inside, for tests of the client.
+// A D-PDU library of "another vendor" with a simulated vehicle, for tests of the client.
 //
-// It keeps to the strict reading of the standard where the product does not: object ids of its
-// own, PDU_ID_UNDEF for unknown names, ComParam items that must be handed back, identifiers that
-// may only change while a link is offline, requests only after communication was started, and
-// results that carry the identifiers given in the unique response table. It also prints to standard
-// output whenever it can.
+// It interprets the standard strictly where the product does not: its own object ids, PDU_ID_UNDEF
+// for unknown names, ComParam items that must be destroyed, identifiers that may change only while
+// a link is offline, requests only after communication was started, and results with the
+// identifiers from the unique response table. It also prints to standard output in every function.
 //
-// FAKE_DPDU_SCENARIO chooses what is out of the ordinary, one word: no-module, late-module,
-// two-modules, slow-scan, refuses-construct, refuses-link, lost-module, unplugged (the module goes
-// after the second request and comes back some scans after the library was constructed anew).
+// FAKE_DPDU_SCENARIO selects a special case, one word: no-module, late-module, two-modules,
+// slow-scan, refuses-construct, refuses-link, lost-module, unplugged (the module disappears after
+// the second request and comes back some scans after the library was constructed again).
 //
 // On a raw link STARTCOMM and SENDRECV with at least four bytes send a frame, which is reported,
-// and SENDRECV without bytes brings a handful of frames at once. FAKE_DPDU_REPORT names a file to
-// which it appends one line per notable event, and in the end what has not been released.
+// and SENDRECV without bytes delivers several frames at once. FAKE_DPDU_REPORT names a file to
+// which it appends one line per notable event, and finally what has not been released.
 
 #include <chrono>
 #include <cstdio>
@@ -131,7 +130,7 @@ ParamSet InitialParams() {
 }
 
 // -------------------------------------------------------------------------------------------
-// Items: each is one object with everything it points to, found again by its address
+// Items: each is one object with everything it points to, found by its address
 // -------------------------------------------------------------------------------------------
 
 struct Block {
@@ -192,7 +191,7 @@ struct Link {
     ParamSet params = InitialParams();
     std::vector<EcuEntry> ecus;
     std::deque<std::shared_ptr<EventBlock>> events;
-    UNUM32 hanging = PDU_HANDLE_UNDEF;  // ComPrimitive that only ends when it is cancelled
+    UNUM32 hanging = PDU_HANDLE_UNDEF;  // ComPrimitive that ends only when it is cancelled
     std::vector<std::thread> workers;
     CALLBACKFNC callback = nullptr;
 };
@@ -201,13 +200,13 @@ std::mutex lock;  // guards everything below
 bool constructed = false;
 void* api_tag = nullptr;
 UNUM32 constructions = 0;
-UNUM32 scans = 0;  // since the last construction
+UNUM32 scans = 0;  // since the last PDUConstruct
 UNUM32 requests = 0;
 UNUM32 next_primitive = 100;
 UNUM32 next_link = kFirstLink;
 std::map<UNUM32, bool> connected_modules;
 std::map<UNUM32, Link> links;
-std::map<void*, std::shared_ptr<Block>> items;  // in the application's hands
+std::map<void*, std::shared_ptr<Block>> items;  // owned by the application
 std::deque<std::shared_ptr<EventBlock>> module_events;
 std::deque<std::shared_ptr<EventBlock>> system_events;
 
@@ -255,19 +254,19 @@ std::shared_ptr<EventBlock> AddResult(Link* link, UNUM32 primitive, UNUM32 uniqu
     return block;
 }
 
-// The time stamps wrap between the second frame and the third.
+// The time stamps wrap between the second and the third frame.
 void AddFrames(Link* link, UNUM32 primitive) {
     struct Frame {
         UNUM32 timestamp_us;
         UNUM8 flag;
-        Bytes bytes;  // four of identifier first
+        Bytes bytes;  // starting with four bytes of identifier
     };
     const Frame frames[] = {
         {0xFFFFF000, 0, {0x00, 0x00, 0x00, 0xC0, 0x0C, 0x80}},
         {0xFFFFFFFF, 0, {0x00, 0x00, 0x07, 0xE8, 0x03, 0x7F, 0x22, 0x31}},
         {0x00000000, 0, {0x00, 0x00, 0x00, 0xC0, 0x0D, 0x10}},
         {0x00001000, 0, {0x18, 0xDA, 0xF1, 0x10}},
-        {0x00002000, 1, {0x00, 0x00, 0x01, 0x23, 0xFF}},  // a short number of 29 bits
+        {0x00002000, 1, {0x00, 0x00, 0x01, 0x23, 0xFF}},  // a small 29-bit identifier
     };
     for (const Frame& frame : frames) {
         const auto block = AddResult(link, primitive, 0, 1, frame.bytes);
@@ -295,7 +294,7 @@ Bytes WithNumber(Bytes head, UNUM32 number) {
     return head;
 }
 
-// What the library was told, for tests that set it: one identifier for each value.
+// Reports values set by a test: one identifier per value.
 Bytes SettingAnswer(UNUM8 which, Link* link) {
     const Bytes head = {0x62, 0xF1, which};
     ParamSet& params = link->params;
@@ -364,7 +363,7 @@ bool HasFormat(const EcuEntry& ecu) {
     return ecu.request_format == wanted && ecu.response_format == wanted;
 }
 
-// A control unit answers on the identifier that belongs to its own.
+// A control unit answers on its own response identifier.
 bool IsAddressed(const EcuEntry& ecu) {
     const bool is_11_bit = ecu.request_id <= 0x7FF;
     const UNUM32 response = is_11_bit ? ecu.request_id + 8 : 0x18DAF110;
@@ -400,7 +399,7 @@ const Expected* FindMatch(const std::vector<Expected>& expected, const Bytes& an
     return nullptr;
 }
 
-// Puts the outcome of a request into the link's queue; false when it hangs.
+// Puts the result of a request into the link's queue; false if it hangs.
 bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
             const std::vector<Expected>& expected) {
     const bool is_functional = link->params[ParamId("CP_RequestAddrMode")].number == 2;
@@ -436,7 +435,7 @@ void Notify(UNUM32 module, UNUM32 link_handle) {
     if (callback) callback(PDU_EVT_DATA_AVAILABLE, module, link_handle, nullptr, tag);
 }
 
-// Runs on a thread of its own, one for each request, which owns what the references name.
+// Runs on a separate thread for each request, which owns the referenced objects.
 void Work(UNUM32 module, UNUM32 link_handle, UNUM32 primitive, const Bytes& request,
           const std::vector<Expected>& expected) {
     Chatter("working");
@@ -485,7 +484,7 @@ void FillModules(ModuleBlock* block) {
               "VendorName='Other' ModuleName='Probe' SerialNumber='S-2' ConnectionType='WLAN'");
 }
 
-// Only a new construction brings a module back that was pulled out.
+// An unplugged module comes back only after a new PDUConstruct.
 bool IsUnplugged() { return IsScenario("unplugged") && constructions == 1 && requests >= 2; }
 
 std::string HexDigits(const UNUM8* bytes, std::size_t count) {
@@ -498,7 +497,7 @@ std::string HexDigits(const UNUM8* bytes, std::size_t count) {
     return text;
 }
 
-// Says of a frame what the library was told.
+// Reports a frame as passed to the library.
 void SendFrame(const UNUM8* bytes, UNUM32 size, const PDU_COP_CTRL_DATA& control) {
     const bool has_29_bits = control.TxFlag.NumFlagBytes > 2 && (control.TxFlag.pFlagData[2] & 1);
     Report("frame " + HexDigits(bytes, 4) + (has_29_bits ? " long " : " short ") +
@@ -508,7 +507,7 @@ void SendFrame(const UNUM8* bytes, UNUM32 size, const PDU_COP_CTRL_DATA& control
 void StartOnRawLink(Link* link, T_PDU_COPT type, UNUM32 primitive, const UNUM8* bytes, UNUM32 size,
                     const PDU_COP_CTRL_DATA& control) {
     if (size >= 4) SendFrame(bytes, size, control);
-    // Like some libraries, this one does not report the end of what a STARTCOMM has sent.
+    // Like some libraries, this one does not report the end of a STARTCOMM that sends.
     if (type == PDU_COPT_STARTCOMM) return;
     AddStatus(link, primitive, PDU_COPST_FINISHED);
     if (type != PDU_COPT_SENDRECV || size > 0) return;
@@ -535,7 +534,7 @@ UNUM32 IoControlId(const std::string& name) {
     return name == "PDU_IOCTL_RESET" ? kReset : PDU_ID_UNDEF;
 }
 
-// The input as one line of the report.
+// The input as a line of the report.
 std::string InputText(const PDU_DATA_ITEM& input) {
     switch (input.ItemType) {
         case PDU_IT_IO_UNUM32:

@@ -1,4 +1,4 @@
-// Who may read a file; one implementation per operating system.
+// Sets who may read a file; one implementation per operating system.
 
 #ifndef TESTS_DPDU_FILE_ACCESS_H
 #define TESTS_DPDU_FILE_ACCESS_H
@@ -7,7 +7,7 @@
 
 enum class Readers { kOwner, kEveryone };
 
-// False: the system refuses.
+// False if the system refuses.
 bool SetReaders(const std::string& path, Readers readers);
 
 #endif  // TESTS_DPDU_FILE_ACCESS_H

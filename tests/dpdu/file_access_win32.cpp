@@ -1,7 +1,7 @@
 #include "file_access.h"
 
 #include <windows.h>
-// Others want windows.h before them.
+// Other headers need windows.h before them.
 #include <aclapi.h>
 #include <sddl.h>
 
@@ -14,7 +14,7 @@ struct FreeLocal {
     void operator()(void* block) const { ::LocalFree(block); }
 };
 
-// The user whom this process runs for, as "S-1-5-…".
+// The user of this process, as "S-1-5-…".
 std::string UserSid() {
     HANDLE token = nullptr;
     if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return "";
@@ -33,7 +33,7 @@ std::string UserSid() {
 
 }  // namespace
 
-// Full access for the user, and read access for all when they are meant; nothing is inherited.
+// Full access for the user and, if requested, read access for everyone; nothing is inherited.
 bool SetReaders(const std::string& path, Readers readers) {
     const std::string everyone = readers == Readers::kEveryone ? "(A;;FR;;;WD)" : "";
     const std::string text = "D:P(A;;FA;;;" + UserSid() + ")" + everyone;

@@ -1,4 +1,4 @@
-// Frames, lists of control units and live tables by themselves.
+// Unit tests of frames, lists of control units and live tables.
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@
 namespace dpdu {
 namespace {
 
-TEST(CanFrameText, CandumpLogHasNoBlanksInTheFrame) {
+TEST(CanFrameText, CandumpLogHasNoSpacesInTheFrame) {
     EXPECT_EQ(CandumpLogLine({0x7E8, false, {0x01, 0xAB}}, 1'700'000'000'012'000),
               "(1700000000.012000) can0 7E8#01AB");
     EXPECT_EQ(CandumpLogLine({0x7E8, true, {}}, 0), "(000.000000) can0 000007E8#");
@@ -26,7 +26,7 @@ TEST(CanFrameText, RawBytesStartWithTheIdentifierMostSignificantFirst) {
     EXPECT_EQ(RawBytes({0x18DAF110, true, {0x02}}), (Bytes{0x18, 0xDA, 0xF1, 0x10, 0x02}));
 }
 
-TEST(CanFilters, MaskSaysWhichBitsCount) {
+TEST(CanFilters, MaskSelectsTheBitsToCompare) {
     const auto filter = ParseCanFilter("7E0/7F8");
     ASSERT_TRUE(filter);
     EXPECT_TRUE(Passes({*filter}, 0x7E7));
@@ -35,14 +35,14 @@ TEST(CanFilters, MaskSaysWhichBitsCount) {
     EXPECT_FALSE(ParseCanFilter("7E0/"));
 }
 
-TEST(FrameTimes, GoOnAcrossTheWrapOf32Bits) {
+TEST(FrameTimes, ContinueAcrossTheWrapOf32Bits) {
     TimestampExtender time;
     EXPECT_EQ(time.SinceFirst(0xFFFFFFF0), 0u);
     EXPECT_EQ(time.SinceFirst(0x10), 0x20u);
     EXPECT_EQ(time.SinceFirst(0x0F), 0x20u + std::uint64_t{0xFFFFFFFF});
 }
 
-TEST(FrameTotals, PeriodIsTheMeanOfAllDistances) {
+TEST(FrameTotals, PeriodIsTheMeanOfAllIntervals) {
     FrameCounts counts;
     for (const std::uint64_t time_us : {0u, 10'000u, 30'000u})
         counts.Add({0x123, false, {0x01}}, time_us);
@@ -59,7 +59,7 @@ std::string UnitTexts(const std::string& list) {
     return text;
 }
 
-TEST(UnitLists, ResponseIdentifierFollowsFromTheRequest) {
+TEST(UnitLists, ResponseIdentifierIsDerivedFromTheRequest) {
     EXPECT_EQ(UnitTexts("7E0"), "7E0:7E8");
     EXPECT_EQ(UnitTexts("18DA10F1"), "18DA10F1:18DAF110");
     EXPECT_EQ(UnitTexts("713:77D"), "713:77D");
@@ -70,12 +70,12 @@ TEST(UnitLists, RangeCountsInTheTargetByteOfLongIdentifiers) {
     EXPECT_EQ(UnitTexts("18DA10F1-18DA11F1"), "18DA10F1:18DAF110 18DA11F1:18DAF111");
 }
 
-TEST(UnitLists, RangeHoldsAtMost256) {
+TEST(UnitLists, RangeHasAtMost256Units) {
     EXPECT_EQ(ParseUnits("100-1FF").size(), 256u);
     EXPECT_THROW(ParseUnits("100-200"), UsageError);
 }
 
-TEST(UnitLists, LineThatIsNoneIsNamed) {
+TEST(UnitLists, InvalidLineIsNamed) {
     std::istringstream stream("7E0 engine\n\nnonsense\n");
     try {
         ReadUnits(&stream, "car.txt");
@@ -88,7 +88,7 @@ TEST(UnitLists, LineThatIsNoneIsNamed) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(LiveTables, NextOneIsWrittenOverTheLast) {
+TEST(LiveTables, NextTableOverwritesTheLast) {
     const File file(std::tmpfile());
     ASSERT_TRUE(file);
     Output output(file.get(), false, true);

@@ -1,4 +1,4 @@
-// A library that has only some of the functions, as an older edition might.
+// A library with only some of the functions, as an older version might be.
 
 #include "dpdu_api.h"
 

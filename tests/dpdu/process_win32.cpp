@@ -6,7 +6,7 @@
 
 namespace {
 
-// Quotes by the rules by which a C runtime takes a command line apart again.
+// Quotes as the C runtime expects when it splits a command line.
 std::string Quoted(const std::string& argument) {
     std::string quoted = "\"";
     std::size_t backslashes = 0;
@@ -24,18 +24,18 @@ HANDLE OpenForChild(const std::string& path) {
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// The child inherits this process's environment, so it is changed for the moment of the start.
+// The child inherits this process's environment, so it is changed during the start.
 void SetAll(const ProcessSetup& setup, bool set) {
     for (const auto& [name, value] : setup.environment) {
         ::SetEnvironmentVariableA(name.c_str(), set && !value.empty() ? value.c_str() : nullptr);
     }
 }
 
-// On a busy machine Wine now and then refuses a start that succeeds a moment later.
+// On a busy machine Wine sometimes refuses a start that succeeds a moment later.
 bool CreateChild(std::string command, STARTUPINFOA* startup, PROCESS_INFORMATION* information) {
     constexpr int kAttempts = 3;
     for (int attempt = 1;; ++attempt) {
-        // A console of its own, without a window: Ctrl-C is a matter of consoles.
+        // A separate console without a window, because Ctrl-C is sent to a console.
         if (::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
                              nullptr, nullptr, startup, information)) {
             return true;
@@ -71,8 +71,8 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
 }
 
 bool InterruptProcess(ProcessHandle process) {
-    // This program joins the child's console for the moment. Its own handler keeps it alive; unlike
-    // ignoring Ctrl-C altogether, that is not passed on to the children that follow.
+    // This program joins the child's console briefly. A handler keeps it alive; unlike ignoring
+    // Ctrl-C, a handler is not inherited by later children.
     ::SetConsoleCtrlHandler([](DWORD) -> BOOL { return TRUE; }, TRUE);
     ::FreeConsole();
     if (!::AttachConsole(::GetProcessId(reinterpret_cast<HANDLE>(process)))) return false;

@@ -12,7 +12,7 @@
 namespace dpdu {
 namespace {
 
-// The length of a stream grows with what the progress thread flushes into it.
+// The stream's length grows when the progress thread writes to it.
 bool WaitUntilWritten(std::FILE* file) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
@@ -29,7 +29,7 @@ TEST(ProgressLine, NothingIsShownBeforeTheDelay) {
     EXPECT_EQ(Content(file.get()), "");
 }
 
-TEST(ProgressLine, WithoutATerminalThePlainLineComesOnce) {
+TEST(ProgressLine, WithoutATerminalAPlainLineIsPrintedOnce) {
     const File file(std::tmpfile());
     ASSERT_TRUE(file);
     {
@@ -39,7 +39,7 @@ TEST(ProgressLine, WithoutATerminalThePlainLineComesOnce) {
     EXPECT_EQ(Content(file.get()), "dpdu: waiting...\n");
 }
 
-TEST(ProgressLine, OnATerminalTheLineIsErasedInTheEnd) {
+TEST(ProgressLine, OnATerminalTheLineIsErasedAtTheEnd) {
     const File file(std::tmpfile());
     ASSERT_TRUE(file);
     {

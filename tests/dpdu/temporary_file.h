@@ -9,7 +9,7 @@ namespace dpdu {
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
-// std::tmpfile() makes one; it goes with its object.
+// For std::tmpfile(); the file is removed with this object.
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
 inline std::string Content(std::FILE* file) {

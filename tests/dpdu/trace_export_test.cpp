@@ -1,4 +1,4 @@
-// dpdu trace export, as its user sees it, and the frames that it makes of requests.
+// dpdu trace export as seen by its user, and the frames that it derives from requests.
 
 #include <gtest/gtest.h>
 
@@ -58,7 +58,7 @@ TEST(TraceExport, CandumpShowsRequestAndAnswersAsFrames) {
               "(0000015413.355778) can0 77D#22302D42\n");
 }
 
-TEST(TraceExport, AscShowsTimesFromTheFirstLineAndMarksWhatIsReconstructed) {
+TEST(TraceExport, AscShowsTimesFromTheFirstLineAndMarksReconstructedFrames) {
     const ClientResult result = Export({"asc", TracePath("functional")});
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.output, std::string(kAscHeader) +
@@ -79,12 +79,12 @@ End TriggerBlock
 )");
 }
 
-TEST(TraceExport, ControlUnitThatStaysSilentHasNoFrame) {
+TEST(TraceExport, SilentControlUnitHasNoFrame) {
     EXPECT_EQ(Export({"candump", TracePath("silent")}).output,
               "(0000015413.984264) can0 7E5#0322F190\n");
 }
 
-TEST(TraceExport, LongRequestIsShownAsFarAsItWasRecordedAndTheRestIsTold) {
+TEST(TraceExport, LongRequestIsShownAsFarAsRecordedAndTheRestIsReported) {
     const ClientResult result = Export({"asc", TracePath("long_request")});
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.error,
@@ -111,7 +111,7 @@ TEST(TraceExport, FramesOfRealRawLinksAreShownInBothDirections) {
               "(0000018585.293340) can0 0C0#0C80000000000002\n");
 }
 
-// A raw link: a start of communication sends, a request's ComPrimitive receives.
+// A raw link: STARTCOMM sends, SENDRECV receives.
 std::string RawTrace() {
     const auto start = [](int seq, int ts_us, int cop, int type, const std::string& hex) {
         const std::string length = std::to_string(hex.size() / 2);
@@ -142,7 +142,7 @@ std::string RawTrace() {
            StateLine(14, 2'000'001, 6, kFinished) + FreeLine(15, 2'000'002, 6);
 }
 
-TEST(TraceExport, RawFramesAreShownExactlyAsTheyWere) {
+TEST(TraceExport, RawFramesAreShownExactlyAsRecorded) {
     const TemporaryTrace trace(RawTrace());
     const ClientResult result = Export({"candump", trace.Path()});
     EXPECT_EQ(result.output,
@@ -194,7 +194,7 @@ TEST(TraceExport, ChromeHasAProcessForEachModuleAndSpansForEachRequest) {
 )");
 }
 
-TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsMoments) {
+TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsInstants) {
     EXPECT_EQ(Exported("chrome",
                        TraceLine(1, 500, "telemetry",
                                  "\"pkt_len\":60,\"v\":1,\"u\":2,\"rt\":3,\"rhz\":-1,\"tasks\":4,"
@@ -215,7 +215,7 @@ TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsMoments) {
         << raw.output;
 }
 
-TEST(TraceExport, ChromeTakesSeveralTracesAndKeepsTheirProcessesApart) {
+TEST(TraceExport, ChromeAcceptsSeveralTracesAndSeparatesTheirProcesses) {
     const ClientResult result =
         Export({"chrome", TracePath("silent"), TracePath("functional"), TracePath("three_units")});
     const Json events = Json::parse(result.output)["traceEvents"];
@@ -229,7 +229,7 @@ TEST(TraceExport, ChromeTakesSeveralTracesAndKeepsTheirProcessesApart) {
     EXPECT_EQ(Export({"asc", TracePath("silent"), TracePath("functional")}).exit_code, 2);
 }
 
-TEST(TraceExport, TargetHoldsTheSameBytesAsStandardOutput) {
+TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {
     const std::string target = TemporaryPath("export.log");
     const ClientResult result = Export({"candump", TracePath("functional"), "-o", target});
     EXPECT_EQ(result.exit_code, 0) << result.error;
@@ -238,7 +238,7 @@ TEST(TraceExport, TargetHoldsTheSameBytesAsStandardOutput) {
     std::remove(target.c_str());
 }
 
-TEST(TraceExport, NothingIsLeftOfAnExportThatFails) {
+TEST(TraceExport, FailedExportLeavesNothing) {
     const std::string target = TemporaryPath("export.log");
     const TemporaryTrace rubbish("rubbish\n");
     const ClientResult result = Export({"asc", rubbish.Path(), "-o", target});
@@ -256,7 +256,7 @@ TEST(TraceExport, TraceIsNotOverwrittenByItsOwnExport) {
     EXPECT_EQ(ReadWholeFile(trace.Path()), RawTrace());
 }
 
-TEST(TraceExport, FolderThatDoesNotExistIsOneErrorLine) {
+TEST(TraceExport, MissingFolderGivesOneErrorLine) {
     const ClientResult result =
         Export({"asc", TracePath("silent"), "-o", "/nowhere/to_be_found/export.asc"});
     EXPECT_EQ(result.exit_code, 1);
@@ -288,14 +288,14 @@ TEST(IsoTp, NumbersOfConsecutiveFramesWrapAtSixteen) {
     EXPECT_EQ(frames[17][0], 0x21);
 }
 
-TEST(IsoTp, MoreThan4095BytesHaveTheLongFirstFrame) {
+TEST(IsoTp, MoreThan4095BytesUseTheLongFirstFrame) {
     EXPECT_EQ(IsoTpFrames({Bytes(4095, 0xAA), 4095})[0],
               (Bytes{0x1F, 0xFF, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA, 0xAA}));
     EXPECT_EQ(IsoTpFrames({Bytes(4096, 0xAA), 4096})[0],
               (Bytes{0x10, 0, 0, 0, 0x10, 0, 0xAA, 0xAA}));
 }
 
-TEST(IsoTp, OfAPartOnlyFramesThatAreKnownWholeAreMade) {
+TEST(IsoTp, TruncatedPayloadGivesOnlyFullyKnownFrames) {
     EXPECT_EQ(IsoTpFrames({Bytes(12, 0xAA), 20}).size(), 1u);
     EXPECT_EQ(IsoTpFrames({Bytes(13, 0xAA), 20}).size(), 2u);
     EXPECT_TRUE(IsoTpFrames({Bytes(2, 0xAA), 3}).empty());

@@ -1,19 +1,19 @@
-// Trace files for tests: those that the real library has written, and lines made up after them.
+// Trace files for tests: some written by the real library, and lines composed in the same format.
 
 #ifndef TESTS_DPDU_TRACE_FILES_H
 #define TESTS_DPDU_TRACE_FILES_H
 
 #include <string>
 
-// A file of the folder traces, by its name without ending.
+// A file in the folder traces, by its name without extension.
 std::string TracePath(const std::string& name);
 
 std::string TraceText(const std::string& name);
 
-// A line as the library writes it: `fields` is what follows the event's name, as in "\"hCoP\":1".
+// A line in the library's format; `fields` follows the event's name, such as "\"hCoP\":1".
 std::string TraceLine(int seq, int ts_us, const std::string& event, const std::string& fields);
 
-// The same with the three handles in front of the other fields, which begin with a comma.
+// As above, with the three handles before the other fields, which begin with a comma.
 std::string CopLine(int seq, int ts_us, const std::string& event, int cop,
                     const std::string& fields = "");
 
@@ -28,7 +28,7 @@ constexpr int kExecuting = 32785;
 constexpr int kFinished = 32786;
 constexpr int kCancelled = 32787;
 
-// A file of its own with this text, which goes away with it.
+// A temporary file with this text, removed with the object.
 class TemporaryTrace {
 public:
     explicit TemporaryTrace(const std::string& text);

@@ -1,4 +1,4 @@
-// Reading a trace: what counts as a line of it, what is passed over, and in which order it comes.
+// Reading a trace: which lines are accepted or skipped, and their order.
 
 #include <gtest/gtest.h>
 
@@ -57,7 +57,7 @@ TEST(TraceReader, PiecesOfAnySizeGiveTheSameRecords) {
         EXPECT_EQ(Sequence(Read(text, piece)), Sequence(whole)) << piece;
 }
 
-TEST(TraceReader, LineThatTheLibraryHasCutIsKeptWithTheLineBehindIt) {
+TEST(TraceReader, LineTruncatedByTheLibraryIsReadTogetherWithTheLineAfterIt) {
     const Reading reading = Read(TraceText("long_request"));
     EXPECT_EQ(reading.report.cut, 2u);
     EXPECT_EQ(reading.report.damaged.count, 0u);
@@ -72,7 +72,7 @@ TEST(TraceReader, LineThatTheLibraryHasCutIsKeptWithTheLineBehindIt) {
     EXPECT_EQ(reading.records[10].event, Event::kExpectedResponses);
 }
 
-TEST(TraceReader, LineThatEndsTooEarlyIsDamagedUnlessTheLibraryHasCutIt) {
+TEST(TraceReader, LineThatEndsTooEarlyIsDamagedUnlessTheLibraryTruncatedIt) {
     const std::string text = TraceText("long_request");
     const std::size_t begin = text.find("{\"seq\":10,");
     EXPECT_EQ(Read(text.substr(begin, 1023)).report.cut, 1u);
@@ -126,7 +126,7 @@ TEST(TraceReader, BlankLinesAndWindowsLineEndsDoNotCount) {
     EXPECT_EQ(reading.report.damaged.count, 0u);
 }
 
-TEST(TraceReader, LineOfMoreThanAMegabyteIsGivenUpOnce) {
+TEST(TraceReader, LineOfMoreThanAMegabyteIsSkippedAndCountedOnce) {
     const std::string endless(std::size_t{3} * 1024 * 1024, 'x');
     for (const std::size_t piece : {std::size_t{100'000}, std::string::npos}) {
         const Reading reading = Read(kGood + endless + "\n" + kGood, piece);
@@ -140,14 +140,14 @@ TEST(TraceReader, LastLineNeedsNoLineEnd) {
     EXPECT_EQ(Read(kGood.substr(0, kGood.size() - 1)).report.records, 1u);
 }
 
-TEST(TraceReader, LinesOutOfOrderComeByTime) {
+TEST(TraceReader, LinesOutOfOrderAreSortedByTime) {
     const Reading reading =
         Read(CopLine(1, 100, "cop_cancel_req", 1) + CopLine(4, 400, "cop_cancel_req", 1) +
              CopLine(2, 200, "cop_cancel_req", 1) + CopLine(3, 200, "cop_cancel_req", 1));
     EXPECT_EQ(Sequence(reading), (std::vector<std::int64_t>{1, 2, 3, 4}));
 }
 
-TEST(TraceReader, SessionBehindAnotherIsNotMixedWithIt) {
+TEST(TraceReader, SessionAfterAnotherIsNotMixedWithIt) {
     const std::string second =
         "{\"seq\":1,\"ts_us\":5,\"pid\":9,\"tid\":9,\"ev\":\"log_start\","
         "\"flush_ms\":500,\"session\":1}\n";
@@ -155,7 +155,7 @@ TEST(TraceReader, SessionBehindAnotherIsNotMixedWithIt) {
     EXPECT_EQ(Sequence(reading), (std::vector<std::int64_t>{7, 1}));
 }
 
-TEST(TraceReader, ReasonOfABusyIsReadWithItsEscapes) {
+TEST(TraceReader, ReasonOfABusyIsUnescaped) {
     const Reading reading =
         Read(TraceLine(1, 1, "busy_received",
                        "\"req_id\":3,\"reason\":\"say \\\"{\\\\\\\"\\n\",\"reason_len\":9"));
@@ -167,7 +167,7 @@ TEST(TraceReader, ReasonOfABusyIsReadWithItsEscapes) {
         1u);
 }
 
-TEST(TraceReader, FileThatIsNotThereIsAFailure) {
+TEST(TraceReader, MissingFileIsAFailure) {
     EXPECT_THROW(ReadTraceFile("/nowhere/to_be_found.jsonl", [](const Record&) {}), Failure);
 }
 

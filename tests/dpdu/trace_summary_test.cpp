@@ -1,4 +1,4 @@
-// dpdu trace summary, as its user sees it.
+// dpdu trace summary as seen by its user.
 
 #include <gtest/gtest.h>
 
@@ -86,7 +86,7 @@ TEST(TraceSummary, NegativeAnswersAreCountedByTheirCode) {
               "negative response requestOutOfRange (0x31) to service 0x22");
 }
 
-TEST(TraceSummary, LongRequestKeepsItsControlUnitThoughItsLinesAreCut) {
+TEST(TraceSummary, LongRequestKeepsItsControlUnitAlthoughItsLinesAreTruncated) {
     const Json document = Document(TracePath("long_request"));
     EXPECT_EQ(document["cutLines"], 2);
     EXPECT_EQ(document["damagedLines"], 0);
@@ -121,7 +121,7 @@ TEST(TraceSummary, DamagedAndUnknownLinesAreReportedWithTheFirstOfThem) {
     EXPECT_NE(result.output.find("Requests           3 ("), std::string::npos);
 }
 
-TEST(TraceSummary, MissingFileIsOneErrorLine) {
+TEST(TraceSummary, MissingFileGivesOneErrorLine) {
     const ClientResult result = Summarise({"/nowhere/to_be_found.jsonl"});
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_EQ(result.output, "");
@@ -129,7 +129,7 @@ TEST(TraceSummary, MissingFileIsOneErrorLine) {
     EXPECT_EQ(result.error.find('\n'), result.error.size() - 1);
 }
 
-TEST(TraceSummary, FileWithoutASingleLineOfATraceIsOneErrorLine) {
+TEST(TraceSummary, FileWithoutAnyTraceLineGivesOneErrorLine) {
     for (const char* text : {"", "not a trace\n", "\n\n", "{\"seq\":1}\n"}) {
         const TemporaryTrace trace(text);
         const ClientResult result = Summarise({trace.Path()});
@@ -139,7 +139,7 @@ TEST(TraceSummary, FileWithoutASingleLineOfATraceIsOneErrorLine) {
     }
 }
 
-TEST(TraceSummary, FileNameIsNeeded) {
+TEST(TraceSummary, FileNameIsRequired) {
     const ClientResult result = Summarise({});
     EXPECT_EQ(result.exit_code, 2);
     EXPECT_TRUE(result.error.ends_with("see dpdu trace summary --help\n")) << result.error;
@@ -147,7 +147,7 @@ TEST(TraceSummary, FileNameIsNeeded) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(TraceSummary, RequestSentAgainIsARetryAndTheFirstTryATimeOut) {
+TEST(TraceSummary, RequestSentAgainIsARetryAndItsFirstAttemptATimeOut) {
     const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + StateLine(2, 1100, 1, kExecuting) +
                                SentLine(3, 1200, 1) + SentLine(4, 11'200, 1) +
                                ReceivedLine(5, 11'700, 1) + StateLine(6, 11'800, 1, kFinished) +
@@ -161,7 +161,7 @@ TEST(TraceSummary, RequestSentAgainIsARetryAndTheFirstTryATimeOut) {
     EXPECT_EQ(document["slowest"][0]["durationUs"], 10'800);
 }
 
-TEST(TraceSummary, AnswerWhoseLineComesBeforeItsRequestsIsStillItsAnswer) {
+TEST(TraceSummary, AnswerIsMatchedEvenIfItsLinePrecedesItsRequest) {
     const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + StateLine(2, 1100, 1, kExecuting) +
                                ReceivedLine(3, 1150, 1) + SentLine(4, 1200, 1) +
                                StateLine(5, 1300, 1, kFinished));
@@ -178,7 +178,7 @@ TEST(TraceSummary, SecondAnswerToTheSameRequestIsStray) {
     EXPECT_EQ(Document(trace)["requests"]["strayAnswers"], 1);
 }
 
-TEST(TraceSummary, CancelledAndEndlessRequestsAreNoTimeOuts) {
+TEST(TraceSummary, CancelledAndUnfinishedRequestsAreNotTimeOuts) {
     const TemporaryTrace trace(StartLine(1, 1000, 1, "3e") + SentLine(2, 1100, 1) +
                                StateLine(3, 1400, 1, kCancelled) + StartLine(4, 2000, 2, "3e") +
                                StateLine(5, 2100, 2, kExecuting) + SentLine(6, 2200, 2));
@@ -211,7 +211,7 @@ std::string Telemetry(int seq, int v, int can) {
                          "\"tele_json_trunc\":false,\"tele_json\":\"{\\\"v\\\":1}\"");
 }
 
-TEST(TraceSummary, TelemetryShowsTheExtremesOfWhatWasReported) {
+TEST(TraceSummary, TelemetryShowsTheExtremesOfTheReportedValues) {
     const TemporaryTrace trace(Telemetry(1, 5, 0) + Telemetry(2, -7, -1) + Telemetry(3, 4, 9));
     const Json telemetry = Document(trace)["telemetry"];
     EXPECT_EQ(telemetry["reports"], 3);
@@ -235,7 +235,7 @@ TEST(TraceSummary, CloudPacketsAreAddedUpByDirectionAndType) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(TraceTimes, SmallTimesAreExactAndLargeOnesToFourPerMille) {
+TEST(TraceTimes, SmallTimesAreExactAndLargeOnesWithinFourPerMille) {
     dpdu::trace::TimeStatistics small;
     for (std::uint64_t time = 1; time <= 100; ++time)
         small.Add(time);
@@ -253,7 +253,7 @@ TEST(TraceTimes, SmallTimesAreExactAndLargeOnesToFourPerMille) {
     EXPECT_EQ(large.PercentileUs(100), 1000u * 1'000'003);
 }
 
-TEST(TraceTimes, NoTimeAtAllIsZero) {
+TEST(TraceTimes, WithoutTimesEverythingIsZero) {
     const dpdu::trace::TimeStatistics none;
     EXPECT_EQ(none.PercentileUs(95), 0u);
     EXPECT_EQ(none.AverageUs(), 0u);

@@ -1,4 +1,4 @@
-// dpdu trace timeline, as its user sees it, and the bars by themselves.
+// dpdu trace timeline as seen by its user, and unit tests of the bars.
 
 #include <gtest/gtest.h>
 
@@ -51,7 +51,7 @@ Process 8106, session 1; a column is 0.103 ms
 )");
 }
 
-TEST(TraceTimeline, WaterfallPutsTheBarsWhereTheirRequestsWere) {
+TEST(TraceTimeline, WaterfallPlacesBarsAtTheirRequestsTimes) {
     const ClientResult result =
         Timeline({TracePath("three_units"), "--waterfall", "--columns", "96", "--link", "1"});
     EXPECT_EQ(result.output,
@@ -65,7 +65,7 @@ Process 8106, session 1; a column is 0.042 ms
 )");
 }
 
-TEST(TraceTimeline, RowsAreAsWideAsAskedFor) {
+TEST(TraceTimeline, RowsHaveTheRequestedWidth) {
     for (const std::size_t width : {90u, 200u}) {
         const ClientResult result =
             Timeline({TracePath("silent"), "--errors", "--columns", std::to_string(width)});
@@ -79,7 +79,7 @@ TEST(TraceTimeline, RowsAreAsWideAsAskedFor) {
     }
 }
 
-TEST(TraceTimeline, LinkIsChosenWithOrWithoutItsModule) {
+TEST(TraceTimeline, LinkIsSelectedWithOrWithoutItsModule) {
     EXPECT_EQ(Rows(Timeline({TracePath("three_units"), "--link", "2"}).output), 3u);
     EXPECT_EQ(Rows(Timeline({TracePath("three_units"), "--link", "0:2"}).output), 3u);
     const ClientResult none = Timeline({TracePath("three_units"), "--link", "1:2"});
@@ -90,7 +90,7 @@ TEST(TraceTimeline, LinkIsChosenWithOrWithoutItsModule) {
         EXPECT_EQ(Timeline({TracePath("silent"), "--link", text}).exit_code, 2) << text;
 }
 
-TEST(TraceTimeline, RangeTakesEveryRequestThatReachesIntoIt) {
+TEST(TraceTimeline, RangeSelectsEveryRequestThatOverlapsIt) {
     const std::string path = TracePath("three_units");
     EXPECT_EQ(Rows(Timeline({path, "--from", "0.2030"}).output), 3u);
     EXPECT_EQ(Rows(Timeline({path, "--to", "0.2011"}).output), 1u);
@@ -99,7 +99,7 @@ TEST(TraceTimeline, RangeTakesEveryRequestThatReachesIntoIt) {
     EXPECT_EQ(Timeline({path, "--from", "-1"}).exit_code, 2);
 }
 
-TEST(TraceTimeline, ErrorsAreWhateverDidNotGoWell) {
+TEST(TraceTimeline, ErrorsSelectsRequestsWithProblems) {
     EXPECT_EQ(Rows(Timeline({TracePath("negative"), "--errors"}).output), 1u);
     EXPECT_NE(Timeline({TracePath("negative"), "--errors"}).output.find("NRC 31  22 FF FF"),
               std::string::npos);
@@ -114,7 +114,7 @@ TEST(TraceTimeline, ErrorsAreWhateverDidNotGoWell) {
     EXPECT_NE(output.find("Process 7, session unknown;"), std::string::npos) << output;
 }
 
-TEST(TraceTimeline, RawFramesAreNamedByWhatWasSent) {
+TEST(TraceTimeline, RawFramesAreNamedByIdentifierAndData) {
     const ClientResult result = Timeline({TracePath("raw_send")});
     EXPECT_EQ(Rows(result.output), 4u);
     EXPECT_NE(result.output.find("0.062  raw     123#DEADBEEF        ..."), std::string::npos)
@@ -137,7 +137,7 @@ TEST(TraceTimeline, DamagedLinesAreReportedOnce) {
 
 // ---------------------------------------------------------------------------------------------
 
-// Queued for 20 us, sent after 10 more, answered 50 later, at its end after 20.
+// Queued for 20 us, sent after another 10, answered 50 later, finished after another 20.
 Request Answered() {
     Request request;
     request.type = PDU_COPT_SENDRECV;
@@ -159,7 +159,7 @@ TEST(TraceBar, ShowsThePartsOfARequestToScale) {
     EXPECT_EQ(BarText(Answered(), {900, 10, 30}), std::string(10, ' ') + "..-=====##");
 }
 
-TEST(TraceBar, ColumnShowsWhatTookMostOfItsTime) {
+TEST(TraceBar, ColumnShowsThePartThatTookMostOfItsTime) {
     EXPECT_EQ(BarText(Answered(), {1000, 50, 20}), "==");
     EXPECT_EQ(BarText(Answered(), {1000, 40, 20}), ".=#");
     EXPECT_EQ(BarText(Answered(), {1000, 1000, 20}), "=");
@@ -171,13 +171,13 @@ TEST(TraceBar, CallbackCoversThePartThatItInterrupts) {
     EXPECT_EQ(BarText(request, {1000, 5, 30}), "....--==========#cc#");
 }
 
-TEST(TraceBar, TryInVainEndsWithACross) {
+TEST(TraceBar, AttemptWithoutAnswerEndsWithACross) {
     Request request = Answered();
     request.exchanges[0].result = ExchangeResult::kSilent;
     EXPECT_EQ(BarText(request, {1000, 10, 20}), "..-=====x#");
 }
 
-TEST(TraceBar, SecondTryWaitsAgain) {
+TEST(TraceBar, SecondAttemptShowsWaitingAgain) {
     Request request = Answered();
     request.exchanges.insert(request.exchanges.begin(), request.exchanges[0]);
     request.exchanges[0].answered_us = 0;
@@ -188,12 +188,12 @@ TEST(TraceBar, SecondTryWaitsAgain) {
     EXPECT_EQ(BarText(request, {1000, 10, 20}), "..-=##==##");
 }
 
-TEST(TraceBar, BarThatIsTooLongGoesOn) {
+TEST(TraceBar, TooLongBarIsMarkedAsContinued) {
     EXPECT_EQ(BarText(Answered(), {1000, 10, 9}), "..-=====+");
     EXPECT_EQ(BarText(Answered(), {1000, 10, 10}), "..-=====##");
 }
 
-TEST(TraceBar, ShortestRequestIsSeen) {
+TEST(TraceBar, ShortestRequestIsVisible) {
     Request request;
     request.queued_us = 1000;
     request.last_us = 1000;

@@ -1,5 +1,5 @@
-// The client's commands for many control units, raw frames, objects, IOCTLs and events, with a
-// library of another vendor behind them.
+// The client's commands for many control units, raw frames, objects, IOCTLs and events, with
+// another vendor's library.
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,7 @@ TEST(DpduFunctional, EachControlUnitHasARowWithItsAnswerAndTime) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduFunctional, SilentAndNegativeControlUnitsAreToldAndFailTheCommand) {
+TEST(DpduFunctional, SilentAndNegativeControlUnitsAreReportedAndFailTheCommand) {
     const ClientResult result = RunClient({"functional", "22F190", "--units", "7E0,7E2-7E3"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output,
@@ -50,7 +50,7 @@ TEST(DpduFunctional, SilentAndNegativeControlUnitsAreToldAndFailTheCommand) {
     EXPECT_EQ(result.error, "dpdu: 2 of 3 control units did not do as asked\n");
 }
 
-TEST(DpduFunctional, OnePositiveAnswerIsEnoughWhereThatWasAskedFor) {
+TEST(DpduFunctional, WithAnyOnePositiveAnswerIsEnough) {
     EXPECT_EQ(RunClient({"functional", "3E00", "--units", "7E3,7E0", "--any"}).exit_code, kOk);
     EXPECT_EQ(RunClient({"functional", "3E00", "--units", "7E3", "--any"}).exit_code, kFailure);
 }
@@ -72,7 +72,7 @@ TEST(DpduFunctional, FileGivesControlUnitsTheirNames) {
     EXPECT_EQ(units[1]["answers"][0]["afterUs"], 2500);
 }
 
-TEST(DpduFunctional, ListThatMakesNoSenseIsAMistakeThatNamesIt) {
+TEST(DpduFunctional, InvalidListIsAMistakeAndIsNamed) {
     const std::vector<std::vector<std::string>> mistakes = {{"--units", "7E7-7E0"},
                                                             {"--units", "7F8"},
                                                             {"--units", "ecu"},
@@ -92,7 +92,7 @@ TEST(DpduFunctional, ListThatMakesNoSenseIsAMistakeThatNamesIt) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierInFront) {
+TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierFirst) {
     const ClientResult result = RunClient({"raw", "send", "123", "DE", "AD"});
     EXPECT_EQ(result.exit_code, kOk) << result.error;
     EXPECT_EQ(result.output, "123  [2]  DE AD  sent once\n");
@@ -100,7 +100,7 @@ TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierInFront) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRawSend, LongIdentifiersAreMarkedBySizeDigitsOrOption) {
+TEST(DpduRawSend, LongIdentifiersAreRecognisedByValueDigitsOrOption) {
     EXPECT_TRUE(Reported(RunClient({"raw", "send", "18DAF110"}), "frame 18DAF110 long "));
     EXPECT_TRUE(Reported(RunClient({"raw", "send", "800", "01"}), "frame 00000800 long 01"));
     EXPECT_TRUE(Reported(RunClient({"raw", "send", "00000123", "01"}), "frame 00000123 long 01"));
@@ -109,7 +109,7 @@ TEST(DpduRawSend, LongIdentifiersAreMarkedBySizeDigitsOrOption) {
     EXPECT_TRUE(Reported(RunClient({"raw", "send", "7FF", "01"}), "frame 000007FF short 01"));
 }
 
-TEST(DpduRawSend, RepeatsAsOftenAsAsked) {
+TEST(DpduRawSend, RepeatsAsOftenAsRequested) {
     const ClientResult result =
         RunClient({"raw", "send", "123", "01", "--repeat", "5", "--period", "2", "--json"});
     EXPECT_EQ(result.exit_code, kOk);
@@ -118,7 +118,7 @@ TEST(DpduRawSend, RepeatsAsOftenAsAsked) {
               Json({{"id", "123"}, {"extended", false}, {"data", "01"}, {"sent", 5}}));
 }
 
-TEST(DpduRawSend, InterruptionEndsEndlessRepetitionWell) {
+TEST(DpduRawSend, InterruptionEndsEndlessRepetitionSuccessfully) {
     const ClientResult result = RunInterrupted(
         {"raw", "send", "123", "01", "--repeat", "0", "--period", "5"}, "frame 00000123 short 01");
     EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -141,7 +141,7 @@ TEST(DpduRawSend, OtherLibrariesMaySendWithSendRecv) {
     EXPECT_FALSE(Reported(result, "receiving"));
 }
 
-TEST(DpduRawSend, FrameThatCannotBeIsAMistake) {
+TEST(DpduRawSend, InvalidFrameIsAMistake) {
     const std::vector<std::vector<std::string>> mistakes = {{"20000000", "01"},
                                                             {"xyz"},
                                                             {"123", "010203040506070809"},
@@ -176,7 +176,7 @@ TEST(DpduRawListen, FramesAreLinesAndTotalsFollow) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRawListen, OnlyWhatAFilterLetsThroughCounts) {
+TEST(DpduRawListen, OnlyFramesThatMatchAFilterCount) {
     const ClientResult one =
         RunClient({"raw", "listen", "--filter", "7E0/7F0", "--count", "1", "--log"});
     EXPECT_EQ(one.exit_code, kOk) << one.error;
@@ -192,7 +192,7 @@ TEST(DpduRawListen, OnlyWhatAFilterLetsThroughCounts) {
     EXPECT_TRUE(two[3]["totals"][1]["periodMs"].is_null());
 }
 
-TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceInTheEnd) {
+TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceAtTheEnd) {
     const ClientResult result =
         RunClient({"raw", "listen", "--table", "--filter", "0C0", "--count", "2"});
     EXPECT_EQ(result.output,
@@ -200,21 +200,21 @@ TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceInTheEnd) {
               "0C0  2      4.1 ms  0D 10\n");
 }
 
-TEST(DpduRawListen, FramesThatDoNotComeInTimeAreAFailure) {
+TEST(DpduRawListen, FramesThatDoNotArriveInTimeAreAFailure) {
     const ClientResult result = RunClient({"raw", "listen", "--count", "6", "--time", "0.3"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.error, "dpdu: 5 of 6 frames received\n");
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRawListen, InterruptionIsTheOrdinaryEnd) {
+TEST(DpduRawListen, InterruptionIsTheNormalEnd) {
     const ClientResult result = RunInterrupted({"raw", "listen"}, "receiving");
     EXPECT_EQ(result.exit_code, kOk) << result.error;
     EXPECT_TRUE(Contains(result.output, "COUNT")) << result.output;
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduRawListen, FilterThatMakesNoSenseIsAMistake) {
+TEST(DpduRawListen, InvalidFilterIsAMistake) {
     for (const std::string filter : {"xyz", "7E8/", "/7F0", "20000000"}) {
         const ClientResult result = RunClient({"raw", "listen", "--filter", filter});
         EXPECT_EQ(result.exit_code, kUsage);
@@ -235,7 +235,7 @@ TEST(DpduObjects, ListsWhatTheLibraryKnowsByType) {
     EXPECT_EQ(Document(RunClient({"objects", "--json"}))["objects"].size(), 28u);
 }
 
-TEST(DpduObjects, LooksNamesUpAndTellsThoseThatAreUnknown) {
+TEST(DpduObjects, LooksUpNamesAndReportsUnknownOnes) {
     const ClientResult result = RunClient({"objects", "HI", "CP_P2Max", "Unheard"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output,
@@ -245,7 +245,7 @@ TEST(DpduObjects, LooksNamesUpAndTellsThoseThatAreUnknown) {
     EXPECT_EQ(result.error, "dpdu: the library does not know the name 'Unheard'\n");
 }
 
-TEST(DpduObjects, UnknownTypeIsAMistakeAndNothingFoundAFailure) {
+TEST(DpduObjects, UnknownTypeIsAMistakeAndNoMatchAFailure) {
     EXPECT_EQ(RunClient({"objects", "--type", "car"}).exit_code, kUsage);
     const ClientResult nothing = RunClient({"objects", "--filter", "Unheard"});
     EXPECT_EQ(nothing.exit_code, kFailure);
@@ -254,7 +254,7 @@ TEST(DpduObjects, UnknownTypeIsAMistakeAndNothingFoundAFailure) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(DpduIoCtl, ShortNameStandardNameAndNumberAreTheSame) {
+TEST(DpduIoCtl, ShortNameStandardNameAndNumberAreEquivalent) {
     for (const std::string command : {"battery", "PDU_IOCTL_READ_VBATT"}) {
         const ClientResult result = RunClient({"ioctl", command});
         EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -305,7 +305,7 @@ TEST(DpduIoCtl, RefusalAndUnknownNameAreFailures) {
     EXPECT_TRUE(Contains(unknown.error, "does not know the name 'PDU_IOCTL_UNHEARD'"));
 }
 
-TEST(DpduIoCtl, InputThatMakesNoSenseIsAMistakeThatShowsTheForm) {
+TEST(DpduIoCtl, InvalidInputIsAMistakeAndItsFormIsShown) {
     const std::vector<std::vector<std::string>> mistakes = {{"set-voltage", "5000"},
                                                             {"set-voltage", "a:1"},
                                                             {"start-filter", "pass:1:FF:0102"},
@@ -340,7 +340,7 @@ TEST(DpduTesterPresent, StartsAndStopsCommunicationWithPeriodAndMessage) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduTesterPresent, InterruptionIsTheOrdinaryEndAndStopsIt) {
+TEST(DpduTesterPresent, InterruptionIsTheNormalEndAndStopsCommunication) {
     const ClientResult result =
         RunInterrupted({"tester-present"}, "tester present 3E80 every 2000000");
     EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -367,7 +367,7 @@ bool HasEvent(const std::vector<std::string>& texts, const std::string& wanted) 
                        [&wanted](const std::string& text) { return text.starts_with(wanted); });
 }
 
-TEST(DpduMonitor, ShowsModuleLinkRequestAndAnswerAsTheyCome) {
+TEST(DpduMonitor, ShowsModuleLinkRequestAndAnswerAsTheyOccur) {
     const ClientResult result =
         RunClient({"monitor", "22F190", "--period", "10", "--count", "12", "--json"});
     EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -384,7 +384,7 @@ TEST(DpduMonitor, ShowsModuleLinkRequestAndAnswerAsTheyCome) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduMonitor, RecoversWhenTheModuleGoesAndComesBack) {
+TEST(DpduMonitor, RecoversWhenTheModuleIsUnpluggedAndComesBack) {
     const ClientResult result = RunInterrupted({"monitor", "22F190", "--period", "20", "--json"},
                                                "answered after recovery", "unplugged");
     EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -397,7 +397,7 @@ TEST(DpduMonitor, RecoversWhenTheModuleGoesAndComesBack) {
     EXPECT_TRUE(ReleasedEverything(result));
 }
 
-TEST(DpduMonitor, ErrorOfARequestIsAnEventAndNoEnd) {
+TEST(DpduMonitor, ErrorOfARequestIsAnEventAndDoesNotEndIt) {
     const ClientResult result = RunClient(
         {"monitor", "3E00", "--ecu", "7E3:7EB", "--period", "10", "--count", "12", "--json"});
     EXPECT_EQ(result.exit_code, kOk) << result.error;
@@ -406,7 +406,7 @@ TEST(DpduMonitor, ErrorOfARequestIsAnEventAndNoEnd) {
     EXPECT_TRUE(HasEvent(texts, "request 102: sent 3E 00"));
 }
 
-TEST(DpduMonitor, WithoutModuleItWaitsAndInterruptionEndsItWell) {
+TEST(DpduMonitor, WithoutAModuleItWaitsAndInterruptionEndsItSuccessfully) {
     const ClientResult waiting = RunClient({"monitor", "--time", "0.3"}, "no-module");
     EXPECT_EQ(waiting.exit_code, kOk);
     EXPECT_EQ(waiting.output, "");
