@@ -1,5 +1,5 @@
-// Requests to a dongle that is reached by Bluetooth LE, through the exported functions of the
-// shared library; beside them the same exchange with nothing but the stand-ins for the radio.
+// Requests to a Bluetooth LE dongle through the exported functions of the shared library, compared
+// with the same exchange using only the substitute for the radio.
 
 #include <string>
 

@@ -34,7 +34,7 @@ void Await(const std::function<bool()>& happened, const char* what) {
     }
 }
 
-// CREQ: 22 F1 90 from 7E0, answered by 7E8.
+// CREQ: 22 F1 90 to 7E0, answered by 7E8.
 std::vector<std::uint8_t> MakeRequest() {
     std::vector<std::uint8_t> bytes = {'Q', 'E', 'R', 'C'};
     const auto add = [&bytes](std::uint32_t value) {
@@ -55,7 +55,7 @@ std::vector<std::uint8_t> MakeRequest() {
 }  // namespace
 
 BleFloor::BleFloor() : connection_(sdbus::createSystemBusConnection()), request_(MakeRequest()) {
-    CommandSimulator(R"(@1 radio {"name": "Floor"})");  // none that the library looks for
+    CommandSimulator(R"(@1 radio {"name": "Floor"})");  // not a dongle that the library looks for
     connection_->addMatch(
         "type='signal',sender='org.bluez',interface='org.freedesktop.DBus.Properties',"
         "member='PropertiesChanged',path_namespace='" +
@@ -89,7 +89,7 @@ bool BleFloor::IsThere(const std::string& path) {
     for (const auto& [each, interfaces] : objects) {
         const auto found = interfaces.find(kCharacteristicInterface);
         if (!each.starts_with(kDevice) || found == interfaces.end()) continue;
-        // Only a connected one has an MTU.
+        // Only a connected dongle has an MTU.
         if (found->second.at("UUID").get<std::string>() != kUuid) continue;
         if (found->second.contains("MTU")) path_ = each;
     }

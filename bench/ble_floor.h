@@ -11,9 +11,9 @@
 
 namespace tarvik::bench {
 
-// The floor of a request by Bluetooth LE: the very bytes that the library sends, written to another
-// dongle of the same radio through the same Bluetooth service, until it notifies the answer. What
-// the bus, the service and the dongle take is in it; what a library does is not.
+// The floor of a request by Bluetooth LE: the bytes that the library sends, written to another
+// dongle of the same radio through the same Bluetooth service, until it notifies the answer. It
+// includes the time of bus, service and dongle, but not that of a library.
 class BleFloor {
 public:
     BleFloor();

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <mutex>
 
-// What the floors are made of: a block of a packet's size, and the plainest way of handing it from
+// Building blocks of the floors: a block of a packet's size, and the simplest way to pass it from
 // one thread to another.
 namespace tarvik::bench {
 
@@ -30,7 +30,7 @@ public:
         changed_.notify_one();
     }
 
-    // Null: the channel has been closed.
+    // Null if the channel has been closed.
     Block* Take() {
         std::unique_lock hold(lock_);
         changed_.wait(hold, [this] { return head_ != nullptr || closed_; });
@@ -57,7 +57,7 @@ private:
     bool closed_ = false;
 };
 
-// At most so many threads between Enter and Leave.
+// Limits the number of threads between Enter and Leave.
 class Gate {
 public:
     explicit Gate(int places) : places_(places) {}

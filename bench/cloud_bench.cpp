@@ -1,7 +1,6 @@
-// The way of a packet to a relay and back, through the cloud transport's queues, threads, sealing
-// and carrier: the relay, a thread of this program, opens every packet and sends it back sealed.
-// The floor has the same relay, the same hand-offs between threads, and seals with the same
-// functions.
+// A packet's round trip to a relay, through the cloud transport's queues, threads, sealing and
+// carrier. The relay, a thread of this program, opens every packet and sends it back sealed. The
+// floor has the same relay, the same hand-offs between threads and the same sealing functions.
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -32,8 +31,9 @@ namespace tarvik::bench {
 namespace {
 
 constexpr std::uint32_t kShortPacket = 64;
-constexpr std::uint32_t kLongPacket = kCloudMtu;  // the longest that travels whole: 4 KiB sealed
-constexpr std::uint32_t kFragmentMtu = 1024;      // then the same packet takes five
+constexpr std::uint32_t kLongPacket =
+    kCloudMtu;                                // the longest packet sent unfragmented: 4 KiB sealed
+constexpr std::uint32_t kFragmentMtu = 1024;  // the same packet then takes five fragments
 constexpr std::uint32_t kType = TypeCode("REPL");
 constexpr std::int32_t kAnswerMs = 10'000;
 
@@ -42,7 +42,7 @@ constexpr std::int32_t kAnswerMs = 10'000;
     std::_Exit(1);
 }
 
-// Takes connections, and sends back what comes on them.
+// Accepts connections and sends back what it receives.
 class EchoRelay {
 public:
     EchoRelay(bool web_socket, int core) : web_socket_(web_socket), core_(core) {
@@ -105,9 +105,9 @@ private:
     std::vector<std::thread> echoing_;
 };
 
-// The asking thread hands a packet to the transmitting thread, which seals and sends it; the
-// receiving thread opens what comes back and hands it to the thread that asked. A WebSocket is the
-// receiving thread's alone, as in the library: it sends there, while the other one waits for that.
+// The requesting thread passes a packet to the transmitting thread, which seals and sends it; the
+// receiving thread opens the answer and passes it to the requesting thread. As in the library, only
+// the receiving thread uses a WebSocket: it also sends, while the transmitting thread waits.
 class Floor {
 public:
     Floor(const EchoRelay& relay, bool web_socket, int core)
@@ -177,8 +177,8 @@ private:
 
     PacketSocket socket_;
     Sealer sealer_;
-    const int hand_over_;  // set for the receiving thread to send what is sealed; below 0: unused
-    Block token_{};        // goes round; the bytes are in one of these
+    const int hand_over_;  // tells the receiving thread to send the packet; below 0: unused
+    Block token_{};        // passed around; the bytes are in one of the next two
     Block sent_token_{};
     Bytes request_;
     Bytes sealed_;
@@ -190,7 +190,7 @@ private:
     std::thread receiving_;
 };
 
-// The transport with a connection whose handshake is over: both sides know the keys.
+// The transport with a connection after its handshake: both sides have the keys.
 class CloudLink {
 public:
     CloudLink(const EchoRelay& relay, bool web_socket, int core)
@@ -249,7 +249,7 @@ const Variant kVariants[] = {
 
 constexpr Goals kShortGoals = {.time = 1.5};
 constexpr Goals kLongGoals = {.time = 1.25};
-constexpr double kFragmentGoal = 5.5;  // times the packet that travels whole
+constexpr double kFragmentGoal = 5.5;  // relative to the unfragmented packet
 
 void AddRows(const Variant& variant, const Rounds& rounds) {
     const std::string where = std::string(variant.text) + ", ";

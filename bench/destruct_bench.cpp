@@ -1,4 +1,4 @@
-// How long PDUDestruct takes with one idle link and with a hundred.
+// The duration of PDUDestruct with one idle link and with a hundred.
 
 #include <chrono>
 #include <cstdlib>
@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t kManyLinks = 100;
 constexpr double kGoalMs = 100;
-// By then every worker sleeps in the middle of its poll interval.
+// After this time every worker sleeps in the middle of its poll interval.
 constexpr std::chrono::milliseconds kIdle{250};
 
 double DestructMs(std::size_t links) {

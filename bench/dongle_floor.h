@@ -11,9 +11,9 @@
 
 namespace tarvik::bench {
 
-// The floor of a request for its bytes on the wire: the very bytes that the library sends go to a
-// dongle of the same simulator, and as many come back, through the hand-offs that SerialFloor
-// describes. What the dongle does about them is in it; what a library does about them is not.
+// The floor of a request by its bytes on the wire: the bytes that the library sends go to a dongle
+// of the same simulator, and as many come back, through the hand-offs described at SerialFloor. It
+// includes the dongle's processing, but not that of a library.
 class DongleFloor {
 public:
     struct Exchange {
@@ -35,7 +35,7 @@ private:
     void Work();
     void Transmit();
     void Receive();
-    // False: the port has ended.
+    // False if the port has been closed.
     bool ReadBytes(std::size_t count);
 
     const std::vector<Exchange> exchanges_;
@@ -45,7 +45,7 @@ private:
     Channel outgoing_;  // to the transmitting thread
     Channel expected_;  // to the receiving thread
     Channel arrived_;   // from there to the worker
-    Channel answers_;   // to the thread that asked
+    Channel answers_;   // to the requesting thread
     std::thread worker_;
     std::thread transmitting_;
     std::thread receiving_;

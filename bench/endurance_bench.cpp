@@ -1,6 +1,6 @@
-// A hundred thousand requests to a control unit that answers at once: none may be lost, and the
-// library's memory may not grow. Linked with the library's objects, since the shared library does
-// not export the figures of its allocator.
+// A hundred thousand requests to a control unit that answers immediately: none may be lost, and the
+// library's memory must not grow. Linked with the library's objects, because the shared library
+// does not export its allocator's figures.
 
 #include <atomic>
 #include <chrono>
@@ -37,7 +37,7 @@ const PduFunctions kLinked = {.Construct = PDUConstruct,
                               .GetEventItem = PDUGetEventItem,
                               .DestroyItem = PDUDestroyItem};
 
-// The number of requests that were not answered.
+// The number of unanswered requests.
 std::size_t Run(PduSession* session, std::size_t requests) {
     std::atomic<std::size_t> lost{0};
     std::vector<std::thread> threads;
@@ -57,7 +57,7 @@ bool Same(const MemoryUse& one, const MemoryUse& other) {
     return one.blocks == other.blocks && one.bytes == other.bytes;
 }
 
-// The last ComPrimitives are released just after their applications have been told.
+// The last ComPrimitives are released shortly after their applications have been notified.
 MemoryUse SettledMemory() {
     MemoryUse before = LiveMemory();
     for (;;) {
@@ -92,7 +92,7 @@ void Endure(benchmark::State& state, bool diagnostics, std::size_t requests) {
     const std::string suffix = std::string(", log and trace ") + (diagnostics ? "on" : "off");
     AddFindingRow("answers lost in " + std::to_string(requests) + " requests" + suffix,
                   std::to_string(lost), "0", lost == 0);
-    // The buffers that the trace gathers its lines in grow with the traffic, and stay.
+    // The trace's line buffers grow with the traffic and are kept.
     const std::uint64_t allowed = diagnostics ? 2 * kMaxTraceBuffer : 0;
     const bool flat = last.bytes <= first.bytes + allowed;
     AddFindingRow("live tracked memory after " + std::to_string(kFirst) + " and after " +

@@ -1,5 +1,5 @@
-// The request exchange in process: CommRequest against a pair of queues that a thread of this
-// program answers. Its floor is two threads that hand a block to and fro.
+// The request exchange within the process: CommRequest with a pair of queues that a thread of this
+// program serves. Its floor is two threads that pass a block back and forth.
 
 #include <atomic>
 #include <cstring>
@@ -36,7 +36,7 @@ PacketPtr MakeAnswer(std::uint32_t req_id) {
     return packet;
 }
 
-// A dongle without a wire, with so many answers in its receive queue that nobody asked for.
+// A dongle without a wire, with this many unclaimed answers in its receive queue.
 class QueuePeer {
 public:
     QueuePeer(std::uint32_t unclaimed, int core) {
@@ -138,9 +138,9 @@ struct Variant {
     std::vector<std::uint32_t> unclaimed;
 };
 
-// In this order: an open log stays open for the process. On one core a thousand requests are over
-// in two milliseconds, of which the start of the batch's thread, with a heap of its own, would be a
-// good part.
+// The order matters: an open log stays open for the process. On one core a thousand requests take
+// two milliseconds, and starting the batch's thread, with its own heap, would be a large part of
+// that.
 const Variant kVariants[] = {
     {"off/1/two_cores", false, 1, 1000, kTwoCores, {0, 1000, 100'000}},
     {"off/1/one_core", false, 1, 5000, kOneCore, {0, 1000, 100'000}},

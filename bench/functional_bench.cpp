@@ -1,5 +1,5 @@
 // Functional requests to 1, 8 and 64 control units, through the exported functions of the shared
-// library. Their floor is the same bytes both ways, to and from a dongle of the same simulator.
+// library. Their floor transfers the same bytes to and from a dongle of the same simulator.
 
 #include <cstddef>
 #include <cstdint>
@@ -27,7 +27,7 @@ constexpr std::size_t kAnswerBytes = 20;  // 62 F1 90 and 17 characters
 
 constexpr std::size_t kUnits[] = {1, 8, 64};
 constexpr double kMostTimesTheFloor = 2.0;  // with 64 control units
-constexpr double kMostGrowth = 1.25;        // of what one more control unit costs
+constexpr double kMostGrowth = 1.25;        // of the cost per additional control unit
 
 struct Variant {
     const char* name;
@@ -37,7 +37,7 @@ struct Variant {
     int rounds;
 };
 
-// In this order: an open log stays open for the process.
+// The order matters: an open log stays open for the process.
 const Variant kVariants[] = {
     {"off/two_cores", false, kTwoCores, 100, 25},
     {"off/one_core", false, kOneCore, 100, 25},
@@ -58,7 +58,7 @@ void AppendU32(std::uint32_t value, std::vector<std::uint8_t>* bytes) {
         bytes->push_back(static_cast<std::uint8_t>(value >> shift));
 }
 
-// A CREQ in multi form to so many control units, and the size of the CRES.
+// A CREQ in multi form to this many control units, and the size of the CRES.
 DongleFloor::Exchange ExchangeWith(std::size_t count) {
     const std::size_t length = 32 + RoundedUp(8 * count + sizeof kReadVin);
     std::vector<std::uint8_t> request = {'Q', 'E', 'R', 'C'};
@@ -83,7 +83,7 @@ std::string Suffix(const Variant& variant) {
            variant.placement.text;
 }
 
-// What one more control unit costs, beyond the floor's bytes: from 1 to 8, and from 8 to 64.
+// The cost per additional control unit beyond the floor's bytes: from 1 to 8, and from 8 to 64.
 void AddCostPerUnit(const Variant& variant, const Rounds& rounds) {
     const auto time = [&](std::size_t size) { return rounds.Medians(2 * size + 1).p50_us; };
     const double few = (time(1) - time(0)) / static_cast<double>(kUnits[1] - kUnits[0]);

@@ -22,8 +22,8 @@ struct PduFunctions {
     PDUDestroyItem_Fn DestroyItem;
 };
 
-// Those of the shared library, found by name as an application finds them. Ends the program when
-// the library cannot be loaded.
+// The functions of the shared library, found by name as in an application. Ends the program if the
+// library cannot be loaded.
 const PduFunctions& LoadedPduFunctions();
 
 }  // namespace tarvik::bench

@@ -17,8 +17,8 @@ static constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 charact
 
 struct PduSession::Link {
     UNUM32 hCLL = PDU_HANDLE_UNDEF;
-    std::size_t units = 1;    // how many answers there are to be
-    std::size_t answers = 0;  // right ones; touched in the callback until finished is set
+    std::size_t units = 1;    // number of expected answers
+    std::size_t answers = 0;  // correct ones; only the callback uses it until finished is set
     std::mutex lock;
     std::condition_variable changed;
     bool is_raw = false;
@@ -75,7 +75,7 @@ std::uint32_t PduSession::ObjectId(T_PDU_OBJT type, const char* name) {
 
 void PduSession::SetNumber(const char* name, std::uint32_t value) {
     const UNUM32 id = ObjectId(PDU_OBJT_COMPARAM, name);
-    PDU_PARAM_ITEM* param = nullptr;  // the library's own
+    PDU_PARAM_ITEM* param = nullptr;  // owned by the library
     Check(pdu_.GetComParam(hMod_, PDU_HANDLE_UNDEF, id, &param), "PDUGetComParam");
     std::memcpy(param->pComParamData, &value, sizeof value);
     Check(pdu_.SetComParam(hMod_, PDU_HANDLE_UNDEF, param), "PDUSetComParam");
@@ -94,8 +94,8 @@ void PduSession::OpenLink(PDU_FLAG_DATA* flag) {
     links_.push_back(std::move(link));
 }
 
-// A table of one row would make a physical request, so it names its control unit twice: the library
-// leaves the second out.
+// A table with one row would result in a physical request, so it has the control unit twice; the
+// library omits the second.
 void PduSession::AskUnits(std::size_t link, const std::vector<Unit>& units) {
     std::vector<Unit> rows = units;
     if (rows.size() == 1) rows.push_back(rows.front());

@@ -9,9 +9,9 @@
 
 namespace tarvik::bench {
 
-// An application: constructs the library, connects the simulated dongle, opens links, and asks a
-// control unit for its VIN on them. It drains a link's events in the link's callback and wakes the
-// thread that asked once the ComPrimitive is finished. Whatever goes wrong ends the program.
+// An application: constructs the library, connects the simulated dongle, opens links and requests a
+// control unit's VIN on them. It drains a link's events in the link's callback and wakes the
+// requesting thread when the ComPrimitive is finished. Any failure ends the program.
 class PduSession {
 public:
     PduSession(const PduFunctions& pdu, std::size_t links);
@@ -24,20 +24,20 @@ public:
         std::uint32_t request;
         std::uint32_t response;
     };
-    // From now on a request on this link goes to all of these at once.
+    // From now on requests on this link go to all of these at once.
     void AskUnits(std::size_t link, const std::vector<Unit>& units);
 
-    // Opens one more link, for raw CAN frames. ListenRaw switches their reception on, SendRaw
-    // queues one of eight bytes; AwaitRaw waits until so many have been received since it was
-    // called last, false: they did not come.
+    // Opens another link, for raw CAN frames. ListenRaw enables reception; SendRaw queues a frame
+    // of eight bytes; AwaitRaw waits until this many frames have been received since its last call,
+    // false on time-out.
     void OpenRawLink();
     void ListenRaw(std::size_t link);
     void SendRaw(std::size_t link, std::uint32_t can_id);
     bool AwaitRaw(std::size_t link, std::size_t count);
 
-    // One request on this link, to its end. False: an answer is missing or wrong.
+    // Executes one request on this link. False if an answer is missing or wrong.
     bool Ask(std::size_t link);
-    // The time that PDUDestruct takes. Nothing else may be called afterwards.
+    // Returns the duration of PDUDestruct. Nothing else may be called afterwards.
     double DestructMs();
 
 private:

@@ -1,5 +1,5 @@
-// Raw CAN frames in both directions, through the exported functions of the shared library, in
-// bursts. Their floor is a program that reads and writes the same packets at the port itself.
+// Bursts of raw CAN frames in both directions, through the exported functions of the shared
+// library. Their floor reads and writes the same packets directly at the port.
 
 #include <fcntl.h>
 #include <termios.h>
@@ -29,7 +29,7 @@ namespace {
 
 constexpr std::size_t kBurst = 1000;  // frames
 constexpr std::size_t kFrameBytes = 24;
-constexpr std::uint8_t kCanIdLow = 0x55;  // of 555, which no control unit listens to
+constexpr std::uint8_t kCanIdLow = 0x55;  // of identifier 555, which no control unit uses
 constexpr std::uint8_t kCanIdHigh = 0x05;
 constexpr double kMostTimesTheFloor = 2.0;
 constexpr std::chrono::seconds kPatience{30};
@@ -39,7 +39,7 @@ constexpr std::chrono::seconds kPatience{30};
     std::_Exit(1);
 }
 
-// Waits until the simulator has received so many frames more than before.
+// Waits until the simulator has received this many more frames.
 void AwaitFrames(int dongle, std::size_t count) {
     CommandSimulator("@" + std::to_string(dongle) + " wait " + std::to_string(count) +
                      " 30000 in RAWC");
@@ -49,7 +49,7 @@ std::string Burst(int dongle) {
     return "@" + std::to_string(dongle) + " raw burst " + std::to_string(kBurst) + " 123";
 }
 
-// The port of the dongle that the library does not know.
+// The port of the dongle that the library does not use.
 class BarePort {
 public:
     BarePort() : port_(::open(HiddenPort().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {
@@ -90,7 +90,8 @@ private:
     int port_;
 };
 
-// Bursts of frames, by the library and without it. Frames are counted from the record's beginning.
+// Bursts of frames, with and without the library. Frames are counted from the beginning of the
+// recording.
 class RawFrames {
 public:
     explicit RawFrames(PduSession* session) : session_(session) {
@@ -137,7 +138,7 @@ struct Variant {
     int rounds;
 };
 
-// In this order: an open log stays open for the process.
+// The order matters: an open log stays open for the process.
 const Variant kVariants[] = {{"off", false, 4, 15}, {"on", true, 2, 10}};
 
 void AddRow(const Variant& variant, const Rounds& rounds, std::size_t contender,

@@ -38,7 +38,7 @@ void RunRounds(benchmark::State& state, Rounds* rounds) {
 
 std::string Text(const char* format, double value) {
     char text[64];
-    // Only literals of this folder come here.
+    // Only literals of this folder are passed.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     std::snprintf(text, sizeof text, format, value);

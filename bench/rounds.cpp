@@ -47,7 +47,7 @@ static Span RunRequests(const Contender& contender, std::size_t thread, double* 
     return {begin, start};
 }
 
-// From the first thread's first request to the last thread's last answer.
+// From the first request of the first thread to the last answer of the last thread.
 static double WallUs(const std::vector<Span>& spans) {
     Span all = spans.front();
     for (const Span& span : spans) {

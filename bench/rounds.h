@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-// Several ways of doing one job, measured in turns: whatever else the machine does meanwhile falls
-// on all of them alike, so that their ratios mean more than their times.
+// Several ways of doing one job, measured in turns: other load on the machine affects all of them
+// equally, so their ratios are more meaningful than their times.
 namespace tarvik::bench {
 
 struct Batch {
@@ -21,12 +21,12 @@ struct Contender {
     std::string name;
     std::size_t threads;
     std::size_t requests;
-    int core;  // of these threads; kAnyCore: as the system likes
-    // One request of thread `thread`; false: it was lost, which ends the program.
+    int core;  // of these threads; kAnyCore: the system decides
+    // One request of thread `thread`; false if it was lost, which ends the program.
     std::function<bool(std::size_t thread)> request;
 };
 
-// Of one batch, or the medians over all batches.
+// Figures of one batch, or the medians of all batches.
 struct Figures {
     double each_us;  // wall time divided by requests: 1 / throughput
     double p50_us;   // of the latency
@@ -39,7 +39,8 @@ class Rounds {
 public:
     explicit Rounds(std::vector<Contender> contenders);
 
-    // One batch of each contender. A batch before the first round warms up and is forgotten.
+    // Runs one batch of each contender. A batch before the first round is for warm-up and not
+    // counted.
     void RunOne();
 
     std::size_t Count() const { return contenders_.size(); }
@@ -47,7 +48,7 @@ public:
     std::size_t Threads(std::size_t contender) const { return contenders_[contender].threads; }
     Figures Last(std::size_t contender) const { return history_[contender].back(); }
     Figures Medians(std::size_t contender) const;
-    // The median over the rounds of one figure divided by another's in the same round.
+    // The median over the rounds of one contender's figure divided by another's in the same round.
     double Ratio(std::size_t contender, std::size_t to, double Figures::*figure) const;
 
 private:

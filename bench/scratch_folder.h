@@ -6,8 +6,8 @@
 
 namespace tarvik::bench {
 
-// A folder of its own below the build folder for what the library writes: configuration, debug log
-// and trace are found by their environment variables, which this sets. Removed at the end.
+// A separate folder below the build folder for the library's files. Sets the environment variables
+// that locate configuration, debug log and trace. Removed at the end.
 class ScratchFolder {
 public:
     ScratchFolder();
@@ -15,7 +15,8 @@ public:
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-    // The configuration that the next PDUConstruct reads: this transport only, diagnostics as said.
+    // Writes the configuration for the next PDUConstruct: only this transport, with or without
+    // diagnostics.
     void WriteConfig(bool diagnostics, std::string_view transport = "useSerial") const;
 
 private:

@@ -32,7 +32,7 @@ static const Secret<kAeadKeySize>& BenchKey() {
     return key;
 }
 
-// Zeroes, as those of a session that has been cleared.
+// Zeroes, as in a session that has been cleared.
 static const Secret<32>& BenchSalt() {
     static const Secret<32> salt;
     return salt;
@@ -170,7 +170,7 @@ bool PacketSocket::AcceptWebSocket() {
 
 static constexpr std::uint8_t kBinaryMessage = 0x82;
 static constexpr std::uint8_t kMasked = 0x80;
-static constexpr std::uint8_t kShort = 126;  // and above: two bytes of length follow
+static constexpr std::uint8_t kShort = 126;  // from this value: two bytes of length follow
 static constexpr std::array<std::uint8_t, 4> kMask = {0x12, 0x34, 0x56, 0x78};
 
 static void ApplyMask(const std::uint8_t* from, std::size_t size, const std::uint8_t* mask,

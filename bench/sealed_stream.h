@@ -9,28 +9,28 @@
 #include "transport/cloud/secure_channel.h"
 #include "transport/cloud/secure_channel_state.h"
 
-// Packets on a socket, sealed with the library's own primitives: what a relay that echoes and the
-// floor of its round trip are made of.
+// Packets on a socket, sealed with the library's primitives, for an echoing relay and the floor of
+// its round trip.
 namespace tarvik::bench {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::uint32_t kSealBytes = 24;  // a sealed packet is so much longer
+inline constexpr std::uint32_t kSealBytes = 24;  // added to the length of a sealed packet
 
-// The library's own session, as after a handshake. Both of its directions have one key, which is as
-// good as two for a measurement.
+// The library's session, as after a handshake. Both directions use the same key, which makes no
+// difference for a measurement.
 void InstallBenchSession();
 
 enum class Side : std::uint8_t { kDevice, kRelay };
 
-// Seals what one side sends and opens what the other has sent.
+// Seals one side's packets and opens those of the other.
 class Sealer {
 public:
     explicit Sealer(Side side);
 
-    // `sealed` becomes the whole CRYP packet around `plain`.
+    // Sets `sealed` to the whole CRYP packet around `plain`.
     void Seal(ByteView plain, Bytes* sealed);
-    // `plain` becomes what is inside a whole CRYP packet. A wrong one ends the program.
+    // Sets `plain` to the contents of a whole CRYP packet. An invalid one ends the program.
     void Open(const Bytes& sealed, Bytes* plain);
 
 private:
@@ -42,8 +42,8 @@ private:
     std::uint64_t received_ = 0;
 };
 
-// A blocking socket with packets on it; those of a WebSocket are binary messages of one frame each,
-// masked by the client. Nothing but that of the protocol is understood.
+// A blocking socket that carries packets; on a WebSocket as binary messages of one frame each,
+// masked by the client. Nothing else of the protocol is supported.
 class PacketSocket {
 public:
     PacketSocket() = default;
@@ -54,14 +54,14 @@ public:
 
     void Connect(const std::string& address);  // "127.0.0.1:PORT"
     void AskForWebSocket();
-    // False: the connection has ended.
+    // False if the connection has ended.
     bool AcceptWebSocket();
     void Shutdown();
 
     bool Send(const Bytes& packet);
     bool Receive(Bytes* packet);
-    // Sleeps until there is something to receive, the end included, or until `event` is set, a
-    // descriptor that counts. True: that was it, and it is reset.
+    // Sleeps until there is something to receive (or the connection ends), or until the eventfd
+    // `event` is set. True if `event` was set; it is reset.
     bool AwaitEvent(int event) const;
 
 private:
@@ -74,7 +74,7 @@ private:
     bool is_web_socket_ = false;
     bool is_client_ = false;
     Bytes frame_;
-    // As much as one system call gives; what of it has not been taken yet.
+    // The data of one system call, as far as it has not been taken yet.
     std::array<std::uint8_t, 8192> ahead_;
     std::size_t ahead_begin_ = 0;
     std::size_t ahead_end_ = 0;

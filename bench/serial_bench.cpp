@@ -16,7 +16,7 @@
 namespace tarvik::bench {
 namespace {
 
-// The library and its floor with so many links in use at a time.
+// The library and its floor with this many links in use at the same time.
 struct Pair {
     std::size_t links;
     std::size_t requests;  // of each link in one batch
@@ -33,7 +33,7 @@ struct Variant {
 const std::vector<Pair> kOne = {{1, 300}};
 const std::vector<Pair> kSeveral = {{1, 500}, {10, 100}, {100, 10}};
 
-// In this order: an open log stays open for the process.
+// The order matters: an open log stays open for the process.
 const Variant kVariants[] = {
     {"off/1/two_cores", false, kTwoCores, kOne, 25}, {"off/1/one_core", false, kOneCore, kOne, 25},
     {"off/several", false, kAnywhere, kSeveral, 15}, {"on/1/two_cores", true, kTwoCores, kOne, 25},

@@ -17,7 +17,7 @@ namespace tarvik::bench {
 static constexpr int kSlots = 10;
 static constexpr std::uint8_t kRequest[] = {0x22, 0xF1, 0x90};
 
-// What travels: the id and the bytes of a block.
+// The transferred part of a block: its id and bytes.
 struct Frame {
     std::uint32_t id;
     std::uint8_t bytes[kBlockBytes];
@@ -41,14 +41,15 @@ void SerialFloor::OpenTerminal() {
     ::tcsetattr(terminal_, TCSANOW, &settings);
 }
 
-// The peer sends back what it reads from its standard input, which is its end of the terminal.
+// The peer sends back what it reads from its standard input, which is the other end of the
+// terminal.
 void SerialFloor::StartPeer() {
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, peer_end_, STDIN_FILENO);
     std::string program = TARVIK_BENCH_PEER;
     char* arguments[] = {program.data(), nullptr};
-    char* environment[] = {nullptr};  // nothing is preloaded into it
+    char* environment[] = {nullptr};  // nothing is preloaded
     if (::posix_spawn(&peer_, program.c_str(), &actions, nullptr, arguments, environment) != 0) {
         Fail(program.c_str());
     }
@@ -84,8 +85,8 @@ SerialFloor::~SerialFloor() {
     }
     outgoing_.Close();
     transmitting_.join();
-    // Hangs the terminal up, which ends the receiving thread. SIGKILL, since the device mock may
-    // have left this thread with every other signal blocked, and the peer has inherited that.
+    // Hangs up the terminal, which ends the receiving thread. SIGKILL, because the device mock may
+    // have blocked all other signals in this thread, and the peer has inherited that.
     ::kill(peer_, SIGKILL);
     ::waitpid(peer_, nullptr, 0);
     receiving_.join();

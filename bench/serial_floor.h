@@ -13,10 +13,10 @@
 namespace tarvik::bench {
 
 // The floor of a request over the serial port: the same hand-offs with nothing in between. The
-// asking thread hands a block to its link's worker, the worker to the transmitting thread, which
-// writes it to a pseudo-terminal; a process at the other end sends it back; the receiving thread
-// hands it to the worker, and the worker to the thread that asked. As in the library, ten blocks at
-// most are on their way to the other end and back.
+// requesting thread passes a block to its link's worker, the worker to the transmitting thread,
+// which writes it to a pseudo-terminal; a process at the other end sends it back; the receiving
+// thread passes it to the worker, and the worker to the requesting thread. As in the library, at
+// most ten blocks are in flight.
 class SerialFloor {
 public:
     SerialFloor(std::size_t links, const Placement& placement);
@@ -29,8 +29,8 @@ public:
 private:
     struct Link {
         Channel requests;  // to the worker
-        Channel arrived;   // likewise, from the receiving thread
-        Channel answers;   // to the thread that asked
+        Channel arrived;   // to the worker, from the receiving thread
+        Channel answers;   // to the requesting thread
         std::thread worker;
     };
 

@@ -8,12 +8,12 @@
 
 namespace tarvik::bench {
 
-// Of the dongles of the simulator with this process id.
+// A dongle of the simulator with this process id.
 static std::string PortOf(pid_t simulator, int dongle) {
     return "/tmp/tarvik-bench-" + std::to_string(simulator) + "." + std::to_string(dongle);
 }
 
-// In this process, whose arguments follow.
+// Runs the simulator in this process; the arguments follow.
 [[noreturn]] static void Become(std::vector<const char*> command, char** argv) {
     const char* const program = command.front();
     for (char** argument = argv; *argument != nullptr; ++argument)
@@ -31,8 +31,8 @@ static std::string VehicleFile(const std::string& vehicle) {
 void RunUnderSimulator(char** argv, const std::string& vehicle) {
     if (std::getenv("BRENNIX_SIM_PORTS") != nullptr) return;
     const std::string file = VehicleFile(vehicle);
-    // Dongles take their names in turns, so that the first has both kinds.
-    const std::string first = PortOf(::getpid(), 0);  // the process stays the same
+    // Names are assigned to the dongles in turn, so the first has both kinds.
+    const std::string first = PortOf(::getpid(), 0);  // exec keeps the process id
     const std::string second = PortOf(::getpid(), 1);
     Become({TARVIK_BENCH_SIMULATOR, "--vehicle", file.c_str(), "--dongles", "2", "--usb", "ttyACM0",
             "--link", first.c_str(), "--link", second.c_str(), "--"},

@@ -4,8 +4,8 @@
 
 namespace tarvik::bench {
 
-// One command for the simulator that has started this program, and what its answer says behind
-// "ok". Any other answer ends the program.
+// Sends one command to the simulator that started this program, and returns the text after "ok" in
+// its answer. Any other answer ends the program.
 std::string CommandSimulator(const std::string& line);
 
 }  // namespace tarvik::bench

@@ -1,4 +1,4 @@
-// What the single steps cost that a request is made of.
+// The cost of the single steps of a request.
 
 #include <time.h>
 
@@ -36,8 +36,8 @@ void Measure(benchmark::State& state, const char* name, Step step) {
     AddStepRow(name, (ThreadCpuNs() - start) / static_cast<double>(state.iterations()));
 }
 
-// Google Benchmark runs a function several times to find its number of iterations; given one, it
-// runs once, and so there is one row.
+// Google Benchmark runs a function several times to find the number of iterations. With a given
+// number it runs once, so there is one row.
 template <typename Step>
 void Register(const char* name, std::int64_t iterations, Step step) {
     benchmark::RegisterBenchmark(name, [name, step](benchmark::State& state) {
@@ -80,7 +80,7 @@ DeviceQueues* QueuesWith(std::uint32_t unclaimed) {
     return queues;
 }
 
-// The queues live as long as the program.
+// The queues are never released.
 std::function<void()> EnqueueAndTake(std::uint32_t unclaimed) {
     return [queues = QueuesWith(unclaimed), id = std::uint32_t{0}]() mutable {
         PacketPtr answer = MakeAnswer(++id);
@@ -97,7 +97,7 @@ std::function<void()> SealPacket(std::uint32_t size) {
     };
 }
 
-// The relay's first packet, again and again.
+// The relay's first packet, repeatedly.
 std::function<void()> OpenPacket(std::uint32_t size) {
     const PacketPtr plain = MakePacket(kTypeSync, size);
     Bytes sealed;
@@ -128,7 +128,7 @@ int main(int argc, char** argv) {
     Register("open a packet of 64 bytes", 500'000, OpenPacket(64));
     Register("open a packet of 4 KiB", 50'000, OpenPacket(tarvik::kCloudMtu));
     Register("log line, log on", 100'000, [] {
-        tarvik::OpenDebugLog(true);  // does nothing from the second time on
+        tarvik::OpenDebugLog(true);  // does nothing after the first call
         LogLine();
     });
     Register("trace event, trace on", 20'000, [] {
