@@ -14,17 +14,18 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kMaxRequestData = 65535;
-static constexpr int kMaxAttempts = 3;
-static constexpr std::int32_t kMaxExchanges = 10;
+constexpr std::uint32_t kMaxRequestData = 65535;
+constexpr int kMaxAttempts = 3;
+constexpr std::int32_t kMaxExchanges = 10;
 
 // ---- the limit on exchanges in flight
 
-static std::atomic<OsSemaphore*> installed_slots{nullptr};
+std::atomic<OsSemaphore*> installed_slots{nullptr};
 
 // Made by the first exchange and never destroyed. Null: the system refused.
-static OsSemaphore* ExchangeSlots() {
+OsSemaphore* ExchangeSlots() {
     if (OsSemaphore* slots = installed_slots) return slots;
     OsSemaphore* made = OsSemaphoreCreate(kMaxExchanges, kMaxExchanges);
     if (made == nullptr) return nullptr;
@@ -61,11 +62,11 @@ private:
 
 // ---- what both exchanges share
 
-static void CopyBytes(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
+void CopyBytes(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
     if (size > 0) std::memcpy(to, from, size);
 }
 
-static void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
+void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
     TraceCommReqSent({.req_id = fields.req_id,
                       .tx = data,
                       .tx_len = fields.data_length,
@@ -77,8 +78,8 @@ static void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
 }
 
 // The CRES for this request, or null when none came in time or the flags ended the wait.
-static PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_t start_ms,
-                               const std::atomic<bool>* abort) {
+PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_t start_ms,
+                        const std::atomic<bool>* abort) {
     do {
         PacketPtr packet = WaitForPacket(link.queues, kTypeCres, GetLinkLimits().answer_timeout_ms,
                                          req_id, abort, link.running);
@@ -87,13 +88,13 @@ static PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::
     return nullptr;
 }
 
-static bool IsUsable(const CommLink* link, const std::uint8_t* data, std::uint32_t data_len) {
+bool IsUsable(const CommLink* link, const std::uint8_t* data, std::uint32_t data_len) {
     return link != nullptr && link->queues != nullptr && data != nullptr &&
            data_len <= kMaxRequestData;
 }
 
 // A tracked copy, not null for no bytes either; null when memory is out.
-static Tracked<std::uint8_t> CopyOf(ByteView data) {
+Tracked<std::uint8_t> CopyOf(ByteView data) {
     Tracked<std::uint8_t> copy(static_cast<std::uint8_t*>(AllocateMem(data.size)));
     if (copy != nullptr) CopyBytes(copy.get(), data.data, data.size);
     return copy;
@@ -101,7 +102,7 @@ static Tracked<std::uint8_t> CopyOf(ByteView data) {
 
 // ---- one request, one answer
 
-static bool FillAnswer(const Packet& packet, CommAnswer* answer) {
+bool FillAnswer(const Packet& packet, CommAnswer* answer) {
     const auto response = CommResponseView::Of(packet);
     if (!response) return false;
     if (answer == nullptr) return true;
@@ -110,6 +111,8 @@ static bool FillAnswer(const Packet& packet, CommAnswer* answer) {
     answer->wait_time = response->WaitTime();
     return answer->data != nullptr;
 }
+
+}  // namespace
 
 bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswer* answer) {
     if (!IsUsable(link, request.data, request.data_len)) return false;
@@ -138,10 +141,12 @@ bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswe
     return false;
 }
 
+namespace {
+
 // ---- one request, the answers of several control units
 
 // Everything below logs as the function that it is part of.
-static constexpr char kMultiName[] = "CommRequestMulti";
+constexpr char kMultiName[] = "CommRequestMulti";
 
 struct MultiTemplate {
     CommRequestWire fields;
@@ -149,7 +154,7 @@ struct MultiTemplate {
     const std::uint8_t* data;  // the request bytes inside the packet
 };
 
-static bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
+bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
     constexpr std::uint64_t kMask = kCommRequestAlignment - 1;
     const std::uint64_t entries = std::uint64_t{request.count} * sizeof(CommRequestEntryWire);
     const std::uint64_t length =
@@ -180,7 +185,7 @@ static bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
     return true;
 }
 
-static bool SendCopy(DeviceQueues* queues, const MultiTemplate& request) {
+bool SendCopy(DeviceQueues* queues, const MultiTemplate& request) {
     PacketPtr copy = CopyPacket(*request.packet);
     if (!FragSendPacket(queues, copy)) {
         // Deliberate: the same text as for an answer in the wrong form.
@@ -192,8 +197,8 @@ static bool SendCopy(DeviceQueues* queues, const MultiTemplate& request) {
     return true;
 }
 
-static PacketPtr AwaitMultiResponse(const CommLink& link, std::uint32_t req_id,
-                                    const std::atomic<bool>* abort) {
+PacketPtr AwaitMultiResponse(const CommLink& link, std::uint32_t req_id,
+                             const std::atomic<bool>* abort) {
     const WaitFlags flags = {.abort = abort, .running = link.running};
     const std::uint64_t start_ms = TickMs();
     PacketPtr packet = AwaitResponse(link, req_id, start_ms, abort);
@@ -212,7 +217,7 @@ static PacketPtr AwaitMultiResponse(const CommLink& link, std::uint32_t req_id,
 }
 
 // The request's count when no entry has this id.
-static std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id) {
+std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id) {
     std::uint32_t i = 0;
     while (i < request.count && request.entries[i].id != id)
         ++i;
@@ -220,13 +225,13 @@ static std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id
 }
 
 // A responder that answers twice is taken at its last word.
-static void KeepAnswer(CommMultiEntry* entry, ByteView data) {
+void KeepAnswer(CommMultiEntry* entry, ByteView data) {
     FreeMem(entry->rsp_data);
     entry->rsp_data = CopyOf(data).release();
     entry->rsp_len = entry->rsp_data == nullptr ? 0 : static_cast<std::uint32_t>(data.size);
 }
 
-static void DistributeAnswers(const CommResponseView& response, CommMultiRequest* request) {
+void DistributeAnswers(const CommResponseView& response, CommMultiRequest* request) {
     CommResponseEntries entries(response);
     Log(kLogTrace, "[%s]   Received multi packet with %u entries", kMultiName, entries.Count());
     CommResponseEntry answer;
@@ -242,6 +247,8 @@ static void DistributeAnswers(const CommResponseView& response, CommMultiRequest
         KeepAnswer(&request->entries[match], answer.data);
     }
 }
+
+}  // namespace
 
 bool CommRequestMulti(const CommLink* link, CommMultiRequest* request,
                       const std::atomic<bool>* abort) {

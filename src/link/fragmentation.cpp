@@ -13,15 +13,16 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kFragmentHeaderSize = sizeof(FragmentWire);
-static constexpr std::uint32_t kUnlimitedMtu = 65535;
-static constexpr std::uint32_t kMaxFragments = 65535;
+constexpr std::uint32_t kFragmentHeaderSize = sizeof(FragmentWire);
+constexpr std::uint32_t kUnlimitedMtu = 65535;
+constexpr std::uint32_t kMaxFragments = 65535;
 
 // ---- sending
 
-static PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uint32_t count,
-                              std::uint32_t slice) {
+PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uint32_t count,
+                       std::uint32_t slice) {
     const std::uint32_t offset = index * slice;
     const std::uint32_t size = std::min(whole.length - offset, slice);
     return BuildPacket(FragmentWire{.type = kTypeFrag,
@@ -34,12 +35,10 @@ static PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uin
 
 // A dongle that has gone meanwhile swallows what it is given: the packet was released, and the
 // sender learns of the loss by the missing answer.
-static void QueueOrRelease(DeviceQueues* queues, PacketPtr packet) {
-    EnqueueForAvailable(queues, packet);
-}
+void QueueOrRelease(DeviceQueues* queues, PacketPtr packet) { EnqueueForAvailable(queues, packet); }
 
-static bool SendFragments(DeviceQueues* queues, const Packet& whole, std::uint32_t slice,
-                          std::uint32_t count) {
+bool SendFragments(DeviceQueues* queues, const Packet& whole, std::uint32_t slice,
+                   std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i) {
         if (!queues->available) {
             Log(kLogError, "[FRAG] Transport became unavailable while fragmenting");
@@ -56,6 +55,8 @@ static bool SendFragments(DeviceQueues* queues, const Packet& whole, std::uint32
     }
     return true;
 }
+
+}  // namespace
 
 bool FragSendPacket(DeviceQueues* queues, PacketPtr& packet) {
     if (queues == nullptr || packet == nullptr || !queues->available) return false;
@@ -84,6 +85,8 @@ bool FragSendPacket(DeviceQueues* queues, PacketPtr& packet) {
     return true;
 }
 
+namespace {
+
 // ---- reassembly
 
 struct ReassemblySession {
@@ -108,9 +111,11 @@ struct ReassemblyTable {
 };
 
 // Ready before the library's load is announced, which comes before some of the static objects.
-static Immortal<ReassemblyTable> reassembly_table __attribute__((init_priority(1000)));
+Immortal<ReassemblyTable> reassembly_table __attribute__((init_priority(1000)));
 
-static ReassemblyTable& Table() { return *reassembly_table; }
+ReassemblyTable& Table() { return *reassembly_table; }
+
+}  // namespace
 
 void FragInit() {
     ReassemblyTable& table = Table();
@@ -133,7 +138,9 @@ void FragDeinit() {
         table.reassembly_lock.Address());
 }
 
-static bool ReadFragment(const Packet& packet, FragmentWire* out) {
+namespace {
+
+bool ReadFragment(const Packet& packet, FragmentWire* out) {
     const auto fields = packet.Fields<FragmentWire>();
     if (!fields) {
         Log(kLogError, "[FRAG] Invalid FRAG packet: too small (length=%u)", packet.length);
@@ -166,8 +173,8 @@ static bool ReadFragment(const Packet& packet, FragmentWire* out) {
 
 // The lookups below are called with reassembly_lock held.
 
-static ReassemblySession* FindSession(ReassemblyTable& table, const void* source,
-                                      const FragmentWire& fragment) {
+ReassemblySession* FindSession(ReassemblyTable& table, const void* source,
+                               const FragmentWire& fragment) {
     for (ReassemblySession& session : table.sessions) {
         if (session.active && session.source == source &&
             session.total_length == fragment.total_length && session.frag_count == fragment.count) {
@@ -177,7 +184,7 @@ static ReassemblySession* FindSession(ReassemblyTable& table, const void* source
     return nullptr;
 }
 
-static ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
+ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
     for (ReassemblySession& session : table.sessions) {
         if (!session.active) return &session;
     }
@@ -185,12 +192,12 @@ static ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
 }
 
 // `now_ms` was read before the lock was taken, so another thread's look-up may be later than it.
-static bool IsIdle(const ReassemblySession& session, std::uint64_t now_ms) {
+bool IsIdle(const ReassemblySession& session, std::uint64_t now_ms) {
     return !session.in_use && now_ms > session.last_activity &&
            now_ms - session.last_activity > GetLinkLimits().reassembly_idle_ms;
 }
 
-static ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t now_ms) {
+ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t now_ms) {
     ReassemblySession* oldest = std::min_element(
         std::begin(table.sessions), std::end(table.sessions),
         [](const auto& a, const auto& b) { return a.last_activity < b.last_activity; });
@@ -203,8 +210,7 @@ static ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t no
     return oldest;
 }
 
-static bool OpenSession(ReassemblySession* session, const void* source,
-                        const FragmentWire& fragment) {
+bool OpenSession(ReassemblySession* session, const void* source, const FragmentWire& fragment) {
     ReassemblySession opened{};
     opened.active = true;
     opened.source = source;
@@ -224,8 +230,8 @@ static bool OpenSession(ReassemblySession* session, const void* source,
     return true;
 }
 
-static ReassemblySession* FindOrOpenSession(ReassemblyTable& table, const void* source,
-                                            const FragmentWire& fragment, std::uint64_t now_ms) {
+ReassemblySession* FindOrOpenSession(ReassemblyTable& table, const void* source,
+                                     const FragmentWire& fragment, std::uint64_t now_ms) {
     ReassemblySession* session = FindSession(table, source, fragment);
     if (session == nullptr) {
         session = FindFreeSlot(table);
@@ -263,12 +269,12 @@ private:
 };
 
 // bytes_received <= total_length always holds, so the subtraction cannot wrap.
-static bool Fits(const ReassemblySession& session, std::uint32_t payload_size) {
+bool Fits(const ReassemblySession& session, std::uint32_t payload_size) {
     return payload_size <= session.total_length - session.bytes_received;
 }
 
-static void StoreFragment(ReassemblySession* session, const FragmentWire& fragment,
-                          const std::uint8_t* payload, std::uint32_t payload_size) {
+void StoreFragment(ReassemblySession* session, const FragmentWire& fragment,
+                   const std::uint8_t* payload, std::uint32_t payload_size) {
     const std::uint32_t offset = session->bytes_received;
     std::memcpy(session->buffer.get() + offset, payload, payload_size);
     session->offsets.get()[fragment.index] = offset;
@@ -279,7 +285,7 @@ static void StoreFragment(ReassemblySession* session, const FragmentWire& fragme
         fragment.index, offset, session->received_count, session->frag_count);
 }
 
-static PacketPtr Reassemble(const ReassemblySession& session) {
+PacketPtr Reassemble(const ReassemblySession& session) {
     Log(kLogTrace, "[FRAG] All fragments received, reassembling packet");
     Packet header;
     std::memcpy(&header, session.buffer.get(), sizeof header);
@@ -305,7 +311,7 @@ static PacketPtr Reassemble(const ReassemblySession& session) {
 }
 
 // The packet that this fragment completes, if it does.
-static PacketPtr TakeFragment(const void* source, const Packet& packet) {
+PacketPtr TakeFragment(const void* source, const Packet& packet) {
     FragmentWire fragment;
     if (!ReadFragment(packet, &fragment)) return nullptr;
     const std::uint32_t payload_size = packet.length - kFragmentHeaderSize;
@@ -342,6 +348,8 @@ static PacketPtr TakeFragment(const void* source, const Packet& packet) {
     lease.Finish();
     return Reassemble(*session);
 }
+
+}  // namespace
 
 bool FragReceivePacket(const void* source, PacketPtr& packet, PacketPtr* complete) {
     if (complete == nullptr) return false;

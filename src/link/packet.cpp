@@ -20,12 +20,16 @@ PacketPtr CopyPacket(const Packet& packet) {
     return copy;
 }
 
+namespace {
+
 template <typename Wire>
-static bool ReadRequestId(const Packet& packet, std::uint32_t* id) {
+bool ReadRequestId(const Packet& packet, std::uint32_t* id) {
     const auto fields = packet.Fields<Wire>();
     if (fields) *id = fields->req_id;
     return fields.has_value();
 }
+
+}  // namespace
 
 bool AnsweredRequest(const Packet& packet, std::uint32_t* id) {
     switch (packet.type) {

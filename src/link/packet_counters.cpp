@@ -4,10 +4,13 @@
 #include "platform/lock.h"
 
 namespace tarvik {
+namespace {
 
 // Packets and their bytes belong together, so a lock rather than four atomics.
-static Immortal<OsLock> statsLock;
-static PacketCounters counters;  // guarded by statsLock
+Immortal<OsLock> statsLock;
+PacketCounters counters;  // guarded by statsLock
+
+}  // namespace
 
 void CountSentPacket(std::uint32_t bytes) {
     const LockGuard hold(*statsLock);

@@ -1,21 +1,24 @@
 #include "link/packet_index.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint64_t kFirstBucketCount = 64;
-static constexpr std::uint32_t kSpareNodes = 64;
+constexpr std::uint64_t kFirstBucketCount = 64;
+constexpr std::uint32_t kSpareNodes = 64;
 
-static PacketEntry** AllocateBuckets(std::uint64_t count) {
+PacketEntry** AllocateBuckets(std::uint64_t count) {
     return static_cast<PacketEntry**>(AllocateArray(count, sizeof(void*)));
 }
 
 // Ids count up, and those in use at a time lie close together: neighbours stay neighbours, so that
 // a request finds its buckets in the processor's cache however many packets there are. Everything
 // above the lowest bits is spread by the multiplication.
-static std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
+std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
     const std::uint64_t spread = (key >> 10) * 0x9E3779B97F4A7C15u >> 32;
     return (spread + key) & (bucket_count - 1);
 }
+
+}  // namespace
 
 PacketIndex* PacketIndex::Create() {
     Tracked<PacketEntry*> buckets(AllocateBuckets(kFirstBucketCount));

@@ -12,10 +12,6 @@
 
 namespace tarvik {
 
-static bool IsAskedToStop(const PacketWait& wait) {
-    return wait.flags != nullptr && wait.flags->AskToStop();
-}
-
 // A thread that sleeps for a packet, on that thread's stack, linked into its queue in the order of
 // arrival and woken through a condition of its own: a packet disturbs nobody but its taker.
 struct PacketWaiter {
@@ -48,16 +44,24 @@ struct PacketWaiter {
     bool cancelled = false;
 };
 
-static OsCondition* BorrowWakeUp(PacketQueue* queue) {
+namespace {
+
+bool IsAskedToStop(const PacketWait& wait) {
+    return wait.flags != nullptr && wait.flags->AskToStop();
+}
+
+OsCondition* BorrowWakeUp(PacketQueue* queue) {
     const int free = std::countr_one(queue->wake_ups_in_use);
     if (free >= static_cast<int>(PacketQueue::kWakeUps)) return nullptr;
     queue->wake_ups_in_use |= 1u << free;
     return &queue->wake_ups[free];
 }
 
-static void ReturnWakeUp(PacketQueue* queue, const OsCondition* wake_up) {
+void ReturnWakeUp(PacketQueue* queue, const OsCondition* wake_up) {
     queue->wake_ups_in_use &= ~(1u << (wake_up - queue->wake_ups));
 }
+
+}  // namespace
 
 PacketWaiter::PacketWaiter(PacketQueue* on_queue, const PacketWait& for_wait)
     : queue(on_queue),
@@ -78,9 +82,11 @@ PacketWaiter::~PacketWaiter() {
     if (queue->sleepers == 0) queue->drained.WakeAll();
 }
 
-// Everything static below is called with the queue's lock held.
+namespace {
 
-static PacketNode* Unlink(PacketQueue* queue, PacketNode* node) {
+// Everything below, up to Append, is called with the queue's lock held.
+
+PacketNode* Unlink(PacketQueue* queue, PacketNode* node) {
     (node->older != nullptr ? node->older->newer : queue->head) = node->newer;
     (node->newer != nullptr ? node->newer->older : queue->tail) = node->older;
     queue->index->Remove(node);
@@ -88,13 +94,13 @@ static PacketNode* Unlink(PacketQueue* queue, PacketNode* node) {
     return node;
 }
 
-static PacketPtr RemoveNode(PacketQueue* queue, PacketNode* node) {
+PacketPtr RemoveNode(PacketQueue* queue, PacketNode* node) {
     PacketPtr packet(Unlink(queue, node)->packet);
     queue->index->ReturnNode(node);
     return packet;
 }
 
-static PacketNode* Scan(const PacketQueue* queue, const PacketWait& wait) {
+PacketNode* Scan(const PacketQueue* queue, const PacketWait& wait) {
     PacketNode* node = queue->head;
     while (node != nullptr && !wait.filter(*node->packet, wait.argument))
         node = node->newer;
@@ -102,7 +108,7 @@ static PacketNode* Scan(const PacketQueue* queue, const PacketWait& wait) {
 }
 
 // The oldest packet that the wait accepts. Only filters from elsewhere need to see every packet.
-static PacketNode* FindNode(const PacketQueue* queue, const PacketWait& wait) {
+PacketNode* FindNode(const PacketQueue* queue, const PacketWait& wait) {
     if (wait.filter == nullptr || queue->head == nullptr) return queue->head;
     if (wait.filter == MatchType) return queue->index->Oldest(TypeKey(wait.argument.type));
     if (wait.filter != MatchTypeAndId) return Scan(queue, wait);
@@ -110,12 +116,12 @@ static PacketNode* FindNode(const PacketQueue* queue, const PacketWait& wait) {
     return queue->index->Oldest(AnswerKey(wait.argument.type, wait.argument.id));
 }
 
-static Packet* TakeNode(PacketQueue* queue, PacketNode* node, bool remove) {
+Packet* TakeNode(PacketQueue* queue, PacketNode* node, bool remove) {
     return remove ? RemoveNode(queue, node).release() : node->packet;
 }
 
 // Waiters search the queue before they sleep, so none of them has missed an older packet.
-static PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet& packet) {
+PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet& packet) {
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         const bool ended = waiter->handed != nullptr || waiter->cancelled;
         if (!waiter->wait.remove || ended || !waiter->Accepts(packet)) continue;
@@ -124,7 +130,7 @@ static PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet&
     return nullptr;
 }
 
-static void WakeLookers(const PacketQueue* queue, const Packet& packet) {
+void WakeLookers(const PacketQueue* queue, const Packet& packet) {
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         if (waiter->wait.remove || !waiter->Accepts(packet)) continue;
         waiter->look_again = true;
@@ -132,7 +138,7 @@ static void WakeLookers(const PacketQueue* queue, const Packet& packet) {
     }
 }
 
-static bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
+bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
     if (queue->index == nullptr) queue->index = PacketIndex::Create();
     PacketNode* node = queue->index == nullptr ? nullptr : queue->index->TakeNode();
     if (node == nullptr) return false;
@@ -145,7 +151,7 @@ static bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag)
     return true;
 }
 
-static void ReleaseAll(PacketQueue* queue) {
+void ReleaseAll(PacketQueue* queue) {
     while (queue->head != nullptr) {
         PacketNode* node = queue->head;
         queue->head = node->newer;
@@ -157,6 +163,30 @@ static void ReleaseAll(PacketQueue* queue) {
     PacketIndex::Destroy(queue->index);
     queue->index = nullptr;
 }
+
+// `needed` may be null; else nothing is queued while it is false.
+bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
+            const std::atomic<bool>* needed) {
+    if (queue == nullptr || packet == nullptr || !queue->active) return false;
+    OsCondition* wake_up = nullptr;
+    {
+        const LockGuard hold(queue->lock);
+        if (!queue->active || (needed != nullptr && !*needed)) return false;
+        PacketWaiter* taker = LongestWaitingTaker(queue, *packet);
+        if (taker == nullptr) {
+            if (!LinkNewest(queue, packet, tag)) return false;
+            WakeLookers(queue, *queue->tail->packet);
+            return true;
+        }
+        taker->handed = std::move(packet);
+        wake_up = taker->WakeLater();
+    }
+    // A taker that is woken inside the lock would only wait for it.
+    if (wake_up != nullptr) wake_up->WakeOne();
+    return true;
+}
+
+}  // namespace
 
 void InitializeQueue(PacketQueue* queue) {
     const LockGuard hold(queue->lock);
@@ -186,28 +216,6 @@ void FreeQueue(PacketQueue* queue) {
     }
     Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION for queue at 0x%p", __func__,
         queue->lock.Address());
-}
-
-// `needed` may be null; else nothing is queued while it is false.
-static bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
-                   const std::atomic<bool>* needed) {
-    if (queue == nullptr || packet == nullptr || !queue->active) return false;
-    OsCondition* wake_up = nullptr;
-    {
-        const LockGuard hold(queue->lock);
-        if (!queue->active || (needed != nullptr && !*needed)) return false;
-        PacketWaiter* taker = LongestWaitingTaker(queue, *packet);
-        if (taker == nullptr) {
-            if (!LinkNewest(queue, packet, tag)) return false;
-            WakeLookers(queue, *queue->tail->packet);
-            return true;
-        }
-        taker->handed = std::move(packet);
-        wake_up = taker->WakeLater();
-    }
-    // A taker that is woken inside the lock would only wait for it.
-    if (wake_up != nullptr) wake_up->WakeOne();
-    return true;
 }
 
 // Deliberate: of all types only BUSY and CRES can match, so a BUSY never ends a wait for a CRES.

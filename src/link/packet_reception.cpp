@@ -10,29 +10,34 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
-static bool Missing(const char* function, DeviceQueues* queues, const PacketPtr& packet) {
+bool Missing(const char* function, DeviceQueues* queues, const PacketPtr& packet) {
     if (queues != nullptr && packet != nullptr) return false;
     Log(kLogTrace, "[%s] Invalid parameters: queues=%p, packet=%p", function,
         static_cast<void*>(queues), static_cast<void*>(packet.get()));
     return true;
 }
 
+}  // namespace
+
 bool EnqueueTransmitPacket(DeviceQueues* queues, PacketPtr& packet) {
     if (Missing(__func__, queues, packet)) return false;
     return AppendPacket(&queues->tx, packet, kNoTag);
 }
 
+namespace {
+
 // The functions below report a packet and return the tag it is queued with. They log as the
 // function that they are part of.
-static constexpr char kLogName[] = "EnqueueReceivedPacket";
+constexpr char kLogName[] = "EnqueueReceivedPacket";
 
-static std::uint32_t ReportUntagged() {
+std::uint32_t ReportUntagged() {
     Log(kLogMemory, "[%s]   Enqueuing without tag", kLogName);
     return kNoTag;
 }
 
-static std::uint32_t ReportBusy(const Packet& packet) {
+std::uint32_t ReportBusy(const Packet& packet) {
     const auto busy = packet.Fields<BusyWire>();
     if (!busy) {
         Log(kLogTrace, "[%s] BUSY packet too short: %u bytes (need %u)", kLogName, packet.length,
@@ -52,7 +57,7 @@ static std::uint32_t ReportBusy(const Packet& packet) {
     return id;
 }
 
-static std::uint32_t ReportResponse(const Packet& packet) {
+std::uint32_t ReportResponse(const Packet& packet) {
     const auto response = CommResponseView::Of(packet);
     if (!response) return ReportUntagged();
     const ByteView data = response->Data();
@@ -62,14 +67,14 @@ static std::uint32_t ReportResponse(const Packet& packet) {
     return response->RequestId();
 }
 
-static std::uint32_t ReportRawFrame(const Packet& packet) {
+std::uint32_t ReportRawFrame(const Packet& packet) {
     const auto frame = RawFrameView::Of(packet);
     if (!frame) return ReportUntagged();
     Log(kLogMemory, "[%s]   RAWCAN tagged with CAN ID: 0x%X", kLogName, frame->CanId());
     return frame->CanId();
 }
 
-static std::uint32_t ReportAndTag(const Packet& packet) {
+std::uint32_t ReportAndTag(const Packet& packet) {
     switch (packet.type) {
         case kTypeBusy:
             return ReportBusy(packet);
@@ -81,6 +86,8 @@ static std::uint32_t ReportAndTag(const Packet& packet) {
             return ReportUntagged();
     }
 }
+
+}  // namespace
 
 bool EnqueueReceivedPacket(DeviceQueues* queues, PacketPtr& packet) {
     if (Missing(__func__, queues, packet)) return false;

@@ -6,25 +6,26 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
-static std::int32_t Limited(std::uint64_t ms) {
+std::int32_t Limited(std::uint64_t ms) {
     return static_cast<std::int32_t>(std::min<std::uint64_t>(ms, INT32_MAX));
 }
 
-static std::int32_t TimeLeft(std::uint64_t deadline_ms) {
+std::int32_t TimeLeft(std::uint64_t deadline_ms) {
     const std::uint64_t now = TickMs();
     return now >= deadline_ms ? 0 : Limited(deadline_ms - now);
 }
 
-static bool IsWanted(const Packet& packet, std::uint32_t type, std::uint32_t id) {
+bool IsWanted(const Packet& packet, std::uint32_t type, std::uint32_t id) {
     if (packet.type == type) return true;
     return id != kNoTag && packet.type == kTypeBusy &&
            MatchTypeAndId(packet, {.type = kTypeBusy, .id = id});
 }
 
-static char Letter(std::uint32_t type, unsigned shift) {
-    return static_cast<char>(type >> shift & 0xFF);
-}
+char Letter(std::uint32_t type, unsigned shift) { return static_cast<char>(type >> shift & 0xFF); }
+
+}  // namespace
 
 PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
                         std::uint32_t id, const std::atomic<bool>* abort,

@@ -10,20 +10,21 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
 // The text is searched, not parsed: a report that was cut short still gives up what it holds.
 // Nothing here allocates or looks outside the text.
 
-static constexpr std::int64_t kMissing = -1;
+constexpr std::int64_t kMissing = -1;
 
-static std::string_view SkipSpace(std::string_view text) {
+std::string_view SkipSpace(std::string_view text) {
     const std::size_t start = text.find_first_not_of(" \t\r\n");
     return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
 // What follows the first `"key" :`; empty when there is none. Deliberate: the first one wins, also
 // one inside a task or a text.
-static std::string_view FindValue(std::string_view text, std::string_view key) {
+std::string_view FindValue(std::string_view text, std::string_view key) {
     for (std::size_t at = text.find(key); at != std::string_view::npos;
          at = text.find(key, at + 1)) {
         const std::size_t end = at + key.size();
@@ -34,10 +35,10 @@ static std::string_view FindValue(std::string_view text, std::string_view key) {
     return {};
 }
 
-static bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 // The whole part of the number at the start of `text`, held within 64 bits.
-static std::int64_t ReadNumber(std::string_view text) {
+std::int64_t ReadNumber(std::string_view text) {
     const bool negative = text.starts_with('-');
     if (negative) text.remove_prefix(1);
     if (text.empty() || !IsDigit(text.front())) return kMissing;
@@ -54,19 +55,19 @@ static std::int64_t ReadNumber(std::string_view text) {
     return value == Limits::min() ? Limits::max() : -value;
 }
 
-static std::int64_t FindNumber(std::string_view text, std::string_view key) {
+std::int64_t FindNumber(std::string_view text, std::string_view key) {
     return ReadNumber(FindValue(text, key));
 }
 
 // `text` starts behind an opening quote. The length up to the closing one, or of all there is.
-static std::size_t StringLength(std::string_view text) {
+std::size_t StringLength(std::string_view text) {
     std::size_t i = 0;
     while (i < text.size() && text[i] != '"')
         i += text[i] == '\\' ? 2 : 1;
     return std::min(i, text.size());
 }
 
-static std::string_view FindString(std::string_view text, std::string_view key) {
+std::string_view FindString(std::string_view text, std::string_view key) {
     const std::string_view value = FindValue(text, key);
     if (!value.starts_with('"')) return {};
     return value.substr(1, StringLength(value.substr(1)));
@@ -107,12 +108,12 @@ private:
     std::string_view rest_;
 };
 
-static ArrayElements Tasks(std::string_view json) {
+ArrayElements Tasks(std::string_view json) {
     const std::string_view value = FindValue(json, "tasks");
     return ArrayElements(value.starts_with('[') ? value.substr(1) : std::string_view());
 }
 
-static std::uint32_t CountTasks(std::string_view json) {
+std::uint32_t CountTasks(std::string_view json) {
     ArrayElements tasks = Tasks(json);
     std::string_view element;
     bool cut = false;
@@ -124,16 +125,16 @@ static std::uint32_t CountTasks(std::string_view json) {
 
 // ---- the busiest tasks
 
-static constexpr std::size_t kTopTasks = 3;
-static constexpr std::size_t kMaxTaskObjects = 64;
-static constexpr std::int64_t kRankPerX = 1000000;
+constexpr std::size_t kTopTasks = 3;
+constexpr std::size_t kMaxTaskObjects = 64;
+constexpr std::int64_t kRankPerX = 1000000;
 
 struct RankedTask {
     std::string_view object;
     std::int64_t rank;
 };
 
-static std::int64_t RankOf(std::string_view task) {
+std::int64_t RankOf(std::string_view task) {
     const std::int64_t x = FindNumber(task, "x");
     const std::int64_t r = FindNumber(task, "r");
     if (x < 0) return r;
@@ -160,7 +161,7 @@ struct TopTasks {
     }
 };
 
-static TopTasks FindTopTasks(std::string_view json) {
+TopTasks FindTopTasks(std::string_view json) {
     TopTasks top;
     ArrayElements tasks = Tasks(json);
     std::string_view element;
@@ -177,7 +178,7 @@ struct TopTaskText {
     char text[256];
 };
 
-static TopTaskText FormatTopTasks(const TopTasks& top) {
+TopTaskText FormatTopTasks(const TopTasks& top) {
     constexpr std::size_t kLeastRoom = 16;
     TopTaskText out{};
     std::size_t used = 0;
@@ -199,7 +200,7 @@ static TopTaskText FormatTopTasks(const TopTasks& top) {
 
 // ---- the report
 
-static TraceTelemetry ReadReport(std::string_view json, std::uint32_t packet_length) {
+TraceTelemetry ReadReport(std::string_view json, std::uint32_t packet_length) {
     return {.pkt_len = packet_length,
             .v = FindNumber(json, "v"),
             .u = FindNumber(json, "u"),
@@ -216,7 +217,7 @@ static TraceTelemetry ReadReport(std::string_view json, std::uint32_t packet_len
             .json_len = static_cast<std::uint32_t>(json.size())};
 }
 
-static void LogReport(const TraceTelemetry& report, std::string_view json) {
+void LogReport(const TraceTelemetry& report, std::string_view json) {
     constexpr std::size_t kShown = 400;
     Log(kLogTrace,
         "[TELE] v=%lld u_ms=%lld rt=%lld rhz=%lld tasks=%u q(cr=%lld ct=%lld can=%lld) "
@@ -231,6 +232,8 @@ static void LogReport(const TraceTelemetry& report, std::string_view json) {
     Log(kLogMemory, "[TELE] json=%.*s%s", static_cast<int>(std::min(json.size(), kShown)),
         json.data(), json.size() > kShown ? "..." : "");
 }
+
+}  // namespace
 
 void HandleTelemetryPacket(const Packet& packet) {
     if (packet.length < MIN_PKT_SIZE) {

@@ -10,12 +10,16 @@
 #include "support/log.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::size_t kCopyBlock = 4096;
+constexpr std::size_t kCopyBlock = 4096;
+
+}  // namespace
 
 Config config{};
 
 namespace {
+
 class Stream {
 public:
     Stream(const char* path, const char* mode) : file_(OsOpenStream(path, mode)) {}
@@ -44,11 +48,10 @@ public:
 private:
     json_object* object_;
 };
-}  // namespace
 
 // --- where the file is ---
 
-static bool UserConfigPath(char (&path)[kMaxPath]) {
+bool UserConfigPath(char (&path)[kMaxPath]) {
     char folder[kMaxPath];
     if (!OsUserDataFolder(folder, sizeof folder)) return false;
     const char separator = kPathSeparator;
@@ -56,35 +59,35 @@ static bool UserConfigPath(char (&path)[kMaxPath]) {
                       separator, separator) >= 0;
 }
 
-static bool LibraryConfigPath(char (&path)[kMaxPath]) {
+bool LibraryConfigPath(char (&path)[kMaxPath]) {
     char folder[kMaxPath];
     if (!OsLibraryFolder(folder, sizeof folder)) return false;
     return FormatText(path, sizeof path, "%s%cconfig.json", folder, kPathSeparator) >= 0;
 }
 
 // Cuts the last element off; false when there is none.
-static bool CutToParent(char* path) {
+bool CutToParent(char* path) {
     char* separator = std::strrchr(path, kPathSeparator);
     if (separator == nullptr) return false;
     *separator = '\0';
     return true;
 }
 
-static bool CreateFolderWithParents(const char* folder) {
+bool CreateFolderWithParents(const char* folder) {
     if (OsCreateFolder(folder)) return true;
     char parent[kMaxPath];
     return FormatText(parent, sizeof parent, "%s", folder) >= 0 && CutToParent(parent) &&
            CreateFolderWithParents(parent) && OsCreateFolder(folder);
 }
 
-static bool CreateFolderOf(const char* file) {
+bool CreateFolderOf(const char* file) {
     char folder[kMaxPath];
     return FormatText(folder, sizeof folder, "%s", file) >= 0 && CutToParent(folder) &&
            CreateFolderWithParents(folder);
 }
 
 // A failure leaves the partial copy where it is.
-static bool CopyContents(std::FILE* from, std::FILE* to) {
+bool CopyContents(std::FILE* from, std::FILE* to) {
     char block[kCopyBlock];
     while (const std::size_t size = std::fread(block, 1, sizeof block, from)) {
         if (std::fwrite(block, 1, size, to) != size) return false;
@@ -93,13 +96,15 @@ static bool CopyContents(std::FILE* from, std::FILE* to) {
 }
 
 // True: the user path is the one to use from now on.
-static bool MigrateToUserPath(const char* library_path, const char* user_path) {
+bool MigrateToUserPath(const char* library_path, const char* user_path) {
     if (OsFileExists(user_path)) return true;
     Stream from(library_path, "rb");
     if (!from.IsOpen() || !CreateFolderOf(user_path)) return false;
     Stream to(user_path, "wb");
     return to.IsOpen() && CopyContents(from.Get(), to.Get());
 }
+
+}  // namespace
 
 bool ResolveConfigPath(char (&path)[kMaxPath]) {
     char user_path[kMaxPath];
@@ -119,10 +124,12 @@ bool ResolveConfigPath(char (&path)[kMaxPath]) {
     return true;
 }
 
+namespace {
+
 // --- writing ---
 
 // The text lives as long as the object.
-static const char* TextOf(JsonObject* root, Config* record) {
+const char* TextOf(JsonObject* root, Config* record) {
     for (const BoolKey& key : kBoolKeys) {
         json_object_object_add(root->Get(), key.name,
                                json_object_new_boolean(record->*key.field ? 1 : 0));
@@ -134,11 +141,13 @@ static const char* TextOf(JsonObject* root, Config* record) {
                                           JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
 }
 
-static bool WriteRecord(std::FILE* file, Config* record) {
+bool WriteRecord(std::FILE* file, Config* record) {
     JsonObject root(json_object_new_object());
     const char* text = TextOf(&root, record);
     return text != nullptr && std::fputs(text, file) >= 0 && std::fflush(file) == 0;
 }
+
+}  // namespace
 
 std::size_t WrittenConfigSize(const Config& record) {
     JsonObject root(json_object_new_object());
@@ -181,11 +190,13 @@ bool WriteConfig(const Config* record) {
     return true;
 }
 
+namespace {
+
 // --- reading ---
 
 // A file that is there but cannot be opened is not replaced: it may hold the device's key.
 // `path` becomes the new file's.
-static bool CreateMissingConfig(char (&path)[kMaxPath]) {
+bool CreateMissingConfig(char (&path)[kMaxPath]) {
     if (OsFileExists(path)) return false;
     ConsolePrint("Creating default config file\n");
     if (CreateDefaultConfig(path)) return true;
@@ -193,7 +204,7 @@ static bool CreateMissingConfig(char (&path)[kMaxPath]) {
 }
 
 // The first bytes of the file, ended by NUL.
-static bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
+bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
     char path[kMaxPath];
     if (!ResolveConfigPath(path)) {
         ConsolePrint("Failed to get config file path\n");
@@ -215,17 +226,19 @@ static bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
 }
 
 // Null for a missing key, for the JSON value null and when there is no object at all.
-static json_object* Lookup(json_object* root, const char* name) {
+json_object* Lookup(json_object* root, const char* name) {
     json_object* value = nullptr;
     json_object_object_get_ex(root, name, &value);
     return value;
 }
 
 // Longer text than the field holds is cut.
-static void CopyText(json_object* value, char* field, std::size_t capacity) {
+void CopyText(json_object* value, char* field, std::size_t capacity) {
     const char* text = value != nullptr ? json_object_get_string(value) : nullptr;
     FormatText(field, capacity, "%s", text != nullptr ? text : "");
 }
+
+}  // namespace
 
 void ParseConfig(const char* text, Config* record) {
     JsonObject root(json_tokener_parse(text));

@@ -14,13 +14,14 @@
 #include "support/trace_session.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kFlushMs = 500;
+constexpr std::uint32_t kFlushMs = 500;
 // Lines that come this shortly after a write are written together with the next one: a disk flush
 // for every line would cost callers and disk more than the lines do.
-static constexpr std::int32_t kGatherMs = 10;
-static constexpr std::size_t kFirstCapacity = 65'536;
-static constexpr std::size_t kMaxCapacity = 8'388'608;
+constexpr std::int32_t kGatherMs = 10;
+constexpr std::size_t kFirstCapacity = 65'536;
+constexpr std::size_t kMaxCapacity = 8'388'608;
 
 struct LineBuffer {
     char* data;
@@ -28,23 +29,25 @@ struct LineBuffer {
     std::size_t capacity;
 };
 
-static std::atomic<bool> active{false};
-static std::atomic<std::int32_t> session{0};
-static std::atomic<std::int32_t> sequence{0};
-static std::atomic<bool> cloud_packets{false};
-static std::atomic<bool> cloud_bytes{false};
-static std::atomic<std::uint32_t> process_id{0};
+std::atomic<bool> active{false};
+std::atomic<std::int32_t> session{0};
+std::atomic<std::int32_t> sequence{0};
+std::atomic<bool> cloud_packets{false};
+std::atomic<bool> cloud_bytes{false};
+std::atomic<std::uint32_t> process_id{0};
 
-static Immortal<OsLock> buffer_lock;  // guards the fields up to the blank line
-static LineBuffer buffers[2];
-static int filling = 0;              // the buffer that writers append to
-static bool accepting = false;       // from before log_start to log_stop
-static bool data_signalled = false;  // the flusher has been woken and has not looked yet
+Immortal<OsLock> buffer_lock;  // guards the fields up to the blank line
+LineBuffer buffers[2];
+int filling = 0;              // the buffer that writers append to
+bool accepting = false;       // from before log_start to log_stop
+bool data_signalled = false;  // the flusher has been woken and has not looked yet
 
-static OsEvent* data_event = nullptr;  // alive while accepting
-static OsEvent* stop_event = nullptr;
-static OsThread* flusher = nullptr;
-static OsAppendFile* file = nullptr;  // the flusher's alone while it runs
+OsEvent* data_event = nullptr;  // alive while accepting
+OsEvent* stop_event = nullptr;
+OsThread* flusher = nullptr;
+OsAppendFile* file = nullptr;  // the flusher's alone while it runs
+
+}  // namespace
 
 bool CopTraceActive() { return active.load(std::memory_order_acquire); }
 
@@ -60,17 +63,21 @@ std::uint64_t TraceTimeUs() {
     return counter / frequency * 1'000'000u + counter % frequency * 1'000'000u / frequency;
 }
 
+namespace {
+
 // --- lines ---
 
-static std::uint64_t NextSequence() {
+std::uint64_t NextSequence() {
     const auto last = static_cast<std::uint64_t>(sequence.fetch_add(1, std::memory_order_relaxed));
     return last + 1;
 }
 
-static void WriteIds(TraceWriter* line) {
+void WriteIds(TraceWriter* line) {
     line->Number<"pid">(process_id.load(std::memory_order_relaxed));
     line->Number<"tid">(OsCurrentThreadId());
 }
+
+}  // namespace
 
 std::int32_t BeginTraceLine(TraceWriter* line, std::string_view event) {
     const std::int32_t own_session = session.load(std::memory_order_relaxed);
@@ -81,8 +88,10 @@ std::int32_t BeginTraceLine(TraceWriter* line, std::string_view event) {
     return own_session;
 }
 
+namespace {
+
 // buffer_lock is held. False: the buffer cannot take `length` more characters.
-static bool EnsureRoom(LineBuffer* buffer, std::size_t length) {
+bool EnsureRoom(LineBuffer* buffer, std::size_t length) {
     std::size_t capacity = buffer->capacity == 0 ? kFirstCapacity : buffer->capacity;
     while (length > capacity - buffer->length && capacity < kMaxCapacity)
         capacity *= 2;
@@ -98,7 +107,7 @@ static bool EnsureRoom(LineBuffer* buffer, std::size_t length) {
 }
 
 // buffer_lock is held, which also keeps the data event alive.
-static void AppendLocked(const TraceWriter& line) {
+void AppendLocked(const TraceWriter& line) {
     LineBuffer* buffer = &buffers[filling];
     if (!EnsureRoom(buffer, line.Length())) return;
     std::memcpy(buffer->data + buffer->length, line.Data(), line.Length());
@@ -108,17 +117,21 @@ static void AppendLocked(const TraceWriter& line) {
     OsEventSet(data_event);
 }
 
+}  // namespace
+
 void AppendTraceLine(const TraceWriter& line, std::int32_t own_session) {
     const LockGuard guard(*buffer_lock);
     if (accepting && own_session == session.load(std::memory_order_relaxed)) AppendLocked(line);
 }
 
-static void BeginSessionLine(TraceWriter* line) {
+namespace {
+
+void BeginSessionLine(TraceWriter* line) {
     line->BeginObject().Number<"seq">(NextSequence()).Number<"ts_us">(TraceTimeUs());
     WriteIds(line);
 }
 
-static void WriteLogStart() {
+void WriteLogStart() {
     char text[256];
     TraceWriter line(text, sizeof text);
     BeginSessionLine(&line);
@@ -132,7 +145,7 @@ static void WriteLogStart() {
     AppendLocked(line);
 }
 
-static void WriteLogStop() {
+void WriteLogStop() {
     char text[256];
     TraceWriter line(text, sizeof text);
     BeginSessionLine(&line);
@@ -144,7 +157,7 @@ static void WriteLogStop() {
 
 // --- flusher ---
 
-static void WriteOut() {
+void WriteOut() {
     const char* data = nullptr;
     std::size_t length = 0;
     {
@@ -161,7 +174,7 @@ static void WriteOut() {
     OsAppendFileFlush(file);
 }
 
-static void CopTraceFlusherThread(void*) {
+void CopTraceFlusherThread(void*) {
     for (;;) {
         const bool stopping = OsEventWaitEither(stop_event, data_event, kFlushMs) == 0;
         WriteOut();
@@ -172,7 +185,7 @@ static void CopTraceFlusherThread(void*) {
 
 // --- start and stop ---
 
-static bool IsSwitchSet(const char* name) {
+bool IsSwitchSet(const char* name) {
     char value[16];
     if (!OsEnvironment(name, value, sizeof value)) return false;
     if (value[0] == '1') return true;
@@ -182,7 +195,7 @@ static bool IsSwitchSet(const char* name) {
     return std::strcmp(value, "true") == 0 || std::strcmp(value, "yes") == 0;
 }
 
-static void ReleaseSession() {
+void ReleaseSession() {
     OsThreadClose(flusher);
     OsEventClose(data_event);
     OsEventClose(stop_event);
@@ -198,7 +211,7 @@ static void ReleaseSession() {
     }
 }
 
-static bool OpenSession() {
+bool OpenSession() {
     data_event = OsEventCreate(EventReset::kAuto);
     stop_event = OsEventCreate(EventReset::kManual);
     if (data_event == nullptr || stop_event == nullptr) return false;
@@ -210,6 +223,8 @@ static bool OpenSession() {
     flusher = OsThreadStart(&CopTraceFlusherThread, nullptr, "Tarvik CopTraceFlusherThread");
     return flusher != nullptr;
 }
+
+}  // namespace
 
 void StartCopTrace() {
     if (CopTraceActive()) return;

@@ -9,14 +9,15 @@
 #include "support/memory.h"
 
 namespace tarvik {
+namespace {
 
 // Several ports may receive at once, so the lines are put together under a lock of their own. It
 // guards the two below.
-static Immortal<OsLock> buffer_lock;
-static char* buffer = nullptr;       // text of an unfinished line, ended by NUL
-static std::uint64_t used_size = 0;  // with the NUL; 0 without a buffer
+Immortal<OsLock> buffer_lock;
+char* buffer = nullptr;       // text of an unfinished line, ended by NUL
+std::uint64_t used_size = 0;  // with the NUL; 0 without a buffer
 
-static bool CreateBuffer() {
+bool CreateBuffer() {
     if (buffer != nullptr) return true;
     buffer = static_cast<char*>(AllocateMem(1));
     used_size = buffer != nullptr ? 1 : 0;
@@ -24,7 +25,7 @@ static bool CreateBuffer() {
     return buffer != nullptr;
 }
 
-static bool Append(const char* text, std::size_t length) {
+bool Append(const char* text, std::size_t length) {
     auto* larger = static_cast<char*>(AllocateMem(used_size + length));
     if (larger != nullptr) {
         std::memcpy(larger, buffer, used_size - 1);
@@ -38,7 +39,7 @@ static bool Append(const char* text, std::size_t length) {
     return larger != nullptr;
 }
 
-static void PrintCompleteLines() {
+void PrintCompleteLines() {
     char* line = buffer;
     while (char* line_feed = std::strchr(line, '\n')) {
         *line_feed = '\0';
@@ -49,18 +50,20 @@ static void PrintCompleteLines() {
     std::memmove(buffer, line, used_size);
 }
 
+__attribute__((destructor)) void ReleaseBufferAtUnload() {
+    const LockGuard guard(*buffer_lock);
+    FreeMem(buffer);
+    buffer = nullptr;
+    used_size = 0;
+}
+
+}  // namespace
+
 void ProcessDeviceLogPacket(const char* text, std::size_t length) {
     const void* end = std::memchr(text, '\0', length);
     if (end != nullptr) length = static_cast<std::size_t>(static_cast<const char*>(end) - text);
     const LockGuard guard(*buffer_lock);
     if (CreateBuffer() && Append(text, length)) PrintCompleteLines();
-}
-
-__attribute__((destructor)) static void ReleaseBufferAtUnload() {
-    const LockGuard guard(*buffer_lock);
-    FreeMem(buffer);
-    buffer = nullptr;
-    used_size = 0;
 }
 
 }  // namespace tarvik

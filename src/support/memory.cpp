@@ -10,11 +10,12 @@
 #include "support/log_file.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint32_t kBlockMagic = 0xDEADBEEFu;
-static constexpr std::uint8_t kGuardByte = 0xAA;
-static constexpr std::size_t kGuardSize = 32;
-static constexpr std::size_t kUserAlignment = 16;
+constexpr std::uint32_t kBlockMagic = 0xDEADBEEFu;
+constexpr std::uint8_t kGuardByte = 0xAA;
+constexpr std::size_t kGuardSize = 32;
+constexpr std::size_t kUserAlignment = 16;
 
 struct BlockTrailer {
     std::uint8_t guard[kGuardSize];
@@ -37,24 +38,58 @@ static_assert(offsetof(BlockHeader, trailer) == 24);
 static_assert(offsetof(BlockHeader, guard) == 32);
 static_assert(sizeof(BlockHeader) == 64);
 
-static constexpr std::size_t kOverhead = sizeof(BlockHeader) + sizeof(BlockTrailer);
+constexpr std::size_t kOverhead = sizeof(BlockHeader) + sizeof(BlockTrailer);
 
-static std::atomic<std::uint64_t> live_blocks{0};
-static std::atomic<std::uint64_t> live_bytes{0};
+std::atomic<std::uint64_t> live_blocks{0};
+std::atomic<std::uint64_t> live_bytes{0};
 
-static BlockHeader* HeaderOf(void* user) {
+BlockHeader* HeaderOf(void* user) {
     return reinterpret_cast<BlockHeader*>(static_cast<std::byte*>(user) - sizeof(BlockHeader));
 }
 
-static std::size_t PaddingFor(std::size_t size) { return (0 - size) % kUserAlignment; }
+std::size_t PaddingFor(std::size_t size) { return (0 - size) % kUserAlignment; }
 
 // malloc of a block's whole size; a sum that wraps is as good as an exhausted heap.
-static void* RequestHeapBlock(std::size_t size, std::size_t padding) {
+void* RequestHeapBlock(std::size_t size, std::size_t padding) {
     const bool wraps = size > std::numeric_limits<std::size_t>::max() - padding - kOverhead;
     void* block = wraps ? nullptr : std::malloc(size + padding + kOverhead);
     if (block == nullptr) LogBrief(kLogCritical, "[CRITICAL ERROR] malloc() returned NULL");
     return block;
 }
+
+// Returns only when a debugger is attached and lets the process go on.
+void ReportCorruption() {
+    LogBrief(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
+    OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
+    if (!OsDebuggerPresent()) OsExitProcess(1);
+    OsDebugBreak();
+}
+
+// The trailer where the header's own figures say that it must be. A header that was overwritten
+// may name any address, so that one is compared, never followed.
+BlockTrailer* ExpectedTrailer(void* user, const BlockHeader* header) {
+    return reinterpret_cast<BlockTrailer*>(static_cast<std::byte*>(user) + header->size +
+                                           header->padding);
+}
+
+bool IsIntact(const std::uint8_t (&guard)[kGuardSize]) {
+    static constexpr auto kIntact = [] {
+        std::array<std::uint8_t, kGuardSize> bytes{};
+        bytes.fill(kGuardByte);
+        return bytes;
+    }();
+    return std::memcmp(guard, kIntact.data(), kGuardSize) == 0;
+}
+
+// Deliberate: every bad byte is reported, so that a debugger stops once for each.
+void ReportBadBytes(const BlockHeader* header, bool has_trailer) {
+    for (std::size_t i = 0; i < kGuardSize; ++i) {
+        const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
+        if (header->guard[i] != kGuardByte || !rear_intact) ReportCorruption();
+    }
+}
+
+}  // namespace
 
 void* AllocateMem(std::size_t size) {
     const std::size_t padding = PaddingFor(size);
@@ -83,38 +118,6 @@ void* AllocateMem(std::size_t size) {
 void* AllocateArray(std::size_t count, std::size_t size) {
     // Deliberate: the product may wrap; callers pass counts of their own making.
     return AllocateMem(count * size);
-}
-
-// Returns only when a debugger is attached and lets the process go on.
-static void ReportCorruption() {
-    LogBrief(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
-    OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
-    if (!OsDebuggerPresent()) OsExitProcess(1);
-    OsDebugBreak();
-}
-
-// The trailer where the header's own figures say that it must be. A header that was overwritten
-// may name any address, so that one is compared, never followed.
-static BlockTrailer* ExpectedTrailer(void* user, const BlockHeader* header) {
-    return reinterpret_cast<BlockTrailer*>(static_cast<std::byte*>(user) + header->size +
-                                           header->padding);
-}
-
-static bool IsIntact(const std::uint8_t (&guard)[kGuardSize]) {
-    static constexpr auto kIntact = [] {
-        std::array<std::uint8_t, kGuardSize> bytes{};
-        bytes.fill(kGuardByte);
-        return bytes;
-    }();
-    return std::memcmp(guard, kIntact.data(), kGuardSize) == 0;
-}
-
-// Deliberate: every bad byte is reported, so that a debugger stops once for each.
-static void ReportBadBytes(const BlockHeader* header, bool has_trailer) {
-    for (std::size_t i = 0; i < kGuardSize; ++i) {
-        const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
-        if (header->guard[i] != kGuardByte || !rear_intact) ReportCorruption();
-    }
 }
 
 void* CheckMem(void* user) {

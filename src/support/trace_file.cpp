@@ -8,10 +8,11 @@
 #include "support/temp_folder.h"
 
 namespace tarvik {
+namespace {
 
-static constexpr std::uint64_t kTailSize = 65'536;
+constexpr std::uint64_t kTailSize = 65'536;
 
-static bool TraceFilePath(char (&path)[kMaxPath], std::int32_t session) {
+bool TraceFilePath(char (&path)[kMaxPath], std::int32_t session) {
     char folder[kMaxPath];
     return FormatText(path, sizeof path, "%sdpdu_coptrace_%lu_%ld.jsonl", TempFolder(folder),
                       static_cast<unsigned long>(OsProcessId()), static_cast<long>(session)) >= 0;
@@ -19,11 +20,13 @@ static bool TraceFilePath(char (&path)[kMaxPath], std::int32_t session) {
 
 // The notice prints the path as the narrow text that it is: widening it first would lose names
 // outside ASCII.
-static void AnnounceFile(const char* path) {
+void AnnounceFile(const char* path) {
     char notice[kMaxPath + 64];
     FormatText(notice, sizeof notice, "[CopLog] Creating trace file: %s\n", path);
     OsDebugOutput(notice);
 }
+
+}  // namespace
 
 OsAppendFile* CreateTraceFile(std::int32_t* session) {
     for (;;) {
