@@ -24,7 +24,7 @@ constexpr std::int32_t kMaxExchanges = 10;
 
 std::atomic<OsSemaphore*> installed_slots{nullptr};
 
-// Made by the first exchange and never destroyed. Null: the system refused.
+// Created by the first exchange, never destroyed. Null: the system refused.
 OsSemaphore* ExchangeSlots() {
     if (OsSemaphore* slots = installed_slots) return slots;
     OsSemaphore* made = OsSemaphoreCreate(kMaxExchanges, kMaxExchanges);
@@ -35,8 +35,8 @@ OsSemaphore* ExchangeSlots() {
     return winner;
 }
 
-// One of the slots, waited for without limit until the flags say stop. None is held when the wait
-// itself fails.
+// Takes one of the slots, waiting until one is free or the flags ask to stop. Holds none then, or
+// if the wait itself fails.
 class ExchangeSlot {
 public:
     explicit ExchangeSlot(const WaitFlags& flags) {
@@ -60,7 +60,7 @@ private:
     OsSemaphore* held_ = nullptr;
 };
 
-// ---- what both exchanges share
+// ---- shared by both exchanges
 
 void CopyBytes(std::uint8_t* to, const std::uint8_t* from, std::size_t size) {
     if (size > 0) std::memcpy(to, from, size);
@@ -77,7 +77,7 @@ void TraceSent(const CommRequestWire& fields, const std::uint8_t* data) {
                       .transport = fields.transport});
 }
 
-// The CRES for this request, or null when none came in time or the flags ended the wait.
+// The CRES for this request; null if none came in time or the flags ended the wait.
 PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_t start_ms,
                         const std::atomic<bool>* abort) {
     do {
@@ -93,7 +93,7 @@ bool IsUsable(const CommLink* link, const std::uint8_t* data, std::uint32_t data
            data_len <= kMaxRequestData;
 }
 
-// A tracked copy, not null for no bytes either; null when memory is out.
+// A tracked copy; null only when memory is out, not for 0 bytes.
 Tracked<std::uint8_t> CopyOf(ByteView data) {
     Tracked<std::uint8_t> copy(static_cast<std::uint8_t*>(AllocateMem(data.size)));
     if (copy != nullptr) CopyBytes(copy.get(), data.data, data.size);
@@ -145,7 +145,7 @@ namespace {
 
 // ---- one request, the answers of several control units
 
-// Everything below logs as the function that it is part of.
+// The functions below are part of CommRequestMulti and log under its name.
 constexpr char kMultiName[] = "CommRequestMulti";
 
 struct MultiTemplate {
@@ -188,7 +188,7 @@ bool BuildTemplate(const CommMultiRequest& request, MultiTemplate* out) {
 bool SendCopy(DeviceQueues* queues, const MultiTemplate& request) {
     PacketPtr copy = CopyPacket(*request.packet);
     if (!FragSendPacket(queues, copy)) {
-        // Deliberate: the same text as for an answer in the wrong form.
+        // Deliberate: same text as for an answer in the wrong form.
         Log(kLogTrace, "[%s]   Received a non-multi packet", kMultiName);
         ConsolePrint("[CommRequestMulti] FragSendPacket failed to send COMM_REQ\n");
         return false;
@@ -216,7 +216,7 @@ PacketPtr AwaitMultiResponse(const CommLink& link, std::uint32_t req_id,
     return nullptr;
 }
 
-// The request's count when no entry has this id.
+// Index of the entry with this id; the number of entries if there is none.
 std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id) {
     std::uint32_t i = 0;
     while (i < request.count && request.entries[i].id != id)
@@ -224,7 +224,7 @@ std::uint32_t FindEntry(const CommMultiRequest& request, std::uint32_t id) {
     return i;
 }
 
-// A responder that answers twice is taken at its last word.
+// A later answer of the same responder replaces the earlier one.
 void KeepAnswer(CommMultiEntry* entry, ByteView data) {
     FreeMem(entry->rsp_data);
     entry->rsp_data = CopyOf(data).release();

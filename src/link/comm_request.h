@@ -7,8 +7,8 @@
 
 namespace tarvik {
 
-// Whose exchange it is: the dongle's queues, and the flag that is cleared when the link goes away
-// (null: never), which ends an exchange within 100 ms.
+// The link an exchange belongs to. Clearing `running` (null: never cleared) ends the exchange
+// within 100 ms.
 struct CommLink {
     DeviceQueues* queues;
     const std::atomic<bool>* running;
@@ -26,19 +26,19 @@ struct CommRequestData {
     std::uint32_t data_len;  // above 65535 the exchange fails and nothing is sent
     std::uint32_t can_id_tx;
     std::uint32_t can_id_rx;
-    std::uint32_t timeout_ms;  // the dongle is given 500 ms more
+    std::uint32_t timeout_ms;  // the dongle gets 500 ms more
 };
 
-// One request, one answer, up to 3 attempts. Blocks; at most 10 exchanges of the process run at
-// once, the others wait their turn.
+// One request, one answer, up to 3 attempts. Blocks. The process runs at most 10 exchanges at a
+// time; further ones wait.
 bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswer* answer);
 
 struct CommMultiEntry {
     std::uint32_t id;
     std::uint32_t addr_a;
     std::uint32_t addr_b;
-    std::uint32_t rsp_len;   // set when this responder answered
-    std::uint8_t* rsp_data;  // likewise: a tracked block that the caller frees
+    std::uint32_t rsp_len;   // set if this responder answered
+    std::uint8_t* rsp_data;  // set if this responder answered: a tracked block, freed by the caller
 };
 
 struct CommMultiRequest {
@@ -51,7 +51,7 @@ struct CommMultiRequest {
     std::uint32_t timeout_ms;
 };
 
-// One request, the answers of several control units sorted to the entries by their id.
+// One request to several control units; their answers go to the entries with their ids.
 // `abort` (may be null) ends the exchange within 100 ms.
 bool CommRequestMulti(const CommLink* link, CommMultiRequest* request,
                       const std::atomic<bool>* abort);

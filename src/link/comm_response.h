@@ -5,8 +5,8 @@
 
 #include "link/packet.h"
 
-// How the answers of a dongle stand on the wire. Counts and lengths inside a packet are cut to
-// what the packet really holds.
+// Reading the answers of a dongle. Counts and lengths inside a packet are limited to what the
+// packet holds.
 namespace tarvik {
 
 // Reads a CRES in place; lives no longer than the packet.
@@ -17,7 +17,7 @@ public:
     std::uint32_t RequestId() const { return wire_.req_id; }
     std::uint32_t WaitTime() const { return wire_.wait_time; }
     bool IsMulti() const { return wire_.wait_time == kWaitTimeMulti; }
-    // The response bytes; of the multi form, all its entries as they stand.
+    // The response bytes. Multi form: all entries, unparsed.
     ByteView Data() const { return data_; }
 
 private:

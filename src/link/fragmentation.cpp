@@ -33,8 +33,8 @@ PacketPtr MakeFragment(const Packet& whole, std::uint32_t index, std::uint32_t c
                        {whole.Bytes() + offset, size});
 }
 
-// A dongle that has gone meanwhile swallows what it is given: the packet was released, and the
-// sender learns of the loss by the missing answer.
+// If the dongle has gone in the meantime, the packet is released; the sender notices by the missing
+// answer.
 void QueueOrRelease(DeviceQueues* queues, PacketPtr packet) { EnqueueForAvailable(queues, packet); }
 
 bool SendFragments(DeviceQueues* queues, const Packet& whole, std::uint32_t slice,
@@ -91,12 +91,12 @@ namespace {
 
 struct ReassemblySession {
     bool active;         // guarded by reassembly_lock
-    bool in_use;         // likewise; set while its source's thread stores a fragment
-    const void* source;  // fixed while active, as the next two
+    bool in_use;         // guarded by reassembly_lock; set while the source stores a fragment
+    const void* source;  // this and the next two are fixed while active
     std::uint32_t total_length;
     std::uint32_t frag_count;
     std::uint64_t last_activity;  // guarded by reassembly_lock; last lookup, not last byte
-    // The rest is touched by the source's thread while in_use, else under reassembly_lock.
+    // The rest is used by the source's thread while in_use, otherwise under reassembly_lock.
     std::uint32_t received_count;
     std::uint32_t bytes_received;
     Tracked<std::uint8_t> buffer;    // total_length bytes
@@ -110,7 +110,7 @@ struct ReassemblyTable {
     ReassemblySession sessions[4]{};
 };
 
-// Ready before the library's load is announced, which comes before some of the static objects.
+// Initialised early: FragInit runs at library load, before some static objects are constructed.
 Immortal<ReassemblyTable> reassembly_table __attribute__((init_priority(1000)));
 
 ReassemblyTable& Table() { return *reassembly_table; }
@@ -132,7 +132,7 @@ void FragDeinit() {
     if (!table.initialised) return;
     table.initialised = false;
     for (ReassemblySession& session : table.sessions) {
-        if (!session.in_use) session = {};  // else its thread is still, or was stopped, inside
+        if (!session.in_use) session = {};  // otherwise its thread is, or was stopped, inside
     }
     Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION reassembly_lock at 0x%p", __func__,
         table.reassembly_lock.Address());
@@ -171,7 +171,7 @@ bool ReadFragment(const Packet& packet, FragmentWire* out) {
     return true;
 }
 
-// The lookups below are called with reassembly_lock held.
+// The look-ups below are called with reassembly_lock held.
 
 ReassemblySession* FindSession(ReassemblyTable& table, const void* source,
                                const FragmentWire& fragment) {
@@ -191,7 +191,7 @@ ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
     return nullptr;
 }
 
-// `now_ms` was read before the lock was taken, so another thread's look-up may be later than it.
+// `now_ms` was read before the lock was taken, so another thread's look-up may be later.
 bool IsIdle(const ReassemblySession& session, std::uint64_t now_ms) {
     return !session.in_use && now_ms > session.last_activity &&
            now_ms - session.last_activity > GetLinkLimits().reassembly_idle_ms;
@@ -242,7 +242,7 @@ ReassemblySession* FindOrOpenSession(ReassemblyTable& table, const void* source,
     return session;
 }
 
-// The session while a fragment is stored into it: no other source's look-up takes it away then.
+// Holds a session while a fragment is stored into it. No other source can reclaim it meanwhile.
 class SessionLease {
 public:
     SessionLease(const void* source, const FragmentWire& fragment) {
@@ -294,7 +294,7 @@ PacketPtr Reassemble(const ReassemblySession& session) {
             session.total_length, header.length);
         return nullptr;
     }
-    // Deliberate: the four bytes of the type as they stand in memory, that is, reversed.
+    // Deliberate: the four bytes of the type in memory order, that is, reversed.
     Log(kLogTrace, "[FRAG] Reassembled packet type: '%.4s', length=%u",
         reinterpret_cast<const char*>(session.buffer.get()), header.length);
     if (header.type == kTypeFrag) {
@@ -310,7 +310,7 @@ PacketPtr Reassemble(const ReassemblySession& session) {
     return whole;
 }
 
-// The packet that this fragment completes, if it does.
+// The packet that this fragment completes; null if it completes none.
 PacketPtr TakeFragment(const void* source, const Packet& packet) {
     FragmentWire fragment;
     if (!ReadFragment(packet, &fragment)) return nullptr;

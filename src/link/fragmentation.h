@@ -7,18 +7,18 @@ namespace tarvik {
 void FragInit();    // at library load, once per process
 void FragDeinit();  // at unload
 
-// Queues a packet for sending, in fragments where it is longer than the MTU. True: the packet is
-// taken and `packet` is empty. False: it is still the caller's.
+// Queues a packet for sending, in fragments if it is longer than the MTU. True: `packet` is empty.
+// False: it still belongs to the caller.
 bool FragSendPacket(DeviceQueues* queues, PacketPtr& packet);
 
-// Passes a received packet on. True with `complete` set: `packet` itself if it is no fragment
-// (then `packet` is empty), or the reassembled packet (then `packet` still holds the fragment).
-// False: nothing complete yet, or the fragment was refused; `packet` still holds it.
-// `source` names the sender of the fragments: one receiving thread each.
+// Takes in a received packet. True: `complete` is the packet itself if it is not a fragment
+// (`packet` is empty), or else the reassembled packet (`packet` still holds the fragment). False:
+// not complete yet, or the fragment was refused; `packet` still holds it. `source` identifies the
+// sender. Each source has one receiving thread.
 bool FragReceivePacket(const void* source, PacketPtr& packet, PacketPtr* complete);
 
-// Drops the unfinished packets of a source whose connection has ended, so that the next connection
-// does not go on with them. The source's receiving thread has ended.
+// Drops the unfinished packets of a source whose connection and receiving thread have ended, so
+// that the next connection does not continue them.
 void FragForget(const void* source);
 
 }  // namespace tarvik

@@ -34,14 +34,14 @@ struct Packet {
         std::memcpy(&fields, Bytes(), sizeof fields);
         return fields;
     }
-    // All but type and length; for a packet that is long enough.
+    // Copies all fields but type and length. The packet must be long enough.
     template <typename Wire>
     void SetFields(const Wire& fields) {
         constexpr std::size_t kHeader = sizeof(Packet);
         std::memcpy(Bytes() + kHeader, reinterpret_cast<const std::uint8_t*>(&fields) + kHeader,
                     sizeof fields - kHeader);
     }
-    // What follows the fields; for a packet that is long enough to have them.
+    // The bytes after the fields. The packet must be long enough for the fields.
     template <typename Wire>
     ByteView DataAfter() const {
         return {Bytes() + sizeof(Wire), length - sizeof(Wire)};
@@ -54,7 +54,7 @@ using PacketPtr = Tracked<Packet>;
 // `length` zero bytes with type and length filled in; null when memory is out.
 PacketPtr MakePacket(std::uint32_t type, std::uint32_t length);
 PacketPtr CopyPacket(const Packet& packet);
-// These fields (their `length` is not read) and `data` after them; null when memory is out.
+// A packet with these fields (their `length` is ignored), then `data`; null when memory is out.
 template <typename Wire>
 PacketPtr BuildPacket(const Wire& fields, ByteView data = {}) {
     PacketPtr packet =
@@ -65,11 +65,11 @@ PacketPtr BuildPacket(const Wire& fields, ByteView data = {}) {
     return packet;
 }
 
-// Whether the packet names the request it answers, and which. Only a BUSY and a CRES long enough
-// to hold their id do.
+// The id of the request that the packet answers. False: it has none. Only a BUSY or CRES that is
+// long enough has one.
 bool AnsweredRequest(const Packet& packet, std::uint32_t* id);
 
-// The login record: the first 192 bytes of a LOGN, as the dongle sent them.
+// The first 192 bytes of a LOGN, unchanged.
 struct LoginRecord {
     std::uint8_t bytes[kLoginSize];
 
@@ -78,7 +78,7 @@ struct LoginRecord {
 };
 // The bytes that a shorter LOGN lacks are zero.
 LoginRecord LoginFromPacket(const Packet& packet);
-// The device name, bounded by its field, which need not hold a NUL.
+// The device name. It ends at its NUL, or with its field.
 struct DeviceName {
     char text[sizeof LoginWire::device_name + 1];
 };

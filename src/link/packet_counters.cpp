@@ -6,7 +6,7 @@
 namespace tarvik {
 namespace {
 
-// Packets and their bytes belong together, so a lock rather than four atomics.
+// A lock rather than four atomics: packets and bytes must change together.
 Immortal<OsLock> statsLock;
 PacketCounters counters;  // guarded by statsLock
 

@@ -4,7 +4,7 @@
 
 namespace tarvik {
 
-// Packets and bytes that all transports have moved.
+// Packets and bytes sent and received by all transports.
 struct PacketCounters {
     std::uint64_t sent_packets, sent_bytes;
     std::uint64_t received_packets, received_bytes;

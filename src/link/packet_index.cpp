@@ -10,9 +10,9 @@ PacketEntry** AllocateBuckets(std::uint64_t count) {
     return static_cast<PacketEntry**>(AllocateArray(count, sizeof(void*)));
 }
 
-// Ids count up, and those in use at a time lie close together: neighbours stay neighbours, so that
-// a request finds its buckets in the processor's cache however many packets there are. Everything
-// above the lowest bits is spread by the multiplication.
+// Ids count up, so those in use are close together. Keeping neighbours in neighbouring buckets
+// keeps a request's buckets in the processor's cache, however many packets there are. The
+// multiplication spreads everything above the lowest bits.
 std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
     const std::uint64_t spread = (key >> 10) * 0x9E3779B97F4A7C15u >> 32;
     return (spread + key) & (bucket_count - 1);
@@ -27,7 +27,7 @@ PacketIndex* PacketIndex::Create() {
     if (index == nullptr) return nullptr;
     index->buckets_ = buckets.release();
     index->bucket_count_ = kFirstBucketCount;
-    // From the start, so that memory stays where it is however deep the queue has been meanwhile.
+    // Allocated in advance, so that memory use stays the same however long the queue becomes.
     while (index->spare_count_ < kSpareNodes) {
         PacketNode* node = AllocateRecord<PacketNode>().release();
         if (node == nullptr) break;
@@ -126,7 +126,7 @@ void PacketIndex::Leave(PacketEntry* entry) {
     *place = newer;
 }
 
-// Where the pointer to the key's group stands, or would.
+// The pointer to the key's group, or the null pointer to replace when the group is added.
 PacketEntry** PacketIndex::Place(std::uint64_t key) const {
     PacketEntry** place = &buckets_[BucketOf(key, bucket_count_)];
     while (*place != nullptr && (*place)->key != key)
@@ -134,8 +134,8 @@ PacketEntry** PacketIndex::Place(std::uint64_t key) const {
     return place;
 }
 
-// Half of the buckets stay empty, so that most look-ups touch nothing but their bucket. Without
-// memory for more buckets the old ones go on, only slower.
+// At least half of the buckets stay empty, so that most look-ups read only their bucket. If memory
+// is out, the old buckets stay in use; look-ups are only slower.
 void PacketIndex::GrowIfCrowded() {
     if (group_count_ <= bucket_count_ / 2) return;
     const std::uint64_t more = bucket_count_ * 2;

@@ -4,12 +4,12 @@
 
 #include "link/packet.h"
 
-// The look-up side of a packet queue: which is the oldest packet of a type, the oldest answer to
-// a request, the oldest packet with a tag. Everything here is guarded by the queue's lock.
+// Finds the oldest packet of a queue by type, by answered request or by tag. Everything here is
+// guarded by the queue's lock.
 namespace tarvik {
 
-// Every node is found under three keys. Their upper halves keep them apart: 0 for a type, 1 for a
-// tag, and for an answer the type code itself, which for CRES and BUSY is neither.
+// Every node has up to three keys. Their upper halves keep them apart: 0 for a type, 1 for a tag,
+// the type code of CRES or BUSY for an answer.
 constexpr std::uint64_t TypeKey(std::uint32_t type) { return type; }
 constexpr std::uint64_t TagKey(std::uint32_t tag) { return std::uint64_t{1} << 32 | tag; }
 constexpr std::uint64_t AnswerKey(std::uint32_t type, std::uint32_t id) {
@@ -18,15 +18,15 @@ constexpr std::uint64_t AnswerKey(std::uint32_t type, std::uint32_t id) {
 
 struct PacketNode;
 
-// A node's place among the nodes with the same key, oldest first. The oldest one stands for the
-// whole group in the hash table.
+// A node's place among the nodes with the same key, oldest first. The hash table points to the
+// oldest of each group.
 struct PacketEntry {
     std::uint64_t key;
     PacketNode* node;
     PacketEntry* older;
     PacketEntry* newer;
     PacketEntry* newest;       // valid in a group's oldest entry
-    PacketEntry* next_oldest;  // likewise: the next group in this bucket
+    PacketEntry* next_oldest;  // valid in a group's oldest entry: the next group in this bucket
 };
 
 struct PacketNode {
@@ -37,7 +37,7 @@ struct PacketNode {
     PacketEntry entries[3];
 };
 
-// Allocates nothing per packet: entries are part of their nodes, and nodes are used again.
+// Allocates nothing per packet: entries are part of their nodes, and nodes are reused.
 struct PacketIndex {
 public:
     static PacketIndex* Create();  // null when memory is out
@@ -46,7 +46,7 @@ public:
     PacketNode* TakeNode();  // zeroed; null when memory is out
     void ReturnNode(PacketNode* node);
 
-    // Enters `node` as the newest under its packet's keys.
+    // Adds `node` as the newest under its packet's keys.
     void Add(PacketNode* node, std::uint32_t tag);
     void Remove(PacketNode* node);
     PacketNode* Oldest(std::uint64_t key) const;

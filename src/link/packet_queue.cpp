@@ -12,8 +12,8 @@
 
 namespace tarvik {
 
-// A thread that sleeps for a packet, on that thread's stack, linked into its queue in the order of
-// arrival and woken through a condition of its own: a packet disturbs nobody but its taker.
+// A thread that waits for a packet. On that thread's stack, linked into its queue in order of
+// arrival, woken by a condition of its own: a packet wakes only the thread that gets it.
 struct PacketWaiter {
     PacketWaiter(PacketQueue* queue, const PacketWait& wait);
     ~PacketWaiter();
@@ -26,7 +26,7 @@ struct PacketWaiter {
 
     void Sleep(std::int32_t timeout_ms) { woken->Wait(queue->lock, timeout_ms); }
     void Wake() { woken->WakeOne(); }
-    // Null if it has been woken; else the caller wakes through this, once it has left the lock.
+    // Null: it has been woken. Otherwise the caller wakes it by this, after releasing the lock.
     OsCondition* WakeLater() {
         if (!own) return woken;
         Wake();
@@ -37,10 +37,10 @@ struct PacketWaiter {
     const PacketWait& wait;
     PacketWaiter* earlier;
     PacketWaiter* later = nullptr;
-    OsCondition* woken;              // one of the queue's, or `own` when they are all in use
+    OsCondition* woken;              // one of the queue's, or `own` if all are in use
     std::optional<OsCondition> own;  // lives no longer than the wait
     PacketPtr handed;                // the packet that ends this wait
-    bool look_again = false;         // a packet for a wait that leaves it in place has been queued
+    bool look_again = false;         // a matching packet was queued; for waits that do not remove
     bool cancelled = false;
 };
 
@@ -107,7 +107,7 @@ PacketNode* Scan(const PacketQueue* queue, const PacketWait& wait) {
     return node;
 }
 
-// The oldest packet that the wait accepts. Only filters from elsewhere need to see every packet.
+// The oldest packet that the wait accepts. Only filters defined elsewhere need a scan.
 PacketNode* FindNode(const PacketQueue* queue, const PacketWait& wait) {
     if (wait.filter == nullptr || queue->head == nullptr) return queue->head;
     if (wait.filter == MatchType) return queue->index->Oldest(TypeKey(wait.argument.type));
@@ -120,12 +120,12 @@ Packet* TakeNode(PacketQueue* queue, PacketNode* node, bool remove) {
     return remove ? RemoveNode(queue, node).release() : node->packet;
 }
 
-// Waiters search the queue before they sleep, so none of them has missed an older packet.
+// Waiters search the queue before they sleep, so none has missed an older packet.
 PacketWaiter* LongestWaitingTaker(const PacketQueue* queue, const Packet& packet) {
     for (PacketWaiter* waiter = queue->first_waiter; waiter != nullptr; waiter = waiter->later) {
         const bool ended = waiter->handed != nullptr || waiter->cancelled;
         if (!waiter->wait.remove || ended || !waiter->Accepts(packet)) continue;
-        if (!IsAskedToStop(waiter->wait)) return waiter;  // else it is another's, or nobody's yet
+        if (!IsAskedToStop(waiter->wait)) return waiter;  // otherwise it is left for others
     }
     return nullptr;
 }
@@ -164,7 +164,7 @@ void ReleaseAll(PacketQueue* queue) {
     queue->index = nullptr;
 }
 
-// `needed` may be null; else nothing is queued while it is false.
+// Queues nothing while `needed` (may be null) is false.
 bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
             const std::atomic<bool>* needed) {
     if (queue == nullptr || packet == nullptr || !queue->active) return false;
@@ -181,7 +181,7 @@ bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
         taker->handed = std::move(packet);
         wake_up = taker->WakeLater();
     }
-    // A taker that is woken inside the lock would only wait for it.
+    // After the lock: a taker woken inside would only wait for it.
     if (wake_up != nullptr) wake_up->WakeOne();
     return true;
 }
@@ -190,11 +190,11 @@ bool Append(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag,
 
 void InitializeQueue(PacketQueue* queue) {
     const LockGuard hold(queue->lock);
-    // Those whom FreeQueue has woken would otherwise find the queue active and sleep on.
+    // Waiters that FreeQueue has woken would otherwise find the queue active and sleep again.
     while (!queue->active && queue->sleepers > 0)
         queue->drained.Wait(queue->lock, -1);
     if (queue->active) return;
-    // The lock has been there since the record was made; an outer eye sees it come and go.
+    // The lock exists as long as the record; the log shows it as created and deleted.
     Log(kLogTrace, "[%s] Initialized CRITICAL_SECTION for queue at 0x%p", __func__,
         queue->lock.Address());
     queue->index = PacketIndex::Create();  // null: the first packet tries again
@@ -218,7 +218,7 @@ void FreeQueue(PacketQueue* queue) {
         queue->lock.Address());
 }
 
-// Deliberate: of all types only BUSY and CRES can match, so a BUSY never ends a wait for a CRES.
+// Deliberate: only BUSY and CRES can match, and a BUSY never ends a wait for a CRES.
 bool MatchTypeAndId(const Packet& packet, const PacketFilterArgument& argument) {
     std::uint32_t id = 0;
     return packet.type == argument.type && AnsweredRequest(packet, &id) && id == argument.id;

@@ -1,4 +1,4 @@
-// What becomes of a packet on its way into a dongle's queues.
+// Logs, tags and queues the packets of a dongle.
 
 #include <cstring>
 
@@ -28,8 +28,8 @@ bool EnqueueTransmitPacket(DeviceQueues* queues, PacketPtr& packet) {
 
 namespace {
 
-// The functions below report a packet and return the tag it is queued with. They log as the
-// function that they are part of.
+// The functions below report a packet and return its tag. They log under the name of the function
+// that they are part of.
 constexpr char kLogName[] = "EnqueueReceivedPacket";
 
 std::uint32_t ReportUntagged() {

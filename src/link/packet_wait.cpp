@@ -47,7 +47,7 @@ PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t 
             Letter(packet->type, 16), Letter(packet->type, 8), Letter(packet->type, 0));
         if (IsWanted(*packet, type, id)) return packet;
 
-        // Neither filter lets this happen; should one ever do, the packet is not lost.
+        // Cannot happen with these filters. If it ever does, the packet is not lost.
         Log(kLogTrace, "[%s] WARNING: Filter returned unexpected packet type", __func__);
         AppendPacket(&queues->rx, packet, kNoTag);
         id = kNoTag;

@@ -6,7 +6,7 @@
 #include "link/packet.h"
 #include "link/packet_queue.h"
 
-// Raw CAN frames, as they stand on the wire and as threads send and receive them.
+// Sending and receiving raw CAN frames.
 namespace tarvik {
 
 // Reads a RAWC in place; lives no longer than the packet.
@@ -23,13 +23,13 @@ private:
     ByteView data_{};
 };
 
-// Sends a frame. One of more than 8 bytes goes out with its count and without its data. Nothing is
-// sent to a dongle that is missing or not connected.
+// Sends a frame. If it has more than 8 bytes, the packet has their count but no data. Nothing is
+// sent if the dongle is missing or not connected.
 void SendRawFrame(DeviceQueues* queues, std::uint32_t can_id, ByteView data);
 
-// Tells the dongle that a thread begins or ends taking raw frames from `rx`. Every thread says
-// both, whoever else receives: what several of them mean is the dongle's affair. Does nothing
-// without `queues`.
+// Tells the dongle that a thread starts or stops taking raw frames from `rx`. Every thread sends
+// both, whether or not others receive; the dongle decides what several of them mean. Does nothing
+// if `queues` is null.
 void SwitchRawReception(DeviceQueues* queues, bool on);
 
 }  // namespace tarvik

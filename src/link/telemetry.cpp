@@ -12,8 +12,8 @@
 namespace tarvik {
 namespace {
 
-// The text is searched, not parsed: a report that was cut short still gives up what it holds.
-// Nothing here allocates or looks outside the text.
+// The text is searched, not parsed, so that a truncated report can be read as far as it goes.
+// Nothing here allocates or reads outside the text.
 
 constexpr std::int64_t kMissing = -1;
 
@@ -22,8 +22,8 @@ std::string_view SkipSpace(std::string_view text) {
     return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
-// What follows the first `"key" :`; empty when there is none. Deliberate: the first one wins, also
-// one inside a task or a text.
+// The text after the first `"key" :`; empty if there is none. Deliberate: the first one counts,
+// even inside a task or a string.
 std::string_view FindValue(std::string_view text, std::string_view key) {
     for (std::size_t at = text.find(key); at != std::string_view::npos;
          at = text.find(key, at + 1)) {
@@ -37,7 +37,7 @@ std::string_view FindValue(std::string_view text, std::string_view key) {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// The whole part of the number at the start of `text`, held within 64 bits.
+// The integer part of the number at the start of `text`, limited to 64 bits.
 std::int64_t ReadNumber(std::string_view text) {
     const bool negative = text.starts_with('-');
     if (negative) text.remove_prefix(1);
@@ -50,7 +50,7 @@ std::int64_t ReadNumber(std::string_view text) {
                                __builtin_sub_overflow(value, digit, &value);
         if (overflows) return negative ? Limits::min() : Limits::max();
     }
-    // Summed up below zero, where there is room for one more.
+    // Summed up as a negative number: that range is larger by one.
     if (negative) return value;
     return value == Limits::min() ? Limits::max() : -value;
 }
@@ -59,7 +59,7 @@ std::int64_t FindNumber(std::string_view text, std::string_view key) {
     return ReadNumber(FindValue(text, key));
 }
 
-// `text` starts behind an opening quote. The length up to the closing one, or of all there is.
+// `text` starts after an opening quote. The length up to the closing one, or of the whole text.
 std::size_t StringLength(std::string_view text) {
     std::size_t i = 0;
     while (i < text.size() && text[i] != '"')
@@ -73,12 +73,12 @@ std::string_view FindString(std::string_view text, std::string_view key) {
     return value.substr(1, StringLength(value.substr(1)));
 }
 
-// Walks the elements of an array from behind its opening bracket.
+// Walks the elements of an array. Its text starts after the opening bracket.
 class ArrayElements {
 public:
     explicit ArrayElements(std::string_view text) : rest_(text) {}
 
-    // False at the array's end, or the text's. `cut`: the text ends inside this object or array.
+    // False at the end of the array or text. `cut`: the text ends inside this object or array.
     bool Next(std::string_view* element, bool* cut) {
         rest_ = SkipSpace(rest_);
         while (rest_.starts_with(','))
@@ -148,7 +148,7 @@ struct TopTasks {
     RankedTask tasks[kTopTasks];
     std::size_t count = 0;
 
-    // Equals stay in the order in which they came.
+    // Equal tasks keep their order.
     void Enter(const RankedTask& task) {
         std::size_t place = 0;
         while (place < count && task.rank <= tasks[place].rank)

@@ -4,7 +4,7 @@
 
 namespace tarvik {
 
-// Logs and traces a TELE packet; the caller frees it.
+// Logs and traces a TELE packet.
 void HandleTelemetryPacket(const Packet& packet);
 
 }  // namespace tarvik

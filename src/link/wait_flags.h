@@ -4,7 +4,7 @@
 
 namespace tarvik {
 
-// What ends a wait before its time. Any may be null.
+// Flags that end a wait early. Any may be null.
 struct WaitFlags {
     const std::atomic<bool>* available = nullptr;
     const std::atomic<bool>* abort = nullptr;

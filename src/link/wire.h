@@ -6,13 +6,13 @@
 
 namespace tarvik {
 
-// Borrowed bytes; lives no longer than what it points into.
+// Borrowed bytes: valid as long as what they are part of.
 struct ByteView {
     const std::uint8_t* data = nullptr;
     std::size_t size = 0;
 };
 
-// The wire is little-endian, as is every system this library runs on; alignment is not given.
+// Little-endian, as is every system this library runs on. `from` and `to` need not be aligned.
 inline std::uint16_t LoadU16(const std::uint8_t* from) {
     std::uint16_t value;
     std::memcpy(&value, from, sizeof value);

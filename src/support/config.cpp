@@ -65,7 +65,7 @@ bool LibraryConfigPath(char (&path)[kMaxPath]) {
     return FormatText(path, sizeof path, "%s%cconfig.json", folder, kPathSeparator) >= 0;
 }
 
-// Cuts the last element off; false when there is none.
+// Removes the last element of the path; false if there is none.
 bool CutToParent(char* path) {
     char* separator = std::strrchr(path, kPathSeparator);
     if (separator == nullptr) return false;
@@ -95,7 +95,7 @@ bool CopyContents(std::FILE* from, std::FILE* to) {
     return std::ferror(from) == 0 && std::fflush(to) == 0;
 }
 
-// True: the user path is the one to use from now on.
+// True: use the user path from now on.
 bool MigrateToUserPath(const char* library_path, const char* user_path) {
     if (OsFileExists(user_path)) return true;
     Stream from(library_path, "rb");
@@ -194,8 +194,8 @@ namespace {
 
 // --- reading ---
 
-// A file that is there but cannot be opened is not replaced: it may hold the device's key.
-// `path` becomes the new file's.
+// Does not replace a file that exists but cannot be opened: it may hold the device's key. `path` is
+// set to the new file.
 bool CreateMissingConfig(char (&path)[kMaxPath]) {
     if (OsFileExists(path)) return false;
     ConsolePrint("Creating default config file\n");
@@ -203,7 +203,7 @@ bool CreateMissingConfig(char (&path)[kMaxPath]) {
     return UserConfigPath(path) && !OsFileExists(path) && CreateDefaultConfig(path);
 }
 
-// The first bytes of the file, ended by NUL.
+// The first bytes of the file, with a NUL at the end.
 bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
     char path[kMaxPath];
     if (!ResolveConfigPath(path)) {
@@ -225,14 +225,14 @@ bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
     return true;
 }
 
-// Null for a missing key, for the JSON value null and when there is no object at all.
+// Null if the key is missing, the value is null, or there is no object.
 json_object* Lookup(json_object* root, const char* name) {
     json_object* value = nullptr;
     json_object_object_get_ex(root, name, &value);
     return value;
 }
 
-// Longer text than the field holds is cut.
+// Text that does not fit the field is cut.
 void CopyText(json_object* value, char* field, std::size_t capacity) {
     const char* text = value != nullptr ? json_object_get_string(value) : nullptr;
     FormatText(field, capacity, "%s", text != nullptr ? text : "");

@@ -7,8 +7,8 @@
 
 namespace tarvik {
 
-// The one record of the process. Refilled by every PDUConstruct while no transport runs; only
-// devicePrivateKey changes in between.
+// The process's configuration. Every PDUConstruct loads it while no transport runs; afterwards only
+// devicePrivateKey changes.
 extern Config config;
 
 bool ResolveConfigPath(char (&path)[kMaxPath]);
@@ -16,10 +16,9 @@ bool CreateDefaultConfig(const char* path);
 bool LoadConfig(Config* record);
 bool WriteConfig(const Config* record);
 
-// What LoadConfig makes of a file's text. Text that is no JSON has no key, so each counts as
-// missing.
+// Reads the text of a file into `record`. If it is not JSON, every key counts as missing.
 void ParseConfig(const char* text, Config* record);
-// The bytes of the file that WriteConfig would write.
+// The size of the file that WriteConfig would write.
 std::size_t WrittenConfigSize(const Config& record);
 
 }  // namespace tarvik

@@ -5,14 +5,14 @@
 
 #include "support/config_record.h"
 
-// What config.json consists of.
+// The keys of config.json.
 namespace tarvik {
 
-// Deliberate: what stands behind this many bytes of the file is not read.
+// Deliberate: the rest of a longer file is not read.
 inline constexpr std::size_t kMaxConfigFileSize = 1024;
 
-// Deliberate: what a missing key means and what a new file holds differ. A key that is absent
-// switches its feature on (all but useProxy); a new file switches every transport off.
+// Deliberate: the value for a missing key differs from the value in a new file. A missing key turns
+// its feature on (except useProxy); a new file turns every transport off.
 struct BoolKey {
     const char* name;
     bool Config::*field;
@@ -26,7 +26,7 @@ struct TextKey {
     std::size_t capacity;
 };
 
-// Both tables in the order in which the file is written.
+// Both tables are in the order of the file.
 inline constexpr std::array<BoolKey, 10> kBoolKeys = {{
     {"showDebug", &Config::showDebug, true, false},
     {"enableCopTrace", &Config::enableCopTrace, true, true},

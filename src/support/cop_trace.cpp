@@ -17,8 +17,8 @@ namespace tarvik {
 namespace {
 
 constexpr std::uint32_t kFlushMs = 500;
-// Lines that come this shortly after a write are written together with the next one: a disk flush
-// for every line would cost callers and disk more than the lines do.
+// The flusher waits this long after a write, to write several lines together: flushing the disk for
+// each line would cost more than the lines.
 constexpr std::int32_t kGatherMs = 10;
 constexpr std::size_t kFirstCapacity = 65'536;
 constexpr std::size_t kMaxCapacity = 8'388'608;
@@ -36,16 +36,16 @@ std::atomic<bool> cloud_packets{false};
 std::atomic<bool> cloud_bytes{false};
 std::atomic<std::uint32_t> process_id{0};
 
-Immortal<OsLock> buffer_lock;  // guards the fields up to the blank line
+Immortal<OsLock> buffer_lock;  // guards the next four
 LineBuffer buffers[2];
 int filling = 0;              // the buffer that writers append to
 bool accepting = false;       // from before log_start to log_stop
-bool data_signalled = false;  // the flusher has been woken and has not looked yet
+bool data_signalled = false;  // the flusher was woken and has not run yet
 
 OsEvent* data_event = nullptr;  // alive while accepting
 OsEvent* stop_event = nullptr;
 OsThread* flusher = nullptr;
-OsAppendFile* file = nullptr;  // the flusher's alone while it runs
+OsAppendFile* file = nullptr;  // only the flusher's while it runs
 
 }  // namespace
 
@@ -59,7 +59,7 @@ std::uint64_t TraceTimeUs() {
     const std::uint64_t frequency = PerformanceFrequency();
     if (frequency == 0) return 0;
     const std::uint64_t counter = PerformanceCounter();
-    // In two steps: the whole product would overflow after some days.
+    // In two steps: the full product would overflow after some days.
     return counter / frequency * 1'000'000u + counter % frequency * 1'000'000u / frequency;
 }
 

@@ -9,7 +9,7 @@ namespace tarvik {
 
 // Starts a session with a file of its own, unless one is running or the environment forbids it.
 void StartCopTrace();
-// Writes log_stop, waits for the flusher to write out what is buffered, closes the file.
+// Writes log_stop, waits until the flusher has written the buffered lines, closes the file.
 void StopCopTrace();
 bool CopTraceActive();
 
@@ -36,7 +36,7 @@ struct TraceExpectedResponse {
     const std::uint32_t* uniq;
     std::uint32_t uniq_count;
 };
-// `item(context, index)` returns one of the `count` expected responses; called in their order.
+// `item(context, index)` returns one of the `count` expected responses. It is called in order.
 void TraceCopExpectedResponses(const TraceCop& cop, std::uint32_t count,
                                TraceExpectedResponse (*item)(const void* context,
                                                              std::uint32_t index),
@@ -50,8 +50,8 @@ void TraceCopState(const TraceCop& cop, std::uint32_t from, std::uint32_t to, st
 void TraceCopRx(const TraceCop& cop, std::uint32_t uniq, std::uint32_t acc, const void* rx,
                 std::uint32_t rx_len);
 void TraceCopError(const TraceCop& cop, std::uint32_t err);
-// Returns the t0_us for TraceNotifyEnd; 0: nothing was written, and TraceNotifyEnd then
-// writes nothing either.
+// Returns the t0_us for TraceNotifyEnd. 0: nothing was written, and TraceNotifyEnd will write
+// nothing.
 std::uint64_t TraceNotifyBegin(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType);
 void TraceNotifyEnd(const TraceCop& cop, std::uint32_t itemType, std::uint32_t evtType,
                     std::uint64_t t0_us);

@@ -6,7 +6,7 @@
 
 #include "support/memory.h"
 
-// Objects in tracked blocks that live as long as anybody refers to them.
+// Objects in tracked blocks that live as long as there are references to them.
 namespace tarvik {
 
 template <typename T>
@@ -20,7 +20,7 @@ public:
 
 protected:
     Counted() = default;
-    ~Counted() = default;  // objects go with their last Ref
+    ~Counted() = default;  // only the last Ref deletes an object
     Counted(const Counted&) = delete;
     Counted& operator=(const Counted&) = delete;
 
@@ -43,7 +43,7 @@ public:
         adopted.object_ = object;
         return adopted;
     }
-    // A further reference to an object that somebody refers to already. Null gives an empty Ref.
+    // Another reference to an object that has one already. Null gives an empty Ref.
     static Ref Share(T* object) {
         if (object != nullptr) object->references_.fetch_add(1, std::memory_order_relaxed);
         return Adopt(object);

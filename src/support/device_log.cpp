@@ -11,8 +11,7 @@
 namespace tarvik {
 namespace {
 
-// Several ports may receive at once, so the lines are put together under a lock of their own. It
-// guards the two below.
+// Several ports may receive at the same time. Guards the next two.
 Immortal<OsLock> buffer_lock;
 char* buffer = nullptr;       // text of an unfinished line, ended by NUL
 std::uint64_t used_size = 0;  // with the NUL; 0 without a buffer

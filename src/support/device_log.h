@@ -4,9 +4,9 @@
 
 namespace tarvik {
 
-// Prints a dongle's log text on the console, line by line; a last line without line feed waits
-// for the next call. `text` may hold NUL bytes: only what stands before the first counts.
-// Serial receive threads only; calls are serialised inside.
+// Prints a dongle's log text on the console, line by line. A last line without line feed is kept
+// for the next call. `text` ends at its first NUL, if it has one. Called by serial receive threads;
+// thread-safe.
 void ProcessDeviceLogPacket(const char* text, std::size_t length);
 
 }  // namespace tarvik

@@ -6,8 +6,8 @@
 
 namespace tarvik {
 
-// Restores the thread's last system error when it goes: a caller may log between a system call and
-// looking at that call's error.
+// Restores the thread's last system error at the end of its scope: a caller may log between a
+// system call and reading that call's error.
 class KeepLastError {
 public:
     KeepLastError() : error_(OsLastError()) {}

@@ -37,7 +37,7 @@ void ConsolePrint(const char* format, ...) {
     va_start(arguments, format);
     std::vprintf(format, arguments);
     va_end(arguments);
-    std::fflush(stdout);  // progress is for now, also when the output is a pipe
+    std::fflush(stdout);  // shown at once, even if the output is a pipe
 }
 
 HexText::HexText(const void* data, std::size_t size, Style style) {

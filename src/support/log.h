@@ -8,8 +8,8 @@
 
 namespace tarvik {
 
-// One line to the debug log file, if the level is below 8 and the file is open. The calling
-// thread's last system error is left as it was.
+// Writes a line to the debug log file if the level is below 8 and the file is open. Keeps the
+// calling thread's last system error.
 void Log(int level, const char* format, ...) TARVIK_PRINTF(2, 3);
 
 // Prints to standard output. Not copied into the log file.

@@ -21,7 +21,7 @@ Immortal<OsLock> log_lock;  // serialises whole lines; guards the prefix
 std::int64_t prefix_second = -1;
 char prefix[kLogPrefixLength + 1];
 
-// The local calendar time is costly to get, so it is asked for once a second. log_lock is held.
+// Reading the local time is costly, so it is done once a second. log_lock is held.
 void RefreshPrefix() {
     const std::int64_t second = OsCalendarSecond();
     if (second == prefix_second) return;
@@ -39,9 +39,9 @@ bool LogFilePath(char (&path)[kMaxPath]) {
                       static_cast<unsigned long>(OsProcessId())) >= 0;
 }
 
-// The stream ends with the library, not with PDUDestruct: an application that loads and unloads
-// the library over and over would otherwise run out of streams. Runs after all other unload
-// functions, so that their lines still reach the file.
+// At unload, as PDUDestruct leaves the stream open: an application that keeps loading and unloading
+// the library would run out of streams. Runs after all other unload functions, so that their lines
+// still reach the file.
 __attribute__((destructor(101))) void CloseDebugLogAtUnload() {
     const LockGuard guard(*log_lock);
     std::FILE* file = log_file.exchange(nullptr);

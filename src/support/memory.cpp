@@ -27,8 +27,8 @@ static_assert(sizeof(BlockTrailer) == 36);
 struct BlockHeader {
     std::uint32_t magic;
     std::uint32_t unwritten;
-    std::uint64_t size;     // as asked for
-    std::uint64_t padding;  // what rounds size up to a multiple of 16
+    std::uint64_t size;     // as requested
+    std::uint64_t padding;  // rounds size up to a multiple of 16
     BlockTrailer* trailer;
     std::uint8_t guard[kGuardSize];
 };
@@ -49,7 +49,7 @@ BlockHeader* HeaderOf(void* user) {
 
 std::size_t PaddingFor(std::size_t size) { return (0 - size) % kUserAlignment; }
 
-// malloc of a block's whole size; a sum that wraps is as good as an exhausted heap.
+// malloc of a block's whole size. A sum that wraps counts as an exhausted heap.
 void* RequestHeapBlock(std::size_t size, std::size_t padding) {
     const bool wraps = size > std::numeric_limits<std::size_t>::max() - padding - kOverhead;
     void* block = wraps ? nullptr : std::malloc(size + padding + kOverhead);
@@ -57,7 +57,7 @@ void* RequestHeapBlock(std::size_t size, std::size_t padding) {
     return block;
 }
 
-// Returns only when a debugger is attached and lets the process go on.
+// Returns only if an attached debugger lets the process continue.
 void ReportCorruption() {
     LogBrief(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
     OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
@@ -65,8 +65,8 @@ void ReportCorruption() {
     OsDebugBreak();
 }
 
-// The trailer where the header's own figures say that it must be. A header that was overwritten
-// may name any address, so that one is compared, never followed.
+// The trailer's address, computed from the sizes in the header. The pointer in the header may have
+// been overwritten, so it is compared, never followed.
 BlockTrailer* ExpectedTrailer(void* user, const BlockHeader* header) {
     return reinterpret_cast<BlockTrailer*>(static_cast<std::byte*>(user) + header->size +
                                            header->padding);
@@ -81,7 +81,7 @@ bool IsIntact(const std::uint8_t (&guard)[kGuardSize]) {
     return std::memcmp(guard, kIntact.data(), kGuardSize) == 0;
 }
 
-// Deliberate: every bad byte is reported, so that a debugger stops once for each.
+// Deliberate: every bad byte is reported, so a debugger stops once for each.
 void ReportBadBytes(const BlockHeader* header, bool has_trailer) {
     for (std::size_t i = 0; i < kGuardSize; ++i) {
         const bool rear_intact = !has_trailer || header->trailer->guard[i] == kGuardByte;
@@ -116,7 +116,7 @@ void* AllocateMem(std::size_t size) {
 }
 
 void* AllocateArray(std::size_t count, std::size_t size) {
-    // Deliberate: the product may wrap; callers pass counts of their own making.
+    // Deliberate: the product may wrap. Callers pass counts that they computed themselves.
     return AllocateMem(count * size);
 }
 

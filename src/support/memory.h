@@ -7,23 +7,23 @@
 #include <type_traits>
 #include <utility>
 
-// The tracked allocator. Every heap block of the library's own objects lies between two guards
-// that are checked when the block is released; a damaged guard ends the process.
+// The tracked allocator. Every heap block of the library's own objects is between two guards, which
+// are checked when the block is released. A damaged guard ends the process.
 namespace tarvik {
 
 // Zero-filled, at least `size` bytes (0 is allowed), 16-byte aligned. Null: the heap is exhausted.
 void* AllocateMem(std::size_t size);
 // `count` times `size`, not checked for overflow.
 void* AllocateArray(std::size_t count, std::size_t size);
-// The heap block's start for a user address, guards checked; null for null.
+// Checks the guards and returns the start of the heap block; null for null.
 void* CheckMem(void* user);
 void FreeMem(void* user);  // null does nothing
-// The size that was asked for, guards checked.
+// The size that was requested. Checks the guards.
 std::size_t RequestedSize(void* user);
 
 struct MemoryUse {
     std::uint64_t blocks;  // live
-    std::uint64_t bytes;   // live, as asked for
+    std::uint64_t bytes;   // live, as requested
 };
 MemoryUse LiveMemory();
 

@@ -4,8 +4,8 @@
 
 namespace tarvik {
 
-// The temporary folder with its trailing separator, in `buffer` or, when the system names none
-// that fits, the fallback. Nobody creates the fallback folder: opening a file in it then fails.
+// The temporary folder with its trailing separator, in `buffer`. If the system gives none that
+// fits, the fallback, which is not created: opening a file in it may fail.
 const char* TempFolder(char (&buffer)[kMaxPath]);
 
 }  // namespace tarvik

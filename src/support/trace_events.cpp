@@ -39,8 +39,7 @@ void WriteExpectedResponse(TraceWriter* line, const TraceExpectedResponse& item)
         .EndObject();
 }
 
-// The packet's first four bytes as they stand on the wire, which for a readable type code is its
-// name backwards.
+// The packet's first four bytes in wire order: the name of a type backwards.
 void TypeText(char (&text)[4], const std::uint8_t (&type)[4]) {
     for (std::size_t i = 0; i < 4; ++i) {
         const auto character = static_cast<char>(type[i]);
@@ -86,7 +85,7 @@ void TraceCopExpectedResponses(const TraceCop& cop, std::uint32_t count,
     TraceLine<kLargeEventSize> line("cop_expected_responses");
     WriteCop(&line, cop);
     line.Number<"count">(count).BeginArray<"items">();
-    // Only whole items are written, and the end always is, so that the line stays JSON.
+    // Only whole items are written, and always the end, so that the line remains JSON.
     constexpr std::string_view kLongestEnd = R"(],"trunc":false)";
     constexpr std::size_t kEndSize = kLongestEnd.size() + kTraceLineEnd.size();
     line.Reserve(kEndSize);
@@ -268,7 +267,7 @@ void TraceTelemetryReport(const TraceTelemetry& report) {
         .Signed<"ru">(report.i_ru)
         .EndObject()
         .Number<"tele_json_len">(report.json_len);
-    // Whether the text is cut stands before it, so it is escaped aside first.
+    // Escaped in advance: whether the text is cut comes before the text.
     char text[kMaxTelemetryText + 1];
     TraceWriter json(text, sizeof text);
     const bool whole = json.Escaped(report.json, report.json_len, kMaxTelemetryText);

@@ -6,12 +6,12 @@
 
 namespace tarvik {
 
-// Creates the trace file of the next session that has no file yet; `*session` is counted up before
+// Creates the trace file of the next session that has no file yet, incrementing `*session` before
 // each attempt. Null: no file can be created.
 OsAppendFile* CreateTraceFile(std::int32_t* session);
 
-// Cuts off what stands behind the last line feed within the file's last 65 536 bytes, so that the
-// next line starts on a line of its own.
+// Removes what follows the last line feed within the file's last 65 536 bytes, so that the next
+// line starts on a new line.
 void BringToCleanLineEnd(OsAppendFile* file);
 
 }  // namespace tarvik

@@ -24,7 +24,7 @@ constexpr std::array<std::array<char, 2>, 256> kHexPairs = [] {
     return pairs;
 }();
 
-// What stands for one character of the text; empty: it is left out.
+// The JSON form of a character; empty: it is left out.
 std::string_view EscapeOf(const char& character) {
     switch (character) {
         case '"':

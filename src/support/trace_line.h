@@ -21,16 +21,15 @@ struct TraceKey {
     char text[Size + 3];
 };
 
-// Puts a trace line together in a fixed buffer, on the caller's stack and without printf, whose
-// cost would be the greater part of an event's. What does not fit is cut at the buffer's end, one
-// character before its last, as printf into the same buffer would.
+// Builds a trace line in a fixed buffer on the caller's stack. printf would cost more than the rest
+// of an event. A line that does not fit is cut where printf into the same buffer would cut it.
 class TraceWriter {
 public:
     TraceWriter(char* buffer, std::size_t size) : buffer_(buffer), limit_(size - 1) {}
     TraceWriter(const TraceWriter&) = delete;
     TraceWriter& operator=(const TraceWriter&) = delete;
 
-    // Fields: Number<"hMod">(1) writes `,"hMod":1`, the first of an object without the comma.
+    // Fields. Number<"hMod">(1) writes `,"hMod":1`, without the comma at the start of an object.
     template <TraceKey Key>
     TraceWriter& Number(std::uint64_t value) {
         return WriteKey(ViewOf(Key)).WriteNumber(value);
@@ -64,7 +63,7 @@ public:
         return Number<Count>(HexBytes(length)).template Flag<Cut>(HexCut(length));
     }
 
-    // What follows, to the matching End, is inside.
+    // The following fields or elements are inside until the matching End.
     template <TraceKey Key>
     TraceWriter& BeginObject() {
         return WriteKey(ViewOf(Key)).Text("{");
@@ -84,7 +83,7 @@ public:
     // Returns whether all of the text was used.
     bool Escaped(const char* text, std::size_t length, std::size_t max_output);
 
-    // The last `size` characters of the buffer are kept for what comes after Release.
+    // Keeps the last `size` characters of the buffer free until Release.
     void Reserve(std::size_t size) { limit_ -= size; }
     void Release(std::size_t size) { limit_ += size; }
     // Forgets everything after `length` characters, and that any of it was cut.
@@ -95,7 +94,7 @@ public:
     std::size_t Length() const { return length_; }
 
     static constexpr std::size_t kMaxHexBytes = 512;
-    // The number of bytes that Hex writes, and whether that is fewer than all.
+    // The number of bytes that Digits writes, and whether that is fewer than all.
     static std::uint32_t HexBytes(std::size_t length);
     static bool HexCut(std::size_t length) { return length > kMaxHexBytes; }
 
@@ -104,7 +103,7 @@ private:
     static constexpr std::string_view ViewOf(const TraceKey<Size>& key) {
         return {key.text, sizeof key.text};
     }
-    // Of the line, an object or an array. A line that was cut here takes no more text either way.
+    // First in the line, an object or an array. A line that was cut here takes no more text anyway.
     bool IsFirst() const {
         return length_ == 0 || buffer_[length_ - 1] == '{' || buffer_[length_ - 1] == '[';
     }

@@ -6,7 +6,7 @@
 
 #include "support/trace_line.h"
 
-// What the events of the trace are written with.
+// Writing the events of a trace session.
 namespace tarvik {
 
 // Microseconds of the high-resolution counter; 0 when there is none.
@@ -19,13 +19,13 @@ bool TraceWritesCloudBytes();
 // The common start of an event's line, with the next sequence number. Returns the session that
 // the line belongs to.
 std::int32_t BeginTraceLine(TraceWriter* line, std::string_view event);
-// Copies the line for the flusher; drops it when its session has ended meanwhile.
+// Copies the line for the flusher. Drops it if its session has ended.
 void AppendTraceLine(const TraceWriter& line, std::int32_t session);
 
 inline constexpr std::string_view kTraceLineEnd = "}\n";
 
-// One line of `Size` characters at most, NUL included: constructed with the common start, ended and
-// appended by Write.
+// A line of at most `Size` characters, NUL included. The constructor writes the common start; Write
+// ends and appends the line.
 template <std::size_t Size>
 class TraceLine : public TraceWriter {
 public:
