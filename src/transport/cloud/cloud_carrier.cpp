@@ -5,6 +5,7 @@
 #include "support/log.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/cloud_traffic.h"
+#include "transport/life_cycle.h"
 
 namespace tarvik {
 namespace {
@@ -41,9 +42,7 @@ bool StartCarrierThreads(const CarrierThreads& threads) {
 }
 
 void CloseCarrierThread(OsThread** thread, const char* log_name, const char* name) {
-    OsThread* const ended = std::exchange(*thread, nullptr);
-    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (%s)", log_name, OsThreadHandle(ended), name);
-    if (ended != nullptr) OsThreadClose(ended);
+    LogAndCloseThread(std::exchange(*thread, nullptr), log_name, name);
 }
 
 void RunReceiver(bool (*receive)()) {

@@ -36,7 +36,7 @@ struct CarrierThreads {
 
 // Starts the receive thread, then the transmit thread. False: logged; one may run already.
 bool StartCarrierThreads(const CarrierThreads& threads);
-// Closes a thread that has ended, if there is one, and logs that under the names given.
+// Closes a thread that has ended and logs that under these names.
 void CloseCarrierThread(OsThread** thread, const char* log_name, const char* name);
 
 // The receive thread's loop: until the connection ends or `receive` returns false.

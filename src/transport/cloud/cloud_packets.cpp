@@ -9,44 +9,38 @@ namespace tarvik {
 namespace {
 
 constexpr char kVersion[] = "1.5.0.62-95aec0c";
-constexpr std::size_t kVersionSize = sizeof kVersion - 1;
-static_assert(kVersionSize == 16);
-
 constexpr std::uint32_t kUserNameCapacity = 257;
-constexpr std::size_t kNameSize = 32;
-constexpr std::size_t kTextSize = 16;
 
-void FillLogin(Packet* packet) {
+LoginWire OwnLogin() {
     char user[kUserNameCapacity];
     if (!OsUserName(user, sizeof user)) FormatText(user, sizeof user, "(unknown)");
-    auto* const texts = reinterpret_cast<char*>(packet->Bytes());
-    std::memcpy(texts + 32, kVersion, kVersionSize);
-    FormatText(texts + 64, kNameSize, "DPDU: %s", user);
-    FormatText(texts + 96, kTextSize, "%s", __TIME__);
-    FormatText(texts + 112, kTextSize, "%s", __DATE__);
+    LoginWire login{};
+    login.type = kTypeLogn;
+    static_assert(sizeof kVersion <= sizeof login.firmware_version);
+    std::memcpy(login.firmware_version, kVersion, sizeof kVersion);
+    FormatText(login.device_name, sizeof login.device_name, "DPDU: %s", user);
+    FormatText(login.build_time, sizeof login.build_time, "%s", __TIME__);
+    FormatText(login.build_date, sizeof login.build_date, "%s", __DATE__);
+    return login;
+}
+
+void Enqueue(PacketPtr packet) {
+    if (packet != nullptr) EnqueueTransmitPacket(&cloud->queues, packet);
 }
 
 }  // namespace
 
 void CloudSendLogin() {
     CloudLog("Login...\n");
-    PacketPtr packet = MakePacket(kTypeLogn, kLoginSize);
-    if (packet == nullptr) return;
-    FillLogin(packet.get());
-    EnqueueTransmitPacket(&cloud->queues, packet);
-}
-
-void SendIdentify() {
-    PacketPtr packet = MakePacket(kTypeIden, MIN_PKT_SIZE);
-    if (packet != nullptr) EnqueueTransmitPacket(&cloud->queues, packet);
+    Enqueue(BuildPacket(OwnLogin()));
 }
 
 void SendAddress(const DeviceAddress& address) {
-    PacketPtr packet = MakePacket(kTypeAddr, 16);
-    if (packet == nullptr) return;
-    packet->SetU32(8, address.first);
-    packet->SetU16(12, address.last);
-    EnqueueTransmitPacket(&cloud->queues, packet);
+    AddressWire fields{};
+    fields.type = kTypeAddr;
+    static_assert(sizeof fields.mac == sizeof address);
+    std::memcpy(fields.mac, address.data(), sizeof fields.mac);
+    Enqueue(BuildPacket(fields));
 }
 
 }  // namespace tarvik

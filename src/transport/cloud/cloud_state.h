@@ -22,12 +22,8 @@ enum class ConnState : std::uint32_t {
     kDisconnecting = 4,
 };
 
-// As in ADDR: the first four bytes of a MAC address and the last two.
-struct DeviceAddress {
-    std::uint32_t first = 0;
-    std::uint16_t last = 0;
-    bool operator==(const DeviceAddress&) const = default;
-};
+// A dongle's MAC address.
+using DeviceAddress = std::array<std::uint8_t, 6>;
 DeviceAddress AddressFromMac(const std::uint8_t* mac);
 
 // One connection per process. It carries all dongles behind the relay, so they share the queues.
@@ -56,8 +52,8 @@ struct CloudState {
     OsLock sessionLock;  // guards the carrier's handles
 
     OsLock address_lock;
-    DeviceAddress last_addressed;  // guarded by address_lock
-    bool addressPending = false;   // guarded by address_lock: send it again after a reconnection
+    DeviceAddress last_addressed{};  // guarded by address_lock
+    bool addressPending = false;     // guarded by address_lock: send it again after a reconnection
 
     DeviceQueues queues;
 };

@@ -8,6 +8,7 @@
 #include "transport/cloud/cloud_packets.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/secure_channel.h"
+#include "transport/identification.h"
 #include "transport/login_report.h"
 
 namespace tarvik {
@@ -57,8 +58,7 @@ void PassOn(PacketPtr packet) {
             AcceptLogin(std::move(packet));
             return;
         case kTypePing:
-            packet->type = kTypeRepl;
-            EnqueueTransmitPacket(&cloud->queues, packet);
+            AnswerPing(&cloud->queues, packet);
             return;
         default:
             EnqueueReceivedPacket(&cloud->queues, packet);

@@ -13,6 +13,8 @@
 #include "transport/cloud/cloud_packets.h"
 #include "transport/cloud/cloud_state.h"
 #include "transport/cloud/secure_channel.h"
+#include "transport/identification.h"
+#include "transport/life_cycle.h"
 #include "transport/transport.h"
 
 namespace tarvik {
@@ -44,10 +46,7 @@ void CloudInit() {
 }
 
 void CloudStart() {
-    if (!cloud->initialized) {
-        Log(kLogTrace, "[%s] Not initialized, cannot start", __func__);
-        return;
-    }
+    if (!CheckInitialized(cloud->initialized, __func__, kCannotStart)) return;
     CloudLog("[Cloud] ---CONNECTING---\r\n");
     const LockGuard hold(cloud->start_lock);
     if (!config.useCloud || cloud->running) return;
@@ -85,9 +84,7 @@ void CloudStop() {
     AbortLink();
     CloudLog("[Cloud] ---DISCONNECT WAIT---\r\n");
     OsThreadJoin(thread, -1);
-    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (CloudConnectThread)", __func__,
-        OsThreadHandle(thread));
-    OsThreadClose(thread);
+    LogAndCloseThread(thread, __func__, "CloudConnectThread");
     CloudLog("[Cloud] ---DISCONNECTED---\r\n");
 }
 
@@ -121,11 +118,9 @@ bool AwaitLink(std::uint64_t limit_ms) {
     }
 }
 
-void ReportLogin(const Packet& packet, ReportDevice report, void* context) {
+void ReportDongle(const Packet& packet, ReportDevice report, void* context) {
     const DeviceReport record = {kCloudTransportId, LoginFromPacket(packet), &cloud->queues};
-    const std::uint8_t* mac = record.login.Mac();
-    CloudLog("[Cloud] CloudUpdateDevices received: '%s' with mac %02X:%02X:%02X:%02X:%02X:%02X\r\n",
-             LoginDeviceName(record.login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    CloudLog("[Cloud] CloudUpdateDevices received: %s\r\n", LoginText(record.login).text);
     if (report != nullptr) report(context, record);
 }
 
@@ -138,21 +133,17 @@ void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* context)
         if (passed > limit) return;
         const std::uint64_t wait =
             std::min<std::uint64_t>(GetCloudLimits().login_wait_ms, limit - passed + 1);
-        const PacketPtr login =
-            WaitForPacket(&cloud->queues, kTypeLogn, static_cast<std::uint32_t>(wait), kNoTag,
-                          &cloud->quitRequested);
+        const PacketPtr login = WaitForLogin(&cloud->queues, static_cast<std::uint32_t>(wait),
+                                             &cloud->quitRequested, nullptr);
         if (login == nullptr || login->type != kTypeLogn) continue;
-        ReportLogin(*login, report, context);
+        ReportDongle(*login, report, context);
         since = TickMs();
         limit = timeout_ms;
     }
 }
 
 bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* context) {
-    if (!cloud->initialized) {
-        Log(kLogTrace, "[%s] Not initialized", __func__);
-        return false;
-    }
+    if (!CheckInitialized(cloud->initialized, __func__)) return false;
     if (!config.useCloud || !cloud->running) return false;
     CloudLog("[Cloud] CloudUpdateDevices: waiting for link\r\n");
     const std::uint64_t link_limit_ms = std::uint64_t{4} * timeout_ms;
@@ -162,17 +153,14 @@ bool CloudUpdateDevices(std::uint32_t timeout_ms, ReportDevice report, void* con
         return false;
     }
     CloudLog("[Cloud] CloudUpdateDevices: scanning for devices\r\n");
-    SendIdentify();
+    SendIdentify(&cloud->queues);
     CollectLogins(timeout_ms, report, context);
     CloudLog("[Cloud] CloudUpdateDevices done\r\n");
     return true;
 }
 
 bool CloudAddressDevice(const std::uint8_t* mac) {
-    if (!cloud->initialized) {
-        Log(kLogTrace, "[%s] Not initialized", __func__);
-        return false;
-    }
+    if (!CheckInitialized(cloud->initialized, __func__)) return false;
     CloudLog("[Cloud] CloudAddressDevice\r\n");
     const LockGuard hold(cloud->address_lock);
     cloud->last_addressed = AddressFromMac(mac);

@@ -85,17 +85,16 @@ PacketPtr MakeNhs1(const HandshakeWork& work) {
     const auto& secret = work.shared_secret_1;
     if (!HkdfExtract({secret.data(), secret.size()}, &key) || !cipher.Set(key)) return nullptr;
 
-    PacketPtr packet = MakePacket(kTypeNhs1, sizeof(Nhs1Wire));
-    if (packet == nullptr) return nullptr;
-    std::uint8_t* bytes = packet->Bytes();
-    std::memcpy(bytes + offsetof(Nhs1Wire, ephemeral_key), work.ephemeral_key.data(), kPointSize);
+    Nhs1Wire fields{};
+    fields.type = kTypeNhs1;
+    std::memcpy(fields.ephemeral_key, work.ephemeral_key.data(), kPointSize);
     const AeadNonce zero{};  // the key is used once only
     const auto& plain = cloud_identity.devicePublicKey;
-    if (!cipher.Encrypt(zero, "ad:dev_pk", {plain.data(), plain.size()},
-                        bytes + offsetof(Nhs1Wire, static_key), bytes + offsetof(Nhs1Wire, tag))) {
+    if (!cipher.Encrypt(zero, "ad:dev_pk", {plain.data(), plain.size()}, fields.static_key,
+                        fields.tag)) {
         return nullptr;
     }
-    return packet;
+    return BuildPacket(fields);
 }
 
 bool SendNhs1(DeviceQueues* queues, const HandshakeWork& work) {
@@ -107,10 +106,10 @@ bool SendNhs1(DeviceQueues* queues, const HandshakeWork& work) {
 
 // --- the relay's message ---
 
-bool AgreeWithEphemeralKey(const Packet& nhs2, HandshakeWork* work) {
+bool AgreeWithEphemeralKey(const Nhs2Wire& nhs2, HandshakeWork* work) {
     EcPoint relay;
     EncodedPoint encoded;
-    std::memcpy(encoded.data(), nhs2.Bytes() + offsetof(Nhs2Wire, ephemeral_key), kPointSize);
+    std::memcpy(encoded.data(), nhs2.ephemeral_key, kPointSize);
     if (!ReadPublicKey(&work->group, encoded, &relay)) {
         return Fail("[CloudSec] [E] Failed to read server ephemeral public key\n");
     }
@@ -136,22 +135,21 @@ bool DeriveSessionKeys(HandshakeWork* work) {
 }
 
 // The welcome's text has no meaning. That it opens proves that the relay holds its static key.
-bool OpenWelcome(Packet* nhs2, SessionKeys* keys) {
-    const std::uint32_t size = nhs2->length - static_cast<std::uint32_t>(sizeof(Nhs2Wire));
-    if (size < kShortestWelcome) return Fail("[CloudSec] [E] enc_welcome too short\n");
-    std::uint8_t* welcome = nhs2->Bytes() + sizeof(Nhs2Wire);
-    const bool opened =
-        keys->rx_cipher.Set(keys->rxKey) &&
-        keys->rx_cipher.Decrypt(NonceFor(keys->nonceSalt, 0), "ad:welcome", {welcome, size},
-                                nhs2->Bytes() + offsetof(Nhs2Wire, tag), welcome);
+bool OpenWelcome(ByteView welcome, const Nhs2Wire& nhs2, SessionKeys* keys, std::uint8_t* text) {
+    if (welcome.size < kShortestWelcome) return Fail("[CloudSec] [E] enc_welcome too short\n");
+    const bool opened = keys->rx_cipher.Set(keys->rxKey) &&
+                        keys->rx_cipher.Decrypt(NonceFor(keys->nonceSalt, 0), "ad:welcome", welcome,
+                                                nhs2.tag, text);
     return opened || Fail("[CloudSec] [E] Failed to decrypt welcome message\n");
 }
 
-bool AcceptNhs2(Packet* nhs2, HandshakeWork* work) {
+bool AcceptNhs2(Packet* packet, HandshakeWork* work) {
+    const auto nhs2 = packet->Fields<Nhs2Wire>();
     // A message without room for a welcome may be too short for a key, too.
-    if (nhs2->length < sizeof(Nhs2Wire)) return Fail("[CloudSec] [E] enc_welcome too short\n");
+    if (!nhs2) return Fail("[CloudSec] [E] enc_welcome too short\n");
     return AgreeWithEphemeralKey(*nhs2, work) && DeriveSessionKeys(work) &&
-           OpenWelcome(nhs2, &work->keys);
+           OpenWelcome(packet->DataAfter<Nhs2Wire>(), *nhs2, &work->keys,
+                       packet->Bytes() + sizeof(Nhs2Wire));
 }
 
 bool ReceiveNhs2(DeviceQueues* queues, const std::atomic<bool>* abort, HandshakeWork* work) {

@@ -5,7 +5,6 @@
 #include "transport/cloud/secure_channel.h"
 #include "transport/cloud/secure_channel_answer.h"
 #include "transport/cloud/secure_channel_state.h"
-#include "transport/cloud/secure_channel_wire.h"
 
 namespace tarvik {
 namespace {
@@ -24,21 +23,22 @@ const char* StatusName(std::uint32_t status) {
 }
 
 PacketPtr MakeDevi() {
-    PacketPtr packet = MakePacket(kTypeDevi, sizeof(DeviWire));
-    if (packet == nullptr) return nullptr;
+    DeviceIdentityWire fields{};
+    fields.type = kTypeDevi;
+    static_assert(sizeof fields.public_key == kPointSize);
     const EncodedPoint& key = cloud_identity.devicePublicKey;
     // The short id is the start of X, which follows the byte for the encoding.
     if (cloud_identity.identityLoaded) {
-        std::memcpy(packet->Bytes() + offsetof(DeviWire, short_id), &key[1], kShortIdSize);
+        std::memcpy(fields.short_id, &key[1], sizeof fields.short_id);
     }
-    std::memcpy(packet->Bytes() + offsetof(DeviWire, public_key), key.data(), key.size());
-    return packet;
+    std::memcpy(fields.public_key, key.data(), key.size());
+    return BuildPacket(fields);
 }
 
 void SendDevi(DeviceQueues* queues) {
     PacketPtr packet = MakeDevi();
     if (packet == nullptr) return;  // out of memory: no answer will come
-    const std::uint8_t* id = packet->Bytes() + offsetof(DeviWire, short_id);
+    const std::uint8_t* id = packet->Bytes() + offsetof(DeviceIdentityWire, short_id);
     CloudLog("[CloudSec] [I] Sending device identification: UUID=%02X:%02X:%02X:%02X:%02X:%02X\n",
              id[0], id[1], id[2], id[3], id[4], id[5]);
     EnqueueTransmitPacket(queues, packet);
@@ -49,19 +49,20 @@ void SendDevi(DeviceQueues* queues) {
 bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status, const std::atomic<bool>* abort) {
     static constexpr ExpectedAnswer kDeva = {
         .type = kTypeDeva,
-        .shortest = sizeof(DevaWire),
+        .shortest = sizeof(DeviceIdentityAckWire),
         .missing = "[CloudSec] [E] Failed to read ident ack\n",
         .unexpected = "Unexpected ident ack type",
     };
     SendDevi(queues);
     const PacketPtr packet = WaitForAnswer(queues, kDeva, abort);
     if (packet == nullptr) return false;
-    *status = packet->U32(offsetof(DevaWire, status));
+    const auto fields = packet->Fields<DeviceIdentityAckWire>();
+    *status = fields->status;
     CloudLog(
         "[CloudSec] [I] Device identification acknowledged: status=%lu (%s), "
         "capabilities=0x%08lx\n",
         static_cast<unsigned long>(*status), StatusName(*status),
-        static_cast<unsigned long>(packet->U32(offsetof(DevaWire, capabilities))));
+        static_cast<unsigned long>(fields->capabilities));
     return true;
 }
 
