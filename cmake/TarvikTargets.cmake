@@ -14,8 +14,9 @@ set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
-set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g -fno-omit-frame-pointer")
-set(CMAKE_C_FLAGS_DEBUG "-O1 -g -fno-omit-frame-pointer")
+# What a sanitizer's report shows: functions, files and lines.
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1 -fno-omit-frame-pointer")
+set(CMAKE_C_FLAGS_DEBUG "-O1 -g1 -fno-omit-frame-pointer")
 
 # The library and the tools land beside one another at the top of the build folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
@@ -41,16 +42,27 @@ endif()
 add_compile_options(${TARVIK_SANITIZER_FLAGS})
 add_link_options(${TARVIK_SANITIZER_FLAGS})
 
-# Most of a build is the compiling of the same headers once more for each file of tests and tools.
-# That each file includes what it uses is seen by clang-tidy, which reads them one by one.
-option(TARVIK_UNITY "compile the files of a test or tool together" OFF)
+# Most of a build is spent compiling the same headers again and again. The presets that run tests
+# therefore compile the files of a test or tool together and precompile the headers of others. That
+# each file includes what it uses is checked by the lint preset, which compiles without this option.
+option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache if it is there" OFF)
 
-# tarvik_unity(TARGET files): so many files of the target at once; 0 is all.
+if(TARVIK_FAST_BUILD AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+    find_program(CCACHE_PROGRAM ccache)
+    if(CCACHE_PROGRAM)
+        # Precompiled headers need these two liberties.
+        set(launcher "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${CCACHE_PROGRAM}")
+        set(CMAKE_C_COMPILER_LAUNCHER "${launcher}")
+        set(CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
+    endif()
+endif()
+
+# tarvik_unity(TARGET files): how many files of the target are compiled together; 0 is all.
 function(tarvik_unity target files)
-    if(TARVIK_UNITY)
+    if(TARVIK_FAST_BUILD)
         set_target_properties(${target} PROPERTIES
             UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${files})
-        # Said of every fixture in an unnamed namespace, as the file with it is no longer the main one.
+        # Reported for every fixture in an unnamed namespace, whose file is no longer the main one.
         target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
     endif()
 endfunction()
@@ -67,6 +79,92 @@ function(tarvik_target_defaults target)
     endif()
 endfunction()
 
+# All files of programs, and of the libraries that only programs link, are compiled alike, since a
+# precompiled header serves only one set of such options. Some dependencies ask for -pthread.
+function(_tarvik_program_code target)
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    if(NOT WIN32)
+        target_compile_options(${target} PRIVATE -fPIE -pthread)
+    endif()
+    if("${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
+        target_compile_options(${target} PRIVATE -fpch-preprocess)  # ccache needs it
+    endif()
+endfunction()
+
+# The target TARVIK_PRECOMPILED_HEADER has cmake/precompiled/HEADER.h, for others to use. OPTIONS
+# are compile options.
+function(_tarvik_precompile header)
+    cmake_parse_arguments(ARG "" "" "OPTIONS;LIBRARIES" ${ARGN})
+    set(target tarvik_precompiled_${header})
+    set(folder "${PROJECT_SOURCE_DIR}/cmake/precompiled")
+    file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/precompiled/${header}.cpp" CONTENT "")
+    add_library(${target} OBJECT EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/precompiled/${header}.cpp")
+    tarvik_target_defaults(${target})
+    _tarvik_program_code(${target})
+    target_compile_options(${target} PRIVATE ${ARG_OPTIONS})
+    target_link_libraries(${target} PRIVATE Threads::Threads ${ARG_LIBRARIES})
+    target_precompile_headers(${target} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${folder}/${header}.h>")
+endfunction()
+
+# tarvik_precompiled_headers(): makes them, once the dependencies are known.
+macro(tarvik_precompiled_headers)
+    if(TARVIK_FAST_BUILD)
+        add_library(tarvik_json STATIC "${PROJECT_SOURCE_DIR}/cmake/precompiled/json.cpp")
+        tarvik_target_defaults(tarvik_json)
+        _tarvik_program_code(tarvik_json)
+        target_compile_options(tarvik_json PRIVATE ${TARVIK_TOOL_OPTIONS})
+        target_link_libraries(tarvik_json PUBLIC tarvik::nlohmann_json)
+
+        _tarvik_precompile(json OPTIONS ${TARVIK_TOOL_OPTIONS} LIBRARIES tarvik_json)
+        _tarvik_precompile(command_line OPTIONS -O0 LIBRARIES tarvik_json tarvik::cli11)
+        _tarvik_precompile(tests OPTIONS -O0 LIBRARIES tarvik_json tarvik::gtest)
+    endif()
+endmacro()
+
+# _tarvik_use_precompiled(TARGET HEADER): for targets with _tarvik_program_code. Not for those with
+# files in C.
+function(_tarvik_use_precompiled target header)
+    get_target_property(sources ${target} SOURCES)
+    if(TARVIK_FAST_BUILD AND NOT "${sources}" MATCHES "\\.c(;|$)")
+        target_precompile_headers(${target} REUSE_FROM tarvik_precompiled_${header})
+        target_link_libraries(${target} PRIVATE tarvik_json Threads::Threads)
+    endif()
+endfunction()
+
+# What the sanitizers look for is found without optimisation, which is half of the time to compile.
+if(TARVIK_SANITIZER STREQUAL "")
+    set(TARVIK_TOOL_OPTIONS "")
+else()
+    set(TARVIK_TOOL_OPTIONS -O0)
+endif()
+
+# tarvik_tool_defaults(TARGET files): the same for programs, and for libraries of which they are
+# made; so many files are compiled together.
+function(tarvik_tool_defaults target files)
+    tarvik_target_defaults(${target})
+    target_compile_options(${target} PRIVATE ${TARVIK_TOOL_OPTIONS})
+    tarvik_unity(${target} ${files})
+    _tarvik_program_code(${target})
+    _tarvik_use_precompiled(${target} json)
+endfunction()
+
+# tarvik_command_line(TARGET file...): adds the files that describe the target's command line. They
+# are not optimised: they run once, and their library takes longest of all to compile.
+function(tarvik_command_line target)
+    set(part ${target}_command_line)
+    add_library(${part} OBJECT ${ARGN})
+    tarvik_target_defaults(${part})
+    target_compile_options(${part} PRIVATE -O0)
+    tarvik_unity(${part} 0)
+    _tarvik_program_code(${part})
+    _tarvik_use_precompiled(${part} command_line)
+    target_link_libraries(${part} PRIVATE tarvik::cli11 tarvik::nlohmann_json)
+    set_target_properties(${part} PROPERTIES
+        INCLUDE_DIRECTORIES "$<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>")
+    target_compile_definitions(${part} PRIVATE $<TARGET_PROPERTY:${target},COMPILE_DEFINITIONS>)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:${part}>)
+endfunction()
+
 # tarvik_test_defaults(TARGET): the same for code of the tests. It is not optimised: compiling it is
 # most of a build, and it is the library that has to be fast.
 function(tarvik_test_defaults target)
@@ -74,4 +172,11 @@ function(tarvik_test_defaults target)
     target_compile_options(${target} PRIVATE -O0)
     tarvik_unity(${target} 0)
     target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE" OR type STREQUAL "STATIC_LIBRARY")
+        _tarvik_program_code(${target})
+        _tarvik_use_precompiled(${target} tests)
+        # A program that exports names to what it loads is told by no definition of that.
+        set_target_properties(${target} PROPERTIES DEFINE_SYMBOL "")
+    endif()
 endfunction()

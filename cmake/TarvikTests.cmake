@@ -1,50 +1,54 @@
-# Registration of tests. Every test program writes its results as XML below
-# <build folder>/results, from which scripts/test.sh counts test cases.
-
-include(GoogleTest)
+# Registration of tests. Every test program is one ctest test: under Wine each start costs seconds,
+# under a sanitizer a tenth of one, and there are two thousand cases. It writes its results as XML
+# below <build folder>/results, from which scripts/test.sh counts test cases. docs/testing.md shows
+# how to add a test.
 
 set(TARVIK_RESULTS_DIR "${CMAKE_BINARY_DIR}/results")
 if(WIN32)
     set(TARVIK_RESULTS_DIR "Z:${TARVIK_RESULTS_DIR}")  # the drive that Wine gives the root folder
 endif()
 
-# Simulator, launchers and mocked devices are Linux programs of their own; the Windows build and the
-# sanitizers' builds use those of the Linux release build.
+# Simulators, launchers and mocked devices are Linux programs. The Windows build and the sanitizer
+# builds use those of the Linux release build.
 if(WIN32 OR NOT TARVIK_SANITIZER STREQUAL "")
     set(TARVIK_HOST_TOOLS_DIR "${PROJECT_SOURCE_DIR}/build/linux-release")
 else()
     set(TARVIK_HOST_TOOLS_DIR "${CMAKE_BINARY_DIR}")
 endif()
 
-# The mocked USB device is preloaded, hence before the sanitizer's runtime; it replaces nothing that
+# The mocked USB device is preloaded and so precedes the sanitizer's runtime. It replaces nothing that
 # the sanitizer watches.
 set(TARVIK_TEST_ENVIRONMENT
     "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:verify_asan_link_order=0"
     "UBSAN_OPTIONS=print_stacktrace=1"
     "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/thread_sanitizer.supp")
 
-# One ctest test for the whole program: under Wine each start costs seconds, and a conformance
-# program starts its simulator once.
-function(_tarvik_add_whole_program name labels timeout)
-    cmake_parse_arguments(ARG "" "" "LAUNCHER;ENVIRONMENT" ${ARGN})
-    if(ARG_LAUNCHER)
-        add_test(NAME ${name}
-            COMMAND ${ARG_LAUNCHER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
-    else()
-        add_test(NAME ${name} COMMAND ${name})
+# tarvik_register_test(NAME LABELS label... [LAUNCHER command...] [TIMEOUT seconds]
+#                      [ENVIRONMENT variable=value...])
+# Registers an executable of that name with GoogleTest's main. LAUNCHER precedes the command.
+# Those with the label unit or quick, and what they need, are built by the target check_programs.
+add_custom_target(check_programs)
+function(tarvik_register_test name)
+    cmake_parse_arguments(ARG "" "TIMEOUT" "LABELS;LAUNCHER;ENVIRONMENT" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 600)
     endif()
-    # Before ctest ends it without a word, the launcher of Windows programs tells what it waits for.
-    math(EXPR run_limit "${timeout} * 4 / 5")
+    add_test(NAME ${name}
+        COMMAND ${ARG_LAUNCHER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
+    if(ARG_LABELS MATCHES "unit|quick")
+        add_dependencies(check_programs ${name})
+    endif()
+    # Before ctest kills it, scripts/run-wine.sh ends the program and reports what it waits for.
+    math(EXPR run_limit "${ARG_TIMEOUT} * 4 / 5")
     set_tests_properties(${name} PROPERTIES
-        LABELS "${labels}"
-        TIMEOUT ${timeout}
+        LABELS "${ARG_LABELS}"
+        TIMEOUT ${ARG_TIMEOUT}
         ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;TARVIK_RUN_LIMIT=${run_limit};${ARG_ENVIRONMENT}")
 endfunction()
 
 # tarvik_add_unit_test(NAME SOURCES file... [FAULTS name...] [LIBRARIES lib...]
 #                      [LAUNCHER command...] [TIMEOUT seconds] [SLOW])
-# Tests of internals: linked with the whole of src/. On Linux each case is a ctest test of its own,
-# unless LAUNCHER is to be put before the program. FAULTS names files tests/unit/faults/NAME_fault.cpp:
+# Tests of internals: linked with all of src/. FAULTS names files tests/unit/faults/NAME_fault.cpp:
 # each replaces one function of the library, together with the rest of the source that defines it.
 function(tarvik_add_unit_test name)
     cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;FAULTS;LIBRARIES;LAUNCHER" ${ARGN})
@@ -56,9 +60,6 @@ function(tarvik_add_unit_test name)
     if(ARG_SLOW)
         list(APPEND labels slow)
     endif()
-    if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 120)
-    endif()
 
     add_executable(${name} ${ARG_SOURCES} ${faults})
     tarvik_test_defaults(${name})
@@ -68,31 +69,22 @@ function(tarvik_add_unit_test name)
     endif()
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
-
-    if(WIN32 OR ARG_LAUNCHER)
-        _tarvik_add_whole_program(${name} "${labels}" 600 LAUNCHER ${ARG_LAUNCHER})
-        return()
-    endif()
-    gtest_discover_tests(${name}
-        TEST_PREFIX "${name}."
-        DISCOVERY_TIMEOUT 60
-        XML_OUTPUT_DIR "${TARVIK_RESULTS_DIR}/"
-        PROPERTIES LABELS "${labels}" TIMEOUT ${ARG_TIMEOUT}
-            ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT}")
+    tarvik_register_test(${name} LABELS ${labels} LAUNCHER ${ARG_LAUNCHER} TIMEOUT ${ARG_TIMEOUT})
 endfunction()
 
 # tarvik_add_conformance_test(NAME SOURCES file... [LIBRARIES lib...] [LAUNCHER command...]
-#                             [TIMEOUT seconds] [SLOW])
+#                             [TIMEOUT seconds] [SLOW] [QUICK])
 # Tests of the shared library from outside. They find it by TARVIK_DPDU_LIBRARY and the simulator
-# by TARVIK_DPDU_SIMULATOR in their environment. LAUNCHER is put before the program.
+# by TARVIK_DPDU_SIMULATOR in their environment. LAUNCHER precedes the command. QUICK: a matter of
+# seconds, so `make check` runs it too.
 function(tarvik_add_conformance_test name)
-    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;LIBRARIES;LAUNCHER" ${ARGN})
+    cmake_parse_arguments(ARG "SLOW;QUICK" "TIMEOUT" "SOURCES;LIBRARIES;LAUNCHER" ${ARGN})
     set(labels conformance)
     if(ARG_SLOW)
         list(APPEND labels slow)
     endif()
-    if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 600)
+    if(ARG_QUICK)
+        list(APPEND labels quick)
     endif()
 
     add_executable(${name} ${ARG_SOURCES})
@@ -103,15 +95,17 @@ function(tarvik_add_conformance_test name)
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/conformance")
     add_dependencies(${name} tarvik_dpdu)
 
-    _tarvik_add_whole_program(${name} "${labels}" ${ARG_TIMEOUT}
+    tarvik_register_test(${name}
+        LABELS ${labels}
         LAUNCHER ${ARG_LAUNCHER}
+        TIMEOUT ${ARG_TIMEOUT}
         ENVIRONMENT
             "TARVIK_DPDU_LIBRARY=$<TARGET_FILE:tarvik_dpdu>"
             "TARVIK_DPDU_SIMULATOR=${TARVIK_HOST_TOOLS_DIR}/brennix-sim")
 endfunction()
 
 # tarvik_add_fuzz_target(NAME SOURCES file... [DICTIONARY file] [CORPUS folder])
-# scripts/fuzz.sh runs every program of <build folder>/tests/fuzz, with NAME.dict and the folder
+# scripts/fuzz.sh runs every program in <build folder>/tests/fuzz with NAME.dict and the folder
 # NAME.corpus beside it.
 function(tarvik_add_fuzz_target name)
     cmake_parse_arguments(ARG "" "DICTIONARY;CORPUS" "SOURCES" ${ARGN})

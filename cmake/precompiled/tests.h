@@ -1,0 +1,10 @@
+#pragma once
+
+// Precompiled for tests.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "json.h"
