@@ -1,6 +1,7 @@
-# The short way in. Every target installs and builds first what it needs.
+# Every target installs and builds what it needs.
 
-.PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows test stress bench fuzz lint clean
+.PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows check test soak stress \
+	bench fuzz lint clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
@@ -8,17 +9,19 @@ windows_products = BUILD_TARGETS="tarvik_dpdu dpdu wine_port" scripts/build.sh w
 
 help:
 	@echo "make build         library and tools for Linux and Windows"
-	@echo "make demo          three control units asked through a simulated dongle"
-	@echo "make demo-cloud    the dongle behind a relay, over TCP and TLS; the relay is lost and comes back"
+	@echo "make demo          ask three control units through a simulated dongle"
 	@echo "make demo-windows  the same with the DLL, under Wine"
-	@echo "make demo-ble      a dongle that is reached by Bluetooth LE, without a radio"
+	@echo "make demo-cloud    a dongle behind a relay, over TCP and TLS; the relay goes away and returns"
+	@echo "make demo-ble      a dongle on Bluetooth LE, without a radio"
 	@echo "make demo-ble-windows  the same with the DLL, under Wine"
-	@echo "make test          every test on both systems, and under the sanitizers"
+	@echo "make check         after an edit: unit tests and quick conformance tests on Linux"
+	@echo "make test          all tests, on both systems and under the sanitizers"
+	@echo "make soak          all tests, SOAK_ROUNDS (5) times, with processors taken away at random"
 	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make lint          format and clang-tidy"
-	@echo "make clean         remove what was built, but keep build/deps"
+	@echo "make clean         remove what was built, except build/deps"
 
 build:
 	@scripts/setup.sh linux windows
@@ -54,9 +57,17 @@ demo-windows:
 	@$(windows_products)
 	@scripts/demo.sh windows
 
+check:
+	@scripts/setup.sh linux
+	@scripts/check.sh
+
 test:
 	@scripts/setup.sh linux windows
 	@scripts/test.sh
+
+soak:
+	@scripts/setup.sh linux windows
+	@scripts/soak.sh $(or $(SOAK_ROUNDS),5)
 
 stress:
 	@scripts/setup.sh linux
