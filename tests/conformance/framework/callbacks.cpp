@@ -40,7 +40,7 @@ constexpr std::array<CALLBACKFNC, 4> kFunctions = {Callback<0>, Callback<1>, Cal
 CallbackSpy::CallbackSpy() {
     const std::lock_guard hold(lock);
     for (slot_ = 0; slots[slot_].taken;) {
-        if (++slot_ == slots.size()) std::abort();  // more at once than there are
+        if (++slot_ == slots.size()) std::abort();  // more at once than slots
     }
     slots[slot_] = {true, {}, nullptr};
 }

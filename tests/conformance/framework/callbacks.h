@@ -16,25 +16,25 @@ struct CallbackCall {
     void* api_tag;
 };
 
-// A callback that notes its calls. There are four, since a callback is told apart from another by
-// its address alone; each belongs to one instance at a time.
+// A callback that records its calls. There are four, because only the address distinguishes
+// callbacks; each belongs to one instance at a time.
 class CallbackSpy {
 public:
     CallbackSpy();
-    // Not registered any more: the test deregisters before, or the link is gone.
+    // It is no longer registered: the test has deregistered it, or the link is gone.
     ~CallbackSpy();
     CallbackSpy(const CallbackSpy&) = delete;
     CallbackSpy& operator=(const CallbackSpy&) = delete;
 
     CALLBACKFNC Function() const;
 
-    // Runs inside each call, on the library's thread, after the call is noted. Set before the
-    // callback is registered.
+    // Runs inside each call, on the library's thread, after the call is recorded. Set it before
+    // registering the callback.
     void OnCall(std::function<void(const CallbackCall&)> action);
 
     std::vector<CallbackCall> Calls() const;
     std::size_t Count() const { return Calls().size(); }
-    // False: that many did not come.
+    // False: fewer came in time.
     bool WaitForCalls(std::size_t count) const;
 
 private:

@@ -9,7 +9,7 @@
 
 namespace conformance {
 
-// The library is loaded and not constructed; it is destructed at the end if need be, and its
+// The library is loaded, not constructed. At the end it is destructed if necessary, and its
 // callbacks are deregistered.
 class LoadedLibrary : public testing::Test {
 protected:
@@ -33,8 +33,8 @@ protected:
     }
 };
 
-// The simulated dongle is plugged in and found on the serial port, with the trace off. The dongle
-// looks strictly at what it receives; tests that make the library misbehave say so.
+// The simulated dongle is plugged in and found on its serial port; the trace is off. The dongle
+// checks what it receives strictly; tests that make the library misbehave switch that off.
 class SerialDongle : public testing::Test {
 protected:
     void SetUp() override {
@@ -51,7 +51,7 @@ protected:
 
     virtual Settings FirstSettings() const { return {.useSerial = true}; }
 
-    // Once more, or with other settings: after a PDUDestruct.
+    // Again, also with other settings, after a PDUDestruct.
     void Construct(const Settings& settings, void* tag = nullptr) {
         Pdu();
         settings.Store();
@@ -64,8 +64,8 @@ protected:
     UNUM32 hMod = PDU_HANDLE_UNDEF;
 };
 
-// For tests that would write a log of many megabytes. The log file stays open once it is, so they
-// have a program without other tests.
+// For tests that would write a log of many megabytes. A log file once opened stays open, so these
+// tests have a program of their own.
 class SerialDongleWithoutLog : public SerialDongle {
 protected:
     Settings FirstSettings() const override {

@@ -21,7 +21,7 @@ ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& varia
     static std::atomic<int> runs{0};
     Variables all = variables;
     all.emplace_back(kProcessFor, test);
-    all.emplace_back("GTEST_OUTPUT", "");  // the results file is this process's
+    all.emplace_back("GTEST_OUTPUT", "");  // the results file belongs to this process
     const std::string file = JoinPath(PrivateFolder(), "output" + std::to_string(++runs) + ".txt");
     const int code = RunProgramAgain({"--gtest_filter=" + test}, all, file);
     return {code, ReadFile(file)};
@@ -35,7 +35,7 @@ std::vector<ProgramRun> RunTestInProcesses(const std::string& test, std::size_t 
             run = RunTestInFreshProcess(test, {{kProcessNumber, std::to_string(i)}});
         }));
     }
-    threads.clear();  // waits for their ends
+    threads.clear();  // joins them
     return runs;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Tests that need a process for themselves: they set the environment, put files beside the library,
-// unload it, or leave it in a state that later tests would suffer from.
+// Tests that need a process of their own: they change the environment, put files beside the
+// library, unload it, or leave it in a state that would disturb later tests.
 
 #include <gtest/gtest.h>
 
@@ -18,15 +18,14 @@ struct ProgramRun {
     std::string output;  // standard output and error
 };
 
-// Runs one test of this program in a process of its own. Any thread.
+// Runs one test of this program in a process of its own. Callable on any thread.
 ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& variables = {});
 
-// Runs it in `count` processes at once. Each has a number, from 0, for which it asks by
-// ProcessNumber.
+// Runs it in `count` processes at once. ProcessNumber returns the number of each, from 0.
 std::vector<ProgramRun> RunTestInProcesses(const std::string& test, std::size_t count);
 std::size_t ProcessNumber();
 
-// "suite.test", of the one that is running.
+// "suite.test" of the running test.
 std::string RunningTest();
 
 // True in a process that was started for `test`.
@@ -34,7 +33,7 @@ bool IsProcessFor(const std::string& test);
 
 }  // namespace conformance
 
-// The body runs in a process of its own; what it expects counts for this test.
+// The body runs in a process of its own; its expectations count for this test.
 #define FRESH_PROCESS_TEST(suite, name)                                        \
     static void suite##_##name##_Body();                                       \
     TEST(suite, name) {                                                        \

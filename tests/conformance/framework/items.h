@@ -1,6 +1,6 @@
 #pragma once
 
-// Items that the library handed out, given back at the end of a scope.
+// Items from the library, returned to it at the end of a scope.
 
 #include <memory>
 #include <mutex>
@@ -19,8 +19,8 @@ struct DestroyItem {
 template <typename Item>
 using ItemPtr = std::unique_ptr<Item, DestroyItem>;
 
-// What PDUIoCtl hands out stays allocated until the process ends. The leak checker, which looks
-// after everything else has gone, has to see that somebody still knows it.
+// What PDUIoCtl returns stays allocated until the process ends. The leak checker, which runs after
+// everything else is gone, must find a reference to it.
 inline PDU_DATA_ITEM* KeepForGood(PDU_DATA_ITEM* output) {
     static std::mutex lock;
     static auto* const kept = new std::vector<PDU_DATA_ITEM*>;
@@ -29,7 +29,7 @@ inline PDU_DATA_ITEM* KeepForGood(PDU_DATA_ITEM* output) {
     return output;
 }
 
-// The next event of a queue; empty when there is none.
+// The next event of a queue; empty if there is none.
 inline ItemPtr<PDU_EVENT_ITEM> NextEvent(UNUM32 hMod, UNUM32 hCLL) {
     PDU_EVENT_ITEM* item = nullptr;
     Pdu().PDUGetEventItem(hMod, hCLL, &item);

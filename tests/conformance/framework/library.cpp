@@ -11,7 +11,7 @@ namespace {
 
 void* loaded = nullptr;
 
-// The name of the function that is missing, or null.
+// The name of a missing function, or null.
 const char* FindAll(void* library, Functions* functions) {
 #define CONFORMANCE_FIND(name)                                                   \
     functions->name = reinterpret_cast<name##_Fn>(FindFunction(library, #name)); \
@@ -27,7 +27,7 @@ const char* FindAll(void* library, Functions* functions) {
 }
 
 Functions LoadForAllTests() {
-    PrivateFolder();  // the library must not see the user's own files
+    PrivateFolder();  // the library must not see the user's files
     std::string error;
     loaded = LoadLibraryFile(LibraryPath(), &error);
     if (loaded == nullptr) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The library under test: its exported functions, found by name at run time.
+// The library under test: its exported functions, looked up by name at run time.
 
 #include <string>
 
@@ -8,7 +8,7 @@
 
 namespace conformance {
 
-// One a line: the formatter makes a staircase of it.
+// One a line; clang-format would indent each further than the last.
 // clang-format off
 #define CONFORMANCE_FUNCTIONS(X) \
     X(PDUConstruct) \
@@ -48,8 +48,8 @@ struct Functions {
 #undef CONFORMANCE_MEMBER
 };
 
-// The functions of the library under test, which the first call loads and which then stays loaded.
-// Ends the process when that fails: no test could run.
+// The functions of the library under test. The first call loads it, and it stays loaded. Ends the
+// process if that fails, because no test could run.
 const Functions& Pdu();
 
 // Null before the first call of Pdu().

@@ -15,7 +15,7 @@
 namespace conformance {
 
 static constexpr std::chrono::seconds kReplugAfter{4};
-// The library looks for ports every 100 ms, and forgets one only when it finds it missing.
+// The library looks for ports every 100 ms, and forgets a port only if it is missing then.
 static constexpr std::chrono::milliseconds kPulledOut{500};
 
 static void PullOutAndPutBack(int dongle) {

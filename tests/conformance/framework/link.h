@@ -1,6 +1,6 @@
 #pragma once
 
-// A logical link as tests use it, and the events that its requests produce.
+// A logical link for tests, and the events that its requests produce.
 
 #include <cstdint>
 #include <functional>
@@ -11,15 +11,15 @@
 
 namespace conformance {
 
-// Like Eventually, for what needs the port of a dongle to be connected. A busy machine may miss the
-// 300 ms in which a port must answer, and such a port is left alone until it comes back: the dongle
-// is pulled out and put back now and then, as a user would.
+// Like Eventually, for conditions that need a connected dongle. On a busy machine a port may miss
+// the 300 ms in which it must answer, and the library then ignores it until it comes back. So the
+// dongle is pulled out and plugged in again now and then, as a user would.
 bool EventuallyConnected(const std::function<bool()>& happened, int dongle = 0);
 
-// The first module that a scan finds, with patience; fails the test when there is none.
+// The first module that a scan finds; waits for one, and fails the test if none appears.
 UNUM32 FindModule();
 
-// The resource data of UDS on CAN, the ids asked from the library.
+// The resource data of UDS on CAN, with the ids from the library.
 PDU_RSC_DATA CanResource();
 
 struct Result {
@@ -37,12 +37,13 @@ struct Outcome {
     std::vector<UNUM32> errors;
     std::vector<Result> results;
 
-    // The last state, 0 when there was none.
+    // The last state, 0 if there was none.
     UNUM32 FinalState() const { return states.empty() ? 0 : states.back(); }
     bool IsFinal() const {
         return FinalState() == PDU_COPST_FINISHED || FinalState() == PDU_COPST_CANCELLED;
     }
-    // An event of this ComPrimitive; fails the test when it is of a kind that has none.
+    // Adds an event of this ComPrimitive; fails the test if a ComPrimitive has no events of that
+    // kind.
     void Add(const PDU_EVENT_ITEM& event);
 };
 
@@ -64,7 +65,7 @@ public:
     ControlData(const ControlData&) = delete;
     ControlData& operator=(const ControlData&) = delete;
     PDU_COP_CTRL_DATA* Data() { return &data_; }
-    // What the TxFlag says of the frame that a raw link sends.
+    // What the TxFlag says about the frame that a raw link sends.
     ControlData& Extended() {
         tx_flag_[2] = 1;
         return *this;
@@ -77,7 +78,7 @@ private:
     PDU_COP_CTRL_DATA data_{};
 };
 
-// Created at once, destroyed at the end of its scope unless that happened before.
+// Created by the constructor, destroyed at the end of the scope unless it already is.
 class Link {
 public:
     // UDS on CAN; `create_flag` is the first byte of the creation flag.
@@ -96,20 +97,20 @@ public:
     // The ids of one control unit, through a unique response table of one entry.
     void Address(UNUM32 request_id, UNUM32 response_id);
 
-    // PDU_HANDLE_UNDEF: the library refused it, which fails the test.
+    // PDU_HANDLE_UNDEF if the library refused it, which fails the test.
     UNUM32 Start(UNUM32 type, const std::vector<UNUM8>& data = {},
                  PDU_COP_CTRL_DATA* control = nullptr, void* tag = nullptr);
-    // Takes events until the ComPrimitive is finished or cancelled; fails the test when that does
-    // not come. Events of other ComPrimitives and of the link itself are dropped.
+    // Takes events until the ComPrimitive is finished or cancelled; fails the test if that does not
+    // happen. Events of other ComPrimitives and of the link itself are dropped.
     Outcome WaitFor(UNUM32 hCoP);
     // Start and WaitFor of a SENDRECV that expects anything.
     Outcome Request(const std::vector<UNUM8>& data,
                     const std::vector<Expected>& expected = AnyResponse());
 
     void DropEvents();
-    // Returns when the link's worker is done with all that was started before, callbacks included;
-    // an event alone does not tell, as its callback comes behind it. Runs a ComPrimitive of its
-    // own.
+    // Returns when the link's worker has finished everything that was started before, including
+    // callbacks. An event alone does not show that, because its callback follows it. Runs a
+    // ComPrimitive of its own.
     void Settle();
 
 private:

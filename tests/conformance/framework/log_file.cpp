@@ -67,7 +67,7 @@ std::string LogCapture::MissingOf(const std::vector<std::string>& patterns) cons
 
 bool Matches(const std::string& text, const std::string& pattern) {
     std::size_t at = 0;
-    std::size_t star = std::string::npos;  // the last one passed, and what it stood for ends here
+    std::size_t star = std::string::npos;  // the last one passed, and the end of what it matched
     std::size_t star_end = 0;
     std::size_t want = 0;
     while (at < text.size()) {
@@ -105,7 +105,7 @@ const std::string& StdoutCapture::Text() {
     RestoreStdout(saved_);
     saved_ = -1;
     text_ = ReadFile(file_);
-    // The failure's own text went there, too.
+    // The text of the failure went there too.
     if (testing::Test::HasFailure()) std::fputs(EndOf(text_), stdout);
     return text_;
 }

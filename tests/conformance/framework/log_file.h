@@ -1,6 +1,6 @@
 #pragma once
 
-// The debug log of this process, the console and the debugger output, as tests look at them.
+// The debug log of this process, its console and its debugger output.
 
 #include <cstddef>
 #include <string>
@@ -17,15 +17,15 @@ public:
 
     // The messages without their time prefix.
     std::vector<std::string> Lines() const;
-    // Those of one function: the ones that begin with its name in brackets.
+    // Those of one function: they begin with its name in brackets.
     std::vector<std::string> LinesOf(const std::string& function) const;
     std::size_t Count(const std::string& message) const;
     bool Has(const std::string& message) const { return Count(message) > 0; }
-    // The number of messages that match a pattern, in which each * stands for any text.
+    // The number of messages that match a pattern. Each * matches any text.
     std::size_t CountLike(const std::string& pattern) const;
     bool HasLike(const std::string& pattern) const { return CountLike(pattern) > 0; }
-    // These messages (patterns as above) are there in this order, others may stand between them.
-    // Empty when they are, else the first one that is missing.
+    // Looks for these messages (patterns as above) in this order, with or without others between
+    // them. Returns the first one that is missing, or an empty text.
     std::string MissingOf(const std::vector<std::string>& patterns) const;
     std::string Text() const;  // with the time prefixes
 
@@ -33,10 +33,11 @@ private:
     std::size_t start_;
 };
 
-// True when `text` matches `pattern`, in which each * stands for any text.
+// True if `text` matches `pattern`. Each * matches any text.
 bool Matches(const std::string& text, const std::string& pattern);
 
-// What is printed on standard output until Text() is called, after the printing threads are done.
+// What is printed on standard output until Text() is called, which must be after the printing
+// threads have finished.
 class StdoutCapture {
 public:
     StdoutCapture();
@@ -46,7 +47,7 @@ public:
 
     const std::string& Text();
     bool Has(const std::string& part) { return Text().find(part) != std::string::npos; }
-    // Only the lines that begin so: the transports print beside each other.
+    // Only the lines that begin with it, because several transports print at the same time.
     std::string LinesWith(const std::string& beginning);
 
 private:

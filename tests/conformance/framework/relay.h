@@ -1,6 +1,6 @@
 #pragma once
 
-// The relay that this program was started with, through its control channel.
+// The relay of this program, through its control channel.
 
 #include <string>
 
@@ -8,13 +8,13 @@
 
 namespace conformance {
 
-// Counts, waits and violations are about the packets of its clients, that is of the library:
+// Counts, waits and violations concern the packets of its clients, that is, of the library:
 // WaitFor(1, "in LOGN").
 class Relay : public Simulator {
 public:
     Relay() : Simulator("BRENNIX_RELAY_CONTROL") {}
 
-    // What belongs into the configuration; empty when the program runs without a relay.
+    // Values for the configuration; empty if the program runs without a relay.
     static std::string PublicKey();         // serverPublicKey
     static std::string TcpAddress();        // serverAddress
     static std::string WebSocketAddress();  // websocketAddress
@@ -24,7 +24,7 @@ public:
 
     // Adds faults: "once NHS2 flip 800".
     void Fault(const std::string& rules) { Command("fault " + rules); }
-    // Takes connections, or refuses them.
+    // Accepts connections, or refuses them.
     void Listen(bool on) { Command(on ? "listen on" : "listen off"); }
     void KillConnections() { Command("kill"); }
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-// A link for requests in large numbers: the library's callback wakes the thread that waits for the
+// A link for large numbers of requests: the library's callback wakes the thread that waits for the
 // answer.
 
 #include <condition_variable>
@@ -18,12 +18,12 @@ public:
     Requester(UNUM32 hMod, UniqueTable& table);
     // To one control unit.
     Requester(UNUM32 hMod, UNUM32 request_id, UNUM32 response_id);
-    // The library is destructed before: until then it may call back.
+    // The library must have been destructed: until then it may call back.
     ~Requester() = default;
 
     Link& link() { return link_; }
 
-    // One request to its end; not final when that does not come.
+    // Runs one request to its end; the result is not final if that does not come.
     Outcome Request(const std::vector<UNUM8>& data);
 
 private:

@@ -1,6 +1,6 @@
 #pragma once
 
-// How often the long tests repeat what they do. The full number counts where the library runs at
+// How often the long tests repeat what they do. The full number applies where the library runs at
 // its own speed; under Wine and under a sanitizer each round costs many times as much.
 
 #include <cstdint>
@@ -9,7 +9,7 @@ namespace conformance {
 
 enum class Speed : std::uint8_t { kFull, kWine, kSanitizer };
 
-// The build says which it is.
+// Set by the build.
 inline constexpr Speed kSpeed = Speed::TARVIK_TEST_SPEED;
 
 constexpr std::uint32_t Rounds(std::uint32_t full, std::uint32_t wine, std::uint32_t sanitizer) {
@@ -34,8 +34,8 @@ inline constexpr std::uint32_t kItemShuffles = Rounds(10, 5, 5);
 inline constexpr std::uint32_t kRelayLosses = Rounds(2, 1, 1);
 inline constexpr std::uint32_t kRandomCallsMs = 10'000;
 
-// A sanitizer keeps released memory for a while; there its own search for leaks takes the place of
-// a comparison.
+// A sanitizer keeps released memory for a while, so memory is not compared there. Its own leak
+// check replaces that.
 inline constexpr bool kMemoryTells = kSpeed != Speed::kSanitizer;
 
 }  // namespace conformance

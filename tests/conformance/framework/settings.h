@@ -4,7 +4,7 @@
 
 namespace conformance {
 
-// A config.json, as the library reads it. By itself: everything off but the log file.
+// A config.json for the library. By default everything is off except the log file.
 struct Settings {
     bool showDebug = false;
     bool enableCopTrace = false;
@@ -22,7 +22,7 @@ struct Settings {
     std::string serverPublicKey = {};
 
     std::string Json() const;
-    // Writes them where the next PDUConstruct of this process finds them.
+    // Writes it where the next PDUConstruct of this process finds it.
     void Store() const;
 };
 

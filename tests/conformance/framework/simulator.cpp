@@ -10,7 +10,7 @@
 namespace conformance {
 
 static constexpr int kAnswerMs = 30'000;
-static constexpr int kWaitMs = 15'000;  // of a wait within the simulator
+static constexpr int kWaitMs = 15'000;  // of a wait in the simulator
 
 bool Simulator::IsThere() { return std::getenv("BRENNIX_SIM_CONTROL") != nullptr; }
 
@@ -63,7 +63,7 @@ void Simulator::AnswerRequest(std::uint32_t request_id, const std::vector<std::u
             payload += digits;
         }
     };
-    append(0, 4);  // the time that it took
+    append(0, 4);  // the time it took
     append(static_cast<std::uint32_t>(data.size()), 4);
     append(request_id, 4);
     for (const std::uint8_t byte : data)

@@ -1,6 +1,6 @@
 #pragma once
 
-// The simulated dongle that this program was started with, through its control channel.
+// The simulated dongle of this program, through its control channel.
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
@@ -13,35 +13,35 @@ namespace conformance {
 
 class Simulator {
 public:
-    // Connects at the first command. Each instance has a connection of its own.
+    // Connects with the first command. Each instance has its own connection.
     Simulator() : Simulator("BRENNIX_SIM_CONTROL") {}
 
-    // True when the program was started with a simulated dongle.
+    // True if the program was started with a simulated dongle.
     static bool IsThere();
 
-    // Sends one command line and returns what the answer says behind "ok". Any other answer fails
-    // the test, and gives an empty text.
+    // Sends one command line and returns the answer's text after "ok". Any other answer fails the
+    // test and returns an empty text.
     std::string Command(const std::string& line);
 
     void Unplug() { Command("unplug"); }
     void Replug() { Command("replug"); }
-    // As the vehicle file has it, plugged in, with an empty record.
+    // The state of the vehicle file, plugged in, with an empty record.
     void Reset();
 
     // The next request stays in flight until AnswerRequest.
     void HoldNextRequest() { Command(R"(next 1 {"lost": true})"); }
-    // The answer to a request for one control unit, in the dongle's place.
+    // Answers a request to one control unit, instead of the dongle.
     void AnswerRequest(std::uint32_t request_id, const std::vector<std::uint8_t>& data);
 
-    // Packets and events on record since Reset; FILTER as the simulator reads it: "in CREQ".
+    // Recorded packets and events since Reset; the filter in the simulator's notation: "in CREQ".
     std::uint64_t Count(const std::string& filter);
-    // Waits until that many are on record; false: they did not come.
+    // Waits until that many are recorded; false: they did not come in time.
     bool WaitFor(std::uint64_t count, const std::string& filter);
-    // The newest entries, oldest first.
+    // The newest entries, the oldest of them first.
     nlohmann::json Last(std::uint64_t count, const std::string& filter);
-    // The fields of the newest request; empty without one.
+    // The fields of the newest request; empty if there is none.
     nlohmann::json LastRequest();
-    // What the library did wrong in the dongle's eyes, and the last such thing.
+    // How often the library broke a rule that the dongle checks, and the last such violation.
     std::uint64_t Violations();
 
 protected:

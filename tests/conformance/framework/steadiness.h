@@ -10,20 +10,20 @@
 
 namespace conformance {
 
-// What the system itself may add in the course of a test.
+// What the system itself may add during a test.
 struct Allowance {
-    // Wine waits for a port's next event on a thread that it makes for each wait.
+    // Wine creates a thread for each wait for a port's next event.
     std::uint64_t threads = kSpeed == Speed::kWine ? 1 : 0;
-    // Under Wine a lock keeps a semaphore from the first time that two threads met at it.
+    // Under Wine a lock keeps a semaphore after its first contention.
     std::uint64_t handles = kSpeed == Speed::kWine ? 16 : 4;
     std::uint64_t memory = 2 << 20;  // bytes
 };
 
-// The figures now. A thread that has just ended may still be on the system's list: waits until the
-// process has not grown by more since `before`, and gives up when that does not come.
+// The current figures. A thread that has just ended may still be on the system's list, so this
+// waits until the process has not grown by more since `before`, or until patience runs out.
 ProcessFigures MeasureSettled(const ProcessFigures& before, const Allowance& allowance = {});
 
-// Fails the test when the process has grown by more. Prints the figures.
+// Fails the test if the process has grown by more. Prints the figures.
 void ExpectSteady(const std::string& what, const ProcessFigures& before,
                   const ProcessFigures& after, const Allowance& allowance = {});
 

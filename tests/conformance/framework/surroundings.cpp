@@ -19,7 +19,7 @@ std::string private_folder;
 std::string temp_folder;
 std::string library_path;
 
-// A library that is still constructed has threads of its own: it must stay loaded then.
+// A library that is still constructed has running threads and must stay loaded.
 bool MayUnload() {
     return LoadedLibraryHandle() != nullptr &&
            Pdu().PDUDestroyItem(nullptr) == PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
@@ -36,7 +36,7 @@ std::string MakePrivateFolder() {
     for (int attempt = 0;; ++attempt) {
         const fs::path folder = base / ("dpdu_conformance_" + std::to_string(ProcessId()) + "_" +
                                         std::to_string(attempt));
-        if (!fs::create_directory(folder)) continue;  // of an earlier process with this number
+        if (!fs::create_directory(folder)) continue;  // left by an earlier process with this number
         fs::create_directory(folder / "temp");
         fs::create_directory(folder / "user");
         return folder.string();
@@ -46,7 +46,7 @@ std::string MakePrivateFolder() {
 }  // namespace
 
 const std::string& PrivateFolder() {
-    // Never destroyed: it is still needed when the process ends, to delete the folder.
+    // Never destroyed: it is needed at the end of the process to delete the folder.
     static const std::string& folder = *new std::string([] {
         std::string made = MakePrivateFolder();
         temp_folder = JoinPath(made, "temp");

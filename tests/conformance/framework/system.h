@@ -1,6 +1,6 @@
 #pragma once
 
-// What the tests need of the operating system; one implementation for each.
+// What the tests need from the operating system; one implementation for each.
 
 #include <cstdint>
 #include <memory>
@@ -14,7 +14,7 @@ extern const char kPathSeparator;
 
 // ---- libraries ---------------------------------------------------------------------------------
 
-// Null: not loaded; `error` then tells why.
+// Null: not loaded; `error` has the reason.
 void* LoadLibraryFile(const std::string& path, std::string* error);
 void* FindFunction(void* library, const char* name);  // null: not exported
 bool UnloadLibraryFile(void* library);
@@ -29,7 +29,7 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 void SetVariable(const std::string& name, const std::string& value);  // empty: removes it
 
 // Runs this program again and waits for its end; its standard output and error go to a file.
-// Returns its exit code, or -1 when it could not be started.
+// Returns its exit code, or -1 if it could not be started.
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
                     const std::string& output_file);
 
@@ -40,23 +40,23 @@ struct ProcessFigures {
 };
 ProcessFigures MeasureProcess();
 
-// Holds the calling thread without end, in the system: only its termination gets it out.
+// Blocks the calling thread in the system for ever: only its termination ends that.
 [[noreturn]] void BlockForever();
 
-std::uint32_t ThreadId();  // as the trace file has it
+std::uint32_t ThreadId();  // as in the trace file
 std::uint64_t TickMs();    // the clock of the library's timestamps
 
 // ---- folders and files -------------------------------------------------------------------------
 
-// Where the library looks for the temporary folder and the user's folder from now on, in this
-// process. Call UseUserFolder before the library is loaded.
+// From now on, in this process, the library uses these as temporary folder and user's folder. Call
+// UseUserFolder before the library is loaded.
 void UseTempFolder(const std::string& folder);
 void UseUserFolder(const std::string& folder);
-// A temporary folder of the system's own, for the tests' private folders.
+// The system's temporary folder, for the tests' private folders.
 std::string SystemTempFolder();
 
-// While it lives, a file can be read, but not opened for writing. Takes privileges that would
-// override this away from the whole process meanwhile.
+// While it lives, a file can be read but not opened for writing. Meanwhile the whole process lacks
+// the privileges that would override this.
 class WriteProtection {
 public:
     WriteProtection(const std::string& file, const std::string& private_folder);
@@ -69,8 +69,8 @@ private:
     std::uint32_t user_ = 0;
 };
 
-// From now on nobody can create or open this file, which does not exist and lies beside the loaded
-// library.
+// From now on nobody can create or open this file, which does not exist and would be beside the
+// loaded library.
 void MakeImpossible(const std::string& file);
 
 // Files that stay open must not keep the private folder from being deleted at the end.
@@ -84,15 +84,15 @@ bool ConsoleIsStandardOutput();
 int RedirectStdout(const std::string& file);
 void RestoreStdout(int saved);
 
-// Forgets what was collected, and collects what the library sends to the debugger from now on, or
-// no more.
+// Discards what was collected. From now on, collects what the library sends to the debugger, or
+// stops collecting.
 void CollectDebugOutput(bool on);
 std::string DebugOutput();  // so far
 
 // ---- warnings ----------------------------------------------------------------------------------
 
-// The warning boxes with this caption that the process shows while this object lives. Each is
-// confirmed as soon as it is read. Where a box is text on standard error, that is read. One at a
+// The warning boxes with this caption that the process shows while this object lives. Each is read
+// and confirmed at once. Where a box is text on standard error, that text is read. One object at a
 // time.
 class WarningBoxes {
 public:
@@ -122,7 +122,7 @@ public:
     void Close();
     bool IsOpen() const { return socket_ != kNone; }
     bool Send(const std::string& bytes);
-    // Appends what arrives next; false: the peer closed, or nothing came within the time.
+    // Appends what arrives next; false: the peer closed, or nothing came in time.
     bool Receive(std::string* bytes, int timeout_ms);
 
 private:
@@ -130,7 +130,7 @@ private:
     std::intptr_t socket_ = kNone;
 };
 
-// A port of the loopback interface that answers nobody who connects: neither takes nor refuses.
+// A port of the loopback interface that neither accepts nor refuses connections.
 class SilentPort {
 public:
     SilentPort();

@@ -118,15 +118,15 @@ ProcessFigures MeasureProcess() {
     std::ifstream statm("/proc/self/statm");
     std::uint64_t total_pages = 0;
     std::uint64_t resident_pages = 0;
-    std::uint64_t file_pages = 0;  // of those: code that runs for the first time adds some
+    std::uint64_t file_pages = 0;  // part of those: code that runs for the first time adds some
     statm >> total_pages >> resident_pages >> file_pages;
     const auto page_size = static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
     return {EntriesIn("/proc/self/task"), EntriesIn("/proc/self/fd"),
             (resident_pages - file_pages) * page_size};
 }
 
-// Of all that can be cancelled, the thread sanitizer only lets go of a wait for a condition: after
-// any other it would overlook the locks that the unwound thread takes.
+// Of all cancellable calls, the thread sanitizer handles only a wait for a condition: after any
+// other it would miss the locks that the unwound thread takes.
 void BlockForever() {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t never = PTHREAD_COND_INITIALIZER;
@@ -157,7 +157,7 @@ WriteProtection::WriteProtection(const std::string& file, const std::string& pri
     : user_(::geteuid()) {
     ::chmod(file.c_str(), 0444);
     if (user_ != 0) return;
-    // Permissions mean nothing to root.
+    // Permissions do not restrict root.
     constexpr uid_t kNobody = 65534;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(private_folder)) {
         if (::chown(entry.path().c_str(), kNobody, kNobody) != 0) std::perror("chown");
@@ -174,8 +174,8 @@ void MakeImpossible(const std::string& file) {
     std::filesystem::remove_all(std::filesystem::path(file).parent_path());
 }
 
-// A file that is open can be deleted; and the leak checker needs the library to be there to the
-// end, since it looks for pointers in the library's variables.
+// An open file can be deleted, and the leak checker needs the library to the end, because it looks
+// for pointers in the library's variables.
 void PrepareDeletion(void*) {}
 
 bool ConsoleIsStandardOutput() { return true; }
@@ -299,7 +299,7 @@ bool Connection::Receive(std::string* bytes, int timeout_ms) {
     return true;
 }
 
-// Its queue is full: what more comes is dropped.
+// Its queue is full: further connections are dropped.
 SilentPort::SilentPort() {
     constexpr int kEnough = 4;
     sockaddr_in address{};
@@ -315,7 +315,7 @@ SilentPort::SilentPort() {
     sockets_.push_back(listener);
     for (int i = 0; i < kEnough; ++i) {
         const int filler = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        // Those that the queue has no room for stay under way.
+        // Those without room in the queue stay pending.
         const int connected = ::connect(filler, reinterpret_cast<const sockaddr*>(&address), size);
         EXPECT_TRUE(connected == 0 || errno == EINPROGRESS) << std::strerror(errno);
         sockets_.push_back(filler);
@@ -329,10 +329,10 @@ SilentPort::~SilentPort() {
 
 }  // namespace conformance
 
-// The library's calls of these end here: the program's own symbols come before the C library's.
+// The library's calls of these end here: the program's symbols precede those of the C library.
 
 extern "C" __attribute__((visibility("default"))) int access(const char* path, int mode) noexcept {
-    if (std::strcmp(path, _PATH_LOG) == 0) return 0;  // the library asks whether anybody listens
+    if (std::strcmp(path, _PATH_LOG) == 0) return 0;  // the library checks whether anybody listens
     return ::faccessat(AT_FDCWD, path, mode, 0);
 }
 

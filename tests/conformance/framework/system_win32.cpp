@@ -26,9 +26,9 @@ namespace conformance {
 const char kPathSeparator = '\\';
 const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
 
-// The user's folder stands in the registry, for all programs. So that those running beside each
-// other do not meet, the library under test gets this one's private folder instead: in its table of
-// imported functions this one stands in for the system's.
+// The user's folder is in the registry, for all programs. So that programs that run at the same
+// time do not share it, the library under test gets this program's private folder instead: in its
+// table of imported functions this function replaces the system's.
 static std::string user_folder;
 
 static HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPSTR path) {
@@ -93,14 +93,14 @@ std::string ProgramPath() {
     return {path, ::GetModuleFileNameA(nullptr, path, sizeof path)};
 }
 
-// Both the process's own environment, which the library reads, and the C runtime's copy of it.
+// Both the process's environment, which the library reads, and the C runtime's copy of it.
 void SetVariable(const std::string& name, const std::string& value) {
     ::SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
     ::_putenv((name + "=" + value).c_str());
 }
 
 namespace {
-// Variables are handed over by having them for a moment.
+// Variables are passed on by setting them for a moment.
 class TemporaryVariables {
 public:
     explicit TemporaryVariables(const Variables& variables) {
@@ -128,8 +128,8 @@ static HANDLE OpenForOutput(const std::string& file) {
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// The new process takes over the variables of this one, so that only one starts at a time. On a
-// busy machine Wine now and then refuses a start that succeeds a moment later.
+// The new process inherits the variables of this one, so only one starts at a time. On a busy
+// machine Wine sometimes refuses a start that succeeds a moment later.
 static bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
                       PROCESS_INFORMATION* process) {
     constexpr int kAttempts = 3;
@@ -185,7 +185,7 @@ static std::uint64_t CountThreads() {
     return threads;
 }
 
-// Counted in the system's list: not every system tells the number alone.
+// Counted in the system's list: not every system reports just the number.
 static std::uint64_t CountHandles() {
     struct Handle {
         ULONG process;
@@ -417,7 +417,7 @@ bool Connection::Receive(std::string* bytes, int timeout_ms) {
     return true;
 }
 
-// Its queue is full: what more comes is dropped.
+// Its queue is full: further connections are dropped.
 SilentPort::SilentPort() {
     constexpr int kEnough = 4;
     StartSockets();

@@ -26,7 +26,7 @@ std::vector<nlohmann::json> ReadTrace(const std::string& path) {
     std::vector<nlohmann::json> lines;
     std::istringstream text(ReadFile(path));
     for (std::string line; std::getline(text, line);) {
-        if (text.eof()) break;  // the end of this line is still to come
+        if (text.eof()) break;  // the end of this line is not written yet
         lines.push_back(nlohmann::json::parse(line));
     }
     return lines;

@@ -10,7 +10,7 @@ namespace conformance {
 // The trace files of this process, oldest session first.
 std::vector<std::string> TraceFiles();
 
-// The lines of a trace file, each of which must be JSON (an exception otherwise).
+// The lines of a trace file. Throws if one is not JSON.
 std::vector<nlohmann::json> ReadTrace(const std::string& path);
 // Of the newest file.
 std::vector<nlohmann::json> ReadTrace();
@@ -19,8 +19,8 @@ std::vector<nlohmann::json> ReadTrace();
 std::vector<nlohmann::json> EventsNamed(const std::vector<nlohmann::json>& trace,
                                         const std::string& event);
 
-// Waits until the newest trace file has `count` events of that name, and returns them; fewer when
-// they do not come. The library writes its trace in the background.
+// Waits until the newest trace file has `count` events of that name, and returns them, or fewer if
+// they do not come in time. The library writes its trace in the background.
 std::vector<nlohmann::json> WaitForTrace(const std::string& event, std::size_t count);
 
 }  // namespace conformance

@@ -1,12 +1,12 @@
 #pragma once
 
-// The control units of the demonstration car that stands behind the simulated dongle.
+// The control units of the demonstration car behind the simulated dongle.
 
 #include <vector>
 
-#include "dpdu_types.h"
 #include "conformance/framework/link.h"
 #include "conformance/framework/params.h"
+#include "dpdu_types.h"
 
 namespace conformance {
 
@@ -37,7 +37,7 @@ public:
     }
 };
 
-// A connected link that asks all three control units at once.
+// A connected link that addresses all three control units at once.
 class CarLink : public Link {
 public:
     explicit CarLink(UNUM32 module) : Link(module) {

@@ -10,10 +10,10 @@
 
 namespace conformance {
 
-// How long a test waits for something that is bound to happen.
+// How long a test waits for something that must happen.
 inline constexpr std::chrono::seconds kPatience{20};
 
-// True as soon as `happened` says so; false: patience has run out. For use in EXPECT_TRUE.
+// True as soon as `happened` returns true; false after the patience above. For use in EXPECT_TRUE.
 template <typename Predicate>
 bool Eventually(Predicate happened, std::chrono::milliseconds limit = kPatience) {
     const auto deadline = std::chrono::steady_clock::now() + limit;
@@ -47,8 +47,8 @@ private:
     bool open_ = false;
 };
 
-// Runs `work` on a thread of its own. False: it has not ended in time; the thread is then left to
-// itself, so `work` must not refer to anything that goes.
+// Runs `work` on a thread of its own. False: it has not ended in time. The thread then continues,
+// so `work` must only refer to what stays.
 inline bool EndsInTime(std::function<void()> work, std::chrono::milliseconds limit = kPatience) {
     auto done = std::make_shared<Gate>();
     std::thread thread([done, work = std::move(work)] {
