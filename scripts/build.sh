@@ -1,6 +1,5 @@
 #!/bin/bash
-# scripts/build.sh PRESET...: configures and builds. BUILD_TARGETS names what to build instead of
-# everything.
+# scripts/build.sh PRESET...: configures and builds each. BUILD_TARGETS names the targets (all).
 set -euo pipefail
 
 cd "$(dirname "$0")/.."

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Runs every fuzz target for FUZZ_SECONDS (60). New inputs are kept below build/fuzz/found; an input
-# that breaks something stays as build/fuzz/crash-TARGET-….
+# Runs every fuzz target for FUZZ_SECONDS (60). Keeps new inputs in build/fuzz/found, and an input that
+# breaks something as build/fuzz/crash-TARGET-….
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
@@ -15,7 +15,7 @@ for target in "$folder"/*; do
     mkdir -p "$found"
     options=(-max_total_time="$seconds" -artifact_prefix="build/fuzz/crash-$name-" -print_final_stats=1)
     [ ! -f "$target.dict" ] || options+=(-dict="$target.dict")
-    corpora=("$found")  # the first is where libFuzzer adds to
+    corpora=("$found")  # libFuzzer adds to the first
     [ ! -d "$target.corpus" ] || corpora+=("$target.corpus")
     echo "== fuzzing $name for $seconds s"
     if "$target" "${options[@]}" "${corpora[@]}" >"build/logs/fuzz-$name.log" 2>&1; then

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Checks the format of every source file of the repository, then runs clang-tidy over each that is
+# Checks the format of every source file of the repository, then runs clang-tidy on those that are
 # compiled on Linux.
 set -uo pipefail
 
@@ -11,7 +11,7 @@ clang-format --dry-run --Werror "${files[@]}" || worst=1
 
 mkdir -p build/logs
 cmake --preset lint >build/logs/configure-lint.log || exit 1
-# The compiler's own warnings are the build's business.
+# The build reports the compiler's own warnings.
 grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
     xargs -P "${JOBS:-2}" -n 4 clang-tidy -p build/lint --quiet \
         --extra-arg=-Wno-everything 2>build/logs/clang-tidy.log || worst=1

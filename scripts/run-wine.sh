@@ -1,12 +1,11 @@
 #!/bin/bash
-# Runs a Windows program under Wine in the project's own prefix, build/wine/prefix, and passes its
-# output and exit code through. TARVIK_WINEPREFIX names another prefix. A program that still runs
-# after TARVIK_RUN_LIMIT seconds is ended, after a look at what it and its prefix wait for.
+# Runs a Windows program under Wine in the project's own prefix, build/wine/prefix, and passes on its
+# output and exit code. TARVIK_WINEPREFIX names another prefix. After TARVIK_RUN_LIMIT seconds it
+# lists what the programs of the prefix wait for, and ends the program.
 #
 # Wine's server crashes now and then while a program with network connections ends, and takes all
-# programs of its prefix with it, whatever they are doing. Such a run says nothing about the program:
-# it is run once more, or with TARVIK_RUN_ONCE set, where more than the program would have to be
-# started anew, the exit code is 75.
+# programs of its prefix with it. Such a run says nothing about the program, so it is run again. With
+# TARVIK_RUN_ONCE set, where more than the program must be restarted, the exit code is 75 instead.
 #
 # Wine and its server write to files only: a server that outlives the program would otherwise keep
 # the caller's pipe open. The server stays for ten minutes, for the next program; scripts/stop-wine.sh
@@ -35,12 +34,12 @@ create_prefix() {
     touch "$WINEPREFIX/created"
 }
 
-# The server that Wine itself starts goes with the last program, and a program that is started
-# meanwhile meets services that are about to end. This one stays. Not beside another: it would end at
-# once, and might be taken for the prefix's until then.
+# The server that Wine itself starts ends with the last program, and a program that is started at that
+# moment meets services that are about to end. This one stays. It is not started beside another: it
+# would end at once, and could be taken for the prefix's server until then.
 start_server() {
     local server
-    set -m # a process group of its own: an interrupt from the keyboard is not for it
+    set -m # a process group of its own: an interrupt from the keyboard must not reach it
     wineserver -f -p600 </dev/null >/dev/null 2>&1 9>&- &
     server=$!
     set +m
@@ -50,22 +49,22 @@ start_server() {
 
 is_of_prefix() { grep -qszFx "WINEPREFIX=$WINEPREFIX" "$1/environ"; }
 
-# The server's process; empty if there is none to be seen. The oldest: one that is started beside a
-# server ends at once.
+# Prints the server's process, or nothing. The oldest if there are several: one that is started
+# beside a server ends at once.
 find_server() {
     local process name oldest= oldest_start= fields
     for process in /proc/[0-9]*; do
         { read -r name <"$process/comm"; } 2>/dev/null || continue
         [[ $name == wineserver* ]] && is_of_prefix "$process" || continue
         { read -r fields <"$process/stat"; } 2>/dev/null || continue
-        read -ra fields <<<"${fields##*) }" # those behind the name, which may hold spaces
+        read -ra fields <<<"${fields##*) }" # those after the name, which may contain spaces
         [ -z "$oldest" ] || [ "${fields[19]}" -lt "$oldest_start" ] || continue
         oldest=${process#/proc/} oldest_start=${fields[19]}
     done
     echo "$oldest"
 }
 
-# Without a server, what is left of Wine in the prefix waits for ever.
+# Without a server, the remaining Wine processes of the prefix would wait for ever.
 end_orphans() {
     local process
     for process in /proc/[0-9]*; do
@@ -79,7 +78,7 @@ with_server() {
     flock 9
     if [ -z "$(find_server)" ]; then
         end_orphans
-        start_server # first: the making of a prefix is a program too
+        start_server # first: creating a prefix runs a program too
     fi
     create_prefix
     exec 9>&-
@@ -91,14 +90,14 @@ with_server
 logs=$(mktemp -d "$root/build/wine/logs/run.XXXXXX")
 trap 'rm -rf "$logs"' EXIT
 
-# A server that ends closes its files first, whereupon its programs end, and has its folder still.
+# A server that ends first closes its files, so that its programs end, while it still has its folder.
 server_has_gone() {
     [ -n "$server" ] || return 1
     [ ! -e "/proc/$server/cwd/socket" ] || ! compgen -G "/proc/$server/fd/*" >/dev/null
 }
 
-# A line for each process of the prefix: its number, its name, and where in the kernel how many of
-# its threads wait.
+# Prints a line for each process of the prefix: number, name, and how many of its threads wait where
+# in the kernel.
 show_prefix() {
     local process
     for process in /proc/[0-9]*; do
@@ -110,7 +109,7 @@ show_prefix() {
     done
 }
 
-# Ends the program when its time is over, and when it waits for a server that has gone.
+# Ends the program when its time is over or its server is gone.
 watch_program() {
     local seconds=0
     while sleep 1; do
@@ -133,7 +132,7 @@ run_program() {
     server=$(find_server)
     wine "$@" >"$logs/out" 2>"$logs/err" </dev/null &
     program=$!
-    set -m # a process group of its own, to be ended with its sleep
+    set -m # a process group of its own, so that its sleep ends with it
     watch_program </dev/null >/dev/null 2>&1 &
     watcher=$!
     set +m
@@ -146,7 +145,7 @@ trap 'kill -TERM $program 2>/dev/null; stop_watching; wait $program; cat "$logs/
 
 for attempt in 1 2; do
     run_program "$@"
-    # Its code says nothing then: that of a program which lost the server may be 0.
+    # The exit code means nothing then: a program that lost the server may end with 0.
     server_has_gone || break
     code=75
     echo "run-wine: Wine's server has crashed under $1 (its process was $server, the prefix's is now" \

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Installs what is missing and builds the libraries that Debian does not offer in the form needed.
-# Quick when nothing is missing, so the make targets call it every time.
+# Installs missing packages and builds the libraries that Debian does not offer in the form we need.
+# Quick when nothing is missing, so the make targets always call it.
 #
 #   scripts/setup.sh [linux] [windows] [fuzz] [lint]      (default: linux windows)
 set -euo pipefail
@@ -10,7 +10,7 @@ deps=$root/build/deps
 logs=$root/build/logs
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 
-# Raised whenever a recipe below changes, so that cached libraries are built again.
+# Raise it when a recipe below changes, so that cached libraries are built again.
 recipe=1
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
@@ -38,7 +38,7 @@ is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
 
-# Runs a command with its output in a log; a failure is one line that names the log.
+# Runs a command with its output in a log. A failure is one line that names the log.
 logged() {
     local log=$logs/$1.log what=$2
     shift 2
@@ -73,8 +73,8 @@ require_tools() {
     done
 }
 
-# The machine's own package lists stay as they are: the source packages are looked up in lists of
-# our own, made from the Debian mirrors that the machine already uses.
+# Source packages are looked up in lists of our own, made from the Debian mirrors that the machine
+# already uses. The machine's own package lists are not changed.
 apt_private() {
     apt-get -o Dir::Etc::sourcelist="$deps/source/sources.list" -o Dir::Etc::sourceparts=- \
         -o Dir::State::lists="$deps/source/lists" -o Dir::Cache::pkgcache= \
@@ -146,7 +146,7 @@ build_json_c() {
         -DDISABLE_EXTRA_LIBS=ON
 }
 
-# Debian's own binary cannot be given an allocator, which the cloud channel needs.
+# The cloud channel needs its own allocator, which Debian's binary does not accept.
 build_mbedtls() {
     fetch_source mbedtls 2.28
     sed -i 's|^//#define MBEDTLS_PLATFORM_MEMORY$|#define MBEDTLS_PLATFORM_MEMORY|' \
@@ -162,14 +162,14 @@ build_googletest() {
     build_library windows googletest /usr/src/googletest
 }
 
-# Headers alone need no building, only a place where the cross compiler may look.
+# Headers need no building, only a place where the cross compiler finds them.
 link_headers() {
     mkdir -p "$deps/windows/include"
     ln -sfn /usr/include/CLI "$deps/windows/include/CLI"
     ln -sfn /usr/include/nlohmann "$deps/windows/include/nlohmann"
 }
 
-# ensure SYSTEM NAME COMPILER BUILD-COMMAND...: builds unless the stamp says it is there already.
+# ensure SYSTEM NAME COMPILER BUILD-COMMAND...: builds unless the stamp shows that it was built.
 ensure() {
     local system=$1 name=$2 stamp=$deps/$1/$2.stamp key
     key="recipe $recipe, $3 $("$3" -dumpfullversion)"
@@ -195,7 +195,7 @@ mkdir -p "$deps" "$logs"
 install_packages $(printf '%s\n' $packages | sort -u)
 require_tools $tools
 
-# One set-up at a time: two would build into the same folders.
+# One set-up at a time: two would build in the same folders.
 exec 9>"$deps/.lock"
 flock 9
 

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Ends the Wine server of the project's prefix and with it every program that still runs there.
+# Ends the Wine server of the project's prefix, and with it every program that still runs there.
 set -u
 
 root=$(cd "$(dirname "$0")/.." && pwd)

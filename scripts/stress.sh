@@ -1,11 +1,11 @@
 #!/bin/bash
 # scripts/stress.sh [PRESET...]: sixteen threads make random calls for DPDU_STRESS_SECONDS (60; ctest
-# allows some 800), with the library as it is released and under the thread sanitizer. Each run
-# prints its seed first; with that in DPDU_STRESS_SEED the threads choose the same calls again.
+# allows about 800), with the released library and under the thread sanitizer. Each run first prints
+# its seed; with that in DPDU_STRESS_SEED the threads choose the same calls again.
 #
-# As it is released, fifty programs then ask fifty dongles behind one relay for as long, over TCP and
-# over a WebSocket (ctest allows some 400 seconds of each). No answer may be lost, come twice or go
-# to another; each program prints what it got done.
+# With the released library, fifty programs then make requests to fifty dongles behind one relay for
+# as long, over TCP and over a WebSocket (ctest allows about 400 seconds of each). No answer may be
+# lost, come twice or reach another program. Each program prints its counts.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
@@ -25,7 +25,7 @@ stress() {
     fi
 }
 
-# The simulated dongles of all presets are those of the Linux release build.
+# The simulators of all presets are those of the Linux release build.
 BUILD_TARGETS="brennix-sim brennix-relay" scripts/build.sh linux-release || exit 1
 for preset in $presets; do
     stress "$preset" conformance_random_calls "random calls"
