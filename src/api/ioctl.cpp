@@ -1,5 +1,7 @@
+#include <iterator>
+
 #include "api/ioctl_doip_request.h"
-#include "api/ioctl_ids.h"
+#include "api/ioctl_table.h"
 #include "dpdu_api.h"
 #include "platform/console.h"
 #include "platform/tick.h"
@@ -11,14 +13,14 @@ namespace {
 
 constexpr char kTag[] = "PDUIoCtl";
 
-// What the dongle is always said to report.
+// Reported whatever the dongle measures.
 constexpr UNUM32 kBatteryMillivolts = 13800;
 constexpr UNUM32 kIgnitionOn = 1;
 constexpr UNUM32 kPowerModeReady = 1;
 constexpr PDU_IO_ENTITY_STATUS_DATA kEntityStatus = {0, 1, 0, 0};
 
-// An output item and its data in one block. The release table does not name these items, so the
-// block stays allocated: see FreePduItem.
+// An output item and its data in one block. FreePduItem does not release these items, so the block
+// stays allocated.
 template <typename Data>
 PDU_DATA_ITEM* MakeOutput(T_PDU_IT type, const Data& data) {
     struct Block {
@@ -32,8 +34,8 @@ PDU_DATA_ITEM* MakeOutput(T_PDU_IT type, const Data& data) {
     return &block.release()->item;
 }
 
-// Deliberate: an application that cannot even have this item is held here, with a message on a
-// console of its own, and never gets an answer.
+// Deliberate: without memory for its item such a command prints a message on a console of its own
+// and never returns.
 [[noreturn]] void StopForLackOfMemory() {
     constexpr unsigned kReportedSize = 4096;
     OsAttachConsole();
@@ -62,6 +64,21 @@ template <typename Data>
 const Data* InputOf(const PDU_DATA_ITEM* input, T_PDU_IT type) {
     if (input == nullptr || input->ItemType != type) return nullptr;
     return static_cast<const Data*>(input->pData);
+}
+
+// ---- The commands: each writes `*output` only if it succeeds -----------------------------------
+
+// Changes nothing, `*output` included.
+T_PDU_ERROR AcceptOnly(const PDU_DATA_ITEM*, PDU_DATA_ITEM**) { return PDU_STATUS_NOERROR; }
+
+T_PDU_ERROR ReadBatteryVoltage(const PDU_DATA_ITEM*, PDU_DATA_ITEM** output) {
+    GiveMeasuredValue(kBatteryMillivolts, output);
+    return PDU_STATUS_NOERROR;
+}
+
+T_PDU_ERROR ReadIgnitionState(const PDU_DATA_ITEM*, PDU_DATA_ITEM** output) {
+    GiveMeasuredValue(kIgnitionOn, output);
+    return PDU_STATUS_NOERROR;
 }
 
 T_PDU_ERROR RequestVehicleIds(const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) {
@@ -94,7 +111,7 @@ T_PDU_ERROR GetEntityStatus(const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) 
 
 T_PDU_ERROR GetDiagnosticPowerMode(const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) {
     Log(kLogTrace, "[%s] PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE", kTag);
-    // Deliberate: the same input as of the entity status.
+    // Deliberate: the same input as for the entity status.
     const auto* data = InputOf<PDU_IO_ENTITY_ADDRESS_DATA>(input, PDU_IT_IO_ENTITY_ADDRESS);
     if (data == nullptr) return PDU_ERR_INVALID_PARAMETERS;
     BuildValueRequest(DoipRequestKind::kDiagnosticPowerMode, data->LogicalAddress,
@@ -103,34 +120,74 @@ T_PDU_ERROR GetDiagnosticPowerMode(const PDU_DATA_ITEM* input, PDU_DATA_ITEM** o
     return PDU_STATUS_NOERROR;
 }
 
-T_PDU_ERROR Execute(std::uint32_t command, const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) {
-    switch (command) {
-        case kIoCtlReset:
-        case kIoCtlSetBufferSize:
-        case kIoCtlStartMsgFilter:
-        case kIoCtlClearMsgFilter:
-            return PDU_STATUS_NOERROR;
-        case kIoCtlReadVbatt:
-            GiveMeasuredValue(kBatteryMillivolts, output);
-            return PDU_STATUS_NOERROR;
-        case kIoCtlReadIgnitionSenseState:
-            GiveMeasuredValue(kIgnitionOn, output);
-            return PDU_STATUS_NOERROR;
-        case kIoCtlVehicleIdRequest:
-            return RequestVehicleIds(input, output);
-        case kIoCtlSetEthSwitchState:
-            return SetEthSwitchState(input, output);
-        case kIoCtlGetEntityStatus:
-            return GetEntityStatus(input, output);
-        case kIoCtlGetDiagnosticPowerMode:
-            return GetDiagnosticPowerMode(input, output);
-        default:
-            Log(kLogTrace, "[%s] PDU_ERR_ID_NOT_SUPPORTED %d", kTag, static_cast<int>(command));
-            return PDU_ERR_ID_NOT_SUPPORTED;
+// Null: the command is known by name only.
+using IoCtlHandler = T_PDU_ERROR (*)(const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output);
+constexpr IoCtlHandler kNotSupported = nullptr;
+
+struct IoCtlRow {
+    std::uint32_t id;
+    std::string_view name;
+    IoCtlHandler handler;
+};
+
+constexpr IoCtlRow kIoCtlTable[] = {
+    {kIoCtlReset, "PDU_IOCTL_RESET", AcceptOnly},
+    {kIoCtlClearTxQueue, "PDU_IOCTL_CLEAR_TX_QUEUE", kNotSupported},
+    {kIoCtlSuspendTxQueue, "PDU_IOCTL_SUSPEND_TX_QUEUE", kNotSupported},
+    {kIoCtlResumeTxQueue, "PDU_IOCTL_RESUME_TX_QUEUE", kNotSupported},
+    {kIoCtlClearRxQueue, "PDU_IOCTL_CLEAR_RX_QUEUE", kNotSupported},
+    {kIoCtlReadVbatt, "PDU_IOCTL_READ_VBATT", ReadBatteryVoltage},
+    {kIoCtlSetProgVoltage, "PDU_IOCTL_SET_PROG_VOLTAGE", kNotSupported},
+    {kIoCtlReadProgVoltage, "PDU_IOCTL_READ_PROG_VOLTAGE", kNotSupported},
+    {kIoCtlGeneric, "PDU_IOCTL_GENERIC", kNotSupported},
+    {kIoCtlSetBufferSize, "PDU_IOCTL_SET_BUFFER_SIZE", AcceptOnly},
+    {kIoCtlStartMsgFilter, "PDU_IOCTL_START_MSG_FILTER", AcceptOnly},
+    {kIoCtlClearMsgFilter, "PDU_IOCTL_CLEAR_MSG_FILTER", AcceptOnly},
+    {kIoCtlStopMsgFilter, "PDU_IOCTL_STOP_MSG_FILTER", kNotSupported},
+    {kIoCtlSetEventQueueProperties, "PDU_IOCTL_SET_EVENT_QUEUE_PROPERTIES", kNotSupported},
+    {kIoCtlGetCableId, "PDU_IOCTL_GET_CABLE_ID", kNotSupported},
+    {kIoCtlSendBreak, "PDU_IOCTL_SEND_BREAK", kNotSupported},
+    {kIoCtlReadIgnitionSenseState, "PDU_IOCTL_READ_IGNITION_SENSE_STATE", ReadIgnitionState},
+    {kIoCtlVehicleIdRequest, "PDU_IOCTL_VEHICLE_ID_REQUEST", RequestVehicleIds},
+    {kIoCtlSetEthSwitchState, "PDU_IOCTL_SET_ETH_SWITCH_STATE", SetEthSwitchState},
+    {kIoCtlGetEntityStatus, "PDU_IOCTL_GET_ENTITY_STATUS", GetEntityStatus},
+    {kIoCtlGetDiagnosticPowerMode, "PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE", GetDiagnosticPowerMode},
+    {kIoCtlGetEthPinOption, "PDU_IOCTL_GET_ETH_PIN_OPTION", kNotSupported},
+    {kIoCtlTlsSetCertificate, "PDU_IOCTL_TLS_SET_CERTIFICATE", kNotSupported},
+    {kIoCtlTlsGetCurrentSessionMode, "PDU_IOCTL_TLS_GET_CURRENT_SESSION_MODE", kNotSupported},
+    {kIoCtlIsobusGetDetectedCfs, "PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", kNotSupported},
+};
+
+// By position: the look-up relies on it.
+constexpr bool RowsFollowTheIds() {
+    std::uint32_t id = kIoCtlReset;
+    for (const IoCtlRow& row : kIoCtlTable) {
+        if (row.id != id++) return false;
     }
+    return id == kIoCtlEnd;
+}
+static_assert(RowsFollowTheIds(), "every IoCtlId needs a row, in the order of the ids");
+
+IoCtlHandler HandlerOf(std::uint32_t command) {
+    if (command < kIoCtlReset || command >= kIoCtlEnd) return kNotSupported;
+    return kIoCtlTable[command - kIoCtlReset].handler;
+}
+
+T_PDU_ERROR Execute(std::uint32_t command, const PDU_DATA_ITEM* input, PDU_DATA_ITEM** output) {
+    if (const IoCtlHandler handler = HandlerOf(command)) return handler(input, output);
+    Log(kLogTrace, "[%s] PDU_ERR_ID_NOT_SUPPORTED %d", kTag, static_cast<int>(command));
+    return PDU_ERR_ID_NOT_SUPPORTED;
 }
 
 }  // namespace
+
+std::optional<std::uint32_t> FindIoCtlId(std::string_view name) {
+    for (const IoCtlRow& row : kIoCtlTable) {
+        if (row.name == name) return row.id;
+    }
+    return std::nullopt;
+}
+
 }  // namespace tarvik
 
 using namespace tarvik;

@@ -5,8 +5,7 @@
 #include "dpdu_types.h"
 #include "support/memory.h"
 
-// The request records of the DoIP commands of PDUIoCtl. No dongle takes them yet: they are built
-// and dropped.
+// The DOIP packets that the DoIP commands of PDUIoCtl build and drop: no dongle takes them yet.
 namespace tarvik {
 
 enum class DoipRequestKind : std::uint32_t {
@@ -17,7 +16,7 @@ enum class DoipRequestKind : std::uint32_t {
 };
 
 struct DoipRequest {
-    Tracked<std::uint8_t> bytes;  // null: memory is out, or the record would pass 4 GiB
+    Tracked<std::uint8_t> bytes;  // null: memory is out, or the packet would exceed 4 GiB
     std::uint32_t length = 0;
 };
 

@@ -1,10 +1,11 @@
-#include <iterator>
+#include <cstddef>
 #include <optional>
 #include <string_view>
 
-#include "api/ioctl_ids.h"
+#include "api/ioctl_table.h"
 #include "comparam/comparam_table.h"
 #include "dpdu_api.h"
+#include "objects/protocol_kind.h"
 #include "support/log.h"
 
 namespace tarvik {
@@ -16,48 +17,11 @@ struct ObjectName {
 };
 
 // Deliberate: both protocols have the same id.
-constexpr ObjectName kProtocols[] = {{"ISO_15765_3_on_ISO_15765_2", 3000}, {"ISO_11898_RAW", 3000}};
-constexpr ObjectName kBusTypes[] = {{"ISO_11898_2_DWCAN", 4000}};
+constexpr ObjectName kProtocols[] = {{"ISO_15765_3_on_ISO_15765_2", kProtocolCan},
+                                     {"ISO_11898_RAW", kProtocolCan}};
+constexpr ObjectName kBusTypes[] = {{"ISO_11898_2_DWCAN", kBusTypeCan}};
 constexpr ObjectName kPinTypes[] = {{"HI", 0}, {"LOW", 1}};
-constexpr ObjectName kResources[] = {{"ISO_UDS_on_OBD", 2001}};
-
-// All of the standard's commands have an id here; PDUIoCtl supports a few of them.
-constexpr ObjectName kIoCtls[] = {
-    {"PDU_IOCTL_RESET", kIoCtlReset},
-    {"PDU_IOCTL_CLEAR_TX_QUEUE", 5001},
-    {"PDU_IOCTL_SUSPEND_TX_QUEUE", 5002},
-    {"PDU_IOCTL_RESUME_TX_QUEUE", 5003},
-    {"PDU_IOCTL_CLEAR_RX_QUEUE", 5004},
-    {"PDU_IOCTL_READ_VBATT", kIoCtlReadVbatt},
-    {"PDU_IOCTL_SET_PROG_VOLTAGE", 5006},
-    {"PDU_IOCTL_READ_PROG_VOLTAGE", 5007},
-    {"PDU_IOCTL_GENERIC", 5008},
-    {"PDU_IOCTL_SET_BUFFER_SIZE", kIoCtlSetBufferSize},
-    {"PDU_IOCTL_START_MSG_FILTER", kIoCtlStartMsgFilter},
-    {"PDU_IOCTL_CLEAR_MSG_FILTER", kIoCtlClearMsgFilter},
-    {"PDU_IOCTL_STOP_MSG_FILTER", 5012},
-    {"PDU_IOCTL_SET_EVENT_QUEUE_PROPERTIES", 5013},
-    {"PDU_IOCTL_GET_CABLE_ID", 5014},
-    {"PDU_IOCTL_SEND_BREAK", 5015},
-    {"PDU_IOCTL_READ_IGNITION_SENSE_STATE", kIoCtlReadIgnitionSenseState},
-    {"PDU_IOCTL_VEHICLE_ID_REQUEST", kIoCtlVehicleIdRequest},
-    {"PDU_IOCTL_SET_ETH_SWITCH_STATE", kIoCtlSetEthSwitchState},
-    {"PDU_IOCTL_GET_ENTITY_STATUS", kIoCtlGetEntityStatus},
-    {"PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE", kIoCtlGetDiagnosticPowerMode},
-    {"PDU_IOCTL_GET_ETH_PIN_OPTION", 5021},
-    {"PDU_IOCTL_TLS_SET_CERTIFICATE", 5022},
-    {"PDU_IOCTL_TLS_GET_CURRENT_SESSION_MODE", 5023},
-    {"PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", 5024},
-};
-
-constexpr bool IoCtlIdsFollowEachOther() {
-    std::uint32_t id = kIoCtlReset;
-    for (const ObjectName& row : kIoCtls) {
-        if (row.id != id++) return false;
-    }
-    return true;
-}
-static_assert(IoCtlIdsFollowEachOther() && std::size(kIoCtls) == 25);
+constexpr ObjectName kResources[] = {{"ISO_UDS_on_OBD", kResourceCan}};
 
 template <std::size_t N>
 std::optional<std::uint32_t> FindIn(const ObjectName (&rows)[N], std::string_view name) {
@@ -79,7 +43,7 @@ std::optional<std::uint32_t> FindObjectId(T_PDU_OBJT type, std::string_view name
         case PDU_OBJT_BUSTYPE:
             return FindIn(kBusTypes, name);
         case PDU_OBJT_IO_CTRL:
-            return FindIn(kIoCtls, name);
+            return FindIoCtlId(name);
         case PDU_OBJT_COMPARAM:
             return FindComParam(name);
         case PDU_OBJT_PINTYPE:

@@ -10,22 +10,26 @@ namespace {
 // Not thread_local: the first access of such a variable may need memory itself.
 std::atomic<std::uint32_t> failing_thread{0};
 std::atomic<std::uint32_t> refusals{0};
-std::uint32_t requests_left = 0;  // used by the failing thread only
-bool refused = false;             // likewise
+// Used by the failing thread only.
+std::uint32_t requests_left = 0;
+std::uint32_t refusals_left = 0;
+bool refused = false;
 
 bool Refuse() {
-    if (requests_left == 0) {
-        refused = true;
-        refusals.fetch_add(1);
-        return true;
+    if (requests_left > 0) {
+        --requests_left;
+        return false;
     }
-    --requests_left;
-    return false;
+    if (refusals_left == 0) return false;
+    if (refusals_left != tarvik::test::kAllRequests) --refusals_left;
+    refused = true;
+    refusals.fetch_add(1);
+    return true;
 }
 
 }  // namespace
 
-// The linker leads every call of malloc in the library here.
+// The linker redirects every call of malloc in the library to this function.
 extern "C" void* __real_malloc(std::size_t size);
 extern "C" void* __wrap_malloc(std::size_t size);
 extern "C" void* __wrap_malloc(std::size_t size) {
@@ -36,9 +40,10 @@ extern "C" void* __wrap_malloc(std::size_t size) {
 
 namespace tarvik::test {
 
-FailingHeap::FailingHeap(std::uint32_t allowed) {
+FailingHeap::FailingHeap(std::uint32_t allowed, std::uint32_t refused_requests) {
     refused = false;
     requests_left = allowed;
+    refusals_left = refused_requests;
     failing_thread = OsCurrentThreadId();
 }
 FailingHeap::~FailingHeap() { failing_thread = 0; }

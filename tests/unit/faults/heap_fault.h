@@ -6,11 +6,14 @@
 
 namespace tarvik::test {
 
+inline constexpr std::uint32_t kAllRequests = 0xFFFFFFFF;
+
 // While it lives, and there is one at a time, the calling thread's heap serves `allowed` more
-// requests and refuses the rest. Make no assertions meanwhile: they need memory too.
+// requests, then refuses `refused`, and serves the rest. Make no assertions meanwhile: they need
+// memory too.
 class FailingHeap {
 public:
-    explicit FailingHeap(std::uint32_t allowed = 0);
+    explicit FailingHeap(std::uint32_t allowed = 0, std::uint32_t refused = kAllRequests);
     ~FailingHeap();
     FailingHeap(const FailingHeap&) = delete;
     FailingHeap& operator=(const FailingHeap&) = delete;
