@@ -176,6 +176,7 @@ function(tarvik_test_defaults target)
     if(type STREQUAL "EXECUTABLE" OR type STREQUAL "STATIC_LIBRARY")
         _tarvik_program_code(${target})
         _tarvik_use_precompiled(${target} tests)
+        target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has
         # A program that exports names to what it loads is told by no definition of that.
         set_target_properties(${target} PROPERTIES DEFINE_SYMBOL "")
     endif()
