@@ -20,7 +20,7 @@ static std::size_t LengthOf(const char (&text)[Capacity]) {
     return length;
 }
 
-// Whatever stood in the record before shows nowhere in what was read.
+// The previous contents of the record show nowhere in what was read.
 static Config Read(const std::string& text, int before) {
     Config record;
     std::memset(static_cast<void*>(&record), before, sizeof record);
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Require(std::strcmp(record.devicePrivateKey, again.devicePrivateKey) == 0);
     Require(std::strcmp(record.serverPublicKey, again.serverPublicKey) == 0);
 
-    // Written, every text is there at least as long as it is.
+    // The written file is at least as long as every text.
     Require(tarvik::WrittenConfigSize(record) >
             server + websocket + proxy + device_key + server_key);
     return 0;

@@ -1,4 +1,4 @@
-// A BUSY as it arrives, and its reason as the trace writes it.
+// A received BUSY, and its reason in the trace.
 
 #include "fuzz_support.h"
 #include "support/trace_line.h"
@@ -15,7 +15,7 @@ static void CheckEscaping(const Packet& packet) {
     constexpr std::size_t kMost = 510;
     char line[1024];
     TraceWriter writer(line, sizeof line);
-    writer.Escaped("", reinterpret_cast<const char*>(packet.Bytes()) + 8, packet.length - 8, kMost);
+    writer.Escaped(reinterpret_cast<const char*>(packet.Bytes()) + 8, packet.length - 8, kMost);
     Require(writer.Length() <= kMost);
     bool escaped = false;
     for (std::size_t i = 0; i < writer.Length(); ++i) {

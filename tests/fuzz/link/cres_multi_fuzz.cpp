@@ -1,5 +1,5 @@
-// A CRES in multi form as the answer to a request to several control units. The input is what
-// follows the marker of the form: count, request id, entries.
+// A CRES in multi form, answering a request to several control units. The input follows the marker
+// of the form: count, request id, entries.
 
 #include "fuzz_support.h"
 #include "link/comm_request.h"
@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size < 8) return 0;  // no request id: nobody's answer
+    if (size < 8) return 0;  // no request id: answers nothing
     std::uint8_t payload[MAX_PKT_SIZE] = {0xFD, 0xFF, 0xFF, 0xFF};
     size = std::min<std::size_t>(size, sizeof payload - 4);
     std::memcpy(payload + 4, data, size);

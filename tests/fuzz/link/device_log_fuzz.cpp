@@ -1,4 +1,4 @@
-// The dongle's own log text, in packets: each piece of the input follows a byte with its length.
+// Packets with the dongle's log text: each piece of the input follows a byte with its length.
 
 #include "fuzz_support.h"
 #include "support/device_log.h"
@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    ProcessDeviceLogPacket("\n", 1);  // ends what the input before has left
+    ProcessDeviceLogPacket("\n", 1);  // ends the line that the previous input left
     const MemoryUse before = LiveMemory();
     while (size > 0) {
         const std::size_t length = std::min<std::size_t>(data[0], size - 1);

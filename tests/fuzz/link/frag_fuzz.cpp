@@ -1,4 +1,4 @@
-// Fragments from several sources while time goes on. Each piece of the input is a packet: a byte
+// Fragments from several sources while time passes. Each piece of the input is a packet: a byte
 // that chooses its source, one for the seconds since the last, one for its length, its payload.
 
 #include "fuzz_support.h"

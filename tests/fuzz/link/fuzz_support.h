@@ -1,7 +1,7 @@
 #pragma once
 
-// What the fuzz targets share. Each of them takes one input as one packet, or as a row of packets,
-// and ends the process when something holds that must not.
+// Shared by the fuzz targets. Each takes an input as one packet or a sequence of packets, and ends
+// the process if a requirement does not hold.
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -25,7 +25,7 @@ inline void Require(bool holds) {
     if (!holds) std::abort();
 }
 
-// The descriptors of an open file lead nowhere from now on.
+// From now on the file's descriptor writes to nowhere.
 inline void SendNowhere(const std::string& path) {
     const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     Require(nowhere >= 0);
@@ -40,7 +40,7 @@ inline void SendNowhere(const std::string& path) {
     Require(found);
 }
 
-// Console lines and the debug log are formatted as ever, and go nowhere.
+// Console and debug log lines are formatted as usual, then discarded.
 inline void SilenceOutput() {
     Require(std::freopen("/dev/null", "w", stdout) != nullptr);
     const char* const parent = std::getenv("TMPDIR");

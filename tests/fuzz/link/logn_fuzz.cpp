@@ -1,4 +1,4 @@
-// A LOGN as its reader sees it.
+// Reading a LOGN.
 
 #include "fuzz_support.h"
 

@@ -1,4 +1,4 @@
-// A raw CAN frame as it arrives: its tag, and the data that a receive thread would deliver.
+// A received raw CAN frame: its tag, and the data that a receive thread would deliver.
 
 #include "fuzz_support.h"
 #include "link/raw_frame.h"

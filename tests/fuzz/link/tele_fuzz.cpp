@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-// Between two quotes of a line of JSON it stays one string: printable, with every quote escaped and
-// no escape left open.
+// Stays one string between the quotes of a JSON line: printable, every quote escaped, no escape
+// left open.
 static void RequireInsideOfAString(const TraceWriter& text) {
     bool escaping = false;
     for (std::size_t i = 0; i < text.Length(); ++i) {
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     char line[2 * kLongestText];
     TraceWriter writer(line, sizeof line);
     const bool is_whole =
-        writer.Escaped("", reinterpret_cast<const char*>(packet->Bytes()) + MIN_PKT_SIZE,
+        writer.Escaped(reinterpret_cast<const char*>(packet->Bytes()) + MIN_PKT_SIZE,
                        packet->length - MIN_PKT_SIZE, kLongestText);
     Require(writer.Length() <= kLongestText);
     Require(is_whole || writer.Length() + 1 >= kLongestText);

@@ -26,7 +26,7 @@ private:
     std::filesystem::path user_;
 };
 
-// Each changes what the library is told until the next TestFolders.
+// Each changes what the library gets until the next TestFolders.
 void ReportTempPath(const std::string& path, std::uint32_t length);
 void HideUserFolder();
 void HideLibraryFolder();

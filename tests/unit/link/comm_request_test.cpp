@@ -10,7 +10,7 @@ namespace {
 
 const Bytes kReadVin = {0x22, 0xF1, 0x90};
 
-// One exchange on a thread of its own.
+// An exchange on its own thread.
 class Exchange {
 public:
     explicit Exchange(const std::function<bool()>& body)
@@ -65,7 +65,7 @@ TEST_F(CommRequestTest, SendsTheSingleFormAndReturnsTheAnswer) {
     EXPECT_EQ(answer.wait_time, 18u);
 }
 
-TEST_F(CommRequestTest, ExchangeGivesUpWhenItsSlotCannotBeWaitedFor) {
+TEST_F(CommRequestTest, ExchangeFailsIfWaitingForItsSlotFails) {
     const SemaphoreFault fault;
     EXPECT_FALSE(CommRequest(&link, Request(9), &answer));
     CommMultiEntry entry{};
@@ -120,7 +120,7 @@ TEST_F(CommRequestTest, AnnouncedLengthIsCutToWhatThePacketHolds) {
     EXPECT_EQ(answer.length, 2u);
 }
 
-TEST_F(CommRequestTest, BytesBehindTheAnnouncedLengthAreNotTheAnswers) {
+TEST_F(CommRequestTest, BytesAfterTheAnnouncedLengthAreIgnored) {
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     PacketPtr response = ResponseTo(9, {0x62, 0xF1, 0x90});
     response->SetU32(12, 1);
@@ -183,7 +183,7 @@ TEST_F(CommRequestTest, BusyIsSeatedOutAndStaysQueued) {
     EXPECT_EQ(Queued(&dongle.rx), 5u);
 }
 
-TEST_F(CommRequestTest, AnswerToAnotherRequestIsLeftForItsOwner) {
+TEST_F(CommRequestTest, AnswerToAnotherRequestStaysQueued) {
     const FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     Receive(&dongle, ResponseTo(8, {0x7F}));
@@ -215,7 +215,7 @@ TEST_F(CommRequestTest, RequestLongerThanItsCountHoldsFailsWithoutSending) {
     EXPECT_TRUE(exchange.Succeeds());
 }
 
-TEST_F(CommRequestTest, UnavailableDongleFailsAtOnceAndLeavesNoMemoryBehind) {
+TEST_F(CommRequestTest, UnavailableDongleFailsAtOnceAndLeaksNoMemory) {
     const FakeTick tick(1000);
     const MemoryUse before = LiveMemory();
     dongle.available = false;
@@ -233,7 +233,7 @@ TEST_F(CommRequestTest, NoticesItsLinkGoingAwayAndSendsNoMore) {
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
-TEST_F(CommRequestTest, ManyExchangesLeaveMemoryAsItWas) {
+TEST_F(CommRequestTest, ManyExchangesLeakNoMemory) {
     const MemoryUse before = LiveMemory();
     std::atomic<bool> stop{false};
     Thread transport([&] {

@@ -8,7 +8,7 @@
 namespace tarvik::test {
 namespace {
 
-// Bytes that tell their place, behind the header.
+// After the header, bytes that show their position.
 PacketPtr Patterned(std::uint32_t type, std::uint32_t length) {
     PacketPtr packet = MakePacket(type, length);
     for (std::uint32_t i = MIN_PKT_SIZE; i < length; ++i) {
@@ -158,7 +158,7 @@ TEST_F(FragSend, DongleGoingAwayStopsTheFragmentsAndLeavesThePacket) {
     EXPECT_FALSE(log.Mentions("sent successfully"));
 }
 
-// A port that is plugged in again begins with packets of its own.
+// A port that is plugged in again starts with new packets.
 TEST_F(FragSend, FragmentThatIsLateDoesNotReachTheNextConnection) {
     dongle.mtu = 116;
     std::optional<Thread> sender;
@@ -168,7 +168,7 @@ TEST_F(FragSend, FragmentThatIsLateDoesNotReachTheNextConnection) {
             PacketPtr packet = Patterned(kTypeCreq, 1000);
             accepted = FragSendPacket(&dongle, packet);
         });
-        // It has found the dongle available, and comes to the queue when that is another's.
+        // It found the dongle available, and reaches the queue when that belongs to another.
         ASSERT_TRUE(Eventually([this] { return log.Mentions("[FRAG] Sending fragment 0/10"); }));
         dongle.available = false;
         FreeQueue(&dongle.tx);
@@ -406,7 +406,7 @@ TEST_F(FullTable, OfEquallyOldSessionsTheLowerIsReclaimed) {
     EXPECT_FALSE(Feed(SliceOf(whole, 1, 2), &sources[0]));
 }
 
-TEST_F(FragReceive, ForgottenSourceStartsAnew) {
+TEST_F(FragReceive, ForgottenSourceStartsAgain) {
     const PacketPtr whole = Patterned(kTypeCres, 300);
     const char other = 0;
     EXPECT_FALSE(Feed(SliceOf(whole, 0, 2)));

@@ -2,7 +2,7 @@
 
 namespace tarvik {
 
-// The library's, but for the slices in which waits look at flags and tick, which take real time.
+// The library's limits, except the wait slice, which takes real time.
 const LinkLimits& GetLinkLimits() {
     static constexpr LinkLimits kLimits = {
         .wait_slice_ms = 2,

@@ -13,8 +13,8 @@ namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// A dongle's queues, connected for as long as the object lives. What stands in the receive queue
-// is what the dongle has sent; what is sent to it stands in the transmit queue.
+// A dongle's queues, connected as long as the object lives. The receive queue holds what the dongle
+// has sent, the transmit queue what is sent to it.
 struct Dongle : DeviceQueues {
     Dongle() {
         InitializeQueue(&rx);

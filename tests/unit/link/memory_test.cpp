@@ -22,7 +22,7 @@ void ForEachShortage(Attempt attempt) {
     EXPECT_LT(allowed, kMost);
 }
 
-TEST(MemoryOut, AppendLeavesThePacketWithTheCallerAndTheQueueAsItWas) {
+TEST(MemoryOut, FailedAppendLeavesPacketAndQueueUnchanged) {
     constexpr std::uint32_t kQueued = 100;  // no spare node is left
     ForEachShortage([](std::uint32_t allowed) {
         Dongle dongle;
@@ -131,7 +131,7 @@ TEST(MemoryOut, ReassemblyIsRefusedOrDroppedAndItsSlotIsFreeAgain) {
     FragDeinit();
 }
 
-TEST(MemoryOut, ExchangeFailsOrSucceedsWholeAndGivesItsTurnBack) {
+TEST(MemoryOut, ExchangeFailsOrSucceedsAsAWholeAndFreesItsSlot) {
     const std::uint8_t data[] = {0x22, 0xF1, 0x90};
     // More rounds than there are turns.
     for (int round = 0; round < 4; ++round) {

@@ -24,7 +24,7 @@ PacketPtr FindResponse(PacketQueue* queue, std::int32_t timeout_ms, std::uint32_
 
 bool HasLength24(const Packet& packet, const PacketFilterArgument&) { return packet.length == 24; }
 
-// A number that tells packets of one type apart.
+// A number that distinguishes packets of one type.
 PacketPtr Numbered(std::uint32_t type, std::uint32_t number) {
     PacketPtr packet = MakePacket(type, 12);
     packet->SetU32(8, number);
@@ -33,7 +33,7 @@ PacketPtr Numbered(std::uint32_t type, std::uint32_t number) {
 std::uint32_t NumberOf(const PacketPtr& packet) { return packet == nullptr ? ~0u : packet->U32(8); }
 
 TEST(PacketQueue, ZeroTimeOutOnAnEmptyQueueReturnsNothingWithoutBlocking) {
-    const FakeTick tick(1000);  // stands still: a wait would never end
+    const FakeTick tick(1000);  // does not move: a wait would never end
     Queue queue;
     EXPECT_EQ(FindResponse(&queue, 0, 5), nullptr);
     EXPECT_EQ(Find(&queue, 0, nullptr, {}), nullptr);
@@ -41,7 +41,7 @@ TEST(PacketQueue, ZeroTimeOutOnAnEmptyQueueReturnsNothingWithoutBlocking) {
     EXPECT_EQ(QueueRemoveByTag(&queue, kNoTag), nullptr);
 }
 
-TEST(PacketQueue, GivesPacketsInTheOrderOfTheirArrival) {
+TEST(PacketQueue, ReturnsPacketsInOrderOfArrival) {
     Queue queue;
     for (std::uint32_t i = 0; i < 5; ++i)
         Append(&queue, Numbered(kTypePing, i));
@@ -382,7 +382,7 @@ TEST(PacketWaiting, WaiterThatLeavesThePacketSeesItInTheQueue) {
     EXPECT_EQ(Find(&queue, 0, MatchType, {kTypeRawc, 0}).get(), seen);
 }
 
-TEST(PacketWaiting, WaiterThatTakesIsServedBehindOneThatOnlyLooks) {
+TEST(PacketWaiting, WaiterThatTakesIsServedAfterOneThatOnlyLooks) {
     const FakeTick tick(1000);
     Queue queue;
     Packet* seen = nullptr;
@@ -493,7 +493,7 @@ TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
     EXPECT_EQ(Queued(&queue), 0u);
 }
 
-// More of them than a queue has conditions of its own to lend.
+// More of them than a queue has conditions.
 TEST(PacketWaiting, CrowdOfWaitersIsServedToTheLast) {
     constexpr std::uint32_t kWaiters = 2 * PacketQueue::kWakeUps + 1;
     Queue queue;

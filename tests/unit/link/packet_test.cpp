@@ -13,7 +13,7 @@ TEST(Packet, SyncIsItsEightBytesOnTheWire) {
     EXPECT_EQ(BytesOf(sync), (Bytes{0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0}));
 }
 
-TEST(Packet, LettersOfATypeStandInReverseOnTheWire) {
+TEST(Packet, LettersOfATypeAreReversedOnTheWire) {
     struct Row {
         std::uint32_t type;
         const char* wire;
@@ -31,7 +31,7 @@ TEST(Packet, LettersOfATypeStandInReverseOnTheWire) {
     EXPECT_EQ(kTypeCreq, 0x43524551u);
 }
 
-TEST(Packet, NewPacketIsZeroBehindItsHeader) {
+TEST(Packet, NewPacketIsZeroAfterItsHeader) {
     const PacketPtr packet = MakePacket(kTypeRawc, 24);
     ASSERT_NE(packet, nullptr);
     EXPECT_EQ(packet->length, 24u);
@@ -51,7 +51,7 @@ TEST(Packet, CopyHasTheSameBytesInABlockOfItsOwn) {
     EXPECT_EQ(BytesOf(copy), BytesOf(packet));
 }
 
-TEST(Packet, ReleasedPacketsLeaveNoMemoryBehind) {
+TEST(Packet, ReleasedPacketsLeakNoMemory) {
     const MemoryUse before = LiveMemory();
     { const PacketPtr copy = CopyPacket(*MakePacket(kTypePing, 100)); }
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
@@ -67,7 +67,7 @@ PacketPtr Login() {
     return packet;
 }
 
-TEST(Login, HoldsTheWholePacketAsItCame) {
+TEST(Login, HoldsTheWholePacketUnchanged) {
     const PacketPtr packet = Login();
     packet->Bytes()[191] = 0x5A;
     const LoginRecord login = LoginFromPacket(*packet);
@@ -78,7 +78,7 @@ TEST(Login, HoldsTheWholePacketAsItCame) {
     EXPECT_STREQ(LoginDeviceName(login).text, "Brennix");
 }
 
-TEST(Login, ShorterPacketCountsAsFarAsItGoes) {
+TEST(Login, ShorterPacketIsFilledWithZeros) {
     const PacketPtr whole = Login();
     const PacketPtr cut = MakePacket(kTypeLogn, 66);
     std::memcpy(cut->Bytes() + 8, whole->Bytes() + 8, 58);

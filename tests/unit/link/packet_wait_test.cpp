@@ -113,14 +113,14 @@ TEST_F(SleepingWaitForPacket, NoticesAbortWhileItSleeps) {
 }
 
 // The thread that was asked to stop may not have noticed yet.
-TEST_F(SleepingWaitForPacket, LeavesWhatComesAfterItWasAskedToStop) {
+TEST_F(SleepingWaitForPacket, LeavesPacketsThatComeAfterItWasAskedToStop) {
     wait.abort = true;
     Receive(&dongle, ResponseTo(5));
     EXPECT_EQ(wait.Result(), nullptr);
     EXPECT_EQ(Queued(&dongle.rx), 1u);
 }
 
-TEST_F(SleepingWaitForPacket, LeavesToItsSuccessorWhatComesAfterItWasAskedToStop) {
+TEST_F(SleepingWaitForPacket, LeavesPacketsThatComeAfterItWasAskedToStopToTheNextWaiter) {
     PendingWait successor(&dongle, kTypeCres, 10000, 5);
     ASSERT_TRUE(successor.Sleeps(2));
     wait.abort = true;

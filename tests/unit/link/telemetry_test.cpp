@@ -16,7 +16,7 @@ std::vector<std::string> Report(const std::string& json) {
 
 std::string Values(const std::string& json) { return Report(json).at(0); }
 
-// "x=1" of the log line for a key, for one that stands anywhere in it.
+// "x=1" for a key anywhere in the log line.
 bool Shows(const std::string& json, const std::string& part) {
     return Values(json).find(part) != std::string::npos;
 }
@@ -68,13 +68,13 @@ TEST(Telemetry, ShorterThanAHeaderIsLogged) {
               (std::vector<std::string>{"[HandleTelemetryPacket] TELE packet too short: 7 bytes"}));
 }
 
-TEST(Telemetry, WhiteSpaceMayStandAroundTheColon) {
+TEST(Telemetry, WhiteSpaceAroundTheColonIsSkipped) {
     EXPECT_TRUE(Shows("{\"v\" \t\r\n: \n 42}", " v=42 "));
 }
 
 TEST(Telemetry, FirstOccurrenceOfAKeyWins) { EXPECT_TRUE(Shows(R"({"v":1,"v":2})", " v=1 ")); }
 
-TEST(Telemetry, KeyMustStandInItsOwnQuotes) {
+TEST(Telemetry, KeyMustBeQuoted) {
     EXPECT_TRUE(Shows(R"({"xv":1,"vx":2,"v":3})", " v=3 "));
     EXPECT_TRUE(Shows(R"({v:1})", " v=-1 "));
     EXPECT_TRUE(Shows(R"({"v)", " v=-1 "));
@@ -194,7 +194,7 @@ std::vector<long long> Numbers(const std::string& line) {
     return numbers;
 }
 
-TEST(Telemetry, CutAnywhereItGivesUpWhatIsWhole) {
+TEST(Telemetry, TruncatedTextShowsWhatIsComplete) {
     const std::string whole =
         R"({"v":11,"u":22,"rt":33,"rhz":44,"cr":55,"ct":66,"can":77,"si":88,"mx":99,"ru":10,)"
         R"("tasks":[{"n":"a\"],b","x":5,"r":6},[1,[2]],{"n":"c","x":7}]})";
@@ -282,7 +282,7 @@ TEST(Telemetry, HugeNumbersOfTasksAreRankedAndShownWithoutWrapping) {
 
 TEST(Telemetry, QuotesEscapesAndBracketsInsideNamesAreText) {
     struct Row {
-        const char* name;  // as it stands in the text, and as it is shown
+        const char* name;  // in the text, and as shown
     };
     constexpr Row kRows[] = {{R"(say \"hi\")"}, {R"(back\\slash\\)"},  {R"(a\"},{\"x\":9)"},
                              {R"(]}],[{)"},     {R"(comma, colon: )"}, {R"(\u0041\n\")"},
@@ -302,7 +302,7 @@ TEST(Telemetry, KeysInsideEscapedQuotesAreNoKeys) {
     EXPECT_TRUE(Shows(R"({"n":"\"tasks\":[1,2]"})", " tasks=0 "));
 }
 
-// The text is searched: what stands first counts, wherever that is.
+// The text is searched: the first match counts, wherever it is.
 TEST(Telemetry, KeyOfATaskThatComesFirstIsTaken) {
     EXPECT_TRUE(Shows(R"({"tasks":[{"v":5}],"v":1})", " v=5 "));
 }
@@ -311,7 +311,7 @@ TEST(Telemetry, FirstOccurrenceThatIsNoNumberHidesALaterOne) {
     EXPECT_TRUE(Shows(R"({"v":"x","v":3})", " v=-1 "));
 }
 
-TEST(Telemetry, NameThatIsNoTextOrDoesNotEndIsShownAsFarAsItGoes) {
+TEST(Telemetry, NameThatIsNoStringOrDoesNotEndIsShownAsFarAsPossible) {
     EXPECT_EQ(TopTasks(R"([{"n":12,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
     EXPECT_EQ(TopTasks(R"([{"n":null,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
     EXPECT_EQ(TopTasks(R"([{"x":1,"n":"open}])"), "") << "the object does not end";
@@ -323,14 +323,14 @@ TEST(Telemetry, ZeroBytesInsideTheTextEndNothingButAName) {
     EXPECT_TRUE(Shows(std::string(100, '\0'), " v=-1 "));
 }
 
-TEST(Telemetry, TextWithoutAnythingInItShowsEveryValueAsMissing) {
+TEST(Telemetry, EmptyTextShowsEveryValueAsMissing) {
     for (const std::string text :
          {" ", "\"", "\"\"", "[", ":", ",", "\\", "tasks", "\"tasks\":["}) {
         EXPECT_TRUE(Shows(text, "v=-1 u_ms=-1 rt=-1 rhz=-1 tasks=0 ")) << text;
     }
 }
 
-TEST(Telemetry, ReportsLeaveNoMemoryBehind) {
+TEST(Telemetry, ReportsLeakNoMemory) {
     const MemoryUse before = LiveMemory();
     Report("{\"tasks\":[" + Repeated("[", 1000) + "{\"n\":\"" + std::string(1000, '"'));
     EXPECT_EQ(LiveMemory().blocks, before.blocks);

@@ -201,7 +201,7 @@ TEST_F(ConfigFile, NewFileThatCannotBeReadIsNamed) {
     EXPECT_TRUE(fs::exists(LibraryFile()));
 }
 
-TEST_F(ConfigFile, FailedLoadLeavesTheRecordAsItWas) {
+TEST_F(ConfigFile, FailedLoadLeavesTheRecordUnchanged) {
     fs::remove(folders_.Library());
     record_.useProxy = true;
     std::strcpy(record_.serverAddress, "kept");
@@ -303,7 +303,7 @@ TEST_F(ConfigFile, OfAFileOf1025BytesTheLastIsNotReadSoThatEveryKeyIsMissing) {
     EXPECT_TRUE(LoadText(PaddedTo(1025)).useSerial);
 }
 
-TEST_F(ConfigFile, WhatStandsBehindByte1024IsIgnored) {
+TEST_F(ConfigFile, BytesAfterTheFirst1024AreIgnored) {
     EXPECT_FALSE(LoadText(PaddedTo(1024) + "garbage").useSerial);
 }
 

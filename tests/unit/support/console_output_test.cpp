@@ -23,7 +23,7 @@ TEST(Console, PrintsToStandardOutputAndNotToTheLog) {
     EXPECT_EQ(log.Text(), "");
 }
 
-// Where the process's own standard output is the console.
+// On systems where standard output is the console.
 const test::ChildBody kOpenConsoleTwice("open-console-twice", [] {
     OpenDebugConsole();
     OpenDebugConsole();

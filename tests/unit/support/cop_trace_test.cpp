@@ -33,7 +33,7 @@ constexpr const char* kSwitches[] = {"DPDU_COPTRACE_DISABLE", "DPDU_COPTRACE_DIS
                                      "DPDU_COPTRACE_CLOUD_PKTS_META_ONLY"};
 constexpr TraceCop kCop = {1, 22, 333};
 
-// The files of a test stand in a folder of its own; at most one session runs.
+// Each test has its own folder for files; at most one session runs.
 class CopTrace : public testing::Test {
 protected:
     ~CopTrace() override {
@@ -82,7 +82,7 @@ protected:
     test::TestFolders folders_;
 };
 
-// The common start of a line, after which an event's own fields begin.
+// The common start of a line, before the fields of the event.
 std::string PrefixOf(const std::string& line, const std::string& event) {
     const std::string end = ",\"ev\":\"" + event + "\"";
     const std::size_t at = line.find(end);
@@ -445,7 +445,7 @@ TEST_F(CopTrace, ItemDestroy) {
                  "%s,\"itemType\":%u,\"hCoP\":%u}\n", 0x1302u, 12u);
 }
 
-TEST_F(CopTrace, CommReqSentAlsoTellsTheDebugger) {
+TEST_F(CopTrace, CommReqSentIsAlsoDebuggerOutput) {
     const DebugOutputCapture debug;
     EXPECT_EVENT(
         Trace([] {
@@ -459,7 +459,7 @@ TEST_F(CopTrace, CommReqSentAlsoTellsTheDebugger) {
     EXPECT_NE(debug.Text().find("[CopLog] COMM_REQ sent\n"), std::string::npos);
 }
 
-TEST_F(CopTrace, CommResReceivedAlsoTellsTheDebugger) {
+TEST_F(CopTrace, CommResReceivedIsAlsoDebuggerOutput) {
     const DebugOutputCapture debug;
     EXPECT_EVENT(Trace([] { TraceCommResReceived(9, 40, "\x50\x03", 2); }), "comm_res_received",
                  "%s,\"req_id\":%u,\"wait_time\":%u,\"rx_len\":%u,\"rx_hex\":\"%s\","
@@ -468,7 +468,7 @@ TEST_F(CopTrace, CommResReceivedAlsoTellsTheDebugger) {
     EXPECT_NE(debug.Text().find("[CopLog] COMM_RES received\n"), std::string::npos);
 }
 
-TEST_F(CopTrace, BusyReceivedAlsoTellsTheDebugger) {
+TEST_F(CopTrace, BusyReceivedIsAlsoDebuggerOutput) {
     const DebugOutputCapture debug;
     EXPECT_EVENT(Trace([] { TraceBusyReceived(9, "bus is off", 10); }), "busy_received",
                  "%s,\"req_id\":%u,\"reason\":\"%s\",\"reason_len\":%u}\n", 9u, "bus is off", 10u);

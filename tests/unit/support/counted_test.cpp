@@ -63,7 +63,7 @@ TEST(Counted, DetachedReferenceIsTakenOverByAdopt) {
     EXPECT_TRUE(reference->IsOnlyReference());
 }
 
-TEST(Counted, ShareAddsAReferenceAndOfNullGivesNone) {
+TEST(Counted, ShareAddsAReferenceUnlessNull) {
     int ends = 0;
     const Ref<Probe> owner = MakeCounted<Probe>(&ends);
     {

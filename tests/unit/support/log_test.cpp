@@ -116,7 +116,7 @@ TEST(Log, FormatsTheSameOnBothSystems) {
     EXPECT_TRUE(log.Has("'(null)'"));
 }
 
-TEST(Log, LeavesTheLastErrorAsItWas) {
+TEST(Log, KeepsTheLastError) {
     const LogCapture log;
     OsSetLastError(7);
     Log(7, "%s", std::string(3000, 'x').c_str());
