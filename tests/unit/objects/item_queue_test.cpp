@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "support/counted.h"
-#include "unit/api/failing_heap.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {
