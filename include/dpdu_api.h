@@ -7,15 +7,15 @@
 // PDUModuleDisconnect, PDUDestruct.
 //
 // For every function:
-// - It returns PDU_STATUS_NOERROR or one of the errors named with it. Nothing is thrown.
-// - It may be called from any thread and inside the event callback, unless said otherwise.
-//   PDUConstruct and PDUDestruct must not run at the same time as each other or as any other call.
-// - An item returned through a pointer to a pointer belongs to the application until it hands it
-//   back with PDUDestroyItem. Everything passed in stays the application's and is copied where it
-//   is needed after the return, except where said otherwise.
+// - It returns PDU_STATUS_NOERROR or one of the errors listed with it. Nothing is thrown.
+// - It may be called on any thread and inside the event callback. The application should not let
+//   PDUConstruct or PDUDestruct run at the same time as other calls.
+// - An item returned through a pointer to a pointer belongs to the application until it is passed
+//   to PDUDestroyItem. Everything passed in stays the application's; what the library needs after
+//   the return is copied, unless stated otherwise.
 // - hMod is a module handle from PDUGetModuleIds, hCLL a link handle from PDUCreateComLogicalLink,
-//   hCoP a ComPrimitive handle from PDUStartComPrimitive; PDU_HANDLE_UNDEF stands for none.
-// - Pointers to results must not be null, except where said otherwise.
+//   hCoP a ComPrimitive handle from PDUStartComPrimitive; PDU_HANDLE_UNDEF means none.
+// - Pointers to results must not be null, unless stated otherwise.
 //
 // The function pointer types at the end (PDUConstruct_Fn and so on) are for programs that load the
 // library at run time; the exported names are undecorated.
@@ -25,8 +25,8 @@
 
 #include "dpdu_types.h"
 
-// Gives a function default visibility in an ELF library. Windows exports come from a definition
-// file, so there is nothing to say here.
+// Gives a function default visibility in an ELF library. On Windows a definition file lists the
+// exports.
 #ifndef PDU_API
 #if defined(__ELF__) && defined(__GNUC__)
 #define PDU_API __attribute__((visibility("default")))
@@ -46,19 +46,23 @@ extern "C" {
 /// Starts the library: reads the configuration, opens the debug log and the trace, and starts the
 /// transports that the configuration enables. Every ComParam value starts at 0.
 ///
-/// OptionStr is only logged; it may be null. pAPITag is handed to every event callback unchanged
-/// and never read through; it may be null.
+/// OptionStr is only logged; it may be null. pAPITag is passed to every event callback unchanged
+/// and never dereferenced; it may be null.
 ///
-/// Errors: PDU_ERR_SHARING_VIOLATION when already constructed (nothing changes),
-/// PDU_ERR_FCT_FAILED when memory for the ComParams runs out.
+/// Errors: PDU_ERR_SHARING_VIOLATION if the library is already constructed, or if a construct or
+/// destruct is under way (nothing changes); PDU_ERR_FCT_FAILED if memory for the ComParams runs
+/// out.
 PDU_API T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag);
 
 /// Stops the library: ends every link (waiting at most two seconds for each), the transports and
-/// the trace, and forgets every module, ComParam value and queued event. All handles become
-/// invalid; items not yet handed back with PDUDestroyItem can no longer be. The callbacks of the
-/// system and of the modules stay registered for a following PDUConstruct.
+/// the trace, and discards every module, ComParam value and queued event. All handles become
+/// invalid, and items not yet passed to PDUDestroyItem can no longer be released. The callbacks of
+/// the system and of the modules stay registered for the next PDUConstruct.
 ///
-/// Not to be called inside the event callback: it waits for the thread that runs the callback.
+/// It waits for callbacks on other threads to return, and terminates the thread of a link whose
+/// callback takes longer than the two seconds. Inside a callback it does not wait for the thread
+/// that it is called on. Calls of other threads that are still inside the library get up to five
+/// seconds to end.
 ///
 /// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED.
 PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);
@@ -67,8 +71,8 @@ PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);
 // Commands and information
 // ---------------------------------------------------------------------------------------------
 
-/// Executes the command with the id IoCtlCommandId, which PDUGetObjectId gives for its name. The
-/// handles are not examined, and no command reaches the dongle.
+/// Executes the command with the id IoCtlCommandId, which PDUGetObjectId returns for its name. The
+/// handles are not checked, and no command reaches the dongle.
 ///
 /// PDU_IOCTL_RESET, PDU_IOCTL_SET_BUFFER_SIZE, PDU_IOCTL_START_MSG_FILTER and
 /// PDU_IOCTL_CLEAR_MSG_FILTER ignore their input, have no effect and leave *pOutputData alone.
@@ -78,8 +82,9 @@ PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);
 /// PDU_IOCTL_GET_ENTITY_STATUS returns a PDU_IT_IO_ENTITY_STATUS item and
 /// PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE the value 1; both take a PDU_IT_IO_ENTITY_ADDRESS input.
 ///
-/// pInputData may be null where the input is ignored. Set *pOutputData to null before the call and
-/// hand the item back with PDUDestroyItem if it is not null afterwards.
+/// pInputData may be null where the input is ignored; pOutputData may be null. Set *pOutputData to
+/// null before the call, and pass the item to PDUDestroyItem if it is not null afterwards. It may
+/// be null after success when memory runs out.
 ///
 /// Errors: PDU_ERR_ID_NOT_SUPPORTED for every other id, PDU_ERR_INVALID_PARAMETERS for a missing
 /// input or one of the wrong type.
@@ -92,16 +97,16 @@ PDU_API T_PDU_ERROR PDU_CALL PDUIoCtl(UNUM32 hMod, UNUM32 hCLL, UNUM32 IoCtlComm
 /// Errors: PDU_ERR_INVALID_HANDLE for an unknown module.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetVersion(UNUM32 hMod, PDU_VERSION_DATA* pVersionData);
 
-/// Tells the state of a ComPrimitive, a link or a module: of hCoP unless it is PDU_HANDLE_UNDEF,
+/// Returns the state of a ComPrimitive, a link or a module: of hCoP unless it is PDU_HANDLE_UNDEF,
 /// else of the link if hMod and hCLL name one, else of the module. A ComPrimitive is found whatever
-/// hMod and hCLL say; it is known from its start until shortly after its final state.
+/// hMod and hCLL are; it is known from its start until shortly after its final state.
 ///
-/// *pTimestamp (microseconds) and *pExtraInfo (0) are written in every case; both pointers may be
+/// *pTimestamp (microseconds) and *pExtraInfo (0) are always written. All three pointers may be
 /// null.
 ///
-/// A successful call for a ComPrimitive keeps the calling thread the owner of the module table's
-/// lock until PDUDestruct, so that calls of other threads which need it wait: take ComPrimitive
-/// states from the status items instead, or call the API from one thread only.
+/// A successful call for a ComPrimitive leaves the calling thread in possession of the module
+/// table's lock until it calls PDUDestruct. Calls of other threads that need this lock then wait.
+/// Take the states of ComPrimitives from status items instead, or call the API on one thread only.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetStatus(UNUM32 hMod, UNUM32 hCLL, UNUM32 hCoP,
@@ -116,7 +121,7 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetLastError(UNUM32 hMod, UNUM32 hCLL, T_PDU_ERR
                                              UNUM32* phCoP, UNUM32* pTimestamp,
                                              UNUM32* pExtraErrorInfo);
 
-/// Does nothing and succeeds; pResourceStatus, which belongs to the application, stays as it is.
+/// Does nothing and succeeds. pResourceStatus belongs to the application and is not written.
 ///
 /// Errors: none.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetResourceStatus(PDU_RSC_STATUS_ITEM* pResourceStatus);
@@ -125,39 +130,41 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetResourceStatus(PDU_RSC_STATUS_ITEM* pResource
 // Logical links
 // ---------------------------------------------------------------------------------------------
 
-/// Creates a logical link on a module, offline, with a worker thread of its own. Its handle is
-/// stored in *phCLL; handles are not reused.
+/// Creates a logical link on a module, in state PDU_CLLST_OFFLINE, with its own worker thread, and
+/// stores its handle in *phCLL (which may be null). Handles are never reused.
 ///
-/// pRscData names the bus type and the protocol (CAN or DoIP); its pins are ignored. With null
-/// pRscData the link exists, but its protocol is unknown: resourceId is only logged. pCllTag is
-/// handed to every event callback of the link unchanged; it may be null. pCllCreateFlag may be null
-/// or of 0 bytes; PDU_CREATE_FLAG0_RAW_MODE makes a link on which the application sees CAN frames.
+/// pRscData names the bus type and the protocol (CAN or DoIP); its pins are ignored. If it is null,
+/// the protocol of the link is unknown. resourceId is only logged. pCllTag is passed to every event
+/// callback of the link unchanged; it may be null. pCllCreateFlag may be null or have 0 bytes;
+/// PDU_CREATE_FLAG0_RAW_MODE creates a raw link, on which the application sees CAN frames.
 ///
 /// The link starts with a unique response table of one entry, a copy of the ComParam values of
-/// class PDU_PC_UNIQUE_ID at this moment: set CP_CanPhysReqId and CP_CanRespUSDTId before creating
+/// class PDU_PC_UNIQUE_ID at this moment. Set CP_CanPhysReqId and CP_CanRespUSDTId before creating
 /// the link, or give the link a table afterwards.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE for an unknown module.
+/// Errors: PDU_ERR_INVALID_HANDLE for an unknown module, PDU_ERR_FCT_FAILED if memory runs out or
+/// the system refuses a thread.
 PDU_API T_PDU_ERROR PDU_CALL PDUCreateComLogicalLink(UNUM32 hMod, PDU_RSC_DATA* pRscData,
                                                      UNUM32 resourceId, void* pCllTag,
                                                      UNUM32* phCLL, PDU_FLAG_DATA* pCllCreateFlag);
 
-/// Ends a link. Its handle is invalid at once; the worker ends soon after, and ComPrimitives still
-/// queued are dropped without an item. Fetch the events that matter before.
+/// Ends a link. Its handle becomes invalid at once, and with it the events that have not been
+/// fetched. The worker ends soon afterwards; ComPrimitives that are still queued are dropped
+/// without an item.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE, also for the second call.
+/// Errors: PDU_ERR_INVALID_HANDLE, also for a second call.
 PDU_API T_PDU_ERROR PDU_CALL PDUDestroyComLogicalLink(UNUM32 hMod, UNUM32 hCLL);
 
-/// Takes a link online and reports PDU_CLLST_ONLINE in a status item. Nothing is sent. A link whose
-/// communication was started goes back to online.
+/// Takes a link online and reports PDU_CLLST_ONLINE in a status item. Nothing is sent. A link in
+/// state PDU_CLLST_COMM_STARTED also goes to PDU_CLLST_ONLINE.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_CONNECTED when the link is online.
+/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_CONNECTED if the link is online.
 PDU_API T_PDU_ERROR PDU_CALL PDUConnect(UNUM32 hMod, UNUM32 hCLL);
 
-/// Takes a link offline and reports PDU_CLLST_OFFLINE in a status item. ComPrimitives already
-/// queued are still executed.
+/// Takes a link offline and reports PDU_CLLST_OFFLINE in a status item. ComPrimitives that are
+/// already queued are still executed.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED when the link is offline.
+/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED if the link is offline.
 PDU_API T_PDU_ERROR PDU_CALL PDUDisconnect(UNUM32 hMod, UNUM32 hCLL);
 
 /// Does nothing and succeeds: no resource is ever locked. LockMask holds PDU_LOCK_... bits.
@@ -174,62 +181,74 @@ PDU_API T_PDU_ERROR PDU_CALL PDUUnlockResource(UNUM32 hMod, UNUM32 hCLL, UNUM32 
 // ComParams
 // ---------------------------------------------------------------------------------------------
 
-/// Stores in *pParamItem a pointer into the library's ComParam table, not a copy: the item belongs
-/// to the library, changes with the next PDUSetComParam and is valid until PDUDestruct. Handing it
+/// Stores in *pParamItem a pointer into the library's ComParam table, not a copy. The item belongs
+/// to the library, changes with the next PDUSetComParam and is valid until PDUDestruct. Passing it
 /// to PDUDestroyItem is allowed and does nothing. There is one table for the whole process; the
-/// handles are not examined.
+/// handles are not checked. pParamItem may be null.
 ///
 /// Errors: PDU_ERR_COMPARAM_NOT_SUPPORTED for an unknown id.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetComParam(UNUM32 hMod, UNUM32 hCLL, UNUM32 ParamId,
                                             PDU_PARAM_ITEM** pParamItem);
 
-/// Copies a value into the ComParam table, where it takes effect at once for every link and for
-/// every ComPrimitive executed from now on; the handles are not examined. The ComParam's own type
-/// decides how pComParamData is read, not the type in the item. The item may be the very one that
-/// PDUGetComParam returned. Lengths in field records are trusted as given.
+/// Copies a value into the ComParam table. It takes effect at once, for every link and for every
+/// ComPrimitive executed from now on; the handles are not checked. The ComParam's own type decides
+/// how pComParamData is read, not the type in the item. The item may be the one that PDUGetComParam
+/// returned. Lengths in field records are trusted.
 ///
-/// CP_CanPhysReqId and CP_CanRespUSDTId reach an existing link only through its unique response
-/// table. CP_P2Max is in microseconds and is divided by 2000 to get the time-out in milliseconds.
+/// An existing link takes CP_CanPhysReqId and CP_CanRespUSDTId from its unique response table
+/// instead. CP_P2Max is in microseconds; the time-out in milliseconds is CP_P2Max / 2000.
 ///
-/// The table has no lock: two threads that set the same field ComParam must take turns.
+/// Several threads may set ComParams at the same time. A thread that reads a value through the
+/// pointer of PDUGetComParam must make sure that no other thread sets it meanwhile.
 ///
-/// Errors: PDU_ERR_INVALID_PARAMETERS for an unknown id, PDU_ERR_FCT_FAILED for a struct type other
-/// than the ComParam's own or when memory runs out.
+/// Errors: PDU_ERR_INVALID_PARAMETERS for a null item or an unknown id, PDU_ERR_FCT_FAILED for a
+/// struct type other than the ComParam's own, or if memory runs out.
 PDU_API T_PDU_ERROR PDU_CALL PDUSetComParam(UNUM32 hMod, UNUM32 hCLL, PDU_PARAM_ITEM* pParamItem);
 
 // ---------------------------------------------------------------------------------------------
 // ComPrimitives
 // ---------------------------------------------------------------------------------------------
 
-/// Queues a ComPrimitive on a link that is not offline and stores its handle in *phCoP. A link
-/// executes its ComPrimitives one after another; state changes, results and errors arrive as event
-/// items, the last of them with PDU_COPST_FINISHED or PDU_COPST_CANCELLED.
+/// Queues a ComPrimitive on a link that is not offline and stores its handle in *phCoP (which may
+/// be null). A link executes its ComPrimitives one after another. State changes, results and errors
+/// arrive as event items; the last item has the state PDU_COPST_FINISHED or PDU_COPST_CANCELLED.
 ///
-/// CoPType is one of PDU_COPT_.... PDU_COPT_SENDRECV sends the CoPDataSize bytes of pCoPData. With
-/// a unique response table of one entry the request goes to that entry's control unit, and up to
-/// ten times until a response matches one of the expected responses. With two entries or more it
-/// goes out once on the functional identifier CP_CanFuncReqId, and every entry's answer that
-/// matches is delivered. An unmatched response gives an error item PDU_ERR_EVT_RX_TIMEOUT, none at
-/// all PDU_ERR_EVT_TX_ERROR. PDU_COPT_STARTCOMM also starts tester present with
-/// CP_TesterPresentTime and CP_TesterPresentMessage, PDU_COPT_STOPCOMM ends it.
-/// PDU_COPT_UPDATEPARAM and PDU_COPT_RESTORE_PARAM only report that they are finished. Other types
-/// are queued and have no effect and no item. On a raw link PDU_COPT_STARTCOMM sends one CAN frame
-/// (four identifier bytes, then the data) and PDU_COPT_SENDRECV receives frames until it is
-/// cancelled or the link ends.
+/// CoPType is one of PDU_COPT_...:
 ///
-/// pCoPData and pCopCtrlData are copied, except for the TxFlag's bytes; both may be null when they
-/// are not needed, but a request without expected responses gets none. pCoPTag comes back in every
-/// item unchanged; it may be null.
+/// - PDU_COPT_SENDRECV sends the CoPDataSize bytes at pCoPData as a request. With a unique response
+///   table of one entry or none the request goes to a single control unit, up to ten times until
+///   its response matches one of the expected responses. Every response that matches none gives an
+///   error item PDU_ERR_EVT_RX_TIMEOUT; no response at all ends the request with
+///   PDU_ERR_EVT_TX_ERROR. With two entries or more the request goes out once, on the functional
+///   identifier CP_CanFuncReqId, and every entry's response that matches is delivered; other
+///   responses are dropped without an item. If the exchange as a whole fails, the error item is
+///   PDU_ERR_EVT_RX_TIMEOUT.
+/// - PDU_COPT_STARTCOMM also starts tester present with CP_TesterPresentTime (microseconds) and
+///   CP_TesterPresentMessage (1 to 32 bytes). PDU_COPT_STOPCOMM ends it.
+/// - PDU_COPT_UPDATEPARAM and PDU_COPT_RESTORE_PARAM only report that they are finished.
+/// - Other types are queued, have no effect and give no item.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED when the link is offline.
+/// On a raw link PDU_COPT_STARTCOMM sends one CAN frame (four identifier bytes, most significant
+/// first, then the data) if NumSendCycles is at least 1, and gives no item. PDU_COPT_SENDRECV
+/// receives frames on a thread of its own if NumReceiveCycles is 0 or less (1 or more receives
+/// nothing). It is finished at once, but its results keep arriving until the next PDU_COPT_SENDRECV
+/// of the link or the end of the link.
+///
+/// pCoPData and pCopCtrlData are copied, except for the bytes of the TxFlag, which are read during
+/// this call only. Both pointers may be null if they are not needed; without expected responses no
+/// response is delivered. pCoPTag is returned in every item unchanged; it may be null.
+///
+/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED if the link is offline,
+/// PDU_ERR_FCT_FAILED if memory runs out.
 PDU_API T_PDU_ERROR PDU_CALL PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType,
                                                   UNUM32 CoPDataSize, UNUM8* pCoPData,
                                                   PDU_COP_CTRL_DATA* pCopCtrlData, void* pCoPTag,
                                                   UNUM32* phCoP);
 
-/// Asks a ComPrimitive to end. The answer comes as a status item PDU_COPST_CANCELLED; a request to
-/// a single control unit that is already under way is completed first. Cancelling one that is
-/// finished, but not yet forgotten, succeeds and does nothing.
+/// Asks a ComPrimitive to end. Its last status item then has the state PDU_COPST_CANCELLED. A
+/// request to a single control unit that is already under way is completed first. Cancelling a
+/// finished ComPrimitive that is still registered succeeds and does nothing; this includes one that
+/// receives frames on a raw link, which goes on receiving.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE for an unknown link or ComPrimitive.
 PDU_API T_PDU_ERROR PDU_CALL PDUCancelComPrimitive(UNUM32 hMod, UNUM32 hCLL, UNUM32 hCoP);
@@ -238,24 +257,24 @@ PDU_API T_PDU_ERROR PDU_CALL PDUCancelComPrimitive(UNUM32 hMod, UNUM32 hCLL, UNU
 // Events and items
 // ---------------------------------------------------------------------------------------------
 
-/// Takes the oldest item out of an event queue without waiting and stores it in *pEventItem: the
-/// system's queue when hMod is PDU_HANDLE_UNDEF, the link's when hMod and hCLL name a link, else
-/// the module's. The item then belongs to the application; hand it back with PDUDestroyItem.
+/// Takes the oldest item out of an event queue without waiting, and stores it in *pEventItem. The
+/// queue is the system's if hMod is PDU_HANDLE_UNDEF, the link's if hMod and hCLL name a link, else
+/// the module's. The item then belongs to the application, which passes it to PDUDestroyItem.
 ///
-/// Errors: PDU_ERR_EVENT_QUEUE_EMPTY (*pEventItem is null), PDU_ERR_INVALID_PARAMETERS for a null
-/// pEventItem.
+/// Errors: PDU_ERR_EVENT_QUEUE_EMPTY (*pEventItem is null), PDU_ERR_INVALID_PARAMETERS if
+/// pEventItem is null.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetEventItem(UNUM32 hMod, UNUM32 hCLL, PDU_EVENT_ITEM** pEventItem);
 
-/// Releases an item that the library returned, with everything it points to. Null, ComParam items
-/// and information items are accepted; nothing is released then.
+/// Releases an item that the library returned, with everything it points to. Null, ComParam items,
+/// information items and outputs of PDUIoCtl are accepted, but not released.
 ///
 /// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED (the item is not released).
 PDU_API T_PDU_ERROR PDU_CALL PDUDestroyItem(PDU_ITEM* pItem);
 
 /// Registers the callback for events of the system (hMod PDU_HANDLE_UNDEF), of all modules (hCLL
-/// PDU_HANDLE_UNDEF; there is one such callback, whatever hMod says) or of a link. Null removes it.
-/// An event calls the link's callback, else the modules', else the system's, after its item was
-/// queued; see CALLBACKFNC.
+/// PDU_HANDLE_UNDEF; there is one for all, whatever hMod is) or of a link. Null removes it. After
+/// an item is queued, the link's callback is called, else the modules', else the system's; see
+/// CALLBACKFNC.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE for an unknown link.
 PDU_API T_PDU_ERROR PDU_CALL PDURegisterEventCallback(UNUM32 hMod, UNUM32 hCLL,
@@ -265,68 +284,74 @@ PDU_API T_PDU_ERROR PDU_CALL PDURegisterEventCallback(UNUM32 hMod, UNUM32 hCLL,
 // Objects, modules and resources
 // ---------------------------------------------------------------------------------------------
 
-/// Looks up the id of an object by its exact name, case included. The ids are the library's own:
-/// always ask for them. Known are the protocols ISO_15765_3_on_ISO_15765_2 and ISO_11898_RAW, the
-/// bus type ISO_11898_2_DWCAN, the pin types HI and LOW (HI has the id 0), the resource
-/// ISO_UDS_on_OBD, 25 commands of PDUIoCtl and 228 ComParams. Works before PDUConstruct too.
+/// Looks up the id of an object by its exact name; case matters. The ids are the library's own, so
+/// always look them up. Known names: the protocols ISO_15765_3_on_ISO_15765_2 and ISO_11898_RAW,
+/// the bus type ISO_11898_2_DWCAN, the pin types HI and LOW (HI has the id 0), the resource
+/// ISO_UDS_on_OBD, 25 commands of PDUIoCtl and 228 ComParams. pPduObjectId may be null. Also works
+/// before PDUConstruct.
 ///
 /// Errors: PDU_ERR_INVALID_PARAMETERS for an unknown name or object type (*pPduObjectId is 0).
 PDU_API T_PDU_ERROR PDU_CALL PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pShortname,
                                             UNUM32* pPduObjectId);
 
-/// Looks for dongles on every enabled transport and returns the list of all known modules. Takes as
-/// long as the slowest transport: serial 0.2 s, cloud 0.5 s, Bluetooth LE 2 s. A dongle keeps its
-/// handle until PDUDestruct. One that has vanished stays in the list; PDUGetStatus then tells
-/// PDU_MODST_NOT_AVAIL, even after it has come back, until a new PDUConstruct.
+/// Looks for dongles on every enabled transport and returns the list of all known modules. It takes
+/// as long as the slowest transport: serial 0.2 s, cloud 0.5 s, Bluetooth LE 2 s. A dongle keeps
+/// its handle until PDUDestruct. A dongle that has vanished stays in the list; PDUGetStatus then
+/// returns PDU_MODST_NOT_AVAIL, even after it is back, until the next PDUConstruct.
 ///
-/// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED.
+/// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED, PDU_ERR_FCT_FAILED if memory runs out.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetModuleIds(PDU_MODULE_ITEM** pModuleIdList);
 
 /// Returns the resources of a module that match the bus type and the protocol in pResourceIdData
-/// (both 0: all resources; pins are ignored), always as a list with one module entry. The handle is
-/// not checked.
+/// (both 0, or a null pointer: all resources; pins are ignored). The list always has one module
+/// entry, without ids if nothing matches. The handle is not checked. *pResourceIdList is null if
+/// memory runs out.
 ///
-/// Errors: none; a list without ids when nothing matches.
+/// Errors: none.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetResourceIds(UNUM32 hMod, PDU_RSC_DATA* pResourceIdData,
                                                PDU_RSC_ID_ITEM** pResourceIdList);
 
-/// Does nothing and succeeds; *pOutputConflictList stays as it is, so set it to null before.
+/// Does nothing and succeeds. *pOutputConflictList is not written: set it to null before the call.
 ///
 /// Errors: none.
 PDU_API T_PDU_ERROR PDU_CALL
 PDUGetConflictingResources(UNUM32 resourceId, PDU_MODULE_ITEM* pInputModuleList,
                            PDU_RSC_CONFLICT_ITEM** pOutputConflictList);
 
-/// Returns a copy of the link's unique response table.
+/// Returns a copy of the link's unique response table; null if the link has none, or if memory runs
+/// out.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetUniqueRespIdTable(
     UNUM32 hMod, UNUM32 hCLL, PDU_UNIQUE_RESP_ID_TABLE_ITEM** pUniqueRespIdTable);
 
 /// Gives the link a new unique response table, used from the next request on. The table is copied
-/// (struct and long fields without their data) and stays the application's; it may be the one that
-/// PDUGetUniqueRespIdTable returned. One entry: requests go to that control unit. Several: requests
-/// go out functionally, and the entries' CP_CanRespUSDTId tell the answers apart; an entry that
-/// repeats one is left out, and results carry the position among those that remain. An empty table
-/// is accepted.
+/// (struct and long fields without their data) and stays the application's; it may be one that
+/// PDUGetUniqueRespIdTable returned. With one entry, requests go to that control unit. With
+/// several, requests go out functionally, and the entries' CP_CanRespUSDTId distinguish the
+/// answers. An entry whose CP_CanRespUSDTId another entry before it has is left out; results carry
+/// the position among the remaining entries. An empty table is accepted.
+///
+/// With null, or if memory runs out, the link has no table, and its requests end with
+/// PDU_ERR_EVT_TX_ERROR.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE.
 PDU_API T_PDU_ERROR PDU_CALL PDUSetUniqueRespIdTable(
     UNUM32 hMod, UNUM32 hCLL, PDU_UNIQUE_RESP_ID_TABLE_ITEM* pUniqueRespIdTable);
 
-/// Marks a module as connected (PDU_MODST_READY); with a dongle in the cloud, also directs the
-/// connection to it.
+/// Marks a module as connected (PDU_MODST_READY). For a dongle behind the cloud relay it also
+/// directs the connection to that dongle.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE, also for PDU_HANDLE_UNDEF.
 PDU_API T_PDU_ERROR PDU_CALL PDUModuleConnect(UNUM32 hMod);
 
-/// Marks a module as present, but not connected (PDU_MODST_AVAIL). Its links live on.
+/// Marks a module as present, but not connected (PDU_MODST_AVAIL). Its links stay valid.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE, also for PDU_HANDLE_UNDEF.
 PDU_API T_PDU_ERROR PDU_CALL PDUModuleDisconnect(UNUM32 hMod);
 
-/// Stores the time on the clock of the event items, in microseconds with the resolution of a
-/// millisecond; it wraps after 71.6 minutes. pTimestamp may be null.
+/// Stores the current time of the clock that stamps event items: microseconds, with a resolution of
+/// one millisecond, wrapping after 71.6 minutes. pTimestamp may be null.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE for an unknown module.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetTimestamp(UNUM32 hMod, UNUM32* pTimestamp);

@@ -1,16 +1,17 @@
 // Types, constants and records of the D-PDU API (ISO 22900-2) for x86-64.
 //
-// Usable from C99 and later and from C++11 and later. Every record has the natural alignment of
-// x86-64, without any packing, and its size and offsets are checked at the end of its declaration:
-// a compiler set up differently stops here instead of exchanging garbage with the library.
+// For C99 and later and C++11 and later. Every record has the natural alignment of x86-64, without
+// packing. Its size and offsets are checked after its declaration, so that a compiler with other
+// settings reports an error instead of exchanging garbage with the library.
 //
 // Reading the comments:
 // - "in" and "out" are seen from the application.
-// - Whoever allocates a record also frees it, except for items that the library returns through a
-//   pointer to a pointer: the application hands those back with PDUDestroyItem, together with
-//   everything they point to.
+// - "here" means: in this library.
+// - Whoever allocates a record also frees it. The exception are items that the library returns
+//   through a pointer to a pointer: the application passes those to PDUDestroyItem, which releases
+//   them with everything they point to.
 // - Text is NUL-terminated, 8 bits a character (ISO 8859-1).
-// - Arrays are given as a count and a pointer; the pointer may be null when the count is 0.
+// - Arrays are given as a count and a pointer; the pointer may be null if the count is 0.
 
 #ifndef DPDU_TYPES_H
 #define DPDU_TYPES_H
@@ -30,13 +31,13 @@ typedef uint32_t UNUM32;  ///< unsigned, 32 bits on every system (never `unsigne
 typedef int32_t SNUM32;   ///< signed, 32 bits
 typedef char CHAR8;       ///< one character of a text
 
-// x86-64 has one C calling convention per system, so neither the functions nor the event callback
-// need a keyword. The macro marks where the convention belongs.
+// x86-64 has one C calling convention per system, so functions and callbacks need no keyword. The
+// macro marks where the keyword would be.
 #ifndef PDU_CALL
 #define PDU_CALL
 #endif
 
-// Compile-time check that works in C99, where the language has no word for it, in C11 and in C++.
+// Compile-time check for C99, which has no keyword for it, C11 and C++.
 #if defined(__cplusplus)
 #define PDU_STATIC_ASSERT_(condition, text) static_assert(condition, text)
 #elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
@@ -58,15 +59,14 @@ PDU_STATIC_ASSERT_(sizeof(UNUM32) == 4 && sizeof(UNUM16) == 2 && sizeof(CHAR8) =
 extern "C" {
 #endif
 
-/// "No handle": stands for a missing module, link or ComPrimitive handle.
+/// "No handle": no module, link or ComPrimitive.
 #define PDU_HANDLE_UNDEF 0xFFFFFFFFU
-/// "No id": stands for a missing object, resource or unique response id.
+/// "No id": no object, resource or unique response id.
 #define PDU_ID_UNDEF 0xFFFFFFFEU
 
 // ---------------------------------------------------------------------------------------------
-// Enumerations. Each is exactly 32 bits wide in memory and in calls; the values are unsigned
-// literals, so that they compare and assign without conversion in C and in C++ and also work in
-// #if and in case labels.
+// Enumerations. Each is exactly 32 bits wide in memory and in calls. The values are unsigned
+// literals: they need no conversion in C or C++ and also work in #if and in case labels.
 // ---------------------------------------------------------------------------------------------
 
 /// Type of an item; the first field of every item record.
@@ -96,10 +96,10 @@ typedef UNUM32 T_PDU_IT;
 typedef UNUM32 T_PDU_COPT;
 #define PDU_COPT_STARTCOMM 0x8001U      ///< start communication, tester present included
 #define PDU_COPT_STOPCOMM 0x8002U       ///< stop communication
-#define PDU_COPT_UPDATEPARAM 0x8003U    ///< take over the ComParams that were set
-#define PDU_COPT_SENDRECV 0x8004U       ///< send a request and receive its answers
-#define PDU_COPT_DELAY 0x8005U          ///< wait; accepted here, without effect and without an item
-#define PDU_COPT_RESTORE_PARAM 0x8006U  ///< take back ComParams that were set
+#define PDU_COPT_UPDATEPARAM 0x8003U    ///< apply the ComParams that were set; no effect here
+#define PDU_COPT_SENDRECV 0x8004U       ///< send a request and receive its responses
+#define PDU_COPT_DELAY 0x8005U          ///< wait; here without effect and without an item
+#define PDU_COPT_RESTORE_PARAM 0x8006U  ///< undo changes of ComParams; no effect here
 
 /// Kind of object whose id PDUGetObjectId looks up.
 typedef UNUM32 T_PDU_OBJT;
@@ -136,7 +136,7 @@ typedef UNUM32 T_PDU_EVT_DATA;
 #define PDU_EVT_DATA_AVAILABLE 0x0801U  ///< an item is in the event queue
 #define PDU_EVT_DATA_LOST 0x0802U       ///< an item was lost; never raised here
 
-/// Bits of PDU_RSC_STATUS_DATA.ResourceStatus (this library writes none).
+/// Bits of PDU_RSC_STATUS_DATA.ResourceStatus (none is written here).
 #define PDU_RSC_STATUS_IN_USE 0x1U                ///< the resource is in use
 #define PDU_RSC_STATUS_NOT_AVAIL 0x2U             ///< the resource is not available
 #define PDU_RSC_STATUS_TX_QUEUE_LOCKED 0x4U       ///< a link holds its transmit queue
@@ -267,7 +267,7 @@ typedef UNUM32 T_PDU_QUEUE_MODE;
 #define PDU_CREATE_FLAG0_CHECKSUM 0x40U  ///< raw: the library adds the checksum
 
 // PDU_COP_CTRL_DATA.TxFlag
-#define PDU_TX_FLAG0_SUPPRESS_POS_RESP 0x40U  ///< the control unit is not to answer positively
+#define PDU_TX_FLAG0_SUPPRESS_POS_RESP 0x40U  ///< suppress the positive response
 #define PDU_TX_FLAG0_ENABLE_EXTRA_INFO 0x20U  ///< attach PDU_EXTRA_INFO to results
 #define PDU_TX_FLAG2_WAIT_P3_MIN_ONLY 0x02U   ///< raw: wait only P3Min after a physical response
 #define PDU_TX_FLAG2_CAN_29BIT_ID 0x01U       ///< raw: the CAN identifier has 29 bits
@@ -286,7 +286,7 @@ typedef UNUM32 T_PDU_QUEUE_MODE;
 #define PDU_RX_FLAG3_TX_DONE 0x08U            ///< a transmission was completed
 #define PDU_RX_FLAG3_BREAK 0x04U              ///< break received
 #define PDU_RX_FLAG3_START_OF_MESSAGE 0x02U   ///< a message begins
-#define PDU_RX_FLAG3_LOOPBACK 0x01U           ///< echo of an own transmission
+#define PDU_RX_FLAG3_LOOPBACK 0x01U           ///< echo of the tester's own transmission
 
 // PDU_RESULT_DATA.TimestampFlags
 #define PDU_TIMESTAMP_FLAG0_TX_MSG_DONE 0x80U  ///< TxMsgDoneTimestamp is valid
@@ -296,7 +296,7 @@ typedef UNUM32 T_PDU_QUEUE_MODE;
 // Items in general
 // ---------------------------------------------------------------------------------------------
 
-/// Common head of every item; what PDUDestroyItem takes. The type tells which record it really is.
+/// Common start of every item; what PDUDestroyItem takes. ItemType decides which record it is.
 typedef struct PDU_ITEM_ {
     T_PDU_IT ItemType;  ///< PDU_IT_...
 } PDU_ITEM;
@@ -307,8 +307,8 @@ PDU_CHECK_FIELD_(PDU_ITEM, ItemType, 0);
 // PDUIoCtl
 // ---------------------------------------------------------------------------------------------
 
-/// Input or output of PDUIoCtl. An input belongs to the application; an output comes from the
-/// library and goes back through PDUDestroyItem.
+/// Input or output of PDUIoCtl. An input belongs to the application. The library returns an output,
+/// which the application passes to PDUDestroyItem.
 typedef struct PDU_DATA_ITEM_ {
     T_PDU_IT ItemType;  ///< PDU_IT_IO_...
     void* pData;        ///< the record that the type names; a UNUM32 for PDU_IT_IO_UNUM32
@@ -377,14 +377,15 @@ PDU_CHECK_SIZE_(PDU_IP_ADDR_INFO, 16);
 PDU_CHECK_FIELD_(PDU_IP_ADDR_INFO, IpVersion, 0);
 PDU_CHECK_FIELD_(PDU_IP_ADDR_INFO, pAddress, 8);
 
-/// PDU_IT_IO_VEHICLE_ID_REQUEST: which DoIP entities are to identify themselves.
+/// PDU_IT_IO_VEHICLE_ID_REQUEST: which DoIP entities should identify themselves.
 typedef struct PDU_IO_VEHICLE_ID_REQUEST_ {
-    UNUM32 PreselectionMode;                  ///< 0 none, 1 by VIN, 2 by EID
-    CHAR8* PreselectionValue;                 ///< VIN or EID as text; may be null
-    UNUM32 CombinationMode;                   ///< 0 none, 1 by VIN, 2 by group id, 3 all
-    UNUM32 VehicleDiscoveryTime;              ///< milliseconds; 0: do not wait
-    UNUM32 NumDestinationAddresses;           ///< entries of pDestinationAddresses; may be 0
-    PDU_IP_ADDR_INFO* pDestinationAddresses;  ///< owned by the application; may be null with 0
+    UNUM32 PreselectionMode;         ///< 0 none, 1 by VIN, 2 by EID
+    CHAR8* PreselectionValue;        ///< VIN or EID as text; may be null
+    UNUM32 CombinationMode;          ///< 0 none, 1 by VIN, 2 by group id, 3 all
+    UNUM32 VehicleDiscoveryTime;     ///< milliseconds; 0: do not wait
+    UNUM32 NumDestinationAddresses;  ///< entries of pDestinationAddresses; may be 0
+    PDU_IP_ADDR_INFO*
+        pDestinationAddresses;  ///< owned by the application; may be null if there are none
 } PDU_IO_VEHICLE_ID_REQUEST;
 PDU_CHECK_SIZE_(PDU_IO_VEHICLE_ID_REQUEST, 40);
 PDU_CHECK_FIELD_(PDU_IO_VEHICLE_ID_REQUEST, PreselectionMode, 0);
@@ -412,12 +413,12 @@ PDU_CHECK_SIZE_(PDU_IO_ENTITY_ADDRESS_DATA, 8);
 PDU_CHECK_FIELD_(PDU_IO_ENTITY_ADDRESS_DATA, LogicalAddress, 0);
 PDU_CHECK_FIELD_(PDU_IO_ENTITY_ADDRESS_DATA, DoIPCtrlTimeout, 4);
 
-/// PDU_IT_IO_ENTITY_STATUS: what a DoIP entity says of itself. Comes from the library.
+/// PDU_IT_IO_ENTITY_STATUS: what a DoIP entity reports about itself. Returned by the library.
 typedef struct PDU_IO_ENTITY_STATUS_DATA_ {
     UNUM32 EntityType;     ///< 0 gateway, 1 node
     UNUM32 TcpClientsMax;  ///< sockets that may be open at once
     UNUM32 TcpClients;     ///< sockets open now
-    UNUM32 MaxDataSize;    ///< longest request in bytes; 0: not told
+    UNUM32 MaxDataSize;    ///< longest request in bytes; 0: not reported
 } PDU_IO_ENTITY_STATUS_DATA;
 PDU_CHECK_SIZE_(PDU_IO_ENTITY_STATUS_DATA, 16);
 PDU_CHECK_FIELD_(PDU_IO_ENTITY_STATUS_DATA, EntityType, 0);
@@ -456,8 +457,8 @@ PDU_CHECK_FIELD_(PDU_IO_TLS_CERTIFICATE, pTlsCertChainData, 8);
 // ComParams
 // ---------------------------------------------------------------------------------------------
 
-/// One ComParam with its value. PDUGetComParam returns a pointer into the library's own table,
-/// which is nobody's to free; in every other place the application owns the item and its value.
+/// One ComParam with its value. An item from PDUGetComParam is part of the library's own table and
+/// is never freed by the application; otherwise the application owns the item and its value.
 typedef struct PDU_PARAM_ITEM_ {
     T_PDU_IT ItemType;          ///< PDU_IT_PARAM
     UNUM32 ComParamId;          ///< from PDUGetObjectId; 1 to 228 in this library
@@ -475,7 +476,7 @@ PDU_CHECK_FIELD_(PDU_PARAM_ITEM, pComParamData, 16);
 /// PDU_PT_BYTEFIELD: bytes.
 typedef struct PDU_PARAM_BYTEFIELD_DATA_ {
     UNUM32 ParamMaxLen;  ///< room at pDataArray, bytes
-    UNUM32 ParamActLen;  ///< bytes in use; trusted as given
+    UNUM32 ParamActLen;  ///< bytes in use; trusted
     UNUM8* pDataArray;   ///< owned like the item
 } PDU_PARAM_BYTEFIELD_DATA;
 PDU_CHECK_SIZE_(PDU_PARAM_BYTEFIELD_DATA, 16);
@@ -486,7 +487,7 @@ PDU_CHECK_FIELD_(PDU_PARAM_BYTEFIELD_DATA, pDataArray, 8);
 /// PDU_PT_LONGFIELD: 32-bit words.
 typedef struct PDU_PARAM_LONGFIELD_DATA_ {
     UNUM32 ParamMaxLen;  ///< room at pDataArray, words
-    UNUM32 ParamActLen;  ///< words in use; trusted as given
+    UNUM32 ParamActLen;  ///< words in use; trusted
     UNUM32* pDataArray;  ///< owned like the item
 } PDU_PARAM_LONGFIELD_DATA;
 PDU_CHECK_SIZE_(PDU_PARAM_LONGFIELD_DATA, 16);
@@ -498,8 +499,8 @@ PDU_CHECK_FIELD_(PDU_PARAM_LONGFIELD_DATA, pDataArray, 8);
 typedef struct PDU_PARAM_STRUCTFIELD_DATA_ {
     T_PDU_CPST ComParamStructType;  ///< PDU_CPST_...
     UNUM32 ParamMaxEntries;         ///< room at pStructArray, entries
-    UNUM32 ParamActEntries;         ///< entries in use; trusted as given
-    void* pStructArray;             ///< array of of the record that the type names; owned likewise
+    UNUM32 ParamActEntries;         ///< entries in use; trusted
+    void* pStructArray;  ///< array of the record that the type names; owned like the item
 } PDU_PARAM_STRUCTFIELD_DATA;
 PDU_CHECK_SIZE_(PDU_PARAM_STRUCTFIELD_DATA, 24);
 PDU_CHECK_FIELD_(PDU_PARAM_STRUCTFIELD_DATA, ComParamStructType, 0);
@@ -556,13 +557,13 @@ PDU_CHECK_FIELD_(PDU_PARAM_STRUCT_TLS_VERSION_AND_CIPHER, CipherList, 4);
 // Modules and resources
 // ---------------------------------------------------------------------------------------------
 
-/// One module (dongle). Comes from the library as part of a PDU_MODULE_ITEM.
+/// One module (dongle). Returned by the library as part of a PDU_MODULE_ITEM.
 typedef struct PDU_MODULE_DATA_ {
     UNUM32 ModuleTypeId;           ///< module type of the module description file; 1 here
     UNUM32 hMod;                   ///< module handle
     CHAR8* pVendorModuleName;      ///< series of key='value'; the same for a dongle on every call
     CHAR8* pVendorAdditionalInfo;  ///< series of key='value'
-    T_PDU_STATUS ModuleStatus;     ///< always PDU_MODST_AVAIL here; PDUGetStatus tells the state
+    T_PDU_STATUS ModuleStatus;     ///< always PDU_MODST_AVAIL here; see PDUGetStatus
 } PDU_MODULE_DATA;
 PDU_CHECK_SIZE_(PDU_MODULE_DATA, 32);
 PDU_CHECK_FIELD_(PDU_MODULE_DATA, ModuleTypeId, 0);
@@ -571,11 +572,11 @@ PDU_CHECK_FIELD_(PDU_MODULE_DATA, pVendorModuleName, 8);
 PDU_CHECK_FIELD_(PDU_MODULE_DATA, pVendorAdditionalInfo, 16);
 PDU_CHECK_FIELD_(PDU_MODULE_DATA, ModuleStatus, 24);
 
-/// The list of modules. Comes from PDUGetModuleIds; PDUDestroyItem frees all of it.
+/// The list of modules. Returned by PDUGetModuleIds; PDUDestroyItem releases all of it.
 typedef struct PDU_MODULE_ITEM_ {
     T_PDU_IT ItemType;             ///< PDU_IT_MODULE_ID
     UNUM32 NumEntries;             ///< entries of pModuleData
-    PDU_MODULE_DATA* pModuleData;  ///< null allowed when there are none
+    PDU_MODULE_DATA* pModuleData;  ///< may be null if there are none
 } PDU_MODULE_ITEM;
 PDU_CHECK_SIZE_(PDU_MODULE_ITEM, 16);
 PDU_CHECK_FIELD_(PDU_MODULE_ITEM, ItemType, 0);
@@ -593,7 +594,7 @@ PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM_DATA, hMod, 0);
 PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM_DATA, NumIds, 4);
 PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM_DATA, pResourceIdArray, 8);
 
-/// Resources by module. Comes from PDUGetResourceIds; PDUDestroyItem frees all of it.
+/// Resources by module. Returned by PDUGetResourceIds; PDUDestroyItem releases all of it.
 typedef struct PDU_RSC_ID_ITEM_ {
     T_PDU_IT ItemType;                           ///< PDU_IT_RSC_ID
     UNUM32 NumModules;                           ///< entries of pResourceIdDataArray; 1 here
@@ -604,7 +605,7 @@ PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM, ItemType, 0);
 PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM, NumModules, 4);
 PDU_CHECK_FIELD_(PDU_RSC_ID_ITEM, pResourceIdDataArray, 8);
 
-/// One pin of the vehicle connector. Ignored by this library.
+/// One pin of the vehicle connector. Ignored here.
 typedef struct PDU_PIN_DATA_ {
     UNUM32 DLCPinNumber;  ///< pin number
     UNUM32 DLCPinTypeId;  ///< pin type id from PDUGetObjectId
@@ -613,7 +614,7 @@ PDU_CHECK_SIZE_(PDU_PIN_DATA, 8);
 PDU_CHECK_FIELD_(PDU_PIN_DATA, DLCPinNumber, 0);
 PDU_CHECK_FIELD_(PDU_PIN_DATA, DLCPinTypeId, 4);
 
-/// What a resource must offer, or what a link is to use. In; owned by the application.
+/// What a resource must offer, or what a link should use. In; owned by the application.
 typedef struct PDU_RSC_DATA_ {
     UNUM32 BusTypeId;           ///< bus type id from PDUGetObjectId
     UNUM32 ProtocolId;          ///< protocol id from PDUGetObjectId
@@ -626,7 +627,7 @@ PDU_CHECK_FIELD_(PDU_RSC_DATA, ProtocolId, 4);
 PDU_CHECK_FIELD_(PDU_RSC_DATA, NumPinData, 8);
 PDU_CHECK_FIELD_(PDU_RSC_DATA, pDLCPinData, 16);
 
-/// State of one resource. This library writes nothing into it.
+/// State of one resource. Never written here.
 typedef struct PDU_RSC_STATUS_DATA_ {
     UNUM32 hMod;            ///< in: module handle
     UNUM32 ResourceId;      ///< in: resource id
@@ -648,7 +649,7 @@ PDU_CHECK_FIELD_(PDU_RSC_STATUS_ITEM, ItemType, 0);
 PDU_CHECK_FIELD_(PDU_RSC_STATUS_ITEM, NumEntries, 4);
 PDU_CHECK_FIELD_(PDU_RSC_STATUS_ITEM, pResourceStatusData, 8);
 
-/// One resource in conflict. Never produced by this library.
+/// One resource in conflict. Never returned here.
 typedef struct PDU_RSC_CONFLICT_DATA_ {
     UNUM32 hMod;        ///< module handle
     UNUM32 ResourceId;  ///< conflicting resource
@@ -657,7 +658,7 @@ PDU_CHECK_SIZE_(PDU_RSC_CONFLICT_DATA, 8);
 PDU_CHECK_FIELD_(PDU_RSC_CONFLICT_DATA, hMod, 0);
 PDU_CHECK_FIELD_(PDU_RSC_CONFLICT_DATA, ResourceId, 4);
 
-/// Resources in conflict. Never produced by this library.
+/// Resources in conflict. Never returned here.
 typedef struct PDU_RSC_CONFLICT_ITEM_ {
     T_PDU_IT ItemType;                        ///< PDU_IT_RSC_CONFLICT
     UNUM32 NumEntries;                        ///< entries of pRscConflictData
@@ -683,8 +684,9 @@ PDU_CHECK_FIELD_(PDU_ECU_UNIQUE_RESP_DATA, UniqueRespIdentifier, 0);
 PDU_CHECK_FIELD_(PDU_ECU_UNIQUE_RESP_DATA, NumParamItems, 4);
 PDU_CHECK_FIELD_(PDU_ECU_UNIQUE_RESP_DATA, pParams, 8);
 
-/// The control units that answer a link. A table from PDUGetUniqueRespIdTable is a copy that goes
-/// back through PDUDestroyItem; a table given to PDUSetUniqueRespIdTable stays the application's.
+/// The control units that answer a link. PDUGetUniqueRespIdTable returns a copy, which the
+/// application passes to PDUDestroyItem; a table given to PDUSetUniqueRespIdTable stays the
+/// application's.
 typedef struct PDU_UNIQUE_RESP_ID_TABLE_ITEM_ {
     T_PDU_IT ItemType;                      ///< PDU_IT_UNIQUE_RESP_ID_TABLE
     UNUM32 NumEntries;                      ///< entries of pUniqueData
@@ -699,8 +701,8 @@ PDU_CHECK_FIELD_(PDU_UNIQUE_RESP_ID_TABLE_ITEM, pUniqueData, 8);
 // Events
 // ---------------------------------------------------------------------------------------------
 
-/// One event: result, status, error or information. Comes from PDUGetEventItem and goes back
-/// through PDUDestroyItem together with its data.
+/// One event: result, status, error or information. Returned by PDUGetEventItem; PDUDestroyItem
+/// releases it with its data, except for information items.
 typedef struct PDU_EVENT_ITEM_ {
     T_PDU_IT ItemType;  ///< PDU_IT_RESULT, PDU_IT_STATUS, PDU_IT_ERROR or PDU_IT_INFO
     UNUM32 hCop;        ///< ComPrimitive handle, or PDU_HANDLE_UNDEF
@@ -740,18 +742,18 @@ PDU_CHECK_FIELD_(PDU_ERROR_DATA, ExtraErrorInfoId, 4);
 /// Flag bytes. See the flag bits above.
 typedef struct PDU_FLAG_DATA_ {
     UNUM32 NumFlagBytes;  ///< normally 4; 0 is legal
-    UNUM8* pFlagData;     ///< byte 0 first; may be null when the count is 0; owned like its holder
+    UNUM8* pFlagData;     ///< byte 0 first; may be null if the count is 0; owned like its record
 } PDU_FLAG_DATA;
 PDU_CHECK_SIZE_(PDU_FLAG_DATA, 16);
 PDU_CHECK_FIELD_(PDU_FLAG_DATA, NumFlagBytes, 0);
 PDU_CHECK_FIELD_(PDU_FLAG_DATA, pFlagData, 8);
 
-/// Header and footer of a response. Never produced by this library.
+/// Header and footer of a response. Never returned here.
 typedef struct PDU_EXTRA_INFO_ {
     UNUM32 NumHeaderBytes;  ///< bytes at pHeaderBytes
     UNUM32 NumFooterBytes;  ///< bytes at pFooterBytes
-    UNUM8* pHeaderBytes;    ///< null when the count is 0
-    UNUM8* pFooterBytes;    ///< null when the count is 0
+    UNUM8* pHeaderBytes;    ///< null if the count is 0
+    UNUM8* pFooterBytes;    ///< null if the count is 0
 } PDU_EXTRA_INFO;
 PDU_CHECK_SIZE_(PDU_EXTRA_INFO, 24);
 PDU_CHECK_FIELD_(PDU_EXTRA_INFO, NumHeaderBytes, 0);
@@ -762,10 +764,10 @@ PDU_CHECK_FIELD_(PDU_EXTRA_INFO, pFooterBytes, 16);
 /// Data of a result item: one response.
 typedef struct PDU_RESULT_DATA_ {
     PDU_FLAG_DATA RxFlag;          ///< PDU_RX_FLAG...
-    UNUM32 UniqueRespIdentifier;   ///< here: the position of the answering control unit in the
-                                   ///< request, 0 for a request to a single control unit
+    UNUM32 UniqueRespIdentifier;   ///< here: the position of the responding control unit in the
+                                   ///< request; 0 for a request to a single control unit
     UNUM32 AcceptanceId;           ///< of the expected response that matched
-    PDU_FLAG_DATA TimestampFlags;  ///< PDU_TIMESTAMP_FLAG...: which of the timestamps are valid
+    PDU_FLAG_DATA TimestampFlags;  ///< PDU_TIMESTAMP_FLAG...; here all 0, or without bytes
     UNUM32 TxMsgDoneTimestamp;     ///< microseconds
     UNUM32 StartMsgTimestamp;      ///< microseconds; 0 here
     PDU_EXTRA_INFO* pExtraInfo;    ///< null here
@@ -787,9 +789,9 @@ PDU_CHECK_FIELD_(PDU_RESULT_DATA, pDataBytes, 64);
 // ComPrimitives
 // ---------------------------------------------------------------------------------------------
 
-/// One expected response. A response that matches none is not delivered. In; the library copies it.
-/// A response matches when, for every byte, (mask AND response) equals (pattern AND response); it
-/// may be shorter or longer than the mask.
+/// One expected response. In; the library copies it. A response that matches none is not delivered.
+/// A response matches if, for every byte, (mask AND response) equals (pattern AND response). It may
+/// be shorter or longer than the mask.
 typedef struct PDU_EXP_RESP_DATA_ {
     UNUM32 ResponseType;         ///< 0 positive, 1 negative
     UNUM32 AcceptanceId;         ///< chosen by the application; comes back in the result
@@ -809,14 +811,14 @@ PDU_CHECK_FIELD_(PDU_EXP_RESP_DATA, NumUniqueRespIds, 32);
 PDU_CHECK_FIELD_(PDU_EXP_RESP_DATA, pUniqueRespIds, 40);
 
 /// How a ComPrimitive is executed. In; the library copies it, except for the bytes of the TxFlag,
-/// which must stay valid until the ComPrimitive is finished or cancelled.
+/// which it reads during PDUStartComPrimitive only.
 typedef struct PDU_COP_CTRL_DATA_ {
-    UNUM32 Time;                                ///< milliseconds: cycle time, or the delay
-    SNUM32 NumSendCycles;                       ///< sends; -1 endless
-    SNUM32 NumReceiveCycles;                    ///< receives; -1 endless, -2 all within the time
-    UNUM32 TempParamUpdate;                     ///< 0 active ComParams, 1 working set; ignored
-    PDU_FLAG_DATA TxFlag;                       ///< PDU_TX_FLAG...
-    UNUM32 NumPossibleExpectedResponses;        ///< entries of pExpectedResponseArray
+    UNUM32 Time;                          ///< milliseconds: cycle time, or the delay; ignored here
+    SNUM32 NumSendCycles;                 ///< sends; -1 endless; see PDUStartComPrimitive
+    SNUM32 NumReceiveCycles;              ///< receives; -1 endless, -2 all in the time
+    UNUM32 TempParamUpdate;               ///< 0 active ComParams, 1 working set; ignored
+    PDU_FLAG_DATA TxFlag;                 ///< PDU_TX_FLAG...
+    UNUM32 NumPossibleExpectedResponses;  ///< entries of pExpectedResponseArray
     PDU_EXP_RESP_DATA* pExpectedResponseArray;  ///< owned by the application; first match wins
 } PDU_COP_CTRL_DATA;
 PDU_CHECK_SIZE_(PDU_COP_CTRL_DATA, 48);
@@ -832,9 +834,9 @@ PDU_CHECK_FIELD_(PDU_COP_CTRL_DATA, pExpectedResponseArray, 40);
 // Version
 // ---------------------------------------------------------------------------------------------
 
-/// Filled by PDUGetVersion; belongs to the application. Versions hold one number a byte, most
-/// significant first (major, minor, revision, 0); dates likewise (years since 1970, month, day, 0).
-/// Of a text only its characters and the NUL are written.
+/// Filled by PDUGetVersion; belongs to the application. A version has one number per byte, most
+/// significant first (major, minor, revision, 0); so has a date (years since 1970, month, day, 0).
+/// Only the characters of a text and its NUL are written, not the rest of its field.
 typedef struct PDU_VERSION_DATA_ {
     UNUM32 MVCI_Part1StandardVersion;  ///< version of ISO 22900-1
     UNUM32 MVCI_Part2StandardVersion;  ///< version of ISO 22900-2
@@ -871,8 +873,10 @@ PDU_CHECK_FIELD_(PDU_VERSION_DATA, PDUApiSwDate, 292);
 // Event callback
 // ---------------------------------------------------------------------------------------------
 
-/// Called after an item was put into an event queue, on the library's thread that produced it, with
-/// no lock held: every function of the API may be called in it.
+/// Called after an item is put into an event queue, on the thread that produced the item: a thread
+/// of the library, or one of the application inside an API call. No lock of the library is held, so
+/// every function of the API may be called. Callbacks of several links, or of one raw link, may run
+/// at the same time.
 /// eventType: PDU_EVT_DATA_AVAILABLE. hMod, hCLL: whose queue, or PDU_HANDLE_UNDEF. pCllTag: the
 /// tag given to PDUCreateComLogicalLink; pAPITag: the tag given to PDUConstruct; both unchanged.
 typedef void(PDU_CALL* CALLBACKFNC)(T_PDU_EVT_DATA eventType, UNUM32 hMod, UNUM32 hCLL,
