@@ -59,10 +59,10 @@ PDU_API T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag);
 /// invalid, and items not yet passed to PDUDestroyItem can no longer be released. The callbacks of
 /// the system and of the modules stay registered for the next PDUConstruct.
 ///
-/// It waits for callbacks on other threads to return, and terminates the thread of a link whose
-/// callback takes longer than the two seconds. Inside a callback it does not wait for the thread
-/// that it is called on. Calls of other threads that are still inside the library get up to five
-/// seconds to end.
+/// It waits for callbacks on other threads to return, and terminates threads of a link whose
+/// callback takes longer than those two seconds. Called inside a callback, it does not wait for
+/// that callback. Calls of other threads that are still inside the library get up to five seconds
+/// to end.
 ///
 /// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED.
 PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);
@@ -329,7 +329,7 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetUniqueRespIdTable(
 /// (struct and long fields without their data) and stays the application's; it may be one that
 /// PDUGetUniqueRespIdTable returned. With one entry, requests go to that control unit. With
 /// several, requests go out functionally, and the entries' CP_CanRespUSDTId distinguish the
-/// answers. An entry whose CP_CanRespUSDTId another entry before it has is left out; results carry
+/// answers. An entry that repeats the CP_CanRespUSDTId of an earlier one is left out; results carry
 /// the position among the remaining entries. An empty table is accepted.
 ///
 /// With null, or if memory runs out, the link has no table, and its requests end with

@@ -56,7 +56,7 @@ void Destruct() {
     FreeParamItems();
     ForEachTransport(&Transport::Stop);
     ForEachTransport(&Transport::Deinit);
-    // A scan of another thread ends with its transports; nothing may enter the tables behind us.
+    // A scan of another thread ends with its transports. Nothing may enter the tables after this.
     WaitForOtherApiCalls(kOtherCallsMs);
     SystemEventQueue->Free();
     ClearModuleTable();

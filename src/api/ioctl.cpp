@@ -59,7 +59,7 @@ void GiveNothing(PDU_DATA_ITEM** output) {
     if (output != nullptr) *output = nullptr;
 }
 
-// The record behind an input of the right type; null for any other.
+// The data of an input of this type; null for any other input.
 template <typename Data>
 const Data* InputOf(const PDU_DATA_ITEM* input, T_PDU_IT type) {
     if (input == nullptr || input->ItemType != type) return nullptr;

@@ -14,7 +14,7 @@ union ParamValue {
     UNUM32 number;  // in its first 8, 16 or 32 bits; the library goes through std::atomic_ref
     PDU_PARAM_BYTEFIELD_DATA bytes;
     PDU_PARAM_LONGFIELD_DATA words;
-    PDU_PARAM_STRUCTFIELD_DATA structs;  // its array pointer stands behind the first 16 bytes
+    PDU_PARAM_STRUCTFIELD_DATA structs;  // its array pointer follows the first 16 bytes
 };
 static_assert(sizeof(ParamValue) == 24);
 
@@ -59,7 +59,7 @@ struct RowSnapshot {
 // Copies the value at `data`, which may be the row's own, by the row's data type. On success
 // `*snapshot`, if given, holds the new value. `function` is the tag of the refusals' log lines.
 T_PDU_ERROR SetRow(ComParamRow& row, const void* data, const char* function, RowSnapshot* snapshot);
-// Writes the lines that tell a successfully set value.
+// Logs a value that was set successfully.
 void LogRowValue(const ComParamRow& row, const RowSnapshot& snapshot, const char* function);
 
 // An unsigned number of 8, 16 or 32 bits; 0 for other types. Needs no lock.

@@ -9,7 +9,7 @@
 namespace tarvik {
 namespace {
 
-// The record behind an item: it may be the application's and need not be aligned.
+// A record that an item points to. It may be the application's and need not be aligned.
 template <typename T>
 T LoadRecord(const void* data) {
     T record;
@@ -125,7 +125,7 @@ char* FormatStructField(const void* data) {
     return text.Release();
 }
 
-// Reads the number behind `item` as far as its type goes.
+// Reads the number that `item` points to, in the width of its type.
 template <typename T>
 std::uint32_t LoadNumber(const PDU_PARAM_ITEM& item) {
     return LoadRecord<T>(item.pComParamData);
@@ -212,7 +212,7 @@ bool FormatStructEntry(std::uint32_t struct_type, const void* entry,
     }
     if (struct_type == PDU_CPST_ACCESS_TIMING) {
         const auto timing = LoadRecord<PDU_PARAM_STRUCT_ACCESS_TIMING>(entry);
-        // Deliberate: each maximum stands before its minimum.
+        // Deliberate: each maximum precedes its minimum.
         FormatText(text, sizeof text, "%u %u %u %u %u %u", timing.P2Max, timing.P2Min, timing.P3Max,
                    timing.P3Min, timing.P4Min, timing.TimingSet);
         return true;

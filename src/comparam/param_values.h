@@ -5,8 +5,8 @@
 
 #include "dpdu_types.h"
 
-// Values of single parameter items, wherever they stand: in the ComParam table, in a unique
-// response table or in the application's memory.
+// Values of single parameter items, wherever they are: in the ComParam table, in a unique response
+// table or in the application's memory.
 namespace tarvik {
 
 // Bytes of a number of this data type; 0: not one of the six number types.
@@ -31,7 +31,7 @@ enum class ParamCopy : std::uint8_t {
 };
 // Deep copy: numbers and byte fields get tracked blocks of their own.
 ParamCopy CopyParamItem(const PDU_PARAM_ITEM& source, PDU_PARAM_ITEM* copy);
-// Releases the blocks behind an item. False: this data type is never released.
+// Releases the blocks of an item's value. False: this data type is never released.
 bool FreeParamValue(const PDU_PARAM_ITEM& item);
 
 }  // namespace tarvik

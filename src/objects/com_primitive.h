@@ -34,7 +34,7 @@ struct ComPrimitive : Counted {
     std::uint64_t duration = 0;    // ms that the previous state lasted
 
     // Raw links only.
-    bool extended_frame = false;         // of a frame to send: the TxFlag says so
+    bool extended_frame = false;         // of a frame to send; from the TxFlag
     bool has_receive_thread = false;     // now or earlier: it stays registered until the clean-up
     OsThread* receive_thread = nullptr;  // null again once it has been seen to have ended
     std::atomic<std::uint32_t> receive_thread_id{0};

@@ -105,7 +105,7 @@ void CancelRegistered(const char* function, ComPrimitive& cop, CancelOutcome* ou
             Log(kLogTrace, "[%s] Aborting CoP id %u", function, cop.hCoP);
             break;
         case PDU_COPST_FINISHED:
-            // Deliberate: only the log tells; for the caller there is nothing left to cancel.
+            // Deliberate: only logged. For the caller there is nothing left to cancel.
             Log(kLogTrace, "[%s] CoP id %u already finished", function, cop.hCoP);
             break;
         default:

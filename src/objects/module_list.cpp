@@ -35,7 +35,7 @@ void DescribeModule(std::uint32_t hMod, const ModuleSlot& slot, PDU_MODULE_DATA*
     FormatText(text, sizeof text, "Interface='%s'",
                transport == nullptr ? "USB" : transport->interface_name);
     data->pVendorAdditionalInfo = CopyText(text);
-    // Deliberate: listed as available whatever the slot's status, which PDUGetStatus tells.
+    // Deliberate: always listed as available; PDUGetStatus returns the slot's own status.
     data->ModuleStatus = PDU_MODST_AVAIL;
 }
 

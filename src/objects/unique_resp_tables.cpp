@@ -27,8 +27,8 @@ std::uint32_t ParamCount(const PDU_ECU_UNIQUE_RESP_DATA& entry) {
     return entry.pParams == nullptr ? 0 : entry.NumParamItems;
 }
 
-// A table with empty entries. Their parameter arrays are to lie one behind the other in the block
-// that `*params` receives and the first entry owns: releasing that one releases them all.
+// A table with empty entries. Their parameter arrays follow each other in the block returned in
+// `*params`, which the first entry owns: releasing that one releases them all.
 TableItem MakeTable(std::uint32_t entries, std::size_t param_count, PDU_PARAM_ITEM** params) {
     TableItem table(AllocateRecord<PDU_UNIQUE_RESP_ID_TABLE_ITEM>().release());
     if (table == nullptr) return nullptr;

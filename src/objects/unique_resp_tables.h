@@ -31,7 +31,7 @@ PDU_UNIQUE_RESP_ID_TABLE_ITEM* DuplicatePduUniqueResponseTable(
 // Writes the application's table to the log, line by line.
 void DumpRespIdTable(const PDU_UNIQUE_RESP_ID_TABLE_ITEM* table);
 
-// Replaces `*value` by the entry's own number for this ComParam, if the entry has that item.
+// Replaces `*value` with the entry's own number for this ComParam, if the entry has that item.
 void OverrideFromEntry(const PDU_ECU_UNIQUE_RESP_DATA& entry, std::uint32_t comparam_id,
                        std::uint32_t* value);
 

@@ -7,10 +7,10 @@
 // Everything here is called by the link's worker.
 namespace tarvik {
 
-// Tells the thread that has received so far to stop, then starts the one of this ComPrimitive.
+// Asks the thread that has received so far to stop, then starts the one of this ComPrimitive.
 void StartRawReception(LinkRecord* link, ComPrimitive* cop);
 
-// Part of the link's clean-up: tells the thread of this ComPrimitive to stop and waits until it has
+// Part of the link's clean-up: asks the thread of this ComPrimitive to stop and waits until it has
 // ended, however long a callback of the application takes. During PDUDestruct the wait is limited:
 // a thread that takes longer is terminated, and the thread that calls PDUDestruct is left alone.
 void StopRawReception(LinkRecord* link, ComPrimitive* cop);

@@ -45,15 +45,6 @@ TEST(IoCtl, IdsOutsideTheRangeAreNotSupported) {
     }
 }
 
-TEST(IoCtl, KnownButUnimplementedIdsAreNotSupported) {
-    for (const UNUM32 id :
-         {5001u, 5002u, 5003u, 5004u, 5006u, 5007u, 5008u, 5012u, 5013u, 5014u, 5015u}) {
-        PDU_DATA_ITEM* output = kUntouched;
-        EXPECT_EQ(Call(id, nullptr, &output), PDU_ERR_ID_NOT_SUPPORTED) << id;
-        EXPECT_EQ(output, kUntouched) << id;
-    }
-}
-
 TEST(IoCtl, LogsEntryAndTheIdThatIsNotSupported) {
     const LogCapture log;
     Call(5001, nullptr, nullptr);
@@ -65,14 +56,6 @@ TEST(IoCtl, LogsEntryAndTheIdThatIsNotSupported) {
         "[PDUIoCtl] PDU_ERR_ID_NOT_SUPPORTED -1",
     };
     EXPECT_EQ(log.Lines(), expected);
-}
-
-TEST(IoCtl, CommandsWithoutEffectLeaveTheOutputUntouched) {
-    for (const UNUM32 id : {5000u, 5009u, 5010u, 5011u}) {
-        PDU_DATA_ITEM* output = kUntouched;
-        EXPECT_EQ(Call(id, nullptr, &output), PDU_STATUS_NOERROR) << id;
-        EXPECT_EQ(output, kUntouched) << id;
-    }
 }
 
 TEST(IoCtl, BatteryVoltageIsAlways13800ForAnyHandle) {
@@ -104,44 +87,6 @@ TEST(IoCtl, VehicleIdRequestSetsTheOutputToNull) {
     EXPECT_EQ(output, nullptr);
     EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_VEHICLE_ID_REQUEST"));
     EXPECT_TRUE(log.Has("[PDUIoCtl] Returning PDU_STATUS_NOERROR"));
-}
-
-TEST(IoCtl, EthSwitchStateSetsTheOutputToNull) {
-    const LogCapture log;
-    PDU_IO_ETH_SWITCH_STATE state = {1, 8};
-    PDU_DATA_ITEM input = {PDU_IT_IO_ETH_SWITCH_STATE, &state};
-    PDU_DATA_ITEM* output = kUntouched;
-    EXPECT_EQ(Call(5018, &input, &output), PDU_STATUS_NOERROR);
-    EXPECT_EQ(output, nullptr);
-    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_SET_ETH_SWITCH_STATE"));
-}
-
-TEST(IoCtl, EntityStatusIsOneFreeSocket) {
-    const LogCapture log;
-    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
-    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
-    Output output;
-    EXPECT_EQ(Call(5019, &input, &output.item), PDU_STATUS_NOERROR);
-    ASSERT_NE(output.item, kUntouched);
-    EXPECT_EQ(output.item->ItemType, PDU_IT_IO_ENTITY_STATUS);
-    const auto* status = static_cast<PDU_IO_ENTITY_STATUS_DATA*>(output.item->pData);
-    EXPECT_EQ(status->EntityType, 0u);
-    EXPECT_EQ(status->TcpClientsMax, 1u);
-    EXPECT_EQ(status->TcpClients, 0u);
-    EXPECT_EQ(status->MaxDataSize, 0u);
-    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_ENTITY_STATUS"));
-}
-
-TEST(IoCtl, PowerModeTakesTheSameInputAsTheEntityStatus) {
-    const LogCapture log;
-    PDU_IO_ENTITY_ADDRESS_DATA address = {0x1010, 2000};
-    PDU_DATA_ITEM input = {PDU_IT_IO_ENTITY_ADDRESS, &address};
-    Output output;
-    EXPECT_EQ(Call(5020, &input, &output.item), PDU_STATUS_NOERROR);
-    ASSERT_NE(output.item, kUntouched);
-    EXPECT_EQ(output.item->ItemType, PDU_IT_IO_UNUM32);
-    EXPECT_EQ(ValueOf(output.item), 1u);
-    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE"));
 }
 
 TEST(IoCtl, MissingOrForeignInputIsInvalid) {

@@ -29,21 +29,6 @@ Answer Ask(T_PDU_OBJT type, std::string name) {
 constexpr Answer Found(UNUM32 id) { return {PDU_STATUS_NOERROR, id}; }
 constexpr Answer kNotFound = {PDU_ERR_INVALID_PARAMETERS, 0};
 
-TEST(GetObjectId, BothProtocolNamesGiveTheSameId) {
-    EXPECT_EQ(Ask(PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2"), Found(3000));
-    EXPECT_EQ(Ask(PDU_OBJT_PROTOCOL, "ISO_11898_RAW"), Found(3000));
-}
-
-TEST(GetObjectId, KnowsOneBusTypeAndOneResource) {
-    EXPECT_EQ(Ask(PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN"), Found(4000));
-    EXPECT_EQ(Ask(PDU_OBJT_RESOURCE, "ISO_UDS_on_OBD"), Found(2001));
-}
-
-TEST(GetObjectId, PinTypeHiHasTheIdZero) {
-    EXPECT_EQ(Ask(PDU_OBJT_PINTYPE, "HI"), Found(0));
-    EXPECT_EQ(Ask(PDU_OBJT_PINTYPE, "LOW"), Found(1));
-}
-
 TEST(GetObjectId, PinTypeHighIsNotFound) {
     EXPECT_EQ(Ask(PDU_OBJT_PINTYPE, "HIGH"), kNotFound);
     EXPECT_EQ(Ask(PDU_OBJT_PINTYPE, "H"), kNotFound);

@@ -56,13 +56,6 @@ protected:
     }
 };
 
-TEST_F(Links, HandlesAreNeverReused) {
-    EXPECT_EQ(Create(), 0u);
-    EXPECT_EQ(Create(), 1u);
-    EXPECT_EQ(PDUDestroyComLogicalLink(0, 0), PDU_STATUS_NOERROR);
-    EXPECT_EQ(Create(), 2u);
-}
-
 TEST_F(Links, CreationLogsItsSteps) {
     const LogCapture log;
     ASSERT_EQ(Create(), 0u);

@@ -116,9 +116,12 @@ TEST_F(MultiRequest, EveryMatchedAnswerIsDeliveredUnderItsRow) {
 
 TEST_F(MultiRequest, ResultNamesTheRowAndNotThePositionOfItsEntry) {
     Answer({{0x62}, {0x62}});
+    const LogCapture log;
     Run(TableOf({{}, {}, {{kCpCanRespUSDTId, 0x700}}}));  // the second is left out
     EXPECT_EQ(Events(), (Texts{"result 0/5 62 rx 00000000 sent then",
                                "result 1/5 62 rx 00000000 sent then"}));
+    EXPECT_TRUE(HasThreadLine(log, "    done, parse 2 responses"));
+    EXPECT_FALSE(HasThreadLine(log, "      #2 -> no data"));
 }
 
 TEST_F(MultiRequest, LogsWhatBecomesOfEveryRow) {

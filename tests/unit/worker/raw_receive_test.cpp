@@ -48,7 +48,7 @@ protected:
             packet->Bytes()[16 + i] = data[i];
         ASSERT_TRUE(EnqueueReceivedPacket(&dongle, packet));
     }
-    // The next event, which the test knows will come.
+    // The next event; waits for it.
     std::string NextEvent() const {
         std::string text;
         Eventually([&] {
@@ -84,7 +84,7 @@ TEST_F(RawReceive, IdentifiersFrom4096OnAreFlaggedAsLong) {
     EXPECT_EQ(NextEvent(), "result 0/0 00001000 rx 00000100");
 }
 
-TEST_F(RawReceive, OneThatIsToReceiveEndsBeforeItHasReceived) {
+TEST_F(RawReceive, EndsBeforeTheFirstFrameWithReceiveCycles) {
     for (const SNUM32 cycles : {1, 2, 100}) {
         const LogCapture log;
         const Ref<ComPrimitive> cop = MakeReceiver(cycles);
@@ -97,7 +97,7 @@ TEST_F(RawReceive, OneThatIsToReceiveEndsBeforeItHasReceived) {
     }
 }
 
-TEST_F(RawReceive, OneThatIsToReceiveNothingOrAnyNumberGoesOn) {
+TEST_F(RawReceive, GoesOnWithZeroOrNegativeReceiveCycles) {
     std::uint32_t hCoP = kCop;
     for (const SNUM32 cycles : {0, -1, -2}) {
         const Ref<ComPrimitive> cop = MakeReceiver(cycles, ++hCoP);
@@ -110,7 +110,7 @@ TEST_F(RawReceive, OneThatIsToReceiveNothingOrAnyNumberGoesOn) {
     }
 }
 
-TEST_F(RawReceive, WithoutControlDataGoesOn) {
+TEST_F(RawReceive, GoesOnWithoutControlData) {
     const Ref<ComPrimitive> cop = MakeReceiver();
     FreeControlData(std::exchange(cop->pCopCtrlData, nullptr));
     Start(cop);
@@ -151,7 +151,7 @@ TEST_F(RawReceive, IsSwitchedOnByItsThreadAndOffAtItsEnd) {
     EXPECT_EQ(ThreadLines(log), Texts{"   stop CoP #77 thread"});
     EXPECT_EQ(ThreadLines(log, kReceiver), Texts{" stopping"});
     Stop(cop);
-    EXPECT_EQ(Switches(), Flags{}) << "said once";
+    EXPECT_EQ(Switches(), Flags{}) << "sent once";
 }
 
 TEST_F(RawReceive, EndsWhenItsLinkDoes) {

@@ -1,4 +1,4 @@
-// Raw links on a module whose queues the test holds in its hand.
+// Raw links on a module whose queues belong to the test.
 
 #include <functional>
 #include <string>
@@ -67,8 +67,8 @@ protected:
         Start(hCLL, PDU_COPT_SENDRECV);
         EXPECT_TRUE(Eventually([&] { return log.Mentions("starting thread for CoP"); }));
     }
-    // Returns once the worker is through with all that was started before, its callbacks included:
-    // a receive thread may be at work before the worker has told the end of the request behind it.
+    // Returns once the worker has finished all that was started before, callbacks included. A
+    // receive thread may already be running before the worker has reported its request as finished.
     static void AwaitWorker(std::uint32_t hCLL) {
         const LogCapture log;
         const std::string done =
@@ -111,7 +111,7 @@ protected:
     static inline DeviceQueues dongle_;
 };
 
-TEST_F(RawLinks, KeepTheIdentifierOfTheFrameThatTheySend) {
+TEST_F(RawLinks, KeepTheIdentifierOfTheFrameBeingSent) {
     const std::uint32_t hCLL = CreateRaw();
     Start(hCLL, PDU_COPT_STARTCOMM, {0x18, 0xDA, 0xF1, 0x10, 0x55});
     PacketPtr packet;
@@ -143,12 +143,12 @@ TEST_F(RawLinks, HoldTheReceivingComPrimitiveInTheirQueue) {
     StartReceiving(hCLL);
     StartReceiving(hCLL);
     const LinkRef link = FindLink(0, hCLL);
-    // The worker files it after the thread has started.
+    // The worker adds it after the thread has started.
     EXPECT_TRUE(Eventually([&] { return ObjectsIn(link->raw_receive) == 1; }));
     EXPECT_EQ(ObjectsIn(link->registry), 2u);
 }
 
-TEST_F(RawLinks, WaitWhileTheDongleIsAwayAndGoOnWhenItIsBack) {
+TEST_F(RawLinks, ReceiveAgainWhenTheDongleIsBack) {
     const std::uint32_t hCLL = CreateRaw();
     StartReceiving(hCLL);
     dongle_.available = false;
@@ -182,8 +182,7 @@ TEST_F(RawLinks, OfAModuleWithoutQueuesSendAndReceiveNothing) {
     EXPECT_TRUE(log.Mentions("stopping"));
 }
 
-// An ordinary STARTCOMM and SENDRECV are another matter.
-TEST_F(RawLinks, AreTheOnlyOnesThatSendFrames) {
+TEST_F(RawLinks, AreTheOnlyLinksThatSendFrames) {
     std::uint32_t hCLL = PDU_HANDLE_UNDEF;
     ASSERT_EQ(PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, nullptr),
               PDU_STATUS_NOERROR);
@@ -197,7 +196,7 @@ TEST_F(RawLinks, AreTheOnlyOnesThatSendFrames) {
 }
 
 // The worker starts them faster than their threads begin.
-TEST_F(RawLinks, TakeOverInOrderHoweverFastTheyFollowEachOther) {
+TEST_F(RawLinks, TakeOverInOrderHoweverFastReceiversFollow) {
     constexpr std::size_t kReceivers = 200;
     const std::uint32_t hCLL = CreateRaw();
     for (std::size_t i = 0; i < kReceivers; ++i)
@@ -217,7 +216,7 @@ TEST_F(RawLinks, TakeOverInOrderHoweverFastTheyFollowEachOther) {
     }
 }
 
-TEST_F(RawLinks, LeaveNoMemoryBehind) {
+TEST_F(RawLinks, LeakNoMemory) {
     const auto round = [&] {
         const std::uint32_t hCLL = CreateRaw();
         for (std::uint8_t i = 0; i < 5; ++i) {
