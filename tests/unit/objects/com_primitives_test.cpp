@@ -6,7 +6,6 @@
 #include "platform/tick.h"
 #include "unit/faults/heap_fault.h"
 #include "unit/objects/fake_modules.h"
-#include "worker/multi_request.h"
 
 namespace tarvik::test {
 namespace {
@@ -141,21 +140,6 @@ TEST_F(ComPrimitives, ItemsThatCannotBeMadeAreLeftOutAndTheCallbackStillComes) {
     EXPECT_EQ(cop.state.load(), PDU_COPST_FINISHED);
     EXPECT_EQ(NextEvent(), nullptr);
     EXPECT_EQ(called.size(), 2u);
-}
-
-TEST_F(ComPrimitives, FunctionalRequestWithoutMemoryForItsRowsIsAnError) {
-    PDU_ECU_UNIQUE_RESP_DATA entries[2] = {};
-    const PDU_UNIQUE_RESP_ID_TABLE_ITEM table = {PDU_IT_UNIQUE_RESP_ID_TABLE, 2, entries};
-    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
-    called.reserve(4);
-    const LogCapture log;
-    {
-        const FailingHeap heap;
-        RunMultiRequest(link.Get(), &cop, table);
-    }
-    EXPECT_TRUE(log.Mentions("   Failed to allocate response collection"));
-    EXPECT_FALSE(log.Mentions("prepare multi-request packet"));
-    EXPECT_EQ(called.size(), 1u);
 }
 
 TEST_F(ComPrimitives, ControlDataIsCopiedDeepButForTheFlagBytes) {

@@ -181,6 +181,8 @@ TEST_F(MultiRequest, WithoutMemoryNothingIsSent) {
     multi_exchange = [&](const CommLink&, CommMultiRequest&, const std::atomic<bool>*) {
         return sent = true;
     };
+    std::size_t callbacks = 0;
+    on_event = [&] { ++callbacks; };
     const Ref<ComPrimitive> cop = MakeRequest();
     const TableOf table = TwoResponders();
     const LogCapture log;
@@ -189,6 +191,7 @@ TEST_F(MultiRequest, WithoutMemoryNothingIsSent) {
         RunMultiRequest(link.Get(), cop.Get(), table.Item());
     }
     EXPECT_FALSE(sent);
+    EXPECT_EQ(callbacks, 1u);
     EXPECT_EQ(Events(), Texts{"error 257"});
     EXPECT_EQ(ThreadLines(log), Texts{"   Failed to allocate response collection"});
 }
