@@ -308,6 +308,7 @@ TEST_F(BusyRawReceive, IsTerminatedWhenADestructsTimeIsUp) {
     Stop(cop);
     EXPECT_TRUE(HasThreadLine(log, "   Failed to stop thread"));
     EXPECT_EQ(Switches(), Flags{kRawReceptionOff});
+    EXPECT_TRUE(Ends(cop)) << "its callback has not returned";
 }
 
 TEST_F(BusyRawReceive, IsNotWaitedForWhenItDestructsTheLibrary) {
