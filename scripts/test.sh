@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
 jobs=${JOBS:-3} # most tests wait most of the time
 
-ahead= # the process that builds the next preset
+ahead= # the process that builds the other presets
 clean_up() {
     [ -z "$ahead" ] || kill -- "-$ahead" 2>/dev/null
     [[ $presets != *windows* ]] || scripts/stop-wine.sh
@@ -19,23 +19,31 @@ clean_up() {
 trap clean_up EXIT
 trap 'exit 130' INT TERM
 
-# Builds the next preset with the processor time that waiting tests leave.
+# Builds presets one after the other with the processor time that waiting tests leave. Each leaves
+# the exit code of its build in build/logs/built-PRESET.
 build_ahead() {
+    local preset
     mkdir -p build/logs
+    for preset in "$@"; do rm -f "build/logs/built-$preset"; done
     set -m # a process group of its own, so that it can be ended as one
-    nice -n 19 scripts/build.sh "$1" >"build/logs/build-$1.log" 2>&1 </dev/null &
+    for preset in "$@"; do
+        nice -n 19 scripts/build.sh "$preset" >"build/logs/build-$preset.log" 2>&1
+        echo $? >"build/logs/built-$preset.new"
+        mv "build/logs/built-$preset.new" "build/logs/built-$preset"
+    done </dev/null &
     ahead=$!
     set +m
 }
 
-# Builds the preset, or waits for build_ahead to finish it.
+# Waits until build_ahead is done with the preset, or builds it now.
 build() {
     [ -n "$ahead" ] || { scripts/build.sh "$1"; return; }
-    wait "$ahead"
-    local code=$?
-    ahead=
+    until [ -f "build/logs/built-$1" ]; do
+        kill -0 "$ahead" 2>/dev/null || { [ -f "build/logs/built-$1" ] || return 1; }
+        sleep 0.2
+    done
     cat "build/logs/build-$1.log"
-    return $code
+    return "$(cat "build/logs/built-$1")"
 }
 
 # run_tests PRESET: runs them and adds to the summary.
@@ -72,17 +80,16 @@ show_failures() {
 [[ $presets == linux-release* ]] || scripts/build.sh linux-release || exit 1
 
 summary=() failing=() worst=0
-read -ra waiting <<<"$presets"
-while [ ${#waiting[@]} -gt 0 ]; do
-    preset=${waiting[0]}
-    waiting=("${waiting[@]:1}")
+for preset in $presets; do
     if ! build "$preset"; then
         summary+=("$preset: 0 passed, 1 failed")
         echo "$preset does not build" >&2
         worst=1
         continue
     fi
-    [ ${#waiting[@]} = 0 ] || build_ahead "${waiting[0]}"
+    others=${presets#"$preset"}
+    # shellcheck disable=SC2086 # several words
+    [ -n "$ahead" ] || [ -z "$others" ] || build_ahead $others
     run_tests "$preset"
 done
 

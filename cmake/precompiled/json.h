@@ -17,11 +17,9 @@ TARVIK_JSON_INSTANCE class nlohmann::detail::serializer<nlohmann::json>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::json_sax_dom_parser<nlohmann::json>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::json_sax_dom_callback_parser<nlohmann::json>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::lexer<
-    nlohmann::json,
-    nlohmann::detail::iterator_input_adapter<std::string::const_iterator>>;
+    nlohmann::json, nlohmann::detail::iterator_input_adapter<std::string::const_iterator>>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::parser<
-    nlohmann::json,
-    nlohmann::detail::iterator_input_adapter<std::string::const_iterator>>;
+    nlohmann::json, nlohmann::detail::iterator_input_adapter<std::string::const_iterator>>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::lexer<nlohmann::json,
                                                    nlohmann::detail::input_stream_adapter>;
 TARVIK_JSON_INSTANCE class nlohmann::detail::parser<nlohmann::json,

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "dpdu_types.h"
 #include "client_run.h"
+#include "dpdu_types.h"
 #include "trace/timeline.h"
 #include "trace_files.h"
 
