@@ -41,7 +41,7 @@ std::uint32_t Construct(const char* option, void* tag) {
     LoadConfig(&config);
     OpenDiagnostics(option, tag);
     SetApiTag(tag);
-    // A construct that failed half-way has left the queue prepared; it is empty then.
+    // The queue is already initialised, and empty, if an earlier construct failed half-way.
     SystemEventQueue->Initialize();
     if (!AllocParamItems()) return PDU_ERR_FCT_FAILED;
     ForEachTransport(&Transport::Init);
@@ -50,7 +50,7 @@ std::uint32_t Construct(const char* option, void* tag) {
 }
 
 void Destruct() {
-    // Other threads' calls must be able to end, and the modules go anyway.
+    // Lets other threads' calls end. The module table is emptied below anyway.
     ReleaseKeptModuleLock();
     StopAllLinks();
     FreeParamItems();

@@ -34,8 +34,8 @@ PDU_DATA_ITEM* MakeOutput(T_PDU_IT type, const Data& data) {
     return &block.release()->item;
 }
 
-// Deliberate: without memory for its item such a command prints a message on a console of its own
-// and never returns.
+// Deliberate: a command that cannot allocate its item opens a console, prints a message there and
+// never returns.
 [[noreturn]] void StopForLackOfMemory() {
     constexpr unsigned kReportedSize = 4096;
     OsAttachConsole();

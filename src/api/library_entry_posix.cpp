@@ -3,7 +3,7 @@
 namespace tarvik {
 namespace {
 
-// Run by the loader after the library's static objects are ready, and before they go.
+// Run by the loader after the library's static objects are ready, and before they are destroyed.
 __attribute__((constructor(65535))) void Attach() { OnLibraryLoad(); }
 __attribute__((destructor)) void Detach() { OnLibraryUnload(); }
 

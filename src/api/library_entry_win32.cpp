@@ -8,7 +8,7 @@ void __freeres();
 
 namespace {
 
-// The C++ runtime is part of this file and does not give back the memory that it keeps for
+// The C++ runtime is part of this file and does not release the memory that it keeps for
 // exceptions, 73 KB each time the library is loaded. Runs last of all unload notices.
 __attribute__((destructor(101))) void ReleaseRuntimeReserve() { __gnu_cxx::__freeres(); }
 

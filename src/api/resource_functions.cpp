@@ -31,7 +31,7 @@ ResourceIds SelectResources(const char* function, std::uint32_t bus_type, std::u
     return {{0, 0}, 0};
 }
 
-// One module entry, with the ids in a block of their own. Null: memory is out.
+// One module entry, with the ids in a separate block. Null: memory is out.
 PDU_RSC_ID_ITEM* MakeResourceIdItem(std::uint32_t hMod, const ResourceIds& resources) {
     auto item = AllocateRecord<PDU_RSC_ID_ITEM>();
     auto entry = AllocateRecord<PDU_RSC_ID_ITEM_DATA>();

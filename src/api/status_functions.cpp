@@ -17,7 +17,7 @@ constexpr std::uint32_t kSoftwareVersion = 0x00010000;
 // Packed: year since 1970, month, day, 0.
 constexpr std::uint32_t kReleaseDate = 0x36051600;
 
-// Writes the text and its NUL only: the rest of the field stays as the caller had it.
+// Writes the text and its NUL only: the rest of the field keeps its contents.
 void StoreText(CHAR8* field, const char* text) { std::memcpy(field, text, std::strlen(text) + 1); }
 
 void FillVersion(PDU_VERSION_DATA* version) {
