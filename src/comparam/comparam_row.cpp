@@ -9,7 +9,7 @@
 namespace tarvik {
 namespace {
 
-// The three field records with their names made alike.
+// The three field records under common names.
 struct FieldRecord {
     std::uint32_t struct_type = 0;  // struct fields only
     std::uint32_t max = 0;

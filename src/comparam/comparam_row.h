@@ -19,9 +19,9 @@ union ParamValue {
 static_assert(sizeof(ParamValue) == 24);
 
 // One row of the ComParam table. The application holds pointers to `item`, `*value` and `buffer`
-// and may edit them in place. What the library must be sure of, the field's own buffer, its
-// maximum and its struct type, is therefore kept here a second time and put back into `*value` by
-// every SetRow. All of it is guarded by the caller's lock, but numbers may be read without.
+// and may edit them in place. The library relies on the field's own buffer, its maximum and its
+// struct type, so it keeps a second copy of them here. Every SetRow restores them in `*value`. All
+// of it is guarded by the caller's lock, except that numbers may be read without it.
 struct ComParamRow {
     const ComParamDescription* description;
     PDU_PARAM_ITEM item;
@@ -46,10 +46,10 @@ constexpr ComParamRow MakeRow(const ComParamDescription* description, ParamValue
 
 // Sets the value to zero and makes the field buffer. False: memory is out.
 bool PrepareRow(ComParamRow& row);
-// Value, buffer and flags back to the state of MakeRow.
+// Resets value, buffer and flags to the state of MakeRow.
 void ReleaseRow(ComParamRow& row);
 
-// A value kept for log lines that are written after the lock is left.
+// A value kept for log lines that are written after the lock is released.
 struct RowSnapshot {
     std::uint32_t number = 0;
     std::uint32_t count = 0;         // elements

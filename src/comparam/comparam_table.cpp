@@ -45,7 +45,7 @@ constexpr std::array<std::uint32_t, kComParamCount> SortIdsByName() {
 }
 constexpr std::array<std::uint32_t, kComParamCount> kIdsByName = SortIdsByName();
 
-// So that "the first row of this name" and "the row of this name" are the same.
+// Otherwise a search by name could return any of several rows.
 constexpr bool NamesAreUnique() {
     for (std::uint32_t at = 1; at < kComParamCount; ++at) {
         if (NameOf(kIdsByName[at - 1]) == NameOf(kIdsByName[at])) return false;

@@ -23,7 +23,7 @@ constexpr std::array<ComParamRow, kComParamCount> MakeRows() {
 }
 constinit std::array<ComParamRow, kComParamCount> rows = MakeRows();
 
-// Guards the rows, but for numbers, which are read without it. Taken after every other lock but
+// Guards the rows, except that numbers are read without it. Taken after every other lock except
 // the allocator's and the log's.
 Immortal<OsLock> rows_lock;
 

@@ -17,7 +17,7 @@ T LoadRecord(const void* data) {
     return record;
 }
 
-// Text that is put together piece by piece in a block of fixed room.
+// Text built piece by piece in a block of fixed size.
 class TextBlock {
 public:
     explicit TextBlock(std::size_t room)
@@ -25,7 +25,7 @@ public:
     bool Ready() const { return text_ != nullptr; }
     char* At() const { return at_; }
     std::size_t Left() const { return left_; }
-    // `written` as FormatText returned it.
+    // `written`: what FormatText returned.
     void Advance(int written) {
         if (written <= 0) return;
         at_ += written;

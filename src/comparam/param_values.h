@@ -19,7 +19,7 @@ char* FormatParamValue(const PDU_PARAM_ITEM& item);
 
 inline constexpr std::size_t kStructEntrySize = 6;  // of both struct types
 inline constexpr std::size_t kStructEntryTextSize = 32;
-// The numbers of one entry with a blank between each, as the log and FormatParamValue show them.
+// The numbers of one entry, separated by blanks, as the log and FormatParamValue show them.
 // False: not a known struct type.
 bool FormatStructEntry(std::uint32_t struct_type, const void* entry,
                        char (&text)[kStructEntryTextSize]);
@@ -29,7 +29,7 @@ enum class ParamCopy : std::uint8_t {
     kNotCopyable,  // struct field, long field or unknown type: the copy's data pointer is null
     kNoMemory,     // nothing is left to release
 };
-// Deep copy: numbers and byte fields get tracked blocks of their own.
+// Deep copy: numbers and byte fields get their own tracked blocks.
 ParamCopy CopyParamItem(const PDU_PARAM_ITEM& source, PDU_PARAM_ITEM* copy);
 // Releases the blocks of an item's value. False: this data type is never released.
 bool FreeParamValue(const PDU_PARAM_ITEM& item);

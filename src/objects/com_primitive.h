@@ -13,9 +13,9 @@ namespace tarvik {
 // How far the reception of a receive thread has got in the dongle.
 enum class Reception : std::uint8_t { kNotBegun, kOn, kOver };
 
-// One unit of work on a link. References: the link's registry until the worker is done with it,
-// its receive thread, the queue it waits in, whoever works on it. Only the worker writes it, except
-// for the atomics.
+// One unit of work on a link. References are held by the link's registry until the worker is done
+// with it, by its receive thread, by the queue it waits in and by every thread that works on it.
+// Only the worker writes it, except for the atomics.
 struct ComPrimitive : Counted {
     ~ComPrimitive();
 
@@ -36,7 +36,7 @@ struct ComPrimitive : Counted {
     // Raw links only.
     bool extended_frame = false;         // of a frame to send; from the TxFlag
     bool has_receive_thread = false;     // now or earlier: it stays registered until the clean-up
-    OsThread* receive_thread = nullptr;  // null again once it has been seen to have ended
+    OsThread* receive_thread = nullptr;  // null again once its end was noticed
     std::atomic<std::uint32_t> receive_thread_id{0};
     Reception reception = Reception::kNotBegun;  // guarded by the link's reception_lock
 };

@@ -53,7 +53,7 @@ void TraceStart(const TraceCop& ids, const StartRequest& request) {
                               control);
 }
 
-// Looked up here, while the flag bytes are sure to be there: they stay the caller's.
+// The flag bytes stay the caller's, so they are read here, while they certainly exist.
 bool AsksForExtendedFrame(const PDU_COP_CTRL_DATA* control) {
     constexpr std::uint32_t kFlagByte = 2;
     if (control == nullptr || control->TxFlag.pFlagData == nullptr) return false;

@@ -14,9 +14,9 @@ namespace tarvik {
 inline constexpr std::uint32_t kNoKey = 0xFFFFFFFF;
 
 // A first-in first-out queue of the API's own objects: event items, ComPrimitives. `Owner` is a
-// movable handle that is empty when it has nothing and releases what it has: a Ref, an EventPtr.
-// Each object has a key by which it can be taken out of turn. Safe on any thread; no object is
-// released while the lock is held.
+// movable handle, empty or the owner of an object that it releases: a Ref, an EventPtr. Each object
+// has a key by which it can be removed out of turn. Safe on any thread; no object is released while
+// the lock is held.
 template <typename Owner>
 class ItemQueue {
 public:
@@ -43,7 +43,7 @@ public:
             lock_.Address());
     }
 
-    // As Free, but logs nothing: for a queue that goes together with the record around it.
+    // As Free, but logs nothing: for a queue that is released together with its record.
     void Discard() {
         Node* node = nullptr;
         {
@@ -92,7 +92,7 @@ public:
         return Unwrap(node);
     }
 
-    // A further handle to the oldest object, which stays in the queue.
+    // Another handle to the oldest object, which stays in the queue.
     Owner First() {
         const LockGuard hold(lock_);
         return head_ == nullptr ? Owner() : head_->object;
@@ -134,7 +134,7 @@ public:
     }
 
     void Wake() {
-        // Inside the lock: a waiter that has looked at its flag is asleep by now.
+        // Under the lock: a waiter that has checked its flag is asleep by now.
         const LockGuard hold(lock_);
         changed_.WakeAll();
     }

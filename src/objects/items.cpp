@@ -14,7 +14,7 @@ struct EventBlock {
     Data data;
 };
 
-// An item and its data in one block, for item types whose data is not released by itself.
+// An item and its data in one block, for item types whose data is not released separately.
 template <typename Data>
 Tracked<EventBlock<Data>> MakeEventBlock(T_PDU_IT type, std::uint32_t hCop, void* pCoPTag) {
     auto block = AllocateRecord<EventBlock<Data>>();
@@ -110,7 +110,7 @@ void ReleaseEvent::operator()(PDU_EVENT_ITEM* event) const noexcept {
 
 EventPtr MakeStatusItem(std::uint32_t hCop, void* pCoPTag, std::uint32_t status) {
     auto item = AllocateRecord<PDU_EVENT_ITEM>();
-    auto data = AllocateRecord<PDU_STATUS_DATA>();  // released by itself
+    auto data = AllocateRecord<PDU_STATUS_DATA>();  // released separately
     if (item == nullptr || data == nullptr) return nullptr;
     *data = status;
     *item = {PDU_IT_STATUS, hCop, pCoPTag, TimestampUs(), data.release()};

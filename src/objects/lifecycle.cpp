@@ -13,10 +13,11 @@ std::atomic<void*> api_tag{nullptr};
 
 // Calls that have begun and not ended. A wait for them opens the other generation, so that calls
 // which begin later do not prolong it.
-std::atomic<std::uint32_t> generation{0};  // its last bit counts
+std::atomic<std::uint32_t> generation{0};  // only its lowest bit matters
 std::atomic<std::int32_t> calls[2];
 
-// The calling thread's own calls of both generations: callbacks run inside calls, and call again.
+// The calling thread's own calls of both generations: callbacks run inside calls and make calls
+// themselves.
 constexpr unsigned kOwnBits = 16;
 constexpr std::intptr_t kOneOwnCall[2] = {1, std::intptr_t{1} << kOwnBits};
 

@@ -34,15 +34,15 @@ struct LinkRecord : Counted {
     ItemQueue<Ref<ComPrimitive>> pending;      // that the worker has not taken yet
     ItemQueue<Ref<ComPrimitive>> registry;     // all of the link, by handle
     ItemQueue<EventPtr> events;                // for PDUGetEventItem
-    ItemQueue<Ref<ComPrimitive>> raw_receive;  // the one that receives raw frames; the worker's own
+    ItemQueue<Ref<ComPrimitive>> raw_receive;  // the one that receives raw frames; worker only
 
     Ref<UniqueRespTable> unique_table;  // guarded by mutex; empty after a failed copy
     std::atomic<CALLBACKFNC> callback{nullptr};
 
     OsLock reception_lock;  // orders what its receive threads and the worker send to the dongle
     bool rawMode = false;
-    bool rawChecksum = false;    // kept as it was asked for; no packet carries it
-    std::uint32_t rawCanId = 0;  // of the raw frame being sent; the worker's own
+    bool rawChecksum = false;    // as requested; no packet carries it
+    std::uint32_t rawCanId = 0;  // of the raw frame being sent; only the worker uses it
 
     ProtocolKind protocolKind = ProtocolKind::kUnknown;
     std::uint32_t BusTypeId = 0;

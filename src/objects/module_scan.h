@@ -2,7 +2,7 @@
 
 namespace tarvik {
 
-// Scans all transports, each on a thread of its own, and merges what they report into the module
+// Scans all transports, each on its own thread, and merges what they report into the module
 // table. Blocks for the longest scan.
 void UpdateModuleList();
 

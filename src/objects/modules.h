@@ -55,7 +55,7 @@ void ClearModuleTable();
 // Notes that the calling thread, which has entered ModuleDevicesLock, keeps it until PDUDestruct:
 // the outcome of a successful status query of a ComPrimitive.
 void KeepModuleLock();
-// Gives up every hold that such queries have left with the calling thread.
+// Releases the lock as often as such queries have left it with the calling thread.
 void ReleaseKeptModuleLock();
 bool KeepsModuleLock();  // the calling thread
 

@@ -9,7 +9,7 @@ enum class ProtocolKind : std::uint32_t { kUnknown = 0, kCan = 1, kDoip = 2 };
 // Bus type, protocol and resource ids, as PDUGetObjectId hands them out.
 inline constexpr std::uint32_t kBusTypeCan = 4000;
 inline constexpr std::uint32_t kBusTypeDoip = 4001;
-inline constexpr std::uint32_t kProtocolCan = 3000;  // UDS and raw frames alike
+inline constexpr std::uint32_t kProtocolCan = 3000;  // both UDS and raw frames
 inline constexpr std::uint32_t kProtocolDoip = 3001;
 inline constexpr std::uint32_t kResourceCan = 2001;
 inline constexpr std::uint32_t kResourceDoip = 2002;

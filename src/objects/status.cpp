@@ -31,7 +31,7 @@ T_PDU_ERROR ComPrimitiveStatus(const char* function, std::uint32_t hCoP, T_PDU_S
     std::uint32_t state = 0;
     for (std::uint32_t hMod = 0; hMod < kMaxModules; ++hMod) {
         if (!FindStateOnModule(hMod, hCoP, &state)) continue;
-        // Deliberate: the module lock stays with the calling thread, which may go on using the
+        // Deliberate: the module lock stays with the calling thread, which may continue to use the
         // library; other application threads wait until it destructs the library.
         KeepModuleLock();
         if (status != nullptr) *status = state;

@@ -19,7 +19,7 @@ struct FreeItemDeleter {
 };
 using TableItem = std::unique_ptr<PDU_UNIQUE_RESP_ID_TABLE_ITEM, FreeItemDeleter>;
 
-// The application's counts without what they cannot reach.
+// The application's counts; 0 if the array is missing.
 std::uint32_t EntryCount(const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table) {
     return table.pUniqueData == nullptr ? 0 : table.NumEntries;
 }

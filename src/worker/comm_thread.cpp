@@ -68,7 +68,7 @@ void Execute(LinkRecord* link, ComPrimitive* cop) {
             ExecuteSendRecv(link, cop);
             break;
         default:
-            break;  // reported to the application in no way
+            break;  // not reported to the application
     }
 }
 
@@ -114,7 +114,7 @@ void CommThreadFunc(void* argument) {
 bool StartWorker(const char* function, LinkRecord* link) {
     LinkRef worker_reference = LinkRef::Share(link);
     link->thread = OsThreadStart(CommThreadFunc, link, "Tarvik CommThreadFunc");
-    if (link->thread != nullptr) static_cast<void>(worker_reference.Detach());  // its own now
+    if (link->thread != nullptr) static_cast<void>(worker_reference.Detach());  // the thread's now
     Log(kLogTrace, "[%s] Created Thread handle 0x%p (CommThreadFunc) for LogicalLink #%u", function,
         link->thread == nullptr ? nullptr : OsThreadHandle(link->thread), link->hCLL);
     return link->thread != nullptr;

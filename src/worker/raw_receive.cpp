@@ -153,7 +153,7 @@ std::uint32_t ThreadKey(const OsThread* thread) {
     return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(OsThreadHandle(thread)));
 }
 
-// The thread is the one that destructs the library, from inside a callback.
+// True if the receive thread itself destructs the library, from inside a callback.
 bool IsDestructing(const LinkRecord& link, const ComPrimitive& cop) {
     const std::uint32_t destructor = link.destructing_thread.load();
     return destructor != 0 && destructor == cop.receive_thread_id.load();

@@ -46,7 +46,7 @@ void TraceAddressing(const LinkRecord& link, const ComPrimitive& cop, const Addr
                                          .rc78 = used.rc78});
 }
 
-// ComParams only set the mark: the response table decides whether one or many are asked.
+// The ComParams only place the mark. The response table decides whether one or many are asked.
 void LogAddressing(const Addressing& used) {
     if (used.mode != kAddressPhysical && used.mode != kAddressFunctional) return;
     const bool physical = used.mode == kAddressPhysical;

@@ -32,8 +32,9 @@ void TellWorkerToStop(LinkRecord* link) {
     link->pending.Wake();
 }
 
-// Waits for a link's worker, and terminates one that does not end in time. A worker that is itself
-// the caller (PDUDestruct inside a callback) is left alone and releases the record when it ends.
+// Waits for a link's worker, and terminates one that does not end in time. If the worker itself is
+// the caller (PDUDestruct inside a callback), it is left alone and releases the record when it
+// ends.
 void EndWorker(LinkRecord* link, bool announced) {
     if (link->thread == nullptr || OsThreadIsCurrent(link->thread)) return;
     void* handle = OsThreadHandle(link->thread);
@@ -78,7 +79,7 @@ void StopModuleLinks(std::uint32_t module, ModuleSlot& slot) {
             slot.link_count, module);
         detached = DetachLinks(slot);
     }
-    // All workers are told to stop before the first is waited for, so that many end as fast as one.
+    // Asks all workers to stop before waiting for the first, so that many end as fast as one.
     Tracked<bool> active(static_cast<bool*>(AllocateArray(detached.count, sizeof(bool))));
     for (std::uint32_t i = 0; i < detached.count; ++i) {
         LinkRecord* link = detached.links.get()[i];
