@@ -132,7 +132,7 @@ void FragDeinit() {
     if (!table.initialised) return;
     table.initialised = false;
     for (ReassemblySession& session : table.sessions) {
-        if (!session.in_use) session = {};  // otherwise its thread is, or was stopped, inside
+        if (!session.in_use) session = {};  // otherwise its thread is inside, or was ended there
     }
     Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION reassembly_lock at 0x%p", __func__,
         table.reassembly_lock.Address());
@@ -363,7 +363,7 @@ void FragForget(const void* source) {
     ReassemblyTable& table = Table();
     const LockGuard hold(table.reassembly_lock);
     for (ReassemblySession& session : table.sessions) {
-        // One in use belongs to a thread that was ended inside.
+        // A session in use belongs to a thread that was ended inside.
         if (session.active && session.source == source && !session.in_use) session = {};
     }
 }

@@ -12,8 +12,9 @@
 
 namespace tarvik {
 
-// A thread that waits for a packet. On that thread's stack, linked into its queue in order of
-// arrival, woken by a condition of its own: a packet wakes only the thread that gets it.
+// A thread that waits for a packet. The record is on that thread's stack, and linked into the queue
+// in order of arrival. It has its own condition, so that a packet wakes only the thread that gets
+// it.
 struct PacketWaiter {
     PacketWaiter(PacketQueue* queue, const PacketWait& wait);
     ~PacketWaiter();
@@ -26,7 +27,7 @@ struct PacketWaiter {
 
     void Sleep(std::int32_t timeout_ms) { woken->Wait(queue->lock, timeout_ms); }
     void Wake() { woken->WakeOne(); }
-    // Null: it has been woken. Otherwise the caller wakes it by this, after releasing the lock.
+    // Null: it has been woken. Otherwise the caller wakes it with this, after releasing the lock.
     OsCondition* WakeLater() {
         if (!own) return woken;
         Wake();

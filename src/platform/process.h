@@ -9,7 +9,7 @@ bool OsDebuggerPresent();
 void OsDebugBreak();
 [[noreturn]] void OsExitProcess(int code);  // at once: no destructors, no unload notices
 // Keeps this library loaded until the process ends, whatever the application unloads. For work of
-// the system that returns into our code at a time of its own.
+// the system that may call our code at any later time.
 void OsKeepLibraryLoaded();
 
 // The platform's debugger output: OutputDebugString / syslog at debug level.

@@ -7,7 +7,7 @@
 // called from any thread and does nothing while the trace is off.
 namespace tarvik {
 
-// Starts a session with a file of its own, unless one is running or the environment forbids it.
+// Starts a session with its own file, unless one is running or the environment forbids it.
 void StartCopTrace();
 // Writes log_stop, waits until the flusher has written the buffered lines, closes the file.
 void StopCopTrace();

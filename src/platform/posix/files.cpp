@@ -45,7 +45,7 @@ int OpenFlags(const char* mode) {
         case 'w':
             return O_CREAT | O_TRUNC | (update ? O_RDWR : O_WRONLY);
         default:
-            // The log, in the temporary folder, which is everyone's: never through a link.
+            // The log, in the temporary folder, which all users share: never through a link.
             return O_CREAT | O_APPEND | O_NOFOLLOW | (update ? O_RDWR : O_WRONLY);
     }
 }
@@ -109,7 +109,7 @@ bool OsFileWritable(const char* path) {
 bool OsCreateFolder(const char* path) { return ::mkdir(path, 0700) == 0 || errno == EEXIST; }
 
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
-    // The temporary folder is everyone's: never through a link, readable by the user alone.
+    // All users share the temporary folder: never through a link, readable by the user alone.
     const int descriptor =
         ::open(path, O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (descriptor < 0) {

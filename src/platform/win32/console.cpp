@@ -15,7 +15,7 @@ void ReopenStandardStreams() {
     if (std::freopen("CONOUT$", "w", stderr) != nullptr) std::setvbuf(stderr, nullptr, _IONBF, 0);
 }
 
-// Escape sequences are understood, and a line feed also returns the carriage.
+// Also makes a line feed return the carriage.
 void EnableEscapeSequences() {
     constexpr DWORD kVirtualTerminalProcessing = 0x4;
     constexpr DWORD kDisableNewlineAutoReturn = 0x8;

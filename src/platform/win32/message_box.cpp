@@ -6,7 +6,7 @@ namespace tarvik {
 
 namespace {
 
-// A text that is too long or not UTF-8 becomes empty: the box itself still says that something is
+// A text that is too long or not UTF-8 becomes empty: the box itself still shows that something is
 // wrong.
 template <int Capacity>
 void ToUtf16(const char* text, wchar_t (&wide)[Capacity]) {
