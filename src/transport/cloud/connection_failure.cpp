@@ -1,5 +1,6 @@
 #include "transport/cloud/connection_failure.h"
 
+#include "platform/files.h"
 #include "platform/message_box.h"
 #include "platform/process.h"
 #include "support/config.h"
@@ -12,7 +13,7 @@ namespace {
 
 constexpr char kTitle[] = "Tarvik PDU DLL - Connection failure";
 
-std::int64_t lastFailureBoxTime = 0;  // the connection thread's
+std::int64_t lastFailureBoxTime = 0;  // only the connection thread uses it
 
 // Deliberate: an unresolved name is shown alone, a failed connection with the whole URL.
 bool FormatFailure(char* text, std::size_t size, std::uint32_t error, const char* server,
@@ -60,7 +61,7 @@ bool FormatFailure(char* text, std::size_t size, std::uint32_t error, const char
 
 void ShowConnectionFailure(std::uint32_t error, const char* server, std::int64_t attempt_second) {
     if (attempt_second - lastFailureBoxTime < GetCloudLimits().failure_box_quiet_s) return;
-    char file[260];
+    char file[kMaxPath];
     if (!ResolveConfigPath(file)) FormatText(file, sizeof file, "<unknown>");
     char text[1024];
     if (!FormatFailure(text, sizeof text, error, server, file)) return;
