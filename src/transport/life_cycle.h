@@ -5,7 +5,7 @@
 
 #include "platform/thread.h"
 
-// Start and stop, as far as transports do them alike, with their log lines.
+// The steps of starting and stopping that transports share, with their log lines.
 namespace tarvik {
 
 // What follows "Not initialized" in the log when Start is refused.

@@ -8,9 +8,9 @@ namespace tarvik {
 // the limits of its back end.
 struct BleLimits {
     std::uint32_t login_wait_ms;    // waiting for LOGN after IDEN
-    std::uint32_t connect_wait_ms;  // a scan's wait for one attempt, which goes on after it
+    std::uint32_t connect_wait_ms;  // a scan's wait for one attempt, which then continues
     std::uint32_t attempts_end_ms;  // Deinit's wait for all attempts together
-    std::int32_t thread_end_ms;     // joining a thread, which goes on alone after it
+    std::int32_t thread_end_ms;     // joining a thread, which then continues alone
     std::uint32_t close_poll_ms;    // the longest that a waiting scan takes to notice Deinit
     std::int32_t transmit_poll_ms;  // the longest that the TX thread takes to notice its end
     std::int32_t receive_poll_ms;   // the longest that the RX thread takes

@@ -10,8 +10,8 @@
 namespace tarvik {
 
 // What the transport needs of the system's Bluetooth LE: scan, connect, discover, subscribe, write,
-// disconnect. Everything above this header is common to both systems. Calls block; each has a time
-// limit of its own.
+// disconnect. Everything above this header is common to both systems. Calls block; each has its
+// own time limit.
 
 // The system's message about a failed call, in UTF-8. Every function here that is not noexcept may
 // throw it, and nothing else.

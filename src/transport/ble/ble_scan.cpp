@@ -205,7 +205,7 @@ void ConnectNew(std::uint64_t address, ScanReport* out) {
     if (request == nullptr) return;
     if (!AwaitCompletion(*request)) {
         if (ble->closing) return;
-        // The attempt goes on. The next scan picks up its result.
+        // The attempt continues. The next scan picks up its result.
         ConsolePrint("[BLE] Connection timeout (wait result: %d)\n", kWaitTimedOut);
         Log(kLogTrace, "[BLE] Connection timeout");
         return;

@@ -41,7 +41,7 @@ std::shared_ptr<T> TakeBleShare(void* argument) {
     return object;
 }
 
-// Joins a thread and closes its handle. A thread that does not end in time goes on alone, so the
+// Joins a thread and closes its handle. A thread that does not end in time continues alone, so the
 // library then stays loaded.
 inline void EndBleThread(OsThread** thread, std::int32_t limit_ms) {
     if (*thread == nullptr) return;

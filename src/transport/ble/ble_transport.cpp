@@ -44,7 +44,7 @@ void BleStart() {
     Announce("[BLE] BLE subsystem started");
 }
 
-// Deliberate: connections and their threads go on.
+// Deliberate: connections and their threads continue.
 void BleStop() {
     if (!config.useBle) return;
     ConsolePrint("[BLE] BLE subsystem stopped (connections remain active)\n");

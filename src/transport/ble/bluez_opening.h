@@ -10,8 +10,8 @@
 
 namespace tarvik {
 
-// Connects the message bus on a thread of its own: a bus that accepts the connection and then stays
-// silent blocks its caller for as long as the system's library likes.
+// Connects the message bus on a separate thread: a bus that accepts the connection and then stays
+// silent blocks its caller for a time that only the system's library limits.
 class BluezOpening {
 public:
     // Throws a BleError if the thread cannot be started.

@@ -49,7 +49,7 @@ private:
     bool started_ = false;
 
     OsLock lock_;  // guards everything below; held for the handler, never for calls of the bus
-    std::string adapter_;  // the one that scans; empty until it is known. Only Start changes it
+    std::string adapter_;  // the scanning one; empty until it is known. Only Start changes it
     bool service_gone_ = false;
     std::map<std::string, Seen> devices_;  // by path
 };

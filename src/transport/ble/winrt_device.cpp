@@ -13,7 +13,7 @@ using namespace winrt;
 
 namespace {
 
-constexpr std::size_t kAttributeOverhead = 3;  // bytes of a PDU beside the value
+constexpr std::size_t kAttributeOverhead = 3;  // bytes of a PDU besides the value
 
 static_assert(static_cast<std::int32_t>(BleStatus::kSuccess) ==
               static_cast<std::int32_t>(CommunicationStatus::kSuccess));

@@ -19,7 +19,7 @@ OsThread* Start(const CarrierThread& thread, const char* log_name) {
     return started;
 }
 
-// False if the connection is to end, or has ended while a callback of the application ran on this
+// False if the connection must end, or has ended while a callback of the application ran on this
 // thread. The next connection, with its own receive thread, may then be up already.
 bool ContinuesReceiving() {
     return cloud->receiver_id == OsCurrentThreadId() && !IsDisconnecting();

@@ -9,8 +9,8 @@ namespace tarvik {
 
 // How packets reach the relay: over TCP, or over a WebSocket.
 struct CloudCarrier {
-    // Connects and starts the receive and the transmit thread. False, which it has logged: threads
-    // that it has started continue to run until they are stopped.
+    // Connects and starts the receive and the transmit thread. False: it failed, which it has
+    // logged. Threads that it has started continue until they are stopped.
     bool (*Connect)();
     // Makes its threads end soon. Any thread, at any time.
     void (*Abort)();

@@ -19,7 +19,7 @@ constexpr char kTxName[] = "TxThreadFunc";
 // Set and cleared by the connection thread, under sessionLock. The connection's threads, which run
 // only while it is set, use it without the lock.
 TcpSocket* relay_socket = nullptr;
-bool network_started = false;  // the connection thread's
+bool network_started = false;  // only the connection thread uses it
 
 // ---------------------------------------------------------------- receiving
 

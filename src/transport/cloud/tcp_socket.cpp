@@ -11,7 +11,7 @@ namespace tarvik {
 struct TcpSocket {
     SystemSocket system = kNoSocket;
     std::atomic<bool> aborted{false};
-    bool peer_ended = false;  // the receive thread's
+    bool peer_ended = false;  // only the receive thread uses it
 };
 
 namespace {

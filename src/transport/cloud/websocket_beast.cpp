@@ -270,7 +270,7 @@ void Configure(Stream* stream, const std::string& user_agent) {
     stream->read_message_max(0);  // any size: messages are cut into packets, not kept
 }
 
-// An answer that refuses the upgrade is an answer too: the next step is the one that fails.
+// An answer that refuses the upgrade is still an answer: it is the next step that fails.
 bool IsRefusal(const Error& error) {
     return error.category() == Error(websocket::error::upgrade_declined).category() ||
            error.category() == Error(http::error::bad_version).category();

@@ -53,7 +53,7 @@ enum class WebSocketStep : std::uint8_t {
     kComplete,  // the upgrade; closes the request
 };
 
-// Hears of each step: before it is taken, with error 0, and again with the code if it fails.
+// Called for each step: before it is taken, with error 0, and again with the code if it fails.
 struct WebSocketSteps {
     void (*report)(void* context, WebSocketStep step, std::uint32_t error);
     void* context;
@@ -91,8 +91,8 @@ std::uint32_t SendToWebSocket(WebSocketClient* client, const void* data, std::ui
 // open.
 bool AbortWebSocket(WebSocketClient* client);
 
-// Closes what is open and releases the client. `closed`, unless it is null, hears of each handle
-// that was open.
+// Closes what is open and releases the client. `closed`, unless it is null, is called for each
+// handle that was open.
 void CloseWebSocket(WebSocketClient* client, void (*closed)(WebSocketHandle handle));
 
 }  // namespace tarvik

@@ -14,7 +14,7 @@ struct WebSocketSource {
 };
 
 // Receives exactly `count` bytes. False, logged: the source has failed, has ended or sent something
-// other than binary data, or the connection is to end.
+// other than binary data, or the connection must end.
 bool WebSocketReceiveFull(const WebSocketSource& source, void* buffer, std::uint32_t count,
                           std::uint32_t* received);
 

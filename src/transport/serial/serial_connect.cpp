@@ -138,7 +138,7 @@ bool Synchronize(SerialPort* port) {
     return false;
 }
 
-// The port may close itself at any moment; its state is then the one that its monitor thread sets.
+// The port may close itself at any moment: if its queues are already released, it is unused again.
 void MarkConnected(SerialPort* port) {
     LockGuard hold(port->queues.device_lock);
     StateOf(port->number) = port->queues.available ? PortState::kConnected : PortState::kUnused;

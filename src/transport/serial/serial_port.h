@@ -4,7 +4,7 @@
 
 namespace tarvik {
 
-// An open port. One thread receives on it and one transmits, each through a transfer of its own.
+// An open port. One thread receives on it and one transmits, each through its own transfer.
 struct PortHandle;
 struct PortTransfer;
 

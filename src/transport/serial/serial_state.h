@@ -31,7 +31,7 @@ struct SerialPort {
     OsLock stop_lock;                  // guards `handle`; comes before a queue's lock
     OsCondition stopped;               // woken when `running` is cleared
     PortHandle* handle = nullptr;      // set while its threads run; they use it without the lock
-    SerialStream stream;               // the receive thread's
+    SerialStream stream;               // used by the receive thread while it runs
     // The connect thread starts all three. The monitor thread ends the other two and closes them;
     // its own handle is closed by the connect thread, after its end.
     OsThread* monitor_thread = nullptr;

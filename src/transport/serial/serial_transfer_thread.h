@@ -13,7 +13,7 @@ struct TransferThread {
     void (*run)(SerialPort* port, PortTransfer* transfer);  // until the port stops or fails
 };
 
-// Runs `run` with a transfer of its own, and stops the port afterwards.
+// Creates a transfer, calls `run` with it and stops the port afterwards.
 void RunTransferThread(SerialPort* port, const TransferThread& thread);
 
 }  // namespace tarvik

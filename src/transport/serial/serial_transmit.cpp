@@ -49,7 +49,7 @@ void Transmit(SerialPort* port, PortTransfer* transfer) {
             WritePort(transfer, packet->Bytes(), packet->length, GetSerialLimits().write_ms);
         if (!IsSent(outcome, *packet)) {
             const bool stopped = outcome.step == TransferStep::kWait && !port->running;
-            if (stopped) return;  // the port was told to stop and woken: the write did not fail
+            if (stopped) return;  // the stop woke the port: the write did not fail
             LogWriteFault(outcome, *packet);
             Log(kLogTrace, "[%s] Failed to send. exiting.", kTxName);
             AppendPacket(&port->queues.tx, packet, kNoTag);
