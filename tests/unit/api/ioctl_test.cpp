@@ -176,27 +176,27 @@ void ReadVbattWithoutMemory(void*) {
 
 constexpr char kHeldMessage[] = "Allocation (4096) failed - BUG!\n";
 
-// The message comes after the refusal. On a console of the process's own it cannot be seen.
+// The message follows the refusal. On a console that the process opened it cannot be seen.
 bool MessageIsPrinted() {
     if (PrintedOnConsole(kHeldMessage).empty()) return true;
     return Eventually([] { return std::ftell(stdout) > 0; });
 }
 
-// 0: the call was refused memory, printed its message and did not come back.
+// 0: the call was refused memory, printed its message and did not return.
 int ReadWithoutMemoryOnAThread() {
     OsThread* thread = OsThreadStart(ReadVbattWithoutMemory, nullptr, "reader");
     const bool refused = Eventually([] { return FailingHeap::Refusals() > 0; });
     const bool printed = MessageIsPrinted();
     const bool ended = OsThreadJoin(thread, 1000);
     std::fflush(stdout);
-    OsExitProcess(refused && printed && !ended ? 0 : 1);  // the thread is still there
+    OsExitProcess(refused && printed && !ended ? 0 : 1);  // the thread is still running
 }
 const ChildBody read_without_memory("read-without-memory", ReadWithoutMemoryOnAThread);
 
 TEST(IoCtl, ReadingWithoutMemoryPrintsAMessageAndNeverReturns) {
     const ChildResult child = RunChild("read-without-memory");
     EXPECT_EQ(child.exit_code, 0);
-    // A console of the child's own, where there can be one, cannot be read here.
+    // A console that the child opened, where there can be one, cannot be read here.
     if (child.output == kHeldMessage) return;
     EXPECT_EQ(child.output, PrintedOnConsole(kHeldMessage));
 }
@@ -268,7 +268,7 @@ TEST(DoipRequestRecord, NullVinIsAllZeros) {
         EXPECT_EQ(bytes[i], 0) << i;
 }
 
-TEST(DoipRequestRecord, AddressesFollowAsTheyStandInTheInput) {
+TEST(DoipRequestRecord, AddressesAreCopiedFromTheInputUnchanged) {
     UNUM8 address[4] = {127, 0, 0, 1};
     PDU_IP_ADDR_INFO addresses[2] = {{4, address}, {6, nullptr}};
     std::string vin;
@@ -298,7 +298,7 @@ TEST(DoipRequestRecord, MissingAddressArrayCopiesNoEntries) {
     EXPECT_EQ(LoadU32(bytes.data() + 44), 0xFFFFFFFFu);
 }
 
-TEST(DoipRequestRecord, RecordThatPasses32BitsIsNotBuilt) {
+TEST(DoipRequestRecord, RecordLongerThan32BitsIsNotBuilt) {
     PDU_IP_ADDR_INFO address = {};
     std::string vin;
     PDU_IO_VEHICLE_ID_REQUEST input = VehicleIdRequest(vin);
@@ -307,7 +307,7 @@ TEST(DoipRequestRecord, RecordThatPasses32BitsIsNotBuilt) {
     EXPECT_EQ(BuildVehicleIdRequest(input).bytes, nullptr);
 }
 
-TEST(DoipRequestRecord, NoMemoryMakesNoRecord) {
+TEST(DoipRequestRecord, RecordIsNotBuiltWithoutMemory) {
     const FailingHeap heap;
     const DoipRequest request = BuildValueRequest(DoipRequestKind::kEntityStatus, 1, 2);
     EXPECT_EQ(request.bytes, nullptr);

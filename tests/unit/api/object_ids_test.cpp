@@ -93,7 +93,7 @@ TEST(GetObjectId, UnknownNameGivesInvalidParametersAndIdZero) {
     }
 }
 
-TEST(GetObjectId, ComParamNameMustMatchAsAWhole) {
+TEST(GetObjectId, ComParamNameMustMatchCompletely) {
     EXPECT_EQ(Ask(PDU_OBJT_COMPARAM, "CP_P2Ma"), kNotFound);
     EXPECT_EQ(Ask(PDU_OBJT_COMPARAM, "CP_P2Max "), kNotFound);
 }

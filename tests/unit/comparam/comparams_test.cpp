@@ -337,7 +337,7 @@ TEST_F(ComParams, SetNumberIsLoggedAndSeenThroughEveryPointer) {
                        "[PDUSetComParam] Returning PDU_STATUS_NOERROR"}));
 }
 
-TEST_F(ComParams, TheRowsTypeDecidesNotTheItems) {
+TEST_F(ComParams, RowTypeDecidesNotTheItemType) {
     UNUM32 value = 0x11223344u;
     EXPECT_EQ(Set(Item(kCpP2Max, &value, PDU_PT_UNUM8)), PDU_STATUS_NOERROR);
     EXPECT_EQ(ReadComParam(kCpP2Max), 0x11223344u);
@@ -354,7 +354,7 @@ TEST_F(ComParams, SetOfAnUnknownComParamIsInvalid) {
     }
 }
 
-TEST_F(ComParams, SetOfNothingIsInvalid) {
+TEST_F(ComParams, SetOfANullItemIsInvalid) {
     EXPECT_EQ(PDUSetComParam(0, 0, nullptr), PDU_ERR_INVALID_PARAMETERS);
     EXPECT_EQ(Set(Item(kCpP2Max, nullptr)), PDU_ERR_INVALID_PARAMETERS);
 }
@@ -369,7 +369,7 @@ TEST_F(ComParams, NumberSetThroughGetTakesEffect) {
     EXPECT_EQ(Get(kCpCanPhysReqId), item);
 }
 
-TEST_F(ComParams, ValuePointerPutIntoTheRowsItemIsCopiedFromAndTakenBack) {
+TEST_F(ComParams, ValuePointerReplacedInTheRowsItemIsCopiedFromAndRestored) {
     PDU_PARAM_ITEM* item = Get(kCpCanPhysReqId);
     void* const own = item->pComParamData;
     UNUM32 value = 0x7E1;
@@ -491,12 +491,12 @@ TEST_F(ComParams, PartOfTheOwnBufferMayBeTheSource) {
     PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
     auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
     field->pDataArray += 8;
-    field->ParamActLen = 6;  // two more than there are
+    field->ParamActLen = 6;  // two too many
     EXPECT_EQ(PDUSetComParam(0, 0, item), PDU_STATUS_NOERROR);
     EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{8, 9, 10, 11, 4, 5}));
 }
 
-TEST_F(ComParams, BufferReplacedInPlaceIsCopiedFromAndTheOwnOneComesBack) {
+TEST_F(ComParams, BufferReplacedInPlaceIsCopiedFromAndTheRowsOwnRestored) {
     PDU_PARAM_ITEM* item = Get(kChangeSpeedMessage);
     auto* field = static_cast<PDU_PARAM_BYTEFIELD_DATA*>(item->pComParamData);
     UNUM8* const own = field->pDataArray;
@@ -511,7 +511,7 @@ TEST_F(ComParams, BufferReplacedInPlaceIsCopiedFromAndTheOwnOneComesBack) {
 TEST_F(ComParams, BufferReplacedInPlaceAndNeverSetIsNotReleased) {
     UNUM8 mine[4] = {1, 2, 3, 4};
     ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage) = {4, 4, mine};
-    FreeParamItems();  // TearDown checks that the own buffer went
+    FreeParamItems();  // TearDown checks that the own buffer was released
     EXPECT_EQ(mine[3], 4);
 }
 
@@ -638,7 +638,7 @@ TEST_F(ComParams, StructTypeCannotBeChanged) {
               PDU_CPST_SESSION_TIMING);
 }
 
-TEST_F(ComParams, StructTypeChangedInPlaceIsRefusedAndPutBack) {
+TEST_F(ComParams, StructTypeChangedInPlaceIsRefusedAndRestored) {
     PDU_PARAM_ITEM* item = Get(kAccessTimingEcu);
     auto* field = static_cast<PDU_PARAM_STRUCTFIELD_DATA*>(item->pComParamData);
     field->ComParamStructType = PDU_CPST_SESSION_TIMING;
@@ -701,7 +701,7 @@ TEST(UnpreparedComParams, GetAnswersWithAnEmptyValue) {
     EXPECT_EQ(field.pDataArray, nullptr);
 }
 
-TEST(UnpreparedComParams, WhatIsSetEarlyIsForgottenByTheAllocation) {
+TEST(UnpreparedComParams, AllocationResetsValuesThatWereSetBefore) {
     const MemoryUse before = LiveMemory();
     EXPECT_EQ(SetNumber(kCpP2Max, 1), PDU_STATUS_NOERROR);
     EXPECT_EQ(SetBytes(kChangeSpeedMessage, {1, 2, 3}, 100), PDU_STATUS_NOERROR);
@@ -742,7 +742,7 @@ TEST_F(ComParams, ReadingBytesOfAnythingButAByteFieldGivesZero) {
     EXPECT_EQ(byte, 0xEE);
 }
 
-TEST_F(ComParams, ReadingBytesTellsTheFieldsLengthAndCopiesWhatFits) {
+TEST_F(ComParams, ReadingBytesReturnsTheFieldsLengthAndCopiesWhatFits) {
     SetBytes(kCpTesterPresentMessage, std::vector<UNUM8>(33, 0x55), 33);
     UNUM8 bytes[33] = {};
     EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 32), 33u);
@@ -842,7 +842,7 @@ TEST(ComParamRow, SignedNumbersAreLoggedWithTheirSignAndReadAsZero) {
               (Strings{"[Test] CP_Any = -2", "[Test] CP_Any = -300", "[Test] CP_Any = -70000"}));
 }
 
-TEST(ComParamRow, UnknownDataTypeFailsToBeSet) {
+TEST(ComParamRow, UnknownDataTypeCannotBeSet) {
     for (const UNUM32 type : {0x100u, 0x10Au}) {
         const LogCapture log;
         AnyRow row(type);
@@ -864,7 +864,7 @@ std::string NumberText(T_PDU_PT type, T value) {
     return Text(type, &value);
 }
 
-TEST(ParamText, NumbersInDecimalAndHexOfTheirWidth) {
+TEST(ParamText, NumbersAreShownInDecimalAndInHexOfTheirWidth) {
     EXPECT_EQ(NumberText<UNUM8>(PDU_PT_UNUM8, 5), "5 (0x05)");
     EXPECT_EQ(NumberText<UNUM8>(PDU_PT_UNUM8, 255), "255 (0xFF)");
     EXPECT_EQ(NumberText<SNUM8>(PDU_PT_SNUM8, -1), "-1 (0xFF)");
@@ -874,7 +874,7 @@ TEST(ParamText, NumbersInDecimalAndHexOfTheirWidth) {
     EXPECT_EQ(NumberText<SNUM32>(PDU_PT_SNUM32, -3), "-3 (0xFFFFFFFD)");
 }
 
-TEST(ParamText, ByteFieldAsBytesWithABlankEach) {
+TEST(ParamText, ByteFieldIsShownAsBytesWithABlankEach) {
     UNUM8 bytes[] = {0x3E, 0x80, 0x0A};
     PDU_PARAM_BYTEFIELD_DATA field = {3, 2, bytes};
     EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) 3E 80 ");
@@ -882,7 +882,7 @@ TEST(ParamText, ByteFieldAsBytesWithABlankEach) {
     EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) ");
 }
 
-TEST(ParamText, LongFieldAsWordsWithABlankEach) {
+TEST(ParamText, LongFieldIsShownAsWordsWithABlankEach) {
     std::vector<UNUM32> words(1000, 4294967295u);
     PDU_PARAM_LONGFIELD_DATA field = {1000, 1000, words.data()};
     std::string expected = "(LONGFIELD) ";
@@ -891,7 +891,7 @@ TEST(ParamText, LongFieldAsWordsWithABlankEach) {
     EXPECT_EQ(Text(PDU_PT_LONGFIELD, &field), expected);
 }
 
-TEST(ParamText, StructFieldsAsGroups) {
+TEST(ParamText, StructFieldsAreShownAsGroups) {
     SessionTiming sessions[] = {{65535, 255, 255, 255, 255}, {5, 1, 2, 3, 4}};
     PDU_PARAM_STRUCTFIELD_DATA field = {PDU_CPST_SESSION_TIMING, 2, 2, sessions};
     EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field),
@@ -901,18 +901,18 @@ TEST(ParamText, StructFieldsAsGroups) {
     EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field), "(STRUCTFIELD) { 2 1 4 3 5 6 } ");
 }
 
-TEST(ParamText, UnknownStructTypeIsSaidOnce) {
+TEST(ParamText, UnknownStructTypeIsShownOnce) {
     PDU_PARAM_STRUCTFIELD_DATA field = {3, 5, 5, nullptr};
     EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &field), "(STRUCTFIELD) UNKNOWN STRUCT TYPE");
 }
 
-TEST(ParamText, UnknownTypesAreUnknown) {
+TEST(ParamText, UnknownTypesAreShownAsUnknown) {
     UNUM32 value = 1;
     EXPECT_EQ(Text(0x100, &value), "(unknown) ");
     EXPECT_EQ(Text(0x10A, &value), "(unknown) ");
 }
 
-TEST(ParamText, MissingValuesAreEmpty) {
+TEST(ParamText, MissingValuesAreShownAsEmpty) {
     EXPECT_EQ(Text(PDU_PT_UNUM32, nullptr), "(unknown) ");
     EXPECT_EQ(Text(PDU_PT_BYTEFIELD, nullptr), "(BYTEFIELD) ");
     EXPECT_EQ(Text(PDU_PT_LONGFIELD, nullptr), "(LONGFIELD) ");
@@ -925,7 +925,7 @@ TEST(ParamText, MissingValuesAreEmpty) {
     EXPECT_EQ(Text(PDU_PT_STRUCTFIELD, &structs), "(STRUCTFIELD) ");
 }
 
-TEST(ParamText, WithoutMemoryThereIsNoText) {
+TEST(ParamText, NoTextIsMadeWithoutMemory) {
     UNUM32 value = 1;
     UNUM8 byte = 1;
     PDU_PARAM_BYTEFIELD_DATA field = {1, 1, &byte};

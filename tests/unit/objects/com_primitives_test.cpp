@@ -10,7 +10,7 @@
 namespace tarvik::test {
 namespace {
 
-// A link without a worker's hands on it: the test does the worker's part.
+// A link that no worker touches: the test does the worker's part.
 class ComPrimitives : public FakeModules {
 protected:
     void SetUp() override {
@@ -86,7 +86,7 @@ TEST_F(ComPrimitives, StateChangeIsTimedLoggedAndReported) {
     }
 }
 
-TEST_F(ComPrimitives, StateThatStaysIsReportedAgainAndNotLogged) {
+TEST_F(ComPrimitives, UnchangedStateIsReportedAgainButNotLogged) {
     const LogCapture log;
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
     UpdateCopState(link.Get(), &cop, PDU_COPST_IDLE);
@@ -98,7 +98,7 @@ TEST_F(ComPrimitives, StateThatStaysIsReportedAgainAndNotLogged) {
     EXPECT_EQ(called.size(), 1u);
 }
 
-TEST_F(ComPrimitives, ErrorIsAnItemOfTheLinkAndACallbackOfTheLink) {
+TEST_F(ComPrimitives, ErrorQueuesAnItemOfTheLinkAndCallsTheLinksCallback) {
     PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, AsSystem);
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
     cop_error(link.Get(), &cop, kErrorNoMatch);
@@ -114,7 +114,7 @@ TEST_F(ComPrimitives, ErrorIsAnItemOfTheLinkAndACallbackOfTheLink) {
     EXPECT_STREQ(called[0].by, "module");
 }
 
-TEST_F(ComPrimitives, ErrorOfALinkThatIsGoneCallsTheSystem) {
+TEST_F(ComPrimitives, ErrorOfADestroyedLinkCallsTheSystemCallback) {
     PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, AsSystem);
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
     ASSERT_EQ(PDUDestroyComLogicalLink(0, link->hCLL), PDU_STATUS_NOERROR);
@@ -129,7 +129,7 @@ TEST_F(ComPrimitives, ErrorOfALinkThatIsGoneCallsTheSystem) {
     EXPECT_EQ(called[0].api_tag, &api_tag);
 }
 
-TEST_F(ComPrimitives, ItemsThatCannotBeMadeAreLeftOutAndTheCallbackStillComes) {
+TEST_F(ComPrimitives, CallbackRunsEvenIfItsItemCannotBeAllocated) {
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
     called.reserve(4);
     {
@@ -142,7 +142,7 @@ TEST_F(ComPrimitives, ItemsThatCannotBeMadeAreLeftOutAndTheCallbackStillComes) {
     EXPECT_EQ(called.size(), 2u);
 }
 
-TEST_F(ComPrimitives, ControlDataIsCopiedDeepButForTheFlagBytes) {
+TEST_F(ComPrimitives, ControlDataIsCopiedDeeplyExceptTheFlagBytes) {
     UNUM8 flag[4] = {1, 2, 3, 4};
     UNUM8 mask[2] = {0xFF, 0x0F};
     UNUM8 pattern[2] = {0x62, 0x01};
@@ -169,7 +169,7 @@ TEST_F(ComPrimitives, ControlDataIsCopiedDeepButForTheFlagBytes) {
     FreeControlData(copy);
 }
 
-TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasCountsAsFarAsItGoes) {
+TEST_F(ComPrimitives, CountsWithoutTheirArrayAreCopiedAsZero) {
     EXPECT_EQ(CopyControlData(nullptr), nullptr);
     UNUM8 bytes[2] = {1, 2};
     PDU_EXP_RESP_DATA expected = {0, 5, 2, bytes, nullptr, 3, nullptr};
@@ -188,7 +188,7 @@ TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasCountsAsFarAsItGoes) {
     EXPECT_TRUE(LiveMemory() == before);
 }
 
-TEST_F(ComPrimitives, ControlDataCopiedWithLittleMemoryIsReleasedWhole) {
+TEST_F(ComPrimitives, ControlDataCopiedWithoutEnoughMemoryLeaksNothing) {
     UNUM8 bytes[2] = {1, 2};
     UNUM32 ids[1] = {7};
     PDU_EXP_RESP_DATA expected = {0, 5, 2, bytes, bytes, 1, ids};

@@ -29,7 +29,7 @@ protected:
                   PDU_STATUS_NOERROR);
     }
 
-    // Puts an item of its own into the queue.
+    // Puts a new item into the queue.
     static PDU_EVENT_ITEM* Queue(ItemQueue<EventPtr>* queue) {
         EventPtr item = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG);
         PDU_EVENT_ITEM* queued = item.get();
@@ -48,7 +48,7 @@ protected:
     UNUM32 hCLL = PDU_HANDLE_UNDEF;
 };
 
-TEST_F(Events, LinkCallbackComesFirstThenTheModulesThenTheSystems) {
+TEST_F(Events, LinkCallbackIsTriedFirstThenTheModulesThenTheSystems) {
     PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, Callback<1>);
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, Callback<2>);
     PDURegisterEventCallback(0, hCLL, Callback<3>);
@@ -111,7 +111,7 @@ TEST_F(Events, RegistrationIsLogged) {
     EXPECT_EQ(log.Count(name + "Returning PDU_STATUS_NOERROR"), 4u);
 }
 
-TEST_F(Events, CallbacksOfSystemAndModulesOutliveADestruct) {
+TEST_F(Events, SystemAndModuleCallbacksSurviveADestruct) {
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, Callback<2>);
     PDURegisterEventCallback(0, hCLL, Callback<3>);
     ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
@@ -121,7 +121,7 @@ TEST_F(Events, CallbacksOfSystemAndModulesOutliveADestruct) {
     EXPECT_EQ(calls[0].callback, 2);
 }
 
-TEST_F(Events, HandlesChooseTheQueue) {
+TEST_F(Events, HandlesSelectTheQueue) {
     PDU_EVENT_ITEM* for_system = Queue(&*SystemEventQueue);
     PDU_EVENT_ITEM* for_module = Queue(&ModuleDevices->slots[0].events);
     PDU_EVENT_ITEM* item = for_system;
@@ -135,17 +135,17 @@ TEST_F(Events, HandlesChooseTheQueue) {
     EXPECT_EQ(PDUGetEventItem(256, 0, &item), PDU_ERR_EVENT_QUEUE_EMPTY);
 }
 
-TEST_F(Events, FetchingIsNotLoggedButForTheMissingPointer) {
+TEST_F(Events, FetchLogsOnlyAMissingPointer) {
     const LogCapture log;
     PDU_EVENT_ITEM* item = nullptr;
     PDUGetEventItem(0, hCLL, &item);
-    EXPECT_FALSE(log.Mentions("[PDUGetEventItem]"));  // the link's worker may log beside it
+    EXPECT_FALSE(log.Mentions("[PDUGetEventItem]"));  // the link's worker may log meanwhile
     EXPECT_EQ(PDUGetEventItem(0, hCLL, nullptr), PDU_ERR_INVALID_PARAMETERS);
     EXPECT_TRUE(
         log.Has("[PDUGetEventItem] pEventItem is NULL, Returning PDU_ERR_INVALID_PARAMETERS"));
 }
 
-TEST_F(Events, ItemsAreOnlyTakenBackByAConstructedLibrary) {
+TEST_F(Events, DestroyItemNeedsAConstructedLibrary) {
     EXPECT_EQ(PDUDestroyItem(nullptr), PDU_STATUS_NOERROR);
     ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
     const LogCapture log;
@@ -155,7 +155,7 @@ TEST_F(Events, ItemsAreOnlyTakenBackByAConstructedLibrary) {
                 "PDU_ERR_PDUAPI_NOT_CONSTRUCTED"));
 }
 
-TEST_F(Events, DestructReleasesWhatIsStillQueued) {
+TEST_F(Events, DestructReleasesQueuedItems) {
     ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
     const MemoryUse before = LiveMemory();
     SetUp();

@@ -56,7 +56,7 @@ protected:
     const std::atomic<bool> running{true};
 };
 
-TEST_F(ItemQueues, GiveObjectsBackInTheirOrder) {
+TEST_F(ItemQueues, ReturnObjectsInOrder) {
     for (const char name : {'a', 'b', 'c'})
         EXPECT_TRUE(Append(name));
     EXPECT_EQ(NameOf(queue.Take()), "a");
@@ -78,7 +78,7 @@ TEST_F(ItemQueues, RemoveByKeyFromAnyPlace) {
     EXPECT_EQ(NameOf(queue.Remove('b')), "");
     EXPECT_EQ(NameOf(queue.Remove('c')), "c");
     Append('d');
-    EXPECT_EQ(Contents(), "ad");  // behind the new last one
+    EXPECT_EQ(Contents(), "ad");  // after the new last one
     EXPECT_EQ(NameOf(queue.Remove('a')), "a");
     EXPECT_EQ(Contents(), "d");
     EXPECT_EQ(NameOf(queue.Take()), "d");
@@ -95,7 +95,7 @@ TEST_F(ItemQueues, RemoveTheOldestOfSeveralWithOneKey) {
     EXPECT_EQ(Contents(), "a");
 }
 
-TEST_F(ItemQueues, RemoveTheOnlyObjectAndGoOn) {
+TEST_F(ItemQueues, RemoveTheOnlyObjectAndStayUsable) {
     Append('a', 1);
     EXPECT_EQ(NameOf(queue.Remove(1)), "a");
     Append('b', 2);
@@ -194,7 +194,7 @@ TEST_F(ItemQueues, DestructorReleasesWhatIsLeft) {
     EXPECT_EQ(released, "a");
 }
 
-// A destructor that comes back to the queue from another thread would never return under the lock.
+// A destructor that uses the queue from another thread would never return under the lock.
 TEST_F(ItemQueues, ReleaseObjectsOutsideTheLock) {
     const auto look_from_another_thread = [&](const Named& object) {
         released += object.name;
@@ -210,7 +210,7 @@ TEST_F(ItemQueues, ReleaseObjectsOutsideTheLock) {
     EXPECT_EQ(released, "abcd");
 }
 
-TEST_F(ItemQueues, KeepNoReferenceToWhatTheyGaveAway) {
+TEST_F(ItemQueues, KeepNoReferenceToRemovedObjects) {
     const MemoryUse before = LiveMemory();
     Append('a');
     EXPECT_TRUE(queue.Take()->IsOnlyReference());
@@ -230,19 +230,19 @@ TEST_F(ItemQueues, WaitWithoutTimeDoesNotSleep) {
     EXPECT_FALSE(queue.WaitForNext(0, running));
 }
 
-TEST_F(ItemQueues, WaitGivesUpWhenItsTimeIsOver) { EXPECT_FALSE(queue.WaitForNext(1, running)); }
+TEST_F(ItemQueues, WaitEndsAtItsTimeOut) { EXPECT_FALSE(queue.WaitForNext(1, running)); }
 
-TEST_F(ItemQueues, WaitThatMayNotRunTakesNothing) {
+TEST_F(ItemQueues, WaitTakesNothingOnceItMayNotRun) {
     const std::atomic<bool> stopped{false};
     Append('a');
     EXPECT_FALSE(queue.WaitForNext(60'000, stopped));
     EXPECT_EQ(Contents(), "a");
 }
 
-// Each waits in a thread of its own, with the tick standing still: only what wakes it ends it.
+// Each waits in its own thread, under a tick that does not move: only a wake-up ends the wait.
 class WaitingItemQueues : public ItemQueues {
 protected:
-    // Calls `wake` while a thread waits, and returns what that has got.
+    // Calls `wake` while a thread waits, and returns what the thread got.
     template <typename Wake>
     std::string WokenBy(Wake wake) {
         const FakeTick tick(1000);
@@ -261,7 +261,7 @@ TEST_F(WaitingItemQueues, AreWokenByAnAppend) {
     EXPECT_EQ(WokenBy([&] { Append('a'); }), "a");
 }
 
-TEST_F(WaitingItemQueues, AreWokenByAWakeWhenTheyMayNotRunAnyMore) {
+TEST_F(WaitingItemQueues, AreWokenByAWakeOnceTheyMayNotRun) {
     EXPECT_EQ(WokenBy([&] {
                   may_run = false;
                   queue.Wake();
@@ -269,11 +269,11 @@ TEST_F(WaitingItemQueues, AreWokenByAWakeWhenTheyMayNotRunAnyMore) {
               "");
 }
 
-TEST_F(WaitingItemQueues, AreWokenByTheirEnd) {
+TEST_F(WaitingItemQueues, AreWokenByFree) {
     EXPECT_EQ(WokenBy([&] { queue.Free(); }), "");
 }
 
-TEST_F(WaitingItemQueues, GoOnWaitingAfterAWakeWithoutReason) {
+TEST_F(WaitingItemQueues, KeepWaitingAfterAWakeWithoutReason) {
     EXPECT_EQ(WokenBy([&] {
                   queue.Wake();
                   Append('a');
@@ -303,7 +303,7 @@ TEST_F(WaitingItemQueues, GiveEveryObjectToOneOfSeveralWaiters) {
 }
 
 // Handles other than references: those of events.
-TEST(ItemQueueOfPointers, OwnsWhatItHolds) {
+TEST(ItemQueueOfPointers, OwnsItsObjects) {
     ItemQueue<std::unique_ptr<int>> queue;
     queue.Initialize();
     EXPECT_TRUE(queue.Append(std::make_unique<int>(7), 1));

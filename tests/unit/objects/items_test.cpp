@@ -96,7 +96,7 @@ TEST(MakeItem, TimestampIsTheTickInMicrosecondsCutTo32Bits) {
     FreePduItem(Head(item));
 }
 
-TEST(MakeItem, ResultItemTakesTheDataOver) {
+TEST(MakeItem, ResultItemTakesOverTheData) {
     UNUM8* data = TrackedBytes({0x62, 0xF1, 0x90});
     PDU_EVENT_ITEM* item = MakeResultItem(Content(data, 3)).release();
     ASSERT_NE(item, nullptr);
@@ -139,7 +139,7 @@ TEST(MakeItem, ResultWithTransmissionTimeRepeatsTheItemsTimestamp) {
     FreePduItem(Head(item));
 }
 
-TEST(MakeItem, RxFlagTellsA29BitIdentifierInItsThirdByte) {
+TEST(MakeItem, RxFlagMarksA29BitIdentifierInItsThirdByte) {
     ResultContent content = Content(nullptr, 0);
     content.rx_flag_byte2 = PDU_RX_FLAG2_CAN_29BIT_ID;
     PDU_EVENT_ITEM* item = MakeResultItem(content).release();
@@ -176,7 +176,7 @@ TEST(MakeItem, ResultWithoutMemoryLeavesTheDataToTheCaller) {
     }
 }
 
-TEST(MakeItem, WithoutMemoryThereIsNoItemAndNothingIsLost) {
+TEST(MakeItem, NoItemIsMadeWithoutMemoryAndNothingLeaks) {
     const MemoryUse before = LiveMemory();
     PDU_EVENT_ITEM* items[4];
     {
@@ -202,7 +202,7 @@ TEST(FreeItem, NullDoesNothing) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
-TEST(FreeItem, ResultIsReleasedWholeAndSilently) {
+TEST(FreeItem, ResultIsReleasedCompletelyAndNotLogged) {
     const MemoryUse before = LiveMemory();
     const LogCapture log;
     ResultContent content = Content(TrackedBytes({1, 2}), 2);
@@ -212,7 +212,7 @@ TEST(FreeItem, ResultIsReleasedWholeAndSilently) {
     EXPECT_TRUE(log.Lines().empty());
 }
 
-TEST(FreeItem, ErrorIsReleasedWholeAndSilently) {
+TEST(FreeItem, ErrorIsReleasedCompletelyAndNotLogged) {
     const MemoryUse before = LiveMemory();
     const LogCapture log;
     FreePduItem(Head(MakeErrorItem(1, nullptr, 257).release()));

@@ -91,7 +91,7 @@ struct ProtocolCase {
     std::string resource_line;
 };
 
-TEST_F(Links, ProtocolAndResourcesAreDecidedWithDoipFirst) {
+TEST_F(Links, DoipWinsWhereProtocolAndBusTypeDisagree) {
     const std::vector<ProtocolCase> cases = {
         {4000, 3000, ProtocolKind::kCan, "CAN", {2001}, "Returning CAN resource ID: 2001"},
         {4000, 0, ProtocolKind::kCan, "CAN", {2001}, "Returning CAN resource ID: 2001"},
@@ -237,7 +237,7 @@ TEST_F(Links, LinkMayBeDestroyedInItsOwnCallback) {
     EXPECT_FALSE(IsLinkValid(0, hCLL));
 }
 
-TEST_F(Links, CancelledOneIsInAnInvalidStateForAnotherCancel) {
+TEST_F(Links, SecondCancelFindsAnInvalidState) {
     const std::uint32_t hCLL = Create();
     PDUConnect(0, hCLL);
     Drain(hCLL, [](const PDU_EVENT_ITEM&) {});
@@ -263,7 +263,7 @@ TEST_F(Links, CancelledOneIsInAnInvalidStateForAnotherCancel) {
 }
 
 // One thread keeps the module lock by its status query, and another destructs the library first.
-TEST_F(Links, KeptModuleLockIsGivenBackWhenItsThreadDestructsSecond) {
+TEST_F(Links, KeptModuleLockIsReleasedWhenItsThreadDestructsSecond) {
     const std::uint32_t hCLL = Create();
     PDUConnect(0, hCLL);
     std::atomic<bool> entered{false};
@@ -313,7 +313,7 @@ TEST_F(Links, RequestWithoutAResponseTableEndsWithAnError) {
     EXPECT_EQ(errors, std::vector<std::uint32_t>{257});
 }
 
-TEST_F(Links, ResponseTableHandedOutIsACopy) {
+TEST_F(Links, ReturnedResponseTableIsACopy) {
     const std::uint32_t hCLL = Create();
     for (int round = 0; round < 2; ++round) {
         PDU_UNIQUE_RESP_ID_TABLE_ITEM* table = nullptr;
@@ -326,7 +326,7 @@ TEST_F(Links, ResponseTableHandedOutIsACopy) {
     }
 }
 
-TEST_F(Links, TableThatIsSetIsDumpedAndAnEmptyOneAccepted) {
+TEST_F(Links, NewTableIsLoggedAndAnEmptyOneIsAccepted) {
     const std::uint32_t hCLL = Create();
     std::uint32_t id = 0x7E8;
     PDU_PARAM_ITEM param = {PDU_IT_PARAM, kCpCanRespUSDTId, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &id};

@@ -41,7 +41,7 @@ TEST_F(Modules, ItemDescribesTheDongle) {
     ASSERT_EQ(PDUGetModuleIds(&item), PDU_STATUS_NOERROR);
     EXPECT_EQ(item->ItemType, PDU_IT_MODULE_ID);
     ASSERT_EQ(item->NumEntries, 2u);
-    // Which of the two scans reports first is chance.
+    // Either of the two scans may report first.
     const bool swapped = std::strstr(item->pModuleData[0].pVendorModuleName, "Far") != nullptr;
     const PDU_MODULE_DATA& usb = item->pModuleData[swapped ? 1 : 0];
     const PDU_MODULE_DATA& relayed = item->pModuleData[swapped ? 0 : 1];
@@ -66,7 +66,7 @@ TEST_F(Modules, SameAddressOnTwoTransportsIsTwoModules) {
     EXPECT_EQ(Scan(), (Handles{0, 1}));
 }
 
-TEST_F(Modules, NameIsNoPartOfTheIdentityAndIsRefreshed) {
+TEST_F(Modules, NameIsRefreshedAndIsNotPartOfTheIdentity) {
     Scan();
     serial_dongles[0].name = "Renamed";
     const LogCapture log;
@@ -115,7 +115,7 @@ TEST_F(Modules, WithoutTransportTheItemIsEmpty) {
     EXPECT_EQ(Scan(), Handles{});
 }
 
-TEST_F(Modules, FullTableDropsWhatIsDetected) {
+TEST_F(Modules, FullTableIgnoresFurtherDongles) {
     serial_dongles.clear();
     for (unsigned i = 0; i < 256; ++i) {
         serial_dongles.push_back({.mac_end = static_cast<std::uint8_t>(i)});
@@ -144,7 +144,7 @@ TEST_F(Modules, ConnectAndDisconnectOfASerialDongleOnlyChangeTheStatus) {
     EXPECT_TRUE(log.Has("[PDUModuleDisconnect] Returning PDU_STATUS_NOERROR"));
 }
 
-TEST_F(Modules, ConnectAddressesADongleBehindARelayAndDisconnectTellsTheTransport) {
+TEST_F(Modules, ConnectAddressesADongleBehindARelayAndDisconnectNotifiesTheTransport) {
     serial_dongles.clear();
     cloud_dongles = {{.mac_end = 9}};
     Scan();
@@ -157,9 +157,9 @@ TEST_F(Modules, ConnectAddressesADongleBehindARelayAndDisconnectTellsTheTranspor
     EXPECT_TRUE(log.Has("[PDUModuleDisconnect] Disconnecting via Cloud transport"));
 }
 
-// ---- Login packets that come by themselves ------------------------------------------------------
+// ---- Unsolicited login packets ------------------------------------------------------------------
 
-TEST_F(Modules, LoginPacketTakesASlotWhateverItsModelAndTellsOnce) {
+TEST_F(Modules, LoginPacketAddsAModuleOfAnyModelAndNotifiesOnce) {
     const LogCapture log;
     EXPECT_EQ(ReportLogin({.mac_end = 8, .model = 0xE, .name = "Pushed"}), 1);
     const std::string tag = "[DpduTransportReportLoginPacket] ";
@@ -182,7 +182,7 @@ TEST_F(Modules, LoginPacketTakesASlotWhateverItsModelAndTellsOnce) {
     EXPECT_EQ(item->hCop, PDU_HANDLE_UNDEF);
     EXPECT_EQ(static_cast<PDU_INFO_DATA*>(item->pData)->InfoCode, PDU_INFO_MODULE_LIST_CHG);
     EXPECT_EQ(PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item)), PDU_STATUS_NOERROR);
-    // Not released by that.
+    // That has not released it.
     EXPECT_EQ(item->ItemType, PDU_IT_INFO);
     const EventPtr taken(item);
     EXPECT_EQ(PDUGetEventItem(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &item),

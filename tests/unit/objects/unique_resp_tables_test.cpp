@@ -108,7 +108,7 @@ TEST_F(UniqueRespTables, FreshTableIsASnapshotOfTheValues) {
     Destroy(table);
 }
 
-TEST_F(UniqueRespTables, SnapshotIgnoresWhatWasEditedInPlaceBeyondTheBuffer) {
+TEST_F(UniqueRespTables, SnapshotIgnoresABufferReplacedInPlace) {
     UNUM8 mine = 1;
     auto* field =
         static_cast<PDU_PARAM_BYTEFIELD_DATA*>(ComParamItem(kEcuLayerShortName)->pComParamData);
@@ -131,7 +131,7 @@ TEST(UnpreparedUniqueRespTables, CanBeCreated) {
     EXPECT_TRUE(LiveMemory() == before);
 }
 
-TEST_F(UniqueRespTables, CreationThatRunsOutOfMemoryLeavesNothing) {
+TEST_F(UniqueRespTables, CreationWithoutMemoryLeaksNothing) {
     const MemoryUse before = LiveMemory();
     // Item, entry, parameters, 22 numbers, the record and the bytes of two byte fields.
     constexpr std::uint32_t kBlocks = 3 + 22 + 2 * 2;
@@ -155,7 +155,7 @@ TEST_F(UniqueRespTables, CreationThatRunsOutOfMemoryLeavesNothing) {
 
 // ---- Duplicating --------------------------------------------------------------------------------
 
-TEST_F(UniqueRespTables, DuplicateOfNothingIsNothing) {
+TEST_F(UniqueRespTables, DuplicateOfNullIsNull) {
     EXPECT_EQ(DuplicatePduUniqueResponseTable(nullptr), nullptr);
 }
 
@@ -218,7 +218,7 @@ TEST_F(UniqueRespTables, DuplicatedByteFieldHasABufferOfItsMaximumWithTheOldCont
     Destroy(copy);
 }
 
-TEST_F(UniqueRespTables, ByteFieldLengthAboveItsMaximumIsTrustedAndHeld) {
+TEST_F(UniqueRespTables, ByteFieldLengthAboveItsMaximumIsTrustedAndCopied) {
     UNUM8 bytes[] = {1, 2, 3, 4, 5};
     PDU_PARAM_BYTEFIELD_DATA longer = {2, 5, bytes};
     PDU_PARAM_BYTEFIELD_DATA missing = {2, 5, nullptr};
@@ -259,7 +259,7 @@ TEST_F(UniqueRespTables, StructLongAndUnknownItemsAreCopiedWithoutTheirValue) {
     Destroy(copy);
 }
 
-TEST_F(UniqueRespTables, ParametersOfAllEntriesAreOneBlockOfTheFirst) {
+TEST_F(UniqueRespTables, FirstEntryOwnsTheParametersOfAllEntries) {
     UNUM32 values[] = {1, 2, 3};
     std::vector<PDU_PARAM_ITEM> none;
     std::vector<PDU_PARAM_ITEM> one = {Param(61, PDU_PT_UNUM32, &values[0])};
@@ -331,7 +331,7 @@ TEST_F(UniqueRespTables, VerboseLinesAreNeverWritten) {
     Destroy(table);
 }
 
-TEST_F(UniqueRespTables, DuplicationThatRunsOutOfMemoryLeavesNothing) {
+TEST_F(UniqueRespTables, DuplicationWithoutMemoryLeaksNothing) {
     UNUM32 value = 1;
     UNUM8 byte = 2;
     PDU_PARAM_BYTEFIELD_DATA field = {1, 1, &byte};
@@ -354,7 +354,7 @@ TEST_F(UniqueRespTables, DuplicationThatRunsOutOfMemoryLeavesNothing) {
 
 // ---- Sharing ------------------------------------------------------------------------------------
 
-TEST_F(UniqueRespTables, SharedTableLivesUntilItsLastReferenceGoes) {
+TEST_F(UniqueRespTables, SharedTableLivesUntilItsLastReferenceIsReleased) {
     Ref<UniqueRespTable> table = UniqueRespTable::Adopt(CreatePduUniqueResponseTable());
     ASSERT_TRUE(table);
     const Ref<UniqueRespTable> second = table;
