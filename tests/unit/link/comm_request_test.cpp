@@ -97,7 +97,7 @@ TEST_F(CommRequestTest, AnswerWithoutBytesSucceedsWithAnEmptyBuffer) {
     EXPECT_NE(answer.data, nullptr);
 }
 
-TEST_F(CommRequestTest, AnswerThatNobodyWantsToReadStillEndsIt) {
+TEST_F(CommRequestTest, UnwantedAnswerStillEndsTheExchange) {
     Exchange exchange([this] { return CommRequest(&link, Request(9), nullptr); });
     Receive(&dongle, ResponseTo(9, {1, 2, 3}));
     EXPECT_TRUE(exchange.Succeeds());
@@ -171,7 +171,7 @@ TEST_F(CommRequestTest, AnswerToTheThirdAttemptIsASuccess) {
     EXPECT_EQ(answer.length, 1u);
 }
 
-TEST_F(CommRequestTest, BusyIsSeatedOutAndStaysQueued) {
+TEST_F(CommRequestTest, BusyIsWaitedOutAndStaysQueued) {
     const FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     ASSERT_NE(NextSent(&dongle), nullptr);
@@ -384,7 +384,7 @@ TEST_F(CommRequestMultiTest, FirstOfTwoEntriesWithOneIdGetsTheAnswer) {
     EXPECT_EQ(entries[2].rsp_len, 0u);
 }
 
-TEST_F(CommRequestMultiTest, OfTwoAnswersOfOneResponderTheLaterStays) {
+TEST_F(CommRequestMultiTest, LaterOfTwoAnswersOfOneResponderIsKept) {
     const MemoryUse before = LiveMemory();
     ASSERT_TRUE(RunAnsweredBy(MultiResponseTo(9, {{1, {0x7F, 0x22, 0x78}}, {1, {0x62}}})));
     EXPECT_EQ(AnswerOf(1), (Bytes{0x62}));
@@ -436,7 +436,7 @@ TEST_F(CommRequestMultiTest, AbortSetBeforeTheCallFailsWithoutSending) {
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
-TEST_F(CommRequestMultiTest, AbortEndsTheWaitWithoutTheTimeOutsMessage) {
+TEST_F(CommRequestMultiTest, AbortEndsTheWaitWithoutTheTimeOutMessage) {
     const LogCapture log;
     StdoutCapture console;
     const FakeTick tick(1000);
@@ -503,7 +503,7 @@ TEST_F(CommRequestMultiTest, AnswerInSingleFormIsAFailedAttempt) {
     EXPECT_LE(LiveMemory().blocks, before.blocks);
 }
 
-TEST_F(CommRequestMultiTest, SendingThatFailsIsCountedWithoutTheRetryMessage) {
+TEST_F(CommRequestMultiTest, FailedSendIsCountedWithoutTheRetryMessage) {
     const LogCapture log;
     StdoutCapture console;
     const MemoryUse before = LiveMemory();
@@ -579,7 +579,7 @@ TEST_F(ExchangeLimit, EleventhExchangeBlocksUntilOneOfTheFirstTenReturns) {
     }
 }
 
-TEST_F(ExchangeLimit, AnExchangeThatWaitsForItsTurnNoticesItsLinkGoingAway) {
+TEST_F(ExchangeLimit, ExchangeThatWaitsForASlotNoticesItsLinkGoingAway) {
     std::atomic<bool> other_running{true};
     const CommLink other{&dongle, &other_running};
     Exchange waiting([&] { return CommRequest(&other, Request(10), nullptr); });
@@ -588,7 +588,7 @@ TEST_F(ExchangeLimit, AnExchangeThatWaitsForItsTurnNoticesItsLinkGoingAway) {
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
-TEST_F(ExchangeLimit, AnExchangeThatWaitsForItsTurnNoticesAbort) {
+TEST_F(ExchangeLimit, ExchangeThatWaitsForASlotNoticesAbort) {
     CommMultiRequest request{};
     request.data = kReadVin.data();
     std::atomic<bool> abort{false};
@@ -598,7 +598,7 @@ TEST_F(ExchangeLimit, AnExchangeThatWaitsForItsTurnNoticesAbort) {
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
-TEST_F(ExchangeLimit, FailedExchangesGiveTheirTurnsBack) {
+TEST_F(ExchangeLimit, FailedExchangesReleaseTheirSlots) {
     running = false;
     for (const auto& exchange : exchanges)
         EXPECT_FALSE(exchange->Succeeds());

@@ -159,7 +159,7 @@ TEST_F(FragSend, DongleGoingAwayStopsTheFragmentsAndLeavesThePacket) {
 }
 
 // A port that is plugged in again starts with new packets.
-TEST_F(FragSend, FragmentThatIsLateDoesNotReachTheNextConnection) {
+TEST_F(FragSend, LateFragmentDoesNotReachTheNextConnection) {
     dongle.mtu = 116;
     std::optional<Thread> sender;
     {
@@ -196,7 +196,7 @@ struct FragReceive : testing::Test {
     PacketPtr complete;
 };
 
-TEST_F(FragReceive, PacketThatIsNoFragmentPassesThrough) {
+TEST_F(FragReceive, PacketThatIsNotAFragmentPassesThrough) {
     PacketPtr packet = Patterned(kTypeCres, 40);
     Packet* const same = packet.get();
     EXPECT_TRUE(FragReceivePacket(this, packet, &complete));
@@ -228,7 +228,7 @@ TEST_F(FragReceive, FragmentsInOrderGiveThePacketBack) {
     EXPECT_TRUE(log.Has("[FRAG] Reassembled packet type: 'SERC', length=500"));
 }
 
-TEST_F(FragReceive, WhatIsSentInFragmentsArrivesWhole) {
+TEST_F(FragReceive, PacketSentInFragmentsArrivesWhole) {
     Dongle dongle;
     dongle.mtu = 244;
     PacketPtr packet = Patterned(kTypeCreq, 4096);
@@ -242,7 +242,7 @@ TEST_F(FragReceive, WhatIsSentInFragmentsArrivesWhole) {
     EXPECT_EQ(BytesOf(complete), BytesOf(Patterned(kTypeCreq, 4096)));
 }
 
-TEST_F(FragReceive, OneFragmentMayBeAll) {
+TEST_F(FragReceive, SingleFragmentMayBeTheWholePacket) {
     const PacketPtr whole = Patterned(kTypeCres, 20);
     EXPECT_TRUE(Feed(SliceOf(whole, 0, 1)));
     EXPECT_EQ(BytesOf(complete), BytesOf(whole));
@@ -285,7 +285,7 @@ TEST_F(FragReceive, PacketWhoseOwnLengthDiffersIsDropped) {
     EXPECT_TRUE(log.Has("[FRAG] Reassembled packet length mismatch: expected=100, got=99"));
 }
 
-TEST_F(FragReceive, BytesThatNoFragmentBroughtAreZero) {
+TEST_F(FragReceive, BytesMissingFromEveryFragmentAreZero) {
     const PacketPtr whole = Patterned(kTypeCres, 100);
     ASSERT_TRUE(Feed(Fragment(0, 1, 100, {whole->Bytes(), whole->Bytes() + 40})));
     EXPECT_EQ(std::memcmp(complete->Bytes(), whole->Bytes(), 40), 0);
@@ -375,7 +375,7 @@ TEST_F(FullTable, FifthReassemblyFailsWhileAllFourAreActive) {
     EXPECT_TRUE(log.Has("[FRAG] No available reassembly session slots"));
     EXPECT_TRUE(log.Has("[FRAG] Failed to get reassembly session"));
     EXPECT_TRUE(Feed(SliceOf(whole, 1, 2), &sources[3]));
-    EXPECT_TRUE(OpensAnother());  // in the place of the completed one
+    EXPECT_TRUE(OpensAnother());  // in the completed one's place
 }
 
 TEST_F(FullTable, OnlyASessionIdleForMoreThanThirtySecondsIsReclaimed) {
@@ -397,7 +397,7 @@ TEST_F(FullTable, LookUpOfASessionKeepsItFromBeingReclaimed) {
     EXPECT_FALSE(OpensAnother());
 }
 
-TEST_F(FullTable, OfEquallyOldSessionsTheLowerIsReclaimed) {
+TEST_F(FullTable, LowerOfEquallyOldSessionsIsReclaimed) {
     for (const char& source : sources)
         EXPECT_FALSE(Feed(SliceOf(whole, 0, 2), &source));
     tick.Advance(30001);

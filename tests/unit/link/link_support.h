@@ -13,8 +13,8 @@ namespace tarvik::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// A dongle's queues, connected as long as the object lives. The receive queue holds what the dongle
-// has sent, the transmit queue what is sent to it.
+// A dongle's queues, connected while the object lives. The receive queue holds what the dongle has
+// sent, the transmit queue what is sent to it.
 struct Dongle : DeviceQueues {
     Dongle() {
         InitializeQueue(&rx);
@@ -100,8 +100,8 @@ inline std::uint64_t Queued(PacketQueue* queue) {
     return queue->count;
 }
 
-// The next packet that is sent to the dongle; null when patience has run out. Waits by the real
-// clock, also under a FakeTick.
+// The next packet that is sent to the dongle; null when time ran out. Waits by the real clock, even
+// under a FakeTick.
 inline PacketPtr NextSent(DeviceQueues* queues) {
     PacketPtr packet;
     Eventually([&] { return (packet = TakePacket(&queues->tx, 0)) != nullptr; });

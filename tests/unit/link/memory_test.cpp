@@ -1,5 +1,5 @@
-// What remains when the heap is exhausted, at whichever allocation: the caller's packet, what was
-// queued before, and no block that nobody owns.
+// What remains when any allocation finds the heap exhausted: the caller's packet, what was queued
+// before, and no block without an owner.
 
 #include <optional>
 
@@ -45,7 +45,7 @@ TEST(MemoryOut, FailedAppendLeavesPacketAndQueueUnchanged) {
     });
 }
 
-TEST(MemoryOut, QueueThatBeganInAShortageWorksOnceThereIsMemory) {
+TEST(MemoryOut, QueueCreatedWithoutMemoryWorksOnceThereIsMemory) {
     for (std::uint32_t allowed = 0; allowed < 10; ++allowed) {
         std::optional<Dongle> dongle;
         bool refused = false;
@@ -73,7 +73,7 @@ TEST(MemoryOut, QueueThatCannotGrowItsIndexStillFindsEveryPacket) {
     std::uint32_t taken = 0;
     bool refused = false;
     {
-        const FailingHeap heap;  // the nodes of the packets before are used again
+        const FailingHeap heap;  // the earlier packets' nodes are reused
         for (PacketPtr& packet : packets)
             taken += EnqueueReceivedPacket(&dongle, packet) ? 1 : 0;
         refused = heap.Refused();
@@ -85,7 +85,7 @@ TEST(MemoryOut, QueueThatCannotGrowItsIndexStillFindsEveryPacket) {
     }
 }
 
-TEST(MemoryOut, FragmentThatCannotBeMadeFailsTheSendingAndLeavesThePacket) {
+TEST(MemoryOut, FragmentThatCannotBeAllocatedFailsTheSendAndLeavesThePacket) {
     const LogCapture log;
     Dongle dongle;
     dongle.mtu = 244;
@@ -133,7 +133,7 @@ TEST(MemoryOut, ReassemblyIsRefusedOrDroppedAndItsSlotIsFreeAgain) {
 
 TEST(MemoryOut, ExchangeFailsOrSucceedsAsAWholeAndFreesItsSlot) {
     const std::uint8_t data[] = {0x22, 0xF1, 0x90};
-    // More rounds than there are turns.
+    // More attempts in all than there are slots.
     for (int round = 0; round < 4; ++round) {
         ForEachShortage([&](std::uint32_t allowed) {
             const MemoryUse before = LiveMemory();
@@ -165,7 +165,7 @@ TEST(MemoryOut, ExchangeFailsOrSucceedsAsAWholeAndFreesItsSlot) {
     }
 }
 
-TEST(MemoryOut, MultiExchangeKeepsNoAnswerItHasNoRoomFor) {
+TEST(MemoryOut, MultiExchangeDropsAnswersThatItCannotAllocate) {
     const FakeTick tick(1000);
     const std::uint8_t data[] = {0x22, 0xF1, 0x90};
     ForEachShortage([&](std::uint32_t allowed) {

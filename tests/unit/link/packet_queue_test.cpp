@@ -207,7 +207,7 @@ TEST(PacketQueue, InactiveOrMissingQueueHasNothing) {
     }
 }
 
-TEST(PacketQueue, LogsTheComingAndGoingOfItsLock) {
+TEST(PacketQueue, LogsTheCreationAndDeletionOfItsLock) {
     const LogCapture log;
     PacketQueue queue;
     char address[40];
@@ -299,7 +299,7 @@ TEST(PacketWaiting, WaiterWhoseTimeEndsAtTheHandOverReturnsThePacket) {
     EXPECT_NE(found, nullptr);
 }
 
-TEST(PacketWaiting, WithoutLimitIsLoggedAndEndsWithThePacket) {
+TEST(PacketWaiting, WaitWithoutLimitIsLoggedAndEndsWithThePacket) {
     const LogCapture log;
     Queue queue;
     PacketPtr found;
@@ -332,7 +332,7 @@ TEST(PacketWaiting, ResponseReturnsOnlyTheWaiterForItsId) {
     EXPECT_EQ(for5->U32(16), 5u);
 }
 
-TEST(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndRemains) {
+TEST(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndStaysQueued) {
     const FakeTick tick(1000);
     Queue queue;
     PacketPtr found;
@@ -493,8 +493,8 @@ TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
     EXPECT_EQ(Queued(&queue), 0u);
 }
 
-// More of them than a queue has conditions.
-TEST(PacketWaiting, CrowdOfWaitersIsServedToTheLast) {
+// More waiters than a queue has conditions.
+TEST(PacketWaiting, EveryWaiterOfACrowdIsServed) {
     constexpr std::uint32_t kWaiters = 2 * PacketQueue::kWakeUps + 1;
     Queue queue;
     std::atomic<std::uint32_t> served{0};
@@ -555,7 +555,7 @@ TEST(PacketQueue, AHundredThousandUnclaimedPacketsDoNotSlowALookUp) {
     Queue queue;
     const auto alone = TimeOfLookUps(&queue);
     for (std::uint32_t i = 0; i < kUnclaimed; ++i) {
-        // Both kinds of crowd: every id once, and one id over and over.
+        // Both kinds of crowd: every id once, and one id repeated.
         Append(&queue, i % 2 == 0 ? ResponseTo(1000 + i) : BusyFor(1), 1000 + i);
     }
     EXPECT_LT(TimeOfLookUps(&queue), alone * 50);

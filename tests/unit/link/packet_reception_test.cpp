@@ -19,7 +19,7 @@ TEST(TransmitQueue, TakesPacketsUntagged) {
     EXPECT_NE(QueueRemoveByTag(&dongle.tx, kNoTag), nullptr);
 }
 
-TEST(TransmitQueue, InactiveOneLeavesThePacketWithTheCaller) {
+TEST(TransmitQueue, InactiveQueueLeavesThePacketWithTheCaller) {
     DeviceQueues queues;
     PacketPtr packet = MakePacket(kTypeIden, 8);
     EXPECT_FALSE(EnqueueTransmitPacket(&queues, packet));
@@ -106,7 +106,7 @@ TEST(ReceivedPacket, BusyOfElevenBytesIsTooShortAndQueuedUntagged) {
     EXPECT_EQ(QueueRemoveByTag(&dongle.rx, kNoTag)->type, kTypeBusy);
 }
 
-TEST(ReceivedPacket, TooShortForItsFixedFieldsIsQueuedUntagged) {
+TEST(ReceivedPacket, PacketTooShortForItsFixedFieldsIsQueuedUntagged) {
     Dongle dongle;
     Receive(&dongle, MakePacket(kTypeCres, 19));
     Receive(&dongle, MakePacket(kTypeRawc, 15));

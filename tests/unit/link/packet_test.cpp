@@ -8,7 +8,7 @@
 namespace tarvik::test {
 namespace {
 
-TEST(Packet, SyncIsItsEightBytesOnTheWire) {
+TEST(Packet, SyncIsEightBytesOnTheWire) {
     const PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
     EXPECT_EQ(BytesOf(sync), (Bytes{0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0}));
 }
@@ -39,12 +39,12 @@ TEST(Packet, NewPacketIsZeroAfterItsHeader) {
         EXPECT_EQ(packet->Bytes()[i], 0);
 }
 
-TEST(Packet, ShorterThanItsHeaderIsNotMade) {
+TEST(Packet, PacketShorterThanItsHeaderIsNotMade) {
     EXPECT_EQ(MakePacket(kTypeSync, MIN_PKT_SIZE - 1), nullptr);
     EXPECT_EQ(MakePacket(kTypeSync, 0), nullptr);
 }
 
-TEST(Packet, CopyHasTheSameBytesInABlockOfItsOwn) {
+TEST(Packet, CopyHasTheSameBytesInItsOwnBlock) {
     const PacketPtr packet = PacketOf(kTypeLog, {1, 2, 3});
     const PacketPtr copy = CopyPacket(*packet);
     EXPECT_NE(copy.get(), packet.get());

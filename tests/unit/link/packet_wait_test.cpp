@@ -3,8 +3,8 @@
 namespace tarvik::test {
 namespace {
 
-// A WaitForPacket on a thread of its own, under a tick that stands still: it ends by what the test
-// does or not at all.
+// A WaitForPacket on its own thread, under a tick that does not move: only what the test does can
+// end it.
 class PendingWait {
 public:
     PendingWait(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,

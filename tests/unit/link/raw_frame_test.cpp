@@ -88,7 +88,7 @@ TEST(RawFrame, IsDroppedWithoutAConnectedDongle) {
 
 using Flags = std::vector<std::uint16_t>;
 
-TEST(RawReception, IsSwitchedByEveryReceiverForItself) {
+TEST(RawReception, EveryReceiverSendsItsOwnSwitches) {
     Dongle dongle;
     SwitchRawReception(&dongle, true);
     EXPECT_EQ(SentFlags(&dongle), Flags{1});
@@ -98,7 +98,7 @@ TEST(RawReception, IsSwitchedByEveryReceiverForItself) {
     EXPECT_EQ(SentFlags(&dongle), (Flags{1, 2, 2}));
 }
 
-TEST(RawReception, WithoutADongleSwitchesNothing) {
+TEST(RawReception, SwitchesNothingWithoutADongle) {
     SwitchRawReception(nullptr, true);
     SwitchRawReception(nullptr, false);
     Dongle dongle;

@@ -59,7 +59,7 @@ TEST(Telemetry, EmptyTextIsLogged) {
               (std::vector<std::string>{"[HandleTelemetryPacket] TELE packet has empty payload"}));
 }
 
-TEST(Telemetry, ShorterThanAHeaderIsLogged) {
+TEST(Telemetry, PacketShorterThanAHeaderIsLogged) {
     const LogCapture log;
     const PacketPtr packet = MakePacket(kTypeTele, 8);
     packet->length = 7;
@@ -85,7 +85,7 @@ TEST(Telemetry, KeyWithoutAColonIsAValueAndNotAKey) {
     EXPECT_TRUE(Shows(R"({"name":"v","v":3})", " v=3 "));
 }
 
-TEST(Telemetry, ValueThatIsNoNumberIsMissing) {
+TEST(Telemetry, ValueThatIsNotANumberIsMissing) {
     for (const char* const value : {"\"12\"", "null", "true", "[1]", "{}", "+1", "-", "", ".5"}) {
         EXPECT_TRUE(Shows(std::string("{\"v\":") + value + "}", " v=-1 ")) << value;
     }
@@ -153,7 +153,7 @@ TEST(Telemetry, HugeNumbersRankHighestWithoutWrapping) {
               "b x=9223372036854775807bp s=-1 st=-1 p=-1 | a x=10bp s=-1 st=-1 p=-1");
 }
 
-TEST(Telemetry, ElementsThatAreNoTaskObjectsAndTheCutOneAreNotRanked) {
+TEST(Telemetry, OnlyCompleteTaskObjectsAreRanked) {
     EXPECT_EQ(TopTasks(R"([1,"{",{"n":"a","x":1},[{"n":"no","x":9}],null])"),
               "a x=1bp s=-1 st=-1 p=-1");
     const std::vector<std::string> cut = Report(R"({"tasks":[{"n":"a","x":1},{"n":"b","x":12)");
@@ -239,7 +239,7 @@ TEST(Telemetry, DeepNestingIsWalkedAtAnyDepth) {
     EXPECT_EQ(TopTasks("[" + objects + ",{\"n\":\"b\",\"x\":1}]").find("b x=1bp"), 0u);
 }
 
-TEST(Telemetry, ClosingBracketsAloneNeitherEndNorUpsetAnything) {
+TEST(Telemetry, UnmatchedClosingBracketsAreIgnored) {
     EXPECT_TRUE(Shows(Repeated("]", 100'000) + "\"v\":5", " v=5 "));
     EXPECT_TRUE(Shows("{\"tasks\":[" + Repeated("}", 100'000) + ",{}]", " tasks=2 "));
     EXPECT_TRUE(Shows("{\"tasks\":[{]},{}]}", " tasks=2 "));
@@ -250,7 +250,7 @@ TEST(Telemetry, ManyTasksAreCounted) {
     EXPECT_TRUE(Shows("{\"tasks\":[" + Repeated(",", 100'000) + "1]}", " tasks=1 "));
 }
 
-TEST(Telemetry, NumbersOfAnyLengthAreHeldWithin64Bits) {
+TEST(Telemetry, NumbersOfAnyLengthAreLimitedTo64Bits) {
     struct Row {
         std::string number;
         const char* shown;
@@ -297,7 +297,7 @@ TEST(Telemetry, QuotesEscapesAndBracketsInsideNamesAreText) {
     }
 }
 
-TEST(Telemetry, KeysInsideEscapedQuotesAreNoKeys) {
+TEST(Telemetry, KeysInsideEscapedQuotesAreNotKeys) {
     EXPECT_TRUE(Shows(R"({"n":"\"v\":7","v":8})", " v=8 "));
     EXPECT_TRUE(Shows(R"({"n":"\"tasks\":[1,2]"})", " tasks=0 "));
 }
@@ -307,17 +307,17 @@ TEST(Telemetry, KeyOfATaskThatComesFirstIsTaken) {
     EXPECT_TRUE(Shows(R"({"tasks":[{"v":5}],"v":1})", " v=5 "));
 }
 
-TEST(Telemetry, FirstOccurrenceThatIsNoNumberHidesALaterOne) {
+TEST(Telemetry, FirstOccurrenceThatIsNotANumberHidesALaterOne) {
     EXPECT_TRUE(Shows(R"({"v":"x","v":3})", " v=-1 "));
 }
 
-TEST(Telemetry, NameThatIsNoStringOrDoesNotEndIsShownAsFarAsPossible) {
+TEST(Telemetry, NameThatIsNotAStringOrDoesNotEndIsShownAsFarAsPossible) {
     EXPECT_EQ(TopTasks(R"([{"n":12,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
     EXPECT_EQ(TopTasks(R"([{"n":null,"x":1}])"), " x=1bp s=-1 st=-1 p=-1");
     EXPECT_EQ(TopTasks(R"([{"x":1,"n":"open}])"), "") << "the object does not end";
 }
 
-TEST(Telemetry, ZeroBytesInsideTheTextEndNothingButAName) {
+TEST(Telemetry, ZeroBytesInsideTheTextEndOnlyAName) {
     EXPECT_TRUE(Shows(std::string("{\"v\":1,\0\"u\":2}", 15), " u_ms=2 "));
     EXPECT_EQ(TopTasks(std::string("[{\"n\":\"a\0b\",\"x\":1}]", 19)), "a x=1bp s=-1 st=-1 p=-1");
     EXPECT_TRUE(Shows(std::string(100, '\0'), " v=-1 "));

@@ -76,13 +76,13 @@ TEST_F(ConfigFile, UserFileIsPreferred) {
     EXPECT_EQ(Resolved(), UserFile().string());
 }
 
-TEST_F(ConfigFile, WritableLibraryFileIsUsedWhereItIs) {
+TEST_F(ConfigFile, WritableLibraryFileIsUsedInPlace) {
     test::WriteFile(LibraryFile(), "{}");
     EXPECT_EQ(Resolved(), LibraryFile().string());
     EXPECT_FALSE(fs::exists(UserFile()));
 }
 
-TEST_F(ConfigFile, WithoutAnyFileTheLibraryPathIsWhereOneWillBeCreated) {
+TEST_F(ConfigFile, LibraryPathIsChosenIfThereIsNoFile) {
     EXPECT_EQ(Resolved(), LibraryFile().string());
 }
 
@@ -133,7 +133,7 @@ TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenItCannotBeReadToTheEnd) {
 
 // --- loading ---
 
-TEST_F(ConfigFile, EmptyObjectSwitchesEverythingOnThatNeedsNoAddress) {
+TEST_F(ConfigFile, EmptyObjectEnablesEverythingThatNeedsNoAddress) {
     const Config read = LoadText("{}");
     EXPECT_TRUE(read.showDebug);
     EXPECT_TRUE(read.enableCopTrace);
@@ -164,7 +164,7 @@ TEST_F(ConfigFile, MissingFileIsCreatedWithEveryTransportOffAndThenRead) {
     EXPECT_EQ(Load(), "Opened config file: " + LibraryFile().string() + "\n");
 }
 
-TEST_F(ConfigFile, NewFileHasItsKeysInOrderOneALine) {
+TEST_F(ConfigFile, NewFileHasItsKeysInOrderOnePerLine) {
     Load();
     std::string expected = "{\n";
     for (const char* key : kKeysInOrder) {
@@ -191,7 +191,7 @@ TEST_F(ConfigFile, FileThatCannotBeCreatedNextToTheLibraryIsCreatedForTheUser) {
     EXPECT_TRUE(fs::exists(UserFile()));
 }
 
-TEST_F(ConfigFile, NewFileThatCannotBeReadIsNamed) {
+TEST_F(ConfigFile, NewFileThatCannotBeReadIsReported) {
     const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kOpen);
     EXPECT_EQ(Load(),
               "Creating default config file\n"
@@ -279,7 +279,7 @@ TEST_F(ConfigFile, NullCountsAsMissing) {
     EXPECT_STREQ(read.serverAddress, "");
 }
 
-TEST_F(ConfigFile, TextThatIsNoObjectLeavesEveryKeyMissing) {
+TEST_F(ConfigFile, TextThatIsNotAnObjectLeavesEveryKeyMissing) {
     for (const char* text : {"", "no json", "[false]", "{\"useSerial\":false", "false", "\0"}) {
         const Config read = LoadText(text);
         EXPECT_TRUE(read.useSerial) << text;
@@ -299,7 +299,7 @@ TEST_F(ConfigFile, FileOf1024BytesIsReadWhole) {
     EXPECT_FALSE(LoadText(PaddedTo(1024)).useSerial);
 }
 
-TEST_F(ConfigFile, OfAFileOf1025BytesTheLastIsNotReadSoThatEveryKeyIsMissing) {
+TEST_F(ConfigFile, FileOf1025BytesIsReadWithoutItsLastSoThatEveryKeyIsMissing) {
     EXPECT_TRUE(LoadText(PaddedTo(1025)).useSerial);
 }
 
@@ -368,7 +368,7 @@ TEST_F(ConfigFile, FolderOfTheFileIsCreatedForWriting) {
     EXPECT_TRUE(fs::exists(LibraryFile()));
 }
 
-TEST_F(ConfigFile, UnwritablePathFailsTheWriting) {
+TEST_F(ConfigFile, UnwritablePathFailsTheWrite) {
     fs::create_directories(LibraryFile());  // a folder where the file should be
     StdoutCapture console;
     EXPECT_FALSE(WriteConfig(&record_));
@@ -376,7 +376,7 @@ TEST_F(ConfigFile, UnwritablePathFailsTheWriting) {
               "Failed to open config file for writing: " + LibraryFile().string() + "\n");
 }
 
-TEST_F(ConfigFile, UnknownPathFailsTheWriting) {
+TEST_F(ConfigFile, UnknownPathFailsTheWrite) {
     test::HideLibraryFolder();
     StdoutCapture console;
     EXPECT_FALSE(WriteConfig(&record_));

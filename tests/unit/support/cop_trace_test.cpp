@@ -65,8 +65,8 @@ protected:
         return SplitLines(Content());
     }
 
-    // Runs a session in which `report` is called and gives back what it wrote: the session's lines
-    // without log_start and log_stop, in one text.
+    // Runs a session in which `report` is called and returns the session's lines, without log_start
+    // and log_stop, in one text.
     template <typename Report>
     std::string Trace(Report report) {
         StartCopTrace();
@@ -151,7 +151,7 @@ TEST_F(CopTrace, SecondStartOfARunningTraceDoesNothing) {
     EXPECT_EQ(StopAndRead().size(), 2u);
 }
 
-TEST_F(CopTrace, StartAfterAStopIsANewSessionWithAFileOfItsOwnAndSequenceFromOne) {
+TEST_F(CopTrace, StartAfterAStopIsANewSessionWithItsOwnFileAndSequenceFromOne) {
     StartCopTrace();
     TraceCopCancelReq(kCop);
     StopCopTrace();
@@ -174,7 +174,7 @@ TEST_F(CopTrace, StopWithoutAStartDoesNothing) {
     EXPECT_TRUE(Files().empty());
 }
 
-TEST_F(CopTrace, LeftoverFileOfTheSameNameMakesTheSessionNumberGoUp) {
+TEST_F(CopTrace, LeftoverFileOfTheSameNameRaisesTheSessionNumber) {
     StartCopTrace();
     StopCopTrace();
     const std::string name = fs::path(OnlyFile()).filename().string();
@@ -203,7 +203,7 @@ TEST_F(CopTrace, UnwritableFolderSwitchesTheTraceOff) {
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
 }
 
-TEST_F(CopTrace, SwitchedOffEveryReportDoesNothing) {
+TEST_F(CopTrace, EveryReportDoesNothingWhileTheTraceIsOff) {
     const DebugOutputCapture debug;
     TraceCopStart(kCop, 1, "x", 1, 1, 1);
     EXPECT_EQ(TraceNotifyBegin(kCop, 1, 2), 0u);
@@ -592,8 +592,8 @@ TEST_F(CopTrace, LinesOfManyThreadsAreWholeAndTheirSequenceUnique) {
 }
 
 TEST_F(CopTrace, ReportsThatRaceWithStopsAndStartsAreHarmless) {
-    // All that the two report in a session fits into a buffer, with room for log_stop: the flusher
-    // may be kept by the disk, and the thread that stops the session may have to wait as well.
+    // All that the two report in a session fits into a buffer, with room for log_stop: the disk may
+    // delay the flusher, and the thread that stops the session may also have to wait.
     constexpr int kMostReports = 5'000;
     std::atomic<bool> done{false};
     {
@@ -626,7 +626,7 @@ TEST_F(CopTrace, ReportsThatRaceWithStopsAndStartsAreHarmless) {
     }
 }
 
-TEST_F(CopTrace, LineIsDroppedWhenMemoryIsOutAndTheTraceGoesOn) {
+TEST_F(CopTrace, LineIsDroppedWhenMemoryIsOutAndTheTraceContinues) {
     StartCopTrace();
     EXPECT_TRUE(Eventually([&] { return !Content().empty(); }));
     // Both buffers exist once each has taken a line.

@@ -15,7 +15,7 @@ using test::StdoutCapture;
 
 void Feed(const std::string& text) { ProcessDeviceLogPacket(text.data(), text.size()); }
 
-// Brings the buffer back to holding no unfinished line.
+// Ends an unfinished line in the buffer.
 class DeviceLog : public testing::Test {
 protected:
     ~DeviceLog() override {
@@ -32,7 +32,7 @@ std::string Printed(const std::string& text) {
     return printed;
 }
 
-TEST_F(DeviceLog, LineIsPrintedWhenItsLineFeedComesAndTheRestIsKept) {
+TEST_F(DeviceLog, LineIsPrintedWhenItsLineFeedArrivesAndTheRestIsKept) {
     EXPECT_EQ(Printed("ab"), "");
     EXPECT_EQ(Printed("c\nd"), "[LOG] abc\n");
     EXPECT_EQ(Printed("e\n"), "[LOG] de\n");

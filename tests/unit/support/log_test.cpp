@@ -178,7 +178,7 @@ const ChildBody kDisabledLog("disabled-log", [] {
     return 0;
 });
 
-TEST(DebugLog, SwitchedOffNoFileIsCreatedAndNothingWritten) { ExpectChildSucceeds("disabled-log"); }
+TEST(DebugLog, DisabledLogCreatesNoFileAndWritesNothing) { ExpectChildSucceeds("disabled-log"); }
 
 const ChildBody kUnopenableLog("unopenable-log", [] {
     const TestFolders folders;
@@ -192,7 +192,7 @@ const ChildBody kUnopenableLog("unopenable-log", [] {
     return 0;
 });
 
-TEST(DebugLog, UnopenableFileIsReportedOnTheDebuggerOutputAlone) {
+TEST(DebugLog, UnopenableFileIsReportedOnTheDebuggerOutputOnly) {
     ExpectChildSucceeds("unopenable-log");
 }
 

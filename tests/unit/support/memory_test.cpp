@@ -141,7 +141,7 @@ TEST(Memory, AllocationsAndReleasesAreNotInTheLog) {
     EXPECT_FALSE(log.Mentions("FreeMem"));
 }
 
-TEST(Memory, TrackedContainersAndObjectsReturnWhatTheyTook) {
+TEST(Memory, TrackedContainersAndObjectsReleaseTheirMemory) {
     const MemoryUse before = LiveMemory();
     {
         std::vector<int, TrackedAllocator<int>> numbers(1'000);
@@ -204,14 +204,14 @@ TEST(DamagedGuard, ByteJustBeforeTheUserAddressEndsTheProcessWithCodeOne) {
     ExpectDeathOf("damage-last-front-byte");
 }
 
-TEST(DamagedGuard, OtherEndsOfTheGuardsAndTheMagicsEndItToo) {
+TEST(DamagedGuard, OtherEndsOfTheGuardsAndTheMagicsEndTheProcessToo) {
     ExpectDeathOf("damage-last-rear-byte");
     ExpectDeathOf("damage-first-front-byte");
     ExpectDeathOf("damage-trailer-magic");
     ExpectDeathOf("damage-header-magic");
 }
 
-TEST(DamagedGuard, HeaderThatNamesAWildTrailerEndsItWithoutBeingFollowed) {
+TEST(DamagedGuard, HeaderThatNamesAWildTrailerEndsTheProcessWithoutBeingFollowed) {
     ExpectDeathOf("damage-trailer-address");
     ExpectDeathOf("damage-size");
 }

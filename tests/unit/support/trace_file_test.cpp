@@ -20,8 +20,8 @@ protected:
         return folders_.Temp() / ("dpdu_coptrace_" + std::to_string(OsProcessId()) + "_" +
                                   std::to_string(session) + ".jsonl");
     }
-    // What is left of `text` when a file that holds it is brought to a clean line end and written
-    // on.
+    // What is left of `text` when a file that holds it is cut to a clean line end and then
+    // continued.
     std::string Continued(const std::string& text) {
         std::int32_t session = 100;
         OsAppendFile* file = CreateTraceFile(&session);

@@ -13,7 +13,7 @@ namespace {
 
 std::string TextOf(const TraceWriter& line) { return {line.Data(), line.Length()}; }
 
-TEST(TraceWriter, NumbersAreThoseOfPrintf) {
+TEST(TraceWriter, NumbersMatchPrintf) {
     for (const unsigned long long value :
          {0ull, 9ull, 10ull, 4294967295ull, 18446744073709551615ull}) {
         char text[64];
@@ -117,7 +117,7 @@ TEST(TraceWriter, RollBackForgetsTheCut) {
     EXPECT_EQ(TextOf(line), "abc");
 }
 
-TEST(TraceWriter, ReservedRoomIsThereForTheEnd) {
+TEST(TraceWriter, ReservedRoomRemainsForTheEnd) {
     char text[8];
     TraceWriter line(text, sizeof text);
     line.Reserve(2);
