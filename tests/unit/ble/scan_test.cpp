@@ -34,10 +34,10 @@ protected:
     }
 };
 
-// The tick stands still unless a test moves it.
+// The tick does not move unless a test moves it.
 class BleTickTest : public BleScanTest {
 protected:
-    // The scan, the only reader of the tick here, has read its present value and goes on waiting.
+    // The scan, the only reader of the tick here, has read its present value and continues to wait.
     // Its first read may have been before the tick was moved.
     bool ScanGoesOnWaiting() const {
         const std::uint64_t before = tick_.Reads();

@@ -35,7 +35,7 @@ TEST_F(WinrtRadio, ThreadEntersAndLeavesTheMultithreadedApartment) {
     }).Join();
 }
 
-TEST_F(WinrtRadio, ThreadWithAnApartmentOfItsOwnScansAndKeepsIt) {
+TEST_F(WinrtRadio, ThreadWithItsOwnApartmentScansAndKeepsIt) {
     conformance::Thread([&] {
         ASSERT_TRUE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)));
         const APTTYPE before = Apartment();
@@ -66,7 +66,7 @@ TEST_F(WinrtRadio, KeepsTheLibraryLoadedWhileTheRuntimeHoldsADelegate) {
     held->Release();
 }
 
-// In a process of its own: without BRENNIX_RADIO it has no classes, like most systems under Wine.
+// In its own process: without BRENNIX_RADIO it has no classes, like most systems under Wine.
 const ChildBody without_classes("without-runtime-classes", [] {
     const std::unique_ptr<BleRadio> radio = OpenBleRadio();
     radio->EnterThread();

@@ -1,4 +1,4 @@
-// What one compiler makes of the public headers, as rows of numbers beside the expected ones.
+// What one compiler makes of the public headers, as rows of numbers next to the expected ones.
 
 #ifndef TESTS_UNIT_PUBLIC_HEADERS_FACT_H
 #define TESTS_UNIT_PUBLIC_HEADERS_FACT_H

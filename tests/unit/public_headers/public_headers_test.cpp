@@ -1,4 +1,4 @@
-// The public headers as a C++20 program sees them, and what a C program makes of them beside it.
+// The public headers as a C++20 program sees them, and what a C program makes of them.
 
 #include <gtest/gtest.h>
 

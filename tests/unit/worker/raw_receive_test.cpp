@@ -31,7 +31,7 @@ protected:
     }
     void Start(const Ref<ComPrimitive>& cop) { StartRawReception(link.Get(), cop.Get()); }
     void Stop(const Ref<ComPrimitive>& cop) { StopRawReception(link.Get(), cop.Get()); }
-    // True as well if the worker has seen it end and closed the thread.
+    // Also true if the worker has seen it end and closed the thread.
     static bool Ends(const Ref<ComPrimitive>& cop) {
         constexpr auto kLimitMs = static_cast<std::int32_t>(kPatience.count() * 1000);
         return cop->receive_thread == nullptr || OsThreadJoin(cop->receive_thread, kLimitMs);

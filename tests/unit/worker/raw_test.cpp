@@ -121,7 +121,7 @@ TEST_F(RawLinks, KeepTheIdentifierOfTheFrameBeingSent) {
     EXPECT_EQ(FindLink(0, hCLL)->rawCanId, 0x18DAF110u);
 }
 
-TEST_F(RawLinks, ReceiveOnAThreadOfItsOwnName) {
+TEST_F(RawLinks, ReceiveOnAThreadWithItsOwnName) {
     const std::uint32_t hCLL = CreateRaw();
     StartReceiving(hCLL);
     AwaitWorker(hCLL);

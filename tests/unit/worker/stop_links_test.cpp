@@ -104,7 +104,7 @@ TEST_F(StopLinks, DestroyedLinksAloneAreNotCounted) {
     EXPECT_EQ(Stop(), Texts{"Checking 1 logical links for module 0"});
 }
 
-TEST_F(StopLinks, TellsEveryWorkerBeforeItWaitsForTheFirst) {
+TEST_F(StopLinks, AsksEveryWorkerToStopBeforeItWaitsForTheFirst) {
     const LinkRef first = Create();
     const LinkRef second = Create();
     std::atomic<bool> entered{false};
@@ -122,7 +122,7 @@ TEST_F(StopLinks, TellsEveryWorkerBeforeItWaitsForTheFirst) {
     EXPECT_TRUE(in_time);
 }
 
-TEST_F(StopLinks, TellsReceiveThreadsWhoDestructsAndUntilWhen) {
+TEST_F(StopLinks, SetsTheDestructingThreadAndTheDeadlineOfReceiveThreads) {
     const LimitsScope scope;
     worker_limits.receiver_stop_ms = 1'234;
     const LinkRef link = Create();
