@@ -1,4 +1,4 @@
-# Libraries of others, found where scripts/setup.sh put them.
+# Third-party libraries, found where scripts/setup.sh put them.
 #
 #   tarvik::json_c          configuration file
 #   tarvik::mbedcrypto      cloud secure channel
@@ -25,7 +25,7 @@ function(tarvik_import_static name archive)
         INTERFACE_INCLUDE_DIRECTORIES "${TARVIK_DEPS_DIR}/include")
 endfunction()
 
-# Headers only. Debian's stand in the compiler's own path on Linux; setup.sh links them into the
+# Headers only. On Linux, Debian's are on the compiler's default path; setup.sh links them into the
 # dependency folder for the cross compiler.
 function(tarvik_import_headers name)
     add_library(tarvik::${name} INTERFACE IMPORTED GLOBAL)

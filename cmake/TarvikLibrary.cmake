@@ -3,8 +3,8 @@
 file(STRINGS "${PROJECT_SOURCE_DIR}/cmake/exports.txt" exports)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/exports.txt")
 
-# The objects themselves, since a linker takes only what is asked for from an archive; the archive
-# is named as well for the libraries that it brings along.
+# The objects themselves, since a linker takes only referenced objects from an archive. The archive
+# is also named, for the libraries that it depends on.
 add_library(tarvik_dpdu SHARED $<TARGET_OBJECTS:tarvik_dpdu_core>)
 set_target_properties(tarvik_dpdu PROPERTIES
     OUTPUT_NAME tarvik_dpdu_x64
@@ -29,7 +29,7 @@ else()
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}
         LINK_DEPENDS "${script}")
-    # Calls inside the library stay inside, even when another D-PDU library is loaded beside it.
+    # Calls inside the library stay inside, even when another D-PDU library is also loaded.
     target_link_options(tarvik_dpdu PRIVATE
         "-Wl,--version-script=${script}" -Wl,-Bsymbolic -Wl,-z,relro,-z,now)
     if(TARVIK_SANITIZER STREQUAL "")

@@ -18,7 +18,7 @@ set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g1 -fno-omit-frame-pointer")
 set(CMAKE_C_FLAGS_DEBUG "-O1 -g1 -fno-omit-frame-pointer")
 
-# The library and the tools land beside one another at the top of the build folder.
+# The library and the tools are built into the top of the build folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}")
 
@@ -50,7 +50,7 @@ option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache
 if(TARVIK_FAST_BUILD AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
     find_program(CCACHE_PROGRAM ccache)
     if(CCACHE_PROGRAM)
-        # Precompiled headers need these two liberties.
+        # Precompiled headers need this sloppiness.
         set(launcher "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${CCACHE_PROGRAM}")
         set(CMAKE_C_COMPILER_LAUNCHER "${launcher}")
         set(CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
@@ -79,8 +79,8 @@ function(tarvik_target_defaults target)
     endif()
 endfunction()
 
-# All files of programs, and of the libraries that only programs link, are compiled alike, since a
-# precompiled header serves only one set of such options. Some dependencies ask for -pthread.
+# All files of programs, and of the libraries that only programs link, are compiled with the
+# same options, since a precompiled header serves only one set. Some dependencies ask for -pthread.
 function(_tarvik_program_code target)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
     if(NOT WIN32)
@@ -131,15 +131,15 @@ function(_tarvik_use_precompiled target header)
     endif()
 endfunction()
 
-# What the sanitizers look for is found without optimisation, which is half of the time to compile.
+# Sanitizers need no optimisation, which takes half of the compile time.
 if(TARVIK_SANITIZER STREQUAL "")
     set(TARVIK_TOOL_OPTIONS "")
 else()
     set(TARVIK_TOOL_OPTIONS -O0)
 endif()
 
-# tarvik_tool_defaults(TARGET files): the same for programs, and for libraries of which they are
-# made; so many files are compiled together.
+# tarvik_tool_defaults(TARGET files): the same for programs and for the libraries that they are made
+# of. `files` are compiled together.
 function(tarvik_tool_defaults target files)
     tarvik_target_defaults(${target})
     target_compile_options(${target} PRIVATE ${TARVIK_TOOL_OPTIONS})
@@ -177,7 +177,7 @@ function(tarvik_test_defaults target)
         _tarvik_program_code(${target})
         _tarvik_use_precompiled(${target} tests)
         target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has
-        # A program that exports names to what it loads is told by no definition of that.
+        # No definition for programs that export names to what they load.
         set_target_properties(${target} PROPERTIES DEFINE_SYMBOL "")
     endif()
 endfunction()
