@@ -75,7 +75,7 @@ stress:
 
 bench:
 	@scripts/setup.sh linux
-	@scripts/build.sh linux-release
+	@BUILD_TARGETS=benchmarks scripts/build.sh linux-release
 	@scripts/bench.sh
 
 fuzz:

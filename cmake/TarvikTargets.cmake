@@ -50,7 +50,9 @@ option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache
 if(TARVIK_FAST_BUILD AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
     find_program(CCACHE_PROGRAM ccache)
     if(CCACHE_PROGRAM)
-        # Precompiled headers need this sloppiness.
+        # Precompiled headers need this sloppiness. The library has none of them, and must not get it:
+        # the time at which it was built goes into a packet.
+        set(TARVIK_LIBRARY_LAUNCHER "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=;${CCACHE_PROGRAM}")
         set(launcher "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${CCACHE_PROGRAM}")
         set(CMAKE_C_COMPILER_LAUNCHER "${launcher}")
         set(CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
