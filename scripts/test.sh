@@ -3,16 +3,17 @@
 # line "PRESET: N passed, N failed" for each, and non-zero unless every case passed.
 #
 # CTEST_OPTIONS is passed to ctest, for instance "-L unit" or "-R link_test"; JOBS is how many
-# programs run at a time (3).
+# programs run at a time (4).
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/results.sh
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
-jobs=${JOBS:-3} # most tests wait most of the time
+jobs=${JOBS:-4} # most tests wait most of the time
 
 ahead= # the process that builds the other presets
 clean_up() {
+    for tests in "${running[@]}"; do kill -- "-$tests" 2>/dev/null; done
     [ -z "$ahead" ] || kill -- "-$ahead" 2>/dev/null
     [[ $presets != *windows* ]] || scripts/stop-wine.sh
 }
@@ -55,18 +56,46 @@ build() {
     return "$(cat "build/logs/built-$1")"
 }
 
-# run_tests PRESET: runs them and adds to the summary.
-run_tests() {
-    local results=$PWD/build/$1/results passed failed skipped line restarts
+# Starts the tests of a preset.
+start_tests() {
+    local results=$PWD/build/$1/results
     rm -rf "$results"
-    mkdir -p "$results"
+    mkdir -p "$results" build/logs
+    : >"build/logs/test-$1.log"
     echo "== testing $1"
-    # shellcheck disable=SC2086 # several words
-    ctest --preset "$1" -j "$jobs" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} || worst=1
+    set -m # a process group of its own, as above
+    (
+        {
+            # shellcheck disable=SC2086 # several words
+            ctest --preset "$1" -j "$jobs" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} 2>&1
+            echo $? >"$results/code"
+        } | tee "build/logs/test-$1.log" | sed -u "s/^/$1: /"
+    ) </dev/null &
+    testing=$1 tests=$!
+    set +m
+}
+
+# Waits until the last test of the preset that is being tested runs, and no other: one that takes
+# minutes then runs beside the first of the next preset.
+await_last_test() {
+    local log=build/logs/test-$testing.log begun ended all
+    while kill -0 "$tests" 2>/dev/null; do
+        sleep 0.5
+        all=$(grep -m 1 -oE '^ *[0-9]+/[0-9]+ Test' "$log" | sed 's/.*\///; s/ Test//')
+        begun=$(grep -cE '^ *Start +[0-9]+:' "$log")
+        ended=$(grep -cE '^ *[0-9]+/[0-9]+ Test' "$log")
+        [ -z "$all" ] || [ "$begun" -lt "$all" ] || [ $((begun - ended)) -gt 1 ] || return 0
+    done
+}
+
+# add_results PRESET: adds to the summary.
+add_results() {
+    local results=$PWD/build/$1/results passed failed skipped line restarts
     read -r passed failed skipped < <(count_cases "$results")
     line="$1: $passed passed, $failed failed"
     [ "$skipped" = 0 ] || line+=", $skipped skipped"
-    [ "$failed" = 0 ] && [ "$passed" -gt 0 ] || worst=1 failing+=("$1")
+    [ "$failed" = 0 ] && [ "$passed" -gt 0 ] && [ "$(cat "$results/code")" = 0 ] ||
+        worst=1 failing+=("$1")
     restarts=$(grep -acs "^run-wine: Wine's server has crashed" "build/$1/Testing/Temporary/LastTest.log")
     [ "${restarts:-0}" = 0 ] ||
         summary+=("$1: Wine's server crashed under $restarts programs, which were run again")
@@ -88,7 +117,8 @@ show_failures() {
 # The simulators of all presets are those of the Linux release build.
 [[ $presets == linux-release* ]] || scripts/build.sh linux-release || exit 1
 
-summary=() failing=() worst=0
+summary=() failing=() tested=() running=() worst=0
+testing= tests= # the preset whose tests were started last, and their process
 for preset in $presets; do
     if ! build "$preset"; then
         summary+=("$preset: 0 passed, 1 failed")
@@ -99,8 +129,13 @@ for preset in $presets; do
     others=${presets#"$preset"}
     # shellcheck disable=SC2086 # several words
     [ -n "$ahead" ] || [ -z "$others" ] || build_ahead $others benchmarks
-    run_tests "$preset"
+    [ -z "$testing" ] || await_last_test
+    start_tests "$preset"
+    tested+=("$preset") running+=("$tests")
 done
+wait "${running[@]}"
+running=()
+for preset in "${tested[@]}"; do add_results "$preset"; done
 # Nothing else shows that they still compile.
 [ -z "$ahead" ] || build benchmarks || summary+=("benchmarks: 0 passed, 1 failed") worst=1
 
