@@ -75,21 +75,6 @@ TEST_F(ResponseRows, AnswerWithoutBytesIsNoResult) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #0 -> no data"));
 }
 
-TEST_F(ResponseRows, OfRepeatedResponseIdentifiersAtTheEndAreLeftOut) {
-    std::vector<UNUM32> units = FirstUnits(44);
-    for (UNUM32 unit = 0; unit < 20; ++unit)
-        units.push_back(unit);
-    UnitsLink link(hMod, units);
-    const LogCapture log;
-    ExpectAnswers(link.ReadPartNumbers(), AllBut(44));
-    EXPECT_EQ(simulator.LastRequest()["entries"].size(), 44u);
-    EXPECT_EQ(
-        log.MissingOf({"[CommThreadFunc:*]    prepare multi-request packet with 64 entries in "
-                       "UniqueRespTable",
-                       "[CommThreadFunc:*]    send multi-request packet with 44 entries"}),
-        "");
-}
-
 TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
     UnitsLink link(hMod, {9, 9, 9});
     ExpectAnswers(link.ReadPartNumbers(), {{0, 9}});

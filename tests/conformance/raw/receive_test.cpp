@@ -67,16 +67,6 @@ TEST_F(RawReceive, RxFlagTellsIdentifiersFrom4096On) {
     EXPECT_EQ(Hex(frames[3]), "18 DA F1 10 04");
 }
 
-TEST_F(RawReceive, FrameWithoutDataIsItsIdentifierAlone) {
-    RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
-    FrameOnBus("123");
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(Hex(frames[0]), "00 00 01 23");
-}
-
 TEST_F(RawReceive, TagComesBackWithEveryFrame) {
     int tag = 0;
     RawLink link(hMod);
@@ -156,14 +146,6 @@ TEST_F(RawReceive, NoReceiveCyclesAndNegativeOnesReceiveWithoutEnd) {
         link.Destroy();
         ASSERT_TRUE(WaitForReception(false));
     }
-}
-
-TEST_F(RawReceive, WithoutControlDataReceivesWithoutEnd) {
-    RawLink link(hMod);
-    link.WaitFor(link.Start(PDU_COPT_SENDRECV));
-    ASSERT_TRUE(WaitForReception(true));
-    FrameOnBus("123 01");
-    EXPECT_EQ(link.TakeFrames(1).size(), 1u);
 }
 
 TEST_F(RawReceive, OneReceiveCycleOrMoreReceivesNothing) {

@@ -28,12 +28,6 @@ TEST_F(RawSend, StartCommSendsTheFrame) {
     EXPECT_EQ(Sent(1)[0], "23010000 0300 0000 DEADBE0000000000");
 }
 
-TEST_F(RawSend, IdentifierIsGivenMostSignificantByteFirst) {
-    RawLink link(hMod);
-    link.Send(0x18DAF110, {1, 2, 3, 4, 5, 6, 7, 8});
-    EXPECT_EQ(Sent(1)[0], "10F1DA18 0800 0000 0102030405060708");
-}
-
 TEST_F(RawSend, FrameWithoutDataIsSent) {
     RawLink link(hMod);
     link.Send(0x7DF, {});
@@ -74,13 +68,6 @@ TEST_F(RawSend, NothingIsSentWithoutASendCycleOrWithoutControlData) {
     }
     link.Start(PDU_COPT_STARTCOMM, FrameBytes(0x123, {1}));
     EXPECT_EQ(SentUntilIdle(&link), 0u);
-}
-
-TEST_F(RawSend, ManySendCyclesSendOneFrame) {
-    RawLink link(hMod);
-    ControlData control({}, 5, 0);
-    link.Send(0x123, {1}, control);
-    EXPECT_EQ(SentUntilIdle(&link), 1u);
 }
 
 TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {

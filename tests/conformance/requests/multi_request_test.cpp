@@ -109,20 +109,6 @@ TEST_F(MultiRequest, SilentControlUnitHasNoResultAndTheOthersDo) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #1 -> no data"));
 }
 
-TEST_F(MultiRequest, UnexpectedAnswerOfOneControlUnitIsNotReported) {
-    CarLink link(hMod);
-    simulator.Command(R"(unit abs {"negative": "22"})");
-    const LogCapture log;
-    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
-    EXPECT_EQ(outcome.results.size(), 2u);
-    EXPECT_TRUE(outcome.errors.empty());
-    EXPECT_EQ(log.MissingOf({"[CommThreadFunc:*]      #2 -> received 3 bytes",
-                             "[CommThreadFunc:*]          Check against "
-                             "pExpectedResponseArray[#0] ",
-                             "[CommThreadFunc:*]        -> No match"}),
-              "");
-}
-
 TEST_F(MultiRequest, AnswerInFragmentsIsPutTogether) {
     CarLink link(hMod);
     simulator.Command(R"(behaviour {"fragment": 24})");

@@ -52,18 +52,6 @@ TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
     link.WaitFor(hCoP);
 }
 
-TEST_F(SingleRequest, EmptyTableUsesTheGlobalIdentifiers) {
-    EngineLink link(hMod);
-    UniqueTable empty;
-    ASSERT_EQ(Pdu().PDUSetUniqueRespIdTable(link.hMod(), link.hCLL(), empty.Item()),
-              PDU_STATUS_NOERROR);
-    SetNumber("CP_CanPhysReqId", kGearboxRequest);
-    SetNumber("CP_CanRespUSDTId", kGearboxResponse);
-    ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
-    EXPECT_EQ(simulator.LastRequest()["physical"], "7E1");
-    EXPECT_EQ(simulator.LastRequest()["response"], "7E9");
-}
-
 TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
     SetNumber("CP_CanPhysReqId", kGearboxRequest);
     SetNumber("CP_CanRespUSDTId", kGearboxResponse);
@@ -119,16 +107,6 @@ TEST_F(SingleRequest, UnmatchedResponsesGiveTenErrors259ThenFinished) {
     EXPECT_EQ(log.CountLike("[CommThreadFunc:*]      no match"), 10u);
 }
 
-TEST_F(SingleRequest, FirstMatchingExpectedResponseGivesItsAcceptanceId) {
-    EngineLink link(hMod);
-    const Outcome outcome = link.Request(
-        ReadVin(), {{.type = 1, .acceptance_id = 1, .mask = {0xFF}, .pattern = {0x11}},
-                    {.type = 0, .acceptance_id = 2, .mask = {0xFF, 0xFF}, .pattern = {0x62, 0xF1}},
-                    {.type = 0, .acceptance_id = 3, .mask = {}, .pattern = {}}});
-    ASSERT_EQ(outcome.results.size(), 1u);
-    EXPECT_EQ(outcome.results[0].acceptance_id, 2u);
-}
-
 // The response byte masks both sides: 7F and 62 agree in the bits of 62.
 TEST_F(SingleRequest, PositiveAnswerAlsoMatchesThePatternOfANegativeOne) {
     EngineLink link(hMod);
@@ -137,17 +115,6 @@ TEST_F(SingleRequest, PositiveAnswerAlsoMatchesThePatternOfANegativeOne) {
                     {.type = 0, .acceptance_id = 2, .mask = {0xFF}, .pattern = {0x62}}});
     ASSERT_EQ(outcome.results.size(), 1u);
     EXPECT_EQ(outcome.results[0].acceptance_id, 1u);
-}
-
-TEST_F(SingleRequest, WithoutMaskOnlyThePositiveTypeMatches) {
-    EngineLink link(hMod);
-    EXPECT_EQ(link.Request(ReadVin(), {{.type = 0, .acceptance_id = 4, .mask = {}, .pattern = {}}})
-                  .results.size(),
-              1u);
-    const Outcome refused =
-        link.Request(ReadVin(), {{.type = 1, .acceptance_id = 5, .mask = {}, .pattern = {}}});
-    EXPECT_TRUE(refused.results.empty());
-    EXPECT_EQ(refused.errors.size(), 10u);
 }
 
 TEST_F(SingleRequest, NegativeResponseIsReportedWhereItIsExpected) {
@@ -271,13 +238,6 @@ TEST_F(SingleRequest, RequestWithoutBytesFails) {
     ControlData control;
     const Outcome outcome = link.WaitFor(link.Start(PDU_COPT_SENDRECV, {}, control.Data()));
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
-}
-
-TEST_F(SingleRequest, WithoutControlDataNothingMatches) {
-    EngineLink link(hMod);
-    const Outcome outcome = link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin()));
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>(10, 259));
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
 }
 
