@@ -12,17 +12,20 @@
 #include <utility>
 
 namespace tarvik::bench {
+namespace {
 
-static constexpr std::uint8_t kSync[] = {'C', 'N', 'Y', 'S', 8, 0, 0, 0};
+constexpr std::uint8_t kSync[] = {'C', 'N', 'Y', 'S', 8, 0, 0, 0};
 
-[[noreturn]] static void Fail(const char* what) {
+[[noreturn]] void Fail(const char* what) {
     std::perror(what);
     std::_Exit(1);
 }
 
-static void WriteAll(int port, const std::uint8_t* bytes, std::size_t count) {
+void WriteAll(int port, const std::uint8_t* bytes, std::size_t count) {
     if (::write(port, bytes, count) != static_cast<ssize_t>(count)) Fail("write");
 }
+
+}  // namespace
 
 DongleFloor::DongleFloor(const std::string& port, std::vector<Exchange> exchanges,
                          const Placement& placement)

@@ -6,16 +6,17 @@
 #include <cstdlib>
 
 namespace tarvik::bench {
+namespace {
 
 template <typename Function>
-static void Find(void* library, const char* name, Function* function) {
+void Find(void* library, const char* name, Function* function) {
     *function = reinterpret_cast<Function>(::dlsym(library, name));
     if (*function != nullptr) return;
     std::fprintf(stderr, "bench: the library has no %s\n", name);
     std::exit(1);
 }
 
-static PduFunctions Load() {
+PduFunctions Load() {
     void* library = ::dlopen(TARVIK_BENCH_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         std::fprintf(stderr, "bench: %s\n", ::dlerror());
@@ -38,6 +39,8 @@ static PduFunctions Load() {
     Find(library, "PDUDestroyItem", &found.DestroyItem);
     return found;
 }
+
+}  // namespace
 
 const PduFunctions& LoadedPduFunctions() {
     static const PduFunctions functions = Load();

@@ -12,8 +12,22 @@ namespace tarvik::bench {
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr std::chrono::seconds kPatience{30};
-static constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 characters
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 characters
+constexpr UNUM8 kRawMode = 0x80;               // in the first byte of the creation flag
+
+[[noreturn]] void Fail(const char* what) {
+    std::fprintf(stderr, "bench: %s failed\n", what);
+    std::_Exit(1);
+}
+
+void Check(T_PDU_ERROR status, const char* what) {
+    if (status != PDU_STATUS_NOERROR) Fail(what);
+}
+
+}  // namespace
 
 struct PduSession::Link {
     UNUM32 hCLL = PDU_HANDLE_UNDEF;
@@ -26,15 +40,6 @@ struct PduSession::Link {
     std::size_t raw_received = 0;  // likewise
     std::size_t raw_wanted = 0;    // likewise
 };
-
-[[noreturn]] static void Fail(const char* what) {
-    std::fprintf(stderr, "bench: %s failed\n", what);
-    std::_Exit(1);
-}
-
-static void Check(T_PDU_ERROR status, const char* what) {
-    if (status != PDU_STATUS_NOERROR) Fail(what);
-}
 
 PduSession::PduSession(const PduFunctions& pdu, std::size_t links) : pdu_(pdu) {
     Check(pdu_.Construct(nullptr, this), "PDUConstruct");
@@ -169,8 +174,6 @@ bool PduSession::Ask(std::size_t position) {
     return link->changed.wait_for(hold, kPatience, [link] { return link->finished; }) &&
            link->answers == link->units;
 }
-
-static constexpr UNUM8 kRawMode = 0x80;  // in the first byte of the creation flag
 
 void PduSession::OpenRawLink() {
     UNUM8 bytes[4] = {kRawMode, 0, 0, 0};

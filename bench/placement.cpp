@@ -9,8 +9,9 @@
 #include <string>
 
 namespace tarvik::bench {
+namespace {
 
-static void PlaceThread(pid_t thread, int core) {
+void PlaceThread(pid_t thread, int core) {
     cpu_set_t cores;
     CPU_ZERO(&cores);
     if (core == kAnyCore) {
@@ -23,8 +24,8 @@ static void PlaceThread(pid_t thread, int core) {
     ::sched_setaffinity(thread, sizeof cores, &cores);
 }
 
-static void ForEachThread(
-    pid_t process, const std::function<void(pid_t thread, const std::string& name)>& action) {
+void ForEachThread(pid_t process,
+                   const std::function<void(pid_t thread, const std::string& name)>& action) {
     const std::string tasks = "/proc/" + std::to_string(process) + "/task";
     for (const auto& task : std::filesystem::directory_iterator(tasks)) {
         std::string name;
@@ -32,6 +33,8 @@ static void ForEachThread(
         action(static_cast<pid_t>(std::stol(task.path().filename().string())), name);
     }
 }
+
+}  // namespace
 
 void PlaceThisThread(int core) { PlaceThread(0, core); }
 

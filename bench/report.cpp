@@ -46,7 +46,9 @@ std::string Text(const char* format, double value) {
     return text;
 }
 
-static void AddRow(const char* table, const std::vector<std::string>& cells) {
+namespace {
+
+void AddRow(const char* table, const std::vector<std::string>& cells) {
     const char* folder = std::getenv("TARVIK_BENCH_ROWS");
     if (folder == nullptr) return;
     std::ofstream rows(std::string(folder) + "/" + table, std::ios::app);
@@ -55,11 +57,13 @@ static void AddRow(const char* table, const std::vector<std::string>& cells) {
     rows << "|\n";
 }
 
-static std::string Against(double ratio, double goal) {
+std::string Against(double ratio, double goal) {
     std::string measured = Text("%.2f", ratio);
     if (goal <= 0) return measured;
     return measured + (ratio <= goal ? " (≤ " : " (**missed**: ≤ ") + Text("%.2f", goal) + ")";
 }
+
+}  // namespace
 
 void AddRoundTripRow(const std::string& name, const Rounds& rounds, std::size_t contender,
                      std::size_t floor, const Goals& goals) {

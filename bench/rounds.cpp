@@ -16,11 +16,13 @@ namespace tarvik::bench {
 
 using Clock = std::chrono::steady_clock;
 
-static double Microseconds(Clock::duration time) {
+namespace {
+
+double Microseconds(Clock::duration time) {
     return std::chrono::duration<double, std::micro>(time).count();
 }
 
-static double ProcessCpuUs() {
+double ProcessCpuUs() {
     timespec used{};
     ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
     return static_cast<double>(used.tv_sec) * 1e6 + static_cast<double>(used.tv_nsec) / 1e3;
@@ -31,7 +33,7 @@ struct Span {
     Clock::time_point end;
 };
 
-static Span RunRequests(const Contender& contender, std::size_t thread, double* latencies_us) {
+Span RunRequests(const Contender& contender, std::size_t thread, double* latencies_us) {
     const Clock::time_point begin = Clock::now();
     Clock::time_point start = begin;
     for (std::size_t i = 0; i < contender.requests; ++i) {
@@ -48,7 +50,7 @@ static Span RunRequests(const Contender& contender, std::size_t thread, double* 
 }
 
 // From the first request of the first thread to the last answer of the last thread.
-static double WallUs(const std::vector<Span>& spans) {
+double WallUs(const std::vector<Span>& spans) {
     Span all = spans.front();
     for (const Span& span : spans) {
         all.start = std::min(all.start, span.start);
@@ -57,7 +59,7 @@ static double WallUs(const std::vector<Span>& spans) {
     return Microseconds(all.end - all.start);
 }
 
-static Batch RunBatch(const Contender& contender) {
+Batch RunBatch(const Contender& contender) {
     Batch batch;
     batch.requests = contender.threads * contender.requests;
     batch.latencies_us.resize(batch.requests);
@@ -82,16 +84,14 @@ static Batch RunBatch(const Contender& contender) {
     return batch;
 }
 
-static double Percentile(std::vector<double>& values, std::size_t percent) {
+double Percentile(std::vector<double>& values, std::size_t percent) {
     const std::size_t position = std::min(values.size() * percent / 100, values.size() - 1);
     const auto at = values.begin() + static_cast<std::ptrdiff_t>(position);
     std::nth_element(values.begin(), at, values.end());
     return *at;
 }
 
-double Median(std::vector<double> values) { return values.empty() ? 0 : Percentile(values, 50); }
-
-static Figures FiguresOf(Batch batch) {
+Figures FiguresOf(Batch batch) {
     const auto requests = static_cast<double>(batch.requests);
     return {.each_us = batch.wall_us / requests,
             .p50_us = Percentile(batch.latencies_us, 50),
@@ -99,6 +99,17 @@ static Figures FiguresOf(Batch batch) {
             .per_second = requests / batch.wall_us * 1e6,
             .cpu_us = batch.cpu_us / requests};
 }
+
+double MedianOf(const std::vector<Figures>& rounds, double Figures::*figure) {
+    std::vector<double> values;
+    for (const Figures& round : rounds)
+        values.push_back(round.*figure);
+    return Median(std::move(values));
+}
+
+}  // namespace
+
+double Median(std::vector<double> values) { return values.empty() ? 0 : Percentile(values, 50); }
 
 Rounds::Rounds(std::vector<Contender> contenders)
     : contenders_(std::move(contenders)), history_(contenders_.size()) {
@@ -110,13 +121,6 @@ void Rounds::RunOne() {
     for (std::size_t i = 0; i < contenders_.size(); ++i) {
         history_[i].push_back(FiguresOf(RunBatch(contenders_[i])));
     }
-}
-
-static double MedianOf(const std::vector<Figures>& rounds, double Figures::*figure) {
-    std::vector<double> values;
-    for (const Figures& round : rounds)
-        values.push_back(round.*figure);
-    return Median(std::move(values));
 }
 
 Figures Rounds::Medians(std::size_t contender) const {

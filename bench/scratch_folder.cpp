@@ -6,12 +6,15 @@
 #include <fstream>
 
 namespace tarvik::bench {
+namespace {
 
-static std::filesystem::path MakeFolder() {
+std::filesystem::path MakeFolder() {
     std::string path = (std::filesystem::temp_directory_path() / "tarvik-bench-XXXXXX").string();
     if (::mkdtemp(path.data()) == nullptr) std::abort();
     return path;
 }
+
+}  // namespace
 
 ScratchFolder::ScratchFolder() : path_(MakeFolder()) {
     ::setenv("TMPDIR", path_.c_str(), 1);

@@ -18,25 +18,36 @@
 #include "link/packet.h"
 
 namespace tarvik::bench {
+namespace {
 
-[[noreturn]] static void Fail(const char* what) {
+[[noreturn]] void Fail(const char* what) {
     std::perror(what);
     std::_Exit(1);
 }
 
+}  // namespace
+
 // ---------------------------------------------------------------- sealing
 
-static const Secret<kAeadKeySize>& BenchKey() {
+namespace {
+
+constexpr std::string_view kFromDevice = "v1|role=device|server";
+constexpr std::string_view kFromRelay = "v1|role=server|device";
+constexpr std::size_t kTag = 8;
+
+const Secret<kAeadKeySize>& BenchKey() {
     static Secret<kAeadKeySize> key;
     key.fill(0x5A);
     return key;
 }
 
 // Zeroes, as in a session that has been cleared.
-static const Secret<32>& BenchSalt() {
+const Secret<32>& BenchSalt() {
     static const Secret<32> salt;
     return salt;
 }
+
+}  // namespace
 
 void InstallBenchSession() {
     CloudSecClearSession();
@@ -44,10 +55,6 @@ void InstallBenchSession() {
     if (!session.tx_cipher.Set(BenchKey()) || !session.rx_cipher.Set(BenchKey())) Fail("key");
     session.established = true;
 }
-
-static constexpr std::string_view kFromDevice = "v1|role=device|server";
-static constexpr std::string_view kFromRelay = "v1|role=server|device";
-static constexpr std::size_t kTag = 8;
 
 Sealer::Sealer(Side side)
     : sent_as_(side == Side::kDevice ? kFromDevice : kFromRelay),
@@ -143,7 +150,9 @@ void PacketSocket::AskForWebSocket() {
     is_web_socket_ = is_client_ = true;
 }
 
-static std::string AcceptKey(const std::string& head) {
+namespace {
+
+std::string AcceptKey(const std::string& head) {
     constexpr std::string_view kName = "Sec-WebSocket-Key: ";
     const std::size_t begin = head.find(kName) + kName.size();
     const std::string text =
@@ -154,6 +163,8 @@ static std::string AcceptKey(const std::string& head) {
     EVP_EncodeBlock(key.data(), digest.data(), digest.size());
     return reinterpret_cast<const char*>(key.data());
 }
+
+}  // namespace
 
 bool PacketSocket::AcceptWebSocket() {
     std::string head;
@@ -168,16 +179,20 @@ bool PacketSocket::AcceptWebSocket() {
 
 // ---------------------------------------------------------------- packets
 
-static constexpr std::uint8_t kBinaryMessage = 0x82;
-static constexpr std::uint8_t kMasked = 0x80;
-static constexpr std::uint8_t kShort = 126;  // from this value: two bytes of length follow
-static constexpr std::array<std::uint8_t, 4> kMask = {0x12, 0x34, 0x56, 0x78};
+namespace {
 
-static void ApplyMask(const std::uint8_t* from, std::size_t size, const std::uint8_t* mask,
-                      std::uint8_t* to) {
+constexpr std::uint8_t kBinaryMessage = 0x82;
+constexpr std::uint8_t kMasked = 0x80;
+constexpr std::uint8_t kShort = 126;  // from this value: two bytes of length follow
+constexpr std::array<std::uint8_t, 4> kMask = {0x12, 0x34, 0x56, 0x78};
+
+void ApplyMask(const std::uint8_t* from, std::size_t size, const std::uint8_t* mask,
+               std::uint8_t* to) {
     for (std::size_t i = 0; i < size; ++i)
         to[i] = static_cast<std::uint8_t>(from[i] ^ mask[i % 4]);
 }
+
+}  // namespace
 
 bool PacketSocket::Send(const Bytes& packet) {
     const Bytes* whole = &packet;

@@ -13,9 +13,10 @@
 #include <string>
 
 namespace tarvik::bench {
+namespace {
 
-static constexpr int kSlots = 10;
-static constexpr std::uint8_t kRequest[] = {0x22, 0xF1, 0x90};
+constexpr int kSlots = 10;
+constexpr std::uint8_t kRequest[] = {0x22, 0xF1, 0x90};
 
 // The transferred part of a block: its id and bytes.
 struct Frame {
@@ -23,10 +24,12 @@ struct Frame {
     std::uint8_t bytes[kBlockBytes];
 };
 
-[[noreturn]] static void Fail(const char* what) {
+[[noreturn]] void Fail(const char* what) {
     std::perror(what);
     std::_Exit(1);
 }
+
+}  // namespace
 
 void SerialFloor::OpenTerminal() {
     peer_end_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);

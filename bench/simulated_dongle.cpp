@@ -7,14 +7,15 @@
 #include <vector>
 
 namespace tarvik::bench {
+namespace {
 
 // A dongle of the simulator with this process id.
-static std::string PortOf(pid_t simulator, int dongle) {
+std::string PortOf(pid_t simulator, int dongle) {
     return "/tmp/tarvik-bench-" + std::to_string(simulator) + "." + std::to_string(dongle);
 }
 
 // Runs the simulator in this process; the arguments follow.
-[[noreturn]] static void Become(std::vector<const char*> command, char** argv) {
+[[noreturn]] void Become(std::vector<const char*> command, char** argv) {
     const char* const program = command.front();
     for (char** argument = argv; *argument != nullptr; ++argument)
         command.push_back(*argument);
@@ -24,9 +25,11 @@ static std::string PortOf(pid_t simulator, int dongle) {
     std::exit(1);
 }
 
-static std::string VehicleFile(const std::string& vehicle) {
+std::string VehicleFile(const std::string& vehicle) {
     return std::string(TARVIK_BENCH_VEHICLES) + "/" + vehicle + ".json";
 }
+
+}  // namespace
 
 void RunUnderSimulator(char** argv, const std::string& vehicle) {
     if (std::getenv("BRENNIX_SIM_PORTS") != nullptr) return;

@@ -10,13 +10,14 @@
 #include <cstdlib>
 
 namespace tarvik::bench {
+namespace {
 
-[[noreturn]] static void Fail(const std::string& what) {
+[[noreturn]] void Fail(const std::string& what) {
     std::fprintf(stderr, "bench: the simulator's control channel: %s\n", what.c_str());
     std::_Exit(1);
 }
 
-static int Connect() {
+int Connect() {
     const char* variable = std::getenv("BRENNIX_SIM_CONTROL");  // "127.0.0.1:PORT"
     const std::string address = variable == nullptr ? "" : variable;
     const std::size_t colon = address.rfind(':');
@@ -33,6 +34,8 @@ static int Connect() {
     }
     return connection;
 }
+
+}  // namespace
 
 std::string CommandSimulator(const std::string& line) {
     static const int connection = Connect();

@@ -9,11 +9,14 @@
 #include "unit/test_system.h"
 
 namespace tarvik::test {
+namespace {
 
-static std::map<std::string, int (*)()>& Bodies() {
+std::map<std::string, int (*)()>& Bodies() {
     static std::map<std::string, int (*)()> bodies;
     return bodies;
 }
+
+}  // namespace
 
 ChildBody::ChildBody(const char* name, int (*body)()) { Bodies()[name] = body; }
 

@@ -53,16 +53,17 @@ private:
     std::string path_;
     bool laid_down_ = false;
 };
+
+int ExitCodeOf(pid_t child) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 }  // namespace
 
 std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path) {
     return std::make_unique<ReadOnlyMode>(path);
-}
-
-static int ExitCodeOf(pid_t child) {
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
 ChildResult RunChild(const std::string& name) {

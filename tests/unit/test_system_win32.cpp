@@ -52,18 +52,13 @@ public:
 private:
     HANDLE file_;
 };
-}  // namespace
 
-std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path) {
-    return std::make_unique<SharedForReading>(path);
-}
-
-static void CloseWindowNamed(const char* caption) {
+void CloseWindowNamed(const char* caption) {
     const HWND window = ::FindWindowA(nullptr, caption);
     if (window != nullptr) ::PostMessageA(window, WM_CLOSE, 0, 0);
 }
 
-static int ExitCodeOf(HANDLE process) {
+int ExitCodeOf(HANDLE process) {
     constexpr int kLimitSeconds = 60;
     for (int i = 0; i < kLimitSeconds * 20; ++i) {
         if (::WaitForSingleObject(process, 50) == WAIT_OBJECT_0) {
@@ -75,6 +70,12 @@ static int ExitCodeOf(HANDLE process) {
     }
     ::TerminateProcess(process, 99);
     return -1;
+}
+
+}  // namespace
+
+std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path) {
+    return std::make_unique<SharedForReading>(path);
 }
 
 ChildResult RunChild(const std::string& name) {

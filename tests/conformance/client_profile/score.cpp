@@ -5,11 +5,14 @@
 #include <cstdio>
 
 namespace conformance {
+namespace {
 
-static int FailuresSoFar() {
+int FailuresSoFar() {
     const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
     return test->result()->total_part_count();  // passed expectations leave no part
 }
+
+}  // namespace
 
 void Score::Step(const std::string& what, const std::function<void()>& body) {
     const int before = FailuresSoFar();

@@ -7,8 +7,17 @@
 #include "conformance/framework/system.h"
 
 namespace conformance {
+namespace {
 
-static constexpr std::chrono::milliseconds kLookEvery{500};
+constexpr std::chrono::milliseconds kLookEvery{500};
+
+// 0: it is not in a function of the library.
+std::uint64_t Lasts(const CurrentCall& call, std::uint64_t now_ms) {
+    const std::uint64_t since_ms = call.since_ms.load();
+    return call.function.load() == nullptr || since_ms > now_ms ? 0 : now_ms - since_ms;
+}
+
+}  // namespace
 
 CallWatchdog::CallWatchdog(const std::vector<CurrentCall>& calls, std::chrono::milliseconds limit)
     : calls_(calls), limit_(limit), thread_([this] { Watch(); }) {}
@@ -26,12 +35,6 @@ void CallWatchdog::Watch() {
     std::unique_lock hold(lock_);
     while (!changed_.wait_for(hold, kLookEvery, [this] { return stop_; }))
         AbortIfOneHangs();
-}
-
-// 0: it is not in a function of the library.
-static std::uint64_t Lasts(const CurrentCall& call, std::uint64_t now_ms) {
-    const std::uint64_t since_ms = call.since_ms.load();
-    return call.function.load() == nullptr || since_ms > now_ms ? 0 : now_ms - since_ms;
 }
 
 void CallWatchdog::AbortIfOneHangs() const {

@@ -38,6 +38,9 @@ bool SerialStarts() {
 // The banner and the reopened streams are not what these tests are about.
 constexpr char kQuiet[] = "\"showDebug\": false";
 
+// Printed whether its switch is on or off.
+constexpr char kCloudStart[] = "[Cloud] ---CONNECTING---\r\n";
+
 }  // namespace
 
 TEST(FreshConfig, EmptyObjectSwitchesEverythingOn) {
@@ -109,9 +112,6 @@ FRESH_PROCESS_TEST(FreshConfig, OnlyTheFirst1024BytesAreRead) {
     WriteFile(UserConfigPath(), begin + std::string(filling + 1, 'x') + end);
     EXPECT_TRUE(DemoStarts());  // the last brace is gone, and with it every key
 }
-
-// Printed whether its switch is on or off.
-static constexpr char kCloudStart[] = "[Cloud] ---CONNECTING---\r\n";
 
 FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTransportsOff) {
     UseLibraryCopy();

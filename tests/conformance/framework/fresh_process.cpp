@@ -8,9 +8,12 @@
 #include "conformance/framework/waiting.h"
 
 namespace conformance {
+namespace {
 
-static constexpr char kProcessFor[] = "TARVIK_TEST_PROCESS_FOR";
-static constexpr char kProcessNumber[] = "TARVIK_TEST_PROCESS_NUMBER";
+constexpr char kProcessFor[] = "TARVIK_TEST_PROCESS_FOR";
+constexpr char kProcessNumber[] = "TARVIK_TEST_PROCESS_NUMBER";
+
+}  // namespace
 
 bool IsProcessFor(const std::string& test) {
     const char* value = std::getenv(kProcessFor);

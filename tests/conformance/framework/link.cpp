@@ -13,18 +13,27 @@
 #include "conformance/framework/waiting.h"
 
 namespace conformance {
+namespace {
 
-static constexpr std::chrono::seconds kReplugAfter{4};
+constexpr std::chrono::seconds kReplugAfter{4};
 // The library looks for ports every 100 ms, and forgets a port only if it is missing then.
-static constexpr std::chrono::milliseconds kPulledOut{500};
+constexpr std::chrono::milliseconds kPulledOut{500};
 
-static void PullOutAndPutBack(int dongle) {
+void PullOutAndPutBack(int dongle) {
     Simulator simulator;
     const std::string mark = "@" + std::to_string(dongle) + " ";
     simulator.Command(mark + "unplug");
     std::this_thread::sleep_for(kPulledOut);
     simulator.Command(mark + "replug");
 }
+
+UNUM32 ObjectId(T_PDU_OBJT type, std::string name) {
+    UNUM32 id = 0;
+    EXPECT_EQ(Pdu().PDUGetObjectId(type, name.data(), &id), PDU_STATUS_NOERROR) << name;
+    return id;
+}
+
+}  // namespace
 
 bool EventuallyConnected(const std::function<bool()>& happened, int dongle) {
     auto replug_at = std::chrono::steady_clock::now() + kReplugAfter;
@@ -47,12 +56,6 @@ UNUM32 FindModule() {
         return true;
     })) << "no module was found";
     return hMod;
-}
-
-static UNUM32 ObjectId(T_PDU_OBJT type, std::string name) {
-    UNUM32 id = 0;
-    EXPECT_EQ(Pdu().PDUGetObjectId(type, name.data(), &id), PDU_STATUS_NOERROR) << name;
-    return id;
 }
 
 PDU_RSC_DATA CanResource() {

@@ -10,8 +10,16 @@
 #include "conformance/framework/system.h"
 
 namespace conformance {
+namespace {
 
-static constexpr std::size_t kPrefix = sizeof "[2000-01-01 00:00:00] " - 1;
+constexpr std::size_t kPrefix = sizeof "[2000-01-01 00:00:00] " - 1;
+
+const char* EndOf(const std::string& text) {
+    constexpr std::size_t kEnough = 20'000;
+    return text.c_str() + (text.size() > kEnough ? text.size() - kEnough : 0);
+}
+
+}  // namespace
 
 std::string LogPath() {
     return JoinPath(TempFolder(), "dpdu_debug_" + std::to_string(ProcessId()) + ".log");
@@ -87,11 +95,6 @@ bool Matches(const std::string& text, const std::string& pattern) {
     while (want < pattern.size() && pattern[want] == '*')
         ++want;
     return want == pattern.size();
-}
-
-static const char* EndOf(const std::string& text) {
-    constexpr std::size_t kEnough = 20'000;
-    return text.c_str() + (text.size() > kEnough ? text.size() - kEnough : 0);
 }
 
 StdoutCapture::StdoutCapture() : file_(JoinPath(PrivateFolder(), "stdout.txt")) {

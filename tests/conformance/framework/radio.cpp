@@ -1,10 +1,13 @@
 #include "conformance/framework/radio.h"
 
 namespace conformance {
+namespace {
 
-static std::string Of(int dongle, const std::string& command) {
+std::string Of(int dongle, const std::string& command) {
     return "@" + std::to_string(dongle) + " " + command;
 }
+
+}  // namespace
 
 void Radio::Reset(int count) {
     Simulator::Reset();

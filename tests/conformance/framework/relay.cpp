@@ -3,11 +3,14 @@
 #include <cstdlib>
 
 namespace conformance {
+namespace {
 
-static std::string Variable(const char* name) {
+std::string Variable(const char* name) {
     const char* const value = std::getenv(name);
     return value == nullptr ? "" : value;
 }
+
+}  // namespace
 
 std::string Relay::PublicKey() { return Variable("BRENNIX_RELAY_PUBLIC_KEY"); }
 std::string Relay::TcpAddress() { return Variable("BRENNIX_RELAY_TCP"); }

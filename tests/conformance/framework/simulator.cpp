@@ -8,9 +8,12 @@
 #include "conformance/framework/waiting.h"
 
 namespace conformance {
+namespace {
 
-static constexpr int kAnswerMs = 30'000;
-static constexpr int kWaitMs = 15'000;  // of a wait in the simulator
+constexpr int kAnswerMs = 30'000;
+constexpr int kWaitMs = 15'000;  // of a wait in the simulator
+
+}  // namespace
 
 bool Simulator::IsThere() { return std::getenv("BRENNIX_SIM_CONTROL") != nullptr; }
 

@@ -8,17 +8,20 @@
 #include "conformance/framework/waiting.h"
 
 namespace conformance {
+namespace {
 
-static std::string Growth(const char* name, std::uint64_t before, std::uint64_t after) {
+std::string Growth(const char* name, std::uint64_t before, std::uint64_t after) {
     return std::string(name) + " " + std::to_string(before) + " -> " + std::to_string(after);
 }
 
-static bool IsSteady(const ProcessFigures& before, const ProcessFigures& after,
-                     const Allowance& allowance) {
+bool IsSteady(const ProcessFigures& before, const ProcessFigures& after,
+              const Allowance& allowance) {
     return after.threads <= before.threads + allowance.threads &&
            after.handles <= before.handles + allowance.handles &&
            (!kMemoryTells || after.memory <= before.memory + allowance.memory);
 }
+
+}  // namespace
 
 void ExpectSteady(const std::string& what, const ProcessFigures& before,
                   const ProcessFigures& after, const Allowance& allowance) {

@@ -57,7 +57,9 @@ void SetVariable(const std::string& name, const std::string& value) {
     }
 }
 
-static std::vector<std::string> EnvironmentWith(const Variables& variables) {
+namespace {
+
+std::vector<std::string> EnvironmentWith(const Variables& variables) {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) {
         const std::string text = *entry;
@@ -73,13 +75,15 @@ static std::vector<std::string> EnvironmentWith(const Variables& variables) {
     return entries;
 }
 
-static std::vector<char*> Pointers(std::vector<std::string>& texts) {
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);
     return pointers;
 }
+
+}  // namespace
 
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
                     const std::string& output_file) {
@@ -106,13 +110,17 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-static std::uint64_t EntriesIn(const char* folder) {
+namespace {
+
+std::uint64_t EntriesIn(const char* folder) {
     std::uint64_t entries = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder)) {
         ++entries;
     }
     return entries;
 }
+
+}  // namespace
 
 ProcessFigures MeasureProcess() {
     std::ifstream statm("/proc/self/statm");
@@ -197,9 +205,20 @@ void RestoreStdout(int saved) {
 
 // ---- debugger output: the system log -----------------------------------------------------------
 
-static std::mutex debug_output_lock;
-static std::string debug_output;
-static bool collecting = false;
+namespace {
+
+std::mutex debug_output_lock;
+std::string debug_output;
+bool collecting = false;
+
+void AddDebugOutput(int priority, const char* format, std::va_list arguments) {
+    char text[2048];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    const std::lock_guard hold(debug_output_lock);
+    if (collecting && LOG_PRI(priority) == LOG_DEBUG) debug_output += text;
+}
+
+}  // namespace
 
 void CollectDebugOutput(bool on) {
     const std::lock_guard hold(debug_output_lock);
@@ -210,13 +229,6 @@ void CollectDebugOutput(bool on) {
 std::string DebugOutput() {
     const std::lock_guard hold(debug_output_lock);
     return debug_output;
-}
-
-static void AddDebugOutput(int priority, const char* format, std::va_list arguments) {
-    char text[2048];
-    std::vsnprintf(text, sizeof text, format, arguments);
-    const std::lock_guard hold(debug_output_lock);
-    if (collecting && LOG_PRI(priority) == LOG_DEBUG) debug_output += text;
 }
 
 // ---- warnings ----------------------------------------------------------------------------------

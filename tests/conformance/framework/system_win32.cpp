@@ -26,30 +26,32 @@ namespace conformance {
 const char kPathSeparator = '\\';
 const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
 
+namespace {
+
 // The user's folder is in the registry, for all programs. So that programs that run at the same
 // time do not share it, the library under test gets this program's private folder instead: in its
 // table of imported functions this function replaces the system's.
-static std::string user_folder;
+std::string user_folder;
 
-static HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPSTR path) {
+HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPSTR path) {
     user_folder.copy(path, MAX_PATH - 1);
     path[std::min<std::size_t>(user_folder.size(), MAX_PATH - 1)] = '\0';
     return S_OK;
 }
 
 template <typename Record>
-static Record* At(void* library, DWORD offset) {
+Record* At(void* library, DWORD offset) {
     return reinterpret_cast<Record*>(static_cast<char*>(library) + offset);
 }
 
-static void ReplaceImport(ULONG_PTR* address, void* function) {
+void ReplaceImport(ULONG_PTR* address, void* function) {
     DWORD protection = 0;
     ::VirtualProtect(address, sizeof *address, PAGE_READWRITE, &protection);
     *address = reinterpret_cast<ULONG_PTR>(function);
     ::VirtualProtect(address, sizeof *address, protection, &protection);
 }
 
-static void UsePrivateFolderPath(void* library) {
+void UsePrivateFolderPath(void* library) {
     const auto* headers = At<IMAGE_NT_HEADERS>(
         library, static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
     const DWORD table =
@@ -67,6 +69,8 @@ static void UsePrivateFolderPath(void* library) {
         }
     }
 }
+
+}  // namespace
 
 void* LoadLibraryFile(const std::string& path, std::string* error) {
     char full[MAX_PATH];
@@ -120,9 +124,8 @@ public:
 private:
     Variables before_;
 };
-}  // namespace
 
-static HANDLE OpenForOutput(const std::string& file) {
+HANDLE OpenForOutput(const std::string& file) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
     return ::CreateFileA(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -130,8 +133,8 @@ static HANDLE OpenForOutput(const std::string& file) {
 
 // The new process inherits the variables of this one, so only one starts at a time. On a busy
 // machine Wine sometimes refuses a start that succeeds a moment later.
-static bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
-                      PROCESS_INFORMATION* process) {
+bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
+               PROCESS_INFORMATION* process) {
     constexpr int kAttempts = 3;
     static std::mutex starting;
     const std::lock_guard hold(starting);
@@ -146,6 +149,8 @@ static bool StartWith(const Variables& variables, std::string* command, STARTUPI
         ::Sleep(200);
     }
 }
+
+}  // namespace
 
 int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& variables,
                     const std::string& output_file) {
@@ -171,7 +176,9 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
     return static_cast<int>(code);
 }
 
-static std::uint64_t CountThreads() {
+namespace {
+
+std::uint64_t CountThreads() {
     const HANDLE snapshot = ::CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
     if (snapshot == INVALID_HANDLE_VALUE) return 0;
     THREADENTRY32 entry{};
@@ -186,7 +193,7 @@ static std::uint64_t CountThreads() {
 }
 
 // Counted in the system's list: not every system reports just the number.
-static std::uint64_t CountHandles() {
+std::uint64_t CountHandles() {
     struct Handle {
         ULONG process;
         ULONG others[5];
@@ -212,6 +219,8 @@ static std::uint64_t CountHandles() {
     }
     return own;
 }
+
+}  // namespace
 
 ProcessFigures MeasureProcess() {
     PROCESS_MEMORY_COUNTERS memory{};
@@ -273,11 +282,13 @@ void RestoreStdout(int saved) {
 
 // ---- debugger output: an exception that a debugger would see first ------------------------------
 
-static std::mutex debug_output_lock;
-static std::string debug_output;
-static bool collecting = false;
+namespace {
 
-static LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
+std::mutex debug_output_lock;
+std::string debug_output;
+bool collecting = false;
+
+LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     constexpr DWORD kDebugPrint = 0x40010006;  // length with the NUL, address of the text
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
     if (record.ExceptionCode == kDebugPrint && record.NumberParameters >= 2) {
@@ -287,6 +298,8 @@ static LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
     }
     return EXCEPTION_CONTINUE_SEARCH;
 }
+
+}  // namespace
 
 void CollectDebugOutput(bool on) {
     static void* const handler = ::AddVectoredExceptionHandler(1, OnException);
@@ -311,7 +324,9 @@ struct WarningBoxes::State {
     std::thread watcher;
 };
 
-static BOOL CALLBACK FindText(HWND child, LPARAM text) {
+namespace {
+
+BOOL CALLBACK FindText(HWND child, LPARAM text) {
     char kind[16] = "";
     ::GetClassNameA(child, kind, sizeof kind);
     char line[2048] = "";
@@ -321,17 +336,19 @@ static BOOL CALLBACK FindText(HWND child, LPARAM text) {
 }
 
 // Empty: the box is not complete yet.
-static std::string TextOf(HWND box) {
+std::string TextOf(HWND box) {
     std::string text;
     ::EnumChildWindows(box, FindText, reinterpret_cast<LPARAM>(&text));
     return text;
 }
 
-static void Confirm(HWND box) {
+void Confirm(HWND box) {
     ::PostMessageA(box, WM_COMMAND, IDOK, 0);
     while (::IsWindow(box))
         ::Sleep(5);
 }
+
+}  // namespace
 
 WarningBoxes::WarningBoxes(const std::string& caption) : state_(std::make_unique<State>()) {
     state_->caption = caption;
@@ -361,13 +378,17 @@ std::vector<std::string> WarningBoxes::Texts() const {
 
 // ---- sockets -----------------------------------------------------------------------------------
 
-static bool StartSockets() {
+namespace {
+
+bool StartSockets() {
     static const bool started = [] {
         WSADATA data;
         return ::WSAStartup(MAKEWORD(2, 2), &data) == 0;
     }();
     return started;
 }
+
+}  // namespace
 
 bool Connection::Open(std::uint16_t port) {
     Close();

@@ -8,8 +8,11 @@
 #include "conformance/framework/waiting.h"
 
 namespace conformance {
+namespace {
 
-static const char kEnd[] = ".jsonl";
+const char kEnd[] = ".jsonl";
+
+}  // namespace
 
 std::vector<std::string> TraceFiles() {
     const std::string begin = "dpdu_coptrace_" + std::to_string(ProcessId()) + "_";

@@ -9,24 +9,28 @@
 
 using tarvik::Config;
 
-static void Require(bool holds) {
+namespace {
+
+void Require(bool holds) {
     if (!holds) std::abort();
 }
 
 template <std::size_t Capacity>
-static std::size_t LengthOf(const char (&text)[Capacity]) {
+std::size_t LengthOf(const char (&text)[Capacity]) {
     const std::size_t length = strnlen(text, Capacity);
     Require(length < Capacity);
     return length;
 }
 
 // The previous contents of the record show nowhere in what was read.
-static Config Read(const std::string& text, int before) {
+Config Read(const std::string& text, int before) {
     Config record;
     std::memset(static_cast<void*>(&record), before, sizeof record);
     tarvik::ParseConfig(text.c_str(), &record);
     return record;
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

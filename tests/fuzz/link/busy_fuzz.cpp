@@ -11,7 +11,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-static void CheckEscaping(const Packet& packet) {
+namespace {
+
+void CheckEscaping(const Packet& packet) {
     constexpr std::size_t kMost = 510;
     char line[1024];
     TraceWriter writer(line, sizeof line);
@@ -26,6 +28,8 @@ static void CheckEscaping(const Packet& packet) {
     }
     Require(!escaped);
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Dongle dongle;

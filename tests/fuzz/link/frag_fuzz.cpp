@@ -8,15 +8,11 @@
 using namespace tarvik;
 using namespace tarvik::fuzz;
 
-static std::uint64_t now_ms = 100000;
+namespace {
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    SilenceOutput();
-    SetTickSource([] { return now_ms; });
-    return 0;
-}
+std::uint64_t now_ms = 100000;
 
-static void Feed(const void* source, PacketPtr packet) {
+void Feed(const void* source, PacketPtr packet) {
     const bool fragment = packet->type == kTypeFrag;
     PacketPtr complete;
     const bool done = FragReceivePacket(source, packet, &complete);
@@ -25,6 +21,14 @@ static void Feed(const void* source, PacketPtr packet) {
     if (!done) return;
     Require(complete->length >= MIN_PKT_SIZE && complete->length <= MAX_PKT_SIZE);
     Require(complete->type != kTypeFrag);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    SilenceOutput();
+    SetTickSource([] { return now_ms; });
+    return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -11,7 +11,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
-static void CheckFrame(const Packet& packet) {
+namespace {
+
+void CheckFrame(const Packet& packet) {
     const auto frame = RawFrameView::Of(packet);
     Require(frame.has_value() == (packet.length >= 16));
     if (!frame) return;
@@ -23,6 +25,8 @@ static void CheckFrame(const Packet& packet) {
     std::memcpy(copy, frame->Data().data, frame->Data().size);  // all of it may be read
     Require(std::memcmp(copy, packet.Bytes() + 16, wanted) == 0);
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Dongle dongle;

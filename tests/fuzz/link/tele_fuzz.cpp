@@ -12,9 +12,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     return 0;
 }
 
+namespace {
+
 // Stays one string between the quotes of a JSON line: printable, every quote escaped, no escape
 // left open.
-static void RequireInsideOfAString(const TraceWriter& text) {
+void RequireInsideOfAString(const TraceWriter& text) {
     bool escaping = false;
     for (std::size_t i = 0; i < text.Length(); ++i) {
         const char character = text.Data()[i];
@@ -24,6 +26,8 @@ static void RequireInsideOfAString(const TraceWriter& text) {
     }
     Require(!escaping);
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     constexpr std::size_t kLongestText = 4096;
