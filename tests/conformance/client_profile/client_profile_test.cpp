@@ -536,7 +536,7 @@ void ClientProfile::CloseEverything(Score& score) {
     });
 }
 
-TEST_F(ClientProfile, HasItsFullScore) {
+TEST_F(ClientProfile, ReachesItsFullScore) {
     Score score;
     StdoutCapture console;
     ComeUp(score);

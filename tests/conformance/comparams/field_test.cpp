@@ -69,7 +69,7 @@ T_PDU_ERROR SetAgain(const char* name) {
 
 }  // namespace
 
-TEST_F(ComParamFields, FreshByteFieldsHaveRoomForTwelveAndReadOneZero) {
+TEST_F(ComParamFields, NewByteFieldsHaveRoomForTwelveAndContainOneZero) {
     for (const char* name :
          {"CP_ChangeSpeedMessage", "CP_TesterPresentExpPosResp", "CP_TesterPresentExpNegResp",
           "CP_TesterPresentMessage", "CP_J1939Name", "CP_J1939PreferredAddress",
@@ -82,14 +82,14 @@ TEST_F(ComParamFields, FreshByteFieldsHaveRoomForTwelveAndReadOneZero) {
     }
 }
 
-TEST_F(ComParamFields, FreshLongFieldHasRoomForTwelveAndReadsOneZero) {
+TEST_F(ComParamFields, NewLongFieldHasRoomForTwelveAndContainsOneZero) {
     EXPECT_EQ(GetParam(kWords)->ComParamDataType, PDU_PT_LONGFIELD);
     EXPECT_EQ(Words()->ParamMaxLen, 12u);
     EXPECT_EQ(Words()->ParamActLen, 1u);
     EXPECT_EQ(std::count(Words()->pDataArray, Words()->pDataArray + 12, 0u), 12);
 }
 
-TEST_F(ComParamFields, FreshStructFieldsHaveTheirTypeAndRoom) {
+TEST_F(ComParamFields, NewStructFieldsHaveTheirTypeAndRoom) {
     struct Row {
         const char* name;
         UNUM32 type;
@@ -144,13 +144,13 @@ TEST_F(ComParamFields, SmallerMaximumKeepsTheLargerBuffer) {
     EXPECT_EQ(ByteValue(), (std::vector<UNUM8>{1, 2}));
 }
 
-TEST_F(ComParamFields, LengthBeyondTheMaximumIsTrusted) {
+TEST_F(ComParamFields, LengthAboveTheMaximumIsTrusted) {
     EXPECT_EQ(SetBytesOf(12, Counting(40)), PDU_STATUS_NOERROR);
     EXPECT_EQ(Bytes()->ParamActLen, 40u);
     EXPECT_EQ(ByteValue(), Counting(40));
 }
 
-TEST_F(ComParamFields, NullDataPointerChangesTheLengthOnly) {
+TEST_F(ComParamFields, NullDataPointerChangesOnlyTheLength) {
     ASSERT_EQ(SetBytesOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
     EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{12, 2, nullptr}), PDU_STATUS_NOERROR);
     EXPECT_EQ(ByteValue(), (std::vector<UNUM8>{1, 2}));
@@ -223,7 +223,7 @@ TEST_F(ComParamFields, StructTypeCannotChange) {
     EXPECT_EQ(Structs(kSessions)->ComParamStructType, PDU_CPST_SESSION_TIMING);
 }
 
-TEST_F(ComParamFields, ByteFieldSurvivesBeingSetWithItsOwnItem) {
+TEST_F(ComParamFields, ByteFieldCanBeSetWithItsOwnItem) {
     ASSERT_EQ(SetBytesOf(20, Counting(20)), PDU_STATUS_NOERROR);
     EXPECT_EQ(SetAgain(kBytes), PDU_STATUS_NOERROR);
     EXPECT_EQ(ByteValue(), Counting(20));
@@ -241,14 +241,14 @@ TEST_F(ComParamFields, ByteFieldGrowsWhenItsOwnItemAsksForMore) {
     EXPECT_EQ(ByteValue(), Counting(12));
 }
 
-TEST_F(ComParamFields, LongFieldSurvivesBeingSetWithItsOwnItem) {
+TEST_F(ComParamFields, LongFieldCanBeSetWithItsOwnItem) {
     ASSERT_EQ(SetWordsOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
     Words()->pDataArray[1] = 77;
     EXPECT_EQ(SetAgain(kWords), PDU_STATUS_NOERROR);
     EXPECT_EQ(WordValue(), (std::vector<UNUM32>{1, 77, 3}));
 }
 
-TEST_F(ComParamFields, StructFieldSurvivesBeingSetWithItsOwnItem) {
+TEST_F(ComParamFields, StructFieldCanBeSetWithItsOwnItem) {
     auto* entries = static_cast<PDU_PARAM_STRUCT_SESS_TIMING*>(Structs(kSessions)->pStructArray);
     entries[0] = {3, 0, 50, 1, 244};
     entries[1] = {4, 0, 60, 1, 200};
@@ -260,7 +260,7 @@ TEST_F(ComParamFields, StructFieldSurvivesBeingSetWithItsOwnItem) {
     EXPECT_EQ(entries[1].P2Max_low, 60);
 }
 
-TEST_F(ComParamFields, BufferOfTheApplicationInTheLibrarysItemIsReadAndNotKept) {
+TEST_F(ComParamFields, ApplicationBufferInTheLibrarysItemIsReadAndNotKept) {
     std::vector<UNUM8> own = Counting(5);
     PDU_PARAM_ITEM* item = GetParam(kBytes);
     PDU_PARAM_BYTEFIELD_DATA field = {5, 5, own.data()};
@@ -272,7 +272,7 @@ TEST_F(ComParamFields, BufferOfTheApplicationInTheLibrarysItemIsReadAndNotKept) 
     EXPECT_EQ(ByteValue(), Counting(5));
 }
 
-TEST_F(ComParamFields, StartAgainAtTheirFirstSizeAfterDestruct) {
+TEST_F(ComParamFields, ReturnToTheirInitialSizeAfterDestruct) {
     ASSERT_EQ(SetBytesOf(100, Counting(100)), PDU_STATUS_NOERROR);
     ASSERT_EQ(SetWordsOf(50, std::vector<UNUM32>(50, 1)), PDU_STATUS_NOERROR);
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);

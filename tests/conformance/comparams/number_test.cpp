@@ -68,7 +68,7 @@ TEST_F(ComParams, GetReturnsTheSamePointerOnEveryCallAndForAnyHandle) {
                                              }));
 }
 
-TEST_F(ComParams, FreshTableReadsZeroForEveryNumber) {
+TEST_F(ComParams, NewTableHasZeroForEveryNumber) {
     for (UNUM32 id = 1; id <= kCount; ++id) {
         const PDU_PARAM_ITEM* item = Get(id);
         if (IsField(*item)) continue;
@@ -111,7 +111,7 @@ TEST_F(ComParams, UnknownIdsCannotBeSet) {
 }
 
 // Get, write through the pointer, set with the very same item, destroy: what applications do.
-TEST_F(ComParams, EveryNumberCanBeModifiedThroughTheItemOfGet) {
+TEST_F(ComParams, EveryNumberCanBeModifiedThroughTheReturnedItem) {
     for (UNUM32 id = 1; id <= kCount; ++id) {
         PDU_PARAM_ITEM* item = Get(id);
         if (IsField(*item)) continue;
@@ -139,7 +139,7 @@ TEST_F(ComParams, DestroyItemOnAComParamItemDoesNothing) {
     EXPECT_EQ(GetNumber("CP_P2Max"), 4711u);
 }
 
-TEST_F(ComParams, ValuesStartAgainAtZeroAfterDestruct) {
+TEST_F(ComParams, ValuesAreZeroAgainAfterDestruct) {
     for (const char* name : {"CP_P2Max", "CP_CanPhysReqId", "CP_DoIPLogicalEcuAddress"}) {
         SetNumber(name, 99);
     }
@@ -152,7 +152,7 @@ TEST_F(ComParams, ValuesStartAgainAtZeroAfterDestruct) {
     }
 }
 
-TEST_F(ComParams, SecondConstructLeavesTheValuesAlone) {
+TEST_F(ComParams, SecondConstructKeepsTheValues) {
     SetNumber("CP_P2Max", 5);
     EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_ERR_SHARING_VIOLATION);
     EXPECT_EQ(GetNumber("CP_P2Max"), 5u);

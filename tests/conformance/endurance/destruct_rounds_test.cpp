@@ -62,7 +62,7 @@ protected:
     steady_clock::duration longest_{};
 };
 
-TEST_F(DestructRounds, EndInTimeWithARequestInFlightAScanRunningAndACallbackRegistered) {
+TEST_F(DestructRounds, EndInTimeDuringARequestAndAScanWithACallbackRegistered) {
     constexpr std::uint32_t kWarmUp = 10;
     StdoutCapture console;
     ProcessFigures before;
@@ -87,7 +87,7 @@ TEST_F(DestructRounds, EndInTimeWithARequestInFlightAScanRunningAndACallbackRegi
 }
 
 // There never is a moment without a call, nor need there be.
-TEST_F(DestructRounds, AreNotHeldUpByThreadsThatKeepCalling) {
+TEST_F(DestructRounds, AreNotDelayedByThreadsThatKeepCalling) {
     std::atomic<bool> stop{false};
     std::vector<std::unique_ptr<Thread>> threads;
     for (int i = 0; i < 8; ++i) {

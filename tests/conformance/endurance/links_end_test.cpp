@@ -48,13 +48,13 @@ TEST_F(HundredLinks, EndTogetherWithTheLibraryInTime) {
     ExpectDestructToEndAllInTime();
 }
 
-TEST_F(HundredLinks, WithRequestsWaitingEndTogetherWithTheLibraryInTime) {
+TEST_F(HundredLinks, WithWaitingRequestsEndTogetherWithTheLibraryInTime) {
     CreateLinks();
     StartRequestsThatAreNotAnswered();
     ExpectDestructToEndAllInTime();
 }
 
-TEST_F(HundredLinks, MayBeDestroyedOneByOneWithRequestsWaiting) {
+TEST_F(HundredLinks, MayBeDestroyedOneByOneWithWaitingRequests) {
     CreateLinks();
     StartRequestsThatAreNotAnswered();
     const LogCapture log;

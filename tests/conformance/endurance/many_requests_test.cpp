@@ -57,7 +57,7 @@ protected:
     std::vector<std::unique_ptr<Requester>> requesters_;
 };
 
-TEST_F(ManyRequests, AreAllAnsweredAndMemoryStaysAsItIsAfterTheFirstThousand) {
+TEST_F(ManyRequests, AreAllAnsweredAndMemoryDoesNotGrowAfterTheFirstThousand) {
     StdoutCapture console;
     CreateLinks();
     EXPECT_EQ(Send(kWarmUp), kWarmUp);

@@ -161,7 +161,7 @@ FRESH_PROCESS_TEST(FreshConfig, FileBesideTheLibraryIsUsedWhenTheUserHasNone) {
     EXPECT_TRUE(DemoStarts());
 }
 
-FRESH_PROCESS_TEST(FreshConfig, ReadOnlyFileBesideTheLibraryIsCopiedToTheUserAndUsedThere) {
+FRESH_PROCESS_TEST(FreshConfig, ReadOnlyFileBesideTheLibraryIsCopiedToTheUserFolderAndUsedThere) {
     UseLibraryCopy();
     Construct();  // the log is opened before privileges go
     Destruct();
@@ -176,7 +176,7 @@ FRESH_PROCESS_TEST(FreshConfig, ReadOnlyFileBesideTheLibraryIsCopiedToTheUserAnd
     EXPECT_FALSE(DemoStarts());
 }
 
-FRESH_PROCESS_TEST(FreshConfig, UserPathIsTakenWhenTheLibraryFolderCannotHoldTheFile) {
+FRESH_PROCESS_TEST(FreshConfig, UserPathIsUsedIfTheFileCannotBeCreatedBesideTheLibrary) {
     UseLibraryCopy();
     Pdu();
     MakeImpossible(LibraryConfigPath());
@@ -189,7 +189,7 @@ FRESH_PROCESS_TEST(FreshConfig, UserPathIsTakenWhenTheLibraryFolderCannotHoldThe
     EXPECT_TRUE(FileExists(UserConfigPath()));
 }
 
-FRESH_PROCESS_TEST(FreshConfig, NowhereToCreateTheFileFailsNothing) {
+FRESH_PROCESS_TEST(FreshConfig, ConstructSucceedsIfTheFileCannotBeCreated) {
     UseLibraryCopy();
     Pdu();
     MakeImpossible(LibraryConfigPath());
@@ -202,7 +202,7 @@ FRESH_PROCESS_TEST(FreshConfig, NowhereToCreateTheFileFailsNothing) {
     Destruct();
 }
 
-FRESH_PROCESS_TEST(FreshConfig, FailedLoadKeepsWhatWasReadBefore) {
+FRESH_PROCESS_TEST(FreshConfig, FailedLoadKeepsTheValuesReadBefore) {
     UseLibraryCopy();
     Pdu();
     MakeImpossible(LibraryConfigPath());

@@ -63,7 +63,7 @@ bool TraceRunsWith(const std::string& value) {
 
 // ---- debug log ---------------------------------------------------------------------------------
 
-FRESH_PROCESS_TEST(FreshDebugLog, IsNamedOnTheDebuggerAndHasOneLineAMessage) {
+FRESH_PROCESS_TEST(FreshDebugLog, PathGoesToTheDebuggerAndEveryMessageIsOneLine) {
     const DebugOutputCapture debugger;
     ConstructWith({});
     EXPECT_TRUE(debugger.Has("[DebugLog] Writing to " + LogPath() + "\n")) << debugger.Text();
@@ -75,7 +75,7 @@ FRESH_PROCESS_TEST(FreshDebugLog, IsNamedOnTheDebuggerAndHasOneLineAMessage) {
     }
 }
 
-FRESH_PROCESS_TEST(FreshDebugLog, SwitchedOffMeansNoFileAndANoticeOnTheDebugger) {
+FRESH_PROCESS_TEST(FreshDebugLog, SwitchedOffWritesNoFileAndSendsANoticeToTheDebugger) {
     const DebugOutputCapture debugger;
     ConstructWith({.enableDebugLogFile = false});
     EXPECT_TRUE(debugger.Has("[DebugLog] Disabled via config enableDebugLogFile=false\n"));
@@ -100,14 +100,14 @@ FRESH_PROCESS_TEST(FreshDebugLog, OpensAtTheFirstConstructThatAllowsItAndStaysOp
     EXPECT_EQ(FilesIn(TempFolder(), "dpdu_debug_", ".log").size(), 1u);
 }
 
-FRESH_PROCESS_TEST(FreshDebugLog, AppendsToAFileThatIsThere) {
+FRESH_PROCESS_TEST(FreshDebugLog, AppendsToAnExistingFile) {
     WriteFile(LogPath(), "what was there before\n");
     ConstructWith({});
     EXPECT_EQ(TextLines(ReadFile(LogPath())).front(), "what was there before");
     EXPECT_GT(TextLines(ReadFile(LogPath())).size(), 200u);
 }
 
-FRESH_PROCESS_TEST(FreshDebugLog, UnwritableTemporaryFolderIsReportedAndNothingElseHappens) {
+FRESH_PROCESS_TEST(FreshDebugLog, UnwritableTemporaryFolderIsOnlyReported) {
     MoveTempFolder(JoinPath(JoinPath(PrivateFolder(), "not"), "there"));
     const DebugOutputCapture debugger;
     ConstructWith({.enableCopTrace = true, .dummyDevice = true});
@@ -134,8 +134,8 @@ TEST_F(DebugLog, MemoryAccountingNeverAppears) {
     }
 }
 
-TEST(DebugLogOfTwoProcesses, AreTwoFiles) {
-    const std::string test = "DebugLogOfTwoProcesses.AreTwoFiles";
+TEST(DebugLogOfTwoProcesses, HasTwoFiles) {
+    const std::string test = "DebugLogOfTwoProcesses.HasTwoFiles";
     constexpr char kSharedFolder[] = "TARVIK_TEST_SHARED_FOLDER";
     if (IsProcessFor(test)) {
         const char* const shared = std::getenv(kSharedFolder);
@@ -159,8 +159,8 @@ TEST(DebugLogOfTwoProcesses, AreTwoFiles) {
 
 // ---- console -----------------------------------------------------------------------------------
 
-TEST(FreshConsole, BannerIsPrintedOnceAProcess) {
-    const std::string test = "FreshConsole.BannerIsPrintedOnceAProcess";
+TEST(FreshConsole, BannerIsPrintedOncePerProcess) {
+    const std::string test = "FreshConsole.BannerIsPrintedOncePerProcess";
     if (IsProcessFor(test)) {
         for (int i = 0; i < 2; ++i) {
             ConstructWith({.showDebug = true});
@@ -187,7 +187,7 @@ FRESH_PROCESS_TEST(FreshConsole, SwitchedOffPrintsNoBanner) {
 
 // ---- trace -------------------------------------------------------------------------------------
 
-FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationMeansNoFileAndANotice) {
+FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationSendsANoticeAndWritesNoFile) {
     const DebugOutputCapture debugger;
     ConstructWith({.enableCopTrace = false});
     Destruct();
@@ -196,7 +196,7 @@ FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationMeansNoFileAndANotice) 
     EXPECT_TRUE(TraceFiles().empty());
 }
 
-FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByEnvironmentMeansNoFileAndANotice) {
+FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByEnvironmentSendsANoticeAndWritesNoFile) {
     SetVariable(kDisableTrace, "1");
     const DebugOutputCapture debugger;
     ConstructWith({.enableCopTrace = true});
@@ -205,7 +205,7 @@ FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByEnvironmentMeansNoFileAndANotice) {
     EXPECT_TRUE(TraceFiles().empty());
 }
 
-TEST_F(Trace, EnvironmentSwitchCountsByItsValue) {
+TEST_F(Trace, EnvironmentSwitchDependsOnItsValue) {
     for (const char* set : {"1", "1x", "123456789012345", "true", "TRUE", "yes", "Yes"}) {
         EXPECT_FALSE(TraceRunsWith(set)) << set;
     }
@@ -214,7 +214,7 @@ TEST_F(Trace, EnvironmentSwitchCountsByItsValue) {
     }
 }
 
-FRESH_PROCESS_TEST(FreshTrace, BeginsAndEndsItsSession) {
+FRESH_PROCESS_TEST(FreshTrace, HasTheStartAndEndOfItsSession) {
     const DebugOutputCapture debugger;
     ConstructWith({.enableCopTrace = true});
     const auto start = WaitForTrace("log_start", 1);

@@ -62,7 +62,7 @@ TEST_F(IoCtl, CommandsKnownByNameOnlyAreNotSupported) {
     }
 }
 
-TEST_F(IoCtl, CommandsWithoutEffectSucceedAndLeaveTheOutputAlone) {
+TEST_F(IoCtl, CommandsWithoutEffectSucceedAndDoNotChangeTheOutput) {
     for (const UNUM32 command : {5000u, 5009u, 5010u, 5011u}) {
         const Answer answer = Ask(command);
         EXPECT_EQ(answer.status, PDU_STATUS_NOERROR) << command;
@@ -127,7 +127,7 @@ TEST_F(IoCtl, DiagnosticPowerModeTakesTheEntityAddressAsInput) {
     EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE"));
 }
 
-TEST_F(IoCtl, InputOfNullOrOfAnotherTypeIsRefused) {
+TEST_F(IoCtl, NullInputAndInputOfAnotherTypeAreRefused) {
     for (const UNUM32 command : {5017u, 5018u, 5019u, 5020u}) {
         PDU_DATA_ITEM wrong = {PDU_IT_IO_UNUM32, &switch_state};
         for (PDU_DATA_ITEM* input : {static_cast<PDU_DATA_ITEM*>(nullptr), &wrong}) {
@@ -138,13 +138,13 @@ TEST_F(IoCtl, InputOfNullOrOfAnotherTypeIsRefused) {
     }
 }
 
-TEST_F(IoCtl, OutputItemsAreAcceptedByDestroyItem) {
+TEST_F(IoCtl, DestroyItemAcceptsOutputItems) {
     const Answer answer = Ask(5005);
     ASSERT_EQ(answer.status, PDU_STATUS_NOERROR);
     EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(answer.output)), PDU_STATUS_NOERROR);
 }
 
-FRESH_PROCESS_TEST(FreshLibrary, IoCtlsAreAnsweredBeforeConstruct) {
+FRESH_PROCESS_TEST(FreshLibrary, IoCtlsWorkBeforeConstruct) {
     ExpectValue(Ask(5005), 13800);
     EXPECT_EQ(Ask(5000).status, PDU_STATUS_NOERROR);
     EXPECT_EQ(Ask(5021).status, PDU_ERR_ID_NOT_SUPPORTED);

@@ -95,14 +95,14 @@ void ExpectResourceListWithoutConstruct() {
 
 }  // namespace
 
-FRESH_PROCESS_TEST(FreshLibrary, EveryFunctionAnswersBeforeTheFirstConstruct) {
+FRESH_PROCESS_TEST(FreshLibrary, EveryFunctionReturnsBeforeTheFirstConstruct) {
     Settings().Store();
     ExpectAnswersWithoutConstruct();
     EXPECT_FALSE(FileExists(LogPath()));
     ExpectResourceListWithoutConstruct();
 }
 
-TEST_F(Lifecycle, EveryFunctionAnswersAfterDestruct) {
+TEST_F(Lifecycle, EveryFunctionReturnsAfterDestruct) {
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     const LogCapture log;
@@ -282,7 +282,7 @@ TEST_F(Constructed, GetStatusWritesTimestampAndExtraInfoEvenWhenItFails) {
               PDU_ERR_INVALID_HANDLE);
 }
 
-TEST_F(Constructed, TheFirstHundredScansFindNothingAndLeaveNothingBehind) {
+TEST_F(Constructed, FirstHundredScansFindNothing) {
     for (int i = 0; i < 100; ++i) {
         const auto modules = GetModuleIds();
         ASSERT_NE(modules, nullptr);

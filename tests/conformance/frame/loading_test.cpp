@@ -79,8 +79,8 @@ FRESH_PROCESS_TEST(Loading, UnloadingPrintsTheDetachLine) {
     EXPECT_EQ(console.Text(), kDetachLine);
 }
 
-TEST(Loading, EndOfTheProcessPrintsTheDetachLine) {
-    const std::string test = "Loading.EndOfTheProcessPrintsTheDetachLine";
+TEST(Loading, ProcessExitPrintsTheDetachLine) {
+    const std::string test = "Loading.ProcessExitPrintsTheDetachLine";
     if (IsProcessFor(test)) {
         Settings().Store();
         ConstructAndDestruct(Pdu());
@@ -96,8 +96,8 @@ TEST(Loading, EndOfTheProcessPrintsTheDetachLine) {
     EXPECT_EQ(lines, 1u) << run.output;
 }
 
-TEST(Loading, ProcessEndsInTimeWithoutDestruct) {
-    const std::string test = "Loading.ProcessEndsInTimeWithoutDestruct";
+TEST(Loading, ProcessExitsInTimeWithoutDestruct) {
+    const std::string test = "Loading.ProcessExitsInTimeWithoutDestruct";
     if (IsProcessFor(test)) {
         Settings{.enableCopTrace = true, .useSerial = true, .dummyDevice = true}.Store();
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
@@ -107,13 +107,13 @@ TEST(Loading, ProcessEndsInTimeWithoutDestruct) {
     EXPECT_EQ(run.exit_code, 0) << run.output;
 }
 
-FRESH_PROCESS_TEST(Loading, HandleOfAnUnloadedLibraryIsGoodForAnotherRound) {
+FRESH_PROCESS_TEST(Loading, LibraryCanBeUsedAgainAfterUnloading) {
     Settings{.enableCopTrace = true, .dummyDevice = true}.Store();
     for (int i = 0; i < 3; ++i)
         LoadUseAndUnload();
 }
 
-FRESH_PROCESS_TEST(Loading, AThousandRoundsOfLoadingAndUnloadingLeaveNothingBehind) {
+FRESH_PROCESS_TEST(Loading, ThousandRoundsOfLoadingAndUnloadingDoNotLeak) {
     Settings().Store();
     constexpr int rounds = 1000;
     for (int i = 0; i < rounds / 10; ++i) {
@@ -128,7 +128,7 @@ FRESH_PROCESS_TEST(Loading, AThousandRoundsOfLoadingAndUnloadingLeaveNothingBehi
     ExpectFlat("load, unload", rounds, before);
 }
 
-FRESH_PROCESS_TEST(Loading, AHundredRoundsWithConstructAndDestructInsideLeaveNothingBehind) {
+FRESH_PROCESS_TEST(Loading, HundredRoundsWithConstructAndDestructDoNotLeak) {
     Settings{.enableCopTrace = true, .dummyDevice = true}.Store();
     for (int i = 0; i < 10; ++i)
         LoadUseAndUnload();
@@ -141,7 +141,7 @@ FRESH_PROCESS_TEST(Loading, AHundredRoundsWithConstructAndDestructInsideLeaveNot
     ExpectFlat("load, construct, destruct, unload", 100, before, {.handles = kLocksMetAt});
 }
 
-FRESH_PROCESS_TEST(Loading, AThousandRoundsOfConstructAndDestructLeaveNothingBehind) {
+FRESH_PROCESS_TEST(Loading, ThousandRoundsOfConstructAndDestructDoNotLeak) {
     Settings{.useSerial = true, .dummyDevice = true}.Store();
     constexpr int rounds = 1000;
     for (int i = 0; i < rounds / 10; ++i)

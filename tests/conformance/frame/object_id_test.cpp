@@ -64,7 +64,7 @@ TEST_F(ObjectIds, ComParamsAreKnownByName) {
     ExpectId(PDU_OBJT_COMPARAM, "CP_ECULayerShortName", 228);
 }
 
-TEST_F(ObjectIds, NamesMustMatchWhollyAndInCase) {
+TEST_F(ObjectIds, NamesMustMatchCompletelyAndInCase) {
     ExpectNotFound(PDU_OBJT_BUSTYPE, "iso_11898_2_dwcan");
     ExpectNotFound(PDU_OBJT_PINTYPE, "HIGH");
     ExpectNotFound(PDU_OBJT_PINTYPE, "H");
@@ -101,7 +101,7 @@ TEST_F(ObjectIds, OnlyTheResetCommandLogsItsSuccess) {
                            }));
 }
 
-FRESH_PROCESS_TEST(FreshLibrary, ObjectIdsAreAnsweredBeforeConstruct) {
+FRESH_PROCESS_TEST(FreshLibrary, ObjectIdsAreReturnedBeforeConstruct) {
     ExpectId(PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2", 3000);
     ExpectId(PDU_OBJT_COMPARAM, "CP_P2Max", 12);
 }

@@ -62,7 +62,7 @@ TEST_F(FunctionalCancel, TakesEffectLongBeforeTheTimeOut) {
                 static_cast<unsigned long long>(longest));
 }
 
-TEST_F(FunctionalCancel, EndsTheWaitForADongleThatIsBusy) {
+TEST_F(FunctionalCancel, EndsTheWaitForABusyDongle) {
     UnitsLink link(hMod, kUnits);
     simulator.Command(R"(behaviour {"lost": true, "busy": 3})");
     const UNUM32 hCoP = StartUnanswered(link);
@@ -88,7 +88,7 @@ TEST_F(FunctionalCancel, EndsTheWaitForATurn) {
     EXPECT_EQ(simulator.Count("in CREQ"), 0u);
 }
 
-TEST_F(FunctionalCancel, LeavesOtherRequestsAlone) {
+TEST_F(FunctionalCancel, DoesNotAffectOtherRequests) {
     UnitsLink cancelled(hMod, kUnits);
     UnitsLink other(hMod, kUnits);
     simulator.Command(R"(next 1 {"lost": true})");
@@ -100,7 +100,7 @@ TEST_F(FunctionalCancel, LeavesOtherRequestsAlone) {
     ExpectAnswers(other.WaitFor(delayed), AllBut(kUnits));
 }
 
-TEST_F(FunctionalCancel, LeavesTheLinkUsableAndItsLateAnswerToNobody) {
+TEST_F(FunctionalCancel, LeavesTheLinkUsableAndTheLateAnswerUnclaimed) {
     UnitsLink link(hMod, 20);
     simulator.HoldNextRequest();
     const UNUM32 hCoP = StartUnanswered(link);
@@ -111,7 +111,7 @@ TEST_F(FunctionalCancel, LeavesTheLinkUsableAndItsLateAnswerToNobody) {
     ExpectAnswers(link.ReadPartNumbers(), {{0, 30}, {1, 31}});
 }
 
-TEST_F(FunctionalCancel, OfOneThatWaitsInTheQueueEndsItUnsent) {
+TEST_F(FunctionalCancel, EndsAQueuedRequestUnsent) {
     UnitsLink link(hMod, 20);
     simulator.HoldNextRequest();
     const UNUM32 running = link.StartReading();

@@ -13,7 +13,7 @@ namespace {
 
 constexpr UNUM32 kCounts[] = {2, 20, 64};
 
-TEST_F(FunctionalRequests, OfOneRowIsAPhysicalRequest) {
+TEST_F(FunctionalRequests, WithOneRowAreSentAsPhysicalRequests) {
     UnitsLink link(hMod, 1);
     ExpectAnswers(link.ReadPartNumbers(), AllBut(1));
     EXPECT_EQ(simulator.LastRequest()["form"], "single");
@@ -48,7 +48,7 @@ TEST_F(FunctionalRequests, SilentControlUnitsHaveNoResult) {
 }
 
 // The dongle says that there were none; nobody has failed.
-TEST_F(FunctionalRequests, WithoutAnyAnswerFinishWithoutResultAndWithoutError) {
+TEST_F(FunctionalRequests, WithoutAnyAnswerFinishWithoutResultOrError) {
     UnitsLink link(hMod, kUnits);
     SetNumber("CP_P2Max", 200'000);
     simulator.Command(R"(behaviour {"silent": true})");
@@ -65,7 +65,7 @@ TEST_F(FunctionalRequests, LateControlUnitIsWaitedForAndKeepsItsRow) {
     }
 }
 
-TEST_F(FunctionalRequests, ControlUnitThatIsLaterThanTheTimeOutIsLeftOut) {
+TEST_F(FunctionalRequests, ControlUnitThatAnswersAfterTheTimeOutHasNoResult) {
     for (const UNUM32 count : kCounts) {
         SCOPED_TRACE(count);
         UnitsLink link(hMod, count);
@@ -87,7 +87,7 @@ TEST_F(FunctionalRequests, ControlUnitThatAnswersTwiceHasOneResult) {
     }
 }
 
-TEST_F(FunctionalRequests, NegativeAnswerCountsWhereItIsExpected) {
+TEST_F(FunctionalRequests, NegativeAnswerIsReportedIfItIsExpected) {
     UnitsLink link(hMod, 20);
     Unit(3, R"({"negative": "22"})");
     ExpectAnswers(link.ReadPartNumbers(), AllBut(20, {3}));
@@ -97,7 +97,7 @@ TEST_F(FunctionalRequests, NegativeAnswerCountsWhereItIsExpected) {
     EXPECT_EQ(any.results[3].unique_id, 3u);
 }
 
-TEST_F(FunctionalRequests, LateSilentAndDoubleAnswersGoTogether) {
+TEST_F(FunctionalRequests, LateSilentAndRepeatedAnswersMayBeCombined) {
     UnitsLink link(hMod, kUnits);
     SetNumber("CP_P2Max", 1'000'000);
     Unit(5, R"({"delay_ms": 100})");
@@ -107,7 +107,7 @@ TEST_F(FunctionalRequests, LateSilentAndDoubleAnswersGoTogether) {
     ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits, {17}));
 }
 
-TEST_F(FunctionalRequests, AnswerOf64InFragmentsIsPutTogether) {
+TEST_F(FunctionalRequests, FragmentedAnswerOf64IsReassembled) {
     UnitsLink link(hMod, kUnits);
     simulator.Command(R"(behaviour {"fragment": 40})");
     ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits));

@@ -38,7 +38,7 @@ protected:
     }
 };
 
-TEST_F(ManyFunctionalRequests, AreAllAnsweredAndMemoryStaysAsItIsAfterTheFirst) {
+TEST_F(ManyFunctionalRequests, AreAllAnsweredAndMemoryDoesNotGrowAfterTheFirst) {
     StdoutCapture console;
     SetNumber("CP_P2Max", 20'000'000);
     SetNumber("CP_CanFuncReqId", kFunctionalRequest);

@@ -31,7 +31,7 @@ TEST_F(ResponseRows, FollowTheTableWhateverItsOrder) {
     ExpectAnswers(link.ReadPartNumbers(), expected);
 }
 
-TEST_F(ResponseRows, AreReportedInTheirOrderAndNotInThatOfTheAnswer) {
+TEST_F(ResponseRows, AreReportedInTableOrderNotInAnswerOrder) {
     UnitsLink link(hMod, 20);
     const Outcome outcome = Answer(link, HandMadeAnswer()
                                              .Entry(19, PartNumberOf(19))
@@ -54,12 +54,12 @@ TEST_F(ResponseRows, UnknownOneIsLoggedAndSkipped) {
     }
 }
 
-TEST_F(ResponseRows, OnlyUnknownOnesMakeAnAnswerWithoutResults) {
+TEST_F(ResponseRows, AnswerWithOnlyUnknownOnesGivesNoResult) {
     UnitsLink link(hMod, 2);
     ExpectAnswers(Answer(link, HandMadeAnswer().Entry(2, PartNumberOf(2))), {});
 }
 
-TEST_F(ResponseRows, OneThatAnswersTwiceIsTakenAtItsLastWord) {
+TEST_F(ResponseRows, OneThatAnswersTwiceReportsItsLastAnswer) {
     UnitsLink link(hMod, 20);
     const Outcome outcome = Answer(link, HandMadeAnswer()
                                              .Entry(3, PartNumberOf(60))
@@ -68,7 +68,7 @@ TEST_F(ResponseRows, OneThatAnswersTwiceIsTakenAtItsLastWord) {
     ExpectAnswers(outcome, {{3, 3}, {5, 5}});
 }
 
-TEST_F(ResponseRows, AnswerWithoutBytesIsNoResult) {
+TEST_F(ResponseRows, AnswerWithoutBytesGivesNoResult) {
     UnitsLink link(hMod, 2);
     const LogCapture log;
     ExpectAnswers(Answer(link, HandMadeAnswer().Entry(0, {}).Entry(1, PartNumberOf(1))), {{1, 1}});
@@ -84,7 +84,7 @@ TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
 
 // Deliberate: rows are named by their position in the table, and the dongle counts what it was
 // sent. Behind a row that was left out the two differ.
-TEST_F(ResponseRows, BehindARepeatedResponseIdentifierGoAstray) {
+TEST_F(ResponseRows, AfterARepeatedResponseIdentifierAreMixedUp) {
     UnitsLink link(hMod, {0, 1, 1, 2, 3});
     const LogCapture log;
     // Sent: units 0, 1, 2 and 3 as positions 0, 1, 3 and 4; answered as 0, 1, 2 and 3.
@@ -92,7 +92,7 @@ TEST_F(ResponseRows, BehindARepeatedResponseIdentifierGoAstray) {
     EXPECT_TRUE(log.Has("[CommRequestMulti] ERROR: response #2, ID: 2 doesn't match table"));
 }
 
-TEST_F(ResponseRows, OfTwoControlUnitsMayBeAllThatIsAsked) {
+TEST_F(ResponseRows, MayBeThoseOfTwoControlUnits) {
     UnitsLink link(hMod, {63, 0});
     ExpectAnswers(link.ReadPartNumbers(), {{0, 63}, {1, 0}});
 }

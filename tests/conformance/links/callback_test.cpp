@@ -119,7 +119,7 @@ TEST_F(Callbacks, RegistrationIsLogged) {
               "");
 }
 
-TEST_F(Callbacks, ThereIsOneModuleCallbackForAllModules) {
+TEST_F(Callbacks, OneModuleCallbackServesAllModules) {
     CallbackSpy first;
     CallbackSpy second;
     Link link(hMod);
@@ -131,7 +131,7 @@ TEST_F(Callbacks, ThereIsOneModuleCallbackForAllModules) {
     Register(300, PDU_HANDLE_UNDEF, nullptr);
 }
 
-TEST_F(Callbacks, EveryEventCallsEvenWhenTheQueueIsNotEmpty) {
+TEST_F(Callbacks, AreCalledForEveryEventEvenIfTheQueueIsNotEmpty) {
     CallbackSpy spy;
     Link link(hMod);
     RegisterSystem(&spy);
@@ -143,7 +143,7 @@ TEST_F(Callbacks, EveryEventCallsEvenWhenTheQueueIsNotEmpty) {
     RegisterSystem(nullptr);
 }
 
-TEST_F(Callbacks, SystemAndModuleCallbacksSurviveANewConstructAndLinkCallbacksDoNot) {
+TEST_F(Callbacks, OnlyLinkCallbacksAreLostAtANewConstruct) {
     CallbackSpy module;
     CallbackSpy own;
     {

@@ -52,7 +52,7 @@ TEST_F(Destruct, StopsLinksAndLogsEachStep) {
     EXPECT_FALSE(log.Has("[PDUDestruct] Stopping logical link #1 on module #0"));
 }
 
-TEST_F(Destruct, EndsWithARequestInFlightAScanRunningAndACallbackRegistered) {
+TEST_F(Destruct, ReturnsDuringARequestAndAScanWithACallbackRegistered) {
     simulator.Command("mute");
     SetNumber("CP_P2Max", 60'000'000);
     CallbackSpy spy;
@@ -78,7 +78,7 @@ TEST_F(Destruct, EndsWithARequestInFlightAScanRunningAndACallbackRegistered) {
     EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(modules)), PDU_STATUS_NOERROR);
 }
 
-TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
+TEST_F(Destruct, MayBeCalledInsideACallbackFollowedByConstruct) {
     CallbackSpy spy;
     auto done = std::make_shared<Gate>();
     Link link(hMod);
@@ -98,7 +98,7 @@ TEST_F(Destruct, MayBeCalledInsideACallbackAndConstructAfterIt) {
     EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
 }
 
-TEST_F(Destruct, EndsWhileCallbacksKeepComing) {
+TEST_F(Destruct, ReturnsWhileCallbacksKeepArriving) {
     CallbackSpy spy;
     spy.OnCall([](const CallbackCall& call) {
         while (NextEvent(call.hMod, call.hCLL)) {
@@ -112,7 +112,7 @@ TEST_F(Destruct, EndsWhileCallbacksKeepComing) {
     ExpectDestructEnds();
 }
 
-TEST_F(Destruct, ReleasesTheLockThatAStatusQueryKeeps) {
+TEST_F(Destruct, ReleasesTheLockThatAStatusQueryHolds) {
     Link link(hMod);
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
     simulator.Command("mute");
@@ -147,7 +147,7 @@ void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) {
 }  // namespace
 
 // The worker is inside the application's callback and does not come back: it is terminated.
-FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructGoOn) {
+FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructContinue) {
     const UNUM32 hMod = ConstructWithSerial();
     ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
     Link link(hMod);

@@ -20,7 +20,7 @@ TEST_F(Events, NullDestinationIsRefused) {
         log.Has("[PDUGetEventItem] pEventItem is NULL, Returning PDU_ERR_INVALID_PARAMETERS"));
 }
 
-TEST_F(Events, EmptyQueuesGiveNothingAndClearTheDestination) {
+TEST_F(Events, EmptyQueuesReturnNothingAndClearTheDestination) {
     const Link link(hMod);
     for (const UNUM32 hCLL : {link.hCLL(), PDU_HANDLE_UNDEF, 99u}) {
         auto* event = reinterpret_cast<PDU_EVENT_ITEM*>(0x1234);
@@ -29,7 +29,7 @@ TEST_F(Events, EmptyQueuesGiveNothingAndClearTheDestination) {
     }
 }
 
-TEST_F(Events, OfALinkComeFromItsQueueOnly) {
+TEST_F(Events, OfALinkComeOnlyFromItsQueue) {
     Link link(hMod);
     Link other(hMod);
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
@@ -48,7 +48,7 @@ TEST_F(Events, OfADestroyedLinkAreGone) {
     EXPECT_EQ(NextEvent(hMod, link.hCLL()), nullptr);
 }
 
-TEST_F(Events, HandlesOutsideTheTablesGiveNothing) {
+TEST_F(Events, HandlesOutsideTheTablesReturnNothing) {
     for (const UNUM32 module : {1u, 255u, 256u, 0xFFFFFFFEu}) {
         EXPECT_EQ(NextEvent(module, 0), nullptr);
         EXPECT_EQ(NextEvent(module, PDU_HANDLE_UNDEF), nullptr);

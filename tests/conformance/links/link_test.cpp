@@ -75,7 +75,7 @@ TEST_F(Links, HandlesCountUpAndAreNeverReused) {
     EXPECT_EQ(second.State(), PDU_CLLST_OFFLINE);
 }
 
-TEST_F(Links, HandlesBeginAgainAfterANewConstruct) {
+TEST_F(Links, HandlesRestartAfterANewConstruct) {
     { const Link link(hMod); }
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     ASSERT_NO_FATAL_FAILURE(Construct(Settings{.useSerial = true}));
@@ -247,7 +247,7 @@ TEST_F(Links, WorkerEndsAfterDestroy) {
     EXPECT_EQ(log.MissingOf({"[CommThreadFunc] cleanup", "[CommThreadFunc] exiting"}), "");
 }
 
-TEST_F(Links, HandlesBeyondTheLastAreInvalid) {
+TEST_F(Links, HandlesAboveTheLastAreInvalid) {
     const Link link(hMod);
     for (const UNUM32 hCLL : {1u, 1000u, 0x7FFFFFFFu, PDU_HANDLE_UNDEF}) {
         EXPECT_EQ(Pdu().PDUConnect(hMod, hCLL), PDU_ERR_INVALID_HANDLE);
@@ -256,7 +256,7 @@ TEST_F(Links, HandlesBeyondTheLastAreInvalid) {
     EXPECT_EQ(Pdu().PDUConnect(hMod + 1, 0), PDU_ERR_INVALID_HANDLE);
 }
 
-TEST_F(Links, AHundredLinksWorkSideBySide) {
+TEST_F(Links, HundredLinksWorkInParallel) {
     std::vector<std::unique_ptr<Link>> links;
     for (UNUM32 i = 0; i < 100; ++i) {
         links.push_back(std::make_unique<Link>(hMod));

@@ -70,7 +70,7 @@ TEST_F(Resources, PinsAreLoggedByTheirNumberAndIgnored) {
         log.Has("[PDUGetResourceIds] (3, BusTypeId: 4000, ProtocolId: 3000, NumPinData: 2)"));
 }
 
-TEST_F(Resources, NullResourceDataAsksForAll) {
+TEST_F(Resources, NullResourceDataReturnsAll) {
     PDU_RSC_ID_ITEM* item = nullptr;
     ASSERT_EQ(Pdu().PDUGetResourceIds(0, nullptr, &item), PDU_STATUS_NOERROR);
     EXPECT_EQ(Ids(*ItemPtr<PDU_RSC_ID_ITEM>(item)), (std::vector<UNUM32>{2001, 2002}));

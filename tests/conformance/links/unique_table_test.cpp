@@ -31,7 +31,7 @@ PDU_PARAM_ITEM* ParamOf(PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, UNUM32 entry, UNUM
 
 }  // namespace
 
-TEST_F(UniqueTables, FreshLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
+TEST_F(UniqueTables, NewLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
     SetNumber("CP_CanPhysReqId", 0x700);
     const Link link(hMod);
     SetNumber("CP_CanPhysReqId", 0x701);  // comes too late for this link
@@ -53,7 +53,7 @@ TEST_F(UniqueTables, FreshLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
     EXPECT_EQ(TableValue(*table, 0, "CP_CanPhysReqId"), 0x700u);
 }
 
-TEST_F(UniqueTables, CopyOfTheTableIsTheApplicationsOwn) {
+TEST_F(UniqueTables, CopyBelongsToTheApplication) {
     const Link link(hMod);
     UniqueTable own;
     own.ControlUnit(1, 0x7E0, 0x7E8);
@@ -69,7 +69,7 @@ TEST_F(UniqueTables, CopyOfTheTableIsTheApplicationsOwn) {
     EXPECT_EQ(TableValue(*TableOf(link), 0, "CP_CanPhysReqId"), 0x7E0u);
 }
 
-TEST_F(UniqueTables, SetCopiesWhatTheCallerGivesAndDumpsIt) {
+TEST_F(UniqueTables, SetCopiesAndDumpsTheCallersTable) {
     const Link link(hMod);
     const LogCapture log;
     {
@@ -120,7 +120,7 @@ TEST_F(UniqueTables, ItemsOutsideTheTableOfComParamsAreNotDumped) {
               (std::vector<std::string>{"[DumpRespIdTable]", "[DumpRespIdTable]  Table 0"}));
 }
 
-TEST_F(UniqueTables, EditInPlaceAndSetWithTheSamePointer) {
+TEST_F(UniqueTables, CanBeEditedInPlaceAndSetWithTheSamePointer) {
     const Link link(hMod);
     auto table = TableOf(link);
     table->pUniqueData[0].UniqueRespIdentifier = 77;

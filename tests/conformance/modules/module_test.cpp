@@ -135,7 +135,7 @@ TEST_F(Modules, DestructClearsTheTable) {
               PDU_ERR_INVALID_HANDLE);
 }
 
-TEST_F(Modules, ConnectAndDisconnectChangeTheStatusOnly) {
+TEST_F(Modules, ConnectAndDisconnectChangeOnlyTheStatus) {
     EXPECT_EQ(Status(), PDU_MODST_AVAIL);
     const std::uint64_t before = simulator.Count("in CREQ");
     const LogCapture log;
@@ -162,7 +162,7 @@ TEST_F(Modules, ReadyModuleStaysReadyWhenAScanSeesIt) {
     EXPECT_EQ(Status(), PDU_MODST_READY);
 }
 
-TEST_F(Modules, VersionRecordIsFixedAndWritesNoByteBehindItsTexts) {
+TEST_F(Modules, VersionRecordIsFixedAndKeepsTheBytesAfterItsTexts) {
     PDU_VERSION_DATA version;
     std::memset(&version, 0xEE, sizeof version);
     ASSERT_EQ(Pdu().PDUGetVersion(hMod, &version), PDU_STATUS_NOERROR);
@@ -225,7 +225,7 @@ TEST_F(Modules, VanishedDongleKeepsItsHandleAndIsListedAsAvailable) {
     EXPECT_EQ(Pdu().PDUGetVersion(hMod, &version), PDU_STATUS_NOERROR);
 }
 
-TEST_F(Modules, ReturnedDongleIsNotRevivedByAScan) {
+TEST_F(Modules, ReturnedDongleIsNotMadeAvailableByAScan) {
     simulator.Unplug();
     ASSERT_TRUE(WaitUntilGone());
     simulator.Replug();
@@ -265,7 +265,7 @@ TEST_F(Modules, DongleOfAnUnknownModelIsIgnored) {
     }
 }
 
-TEST_F(Modules, DonglesOfTheKnownModelsAreAccepted) {
+TEST_F(Modules, DonglesOfKnownModelsAreAccepted) {
     for (const UNUM32 model : {5u, 13u, 0x1000u}) {
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
         simulator.Command("dongle {\"model\": " + std::to_string(model) + "}");
@@ -273,7 +273,7 @@ TEST_F(Modules, DonglesOfTheKnownModelsAreAccepted) {
     }
 }
 
-TEST_F(Modules, DestroyingTheListLeavesTheModuleAlone) {
+TEST_F(Modules, DestroyingTheListDoesNotAffectTheModule) {
     ASSERT_TRUE(Eventually([this] {
         // Available again, should the last scan not have been answered.
         EXPECT_EQ(Pdu().PDUModuleDisconnect(hMod), PDU_STATUS_NOERROR);

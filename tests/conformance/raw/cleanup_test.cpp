@@ -69,7 +69,7 @@ TEST_F(RawCleanUp, ManyRawLinksEndTogetherWithTheLibrary) {
     EXPECT_EQ(log.CountLike("*Failed to stop thread"), 0u);
 }
 
-TEST_F(RawCleanUp, WorksWhileFramesKeepComing) {
+TEST_F(RawCleanUp, WorksWhileFramesKeepArriving) {
     for (int round = 0; round < 5; ++round) {
         RawLink link(hMod);
         link.Receive();
@@ -158,7 +158,7 @@ TEST_F(RawCallback, LibraryMayBeDestructedAndConstructedInside) {
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
 }
 
-TEST_F(RawCallback, ReceiverOfANewConstructInsideStaysSwitchedOn) {
+TEST_F(RawCallback, ReceiverStartedAfterANewConstructInsideStaysOn) {
     RawLink link(hMod);
     std::unique_ptr<RawLink> next;
     UNUM32 hCoP = 0;
@@ -247,7 +247,7 @@ TEST_F(RawCallback, SuccessorReceivesWhileThePredecessorIsInACallback) {
 }
 
 // The link is destroyed, and a callback takes longer than a destruct would wait for it.
-TEST_F(RawCallback, MayTakeItsTimeWhileTheLinkEnds) {
+TEST_F(RawCallback, MayTakeLongWhileTheLinkEnds) {
     RawLink link(hMod);
     const LogCapture log;
     Gate inside;
@@ -279,7 +279,7 @@ void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, voi
 }
 
 // The receive thread is inside the application's callback and does not come back.
-FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructGoOn) {
+FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructContinue) {
     Settings{.useSerial = true}.Store();
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
     const UNUM32 hMod = FindModule();

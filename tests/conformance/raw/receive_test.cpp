@@ -11,7 +11,7 @@ namespace {
 
 using RawReceive = RawDongle;
 
-TEST_F(RawReceive, SendRecvFinishesAtOnceAndGoesOnReceiving) {
+TEST_F(RawReceive, SendRecvFinishesAtOnceAndContinuesReceiving) {
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
     EXPECT_EQ(Sent(1)[0], kReceptionOn);
@@ -51,7 +51,7 @@ TEST_F(RawReceive, EveryStepIsLogged) {
     EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
 }
 
-TEST_F(RawReceive, RxFlagTellsIdentifiersFrom4096On) {
+TEST_F(RawReceive, RxFlagMarksIdentifiersFrom4096On) {
     RawLink link(hMod);
     link.Receive();
     ASSERT_TRUE(WaitForReception(true));
@@ -67,7 +67,7 @@ TEST_F(RawReceive, RxFlagTellsIdentifiersFrom4096On) {
     EXPECT_EQ(Hex(frames[3]), "18 DA F1 10 04");
 }
 
-TEST_F(RawReceive, TagComesBackWithEveryFrame) {
+TEST_F(RawReceive, EveryFrameHasTheTag) {
     int tag = 0;
     RawLink link(hMod);
     link.Receive(-1, &tag);
@@ -93,7 +93,7 @@ TEST_F(RawReceive, DataIsCutToWhatThePacketHolds) {
     EXPECT_EQ(Hex(frames[3]), "00 00 01 23");
 }
 
-TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsNoFrame) {
+TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsIgnored) {
     RawLink link(hMod);
     link.Receive();
     const LogCapture log;
@@ -106,7 +106,7 @@ TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsNoFrame) {
     EXPECT_EQ(log.CountLike("[CommReceiveFunc:*]   RAW: Received a packet"), 3u);
 }
 
-TEST_F(RawReceive, FramesComeInOrderAndNoneIsLost) {
+TEST_F(RawReceive, FramesArriveInOrderAndNoneIsLost) {
     constexpr std::size_t kFrames = 1000;
     RawLink link(hMod);
     link.Receive();
@@ -123,7 +123,7 @@ TEST_F(RawReceive, FramesComeInOrderAndNoneIsLost) {
 }
 
 // A frame that nobody waits for stays where it is.
-TEST_F(RawReceive, FramesFromBeforeAreDeliveredFirst) {
+TEST_F(RawReceive, EarlierFramesAreDeliveredFirst) {
     RawLink link(hMod);
     Inject("23010000 0100 0000 0100000000000000");
     Inject("23010000 0100 0000 0200000000000000");
@@ -135,7 +135,7 @@ TEST_F(RawReceive, FramesFromBeforeAreDeliveredFirst) {
     EXPECT_EQ(Hex(frames[1]), "00 00 01 23 02");
 }
 
-TEST_F(RawReceive, NoReceiveCyclesAndNegativeOnesReceiveWithoutEnd) {
+TEST_F(RawReceive, ZeroAndNegativeReceiveCyclesReceiveWithoutEnd) {
     for (const SNUM32 cycles : {0, -1, -2}) {
         RawLink link(hMod);
         link.Receive(cycles);
@@ -148,7 +148,7 @@ TEST_F(RawReceive, NoReceiveCyclesAndNegativeOnesReceiveWithoutEnd) {
     }
 }
 
-TEST_F(RawReceive, OneReceiveCycleOrMoreReceivesNothing) {
+TEST_F(RawReceive, OneOrMoreReceiveCyclesReceiveNothing) {
     RawLink link(hMod);
     const LogCapture log;
     for (const SNUM32 cycles : {1, 100}) {
@@ -187,7 +187,7 @@ TEST_F(RawReceive, NextComPrimitiveTakesOver) {
     EXPECT_EQ(log.CountLike("[CommReceiveFunc:*] stopping"), 1u);
 }
 
-TEST_F(RawReceive, NoFrameIsLostWhileOneTakesOverFromAnother) {
+TEST_F(RawReceive, NoFrameIsLostWhenTheNextComPrimitiveTakesOver) {
     constexpr int kTakeOvers = 20;
     RawLink link(hMod);
     link.Receive();
@@ -215,7 +215,7 @@ TEST_F(RawReceive, CancellingAFinishedOneDoesNotStopItsThread) {
     EXPECT_EQ(link.TakeFrames(1).size(), 1u);
 }
 
-TEST_F(RawReceive, OneThatIsCancelledBeforeItsTurnStopsAtOnce) {
+TEST_F(RawReceive, OneCancelledBeforeItsTurnStopsAtOnce) {
     RawLink link(hMod);
     // The worker stays in the first one's callback until the other one is cancelled.
     const auto cancelled = std::make_shared<Gate>();
@@ -239,7 +239,7 @@ TEST_F(RawReceive, OneThatIsCancelledBeforeItsTurnStopsAtOnce) {
 }
 
 // This dongle does not count who receives.
-TEST_F(RawReceive, EndOfAnotherLinksReceiverSilencesThisOneUntilItStartsAgain) {
+TEST_F(RawReceive, EndOfAnotherLinksReceptionStopsThisOneUntilItStartsAgain) {
     RawLink first(hMod);
     RawLink second(hMod);
     first.Receive();
@@ -269,7 +269,7 @@ FRESH_PROCESS_TEST(RawStatus, OfAReceivingComPrimitiveIsFinished) {
     EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
 }
 
-TEST_F(RawReceive, GoesOnWhileTheLinkIsDisconnected) {
+TEST_F(RawReceive, ContinuesWhileTheLinkIsDisconnected) {
     RawLink link(hMod);
     link.Receive();
     ASSERT_TRUE(WaitForReception(true));
@@ -278,7 +278,7 @@ TEST_F(RawReceive, GoesOnWhileTheLinkIsDisconnected) {
     EXPECT_EQ(link.TakeFrames(1).size(), 1u);
 }
 
-TEST_F(RawReceive, ThreadOutlivesItsDongleAndEndsWithItsLink) {
+TEST_F(RawReceive, ThreadRunsOnWithoutItsDongleAndEndsWithItsLink) {
     RawLink link(hMod);
     link.Receive();
     ASSERT_TRUE(WaitForReception(true));
@@ -292,7 +292,7 @@ TEST_F(RawReceive, ThreadOutlivesItsDongleAndEndsWithItsLink) {
     simulator.Replug();
 }
 
-TEST_F(RawReceive, FramesOfADongleThatCameBackAreDelivered) {
+TEST_F(RawReceive, FramesOfAReturnedDongleAreDelivered) {
     RawLink link(hMod);
     link.Receive();
     ASSERT_TRUE(WaitForReception(true));

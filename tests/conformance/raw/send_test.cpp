@@ -34,7 +34,7 @@ TEST_F(RawSend, FrameWithoutDataIsSent) {
     EXPECT_EQ(Sent(1)[0], "DF070000 0000 0000 0000000000000000");
 }
 
-TEST_F(RawSend, FrameOfMoreThanEightBytesGoesWithItsCountAndWithoutData) {
+TEST_F(RawSend, FrameOfMoreThanEightBytesIsSentWithItsCountAndWithoutData) {
     RawLink link(hMod);
     link.Send(0x100, std::vector<UNUM8>(9, 0x55));
     link.Send(0x100, std::vector<UNUM8>(255, 0x55));
@@ -60,7 +60,7 @@ TEST_F(RawSend, NothingIsSentWithoutAWholeIdentifier) {
     EXPECT_EQ(SentUntilIdle(&link), 0u);
 }
 
-TEST_F(RawSend, NothingIsSentWithoutASendCycleOrWithoutControlData) {
+TEST_F(RawSend, NothingIsSentWithoutASendCycleOrControlData) {
     RawLink link(hMod);
     for (const SNUM32 cycles : {0, -1}) {
         ControlData control({}, cycles, 0);
@@ -85,7 +85,7 @@ TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {
     EXPECT_EQ(log.CountLike("*Enable TesterPresent*"), 0u);
 }
 
-TEST_F(RawSend, IsLoggedWithItsKindOfIdentifier) {
+TEST_F(RawSend, IsLoggedWithTheKindOfItsIdentifier) {
     RawLink link(hMod);
     const LogCapture log;
     ControlData standard({}, 1, 0);
@@ -112,7 +112,7 @@ TEST_F(RawSend, ExtendedNeedsTheThirdFlagByte) {
 }
 
 // They are the caller's, and may be gone when the worker comes to the ComPrimitive.
-TEST_F(RawSend, FlagBytesAreReadWhileTheComPrimitiveIsStarted) {
+TEST_F(RawSend, FlagBytesAreReadWhenTheComPrimitiveIsStarted) {
     RawLink link(hMod);
     const LogCapture log;
     {
@@ -137,14 +137,14 @@ TEST_F(RawSend, AnswerOnTheBusIsReceived) {
     EXPECT_EQ(Hex(frames[0]), "00 00 06 01 41 0D E0");
 }
 
-TEST_F(RawSend, StopCommIsWhatItIsOnEveryLink) {
+TEST_F(RawSend, StopCommWorksAsOnEveryLink) {
     RawLink link(hMod);
     const UNUM32 hCoP = link.Start(PDU_COPT_STOPCOMM);
     EXPECT_EQ(link.WaitFor(hCoP).states, std::vector<UNUM32>{PDU_COPST_FINISHED});
     EXPECT_TRUE(simulator.WaitFor(1, "in TSPR"));
 }
 
-TEST_F(RawSend, ChecksumOptionChangesNothingThatIsSent) {
+TEST_F(RawSend, ChecksumOptionDoesNotChangeTheFrame) {
     const LogCapture log;
     Link link(hMod, nullptr, kRawWithChecksum);
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);

@@ -36,7 +36,7 @@ TEST_F(RawLinks, EachFrameGoesToOneOfTwo) {
     EXPECT_EQ(TakeAll(&first, &second, kFrames).size(), kFrames) << "none twice";
 }
 
-TEST_F(RawLinks, TheOtherGoesOnReceivingWhenOneEnds) {
+TEST_F(RawLinks, OneContinuesReceivingWhenTheOtherEnds) {
     RawLink first(hMod);
     RawLink second(hMod);
     first.Receive();
@@ -69,7 +69,7 @@ TEST_F(RawLinks, ReceptionIsOffWhenAllHaveEnded) {
     EXPECT_EQ(simulator.Command("raw send 123 01"), "0");
 }
 
-TEST_F(RawLinks, BothSend) {
+TEST_F(RawLinks, BothCanSend) {
     RawLink first(hMod);
     RawLink second(hMod);
     first.Send(0x101, {1});
@@ -79,7 +79,7 @@ TEST_F(RawLinks, BothSend) {
                                                  "02010000 0100 0000 0200000000000000"}));
 }
 
-TEST_F(RawLinks, RequestsOfANormalLinkGoOnBesideRawFrames) {
+TEST_F(RawLinks, RequestsOnANormalLinkWorkDuringRawTraffic) {
     constexpr int kRequests = 20;
     RawLink raw(hMod);
     const UNUM32 hCoP = raw.Receive();

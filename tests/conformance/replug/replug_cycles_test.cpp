@@ -55,7 +55,7 @@ protected:
     ProcessFigures before_;
 };
 
-TEST_F(ReplugCycles, LeaveNothingBehindAndTheFirstRequestOfEachSucceeds) {
+TEST_F(ReplugCycles, DoNotLeakAndTheFirstRequestOfEachSucceeds) {
     StdoutCapture console;
     for (std::uint32_t cycle = 0; cycle < kReplugWarmUp + kReplugCycles; ++cycle) {
         UseUnplugAndRecover(cycle);

@@ -65,7 +65,7 @@ TEST_F(SilentPort, IsGivenUpAfterThreeSyncs) {
     EXPECT_EQ(syncs, 3u);
 }
 
-TEST_F(SilentPort, IsClosedAndFoundNowhere) {
+TEST_F(SilentPort, IsClosedAndNotListed) {
     const LogCapture log;
     ConstructWithMutedDongle();
     EXPECT_TRUE(Eventually([&] { return log.Has(kClosed); }));
@@ -73,7 +73,7 @@ TEST_F(SilentPort, IsClosedAndFoundNowhere) {
 }
 
 // Each look at the module list lasts for two scans of the ports.
-TEST_F(SilentPort, StaysAloneEvenWhenItWouldAnswer) {
+TEST_F(SilentPort, IsNotTriedAgainEvenIfItWouldAnswer) {
     ConstructWithMutedDongle();
     const std::uint64_t opens = Opens();
     const std::uint64_t syncs = simulator.Count("in SYNC");
@@ -84,7 +84,7 @@ TEST_F(SilentPort, StaysAloneEvenWhenItWouldAnswer) {
     EXPECT_EQ(Opens(), opens);
 }
 
-TEST_F(SilentPort, WorksAfterItDisappearedAndReappeared) {
+TEST_F(SilentPort, WorksAfterItReappears) {
     const LogCapture log;
     ConstructWithMutedDongle();
     simulator.Command("mute off");
@@ -98,7 +98,7 @@ TEST_F(SilentPort, WorksAfterItDisappearedAndReappeared) {
     EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
 }
 
-TEST_F(SilentPort, LateAnswerToTheThirdSyncIsEarlyEnough) {
+TEST_F(SilentPort, AnswerToTheThirdSyncIsAccepted) {
     // The answer to it has 100 ms, which a busy machine may take.
     ASSERT_TRUE(Eventually([this] { return ConnectsAtTheThirdSync() || HasFailure(); }));
     EXPECT_EQ(simulator.Count("in SYNC"), 3u);
@@ -119,7 +119,7 @@ TEST_F(SilentPort, DestructDuringTheHandshakeEndsInTime) {
 using ForeignPort = SerialDongle;
 
 // Port 9 is listed beside the dongle's, with other ids.
-TEST_F(ForeignPort, IsNeitherOpenedNorMentioned) {
+TEST_F(ForeignPort, IsNeitherOpenedNorLogged) {
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     const LogCapture log;
     StdoutCapture console;

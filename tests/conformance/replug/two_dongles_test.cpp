@@ -70,7 +70,7 @@ TEST_F(TwoDongles, AreTwoModules) {
     EXPECT_EQ(modules[0] + modules[1], 1u);  // 0 and 1, in either order
 }
 
-TEST_F(TwoDongles, AnswerFromTheirOwnCars) {
+TEST_F(TwoDongles, AnswerForTheirOwnVehicles) {
     EngineLink first(modules[0]);
     EngineLink second(modules[1]);
     EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
@@ -89,7 +89,7 @@ TEST_F(TwoDongles, WorkAtTheSameTime) {
     EXPECT_EQ(first.WaitFor(waiting).errors, std::vector<UNUM32>{0x101});
 }
 
-TEST_F(TwoDongles, OneThatIsPulledOutDoesNotDisturbTheOther) {
+TEST_F(TwoDongles, UnpluggingOneDoesNotDisturbTheOther) {
     EngineLink first(modules[0]);
     EngineLink second(modules[1]);
     simulator.Command(R"(@1 next 1 {"lost": true})");
@@ -132,7 +132,7 @@ TEST_F(TwoDongles, BothAnswerAfterTheRecoveryOfOne) {
     EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
 }
 
-TEST_F(TwoDongles, ForeignPortBetweenThemIsLeftAlone) {
+TEST_F(TwoDongles, ForeignPortBetweenThemIsIgnored) {
     const LogCapture log;
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     Construct();

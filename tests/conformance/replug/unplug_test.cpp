@@ -39,7 +39,7 @@ TEST_F(Unplug, HandlesOfTheModuleAndItsLinksStayValid) {
     EXPECT_EQ(link.Connect(), PDU_STATUS_NOERROR);
 }
 
-TEST_F(Unplug, DeviceThatLeavesTheListWhileConnectedHasItsPortStopped) {
+TEST_F(Unplug, PortIsStoppedWhenItsDeviceLeavesTheList) {
     const LogCapture log;
     simulator.Command("unplug device");
     EXPECT_TRUE(Eventually(
@@ -58,7 +58,7 @@ TEST_F(Unplug, DeviceThatLeavesTheListWhileConnectedHasItsPortStopped) {
               "");
 }
 
-TEST_F(Unplug, PortThatReappearsIsConnectedAgainLikeANewOne) {
+TEST_F(Unplug, ReappearingPortIsConnectedLikeANewOne) {
     simulator.Unplug();
     ASSERT_TRUE(ScanUntilNotAvailable(hMod));
     const LogCapture log;
@@ -126,7 +126,7 @@ TEST_F(Unplug, FunctionalRequestInFlightEndsWithError259) {
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
 }
 
-TEST_F(Unplug, QueuedRequestsAllEndAsWell) {
+TEST_F(Unplug, QueuedRequestsAllEndWithError257) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"lost": true})");
     ControlData control(PositiveRead());
@@ -153,7 +153,7 @@ TEST_F(Unplug, RequestWithoutADongleEndsWithError257) {
 }
 
 // The answer has 40 bytes: 8 of header, 12 of fixed fields, 20 of data.
-TEST_F(Unplug, DongleThatGoesInTheMiddleOfAnAnswerEndsTheRequestAndComesBack) {
+TEST_F(Unplug, DongleLostDuringAnAnswerEndsTheRequestAndCanReturn) {
     for (const char* cut : {"cut 1", "cut 7", "cut 8", "cut 9", "cut 20", "cut 39"}) {
         SCOPED_TRACE(cut);
         {
@@ -172,7 +172,7 @@ TEST_F(Unplug, DongleThatGoesInTheMiddleOfAnAnswerEndsTheRequestAndComesBack) {
     }
 }
 
-TEST_F(Unplug, HalfAReassembledAnswerIsForgotten) {
+TEST_F(Unplug, PartOfAFragmentedAnswerIsDiscarded) {
     EngineLink link(hMod);
     simulator.Command(R"(behaviour {"fragment": 20})");
     simulator.Command("cut 50");  // the third fragment of 20 bytes is incomplete
@@ -182,7 +182,7 @@ TEST_F(Unplug, HalfAReassembledAnswerIsForgotten) {
     ExpectFirstRequestToSucceed();
 }
 
-TEST_F(Unplug, AnswerInSinglePiecesIsNoUnplug) {
+TEST_F(Unplug, AnswerInSmallPiecesIsNotTakenForAnUnplug) {
     EngineLink link(hMod);
     simulator.Command("pieces 1 2");
     EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
@@ -204,7 +204,7 @@ TEST_F(Unplug, ReceiverLooksForSyncAfterAnOversizedHeaderAndKeepsThePort) {
     EXPECT_EQ(opens(), before);
 }
 
-TEST_F(Unplug, PortThatStoppedByItselfIsConnectedAgainByTheNextScan) {
+TEST_F(Unplug, NextScanReconnectsAPortThatStoppedByItself) {
     const LogCapture log;
     StdoutCapture console;
     const std::uint64_t syncs = simulator.Count("in SYNC");
@@ -219,7 +219,7 @@ TEST_F(Unplug, PortThatStoppedByItselfIsConnectedAgainByTheNextScan) {
     EXPECT_FALSE(log.Has("[SerialConnect]   COM5 Still connected, wait for cleanup"));
 }
 
-TEST_F(Unplug, DestructRightAfterwardsEndsInTime) {
+TEST_F(Unplug, DestructRightAfterAnUnplugEndsInTime) {
     EngineLink link(hMod);
     simulator.Unplug();
     EXPECT_TRUE(EndsInTime([] { Pdu().PDUDestruct(); }));

@@ -133,7 +133,7 @@ TEST_F(ComPrimitives, UnknownTypesProduceNothing) {
     EXPECT_EQ(simulator.Count("in TSPR"), 0u);
 }
 
-TEST_F(ComPrimitives, OfOneLinkCannotBeCancelledThroughAnother) {
+TEST_F(ComPrimitives, CannotBeCancelledThroughAnotherLink) {
     EngineLink link(hMod);
     EngineLink other(hMod);
     simulator.Command(R"(next 1 {"delay_ms": 300})");
@@ -148,7 +148,7 @@ TEST_F(ComPrimitives, OfOneLinkCannotBeCancelledThroughAnother) {
 }
 
 // Null pointers behind counts, as careless applications have them.
-TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasIsTakenAsFarAsItGoes) {
+TEST_F(ComPrimitives, ControlDataWithNullArraysIsCopiedWithoutThem) {
     EngineLink link(hMod);
     PDU_COP_CTRL_DATA control = {0, 1, 1, 0, {4, nullptr}, 3, nullptr};
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), &control);
@@ -160,7 +160,7 @@ TEST_F(ComPrimitives, ControlDataThatPromisesMoreThanItHasIsTakenAsFarAsItGoes) 
               PDU_STATUS_NOERROR);
 }
 
-TEST_F(ComPrimitives, StartCommFinishesThenTakesTheLinkToCommStarted) {
+TEST_F(ComPrimitives, StartCommFinishesThenSetsTheLinkToCommStarted) {
     EngineLink link(hMod);
     SetNumber("CP_TesterPresentTime", 2'000'000);
     SetBytes("CP_TesterPresentMessage", {0x3E, 0x80});
@@ -189,7 +189,7 @@ TEST_F(ComPrimitives, StartCommFinishesThenTakesTheLinkToCommStarted) {
                             "] Disable TesterPresent"));
 }
 
-TEST_F(ComPrimitives, TesterPresentMessageOf33BytesIsNeverSentAndOf32Is) {
+TEST_F(ComPrimitives, TesterPresentMessageOf32BytesIsSentAndOf33IsNot) {
     EngineLink link(hMod);
     SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(33, 0x3E));
     link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
@@ -207,7 +207,7 @@ TEST_F(ComPrimitives, TesterPresentMessageOf33BytesIsNeverSentAndOf32Is) {
     EXPECT_EQ(simulator.Count("in TSPR"), 1u);
 }
 
-TEST_F(ComPrimitives, ConnectAfterStartCommGoesBackToOnline) {
+TEST_F(ComPrimitives, ConnectAfterStartCommSetsTheLinkOnline) {
     EngineLink link(hMod);
     link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
     ASSERT_TRUE(Eventually([&] { return link.State() == PDU_CLLST_COMM_STARTED; }));
@@ -215,7 +215,7 @@ TEST_F(ComPrimitives, ConnectAfterStartCommGoesBackToOnline) {
     EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
 }
 
-TEST_F(ComPrimitives, QueuedOneIsCancelledBeforeItsTurnAndReportedAsCancelled) {
+TEST_F(ComPrimitives, QueuedOneCancelledBeforeItsTurnEndsAsCancelled) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
     ControlData control(PositiveRead());
@@ -228,7 +228,7 @@ TEST_F(ComPrimitives, QueuedOneIsCancelledBeforeItsTurnAndReportedAsCancelled) {
     EXPECT_EQ(link.WaitFor(queued).FinalState(), PDU_COPST_CANCELLED);
 }
 
-TEST_F(ComPrimitives, SingleRequestInFlightNoticesItsCancellationAtTheEnd) {
+TEST_F(ComPrimitives, SingleRequestCancelledInFlightEndsAsCancelledAfterItsAnswer) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
     ControlData control(PositiveRead());
@@ -268,7 +268,7 @@ TEST_F(ComPrimitives, CancellingAFinishedOneSucceedsUntilItIsReleased) {
                         ", Returning PDU_ERR_INVALID_HANDLE"));
 }
 
-TEST_F(ComPrimitives, ControlDataIsCopiedAtTheStart) {
+TEST_F(ComPrimitives, ControlDataIsCopiedAtStart) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"delay_ms": 100})");
     UNUM32 hCoP = 0;
@@ -279,7 +279,7 @@ TEST_F(ComPrimitives, ControlDataIsCopiedAtTheStart) {
     EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
 }
 
-TEST_F(ComPrimitives, TagsComeBackUnchangedAndAreNeverReadThrough) {
+TEST_F(ComPrimitives, TagsAreReturnedUnchangedAndNeverDereferenced) {
     EngineLink link(hMod, reinterpret_cast<void*>(std::uintptr_t{3}));
     CallbackSpy spy;
     Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
@@ -378,7 +378,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, FirstHandleOfTheProcessIsOneAndCountsAcro
     EXPECT_EQ(first.Start(PDU_COPT_UPDATEPARAM), 3u);
 }
 
-FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundUnderWrongHandlesAndStillGetsItsResult) {
+FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundWithWrongHandlesAndStillGetsItsResult) {
     Polled library;
     EngineLink link(library.hMod);
     library.simulator.HoldNextRequest();
@@ -401,7 +401,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundUnderWrongHandlesAndStillGetsItsRe
     EXPECT_EQ(link.WaitFor(hCoP).results.size(), 1u);
 }
 
-FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryKeepsOtherThreadsOutUntilTheDestruct) {
+FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryBlocksOtherThreadsUntilDestruct) {
     Polled library;
     EngineLink link(library.hMod);
     library.simulator.HoldNextRequest();
@@ -427,7 +427,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryKeepsOtherThreadsOutUntilT
     EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
 }
 
-FRESH_PROCESS_TEST(PolledComPrimitive, UnknownHandleIsRefusedAndKeepsNothing) {
+FRESH_PROCESS_TEST(PolledComPrimitive, UnknownHandleIsRefusedAndHoldsNoLock) {
     Polled library;
     const LogCapture log;
     UNUM32 status = 5;

@@ -11,7 +11,7 @@ namespace {
 
 using MultiRequest = SerialDongle;
 
-TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequestEach) {
+TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequest) {
     CarLink link(hMod);
     const LogCapture log;
     const Outcome outcome = link.Request(ReadPartNumber(), PositiveRead());
@@ -31,7 +31,7 @@ TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequestEach) {
     EXPECT_EQ(simulator.LastRequest()["functional"], "7DF");
 }
 
-TEST_F(MultiRequest, DongleIsGivenHalfOfP2MaxWithoutAnAddition) {
+TEST_F(MultiRequest, DongleGetsHalfOfP2MaxWithoutAnAddition) {
     CarLink link(hMod);
     SetNumber("CP_P2Max", 600'000);
     link.Request(ReadVin());
@@ -53,7 +53,7 @@ TEST_F(MultiRequest, ResultHasFourTimestampFlagBytesAndTheItemsTime) {
     link.WaitFor(hCoP);
 }
 
-TEST_F(MultiRequest, RepeatedResponseIdentifierIsLeftOut) {
+TEST_F(MultiRequest, RepeatedResponseIdentifierIsOmitted) {
     Link link(hMod);
     UniqueTable table;
     table.ControlUnit(1, kEngineRequest, kEngineResponse)
@@ -78,7 +78,7 @@ TEST_F(MultiRequest, RepeatedResponseIdentifierIsLeftOut) {
               "");
 }
 
-TEST_F(MultiRequest, EntryWithoutIdentifiersKeepsThoseOfTheEntryBefore) {
+TEST_F(MultiRequest, EntryWithoutIdentifiersInheritsThoseOfThePreviousEntry) {
     Link link(hMod);
     SetNumber("CP_CanPhysReqId", kGearboxRequest);
     SetNumber("CP_CanRespUSDTId", kGearboxResponse);
@@ -96,7 +96,7 @@ TEST_F(MultiRequest, EntryWithoutIdentifiersKeepsThoseOfTheEntryBefore) {
     ASSERT_EQ(entries.size(), 2u) << entries.dump();
 }
 
-TEST_F(MultiRequest, SilentControlUnitHasNoResultAndTheOthersDo) {
+TEST_F(MultiRequest, OnlyTheSilentControlUnitHasNoResult) {
     CarLink link(hMod);
     simulator.Command(R"(unit transmission {"silent": true})");
     SetNumber("CP_P2Max", 100'000);
@@ -109,13 +109,13 @@ TEST_F(MultiRequest, SilentControlUnitHasNoResultAndTheOthersDo) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #1 -> no data"));
 }
 
-TEST_F(MultiRequest, AnswerInFragmentsIsPutTogether) {
+TEST_F(MultiRequest, FragmentedAnswerIsReassembled) {
     CarLink link(hMod);
     simulator.Command(R"(behaviour {"fragment": 24})");
     EXPECT_EQ(link.Request(ReadVin()).results.size(), 3u);
 }
 
-TEST_F(MultiRequest, BusyBeforeTheAnswerIsPassedOver) {
+TEST_F(MultiRequest, BusyBeforeTheAnswerIsIgnored) {
     CarLink link(hMod);
     simulator.Command("busy 3");
     EXPECT_EQ(link.Request(ReadVin()).results.size(), 3u);

@@ -91,7 +91,7 @@ TEST_F(RequestTrace, BusyReasonIsEscaped) {
     EXPECT_EQ(busy[0]["reason_len"], 8);
 }
 
-TEST_F(RequestTrace, CancellationIsTracedWithAndWithoutAFind) {
+TEST_F(RequestTrace, CancellationIsTracedWhetherOrNotItFindsTheComPrimitive) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
     ControlData control;
@@ -126,7 +126,7 @@ TEST_F(RequestTrace, ErrorsAndDestroyedItemsAreTraced) {
     EXPECT_TRUE(error_item);
 }
 
-TEST_F(RequestTrace, LongRequestIsCutInItsLine) {
+TEST_F(RequestTrace, LongRequestIsCutToTheLengthOfALine) {
     EngineLink link(hMod);
     link.Request(std::vector<UNUM8>(600, 0x11));
     ASSERT_FALSE(TraceFiles().empty());

@@ -52,7 +52,7 @@ TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
     link.WaitFor(hCoP);
 }
 
-TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
+TEST_F(SingleRequest, TableEntryOverridesTheGlobalIdentifiers) {
     SetNumber("CP_CanPhysReqId", kGearboxRequest);
     SetNumber("CP_CanRespUSDTId", kGearboxResponse);
     Link link(hMod);
@@ -64,7 +64,7 @@ TEST_F(SingleRequest, EntryOfTheTableWinsOverTheGlobalIdentifiers) {
     EXPECT_EQ(simulator.LastRequest()["response"], "77D");
 }
 
-TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotReachTheLink) {
+TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotAffectTheLink) {
     SetNumber("CP_CanPhysReqId", kGearboxRequest);
     SetNumber("CP_CanRespUSDTId", kGearboxResponse);
     SetNumber("CP_P2Max", 1'000'000);
@@ -76,7 +76,7 @@ TEST_F(SingleRequest, GlobalIdentifierChangedAfterCreationDoesNotReachTheLink) {
     EXPECT_EQ(simulator.LastRequest()["physical"], "7E1");
 }
 
-TEST_F(SingleRequest, BothRequestIdentifiersInThePacketAreThePhysicalOne) {
+TEST_F(SingleRequest, PacketHasThePhysicalIdentifierInPlaceOfTheFunctionalOne) {
     EngineLink link(hMod);
     SetNumber("CP_CanFuncReqId", kFunctionalRequest);
     ASSERT_EQ(link.Request(ReadVin()).results.size(), 1u);
@@ -117,7 +117,7 @@ TEST_F(SingleRequest, PositiveAnswerAlsoMatchesThePatternOfANegativeOne) {
     EXPECT_EQ(outcome.results[0].acceptance_id, 1u);
 }
 
-TEST_F(SingleRequest, NegativeResponseIsReportedWhereItIsExpected) {
+TEST_F(SingleRequest, NegativeResponseIsReportedIfItIsExpected) {
     EngineLink link(hMod);
     simulator.Command(R"(unit engine {"negative": "31"})");
     const Outcome outcome = link.Request(
@@ -142,7 +142,7 @@ TEST_F(SingleRequest, SilentControlUnitGivesError257ThenFinished) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]  Nothing received at all. Abort."));
 }
 
-TEST_F(SingleRequest, ErrorOfTheDongleGivesError257ThenFinished) {
+TEST_F(SingleRequest, DongleErrorGivesError257ThenFinished) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"lost": true})");
     const LogCapture log;
@@ -162,7 +162,7 @@ TEST_F(SingleRequest, ErrorOfTheDongleGivesError257ThenFinished) {
     EXPECT_TRUE(console.Has("[Transmit] < (4294967294 ms) ERROR\n"));
 }
 
-TEST_F(SingleRequest, ResponsePendingIsTheDonglesAffair) {
+TEST_F(SingleRequest, ResponsePendingIsHandledByTheDongle) {
     EngineLink link(hMod);
     simulator.Command(R"(unit engine {"pending": 3, "pending_interval_ms": 5})");
     const Outcome outcome = link.Request(ReadVin(), PositiveRead());
@@ -170,7 +170,7 @@ TEST_F(SingleRequest, ResponsePendingIsTheDonglesAffair) {
     EXPECT_TRUE(outcome.errors.empty());
 }
 
-TEST_F(SingleRequest, BusyBeforeTheAnswerOnlyShowsInTheLog) {
+TEST_F(SingleRequest, BusyBeforeTheAnswerIsOnlyLogged) {
     EngineLink link(hMod);
     simulator.Command("busy 2 bus \"is\" busy");
     const LogCapture log;
@@ -180,7 +180,7 @@ TEST_F(SingleRequest, BusyBeforeTheAnswerOnlyShowsInTheLog) {
     EXPECT_EQ(log.CountLike("[EnqueueReceivedPacket] BUSY (ID *): bus \"is\" busy"), 2u);
 }
 
-TEST_F(SingleRequest, AnswerInFragmentsIsPutTogether) {
+TEST_F(SingleRequest, FragmentedAnswerIsReassembled) {
     EngineLink link(hMod);
     simulator.Command(R"(behaviour {"fragment": 20})");
     const Outcome outcome = link.Request(ReadVin(), PositiveRead());
@@ -199,7 +199,7 @@ TEST_F(SingleRequest, SealedAnswerIsOpened) {
     EXPECT_EQ(simulator.Count("out CRYP"), 1u);
 }
 
-TEST_F(SingleRequest, AnswersToOtherRequestsAreLeftAlone) {
+TEST_F(SingleRequest, AnswersToOtherRequestsAreIgnored) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"stray": 5, "duplicate": 2})");
     const Outcome outcome = link.Request(ReadVin(), PositiveRead());
@@ -215,7 +215,7 @@ TEST_F(SingleRequest, GarbageOnTheWireIsSkippedUntilTheNextSync) {
     EXPECT_EQ(outcome.results.size(), 1u);
 }
 
-TEST_F(SingleRequest, TelemetryAndUnknownPacketsBetweenDoNoHarm) {
+TEST_F(SingleRequest, TelemetryAndUnknownPacketsDoNotDisturbARequest) {
     EngineLink link(hMod);
     simulator.Command("tele {\"v\":1,\"tasks\":[]}");
     simulator.Command("packet ZZZZ 0102");
@@ -224,7 +224,7 @@ TEST_F(SingleRequest, TelemetryAndUnknownPacketsBetweenDoNoHarm) {
     EXPECT_TRUE(simulator.WaitFor(1, "in REPL"));
 }
 
-TEST_F(SingleRequest, RequestBeyondThePacketsCountFailsAndSendsNothing) {
+TEST_F(SingleRequest, RequestTooLongForThePacketFailsAndSendsNothing) {
     EngineLink link(hMod);
     const Outcome outcome = link.Request(std::vector<UNUM8>(65536, 0x22));
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
@@ -241,7 +241,7 @@ TEST_F(SingleRequest, RequestWithoutBytesFails) {
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
 }
 
-TEST_F(SingleRequest, QueuedRequestsAreWorkedOnInOrder) {
+TEST_F(SingleRequest, QueuedRequestsRunInOrder) {
     EngineLink link(hMod);
     ControlData control(PositiveRead());
     std::vector<UNUM32> handles;
@@ -313,7 +313,7 @@ TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
     EXPECT_TRUE(Matches(console.Text(), "*[CommThreadFunc:*] > Client side delay was * ms\n*"));
 }
 
-TEST_F(SingleRequest, FunctionalAddressModeOnlyMovesTheMark) {
+TEST_F(SingleRequest, FunctionalAddressModeOnlyMovesTheMarkInTheLog) {
     EngineLink link(hMod);
     SetNumber("CP_RequestAddrMode", 2);
     SetNumber("CP_CanFuncReqFormat", 15);

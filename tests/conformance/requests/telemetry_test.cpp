@@ -64,7 +64,7 @@ TEST_F(TelemetryReports, WithoutTextAreLoggedAndNotTraced) {
     EXPECT_EQ(WaitForTrace("telemetry", 1).size(), 1u);
 }
 
-TEST_F(TelemetryReports, InFragmentsArePutTogether) {
+TEST_F(TelemetryReports, InFragmentsAreReassembled) {
     const LogCapture log;
     simulator.Command(R"(behaviour {"fragment": 24})");
     simulator.Command(std::string("tele ") + kReport);
@@ -72,7 +72,7 @@ TEST_F(TelemetryReports, InFragmentsArePutTogether) {
 }
 
 // Whatever stands in it, every line of the trace stays JSON, and requests are answered.
-TEST_F(TelemetryReports, ThatAreHostileHarmNothing) {
+TEST_F(TelemetryReports, WithHostileTextDoNoHarm) {
     constexpr std::size_t kRoom = 4096 - 8;
     const std::string tasks = "{\"tasks\":[";
     const std::string texts[] = {
@@ -101,7 +101,7 @@ TEST_F(TelemetryReports, ThatAreHostileHarmNothing) {
     ExpectRequestsToGoOn();
 }
 
-TEST_F(TelemetryReports, BetweenRequestAndAnswerDoNoHarm) {
+TEST_F(TelemetryReports, DoNotDisturbARequestInFlight) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"delay_ms": 200})");
     ControlData control(PositiveRead());
