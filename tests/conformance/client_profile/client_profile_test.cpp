@@ -1,4 +1,4 @@
-// A day of a diagnostic application that knows D-PDU libraries in general and this one not at all.
+// A session of a diagnostic application written for D-PDU libraries in general, not for this one.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ constexpr int kFullScore = 47;
 
 constexpr UNUM32 kQueueEmpty = PDU_ERR_EVENT_QUEUE_EMPTY;
 
-// A number that a client takes for a pointer; nobody may read through it.
+// A number that a client passes as a pointer; it must not be dereferenced.
 void* Tag(std::uintptr_t number) { return reinterpret_cast<void*>(number); }
 
 UNUM32 ObjectId(T_PDU_OBJT type, std::string name) {
@@ -99,7 +99,7 @@ protected:
     ControlData control_{PositiveOrNegative()};
 };
 
-// ---- what clients do with the library
+// ---- client operations
 
 bool ClientProfile::FindModuleByName(const std::string& name) {
     return EventuallyConnected([&] {
@@ -334,7 +334,7 @@ void ClientProfile::OpenTheLink(Score& score) {
         EXPECT_EQ(Pdu().PDUDestroyComLogicalLink(hMod_, hCLL), PDU_STATUS_NOERROR);
     });
     score.Step("create a link by bus type, protocol and pins", [this] {
-        UNUM8 bytes[4] = {0x40, 0, 0, 0};  // as so many clients have it on ordinary links
+        UNUM8 bytes[4] = {0x40, 0, 0, 0};  // as many clients pass it for normal links
         PDU_FLAG_DATA flag = {sizeof bytes, bytes};
         hCLL_ = CreateLink(&resource_, PDU_ID_UNDEF, &flag);
     });
@@ -524,7 +524,7 @@ void ClientProfile::CloseEverything(Score& score) {
         EXPECT_EQ(Pdu().PDUConnect(hMod_, hCLL_), PDU_ERR_INVALID_HANDLE);
     });
     score.Step("disconnect the module", [this] {
-        Pdu().PDUModuleDisconnect(PDU_HANDLE_UNDEF);  // all of them; may be refused
+        Pdu().PDUModuleDisconnect(PDU_HANDLE_UNDEF);  // all modules; may be refused
         EXPECT_EQ(Pdu().PDUModuleDisconnect(hMod_), PDU_STATUS_NOERROR);
     });
     score.Step("destruct, with every item given back", [this] {

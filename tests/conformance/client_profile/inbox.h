@@ -13,20 +13,20 @@ namespace conformance {
 // The events that a client takes out of the queues inside its callback, on the library's thread.
 class Inbox {
 public:
-    // Empties the queue that the callback's handles name, until the library says that there is
-    // nothing more, and gives every item back.
+    // Empties the queue of the callback's handles until the library reports no more items, and
+    // destroys every item.
     void Drain(const CallbackCall& call);
 
-    // The events of this ComPrimitive once it is finished or cancelled; not final when that does
-    // not come.
+    // The events of this ComPrimitive once it is finished or cancelled. Without a final state if
+    // that does not happen.
     Outcome WaitFor(UNUM32 hCoP);
-    // True once this ComPrimitive has so many results, finished or not.
+    // True once this ComPrimitive has this many results, finished or not.
     bool WaitForResults(UNUM32 hCoP, std::size_t count);
     // True once the link has reported this state; forgets the states reported before.
     bool WaitForLinkState(UNUM32 state);
 
     std::size_t ItemsTaken() const;
-    // Of these, how many the library took back.
+    // How many of these the library has destroyed.
     std::size_t ItemsGivenBack() const;
 
 private:

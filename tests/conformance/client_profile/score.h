@@ -6,11 +6,10 @@
 
 namespace conformance {
 
-// How many of the steps of a client's day went as it expects.
+// Counts the steps of a client's session that went as expected.
 class Score {
 public:
-    // Runs one step. It has passed unless an expectation inside it fails, which fails the test,
-    // too.
+    // Runs one step. It passes unless an expectation in it fails, which also fails the test.
     void Step(const std::string& what, const std::function<void()>& body);
 
     int Passed() const { return passed_; }

@@ -59,7 +59,7 @@ std::vector<UNUM8> Counting(std::size_t count) {
     return bytes;
 }
 
-// What applications do to a ComParam that they got: set it again with the very same item.
+// Applications do this: get a ComParam and set it with the same item.
 T_PDU_ERROR SetAgain(const char* name) {
     PDU_PARAM_ITEM* item = GetParam(name);
     const T_PDU_ERROR status = Pdu().PDUSetComParam(0, 0, item);

@@ -110,7 +110,7 @@ TEST_F(ComParams, UnknownIdsCannotBeSet) {
     }
 }
 
-// Get, write through the pointer, set with the very same item, destroy: what applications do.
+// Applications do this: get, write through the pointer, set with the same item, destroy.
 TEST_F(ComParams, EveryNumberCanBeModifiedThroughTheReturnedItem) {
     for (UNUM32 id = 1; id <= kCount; ++id) {
         PDU_PARAM_ITEM* item = Get(id);

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{500};
 
-// 0: it is not in a function of the library.
+// 0 if the caller is not in a function of the library.
 std::uint64_t Lasts(const CurrentCall& call, std::uint64_t now_ms) {
     const std::uint64_t since_ms = call.since_ms.load();
     return call.function.load() == nullptr || since_ms > now_ms ? 0 : now_ms - since_ms;

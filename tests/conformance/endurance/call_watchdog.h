@@ -10,12 +10,11 @@
 
 namespace conformance {
 
-// Ends the process when one of the calls takes longer than the limit, and says what every caller is
-// doing: a thread that does not come back holds locks, and nothing further in the process could
-// end.
+// Ends the process if a call takes longer than the limit, and prints what every caller is doing: a
+// thread that does not return holds locks, so nothing else in the process could end.
 class CallWatchdog {
 public:
-    // `calls` outlives it.
+    // `calls` must outlive it.
     CallWatchdog(const std::vector<CurrentCall>& calls, std::chrono::milliseconds limit);
     ~CallWatchdog();
     CallWatchdog(const CallWatchdog&) = delete;

@@ -1,4 +1,4 @@
-// PDUDestruct while everything is going on.
+// PDUDestruct during all kinds of activity.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ namespace {
 
 using std::chrono::steady_clock;
 
-// What a second thread gets from its scan; given back after the next construct.
+// The result of a second thread's scan, destroyed after the next construct.
 struct Scan {
     PDU_MODULE_ITEM* modules = nullptr;
     T_PDU_ERROR status = PDU_ERR_FCT_FAILED;
@@ -86,7 +86,7 @@ TEST_F(DestructRounds, EndInTimeDuringARequestAndAScanWithACallbackRegistered) {
     ExpectSteady(std::to_string(kDestructRounds) + " rounds", before, after);
 }
 
-// There never is a moment without a call, nor need there be.
+// There is never a moment without a call, and the destruct needs none.
 TEST_F(DestructRounds, AreNotDelayedByThreadsThatKeepCalling) {
     std::atomic<bool> stop{false};
     std::vector<std::unique_ptr<Thread>> threads;
@@ -98,7 +98,7 @@ TEST_F(DestructRounds, AreNotDelayedByThreadsThatKeepCalling) {
             }
         }));
     }
-    constexpr std::chrono::seconds kLimit{4};  // less than what calls that do not end are given
+    constexpr std::chrono::seconds kLimit{4};  // less than the wait for calls that do not end
     EXPECT_TRUE(EndsInTime([] { Pdu().PDUDestruct(); }, kLimit));
     stop.store(true);
 }

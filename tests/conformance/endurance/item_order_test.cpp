@@ -1,4 +1,4 @@
-// Items of every kind, given back in no particular order.
+// Items of every kind, destroyed in random order.
 
 #include <gtest/gtest.h>
 
@@ -75,7 +75,7 @@ protected:
         }
     }
 
-    // Those that stay the library's, or allocated, whatever an application does.
+    // Items that the library keeps, or that stay allocated, whatever an application does.
     void KeepOthers() {
         Keep(GetParam("CP_P2Max"));
         Keep(GetParam("CP_TesterPresentMessage"));

@@ -1,4 +1,4 @@
-// A hundred logical links that go, together or one by one.
+// The end of a hundred logical links, together or one by one.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace conformance {
 namespace {
 
 constexpr std::uint32_t kLinks = 100;
-constexpr std::uint64_t kInFlight = 10;  // as many as the library lets be
+constexpr std::uint64_t kInFlight = 10;  // the library's maximum
 
 class HundredLinks : public SerialDongle {
 protected:

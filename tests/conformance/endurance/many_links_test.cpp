@@ -26,7 +26,7 @@ constexpr ControlUnitOfCar kUnits[] = {{"engine", kEngineRequest, kEngineRespons
                                        {"transmission", kGearboxRequest, kGearboxResponse},
                                        {"abs", kAbsRequest, kAbsResponse}};
 
-// A link with a data identifier that no other link asks for.
+// A link that requests a data identifier of its own.
 struct NumberedLink {
     NumberedLink(UNUM32 hMod, std::uint32_t its_number, Simulator& simulator)
         : link(hMod), number(its_number) {
@@ -49,7 +49,7 @@ struct NumberedLink {
         const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, Question(), control);
         outcomes[hCoP].hCoP = hCoP;
     }
-    // True once all requests have come to their end.
+    // True once all requests have ended.
     bool TakeEvents() {
         while (const auto event = NextEvent(link.hMod(), link.hCLL())) {
             const auto outcome = outcomes.find(event->hCop);

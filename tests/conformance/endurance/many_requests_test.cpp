@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::uint32_t kWorkers = 8;
 constexpr std::uint32_t kWarmUp = 1'000;
-// The whole growth that is allowed for, whatever the number of requests: 100 000 requests that lost
-// 32 bytes each would exceed it.
+// The maximum growth, whatever the number of requests: 100 000 requests that leak 32 bytes each
+// would exceed it.
 constexpr std::uint64_t kMemoryAllowance = 2 << 20;
 
 class ManyRequests : public SerialDongleWithoutLog {
@@ -30,7 +30,7 @@ protected:
         }
     }
 
-    // All links at once; the number of requests that had exactly one right answer.
+    // Sends on all links at once. Returns the number of requests with exactly one correct answer.
     std::uint32_t Send(std::uint32_t requests) {
         std::atomic<std::uint32_t> answered{0};
         {

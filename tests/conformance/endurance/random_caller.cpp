@@ -107,7 +107,7 @@ RandomCaller::Action RandomCaller::ChooseAction() {
 void RandomCaller::RunUntil(std::uint64_t end_ms) {
     while (TickMs() < end_ms) {
         (this->*ChooseAction())();
-        // An application does other things as well.
+        // An application also does other things.
         std::this_thread::sleep_for(std::chrono::microseconds(Below(200)));
     }
     for (PDU_ITEM* item : items_)
@@ -222,7 +222,7 @@ void RandomCaller::Start() {
     const UNUM32 type = OneIn(4) ? kOthers[Below(6)] : PDU_COPT_SENDRECV;
     ControlData control(OneIn(4) ? PositiveRead() : AnyResponse());
     std::vector<UNUM8> data = OneIn(8) ? std::vector<UNUM8>(Below(300) + 1, 0x22) : ReadVin();
-    if (type == PDU_COPT_STARTCOMM) data = {0, 0, 7, 0xE0, 2, 0x3E, 0};  // on a raw link a frame
+    if (type == PDU_COPT_STARTCOMM) data = {0, 0, 7, 0xE0, 2, 0x3E, 0};  // a frame on a raw link
     UNUM32 hCoP = 0;
     if (Call(&Functions::PDUStartComPrimitive, at.hMod, at.hCLL, type,
              static_cast<UNUM32>(data.size()), data.data(), OneIn(20) ? nullptr : control.Data(),
@@ -259,7 +259,7 @@ void RandomCaller::RegisterCallback() {
     Call(&Functions::PDURegisterEventCallback, at.hMod, at.hCLL, kCallbacks[Below(3)]);
 }
 
-// What the pointers lead to changes under other threads' hands, so nobody follows them.
+// Other threads change what the pointers point to, so they are not dereferenced.
 void RandomCaller::GetParam() {
     const Handles at = AnyLink();
     PDU_PARAM_ITEM* item = nullptr;
@@ -267,7 +267,7 @@ void RandomCaller::GetParam() {
     if (item != nullptr) KeepOrGiveBack(reinterpret_cast<PDU_ITEM*>(item));
 }
 
-// Mostly what lets requests succeed.
+// Mostly values with which requests succeed.
 void RandomCaller::SetNumberParam() {
     const Handles at = AnyLink();
     static const struct {
@@ -309,7 +309,7 @@ void RandomCaller::SetTable() {
     Call(&Functions::PDUSetUniqueRespIdTable, at.hMod, at.hCLL, table.Item());
 }
 
-// Never of a ComPrimitive that there may be: that keeps a lock, see PolledComPrimitive.
+// Never for a ComPrimitive that may exist: the query keeps a lock, see PolledComPrimitive.
 void RandomCaller::GetStatus() {
     const Handles at = AnyLink();
     const UNUM32 hCoP = OneIn(4) ? 0x80000000 + Below(100) : PDU_HANDLE_UNDEF;

@@ -1,7 +1,7 @@
 #pragma once
 
-// A thread of an application that calls the library's functions in no order at all, on handles that
-// may be valid, stale or nonsense.
+// A thread of an application that calls the library's functions in random order, with handles that
+// may be valid, stale or invalid.
 
 #include <array>
 #include <atomic>
@@ -34,7 +34,7 @@ private:
     std::atomic<std::uint64_t> both_{0};
 };
 
-// The links that were created last.
+// The most recently created links.
 class LinkBoard {
 public:
     static constexpr std::uint32_t kKept = 12;
@@ -47,7 +47,7 @@ private:
     std::atomic<std::uint32_t> next_{0};
 };
 
-// What the callers know of one another.
+// Data shared by the callers.
 struct CallerBoard {
     LinkBoard links;
     std::atomic<UNUM32> newest_cop{0};
@@ -60,9 +60,9 @@ struct CallerBoard {
     std::atomic<std::uint64_t> modules_found{0};
 };
 
-// What a caller is doing, for those who wonder whether it ever comes back.
+// What a caller is doing; the watchdog reads it.
 struct CurrentCall {
-    std::atomic<const char*> function{nullptr};  // null: none of the library's
+    std::atomic<const char*> function{nullptr};  // null: not in the library
     std::atomic<std::uint64_t> since_ms{0};
 };
 
@@ -73,10 +73,9 @@ public:
 
     void RunUntil(std::uint64_t end_ms);
 
-    // Items that came while the library was being destructed can only be given back to the next
-    // one.
+    // Destroys items received during a destruct, which is possible only after the next construct.
     static void GiveBackLeftovers();
-    // Answers to requests that any caller or callback has taken.
+    // The number of results that callers and callbacks have taken.
     static std::uint64_t ResultsTaken();
 
 private:

@@ -1,5 +1,5 @@
-// All 29 functions under sixteen threads that call them in no order at all, while dongles come and
-// go. DPDU_STRESS_SECONDS and DPDU_STRESS_SEED set how long and which.
+// All 29 functions, called in random order by sixteen threads while dongles are unplugged and
+// replugged. DPDU_STRESS_SECONDS sets the duration, DPDU_STRESS_SEED the seed.
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ constexpr std::uint32_t kThreads = 16;
 constexpr std::uint32_t kDongles = 2;
 constexpr std::uint32_t kMoreRuns = 5;
 constexpr std::uint64_t kFirstDestructMs = 1000;
-// A PDUDestruct that waits for all the others may take 10 seconds; a busy machine adds to it.
+// A PDUDestruct that waits for all other calls may take 10 seconds, longer on a busy machine.
 constexpr std::chrono::seconds kLongestCall{60};
 
 std::uint32_t NumberFrom(const char* variable, std::uint32_t otherwise) {
@@ -37,7 +37,8 @@ std::uint32_t NumberFrom(const char* variable, std::uint32_t otherwise) {
                            : static_cast<std::uint32_t>(std::strtoul(text, nullptr, 10));
 }
 
-// Those that everything else hangs on; on a slow machine others may meet stale handles only.
+// The functions on which all others depend. On a slow machine the others may get only stale
+// handles.
 bool MustSucceed(const std::string& function) {
     static const std::set<std::string> kFunctions = {
         "PDUConstruct",  "PDUDestruct", "PDUGetModuleIds",     "PDUCreateComLogicalLink",
@@ -70,7 +71,8 @@ protected:
         pulled_out_ += dongles.TimesPulledOut();
     }
 
-    // Whether the callers have met all that there is to be met.
+    // True if every function was called, those that must succeed did, and modules, results and
+    // unplugged dongles were seen.
     bool HaveMetEverything() const {
         for (std::size_t i = 0; i < kFunctionCount; ++i) {
             const bool must_succeed = MustSucceed(FunctionName(i));
@@ -108,7 +110,7 @@ TEST_F(RandomCalls, OfSixteenThreadsNeitherCrashNorBlockTheLibrary) {
     {
         StdoutCapture console;
         RunCallers(for_ms, seed);
-        // On a busy machine the time may be over before a dongle was found and has answered.
+        // On a busy machine the time may end before a dongle was found and has answered.
         for (std::uint32_t more = 1; more <= kMoreRuns && !HaveMetEverything(); ++more)
             RunCallers(for_ms, seed + more * kThreads);
     }

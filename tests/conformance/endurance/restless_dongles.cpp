@@ -33,7 +33,7 @@ void RestlessDongles::Run(std::uint32_t dongles, std::uint32_t seed) {
         std::this_thread::sleep_for(std::chrono::milliseconds(below(300)));
         simulator.Command(dongle + "replug");
     }
-    // One that a cut is still to come for goes out with it.
+    // Unplugging also ends a cut that has not happened yet.
     for (std::uint32_t i = 0; i < dongles; ++i) {
         simulator.Command("@" + std::to_string(i) + " unplug");
         simulator.Command("@" + std::to_string(i) + " replug");

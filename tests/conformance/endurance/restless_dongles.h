@@ -6,8 +6,8 @@
 
 namespace conformance {
 
-// Somebody who pulls the simulated dongles out and puts them back, in one way or another, as long
-// as this lives. In the end all of them are plugged in.
+// Unplugs and replugs the simulated dongles in various ways during its lifetime. At its end all of
+// them are plugged in.
 class RestlessDongles {
 public:
     RestlessDongles(std::uint32_t dongles, std::uint32_t seed);

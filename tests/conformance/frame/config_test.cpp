@@ -1,4 +1,4 @@
-// config.json: where it is looked for, and what becomes of missing, broken and read-only files.
+// config.json: where the library looks for it, and missing, broken and read-only files.
 
 #include <nlohmann/json.hpp>
 
@@ -35,10 +35,10 @@ bool SerialStarts() {
     return started;
 }
 
-// The banner and the reopened streams are not what these tests are about.
+// Without the banner and the reopened streams, which these tests do not cover.
 constexpr char kQuiet[] = "\"showDebug\": false";
 
-// Printed whether its switch is on or off.
+// Printed whether the transport is on or off.
 constexpr char kCloudStart[] = "[Cloud] ---CONNECTING---\r\n";
 
 }  // namespace
@@ -102,7 +102,7 @@ FRESH_PROCESS_TEST(FreshConfig, IsReadAgainAtEveryConstruct) {
 FRESH_PROCESS_TEST(FreshConfig, OnlyTheFirst1024BytesAreRead) {
     const std::string short_object = std::string("{\"dummyDevice\": false, ") + kQuiet + "}";
     WriteFile(UserConfigPath(), short_object + std::string(2000, ' '));
-    EXPECT_FALSE(DemoStarts());  // blanks behind the object may be cut off
+    EXPECT_FALSE(DemoStarts());  // blanks after the object may be cut off
 
     const std::string begin = std::string("{\"dummyDevice\": false, ") + kQuiet + ", \"x\": \"";
     const std::string end = "\"}";
@@ -110,7 +110,7 @@ FRESH_PROCESS_TEST(FreshConfig, OnlyTheFirst1024BytesAreRead) {
     WriteFile(UserConfigPath(), begin + std::string(filling, 'x') + end);
     EXPECT_FALSE(DemoStarts());
     WriteFile(UserConfigPath(), begin + std::string(filling + 1, 'x') + end);
-    EXPECT_TRUE(DemoStarts());  // the last brace is gone, and with it every key
+    EXPECT_TRUE(DemoStarts());  // without the last brace, no key is read
 }
 
 FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTransportsOff) {
@@ -145,7 +145,7 @@ FRESH_PROCESS_TEST(FreshConfig, MissingFileIsCreatedBesideTheLibraryWithTranspor
         {"devicePrivateKey", ""},
         {"serverPublicKey", ""},
     };
-    EXPECT_EQ(values.dump(), expected.dump());  // the order, too
+    EXPECT_EQ(values.dump(), expected.dump());  // compares the order too
     EXPECT_NE(text.find('\n'), std::string::npos);
     EXPECT_EQ(TraceFiles().size(), 1u);
 }
@@ -163,7 +163,7 @@ FRESH_PROCESS_TEST(FreshConfig, FileBesideTheLibraryIsUsedWhenTheUserHasNone) {
 
 FRESH_PROCESS_TEST(FreshConfig, ReadOnlyFileBesideTheLibraryIsCopiedToTheUserFolderAndUsedThere) {
     UseLibraryCopy();
-    Construct();  // the log is opened before privileges go
+    Construct();  // opens the log before privileges are dropped
     Destruct();
     const std::string content = Settings{.dummyDevice = true}.Json() + std::string(9000, ' ');
     WriteFile(LibraryConfigPath(), content);
@@ -194,7 +194,7 @@ FRESH_PROCESS_TEST(FreshConfig, ConstructSucceedsIfTheFileCannotBeCreated) {
     Pdu();
     MakeImpossible(LibraryConfigPath());
     StdoutCapture console;
-    Construct();  // with every switch off, as the record is before it was ever read
+    Construct();  // every switch is off, as before the first successful read
     EXPECT_EQ(console.Text(),
               "Creating default config file\nFailed to create config file: " + LibraryConfigPath() +
                   "\nFailed to create config file: " + UserConfigPath() + "\n" + kCloudStart);

@@ -1,4 +1,4 @@
-// Debug log, console, debugger output and trace, as configuration and environment switch them.
+// Debug log, console, debugger output and trace, switched by configuration and environment.
 
 #include <algorithm>
 #include <cctype>
@@ -37,7 +37,7 @@ std::vector<std::string> TextLines(const std::string& text) {
     return lines;
 }
 
-// "[2000-01-01 00:00:00] [Function] text", each 0 of the time any digit.
+// "[2000-01-01 00:00:00] [Function] text"; each 0 in kTime stands for any digit.
 bool IsLogLine(const std::string& line) {
     static const std::string kTime = "[0000-00-00 00:00:00] ";
     if (line.size() <= kTime.size()) return false;
@@ -49,7 +49,7 @@ bool IsLogLine(const std::string& line) {
     return Matches(line.substr(kTime.size()), "[*] *");
 }
 
-// Constructs with the trace asked for and the variable set; tells whether a trace was written.
+// Constructs with the trace enabled and the variable set. True if a trace was written.
 bool TraceRunsWith(const std::string& value) {
     const std::size_t before = TraceFiles().size();
     SetVariable(kDisableTrace, value);
@@ -93,7 +93,7 @@ FRESH_PROCESS_TEST(FreshDebugLog, OpensAtTheFirstConstructThatAllowsItAndStaysOp
     Destruct();
     const std::size_t first = ReadFile(LogPath()).size();
     EXPECT_GT(first, 0u);
-    ConstructWith({.enableDebugLogFile = false});  // the open file goes on being written
+    ConstructWith({.enableDebugLogFile = false});  // writing to the open file continues
     Destruct();
     const std::string text = ReadFile(LogPath());
     EXPECT_GT(text.size(), first);

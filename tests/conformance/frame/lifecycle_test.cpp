@@ -81,7 +81,7 @@ void ExpectAnswersWithoutConstruct() {
     EXPECT_EQ(Pdu().PDUSetComParam(0, 0, &unknown), PDU_ERR_INVALID_PARAMETERS);
 }
 
-// The library keeps resource lists until they are given back, which it only takes once constructed.
+// The library keeps resource lists until they are destroyed, which requires a construct.
 void ExpectResourceListWithoutConstruct() {
     PDU_RSC_DATA all{};
     PDU_RSC_ID_ITEM* resources = nullptr;
@@ -272,7 +272,7 @@ TEST_F(Constructed, GetStatusWritesTimestampAndExtraInfoEvenWhenItFails) {
               PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(status, 0xABu);
     EXPECT_EQ(extra, 0u);
-    // Either clock may be a step ahead of the other.
+    // Either clock may be slightly ahead of the other.
     const auto difference = static_cast<SNUM32>(static_cast<UNUM32>(TickMs() * 1000) - timestamp);
     EXPECT_LT(std::abs(difference), 60'000'000);
     extra = 0xCD;
@@ -308,7 +308,7 @@ TEST_F(Lifecycle, ConcurrentConstructsAndDestructsLeaveAWorkingLibrary) {
 
 TEST_F(Lifecycle, DestructEndsInTimeWhileAnotherThreadScans) {
     Settings{.useSerial = true, .dummyDevice = true}.Store();
-    std::vector<PDU_ITEM*> left_over;  // the library was destructed before they could be given back
+    std::vector<PDU_ITEM*> left_over;  // could not be destroyed before the destruct
     for (int round = 0; round < 5; ++round) {
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
         Gate scanning;

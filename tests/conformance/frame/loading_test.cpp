@@ -1,4 +1,4 @@
-// Loading and unloading the library, and how its process looks after many rounds.
+// Loading and unloading the library, and the process's resources after many rounds.
 
 #include <cstdio>
 #include <string>
@@ -16,14 +16,14 @@ namespace {
 
 constexpr char kDetachLine[] = "[DLL] Detaching the Tarvik D-PDU DLL\n";
 
-// Growth that is not the library's: a few threads and handles of the system's own, and some memory.
-// A round that lost a page or a prepared ComParam table would exceed it.
+// Growth that the library does not cause: a few threads and handles of the system, and some memory.
+// A leak of a page or of a prepared ComParam table in each round would exceed it.
 struct Allowance {
     std::uint64_t handles = 4;
     std::uint64_t memory = 1'500'000;
 };
 
-// A sanitizer keeps released memory, and what it knows of every library that was ever loaded.
+// A sanitizer keeps released memory, and data about every library ever loaded.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kMemoryTells = false;
 #else
@@ -38,7 +38,7 @@ bool IsFlat(const ProcessFigures& before, const ProcessFigures& after, const All
            (!kMemoryTells || after.memory <= before.memory + allowance.memory);
 }
 
-// A thread that has ended may still be on the system's list for a moment.
+// An ended thread may remain on the system's list for a moment.
 void ExpectFlat(const char* what, int rounds, const ProcessFigures& before,
                 const Allowance& allowance = {}) {
     ProcessFigures after;
@@ -135,8 +135,8 @@ FRESH_PROCESS_TEST(Loading, HundredRoundsWithConstructAndDestructDoNotLeak) {
     const ProcessFigures before = MeasureProcess();
     for (int i = 0; i < 100; ++i)
         LoadUseAndUnload();
-    // Wine gives a lock that two threads met at a semaphore, which lives as long as the lock: the
-    // library's static ones, the log's for instance, are never destroyed.
+    // Wine creates a semaphore for a lock on which two threads have met, and keeps it as long as
+    // the lock. The library's static locks, such as the log's, are never destroyed.
     constexpr std::uint64_t kLocksMetAt = 100;
     ExpectFlat("load, construct, destruct, unload", 100, before, {.handles = kLocksMetAt});
 }

@@ -1,4 +1,4 @@
-// Cancelling a functional request ends it at once, whatever its time-out is.
+// Cancelling a functional request ends it at once, whatever its time-out.
 
 #include <gtest/gtest.h>
 
@@ -13,13 +13,13 @@
 namespace conformance {
 namespace {
 
-// The request's own time-out; an attempt that nobody answers lasts as long.
+// The request's time-out, after which an unanswered attempt ends.
 constexpr UNUM32 kTimeoutMs = 10'000;
-// What is expected is a tenth of a second. A busy machine may add to it, and it still is not the
-// time-out that ended the request.
+// A tenth of a second is expected, more on a busy machine. Below this limit the time-out cannot
+// have ended the request.
 constexpr std::uint64_t kLimitMs = 5'000;
 
-// The first control units of the fleet, each in the row of its number.
+// Answers of the first control units of the fleet; each unit's number is its row.
 HandMadeAnswer AnswerOf(UNUM32 units) {
     HandMadeAnswer answer;
     for (UNUM32 unit = 0; unit < units; ++unit)
@@ -37,7 +37,7 @@ protected:
         EXPECT_EQ(simulator.LastRequest()["timeout_ms"], kTimeoutMs);
         return hCoP;
     }
-    // The time from the cancel to the final state, which it must reach as cancelled.
+    // The time from the cancel to the final state, which must be cancelled.
     static std::uint64_t CancelMs(UnitsLink& link, UNUM32 hCoP) {
         const std::uint64_t start = TickMs();
         EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
@@ -71,7 +71,7 @@ TEST_F(FunctionalCancel, EndsTheWaitForABusyDongle) {
 }
 
 TEST_F(FunctionalCancel, EndsTheWaitForATurn) {
-    constexpr std::size_t kInFlight = 10;  // as many as the library lets be
+    constexpr std::size_t kInFlight = 10;  // the library's maximum
     simulator.Command(R"(behaviour {"lost": true})");
     std::vector<std::unique_ptr<UnitsLink>> links;
     for (std::size_t i = 0; i < kInFlight; ++i) {

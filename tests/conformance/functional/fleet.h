@@ -1,6 +1,6 @@
 #pragma once
 
-// The car of 64 control units behind these tests' dongle, and links that ask many of them at once.
+// The vehicle with 64 control units at these tests' dongle, and links that address many of them.
 
 #include <algorithm>
 #include <string>
@@ -43,7 +43,7 @@ public:
 
     void SetUnits(const std::vector<UNUM32>& units) {
         UniqueTable table;
-        // The identifiers are the application's own and have nothing to do with the rows.
+        // The application chooses the identifiers, independently of the rows.
         for (const UNUM32 unit : units)
             table.ControlUnit(1000 + unit, RequestOf(unit), ResponseOf(unit));
         EXPECT_EQ(Pdu().PDUSetUniqueRespIdTable(hMod(), hCLL(), table.Item()), PDU_STATUS_NOERROR);
@@ -56,7 +56,7 @@ private:
     ControlData control_{PositiveRead()};
 };
 
-// Exactly these control units have answered, each in the row that goes with it.
+// Exactly these control units have answered, each in its row.
 struct RowAnswer {
     UNUM32 row;
     UNUM32 unit;
@@ -73,7 +73,7 @@ inline void ExpectAnswers(const Outcome& outcome, const std::vector<RowAnswer>& 
     }
 }
 
-// Rows 0 to count - 1 with the control units of the same numbers, but for those left out.
+// Rows 0 to count - 1 with the control units of the same numbers, except the missing ones.
 inline std::vector<RowAnswer> AllBut(UNUM32 count, const std::vector<UNUM32>& missing = {}) {
     std::vector<RowAnswer> answers;
     for (const UNUM32 unit : FirstUnits(count)) {
@@ -84,7 +84,7 @@ inline std::vector<RowAnswer> AllBut(UNUM32 count, const std::vector<UNUM32>& mi
     return answers;
 }
 
-// A CRES in multi form, made by hand; PACKET of the simulator adds the header.
+// The payload of a CRES in multi form; the simulator's `packet` command adds the header.
 class HandMadeAnswer {
 public:
     HandMadeAnswer& Entry(UNUM32 id, const std::vector<UNUM8>& data) {

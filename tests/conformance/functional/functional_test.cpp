@@ -1,4 +1,4 @@
-// One functional request to many control units, with good manners and bad ones.
+// One functional request to many control units, well-behaved or not.
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ TEST_F(FunctionalRequests, SilentControlUnitsHaveNoResult) {
     }
 }
 
-// The dongle says that there were none; nobody has failed.
+// The dongle reports that there were no answers, which is no error.
 TEST_F(FunctionalRequests, WithoutAnyAnswerFinishWithoutResultOrError) {
     UnitsLink link(hMod, kUnits);
     SetNumber("CP_P2Max", 200'000);
@@ -144,7 +144,7 @@ TEST_F(FunctionalRequests, InFlightKeepTheTableTheyStartedWith) {
 }
 
 TEST_F(FunctionalRequests, OfManyLinksEachGetTheirOwnAnswers) {
-    constexpr UNUM32 kLinks = 12;  // more than the library lets be in flight
+    constexpr UNUM32 kLinks = 12;  // more than the library's maximum in flight
     constexpr UNUM32 kRounds = 5;
     std::vector<std::unique_ptr<UnitsLink>> links;
     for (UNUM32 i = 0; i < kLinks; ++i) {

@@ -15,8 +15,8 @@ namespace conformance {
 namespace {
 
 constexpr std::uint32_t kWarmUp = 200;
-// For the whole test: 10 000 requests that lost 256 bytes each would exceed it, less than one of
-// the 64 answers of each costs.
+// For the whole test. 10 000 requests that leak 256 bytes each, less than the cost of one of their
+// 64 answers, would exceed it.
 constexpr std::uint64_t kMemoryAllowance = 2 << 20;
 
 class ManyFunctionalRequests : public SerialDongleWithoutLog {

@@ -1,4 +1,4 @@
-// How the entries of the dongle's answer find the rows of the request.
+// How the entries of the dongle's answer are assigned to the rows of the request.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace {
 
 class ResponseRows : public FunctionalRequests {
 protected:
-    // One request, answered with these entries alone.
+    // One request, answered with only these entries.
     Outcome Answer(UnitsLink& link, const HandMadeAnswer& answer) {
         simulator.Command("record clear");
         simulator.Command(R"(next 1 {"lost": true})");
@@ -82,8 +82,8 @@ TEST_F(ResponseRows, TableOfOneResponseIdentifierIsAMultiRequestOfOneRow) {
     EXPECT_EQ(simulator.LastRequest()["entries"].size(), 1u);
 }
 
-// Deliberate: rows are named by their position in the table, and the dongle counts what it was
-// sent. Behind a row that was left out the two differ.
+// Deliberate: rows are identified by their position in the table, but the dongle counts the rows
+// that it was sent. After an omitted row the two differ.
 TEST_F(ResponseRows, AfterARepeatedResponseIdentifierAreMixedUp) {
     UnitsLink link(hMod, {0, 1, 1, 2, 3});
     const LogCapture log;

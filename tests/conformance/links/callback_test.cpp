@@ -16,7 +16,7 @@ void* Tag(std::uintptr_t value) { return reinterpret_cast<void*>(value); }
 
 class Callbacks : public SerialDongle {
 protected:
-    // The tag is a number: nobody may read through it.
+    // The tag is a number that must not be dereferenced.
     void* const kApiTag = Tag(0x11);
 
     void SetUp() override {
@@ -175,7 +175,7 @@ TEST_F(Callbacks, ApiTagIsThatOfTheLastConstruct) {
     RegisterSystem(nullptr);
 }
 
-// What applications do: drain the queue on the library's thread until it is empty.
+// Applications do this: drain the queue on the library's thread until it is empty.
 TEST_F(Callbacks, QueueCanBeDrainedInside) {
     CallbackSpy spy;
     std::atomic<int> finished{0};
@@ -200,7 +200,7 @@ TEST_F(Callbacks, EveryOtherFunctionMayBeCalledInside) {
     auto done = std::make_shared<Gate>();
     Link link(hMod);
     Link other(hMod);
-    // The ComPrimitive that it starts calls it again, on the worker thread.
+    // It starts a ComPrimitive, which calls it again on the worker thread.
     std::atomic<bool> entered{false};
     spy.OnCall([done, &other, &entered](const CallbackCall& call) {
         if (entered.exchange(true)) return;
@@ -237,7 +237,7 @@ TEST_F(Callbacks, EveryOtherFunctionMayBeCalledInside) {
         EXPECT_EQ(pdu.PDUStartComPrimitive(call.hMod, call.hCLL, PDU_COPT_UPDATEPARAM, 0, nullptr,
                                            nullptr, nullptr, &hCoP),
                   PDU_STATUS_NOERROR);
-        // The worker is another thread and may have forgotten it already.
+        // The worker runs in parallel and may have released it already.
         const T_PDU_ERROR cancelled = pdu.PDUCancelComPrimitive(call.hMod, call.hCLL, hCoP);
         EXPECT_TRUE(cancelled == PDU_STATUS_NOERROR || cancelled == PDU_ERR_INVALID_HANDLE);
         EXPECT_EQ(other.Disconnect(), PDU_STATUS_NOERROR);
@@ -249,7 +249,7 @@ TEST_F(Callbacks, EveryOtherFunctionMayBeCalledInside) {
     link.Connect();  // the first event, on this thread
     EXPECT_TRUE(done->IsOpen());
 
-    // Once more on the link's own worker thread.
+    // Again, on the link's own worker thread.
     auto on_worker = std::make_shared<Gate>();
     spy.OnCall([on_worker](const CallbackCall& call) {
         UNUM32 hCoP = 0;

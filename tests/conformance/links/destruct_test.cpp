@@ -1,5 +1,4 @@
-// PDUDestruct while other things are going on: it ends in bounded time, and a construct after it
-// works.
+// PDUDestruct during other activity: it returns in bounded time, and a construct after it works.
 
 #include <atomic>
 #include <cstdint>
@@ -74,7 +73,7 @@ TEST_F(Destruct, ReturnsDuringARequestAndAScanWithACallbackRegistered) {
     scanner.Join();
     simulator.Reset();
     ASSERT_NO_FATAL_FAILURE(Construct(Settings{.useSerial = true}));
-    // Only a library that is constructed takes items back. Null: the scan came too late.
+    // Items can only be destroyed while the library is constructed. Null: the scan came too late.
     EXPECT_EQ(Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(modules)), PDU_STATUS_NOERROR);
 }
 
@@ -94,7 +93,7 @@ TEST_F(Destruct, MayBeCalledInsideACallbackFollowedByConstruct) {
     link.Start(PDU_COPT_UPDATEPARAM);
     ASSERT_TRUE(done->Wait());
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
-    // Nobody else waits for this worker any more.
+    // Nothing else waits for this worker.
     EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
 }
 
@@ -121,7 +120,7 @@ TEST_F(Destruct, ReleasesTheLockThatAStatusQueryHolds) {
     ControlData control;
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
     UNUM32 status = 0;
-    // Wrong module and link: the ComPrimitive is found all the same.
+    // The ComPrimitive is found despite the wrong module and link.
     ASSERT_EQ(Pdu().PDUGetStatus(77, 88, hCoP, &status, nullptr, nullptr), PDU_STATUS_NOERROR);
     EXPECT_TRUE(status == PDU_COPST_IDLE || status == PDU_COPST_EXECUTING) << status;
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
@@ -146,7 +145,7 @@ void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) {
 
 }  // namespace
 
-// The worker is inside the application's callback and does not come back: it is terminated.
+// The worker is stuck in the application's callback and is terminated.
 FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructContinue) {
     const UNUM32 hMod = ConstructWithSerial();
     ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
@@ -158,7 +157,7 @@ FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructContinue) {
     const LogCapture log;
     const std::uint64_t begin = TickMs();
     ExpectDestructEnds();
-    EXPECT_GE(TickMs() - begin, 1900u);  // it is given its time, but for a step of the clock
+    EXPECT_GE(TickMs() - begin, 1900u);  // the whole time limit, less one clock step
     EXPECT_EQ(log.MissingOf({
                   "[PDUDestruct] Waiting for Thread handle 0x* to exit (LogicalLink #0)",
                   "[PDUDestruct] Thread 0x* for link #0 did not exit, terminating",

@@ -13,7 +13,7 @@ namespace {
 
 class Links : public SerialDongle {
 protected:
-    // A link with these arguments, destroyed at once; what its creation logged.
+    // Creates a link with these arguments and destroys it. Returns what the creation logged.
     std::vector<std::string> LinesOfCreation(PDU_RSC_DATA* resource, PDU_FLAG_DATA* flag,
                                              UNUM32 resource_id = PDU_ID_UNDEF) {
         const LogCapture log;

@@ -34,7 +34,7 @@ PDU_PARAM_ITEM* ParamOf(PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, UNUM32 entry, UNUM
 TEST_F(UniqueTables, NewLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
     SetNumber("CP_CanPhysReqId", 0x700);
     const Link link(hMod);
-    SetNumber("CP_CanPhysReqId", 0x701);  // comes too late for this link
+    SetNumber("CP_CanPhysReqId", 0x701);  // too late for this link
     const auto table = TableOf(link);
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(table->ItemType, PDU_IT_UNIQUE_RESP_ID_TABLE);

@@ -21,13 +21,13 @@ TEST_F(DemoDevice, IsFoundAndIgnoredByItsModel) {
         const auto modules = GetModuleIds();
         ASSERT_NE(modules, nullptr);
         EXPECT_EQ(modules->NumEntries, 0u);
-        if (!log.HasLike("*detected client*")) continue;  // a busy machine answered too late
+        if (!log.HasLike("*detected client*")) continue;  // answered too late on a busy machine
         ++seen;
         EXPECT_TRUE(
             log.HasLike("[add_client_cbr] add_client_cbr: detected client 'Demo Device, "
                         "nonfunctional' (MAC: 4D:41:43:41:44:44, Transport: 2)"));
         EXPECT_TRUE(log.Has("[add_client_cbr] Ignoring unsupported device model: 0x00000000"));
-        // What was found may be the answer to the scan before; this one's is bound to come, too.
+        // The answer may be that to the previous scan; this scan's answer will follow.
         EXPECT_TRUE(Eventually([&] { return log.HasLike("[*] Answering as demo device."); }));
         EXPECT_TRUE(log.Has("[UpdateModuleList] Detected 0 devices from transports"));
         EXPECT_TRUE(console.Has("[Dummy] DummyUpdateDevices: scanning for devices"));

@@ -25,7 +25,7 @@ protected:
         return status;
     }
 
-    // Scans until the dongle is seen as gone.
+    // Scans until the dongle is reported as gone.
     bool WaitUntilGone() {
         return Eventually([this] {
             GetModuleIds();
@@ -42,7 +42,7 @@ protected:
         });
     }
 
-    // One scan. False: the dongle did not answer in its 200 ms, as happens on a busy machine.
+    // One scan. False if the dongle did not answer within 200 ms, as may happen on a busy machine.
     static bool ScanIsAnswered() {
         const LogCapture log;
         GetModuleIds();
@@ -147,7 +147,7 @@ TEST_F(Modules, ConnectAndDisconnectChangeOnlyTheStatus) {
     EXPECT_EQ(Status(), PDU_MODST_AVAIL);
     EXPECT_EQ(log.Count("[PDUModuleConnect] Called (0)"), 2u);
     EXPECT_EQ(log.Count("[PDUModuleDisconnect] Called (0)"), 1u);
-    // Neither operation exists on this transport, and the lines about them are left out.
+    // This transport has neither operation, so their lines are missing.
     EXPECT_FALSE(log.HasLike("[PDUModuleConnect] Addressing device*"));
     EXPECT_FALSE(log.HasLike("[PDUModuleDisconnect] Disconnecting via*"));
     EXPECT_EQ(simulator.Count("in CREQ"), before);
@@ -192,7 +192,7 @@ TEST_F(Modules, TimestampIsTheTickInMicroseconds) {
     UNUM32 timestamp = 0;
     const LogCapture log;
     ASSERT_EQ(Pdu().PDUGetTimestamp(hMod, &timestamp), PDU_STATUS_NOERROR);
-    EXPECT_EQ(timestamp % 8, 0u);  // what is left of a whole millisecond after the cut to 32 bits
+    EXPECT_EQ(timestamp % 8, 0u);  // 2^32 and a millisecond are multiples of 8
     const auto difference = static_cast<SNUM32>(static_cast<UNUM32>(TickMs() * 1000) - timestamp);
     EXPECT_LT(std::abs(difference), 60'000'000);
     EXPECT_EQ(log.LinesOf("PDUGetTimestamp"),
@@ -275,7 +275,7 @@ TEST_F(Modules, DonglesOfKnownModelsAreAccepted) {
 
 TEST_F(Modules, DestroyingTheListDoesNotAffectTheModule) {
     ASSERT_TRUE(Eventually([this] {
-        // Available again, should the last scan not have been answered.
+        // Makes the module available again if the last scan was not answered.
         EXPECT_EQ(Pdu().PDUModuleDisconnect(hMod), PDU_STATUS_NOERROR);
         return ScanIsAnswered();
     }));

@@ -78,7 +78,7 @@ TEST_F(RawCleanUp, WorksWhileFramesKeepArriving) {
         const LogCapture log;
         link.Destroy();
         ASSERT_TRUE(Eventually([&] { return WorkerHasExited(log); }));
-        // The next round is to see its own reception, not what is left of this one's.
+        // Otherwise the next round might see what is left of this round's reception.
         ASSERT_TRUE(WaitForReception(false));
     }
 }
@@ -107,7 +107,7 @@ TEST_F(RawCleanUp, ThreadsAndHandlesDoNotGrowWithTheReceivers) {
 
 class RawCallback : public RawDongle {
 protected:
-    // `action` runs once, on the receive thread, when the first frame is there.
+    // Runs `action` once, on the receive thread, at the first frame.
     void OnFirstFrame(RawLink* link, std::function<void()> action) {
         spy_.OnCall([this, action = std::move(action), hCLL = link->hCLL()](const CallbackCall&) {
             while (const auto event = NextEvent(hMod, hCLL)) {
@@ -119,8 +119,8 @@ protected:
         });
         link->Receive();
         ASSERT_TRUE(WaitForReception(true));
-        // Else the worker might still be on its way to the callback of the final state, and take
-        // the frame there in the receive thread's place.
+        // Otherwise the worker might take the frame in the callback for the final state, before the
+        // receive thread does.
         link->Settle();
         ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, hCLL_ = link->hCLL(), spy_.Function()),
                   PDU_STATUS_NOERROR);
@@ -203,7 +203,7 @@ TEST_F(RawCallback, NextReceiverMayBeStartedInside) {
     });
     ASSERT_TRUE(done_->Wait());
     ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, hCLL_, nullptr), PDU_STATUS_NOERROR);
-    link.Settle();  // no callback is under way any more that would take the frame
+    link.Settle();  // no running callback is left that would take the frame
     EXPECT_EQ(Sent(3), (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn}));
     FrameOnBus("123 02");
     const auto frames = link.TakeFrames(1);
@@ -211,7 +211,7 @@ TEST_F(RawCallback, NextReceiverMayBeStartedInside) {
     EXPECT_EQ(frames[0].hCoP, second);
 }
 
-// A frame that arrives while the callback runs waits its turn.
+// Frames that arrive while the callback runs wait.
 TEST_F(RawCallback, NoFrameIsLostWhileACallbackRuns) {
     RawLink link(hMod);
     OnFirstFrame(&link, [] {
@@ -246,7 +246,7 @@ TEST_F(RawCallback, SuccessorReceivesWhileThePredecessorIsInACallback) {
     EXPECT_EQ(link.TakeFrames(1).size(), 1u);
 }
 
-// The link is destroyed, and a callback takes longer than a destruct would wait for it.
+// The link is destroyed during a callback that takes longer than a destruct would wait.
 TEST_F(RawCallback, MayTakeLongWhileTheLinkEnds) {
     RawLink link(hMod);
     const LogCapture log;
@@ -278,7 +278,7 @@ void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, voi
     BlockForever();
 }
 
-// The receive thread is inside the application's callback and does not come back.
+// The receive thread is stuck in the application's callback.
 FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructContinue) {
     Settings{.useSerial = true}.Store();
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
@@ -287,7 +287,7 @@ FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructContin
     Simulator simulator;
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
-    link.Settle();  // the worker is not to call back: it would get stuck in the receiver's place
+    link.Settle();  // otherwise the worker would call back and get stuck instead
     ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), StuckCallback), PDU_STATUS_NOERROR);
     ASSERT_TRUE(Eventually([&] { return simulator.Command("raw send 123 01") == "1"; }));
     ASSERT_TRUE(Eventually([] { return callback_is_stuck.load(); }));

@@ -1,6 +1,6 @@
 #pragma once
 
-// Raw CAN links as tests use them, and the bus behind the simulated dongle.
+// Raw CAN links for tests, and the bus of the simulated dongle.
 
 #include <gtest/gtest.h>
 
@@ -27,7 +27,7 @@ inline std::vector<UNUM8> FrameBytes(UNUM32 id, const std::vector<UNUM8>& data) 
     return bytes;
 }
 
-// A frame as a link delivered it.
+// A frame delivered by a link.
 struct Received {
     UNUM32 hCoP;
     Result result;
@@ -50,7 +50,7 @@ public:
         Send(id, data, control);
     }
 
-    // The ComPrimitive that receives from now on. Its status items are taken.
+    // Starts a ComPrimitive that receives from now on, and takes its status items.
     UNUM32 Receive(SNUM32 cycles = -1, void* tag = nullptr) {
         ControlData control({}, 1, cycles);
         const UNUM32 hCoP = Start(PDU_COPT_SENDRECV, {}, control.Data(), tag);
@@ -60,7 +60,7 @@ public:
         return hCoP;
     }
 
-    // The next frames; fewer when they do not come.
+    // The next frames; fewer if not all arrive.
     std::vector<Received> TakeFrames(std::size_t count) {
         std::vector<Received> frames;
         EXPECT_TRUE(Eventually([&] {
@@ -71,7 +71,7 @@ public:
             }
             return false;
         })) << frames.size()
-            << " of " << count << " frames came";
+            << " of " << count << " frames arrived";
         return frames;
     }
 };
@@ -84,11 +84,11 @@ inline std::string CopLine(const std::string& before, UNUM32 hCoP, const std::st
 
 class RawDongle : public SerialDongle {
 protected:
-    // A frame on the bus, which nobody may miss.
+    // Puts a frame on the bus; reception must be on.
     void FrameOnBus(const std::string& id_and_data) {
-        EXPECT_EQ(simulator.Command("raw send " + id_and_data), "1") << "nobody receives";
+        EXPECT_EQ(simulator.Command("raw send " + id_and_data), "1") << "reception is off";
     }
-    // A RAWC of the dongle, whatever it holds.
+    // Sends a RAWC with any payload from the dongle.
     void Inject(const std::string& payload) { simulator.Command("packet RAWC " + payload); }
 
     bool IsReceptionOn() {

@@ -8,7 +8,7 @@ class RawTrace : public RawDongle {
 protected:
     Settings FirstSettings() const override { return {.enableCopTrace = true, .useSerial = true}; }
 
-    // The events of one ComPrimitive, but for the application's own item_destroy.
+    // The events of one ComPrimitive, without item_destroy, which the application causes.
     static std::vector<nlohmann::json> EventsOf(UNUM32 hCoP) {
         std::vector<nlohmann::json> events;
         for (const nlohmann::json& line : ReadTrace()) {
@@ -29,7 +29,7 @@ TEST_F(RawTrace, ShowsEveryStepOfAReceiver) {
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
     ASSERT_TRUE(WaitForReception(true));
-    // The worker's part comes first only if it is over when the frame comes.
+    // The worker's events come first only if the worker is done when the frame arrives.
     ASSERT_EQ(WaitForTrace("notify_end", 2).size(), 2u);
     FrameOnBus("18DAF110 02 7E 00");
     link.TakeFrames(1);

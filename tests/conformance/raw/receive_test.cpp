@@ -82,9 +82,9 @@ TEST_F(RawReceive, DataIsCutToWhatThePacketHolds) {
     RawLink link(hMod);
     link.Receive();
     Inject("23010000 0800 0000 010203");                // ends early
-    Inject("23010000 C800 0000 0102030405060708");      // announces 200
-    Inject("23010000 0A00 0000 0102030405060708090A");  // more than a frame has
-    Inject("23010000 0800 0000");                       // nothing behind the fixed fields
+    Inject("23010000 C800 0000 0102030405060708");      // count 200
+    Inject("23010000 0A00 0000 0102030405060708090A");  // more than a frame can hold
+    Inject("23010000 0800 0000");                       // nothing after the fixed fields
     const auto frames = link.TakeFrames(4);
     ASSERT_EQ(frames.size(), 4u);
     EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01 02 03");
@@ -122,13 +122,13 @@ TEST_F(RawReceive, FramesArriveInOrderAndNoneIsLost) {
     }
 }
 
-// A frame that nobody waits for stays where it is.
+// A frame without a receiver stays in the queue.
 TEST_F(RawReceive, EarlierFramesAreDeliveredFirst) {
     RawLink link(hMod);
     Inject("23010000 0100 0000 0100000000000000");
     Inject("23010000 0100 0000 0200000000000000");
     ControlData control({}, 1, -1);
-    link.Start(PDU_COPT_SENDRECV, {}, control.Data());  // they may come before its final state
+    link.Start(PDU_COPT_SENDRECV, {}, control.Data());  // frames may arrive before its final state
     const auto frames = link.TakeFrames(2);
     ASSERT_EQ(frames.size(), 2u);
     EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01");
@@ -196,7 +196,7 @@ TEST_F(RawReceive, NoFrameIsLostWhenTheNextComPrimitiveTakesOver) {
     for (int i = 0; i < kTakeOvers; ++i) {
         for (int j = 0; j < 5; ++j, ++injected)
             Inject("23010000 0100 0000 0100000000000000");
-        // Frames that come meanwhile are taken here as well.
+        // Frames may arrive before its final state; TakeFrames takes them all.
         ControlData control({}, 1, -1);
         link.Start(PDU_COPT_SENDRECV, {}, control.Data());
     }
@@ -217,7 +217,7 @@ TEST_F(RawReceive, CancellingAFinishedOneDoesNotStopItsThread) {
 
 TEST_F(RawReceive, OneCancelledBeforeItsTurnStopsAtOnce) {
     RawLink link(hMod);
-    // The worker stays in the first one's callback until the other one is cancelled.
+    // The worker stays in the callback for the first ComPrimitive until the second is cancelled.
     const auto cancelled = std::make_shared<Gate>();
     CallbackSpy spy;
     spy.OnCall([cancelled](const CallbackCall&) { EXPECT_TRUE(cancelled->Wait()); });
@@ -238,7 +238,7 @@ TEST_F(RawReceive, OneCancelledBeforeItsTurnStopsAtOnce) {
     EXPECT_FALSE(IsReceptionOn());
 }
 
-// This dongle does not count who receives.
+// This dongle does not count its receivers.
 TEST_F(RawReceive, EndOfAnotherLinksReceptionStopsThisOneUntilItStartsAgain) {
     RawLink first(hMod);
     RawLink second(hMod);
@@ -255,7 +255,7 @@ TEST_F(RawReceive, EndOfAnotherLinksReceptionStopsThisOneUntilItStartsAgain) {
     EXPECT_EQ(frames[0].hCoP, again);
 }
 
-// The query keeps the module lock: in a process of its own.
+// The query keeps the module lock, so this test has its own process.
 FRESH_PROCESS_TEST(RawStatus, OfAReceivingComPrimitiveIsFinished) {
     Settings{.useSerial = true}.Store();
     ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
@@ -300,7 +300,7 @@ TEST_F(RawReceive, FramesOfAReturnedDongleAreDelivered) {
     simulator.Unplug();
     ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));
     simulator.Replug();
-    // What comes before the port is synchronised again is lost, as on every port.
+    // Frames sent before the port is synchronised are lost, as on every port.
     EXPECT_TRUE(EventuallyConnected([&] {
         Inject("23010000 0100 0000 0700000000000000");
         const auto event = NextEvent(hMod, link.hCLL());

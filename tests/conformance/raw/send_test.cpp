@@ -9,11 +9,11 @@ namespace {
 
 class RawSend : public RawDongle {
 protected:
-    // The worker is through with everything that was started before.
+    // The worker has finished everything started before.
     static void WaitUntilIdle(RawLink* link) { link->WaitFor(link->Start(PDU_COPT_UPDATEPARAM)); }
     std::uint64_t SentUntilIdle(RawLink* link) {
         WaitUntilIdle(link);
-        link->Send(0x7FF, {});  // behind all others
+        link->Send(0x7FF, {});  // after all others
         EXPECT_TRUE(Eventually([&] {
             const auto last = simulator.Last(1, "in RAWC");
             return !last.empty() && last[0]["hex"].get<std::string>().substr(16, 4) == "FF07";
@@ -76,7 +76,7 @@ TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {
     ControlData control({}, 1, 0);
     const UNUM32 hCoP = link.Send(0x123, {1}, control);
     ASSERT_TRUE(Eventually([&] { return log.Has(CopLine("[CommThreadFunc] free CoP #", hCoP)); }));
-    // The log tells of the release before it has happened.
+    // The release is logged before it happens.
     EXPECT_TRUE(Eventually([&] {
         return Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP) == PDU_ERR_INVALID_HANDLE;
     }));
@@ -111,7 +111,7 @@ TEST_F(RawSend, ExtendedNeedsTheThirdFlagByte) {
     EXPECT_EQ(log.CountLike("*RAW: Send CAN frame 0x0123*"), 1u);
 }
 
-// They are the caller's, and may be gone when the worker comes to the ComPrimitive.
+// They belong to the caller and may no longer exist when the worker executes the ComPrimitive.
 TEST_F(RawSend, FlagBytesAreReadWhenTheComPrimitiveIsStarted) {
     RawLink link(hMod);
     const LogCapture log;

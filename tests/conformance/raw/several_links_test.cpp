@@ -1,4 +1,4 @@
-// Several links on one dongle, which counts who receives: raw ones, and a normal one beside them.
+// Several links on one dongle that counts its receivers: raw links, and a normal link with them.
 
 #include <set>
 
@@ -33,7 +33,7 @@ TEST_F(RawLinks, EachFrameGoesToOneOfTwo) {
     EXPECT_EQ(Sent(2), (std::vector<std::string>{kReceptionOn, kReceptionOn}));
     ASSERT_TRUE(WaitForReception(true));
     ASSERT_EQ(simulator.Command("raw burst 200 123"), "200");
-    EXPECT_EQ(TakeAll(&first, &second, kFrames).size(), kFrames) << "none twice";
+    EXPECT_EQ(TakeAll(&first, &second, kFrames).size(), kFrames) << "each frame once";
 }
 
 TEST_F(RawLinks, OneContinuesReceivingWhenTheOtherEnds) {
@@ -63,7 +63,7 @@ TEST_F(RawLinks, ReceptionIsOffWhenAllHaveEnded) {
     second.Destroy();
     first.Destroy();
     third.Destroy();
-    // Nobody receives while a late receiver has not begun yet: all four were on, and are off again.
+    // A late receiver may not have started yet, so wait until all four were on and are off again.
     EXPECT_TRUE(simulator.WaitFor(8, "in RAWC"));
     EXPECT_FALSE(IsReceptionOn());
     EXPECT_EQ(simulator.Command("raw send 123 01"), "0");
@@ -95,7 +95,7 @@ TEST_F(RawLinks, RequestsOnANormalLinkWorkDuringRawTraffic) {
     const auto frames = raw.TakeFrames(std::size_t{10} * kRequests);
     for (const Received& frame : frames)
         EXPECT_EQ(frame.hCoP, hCoP);
-    EXPECT_EQ(NextEvent(hMod, engine.hCLL()), nullptr) << "no raw frame strays to the other link";
+    EXPECT_EQ(NextEvent(hMod, engine.hCLL()), nullptr) << "no raw frame reaches the other link";
 }
 
 }  // namespace

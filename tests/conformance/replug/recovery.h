@@ -1,7 +1,7 @@
 #pragma once
 
-// What docs/compatibility.md tells an application to do about a dongle that was pulled out and put
-// back, and what it sees until then.
+// The recovery of an application after its dongle was unplugged and replugged, as described in
+// docs/compatibility.md, and what the application sees until then.
 
 #include "conformance/framework/items.h"
 #include "conformance/framework/library.h"
@@ -15,7 +15,7 @@ inline UNUM32 ModuleStatus(UNUM32 hMod) {
     return status;
 }
 
-// Scans until the module's dongle is missing; false: it is not.
+// Scans until the module's dongle is missing. False if it stays available.
 inline bool ScanUntilNotAvailable(UNUM32 hMod) {
     return Eventually([hMod] {
         GetModuleIds();

@@ -1,5 +1,5 @@
-// A dongle that is pulled out and put back many times, by an application that recovers as
-// docs/compatibility.md says.
+// A dongle that is unplugged and replugged many times, and an application that recovers as
+// described in docs/compatibility.md.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 class ReplugCycles : public SerialDongleWithoutLog {
 protected:
-    // The request that the unplugging hits, or that does not find a dongle any more.
+    // The request during which the dongle is unplugged, or that no longer finds a dongle.
     void LoseARequest(EngineLink& link, bool in_flight) {
         ControlData control(PositiveRead());
         if (in_flight) {

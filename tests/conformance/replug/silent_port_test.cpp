@@ -11,8 +11,7 @@ namespace {
 
 class SilentPort : public SerialDongle {
 protected:
-    // Constructed again, with a dongle that hears everything and says nothing. What the library
-    // has sent to it is on record.
+    // Constructs again with a dongle that receives and records everything but sends nothing.
     void ConstructWithMutedDongle() {
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
         simulator.Command("mute");
@@ -22,8 +21,8 @@ protected:
         ASSERT_TRUE(Eventually([&] { return log.Has(kGivenUp); }));
         ASSERT_TRUE(Eventually([&] { return log.Has(kClosed); }));
     }
-    // Constructed again, with a dongle that answers the third SYNC only. False: the port was given
-    // up.
+    // Constructs again with a dongle that answers only the third SYNC. False if the library gave
+    // the port up.
     bool ConnectsAtTheThirdSync() {
         EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
         simulator.Command("ignore SYNC 2");
@@ -59,7 +58,7 @@ TEST_F(SilentPort, IsGivenUpAfterThreeSyncs) {
                   "COM5: Send SYNC\n"
                   "COM5: Device did not respond\n");
         syncs = simulator.Count("in SYNC");
-        // One that a busy machine has not written when the port is closed goes no further.
+        // On a busy machine a SYNC that is not written when the port is closed is lost.
         return syncs >= 3 || HasFailure();
     }));
     EXPECT_EQ(syncs, 3u);
@@ -72,7 +71,7 @@ TEST_F(SilentPort, IsClosedAndNotListed) {
     EXPECT_EQ(GetModuleIds()->NumEntries, 0u);
 }
 
-// Each look at the module list lasts for two scans of the ports.
+// Reading the module list takes as long as two port scans.
 TEST_F(SilentPort, IsNotTriedAgainEvenIfItWouldAnswer) {
     ConstructWithMutedDongle();
     const std::uint64_t opens = Opens();
@@ -99,7 +98,7 @@ TEST_F(SilentPort, WorksAfterItReappears) {
 }
 
 TEST_F(SilentPort, AnswerToTheThirdSyncIsAccepted) {
-    // The answer to it has 100 ms, which a busy machine may take.
+    // The library waits 100 ms for the answer, which may be too short on a busy machine.
     ASSERT_TRUE(Eventually([this] { return ConnectsAtTheThirdSync() || HasFailure(); }));
     EXPECT_EQ(simulator.Count("in SYNC"), 3u);
     hMod = FindModule();
@@ -118,7 +117,7 @@ TEST_F(SilentPort, DestructDuringTheHandshakeEndsInTime) {
 
 using ForeignPort = SerialDongle;
 
-// Port 9 is listed beside the dongle's, with other ids.
+// Port 9 is also listed, with other ids than the dongle's port.
 TEST_F(ForeignPort, IsNeitherOpenedNorLogged) {
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     const LogCapture log;

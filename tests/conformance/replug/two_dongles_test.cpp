@@ -1,4 +1,4 @@
-// Two dongles at once, each before a car of its own.
+// Two dongles at once, each at its own vehicle.
 
 #include <gtest/gtest.h>
 
@@ -106,8 +106,8 @@ TEST_F(TwoDongles, UnpluggingOneDoesNotDisturbTheOther) {
     EXPECT_EQ(second.WaitFor(lost).errors, std::vector<UNUM32>{0x101});
 
     ASSERT_TRUE(ScanUntilNotAvailable(modules[1]));
-    // A scan gives a dongle 200 ms for its answer, which a busy machine may take. What counts is
-    // one that the first dongle has answered; before it, it is made available again.
+    // A scan waits 200 ms for a dongle's answer, which may be too short on a busy machine. Only a
+    // scan that the first dongle has answered counts; before each, it is made available again.
     ASSERT_TRUE(Eventually([this] {
         EXPECT_EQ(Pdu().PDUModuleDisconnect(modules[0]), PDU_STATUS_NOERROR);
         const LogCapture log;

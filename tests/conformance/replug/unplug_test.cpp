@@ -12,7 +12,7 @@ namespace {
 
 class Unplug : public SerialDongle {
 protected:
-    // Steps 2 and 3 of the recovery, and the module's part of step 4.
+    // Steps 2 and 3 of the recovery, and the module part of step 4.
     void Recover() {
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
         Construct(FirstSettings());
@@ -100,7 +100,7 @@ TEST_F(Unplug, RecoverySucceedsWhenTheDongleComesBackAfterTheConstruct) {
     ExpectFirstRequestToSucceed();
 }
 
-// Without this the exchange would wait three times ten seconds.
+// Otherwise the exchange would wait three times ten seconds.
 TEST_F(Unplug, RequestInFlightEndsWithError257) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"lost": true})");
@@ -152,7 +152,7 @@ TEST_F(Unplug, RequestWithoutADongleEndsWithError257) {
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
 }
 
-// The answer has 40 bytes: 8 of header, 12 of fixed fields, 20 of data.
+// The answer has 40 bytes: 8 of the header, 12 of fixed fields, 20 of data.
 TEST_F(Unplug, DongleLostDuringAnAnswerEndsTheRequestAndCanReturn) {
     for (const char* cut : {"cut 1", "cut 7", "cut 8", "cut 9", "cut 20", "cut 39"}) {
         SCOPED_TRACE(cut);
@@ -195,7 +195,7 @@ TEST_F(Unplug, ReceiverLooksForSyncAfterAnOversizedHeaderAndKeepsThePort) {
     };
     const nlohmann::json before = opens();
     const LogCapture log;
-    simulator.Command("send 53455243 88130000");  // 5000 bytes announced
+    simulator.Command("send 53455243 88130000");  // length 5000
     EXPECT_TRUE(
         Eventually([&] { return log.Has("[SerialRxThreadFunc] Invalid header size 5000"); }));
     simulator.Command("garbage 100");
@@ -211,7 +211,7 @@ TEST_F(Unplug, NextScanReconnectsAPortThatStoppedByItself) {
     simulator.Command("packet CRYP 00112233445566778899AABBCCDDEEFF");
     EXPECT_TRUE(Eventually([&] { return log.Has("[SerialThreadFunc] COM5 Instance stopped"); }));
     EXPECT_TRUE(simulator.WaitFor(syncs + 1, "in SYNC"));
-    // Nobody scanned meanwhile, so nobody missed it.
+    // There was no scan meanwhile, so the module stays available.
     EXPECT_TRUE(EventuallyConnected([&] { return log.Has("[SerialRxThreadFunc] Synchronized"); }));
     ExpectFirstRequestToSucceed();
     EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);

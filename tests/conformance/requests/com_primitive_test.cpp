@@ -85,7 +85,7 @@ TEST_F(ComPrimitives, DelayIsQueuedAndLoggedAndProducesNothing) {
 TEST_F(ComPrimitives, EachTypeIsLoggedInItsOwnWay) {
     struct Row {
         UNUM32 type;
-        std::vector<std::string> lines;  // between those of the control data and the last one
+        std::vector<std::string> lines;  // between the control data's lines and the last line
     };
     const Row rows[] = {
         {PDU_COPT_STARTCOMM, {"[PDUStartComPrimitive]   PDU_COPT_STARTCOMM"}},
@@ -104,7 +104,7 @@ TEST_F(ComPrimitives, EachTypeIsLoggedInItsOwnWay) {
         link.Settle();
         std::vector<std::string> lines = log.LinesOf("PDUStartComPrimitive");
         ASSERT_GE(lines.size(), row.lines.size() + 5) << row.type;
-        lines.resize(row.lines.size() + 5);  // those behind it are Settle's
+        lines.resize(row.lines.size() + 5);  // the lines after it are from Settle
         EXPECT_TRUE(Matches(lines[0], "[PDUStartComPrimitive] (" + std::to_string(link.hMod()) +
                                           ", " + std::to_string(link.hCLL()) + ", " +
                                           std::to_string(row.type) + ", 3, *)"))
@@ -147,7 +147,7 @@ TEST_F(ComPrimitives, CannotBeCancelledThroughAnotherLink) {
     EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_FINISHED);
 }
 
-// Null pointers behind counts, as careless applications have them.
+// Null pointers with counts above 0, as some applications pass them.
 TEST_F(ComPrimitives, ControlDataWithNullArraysIsCopiedWithoutThem) {
     EngineLink link(hMod);
     PDU_COP_CTRL_DATA control = {0, 1, 1, 0, {4, nullptr}, 3, nullptr};
@@ -194,7 +194,7 @@ TEST_F(ComPrimitives, TesterPresentMessageOf32BytesIsSentAndOf33IsNot) {
     SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(33, 0x3E));
     link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
     link.Settle();
-    // Another request behind it: whatever was to be sent has been sent.
+    // After another request, everything to be sent has been sent.
     link.Request(ReadVin());
     EXPECT_EQ(simulator.Count("in TSPR"), 0u);
     SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(32, 0x3E));
@@ -241,7 +241,7 @@ TEST_F(ComPrimitives, SingleRequestCancelledInFlightEndsAsCancelledAfterItsAnswe
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);
 }
 
-// Inside the callback of its final state a ComPrimitive is finished and not released yet.
+// In the callback for its final state a ComPrimitive is finished but not yet released.
 TEST_F(ComPrimitives, CancellingAFinishedOneSucceedsUntilItIsReleased) {
     EngineLink link(hMod);
     const LogCapture log;
@@ -352,7 +352,7 @@ TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
               "");
 }
 
-// The status query of a ComPrimitive keeps the module lock, so these have a process of their own.
+// The status query of a ComPrimitive keeps the module lock, so these tests have their own process.
 
 class Polled {
 public:

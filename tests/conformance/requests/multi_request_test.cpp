@@ -21,7 +21,8 @@ TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequest) {
         log.HasLike("[CommThreadFunc:*]        -> Reporting back matched response for "
                     "table entry 2"));
     for (UNUM32 row = 0; row < 3; ++row) {
-        EXPECT_EQ(outcome.results[row].unique_id, row) << "the row, not the table's identifier";
+        EXPECT_EQ(outcome.results[row].unique_id, row)
+            << "the row, not the identifier in the table";
         EXPECT_EQ(outcome.results[row].acceptance_id, 7u);
     }
     EXPECT_TRUE(outcome.errors.empty());
@@ -67,15 +68,15 @@ TEST_F(MultiRequest, RepeatedResponseIdentifierIsOmitted) {
     const Outcome outcome = link.Request(ReadVin());
     EXPECT_EQ(simulator.LastRequest()["entries"].size(), 2u);
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
-    EXPECT_EQ(log.MissingOf(
-                  {"[CommThreadFunc:*]    prepare multi-request packet with 3 entries in "
-                   "UniqueRespTable",
-                   "[CommThreadFunc:*]    send multi-request packet with 2 entries",
-                   // The dongle answers with indexes 0 and 1, the second row has the position 2.
-                   "[CommRequestMulti] ERROR: response #1, ID: 1 doesn't match table",
-                   "[CommThreadFunc:*]    done, parse 2 responses",
-                   "[CommThreadFunc:*]      #1 -> no data"}),
-              "");
+    EXPECT_EQ(
+        log.MissingOf({"[CommThreadFunc:*]    prepare multi-request packet with 3 entries in "
+                       "UniqueRespTable",
+                       "[CommThreadFunc:*]    send multi-request packet with 2 entries",
+                       // The dongle answers with indexes 0 and 1; the second row has position 2.
+                       "[CommRequestMulti] ERROR: response #1, ID: 1 doesn't match table",
+                       "[CommThreadFunc:*]    done, parse 2 responses",
+                       "[CommThreadFunc:*]      #1 -> no data"}),
+        "");
 }
 
 TEST_F(MultiRequest, EntryWithoutIdentifiersInheritsThoseOfThePreviousEntry) {
@@ -91,7 +92,7 @@ TEST_F(MultiRequest, EntryWithoutIdentifiersInheritsThoseOfThePreviousEntry) {
     SetNumber("CP_P2Max", 1'000'000);
     link.Connect();
     link.Request(ReadVin());
-    // The third repeats the second's response identifier, so it is left out.
+    // The third repeats the second's response identifier, so it is omitted.
     const nlohmann::json entries = simulator.LastRequest()["entries"];
     ASSERT_EQ(entries.size(), 2u) << entries.dump();
 }

@@ -41,7 +41,7 @@ TEST_F(RequestTrace, ShowsEveryStepOfASingleRequestInOrder) {
             if (line["ev"] != "item_destroy") of_request.push_back(line);
         }
     }
-    // A request is traced after it was sent: the thread that receives may be the first to write.
+    // A request is traced after it was sent, so the receiving thread may write its event first.
     const auto sent = std::find_if(of_request.begin(), of_request.end(),
                                    [](const auto& line) { return line["ev"] == "comm_req_sent"; });
     ASSERT_TRUE(sent != of_request.begin() && sent != of_request.end());
@@ -135,7 +135,7 @@ TEST_F(RequestTrace, LongRequestIsCutToTheLengthOfALine) {
     const std::size_t line = text.find("\"ev\":\"cop_start\"");
     ASSERT_NE(line, std::string::npos);
     const std::size_t begin = text.rfind("{\"seq\":", line);
-    // Cut at 1023 characters, the line feed included, so the next event follows at once.
+    // Cut to 1023 characters, including the line feed, so the next event follows directly.
     EXPECT_EQ(text.find("{\"seq\":", line) - begin, 1023u);
 }
 

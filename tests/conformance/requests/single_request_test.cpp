@@ -107,7 +107,7 @@ TEST_F(SingleRequest, UnmatchedResponsesGiveTenErrors259ThenFinished) {
     EXPECT_EQ(log.CountLike("[CommThreadFunc:*]      no match"), 10u);
 }
 
-// The response byte masks both sides: 7F and 62 agree in the bits of 62.
+// The response byte masks both sides: 7F and 62 are equal in the bits of 62.
 TEST_F(SingleRequest, PositiveAnswerAlsoMatchesThePatternOfANegativeOne) {
     EngineLink link(hMod);
     const Outcome outcome = link.Request(

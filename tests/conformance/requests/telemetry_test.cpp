@@ -1,4 +1,4 @@
-// The dongle's reports of its own health, in debug log and trace.
+// The dongle's telemetry reports in debug log and trace.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ protected:
     void SendBytes(const std::string& text) {
         simulator.Command("packet TELE " + Hex({text.begin(), text.end()}));
     }
-    // Everything sent before it has been worked on once this is answered.
+    // An answer shows that everything sent earlier has been processed.
     void ExpectRequestsToGoOn() {
         EngineLink link(hMod);
         EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).results.size(), 1u);
@@ -71,7 +71,7 @@ TEST_F(TelemetryReports, InFragmentsAreReassembled) {
     EXPECT_TRUE(Eventually([&] { return log.HasLike(kValues); }));
 }
 
-// Whatever stands in it, every line of the trace stays JSON, and requests are answered.
+// Whatever the text, every line of the trace is valid JSON and requests are answered.
 TEST_F(TelemetryReports, WithHostileTextDoNoHarm) {
     constexpr std::size_t kRoom = 4096 - 8;
     const std::string tasks = "{\"tasks\":[";
@@ -93,7 +93,7 @@ TEST_F(TelemetryReports, WithHostileTextDoNoHarm) {
         SendBytes(text);
         ++sent;
     }
-    // ReadTrace fails on a line that is no JSON.
+    // ReadTrace fails on a line that is not JSON.
     const std::vector<nlohmann::json> events = WaitForTrace("telemetry", sent);
     ASSERT_EQ(events.size(), sent);
     for (std::size_t i = 0; i < sent; ++i)
