@@ -1,4 +1,4 @@
-// The main of test programs whose tests start themselves again as children.
+// `main` of test programs that run some of their tests in child processes.
 
 #include <gtest/gtest.h>
 

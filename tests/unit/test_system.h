@@ -1,6 +1,6 @@
 #pragma once
 
-// What tests need of the operating system beyond the library's own platform layer.
+// Operating system functions for tests that the library's platform layer does not have.
 
 #include <cstdio>
 #include <functional>
@@ -12,43 +12,43 @@ namespace tarvik::test {
 // Sets a variable of this process's environment; null removes it.
 void SetVariable(const char* name, const char* value);
 
-// The calling thread's description, as a debugger would show it.
+// The calling thread's name, as a debugger shows it.
 std::string CurrentThreadName();
-// What the system keeps of `description`.
+// The part of `description` that the system keeps.
 std::string KeptThreadName(const std::string& description);
 
-// While it lives the file can be read but not opened for writing by this process.
+// During its lifetime this process can read the file but not open it for writing.
 class WriteProtection {
 public:
     virtual ~WriteProtection() = default;
 };
 std::unique_ptr<WriteProtection> ProtectFromWriting(const std::string& path);
 
-// A stream, opened for reading, whose every read fails. `path` is a file to create for it.
+// A stream opened for reading on which every read fails. Creates a file at `path` for it.
 std::FILE* OpenUnreadable(const std::string& path);
 
 struct ChildResult {
-    int exit_code;       // below 0: it was killed
+    int exit_code;       // below 0: killed
     std::string output;  // standard output and standard error
 };
-// Runs the body that this program registered under `name` in a process of its own. Message boxes
-// of the child are closed.
+// Runs the body that this program registered under `name` in a new process, and closes its message
+// boxes.
 ChildResult RunChild(const std::string& name);
 
-// Calls `show` and closes the message box with that caption that it may put on the screen.
+// Calls `show`, and closes the message box with this caption that it may open.
 void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& show);
 
-// What a message box leaves on standard error: nothing where it is a window.
+// What a message box prints on standard error: nothing if it is a window.
 std::string PrintedMessageBox(const std::string& text, const std::string& caption);
 
-// What a child leaves on its standard output of text that it prints on a console of its own.
+// What appears on a child's standard output of text that it prints on its own console.
 std::string PrintedOnConsole(const std::string& text);
 
-// Registers what RunChild runs; `body` returns the process's exit code.
+// Registers a body for RunChild. It returns the process's exit code.
 class ChildBody {
 public:
     ChildBody(const char* name, int (*body)());
-    static int Run(const std::string& name);  // -1: there is no such body
+    static int Run(const std::string& name);  // -1: no such body
 };
 
 inline constexpr const char kChildOption[] = "--run-child=";

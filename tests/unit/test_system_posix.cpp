@@ -35,9 +35,10 @@ std::string CurrentThreadName() {
 std::string KeptThreadName(const std::string& description) { return description.substr(0, 15); }
 
 namespace {
+
 constexpr uid_t kNobody = 65534;
 
-// Root may write whatever the mode says, so it lays its rights down meanwhile.
+// Root may write whatever the mode, so it becomes another user meanwhile.
 class ReadOnlyMode : public WriteProtection {
 public:
     explicit ReadOnlyMode(const std::string& path) : path_(path) {

@@ -15,8 +15,8 @@ namespace tarvik::test {
 
 void SetVariable(const char* name, const char* value) { ::SetEnvironmentVariableA(name, value); }
 
-// A stream that is open for writing only would do on Windows, but under Wine its reads end the
-// file.
+// On Windows a stream opened only for writing would suffice, but under Wine its reads report the
+// end of the file.
 std::FILE* OpenUnreadable(const std::string& path) {
     const int file = ::_open(path.c_str(), _O_WRONLY | _O_CREAT | _O_BINARY, _S_IREAD | _S_IWRITE);
     return ::_fdopen(file, "rb");
@@ -41,7 +41,8 @@ std::string CurrentThreadName() {
 std::string KeptThreadName(const std::string& description) { return description; }
 
 namespace {
-// A handle that shares reading alone keeps every writer out, whoever it is.
+
+// A handle that shares only reading excludes every writer, whatever its rights.
 class SharedForReading : public WriteProtection {
 public:
     explicit SharedForReading(const std::string& path)

@@ -69,8 +69,8 @@ private:
     std::uint32_t user_ = 0;
 };
 
-// From now on nobody can create or open this file, which does not exist and would be beside the
-// loaded library.
+// Prevents this file, which does not exist and would be beside the loaded library, from being
+// created or opened.
 void MakeImpossible(const std::string& file);
 
 // Files that stay open must not keep the private folder from being deleted at the end.

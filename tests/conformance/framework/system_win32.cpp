@@ -104,6 +104,7 @@ void SetVariable(const std::string& name, const std::string& value) {
 }
 
 namespace {
+
 // Variables are passed on by setting them for a moment.
 class TemporaryVariables {
 public:
@@ -250,7 +251,7 @@ std::string SystemTempFolder() {
     return {folder, ::GetTempPathA(sizeof folder, folder)};
 }
 
-// An open file that nobody else may open for writing.
+// An open file that cannot be opened for writing elsewhere.
 WriteProtection::WriteProtection(const std::string& file, const std::string&)
     : file_(::CreateFileA(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                           FILE_ATTRIBUTE_NORMAL, nullptr)) {}

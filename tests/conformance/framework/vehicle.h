@@ -1,6 +1,6 @@
 #pragma once
 
-// The control units of the demonstration car behind the simulated dongle.
+// The control units of the demonstration vehicle at the simulated dongle.
 
 #include <vector>
 
