@@ -175,7 +175,7 @@ function(tarvik_test_defaults target)
     tarvik_unity(${target} 0)
     target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
     get_target_property(type ${target} TYPE)
-    if(type STREQUAL "EXECUTABLE" OR type STREQUAL "STATIC_LIBRARY")
+    if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|OBJECT_LIBRARY)$")
         _tarvik_program_code(${target})
         _tarvik_use_precompiled(${target} tests)
         target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has

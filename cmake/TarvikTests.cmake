@@ -46,22 +46,40 @@ function(tarvik_register_test name)
         ENVIRONMENT "${TARVIK_TEST_ENVIRONMENT};GTEST_OUTPUT=xml:${TARVIK_RESULTS_DIR}/${name}.xml;TARVIK_RUN_LIMIT=${run_limit};${ARG_ENVIRONMENT}")
 endfunction()
 
-# tarvik_add_unit_test(NAME SOURCES file... [FAULTS name...] [LIBRARIES lib...]
+# What several unit test programs are linked with, compiled once: the sources that are named.
+function(_tarvik_unit_objects name)
+    if(NOT TARGET ${name})
+        list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/tests/unit/")
+        add_library(${name} OBJECT EXCLUDE_FROM_ALL ${ARGN})
+        tarvik_test_defaults(${name})
+        # Faults include sources of the library under other names.
+        set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+        target_link_libraries(${name} PRIVATE tarvik_dpdu_core tarvik::gtest)
+    endif()
+endfunction()
+
+# tarvik_add_unit_test(NAME SOURCES file... [FAULTS name...] [CHILDREN] [LIBRARIES lib...]
 #                      [LAUNCHER command...] [TIMEOUT seconds] [SLOW])
 # Tests of internals: linked with all of src/. FAULTS names files tests/unit/faults/NAME_fault.cpp:
 # each replaces one function of the library, together with the rest of the source that defines it.
+# CHILDREN: tests start the program again as a child, or use test_system.h otherwise.
 function(tarvik_add_unit_test name)
-    cmake_parse_arguments(ARG "SLOW" "TIMEOUT" "SOURCES;FAULTS;LIBRARIES;LAUNCHER" ${ARGN})
-    set(faults ${ARG_FAULTS})
-    list(TRANSFORM faults REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/tests/unit/faults/\\1_fault.cpp")
-    # They include sources of the library under other names.
-    set_source_files_properties(${faults} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    cmake_parse_arguments(ARG "SLOW;CHILDREN" "TIMEOUT" "SOURCES;FAULTS;LIBRARIES;LAUNCHER" ${ARGN})
+    set(objects "")
+    foreach(fault IN LISTS ARG_FAULTS)
+        _tarvik_unit_objects(tarvik_${fault}_fault faults/${fault}_fault.cpp)
+        list(APPEND objects $<TARGET_OBJECTS:tarvik_${fault}_fault>)
+    endforeach()
+    if(ARG_CHILDREN)
+        _tarvik_unit_objects(tarvik_unit_main test_main.cpp test_system_${TARVIK_OS}.cpp)
+        list(APPEND objects $<TARGET_OBJECTS:tarvik_unit_main>)
+    endif()
     set(labels unit)
     if(ARG_SLOW)
         list(APPEND labels slow)
     endif()
 
-    add_executable(${name} ${ARG_SOURCES} ${faults})
+    add_executable(${name} ${ARG_SOURCES} ${objects})
     tarvik_test_defaults(${name})
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
     if("heap" IN_LIST ARG_FAULTS)
