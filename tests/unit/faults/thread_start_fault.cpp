@@ -6,18 +6,22 @@
 // The platform's source, with its OsThreadStart under another name. This object then defines all
 // that the source does, so the linker takes nothing of it from the library.
 #define OsThreadStart SystemThreadStart
+#define OsThreadTerminate SystemThreadTerminate
 #ifdef _WIN32
 #include "platform/win32/thread.cpp"
 #else
 #include "platform/posix/thread.cpp"
 #endif
 #undef OsThreadStart
+#undef OsThreadTerminate
 
 namespace tarvik {
 namespace {
 
 std::atomic<const char*> refused{nullptr};
 std::atomic<std::int32_t> refused_error{0};
+std::atomic<bool> recording{false};
+std::atomic<const OsThread*> terminated{nullptr};
 
 }  // namespace
 
@@ -30,6 +34,14 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
     return SystemThreadStart(entry, argument, description);
 }
 
+void OsThreadTerminate(OsThread* thread) {
+    if (recording) {
+        terminated = thread;
+    } else {
+        SystemThreadTerminate(thread);
+    }
+}
+
 namespace test {
 
 ThreadStartFault::ThreadStartFault(const char* description, std::int32_t error) {
@@ -38,6 +50,15 @@ ThreadStartFault::ThreadStartFault(const char* description, std::int32_t error) 
 }
 
 ThreadStartFault::~ThreadStartFault() { refused = nullptr; }
+
+RecordedTermination::RecordedTermination() {
+    terminated = nullptr;
+    recording = true;
+}
+
+RecordedTermination::~RecordedTermination() { recording = false; }
+
+const OsThread* RecordedTermination::Last() { return terminated; }
 
 }  // namespace test
 }  // namespace tarvik

@@ -303,12 +303,13 @@ TEST_F(BusyRawReceive, IsWaitedForWithoutADestruct) {
 
 TEST_F(BusyRawReceive, IsTerminatedWhenADestructsTimeIsUp) {
     const LogCapture log;
+    const RecordedTermination termination;
     link->destructing_thread = OsCurrentThreadId();
     link->stop_deadline_ms = TickMs();
     Stop(cop);
     EXPECT_TRUE(HasThreadLine(log, "   Failed to stop thread"));
     EXPECT_EQ(Switches(), Flags{kRawReceptionOff});
-    EXPECT_TRUE(Ends(cop)) << "its callback has not returned";
+    EXPECT_EQ(RecordedTermination::Last(), cop->receive_thread);
 }
 
 TEST_F(BusyRawReceive, IsNotWaitedForWhenItDestructsTheLibrary) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "unit/faults/thread_start_fault.h"
 #include "unit/objects/fake_modules.h"
 #include "unit/worker/worker_link.h"
 
@@ -147,6 +148,7 @@ TEST_F(StopLinks, LinkThatSomebodyHoldsIsLoggedAtOnceAndReleasedLater) {
 
 TEST_F(StopLinks, WorkerThatDoesNotEndInTimeIsTerminated) {
     const LimitsScope scope;
+    const RecordedTermination termination;
     worker_limits.worker_stop_ms = 1;
     LinkRef link = Create();
     static std::atomic<bool> entered;
@@ -166,8 +168,9 @@ TEST_F(StopLinks, WorkerThatDoesNotEndInTimeIsTerminated) {
     EXPECT_EQ(lines[3], "Thread  for link #0 did not exit, terminating");
     EXPECT_EQ(lines[4], "Closing Thread handle  (LogicalLink #0)");
     EXPECT_EQ(lines[5], "Closing Mutex handle  (LogicalLink #0)");
+    EXPECT_EQ(RecordedTermination::Last(), link->thread);
+    released = true;
     EXPECT_TRUE(Eventually([&] { return OsThreadJoin(link->thread, 100); }));
-    released = true;  // if it was not terminated
 }
 
 TEST_F(StopLinks, WorkerThatStopsTheLinksIsNotWaitedFor) {
