@@ -5,6 +5,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -31,7 +32,10 @@ protected:
     void SetUp() override {
         DebugLogPath();
         released.clear();
-        Named::on_release = [this](const Named& object) { released += object.name; };
+        Named::on_release = [this](const Named& object) {
+            const std::lock_guard hold(released_lock);
+            released += object.name;
+        };
         queue.Initialize();
     }
     void TearDown() override {
@@ -51,6 +55,7 @@ protected:
         return names;
     }
 
+    std::mutex released_lock;  // some tests release on several threads
     std::string released;
     Queue queue;
     const std::atomic<bool> running{true};

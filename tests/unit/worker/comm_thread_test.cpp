@@ -37,6 +37,9 @@ protected:
         if (link->thread == nullptr) Begin();
         const std::string done = "[CommThreadFunc] free CoP #" + std::to_string(cop->hCoP);
         EXPECT_TRUE(Eventually([&] { return log.Has(done); }));
+        // The queue's lock orders what the worker wrote before what the test reads.
+        EXPECT_TRUE(Eventually(
+            [&] { return !link->registry.Visit(cop->hCoP, [](const ComPrimitive&) {}); }));
     }
     Texts EventsOf(std::uint32_t type) {
         Execute(MakeCop(type));
@@ -111,7 +114,7 @@ TEST_F(CommThread, TesterPresentThatIsNotSentIsNotLogged) {
 TEST_F(CommThread, TesterPresentFollowsTheItems) {
     SetBytes(kCpTesterPresentMessage, {0x3E});
     std::atomic<std::uint64_t> sent_before{0};
-    on_event = [&] { sent_before += dongle.tx.count; };
+    on_event = [&] { sent_before += QueuedPackets(dongle.tx); };
     Execute(MakeCop(PDU_COPT_STARTCOMM));
     EXPECT_EQ(sent_before, 0u);
     EXPECT_NE(NextPacket(), "");

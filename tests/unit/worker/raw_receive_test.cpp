@@ -142,7 +142,7 @@ TEST_F(RawReceive, OtherPacketsStayInTheQueue) {
 TEST_F(RawReceive, IsSwitchedOnByItsThreadAndOffAtItsEnd) {
     const Ref<ComPrimitive> cop = MakeReceiver();
     Start(cop);
-    EXPECT_TRUE(Eventually([&] { return dongle.tx.count > 0; }));
+    EXPECT_TRUE(Eventually([&] { return QueuedPackets(dongle.tx) > 0; }));
     EXPECT_EQ(Switches(), Flags{kRawReceptionOn});
     const LogCapture log;
     Stop(cop);
@@ -279,7 +279,7 @@ public:
 TEST_F(BusyRawReceive, IsSwitchedOffForItBeforeItsSuccessorSwitchesOn) {
     const Ref<ComPrimitive> next = MakeReceiver(-1, 78);
     Start(next);
-    EXPECT_TRUE(Eventually([&] { return dongle.tx.count == 2; }));
+    EXPECT_TRUE(Eventually([&] { return QueuedPackets(dongle.tx) == 2; }));
     EXPECT_EQ(Switches(), (Flags{kRawReceptionOff, kRawReceptionOn}));
     released = true;
     EXPECT_TRUE(Ends(cop));

@@ -102,6 +102,11 @@ struct Expected {
     std::uint32_t type = 0;
 };
 
+inline std::uint64_t QueuedPackets(PacketQueue& queue) {
+    const LockGuard hold(queue.lock);
+    return queue.count;
+}
+
 class WorkerLink : public testing::Test {
 protected:
     static constexpr std::uint32_t kModule = 3;
