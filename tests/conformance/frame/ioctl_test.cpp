@@ -38,9 +38,10 @@ void ExpectNotSupported(UNUM32 command) {
     const Answer answer = Ask(command);
     EXPECT_EQ(answer.status, PDU_ERR_ID_NOT_SUPPORTED) << command;
     EXPECT_EQ(answer.output, kUntouched) << command;
-    EXPECT_TRUE(log.Has("[PDUIoCtl] Called"));
-    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_ERR_ID_NOT_SUPPORTED " +
-                        std::to_string(static_cast<SNUM32>(command))));
+    EXPECT_EQ(log.Lines(),
+              (std::vector<std::string>{"[PDUIoCtl] Called",
+                                        "[PDUIoCtl] PDU_ERR_ID_NOT_SUPPORTED " +
+                                            std::to_string(static_cast<SNUM32>(command))}));
 }
 
 PDU_IO_VEHICLE_ID_REQUEST vehicle_request = {1, nullptr, 0, 100, 0, nullptr};
@@ -50,7 +51,7 @@ PDU_IO_ENTITY_ADDRESS_DATA entity_address = {0x1000, 2000};
 }  // namespace
 
 TEST_F(IoCtl, CommandsOutsideTheRangeAreNotSupported) {
-    for (const UNUM32 command : {0u, 4999u, 5021u, 5022u, 5024u, 0xFFFFFFFFu}) {
+    for (const UNUM32 command : {0u, 4999u, 5021u, 5022u, 5023u, 5024u, 0xFFFFFFFFu}) {
         ExpectNotSupported(command);
     }
 }
@@ -72,12 +73,17 @@ TEST_F(IoCtl, CommandsWithoutEffectSucceedAndDoNotChangeTheOutput) {
 }
 
 TEST_F(IoCtl, BatteryVoltageIsTheSameOnEveryCallAndForAnyHandle) {
-    ExpectValue(Ask(5005), 13800);
-    ExpectValue(Ask(5005, nullptr, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF), 13800);
-    ExpectValue(Ask(5005, nullptr, 77, 88), 13800);
+    for (const UNUM32 handle : {0u, 77u, 255u, 256u, PDU_HANDLE_UNDEF}) {
+        ExpectValue(Ask(5005, nullptr, handle, handle), 13800);
+    }
 }
 
-TEST_F(IoCtl, IgnitionIsAlwaysOn) { ExpectValue(Ask(5016), 1); }
+TEST_F(IoCtl, IgnitionIsAlwaysOnWhateverTheInput) {
+    UNUM32 pin = 16;
+    PDU_DATA_ITEM input = {PDU_IT_IO_UNUM32, &pin};
+    ExpectValue(Ask(5016), 1);
+    ExpectValue(Ask(5016, &input), 1);
+}
 
 TEST_F(IoCtl, VehicleIdRequestGivesNoOutput) {
     PDU_DATA_ITEM input = {PDU_IT_IO_VEHICLE_ID_REQUEST, &vehicle_request};
@@ -85,7 +91,9 @@ TEST_F(IoCtl, VehicleIdRequestGivesNoOutput) {
     const Answer answer = Ask(5017, &input);
     EXPECT_EQ(answer.status, PDU_STATUS_NOERROR);
     EXPECT_EQ(answer.output, nullptr);
-    EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_VEHICLE_ID_REQUEST"));
+    EXPECT_EQ(log.MissingOf({"[PDUIoCtl] PDU_IOCTL_VEHICLE_ID_REQUEST",
+                             "[PDUIoCtl] Returning PDU_STATUS_NOERROR"}),
+              "");
 }
 
 TEST_F(IoCtl, VehicleIdRequestTakesALongVinAndAddresses) {
@@ -127,13 +135,27 @@ TEST_F(IoCtl, DiagnosticPowerModeTakesTheEntityAddressAsInput) {
     EXPECT_TRUE(log.Has("[PDUIoCtl] PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE"));
 }
 
-TEST_F(IoCtl, NullInputAndInputOfAnotherTypeAreRefused) {
-    for (const UNUM32 command : {5017u, 5018u, 5019u, 5020u}) {
-        PDU_DATA_ITEM wrong = {PDU_IT_IO_UNUM32, &switch_state};
-        for (PDU_DATA_ITEM* input : {static_cast<PDU_DATA_ITEM*>(nullptr), &wrong}) {
+TEST_F(IoCtl, MissingAndForeignInputIsRefused) {
+    struct Row {
+        UNUM32 command;
+        UNUM32 type;
+        const char* name;
+    };
+    for (const Row& row : {Row{5017, PDU_IT_IO_VEHICLE_ID_REQUEST, "VEHICLE_ID_REQUEST"},
+                           Row{5018, PDU_IT_IO_ETH_SWITCH_STATE, "SET_ETH_SWITCH_STATE"},
+                           Row{5019, PDU_IT_IO_ENTITY_ADDRESS, "GET_ENTITY_STATUS"},
+                           Row{5020, PDU_IT_IO_ENTITY_ADDRESS, "GET_DIAGNOSTIC_POWER_MODE"}}) {
+        PDU_DATA_ITEM foreign = {PDU_IT_IO_UNUM32, &switch_state};
+        PDU_DATA_ITEM without_data = {row.type, nullptr};
+        for (PDU_DATA_ITEM* input :
+             {static_cast<PDU_DATA_ITEM*>(nullptr), &foreign, &without_data}) {
             const LogCapture log;
-            EXPECT_EQ(Ask(command, input).status, PDU_ERR_INVALID_PARAMETERS) << command;
-            EXPECT_EQ(log.Lines().size(), 2u) << log.Text();  // called, and the command's name
+            const Answer answer = Ask(row.command, input);
+            EXPECT_EQ(answer.status, PDU_ERR_INVALID_PARAMETERS) << row.name;
+            EXPECT_EQ(answer.output, kUntouched) << row.name;
+            EXPECT_EQ(log.Lines(),
+                      (std::vector<std::string>{"[PDUIoCtl] Called",
+                                                std::string("[PDUIoCtl] PDU_IOCTL_") + row.name}));
         }
     }
 }

@@ -1,3 +1,4 @@
+#include <sstream>
 #include <string>
 
 #include "conformance/framework/fixtures.h"
@@ -21,7 +22,7 @@ Lookup Find(T_PDU_OBJT type, std::string name) {
     return found;
 }
 
-void ExpectId(T_PDU_OBJT type, const char* name, UNUM32 id) {
+void ExpectId(T_PDU_OBJT type, const std::string& name, UNUM32 id) {
     const Lookup found = Find(type, name);
     EXPECT_EQ(found.status, PDU_STATUS_NOERROR) << name;
     EXPECT_EQ(found.id, id) << name;
@@ -51,9 +52,17 @@ TEST_F(ObjectIds, BusTypeResourceAndPinTypesAreKnown) {
 }
 
 TEST_F(ObjectIds, IoCtlsAreNumberedFromReset) {
-    ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_RESET", 5000);
-    ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_READ_VBATT", 5005);
-    ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", 5024);
+    std::istringstream names(
+        "RESET CLEAR_TX_QUEUE SUSPEND_TX_QUEUE RESUME_TX_QUEUE CLEAR_RX_QUEUE READ_VBATT "
+        "SET_PROG_VOLTAGE READ_PROG_VOLTAGE GENERIC SET_BUFFER_SIZE START_MSG_FILTER "
+        "CLEAR_MSG_FILTER STOP_MSG_FILTER SET_EVENT_QUEUE_PROPERTIES GET_CABLE_ID SEND_BREAK "
+        "READ_IGNITION_SENSE_STATE VEHICLE_ID_REQUEST SET_ETH_SWITCH_STATE GET_ENTITY_STATUS "
+        "GET_DIAGNOSTIC_POWER_MODE GET_ETH_PIN_OPTION TLS_SET_CERTIFICATE "
+        "TLS_GET_CURRENT_SESSION_MODE ISOBUS_GET_DETECTED_CFS");
+    UNUM32 id = 5000;
+    for (std::string name; names >> name;)
+        ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_" + name, id++);
+    EXPECT_EQ(id, 5025u);
 }
 
 TEST_F(ObjectIds, ComParamsAreKnownByName) {
@@ -69,14 +78,21 @@ TEST_F(ObjectIds, NamesMustMatchCompletelyAndInCase) {
     ExpectNotFound(PDU_OBJT_PINTYPE, "HIGH");
     ExpectNotFound(PDU_OBJT_PINTYPE, "H");
     ExpectNotFound(PDU_OBJT_PINTYPE, "LO");
+    ExpectNotFound(PDU_OBJT_PINTYPE, "LOWER");
+    ExpectNotFound(PDU_OBJT_PINTYPE, "hi");
+    ExpectNotFound(PDU_OBJT_COMPARAM, "cp_p2max");
     ExpectNotFound(PDU_OBJT_COMPARAM, "CP_P2Ma");
     ExpectNotFound(PDU_OBJT_COMPARAM, "CP_P2Max ");
-    ExpectNotFound(PDU_OBJT_PROTOCOL, "");
-    ExpectNotFound(PDU_OBJT_RESOURCE, "nothing like it");
+    for (T_PDU_OBJT type = PDU_OBJT_PROTOCOL; type <= PDU_OBJT_RESOURCE; ++type) {
+        ExpectNotFound(type, "");
+        ExpectNotFound(type, "CP_Nothing");
+    }
 }
 
 TEST_F(ObjectIds, NamesBelongToTheirType) {
     ExpectNotFound(PDU_OBJT_PROTOCOL, "ISO_11898_2_DWCAN");
+    ExpectNotFound(PDU_OBJT_PROTOCOL, "CP_P2Max");
+    ExpectNotFound(PDU_OBJT_RESOURCE, "ISO_11898_2_DWCAN");
     ExpectNotFound(PDU_OBJT_COMPARAM, "PDU_IOCTL_RESET");
     ExpectNotFound(PDU_OBJT_IO_CTRL, "CP_P2Max");
 }
@@ -85,7 +101,25 @@ TEST_F(ObjectIds, TypesOutsideTheKnownRangeAreRefused) {
     ExpectNotFound(0x8020, "ISO_11898_RAW");
     ExpectNotFound(0x8027, "ISO_UDS_on_OBD");
     ExpectNotFound(0, "HI");
-    ExpectNotFound(0xFFFFFFFF, "HI");
+    ExpectNotFound(0xFFFFFFFF, "PDU_IOCTL_RESET");
+}
+
+TEST_F(ObjectIds, NullNameIsNotFound) {
+    UNUM32 id = 0xABCD;
+    const LogCapture log;
+    EXPECT_EQ(Pdu().PDUGetObjectId(PDU_OBJT_COMPARAM, nullptr, &id), PDU_ERR_INVALID_PARAMETERS);
+    EXPECT_EQ(id, 0u);
+    EXPECT_EQ(log.MissingOf({"[PDUGetObjectId] (32804, '(null)', ...)",
+                             "[PDUGetObjectId] Not found: (null)"}),
+              "");
+}
+
+TEST_F(ObjectIds, NullOutputIsNotWritten) {
+    char known[] = "CP_P2Max";
+    char unknown[] = "CP_P2Maximum";
+    EXPECT_EQ(Pdu().PDUGetObjectId(PDU_OBJT_COMPARAM, known, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Pdu().PDUGetObjectId(PDU_OBJT_COMPARAM, unknown, nullptr),
+              PDU_ERR_INVALID_PARAMETERS);
 }
 
 TEST_F(ObjectIds, OnlyTheResetCommandLogsItsSuccess) {
@@ -93,11 +127,13 @@ TEST_F(ObjectIds, OnlyTheResetCommandLogsItsSuccess) {
     ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_RESET", 5000);
     ExpectId(PDU_OBJT_IO_CTRL, "PDU_IOCTL_READ_VBATT", 5005);
     ExpectId(PDU_OBJT_PINTYPE, "HI", 0);
+    ExpectId(PDU_OBJT_COMPARAM, "CP_P2Max", 12);
     EXPECT_EQ(log.Lines(), (std::vector<std::string>{
                                "[PDUGetObjectId] (32803, 'PDU_IOCTL_RESET', ...)",
                                "[PDUGetObjectId] Returning PDU_STATUS_NOERROR, *pPduObjectId=5000",
                                "[PDUGetObjectId] (32803, 'PDU_IOCTL_READ_VBATT', ...)",
                                "[PDUGetObjectId] (32805, 'HI', ...)",
+                               "[PDUGetObjectId] (32804, 'CP_P2Max', ...)",
                            }));
 }
 
