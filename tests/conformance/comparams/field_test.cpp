@@ -124,6 +124,13 @@ TEST_F(ComParamFields, ByteFieldIsCopiedAndLogged) {
     EXPECT_EQ(Bytes()->ParamMaxLen, 12u);
 }
 
+TEST_F(ComParamFields, LongByteFieldIsLoggedWhole) {
+    const LogCapture log;
+    EXPECT_EQ(SetBytesOf(5000, std::vector<UNUM8>(5000, 0xAA)), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_TesterPresentMessage PDU_PT_BYTEFIELD(5000) '" +
+                        std::string(10'000, 'A') + "'"));
+}
+
 TEST_F(ComParamFields, ByteFieldGrowsWithTheCallersMaximumAndKeepsItsContents) {
     ASSERT_EQ(SetBytesOf(12, Counting(12)), PDU_STATUS_NOERROR);
     ASSERT_EQ(SetBytesOf(100, {9}), PDU_STATUS_NOERROR);
@@ -131,6 +138,7 @@ TEST_F(ComParamFields, ByteFieldGrowsWithTheCallersMaximumAndKeepsItsContents) {
     EXPECT_EQ(Bytes()->ParamActLen, 1u);
     EXPECT_EQ(Bytes()->pDataArray[0], 9);
     EXPECT_EQ(Bytes()->pDataArray[11], 12);
+    EXPECT_EQ(Bytes()->pDataArray[12], 0);
     ASSERT_EQ(SetBytesOf(100, Counting(100)), PDU_STATUS_NOERROR);
     EXPECT_EQ(ByteValue(), Counting(100));
 }
@@ -146,7 +154,7 @@ TEST_F(ComParamFields, SmallerMaximumKeepsTheLargerBuffer) {
 
 TEST_F(ComParamFields, LengthAboveTheMaximumIsTrusted) {
     EXPECT_EQ(SetBytesOf(12, Counting(40)), PDU_STATUS_NOERROR);
-    EXPECT_EQ(Bytes()->ParamActLen, 40u);
+    EXPECT_EQ(Bytes()->ParamMaxLen, 12u);
     EXPECT_EQ(ByteValue(), Counting(40));
 }
 
@@ -154,6 +162,10 @@ TEST_F(ComParamFields, NullDataPointerChangesOnlyTheLength) {
     ASSERT_EQ(SetBytesOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
     EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{12, 2, nullptr}), PDU_STATUS_NOERROR);
     EXPECT_EQ(ByteValue(), (std::vector<UNUM8>{1, 2}));
+    EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{0, 20, nullptr}), PDU_STATUS_NOERROR);
+    std::vector<UNUM8> longer = {1, 2, 3};
+    longer.resize(20);
+    EXPECT_EQ(ByteValue(), longer);
 }
 
 TEST_F(ComParamFields, EmptyByteFieldIsAccepted) {
@@ -165,16 +177,17 @@ TEST_F(ComParamFields, EmptyByteFieldIsAccepted) {
 
 TEST_F(ComParamFields, LongFieldIsCopiedGrowsAndIsLoggedByWord) {
     const LogCapture log;
-    EXPECT_EQ(SetWordsOf(12, {500'000, 250'000}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(SetWordsOf(12, {500'000, 0xFFFFFFFF}), PDU_STATUS_NOERROR);
     EXPECT_EQ(log.LinesOf("PDUSetComParam"),
               (std::vector<std::string>{
                   "[PDUSetComParam] Called",
                   "[PDUSetComParam]   -> CP_CanBaudrateRecord PDU_PT_LONGFIELD",
                   "[PDUSetComParam]     CP_CanBaudrateRecord: 500000",
-                  "[PDUSetComParam]     CP_CanBaudrateRecord: 250000",
+                  "[PDUSetComParam]     CP_CanBaudrateRecord: 4294967295",
                   "[PDUSetComParam] Returning PDU_STATUS_NOERROR",
               }));
-    EXPECT_EQ(WordValue(), (std::vector<UNUM32>{500'000, 250'000}));
+    EXPECT_EQ(WordValue(), (std::vector<UNUM32>{500'000, 0xFFFFFFFF}));
+    EXPECT_EQ(Words()->ParamMaxLen, 12u);
     std::vector<UNUM32> many(30, 7);
     EXPECT_EQ(SetWordsOf(30, many), PDU_STATUS_NOERROR);
     EXPECT_EQ(Words()->ParamMaxLen, 30u);
@@ -184,7 +197,7 @@ TEST_F(ComParamFields, LongFieldIsCopiedGrowsAndIsLoggedByWord) {
 TEST_F(ComParamFields, SessionTimingIsCopiedAndLogged) {
     PDU_PARAM_STRUCT_SESS_TIMING entries[] = {{0x0102, 3, 4, 5, 6}, {7, 8, 9, 10, 11}};
     const LogCapture log;
-    EXPECT_EQ(Set(kSessions, PDU_PARAM_STRUCTFIELD_DATA{PDU_CPST_SESSION_TIMING, 255, 2, entries}),
+    EXPECT_EQ(Set(kSessions, PDU_PARAM_STRUCTFIELD_DATA{PDU_CPST_SESSION_TIMING, 2, 2, entries}),
               PDU_STATUS_NOERROR);
     EXPECT_EQ(log.LinesOf("PDUSetComParam"),
               (std::vector<std::string>{
@@ -194,6 +207,7 @@ TEST_F(ComParamFields, SessionTimingIsCopiedAndLogged) {
                   "[PDUSetComParam]      CP_SessionTimingOverride 8 9 10 11 7",
                   "[PDUSetComParam] Returning PDU_STATUS_NOERROR",
               }));
+    EXPECT_EQ(Structs(kSessions)->ParamMaxEntries, 255u);
     EXPECT_EQ(Structs(kSessions)->ParamActEntries, 2u);
     EXPECT_EQ(std::memcmp(Structs(kSessions)->pStructArray, entries, sizeof entries), 0);
 }
@@ -208,6 +222,14 @@ TEST_F(ComParamFields, AccessTimingIsCopiedGrowsAndIsLogged) {
     EXPECT_EQ(Structs(kAccess)->ParamMaxEntries, 10u);
     EXPECT_EQ(Structs(kAccess)->ParamActEntries, 10u);
     EXPECT_EQ(std::memcmp(Structs(kAccess)->pStructArray, entries.data(), 60), 0);
+
+    entries.assign(12, {7, 8, 9, 10, 11, 12});  // more than the maximum
+    EXPECT_EQ(
+        Set(kAccess, PDU_PARAM_STRUCTFIELD_DATA{PDU_CPST_ACCESS_TIMING, 1, 12, entries.data()}),
+        PDU_STATUS_NOERROR);
+    EXPECT_EQ(Structs(kAccess)->ParamMaxEntries, 10u);
+    EXPECT_EQ(Structs(kAccess)->ParamActEntries, 12u);
+    EXPECT_EQ(std::memcmp(Structs(kAccess)->pStructArray, entries.data(), 72), 0);
 }
 
 TEST_F(ComParamFields, StructTypeCannotChange) {
@@ -216,11 +238,18 @@ TEST_F(ComParamFields, StructTypeCannotChange) {
         const LogCapture log;
         EXPECT_EQ(Set(kSessions, PDU_PARAM_STRUCTFIELD_DATA{type, 1, 1, &entry}),
                   PDU_ERR_FCT_FAILED);
-        EXPECT_TRUE(
-            log.Has("[PDUSetComParam]   CP_SessionTimingOverride - CANNOT CHANGE STRUCT "
-                    "TYPE, Returning PDU_ERR_FCT_FAILED"));
+        EXPECT_EQ(log.LinesOf("PDUSetComParam"),
+                  (std::vector<std::string>{
+                      "[PDUSetComParam] Called",
+                      "[PDUSetComParam]   CP_SessionTimingOverride - CANNOT CHANGE STRUCT TYPE, "
+                      "Returning PDU_ERR_FCT_FAILED",
+                  }));
     }
     EXPECT_EQ(Structs(kSessions)->ComParamStructType, PDU_CPST_SESSION_TIMING);
+    Structs(kAccess)->ComParamStructType = PDU_CPST_SESSION_TIMING;
+    EXPECT_EQ(SetAgain(kAccess), PDU_ERR_FCT_FAILED);
+    EXPECT_EQ(Structs(kAccess)->ComParamStructType, PDU_CPST_ACCESS_TIMING);
+    EXPECT_EQ(Structs(kAccess)->ParamMaxEntries, 8u);
 }
 
 TEST_F(ComParamFields, ByteFieldCanBeSetWithItsOwnItem) {
@@ -229,7 +258,9 @@ TEST_F(ComParamFields, ByteFieldCanBeSetWithItsOwnItem) {
     EXPECT_EQ(ByteValue(), Counting(20));
     Bytes()->pDataArray[0] = 0x55;
     Bytes()->ParamActLen = 3;
+    const LogCapture log;
     EXPECT_EQ(SetAgain(kBytes), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_TesterPresentMessage PDU_PT_BYTEFIELD(3) '550203'"));
     EXPECT_EQ(ByteValue(), (std::vector<UNUM8>{0x55, 2, 3}));
 }
 
@@ -244,7 +275,9 @@ TEST_F(ComParamFields, ByteFieldGrowsWhenItsOwnItemAsksForMore) {
 TEST_F(ComParamFields, LongFieldCanBeSetWithItsOwnItem) {
     ASSERT_EQ(SetWordsOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
     Words()->pDataArray[1] = 77;
+    const LogCapture log;
     EXPECT_EQ(SetAgain(kWords), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam]     CP_CanBaudrateRecord: 77"));
     EXPECT_EQ(WordValue(), (std::vector<UNUM32>{1, 77, 3}));
 }
 
@@ -253,7 +286,9 @@ TEST_F(ComParamFields, StructFieldCanBeSetWithItsOwnItem) {
     entries[0] = {3, 0, 50, 1, 244};
     entries[1] = {4, 0, 60, 1, 200};
     Structs(kSessions)->ParamActEntries = 2;
+    const LogCapture log;
     EXPECT_EQ(SetAgain(kSessions), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUSetComParam]      CP_SessionTimingOverride 0 50 1 244 3"));
     entries = static_cast<PDU_PARAM_STRUCT_SESS_TIMING*>(Structs(kSessions)->pStructArray);
     EXPECT_EQ(Structs(kSessions)->ParamActEntries, 2u);
     EXPECT_EQ(entries[0].session, 3);

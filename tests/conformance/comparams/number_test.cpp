@@ -66,6 +66,7 @@ TEST_F(ComParams, GetReturnsTheSamePointerOnEveryCallAndForAnyHandle) {
                                                  "[PDUGetComParam] (1, 2, 12, ...)",
                                                  "[PDUGetComParam] Returning PDU_STATUS_NOERROR",
                                              }));
+    EXPECT_EQ(Pdu().PDUGetComParam(0, 0, 12, nullptr), PDU_STATUS_NOERROR);
 }
 
 TEST_F(ComParams, NewTableHasZeroForEveryNumber) {
@@ -105,13 +106,23 @@ TEST_F(ComParams, UnknownIdsCannotBeSet) {
         PDU_PARAM_ITEM item = {PDU_IT_PARAM, id, PDU_PT_UNUM32, 0, &value};
         const LogCapture log;
         EXPECT_EQ(Set(&item), PDU_ERR_INVALID_PARAMETERS);
-        EXPECT_TRUE(
-            log.Has("[PDUSetComParam] Invalid ComParam, Returning PDU_ERR_INVALID_PARAMETERS"));
+        EXPECT_EQ(log.LinesOf("PDUSetComParam"),
+                  (std::vector<std::string>{
+                      "[PDUSetComParam] Called",
+                      "[PDUSetComParam] Invalid ComParam, Returning PDU_ERR_INVALID_PARAMETERS",
+                  }));
     }
+}
+
+TEST_F(ComParams, NullItemAndNullValueAreInvalid) {
+    EXPECT_EQ(Set(nullptr), PDU_ERR_INVALID_PARAMETERS);
+    PDU_PARAM_ITEM item = {PDU_IT_PARAM, ParamId("CP_P2Max"), PDU_PT_UNUM32, 0, nullptr};
+    EXPECT_EQ(Set(&item), PDU_ERR_INVALID_PARAMETERS);
 }
 
 // Applications do this: get, write through the pointer, set with the same item, destroy.
 TEST_F(ComParams, EveryNumberCanBeModifiedThroughTheReturnedItem) {
+    const LogCapture log;
     for (UNUM32 id = 1; id <= kCount; ++id) {
         PDU_PARAM_ITEM* item = Get(id);
         if (IsField(*item)) continue;
@@ -127,6 +138,17 @@ TEST_F(ComParams, EveryNumberCanBeModifiedThroughTheReturnedItem) {
         std::memcpy(&value, item->pComParamData, sizeof value);
         EXPECT_EQ(value, id + 1000);
     }
+    EXPECT_TRUE(log.Has("[PDUSetComParam] CP_CanPhysReqId = 1061"));
+}
+
+TEST_F(ComParams, ValueOfTheApplicationInTheLibrarysItemIsReadAndNotKept) {
+    PDU_PARAM_ITEM* item = GetParam("CP_CanPhysReqId");
+    void* const own = item->pComParamData;
+    UNUM32 value = 0x7E1;
+    item->pComParamData = &value;
+    EXPECT_EQ(Set(item), PDU_STATUS_NOERROR);
+    EXPECT_EQ(item->pComParamData, own);
+    EXPECT_EQ(GetNumber("CP_CanPhysReqId"), 0x7E1u);
 }
 
 TEST_F(ComParams, DestroyItemOnAComParamItemDoesNothing) {
