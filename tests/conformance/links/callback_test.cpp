@@ -62,15 +62,21 @@ TEST_F(Callbacks, LinkEventGoesToTheLinkThenTheModuleThenTheSystem) {
     ExpectCall(module.Calls()[0], link.hCLL(), Tag(0x22));
 
     Register(hMod, link.hCLL(), &own);
+    const LogCapture log;
     link.Connect();
     ASSERT_EQ(own.Count(), 1u);
     ExpectCall(own.Calls()[0], link.hCLL(), Tag(0x22));
+    EXPECT_FALSE(log.HasLike("*-> fallback to*"));
     EXPECT_EQ(module.Count(), 1u);
     EXPECT_EQ(system.Count(), 1u);
 
     Register(hMod, link.hCLL(), nullptr);
     RegisterModule(nullptr);
     link.Disconnect();
+    EXPECT_EQ(system.Count(), 2u);
+
+    RegisterSystem(nullptr);
+    link.Connect();
     EXPECT_EQ(own.Count(), 1u);
     EXPECT_EQ(module.Count(), 1u);
     EXPECT_EQ(system.Count(), 2u);
@@ -99,13 +105,13 @@ TEST_F(Callbacks, RegistrationIsLogged) {
     const LogCapture log;
     for (const CallbackSpy* one :
          {static_cast<const CallbackSpy*>(&spy), static_cast<const CallbackSpy*>(nullptr)}) {
-        RegisterSystem(one);
+        Register(PDU_HANDLE_UNDEF, 3, one);  // the system's, whatever the link
         RegisterModule(one);
         Register(hMod, link.hCLL(), one);
     }
     EXPECT_EQ(Pdu().PDURegisterEventCallback(hMod, 99, spy.Function()), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(log.MissingOf({
-                  "[PDURegisterEventCallback] Called (4294967295, 4294967295, *)",
+                  "[PDURegisterEventCallback] Called (4294967295, 3, *)",
                   "[PDURegisterEventCallback] Registered SystemEventCBR",
                   "[PDURegisterEventCallback] Registered ModuleEventCBR",
                   "[PDURegisterEventCallback] Registered ComLogicalLinkEventCBR",
@@ -114,9 +120,11 @@ TEST_F(Callbacks, RegistrationIsLogged) {
                   "[PDURegisterEventCallback] Deregistered ModuleEventCBR",
                   "[PDURegisterEventCallback] Deregistered ComLogicalLinkEventCBR",
                   "[PDURegisterEventCallback] Called (0, 99, *)",
+                  "[PDURegisterEventCallback] Registered ComLogicalLinkEventCBR",
                   "[PDURegisterEventCallback] Returning PDU_ERR_INVALID_HANDLE",
               }),
               "");
+    EXPECT_EQ(log.Count("[PDURegisterEventCallback] Returning PDU_STATUS_NOERROR"), 6u);
 }
 
 TEST_F(Callbacks, OneModuleCallbackServesAllModules) {
@@ -277,8 +285,9 @@ TEST_F(Callbacks, LinkCanBeDestroyedInside) {
     });
     Register(hMod, link.hCLL(), &spy);
     const LogCapture log;
-    link.Start(PDU_COPT_UPDATEPARAM);
+    link.Start(PDU_COPT_STARTCOMM);
     EXPECT_TRUE(done->Wait());
     EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
+    EXPECT_EQ(spy.Count(), 1u) << "of the final state; the link's own state is told no more";
     link.Destroy();
 }

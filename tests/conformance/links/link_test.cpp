@@ -110,7 +110,8 @@ TEST_F(Links, ProtocolFollowsTheResourceDataAndDoipWins) {
                            Row{4001, 3000, "Protocol: DoIP (BusType: 4001, Protocol: 3000)"},
                            Row{4000, 7, "Protocol: CAN (BusType: 4000, Protocol: 7)"},
                            Row{7, 3000, "Protocol: CAN (BusType: 7, Protocol: 3000)"},
-                           Row{7, 8, "Protocol: Unknown (BusType: 7, Protocol: 8)"}}) {
+                           Row{7, 8, "Protocol: Unknown (BusType: 7, Protocol: 8)"},
+                           Row{0, 0, "Protocol: Unknown (BusType: 0, Protocol: 0)"}}) {
         PDU_RSC_DATA resource = {row.bus_type, row.protocol, 0, nullptr};
         EXPECT_TRUE(Contains(LinesOfCreation(&resource, nullptr), row.line)) << row.line;
     }
@@ -215,14 +216,18 @@ TEST_F(Links, DestroyedLinkIsInvalidForEveryCall) {
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
     const LogCapture log;
     ASSERT_EQ(link.Destroy(), PDU_STATUS_NOERROR);
-    EXPECT_TRUE(log.Has("[PDUDestroyComLogicalLink] Called (hMod=0, hCLL=0)"));
-    EXPECT_TRUE(log.Has("[PDUDestroyComLogicalLink]   Destroy Logical Link #0"));
+    EXPECT_EQ(log.MissingOf({"[PDUDestroyComLogicalLink] Called (hMod=0, hCLL=0)",
+                             "[PDUDestroyComLogicalLink]   Destroy Logical Link #0",
+                             "[PDUDestroyComLogicalLink] Returning PDU_STATUS_NOERROR"}),
+              "");
     ExpectEveryCallRefused(link.hCLL());
     for (const char* line :
          {"[PDUConnect]   PDUConnect Logical Link #0 - Returning PDU_ERR_INVALID_HANDLE",
           "[PDUDisconnect]   PDUDisconnect Logical Link #0 - Returning PDU_ERR_INVALID_HANDLE",
           "[PDUDestroyComLogicalLink]   Destroy Logical Link #0 - Returning "
-          "PDU_ERR_INVALID_HANDLE"}) {
+          "PDU_ERR_INVALID_HANDLE",
+          "[PDUGetUniqueRespIdTable] Returning PDU_ERR_INVALID_HANDLE",
+          "[PDUSetUniqueRespIdTable] Returning PDU_ERR_INVALID_HANDLE"}) {
         EXPECT_TRUE(log.Has(line)) << line;
     }
 }

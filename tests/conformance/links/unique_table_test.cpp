@@ -29,10 +29,15 @@ PDU_PARAM_ITEM* ParamOf(PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, UNUM32 entry, UNUM
     return nullptr;
 }
 
+const PDU_PARAM_BYTEFIELD_DATA& ByteFieldOf(const PDU_PARAM_ITEM& param) {
+    return *static_cast<const PDU_PARAM_BYTEFIELD_DATA*>(param.pComParamData);
+}
+
 }  // namespace
 
 TEST_F(UniqueTables, NewLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
     SetNumber("CP_CanPhysReqId", 0x700);
+    SetBytes("CP_ECULayerShortName", {'E', 'C', 'U'});
     const Link link(hMod);
     SetNumber("CP_CanPhysReqId", 0x701);  // too late for this link
     const auto table = TableOf(link);
@@ -45,12 +50,19 @@ TEST_F(UniqueTables, NewLinkHasOneUndefinedEntryWithEveryUniqueIdParam) {
         const PDU_PARAM_ITEM& param = table->pUniqueData[0].pParams[i];
         EXPECT_EQ(param.ItemType, PDU_IT_PARAM);
         EXPECT_EQ(param.ComParamClass, PDU_PC_UNIQUE_ID);
+        PDU_PARAM_ITEM* row = nullptr;
+        ASSERT_EQ(Pdu().PDUGetComParam(0, 0, param.ComParamId, &row), PDU_STATUS_NOERROR);
+        EXPECT_EQ(param.ComParamDataType, row->ComParamDataType) << param.ComParamId;
         EXPECT_NE(param.pComParamData, nullptr);
         ids.push_back(param.ComParamId);
     }
     EXPECT_EQ(ids, (std::vector<UNUM32>{59, 60, 61,  62,  63,  64,  65,  66,  67,  70,  78,  79,
                                         91, 94, 101, 157, 159, 160, 161, 162, 181, 201, 202, 228}));
     EXPECT_EQ(TableValue(*table, 0, "CP_CanPhysReqId"), 0x700u);
+    const auto& name = ByteFieldOf(*ParamOf(*table, 0, 228));
+    EXPECT_EQ(name.ParamMaxLen, 12u);
+    EXPECT_EQ(name.ParamActLen, 3u);
+    EXPECT_EQ(std::memcmp(name.pDataArray, "ECU", 3), 0);
 }
 
 TEST_F(UniqueTables, CopyBelongsToTheApplication) {
@@ -111,8 +123,9 @@ TEST_F(UniqueTables, ItemsOutsideTheTableOfComParamsAreNotDumped) {
     own.ControlUnit(1, 0x7E0, 0x7E8);
     UNUM32 value = 5;
     PDU_UNIQUE_RESP_ID_TABLE_ITEM* item = own.Item();
-    PDU_PARAM_ITEM params[] = {{PDU_IT_PARAM, 229, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &value}};
-    item->pUniqueData[0].NumParamItems = 1;
+    PDU_PARAM_ITEM params[] = {{PDU_IT_PARAM, 0, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &value},
+                               {PDU_IT_PARAM, 229, PDU_PT_UNUM32, PDU_PC_UNIQUE_ID, &value}};
+    item->pUniqueData[0].NumParamItems = 2;
     item->pUniqueData[0].pParams = params;
     const LogCapture log;
     ASSERT_EQ(Install(link, item), PDU_STATUS_NOERROR);
@@ -135,41 +148,56 @@ TEST_F(UniqueTables, CanBeEditedInPlaceAndSetWithTheSamePointer) {
     EXPECT_EQ(TableValue(*again, 0, "CP_CanPhysReqId"), 0x713u);
 }
 
-TEST_F(UniqueTables, ByteFieldsAreCopiedWhole) {
+TEST_F(UniqueTables, ByteFieldsAreDumpedAndCopiedWhole) {
     const Link link(hMod);
+    const LogCapture log;
     UNUM8 bytes[20] = "a longer name";
+    bytes[19] = 7;  // above the length
+    const std::vector<UNUM8> before(bytes, bytes + sizeof bytes);
     PDU_PARAM_BYTEFIELD_DATA field = {sizeof bytes, 13, bytes};
     UniqueTable own;
     own.ControlUnit(1, 0x7E0, 0x7E8).With("CP_ECULayerShortName", PDU_PT_BYTEFIELD, &field);
     ASSERT_EQ(Install(link, own.Item()), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(
+        log.Has("[DumpRespIdTable]    'CP_ECULayerShortName' = (BYTEFIELD) "
+                "61 20 6C 6F 6E 67 65 72 20 6E 61 6D 65 "));
     bytes[0] = 'X';
     const auto table = TableOf(link);
     const PDU_PARAM_ITEM* param = ParamOf(*table, 0, ParamId("CP_ECULayerShortName"));
     ASSERT_NE(param, nullptr);
-    const auto& copy = *static_cast<PDU_PARAM_BYTEFIELD_DATA*>(param->pComParamData);
+    const PDU_PARAM_BYTEFIELD_DATA& copy = ByteFieldOf(*param);
     EXPECT_EQ(copy.ParamMaxLen, 20u);
     EXPECT_EQ(copy.ParamActLen, 13u);
-    EXPECT_EQ(std::memcmp(copy.pDataArray, "a longer name", 13), 0);
+    EXPECT_EQ(std::vector<UNUM8>(copy.pDataArray, copy.pDataArray + 20), before);
 }
 
-TEST_F(UniqueTables, StructAndLongFieldsAreCopiedWithoutTheirData) {
+TEST_F(UniqueTables, StructLongAndUnknownItemsAreCopiedWithoutTheirData) {
     const Link link(hMod);
     PDU_PARAM_STRUCT_ACCESS_TIMING entry{};
     PDU_PARAM_STRUCTFIELD_DATA structs = {PDU_CPST_ACCESS_TIMING, 1, 1, &entry};
     UNUM32 word = 1;
     PDU_PARAM_LONGFIELD_DATA words = {1, 1, &word};
+    struct Row {
+        const char* name;
+        UNUM32 type;
+        void* data;
+    };
+    const Row rows[] = {{"CP_AccessTiming_Ecu", PDU_PT_STRUCTFIELD, &structs},
+                        {"CP_CanBaudrateRecord", PDU_PT_LONGFIELD, &words},
+                        {"CP_CanFuncReqId", 0x10A, &word}};
     UniqueTable own;
-    own.ControlUnit(1, 0x7E0, 0x7E8)
-        .With("CP_AccessTiming_Ecu", PDU_PT_STRUCTFIELD, &structs)
-        .With("CP_CanBaudrateRecord", PDU_PT_LONGFIELD, &words);
+    own.ControlUnit(1, 0x7E0, 0x7E8);
+    for (const Row& row : rows)
+        own.With(row.name, row.type, row.data);
     const LogCapture log;
     ASSERT_EQ(Install(link, own.Item()), PDU_STATUS_NOERROR);
-    EXPECT_EQ(log.CountLike("[*] ERROR - cannot duplicate"), 2u);
+    EXPECT_EQ(log.Count("[DuplicatePduUniqueResponseTable] ERROR - cannot duplicate"), 3u);
     const auto table = TableOf(link);
-    for (const char* name : {"CP_AccessTiming_Ecu", "CP_CanBaudrateRecord"}) {
-        const PDU_PARAM_ITEM* param = ParamOf(*table, 0, ParamId(name));
-        ASSERT_NE(param, nullptr) << name;
-        EXPECT_EQ(param->pComParamData, nullptr) << name;
+    for (const Row& row : rows) {
+        const PDU_PARAM_ITEM* param = ParamOf(*table, 0, ParamId(row.name));
+        ASSERT_NE(param, nullptr) << row.name;
+        EXPECT_EQ(param->ComParamDataType, row.type) << row.name;
+        EXPECT_EQ(param->pComParamData, nullptr) << row.name;
     }
 }
 
@@ -178,6 +206,17 @@ TEST_F(UniqueTables, EmptyTableIsAccepted) {
     UniqueTable empty;
     EXPECT_EQ(Install(link, empty.Item()), PDU_STATUS_NOERROR);
     EXPECT_EQ(TableOf(link)->NumEntries, 0u);
+}
+
+TEST_F(UniqueTables, WithoutOneARequestEndsWithAnError) {
+    Link link(hMod);
+    ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Install(link, nullptr), PDU_STATUS_NOERROR);
+    const LogCapture log;
+    const Outcome outcome = link.Request({0x3E, 0x00});
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]   Failed to duplicate UniqueRespTable"));
 }
 
 TEST_F(UniqueTables, BelongToTheirLink) {

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstring>
 
 #include "link/packet.h"
@@ -17,46 +16,18 @@ int ReportLogin(const FakeDongle& dongle, DeviceQueues* queues = nullptr) {
     return DpduTransportReportLoginPacket(&kFakeCloud, packet.get(), queues);
 }
 
-TEST_F(Modules, ScanLogsItsStepsAndAddsANewDongle) {
-    const LogCapture log;
-    EXPECT_EQ(Scan(), Handles{0});
-    EXPECT_TRUE(log.Has("[PDUGetModuleIds] Called"));
-    EXPECT_TRUE(log.Has("[UpdateModuleList] Serial UpdateDevices (timeout=200)"));
-    EXPECT_TRUE(log.Has("[UpdateModuleList] Cloud UpdateDevices (timeout=500)"));
-    EXPECT_TRUE(
-        log.Has("[add_client_cbr] add_client_cbr: detected client 'Dongle' (MAC: "
-                "02:00:00:00:00:01, Transport: 1)"));
-    EXPECT_TRUE(log.Has("[UpdateModuleList] Detected 1 devices from transports"));
-    EXPECT_TRUE(log.Has("[UpdateModuleList] Adding NEW device at index 0"));
-    EXPECT_TRUE(log.Has("[InitializeDeviceQueues] Initialized queues for device (Transport: 1)"));
-    EXPECT_TRUE(log.Has("[UpdateModuleList] Update complete: 1 devices ready"));
-    EXPECT_TRUE(log.Has("[PDUGetModuleIds] Returning PDU_STATUS_NOERROR, NumEntries=1"));
-    EXPECT_EQ(ModuleStatus(0), PDU_MODST_AVAIL);
-}
-
-TEST_F(Modules, ItemDescribesTheDongle) {
-    serial_dongles[0].name = std::string(32, 'N');  // fills its field, without a NUL
-    cloud_dongles = {{.mac_end = 0xAB, .model = 13, .name = "Far"}};
+TEST_F(Modules, ItemDescribesADongleBehindARelay) {
+    const std::string name(32, 'N');  // fills its field, without a NUL
+    serial_dongles.clear();
+    cloud_dongles = {{.mac_end = 0xAB, .model = 13, .name = name}};
     PDU_MODULE_ITEM* item = nullptr;
     ASSERT_EQ(PDUGetModuleIds(&item), PDU_STATUS_NOERROR);
-    EXPECT_EQ(item->ItemType, PDU_IT_MODULE_ID);
-    ASSERT_EQ(item->NumEntries, 2u);
-    // Either of the two scans may report first.
-    const bool swapped = std::strstr(item->pModuleData[0].pVendorModuleName, "Far") != nullptr;
-    const PDU_MODULE_DATA& usb = item->pModuleData[swapped ? 1 : 0];
-    const PDU_MODULE_DATA& relayed = item->pModuleData[swapped ? 0 : 1];
-    EXPECT_EQ(usb.ModuleTypeId, 1u);
-    EXPECT_EQ(usb.ModuleStatus, PDU_MODST_AVAIL);
-    EXPECT_STREQ(usb.pVendorModuleName,
-                 "VendorName='Tarvik' ModuleName='NNNNNNNNNNNNNNNNNNNNNNNNNNNNNNNN' "
-                 "SerialNumber='02:00:00:00:00:01' "
-                 "PersonalVciID='NNNNNNNNNNNNNNNNNNNNNNNNNNNNNNNN' ConnectionType='USB' "
-                 "Status='available'");
-    EXPECT_STREQ(usb.pVendorAdditionalInfo, "Interface='USB'");
-    EXPECT_STREQ(relayed.pVendorModuleName,
-                 "VendorName='Tarvik' ModuleName='Far' SerialNumber='02:00:00:00:00:AB' "
-                 "PersonalVciID='Far' ConnectionType='Cloud' Status='available'");
-    EXPECT_STREQ(relayed.pVendorAdditionalInfo, "Interface='Network'");
+    ASSERT_EQ(item->NumEntries, 1u);
+    EXPECT_EQ(item->pModuleData[0].pVendorModuleName,
+              "VendorName='Tarvik' ModuleName='" + name +
+                  "' SerialNumber='02:00:00:00:00:AB' PersonalVciID='" + name +
+                  "' ConnectionType='Cloud' Status='available'");
+    EXPECT_STREQ(item->pModuleData[0].pVendorAdditionalInfo, "Interface='Network'");
     PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item));
 }
 
@@ -73,41 +44,6 @@ TEST_F(Modules, NameIsRefreshedAndIsNotPartOfTheIdentity) {
     EXPECT_EQ(Scan(), Handles{0});
     EXPECT_TRUE(log.Has("[UpdateModuleList] Updating existing device at index 0"));
     EXPECT_STREQ(LoginDeviceName(ModuleDevices->slots[0].login).text, "Renamed");
-}
-
-TEST_F(Modules, VanishedDongleKeepsItsHandleAndIsNotRevivedByAScan) {
-    Scan();
-    serial_dongles.clear();
-    {
-        const LogCapture log;
-        StdoutCapture console;
-        EXPECT_EQ(Scan(), Handles{0});
-        EXPECT_EQ(ModuleStatus(0), PDU_MODST_NOT_AVAIL);
-        const std::string text = "Device at index 0 is no longer present - marking unavailable";
-        EXPECT_TRUE(log.Has("[UpdateModuleList] " + text));
-        EXPECT_EQ(console.Text(), text + "\n");
-    }
-    serial_dongles = {{.mac_end = 1}};
-    const LogCapture log;
-    StdoutCapture console;
-    EXPECT_EQ(Scan(), Handles{0});
-    EXPECT_EQ(ModuleStatus(0), PDU_MODST_NOT_AVAIL);
-    const std::string text =
-        "Device at index 0 is now present again, but that transition is not allowed";
-    EXPECT_TRUE(log.Has("[UpdateModuleList] " + text));
-    EXPECT_EQ(console.Text(), text + "\n");
-}
-
-TEST_F(Modules, ScanAcceptsThreeModelsAndIgnoresOthers) {
-    serial_dongles = {{.mac_end = 1, .model = 0xE},
-                      {.mac_end = 2, .model = 5},
-                      {.mac_end = 3, .model = 13},
-                      {.mac_end = 4, .model = 0x1000},
-                      {.mac_end = 5, .model = 0}};
-    const LogCapture log;
-    EXPECT_EQ(Scan(), (Handles{0, 1, 2}));
-    EXPECT_TRUE(log.Has("[add_client_cbr] Ignoring unsupported device model: 0x0000000E"));
-    EXPECT_TRUE(log.Has("[add_client_cbr] Ignoring unsupported device model: 0x00000000"));
 }
 
 TEST_F(Modules, WithoutTransportTheItemIsEmpty) {
@@ -128,20 +64,6 @@ TEST_F(Modules, FullTableIgnoresFurtherDongles) {
     EXPECT_EQ(ReportLogin({.mac_end = 1}), 0);
     EXPECT_TRUE(
         log.Has("[DpduTransportReportLoginPacket] No free module slot for transport=Cloud"));
-}
-
-TEST_F(Modules, ConnectAndDisconnectOfASerialDongleOnlyChangeTheStatus) {
-    Scan();
-    const LogCapture log;
-    EXPECT_EQ(PDUModuleConnect(0), PDU_STATUS_NOERROR);
-    EXPECT_EQ(ModuleStatus(0), PDU_MODST_READY);
-    EXPECT_EQ(PDUModuleDisconnect(0), PDU_STATUS_NOERROR);
-    EXPECT_EQ(ModuleStatus(0), PDU_MODST_AVAIL);
-    EXPECT_TRUE(addressed.empty());
-    EXPECT_TRUE(disconnected.empty());
-    EXPECT_TRUE(log.Has("[PDUModuleConnect] Called (0)"));
-    EXPECT_TRUE(log.Has("[PDUModuleConnect] Returning PDU_STATUS_NOERROR"));
-    EXPECT_TRUE(log.Has("[PDUModuleDisconnect] Returning PDU_STATUS_NOERROR"));
 }
 
 TEST_F(Modules, ConnectAddressesADongleBehindARelayAndDisconnectNotifiesTheTransport) {
@@ -217,7 +139,7 @@ TEST_F(Modules, LoginReportsWithoutPacketOrLibraryAreIgnored) {
 
 // ---- Queries ------------------------------------------------------------------------------------
 
-TEST_F(Modules, VersionIsTheSameForEveryModuleAndLeavesTheRestOfItsTextsAlone) {
+TEST_F(Modules, VersionIsTheSameForEveryModule) {
     serial_dongles.push_back({.mac_end = 2});
     Scan();
     PDU_VERSION_DATA versions[2];
@@ -225,44 +147,14 @@ TEST_F(Modules, VersionIsTheSameForEveryModuleAndLeavesTheRestOfItsTextsAlone) {
     EXPECT_EQ(PDUGetVersion(0, &versions[0]), PDU_STATUS_NOERROR);
     EXPECT_EQ(PDUGetVersion(1, &versions[1]), PDU_STATUS_NOERROR);
     EXPECT_EQ(std::memcmp(&versions[0], &versions[1], sizeof versions[0]), 0);
-    const PDU_VERSION_DATA& version = versions[0];
-    EXPECT_EQ(version.MVCI_Part1StandardVersion, 0x02020200u);
-    EXPECT_EQ(version.MVCI_Part2StandardVersion, 0x02020200u);
-    EXPECT_EQ(version.HwSerialNumber, 1u);
-    EXPECT_STREQ(version.HwName, "Brennix");
-    EXPECT_EQ(version.HwVersion, 0x01000000u);
-    EXPECT_EQ(version.HwDate, 0x36051600u);
-    EXPECT_EQ(version.HwInterface, 0u);
-    EXPECT_STREQ(version.FwName, "v0.1");
-    EXPECT_EQ(version.FwVersion, 0x00010000u);
-    EXPECT_EQ(version.FwDate, 0x36051600u);
-    EXPECT_STREQ(version.VendorName, "Tarvik");
-    EXPECT_STREQ(version.PDUApiSwName, "Tarvik D-PDU API");
-    EXPECT_EQ(version.PDUApiSwVersion, 0x00010000u);
-    EXPECT_EQ(version.PDUApiSwDate, 0x36051600u);
-    EXPECT_EQ(version.HwName[sizeof "Brennix"], 0x5A);
-    EXPECT_EQ(version.PDUApiSwName[63], 0x5A);
 }
 
-TEST_F(Modules, TimestampMayBeLeftOut) {
+TEST_F(Modules, TimestampIsCutTo32Bits) {
     Scan();
-    const LogCapture log;
-    EXPECT_EQ(PDUGetTimestamp(0, nullptr), PDU_STATUS_NOERROR);
     const FakeTick tick(5'000'001);
     std::uint32_t timestamp = 0;
     EXPECT_EQ(PDUGetTimestamp(0, &timestamp), PDU_STATUS_NOERROR);
-    EXPECT_EQ(timestamp, 705'033'704u) << "5 000 001 000 cut to 32 bits";
-    EXPECT_TRUE(log.Has("[PDUGetTimestamp] Returning PDU_STATUS_NOERROR, *pTimestamp=705033704"));
-}
-
-TEST_F(Modules, DestructEmptiesTheTable) {
-    Scan();
-    const LogCapture log;
-    ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
-    EXPECT_FALSE(IsModulePresent(0));
-    EXPECT_TRUE(log.Has("[PDUDestruct] Clearing ModuleDevices array (1 modules present)"));
-    EXPECT_TRUE(
-        log.Has("[PDUDestruct] Clearing module slot 0 (Transport: 1, MAC: 02:00:00:00:00:01)"));
+    EXPECT_EQ(timestamp, 705'033'704u) << "of 5 000 001 000";
 }
 
 }  // namespace
