@@ -17,8 +17,6 @@ namespace {
 int tag_target;
 void* const kTag = &tag_target;
 
-PDU_ITEM* Head(PDU_EVENT_ITEM* item) { return reinterpret_cast<PDU_ITEM*>(item); }
-
 UNUM8* TrackedBytes(std::initializer_list<UNUM8> bytes) {
     auto* block = static_cast<UNUM8*>(AllocateMem(bytes.size()));
     std::copy(bytes.begin(), bytes.end(), block);
@@ -48,36 +46,22 @@ ResultContent Content(UNUM8* data, std::uint32_t length) {
             .rx_flag_byte2 = 0};
 }
 
-const PDU_RESULT_DATA& ResultOf(const PDU_EVENT_ITEM* item) {
+const PDU_RESULT_DATA& ResultOf(const EventPtr& item) {
     return *static_cast<const PDU_RESULT_DATA*>(item->pData);
 }
 
+// Every case gives back all memory.
+class MakeItem : public testing::Test {
+protected:
+    void TearDown() override { EXPECT_TRUE(LiveMemory() == before); }
+
+    const MemoryUse before = LiveMemory();
+};
+
 // ---- Making ------------------------------------------------------------------------------------
 
-TEST(MakeItem, StatusItemCarriesHandleTagAndStatus) {
-    PDU_EVENT_ITEM* item = MakeStatusItem(9, kTag, PDU_COPST_FINISHED).release();
-    ASSERT_NE(item, nullptr);
-    EXPECT_EQ(item->ItemType, PDU_IT_STATUS);
-    EXPECT_EQ(item->hCop, 9u);
-    EXPECT_EQ(item->pCoPTag, kTag);
-    EXPECT_EQ(*static_cast<PDU_STATUS_DATA*>(item->pData), PDU_COPST_FINISHED);
-    FreePduItem(Head(item));
-}
-
-TEST(MakeItem, ErrorItemCarriesTheCodeAndNoExtraInformation) {
-    PDU_EVENT_ITEM* item = MakeErrorItem(9, kTag, PDU_ERR_EVT_RX_TIMEOUT).release();
-    ASSERT_NE(item, nullptr);
-    EXPECT_EQ(item->ItemType, PDU_IT_ERROR);
-    EXPECT_EQ(item->hCop, 9u);
-    EXPECT_EQ(item->pCoPTag, kTag);
-    const auto* data = static_cast<PDU_ERROR_DATA*>(item->pData);
-    EXPECT_EQ(data->ErrorCodeId, PDU_ERR_EVT_RX_TIMEOUT);
-    EXPECT_EQ(data->ExtraErrorInfoId, 0u);
-    FreePduItem(Head(item));
-}
-
-TEST(MakeItem, InfoItemBelongsToNoComPrimitive) {
-    PDU_EVENT_ITEM* item = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG).release();
+TEST_F(MakeItem, InfoItemBelongsToNoComPrimitive) {
+    const EventPtr item = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG);
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->ItemType, PDU_IT_INFO);
     EXPECT_EQ(item->hCop, PDU_HANDLE_UNDEF);
@@ -85,20 +69,18 @@ TEST(MakeItem, InfoItemBelongsToNoComPrimitive) {
     const auto* data = static_cast<PDU_INFO_DATA*>(item->pData);
     EXPECT_EQ(data->InfoCode, 0x8070u);
     EXPECT_EQ(data->ExtraInfoData, 0u);
-    FreeMem(item);
 }
 
-TEST(MakeItem, TimestampIsTheTickInMicrosecondsCutTo32Bits) {
+TEST_F(MakeItem, TimestampIsTheTickInMicrosecondsCutTo32Bits) {
     const FakeTick tick(4294968);  // 4 294 968 000 microseconds: 704 more than 32 bits hold
-    PDU_EVENT_ITEM* item = MakeErrorItem(1, nullptr, PDU_ERR_EVT_TX_ERROR).release();
+    const EventPtr item = MakeErrorItem(1, nullptr, PDU_ERR_EVT_TX_ERROR);
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->Timestamp, 704u);
-    FreePduItem(Head(item));
 }
 
-TEST(MakeItem, ResultItemTakesOverTheData) {
+TEST_F(MakeItem, ResultItemTakesOverTheDataAndHasNoFlagSet) {
     UNUM8* data = TrackedBytes({0x62, 0xF1, 0x90});
-    PDU_EVENT_ITEM* item = MakeResultItem(Content(data, 3)).release();
+    const EventPtr item = MakeResultItem(Content(data, 3));
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(item->ItemType, PDU_IT_RESULT);
     EXPECT_EQ(item->hCop, 7u);
@@ -109,181 +91,138 @@ TEST(MakeItem, ResultItemTakesOverTheData) {
     EXPECT_EQ(result.pExtraInfo, nullptr);
     EXPECT_EQ(result.NumDataBytes, 3u);
     EXPECT_EQ(result.pDataBytes, data);
-    FreePduItem(Head(item));
-}
-
-TEST(MakeItem, ResultHasFourRxFlagBytesAndNoTimestampFlags) {
-    PDU_EVENT_ITEM* item = MakeResultItem(Content(nullptr, 0)).release();
-    ASSERT_NE(item, nullptr);
-    const PDU_RESULT_DATA& result = ResultOf(item);
     ASSERT_EQ(result.RxFlag.NumFlagBytes, 4u);
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(result.RxFlag.pFlagData[i], 0);
     EXPECT_EQ(result.TimestampFlags.NumFlagBytes, 0u);
     EXPECT_EQ(result.TimestampFlags.pFlagData, nullptr);
     EXPECT_EQ(result.TxMsgDoneTimestamp, 0u);
-    FreePduItem(Head(item));
 }
 
-TEST(MakeItem, ResultWithTransmissionTimeRepeatsTheItemsTimestamp) {
+TEST_F(MakeItem, ResultWithTransmissionTimeRepeatsTheItemsTimestamp) {
     const FakeTick tick(1234);
     ResultContent content = Content(nullptr, 0);
     content.tx_done_timestamp = true;
-    PDU_EVENT_ITEM* item = MakeResultItem(content).release();
+    const EventPtr item = MakeResultItem(content);
     ASSERT_NE(item, nullptr);
     const PDU_RESULT_DATA& result = ResultOf(item);
     EXPECT_EQ(result.TimestampFlags.NumFlagBytes, 4u);
     EXPECT_NE(result.TimestampFlags.pFlagData, nullptr);
     EXPECT_EQ(item->Timestamp, 1234000u);
     EXPECT_EQ(result.TxMsgDoneTimestamp, 1234000u);
-    FreePduItem(Head(item));
 }
 
-TEST(MakeItem, RxFlagMarksA29BitIdentifierInItsThirdByte) {
+TEST_F(MakeItem, RxFlagMarksA29BitIdentifierInItsThirdByte) {
     ResultContent content = Content(nullptr, 0);
     content.rx_flag_byte2 = PDU_RX_FLAG2_CAN_29BIT_ID;
-    PDU_EVENT_ITEM* item = MakeResultItem(content).release();
+    const EventPtr item = MakeResultItem(content);
     ASSERT_NE(item, nullptr);
     const UNUM8* flags = ResultOf(item).RxFlag.pFlagData;
     EXPECT_EQ(flags[1], 0);
     EXPECT_EQ(flags[2], 1);
     EXPECT_EQ(flags[3], 0);
-    FreePduItem(Head(item));
 }
 
-TEST(MakeItem, ResultWithoutMemoryLeavesTheDataToTheCaller) {
+TEST_F(MakeItem, ResultWithoutMemoryLeavesTheDataToTheCaller) {
     UNUM8* data = TrackedBytes({1, 2, 3});
     ResultContent content = Content(data, 3);
     content.tx_done_timestamp = true;
-    const MemoryUse before = LiveMemory();
+    const MemoryUse with_data = LiveMemory();
     for (std::uint32_t allowed = 0;; ++allowed) {
-        PDU_EVENT_ITEM* item = nullptr;
+        EventPtr item;
         bool refused = false;
         {
             const FailingHeap heap(allowed);
-            item = MakeResultItem(content).release();
+            item = MakeResultItem(content);
             refused = heap.Refused();
         }
         if (!refused) {
             ASSERT_NE(item, nullptr);
-            FreePduItem(Head(item));
             EXPECT_EQ(allowed, 3u);
             return;
         }
         ASSERT_EQ(item, nullptr);
-        EXPECT_TRUE(LiveMemory() == before);
+        EXPECT_TRUE(LiveMemory() == with_data);
         EXPECT_EQ(data[2], 3);
     }
 }
 
-TEST(MakeItem, NoItemIsMadeWithoutMemoryAndNothingLeaks) {
-    const MemoryUse before = LiveMemory();
-    PDU_EVENT_ITEM* items[4];
+TEST_F(MakeItem, NoItemIsMadeWithoutMemoryAndNothingLeaks) {
+    EventPtr items[4];
     {
         const FailingHeap heap(0);
-        items[0] = MakeErrorItem(1, nullptr, 257).release();
-        items[1] = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG).release();
-        items[2] = MakeStatusItem(1, nullptr, PDU_COPST_IDLE).release();
+        items[0] = MakeErrorItem(1, nullptr, 257);
+        items[1] = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG);
+        items[2] = MakeStatusItem(1, nullptr, PDU_COPST_IDLE);
     }
     {
         const FailingHeap heap(1);
-        items[3] = MakeStatusItem(1, nullptr, PDU_COPST_IDLE).release();
+        items[3] = MakeStatusItem(1, nullptr, PDU_COPST_IDLE);
     }
-    for (const PDU_EVENT_ITEM* item : items)
+    for (const EventPtr& item : items)
         EXPECT_EQ(item, nullptr);
-    EXPECT_TRUE(LiveMemory() == before);
 }
 
 // ---- Releasing ---------------------------------------------------------------------------------
 
-TEST(FreeItem, NullDoesNothing) {
-    const LogCapture log;
-    FreePduItem(nullptr);
-    EXPECT_TRUE(log.Lines().empty());
-}
+class FreeItem : public testing::Test {
+protected:
+    // Nothing but the item was allocated since the case began.
+    template <typename Item>
+    void ExpectReleased(Item* item, const std::vector<std::string>& logged = {}) {
+        const LogCapture log;
+        FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
+        EXPECT_EQ(log.Lines(), logged);
+        EXPECT_TRUE(LiveMemory() == before);
+    }
 
-TEST(FreeItem, ResultIsReleasedCompletelyAndNotLogged) {
     const MemoryUse before = LiveMemory();
-    const LogCapture log;
+};
+
+TEST_F(FreeItem, EventsAreReleasedCompletelyAndOnlyStatusIsLogged) {
     ResultContent content = Content(TrackedBytes({1, 2}), 2);
     content.tx_done_timestamp = true;
-    FreePduItem(Head(MakeResultItem(content).release()));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_TRUE(log.Lines().empty());
+    ExpectReleased(MakeResultItem(content).release());
+    ExpectReleased(MakeErrorItem(1, nullptr, 257).release());
+    ExpectReleased(MakeStatusItem(1, nullptr, PDU_CLLST_ONLINE).release(),
+                   {"[FreePduItem] PDU_IT_STATUS"});
 }
 
-TEST(FreeItem, ErrorIsReleasedCompletelyAndNotLogged) {
-    const MemoryUse before = LiveMemory();
-    const LogCapture log;
-    FreePduItem(Head(MakeErrorItem(1, nullptr, 257).release()));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST(FreeItem, StatusIsReleasedWithItsDataAndLogged) {
-    const MemoryUse before = LiveMemory();
-    const LogCapture log;
-    FreePduItem(Head(MakeStatusItem(1, nullptr, PDU_CLLST_ONLINE).release()));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{"[FreePduItem] PDU_IT_STATUS"});
-}
-
-TEST(FreeItem, InformationItemIsNeverReleased) {
-    PDU_EVENT_ITEM* item = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG).release();
-    const MemoryUse before = LiveMemory();
-    FreePduItem(Head(item));
-    EXPECT_TRUE(LiveMemory() == before);
-    FreeMem(item);
-}
-
-TEST(FreeItem, ComParamAndUnknownItemsAreLeftAlone) {
-    const LogCapture log;
+TEST_F(FreeItem, NullInformationComParamAndUnknownItemsAreLeftAlone) {
+    const EventPtr info = MakeInfoItem(PDU_INFO_MODULE_LIST_CHG);
     PDU_PARAM_ITEM param = {PDU_IT_PARAM, 1, PDU_PT_UNUM32, PDU_PC_TIMING, nullptr};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(&param));
     PDU_ITEM unknown = {0x4711};
+    const MemoryUse with_info = LiveMemory();
+    const LogCapture log;
+    FreePduItem(nullptr);
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(info.get()));
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(&param));
     FreePduItem(&unknown);
-    EXPECT_TRUE(log.Lines().empty());
+    EXPECT_TRUE(log.Lines().empty()) << log.Text();
+    EXPECT_TRUE(LiveMemory() == with_info);
 }
 
-TEST(FreeItem, ResourceIdsAreReleasedWithTheFirstEntrysArray) {
-    const MemoryUse before = LiveMemory();
-    const LogCapture log;
+TEST_F(FreeItem, ResourceIdsAreReleasedWithTheFirstEntrysArrayIfThereIsOne) {
     auto* item = TrackedArray<PDU_RSC_ID_ITEM>(1);
     auto* entries = TrackedArray<PDU_RSC_ID_ITEM_DATA>(1);
     entries[0] = {1, 2, TrackedArray<UNUM32>(2)};
     *item = {PDU_IT_RSC_ID, 1, entries};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{"[FreePduItem] PDU_IT_RSC_ID"});
-}
-
-TEST(FreeItem, ResourceIdsWithoutEntriesReleaseTheItem) {
-    const MemoryUse before = LiveMemory();
-    auto* item = TrackedArray<PDU_RSC_ID_ITEM>(1);
+    ExpectReleased(item, {"[FreePduItem] PDU_IT_RSC_ID"});
+    item = TrackedArray<PDU_RSC_ID_ITEM>(1);
     *item = {PDU_IT_RSC_ID, 1, nullptr};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
-    EXPECT_TRUE(LiveMemory() == before);
+    ExpectReleased(item, {"[FreePduItem] PDU_IT_RSC_ID"});
 }
 
-TEST(FreeItem, ModuleIdsAreReleasedWithEveryText) {
-    const MemoryUse before = LiveMemory();
-    const LogCapture log;
+TEST_F(FreeItem, ModuleIdsAreReleasedWithEveryTextIfThereAreAny) {
     auto* item = TrackedArray<PDU_MODULE_ITEM>(1);
     auto* modules = TrackedArray<PDU_MODULE_DATA>(2);
     modules[0] = {1, 0, TrackedText("first"), TrackedText("more"), PDU_MODST_AVAIL};
     modules[1] = {1, 1, TrackedText("second"), nullptr, PDU_MODST_AVAIL};
     *item = {PDU_IT_MODULE_ID, 2, modules};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST(FreeItem, ModuleIdsWithoutArrayReleaseTheItem) {
-    const MemoryUse before = LiveMemory();
-    auto* item = TrackedArray<PDU_MODULE_ITEM>(1);
+    ExpectReleased(item);
+    item = TrackedArray<PDU_MODULE_ITEM>(1);
     *item = {PDU_IT_MODULE_ID, 0, nullptr};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
-    EXPECT_TRUE(LiveMemory() == before);
+    ExpectReleased(item);
 }
 
 // One entry with the given parameter items, all in tracked blocks.
@@ -301,9 +240,9 @@ PDU_PARAM_ITEM Param(T_PDU_PT type, void* data) {
     return {PDU_IT_PARAM, 61, type, PDU_PC_UNIQUE_ID, data};
 }
 
-TEST(FreeItem, TableReleasesNumbersByteFieldsAndStructFields) {
-    const MemoryUse before = LiveMemory();
-    const LogCapture log;
+const std::vector<std::string> kTableLine = {"[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE"};
+
+TEST_F(FreeItem, TableReleasesNumbersByteFieldsAndStructFields) {
     std::vector<PDU_PARAM_ITEM> params;
     for (T_PDU_PT type = PDU_PT_UNUM8; type <= PDU_PT_SNUM32; ++type) {
         params.push_back(Param(type, TrackedArray<UNUM32>(1)));
@@ -314,14 +253,10 @@ TEST(FreeItem, TableReleasesNumbersByteFieldsAndStructFields) {
     auto* structs = TrackedArray<PDU_PARAM_STRUCTFIELD_DATA>(1);
     *structs = {PDU_CPST_ACCESS_TIMING, 2, 2, TrackedArray<PDU_PARAM_STRUCT_ACCESS_TIMING>(2)};
     params.push_back(Param(PDU_PT_STRUCTFIELD, structs));
-
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(Table(params)));
-    EXPECT_TRUE(LiveMemory() == before);
-    EXPECT_EQ(log.Lines(), std::vector<std::string>{"[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE"});
+    ExpectReleased(Table(params), kTableLine);
 }
 
-TEST(FreeItem, TableCannotFreeLongFieldsAndUnknownTypes) {
-    const MemoryUse before = LiveMemory();
+TEST_F(FreeItem, TableCannotFreeLongFieldsAndUnknownTypes) {
     const LogCapture log;
     auto* words = TrackedArray<PDU_PARAM_LONGFIELD_DATA>(1);
     FreePduItem(reinterpret_cast<PDU_ITEM*>(
@@ -331,15 +266,13 @@ TEST(FreeItem, TableCannotFreeLongFieldsAndUnknownTypes) {
     EXPECT_TRUE(LiveMemory() == before);
 }
 
-TEST(FreeItem, TableWithEmptyFieldsIsReleased) {
-    const MemoryUse before = LiveMemory();
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(
-        Table({Param(PDU_PT_UNUM32, nullptr), Param(PDU_PT_BYTEFIELD, nullptr),
-               Param(PDU_PT_STRUCTFIELD, nullptr)})));
+TEST_F(FreeItem, TableWithEmptyFieldsIsReleased) {
+    ExpectReleased(Table({Param(PDU_PT_UNUM32, nullptr), Param(PDU_PT_BYTEFIELD, nullptr),
+                          Param(PDU_PT_STRUCTFIELD, nullptr)}),
+                   kTableLine);
     auto* without_entries = TrackedArray<PDU_UNIQUE_RESP_ID_TABLE_ITEM>(1);
     *without_entries = {PDU_IT_UNIQUE_RESP_ID_TABLE, 1, nullptr};
-    FreePduItem(reinterpret_cast<PDU_ITEM*>(without_entries));
-    EXPECT_TRUE(LiveMemory() == before);
+    ExpectReleased(without_entries, kTableLine);
 }
 
 }  // namespace
