@@ -215,7 +215,7 @@ TEST_F(UniqueTables, WithoutOneARequestEndsWithAnError) {
     const LogCapture log;
     const Outcome outcome = link.Request({0x3E, 0x00});
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(outcome.states, (std::vector<UNUM32>{PDU_COPST_EXECUTING, PDU_COPST_FINISHED}));
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]   Failed to duplicate UniqueRespTable"));
 }
 

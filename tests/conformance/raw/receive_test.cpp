@@ -151,12 +151,12 @@ TEST_F(RawReceive, ZeroAndNegativeReceiveCyclesReceiveWithoutEnd) {
 TEST_F(RawReceive, OneOrMoreReceiveCyclesReceiveNothing) {
     RawLink link(hMod);
     const LogCapture log;
-    for (const SNUM32 cycles : {1, 100}) {
+    for (const SNUM32 cycles : {1, 2, 100}) {
         simulator.Command("record clear");
         link.Receive(cycles);
         EXPECT_EQ(Sent(2), (std::vector<std::string>{kReceptionOn, kReceptionOff}));
     }
-    EXPECT_TRUE(Eventually([&] { return log.CountLike("[CommReceiveFunc:*] stopping") == 2; }));
+    EXPECT_TRUE(Eventually([&] { return log.CountLike("[CommReceiveFunc:*] stopping") == 3; }));
     EXPECT_EQ(simulator.Command("raw send 123 01"), "0");
 }
 

@@ -25,7 +25,9 @@ protected:
 TEST_F(RawSend, StartCommSendsTheFrame) {
     RawLink link(hMod);
     link.Send(0x123, {0xDE, 0xAD, 0xBE});
-    EXPECT_EQ(Sent(1)[0], "23010000 0300 0000 DEADBE0000000000");
+    link.Send(0x18DAF110, {1, 2, 3, 4, 5, 6, 7, 8});
+    EXPECT_EQ(Sent(2), (std::vector<std::string>{"23010000 0300 0000 DEADBE0000000000",
+                                                 "10F1DA18 0800 0000 0102030405060708"}));
 }
 
 TEST_F(RawSend, FrameWithoutDataIsSent) {
@@ -54,20 +56,31 @@ TEST_F(RawSend, CountIsTakenModulo256) {
 
 TEST_F(RawSend, NothingIsSentWithoutAWholeIdentifier) {
     RawLink link(hMod);
+    const LogCapture log;
     ControlData control({}, 1, 0);
     link.Start(PDU_COPT_STARTCOMM, {0, 0, 1}, control.Data());
     link.Start(PDU_COPT_STARTCOMM, {}, control.Data());
     EXPECT_EQ(SentUntilIdle(&link), 0u);
+    EXPECT_EQ(log.CountLike("*RAW: *"), 1u) << "of the last";
 }
 
 TEST_F(RawSend, NothingIsSentWithoutASendCycleOrControlData) {
     RawLink link(hMod);
+    const LogCapture log;
     for (const SNUM32 cycles : {0, -1}) {
         ControlData control({}, cycles, 0);
         link.Send(0x123, {1}, control);
     }
     link.Start(PDU_COPT_STARTCOMM, FrameBytes(0x123, {1}));
     EXPECT_EQ(SentUntilIdle(&link), 0u);
+    EXPECT_EQ(log.CountLike("*RAW: *"), 1u) << "of the last";
+}
+
+TEST_F(RawSend, OneFrameIsSentHoweverManySendCyclesAreAskedFor) {
+    RawLink link(hMod);
+    ControlData control({}, 5, 0);
+    link.Send(0x123, {1}, control);
+    EXPECT_EQ(SentUntilIdle(&link), 1u);
 }
 
 TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {
@@ -92,12 +105,19 @@ TEST_F(RawSend, IsLoggedWithTheKindOfItsIdentifier) {
     ControlData extended({}, 1, 1);
     link.Send(0x12, {0xDE, 0xAD}, standard);
     link.Send(0x18DAF110, {}, extended.Extended());
+    link.Send(0x18DAF111, {}, standard);
+    for (const SNUM32 cycles : {2, -1}) {
+        ControlData only_receiving({}, 0, cycles);
+        link.Start(PDU_COPT_STARTCOMM, {}, only_receiving.Data());
+    }
     WaitUntilIdle(&link);
     EXPECT_EQ(log.MissingOf({"[CommThreadFunc:*]   RAW: Send CAN frame 0x0012  DE AD ",
                              "[CommThreadFunc:*]   RAW: Send CAN frame 0x18DAF110 (extended) ",
+                             "[CommThreadFunc:*]   RAW: Start receiving",
+                             "[CommThreadFunc:*]   RAW: Send CAN frame 0x18DAF111  ",
                              "[CommThreadFunc:*]   RAW: Start receiving"}),
               "");
-    EXPECT_EQ(log.CountLike("*RAW: Start receiving"), 1u);
+    EXPECT_EQ(log.CountLike("*RAW: *"), 5u);
 }
 
 TEST_F(RawSend, ExtendedNeedsTheThirdFlagByte) {

@@ -23,6 +23,7 @@ TEST_F(SingleRequest, IsAnsweredByOneResultBetweenExecutingAndFinished) {
     EXPECT_EQ(outcome.results[0].data.size(), 20u);
     EXPECT_EQ(outcome.results[0].acceptance_id, 7u);
     EXPECT_EQ(outcome.results[0].unique_id, 0u);
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
 }
 
 TEST_F(SingleRequest, ResultItemHasFourRxFlagBytesNoTimestampFlagsAndTheTag) {
@@ -86,12 +87,13 @@ TEST_F(SingleRequest, PacketHasThePhysicalIdentifierInPlaceOfTheFunctionalOne) {
 
 TEST_F(SingleRequest, TimeoutIsP2MaxDividedBy2000AndTheDongleGets500More) {
     EngineLink link(hMod);
-    SetNumber("CP_P2Max", 50000);
-    link.Request(ReadVin());
-    EXPECT_EQ(simulator.LastRequest()["timeout_ms"], 525);
-    SetNumber("CP_P2Max", 1999);
-    link.Request(ReadVin());
-    EXPECT_EQ(simulator.LastRequest()["timeout_ms"], 500);
+    const UNUM32 rows[][2] = {
+        {50'000, 525}, {0, 500}, {1999, 500}, {2000, 501}, {0xFFFFFFFF, 2'147'983}};
+    for (const auto& [p2_max, timeout_ms] : rows) {
+        SetNumber("CP_P2Max", p2_max);
+        link.Request(ReadVin());
+        EXPECT_EQ(simulator.LastRequest()["timeout_ms"], timeout_ms) << p2_max;
+    }
 }
 
 TEST_F(SingleRequest, UnmatchedResponsesGiveTenErrors259ThenFinished) {
@@ -137,6 +139,7 @@ TEST_F(SingleRequest, SilentControlUnitGivesError257ThenFinished) {
     const Outcome outcome = link.Request(ReadVin());
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
     EXPECT_TRUE(console.Has("[Transmit] < TIMEOUT\n"));
     EXPECT_TRUE(log.Has("[Transmit]   Received a timeout"));
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]  Nothing received at all. Abort."));
@@ -158,6 +161,7 @@ TEST_F(SingleRequest, DongleErrorGivesError257ThenFinished) {
     const Outcome outcome = link.WaitFor(hCoP);
     EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
     EXPECT_TRUE(log.Has("[Transmit]   Received an error"));
     EXPECT_TRUE(console.Has("[Transmit] < (4294967294 ms) ERROR\n"));
 }
@@ -283,6 +287,9 @@ TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
     EngineLink link(hMod);
     SetNumber("CP_RequestAddrMode", 1);
     SetNumber("CP_CanFuncReqId", kFunctionalRequest);
+    SetNumber("CP_CanFuncReqFormat", 5);
+    SetNumber("CP_CanPhysReqId", 0x18DA10F1);
+    SetNumber("CP_CanPhysReqFormat", 7);
     const LogCapture log;
     StdoutCapture console;
     link.Request(ReadVin(), PositiveRead());
@@ -294,8 +301,9 @@ TEST_F(SingleRequest, ConsoleAndLogShowTheExchange) {
             "[PDUStartComPrimitive]   TxFlag                       00 00 00 00 ",
             "[UpdateCopState] CoP #* Status: 8011, Duration: 0 ms",
             "[CommThreadFunc:*]   PDU_COPT_SENDRECV",
-            "[CommThreadFunc:*] > Physical,   Address *, Format 0 - 11-bit, unsegmented, w/o FC",
-            "[CommThreadFunc:*]   Functional, Address 7DF, Format 0 - 11-bit, unsegmented, w/o FC",
+            "[CommThreadFunc:*] > Physical,   Address 18DA10F1, Format 7 - 29-bit, segmented, w/ "
+            "FC",
+            "[CommThreadFunc:*]   Functional, Address 7DF, Format 5 - 11-bit, segmented, w/ FC",
             "[CommThreadFunc:*]   Payload:  22 F1 90 ",
             "[CommThreadFunc:*]     ID:7 [ACK] FF / 62 ",
             "[Transmit]   Tx 0x7DF/0x7E0, Rx 0x7E8, 500 ms, 22 F1 90 ",
