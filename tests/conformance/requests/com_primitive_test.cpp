@@ -64,11 +64,13 @@ TEST_F(ComPrimitives, UpdateAndRestoreParamProduceExactlyOneStatusItem) {
             more += event->hCop == hCoP ? 1u : 0u;
         }
         EXPECT_EQ(more, 0u);
+        EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
         // Without control data the log shows zeros and no flags.
         EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   NumSendCycles                0"));
         EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   NumReceiveCycles             0"));
         EXPECT_TRUE(log.Has("[PDUStartComPrimitive]   TxFlag                       "));
     }
+    EXPECT_EQ(simulator.Count("in CREQ") + simulator.Count("in TSPR"), 0u);
 }
 
 TEST_F(ComPrimitives, DelayIsQueuedAndLoggedAndProducesNothing) {
@@ -162,7 +164,7 @@ TEST_F(ComPrimitives, ControlDataWithNullArraysIsCopiedWithoutThem) {
 
 TEST_F(ComPrimitives, StartCommFinishesThenSetsTheLinkToCommStarted) {
     EngineLink link(hMod);
-    SetNumber("CP_TesterPresentTime", 2'000'000);
+    SetNumber("CP_TesterPresentTime", 2'000'999);
     SetBytes("CP_TesterPresentMessage", {0x3E, 0x80});
     const LogCapture log;
     const UNUM32 hCoP = link.Start(PDU_COPT_STARTCOMM);
@@ -184,27 +186,29 @@ TEST_F(ComPrimitives, StartCommFinishesThenSetsTheLinkToCommStarted) {
     const nlohmann::json off = simulator.Last(1, "in TSPR")[0];
     EXPECT_EQ(off["length"], 16);
     EXPECT_EQ(off["fields"]["period_ms"], 0);
+    EXPECT_EQ(off["fields"]["value"], 0x700);
     EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]   [CoP#" + std::to_string(stop) +
                             "] Disable TesterPresent"));
 }
 
-TEST_F(ComPrimitives, TesterPresentMessageOf32BytesIsSentAndOf33IsNot) {
+TEST_F(ComPrimitives, TesterPresentMessageHasOneTo32BytesOrIsNotSent) {
     EngineLink link(hMod);
-    SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(33, 0x3E));
-    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    link.Settle();
-    // After another request, everything to be sent has been sent.
-    link.Request(ReadVin());
-    EXPECT_EQ(simulator.Count("in TSPR"), 0u);
-    SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(32, 0x3E));
-    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    EXPECT_TRUE(simulator.WaitFor(1, "in TSPR"));
-    SetBytes("CP_TesterPresentMessage", {});
-    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    link.Settle();
-    link.Request(ReadVin());
-    EXPECT_EQ(simulator.Count("in TSPR"), 1u);
+    std::size_t sent = 0;
+    for (const std::size_t size : {33u, 32u, 0u, 1u}) {
+        SetBytes("CP_TesterPresentMessage", std::vector<UNUM8>(size, 0x3E));
+        const LogCapture log;
+        link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
+        link.Settle();
+        // After another request, everything to be sent has been sent.
+        link.Request(ReadVin());
+        const bool is_sent = size == 1 || size == 32;
+        if (is_sent) ++sent;
+        EXPECT_EQ(simulator.Count("in TSPR"), sent) << size;
+        EXPECT_EQ(log.HasLike("*Enable TesterPresent*"), is_sent) << size;
+        if (!is_sent) continue;
+        EXPECT_EQ(simulator.Last(1, "in TSPR")[0]["length"], 16 + size);
+    }
 }
 
 TEST_F(ComPrimitives, ConnectAfterStartCommSetsTheLinkOnline) {
