@@ -50,9 +50,8 @@ option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache
 if(TARVIK_FAST_BUILD AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
     find_program(CCACHE_PROGRAM ccache)
     if(CCACHE_PROGRAM)
-        # Precompiled headers need this sloppiness. The library has none of them, and must not get it:
-        # the time at which it was built goes into a packet.
-        set(TARVIK_LIBRARY_LAUNCHER "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=;${CCACHE_PROGRAM}")
+        # Precompiled headers need this sloppiness. The one file that uses __TIME__ is compiled
+        # without ccache.
         set(launcher "${CMAKE_COMMAND};-E;env;CCACHE_SLOPPINESS=pch_defines,time_macros;${CCACHE_PROGRAM}")
         set(CMAKE_C_COMPILER_LAUNCHER "${launcher}")
         set(CMAKE_CXX_COMPILER_LAUNCHER "${launcher}")
@@ -81,6 +80,22 @@ function(tarvik_target_defaults target)
     endif()
 endfunction()
 
+# ccache needs an option to follow precompiled headers.
+function(_tarvik_precompiled_in_ccache target)
+    if("${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
+        target_compile_options(${target} PRIVATE -fpch-preprocess)
+    endif()
+endfunction()
+
+# tarvik_precompile_own(TARGET HEADER): precompiles cmake/precompiled/HEADER.h for the target alone.
+function(tarvik_precompile_own target header)
+    if(TARVIK_FAST_BUILD)
+        target_precompile_headers(${target} PRIVATE
+            "$<$<COMPILE_LANGUAGE:CXX>:${PROJECT_SOURCE_DIR}/cmake/precompiled/${header}.h>")
+        _tarvik_precompiled_in_ccache(${target})
+    endif()
+endfunction()
+
 # All files of programs, and of the libraries that only programs link, are compiled with the
 # same options, since a precompiled header serves only one set. Some dependencies ask for -pthread.
 function(_tarvik_program_code target)
@@ -88,24 +103,21 @@ function(_tarvik_program_code target)
     if(NOT WIN32)
         target_compile_options(${target} PRIVATE -fPIE -pthread)
     endif()
-    if("${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
-        target_compile_options(${target} PRIVATE -fpch-preprocess)  # ccache needs it
-    endif()
+    _tarvik_precompiled_in_ccache(${target})
 endfunction()
 
-# The target TARVIK_PRECOMPILED_HEADER has cmake/precompiled/HEADER.h, for others to use. OPTIONS
+# The target tarvik_precompiled_HEADER has cmake/precompiled/HEADER.h, for others to use. OPTIONS
 # are compile options.
 function(_tarvik_precompile header)
     cmake_parse_arguments(ARG "" "" "OPTIONS;LIBRARIES" ${ARGN})
     set(target tarvik_precompiled_${header})
-    set(folder "${PROJECT_SOURCE_DIR}/cmake/precompiled")
     file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/precompiled/${header}.cpp" CONTENT "")
     add_library(${target} OBJECT EXCLUDE_FROM_ALL "${CMAKE_BINARY_DIR}/precompiled/${header}.cpp")
     tarvik_target_defaults(${target})
     _tarvik_program_code(${target})
     target_compile_options(${target} PRIVATE ${ARG_OPTIONS})
     target_link_libraries(${target} PRIVATE Threads::Threads ${ARG_LIBRARIES})
-    target_precompile_headers(${target} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${folder}/${header}.h>")
+    tarvik_precompile_own(${target} ${header})
 endfunction()
 
 # tarvik_precompiled_headers(): makes them, once the dependencies are known.
@@ -114,12 +126,13 @@ macro(tarvik_precompiled_headers)
         add_library(tarvik_json STATIC "${PROJECT_SOURCE_DIR}/cmake/precompiled/json.cpp")
         tarvik_target_defaults(tarvik_json)
         _tarvik_program_code(tarvik_json)
-        target_compile_options(tarvik_json PRIVATE ${TARVIK_TOOL_OPTIONS})
+        # Not our code, and most expensive of all to check for undefined behaviour.
+        target_compile_options(tarvik_json PRIVATE ${TARVIK_TOOL_OPTIONS} -fno-sanitize=undefined)
         target_link_libraries(tarvik_json PUBLIC tarvik::nlohmann_json)
 
         _tarvik_precompile(json OPTIONS ${TARVIK_TOOL_OPTIONS} LIBRARIES tarvik_json)
-        _tarvik_precompile(command_line OPTIONS -O0 LIBRARIES tarvik_json tarvik::cli11)
-        _tarvik_precompile(tests OPTIONS -O0 LIBRARIES tarvik_json tarvik::gtest)
+        _tarvik_precompile(tests OPTIONS -O0 LIBRARIES tarvik::gtest)
+        _tarvik_precompile(tests_json OPTIONS -O0 LIBRARIES tarvik_json tarvik::gtest)
     endif()
 endmacro()
 
@@ -129,7 +142,10 @@ function(_tarvik_use_precompiled target header)
     get_target_property(sources ${target} SOURCES)
     if(TARVIK_FAST_BUILD AND NOT "${sources}" MATCHES "\\.c(;|$)")
         target_precompile_headers(${target} REUSE_FROM tarvik_precompiled_${header})
-        target_link_libraries(${target} PRIVATE tarvik_json Threads::Threads)
+        target_link_libraries(${target} PRIVATE Threads::Threads)
+        if("${header}" MATCHES "json")
+            target_link_libraries(${target} PRIVATE tarvik_json)
+        endif()
     endif()
 endfunction()
 
@@ -159,7 +175,6 @@ function(tarvik_command_line target)
     target_compile_options(${part} PRIVATE -O0)
     tarvik_unity(${part} 0)
     _tarvik_program_code(${part})
-    _tarvik_use_precompiled(${part} command_line)
     target_link_libraries(${part} PRIVATE tarvik::cli11 tarvik::nlohmann_json)
     set_target_properties(${part} PROPERTIES
         INCLUDE_DIRECTORIES "$<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>")
@@ -167,8 +182,8 @@ function(tarvik_command_line target)
     target_sources(${target} PRIVATE $<TARGET_OBJECTS:${part}>)
 endfunction()
 
-# tarvik_test_defaults(TARGET): the same for code of the tests. It is not optimised: compiling it is
-# most of a build, and it is the library that has to be fast.
+# tarvik_test_defaults(TARGET [JSON]): the same for code of the tests. It is not optimised: compiling
+# it is most of a build, and it is the library that has to be fast. JSON: most files use it.
 function(tarvik_test_defaults target)
     tarvik_target_defaults(${target})
     target_compile_options(${target} PRIVATE -O0)
@@ -177,7 +192,11 @@ function(tarvik_test_defaults target)
     get_target_property(type ${target} TYPE)
     if(type MATCHES "^(EXECUTABLE|STATIC_LIBRARY|OBJECT_LIBRARY)$")
         _tarvik_program_code(${target})
-        _tarvik_use_precompiled(${target} tests)
+        if("JSON" IN_LIST ARGN)
+            _tarvik_use_precompiled(${target} tests_json)
+        else()
+            _tarvik_use_precompiled(${target} tests)
+        endif()
         target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has
         # No definition for programs that export names to what they load.
         set_target_properties(${target} PROPERTIES DEFINE_SYMBOL "")

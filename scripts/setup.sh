@@ -20,8 +20,8 @@ linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-li
 linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run
     dbus-daemon zsh groff python3"
 windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
-    libcli11-dev nlohmann-json3-dev xvfb"
-windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb"
+    libcli11-dev nlohmann-json3-dev xvfb lld"
+windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb ld.lld"
 fuzz_packages="clang libclang-rt-14-dev"
 fuzz_tools="clang clang++"
 lint_packages="clang-format clang-tidy git"

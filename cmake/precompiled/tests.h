@@ -7,4 +7,4 @@
 #include <filesystem>
 #include <fstream>
 
-#include "json.h"
+#include "standard.h"
