@@ -66,12 +66,16 @@ protected:
         ended.Open();
         return result;
     }
+    // The same for a command that succeeds.
+    static ClientResult RunSuccessfully(const std::vector<std::string>& arguments) {
+        ClientResult result = Run(arguments);
+        EXPECT_EQ(result.exit_code, kOk) << result.error;
+        return result;
+    }
 };
 
 TEST_F(DpduCar, DongleIsListed) {
-    const ClientResult result = Run({"modules", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    const Json modules = Json::parse(result.output)["modules"];
+    const Json modules = Document(RunSuccessfully({"modules", "--json"}))["modules"];
     ASSERT_EQ(modules.size(), 1u);
     EXPECT_EQ(modules[0]["name"], "Brennix demo");
     EXPECT_EQ(modules[0]["serialNumber"], "02:42:52:4E:58:01");
@@ -79,25 +83,22 @@ TEST_F(DpduCar, DongleIsListed) {
 }
 
 TEST_F(DpduCar, VersionIsThatOfTheLibrary) {
-    const ClientResult result = Run({"version", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(Json::parse(result.output)["library"]["name"], "Tarvik D-PDU API");
+    EXPECT_EQ(Document(RunSuccessfully({"version", "--json"}))["library"]["name"],
+              "Tarvik D-PDU API");
 }
 
 TEST_F(DpduCar, VinOfThreeControlUnitsIsRead) {
-    const ClientResult result =
-        Run({"vin", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9", "--ecu", "713:77D"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(result.output,
-              "7E0:7E8  WTVDEM0S1M0000001\n"
-              "7E1:7E9  WTVDEM0S1M0000001\n"
-              "713:77D  WTVDEM0S1M0000001\n");
+    EXPECT_EQ(
+        RunSuccessfully({"vin", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9", "--ecu", "713:77D"}).output,
+        "7E0:7E8  WTVDEM0S1M0000001\n"
+        "7E1:7E9  WTVDEM0S1M0000001\n"
+        "713:77D  WTVDEM0S1M0000001\n");
 }
 
 TEST_F(DpduCar, FunctionalAnswersAreAssignedToTheirControlUnitsAndASilentOneIsReported) {
     const ClientResult result = Run({"request", "22F187", "--functional", "7DF", "--ecu", "713:77D",
                                      "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"});
-    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output,
               "713:77D  62 F1 87 54 56 2D 41 42 53 2D 31 31 37 30 2D 42\n"
               "7E5:7ED  -                                                no answer\n"
@@ -105,39 +106,34 @@ TEST_F(DpduCar, FunctionalAnswersAreAssignedToTheirControlUnitsAndASilentOneIsRe
 }
 
 TEST_F(DpduCar, TroubleCodesAreRead) {
-    const ClientResult result = Run({"dtc", "--ecu", "713:77D"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_NE(result.output.find("  C0035-11  2F  testFailed"), std::string::npos) << result.output;
-    EXPECT_NE(result.output.find("  U0100-87  08  confirmedDTC\n"), std::string::npos);
+    const ClientResult result = RunSuccessfully({"dtc", "--ecu", "713:77D"});
+    EXPECT_TRUE(Contains(result.output, "  C0035-11  2F  testFailed")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "  U0100-87  08  confirmedDTC\n"));
 }
 
 TEST_F(DpduCar, NegativeResponseIsNamed) {
     const ClientResult result = Run({"request", "22F1FF"});
-    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output, "7F 22 31\n");
-    EXPECT_NE(result.error.find("requestOutOfRange"), std::string::npos) << result.error;
+    EXPECT_TRUE(Contains(result.error, "requestOutOfRange")) << result.error;
 }
 
 TEST_F(DpduCar, AbsentControlUnitIsAFailure) {
     const ClientResult result = Run({"request", "22F190", "--ecu", "7E6:7EE"});
-    EXPECT_EQ(result.exit_code, 1);
+    EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.output, "");
-    EXPECT_NE(result.error.find("PDU_ERR_EVT_TX_ERROR"), std::string::npos) << result.error;
+    EXPECT_TRUE(Contains(result.error, "PDU_ERR_EVT_TX_ERROR")) << result.error;
 }
 
 TEST_F(DpduCar, AllComParamsOfTheLibraryAreListed) {
-    const ClientResult result = Run({"comparam", "list", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(Json::parse(result.output)["comParams"].size(), 228u);
+    EXPECT_EQ(Document(RunSuccessfully({"comparam", "list", "--json"}))["comParams"].size(), 228u);
 }
 
 TEST_F(DpduCar, ComParamsOfEveryTypeAreSetAndReadBack) {
-    const ClientResult result =
-        Run({"comparam", "set", "CP_P2Max=50000", "CP_TesterPresentMessage=3E80",
-             "CP_CanBaudrateRecord=500000,250000", "CP_SessionTimingOverride=1:0:50:1:244",
-             "CP_AccessTimingOverride=1:2:3:4:5:6", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    const Json params = Json::parse(result.output)["comParams"];
+    const Json params = Document(RunSuccessfully(
+        {"comparam", "set", "CP_P2Max=50000", "CP_TesterPresentMessage=3E80",
+         "CP_CanBaudrateRecord=500000,250000", "CP_SessionTimingOverride=1:0:50:1:244",
+         "CP_AccessTimingOverride=1:2:3:4:5:6", "--json"}))["comParams"];
     ASSERT_EQ(params.size(), 5u);
     EXPECT_EQ(params[0]["value"], 50000);
     EXPECT_EQ(params[1]["value"], "3E80");
@@ -147,20 +143,17 @@ TEST_F(DpduCar, ComParamsOfEveryTypeAreSetAndReadBack) {
 }
 
 TEST_F(DpduCar, FunctionalTableHasARowForEachControlUnit) {
-    const ClientResult result =
-        Run({"functional", "22F187", "--units", "7E0,7E1,713:77D", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    const Json units = Json::parse(result.output)["controlUnits"];
+    const Json units = Document(RunSuccessfully(
+        {"functional", "22F187", "--units", "7E0,7E1,713:77D", "--json"}))["controlUnits"];
     ASSERT_EQ(units.size(), 3u);
     EXPECT_EQ(units[1]["answers"][0]["data"], "62F18754562D5443552D303432302D43");
     EXPECT_TRUE(units[2]["answers"][0].contains("afterUs"));
 }
 
 TEST_F(DpduCar, RawFramesOfTheBusAreReceived) {
-    const ClientResult result = Run({"raw", "listen", "--filter", "0C0", "--filter", "18FEF718",
-                                     "--count", "5", "--time", "30", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    const std::vector<Json> lines = DocumentLines(result);
+    const std::vector<Json> lines =
+        DocumentLines(RunSuccessfully({"raw", "listen", "--filter", "0C0", "--filter", "18FEF718",
+                                       "--count", "5", "--time", "30", "--json"}));
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[5]["frames"], 5);
     for (const Json& total : lines[5]["totals"])
@@ -168,24 +161,21 @@ TEST_F(DpduCar, RawFramesOfTheBusAreReceived) {
 }
 
 TEST_F(DpduCar, RawFrameIsSent) {
-    const ClientResult result =
-        Run({"raw", "send", "600", "01", "0D", "--repeat", "3", "--period", "10"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(result.output, "600  [2]  01 0D  sent 3 times\n");
+    EXPECT_EQ(RunSuccessfully({"raw", "send", "600", "01", "0D", "--repeat", "3", "--period", "10"})
+                  .output,
+              "600  [2]  01 0D  sent 3 times\n");
 }
 
 TEST_F(DpduCar, BatteryAndIgnitionAreRead) {
     EXPECT_EQ(Run({"ioctl", "battery"}).output, "13.800 V\n");
     EXPECT_EQ(Run({"ioctl", "ignition"}).output, "on\n");
     const ClientResult refused = Run({"ioctl", "cable"});
-    EXPECT_EQ(refused.exit_code, 1);
-    EXPECT_NE(refused.error.find("PDU_ERR_ID_NOT_SUPPORTED"), std::string::npos) << refused.error;
+    EXPECT_EQ(refused.exit_code, kFailure);
+    EXPECT_TRUE(Contains(refused.error, "PDU_ERR_ID_NOT_SUPPORTED")) << refused.error;
 }
 
 TEST_F(DpduCar, ObjectsAreShownWithTheLibrarysIds) {
-    const ClientResult result = Run({"objects", "ISO_11898_RAW", "HI", "PDU_IOCTL_READ_VBATT"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(result.output,
+    EXPECT_EQ(RunSuccessfully({"objects", "ISO_11898_RAW", "HI", "PDU_IOCTL_READ_VBATT"}).output,
               "TYPE      ID    NAME\n"
               "protocol  3000  ISO_11898_RAW\n"
               "pin-type  0     HI\n"
@@ -193,20 +183,18 @@ TEST_F(DpduCar, ObjectsAreShownWithTheLibrarysIds) {
 }
 
 TEST_F(DpduCar, TesterPresentEndsAfterItsTime) {
-    const ClientResult result = Run({"tester-present", "--period", "100", "--time", "0.3"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_NE(result.output.find("tester present 3E80 to 7E0:7E8 every 100 ms for "),
-              std::string::npos)
+    const ClientResult result =
+        RunSuccessfully({"tester-present", "--period", "100", "--time", "0.3"});
+    EXPECT_TRUE(Contains(result.output, "tester present 3E80 to 7E0:7E8 every 100 ms for "))
         << result.output;
 }
 
 TEST_F(DpduCar, MonitorShowsModuleLinkAndAnswers) {
     const ClientResult result =
-        Run({"monitor", "22F190", "--period", "10", "--count", "40", "--json"});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_NE(result.output.find("PDU_MODST_READY"), std::string::npos) << result.output;
-    EXPECT_NE(result.output.find("PDU_CLLST_COMM_STARTED"), std::string::npos) << result.output;
-    EXPECT_NE(result.output.find("answer 62 F1 90 57 54 56"), std::string::npos) << result.output;
+        RunSuccessfully({"monitor", "22F190", "--period", "10", "--count", "40", "--json"});
+    EXPECT_TRUE(Contains(result.output, "PDU_MODST_READY")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "PDU_CLLST_COMM_STARTED")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "answer 62 F1 90 57 54 56")) << result.output;
 }
 
 }  // namespace

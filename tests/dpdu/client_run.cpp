@@ -39,6 +39,20 @@ bool IsProgress(const std::string& line) {
     return line.starts_with("dpdu: ") && line.ends_with("...");
 }
 
+bool ReleasedEverything(const std::vector<std::string>& report) {
+    const bool broke_a_rule =
+        std::any_of(report.begin(), report.end(),
+                    [](const std::string& line) { return line.starts_with("violation"); });
+    return !broke_a_rule && report.back() == "destruct items=0 links=0 modules=0";
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += word + " ";
+    return text;
+}
+
 // The program prints progress lines only if something takes longer than a second.
 void TakeError(const std::string& text, ClientResult* result) {
     for (std::size_t at = 0; at < text.size();) {
@@ -93,6 +107,8 @@ ClientResult RunClient(const ClientSetup& setup) {
     result.output = ReadWholeFile(output);
     TakeError(ReadWholeFile(error), &result);
     result.report = Lines(ReadWholeFile(report));
+    EXPECT_TRUE(result.report.empty() || ReleasedEverything(result.report))
+        << Joined(setup.arguments) << ReadWholeFile(report);
     for (const std::string& path : {output, error, report})
         std::remove(path.c_str());
     return result;
@@ -109,12 +125,24 @@ bool Reported(const ClientResult& result, const std::string& line) {
     return std::find(result.report.begin(), result.report.end(), line) != result.report.end();
 }
 
-bool ReleasedEverything(const ClientResult& result) {
-    const bool broke_a_rule =
-        std::any_of(result.report.begin(), result.report.end(),
-                    [](const std::string& line) { return line.starts_with("violation"); });
-    return !broke_a_rule && !result.report.empty() &&
-           result.report.back() == "destruct items=0 links=0 modules=0";
+void ExpectFailure(const ClientResult& result, const std::string& line) {
+    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.error, "dpdu: " + line + "\n");
+}
+
+void ExpectMistakes(const std::vector<std::string>& command,
+                    const std::vector<std::vector<std::string>>& rows, const std::string& advice) {
+    for (const std::vector<std::string>& row : rows) {
+        std::vector<std::string> arguments = command;
+        arguments.insert(arguments.end(), row.begin(), row.end());
+        SCOPED_TRACE(Joined(arguments));
+        const ClientResult result = RunClient(arguments);
+        EXPECT_EQ(result.exit_code, kUsage);
+        EXPECT_EQ(result.output, "");
+        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+        EXPECT_TRUE(Contains(result.error, advice)) << result.error;
+        EXPECT_TRUE(result.report.empty());
+    }
 }
 
 Json Document(const ClientResult& result) {

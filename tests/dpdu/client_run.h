@@ -24,6 +24,8 @@ struct ClientSetup {
     std::string interrupt_when;  // interrupt the program when the report has this line
 };
 
+// The test fails if the fake library was used and not destructed, if anything was not released, or
+// if a rule was violated.
 ClientResult RunClient(const ClientSetup& setup);
 
 // With the fake library in its normal state, unless a scenario is given.
@@ -32,13 +34,19 @@ ClientResult RunClient(const std::vector<std::string>& arguments, const std::str
 // True if the report has the line.
 bool Reported(const ClientResult& result, const std::string& line);
 
-// True if the library was destructed, everything was released and no rule was violated.
-bool ReleasedEverything(const ClientResult& result);
-
 // Exit codes of the program.
 inline constexpr int kOk = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kUsage = 2;
+
+// The command failed with this one line on standard error, here without its start "dpdu: ".
+void ExpectFailure(const ClientResult& result, const std::string& line);
+
+// The program refused each row of arguments after the command, with one line that contains
+// `advice`, and did not use the library.
+void ExpectMistakes(const std::vector<std::string>& command,
+                    const std::vector<std::vector<std::string>>& rows,
+                    const std::string& advice = "--help");
 
 using Json = nlohmann::json;
 

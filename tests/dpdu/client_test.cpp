@@ -81,9 +81,8 @@ TEST(DpduLibrary, ItsOwnPrintingDoesNotMixWithTheAnswers) {
 }
 
 TEST(DpduLibrary, RefusalToConstructIsReportedWithFunctionAndStatus) {
-    const ClientResult result = RunClient({"modules"}, "refuses-construct");
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error, "dpdu: PDUConstruct failed with PDU_ERR_FCT_FAILED (0x01)\n");
+    ExpectFailure(RunClient({"modules"}, "refuses-construct"),
+                  "PDUConstruct failed with PDU_ERR_FCT_FAILED (0x01)");
 }
 
 TEST(DpduLibrary, OptionStringIsPassedToConstruct) {
@@ -101,7 +100,6 @@ TEST(DpduModules, ListsNameSerialNumberConnectionAndState) {
               "HANDLE  NAME   SERIAL  CONNECTION  STATE\n"
               "5       Probe  S-1     USB         PDU_MODST_AVAIL\n"
               "6       Probe  S-2     WLAN        PDU_MODST_AVAIL\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduModules, JsonAlsoContainsTheVendorsTexts) {
@@ -117,24 +115,17 @@ TEST(DpduModules, JsonAlsoContainsTheVendorsTexts) {
 
 TEST(DpduModules, NoModuleIsAFailureWithAnEmptyList) {
     const ClientResult result = RunClient({"modules", "--wait", "0", "--json"}, "no-module");
-    EXPECT_EQ(result.exit_code, kFailure);
+    ExpectFailure(result, "no module found");
     EXPECT_EQ(Document(result), Json({{"modules", Json::array()}}));
-    EXPECT_EQ(result.error, "dpdu: no module found\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduModules, LateModuleIsAwaited) {
-    const ClientResult result = RunClient({"vin", "--wait", "60"}, "late-module");
-    EXPECT_EQ(result.output, "TESTV1N0000000001\n");
-    EXPECT_TRUE(ReleasedEverything(result));
+    EXPECT_EQ(RunClient({"vin", "--wait", "60"}, "late-module").output, "TESTV1N0000000001\n");
 }
 
 TEST(DpduModules, SeveralModulesRequireAChoice) {
-    const ClientResult result = RunClient({"vin"}, "two-modules");
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error,
-              "dpdu: 2 modules found, choose one with --module TEXT: S-1 USB; S-2 WLAN\n");
-    EXPECT_TRUE(ReleasedEverything(result));
+    ExpectFailure(RunClient({"vin"}, "two-modules"),
+                  "2 modules found, choose one with --module TEXT: S-1 USB; S-2 WLAN");
 }
 
 TEST(DpduModules, ModuleIsChosenByAnyPartOfItsNameIgnoringCase) {
@@ -158,7 +149,6 @@ TEST(DpduVersion, ShowsVersionsAndDatesDecoded) {
     EXPECT_TRUE(Contains(result.output, "Library        Other D-PDU")) << result.output;
     EXPECT_TRUE(Contains(result.output, "7.8.9")) << result.output;
     EXPECT_TRUE(Contains(result.output, "2024-05-22")) << result.output;
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduVersion, JsonHasATextThatFillsItsWholeField) {
@@ -179,41 +169,32 @@ TEST(DpduRequest, SingleAnswerIsPrintedAsHexadecimalOnly) {
     EXPECT_EQ(result.exit_code, kOk);
     EXPECT_EQ(result.output, "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
     EXPECT_EQ(result.error, "");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E2:7EA"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    ExpectFailure(result, "7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22");
     EXPECT_EQ(result.output, "7F 22 31\n");
-    EXPECT_EQ(result.error,
-              "dpdu: 7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22\n");
 }
 
 TEST(DpduRequest, MissingAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E3:7EB"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    ExpectFailure(result, "7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)");
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.error,
-              "dpdu: 7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, IdentifiersOf29BitsAreSetWithTheirFormat) {
-    const ClientResult result = RunClient({"request", "1003", "--ecu", "18DA10F1:18DAF110"});
-    EXPECT_EQ(result.output, "50 03\n");
+    EXPECT_EQ(RunClient({"request", "1003", "--ecu", "18DA10F1:18DAF110"}).output, "50 03\n");
 }
 
 TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOthers) {
     const ClientResult result =
         RunClient({"request", "3E00", "--ecu", "7E3:7EB", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    ExpectFailure(result, "1 of 3 control units did not do as asked");
     EXPECT_EQ(result.output,
               "7E3:7EB  -      no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n"
               "7E0:7E8  7E 00\n"
               "7E1:7E9  7E 00\n");
-    EXPECT_EQ(result.error, "dpdu: 1 of 3 control units did not do as asked\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
@@ -224,7 +205,6 @@ TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
               "7E0:7E8  7E 00\n"
               "7E3:7EB  -      no answer\n"
               "7E1:7E9  7E 00\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, FunctionalRequestAnsweredByAllSucceeds) {
@@ -278,35 +258,27 @@ TEST(DpduRequest, TesterPresentIsOffUnlessAskedFor) {
 TEST(DpduRequest, AnyComParamCanBeSetBeforeTheRequest) {
     EXPECT_EQ(RunClient({"request", "22F1A1", "--param", "CP_P2Star=0x10"}).output,
               "62 F1 A1 00 00 00 10\n");
-    const ClientResult unknown = RunClient({"request", "22F190", "--param", "CP_Unheard=1"});
-    EXPECT_EQ(unknown.exit_code, kFailure);
-    EXPECT_EQ(unknown.error,
-              "dpdu: 7E0:7E8: the library has no ComParam 'CP_Unheard' on this link\n");
+    ExpectFailure(RunClient({"request", "22F190", "--param", "CP_Unheard=1"}),
+                  "7E0:7E8: the library has no ComParam 'CP_Unheard' on this link");
     const ClientResult unfit = RunClient({"request", "22F190", "--param", "CP_P2Star=soon"});
     EXPECT_EQ(unfit.exit_code, kUsage);
     EXPECT_TRUE(Contains(unfit.error, "'soon' is not a value of this ComParam")) << unfit.error;
-    EXPECT_TRUE(ReleasedEverything(unfit));
 }
 
 TEST(DpduRequest, UnknownProtocolIsNamedInTheError) {
     const ClientResult result = RunClient({"request", "22F190", "--protocol", "ISO_UNHEARD"});
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(Contains(result.error, "the library does not know the name 'ISO_UNHEARD'"));
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, RefusedLinkIsReportedWithFunctionAndStatus) {
-    const ClientResult result = RunClient({"request", "22F190"}, "refuses-link");
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error,
-              "dpdu: 7E0:7E8: PDUCreateComLogicalLink failed with PDU_ERR_RESOURCE_BUSY (0x30)\n");
-    EXPECT_TRUE(ReleasedEverything(result));
+    ExpectFailure(RunClient({"request", "22F190"}, "refuses-link"),
+                  "7E0:7E8: PDUCreateComLogicalLink failed with PDU_ERR_RESOURCE_BUSY (0x30)");
 }
 
 TEST(DpduRequest, ErrorOfTheLinkItselfIsReported) {
-    const ClientResult result = RunClient({"request", "22F190"}, "lost-module");
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error, "dpdu: 7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI)\n");
+    ExpectFailure(RunClient({"request", "22F190"}, "lost-module"),
+                  "7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI)");
 }
 
 TEST(DpduRequest, RequestThatNeverEndsIsCancelledAfterTheTimeout) {
@@ -317,7 +289,6 @@ TEST(DpduRequest, RequestThatNeverEndsIsCancelledAfterTheTimeout) {
                          "dpdu: 7E5:7ED: the library did not finish the request within 3 s\n"))
         << result.error;
     EXPECT_TRUE(Reported(result, "cancelled"));
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, InterruptionCancelsTheRequestAndReleasesEverything) {
@@ -329,7 +300,6 @@ TEST(DpduRequest, InterruptionCancelsTheRequestAndReleasesEverything) {
     EXPECT_TRUE(Contains(result.error, "dpdu: interrupted\n")) << result.error;
     EXPECT_EQ(result.output, "");
     EXPECT_TRUE(Reported(result, "cancelled"));
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkIsDestroyed) {
@@ -339,7 +309,6 @@ TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkIsDestroyed) {
     const ClientResult result = RunClient(setup);
     EXPECT_TRUE(Reported(result, "stopcomm"));
     EXPECT_FALSE(Reported(result, "disconnected while started"));
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -347,15 +316,13 @@ TEST(DpduRequest, InterruptionStopsTesterPresentBeforeTheLinkIsDestroyed) {
 TEST(DpduVin, SeveralControlUnitsHaveARowEach) {
     const ClientResult result = RunClient(
         {"vin", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9", "--ecu", "7E2:7EA", "--ecu", "7E4:7EC"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    ExpectFailure(result, "2 of 4 control units did not do as asked");
     EXPECT_EQ(result.output,
               "7E0:7E8  TESTV1N0000000001\n"
               "7E1:7E9  TESTV1N0000000002\n"
               "7E2:7EA  -                  negative response requestOutOfRange (0x31) to service "
               "0x22\n"
               "7E4:7EC  SHORT              not a well-formed VIN: 'SHORT'\n");
-    EXPECT_EQ(result.error, "dpdu: 2 of 4 control units did not do as asked\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduVin, JsonHasNullForAMissingVin) {
@@ -377,7 +344,6 @@ TEST(DpduDtc, ShowsCodeStatusByteAndStatusBits) {
               "confirmedDTC, testFailedSinceLastClear\n"
               "  U0123-16  04  pendingDTC\n"
               "7E1:7E9: no trouble codes\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduDtc, MaskIsSentInTheRequest) {
@@ -391,16 +357,12 @@ TEST(DpduDtc, MaskIsSentInTheRequest) {
 }
 
 TEST(DpduDtc, AnswerThatEndsWithinATroubleCodeIsAFailure) {
-    const ClientResult result = RunClient({"dtc", "--ecu", "7E4:7EC"});
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error, "dpdu: 7E4:7EC: unexpected answer 5902FF0301\n");
+    ExpectFailure(RunClient({"dtc", "--ecu", "7E4:7EC"}), "7E4:7EC: unexpected answer 5902FF0301");
 }
 
 TEST(DpduDtc, NegativeAnswerIsExplained) {
-    const ClientResult result = RunClient({"dtc", "--ecu", "7E2:7EA"});
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error,
-              "dpdu: 7E2:7EA: negative response serviceNotSupported (0x11) to service 0x19\n");
+    ExpectFailure(RunClient({"dtc", "--ecu", "7E2:7EA"}),
+                  "7E2:7EA: negative response serviceNotSupported (0x11) to service 0x19");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -417,7 +379,6 @@ TEST(DpduComParam, GetShowsTheLibrarysValuesOfEveryType) {
               "PDU_PC_TESTER_PRESENT\n"
               "CP_CanBaudrateRecord      500000,250000   PDU_PT_LONGFIELD    PDU_PC_BUSTYPE\n"
               "CP_SessionTimingOverride  769:0:50:1:244  PDU_PT_STRUCTFIELD  PDU_PC_TIMING\n");
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduComParam, SetShowsTheResultingValuesOfEveryType) {
@@ -440,18 +401,15 @@ TEST(DpduComParam, SetShowsTheResultingValuesOfEveryType) {
 
 TEST(DpduComParam, RefusedValueIsReportedWithTheStatus) {
     const ClientResult result = RunClient({"comparam", "set", "CP_Baudrate=0", "--json"});
-    EXPECT_EQ(result.exit_code, kFailure);
     const std::string message =
         "the library refused CP_Baudrate=0 with PDU_ERR_VALUE_NOT_SUPPORTED (0x61)";
-    EXPECT_EQ(result.error, "dpdu: " + message + "\n");
+    ExpectFailure(result, message);
     EXPECT_EQ(Document(result), Json({{"error", message}}));
-    EXPECT_TRUE(ReleasedEverything(result));
 }
 
 TEST(DpduComParam, UnknownNameIsAFailure) {
-    const ClientResult result = RunClient({"comparam", "get", "CP_Unheard"});
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error, "dpdu: the library has no ComParam 'CP_Unheard' on this link\n");
+    ExpectFailure(RunClient({"comparam", "get", "CP_Unheard"}),
+                  "the library has no ComParam 'CP_Unheard' on this link");
 }
 
 TEST(DpduComParam, ListShowsKnownComParamsAndFilters) {
@@ -460,9 +418,8 @@ TEST(DpduComParam, ListShowsKnownComParamsAndFilters) {
         Document(RunClient({"comparam", "list", "--filter", "TesterPresent", "--json"}));
     ASSERT_EQ(filtered["comParams"].size(), 3u);
     EXPECT_EQ(filtered["comParams"][0]["name"], "CP_TesterPresentHandling");
-    const ClientResult nothing = RunClient({"comparam", "list", "--filter", "Unheard"});
-    EXPECT_EQ(nothing.exit_code, kFailure);
-    EXPECT_EQ(nothing.error, "dpdu: no ComParam whose name contains 'Unheard'\n");
+    ExpectFailure(RunClient({"comparam", "list", "--filter", "Unheard"}),
+                  "no ComParam whose name contains 'Unheard'");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -486,16 +443,7 @@ TEST(DpduHelp, EveryCommandShowsExamplesAndExitCodes) {
 }
 
 TEST(DpduUsage, MistakeGivesOneLineAndExitCode2WithoutUsingTheLibrary) {
-    const std::vector<std::vector<std::string>> mistakes = {
-        {}, {"frobnicate"}, {"vin", "--frobnicate"}, {"request"}, {"comparam"}};
-    for (const std::vector<std::string>& arguments : mistakes) {
-        const ClientResult result = RunClient(arguments);
-        EXPECT_EQ(result.exit_code, kUsage);
-        EXPECT_EQ(result.output, "");
-        EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
-        EXPECT_TRUE(Contains(result.error, "--help")) << result.error;
-        EXPECT_TRUE(result.report.empty());
-    }
+    ExpectMistakes({}, {{}, {"frobnicate"}, {"vin", "--frobnicate"}, {"request"}, {"comparam"}});
 }
 
 }  // namespace

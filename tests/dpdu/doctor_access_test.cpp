@@ -19,9 +19,7 @@ TEST_F(DpduDoctorAccess, ConfigurationReadableOnlyByTheOwnerIsFine) {
 }
 
 TEST_F(DpduDoctorAccess, KeyReadableByOthersIsWrong) {
-    const ClientResult result = RunWithReaders(GoodConfig(), Readers::kEveryone);
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_TRUE(HasLine(result, "WRONG", "permissions", "by everyone -> ")) << result.output;
+    ExpectWrong(RunWithReaders(GoodConfig(), Readers::kEveryone), "permissions", "by everyone -> ");
 }
 
 TEST_F(DpduDoctorAccess, ConfigurationWithoutAKeyReadableByOthersIsNoted) {

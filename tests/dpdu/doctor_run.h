@@ -50,7 +50,8 @@ protected:
     }
 
     // The same with the relay over a WebSocket.
-    static nlohmann::ordered_json WebSocketConfig(const std::string& address) {
+    static nlohmann::ordered_json WebSocketConfig(
+        const std::string& address = conformance::Relay::WebSocketAddress()) {
         nlohmann::ordered_json config = GoodConfig();
         config["useWebsocket"] = true;
         config["websocketAddress"] = address;
@@ -94,6 +95,13 @@ inline bool HasLine(const ClientResult& result, const std::string& state,
         }
     }
     return false;
+}
+
+// The program failed because of this subject, whose line contains `part`.
+inline void ExpectWrong(const ClientResult& result, const std::string& subject,
+                        const std::string& part) {
+    EXPECT_EQ(result.exit_code, kFailure) << result.output;
+    EXPECT_TRUE(HasLine(result, "WRONG", subject, part)) << subject << "\n" << result.output;
 }
 
 #endif  // TESTS_DPDU_DOCTOR_RUN_H

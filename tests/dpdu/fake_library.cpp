@@ -661,8 +661,8 @@ extern "C" {
 
 T_PDU_ERROR PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     Chatter("constructing");
-    Report(std::string("construct ") + (OptionStr ? OptionStr : "without options"));
     if (IsScenario("refuses-construct")) return PDU_ERR_FCT_FAILED;
+    Report(std::string("construct ") + (OptionStr ? OptionStr : "without options"));
     constructed = true;
     api_tag = pAPITag;
     ++constructions;

@@ -90,12 +90,11 @@ TEST(TraceExport, LongRequestIsShownAsFarAsRecordedAndTheRestIsReported) {
     EXPECT_EQ(result.error,
               "dpdu: payloads of which the trace holds only a part, so that their last frames are "
               "missing: 1\n");
-    EXPECT_NE(
-        result.output.find("// reconstructed: request 2, 603 bytes, only the first 448 were "
-                           "recorded\n   0.202343 1  7E0             Tx   d 8 12 5B 2E F1 5A"),
-        std::string::npos)
+    EXPECT_TRUE(Contains(result.output,
+                         "// reconstructed: request 2, 603 bytes, only the first 448 were "
+                         "recorded\n   0.202343 1  7E0             Tx   d 8 12 5B 2E F1 5A"))
         << result.output;
-    EXPECT_NE(result.output.find("Rx   d 4 03 7F 2E 31\nEnd TriggerBlock\n"), std::string::npos);
+    EXPECT_TRUE(Contains(result.output, "Rx   d 4 03 7F 2E 31\nEnd TriggerBlock\n"));
 }
 
 TEST(TraceExport, FramesOfRealRawLinksAreShownInBothDirections) {
@@ -209,9 +208,8 @@ TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsInstants) {
 ]}
 )");
     const ClientResult raw = Export({"chrome", TracePath("raw_send")});
-    EXPECT_NE(raw.output.find(R"({"name":"123 sent","cat":"raw","ph":"i","pid":1,"tid":0,)"
-                              R"("ts":18584756653,"s":"t","args":{"data":"DE AD BE EF"}})"),
-              std::string::npos)
+    EXPECT_TRUE(Contains(raw.output, R"({"name":"123 sent","cat":"raw","ph":"i","pid":1,"tid":0,)"
+                                     R"("ts":18584756653,"s":"t","args":{"data":"DE AD BE EF"}})"))
         << raw.output;
 }
 

@@ -113,12 +113,10 @@ TEST(TraceSummary, DamagedAndUnknownLinesAreReportedWithTheFirstOfThem) {
     const TemporaryTrace trace(text);
     const ClientResult result = Summarise({trace.Path()});
     EXPECT_EQ(result.exit_code, 0);
-    EXPECT_NE(result.error.find(": 2 damaged lines (first: line 1) passed over\n"),
-              std::string::npos)
+    EXPECT_TRUE(Contains(result.error, ": 2 damaged lines (first: line 1) passed over\n"))
         << result.error;
-    EXPECT_NE(result.error.find(": 1 unknown line (first: line 2) passed over\n"),
-              std::string::npos);
-    EXPECT_NE(result.output.find("Requests           3 ("), std::string::npos);
+    EXPECT_TRUE(Contains(result.error, ": 1 unknown line (first: line 2) passed over\n"));
+    EXPECT_TRUE(Contains(result.output, "Requests           3 ("));
 }
 
 TEST(TraceSummary, MissingFileGivesOneErrorLine) {
@@ -196,8 +194,7 @@ TEST(TraceSummary, BusyIsCountedWithItsLastReason) {
         TraceLine(3, 1200, "busy_received",
                   "\"req_id\":1,\"reason\":\"line\\nend\",\"reason_len\":8"));
     const ClientResult result = Summarise({trace.Path()});
-    EXPECT_NE(result.output.find("Busy               2, last reason: line end\n"),
-              std::string::npos)
+    EXPECT_TRUE(Contains(result.output, "Busy               2, last reason: line end\n"))
         << result.output;
 }
 

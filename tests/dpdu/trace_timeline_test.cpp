@@ -101,32 +101,29 @@ TEST(TraceTimeline, RangeSelectsEveryRequestThatOverlapsIt) {
 
 TEST(TraceTimeline, ErrorsSelectsRequestsWithProblems) {
     EXPECT_EQ(Rows(Timeline({TracePath("negative"), "--errors"}).output), 1u);
-    EXPECT_NE(Timeline({TracePath("negative"), "--errors"}).output.find("NRC 31  22 FF FF"),
-              std::string::npos);
+    EXPECT_TRUE(Contains(Timeline({TracePath("negative"), "--errors"}).output, "NRC 31  22 FF FF"));
     EXPECT_EQ(Timeline({TracePath("functional"), "--errors"}).exit_code, 1);
 
     const TemporaryTrace trace(StartLine(1, 1000, 1, "3e00") + SentLine(2, 1100, 1) +
                                StateLine(3, 1400, 1, kCancelled) + FreeLine(4, 1500, 1) +
                                StartLine(5, 2000, 2, "3e01"));
     const std::string output = Timeline({trace.Path(), "--errors"}).output;
-    EXPECT_NE(output.find("cancel  3E 00"), std::string::npos) << output;
-    EXPECT_NE(output.find("open    3E 01"), std::string::npos) << output;
-    EXPECT_NE(output.find("Process 7, session unknown;"), std::string::npos) << output;
+    EXPECT_TRUE(Contains(output, "cancel  3E 00")) << output;
+    EXPECT_TRUE(Contains(output, "open    3E 01")) << output;
+    EXPECT_TRUE(Contains(output, "Process 7, session unknown;")) << output;
 }
 
 TEST(TraceTimeline, RawFramesAreNamedByIdentifierAndData) {
     const ClientResult result = Timeline({TracePath("raw_send")});
     EXPECT_EQ(Rows(result.output), 4u);
-    EXPECT_NE(result.output.find("0.062  raw     123#DEADBEEF        ..."), std::string::npos)
-        << result.output;
+    EXPECT_TRUE(Contains(result.output, "0.062  raw     123#DEADBEEF        ...")) << result.output;
 }
 
 TEST(TraceTimeline, SeveralFilesFollowEachOtherWithTheSameScale) {
     const std::string output =
         Timeline({TracePath("negative"), TracePath("silent"), "--errors"}).output;
-    EXPECT_NE(output.find("Process 8150, session 1; a column is 16.211 ms"), std::string::npos)
-        << output;
-    EXPECT_NE(output.find("Process 8166, session 1; a column is 16.211 ms"), std::string::npos);
+    EXPECT_TRUE(Contains(output, "Process 8150, session 1; a column is 16.211 ms")) << output;
+    EXPECT_TRUE(Contains(output, "Process 8166, session 1; a column is 16.211 ms"));
 }
 
 TEST(TraceTimeline, DamagedLinesAreReportedOnce) {
