@@ -62,8 +62,7 @@ TEST_F(BleLink, FailedWriteIsLogged) {
     radio.Command("record clear");
     {
         EngineLink link(hMod);
-        ControlData control(PositiveRead());
-        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        link.StartRequest(ReadVin(), PositiveRead());
         EXPECT_TRUE(Logs("[BLE-TX] Failed to write: *"));
         EXPECT_EQ(radio.Count("in CREQ"), 0u);
     }
@@ -75,15 +74,13 @@ TEST_F(BleLink, LossDuringARequestEndsItAtOnceAndTheNextScanFindsTheDongle) {
     {
         EngineLink link(hMod);
         SetNumber("CP_P2Max", 60'000'000);
-        ControlData control(PositiveRead());
         radio.Command("record clear");
         radio.Command(R"(next 1 {"lost": true})");
-        const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
         ASSERT_TRUE(radio.WaitFor(1, "in CREQ"));
         radio.Command("unplug");
         const Outcome outcome = link.WaitFor(hCoP);  // before the request's own time-out
-        EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
-        EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+        ExpectError(outcome, 0x101);
     }
     radio.Command("replug");
     ASSERT_TRUE(ScanUntil(1));
@@ -118,9 +115,8 @@ TEST_F(BleSmallMtu, WriteOfARequestThatDoesNotFitFails) {
     Construct();
     ASSERT_TRUE(ScanUntil(1));
     EngineLink link(ModuleOf(0));
-    ControlData control;
     radio.Command("record clear");
-    link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90, 0xF1, 0x87, 0xF1, 0x95}, control.Data());
+    link.StartRequest({0x22, 0xF1, 0x90, 0xF1, 0x87, 0xF1, 0x95});
     EXPECT_TRUE(Logs("[BLE-TX] Failed to write: *"));
     EXPECT_EQ(radio.Count("in"), 0u);
 }

@@ -53,8 +53,7 @@ protected:
         Reconnect(log);
         relay_.Command("login");
         EngineLink link(hMod_);
-        ControlData control(PositiveRead());
-        const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
         EXPECT_TRUE(relay_.WaitFor(1, "out CRES"));
         for (int i = 0; i < kPings; ++i)
             relay_.Command("ping 0102");

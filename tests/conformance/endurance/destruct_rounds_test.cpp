@@ -36,10 +36,8 @@ protected:
         simulator.Command("record clear");
         simulator.Command(R"(next 1 {"lost": true})");
         EngineLink link(hMod);
-        ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), callback_.Function()),
-                  PDU_STATUS_NOERROR);
-        ControlData control(PositiveRead());
-        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        ASSERT_EQ(link.Register(callback_.Function()), PDU_STATUS_NOERROR);
+        link.StartRequest(ReadVin(), PositiveRead());
         ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
 
         Scan scan;

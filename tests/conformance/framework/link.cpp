@@ -144,6 +144,12 @@ void Outcome::Add(const PDU_EVENT_ITEM& event) {
     }
 }
 
+void ExpectError(const Outcome& outcome, UNUM32 error) {
+    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{error});
+    EXPECT_TRUE(outcome.results.empty());
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+}
+
 Outcome Link::WaitFor(UNUM32 hCoP) {
     Outcome outcome;
     outcome.hCoP = hCoP;
@@ -158,9 +164,13 @@ Outcome Link::WaitFor(UNUM32 hCoP) {
     return outcome;
 }
 
-Outcome Link::Request(const std::vector<UNUM8>& data, const std::vector<Expected>& expected) {
+UNUM32 Link::StartRequest(const std::vector<UNUM8>& data, const std::vector<Expected>& expected) {
     ControlData control(expected);
-    return WaitFor(Start(PDU_COPT_SENDRECV, data, control.Data()));
+    return Start(PDU_COPT_SENDRECV, data, control.Data());
+}
+
+Outcome Link::Request(const std::vector<UNUM8>& data, const std::vector<Expected>& expected) {
+    return WaitFor(StartRequest(data, expected));
 }
 
 void Link::DropEvents() {
@@ -170,10 +180,8 @@ void Link::DropEvents() {
 
 void Link::Settle() {
     const UNUM32 hCoP = Start(PDU_COPT_UPDATEPARAM);
-    EXPECT_TRUE(Eventually([&] {
-        return Pdu().PDUCancelComPrimitive(hMod_, hCLL_, hCoP) == PDU_ERR_INVALID_HANDLE;
-    })) << "ComPrimitive "
-        << hCoP << " is not released";
+    EXPECT_TRUE(Eventually([&] { return Cancel(hCoP) == PDU_ERR_INVALID_HANDLE; }))
+        << "ComPrimitive " << hCoP << " is not released";
 }
 
 std::string Hex(const std::vector<UNUM8>& bytes) {

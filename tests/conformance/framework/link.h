@@ -47,6 +47,9 @@ struct Outcome {
     void Add(const PDU_EVENT_ITEM& event);
 };
 
+// The ComPrimitive finished with only this error and without a result.
+void ExpectError(const Outcome& outcome, UNUM32 error);
+
 // One expected response.
 struct Expected {
     UNUM32 type = 0;  // 0 positive, 1 negative
@@ -92,6 +95,10 @@ public:
     T_PDU_ERROR Connect() { return Pdu().PDUConnect(hMod_, hCLL_); }
     T_PDU_ERROR Disconnect() { return Pdu().PDUDisconnect(hMod_, hCLL_); }
     T_PDU_ERROR Destroy();
+    T_PDU_ERROR Cancel(UNUM32 hCoP) { return Pdu().PDUCancelComPrimitive(hMod_, hCLL_, hCoP); }
+    T_PDU_ERROR Register(CALLBACKFNC callback) {
+        return Pdu().PDURegisterEventCallback(hMod_, hCLL_, callback);
+    }
 
     UNUM32 State() const;
     // The ids of one control unit, through a unique response table of one entry.
@@ -103,7 +110,10 @@ public:
     // Takes events until the ComPrimitive is finished or cancelled; fails the test if that does not
     // happen. Events of other ComPrimitives and of the link itself are dropped.
     Outcome WaitFor(UNUM32 hCoP);
-    // Start and WaitFor of a SENDRECV that expects anything.
+    // Starts a SENDRECV.
+    UNUM32 StartRequest(const std::vector<UNUM8>& data,
+                        const std::vector<Expected>& expected = AnyResponse());
+    // StartRequest and WaitFor.
     Outcome Request(const std::vector<UNUM8>& data,
                     const std::vector<Expected>& expected = AnyResponse());
 

@@ -40,7 +40,7 @@ protected:
     // The time from the cancel to the final state, which must be cancelled.
     static std::uint64_t CancelMs(UnitsLink& link, UNUM32 hCoP) {
         const std::uint64_t start = TickMs();
-        EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+        EXPECT_EQ(link.Cancel(hCoP), PDU_STATUS_NOERROR);
         const Outcome outcome = link.WaitFor(hCoP);
         const std::uint64_t elapsed = TickMs() - start;
         EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);
@@ -116,7 +116,7 @@ TEST_F(FunctionalCancel, EndsAQueuedRequestUnsent) {
     simulator.HoldNextRequest();
     const UNUM32 running = link.StartReading();
     const UNUM32 queued = link.StartReading();
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.Cancel(queued), PDU_STATUS_NOERROR);
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     simulator.Command(AnswerOf(20).Command(running));
     ExpectAnswers(link.WaitFor(running), AllBut(20));

@@ -122,9 +122,7 @@ TEST_F(FunctionalRequests, SealedAnswerIsOpened) {
 
 TEST_F(FunctionalRequests, WithoutBytesFailAndSendNothing) {
     UnitsLink link(hMod, 20);
-    const Outcome outcome = link.Request({});
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{259});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.Request({}), 259);
     EXPECT_EQ(simulator.Count("in CREQ"), 0u);
 }
 
@@ -181,9 +179,7 @@ TEST_F(FunctionalRequests, InFlightEndWithTheirDongle) {
     const UNUM32 hCoP = link.StartReading();
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     simulator.Unplug();
-    const Outcome outcome = link.WaitFor(hCoP);
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{259});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.WaitFor(hCoP), 259);
 }
 
 }  // namespace

@@ -56,11 +56,10 @@ TEST_F(Destruct, ReturnsDuringARequestAndAScanWithACallbackRegistered) {
     SetNumber("CP_P2Max", 60'000'000);
     CallbackSpy spy;
     Link link(hMod);
-    Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function());
+    link.Register(spy.Function());
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
     link.Address(0x7E0, 0x7E8);
-    ControlData control;
-    link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
+    link.StartRequest({0x22, 0xF1, 0x90});
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     auto scanning = std::make_shared<Gate>();
     PDU_MODULE_ITEM* modules = nullptr;
@@ -89,7 +88,7 @@ TEST_F(Destruct, MayBeCalledInsideACallbackFollowedByConstruct) {
         EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
         done->Open();
     });
-    Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function());
+    link.Register(spy.Function());
     link.Start(PDU_COPT_UPDATEPARAM);
     ASSERT_TRUE(done->Wait());
     EXPECT_NE(FindModule(), PDU_HANDLE_UNDEF);
@@ -117,8 +116,7 @@ TEST_F(Destruct, ReleasesTheLockThatAStatusQueryHolds) {
     simulator.Command("mute");
     SetNumber("CP_P2Max", 4'000'000);
     link.Address(0x7E0, 0x7E8);
-    ControlData control;
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, {0x22, 0xF1, 0x90}, control.Data());
+    const UNUM32 hCoP = link.StartRequest({0x22, 0xF1, 0x90});
     UNUM32 status = 0;
     // The ComPrimitive is found despite the wrong module and link.
     ASSERT_EQ(Pdu().PDUGetStatus(77, 88, hCoP, &status, nullptr, nullptr), PDU_STATUS_NOERROR);
@@ -151,7 +149,7 @@ FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructContinue) {
     ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
     Link link(hMod);
     ASSERT_EQ(link.Connect(), PDU_STATUS_NOERROR);
-    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), StuckCallback), PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Register(StuckCallback), PDU_STATUS_NOERROR);
     link.Start(PDU_COPT_UPDATEPARAM);
     ASSERT_TRUE(Eventually([] { return callback_is_stuck.load(); }));
     const LogCapture log;

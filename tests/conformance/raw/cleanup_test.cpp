@@ -19,8 +19,7 @@ bool WorkerHasExited(const LogCapture& log) { return log.Has("[CommThreadFunc] e
 TEST_F(RawCleanUp, DestroyingTheLinkStopsAndReleasesEveryReceiver) {
     RawLink link(hMod);
     const UNUM32 first = link.Receive();
-    const UNUM32 second = link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 second = StartReception(&link);
     const LogCapture log;
     ASSERT_EQ(link.Destroy(), PDU_STATUS_NOERROR);
     ASSERT_TRUE(Eventually([&] { return WorkerHasExited(log); }));
@@ -41,8 +40,7 @@ TEST_F(RawCleanUp, DestroyingTheLinkStopsAndReleasesEveryReceiver) {
 
 TEST_F(RawCleanUp, DestructEndsReceptionWithItsLink) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     const LogCapture log;
     EXPECT_TRUE(EndsInTime([] { EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR); }));
     EXPECT_EQ(log.MissingOf({
@@ -72,8 +70,7 @@ TEST_F(RawCleanUp, ManyRawLinksEndTogetherWithTheLibrary) {
 TEST_F(RawCleanUp, WorksWhileFramesKeepArriving) {
     for (int round = 0; round < 5; ++round) {
         RawLink link(hMod);
-        link.Receive();
-        ASSERT_TRUE(WaitForReception(true));
+        StartReception(&link);
         ASSERT_EQ(simulator.Command("raw burst 100 123"), "100");
         const LogCapture log;
         link.Destroy();
@@ -117,8 +114,7 @@ protected:
             action();
             done_->Open();
         });
-        link->Receive();
-        ASSERT_TRUE(WaitForReception(true));
+        StartReception(link);
         // Otherwise the worker might take the frame in the callback for the final state, before the
         // receive thread does.
         link->Settle();
@@ -176,9 +172,7 @@ TEST_F(RawCallback, ReceiverStartedAfterANewConstructInsideStaysOn) {
     EXPECT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
     ASSERT_TRUE(WaitForReception(true));
     FrameOnBus("123 02");
-    const auto frames = next->TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].hCoP, hCoP);
+    EXPECT_EQ(next->TakeFrame().hCoP, hCoP);
 }
 
 TEST_F(RawCallback, LibraryMayBeDestructedInsideAfterTheLinkWasDestroyedThere) {
@@ -206,9 +200,7 @@ TEST_F(RawCallback, NextReceiverMayBeStartedInside) {
     link.Settle();  // no running callback is left that would take the frame
     EXPECT_EQ(Sent(3), (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn}));
     FrameOnBus("123 02");
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].hCoP, second);
+    EXPECT_EQ(link.TakeFrame().hCoP, second);
 }
 
 // Frames that arrive while the callback runs wait.
@@ -237,9 +229,7 @@ TEST_F(RawCallback, SuccessorReceivesWhileThePredecessorIsInACallback) {
     const UNUM32 second = link.Receive();
     EXPECT_EQ(Sent(3), (std::vector<std::string>{kReceptionOn, kReceptionOff, kReceptionOn}));
     FrameOnBus("123 02");
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].hCoP, second);
+    EXPECT_EQ(link.TakeFrame().hCoP, second);
     leave.Open();
     ASSERT_TRUE(done_->Wait());
     FrameOnBus("123 03");
@@ -288,7 +278,7 @@ FRESH_PROCESS_TEST(RawTermination, OfAReceiverStuckInACallbackLetsDestructContin
     RawLink link(hMod);
     const UNUM32 hCoP = link.Receive();
     link.Settle();  // otherwise the worker would call back and get stuck instead
-    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), StuckCallback), PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Register(StuckCallback), PDU_STATUS_NOERROR);
     ASSERT_TRUE(Eventually([&] { return simulator.Command("raw send 123 01") == "1"; }));
     ASSERT_TRUE(Eventually([] { return callback_is_stuck.load(); }));
     const LogCapture log;

@@ -74,6 +74,18 @@ public:
             << " of " << count << " frames arrived";
         return frames;
     }
+    // The next frame; empty, besides failing the test, if none arrives.
+    Received TakeFrame() {
+        const std::vector<Received> frames = TakeFrames(1);
+        return frames.empty() ? Received{} : frames[0];
+    }
+    // The next frames as hex.
+    std::vector<std::string> TakeHex(std::size_t count) {
+        std::vector<std::string> texts;
+        for (const Received& frame : TakeFrames(count))
+            texts.push_back(Hex(frame.result.data));
+        return texts;
+    }
 };
 
 inline std::string Hex(const Received& frame) { return Hex(frame.result.data); }
@@ -96,6 +108,12 @@ protected:
     }
     bool WaitForReception(bool on) {
         return Eventually([&] { return IsReceptionOn() == on; });
+    }
+    // Starts a ComPrimitive that receives, and returns when the dongle's reception is on.
+    UNUM32 StartReception(RawLink* link, SNUM32 cycles = -1, void* tag = nullptr) {
+        const UNUM32 hCoP = link->Receive(cycles, tag);
+        EXPECT_TRUE(WaitForReception(true));
+        return hCoP;
     }
     // RAWC packets from the library, oldest first: identifier, count, flags and data as hex.
     std::vector<std::string> Sent(std::uint64_t count) {

@@ -27,8 +27,7 @@ protected:
 
 TEST_F(RawTrace, ShowsEveryStepOfAReceiver) {
     RawLink link(hMod);
-    const UNUM32 hCoP = link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 hCoP = StartReception(&link);
     // The worker's events come first only if the worker is done when the frame arrives.
     ASSERT_EQ(WaitForTrace("notify_end", 2).size(), 2u);
     FrameOnBus("18DAF110 02 7E 00");

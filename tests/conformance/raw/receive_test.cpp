@@ -30,8 +30,7 @@ TEST_F(RawReceive, EveryStepIsLogged) {
     const LogCapture log;
     {
         RawLink link(hMod);
-        const UNUM32 hCoP = link.Receive();
-        ASSERT_TRUE(WaitForReception(true));
+        const UNUM32 hCoP = StartReception(&link);
         FrameOnBus("123 01");
         link.TakeFrames(1);
         EXPECT_EQ(log.MissingOf({
@@ -53,8 +52,7 @@ TEST_F(RawReceive, EveryStepIsLogged) {
 
 TEST_F(RawReceive, RxFlagMarksIdentifiersFrom4096On) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     for (const char* frame : {"7FF 01", "FFF 02", "1000 03", "18DAF110 04"})
         FrameOnBus(frame);
     const auto frames = link.TakeFrames(4);
@@ -70,12 +68,9 @@ TEST_F(RawReceive, RxFlagMarksIdentifiersFrom4096On) {
 TEST_F(RawReceive, EveryFrameHasTheTag) {
     int tag = 0;
     RawLink link(hMod);
-    link.Receive(-1, &tag);
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link, -1, &tag);
     FrameOnBus("123 01");
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].tag, &tag);
+    EXPECT_EQ(link.TakeFrame().tag, &tag);
 }
 
 TEST_F(RawReceive, DataIsCutToWhatThePacketHolds) {
@@ -85,12 +80,9 @@ TEST_F(RawReceive, DataIsCutToWhatThePacketHolds) {
     Inject("23010000 C800 0000 0102030405060708");      // count 200
     Inject("23010000 0A00 0000 0102030405060708090A");  // more than a frame can hold
     Inject("23010000 0800 0000");                       // nothing after the fixed fields
-    const auto frames = link.TakeFrames(4);
-    ASSERT_EQ(frames.size(), 4u);
-    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01 02 03");
-    EXPECT_EQ(Hex(frames[1]), "00 00 01 23 01 02 03 04 05 06 07 08");
-    EXPECT_EQ(Hex(frames[2]), "00 00 01 23 01 02 03 04 05 06 07 08");
-    EXPECT_EQ(Hex(frames[3]), "00 00 01 23");
+    const std::string eight_bytes = "00 00 01 23 01 02 03 04 05 06 07 08";
+    EXPECT_EQ(link.TakeHex(4), (std::vector<std::string>{"00 00 01 23 01 02 03", eight_bytes,
+                                                         eight_bytes, "00 00 01 23"}));
 }
 
 TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsIgnored) {
@@ -100,17 +92,14 @@ TEST_F(RawReceive, PacketTooShortForItsFixedFieldsIsIgnored) {
     Inject("2301000008 0000");
     Inject("");
     Inject("24010000 0100 0000 55");
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(Hex(frames[0]), "00 00 01 24 55");
+    EXPECT_EQ(Hex(link.TakeFrame()), "00 00 01 24 55");
     EXPECT_EQ(log.CountLike("[CommReceiveFunc:*]   RAW: Received a packet"), 3u);
 }
 
 TEST_F(RawReceive, FramesArriveInOrderAndNoneIsLost) {
     constexpr std::size_t kFrames = 1000;
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     ASSERT_EQ(simulator.Command("raw burst 1000 123"), "1000");
     const auto frames = link.TakeFrames(kFrames);
     ASSERT_EQ(frames.size(), kFrames);
@@ -129,17 +118,13 @@ TEST_F(RawReceive, EarlierFramesAreDeliveredFirst) {
     Inject("23010000 0100 0000 0200000000000000");
     ControlData control({}, 1, -1);
     link.Start(PDU_COPT_SENDRECV, {}, control.Data());  // frames may arrive before its final state
-    const auto frames = link.TakeFrames(2);
-    ASSERT_EQ(frames.size(), 2u);
-    EXPECT_EQ(Hex(frames[0]), "00 00 01 23 01");
-    EXPECT_EQ(Hex(frames[1]), "00 00 01 23 02");
+    EXPECT_EQ(link.TakeHex(2), (std::vector<std::string>{"00 00 01 23 01", "00 00 01 23 02"}));
 }
 
 TEST_F(RawReceive, ZeroAndNegativeReceiveCyclesReceiveWithoutEnd) {
     for (const SNUM32 cycles : {0, -1, -2}) {
         RawLink link(hMod);
-        link.Receive(cycles);
-        ASSERT_TRUE(WaitForReception(true));
+        StartReception(&link, cycles);
         for (int i = 0; i < 3; ++i)
             FrameOnBus("123 01");
         EXPECT_EQ(link.TakeFrames(3).size(), 3u) << cycles;
@@ -162,12 +147,9 @@ TEST_F(RawReceive, OneOrMoreReceiveCyclesReceiveNothing) {
 
 TEST_F(RawReceive, NextComPrimitiveTakesOver) {
     RawLink link(hMod);
-    const UNUM32 first = link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 first = StartReception(&link);
     FrameOnBus("123 01");
-    auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].hCoP, first);
+    EXPECT_EQ(link.TakeFrame().hCoP, first);
 
     const LogCapture log;
     const UNUM32 second = link.Receive();
@@ -181,8 +163,7 @@ TEST_F(RawReceive, NextComPrimitiveTakesOver) {
     ASSERT_TRUE(Eventually([&] { return log.HasLike("[CommReceiveFunc:*] stopping"); }));
     for (int i = 0; i < 5; ++i)
         FrameOnBus("123 02");
-    frames = link.TakeFrames(5);
-    for (const Received& frame : frames)
+    for (const Received& frame : link.TakeFrames(5))
         EXPECT_EQ(frame.hCoP, second);
     EXPECT_EQ(log.CountLike("[CommReceiveFunc:*] stopping"), 1u);
 }
@@ -192,7 +173,6 @@ TEST_F(RawReceive, NoFrameIsLostWhenTheNextComPrimitiveTakesOver) {
     RawLink link(hMod);
     link.Receive();
     std::size_t injected = 0;
-    std::vector<Received> frames;
     for (int i = 0; i < kTakeOvers; ++i) {
         for (int j = 0; j < 5; ++j, ++injected)
             Inject("23010000 0100 0000 0100000000000000");
@@ -200,16 +180,14 @@ TEST_F(RawReceive, NoFrameIsLostWhenTheNextComPrimitiveTakesOver) {
         ControlData control({}, 1, -1);
         link.Start(PDU_COPT_SENDRECV, {}, control.Data());
     }
-    frames = link.TakeFrames(injected);
-    EXPECT_EQ(frames.size(), injected);
+    EXPECT_EQ(link.TakeFrames(injected).size(), injected);
 }
 
 TEST_F(RawReceive, CancellingAFinishedOneDoesNotStopItsThread) {
     RawLink link(hMod);
-    const UNUM32 hCoP = link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 hCoP = StartReception(&link);
     const LogCapture log;
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.Cancel(hCoP), PDU_STATUS_NOERROR);
     EXPECT_TRUE(log.Has(CopLine("[PDUCancelComPrimitive] CoP id ", hCoP, " already finished")));
     FrameOnBus("123 01");
     EXPECT_EQ(link.TakeFrames(1).size(), 1u);
@@ -221,16 +199,15 @@ TEST_F(RawReceive, OneCancelledBeforeItsTurnStopsAtOnce) {
     const auto cancelled = std::make_shared<Gate>();
     CallbackSpy spy;
     spy.OnCall([cancelled](const CallbackCall&) { EXPECT_TRUE(cancelled->Wait()); });
-    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), spy.Function()),
-              PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Register(spy.Function()), PDU_STATUS_NOERROR);
     ControlData control({}, 1, -1);
     link.Start(PDU_COPT_SENDRECV, {}, control.Data());
     ASSERT_TRUE(spy.WaitForCalls(1));
     const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, {}, control.Data());
     const LogCapture log;
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    EXPECT_EQ(link.Cancel(hCoP), PDU_STATUS_NOERROR);
     EXPECT_TRUE(log.Has(CopLine("[PDUCancelComPrimitive] Aborting CoP id ", hCoP)));
-    ASSERT_EQ(Pdu().PDURegisterEventCallback(hMod, link.hCLL(), nullptr), PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Register(nullptr), PDU_STATUS_NOERROR);
     cancelled->Open();
     EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_CANCELLED);
     EXPECT_EQ(Sent(4),
@@ -247,12 +224,9 @@ TEST_F(RawReceive, EndOfAnotherLinksReceptionStopsThisOneUntilItStartsAgain) {
     EXPECT_EQ(Sent(2), (std::vector<std::string>{kReceptionOn, kReceptionOn}));
     first.Destroy();
     EXPECT_TRUE(WaitForReception(false));
-    const UNUM32 again = second.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 again = StartReception(&second);
     FrameOnBus("123 01");
-    const auto frames = second.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].hCoP, again);
+    EXPECT_EQ(second.TakeFrame().hCoP, again);
 }
 
 // The query keeps the module lock, so this test has its own process.
@@ -271,8 +245,7 @@ FRESH_PROCESS_TEST(RawStatus, OfAReceivingComPrimitiveIsFinished) {
 
 TEST_F(RawReceive, ContinuesWhileTheLinkIsDisconnected) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     ASSERT_EQ(link.Disconnect(), PDU_STATUS_NOERROR);
     FrameOnBus("123 01");
     EXPECT_EQ(link.TakeFrames(1).size(), 1u);
@@ -280,8 +253,7 @@ TEST_F(RawReceive, ContinuesWhileTheLinkIsDisconnected) {
 
 TEST_F(RawReceive, ThreadRunsOnWithoutItsDongleAndEndsWithItsLink) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     const LogCapture log;
     simulator.Unplug();
     ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));
@@ -294,8 +266,7 @@ TEST_F(RawReceive, ThreadRunsOnWithoutItsDongleAndEndsWithItsLink) {
 
 TEST_F(RawReceive, FramesOfAReturnedDongleAreDelivered) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     const LogCapture log;
     simulator.Unplug();
     ASSERT_TRUE(Eventually([&] { return log.HasLike("[SerialTxThreadFunc] Exiting."); }));

@@ -90,9 +90,7 @@ TEST_F(RawSend, ChangesNoStateAndRaisesNoEvent) {
     const UNUM32 hCoP = link.Send(0x123, {1}, control);
     ASSERT_TRUE(Eventually([&] { return log.Has(CopLine("[CommThreadFunc] free CoP #", hCoP)); }));
     // The release is logged before it happens.
-    EXPECT_TRUE(Eventually([&] {
-        return Pdu().PDUCancelComPrimitive(hMod, link.hCLL(), hCoP) == PDU_ERR_INVALID_HANDLE;
-    }));
+    EXPECT_TRUE(Eventually([&] { return link.Cancel(hCoP) == PDU_ERR_INVALID_HANDLE; }));
     EXPECT_EQ(NextEvent(hMod, link.hCLL()), nullptr);
     EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
     EXPECT_EQ(log.CountLike("*Enable TesterPresent*"), 0u);
@@ -149,12 +147,9 @@ TEST_F(RawSend, FlagBytesAreReadWhenTheComPrimitiveIsStarted) {
 
 TEST_F(RawSend, AnswerOnTheBusIsReceived) {
     RawLink link(hMod);
-    link.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    StartReception(&link);
     link.Send(0x600, {1, 2});
-    const auto frames = link.TakeFrames(1);
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(Hex(frames[0]), "00 00 06 01 41 0D E0");
+    EXPECT_EQ(Hex(link.TakeFrame()), "00 00 06 01 41 0D E0");
 }
 
 TEST_F(RawSend, StopCommWorksAsOnEveryLink) {

@@ -82,8 +82,7 @@ TEST_F(RawLinks, BothCanSend) {
 TEST_F(RawLinks, RequestsOnANormalLinkWorkDuringRawTraffic) {
     constexpr int kRequests = 20;
     RawLink raw(hMod);
-    const UNUM32 hCoP = raw.Receive();
-    ASSERT_TRUE(WaitForReception(true));
+    const UNUM32 hCoP = StartReception(&raw);
     EngineLink engine(hMod);
     for (int i = 0; i < kRequests; ++i) {
         ASSERT_EQ(simulator.Command("raw burst 10 123"), "10");

@@ -17,11 +17,10 @@ class ReplugCycles : public SerialDongleWithoutLog {
 protected:
     // The request during which the dongle is unplugged, or that no longer finds a dongle.
     void LoseARequest(EngineLink& link, bool in_flight) {
-        ControlData control(PositiveRead());
         if (in_flight) {
             simulator.Command("record clear");
             simulator.Command(R"(next 1 {"lost": true})");
-            const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+            const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
             ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
             simulator.Unplug();
             ExpectLost(link.WaitFor(hCoP));

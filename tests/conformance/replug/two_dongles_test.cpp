@@ -15,6 +15,12 @@
 namespace conformance {
 namespace {
 
+std::string VinOf(const Outcome& outcome) {
+    return outcome.results.size() == 1 ? Hex(outcome.results[0].data) : "no answer";
+}
+constexpr char kFirstVin[] = "62 F1 90 00";
+constexpr char kSecondVin[] = "62 F1 90 01";
+
 class TwoDongles : public testing::Test {
 protected:
     static constexpr const char* kSerialNumbers[2] = {"SerialNumber='02:42:52:4E:58:01'",
@@ -55,55 +61,49 @@ protected:
         return modules[dongle] != PDU_HANDLE_UNDEF;
     }
 
+    void ExpectEachAnswers() {
+        EngineLink first(modules[0]);
+        EngineLink second(modules[1]);
+        EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
+        EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
+    }
+
     Simulator simulator;
     UNUM32 modules[2] = {};
 };
-
-std::string VinOf(const Outcome& outcome) {
-    return outcome.results.size() == 1 ? Hex(outcome.results[0].data) : "no answer";
-}
-constexpr char kFirstVin[] = "62 F1 90 00";
-constexpr char kSecondVin[] = "62 F1 90 01";
 
 TEST_F(TwoDongles, AreTwoModules) {
     EXPECT_EQ(GetModuleIds()->NumEntries, 2u);
     EXPECT_EQ(modules[0] + modules[1], 1u);  // 0 and 1, in either order
 }
 
-TEST_F(TwoDongles, AnswerForTheirOwnVehicles) {
-    EngineLink first(modules[0]);
-    EngineLink second(modules[1]);
-    EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
-    EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
-}
+TEST_F(TwoDongles, AnswerForTheirOwnVehicles) { ExpectEachAnswers(); }
 
 TEST_F(TwoDongles, WorkAtTheSameTime) {
     EngineLink first(modules[0]);
     EngineLink second(modules[1]);
     simulator.Command(R"(@0 next 1 {"lost": true})");
-    ControlData control(PositiveRead());
-    const UNUM32 waiting = first.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 waiting = first.StartRequest(ReadVin(), PositiveRead());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
     simulator.Unplug();
-    EXPECT_EQ(first.WaitFor(waiting).errors, std::vector<UNUM32>{0x101});
+    ExpectError(first.WaitFor(waiting), 0x101);
 }
 
 TEST_F(TwoDongles, UnpluggingOneDoesNotDisturbTheOther) {
     EngineLink first(modules[0]);
     EngineLink second(modules[1]);
     simulator.Command(R"(@1 next 1 {"lost": true})");
-    ControlData control(PositiveRead());
-    const UNUM32 lost = second.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 lost = second.StartRequest(ReadVin(), PositiveRead());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     std::vector<UNUM32> going_on;
     for (int i = 0; i < 50; ++i) {
-        going_on.push_back(first.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
+        going_on.push_back(first.StartRequest(ReadVin(), PositiveRead()));
     }
     simulator.Command("@1 unplug");
     for (const UNUM32 hCoP : going_on)
         EXPECT_EQ(VinOf(first.WaitFor(hCoP)), kFirstVin);
-    EXPECT_EQ(second.WaitFor(lost).errors, std::vector<UNUM32>{0x101});
+    ExpectError(second.WaitFor(lost), 0x101);
 
     ASSERT_TRUE(ScanUntilNotAvailable(modules[1]));
     // A scan waits 200 ms for a dongle's answer, which may be too short on a busy machine. Only a
@@ -126,10 +126,7 @@ TEST_F(TwoDongles, BothAnswerAfterTheRecoveryOfOne) {
     simulator.Command("@1 replug");
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     Construct();
-    EngineLink first(modules[0]);
-    EngineLink second(modules[1]);
-    EXPECT_EQ(VinOf(first.Request(ReadVin(), PositiveRead())), kFirstVin);
-    EXPECT_EQ(VinOf(second.Request(ReadVin(), PositiveRead())), kSecondVin);
+    ExpectEachAnswers();
 }
 
 TEST_F(TwoDongles, ForeignPortBetweenThemIsIgnored) {

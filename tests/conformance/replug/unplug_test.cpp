@@ -19,6 +19,14 @@ protected:
         ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
     }
 
+    // A request that the dongle has received and will not answer.
+    UNUM32 StartUnanswered(Link* link) {
+        simulator.Command(R"(next 1 {"lost": true})");
+        const UNUM32 hCoP = link->StartRequest(ReadVin(), PositiveRead());
+        EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        return hCoP;
+    }
+
     void ExpectFirstRequestToSucceed() {
         EngineLink link(hMod);
         const Outcome outcome = link.Request(ReadVin(), PositiveRead());
@@ -103,53 +111,33 @@ TEST_F(Unplug, RecoverySucceedsWhenTheDongleComesBackAfterTheConstruct) {
 // Otherwise the exchange would wait three times ten seconds.
 TEST_F(Unplug, RequestInFlightEndsWithError257) {
     EngineLink link(hMod);
-    simulator.Command(R"(next 1 {"lost": true})");
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    const UNUM32 hCoP = StartUnanswered(&link);
     simulator.Unplug();
-    const Outcome outcome = link.WaitFor(hCoP);
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
-    EXPECT_TRUE(outcome.results.empty());
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.WaitFor(hCoP), 0x101);
 }
 
 TEST_F(Unplug, FunctionalRequestInFlightEndsWithError259) {
     CarLink link(hMod);
-    simulator.Command(R"(next 1 {"lost": true})");
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    const UNUM32 hCoP = StartUnanswered(&link);
     simulator.Unplug();
-    const Outcome outcome = link.WaitFor(hCoP);
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x103});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.WaitFor(hCoP), 0x103);
 }
 
 TEST_F(Unplug, QueuedRequestsAllEndWithError257) {
     EngineLink link(hMod);
-    simulator.Command(R"(next 1 {"lost": true})");
-    ControlData control(PositiveRead());
-    std::vector<UNUM32> handles;
-    for (int i = 0; i < 20; ++i) {
-        handles.push_back(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
-    }
-    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
+    std::vector<UNUM32> handles = {StartUnanswered(&link)};
+    for (int i = 1; i < 20; ++i)
+        handles.push_back(link.StartRequest(ReadVin(), PositiveRead()));
     simulator.Unplug();
-    for (const UNUM32 hCoP : handles) {
-        const Outcome outcome = link.WaitFor(hCoP);
-        EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
-        EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
-    }
+    for (const UNUM32 hCoP : handles)
+        ExpectError(link.WaitFor(hCoP), 0x101);
 }
 
 TEST_F(Unplug, RequestWithoutADongleEndsWithError257) {
     EngineLink link(hMod);
     simulator.Unplug();
     ASSERT_TRUE(ScanUntilNotAvailable(hMod));
-    const Outcome outcome = link.Request(ReadVin(), PositiveRead());
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.Request(ReadVin(), PositiveRead()), 0x101);
 }
 
 // The answer has 40 bytes: 8 of the header, 12 of fixed fields, 20 of data.
@@ -159,10 +147,7 @@ TEST_F(Unplug, DongleLostDuringAnAnswerEndsTheRequestAndCanReturn) {
         {
             EngineLink link(hMod);
             simulator.Command(cut);
-            const Outcome outcome = link.Request(ReadVin(), PositiveRead());
-            EXPECT_EQ(outcome.errors, std::vector<UNUM32>{0x101});
-            EXPECT_TRUE(outcome.results.empty());
-            EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+            ExpectError(link.Request(ReadVin(), PositiveRead()), 0x101);
         }
         ASSERT_TRUE(ScanUntilNotAvailable(hMod));
         EXPECT_EQ(GetModuleIds()->pModuleData[0].ModuleStatus, PDU_MODST_AVAIL);
@@ -176,7 +161,7 @@ TEST_F(Unplug, PartOfAFragmentedAnswerIsDiscarded) {
     EngineLink link(hMod);
     simulator.Command(R"(behaviour {"fragment": 20})");
     simulator.Command("cut 50");  // the third fragment of 20 bytes is incomplete
-    EXPECT_EQ(link.Request(ReadVin(), PositiveRead()).errors, std::vector<UNUM32>{0x101});
+    ExpectError(link.Request(ReadVin(), PositiveRead()), 0x101);
     simulator.Replug();
     Recover();
     ExpectFirstRequestToSucceed();

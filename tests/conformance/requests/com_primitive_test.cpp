@@ -139,11 +139,9 @@ TEST_F(ComPrimitives, CannotBeCancelledThroughAnotherLink) {
     EngineLink link(hMod);
     EngineLink other(hMod);
     simulator.Command(R"(next 1 {"delay_ms": 300})");
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     const LogCapture log;
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(other.hMod(), other.hCLL(), hCoP),
-              PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(other.Cancel(hCoP), PDU_ERR_INVALID_HANDLE);
     EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] Could not find CoP id " + std::to_string(hCoP) +
                         ", Returning PDU_ERR_INVALID_HANDLE"));
     EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_FINISHED);
@@ -211,21 +209,12 @@ TEST_F(ComPrimitives, TesterPresentMessageHasOneTo32BytesOrIsNotSent) {
     }
 }
 
-TEST_F(ComPrimitives, ConnectAfterStartCommSetsTheLinkOnline) {
-    EngineLink link(hMod);
-    link.WaitFor(link.Start(PDU_COPT_STARTCOMM));
-    ASSERT_TRUE(Eventually([&] { return link.State() == PDU_CLLST_COMM_STARTED; }));
-    EXPECT_EQ(link.Connect(), PDU_STATUS_NOERROR);
-    EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
-}
-
 TEST_F(ComPrimitives, QueuedOneCancelledBeforeItsTurnEndsAsCancelled) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
-    ControlData control(PositiveRead());
-    const UNUM32 running = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-    const UNUM32 queued = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-    EXPECT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), queued), PDU_STATUS_NOERROR);
+    const UNUM32 running = link.StartRequest(ReadVin(), PositiveRead());
+    const UNUM32 queued = link.StartRequest(ReadVin(), PositiveRead());
+    EXPECT_EQ(link.Cancel(queued), PDU_STATUS_NOERROR);
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     simulator.AnswerRequest(running, kVinAnswer);
     EXPECT_EQ(link.WaitFor(running).FinalState(), PDU_COPST_FINISHED);
@@ -235,10 +224,9 @@ TEST_F(ComPrimitives, QueuedOneCancelledBeforeItsTurnEndsAsCancelled) {
 TEST_F(ComPrimitives, SingleRequestCancelledInFlightEndsAsCancelledAfterItsAnswer) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
-    ASSERT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Cancel(hCoP), PDU_STATUS_NOERROR);
     simulator.AnswerRequest(hCoP, kVinAnswer);
     const Outcome outcome = link.WaitFor(hCoP);
     EXPECT_EQ(outcome.results.size(), 1u);
@@ -257,14 +245,11 @@ TEST_F(ComPrimitives, CancellingAFinishedOneSucceedsUntilItIsReleased) {
             inside.push_back(Pdu().PDUCancelComPrimitive(call.hMod, call.hCLL, event->hCop));
         }
     });
-    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    link.Register(spy.Function());
     const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM);
     ASSERT_TRUE(spy.WaitForCalls(1));
-    EXPECT_TRUE(Eventually([&] {
-        return Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP) ==
-               PDU_ERR_INVALID_HANDLE;
-    }));
-    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), nullptr);
+    EXPECT_TRUE(Eventually([&] { return link.Cancel(hCoP) == PDU_ERR_INVALID_HANDLE; }));
+    link.Register(nullptr);
     EXPECT_EQ(inside, std::vector<T_PDU_ERROR>{PDU_STATUS_NOERROR});
     const std::string id = std::to_string(hCoP);
     EXPECT_TRUE(log.Has("[PDUCancelComPrimitive] CoP id " + id + " already finished"));
@@ -286,7 +271,7 @@ TEST_F(ComPrimitives, ControlDataIsCopiedAtStart) {
 TEST_F(ComPrimitives, TagsAreReturnedUnchangedAndNeverDereferenced) {
     EngineLink link(hMod, reinterpret_cast<void*>(std::uintptr_t{3}));
     CallbackSpy spy;
-    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    link.Register(spy.Function());
     void* tag = reinterpret_cast<void*>(std::uintptr_t{0xFFFFFFFFFFFFFFFF});
     const UNUM32 hCoP = link.Start(PDU_COPT_UPDATEPARAM, {}, nullptr, tag);
     ASSERT_TRUE(spy.WaitForCalls(1));
@@ -295,16 +280,14 @@ TEST_F(ComPrimitives, TagsAreReturnedUnchangedAndNeverDereferenced) {
     EXPECT_EQ(event->hCop, hCoP);
     EXPECT_EQ(event->pCoPTag, tag);
     EXPECT_EQ(spy.Calls()[0].cll_tag, reinterpret_cast<void*>(std::uintptr_t{3}));
-    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), nullptr);
+    link.Register(nullptr);
 }
 
 TEST_F(ComPrimitives, AThousandInARowAllFinish) {
     EngineLink link(hMod);
-    ControlData control(PositiveRead());
     std::size_t results = 0;
     for (int i = 0; i < 1000; ++i) {
-        results +=
-            link.WaitFor(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data())).results.size();
+        results += link.Request(ReadVin(), PositiveRead()).results.size();
     }
     EXPECT_EQ(results, 1000u);
 }
@@ -314,9 +297,8 @@ TEST_F(ComPrimitives, DestroyedLinkEndsItsRequestInFlight) {
     {
         EngineLink link(hMod);
         simulator.Command(R"(behaviour {"lost": true})");
-        ControlData control;
-        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-        link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+        link.StartRequest(ReadVin());
+        link.StartRequest(ReadVin());
         ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
         ASSERT_EQ(link.Destroy(), PDU_STATUS_NOERROR);
     }
@@ -330,11 +312,10 @@ TEST_F(ComPrimitives, DestroyedLinkEndsItsRequestInFlight) {
 TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
     EngineLink link(hMod);
     simulator.Command(R"(behaviour {"lost": true})");
-    ControlData control;
-    link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    link.StartRequest(ReadVin());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     CallbackSpy spy;
-    Pdu().PDURegisterEventCallback(link.hMod(), link.hCLL(), spy.Function());
+    link.Register(spy.Function());
     const LogCapture log;
     const std::uint64_t before = TickMs();
     EXPECT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
@@ -386,8 +367,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, IsFoundWithWrongHandlesAndStillGetsItsRes
     Polled library;
     EngineLink link(library.hMod);
     library.simulator.HoldNextRequest();
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     const LogCapture log;
     UNUM32 status = 0;
     UNUM32 timestamp = 0;
@@ -409,8 +389,7 @@ FRESH_PROCESS_TEST(PolledComPrimitive, SuccessfulQueryBlocksOtherThreadsUntilDes
     Polled library;
     EngineLink link(library.hMod);
     library.simulator.HoldNextRequest();
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     UNUM32 status = 0;
     ASSERT_EQ(Pdu().PDUGetStatus(library.hMod, link.hCLL(), hCoP, &status, nullptr, nullptr),
               PDU_STATUS_NOERROR);

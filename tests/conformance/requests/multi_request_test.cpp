@@ -41,8 +41,7 @@ TEST_F(MultiRequest, DongleGetsHalfOfP2MaxWithoutAnAddition) {
 
 TEST_F(MultiRequest, ResultHasFourTimestampFlagBytesAndTheItemsTime) {
     CarLink link(hMod);
-    ControlData control;
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin());
     ASSERT_TRUE(Eventually([&] {
         const auto event = NextEvent(link.hMod(), link.hCLL());
         if (!event || event->ItemType != PDU_IT_RESULT) return false;
@@ -127,11 +126,10 @@ TEST_F(MultiRequest, CancellationEndsTheWaitForALostAnswer) {
     CarLink link(hMod);
     simulator.Command(R"(behaviour {"lost": true})");
     const LogCapture log;
-    ControlData control;
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     const std::uint64_t before = TickMs();
-    ASSERT_EQ(Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP), PDU_STATUS_NOERROR);
+    ASSERT_EQ(link.Cancel(hCoP), PDU_STATUS_NOERROR);
     const Outcome outcome = link.WaitFor(hCoP);
     EXPECT_LT(TickMs() - before, 5000u) << "an attempt alone lasts 10 s";
     EXPECT_EQ(outcome.FinalState(), PDU_COPST_CANCELLED);

@@ -31,8 +31,7 @@ TEST_F(RequestTrace, ShowsEveryStepOfASingleRequestInOrder) {
     EngineLink link(hMod);
     const std::size_t before = WaitForTrace("log_start", 1).size();
     ASSERT_EQ(before, 1u);
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     link.WaitFor(hCoP);
     WaitForTrace("cop_free", 1);
     std::vector<nlohmann::json> of_request;
@@ -94,9 +93,8 @@ TEST_F(RequestTrace, BusyReasonIsEscaped) {
 TEST_F(RequestTrace, CancellationIsTracedWhetherOrNotItFindsTheComPrimitive) {
     EngineLink link(hMod);
     simulator.HoldNextRequest();
-    ControlData control;
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
-    Pdu().PDUCancelComPrimitive(link.hMod(), link.hCLL(), hCoP);
+    const UNUM32 hCoP = link.StartRequest(ReadVin());
+    link.Cancel(hCoP);
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     simulator.AnswerRequest(hCoP, {0x62, 0xF1, 0x90});
     link.WaitFor(hCoP);

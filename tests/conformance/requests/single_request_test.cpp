@@ -136,9 +136,7 @@ TEST_F(SingleRequest, SilentControlUnitGivesError257ThenFinished) {
     SetNumber("CP_P2Max", 2000);
     const LogCapture log;
     StdoutCapture console;
-    const Outcome outcome = link.Request(ReadVin());
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.Request(ReadVin()), 257);
     EXPECT_EQ(simulator.Count("in CREQ"), 1u);
     EXPECT_TRUE(console.Has("[Transmit] < TIMEOUT\n"));
     EXPECT_TRUE(log.Has("[Transmit]   Received a timeout"));
@@ -150,17 +148,14 @@ TEST_F(SingleRequest, DongleErrorGivesError257ThenFinished) {
     simulator.Command(R"(next 1 {"lost": true})");
     const LogCapture log;
     StdoutCapture console;
-    ControlData control;
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     // wait_time 0xFFFFFFFE, no bytes, the request's id
     char payload[32];
     std::snprintf(payload, sizeof payload, "FEFFFFFF00000000%02X%02X%02X%02X", hCoP & 0xFF,
                   hCoP >> 8 & 0xFF, hCoP >> 16 & 0xFF, hCoP >> 24);
     simulator.Command(std::string("packet CRES ") + payload);
-    const Outcome outcome = link.WaitFor(hCoP);
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.WaitFor(hCoP), 257);
     EXPECT_EQ(simulator.Count("in CREQ"), 1u);
     EXPECT_TRUE(log.Has("[Transmit]   Received an error"));
     EXPECT_TRUE(console.Has("[Transmit] < (4294967294 ms) ERROR\n"));
@@ -230,27 +225,21 @@ TEST_F(SingleRequest, TelemetryAndUnknownPacketsDoNotDisturbARequest) {
 
 TEST_F(SingleRequest, RequestTooLongForThePacketFailsAndSendsNothing) {
     EngineLink link(hMod);
-    const Outcome outcome = link.Request(std::vector<UNUM8>(65536, 0x22));
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.Request(std::vector<UNUM8>(65536, 0x22)), 257);
     EXPECT_EQ(simulator.Count("in CREQ") + simulator.Count("in FRAG"), 0u);
     EXPECT_EQ(link.Request(ReadVin()).results.size(), 1u);
 }
 
 TEST_F(SingleRequest, RequestWithoutBytesFails) {
     EngineLink link(hMod);
-    ControlData control;
-    const Outcome outcome = link.WaitFor(link.Start(PDU_COPT_SENDRECV, {}, control.Data()));
-    EXPECT_EQ(outcome.errors, std::vector<UNUM32>{257});
-    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    ExpectError(link.Request({}), 257);
 }
 
 TEST_F(SingleRequest, QueuedRequestsRunInOrder) {
     EngineLink link(hMod);
-    ControlData control(PositiveRead());
     std::vector<UNUM32> handles;
     for (int i = 0; i < 50; ++i) {
-        handles.push_back(link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data()));
+        handles.push_back(link.StartRequest(ReadVin(), PositiveRead()));
     }
     std::vector<UNUM32> finished;
     ASSERT_TRUE(Eventually([&] {
@@ -270,10 +259,9 @@ TEST_F(SingleRequest, LinksOfOneDongleGetTheirOwnAnswers) {
     abs.Address(kAbsRequest, kAbsResponse);
     abs.Connect();
     abs.DropEvents();
-    ControlData control(PositiveRead());
     for (int round = 0; round < 20; ++round) {
-        const UNUM32 first = engine.Start(PDU_COPT_SENDRECV, ReadPartNumber(), control.Data());
-        const UNUM32 second = abs.Start(PDU_COPT_SENDRECV, ReadPartNumber(), control.Data());
+        const UNUM32 first = engine.StartRequest(ReadPartNumber(), PositiveRead());
+        const UNUM32 second = abs.StartRequest(ReadPartNumber(), PositiveRead());
         EXPECT_EQ(second, first + 1);
         const Outcome of_engine = engine.WaitFor(first);
         const Outcome of_abs = abs.WaitFor(second);

@@ -104,8 +104,7 @@ TEST_F(TelemetryReports, WithHostileTextDoNoHarm) {
 TEST_F(TelemetryReports, DoNotDisturbARequestInFlight) {
     EngineLink link(hMod);
     simulator.Command(R"(next 1 {"delay_ms": 200})");
-    ControlData control(PositiveRead());
-    const UNUM32 hCoP = link.Start(PDU_COPT_SENDRECV, ReadVin(), control.Data());
+    const UNUM32 hCoP = link.StartRequest(ReadVin(), PositiveRead());
     ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
     for (int i = 0; i < 20; ++i)
         simulator.Command(std::string("tele ") + kReport);
