@@ -8,6 +8,7 @@
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/system.h"
 #include "conformance/framework/waiting.h"
+#include "conformance/replug/recovery.h"
 
 using namespace conformance;
 
@@ -17,22 +18,6 @@ constexpr char kMac[] = "02:42:52:4E:58:01";
 
 class Modules : public SerialDongle {
 protected:
-    UNUM32 Status() {
-        UNUM32 status = 0;
-        EXPECT_EQ(
-            Pdu().PDUGetStatus(hMod, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &status, nullptr, nullptr),
-            PDU_STATUS_NOERROR);
-        return status;
-    }
-
-    // Scans until the dongle is reported as gone.
-    bool WaitUntilGone() {
-        return Eventually([this] {
-            GetModuleIds();
-            return Status() == PDU_MODST_NOT_AVAIL;
-        });
-    }
-
     // Scans until `line` is logged.
     bool ScanUntil(const std::string& line) {
         const LogCapture log;
@@ -136,15 +121,15 @@ TEST_F(Modules, DestructClearsTheTable) {
 }
 
 TEST_F(Modules, ConnectAndDisconnectChangeOnlyTheStatus) {
-    EXPECT_EQ(Status(), PDU_MODST_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
     const std::uint64_t before = simulator.Count("in CREQ");
     const LogCapture log;
     EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
-    EXPECT_EQ(Status(), PDU_MODST_READY);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_READY);
     EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
-    EXPECT_EQ(Status(), PDU_MODST_READY);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_READY);
     EXPECT_EQ(Pdu().PDUModuleDisconnect(hMod), PDU_STATUS_NOERROR);
-    EXPECT_EQ(Status(), PDU_MODST_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
     EXPECT_EQ(log.Count("[PDUModuleConnect] Called (0)"), 2u);
     EXPECT_EQ(log.Count("[PDUModuleDisconnect] Called (0)"), 1u);
     // This transport has neither operation, so their lines are missing.
@@ -156,10 +141,10 @@ TEST_F(Modules, ConnectAndDisconnectChangeOnlyTheStatus) {
 TEST_F(Modules, ReadyModuleStaysReadyWhenAScanSeesIt) {
     ASSERT_TRUE(Eventually([this] {
         EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
-        EXPECT_EQ(Status(), PDU_MODST_READY);
+        EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_READY);
         return ScanIsAnswered();
     }));
-    EXPECT_EQ(Status(), PDU_MODST_READY);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_READY);
 }
 
 TEST_F(Modules, VersionRecordIsFixedAndKeepsTheBytesAfterItsTexts) {
@@ -212,7 +197,7 @@ TEST_F(Modules, VanishedDongleKeepsItsHandleAndIsListedAsAvailable) {
     const LogCapture log;
     simulator.Unplug();
     StdoutCapture console;
-    ASSERT_TRUE(WaitUntilGone());
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
     const auto modules = GetModuleIds();
     const std::string line = "Device at index 0 is no longer present - marking unavailable";
     EXPECT_TRUE(console.Has(line + "\n"));
@@ -220,30 +205,30 @@ TEST_F(Modules, VanishedDongleKeepsItsHandleAndIsListedAsAvailable) {
     ASSERT_EQ(modules->NumEntries, 1u);
     EXPECT_EQ(modules->pModuleData[0].hMod, hMod);
     EXPECT_EQ(modules->pModuleData[0].ModuleStatus, PDU_MODST_AVAIL);
-    EXPECT_EQ(Status(), PDU_MODST_NOT_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_NOT_AVAIL);
     PDU_VERSION_DATA version{};
     EXPECT_EQ(Pdu().PDUGetVersion(hMod, &version), PDU_STATUS_NOERROR);
 }
 
 TEST_F(Modules, ReturnedDongleIsNotMadeAvailableByAScan) {
     simulator.Unplug();
-    ASSERT_TRUE(WaitUntilGone());
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
     simulator.Replug();
     const std::string line =
         "Device at index 0 is now present again, but that transition is not allowed";
     StdoutCapture console;
     ASSERT_TRUE(ScanUntil("[UpdateModuleList] " + line));
     EXPECT_TRUE(console.Has(line + "\n"));
-    EXPECT_EQ(Status(), PDU_MODST_NOT_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_NOT_AVAIL);
 }
 
 TEST_F(Modules, ReturnedDongleIsAvailableAfterANewConstruct) {
     simulator.Unplug();
-    ASSERT_TRUE(WaitUntilGone());
+    ASSERT_TRUE(ScanUntilNotAvailable(hMod));
     simulator.Replug();
     ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     ASSERT_NO_FATAL_FAILURE(Construct(Settings{.useSerial = true}));
-    EXPECT_EQ(Status(), PDU_MODST_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
 }
 
 TEST_F(Modules, DongleOfAnUnknownModelIsIgnored) {
@@ -279,7 +264,7 @@ TEST_F(Modules, DestroyingTheListDoesNotAffectTheModule) {
         EXPECT_EQ(Pdu().PDUModuleDisconnect(hMod), PDU_STATUS_NOERROR);
         return ScanIsAnswered();
     }));
-    EXPECT_EQ(Status(), PDU_MODST_AVAIL);
+    EXPECT_EQ(ModuleStatus(hMod), PDU_MODST_AVAIL);
     const auto again = GetModuleIds();
     EXPECT_EQ(again->NumEntries, 1u);
 }

@@ -3,6 +3,8 @@
 // The recovery of an application after its dongle was unplugged and replugged, as described in
 // docs/compatibility.md, and what the application sees until then.
 
+#include <gtest/gtest.h>
+
 #include "conformance/framework/items.h"
 #include "conformance/framework/library.h"
 #include "conformance/framework/waiting.h"
@@ -11,7 +13,9 @@ namespace conformance {
 
 inline UNUM32 ModuleStatus(UNUM32 hMod) {
     UNUM32 status = 0;
-    Pdu().PDUGetStatus(hMod, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &status, nullptr, nullptr);
+    EXPECT_EQ(
+        Pdu().PDUGetStatus(hMod, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &status, nullptr, nullptr),
+        PDU_STATUS_NOERROR);
     return status;
 }
 
