@@ -76,6 +76,24 @@ protected:
         return found;
     }
 
+    // A header that announces this length.
+    static Bytes Header(std::uint32_t length) {
+        Bytes header = WirePacket(kTypeSync);
+        StoreU32(header.data() + 4, length);
+        return header;
+    }
+    void ExpectReconnectionAfterAnyByteOfAPacket() {
+        ASSERT_TRUE(Connect());
+        const Bytes packet = WirePacket(kTypeSync, {1, 2, 3, 4});
+        for (std::size_t cut = 0; cut < packet.size(); ++cut) {
+            const std::uint32_t before = network_.Connections();
+            network_.Deliver({packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(cut)});
+            network_.HangUp();
+            ASSERT_TRUE(Eventually([&] { return network_.Connections() > before; })) << cut;
+            ASSERT_TRUE(IsUp()) << cut;
+        }
+    }
+
     static constexpr std::uint32_t kPatienceMs = 10'000;
     FakeNetwork& network_ = FakeNetwork::Get();
     LogCapture log_;

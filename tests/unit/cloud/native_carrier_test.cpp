@@ -51,11 +51,6 @@ protected:
     private:
         std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     };
-    static Bytes Header(std::uint32_t length) {
-        Bytes header = WirePacket(kTypeSync);
-        StoreU32(header.data() + 4, length);
-        return header;
-    }
 };
 
 TEST_F(NativeCarrier, ConnectsToTheConfiguredAddress) {
@@ -148,15 +143,7 @@ TEST_F(NativeCarrier, KeepsAHeaderWithATooShortLengthWithoutSpinning) {
 
 // Nothing may wait for bytes that can no longer come.
 TEST_F(NativeCarrier, ReconnectsWhenTheStreamEndsAfterAnyByteOfAPacket) {
-    ASSERT_TRUE(Connect());
-    const Bytes packet = WirePacket(kTypeSync, {1, 2, 3, 4});
-    for (std::size_t cut = 0; cut < packet.size(); ++cut) {
-        const std::uint32_t before = network_.Connections();
-        network_.Deliver(Bytes(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(cut)));
-        network_.HangUp();
-        ASSERT_TRUE(Eventually([&] { return network_.Connections() > before; })) << cut;
-        ASSERT_TRUE(IsUp()) << cut;
-    }
+    ExpectReconnectionAfterAnyByteOfAPacket();
 }
 
 TEST_F(NativeCarrier, ReconnectsWhenTheStreamEndsOnATooShortLength) {

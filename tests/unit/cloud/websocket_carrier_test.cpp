@@ -73,11 +73,6 @@ protected:
         CloudFixture::SetUp();
         config.useWebsocket = true;
     }
-    static Bytes Header(std::uint32_t length) {
-        Bytes header = WirePacket(kTypeSync);
-        StoreU32(header.data() + 4, length);
-        return header;
-    }
 };
 
 TEST_F(WebSocketCarrier, LogsItsTarget) {
@@ -278,15 +273,7 @@ TEST_F(WebSocketCarrier, EndsTheConnectionOnATextMessage) {
 }
 
 TEST_F(WebSocketCarrier, ReconnectsWhenTheStreamEndsAfterAnyByteOfAPacket) {
-    ASSERT_TRUE(Connect());
-    const Bytes packet = WirePacket(kTypeSync, {1, 2, 3, 4});
-    for (std::size_t cut = 0; cut < packet.size(); ++cut) {
-        const std::uint32_t before = network_.Connections();
-        network_.Deliver(Bytes(packet.begin(), packet.begin() + static_cast<std::ptrdiff_t>(cut)));
-        network_.HangUp();
-        ASSERT_TRUE(Eventually([&] { return network_.Connections() > before; })) << cut;
-        ASSERT_TRUE(IsUp()) << cut;
-    }
+    ExpectReconnectionAfterAnyByteOfAPacket();
     EXPECT_TRUE(log_.Has("[WebSocketRxThreadFunc] Failed to receive header"));
     EXPECT_TRUE(log_.Has("[WebSocketRxThreadFunc] Failed to receive payload"));
     EXPECT_TRUE(log_.Has("[WebSocketReceiveFull] WinHttpWebSocketReceive failed: 12030"));

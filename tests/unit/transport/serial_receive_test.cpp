@@ -18,6 +18,9 @@ protected:
         FragInit();
     }
     static PacketPtr Receive(std::uint32_t type) { return SerialFixture::Receive(kPort, type); }
+    static PacketPtr ResponseTo(std::uint32_t req_id) {
+        return WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, req_id);
+    }
     // Once it is answered, everything sent before has been processed.
     static bool PingIsAnswered(FakePort& port) {
         const std::size_t before = port.ReceivedCount(kTypeRepl);
@@ -32,6 +35,7 @@ protected:
 };
 
 Bytes BytesOf(const PacketPtr& packet) {
+    if (packet == nullptr) return {};
     return Bytes(packet->Bytes(), packet->Bytes() + packet->length);
 }
 
@@ -59,22 +63,20 @@ TEST_F(SerialReceiveTest, PacketsArriveTaggedWithTheRequestTheyAnswer) {
     const auto port = Connect(kPort);
     const Bytes answer = Response(0x1234, 5);
     port->Send(answer);
-    PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 0x1234);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), answer);
+    EXPECT_EQ(BytesOf(ResponseTo(0x1234)), answer);
 }
 
 TEST_F(SerialReceiveTest, PacketsThatArriveByteByByteAreUnchanged) {
     const auto port = Connect(kPort);
     port->Send(Response(1, 100) + Response(2, 3), 1);
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 1), nullptr);
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 2), nullptr);
+    EXPECT_NE(ResponseTo(1), nullptr);
+    EXPECT_NE(ResponseTo(2), nullptr);
 }
 
 TEST_F(SerialReceiveTest, LongestPacketFits) {
     const auto port = Connect(kPort);
     port->Send(Response(1, 4096 - 20));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 1);
+    const PacketPtr packet = ResponseTo(1);
     ASSERT_NE(packet, nullptr);
     EXPECT_EQ(packet->length, 4096u);
 }
@@ -94,7 +96,7 @@ TEST_F(SerialReceiveTest, ImpossibleLengthRestartsTheSearchWithoutClosingThePort
     const auto port = Connect(kPort);
     Bytes oversized = WirePacket(kTypeCres, Bytes(4992));
     port->Send(oversized + kSyncBytes + Response(3, 0));
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 3), nullptr);
+    EXPECT_NE(ResponseTo(3), nullptr);
     EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Invalid header size 5000"));
     EXPECT_EQ(StateOf(kPort), PortState::kConnected);
     EXPECT_EQ(port->OpenCount(), 1u);
@@ -145,9 +147,7 @@ TEST_F(SerialReceiveTest, FragmentsArriveAsOnePacket) {
     EXPECT_TRUE(PingIsAnswered(*port));
     EXPECT_EQ(TakePacket(&QueuesOf(kPort)->rx, 0), nullptr);
     port->Send(Fragment(2, 3, 50, slice(40, 50)));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 77);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), whole);
+    EXPECT_EQ(BytesOf(ResponseTo(77)), whole);
 }
 
 TEST_F(SerialReceiveTest, PingInFragmentsIsAnsweredToo) {
@@ -169,9 +169,7 @@ TEST_F(SerialReceiveTest, FragmentsFromBeforeAReplugAreForgotten) {
     const auto second = Connect(kPort);
     second->Send(Fragment(0, 2, 50, Bytes(whole.begin(), whole.begin() + 25)) +
                  Fragment(1, 2, 50, Bytes(whole.begin() + 25, whole.end())));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 78);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), whole);
+    EXPECT_EQ(BytesOf(ResponseTo(78)), whole);
 }
 
 TEST_F(SerialReceiveTest, ReceivedPacketsAndBytesAreCounted) {
@@ -179,7 +177,7 @@ TEST_F(SerialReceiveTest, ReceivedPacketsAndBytesAreCounted) {
     ASSERT_TRUE(PingIsAnswered(*port));
     const PacketCounters before = ReadPacketCounters();
     port->Send(Response(1, 80) + Response(2, 0));
-    ASSERT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 2), nullptr);
+    ASSERT_NE(ResponseTo(2), nullptr);
     const PacketCounters after = ReadPacketCounters();
     EXPECT_EQ(after.received_packets, before.received_packets + 2);
     EXPECT_EQ(after.received_bytes, before.received_bytes + 120);
@@ -191,7 +189,7 @@ TEST_F(SerialReceiveTest, ArrivingPacketWakesTheReceiver) {
     const std::uint32_t waits = port->WaitCount();
     for (std::uint32_t i = 0; i < 50; ++i) {
         port->Send(Response(i, 0));
-        ASSERT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, i), nullptr);
+        ASSERT_NE(ResponseTo(i), nullptr);
     }
     // One wait for each packet, and some that timed out; a spinning receiver has thousands.
     EXPECT_LT(port->WaitCount() - waits, 500u);
@@ -211,31 +209,27 @@ TEST_F(SerialReceiveTest, SealedPacketIsReplacedByItsInnerPacket) {
     const auto port = Connect(kPort);
     const Bytes inner = Response(5, 12);  // 32 bytes: two blocks
     port->Send(Sealed(inner));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 5);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), inner);
+    EXPECT_EQ(BytesOf(ResponseTo(5)), inner);
 }
 
 TEST_F(SerialReceiveTest, SealingChainContinuesAcrossPacketsAndAReplug) {
     const auto first = Connect(kPort);
     first->Send(Sealed(Response(1, 12)));
     first->Send(Sealed(Response(2, 12)));
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 1), nullptr);
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 2), nullptr);
+    EXPECT_NE(ResponseTo(1), nullptr);
+    EXPECT_NE(ResponseTo(2), nullptr);
     UnplugPort(kPort);
     ASSERT_TRUE(Reaches(kPort, PortState::kUnused));
     const auto second = Connect(kPort);
     second->Send(Sealed(Response(3, 12)));
-    EXPECT_NE(WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 3), nullptr);
+    EXPECT_NE(ResponseTo(3), nullptr);
 }
 
 TEST_F(SerialReceiveTest, SealedPacketWithPaddingKeepsItsOwnLength) {
     const auto port = Connect(kPort);
     const Bytes inner = Response(6, 3);  // 23 bytes in two blocks
     port->Send(Sealed(inner + Bytes(9)));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 6);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), inner);
+    EXPECT_EQ(BytesOf(ResponseTo(6)), inner);
 }
 
 TEST_F(SerialReceiveTest, BytesAfterTheLastSealedBlockAreTakenUnchanged) {
@@ -243,9 +237,7 @@ TEST_F(SerialReceiveTest, BytesAfterTheLastSealedBlockAreTakenUnchanged) {
     Bytes inner = Response(8, 15);  // 35 bytes: two blocks and three bytes
     std::fill(inner.begin() + 20, inner.end(), std::uint8_t{0xAB});
     port->Send(Sealed(inner));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 8);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), inner);
+    EXPECT_EQ(BytesOf(ResponseTo(8)), inner);
 }
 
 TEST_F(SerialReceiveTest, SealedPingIsAnswered) {
@@ -260,9 +252,7 @@ TEST_F(SerialReceiveTest, InnerLengthUpToTheOuterLengthIsFilledWithZeros) {
     Bytes inner = Response(4, 12);
     StoreU32(inner.data() + 4, 40);
     port->Send(Sealed(inner));
-    const PacketPtr packet = WaitForPacket(QueuesOf(kPort), kTypeCres, 10'000, 4);
-    ASSERT_NE(packet, nullptr);
-    EXPECT_EQ(BytesOf(packet), inner + Bytes(8));
+    EXPECT_EQ(BytesOf(ResponseTo(4)), inner + Bytes(8));
 }
 
 TEST_F(SerialReceiveTest, InnerLengthAboveTheOuterLengthClosesThePort) {
@@ -332,50 +322,44 @@ TEST_F(SerialReceiveTest, StatusReadFailureClosesThePort) {
     EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Failed to get serial port status, error: 21"));
 }
 
-struct ReadFailure {
-    TransferOutcome outcome;
-    const char* message;
-};
-constexpr ReadFailure kReadFailures[] = {
-    {{TransferStep::kStart, 0, 22},
-     "[ReadPacketFromSerial] Failed to read from serial port, error: 22"},
-    {{TransferStep::kWait, 0, 0xFFFFFFFF}, "[ReadPacketFromSerial] Wait error or timeout occurred"},
-    {{TransferStep::kResult, 0, 109},
-     "[ReadPacketFromSerial] Failed to get overlapped result, error: 109"},
+// Connections with these bytes already received, each with a read that fails in another way.
+class SerialReadFailure : public SerialReceiveTest {
+protected:
+    static void ExpectPortCloses(const Bytes& received, const std::string& last_line) {
+        struct Row {
+            TransferOutcome outcome;
+            const char* message;
+        };
+        constexpr Row kRows[] = {
+            {{TransferStep::kStart, 0, 22}, "Failed to read from serial port, error: 22"},
+            {{TransferStep::kWait, 0, 0xFFFFFFFF}, "Wait error or timeout occurred"},
+            {{TransferStep::kResult, 0, 109}, "Failed to get overlapped result, error: 109"},
+        };
+        for (const Row& row : kRows) {
+            SCOPED_TRACE(row.message);
+            LogCapture log;
+            const auto port = Connect(kPort);
+            port->Send(received);
+            ASSERT_TRUE(IsWorkedThrough(*port));
+            port->Inject([&](FakePort& self) { self.read_outcome = row.outcome; });
+            port->Send({1});
+            EXPECT_TRUE(Stops(*port));
+            kSerialTransport.Stop();
+            EXPECT_TRUE(log.Has(std::string("[ReadPacketFromSerial] ") + row.message));
+            EXPECT_TRUE(log.Has(last_line));
+            FakePort::RemoveAll();
+        }
+    }
 };
 
-TEST_F(SerialReceiveTest, FailedReadAtAPacketBoundaryClosesThePort) {
-    for (const ReadFailure& failure : kReadFailures) {
-        SCOPED_TRACE(failure.message);
-        LogCapture log;
-        const auto port = Connect(kPort);
-        port->Inject([&](FakePort& self) { self.read_outcome = failure.outcome; });
-        port->Send({1});
-        EXPECT_TRUE(Stops(*port));
-        kSerialTransport.Stop();
-        EXPECT_TRUE(log.Has(failure.message));
-        EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Failed to read header"));
-        FakePort::RemoveAll();
-    }
+TEST_F(SerialReadFailure, AtAPacketBoundaryClosesThePort) {
+    ExpectPortCloses({}, "[SerialRxThreadFunc] Failed to read header");
 }
 
-TEST_F(SerialReceiveTest, FailedReadWithinAPacketClosesThePort) {
-    for (const ReadFailure& failure : kReadFailures) {
-        SCOPED_TRACE(failure.message);
-        LogCapture log;
-        const auto port = Connect(kPort);
-        Bytes half = Response(1, 100);
-        half.resize(60);
-        port->Send(half);
-        ASSERT_TRUE(IsWorkedThrough(*port));
-        port->Inject([&](FakePort& self) { self.read_outcome = failure.outcome; });
-        port->Send({1});
-        EXPECT_TRUE(Stops(*port));
-        kSerialTransport.Stop();
-        EXPECT_TRUE(log.Has(failure.message));
-        EXPECT_TRUE(log.Has("[SerialRxThreadFunc] Failed ReadPacketFromSerial"));
-        FakePort::RemoveAll();
-    }
+TEST_F(SerialReadFailure, WithinAPacketClosesThePort) {
+    Bytes half = Response(1, 100);
+    half.resize(60);
+    ExpectPortCloses(half, "[SerialRxThreadFunc] Failed ReadPacketFromSerial");
 }
 
 TEST_F(SerialReceiveTest, PortLostWithinAPacketLeaksNothing) {
