@@ -31,7 +31,18 @@ private:
     Thread thread_;
 };
 
-struct CommRequestTest : testing::Test {
+struct ExchangeTest : testing::Test {
+    bool AnswerAwaited() {
+        return Eventually([this] { return Sleepers(&dongle.rx) == 1; });
+    }
+    bool SentAndAnswerAwaited() { return NextSent(&dongle) != nullptr && AnswerAwaited(); }
+
+    Dongle dongle;
+    std::atomic<bool> running{true};
+    CommLink link{&dongle, &running};
+};
+
+struct CommRequestTest : ExchangeTest {
     CommRequestData Request(std::uint32_t req_id, const Bytes& data = kReadVin) {
         return {.req_id = req_id,
                 .data = data.data(),
@@ -40,13 +51,12 @@ struct CommRequestTest : testing::Test {
                 .can_id_rx = 0x7E8,
                 .timeout_ms = 25};
     }
-    bool AnswerAwaited() {
-        return Eventually([this] { return Sleepers(&dongle.rx) == 1; });
+    // Runs an exchange with this answer to its first sending.
+    bool RunAnsweredBy(PacketPtr response) {
+        Receive(&dongle, std::move(response));
+        return CommRequest(&link, Request(9), &answer);
     }
 
-    Dongle dongle;
-    std::atomic<bool> running{true};
-    CommLink link{&dongle, &running};
     CommAnswer answer;
 };
 
@@ -88,44 +98,35 @@ TEST_F(CommRequestTest, RequestWithoutBytesHasLength32) {
 }
 
 TEST_F(CommRequestTest, AnswerWithoutBytesSucceedsWithAnEmptyBuffer) {
-    Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     PacketPtr response = ResponseTo(9);
     EXPECT_EQ(response->length, 20u);
-    Receive(&dongle, std::move(response));
-    ASSERT_TRUE(exchange.Succeeds());
+    ASSERT_TRUE(RunAnsweredBy(std::move(response)));
     EXPECT_EQ(answer.length, 0u);
     EXPECT_NE(answer.data, nullptr);
 }
 
 TEST_F(CommRequestTest, UnwantedAnswerStillEndsTheExchange) {
-    Exchange exchange([this] { return CommRequest(&link, Request(9), nullptr); });
     Receive(&dongle, ResponseTo(9, {1, 2, 3}));
-    EXPECT_TRUE(exchange.Succeeds());
+    EXPECT_TRUE(CommRequest(&link, Request(9), nullptr));
 }
 
 TEST_F(CommRequestTest, SilentControlUnitIsASuccessWithItsWaitTime) {
-    Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
-    Receive(&dongle, ResponseTo(9, {}, kWaitTimeNoAnswer));
-    ASSERT_TRUE(exchange.Succeeds());
+    ASSERT_TRUE(RunAnsweredBy(ResponseTo(9, {}, kWaitTimeNoAnswer)));
     EXPECT_EQ(answer.wait_time, 0xFFFFFFFFu);
     EXPECT_EQ(answer.length, 0u);
 }
 
 TEST_F(CommRequestTest, AnnouncedLengthIsCutToWhatThePacketHolds) {
-    Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     PacketPtr response = ResponseTo(9, {0x62, 0xF1});
     response->SetU32(12, 0xFFFFFFF0);
-    Receive(&dongle, std::move(response));
-    ASSERT_TRUE(exchange.Succeeds());
+    ASSERT_TRUE(RunAnsweredBy(std::move(response)));
     EXPECT_EQ(answer.length, 2u);
 }
 
 TEST_F(CommRequestTest, BytesAfterTheAnnouncedLengthAreIgnored) {
-    Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     PacketPtr response = ResponseTo(9, {0x62, 0xF1, 0x90});
     response->SetU32(12, 1);
-    Receive(&dongle, std::move(response));
-    ASSERT_TRUE(exchange.Succeeds());
+    ASSERT_TRUE(RunAnsweredBy(std::move(response)));
     EXPECT_EQ(answer.length, 1u);
 }
 
@@ -150,8 +151,7 @@ TEST_F(CommRequestTest, SilentDongleIsAskedThreeTimesTenSecondsApart) {
 TEST_F(CommRequestTest, AnswerInTheLastMillisecondNeedsNoSecondAttempt) {
     FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
-    ASSERT_NE(NextSent(&dongle), nullptr);
-    ASSERT_TRUE(AnswerAwaited());
+    ASSERT_TRUE(SentAndAnswerAwaited());
     tick.Advance(9999);
     Receive(&dongle, ResponseTo(9));
     EXPECT_TRUE(exchange.Succeeds());
@@ -162,8 +162,7 @@ TEST_F(CommRequestTest, AnswerToTheThirdAttemptIsASuccess) {
     FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     for (int attempt = 0; attempt < 3; ++attempt) {
-        ASSERT_NE(NextSent(&dongle), nullptr);
-        ASSERT_TRUE(AnswerAwaited());
+        ASSERT_TRUE(SentAndAnswerAwaited());
         if (attempt < 2) tick.Advance(10000);
     }
     Receive(&dongle, ResponseTo(9, {0x62}));
@@ -185,10 +184,8 @@ TEST_F(CommRequestTest, BusyIsWaitedOutAndStaysQueued) {
 
 TEST_F(CommRequestTest, AnswerToAnotherRequestStaysQueued) {
     const FakeTick tick(1000);
-    Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
     Receive(&dongle, ResponseTo(8, {0x7F}));
-    Receive(&dongle, ResponseTo(9, {0x62}));
-    ASSERT_TRUE(exchange.Succeeds());
+    ASSERT_TRUE(RunAnsweredBy(ResponseTo(9, {0x62})));
     EXPECT_EQ(answer.data.get()[0], 0x62);
     EXPECT_EQ(Queued(&dongle.rx), 1u);
 }
@@ -226,8 +223,7 @@ TEST_F(CommRequestTest, UnavailableDongleFailsAtOnceAndLeaksNoMemory) {
 TEST_F(CommRequestTest, NoticesItsLinkGoingAwayAndSendsNoMore) {
     const FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
-    ASSERT_NE(NextSent(&dongle), nullptr);
-    ASSERT_TRUE(AnswerAwaited());
+    ASSERT_TRUE(SentAndAnswerAwaited());
     running = false;
     EXPECT_FALSE(exchange.Succeeds());
     EXPECT_EQ(Queued(&dongle.tx), 0u);
@@ -257,8 +253,7 @@ TEST_F(CommRequestTest, IsShownInTheTraceOncePerSending) {
     TraceCapture trace;
     FakeTick tick(1000);
     Exchange exchange([this] { return CommRequest(&link, Request(9), &answer); });
-    ASSERT_NE(NextSent(&dongle), nullptr);
-    ASSERT_TRUE(AnswerAwaited());
+    ASSERT_TRUE(SentAndAnswerAwaited());
     tick.Advance(10000);
     ASSERT_NE(NextSent(&dongle), nullptr);
     Receive(&dongle, ResponseTo(9));
@@ -286,7 +281,7 @@ TEST_F(CommRequestTest, LongRequestGoesOutInFragments) {
     EXPECT_TRUE(exchange.Succeeds());
 }
 
-struct CommRequestMultiTest : testing::Test {
+struct CommRequestMultiTest : ExchangeTest {
     CommRequestMultiTest() {
         for (std::uint32_t i = 0; i < 3; ++i) {
             entries.push_back({.id = i,
@@ -309,9 +304,6 @@ struct CommRequestMultiTest : testing::Test {
     }
 
     bool Run() { return CommRequestMulti(&link, &request, &abort); }
-    bool AnswerAwaited() {
-        return Eventually([this] { return Sleepers(&dongle.rx) == 1; });
-    }
     // Runs the exchange with this answer to its first sending.
     bool RunAnsweredBy(PacketPtr response) {
         Receive(&dongle, std::move(response));
@@ -321,10 +313,7 @@ struct CommRequestMultiTest : testing::Test {
         return {entries[entry].rsp_data, entries[entry].rsp_data + entries[entry].rsp_len};
     }
 
-    Dongle dongle;
-    std::atomic<bool> running{true};
     std::atomic<bool> abort{false};
-    CommLink link{&dongle, &running};
     Bytes data = {0x22, 0xF1, 0x90, 0xF1, 0x91};
     std::vector<CommMultiEntry> entries;
     CommMultiRequest request{};
@@ -441,8 +430,7 @@ TEST_F(CommRequestMultiTest, AbortEndsTheWaitWithoutTheTimeOutMessage) {
     StdoutCapture console;
     const FakeTick tick(1000);
     Exchange exchange([this] { return Run(); });
-    ASSERT_NE(NextSent(&dongle), nullptr);
-    ASSERT_TRUE(AnswerAwaited());
+    ASSERT_TRUE(SentAndAnswerAwaited());
     abort = true;
     EXPECT_FALSE(exchange.Succeeds());
     EXPECT_EQ(Queued(&dongle.tx), 0u);
@@ -454,8 +442,7 @@ TEST_F(CommRequestMultiTest, AbortEndsTheWaitWithoutTheTimeOutMessage) {
 TEST_F(CommRequestMultiTest, NoticesItsLinkGoingAway) {
     const FakeTick tick(1000);
     Exchange exchange([this] { return Run(); });
-    ASSERT_NE(NextSent(&dongle), nullptr);
-    ASSERT_TRUE(AnswerAwaited());
+    ASSERT_TRUE(SentAndAnswerAwaited());
     running = false;
     EXPECT_FALSE(exchange.Succeeds());
     EXPECT_EQ(Queued(&dongle.tx), 0u);

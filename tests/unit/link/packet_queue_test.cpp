@@ -257,39 +257,45 @@ TEST(PacketQueue, SteadyTrafficAllocatesNothingButItsPackets) {
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
 }
 
-TEST(PacketWaiting, TimeOutIsCountedFromTheCallToTheMillisecond) {
-    FakeTick tick(1000);
+struct PacketWaiting : testing::Test {
+    // So many threads wait for a packet.
+    bool Asleep(std::uint32_t waiters) {
+        return Eventually([&] { return Sleepers(&queue) == waiters; });
+    }
+
     Queue queue;
+};
+
+TEST_F(PacketWaiting, TimeOutIsCountedFromTheCallToTheMillisecond) {
+    FakeTick tick(1000);
     std::atomic<bool> ended{false};
     const Thread waiter([&] {
         EXPECT_EQ(FindResponse(&queue, 5000, 5), nullptr);
         ended = true;
     });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     tick.Advance(4999);
     EXPECT_FALSE(ended);
     tick.Advance(1);
     EXPECT_TRUE(Eventually([&] { return ended.load(); }));
 }
 
-TEST(PacketWaiting, PacketInTheLastMillisecondStillCounts) {
+TEST_F(PacketWaiting, PacketInTheLastMillisecondStillCounts) {
     FakeTick tick(1000);
-    Queue queue;
     PacketPtr found;
     Thread waiter([&] { found = FindResponse(&queue, 5000, 5); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     tick.Advance(4999);
     Append(&queue, ResponseTo(5));
     waiter.Join();
     EXPECT_NE(found, nullptr);
 }
 
-TEST(PacketWaiting, WaiterWhoseTimeEndsAtTheHandOverReturnsThePacket) {
+TEST_F(PacketWaiting, WaiterWhoseTimeEndsAtTheHandOverReturnsThePacket) {
     FakeTick tick(1000);
-    Queue queue;
     PacketPtr found;
     Thread waiter([&] { found = FindResponse(&queue, 5000, 5); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     {
         const LockGuard hold(queue.lock);  // the waiter cannot see one without the other
         Append(&queue, ResponseTo(5));
@@ -299,26 +305,24 @@ TEST(PacketWaiting, WaiterWhoseTimeEndsAtTheHandOverReturnsThePacket) {
     EXPECT_NE(found, nullptr);
 }
 
-TEST(PacketWaiting, WaitWithoutLimitIsLoggedAndEndsWithThePacket) {
+TEST_F(PacketWaiting, WaitWithoutLimitIsLoggedAndEndsWithThePacket) {
     const LogCapture log;
-    Queue queue;
     PacketPtr found;
     Thread waiter([&] { found = TakePacket(&queue, -1); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     EXPECT_EQ(log.Count("[QueueFindFilterInternal] infinite wait for filter match"), 1u);
     Append(&queue, Numbered(kTypePing, 6));
     waiter.Join();
     EXPECT_EQ(NumberOf(found), 6u);
 }
 
-TEST(PacketWaiting, ResponseReturnsOnlyTheWaiterForItsId) {
+TEST_F(PacketWaiting, ResponseReturnsOnlyTheWaiterForItsId) {
     const FakeTick tick(1000);
-    Queue queue;
     PacketPtr for5;
     PacketPtr for7;
     Thread waits5([&] { for5 = FindResponse(&queue, 10000, 5); });
     Thread waits7([&] { for7 = FindResponse(&queue, 10000, 7); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 2; }));
+    ASSERT_TRUE(Asleep(2));
 
     Append(&queue, ResponseTo(7, {7}));
     waits7.Join();
@@ -332,12 +336,11 @@ TEST(PacketWaiting, ResponseReturnsOnlyTheWaiterForItsId) {
     EXPECT_EQ(for5->U32(16), 5u);
 }
 
-TEST(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndStaysQueued) {
+TEST_F(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndStaysQueued) {
     const FakeTick tick(1000);
-    Queue queue;
     PacketPtr found;
     Thread waiter([&] { found = FindResponse(&queue, 10000, 5); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     Append(&queue, BusyFor(5), 5);
     EXPECT_EQ(Queued(&queue), 1u);
     EXPECT_EQ(Sleepers(&queue), 1u);
@@ -348,15 +351,14 @@ TEST(PacketWaiting, BusyDoesNotEndAWaitForTheResponseAndStaysQueued) {
     EXPECT_EQ(TakePacket(&queue, 0)->type, kTypeBusy);
 }
 
-TEST(PacketWaiting, LongestWaitingOfEqualWaitersGetsThePacket) {
+TEST_F(PacketWaiting, LongestWaitingOfEqualWaitersGetsThePacket) {
     const FakeTick tick(1000);
-    Queue queue;
     PacketPtr found[3];
     std::vector<std::unique_ptr<Thread>> waiters;
     for (std::uint32_t i = 0; i < 3; ++i) {
         waiters.push_back(
             std::make_unique<Thread>([&, i] { found[i] = TakePacket(&queue, 10000); }));
-        ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == i + 1; }));
+        ASSERT_TRUE(Asleep(i + 1));
     }
     for (std::uint32_t i = 0; i < 3; ++i) {
         Append(&queue, Numbered(kTypePing, i));
@@ -366,14 +368,13 @@ TEST(PacketWaiting, LongestWaitingOfEqualWaitersGetsThePacket) {
     }
 }
 
-TEST(PacketWaiting, WaiterThatLeavesThePacketSeesItInTheQueue) {
+TEST_F(PacketWaiting, WaiterThatLeavesThePacketSeesItInTheQueue) {
     const FakeTick tick(1000);
-    Queue queue;
     Packet* seen = nullptr;
     Thread waiter([&] {
         seen = QueueFindFilterInternal(&queue, 10000, MatchType, {kTypeRawc, 0}, false);
     });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     Append(&queue, Numbered(kTypePing, 1));
     Append(&queue, Numbered(kTypeRawc, 2));
     waiter.Join();
@@ -382,15 +383,14 @@ TEST(PacketWaiting, WaiterThatLeavesThePacketSeesItInTheQueue) {
     EXPECT_EQ(Find(&queue, 0, MatchType, {kTypeRawc, 0}).get(), seen);
 }
 
-TEST(PacketWaiting, WaiterThatTakesIsServedAfterOneThatOnlyLooks) {
+TEST_F(PacketWaiting, WaiterThatTakesIsServedAfterOneThatOnlyLooks) {
     const FakeTick tick(1000);
-    Queue queue;
     Packet* seen = nullptr;
     PacketPtr taken;
     Thread looks([&] { seen = QueueFindFilterInternal(&queue, 10000, nullptr, {}, false); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 1; }));
+    ASSERT_TRUE(Asleep(1));
     Thread takes([&] { taken = TakePacket(&queue, 10000); });
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 2; }));
+    ASSERT_TRUE(Asleep(2));
 
     Append(&queue, Numbered(kTypePing, 1));
     takes.Join();
@@ -401,10 +401,8 @@ TEST(PacketWaiting, WaiterThatTakesIsServedAfterOneThatOnlyLooks) {
     EXPECT_EQ(seen->U32(8), 2u);
 }
 
-TEST(PacketWaiting, FreeingTheQueueEndsEverySleepAndReturnsWhenAllHaveLeft) {
+TEST_F(PacketWaiting, FreeingTheQueueEndsEverySleepAndReturnsWhenAllHaveLeft) {
     const FakeTick tick(1000);
-    PacketQueue queue;
-    InitializeQueue(&queue);
     std::vector<std::unique_ptr<Thread>> waiters;
     std::atomic<int> empty_handed{0};
     for (std::uint32_t i = 0; i < 8; ++i) {
@@ -413,19 +411,17 @@ TEST(PacketWaiting, FreeingTheQueueEndsEverySleepAndReturnsWhenAllHaveLeft) {
             if (FindResponse(&queue, timeout_ms, i) == nullptr) ++empty_handed;
         }));
     }
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 8; }));
+    ASSERT_TRUE(Asleep(8));
     FreeQueue(&queue);
     EXPECT_EQ(Sleepers(&queue), 0u);
     InitializeQueue(&queue);  // the record is free for the next dongle
     for (const auto& waiter : waiters)
         waiter->Join();
     EXPECT_EQ(empty_handed, 8);
-    FreeQueue(&queue);
 }
 
-TEST(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
+TEST_F(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
     const FakeTick tick(1000);
-    Queue queue;
     Append(&queue, Numbered(kTypePing, 1));
     std::vector<std::unique_ptr<Thread>> waiters;
     std::atomic<int> empty_handed{0};
@@ -434,7 +430,7 @@ TEST(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
             if (FindResponse(&queue, -1, i) == nullptr) ++empty_handed;
         }));
     }
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == 4; }));
+    ASSERT_TRUE(Asleep(4));
     WakeQueueWaiters(&queue);
     for (const auto& waiter : waiters)
         waiter->Join();
@@ -442,10 +438,9 @@ TEST(PacketWaiting, WakingTheWaitersReturnsNothingToEachAndKeepsTheQueue) {
     EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 1u);
 }
 
-TEST(PacketWaiting, AnyNumberOfWaitersIsServed) {
+TEST_F(PacketWaiting, AnyNumberOfWaitersIsServed) {
     constexpr std::uint32_t kWaiters = 40;
     const FakeTick tick(1000);
-    Queue queue;
     std::atomic<std::uint32_t> served{0};
     std::vector<std::unique_ptr<Thread>> waiters;
     for (std::uint32_t id = 0; id < kWaiters; ++id) {
@@ -453,7 +448,7 @@ TEST(PacketWaiting, AnyNumberOfWaitersIsServed) {
             if (FindResponse(&queue, -1, id) != nullptr) ++served;
         }));
     }
-    ASSERT_TRUE(Eventually([&] { return Sleepers(&queue) == kWaiters; }));
+    ASSERT_TRUE(Asleep(kWaiters));
     for (std::uint32_t id = kWaiters; id-- > 0;) {
         Append(&queue, ResponseTo(id), id);
         waiters[id]->Join();
@@ -461,10 +456,9 @@ TEST(PacketWaiting, AnyNumberOfWaitersIsServed) {
     EXPECT_EQ(served, kWaiters);
 }
 
-TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
+TEST_F(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
     constexpr std::uint32_t kWaiters = 8;
     constexpr std::uint32_t kPacketsEach = 500;
-    Queue queue;
     std::atomic<std::uint32_t> in_order{0};
     {
         std::vector<std::unique_ptr<Thread>> threads;
@@ -494,9 +488,8 @@ TEST(PacketWaiting, UnderContentionEveryPacketReachesTheWaiterItIsForInOrder) {
 }
 
 // More waiters than a queue has conditions.
-TEST(PacketWaiting, EveryWaiterOfACrowdIsServed) {
+TEST_F(PacketWaiting, EveryWaiterOfACrowdIsServed) {
     constexpr std::uint32_t kWaiters = 2 * PacketQueue::kWakeUps + 1;
-    Queue queue;
     std::atomic<std::uint32_t> served{0};
     {
         std::vector<std::unique_ptr<Thread>> threads;
@@ -506,7 +499,7 @@ TEST(PacketWaiting, EveryWaiterOfACrowdIsServed) {
                 if (packet != nullptr && packet->U32(16) == id) ++served;
             }));
         }
-        EXPECT_TRUE(Eventually([&] { return Sleepers(&queue) == kWaiters; }));
+        EXPECT_TRUE(Asleep(kWaiters));
         for (std::uint32_t id = kWaiters; id > 0; --id)
             Append(&queue, ResponseTo(id - 1), id - 1);
     }
@@ -514,9 +507,8 @@ TEST(PacketWaiting, EveryWaiterOfACrowdIsServed) {
     EXPECT_EQ(Sleepers(&queue), 0u);
 }
 
-TEST(PacketWaiting, ShortTimeOutsAgainstHandOversLoseNoPacket) {
+TEST_F(PacketWaiting, ShortTimeOutsAgainstHandOversLoseNoPacket) {
     constexpr std::uint32_t kPackets = 2000;
-    Queue queue;
     std::atomic<std::uint32_t> received{0};
     const auto take = [&] {
         while (received < kPackets) {
