@@ -1,7 +1,7 @@
 // The system's ports and device list, with the simulated dongle on port 5 and another device on 9.
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,6 +13,7 @@
 #include "transport/serial/serial_state.h"
 #include "transport/transport.h"
 #include "unit/test_support.h"
+#include "unit/transport/opened_port.h"
 #include "unit/transport/patient_limits.h"
 
 namespace tarvik {
@@ -54,99 +55,64 @@ std::string PathOfDongle() {
 
 // ---------------------------------------------------------------- the port itself
 
-struct Closer {
-    void operator()(PortHandle* port) const { ClosePort(port); }
-    void operator()(PortTransfer* transfer) const { CloseTransfer(transfer); }
-};
-
 class DonglePort : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(conformance::Simulator::IsThere());
         simulator_.Reset();
         path_ = PathOfDongle();
-        port_.reset(OpenPort(path_.c_str()));
-        ASSERT_NE(port_, nullptr) << OsLastError();
-        receive_.reset(CreateTransfer(port_.get(), TransferKind::kReceive));
-        transmit_.reset(CreateTransfer(port_.get(), TransferKind::kTransmit));
-        ASSERT_NE(receive_, nullptr);
-        ASSERT_NE(transmit_, nullptr);
-    }
-    void Close() {
-        receive_.reset();
-        transmit_.reset();
-        port_.reset();
+        port_.emplace(path_);
+        ASSERT_TRUE(port_->IsOpen()) << OsLastError();
     }
     bool Write(const Bytes& bytes) {
         const auto size = static_cast<std::uint32_t>(bytes.size());
-        const TransferOutcome outcome = WritePort(transmit_.get(), bytes.data(), size, 10'000);
+        const TransferOutcome outcome = WritePort(port_->transmit(), bytes.data(), size, 10'000);
         return outcome.step == TransferStep::kDone && outcome.bytes == size;
-    }
-    Bytes Read(std::size_t size, std::int32_t wait_ms = 50) {
-        Bytes bytes;
-        EXPECT_TRUE(Eventually([&] {
-            std::uint32_t queued = 0;
-            if (!WaitForData(receive_.get(), wait_ms) || !QueuedBytes(receive_.get(), &queued)) {
-                return true;
-            }
-            Bytes piece(queued);
-            if (queued > 0) {
-                EXPECT_EQ(ReadPort(receive_.get(), piece.data(), queued).bytes, queued);
-            }
-            bytes.insert(bytes.end(), piece.begin(), piece.end());
-            return bytes.size() >= size;
-        }));
-        return bytes;
     }
 
     conformance::Simulator simulator_;
     std::string path_;
-    std::unique_ptr<PortHandle, Closer> port_;
-    std::unique_ptr<PortTransfer, Closer> receive_;
-    std::unique_ptr<PortTransfer, Closer> transmit_;
+    std::optional<OpenedPort> port_;
 };
 
 TEST_F(DonglePort, CarriesBytesBothWays) {
     ASSERT_TRUE(Write(kSync));
-    EXPECT_EQ(Read(8), kSync);
+    EXPECT_EQ(port_->ReadAtLeast(8), kSync);
 }
 
 TEST_F(DonglePort, TimedOutWaitsLoseNothing) {
     for (int i = 0; i < 20; ++i) {
-        EXPECT_TRUE(WaitForData(receive_.get(), 1));
+        EXPECT_TRUE(WaitForData(port_->receive(), 1));
         std::uint32_t queued = 99;
-        EXPECT_TRUE(QueuedBytes(receive_.get(), &queued));
+        EXPECT_TRUE(QueuedBytes(port_->receive(), &queued));
         EXPECT_EQ(queued, 0u);
     }
     ASSERT_TRUE(Write(kSync));
-    EXPECT_EQ(Read(8, 1), kSync);
+    EXPECT_EQ(port_->ReadAtLeast(8, 1), kSync);
 }
 
 TEST_F(DonglePort, EachOfManyAnswersArrives) {
     for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(Write(kSync));
-        ASSERT_EQ(Read(8), kSync) << i;
+        ASSERT_EQ(port_->ReadAtLeast(8), kSync) << i;
     }
 }
 
 TEST_F(DonglePort, WakeEndsTheWaitAndAllLaterOnes) {
-    Thread waker([this] { WakePort(port_.get()); });
-    EXPECT_TRUE(WaitForData(receive_.get(), 3'600'000));
-    EXPECT_TRUE(WaitForData(receive_.get(), 3'600'000));
+    Thread waker([this] { WakePort(port_->handle()); });
+    EXPECT_TRUE(WaitForData(port_->receive(), 3'600'000));
+    EXPECT_TRUE(WaitForData(port_->receive(), 3'600'000));
 }
 
 TEST_F(DonglePort, CanBeReopenedAfterClosingWithAWaitPending) {
     for (int i = 0; i < 10; ++i) {
-        ASSERT_NE(receive_, nullptr);
-        EXPECT_TRUE(WaitForData(receive_.get(), 1));
-        Close();
-        port_.reset(OpenPort(path_.c_str()));
-        ASSERT_NE(port_, nullptr) << OsLastError();
-        receive_.reset(CreateTransfer(port_.get(), TransferKind::kReceive));
-        transmit_.reset(CreateTransfer(port_.get(), TransferKind::kTransmit));
+        EXPECT_TRUE(WaitForData(port_->receive(), 1));
+        port_.reset();
+        port_.emplace(path_);
+        ASSERT_TRUE(port_->IsOpen()) << OsLastError();
     }
     ASSERT_TRUE(Write(kSync));
-    EXPECT_EQ(Read(8), kSync);
+    EXPECT_EQ(port_->ReadAtLeast(8), kSync);
 }
 
 TEST_F(DonglePort, UnplugEndsTheWaitAndEveryOperationFails) {
@@ -154,12 +120,12 @@ TEST_F(DonglePort, UnplugEndsTheWaitAndEveryOperationFails) {
     Thread unplugger([this] { simulator_.Unplug(); });
     EXPECT_TRUE(Eventually([this] {
         std::uint32_t queued = 0;
-        return !WaitForData(receive_.get(), 50) || !QueuedBytes(receive_.get(), &queued);
+        return !WaitForData(port_->receive(), 50) || !QueuedBytes(port_->receive(), &queued);
     }));
     EXPECT_NE(OsLastError(), 0);
     unplugger.Join();
     EXPECT_FALSE(Write(kSync));
-    Close();
+    port_.reset();
     EXPECT_EQ(OpenPort(path_.c_str()), nullptr);
     EXPECT_EQ(OsLastError(), kFileNotFound);
     simulator_.Replug();

@@ -20,6 +20,7 @@
 #include "transport/transport.h"
 #include "unit/test_support.h"
 #include "unit/transport/fake_discovery.h"
+#include "unit/transport/opened_port.h"
 #include "unit/transport/patient_limits.h"
 
 namespace tarvik {
@@ -87,38 +88,13 @@ private:
     int file_;
 };
 
-struct CloseHandle {
-    void operator()(PortHandle* port) const { ClosePort(port); }
-    void operator()(PortTransfer* transfer) const { CloseTransfer(transfer); }
-};
-using Port = std::unique_ptr<PortHandle, CloseHandle>;
-using Transfer = std::unique_ptr<PortTransfer, CloseHandle>;
+class OpenTerminal : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(port.IsOpen()); }
 
-struct OpenTerminal {
     Terminal terminal;
-    Port port{OpenPort(terminal.path.c_str())};
-    Transfer receive{port ? CreateTransfer(port.get(), TransferKind::kReceive) : nullptr};
-    Transfer transmit{port ? CreateTransfer(port.get(), TransferKind::kTransmit) : nullptr};
+    OpenedPort port{terminal.path};
 };
-
-// Reads as the receive thread does: waits, asks for the number of bytes, reads them. At least
-// `size` bytes, or those that arrived before patience ran out.
-Bytes ReadAtLeast(PortTransfer* transfer, std::size_t size) {
-    Bytes bytes;
-    EXPECT_TRUE(Eventually([&] {
-        std::uint32_t queued = 0;
-        if (!WaitForData(transfer, 10) || !QueuedBytes(transfer, &queued)) return true;
-        Bytes piece(queued);
-        if (queued > 0) {
-            const TransferOutcome outcome = ReadPort(transfer, piece.data(), queued);
-            EXPECT_EQ(outcome.step, TransferStep::kDone);
-            EXPECT_EQ(outcome.bytes, queued);
-        }
-        bytes.insert(bytes.end(), piece.begin(), piece.end());
-        return bytes.size() >= size;
-    }));
-    return bytes;
-}
 
 // ---------------------------------------------------------------- the port itself
 
@@ -132,40 +108,34 @@ TEST(SerialPortPosix, FileThatIsNotATtyIsRefused) {
     EXPECT_EQ(OsLastError(), ENOTTY);
 }
 
-TEST(SerialPortPosix, EveryByteValuePassesUnchangedInBothDirections) {
-    OpenTerminal open;
-    ASSERT_NE(open.transmit, nullptr);
+TEST_F(OpenTerminal, EveryByteValuePassesUnchangedInBothDirections) {
     Bytes all(256);
     for (std::size_t i = 0; i < all.size(); ++i)
         all[i] = static_cast<std::uint8_t>(i);
 
-    const TransferOutcome written = WritePort(open.transmit.get(), all.data(), 256, 500);
+    const TransferOutcome written = WritePort(port.transmit(), all.data(), 256, 500);
     EXPECT_EQ(written.step, TransferStep::kDone);
     EXPECT_EQ(written.bytes, 256u);
-    EXPECT_EQ(open.terminal.Receive(256), all);
+    EXPECT_EQ(terminal.Receive(256), all);
 
-    open.terminal.Send(all);
-    EXPECT_EQ(ReadAtLeast(open.receive.get(), 256), all);
+    terminal.Send(all);
+    EXPECT_EQ(port.ReadAtLeast(256), all);
 }
 
-TEST(SerialPortPosix, DataLongerThanOneReadArrivesWhole) {
-    OpenTerminal open;
-    ASSERT_NE(open.receive, nullptr);
+TEST_F(OpenTerminal, DataLongerThanOneReadArrivesWhole) {
     Bytes much(100'000);
     for (std::size_t i = 0; i < much.size(); ++i)
         much[i] = static_cast<std::uint8_t>(i * 7);
-    Thread sender([&] { open.terminal.Send(much); });
-    EXPECT_EQ(ReadAtLeast(open.receive.get(), much.size()), much);
+    Thread sender([&] { terminal.Send(much); });
+    EXPECT_EQ(port.ReadAtLeast(much.size()), much);
 }
 
-TEST(SerialPortPosix, NothingIsEchoed) {
-    OpenTerminal open;
-    ASSERT_NE(open.receive, nullptr);
-    open.terminal.Send({1, 2, 3});
-    ASSERT_EQ(ReadAtLeast(open.receive.get(), 3).size(), 3u);
+TEST_F(OpenTerminal, NothingIsEchoed) {
+    terminal.Send({1, 2, 3});
+    ASSERT_EQ(port.ReadAtLeast(3).size(), 3u);
     const std::uint8_t mark = 0xA5;
-    ASSERT_EQ(WritePort(open.transmit.get(), &mark, 1, 500).step, TransferStep::kDone);
-    EXPECT_EQ(open.terminal.Receive(1), Bytes{0xA5}) << "the first byte back is not an echo";
+    ASSERT_EQ(WritePort(port.transmit(), &mark, 1, 500).step, TransferStep::kDone);
+    EXPECT_EQ(terminal.Receive(1), Bytes{0xA5}) << "the first byte back is not an echo";
 }
 
 TEST(SerialPortPosix, PortIsMarkedExclusiveWhileItIsOpen) {
@@ -174,8 +144,8 @@ TEST(SerialPortPosix, PortIsMarkedExclusiveWhileItIsOpen) {
     ASSERT_GE(watch, 0);
     int exclusive = -1;
     {
-        const Port port(OpenPort(terminal.path.c_str()));
-        ASSERT_NE(port, nullptr);
+        const OpenedPort port(terminal.path);
+        ASSERT_TRUE(port.IsOpen());
         ASSERT_EQ(::ioctl(watch, TIOCGEXCL, &exclusive), 0);
         EXPECT_EQ(exclusive, 1);
     }
@@ -193,8 +163,8 @@ TEST(SerialPortPosix, OtherLineSettingsThanRawModeAreKept) {
     ::cfsetspeed(&before, B19200);
     before.c_cflag |= HUPCL;
     ASSERT_EQ(::tcsetattr(watch, TCSANOW, &before), 0);
-    const Port port(OpenPort(terminal.path.c_str()));
-    ASSERT_NE(port, nullptr);
+    const OpenedPort port(terminal.path);
+    ASSERT_TRUE(port.IsOpen());
     termios after{};
     ASSERT_EQ(::tcgetattr(watch, &after), 0);
     EXPECT_EQ(::cfgetospeed(&after), static_cast<speed_t>(B19200));
@@ -204,61 +174,49 @@ TEST(SerialPortPosix, OtherLineSettingsThanRawModeAreKept) {
     ::close(watch);
 }
 
-TEST(SerialPortPosix, WaitTimesOutWithoutData) {
-    OpenTerminal open;
-    ASSERT_NE(open.receive, nullptr);
-    EXPECT_TRUE(WaitForData(open.receive.get(), 1));
+TEST_F(OpenTerminal, WaitTimesOutWithoutData) {
+    EXPECT_TRUE(WaitForData(port.receive(), 1));
     std::uint32_t queued = 99;
-    EXPECT_TRUE(QueuedBytes(open.receive.get(), &queued));
+    EXPECT_TRUE(QueuedBytes(port.receive(), &queued));
     EXPECT_EQ(queued, 0u);
 }
 
-TEST(SerialPortPosix, ArrivingByteEndsTheWait) {
-    OpenTerminal open;
-    ASSERT_NE(open.receive, nullptr);
-    Thread sender([&open] { open.terminal.Send({7}); });
-    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
-    EXPECT_EQ(ReadAtLeast(open.receive.get(), 1), Bytes{7});
+TEST_F(OpenTerminal, ArrivingByteEndsTheWait) {
+    Thread sender([this] { terminal.Send({7}); });
+    EXPECT_TRUE(WaitForData(port.receive(), 3'600'000));
+    EXPECT_EQ(port.ReadAtLeast(1), Bytes{7});
 }
 
-TEST(SerialPortPosix, WakeEndsTheWaitAndAllLaterOnes) {
-    OpenTerminal open;
-    ASSERT_NE(open.receive, nullptr);
-    Thread waker([&open] { WakePort(open.port.get()); });
-    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
-    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+TEST_F(OpenTerminal, WakeEndsTheWaitAndAllLaterOnes) {
+    Thread waker([this] { WakePort(port.handle()); });
+    EXPECT_TRUE(WaitForData(port.receive(), 3'600'000));
+    EXPECT_TRUE(WaitForData(port.receive(), 3'600'000));
 }
 
-TEST(SerialPortPosix, UnreadWriteTimesOut) {
-    OpenTerminal open;
-    ASSERT_NE(open.transmit, nullptr);
+TEST_F(OpenTerminal, UnreadWriteTimesOut) {
     const Bytes much(1 << 20, 0x55);
     const TransferOutcome outcome =
-        WritePort(open.transmit.get(), much.data(), static_cast<std::uint32_t>(much.size()), 50);
+        WritePort(port.transmit(), much.data(), static_cast<std::uint32_t>(much.size()), 50);
     EXPECT_EQ(outcome.step, TransferStep::kTimeout);
     EXPECT_LT(outcome.bytes, much.size());
 }
 
-TEST(SerialPortPosix, WakeEndsAnUnreadWrite) {
-    OpenTerminal open;
-    ASSERT_NE(open.transmit, nullptr);
+TEST_F(OpenTerminal, WakeEndsAnUnreadWrite) {
     const Bytes much(1 << 20, 0x55);
-    Thread waker([&open] { WakePort(open.port.get()); });
-    const TransferOutcome outcome = WritePort(open.transmit.get(), much.data(),
-                                              static_cast<std::uint32_t>(much.size()), 3'600'000);
+    Thread waker([this] { WakePort(port.handle()); });
+    const TransferOutcome outcome =
+        WritePort(port.transmit(), much.data(), static_cast<std::uint32_t>(much.size()), 3'600'000);
     EXPECT_EQ(outcome.step, TransferStep::kWait);
 }
 
-TEST(SerialPortPosix, WriteLongerThanTheTtyBufferCompletes) {
-    OpenTerminal open;
-    ASSERT_NE(open.transmit, nullptr);
+TEST_F(OpenTerminal, WriteLongerThanTheTtyBufferCompletes) {
     Bytes much(100'000);
     for (std::size_t i = 0; i < much.size(); ++i)
         much[i] = static_cast<std::uint8_t>(i * 7);
     Bytes received;
     {
-        Thread reader([&] { received = open.terminal.Receive(much.size()); });
-        const TransferOutcome outcome = WritePort(open.transmit.get(), much.data(),
+        Thread reader([&] { received = terminal.Receive(much.size()); });
+        const TransferOutcome outcome = WritePort(port.transmit(), much.data(),
                                                   static_cast<std::uint32_t>(much.size()), 10'000);
         EXPECT_EQ(outcome.step, TransferStep::kDone);
         EXPECT_EQ(outcome.bytes, much.size());
@@ -266,16 +224,14 @@ TEST(SerialPortPosix, WriteLongerThanTheTtyBufferCompletes) {
     EXPECT_EQ(received, much);
 }
 
-TEST(SerialPortPosix, UnpluggedPortEndsTheWaitAndFails) {
-    OpenTerminal open;
-    ASSERT_NE(open.transmit, nullptr);
-    open.terminal.Unplug();
-    EXPECT_TRUE(WaitForData(open.receive.get(), 3'600'000));
+TEST_F(OpenTerminal, UnpluggedPortEndsTheWaitAndFails) {
+    terminal.Unplug();
+    EXPECT_TRUE(WaitForData(port.receive(), 3'600'000));
     std::uint32_t queued = 0;
-    EXPECT_FALSE(QueuedBytes(open.receive.get(), &queued));
+    EXPECT_FALSE(QueuedBytes(port.receive(), &queued));
     EXPECT_EQ(OsLastError(), EIO);
     std::uint8_t byte = 0;
-    const TransferOutcome written = WritePort(open.transmit.get(), &byte, 1, 500);
+    const TransferOutcome written = WritePort(port.transmit(), &byte, 1, 500);
     EXPECT_EQ(written.step, TransferStep::kStart);
     EXPECT_EQ(written.code, static_cast<std::uint32_t>(EIO));
 }
@@ -289,10 +245,7 @@ TEST(SerialPortPosix, ManyOpensLeaveNoDescriptorBehind) {
     };
     const int before = next_descriptor();
     for (int i = 0; i < 100; ++i) {
-        const Port port(OpenPort(terminal.path.c_str()));
-        ASSERT_NE(port, nullptr);
-        const Transfer receive(CreateTransfer(port.get(), TransferKind::kReceive));
-        const Transfer transmit(CreateTransfer(port.get(), TransferKind::kTransmit));
+        ASSERT_TRUE(OpenedPort(terminal.path).IsOpen());
         EXPECT_EQ(OpenPort("/dev/null"), nullptr);
     }
     EXPECT_EQ(next_descriptor(), before);
