@@ -97,33 +97,25 @@ TEST_F(BleTrafficTest, NotificationShorterThanAHeaderIsDropped) {
     ExpectNothingButTheNext();
 }
 
-TEST_F(BleTrafficTest, LengthFieldAboveTheNotificationIsDropped) {
-    Bytes value = BytesOf(PacketOf(kTypeTest, {}));
-    value[4] = 9;
-    LogCapture log;
-    StdoutCapture console;
-    dongle_->Notify(value);
-    EXPECT_EQ(console.Text(), "[BLE-RX] ERROR: Invalid packet length: 9 (received 8 bytes)\n");
-    EXPECT_TRUE(log.Has("[BLE-RX] Invalid packet length: 9 (received 8 bytes)"));
-    ExpectNothingButTheNext();
-}
-
-TEST_F(BleTrafficTest, LengthFieldBelowEightIsDropped) {
-    Bytes value = BytesOf(PacketOf(kTypeTest, Bytes(4)));
-    value[4] = 7;
-    LogCapture log;
-    dongle_->Notify(value);
-    EXPECT_TRUE(log.Has("[BLE-RX] Invalid packet length: 7 (received 12 bytes)"));
-    ExpectNothingButTheNext();
-}
-
-TEST_F(BleTrafficTest, HugeLengthFieldIsDropped) {
-    Bytes value = BytesOf(PacketOf(kTypeTest, {}));
-    std::fill(value.begin() + 4, value.end(), std::uint8_t{0xFF});
-    LogCapture log;
-    dongle_->Notify(value);
-    EXPECT_TRUE(log.Has("[BLE-RX] Invalid packet length: 4294967295 (received 8 bytes)"));
-    ExpectNothingButTheNext();
+TEST_F(BleTrafficTest, LengthFieldBelowEightOrAboveTheNotificationIsDropped) {
+    struct Row {
+        std::uint32_t length;
+        std::size_t payload;
+        const char* reason;
+    };
+    for (const Row& row :
+         {Row{9, 0, "Invalid packet length: 9 (received 8 bytes)"},
+          Row{7, 4, "Invalid packet length: 7 (received 12 bytes)"},
+          Row{0xFFFFFFFF, 0, "Invalid packet length: 4294967295 (received 8 bytes)"}}) {
+        Bytes value = BytesOf(PacketOf(kTypeTest, Bytes(row.payload)));
+        StoreU32(value.data() + 4, row.length);
+        LogCapture log;
+        StdoutCapture console;
+        dongle_->Notify(value);
+        EXPECT_EQ(console.Text(), std::string("[BLE-RX] ERROR: ") + row.reason + "\n");
+        EXPECT_TRUE(log.Has(std::string("[BLE-RX] ") + row.reason)) << row.reason;
+        ExpectNothingButTheNext();
+    }
 }
 
 TEST_F(BleTrafficTest, BytesBeyondTheLengthAreIgnored) {

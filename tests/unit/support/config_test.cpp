@@ -45,6 +45,11 @@ protected:
         char path[260] = "";
         return ResolveConfigPath(path) ? path : "(failed)";
     }
+    void ExpectReadOnlyLibraryFileStaysInUse() const {
+        test::WriteFile(LibraryFile(), "{}");
+        const auto protection = test::ProtectFromWriting(LibraryFile().string());
+        EXPECT_EQ(Resolved(), LibraryFile().string());
+    }
     // What is printed while the record is loaded.
     std::string Load() {
         StdoutCapture console;
@@ -105,30 +110,22 @@ TEST_F(ConfigFile, ReadOnlyLibraryFileIsCopiedToTheUserPathAndTheCopyUsedFromThe
 
 TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFolderIsUnknown) {
     test::HideUserFolder();
-    test::WriteFile(LibraryFile(), "{}");
-    const auto protection = test::ProtectFromWriting(LibraryFile().string());
-    EXPECT_EQ(Resolved(), LibraryFile().string());
+    ExpectReadOnlyLibraryFileStaysInUse();
 }
 
 TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFolderCannotBeCreated) {
     test::WriteFile(folders_.User() / "Tarvik", "a file where a folder should be");
-    test::WriteFile(LibraryFile(), "{}");
-    const auto protection = test::ProtectFromWriting(LibraryFile().string());
-    EXPECT_EQ(Resolved(), LibraryFile().string());
+    ExpectReadOnlyLibraryFileStaysInUse();
 }
 
 TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFileCannotBeCreated) {
     fs::create_directories(UserFile());  // a folder where the file should be
-    test::WriteFile(LibraryFile(), "{}");
-    const auto protection = test::ProtectFromWriting(LibraryFile().string());
-    EXPECT_EQ(Resolved(), LibraryFile().string());
+    ExpectReadOnlyLibraryFileStaysInUse();
 }
 
 TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenItCannotBeReadToTheEnd) {
-    test::WriteFile(LibraryFile(), "{}");
-    const auto protection = test::ProtectFromWriting(LibraryFile().string());
     const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kRead);
-    EXPECT_EQ(Resolved(), LibraryFile().string());
+    ExpectReadOnlyLibraryFileStaysInUse();
 }
 
 // --- loading ---
