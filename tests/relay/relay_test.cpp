@@ -11,6 +11,10 @@
 namespace brennix::test {
 namespace {
 
+const std::string kUpgrade =
+    "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+    "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
+
 class RelayTest : public testing::TestWithParam<Carrier> {
 protected:
     bool AnswersVin(Device* device, std::uint32_t id) {
@@ -286,9 +290,7 @@ TEST(RelayWebSocket, SendsATextMessageByRule) {
 TEST(RelayWebSocket, AnswersTheUpgradeWithTheStatusOfTheRule) {
     RunningRelay relay({"once accept http 503"});
     Socket socket(relay.WebSocketAddress());
-    socket.Send(
-        "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+    socket.Send(kUpgrade);
     EXPECT_TRUE(socket.ReadUntil("\r\n").starts_with("HTTP/1.1 503"));
     EXPECT_TRUE(Device(relay, Carrier::kWebSocket).Connect());
 }
@@ -315,18 +317,13 @@ TEST_P(RelayTest, SendsNoiseBeforeAPacket) {
     }
 }
 
-TEST(RelayFaults, RefusedConnectionEndsAtOnceAndTheNextIsAccepted) {
-    RunningRelay relay({"once accept refuse"});
-    Socket refused(relay.Place("TCP"));
-    EXPECT_TRUE(refused.IsAtEnd());
-    EXPECT_TRUE(Device(relay).Connect());
-}
-
-TEST(RelayFaults, ResetConnectionEndsAtOnceAndTheNextIsAccepted) {
-    RunningRelay relay({"once accept reset"});
-    Socket reset(relay.Place("TCP"));
-    EXPECT_TRUE(reset.IsAtEnd());
-    EXPECT_TRUE(Device(relay).Connect());
+TEST(RelayFaults, RefusedOrResetConnectionEndsAtOnceAndTheNextIsAccepted) {
+    for (const char* fault : {"once accept refuse", "once accept reset"}) {
+        RunningRelay relay({fault});
+        Socket ended(relay.Place("TCP"));
+        EXPECT_TRUE(ended.IsAtEnd()) << fault;
+        EXPECT_TRUE(Device(relay).Connect()) << fault;
+    }
 }
 
 TEST(RelayFaults, DeafConnectionIsAcceptedAndNeverRead) {
@@ -361,10 +358,7 @@ TEST(RelayTls, OpensAWebSocketWithItsOwnCertificate) {
     X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(tls), "127.0.0.1");
     SSL_set_fd(tls, socket.Descriptor());
     ASSERT_EQ(SSL_connect(tls), 1);
-    const std::string request =
-        "GET / HTTP/1.1\r\nHost: a\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-        "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
-    EXPECT_GT(SSL_write(tls, request.data(), static_cast<int>(request.size())), 0);
+    EXPECT_GT(SSL_write(tls, kUpgrade.data(), static_cast<int>(kUpgrade.size())), 0);
     std::array<char, 12> answer = {};
     EXPECT_EQ(SSL_read(tls, answer.data(), 12), 12);
     EXPECT_EQ(std::string(answer.data(), 12), "HTTP/1.1 101");

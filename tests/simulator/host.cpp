@@ -16,9 +16,19 @@
 #include "dongle/simulator.h"
 #include "process/event_loop.h"
 #include "protocol/request.h"
+#include "vehicle_file/json_reader.h"
 #include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
+
+std::string ErrorOfVehicle(const std::string& json) {
+    try {
+        ReadVehicle(json, "car");
+    } catch (const JsonError& error) {
+        return error.what();
+    }
+    return "no error";
+}
 
 namespace {
 

@@ -20,6 +20,9 @@ inline constexpr int kPatienceMs = 10'000;
 // `engine` and `dongle`: further keys for them, as JSON without the braces.
 std::string CarJson(const std::string& engine = "", const std::string& dongle = "");
 
+// Why this text is no valid vehicle file "car"; "no error" if it is one.
+std::string ErrorOfVehicle(const std::string& json);
+
 // Runs the simulator on its own thread until the end of the scope.
 class RunningSimulator {
 public:

@@ -5,8 +5,6 @@
 #include "host.h"
 #include "vehicle/byte_pattern.h"
 #include "vehicle/raw_traffic.h"
-#include "vehicle_file/json_reader.h"
-#include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
 namespace {
@@ -229,14 +227,7 @@ TEST_F(QuietRaw, BadCommandIsAnsweredWithWhatIsExpected) {
     EXPECT_EQ(simulator_.Command("raw burst 0 123"), "error: raw: expected 1 to 1000000 frames");
 }
 
-std::string ErrorOfRaw(const std::string& raw) {
-    try {
-        ReadVehicle(R"({"raw": )" + raw + "}", "car");
-    } catch (const JsonError& error) {
-        return error.what();
-    }
-    return "no error";
-}
+std::string ErrorOfRaw(const std::string& raw) { return ErrorOfVehicle(R"({"raw": )" + raw + "}"); }
 
 TEST(RawFile, ErrorsSayWhatIsExpected) {
     EXPECT_EQ(ErrorOfRaw(R"({"frames": [{"name": "a", "id": "20000000"}]})"),

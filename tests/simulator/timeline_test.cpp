@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "host.h"
-#include "vehicle_file/json_reader.h"
 #include "vehicle_file/vehicle_file.h"
 
 namespace brennix::test {
@@ -163,25 +162,16 @@ TEST_F(Script, RawFramesStopWithTheIgnitionUnlessPermanent) {
     }
 }
 
-std::string ErrorOfTimeline(const std::string& keys) {
-    try {
-        ReadVehicle("{" + keys + "}", "car");
-    } catch (const JsonError& error) {
-        return error.what();
-    }
-    return "no error";
-}
-
 TEST(TimelineFile, ErrorsSayWhatIsExpected) {
-    EXPECT_EQ(ErrorOfTimeline(R"("telemetry": {})"),
+    EXPECT_EQ(ErrorOfVehicle(R"({"telemetry": {}})"),
               "car: telemetry.period_ms: missing, expected the time from one report to the next, "
               "in milliseconds");
-    EXPECT_EQ(ErrorOfTimeline(R"("telemetry": {"period_ms": 1, "json": [[]]})"),
+    EXPECT_EQ(ErrorOfVehicle(R"({"telemetry": {"period_ms": 1, "json": [[]]}})"),
               "car: telemetry.json[0]: expected an object, or text that is sent as it is, found "
               "an array");
-    EXPECT_EQ(ErrorOfTimeline(R"("device_log": [{"text": "a"}])"),
+    EXPECT_EQ(ErrorOfVehicle(R"({"device_log": [{"text": "a"}]})"),
               "car: device_log[0].at_ms: missing, expected milliseconds after the host's SYNC");
-    EXPECT_EQ(ErrorOfTimeline(R"("power": [{"at_ms": 0}])"),
+    EXPECT_EQ(ErrorOfVehicle(R"({"power": [{"at_ms": 0}]})"),
               "car: power[0]: expected \"battery_mV\", \"ignition\" or both");
 }
 
