@@ -524,15 +524,27 @@ constexpr UNUM32 kStartFilter = 704;
 constexpr UNUM32 kEntityStatus = 705;
 constexpr UNUM32 kReset = 706;
 
-UNUM32 IoControlId(const std::string& name) {
-    if (name == "PDU_IOCTL_READ_VBATT") return kReadBattery;
-    if (name == "PDU_IOCTL_READ_IGNITION_SENSE_STATE") return kReadIgnition;
-    if (name == "PDU_IOCTL_SET_PROG_VOLTAGE") return kSetVoltage;
-    if (name == "PDU_IOCTL_GENERIC") return kGeneric;
-    if (name == "PDU_IOCTL_START_MSG_FILTER") return kStartFilter;
-    if (name == "PDU_IOCTL_GET_ENTITY_STATUS") return kEntityStatus;
-    return name == "PDU_IOCTL_RESET" ? kReset : PDU_ID_UNDEF;
-}
+struct NamedId {
+    T_PDU_OBJT type;
+    const char* name;
+    UNUM32 id;
+};
+
+// Besides the ComParams.
+constexpr NamedId kNamedIds[] = {
+    {PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2", kProtocol},
+    {PDU_OBJT_PROTOCOL, "ISO_11898_RAW", kRawProtocol},
+    {PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN", kBusType},
+    {PDU_OBJT_PINTYPE, "HI", kHigh},
+    {PDU_OBJT_PINTYPE, "LOW", kLow},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_READ_VBATT", kReadBattery},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_READ_IGNITION_SENSE_STATE", kReadIgnition},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_SET_PROG_VOLTAGE", kSetVoltage},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_GENERIC", kGeneric},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_START_MSG_FILTER", kStartFilter},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_GET_ENTITY_STATUS", kEntityStatus},
+    {PDU_OBJT_IO_CTRL, "PDU_IOCTL_RESET", kReset},
+};
 
 // The input as a line of the report.
 std::string InputText(const PDU_DATA_ITEM& input) {
@@ -888,19 +900,12 @@ T_PDU_ERROR PDURegisterEventCallback(UNUM32 hMod, UNUM32 hCLL, CALLBACKFNC Event
 }
 
 T_PDU_ERROR PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pShortname, UNUM32* pPduObjectId) {
-    const std::string name = pShortname;
-    *pPduObjectId = PDU_ID_UNDEF;
-    if (pduObjectType == PDU_OBJT_COMPARAM) *pPduObjectId = ParamId(pShortname);
-    if (pduObjectType == PDU_OBJT_PROTOCOL && name == "ISO_15765_3_on_ISO_15765_2") {
-        *pPduObjectId = kProtocol;
+    *pPduObjectId = pduObjectType == PDU_OBJT_COMPARAM ? ParamId(pShortname) : PDU_ID_UNDEF;
+    for (const NamedId& row : kNamedIds) {
+        if (row.type == pduObjectType && std::strcmp(row.name, pShortname) == 0) {
+            *pPduObjectId = row.id;
+        }
     }
-    if (pduObjectType == PDU_OBJT_PROTOCOL && name == "ISO_11898_RAW") {
-        *pPduObjectId = kRawProtocol;
-    }
-    if (pduObjectType == PDU_OBJT_IO_CTRL) *pPduObjectId = IoControlId(name);
-    if (pduObjectType == PDU_OBJT_BUSTYPE && name == "ISO_11898_2_DWCAN") *pPduObjectId = kBusType;
-    if (pduObjectType == PDU_OBJT_PINTYPE && name == "HI") *pPduObjectId = kHigh;
-    if (pduObjectType == PDU_OBJT_PINTYPE && name == "LOW") *pPduObjectId = kLow;
     return PDU_STATUS_NOERROR;
 }
 
