@@ -173,9 +173,3 @@ TEST_F(ComParams, ValuesAreZeroAgainAfterDestruct) {
         EXPECT_EQ(GetNumber(name), 0u) << name;
     }
 }
-
-TEST_F(ComParams, SecondConstructKeepsTheValues) {
-    SetNumber("CP_P2Max", 5);
-    EXPECT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_ERR_SHARING_VIOLATION);
-    EXPECT_EQ(GetNumber("CP_P2Max"), 5u);
-}

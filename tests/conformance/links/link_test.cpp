@@ -190,17 +190,6 @@ TEST_F(Links, ConnectAfterStartCommSucceedsAndSetsOnline) {
     EXPECT_EQ(link.State(), PDU_CLLST_ONLINE);
 }
 
-TEST_F(Links, StartOnAnOfflineLinkIsRefused) {
-    Link link(hMod);
-    UNUM32 hCoP = 0xABCD;
-    const LogCapture log;
-    EXPECT_EQ(Pdu().PDUStartComPrimitive(hMod, link.hCLL(), PDU_COPT_UPDATEPARAM, 0, nullptr,
-                                         nullptr, nullptr, &hCoP),
-              PDU_ERR_CLL_NOT_CONNECTED);
-    EXPECT_EQ(hCoP, 0xABCDu);
-    EXPECT_TRUE(log.Has("[PDUStartComPrimitive] Returning PDU_ERR_CLL_NOT_CONNECTED"));
-}
-
 TEST_F(Links, NeitherConnectNorDisconnectSendsAPacket) {
     Link link(hMod);
     simulator.Command("record clear");

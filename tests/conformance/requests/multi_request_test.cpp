@@ -109,12 +109,6 @@ TEST_F(MultiRequest, OnlyTheSilentControlUnitHasNoResult) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc:*]      #1 -> no data"));
 }
 
-TEST_F(MultiRequest, FragmentedAnswerIsReassembled) {
-    CarLink link(hMod);
-    simulator.Command(R"(behaviour {"fragment": 24})");
-    EXPECT_EQ(link.Request(ReadVin()).results.size(), 3u);
-}
-
 TEST_F(MultiRequest, BusyBeforeTheAnswerIsIgnored) {
     CarLink link(hMod);
     simulator.Command("busy 3");

@@ -99,15 +99,6 @@ TEST_F(ConfigFile, UnknownLibraryFolderFailsUnlessThereIsAUserFile) {
     EXPECT_EQ(Resolved(), UserFile().string());
 }
 
-TEST_F(ConfigFile, ReadOnlyLibraryFileIsCopiedToTheUserPathAndTheCopyUsedFromThenOn) {
-    const std::string text = "{\"serverAddress\":\"" + std::string(5'000, 'a') + "\"}";
-    test::WriteFile(LibraryFile(), text);
-    const auto protection = test::ProtectFromWriting(LibraryFile().string());
-    EXPECT_EQ(Resolved(), UserFile().string());
-    EXPECT_EQ(test::ReadFile(UserFile()), text);
-    EXPECT_EQ(Resolved(), UserFile().string());
-}
-
 TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenTheUserFolderIsUnknown) {
     test::HideUserFolder();
     ExpectReadOnlyLibraryFileStaysInUse();
@@ -172,20 +163,6 @@ TEST_F(ConfigFile, NewFileHasItsKeysInOrderOnePerLine) {
         expected += key == std::string("serverPublicKey") ? "\n}" : ",\n";
     }
     EXPECT_EQ(Plain(test::ReadFile(LibraryFile())), expected);
-}
-
-TEST_F(ConfigFile, FileThatCannotBeCreatedNextToTheLibraryIsCreatedForTheUser) {
-    CreateUserFolder();
-    fs::remove(folders_.Library());
-    EXPECT_EQ(Load(),
-              "Creating default config file\n"
-              "Failed to create config file: " +
-                  LibraryFile().string() +
-                  "\n"
-                  "Opened config file: " +
-                  UserFile().string() + "\n");
-    EXPECT_TRUE(loaded_);
-    EXPECT_TRUE(fs::exists(UserFile()));
 }
 
 TEST_F(ConfigFile, NewFileThatCannotBeReadIsReported) {
@@ -284,26 +261,6 @@ TEST_F(ConfigFile, TextThatIsNotAnObjectLeavesEveryKeyMissing) {
     }
 }
 
-std::string PaddedTo(std::size_t size) {
-    std::string text = R"({"useSerial":false,)";
-    const std::string end = R"("x":"")"
-                            "}";
-    return text + std::string(size - text.size() - end.size(), ' ') + end;
-}
-
-TEST_F(ConfigFile, FileOf1024BytesIsReadWhole) {
-    EXPECT_EQ(PaddedTo(1024).size(), 1024u);
-    EXPECT_FALSE(LoadText(PaddedTo(1024)).useSerial);
-}
-
-TEST_F(ConfigFile, FileOf1025BytesIsReadWithoutItsLastSoThatEveryKeyIsMissing) {
-    EXPECT_TRUE(LoadText(PaddedTo(1025)).useSerial);
-}
-
-TEST_F(ConfigFile, BytesAfterTheFirst1024AreIgnored) {
-    EXPECT_FALSE(LoadText(PaddedTo(1024) + "garbage").useSerial);
-}
-
 TEST_F(ConfigFile, LongTextIsCutToItsField) {
     const std::string key(200, 'k');
     EXPECT_EQ(LoadText(R"({"devicePrivateKey":")" + key + "\"}").devicePrivateKey,
@@ -352,7 +309,7 @@ TEST_F(ConfigFile, UnknownKeysAreLostOnWriting) {
 }
 
 TEST_F(ConfigFile, WritingTruncatesALongerFile) {
-    LoadText(PaddedTo(1024) + std::string(9'000, ' '));
+    LoadText("{}" + std::string(9'000, ' '));
     StdoutCapture console;
     EXPECT_TRUE(WriteConfig(&record_));
     EXPECT_LT(fs::file_size(LibraryFile()), 1'000u);
