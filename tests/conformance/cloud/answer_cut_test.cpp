@@ -51,8 +51,7 @@ TEST_P(AnswerCut, AfterAnyByteEndsTheConnectionAndTheNextOneAnswers) {
     // Header and tag of the sealed packet, header of the answer, the answer.
     constexpr std::size_t kAnswerBytes = 24 + 20 + 20;
     Construct(SettingsFor(GetParam()));
-    hMod_ = FindModule();
-    ASSERT_EQ(Pdu().PDUModuleConnect(hMod_), PDU_STATUS_NOERROR);
+    hMod_ = ConnectModule();
     for (std::size_t bytes = 0; bytes < kAnswerBytes; bytes += Stride()) {
         ExpectNoAnswer(bytes);
         ASSERT_FALSE(HasFailure()) << bytes;

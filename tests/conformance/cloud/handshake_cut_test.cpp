@@ -93,8 +93,7 @@ TEST_P(HandshakeCut, AfterTheLastByteEndsAConnectionThatComesBack) {
     ASSERT_TRUE(IsConnected(2));
     EXPECT_TRUE(log_.HasLike("[Cloud] *xThread exited. Reconnecting."));
     EXPECT_FALSE(log_.Has("[Cloud] Connect failed, retry"));
-    const UNUM32 hMod = FindModule();
-    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    const UNUM32 hMod = ConnectModule();
     EXPECT_TRUE(IsVin(ReadVinOf(hMod)));
 }
 

@@ -55,13 +55,12 @@ TEST_F(WebSocketFault, TextMessageEndsTheConnectionThatComesBack) {
 
 TEST_F(WebSocketFault, MessagesOfAnySizeFormOneStream) {
     for (const char* fault : {"packet * recut 3", "packet * frames 3"}) {
+        SCOPED_TRACE(fault);
         relay_.Reset();
         relay_.Fault(fault);
         Construct(SettingsFor(Way::kWebSocket));
-        const UNUM32 hMod = FindModule();
-        ASSERT_NE(hMod, PDU_HANDLE_UNDEF) << fault;
-        ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
-        EXPECT_TRUE(IsVin(ReadVinOf(hMod))) << fault;
+        const UNUM32 hMod = ConnectModule();
+        EXPECT_TRUE(IsVin(ReadVinOf(hMod)));
         ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
     }
 }

@@ -64,6 +64,13 @@ protected:
         settings.Store();
         ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
     }
+    // The module that a scan finds, connected.
+    static UNUM32 ConnectModule() {
+        const UNUM32 hMod = FindModule();
+        EXPECT_NE(hMod, PDU_HANDLE_UNDEF);
+        EXPECT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+        return hMod;
+    }
     static std::string ReadVinOf(UNUM32 hMod) {
         EngineLink link(hMod);
         const Outcome outcome = link.Request(ReadVin(), PositiveRead());

@@ -15,9 +15,7 @@ TEST_P(RelayedDongle, IsFoundAndAddressedAndAnswers) {
     const std::uint64_t requests = ProxyRequests();
     const Settings settings = SettingsFor(GetParam());
     Construct(settings);
-    const UNUM32 hMod = FindModule();
-    ASSERT_NE(hMod, PDU_HANDLE_UNDEF);
-    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    const UNUM32 hMod = ConnectModule();
     ASSERT_TRUE(relay_.WaitFor(1, "in ADDR"));
     EXPECT_TRUE(IsVin(ReadVinOf(hMod)));
     EXPECT_EQ(ProxyRequests() > requests, settings.useProxy);
@@ -33,8 +31,7 @@ TEST_P(RelayedDongle, LongAnswersArriveInFragments) {
         wanted.push_back(static_cast<UNUM8>(i * 7 + i / 256));
     relay_.Command("data engine 2100 " + Hex({wanted.begin() + 3, wanted.end()}));
     Construct(SettingsFor(GetParam()));
-    const UNUM32 hMod = FindModule();
-    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    const UNUM32 hMod = ConnectModule();
     EngineLink link(hMod);
     for (int i = 0; i < 3; ++i) {
         const Outcome outcome = link.Request({0x22, 0x21, 0x00}, PositiveRead());
@@ -47,8 +44,7 @@ TEST_P(RelayedDongle, LongAnswersArriveInFragments) {
 
 TEST_P(RelayedDongle, ComesBackWithTheRelay) {
     Construct(SettingsFor(GetParam()));
-    const UNUM32 hMod = FindModule();
-    ASSERT_EQ(Pdu().PDUModuleConnect(hMod), PDU_STATUS_NOERROR);
+    const UNUM32 hMod = ConnectModule();
     ASSERT_TRUE(IsVin(ReadVinOf(hMod)));
     for (std::size_t round = 2; round <= 1 + kRelayLosses; ++round) {
         relay_.KillConnections();

@@ -18,22 +18,16 @@ using namespace conformance;
 
 namespace {
 
-// Whether the demo device's transport started at this construct.
-bool DemoStarts() {
+// Whether the transport started at this construct.
+bool Starts(const std::string& transport) {
     const LogCapture log;
     Construct();
-    const bool started = log.Has("[DummyStart] Done");
+    const bool started = log.Has("[" + transport + "Start] Done");
     Destruct();
     return started;
 }
-
-bool SerialStarts() {
-    const LogCapture log;
-    Construct();
-    const bool started = log.Has("[SerialStart] Done");
-    Destruct();
-    return started;
-}
+bool DemoStarts() { return Starts("Dummy"); }
+bool SerialStarts() { return Starts("Serial"); }
 
 // Without the banner and the reopened streams, which these tests do not cover.
 constexpr char kQuiet[] = "\"showDebug\": false";

@@ -59,9 +59,19 @@ protected:
         EXPECT_EQ(reports.size(), 1u);
         return reports.empty() ? nullptr : reports.front().queues;
     }
+    DeviceQueues* StartedQueues() {
+        InitAndStart();
+        return Queues();
+    }
 };
 
 bool Send(DeviceQueues* queues, PacketPtr packet) { return EnqueueTransmitPacket(queues, packet); }
+
+bool SendRequest(DeviceQueues* queues, std::uint32_t id) {
+    PacketPtr request = MakePacket(kTypeCreq, 32);
+    request->SetU32(28, id);
+    return Send(queues, std::move(request));
+}
 
 TEST_F(DemoTransportTest, InitLogsItsLocksOnceAndDeinitTheirDeletion) {
     LogCapture log;
@@ -151,12 +161,9 @@ TEST_F(DemoTransportTest, EveryScanSendsOneIdentifyAndReceivesOneLogin) {
 
 TEST_F(DemoTransportTest, CommunicationRequestIsAnsweredWithAControlUnitTimeout) {
     LogCapture log;
-    InitAndStart();
-    DeviceQueues* queues = Queues();
+    DeviceQueues* queues = StartedQueues();
     ASSERT_NE(queues, nullptr);
-    PacketPtr request = MakePacket(kTypeCreq, 32);
-    request->SetU32(28, 7);
-    ASSERT_TRUE(Send(queues, std::move(request)));
+    ASSERT_TRUE(SendRequest(queues, 7));
 
     const PacketPtr answer = WaitForPacket(queues, kTypeCres, 10'000, 7);
     ASSERT_NE(answer, nullptr);
@@ -168,12 +175,9 @@ TEST_F(DemoTransportTest, CommunicationRequestIsAnsweredWithAControlUnitTimeout)
 }
 
 TEST_F(DemoTransportTest, AnswersAreQueuedWithoutTag) {
-    InitAndStart();
-    DeviceQueues* queues = Queues();
+    DeviceQueues* queues = StartedQueues();
     ASSERT_NE(queues, nullptr);
-    PacketPtr request = MakePacket(kTypeCreq, 32);
-    request->SetU32(28, 9);
-    ASSERT_TRUE(Send(queues, std::move(request)));
+    ASSERT_TRUE(SendRequest(queues, 9));
     PacketPtr answer;
     EXPECT_TRUE(Eventually([&] {
         answer = QueueRemoveByTag(&queues->rx, kNoTag);
@@ -184,8 +188,7 @@ TEST_F(DemoTransportTest, AnswersAreQueuedWithoutTag) {
 
 TEST_F(DemoTransportTest, OtherAndTruncatedPacketsGetNoAnswer) {
     const std::uint64_t sent = ReadPacketCounters().sent_packets;
-    InitAndStart();
-    DeviceQueues* queues = Queues();
+    DeviceQueues* queues = StartedQueues();
     ASSERT_NE(queues, nullptr);
     ASSERT_TRUE(Send(queues, MakePacket(kTypePing, 12)));
     ASSERT_TRUE(Send(queues, MakePacket(kTypeCreq, 31)));
@@ -196,8 +199,7 @@ TEST_F(DemoTransportTest, OtherAndTruncatedPacketsGetNoAnswer) {
 
 TEST_F(DemoTransportTest, TakenPacketsAreCountedAsSent) {
     const PacketCounters before = ReadPacketCounters();
-    InitAndStart();
-    DeviceQueues* queues = Queues();
+    DeviceQueues* queues = StartedQueues();
     ASSERT_NE(queues, nullptr);
     ASSERT_TRUE(Send(queues, MakePacket(kTypePing, 100)));
     EXPECT_TRUE(Eventually([&] {
