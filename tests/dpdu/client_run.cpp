@@ -125,6 +125,20 @@ bool Reported(const ClientResult& result, const std::string& line) {
     return std::find(result.report.begin(), result.report.end(), line) != result.report.end();
 }
 
+ClientResult RunTrace(const std::string& command, const std::vector<std::string>& arguments) {
+    std::vector<std::string> all = {"trace", command};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    ClientResult result = RunClient(all);
+    EXPECT_TRUE(result.report.empty()) << "the library was loaded";
+    return result;
+}
+
+void ExpectOutput(const ClientResult& result, const std::string& output) {
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output, output);
+    EXPECT_EQ(result.error, "");
+}
+
 void ExpectFailure(const ClientResult& result, const std::string& line) {
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_EQ(result.error, "dpdu: " + line + "\n");

@@ -39,6 +39,9 @@ inline constexpr int kOk = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kUsage = 2;
 
+// The command succeeded with this on standard output and nothing on standard error.
+void ExpectOutput(const ClientResult& result, const std::string& output);
+
 // The command failed with this one line on standard error, here without its start "dpdu: ".
 void ExpectFailure(const ClientResult& result, const std::string& line);
 
@@ -63,6 +66,9 @@ bool IsOneErrorLine(const std::string& text);
 
 // A unique path in the folder for temporary files.
 std::string TemporaryPath(const std::string& name);
+
+// "dpdu trace COMMAND ...", for which the library is not loaded.
+ClientResult RunTrace(const std::string& command, const std::vector<std::string>& arguments);
 
 std::string ReadWholeFile(const std::string& path);
 

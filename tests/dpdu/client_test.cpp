@@ -94,12 +94,10 @@ TEST(DpduLibrary, OptionStringIsPassedToConstruct) {
 // ---------------------------------------------------------------------------------------------
 
 TEST(DpduModules, ListsNameSerialNumberConnectionAndState) {
-    const ClientResult result = RunClient({"modules"}, "two-modules");
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output,
-              "HANDLE  NAME   SERIAL  CONNECTION  STATE\n"
-              "5       Probe  S-1     USB         PDU_MODST_AVAIL\n"
-              "6       Probe  S-2     WLAN        PDU_MODST_AVAIL\n");
+    ExpectOutput(RunClient({"modules"}, "two-modules"),
+                 "HANDLE  NAME   SERIAL  CONNECTION  STATE\n"
+                 "5       Probe  S-1     USB         PDU_MODST_AVAIL\n"
+                 "6       Probe  S-2     WLAN        PDU_MODST_AVAIL\n");
 }
 
 TEST(DpduModules, JsonAlsoContainsTheVendorsTexts) {
@@ -165,10 +163,8 @@ TEST(DpduVersion, JsonHasATextThatFillsItsWholeField) {
 // ---------------------------------------------------------------------------------------------
 
 TEST(DpduRequest, SingleAnswerIsPrintedAsHexadecimalOnly) {
-    const ClientResult result = RunClient({"request", "22", "F1", "90"});
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output, "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
-    EXPECT_EQ(result.error, "");
+    ExpectOutput(RunClient({"request", "22", "F1", "90"}),
+                 "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
 }
 
 TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
@@ -336,14 +332,12 @@ TEST(DpduVin, JsonHasNullForAMissingVin) {
 }
 
 TEST(DpduDtc, ShowsCodeStatusByteAndStatusBits) {
-    const ClientResult result = RunClient({"dtc", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"});
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output,
-              "7E0:7E8: 2 trouble codes\n"
-              "  P0301-00  2F  testFailed, testFailedThisOperationCycle, pendingDTC, "
-              "confirmedDTC, testFailedSinceLastClear\n"
-              "  U0123-16  04  pendingDTC\n"
-              "7E1:7E9: no trouble codes\n");
+    ExpectOutput(RunClient({"dtc", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"}),
+                 "7E0:7E8: 2 trouble codes\n"
+                 "  P0301-00  2F  testFailed, testFailedThisOperationCycle, pendingDTC, "
+                 "confirmedDTC, testFailedSinceLastClear\n"
+                 "  U0123-16  04  pendingDTC\n"
+                 "7E1:7E9: no trouble codes\n");
 }
 
 TEST(DpduDtc, MaskIsSentInTheRequest) {
@@ -368,17 +362,14 @@ TEST(DpduDtc, NegativeAnswerIsExplained) {
 // ---------------------------------------------------------------------------------------------
 
 TEST(DpduComParam, GetShowsTheLibrarysValuesOfEveryType) {
-    const ClientResult result =
-        RunClient({"comparam", "get", "CP_P2Max", "CP_T1Max", "CP_TesterPresentMessage",
-                   "CP_CanBaudrateRecord", "CP_SessionTimingOverride"});
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output,
-              "CP_P2Max                  150000          PDU_PT_UNUM32       PDU_PC_TIMING\n"
-              "CP_T1Max                  -3              PDU_PT_SNUM16       PDU_PC_TIMING\n"
-              "CP_TesterPresentMessage                   PDU_PT_BYTEFIELD    "
-              "PDU_PC_TESTER_PRESENT\n"
-              "CP_CanBaudrateRecord      500000,250000   PDU_PT_LONGFIELD    PDU_PC_BUSTYPE\n"
-              "CP_SessionTimingOverride  769:0:50:1:244  PDU_PT_STRUCTFIELD  PDU_PC_TIMING\n");
+    ExpectOutput(RunClient({"comparam", "get", "CP_P2Max", "CP_T1Max", "CP_TesterPresentMessage",
+                            "CP_CanBaudrateRecord", "CP_SessionTimingOverride"}),
+                 "CP_P2Max                  150000          PDU_PT_UNUM32       PDU_PC_TIMING\n"
+                 "CP_T1Max                  -3              PDU_PT_SNUM16       PDU_PC_TIMING\n"
+                 "CP_TesterPresentMessage                   PDU_PT_BYTEFIELD    "
+                 "PDU_PC_TESTER_PRESENT\n"
+                 "CP_CanBaudrateRecord      500000,250000   PDU_PT_LONGFIELD    PDU_PC_BUSTYPE\n"
+                 "CP_SessionTimingOverride  769:0:50:1:244  PDU_PT_STRUCTFIELD  PDU_PC_TIMING\n");
 }
 
 TEST(DpduComParam, SetShowsTheResultingValuesOfEveryType) {

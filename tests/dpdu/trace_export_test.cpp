@@ -18,10 +18,8 @@ using dpdu::Bytes;
 using dpdu::trace::IsoTpFrames;
 
 ClientResult Export(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"trace", "export", "--format"});
-    ClientResult result = RunClient(arguments);
-    EXPECT_TRUE(result.report.empty()) << "the library was loaded";
-    return result;
+    arguments.insert(arguments.begin(), "--format");
+    return RunTrace("export", arguments);
 }
 
 std::string Exported(const std::string& format, const std::string& text) {
@@ -42,20 +40,17 @@ constexpr char kAscHeader[] =
     "   0.000000 Start of measurement\n";
 
 TEST(TraceExport, CandumpShowsRequestAndAnswersAsFrames) {
-    const ClientResult result = Export({"candump", TracePath("functional")});
-    EXPECT_EQ(result.exit_code, 0);
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.output,
-              "(0000015413.355492) can0 7DF#0322F187\n"
-              "(0000015413.355778) can0 7E8#101062F18754562D\n"
-              "(0000015413.355778) can0 7E8#21454E472D303831\n"
-              "(0000015413.355778) can0 7E8#22352D41\n"
-              "(0000015413.355778) can0 7E9#101062F18754562D\n"
-              "(0000015413.355778) can0 7E9#215443552D303432\n"
-              "(0000015413.355778) can0 7E9#22302D43\n"
-              "(0000015413.355778) can0 77D#101062F18754562D\n"
-              "(0000015413.355778) can0 77D#214142532D313137\n"
-              "(0000015413.355778) can0 77D#22302D42\n");
+    ExpectOutput(Export({"candump", TracePath("functional")}),
+                 "(0000015413.355492) can0 7DF#0322F187\n"
+                 "(0000015413.355778) can0 7E8#101062F18754562D\n"
+                 "(0000015413.355778) can0 7E8#21454E472D303831\n"
+                 "(0000015413.355778) can0 7E8#22352D41\n"
+                 "(0000015413.355778) can0 7E9#101062F18754562D\n"
+                 "(0000015413.355778) can0 7E9#215443552D303432\n"
+                 "(0000015413.355778) can0 7E9#22302D43\n"
+                 "(0000015413.355778) can0 77D#101062F18754562D\n"
+                 "(0000015413.355778) can0 77D#214142532D313137\n"
+                 "(0000015413.355778) can0 77D#22302D42\n");
 }
 
 TEST(TraceExport, AscShowsTimesFromTheFirstLineAndMarksReconstructedFrames) {
@@ -230,8 +225,7 @@ TEST(TraceExport, ChromeAcceptsSeveralTracesAndSeparatesTheirProcesses) {
 TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {
     const std::string target = TemporaryPath("export.log");
     const ClientResult result = Export({"candump", TracePath("functional"), "-o", target});
-    EXPECT_EQ(result.exit_code, 0) << result.error;
-    EXPECT_EQ(result.output, "");
+    ExpectOutput(result, "");
     EXPECT_EQ(ReadWholeFile(target), Export({"candump", TracePath("functional")}).output);
     std::remove(target.c_str());
 }
@@ -239,9 +233,8 @@ TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {
 TEST(TraceExport, FailedExportLeavesNothing) {
     const std::string target = TemporaryPath("export.log");
     const TemporaryTrace rubbish("rubbish\n");
-    const ClientResult result = Export({"asc", rubbish.Path(), "-o", target});
-    EXPECT_EQ(result.exit_code, 1);
-    EXPECT_EQ(result.error, "dpdu: '" + rubbish.Path() + "' holds not a single line of a trace\n");
+    ExpectFailure(Export({"asc", rubbish.Path(), "-o", target}),
+                  "'" + rubbish.Path() + "' holds not a single line of a trace");
     std::FILE* file = std::fopen(target.c_str(), "rb");
     EXPECT_EQ(file, nullptr);
     if (file) std::fclose(file);

@@ -13,11 +13,8 @@ namespace {
 
 using Json = nlohmann::json;
 
-ClientResult Summarise(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"trace", "summary"});
-    ClientResult result = RunClient(arguments);
-    EXPECT_TRUE(result.report.empty()) << "the library was loaded";
-    return result;
+ClientResult Summarise(const std::vector<std::string>& arguments) {
+    return RunTrace("summary", arguments);
 }
 
 Json Document(const std::string& path) {
@@ -29,10 +26,7 @@ Json Document(const std::string& path) {
 Json Document(const TemporaryTrace& trace) { return Document(trace.Path()); }
 
 TEST(TraceSummary, ShowsSessionsLinksControlUnitsAndSlowestRequests) {
-    const ClientResult result = Summarise({TracePath("functional")});
-    EXPECT_EQ(result.exit_code, 0);
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.output, R"(Duration           0.202 s in 1 session
+    ExpectOutput(Summarise({TracePath("functional")}), R"(Duration           0.202 s in 1 session
 Lines              46
 Requests           3 (1 STARTCOMM, 1 STOPCOMM, 1 SENDRECV)
   finished         3
@@ -130,10 +124,9 @@ TEST(TraceSummary, MissingFileGivesOneErrorLine) {
 TEST(TraceSummary, FileWithoutAnyTraceLineGivesOneErrorLine) {
     for (const char* text : {"", "not a trace\n", "\n\n", "{\"seq\":1}\n"}) {
         const TemporaryTrace trace(text);
-        const ClientResult result = Summarise({trace.Path()});
-        EXPECT_EQ(result.exit_code, 1) << text;
-        EXPECT_EQ(result.error,
-                  "dpdu: '" + trace.Path() + "' holds not a single line of a trace\n");
+        SCOPED_TRACE(text);
+        ExpectFailure(Summarise({trace.Path()}),
+                      "'" + trace.Path() + "' holds not a single line of a trace");
     }
 }
 

@@ -17,11 +17,8 @@ using dpdu::trace::Exchange;
 using dpdu::trace::ExchangeResult;
 using dpdu::trace::Request;
 
-ClientResult Timeline(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {"trace", "timeline"});
-    ClientResult result = RunClient(arguments);
-    EXPECT_TRUE(result.report.empty()) << "the library was loaded";
-    return result;
+ClientResult Timeline(const std::vector<std::string>& arguments) {
+    return RunTrace("timeline", arguments);
 }
 
 std::size_t Rows(const std::string& text) {
@@ -31,11 +28,9 @@ std::size_t Rows(const std::string& text) {
 }
 
 TEST(TraceTimeline, HasARowWithABarForEachRequest) {
-    const ClientResult result = Timeline({TracePath("three_units")});
-    EXPECT_EQ(result.exit_code, 0);
-    EXPECT_EQ(result.error, "");
-    EXPECT_EQ(result.output,
-              R"(. queued   - sending   = waiting   # answer   c callback   x time-out   + goes on
+    ExpectOutput(
+        Timeline({TracePath("three_units")}),
+        R"(. queued   - sending   = waiting   # answer   c callback   x time-out   + goes on
 
 Process 8106, session 1; a column is 0.103 ms
       AT S  LINK     COP          MS  END     REQUEST
@@ -83,9 +78,8 @@ TEST(TraceTimeline, LinkIsSelectedWithOrWithoutItsModule) {
     EXPECT_EQ(Rows(Timeline({TracePath("three_units"), "--link", "2"}).output), 3u);
     EXPECT_EQ(Rows(Timeline({TracePath("three_units"), "--link", "0:2"}).output), 3u);
     const ClientResult none = Timeline({TracePath("three_units"), "--link", "1:2"});
-    EXPECT_EQ(none.exit_code, 1);
+    ExpectFailure(none, "no request like that in the trace");
     EXPECT_EQ(none.output, "");
-    EXPECT_EQ(none.error, "dpdu: no request like that in the trace\n");
     for (const char* text : {"x", "", ":", "1:", ":1", "0:1:2"})
         EXPECT_EQ(Timeline({TracePath("silent"), "--link", text}).exit_code, 2) << text;
 }

@@ -29,12 +29,10 @@ std::ptrdiff_t CountReported(const ClientResult& result, const std::string& line
 // ---------------------------------------------------------------------------------------------
 
 TEST(DpduFunctional, EachControlUnitHasARowWithItsAnswerAndTime) {
-    const ClientResult result = RunClient({"functional", "3E00", "--units", "7E0,7E1:7E9"});
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output,
-              "UNIT     TIME    ANSWER\n"
-              "7E0:7E8  1.5 ms  7E 00\n"
-              "7E1:7E9  2.5 ms  7E 00\n");
+    ExpectOutput(RunClient({"functional", "3E00", "--units", "7E0,7E1:7E9"}),
+                 "UNIT     TIME    ANSWER\n"
+                 "7E0:7E8  1.5 ms  7E 00\n"
+                 "7E1:7E9  2.5 ms  7E 00\n");
 }
 
 TEST(DpduFunctional, SilentAndNegativeControlUnitsAreReportedAndFailTheCommand) {
@@ -85,8 +83,7 @@ TEST(DpduFunctional, InvalidListIsAMistakeAndIsNamed) {
 
 TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierFirst) {
     const ClientResult result = RunClient({"raw", "send", "123", "DE", "AD"});
-    EXPECT_EQ(result.exit_code, kOk) << result.error;
-    EXPECT_EQ(result.output, "123  [2]  DE AD  sent once\n");
+    ExpectOutput(result, "123  [2]  DE AD  sent once\n");
     EXPECT_TRUE(Reported(result, "frame 00000123 short DEAD"));
 }
 
@@ -140,20 +137,18 @@ TEST(DpduRawSend, InvalidFrameIsAMistake) {
 // ---------------------------------------------------------------------------------------------
 
 TEST(DpduRawListen, FramesAreLinesAndTotalsFollow) {
-    const ClientResult result = RunClient({"raw", "listen", "--count", "5"});
-    EXPECT_EQ(result.exit_code, kOk) << result.error;
-    EXPECT_EQ(result.output,
-              "(000.000000)  can0       0C0  [2]  0C 80\n"
-              "(000.004095)  can0       7E8  [4]  03 7F 22 31\n"
-              "(000.004096)  can0       0C0  [2]  0D 10\n"
-              "(000.008192)  can0  18DAF110  [0]\n"
-              "(000.012288)  can0  00000123  [1]  FF\n"
-              "\n"
-              "ID        COUNT  PERIOD  LAST DATA\n"
-              "0C0       2      4.1 ms  0D 10\n"
-              "7E8       1      -       03 7F 22 31\n"
-              "00000123  1      -       FF\n"
-              "18DAF110  1      -       \n");
+    ExpectOutput(RunClient({"raw", "listen", "--count", "5"}),
+                 "(000.000000)  can0       0C0  [2]  0C 80\n"
+                 "(000.004095)  can0       7E8  [4]  03 7F 22 31\n"
+                 "(000.004096)  can0       0C0  [2]  0D 10\n"
+                 "(000.008192)  can0  18DAF110  [0]\n"
+                 "(000.012288)  can0  00000123  [1]  FF\n"
+                 "\n"
+                 "ID        COUNT  PERIOD  LAST DATA\n"
+                 "0C0       2      4.1 ms  0D 10\n"
+                 "7E8       1      -       03 7F 22 31\n"
+                 "00000123  1      -       FF\n"
+                 "18DAF110  1      -       \n");
 }
 
 TEST(DpduRawListen, OnlyFramesThatMatchAFilterCount) {
@@ -199,11 +194,10 @@ TEST(DpduRawListen, InvalidFilterIsAMistake) {
 
 TEST(DpduObjects, ListsWhatTheLibraryKnowsByType) {
     const ClientResult result = RunClient({"objects", "--type", "protocol"});
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_EQ(result.output,
-              "TYPE      ID  NAME\n"
-              "protocol  71  ISO_15765_3_on_ISO_15765_2\n"
-              "protocol  73  ISO_11898_RAW\n");
+    ExpectOutput(result,
+                 "TYPE      ID  NAME\n"
+                 "protocol  71  ISO_15765_3_on_ISO_15765_2\n"
+                 "protocol  73  ISO_11898_RAW\n");
     EXPECT_EQ(Document(RunClient({"objects", "--json"}))["objects"].size(), 28u);
 }
 
