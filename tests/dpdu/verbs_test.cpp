@@ -266,21 +266,24 @@ TEST(DpduIoCtl, RefusalAndUnknownNameAreFailures) {
     EXPECT_TRUE(Contains(unknown.error, "does not know the name 'PDU_IOCTL_UNHEARD'"));
 }
 
-TEST(DpduIoCtl, InvalidInputIsAMistakeAndItsFormIsShown) {
+TEST(DpduIoCtl, InputOfAnotherFormIsAMistakeAndTheFormIsShown) {
     ExpectMistakes({"ioctl"},
                    {{"set-voltage", "5000"},
                     {"set-voltage", "a:1"},
-                    {"start-filter", "pass:1:FF:0102"},
                     {"start-filter", "let:1:F:1"},
                     {"ethernet-switch", "x"},
+                    {"ethernet-switch", "on:8:1"},
                     {"event-queue", "5:round"},
                     {"entity-status"},
-                    {"battery", "1"},
-                    {"battery", "car=1"},
-                    {"reset", "none=1"},
-                    {"generic", "xyz"},
-                    {"ethernet-switch", "on:8:1"}},
-                   "");  // the form of the input in place of the help
+                    {"generic", "xyz"}},
+                   "is not an input of the form ");
+}
+
+TEST(DpduIoCtl, InputThatTheCommandDoesNotTakeIsAMistake) {
+    ExpectMistakes({"ioctl", "start-filter"}, {{"pass:1:FF:0102"}}, "need the same length");
+    ExpectMistakes({"ioctl", "battery"}, {{"1"}}, "needs its type");
+    ExpectMistakes({"ioctl", "battery"}, {{"car=1"}}, "is not a type of input");
+    ExpectMistakes({"ioctl", "reset"}, {{"none=1"}}, "takes no input");
 }
 
 // ---------------------------------------------------------------------------------------------

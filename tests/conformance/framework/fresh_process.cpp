@@ -24,7 +24,8 @@ ProgramRun RunTestInFreshProcess(const std::string& test, const Variables& varia
     static std::atomic<int> runs{0};
     Variables all = variables;
     all.emplace_back(kProcessFor, test);
-    all.emplace_back("GTEST_OUTPUT", "");  // the results file belongs to this process
+    all.emplace_back("GTEST_OUTPUT", "");   // the results file belongs to this process
+    all.emplace_back("GTEST_REPEAT", "1");  // a repetition would not be fresh
     const std::string file = JoinPath(PrivateFolder(), "output" + std::to_string(++runs) + ".txt");
     const int code = RunProgramAgain({"--gtest_filter=" + test}, all, file);
     return {code, ReadFile(file)};
