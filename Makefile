@@ -20,7 +20,7 @@ help:
 	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
-	@echo "make lint          format and clang-tidy"
+	@echo "make lint          format, clang-tidy and includes"
 	@echo "make clean         remove what was built, except build/deps"
 
 build:
@@ -84,7 +84,7 @@ fuzz:
 	@scripts/fuzz.sh
 
 lint:
-	@scripts/setup.sh linux lint
+	@scripts/setup.sh linux windows lint
 	@scripts/build.sh linux-release
 	@scripts/lint.sh
 

@@ -1,6 +1,7 @@
 #!/bin/bash
-# Checks the format of every source file of the repository, then runs clang-tidy on those that are
-# compiled on Linux.
+# Checks the format of every source file of the repository, runs clang-tidy on those that are compiled
+# on Linux, and compiles the DLL and its tools without precompiled headers, so that each of their files
+# includes what it uses.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
@@ -15,5 +16,7 @@ cmake --preset lint >build/logs/configure-lint.log || exit 1
 grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
     xargs -P "${JOBS:-2}" -n 4 clang-tidy -p build/lint --quiet \
         --extra-arg=-Wno-everything 2>build/logs/clang-tidy.log || worst=1
+
+BUILD_TARGETS="tarvik_dpdu dpdu" scripts/build.sh lint-windows || worst=1
 
 exit $worst
