@@ -210,7 +210,9 @@ function(tarvik_test_defaults target)
         else()
             _tarvik_use_precompiled(${target} tests)
         endif()
-        target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has
+        if(TARGET tarvik::gtest)  # not for fuzz targets
+            target_link_libraries(${target} PRIVATE tarvik::gtest)  # its definitions, as the header has
+        endif()
         # No definition for programs that export names to what they load.
         set_target_properties(${target} PROPERTIES DEFINE_SYMBOL "")
     endif()
