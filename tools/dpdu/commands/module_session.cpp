@@ -1,3 +1,4 @@
+#include "commands/module_session.h"
 
 namespace dpdu {
 
