@@ -97,6 +97,11 @@ protected:
         EXPECT_EQ(reports.size(), 1u);
         return reports.empty() ? nullptr : reports[0].queues;
     }
+    // The service has been asked to connect the dongle, which takes its time.
+    bool ConnectionBegins() {
+        return Eventually(
+            [this] { return Contains(radio_.Command("radio"), "\"connecting\":true"); });
+    }
     // A scan that finds nothing and logs the reason.
     void ExpectScanFails(const std::string& why) {
         LogCapture log;
@@ -399,8 +404,7 @@ TEST_F(BluezTest, DeinitDoesNotWaitForADongleThatIsSlowToConnect) {
     radio_.Command(R"(radio {"connect_ms": 600000})");
     Thread scan([] { EXPECT_EQ(ScanThatHears().size(), 0u); });
     // An attempt that is given up before it reaches the service logs nothing.
-    ASSERT_TRUE(
-        Eventually([this] { return Contains(radio_.Command("radio"), "\"connecting\":true"); }));
+    ASSERT_TRUE(ConnectionBegins());
     kBleTransport.Deinit();
     scan.Join();
     EXPECT_TRUE(log_.Has("[BLE] Connection error: connecting was given up"));
@@ -425,9 +429,10 @@ TEST_F(BluezTest, ClosingTheEarlierOfTwoDevicesKeepsTheConnection) {
 // The tick follows real time; the test can also advance it.
 class BluezSlowDongle : public BluezTest {
 protected:
-    // The scan waits for the dongle: only it reads the tick repeatedly.
+    // The scan waits for the dongle, to which a connection is being made: only the scan reads the
+    // tick repeatedly.
     bool ScanWaits() {
-        if (!Logs("[BLE] Connecting to device: 02:42:52:4E:58:01")) return false;
+        if (!ConnectionBegins()) return false;
         const std::uint64_t before = tick_.Reads();
         return Eventually([&] { return tick_.Reads() >= before + 10; });
     }
