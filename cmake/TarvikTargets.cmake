@@ -44,7 +44,7 @@ add_link_options(${TARVIK_SANITIZER_FLAGS})
 
 # Most of a build is spent compiling the same headers again and again. The presets that run tests
 # therefore compile the files of a test or tool together and precompile the headers of others. That
-# each file includes what it uses is checked by the lint preset, which compiles without this option.
+# each file includes what it uses is checked by the lint presets, which compile without this option.
 option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache if it is there" OFF)
 if(TARVIK_FAST_BUILD)
     # The compiler collects its garbage less often: a tenth of the time for some hundred MB.
@@ -154,8 +154,9 @@ function(_tarvik_use_precompiled target header)
     endif()
 endfunction()
 
-# Tests from outside contain no code of the library. Of undefined behaviour it is the alignment of
-# what the library hands out that they can show; the other checks double their compile time.
+# Tests from outside contain no code of the library (those that link the client, its inline functions
+# only). Of undefined behaviour it is the alignment of what the library hands out that they can show;
+# the other checks double their compile time.
 if(TARVIK_SANITIZER STREQUAL "address")
     set(TARVIK_OUTSIDE_CHECKS -fno-sanitize=undefined -fsanitize=alignment)
 endif()

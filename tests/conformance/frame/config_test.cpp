@@ -103,6 +103,8 @@ FRESH_PROCESS_TEST(FreshConfig, OnlyTheFirst1024BytesAreRead) {
     const std::size_t filling = 1024 - begin.size() - end.size();
     WriteFile(UserConfigPath(), begin + std::string(filling, 'x') + end);
     EXPECT_FALSE(DemoStarts());
+    WriteFile(UserConfigPath(), begin + std::string(filling, 'x') + end + "garbage");
+    EXPECT_FALSE(DemoStarts());
     WriteFile(UserConfigPath(), begin + std::string(filling + 1, 'x') + end);
     EXPECT_TRUE(DemoStarts());  // without the last brace, no key is read
 }
