@@ -62,15 +62,15 @@ check:
 	@scripts/check.sh
 
 test:
-	@scripts/setup.sh linux windows
+	@scripts/setup.sh linux windows clang
 	@scripts/test.sh
 
 soak:
-	@scripts/setup.sh linux windows
+	@scripts/setup.sh linux windows clang
 	@scripts/soak.sh $(or $(SOAK_ROUNDS),5)
 
 stress:
-	@scripts/setup.sh linux
+	@scripts/setup.sh linux clang
 	@scripts/stress.sh
 
 bench:
@@ -79,7 +79,7 @@ bench:
 	@scripts/bench.sh
 
 fuzz:
-	@scripts/setup.sh linux fuzz
+	@scripts/setup.sh linux clang
 	@scripts/build.sh fuzz
 	@scripts/fuzz.sh
 

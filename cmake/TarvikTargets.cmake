@@ -46,7 +46,7 @@ add_link_options(${TARVIK_SANITIZER_FLAGS})
 # therefore compile the files of a test or tool together and precompile the headers of others. That
 # each file includes what it uses is checked by the lint presets, which compile without this option.
 option(TARVIK_FAST_BUILD "compile files together, precompile headers, use ccache if it is there" OFF)
-if(TARVIK_FAST_BUILD)
+if(TARVIK_FAST_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     # The compiler collects its garbage less often: a tenth of the time for some hundred MB.
     add_compile_options(--param=ggc-min-heapsize=1000000)
 endif()
@@ -67,8 +67,11 @@ function(tarvik_unity target files)
     if(TARVIK_FAST_BUILD)
         set_target_properties(${target} PROPERTIES
             UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${files})
-        # Reported for every fixture in an unnamed namespace, whose file is no longer the main one.
-        target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-Wno-subobject-linkage>)
+        # GCC reports every fixture in an unnamed namespace, whose file is no longer the main one, and
+        # Clang each local name that another file has in its unnamed namespace.
+        target_compile_options(${target} PRIVATE
+            $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>
+            $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-shadow>)
     endif()
 endfunction()
 

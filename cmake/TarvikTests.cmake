@@ -16,10 +16,8 @@ else()
     set(TARVIK_HOST_TOOLS_DIR "${CMAKE_BINARY_DIR}")
 endif()
 
-# The mocked USB device is preloaded and so precedes the sanitizer's runtime. It replaces nothing that
-# the sanitizer watches.
 set(TARVIK_TEST_ENVIRONMENT
-    "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:verify_asan_link_order=0"
+    "ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1"
     "UBSAN_OPTIONS=print_stacktrace=1"
     "TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:suppressions=${PROJECT_SOURCE_DIR}/tests/thread_sanitizer.supp")
 

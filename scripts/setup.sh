@@ -2,7 +2,7 @@
 # Installs missing packages and builds the libraries that Debian does not offer in the form we need.
 # Quick when nothing is missing, so the make targets always call it.
 #
-#   scripts/setup.sh [linux] [windows] [fuzz] [lint]      (default: linux windows)
+#   scripts/setup.sh [linux] [windows] [clang] [lint]      (default: linux windows)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -22,8 +22,9 @@ linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockd
 windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
     libcli11-dev nlohmann-json3-dev xvfb lld"
 windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb ld.lld"
-fuzz_packages="clang libclang-rt-14-dev"
-fuzz_tools="clang clang++"
+# For the sanitizers and the fuzz targets; llvm-symbolizer makes functions and lines of addresses.
+clang_packages="clang libclang-rt-14-dev llvm"
+clang_tools="clang clang++ llvm-symbolizer"
 lint_packages="clang-format clang-tidy git"
 lint_tools="clang-format clang-tidy git"
 
@@ -185,9 +186,9 @@ for group in $groups; do
     case $group in
         linux) packages+=" $linux_packages" tools+=" $linux_tools" ;;
         windows) packages+=" $linux_packages $windows_packages" tools+=" $linux_tools $windows_tools" ;;
-        fuzz) packages+=" $linux_packages $fuzz_packages" tools+=" $linux_tools $fuzz_tools" ;;
+        clang) packages+=" $linux_packages $clang_packages" tools+=" $linux_tools $clang_tools" ;;
         lint) packages+=" $linux_packages $lint_packages" tools+=" $linux_tools $lint_tools" ;;
-        *) fail "unknown group '$group'; known: linux windows fuzz lint" ;;
+        *) fail "unknown group '$group'; known: linux windows clang lint" ;;
     esac
 done
 

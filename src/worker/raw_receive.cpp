@@ -118,7 +118,8 @@ void CommReceiveFunc(void* argument) {
 
 // Null: no memory, or the system refused.
 OsThread* StartThread(LinkRecord* link, ComPrimitive* cop) {
-    auto* receiver = NewTracked<Receiver>(LinkRef::Share(link), Ref<ComPrimitive>::Share(cop));
+    auto* receiver =
+        NewTracked<Receiver>(Receiver{LinkRef::Share(link), Ref<ComPrimitive>::Share(cop)});
     if (receiver == nullptr) return nullptr;
     OsThread* thread = OsThreadStart(CommReceiveFunc, receiver, "Tarvik CommReceiveFunc");
     if (thread == nullptr) DeleteTracked(receiver);  // otherwise the thread owns it

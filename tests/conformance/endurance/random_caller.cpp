@@ -363,9 +363,9 @@ void RandomCaller::CallStubs() {
     T_PDU_ERR_EVT error = 0;
     Call(&Functions::PDUGetLastError, at.hMod, at.hCLL, &error, nullptr, nullptr, nullptr);
     Call(&Functions::PDUGetResourceStatus, &status);
-    Call(&Functions::PDUGetConflictingResources, 2001, &modules, &conflicts);
-    Call(&Functions::PDULockResource, at.hMod, at.hCLL, 1);
-    Call(&Functions::PDUUnlockResource, at.hMod, at.hCLL, 1);
+    Call(&Functions::PDUGetConflictingResources, 2001u, &modules, &conflicts);
+    Call(&Functions::PDULockResource, at.hMod, at.hCLL, 1u);
+    Call(&Functions::PDUUnlockResource, at.hMod, at.hCLL, 1u);
 }
 
 }  // namespace conformance

@@ -1,14 +1,13 @@
 // Loading and unloading the library, and the process's resources after many rounds.
 
-#include <cstdio>
 #include <string>
 
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/log_file.h"
+#include "conformance/framework/steadiness.h"
 #include "conformance/framework/surroundings.h"
 #include "conformance/framework/system.h"
-#include "conformance/framework/waiting.h"
 
 using namespace conformance;
 
@@ -18,43 +17,12 @@ constexpr char kDetachLine[] = "[DLL] Detaching the Tarvik D-PDU DLL\n";
 
 // Growth that the library does not cause: a few threads and handles of the system, and some memory.
 // A leak of a page or of a prepared ComParam table in each round would exceed it.
-struct Allowance {
-    std::uint64_t handles = 4;
-    std::uint64_t memory = 1'500'000;
-};
+constexpr Allowance kSystemsOwn{.threads = 2, .handles = 4, .memory = 1'500'000};
 
-// A sanitizer keeps released memory, and data about every library ever loaded.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMemoryTells = false;
-#else
-constexpr bool kMemoryTells = true;
-#endif
-
-constexpr std::uint64_t kMoreThreads = 2;
-
-bool IsFlat(const ProcessFigures& before, const ProcessFigures& after, const Allowance& allowance) {
-    return after.threads <= before.threads + kMoreThreads &&
-           after.handles <= before.handles + allowance.handles &&
-           (!kMemoryTells || after.memory <= before.memory + allowance.memory);
-}
-
-// An ended thread may remain on the system's list for a moment.
 void ExpectFlat(const char* what, int rounds, const ProcessFigures& before,
-                const Allowance& allowance = {}) {
-    ProcessFigures after;
-    Eventually([&] {
-        after = MeasureProcess();
-        return IsFlat(before, after, allowance);
-    });
-    const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
-    std::printf("%s, %d rounds: threads %llu -> %llu, handles %llu -> %llu, memory %llu -> %llu\n",
-                what, rounds, number(before.threads), number(after.threads), number(before.handles),
-                number(after.handles), number(before.memory), number(after.memory));
-    EXPECT_LE(after.threads, before.threads + kMoreThreads);
-    EXPECT_LE(after.handles, before.handles + allowance.handles);
-    if (kMemoryTells) {
-        EXPECT_LE(after.memory, before.memory + allowance.memory);
-    }
+                const Allowance& allowance = kSystemsOwn) {
+    ExpectSteady(std::string(what) + ", " + std::to_string(rounds) + " rounds", before,
+                 MeasureSettled(before, allowance), allowance);
 }
 
 void ConstructAndDestruct(const Functions& pdu) {
@@ -137,8 +105,9 @@ FRESH_PROCESS_TEST(Loading, HundredRoundsWithConstructAndDestructDoNotLeak) {
         LoadUseAndUnload();
     // Wine creates a semaphore for a lock on which two threads have met, and keeps it as long as
     // the lock. The library's static locks, such as the log's, are never destroyed.
-    constexpr std::uint64_t kLocksMetAt = 100;
-    ExpectFlat("load, construct, destruct, unload", 100, before, {.handles = kLocksMetAt});
+    Allowance allowance = kSystemsOwn;
+    allowance.handles = 100;
+    ExpectFlat("load, construct, destruct, unload", 100, before, allowance);
 }
 
 FRESH_PROCESS_TEST(Loading, ThousandRoundsOfConstructAndDestructDoNotLeak) {

@@ -211,7 +211,8 @@ std::mutex debug_output_lock;
 std::string debug_output;
 bool collecting = false;
 
-void AddDebugOutput(int priority, const char* format, std::va_list arguments) {
+__attribute__((format(printf, 2, 0))) void AddDebugOutput(int priority, const char* format,
+                                                          std::va_list arguments) {
     char text[2048];
     std::vsnprintf(text, sizeof text, format, arguments);
     const std::lock_guard hold(debug_output_lock);

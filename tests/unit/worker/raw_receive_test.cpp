@@ -247,7 +247,7 @@ class BusyRawReceive : public RawReceive {
 protected:
     void SetUp() override {
         RawReceive::SetUp();
-        on_event = [this] {
+        on_event = [] {
             entered = true;
             while (!released)
                 SleepMs(1);
