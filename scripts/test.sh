@@ -3,13 +3,14 @@
 # line "PRESET: N passed, N failed" for each, and non-zero unless every case passed.
 #
 # CTEST_OPTIONS is passed to ctest, for instance "-L unit" or "-R link_test"; JOBS is how many
-# programs run at a time (4).
+# programs run at a time (4) while another preset is built.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/results.sh
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
 jobs=${JOBS:-4} # most tests wait most of the time
+jobs_alone=$((jobs * 2)) # for the last preset, beside which none is built
 
 ahead= # the process that builds the other presets
 clean_up() {
@@ -56,7 +57,7 @@ build() {
     return "$(cat "build/logs/built-$1")"
 }
 
-# Starts the tests of a preset.
+# start_tests PRESET JOBS
 start_tests() {
     local results=$PWD/build/$1/results
     rm -rf "$results"
@@ -67,7 +68,7 @@ start_tests() {
     (
         {
             # shellcheck disable=SC2086 # several words
-            ctest --preset "$1" -j "$jobs" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} 2>&1
+            ctest --preset "$1" -j "$2" --output-junit "$results/ctest.xml" ${CTEST_OPTIONS:-} 2>&1
             echo $? >"$results/code"
         } | tee "build/logs/test-$1.log" | sed -u "s/^/$1: /"
     ) </dev/null &
@@ -130,7 +131,8 @@ for preset in $presets; do
     # shellcheck disable=SC2086 # several words
     [ -n "$ahead" ] || [ -z "$others" ] || build_ahead $others benchmarks
     [ -z "$testing" ] || await_last_test
-    start_tests "$preset"
+    [ "$preset" != "${presets##* }" ] || jobs=$jobs_alone
+    start_tests "$preset" "$jobs"
     tested+=("$preset") running+=("$tests")
 done
 wait "${running[@]}"
