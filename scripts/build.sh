@@ -7,10 +7,13 @@ mkdir -p build/logs
 
 for preset in "$@"; do
     echo "== building $preset"
-    cmake --preset "$preset" >"build/logs/configure-$preset.log" 2>&1 || {
-        cat "build/logs/configure-$preset.log" >&2
+    log=build/logs/configure-$preset.log
+    cmake --preset "$preset" >"$log" 2>&1 || {
+        cat "$log" >&2
         exit 1
     }
+    # Of a folder that was configured for another compiler CMake forgets the preset's other variables.
+    ! grep -q "require your cache to be deleted" "$log" || cmake --fresh --preset "$preset" >"$log" 2>&1
     # shellcheck disable=SC2086 # several words
     cmake --build --preset "$preset" ${BUILD_TARGETS:+--target $BUILD_TARGETS}
 done
