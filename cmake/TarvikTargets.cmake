@@ -87,10 +87,13 @@ function(tarvik_target_defaults target)
     endif()
 endfunction()
 
-# ccache needs an option to follow precompiled headers.
+# ccache needs an option to follow precompiled headers: of GCC that the header is named in what it
+# preprocesses, of Clang that the header is the same whenever it is made.
 function(_tarvik_precompiled_in_ccache target)
     if("${CMAKE_CXX_COMPILER_LAUNCHER}" MATCHES "ccache")
-        target_compile_options(${target} PRIVATE -fpch-preprocess)
+        target_compile_options(${target} PRIVATE
+            $<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>
+            "$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
     endif()
 endfunction()
 

@@ -3,14 +3,13 @@
 # line "PRESET: N passed, N failed" for each, and non-zero unless every case passed.
 #
 # CTEST_OPTIONS is passed to ctest, for instance "-L unit" or "-R link_test"; JOBS is how many
-# programs run at a time (4) while another preset is built.
+# programs run at a time (4, and 8 of the last preset, beside which none is built).
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/results.sh
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
 jobs=${JOBS:-4} # most tests wait most of the time
-jobs_alone=$((jobs * 2)) # for the last preset, beside which none is built
 
 ahead= # the process that builds the other presets
 clean_up() {
@@ -131,7 +130,7 @@ for preset in $presets; do
     # shellcheck disable=SC2086 # several words
     [ -n "$ahead" ] || [ -z "$others" ] || build_ahead $others benchmarks
     [ -z "$testing" ] || await_last_test
-    [ "$preset" != "${presets##* }" ] || jobs=$jobs_alone
+    [ "$preset" != "${presets##* }" ] || jobs=${JOBS:-8}
     start_tests "$preset" "$jobs"
     tested+=("$preset") running+=("$tests")
 done

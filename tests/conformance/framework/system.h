@@ -65,7 +65,7 @@ public:
     WriteProtection& operator=(const WriteProtection&) = delete;
 
 private:
-    [[maybe_unused]] void* file_ = nullptr;
+    [[maybe_unused]] void* file_ = nullptr;  // on Windows
     std::uint32_t user_ = 0;
 };
 
