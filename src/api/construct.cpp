@@ -4,6 +4,7 @@
 #include "objects/lifecycle.h"
 #include "objects/modules.h"
 #include "platform/process.h"
+#include "platform/thread.h"
 #include "support/config.h"
 #include "support/cop_trace.h"
 #include "support/debug_console.h"
@@ -16,6 +17,8 @@ namespace {
 
 // How long PDUDestruct waits for calls of other threads that are still inside the library.
 constexpr std::uint32_t kOtherCallsMs = 5000;
+// How long it waits for threads that are about to end, so that the library can be unloaded.
+constexpr std::uint32_t kLastThreadsMs = 250;
 
 void OpenDiagnostics(const char* option, void* tag) {
     OpenDebugLog(config.enableDebugLogFile);
@@ -61,6 +64,7 @@ void Destruct() {
     SystemEventQueue->Free();
     ClearModuleTable();
     if (CopTraceActive()) StopCopTrace();
+    OsAllowUnloading(kLastThreadsMs);
 }
 
 }  // namespace

@@ -11,6 +11,9 @@ void OsDebugBreak();
 // Keeps this library loaded until the process ends, whatever the application unloads. For work of
 // the system that may call our code at any later time.
 void OsKeepLibraryLoaded();
+// As OsKeepLibraryLoaded, until the reference is released. Null: not a library, or refused.
+void* OsHoldLibrary();
+void OsReleaseLibrary(void* reference);  // null does nothing
 
 // The platform's debugger output: OutputDebugString / syslog at debug level.
 void OsDebugOutput(const char* text);

@@ -14,13 +14,19 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
 // True: the thread has ended. -1 waits without limit. May be called again after false.
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms);
 // Last resort, after a join timed out: ends the thread where it is. Whatever it held stays held.
-// Where the system can only ask (POSIX cancellation), a thread that never reaches a cancellation
-// point keeps running; OsThreadJoin shows it.
-void OsThreadTerminate(OsThread* thread);
+// False where threads cannot be ended from outside (POSIX: cancellation unwinds the application's
+// callbacks, which ends the process at a `noexcept` or `catch (...)`): the thread continues.
+bool OsThreadTerminate(OsThread* thread);
 // Gives up the handle. A thread that still runs continues.
 void OsThreadClose(OsThread* thread);
 bool OsThreadIsCurrent(const OsThread* thread);
 void* OsThreadHandle(const OsThread* thread);  // for log lines
+
+// The library stays loaded from the start of its first thread until this is called when none runs
+// any more, whatever the application unloads. Waits at most patience_ms for threads that are about
+// to end; the calling thread counts as running but is not waited for. False: the library stays
+// loaded.
+bool OsAllowUnloading(std::uint32_t patience_ms);
 
 // The calling thread's id as the system numbers it.
 std::uint32_t OsCurrentThreadId();

@@ -12,6 +12,9 @@ namespace tarvik::test {
 // Sets a variable of this process's environment; null removes it.
 void SetVariable(const char* name, const char* value);
 
+// Whether OsThreadTerminate ends a thread.
+extern const bool kTerminatesThreads;
+
 // The calling thread's name, as a debugger shows it.
 std::string CurrentThreadName();
 // The part of `description` that the system keeps.

@@ -16,6 +16,8 @@ extern char** environ;
 
 namespace tarvik::test {
 
+const bool kTerminatesThreads = false;
+
 void SetVariable(const char* name, const char* value) {
     if (value != nullptr) {
         ::setenv(name, value, 1);

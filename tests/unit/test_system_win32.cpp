@@ -13,6 +13,8 @@
 
 namespace tarvik::test {
 
+const bool kTerminatesThreads = true;
+
 void SetVariable(const char* name, const char* value) { ::SetEnvironmentVariableA(name, value); }
 
 // On Windows a stream opened only for writing would suffice, but under Wine its reads report the

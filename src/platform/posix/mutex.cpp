@@ -1,5 +1,7 @@
 #include "platform/mutex.h"
 
+#include <time.h>
+
 #include <atomic>
 #include <new>
 
@@ -10,9 +12,10 @@
 // (thread_local objects with destructors would keep the library from being unloaded.)
 namespace tarvik {
 
-// What a thread holds. Lives from the thread's first acquisition to its end.
+// What a thread holds.
 struct HeldMutexes {
     OsMutex* first;  // guarded by held_lists
+    bool watched;    // AbandonAll will run; only this thread uses it
 };
 
 struct OsMutex {
@@ -33,6 +36,8 @@ pthread_mutex_t held_lists = PTHREAD_MUTEX_INITIALIZER;
 pthread_once_t key_once = PTHREAD_ONCE_INIT;
 pthread_key_t held_key;
 std::atomic<bool> key_alive{false};
+
+thread_local HeldMutexes held_by_this_thread{};
 
 class HeldListsGuard {
 public:
@@ -76,14 +81,12 @@ void Abandon(OsMutex* mutex) {
 // leaving the list and being abandoned.
 void AbandonAll(void* value) {
     auto* held = static_cast<HeldMutexes*>(value);
-    {
-        const HeldListsGuard guard;
-        while (OsMutex* mutex = held->first) {
-            UnlinkLocked(mutex);
-            Abandon(mutex);
-        }
+    held->watched = false;
+    const HeldListsGuard guard;
+    while (OsMutex* mutex = held->first) {
+        UnlinkLocked(mutex);
+        Abandon(mutex);
     }
-    delete held;
 }
 
 void CreateKey() {
@@ -95,17 +98,26 @@ __attribute__((destructor)) void DeleteKey() {
     if (key_alive.exchange(false)) ::pthread_key_delete(held_key);
 }
 
-// Null once the library is being unloaded, or when memory is out.
+// Null: the system cannot watch for the end of this thread, for lack of memory, or because the
+// library is being unloaded.
 HeldMutexes* HeldByThisThread() {
+    HeldMutexes* held = &held_by_this_thread;
+    if (held->watched) return held;
     if (!key_alive.load(std::memory_order_relaxed)) return nullptr;
-    auto* held = static_cast<HeldMutexes*>(::pthread_getspecific(held_key));
-    if (held != nullptr) return held;
-    held = new (std::nothrow) HeldMutexes{nullptr};
-    if (held != nullptr && ::pthread_setspecific(held_key, held) != 0) {
-        delete held;
-        return nullptr;
-    }
+    if (::pthread_setspecific(held_key, held) != 0) return nullptr;
+    held->watched = true;
     return held;
+}
+
+// As HeldByThisThread; tries again until memory is there or the time has run out, and never returns
+// early without it: the caller would try again at once.
+HeldMutexes* AwaitHeldByThisThread(std::int32_t timeout_ms) {
+    constexpr timespec kPause = {0, 1'000'000};
+    for (std::int32_t waited_ms = 0;; ++waited_ms) {
+        HeldMutexes* held = HeldByThisThread();
+        if (held != nullptr || (timeout_ms >= 0 && waited_ms >= timeout_ms)) return held;
+        ::nanosleep(&kPause, nullptr);
+    }
 }
 
 // Waits until the mutex is free. The monitor is held.
@@ -131,7 +143,7 @@ OsMutex* OsMutexCreate() {
 }
 
 MutexWait OsMutexLock(OsMutex* mutex, std::int32_t timeout_ms) {
-    HeldMutexes* self = HeldByThisThread();
+    HeldMutexes* self = AwaitHeldByThisThread(timeout_ms);
     if (self == nullptr) return MutexWait::kTimeout;
     MutexWait outcome = MutexWait::kAcquired;
     {
@@ -147,10 +159,9 @@ MutexWait OsMutexLock(OsMutex* mutex, std::int32_t timeout_ms) {
 }
 
 void OsMutexUnlock(OsMutex* mutex) {
-    HeldMutexes* self = HeldByThisThread();
     {
         const MonitorGuard guard(mutex->monitor);
-        if (self == nullptr || mutex->owner != self) return;
+        if (mutex->owner != &held_by_this_thread) return;
         if (mutex->depth > 1) {
             --mutex->depth;
             return;

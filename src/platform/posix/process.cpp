@@ -31,10 +31,22 @@ void OsDebugBreak() { ::raise(SIGTRAP); }
 
 void OsExitProcess(int code) { ::_exit(code); }
 
-void OsKeepLibraryLoaded() {
+namespace {
+
+void* OpenThisLibrary(int mode) {
     Dl_info library{};
-    if (::dladdr(reinterpret_cast<void*>(&OsKeepLibraryLoaded), &library) == 0) return;
-    ::dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+    if (::dladdr(reinterpret_cast<void*>(&OpenThisLibrary), &library) == 0) return nullptr;
+    return ::dlopen(library.dli_fname, RTLD_LAZY | RTLD_NOLOAD | mode);
+}
+
+}  // namespace
+
+void OsKeepLibraryLoaded() { OpenThisLibrary(RTLD_NODELETE); }
+
+void* OsHoldLibrary() { return OpenThisLibrary(0); }
+
+void OsReleaseLibrary(void* reference) {
+    if (reference != nullptr) ::dlclose(reference);
 }
 
 namespace {

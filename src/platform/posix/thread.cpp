@@ -4,11 +4,11 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 #include <new>
 
 #include "platform/posix/monitor.h"
+#include "platform/thread_list.h"
 
 namespace tarvik {
 
@@ -18,42 +18,28 @@ constexpr std::size_t kNameSize = 16;  // what the kernel keeps, with the NUL
 
 }  // namespace
 
-// Shared by the thread and its handle; the last of the two deletes it.
-struct OsThread {
-    OsThreadEntry entry;
-    void* argument;
-    char name[kNameSize];
-    pthread_t id;
-    std::atomic<int> references;
+struct OsThread final : ListedThread {
+    bool HasEnded() override;
+    bool IsCurrent() const override;
+
+    OsThreadEntry entry = nullptr;
+    void* argument = nullptr;
+    char name[kNameSize] = {};
     mutable Monitor monitor;
-    bool ended;   // guarded by monitor; no code of the library runs on the thread after this
-    bool joined;  // guarded by monitor; `id` is no longer valid
+    pthread_t id{};       // guarded by monitor
+    bool ended = false;   // guarded by monitor; the entry has returned
+    bool joined = false;  // guarded by monitor; `id` is no longer valid
 };
 
 namespace {
 
-void Release(OsThread* thread) {
-    if (thread->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete thread;
-}
-
-// Also runs when the thread is cancelled: cancellation unwinds the stack.
-struct EndNotice {
-    OsThread* thread;
-    ~EndNotice() {
-        {
-            const MonitorGuard guard(thread->monitor);
-            thread->ended = true;
-            thread->monitor.WakeAll();
-        }
-        Release(thread);
-    }
-};
-
 void* Run(void* argument) {
     auto* thread = static_cast<OsThread*>(argument);
-    const EndNotice notice{thread};
     ::pthread_setname_np(::pthread_self(), thread->name);
     thread->entry(thread->argument);
+    const MonitorGuard guard(thread->monitor);
+    thread->ended = true;
+    thread->monitor.WakeAll();
     return nullptr;
 }
 
@@ -79,7 +65,7 @@ int CreateWithSignalsBlocked(OsThread* thread) {
 }  // namespace
 
 OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
-    auto* thread = new (std::nothrow) OsThread{};
+    auto* thread = new (std::nothrow) OsThread;
     if (thread == nullptr) {
         errno = ENOMEM;
         return nullptr;
@@ -87,17 +73,21 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
     thread->entry = entry;
     thread->argument = argument;
     std::strncpy(thread->name, description, kNameSize - 1);
-    thread->references.store(2, std::memory_order_relaxed);
-    const int error = CreateWithSignalsBlocked(thread);
+    ListThread(thread);
+    int error = 0;
+    {
+        const MonitorGuard guard(thread->monitor);  // the list may already be asking for `id`
+        error = CreateWithSignalsBlocked(thread);
+    }
     if (error != 0) {
-        delete thread;
+        UnlistThread(thread);
         errno = error;
         return nullptr;
     }
     return thread;
 }
 
-// Returns only when the thread is out of the library's code, so that the library may be unloaded.
+// Returns true only when the thread is out of the library's code, so that it may be unloaded.
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     const Deadline deadline(timeout_ms);
     MonitorGuard guard(thread->monitor);
@@ -112,47 +102,35 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     return true;
 }
 
-// Cancellation acts when the thread next sleeps, waits or does input or output. It unwinds the
-// stack: guards of scopes release what they hold, and there must be no noexcept function and no
-// `catch (...)` on the way. A loop without such a call never ends.
-void OsThreadTerminate(OsThread* thread) {
-    const MonitorGuard guard(thread->monitor);
-    if (!thread->ended) ::pthread_cancel(thread->id);
+bool OsThread::HasEnded() { return OsThreadJoin(this, 0); }
+
+bool OsThread::IsCurrent() const {
+    // After a join, another thread may have the id.
+    const MonitorGuard guard(monitor);
+    return !joined && ::pthread_equal(id, ::pthread_self()) != 0;
 }
+
+bool OsThreadTerminate(OsThread*) { return false; }
 
 void OsThreadClose(OsThread* thread) {
-    if (thread == nullptr) return;
-    {
-        const MonitorGuard guard(thread->monitor);
-        if (thread->ended && !thread->joined) {
-            ::pthread_join(thread->id, nullptr);
-        } else if (!thread->joined) {
-            ::pthread_detach(thread->id);
-        }
-    }
-    Release(thread);
+    if (thread != nullptr) CloseListedThread(thread);
 }
 
-bool OsThreadIsCurrent(const OsThread* thread) {
-    if (thread == nullptr) return false;
-    // After a join, another thread may have the id.
-    const MonitorGuard guard(thread->monitor);
-    return !thread->joined && ::pthread_equal(thread->id, ::pthread_self()) != 0;
-}
+bool OsThreadIsCurrent(const OsThread* thread) { return thread != nullptr && thread->IsCurrent(); }
 
 void* OsThreadHandle(const OsThread* thread) { return reinterpret_cast<void*>(thread->id); }
 
-std::uint32_t OsCurrentThreadId() {
-    static thread_local std::uint32_t id = 0;
-    if (id == 0) id = static_cast<std::uint32_t>(::gettid());
-    return id;
-}
-
 namespace {
 
+thread_local std::uint32_t current_id = 0;
 thread_local std::intptr_t thread_value = 0;
 
 }  // namespace
+
+std::uint32_t OsCurrentThreadId() {
+    if (current_id == 0) current_id = static_cast<std::uint32_t>(::gettid());
+    return current_id;
+}
 
 std::intptr_t OsThreadValue() { return thread_value; }
 

@@ -18,11 +18,23 @@ void OsExitProcess(int code) {
         ::Sleep(INFINITE);
 }
 
-void OsKeepLibraryLoaded() {
-    const auto here = reinterpret_cast<LPCWSTR>(&OsKeepLibraryLoaded);
-    HMODULE pinned = nullptr;
-    ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                         here, &pinned);
+namespace {
+
+HMODULE ReferToThisLibrary(DWORD flags) {
+    const auto here = reinterpret_cast<LPCWSTR>(&ReferToThisLibrary);
+    HMODULE library = nullptr;
+    ::GetModuleHandleExW(flags | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, here, &library);
+    return library;
+}
+
+}  // namespace
+
+void OsKeepLibraryLoaded() { ReferToThisLibrary(GET_MODULE_HANDLE_EX_FLAG_PIN); }
+
+void* OsHoldLibrary() { return ReferToThisLibrary(0); }
+
+void OsReleaseLibrary(void* reference) {
+    if (reference != nullptr) ::FreeLibrary(static_cast<HMODULE>(reference));
 }
 
 void OsDebugOutput(const char* text) { ::OutputDebugStringA(text); }

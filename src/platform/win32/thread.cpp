@@ -5,11 +5,20 @@
 #include <cstring>
 #include <new>
 
+#include "platform/thread_list.h"
+
 namespace tarvik {
 
-struct OsThread {
-    HANDLE handle;
-    DWORD id;
+struct OsThread final : ListedThread {
+    ~OsThread() override {
+        if (handle != nullptr) ::CloseHandle(handle);
+    }
+    // The handle is signalled once the thread has left the library, and all other code.
+    bool HasEnded() override { return ::WaitForSingleObject(handle, 0) == WAIT_OBJECT_0; }
+    bool IsCurrent() const override { return id == ::GetCurrentThreadId(); }
+
+    HANDLE handle = nullptr;
+    DWORD id = 0;
 };
 
 namespace {
@@ -50,23 +59,43 @@ void Describe(HANDLE handle, const char* description) {
 
 }  // namespace
 
-OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
-    auto* thread = new (std::nothrow) OsThread{};
+namespace {
+
+// Suspended until the list has it, so that the library stays loaded for it.
+HANDLE CreateSuspended(OsThreadEntry entry, void* argument, DWORD* id) {
     auto* start = new (std::nothrow) ThreadStart{entry, argument};
-    if (thread != nullptr && start != nullptr) {
-        thread->handle = ::CreateThread(nullptr, 0, &Run, start, 0, &thread->id);
-        if (thread->handle != nullptr) {
-            Describe(thread->handle, description);
-            return thread;
-        }
-    } else {
+    if (start == nullptr) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
     }
-    const DWORD error = ::GetLastError();
-    delete start;
-    delete thread;
-    ::SetLastError(error);
-    return nullptr;
+    const HANDLE handle = ::CreateThread(nullptr, 0, &Run, start, CREATE_SUSPENDED, id);
+    if (handle == nullptr) {
+        const DWORD error = ::GetLastError();
+        delete start;
+        ::SetLastError(error);
+    }
+    return handle;
+}
+
+}  // namespace
+
+OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
+    auto* thread = new (std::nothrow) OsThread;
+    if (thread == nullptr) {
+        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    thread->handle = CreateSuspended(entry, argument, &thread->id);
+    if (thread->handle == nullptr) {
+        const DWORD error = ::GetLastError();
+        delete thread;
+        ::SetLastError(error);
+        return nullptr;
+    }
+    ListThread(thread);
+    Describe(thread->handle, description);
+    ::ResumeThread(thread->handle);
+    return thread;
 }
 
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
@@ -74,17 +103,16 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     return ::WaitForSingleObject(thread->handle, limit) == WAIT_OBJECT_0;
 }
 
-void OsThreadTerminate(OsThread* thread) { ::TerminateThread(thread->handle, 0); }
+bool OsThreadTerminate(OsThread* thread) {
+    ::TerminateThread(thread->handle, 0);
+    return true;
+}
 
 void OsThreadClose(OsThread* thread) {
-    if (thread == nullptr) return;
-    ::CloseHandle(thread->handle);
-    delete thread;
+    if (thread != nullptr) CloseListedThread(thread);
 }
 
-bool OsThreadIsCurrent(const OsThread* thread) {
-    return thread != nullptr && thread->id == ::GetCurrentThreadId();
-}
+bool OsThreadIsCurrent(const OsThread* thread) { return thread != nullptr && thread->IsCurrent(); }
 
 void* OsThreadHandle(const OsThread* thread) { return thread->handle; }
 

@@ -40,6 +40,9 @@ struct ProcessFigures {
 };
 ProcessFigures MeasureProcess();
 
+// Whether PDUDestruct ends a thread that does not end by itself.
+extern const bool kTerminatesThreads;
+
 // Blocks the calling thread in the system for ever: only its termination ends that.
 [[noreturn]] void BlockForever();
 

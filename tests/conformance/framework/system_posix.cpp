@@ -33,6 +33,7 @@
 namespace conformance {
 
 const char kPathSeparator = '/';
+const bool kTerminatesThreads = false;
 const char kLibraryFileName[] = "libtarvik_dpdu_x64.so";
 
 void* LoadLibraryFile(const std::string& path, std::string* error) {

@@ -24,6 +24,7 @@
 namespace conformance {
 
 const char kPathSeparator = '\\';
+const bool kTerminatesThreads = true;
 const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
 
 namespace {

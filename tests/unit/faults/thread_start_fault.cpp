@@ -34,12 +34,10 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
     return SystemThreadStart(entry, argument, description);
 }
 
-void OsThreadTerminate(OsThread* thread) {
-    if (recording) {
-        terminated = thread;
-    } else {
-        SystemThreadTerminate(thread);
-    }
+bool OsThreadTerminate(OsThread* thread) {
+    if (!recording) return SystemThreadTerminate(thread);
+    terminated = thread;
+    return true;
 }
 
 namespace test {

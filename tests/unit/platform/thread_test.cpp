@@ -75,13 +75,19 @@ TEST(Thread, HasItsDescription) {
     EXPECT_EQ(named.seen, test::KeptThreadName("Tarvik CloudRxThread"));
 }
 
-TEST(Thread, TerminatedThreadDoesNotRunToItsEnd) {
+// Whether a thread can be ended from outside depends on the system.
+TEST(Thread, TerminatedThreadEndsWhereItIsOrContinuesUndisturbed) {
     Patient patient;
     OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
     EXPECT_TRUE(Eventually([&] { return patient.started.load(); }));
-    OsThreadTerminate(thread);
+    const bool terminated = OsThreadTerminate(thread);
+    EXPECT_EQ(terminated, test::kTerminatesThreads);
+    if (!terminated) {
+        EXPECT_FALSE(OsThreadJoin(thread, 0));
+        OsEventSet(patient.go);
+    }
     EXPECT_TRUE(OsThreadJoin(thread, 10'000));
-    EXPECT_FALSE(patient.finished);
+    EXPECT_NE(patient.finished, terminated);
     OsThreadClose(thread);
 }
 
@@ -161,6 +167,40 @@ TEST(Thread, ManyThreadsStartAndEnd) {
         OsThreadClose(thread);
     }
     EXPECT_TRUE(Eventually([&] { return ended == 500; }));
+}
+
+TEST(Thread, UnloadingIsAllowedWhenEveryThreadHasEnded) {
+    Patient patient;
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    EXPECT_FALSE(OsAllowUnloading(0));
+    OsEventSet(patient.go);
+    EXPECT_TRUE(OsAllowUnloading(10'000));
+    OsThreadClose(thread);
+}
+
+TEST(Thread, UnloadingWaitsForAThreadWhoseHandleIsClosed) {
+    static Patient patient;
+    OsThread* thread = OsThreadStart(&Patient::Run, &patient, "Tarvik test");
+    OsThreadClose(thread);
+    EXPECT_FALSE(OsAllowUnloading(0));
+    OsEventSet(patient.go);
+    EXPECT_TRUE(OsAllowUnloading(10'000));
+}
+
+TEST(Thread, UnloadingDoesNotWaitForTheThreadThatAsks) {
+    struct Asker {
+        bool allowed = true;
+    } asker;
+    OsThread* thread = OsThreadStart(
+        [](void* argument) {
+            // Waiting for itself would take until the test's own time limit.
+            static_cast<Asker*>(argument)->allowed = OsAllowUnloading(3'600'000);
+        },
+        &asker, "Tarvik test");
+    EXPECT_TRUE(OsThreadJoin(thread, -1));
+    EXPECT_FALSE(asker.allowed);
+    OsThreadClose(thread);
+    EXPECT_TRUE(OsAllowUnloading(10'000));
 }
 
 }  // namespace
