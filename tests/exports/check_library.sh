@@ -38,6 +38,23 @@ soname() {
     readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p'
 }
 
+# The function that the loader calls last when it loads the library: the entry of .init_array at the
+# highest address, found by what the loader writes there.
+last_initializer() {
+    local start size last target
+    read -r start size < <(readelf -SW "$library" | sed 's/^.*] //' |
+        awk '$1 == ".init_array" {print $3, $5}')
+    last=$(printf '%016x' $((0x$start + 0x$size - 8)))
+    target=$(readelf -rW "$library" | awk -v at="$last" '$1 == at {print $NF}')
+    nm -C "$library" | awk -v at="$(printf '%016x' $((0x$target)))" '$1 == at' | cut -d' ' -f3-
+}
+
+# Thread-local variables that a thread allocates at their first use: the system ends the process if
+# memory is out then.
+allocated_thread_locals() {
+    readelf -rW "$library" | grep -cE 'R_X86_64_(DTPMOD64|TLSDESC)'
+}
+
 names=$(sort "$exports_file")
 check "there are 29 names to export" 29 "$(echo "$names" | wc -l)"
 case $library in
@@ -48,6 +65,9 @@ case $library in
         ;;
     *)
         check "the exported names" "$names" "$(so_exports | sort)"
+        check "the initializer that is run last" "tarvik::(anonymous namespace)::Attach()" \
+            "$(last_initializer)"
+        check "thread-local variables that need memory later" 0 "$(allocated_thread_locals)"
         check "the soname" "libtarvik_dpdu_x64.so.${version%%.*}" "$(soname)"
         check "the file behind the links" "libtarvik_dpdu_x64.so.$version" \
             "$(basename "$(readlink -f "$library")")"
