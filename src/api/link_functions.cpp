@@ -33,6 +33,7 @@ extern "C" T_PDU_ERROR PDU_CALL PDUDestroyComLogicalLink(UNUM32 hMod, UNUM32 hCL
         LinkMutexGuard mutex(link.Get());
         if (mutex) {
             link->running.store(false);
+            if (!OsThreadIsCurrent(link->thread)) link->may_exchange.store(false);
             // Deliberate: the mutex stays owned, so that no further call on the link can enter.
             mutex.Keep();
             link->pending.Wake();

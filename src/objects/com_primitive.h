@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "dpdu_types.h"
+#include "objects/lifecycle.h"
 #include "platform/thread.h"
 #include "support/cop_trace.h"
 #include "support/counted.h"
@@ -38,7 +39,8 @@ struct ComPrimitive : Counted {
     bool has_receive_thread = false;     // now or earlier: it stays registered until the clean-up
     OsThread* receive_thread = nullptr;  // null again once its end was noticed
     std::atomic<std::uint32_t> receive_thread_id{0};
-    Reception reception = Reception::kNotBegun;  // guarded by the link's reception_lock
+    ThreadCalls receiver_calls;                  // that callbacks of the thread are inside
+    Reception reception = Reception::kNotBegun;  // guarded by the link's reception_mutex
 };
 
 // Its handles, for the trace.

@@ -44,6 +44,7 @@ bool CallModuleEventCBR(std::uint32_t hMod, std::uint32_t hCLL, void* pCllTag, v
 }
 
 bool CallComLogicalLinkEventCBR(LinkRecord* link) {
+    if (link->detached.load()) return false;
     Log(kLogTrace, "[%s] ComLogicalLinkEventCBR (%u, %u)", __func__, link->hMod, link->hCLL);
     const CALLBACKFNC callback = link->running.load() ? link->callback.load() : nullptr;
     if (callback != nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 namespace tarvik {
@@ -15,6 +16,21 @@ bool ChangeLibraryState(Lifecycle from, Lifecycle to);
 void* ApiTag();
 void SetApiTag(void* tag);
 
+// The API calls that a thread of the library is inside, from callbacks of the application. Other
+// threads can see them, so that calls of a thread that was ended or given up are not waited for.
+class ThreadCalls {
+public:
+    // Called by the thread, before its first callback. The record must exist until its last.
+    void CountForThisThread();
+    // Called by any thread, once. From now on WaitForOtherApiCalls ignores the thread.
+    void GiveUp();
+
+private:
+    friend class ApiCall;
+    friend std::int32_t OwnCalls(std::uint32_t of_generation);
+    std::atomic<std::intptr_t> own_{0};
+};
+
 // Counts an API call that uses the library's objects. PDUDestruct releases what calls of other
 // threads use only after they have ended.
 class ApiCall {
@@ -26,6 +42,7 @@ public:
 
 private:
     const std::uint32_t generation_;
+    ThreadCalls* const thread_;  // null on a thread of the application
 };
 // Waits until all calls that other threads have begun before are over; false: time ran out. One
 // thread at a time.

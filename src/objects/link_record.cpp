@@ -19,6 +19,7 @@ LinkRecord::~LinkRecord() {
     if (thread != nullptr) OsThreadClose(thread);
     if (announce_release) LogMutexRelease(*this);
     if (mutex != nullptr) OsMutexClose(mutex);
+    if (reception_mutex != nullptr) OsMutexClose(reception_mutex);
 }
 
 void LogMutexRelease(const LinkRecord& link) {
@@ -27,11 +28,15 @@ void LogMutexRelease(const LinkRecord& link) {
         OsMutexHandle(link.mutex), link.hCLL);
 }
 
-LinkMutexGuard::LinkMutexGuard(LinkRecord* link) {
+LinkMutexGuard::LinkMutexGuard(LinkRecord* link, LinkUser user) {
     if (link->mutex == nullptr) return;
-    while (link->running.load()) {
-        if (OsMutexLock(link->mutex, kLinkPollMs) == MutexWait::kTimeout) continue;
-        if (link->running.load()) {
+    const auto may_enter = [&] { return user == LinkUser::kWorker || link->running.load(); };
+    while (may_enter()) {
+        if (OsMutexLock(link->mutex, kLinkPollMs) == MutexWait::kTimeout) {
+            if (!link->running.load()) return;
+            continue;
+        }
+        if (may_enter()) {
             owned_ = link->mutex;
             return;
         }

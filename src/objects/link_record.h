@@ -8,6 +8,7 @@
 #include "objects/com_primitive.h"
 #include "objects/item_queue.h"
 #include "objects/items.h"
+#include "objects/lifecycle.h"
 #include "objects/protocol_kind.h"
 #include "objects/unique_resp_tables.h"
 #include "platform/lock.h"
@@ -29,6 +30,7 @@ struct LinkRecord : Counted {
     std::atomic<bool> running{false};  // the handle is valid while it is set
     std::atomic<std::uint32_t> state{PDU_CLLST_OFFLINE};
     OsThread* thread = nullptr;  // CommThreadFunc; set before the link can be found
+    ThreadCalls worker_calls;    // that callbacks of the worker are inside
     OsMutex* mutex = nullptr;    // serialises API calls; kept owned by PDUDestroyComLogicalLink
 
     ItemQueue<Ref<ComPrimitive>> pending;      // that the worker has not taken yet
@@ -39,7 +41,9 @@ struct LinkRecord : Counted {
     Ref<UniqueRespTable> unique_table;  // guarded by mutex; empty after a failed copy
     std::atomic<CALLBACKFNC> callback{nullptr};
 
-    OsLock reception_lock;  // orders what its receive threads and the worker send to the dongle
+    // Orders what its receive threads and the worker send to the dongle. A mutex, since a receive
+    // thread may be terminated while it owns it.
+    OsMutex* reception_mutex = nullptr;
     bool rawMode = false;
     bool rawChecksum = false;    // as requested; no packet carries it
     std::uint32_t rawCanId = 0;  // of the raw frame being sent; only the worker uses it
@@ -52,13 +56,23 @@ struct LinkRecord : Counted {
     std::uint32_t doipTargetAddress = 0;
 
     // The module's queues, kept here so that the worker needs no look at the module table: an
-    // application may be holding the module lock. Null: the module cannot be reached.
+    // application may be holding the module lock. Null: the module cannot be reached. Threads of
+    // the link ask Device().
     DeviceQueues* device = nullptr;
+    DeviceQueues* Device() const { return detached.load() ? nullptr : device; }
+
+    // Exchanges with the dongle continue while it is set. Cleared with `running`, except when the
+    // worker itself destroys the link in a callback: it then carries out its ComPrimitive.
+    std::atomic<bool> may_exchange{true};
 
     // Set by PDUDestruct before `running` is cleared: its thread, and the time at which receive
     // threads that have not ended are terminated.
     std::atomic<std::uint32_t> destructing_thread{0};
     std::atomic<std::uint64_t> stop_deadline_ms{0};
+    // Set when PDUDestruct leaves the link while a thread of it still runs: whatever the thread
+    // does later reaches neither the application nor the dongle, which may be those of another
+    // construct.
+    std::atomic<bool> detached{false};
 
     bool announce_release = false;  // log the release of the mutex; set by the last holder
 };
@@ -67,11 +81,16 @@ using LinkRef = Ref<LinkRecord>;
 
 void LogMutexRelease(const LinkRecord& link);
 
+enum class LinkUser : std::uint8_t {
+    kApiCall,  // enters no destroyed link
+    kWorker,   // enters a link that it has destroyed itself, in a callback
+};
+
 // Owns the link's mutex for a scope. Waits without limit, except for a link that is destroyed
 // meanwhile: its mutex stays owned for good, so the guard is then empty.
 class LinkMutexGuard {
 public:
-    explicit LinkMutexGuard(LinkRecord* link);
+    explicit LinkMutexGuard(LinkRecord* link, LinkUser user = LinkUser::kApiCall);
     ~LinkMutexGuard();
     LinkMutexGuard(const LinkMutexGuard&) = delete;
     LinkMutexGuard& operator=(const LinkMutexGuard&) = delete;

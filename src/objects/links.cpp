@@ -53,6 +53,7 @@ LinkRef LogicalLinkAllocate(std::uint32_t hMod, std::uint32_t hCLL, DeviceQueues
     link->hCLL = hCLL;
     link->device = device;
     link->mutex = OsMutexCreate();
+    link->reception_mutex = OsMutexCreate();
     Log(kLogTrace, "[%s] Created Mutex handle 0x%p for LogicalLink #%u (Module #%u)", __func__,
         link->mutex == nullptr ? nullptr : OsMutexHandle(link->mutex), hCLL, hMod);
     return link;
@@ -88,7 +89,9 @@ T_PDU_ERROR CreateLink(const char* function, const LinkRequest& request, StartLi
     const std::uint32_t handle = slot.link_count;
     if (!ReserveLinkHandle(slot)) return PDU_ERR_FCT_FAILED;
     LinkRef link = LogicalLinkAllocate(request.hMod, handle, slot.queues);
-    if (!link || link->mutex == nullptr) return PDU_ERR_FCT_FAILED;
+    if (!link || link->mutex == nullptr || link->reception_mutex == nullptr) {
+        return PDU_ERR_FCT_FAILED;
+    }
     link->CllTag = request.tag;
     link->unique_table = UniqueRespTable::Adopt(CreatePduUniqueResponseTable());
     ApplyResourceData(function, link.Get(), request.resource);

@@ -43,7 +43,7 @@ void cop_error(LinkRecord* link, ComPrimitive* cop, std::uint32_t code) {
     AppendLinkEvent(link, std::move(item));
     if (valid) {
         CallComLogicalLinkEventCBR(link);
-    } else {
+    } else if (!link->detached.load()) {
         CallSystemEventCBR(link->hMod, link->hCLL, link->CllTag, ApiTag());
     }
 }

@@ -20,11 +20,12 @@ constexpr std::uint32_t kMaxTesterPresentBytes = 32;
 
 // An empty `message` switches the cyclic message off.
 void SendTesterPresent(LinkRecord* link, std::uint32_t period_ms, ByteView message) {
-    if (link->device == nullptr) return;
+    DeviceQueues* device = link->Device();
+    if (device == nullptr) return;
     const TesterPresentWire fields = {
         .type = kTypeTspr, .length = 0, .period_ms = period_ms, .value = kTesterPresentValue};
     PacketPtr packet = BuildPacket(fields, message);
-    if (packet != nullptr) FragSendPacket(link->device, packet);
+    if (packet != nullptr) FragSendPacket(device, packet);
 }
 
 void StartTesterPresent(LinkRecord* link, const ComPrimitive& cop) {
@@ -96,6 +97,7 @@ void CleanUp(LinkRecord* link) {
 
 void CommThreadFunc(void* argument) {
     const LinkRef link = LinkRef::Adopt(static_cast<LinkRecord*>(argument));
+    link->worker_calls.CountForThisThread();
     Log(kLogTrace, "[%s] starting", __func__);
     while (link->running.load()) {
         const Ref<ComPrimitive> cop =

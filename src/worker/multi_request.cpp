@@ -104,7 +104,7 @@ void RunMultiRequest(LinkRecord* link, ComPrimitive* cop,
                              responders.Count(), responders.Entries(),
                              cop->pCoPData,      cop->CoPDataSize,
                              timeout_ms};
-    const CommLink exchange{link->device, &link->running};
+    const CommLink exchange{link->Device(), &link->may_exchange};
     if (!CommRequestMulti(&exchange, &request, &cop->abort)) {
         WORKER_LOG("   Request timed out - is the OBD interface connected?");
         cop_error(link, cop, kErrorNoMatch);

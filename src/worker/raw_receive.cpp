@@ -42,7 +42,7 @@ bool HasReceivedEnough(const ComPrimitive& cop, std::int64_t received) {
 
 // Null: none came in time, or the thread must stop.
 PacketPtr NextPacket(LinkRecord* link, const ComPrimitive& cop) {
-    DeviceQueues* device = link->device;
+    DeviceQueues* device = link->Device();
     if (device == nullptr || !device->available || !device->rx.active) {
         // There is no queue to wait on.
         SleepMs(static_cast<std::uint32_t>(GetLinkLimits().wait_slice_ms));
@@ -82,22 +82,40 @@ void ReceiveFrames(LinkRecord* link, ComPrimitive* cop) {
     }
 }
 
+// Owns the reception mutex for a scope; false if it was not to be had in time.
+class ReceptionHold {
+public:
+    explicit ReceptionHold(LinkRecord* link, std::int32_t timeout_ms = -1)
+        : mutex_(link->reception_mutex),
+          held_(OsMutexLock(mutex_, timeout_ms) != MutexWait::kTimeout) {}
+    ~ReceptionHold() {
+        if (held_) OsMutexUnlock(mutex_);
+    }
+    ReceptionHold(const ReceptionHold&) = delete;
+    ReceptionHold& operator=(const ReceptionHold&) = delete;
+    explicit operator bool() const { return held_; }
+
+private:
+    OsMutex* mutex_;
+    bool held_;
+};
+
 // Does nothing if the reception was ended before its thread got here.
 void BeginReception(LinkRecord* link, ComPrimitive* cop) {
-    const LockGuard hold(link->reception_lock);
+    const ReceptionHold hold(link);
     if (cop->reception != Reception::kNotBegun) return;
     cop->reception = Reception::kOn;
-    SwitchRawReception(link->device, true);
+    SwitchRawReception(link->Device(), true);
 }
 
 // Called by the thread, or on its behalf. Sends the switches that the thread has not sent yet, so
 // that none of them follows its successor's.
-void EndReception(LinkRecord* link, ComPrimitive* cop) {
-    const LockGuard hold(link->reception_lock);
-    if (cop->reception == Reception::kOver) return;
-    if (cop->reception == Reception::kNotBegun) SwitchRawReception(link->device, true);
+void EndReception(LinkRecord* link, ComPrimitive* cop, std::int32_t timeout_ms = -1) {
+    const ReceptionHold hold(link, timeout_ms);
+    if (!hold || cop->reception == Reception::kOver) return;
+    if (cop->reception == Reception::kNotBegun) SwitchRawReception(link->Device(), true);
     cop->reception = Reception::kOver;
-    SwitchRawReception(link->device, false);
+    SwitchRawReception(link->Device(), false);
 }
 
 void CommReceiveFunc(void* argument) {
@@ -106,6 +124,7 @@ void CommReceiveFunc(void* argument) {
     DeleteTracked(started);
     LinkRecord* link = receiver.link.Get();
     ComPrimitive* cop = receiver.cop.Get();
+    cop->receiver_calls.CountForThisThread();
     cop->receive_thread_id.store(OsCurrentThreadId());
     RECEIVER_LOG(" starting thread for CoP");
     BeginReception(link, cop);
@@ -201,8 +220,11 @@ void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
     if (!AwaitEnd(*link, *cop)) {
         WORKER_LOG("   Failed to stop thread");
         OsThreadTerminate(cop->receive_thread);
+        cop->receiver_calls.GiveUp();
     }
-    EndReception(link, cop);  // on behalf of a thread that was terminated or is inside PDUDestruct
+    // On behalf of a thread that is inside PDUDestruct or did not end. One that was left to itself
+    // may own the mutex.
+    EndReception(link, cop, GetWorkerLimits().join_slice_ms);
 }
 
 }  // namespace tarvik

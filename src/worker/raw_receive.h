@@ -12,7 +12,8 @@ void StartRawReception(LinkRecord* link, ComPrimitive* cop);
 
 // Part of the link's clean-up: asks the thread of this ComPrimitive to stop and waits until it has
 // ended, however long a callback of the application takes. During PDUDestruct the wait is limited:
-// a thread that takes longer is terminated, and the thread that calls PDUDestruct is left alone.
+// a thread that takes longer is terminated, or left to itself where the system cannot do that, and
+// the thread that calls PDUDestruct is left alone.
 void StopRawReception(LinkRecord* link, ComPrimitive* cop);
 
 }  // namespace tarvik

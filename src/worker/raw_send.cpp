@@ -19,7 +19,7 @@ void SendFrame(LinkRecord* link, const ComPrimitive& cop) {
     const HexText bytes(data.data, data.size);
     WORKER_LOG("   RAW: Send CAN frame 0x%04X %s %s", link->rawCanId,
                cop.extended_frame ? "(extended)" : "", bytes.c_str());
-    SendRawFrame(link->device, link->rawCanId, data);
+    SendRawFrame(link->Device(), link->rawCanId, data);
 }
 
 }  // namespace

@@ -17,9 +17,10 @@ namespace {
 constexpr std::uint32_t kAddressPhysical = 1;
 constexpr std::uint32_t kAddressFunctional = 2;
 
-// The link's response table as it is now; empty after a failed copy, or when the link is destroyed.
+// The link's response table as it is now; empty after a failed copy, or when another thread has
+// destroyed the link.
 Ref<UniqueRespTable> ResponseTable(LinkRecord* link) {
-    const LinkMutexGuard mutex(link);
+    const LinkMutexGuard mutex(link, LinkUser::kWorker);
     return mutex ? link->unique_table : Ref<UniqueRespTable>();
 }
 

@@ -71,7 +71,7 @@ bool Transmit(LinkRecord* link, const ComPrimitive& cop, const PDU_UNIQUE_RESP_I
         ConsolePrint("[%s] > 0x%X/0x%X, Rx 0x%X (%u ms) %s\n", __func__, ids.functional,
                      ids.physical, ids.response, timeout_ms, bytes.c_str());
     }
-    const CommLink exchange{link->device, &link->running};
+    const CommLink exchange{link->Device(), &link->may_exchange};
     answer->wait_time = kWaitTimeError;
     const bool exchanged = CommRequest(
         &exchange,

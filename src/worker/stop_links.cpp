@@ -1,5 +1,7 @@
 #include "worker/stop_links.h"
 
+#include <utility>
+
 #include "objects/link_record.h"
 #include "objects/modules.h"
 #include "platform/tick.h"
@@ -28,45 +30,62 @@ DetachedLinks DetachLinks(ModuleSlot& slot) {
 void TellWorkerToStop(LinkRecord* link) {
     link->stop_deadline_ms.store(TickMs() + GetWorkerLimits().receiver_stop_ms);
     link->destructing_thread.store(OsCurrentThreadId());
+    link->may_exchange.store(false);
     link->running.store(false);
     link->pending.Wake();
 }
 
-// Waits for a link's worker, and terminates one that does not end in time. If the worker itself is
-// the caller (PDUDestruct inside a callback), it is left alone and releases the record when it
-// ends.
-void EndWorker(LinkRecord* link, bool announced) {
+// Waits for a link's worker, and terminates one that does not end in time. Where threads cannot be
+// terminated it is left to itself. If the worker itself is the caller (PDUDestruct inside a
+// callback), it is left alone. Whichever thread is left releases the record when it ends.
+void EndWorker(LinkRecord* link) {
     if (link->thread == nullptr || OsThreadIsCurrent(link->thread)) return;
     void* handle = OsThreadHandle(link->thread);
-    if (announced) {
-        Log(kLogTrace, "[%s] Waiting for Thread handle 0x%p to exit (LogicalLink #%u)",
-            "PDUDestruct", handle, link->hCLL);
-    }
+    Log(kLogTrace, "[%s] Waiting for Thread handle 0x%p to exit (LogicalLink #%u)", "PDUDestruct",
+        handle, link->hCLL);
     if (!OsThreadJoin(link->thread, GetWorkerLimits().worker_stop_ms)) {
         Log(kLogTrace, "[%s] Thread 0x%p for link #%u did not exit, terminating", "PDUDestruct",
             handle, link->hCLL);
         OsThreadTerminate(link->thread);
+        link->worker_calls.GiveUp();
     }
-    if (announced) {
-        Log(kLogTrace, "[%s] Closing Thread handle 0x%p (LogicalLink #%u)", "PDUDestruct", handle,
-            link->hCLL);
-    }
+    Log(kLogTrace, "[%s] Closing Thread handle 0x%p (LogicalLink #%u)", "PDUDestruct", handle,
+        link->hCLL);
 }
 
 // Releases the table's reference. Normally it is the last one, so the queues, the response table,
 // the mutex and the record go with it.
-void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position, bool was_active) {
-    if (was_active) {
-        Log(kLogTrace, "[%s] Stopping logical link #%u on module #%u", "PDUDestruct", position,
-            module);
-    }
-    EndWorker(link.Get(), was_active);
-    if (!was_active) return;
+void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position) {
+    Log(kLogTrace, "[%s] Stopping logical link #%u on module #%u", "PDUDestruct", position, module);
+    EndWorker(link.Get());
+    link->detached.store(true);
     // Nobody can find the link any more, so a last reference stays the last.
     if (link->IsOnlyReference()) {
         link->announce_release = true;
     } else {
         LogMutexRelease(*link.Get());
+    }
+}
+
+// A destroyed link is not stopped: its worker ends by itself, unless the application keeps it
+// inside a callback. Its last words to the dongle should still reach it, so a worker that is about
+// to end is given the time, until `deadline`.
+void ReleaseDestroyedLink(LinkRef link, std::uint64_t deadline) {
+    const std::uint64_t now = TickMs();
+    if (!OsThreadIsCurrent(link->thread)) {
+        OsThreadJoin(link->thread, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0);
+        link->worker_calls.GiveUp();
+    }
+    link->detached.store(true);
+}
+
+// Takes the links that `wanted` accepts out of the array.
+template <typename Accept, typename Use>
+void TakeLinks(DetachedLinks& detached, Accept wanted, Use use) {
+    for (std::uint32_t i = 0; i < detached.count; ++i) {
+        LinkRecord*& link = detached.links.get()[i];
+        if (link == nullptr || !wanted(*link)) continue;
+        use(i, LinkRef::Adopt(std::exchange(link, nullptr)));
     }
 }
 
@@ -80,25 +99,25 @@ void StopModuleLinks(std::uint32_t module, ModuleSlot& slot) {
         detached = DetachLinks(slot);
     }
     // Asks all workers to stop before waiting for the first, so that many end as fast as one.
-    Tracked<bool> active(static_cast<bool*>(AllocateArray(detached.count, sizeof(bool))));
     for (std::uint32_t i = 0; i < detached.count; ++i) {
         LinkRecord* link = detached.links.get()[i];
-        if (link == nullptr) continue;
-        if (active != nullptr) active.get()[i] = link->running.load();
-        TellWorkerToStop(link);
+        if (link != nullptr && link->running.load()) TellWorkerToStop(link);
     }
     std::uint32_t stopped = 0;
-    for (std::uint32_t i = 0; i < detached.count; ++i) {
-        LinkRecord* link = detached.links.get()[i];
-        if (link == nullptr) continue;
-        const bool was_active = active == nullptr || active.get()[i];
-        if (was_active) ++stopped;
-        StopLink(LinkRef::Adopt(link), module, i, was_active);
-    }
+    const auto told = [](const LinkRecord& link) { return link.destructing_thread.load() != 0; };
+    TakeLinks(detached, told, [&](std::uint32_t position, LinkRef link) {
+        StopLink(std::move(link), module, position);
+        ++stopped;
+    });
     if (stopped > 0) {
         Log(kLogTrace, "[%s] Cleaned up %u logical links for module %u", "PDUDestruct", stopped,
             module);
     }
+    const std::uint64_t deadline = TickMs() + GetWorkerLimits().destroyed_end_ms;
+    const auto any = [](const LinkRecord&) { return true; };
+    TakeLinks(detached, any, [&](std::uint32_t, LinkRef link) {
+        ReleaseDestroyedLink(std::move(link), deadline);
+    });
 }
 
 }  // namespace

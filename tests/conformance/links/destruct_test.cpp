@@ -136,14 +136,15 @@ namespace {
 
 std::atomic<bool> callback_is_stuck{false};
 
-void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) {
+// Cannot be unwound: an application may have any function around it.
+void PDU_CALL StuckCallback(T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) noexcept {
     callback_is_stuck.store(true);
     BlockForever();
 }
 
 }  // namespace
 
-// The worker is stuck in the application's callback and is terminated.
+// The worker is stuck in the application's callback. It is terminated, or left there.
 FRESH_PROCESS_TEST(Termination, OfAWorkerStuckInACallbackLetsDestructContinue) {
     const UNUM32 hMod = ConstructWithSerial();
     ASSERT_NE(hMod, PDU_HANDLE_UNDEF);

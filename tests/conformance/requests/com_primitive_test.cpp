@@ -309,6 +309,21 @@ TEST_F(ComPrimitives, DestroyedLinkEndsItsRequestInFlight) {
     EXPECT_TRUE(log.HasLike("[CommThreadFunc]   free CoP #*"));
 }
 
+TEST_F(ComPrimitives, LinkDestroyedInItsExecutingCallbackStillSendsTheRequest) {
+    const LogCapture log;
+    CallbackSpy spy;
+    {
+        EngineLink link(hMod);
+        spy.OnCall([&link](const CallbackCall&) { link.Destroy(); });
+        link.Register(spy.Function());
+        link.StartRequest(ReadVin());
+        EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        EXPECT_TRUE(Eventually([&] { return log.Has("[CommThreadFunc] exiting"); }));
+    }
+    EXPECT_FALSE(log.HasLike("*Failed to duplicate UniqueRespTable"));
+    EXPECT_TRUE(log.HasLike("[Transmit]   Rx (*"));
+}
+
 TEST_F(ComPrimitives, DestructEndsARequestInFlight) {
     EngineLink link(hMod);
     simulator.Command(R"(behaviour {"lost": true})");

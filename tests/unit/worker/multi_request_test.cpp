@@ -67,7 +67,7 @@ TEST_F(MultiRequest, HandsItsDataIdentifiersAndTimeToTheExchange) {
                          const std::atomic<bool>* abort) {
         ++calls;
         EXPECT_EQ(used.queues, &dongle);
-        EXPECT_EQ(used.running, &link->running);
+        EXPECT_EQ(used.running, &link->may_exchange);
         EXPECT_EQ(abort, &cop->abort);
         EXPECT_EQ(request.req_id, kCop);
         EXPECT_EQ(request.can_id_tx_func, 0x7DFu);

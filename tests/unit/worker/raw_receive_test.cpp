@@ -312,6 +312,23 @@ TEST_F(BusyRawReceive, IsTerminatedWhenADestructsTimeIsUp) {
     EXPECT_EQ(RecordedTermination::Last(), cop->receive_thread);
 }
 
+// As a thread that is terminated while it sends leaves it.
+TEST_F(BusyRawReceive, ReceptionMutexThatItsThreadLeftOwnedDoesNotHoldUpTheWorker) {
+    const RecordedTermination termination;
+    ASSERT_NE(OsMutexLock(link->reception_mutex, 0), MutexWait::kTimeout);
+    link->destructing_thread = 1;
+    link->stop_deadline_ms = TickMs();
+    std::atomic<bool> stopped{false};
+    Thread stopper([&] {
+        Stop(cop);
+        stopped = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return stopped.load(); }));
+    OsMutexUnlock(link->reception_mutex);
+    stopper.Join();
+    EXPECT_EQ(Switches(), Flags{});
+}
+
 TEST_F(BusyRawReceive, IsNotWaitedForWhenItDestructsTheLibrary) {
     const LogCapture log;
     link->destructing_thread = cop->receive_thread_id.load();

@@ -131,11 +131,37 @@ TEST_F(SendRecv, MissingTableIsAnError) {
     EXPECT_EQ(ThreadLines(log).back(), "   Failed to duplicate UniqueRespTable");
 }
 
-TEST_F(SendRecv, TableOfADestroyedLinkCountsAsMissing) {
-    link->running = false;
+// The thread that destroys a link keeps its mutex.
+TEST_F(SendRecv, TableOfALinkThatAnotherThreadDestroyedCountsAsMissing) {
+    std::atomic<bool> destroyed{false};
+    std::atomic<bool> done{false};
+    Thread destroyer([&] {
+        OsMutexLock(link->mutex, -1);
+        link->running = false;
+        destroyed = true;
+        EXPECT_TRUE(Eventually([&] { return done.load(); }));
+        OsMutexUnlock(link->mutex);
+    });
+    EXPECT_TRUE(Eventually([&] { return destroyed.load(); }));
     const LogCapture log;
     Run(MakeRequest());
+    done = true;
     EXPECT_EQ(ThreadLines(log).back(), "   Failed to duplicate UniqueRespTable");
+}
+
+TEST_F(SendRecv, WorkerThatHasDestroyedItsLinkGoesOn) {
+    OsMutexLock(link->mutex, -1);
+    link->running = false;
+    bool asked = false;
+    exchange = [&](const CommLink&, const CommRequestData&, CommAnswer*) {
+        asked = true;
+        return false;
+    };
+    const LogCapture log;
+    Run(MakeRequest());
+    OsMutexUnlock(link->mutex);
+    EXPECT_TRUE(asked);
+    EXPECT_FALSE(log.Mentions("Failed to duplicate"));
 }
 
 TEST_F(SendRecv, GivesTheLinksMutexBackBeforeTheExchange) {

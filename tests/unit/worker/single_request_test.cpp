@@ -55,7 +55,7 @@ TEST_F(SingleRequest, HandsItsDataIdentifiersAndTimeToTheExchange) {
     exchange = [&](const CommLink& used, const CommRequestData& request, CommAnswer* answer) {
         ++calls;
         EXPECT_EQ(used.queues, &dongle);
-        EXPECT_EQ(used.running, &link->running);
+        EXPECT_EQ(used.running, &link->may_exchange);
         EXPECT_EQ(request.req_id, kCop);
         EXPECT_EQ(Hex(request.data, request.data_len), "22F190");
         EXPECT_EQ(request.can_id_tx, 0x7E0u);

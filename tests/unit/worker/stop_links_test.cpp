@@ -73,7 +73,11 @@ TEST_F(StopLinks, EndsEveryLinkOfAModule) {
 
 TEST_F(StopLinks, ModuleWithoutLinksIsNotChecked) { EXPECT_EQ(Stop(), Texts{}); }
 
-TEST_F(StopLinks, DestroyedLinkIsWaitedForWithoutALine) {
+// The worker is inside a callback, which returns only after the links have been stopped.
+TEST_F(StopLinks, DestroyedLinkIsSkipped) {
+    const LimitsScope scope;
+    worker_limits.destroyed_end_ms = 1;
+    const RecordedTermination termination;
     const LinkRef destroyed = Create();
     Create();
     std::atomic<bool> entered{false};
@@ -87,16 +91,22 @@ TEST_F(StopLinks, DestroyedLinkIsWaitedForWithoutALine) {
     StartUpdate(destroyed);
     ASSERT_TRUE(Eventually([&] { return entered.load(); }));
     EXPECT_EQ(PDUDestroyComLogicalLink(0, 0), PDU_STATUS_NOERROR);
-    Thread releaser([&] {
-        EXPECT_TRUE(Eventually([&] { return destroyed->destructing_thread != 0u; }));
-        released = true;
-    });
     const Texts lines = Stop();
-    EXPECT_TRUE(OsThreadJoin(destroyed->thread, 0));
+    EXPECT_FALSE(OsThreadJoin(destroyed->thread, 0));
+    EXPECT_EQ(RecordedTermination::Last(), nullptr);
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[0], "Checking 2 logical links for module 0");
     EXPECT_EQ(lines[1], "Stopping logical link #1 on module #0");
     EXPECT_EQ(lines[5], "Cleaned up 1 logical links for module 0");
+    released = true;
+    EXPECT_TRUE(Eventually([&] { return OsThreadJoin(destroyed->thread, 100); }));
+}
+
+TEST_F(StopLinks, DestroyedLinkIsReleasedByTheLastThatHoldsIt) {
+    const MemoryUse before = LiveMemory();
+    EXPECT_EQ(PDUDestroyComLogicalLink(0, Create()->hCLL), PDU_STATUS_NOERROR);
+    Stop();
+    EXPECT_TRUE(Eventually([&] { return LiveMemory() == before; }));
 }
 
 TEST_F(StopLinks, DestroyedLinksAloneAreNotCounted) {
@@ -190,17 +200,63 @@ TEST_F(StopLinks, WorkerThatStopsTheLinksIsNotWaitedFor) {
     EXPECT_TRUE(Eventually([&] { return OsThreadJoin(link->thread, 100); }));
 }
 
-TEST_F(StopLinks, WithoutMemoryEveryLinkCountsAsActive) {
-    Create();
-    Create();
-    EXPECT_EQ(PDUDestroyComLogicalLink(0, 0), PDU_STATUS_NOERROR);
-    const LogCapture log;
-    {
-        const FailingHeap heap;
-        StopAllLinks();
-    }
-    EXPECT_TRUE(log.Has("[PDUDestruct] Stopping logical link #0 on module #0"));
-    EXPECT_TRUE(log.Has("[PDUDestruct] Cleaned up 2 logical links for module 0"));
+// What a worker does after its link was stopped reaches neither the application nor the dongle.
+TEST_F(StopLinks, WorkerThatIsLeftBehindIsDetached) {
+    const LimitsScope scope;
+    const RecordedTermination termination;
+    worker_limits.worker_stop_ms = 1;
+    const LinkRef link = Create();
+    static std::atomic<int> calls;
+    calls = 0;
+    std::atomic<bool> released{false};
+    on_event = [&](std::uint32_t) {
+        ++calls;
+        while (!released)
+            SleepMs(1);
+    };
+    EXPECT_EQ(PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, OnEvent),
+              PDU_STATUS_NOERROR);
+    // Its end is a second event, for which the link's own callback is no longer asked.
+    EXPECT_EQ(PDUStartComPrimitive(0, link->hCLL, PDU_COPT_STARTCOMM, 0, nullptr, nullptr, nullptr,
+                                   nullptr),
+              PDU_STATUS_NOERROR);
+    ASSERT_TRUE(Eventually([&] { return calls == 1; }));
+    Stop();
+    DeviceQueues dongle;
+    link->device = &dongle;
+    EXPECT_EQ(link->Device(), nullptr);
+    released = true;
+    EXPECT_TRUE(Eventually([&] { return OsThreadJoin(link->thread, 100); }));
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr),
+              PDU_STATUS_NOERROR);
+}
+
+// A callback that is stuck inside a call of the API is not waited for again.
+TEST_F(StopLinks, CallsOfAWorkerThatWasGivenUpDoNotCount) {
+    const LimitsScope scope;
+    const RecordedTermination termination;
+    worker_limits.worker_stop_ms = 1;
+    const LinkRef link = Create();
+    std::atomic<bool> entered{false};
+    std::atomic<bool> released{false};
+    on_event = [&](std::uint32_t) {
+        const ApiCall call;
+        entered = true;
+        while (!released)
+            SleepMs(1);
+    };
+    StartUpdate(link);
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    // Two waits, for the two generations of calls: one of them is the call's.
+    EXPECT_FALSE(WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0));
+    Stop();
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
+    released = true;
+    EXPECT_TRUE(Eventually([&] { return OsThreadJoin(link->thread, 100); }));
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
 }
 
 }  // namespace

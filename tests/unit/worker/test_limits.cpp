@@ -12,6 +12,7 @@ WorkerLimits worker_limits = {.request_poll_ms = 100,
                               .receive_poll_ms = 100,
                               .join_slice_ms = 1,
                               .worker_stop_ms = 10'000,
+                              .destroyed_end_ms = 10'000,
                               .receiver_stop_ms = 5'000};
 
 }  // namespace test

@@ -128,6 +128,7 @@ protected:
         link->CllTag = &link_tag;
         link->device = &dongle;
         link->mutex = OsMutexCreate();
+        link->reception_mutex = OsMutexCreate();
         link->pending.Initialize();
         link->registry.Initialize();
         link->events.Initialize();
