@@ -10,18 +10,19 @@ bool CheckInitialized(bool initialized, const char* who, const char* consequence
 }
 
 OsThread* StartThreadWithFlag(std::atomic<bool>* running, OsThreadEntry entry,
-                              const char* description) {
+                              const char* description, void* argument) {
     *running = true;
-    OsThread* thread = OsThreadStart(entry, nullptr, description);
+    OsThread* thread = OsThreadStart(entry, argument, description);
     if (thread == nullptr) *running = false;
     return thread;
 }
 
-void AwaitAndCloseThread(OsThread* thread, std::int32_t timeout_ms, const char* function,
+bool AwaitAndCloseThread(OsThread* thread, std::int32_t timeout_ms, const char* function,
                          const char* name) {
     Log(kLogTrace, "[%s] Wait for %s", function, name);
-    OsThreadJoin(thread, timeout_ms);
+    const bool ended = OsThreadJoin(thread, timeout_ms);
     LogAndCloseThread(thread, function, name);
+    return ended;
 }
 
 void LogAndCloseThread(OsThread* thread, const char* function, const char* name) {

@@ -17,10 +17,11 @@ bool CheckInitialized(bool initialized, const char* who, const char* consequence
 // Starts a thread that runs while `running` is set; sets it first. Null, with `running` cleared:
 // the system refused, OsLastError() has the reason.
 OsThread* StartThreadWithFlag(std::atomic<bool>* running, OsThreadEntry entry,
-                              const char* description);
+                              const char* description, void* argument = nullptr);
 
 // Waits for the thread, at most timeout_ms (-1: no limit), and closes it. Logs both under `name`.
-void AwaitAndCloseThread(OsThread* thread, std::int32_t timeout_ms, const char* function,
+// False: it still runs.
+bool AwaitAndCloseThread(OsThread* thread, std::int32_t timeout_ms, const char* function,
                          const char* name);
 void LogAndCloseThread(OsThread* thread, const char* function, const char* name);
 

@@ -126,8 +126,8 @@ bool SendSync(SerialPort* port) {
     return true;
 }
 
-bool Synchronize(SerialPort* port) {
-    for (int i = 0; i < kSyncTries && serial->running; ++i) {
+bool Synchronize(SerialPort* port, std::uint32_t generation) {
+    for (int i = 0; i < kSyncTries && IsSerialRunning(generation); ++i) {
         ConsolePrint("COM%d: Send SYNC\n", port->number);
         if (!SendSync(port)) return false;
         const PacketPtr answer =
@@ -145,7 +145,7 @@ void MarkConnected(SerialPort* port) {
 }
 
 // Opens the port, starts its threads and synchronises with the dongle. Under the session lock.
-void ConnectSerialPort(std::int32_t number, const char* path) {
+void ConnectSerialPort(std::int32_t number, const char* path, std::uint32_t generation) {
     SerialPort& port = PortOf(number);
     ResetPort(&port, number);
     if (!OpenPortHandle(&port, path) || !StartPortThreads(&port)) {
@@ -153,9 +153,9 @@ void ConnectSerialPort(std::int32_t number, const char* path) {
         StateOf(number) = PortState::kFailed;
         return;
     }
-    if (!Synchronize(&port)) {
+    if (!Synchronize(&port, generation)) {
         StateOf(number) = PortState::kFailed;
-        if (serial->running) {
+        if (IsSerialRunning(generation)) {
             ConsolePrint("COM%d: Device did not respond\n", number);
             Log(kLogTrace, "[%s] COM%d: No response from device. Closing again.", kConnectName,
                 number);
@@ -212,10 +212,12 @@ void NoteDeparture(std::int32_t number) {
 }
 
 // One scan: notes the ports that appeared or disappeared and connects the new ones.
-void SerialConnect() {
+void SerialConnect(std::uint32_t generation) {
     LockGuard hold(serial->session_lock);
     std::memset(present_ports, 0, sizeof present_ports);
-    if (!DiscoverPorts(NotePresentPort, nullptr)) {
+    const bool listed = DiscoverPorts(NotePresentPort, nullptr);
+    if (!IsSerialRunning(generation)) return;
+    if (!listed) {
         ConsolePrint("Failed to get device information set\n");
         return;
     }
@@ -227,22 +229,23 @@ void SerialConnect() {
         }
         CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind);
     }
-    for (std::int32_t number = 0; number < kSerialPortCount && serial->running; ++number) {
+    for (std::int32_t number = 0; number < kSerialPortCount && IsSerialRunning(generation);
+         ++number) {
         if (!present_ports[number].present || StateOf(number) != PortState::kDetected) continue;
         ConsolePrint("COM%d: Connecting to new device\n", number);
-        ConnectSerialPort(number, present_ports[number].path);
+        ConnectSerialPort(number, present_ports[number].path, generation);
     }
 }
 
 // ---------------------------------------------------------------- the connect thread
 
-void PauseBetweenScans() {
+void PauseBetweenScans(std::uint32_t generation) {
     const auto pause_ms = static_cast<std::uint64_t>(GetSerialLimits().scan_pause_ms);
     const std::uint64_t deadline = TickMs() + pause_ms;
     LockGuard hold(serial->change_lock);
     for (;;) {
         const std::uint64_t now = TickMs();
-        if (!serial->running || now >= deadline) return;
+        if (!IsSerialRunning(generation) || now >= deadline) return;
         serial->changed.Wait(serial->change_lock, static_cast<std::int32_t>(deadline - now));
     }
 }
@@ -273,15 +276,27 @@ void StopAllPorts() {
 
 }  // namespace
 
-void SerialConnectThreadFunc(void*) {
-    while (serial->running) {
-        SerialConnect();
-        PauseBetweenScans();
+void AbandonSerialPorts() {
+    for (SerialPort& port : serial->ports) {
+        if (port.running) StopPort(&port);
+    }
+}
+
+void SerialConnectThreadFunc(void* argument) {
+    const auto generation = static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(argument));
+    {
+        // What a connect thread left that could not end in time.
+        LockGuard hold(serial->session_lock);
+        if (IsSerialRunning(generation)) StopAllPorts();
+    }
+    while (IsSerialRunning(generation)) {
+        SerialConnect(generation);
+        PauseBetweenScans(generation);
     }
     Log(kLogTrace, "[%s] Waiting for all Threads", kThreadName);
     {
         LockGuard hold(serial->session_lock);
-        StopAllPorts();
+        if (serial->generation == generation) StopAllPorts();
     }
     Log(kLogTrace, "[%s] Exiting", kThreadName);
 }

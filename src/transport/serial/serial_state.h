@@ -43,6 +43,7 @@ struct SerialPort {
 struct SerialState {
     std::atomic<bool> initialized{false};
     std::atomic<bool> running{false};
+    std::atomic<std::uint32_t> generation{0};  // counts the starts
     OsLock start_lock;  // held while the connect thread is started and while it is awaited
     OsThread* connect_thread = nullptr;  // guarded by start_lock
     OsLock session_lock;                 // one scan at a time; comes before a device lock
@@ -56,6 +57,12 @@ struct SerialState {
     std::array<SerialPort, kSerialPortCount> ports;
 };
 extern Immortal<SerialState> serial;
+
+// False for a connect thread of an earlier start too: it may have been held up by the system beyond
+// the time that a stop allows.
+inline bool IsSerialRunning(std::uint32_t generation) {
+    return serial->running && serial->generation == generation;
+}
 
 // Wakes the sleepers on `changed`; called after the change.
 void AnnounceSerialChange();

@@ -28,8 +28,10 @@ void SerialStart() {
     LockGuard hold(serial->start_lock);
     if (!config.useSerial || serial->running) return;
 
-    serial->connect_thread = StartThreadWithFlag(&serial->running, SerialConnectThreadFunc,
-                                                 "Tarvik SerialConnectThread");
+    const std::uint32_t generation = ++serial->generation;
+    serial->connect_thread =
+        StartThreadWithFlag(&serial->running, SerialConnectThreadFunc, "Tarvik SerialConnectThread",
+                            reinterpret_cast<void*>(std::uintptr_t{generation}));
     if (serial->connect_thread == nullptr) {
         Log(kLogTrace, "[%s] CreateThread failed", __func__);
         return;
@@ -44,9 +46,9 @@ void SerialStop() {
     serial->running = false;
     AnnounceSerialChange();
     OsThread* thread = std::exchange(serial->connect_thread, nullptr);
-    if (thread != nullptr) {
-        AwaitAndCloseThread(thread, GetSerialLimits().connect_thread_end_ms, __func__,
-                            "SerialConnectThread");
+    if (thread != nullptr && !AwaitAndCloseThread(thread, GetSerialLimits().connect_thread_end_ms,
+                                                  __func__, "SerialConnectThread")) {
+        AbandonSerialPorts();
     }
     Log(kLogTrace, "[%s] Done", __func__);
 }

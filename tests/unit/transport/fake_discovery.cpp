@@ -14,6 +14,7 @@ namespace {
 std::mutex plugged_lock;
 std::map<std::int32_t, std::string> plugged;  // guarded by plugged_lock
 std::atomic<bool> failing{false};
+std::mutex held_up;  // owned by HeldUpDiscovery; a scan passes through
 std::atomic<std::uint32_t> scan_count{0};
 
 }  // namespace
@@ -33,10 +34,14 @@ void UnplugAllPorts() {
 void FailDiscovery(bool fail) { failing = fail; }
 std::uint32_t ScanCount() { return scan_count; }
 
+HeldUpDiscovery::HeldUpDiscovery() { held_up.lock(); }
+HeldUpDiscovery::~HeldUpDiscovery() { held_up.unlock(); }
+
 }  // namespace test
 
 bool DiscoverPorts(FoundPort found, void* context) {
     ++test::scan_count;
+    { const std::lock_guard pass(test::held_up); }
     if (test::failing) return false;
     const std::lock_guard hold(test::plugged_lock);
     for (const auto& [number, path] : test::plugged)

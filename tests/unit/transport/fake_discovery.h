@@ -12,5 +12,13 @@ void UnplugAllPorts();
 void FailDiscovery(bool fail);
 // Scans started so far.
 std::uint32_t ScanCount();
+// While it lives, the system does not answer a scan.
+class HeldUpDiscovery {
+public:
+    HeldUpDiscovery();
+    ~HeldUpDiscovery();
+    HeldUpDiscovery(const HeldUpDiscovery&) = delete;
+    HeldUpDiscovery& operator=(const HeldUpDiscovery&) = delete;
+};
 
 }  // namespace tarvik::test

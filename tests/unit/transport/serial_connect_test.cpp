@@ -106,6 +106,63 @@ TEST_F(SerialConnectTest, KeepsScanningWhileItRuns) {
     EXPECT_TRUE(Eventually([=] { return ScanCount() >= scans + 3; }));
 }
 
+// Starts the transport, and stops it while the system does not answer a scan.
+class HeldUpSerialConnectTest : public SerialFixture {
+protected:
+    void StopWithScanHeldUp() {
+        held_up_.emplace();
+        const std::uint32_t scans = ScanCount();
+        EXPECT_TRUE(Eventually([=] { return ScanCount() > scans; }));
+        const UseLimits limits(kShortStop);
+        kSerialTransport.Stop();
+        EXPECT_FALSE(log_.Has("[SerialConnectThreadFunc] Exiting"));
+    }
+    void Release() { held_up_.reset(); }
+
+    LogCapture log_;
+
+private:
+    static constexpr SerialLimits kShortStop = [] {
+        SerialLimits limits = kPatientLimits;
+        limits.connect_thread_end_ms = 1;
+        return limits;
+    }();
+    std::optional<HeldUpDiscovery> held_up_;
+};
+
+TEST_F(HeldUpSerialConnectTest, PortsAreClosedWithoutTheConnectThread) {
+    const auto port = Connect(kPort);
+    StopWithScanHeldUp();
+    EXPECT_TRUE(Closes(*port));
+    EXPECT_TRUE(Reaches(kPort, PortState::kUnused));
+    Release();
+    EXPECT_TRUE(Eventually([&] { return log_.Has("[SerialConnectThreadFunc] Exiting"); }));
+    EXPECT_EQ(port->OpenCount(), 1u);
+    EXPECT_TRUE(OsAllowUnloading(10'000)) << "a thread still runs";
+}
+
+TEST_F(HeldUpSerialConnectTest, ThreadOfAnEarlierStartEndsAtItsNextLook) {
+    kSerialTransport.Start();
+    StopWithScanHeldUp();
+    kSerialTransport.Start();
+    Release();
+    EXPECT_TRUE(Eventually([&] { return log_.Has("[SerialConnectThreadFunc] Exiting"); }));
+    const auto port = Connect(kPort);
+    kSerialTransport.Stop();
+    EXPECT_EQ(log_.Count("[SerialConnectThreadFunc] Exiting"), 2u);
+    EXPECT_EQ(port->OpenCount(), 1u);
+}
+
+// The scan was about to find the port gone that the next start finds.
+TEST_F(HeldUpSerialConnectTest, NextStartFindsThePortsThatTheEarlierOneHad) {
+    const auto first = Connect(kPort);
+    StopWithScanHeldUp();
+    EXPECT_TRUE(Closes(*first));
+    kSerialTransport.Start();
+    Release();
+    EXPECT_TRUE(Reaches(kPort, PortState::kConnected));
+}
+
 TEST_F(SerialConnectTest, MissingDeviceListIsPrintedAndRetried) {
     StdoutCapture console;
     FailDiscovery(true);
