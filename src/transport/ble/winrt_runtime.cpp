@@ -66,16 +66,25 @@ Runtime::Runtime()
         Find("RoGetActivationFactory", &get_activation_factory_);
         Find("WindowsCreateString", &create_string_);
         Find("WindowsDeleteString", &delete_string_);
+        Find("CoIncrementMTAUsage", &increment_mta_usage_);
     }
     if (initialize_ == nullptr || uninitialize_ == nullptr || activate_instance_ == nullptr ||
         get_activation_factory_ == nullptr || create_string_ == nullptr ||
-        delete_string_ == nullptr) {
-        if (module_ != nullptr) ::FreeLibrary(module_);
+        delete_string_ == nullptr || increment_mta_usage_ == nullptr) {
         throw BleError("Bluetooth LE needs the Windows Runtime, which this system does not have");
     }
+    KeepApartment();
 }
 
-Runtime::~Runtime() { ::FreeLibrary(module_); }
+// Once, and never undone: nobody can know when the last object is gone.
+void Runtime::KeepApartment() {
+    static const CO_MTA_USAGE_COOKIE cookie = [this] {
+        CO_MTA_USAGE_COOKIE made = nullptr;
+        Check(increment_mta_usage_(&made));
+        return made;
+    }();
+    static_cast<void>(cookie);
+}
 
 // A thread that its program has already put into an apartment stays there, and LeaveThread does
 // nothing: the classes used here may be called from any apartment.

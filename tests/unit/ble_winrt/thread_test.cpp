@@ -50,6 +50,34 @@ TEST_F(WinrtRadio, ThreadWithItsOwnApartmentScansAndKeepsIt) {
     }).Join();
 }
 
+// The type of the apartment that a thread without one of its own belongs to, or kNoApartment.
+APTTYPE ApartmentOfOthers() {
+    APTTYPE type = kNoApartment;
+    conformance::Thread([&type] {
+        APTTYPE found{};
+        APTTYPEQUALIFIER qualifier{};
+        if (SUCCEEDED(::CoGetApartmentType(&found, &qualifier))) type = found;
+    }).Join();
+    return type;
+}
+
+TEST_F(WinrtDongle, ApartmentRemainsForALostDeviceWhenAllThreadsHaveLeftIt) {
+    Connect();
+    simulator.Command("lose");
+    ASSERT_TRUE(Eventually([&] { return record.Losses() == 1; }));
+    radio->LeaveThread();
+    EXPECT_EQ(Apartment(), kNoApartment);
+    EXPECT_EQ(ApartmentOfOthers(), APTTYPE_MTA);
+    radio->EnterThread();
+    device.reset();
+}
+
+TEST_F(WinrtRadio, ApartmentRemainsWhenTheRadioIsClosed) {
+    radio->LeaveThread();
+    radio.reset();
+    EXPECT_EQ(ApartmentOfOthers(), APTTYPE_MTA);
+}
+
 TEST_F(WinrtRadio, KeepsTheLibraryLoadedWhileTheRuntimeHoldsADelegate) {
     Scan();
     ASSERT_TRUE(Eventually([] { return winrt::delegates_alive == 0; }));

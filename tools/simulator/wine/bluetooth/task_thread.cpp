@@ -26,20 +26,38 @@ void TaskThread::Drain() {
     done->Wait();
 }
 
+namespace {
+
+// Only while a task runs: the system's own threads do not keep the program's apartment.
+class Apartment {
+public:
+    Apartment() { ::CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
+    ~Apartment() { ::CoUninitialize(); }
+    Apartment(const Apartment&) = delete;
+    Apartment& operator=(const Apartment&) = delete;
+};
+
+}  // namespace
+
 void TaskThread::Run() {
-    ::CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     std::unique_lock hold(lock_);
     for (;;) {
         while (tasks_.empty())
             changed_.Wait(lock_, INFINITE);
-        {
-            const std::function<void()> task = std::exchange(tasks_.front(), {});
-            tasks_.pop_front();
-            hold.unlock();
-            task();
-        }  // releases what the task held, outside the lock too
-        hold.lock();
+        RunNext(hold);
     }
+}
+
+void TaskThread::RunNext(std::unique_lock<Lock>& hold) {
+    {
+        std::function<void()> task = std::move(tasks_.front());
+        tasks_.pop_front();
+        hold.unlock();
+        const Apartment inside;
+        task();
+        task = {};  // releases what it held, inside the apartment and outside the lock
+    }
+    hold.lock();
 }
 
 void RuntimeThreads::Drain() {

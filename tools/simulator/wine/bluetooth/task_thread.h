@@ -20,6 +20,7 @@ public:
 
 private:
     void Run();
+    void RunNext(std::unique_lock<Lock>& hold);
 
     Lock lock_;
     Condition changed_;
