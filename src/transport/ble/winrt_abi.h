@@ -225,7 +225,7 @@ TARVIK_ASSERT_SLOT(AdvertisementWatcher, remove_Stopped, 22);
 // ---------------------------------------------------------------- GATT
 
 enum class CommunicationStatus : std::int32_t { kSuccess = 0 };
-enum class DescriptorValue : std::int32_t { kNotify = 1 };
+enum class DescriptorValue : std::int32_t { kNone = 0, kNotify = 1 };
 enum class WriteOption : std::int32_t { kWithoutResponse = 1 };
 enum class CacheMode : std::int32_t { kUncached = 1 };
 

@@ -21,7 +21,7 @@ void Completion::Wait(const Pointer<AsyncInfo>& operation, std::int32_t limit_ms
                                         : OsEventWaitEither(event_, give_up, limit_ms);
     if (over != 0) {
         operation.Get()->table->Cancel(operation.Get());
-        throw BleError(over > 0 ? "The operation was given up"
+        throw BleError(over > 0 ? kGivenUp
                                 : "The system did not finish the operation within " +
                                       std::to_string(limit_ms) + " ms");
     }

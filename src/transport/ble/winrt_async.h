@@ -8,6 +8,8 @@
 
 namespace tarvik::winrt {
 
+inline constexpr char kGivenUp[] = "The operation was given up";
+
 // The end of one operation. Shared with the operation's delegate, which may be called after the
 // waiter has given up.
 class Completion {
@@ -32,6 +34,7 @@ private:
 template <typename Result>
 Result Await(const Pointer<AsyncOperation<Result>>& operation, std::int32_t limit_ms,
              OsEvent* give_up = nullptr) {
+    if (!operation) Check(E_POINTER);
     using CompletedDelegate = Delegate<AsyncOperation<Result>*, AsyncState>;
     const auto completion = std::make_shared<Completion>();
     auto* delegate = new CompletedDelegate(

@@ -95,8 +95,10 @@ Pointer<Buffer> MakeBuffer(std::span<const std::uint8_t> bytes) {
 std::span<const std::uint8_t> BytesOf(const Pointer<Buffer>& buffer) {
     std::uint32_t length = 0;
     Call(buffer, &Buffer::Table::get_Length, &length);
+    if (length == 0) return {};
     std::uint8_t* bytes = nullptr;
     Call(buffer.Query<BufferByteAccess>(), &BufferByteAccess::Table::Buffer, &bytes);
+    if (bytes == nullptr) Check(E_POINTER);
     return {bytes, length};
 }
 

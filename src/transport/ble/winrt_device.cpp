@@ -3,6 +3,8 @@
 #include <atomic>
 #include <vector>
 
+#include "support/log.h"
+#include "transport/ble/ble_text.h"
 #include "transport/ble/winrt_async.h"
 #include "transport/ble/winrt_buffer.h"
 #include "transport/ble/winrt_limits.h"
@@ -14,6 +16,7 @@ using namespace winrt;
 namespace {
 
 constexpr std::size_t kAttributeOverhead = 3;  // bytes of a PDU besides the value
+constexpr std::uint16_t kSmallestPdu = 23;     // what every dongle accepts
 
 static_assert(static_cast<std::int32_t>(BleStatus::kSuccess) ==
               static_cast<std::int32_t>(CommunicationStatus::kSuccess));
@@ -65,7 +68,8 @@ public:
 
     // The system disconnects some time after the last object of the connection is closed.
     ~WinrtDevice() override {
-        Unsubscribe();
+        DisableNotifications();
+        RemoveHandlers();
         characteristic_ = {};
         characteristics_.clear();
         CloseObject(session_);
@@ -119,10 +123,11 @@ public:
             Call(service_, &Service3::Table::get_Session, session_.Receive());
             AddHandlers(handler);
             const BleStatus status = EnableNotifications();
-            if (status != BleStatus::kSuccess) Unsubscribe();
+            if (status != BleStatus::kSuccess) RemoveHandlers();
             return status;
         } catch (...) {
-            Unsubscribe();
+            DisableNotifications();
+            RemoveHandlers();
             throw;
         }
     }
@@ -163,15 +168,46 @@ private:
             [this, &handler](ValueChangedEventArgs* value) { ValueChanged(handler, value); });
     }
 
-    BleStatus EnableNotifications() {
+    BleStatus WriteDescriptor(DescriptorValue value, std::int32_t limit_ms, OsEvent* give_up) {
         Pointer<AsyncOperation<CommunicationStatus>> operation;
         Call(characteristic_,
-             &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync,
-             DescriptorValue::kNotify, operation.Receive());
-        return StatusOf(Await(operation, GetWinrtLimits().connect_ms, give_up_));
+             &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync, value,
+             operation.Receive());
+        return StatusOf(Await(operation, limit_ms, give_up));
     }
 
-    void Unsubscribe() noexcept {
+    BleStatus EnableNotifications() {
+        const BleStatus status =
+            WriteDescriptor(DescriptorValue::kNotify, GetWinrtLimits().connect_ms, give_up_);
+        notifying_ = status == BleStatus::kSuccess;
+        if (notifying_) AwaitLargerPdu();
+        return status;
+    }
+
+    // The system reports the smallest size until it has agreed on another one with the dongle,
+    // which may be some time after they have connected. Packets that do not fit meanwhile would be
+    // lost. A dongle may also stay with the smallest.
+    void AwaitLargerPdu() {
+        const WinrtLimits& limits = GetWinrtLimits();
+        for (std::int32_t waited_ms = 0; !lost_; waited_ms += limits.pdu_poll_ms) {
+            ReadLargestPdu();
+            if (largest_pdu_ > kSmallestPdu || waited_ms >= limits.pdu_wait_ms) return;
+            if (OsEventWait(give_up_, limits.pdu_poll_ms)) throw BleError(kGivenUp);
+        }
+    }
+
+    // A dongle that is still there learns that nobody listens any longer. If that fails, the end of
+    // the connection has the same effect.
+    void DisableNotifications() noexcept {
+        if (!std::exchange(notifying_, false) || lost_) return;
+        try {
+            WriteDescriptor(DescriptorValue::kNone, GetWinrtLimits().close_ms, nullptr);
+        } catch (...) {
+            Log(kLogTrace, "[BLE] Failed to disable notifications: %s", BleErrorText().text);
+        }
+    }
+
+    void RemoveHandlers() noexcept {
         value_changed_.End();
         status_changed_.End();
     }
@@ -202,11 +238,11 @@ private:
         if (status == ConnectionStatus::kDisconnected && !lost_.exchange(true)) handler.Lost();
     }
 
-    // The system and the dongle may agree on larger PDUs soon after they have connected.
+    void ReadLargestPdu() { Call(session_, &Session::Table::get_MaxPduSize, &largest_pdu_); }
+
+    // The system and the dongle may agree on larger PDUs at any time.
     bool Fits(std::size_t size) {
-        if (size + kAttributeOverhead > largest_pdu_) {
-            Call(session_, &Session::Table::get_MaxPduSize, &largest_pdu_);
-        }
+        if (size + kAttributeOverhead > largest_pdu_) ReadLargestPdu();
         return size + kAttributeOverhead <= largest_pdu_;
     }
 
@@ -215,7 +251,8 @@ private:
     Items<Service> services_;
     Pointer<Service3> service_;  // the selected one
     Pointer<Session> session_;
-    std::uint16_t largest_pdu_ = 0;  // as last read; only Write uses it
+    std::uint16_t largest_pdu_ = 0;  // as last read; only Subscribe and Write use it
+    bool notifying_ = false;         // the descriptor has been written
     Items<Characteristic> characteristics_;
     Pointer<Characteristic> characteristic_;  // the selected one
     std::atomic<bool> lost_{false};

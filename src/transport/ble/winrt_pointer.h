@@ -36,11 +36,14 @@ public:
     Interface** Receive() { return &object_; }
     void Swap(Pointer& other) noexcept { std::swap(object_, other.object_); }
 
+    // E_POINTER: there is no object.
     template <typename Other>
     HRESULT Query(Pointer<Other>* other) const {
+        if (object_ == nullptr) return E_POINTER;
         void* found = nullptr;
         const HRESULT result =
             AsInspectable()->table->QueryInterface(AsInspectable(), Other::kIid, &found);
+        if (SUCCEEDED(result) && found == nullptr) return E_POINTER;
         if (SUCCEEDED(result)) *other = Pointer<Other>(static_cast<Other*>(found));
         return result;
     }
@@ -58,10 +61,11 @@ private:
     Interface* object_ = nullptr;
 };
 
-// Calls a function of the object's table. Throws a BleError if it fails.
+// Calls a function of the object's table. Throws a BleError if it fails, or if there is no object:
+// a function that succeeds may still have returned none.
 template <typename Interface, typename Function, typename... Arguments>
 void Call(Interface* object, Function Interface::Table::*function, Arguments... arguments) {
-    Check((object->table->*function)(object, arguments...));
+    Check(object == nullptr ? E_POINTER : (object->table->*function)(object, arguments...));
 }
 template <typename Interface, typename Function, typename... Arguments>
 void Call(const Pointer<Interface>& object, Function Interface::Table::*function,

@@ -21,7 +21,8 @@ private:
 };
 
 // Makes the next call of `function`, or its operation, fail: "fail 0x80004005",
-// "error 0x80004005", "status 2", "cancel", "null", "never".
+// "error 0x80004005", "status 2", "cancel", "null", "none", "never", "value 23": see the
+// stand-in's rules.h.
 void PlanFault(const std::string& function, const std::string& fault);
 
 // The rules broken since the last report and the objects not released. Empty: none.

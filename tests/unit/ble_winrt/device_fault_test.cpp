@@ -90,7 +90,9 @@ TEST_F(WinrtFault, OperationThatNeverEndsIsGivenUpAfterItsLimit) {
 
 TEST_F(WinrtFault, SlowDongleIsGivenUpAndItsLateConnectionEnds) {
     simulator.Command(R"(radio {"connect_ms": 5000})");
-    UseRadio({.connect_ms = 100, .write_ms = 100});
+    WinrtLimits limits = LibraryWinrtLimits();
+    limits.connect_ms = 100;
+    UseRadio(limits);
     Open();
     EXPECT_NE(ErrorOf([&] { device->DiscoverServices(); }), "");
     device.reset();
@@ -110,6 +112,50 @@ TEST_F(WinrtFault, CancelConnectingEndsTheWaitForASlowDongle) {
 TEST_F(WinrtFault, DongleWithoutADeviceIsNotReachable) {
     PlanFault("FromBluetoothAddressAsync", "null");
     EXPECT_EQ(radio->Open(kDongleAddress), nullptr);
+}
+
+// Windows promises none of these.
+TEST_F(WinrtFault, SuccessWithoutAnObjectIsAnError) {
+    const auto expect_error = [&](const char* function, const char* fault) {
+        PlanFault(function, fault);
+        const std::string error = ErrorOfUse();
+        EXPECT_NE(error.find("(0x80004003)"), std::string::npos) << function << ": " << error;
+        EXPECT_EQ(TakeReport(), "") << function;
+    };
+    for (const char* function : kOperations)
+        expect_error(function, "none");
+    for (const char* function :
+         {"GetGattServicesWithCacheModeAsync", "GetCharacteristicsWithCacheModeAsync",
+          "get_Services", "get_Characteristics", "GetAt", "get_Session"}) {
+        expect_error(function, "null");
+    }
+    EXPECT_EQ(ErrorOfUse(), "");
+}
+
+TEST_F(WinrtFault, NotificationWithoutAValueIsReported) {
+    Connect();
+    for (const char* function : {"get_CharacteristicValue", "Buffer"}) {
+        const std::size_t before = record.Errors().size();
+        PlanFault(function, "null");
+        simulator.Command("notify 0102");
+        ASSERT_TRUE(Eventually([&] { return record.Errors().size() > before; })) << function;
+        EXPECT_NE(record.Errors().back().find("0x80004003"), std::string::npos) << function;
+    }
+    EXPECT_TRUE(record.Values().empty());
+}
+
+// The stand-in reports a connection that ends without an attempt to unsubscribe.
+TEST_F(WinrtFault, FailedUnsubscribingDoesNotKeepTheConnection) {
+    WinrtLimits limits = LibraryWinrtLimits();
+    limits.close_ms = 50;
+    UseRadio(limits);
+    for (const char* fault : {"fail 0x80070005", "error 0x800710DF", "status 1", "none", "never"}) {
+        Connect();
+        PlanFault("WriteClientCharacteristicConfigurationDescriptorAsync", fault);
+        device.reset();
+        EXPECT_EQ(TakeReport(), "") << fault;
+        EXPECT_TRUE(Eventually([&] { return RadioSays("\"connected\":false"); })) << fault;
+    }
 }
 
 TEST_F(WinrtFault, UnreadableNotificationIsReported) {

@@ -122,6 +122,61 @@ TEST_F(WinrtDongle, FailsAWriteThatDoesNotFitTheConnectionAndSendsNothing) {
     EXPECT_EQ(simulator.Count("in IDEN"), 1u);
 }
 
+// ---------------------------------------------------------------- the size of PDUs
+
+constexpr std::size_t kLargestPacket = 244;
+
+TEST_F(WinrtDongle, WaitsUntilTheSystemKnowsTheSizeOfPdus) {
+    for (int i = 0; i < 3; ++i)
+        PlanFault("get_MaxPduSize", "value 23");
+    Connect();
+    EXPECT_EQ(Write(PacketOf(kLargestPacket)), BleStatus::kSuccess);
+}
+
+TEST_F(WinrtDongle, ConnectsADongleThatStaysWithTheSmallestPdus) {
+    WinrtLimits limits = LibraryWinrtLimits();
+    limits.pdu_wait_ms = 100;
+    UseRadio(limits);
+    simulator.Command(R"(radio {"mtu": 23})");
+    Connect();
+    EXPECT_EQ(Write(PacketOf(20)), BleStatus::kSuccess);
+    EXPECT_EQ(Write(PacketOf(21)), BleStatus::kProtocolError);
+}
+
+TEST_F(WinrtDongle, CancelConnectingEndsTheWaitForTheSizeOfPdus) {
+    WinrtLimits limits = LibraryWinrtLimits();
+    limits.pdu_wait_ms = 60'000;
+    UseRadio(limits);
+    simulator.Command(R"(radio {"mtu": 23})");
+    Open();
+    ASSERT_EQ(device->DiscoverServices(), BleStatus::kSuccess);
+    ASSERT_TRUE(device->SelectService(kServiceUuid));
+    ASSERT_EQ(device->DiscoverCharacteristics(), BleStatus::kSuccess);
+    ASSERT_TRUE(device->SelectCharacteristic(kCharacteristicUuid));
+    conformance::Thread giver_up([&] {
+        ASSERT_TRUE(Eventually([&] { return RadioSays("\"subscribed\":true"); }));
+        radio->CancelConnecting();
+    });
+    EXPECT_EQ(ErrorOf([&] { device->Subscribe(record); }), "The operation was given up");
+    EXPECT_TRUE(RadioSays("\"subscribed\":false"));
+}
+
+TEST_F(WinrtDongle, LossEndsTheWaitForTheSizeOfPdus) {
+    WinrtLimits limits = LibraryWinrtLimits();
+    limits.pdu_wait_ms = 60'000;
+    UseRadio(limits);
+    simulator.Command(R"(radio {"mtu": 23})");
+    conformance::Gate ended;
+    conformance::Thread losing([&] {
+        ASSERT_TRUE(Eventually([&] { return RadioSays("\"subscribed\":true"); }));
+        simulator.Command("lose");
+        EXPECT_TRUE(ended.Wait());
+    });
+    Connect();
+    ended.Open();
+    EXPECT_TRUE(Eventually([&] { return record.Losses() == 1; }));
+}
+
 // ---------------------------------------------------------------- loss
 
 TEST_F(WinrtDongle, ReportsALossOnceAndThenFailsWrites) {

@@ -31,6 +31,26 @@ protected:
         Call(result, &ServicesResult::Table::get_Services, list.Receive());
         return list;
     }
+    template <typename Item>
+    using Items = std::vector<Pointer<Item>>;
+    template <typename Item>
+    static Items<Item> ItemsOf(const Pointer<Vector<Item>>& list) {
+        std::uint32_t count = 0;
+        Call(list, &Vector<Item>::Table::get_Size, &count);
+        Items<Item> items(count);
+        for (std::uint32_t i = 0; i < count; ++i)
+            Call(list, &Vector<Item>::Table::GetAt, i, items[i].Receive());
+        return items;
+    }
+    static Items<Characteristic> CharacteristicsOf(const Pointer<Service>& service) {
+        Pointer<AsyncOperation<CharacteristicsResult*>> operation;
+        Call(service.Query<Service3>(), &Service3::Table::GetCharacteristicsWithCacheModeAsync,
+             CacheMode::kUncached, operation.Receive());
+        const Pointer<CharacteristicsResult> result(Await(operation, 10'000));
+        Pointer<Vector<Characteristic>> list;
+        Call(result, &CharacteristicsResult::Table::get_Characteristics, list.Receive());
+        return ItemsOf(list);
+    }
     static void ExpectReported(const std::string& text) {
         const std::string report = TakeReport();
         EXPECT_NE(report.find(text), std::string::npos) << report;
@@ -102,6 +122,26 @@ TEST_F(RuntimeRules, OpenServiceKeepsTheConnection) {
     CloseObject(other);
     EXPECT_TRUE(RadioSays("\"connected\":true"));
     CloseObject(service);
+}
+
+TEST_F(RuntimeRules, ConnectionThatEndsWithNotificationsSwitchedOnIsReported) {
+    const Pointer<Device> opened = OpenDevice();
+    const Items<Service> services = ItemsOf(ServicesOf(opened));
+    const Items<Characteristic> characteristics = CharacteristicsOf(services.back());
+    const Pointer<Characteristic>& own = characteristics.front();
+    EventHandler<Characteristic, ValueChangedEventArgs> handler;
+    handler.Begin(own, &Characteristic::Table::add_ValueChanged,
+                  &Characteristic::Table::remove_ValueChanged, Characteristic::kValueChangedIid,
+                  [](ValueChangedEventArgs*) {});
+    Pointer<AsyncOperation<CommunicationStatus>> operation;
+    Call(own, &Characteristic::Table::WriteClientCharacteristicConfigurationDescriptorAsync,
+         DescriptorValue::kNotify, operation.Receive());
+    ASSERT_EQ(Await(operation, 10'000), CommunicationStatus::kSuccess);
+    handler.End();
+    for (const Pointer<Service>& service : services)
+        CloseObject(service);
+    CloseObject(opened);
+    ExpectReported("a connection ended with notifications switched on");
 }
 
 TEST_F(RuntimeRules, SecondHandlerAndEarlyResultOfAnOperationAreReported) {

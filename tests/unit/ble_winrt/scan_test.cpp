@@ -136,6 +136,28 @@ TEST_F(WinrtScan, ThrowsTheSystemsTextWhenItCannotStart) {
     }
 }
 
+// Windows promises none of these.
+TEST_F(WinrtScan, SuccessWithoutAnObjectIsAnError) {
+    PlanFault("ActivateInstance", "null");
+    EXPECT_NE(ErrorOf([&] { Start(); }).find("(0x80004003)"), std::string::npos);
+    for (const char* function : {"get_Advertisement", "get_DataSections", "GetAt", "Buffer"}) {
+        const std::size_t before = record.Errors().size();
+        PlanFault(function, "null");
+        Start();
+        EXPECT_TRUE(Eventually([&] { return record.Errors().size() > before; })) << function;
+        scan.reset();
+        EXPECT_NE(record.Errors().back().find("0x80004003"), std::string::npos) << function;
+        EXPECT_EQ(TakeReport(), "") << function;
+    }
+}
+
+TEST_F(WinrtScan, NameWithoutBytesIsNoName) {
+    PlanFault("get_Data", "null");
+    Start();
+    ASSERT_TRUE(Eventually([&] { return !record.Entries().empty(); }));
+    EXPECT_EQ(record.Entries().front().name, "");
+}
+
 TEST_F(WinrtScan, ReportsAnUnreadableAdvertisement) {
     for (const char* function : {"get_BluetoothAddress", "get_RawSignalStrengthInDBm",
                                  "get_Advertisement", "get_DataSections", "get_Size", "GetAt",

@@ -23,8 +23,10 @@ public:
         return NotOffered(ClassName(), "put_Length");
     }
     HRESULT STDMETHODCALLTYPE Buffer(BYTE** bytes) override {
+        if (const HRESULT fault = Enter("Buffer")) return fault;
+        if (ReturnsNull("Buffer", bytes)) return S_OK;
         *bytes = reinterpret_cast<BYTE*>(bytes_.data());
-        return Enter("Buffer");
+        return S_OK;
     }
 
 private:

@@ -58,6 +58,7 @@ public:
         : Object("GattValueChangedEventArgs"), value_(std::move(value)) {}
     HRESULT STDMETHODCALLTYPE get_CharacteristicValue(IBuffer** value) override {
         if (const HRESULT fault = Enter("get_CharacteristicValue")) return fault;
+        if (ReturnsNull("get_CharacteristicValue", value)) return S_OK;
         return Make<ByteBuffer>(value_).MoveTo(value);
     }
 
@@ -115,6 +116,18 @@ private:
         RadioClient::Get()->Ask(line, verb, [operation](const std::optional<std::string>& status) {
             operation->Complete(ParseStatus(status));
         });
+    }
+    void Subscribe(const Ref<StatusOperation>& operation) {
+        if (!IsReachable()) return operation->Complete(kUnreachable);
+        RadioClient::Get()->Ask("subscribe " + AddressText(link_->Address()), "subscribed",
+                                [operation, link = link_](const std::optional<std::string>& text) {
+                                    const INT32 status = ParseStatus(text);
+                                    AsyncStatus state = Completed;
+                                    operation->get_Status(&state);
+                                    // A program that has given up does not know.
+                                    if (status == 0 && state == Started) link->SetSubscribed(true);
+                                    operation->Complete(status);
+                                });
     }
     // The order of two simultaneous writes is undefined.
     void CheckLastWrite(const Ref<StatusOperation>& next) {
@@ -182,6 +195,7 @@ HRESULT Characteristic::WriteValueWithOptionAsync(IBuffer* value, INT32 option,
 HRESULT Characteristic::WriteClientCharacteristicConfigurationDescriptorAsync(
     INT32 value, IStatusOperation** place) {
     constexpr const char* kFunction = "WriteClientCharacteristicConfigurationDescriptorAsync";
+    if (value == 0) link_->SetSubscribed(false);  // trying is enough
     if (const HRESULT fault = EnterOpen(kFunction)) return fault;
     if (value == 1 && value_changed_.All().empty()) {
         Violation("notifications switched on without a handler");
@@ -190,7 +204,7 @@ HRESULT Characteristic::WriteClientCharacteristicConfigurationDescriptorAsync(
         kFunction, place,
         [&](const Ref<StatusOperation>& operation) {
             const std::string address = AddressText(link_->Address());
-            if (value == 1) return Ask("subscribe " + address, "subscribed", operation);
+            if (value == 1) return Subscribe(operation);
             if (value == 0) return Ask("unsubscribe " + address, "unsubscribed", operation);
             Violation("a descriptor value of " + std::to_string(value));
             operation->Fail(E_INVALIDARG);
@@ -208,6 +222,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_Characteristics(ICharacteristics** list) override {
         if (const HRESULT fault = Enter("get_Characteristics")) return fault;
+        if (ReturnsNull("get_Characteristics", list)) return S_OK;
         return Make<List<ICharacteristics, ICharacteristic>>(list_).MoveTo(list);
     }
 
@@ -222,8 +237,10 @@ class Session final : public ClosableObject<IGattSession> {
 public:
     explicit Session(Link* link) : ClosableObject("GattSession"), link_(link), hold_(link) {}
     HRESULT STDMETHODCALLTYPE get_MaxPduSize(UINT16* size) override {
-        *size = link_->Mtu();
-        return EnterOpen("get_MaxPduSize");
+        if (const HRESULT fault = EnterOpen("get_MaxPduSize")) return fault;
+        const std::optional<Fault> planned = TakeFault("get_MaxPduSize");
+        *size = planned ? static_cast<UINT16>(planned->value) : link_->Mtu();
+        return S_OK;
     }
 
 private:
@@ -244,6 +261,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_Session(IGattSession** session) override {
         if (const HRESULT fault = EnterOpen("get_Session")) return fault;
+        if (ReturnsNull("get_Session", session)) return S_OK;
         Ref<Session> made = Make<Session>(link_);
         made->Set();
         return made.MoveTo(session);
@@ -307,6 +325,7 @@ HRESULT ServicesResult::get_Status(INT32* status) {
 
 HRESULT ServicesResult::get_Services(IGattServices** list) {
     if (const HRESULT fault = Enter("get_Services")) return fault;
+    if (ReturnsNull("get_Services", list)) return S_OK;
     return Make<List<IGattServices, IGattService>>(services_).MoveTo(list);
 }
 

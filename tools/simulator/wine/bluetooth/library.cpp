@@ -28,6 +28,7 @@ public:
     WatcherFactory() : Object("BluetoothLEAdvertisementWatcher class") {}
     HRESULT STDMETHODCALLTYPE ActivateInstance(IInspectable** instance) override {
         if (const HRESULT fault = Enter("ActivateInstance")) return fault;
+        if (ReturnsNull("ActivateInstance", instance)) return S_OK;
         return MakeWatcher().MoveTo(instance);
     }
 };

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "wine/bluetooth/radio_client.h"
+#include "wine/bluetooth/rules.h"
 
 namespace brennix {
 
@@ -67,11 +68,17 @@ void Link::OnAnswer(const std::string& mtu) {
         state_ = mtu.empty() ? State::kIdle : State::kConnected;
         if (!mtu.empty()) mtu_ = static_cast<std::uint16_t>(std::stoul(mtu));
         ++number_;
+        subscribed_ = false;
         waiting.swap(waiting_);
         TellAll();
     }
     for (const auto& done : waiting)
         done(!mtu.empty());
+}
+
+void Link::SetSubscribed(bool subscribed) {
+    const std::lock_guard hold(lock_);
+    subscribed_ = subscribed;
 }
 
 void Link::Hold() {
@@ -84,6 +91,9 @@ void Link::LetGo() {
     {
         const std::lock_guard hold(lock_);
         if (--held_ > 0 || state_ == State::kIdle || state_ == State::kEnding) return;
+        if (state_ == State::kConnected && subscribed_) {
+            Violation("a connection ended with notifications switched on");
+        }
         state_ = State::kEnding;
         waiting.swap(waiting_);
         RadioClient::Get()->Ask("disconnect " + AddressText(address_), "disconnected",

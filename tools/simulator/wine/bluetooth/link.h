@@ -38,6 +38,8 @@ public:
 
     // `done` gets whether there is a connection now.
     void Connect(std::function<void(bool)> done);
+    // Whether the program has switched notifications on, and not off again.
+    void SetSubscribed(bool subscribed);
     // Called by objects that keep the connection, which ends with the last of them.
     void Hold();
     void LetGo();
@@ -63,6 +65,7 @@ private:
     State state_ = State::kIdle;
     std::uint64_t number_ = 0;
     std::uint16_t mtu_ = 23;
+    bool subscribed_ = false;  // on this connection
     int held_ = 0;
     std::vector<std::function<void(bool)>> waiting_;  // waiting for the connection
     std::set<LinkListener*> listeners_;

@@ -161,6 +161,7 @@ public:
         : Object<Interface>("list"), items_(std::move(items)) {}
     HRESULT STDMETHODCALLTYPE GetAt(UINT32 index, Item** item) override {
         if (const HRESULT fault = Enter("GetAt")) return fault;
+        if (ReturnsNull("GetAt", item)) return S_OK;
         if (index >= items_.size()) return static_cast<HRESULT>(0x8000000B);  // E_BOUNDS
         SetHanded(items_[index].Get());
         return Ref<Item>(items_[index]).MoveTo(item);

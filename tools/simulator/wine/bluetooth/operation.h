@@ -139,6 +139,10 @@ HRESULT BeginOperation(const char* function, Interface** place,
     if (const HRESULT fault = Enter(function)) return fault;
     Ref<Made> made = Make<Made>();
     const std::optional<Fault> fault = TakeFault(function);
+    if (fault && fault->kind == Fault::Kind::kNone) {
+        *place = nullptr;
+        return S_OK;
+    }
     if (!fault) {
         begin(made);
     } else if (fault->kind == Fault::Kind::kError) {

@@ -68,7 +68,8 @@ bool PlanFault(const std::string& function, const std::string& fault) {
     static const std::map<std::string, Fault::Kind> kinds = {
         {"fail", Fault::Kind::kFail},     {"error", Fault::Kind::kError},
         {"status", Fault::Kind::kStatus}, {"cancel", Fault::Kind::kCancel},
-        {"null", Fault::Kind::kNull},     {"never", Fault::Kind::kNever}};
+        {"null", Fault::Kind::kNull},     {"none", Fault::Kind::kNone},
+        {"never", Fault::Kind::kNever},   {"value", Fault::Kind::kValue}};
     std::istringstream words(fault);
     std::string kind;
     std::string value = "0";

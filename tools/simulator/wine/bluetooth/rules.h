@@ -32,16 +32,26 @@ struct Fault {
         kError,   // its operation ends with the error `value`
         kStatus,  // its operation's result has the status `value`
         kCancel,  // its operation is cancelled
-        kNull,    // its operation has a null result
+        kNull,    // it, or its operation, succeeds with a null result
+        kNone,    // returns success without an operation
         kNever,   // its operation does not end
+        kValue,   // returns the number `value`
     };
     Kind kind;
     HRESULT value;
 };
 std::optional<Fault> TakeFault(const char* function);
-// Parses "fail 0x80004005", "error 0x80004005", "status 2", "cancel", "null", "never". False:
-// invalid.
+// Parses "fail 0x80004005", "error 0x80004005", "status 2", "cancel", "null", "none", "never",
+// "value 23". False: invalid.
 bool PlanFault(const std::string& function, const std::string& fault);
+
+// True: the function must succeed with a null result, which it has been given.
+template <typename Result>
+bool ReturnsNull(const char* function, Result** place) {
+    const std::optional<Fault> fault = TakeFault(function);
+    if (fault) *place = nullptr;
+    return fault.has_value();
+}
 
 // Called first in every function that programs call: the thread must have entered the runtime.
 // Returns the planned error, if any.

@@ -27,6 +27,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_Data(IBuffer** data) override {
         if (const HRESULT fault = Enter("get_Data")) return fault;
+        if (ReturnsNull("get_Data", data)) return S_OK;
         return Make<ByteBuffer>(data_).MoveTo(data);
     }
 
@@ -41,6 +42,7 @@ public:
         : Object("BluetoothLEAdvertisement"), sections_(std::move(sections)) {}
     HRESULT STDMETHODCALLTYPE get_DataSections(IDataSections** sections) override {
         if (const HRESULT fault = Enter("get_DataSections")) return fault;
+        if (ReturnsNull("get_DataSections", sections)) return S_OK;
         return Make<List<IDataSections, IDataSection>>(sections_).MoveTo(sections);
     }
 
@@ -77,6 +79,7 @@ public:
     }
     HRESULT STDMETHODCALLTYPE get_Advertisement(IAdvertisement** advertisement) override {
         if (const HRESULT fault = Enter("get_Advertisement")) return fault;
+        if (ReturnsNull("get_Advertisement", advertisement)) return S_OK;
         return Ref<Advertisement>(advertisement_).MoveTo(advertisement);
     }
 
