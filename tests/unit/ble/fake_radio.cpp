@@ -103,6 +103,8 @@ public:
         if (status != BleStatus::kSuccess) return status;
         FakeAccess::SetHandler(*dongle_, &handler);
         subscribed_ = true;
+        if (!dongle_->sent_while_subscribing.empty())
+            dongle_->Notify(dongle_->sent_while_subscribing);
         if (dongle_->lost_while_subscribing) dongle_->Lose();
         return status;
     }
@@ -189,7 +191,9 @@ public:
             dongle->ReleaseOpening();
     }
     void EnterThread() override {
-        ThrowUnlessEmpty(FakeRadio::enter_error);
+        const std::string& thread = FakeRadio::enter_fails_on;
+        if (thread.empty() || CurrentThreadName() == KeptThreadName(thread))
+            ThrowUnlessEmpty(FakeRadio::enter_error);
         ++entered;
         ++FakeRadio::threads;
     }
@@ -277,6 +281,7 @@ std::string FakeDongle::WriterName() const {
 
 void FakeRadio::Reset() {
     open_error = create_error = start_error = enter_error = advertisement_error = "";
+    enter_fails_on = "";
     open_foreign = false;
     cancelled = 0;
     const std::lock_guard hold(radio_lock);

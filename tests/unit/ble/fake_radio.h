@@ -51,6 +51,7 @@ public:
     std::int32_t rssi = -57;
     int advertisements = 1;  // in each scan
     bool lost_while_subscribing = false;
+    Bytes sent_while_subscribing;  // a notification, unless it is empty
 
     void Fail(const Fault& fault);  // until Work
     void Work();
@@ -100,6 +101,8 @@ public:
 
     // Thrown by OpenBleRadio, CreateScan, Start and EnterThread unless empty.
     static inline std::string open_error, create_error, start_error, enter_error;
+    // EnterThread throws only on threads with this description, unless empty.
+    static inline std::string enter_fails_on;
     static inline bool open_foreign = false;  // OpenBleRadio throws something that is no BleError
     static inline std::string advertisement_error;  // reported once in each scan
     // Existing radios, scans and devices; entries of threads that have not left.

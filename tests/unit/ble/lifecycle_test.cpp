@@ -159,6 +159,23 @@ TEST_F(BleLifecycleTest, DeinitGivesUpAnAttemptToConnect) {
     EXPECT_EQ(ConnectedCount(), 0u);
 }
 
+TEST_F(BleLifecycleTest, DeinitLeavesTheOtherDonglesOfAScanAlone) {
+    kBleTransport.Init();
+    const auto one = FakeRadio::Add();
+    const auto other = FakeRadio::Add(kAddress + 1);
+    one->HoldOpening();
+    other->HoldOpening();
+    LogCapture log;
+    Thread scan([] { EXPECT_EQ(Scan().size(), 0u); });
+    ASSERT_TRUE(Eventually([&] { return one->IsOpening() || other->IsOpening(); }));
+    kBleTransport.Deinit();
+    scan.Join();
+    std::size_t tried = 0;
+    for (const std::string& line : log.Lines())
+        tried += line.starts_with("[BLE] Connecting to device: ") ? 1u : 0u;
+    EXPECT_EQ(tried, 1u);
+}
+
 TEST_F(BleLifecycleTest, DongleIsFoundAgainAfterDeinitAndInit) {
     kBleTransport.Init();
     const auto dongle = FakeRadio::Add();

@@ -472,6 +472,15 @@ TEST_F(BleSlowConnection, IsTriedAgainByTheNextScanIfItFailsLater) {
     EXPECT_EQ(ScanInTime().size(), 1u);
 }
 
+TEST_F(BleSlowConnection, DoesNotDelayAnotherDongle) {
+    GiveUp();
+    FakeRadio::Remove(dongle_);  // out of range, but its attempt continues
+    const auto other = FakeRadio::Add(kAddress + 1);
+    EXPECT_EQ(ScanInTime().size(), 1u);
+    EXPECT_EQ(other->OpenCount(), 1);
+    EXPECT_TRUE(dongle_->IsOpening());
+}
+
 TEST_F(BleSlowConnection, IsNotStartedTwice) {
     GiveUp();
     Thread scan([this] { EXPECT_EQ(ScanInTime().size(), 1u); });

@@ -280,6 +280,30 @@ TEST_F(BleFixture, DongleLostWhileSubscribingIsNotReported) {
     EXPECT_EQ(ConnectedCount(), 1u);
 }
 
+// Its login would otherwise be taken for the answer to an IDEN that has not been sent.
+TEST_F(BleFixture, NotificationWhileSubscribingIsDropped) {
+    const auto dongle = FakeRadio::Add();
+    dongle->sent_while_subscribing = BytesOf(PacketWithText(kTypeTest, "early"));
+    const std::vector<DeviceReport> reports = Scan();
+    ASSERT_EQ(reports.size(), 1u);
+    dongle->Send(PacketWithText(kTypeTest, "late"));
+    EXPECT_EQ(BytesOf(TakePacket(&reports[0].queues->rx, 10'000)),
+              BytesOf(PacketWithText(kTypeTest, "late")));
+}
+
+TEST_F(BleFixture, DongleWhoseTransmitThreadCannotUseTheRadioIsLost) {
+    const auto dongle = FakeRadio::Add();
+    FakeRadio::enter_fails_on = "Tarvik BleTxThreadFunc";
+    FakeRadio::enter_error = "no apartment";
+    LogCapture log;
+    EXPECT_EQ(Scan().size(), 0u);
+    EXPECT_TRUE(log.Has("[BLE] TX thread cannot use the radio: no apartment"));
+    EXPECT_TRUE(Eventually([&] { return log.Has("[BLE] TX thread exiting"); }));
+    FakeRadio::enter_error = "";
+    EXPECT_EQ(Scan().size(), 1u);
+    EXPECT_EQ(ConnectedCount(), 1u);
+}
+
 TEST_F(BleFixture, RepeatedConnectionsAndLossesLeaveNothingBehind) {
     constexpr std::uint32_t kRounds = conformance::Rounds(200, 40, 20);
     constexpr std::uint32_t kWarmUp = conformance::Rounds(20, 5, 3);
