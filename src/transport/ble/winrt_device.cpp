@@ -1,6 +1,7 @@
 #include "transport/ble/winrt_device.h"
 
 #include <atomic>
+#include <utility>
 #include <vector>
 
 #include "support/log.h"

@@ -10,15 +10,24 @@
 #include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
 
-// The back end's time limits: the library's own, unless a test shortens one.
-#define GetBluezLimits LibraryBluezLimits
-#include "transport/ble/bluez_limits.cpp"
-#undef GetBluezLimits
-
 namespace tarvik {
 namespace {
 
-BluezLimits limits = LibraryBluezLimits();
+// The back end's time limits: patient, unless a test shortens one.
+constexpr BluezLimits kPatientLimits = {
+    .open_bus_ms = 20'000,
+    .objects_ms = 20'000,
+    .discovery_ms = 20'000,
+    .connect_ms = 20'000,
+    .connected_ms = 20'000,
+    .resolve_ms = 20'000,
+    .subscribe_ms = 20'000,
+    .write_ms = 20'000,
+    .close_ms = 20'000,
+    .close_mute_ms = 20'000,
+    .answer_grace_ms = 20'000,
+};
+BluezLimits limits = kPatientLimits;
 
 }  // namespace
 
@@ -64,7 +73,7 @@ public:
     }
     // Signals that arrive just before the answer, so that the library has handled them when the
     // call returns.
-    void SignalBefore(const std::string& member, Messages signals) {
+    void SignalBefore(const std::string& member, const Messages& signals) {
         On(member, [=](const BusCall& call) {
             Messages messages = signals;
             messages.push_back(ReplyTo(call));
@@ -145,7 +154,7 @@ std::string ErrorOf(Body body) {
 class BluezMessages : public testing::Test {
 protected:
     void SetUp() override {
-        limits = LibraryBluezLimits();
+        limits = kPatientLimits;
         bluez_.Reset();
         radio_ = OpenBleRadio();
     }
@@ -163,8 +172,8 @@ protected:
                                  [&](Marshal* out) { PutBytes(out, "Value", value); });
     }
     // What is advertised in a scan in which BlueZ sends these signals.
-    std::vector<std::string> NamesHeard(Messages signals) {
-        bluez_.SignalBefore("StartDiscovery", std::move(signals));
+    std::vector<std::string> NamesHeard(const Messages& signals) {
+        bluez_.SignalBefore("StartDiscovery", signals);
         Scan();
         return reports_.Names();
     }
@@ -581,10 +590,11 @@ TEST_F(BluezDeviceMessages, SilenceFailsTheCallAndShortensTheEnd) {
         bluez_.StaySilent(method);
     EXPECT_EQ(Write(8), BleStatus::kProtocolError);
     device_.reset();
-    for (const char* const method : {"WriteValue", "StopNotify", "Disconnect"})
+    for (const char* const method : {"WriteValue", "StopNotify", "Disconnect"}) {
         EXPECT_TRUE(log.Mentions(std::string("[BLE] ") + method +
                                  " failed: the Bluetooth service does not answer"))
             << method;
+    }
 }
 
 // ---------------------------------------------------------------- loss
