@@ -1,7 +1,7 @@
 # Every target installs and builds what it needs.
 
 .PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows check test soak stress \
-	bench fuzz lint clean
+	bench fuzz coverage mutation lint clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
@@ -20,6 +20,8 @@ help:
 	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
+	@echo "make coverage      lines, branches and functions of src that the tests execute"
+	@echo "make mutation      unit tests against MUTANTS (340) changes of the library, one at a time"
 	@echo "make lint          format, clang-tidy and includes"
 	@echo "make clean         remove what was built, except build/deps"
 
@@ -82,6 +84,14 @@ fuzz:
 	@scripts/setup.sh linux clang
 	@scripts/build.sh fuzz
 	@scripts/fuzz.sh
+
+coverage:
+	@scripts/setup.sh linux coverage
+	@scripts/coverage.sh
+
+mutation:
+	@scripts/setup.sh linux
+	@scripts/mutation.py --count $(or $(MUTANTS),340)
 
 lint:
 	@scripts/setup.sh linux windows lint

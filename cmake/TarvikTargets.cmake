@@ -1,7 +1,9 @@
 # What every target of our own has in common.
 
-set(TARVIK_SANITIZER "" CACHE STRING "empty, address (with undefined), thread or fuzzer")
-set_property(CACHE TARVIK_SANITIZER PROPERTY STRINGS "" address thread fuzzer)
+# What the code is instrumented for. Coverage concerns only the library's own code: see
+# tarvik_count_coverage.
+set(TARVIK_SANITIZER "" CACHE STRING "empty, address (with undefined), thread, fuzzer or coverage")
+set_property(CACHE TARVIK_SANITIZER PROPERTY STRINGS "" address thread fuzzer coverage)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -36,11 +38,21 @@ elseif(TARVIK_SANITIZER STREQUAL "thread")
     set(TARVIK_SANITIZER_FLAGS -fsanitize=thread)
 elseif(TARVIK_SANITIZER STREQUAL "fuzzer")
     set(TARVIK_SANITIZER_FLAGS -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
-elseif(NOT TARVIK_SANITIZER STREQUAL "")
-    message(FATAL_ERROR "TARVIK_SANITIZER is '${TARVIK_SANITIZER}'; known: address, thread, fuzzer")
+elseif(NOT TARVIK_SANITIZER MATCHES "^(coverage)?$")
+    message(FATAL_ERROR
+        "TARVIK_SANITIZER is '${TARVIK_SANITIZER}'; known: address, thread, fuzzer, coverage")
 endif()
 add_compile_options(${TARVIK_SANITIZER_FLAGS})
 add_link_options(${TARVIK_SANITIZER_FLAGS})
+
+# tarvik_count_coverage(TARGET): the target consists of the library's code, whose execution the preset
+# coverage counts. Not optimised, so that each line keeps code of its own; exact with threads.
+function(tarvik_count_coverage target)
+    if(TARVIK_SANITIZER STREQUAL "coverage")
+        target_compile_options(${target} PRIVATE -O0 --coverage -fprofile-update=atomic)
+        target_link_options(${target} PUBLIC --coverage)
+    endif()
+endfunction()
 
 # Most of a build is spent compiling the same headers again and again. The presets that run tests
 # therefore compile the files of a test or tool together and precompile the headers of others. That

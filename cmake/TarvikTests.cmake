@@ -24,8 +24,10 @@ set(TARVIK_TEST_ENVIRONMENT
 # tarvik_register_test(NAME LABELS label... [LAUNCHER command...] [TIMEOUT seconds]
 #                      [ENVIRONMENT variable=value...])
 # Registers an executable of that name with GoogleTest's main. LAUNCHER precedes the command.
-# Those with the label unit or quick, and what they need, are built by the target check_programs.
+# Those with the label unit or quick, and what they need, are built by the target check_programs,
+# those with the label unit or conformance by coverage_programs.
 add_custom_target(check_programs)
+add_custom_target(coverage_programs)
 function(tarvik_register_test name)
     cmake_parse_arguments(ARG "" "TIMEOUT" "LABELS;LAUNCHER;ENVIRONMENT" ${ARGN})
     if(NOT ARG_TIMEOUT)
@@ -35,6 +37,9 @@ function(tarvik_register_test name)
         COMMAND ${ARG_LAUNCHER} ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${name}>)
     if(ARG_LABELS MATCHES "unit|quick")
         add_dependencies(check_programs ${name})
+    endif()
+    if(ARG_LABELS MATCHES "unit|conformance")
+        add_dependencies(coverage_programs ${name})
     endif()
     # Before ctest kills it, scripts/run-wine.sh ends the program and reports what it waits for.
     math(EXPR run_limit "${ARG_TIMEOUT} * 4 / 5")
@@ -59,6 +64,7 @@ function(_tarvik_unit_objects name)
         list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/tests/unit/")
         add_library(${name} OBJECT EXCLUDE_FROM_ALL ${ARGN})
         tarvik_test_defaults(${name})
+        tarvik_count_coverage(${name})
         # Faults include sources of the library under other names.
         set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
         target_link_libraries(${name} PRIVATE tarvik_dpdu_core tarvik::gtest)

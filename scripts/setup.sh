@@ -2,7 +2,7 @@
 # Installs missing packages and builds the libraries that Debian does not offer in the form we need.
 # Quick when nothing is missing, so the make targets always call it.
 #
-#   scripts/setup.sh [linux] [windows] [clang] [lint]      (default: linux windows)
+#   scripts/setup.sh [linux] [windows] [clang] [lint] [coverage]      (default: linux windows)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -27,6 +27,8 @@ clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
 lint_packages="clang-format clang-tidy git"
 lint_tools="clang-format clang-tidy git"
+coverage_packages="gcovr"
+coverage_tools="gcov gcovr"
 
 say() { echo "setup: $*"; }
 
@@ -188,7 +190,8 @@ for group in $groups; do
         windows) packages+=" $linux_packages $windows_packages" tools+=" $linux_tools $windows_tools" ;;
         clang) packages+=" $linux_packages $clang_packages" tools+=" $linux_tools $clang_tools" ;;
         lint) packages+=" $linux_packages $lint_packages" tools+=" $linux_tools $lint_tools" ;;
-        *) fail "unknown group '$group'; known: linux windows clang lint" ;;
+        coverage) packages+=" $linux_packages $coverage_packages" tools+=" $linux_tools $coverage_tools" ;;
+        *) fail "unknown group '$group'; known: linux windows clang lint coverage" ;;
     esac
 done
 
