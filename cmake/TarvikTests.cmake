@@ -139,13 +139,19 @@ function(tarvik_add_conformance_test name)
             "TARVIK_DPDU_SIMULATOR=${TARVIK_HOST_TOOLS_DIR}/brennix-sim")
 endfunction()
 
-# tarvik_add_fuzz_target(NAME SOURCES file... [DICTIONARY file] [CORPUS folder])
+# tarvik_add_fuzz_target(NAME SOURCES file... CORPUS folder [DICTIONARY file] [GROUP name])
 # scripts/fuzz.sh runs every program in <build folder>/tests/fuzz with NAME.dict and the folder
-# NAME.corpus beside it.
+# NAME.corpus beside it. In the presets with tests, the target is an object library instead, part of
+# a test program that replays the corpus: that of its GROUP, or one of its own if its sources stand
+# in for some of the library's.
 function(tarvik_add_fuzz_target name)
-    cmake_parse_arguments(ARG "" "DICTIONARY;CORPUS" "SOURCES" ${ARGN})
+    cmake_parse_arguments(ARG "" "DICTIONARY;CORPUS;GROUP" "SOURCES" ${ARGN})
+    if(NOT TARVIK_SANITIZER STREQUAL "fuzzer")
+        _tarvik_replay_corpus(${name} "${ARG_GROUP}" "${ARG_CORPUS}" ${ARG_SOURCES})
+        return()
+    endif()
     set(folder "${CMAKE_BINARY_DIR}/tests/fuzz")
-    add_executable(${name} ${ARG_SOURCES})
+    add_executable(${name} ${ARG_SOURCES} "${PROJECT_SOURCE_DIR}/tests/fuzz/silence_output.cpp")
     tarvik_target_defaults(${name})
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core)
@@ -154,8 +160,58 @@ function(tarvik_add_fuzz_target name)
     if(ARG_DICTIONARY)
         configure_file("${ARG_DICTIONARY}" "${folder}/${name}.dict" COPYONLY)
     endif()
-    if(ARG_CORPUS)
-        file(GLOB seeds CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${ARG_CORPUS}/*")
-        file(COPY ${seeds} DESTINATION "${folder}/${name}.corpus")
+    file(GLOB seeds CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${ARG_CORPUS}/*")
+    file(COPY ${seeds} DESTINATION "${folder}/${name}.corpus")
+endfunction()
+
+# tarvik_fuzz_program(NAME variable): the program that the target is in.
+function(tarvik_fuzz_program name variable)
+    get_target_property(program ${name} TARVIK_CORPUS_PROGRAM)
+    if(NOT program)
+        set(program ${name})
     endif()
+    set(${variable} ${program} PARENT_SCOPE)
+endfunction()
+
+function(_tarvik_replay_corpus name group corpus)
+    string(REGEX REPLACE "_fuzz$" "" program "${name}")
+    if(group)
+        set(program ${group})
+    endif()
+    string(APPEND program _corpus_test)
+    if(NOT TARGET ${program})
+        # The list of its targets: each is a line of the property.
+        set(list "${CMAKE_BINARY_DIR}/tests/fuzz/${program}.cpp")
+        file(GENERATE OUTPUT "${list}" CONTENT
+            "#include \"fuzz/corpus_test.h\"\n\n$<JOIN:$<TARGET_PROPERTY:${program},TARVIK_CORPORA>,\n>\n")
+        add_executable(${program} "${PROJECT_SOURCE_DIR}/tests/fuzz/corpus_test.cpp" "${list}")
+        tarvik_test_defaults(${program})
+        set_target_properties(${program} PROPERTIES
+            UNITY_BUILD OFF
+            RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
+        target_link_libraries(${program} PRIVATE tarvik::gtest_main)
+        target_link_options(${program} PRIVATE ${TARVIK_TEST_LINKER})
+        tarvik_register_test(${program} LABELS unit)
+    endif()
+
+    add_library(${name} OBJECT EXCLUDE_FROM_ALL ${ARGN})
+    tarvik_test_defaults(${name})
+    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF TARVIK_CORPUS_PROGRAM ${program})
+    target_compile_definitions(${name} PRIVATE
+        LLVMFuzzerTestOneInput=${name}_TestOneInput LLVMFuzzerInitialize=${name}_Initialize)
+    target_link_libraries(${name} PRIVATE tarvik_dpdu_core)
+    target_link_libraries(${program} PRIVATE ${name} tarvik_dpdu_core)
+
+    list(GET ARGN 0 source)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${source}")
+    file(STRINGS "${source}" initializer REGEX "LLVMFuzzerInitialize")
+    set(macro TARVIK_CORPUS)
+    if(initializer)
+        set(macro TARVIK_CORPUS_WITH_INITIALIZER)
+    endif()
+    set(folder "${CMAKE_CURRENT_SOURCE_DIR}/${corpus}")
+    if(WIN32)
+        string(PREPEND folder "Z:")  # the drive that Wine gives the root folder
+    endif()
+    set_property(TARGET ${program} APPEND PROPERTY TARVIK_CORPORA "${macro}(${name}, \"${folder}\")")
 endfunction()
