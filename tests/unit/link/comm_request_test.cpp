@@ -334,6 +334,13 @@ TEST_F(CommRequestMultiTest, ThreeEntriesAndFiveBytesMakeTheMultiFormOfLength64)
     EXPECT_TRUE(exchange.Succeeds());
 }
 
+TEST_F(CommRequestMultiTest, RequestWithoutEntriesIsSent) {
+    request.count = 0;
+    request.entries = nullptr;
+    EXPECT_TRUE(RunAnsweredBy(MultiResponseTo(9, {{0, {0x62}}})));
+    EXPECT_EQ(NextSent(&dongle)->length, 40u);  // the five bytes, padded
+}
+
 TEST_F(CommRequestMultiTest, AnswersGoToTheEntriesOfTheirId) {
     const LogCapture log;
     ASSERT_TRUE(

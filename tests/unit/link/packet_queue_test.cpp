@@ -74,6 +74,9 @@ TEST(PacketQueue, OtherTypesNeverMatchByTypeAndId) {
     Queue queue;
     Append(&queue, Numbered(kTypeRawc, 7), 7);
     EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {kTypeRawc, 7}), nullptr);
+    // Neither by the packet's tag nor by its type.
+    EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {1, 7}), nullptr);
+    EXPECT_EQ(Find(&queue, 0, MatchTypeAndId, {0, kTypeRawc}), nullptr);
     EXPECT_EQ(Queued(&queue), 1u);
 }
 

@@ -65,6 +65,17 @@ TEST(RawFrame, IsSentWithUpToEightBytes) {
         (Bytes{'C', 'W', 'A', 'R', 24, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
+TEST(RawFrame, SwitchesCarryNoIdentifierAndNoData) {
+    Dongle dongle;
+    SwitchRawReception(&dongle, true);
+    SwitchRawReception(&dongle, false);
+    for (const std::uint8_t flags : Bytes{1, 2}) {
+        EXPECT_EQ(BytesOf(TakePacket(&dongle.tx, 0)),
+                  (Bytes{'C', 'W', 'A',   'R', 24, 0, 0, 0, 0, 0, 0, 0,
+                         0,   0,   flags, 0,   0,  0, 0, 0, 0, 0, 0, 0}));
+    }
+}
+
 TEST(RawFrame, OfNineBytesIsSentWithItsCountAlone) {
     Dongle dongle;
     const Bytes nine(9, 0x55);

@@ -29,6 +29,15 @@ std::string TopTasks(const std::string& tasks) {
     return lines[1].substr(prefix.size());
 }
 
+TEST(Telemetry, KeyCutBeforeItsLastQuoteHasNoValue) {
+    // What follows the packet in memory looks like the rest of the key.
+    const PacketPtr packet = PacketWithText(kTypeTele, R"({"u":5,"v":1)");
+    packet->length -= 3;
+    const LogCapture log;
+    HandleTelemetryPacket(*packet);
+    EXPECT_TRUE(log.Lines().at(0).starts_with("[TELE] v=-1 u_ms=5 "));
+}
+
 TEST(Telemetry, EmptyObjectShowsEveryValueAsMissing) {
     EXPECT_EQ(Report("{}"),
               (std::vector<std::string>{"[TELE] v=-1 u_ms=-1 rt=-1 rhz=-1 tasks=0 q(cr=-1 ct=-1 "

@@ -1,6 +1,7 @@
 #include "worker/raw_receive.h"
 
 #include <atomic>
+#include <optional>
 
 #include "platform/thread.h"
 #include "unit/faults/thread_start_fault.h"
@@ -74,6 +75,24 @@ TEST_F(RawReceive, DeliversIdentifierAndDataOfEveryFrame) {
     EXPECT_EQ(NextEvent(), "result 0/0 18DAF110010203 rx 00000100");
     Arrives(0x123, {});
     EXPECT_EQ(NextEvent(), "result 0/0 00000123 rx 00000000");
+    Arrives(0x18DAF110, {});  // nothing is written behind the identifier
+    EXPECT_EQ(NextEvent(), "result 0/0 18DAF110 rx 00000100");
+}
+
+TEST_F(RawReceive, FrameWithoutMemoryForItIsDropped) {
+    std::optional<FailingHeap> heap;
+    const std::uint32_t refusals = FailingHeap::Refusals();
+    on_event = [&] {
+        if (!heap) heap.emplace(0, 1);  // of the receive thread: the next frame's bytes
+    };
+    const Ref<ComPrimitive> cop = MakeReceiver();
+    Start(cop);
+    for (const std::uint32_t id : {1u, 2u, 3u})
+        Arrives(id, {});
+    EXPECT_EQ(NextEvent(), "result 0/0 00000001 rx 00000000");
+    EXPECT_EQ(NextEvent(), "result 0/0 00000003 rx 00000000");
+    Stop(cop);
+    EXPECT_EQ(FailingHeap::Refusals(), refusals + 1);
 }
 
 TEST_F(RawReceive, IdentifiersFrom4096OnAreFlaggedAsLong) {
