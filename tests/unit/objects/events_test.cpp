@@ -46,6 +46,26 @@ TEST_F(Events, HandlesSelectTheQueue) {
     EXPECT_EQ(PDUGetEventItem(256, 0, &item), PDU_ERR_EVENT_QUEUE_EMPTY);
 }
 
+TEST_F(Events, CallingBackReportsWhetherAnybodyWasCalled) {
+    const auto callback = [](T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) {};
+    const LinkRef link = FindLink(0, hCLL);
+    EXPECT_FALSE(CallSystemEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_FALSE(CallModuleEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_FALSE(CallComLogicalLinkEventCBR(link.Get()));
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, callback);
+    EXPECT_FALSE(CallSystemEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_TRUE(CallModuleEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_TRUE(CallComLogicalLinkEventCBR(link.Get()));
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, nullptr);
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, callback);
+    EXPECT_TRUE(CallSystemEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_TRUE(CallModuleEventCBR(0, hCLL, nullptr, nullptr));
+    EXPECT_TRUE(CallComLogicalLinkEventCBR(link.Get()));
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
+    PDURegisterEventCallback(0, hCLL, callback);
+    EXPECT_TRUE(CallComLogicalLinkEventCBR(link.Get()));
+}
+
 TEST_F(Events, DestructReleasesQueuedItems) {
     ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
     const MemoryUse before = LiveMemory();

@@ -62,6 +62,67 @@ TEST_F(Links, CreationDuringADestructIsRefused) {
     ASSERT_TRUE(ChangeLibraryState(Lifecycle::kDestructing, Lifecycle::kConstructed));
 }
 
+TEST_F(Links, UnknownModuleHasNone) {
+    for (const UNUM32 hMod : {1u, 255u, 256u, PDU_HANDLE_UNDEF}) {
+        std::uint32_t hCLL = 7;
+        EXPECT_EQ(PDUCreateComLogicalLink(hMod, nullptr, 2001, nullptr, &hCLL, nullptr),
+                  PDU_ERR_INVALID_HANDLE);
+        EXPECT_EQ(hCLL, 7u);
+    }
+}
+
+TEST_F(Links, FirstFlagByteDecidesOnRawModeAndItsChecksum) {
+    const std::string line = "[PDUCreateComLogicalLink]   Raw mode: Checksum ";
+    const auto created_with = [&](UNUM8 first, bool raw, bool checksum) {
+        UNUM8 bytes[1] = {first};
+        PDU_FLAG_DATA flag = {1, bytes};
+        const LogCapture log;
+        std::uint32_t hCLL = PDU_HANDLE_UNDEF;
+        EXPECT_EQ(PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, &flag),
+                  PDU_STATUS_NOERROR);
+        const LinkRef link = FindLink(0, hCLL);
+        EXPECT_EQ(link->rawMode, raw) << int{first};
+        EXPECT_EQ(link->rawChecksum, checksum) << int{first};
+        EXPECT_EQ(log.Has(line + "ON"), raw && checksum) << int{first};
+        EXPECT_EQ(log.Has(line + "OFF"), raw && !checksum) << int{first};
+    };
+    created_with(0x00, false, false);
+    created_with(0x40, false, false);
+    created_with(0x3F, false, false);
+    created_with(0x80, true, false);
+    created_with(0xBF, true, false);
+    created_with(0xC0, true, true);
+}
+
+TEST_F(Links, ThirdTxFlagByteMakesARawFrameExtended) {
+    UNUM8 raw[1] = {0x80};
+    PDU_FLAG_DATA raw_flag = {1, raw};
+    std::uint32_t hCLL = PDU_HANDLE_UNDEF;
+    ASSERT_EQ(PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, &raw_flag),
+              PDU_STATUS_NOERROR);
+    ASSERT_EQ(PDUConnect(0, hCLL), PDU_STATUS_NOERROR);
+    const auto extended_with = [&](PDU_FLAG_DATA tx_flag) {
+        UNUM8 frame[] = {0, 0, 1, 0x23};
+        PDU_COP_CTRL_DATA control{};
+        control.NumSendCycles = 1;
+        control.TxFlag = tx_flag;
+        const LogCapture log;
+        EXPECT_EQ(PDUStartComPrimitive(0, hCLL, PDU_COPT_STARTCOMM, sizeof frame, frame, &control,
+                                       nullptr, nullptr),
+                  PDU_STATUS_NOERROR);
+        EXPECT_TRUE(Eventually([&] { return log.Mentions("[CommThreadFunc] free CoP #"); }));
+        EXPECT_TRUE(log.Mentions("RAW: Send CAN frame 0x0123 "));
+        return log.Mentions("(extended)");
+    };
+    UNUM8 set[] = {0, 0, 0x01, 0};
+    UNUM8 clear[] = {0xFF, 0xFF, 0xFE, 0xFF};
+    EXPECT_TRUE(extended_with({4, set}));
+    EXPECT_TRUE(extended_with({3, set}));
+    EXPECT_FALSE(extended_with({2, set}));
+    EXPECT_FALSE(extended_with({4, clear}));
+    EXPECT_FALSE(extended_with({4, nullptr}));
+}
+
 TEST_F(Links, DestroyedLinkChangesNoStateAndRaisesNoEvent) {
     const std::uint32_t hCLL = Create();
     const LinkRef link = FindLink(0, hCLL);
