@@ -82,11 +82,9 @@ bool AddCorpus(const CorpusTarget& target) {
         files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     for (const std::filesystem::path& path : files) {
-        testing::RegisterTest(target.name, path.filename().string().c_str(), nullptr, nullptr,
-                              __FILE__, __LINE__,
-                              [target, path]() -> testing::Test* {
-                                  return new CorpusFile(target, path);
-                              });
+        testing::RegisterTest(
+            target.name, path.filename().string().c_str(), nullptr, nullptr, __FILE__, __LINE__,
+            [target, path]() -> testing::Test* { return new CorpusFile(target, path); });
     }
     return !files.empty();
 }

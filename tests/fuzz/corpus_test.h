@@ -1,7 +1,7 @@
 #pragma once
 
-// The corpora of fuzz targets, replayed as ordinary tests: one case for each file. A target ends the
-// process if a requirement does not hold.
+// The corpora of fuzz targets, replayed as ordinary tests: one case for each file. A target ends
+// the process if a requirement does not hold.
 
 #include <cstddef>
 #include <cstdint>
@@ -22,10 +22,10 @@ bool AddCorpus(const CorpusTarget& target);
 }  // namespace tarvik::fuzz
 
 // For the list of targets that the build writes. Each target's functions have been renamed.
-#define TARVIK_CORPUS(name, corpus)                                                    \
-    extern "C" int name##_TestOneInput(const std::uint8_t* data, std::size_t size);    \
-    static const bool name##_added = tarvik::fuzz::AddCorpus({#name, corpus, nullptr, \
-                                                              name##_TestOneInput});
+#define TARVIK_CORPUS(name, corpus)                                                 \
+    extern "C" int name##_TestOneInput(const std::uint8_t* data, std::size_t size); \
+    static const bool name##_added =                                                \
+        tarvik::fuzz::AddCorpus({#name, corpus, nullptr, name##_TestOneInput});
 #define TARVIK_CORPUS_WITH_INITIALIZER(name, corpus)                                \
     extern "C" int name##_Initialize(int*, char***);                                \
     extern "C" int name##_TestOneInput(const std::uint8_t* data, std::size_t size); \

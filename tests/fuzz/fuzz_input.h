@@ -19,6 +19,7 @@ public:
     explicit Input(Bytes bytes) : bytes_(std::move(bytes)) {}
     Input(const std::uint8_t* data, std::size_t size) : bytes_(data, data + size) {}
 
+    void SkipToEnd() { at_ = bytes_.size(); }
     bool AtEnd() const { return at_.load() >= bytes_.size(); }
     std::uint8_t U8() {
         const std::size_t at = at_.fetch_add(1);

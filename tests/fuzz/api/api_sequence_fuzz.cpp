@@ -1,6 +1,6 @@
-// A sequence of API calls against a dongle inside the process. The input has a script for the dongle,
-// one for what callbacks do, and the calls. Each call must return a status that its header names, the
-// library must end, its memory must be as before, and the next session must work.
+// A sequence of API calls against a dongle inside the process. The input has a script for the
+// dongle, one for what callbacks do, and the calls. Each call must return a status that its header
+// names, the library must end, its memory must be as before, and the next session must work.
 
 #include <atomic>
 #include <chrono>
@@ -218,10 +218,17 @@ struct Control {
 };
 
 void StartComPrimitive(Input& input) {
-    static constexpr T_PDU_COPT kTypes[] = {
-        PDU_COPT_SENDRECV,    PDU_COPT_SENDRECV,      PDU_COPT_SENDRECV, PDU_COPT_SENDRECV,
-        PDU_COPT_STARTCOMM,   PDU_COPT_STARTCOMM,     PDU_COPT_STOPCOMM, PDU_COPT_DELAY,
-        PDU_COPT_UPDATEPARAM, PDU_COPT_RESTORE_PARAM, 0};
+    static constexpr T_PDU_COPT kTypes[] = {PDU_COPT_SENDRECV,
+                                            PDU_COPT_SENDRECV,
+                                            PDU_COPT_SENDRECV,
+                                            PDU_COPT_SENDRECV,
+                                            PDU_COPT_STARTCOMM,
+                                            PDU_COPT_STARTCOMM,
+                                            PDU_COPT_STOPCOMM,
+                                            PDU_COPT_DELAY,
+                                            PDU_COPT_UPDATEPARAM,
+                                            PDU_COPT_RESTORE_PARAM,
+                                            0};
     const Handles at = AnyLink(input);
     Bytes data = input.Take(input.Below(24));
     if (input.Below(16) == 0) data.resize(data.size() + input.U16() % 5000);
@@ -356,8 +363,8 @@ void PDU_CALL OnEvent(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*);
 
 void RegisterCallback(Input& input) {
     static constexpr CALLBACKFNC kCallbacks[] = {OnEvent, OnEvent, OnEvent, nullptr};
-    const Handles at = input.Below(4) == 0 ? Handles{AnyModule(input), PDU_HANDLE_UNDEF}
-                                           : AnyLink(input);
+    const Handles at =
+        input.Below(4) == 0 ? Handles{AnyModule(input), PDU_HANDLE_UNDEF} : AnyLink(input);
     Check(PDURegisterEventCallback(at.hMod, at.hCLL, input.OneOf(kCallbacks)),
           {PDU_ERR_INVALID_HANDLE});
 }
@@ -365,13 +372,36 @@ void RegisterCallback(Input& input) {
 using Action = void (*)(Input&);
 
 // One that ends the library, and many that do not. None keeps the module lock.
-constexpr Action kInCallbacks[] = {
-    GetEventItem, GetEventItem,      GetEventItem,       DestroyItem,      DestroyItem,
-    GetTable,     StartComPrimitive, CancelComPrimitive, RegisterCallback, GetLinkStatus,
-    Connect,      Disconnect,        DestroyLink,        SetTable,         CreateLink,
-    GetComParam,  SetComParam,       GetVersion,         GetObjectId,      GetResourceIds,
-    GetTimestamp, CallStubs,         IoCtl,              ModuleConnect,    ModuleDisconnect,
-    Pause,        GetSystemEvent,    GetEventItem,       DestroyItem,      Destruct};
+constexpr Action kInCallbacks[] = {GetEventItem,
+                                   GetEventItem,
+                                   GetEventItem,
+                                   DestroyItem,
+                                   DestroyItem,
+                                   GetTable,
+                                   StartComPrimitive,
+                                   CancelComPrimitive,
+                                   RegisterCallback,
+                                   GetLinkStatus,
+                                   Connect,
+                                   Disconnect,
+                                   DestroyLink,
+                                   SetTable,
+                                   CreateLink,
+                                   GetComParam,
+                                   SetComParam,
+                                   GetVersion,
+                                   GetObjectId,
+                                   GetResourceIds,
+                                   GetTimestamp,
+                                   CallStubs,
+                                   IoCtl,
+                                   ModuleConnect,
+                                   ModuleDisconnect,
+                                   Pause,
+                                   GetSystemEvent,
+                                   GetEventItem,
+                                   DestroyItem,
+                                   Destruct};
 
 void PDU_CALL OnEvent(T_PDU_EVT_DATA, UNUM32 hMod, UNUM32 hCLL, void*, void*) {
     Input& input = *session.callbacks;
@@ -460,7 +490,7 @@ void Run(Input input) {
     RegisterCallback(input);
     for (int i = 0; i < kMostCalls && !input.AtEnd(); ++i)
         input.OneOf(kCalls)(input);
-    session.callbacks = std::make_unique<Input>(Bytes{});
+    session.callbacks->SkipToEnd();  // some may be running
     End();
 }
 

@@ -101,9 +101,7 @@ void EditInPlace(Input& input) {
     if (input.Flag()) Require(SetComParam(item, "Fuzz") == PDU_STATUS_NOERROR);
 }
 
-bool IsCopied(std::uint32_t type) {
-    return ParamNumberSize(type) != 0 || type == PDU_PT_BYTEFIELD;
-}
+bool IsCopied(std::uint32_t type) { return ParamNumberSize(type) != 0 || type == PDU_PT_BYTEFIELD; }
 
 void RequireCopyOf(const PDU_PARAM_ITEM& given, const PDU_PARAM_ITEM& copy) {
     Require(copy.ItemType == PDU_IT_PARAM && copy.ComParamId == given.ComParamId);
