@@ -22,7 +22,7 @@ help:
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make coverage      lines, branches and functions of src that the tests execute"
 	@echo "make mutation      unit tests against MUTANTS (340) changes of the library, one at a time"
-	@echo "make lint          format, clang-tidy and includes"
+	@echo "make lint          format, clang-tidy, cppcheck, GCC's analyser and includes"
 	@echo "make clean         remove what was built, except build/deps"
 
 build:

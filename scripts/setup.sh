@@ -25,8 +25,8 @@ windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wine
 # For the sanitizers and the fuzz targets; llvm-symbolizer makes functions and lines of addresses.
 clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
-lint_packages="clang-format clang-tidy git"
-lint_tools="clang-format clang-tidy git"
+lint_packages="clang-format clang-tidy cppcheck git"
+lint_tools="clang-format clang-tidy cppcheck git"
 coverage_packages="gcovr"
 coverage_tools="gcov gcovr"
 
