@@ -97,7 +97,8 @@ function(tarvik_add_unit_test name)
     target_link_libraries(${name} PRIVATE tarvik_dpdu_core ${ARG_LIBRARIES} tarvik::gtest_main)
     if("heap" IN_LIST ARG_FAULTS)
         # Not with LLVM's linker, whose result crashes.
-        target_link_options(${name} PRIVATE -Wl,--wrap=malloc)
+        target_link_options(${name} PRIVATE
+            -Wl,--wrap=malloc -Wl,--wrap=calloc -Wl,--wrap=realloc -Wl,--wrap=strdup)
     else()
         target_link_options(${name} PRIVATE ${TARVIK_TEST_LINKER})
     endif()

@@ -12,6 +12,7 @@ export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 
 # Raise it when a recipe below changes, so that cached libraries are built again.
 recipe=1
+json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
     libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
@@ -142,11 +143,18 @@ build_library() {
     rm -rf "$deps/build/$system-$name"
 }
 
+# The source is patched in a copy, so that a changed patch applies to it too.
 build_json_c() {
+    local source=$deps/build/json-c-source
     fetch_source json-c 0.16
-    build_library "$1" json-c "$deps/source/json-c" \
+    rm -rf "$source"
+    mkdir -p "$deps/build"
+    cp -r "$deps/source/json-c" "$source"
+    logged patch-json-c "patching json-c" patch --batch -p1 -d "$source" -i "$json_c_patch"
+    build_library "$1" json-c "$source" \
         -DBUILD_STATIC_LIBS=ON -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON \
         -DDISABLE_EXTRA_LIBS=ON
+    rm -rf "$source"
 }
 
 # The cloud channel needs its own allocator, which Debian's binary does not accept.
@@ -172,10 +180,12 @@ link_headers() {
     ln -sfn /usr/include/nlohmann "$deps/windows/include/nlohmann"
 }
 
-# ensure SYSTEM NAME COMPILER BUILD-COMMAND...: builds unless the stamp shows that it was built.
+# ensure SYSTEM NAME COMPILER BUILD-COMMAND...: builds unless the stamp shows that it was built, with
+# the patch that it has now.
 ensure() {
     local system=$1 name=$2 stamp=$deps/$1/$2.stamp key
     key="recipe $recipe, $3 $("$3" -dumpfullversion)"
+    [ "$name" != json-c ] || key+=", patch $(sha256sum <"$json_c_patch" | cut -c 1-16)"
     shift 3
     [ "$(cat "$stamp" 2>/dev/null)" != "$key" ] || return 0
     "$@"

@@ -27,15 +27,29 @@ bool Refuse() {
     return true;
 }
 
+bool IsRefused() {
+    const std::uint32_t failing = failing_thread.load(std::memory_order_relaxed);
+    return failing != 0 && failing == tarvik::OsCurrentThreadId() && Refuse();
+}
+
 }  // namespace
 
-// The linker redirects every call of malloc in the library to this function.
-extern "C" void* __real_malloc(std::size_t size);
-extern "C" void* __wrap_malloc(std::size_t size);
-extern "C" void* __wrap_malloc(std::size_t size) {
-    const std::uint32_t failing = failing_thread.load(std::memory_order_relaxed);
-    if (failing != 0 && failing == tarvik::OsCurrentThreadId() && Refuse()) return nullptr;
-    return __real_malloc(size);
+// The linker redirects every such call in the library, and in what is linked into it, to these
+// functions.
+extern "C" {
+void* __real_malloc(std::size_t size);
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_realloc(void* block, std::size_t size);
+char* __real_strdup(const char* text);
+
+void* __wrap_malloc(std::size_t size) { return IsRefused() ? nullptr : __real_malloc(size); }
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    return IsRefused() ? nullptr : __real_calloc(count, size);
+}
+void* __wrap_realloc(void* block, std::size_t size) {
+    return IsRefused() ? nullptr : __real_realloc(block, size);
+}
+char* __wrap_strdup(const char* text) { return IsRefused() ? nullptr : __real_strdup(text); }
 }
 
 namespace tarvik::test {
