@@ -20,12 +20,20 @@ bool OsUserDataFolder(char* path, std::size_t capacity);
 bool OsLibraryFolder(char* path, std::size_t capacity);
 // '\\' or '/'.
 extern const char kPathSeparator;
+// "\r\n" or "\n".
+extern const char* const kTextLineEnd;
 
 bool OsFileExists(const char* path);
 // Opens an existing file for writing as a test, shared for reading and writing, and closes it.
 bool OsFileWritable(const char* path);
 // Creates a folder; an existing one is success.
 bool OsCreateFolder(const char* path);
+// The file that `path` leads to through symbolic links, or `path` itself. False: it does not fit.
+bool OsFinalPath(const char* path, char* target, std::size_t capacity);
+// Renames `from` to `to`, a file of the same folder, in one step that survives a power failure. An
+// existing `to` is replaced. Where files have owners, that of the replaced file is kept; if this is
+// not possible, nothing is replaced.
+bool OsReplaceFile(const char* from, const char* to);
 
 // Append-only file for the trace.
 struct OsAppendFile;
@@ -38,7 +46,7 @@ std::size_t OsAppendFileReadAt(OsAppendFile* file, std::uint64_t offset, void* d
                                std::size_t size);
 bool OsAppendFileTruncate(OsAppendFile* file, std::uint64_t size);  // and continue at its end
 bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size);
-void OsAppendFileFlush(OsAppendFile* file);  // to disk
+bool OsAppendFileFlush(OsAppendFile* file);  // to disk
 void OsAppendFileClose(OsAppendFile* file);
 
 // As fopen, but the path is read as in the rest of this header, and child processes do not inherit

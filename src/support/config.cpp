@@ -2,12 +2,14 @@
 
 #include <json-c/json.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
 #include "platform/files.h"
 #include "support/config_keys.h"
 #include "support/log.h"
+#include "support/memory.h"
 
 namespace tarvik {
 namespace {
@@ -43,6 +45,10 @@ public:
     JsonObject(const JsonObject&) = delete;
     JsonObject& operator=(const JsonObject&) = delete;
 
+    void Reset(json_object* object) {
+        json_object_put(object_);
+        object_ = object;
+    }
     json_object* Get() { return object_; }
 
 private:
@@ -126,46 +132,152 @@ bool ResolveConfigPath(char (&path)[kMaxPath]) {
 
 namespace {
 
-// --- writing ---
+// --- text of the file ---
 
-// The text lives as long as the object.
-const char* TextOf(JsonObject* root, Config* record) {
-    for (const BoolKey& key : kBoolKeys) {
-        json_object_object_add(root->Get(), key.name,
-                               json_object_new_boolean(record->*key.field ? 1 : 0));
-    }
-    for (const TextKey& key : kTextKeys) {
-        json_object_object_add(root->Get(), key.name, json_object_new_string(key.field(record)));
-    }
-    return json_object_to_json_string_ext(root->Get(),
-                                          JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
+bool AddKey(json_object* root, const char* name, json_object* value) {
+    if (value != nullptr && json_object_object_add(root, name, value) == 0) return true;
+    json_object_put(value);
+    return false;
 }
 
-bool WriteRecord(std::FILE* file, Config* record) {
+bool AddKeys(json_object* root, Config* record) {
+    for (const BoolKey& key : kBoolKeys) {
+        const bool value = record->*key.field;
+        if (!AddKey(root, key.name, json_object_new_boolean(value ? 1 : 0))) return false;
+    }
+    for (const TextKey& key : kTextKeys) {
+        if (!AddKey(root, key.name, json_object_new_string(key.field(record)))) return false;
+    }
+    return true;
+}
+
+Tracked<char> WithPlatformLineEnds(const char* text) {
+    const auto lines = static_cast<std::size_t>(std::count(text, text + std::strlen(text), '\n'));
+    Tracked<char> copy(
+        static_cast<char*>(AllocateMem(std::strlen(text) + lines * std::strlen(kTextLineEnd) + 1)));
+    if (copy == nullptr) return nullptr;
+    char* end = copy.get();
+    for (; *text != '\0'; ++text) {
+        if (*text != '\n') {
+            *end++ = *text;
+            continue;
+        }
+        for (const char* byte = kTextLineEnd; *byte != '\0'; ++byte)
+            *end++ = *byte;
+    }
+    return copy;
+}
+
+// The parsed text; its result may be null. False: memory is out.
+bool ParseText(const char* text, JsonObject* root) {
+    json_tokener* tokener = json_tokener_new();
+    if (tokener == nullptr) return false;
+    root->Reset(json_tokener_parse_ex(tokener, text, -1));
+    const json_tokener_error error = json_tokener_get_error(tokener);
+    json_tokener_free(tokener);
+    return error != json_tokener_error_memory;
+}
+
+// Null if the key is missing, the value is null, or there is no object.
+json_object* Lookup(json_object* root, const char* name) {
+    json_object* value = nullptr;
+    json_object_object_get_ex(root, name, &value);
+    return value;
+}
+
+// Text that does not fit the field is cut. False: memory is out.
+bool CopyText(json_object* value, char* field, std::size_t capacity) {
+    const char* text = value != nullptr ? json_object_get_string(value) : "";
+    if (text == nullptr) return false;
+    FormatText(field, capacity, "%s", text);
+    return true;
+}
+
+// The values as they are in the text. False: memory is out.
+bool ReadKeys(const char* text, Config* record) {
+    JsonObject root(nullptr);
+    if (!ParseText(text, &root)) return false;
+    for (const BoolKey& key : kBoolKeys) {
+        json_object* value = Lookup(root.Get(), key.name);
+        record->*key.field =
+            value != nullptr ? json_object_get_boolean(value) != 0 : key.when_missing;
+    }
+    for (const TextKey& key : kTextKeys) {
+        if (!CopyText(Lookup(root.Get(), key.name), key.field(record), key.capacity)) return false;
+    }
+    return true;
+}
+
+bool HaveSameValues(Config* a, Config* b) {
+    for (const BoolKey& key : kBoolKeys) {
+        if (a->*key.field != b->*key.field) return false;
+    }
+    for (const TextKey& key : kTextKeys) {
+        if (std::strcmp(key.field(a), key.field(b)) != 0) return false;
+    }
+    return true;
+}
+
+// Null: memory is out. json-c does not report that its output could not grow, so the text is read
+// back.
+Tracked<char> FileTextOf(Config* record) {
     JsonObject root(json_object_new_object());
-    const char* text = TextOf(&root, record);
-    return text != nullptr && std::fputs(text, file) >= 0 && std::fflush(file) == 0;
+    if (root.Get() == nullptr || !AddKeys(root.Get(), record)) return nullptr;
+    const char* text = json_object_to_json_string_ext(
+        root.Get(), JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE);
+    Config copy{};
+    if (text == nullptr || !ReadKeys(text, &copy) || !HaveSameValues(record, &copy)) return nullptr;
+    return WithPlatformLineEnds(text);
+}
+
+// --- writing ---
+
+enum class SaveResult : unsigned char { kSaved, kNotOpened, kNotWritten };
+
+SaveResult WriteNewFile(const char* path, const char* text) {
+    std::remove(path);  // left by a process that was ended
+    OsAppendFile* file = nullptr;
+    if (OsAppendFileCreate(path, &file) != CreateFileResult::kCreated)
+        return SaveResult::kNotOpened;
+    const bool written =
+        OsAppendFileWrite(file, text, std::strlen(text)) && OsAppendFileFlush(file);
+    OsAppendFileClose(file);
+    return written ? SaveResult::kSaved : SaveResult::kNotWritten;
+}
+
+// The file has the old contents or the new ones at any time. A new file is for the user alone, as
+// it may hold the device's key.
+SaveResult SaveFile(const char* path, const char* text) {
+    if (OsFileExists(path) && !OsFileWritable(path)) return SaveResult::kNotOpened;
+    char target[kMaxPath];
+    char beside[kMaxPath + sizeof ".new"];
+    if (!OsFinalPath(path, target, sizeof target)) return SaveResult::kNotOpened;
+    FormatText(beside, sizeof beside, "%s.new", target);
+    SaveResult result = WriteNewFile(beside, text);
+    if (result == SaveResult::kSaved && !OsReplaceFile(beside, target)) {
+        result = SaveResult::kNotOpened;
+    }
+    if (result != SaveResult::kSaved) std::remove(beside);
+    return result;
 }
 
 }  // namespace
 
 std::size_t WrittenConfigSize(const Config& record) {
-    JsonObject root(json_object_new_object());
     Config copy = record;
-    const char* text = TextOf(&root, &copy);
-    return text != nullptr ? std::strlen(text) : 0;
+    const Tracked<char> text = FileTextOf(&copy);
+    return text != nullptr ? std::strlen(text.get()) : 0;
 }
 
 bool CreateDefaultConfig(const char* path) {
-    Stream file(path, "w");
-    if (!file.IsOpen()) {
-        ConsolePrint("Failed to create config file: %s\n", path);
-        return false;
-    }
     Config fresh{};
     for (const BoolKey& key : kBoolKeys)
         fresh.*key.field = key.in_new_file;
-    return WriteRecord(file.Get(), &fresh);
+    const Tracked<char> text = FileTextOf(&fresh);
+    if (text == nullptr) return false;
+    const SaveResult result = SaveFile(path, text.get());
+    if (result == SaveResult::kNotOpened) ConsolePrint("Failed to create config file: %s\n", path);
+    return result == SaveResult::kSaved;
 }
 
 bool WriteConfig(const Config* record) {
@@ -179,13 +291,14 @@ bool WriteConfig(const Config* record) {
         return false;
     }
     CreateFolderOf(path);
-    Stream file(path, "w");
     Config copy = *record;
-    if (!file.IsOpen()) {
+    const Tracked<char> text = FileTextOf(&copy);
+    if (text == nullptr) return false;
+    const SaveResult result = SaveFile(path, text.get());
+    if (result == SaveResult::kNotOpened) {
         ConsolePrint("Failed to open config file for writing: %s\n", path);
-        return false;
     }
-    if (!WriteRecord(file.Get(), &copy)) return false;
+    if (result != SaveResult::kSaved) return false;
     ConsolePrint("Config file written successfully: %s\n", path);
     return true;
 }
@@ -221,44 +334,26 @@ bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
     }
     ConsolePrint("Opened config file: %s\n", path);
     text[std::fread(text, 1, kMaxConfigFileSize, file)] = '\0';
+    const bool complete = std::ferror(file) == 0;
     std::fclose(file);
-    return true;
-}
-
-// Null if the key is missing, the value is null, or there is no object.
-json_object* Lookup(json_object* root, const char* name) {
-    json_object* value = nullptr;
-    json_object_object_get_ex(root, name, &value);
-    return value;
-}
-
-// Text that does not fit the field is cut.
-void CopyText(json_object* value, char* field, std::size_t capacity) {
-    const char* text = value != nullptr ? json_object_get_string(value) : nullptr;
-    FormatText(field, capacity, "%s", text != nullptr ? text : "");
+    return complete;
 }
 
 }  // namespace
 
-void ParseConfig(const char* text, Config* record) {
-    JsonObject root(json_tokener_parse(text));
-    for (const BoolKey& key : kBoolKeys) {
-        json_object* value = Lookup(root.Get(), key.name);
-        record->*key.field =
-            value != nullptr ? json_object_get_boolean(value) != 0 : key.when_missing;
-    }
-    for (const TextKey& key : kTextKeys) {
-        CopyText(Lookup(root.Get(), key.name), key.field(record), key.capacity);
-    }
-    record->useProxy = record->useProxy && record->proxyAddress[0] != '\0';
-    record->useWebsocket = record->useWebsocket && record->websocketAddress[0] != '\0';
+bool ParseConfig(const char* text, Config* record) {
+    Config read{};
+    if (!ReadKeys(text, &read)) return false;
+    read.useProxy = read.useProxy && read.proxyAddress[0] != '\0';
+    read.useWebsocket = read.useWebsocket && read.websocketAddress[0] != '\0';
+    *record = read;
+    return true;
 }
 
 bool LoadConfig(Config* record) {
     char text[kMaxConfigFileSize + 1] = {};
     if (!ReadConfigText(text)) return false;
-    ParseConfig(text, record);
-    return true;
+    return ParseConfig(text, record);
 }
 
 }  // namespace tarvik

@@ -13,11 +13,13 @@ extern Config config;
 
 bool ResolveConfigPath(char (&path)[kMaxPath]);
 bool CreateDefaultConfig(const char* path);
+// A failed load leaves the record unchanged, a failed write the file.
 bool LoadConfig(Config* record);
 bool WriteConfig(const Config* record);
 
-// Reads the text of a file into `record`. If it is not JSON, every key counts as missing.
-void ParseConfig(const char* text, Config* record);
+// Reads the text of a file into `record`. If it is not JSON, every key counts as missing. False:
+// memory is out, and `record` is unchanged.
+bool ParseConfig(const char* text, Config* record);
 // The size of the file that WriteConfig would write.
 std::size_t WrittenConfigSize(const Config& record);
 

@@ -13,6 +13,7 @@
 namespace tarvik {
 
 const char kPathSeparator = '/';
+const char* const kTextLineEnd = "\n";
 
 struct OsAppendFile {
     int descriptor;
@@ -34,6 +35,30 @@ bool MapLineCovers(char* line, std::uintptr_t address, char** file) {
     if (address < begin || address >= end) return false;
     *file = std::strchr(line, '/');
     return *file != nullptr;
+}
+
+// Gives `file` the owner of `replaced`, if that exists.
+bool KeepOwner(const char* file, const char* replaced) {
+    struct stat before;
+    struct stat now;
+    if (::stat(replaced, &before) != 0) return errno == ENOENT;
+    if (::stat(file, &now) != 0) return false;
+    if (now.st_uid == before.st_uid) return true;
+    return ::chown(file, before.st_uid, before.st_gid) == 0;
+}
+
+// So that the new name of the file is on disk. Best effort: not every file system can do it, and
+// the file has its name already.
+void SyncFolderOf(const char* file) {
+    char folder[kMaxPath];
+    if (!CopyPath(folder, sizeof folder, file, "")) return;
+    char* separator = std::strrchr(folder, '/');
+    if (separator == nullptr) return;
+    separator[separator == folder ? 1 : 0] = '\0';
+    const int descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) return;
+    ::fsync(descriptor);
+    ::close(descriptor);
 }
 
 // The flags of fopen for this mode string.
@@ -108,6 +133,19 @@ bool OsFileWritable(const char* path) {
 // For the user alone: the configuration holds a private key.
 bool OsCreateFolder(const char* path) { return ::mkdir(path, 0700) == 0 || errno == EEXIST; }
 
+bool OsFinalPath(const char* path, char* target, std::size_t capacity) {
+    char* found = ::realpath(path, nullptr);
+    const bool fits = CopyPath(target, capacity, found != nullptr ? found : path, "");
+    std::free(found);
+    return fits;
+}
+
+bool OsReplaceFile(const char* from, const char* to) {
+    if (!KeepOwner(from, to) || ::rename(from, to) != 0) return false;
+    SyncFolderOf(to);
+    return true;
+}
+
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     // All users share the temporary folder: never through a link, readable by the user alone.
     const int descriptor =
@@ -156,7 +194,7 @@ bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size) {
     return true;
 }
 
-void OsAppendFileFlush(OsAppendFile* file) { ::fdatasync(file->descriptor); }
+bool OsAppendFileFlush(OsAppendFile* file) { return ::fdatasync(file->descriptor) == 0; }
 
 void OsAppendFileClose(OsAppendFile* file) {
     if (file == nullptr) return;

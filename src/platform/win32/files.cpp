@@ -14,6 +14,7 @@
 namespace tarvik {
 
 const char kPathSeparator = '\\';
+const char* const kTextLineEnd = "\r\n";
 
 struct OsAppendFile {
     HANDLE handle;
@@ -100,6 +101,14 @@ bool OsCreateFolder(const char* path) {
     return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
 }
 
+bool OsFinalPath(const char* path, char* target, std::size_t capacity) {
+    return CopyPath(target, capacity, path);
+}
+
+bool OsReplaceFile(const char* from, const char* to) {
+    return ::MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     const HANDLE handle =
         ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -140,7 +149,7 @@ bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size) {
            put == size;
 }
 
-void OsAppendFileFlush(OsAppendFile* file) { ::FlushFileBuffers(file->handle); }
+bool OsAppendFileFlush(OsAppendFile* file) { return ::FlushFileBuffers(file->handle) != 0; }
 
 void OsAppendFileClose(OsAppendFile* file) {
     if (file == nullptr) return;

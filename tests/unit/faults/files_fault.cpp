@@ -11,6 +11,9 @@
 #define OsLibraryFolder SystemLibraryFolder
 #define OsUserDataFolder SystemUserDataFolder
 #define OsOpenStream SystemOpenStream
+#define OsAppendFileWrite SystemAppendFileWrite
+#define OsAppendFileFlush SystemAppendFileFlush
+#define OsReplaceFile SystemReplaceFile
 #ifdef _WIN32
 #include "platform/win32/files.cpp"
 #else
@@ -20,6 +23,9 @@
 #undef OsLibraryFolder
 #undef OsUserDataFolder
 #undef OsOpenStream
+#undef OsAppendFileWrite
+#undef OsAppendFileFlush
+#undef OsReplaceFile
 
 #include "platform/process.h"
 #include "unit/test_system.h"
@@ -40,6 +46,8 @@ Folders folders;
 
 std::string faulty_file;
 test::FileFault::Kind file_fault = test::FileFault::Kind::kOpen;
+
+bool Fails(test::FileFault::Kind kind) { return !faulty_file.empty() && file_fault == kind; }
 
 bool CopyFolder(const std::string& folder, char* path, std::size_t capacity) {
     if (folder.empty() || folder.size() >= capacity) return false;
@@ -69,6 +77,20 @@ std::FILE* OsOpenStream(const char* path, const char* mode) {
     if (*mode != 'r' || faulty_file != path) return SystemOpenStream(path, mode);
     if (file_fault == test::FileFault::Kind::kOpen) return nullptr;
     return test::OpenUnreadable(folders.temp + "unreadable");
+}
+
+bool OsAppendFileWrite(OsAppendFile* file, const void* data, std::size_t size) {
+    if (!Fails(test::FileFault::Kind::kWrite)) return SystemAppendFileWrite(file, data, size);
+    SystemAppendFileWrite(file, data, size / 2);
+    return false;
+}
+
+bool OsAppendFileFlush(OsAppendFile* file) {
+    return !Fails(test::FileFault::Kind::kSync) && SystemAppendFileFlush(file);
+}
+
+bool OsReplaceFile(const char* from, const char* to) {
+    return !Fails(test::FileFault::Kind::kReplace) && SystemReplaceFile(from, to);
 }
 
 namespace test {

@@ -31,10 +31,12 @@ void ReportTempPath(const std::string& path, std::uint32_t length);
 void HideUserFolder();
 void HideLibraryFolder();
 
-// While it lives, this file cannot be opened for reading, or reading from it fails.
+// While it lives, this file cannot be opened for reading, reading from it fails, the second half of
+// what is written beside it does not fit on the disk, that cannot be synced, or it cannot be
+// replaced.
 class FileFault {
 public:
-    enum class Kind { kOpen, kRead };
+    enum class Kind { kOpen, kRead, kWrite, kSync, kReplace };
     FileFault(const std::filesystem::path& path, Kind kind);
     ~FileFault();
     FileFault(const FileFault&) = delete;

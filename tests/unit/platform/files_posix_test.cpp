@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -57,6 +59,34 @@ TEST_F(PosixFiles, AppendingThroughALinkIsRefused) {
     fs::create_symlink(Path("missing"), Path("dangling"));
     EXPECT_FALSE(Opens("dangling", "a+b"));
     EXPECT_FALSE(fs::exists(Path("missing")));
+}
+
+TEST_F(PosixFiles, ReplacedFileIsForTheUserAloneAndKeepsItsOwner) {
+    constexpr uid_t kOther = 65534;
+    ASSERT_TRUE(Opens("config", "w"));
+    fs::permissions(Path("config"), fs::perms::all);
+    const bool is_root = ::chown(Path("config").c_str(), kOther, kOther) == 0;
+    OsAppendFile* file = nullptr;
+    ASSERT_EQ(OsAppendFileCreate(Path("new").c_str(), &file), CreateFileResult::kCreated);
+    OsAppendFileClose(file);
+    EXPECT_TRUE(OsReplaceFile(Path("new").c_str(), Path("config").c_str()));
+    struct stat replaced;
+    ASSERT_EQ(::stat(Path("config").c_str(), &replaced), 0);
+    EXPECT_EQ(replaced.st_mode & 0777, 0600u);
+    EXPECT_EQ(replaced.st_uid, is_root ? kOther : ::getuid());
+    EXPECT_FALSE(fs::exists(Path("new")));
+}
+
+TEST_F(PosixFiles, FinalPathFollowsLinks) {
+    ASSERT_TRUE(Opens("target", "w"));
+    fs::create_symlink(Path("target"), Path("link"));
+    char path[kMaxPath];
+    ASSERT_TRUE(OsFinalPath(Path("link").c_str(), path, sizeof path));
+    EXPECT_TRUE(fs::equivalent(path, Path("target")));
+    EXPECT_FALSE(fs::is_symlink(path));
+    ASSERT_TRUE(OsFinalPath(Path("missing").c_str(), path, sizeof path));
+    EXPECT_EQ(path, Path("missing"));
+    EXPECT_FALSE(OsFinalPath(Path("target").c_str(), path, 2));
 }
 
 }  // namespace

@@ -120,7 +120,7 @@ TEST_F(Files, AppendFileWritesReadsAndTruncates) {
     ASSERT_EQ(OsAppendFileCreate(Path("new").c_str(), &file), CreateFileResult::kCreated);
     EXPECT_EQ(OsAppendFileSize(file), 0u);
     EXPECT_TRUE(OsAppendFileWrite(file, "first\nsecond", 12));
-    OsAppendFileFlush(file);
+    EXPECT_TRUE(OsAppendFileFlush(file));
     EXPECT_EQ(Read(Path("new")), "first\nsecond");  // readable while it is open
     EXPECT_EQ(OsAppendFileSize(file), 12u);
     char text[16] = {};
@@ -139,6 +139,18 @@ TEST_F(Files, AppendFileIsSharedForReadingAndWriting) {
     ASSERT_EQ(OsAppendFileCreate(Path("new").c_str(), &file), CreateFileResult::kCreated);
     EXPECT_TRUE(OsFileWritable(Path("new").c_str()));
     OsAppendFileClose(file);
+}
+
+TEST_F(Files, ReplacingTakesTheNameOfTheOldFile) {
+    Write(Path("new"), "new");
+    EXPECT_TRUE(OsReplaceFile(Path("new").c_str(), Path("config").c_str()));
+    EXPECT_EQ(Read(Path("config")), "new");
+    Write(Path("newer"), "newer");
+    EXPECT_TRUE(OsReplaceFile(Path("newer").c_str(), Path("config").c_str()));
+    EXPECT_EQ(Read(Path("config")), "newer");
+    EXPECT_FALSE(fs::exists(Path("newer")));
+    EXPECT_FALSE(OsReplaceFile(Path("missing").c_str(), Path("config").c_str()));
+    EXPECT_EQ(Read(Path("config")), "newer");
 }
 
 TEST_F(Files, StreamModesAreThoseOfFopen) {

@@ -8,6 +8,7 @@
 
 #include "platform/files.h"
 #include "unit/faults/files_fault.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -270,6 +271,43 @@ TEST_F(ConfigFile, LongTextIsCutToItsField) {
               address.substr(0, 255));
 }
 
+TEST_F(ConfigFile, FileThatCannotBeReadToTheEndFailsTheLoad) {
+    test::WriteFile(LibraryFile(), R"({"disableCertValidation":false})");
+    const test::FileFault fault(LibraryFile(), test::FileFault::Kind::kRead);
+    std::strcpy(record_.serverAddress, "kept");
+    Load();
+    EXPECT_FALSE(loaded_);
+    EXPECT_STREQ(record_.serverAddress, "kept");
+}
+
+constexpr char kFullText[] =
+    R"({"showDebug":false,"enableCopTrace":false,"enableDebugLogFile":false,
+        "useWebsocket":true,"useSerial":false,"useCloud":false,"useBle":0,
+        "dummyDevice":false,"useProxy":true,"disableCertValidation":false,
+        "serverAddress":42,"websocketAddress":"wss:\/\/relay.example.org:8443/dongles/by/name",
+        "proxyAddress":"proxy:2","serverPublicKey":"04aa","unknown":{"nested":[1,2.5]},
+        "devicePrivateKey":"00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"})";
+
+TEST_F(ConfigFile, RecordIsWholeOrUnchangedWhenAnyOneAllocationFails) {
+    const Config before = LoadText(R"({"serverAddress":"before"})");
+    const Config whole = LoadText(kFullText);
+    int failures = 0;
+    bool refused = true;
+    for (std::uint32_t allowed = 0; refused; ++allowed) {
+        Config record = before;
+        bool parsed = false;
+        {
+            const test::FailingHeap heap(allowed, 1);
+            parsed = ParseConfig(kFullText, &record);
+            refused = heap.Refused();
+        }
+        EXPECT_TRUE(parsed || refused) << allowed;
+        failures += parsed ? 0 : 1;
+        EXPECT_EQ(std::memcmp(&record, parsed ? &whole : &before, sizeof record), 0) << allowed;
+    }
+    EXPECT_GT(failures, 40);  // each key and each value, at least
+}
+
 // --- writing ---
 
 TEST_F(ConfigFile, NullRecordIsRefused) {
@@ -299,6 +337,85 @@ TEST_F(ConfigFile, WrittenRecordIsReadBackTheSame) {
     record_ = {};
     Load();
     EXPECT_EQ(std::memcmp(&record_, &written, sizeof written), 0);
+}
+
+// How many files the library's folder has besides the configuration.
+std::ptrdiff_t OtherFilesIn(const fs::path& folder) {
+    return std::distance(fs::directory_iterator(folder), fs::directory_iterator()) - 1;
+}
+
+TEST_F(ConfigFile, FailedWriteLeavesTheOldFile) {
+    using Kind = test::FileFault::Kind;
+    const std::string old = R"({"disableCertValidation":false,"devicePrivateKey":"00ff"})";
+    record_ = LoadText(old);
+    for (const Kind kind : {Kind::kWrite, Kind::kSync, Kind::kReplace}) {
+        const test::FileFault fault(LibraryFile(), kind);
+        StdoutCapture console;
+        EXPECT_FALSE(WriteConfig(&record_));
+        EXPECT_EQ(Plain(console.Text()),
+                  kind != Kind::kReplace
+                      ? ""
+                      : "Failed to open config file for writing: " + LibraryFile().string() + "\n");
+        EXPECT_EQ(test::ReadFile(LibraryFile()), old);
+        EXPECT_EQ(OtherFilesIn(folders_.Library()), 0);
+    }
+}
+
+TEST_F(ConfigFile, FailedCreationLeavesNoFile) {
+    for (const auto kind : {test::FileFault::Kind::kWrite, test::FileFault::Kind::kSync}) {
+        const test::FileFault fault(LibraryFile(), kind);
+        Load();
+        EXPECT_FALSE(loaded_);
+        EXPECT_TRUE(fs::is_empty(folders_.Library()));
+    }
+}
+
+TEST_F(ConfigFile, OldFileStaysWhenAnyOneAllocationOfWritingFails) {
+    const std::string old = R"({"disableCertValidation":false})";
+    record_ = LoadText(kFullText);
+    StdoutCapture console;
+    bool refused = true;
+    for (std::uint32_t allowed = 0; refused; ++allowed) {
+        test::WriteFile(LibraryFile(), old);
+        bool written = false;
+        {
+            const test::FailingHeap heap(allowed, 1);
+            written = WriteConfig(&record_);
+            refused = heap.Refused();
+        }
+        EXPECT_EQ(written, !refused) << allowed;
+        EXPECT_EQ(test::ReadFile(LibraryFile()) == old, refused) << allowed;
+    }
+    console.Text();
+    Config read{};
+    EXPECT_TRUE(ParseConfig(test::ReadFile(LibraryFile()).c_str(), &read));
+    EXPECT_EQ(std::memcmp(&read, &record_, sizeof read), 0);
+}
+
+TEST_F(ConfigFile, LeftoverOfAnEndedProcessDoesNotPreventWriting) {
+    test::WriteFile(LibraryFile().string() + ".new", "half a fi");
+    LoadText("{}");
+    StdoutCapture console;
+    EXPECT_TRUE(WriteConfig(&record_));
+    EXPECT_EQ(OtherFilesIn(folders_.Library()), 0);
+}
+
+TEST_F(ConfigFile, ReadOnlyFileIsNotReplaced) {
+    CreateUserFolder();
+    test::WriteFile(UserFile(), "{}");
+    const auto protection = test::ProtectFromWriting(UserFile().string());
+    StdoutCapture console;
+    EXPECT_FALSE(WriteConfig(&record_));
+    EXPECT_EQ(Plain(console.Text()),
+              "Failed to open config file for writing: " + UserFile().string() + "\n");
+    EXPECT_EQ(test::ReadFile(UserFile()), "{}");
+}
+
+TEST_F(ConfigFile, WrittenSizeIsThatOfTheFile) {
+    record_ = LoadText(kFullText);
+    StdoutCapture console;
+    ASSERT_TRUE(WriteConfig(&record_));
+    EXPECT_EQ(WrittenConfigSize(record_), fs::file_size(LibraryFile()));
 }
 
 TEST_F(ConfigFile, UnknownKeysAreLostOnWriting) {
