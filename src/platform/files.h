@@ -50,8 +50,9 @@ bool OsAppendFileFlush(OsAppendFile* file);  // to disk
 void OsAppendFileClose(OsAppendFile* file);
 
 // As fopen, but the path is read as in the rest of this header, and child processes do not inherit
-// the descriptor. Where files have modes, a new file is for the user alone, and a file to append to
-// is not opened through a link.
+// the descriptor. Where files have modes, a new file is for the user alone. A file to append to may
+// be in a folder that all users share: only a regular file without another name is opened, where
+// files have owners only the user's own and never through a link, and opening never blocks.
 std::FILE* OsOpenStream(const char* path, const char* mode);
 
 }  // namespace tarvik

@@ -70,9 +70,16 @@ int OpenFlags(const char* mode) {
         case 'w':
             return O_CREAT | O_TRUNC | (update ? O_RDWR : O_WRONLY);
         default:
-            // The log, in the temporary folder, which all users share: never through a link.
-            return O_CREAT | O_APPEND | O_NOFOLLOW | (update ? O_RDWR : O_WRONLY);
+            // Opening a FIFO or a terminal does not block.
+            return O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY |
+                   (update ? O_RDWR : O_WRONLY);
     }
+}
+
+bool IsOwnFileWithOneName(int descriptor) {
+    struct stat found;
+    return ::fstat(descriptor, &found) == 0 && S_ISREG(found.st_mode) &&
+           found.st_uid == ::geteuid() && found.st_nlink == 1;
 }
 
 }  // namespace
@@ -206,7 +213,8 @@ std::FILE* OsOpenStream(const char* path, const char* mode) {
     // Readable by the user alone: the configuration holds a private key.
     const int descriptor = ::open(path, OpenFlags(mode) | O_CLOEXEC, 0600);
     if (descriptor < 0) return nullptr;
-    std::FILE* stream = ::fdopen(descriptor, mode);
+    const bool usable = *mode != 'a' || IsOwnFileWithOneName(descriptor);
+    std::FILE* stream = usable ? ::fdopen(descriptor, mode) : nullptr;
     if (stream == nullptr) ::close(descriptor);
     return stream;
 }

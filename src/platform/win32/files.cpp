@@ -50,6 +50,13 @@ int OpenFlags(const char* mode) {
     }
 }
 
+bool IsFileWithOneName(int descriptor) {
+    const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor));
+    BY_HANDLE_FILE_INFORMATION found;
+    return ::GetFileType(handle) == FILE_TYPE_DISK &&
+           ::GetFileInformationByHandle(handle, &found) && found.nNumberOfLinks == 1;
+}
+
 }  // namespace
 
 std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
@@ -160,7 +167,8 @@ void OsAppendFileClose(OsAppendFile* file) {
 std::FILE* OsOpenStream(const char* path, const char* mode) {
     const int descriptor = ::_sopen(path, OpenFlags(mode), _SH_DENYNO, _S_IREAD | _S_IWRITE);
     if (descriptor < 0) return nullptr;
-    std::FILE* stream = ::_fdopen(descriptor, mode);
+    const bool usable = *mode != 'a' || IsFileWithOneName(descriptor);
+    std::FILE* stream = usable ? ::_fdopen(descriptor, mode) : nullptr;
     if (stream == nullptr) ::_close(descriptor);
     return stream;
 }

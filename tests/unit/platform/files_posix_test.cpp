@@ -61,6 +61,28 @@ TEST_F(PosixFiles, AppendingThroughALinkIsRefused) {
     EXPECT_FALSE(fs::exists(Path("missing")));
 }
 
+TEST_F(PosixFiles, AppendingToAFifoIsRefusedWithoutBlocking) {
+    for (const mode_t mode : {0600, 0200, 0666}) {
+        ASSERT_EQ(::mkfifo(Path("fifo").c_str(), mode), 0);
+        EXPECT_FALSE(Opens("fifo", "a+b"));
+        EXPECT_FALSE(Opens("fifo", "ab"));
+        fs::remove(Path("fifo"));
+    }
+}
+
+TEST_F(PosixFiles, FifoCountsAsAnExistingTraceFile) {
+    ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0666), 0);
+    OsAppendFile* file = nullptr;
+    EXPECT_EQ(OsAppendFileCreate(Path("fifo").c_str(), &file), CreateFileResult::kExists);
+}
+
+TEST_F(PosixFiles, AppendingToAnotherUsersFileIsRefused) {
+    ASSERT_TRUE(Opens("log", "a+b"));
+    fs::permissions(Path("log"), fs::perms::all);
+    const bool is_root = ::chown(Path("log").c_str(), 65534, 65534) == 0;
+    EXPECT_EQ(Opens("log", "a+b"), !is_root);
+}
+
 TEST_F(PosixFiles, ReplacedFileIsForTheUserAloneAndKeepsItsOwner) {
     constexpr uid_t kOther = 65534;
     ASSERT_TRUE(Opens("config", "w"));

@@ -168,5 +168,16 @@ TEST_F(Files, StreamModesAreThoseOfFopen) {
     EXPECT_EQ(Read(Path("stream")), "");
 }
 
+TEST_F(Files, AppendingToAFileWithASecondNameIsRefused) {
+    Write(Path("file"), "somebody's");
+    fs::create_hard_link(Path("file"), Path("log"));
+    EXPECT_EQ(OsOpenStream(Path("log").c_str(), "a+b"), nullptr);
+    fs::remove(Path("file"));
+    std::FILE* stream = OsOpenStream(Path("log").c_str(), "a+b");
+    ASSERT_NE(stream, nullptr);
+    std::fclose(stream);
+    EXPECT_EQ(Read(Path("log")), "somebody's");
+}
+
 }  // namespace
 }  // namespace tarvik

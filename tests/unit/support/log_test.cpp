@@ -196,6 +196,21 @@ TEST(DebugLog, UnopenableFileIsReportedOnTheDebuggerOutputOnly) {
     ExpectChildSucceeds("unopenable-log");
 }
 
+const ChildBody kForeignLog("foreign-log", [] {
+    const TestFolders folders;
+    const DebugOutputCapture debug;
+    test::WriteFile(folders.Temp() / "target", "somebody's\n");
+    fs::create_hard_link(folders.Temp() / "target", LogIn(folders.Temp()));
+    OpenDebugLog(true);
+    Log(0, "nothing");
+    CHECK_IN_CHILD(debug.Text() == "[DebugLog] Failed to open debug log file\n");
+    CHECK_IN_CHILD(!LogEnabled(0));
+    CHECK_IN_CHILD(test::ReadFile(folders.Temp() / "target") == "somebody's\n");
+    return 0;
+});
+
+TEST(DebugLog, FileThatIsAlsoAnotherIsNotTaken) { ExpectChildSucceeds("foreign-log"); }
+
 const ChildBody kLogOfOneProcess("log-of-one-process", [] {
     OpenDebugLog(true);
     Log(7, "one of two");
