@@ -59,19 +59,37 @@ FieldRecord LoadField(std::uint32_t data_type, const void* data) {
     }
 }
 
+// ParamActLen or ParamActEntries. The application may change it at any time, so it is accessed
+// atomically.
+std::atomic_ref<UNUM32> VisibleCountOf(const ComParamRow& row) {
+    switch (row.description->data_type) {
+        case PDU_PT_BYTEFIELD:
+            return std::atomic_ref<UNUM32>(row.value->bytes.ParamActLen);
+        case PDU_PT_LONGFIELD:
+            return std::atomic_ref<UNUM32>(row.value->words.ParamActLen);
+        default:
+            return std::atomic_ref<UNUM32>(row.value->structs.ParamActEntries);
+    }
+}
+
 // Writes the field record that the application sees, from what the row itself knows.
 void ShowField(ComParamRow& row, std::uint32_t count) {
     switch (row.description->data_type) {
         case PDU_PT_BYTEFIELD:
-            row.value->bytes = {row.max_elements, count, static_cast<UNUM8*>(row.buffer)};
+            row.value->bytes.ParamMaxLen = row.max_elements;
+            row.value->bytes.pDataArray = static_cast<UNUM8*>(row.buffer);
             break;
         case PDU_PT_LONGFIELD:
-            row.value->words = {row.max_elements, count, static_cast<UNUM32*>(row.buffer)};
+            row.value->words.ParamMaxLen = row.max_elements;
+            row.value->words.pDataArray = static_cast<UNUM32*>(row.buffer);
             break;
         default:
-            row.value->structs = {row.struct_type, row.max_elements, count, row.buffer};
+            row.value->structs.ComParamStructType = row.struct_type;
+            row.value->structs.ParamMaxEntries = row.max_elements;
+            row.value->structs.pStructArray = row.buffer;
             break;
     }
+    VisibleCountOf(row).store(count);
 }
 
 std::size_t Capacity(const ComParamRow& row) {
@@ -80,9 +98,7 @@ std::size_t Capacity(const ComParamRow& row) {
 
 // Elements in use as the application sees them. It may have raised the count in place, beyond what
 // the buffer holds.
-std::uint32_t VisibleCount(const ComParamRow& row) {
-    return LoadField(row.description->data_type, row.value).count;
-}
+std::uint32_t VisibleCount(const ComParamRow& row) { return VisibleCountOf(row).load(); }
 
 void ClearValue(ComParamRow& row) {
     if (IsField(row.description->data_type)) {
@@ -164,7 +180,21 @@ std::size_t Readable(const std::uint8_t* from, std::size_t wanted, const void* o
     return std::min(wanted, own_size - static_cast<std::size_t>(address - start));
 }
 
-T_PDU_ERROR SetField(ComParamRow& row, const FieldRecord& source, const char* function) {
+// Without data only the length changes, within the buffer that is there. Returns the new length.
+std::uint32_t SetLength(ComParamRow& row, std::uint32_t wanted) {
+    const std::size_t room = Capacity(row) / ElementSize(row.description->data_type);
+    const auto count = static_cast<std::uint32_t>(std::min<std::size_t>(wanted, room));
+    ShowField(row, count);
+    return count;
+}
+
+// On success `*count` elements are in use.
+T_PDU_ERROR SetField(ComParamRow& row, const FieldRecord& source, const char* function,
+                     std::uint32_t* count) {
+    if (source.elements == nullptr) {
+        *count = SetLength(row, source.count);
+        return PDU_STATUS_NOERROR;
+    }
     const std::uint32_t data_type = row.description->data_type;
     const std::size_t element_size = ElementSize(data_type);
 
@@ -182,16 +212,18 @@ T_PDU_ERROR SetField(ComParamRow& row, const FieldRecord& source, const char* fu
     }
 
     const std::size_t wanted = element_size * source.count;
-    if (source.elements != nullptr && wanted > 0) {
+    if (wanted > 0) {
         std::memmove(row.buffer, source.elements, Readable(source.elements, wanted, own, own_size));
     }
     ShowField(row, source.count);
+    *count = source.count;
     return PDU_STATUS_NOERROR;
 }
 
-void KeepField(const ComParamRow& row, RowSnapshot* snapshot) {
-    snapshot->count = VisibleCount(row);
-    const std::size_t size = ElementSize(row.description->data_type) * snapshot->count;
+// `count` is what was set: the application may have changed the visible one meanwhile.
+void KeepField(const ComParamRow& row, std::uint32_t count, RowSnapshot* snapshot) {
+    snapshot->count = count;
+    const std::size_t size = ElementSize(row.description->data_type) * count;
     snapshot->elements.reset(static_cast<std::uint8_t*>(AllocateMem(size)));
     if (snapshot->elements != nullptr && size > 0) {
         std::memcpy(snapshot->elements.get(), row.buffer, size);
@@ -289,8 +321,9 @@ T_PDU_ERROR SetRow(ComParamRow& row, const void* data, const char* function,
         ShowField(row, VisibleCount(row));
         return PDU_ERR_FCT_FAILED;
     }
-    const T_PDU_ERROR status = SetField(row, source, function);
-    if (status == PDU_STATUS_NOERROR && snapshot != nullptr) KeepField(row, snapshot);
+    std::uint32_t count = 0;
+    const T_PDU_ERROR status = SetField(row, source, function, &count);
+    if (status == PDU_STATUS_NOERROR && snapshot != nullptr) KeepField(row, count, snapshot);
     return status;
 }
 
@@ -340,13 +373,16 @@ ParamCopy CopyRow(const ComParamRow& row, PDU_PARAM_ITEM* copy) {
     PDU_PARAM_BYTEFIELD_DATA field;
     if (row.description->data_type == PDU_PT_BYTEFIELD) {
         // The application may have edited the visible record in place.
-        const std::size_t capacity = Capacity(row);
-        field.ParamMaxLen = static_cast<UNUM32>(std::min<std::size_t>(row.max_elements, capacity));
-        field.ParamActLen = static_cast<UNUM32>(std::min<std::size_t>(VisibleCount(row), capacity));
-        field.pDataArray = static_cast<UNUM8*>(row.buffer);
+        const auto capacity = static_cast<UNUM32>(Capacity(row));
+        field = {capacity, std::min(VisibleCount(row), capacity), static_cast<UNUM8*>(row.buffer)};
         source.pComParamData = &field;
     }
-    return CopyParamItem(source, copy);
+    const ParamCopy copied = CopyParamItem(source, copy);
+    if (source.pComParamData == &field && copied == ParamCopy::kCopied) {
+        static_cast<PDU_PARAM_BYTEFIELD_DATA*>(copy->pComParamData)->ParamMaxLen =
+            std::min(row.max_elements, field.ParamMaxLen);
+    }
+    return copied;
 }
 
 }  // namespace tarvik

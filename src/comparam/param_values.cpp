@@ -137,15 +137,17 @@ void* CopyNumber(const void* data, std::size_t size) {
     return copy;
 }
 
-// The copy's buffer also holds a ParamActLen above ParamMaxLen: both lengths are the application's
-// and neither is refused.
+// The application's array has ParamMaxLen bytes. A ParamActLen above that is not refused: the
+// copy's buffer also has room for it, and what the array does not have is 0.
 void* CopyByteField(const void* data) {
     const auto source = LoadRecord<PDU_PARAM_BYTEFIELD_DATA>(data);
     const std::size_t size = std::max(source.ParamMaxLen, source.ParamActLen);
     auto copy = AllocateRecord<PDU_PARAM_BYTEFIELD_DATA>();
     Tracked<UNUM8> bytes(static_cast<UNUM8*>(AllocateMem(size)));
     if (copy == nullptr || bytes == nullptr) return nullptr;
-    if (source.pDataArray != nullptr) std::memcpy(bytes.get(), source.pDataArray, size);
+    if (source.pDataArray != nullptr && source.ParamMaxLen > 0) {
+        std::memcpy(bytes.get(), source.pDataArray, source.ParamMaxLen);
+    }
     *copy = {source.ParamMaxLen, source.ParamActLen, bytes.release()};
     return copy.release();
 }

@@ -162,10 +162,26 @@ TEST_F(ComParamFields, NullDataPointerChangesOnlyTheLength) {
     ASSERT_EQ(SetBytesOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
     EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{12, 2, nullptr}), PDU_STATUS_NOERROR);
     EXPECT_EQ(ByteValue(), (std::vector<UNUM8>{1, 2}));
-    EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{0, 20, nullptr}), PDU_STATUS_NOERROR);
-    std::vector<UNUM8> longer = {1, 2, 3};
-    longer.resize(20);
-    EXPECT_EQ(ByteValue(), longer);
+}
+
+TEST_F(ComParamFields, NullDataPointerNeitherGrowsNorReplacesTheBuffer) {
+    ASSERT_EQ(SetBytesOf(12, {1, 2, 3}), PDU_STATUS_NOERROR);
+    ASSERT_EQ(SetWordsOf(12, {4, 5}), PDU_STATUS_NOERROR);
+    const UNUM8* bytes = Bytes()->pDataArray;
+    const UNUM32* words = Words()->pDataArray;
+    EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{1'000'000, 1, nullptr}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Bytes()->ParamMaxLen, 12u);
+    EXPECT_EQ(Bytes()->ParamActLen, 1u);
+    EXPECT_EQ(Set(kBytes, PDU_PARAM_BYTEFIELD_DATA{0, 1'000'000, nullptr}), PDU_STATUS_NOERROR);
+    std::vector<UNUM8> longest = {1, 2, 3};
+    longest.resize(12);
+    EXPECT_EQ(ByteValue(), longest);
+    EXPECT_EQ(Set(kWords, PDU_PARAM_LONGFIELD_DATA{500, 1'000'000, nullptr}), PDU_STATUS_NOERROR);
+    EXPECT_EQ(Words()->ParamMaxLen, 12u);
+    EXPECT_EQ(Words()->ParamActLen, 12u);
+    EXPECT_EQ(Words()->pDataArray[1], 5u);
+    EXPECT_EQ(Bytes()->pDataArray, bytes);
+    EXPECT_EQ(Words()->pDataArray, words);
 }
 
 TEST_F(ComParamFields, EmptyByteFieldIsAccepted) {

@@ -250,9 +250,10 @@ TEST_F(ComParams, BuffersHaveTheSizeOfTheirMaximum) {
     for (const ComParamDescription& row : kComParamTable) {
         if (kEntrySizes.count(row.data_type) != 0) expect_size(row.id);
     }
-    PDU_PARAM_BYTEFIELD_DATA bytes = {40, 0, nullptr};
-    PDU_PARAM_LONGFIELD_DATA words = {20, 0, nullptr};
-    PDU_PARAM_STRUCTFIELD_DATA entries = {PDU_CPST_ACCESS_TIMING, 4, 0, nullptr};
+    UNUM32 data = 0;
+    PDU_PARAM_BYTEFIELD_DATA bytes = {40, 0, reinterpret_cast<UNUM8*>(&data)};
+    PDU_PARAM_LONGFIELD_DATA words = {20, 0, &data};
+    PDU_PARAM_STRUCTFIELD_DATA entries = {PDU_CPST_ACCESS_TIMING, 4, 0, &data};
     const struct {
         UNUM32 id;
         void* larger;
@@ -269,6 +270,16 @@ TEST_F(ComParams, BuffersHaveTheSizeOfTheirMaximum) {
     EXPECT_EQ(SetAgain(kChangeSpeedMessage), PDU_STATUS_NOERROR);
     EXPECT_EQ(BufferOf(kChangeSpeedMessage).max, 64u);
     expect_size(kChangeSpeedMessage);
+}
+
+TEST_F(ComParams, NullDataPointerKeepsTheEntriesOfAStructField) {
+    const Buffer before = BufferOf(kExtendedTiming);
+    EXPECT_EQ(
+        Set(kExtendedTiming, PDU_PARAM_STRUCTFIELD_DATA{PDU_CPST_ACCESS_TIMING, 500, 7, nullptr}),
+        PDU_STATUS_NOERROR);
+    EXPECT_EQ(BufferOf(kExtendedTiming).max, before.max);
+    EXPECT_EQ(BufferOf(kExtendedTiming).data, before.data);
+    EXPECT_EQ(ValueAt<PDU_PARAM_STRUCTFIELD_DATA>(kExtendedTiming).ParamActEntries, 1u);
 }
 
 TEST_F(ComParams, LengthEnlargedInPlaceNeverReadsPastTheBuffer) {
@@ -344,8 +355,10 @@ TEST_F(ComParams, FailedGrowthLeavesTheNewMaximumAndNoBuffer) {
 TEST_F(ComParams, FieldThatLostItsBufferReadsEmptyAndCanBeSetAgain) {
     {
         const FailingHeap heap;
-        Set(kCpTesterPresentMessage, PDU_PARAM_BYTEFIELD_DATA{500, 0, nullptr});
+        UNUM8 byte = 0;
+        Set(kCpTesterPresentMessage, PDU_PARAM_BYTEFIELD_DATA{500, 0, &byte});
     }
+    Set(kCpTesterPresentMessage, PDU_PARAM_BYTEFIELD_DATA{0, 2, nullptr});
     UNUM8 bytes[2] = {0xEE, 0xEE};
     EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 2), 0u);
     EXPECT_EQ(SetBytes(kCpTesterPresentMessage, {0x3E, 0x00}, 2), PDU_STATUS_NOERROR);
@@ -458,6 +471,34 @@ TEST_F(ComParams, WorkersReadWhileTheApplicationSets) {
     stop = true;
     reader.Join();
     EXPECT_FALSE(torn.load());
+}
+
+// The window is small: it is ThreadSanitizer that sees an access outside the lock.
+TEST_F(ComParams, LengthEnlargedInPlaceWhileItIsSetIsIgnored) {
+    ParamValue value{};
+    ComParamRow row = MakeRow(&DescribeComParam(kCpTesterPresentMessage), &value);
+    ASSERT_TRUE(PrepareRow(row));
+    UNUM8 bytes[] = {0x3E, 0x80};
+    std::atomic<bool> stop{false};
+    std::atomic<int> rounds{0};
+    Thread editor([&] {
+        while (!stop.load()) {
+            std::atomic_ref<UNUM32>(value.bytes.ParamActLen).store(64 + 12);
+            rounds.fetch_add(1);
+        }
+    });
+    EXPECT_TRUE(Eventually([&] { return rounds.load() > 0; }));
+    std::uint32_t longest = 0;
+    for (int i = 0; i < 2'000; ++i) {
+        RowSnapshot snapshot;
+        const PDU_PARAM_BYTEFIELD_DATA two = {2, 2, bytes};
+        EXPECT_EQ(SetRow(row, &two, "Test", &snapshot), PDU_STATUS_NOERROR);
+        longest = std::max(longest, snapshot.count);
+    }
+    stop = true;
+    editor.Join();
+    EXPECT_EQ(longest, 2u);
+    ReleaseRow(row);
 }
 
 // ---- Rows of types that the table does not have today -------------------------------------------

@@ -154,8 +154,8 @@ TEST_F(UniqueRespTables, DuplicateCopiesEveryNumberType) {
     Destroy(copy);
 }
 
-TEST_F(UniqueRespTables, ByteFieldLengthAboveItsMaximumIsTrustedAndCopied) {
-    UNUM8 bytes[] = {1, 2, 3, 4, 5};
+TEST_F(UniqueRespTables, ByteFieldIsNotReadBeyondItsMaximum) {
+    UNUM8 bytes[] = {1, 2, 3, 4, 5};  // the last three are not the field's
     PDU_PARAM_BYTEFIELD_DATA longer = {2, 5, bytes};
     PDU_PARAM_BYTEFIELD_DATA missing = {2, 5, nullptr};
     std::vector<PDU_PARAM_ITEM> params = {Param(228, PDU_PT_BYTEFIELD, &longer),
@@ -167,7 +167,8 @@ TEST_F(UniqueRespTables, ByteFieldLengthAboveItsMaximumIsTrustedAndCopied) {
     const PDU_PARAM_ITEM* made = copy->pUniqueData->pParams;
     EXPECT_EQ(ValueOf<PDU_PARAM_BYTEFIELD_DATA>(made[0]).ParamMaxLen, 2u);
     EXPECT_EQ(ValueOf<PDU_PARAM_BYTEFIELD_DATA>(made[0]).ParamActLen, 5u);
-    EXPECT_EQ(ValueOf<PDU_PARAM_BYTEFIELD_DATA>(made[0]).pDataArray[4], 5);
+    const UNUM8* copied = ValueOf<PDU_PARAM_BYTEFIELD_DATA>(made[0]).pDataArray;
+    EXPECT_EQ(std::vector<UNUM8>(copied, copied + 5), (std::vector<UNUM8>{1, 2, 0, 0, 0}));
     EXPECT_EQ(ValueOf<PDU_PARAM_BYTEFIELD_DATA>(made[1]).pDataArray[4], 0);
     Destroy(copy);
 }
