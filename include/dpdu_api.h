@@ -16,6 +16,8 @@
 // - hMod is a module handle from PDUGetModuleIds, hCLL a link handle from PDUCreateComLogicalLink,
 //   hCoP a ComPrimitive handle from PDUStartComPrimitive; PDU_HANDLE_UNDEF means none.
 // - Pointers to results must not be null, unless stated otherwise.
+// - When memory runs out, "Errors" says what is returned; where it is not mentioned, the result is
+//   the same. An event item that cannot be made is missing, and the callback is still called.
 //
 // The function pointer types at the end (PDUConstruct_Fn and so on) are for programs that load the
 // library at run time; the exported names are undecorated.
@@ -83,11 +85,12 @@ PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);
 /// PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE the value 1; both take a PDU_IT_IO_ENTITY_ADDRESS input.
 ///
 /// pInputData may be null where the input is ignored; pOutputData may be null. Set *pOutputData to
-/// null before the call, and pass the item to PDUDestroyItem if it is not null afterwards. It may
-/// be null after success when memory runs out.
+/// null before the call, and pass the item to PDUDestroyItem if it is not null afterwards.
 ///
 /// Errors: PDU_ERR_ID_NOT_SUPPORTED for every other id, PDU_ERR_INVALID_PARAMETERS for a missing
-/// input or one of the wrong type.
+/// input or one of the wrong type. If memory runs out, PDU_IOCTL_READ_VBATT and
+/// PDU_IOCTL_READ_IGNITION_SENSE_STATE print "Allocation (4096) failed - BUG!" and never return;
+/// the other commands succeed with null.
 PDU_API T_PDU_ERROR PDU_CALL PDUIoCtl(UNUM32 hMod, UNUM32 hCLL, UNUM32 IoCtlCommandId,
                                       PDU_DATA_ITEM* pInputData, PDU_DATA_ITEM** pOutputData);
 
@@ -143,7 +146,8 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetResourceStatus(PDU_RSC_STATUS_ITEM* pResource
 /// the link, or give the link a table afterwards.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE for an unknown module, PDU_ERR_FCT_FAILED if memory runs out or
-/// the system refuses a thread.
+/// the system refuses a thread (*phCLL is not written). If memory runs out for the table alone, the
+/// call succeeds and the link has none.
 PDU_API T_PDU_ERROR PDU_CALL PDUCreateComLogicalLink(UNUM32 hMod, PDU_RSC_DATA* pRscData,
                                                      UNUM32 resourceId, void* pCllTag,
                                                      UNUM32* phCLL, PDU_FLAG_DATA* pCllCreateFlag);
@@ -193,7 +197,8 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetComParam(UNUM32 hMod, UNUM32 hCLL, UNUM32 Par
 /// Copies a value into the ComParam table. It takes effect at once, for every link and for every
 /// ComPrimitive executed from now on; the handles are not checked. The ComParam's own type decides
 /// how pComParamData is read, not the type in the item. The item may be the one that PDUGetComParam
-/// returned. Lengths in field records are trusted.
+/// returned. Lengths in field records are trusted; without a data pointer only the length changes,
+/// up to what the ComParam's buffer holds.
 ///
 /// An existing link takes CP_CanPhysReqId and CP_CanRespUSDTId from its unique response table
 /// instead. CP_P2Max is in microseconds; the time-out in milliseconds is CP_P2Max / 2000.
@@ -239,7 +244,7 @@ PDU_API T_PDU_ERROR PDU_CALL PDUSetComParam(UNUM32 hMod, UNUM32 hCLL, PDU_PARAM_
 /// response is delivered. pCoPTag is returned in every item unchanged; it may be null.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED if the link is offline,
-/// PDU_ERR_FCT_FAILED if memory runs out.
+/// PDU_ERR_FCT_FAILED if memory runs out (*phCoP is not written).
 PDU_API T_PDU_ERROR PDU_CALL PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType,
                                                   UNUM32 CoPDataSize, UNUM8* pCoPData,
                                                   PDU_COP_CTRL_DATA* pCopCtrlData, void* pCoPTag,
@@ -299,15 +304,17 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pSh
 /// its handle until PDUDestruct. A dongle that has vanished stays in the list; PDUGetStatus then
 /// returns PDU_MODST_NOT_AVAIL, even after it is back, until the next PDUConstruct.
 ///
-/// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED, PDU_ERR_FCT_FAILED if memory runs out.
+/// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED, PDU_ERR_INVALID_PARAMETERS if pModuleIdList is null,
+/// PDU_ERR_FCT_FAILED if memory for the list runs out (*pModuleIdList is not written). A dongle for
+/// which memory runs out during the search is missing from the list.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetModuleIds(PDU_MODULE_ITEM** pModuleIdList);
 
 /// Returns the resources of a module that match the bus type and the protocol in pResourceIdData
 /// (both 0, or a null pointer: all resources; pins are ignored). The list always has one module
-/// entry, without ids if nothing matches. The handle is not checked. *pResourceIdList is null if
-/// memory runs out.
+/// entry, without ids if nothing matches. The handle is not checked.
 ///
-/// Errors: none.
+/// Errors: PDU_ERR_INVALID_PARAMETERS if pResourceIdList is null, PDU_ERR_FCT_FAILED if memory runs
+/// out (*pResourceIdList is not written).
 PDU_API T_PDU_ERROR PDU_CALL PDUGetResourceIds(UNUM32 hMod, PDU_RSC_DATA* pResourceIdData,
                                                PDU_RSC_ID_ITEM** pResourceIdList);
 
@@ -318,10 +325,10 @@ PDU_API T_PDU_ERROR PDU_CALL
 PDUGetConflictingResources(UNUM32 resourceId, PDU_MODULE_ITEM* pInputModuleList,
                            PDU_RSC_CONFLICT_ITEM** pOutputConflictList);
 
-/// Returns a copy of the link's unique response table; null if the link has none, or if memory runs
-/// out.
+/// Returns a copy of the link's unique response table; null if the link has none.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE.
+/// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_INVALID_PARAMETERS if pUniqueRespIdTable is null. If
+/// memory runs out, the call succeeds with null.
 PDU_API T_PDU_ERROR PDU_CALL PDUGetUniqueRespIdTable(
     UNUM32 hMod, UNUM32 hCLL, PDU_UNIQUE_RESP_ID_TABLE_ITEM** pUniqueRespIdTable);
 
@@ -332,10 +339,9 @@ PDU_API T_PDU_ERROR PDU_CALL PDUGetUniqueRespIdTable(
 /// answers. An entry that repeats the CP_CanRespUSDTId of an earlier one is left out; results carry
 /// the position among the remaining entries. An empty table is accepted.
 ///
-/// With null, or if memory runs out, the link has no table, and its requests end with
-/// PDU_ERR_EVT_TX_ERROR.
+/// With null the link has no table, and its requests end with PDU_ERR_EVT_TX_ERROR.
 ///
-/// Errors: PDU_ERR_INVALID_HANDLE.
+/// Errors: PDU_ERR_INVALID_HANDLE. If memory runs out, the call succeeds and the link has no table.
 PDU_API T_PDU_ERROR PDU_CALL PDUSetUniqueRespIdTable(
     UNUM32 hMod, UNUM32 hCLL, PDU_UNIQUE_RESP_ID_TABLE_ITEM* pUniqueRespIdTable);
 

@@ -92,6 +92,11 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetUniqueRespIdTable(
     const ApiCall call;
     Log(kLogTrace, "[%s] Called (hMod=%u, hCLL=%u)", __func__, hMod, hCLL);
     const LinkRef link = FindLink(hMod, hCLL);
+    if (link && pUniqueRespIdTable == nullptr) {
+        Log(kLogTrace, "[%s] pUniqueRespIdTable is NULL, Returning PDU_ERR_INVALID_PARAMETERS",
+            __func__);
+        return PDU_ERR_INVALID_PARAMETERS;
+    }
     if (link) {
         const LinkMutexGuard mutex(link.Get());
         if (mutex) {

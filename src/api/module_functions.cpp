@@ -39,6 +39,11 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetModuleIds(PDU_MODULE_ITEM** pModuleIdList)
             __func__);
         return PDU_ERR_PDUAPI_NOT_CONSTRUCTED;
     }
+    if (pModuleIdList == nullptr) {
+        Log(kLogTrace, "[%s] pModuleIdList is NULL, Returning PDU_ERR_INVALID_PARAMETERS",
+            __func__);
+        return PDU_ERR_INVALID_PARAMETERS;
+    }
     UpdateModuleList();
     PDU_MODULE_ITEM* item = MakeModuleItem();
     if (item == nullptr) return PDU_ERR_FCT_FAILED;

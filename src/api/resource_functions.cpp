@@ -59,8 +59,15 @@ extern "C" T_PDU_ERROR PDU_CALL PDUGetResourceIds(UNUM32 hMod, PDU_RSC_DATA* pRe
     const PDU_RSC_DATA wanted = pResourceIdData == nullptr ? PDU_RSC_DATA{} : *pResourceIdData;
     Log(kLogTrace, "[%s] (%u, BusTypeId: %u, ProtocolId: %u, NumPinData: %u)", __func__, hMod,
         wanted.BusTypeId, wanted.ProtocolId, wanted.NumPinData);
-    *pResourceIdList =
+    if (pResourceIdList == nullptr) {
+        Log(kLogTrace, "[%s] pResourceIdList is NULL, Returning PDU_ERR_INVALID_PARAMETERS",
+            __func__);
+        return PDU_ERR_INVALID_PARAMETERS;
+    }
+    PDU_RSC_ID_ITEM* item =
         MakeResourceIdItem(hMod, SelectResources(__func__, wanted.BusTypeId, wanted.ProtocolId));
+    if (item == nullptr) return PDU_ERR_FCT_FAILED;
+    *pResourceIdList = item;
     Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);
     return PDU_STATUS_NOERROR;
 }

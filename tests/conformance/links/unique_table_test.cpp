@@ -117,6 +117,18 @@ TEST_F(UniqueTables, GetIsLogged) {
     EXPECT_TRUE(log.Has("[PDUGetUniqueRespIdTable] Returning PDU_ERR_INVALID_HANDLE"));
 }
 
+TEST_F(UniqueTables, GetWithoutAPointerIsRefused) {
+    const Link link(hMod);
+    const LogCapture log;
+    EXPECT_EQ(Pdu().PDUGetUniqueRespIdTable(hMod, link.hCLL(), nullptr),
+              PDU_ERR_INVALID_PARAMETERS);
+    EXPECT_TRUE(
+        log.Has("[PDUGetUniqueRespIdTable] pUniqueRespIdTable is NULL, Returning "
+                "PDU_ERR_INVALID_PARAMETERS"));
+    EXPECT_EQ(Pdu().PDUGetUniqueRespIdTable(hMod, 99, nullptr), PDU_ERR_INVALID_HANDLE);
+    EXPECT_NE(TableOf(link), nullptr);  // nobody keeps the link's mutex
+}
+
 TEST_F(UniqueTables, ItemsOutsideTheTableOfComParamsAreNotDumped) {
     const Link link(hMod);
     UniqueTable own;

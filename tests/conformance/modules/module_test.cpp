@@ -55,6 +55,10 @@ TEST_F(Modules, ListDescribesTheDongle) {
     EXPECT_STREQ(module.pVendorAdditionalInfo, "Interface='USB'");
 }
 
+TEST_F(Modules, ListWithoutAPointerIsRefused) {
+    EXPECT_EQ(Pdu().PDUGetModuleIds(nullptr), PDU_ERR_INVALID_PARAMETERS);
+}
+
 TEST_F(Modules, DescriptionIsTheSameOnEveryCall) {
     const auto first = GetModuleIds();
     Pdu().PDUModuleConnect(hMod);
