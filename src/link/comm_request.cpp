@@ -88,9 +88,8 @@ PacketPtr AwaitResponse(const CommLink& link, std::uint32_t req_id, std::uint64_
     return nullptr;
 }
 
-bool IsUsable(const CommLink* link, const std::uint8_t* data, std::uint32_t data_len) {
-    return link != nullptr && link->queues != nullptr && data != nullptr &&
-           data_len <= kMaxRequestData;
+bool IsUsable(const CommLink* link, std::uint32_t data_len) {
+    return link != nullptr && link->queues != nullptr && data_len <= kMaxRequestData;
 }
 
 // A tracked copy; null only when memory is out, not for 0 bytes.
@@ -106,8 +105,9 @@ bool FillAnswer(const Packet& packet, CommAnswer* answer) {
     const auto response = CommResponseView::Of(packet);
     if (!response) return false;
     if (answer == nullptr) return true;
-    answer->data = CopyOf(response->Data());
-    answer->length = static_cast<std::uint32_t>(response->Data().size);
+    const ByteView data = response->CountedData();
+    answer->data = CopyOf(data);
+    answer->length = static_cast<std::uint32_t>(data.size);
     answer->wait_time = response->WaitTime();
     return answer->data != nullptr;
 }
@@ -115,7 +115,7 @@ bool FillAnswer(const Packet& packet, CommAnswer* answer) {
 }  // namespace
 
 bool CommRequest(const CommLink* link, const CommRequestData& request, CommAnswer* answer) {
-    if (!IsUsable(link, request.data, request.data_len)) return false;
+    if (!IsUsable(link, request.data_len) || request.data == nullptr) return false;
     const WaitFlags flags = {.running = link->running};
     const ExchangeSlot slot(flags);
     if (!slot.IsHeld()) return false;
@@ -253,7 +253,8 @@ void DistributeAnswers(const CommResponseView& response, CommMultiRequest* reque
 bool CommRequestMulti(const CommLink* link, CommMultiRequest* request,
                       const std::atomic<bool>* abort) {
     if (request == nullptr || (request->entries == nullptr && request->count > 0)) return false;
-    if (!IsUsable(link, request->data, request->data_len)) return false;
+    if (!IsUsable(link, request->data_len)) return false;
+    if (request->data == nullptr && request->data_len > 0) return false;
     const WaitFlags flags = {.abort = abort, .running = link->running};
     const ExchangeSlot slot(flags);
     MultiTemplate built;

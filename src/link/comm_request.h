@@ -22,8 +22,8 @@ struct CommAnswer {
 
 struct CommRequestData {
     std::uint32_t req_id;
-    const std::uint8_t* data;
-    std::uint32_t data_len;  // above 65535 the exchange fails and nothing is sent
+    const std::uint8_t* data;  // must not be null, not even for 0 bytes
+    std::uint32_t data_len;    // above 65535 the exchange fails and nothing is sent
     std::uint32_t can_id_tx;
     std::uint32_t can_id_rx;
     std::uint32_t timeout_ms;  // the dongle gets 500 ms more
@@ -46,8 +46,8 @@ struct CommMultiRequest {
     std::uint32_t can_id_tx_func;
     std::uint32_t count;
     CommMultiEntry* entries;
-    const std::uint8_t* data;
-    std::uint32_t data_len;  // above 65535 the exchange fails and nothing is sent
+    const std::uint8_t* data;  // may be null for 0 bytes
+    std::uint32_t data_len;    // above 65535 the exchange fails and nothing is sent
     std::uint32_t timeout_ms;
 };
 

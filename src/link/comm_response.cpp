@@ -11,10 +11,12 @@ std::optional<CommResponseView> CommResponseView::Of(const Packet& packet) {
     CommResponseView view;
     view.wire_ = *wire;
     view.data_ = packet.DataAfter<CommResponseWire>();
-    if (!view.IsMulti()) {
-        view.data_.size = std::min<std::size_t>(wire->data_length, view.data_.size);
-    }
+    if (!view.IsMulti()) view.data_ = view.CountedData();
     return view;
+}
+
+ByteView CommResponseView::CountedData() const {
+    return {data_.data, std::min<std::size_t>(wire_.data_length, data_.size)};
 }
 
 CommResponseEntries::CommResponseEntries(const CommResponseView& response)

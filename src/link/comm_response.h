@@ -19,6 +19,8 @@ public:
     bool IsMulti() const { return wire_.wait_time == kWaitTimeMulti; }
     // The response bytes. Multi form: all entries, unparsed.
     ByteView Data() const { return data_; }
+    // As many of them as the length field says, whatever the form.
+    ByteView CountedData() const;
 
 private:
     friend class CommResponseEntries;

@@ -72,11 +72,11 @@ Ref<ComPrimitive> MakeComPrimitive(const LinkRecord& link, std::uint32_t hCoP,
     cop->CoPType = request.CoPType;
     cop->pCoPTag = request.pCoPTag;
     if (request.CoPDataSize > 0 && request.pCoPData != nullptr) {
+        // Without its bytes it would be another request, which can be sent.
         cop->pCoPData = static_cast<UNUM8*>(AllocateMem(request.CoPDataSize));
-        if (cop->pCoPData != nullptr) {
-            std::memcpy(cop->pCoPData, request.pCoPData, request.CoPDataSize);
-            cop->CoPDataSize = request.CoPDataSize;
-        }
+        if (cop->pCoPData == nullptr) return {};
+        std::memcpy(cop->pCoPData, request.pCoPData, request.CoPDataSize);
+        cop->CoPDataSize = request.CoPDataSize;
     }
     cop->pCopCtrlData = CopyControlData(request.pCopCtrlData);
     cop->extended_frame = link.rawMode && AsksForExtendedFrame(request.pCopCtrlData);

@@ -105,6 +105,12 @@ TEST_F(CommRequestTest, AnswerWithoutBytesSucceedsWithAnEmptyBuffer) {
     EXPECT_NE(answer.data, nullptr);
 }
 
+TEST_F(CommRequestTest, AnswerInMultiFormHasAsManyBytesAsItsLengthFieldSays) {
+    ASSERT_TRUE(RunAnsweredBy(MultiResponseTo(9, {{7, {0x62, 1}}, {8, {0x62, 2}}})));
+    EXPECT_EQ(Bytes(answer.data.get(), answer.data.get() + answer.length), (Bytes{7, 0}));
+    EXPECT_EQ(answer.wait_time, kWaitTimeMulti);
+}
+
 TEST_F(CommRequestTest, UnwantedAnswerStillEndsTheExchange) {
     Receive(&dongle, ResponseTo(9, {1, 2, 3}));
     EXPECT_TRUE(CommRequest(&link, Request(9), nullptr));
@@ -339,6 +345,17 @@ TEST_F(CommRequestMultiTest, RequestWithoutEntriesIsSent) {
     request.entries = nullptr;
     EXPECT_TRUE(RunAnsweredBy(MultiResponseTo(9, {{0, {0x62}}})));
     EXPECT_EQ(NextSent(&dongle)->length, 40u);  // the five bytes, padded
+}
+
+TEST_F(CommRequestMultiTest, RequestWithoutBytesIsSent) {
+    request.data = nullptr;
+    request.data_len = 0;
+    Exchange exchange([this] { return Run(); });
+    const PacketPtr sent = NextSent(&dongle);
+    EXPECT_EQ(sent->length, 32u + 8 * 3);
+    EXPECT_EQ(sent->U32(24), 0u);
+    Receive(&dongle, MultiResponseTo(9, {}));
+    EXPECT_TRUE(exchange.Succeeds());
 }
 
 TEST_F(CommRequestMultiTest, AnswersGoToTheEntriesOfTheirId) {

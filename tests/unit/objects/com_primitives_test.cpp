@@ -207,5 +207,24 @@ TEST_F(ComPrimitives, ControlDataCopiedWithoutEnoughMemoryLeaksNothing) {
     }
 }
 
+TEST_F(ComPrimitives, RequestWhoseBytesCannotBeCopiedIsRefused) {
+    ASSERT_EQ(PDUConnect(0, link->hCLL), PDU_STATUS_NOERROR);
+    const MemoryUse before = LiveMemory();
+    UNUM8 bytes[2] = {0x22, 0xF1};
+    bool refused = true;
+    for (std::uint32_t allowed = 0; refused; ++allowed) {
+        UNUM32 hCoP = 0;
+        T_PDU_ERROR status = PDU_STATUS_NOERROR;
+        {
+            const FailingHeap heap(allowed, 1);
+            status = PDUStartComPrimitive(0, link->hCLL, PDU_COPT_SENDRECV, 2, bytes, nullptr,
+                                          nullptr, &hCoP);
+            refused = heap.Refused();
+        }
+        EXPECT_EQ(status, refused ? PDU_ERR_FCT_FAILED : PDU_STATUS_NOERROR) << allowed;
+        EXPECT_EQ(LiveMemory() == before, refused) << allowed;
+    }
+}
+
 }  // namespace
 }  // namespace tarvik::test
