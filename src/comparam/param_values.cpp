@@ -152,11 +152,15 @@ void* CopyByteField(const void* data) {
     return copy.release();
 }
 
-bool IsCopyable(std::uint32_t data_type) {
+}  // namespace
+
+bool IsCopyableParam(std::uint32_t data_type) {
     return ParamNumberSize(data_type) != 0 || data_type == PDU_PT_BYTEFIELD;
 }
 
-}  // namespace
+bool IsReleasedParam(std::uint32_t data_type) {
+    return IsCopyableParam(data_type) || data_type == PDU_PT_STRUCTFIELD;
+}
 
 std::size_t ParamNumberSize(std::uint32_t data_type) {
     switch (data_type) {
@@ -226,7 +230,7 @@ bool FormatStructEntry(std::uint32_t struct_type, const void* entry,
 ParamCopy CopyParamItem(const PDU_PARAM_ITEM& source, PDU_PARAM_ITEM* copy) {
     *copy = {PDU_IT_PARAM, source.ComParamId, source.ComParamDataType, source.ComParamClass,
              nullptr};
-    if (!IsCopyable(source.ComParamDataType)) return ParamCopy::kNotCopyable;
+    if (!IsCopyableParam(source.ComParamDataType)) return ParamCopy::kNotCopyable;
     if (source.pComParamData == nullptr) return ParamCopy::kCopied;
 
     const std::size_t number_size = ParamNumberSize(source.ComParamDataType);
@@ -236,6 +240,7 @@ ParamCopy CopyParamItem(const PDU_PARAM_ITEM& source, PDU_PARAM_ITEM* copy) {
 }
 
 bool FreeParamValue(const PDU_PARAM_ITEM& item) {
+    if (!IsReleasedParam(item.ComParamDataType)) return false;
     void* data = item.pComParamData;
     switch (item.ComParamDataType) {
         case PDU_PT_BYTEFIELD:
@@ -247,7 +252,6 @@ bool FreeParamValue(const PDU_PARAM_ITEM& item) {
             }
             break;
         default:
-            if (ParamNumberSize(item.ComParamDataType) == 0) return false;
             break;
     }
     FreeMem(data);

@@ -24,6 +24,10 @@ inline constexpr std::size_t kStructEntryTextSize = 32;
 bool FormatStructEntry(std::uint32_t struct_type, const void* entry,
                        char (&text)[kStructEntryTextSize]);
 
+// Whether CopyParamItem copies, and FreeParamValue releases, values of this data type.
+bool IsCopyableParam(std::uint32_t data_type);
+bool IsReleasedParam(std::uint32_t data_type);
+
 enum class ParamCopy : std::uint8_t {
     kCopied,
     kNotCopyable,  // struct field, long field or unknown type: the copy's data pointer is null

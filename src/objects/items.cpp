@@ -45,7 +45,6 @@ void FreeResult(PDU_EVENT_ITEM* item) {
 }
 
 void FreeStatus(PDU_EVENT_ITEM* item) {
-    Log(kLogTrace, "[%s] PDU_IT_STATUS", "FreePduItem");
     FreeMem(item->pData);
     FreeMem(item);
 }
@@ -101,10 +100,16 @@ Item* As(PDU_ITEM* item) {
 }  // namespace
 
 void ReleaseEvent::operator()(PDU_EVENT_ITEM* event) const noexcept {
-    if (event->ItemType == PDU_IT_INFO) {
-        FreeMem(event);
-    } else {
-        FreePduItem(reinterpret_cast<PDU_ITEM*>(event));
+    switch (event->ItemType) {
+        case PDU_IT_RESULT:
+            FreeResult(event);
+            break;
+        case PDU_IT_STATUS:
+            FreeStatus(event);
+            break;
+        default:
+            FreeMem(event);
+            break;
     }
 }
 
@@ -157,6 +162,7 @@ void FreePduItem(PDU_ITEM* item) {
             FreeResult(As<PDU_EVENT_ITEM>(item));
             break;
         case PDU_IT_STATUS:
+            Log(kLogTrace, "[%s] PDU_IT_STATUS", __func__);
             FreeStatus(As<PDU_EVENT_ITEM>(item));
             break;
         case PDU_IT_ERROR:

@@ -12,8 +12,8 @@ namespace tarvik {
 // Releases an item of any type by the ownership rules; null does nothing.
 void FreePduItem(PDU_ITEM* item);
 
-// Releases an event item that never reached the application, information items included:
-// FreePduItem leaves those alone, since they may be the application's.
+// Releases an event item that never reached the application, and logs nothing. Information items
+// are included: FreePduItem leaves those alone, since they may be the application's.
 struct ReleaseEvent {
     void operator()(PDU_EVENT_ITEM* event) const noexcept;
 };

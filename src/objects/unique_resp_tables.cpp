@@ -141,6 +141,32 @@ PDU_UNIQUE_RESP_ID_TABLE_ITEM* DuplicatePduUniqueResponseTable(
     return copy.release();
 }
 
+namespace {
+
+// One line for each item of a type that `handles` does not accept.
+void LogUnhandledParams(const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table, bool (*handles)(std::uint32_t),
+                        const char* function, const char* failure) {
+    for (std::uint32_t i = 0; i < EntryCount(table); ++i) {
+        const PDU_ECU_UNIQUE_RESP_DATA& entry = table.pUniqueData[i];
+        for (std::uint32_t k = 0; k < ParamCount(entry); ++k) {
+            if (handles(entry.pParams[k].ComParamDataType)) continue;
+            Log(kLogTrace, "[%s] ERROR - %s", function, failure);
+        }
+    }
+}
+
+}  // namespace
+
+LoggedTableCopy::LoggedTableCopy(const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table) : table_(table) {
+    LogUnhandledParams(table, IsCopyableParam, "DuplicatePduUniqueResponseTable",
+                       "cannot duplicate");
+}
+
+LoggedTableCopy::~LoggedTableCopy() {
+    Log(kLogTrace, "[%s] PDU_IT_UNIQUE_RESP_ID_TABLE", "FreePduItem");
+    LogUnhandledParams(table_, IsReleasedParam, "FreePduItem", "cannot free");
+}
+
 void DumpRespIdTable(const PDU_UNIQUE_RESP_ID_TABLE_ITEM* table) {
     if (!LogEnabled(kLogTrace)) return;
     Log(kLogTrace, "[%s]", __func__);

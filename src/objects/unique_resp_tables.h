@@ -28,6 +28,18 @@ PDU_UNIQUE_RESP_ID_TABLE_ITEM* CreatePduUniqueResponseTable();
 // A deep copy for PDUDestroyItem / FreePduItem; null for null, or when memory is out.
 PDU_UNIQUE_RESP_ID_TABLE_ITEM* DuplicatePduUniqueResponseTable(
     const PDU_UNIQUE_RESP_ID_TABLE_ITEM* table);
+// While it lives, its owner uses a table that it does not copy: it logs what copying and releasing
+// the copy would log.
+class LoggedTableCopy {
+public:
+    explicit LoggedTableCopy(const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table);
+    ~LoggedTableCopy();
+    LoggedTableCopy(const LoggedTableCopy&) = delete;
+    LoggedTableCopy& operator=(const LoggedTableCopy&) = delete;
+
+private:
+    const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table_;
+};
 // Writes the application's table to the log, line by line.
 void DumpRespIdTable(const PDU_UNIQUE_RESP_ID_TABLE_ITEM* table);
 

@@ -97,6 +97,7 @@ void Exchange(LinkRecord* link, ComPrimitive* cop, const Addressing& used) {
         return;
     }
     const PDU_UNIQUE_RESP_ID_TABLE_ITEM& table = reference->Item();
+    const LoggedTableCopy copy(table);
     TraceCandidates(*cop, used, table);
     if (table.NumEntries >= 2) {
         RunMultiRequest(link, cop, table);

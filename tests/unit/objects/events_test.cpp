@@ -73,7 +73,9 @@ TEST_F(Events, DestructReleasesQueuedItems) {
     PDUConnect(0, hCLL);
     Queue(&*SystemEventQueue);
     Queue(&ModuleDevices->slots[0].events);
+    const LogCapture log;
     ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_FALSE(log.Mentions("[FreePduItem] PDU_IT_STATUS"));
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
     EXPECT_EQ(LiveMemory().bytes, before.bytes);
 }

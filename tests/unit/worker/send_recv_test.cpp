@@ -123,6 +123,24 @@ TEST_F(SendRecv, TableOfTwoEntriesOrMoreMakesAMultiRequest) {
     EXPECT_EQ(ExchangeWith(TableOf({{}, {}, {}})), "multi");
 }
 
+TEST_F(SendRecv, TableInUseIsLoggedAsACopyThatIsReleased) {
+    PDU_PARAM_ITEM params[] = {{PDU_IT_PARAM, 1, PDU_PT_LONGFIELD, PDU_PC_UNIQUE_ID, nullptr},
+                               {PDU_IT_PARAM, 2, PDU_PT_STRUCTFIELD, PDU_PC_UNIQUE_ID, nullptr}};
+    PDU_ECU_UNIQUE_RESP_DATA entries[] = {{1, 2, params}};
+    const PDU_UNIQUE_RESP_ID_TABLE_ITEM table = {PDU_IT_UNIQUE_RESP_ID_TABLE, 1, entries};
+    link->unique_table = UniqueRespTable::Adopt(DuplicatePduUniqueResponseTable(&table));
+    const Ref<UniqueRespTable> kept = link->unique_table;
+    const LogCapture log;
+    exchange = [&](const CommLink&, const CommRequestData&, CommAnswer*) {
+        EXPECT_EQ(log.Count("[DuplicatePduUniqueResponseTable] ERROR - cannot duplicate"), 2u);
+        EXPECT_FALSE(log.Mentions("[FreePduItem]"));
+        return false;
+    };
+    Run(MakeRequest());
+    EXPECT_EQ(log.Count("[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE"), 1u);
+    EXPECT_EQ(log.Count("[FreePduItem] ERROR - cannot free"), 1u);
+}
+
 TEST_F(SendRecv, MissingTableIsAnError) {
     link->unique_table.Reset();
     const LogCapture log;
