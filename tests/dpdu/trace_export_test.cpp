@@ -240,6 +240,19 @@ TEST(TraceExport, FailedExportLeavesNothing) {
     if (file) std::fclose(file);
 }
 
+TEST(TraceExport, FailedExportLeavesAnOlderFileAsItWas) {
+    const TemporaryTrace older("notes\n");
+    const TemporaryTrace rubbish("rubbish\n");
+    EXPECT_EQ(Export({"asc", rubbish.Path(), "-o", older.Path()}).exit_code, 1);
+    EXPECT_EQ(ReadWholeFile(older.Path()), "notes\n");
+}
+
+TEST(TraceExport, CompleteExportReplacesAnOlderFile) {
+    const TemporaryTrace older("notes\n");
+    ExpectOutput(Export({"candump", TracePath("functional"), "-o", older.Path()}), "");
+    EXPECT_EQ(ReadWholeFile(older.Path()), Export({"candump", TracePath("functional")}).output);
+}
+
 TEST(TraceExport, TraceIsNotOverwrittenByItsOwnExport) {
     const TemporaryTrace trace(RawTrace());
     const ClientResult result = Export({"asc", trace.Path(), "-o", trace.Path()});

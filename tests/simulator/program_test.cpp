@@ -158,6 +158,39 @@ TEST_F(Program, AnswersOnItsLink) {
     EXPECT_FALSE(std::filesystem::is_symlink(folder_ + "/dongle"));
 }
 
+TEST_F(Program, LinkReplacesNeitherAFileNorAnotherLink) {
+    Write("notes", "mine");
+    ExpectOutcome("--vehicle $CAR --link notes -- true", 1,
+                  "brennix-sim: notes: is no symbolic link, so it is kept\n");
+    EXPECT_EQ(Read("notes"), "mine");
+    std::filesystem::create_symlink("notes", folder_ + "/shortcut");
+    ExpectOutcome("--vehicle $CAR --link shortcut -- true", 1,
+                  "brennix-sim: shortcut: leads to notes, so it is kept\n");
+    EXPECT_EQ(std::filesystem::read_symlink(folder_ + "/shortcut"), "notes");
+}
+
+TEST_F(Program, LinkOfAKilledSimulatorIsReplaced) {
+    std::filesystem::create_symlink("/dev/pts/ptmx", folder_ + "/dongle");
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle -- true").code, 0);
+    EXPECT_FALSE(std::filesystem::is_symlink(folder_ + "/dongle"));
+}
+
+TEST_F(Program, FileThatTookTheLinksPlaceIsNotRemoved) {
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle -- sh -c 'rm dongle; echo mine >dongle'").code, 0);
+    EXPECT_EQ(Read("dongle"), "mine\n");
+}
+
+TEST_F(Program, FilesBesideTheOutputsAreLeftAlone) {
+    Write("dongle.new", "mine");
+    Write("ready.new", "mine");
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle --ready-file ready -- true").code, 0);
+    EXPECT_EQ(Read("dongle.new"), "mine");
+    EXPECT_EQ(Read("ready.new"), "mine");
+    std::filesystem::create_directory(folder_ + "/folder");
+    ExpectOutcome("--vehicle $CAR --ready-file folder -- true", 1,
+                  "brennix-sim: folder: is no ordinary file, so it is kept\n");
+}
+
 TEST_F(Program, StrictExitsWithThreeAfterAProtocolViolation) {
     const std::string command =
         " -- bash -c 'exec 3<>dongle; printf "

@@ -36,17 +36,23 @@ trace::ReadReport ReadFile(const std::string& path, const trace::LineReader::Han
     return report;
 }
 
-// The output file of an export. Removed unless the export completes.
+// The output file of an export. It has its former contents, or does not exist, until the export
+// completes. A device or a pipe is written to as it is.
 class TargetFile {
 public:
-    explicit TargetFile(const std::string& path) : path_(path) {
-        file_ = std::fopen(path.c_str(), "wb");
+    explicit TargetFile(const std::string& path) : path_(path), written_(path) {
+        std::error_code ignored;
+        const auto status = std::filesystem::status(path, ignored);
+        if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) {
+            if (std::filesystem::exists(status)) path_ = std::filesystem::canonical(path).string();
+            written_ = FreeNameBeside(path_);
+        }
+        file_ = std::fopen(written_.c_str(), "wb");
         if (file_ == nullptr) ThrowUnwritable();
     }
     ~TargetFile() {
-        if (file_ == nullptr) return;
-        std::fclose(file_);
-        std::remove(path_.c_str());
+        if (file_ != nullptr) std::fclose(file_);
+        if (written_ != path_) std::remove(written_.c_str());
     }
     TargetFile(const TargetFile&) = delete;
     TargetFile& operator=(const TargetFile&) = delete;
@@ -59,14 +65,29 @@ public:
         const bool was_closed = std::fclose(file_) == 0;
         file_ = nullptr;
         if (!was_closed) ThrowUnwritable();
+        if (written_ == path_) return;
+        std::error_code error;
+        std::filesystem::rename(written_, path_, error);
+        if (error) throw Failure("cannot write '" + path_ + "': " + error.message());
+        written_ = path_;
     }
 
 private:
+    static std::string FreeNameBeside(const std::string& path) {
+        std::error_code ignored;
+        for (int number = 1;; ++number) {
+            std::string name = path + "." + std::to_string(number) + ".part";
+            if (!std::filesystem::exists(std::filesystem::symlink_status(name, ignored))) {
+                return name;
+            }
+        }
+    }
     [[noreturn]] void ThrowUnwritable() const {
         throw Failure("cannot write '" + path_ + "': " + std::generic_category().message(errno));
     }
 
     std::string path_;
+    std::string written_;  // renamed to path_ in the end, or path_ itself
     std::FILE* file_ = nullptr;
 };
 

@@ -18,10 +18,14 @@ public:
     virtual void Withdraw() = 0;
 };
 
-// A symbolic link, for programs that are told which port to open. Throws std::system_error.
+// A symbolic link, for programs that are told which port to open. Throws std::runtime_error or
+// std::system_error. Whatever else is at its path is neither replaced nor removed.
 class LinkListing : public PortListing {
 public:
-    explicit LinkListing(std::string path) : path_(std::move(path)) {}
+    // kAnyLink: in folders of which the links belong to the simulated system.
+    enum class Replaces : unsigned char { kOwnLinks, kAnyLink };
+    explicit LinkListing(std::string path, Replaces replaces = Replaces::kOwnLinks)
+        : path_(std::move(path)), replaces_(replaces) {}
     ~LinkListing() override { LinkListing::Unlink(); }
     void Link(const std::string& slave_path) override;
     void Unlink() override;
@@ -29,8 +33,11 @@ public:
     void Withdraw() override {}
 
 private:
+    void CheckReplaceable() const;
+
     std::string path_;
-    bool linked_ = false;
+    Replaces replaces_;
+    std::string target_;  // of the link as it was made; empty: not there
 };
 
 }  // namespace brennix

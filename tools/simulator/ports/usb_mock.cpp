@@ -28,7 +28,7 @@ public:
         : bus_(bus),
           node_(std::move(node)),
           identity_(std::move(identity)),
-          link_(root + "/dev/" + node_) {}
+          link_(root + "/dev/" + node_, LinkListing::Replaces::kAnyLink) {}
 
     void Link(const std::string& slave_path) override { link_.Link(slave_path); }
     void Unlink() override { link_.Unlink(); }

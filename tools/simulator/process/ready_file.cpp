@@ -1,5 +1,7 @@
 #include "process/ready_file.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -14,7 +16,11 @@ std::string PlacesText(const std::map<std::string, std::string>& places) {
 }
 
 void WriteReadyFile(const std::string& path, const std::string& text) {
-    const std::string temporary = path + ".new";
+    // No file of somebody else has this name.
+    const std::string temporary = path + "." + std::to_string(::getpid()) + ".new";
+    if (std::filesystem::exists(path) && !std::filesystem::is_regular_file(path)) {
+        throw std::runtime_error(path + ": is no ordinary file, so it is kept");
+    }
     std::ofstream file(temporary);
     file << text;
     file.close();

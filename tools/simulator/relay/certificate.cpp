@@ -70,7 +70,13 @@ void TlsContextDeleter::operator()(SSL_CTX* context) const { SSL_CTX_free(contex
 
 void EnsureCertificate(const std::string& certificate_file, const std::string& key_file,
                        const std::string& host) {
-    if (Exists(certificate_file) && Exists(key_file)) return;
+    const bool has_certificate = Exists(certificate_file);
+    if (has_certificate && Exists(key_file)) return;
+    if (has_certificate || Exists(key_file)) {
+        const std::string& present = has_certificate ? certificate_file : key_file;
+        const std::string& missing = has_certificate ? key_file : certificate_file;
+        throw std::runtime_error(present + ": is there without " + missing + ", so it is kept");
+    }
     const PrivateKey key(EVP_EC_gen("P-256"));
     if (key == nullptr) throw std::runtime_error("OpenSSL: no key for the certificate");
     const Certificate certificate = MakeCertificate(key.get(), host);

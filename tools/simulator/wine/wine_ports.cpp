@@ -29,7 +29,7 @@ public:
         : helper_(helper),
           name_(std::move(name)),
           hardware_id_(std::move(hardware_id)),
-          link_(prefix + "/dosdevices/" + LowerCase(name_)) {}
+          link_(prefix + "/dosdevices/" + LowerCase(name_), LinkListing::Replaces::kAnyLink) {}
 
     void Link(const std::string& slave_path) override { link_.Link(slave_path); }
     void Unlink() override { link_.Unlink(); }
