@@ -6,6 +6,7 @@
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "support/config.h"
+#include "support/console_output.h"
 #include "support/cop_trace.h"
 #include "support/debug_console.h"
 #include "support/log.h"
@@ -64,6 +65,7 @@ void Destruct() {
     SystemEventQueue->Free();
     ClearModuleTable();
     if (CopTraceActive()) StopCopTrace();
+    StopConsoleOutput();
     OsAllowUnloading(kLastThreadsMs);
 }
 
@@ -77,8 +79,10 @@ extern "C" T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     if (!ChangeLibraryState(Lifecycle::kNotConstructed, Lifecycle::kConstructing)) {
         return PDU_ERR_SHARING_VIOLATION;
     }
+    StartConsoleOutput();
     const std::uint32_t status = Construct(OptionStr, pAPITag);
     const bool done = status == PDU_STATUS_NOERROR;
+    if (!done) StopConsoleOutput();
     ChangeLibraryState(Lifecycle::kConstructing,
                        done ? Lifecycle::kConstructed : Lifecycle::kNotConstructed);
     if (done) Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);

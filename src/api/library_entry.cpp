@@ -1,6 +1,7 @@
 #include "api/library_entry.h"
 
 #include "link/fragmentation.h"
+#include "support/console_output.h"
 #include "support/log.h"
 #include "transport/transport_table.h"
 
@@ -12,6 +13,7 @@ void OnLibraryLoad() {
 }
 
 void OnLibraryUnload() {
+    EndConsoleOutput();
     ConsolePrint("[DLL] Detaching the Tarvik D-PDU DLL\n");
     FragDeinit();
 }

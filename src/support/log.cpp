@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "support/console_output.h"
 #include "support/keep_last_error.h"
 #include "support/memory.h"
 
@@ -15,6 +16,23 @@ void WriteLongLine(std::size_t length, const char* format, std::va_list argument
     if (line == nullptr) return;
     if (std::vsnprintf(line.get() + kLogPrefixLength, length + 1, format, arguments) < 0) return;
     WriteLogLine(line.get(), length);
+}
+
+// `brief` holds the first part of the text, or all of it.
+TARVIK_PRINTF(4, 0)
+void PrintText(const char* brief, std::size_t room, std::size_t length, const char* format,
+               std::va_list arguments) {
+    if (length < room) {
+        WriteConsoleText(brief, length);
+        return;
+    }
+    const Tracked<char> text(static_cast<char*>(AllocateMem(length + 1)));
+    if (text == nullptr) {
+        WriteConsoleText(brief, room - 1);  // better than nothing
+        return;
+    }
+    if (std::vsnprintf(text.get(), length + 1, format, arguments) < 0) return;
+    WriteConsoleText(text.get(), length);
 }
 
 }  // namespace
@@ -33,11 +51,16 @@ void Log(int level, const char* format, ...) {
 }
 
 void ConsolePrint(const char* format, ...) {
+    const KeepLastError keep;
+    char brief[1024];
     std::va_list arguments;
     va_start(arguments, format);
-    std::vprintf(format, arguments);
+    std::va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(brief, sizeof brief, format, arguments);
+    if (length > 0) PrintText(brief, sizeof brief, static_cast<std::size_t>(length), format, again);
+    va_end(again);
     va_end(arguments);
-    std::fflush(stdout);  // shown at once, even if the output is a pipe
 }
 
 HexText::HexText(const void* data, std::size_t size, Style style) {

@@ -12,7 +12,8 @@ namespace tarvik {
 // calling thread's last system error.
 void Log(int level, const char* format, ...) TARVIK_PRINTF(2, 3);
 
-// Prints to standard output. Not copied into the log file.
+// Prints to standard output. Not copied into the log file. While the library is constructed, a
+// paused console does not block the caller (see console_output.h).
 void ConsolePrint(const char* format, ...) TARVIK_PRINTF(1, 2);
 
 // Bytes as text, for log and console lines. Short data needs no heap.

@@ -7,11 +7,14 @@
 #include "conformance/frame/construct.h"
 #include "conformance/framework/fixtures.h"
 #include "conformance/framework/fresh_process.h"
+#include "conformance/framework/items.h"
 #include "conformance/framework/log_file.h"
 #include "conformance/framework/surroundings.h"
 #include "conformance/framework/system.h"
 #include "conformance/framework/trace_file.h"
 #include "conformance/framework/waiting.h"
+
+#include "paused_console.h"
 
 using namespace conformance;
 
@@ -186,6 +189,17 @@ FRESH_PROCESS_TEST(FreshConsole, SwitchedOffPrintsNoBanner) {
 }
 
 // ---- trace -------------------------------------------------------------------------------------
+
+FRESH_PROCESS_TEST(FreshConsole, PauseHoldsUpNeitherScanNorDestruct) {
+    ConstructWith(
+        {.useSerial = true, .useCloud = true, .dummyDevice = true, .serverAddress = "127.0.0.1:1"});
+    paused_console::PausedConsole console;
+    ASSERT_TRUE(console.IsUsable());
+    EXPECT_NE(GetModuleIds(), nullptr);
+    Destruct();
+    ConstructWith({.dummyDevice = true});
+    Destruct();
+}
 
 FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationSendsANoticeAndWritesNoFile) {
     const DebugOutputCapture debugger;

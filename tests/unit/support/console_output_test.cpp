@@ -1,5 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "paused_console.h"
+#include "support/console_output.h"
 #include "support/debug_console.h"
 #include "support/log.h"
 #include "unit/test_support.h"
@@ -21,6 +29,61 @@ TEST(Console, PrintsToStandardOutputAndNotToTheLog) {
     EXPECT_NE(console.Text().find("[Cloud] ---CONNECTING---"), std::string::npos);
     EXPECT_NE(console.Text().find("100%\n"), std::string::npos);
     EXPECT_EQ(log.Text(), "");
+}
+
+TEST(Console, LongTextIsPrintedWhole) {
+    const std::string text(200'000, 'x');
+    for (const bool by_thread : {false, true}) {
+        if (by_thread) StartConsoleOutput();
+        test::StdoutCapture console;
+        ConsolePrint("%s\n", text.c_str());
+        EXPECT_EQ(console.Text().find_first_not_of('x'), text.size());
+        StopConsoleOutput();
+    }
+}
+
+TEST(Console, ThreadsPrintWholeLines) {
+    StartConsoleOutput();
+    test::StdoutCapture console;
+    {
+        std::vector<std::unique_ptr<test::Thread>> threads;
+        for (int t = 0; t < 4; ++t) {
+            threads.push_back(std::make_unique<test::Thread>([t] {
+                for (int i = 0; i < 100; ++i)
+                    ConsolePrint("<%s>\n", std::string(100, static_cast<char>('a' + t)).c_str());
+            }));
+        }
+    }
+    StopConsoleOutput();
+    std::istringstream lines(console.Text());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        std::erase(line, '\r');
+        ASSERT_EQ(line, "<" + std::string(100, line.size() > 1 ? line[1] : '?') + ">");
+    }
+    EXPECT_EQ(count, 400);
+}
+
+TEST(Console, PauseHoldsNobodyUp) {
+    paused_console::PausedConsole console;
+    ASSERT_TRUE(console.IsUsable());
+    StartConsoleOutput();
+    ConsolePrint("first\n");
+    const std::string filling(1000, 'x');
+    for (int i = 0; i < 300; ++i)
+        ConsolePrint("%s\n", filling.c_str());
+    StopConsoleOutput();
+    console.Resume();
+    StartConsoleOutput();
+    // What waits is printed first; then there is room again.
+    EXPECT_TRUE(test::Eventually([&console] {
+        ConsolePrint("last\n");
+        return console.Shown().find("last") != std::string::npos;
+    }));
+    StopConsoleOutput();
+    const std::string shown = console.Shown();
+    EXPECT_LT(shown.find("first"), shown.find('x'));
+    EXPECT_GT(std::count(shown.begin(), shown.end(), 'x'), 40'000);
 }
 
 // On systems where standard output is the console.

@@ -1,0 +1,139 @@
+#include "support/console_output.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/immortal.h"
+#include "platform/lock.h"
+#include "platform/process.h"
+#include "platform/thread.h"
+
+namespace tarvik {
+namespace {
+
+constexpr std::int32_t kPatienceMs = 1000;
+constexpr std::size_t kRoom = 65'536;
+
+std::atomic<bool> every_thread_prints{false};
+
+// Guards what follows. Never held while printing; no other lock is taken inside.
+Immortal<OsLock> output_lock;
+Immortal<OsCondition> text_queued;
+Immortal<OsCondition> text_printed;
+OsThread* printer = nullptr;
+bool printing = false;  // the thread takes text from the ring
+bool stopping = false;
+bool paused = false;          // somebody waited in vain, and nothing was printed since
+char ring[kRoom];             // what is between the next two, modulo its size
+std::uint64_t queued = 0;     // bytes of all times
+std::uint64_t completed = 0;  // likewise
+
+void PrintNow(const char* text, std::size_t length) {
+    std::fwrite(text, 1, length, stdout);
+    std::fflush(stdout);  // shown at once, even if the output is a pipe
+}
+
+// The longest piece that is waiting in one part of the ring.
+std::size_t NextPiece(const char** piece) {
+    const auto start = static_cast<std::size_t>(completed % kRoom);
+    *piece = ring + start;
+    return std::min(static_cast<std::size_t>(queued - completed), kRoom - start);
+}
+
+void PrinterThread(void*) {
+    output_lock->Enter();
+    for (;;) {
+        while (queued == completed && !stopping)
+            text_queued->Wait(*output_lock, -1);
+        if (queued == completed) break;
+        const char* piece = nullptr;
+        const std::size_t length = NextPiece(&piece);
+        output_lock->Leave();
+        PrintNow(piece, length);
+        output_lock->Enter();
+        completed += length;
+        paused = false;
+        text_printed->WakeAll();
+    }
+    printing = false;
+    output_lock->Leave();
+}
+
+// Waits until `done` holds; gives up when nothing is printed for the patience. The lock is held.
+template <typename Condition>
+bool WaitForPrinting(Condition done) {
+    while (!done()) {
+        const std::uint64_t before = completed;
+        if (paused) return false;
+        if (!text_printed->Wait(*output_lock, kPatienceMs) && completed == before) paused = true;
+    }
+    return true;
+}
+
+// False: it does not fit, and the console is paused. The lock is held.
+bool QueueText(const char* text, std::size_t length) {
+    if (paused && length > kRoom - static_cast<std::size_t>(queued - completed)) return false;
+    while (length > 0) {
+        if (!WaitForPrinting([] { return queued - completed < kRoom; })) return false;
+        const auto at = static_cast<std::size_t>(queued % kRoom);
+        const std::size_t free = kRoom - static_cast<std::size_t>(queued - completed);
+        const std::size_t size = std::min({length, free, kRoom - at});
+        std::memcpy(ring + at, text, size);
+        queued += size;
+        text += size;
+        length -= size;
+        text_queued->WakeAll();
+    }
+    return true;
+}
+
+bool StopPrinter() {
+    const LockGuard guard(*output_lock);
+    stopping = true;
+    text_queued->WakeAll();
+    return WaitForPrinting([] { return queued == completed; });
+}
+
+}  // namespace
+
+void StartConsoleOutput() {
+    const LockGuard guard(*output_lock);
+    stopping = false;
+    // An earlier thread that a paused console has held up since goes on.
+    if (printing) return;
+    if (printer != nullptr) OsThreadClose(printer);
+    printing = true;
+    printer = OsThreadStart(&PrinterThread, nullptr, "Tarvik PrinterThread");
+    if (printer == nullptr) printing = false;
+}
+
+void StopConsoleOutput() {
+    if (printer == nullptr) return;
+    const bool done = StopPrinter();
+    if (!OsThreadJoin(printer, done ? kPatienceMs : 0)) {
+        OsKeepLibraryLoaded();
+        return;
+    }
+    OsThreadClose(printer);
+    printer = nullptr;
+}
+
+void EndConsoleOutput() { every_thread_prints = true; }
+
+void WriteConsoleText(const char* text, std::size_t length) {
+    if (!every_thread_prints) {
+        const LockGuard guard(*output_lock);
+        if (printing) {
+            if (!QueueText(text, length)) return;
+            const std::uint64_t end = queued;
+            WaitForPrinting([end] { return completed >= end; });
+            return;
+        }
+    }
+    PrintNow(text, length);
+}
+
+}  // namespace tarvik
