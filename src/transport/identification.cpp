@@ -1,5 +1,6 @@
 #include "transport/identification.h"
 
+#include "link/fragmentation.h"
 #include "link/packet.h"
 #include "support/log.h"
 
@@ -31,7 +32,7 @@ void ReportLogin(const Transport& transport, const Packet& login, DeviceQueues* 
 
 void AnswerPing(DeviceQueues* queues, PacketPtr& ping) {
     ping->type = kTypeRepl;
-    EnqueueTransmitPacket(queues, ping);
+    FragSendPacket(queues, ping);
 }
 
 }  // namespace tarvik

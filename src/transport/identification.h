@@ -26,7 +26,8 @@ struct LoginText {
 void ReportLogin(const Transport& transport, const Packet& login, DeviceQueues* queues,
                  ReportDevice report, void* context);
 
-// Sends a PING back as REPL, payload unchanged. Takes the packet.
+// Sends a PING back as REPL, payload unchanged, in fragments if it is longer than the transport
+// carries whole.
 void AnswerPing(DeviceQueues* queues, PacketPtr& ping);
 
 }  // namespace tarvik

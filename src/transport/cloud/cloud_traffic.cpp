@@ -76,15 +76,29 @@ void DispatchCloudPacket(PacketPtr packet) {
     if (FragReceivePacket(&cloud->queues, packet, &complete)) PassOn(std::move(complete));
 }
 
+namespace {
+
+// Sealed, a longer packet would exceed the relay's receive limit and end every connection.
+bool IsSendable(const Packet& packet) {
+    if (packet.length <= kCloudMtu) return true;
+    Log(kLogError, "[Cloud] Dropped a packet of %u bytes, at most %u can be sealed", packet.length,
+        kCloudMtu);
+    return false;
+}
+
+}  // namespace
+
 PacketPtr NextCloudPacket() {
     PacketPtr packet = TakePacket(&cloud->queues.tx, GetCloudLimits().transmit_wait_ms);
-    if (packet == nullptr) return nullptr;
+    if (packet == nullptr || !IsSendable(*packet)) return nullptr;
     packet = CloudSecSeal(std::move(packet));
     TraceCloudPkt("tx", "wire", packet->Bytes(), packet->length);
     CountSentPacket(packet->length);
     return packet;
 }
 
-void PutBackCloudPacket(PacketPtr packet) { AppendPacket(&cloud->queues.tx, packet, kNoTag); }
+void PutBackCloudPacket(PacketPtr packet) {
+    if (IsSendable(*packet)) AppendPacket(&cloud->queues.tx, packet, kNoTag);
+}
 
 }  // namespace tarvik

@@ -121,6 +121,8 @@ bool SendSync(SerialPort* port) {
     LockGuard hold(port->queues.device_lock);
     if (!port->running) return false;
     PacketPtr sync = MakePacket(kTypeSync, MIN_PKT_SIZE);
+    // The transmit thread waits for this lock, so nothing that answers the SYNC comes too early.
+    LockGuard hold_transmission(port->queues.tx.lock);
     if (sync) EnqueueTransmitPacket(&port->queues, sync);
     port->queues.available = true;
     return true;

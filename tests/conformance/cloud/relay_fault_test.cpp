@@ -44,6 +44,23 @@ TEST_P(RelayFault, LengthAboveTheLimitIsHandledByTheCarrier) {
               !over_tcp);
 }
 
+// An answer that is too long once sealed would end this connection and the next ones.
+TEST_P(RelayFault, UnsealedPingOfAnyLengthIsAnswered) {
+    relay_.Fault("PING * plain");
+    Construct(SettingsFor(GetParam()));
+    ASSERT_TRUE(IsConnected());
+    std::size_t answers = 0;
+    for (const std::size_t length : {4072u, 4073u, 4096u}) {
+        std::string payload;
+        for (std::size_t i = 8; i < length; ++i)
+            payload += i % 2 == 0 ? "5A" : "C3";
+        relay_.Command("ping " + payload);
+        EXPECT_TRUE(relay_.WaitFor(++answers, "in REPL")) << length;
+    }
+    EXPECT_TRUE(IsVin(ReadVinOf(ConnectModule())));
+    EXPECT_EQ(log_.Count("[Cloud] Connected"), 1u);
+}
+
 class WebSocketFault : public RelayFixture {};
 
 TEST_F(WebSocketFault, TextMessageEndsTheConnectionThatComesBack) {

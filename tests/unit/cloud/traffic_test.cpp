@@ -87,6 +87,55 @@ TEST_P(CloudTraffic, PingIsAnsweredWithItsPayload) {
     EXPECT_EQ(SentOf(kTypeRepl).at(0), WirePacket(kTypeRepl, {9, 8, 7}));
 }
 
+// The packet that the fragments sent so far make up.
+Bytes Joined(const std::vector<Bytes>& fragments) {
+    Bytes whole;
+    for (const Bytes& fragment : fragments)
+        whole.insert(whole.end(), fragment.begin() + sizeof(FragmentWire), fragment.end());
+    return whole;
+}
+
+TEST_P(CloudTraffic, PingOfAnyLengthIsAnsweredWithinTheReceiveLimit) {
+    std::size_t sent = 0;
+    for (const std::uint32_t length : {4073u, 4085u, 4096u}) {
+        const Bytes payload = Numbered(length - MIN_PKT_SIZE);
+        network_.Deliver(WirePacket(kTypePing, payload));
+        ASSERT_TRUE(network_.EventuallySends(kTypeFrag, sent + 2)) << length;
+        std::vector<Bytes> fragments = SentOf(kTypeFrag);
+        fragments.erase(fragments.begin(), fragments.begin() + static_cast<std::ptrdiff_t>(sent));
+        EXPECT_EQ(Joined(fragments), WirePacket(kTypeRepl, payload)) << length;
+        sent += 2;
+    }
+    for (const Bytes& packet : network_.Sent())
+        EXPECT_LE(packet.size(), MAX_PKT_SIZE);
+    EXPECT_EQ(network_.Connections(), 1u);
+}
+
+TEST_P(CloudTraffic, PacketThatIsTooLongToBeSealedIsDropped) {
+    PacketPtr longest = MakePacket(kTypeTspr, 4072);
+    PacketPtr longer = MakePacket(kTypeDoip, 4073);
+    ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, longer));
+    ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, longest));
+    ASSERT_TRUE(network_.EventuallySends(kTypeTspr));
+    EXPECT_EQ(network_.SentCount(kTypeDoip), 0u);
+    EXPECT_EQ(log_.Count("[Cloud] Dropped a packet of 4073 bytes, at most 4072 can be sealed"), 1u);
+    EXPECT_EQ(network_.Connections(), 1u);
+}
+
+// It comes back sealed, and the next session would seal it once more.
+TEST_P(CloudTraffic, LongestPacketThatCouldNotBeSentIsNotPutBack) {
+    network_.FailSending();
+    PacketPtr longest = MakePacket(kTypeTspr, 4072);
+    ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, longest));
+    ASSERT_TRUE(Logs("[Cloud] Connected", 2));
+    EXPECT_TRUE(log_.Has("[Cloud] Dropped a packet of 4096 bytes, at most 4072 can be sealed"));
+    network_.Deliver(WirePacket(kTypePing, {1}));
+    ASSERT_TRUE(network_.EventuallySends(kTypeRepl));
+    for (const Bytes& packet : network_.Sent())
+        EXPECT_LE(packet.size(), MAX_PKT_SIZE);
+    EXPECT_EQ(network_.Connections(), 2u);
+}
+
 TEST_P(CloudTraffic, IdentifyRequestIsAnsweredWithALogin) {
     network_.Deliver(WirePacket(kTypeIden));
     EXPECT_TRUE(network_.EventuallySends(kTypeLogn, 2));

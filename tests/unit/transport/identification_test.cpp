@@ -103,5 +103,18 @@ TEST_F(IdentificationTest, PingIsAnsweredByReplWithTheSamePayload) {
     EXPECT_EQ(std::memcmp(reply->Bytes() + 8, "abc", 3), 0);
 }
 
+TEST_F(IdentificationTest, PingAboveTheMtuIsAnsweredInFragments) {
+    queues_.mtu = 100;
+    PacketPtr ping = MakePacket(kTypePing, 101);
+    AnswerPing(&queues_, ping);
+    for (int i = 0; i < 2; ++i) {
+        const PacketPtr fragment = TakePacket(&queues_.tx, 0);
+        ASSERT_NE(fragment, nullptr);
+        EXPECT_EQ(fragment->type, kTypeFrag);
+        EXPECT_LE(fragment->length, 100u);
+    }
+    EXPECT_EQ(TakePacket(&queues_.tx, 0), nullptr);
+}
+
 }  // namespace
 }  // namespace tarvik::test

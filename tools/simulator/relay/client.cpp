@@ -256,6 +256,7 @@ void Client::HandleFragment(ByteSpan packet) {
     if (!result.violation.empty()) Violation(std::move(result.violation));
     if (result.whole.empty()) return;
     host_->Log().AddPacket(number_, Direction::kIn, result.whole);
+    if (PacketType(result.whole) == type::kRepl) return HandleReply(result.whole);
     PassOn(result.whole);
 }
 
