@@ -294,9 +294,8 @@ PacketPtr Reassemble(const ReassemblySession& session) {
             session.total_length, header.length);
         return nullptr;
     }
-    // Deliberate: the four bytes of the type in memory order, that is, reversed.
-    Log(kLogTrace, "[FRAG] Reassembled packet type: '%.4s', length=%u",
-        reinterpret_cast<const char*>(session.buffer.get()), header.length);
+    Log(kLogTrace, "[FRAG] Reassembled packet type: '%s', length=%u",
+        TypeAsStored(session.buffer.get()).text, header.length);
     if (header.type == kTypeFrag) {
         Log(kLogError, "[FRAG] Reassembled packet is a fragment itself, dropped");
         return nullptr;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "support/text.h"
+
 namespace tarvik {
 
 PacketPtr MakePacket(std::uint32_t type, std::uint32_t length) {
@@ -18,6 +20,21 @@ PacketPtr CopyPacket(const Packet& packet) {
     PacketPtr copy = MakePacket(packet.type, packet.length);
     if (copy != nullptr) std::memcpy(copy->Bytes(), packet.Bytes(), packet.length);
     return copy;
+}
+
+TypeText TypeAsStored(const std::uint8_t* packet) {
+    TypeText letters{};
+    for (std::size_t i = 0; i < sizeof(Packet::type); ++i)
+        letters.text[i] = PrintableCharacter(static_cast<char>(packet[i]));
+    return letters;
+}
+
+TypeText ReadableType(std::uint32_t type) {
+    std::uint8_t stored[sizeof type];
+    StoreU32(stored, type);
+    TypeText letters = TypeAsStored(stored);
+    std::reverse(letters.text, letters.text + sizeof type);
+    return letters;
 }
 
 namespace {
@@ -54,6 +71,13 @@ DeviceName LoginDeviceName(const LoginRecord& login) {
     for (std::size_t i = 0; i < sizeof LoginWire::device_name && field[i] != 0; ++i) {
         name.text[i] = static_cast<char>(field[i]);
     }
+    return name;
+}
+
+DeviceName PrintableDeviceName(const LoginRecord& login) {
+    DeviceName name = LoginDeviceName(login);
+    for (char* c = name.text; *c != '\0'; ++c)
+        *c = PrintableCharacter(*c);
     return name;
 }
 

@@ -65,6 +65,14 @@ PacketPtr BuildPacket(const Wire& fields, ByteView data = {}) {
     return packet;
 }
 
+// A packet's type for log and console lines: four letters, control characters as '.'.
+struct TypeText {
+    char text[5];
+};
+TypeText ReadableType(std::uint32_t type);
+// Deliberate: the first four bytes in memory order, that is, the letters reversed.
+TypeText TypeAsStored(const std::uint8_t* packet);
+
 // The id of the request that the packet answers. False: it has none. Only a BUSY or CRES that is
 // long enough has one.
 bool AnsweredRequest(const Packet& packet, std::uint32_t* id);
@@ -83,5 +91,6 @@ struct DeviceName {
     char text[sizeof LoginWire::device_name + 1];
 };
 DeviceName LoginDeviceName(const LoginRecord& login);
+DeviceName PrintableDeviceName(const LoginRecord& login);  // for log and console lines
 
 }  // namespace tarvik

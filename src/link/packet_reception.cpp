@@ -50,7 +50,8 @@ std::uint32_t ReportBusy(const Packet& packet) {
     const std::size_t length = strnlen(reason, text.size);
     TraceBusyReceived(id, reason, static_cast<std::uint32_t>(length));
     if (length > 0) {
-        Log(kLogTrace, "[%s] BUSY (ID %u): %.*s", kLogName, id, static_cast<int>(length), reason);
+        Log(kLogTrace, "[%s] BUSY (ID %u): %s", kLogName, id,
+            PrintableText(reason, length).c_str());
     } else {
         Log(kLogTrace, "[%s] BUSY (ID %u)", kLogName, id);
     }

@@ -23,8 +23,6 @@ bool IsWanted(const Packet& packet, std::uint32_t type, std::uint32_t id) {
            MatchTypeAndId(packet, {.type = kTypeBusy, .id = id});
 }
 
-char Letter(std::uint32_t type, unsigned shift) { return static_cast<char>(type >> shift & 0xFF); }
-
 }  // namespace
 
 PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t timeout_ms,
@@ -43,8 +41,7 @@ PacketPtr WaitForPacket(DeviceQueues* queues, std::uint32_t type, std::uint32_t 
                                      .timeout_ms = left_ms,
                                      .flags = &flags}));
         if (packet == nullptr) return nullptr;
-        Log(kLogTrace, "[%s] Received: %c%c%c%c", __func__, Letter(packet->type, 24),
-            Letter(packet->type, 16), Letter(packet->type, 8), Letter(packet->type, 0));
+        Log(kLogTrace, "[%s] Received: %s", __func__, ReadableType(packet->type).text);
         if (IsWanted(*packet, type, id)) return packet;
 
         // Cannot happen with these filters. If it ever does, the packet is not lost.

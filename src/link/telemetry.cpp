@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <string_view>
 
@@ -195,6 +196,8 @@ TopTaskText FormatTopTasks(const TopTasks& top) {
         if (length < 0) break;  // cut at the end of the text
         used += static_cast<std::size_t>(length);
     }
+    std::transform(std::begin(out.text), std::find(std::begin(out.text), std::end(out.text), '\0'),
+                   std::begin(out.text), PrintableCharacter);
     return out;
 }
 

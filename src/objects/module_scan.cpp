@@ -60,7 +60,7 @@ void add_client_cbr(void* context, const DeviceReport& report) {
     Log(kLogTrace,
         "[%s] add_client_cbr: detected client '%s' (MAC: %02X:%02X:%02X:%02X:%02X:%02X, "
         "Transport: %d)",
-        __func__, LoginDeviceName(report.login).text, mac[0], mac[1], mac[2], mac[3], mac[4],
+        __func__, PrintableDeviceName(report.login).text, mac[0], mac[1], mac[2], mac[3], mac[4],
         mac[5], static_cast<int>(report.transport));
     if (!IsSupportedModel(report.login.Model())) {
         Log(kLogTrace, "[%s] Ignoring unsupported device model: 0x%08X", __func__,
@@ -265,7 +265,7 @@ int DpduTransportReportLoginPacket(const Transport* transport, const Packet* log
     const char* transport_name = transport == nullptr ? "(null)" : transport->name;
     Log(kLogTrace, "[%s] transport=%s(%d) device='%s' mac=%02X:%02X:%02X:%02X:%02X:%02X queues=%p",
         __func__, transport_name, transport == nullptr ? -1 : static_cast<int>(transport->id),
-        LoginDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
+        PrintableDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5],
         static_cast<void*>(queues));
     if (LibraryState() != Lifecycle::kConstructed) {
         Log(kLogTrace, "[%s] PDU API not constructed - ignoring report", __func__);

@@ -1,7 +1,9 @@
 #include "support/log.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "support/console_output.h"
 #include "support/keep_last_error.h"
@@ -87,5 +89,25 @@ HexText::HexText(const void* data, std::size_t size, Style style) {
 }
 
 HexText::~HexText() { FreeMem(heap_); }
+
+// Without memory, long text is cut.
+PrintableText::PrintableText(const char* text, std::size_t size) {
+    char* out = inline_;
+    if (size >= sizeof inline_) {
+        heap_ = static_cast<char*>(AllocateMem(size + 1));
+        if (heap_ != nullptr) {
+            out = heap_;
+        } else {
+            size = sizeof inline_ - 1;
+        }
+    }
+    std::transform(text, text + size, out, PrintableCharacter);
+    out[size] = '\0';
+    text_ = out;
+}
+
+PrintableText::PrintableText(const char* text) : PrintableText(text, std::strlen(text)) {}
+
+PrintableText::~PrintableText() { FreeMem(heap_); }
 
 }  // namespace tarvik

@@ -35,4 +35,21 @@ private:
     const char* text_ = "";
 };
 
+// Text of a dongle or relay, for log and console lines: control characters become '.'. Short text
+// needs no heap.
+class PrintableText {
+public:
+    PrintableText(const char* text, std::size_t size);
+    explicit PrintableText(const char* text);
+    ~PrintableText();
+    PrintableText(const PrintableText&) = delete;
+    PrintableText& operator=(const PrintableText&) = delete;
+    const char* c_str() const { return text_; }
+
+private:
+    char inline_[64];
+    char* heap_ = nullptr;
+    const char* text_ = "";
+};
+
 }  // namespace tarvik

@@ -19,7 +19,7 @@ PacketPtr WaitForLogin(DeviceQueues* queues, std::uint32_t timeout_ms,
 LoginText::LoginText(const LoginRecord& login) {
     const std::uint8_t* mac = login.Mac();
     FormatText(text, sizeof text, "'%s' with mac %02X:%02X:%02X:%02X:%02X:%02X",
-               LoginDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+               PrintableDeviceName(login).text, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
 }
 
 void ReportLogin(const Transport& transport, const Packet& login, DeviceQueues* queues,

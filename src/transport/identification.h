@@ -16,7 +16,8 @@ void SendIdentify(DeviceQueues* queues);
 PacketPtr WaitForLogin(DeviceQueues* queues, std::uint32_t timeout_ms,
                        const std::atomic<bool>* abort, const std::atomic<bool>* running);
 
-// "'NAME' with mac A0:B1:C2:D3:E4:F5", as consoles and logs show a dongle.
+// "'NAME' with mac A0:B1:C2:D3:E4:F5", as consoles and logs show a dongle. Control characters of
+// the name are '.'.
 struct LoginText {
     explicit LoginText(const LoginRecord& login);
     char text[64];

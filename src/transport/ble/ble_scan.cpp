@@ -150,7 +150,7 @@ void AskConnected(const BleConnections& connected, ScanReport* out) {
         const PacketPtr answer = AskForLogin(connection->queues());
         if (answer == nullptr) continue;
         const LoginRecord login = LoginFromPacket(*answer);
-        ConsolePrint("[BLE] Already connected: '%s' at %s\n", LoginDeviceName(login).text,
+        ConsolePrint("[BLE] Already connected: '%s' at %s\n", PrintableDeviceName(login).text,
                      BleAddressText(connection->address()).text);
         out->Add(login, connection->queues());
     }

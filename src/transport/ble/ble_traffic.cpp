@@ -11,15 +11,6 @@
 #include "transport/ble/ble_text.h"
 
 namespace tarvik {
-namespace {
-
-// The first bytes as received. Deliberate: the letters are in reverse order on the wire.
-const char* WireLetters(const Packet& packet) {
-    return reinterpret_cast<const char*>(packet.Bytes());
-}
-
-}  // namespace
-
 // ---------------------------------------------------------------- receiving
 
 void BleConnection::PassOn(PacketPtr packet) {
@@ -52,8 +43,10 @@ void BleConnection::Receive(std::span<const std::uint8_t> value) {
     PacketPtr packet = MakePacket(header.type, length);
     if (packet == nullptr) return;
     std::memcpy(packet->Bytes(), value.data(), length);
-    ConsolePrint("[BLE-RX] Received %u bytes, type=%.4s\n", length, WireLetters(*packet));
-    Log(kLogTrace, "[BLE-RX] Received %u bytes (type: %.4s)", length, WireLetters(*packet));
+    ConsolePrint("[BLE-RX] Received %u bytes, type=%s\n", length,
+                 TypeAsStored(packet->Bytes()).text);
+    Log(kLogTrace, "[BLE-RX] Received %u bytes (type: %s)", length,
+        TypeAsStored(packet->Bytes()).text);
     CountReceivedPacket(length);
     PassOn(std::move(packet));
 }
@@ -84,8 +77,10 @@ BleStatus BleConnection::Write(const Packet& packet) {
 }
 
 void BleConnection::Send(const Packet& packet) {
-    ConsolePrint("[BLE-TX] Sending %u bytes, type=%.4s\n", packet.length, WireLetters(packet));
-    Log(kLogTrace, "[BLE-TX] Sending %u bytes (type: %.4s)", packet.length, WireLetters(packet));
+    ConsolePrint("[BLE-TX] Sending %u bytes, type=%s\n", packet.length,
+                 TypeAsStored(packet.Bytes()).text);
+    Log(kLogTrace, "[BLE-TX] Sending %u bytes (type: %s)", packet.length,
+        TypeAsStored(packet.Bytes()).text);
     const BleStatus status = Write(packet);
     if (status != BleStatus::kSuccess) {
         ConsolePrint("[BLE-TX] ERROR: Failed to write (status: %d)\n", static_cast<int>(status));

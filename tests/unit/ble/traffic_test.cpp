@@ -86,6 +86,20 @@ TEST_F(BleTrafficTest, NotificationCarriesOnePacket) {
     EXPECT_TRUE(log.Has("[BLE-RX] Received 13 bytes (type: TSET)"));
 }
 
+TEST_F(BleTrafficTest, TypeIsShownWithoutControlCharacters) {
+    constexpr std::uint32_t kType = 0x0A1B0041;
+    LogCapture log;
+    StdoutCapture console;
+    dongle_->Send(PacketOf(kType, {}));
+    EXPECT_NE(Arrives(queues_, kType), nullptr);
+    Transmit(kType);
+    EXPECT_TRUE(Eventually([&] { return log.Has("[BLE-TX] Sent 8 bytes"); }));
+    EXPECT_TRUE(log.Has("[BLE-RX] Received 8 bytes (type: A...)"));
+    EXPECT_TRUE(log.Has("[BLE-TX] Sending 8 bytes (type: A...)"));
+    EXPECT_TRUE(console.Text().starts_with(
+        "[BLE-RX] Received 8 bytes, type=A...\n[BLE-TX] Sending 8 bytes, type=A...\n"));
+}
+
 TEST_F(BleTrafficTest, NotificationShorterThanAHeaderIsDropped) {
     for (const std::size_t size : {0u, 1u, 7u}) {
         LogCapture log;

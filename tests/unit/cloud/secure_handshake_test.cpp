@@ -173,6 +173,13 @@ TEST_F(SecureHandshake, PacketOfAnotherTypeIsRefused) {
               (Texts{kStarting, "[CloudSec] [E] Unexpected packet type: LOGN", kNotValid}));
 }
 
+TEST_F(SecureHandshake, RefusedTypeIsLoggedWithoutControlCharacters) {
+    HandToNextWait(MakePacket(0x0A1B0041, 192));
+    LogCapture log;
+    EXPECT_FALSE(CloudSecHandshake(&relay_));
+    EXPECT_TRUE(log.Has("[CloudSec] [E] Unexpected packet type: ...A"));
+}
+
 // --- the relay's static key ---
 
 TEST_F(SecureHandshake, ServerKeyMustBeOnTheCurve) {

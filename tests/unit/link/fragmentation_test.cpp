@@ -248,6 +248,11 @@ TEST_F(FragReceive, SingleFragmentMayBeTheWholePacket) {
     EXPECT_EQ(BytesOf(complete), BytesOf(whole));
 }
 
+TEST_F(FragReceive, TypeIsLoggedWithoutControlCharacters) {
+    EXPECT_TRUE(Feed(SliceOf(Patterned(0x0A1B0041, 20), 0, 1)));
+    EXPECT_TRUE(log.Has("[FRAG] Reassembled packet type: 'A...', length=20"));
+}
+
 TEST_F(FragReceive, DuplicateIsIgnoredWithoutHarmToTheSession) {
     const PacketPtr whole = Patterned(kTypeCres, 300);
     EXPECT_FALSE(Feed(SliceOf(whole, 0, 3)));

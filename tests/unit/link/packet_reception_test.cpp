@@ -86,6 +86,18 @@ TEST(ReceivedPacket, BusyReasonEndsAtItsFirstNul) {
     EXPECT_TRUE(log.Has("[EnqueueReceivedPacket] BUSY (ID 6): wait"));
 }
 
+TEST(ReceivedPacket, BusyReasonCannotForgeALine) {
+    Dongle dongle;
+    const LogCapture log;
+    const std::string forged =
+        "off\n[2024-05-22 13:00:00] [PDUDestruct] \x1B[31mdone\x7F gr\xC3\xBCn";
+    Receive(&dongle, BusyFor(5, forged));
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{
+                               "[EnqueueReceivedPacket] BUSY (ID 5): off.[2024-05-22 13:00:00] "
+                               "[PDUDestruct] .[31mdone. gr\xC3\xBCn"});
+    EXPECT_EQ(BytesOf(QueueRemoveByTag(&dongle.rx, 5)), BytesOf(BusyFor(5, forged)));
+}
+
 TEST(ReceivedPacket, BusyOfTwelveBytesHasNoReason) {
     const LogCapture log;
     Dongle dongle;

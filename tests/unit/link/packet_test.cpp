@@ -102,6 +102,25 @@ TEST(Login, NameThatFillsItsFieldIsBoundedByIt) {
     EXPECT_EQ(LoginDeviceName(LoginFromPacket(*packet)).text, std::string(32, 'n'));
 }
 
+TEST(Login, PrintableNameHasNoControlCharacters) {
+    const PacketPtr packet = Login();
+    std::memcpy(packet->Bytes() + 64, "Br\x1B[2J\r\n\x7F\xC3\xBC", 12);
+    const LoginRecord login = LoginFromPacket(*packet);
+    EXPECT_STREQ(PrintableDeviceName(login).text, "Br.[2J...\xC3\xBC");
+    EXPECT_STREQ(LoginDeviceName(login).text, "Br\x1B[2J\r\n\x7F\xC3\xBC");
+}
+
+TEST(TypeLetters, AreReadableOrAsStored) {
+    EXPECT_STREQ(ReadableType(kTypeCreq).text, "CREQ");
+    EXPECT_STREQ(TypeAsStored(MakePacket(kTypeCreq, 8)->Bytes()).text, "QERC");
+}
+
+TEST(TypeLetters, ControlCharactersArePoints) {
+    EXPECT_STREQ(ReadableType(0x0A1B0041).text, "...A");
+    EXPECT_STREQ(ReadableType(0x41007FE4).text, "A..\xE4");
+    EXPECT_STREQ(TypeAsStored(MakePacket(0x0A1B0041, 8)->Bytes()).text, "A...");
+}
+
 TEST(PacketCounters, CountPacketsAndBytesOfAllThreads) {
     const PacketCounters before = ReadPacketCounters();
     {

@@ -52,6 +52,14 @@ TEST(WaitForPacket, ReturnsThePacketOfItsTypeAndLogsIt) {
     EXPECT_TRUE(log.Has("[WaitForPacket] Received: LOGN"));
 }
 
+TEST(WaitForPacket, LogsTheTypeWithoutControlCharacters) {
+    const LogCapture log;
+    Dongle dongle;
+    Receive(&dongle, MakePacket(0x0A1B0041, 8));
+    ASSERT_NE(WaitForPacket(&dongle, 0x0A1B0041, 50, kNoTag), nullptr);
+    EXPECT_TRUE(log.Has("[WaitForPacket] Received: ...A"));
+}
+
 TEST(WaitForPacket, WithAnIdTakesOnlyTheAnswerToIt) {
     const FakeTick tick(1000);
     Dongle dongle;

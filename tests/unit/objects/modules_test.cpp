@@ -79,6 +79,15 @@ TEST_F(Modules, ConnectAddressesADongleBehindARelayAndDisconnectNotifiesTheTrans
     EXPECT_TRUE(log.Has("[PDUModuleDisconnect] Disconnecting via Cloud transport"));
 }
 
+TEST_F(Modules, NamesAreLoggedWithoutControlCharacters) {
+    serial_dongles = {{.mac_end = 1, .name = "a\r\n\x1B[0mb"}};
+    const LogCapture log;
+    Scan();
+    ReportLogin({.mac_end = 8, .name = "c\nd"});
+    EXPECT_TRUE(log.Mentions("detected client 'a...[0mb' (MAC: "));
+    EXPECT_TRUE(log.Mentions(" device='c.d' mac="));
+}
+
 // ---- Unsolicited login packets ------------------------------------------------------------------
 
 TEST_F(Modules, LoginPacketAddsAModuleOfAnyModelAndNotifiesOnce) {

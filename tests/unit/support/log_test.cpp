@@ -268,6 +268,24 @@ TEST(HexText, LongDataIsWholeAndShortDataNeedsNoHeap) {
     EXPECT_EQ(length, 600u);
 }
 
+TEST(PrintableText, ControlCharactersBecomePoints) {
+    const std::string text("a\0\x01\t\r\n\x1B[0m\x1F \x7E\x7F\x80\xFF", 16);
+    EXPECT_STREQ(PrintableText(text.data(), text.size()).c_str(), "a......[0m. \x7E.\x80\xFF");
+    EXPECT_STREQ(PrintableText("").c_str(), "");
+    EXPECT_STREQ(PrintableText("line\n").c_str(), "line.");
+}
+
+TEST(PrintableText, LongTextIsWholeAndIsCutWithoutMemory) {
+    const std::string text(5000, '\n');
+    EXPECT_EQ(PrintableText(text.c_str()).c_str(), std::string(5000, '.'));
+    std::size_t length = 0;
+    {
+        const test::FailingHeap heap;
+        length = std::strlen(PrintableText(text.c_str()).c_str());
+    }
+    EXPECT_EQ(length, 63u);
+}
+
 TEST(HexText, IsCutWhenMemoryIsOut) {
     const std::vector<unsigned char> bytes(4096, 0xC3);
     std::size_t length = 0;

@@ -71,6 +71,11 @@ TEST_F(IdentificationTest, LoginTextHasTheNameAndTheMacAddress) {
               "'" + longest + "' with mac A0:B1:C2:D3:E4:F5");
 }
 
+TEST_F(IdentificationTest, LoginTextHasNoControlCharacters) {
+    EXPECT_STREQ(LoginText(LoginFromPacket(*Login("a\r\n\x1B[0m\xC3\xBC"))).text,
+                 "'a...[0m\xC3\xBC' with mac A0:B1:C2:D3:E4:F5");
+}
+
 TEST_F(IdentificationTest, LoginIsPrintedAndReportedWithTransportAndQueues) {
     static constexpr Transport kOther = {"Other", 99,      "",      "",      1,
                                          0,       nullptr, nullptr, nullptr, nullptr,
