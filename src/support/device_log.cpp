@@ -7,6 +7,7 @@
 #include "platform/lock.h"
 #include "support/log.h"
 #include "support/memory.h"
+#include "support/peer_limits.h"
 
 namespace tarvik {
 namespace {
@@ -38,13 +39,25 @@ bool Append(const char* text, std::size_t length) {
     return larger != nullptr;
 }
 
+// Prints the line at `text` if it has ended, or its first part if it is too long. Returns what is
+// after that; `text` itself if nothing was printed.
+char* PrintLine(char* text) {
+    const std::size_t limit = GetPeerLimits().log_line_bytes;
+    const std::size_t length = std::strcspn(text, "\n");
+    if (length > limit) {
+        ConsolePrint("[LOG] %.*s\n", static_cast<int>(limit), text);
+        return text + limit;
+    }
+    if (text[length] == '\0') return text;
+    text[length] = '\0';
+    ConsolePrint("[LOG] %s\n", text);
+    return text + length + 1;
+}
+
 void PrintCompleteLines() {
     char* line = buffer;
-    while (char* line_feed = std::strchr(line, '\n')) {
-        *line_feed = '\0';
-        ConsolePrint("[LOG] %s\n", line);
-        line = line_feed + 1;
-    }
+    for (char* next = PrintLine(line); next != line; next = PrintLine(line))
+        line = next;
     used_size -= static_cast<std::uint64_t>(line - buffer);
     std::memmove(buffer, line, used_size);
 }

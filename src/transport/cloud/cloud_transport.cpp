@@ -7,6 +7,7 @@
 #include "platform/thread.h"
 #include "platform/tick.h"
 #include "support/config.h"
+#include "support/peer_limits.h"
 #include "transport/cloud/cloud_connection.h"
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/cloud_log.h"
@@ -124,13 +125,17 @@ void ReportDongle(const Packet& packet, ReportDevice report, void* context) {
     if (report != nullptr) report(context, record);
 }
 
-// Ends when no login has come for `timeout_ms`; for the first one it waits twice as long.
+// Ends when no login has come for `timeout_ms`; for the first one it waits twice as long. Logins
+// that keep coming do not prolong it without limit: later ones are reported outside a scan.
 void CollectLogins(std::uint32_t timeout_ms, ReportDevice report, void* context) {
     std::uint64_t since = TickMs();
     std::uint64_t limit = std::uint64_t{2} * timeout_ms;
+    const std::uint64_t end =
+        since + std::uint64_t{3} * timeout_ms + GetPeerLimits().scan_overtime_ms;
     while (!cloud->quitRequested) {
-        const std::uint64_t passed = TickMs() - since;
-        if (passed > limit) return;
+        const std::uint64_t now = TickMs();
+        const std::uint64_t passed = now - since;
+        if (passed > limit || now > end) return;
         const std::uint64_t wait =
             std::min<std::uint64_t>(GetCloudLimits().login_wait_ms, limit - passed + 1);
         const PacketPtr login = WaitForLogin(&cloud->queues, static_cast<std::uint32_t>(wait),

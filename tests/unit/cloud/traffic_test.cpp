@@ -209,6 +209,31 @@ TEST_P(CloudTraffic, DiscoveryReportsEveryDongleThatAnswers) {
     EXPECT_TRUE(log_.Has("[Cloud] CloudUpdateDevices done"));
 }
 
+// Each login prolongs a scan, but not without limit.
+TEST_P(CloudTraffic, DiscoveryEndsWhileLoginsKeepComing) {
+    constexpr std::uint32_t kTimeoutMs = 500;
+    constexpr std::uint64_t kLongestMs = 3 * kTimeoutMs + 1000;
+    struct Flood {
+        FakeNetwork& network;
+        FakeTick& tick;
+        std::uint64_t logins;
+        static void Report(void* context, const DeviceReport&) {
+            auto* self = static_cast<Flood*>(context);
+            self->tick.Advance(100);
+            if (++self->logins == 1000) return kCloudTransport.Stop();  // it does not end by itself
+            self->network.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x06", "again")));
+        }
+    };
+    FakeTick tick(1000);
+    Flood flood{network_, tick, 0};
+    Thread relay([&] {
+        if (network_.EventuallySends(kTypeIden))
+            network_.Deliver(SealedPacket(Login("\x01\x02\x03\x04\x05\x06", "first")));
+    });
+    EXPECT_TRUE(kCloudTransport.UpdateDevices(kTimeoutMs, Flood::Report, &flood));
+    EXPECT_EQ(flood.logins, kLongestMs / 100 + 1);
+}
+
 TEST_P(CloudTraffic, DiscoveryWithoutAnAnswerEndsAfterTwiceTheTime) {
     Found found;
     const std::uint64_t begin = TickMs();

@@ -66,6 +66,25 @@ TEST_F(DeviceLog, OneBlockHoldsTheUnfinishedLine) {
     EXPECT_EQ(Printed("\n"), "[LOG] " + std::string(100, 'y') + "\n");
 }
 
+TEST_F(DeviceLog, LineOfMoreThan64KiBIsBroken) {
+    constexpr std::size_t kLongest = 65536;
+    EXPECT_EQ(Printed(std::string(kLongest, 'a')), "");
+    EXPECT_EQ(Printed("\n"), "[LOG] " + std::string(kLongest, 'a') + "\n");
+    EXPECT_EQ(Printed(std::string(kLongest + 1, 'b') + "\nnext\n"),
+              "[LOG] " + std::string(kLongest, 'b') + "\n[LOG] b\n[LOG] next\n");
+}
+
+TEST_F(DeviceLog, TextWithoutLineFeedsIsNotKept) {
+    const std::string text(4088, 'z');
+    const std::uint64_t most = LiveMemory().bytes + 65536 + text.size() + 1;
+    std::size_t printed = 0;
+    for (int i = 0; i < 100; ++i) {
+        printed += Printed(text).size();
+        EXPECT_LE(LiveMemory().bytes, most);
+    }
+    EXPECT_GE(printed, 100 * text.size() - 65536);
+}
+
 TEST_F(DeviceLog, FailedGrowthDiscardsTheBuffer) {
     EXPECT_EQ(Printed("lost"), "");
     StdoutCapture console;
