@@ -9,6 +9,7 @@
 #include "link/packet_index.h"
 #include "platform/tick.h"
 #include "support/log.h"
+#include "support/peer_limits.h"
 
 namespace tarvik {
 
@@ -87,11 +88,16 @@ namespace {
 
 // Everything below, up to Append, is called with the queue's lock held.
 
+std::uint64_t CountedBytes(const Packet& packet) {
+    return std::max(packet.length, GetPeerLimits().least_packet_bytes);
+}
+
 PacketNode* Unlink(PacketQueue* queue, PacketNode* node) {
     (node->older != nullptr ? node->older->newer : queue->head) = node->newer;
     (node->newer != nullptr ? node->newer->older : queue->tail) = node->older;
     queue->index->Remove(node);
     --queue->count;
+    queue->bytes -= CountedBytes(*node->packet);
     return node;
 }
 
@@ -139,6 +145,19 @@ void WakeLookers(const PacketQueue* queue, const Packet& packet) {
     }
 }
 
+void LogOverflow(PacketQueue* queue, const char* function, const char* consequence) {
+    if (std::exchange(queue->overflow_logged, true)) return;
+    Log(kLogError, "[%s] Queue at 0x%p holds %llu bytes: %s", function, queue->lock.Address(),
+        static_cast<unsigned long long>(queue->bytes), consequence);
+}
+
+// Never the newest, which no waiter has seen yet.
+void DropOldest(PacketQueue* queue) {
+    LogOverflow(queue, "AppendPacket", "dropping the oldest packets, which nobody has claimed");
+    while (queue->bytes > GetPeerLimits().queue_bytes && queue->head != queue->tail)
+        RemoveNode(queue, queue->head);
+}
+
 bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
     if (queue->index == nullptr) queue->index = PacketIndex::Create();
     PacketNode* node = queue->index == nullptr ? nullptr : queue->index->TakeNode();
@@ -149,6 +168,8 @@ bool LinkNewest(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
     queue->tail = node;
     queue->index->Add(node, tag);
     ++queue->count;
+    queue->bytes += CountedBytes(*node->packet);
+    if (queue->drops_oldest && queue->bytes > GetPeerLimits().queue_bytes) DropOldest(queue);
     return true;
 }
 
@@ -161,6 +182,8 @@ void ReleaseAll(PacketQueue* queue) {
     }
     queue->tail = nullptr;
     queue->count = 0;
+    queue->bytes = 0;
+    queue->overflow_logged = false;
     PacketIndex::Destroy(queue->index);
     queue->index = nullptr;
 }
@@ -235,6 +258,13 @@ bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag) {
 
 bool EnqueueForAvailable(DeviceQueues* queues, PacketPtr& packet) {
     return Append(&queues->tx, packet, kNoTag, &queues->available);
+}
+
+bool HasRoomForAnswers(PacketQueue* queue) {
+    const LockGuard hold(queue->lock);
+    if (queue->bytes < GetPeerLimits().queue_bytes) return true;
+    LogOverflow(queue, __func__, "no more answers to a peer that does not take them");
+    return false;
 }
 
 Packet* FindPacket(PacketQueue* queue, const PacketWait& wait) {

@@ -13,8 +13,8 @@ struct PacketNode;
 struct PacketWaiter;
 struct PacketIndex;
 
-// An unbounded queue of packets, oldest first. Finding a packet by type or by answered request
-// costs the same at any length. Its memory must outlive every thread that may still call in.
+// A queue of packets, oldest first. Finding a packet by type or by answered request costs the same
+// at any length. Its memory must outlive every thread that may still call in.
 struct PacketQueue {
     std::atomic<bool> active{false};  // between InitializeQueue and FreeQueue
     OsLock lock;                      // guards everything below
@@ -31,10 +31,18 @@ struct PacketQueue {
     std::uint32_t sleepers = 0;
     std::uint32_t wake_ups_in_use = 0;  // one bit each
     std::uint64_t count = 0;
+    std::uint64_t bytes = 0;  // of all packets, as PeerLimits counts them
+    // What happens at PeerLimits::queue_bytes: the oldest packets go, or (false) only answers that
+    // the peer asks for are refused. Set before the queue is used.
+    bool drops_oldest = false;
+    bool overflow_logged = false;
 };
 
 // One per connected dongle: created by its transport, kept by its module.
 struct DeviceQueues {
+    // Nobody may ever claim what a dongle sends. What is sent to it depends on the application.
+    DeviceQueues() { rx.drops_oldest = true; }
+
     // True while the dongle is connected. Otherwise waits and sends give up.
     std::atomic<bool> available{false};
     OsLock device_lock;
@@ -57,6 +65,10 @@ bool AppendPacket(PacketQueue* queue, PacketPtr& packet, std::uint32_t tag);
 // Takes the packet only if the dongle is available at the moment of queueing: since the caller
 // looked, the queue may have been freed and initialised for the next connection.
 bool EnqueueForAvailable(DeviceQueues* queues, PacketPtr& packet);
+
+// Whether a packet that the peer has asked for may be queued. False, logged once: it keeps asking,
+// but does not take the answers.
+bool HasRoomForAnswers(PacketQueue* queue);
 
 struct PacketFilterArgument {
     std::uint32_t type;

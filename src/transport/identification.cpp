@@ -31,6 +31,7 @@ void ReportLogin(const Transport& transport, const Packet& login, DeviceQueues* 
 }
 
 void AnswerPing(DeviceQueues* queues, PacketPtr& ping) {
+    if (!HasRoomForAnswers(&queues->tx)) return;
     ping->type = kTypeRepl;
     FragSendPacket(queues, ping);
 }

@@ -28,7 +28,7 @@ void ReportLogin(const Transport& transport, const Packet& login, DeviceQueues* 
                  ReportDevice report, void* context);
 
 // Sends a PING back as REPL, payload unchanged, in fragments if it is longer than the transport
-// carries whole.
+// carries whole. Does not if the dongle has left too many packets in the queue.
 void AnswerPing(DeviceQueues* queues, PacketPtr& ping);
 
 }  // namespace tarvik

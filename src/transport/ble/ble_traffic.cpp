@@ -9,6 +9,7 @@
 #include "transport/ble/ble_limits.h"
 #include "transport/ble/ble_share.h"
 #include "transport/ble/ble_text.h"
+#include "transport/identification.h"
 
 namespace tarvik {
 // ---------------------------------------------------------------- receiving
@@ -17,8 +18,7 @@ void BleConnection::PassOn(PacketPtr packet) {
     PacketPtr complete;
     if (!FragReceivePacket(queues_, packet, &complete)) return;
     if (complete->type == kTypePing) {
-        complete->type = kTypeRepl;
-        FragSendPacket(queues_, complete);  // a fragmented PING gets a fragmented REPL
+        AnswerPing(queues_, complete);
     } else {
         EnqueueReceivedPacket(queues_, complete);
     }

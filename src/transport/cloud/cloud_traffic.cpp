@@ -31,6 +31,8 @@ bool OpenSealedPacket(PacketPtr& packet) {
     return true;
 }
 
+bool HasRoom() { return HasRoomForAnswers(&cloud->queues.tx); }
+
 bool IsLastAddressed(const DeviceAddress& address) {
     const LockGuard hold(cloud->address_lock);
     return address == cloud->last_addressed;
@@ -39,7 +41,7 @@ bool IsLastAddressed(const DeviceAddress& address) {
 void AcceptLogin(PacketPtr packet) {
     Log(kLogTrace, "Received LOGIN");
     const DeviceAddress address = AddressFromMac(LoginFromPacket(*packet).Mac());
-    if (IsLastAddressed(address)) {
+    if (IsLastAddressed(address) && HasRoom()) {
         Log(kLogTrace, "Was our previous one. Reconnecting.");
         SendAddress(address);
     }
@@ -51,7 +53,7 @@ void AcceptLogin(PacketPtr packet) {
 void PassOn(PacketPtr packet) {
     switch (packet->type) {
         case kTypeIden:
-            CloudSendLogin();
+            if (HasRoom()) CloudSendLogin();
             return;
         case kTypeLogn:
         case kTypeLogc:

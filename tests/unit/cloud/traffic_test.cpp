@@ -141,6 +141,38 @@ TEST_P(CloudTraffic, IdentifyRequestIsAnsweredWithALogin) {
     EXPECT_TRUE(network_.EventuallySends(kTypeLogn, 2));
 }
 
+void FillTransmitQueue() {
+    while (HasRoomForAnswers(&cloud->queues.tx)) {
+        PacketPtr packet = MakePacket(kTypeTspr, kCloudMtu);
+        ASSERT_TRUE(EnqueueTransmitPacket(&cloud->queues, packet));
+    }
+}
+
+std::uint64_t PacketsToSend() {
+    const LockGuard hold(cloud->queues.tx.lock);
+    return cloud->queues.tx.count;
+}
+
+TEST_P(CloudTraffic, RelayThatTakesNoAnswersIsNotAnswered) {
+    const std::string mac("\x01\x02\x03\x04\x05\x06", 6);
+    kCloudTransport.AddressDevice(reinterpret_cast<const std::uint8_t*>(mac.data()));
+    ASSERT_TRUE(network_.EventuallySends(kTypeAddr));
+    network_.HoldSending(true);
+    FillTransmitQueue();
+    ASSERT_TRUE(network_.EventuallyHolds());
+    FillTransmitQueue();  // the transmit thread has taken one packet, and no more
+    const std::uint64_t full = PacketsToSend();
+    for (int i = 0; i < 10; ++i) {
+        network_.Deliver(WirePacket(kTypeIden));
+        network_.Deliver(WirePacket(kTypePing));
+        network_.Deliver(Login(mac, "again"));
+    }
+    network_.Deliver(WirePacket(kTypeSync));
+    EXPECT_NE(Arrives(kTypeSync), nullptr);
+    EXPECT_EQ(PacketsToSend(), full);
+    network_.HoldSending(false);
+}
+
 TEST_P(CloudTraffic, LoginsOfBothTypesAreReportedUpwards) {
     network_.Deliver(Login("\x01\x02\x03\x04\x05\x06", "one"));
     Bytes other = Login("\x01\x02\x03\x04\x05\x07", "two");

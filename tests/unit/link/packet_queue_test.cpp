@@ -260,6 +260,110 @@ TEST(PacketQueue, SteadyTrafficAllocatesNothingButItsPackets) {
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
 }
 
+// ---- limits -------------------------------------------------------------------------------------
+
+constexpr std::uint32_t kFull = 4096;  // packets of 4096 bytes
+
+PacketPtr LargeNumbered(std::uint32_t number) {
+    PacketPtr packet = MakePacket(kTypeLog, 4096);
+    packet->SetU32(8, number);
+    return packet;
+}
+
+std::string Overflow(PacketQueue* queue, const char* function, const char* rest) {
+    char text[160];
+    FormatText(text, sizeof text, "[%s] Queue at 0x%p holds %s", function, queue->lock.Address(),
+               rest);
+    return text;
+}
+
+TEST(QueueLimit, ReceiveQueueDropsTheOldestBeyondSixteenMiB) {
+    Dongle dongle;
+    for (std::uint32_t i = 0; i < kFull; ++i)
+        Append(&dongle.rx, LargeNumbered(i));
+    EXPECT_EQ(Queued(&dongle.rx), kFull);
+    const MemoryUse before = LiveMemory();
+    const LogCapture log;
+    for (std::uint32_t i = 0; i < 10; ++i)
+        Append(&dongle.rx, LargeNumbered(kFull + i));
+    EXPECT_EQ(Queued(&dongle.rx), kFull);
+    EXPECT_LT(LiveMemory().bytes, before.bytes + 4096);
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{Overflow(
+                               &dongle.rx, "AppendPacket",
+                               "16781312 bytes: dropping the oldest packets, which nobody has "
+                               "claimed")});
+    for (std::uint32_t i = 10; i < kFull + 10; ++i)
+        ASSERT_EQ(NumberOf(TakePacket(&dongle.rx, 0)), i);
+}
+
+TEST(QueueLimit, PacketLargerThanTheRoomThatIsLeftStays) {
+    Dongle dongle;
+    for (std::uint32_t i = 0; i < kFull; ++i)
+        Append(&dongle.rx, LargeNumbered(i));
+    Append(&dongle.rx, MakePacket(kTypeSync, 65535));
+    EXPECT_EQ(Queued(&dongle.rx), kFull - 15);
+    EXPECT_EQ(Find(&dongle.rx, 0, MatchType, {kTypeSync, 0})->length, 65535u);
+}
+
+TEST(QueueLimit, ShortPacketCountsAs64Bytes) {
+    constexpr std::uint32_t kMost = 262144;
+    Dongle dongle;
+    for (std::uint32_t i = 0; i < kMost; ++i)
+        Append(&dongle.rx, BusyFor(i), i);
+    EXPECT_EQ(Queued(&dongle.rx), kMost);
+    Append(&dongle.rx, BusyFor(kMost), kMost);
+    EXPECT_EQ(Queued(&dongle.rx), kMost);
+    EXPECT_EQ(QueueRemoveByTag(&dongle.rx, 0), nullptr);
+    EXPECT_NE(QueueRemoveByTag(&dongle.rx, 1), nullptr);
+    EXPECT_NE(QueueRemoveByTag(&dongle.rx, kMost), nullptr);
+}
+
+TEST(QueueLimit, AnswerIsFoundAmongPacketsThatFillTheQueue) {
+    Dongle dongle;
+    for (std::uint32_t i = 0; i < kFull; ++i)
+        Append(&dongle.rx, LargeNumbered(i));
+    Append(&dongle.rx, ResponseTo(5), 5);
+    EXPECT_NE(FindResponse(&dongle.rx, 0, 5), nullptr);
+}
+
+TEST(QueueLimit, CountsOnlyWhatIsInTheQueueNow) {
+    Dongle dongle;
+    const LogCapture log;
+    for (std::uint32_t i = 0; i < 3 * kFull; ++i) {
+        Append(&dongle.rx, LargeNumbered(i));
+        if (i % 3 != 0) TakePacket(&dongle.rx, 0);
+        if (i % 1000 != 999) continue;
+        FreeQueue(&dongle.rx);
+        InitializeQueue(&dongle.rx);
+    }
+    EXPECT_FALSE(log.Mentions("AppendPacket"));
+}
+
+TEST(QueueLimit, WhatTheApplicationSendsIsNotDropped) {
+    Dongle dongle;
+    for (std::uint32_t i = 0; i < kFull + 10; ++i)
+        Append(&dongle.tx, LargeNumbered(i));
+    EXPECT_EQ(Queued(&dongle.tx), kFull + 10);
+    EXPECT_EQ(NumberOf(TakePacket(&dongle.tx, 0)), 0u);
+}
+
+TEST(QueueLimit, FullTransmitQueueHasNoRoomForAnswers) {
+    Dongle dongle;
+    const LogCapture log;
+    for (std::uint32_t i = 0; i < kFull; ++i) {
+        ASSERT_TRUE(HasRoomForAnswers(&dongle.tx));
+        Append(&dongle.tx, LargeNumbered(i));
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_FALSE(HasRoomForAnswers(&dongle.tx));
+    EXPECT_EQ(log.Lines(), std::vector<std::string>{Overflow(
+                               &dongle.tx, "HasRoomForAnswers",
+                               "16777216 bytes: no more answers to a peer that does not take "
+                               "them")});
+    TakePacket(&dongle.tx, 0);
+    EXPECT_TRUE(HasRoomForAnswers(&dongle.tx));
+}
+
 struct PacketWaiting : testing::Test {
     // So many threads wait for a packet.
     bool Asleep(std::uint32_t waiters) {

@@ -108,6 +108,15 @@ TEST_F(IdentificationTest, PingIsAnsweredByReplWithTheSamePayload) {
     EXPECT_EQ(std::memcmp(reply->Bytes() + 8, "abc", 3), 0);
 }
 
+TEST_F(IdentificationTest, PingIsNotAnsweredWhileAnswersFillTheQueue) {
+    constexpr std::uint32_t kFull = 4096;  // packets of 4096 bytes
+    for (std::uint32_t i = 0; i < kFull + 10; ++i) {
+        PacketPtr ping = MakePacket(kTypePing, 4096);
+        AnswerPing(&queues_, ping);
+    }
+    EXPECT_EQ(queues_.tx.count, kFull);
+}
+
 TEST_F(IdentificationTest, PingAboveTheMtuIsAnsweredInFragments) {
     queues_.mtu = 100;
     PacketPtr ping = MakePacket(kTypePing, 101);
