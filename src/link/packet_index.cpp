@@ -1,5 +1,9 @@
 #include "link/packet_index.h"
 
+#include <algorithm>
+
+#include "platform/random.h"
+
 namespace tarvik {
 namespace {
 
@@ -12,9 +16,15 @@ PacketEntry** AllocateBuckets(std::uint64_t count) {
 
 // Ids count up, so those in use are close together. Keeping neighbours in neighbouring buckets
 // keeps a request's buckets in the processor's cache, however many packets there are. The
-// multiplication spreads everything above the lowest bits.
-std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count) {
-    const std::uint64_t spread = (key >> 10) * 0x9E3779B97F4A7C15u >> 32;
+// multiplication spreads everything above the lowest bits. Its factor is the process's secret: who
+// sends packets cannot choose ids that all have the same bucket.
+std::uint64_t SecretFactor() {
+    static const std::uint64_t factor = OsRandomNumber() | 1;  // odd, so that no bit gets lost
+    return factor;
+}
+
+std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count, std::uint64_t factor) {
+    const std::uint64_t spread = (key >> 10) * factor >> 32;
     return (spread + key) & (bucket_count - 1);
 }
 
@@ -27,6 +37,7 @@ PacketIndex* PacketIndex::Create() {
     if (index == nullptr) return nullptr;
     index->buckets_ = buckets.release();
     index->bucket_count_ = kFirstBucketCount;
+    index->factor_ = SecretFactor();
     // Allocated in advance, so that memory use stays the same however long the queue becomes.
     while (index->spare_count_ < kSpareNodes) {
         PacketNode* node = AllocateRecord<PacketNode>().release();
@@ -86,6 +97,17 @@ PacketNode* PacketIndex::Oldest(std::uint64_t key) const {
     return oldest == nullptr ? nullptr : oldest->node;
 }
 
+std::uint64_t PacketIndex::LongestChain() const {
+    std::uint64_t longest = 0;
+    for (std::uint64_t i = 0; i < bucket_count_; ++i) {
+        std::uint64_t length = 0;
+        for (const PacketEntry* entry = buckets_[i]; entry != nullptr; entry = entry->next_oldest)
+            ++length;
+        longest = std::max(longest, length);
+    }
+    return longest;
+}
+
 void PacketIndex::Enter(PacketNode* node, std::uint64_t key) {
     PacketEntry* entry = &node->entries[node->entry_count++];
     *entry = {.key = key,
@@ -128,7 +150,7 @@ void PacketIndex::Leave(PacketEntry* entry) {
 
 // The pointer to the key's group, or the null pointer to replace when the group is added.
 PacketEntry** PacketIndex::Place(std::uint64_t key) const {
-    PacketEntry** place = &buckets_[BucketOf(key, bucket_count_)];
+    PacketEntry** place = &buckets_[BucketOf(key, bucket_count_, factor_)];
     while (*place != nullptr && (*place)->key != key)
         place = &(*place)->next_oldest;
     return place;
@@ -145,7 +167,7 @@ void PacketIndex::GrowIfCrowded() {
         while (buckets_[i] != nullptr) {
             PacketEntry* moved = buckets_[i];
             buckets_[i] = moved->next_oldest;
-            PacketEntry** place = &buckets[BucketOf(moved->key, more)];
+            PacketEntry** place = &buckets[BucketOf(moved->key, more, factor_)];
             moved->next_oldest = *place;
             *place = moved;
         }

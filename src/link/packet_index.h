@@ -50,6 +50,7 @@ public:
     void Add(PacketNode* node, std::uint32_t tag);
     void Remove(PacketNode* node);
     PacketNode* Oldest(std::uint64_t key) const;
+    std::uint64_t LongestChain() const;  // that a look-up may have to walk; for tests
 
 private:
     void Enter(PacketNode* node, std::uint64_t key);
@@ -60,7 +61,8 @@ private:
     PacketEntry** buckets_;
     std::uint64_t bucket_count_;  // a power of two
     std::uint64_t group_count_;
-    PacketNode* spare_;  // linked by `newer`
+    std::uint64_t factor_;  // of the hash
+    PacketNode* spare_;     // linked by `newer`
     std::uint32_t spare_count_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "link/packet_index.h"
 #include "link_support.h"
 #include "platform/thread.h"
 
@@ -362,6 +363,25 @@ TEST(QueueLimit, FullTransmitQueueHasNoRoomForAnswers) {
                                "them")});
     TakePacket(&dongle.tx, 0);
     EXPECT_TRUE(HasRoomForAnswers(&dongle.tx));
+}
+
+// Request ids that a well-known hash puts into one bucket of a table of this size.
+std::vector<std::uint32_t> IdsThatCollide(std::size_t count, std::uint64_t buckets) {
+    std::vector<std::uint32_t> ids;
+    for (std::uint32_t block = 0; ids.size() < count; ++block) {
+        const std::uint64_t key = AnswerKey(kTypeCres, block << 10);
+        const std::uint64_t spread = (key >> 10) * 0x9E3779B97F4A7C15u >> 32;
+        const std::uint64_t low = (0 - spread - key) & (buckets - 1);
+        if (low < 1024) ids.push_back(block << 10 | static_cast<std::uint32_t>(low));
+    }
+    return ids;
+}
+
+TEST(PacketQueue, ChosenIdsDoNotShareABucket) {
+    Queue queue;
+    for (const std::uint32_t id : IdsThatCollide(5000, 16384))
+        Append(&queue, ResponseTo(id));
+    EXPECT_LT(queue.index->LongestChain(), 50u);
 }
 
 struct PacketWaiting : testing::Test {
