@@ -11,6 +11,8 @@
 #include "platform/lock.h"
 #include "platform/tick.h"
 #include "support/log.h"
+#include "support/memory.h"
+#include "support/peer_limits.h"
 
 namespace tarvik {
 namespace {
@@ -90,10 +92,9 @@ namespace {
 // ---- reassembly
 
 struct ReassemblySession {
-    bool active;         // guarded by reassembly_lock
-    bool in_use;         // guarded by reassembly_lock; set while the source stores a fragment
-    const void* source;  // this and the next two are fixed while active
-    std::uint32_t total_length;
+    bool active;  // guarded by reassembly_lock
+    bool in_use;  // guarded by reassembly_lock; set while the source stores a fragment
+    std::uint32_t total_length;  // this and the next one are fixed while active
     std::uint32_t frag_count;
     std::uint64_t last_activity;  // guarded by reassembly_lock; last lookup, not last byte
     // The rest is used by the source's thread while in_use, otherwise under reassembly_lock.
@@ -104,16 +105,55 @@ struct ReassemblySession {
     Tracked<std::uint32_t> offsets;  // frag_count offsets at which the fragments were stored
 };
 
+// The sessions of one source: a peer that fills them keeps only its own packets from arriving.
+struct ReassemblySlots {
+    explicit ReassemblySlots(const void* owner) : source(owner) {}
+
+    const void* const source;
+    ReassemblySlots* next = nullptr;
+    ReassemblySession sessions[kReassemblySlots]{};
+};
+
 struct ReassemblyTable {
     OsLock reassembly_lock;
-    bool initialised = false;  // guarded by reassembly_lock
-    ReassemblySession sessions[4]{};
+    // Guarded by reassembly_lock.
+    bool initialised = false;
+    ReassemblySlots* first = nullptr;  // of each source that has sent a fragment; owned
 };
 
 // Initialised early: FragInit runs at library load, before some static objects are constructed.
 Immortal<ReassemblyTable> reassembly_table __attribute__((init_priority(1000)));
 
 ReassemblyTable& Table() { return *reassembly_table; }
+
+// Called with reassembly_lock held. False: a thread is inside one of the sessions, or was ended
+// there; the others are released.
+bool ReleaseSessions(ReassemblySlots* slots) {
+    bool all = true;
+    for (ReassemblySession& session : slots->sessions) {
+        if (session.in_use) {
+            all = false;
+        } else {
+            session = {};
+        }
+    }
+    return all;
+}
+
+// Releases the sessions of this source, or of all (null), and then the slots that are not in use.
+// Called with reassembly_lock held.
+void ReleaseSlots(ReassemblyTable& table, const void* source) {
+    for (ReassemblySlots** place = &table.first; *place != nullptr;) {
+        ReassemblySlots* slots = *place;
+        const bool meant = source == nullptr || slots->source == source;
+        if (!meant || !ReleaseSessions(slots)) {
+            place = &slots->next;
+            continue;
+        }
+        *place = slots->next;
+        DeleteTracked(slots);
+    }
+}
 
 }  // namespace
 
@@ -131,9 +171,7 @@ void FragDeinit() {
     const LockGuard hold(table.reassembly_lock);
     if (!table.initialised) return;
     table.initialised = false;
-    for (ReassemblySession& session : table.sessions) {
-        if (!session.in_use) session = {};  // otherwise its thread is inside, or was ended there
-    }
+    ReleaseSlots(table, nullptr);
     Log(kLogTrace, "[%s] Deleting CRITICAL_SECTION reassembly_lock at 0x%p", __func__,
         table.reassembly_lock.Address());
 }
@@ -173,19 +211,33 @@ bool ReadFragment(const Packet& packet, FragmentWire* out) {
 
 // The look-ups below are called with reassembly_lock held.
 
-ReassemblySession* FindSession(ReassemblyTable& table, const void* source,
-                               const FragmentWire& fragment) {
-    for (ReassemblySession& session : table.sessions) {
-        if (session.active && session.source == source &&
-            session.total_length == fragment.total_length && session.frag_count == fragment.count) {
+// Null: memory is out.
+ReassemblySlots* FindOrMakeSlots(ReassemblyTable& table, const void* source) {
+    ReassemblySlots* slots = table.first;
+    while (slots != nullptr && slots->source != source)
+        slots = slots->next;
+    if (slots != nullptr) return slots;
+    slots = NewTracked<ReassemblySlots>(source);
+    if (slots == nullptr) {
+        Log(kLogError, "[FRAG] Failed to allocate memory for reassembly session");
+        return nullptr;
+    }
+    slots->next = std::exchange(table.first, slots);
+    return slots;
+}
+
+ReassemblySession* FindSession(ReassemblySlots& slots, const FragmentWire& fragment) {
+    for (ReassemblySession& session : slots.sessions) {
+        if (session.active && session.total_length == fragment.total_length &&
+            session.frag_count == fragment.count) {
             return &session;
         }
     }
     return nullptr;
 }
 
-ReassemblySession* FindFreeSlot(ReassemblyTable& table) {
-    for (ReassemblySession& session : table.sessions) {
+ReassemblySession* FindFreeSlot(ReassemblySlots& slots) {
+    for (ReassemblySession& session : slots.sessions) {
         if (!session.active) return &session;
     }
     return nullptr;
@@ -197,9 +249,9 @@ bool IsIdle(const ReassemblySession& session, std::uint64_t now_ms) {
            now_ms - session.last_activity > GetLinkLimits().reassembly_idle_ms;
 }
 
-ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t now_ms) {
+ReassemblySession* ReclaimOldest(ReassemblySlots& slots, std::uint64_t now_ms) {
     ReassemblySession* oldest = std::min_element(
-        std::begin(table.sessions), std::end(table.sessions),
+        std::begin(slots.sessions), std::end(slots.sessions),
         [](const auto& a, const auto& b) { return a.last_activity < b.last_activity; });
     if (!IsIdle(*oldest, now_ms)) {
         Log(kLogError, "[FRAG] No available reassembly session slots");
@@ -210,10 +262,9 @@ ReassemblySession* ReclaimOldest(ReassemblyTable& table, std::uint64_t now_ms) {
     return oldest;
 }
 
-bool OpenSession(ReassemblySession* session, const void* source, const FragmentWire& fragment) {
+bool OpenSession(ReassemblySession* session, const FragmentWire& fragment) {
     ReassemblySession opened{};
     opened.active = true;
-    opened.source = source;
     opened.total_length = fragment.total_length;
     opened.frag_count = fragment.count;
     opened.buffer.reset(static_cast<std::uint8_t*>(AllocateMem(fragment.total_length)));
@@ -232,17 +283,19 @@ bool OpenSession(ReassemblySession* session, const void* source, const FragmentW
 
 ReassemblySession* FindOrOpenSession(ReassemblyTable& table, const void* source,
                                      const FragmentWire& fragment, std::uint64_t now_ms) {
-    ReassemblySession* session = FindSession(table, source, fragment);
+    ReassemblySlots* slots = FindOrMakeSlots(table, source);
+    if (slots == nullptr) return nullptr;
+    ReassemblySession* session = FindSession(*slots, fragment);
     if (session == nullptr) {
-        session = FindFreeSlot(table);
-        if (session == nullptr) session = ReclaimOldest(table, now_ms);
-        if (session == nullptr || !OpenSession(session, source, fragment)) return nullptr;
+        session = FindFreeSlot(*slots);
+        if (session == nullptr) session = ReclaimOldest(*slots, now_ms);
+        if (session == nullptr || !OpenSession(session, fragment)) return nullptr;
     }
     session->last_activity = now_ms;
     return session;
 }
 
-// Holds a session while a fragment is stored into it. No other source can reclaim it meanwhile.
+// Holds a session while a fragment is stored into it, so that nobody releases it meanwhile.
 class SessionLease {
 public:
     SessionLease(const void* source, const FragmentWire& fragment) {
@@ -361,10 +414,7 @@ bool FragReceivePacket(const void* source, PacketPtr& packet, PacketPtr* complet
 void FragForget(const void* source) {
     ReassemblyTable& table = Table();
     const LockGuard hold(table.reassembly_lock);
-    for (ReassemblySession& session : table.sessions) {
-        // A session in use belongs to a thread that was ended inside.
-        if (session.active && session.source == source && !session.in_use) session = {};
-    }
+    ReleaseSlots(table, source);
 }
 
 }  // namespace tarvik

@@ -356,59 +356,78 @@ TEST_F(FragReceive, OneSourceMayHavePacketsOfSeveralSizesUnderWay) {
     EXPECT_TRUE(Feed(SliceOf(two, 1, 2)));
 }
 
-struct FullTable : FragReceive {
-    FullTable() {
-        for (const char& source : sources) {
-            EXPECT_FALSE(Feed(SliceOf(whole, 0, 2), &source));
+struct FullSlots : FragReceive {
+    FullSlots() {
+        for (const PacketPtr& packet : whole) {
+            EXPECT_FALSE(Feed(SliceOf(packet, 0, 2)));
             tick.Advance(1);
         }
     }
-    bool OpensAnother() {
+    bool OpensAnother(const void* from = nullptr) {
         const LogCapture here;
-        Feed(SliceOf(whole, 0, 2), &another);
+        Feed(SliceOf(another, 0, 2), from);
         return here.Mentions("Created new reassembly session");
     }
 
     FakeTick tick{100000};
-    PacketPtr whole = Patterned(kTypeCres, 300);
-    char sources[4] = {};
-    char another = 0;
+    PacketPtr whole[4] = {Patterned(kTypeCres, 300), Patterned(kTypeCres, 301),
+                          Patterned(kTypeCres, 302), Patterned(kTypeCres, 303)};
+    PacketPtr another = Patterned(kTypeCres, 400);
 };
 
-TEST_F(FullTable, FifthReassemblyFailsWhileAllFourAreActive) {
+TEST_F(FullSlots, FifthReassemblyFailsWhileAllFourAreActive) {
     EXPECT_FALSE(OpensAnother());
     EXPECT_TRUE(log.Has("[FRAG] No available reassembly session slots"));
     EXPECT_TRUE(log.Has("[FRAG] Failed to get reassembly session"));
-    EXPECT_TRUE(Feed(SliceOf(whole, 1, 2), &sources[3]));
+    EXPECT_TRUE(Feed(SliceOf(whole[3], 1, 2)));
     EXPECT_TRUE(OpensAnother());  // in the completed one's place
 }
 
-TEST_F(FullTable, OnlyASessionIdleForMoreThanThirtySecondsIsReclaimed) {
+TEST_F(FullSlots, OnlyASessionIdleForMoreThanThirtySecondsIsReclaimed) {
     tick.Advance(30000 - 4);
     EXPECT_FALSE(OpensAnother());
     tick.Advance(1);
     EXPECT_TRUE(OpensAnother());
     EXPECT_EQ(log.Count("[FRAG] Cleaning up timed-out reassembly session"), 1u);
     // It was the oldest: its second fragment comes too late, the others' does not.
-    EXPECT_FALSE(Feed(SliceOf(whole, 1, 2), &sources[0]));
-    EXPECT_TRUE(Feed(SliceOf(whole, 1, 2), &sources[1]));
+    EXPECT_TRUE(Feed(SliceOf(whole[1], 1, 2)));
+    EXPECT_FALSE(Feed(SliceOf(whole[0], 1, 2)));
 }
 
-TEST_F(FullTable, LookUpOfASessionKeepsItFromBeingReclaimed) {
+TEST_F(FullSlots, LookUpOfASessionKeepsItFromBeingReclaimed) {
     tick.Advance(29000);
-    for (const char& source : sources)
-        EXPECT_FALSE(Feed(SliceOf(whole, 0, 2), &source));
+    for (const PacketPtr& packet : whole)
+        EXPECT_FALSE(Feed(SliceOf(packet, 0, 2)));
     tick.Advance(2000);
     EXPECT_FALSE(OpensAnother());
 }
 
-TEST_F(FullTable, LowerOfEquallyOldSessionsIsReclaimed) {
-    for (const char& source : sources)
-        EXPECT_FALSE(Feed(SliceOf(whole, 0, 2), &source));
+TEST_F(FullSlots, LowerOfEquallyOldSessionsIsReclaimed) {
+    for (const PacketPtr& packet : whole)
+        EXPECT_FALSE(Feed(SliceOf(packet, 0, 2)));
     tick.Advance(30001);
     EXPECT_TRUE(OpensAnother());
-    EXPECT_TRUE(Feed(SliceOf(whole, 1, 2), &sources[1]));
-    EXPECT_FALSE(Feed(SliceOf(whole, 1, 2), &sources[0]));
+    EXPECT_TRUE(Feed(SliceOf(whole[1], 1, 2)));
+    EXPECT_FALSE(Feed(SliceOf(whole[0], 1, 2)));
+}
+
+// However fresh its peer keeps them.
+TEST_F(FullSlots, OtherSourcesHaveTheirOwn) {
+    const char others[3] = {};
+    for (const char& other : others)
+        EXPECT_TRUE(OpensAnother(&other));
+    for (const char& other : others) {
+        EXPECT_TRUE(Feed(SliceOf(another, 1, 2), &other));
+        EXPECT_EQ(BytesOf(complete), BytesOf(another));
+    }
+    EXPECT_FALSE(OpensAnother());
+}
+
+TEST_F(FullSlots, ForgottenSourceLeavesNoMemoryBehind) {
+    const MemoryUse during = LiveMemory();
+    FragForget(this);
+    EXPECT_EQ(LiveMemory().blocks, during.blocks - 4 * 3 - 1);
+    EXPECT_TRUE(OpensAnother());
 }
 
 TEST_F(FragReceive, ForgottenSourceStartsAgain) {
@@ -450,29 +469,36 @@ TEST(Fragmentation, DeinitReleasesUnfinishedSessions) {
     EXPECT_EQ(LiveMemory().blocks, before.blocks + 2);  // the two packets of this test
 }
 
-// Six sources share four sessions while time runs fast: sessions are reclaimed under way, and
-// what comes out whole is right.
-TEST(Fragmentation, SourcesThatReclaimFromOneAnotherNeverMixTheirBytes) {
+// Six sources with six packets under way each, in four slots, while time runs fast: sessions are
+// reclaimed and sources forgotten under way, and what comes out whole is right.
+TEST(Fragmentation, SourcesThatComeAndGoNeverMixTheirBytes) {
     FakeTick tick(100000);
     FragInit();
     constexpr std::uint32_t kSources = 6;
+    constexpr std::uint32_t kPackets = 6;
     std::atomic<std::uint32_t> completed{0};
     std::atomic<std::uint32_t> damaged{0};
     {
         std::vector<std::unique_ptr<Thread>> threads;
         for (std::uint32_t source = 0; source < kSources; ++source) {
             threads.push_back(std::make_unique<Thread>([&, source] {
-                const PacketPtr whole = Patterned(kTypeCres, 1000);
-                std::memset(whole->Bytes() + 8, static_cast<int>(source), 992);
-                for (int round = 0; round < 300; ++round) {
-                    for (std::uint16_t i = 0; i < 4; ++i) {
-                        PacketPtr fragment = SliceOf(whole, i, 4);
-                        PacketPtr complete;
-                        tick.Advance(5000);
-                        if (!FragReceivePacket(&threads + source, fragment, &complete)) continue;
-                        ++completed;
-                        if (BytesOf(complete) != BytesOf(whole)) ++damaged;
-                    }
+                const void* const own = &threads + source;
+                PacketPtr whole[kPackets];
+                for (std::uint32_t i = 0; i < kPackets; ++i) {
+                    whole[i] = Patterned(kTypeCres, 1000 + i);
+                    std::memset(whole[i]->Bytes() + 8, static_cast<int>(source * kPackets + i),
+                                992);
+                }
+                for (std::uint32_t step = 0; step < 50 * 4 * kPackets; ++step) {
+                    const PacketPtr& packet = whole[step % kPackets];
+                    PacketPtr fragment =
+                        SliceOf(packet, static_cast<std::uint16_t>(step / kPackets % 4), 4);
+                    PacketPtr complete;
+                    tick.Advance(1000);
+                    if (step % 101 == 100) FragForget(own);
+                    if (!FragReceivePacket(own, fragment, &complete)) continue;
+                    ++completed;
+                    if (BytesOf(complete) != BytesOf(packet)) ++damaged;
                 }
             }));
         }
