@@ -307,16 +307,18 @@ TEST(QueueLimit, PacketLargerThanTheRoomThatIsLeftStays) {
 }
 
 TEST(QueueLimit, ShortPacketCountsAs64Bytes) {
-    constexpr std::uint32_t kMost = 262144;
+    constexpr std::uint32_t kShortPerLarge = 4096 / 64;
     Dongle dongle;
-    for (std::uint32_t i = 0; i < kMost; ++i)
+    for (std::uint32_t i = 0; i < 10 * kShortPerLarge; ++i)
         Append(&dongle.rx, BusyFor(i), i);
-    EXPECT_EQ(Queued(&dongle.rx), kMost);
-    Append(&dongle.rx, BusyFor(kMost), kMost);
-    EXPECT_EQ(Queued(&dongle.rx), kMost);
+    for (std::uint32_t i = 10; i < kFull; ++i)
+        Append(&dongle.rx, LargeNumbered(i));
+    EXPECT_EQ(Queued(&dongle.rx), kFull - 10 + 10 * kShortPerLarge);
+    Append(&dongle.rx, ResponseTo(5000), 5000);
+    EXPECT_EQ(Queued(&dongle.rx), kFull - 10 + 10 * kShortPerLarge);
     EXPECT_EQ(QueueRemoveByTag(&dongle.rx, 0), nullptr);
     EXPECT_NE(QueueRemoveByTag(&dongle.rx, 1), nullptr);
-    EXPECT_NE(QueueRemoveByTag(&dongle.rx, kMost), nullptr);
+    EXPECT_NE(QueueRemoveByTag(&dongle.rx, 5000), nullptr);
 }
 
 TEST(QueueLimit, AnswerIsFoundAmongPacketsThatFillTheQueue) {
