@@ -5,6 +5,7 @@
 
 #include "platform/tick.h"
 #include "support/log.h"
+#include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_limits.h"
 
 namespace tarvik {
@@ -107,6 +108,10 @@ void BluezBus::AddMatches() {
             } catch (const sdbus::Error& error) {
                 Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
                     error.getMessage().c_str());
+            } catch (...) {
+                // Memory is out. Nothing may pass through the bus's library, which is in C.
+                Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
+                    BleErrorText().text);
             }
         };
         connection_->addMatch(match.rule, callback, sdbus::floating_slot);
@@ -114,15 +119,17 @@ void BluezBus::AddMatches() {
 }
 
 void BluezBus::Run() {
-    std::string why;
+    const auto log_end = [](const char* why) {
+        Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why);
+    };
     try {
         connection_->enterEventLoop();
     } catch (const sdbus::Error& error) {
-        why = error.getMessage();
+        log_end(error.getMessage().c_str());
+    } catch (...) {
+        log_end(BleErrorText().text);  // its library throws when memory is out
     }
     closed_ = true;
-    if (!why.empty())
-        Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why.c_str());
     WakeWaiters();
     Notify([](BluezListener& listener) { listener.ServiceGone(); });
 }
@@ -158,25 +165,42 @@ struct BluezBus::Answer {
     bool failed = false;
     std::string error_name = {};
     std::string error_text = {};
+
+    void Fail(const sdbus::Error& error) {
+        failed = true;
+        error_name = error.getName();
+        error_text = error.getMessage();
+    }
 };
+
+// Throws nothing: that would pass through the bus's library, which is in C.
+BluezBus::Answer BluezBus::TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
+                                      const Read& read) noexcept {
+    Answer taken;
+    taken.there = true;
+    try {
+        if (error != nullptr) {
+            taken.Fail(*error);
+            return taken;
+        }
+        try {
+            if (read) read(reply);
+        } catch (const sdbus::Error& unreadable) {
+            taken.Fail(unreadable);
+        }
+    } catch (...) {
+        taken.failed = true;
+        taken.error_name = "NoMemory";  // short enough to need none
+        taken.error_text = "out of memory";
+    }
+    return taken;
+}
 
 void BluezBus::Call(const Method& method, const Write& write, const Read& read) {
     if (closed_) throw BusGone();
     const auto answer = std::make_shared<Answer>();
     const auto take = [this, answer, &read](sdbus::MethodReply& reply, const sdbus::Error* error) {
-        Answer taken{.there = true};
-        try {
-            if (error == nullptr && read) read(reply);
-        } catch (const sdbus::Error& unreadable) {
-            taken.failed = true;
-            taken.error_name = unreadable.getName();
-            taken.error_text = unreadable.getMessage();
-        }
-        if (error != nullptr) {
-            taken.failed = true;
-            taken.error_name = error->getName();
-            taken.error_text = error->getMessage();
-        }
+        Answer taken = TakeAnswer(reply, error, read);
         const LockGuard hold(lock_);
         *answer = std::move(taken);
         changed_.WakeAll();

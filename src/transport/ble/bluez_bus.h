@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/lock.h"
@@ -22,7 +23,10 @@ class BluezError final : public BleError {
 public:
     BluezError(std::string name, const std::string& text);
     // `name` is the part after "org.bluez.Error.".
-    bool Is(const char* name) const { return name_ == std::string("org.bluez.Error.") + name; }
+    bool Is(std::string_view name) const {
+        constexpr std::string_view kBegin = "org.bluez.Error.";
+        return name_.starts_with(kBegin) && name_.compare(kBegin.size(), name_.npos, name) == 0;
+    }
     bool IsObjectGone() const;
     bool IsSilence() const;  // no answer in time
     bool IsRefused() const;  // this user has no permission
@@ -87,6 +91,8 @@ private:
     struct Answer;
 
     BluezBus() = default;
+    static Answer TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
+                             const Read& read) noexcept;
     void AddMatches();
     void Run();
     template <typename Function>

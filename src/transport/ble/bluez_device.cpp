@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "support/log.h"
+#include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_limits.h"
 #include "transport/ble/bluez_objects.h"
 
@@ -121,6 +122,8 @@ void BluezBleDevice::CallQuietly(const std::string& path, const char* interface,
             {path, interface, method, bus_->answers() ? limits.close_ms : limits.close_mute_ms});
     } catch (const BleError& error) {
         LogFailure(method, error);
+    } catch (...) {  // memory is out
+        Log(kLogTrace, "[BLE] %s failed: %s", method, BleErrorText().text);
     }
 }
 

@@ -5,7 +5,6 @@
 #include "platform/process.h"
 #include "platform/tick.h"
 #include "transport/ble/ble_share.h"
-#include "transport/ble/ble_text.h"
 
 namespace tarvik {
 
@@ -24,15 +23,15 @@ BluezOpening::~BluezOpening() {
 void BluezOpening::Run(void* share) {
     const auto opening = TakeBleShare<BluezOpening>(share);
     std::shared_ptr<BluezBus> bus;
-    std::string error;
+    std::optional<BleErrorText> error;
     try {
         bus = BluezBus::Connect();
     } catch (...) {
-        error = BleErrorText().text;
+        error.emplace();
     }
     const LockGuard hold(opening->lock_);
     opening->bus_ = std::move(bus);
-    opening->error_ = std::move(error);
+    opening->error_ = error;
     opening->over_ = true;
     opening->changed_.WakeAll();
 }
@@ -54,7 +53,7 @@ std::shared_ptr<BluezBus> BluezOpening::Await(std::uint32_t limit_ms) {
         return nullptr;
     }
     EndBleThread(&thread_, -1);
-    if (bus_ == nullptr) throw BleError(error_);
+    if (bus_ == nullptr) throw BleError(error_->text);
     return std::move(bus_);
 }
 

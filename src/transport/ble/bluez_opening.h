@@ -2,10 +2,11 @@
 
 #include <cstdint>
 #include <memory>
-#include <string>
+#include <optional>
 
 #include "platform/lock.h"
 #include "platform/thread.h"
+#include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_bus.h"
 
 namespace tarvik {
@@ -33,7 +34,7 @@ private:
     OsCondition changed_;
     bool over_ = false;
     std::shared_ptr<BluezBus> bus_;  // null: it failed
-    std::string error_;
+    std::optional<BleErrorText> error_;
 };
 
 }  // namespace tarvik

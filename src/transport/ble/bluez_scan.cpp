@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "support/log.h"
+#include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_limits.h"
 #include "transport/ble/bluez_objects.h"
 
@@ -58,8 +59,8 @@ BluezScan::~BluezScan() {
     bus_->Remove(this);
     try {
         Stop();
-    } catch (const BleError& error) {
-        Log(kLogTrace, "[BLE] Discovery did not end as it should: %s", error.message().c_str());
+    } catch (...) {
+        Log(kLogTrace, "[BLE] Discovery did not end as it should: %s", BleErrorText().text);
     }
 }
 
