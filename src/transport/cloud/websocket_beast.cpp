@@ -108,6 +108,12 @@ void CloseSockets(WebSocketClient* client) {
     WithStream(client, [&](auto& stream) { beast::get_lowest_layer(stream).close(ignored); });
 }
 
+// When a thread that runs `io` next looks for an abort, which may have had no memory to post one.
+std::chrono::steady_clock::time_point NextLook() {
+    return std::chrono::steady_clock::now() +
+           std::chrono::milliseconds(GetCloudLimits().connect_poll_ms);
+}
+
 // Runs one operation to its end or, if it takes too long, to its failure. `start` gets the handler
 // that completes it.
 template <typename Start>
@@ -122,10 +128,9 @@ Error RunUntil(WebSocketClient* client, std::chrono::steady_clock::time_point de
     client->io.restart();
     bool in_time = true;
     while (!done) {  // NOLINT(bugprone-infinite-loop): the handler sets it
-        if (in_time && client->io.run_one_until(deadline) > 0) continue;
-        if (in_time) CloseSockets(client);
-        in_time = false;
-        client->io.run_one();
+        client->io.run_one_until(in_time ? std::min(deadline, NextLook()) : NextLook());
+        in_time = in_time && (done || std::chrono::steady_clock::now() < deadline);
+        if (!in_time || client->aborted) CloseSockets(client);
     }
     return in_time ? result : Error(asio::error::timed_out);
 }
@@ -380,8 +385,10 @@ Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buf
         done = true;
     });
     client->io.restart();
-    while (!done)  // NOLINT(bugprone-infinite-loop): the handler sets it
-        client->io.run_one();
+    while (!done) {  // NOLINT(bugprone-infinite-loop): the handler sets it
+        client->io.run_one_until(NextLook());
+        if (client->aborted) CloseSockets(client);
+    }
     return result;
 }
 
