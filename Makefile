@@ -1,7 +1,7 @@
 # Every target installs and builds what it needs.
 
 .PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows check test soak stress \
-	bench fuzz coverage mutation lint clean
+	torture bench fuzz coverage mutation lint clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
@@ -18,6 +18,7 @@ help:
 	@echo "make test          all tests, on both systems and under the sanitizers"
 	@echo "make soak          all tests, SOAK_ROUNDS (5) times, with processors taken away at random"
 	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
+	@echo "make torture       every allocation, input and output of twenty sessions fails once"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make coverage      lines, branches and functions of src that the tests execute"
@@ -74,6 +75,10 @@ soak:
 stress:
 	@scripts/setup.sh linux clang
 	@scripts/stress.sh
+
+torture:
+	@scripts/setup.sh linux
+	@scripts/torture.sh
 
 bench:
 	@scripts/setup.sh linux
