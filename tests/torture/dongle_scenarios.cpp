@@ -138,6 +138,12 @@ private:
 
 // The answer comes in fragments.
 class FragmentedAnswer : public SingleRequest {
+public:
+    // Ten fragments with four bytes of the answer each, but for the last byte.
+    long PeerBytes() const override { return 10 * 20 - 1; }
+    void ClosePeerAfter(long bytes) override { simulator_.Command("cut " + std::to_string(bytes)); }
+
+private:
     void ResetDevice() override {
         SingleRequest::ResetDevice();
         simulator_.Command(R"(behaviour {"fragment": 20})");
@@ -351,7 +357,7 @@ const NamedScenario kScenarios[] = {
     {"SerialScan", Make<SerialScan>},
     {"LinksAndTables", Make<LinksAndTables>},
     {"SingleRequest", Make<SingleRequest>},
-    {"FragmentedAnswer", Make<FragmentedAnswer>},
+    {"FragmentedAnswer", Make<FragmentedAnswer>, true},
     {"FunctionalRequest", Make<FunctionalRequest>},
     {"RawFrames", Make<RawFrames>},
     {"TesterPresent", Make<TesterPresent>},

@@ -34,6 +34,7 @@ enum FaultKind {
     kNoFault,          // counts only
     kAllocationFault,  // from the `first`-th allocation on, `count` fail
     kIoFault,          // the `first`-th input or output that has `variant` fails in this way
+    kPeerFault,        // nothing fails here
 };
 
 struct FaultPlan {

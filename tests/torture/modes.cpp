@@ -12,6 +12,8 @@ struct Case {
     std::vector<Mode> modes;
 };
 
+constexpr Mode kPeerMode = {"closing peer", kPeerFault, 1, 0};
+
 const std::vector<Case>& Cases() {
     static const std::vector<Case> whole = {
         {"SurvivesOneFailedAllocation", {{"one allocation", kAllocationFault, 1, 0}}},
@@ -22,10 +24,12 @@ const std::vector<Case>& Cases() {
           {"input and output, third error", kIoFault, 1, 2},
           {"input and output, fourth error", kIoFault, 1, 3},
           {"input and output, fifth error", kIoFault, 1, 4}}},
+        {"SurvivesClosingPeer", {kPeerMode}},
     };
     static const std::vector<Case> sample = {
         {"SurvivesFailedAllocations", {{"allocations", kAllocationFault, kInTurn, 0}}},
         {"SurvivesFailedInputAndOutput", {{"input and output", kIoFault, 1, kInTurn}}},
+        {"SurvivesClosingPeer", {kPeerMode}},
     };
     return IsWhole() ? whole : sample;
 }
@@ -49,6 +53,7 @@ private:
 bool AddCases(const NamedScenario* scenarios, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         for (const Case& each : Cases()) {
+            if (each.modes[0].kind == kPeerFault && !scenarios[i].has_peer) continue;
             testing::RegisterTest(
                 scenarios[i].name, each.name, nullptr, nullptr, __FILE__, __LINE__,
                 [scenario = &scenarios[i], modes = &each.modes]() -> testing::Test* {

@@ -11,6 +11,7 @@ namespace torture {
 struct NamedScenario {
     const char* name;
     ScenarioMaker make;
+    bool has_peer = false;  // that can go: Scenario::PeerBytes
 };
 
 template <typename Kind>

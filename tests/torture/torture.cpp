@@ -188,6 +188,7 @@ private:
         FaultsArm(&none, &shared->fault);
         const bool works = scenario_->Run();
         points_ = FaultsDisarm();
+        if (mode_.kind == kPeerFault) points_ = scenario_->PeerBytes();
         scenario_->TearDown();
         if (Succeeds(works)) return;
         Note("does not work without a fault");
@@ -206,7 +207,8 @@ private:
     }
 
     bool IsBehindTheLast(long point, long missed) const {
-        return IsWhole() ? missed >= kMissesAtTheEnd : point > points_;
+        const bool varies = IsWhole() && mode_.kind != kPeerFault;
+        return varies ? missed >= kMissesAtTheEnd : point > points_;
     }
 
     long CountAt(long point) const {
@@ -237,6 +239,7 @@ private:
         }
         const FaultPlan plan = {mode_.kind, point, CountAt(point), mode_.variant};
         SetPhase("with fault");
+        if (mode_.kind == kPeerFault) scenario_->ClosePeerAfter(point);
         FaultsArm(&plan, &shared->fault);
         is_armed = true;
         scenario_->Run();
@@ -244,7 +247,7 @@ private:
         SetPhase("tear-down");
         scenario_->TearDown();
         is_armed = false;
-        return shared->fault.fired != 0;
+        return mode_.kind == kPeerFault || shared->fault.fired != 0;
     }
 
     // A thread may still be about to close one.

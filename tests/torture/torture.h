@@ -30,6 +30,9 @@ public:
     // Run leaves the session of SetUp as it is, so that the run that shows that the session works
     // may be in the same one.
     virtual bool MayRunTwice() const { return false; }
+    // How many bytes the peer sends during Run, and what makes it go after some of them.
+    virtual long PeerBytes() const { return 0; }
+    virtual void ClosePeerAfter(long /*bytes*/) {}
     // The library goes, and with it the pointers to what it keeps as long as the process lives.
     virtual bool MayLoseMemory() const { return false; }
 };
