@@ -153,7 +153,7 @@ build_json_c() {
     logged patch-json-c "patching json-c" patch --batch -p1 -d "$source" -i "$json_c_patch"
     build_library "$1" json-c "$source" \
         -DBUILD_STATIC_LIBS=ON -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON \
-        -DDISABLE_EXTRA_LIBS=ON
+        -DDISABLE_EXTRA_LIBS=ON -DDISABLE_THREAD_LOCAL_STORAGE=ON
     rm -rf "$source"
 }
 

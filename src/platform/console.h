@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace tarvik {
 
 enum class ConsoleResult : unsigned char {
@@ -13,5 +15,9 @@ enum class ConsoleResult : unsigned char {
 // is the process's own standard output: the streams stay as they are, and only the first call
 // counts as attaching.
 ConsoleResult OsAttachConsole();
+
+// True: standard output takes a text of this size without waiting for whoever reads it. False: it
+// may wait, as a paused console does, or that cannot be known.
+bool OsStandardOutputTakes(std::size_t size);
 
 }  // namespace tarvik

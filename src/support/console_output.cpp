@@ -6,9 +6,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/console.h"
 #include "platform/immortal.h"
 #include "platform/lock.h"
-#include "platform/process.h"
 #include "platform/thread.h"
 
 namespace tarvik {
@@ -24,7 +24,8 @@ Immortal<OsLock> output_lock;
 Immortal<OsCondition> text_queued;
 Immortal<OsCondition> text_printed;
 OsThread* printer = nullptr;
-bool printing = false;  // the thread takes text from the ring
+bool printing = false;   // the thread takes text from the ring
+bool by_caller = false;  // some other thread is printing, after asking whether it would wait
 bool stopping = false;
 bool paused = false;          // somebody waited in vain, and nothing was printed since
 char ring[kRoom];             // what is between the next two, modulo its size
@@ -113,10 +114,7 @@ void StartConsoleOutput() {
 void StopConsoleOutput() {
     if (printer == nullptr) return;
     const bool done = StopPrinter();
-    if (!OsThreadJoin(printer, done ? kPatienceMs : 0)) {
-        OsKeepLibraryLoaded();
-        return;
-    }
+    if (!OsThreadJoin(printer, done ? kPatienceMs : 0)) return;
     OsThreadClose(printer);
     printer = nullptr;
 }
@@ -124,16 +122,22 @@ void StopConsoleOutput() {
 void EndConsoleOutput() { every_thread_prints = true; }
 
 void WriteConsoleText(const char* text, std::size_t length) {
-    if (!every_thread_prints) {
+    if (every_thread_prints) return PrintNow(text, length);
+    {
         const LockGuard guard(*output_lock);
-        if (printing) {
+        const bool in_turn = !printing || (queued == completed && !by_caller);
+        if (!in_turn || (printing && !OsStandardOutputTakes(length))) {
             if (!QueueText(text, length)) return;
             const std::uint64_t end = queued;
             WaitForPrinting([end] { return completed >= end; });
             return;
         }
+        // Costs two changes of threads less.
+        by_caller = printing;
     }
     PrintNow(text, length);
+    const LockGuard guard(*output_lock);
+    by_caller = false;
 }
 
 }  // namespace tarvik

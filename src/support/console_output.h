@@ -3,8 +3,8 @@
 #include <cstddef>
 
 // Standard output, on which a user may pause the console for hours. From StartConsoleOutput to
-// StopConsoleOutput one thread prints, so that no other thread of the library ever blocks there,
-// whatever locks it holds.
+// StopConsoleOutput one thread prints whatever may have to wait, so that no other thread of the
+// library ever blocks there, whatever locks it holds.
 namespace tarvik {
 
 // Starts the printing thread. If the system refuses it, every thread prints for itself.

@@ -1,5 +1,6 @@
 #include "platform/console.h"
 
+#include <io.h>
 #include <windows.h>
 
 #include <cstdio>
@@ -33,6 +34,14 @@ ConsoleResult OsAttachConsole() {
     ReopenStandardStreams();
     EnableEscapeSequences();
     return ConsoleResult::kAttached;
+}
+
+// A console waits while its user marks text in it, and a pipe for its reader; of neither can one
+// ask.
+bool OsStandardOutputTakes(std::size_t) {
+    const auto output = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
+    DWORD mode = 0;
+    return ::GetFileType(output) != FILE_TYPE_PIPE && !::GetConsoleMode(output, &mode);
 }
 
 }  // namespace tarvik

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "paused_console.h"
+#include "unit/test_support.h"
 #include "unit/test_system.h"
 
 namespace tarvik {
@@ -19,6 +21,16 @@ const test::ChildBody kAttachTwice("attach-twice", [] {
 
 TEST(Console, SecondAttachFindsTheConsole) {
     EXPECT_EQ(test::RunChild("attach-twice").exit_code, 0);
+}
+
+TEST(StandardOutput, PausedOneTakesNothingAtOnceAndAFileEverything) {
+    {
+        const paused_console::PausedConsole console;
+        ASSERT_TRUE(console.IsUsable());
+        EXPECT_FALSE(OsStandardOutputTakes(1));
+    }
+    const test::StdoutCapture file;
+    EXPECT_TRUE(OsStandardOutputTakes(1));
 }
 
 }  // namespace
