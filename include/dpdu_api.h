@@ -61,10 +61,12 @@ PDU_API T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag);
 /// invalid, and items not yet passed to PDUDestroyItem can no longer be released. The callbacks of
 /// the system and of the modules stay registered for the next PDUConstruct.
 ///
-/// It waits for callbacks on other threads to return, and terminates threads of a link whose
-/// callback takes longer than those two seconds. Called inside a callback, it does not wait for
-/// that callback. Calls of other threads that are still inside the library get up to five seconds
-/// to end.
+/// It waits for callbacks on other threads to return. Threads of a link whose callback takes longer
+/// than those two seconds are terminated on Windows; on Linux they are left to themselves, and do
+/// nothing more when the callback returns. Links that were destroyed before are not waited for.
+/// Called inside a callback, it does not wait for that callback. Calls of other threads that are
+/// still inside the library get up to five seconds to end. The library may be unloaded afterwards,
+/// by any thread and in any case: it stays in memory while a thread of it runs.
 ///
 /// Errors: PDU_ERR_PDUAPI_NOT_CONSTRUCTED.
 PDU_API T_PDU_ERROR PDU_CALL PDUDestruct(void);

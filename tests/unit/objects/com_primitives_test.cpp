@@ -86,6 +86,19 @@ TEST_F(ComPrimitives, StateChangeIsTimedLoggedAndReported) {
     }
 }
 
+// As during PDUDestruct: the worker's clean-up has ended the queue that it would wait in, and may
+// already have taken it out of the registry.
+TEST_F(ComPrimitives, OneThatCannotWaitIsReleasedOnce) {
+    link->state.store(PDU_CLLST_ONLINE);
+    link->pending.Discard();
+    const MemoryUse before = LiveMemory();
+    EXPECT_EQ(PDUStartComPrimitive(0, link->hCLL, PDU_COPT_UPDATEPARAM, 0, nullptr, nullptr,
+                                   nullptr, nullptr),
+              PDU_ERR_FCT_FAILED);
+    EXPECT_TRUE(LiveMemory() == before);
+    EXPECT_FALSE(link->registry.First());
+}
+
 TEST_F(ComPrimitives, UnchangedStateIsReportedAgainButNotLogged) {
     const LogCapture log;
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
