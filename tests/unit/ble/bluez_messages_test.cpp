@@ -288,6 +288,36 @@ TEST_F(BluezScanMessages, NameMayFollowTheStrength) {
     EXPECT_EQ(NamesHeard({strength, name}), (std::vector<std::string>{"", "Brennix"}));
 }
 
+TEST_F(BluezScanMessages, StrengthSignalledBeforeTheObjectsAreKnownCounts) {
+    bluez_.SignalBefore("GetManagedObjects", {Strength(kDevicePath, -50)});
+    Scan();
+    EXPECT_EQ(reports_.Names(), std::vector<std::string>{"Brennix"});
+    EXPECT_EQ(reports_.rssi(), -50);
+}
+
+// One that advertises is signalled. One that is left connected does not advertise.
+TEST_F(BluezScanMessages, OldStrengthCountsOnlyForADeviceThatIsLeftConnected) {
+    const auto device = [](bool connected, bool named) {
+        return [=](Marshal* out) {
+            PutAdapter(out);
+            PutObject(out, kDevicePath, kDevice, [&] {
+                PutBool(out, "Connected", connected);
+                PutInt16(out, "RSSI", -90);
+                if (named) PutText(out, "Address", "02:42:52:4E:58:01");
+            });
+        };
+    };
+    SetObjects(device(false, true));
+    Scan();
+    SetObjects(device(true, false));
+    Scan();
+    EXPECT_TRUE(reports_.Names().empty());
+    SetObjects(device(true, true));
+    Scan();
+    EXPECT_EQ(reports_.Names().size(), 1u);
+    EXPECT_EQ(reports_.rssi(), -90);
+}
+
 TEST_F(BluezScanMessages, SignalsOfOtherInterfacesAndRemovedObjectsAreIgnored) {
     const Message other = PropertiesChanged(kDevicePath, "org.bluez.Battery1",
                                             [](Marshal* out) { PutInt16(out, "RSSI", -60); });
@@ -317,6 +347,9 @@ TEST_F(BluezScanMessages, DiscoveryThatDoesNotEndIsLogged) {
         const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
         scan->Start();
         EXPECT_EQ(scan->Status(), 1);
+        EXPECT_EQ(ErrorOf([&] { scan->Stop(); }), "org.bluez.Error.Failed: no");
+        EXPECT_EQ(scan->Status(), 3);
+        scan->Start();
     }
     EXPECT_TRUE(log.Has("[BLE] Discovery did not end as it should: org.bluez.Error.Failed: no"));
 }
