@@ -377,16 +377,6 @@ TEST_F(BluezScanMessages, ThreadThatCannotBeStartedFailsTheScanAndTheNextOneWork
     EXPECT_EQ(ErrorOf([&] { Scan(); }), "");
 }
 
-TEST_F(BluezScanMessages, BusThatEndsFailsTheScanAndTheNextOneConnectsItAgain) {
-    bluez_.On("SetDiscoveryFilter", [this](const BusCall&) {
-        bluez_.EndConnection();
-        return Messages{};
-    });
-    EXPECT_NE(ErrorOf([&] { Scan(); }), "");
-    bluez_.Reset();
-    EXPECT_TRUE(Eventually([&] { return ErrorOf([&] { Scan(); }).empty(); }));
-}
-
 // ---------------------------------------------------------------- connecting
 
 class BluezDeviceMessages : public BluezMessages {
@@ -668,18 +658,18 @@ TEST_F(BluezDeviceMessages, EndOfTheBusIsALossAndFailsCalls) {
     EXPECT_TRUE(log.Mentions(kLostBus));
 }
 
-TEST_F(BluezDeviceMessages, EndOfTheBusEndsACallThatWaits) {
-    ASSERT_TRUE(Open());
-    ASSERT_EQ(Discover(), BleStatus::kSuccess);
-    ASSERT_TRUE(device_->SelectCharacteristic(kCharacteristicUuid));
-    limits.subscribe_ms = 600'000;
-    bluez_.On("StartNotify", [this](const BusCall&) {
+TEST_F(BluezDeviceMessages, EndOfTheBusFailsARunningScanAndTheNextOneConnectsItAgain) {
+    ASSERT_EQ(Subscribe(), BleStatus::kSuccess);
+    {
+        const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+        scan->Start();
         bluez_.EndConnection();
-        return Messages{};
-    });
-    BleStatus status = BleStatus::kSuccess;
-    const std::string error = ErrorOf([&] { status = device_->Subscribe(reports_); });
-    EXPECT_TRUE(!error.empty() || status != BleStatus::kSuccess);
+        EXPECT_TRUE(IsLost());
+        EXPECT_EQ(ErrorOf([&] { scan->Stop(); }), kLostBus);
+    }
+    EXPECT_EQ(ErrorOf([&] { Scan(); }), "");
+    device_.reset();
+    EXPECT_EQ(Subscribe(), BleStatus::kSuccess);
 }
 
 }  // namespace
