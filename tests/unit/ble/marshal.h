@@ -1,7 +1,7 @@
 #pragma once
 
-// Messages of D-Bus as bytes, in little-endian form. Written after the D-Bus specification, not
-// with the library's bus library, so that messages may be wrong.
+// Messages of D-Bus as bytes, in little-endian form. Not written with the library's bus library, so
+// that messages may be wrong.
 
 #include <cstdint>
 #include <string>
