@@ -3,10 +3,16 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
 #include <set>
+#include <stdexcept>
+#include <string>
 
 #include "device.h"
+#include "relay/certificate.h"
 
 namespace brennix::test {
 namespace {
@@ -355,6 +361,23 @@ TEST(RelayTls, KeyWithoutItsCertificateIsNotOverwritten) {
         std::ofstream(present) << "mine";
         EXPECT_THROW(EnsureCertificate(certificate, folder / "key", "127.0.0.1"),
                      std::runtime_error);
+        std::string text;
+        std::ifstream(present) >> text;
+        EXPECT_EQ(text, "mine");
+        std::filesystem::remove(present);
+    }
+    std::filesystem::remove_all(folder);
+}
+
+TEST(RelayTls, KeyWithoutItsCertificateIsNotOverwritten) {
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("relay_tls_" + std::to_string(::getpid()));
+    std::filesystem::create_directory(folder);
+    const std::string certificate = folder / "certificate";
+    const std::string key = folder / "key";
+    for (const std::string& present : {certificate, key}) {
+        std::ofstream(present) << "mine";
+        EXPECT_THROW(EnsureCertificate(certificate, key, "127.0.0.1"), std::runtime_error);
         std::string text;
         std::ifstream(present) >> text;
         EXPECT_EQ(text, "mine");

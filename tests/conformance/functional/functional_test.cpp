@@ -120,10 +120,13 @@ TEST_F(FunctionalRequests, SealedAnswerIsOpened) {
     ExpectAnswers(link.ReadPartNumbers(), AllBut(kUnits));
 }
 
-TEST_F(FunctionalRequests, WithoutBytesFailAndSendNothing) {
+TEST_F(FunctionalRequests, WithoutBytesAreSent) {
     UnitsLink link(hMod, 20);
-    ExpectError(link.Request({}), 259);
-    EXPECT_EQ(simulator.Count("in CREQ"), 0u);
+    const Outcome outcome = link.Request({});
+    EXPECT_TRUE(outcome.errors.empty());
+    EXPECT_EQ(outcome.FinalState(), PDU_COPST_FINISHED);
+    EXPECT_EQ(simulator.Count("in CREQ"), 1u);
+    EXPECT_EQ(simulator.LastRequest()["form"], "multi");
 }
 
 TEST_F(FunctionalRequests, WithoutControlDataReportNothing) {

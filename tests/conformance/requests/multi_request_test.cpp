@@ -32,14 +32,6 @@ TEST_F(MultiRequest, ThreeControlUnitsAnswerOneFunctionalRequest) {
     EXPECT_EQ(simulator.LastRequest()["functional"], "7DF");
 }
 
-TEST_F(MultiRequest, RequestWithoutBytesIsSent) {
-    CarLink link(hMod);
-    const UNUM32 hCoP = link.StartRequest({});
-    ASSERT_TRUE(simulator.WaitFor(1, "in CREQ"));
-    EXPECT_EQ(simulator.LastRequest()["form"], "multi");
-    EXPECT_EQ(link.WaitFor(hCoP).FinalState(), PDU_COPST_FINISHED);
-}
-
 TEST_F(MultiRequest, DongleGetsHalfOfP2MaxWithoutAnAddition) {
     CarLink link(hMod);
     SetNumber("CP_P2Max", 600'000);
