@@ -119,7 +119,14 @@ void StopConsoleOutput() {
     printer = nullptr;
 }
 
-void EndConsoleOutput() { every_thread_prints = true; }
+void EndConsoleOutput() {
+    every_thread_prints = true;
+    if (printer != nullptr) return;
+    // Nobody uses the lock any more. If threads have met at it, it has a handle that would leak.
+    text_printed->~OsCondition();
+    text_queued->~OsCondition();
+    output_lock->~OsLock();
+}
 
 void WriteConsoleText(const char* text, std::size_t length) {
     if (every_thread_prints) return PrintNow(text, length);
