@@ -38,7 +38,7 @@ PDU_DATA_ITEM* MakeOutput(T_PDU_IT type, const Data& data) {
 // never returns.
 [[noreturn]] void StopForLackOfMemory() {
     constexpr unsigned kReportedSize = 4096;
-    OsAttachConsole();
+    OsCreateConsole();
     ConsolePrint("Allocation (%u) failed - BUG!\n", kReportedSize);
     for (;;)
         SleepMs(1000);

@@ -20,4 +20,8 @@ ConsoleResult OsAttachConsole();
 // may wait, as a paused console does, or that cannot be known.
 bool OsStandardOutputTakes(std::size_t size);
 
+// Creates a console, unless the process has one, and reopens both output streams on it. On Linux
+// they stay as they are.
+void OsCreateConsole();
+
 }  // namespace tarvik

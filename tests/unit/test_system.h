@@ -44,6 +44,11 @@ void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& 
 // What a message box prints on standard error: nothing if it is a window.
 std::string PrintedMessageBox(const std::string& text, const std::string& caption);
 
+// Gives this process a console where it can have one of its own. False: it cannot.
+bool MakeConsole();
+// Whether standard output is on such a console.
+bool OutputIsOnConsole();
+
 // What appears on a child's standard output of text that it prints on its own console.
 std::string PrintedOnConsole(const std::string& text);
 

@@ -97,6 +97,10 @@ std::string PrintedMessageBox(const std::string& text, const std::string& captio
     return caption + "\n" + text + "\n";
 }
 
+bool MakeConsole() { return false; }
+
+bool OutputIsOnConsole() { return false; }
+
 std::string PrintedOnConsole(const std::string& text) { return text; }
 
 }  // namespace tarvik::test

@@ -129,6 +129,13 @@ void CloseMessageBoxOf(const std::string& caption, const std::function<void()>& 
 
 std::string PrintedMessageBox(const std::string&, const std::string&) { return ""; }
 
+bool MakeConsole() {
+    ::AllocConsole();
+    return ::GetConsoleWindow() != nullptr;
+}
+
+bool OutputIsOnConsole() { return ::_isatty(::_fileno(stdout)) != 0; }
+
 std::string PrintedOnConsole(const std::string&) { return ""; }
 
 }  // namespace tarvik::test

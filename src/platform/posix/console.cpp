@@ -19,4 +19,6 @@ bool OsStandardOutputTakes(std::size_t size) {
     return size <= PIPE_BUF && ::poll(&output, 1, 0) == 1;
 }
 
+void OsCreateConsole() {}
+
 }  // namespace tarvik

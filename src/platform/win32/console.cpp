@@ -9,11 +9,19 @@ namespace tarvik {
 
 namespace {
 
-void ReopenStandardStreams() {
-    // A stream that cannot be reopened stays closed: there is nothing to print to then.
-    if (std::freopen("CONIN$", "r", stdin) == nullptr) std::clearerr(stdin);
+// A stream that cannot be reopened stays closed: there is nothing to print to then.
+void ReopenOutputStreams() {
     if (std::freopen("CONOUT$", "w", stdout) != nullptr) std::setvbuf(stdout, nullptr, _IONBF, 0);
     if (std::freopen("CONOUT$", "w", stderr) != nullptr) std::setvbuf(stderr, nullptr, _IONBF, 0);
+}
+
+bool HasConsoleOutput() {
+    const HANDLE output =
+        ::CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                      nullptr, OPEN_EXISTING, 0, nullptr);
+    if (output == INVALID_HANDLE_VALUE) return false;
+    ::CloseHandle(output);
+    return true;
 }
 
 // Also makes a line feed return the carriage.
@@ -31,7 +39,8 @@ void EnableEscapeSequences() {
 ConsoleResult OsAttachConsole() {
     if (::GetConsoleWindow() != nullptr) return ConsoleResult::kAlreadyThere;
     if (!::AttachConsole(ATTACH_PARENT_PROCESS) && !::AllocConsole()) return ConsoleResult::kNone;
-    ReopenStandardStreams();
+    if (std::freopen("CONIN$", "r", stdin) == nullptr) std::clearerr(stdin);
+    ReopenOutputStreams();
     EnableEscapeSequences();
     return ConsoleResult::kAttached;
 }
@@ -42,6 +51,11 @@ bool OsStandardOutputTakes(std::size_t) {
     const auto output = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
     DWORD mode = 0;
     return ::GetFileType(output) != FILE_TYPE_PIPE && !::GetConsoleMode(output, &mode);
+}
+
+void OsCreateConsole() {
+    ::AllocConsole();
+    if (HasConsoleOutput()) ReopenOutputStreams();
 }
 
 }  // namespace tarvik

@@ -117,6 +117,23 @@ TEST(IoCtl, ReadingWithoutMemoryPrintsAMessageAndNeverReturns) {
     EXPECT_EQ(child.output, PrintedOnConsole(kHeldMessage));
 }
 
+// 0: the process had a console of its own, 2: there can be none.
+int ReadWithoutMemoryBesideAConsole() {
+    const bool has_console = MakeConsole();
+    OsThreadStart(ReadVbattWithoutMemory, nullptr, "reader");
+    const bool refused = Eventually([] { return FailingHeap::Refusals() > 0; });
+    const bool printed = Eventually([] { return OutputIsOnConsole() || std::ftell(stdout) > 0; });
+    std::fflush(stdout);
+    OsExitProcess(!refused || !printed ? 1 : has_console ? 0 : 2);
+}
+const ChildBody read_beside_a_console("read-beside-a-console", ReadWithoutMemoryBesideAConsole);
+
+TEST(IoCtl, MessageOfLackingMemoryGoesToTheConsoleNotToARedirectedOutput) {
+    const ChildResult child = RunChild("read-beside-a-console");
+    EXPECT_EQ(child.output, child.exit_code == 0 ? "" : kHeldMessage);
+    EXPECT_NE(child.exit_code, 1);
+}
+
 // ---- The request records -----------------------------------------------------------------------
 
 std::vector<std::uint8_t> BytesOf(const DoipRequest& request) {
