@@ -160,9 +160,7 @@ public:
 
 protected:
     std::unique_ptr<conformance::Link> MakeLink() override {
-        auto link = std::make_unique<conformance::CarLink>(hMod_);
-        conformance::SetNumber("CP_P2Max", 200'000);
-        return link;
+        return std::make_unique<conformance::CarLink>(hMod_);
     }
 
 private:
@@ -274,7 +272,7 @@ protected:
     bool AsksVehicle() {
         if (!SetNumber("CP_CanPhysReqId", conformance::kEngineRequest) ||
             !SetNumber("CP_CanRespUSDTId", conformance::kEngineResponse) ||
-            !SetNumber("CP_P2Max", 200'000)) {
+            !SetNumber("CP_P2Max", 1'000'000)) {
             return false;
         }
         UNUM32 hCLL = PDU_HANDLE_UNDEF;

@@ -84,7 +84,7 @@ private:
 const NamedScenario kScenarios[] = {
     {"CloudOverTcp", Make<Connect<OverTcp>>, true},
     {"CloudOverWebSocket", Make<Connect<OverWebSocket>>, true},
-    {"CloudOverSecureWebSocket", Make<Connect<OverSecureWebSocket>>, true},
+    {"CloudOverSecureWebSocket", Make<Connect<OverSecureWebSocket>>},
     {"LongAnswerOverTcp", Make<LongAnswer>},
 };
 

@@ -53,9 +53,7 @@ void LinkScenario::SetUp() {
 }
 
 std::unique_ptr<conformance::Link> LinkScenario::MakeLink() {
-    auto link = std::make_unique<conformance::EngineLink>(hMod_);
-    conformance::SetNumber("CP_P2Max", 200'000);  // 100 ms
-    return link;
+    return std::make_unique<conformance::EngineLink>(hMod_);
 }
 
 void LinkScenario::TearDown() {
