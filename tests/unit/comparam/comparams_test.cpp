@@ -229,6 +229,58 @@ TEST(ComParamPreparation, FailsWithoutMemoryAndSucceedsLater) {
     EXPECT_TRUE(LiveMemory() == before);
 }
 
+TEST(ComParamPreparation, OnlyTheFourteenFieldsHaveABuffer) {
+    const MemoryUse before = LiveMemory();
+    ASSERT_TRUE(AllocParamItems());
+    EXPECT_EQ(LiveMemory().blocks, before.blocks + 14);
+    FreeParamItems();
+}
+
+TEST_F(ComParams, FieldsBeginWithTheRoomOfTheirKind) {
+    const std::map<std::string, UNUM32> kRoom = {
+        {"CP_SessionTimingOverride", 255}, {"CP_SessionTiming_Ecu", 255},
+        {"CP_AccessTimingOverride", 8},    {"CP_AccessTiming_Ecu", 8},
+        {"CP_ExtendedTiming", 1},          {"CP_TesterPresentMessage", 12},
+        {"CP_CanBaudrateRecord", 12}};
+    for (const auto& [name, room] : kRoom)
+        EXPECT_EQ(BufferOf(FindComParamId(name)).max, room) << name;
+}
+
+TEST_F(ComParams, FieldsAreLoggedByKind) {
+    UNUM32 numbers[] = {500000, 250000};
+    PDU_PARAM_STRUCT_SESS_TIMING sessions[] = {{3, 0, 50, 1, 244}, {1, 2, 3, 4, 5}};
+    const LogCapture log;
+    SetBytes(kCpTesterPresentMessage, {0x3E, 0x80}, 2);
+    Set(kCanBaudrateRecord, PDU_PARAM_LONGFIELD_DATA{2, 2, numbers});
+    Set(kSessionTimingOverride,
+        PDU_PARAM_STRUCTFIELD_DATA{PDU_CPST_SESSION_TIMING, 2, 2, sessions});
+    const Strings lines = log.Lines();
+    const auto logged = [&](const std::string& line) {
+        return std::count(lines.begin(), lines.end(), "[PDUSetComParam]" + line) == 1;
+    };
+    EXPECT_TRUE(logged(" CP_TesterPresentMessage PDU_PT_BYTEFIELD(2) '3E80'"));
+    EXPECT_TRUE(logged("   -> CP_CanBaudrateRecord PDU_PT_LONGFIELD"));
+    EXPECT_TRUE(logged("     CP_CanBaudrateRecord: 500000"));
+    EXPECT_TRUE(logged("     CP_CanBaudrateRecord: 250000"));
+    EXPECT_TRUE(logged(" CP_SessionTimingOverride PDU_PT_STRUCTFIELD"));
+    EXPECT_TRUE(logged("      CP_SessionTimingOverride 0 50 1 244 3"));
+    EXPECT_TRUE(logged("      CP_SessionTimingOverride 2 3 4 5 1"));
+}
+
+TEST_F(ComParams, FieldIsSetThoughMemoryForItsLogLineIsOut) {
+    T_PDU_ERROR status = PDU_ERR_FCT_FAILED;
+    std::vector<UNUM8> bytes = {1, 2, 3};
+    const LogCapture log;
+    {
+        const FailingHeap heap;
+        PDU_PARAM_BYTEFIELD_DATA field = {3, 3, bytes.data()};
+        status = SetData(kChangeSpeedMessage, &field);
+    }
+    EXPECT_EQ(status, PDU_STATUS_NOERROR);
+    EXPECT_EQ(Bytes(kChangeSpeedMessage), bytes);
+    EXPECT_FALSE(log.Mentions("PDU_PT_BYTEFIELD"));
+}
+
 TEST_F(ComParams, ItemsHaveTheTypeAndClassOfTheirRow) {
     for (const ComParamDescription& row : kComParamTable) {
         EXPECT_EQ(Get(row.id)->ComParamDataType, row.data_type) << row.name;
@@ -554,6 +606,15 @@ TEST(ComParamRow, SignedNumbersAreLoggedWithTheirSignAndReadAsZero) {
               (Strings{"[Test] CP_Any = -2", "[Test] CP_Any = -300", "[Test] CP_Any = -70000"}));
 }
 
+TEST(ComParamRow, IsSetWithoutASnapshot) {
+    constexpr ComParamDescription kNumber = {"CP_Any", 1, PDU_PT_UNUM32, PDU_PC_COM};
+    ParamValue value{};
+    ComParamRow row = MakeRow(&kNumber, &value);
+    const UNUM32 number = 77;
+    EXPECT_EQ(SetRow(row, &number, "Test", nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(ReadRowNumber(row), 77u);
+}
+
 TEST(ComParamRow, UnknownDataTypeCannotBeSet) {
     for (const UNUM32 type : {0x100u, 0x10Au}) {
         const LogCapture log;
@@ -643,15 +704,96 @@ TEST(ParamText, NoTextIsMadeWithoutMemory) {
     PDU_PARAM_BYTEFIELD_DATA field = {1, 1, &byte};
     const PDU_PARAM_ITEM number = {PDU_IT_PARAM, 1, PDU_PT_UNUM32, PDU_PC_COM, &value};
     const PDU_PARAM_ITEM bytes = {PDU_IT_PARAM, 1, PDU_PT_BYTEFIELD, PDU_PC_COM, &field};
-    const char* number_text = "";
-    const char* bytes_text = "";
+    PDU_PARAM_LONGFIELD_DATA long_field = {1, 1, &value};
+    const PDU_PARAM_ITEM words = {PDU_IT_PARAM, 1, PDU_PT_LONGFIELD, PDU_PC_COM, &long_field};
+    PDU_PARAM_STRUCT_ACCESS_TIMING entry{};
+    PDU_PARAM_STRUCTFIELD_DATA struct_field = {PDU_CPST_ACCESS_TIMING, 1, 1, &entry};
+    const PDU_PARAM_ITEM structs = {PDU_IT_PARAM, 1, PDU_PT_STRUCTFIELD, PDU_PC_COM, &struct_field};
+    const PDU_PARAM_ITEM* const items[] = {&number, &bytes, &words, &structs};
+    const char* texts[] = {"", "", "", ""};
     {
         const FailingHeap heap;
-        number_text = FormatParamValue(number);
-        bytes_text = FormatParamValue(bytes);
+        for (std::size_t i = 0; i < std::size(items); ++i)
+            texts[i] = FormatParamValue(*items[i]);
     }
-    EXPECT_EQ(number_text, nullptr);
-    EXPECT_EQ(bytes_text, nullptr);
+    for (const char* text : texts)
+        EXPECT_EQ(text, nullptr);
+}
+
+TEST(ParamText, TakesNoMoreRoomThanItNeedsForANumber) {
+    UNUM8 value = 5;
+    const Tracked<char> text(FormatParamValue({PDU_IT_PARAM, 1, PDU_PT_UNUM8, PDU_PC_COM, &value}));
+    EXPECT_EQ(RequestedSize(text.get()), sizeof "5 (0x05)");
+}
+
+TEST(ParamText, EntryOfAnUnknownStructTypeIsEmpty) {
+    char text[kStructEntryTextSize] = "before";
+    UNUM8 entry[kStructEntrySize] = {1, 2, 3, 4, 5, 6};
+    EXPECT_FALSE(FormatStructEntry(3, entry, text));
+    EXPECT_STREQ(text, "");
+}
+
+// ---- Copies -------------------------------------------------------------------------------------
+
+TEST(ParamCopies, NumbersAndByteFieldsHaveTheirOwnBlocks) {
+    UNUM16 number = 0x7E0;
+    UNUM8 bytes[] = {1, 2, 3};
+    PDU_PARAM_BYTEFIELD_DATA field = {3, 2, bytes};
+    const MemoryUse before = LiveMemory();
+    PDU_PARAM_ITEM copy{};
+    ASSERT_EQ(CopyParamItem({PDU_IT_PARAM, 5, PDU_PT_UNUM16, PDU_PC_COM, &number}, &copy),
+              ParamCopy::kCopied);
+    EXPECT_EQ(copy.ComParamId, 5u);
+    EXPECT_NE(copy.pComParamData, &number);
+    EXPECT_EQ(ReadParamItem(copy), 0x7E0u);
+    EXPECT_TRUE(FreeParamValue(copy));
+    ASSERT_EQ(CopyParamItem({PDU_IT_PARAM, 5, PDU_PT_BYTEFIELD, PDU_PC_COM, &field}, &copy),
+              ParamCopy::kCopied);
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, copy.pComParamData), "(BYTEFIELD) 01 02 ");
+    EXPECT_TRUE(FreeParamValue(copy));
+    EXPECT_TRUE(LiveMemory() == before);
+}
+
+TEST(ParamCopies, OtherTypesAreCopiedWithoutTheirValue) {
+    UNUM32 value = 1;
+    for (const T_PDU_PT type : {PDU_PT_STRUCTFIELD, PDU_PT_LONGFIELD, 0x100u, 0x10Au}) {
+        PDU_PARAM_ITEM copy{};
+        EXPECT_EQ(CopyParamItem({PDU_IT_PARAM, 5, type, PDU_PC_COM, &value}, &copy),
+                  ParamCopy::kNotCopyable);
+        EXPECT_EQ(copy.ComParamDataType, type);
+        EXPECT_EQ(copy.pComParamData, nullptr);
+        EXPECT_EQ(FreeParamValue(copy), type == PDU_PT_STRUCTFIELD);
+    }
+}
+
+TEST(ParamCopies, MissingValueIsCopiedAsMissing) {
+    for (const T_PDU_PT type : {PDU_PT_UNUM32, PDU_PT_BYTEFIELD}) {
+        PDU_PARAM_ITEM copy{};
+        EXPECT_EQ(CopyParamItem({PDU_IT_PARAM, 5, type, PDU_PC_COM, nullptr}, &copy),
+                  ParamCopy::kCopied);
+        EXPECT_EQ(copy.pComParamData, nullptr);
+        EXPECT_TRUE(FreeParamValue(copy));
+    }
+}
+
+TEST(ParamCopies, WithoutMemoryLeaveNothing) {
+    UNUM32 number = 1;
+    UNUM8 bytes[] = {1, 2, 3};
+    PDU_PARAM_BYTEFIELD_DATA field = {3, 2, bytes};
+    const PDU_PARAM_ITEM items[] = {{PDU_IT_PARAM, 5, PDU_PT_UNUM32, PDU_PC_COM, &number},
+                                    {PDU_IT_PARAM, 5, PDU_PT_BYTEFIELD, PDU_PC_COM, &field}};
+    const MemoryUse before = LiveMemory();
+    for (const PDU_PARAM_ITEM& item : items) {
+        ParamCopy copied = ParamCopy::kCopied;
+        PDU_PARAM_ITEM copy{};
+        {
+            const FailingHeap heap;
+            copied = CopyParamItem(item, &copy);
+        }
+        EXPECT_EQ(copied, ParamCopy::kNoMemory);
+        EXPECT_EQ(copy.pComParamData, nullptr);
+        EXPECT_TRUE(LiveMemory() == before);
+    }
 }
 
 TEST(ReadParam, OnlyUnsignedNumbersAreRead) {

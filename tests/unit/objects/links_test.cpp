@@ -123,6 +123,42 @@ TEST_F(Links, ThirdTxFlagByteMakesARawFrameExtended) {
     EXPECT_FALSE(extended_with({4, nullptr}));
 }
 
+TEST_F(Links, StatusIsThatOfTheLinkOrOfItsComPrimitive) {
+    const std::uint32_t hCLL = Create();
+    UNUM32 status = 0;
+    EXPECT_EQ(PDUGetStatus(0, hCLL, PDU_HANDLE_UNDEF, &status, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
+    EXPECT_EQ(status, PDU_CLLST_OFFLINE);
+    PDUConnect(0, hCLL);
+    EXPECT_EQ(PDUGetStatus(0, hCLL, PDU_HANDLE_UNDEF, &status, nullptr, nullptr),
+              PDU_STATUS_NOERROR);
+    EXPECT_EQ(status, PDU_CLLST_ONLINE);
+
+    const Ref<ComPrimitive> cop = MakeCounted<ComPrimitive>();
+    cop->hCoP = 0x7000'0000;
+    cop->state.store(PDU_COPST_WAITING);
+    const LinkRef link = FindLink(0, hCLL);
+    ASSERT_TRUE(link->registry.Append(Ref<ComPrimitive>(cop), cop->hCoP));
+    EXPECT_EQ(PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr), PDU_STATUS_NOERROR);
+    EXPECT_EQ(status, PDU_COPST_WAITING);
+    EXPECT_EQ(PDUGetStatus(0, 0, cop->hCoP, nullptr, nullptr, nullptr), PDU_STATUS_NOERROR);
+    link->registry.Remove(cop->hCoP);
+    EXPECT_EQ(PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr), PDU_ERR_INVALID_HANDLE);
+}
+
+TEST_F(Links, StatusOfAComPrimitiveIsSoughtOnPresentModulesOnly) {
+    const std::uint32_t hCLL = Create();
+    const Ref<ComPrimitive> cop = MakeCounted<ComPrimitive>();
+    cop->hCoP = 0x7000'0000;
+    const LinkRef link = FindLink(0, hCLL);
+    ASSERT_TRUE(link->registry.Append(Ref<ComPrimitive>(cop), cop->hCoP));
+    ModuleDevices->slots[0].present.store(false);
+    UNUM32 status = 0;
+    EXPECT_EQ(PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr), PDU_ERR_INVALID_HANDLE);
+    ModuleDevices->slots[0].present.store(true);
+    link->registry.Remove(cop->hCoP);
+}
+
 TEST_F(Links, DestroyedLinkChangesNoStateAndRaisesNoEvent) {
     const std::uint32_t hCLL = Create();
     const LinkRef link = FindLink(0, hCLL);

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <utility>
 
 #include "link/packet.h"
 #include "transport/login_report.h"
@@ -29,6 +30,54 @@ TEST_F(Modules, ItemDescribesADongleBehindARelay) {
                   "' ConnectionType='Cloud' Status='available'");
     EXPECT_STREQ(item->pModuleData[0].pVendorAdditionalInfo, "Interface='Network'");
     PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item));
+}
+
+TEST_F(Modules, ScanAcceptsThreeModels) {
+    serial_dongles.clear();
+    std::uint8_t mac_end = 0;
+    for (const std::uint32_t model :
+         {0u, 4u, 5u, 6u, 12u, 13u, 14u, 0xFFFu, 0x1000u, 0x1001u, 0x1005u, 0x10000u}) {
+        serial_dongles.push_back({.mac_end = ++mac_end, .model = model});
+    }
+    EXPECT_EQ(Scan(), (Handles{0, 1, 2}));
+    std::vector<std::uint8_t> found;
+    for (std::uint32_t hMod = 0; hMod < 3; ++hMod)
+        found.push_back(ModuleDevices->slots[hMod].login.Mac()[5]);
+    EXPECT_EQ(found, (std::vector<std::uint8_t>{3, 6, 9}));
+}
+
+TEST_F(Modules, VanishedDongleStaysAwayThoughItIsFoundAgain) {
+    Scan();
+    const std::vector<FakeDongle> dongles = std::exchange(serial_dongles, {});
+    const LogCapture log;
+    EXPECT_EQ(Scan(), Handles{0});
+    EXPECT_EQ(ModuleStatus(0), PDU_MODST_NOT_AVAIL);
+    const std::string again =
+        "[UpdateModuleList] Device at index 0 is now present again, but that transition is not "
+        "allowed";
+    EXPECT_FALSE(log.Has(again));
+    serial_dongles = dongles;
+    EXPECT_EQ(Scan(), Handles{0});
+    EXPECT_EQ(ModuleStatus(0), PDU_MODST_NOT_AVAIL);
+    EXPECT_TRUE(log.Has(again));
+}
+
+TEST_F(Modules, DestructClearsTheirSlots) {
+    serial_dongles = {{.mac_end = 0xAB}};
+    Scan();
+    ASSERT_EQ(ModuleDevices->count, 1u);
+    ASSERT_EQ(ModuleDevices->slots[0].transport, 1u);
+    std::uint8_t mac[6] = {1, 2, 3, 4, 5, 0xAB};
+    std::memcpy(ModuleDevices->slots[0].login.bytes + 12, mac, sizeof mac);
+    const LogCapture log;
+    ASSERT_EQ(PDUDestruct(), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Has("[PDUDestruct] Clearing ModuleDevices array (1 modules present)"));
+    EXPECT_TRUE(
+        log.Has("[PDUDestruct] Clearing module slot 0 (Transport: 1, MAC: 01:02:03:04:05:AB)"));
+    EXPECT_EQ(ModuleDevices->count, 0u);
+    EXPECT_EQ(ModuleDevices->slots[0].transport, 0u);
+    EXPECT_EQ(ModuleDevices->slots[0].status.load(), 0u);
+    EXPECT_FALSE(ModuleDevices->slots[0].present.load());
 }
 
 TEST_F(Modules, SameAddressOnTwoTransportsIsTwoModules) {
