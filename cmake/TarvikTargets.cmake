@@ -74,9 +74,11 @@ if(TARVIK_FAST_BUILD AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
     endif()
 endif()
 
+option(TARVIK_UNITY "compile files of a test or tool together, also without TARVIK_FAST_BUILD" OFF)
+
 # tarvik_unity(TARGET files): how many files of the target are compiled together; 0 is all.
 function(tarvik_unity target files)
-    if(TARVIK_FAST_BUILD)
+    if(TARVIK_FAST_BUILD OR TARVIK_UNITY)
         set_target_properties(${target} PROPERTIES
             UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${files})
         # GCC reports every fixture in an unnamed namespace, whose file is no longer the main one, and

@@ -2,6 +2,8 @@
 # Checks the format of every source file of the repository, runs clang-tidy on those that are compiled
 # on Linux, cppcheck on the library for both systems, and GCC's analyser on the library, and compiles
 # the DLL and its tools without precompiled headers, so that each of their files includes what it uses.
+# Files of a test or tool are read together, as they are compiled: reading the headers of GoogleTest and
+# the standard library takes longer than reading the files.
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
@@ -12,10 +14,7 @@ clang-format --dry-run --Werror "${files[@]}" || worst=1
 
 mkdir -p build/logs
 cmake --preset lint >build/logs/configure-lint.log || exit 1
-# The build reports the compiler's own warnings.
-grep -o '"file": "[^"]*"' build/lint/compile_commands.json | cut -d'"' -f4 | sort -u |
-    xargs -P "${JOBS:-2}" -n 4 clang-tidy -p build/lint --quiet \
-        --extra-arg=-Wno-everything 2>build/logs/clang-tidy.log || worst=1
+scripts/tidy.py build/lint || worst=1
 
 # What it finds wrongly is in scripts/cppcheck/suppressions.txt.
 cppcheck --quiet --error-exitcode=1 -j "${JOBS:-2}" --language=c++ --std=c++20 --platform=unix64 \

@@ -204,8 +204,8 @@ struct Control {
             response.pUniqueRespIds = ids[i].data();
             responses.push_back(response);
         }
-        data.NumSendCycles = static_cast<SNUM8>(input.U8());
-        data.NumReceiveCycles = static_cast<SNUM8>(input.U8());
+        data.NumSendCycles = static_cast<SNUM32>(input.U8()) - 128;
+        data.NumReceiveCycles = static_cast<SNUM32>(input.U8()) - 128;
         data.TxFlag = {static_cast<UNUM32>(tx_flag.size()), tx_flag.data()};
         data.NumPossibleExpectedResponses = static_cast<UNUM32>(responses.size());
         data.pExpectedResponseArray = responses.data();

@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""scripts/tidy.py BUILD-FOLDER: runs clang-tidy on every file of the folder's compile_commands.json.
+
+A file that passed is not read again until its text, a header or the checks change. JOBS is how many
+run at a time. Fails if there is a finding.
+"""
+
+import concurrent.futures
+import hashlib
+import json
+import os
+import shlex
+import subprocess
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+# Files that include others are made by CMake.
+CHECKS = "-bugprone-suspicious-include"
+# What an assertion of a test does is dozens of paths, which the static analyser follows for minutes.
+CHECKS_OF_TESTS = CHECKS + ",-clang-analyzer-*"
+
+
+def text_of(entry):
+    """What the compiler reads: comments too, since they can switch a check off."""
+    words = shlex.split(entry["command"])
+    words[0] = "clang++" if words[0].endswith("++") else "clang"
+    words = [word for word in words if not word.startswith("--param")]
+    words[words.index("-o") + 1] = "-"
+    words[words.index("-c")] = "-E"
+    return subprocess.run(words + ["-C", "-w"], cwd=entry["directory"], check=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+
+
+def check(folder, passed, version, entry):
+    checks = CHECKS_OF_TESTS if "/tests/" in entry["file"] else CHECKS
+    key = hashlib.sha256((ROOT / ".clang-tidy").read_bytes() + checks.encode() + version)
+    try:
+        key.update(text_of(entry))
+    except subprocess.CalledProcessError:
+        key = None  # clang-tidy reports what is wrong
+    stamp = passed / key.hexdigest() if key else None
+    if stamp and stamp.exists():
+        return True, ""
+    # The build reports the compiler's own warnings.
+    result = subprocess.run(["clang-tidy", "-p", folder, "--quiet", "--extra-arg=-Wno-everything",
+                             "--checks=" + checks, entry["file"]],
+                            check=False, text=True, stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL)
+    if result.returncode == 0 and stamp:
+        stamp.touch()
+    return result.returncode == 0, result.stdout
+
+
+def main():
+    folder = Path(sys.argv[1])
+    entries = json.loads((folder / "compile_commands.json").read_text(encoding="utf-8"))
+    # Each file once; the longest first.
+    entries = list({entry["file"]: entry for entry in entries}.values())
+    entries.sort(key=lambda entry: "websocket_beast" not in entry["file"])
+    passed = folder / "tidy-passed"
+    passed.mkdir(exist_ok=True)
+    version = subprocess.run(["clang-tidy", "--version"], check=True,
+                             stdout=subprocess.PIPE).stdout
+    good = True
+    with concurrent.futures.ThreadPoolExecutor(int(os.environ.get("JOBS", "2"))) as pool:
+        for passes, output in pool.map(lambda entry: check(folder, passed, version, entry), entries):
+            good = good and passes
+            if not passes:
+                print(output, flush=True)
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
