@@ -72,6 +72,7 @@ void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position) {
 // to end is given the time, until `deadline`.
 void ReleaseDestroyedLink(LinkRef link, std::uint64_t deadline) {
     const std::uint64_t now = TickMs();
+    link->may_exchange.store(false);
     if (!OsThreadIsCurrent(link->thread)) {
         OsThreadJoin(link->thread, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0);
         link->worker_calls.GiveUp();

@@ -93,6 +93,7 @@ TEST_F(StopLinks, DestroyedLinkIsSkipped) {
     EXPECT_EQ(PDUDestroyComLogicalLink(0, 0), PDU_STATUS_NOERROR);
     const Texts lines = Stop();
     EXPECT_FALSE(OsThreadJoin(destroyed->thread, 0));
+    EXPECT_FALSE(destroyed->may_exchange);
     EXPECT_EQ(RecordedTermination::Last(), nullptr);
     ASSERT_EQ(lines.size(), 6u);
     EXPECT_EQ(lines[0], "Checking 2 logical links for module 0");
