@@ -19,6 +19,7 @@ const WorkerLimits& GetWorkerLimits() {
                                              .receive_poll_ms = 10,
                                              .join_slice_ms = 1,
                                              .worker_stop_ms = 20'000,
+                                             .destroyed_end_ms = 100,
                                              .receiver_stop_ms = 15'000};
     return kLimits;
 }

@@ -243,6 +243,7 @@ const WorkerLimits& GetWorkerLimits() {
         .receive_poll_ms = 2,
         .join_slice_ms = 1,
         .worker_stop_ms = 10'000,
+        .destroyed_end_ms = 100,
         .receiver_stop_ms = 5'000,
     };
     return kLimits;
