@@ -246,8 +246,8 @@ PDU_API T_PDU_ERROR PDU_CALL PDUSetComParam(UNUM32 hMod, UNUM32 hCLL, PDU_PARAM_
 /// response is delivered. pCoPTag is returned in every item unchanged; it may be null.
 ///
 /// Errors: PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED if the link is offline,
-/// PDU_ERR_FCT_FAILED if memory runs out (*phCoP then names no ComPrimitive). If memory runs out for
-/// the control data alone, the call succeeds and no response is expected.
+/// PDU_ERR_FCT_FAILED if memory runs out (*phCoP then names no ComPrimitive). If memory runs out
+/// for the control data alone, the call succeeds and no response is expected.
 PDU_API T_PDU_ERROR PDU_CALL PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType,
                                                   UNUM32 CoPDataSize, UNUM8* pCoPData,
                                                   PDU_COP_CTRL_DATA* pCopCtrlData, void* pCoPTag,

@@ -357,23 +357,6 @@ TEST(RelayTls, KeyWithoutItsCertificateIsNotOverwritten) {
         std::filesystem::temp_directory_path() / ("relay_tls_" + std::to_string(::getpid()));
     std::filesystem::create_directory(folder);
     const std::string certificate = folder / "certificate";
-    for (const std::string& present : {certificate, std::string(folder / "key")}) {
-        std::ofstream(present) << "mine";
-        EXPECT_THROW(EnsureCertificate(certificate, folder / "key", "127.0.0.1"),
-                     std::runtime_error);
-        std::string text;
-        std::ifstream(present) >> text;
-        EXPECT_EQ(text, "mine");
-        std::filesystem::remove(present);
-    }
-    std::filesystem::remove_all(folder);
-}
-
-TEST(RelayTls, KeyWithoutItsCertificateIsNotOverwritten) {
-    const std::filesystem::path folder =
-        std::filesystem::temp_directory_path() / ("relay_tls_" + std::to_string(::getpid()));
-    std::filesystem::create_directory(folder);
-    const std::string certificate = folder / "certificate";
     const std::string key = folder / "key";
     for (const std::string& present : {certificate, key}) {
         std::ofstream(present) << "mine";
