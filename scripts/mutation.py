@@ -131,6 +131,11 @@ def known_equivalents():
     return entries
 
 
+def survivors_of(output):
+    found = re.findall(r"^survived: (.*):\d+\n- (.*)\n\+ (.*)$", output, re.M)
+    return set(found)
+
+
 def choose(mutants, count, seed):
     """The `count` mutants with the smallest hash: others that come and go do not change the choice."""
     seen = {}
@@ -300,6 +305,7 @@ def main():
                         help="all, unless some are named")
     parser.add_argument("--count", type=int, default=340, help="how many mutants (%(default)s)")
     parser.add_argument("--file", help="only those of this file")
+    parser.add_argument("--again", help="only those that survived by this output of an earlier run")
     parser.add_argument("--seed", default="1", help="another seed chooses others (%(default)s)")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--wanted", type=float, default=92, help="percent (%(default)s)")
@@ -311,7 +317,12 @@ def main():
     if options.file:
         candidates = {name: [mutant for mutant in mutants if mutant.file == options.file]
                       for name, mutants in candidates.items()}
-        candidates = {name: mutants for name, mutants in candidates.items() if mutants}
+    if options.again:
+        survived = survivors_of(Path(options.again).read_text(encoding="utf-8"))
+        candidates = {name: [mutant for mutant in mutants
+                             if (mutant.file, mutant.before, mutant.after) in survived]
+                      for name, mutants in candidates.items()}
+    candidates = {name: mutants for name, mutants in candidates.items() if mutants}
     if not candidates:
         sys.exit("mutation: nothing to change")
     counts = share(candidates, options.count)
