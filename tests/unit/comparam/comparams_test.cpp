@@ -731,6 +731,10 @@ TEST(ParamText, EntryOfAnUnknownStructTypeIsEmpty) {
     UNUM8 entry[kStructEntrySize] = {1, 2, 3, 4, 5, 6};
     EXPECT_FALSE(FormatStructEntry(3, entry, text));
     EXPECT_STREQ(text, "");
+    EXPECT_TRUE(FormatStructEntry(PDU_CPST_ACCESS_TIMING, entry, text));
+    EXPECT_STREQ(text, "2 1 4 3 5 6");
+    EXPECT_TRUE(FormatStructEntry(PDU_CPST_SESSION_TIMING, entry, text));
+    EXPECT_STREQ(text, "3 4 5 6 513");
 }
 
 // ---- Copies -------------------------------------------------------------------------------------

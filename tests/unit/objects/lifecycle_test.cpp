@@ -77,6 +77,16 @@ TEST(ApiCalls, OwnCallsDoNotHideOneOfAnotherThread) {
     }
 }
 
+TEST(ApiCalls, OwnCallsThatBeganLaterDoNotHideOneOfAnotherThread) {
+    for (int i = 0; i < kGenerations; ++i) {
+        const CallElsewhere call;
+        EXPECT_FALSE(WaitForOtherApiCalls(0));
+        const ApiCall own;
+        EXPECT_TRUE(WaitForOtherApiCalls(0));   // for those that began since
+        EXPECT_FALSE(WaitForOtherApiCalls(0));  // for the first again
+    }
+}
+
 TEST(ApiCalls, WaitEndsWithTheLastCall) {
     for (int i = 0; i < kGenerations; ++i) {
         std::optional<CallElsewhere> first(std::in_place);

@@ -46,6 +46,16 @@ TEST_F(Modules, ScanAcceptsThreeModels) {
     EXPECT_EQ(found, (std::vector<std::uint8_t>{3, 6, 9}));
 }
 
+TEST_F(Modules, LoginPacketFindsItsDongleInAnySlot) {
+    cloud_dongles = {{.mac_end = 7}, {.mac_end = 8}};
+    EXPECT_EQ(Scan(), (Handles{0, 1, 2}));
+    ReportLogin({.mac_end = 8});
+    ReportLogin({.mac_end = 7});
+    EXPECT_EQ(ModuleDevices->count, 3u);
+    ReportLogin({.mac_end = 9});
+    EXPECT_EQ(ModuleDevices->count, 4u);
+}
+
 TEST_F(Modules, VanishedDongleStaysAwayThoughItIsFoundAgain) {
     Scan();
     const std::vector<FakeDongle> dongles = std::exchange(serial_dongles, {});
