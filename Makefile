@@ -18,7 +18,7 @@ help:
 	@echo "make test          all tests, on both systems and under the sanitizers"
 	@echo "make soak          all tests, SOAK_ROUNDS (5) times, with processors taken away at random"
 	@echo "make stress        random calls, also under TSan, and a loaded relay: DPDU_STRESS_SECONDS (60) each"
-	@echo "make torture       every allocation, input and output of twenty sessions fails once"
+	@echo "make torture       every allocation, input and output of eighteen sessions fails once"
 	@echo "make bench         benchmarks"
 	@echo "make fuzz          each fuzz target for FUZZ_SECONDS (60)"
 	@echo "make coverage      lines, branches and functions of src that the tests execute"

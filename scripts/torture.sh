@@ -44,9 +44,11 @@ run_all() {
             [[ " $many " != *" ${test%%.*} "* ]] || count=$shares
             for ((share = 0; share < count; ++share)); do
                 [ $pending -lt "${JOBS:-12}" ] || { wait -n; pending=$((pending - 1)); }
-                env "${environment[@]}" bash -c "$(declare -f run_share); run_share \"\$@\"" - \
-                    "$2/$test-$share.log" $((1 + share * every)) $((count * every)) "$test" \
-                    "${command[@]}" </dev/null &
+                (
+                    export "${environment[@]}"
+                    run_share "$2/$test-$share.log" $((1 + share * every)) $((count * every)) \
+                        "$test" "${command[@]}"
+                ) </dev/null &
                 pending=$((pending + 1))
             done
         done
