@@ -62,7 +62,7 @@ TEST_F(PosixFiles, AppendingThroughALinkIsRefused) {
 }
 
 TEST_F(PosixFiles, AppendingToAFifoIsRefusedWithoutBlocking) {
-    for (const mode_t mode : {0600, 0200, 0666}) {
+    for (const mode_t mode : {0600u, 0200u, 0666u}) {
         ASSERT_EQ(::mkfifo(Path("fifo").c_str(), mode), 0);
         EXPECT_FALSE(Opens("fifo", "a+b"));
         EXPECT_FALSE(Opens("fifo", "ab"));
