@@ -82,7 +82,10 @@ extern "C" T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     StartConsoleOutput();
     const std::uint32_t status = Construct(OptionStr, pAPITag);
     const bool done = status == PDU_STATUS_NOERROR;
-    if (!done) StopConsoleOutput();
+    if (!done) {
+        StopConsoleOutput();
+        OsAllowUnloading(kLastThreadsMs);
+    }
     ChangeLibraryState(Lifecycle::kConstructing,
                        done ? Lifecycle::kConstructed : Lifecycle::kNotConstructed);
     if (done) Log(kLogTrace, "[%s] Returning PDU_STATUS_NOERROR", __func__);

@@ -42,9 +42,11 @@ std::int32_t OwnCalls(std::uint32_t of_generation) {
     return CountOf(thread == nullptr ? OsThreadValue() : thread->own_.load(), of_generation);
 }
 
-void ThreadCalls::CountForThisThread() {
-    OsSetThreadValue(reinterpret_cast<std::intptr_t>(this) | kIsAddress);
+CountThreadCalls::CountThreadCalls(ThreadCalls* calls) {
+    OsSetThreadValue(reinterpret_cast<std::intptr_t>(calls) | kIsAddress);
 }
+
+CountThreadCalls::~CountThreadCalls() { OsSetThreadValue(0); }
 
 // The thread may be entering or leaving a call: it looks at the bit only after it has changed its
 // own calls, so each of its calls is taken out of `calls` exactly once.

@@ -20,15 +20,23 @@ void SetApiTag(void* tag);
 // threads can see them, so that calls of a thread that was ended or given up are not waited for.
 class ThreadCalls {
 public:
-    // Called by the thread, before its first callback. The record must exist until its last.
-    void CountForThisThread();
-    // Called by any thread, once. From now on WaitForOtherApiCalls ignores the thread.
+    // Called by any thread. From now on WaitForOtherApiCalls ignores the thread.
     void GiveUp();
 
 private:
     friend class ApiCall;
+    friend class CountThreadCalls;
     friend std::int32_t OwnCalls(std::uint32_t of_generation);
     std::atomic<std::intptr_t> own_{0};
+};
+
+// On a thread of the library, around its callbacks: counts its API calls in `calls`.
+class CountThreadCalls {
+public:
+    explicit CountThreadCalls(ThreadCalls* calls);
+    ~CountThreadCalls();  // what the application calls at the thread's end counts as any thread's
+    CountThreadCalls(const CountThreadCalls&) = delete;
+    CountThreadCalls& operator=(const CountThreadCalls&) = delete;
 };
 
 // Counts an API call that uses the library's objects. PDUDestruct releases what calls of other

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstddef>
-
 namespace tarvik {
 
 enum class ConsoleResult : unsigned char {
@@ -16,9 +14,9 @@ enum class ConsoleResult : unsigned char {
 // counts as attaching.
 ConsoleResult OsAttachConsole();
 
-// True: standard output takes a text of this size without waiting for whoever reads it. False: it
-// may wait, as a paused console does, or that cannot be known.
-bool OsStandardOutputTakes(std::size_t size);
+// Whether printing may have to wait for whoever reads standard output: a terminal or a pipe, not a
+// file.
+bool OsStandardOutputMayWait();
 
 // Creates a console, unless the process has one, and reopens both output streams on it. On Linux
 // they stay as they are.

@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::int32_t kPatienceMs = 1000;
 constexpr std::size_t kRoom = 65'536;
+constexpr std::size_t kLongestPiece = 4096;  // so that a slow console does not seem paused
 
 std::atomic<bool> every_thread_prints{false};
 
@@ -24,24 +25,23 @@ Immortal<OsLock> output_lock;
 Immortal<OsCondition> text_queued;
 Immortal<OsCondition> text_printed;
 OsThread* printer = nullptr;
-bool printing = false;   // the thread takes text from the ring
-bool by_caller = false;  // some other thread is printing, after asking whether it would wait
+bool printing = false;  // the thread takes text from the ring
 bool stopping = false;
-bool paused = false;          // somebody waited in vain, and nothing was printed since
-char ring[kRoom];             // what is between the next two, modulo its size
-std::uint64_t queued = 0;     // bytes of all times
-std::uint64_t completed = 0;  // likewise
+std::atomic<bool> paused{false};  // somebody waited in vain, and nothing was printed since
+char ring[kRoom];                 // what is between the next two, modulo its size
+std::uint64_t queued = 0;         // bytes of all times
+std::uint64_t completed = 0;      // likewise
 
 void PrintNow(const char* text, std::size_t length) {
     std::fwrite(text, 1, length, stdout);
     std::fflush(stdout);  // shown at once, even if the output is a pipe
 }
 
-// The longest piece that is waiting in one part of the ring.
+// What is printed next.
 std::size_t NextPiece(const char** piece) {
     const auto start = static_cast<std::size_t>(completed % kRoom);
     *piece = ring + start;
-    return std::min(static_cast<std::size_t>(queued - completed), kRoom - start);
+    return std::min({static_cast<std::size_t>(queued - completed), kRoom - start, kLongestPiece});
 }
 
 void PrinterThread(void*) {
@@ -94,6 +94,7 @@ bool QueueText(const char* text, std::size_t length) {
 bool StopPrinter() {
     const LockGuard guard(*output_lock);
     stopping = true;
+    paused = false;  // it gets the patience again
     text_queued->WakeAll();
     return WaitForPrinting([] { return queued == completed; });
 }
@@ -129,22 +130,22 @@ void EndConsoleOutput() {
 }
 
 void WriteConsoleText(const char* text, std::size_t length) {
-    if (every_thread_prints) return PrintNow(text, length);
+    if (every_thread_prints) {
+        // While the console is paused, the printing thread is inside the output.
+        if (!paused) PrintNow(text, length);
+        return;
+    }
     {
         const LockGuard guard(*output_lock);
-        const bool in_turn = !printing || (queued == completed && !by_caller);
-        if (!in_turn || (printing && !OsStandardOutputTakes(length))) {
+        // A file needs no change of threads.
+        if (printing && (queued != completed || OsStandardOutputMayWait())) {
             if (!QueueText(text, length)) return;
             const std::uint64_t end = queued;
             WaitForPrinting([end] { return completed >= end; });
             return;
         }
-        // Costs two changes of threads less.
-        by_caller = printing;
     }
     PrintNow(text, length);
-    const LockGuard guard(*output_lock);
-    by_caller = false;
 }
 
 }  // namespace tarvik

@@ -3,7 +3,7 @@
 #include <cstddef>
 
 // Standard output, on which a user may pause the console for hours. From StartConsoleOutput to
-// StopConsoleOutput one thread prints whatever may have to wait, so that no other thread of the
+// StopConsoleOutput one thread prints what may have to wait, so that no other thread of the
 // library ever blocks there, whatever locks it holds.
 namespace tarvik {
 

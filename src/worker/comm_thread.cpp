@@ -97,7 +97,7 @@ void CleanUp(LinkRecord* link) {
 
 void CommThreadFunc(void* argument) {
     const LinkRef link = LinkRef::Adopt(static_cast<LinkRecord*>(argument));
-    link->worker_calls.CountForThisThread();
+    const CountThreadCalls count(&link->worker_calls);
     Log(kLogTrace, "[%s] starting", __func__);
     while (link->running.load()) {
         const Ref<ComPrimitive> cop =

@@ -124,7 +124,7 @@ void CommReceiveFunc(void* argument) {
     DeleteTracked(started);
     LinkRecord* link = receiver.link.Get();
     ComPrimitive* cop = receiver.cop.Get();
-    cop->receiver_calls.CountForThisThread();
+    const CountThreadCalls count(&cop->receiver_calls);
     cop->receive_thread_id.store(OsCurrentThreadId());
     RECEIVER_LOG(" starting thread for CoP");
     BeginReception(link, cop);
@@ -219,8 +219,8 @@ void StopRawReception(LinkRecord* link, ComPrimitive* cop) {
     if (cop->receive_thread == nullptr) return;
     if (!AwaitEnd(*link, *cop)) {
         WORKER_LOG("   Failed to stop thread");
-        OsThreadTerminate(cop->receive_thread);
         cop->receiver_calls.GiveUp();
+        OsThreadTerminate(cop->receive_thread);
     }
     // On behalf of a thread that is inside PDUDestruct or did not end. One that was left to itself
     // may own the mutex.

@@ -35,6 +35,15 @@ void TellWorkerToStop(LinkRecord* link) {
     link->pending.Wake();
 }
 
+// From now on nobody waits for API calls of the link's threads. Before they are terminated: each
+// may be entering or leaving a call.
+void GiveUpCalls(LinkRecord* link) {
+    link->worker_calls.GiveUp();
+    link->registry.VisitAll([](ComPrimitive& cop) {
+        if (cop.receive_thread_id.load() != OsCurrentThreadId()) cop.receiver_calls.GiveUp();
+    });
+}
+
 // Waits for a link's worker, and terminates one that does not end in time. Where threads cannot be
 // terminated it is left to itself. If the worker itself is the caller (PDUDestruct inside a
 // callback), it is left alone. Whichever thread is left releases the record when it ends.
@@ -46,8 +55,8 @@ void EndWorker(LinkRecord* link) {
     if (!OsThreadJoin(link->thread, GetWorkerLimits().worker_stop_ms)) {
         Log(kLogTrace, "[%s] Thread 0x%p for link #%u did not exit, terminating", "PDUDestruct",
             handle, link->hCLL);
+        GiveUpCalls(link);
         OsThreadTerminate(link->thread);
-        link->worker_calls.GiveUp();
     }
     Log(kLogTrace, "[%s] Closing Thread handle 0x%p (LogicalLink #%u)", "PDUDestruct", handle,
         link->hCLL);
@@ -75,7 +84,7 @@ void ReleaseDestroyedLink(LinkRef link, std::uint64_t deadline) {
     link->may_exchange.store(false);
     if (!OsThreadIsCurrent(link->thread)) {
         OsThreadJoin(link->thread, now < deadline ? static_cast<std::int32_t>(deadline - now) : 0);
-        link->worker_calls.GiveUp();
+        GiveUpCalls(link.Get());
     }
     link->detached.store(true);
 }

@@ -1,8 +1,8 @@
 #include "platform/console.h"
 
-#include <limits.h>
-#include <poll.h>
 #include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 
@@ -13,10 +13,13 @@ ConsoleResult OsAttachConsole() {
     return attached.exchange(true) ? ConsoleResult::kAlreadyThere : ConsoleResult::kAttached;
 }
 
-// A pipe or terminal that is ready has room for PIPE_BUF bytes.
-bool OsStandardOutputTakes(std::size_t size) {
-    pollfd output = {.fd = ::fileno(stdout), .events = POLLOUT, .revents = 0};
-    return size <= PIPE_BUF && ::poll(&output, 1, 0) == 1;
+// Not by asking whether it is ready: it may be so for less than what is printed, and others print
+// too.
+bool OsStandardOutputMayWait() {
+    struct stat output {};
+    if (::fstat(::fileno(stdout), &output) != 0) return false;
+    if (S_ISCHR(output.st_mode)) return ::isatty(::fileno(stdout)) != 0;
+    return !S_ISREG(output.st_mode);
 }
 
 void OsCreateConsole() {}

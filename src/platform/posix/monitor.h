@@ -26,6 +26,12 @@ public:
         if (endless_) return ::pthread_cond_wait(changed, held);
         return ::pthread_cond_timedwait(changed, held, &at_);
     }
+    bool HasPassed() const {
+        timespec now;
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return !endless_ && (now.tv_sec > at_.tv_sec ||
+                             (now.tv_sec == at_.tv_sec && now.tv_nsec >= at_.tv_nsec));
+    }
     // False: the time ran out.
     bool Sleep(pthread_cond_t* changed, pthread_mutex_t* held) const {
         return TrySleep(changed, held) == 0;

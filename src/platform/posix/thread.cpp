@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <signal.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -87,17 +88,34 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
     return thread;
 }
 
-// Returns true only when the thread is out of the library's code, so that it may be unloaded.
-bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
-    const Deadline deadline(timeout_ms);
+namespace {
+
+bool AwaitEntryEnd(OsThread* thread, const Deadline& deadline, std::int32_t timeout_ms) {
     MonitorGuard guard(thread->monitor);
     while (!thread->ended) {
         if (timeout_ms == 0) return false;
         if (!guard.Sleep(deadline) && !thread->ended) return false;
     }
-    if (!thread->joined) {
-        ::pthread_join(thread->id, nullptr);
-        thread->joined = true;
+    return true;
+}
+
+// Never waits: after its entry, a thread runs destructors that the application may have given it.
+bool TryJoin(OsThread* thread) {
+    const MonitorGuard guard(thread->monitor);
+    if (!thread->joined) thread->joined = ::pthread_tryjoin_np(thread->id, nullptr) == 0;
+    return thread->joined;
+}
+
+}  // namespace
+
+// Returns true only when the thread is out of the library's code, so that it may be unloaded.
+bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
+    constexpr timespec kPause = {0, 200'000};
+    const Deadline deadline(timeout_ms);
+    if (!AwaitEntryEnd(thread, deadline, timeout_ms)) return false;
+    while (!TryJoin(thread)) {
+        if (timeout_ms == 0 || deadline.HasPassed()) return false;
+        ::nanosleep(&kPause, nullptr);
     }
     return true;
 }

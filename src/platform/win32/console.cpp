@@ -45,12 +45,10 @@ ConsoleResult OsAttachConsole() {
     return ConsoleResult::kAttached;
 }
 
-// A console waits while its user marks text in it, and a pipe for its reader; of neither can one
-// ask.
-bool OsStandardOutputTakes(std::size_t) {
+bool OsStandardOutputMayWait() {
     const auto output = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
     DWORD mode = 0;
-    return ::GetFileType(output) != FILE_TYPE_PIPE && !::GetConsoleMode(output, &mode);
+    return ::GetFileType(output) == FILE_TYPE_PIPE || ::GetConsoleMode(output, &mode) != 0;
 }
 
 void OsCreateConsole() {

@@ -23,14 +23,14 @@ TEST(Console, SecondAttachFindsTheConsole) {
     EXPECT_EQ(test::RunChild("attach-twice").exit_code, 0);
 }
 
-TEST(StandardOutput, PausedOneTakesNothingAtOnceAndAFileEverything) {
+TEST(StandardOutput, PipeMayWaitAndAFileDoesNot) {
     {
         const paused_console::PausedConsole console;
         ASSERT_TRUE(console.IsUsable());
-        EXPECT_FALSE(OsStandardOutputTakes(1));
+        EXPECT_TRUE(OsStandardOutputMayWait());
     }
     const test::StdoutCapture file;
-    EXPECT_TRUE(OsStandardOutputTakes(1));
+    EXPECT_FALSE(OsStandardOutputMayWait());
 }
 
 }  // namespace
