@@ -1,6 +1,7 @@
 #include "api/library_entry.h"
 
 #include "link/fragmentation.h"
+#include "platform/thread.h"
 #include "support/console_output.h"
 #include "support/log.h"
 #include "transport/transport_table.h"
@@ -16,6 +17,7 @@ void OnLibraryUnload() {
     EndConsoleOutput();
     ConsolePrint("[DLL] Detaching the Tarvik D-PDU DLL\n");
     FragDeinit();
+    OsEndThreads();
 }
 
 }  // namespace tarvik

@@ -18,10 +18,8 @@ PacketEntry** AllocateBuckets(std::uint64_t count) {
 // keeps a request's buckets in the processor's cache, however many packets there are. The
 // multiplication spreads everything above the lowest bits. Its factor is the process's secret: who
 // sends packets cannot choose ids that all have the same bucket.
-std::uint64_t SecretFactor() {
-    static const std::uint64_t factor = OsRandomNumber() | 1;  // odd, so that no bit gets lost
-    return factor;
-}
+// (Made at load: the compiler's guard of a local static takes handles, which would leak at unload.)
+const std::uint64_t secret_factor = OsRandomNumber() | 1;  // odd, so that no bit gets lost
 
 std::uint64_t BucketOf(std::uint64_t key, std::uint64_t bucket_count, std::uint64_t factor) {
     const std::uint64_t spread = (key >> 10) * factor >> 32;
@@ -37,7 +35,7 @@ PacketIndex* PacketIndex::Create() {
     if (index == nullptr) return nullptr;
     index->buckets_ = buckets.release();
     index->bucket_count_ = kFirstBucketCount;
-    index->factor_ = SecretFactor();
+    index->factor_ = secret_factor;
     // Allocated in advance, so that memory use stays the same however long the queue becomes.
     while (index->spare_count_ < kSpareNodes) {
         PacketNode* node = AllocateRecord<PacketNode>().release();

@@ -115,4 +115,9 @@ bool OsAllowUnloading(std::uint32_t patience_ms) {
     return ended;
 }
 
+// If threads have met at the list's lock, it has a handle that would leak.
+void OsEndThreads() {
+    if (library_reference.load() == nullptr) threads->~ThreadList();
+}
+
 }  // namespace tarvik

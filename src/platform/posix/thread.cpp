@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -27,15 +28,22 @@ struct OsThread final : ListedThread {
     void* argument = nullptr;
     char name[kNameSize] = {};
     mutable Monitor monitor;
-    pthread_t id{};       // guarded by monitor
-    bool ended = false;   // guarded by monitor; the entry has returned
-    bool joined = false;  // guarded by monitor; `id` is no longer valid
+    // Guarded by monitor.
+    pthread_t id{};
+    pid_t kernel_id = 0;    // set by the thread
+    bool ended = false;     // the entry has returned
+    bool detached = false;  // its handle was closed before
+    bool joined = false;    // `id` is no longer valid
 };
 
 namespace {
 
 void* Run(void* argument) {
     auto* thread = static_cast<OsThread*>(argument);
+    {
+        const MonitorGuard guard(thread->monitor);
+        thread->kernel_id = ::gettid();
+    }
     ::pthread_setname_np(::pthread_self(), thread->name);
     thread->entry(thread->argument);
     const MonitorGuard guard(thread->monitor);
@@ -99,10 +107,17 @@ bool AwaitEntryEnd(OsThread* thread, const Deadline& deadline, std::int32_t time
     return true;
 }
 
+bool ThreadExists(pid_t kernel_id) {
+    return ::syscall(SYS_tgkill, ::getpid(), kernel_id, 0) == 0 || errno != ESRCH;
+}
+
 // Never waits: after its entry, a thread runs destructors that the application may have given it.
 bool TryJoin(OsThread* thread) {
     const MonitorGuard guard(thread->monitor);
-    if (!thread->joined) thread->joined = ::pthread_tryjoin_np(thread->id, nullptr) == 0;
+    if (!thread->joined) {
+        thread->joined = thread->detached ? !ThreadExists(thread->kernel_id)
+                                          : ::pthread_tryjoin_np(thread->id, nullptr) == 0;
+    }
     return thread->joined;
 }
 
@@ -123,15 +138,19 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
 bool OsThread::HasEnded() { return OsThreadJoin(this, 0); }
 
 bool OsThread::IsCurrent() const {
-    // After a join, another thread may have the id.
     const MonitorGuard guard(monitor);
-    return !joined && ::pthread_equal(id, ::pthread_self()) != 0;
+    return !ended && kernel_id == ::gettid();  // after its end, another thread may have the number
 }
 
 bool OsThreadTerminate(OsThread*) { return false; }
 
 void OsThreadClose(OsThread* thread) {
-    if (thread != nullptr) CloseListedThread(thread);
+    if (thread == nullptr) return;
+    if (!OsThreadJoin(thread, 0)) {
+        const MonitorGuard guard(thread->monitor);
+        if (!thread->joined) thread->detached = ::pthread_detach(thread->id) == 0;
+    }
+    CloseListedThread(thread);
 }
 
 bool OsThreadIsCurrent(const OsThread* thread) { return thread != nullptr && thread->IsCurrent(); }

@@ -4,6 +4,8 @@
 #include <cwchar>
 #include <string>
 
+#include "platform/immortal.h"
+#include "platform/lock.h"
 #include "platform/thread.h"
 #include "transport/ble/ble_radio.h"
 
@@ -57,6 +59,14 @@ void Runtime::Find(const char* name, Function* function) {
         reinterpret_cast<Function>(reinterpret_cast<void*>(::GetProcAddress(module_, name)));
 }
 
+namespace {
+
+// Guarded by the lock.
+Immortal<OsLock> apartment_lock;
+bool apartment_is_kept = false;
+
+}  // namespace
+
 Runtime::Runtime()
     : module_(::LoadLibraryExW(L"combase.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)) {
     if (module_ != nullptr) {
@@ -78,12 +88,11 @@ Runtime::Runtime()
 
 // Once, and never undone: nobody can know when the last object is gone.
 void Runtime::KeepApartment() {
-    static const CO_MTA_USAGE_COOKIE cookie = [this] {
-        CO_MTA_USAGE_COOKIE made = nullptr;
-        Check(increment_mta_usage_(&made));
-        return made;
-    }();
-    static_cast<void>(cookie);
+    const LockGuard hold(*apartment_lock);
+    if (apartment_is_kept) return;
+    CO_MTA_USAGE_COOKIE cookie = nullptr;
+    Check(increment_mta_usage_(&cookie));
+    apartment_is_kept = true;
 }
 
 // A thread that its program has already put into an apartment stays there, and LeaveThread does
