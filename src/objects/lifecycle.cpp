@@ -42,8 +42,8 @@ std::int32_t OwnCalls(std::uint32_t of_generation) {
     return CountOf(thread == nullptr ? OsThreadValue() : thread->own_.load(), of_generation);
 }
 
-CountThreadCalls::CountThreadCalls(ThreadCalls* calls) {
-    OsSetThreadValue(reinterpret_cast<std::intptr_t>(calls) | kIsAddress);
+CountThreadCalls::CountThreadCalls(ThreadCalls* record) {
+    OsSetThreadValue(reinterpret_cast<std::intptr_t>(record) | kIsAddress);
 }
 
 CountThreadCalls::~CountThreadCalls() { OsSetThreadValue(0); }

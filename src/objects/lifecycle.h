@@ -30,10 +30,10 @@ private:
     std::atomic<std::intptr_t> own_{0};
 };
 
-// On a thread of the library, around its callbacks: counts its API calls in `calls`.
+// On a thread of the library, around its callbacks: counts its API calls in `record`.
 class CountThreadCalls {
 public:
-    explicit CountThreadCalls(ThreadCalls* calls);
+    explicit CountThreadCalls(ThreadCalls* record);
     ~CountThreadCalls();  // what the application calls at the thread's end counts as any thread's
     CountThreadCalls(const CountThreadCalls&) = delete;
     CountThreadCalls& operator=(const CountThreadCalls&) = delete;

@@ -27,8 +27,10 @@ void* OsThreadHandle(const OsThread* thread);  // for log lines
 // to end; the calling thread counts as running but is not waited for. False: the library stays
 // loaded.
 bool OsAllowUnloading(std::uint32_t patience_ms);
-// The library is being unloaded. Releases what the above needs, unless the process ends with threads
-// running.
+// False once unloading was allowed, until the next thread is started.
+bool OsThreadsMayRun();
+// The library is being unloaded. Releases what the above needs, unless the process ends with
+// threads running.
 void OsEndThreads();
 
 // The calling thread's id as the system numbers it.

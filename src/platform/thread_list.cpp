@@ -115,9 +115,11 @@ bool OsAllowUnloading(std::uint32_t patience_ms) {
     return ended;
 }
 
+bool OsThreadsMayRun() { return library_reference.load() != nullptr; }
+
 // If threads have met at the list's lock, it has a handle that would leak.
 void OsEndThreads() {
-    if (library_reference.load() == nullptr) threads->~ThreadList();
+    if (!OsThreadsMayRun()) threads->~ThreadList();
 }
 
 }  // namespace tarvik

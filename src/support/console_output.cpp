@@ -24,8 +24,8 @@ std::atomic<bool> every_thread_prints{false};
 Immortal<OsLock> output_lock;
 Immortal<OsCondition> text_queued;
 Immortal<OsCondition> text_printed;
-OsThread* printer = nullptr;
-bool printing = false;  // the thread takes text from the ring
+OsThread* printer = nullptr;  // between start and stop
+bool printing = false;        // the thread takes text from the ring
 bool stopping = false;
 std::atomic<bool> paused{false};  // somebody waited in vain, and nothing was printed since
 char ring[kRoom];                 // what is between the next two, modulo its size
@@ -106,23 +106,22 @@ void StartConsoleOutput() {
     stopping = false;
     // An earlier thread that a paused console has held up since goes on.
     if (printing) return;
-    if (printer != nullptr) OsThreadClose(printer);
     printing = true;
     printer = OsThreadStart(&PrinterThread, nullptr, "Tarvik PrinterThread");
     if (printer == nullptr) printing = false;
 }
 
 void StopConsoleOutput() {
-    if (printer == nullptr) return;
     const bool done = StopPrinter();
-    if (!OsThreadJoin(printer, done ? kPatienceMs : 0)) return;
+    if (printer == nullptr) return;  // refused, or left to itself by an earlier stop
+    OsThreadJoin(printer, done ? kPatienceMs : 0);
     OsThreadClose(printer);
     printer = nullptr;
 }
 
 void EndConsoleOutput() {
     every_thread_prints = true;
-    if (printer != nullptr) return;
+    if (OsThreadsMayRun()) return;
     // Nobody uses the lock any more. If threads have met at it, it has a handle that would leak.
     text_printed->~OsCondition();
     text_queued->~OsCondition();
