@@ -91,9 +91,18 @@ logs=$(mktemp -d "$root/build/wine/logs/run.XXXXXX")
 trap 'rm -rf "$logs"' EXIT
 
 # A server that ends first closes its files, so that its programs end, while it still has its folder.
-server_has_gone() {
-    [ -n "$server" ] || return 1
+server_seems_gone() {
     [ ! -e "/proc/$server/cwd/socket" ] || ! compgen -G "/proc/$server/fd/*" >/dev/null
+}
+
+# Looks several times: while it saves the registry, a server is in another folder for a moment.
+server_has_gone() {
+    local look
+    [ -n "$server" ] || return 1
+    for look in 1 2 3; do
+        server_seems_gone || return 1
+        [ "$look" = 3 ] || sleep 0.2
+    done
 }
 
 # Prints a line for each process of the prefix: number, name, and how many of its threads wait where
