@@ -140,13 +140,17 @@ function(tarvik_add_conformance_test name)
             "TARVIK_DPDU_SIMULATOR=${TARVIK_HOST_TOOLS_DIR}/brennix-sim")
 endfunction()
 
-# tarvik_add_fuzz_target(NAME SOURCES file... CORPUS folder [DICTIONARY file] [GROUP name])
+# tarvik_add_fuzz_target(NAME SOURCES file... CORPUS folder [DICTIONARY file] [GROUP name]
+#                        [PLAIN])
 # scripts/fuzz.sh runs every program in <build folder>/tests/fuzz with NAME.dict and the folder
 # NAME.corpus beside it. In the presets with tests, the target is an object library instead, part of
 # a test program that replays the corpus: that of its GROUP, or one of its own if its sources stand
-# in for some of the library's.
+# in for some of the library's. PLAIN: not under the address sanitizer, which takes long to compile it.
 function(tarvik_add_fuzz_target name)
-    cmake_parse_arguments(ARG "" "DICTIONARY;CORPUS;GROUP" "SOURCES" ${ARGN})
+    cmake_parse_arguments(ARG "PLAIN" "DICTIONARY;CORPUS;GROUP" "SOURCES" ${ARGN})
+    if(TARVIK_SANITIZER STREQUAL "address" AND ARG_PLAIN)
+        return()
+    endif()
     if(NOT TARVIK_SANITIZER STREQUAL "fuzzer")
         _tarvik_replay_corpus(${name} "${ARG_GROUP}" "${ARG_CORPUS}" ${ARG_SOURCES})
         return()
