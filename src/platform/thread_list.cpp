@@ -50,6 +50,7 @@ public:
         for (ListedThread* thread = first_; thread != nullptr; thread = thread->next_) {
             if (!thread->HasEnded()) return;
         }
+        DeleteEnded();
         take();
     }
 

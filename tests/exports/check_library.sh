@@ -55,6 +55,11 @@ allocated_thread_locals() {
     readelf -rW "$library" | grep -cE 'R_X86_64_(DTPMOD64|TLSDESC)'
 }
 
+# What a program prints that has the library from its very start. Not with a sanitizer, whose runtime
+# must come first.
+printed_when_preloaded() { LD_PRELOAD=$(realpath "$library") /bin/true 2>&1; }
+has_sanitizer() { nm -D "$library" | grep -E ' U __(asan|tsan)_' >/dev/null; }
+
 names=$(sort "$exports_file")
 check "there are 29 names to export" 29 "$(echo "$names" | wc -l)"
 case $library in
@@ -67,6 +72,8 @@ case $library in
         check "the exported names" "$names" "$(so_exports | sort)"
         check "the initializer that is run last" "tarvik::(anonymous namespace)::Attach()" \
             "$(last_initializer)"
+        has_sanitizer || check "loading before the program" "[DLL] Detaching the Tarvik D-PDU DLL" \
+            "$(printed_when_preloaded)"
         check "thread-local variables that need memory later" 0 "$(allocated_thread_locals)"
         check "the soname" "libtarvik_dpdu_x64.so.${version%%.*}" "$(soname)"
         check "the file behind the links" "libtarvik_dpdu_x64.so.$version" \
