@@ -6,6 +6,7 @@
 
 #include "transport/ble/ble_radio.h"
 #include "transport/ble/bluez_limits.h"
+#include "unit/ble/ble_error.h"
 #include "unit/ble/bluez_messages.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
@@ -139,17 +140,6 @@ private:
     std::int32_t rssi_ = 0;
     std::atomic<int> losses_{0};
 };
-
-// The message of the error that `body` throws. Empty: none.
-template <typename Body>
-std::string ErrorOf(Body body) {
-    try {
-        body();
-    } catch (const BleError& error) {
-        return error.message();
-    }
-    return "";
-}
 
 class BluezMessages : public testing::Test {
 protected:

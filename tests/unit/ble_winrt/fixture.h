@@ -12,6 +12,7 @@
 #include "conformance/framework/waiting.h"
 #include "transport/ble/ble_radio.h"
 #include "transport/ble/winrt_delegate.h"
+#include "unit/ble/ble_error.h"
 #include "unit/ble_winrt/classes.h"
 #include "unit/ble_winrt/test_limits.h"
 
@@ -26,17 +27,6 @@ inline constexpr BleUuid kServiceUuid = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x9
                                          0x12, 0xc8, 0x58, 0xb4, 0x59, 0xa2, 0x71, 0xff};
 inline constexpr BleUuid kCharacteristicUuid = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
                                                 0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
-
-// The error message of a call. Empty: it succeeded.
-template <typename Body>
-std::string ErrorOf(Body body) {
-    try {
-        body();
-    } catch (const BleError& error) {
-        return error.message();
-    }
-    return "";
-}
 
 // Records what a scan reports.
 class ScanRecord : public BleScan::Handler {
