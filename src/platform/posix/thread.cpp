@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <new>
 
 #include "platform/posix/monitor.h"
