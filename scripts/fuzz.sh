@@ -1,31 +1,41 @@
 #!/bin/bash
-# Runs every fuzz target for FUZZ_SECONDS (60). Keeps new inputs in build/fuzz/found, and an input that
-# breaks something as build/fuzz/crash-TARGET-….
+# Runs every fuzz target for FUZZ_SECONDS (60), JOBS (one per processor) at a time. Keeps new inputs in
+# build/fuzz/found, and an input that breaks something as build/fuzz/crash-TARGET-….
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-60}
+jobs=${JOBS:-$(nproc)}
 folder=build/fuzz/tests/fuzz
-passed=0 failed=0
 
-for target in "$folder"/*; do
-    [ -f "$target" ] && [ -x "$target" ] || continue
-    name=${target##*/}
-    found=build/fuzz/found/$name
+# fuzz TARGET: prints a row of the table.
+fuzz() {
+    local name=${1##*/}
+    local found=build/fuzz/found/$name log=build/logs/fuzz-$name.log
     mkdir -p "$found"
-    options=(-max_total_time="$seconds" -artifact_prefix="build/fuzz/crash-$name-" -print_final_stats=1)
-    [ ! -f "$target.dict" ] || options+=(-dict="$target.dict")
-    corpora=("$found")  # libFuzzer adds to the first
-    [ ! -d "$target.corpus" ] || corpora+=("$target.corpus")
-    echo "== fuzzing $name for $seconds s"
-    if "$target" "${options[@]}" "${corpora[@]}" >"build/logs/fuzz-$name.log" 2>&1; then
-        passed=$((passed + 1))
-        sed -n 's/^stat::number_of_executed_units: */   inputs tried: /p' "build/logs/fuzz-$name.log"
-    else
-        failed=$((failed + 1))
-        tail -n 40 "build/logs/fuzz-$name.log"
-    fi
-done
+    local options=(-max_total_time="$seconds" -artifact_prefix="build/fuzz/crash-$name-" -print_final_stats=1)
+    [ ! -f "$1.dict" ] || options+=(-dict="$1.dict")
+    local corpora=("$found")  # libFuzzer adds to the first
+    [ ! -d "$1.corpus" ] || corpora+=("$1.corpus")
+    local result=passed
+    "$1" "${options[@]}" "${corpora[@]}" >"$log" 2>&1 || result=failed
+    local tried
+    tried=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+    printf '%-26s %12s inputs  %s\n' "$name" "${tried:-?}" "$result"
+    [ $result = passed ] || tail -n 40 "$log"
+}
 
-echo "fuzz: $passed passed, $failed failed"
-[ $failed = 0 ] && [ $passed -gt 0 ]
+mkdir -p build/logs
+echo "== fuzzing for $seconds s each, $jobs at a time"
+targets=()
+for target in "$folder"/*; do
+    [ ! -f "$target" ] || [ ! -x "$target" ] || targets+=("$target")
+done
+for target in "${targets[@]}"; do
+    while [ "$(jobs -rp | wc -l)" -ge "$jobs" ]; do wait -n; done
+    fuzz "$target" &
+done | tee build/logs/fuzz.log
+
+passed=$(grep -c ' inputs  passed$' build/logs/fuzz.log)
+echo "fuzz: $passed passed, $((${#targets[@]} - passed)) failed"
+[ "$passed" -gt 0 ] && [ "$passed" = ${#targets[@]} ]
