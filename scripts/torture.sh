@@ -3,7 +3,7 @@
 # each, one allocation, fifty allocations or one input or output of the library fails. Ends with a
 # table of the points, and non-zero if one was bad.
 #
-# JOBS (12) is how many processes run at a time; most wait most of the time. TORTURE_FILTER is a
+# JOBS (80) is how many processes run at a time; each waits nearly all of the time. TORTURE_FILTER is a
 # GoogleTest filter, for instance "SerialScan.*". TORTURE_EVERY (1) leaves points out: every 7th, say.
 set -uo pipefail
 
@@ -13,7 +13,7 @@ every=${TORTURE_EVERY:-1}
 programs="torture_dongle torture_relay torture_radio"
 # Scenarios with thousands of points, or whose sessions take seconds, are shared by several processes.
 many="SerialScan CloudOverTcp CloudOverWebSocket CloudOverSecureWebSocket BleScanAndConnect BleFragmentsBothWays"
-shares=12
+shares=40
 
 # Sets command and environment of a test program, as ctest starts it.
 read_command() {
@@ -43,7 +43,7 @@ run_all() {
             count=1
             [[ " $many " != *" ${test%%.*} "* ]] || count=$shares
             for ((share = 0; share < count; ++share)); do
-                [ $pending -lt "${JOBS:-12}" ] || { wait -n; pending=$((pending - 1)); }
+                [ $pending -lt "${JOBS:-80}" ] || { wait -n; pending=$((pending - 1)); }
                 (
                     export "${environment[@]}"
                     run_share "$2/$test-$share.log" $((1 + share * every)) $((count * every)) \

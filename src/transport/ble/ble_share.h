@@ -5,7 +5,6 @@
 #include <new>
 #include <utility>
 
-#include "platform/process.h"
 #include "platform/thread.h"
 #include "support/memory.h"
 
@@ -41,11 +40,10 @@ std::shared_ptr<T> TakeBleShare(void* argument) {
     return object;
 }
 
-// Joins a thread and closes its handle. A thread that does not end in time continues alone, so the
-// library then stays loaded.
+// Joins a thread and closes its handle. A thread that does not end in time continues alone.
 inline void EndBleThread(OsThread** thread, std::int32_t limit_ms) {
     if (*thread == nullptr) return;
-    if (!OsThreadJoin(*thread, limit_ms)) OsKeepLibraryLoaded();
+    OsThreadJoin(*thread, limit_ms);
     OsThreadClose(std::exchange(*thread, nullptr));
 }
 

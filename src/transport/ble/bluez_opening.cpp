@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "platform/process.h"
 #include "platform/tick.h"
 #include "transport/ble/ble_share.h"
 
@@ -48,10 +47,7 @@ bool BluezOpening::AwaitEnd(std::uint32_t limit_ms) {
 }
 
 std::shared_ptr<BluezBus> BluezOpening::Await(std::uint32_t limit_ms) {
-    if (!AwaitEnd(limit_ms)) {
-        OsKeepLibraryLoaded();
-        return nullptr;
-    }
+    if (!AwaitEnd(limit_ms)) return nullptr;
     EndBleThread(&thread_, -1);
     if (bus_ == nullptr) throw BleError(error_->text);
     return std::move(bus_);

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "link/packet_counters.h"
-#include "platform/process.h"
 #include "platform/thread.h"
 #include "platform/tick.h"
 #include "support/config.h"
@@ -72,7 +71,6 @@ void LeaveIfReceiver() {
     if (cloud->receiver_id != OsCurrentThreadId()) return;
     cloud->receiver_id = 0;
     cloud->receiver_left = true;
-    OsKeepLibraryLoaded();
 }
 
 void CloudStop() {

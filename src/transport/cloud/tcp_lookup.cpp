@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "platform/lock.h"
-#include "platform/process.h"
 #include "platform/thread.h"
 #include "support/counted.h"
 #include "support/log.h"
@@ -68,8 +67,6 @@ int LookUpTcp(const char* host, const char* port, const std::atomic<bool>& abort
         OsThreadJoin(thread, -1);
         result = look_up->result;
         *addresses = std::exchange(look_up->addresses, nullptr);
-    } else {
-        OsKeepLibraryLoaded();
     }
     OsThreadClose(thread);
     return result;
