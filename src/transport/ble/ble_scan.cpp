@@ -264,13 +264,20 @@ bool Contains(const BleConnections& connected, std::uint64_t address) {
 }
 
 // A dongle that is connected and still advertises is not connected again. If an earlier scan's
-// attempt connects it meanwhile, ConnectNew finds it through that attempt.
+// attempt connects it meanwhile, ConnectNew finds it through that attempt. A radio that advertises
+// under ever new addresses does not hold up the scan for as long as it likes.
 void AskAndConnect(const BleList<std::uint64_t>& found, ScanReport* out) {
+    const std::uint64_t deadline = TickMs() + GetBleLimits().scan_connect_ms;
     const BleConnections connected = ConnectedNow();
     AskConnected(connected, out);
     for (const std::uint64_t address : found) {
         if (ble->closing) return;
-        if (!Contains(connected, address)) ConnectNew(address, out);
+        if (Contains(connected, address)) continue;
+        if (TickMs() >= deadline) {
+            Log(kLogTrace, "[BLE] Connecting takes too long, the other devices are left out");
+            return;
+        }
+        ConnectNew(address, out);
     }
 }
 

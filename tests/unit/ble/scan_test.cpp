@@ -202,6 +202,39 @@ TEST_F(BleTickTest, ScanListensForItsWholeTime) {
     EXPECT_TRUE(log.Has("[BLE] Stopped BLE scanning, found 0 potential devices"));
 }
 
+// Scans, and lets so much time pass when the first dongle is reported.
+std::size_t ScanWithPauseAfterTheFirst(FakeTick* tick, std::uint64_t pause_ms) {
+    struct Context {
+        FakeTick* tick;
+        std::uint64_t pause_ms;
+        std::size_t reports = 0;
+    } context{tick, pause_ms};
+    const auto report = [](void* untyped, const DeviceReport&) {
+        auto* to = static_cast<Context*>(untyped);
+        if (++to->reports == 1) to->tick->Advance(to->pause_ms);
+    };
+    EXPECT_TRUE(kBleTransport.UpdateDevices(0, report, &context));
+    return context.reports;
+}
+
+TEST_F(BleTickTest, DongleWhoseTurnComesWithinAMinuteIsConnected) {
+    FakeRadio::Add(1);
+    FakeRadio::Add(2);
+    EXPECT_EQ(ScanWithPauseAfterTheFirst(&tick_, 59'999), 2u);
+}
+
+TEST_F(BleTickTest, DongleWhoseTurnComesAfterAMinuteIsLeftToTheNextScan) {
+    FakeRadio::Add(1);
+    const auto second = FakeRadio::Add(2);
+    const auto third = FakeRadio::Add(3);
+    LogCapture log;
+    EXPECT_EQ(ScanWithPauseAfterTheFirst(&tick_, 60'000), 1u);
+    EXPECT_EQ(second->OpenCount(), 0);
+    EXPECT_EQ(third->OpenCount(), 0);
+    EXPECT_EQ(log.Count("[BLE] Connecting takes too long, the other devices are left out"), 1u);
+    EXPECT_EQ(Scan(0).size(), 3u);
+}
+
 // ---------------------------------------------------------------- already connected
 
 TEST_F(BleScanTest, ConnectedDongleThatStillAdvertisesIsNotConnectedAgain) {
