@@ -12,6 +12,8 @@ namespace tarvik {
 namespace {
 
 constexpr char kBluezName[] = "org.bluez";
+constexpr char kBusName[] = "org.freedesktop.DBus";
+constexpr char kNoMemory[] = "org.freedesktop.DBus.Error.NoMemory";
 constexpr char kObjectManager[] = "org.freedesktop.DBus.ObjectManager";
 
 std::string Explain(const std::string& name, const std::string& text) {
@@ -32,6 +34,10 @@ std::string Explain(const std::string& name, const std::string& text) {
         if (name == each.name) return std::string(each.text) + " (" + text + ")";
     }
     return name + ": " + text;
+}
+
+void LogEnd(const char* why) {
+    Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why);
 }
 
 BleError BusGone() { return BleError("the connection to the system's message bus is lost"); }
@@ -65,6 +71,7 @@ std::shared_ptr<BluezBus> BluezBus::Connect() {
     try {
         bus->connection_ = sdbus::createSystemBusConnection();
         bus->AddMatches();
+        bus->Prepare();
     } catch (const sdbus::Error& error) {
         throw BleError("the system's message bus cannot be reached (" + error.getMessage() + ")");
     }
@@ -79,6 +86,20 @@ BluezBus::~BluezBus() {
     connection_->leaveEventLoop();
     OsThreadJoin(thread_, -1);
     OsThreadClose(thread_);
+}
+
+// If the bus's library has no memory for its table of calls, it destroys the new call while it has
+// locked the table, and the bus's thread, which wants to remove an answered call, may be locking
+// the same two mutexes in the other order. So all calls share one table, and a first call makes it
+// big enough before that thread runs.
+void BluezBus::Prepare() {
+    calls_ = sdbus::createProxy(*connection_, kBluezName, "/");
+    const auto bus = sdbus::createProxy(*connection_, kBusName, "/org/freedesktop/DBus");
+    const auto call = bus->createMethodCall(kBusName, "GetId");
+    calls_
+        ->callMethod(
+            call, [](sdbus::MethodReply&, const sdbus::Error*) {}, 1'000'000)
+        .cancel();
 }
 
 void BluezBus::AddMatches() {
@@ -103,31 +124,35 @@ void BluezBus::AddMatches() {
     for (const Match& match : kMatches) {
         const auto handle = match.handle;
         const auto callback = [this, handle](sdbus::Message& message) {
+            // Nothing may pass through the bus's library, which is in C.
             try {
                 (this->*handle)(message);
             } catch (const sdbus::Error& error) {
                 Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
                     error.getMessage().c_str());
+                if (error.getName() == kNoMemory) End("out of memory");
             } catch (...) {
-                // Memory is out. Nothing may pass through the bus's library, which is in C.
-                Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
-                    BleErrorText().text);
+                End("out of memory");
             }
         };
         connection_->addMatch(match.rule, callback, sdbus::floating_slot);
     }
 }
 
+// A signal is lost, so nothing that is known of BlueZ's objects holds any more. The next scan
+// connects the bus anew.
+void BluezBus::End(const char* why) {
+    LogEnd(why);
+    connection_->leaveEventLoop();
+}
+
 void BluezBus::Run() {
-    const auto log_end = [](const char* why) {
-        Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why);
-    };
     try {
         connection_->enterEventLoop();
     } catch (const sdbus::Error& error) {
-        log_end(error.getMessage().c_str());
+        LogEnd(error.getMessage().c_str());
     } catch (...) {
-        log_end(BleErrorText().text);  // its library throws when memory is out
+        LogEnd(BleErrorText().text);  // its library throws when memory is out
     }
     closed_ = true;
     WakeWaiters();
@@ -196,6 +221,18 @@ BluezBus::Answer BluezBus::TakeAnswer(sdbus::MethodReply& reply, const sdbus::Er
     return taken;
 }
 
+// Its destructor unregisters the callback, and waits for it if it is running.
+class PendingCall {
+public:
+    explicit PendingCall(sdbus::PendingAsyncCall call) : call_(std::move(call)) {}
+    ~PendingCall() { call_.cancel(); }
+    PendingCall(const PendingCall&) = delete;
+    PendingCall& operator=(const PendingCall&) = delete;
+
+private:
+    sdbus::PendingAsyncCall call_;
+};
+
 void BluezBus::Call(const Method& method, const Write& write, const Read& read) {
     if (closed_) throw BusGone();
     const auto answer = std::make_shared<Answer>();
@@ -207,11 +244,11 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
     };
     bool answered = false;
     try {
-        // Its destructor unregisters the callback, and waits for it if it is running.
         const auto proxy = sdbus::createProxy(*connection_, kBluezName, method.path);
         auto call = proxy->createMethodCall(method.interface, method.name);
         if (write) write(call);
-        proxy->callMethod(call, take, std::uint64_t{method.limit_ms} * 1'000);
+        const PendingCall pending(
+            calls_->callMethod(call, take, std::uint64_t{method.limit_ms} * 1'000));
         answered = Await([&] { return answer->there; },
                          method.limit_ms + GetBluezLimits().answer_grace_ms, method.cancel);
     } catch (const sdbus::Error& error) {

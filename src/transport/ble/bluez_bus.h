@@ -91,6 +91,8 @@ private:
     struct Answer;
 
     BluezBus() = default;
+    void Prepare();
+    void End(const char* why);  // on the bus's thread
     static Answer TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
                              const Read& read) noexcept;
     void AddMatches();
@@ -103,6 +105,7 @@ private:
     void OnOwnerChanged(sdbus::Message& message);
 
     std::unique_ptr<sdbus::IConnection> connection_;
+    std::unique_ptr<sdbus::IProxy> calls_;  // has all calls that are under way
     OsThread* thread_ = nullptr;
     std::atomic<bool> closed_{false};
     std::atomic<bool> cancelled_{false};

@@ -6,6 +6,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,6 +59,27 @@ using SecureStream = websocket::stream<ssl::stream<tcp::socket>>;
 
 }  // namespace
 
+// Where OpenSSL has no memory left, not even to note an error, Boost takes its null pointers for
+// objects. So the context is created here, and an error is there before a stream is created.
+ssl::context CreateTlsContext() {
+    SSL_CTX* created = ::SSL_CTX_new(::TLS_client_method());
+    if (created == nullptr) throw std::bad_alloc();
+    ssl::context context(created);
+    context.set_options(ssl::context::no_compression);
+    return context;
+}
+
+class ErrorInAdvance {
+public:
+    ErrorInAdvance() {
+        ERR_raise(ERR_LIB_USER, ERR_R_MALLOC_FAILURE);
+        if (::ERR_peek_error() == 0) throw std::bad_alloc();
+    }
+    ~ErrorInAdvance() { ::ERR_clear_error(); }
+    ErrorInAdvance(const ErrorInAdvance&) = delete;
+    ErrorInAdvance& operator=(const ErrorInAdvance&) = delete;
+};
+
 struct WebSocketClient {
     std::string server, endpoint, proxy, user_agent;
     std::string port;
@@ -68,7 +91,10 @@ struct WebSocketClient {
     std::array<std::atomic<bool>, kHandles> open{};
 
     asio::io_context io{1};
-    ssl::context tls{ssl::context::tls_client};
+    // A stream of Beast that cannot create its timer remains in a list of `io`, destroyed. With the
+    // timers' service there already, creating one needs no memory.
+    asio::steady_timer timer{io};
+    ssl::context tls = CreateTlsContext();
     tcp::socket connecting{io};  // until the stream takes it over
     std::optional<PlainStream> plain_stream;
     std::optional<SecureStream> secure_stream;
@@ -238,7 +264,10 @@ bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream) {
 }
 
 std::uint32_t OpenTls(WebSocketClient* client) {
-    client->secure_stream.emplace(std::move(client->connecting), client->tls);
+    {
+        const ErrorInAdvance for_boost;
+        client->secure_stream.emplace(std::move(client->connecting), client->tls);
+    }
     auto& stream = client->secure_stream->next_layer();
     if (!PrepareTls(client, &stream)) return kErrorSecureFailure;
     const Error greeted = RunWithin(client, AnswerLimit(), [&](auto done) {
