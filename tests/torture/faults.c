@@ -17,6 +17,7 @@
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <termios.h>
 #include <unistd.h>
@@ -240,14 +241,23 @@ static int NextError(const struct Errors* function, const void* caller) {
 
 #define AT_MOST_ONE(size) (error == kOneByte && (size) > 1 ? 1 : (size))
 
+// An event counter or timer: the kernel has no reason to refuse reading or writing it. Such a file
+// is of no type.
+static int IsEvent(int file) {
+    struct stat status;
+    return fstat(file, &status) == 0 && (status.st_mode & S_IFMT) == 0;
+}
+
 EXPORT ssize_t read(int file, void* bytes, size_t size) {
     NEXT(ssize_t, read, int, void*, size_t)
+    if (IsEvent(file)) return next(file, bytes, size);
     FAIL("read", EINTR, EIO, kOneByte, EAGAIN, ECONNRESET)
     return next(file, bytes, AT_MOST_ONE(size));
 }
 
 EXPORT ssize_t write(int file, const void* bytes, size_t size) {
     NEXT(ssize_t, write, int, const void*, size_t)
+    if (IsEvent(file)) return next(file, bytes, size);
     FAIL("write", EINTR, EIO, kOneByte, EAGAIN, ENOSPC)
     return next(file, bytes, AT_MOST_ONE(size));
 }
