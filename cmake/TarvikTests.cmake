@@ -102,6 +102,14 @@ function(tarvik_add_unit_test name)
     else()
         target_link_options(${name} PRIVATE ${TARVIK_TEST_LINKER})
     endif()
+    if("system_call" IN_LIST ARG_FAULTS)
+        set(wrapped
+            access chown clock_nanosleep dladdr fdopen fopen fstat getpwuid_r getrandom open pread
+            pthread_cond_timedwait pthread_cond_wait pthread_create pthread_key_create
+            pthread_setspecific stat syslog write)
+        list(TRANSFORM wrapped PREPEND "-Wl,--wrap=")
+        target_link_options(${name} PRIVATE ${wrapped})
+    endif()
     set_target_properties(${name} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/tests/unit")
     tarvik_register_test(${name} LABELS ${labels} LAUNCHER ${ARG_LAUNCHER} TIMEOUT ${ARG_TIMEOUT})

@@ -1,0 +1,183 @@
+#include "unit/faults/system_call_fault.h"
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <time.h>
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "platform/thread.h"
+
+namespace tarvik::test {
+namespace {
+
+// Not thread_local: the first access of such a variable may call one of the functions.
+std::atomic<std::uint32_t> failing_thread{0};
+std::atomic<std::uint32_t> starving_thread{0};
+// Used by the failing thread only.
+const char* failing_function = nullptr;
+int failing_error = 0;
+int failures_left = 0;
+int calls = 0;
+
+std::atomic<bool> daemon_runs{false};
+int daemon_priority = -1;
+char daemon_text[256];
+
+// False: the call is not to fail. Otherwise errno is set.
+bool Fails(const char* function) {
+    const std::uint32_t thread = failing_thread.load(std::memory_order_relaxed);
+    if (thread == 0 || thread != OsCurrentThreadId()) return false;
+    if (std::strcmp(function, failing_function) != 0) return false;
+    ++calls;
+    if (failures_left == 0) return false;
+    --failures_left;
+    errno = failing_error;
+    return true;
+}
+
+bool IsOneByte() { return failing_error == SystemCallFault::kOneByte; }
+
+}  // namespace
+
+SystemCallFault::SystemCallFault(const char* function, int error, int failures) {
+    failing_function = function;
+    failing_error = error;
+    failures_left = failures;
+    calls = 0;
+    failing_thread = OsCurrentThreadId();
+}
+SystemCallFault::~SystemCallFault() { failing_thread = 0; }
+int SystemCallFault::Calls() const { return calls; }
+
+NoMemory::NoMemory() { starving_thread = OsCurrentThreadId(); }
+NoMemory::~NoMemory() { starving_thread = 0; }
+
+FakeLogDaemon::FakeLogDaemon() {
+    daemon_priority = -1;
+    daemon_text[0] = '\0';
+    daemon_runs = true;
+}
+FakeLogDaemon::~FakeLogDaemon() { daemon_runs = false; }
+int FakeLogDaemon::Priority() const { return daemon_priority; }
+std::string FakeLogDaemon::Text() const { return daemon_text; }
+
+}  // namespace tarvik::test
+
+using namespace tarvik::test;
+
+// FAILING(RESULT, FUNCTION, (PARAMETERS), (ARGUMENTS), FAILURE): what a call returns that fails.
+// cmake/TarvikTests.cmake lists the functions for the linker.
+// NOLINTBEGIN(bugprone-macro-parentheses, bugprone-reserved-identifier)
+#define FAILING(result, function, parameters, arguments, failure) \
+    extern "C" result __real_##function parameters;               \
+    extern "C" result __wrap_##function parameters;               \
+    extern "C" result __wrap_##function parameters {              \
+        if (Fails(#function)) return failure;                     \
+        return __real_##function arguments;                       \
+    }
+
+FAILING(int, chown, (const char* path, uid_t user, gid_t group), (path, user, group), -1)
+FAILING(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* until, timespec* left),
+        (clock, flags, until, left), errno)
+FAILING(int, dladdr, (const void* address, Dl_info* found), (address, found), 0)
+FAILING(FILE*, fdopen, (int descriptor, const char* mode), (descriptor, mode), nullptr)
+FAILING(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullptr)
+FAILING(int, fstat, (int descriptor, struct stat* found), (descriptor, found), -1)
+FAILING(ssize_t, getrandom, (void* bytes, std::size_t size, unsigned flags), (bytes, size, flags),
+        -1)
+FAILING(int, pthread_cond_timedwait,
+        (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until),
+        (condition, mutex, until), errno)
+FAILING(int, pthread_cond_wait, (pthread_cond_t * condition, pthread_mutex_t* mutex),
+        (condition, mutex), errno)
+FAILING(int, pthread_create,
+        (pthread_t * thread, const pthread_attr_t* attributes, void* (*entry)(void*),
+         void* argument),
+        (thread, attributes, entry, argument), errno)
+FAILING(int, pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)),
+        (key, destructor), errno)
+FAILING(int, pthread_setspecific, (pthread_key_t key, const void* value), (key, value), errno)
+FAILING(int, stat, (const char* path, struct stat* found), (path, found), -1)
+
+extern "C" {
+
+int __real_access(const char* path, int mode);
+int __wrap_access(const char* path, int mode);
+int __wrap_access(const char* path, int mode) {
+    if (daemon_runs && std::strcmp(path, _PATH_LOG) == 0) return 0;
+    return __real_access(path, mode);
+}
+
+// With 0 as error: there is no such user.
+int __real_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found);
+int __wrap_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found);
+int __wrap_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found) {
+    if (!Fails("getpwuid_r")) return __real_getpwuid_r(user, entry, strings, size, found);
+    *found = nullptr;
+    return errno;
+}
+
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...) {
+    if (Fails("open")) return -1;
+    std::va_list more;
+    va_start(more, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return __real_open(path, flags, mode);
+}
+
+ssize_t __real_pread(int descriptor, void* bytes, std::size_t size, off_t offset);
+ssize_t __wrap_pread(int descriptor, void* bytes, std::size_t size, off_t offset);
+ssize_t __wrap_pread(int descriptor, void* bytes, std::size_t size, off_t offset) {
+    const bool fails = Fails("pread");
+    if (fails && !IsOneByte()) return -1;
+    return __real_pread(descriptor, bytes, fails && size > 1 ? 1 : size, offset);
+}
+
+ssize_t __real_write(int descriptor, const void* bytes, std::size_t size);
+ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t size);
+ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t size) {
+    const bool fails = Fails("write");
+    if (fails && !IsOneByte()) return -1;
+    return __real_write(descriptor, bytes, fails && size > 1 ? 1 : size);
+}
+
+void __wrap_syslog(int priority, const char* format, ...);
+void __wrap_syslog(int priority, const char* format, ...) {
+    std::va_list more;
+    va_start(more, format);
+    std::vsnprintf(daemon_text, sizeof daemon_text, format, more);
+    va_end(more);
+    daemon_priority = priority;
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)
+
+// All that are used together: a sanitizer's own do not match malloc and free.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    const std::uint32_t thread = starving_thread.load(std::memory_order_relaxed);
+    if (thread != 0 && thread == tarvik::OsCurrentThreadId()) return nullptr;
+    return std::malloc(size);
+}
+void* operator new(std::size_t size) {
+    void* block = std::malloc(size);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }

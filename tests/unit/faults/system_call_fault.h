@@ -1,0 +1,46 @@
+#pragma once
+
+#include <string>
+
+// Functions of the C library that fail; Linux only. The linker redirects the calls of the library,
+// and of the test program itself, so make no assertions while one fails.
+namespace tarvik::test {
+
+// While it lives, and there is one at a time, this function fails when the calling thread calls it.
+// system_call_fault.cpp lists those that can.
+class SystemCallFault {
+public:
+    static constexpr int kAlways = 1'000'000;
+    // As `error`: the function transfers one byte instead of all.
+    static constexpr int kOneByte = -1;
+
+    SystemCallFault(const char* function, int error, int failures = kAlways);
+    ~SystemCallFault();
+    SystemCallFault(const SystemCallFault&) = delete;
+    SystemCallFault& operator=(const SystemCallFault&) = delete;
+
+    int Calls() const;  // how many there were, those after the failures included
+};
+
+// While it lives, and there is one at a time, operator new returns null where it does not throw.
+class NoMemory {
+public:
+    NoMemory();
+    ~NoMemory();
+    NoMemory(const NoMemory&) = delete;
+    NoMemory& operator=(const NoMemory&) = delete;
+};
+
+// While it lives, and there is one at a time, a log daemon seems to run.
+class FakeLogDaemon {
+public:
+    FakeLogDaemon();
+    ~FakeLogDaemon();
+    FakeLogDaemon(const FakeLogDaemon&) = delete;
+    FakeLogDaemon& operator=(const FakeLogDaemon&) = delete;
+
+    int Priority() const;      // of the last message; -1: none
+    std::string Text() const;  // of the last message
+};
+
+}  // namespace tarvik::test
