@@ -3,6 +3,7 @@
 #include <atomic>
 #include <optional>
 
+#include "objects/lifecycle.h"
 #include "platform/thread.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/worker/worker_link.h"
@@ -329,6 +330,30 @@ TEST_F(BusyRawReceive, IsTerminatedWhenADestructsTimeIsUp) {
     EXPECT_TRUE(HasThreadLine(log, "   Failed to stop thread"));
     EXPECT_EQ(Switches(), Flags{kRawReceptionOff});
     EXPECT_EQ(RecordedTermination::Last(), cop->receive_thread);
+}
+
+TEST_F(RawReceive, CallsOfATerminatedThreadAreNotWaitedFor) {
+    const RecordedTermination termination;
+    std::atomic<bool> entered{false};
+    std::atomic<bool> released{false};
+    on_event = [&] {
+        const ApiCall call;
+        entered = true;
+        Eventually([&] { return released.load(); });
+    };
+    const Ref<ComPrimitive> cop = MakeReceiver();
+    Start(cop);
+    Arrives(1, {});
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    // Two waits, for the two generations of calls.
+    EXPECT_FALSE(WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0));
+    link->destructing_thread = OsCurrentThreadId();
+    link->stop_deadline_ms = TickMs();
+    Stop(cop);
+    EXPECT_TRUE(WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0));
+    released = true;
+    EXPECT_TRUE(Ends(cop));
+    EXPECT_TRUE(WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0));
 }
 
 // As a thread that is terminated while it sends leaves it.

@@ -1,5 +1,6 @@
 // Raw links on a module whose queues belong to the test.
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -8,6 +9,8 @@
 #include "objects/links.h"
 #include "unit/objects/fake_modules.h"
 #include "unit/test_system.h"
+#include "unit/worker/test_limits.h"
+#include "worker/stop_links.h"
 
 namespace tarvik::test {
 namespace {
@@ -214,6 +217,69 @@ TEST_F(RawLinks, TakeOverInOrderHoweverFastReceiversFollow) {
     for (std::size_t i = 0; i < flags.size(); ++i) {
         ASSERT_EQ(flags[i], i % 2 == 0 ? kRawReceptionOn : kRawReceptionOff) << "packet " << i;
     }
+}
+
+// The receive thread of a destroyed link is inside a callback that is inside a call of the API. The
+// link's worker waits for the thread.
+class RawLinksInACall : public RawLinks {
+protected:
+    void SetUp() override {
+        worker_limits.destroyed_end_ms = 1;
+        RawLinks::SetUp();
+        const std::uint32_t hCLL = CreateRaw();
+        StartReceiving(hCLL);
+        AwaitWorker(hCLL);
+        link_ = FindLink(0, hCLL);
+        action = [this] {
+            if (entered_.exchange(true)) return;
+            const ApiCall call;
+            inside_ = true;
+            Eventually([this] { return stops_.load() || released_.load(); });
+            if (stops_) {
+                StopAllLinks();
+                only_own_calls_ = WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0);
+                stopped_ = true;
+            }
+            Eventually([this] { return released_.load(); });
+        };
+        EXPECT_EQ(PDURegisterEventCallback(0, hCLL, OnEvent), PDU_STATUS_NOERROR);
+        ReceiveFrame(1);
+        ASSERT_TRUE(Eventually([this] { return inside_.load(); }));
+        EXPECT_EQ(PDUDestroyComLogicalLink(0, hCLL), PDU_STATUS_NOERROR);
+    }
+    void TearDown() override {
+        Release();
+        RawLinks::TearDown();
+    }
+    void Release() {
+        released_ = true;
+        EXPECT_TRUE(Eventually([this] { return OsThreadJoin(link_->thread, 100); }));
+    }
+    // Two waits, for the two generations of calls.
+    static bool OthersAreInACall() { return !WaitForOtherApiCalls(0) || !WaitForOtherApiCalls(0); }
+
+    LinkRef link_;
+    std::atomic<bool> entered_{false}, inside_{false}, released_{false};
+    std::atomic<bool> stops_{false}, stopped_{false}, only_own_calls_{false};
+
+private:
+    const LimitsScope scope_;
+};
+
+TEST_F(RawLinksInACall, AreNotWaitedForOnceTheirThreadIsGivenUp) {
+    EXPECT_TRUE(OthersAreInACall());
+    StopAllLinks();
+    EXPECT_FALSE(OthersAreInACall());
+    Release();
+    EXPECT_FALSE(OthersAreInACall());
+}
+
+// Otherwise its own call would stand for that of the other thread.
+TEST_F(RawLinksInACall, StillWaitForOthersWhenTheirThreadStopsTheLinks) {
+    const ApiCall call;
+    stops_ = true;
+    ASSERT_TRUE(Eventually([this] { return stopped_.load(); }));
+    EXPECT_FALSE(only_own_calls_);
 }
 
 TEST_F(RawLinks, LeakNoMemory) {
