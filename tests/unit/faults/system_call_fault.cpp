@@ -5,8 +5,11 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <termios.h>
 #include <time.h>
 
 #include <atomic>
@@ -28,6 +31,7 @@ std::atomic<std::uint32_t> starving_thread{0};
 const char* failing_function = nullptr;
 int failing_error = 0;
 int failures_left = 0;
+int allowed_left = 0;
 int calls = 0;
 
 std::atomic<bool> daemon_runs{false};
@@ -40,6 +44,10 @@ bool Fails(const char* function) {
     if (thread == 0 || thread != OsCurrentThreadId()) return false;
     if (std::strcmp(function, failing_function) != 0) return false;
     ++calls;
+    if (allowed_left > 0) {
+        --allowed_left;
+        return false;
+    }
     if (failures_left == 0) return false;
     --failures_left;
     errno = failing_error;
@@ -50,10 +58,11 @@ bool IsOneByte() { return failing_error == SystemCallFault::kOneByte; }
 
 }  // namespace
 
-SystemCallFault::SystemCallFault(const char* function, int error, int failures) {
+SystemCallFault::SystemCallFault(const char* function, int error, int failures, int allowed) {
     failing_function = function;
     failing_error = error;
     failures_left = failures;
+    allowed_left = allowed;
     calls = 0;
     failing_thread = OsCurrentThreadId();
 }
@@ -91,6 +100,12 @@ FAILING(int, chown, (const char* path, uid_t user, gid_t group), (path, user, gr
 FAILING(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* until, timespec* left),
         (clock, flags, until, left), errno)
 FAILING(int, dladdr, (const void* address, Dl_info* found), (address, found), 0)
+FAILING(int, epoll_create1, (int flags), (flags), -1)
+FAILING(int, epoll_ctl, (int poll, int operation, int descriptor, epoll_event* events),
+        (poll, operation, descriptor, events), -1)
+FAILING(int, epoll_wait, (int poll, epoll_event* events, int count, int timeout_ms),
+        (poll, events, count, timeout_ms), -1)
+FAILING(int, eventfd, (unsigned value, int flags), (value, flags), -1)
 FAILING(FILE*, fdopen, (int descriptor, const char* mode), (descriptor, mode), nullptr)
 FAILING(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullptr)
 FAILING(int, fstat, (int descriptor, struct stat* found), (descriptor, found), -1)
@@ -108,7 +123,11 @@ FAILING(int, pthread_create,
 FAILING(int, pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)),
         (key, destructor), errno)
 FAILING(int, pthread_setspecific, (pthread_key_t key, const void* value), (key, value), errno)
+FAILING(ssize_t, read, (int descriptor, void* bytes, std::size_t size), (descriptor, bytes, size),
+        -1)
 FAILING(int, stat, (const char* path, struct stat* found), (path, found), -1)
+
+FAILING(int, tcgetattr, (int descriptor, termios* settings), (descriptor, settings), -1)
 
 extern "C" {
 

@@ -14,7 +14,8 @@ public:
     // As `error`: the function transfers one byte instead of all.
     static constexpr int kOneByte = -1;
 
-    SystemCallFault(const char* function, int error, int failures = kAlways);
+    // The first `allowed` calls succeed, then `failures` fail.
+    SystemCallFault(const char* function, int error, int failures = kAlways, int allowed = 0);
     ~SystemCallFault();
     SystemCallFault(const SystemCallFault&) = delete;
     SystemCallFault& operator=(const SystemCallFault&) = delete;

@@ -1,12 +1,47 @@
 // Discovery of dongles through udev, on a mocked bus.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <libudev.h>
 #include <umockdev.h>
 
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "transport/serial/port_discovery.h"
+
+namespace {
+
+// The function of udev that fails; null: none.
+const char* failing_function = nullptr;
+
+bool Fails(const char* function) {
+    return failing_function != nullptr && std::strcmp(failing_function, function) == 0;
+}
+
+}  // namespace
+
+// The linker redirects the library's calls to these; CMakeLists.txt lists them.
+// NOLINTBEGIN(bugprone-macro-parentheses, bugprone-reserved-identifier)
+#define FAILING(result, function, parameters, arguments, failure)          \
+    extern "C" result __real_##function parameters;                        \
+    extern "C" result __wrap_##function parameters;                        \
+    extern "C" result __wrap_##function parameters {                       \
+        return Fails(#function) ? (failure) : __real_##function arguments; \
+    }
+
+FAILING(udev*, udev_new, (), (), nullptr)
+FAILING(udev_enumerate*, udev_enumerate_new, (udev * context), (context), nullptr)
+FAILING(int, udev_enumerate_add_match_subsystem, (udev_enumerate * list, const char* name),
+        (list, name), -ENOMEM)
+FAILING(int, udev_enumerate_add_match_sysname, (udev_enumerate * list, const char* name),
+        (list, name), -ENOMEM)
+FAILING(int, udev_enumerate_scan_devices, (udev_enumerate * list), (list), -ENOMEM)
+FAILING(udev_device*, udev_device_new_from_syspath, (udev * context, const char* path),
+        (context, path), nullptr)
+FAILING(const char*, udev_device_get_devnode, (udev_device * device), (device), nullptr)
+// NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)
 
 namespace tarvik::test {
 namespace {
@@ -96,6 +131,44 @@ TEST_F(PortDiscovery, RemovedPortIsMissingFromTheNextList) {
     EXPECT_EQ(Discover().size(), 1u);
     Remove(tty);
     EXPECT_TRUE(Discover().empty());
+}
+
+// A function of udev that fails, and what discovery makes of it.
+struct Refusal {
+    bool succeeds;
+    Found found;
+};
+
+class FaultyDiscovery : public PortDiscovery {
+protected:
+    FaultyDiscovery() { AddTty("ttyACM0", "303a", "1001"); }
+    static Refusal DiscoverWhile(const char* function) {
+        Refusal refusal{};
+        failing_function = function;
+        refusal.succeeds = DiscoverPorts(Add, &refusal.found);
+        failing_function = nullptr;
+        return refusal;
+    }
+};
+
+TEST_F(FaultyDiscovery, FailsIfUdevRefusesTheList) {
+    for (const char* function :
+         {"udev_new", "udev_enumerate_new", "udev_enumerate_add_match_subsystem",
+          "udev_enumerate_add_match_sysname", "udev_enumerate_scan_devices"}) {
+        const Refusal refusal = DiscoverWhile(function);
+        EXPECT_FALSE(refusal.succeeds) << function;
+        EXPECT_EQ(refusal.found, Found{}) << function;
+    }
+    EXPECT_EQ(Discover().size(), 1u);
+}
+
+// It may be unplugged while the list is read.
+TEST_F(FaultyDiscovery, LeavesOutADeviceThatIsGone) {
+    for (const char* function : {"udev_device_new_from_syspath", "udev_device_get_devnode"}) {
+        const Refusal refusal = DiscoverWhile(function);
+        EXPECT_TRUE(refusal.succeeds) << function;
+        EXPECT_EQ(refusal.found, Found{}) << function;
+    }
 }
 
 }  // namespace

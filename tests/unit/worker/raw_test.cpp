@@ -234,12 +234,14 @@ protected:
             if (entered_.exchange(true)) return;
             const ApiCall call;
             inside_ = true;
-            Eventually([this] { return stops_.load() || released_.load(); });
+            Eventually([this] { return stops_ || calls_again_ || released_; });
             if (stops_) {
                 StopAllLinks();
                 only_own_calls_ = WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0);
                 stopped_ = true;
             }
+            const ApiCall another;
+            inside_again_ = true;
             Eventually([this] { return released_.load(); });
         };
         EXPECT_EQ(PDURegisterEventCallback(0, hCLL, OnEvent), PDU_STATUS_NOERROR);
@@ -260,6 +262,7 @@ protected:
 
     LinkRef link_;
     std::atomic<bool> entered_{false}, inside_{false}, released_{false};
+    std::atomic<bool> calls_again_{false}, inside_again_{false};
     std::atomic<bool> stops_{false}, stopped_{false}, only_own_calls_{false};
 
 private:
@@ -269,6 +272,9 @@ private:
 TEST_F(RawLinksInACall, AreNotWaitedForOnceTheirThreadIsGivenUp) {
     EXPECT_TRUE(OthersAreInACall());
     StopAllLinks();
+    EXPECT_FALSE(OthersAreInACall());
+    calls_again_ = true;
+    ASSERT_TRUE(Eventually([this] { return inside_again_.load(); }));
     EXPECT_FALSE(OthersAreInACall());
     Release();
     EXPECT_FALSE(OthersAreInACall());
