@@ -32,6 +32,8 @@ const char* failing_function = nullptr;
 int failing_error = 0;
 int failures_left = 0;
 int allowed_left = 0;
+// Used by the starving thread only.
+int blocks_left = 0;
 int calls = 0;
 
 std::atomic<bool> daemon_runs{false};
@@ -69,7 +71,10 @@ SystemCallFault::SystemCallFault(const char* function, int error, int failures, 
 SystemCallFault::~SystemCallFault() { failing_thread = 0; }
 int SystemCallFault::Calls() const { return calls; }
 
-NoMemory::NoMemory() { starving_thread = OsCurrentThreadId(); }
+NoMemory::NoMemory(int allowed) {
+    blocks_left = allowed;
+    starving_thread = OsCurrentThreadId();
+}
 NoMemory::~NoMemory() { starving_thread = 0; }
 
 FakeLogDaemon::FakeLogDaemon() {
@@ -174,7 +179,7 @@ ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t size) {
     return __real_write(descriptor, bytes, fails && size > 1 ? 1 : size);
 }
 
-void __wrap_syslog(int priority, const char* format, ...);
+__attribute__((format(printf, 2, 3))) void __wrap_syslog(int priority, const char* format, ...);
 void __wrap_syslog(int priority, const char* format, ...) {
     std::va_list more;
     va_start(more, format);
@@ -189,7 +194,10 @@ void __wrap_syslog(int priority, const char* format, ...) {
 // All that are used together: a sanitizer's own do not match malloc and free.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     const std::uint32_t thread = starving_thread.load(std::memory_order_relaxed);
-    if (thread != 0 && thread == tarvik::OsCurrentThreadId()) return nullptr;
+    if (thread != 0 && thread == tarvik::OsCurrentThreadId()) {
+        if (blocks_left == 0) return nullptr;
+        --blocks_left;
+    }
     return std::malloc(size);
 }
 void* operator new(std::size_t size) {

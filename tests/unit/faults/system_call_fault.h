@@ -23,10 +23,11 @@ public:
     int Calls() const;  // how many there were, those after the failures included
 };
 
-// While it lives, and there is one at a time, operator new returns null where it does not throw.
+// While it lives, and there is one at a time, operator new returns null where it does not throw,
+// once the calling thread has got memory `allowed` times.
 class NoMemory {
 public:
-    NoMemory();
+    explicit NoMemory(int allowed = 0);
     ~NoMemory();
     NoMemory(const NoMemory&) = delete;
     NoMemory& operator=(const NoMemory&) = delete;

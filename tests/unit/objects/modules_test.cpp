@@ -3,6 +3,7 @@
 
 #include "link/packet.h"
 #include "transport/login_report.h"
+#include "unit/faults/thread_start_fault.h"
 #include "unit/objects/fake_modules.h"
 
 namespace tarvik::test {
@@ -88,6 +89,16 @@ TEST_F(Modules, DestructClearsTheirSlots) {
     EXPECT_EQ(ModuleDevices->slots[0].transport, 0u);
     EXPECT_EQ(ModuleDevices->slots[0].status.load(), 0u);
     EXPECT_FALSE(ModuleDevices->slots[0].present.load());
+}
+
+TEST_F(Modules, ScanWithoutThreadsAsksOneTransportAfterTheOther) {
+    cloud_dongles = {{.mac_end = 2}};
+    Handles found;
+    {
+        const ThreadStartFault fault("Tarvik UpdateDevices", 11);
+        found = Scan();
+    }
+    EXPECT_EQ(found, (Handles{0, 1}));
 }
 
 TEST_F(Modules, SameAddressOnTwoTransportsIsTwoModules) {

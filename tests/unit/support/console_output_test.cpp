@@ -10,6 +10,7 @@
 #include "support/console_output.h"
 #include "support/debug_console.h"
 #include "support/log.h"
+#include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -62,6 +63,20 @@ TEST(Console, ThreadsPrintWholeLines) {
         ASSERT_EQ(line, "<" + std::string(100, line.size() > 1 ? line[1] : '?') + ">");
     }
     EXPECT_EQ(count, 400);
+}
+
+TEST(Console, CallersPrintThemselvesIfTheThreadIsRefused) {
+    paused_console::PausedConsole console;
+    ASSERT_TRUE(console.IsUsable());
+    console.Resume();
+    {
+        const test::ThreadStartFault fault("Tarvik PrinterThread", 11);
+        StartConsoleOutput();
+    }
+    ConsolePrint("nobody else prints this\n");
+    EXPECT_TRUE(test::Eventually(
+        [&console] { return console.Shown().find("nobody else") != std::string::npos; }));
+    StopConsoleOutput();
 }
 
 TEST(Console, PauseHoldsNobodyUp) {

@@ -17,8 +17,10 @@
 #include "support/log.h"
 #include "support/memory.h"
 #include "unit/faults/debug_output_fault.h"
+#include "unit/faults/event_fault.h"
 #include "unit/faults/files_fault.h"
 #include "unit/faults/heap_fault.h"
+#include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
 
@@ -202,6 +204,24 @@ TEST_F(CopTrace, UnwritableFolderSwitchesTheTraceOff) {
     TraceCopCancelReq(kCop);
     StopCopTrace();
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
+}
+
+TEST_F(CopTrace, RefusedEventsOrThreadSwitchTheTraceOff) {
+    const MemoryUse before = LiveMemory();
+    {
+        const test::EventFault fault;
+        StartCopTrace();
+    }
+    EXPECT_FALSE(CopTraceActive());
+    EXPECT_TRUE(Files().empty());
+    {
+        const test::ThreadStartFault fault("Tarvik CopTraceFlusherThread", 11);
+        StartCopTrace();
+    }
+    EXPECT_FALSE(CopTraceActive());
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
+    StartCopTrace();
+    EXPECT_TRUE(CopTraceActive());
 }
 
 TEST_F(CopTrace, EveryReportDoesNothingWhileTheTraceIsOff) {
