@@ -96,6 +96,28 @@ TEST_F(Event, EitherWaitIsWokenByEachEvent) {
     EXPECT_TRUE(Eventually([&] { return last == 10; }));
 }
 
+// They are registered with the same event meanwhile.
+TEST_F(Event, EitherWaitsOfSeveralThreadsEndInAnyOrder) {
+    OsEvent* own[2] = {OsEventCreate(EventReset::kAuto), OsEventCreate(EventReset::kAuto)};
+    for (const int first : {0, 1}) {
+        std::atomic<int> starting{0};
+        std::atomic<int> results[2] = {-2, -2};
+        const auto wait = [&](int i) {
+            ++starting;
+            results[i] = OsEventWaitEither(manual_, own[i], -1);
+        };
+        Thread a([&] { wait(0); });
+        Thread b([&] { wait(1); });
+        EXPECT_TRUE(Eventually([&] { return starting == 2; }));
+        for (const int i : {first, 1 - first}) {
+            OsEventSet(own[i]);
+            EXPECT_TRUE(Eventually([&] { return results[i] == 1; }));
+        }
+    }
+    OsEventClose(own[0]);
+    OsEventClose(own[1]);
+}
+
 TEST_F(Event, EitherWaitSeesEverySetOfAnAutomaticEvent) {
     OsEvent* seen = OsEventCreate(EventReset::kAuto);
     std::atomic<bool> right{true};

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "platform/message_box.h"
 #include "unit/test_system.h"
 
 namespace tarvik {
@@ -109,6 +110,17 @@ const ChildBody kMessageBox("message-box", [] {
     test::CloseMessageBoxOf("Test Caption", [] { OsMessageBox("Test text", "Test Caption"); });
     return 0;
 });
+
+const ChildBody kWarningBox("warning-box", [] {
+    test::CloseMessageBoxOf("Test Caption", [] { OsWarningBox("Test text", "Test Caption"); });
+    return 0;
+});
+
+TEST(Process, WarningBoxReturnsWhenItIsClosed) {
+    const test::ChildResult result = RunChild("warning-box");
+    EXPECT_EQ(result.exit_code, 0);
+    EXPECT_EQ(result.output, test::PrintedMessageBox("Test text", "Test Caption"));
+}
 
 TEST(Process, MessageBoxReturnsWhenItIsClosed) {
     const test::ChildResult result = RunChild("message-box");
