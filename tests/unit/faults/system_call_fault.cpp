@@ -3,10 +3,12 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <termios.h>
@@ -104,6 +106,8 @@ using namespace tarvik::test;
 FAILING(int, chown, (const char* path, uid_t user, gid_t group), (path, user, group), -1)
 FAILING(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* until, timespec* left),
         (clock, flags, until, left), errno)
+FAILING(int, connect, (int descriptor, const sockaddr* address, socklen_t size),
+        (descriptor, address, size), -1)
 FAILING(int, dladdr, (const void* address, Dl_info* found), (address, found), 0)
 FAILING(int, epoll_create1, (int flags), (flags), -1)
 FAILING(int, epoll_ctl, (int poll, int operation, int descriptor, epoll_event* events),
@@ -116,6 +120,7 @@ FAILING(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullpt
 FAILING(int, fstat, (int descriptor, struct stat* found), (descriptor, found), -1)
 FAILING(ssize_t, getrandom, (void* bytes, std::size_t size, unsigned flags), (bytes, size, flags),
         -1)
+FAILING(int, poll, (pollfd * files, nfds_t count, int timeout_ms), (files, count, timeout_ms), -1)
 FAILING(int, pthread_cond_timedwait,
         (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until),
         (condition, mutex, until), errno)
@@ -130,6 +135,9 @@ FAILING(int, pthread_key_create, (pthread_key_t * key, void (*destructor)(void*)
 FAILING(int, pthread_setspecific, (pthread_key_t key, const void* value), (key, value), errno)
 FAILING(ssize_t, read, (int descriptor, void* bytes, std::size_t size), (descriptor, bytes, size),
         -1)
+FAILING(ssize_t, send, (int descriptor, const void* bytes, std::size_t size, int flags),
+        (descriptor, bytes, size, flags), -1)
+FAILING(int, socket, (int family, int type, int protocol), (family, type, protocol), -1)
 FAILING(int, stat, (const char* path, struct stat* found), (path, found), -1)
 
 FAILING(int, tcgetattr, (int descriptor, termios* settings), (descriptor, settings), -1)

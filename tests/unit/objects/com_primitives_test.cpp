@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "objects/com_primitives.h"
 #include "objects/links.h"
 #include "platform/tick.h"
 #include "unit/faults/heap_fault.h"
@@ -237,6 +238,20 @@ TEST_F(ComPrimitives, RequestWhoseBytesCannotBeCopiedIsRefused) {
         EXPECT_EQ(status, refused ? PDU_ERR_FCT_FAILED : PDU_STATUS_NOERROR) << allowed;
         EXPECT_EQ(LiveMemory() == before, refused) << allowed;
     }
+}
+
+// A destroy came first: the caller has found the link and waits for its mutex.
+TEST_F(ComPrimitives, LinkThatEndsMeanwhileCountsAsUnknown) {
+    link->state = PDU_CLLST_ONLINE;
+    link->running = false;
+    UNUM32 hCoP = 7;
+    EXPECT_EQ(
+        StartOnLink("Test", link.Get(), {PDU_COPT_STARTCOMM, 0, nullptr, nullptr, nullptr}, &hCoP),
+        PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(hCoP, 7u);
+    CancelOutcome outcome;
+    EXPECT_EQ(CancelOnLink("Test", link.Get(), 7, &outcome), PDU_ERR_INVALID_HANDLE);
+    EXPECT_FALSE(outcome.found);
 }
 
 }  // namespace

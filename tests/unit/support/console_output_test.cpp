@@ -10,6 +10,7 @@
 #include "support/console_output.h"
 #include "support/debug_console.h"
 #include "support/log.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
 #include "unit/test_system.h"
@@ -41,6 +42,17 @@ TEST(Console, LongTextIsPrintedWhole) {
         EXPECT_EQ(console.Text().find_first_not_of('x'), text.size());
         StopConsoleOutput();
     }
+}
+
+TEST(Console, LongTextIsCutWithoutMemory) {
+    const std::string text(5000, 'x');
+    test::StdoutCapture console;
+    {
+        const test::FailingHeap heap;
+        ConsolePrint("%s\n", text.c_str());
+    }
+    EXPECT_NE(console.Text().find(std::string(1023, 'x')), std::string::npos);
+    EXPECT_EQ(console.Text().find(std::string(1024, 'x')), std::string::npos);
 }
 
 TEST(Console, ThreadsPrintWholeLines) {

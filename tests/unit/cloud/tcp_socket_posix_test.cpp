@@ -1,0 +1,188 @@
+// The system's TCP, with a peer on this host, and when the system refuses something.
+
+#include "transport/cloud/tcp_socket.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "unit/faults/system_call_fault.h"
+#include "unit/faults/tracked_memory_fault.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+namespace {
+
+// The descriptor that is opened next.
+int NextDescriptor() {
+    const int probe = ::dup(STDOUT_FILENO);
+    ::close(probe);
+    return probe;
+}
+
+class Tcp : public testing::Test {
+protected:
+    Tcp() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* generic = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(::bind(listener_, generic, size), 0);
+        EXPECT_EQ(::listen(listener_, 4), 0);
+        EXPECT_EQ(::getsockname(listener_, generic, &size), 0);
+        port_ = std::to_string(ntohs(address.sin_port));
+        EXPECT_EQ(ResolveTcp("127.0.0.1", port_.c_str(), &addresses_), 0);
+    }
+    ~Tcp() override {
+        FreeTcpAddresses(addresses_);
+        ::close(listener_);
+    }
+
+    TcpSocket* Connect() const { return ConnectTcp(*addresses_, never_); }
+    TcpSocket* ConnectWhile(const char* function, int error,
+                            int failures = SystemCallFault::kAlways) const {
+        const SystemCallFault fault(function, error, failures);
+        return Connect();
+    }
+
+    int listener_;
+    std::string port_;
+    TcpAddresses* addresses_ = nullptr;
+    const std::atomic<bool> never_{false};
+};
+
+// With the peer's end of the connection.
+class ConnectedTcp : public Tcp {
+protected:
+    void SetUp() override {
+        socket_ = Connect();
+        ASSERT_NE(socket_, nullptr);
+        peer_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        ASSERT_GE(peer_, 0);
+    }
+    void TearDown() override {
+        if (peer_ >= 0) ::close(peer_);
+        if (socket_ != nullptr) CloseTcp(socket_);
+    }
+
+    TcpWait WaitWhile(int error) const {
+        const SystemCallFault fault("poll", error);
+        return WaitForTcpData(socket_, 60'000);
+    }
+    bool SendWhile(int error, int failures = SystemCallFault::kAlways) const {
+        const SystemCallFault fault("send", error, failures);
+        return SendTcp(socket_, "four", 4);
+    }
+
+    TcpSocket* socket_ = nullptr;
+    int peer_ = -1;
+};
+
+TEST_F(Tcp, AddressesNeedMemory) {
+    TcpAddresses* addresses = nullptr;
+    int result = 0;
+    {
+        const RefusedRequests none(1, 1);
+        result = ResolveTcp("127.0.0.1", port_.c_str(), &addresses);
+    }
+    EXPECT_NE(result, 0);
+    EXPECT_EQ(addresses, nullptr);
+}
+
+TEST_F(Tcp, ConnectionNeedsMemoryAndIsClosedWithoutIt) {
+    const int next = NextDescriptor();
+    TcpSocket* socket = nullptr;
+    {
+        const RefusedRequests none(1, 1);
+        socket = Connect();
+    }
+    EXPECT_EQ(socket, nullptr);
+    EXPECT_EQ(NextDescriptor(), next);
+}
+
+TEST_F(Tcp, IsNotConnectedIfTheSystemRefusesAnyPart) {
+    const int next = NextDescriptor();
+    EXPECT_EQ(ConnectWhile("socket", EMFILE), nullptr);
+    EXPECT_EQ(ConnectWhile("connect", ENETUNREACH), nullptr);
+    EXPECT_EQ(ConnectWhile("poll", ENOMEM), nullptr);
+    EXPECT_EQ(NextDescriptor(), next);
+}
+
+TEST_F(Tcp, SignalDoesNotEndAnAttemptToConnect) {
+    TcpSocket* socket = ConnectWhile("poll", EINTR, 2);
+    ASSERT_NE(socket, nullptr);
+    CloseTcp(socket);
+}
+
+TEST_F(Tcp, RefusedConnectionIsNull) {
+    ::shutdown(listener_, SHUT_RDWR);
+    EXPECT_EQ(Connect(), nullptr);
+}
+
+TEST_F(ConnectedTcp, SignalEndsAWaitAsATimeOutAndAnErrorFailsIt) {
+    EXPECT_EQ(WaitWhile(EINTR), TcpWait::kTimeout);
+    EXPECT_EQ(WaitWhile(ENOMEM), TcpWait::kFailed);
+    EXPECT_EQ(WaitForTcpData(socket_, 0), TcpWait::kTimeout);
+}
+
+TEST_F(ConnectedTcp, SendGoesOnAfterASignalAndFailsAtAnError) {
+    EXPECT_TRUE(SendWhile(EINTR, 2));
+    char bytes[8] = {};
+    EXPECT_EQ(::read(peer_, bytes, sizeof bytes), 4);
+    EXPECT_STREQ(bytes, "four");
+    EXPECT_FALSE(SendWhile(ECONNRESET));
+}
+
+TEST_F(ConnectedTcp, SendWaitsUntilThePeerMakesRoom) {
+    const std::vector<char> much(16'000'000, 'x');
+    std::atomic<bool> sent{false};
+    Thread sender([&] { sent = SendTcp(socket_, much.data(), 16'000'000); });
+    std::size_t received = 0;
+    std::vector<char> piece(1 << 20);
+    while (received < much.size()) {
+        const ssize_t got = ::read(peer_, piece.data(), piece.size());
+        ASSERT_GT(got, 0);
+        received += static_cast<std::size_t>(got);
+    }
+    sender.Join();
+    EXPECT_TRUE(sent);
+    EXPECT_EQ(received, much.size());
+}
+
+TEST_F(ConnectedTcp, AbortEndsASendThatWaitsForRoom) {
+    const std::vector<char> much(64'000'000, 'x');
+    std::atomic<bool> sent{true};
+    Thread sender([&] { sent = SendTcp(socket_, much.data(), 64'000'000); });
+    char first = 0;
+    EXPECT_EQ(::recv(peer_, &first, 1, MSG_PEEK), 1);
+    AbortTcp(socket_);
+    sender.Join();
+    EXPECT_FALSE(sent);
+    EXPECT_FALSE(SendTcp(socket_, "four", 4));
+}
+
+TEST_F(ConnectedTcp, PeerThatEndsIsSeenAfterItsLastBytes) {
+    ASSERT_EQ(::write(peer_, "end", 3), 3);
+    ::close(peer_);
+    peer_ = -1;
+    EXPECT_TRUE(Eventually([&] {
+        return WaitForTcpData(socket_, 100) == TcpWait::kReadable && TcpPeerEnded(socket_);
+    }));
+    char bytes[8] = {};
+    EXPECT_EQ(PeekTcp(socket_, bytes, sizeof bytes), 3);
+    EXPECT_EQ(ReadTcp(socket_, bytes, sizeof bytes), 3);
+    EXPECT_STREQ(bytes, "end");
+    EXPECT_EQ(ReadTcp(socket_, bytes, sizeof bytes), 0);
+}
+
+}  // namespace
+}  // namespace tarvik::test
