@@ -16,6 +16,9 @@ BUILD_TARGETS=coverage_programs scripts/build.sh coverage || exit 1
 find "$folder" -name '*.gcda' -delete
 rm -rf "$folder/results" "$folder/html"
 mkdir -p "$folder/results" "$folder/html"
+# In this scenario of tests/torture the library's counts are written while allocations fail: libgcov
+# crashes then, and leaves a file that cannot be merged.
+export GTEST_FILTER=${GTEST_FILTER:--Unload.*}
 # shellcheck disable=SC2086 # several words
 ctest --preset coverage -j "${JOBS:-4}" -L 'unit|conformance' \
     --output-junit "$folder/results/ctest.xml" ${CTEST_OPTIONS:-} 2>&1 | tee build/logs/test-coverage.log
