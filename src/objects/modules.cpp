@@ -40,10 +40,6 @@ LinkRef FindLink(std::uint32_t hMod, std::uint32_t hCLL) {
     return LinkRef::Share(link);
 }
 
-bool IsLinkValid(std::uint32_t hMod, std::uint32_t hCLL) {
-    return static_cast<bool>(FindLink(hMod, hCLL));
-}
-
 namespace {
 
 void ClearSlot(std::uint32_t index, ModuleSlot& slot) {

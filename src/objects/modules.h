@@ -47,7 +47,6 @@ void LogModuleNotFound(const char* function, std::uint32_t hMod);
 
 // The link of a pair of handles. Empty unless the module is present and the link is valid.
 LinkRef FindLink(std::uint32_t hMod, std::uint32_t hCLL);
-bool IsLinkValid(std::uint32_t hMod, std::uint32_t hCLL);
 
 // Part of PDUDestruct: empties the table.
 void ClearModuleTable();
