@@ -4,6 +4,7 @@
 #include "unit/cloud/cloud_fixture.h"
 #include "unit/cloud/failure_boxes.h"
 #include "unit/faults/calendar_fault.h"
+#include "unit/faults/tracked_memory_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -291,6 +292,30 @@ TEST_F(WebSocketCarrier, LogsTheReasonsOfFailedTransfers) {
     network_.FailSending(kErrorTimeout);
     network_.Deliver(WirePacket(kTypePing));
     EXPECT_TRUE(Logs("[WebSocketTxThreadFunc] ret: 12002, GetLastError: 12002"));
+}
+
+// The rest of the packet would be taken for headers.
+TEST_F(WebSocketCarrier, PacketWithoutMemoryForItFailsTheReception) {
+    std::uint8_t header[MIN_PKT_SIZE];
+    StoreU32(header, kTypePing);
+    StoreU32(header + 4, 64);
+    const WebSocketSource source = {
+        [](void* context, void* data, std::uint32_t size, std::uint32_t* bytes, MessageKind* kind) {
+            std::memcpy(data, context, size);
+            *bytes = size;
+            *kind = MessageKind::kBinary;
+            return std::uint32_t{0};
+        },
+        header};
+    PacketPtr packet;
+    bool received = true;
+    {
+        const RefusedRequests none(1, 1'000);
+        received = ReceiveWebSocketPacket(source, &packet);
+    }
+    EXPECT_FALSE(received);
+    EXPECT_EQ(packet, nullptr);
+    EXPECT_TRUE(log_.Has("[WebSocketRxThreadFunc] Failed to realloc"));
 }
 
 TEST_F(WebSocketCarrier, ReadingNothingSucceedsAtOnce) {
