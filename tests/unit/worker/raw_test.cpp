@@ -266,7 +266,7 @@ protected:
     std::atomic<bool> stops_{false}, stopped_{false}, only_own_calls_{false};
 
 private:
-    const LimitsScope scope_;
+    LimitsScope scope_;
 };
 
 TEST_F(RawLinksInACall, AreNotWaitedForOnceTheirThreadIsGivenUp) {
