@@ -196,23 +196,18 @@ void __wrap_syslog(int priority, const char* format, ...) {
     daemon_priority = priority;
 }
 
-}  // extern "C"
-// NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)
-
-// All that are used together: a sanitizer's own do not match malloc and free.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+// operator new(std::size_t, const std::nothrow_t&). It is redirected like the others: one that the
+// program defines itself would meet those of the thread sanitizer.
+void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
+void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
     const std::uint32_t thread = starving_thread.load(std::memory_order_relaxed);
     if (thread != 0 && thread == tarvik::OsCurrentThreadId()) {
         if (blocks_left == 0) return nullptr;
         --blocks_left;
     }
-    return std::malloc(size);
+    return __real__ZnwmRKSt9nothrow_t(size, tag);
 }
-void* operator new(std::size_t size) {
-    void* block = std::malloc(size);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete(void* block, const std::nothrow_t&) noexcept { std::free(block); }
+
+}  // extern "C"
+// NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)
