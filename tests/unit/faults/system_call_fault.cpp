@@ -196,8 +196,8 @@ void __wrap_syslog(int priority, const char* format, ...) {
     daemon_priority = priority;
 }
 
-// operator new(std::size_t, const std::nothrow_t&). It is redirected like the others: one that the
-// program defines itself would meet those of the thread sanitizer.
+// operator new(std::size_t, const std::nothrow_t&). It is redirected like the others: a sanitizer
+// has operators of its own.
 void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
