@@ -1,5 +1,6 @@
 #include "link/packet_queue.h"
 
+#include <optional>
 #include <random>
 
 #include "link/packet_index.h"
@@ -232,6 +233,89 @@ TEST(PacketQueue, InitializingAnActiveQueueKeepsItsPackets) {
     Append(&queue, Numbered(kTypePing, 9));
     InitializeQueue(&queue);
     EXPECT_EQ(NumberOf(TakePacket(&queue, 0)), 9u);
+}
+
+// Frees the queue while another thread, which found it active, waits for its lock to do `call`.
+template <typename Call>
+void FreeBefore(Call call, PacketQueue* queue) {
+    std::atomic<bool> begun{false};
+    std::optional<Thread> late;
+    {
+        const LockGuard hold(queue->lock);
+        late.emplace([&] {
+            begun = true;
+            call();
+        });
+        EXPECT_TRUE(Eventually([&] { return begun.load(); }));
+        FreeQueue(queue);
+    }
+    late->Join();
+}
+// The other thread may be slower than that; then a round shows less.
+constexpr int kRounds = 5;
+
+TEST(PacketQueue, PacketThatComesWhenTheQueueIsFreedStaysWithItsSender) {
+    for (int round = 0; round < kRounds; ++round) {
+        Queue queue;
+        PacketPtr packet = Numbered(kTypePing, 4711);
+        bool taken = true;
+        FreeBefore([&] { taken = AppendPacket(&queue, packet, kNoTag); }, &queue);
+        EXPECT_FALSE(taken);
+        EXPECT_EQ(NumberOf(packet), 4711u);
+        EXPECT_EQ(queue.count, 0u);
+    }
+}
+
+TEST(PacketQueue, QueueThatTwoThreadsFreeIsFreedOnce) {
+    for (int round = 0; round < kRounds; ++round) {
+        Queue queue;
+        const LogCapture log;
+        FreeBefore([&] { FreeQueue(&queue); }, &queue);
+        EXPECT_EQ(log.Lines().size(), 1u);
+    }
+}
+
+TEST(PacketQueue, SearchThatComesWhenTheQueueIsFreedFindsNothing) {
+    for (int round = 0; round < kRounds; ++round) {
+        Queue queue;
+        Append(&queue, Numbered(kTypePing, 1), 7);
+        PacketPtr found;
+        PacketPtr tagged;
+        FreeBefore(
+            [&] {
+                found = TakePacket(&queue, -1);
+                tagged = QueueRemoveByTag(&queue, 7);
+            },
+            &queue);
+        EXPECT_EQ(found, nullptr);
+        EXPECT_EQ(tagged, nullptr);
+    }
+}
+
+// Otherwise the waiter would find it active and sleep again.
+TEST(PacketQueue, BecomesActiveOnlyWhenTheLastWaiterHasLeft) {
+    for (int round = 0; round < kRounds; ++round) {
+        PacketQueue queue;
+        queue.sleepers = 1;  // woken, but not yet gone
+        std::atomic<bool> begun{false};
+        bool was_active = true;
+        Thread waiter([&] {
+            Eventually([&] {
+                const LockGuard hold(queue.lock);
+                if (!begun) return false;
+                was_active = queue.active;
+                queue.sleepers = 0;
+                queue.drained.WakeAll();
+                return true;
+            });
+        });
+        begun = true;
+        InitializeQueue(&queue);
+        waiter.Join();
+        EXPECT_FALSE(was_active);
+        EXPECT_TRUE(queue.active);
+        FreeQueue(&queue);
+    }
 }
 
 TEST(PacketQueue, FreedQueueHasReleasedItsPacketsAndCanBeUsedAgain) {

@@ -7,6 +7,7 @@
 #include "platform/tick.h"
 #include "unit/faults/heap_fault.h"
 #include "unit/objects/fake_modules.h"
+#include "unit/test_system.h"
 
 namespace tarvik::test {
 namespace {
@@ -252,6 +253,37 @@ TEST_F(ComPrimitives, LinkThatEndsMeanwhileCountsAsUnknown) {
     CancelOutcome outcome;
     EXPECT_EQ(CancelOnLink("Test", link.Get(), 7, &outcome), PDU_ERR_INVALID_HANDLE);
     EXPECT_FALSE(outcome.found);
+}
+
+// The handles of a process's first two ComPrimitives, as an exit code.
+class FirstComPrimitives : public FakeModules {
+public:
+    static int Handles() {
+        FirstComPrimitives library;
+        library.TestBody();
+        return static_cast<int>(library.first * 10 + library.second);
+    }
+
+private:
+    void TestBody() override {
+        SetUp();
+        Scan();
+        UNUM32 hCLL = 0;
+        PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, nullptr);
+        PDUConnect(0, hCLL);
+        for (UNUM32* handle : {&first, &second}) {
+            PDUStartComPrimitive(0, hCLL, PDU_COPT_UPDATEPARAM, 0, nullptr, nullptr, nullptr,
+                                 handle);
+        }
+        TearDown();
+    }
+    UNUM32 first = 0;
+    UNUM32 second = 0;
+};
+const ChildBody first_com_primitives("first-com-primitives", FirstComPrimitives::Handles);
+
+TEST(ComPrimitiveHandles, CountFromOneInEachProcess) {
+    EXPECT_EQ(RunChild("first-com-primitives").exit_code, 12);
 }
 
 }  // namespace

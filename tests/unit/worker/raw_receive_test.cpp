@@ -76,8 +76,18 @@ TEST_F(RawReceive, DeliversIdentifierAndDataOfEveryFrame) {
     EXPECT_EQ(NextEvent(), "result 0/0 18DAF110010203 rx 00000100");
     Arrives(0x123, {});
     EXPECT_EQ(NextEvent(), "result 0/0 00000123 rx 00000000");
-    Arrives(0x18DAF110, {});  // nothing is written behind the identifier
-    EXPECT_EQ(NextEvent(), "result 0/0 18DAF110 rx 00000100");
+}
+
+TEST_F(RawReceive, NothingIsWrittenAfterTheIdentifierOfAFrameWithoutData) {
+    Start(MakeReceiver());
+    Arrives(0x18DAF110, {});
+    EventPtr event;
+    ASSERT_TRUE(Eventually([&] { return (event = link->events.Take()) != nullptr; }));
+    EXPECT_EQ(Describe(*event), "result 0/0 18DAF110 rx 00000100");
+    const auto& result = *static_cast<PDU_RESULT_DATA*>(event->pData);
+    EXPECT_EQ(RequestedSize(result.pDataBytes), 4u);
+    EXPECT_EQ(Hex(result.pDataBytes, 16), "18DAF110" + std::string(24, '0'))
+        << "a block is zero up to a multiple of 16 bytes";
 }
 
 TEST_F(RawReceive, FrameWithoutMemoryForItIsDropped) {
