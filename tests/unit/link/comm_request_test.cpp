@@ -535,6 +535,14 @@ TEST_F(CommRequestMultiTest, RequestLongerThanItsCountHoldsFailsWithoutSending) 
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }
 
+TEST_F(CommRequestMultiTest, MoreEntriesThanAPacketsLengthCountsFailWithoutSending) {
+    for (const std::uint32_t count : {0x20000000u, UINT32_MAX}) {
+        request.count = count;
+        EXPECT_FALSE(Run());
+    }
+    EXPECT_EQ(Queued(&dongle.tx), 0u);
+}
+
 TEST_F(CommRequestMultiTest, MissingArgumentsFailWithoutSending) {
     EXPECT_FALSE(CommRequestMulti(nullptr, &request, nullptr));
     EXPECT_FALSE(CommRequestMulti(&link, nullptr, nullptr));

@@ -470,6 +470,16 @@ TEST(PacketQueue, ChosenIdsDoNotShareABucket) {
     EXPECT_LT(queue.index->LongestChain(), 50u);
 }
 
+// As if the table had no secret: these differ above its lowest bits only.
+TEST(PacketQueue, IdsWithEqualLowBitsDoNotShareABucket) {
+    constexpr std::uint32_t kIds = 5000;
+    Queue queue;
+    std::mt19937 random(20260302);
+    for (std::uint32_t i = 0; i < kIds; ++i)
+        Append(&queue, ResponseTo(static_cast<std::uint32_t>(random()) << 14));
+    EXPECT_LT(queue.index->LongestChain(), kIds / 5);
+}
+
 struct PacketWaiting : testing::Test {
     // So many threads wait for a packet.
     bool Asleep(std::uint32_t waiters) {
