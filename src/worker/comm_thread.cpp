@@ -20,12 +20,10 @@ constexpr std::uint32_t kMaxTesterPresentBytes = 32;
 
 // An empty `message` switches the cyclic message off.
 void SendTesterPresent(LinkRecord* link, std::uint32_t period_ms, ByteView message) {
-    DeviceQueues* device = link->Device();
-    if (device == nullptr) return;
     const TesterPresentWire fields = {
         .type = kTypeTspr, .length = 0, .period_ms = period_ms, .value = kTesterPresentValue};
     PacketPtr packet = BuildPacket(fields, message);
-    if (packet != nullptr) FragSendPacket(device, packet);
+    FragSendPacket(link->Device(), packet);  // refuses a missing packet or dongle
 }
 
 void StartTesterPresent(LinkRecord* link, const ComPrimitive& cop) {

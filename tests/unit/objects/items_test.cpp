@@ -132,7 +132,7 @@ TEST_F(MakeItem, ResultWithoutMemoryLeavesTheDataToTheCaller) {
         EventPtr item;
         bool refused = false;
         {
-            const FailingHeap heap(allowed);
+            const FailingHeap heap(allowed, 1);
             item = MakeResultItem(content);
             refused = heap.Refused();
         }

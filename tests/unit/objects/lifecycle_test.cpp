@@ -10,11 +10,14 @@ namespace {
 
 constexpr std::uint32_t kLongMs = 10'000;
 
-// Another thread that is inside a call from here to End.
+// Another thread that is inside a call from here to End. It is one of the library if it has a
+// record.
 class CallElsewhere {
 public:
-    CallElsewhere()
-        : thread_([this] {
+    explicit CallElsewhere(ThreadCalls* record = nullptr)
+        : thread_([this, record] {
+              std::optional<CountThreadCalls> of_library;
+              if (record != nullptr) of_library.emplace(record);
               {
                   const ApiCall call;
                   inside_ = true;
@@ -99,6 +102,67 @@ TEST(ApiCalls, WaitEndsWithTheLastCall) {
         });
         waiting = true;
         EXPECT_TRUE(WaitForOtherApiCalls(kLongMs));
+    }
+}
+
+TEST(ApiCalls, CallOfAThreadThatIsGivenUpIsNotWaitedFor) {
+    for (int i = 0; i < kGenerations; ++i) {
+        ThreadCalls record;
+        CallElsewhere call(&record);
+        EXPECT_FALSE(WaitForOtherApiCalls(0));
+        record.GiveUp();
+        EXPECT_TRUE(WaitForOtherApiCalls(0));
+        EXPECT_TRUE(WaitForOtherApiCalls(0));
+        record.GiveUp();
+        EXPECT_TRUE(WaitForOtherApiCalls(0));
+        call.End();
+        const CallElsewhere other;
+        EXPECT_FALSE(WaitForOtherApiCalls(0)) << "the first was taken out once";
+    }
+}
+
+TEST(ApiCalls, CallThatAThreadBeginsAfterItWasGivenUpDoesNotCount) {
+    for (int i = 0; i < kGenerations; ++i) {
+        ThreadCalls record;
+        record.GiveUp();
+        CallElsewhere call(&record);
+        for (int wait = 0; wait < 2; ++wait)
+            EXPECT_TRUE(WaitForOtherApiCalls(0));
+        call.End();
+        const CallElsewhere other;
+        EXPECT_FALSE(WaitForOtherApiCalls(0));
+    }
+}
+
+TEST(ApiCalls, OwnCallsOfALibraryThreadAreNotWaitedFor) {
+    ThreadCalls record;
+    const Thread library([&] {
+        const CountThreadCalls count(&record);
+        for (int i = 0; i < kGenerations; ++i) {
+            const ApiCall outer;
+            EXPECT_TRUE(WaitForOtherApiCalls(0));
+            const ApiCall inner;
+            EXPECT_TRUE(WaitForOtherApiCalls(0));
+        }
+    });
+}
+
+TEST(LibraryLifecycle, IsConstructedUntilItsDestructionHasEnded) {
+    struct Step {
+        Lifecycle state;
+        bool constructed;
+    };
+    constexpr Step kSteps[] = {{Lifecycle::kConstructing, false},
+                               {Lifecycle::kConstructed, true},
+                               {Lifecycle::kDestructing, true},
+                               {Lifecycle::kNotConstructed, false}};
+    Lifecycle now = Lifecycle::kNotConstructed;
+    for (const Step& step : kSteps) {
+        EXPECT_FALSE(ChangeLibraryState(step.state, now)) << "it is not in this state";
+        ASSERT_TRUE(ChangeLibraryState(now, step.state));
+        now = step.state;
+        EXPECT_EQ(LibraryState(), now);
+        EXPECT_EQ(IsConstructed(), step.constructed);
     }
 }
 

@@ -1,4 +1,5 @@
 #include <functional>
+#include <optional>
 #include <thread>
 
 #include "objects/state_changes.h"
@@ -217,6 +218,64 @@ TEST_F(Links, KeptModuleLockIsReleasedWhenItsThreadDestructsSecond) {
     EXPECT_EQ(PDUDestruct(), PDU_ERR_PDUAPI_NOT_CONSTRUCTED);
     leave = true;
     other.join();
+}
+
+// Of a link that no worker touches. The test holds its mutex while another thread asks for it.
+class LinkMutex : public testing::Test {
+protected:
+    LinkMutex() { link->mutex = OsMutexCreate(); }
+
+    void Ask(LinkUser user) {
+        asker.emplace([this, user] {
+            const LinkMutexGuard guard(link.Get(), user);
+            owned = static_cast<bool>(guard);
+            answered = true;
+        });
+    }
+    bool Answered() const {
+        return Eventually([this] { return answered.load(); });
+    }
+
+    Ref<LinkRecord> link = MakeCounted<LinkRecord>();
+    std::atomic<bool> owned{false};
+    std::atomic<bool> answered{false};
+    std::optional<Thread> asker;
+};
+
+TEST_F(LinkMutex, IsNotWaitedForOnceItsLinkIsDestroyed) {
+    for (const LinkUser user : {LinkUser::kApiCall, LinkUser::kWorker}) {
+        link->running = true;
+        answered = false;
+        ASSERT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);
+        Ask(user);
+        EXPECT_FALSE(answered);
+        link->running = false;
+        EXPECT_TRUE(Answered());
+        OsMutexUnlock(link->mutex);
+        asker.reset();
+        EXPECT_FALSE(owned);
+    }
+}
+
+TEST_F(LinkMutex, OfADestroyedLinkIsForItsWorkerOnly) {
+    Ask(LinkUser::kApiCall);
+    EXPECT_TRUE(Answered());
+    asker.reset();
+    EXPECT_FALSE(owned);
+    Ask(LinkUser::kWorker);
+    asker.reset();
+    EXPECT_TRUE(owned);
+}
+
+TEST_F(LinkMutex, IsWaitedForWhileItsLinkExists) {
+    link->running = true;
+    ASSERT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);
+    Ask(LinkUser::kApiCall);
+    OsMutexUnlock(link->mutex);
+    asker.reset();
+    EXPECT_TRUE(owned);
+    EXPECT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired) << "given back";
+    OsMutexUnlock(link->mutex);
 }
 
 }  // namespace

@@ -71,6 +71,18 @@ TEST_F(StopLinks, EndsEveryLinkOfAModule) {
     EXPECT_EQ(ModuleDevices->slots[0].link_count, 0u);
 }
 
+TEST_F(StopLinks, MutexOfALinkIsClosedAfterItsQueues) {
+    Create();
+    const LogCapture log;
+    StopAllLinks();
+    const std::string text = log.Text();
+    const std::size_t queue = text.rfind("[FreeQueue] Deleting CRITICAL_SECTION");
+    ASSERT_NE(queue, std::string::npos);
+    const std::size_t mutex = text.find("[PDUDestruct] Closing Mutex");
+    ASSERT_NE(mutex, std::string::npos);
+    EXPECT_LT(queue, mutex);
+}
+
 TEST_F(StopLinks, ModuleWithoutLinksIsNotChecked) { EXPECT_EQ(Stop(), Texts{}); }
 
 // The worker is inside a callback, which returns only after the links have been stopped.
@@ -101,6 +113,25 @@ TEST_F(StopLinks, DestroyedLinkIsSkipped) {
     EXPECT_EQ(lines[5], "Cleaned up 1 logical links for module 0");
     released = true;
     EXPECT_TRUE(Eventually([&] { return OsThreadJoin(destroyed->thread, 100); }));
+}
+
+// Its worker, which has destroyed it in a callback, still carries out its ComPrimitive.
+TEST_F(StopLinks, DestroyedLinkIsDetachedAfterTheEndOfItsWorker) {
+    const LinkRef destroyed = Create();
+    std::atomic<bool> entered{false};
+    std::atomic<bool> was_detached{true};
+    on_event = [&](std::uint32_t) {
+        EXPECT_EQ(PDUDestroyComLogicalLink(0, 0), PDU_STATUS_NOERROR);
+        entered = true;
+        EXPECT_TRUE(Eventually([&] { return !destroyed->may_exchange; })) << "no longer";
+        was_detached = destroyed->detached.load();
+    };
+    StartUpdate(destroyed);
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    Stop();
+    EXPECT_FALSE(was_detached);
+    EXPECT_TRUE(destroyed->detached);
+    EXPECT_TRUE(OsThreadJoin(destroyed->thread, 0));
 }
 
 TEST_F(StopLinks, DestroyedLinkIsReleasedByTheLastThatHoldsIt) {
