@@ -213,6 +213,15 @@ TEST_F(ComParams, AllocationLeavesPreparedRowsAlone) {
     EXPECT_EQ(Bytes(kCpTesterPresentMessage), (std::vector<UNUM8>{0x3E, 0x80}));
 }
 
+TEST_F(ComParams, PreparationRestoresAnItemThatTheApplicationHasChanged) {
+    for (const UNUM32 change : {1u, ~0u}) {
+        ComParamItem(kCpP2Max)->ComParamClass += change;
+        FreeParamItems();
+        ASSERT_TRUE(AllocParamItems());
+        EXPECT_EQ(Get(kCpP2Max)->ComParamClass, DescribeComParam(kCpP2Max).param_class);
+    }
+}
+
 TEST(ComParamPreparation, FailsWithoutMemoryAndSucceedsLater) {
     const MemoryUse before = LiveMemory();
     // Fourteen rows have a buffer; what one round prepared is kept by the next.
@@ -493,6 +502,33 @@ TEST_F(ComParams, ReadingBytesBeyondTheBufferGivesZeros) {
     EXPECT_EQ(ReadComParamBytes(kCpTesterPresentMessage, bytes, 20), 20u);
     for (const UNUM8 byte : bytes)
         EXPECT_EQ(byte, 0);
+}
+
+TEST_F(ComParams, SnapshotOwnsACopyOfTheValue) {
+    PDU_PARAM_ITEM copy{};
+    Set(kCpP2Max, UNUM32{50000});
+    ASSERT_EQ(SnapshotComParam(kCpP2Max, &copy), ParamCopy::kCopied);
+    EXPECT_EQ(ReadParamItem(copy), 50000u);
+    EXPECT_NE(copy.pComParamData, Get(kCpP2Max)->pComParamData);
+    EXPECT_TRUE(FreeParamValue(copy));
+
+    SetBytes(kCpTesterPresentMessage, {0x3E, 0x80}, 40);
+    ASSERT_EQ(SnapshotComParam(kCpTesterPresentMessage, &copy), ParamCopy::kCopied);
+    const auto& field = *static_cast<PDU_PARAM_BYTEFIELD_DATA*>(copy.pComParamData);
+    EXPECT_EQ(field.ParamMaxLen, BufferOf(kCpTesterPresentMessage).max);
+    ASSERT_EQ(field.ParamActLen, 2u);
+    EXPECT_NE(field.pDataArray, BufferOf(kCpTesterPresentMessage).data);
+    EXPECT_EQ(field.pDataArray[1], 0x80);
+    EXPECT_TRUE(FreeParamValue(copy));
+}
+
+TEST_F(ComParams, SnapshotOfALongOrStructFieldHasNoValue) {
+    for (const UNUM32 id : {kCanBaudrateRecord, kExtendedTiming}) {
+        PDU_PARAM_ITEM copy{};
+        EXPECT_EQ(SnapshotComParam(id, &copy), ParamCopy::kNotCopyable);
+        EXPECT_EQ(copy.ComParamId, id);
+        EXPECT_EQ(copy.pComParamData, nullptr);
+    }
 }
 
 TEST_F(ComParams, WorkersReadWhileTheApplicationSets) {

@@ -16,14 +16,20 @@ namespace tarvik {
 namespace {
 
 std::atomic<std::int64_t> ahead_s{0};
+std::atomic<void (*)()> on_read{nullptr};
 
 }  // namespace
 
-std::int64_t OsCalendarSecond() { return SystemCalendarSecond() + ahead_s; }
+std::int64_t OsCalendarSecond() {
+    if (void (*const action)() = on_read) action();
+    return SystemCalendarSecond() + ahead_s;
+}
 
 namespace test {
 
 void AdvanceCalendar(int seconds) { ahead_s += seconds; }
+
+void OnCalendarRead(void (*action)()) { on_read = action; }
 
 }  // namespace test
 }  // namespace tarvik

@@ -4,6 +4,8 @@
 #include <optional>
 
 #include "link_support.h"
+#include "platform/thread.h"
+#include "unit/faults/calendar_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -438,6 +440,54 @@ TEST_F(FragReceive, ForgottenSourceStartsAgain) {
     FragForget(this);
     EXPECT_FALSE(Feed(SliceOf(whole, 1, 2)));
     EXPECT_TRUE(Feed(SliceOf(whole, 1, 2), &other));
+}
+
+// Stops the thread that makes it at its second log line: when it has stored a fragment that its
+// source sent after others.
+class StopWhileStoring {
+public:
+    StopWhileStoring() {
+        thread = OsCurrentThreadId();
+        OnCalendarRead([] {
+            if (OsCurrentThreadId() != thread || ++lines != 2) return;
+            stopped = true;
+            Eventually([] { return released.load(); });
+        });
+    }
+    ~StopWhileStoring() {
+        OnCalendarRead(nullptr);
+        stopped = released = false;
+        lines = 0;
+    }
+    StopWhileStoring(const StopWhileStoring&) = delete;
+    StopWhileStoring& operator=(const StopWhileStoring&) = delete;
+
+    static inline std::atomic<bool> stopped{false};
+    static inline std::atomic<bool> released{false};
+
+private:
+    static inline std::atomic<std::uint32_t> thread{0};
+    static inline std::atomic<int> lines{0};
+};
+
+TEST_F(FragReceive, SourceIsForgottenWithoutTheFragmentThatIsBeingStored) {
+    const PacketPtr whole = Patterned(kTypeCres, 300);
+    EXPECT_FALSE(Feed(SliceOf(whole, 0, 2)));
+    EXPECT_FALSE(Feed(SliceOf(Patterned(kTypeCres, 301), 0, 2)));
+    PacketPtr last = SliceOf(whole, 1, 2);
+    bool done = false;
+    Thread storing([&] {
+        const StopWhileStoring stop;
+        done = FragReceivePacket(this, last, &complete);
+    });
+    ASSERT_TRUE(Eventually([] { return StopWhileStoring::stopped.load(); }));
+    const MemoryUse during = LiveMemory();
+    FragForget(this);
+    EXPECT_EQ(LiveMemory().blocks, during.blocks - 3) << "the other session's";
+    StopWhileStoring::released = true;
+    storing.Join();
+    EXPECT_TRUE(done);
+    EXPECT_EQ(BytesOf(complete), BytesOf(whole));
 }
 
 TEST(Fragmentation, InitAndDeinitLogTheirLockOncePerTurn) {
