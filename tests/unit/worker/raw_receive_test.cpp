@@ -331,6 +331,15 @@ TEST_F(BusyRawReceive, IsWaitedForWithoutADestruct) {
     EXPECT_EQ(Switches(), Flags{kRawReceptionOff});
 }
 
+TEST_F(BusyRawReceive, IsWaitedForBeforeItsThreadHasAnId) {
+    cop->receive_thread_id = 0;
+    Thread stopper([&] { Stop(cop); });
+    EXPECT_TRUE(Eventually([&] { return cop->abort.load(); }));
+    released = true;
+    stopper.Join();
+    EXPECT_TRUE(OsThreadJoin(cop->receive_thread, 0));
+}
+
 TEST_F(BusyRawReceive, IsTerminatedWhenADestructsTimeIsUp) {
     const LogCapture log;
     const RecordedTermination termination;
