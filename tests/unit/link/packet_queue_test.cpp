@@ -345,6 +345,16 @@ TEST(PacketQueue, SteadyTrafficAllocatesNothingButItsPackets) {
     EXPECT_EQ(LiveMemory().blocks, before.blocks);
 }
 
+TEST(PacketQueue, LongQueueReleasesItsNodesWhenItIsShortAgain) {
+    Queue queue;
+    const MemoryUse before = LiveMemory();
+    for (std::uint32_t i = 0; i < 1000; ++i)
+        Append(&queue, ResponseTo(i), i);
+    for (std::uint32_t i = 0; i < 1000; ++i)
+        EXPECT_NE(TakePacket(&queue, 0), nullptr);
+    EXPECT_EQ(LiveMemory().blocks, before.blocks);
+}
+
 // ---- limits -------------------------------------------------------------------------------------
 
 constexpr std::uint32_t kFull = 4096;  // packets of 4096 bytes

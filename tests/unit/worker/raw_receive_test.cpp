@@ -50,6 +50,11 @@ protected:
             packet->Bytes()[16 + i] = data[i];
         ASSERT_TRUE(EnqueueReceivedPacket(&dongle, packet));
     }
+    // The receive thread has begun to wait twice from here on.
+    static bool WaitsTwice() {
+        const std::uint64_t before = link_limit_reads;
+        return Eventually([&] { return link_limit_reads >= before + 2; });
+    }
     // The next event; waits for it.
     std::string NextEvent() const {
         std::string text;
@@ -268,8 +273,24 @@ TEST_F(RawReceive, DongleWithoutQueuesReceivesNothing) {
     const Ref<ComPrimitive> cop = MakeReceiver();
     const LogCapture log;
     Start(cop);
+    EXPECT_TRUE(WaitsTwice());
     Stop(cop);
     EXPECT_EQ(ThreadLines(log, kReceiver), (Texts{" starting thread for CoP", " stopping"}));
+}
+
+// A search would return at once, and the thread would do nothing else.
+TEST_F(RawReceive, DongleThatIsAwayIsNotSearched) {
+    for (const bool has_queue : {true, false}) {
+        dongle.available = !has_queue;
+        if (!has_queue) FreeQueue(&dongle.rx);
+        const Ref<ComPrimitive> cop = MakeReceiver();
+        const std::uint64_t searches = worker_limit_reads;
+        Start(cop);
+        EXPECT_TRUE(WaitsTwice());
+        EXPECT_EQ(worker_limit_reads, searches);
+        Stop(cop);
+        link->registry.Take();
+    }
 }
 
 // Its thread is inside a callback that the test ends.

@@ -1,8 +1,25 @@
 #include "unit/worker/test_limits.h"
 
+#include "link/link_limits.h"
+
 namespace tarvik {
 
-const WorkerLimits& GetWorkerLimits() { return test::worker_limits; }
+const WorkerLimits& GetWorkerLimits() {
+    ++test::worker_limit_reads;
+    return test::worker_limits;
+}
+
+const LinkLimits& GetLinkLimits() {
+    static constexpr LinkLimits kLimits = {
+        .wait_slice_ms = 50,
+        .dongle_grace_ms = 500,
+        .answer_timeout_ms = 10000,
+        .busy_limit_ms = 60000,
+        .reassembly_idle_ms = 30000,
+    };
+    ++test::link_limit_reads;
+    return kLimits;
+}
 
 namespace test {
 
@@ -14,6 +31,9 @@ WorkerLimits worker_limits = {.request_poll_ms = 100,
                               .worker_stop_ms = 10'000,
                               .destroyed_end_ms = 10'000,
                               .receiver_stop_ms = 5'000};
+
+std::atomic<std::uint64_t> worker_limit_reads{0};
+std::atomic<std::uint64_t> link_limit_reads{0};
 
 }  // namespace test
 }  // namespace tarvik
