@@ -473,6 +473,15 @@ std::vector<std::uint32_t> IdsThatCollide(std::size_t count, std::uint64_t bucke
     return ids;
 }
 
+TEST(PacketQueue, LongestChainIsFoundInAnyBucket) {
+    for (std::uint32_t tag = 0; tag < 20; ++tag) {
+        Queue queue;
+        EXPECT_EQ(queue.index->LongestChain(), 0u);
+        Append(&queue, MakePacket(kTypePing + tag, 8), tag);
+        EXPECT_GE(queue.index->LongestChain(), 1u);
+    }
+}
+
 TEST(PacketQueue, ChosenIdsDoNotShareABucket) {
     Queue queue;
     for (const std::uint32_t id : IdsThatCollide(5000, 16384))

@@ -102,6 +102,14 @@ TEST(Login, NameThatFillsItsFieldIsBoundedByIt) {
     EXPECT_EQ(LoginDeviceName(LoginFromPacket(*packet)).text, std::string(32, 'n'));
 }
 
+TEST(Login, NameEndsAtItsFirstZero) {
+    const PacketPtr packet = Login();
+    std::memcpy(packet->Bytes() + 64, "Br\x01ix\0old", 9);
+    const DeviceName name = LoginDeviceName(LoginFromPacket(*packet));
+    EXPECT_STREQ(name.text, "Br\x01ix");
+    EXPECT_EQ(name.text[6], '\0') << "what follows is no part of it";
+}
+
 TEST(Login, PrintableNameHasNoControlCharacters) {
     const PacketPtr packet = Login();
     std::memcpy(packet->Bytes() + 64, "Br\x1B[2J\r\n\x7F\xC3\xBC", 12);

@@ -57,6 +57,11 @@ TEST(Telemetry, ShowsTheValuesOfItsKeys) {
     EXPECT_EQ(lines[1], "[TELE] top_tasks: main x=50bp s=1024 st=2 p=5");
 }
 
+TEST(Telemetry, EmptyStringEndsAtOnce) {
+    EXPECT_EQ(TopTasks(R"([{"n":"","x":1},"",{"n":"b","x":0}])"),
+              " x=1bp s=-1 st=-1 p=-1 | b x=0bp s=-1 st=-1 p=-1");
+}
+
 TEST(Telemetry, TaskNameIsLoggedWithoutControlCharacters) {
     EXPECT_EQ(TopTasks("[{\"n\":\"a\n\x1B[0mb\x7F\xC3\xBC\",\"x\":1}]"),
               "a..[0mb.\xC3\xBC x=1bp s=-1 st=-1 p=-1");
