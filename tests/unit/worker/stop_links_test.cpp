@@ -291,5 +291,43 @@ TEST_F(StopLinks, CallsOfAWorkerThatWasGivenUpDoNotCount) {
     EXPECT_TRUE(WaitForOtherApiCalls(0));
 }
 
+// Otherwise nobody would wait for the call in which it stops the links.
+TEST_F(StopLinks, ReceiveThreadThatStopsTheLinksIsNotGivenUp) {
+    const LimitsScope scope;
+    const RecordedTermination termination;
+    worker_limits.worker_stop_ms = 1;
+    const LinkRef link = Create();
+    std::atomic<bool> entered{false};
+    std::atomic<bool> released{false};
+    on_event = [&](std::uint32_t) {
+        entered = true;
+        while (!released)
+            SleepMs(1);
+    };
+    StartUpdate(link);
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    const Ref<ComPrimitive> cop = MakeCounted<ComPrimitive>();
+    ASSERT_TRUE(link->registry.Append(Ref<ComPrimitive>(cop), 1000));
+    std::atomic<bool> stopped{false};
+    std::atomic<bool> seen{false};
+    Thread receiver([&] {
+        const CountThreadCalls count(&cop->receiver_calls);
+        cop->receive_thread_id = OsCurrentThreadId();
+        const ApiCall call;
+        StopAllLinks();
+        stopped = true;
+        Eventually([&] { return seen.load(); });
+    });
+    EXPECT_TRUE(Eventually([&] { return stopped.load(); }));
+    EXPECT_EQ(RecordedTermination::Last(), link->thread);
+    EXPECT_FALSE(WaitForOtherApiCalls(0) && WaitForOtherApiCalls(0));
+    seen = true;
+    receiver.Join();
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
+    EXPECT_TRUE(WaitForOtherApiCalls(0));
+    released = true;
+    EXPECT_TRUE(Eventually([&] { return OsThreadJoin(link->thread, 100); }));
+}
+
 }  // namespace
 }  // namespace tarvik::test
