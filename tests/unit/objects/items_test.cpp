@@ -270,6 +270,10 @@ TEST_F(FreeItem, TableWithEmptyFieldsIsReleased) {
     ExpectReleased(Table({Param(PDU_PT_UNUM32, nullptr), Param(PDU_PT_BYTEFIELD, nullptr),
                           Param(PDU_PT_STRUCTFIELD, nullptr)}),
                    kTableLine);
+    auto* without_params = TrackedArray<PDU_UNIQUE_RESP_ID_TABLE_ITEM>(1);
+    *without_params = {PDU_IT_UNIQUE_RESP_ID_TABLE, 1, TrackedArray<PDU_ECU_UNIQUE_RESP_DATA>(1)};
+    *without_params->pUniqueData = {0x100, 2, nullptr};
+    ExpectReleased(without_params, kTableLine);
     auto* without_entries = TrackedArray<PDU_UNIQUE_RESP_ID_TABLE_ITEM>(1);
     *without_entries = {PDU_IT_UNIQUE_RESP_ID_TABLE, 1, nullptr};
     ExpectReleased(without_entries, kTableLine);

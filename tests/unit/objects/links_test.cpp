@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "objects/state_changes.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/objects/fake_modules.h"
 
 namespace tarvik::test {
@@ -70,6 +71,24 @@ TEST_F(Links, UnknownModuleHasNone) {
                   PDU_ERR_INVALID_HANDLE);
         EXPECT_EQ(hCLL, 7u);
     }
+}
+
+// Nor is the handle that it would have had ever used.
+TEST_F(Links, LinkWithoutMemoryForItIsNotCreated) {
+    for (const std::uint32_t allowed : {0u, 1u}) {
+        std::uint32_t hCLL = 7;
+        T_PDU_ERROR status = PDU_STATUS_NOERROR;
+        {
+            const FailingHeap heap(allowed, 1);
+            status = PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, nullptr);
+        }
+        EXPECT_EQ(status, PDU_ERR_FCT_FAILED);
+        EXPECT_EQ(hCLL, 7u);
+    }
+    EXPECT_EQ(ModuleDevices->slots[0].link_count, 1u);
+    EXPECT_FALSE(IsLinkValid(0, 0));
+    EXPECT_EQ(PDUConnect(0, 0), PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(Create(), 1u);
 }
 
 TEST_F(Links, FirstFlagByteDecidesOnRawModeAndItsChecksum) {

@@ -25,6 +25,7 @@ TEST_F(Modules, ItemDescribesADongleBehindARelay) {
     PDU_MODULE_ITEM* item = nullptr;
     ASSERT_EQ(PDUGetModuleIds(&item), PDU_STATUS_NOERROR);
     ASSERT_EQ(item->NumEntries, 1u);
+    EXPECT_EQ(item->pModuleData[0].ModuleTypeId, 2u);
     EXPECT_EQ(item->pModuleData[0].pVendorModuleName,
               "VendorName='Tarvik' ModuleName='" + name +
                   "' SerialNumber='02:00:00:00:00:AB' PersonalVciID='" + name +
