@@ -144,6 +144,17 @@ TEST_F(ComPrimitives, ErrorOfADestroyedLinkCallsTheSystemCallback) {
     EXPECT_EQ(called[0].api_tag, &api_tag);
 }
 
+// The callback may be that of another construct.
+TEST_F(ComPrimitives, ErrorOfADetachedLinkCallsNobody) {
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, AsSystem);
+    PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
+    ASSERT_EQ(PDUDestroyComLogicalLink(0, link->hCLL), PDU_STATUS_NOERROR);
+    link->detached = true;
+    called.clear();
+    cop_error(link.Get(), &cop, kErrorNothingReceived);
+    EXPECT_EQ(called.size(), 0u);
+}
+
 TEST_F(ComPrimitives, CallbackRunsEvenIfItsItemCannotBeAllocated) {
     PDURegisterEventCallback(0, PDU_HANDLE_UNDEF, AsModule);
     called.reserve(4);

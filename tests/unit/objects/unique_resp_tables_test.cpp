@@ -80,6 +80,7 @@ TEST(UnpreparedUniqueRespTables, CanBeCreated) {
     TableItem* table = CreatePduUniqueResponseTable();
     ASSERT_NE(table, nullptr);
     EXPECT_EQ(table->pUniqueData->NumParamItems, 24u);
+    EXPECT_EQ(RequestedSize(table->pUniqueData->pParams), 24 * sizeof(PDU_PARAM_ITEM));
     Destroy(table);
     EXPECT_TRUE(LiveMemory() == before);
 }
@@ -223,6 +224,33 @@ TEST_F(UniqueRespTables, MissingArraysAndValuesAreCopiedAsMissing) {
     EXPECT_EQ(copy->pUniqueData[1].pParams[0].pComParamData, nullptr);
     EXPECT_EQ(copy->pUniqueData[1].pParams[1].pComParamData, nullptr);
     Destroy(copy);
+}
+
+TEST_F(UniqueRespTables, ParametersThatCannotBeCopiedOrReleasedAreLogged) {
+    UNUM32 value = 1;
+    std::vector<PDU_PARAM_ITEM> none;
+    std::vector<PDU_PARAM_ITEM> params = {Param(61, PDU_PT_UNUM32, &value),
+                                          Param(72, PDU_PT_STRUCTFIELD, nullptr),
+                                          Param(128, PDU_PT_LONGFIELD, nullptr)};
+    std::vector<Entry> entries = {EntryOf(1, none), EntryOf(2, params)};
+    const AppTable source(entries);
+    const std::string not_copied = "[DuplicatePduUniqueResponseTable] ERROR - cannot duplicate";
+    {
+        const LogCapture log;
+        TableItem* copy = DuplicatePduUniqueResponseTable(&source.item);
+        ASSERT_NE(copy, nullptr);
+        EXPECT_EQ(copy->pUniqueData[1].NumParamItems, 3u);
+        Destroy(copy);
+        EXPECT_EQ(log.Lines(),
+                  (Strings{not_copied, not_copied, "[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE",
+                           "[FreePduItem] ERROR - cannot free"}));
+    }
+    // The same lines for a table that is only used as if it were copied.
+    const LogCapture log;
+    { const LoggedTableCopy copy(source.item); }
+    EXPECT_EQ(log.Lines(),
+              (Strings{not_copied, not_copied, "[FreePduItem] PDU_IT_UNIQUE_RESP_ID_TABLE",
+                       "[FreePduItem] ERROR - cannot free"}));
 }
 
 TEST_F(UniqueRespTables, VerboseLinesAreNeverWritten) {
