@@ -181,9 +181,10 @@ TEST(Telemetry, OnlyCompleteTaskObjectsAreRanked) {
 
 TEST(Telemetry, OnlyTheFirst64TaskObjectsAreRanked) {
     std::string tasks = "[";
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < 63; ++i)
         tasks += "{\"x\":1},";
-    tasks += "{\"n\":\"late\",\"x\":99}]";
+    tasks += "{\"n\":\"last\",\"x\":98},{\"n\":\"late\",\"x\":99}]";
+    EXPECT_EQ(TopTasks(tasks).find("last x=98bp"), 0u);
     EXPECT_EQ(TopTasks(tasks).find("late"), std::string::npos);
     EXPECT_TRUE(Shows("{\"tasks\":" + tasks + "}", " tasks=65 "));
 }

@@ -91,6 +91,14 @@ TEST_F(Links, LinkWithoutMemoryForItIsNotCreated) {
     EXPECT_EQ(Create(), 1u);
 }
 
+TEST_F(Links, EarlierOnesStayWhenAnotherIsCreated) {
+    for (std::uint32_t count = 1; count <= 3; ++count) {
+        EXPECT_EQ(Create(), count - 1);
+        for (std::uint32_t hCLL = 0; hCLL < count; ++hCLL)
+            EXPECT_TRUE(IsLinkValid(0, hCLL));
+    }
+}
+
 TEST_F(Links, FirstFlagByteDecidesOnRawModeAndItsChecksum) {
     const std::string line = "[PDUCreateComLogicalLink]   Raw mode: Checksum ";
     const auto created_with = [&](UNUM8 first, bool raw, bool checksum) {

@@ -23,7 +23,9 @@ TEST_F(Modules, ItemDescribesADongleBehindARelay) {
     serial_dongles.clear();
     cloud_dongles = {{.mac_end = 0xAB, .model = 13, .name = name}};
     PDU_MODULE_ITEM* item = nullptr;
+    const LogCapture log;
     ASSERT_EQ(PDUGetModuleIds(&item), PDU_STATUS_NOERROR);
+    EXPECT_TRUE(log.Mentions("(MAC: 02:00:00:00:00:AB, Transport: 0)"));
     ASSERT_EQ(item->NumEntries, 1u);
     EXPECT_EQ(item->pModuleData[0].ModuleTypeId, 2u);
     EXPECT_EQ(item->pModuleData[0].pVendorModuleName,
