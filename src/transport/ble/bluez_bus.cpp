@@ -221,6 +221,8 @@ BluezBus::Answer BluezBus::TakeAnswer(sdbus::MethodReply& reply, const sdbus::Er
     return taken;
 }
 
+namespace {
+
 // Its destructor unregisters the callback, and waits for it if it is running.
 class PendingCall {
 public:
@@ -232,6 +234,8 @@ public:
 private:
     sdbus::PendingAsyncCall call_;
 };
+
+}  // namespace
 
 void BluezBus::Call(const Method& method, const Write& write, const Read& read) {
     if (closed_) throw BusGone();

@@ -57,8 +57,6 @@ std::chrono::seconds AnswerLimit() {
 using PlainStream = websocket::stream<tcp::socket>;
 using SecureStream = websocket::stream<ssl::stream<tcp::socket>>;
 
-}  // namespace
-
 // Where OpenSSL has no memory left, not even to note an error, Boost takes its null pointers for
 // objects. So the context is created here, and an error is there before a stream is created.
 ssl::context CreateTlsContext() {
@@ -79,6 +77,8 @@ public:
     ErrorInAdvance(const ErrorInAdvance&) = delete;
     ErrorInAdvance& operator=(const ErrorInAdvance&) = delete;
 };
+
+}  // namespace
 
 struct WebSocketClient {
     std::string server, endpoint, proxy, user_agent;
