@@ -86,7 +86,7 @@ TEST_F(Links, LinkWithoutMemoryForItIsNotCreated) {
         EXPECT_EQ(hCLL, 7u);
     }
     EXPECT_EQ(ModuleDevices->slots[0].link_count, 1u);
-    EXPECT_FALSE(IsLinkValid(0, 0));
+    EXPECT_FALSE(FindLink(0, 0));
     EXPECT_EQ(PDUConnect(0, 0), PDU_ERR_INVALID_HANDLE);
     EXPECT_EQ(Create(), 1u);
 }
@@ -95,7 +95,7 @@ TEST_F(Links, EarlierOnesStayWhenAnotherIsCreated) {
     for (std::uint32_t count = 1; count <= 3; ++count) {
         EXPECT_EQ(Create(), count - 1);
         for (std::uint32_t hCLL = 0; hCLL < count; ++hCLL)
-            EXPECT_TRUE(IsLinkValid(0, hCLL));
+            EXPECT_TRUE(FindLink(0, hCLL));
     }
 }
 
