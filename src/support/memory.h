@@ -62,6 +62,7 @@ struct TrackedAllocator {
     template <typename U>
     TrackedAllocator(const TrackedAllocator<U>&) noexcept {}
     T* allocate(std::size_t count) {
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): of lists of pointers
         void* block = AllocateArray(count, sizeof(T));
         if (block == nullptr) throw std::bad_alloc();
         return static_cast<T*>(block);

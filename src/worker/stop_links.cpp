@@ -62,9 +62,9 @@ void EndWorker(LinkRecord* link) {
         link->hCLL);
 }
 
-// Releases the table's reference. Normally it is the last one, so the queues, the response table,
-// the mutex and the record go with it.
-void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position) {
+// `link` is the table's reference, which is released next. Normally it is the last one, so the
+// queues, the response table, the mutex and the record go with it.
+void StopLink(const LinkRef& link, std::uint32_t module, std::uint32_t position) {
     Log(kLogTrace, "[%s] Stopping logical link #%u on module #%u", "PDUDestruct", position, module);
     EndWorker(link.Get());
     link->detached.store(true);
@@ -79,7 +79,7 @@ void StopLink(LinkRef link, std::uint32_t module, std::uint32_t position) {
 // A destroyed link is not stopped: its worker ends by itself, unless the application keeps it
 // inside a callback. Its last words to the dongle should still reach it, so a worker that is about
 // to end is given the time, until `deadline`.
-void ReleaseDestroyedLink(LinkRef link, std::uint64_t deadline) {
+void ReleaseDestroyedLink(const LinkRef& link, std::uint64_t deadline) {
     const std::uint64_t now = TickMs();
     link->may_exchange.store(false);
     if (!OsThreadIsCurrent(link->thread)) {
@@ -115,8 +115,8 @@ void StopModuleLinks(std::uint32_t module, ModuleSlot& slot) {
     }
     std::uint32_t stopped = 0;
     const auto told = [](const LinkRecord& link) { return link.destructing_thread.load() != 0; };
-    TakeLinks(detached, told, [&](std::uint32_t position, LinkRef link) {
-        StopLink(std::move(link), module, position);
+    TakeLinks(detached, told, [&](std::uint32_t position, const LinkRef& link) {
+        StopLink(link, module, position);
         ++stopped;
     });
     if (stopped > 0) {
@@ -125,9 +125,8 @@ void StopModuleLinks(std::uint32_t module, ModuleSlot& slot) {
     }
     const std::uint64_t deadline = TickMs() + GetWorkerLimits().destroyed_end_ms;
     const auto any = [](const LinkRecord&) { return true; };
-    TakeLinks(detached, any, [&](std::uint32_t, LinkRef link) {
-        ReleaseDestroyedLink(std::move(link), deadline);
-    });
+    TakeLinks(detached, any,
+              [&](std::uint32_t, const LinkRef& link) { ReleaseDestroyedLink(link, deadline); });
 }
 
 }  // namespace

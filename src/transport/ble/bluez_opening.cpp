@@ -8,7 +8,7 @@
 namespace tarvik {
 
 std::shared_ptr<BluezOpening> BluezOpening::Begin() {
-    const auto opening = MakeBleShared<BluezOpening>();
+    auto opening = MakeBleShared<BluezOpening>();
     opening->thread_ = StartBleThread(Run, opening, "Tarvik BleBusOpening");
     if (opening->thread_ == nullptr)
         throw BleError("the thread that connects the message bus cannot be started");
