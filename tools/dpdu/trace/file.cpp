@@ -12,7 +12,7 @@
 namespace dpdu::trace {
 namespace {
 
-constexpr std::size_t kPieceSize = 256 * 1024;
+constexpr std::size_t kPieceSize = std::size_t{256} * 1024;
 
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }

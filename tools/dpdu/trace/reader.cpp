@@ -8,7 +8,7 @@ namespace {
 
 // The library's longest line has 8191 characters, but a truncated line lacks its line end and is
 // joined with the next.
-constexpr std::size_t kLongestLine = 1024 * 1024;
+constexpr std::size_t kLongestLine = std::size_t{1024} * 1024;
 // At most this many threads write at the same time.
 constexpr std::size_t kOrderWindow = 32;
 

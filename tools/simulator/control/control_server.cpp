@@ -73,6 +73,7 @@ void ControlServer::Accept() {
                  [this, connection](std::uint32_t events) { OnReady(connection, events); });
 }
 
+// By value: what the caller refers to may be the watch that goes.
 void ControlServer::Drop(ConnectionPtr connection) {
     if (connections_.erase(connection->fd) == 0) return;
     if (connection->wait) EndWait(connection, {});

@@ -8,8 +8,6 @@
 
 #include <stdexcept>
 
-extern char** environ;
-
 namespace brennix {
 
 namespace {

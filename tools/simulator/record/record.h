@@ -67,8 +67,8 @@ private:
         std::size_t dongle;
         Direction direction;
         std::uint32_t type;
-        // NOLINTNEXTLINE(modernize-use-nullptr): not a pointer, clang-tidy misreads the compiler's
-        // 0
+        // Its result is no pointer: clang-tidy misreads the compiler's 0.
+        // NOLINTNEXTLINE(modernize-use-nullptr)
         auto operator<=>(const CountKey&) const = default;
     };
     struct FileCloser {

@@ -9,6 +9,8 @@
 
 namespace brennix {
 
+// Moving its values throws nothing, which the JSON library does not state.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 struct TraceEvent {
     std::size_t line = 0;  // of the file, from 1
     std::uint64_t sequence = 0;

@@ -26,7 +26,7 @@ Listener::Listener(EventLoop* loop, const std::string& host, std::uint16_t port,
 }
 
 Listener::~Listener() {
-    Switch(false);
+    if (on_) loop_->Unwatch(fd_);
     ::close(fd_);
 }
 
