@@ -137,7 +137,7 @@ std::string Escaped(const std::string& from, std::size_t max_output, bool* whole
 
 TEST(TraceWriter, EscapesWhatJsonNeedsAndLeavesOutWhatDoesNotPrint) {
     bool whole = false;
-    EXPECT_EQ(Escaped(std::string("a\"b\\c\td\ne\rf\x01\x7f\x80\0g ~", 19), 100, &whole),
+    EXPECT_EQ(Escaped(std::string("a\"b\\c\td\ne\rf\x01\x7f\x80\0g ~\0", 19), 100, &whole),
               R"(a\"b\\c\td\ne\rfg ~)");
     EXPECT_TRUE(whole);
 }
