@@ -238,7 +238,7 @@ private:
 
     // A session that loses patience on a busy machine is shorter than the one that was counted.
     bool TryPoint(long point) {
-        const int tries = point <= points_ ? kTries : 1;
+        const int tries = IsWhole() && point <= points_ ? kTries : 1;
         for (int i = 0; i < tries && shared->notes == 0; ++i)
             if (RunPoint(point)) return true;
         return false;
