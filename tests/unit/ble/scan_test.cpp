@@ -224,13 +224,13 @@ TEST_F(BleTickTest, DongleWhoseTurnComesWithinAMinuteIsConnected) {
 }
 
 TEST_F(BleTickTest, DongleWhoseTurnComesAfterAMinuteIsLeftToTheNextScan) {
-    FakeRadio::Add(1);
-    const auto second = FakeRadio::Add(2);
+    const auto one = FakeRadio::Add(1);
+    const auto another = FakeRadio::Add(2);
     const auto third = FakeRadio::Add(3);
     LogCapture log;
     EXPECT_EQ(ScanWithPauseAfterTheFirst(&tick_, 60'000), 1u);
-    EXPECT_EQ(second->OpenCount(), 0);
-    EXPECT_EQ(third->OpenCount(), 0);
+    // They advertise in any order.
+    EXPECT_EQ(one->OpenCount() + another->OpenCount() + third->OpenCount(), 1);
     EXPECT_EQ(log.Count("[BLE] Connecting takes too long, the other devices are left out"), 1u);
     EXPECT_EQ(Scan(0).size(), 3u);
 }
