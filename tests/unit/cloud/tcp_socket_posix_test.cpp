@@ -21,13 +21,6 @@
 namespace tarvik::test {
 namespace {
 
-// The descriptor that is opened next.
-int NextDescriptor() {
-    const int probe = ::dup(STDOUT_FILENO);
-    ::close(probe);
-    return probe;
-}
-
 class Tcp : public testing::Test {
 protected:
     Tcp() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {

@@ -13,6 +13,7 @@
 #include <syslog.h>
 #include <termios.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdarg>
@@ -78,6 +79,12 @@ NoMemory::NoMemory(int allowed) {
     starving_thread = OsCurrentThreadId();
 }
 NoMemory::~NoMemory() { starving_thread = 0; }
+
+int NextDescriptor() {
+    const int probe = ::dup(STDOUT_FILENO);
+    ::close(probe);
+    return probe;
+}
 
 FakeLogDaemon::FakeLogDaemon() {
     daemon_priority = -1;

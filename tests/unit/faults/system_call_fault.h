@@ -45,4 +45,7 @@ public:
     std::string Text() const;  // of the last message
 };
 
+// The descriptor that is opened next: the same as before where none was lost.
+int NextDescriptor();
+
 }  // namespace tarvik::test

@@ -19,13 +19,6 @@
 namespace tarvik::test {
 namespace {
 
-// The descriptor that is opened next.
-int NextDescriptor() {
-    const int probe = ::dup(STDOUT_FILENO);
-    ::close(probe);
-    return probe;
-}
-
 class FaultyPort : public testing::Test {
 protected:
     FaultyPort() : terminal_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK)) {
