@@ -7,6 +7,7 @@
 #include "support/log.h"
 #include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_limits.h"
+#include "transport/ble/bluez_values.h"
 
 namespace tarvik {
 namespace {
@@ -93,6 +94,7 @@ BluezBus::~BluezBus() {
 // the same two mutexes in the other order. So all calls share one table, and a first call makes it
 // big enough before that thread runs.
 void BluezBus::Prepare() {
+    BusValues::Prepare();
     calls_ = sdbus::createProxy(*connection_, kBluezName, "/");
     const auto bus = sdbus::createProxy(*connection_, kBusName, "/org/freedesktop/DBus");
     const auto call = bus->createMethodCall(kBusName, "GetId");
@@ -126,8 +128,11 @@ void BluezBus::AddMatches() {
         const auto callback = [this, handle](sdbus::Message& message) {
             // Nothing may pass through the bus's library, which is in C.
             try {
+                const BusValues values;
                 (this->*handle)(message);
             } catch (const sdbus::Error& error) {
+                // Calls without values still work: PDUDestruct may follow, in an exit handler.
+                if (error.getName() == BusValues::kEnding) return;
                 Log(kLogTrace, "[BLE] A signal of the Bluetooth service cannot be read: %s",
                     error.getMessage().c_str());
                 if (error.getName() == kNoMemory) End("out of memory");
@@ -209,7 +214,10 @@ BluezBus::Answer BluezBus::TakeAnswer(sdbus::MethodReply& reply, const sdbus::Er
             return taken;
         }
         try {
-            if (read) read(reply);
+            if (read) {
+                const BusValues values;
+                read(reply);
+            }
         } catch (const sdbus::Error& unreadable) {
             taken.Fail(unreadable);
         }
@@ -250,7 +258,10 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
     try {
         const auto proxy = sdbus::createProxy(*connection_, kBluezName, method.path);
         auto call = proxy->createMethodCall(method.interface, method.name);
-        if (write) write(call);
+        if (write) {
+            const BusValues values;
+            write(call);
+        }
         const PendingCall pending(
             calls_->callMethod(call, take, std::uint64_t{method.limit_ms} * 1'000));
         answered = Await([&] { return answer->there; },

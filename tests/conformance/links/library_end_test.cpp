@@ -7,6 +7,7 @@
 #include "conformance/framework/fresh_process.h"
 #include "conformance/framework/link.h"
 #include "conformance/framework/log_file.h"
+#include "conformance/framework/process_end.h"
 #include "conformance/framework/surroundings.h"
 #include "conformance/framework/system.h"
 #include "conformance/framework/waiting.h"
@@ -160,4 +161,12 @@ FRESH_PROCESS_TEST(LibraryEnd, IsUnloadedAfterADestructThatEndedEveryThread) {
     StdoutCapture console;
     library.Unload();
     EXPECT_EQ(console.Text(), "[DLL] Detaching the Tarvik D-PDU DLL\n");
+}
+
+FRESH_PROCESS_TEST(LibraryEnd, MayComeWithTheProcessWhileRequestsRun) {
+    ExitWhileRequestsRun();
+    Simulator().Reset();
+    Settings{.useSerial = true}.Store();
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    KeepRequesting(FindModule());
 }
