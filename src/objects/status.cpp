@@ -16,7 +16,6 @@ bool FindStateOnLink(LinkRecord* link, std::uint32_t hCoP, std::uint32_t* state)
 
 bool FindStateOnModule(std::uint32_t hMod, std::uint32_t hCoP, std::uint32_t* state) {
     const ModuleSlot& slot = ModuleDevices->slots[hMod];
-    if (!slot.present.load() || slot.links == nullptr) return false;
     for (std::uint32_t hCLL = 0; hCLL < slot.link_count; ++hCLL) {
         const LinkRef link = FindLink(hMod, hCLL);
         if (link && FindStateOnLink(link.Get(), hCoP, state)) return true;

@@ -59,6 +59,10 @@ TEST(RawFrame, IsSentWithUpToEightBytes) {
     EXPECT_EQ(BytesOf(TakePacket(&dongle.tx, 0)),
               (Bytes{'C', 'W', 'A', 'R', 24, 0, 0, 0, 0x10, 0xF1, 0xDA, 0x18,
                      8,   0,   0,   0,   1,  2, 3, 4, 5,    6,    7,    8}));
+    SendRawFrame(&dongle, 1, {kEight.data(), 1});
+    EXPECT_EQ(
+        BytesOf(TakePacket(&dongle.tx, 0)),
+        (Bytes{'C', 'W', 'A', 'R', 24, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0}));
     SendRawFrame(&dongle, 1, {});
     EXPECT_EQ(
         BytesOf(TakePacket(&dongle.tx, 0)),

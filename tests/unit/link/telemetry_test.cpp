@@ -67,6 +67,12 @@ TEST(Telemetry, TaskNameIsLoggedWithoutControlCharacters) {
               "a..[0mb.\xC3\xBC x=1bp s=-1 st=-1 p=-1");
 }
 
+TEST(Telemetry, TopTasksEndWhereTheLineIsFull) {
+    const std::string name(300, 'a');
+    EXPECT_EQ(TopTasks("[{\"n\":\"" + name + "\",\"x\":9},{\"n\":\"b\",\"x\":1}]"),
+              name.substr(0, 255));
+}
+
 TEST(Telemetry, OneTrailingNulIsNotPartOfTheText) {
     EXPECT_EQ(Values(std::string("{}\0", 3)), Values("{} "));
     EXPECT_EQ(Report(std::string("\0", 1)),

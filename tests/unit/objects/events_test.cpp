@@ -1,5 +1,6 @@
 #include "objects/items.h"
 #include "objects/links.h"
+#include "unit/faults/heap_fault.h"
 #include "unit/objects/fake_modules.h"
 
 namespace tarvik::test {
@@ -44,6 +45,20 @@ TEST_F(Events, HandlesSelectTheQueue) {
     ExpectTaken(0, PDU_HANDLE_UNDEF, for_module);
     EXPECT_EQ(PDUGetEventItem(255, 0, &item), PDU_ERR_EVENT_QUEUE_EMPTY);
     EXPECT_EQ(PDUGetEventItem(256, 0, &item), PDU_ERR_EVENT_QUEUE_EMPTY);
+}
+
+TEST_F(Events, ModuleListChangeWithoutMemoryIsCalledBackOnly) {
+    static int calls;
+    calls = 0;
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF,
+                             [](T_PDU_EVT_DATA, UNUM32, UNUM32, void*, void*) { ++calls; });
+    {
+        const FailingHeap heap(0, 1);
+        NotifySystemModuleListChanged();
+    }
+    PDURegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, nullptr);
+    EXPECT_EQ(calls, 1);
+    ExpectTaken(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, Queue(&*SystemEventQueue));
 }
 
 TEST_F(Events, CallingBackReportsWhetherAnybodyWasCalled) {

@@ -122,6 +122,28 @@ TEST_F(Links, FirstFlagByteDecidesOnRawModeAndItsChecksum) {
     created_with(0xC0, true, true);
 }
 
+TEST_F(Links, FlagWithoutBytesIsNotRead) {
+    UNUM8 raw[1] = {0x80};
+    PDU_FLAG_DATA without_count = {0, raw};
+    PDU_FLAG_DATA without_bytes = {1, nullptr};
+    for (PDU_FLAG_DATA* flag : {&without_count, &without_bytes}) {
+        std::uint32_t hCLL = PDU_HANDLE_UNDEF;
+        EXPECT_EQ(PDUCreateComLogicalLink(0, nullptr, 2001, nullptr, &hCLL, flag),
+                  PDU_STATUS_NOERROR);
+        EXPECT_FALSE(FindLink(0, hCLL)->rawMode);
+    }
+}
+
+TEST_F(Links, BusOrProtocolDecidesOnTheKindOfProtocol) {
+    constexpr std::uint32_t kOther = 1;
+    EXPECT_EQ(DecideProtocol(kBusTypeCan, kOther), ProtocolKind::kCan);
+    EXPECT_EQ(DecideProtocol(kOther, kProtocolCan), ProtocolKind::kCan);
+    EXPECT_EQ(DecideProtocol(kBusTypeDoip, kOther), ProtocolKind::kDoip);
+    EXPECT_EQ(DecideProtocol(kOther, kProtocolDoip), ProtocolKind::kDoip);
+    EXPECT_EQ(DecideProtocol(kBusTypeCan, kProtocolDoip), ProtocolKind::kDoip);
+    EXPECT_EQ(DecideProtocol(kOther, kOther), ProtocolKind::kUnknown);
+}
+
 TEST_F(Links, ThirdTxFlagByteMakesARawFrameExtended) {
     UNUM8 raw[1] = {0x80};
     PDU_FLAG_DATA raw_flag = {1, raw};

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "link/packet.h"
+#include "objects/module_list.h"
 #include "transport/login_report.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/objects/fake_modules.h"
@@ -122,6 +123,11 @@ TEST_F(Modules, NameIsRefreshedAndIsNotPartOfTheIdentity) {
 TEST_F(Modules, WithoutTransportTheItemIsEmpty) {
     TransportTable = {};
     EXPECT_EQ(Scan(), Handles{});
+    PDU_MODULE_ITEM* item = MakeModuleItem();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->NumEntries, 0u);
+    EXPECT_EQ(item->pModuleData, nullptr);
+    FreePduItem(reinterpret_cast<PDU_ITEM*>(item));
 }
 
 TEST_F(Modules, FullTableIgnoresFurtherDongles) {

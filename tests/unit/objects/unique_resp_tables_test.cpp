@@ -97,6 +97,12 @@ TEST_F(UniqueRespTables, CreationWithoutMemoryLeaksNothing) {
         }
         EXPECT_EQ(table, nullptr) << allowed;
         EXPECT_TRUE(LiveMemory() == before) << allowed;
+        {
+            const FailingHeap heap(allowed, 1);
+            table = CreatePduUniqueResponseTable();
+        }
+        EXPECT_EQ(table, nullptr) << allowed;
+        EXPECT_TRUE(LiveMemory() == before) << allowed;
     }
     TableItem* table = nullptr;
     {
