@@ -12,8 +12,6 @@
 
 #include "unit/test_system.h"
 
-extern char** environ;
-
 namespace tarvik::test {
 
 const bool kTerminatesThreads = false;

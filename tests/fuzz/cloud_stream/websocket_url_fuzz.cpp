@@ -1,4 +1,5 @@
 // The two kinds of a relay's address. The parts of an accepted one must be parts of the input.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -36,7 +37,9 @@ void ParseAddress(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text = std::string(reinterpret_cast<const char*>(data), size).c_str();
+    // A configured address has no zero byte.
+    const auto* begin = reinterpret_cast<const char*>(data);
+    const std::string text(begin, std::find(begin, begin + size, '\0'));
     ParseUrl(text);
     ParseAddress(text);
     return 0;

@@ -361,6 +361,26 @@ TEST_F(ComParams, PartOfTheOwnBufferMayBeTheSource) {
     EXPECT_EQ(Bytes(kChangeSpeedMessage), (std::vector<UNUM8>{8, 9, 10, 11, 4, 5}));
 }
 
+TEST_F(ComParams, GrowthKeepsWhatIsNotOverwritten) {
+    SetBytes(kChangeSpeedMessage, {1, 2, 3}, 12);
+    SetBytes(kChangeSpeedMessage, {9}, BufferOf(kChangeSpeedMessage).max + 1);
+    const auto* data = static_cast<const UNUM8*>(BufferOf(kChangeSpeedMessage).data);
+    EXPECT_EQ((std::vector<UNUM8>(data, data + 3)), (std::vector<UNUM8>{9, 2, 3}));
+}
+
+TEST_F(ComParams, ItemWithoutARowOrAValueIsRefused) {
+    UNUM32 number = 1;
+    PDU_PARAM_ITEM unknown = {PDU_IT_PARAM, kComParamCount + 1, 0, 0, &number};
+    PDU_PARAM_ITEM without_value = {PDU_IT_PARAM, kCpP2Max, 0, 0, nullptr};
+    PDU_PARAM_ITEM* const none = nullptr;
+    for (const PDU_PARAM_ITEM* item : {none, &unknown, &without_value}) {
+        const LogCapture log;
+        EXPECT_EQ(SetComParam(item, "Test"), PDU_ERR_INVALID_PARAMETERS);
+        EXPECT_EQ(log.Lines(),
+                  Strings{"[Test] Invalid ComParam, Returning PDU_ERR_INVALID_PARAMETERS"});
+    }
+}
+
 TEST_F(ComParams, BufferReplacedInPlaceIsCopiedFromAndTheRowsOwnRestored) {
     auto& field = ValueAt<PDU_PARAM_BYTEFIELD_DATA>(kChangeSpeedMessage);
     UNUM8* const own = field.pDataArray;
@@ -519,6 +539,17 @@ TEST_F(ComParams, SnapshotOwnsACopyOfTheValue) {
     ASSERT_EQ(field.ParamActLen, 2u);
     EXPECT_NE(field.pDataArray, BufferOf(kCpTesterPresentMessage).data);
     EXPECT_EQ(field.pDataArray[1], 0x80);
+    EXPECT_TRUE(FreeParamValue(copy));
+}
+
+TEST_F(ComParams, SnapshotHasTheFieldsMaximumThoughItHoldsMore) {
+    const UNUM32 max = BufferOf(kCpTesterPresentMessage).max;
+    SetBytes(kCpTesterPresentMessage, std::vector<UNUM8>(max + 5, 1), 0);
+    PDU_PARAM_ITEM copy{};
+    ASSERT_EQ(SnapshotComParam(kCpTesterPresentMessage, &copy), ParamCopy::kCopied);
+    const auto& field = *static_cast<PDU_PARAM_BYTEFIELD_DATA*>(copy.pComParamData);
+    EXPECT_EQ(field.ParamMaxLen, max);
+    EXPECT_EQ(field.ParamActLen, max + 5);
     EXPECT_TRUE(FreeParamValue(copy));
 }
 
@@ -689,6 +720,13 @@ TEST(ParamText, ByteFieldIsShownAsBytesWithABlankEach) {
     EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) 3E 80 ");
     field.ParamActLen = 0;
     EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), "(BYTEFIELD) ");
+
+    std::vector<UNUM8> many(1000, 0xAB);
+    field = {1000, 1000, many.data()};
+    std::string expected = "(BYTEFIELD) ";
+    for (int i = 0; i < 1000; ++i)
+        expected += "AB ";
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, &field), expected);
 }
 
 TEST(ParamText, LongFieldIsShownAsWordsWithABlankEach) {
@@ -814,6 +852,24 @@ TEST(ParamCopies, MissingValueIsCopiedAsMissing) {
         EXPECT_EQ(copy.pComParamData, nullptr);
         EXPECT_TRUE(FreeParamValue(copy));
     }
+}
+
+TEST(ParamCopies, ByteFieldWithoutItsBytesIsCopied) {
+    PDU_PARAM_BYTEFIELD_DATA field = {4, 2, nullptr};
+    PDU_PARAM_ITEM copy{};
+    ASSERT_EQ(CopyParamItem({PDU_IT_PARAM, 5, PDU_PT_BYTEFIELD, PDU_PC_COM, &field}, &copy),
+              ParamCopy::kCopied);
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, copy.pComParamData), "(BYTEFIELD) 00 00 ");
+    EXPECT_TRUE(FreeParamValue(copy));
+}
+
+TEST(ParamCopies, StructFieldIsReleasedWithItsEntries) {
+    const MemoryUse before = LiveMemory();
+    auto* field =
+        static_cast<PDU_PARAM_STRUCTFIELD_DATA*>(AllocateMem(sizeof(PDU_PARAM_STRUCTFIELD_DATA)));
+    *field = {PDU_CPST_SESSION_TIMING, 1, 1, AllocateMem(16)};
+    EXPECT_TRUE(FreeParamValue({PDU_IT_PARAM, 5, PDU_PT_STRUCTFIELD, PDU_PC_COM, field}));
+    EXPECT_TRUE(LiveMemory() == before);
 }
 
 TEST(ParamCopies, WithoutMemoryLeaveNothing) {

@@ -547,9 +547,11 @@ TEST_F(CommRequestMultiTest, MissingArgumentsFailWithoutSending) {
     EXPECT_FALSE(CommRequestMulti(nullptr, &request, nullptr));
     EXPECT_FALSE(CommRequestMulti(&link, nullptr, nullptr));
     request.data = nullptr;
+    request.data_len = 1;
     EXPECT_FALSE(Run());
     request.data = data.data();
     request.entries = nullptr;
+    request.count = 1;
     EXPECT_FALSE(Run());
     EXPECT_EQ(Queued(&dongle.tx), 0u);
 }

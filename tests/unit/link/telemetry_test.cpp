@@ -104,6 +104,7 @@ TEST(Telemetry, KeyMustBeQuoted) {
     EXPECT_TRUE(Shows(R"({v:1})", " v=-1 "));
     EXPECT_TRUE(Shows(R"({"v)", " v=-1 "));
     EXPECT_TRUE(Shows(R"(v":1)", " v=-1 "));
+    EXPECT_TRUE(Shows(R"("v":1)", " v=1 "));
 }
 
 TEST(Telemetry, KeyWithoutAColonIsAValueAndNotAKey) {
@@ -165,6 +166,8 @@ TEST(Telemetry, TopTasksAreTheThreeBusiestAndEqualsKeepTheirOrder) {
 TEST(Telemetry, RunTimeDecidesAmongEquallyBusyTasks) {
     EXPECT_EQ(TopTasks(R"([{"n":"a","x":1,"r":5},{"n":"b","x":1,"r":6},{"n":"c","x":1,"r":-7}])"),
               "b x=1bp s=-1 st=-1 p=-1 | a x=1bp s=-1 st=-1 p=-1 | c x=1bp s=-1 st=-1 p=-1");
+    EXPECT_EQ(TopTasks(R"([{"n":"a","x":1,"r":0},{"n":"b","x":1,"r":1}])"),
+              "b x=1bp s=-1 st=-1 p=-1 | a x=1bp s=-1 st=-1 p=-1");
 }
 
 TEST(Telemetry, TaskWithoutBusynessRanksByItsRunTimeAlone) {
@@ -344,7 +347,7 @@ TEST(Telemetry, NameThatIsNotAStringOrDoesNotEndIsShownAsFarAsPossible) {
 }
 
 TEST(Telemetry, ZeroBytesInsideTheTextEndOnlyAName) {
-    EXPECT_TRUE(Shows(std::string("{\"v\":1,\0\"u\":2}", 15), " u_ms=2 "));
+    EXPECT_TRUE(Shows(std::string("{\"v\":1,\0\"u\":2}", 14), " u_ms=2 "));
     EXPECT_EQ(TopTasks(std::string("[{\"n\":\"a\0b\",\"x\":1}]", 19)), "a x=1bp s=-1 st=-1 p=-1");
     EXPECT_TRUE(Shows(std::string(100, '\0'), " v=-1 "));
 }

@@ -190,6 +190,7 @@ TEST_F(ComPrimitives, ControlDataIsCopiedDeeplyExceptTheFlagBytes) {
     EXPECT_NE(first.pPatternData, pattern);
     EXPECT_EQ(first.pPatternData[0], 0x62);
     EXPECT_NE(first.pUniqueRespIds, ids);
+    ASSERT_EQ(first.NumUniqueRespIds, 3u);
     EXPECT_EQ(first.pUniqueRespIds[2], 9u);
     EXPECT_EQ(copy->pExpectedResponseArray[1].AcceptanceId, 6u);
     FreeControlData(copy);
@@ -250,6 +251,20 @@ TEST_F(ComPrimitives, RequestWhoseBytesCannotBeCopiedIsRefused) {
         EXPECT_EQ(status, refused ? PDU_ERR_FCT_FAILED : PDU_STATUS_NOERROR) << allowed;
         EXPECT_EQ(LiveMemory() == before, refused) << allowed;
     }
+}
+
+TEST_F(ComPrimitives, SizeWithoutBytesCountsAsNone) {
+    ASSERT_EQ(PDUConnect(0, link->hCLL), PDU_STATUS_NOERROR);
+    ASSERT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);  // so that its worker waits
+    UNUM32 hCoP = 0;
+    EXPECT_EQ(
+        PDUStartComPrimitive(0, link->hCLL, PDU_COPT_SENDRECV, 2, nullptr, nullptr, nullptr, &hCoP),
+        PDU_STATUS_NOERROR);
+    EXPECT_TRUE(link->registry.Visit(hCoP, [](const ComPrimitive& started) {
+        EXPECT_EQ(started.CoPDataSize, 0u);
+        EXPECT_EQ(started.pCoPData, nullptr);
+    }));
+    OsMutexUnlock(link->mutex);
 }
 
 // A destroy came first: the caller has found the link and waits for its mutex.

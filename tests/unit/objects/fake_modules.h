@@ -22,15 +22,15 @@
 namespace tarvik::test {
 
 struct FakeDongle {
-    std::uint8_t mac_end;  // last byte of the address 02:00:00:00:00:xx
+    std::uint8_t mac_end;  // last byte of the address 02:13:24:35:46:xx
     std::uint32_t model = 5;
     std::string name = "Dongle";
 };
 
 inline LoginRecord LoginOf(const FakeDongle& dongle) {
     LoginRecord login{};
-    login.bytes[12] = 2;
-    login.bytes[17] = dongle.mac_end;
+    const std::uint8_t mac[] = {0x02, 0x13, 0x24, 0x35, 0x46, dongle.mac_end};
+    std::memcpy(login.bytes + 12, mac, sizeof mac);
     StoreU32(login.bytes + 20, dongle.model);
     std::memcpy(login.bytes + 64, dongle.name.data(), dongle.name.size());
     return login;

@@ -221,7 +221,7 @@ TEST_F(FreeItem, ModuleIdsAreReleasedWithEveryTextIfThereAreAny) {
     *item = {PDU_IT_MODULE_ID, 2, modules};
     ExpectReleased(item);
     item = TrackedArray<PDU_MODULE_ITEM>(1);
-    *item = {PDU_IT_MODULE_ID, 0, nullptr};
+    *item = {PDU_IT_MODULE_ID, 1, nullptr};
     ExpectReleased(item);
 }
 

@@ -122,6 +122,21 @@ TEST_F(Links, FirstFlagByteDecidesOnRawModeAndItsChecksum) {
     created_with(0xC0, true, true);
 }
 
+TEST_F(Links, ResourceDataDecidesOnTheProtocol) {
+    PDU_RSC_DATA resource{};
+    resource.BusTypeId = kBusTypeCan;
+    resource.ProtocolId = 77;
+    const LogCapture log;
+    std::uint32_t hCLL = PDU_HANDLE_UNDEF;
+    ASSERT_EQ(PDUCreateComLogicalLink(0, &resource, PDU_ID_UNDEF, nullptr, &hCLL, nullptr),
+              PDU_STATUS_NOERROR);
+    const LinkRef link = FindLink(0, hCLL);
+    EXPECT_EQ(link->BusTypeId, kBusTypeCan);
+    EXPECT_EQ(link->ProtocolId, 77u);
+    EXPECT_EQ(link->protocolKind, ProtocolKind::kCan);
+    EXPECT_TRUE(log.Mentions("  Protocol: CAN (BusType: "));
+}
+
 TEST_F(Links, FlagWithoutBytesIsNotRead) {
     UNUM8 raw[1] = {0x80};
     PDU_FLAG_DATA without_count = {0, raw};
@@ -206,6 +221,28 @@ TEST_F(Links, StatusOfAComPrimitiveIsSoughtOnPresentModulesOnly) {
     UNUM32 status = 0;
     EXPECT_EQ(PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr), PDU_ERR_INVALID_HANDLE);
     ModuleDevices->slots[0].present.store(true);
+    link->registry.Remove(cop->hCoP);
+}
+
+TEST_F(Links, StatusOfAComPrimitiveIsNotFoundOnceItsLinkIsDestroyed) {
+    const std::uint32_t hCLL = Create();
+    const Ref<ComPrimitive> cop = MakeCounted<ComPrimitive>();
+    cop->hCoP = 0x7000'0000;
+    const LinkRef link = FindLink(0, hCLL);
+    ASSERT_TRUE(link->registry.Append(Ref<ComPrimitive>(cop), cop->hCoP));
+    ASSERT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);
+    std::atomic<T_PDU_ERROR> result{PDU_STATUS_NOERROR};
+    const LogCapture log;
+    Thread asker([&] {
+        UNUM32 status = 0;
+        result = PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr);
+    });
+    EXPECT_TRUE(Eventually([&] { return log.Has("[PDUGetStatus] (0, 0, ...)"); }));
+    link->running = false;
+    asker.Join();
+    EXPECT_EQ(result, PDU_ERR_INVALID_HANDLE);
+    OsMutexUnlock(link->mutex);
+    link->running = true;
     link->registry.Remove(cop->hCoP);
 }
 

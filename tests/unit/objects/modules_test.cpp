@@ -26,12 +26,12 @@ TEST_F(Modules, ItemDescribesADongleBehindARelay) {
     PDU_MODULE_ITEM* item = nullptr;
     const LogCapture log;
     ASSERT_EQ(PDUGetModuleIds(&item), PDU_STATUS_NOERROR);
-    EXPECT_TRUE(log.Mentions("(MAC: 02:00:00:00:00:AB, Transport: 0)"));
+    EXPECT_TRUE(log.Mentions("(MAC: 02:13:24:35:46:AB, Transport: 0)"));
     ASSERT_EQ(item->NumEntries, 1u);
     EXPECT_EQ(item->pModuleData[0].ModuleTypeId, 2u);
     EXPECT_EQ(item->pModuleData[0].pVendorModuleName,
               "VendorName='Tarvik' ModuleName='" + name +
-                  "' SerialNumber='02:00:00:00:00:AB' PersonalVciID='" + name +
+                  "' SerialNumber='02:13:24:35:46:AB' PersonalVciID='" + name +
                   "' ConnectionType='Cloud' Status='available'");
     EXPECT_STREQ(item->pModuleData[0].pVendorAdditionalInfo, "Interface='Network'");
     PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(item));
@@ -174,7 +174,7 @@ TEST_F(Modules, LoginPacketAddsAModuleOfAnyModelAndNotifiesOnce) {
     EXPECT_EQ(ReportLogin({.mac_end = 8, .model = 0xE, .name = "Pushed"}), 1);
     const std::string tag = "[DpduTransportReportLoginPacket] ";
     EXPECT_TRUE(
-        log.Mentions(tag + "transport=Cloud(0) device='Pushed' mac=02:00:00:00:00:08 queues="));
+        log.Mentions(tag + "transport=Cloud(0) device='Pushed' mac=02:13:24:35:46:08 queues="));
     EXPECT_TRUE(log.Has(tag + "No existing module found - allocating new slot"));
     EXPECT_TRUE(log.Has(tag + "Using free slot hMod=0"));
     EXPECT_TRUE(log.Mentions(tag + "Set queues="));
