@@ -224,24 +224,32 @@ TEST_F(Links, StatusOfAComPrimitiveIsSoughtOnPresentModulesOnly) {
     link->registry.Remove(cop->hCoP);
 }
 
-TEST_F(Links, StatusOfAComPrimitiveIsNotFoundOnceItsLinkIsDestroyed) {
+TEST_F(Links, StatusIsNotThatOfALinkThatIsDestroyedMeanwhile) {
     const std::uint32_t hCLL = Create();
     const Ref<ComPrimitive> cop = MakeCounted<ComPrimitive>();
     cop->hCoP = 0x7000'0000;
     const LinkRef link = FindLink(0, hCLL);
     ASSERT_TRUE(link->registry.Append(Ref<ComPrimitive>(cop), cop->hCoP));
-    ASSERT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);
-    std::atomic<T_PDU_ERROR> result{PDU_STATUS_NOERROR};
-    const LogCapture log;
-    Thread asker([&] {
-        UNUM32 status = 0;
-        result = PDUGetStatus(0, 0, cop->hCoP, &status, nullptr, nullptr);
-    });
-    EXPECT_TRUE(Eventually([&] { return log.Has("[PDUGetStatus] (0, 0, ...)"); }));
-    link->running = false;
-    asker.Join();
-    EXPECT_EQ(result, PDU_ERR_INVALID_HANDLE);
-    OsMutexUnlock(link->mutex);
+    constexpr UNUM32 kNone = 77;
+    UNUM32 status = kNone;
+    // The caller has found the link and waits for its mutex.
+    const auto status_of = [&](UNUM32 hCoP) {
+        status = kNone;
+        link->running = true;
+        EXPECT_EQ(OsMutexLock(link->mutex, 0), MutexWait::kAcquired);
+        const LogCapture log;
+        std::atomic<T_PDU_ERROR> result{PDU_STATUS_NOERROR};
+        Thread asker([&] { result = PDUGetStatus(0, hCLL, hCoP, &status, nullptr, nullptr); });
+        EXPECT_TRUE(Eventually([&] { return log.Has("[PDUGetStatus] (0, 0, ...)"); }));
+        link->running = false;
+        asker.Join();
+        OsMutexUnlock(link->mutex);
+        return result.load();
+    };
+    EXPECT_EQ(status_of(cop->hCoP), PDU_ERR_INVALID_HANDLE);
+    EXPECT_EQ(status, kNone);
+    EXPECT_EQ(status_of(PDU_HANDLE_UNDEF), PDU_STATUS_NOERROR) << "the module's";
+    EXPECT_NE(status, kNone);
     link->running = true;
     link->registry.Remove(cop->hCoP);
 }
