@@ -832,6 +832,23 @@ TEST(ParamCopies, NumbersAndByteFieldsHaveTheirOwnBlocks) {
     EXPECT_TRUE(LiveMemory() == before);
 }
 
+TEST(ParamCopies, ByteFieldMayHaveOneByte) {
+    UNUM8 byte = 7;
+    PDU_PARAM_BYTEFIELD_DATA field = {1, 1, &byte};
+    PDU_PARAM_ITEM copy{};
+    ASSERT_EQ(CopyParamItem({PDU_IT_PARAM, 5, PDU_PT_BYTEFIELD, PDU_PC_COM, &field}, &copy),
+              ParamCopy::kCopied);
+    EXPECT_EQ(Text(PDU_PT_BYTEFIELD, copy.pComParamData), "(BYTEFIELD) 07 ");
+    EXPECT_TRUE(FreeParamValue(copy));
+}
+
+TEST(ParamCopies, NumbersHaveTheSizeOfTheirType) {
+    EXPECT_EQ(ParamNumberSize(PDU_PT_SNUM8), 1u);
+    EXPECT_EQ(ParamNumberSize(PDU_PT_SNUM16), 2u);
+    EXPECT_EQ(ParamNumberSize(PDU_PT_SNUM32), 4u);
+    EXPECT_EQ(ParamNumberSize(PDU_PT_BYTEFIELD), 0u);
+}
+
 TEST(ParamCopies, OtherTypesAreCopiedWithoutTheirValue) {
     UNUM32 value = 1;
     for (const T_PDU_PT type : {PDU_PT_STRUCTFIELD, PDU_PT_LONGFIELD, 0x100u, 0x10Au}) {
@@ -880,15 +897,18 @@ TEST(ParamCopies, WithoutMemoryLeaveNothing) {
                                     {PDU_IT_PARAM, 5, PDU_PT_BYTEFIELD, PDU_PC_COM, &field}};
     const MemoryUse before = LiveMemory();
     for (const PDU_PARAM_ITEM& item : items) {
-        ParamCopy copied = ParamCopy::kCopied;
-        PDU_PARAM_ITEM copy{};
-        {
-            const FailingHeap heap;
-            copied = CopyParamItem(item, &copy);
+        const std::uint32_t blocks = item.ComParamDataType == PDU_PT_BYTEFIELD ? 2 : 1;
+        for (std::uint32_t allowed = 0; allowed < blocks; ++allowed) {
+            ParamCopy copied = ParamCopy::kCopied;
+            PDU_PARAM_ITEM copy{};
+            {
+                const FailingHeap heap(allowed, 1);
+                copied = CopyParamItem(item, &copy);
+            }
+            EXPECT_EQ(copied, ParamCopy::kNoMemory);
+            EXPECT_EQ(copy.pComParamData, nullptr);
+            EXPECT_TRUE(LiveMemory() == before);
         }
-        EXPECT_EQ(copied, ParamCopy::kNoMemory);
-        EXPECT_EQ(copy.pComParamData, nullptr);
-        EXPECT_TRUE(LiveMemory() == before);
     }
 }
 

@@ -203,6 +203,18 @@ TEST_F(UniqueRespTables, FirstEntryOwnsTheParametersOfAllEntries) {
     Destroy(copy);
 }
 
+TEST_F(UniqueRespTables, OneParameterIsCopied) {
+    UNUM32 value = 7;
+    std::vector<PDU_PARAM_ITEM> params = {Param(61, PDU_PT_UNUM32, &value)};
+    std::vector<Entry> entries = {EntryOf(1, params)};
+    const AppTable source(entries);
+    TableItem* copy = DuplicatePduUniqueResponseTable(&source.item);
+    ASSERT_NE(copy, nullptr);
+    ASSERT_EQ(copy->pUniqueData->NumParamItems, 1u);
+    EXPECT_EQ(*static_cast<UNUM32*>(copy->pUniqueData->pParams->pComParamData), 7u);
+    Destroy(copy);
+}
+
 TEST_F(UniqueRespTables, EmptyTablesAreCopied) {
     const TableItem tables[] = {{PDU_IT_UNIQUE_RESP_ID_TABLE, 0, nullptr},
                                 {PDU_IT_UNIQUE_RESP_ID_TABLE, 5, nullptr}};
