@@ -48,8 +48,10 @@ struct ShutsAtExit {
 
 }  // namespace
 
-// What is constructed last is destroyed first: the gate is shut when the connection goes.
+// What is constructed last is destroyed first: the gate is shut when the connection goes. A bus may
+// be connected after that too.
 void BusValues::Prepare() {
+    const BusValues values;
     const sdbus::Variant makes_the_connection(true);
     static const ShutsAtExit shuts_at_exit;
 }

@@ -1,7 +1,9 @@
 // The Linux Bluetooth service: stopped, restarted, silent or refusing.
 #include <chrono>
+#include <cstdlib>
 
 #include "conformance/ble/ble_fixture.h"
+#include "conformance/framework/fresh_process.h"
 
 namespace conformance {
 namespace {
@@ -78,6 +80,28 @@ TEST_F(BluetoothService, AbortedConnectionIsTriedAgain) {
     Construct();
     EXPECT_TRUE(ScanUntil(1));  // its login may be too late for the first scan
     EXPECT_FALSE(log.Has("[BLE] Failed to connect to device"));
+}
+
+// Registered before the library is loaded, so it runs after the library's own exit handlers, but
+// before the configuration's folder is deleted.
+void ScanOnceMore() {
+    const LogCapture log;
+    bool good = Pdu().PDUConstruct(nullptr, nullptr) == PDU_STATUS_NOERROR;
+    PDU_MODULE_ITEM* modules = nullptr;
+    good = Pdu().PDUGetModuleIds(&modules) == PDU_STATUS_NOERROR && good;
+    Pdu().PDUDestroyItem(reinterpret_cast<PDU_ITEM*>(modules));
+    good = Pdu().PDUDestruct() == PDU_STATUS_NOERROR && good;
+    if (!good || !log.HasLike("[BLE] BLE scanning failed: * (the process is ending)"))
+        std::_Exit(EXIT_FAILURE);
+}
+
+FRESH_PROCESS_TEST(BluezProcessEnd, LaterScanFindsNothing) {
+    Radio().Reset();
+    Settings{.useBle = true}.Store();
+    ASSERT_EQ(std::atexit(ScanOnceMore), 0);
+    ASSERT_EQ(Pdu().PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
+    FindModule();
+    ASSERT_EQ(Pdu().PDUDestruct(), PDU_STATUS_NOERROR);
 }
 
 }  // namespace
