@@ -4,6 +4,7 @@
 #   tarvik::mbedcrypto      cloud secure channel
 #   tarvik::cli11           command-line client
 #   tarvik::nlohmann_json   simulator and tests
+#   tarvik::ssl, tarvik::crypto     OpenSSL: WebSocket to the relay (Linux), simulators
 #   tarvik::gtest, tarvik::gtest_main
 
 find_package(Threads REQUIRED)
@@ -38,6 +39,21 @@ tarvik_import_static(json_c libjson-c.a)
 tarvik_import_static(mbedcrypto libmbedcrypto.a)
 tarvik_import_headers(cli11)
 tarvik_import_headers(nlohmann_json)
+
+# OpenSSL is inside the library, where a host that has an OpenSSL of its own cannot put it in place of
+# ours. The simulators link the same files, since some programs are made of both.
+function(tarvik_import_openssl name)
+    find_library(TARVIK_OPENSSL_${name} lib${name}.a REQUIRED)
+    add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(tarvik::${name} PROPERTIES
+        IMPORTED_LOCATION "${TARVIK_OPENSSL_${name}}"
+        INTERFACE_LINK_LIBRARIES "${ARGN}")
+endfunction()
+
+if(NOT WIN32)
+    tarvik_import_openssl(crypto Threads::Threads ${CMAKE_DL_LIBS})
+    tarvik_import_openssl(ssl tarvik::crypto)
+endif()
 
 if(WIN32)
     tarvik_import_static(gtest libgtest.a)

@@ -34,6 +34,13 @@ product_version() {
 so_exports() {
     nm -D --defined-only "$library" | awk '{print $3}'
 }
+# Symbols of the host take the place of those of a shared library, so there are only the C and C++
+# runtime and the system's services.
+system_libraries='libc|libm|libdl|librt|libpthread|libresolv|ld-linux-x86-64|libgcc_s|libstdc\+\+'
+system_libraries+='|libudev|libsdbus-c\+\+'
+foreign_libraries() {
+    readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vE "^($system_libraries)\.so"
+}
 soname() {
     readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p'
 }
@@ -70,6 +77,7 @@ case $library in
         ;;
     *)
         check "the exported names" "$names" "$(so_exports | sort)"
+        check "libraries from outside the system" "" "$(foreign_libraries)"
         check "the initializer that is run last" "tarvik::(anonymous namespace)::Attach()" \
             "$(last_initializer)"
         has_sanitizer || check "loading before the program" "[DLL] Detaching the Tarvik D-PDU DLL" \

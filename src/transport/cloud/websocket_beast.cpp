@@ -28,6 +28,7 @@
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/tcp_addresses.h"
 #include "transport/cloud/tcp_lookup.h"
+#include "transport/cloud/tls_library.h"
 #include "transport/cloud/websocket_client.h"
 
 namespace tarvik {
@@ -60,9 +61,7 @@ using SecureStream = websocket::stream<ssl::stream<tcp::socket>>;
 // Where OpenSSL has no memory left, not even to note an error, Boost takes its null pointers for
 // objects. So the context is created here, and an error is there before a stream is created.
 ssl::context CreateTlsContext() {
-    SSL_CTX* created = ::SSL_CTX_new(::TLS_client_method());
-    if (created == nullptr) throw std::bad_alloc();
-    ssl::context context(created);
+    ssl::context context(CreateTlsClientContext());
     context.set_options(ssl::context::no_compression);
     return context;
 }
@@ -257,8 +256,8 @@ bool PrepareTls(WebSocketClient* client, ssl::stream<tcp::socket>* stream) {
         stream->set_verify_mode(ssl::verify_none, error);
         return !error;
     }
-    client->tls.set_default_verify_paths(error);
-    if (!error) stream->set_verify_mode(ssl::verify_peer, error);
+    if (!TrustSystemIssuers(client->tls.native_handle())) return false;
+    stream->set_verify_mode(ssl::verify_peer, error);
     if (!error) stream->set_verify_callback(ssl::host_name_verification(client->server), error);
     return !error;
 }
