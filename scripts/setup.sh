@@ -11,7 +11,7 @@ logs=$root/build/logs
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 
 # Raise it when a recipe below changes, so that cached libraries are built again.
-recipe=1
+recipe=2
 json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
@@ -38,6 +38,14 @@ fail() {
     exit 1
 }
 
+# What the system is, by its os-release file, if it is not Debian 12.
+other_system() {
+    local file=${TARVIK_OS_RELEASE:-/etc/os-release} id version name
+    field() { sed -n "s/^$1=//p" "$file" 2>/dev/null | tr -d "\"'" | head -n 1; }
+    id=$(field ID) version=$(field VERSION_ID) name=$(field PRETTY_NAME)
+    [ "$id $version" = "debian 12" ] || echo "${name:-${id:-an unknown system}}"
+}
+
 is_installed() {
     [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
 }
@@ -52,7 +60,7 @@ logged() {
 install_packages() {
     local missing=() package as_root=()
     command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
-        fail "apt-get is missing: this set-up is for Debian 12; install these packages' contents yourself:" $*
+        fail "apt-get is missing from this Debian 12, and these packages are needed:" $*
     for package in "$@"; do
         is_installed "$package" || missing+=("$package")
     done
@@ -120,7 +128,7 @@ fetch_source() {
     folder=$(find "$deps/source/$package.new" -mindepth 1 -maxdepth 1 -type d)
     case ${folder##*/} in
         "$package-$version"*) mv "$folder" "$deps/source/$package" ;;
-        *) fail "$package $version is needed, but this machine's Debian release offers ${folder##*/}; use Debian 12" ;;
+        *) fail "$package $version of Debian 12 is needed, but apt offers ${folder##*/}; look at the releases in /etc/apt/sources.list" ;;
     esac
     rm -rf "$deps/source/$package.new"
 }
@@ -143,7 +151,8 @@ build_library() {
     rm -rf "$deps/build/$system-$name"
 }
 
-# The source is patched in a copy, so that a changed patch applies to it too.
+# The source is patched in a copy, so that a changed patch applies to it too. Without arc4random, which
+# would need glibc 2.36, it takes its seed from getrandom.
 build_json_c() {
     local source=$deps/build/json-c-source
     fetch_source json-c 0.16
@@ -153,7 +162,7 @@ build_json_c() {
     logged patch-json-c "patching json-c" patch --batch -p1 -d "$source" -i "$json_c_patch"
     build_library "$1" json-c "$source" \
         -DBUILD_STATIC_LIBS=ON -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON \
-        -DDISABLE_EXTRA_LIBS=ON -DDISABLE_THREAD_LOCAL_STORAGE=ON
+        -DDISABLE_EXTRA_LIBS=ON -DDISABLE_THREAD_LOCAL_STORAGE=ON -DHAVE_ARC4RANDOM=OFF
     rm -rf "$source"
 }
 
@@ -163,7 +172,7 @@ build_mbedtls() {
     sed -i 's|^//#define MBEDTLS_PLATFORM_MEMORY$|#define MBEDTLS_PLATFORM_MEMORY|' \
         "$deps/source/mbedtls/include/mbedtls/config.h"
     grep -q '^#define MBEDTLS_PLATFORM_MEMORY$' "$deps/source/mbedtls/include/mbedtls/config.h" ||
-        fail "mbedTLS's config.h does not offer MBEDTLS_PLATFORM_MEMORY; use Debian 12"
+        fail "mbedTLS's config.h does not offer MBEDTLS_PLATFORM_MEMORY, unlike Debian 12's; remove $deps/source/mbedtls and run this again"
     build_library "$1" mbedtls "$deps/source/mbedtls" \
         -DENABLE_PROGRAMS=OFF -DENABLE_TESTING=OFF -DUSE_STATIC_MBEDTLS_LIBRARY=ON \
         -DUSE_SHARED_MBEDTLS_LIBRARY=OFF -DMBEDTLS_FATAL_WARNINGS=OFF -DINSTALL_MBEDTLS_HEADERS=ON
@@ -191,6 +200,9 @@ ensure() {
     "$@"
     echo "$key" >"$stamp"
 }
+
+other=$(other_system)
+[ -z "$other" ] || fail "this is $other, but the set-up installs packages of Debian 12 (bookworm) only: build in a container or chroot of Debian 12, for instance with: docker run --rm -it -v '$root':/src -w /src debian:12 bash -c 'apt-get update && apt-get install -y make && make build'; what it builds also runs on other systems, see README.md"
 
 groups=${*:-linux windows}
 packages="" tools=""

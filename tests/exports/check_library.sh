@@ -41,6 +41,28 @@ system_libraries+='|libudev|libsdbus-c\+\+'
 foreign_libraries() {
     readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vE "^($system_libraries)\.so"
 }
+# The oldest system that the library runs on, by the symbol versions that it asks for: README.md names
+# the distributions. GLIBCXX and CXXABI are of libstdc++, here that of GCC 11.
+newest_versions='GLIBC_2.34 GLIBCXX_3.4.29 CXXABI_1.3.13 GCC_3.3'
+# SYMBOL@VERSION of each symbol that needs more.
+too_new() {
+    nm -D --undefined-only --with-symbol-versions "$library" |
+        awk -v limits="$newest_versions" '
+            function number(version, part) {
+                split(version, part, /[_.]/)
+                return part[2] * 1e6 + part[3] * 1e3 + part[4]
+            }
+            function family(version) { return substr(version, 1, index(version, "_")) }
+            BEGIN {
+                count = split(limits, limit, " ")
+                for (i = 1; i <= count; ++i) newest[family(limit[i])] = number(limit[i])
+            }
+            {
+                version = $NF
+                sub(/.*@/, "", version)
+                if (family(version) in newest && number(version) > newest[family(version)]) print $NF
+            }'
+}
 soname() {
     readelf -d "$library" | sed -n 's/.*(SONAME).*\[\(.*\)\]/\1/p'
 }
@@ -78,6 +100,7 @@ case $library in
     *)
         check "the exported names" "$names" "$(so_exports | sort)"
         check "libraries from outside the system" "" "$(foreign_libraries)"
+        check "symbols of newer systems" "" "$(too_new)"
         check "the initializer that is run last" "tarvik::(anonymous namespace)::Attach()" \
             "$(last_initializer)"
         has_sanitizer || check "loading before the program" "[DLL] Detaching the Tarvik D-PDU DLL" \
