@@ -341,9 +341,15 @@ bool ReadConfigText(char (&text)[kMaxConfigFileSize + 1]) {
 
 }  // namespace
 
+const char* WithoutByteOrderMark(const char* text) {
+    static constexpr char kMark[] = "\xEF\xBB\xBF";
+    constexpr std::size_t kLength = sizeof kMark - 1;
+    return std::strncmp(text, kMark, kLength) == 0 ? text + kLength : text;
+}
+
 bool ParseConfig(const char* text, Config* record) {
     Config read{};
-    if (!ReadKeys(text, &read)) return false;
+    if (!ReadKeys(WithoutByteOrderMark(text), &read)) return false;
     read.useProxy = read.useProxy && read.proxyAddress[0] != '\0';
     read.useWebsocket = read.useWebsocket && read.websocketAddress[0] != '\0';
     *record = read;

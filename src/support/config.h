@@ -17,6 +17,8 @@ bool CreateDefaultConfig(const char* path);
 bool LoadConfig(Config* record);
 bool WriteConfig(const Config* record);
 
+// The text of a file without the byte order mark that some editors put before UTF-8.
+const char* WithoutByteOrderMark(const char* text);
 // Reads the text of a file into `record`. If it is not JSON, every key counts as missing. False:
 // memory is out, and `record` is unchanged.
 bool ParseConfig(const char* text, Config* record);

@@ -68,6 +68,13 @@ TEST_F(DpduDoctor, InvalidJsonIsWrongAndItsLineIsNamed) {
     }
 }
 
+TEST_F(DpduDoctor, ByteOrderMarkIsSkipped) {
+    WriteConfig("\xEF\xBB\xBF" + GoodConfig().dump());
+    const ClientResult result = Run();
+    EXPECT_EQ(result.exit_code, kOk) << result.output;
+    EXPECT_TRUE(HasLine(result, "ok", "transports", "serial port, relay over TCP"));
+}
+
 TEST_F(DpduDoctor, ConfigurationOf1024BytesIsFineAndALongerOneIsWrong) {
     std::string text = GoodConfig().dump();
     text.resize(1024, ' ');

@@ -84,6 +84,11 @@ FRESH_PROCESS_TEST(FreshConfig, NumbersAndTextsCountAsBooleans) {
     }
 }
 
+FRESH_PROCESS_TEST(FreshConfig, ByteOrderMarkIsSkipped) {
+    WriteFile(UserConfigPath(), "\xEF\xBB\xBF" + Settings{.dummyDevice = false}.Json());
+    EXPECT_FALSE(DemoStarts());
+}
+
 FRESH_PROCESS_TEST(FreshConfig, IsReadAgainAtEveryConstruct) {
     Settings{.dummyDevice = false}.Store();
     EXPECT_FALSE(DemoStarts());

@@ -122,6 +122,25 @@ TEST_F(ConfigFile, ReadOnlyLibraryFileStaysInUseWhenItCannotBeReadToTheEnd) {
 
 // --- loading ---
 
+TEST_F(ConfigFile, ByteOrderMarkIsSkipped) {
+    const Config read =
+        LoadText("\xEF\xBB\xBF{\"useSerial\": false, \"serverAddress\": \"relay:1\"}");
+    EXPECT_FALSE(read.useSerial);
+    EXPECT_STREQ(read.serverAddress, "relay:1");
+}
+
+TEST_F(ConfigFile, ByteOrderMarkIsNotKeptByWriting) {
+    Config read = LoadText("\xEF\xBB\xBF{\"useSerial\": false}");
+    StdoutCapture console;
+    ASSERT_TRUE(WriteConfig(&read));
+    EXPECT_EQ(test::ReadFile(LibraryFile()).front(), '{');
+}
+
+TEST_F(ConfigFile, PartOfAByteOrderMarkIsNotSkipped) {
+    EXPECT_TRUE(LoadText("\xEF\xBB{\"useSerial\": false}").useSerial);
+    EXPECT_TRUE(LoadText("\xEF").useSerial);
+}
+
 TEST_F(ConfigFile, EmptyObjectEnablesEverythingThatNeedsNoAddress) {
     const Config read = LoadText("{}");
     EXPECT_TRUE(read.showDebug);

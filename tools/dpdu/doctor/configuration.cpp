@@ -52,17 +52,19 @@ bool ReadAll(const std::string& path, std::string* text) {
     return !file.bad();
 }
 
+const char* JsonOf(const ConfigFile& file) {
+    return tarvik::WithoutByteOrderMark(file.text.c_str());
+}
+
 // "line 3: unexpected character"; empty if the text is a JSON object.
-std::string FaultOf(const std::string& text) {
+std::string FaultOf(const char* text) {
     const std::unique_ptr<json_tokener, PutJsonRoot> tokener(json_tokener_new());
-    const JsonRoot root(json_tokener_parse_ex(tokener.get(), text.c_str(), -1));
+    const JsonRoot root(json_tokener_parse_ex(tokener.get(), text, -1));
     const json_tokener_error error = json_tokener_get_error(tokener.get());
     if (error == json_tokener_success) {
         return json_object_is_type(root.get(), json_type_object) ? "" : "it is not in { }";
     }
-    const std::size_t end = json_tokener_get_parse_end(tokener.get());
-    const auto lines =
-        std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(end), '\n');
+    const auto lines = std::count(text, text + json_tokener_get_parse_end(tokener.get()), '\n');
     return "line " + std::to_string(lines + 1) + ": " + json_tokener_error_desc(error);
 }
 
@@ -134,8 +136,8 @@ void AddIfAny(Findings* findings, Verdict verdict, const std::string& keys,
     if (!keys.empty()) findings->push_back({verdict, kConfigSubject, meaning + keys, advice});
 }
 
-void AddKeyFindings(const std::string& text, Findings* findings) {
-    const JsonRoot root(json_tokener_parse(text.c_str()));
+void AddKeyFindings(const char* text, Findings* findings) {
+    const JsonRoot root(json_tokener_parse(text));
     AddIfAny(findings, Verdict::kWrong, KeysOfWrongType(root.get()),
              "of a wrong type: ", "use the type in parentheses");
     AddIfAny(findings, Verdict::kWrong, KeysThatAreCut(root.get()),
@@ -191,7 +193,7 @@ ConfigFile ReadConfigFile(const std::string& library_path) {
     file.is_there = IsFile(file.path);
     file.is_readable = file.is_there && ReadAll(file.path, &file.text);
     file.is_usable = file.is_readable && file.text.size() <= tarvik::kMaxConfigFileSize &&
-                     FaultOf(file.text).empty();
+                     FaultOf(JsonOf(file)).empty();
     if (file.is_usable) tarvik::ParseConfig(file.text.c_str(), &file.values);
     return file;
 }
@@ -216,12 +218,12 @@ Findings CheckConfiguration(const ConfigFile& file) {
     }
     if (!file.is_usable) {
         return wrong(
-            file.path + " is not JSON, so every key counts as missing: " + FaultOf(file.text),
+            file.path + " is not JSON, so every key counts as missing: " + FaultOf(JsonOf(file)),
             "correct it");
     }
     Findings findings = {
         {Verdict::kFine, kConfigSubject, file.path + ", " + OfBytesRead(file.text.size())}};
-    AddKeyFindings(file.text, &findings);
+    AddKeyFindings(JsonOf(file), &findings);
     AddSizeAfterKey(file.values, &findings);
     findings.push_back(TransportFinding(file.values));
     return findings;
