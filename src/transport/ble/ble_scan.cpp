@@ -88,13 +88,14 @@ void ClearScanData() {
     ble->pending.clear();
 }
 
-void Pause(std::uint32_t duration_ms) {
+void Listen(BleScan* scan, std::uint32_t duration_ms) {
     const std::uint64_t deadline = TickMs() + duration_ms;
     while (!ble->closing) {
         const std::uint64_t now = TickMs();
         if (now >= deadline) return;
         const std::uint64_t poll_ms = GetBleLimits().close_poll_ms;
         SleepMs(static_cast<std::uint32_t>(std::min(deadline - now, poll_ms)));
+        scan->Poll();
     }
 }
 
@@ -113,7 +114,7 @@ BleList<std::uint64_t> ScanForDevices(std::uint32_t timeout_ms) {
     const int status = scan->Status();
     ConsolePrint("[BLE] Watcher status: %d\n", status);
     Log(kLogTrace, "[BLE] Started BLE scanning, status: %d", status);
-    Pause(timeout_ms);
+    Listen(scan.get(), timeout_ms);
     scan->Stop();
     BleList<std::uint64_t> found = TakePending();
     const int count = static_cast<int>(found.size());

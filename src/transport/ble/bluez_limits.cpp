@@ -7,6 +7,7 @@ const BluezLimits& GetBluezLimits() {
         .open_bus_ms = 5'000,
         .objects_ms = 5'000,
         .discovery_ms = 5'000,
+        .discovery_retry_ms = 300,
         .connect_ms = 40'000,
         .connected_ms = 5'000,
         .resolve_ms = 30'000,

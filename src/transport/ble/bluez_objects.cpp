@@ -21,6 +21,7 @@ BluezProperties::BluezProperties(const BluezPropertyMap& map) {
     ReadValue(map, "Name", &name);
     ReadValue(map, "UUID", &uuid);
     ReadValue(map, "Powered", &powered);
+    ReadValue(map, "Discovering", &discovering);
     ReadValue(map, "Connected", &connected);
     ReadValue(map, "ServicesResolved", &services_resolved);
     ReadValue(map, "RSSI", &rssi);

@@ -28,7 +28,7 @@ struct BluezProperties {
     explicit BluezProperties(const BluezPropertyMap& map);
 
     std::optional<std::string> address, name, uuid, service;
-    std::optional<bool> powered, connected, services_resolved;
+    std::optional<bool> powered, discovering, connected, services_resolved;
     std::optional<std::int16_t> rssi;
     std::optional<std::uint16_t> mtu;
     std::optional<std::vector<std::uint8_t>> value;

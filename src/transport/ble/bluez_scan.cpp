@@ -3,6 +3,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/tick.h"
 #include "support/log.h"
 #include "transport/ble/ble_text.h"
 #include "transport/ble/bluez_limits.h"
@@ -11,12 +12,14 @@
 namespace tarvik {
 namespace {
 
+constexpr std::int32_t kCreated = 0;
 constexpr std::int32_t kStarted = 1;
 constexpr std::int32_t kStopped = 3;
 constexpr std::int16_t kUnknownRssi = 127;  // Bluetooth's own value for "not known"
 
 // Discovery through BlueZ. BlueZ keeps objects of devices that it has seen before: a device counts
-// as present only if its signal strength is signalled while this scan runs.
+// as present only if its signal strength is signalled while this scan runs, or was while another
+// program's scan ran that has not ended, since the kernel reports a device once.
 class BluezScan final : public BleScan, private BluezListener {
 public:
     BluezScan(std::shared_ptr<BluezBus> bus, std::shared_ptr<BluezOpenDevices> open_devices,
@@ -25,7 +28,8 @@ public:
     ~BluezScan() override;
 
     void Start() override;
-    std::int32_t Status() override { return started_ ? kStarted : kStopped; }
+    void Poll() override;
+    std::int32_t Status() override;
     void Stop() override;
 
 private:
@@ -35,9 +39,14 @@ private:
         std::optional<std::int16_t> rssi;  // in this scan
     };
 
+    void SetFilter();
     void StartDiscovery();
+    bool RunsAlready();
+    void StopDiscovery();
     void ReadKnownObjects(const std::vector<BluezObject>& objects);
+    void ReadKnownAdapter(const BluezObject& object);
     void ReadKnownDevice(const BluezProperties& properties, Seen* device);
+    void DeviceChanged(const std::string& path, const BluezProperties& properties);
     void Advertise(const std::string& path);
 
     void ObjectAdded(const BluezObject& object) override;
@@ -48,11 +57,16 @@ private:
     const std::shared_ptr<BluezOpenDevices> open_devices_;
     Handler& handler_;
     bool started_ = false;
+    bool discovers_ = false;  // BlueZ has begun
+    bool refusal_logged_ = false;
+    std::uint64_t next_attempt_ms_ = 0;
 
     OsLock lock_;  // guards everything below; held for the handler, never for calls of the bus
     std::string adapter_;  // the scanning one; empty until it is known. Only Start changes it
     bool service_gone_ = false;
-    std::map<std::string, Seen> devices_;  // by path
+    bool was_discovering_ = false;             // for another program, before this scan
+    std::map<std::string, bool> discovering_;  // by adapter
+    std::map<std::string, Seen> devices_;      // by path
 };
 
 BluezScan::~BluezScan() {
@@ -69,27 +83,61 @@ void BluezScan::Start() {
     bus_->Add(this);
     ReadKnownObjects(bus_->Objects());
     started_ = true;
+    SetFilter();
     StartDiscovery();
 }
 
-void BluezScan::StartDiscovery() {
+void BluezScan::SetFilter() {
     bus_->Call({adapter_, kBluezAdapter, "SetDiscoveryFilter", GetBluezLimits().discovery_ms},
                [](sdbus::MethodCall& call) {
                    call << std::map<std::string, sdbus::Variant>{
                        {"Transport", sdbus::Variant(std::string("le"))},
                        {"DuplicateData", sdbus::Variant(true)}};
                });
+}
+
+// BlueZ answers "InProgress" if an earlier session was not ended, which is then used, but also to
+// whatever the kernel refuses: then nothing listens.
+void BluezScan::StartDiscovery() {
+    next_attempt_ms_ = TickMs() + GetBluezLimits().discovery_retry_ms;
     try {
         bus_->Call({adapter_, kBluezAdapter, "StartDiscovery", GetBluezLimits().discovery_ms});
+        discovers_ = true;
     } catch (const BluezError& error) {
-        if (!error.Is("InProgress")) throw;  // an earlier session was not ended; use that one
+        if (!error.Is("InProgress")) throw;
+        discovers_ = RunsAlready();
+        if (discovers_ || std::exchange(refusal_logged_, true)) return;
+        Log(kLogTrace, "[BLE] Discovery is refused and tried again: %s", BleErrorText(error).text);
+    }
+}
+
+bool BluezScan::RunsAlready() {
+    const LockGuard hold(lock_);
+    return discovering_[adapter_];
+}
+
+void BluezScan::Poll() {
+    if (started_ && !discovers_ && TickMs() >= next_attempt_ms_) StartDiscovery();
+}
+
+std::int32_t BluezScan::Status() {
+    if (!started_) return kStopped;
+    return discovers_ ? kStarted : kCreated;
+}
+
+// Its failure does not keep the scan from asking the dongles that are connected.
+void BluezScan::StopDiscovery() {
+    try {
+        bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", GetBluezLimits().discovery_ms});
+    } catch (const BluezError& error) {
+        Log(kLogTrace, "[BLE] Discovery did not end as it should: %s", BleErrorText(error).text);
     }
 }
 
 void BluezScan::Stop() {
     if (!std::exchange(started_, false)) return;
     bus_->Remove(this);
-    bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", GetBluezLimits().discovery_ms});
+    if (std::exchange(discovers_, false)) StopDiscovery();
     const LockGuard hold(lock_);
     if (service_gone_) throw BleError("the Bluetooth service has gone during the scan");
 }
@@ -99,6 +147,9 @@ void BluezScan::ReadKnownObjects(const std::vector<BluezObject>& objects) {
     const LockGuard hold(lock_);
     adapter_ = PoweredAdapter(objects);
     for (const BluezObject& object : objects) {
+        if (object.interface == kBluezAdapter) ReadKnownAdapter(object);
+    }
+    for (const BluezObject& object : objects) {
         if (object.interface == kBluezDevice)
             ReadKnownDevice(object.properties, &devices_[object.path]);
     }
@@ -106,12 +157,21 @@ void BluezScan::ReadKnownObjects(const std::vector<BluezObject>& objects) {
         Advertise(path);
 }
 
-// Called under the lock. A signal is never older than what BlueZ returned. A signal strength from
-// before the scan does not count, except for a dongle that BlueZ keeps connected: it does not
-// advertise, so a dongle that an earlier process left connected would never be found again.
+// Called under the lock, as is the next.
+void BluezScan::ReadKnownAdapter(const BluezObject& object) {
+    const bool discovering = object.properties.discovering.value_or(false);
+    discovering_.emplace(object.path, discovering);
+    if (object.path == adapter_) was_discovering_ = discovering;
+}
+
+// A signal is never older than what BlueZ returned. A signal strength from before the scan counts
+// only if it comes from a scan that still runs; BlueZ removes it when the last one ends. A dongle
+// that BlueZ keeps connected counts without: it does not advertise, so one that an earlier process
+// left connected would never be found again.
 void BluezScan::ReadKnownDevice(const BluezProperties& properties, Seen* device) {
     if (properties.address) device->address = BluezAddress(*properties.address);
     if (!device->name) device->name = properties.name;
+    if (was_discovering_ && !device->rssi) device->rssi = properties.rssi;
     if (!properties.connected.value_or(false) || !device->address || device->rssi) return;
     if (open_devices_->Contains(*device->address)) return;
     device->rssi = properties.rssi.value_or(kUnknownRssi);
@@ -130,15 +190,21 @@ void BluezScan::Advertise(const std::string& path) {
 void BluezScan::ObjectAdded(const BluezObject& object) { Changed(object); }
 
 void BluezScan::Changed(const BluezObject& object) {
-    if (object.interface != kBluezDevice) return;
     const LockGuard hold(lock_);
     const BluezProperties& properties = object.properties;
-    Seen& seen = devices_[object.path];
+    if (object.interface == kBluezDevice) DeviceChanged(object.path, properties);
+    if (object.interface == kBluezAdapter && properties.discovering)
+        discovering_[object.path] = *properties.discovering;
+}
+
+// Called under the lock.
+void BluezScan::DeviceChanged(const std::string& path, const BluezProperties& properties) {
+    Seen& seen = devices_[path];
     if (properties.address) seen.address = BluezAddress(*properties.address);
     if (properties.name) seen.name = properties.name;
     if (properties.rssi) seen.rssi = properties.rssi;
     // The name may come after the signal strength, in another signal.
-    if (properties.rssi || properties.name) Advertise(object.path);
+    if (properties.rssi || properties.name) Advertise(path);
 }
 
 void BluezScan::ServiceGone() {

@@ -22,6 +22,7 @@ const BluezLimits& GetBluezLimits() {
         .open_bus_ms = 10'000,
         .objects_ms = 8,
         .discovery_ms = 8,
+        .discovery_retry_ms = 0,
         .connect_ms = 8,
         .connected_ms = 3,
         .resolve_ms = 3,

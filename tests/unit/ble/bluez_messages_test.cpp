@@ -19,6 +19,7 @@ constexpr BluezLimits kPatientLimits = {
     .open_bus_ms = 20'000,
     .objects_ms = 20'000,
     .discovery_ms = 20'000,
+    .discovery_retry_ms = 1,
     .connect_ms = 20'000,
     .connected_ms = 20'000,
     .resolve_ms = 20'000,
@@ -191,6 +192,25 @@ protected:
         });
     }
 
+    // The objects of an adapter and the dongle, whose signal strength is known from before.
+    void SetStrengthFromBefore(bool discovering) {
+        SetObjects([=](Marshal* out) {
+            PutObject(out, kAdapterPath, "org.bluez.Adapter1", [&] {
+                PutBool(out, "Powered", true);
+                PutBool(out, "Discovering", discovering);
+            });
+            PutObject(out, kDevicePath, kDevice, [&] {
+                PutText(out, "Address", "02:42:52:4E:58:01");
+                PutText(out, "Name", "Brennix");
+                PutInt16(out, "RSSI", -70);
+            });
+        });
+    }
+    static Message Discovering(bool discovering) {
+        return PropertiesChanged(kAdapterPath, "org.bluez.Adapter1",
+                                 [&](Marshal* out) { PutBool(out, "Discovering", discovering); });
+    }
+
     FakeBluez& bluez_ = FakeBluez::Get();
     Reports reports_;
     std::unique_ptr<BleRadio> radio_;
@@ -323,25 +343,96 @@ TEST_F(BluezScanMessages, ServiceThatGoesFailsTheScanAndOneThatComesDoesNot) {
     EXPECT_EQ(ErrorOf([&] { Scan(); }), "the Bluetooth service has gone during the scan");
 }
 
+// The kernel reports a device that it knows once, to the scan that was first.
+TEST_F(BluezScanMessages, StrengthFromAnotherProgramsScanCountsWhileThatRuns) {
+    SetStrengthFromBefore(false);
+    Scan();
+    EXPECT_TRUE(reports_.Names().empty());
+    SetStrengthFromBefore(true);
+    Scan();
+    EXPECT_EQ(reports_.Names(), std::vector<std::string>{"Brennix"});
+    EXPECT_EQ(reports_.rssi(), -70);
+}
+
 TEST_F(BluezScanMessages, DiscoveryThatAlreadyRunsIsUsed) {
+    const LogCapture log;
+    SetStrengthFromBefore(true);
     bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
-    EXPECT_EQ(ErrorOf([&] { Scan(); }), "");
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    EXPECT_EQ(scan->Status(), 1);
+    scan->Poll();
+    scan->Stop();
+    EXPECT_EQ(bluez_.Calls("StartDiscovery"), 1);
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+    EXPECT_FALSE(log.Mentions("refused"));
+}
+
+TEST_F(BluezScanMessages, DiscoveryThatCannotBeStartedFailsTheScan) {
     bluez_.Fail("StartDiscovery", "org.bluez.Error.Failed", "no");
     EXPECT_EQ(ErrorOf([&] { Scan(); }), "org.bluez.Error.Failed: no");
 }
 
-TEST_F(BluezScanMessages, DiscoveryThatDoesNotEndIsLogged) {
+// BlueZ calls every refusal of the kernel "in progress".
+TEST_F(BluezScanMessages, RefusedDiscoveryIsTriedAgainWhileTheScanRuns) {
+    const LogCapture log;
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress", "Operation already in progress");
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    EXPECT_EQ(scan->Status(), 0);
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll();
+        return bluez_.Calls("StartDiscovery") == 3;
+    }));
+    EXPECT_EQ(scan->Status(), 0);
+    bluez_.SignalBefore("StartDiscovery", {Strength(kDevicePath, -71)});
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll();
+        return scan->Status() == 1;
+    }));
+    const int attempts = bluez_.Calls("StartDiscovery");
+    scan->Poll();
+    EXPECT_EQ(bluez_.Calls("StartDiscovery"), attempts);
+    scan->Stop();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+    EXPECT_EQ(reports_.Names(), std::vector<std::string>{"Brennix"});
+    EXPECT_EQ(log.Count("[BLE] Discovery is refused and tried again: org.bluez.Error.InProgress: "
+                        "Operation already in progress"),
+              1u);
+}
+
+// The signal tells that the refused discovery was another program's, or our own of before.
+TEST_F(BluezScanMessages, RefusedDiscoveryIsNotTriedAgainOnceTheAdapterDiscovers) {
+    bluez_.On("StartDiscovery", [](const BusCall& call) {
+        return Messages{Discovering(true), ErrorReplyTo(call, "org.bluez.Error.InProgress", "")};
+    });
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    EXPECT_EQ(scan->Status(), 1);
+    scan->Stop();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+}
+
+TEST_F(BluezScanMessages, DiscoveryThatNeverBeganIsNotStopped) {
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    EXPECT_EQ(ErrorOf([&] { Scan(); }), "");
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 0);
+}
+
+TEST_F(BluezScanMessages, DiscoveryThatDoesNotEndIsLoggedAndTheScanGoesOn) {
     const LogCapture log;
     bluez_.Fail("StopDiscovery", "org.bluez.Error.Failed", "no");
-    {
-        const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
-        scan->Start();
-        EXPECT_EQ(scan->Status(), 1);
-        EXPECT_EQ(ErrorOf([&] { scan->Stop(); }), "org.bluez.Error.Failed: no");
-        EXPECT_EQ(scan->Status(), 3);
-        scan->Start();
-    }
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    EXPECT_EQ(scan->Status(), 1);
+    EXPECT_EQ(ErrorOf([&] { scan->Stop(); }), "");
+    EXPECT_EQ(scan->Status(), 3);
     EXPECT_TRUE(log.Has("[BLE] Discovery did not end as it should: org.bluez.Error.Failed: no"));
+}
+
+TEST_F(BluezScanMessages, ScanThatIsGivenUpEndsItsDiscovery) {
+    radio_->CreateScan(reports_)->Start();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
 }
 
 TEST_F(BluezScanMessages, AdapterIsMissingOrSwitchedOff) {

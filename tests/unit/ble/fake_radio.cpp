@@ -145,6 +145,17 @@ public:
     void Start() override {
         RequireEntered("starting a scan");
         ThrowUnlessEmpty(FakeRadio::start_error);
+        if (!FakeRadio::begins_late) Begin();
+    }
+    void Poll() override {
+        RequireEntered("polling a scan");
+        if (std::exchange(FakeRadio::begins_late, false)) Begin();
+    }
+    std::int32_t Status() override { return 1; }
+    void Stop() override { RequireEntered("stopping a scan"); }
+
+private:
+    void Begin() {
         std::vector<std::thread> threads;
         for (const auto& dongle : Dongles())
             threads.emplace_back([this, dongle] { Advertise(*dongle); });
@@ -153,10 +164,6 @@ public:
         if (!FakeRadio::advertisement_error.empty())
             handler_.Failed(BleError(FakeRadio::advertisement_error));
     }
-    std::int32_t Status() override { return 1; }
-    void Stop() override { RequireEntered("stopping a scan"); }
-
-private:
     void Advertise(const FakeDongle& dongle) {
         const auto* name = reinterpret_cast<const std::uint8_t*>(dongle.name.data());
         for (int i = 0; i < dongle.advertisements; ++i)
@@ -283,6 +290,7 @@ void FakeRadio::Reset() {
     open_error = create_error = start_error = enter_error = advertisement_error = "";
     enter_fails_on = "";
     open_foreign = false;
+    begins_late = false;
     cancelled = 0;
     const std::lock_guard hold(radio_lock);
     dongles.clear();

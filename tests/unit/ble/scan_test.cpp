@@ -175,6 +175,12 @@ TEST_F(BleScanTest, UnreadableAdvertisementIsLogged) {
     EXPECT_TRUE(log.Has("[BLE] Error in advertisement callback: no bytes"));
 }
 
+TEST_F(BleScanTest, DongleIsFoundAlthoughTheSystemBeginsLate) {
+    FakeRadio::Add();
+    FakeRadio::begins_late = true;
+    EXPECT_EQ(Scan().size(), 1u);
+}
+
 TEST_F(BleScanTest, RadioThatCannotScanFailsOnlyThisScan) {
     FakeRadio::Add();
     for (std::string* error :
