@@ -1,14 +1,31 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace tarvik {
 
-// Called once for each port that belongs to a dongle; `path` lives during the call.
-using FoundPort = void (*)(void* context, std::int32_t number, const char* path);
+enum class PortReadiness : std::uint8_t {
+    kReady,
+    kStarting,  // the system is still setting it up
+    kNoAccess,  // this process may not open it, or not yet
+    kStopped,   // its driver does not run
+};
+
+struct ListedPort {
+    std::int32_t number;
+    const char* path;  // lives during the call
+    PortReadiness readiness;
+};
+
+// Called once for each port that belongs to a dongle.
+using FoundPort = void (*)(void* context, const ListedPort& port);
 
 // Reports every serial port whose USB identity is that of a dongle, on the calling thread. False:
 // the system returned no list of devices.
 bool DiscoverPorts(FoundPort found, void* context);
+
+// What the user can do about a port that does not become ready, for the log and `dpdu doctor`.
+void AdviseOnPort(const ListedPort& port, char* text, std::size_t size);
 
 }  // namespace tarvik

@@ -1,8 +1,13 @@
+#include <fcntl.h>
+#include <grp.h>
 #include <libudev.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <memory>
 
+#include "support/text.h"
 #include "transport/serial/port_discovery.h"
 #include "transport/serial/port_names.h"
 
@@ -33,6 +38,20 @@ bool IsDongle(udev_device* tty) {
            HasAttribute(usb, "idProduct", kDongleProduct);
 }
 
+bool IsAllowed(const char* path, int mode) {
+    return ::faccessat(AT_FDCWD, path, mode, AT_EACCESS) == 0;
+}
+
+// In a container without its daemon, udev never initialises a device.
+bool UdevRuns() { return IsAllowed("/run/udev/control", F_OK); }
+
+// A tty is listed before udev has set its group and access list; the access list may even come
+// after udev calls the device initialised.
+PortReadiness ReadinessOf(udev_device* tty, const char* path) {
+    if (::udev_device_get_is_initialized(tty) == 0 && UdevRuns()) return PortReadiness::kStarting;
+    return IsAllowed(path, R_OK | W_OK) ? PortReadiness::kReady : PortReadiness::kNoAccess;
+}
+
 void Examine(udev* context, const char* syspath, FoundPort found, void* found_context) {
     const Udev<udev_device> tty(::udev_device_new_from_syspath(context, syspath));
     if (!tty) return;  // gone since it was listed
@@ -40,7 +59,29 @@ void Examine(udev* context, const char* syspath, FoundPort found, void* found_co
     const char* path = ::udev_device_get_devnode(tty.get());
     if (name == nullptr || path == nullptr) return;
     const auto number = NumberOfTty(name);
-    if (number && IsDongle(tty.get())) found(found_context, *number, path);
+    if (!number || !IsDongle(tty.get())) return;
+    found(found_context, {*number, path, ReadinessOf(tty.get(), path)});
+}
+
+// A group that the user can join to use the port. False: there is none.
+bool FindOpenGroup(const char* path, gid_t* id) {
+    constexpr mode_t kReadAndWrite = S_IRGRP | S_IWGRP;
+    struct stat node {};
+    if (::stat(path, &node) != 0 || (node.st_mode & kReadAndWrite) != kReadAndWrite) return false;
+    *id = node.st_gid;
+    return node.st_gid != 0 && ::group_member(node.st_gid) == 0;
+}
+
+void NameGroup(gid_t id, char* name, std::size_t size) {
+    char strings[4096];
+    group entry{};
+    group* found = nullptr;
+    ::getgrgid_r(id, &entry, strings, sizeof strings, &found);
+    if (found != nullptr) {
+        FormatText(name, size, "%s", found->gr_name);
+    } else {
+        FormatText(name, size, "%u", static_cast<unsigned>(id));
+    }
 }
 
 }  // namespace
@@ -62,6 +103,26 @@ bool DiscoverPorts(FoundPort found, void* context) {
         Examine(system.get(), ::udev_list_entry_get_name(entry), found, context);
     }
     return true;
+}
+
+void AdviseOnPort(const ListedPort& port, char* text, std::size_t size) {
+    if (port.readiness != PortReadiness::kNoAccess) {
+        FormatText(text, size, "see why udev does not finish (udevadm info %s)", port.path);
+        return;
+    }
+    gid_t id = 0;
+    if (!FindOpenGroup(port.path, &id)) {
+        FormatText(text, size,
+                   "put the rule SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"%s\", "
+                   "ATTRS{idProduct}==\"%s\", GROUP=\"dialout\", MODE=\"0660\", TAG+=\"uaccess\" "
+                   "into /etc/udev/rules.d/70-brennix.rules and plug the dongle in again",
+                   kDongleVendor, kDongleProduct);
+        return;
+    }
+    char name[64];
+    NameGroup(id, name, sizeof name);
+    FormatText(text, size, "join the group %s (sudo usermod -aG %s $USER) and log in again", name,
+               name);
 }
 
 }  // namespace tarvik

@@ -78,9 +78,13 @@ bool DiscoverPorts(FoundPort found, void* context) {
         if (!number || !IsDongle(set.get(), &device)) continue;
         char path[sizeof name + 8];
         FormatText(path, sizeof path, "\\\\.\\%s", name);
-        found(context, *number, path);
+        found(context, {*number, path, PortReadiness::kReady});
     }
     return true;
+}
+
+void AdviseOnPort(const ListedPort&, char* text, std::size_t size) {
+    FormatText(text, size, "enable the port in Device Manager, or plug the dongle in again");
 }
 
 }  // namespace tarvik

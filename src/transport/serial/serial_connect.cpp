@@ -29,9 +29,20 @@ constexpr char kMonitorEndKind[] = "MonitorThread error cleanup";
 // The ports that the system lists. Guarded by the session lock, as is all that a scan works on.
 struct PresentPort {
     bool present;
+    PortReadiness readiness;
     char path[64];
 };
 PresentPort present_ports[kSerialPortCount];
+
+// What scans remember of a port while it is listed.
+struct PortHistory {
+    bool is_known;
+    bool is_held_back;
+    std::uint64_t settling_since_ms;  // when it was first seen, or last ready
+    bool could_not_be_opened;         // the reason that it failed for
+    bool has_been_unready;            // since it failed
+};
+PortHistory port_histories[kSerialPortCount];
 
 std::atomic<PortState>& StateOf(std::int32_t number) {
     return serial->port_states[static_cast<std::size_t>(number)];
@@ -150,8 +161,10 @@ void MarkConnected(SerialPort* port) {
 void ConnectSerialPort(std::int32_t number, const char* path, std::uint32_t generation) {
     SerialPort& port = PortOf(number);
     ResetPort(&port, number);
-    if (!OpenPortHandle(&port, path) || !StartPortThreads(&port)) {
+    const bool opened = OpenPortHandle(&port, path);
+    if (!opened || !StartPortThreads(&port)) {
         AbandonPort(&port);
+        port_histories[number].could_not_be_opened = !opened;
         StateOf(number) = PortState::kFailed;
         return;
     }
@@ -172,10 +185,11 @@ void ConnectSerialPort(std::int32_t number, const char* path, std::uint32_t gene
 
 // ---------------------------------------------------------------- scanning
 
-void NotePresentPort(void*, std::int32_t number, const char* path) {
-    PresentPort& port = present_ports[number];
-    if (port.present || std::strlen(path) >= sizeof port.path) return;
-    FormatText(port.path, sizeof port.path, "%s", path);
+void NotePresentPort(void*, const ListedPort& listed) {
+    PresentPort& port = present_ports[listed.number];
+    if (port.present || std::strlen(listed.path) >= sizeof port.path) return;
+    FormatText(port.path, sizeof port.path, "%s", listed.path);
+    port.readiness = listed.readiness;
     port.present = true;
 }
 
@@ -191,15 +205,64 @@ bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* log_name,
     return true;
 }
 
+void LogUnreadyPort(std::int32_t number) {
+    const PresentPort& port = present_ports[number];
+    char advice[256];
+    AdviseOnPort({number, port.path, port.readiness}, advice, sizeof advice);
+    const char* reason = port.readiness == PortReadiness::kNoAccess
+                             ? "This process has no access to"
+                             : "The system has not finished setting up";
+    Log(kLogError, "[%s] COM%d: %s %s: %s", kScanName, number, reason, port.path, advice);
+}
+
+// A port that is not ready yet is left alone. One whose driver does not run cannot be opened; any
+// other is tried as it is once its time to become ready is over.
+bool IsHeldBack(std::int32_t number) {
+    const PortReadiness readiness = present_ports[number].readiness;
+    if (readiness == PortReadiness::kReady) return false;
+    PortHistory& history = port_histories[number];
+    if (!history.is_held_back) {
+        Log(kLogTrace, "[%s]   COM%d is not ready, held back", kScanName, number);
+        history.is_held_back = true;
+    }
+    if (readiness == PortReadiness::kStopped) return true;
+    if (TickMs() - history.settling_since_ms < GetSerialLimits().settle_ms) return true;
+    LogUnreadyPort(number);
+    return false;
+}
+
+// A port that could not be opened is tried again when it has been unready since: its driver was
+// restarted, or the user was given access.
+void NoteReadiness(std::int32_t number) {
+    PortHistory& history = port_histories[number];
+    const bool ready = present_ports[number].readiness == PortReadiness::kReady;
+    if (ready || !history.is_known) {
+        history.settling_since_ms = TickMs();
+        history.is_held_back = false;
+    }
+    history.is_known = true;
+    if (StateOf(number) != PortState::kFailed || !history.could_not_be_opened) return;
+    if (!ready) {
+        history.has_been_unready = true;
+    } else if (history.has_been_unready) {
+        Log(kLogTrace, "[%s]   COM%d has become ready, set to unused", kScanName, number);
+        StateOf(number) = PortState::kUnused;
+    }
+}
+
 void NoteArrival(std::int32_t number) {
     // While the last connection is still being closed, the next scan is soon enough.
     if (StateOf(number) != PortState::kUnused) return;
     if (!CloseMonitor(&PortOf(number), 0, kScanName, kMonitorKind)) return;
+    if (IsHeldBack(number)) return;
+    port_histories[number].could_not_be_opened = false;
+    port_histories[number].has_been_unready = false;
     ConsolePrint("COM%d: New device detected\n", number);
     StateOf(number) = PortState::kDetected;
 }
 
 void NoteDeparture(std::int32_t number) {
+    port_histories[number] = {};
     const PortState state = StateOf(number);
     if (state == PortState::kUnused) return;
     SerialPort& port = PortOf(number);
@@ -225,6 +288,7 @@ void SerialConnect(std::uint32_t generation) {
     }
     for (std::int32_t number = 0; number < kSerialPortCount; ++number) {
         if (present_ports[number].present) {
+            NoteReadiness(number);
             NoteArrival(number);
         } else {
             NoteDeparture(number);
@@ -261,8 +325,10 @@ void StopConnectedPort(std::int32_t number) {
 }
 
 void StopAllPorts() {
-    for (std::int32_t number = 0; number < kSerialPortCount; ++number)
+    for (std::int32_t number = 0; number < kSerialPortCount; ++number) {
+        port_histories[number] = {};
         StopConnectedPort(number);
+    }
     // Ports whose handshake was cut short, and ports that exceeded monitor_end_ms: no thread of the
     // library may run after its end.
     const auto limit_ms = static_cast<std::uint64_t>(GetSerialLimits().stop_ports_ms);

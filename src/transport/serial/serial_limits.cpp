@@ -4,6 +4,7 @@ namespace tarvik {
 
 const SerialLimits& GetSerialLimits() {
     static constexpr SerialLimits kLimits = {
+        .settle_ms = 3000,
         .scan_pause_ms = 100,
         .sync_wait_ms = 100,
         .failed_thread_end_ms = 500,

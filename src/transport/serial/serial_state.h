@@ -19,7 +19,7 @@ inline constexpr std::uint32_t kSerialMtu = 4096;
 enum class PortState : std::uint32_t {
     kUnused = 0,
     kDetected = 1,  // seen by a scan, not connected yet
-    kFailed = 2,    // did not connect; left alone until it disappears
+    kFailed = 2,    // did not connect; left alone until it disappears or can be opened
     kConnected = 3,
 };
 

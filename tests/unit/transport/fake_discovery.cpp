@@ -4,7 +4,7 @@
 #include <map>
 #include <mutex>
 
-#include "transport/serial/port_discovery.h"
+#include "support/text.h"
 
 namespace tarvik {
 namespace test {
@@ -12,16 +12,24 @@ namespace test {
 namespace {
 
 std::mutex plugged_lock;
-std::map<std::int32_t, std::string> plugged;  // guarded by plugged_lock
+struct PluggedPort {
+    std::string path;
+    PortReadiness readiness;
+};
+std::map<std::int32_t, PluggedPort> plugged;  // guarded by plugged_lock
 std::atomic<bool> failing{false};
 std::mutex held_up;  // owned by HeldUpDiscovery; a scan passes through
 std::atomic<std::uint32_t> scan_count{0};
 
 }  // namespace
 
-void PlugPort(std::int32_t number, const std::string& path) {
+void PlugPort(std::int32_t number, const std::string& path, PortReadiness readiness) {
     const std::lock_guard hold(plugged_lock);
-    plugged[number] = path;
+    plugged[number] = {path, readiness};
+}
+void SetReadiness(std::int32_t number, PortReadiness readiness) {
+    const std::lock_guard hold(plugged_lock);
+    plugged.at(number).readiness = readiness;
 }
 void UnplugPort(std::int32_t number) {
     const std::lock_guard hold(plugged_lock);
@@ -44,9 +52,13 @@ bool DiscoverPorts(FoundPort found, void* context) {
     { const std::lock_guard pass(test::held_up); }
     if (test::failing) return false;
     const std::lock_guard hold(test::plugged_lock);
-    for (const auto& [number, path] : test::plugged)
-        found(context, number, path.c_str());
+    for (const auto& [number, port] : test::plugged)
+        found(context, {number, port.path.c_str(), port.readiness});
     return true;
+}
+
+void AdviseOnPort(const ListedPort& port, char* text, std::size_t size) {
+    FormatText(text, size, "advice on %s", port.path);
 }
 
 }  // namespace tarvik

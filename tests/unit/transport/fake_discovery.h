@@ -3,10 +3,14 @@
 #include <cstdint>
 #include <string>
 
+#include "transport/serial/port_discovery.h"
+
 // The ports that the system lists. This file's source replaces the discovery of ports.
 namespace tarvik::test {
 
-void PlugPort(std::int32_t number, const std::string& path);
+void PlugPort(std::int32_t number, const std::string& path,
+              PortReadiness readiness = PortReadiness::kReady);
+void SetReadiness(std::int32_t number, PortReadiness readiness);
 void UnplugPort(std::int32_t number);
 void UnplugAllPorts();
 void FailDiscovery(bool fail);

@@ -39,13 +39,13 @@ Bytes LoginPacket(const std::string& name) {
     return packet;
 }
 
-std::shared_ptr<FakePort> FakePort::Plug(std::int32_t number) {
+std::shared_ptr<FakePort> FakePort::Plug(std::int32_t number, PortReadiness readiness) {
     auto port = std::make_shared<FakePort>();
     port->on_packet = AnswerLikeADongle;
     const std::string path = "fake" + std::to_string(number);
     const std::lock_guard hold(ports_lock);
     ports[path] = port;
-    PlugPort(number, path);
+    PlugPort(number, path, readiness);
     return port;
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "link/packet.h"
+#include "transport/serial/port_discovery.h"
 #include "transport/serial/serial_port.h"
 
 // Ports without hardware. This file's source replaces the system's serial ports, so that tests can
@@ -27,7 +28,8 @@ inline const Bytes kSyncBytes = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
 // One port with its dongle. Its public fields are set before the transport opens it, or by Inject.
 class FakePort {
 public:
-    static std::shared_ptr<FakePort> Plug(std::int32_t number);
+    static std::shared_ptr<FakePort> Plug(std::int32_t number,
+                                          PortReadiness readiness = PortReadiness::kReady);
     static void RemoveAll();
 
     // Handles a packet from the library, on the transmit thread. By default the dongle echoes SYNC

@@ -7,6 +7,7 @@ namespace tarvik::test {
 // For test programs that define GetSerialLimits: long for answers that a test expects, short for
 // pauses.
 inline constexpr SerialLimits kPatientLimits = {
+    .settle_ms = 3000,
     .scan_pause_ms = 1,
     .sync_wait_ms = 10'000,
     .failed_thread_end_ms = 500,

@@ -1,8 +1,12 @@
 // Discovery of dongles through udev, on a mocked bus.
 #include <errno.h>
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <libudev.h>
+#include <sys/stat.h>
 #include <umockdev.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <map>
@@ -41,6 +45,50 @@ FAILING(int, udev_enumerate_scan_devices, (udev_enumerate * list), (list), -ENOM
 FAILING(udev_device*, udev_device_new_from_syspath, (udev * context, const char* path),
         (context, path), nullptr)
 FAILING(const char*, udev_device_get_devnode, (udev_device * device), (device), nullptr)
+
+namespace {
+
+bool udev_runs = false;
+bool is_initialized = false;
+// What stands for the node of every port, and a user who owns nothing.
+const char* node_path = "/dev/null";
+constexpr uid_t kNobody = 65534;
+
+// As an ordinary user, also when the tests run as root.
+template <typename Call>
+int AsOrdinaryUser(Call call) {
+    const bool is_root = ::geteuid() == 0;
+    if (is_root && ::seteuid(kNobody) != 0) return -1;
+    const int result = call();
+    if (is_root && ::seteuid(0) != 0) return -1;
+    return result;
+}
+
+}  // namespace
+
+extern "C" int __wrap_udev_device_get_is_initialized(udev_device* device);
+extern "C" int __wrap_udev_device_get_is_initialized(udev_device*) { return is_initialized; }
+
+extern "C" int __real_faccessat(int folder, const char* path, int mode, int flags);
+extern "C" int __wrap_faccessat(int folder, const char* path, int mode, int flags);
+extern "C" int __wrap_faccessat(int folder, const char* path, int mode, int flags) {
+    if (std::strcmp(path, "/run/udev/control") == 0) return udev_runs ? 0 : -1;
+    return AsOrdinaryUser([&] { return __real_faccessat(folder, node_path, mode, flags); });
+}
+
+extern "C" int __real_getgrgid_r(gid_t id, group* entry, char* strings, std::size_t size,
+                                 group** found);
+extern "C" int __wrap_getgrgid_r(gid_t id, group* entry, char* strings, std::size_t size,
+                                 group** found);
+extern "C" int __wrap_getgrgid_r(gid_t id, group* entry, char* strings, std::size_t size,
+                                 group** found) {
+    if (!Fails("getgrgid_r")) return __real_getgrgid_r(id, entry, strings, size, found);
+    *found = nullptr;
+    return EIO;
+}
+
+extern "C" int __wrap_group_member(gid_t group);
+extern "C" int __wrap_group_member(gid_t) { return 0; }
 // NOLINTEND(bugprone-macro-parentheses, bugprone-reserved-identifier)
 
 namespace tarvik::test {
@@ -48,8 +96,8 @@ namespace {
 
 using Found = std::map<std::int32_t, std::string>;
 
-void Add(void* context, std::int32_t number, const char* path) {
-    (*static_cast<Found*>(context))[number] = path;
+void Add(void* context, const ListedPort& port) {
+    (*static_cast<Found*>(context))[port.number] = port.path;
 }
 
 struct Release {
@@ -132,6 +180,116 @@ TEST_F(PortDiscovery, RemovedPortIsMissingFromTheNextList) {
     Remove(tty);
     EXPECT_TRUE(Discover().empty());
 }
+
+// ---------------------------------------------------------------- access
+
+// A dongle's port whose node has these permissions.
+class PortAccess : public PortDiscovery {
+protected:
+    PortAccess() {
+        AddTty("ttyACM0", "303a", "1001");
+        const int file = ::mkstemp(node_);
+        EXPECT_GE(file, 0);
+        ::close(file);
+        node_path = node_;
+        SetMode(0666);
+    }
+    ~PortAccess() override {
+        node_path = "/dev/null";
+        udev_runs = false;
+        is_initialized = false;
+        ::unlink(node_);
+    }
+    void SetMode(mode_t mode) { EXPECT_EQ(::chmod(node_, mode), 0); }
+    // The group that may use the node: dialout, or the user's own if only root can change it.
+    gid_t OpenToAGroup() {
+        SetMode(0660);
+        const group* dialout = ::getgrnam("dialout");
+        const bool set =
+            dialout != nullptr && ::chown(node_, static_cast<uid_t>(-1), dialout->gr_gid) == 0;
+        return set ? dialout->gr_gid : ::getegid();
+    }
+    static PortReadiness Readiness() {
+        PortReadiness readiness{};
+        EXPECT_TRUE(DiscoverPorts(
+            [](void* context, const ListedPort& port) {
+                *static_cast<PortReadiness*>(context) = port.readiness;
+            },
+            &readiness));
+        return readiness;
+    }
+    std::string Advice(PortReadiness readiness) const {
+        char text[256];
+        AdviseOnPort({0, node_, readiness}, text, sizeof text);
+        return text;
+    }
+
+private:
+    char node_[32] = "/tmp/tarvik_port_XXXXXX";
+};
+
+TEST_F(PortAccess, PortIsReadyOnlyIfItCanBeReadAndWritten) {
+    const struct {
+        mode_t mode;
+        PortReadiness readiness;
+    } rows[] = {
+        {0666, PortReadiness::kReady},
+        {0000, PortReadiness::kNoAccess},
+        {0444, PortReadiness::kNoAccess},
+        {0222, PortReadiness::kNoAccess},
+    };
+    for (const auto& row : rows) {
+        SetMode(row.mode);
+        EXPECT_EQ(Readiness(), row.readiness) << row.mode;
+    }
+}
+
+TEST_F(PortAccess, PortWhoseNodeIsMissingIsNotReady) {
+    node_path = "/tmp/there-is-no-such-port";
+    EXPECT_EQ(Readiness(), PortReadiness::kNoAccess);
+}
+
+TEST_F(PortAccess, PortIsNotReadyBeforeUdevHasInitializedIt) {
+    udev_runs = true;
+    EXPECT_EQ(Readiness(), PortReadiness::kStarting);
+    is_initialized = true;
+    EXPECT_EQ(Readiness(), PortReadiness::kReady);
+    SetMode(0000);
+    EXPECT_EQ(Readiness(), PortReadiness::kNoAccess);
+}
+
+TEST_F(PortAccess, UdevIsNotAwaitedWhereItDoesNotRun) {
+    EXPECT_EQ(Readiness(), PortReadiness::kReady);
+}
+
+TEST_F(PortAccess, AdviceNamesTheGroupThatMayUseThePort) {
+    const std::string name = ::getgrgid(OpenToAGroup())->gr_name;
+    EXPECT_EQ(Advice(PortReadiness::kNoAccess),
+              "join the group " + name + " (sudo usermod -aG " + name + " $USER) and log in again");
+}
+
+TEST_F(PortAccess, AdviceHasTheNumberOfAGroupWithoutAName) {
+    const std::string number = std::to_string(OpenToAGroup());
+    failing_function = "getgrgid_r";
+    const std::string advice = Advice(PortReadiness::kNoAccess);
+    failing_function = nullptr;
+    EXPECT_EQ(advice, "join the group " + number + " (sudo usermod -aG " + number +
+                          " $USER) and log in again");
+}
+
+TEST_F(PortAccess, AdviceIsAUdevRuleIfNoGroupMayUseThePort) {
+    SetMode(0600);
+    EXPECT_EQ(Advice(PortReadiness::kNoAccess),
+              "put the rule SUBSYSTEM==\"tty\", ATTRS{idVendor}==\"303a\", "
+              "ATTRS{idProduct}==\"1001\", GROUP=\"dialout\", MODE=\"0660\", TAG+=\"uaccess\" "
+              "into /etc/udev/rules.d/70-brennix.rules and plug the dongle in again");
+}
+
+TEST_F(PortAccess, AdviceIsToLookAtUdevIfItDoesNotFinish) {
+    EXPECT_TRUE(Advice(PortReadiness::kStarting).starts_with("see why udev does not finish "));
+}
+
+// ---------------------------------------------------------------- refusals
 
 // A function of udev that fails, and what discovery makes of it.
 struct Refusal {

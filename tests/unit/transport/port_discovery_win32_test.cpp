@@ -19,8 +19,8 @@ constexpr GUID kPortsClass = {
 using Found = std::map<std::int32_t, std::string>;
 
 // Ignores ports below 200, which are not of this test.
-void Add(void* context, std::int32_t number, const char* path) {
-    if (number >= 200) (*static_cast<Found*>(context))[number] = path;
+void Add(void* context, const ListedPort& port) {
+    if (port.number >= 200) (*static_cast<Found*>(context))[port.number] = port.path;
 }
 
 // A registered device of the Ports class, from construction to destruction.
@@ -100,6 +100,12 @@ TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreIgnored) {
     const Device nameless("", kDongleId);
     const Device overlong("COM207" + std::string(100, '7'), kDongleId);
     EXPECT_TRUE(Discover().empty());
+}
+
+TEST(PortDiscovery, StoppedPortComesWithAnAdvice) {
+    char text[256];
+    AdviseOnPort({209, "\\\\.\\COM209", PortReadiness::kStopped}, text, sizeof text);
+    EXPECT_STREQ(text, "enable the port in Device Manager, or plug the dongle in again");
 }
 
 TEST(PortDiscovery, RemovedPortIsMissingFromTheNextList) {

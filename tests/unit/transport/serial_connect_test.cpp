@@ -305,6 +305,198 @@ TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsIgnoredUntilItDisappears) {
               "Failed to open serial port: 5\n");
 }
 
+// ---------------------------------------------------------------- ports that are not ready
+
+class SerialReadinessTest : public SerialFixture {
+protected:
+    static constexpr std::uint64_t kOneHourMs = 3'600'000;
+
+    // True once a scan has run from its beginning to its end.
+    static bool ScansAgain() {
+        const std::uint32_t scans = ScanCount();
+        return Eventually([=] { return ScanCount() >= scans + 2; });
+    }
+    // As above, with a tick that only the test moves.
+    static bool ScansAgain(FakeTick& tick) {
+        const std::uint32_t scans = ScanCount();
+        return Eventually([&tick, scans] {
+            tick.Advance(1);
+            return ScanCount() >= scans + 2;
+        });
+    }
+    static void AllowAccess(FakePort& port, std::int32_t number) {
+        port.Inject([](FakePort& self) { self.open_error.reset(); });
+        SetReadiness(number, PortReadiness::kReady);
+    }
+
+private:
+    static constexpr SerialLimits kLongSettling = [] {
+        SerialLimits limits = kPatientLimits;
+        limits.settle_ms = kOneHourMs;
+        return limits;
+    }();
+    const UseLimits limits_{kLongSettling};
+};
+
+TEST_F(SerialReadinessTest, PortIsHeldBackUntilItIsReady) {
+    StdoutCapture console;
+    LogCapture log;
+    const auto port = FakePort::Plug(7, PortReadiness::kStarting);
+    kSerialTransport.Start();
+    ASSERT_TRUE(ScansAgain());
+    SetReadiness(7, PortReadiness::kNoAccess);
+    ASSERT_TRUE(ScansAgain());
+    EXPECT_EQ(StateOf(7), PortState::kUnused);
+    EXPECT_EQ(port->OpenCount(), 0u);
+    SetReadiness(7, PortReadiness::kReady);
+    ASSERT_TRUE(Reaches(7, PortState::kConnected));
+    kSerialTransport.Stop();
+    EXPECT_EQ(
+        console.Text().rfind("COM7: New device detected\nCOM7: Connecting to new device\n", 0), 0u)
+        << console.Text();
+    EXPECT_EQ(log.Count("[SerialConnect]   COM7 is not ready, held back"), 1u);
+}
+
+TEST_F(SerialReadinessTest, PortThatStaysUnreadyIsTriedAfterItsTimeAndTheLogHasAnAdvice) {
+    const struct {
+        PortReadiness readiness;
+        const char* logged;
+    } rows[] = {
+        {PortReadiness::kStarting,
+         "[SerialConnect] COM12: The system has not finished setting up fake12: advice on fake12"},
+        {PortReadiness::kNoAccess,
+         "[SerialConnect] COM12: This process has no access to fake12: advice on fake12"},
+    };
+    for (const auto& row : rows) {
+        FakeTick tick(1000);
+        StdoutCapture console;
+        LogCapture log;
+        const auto port = FakePort::Plug(12, row.readiness);
+        port->open_error = 13;
+        kSerialTransport.Start();
+        ASSERT_TRUE(ScansAgain(tick));
+        EXPECT_EQ(StateOf(12), PortState::kUnused);
+        tick.Advance(kOneHourMs);
+        ASSERT_TRUE(Reaches(12, PortState::kFailed));
+        ASSERT_TRUE(ScansAgain(tick));
+        kSerialTransport.Stop();
+        EXPECT_EQ(console.Text(),
+                  "COM12: New device detected\n"
+                  "COM12: Connecting to new device\n"
+                  "Failed to open serial port: 13\n");
+        EXPECT_EQ(log.Count(row.logged), 1u) << row.logged;
+        FakePort::RemoveAll();
+    }
+}
+
+TEST_F(SerialReadinessTest, TimeToBecomeReadyBeginsAgainAfterAReplug) {
+    FakeTick tick(1000);
+    FakePort::Plug(7, PortReadiness::kNoAccess);
+    kSerialTransport.Start();
+    ASSERT_TRUE(ScansAgain(tick));
+    UnplugPort(7);
+    ASSERT_TRUE(ScansAgain(tick));
+    tick.Advance(kOneHourMs);
+    const auto port = FakePort::Plug(7, PortReadiness::kNoAccess);
+    ASSERT_TRUE(ScansAgain(tick));
+    EXPECT_EQ(StateOf(7), PortState::kUnused);
+    EXPECT_EQ(port->OpenCount(), 0u);
+}
+
+TEST_F(SerialReadinessTest, PortWhoseDriverDoesNotRunIsNeverOpened) {
+    FakeTick tick(1000);
+    const auto port = FakePort::Plug(7, PortReadiness::kStopped);
+    kSerialTransport.Start();
+    ASSERT_TRUE(ScansAgain(tick));
+    tick.Advance(2 * kOneHourMs);
+    ASSERT_TRUE(ScansAgain(tick));
+    EXPECT_EQ(StateOf(7), PortState::kUnused);
+    EXPECT_EQ(port->OpenCount(), 0u);
+    SetReadiness(7, PortReadiness::kReady);
+    ASSERT_TRUE(ScansAgain(tick));
+    EXPECT_TRUE(Reaches(7, PortState::kConnected));
+}
+
+TEST_F(SerialReadinessTest, PortThatCouldNotBeOpenedIsRetriedWhenItsDriverWasRestarted) {
+    LogCapture log;
+    const auto port = FakePort::Plug(12);
+    port->open_error = 5;
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    port->Inject([](FakePort& self) { self.open_error.reset(); });
+    ASSERT_TRUE(ScansAgain());
+    EXPECT_EQ(StateOf(12), PortState::kFailed) << "it was ready all the time";
+    SetReadiness(12, PortReadiness::kStopped);
+    ASSERT_TRUE(ScansAgain());
+    EXPECT_EQ(StateOf(12), PortState::kFailed);
+    SetReadiness(12, PortReadiness::kReady);
+    EXPECT_TRUE(Reaches(12, PortState::kConnected));
+    EXPECT_EQ(port->OpenCount(), 1u);
+    EXPECT_TRUE(log.Has("[SerialConnect]   COM12 has become ready, set to unused"));
+}
+
+TEST_F(SerialReadinessTest, PortThatCouldNotBeOpenedIsRetriedOnceForEachRestart) {
+    StdoutCapture console;
+    const auto port = FakePort::Plug(12);
+    port->open_error = 5;
+    kSerialTransport.Start();
+    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    SetReadiness(12, PortReadiness::kStopped);
+    ASSERT_TRUE(ScansAgain());
+    SetReadiness(12, PortReadiness::kReady);
+    ASSERT_TRUE(ScansAgain());
+    ASSERT_TRUE(ScansAgain());
+    kSerialTransport.Stop();
+    const std::string once =
+        "COM12: New device detected\n"
+        "COM12: Connecting to new device\n"
+        "Failed to open serial port: 5\n";
+    EXPECT_EQ(console.Text(), once + once);
+}
+
+TEST_F(SerialReadinessTest, PortThatFailedForLackOfAccessIsRetriedWhenItIsGiven) {
+    FakeTick tick(1000);
+    const auto port = FakePort::Plug(12, PortReadiness::kNoAccess);
+    port->open_error = 13;
+    kSerialTransport.Start();
+    ASSERT_TRUE(ScansAgain(tick));
+    tick.Advance(kOneHourMs);
+    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    ASSERT_TRUE(ScansAgain(tick));
+    AllowAccess(*port, 12);
+    ASSERT_TRUE(ScansAgain(tick));
+    EXPECT_TRUE(Reaches(12, PortState::kConnected));
+}
+
+TEST_F(SerialReadinessTest, PortThatDidNotAnswerIsNotRetriedWhenItsDriverWasRestarted) {
+    std::shared_ptr<FakePort> port;
+    {
+        const UseLimits impatient(kImpatientLimits);
+        port = FakePort::Plug(9);
+        port->AnswerNothing();
+        kSerialTransport.Start();
+        ASSERT_TRUE(Reaches(9, PortState::kFailed));
+    }
+    SetReadiness(9, PortReadiness::kStopped);
+    ASSERT_TRUE(ScansAgain());
+    SetReadiness(9, PortReadiness::kReady);
+    ASSERT_TRUE(ScansAgain());
+    ASSERT_TRUE(ScansAgain());
+    EXPECT_EQ(StateOf(9), PortState::kFailed);
+    EXPECT_EQ(port->OpenCount(), 1u);
+}
+
+// The port reports by itself when it no longer works.
+TEST_F(SerialReadinessTest, ConnectedPortIsLeftAloneWhileItsDriverHasAProblem) {
+    const auto port = Connect(7);
+    SetReadiness(7, PortReadiness::kStopped);
+    ASSERT_TRUE(ScansAgain());
+    EXPECT_EQ(StateOf(7), PortState::kConnected);
+    EXPECT_EQ(port->CloseCount(), 0u);
+}
+
+// ---------------------------------------------------------------- failures while connecting
+
 struct ThreadFailure {
     const char* description;
     const char* printed;

@@ -45,9 +45,10 @@ const Bytes kSync = {0x43, 0x4E, 0x59, 0x53, 8, 0, 0, 0};
 std::string PathOfDongle() {
     std::string path;
     EXPECT_TRUE(DiscoverPorts(
-        [](void* context, std::int32_t number, const char* found) {
-            EXPECT_EQ(number, kDonglePort) << found;
-            *static_cast<std::string*>(context) = found;
+        [](void* context, const ListedPort& port) {
+            EXPECT_EQ(port.number, kDonglePort) << port.path;
+            EXPECT_EQ(port.readiness, PortReadiness::kReady);
+            *static_cast<std::string*>(context) = port.path;
         },
         &path));
     return path;

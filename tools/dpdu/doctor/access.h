@@ -1,4 +1,4 @@
-// Access rights to files and ports; one implementation per operating system.
+// Access rights to files; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_DOCTOR_ACCESS_H
 #define TOOLS_DPDU_DOCTOR_ACCESS_H
@@ -12,9 +12,6 @@ std::string OtherReaders(const std::string& path);
 
 // The command that restricts reading to the owner.
 std::string KeepToOwnerCommand(const std::string& path);
-
-// Advice if this user may not open a serial port; empty: no problem.
-std::string PortAdvice(const std::string& path);
 
 }  // namespace dpdu
 

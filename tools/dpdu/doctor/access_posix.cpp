@@ -1,6 +1,5 @@
 #include <grp.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "doctor/access.h"
 
@@ -22,13 +21,5 @@ std::string OtherReaders(const std::string& path) {
 }
 
 std::string KeepToOwnerCommand(const std::string& path) { return "chmod 600 '" + path + "'"; }
-
-// On Debian the port's group is dialout.
-std::string PortAdvice(const std::string& path) {
-    struct stat port = {};
-    if (access(path.c_str(), R_OK | W_OK) == 0 || stat(path.c_str(), &port) != 0) return "";
-    return "join the group " + GroupName(port.st_gid) + " (sudo usermod -aG " +
-           GroupName(port.st_gid) + " $USER) and log in again";
-}
 
 }  // namespace dpdu

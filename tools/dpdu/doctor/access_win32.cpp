@@ -65,7 +65,4 @@ std::string KeepToOwnerCommand(const std::string& path) {
     return "icacls \"" + path + "\" /inheritance:r /grant:r %USERNAME%:F";
 }
 
-// On Windows every user may open every port.
-std::string PortAdvice(const std::string&) { return ""; }
-
 }  // namespace dpdu

@@ -1,4 +1,3 @@
-#include "doctor/access.h"
 #include "doctor/surroundings.h"
 #include "transport/serial/port_discovery.h"
 
@@ -7,10 +6,28 @@ namespace {
 
 constexpr char kPortsSubject[] = "ports";
 
-Finding PortFinding(const std::string& path) {
-    const std::string advice = PortAdvice(path);
-    if (advice.empty()) return {Verdict::kFine, kPortsSubject, "a dongle on " + path};
-    return {Verdict::kWrong, kPortsSubject, "no access to the dongle on " + path, advice};
+const char* WhatIsWrong(tarvik::PortReadiness readiness) {
+    switch (readiness) {
+        case tarvik::PortReadiness::kReady:
+            return "";
+        case tarvik::PortReadiness::kStarting:
+            return "the system has not finished setting up the dongle on ";
+        case tarvik::PortReadiness::kNoAccess:
+            return "no access to the dongle on ";
+        case tarvik::PortReadiness::kStopped:
+            return "the driver does not run for the dongle on ";
+    }
+    return "";
+}
+
+Finding PortFinding(const tarvik::ListedPort& port) {
+    const std::string path = port.path;
+    if (port.readiness == tarvik::PortReadiness::kReady) {
+        return {Verdict::kFine, kPortsSubject, "a dongle on " + path};
+    }
+    char advice[256];
+    tarvik::AdviseOnPort(port, advice, sizeof advice);
+    return {Verdict::kWrong, kPortsSubject, WhatIsWrong(port.readiness) + path, advice};
 }
 
 // The user may rely on other transports.
@@ -26,8 +43,8 @@ Finding NoPortFinding(const tarvik::Config& config) {
 Findings CheckPorts(const tarvik::Config& config) {
     if (!config.useSerial) return {};
     Findings findings;
-    const auto add = [](void* context, std::int32_t, const char* path) {
-        static_cast<Findings*>(context)->push_back(PortFinding(path));
+    const auto add = [](void* context, const tarvik::ListedPort& port) {
+        static_cast<Findings*>(context)->push_back(PortFinding(port));
     };
     if (!tarvik::DiscoverPorts(add, &findings)) {
         return {{Verdict::kWrong, kPortsSubject, "the system does not list its devices",

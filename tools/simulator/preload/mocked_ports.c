@@ -1,6 +1,7 @@
 /*
  * Loaded into programs that run under the mocked USB bus (LD_PRELOAD), before the mock's own
- * library: opens the pseudo-terminal behind a mocked serial port directly.
+ * library: opens the pseudo-terminal behind a mocked serial port directly, and answers for the
+ * mock, which does not know faccessat.
  *
  * For a device opened by its mocked name, the mock answers all ioctls and knows none of a
  * terminal's. The pseudo-terminal itself knows them all, and answers directly.
@@ -41,25 +42,32 @@ static int open_directly(const char* path, int flags) {
     return libc_open(path, flags);
 }
 
-/* True: `path` is a mocked port's, and `file` is what open returns for it. */
-static int open_mocked_port(const char* path, int flags, int* file) {
-    const char* root = getenv("UMOCKDEV_DIR");
-    if (root == NULL || !is_serial_port(path)) return 0;
-    *file = -1;
+static int is_mocked_port(const char* path) {
+    return getenv("UMOCKDEV_DIR") != NULL && is_serial_port(path);
+}
+
+/* The pseudo-terminal behind a mocked port. False: errno has the reason. */
+static int find_terminal(const char* path, char* target, size_t capacity) {
     char link[PATH_MAX];
     /* NOLINTNEXTLINE(clang-analyzer-security.insecureAPI.*): the C library has no snprintf_s */
-    if (snprintf(link, sizeof link, "%s%s", root, path) >= (int)sizeof link) {
+    if (snprintf(link, sizeof link, "%s%s", getenv("UMOCKDEV_DIR"), path) >= (int)sizeof link) {
         errno = ENAMETOOLONG;
-        return 1;
+        return 0;
     }
-    char target[PATH_MAX];
-    const ssize_t size = readlink(link, target, sizeof target - 1);
+    const ssize_t size = readlink(link, target, capacity - 1);
     if (size < 0) {
         errno = ENOENT; /* unplugged; a real port of the same name is never opened */
-        return 1;
+        return 0;
     }
     target[size] = '\0';
-    *file = open_directly(target, flags);
+    return 1;
+}
+
+/* True: `path` is a mocked port's, and `file` is what open returns for it. */
+static int open_mocked_port(const char* path, int flags, int* file) {
+    if (!is_mocked_port(path)) return 0;
+    char target[PATH_MAX];
+    *file = find_terminal(path, target, sizeof target) ? open_directly(target, flags) : -1;
     return 1;
 }
 
@@ -114,3 +122,17 @@ static mode_t mode_argument(int flags, va_list arguments) {
     DEFINE_CHECKED_OPEN(__open64_2)
 
 FOR_EACH_NAME()
+
+/* The machine's udev daemon does not serve the mocked bus: it seems not to run. */
+EXPORT int faccessat(int folder, const char* path, int mode, int flags) {
+    static int (*next)(int, const char*, int, int);
+    if (next == NULL) *(void**)&next = dlsym(RTLD_NEXT, "faccessat");
+    if (getenv("UMOCKDEV_DIR") != NULL && strcmp(path, "/run/udev/control") == 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    if (!is_mocked_port(path)) return next(folder, path, mode, flags);
+    char target[PATH_MAX];
+    if (!find_terminal(path, target, sizeof target)) return -1;
+    return next(folder, target, mode, flags);
+}
