@@ -2,6 +2,8 @@
 // setupapi.h needs windows.h first.
 #include <setupapi.h>
 
+#include <cfgmgr32.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -61,6 +63,17 @@ bool IsDongle(HDEVINFO set, SP_DEVINFO_DATA* device) {
     return std::search(static_cast<const char*>(ids), end, kDongleHardwareId, wanted_end) != end;
 }
 
+// Counts as started unless the system says otherwise: Wine's function succeeds and writes nothing.
+PortReadiness ReadinessOf(DEVINST node) {
+    ULONG status = DN_STARTED;
+    ULONG problem = 0;
+    if (::CM_Get_DevNode_Status(&status, &problem, node, 0) != CR_SUCCESS) {
+        return PortReadiness::kReady;
+    }
+    const bool runs = (status & DN_STARTED) != 0 && (status & DN_HAS_PROBLEM) == 0;
+    return runs ? PortReadiness::kReady : PortReadiness::kStopped;
+}
+
 }  // namespace
 
 bool DiscoverPorts(FoundPort found, void* context) {
@@ -78,7 +91,7 @@ bool DiscoverPorts(FoundPort found, void* context) {
         if (!number || !IsDongle(set.get(), &device)) continue;
         char path[sizeof name + 8];
         FormatText(path, sizeof path, "\\\\.\\%s", name);
-        found(context, {*number, path, PortReadiness::kReady});
+        found(context, {*number, path, ReadinessOf(device.DevInst)});
     }
     return true;
 }

@@ -5,10 +5,36 @@
 // setupapi.h needs windows.h first.
 #include <setupapi.h>
 
+#include <cfgmgr32.h>
+
 #include <map>
 #include <string>
 
 #include "transport/serial/port_discovery.h"
+
+namespace {
+
+// What the system answers to CM_Get_DevNode_Status.
+struct NodeStatus {
+    CONFIGRET result;
+    ULONG status;  // kNothing: it writes none
+};
+constexpr ULONG kNothing = 0xFFFFFFFF;
+constexpr NodeStatus kStarted = {CR_SUCCESS, DN_STARTED};
+NodeStatus node_status = kStarted;
+
+CONFIGRET WINAPI AnswerNodeStatus(ULONG* status, ULONG*, DEVINST, ULONG) {
+    if (node_status.status != kNothing) *status = node_status.status;
+    return node_status.result;
+}
+
+}  // namespace
+
+// Takes the place of the system's function, to which the library's calls lead through this pointer.
+extern "C" {
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+decltype(&CM_Get_DevNode_Status) __imp_CM_Get_DevNode_Status = AnswerNodeStatus;
+}
 
 namespace tarvik::test {
 namespace {
@@ -100,6 +126,35 @@ TEST(PortDiscovery, NamesOtherThanCom0ToCom254AreIgnored) {
     const Device nameless("", kDongleId);
     const Device overlong("COM207" + std::string(100, '7'), kDongleId);
     EXPECT_TRUE(Discover().empty());
+}
+
+TEST(PortDiscovery, PortIsStoppedIfItsDriverDoesNotRun) {
+    const struct {
+        NodeStatus node;
+        PortReadiness readiness;
+    } rows[] = {
+        {kStarted, PortReadiness::kReady},
+        {{CR_SUCCESS, kNothing}, PortReadiness::kReady},
+        {{CR_SUCCESS, DN_DRIVER_LOADED | DN_STARTED}, PortReadiness::kReady},
+        {{CR_SUCCESS, 0}, PortReadiness::kStopped},
+        {{CR_SUCCESS, DN_DRIVER_LOADED}, PortReadiness::kStopped},
+        {{CR_SUCCESS, DN_HAS_PROBLEM}, PortReadiness::kStopped},
+        {{CR_SUCCESS, DN_STARTED | DN_HAS_PROBLEM}, PortReadiness::kStopped},
+        {{CR_CALL_NOT_IMPLEMENTED, 0}, PortReadiness::kReady},
+        {{CR_NO_SUCH_DEVINST, DN_HAS_PROBLEM}, PortReadiness::kReady},
+    };
+    const Device device("COM209", kDongleId);
+    for (const auto& row : rows) {
+        PortReadiness found{};
+        node_status = row.node;
+        EXPECT_TRUE(DiscoverPorts(
+            [](void* context, const ListedPort& port) {
+                if (port.number == 209) *static_cast<PortReadiness*>(context) = port.readiness;
+            },
+            &found));
+        EXPECT_EQ(found, row.readiness) << row.node.result << ' ' << row.node.status;
+    }
+    node_status = kStarted;
 }
 
 TEST(PortDiscovery, StoppedPortComesWithAnAdvice) {
