@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -53,11 +54,28 @@ bool SetRaw(int file) {
     return ::tcsetattr(file, TCSANOW, &settings) == 0;
 }
 
+// The mark keeps out everybody but root, and the lock also root's programs, if they ask for it.
+bool Claim(int file) {
+    if (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) errno = EBUSY;  // as open reports the mark
+        return false;
+    }
+    return ::ioctl(file, TIOCEXCL) == 0;
+}
+
 bool OpenFiles(PortHandle* port, const char* path) {
     port->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (port->wake < 0) return false;
-    port->file = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    return port->file >= 0 && ::ioctl(port->file, TIOCEXCL) == 0 && SetRaw(port->file);
+    const int file = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) return false;
+    if (!Claim(file)) {
+        const int error = errno;
+        ::close(file);  // only that: the port, its mark and its bytes may be another program's
+        errno = error;
+        return false;
+    }
+    port->file = file;
+    return SetRaw(file);
 }
 
 bool Watch(int poll, int descriptor, std::uint32_t events) {
@@ -128,6 +146,7 @@ void ClosePort(PortHandle* port) {
     if (port->file >= 0) {
         // The mark belongs to the tty, not to the descriptor: let others open it again.
         ::ioctl(port->file, TIOCNXCL);
+        ::flock(port->file, LOCK_UN);      // a forked process may keep a copy of the descriptor
         ::tcflush(port->file, TCIOFLUSH);  // otherwise close waits until the driver has sent it
         ::close(port->file);
     }

@@ -2,7 +2,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -152,6 +154,65 @@ TEST(SerialPortPosix, PortIsMarkedExclusiveWhileItIsOpen) {
     ASSERT_EQ(::ioctl(watch, TIOCGEXCL, &exclusive), 0);
     EXPECT_EQ(exclusive, 0);
     ::close(watch);
+}
+
+// True if another open of the terminal can be locked.
+bool CanBeLocked(int terminal) {
+    if (::flock(terminal, LOCK_EX | LOCK_NB) != 0) return false;
+    ::flock(terminal, LOCK_UN);
+    return true;
+}
+
+// The mark does not keep out root's programs; the lock does.
+TEST(SerialPortPosix, PortIsLockedWhileItIsOpen) {
+    Terminal terminal;
+    const int watch = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(watch, 0);
+    {
+        const OpenedPort port(terminal.path);
+        ASSERT_TRUE(port.IsOpen());
+        EXPECT_FALSE(CanBeLocked(watch));
+        EXPECT_EQ(OpenPort(terminal.path.c_str()), nullptr);
+        EXPECT_EQ(OsLastError(), EBUSY);
+        int exclusive = -1;
+        ASSERT_EQ(::ioctl(watch, TIOCGEXCL, &exclusive), 0);
+        EXPECT_EQ(exclusive, 1) << "the refused open has cleared the mark";
+    }
+    EXPECT_TRUE(CanBeLocked(watch));
+    ::close(watch);
+}
+
+TEST(SerialPortPosix, PortThatAnotherProgramHasLockedIsBusy) {
+    Terminal terminal;
+    const int other = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(other, 0);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    EXPECT_EQ(OpenPort(terminal.path.c_str()), nullptr);
+    EXPECT_EQ(OsLastError(), EBUSY);
+    ASSERT_EQ(::flock(other, LOCK_UN), 0);
+    EXPECT_TRUE(OpenedPort(terminal.path).IsOpen());
+    ::close(other);
+}
+
+TEST(SerialPortPosix, PortCanBeOpenedAgainWhileAForkedProcessKeepsItsDescriptor) {
+    Terminal terminal;
+    int until_killed[2];
+    ASSERT_EQ(::pipe2(until_killed, O_CLOEXEC), 0);
+    pid_t child = -1;
+    {
+        const OpenedPort port(terminal.path);
+        ASSERT_TRUE(port.IsOpen());
+        child = ::fork();
+        if (child == 0) {
+            char byte = 0;
+            ::close(until_killed[1]);
+            _exit(static_cast<int>(::read(until_killed[0], &byte, 1)));
+        }
+    }
+    EXPECT_TRUE(OpenedPort(terminal.path).IsOpen());
+    ::close(until_killed[0]);
+    ::close(until_killed[1]);
+    EXPECT_EQ(::waitpid(child, nullptr, 0), child);
 }
 
 TEST(SerialPortPosix, OtherLineSettingsThanRawModeAreKept) {
@@ -346,6 +407,19 @@ TEST_F(SerialOnPty, StopEndsAWriteToADongleThatDoesNotRead) {
     kSerialTransport.Stop();
     EXPECT_FALSE(Queues()->available);
     EXPECT_EQ(serial->ports[3].monitor_thread, nullptr) << "its threads have ended";
+}
+
+TEST_F(SerialOnPty, LockedPortIsPrintedAsBusy) {
+    StdoutCapture console;
+    Terminal terminal;
+    const int other = ::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(other, 0);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    PlugPort(3, terminal.path);
+    EXPECT_TRUE(Eventually([] { return State() == PortState::kFailed; }));
+    kSerialTransport.Stop();
+    ::close(other);
+    EXPECT_NE(console.Text().find("Failed to open serial port: 16\n"), std::string::npos);
 }
 
 TEST_F(SerialOnPty, OpenFailurePrintsTheSystemError) {
