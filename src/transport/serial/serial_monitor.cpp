@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "link/fragmentation.h"
 #include "link/packet_queue.h"
 #include "support/log.h"
@@ -32,9 +34,13 @@ void ReleaseQueues(SerialPort* port) {
 }
 
 void ClosePortHandle(SerialPort* port) {
-    LockGuard hold(port->stop_lock);
-    if (port->handle != nullptr) ClosePort(port->handle);
-    port->handle = nullptr;
+    PortHandle* handle = nullptr;
+    {
+        LockGuard hold(port->stop_lock);
+        handle = std::exchange(port->handle, nullptr);
+    }
+    // Without the lock: a driver may take its time, and a stop does not wait for it.
+    if (handle != nullptr) ClosePort(handle);
 }
 
 void ForgetReceived(SerialPort* port) {

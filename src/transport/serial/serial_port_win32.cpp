@@ -21,6 +21,8 @@ struct PortTransfer {
 
 namespace {
 
+constexpr DWORD kCommWaitEndMs = 500;
+
 void CloseIfOpen(HANDLE handle) {
     if (handle != nullptr && handle != INVALID_HANDLE_VALUE) ::CloseHandle(handle);
 }
@@ -31,14 +33,18 @@ void KeepLastErrorAndClose(PortHandle* port) {
     ::SetLastError(error);
 }
 
-// Not every system can cancel a wait for a comm event, but a new mask ends it everywhere. Until
-// then the system may write into the record.
-void EndCommWait(PortTransfer* transfer) {
-    if (!transfer->comm_pending) return;
+// A port that was removed may refuse a new mask, and not every system can cancel a wait for a comm
+// event: one of the two ends it. False: neither did, and the system may still write into the
+// record.
+bool EndCommWait(PortTransfer* transfer) {
+    if (!transfer->comm_pending) return true;
     ::SetCommMask(transfer->port->file, 0);
-    DWORD ignored = 0;
-    ::GetOverlappedResult(transfer->port->file, &transfer->comm_wait, &ignored, TRUE);
+    ::CancelIoEx(transfer->port->file, &transfer->comm_wait);
+    if (::WaitForSingleObject(transfer->comm_wait.hEvent, kCommWaitEndMs) != WAIT_OBJECT_0) {
+        return false;
+    }
     transfer->comm_pending = false;
+    return true;
 }
 
 // Waits for the transfer that was started. `wait_ms` counts from here.
@@ -112,8 +118,9 @@ PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
 void* TransferEvent(const PortTransfer* transfer) { return transfer->transfer.hEvent; }
 
 void CloseTransfer(PortTransfer* transfer) {
-    EndCommWait(transfer);
+    const bool ended = EndCommWait(transfer);
     CloseIfOpen(transfer->transfer.hEvent);
+    if (!ended) return;  // the wait's record and event stay for the system
     CloseIfOpen(transfer->comm_wait.hEvent);
     DeleteTracked(transfer);
 }

@@ -100,6 +100,11 @@ bool FakePort::HoldsAWrite() const {
     return holds_a_write_;
 }
 
+bool FakePort::HoldsItsClose() const {
+    const std::lock_guard hold(lock_);
+    return holds_its_close_;
+}
+
 std::uint32_t FakePort::WaitCount() const {
     const std::lock_guard hold(lock_);
     return waits_;
@@ -131,7 +136,10 @@ struct FakePortAccess {
         return true;
     }
     static void Close(FakePort& port) {
-        const std::lock_guard hold(port.lock_);
+        std::unique_lock hold(port.lock_);
+        port.holds_its_close_ = port.hold_close;
+        port.changed_.wait(hold, [&port] { return !port.hold_close; });
+        port.holds_its_close_ = false;
         port.open_ = false;
         ++port.closed_;
     }

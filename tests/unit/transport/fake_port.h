@@ -51,6 +51,7 @@ public:
     std::uint32_t CloseCount() const;
     bool IsOpen() const;
     bool HoldsAWrite() const;
+    bool HoldsItsClose() const;
     std::uint32_t WaitCount() const;  // how often the receiver has slept
     std::size_t Unread() const;       // bytes from the dongle not read yet
 
@@ -64,6 +65,7 @@ public:
     std::optional<TransferOutcome> read_outcome;
     std::optional<TransferOutcome> write_outcome;
     bool hold_writes = false;  // until the port is woken
+    bool hold_close = false;   // until it is false
     // Changes these fields while the port is open.
     template <typename Change>
     void Inject(Change change) {
@@ -81,6 +83,7 @@ private:
     std::size_t piece_ = 0;
     bool woken_ = false;
     bool holds_a_write_ = false;
+    bool holds_its_close_ = false;
     bool open_ = false;
     bool receiver_sleeps_ = false;
     std::uint32_t opened_ = 0;

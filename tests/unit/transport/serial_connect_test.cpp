@@ -7,6 +7,7 @@
 
 #include "link/fragmentation.h"
 #include "link/packet_queue.h"
+#include "transport/serial/serial_port_threads.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/transport/serial_fixture.h"
 
@@ -694,6 +695,22 @@ TEST_F(SerialConnectTest, PortThatExceedsItsTimeIsClosedLikeTheOthers) {
     EXPECT_FALSE(log.Mentions("(MonitorThread) for port 1"));
     EXPECT_EQ(PortOf(1).monitor_thread, nullptr);
     EXPECT_FALSE(slow->IsOpen());
+}
+
+TEST_F(SerialConnectTest, StopDoesNotWaitForADriverThatClosesThePortSlowly) {
+    const auto port = Connect(5);
+    port->Inject([](FakePort& self) { self.hold_close = true; });
+    UnplugPort(5);
+    ASSERT_TRUE(Eventually([&] { return port->HoldsItsClose(); }));
+    std::atomic<bool> stopped{false};
+    Thread stop([&stopped] {
+        StopPort(&PortOf(5));
+        stopped = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return stopped.load(); }));
+    port->Inject([](FakePort& self) { self.hold_close = false; });
+    stop.Join();
+    EXPECT_TRUE(Closes(*port));
 }
 
 TEST_F(SerialConnectTest, StopDuringAHandshakeClosesThePort) {
