@@ -7,6 +7,7 @@ const CloudLimits& GetCloudLimits() {
         .step_pause_ms = 100,
         .thread_end_ms = 100,
         .connect_poll_ms = 50,
+        .connect_stagger_ms = 250,
         .failure_box_quiet_s = 10,
         .transmit_wait_ms = 50,
         .receive_wait_ms = 100,

@@ -10,6 +10,7 @@ struct CloudLimits {
     std::int32_t step_pause_ms;         // between two steps of the connection thread
     std::int32_t thread_end_ms;         // of one wait for a connection's thread to end
     std::int32_t connect_poll_ms;       // how late a look-up or a connect notices an abort
+    std::int32_t connect_stagger_ms;    // before another address is tried beside those before
     std::uint32_t failure_box_quiet_s;  // after a failure box, none is shown for so long
     // Packets.
     std::int32_t transmit_wait_ms;      // of one wait for a packet to send

@@ -3,6 +3,7 @@
 #include "support/memory.h"
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/tcp_addresses.h"
+#include "transport/cloud/tcp_connect.h"
 #include "transport/cloud/tcp_system.h"
 
 namespace tarvik {
@@ -13,24 +14,6 @@ struct TcpSocket {
     std::atomic<bool> aborted{false};
     bool peer_ended = false;  // only the receive thread uses it
 };
-
-namespace {
-
-bool Connect(SystemSocket socket, const addrinfo& address, const std::atomic<bool>& abort) {
-    TcpProgress progress = SystemBeginConnect(socket, address);
-    while (progress == TcpProgress::kPending && !abort)
-        progress = SystemAwaitConnect(socket, GetCloudLimits().connect_poll_ms);
-    return progress == TcpProgress::kDone;
-}
-
-SystemSocket OpenConnection(const addrinfo& address, const std::atomic<bool>& abort) {
-    const SystemSocket socket = SystemOpenSocket(address);
-    if (socket == kNoSocket || Connect(socket, address, abort)) return socket;
-    SystemClose(socket);
-    return kNoSocket;
-}
-
-}  // namespace
 
 void StartNetwork() { SystemStartNetwork(); }
 
@@ -52,17 +35,15 @@ void FreeTcpAddresses(TcpAddresses* addresses) {
 }
 
 TcpSocket* ConnectTcp(const TcpAddresses& addresses, const std::atomic<bool>& abort) {
-    for (const addrinfo* at = addresses.first; at != nullptr && !abort;
-         at = SystemNextAddress(*at)) {
-        const SystemSocket connected = OpenConnection(*at, abort);
-        if (connected == kNoSocket) continue;
-        if (auto* socket = NewTracked<TcpSocket>()) {
-            socket->system = connected;
-            return socket;
-        }
+    const SystemSocket connected = ConnectToFirst(addresses, abort, kNoConnectLimit).socket;
+    if (connected == kNoSocket) return nullptr;
+    auto* socket = NewTracked<TcpSocket>();
+    if (socket != nullptr) {
+        socket->system = connected;
+    } else {
         SystemClose(connected);
     }
-    return nullptr;
+    return socket;
 }
 
 void AbortTcp(TcpSocket* socket) {

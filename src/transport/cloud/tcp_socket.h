@@ -18,8 +18,9 @@ void EndNetwork();
 int ResolveTcp(const char* host, const char* port, TcpAddresses** addresses);
 void FreeTcpAddresses(TcpAddresses* addresses);
 
-// Connects to the first address that answers; the only time limit is the system's. Null: none did,
-// or *abort was set, which it notices within 50 ms. The socket sends without delay.
+// Connects to the first address that answers, as ConnectToFirst does; the only time limit is the
+// system's. Null: none did, or *abort was set, which it notices within 50 ms. The socket sends
+// without delay.
 TcpSocket* ConnectTcp(const TcpAddresses& addresses, const std::atomic<bool>& abort);
 // Ends every current and later wait and transfer, and the connection to the peer. Any thread.
 void AbortTcp(TcpSocket* socket);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 struct addrinfo;
 
@@ -26,7 +28,16 @@ void SystemClose(SystemSocket socket);
 
 enum class TcpProgress : std::uint8_t { kDone, kPending, kFailed };
 TcpProgress SystemBeginConnect(SystemSocket socket, const addrinfo& address);
-TcpProgress SystemAwaitConnect(SystemSocket socket, std::int32_t timeout_ms);
+
+struct ConnectAttempt {
+    SystemSocket socket;
+    const addrinfo* address;
+    TcpProgress progress;
+};
+inline constexpr std::size_t kMaxConnectAttempts = 16;
+// Waits until one of these attempts, 1 to kMaxConnectAttempts, is decided, and updates their
+// progress.
+void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms);
 
 enum class TcpReadiness : std::uint8_t { kReadable, kPeerEnded, kTimeout, kFailed };
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms);

@@ -6,6 +6,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "transport/cloud/tcp_system.h"
@@ -14,6 +16,18 @@ namespace tarvik {
 namespace {
 
 int FileOf(SystemSocket socket) { return static_cast<int>(socket); }
+
+void SetOption(int file, int level, int option, int value) {
+    ::setsockopt(file, level, option, &value, sizeof value);
+}
+
+// Of an attempt to connect that is decided.
+TcpProgress ResultOf(int file) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    const int asked = ::getsockopt(file, SOL_SOCKET, SO_ERROR, &error, &size);
+    return asked == 0 && error == 0 ? TcpProgress::kDone : TcpProgress::kFailed;
+}
 
 // What poll reports: 0 when time ran out, below 0 when it failed.
 int Await(SystemSocket socket, short events, int timeout_ms) {
@@ -46,8 +60,7 @@ SystemSocket SystemOpenSocket(const addrinfo& address) {
     const int type = address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC;
     const int file = ::socket(address.ai_family, type, address.ai_protocol);
     if (file < 0) return kNoSocket;
-    const int yes = 1;
-    ::setsockopt(file, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+    SetOption(file, IPPROTO_TCP, TCP_NODELAY, 1);
     return file;
 }
 
@@ -62,14 +75,17 @@ TcpProgress SystemBeginConnect(SystemSocket socket, const addrinfo& address) {
     return errno == EINPROGRESS ? TcpProgress::kPending : TcpProgress::kFailed;
 }
 
-TcpProgress SystemAwaitConnect(SystemSocket socket, std::int32_t timeout_ms) {
-    const int events = Await(socket, POLLOUT, timeout_ms);
-    if (events < 0) return TcpProgress::kFailed;
-    if (events == 0) return TcpProgress::kPending;
-    int error = 0;
-    socklen_t size = sizeof error;
-    const int asked = ::getsockopt(FileOf(socket), SOL_SOCKET, SO_ERROR, &error, &size);
-    return asked == 0 && error == 0 ? TcpProgress::kDone : TcpProgress::kFailed;
+void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms) {
+    std::array<pollfd, kMaxConnectAttempts> watched;
+    std::ranges::transform(attempts, watched.begin(), [](const ConnectAttempt& attempt) {
+        return pollfd{FileOf(attempt.socket), POLLOUT, 0};
+    });
+    const int count = ::poll(watched.data(), attempts.size(), timeout_ms);
+    const bool failed = count < 0 && errno != EINTR;
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        if (failed) attempts[i].progress = TcpProgress::kFailed;
+        if (count > 0 && watched[i].revents != 0) attempts[i].progress = ResultOf(watched[i].fd);
+    }
 }
 
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms) {

@@ -68,18 +68,24 @@ TcpProgress SystemBeginConnect(SystemSocket socket, const addrinfo& address) {
 }
 
 // Not WSAPoll: before Windows 10 2004 it does not report a failed connection.
-TcpProgress SystemAwaitConnect(SystemSocket socket, std::int32_t timeout_ms) {
+void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms) {
     fd_set connected, failed;
     FD_ZERO(&connected);
     FD_ZERO(&failed);
-    FD_SET(HandleOf(socket), &connected);
-    FD_SET(HandleOf(socket), &failed);
+    for (const ConnectAttempt& attempt : attempts) {
+        FD_SET(HandleOf(attempt.socket), &connected);
+        FD_SET(HandleOf(attempt.socket), &failed);
+    }
     timeval limit = {timeout_ms / 1000, timeout_ms % 1000 * 1000};
     const int count = ::select(0, nullptr, &connected, &failed, &limit);
-    if (count == 0) return TcpProgress::kPending;
-    const bool done =
-        count > 0 && FD_ISSET(HandleOf(socket), &connected) && !FD_ISSET(HandleOf(socket), &failed);
-    return done ? TcpProgress::kDone : TcpProgress::kFailed;
+    if (count == 0) return;
+    for (ConnectAttempt& attempt : attempts) {
+        if (count < 0 || FD_ISSET(HandleOf(attempt.socket), &failed)) {
+            attempt.progress = TcpProgress::kFailed;
+        } else if (FD_ISSET(HandleOf(attempt.socket), &connected)) {
+            attempt.progress = TcpProgress::kDone;
+        }
+    }
 }
 
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms) {

@@ -1,7 +1,6 @@
 // The WebSocket client on Boost.Beast. Its streams are not for two threads at once, so only one
 // thread runs `io` at any time and does the work of both: the connection thread while it connects,
 // the receiving thread afterwards. A sender hands its packet over and sleeps until it is sent.
-#include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -26,7 +25,7 @@
 #include "platform/lock.h"
 #include "support/memory.h"
 #include "transport/cloud/cloud_limits.h"
-#include "transport/cloud/tcp_addresses.h"
+#include "transport/cloud/tcp_connect.h"
 #include "transport/cloud/tcp_lookup.h"
 #include "transport/cloud/tls_library.h"
 #include "transport/cloud/websocket_client.h"
@@ -203,6 +202,40 @@ HostAndPort ProxyTarget(const WebSocketClient& client) {
     return {std::string(text.substr(0, colon)), std::string(text.substr(colon + 1))};
 }
 
+// Closes the socket in the end unless the client has taken it over.
+class NewSocket {
+public:
+    explicit NewSocket(SystemSocket socket) : socket_(socket) {}
+    ~NewSocket() {
+        if (socket_ != kNoSocket) SystemClose(socket_);
+    }
+    NewSocket(const NewSocket&) = delete;
+    NewSocket& operator=(const NewSocket&) = delete;
+
+    std::uint32_t HandOver(WebSocketClient* client, int family) {
+        const tcp protocol = family == AF_INET6 ? tcp::v6() : tcp::v4();
+        Error error;
+        client->connecting.assign(protocol, static_cast<int>(socket_), error);
+        if (error) return kErrorCannotConnect;
+        socket_ = kNoSocket;
+        return 0;
+    }
+
+private:
+    SystemSocket socket_;
+};
+
+std::uint32_t ConnectToAny(WebSocketClient* client, const TcpAddresses& addresses) {
+    const auto limit =
+        static_cast<std::uint64_t>(std::chrono::milliseconds(ConnectLimit()).count());
+    const TcpConnection connected = ConnectToFirst(addresses, client->aborted, limit);
+    NewSocket socket(connected.socket);
+    if (client->aborted) return kErrorOperationCancelled;
+    if (connected.timed_out) return kErrorTimeout;
+    if (connected.socket == kNoSocket) return kErrorCannotConnect;
+    return Guarded([&] { return socket.HandOver(client, connected.address->ai_family); });
+}
+
 std::uint32_t OpenConnection(WebSocketClient* client) {
     const HostAndPort target =
         client->use_proxy ? ProxyTarget(*client) : HostAndPort{client->server, client->port};
@@ -210,16 +243,9 @@ std::uint32_t OpenConnection(WebSocketClient* client) {
     if (LookUpTcp(target.host.c_str(), target.port.c_str(), client->aborted, &addresses) != 0) {
         return client->aborted ? kErrorOperationCancelled : kErrorNameNotResolved;
     }
-    const auto found =
-        tcp::resolver::results_type::create(addresses->first, target.host, target.port);
+    const std::uint32_t error = ConnectToAny(client, *addresses);
     FreeTcpAddresses(addresses);
-    const Error connected = RunWithin(client, ConnectLimit(), [&](auto done) {
-        asio::async_connect(client->connecting, found, done);
-    });
-    if (connected) return CodeOf(*client, connected, kErrorCannotConnect);
-    Error ignored;
-    client->connecting.set_option(tcp::no_delay(true), ignored);
-    return 0;
+    return error;
 }
 
 std::string Authority(const WebSocketClient& client) { return client.server + ":" + client.port; }

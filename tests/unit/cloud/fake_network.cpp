@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "transport/cloud/tcp_addresses.h"
 #include "transport/cloud/tcp_socket.h"
 #include "unit/test_support.h"
 
@@ -246,7 +247,6 @@ namespace tarvik {
 using test::FakeNetwork;
 
 struct TcpSocket {};
-struct TcpAddresses {};
 
 namespace {
 

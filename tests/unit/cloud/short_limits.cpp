@@ -9,6 +9,7 @@ const CloudLimits& GetCloudLimits() {
         .step_pause_ms = 10,
         .thread_end_ms = 10,
         .connect_poll_ms = 10,
+        .connect_stagger_ms = 50,
         .failure_box_quiet_s = 10,
         .transmit_wait_ms = 10,
         .receive_wait_ms = 20,

@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "transport/cloud/tcp_addresses.h"
+#include "unit/cloud/black_hole.h"
 #include "unit/faults/system_call_fault.h"
 #include "unit/faults/tracked_memory_fault.h"
 #include "unit/test_support.h"
@@ -119,6 +122,25 @@ TEST_F(Tcp, SignalDoesNotEndAnAttemptToConnect) {
 TEST_F(Tcp, RefusedConnectionIsNull) {
     ::shutdown(listener_, SHUT_RDWR);
     EXPECT_EQ(Connect(), nullptr);
+}
+
+TEST_F(Tcp, AddressThatDoesNotAnswerLeavesNoDescriptorBehind) {
+    const BlackHole hole;
+    addrinfo unanswered = *addresses_->first;
+    sockaddr_in address = hole.Address();
+    unanswered.ai_addr = reinterpret_cast<sockaddr*>(&address);
+    unanswered.ai_next = addresses_->first;
+    const TcpAddresses both = {&unanswered};
+    const int next = NextDescriptor();
+    std::atomic<bool> impatient{false};
+    std::atomic<bool> done{false};
+    Thread limit([&] { impatient = !Eventually([&] { return done.load(); }); });
+    TcpSocket* socket = ConnectTcp(both, impatient);
+    done = true;
+    limit.Join();
+    ASSERT_NE(socket, nullptr);
+    CloseTcp(socket);
+    EXPECT_EQ(NextDescriptor(), next);
 }
 
 TEST_F(ConnectedTcp, SignalEndsAWaitAsATimeOutAndAnErrorFailsIt) {
