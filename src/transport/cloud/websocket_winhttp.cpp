@@ -53,6 +53,9 @@ struct WebSocketClient : Counted {
     HINTERNET connection = nullptr;
     HINTERNET request = nullptr;
     HINTERNET web_socket = nullptr;
+    // The service sets it once the session is closed and none of its callbacks runs any more. Null:
+    // it does not offer that.
+    HANDLE unload_notice = nullptr;
 
     OsLock lock;  // guards all below; taken after handle_lock, and by the callback
     OsCondition changed;
@@ -73,6 +76,18 @@ bool AwaitClosing(WebSocketClient* client) {
     while (client->reporting_handles != 0 && in_time)
         in_time = client->changed.Wait(client->lock, GetCloudLimits().websocket_closing_ms);
     return client->reporting_handles == 0;
+}
+
+// False: a callback may still run or come.
+bool AwaitLastCallback(WebSocketClient* client) {
+    // Even the callback that reports the last handle's closing returns a little later than that.
+    if (client->unload_notice == nullptr) return AwaitClosing(client);
+    const auto limit = static_cast<DWORD>(GetCloudLimits().websocket_closing_ms);
+    if (::WaitForSingleObject(client->unload_notice, limit) != WAIT_OBJECT_0) {
+        return false;  // the event stays open, as the service still has its handle
+    }
+    ::CloseHandle(client->unload_notice);
+    return true;
 }
 
 std::uint32_t ToUtf16(const char* text, WideText* wide) {
@@ -200,6 +215,17 @@ std::uint32_t Keep(WebSocketClient* client, HINTERNET* place, HINTERNET handle) 
     return 0;
 }
 
+void RequestUnloadNotice(WebSocketClient* client) {
+    HANDLE notice = ::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (notice == nullptr) return;
+    if (::WinHttpSetOption(client->session, WINHTTP_OPTION_UNLOAD_NOTIFY_EVENT, &notice,
+                           sizeof notice)) {
+        client->unload_notice = notice;
+    } else {
+        ::CloseHandle(notice);
+    }
+}
+
 std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
     WideText name;
     if (const std::uint32_t error = ToUtf16(user_agent, &name)) return error;
@@ -209,6 +235,7 @@ std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
              ::WinHttpOpen(name, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                            WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
     if (error != 0) return error;
+    RequestUnloadNotice(client);
     const DWORD events = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
     const bool reports = ::WinHttpSetStatusCallback(client->session, OnStatus, events, 0) !=
                          WINHTTP_INVALID_STATUS_CALLBACK;
@@ -401,8 +428,8 @@ bool AbortWebSocket(WebSocketClient* client) {
 void CloseWebSocket(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
     const auto last = Ref<WebSocketClient>::Adopt(client);
     CloseAll(client, closed);
-    // A callback that is still to come must find its code.
-    if (!AwaitClosing(client)) OsKeepLibraryLoaded();
+    // A callback must find its code until it has returned.
+    if (!AwaitLastCallback(client)) OsKeepLibraryLoaded();
 }
 
 }  // namespace tarvik

@@ -1,0 +1,105 @@
+// The WebSocket client on WinHTTP: what it waits for in the end.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "transport/cloud/websocket_client.h"
+#include "unit/cloud/adjusted_limits.h"
+#include "unit/cloud/fake_winhttp.h"
+#include "unit/faults/keep_loaded_fault.h"
+#include "unit/test_support.h"
+
+namespace tarvik::test {
+namespace {
+
+class WinHttpClient : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_NE(client_, nullptr); }
+
+    bool Connect() {
+        const WebSocketTarget target = {
+            .server = "relay.test",
+            .port = 80,
+            .endpoint = "/",
+            .secure = false,
+            .check_certificate = true,
+            .use_proxy = false,
+            .proxy = "",
+            .user_agent = "test",
+        };
+        return ConnectWebSocket(client_, target,
+                                {[](void*, WebSocketStep, std::uint32_t) {}, nullptr});
+    }
+    void WaitAtMost(std::int32_t ms) { limits_->websocket_closing_ms = ms; }
+    int KeptLoaded() const { return KeepLoadedCalls() - kept_before_; }
+
+    AdjustedLimits limits_;
+    FakeWinHttp service_;
+    WebSocketClient* client_ = CreateWebSocketClient();
+    int kept_before_ = KeepLoadedCalls();
+};
+
+TEST_F(WinHttpClient, ClosingWaitsUntilTheLastCallbackHasReturned) {
+    WaitAtMost(10'000);
+    ASSERT_TRUE(Connect());
+    std::atomic<bool> returned{false};
+    Thread service([&] {
+        EXPECT_TRUE(service_.EventuallyClosesSession());
+        service_.ReportClosings();
+        SleepMs(50);  // the callback's thread stands still on its way out of the library
+        returned = true;
+        EXPECT_TRUE(service_.SetUnloadNotice());
+    });
+    CloseWebSocket(client_, nullptr);
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(KeptLoaded(), 0);
+}
+
+TEST_F(WinHttpClient, LibraryStaysLoadedIfACallbackMayStillRun) {
+    WaitAtMost(20);
+    ASSERT_TRUE(Connect());
+    Thread service([&] {
+        EXPECT_TRUE(service_.EventuallyClosesSession());
+        service_.ReportClosings();
+    });
+    CloseWebSocket(client_, nullptr);
+    EXPECT_EQ(KeptLoaded(), 1);
+    service.Join();
+    EXPECT_TRUE(service_.SetUnloadNotice());  // late, but the event still exists
+}
+
+TEST_F(WinHttpClient, WithoutTheNoticeClosingWaitsForTheHandlesReports) {
+    WaitAtMost(10'000);
+    service_.RefuseOption(WINHTTP_OPTION_UNLOAD_NOTIFY_EVENT);
+    ASSERT_TRUE(Connect());
+    std::atomic<bool> reported{false};
+    Thread service([&] {
+        EXPECT_TRUE(service_.EventuallyClosesSession());
+        SleepMs(50);
+        reported = true;
+        service_.ReportClosings();
+    });
+    CloseWebSocket(client_, nullptr);
+    EXPECT_TRUE(reported);
+    EXPECT_EQ(KeptLoaded(), 0);
+}
+
+TEST_F(WinHttpClient, WithoutTheNoticeLibraryStaysLoadedForAHandleThatDoesNotReport) {
+    WaitAtMost(20);
+    service_.RefuseOption(WINHTTP_OPTION_UNLOAD_NOTIFY_EVENT);
+    ASSERT_TRUE(Connect());
+    CloseWebSocket(client_, nullptr);
+    EXPECT_EQ(KeptLoaded(), 1);
+    service_.ReportClosings();  // the client has been kept for it
+}
+
+TEST_F(WinHttpClient, WithoutASessionClosingWaitsForNothing) {
+    WaitAtMost(60'000);
+    service_.RefuseSession();
+    EXPECT_FALSE(Connect());
+    CloseWebSocket(client_, nullptr);
+    EXPECT_EQ(KeptLoaded(), 0);
+}
+
+}  // namespace
+}  // namespace tarvik::test
