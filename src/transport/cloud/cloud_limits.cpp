@@ -8,6 +8,8 @@ const CloudLimits& GetCloudLimits() {
         .thread_end_ms = 100,
         .connect_poll_ms = 50,
         .connect_stagger_ms = 250,
+        .link_idle_ms = 20'000,
+        .link_dead_ms = 30'000,
         .failure_box_quiet_s = 10,
         .transmit_wait_ms = 50,
         .receive_wait_ms = 100,
@@ -19,6 +21,7 @@ const CloudLimits& GetCloudLimits() {
         .login_wait_ms = 500,
         .websocket_connect_s = 60,
         .websocket_answer_s = 30,
+        .websocket_pong_ms = 30'000,
         .websocket_closing_ms = 250,
     };
     return kLimits;

@@ -11,6 +11,8 @@ struct CloudLimits {
     std::int32_t thread_end_ms;         // of one wait for a connection's thread to end
     std::int32_t connect_poll_ms;       // how late a look-up or a connect notices an abort
     std::int32_t connect_stagger_ms;    // before another address is tried beside those before
+    std::int32_t link_idle_ms;          // before an idle TCP connection's peer is probed
+    std::int32_t link_dead_ms;          // for the peer to acknowledge; both in whole seconds
     std::uint32_t failure_box_quiet_s;  // after a failure box, none is shown for so long
     // Packets.
     std::int32_t transmit_wait_ms;      // of one wait for a packet to send
@@ -26,6 +28,7 @@ struct CloudLimits {
     // The WebSocket client.
     std::uint32_t websocket_connect_s;  // to connect to the server or to its proxy
     std::uint32_t websocket_answer_s;   // of the proxy, the TLS handshake and the upgrade
+    std::int32_t websocket_pong_ms;     // between two pongs that keep the connection open
     std::int32_t websocket_closing_ms;  // for the system to report that the handles are closed
 };
 

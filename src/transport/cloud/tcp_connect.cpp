@@ -107,7 +107,11 @@ TcpConnection ConnectToFirst(const TcpAddresses& addresses, const std::atomic<bo
     Attempts attempts(addresses.first);
     TcpConnection winner;
     while (!abort && !attempts.AllFailed() && TickMs() < end) {
-        if (attempts.Step(end, &winner)) return winner;
+        if (attempts.Step(end, &winner)) {
+            const CloudLimits& limits = GetCloudLimits();
+            SystemDetectDeadPeer(winner.socket, limits.link_idle_ms, limits.link_dead_ms);
+            return winner;
+        }
     }
     winner.timed_out = !abort && !attempts.AllFailed();
     return winner;

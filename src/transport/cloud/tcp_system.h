@@ -39,6 +39,11 @@ inline constexpr std::size_t kMaxConnectAttempts = 16;
 // progress.
 void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms);
 
+// Ends the connection if for `dead_ms` the peer has acknowledged nothing of what was sent, probes
+// included, which begin once the connection has been idle for `idle_ms`. What the system does not
+// offer is left out.
+void SystemDetectDeadPeer(SystemSocket socket, std::int32_t idle_ms, std::int32_t dead_ms);
+
 enum class TcpReadiness : std::uint8_t { kReadable, kPeerEnded, kTimeout, kFailed };
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms);
 void SystemAwaitRoom(SystemSocket socket, std::int32_t timeout_ms);

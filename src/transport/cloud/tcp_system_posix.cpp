@@ -15,6 +15,8 @@
 namespace tarvik {
 namespace {
 
+constexpr int kProbes = 2;  // of an idle connection
+
 int FileOf(SystemSocket socket) { return static_cast<int>(socket); }
 
 void SetOption(int file, int level, int option, int value) {
@@ -86,6 +88,15 @@ void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeou
         if (failed) attempts[i].progress = TcpProgress::kFailed;
         if (count > 0 && watched[i].revents != 0) attempts[i].progress = ResultOf(watched[i].fd);
     }
+}
+
+void SystemDetectDeadPeer(SystemSocket socket, std::int32_t idle_ms, std::int32_t dead_ms) {
+    const int file = FileOf(socket);
+    SetOption(file, IPPROTO_TCP, TCP_KEEPIDLE, idle_ms / 1000);
+    SetOption(file, IPPROTO_TCP, TCP_KEEPINTVL, (dead_ms - idle_ms) / 1000 / kProbes);
+    SetOption(file, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
+    SetOption(file, IPPROTO_TCP, TCP_USER_TIMEOUT, dead_ms);
+    SetOption(file, SOL_SOCKET, SO_KEEPALIVE, 1);
 }
 
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms) {

@@ -1,6 +1,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include "transport/cloud/keep_alive_win32.h"
 #include "transport/cloud/tcp_system.h"
 
 namespace tarvik {
@@ -8,6 +9,8 @@ namespace {
 
 static_assert(sizeof(SystemSocket) == sizeof(SOCKET));
 static_assert(static_cast<SOCKET>(kNoSocket) == INVALID_SOCKET);
+
+constexpr int kTcpMaxRetransmission = 5;  // TCP_MAXRT, in seconds; MinGW's headers lack it
 
 SOCKET HandleOf(SystemSocket socket) { return static_cast<SOCKET>(socket); }
 
@@ -86,6 +89,16 @@ void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeou
             attempt.progress = TcpProgress::kDone;
         }
     }
+}
+
+void SystemDetectDeadPeer(SystemSocket socket, std::int32_t idle_ms, std::int32_t dead_ms) {
+    tcp_keepalive probes = KeepAlive(idle_ms, dead_ms);
+    DWORD unused = 0;
+    ::WSAIoctl(HandleOf(socket), SIO_KEEPALIVE_VALS, &probes, sizeof probes, nullptr, 0, &unused,
+               nullptr, nullptr);
+    const DWORD dead_s = static_cast<DWORD>(dead_ms) / 1000;
+    ::setsockopt(HandleOf(socket), IPPROTO_TCP, kTcpMaxRetransmission,
+                 reinterpret_cast<const char*>(&dead_s), sizeof dead_s);
 }
 
 TcpReadiness SystemAwaitData(SystemSocket socket, std::int32_t timeout_ms) {

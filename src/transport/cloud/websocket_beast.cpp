@@ -104,6 +104,8 @@ struct WebSocketClient {
     std::uint32_t arrived_size = 0;
     std::uint32_t taken = 0;
     MessageKind arrived_kind = MessageKind::kBinary;
+    std::chrono::steady_clock::time_point next_pong;
+    bool pong_leaving = false;
 
     std::atomic<bool> aborted{false};
     OsLock send_lock;  // guards all below
@@ -352,8 +354,14 @@ std::uint32_t ReceiveResponse(WebSocketClient* client) {
     });
 }
 
+void SchedulePong(WebSocketClient* client) {
+    client->next_pong = std::chrono::steady_clock::now() +
+                        std::chrono::milliseconds(GetCloudLimits().websocket_pong_ms);
+}
+
 std::uint32_t CompleteUpgrade(WebSocketClient* client) {
     if (client->upgrade_error != 0) return client->upgrade_error;
+    SchedulePong(client);
     IsOpen(client, WebSocketHandle::kRequest) = false;
     IsOpen(client, WebSocketHandle::kWebSocket) = true;
     return 0;
@@ -428,6 +436,22 @@ void EndReceiving(WebSocketClient* client, bool broken) {
     if (broken || client->aborted) client->changed.WakeAll();
 }
 
+// Keeps the connection open in what is between the two ends, as Windows's service does. A pong that
+// could not leave, or for which there is no memory, is left out; whether the connection has failed
+// is for transfers to find out.
+void SendPongIfDue(WebSocketClient* client) {
+    if (std::chrono::steady_clock::now() < client->next_pong) return;
+    SchedulePong(client);
+    if (client->pong_leaving) return;
+    Guarded([client] {
+        WithStream(client, [client](auto& stream) {
+            stream.async_pong({}, [client](const Error&) { client->pong_leaving = false; });
+            client->pong_leaving = true;
+        });
+        return std::uint32_t{0};
+    });
+}
+
 template <typename Stream>
 Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buffer,
                std::uint32_t* bytes) {
@@ -442,6 +466,7 @@ Error ReadSome(WebSocketClient* client, Stream* stream, asio::mutable_buffer buf
     while (!done) {  // NOLINT(bugprone-infinite-loop): the handler sets it
         client->io.run_one_until(NextLook());
         if (client->aborted) CloseSockets(client);
+        SendPongIfDue(client);
     }
     return result;
 }

@@ -1,5 +1,7 @@
 // The WebSocket client on Windows's HTTP service. The service's calls only begin here; a callback
 // on one of its threads reports how they ended, so that an abort ends every wait at once.
+#include <winsock2.h>
+
 #include <windows.h>
 
 #include <winhttp.h>
@@ -13,6 +15,7 @@
 #include "platform/process.h"
 #include "support/counted.h"
 #include "transport/cloud/cloud_limits.h"
+#include "transport/cloud/keep_alive_win32.h"
 #include "transport/cloud/websocket_client.h"
 
 namespace tarvik {
@@ -31,6 +34,7 @@ static_assert(static_cast<int>(MessageKind::kClose) == WINHTTP_WEB_SOCKET_CLOSE_
 namespace {
 
 constexpr int kTextCapacity = 256;
+constexpr DWORD kTcpKeepAliveOption = 152;  // WINHTTP_OPTION_TCP_KEEPALIVE; MinGW's headers lack it
 
 using WideText = wchar_t[kTextCapacity];
 
@@ -226,6 +230,16 @@ void RequestUnloadNotice(WebSocketClient* client) {
     }
 }
 
+// As the other carrier does for itself, where the service offers it: Windows 10 2004 and later. Its
+// WebSockets send a pong every 30 s of their own accord.
+void WatchPeerAndFallBack(HINTERNET session) {
+    const CloudLimits& limits = GetCloudLimits();
+    tcp_keepalive probes = KeepAlive(limits.link_idle_ms, limits.link_dead_ms);
+    ::WinHttpSetOption(session, kTcpKeepAliveOption, &probes, sizeof probes);
+    BOOL yes = TRUE;
+    ::WinHttpSetOption(session, WINHTTP_OPTION_IPV6_FAST_FALLBACK, &yes, sizeof yes);
+}
+
 std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
     WideText name;
     if (const std::uint32_t error = ToUtf16(user_agent, &name)) return error;
@@ -236,6 +250,7 @@ std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
                            WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
     if (error != 0) return error;
     RequestUnloadNotice(client);
+    WatchPeerAndFallBack(client->session);
     const DWORD events = WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | WINHTTP_CALLBACK_FLAG_HANDLES;
     const bool reports = ::WinHttpSetStatusCallback(client->session, OnStatus, events, 0) !=
                          WINHTTP_INVALID_STATUS_CALLBACK;

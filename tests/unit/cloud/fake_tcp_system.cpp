@@ -95,5 +95,8 @@ TcpProgress SystemBeginConnect(SystemSocket socket, const addrinfo&) {
 void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms) {
     FakeTcpSystem::Current().Await(attempts, timeout_ms);
 }
+void SystemDetectDeadPeer(SystemSocket socket, std::int32_t, std::int32_t) {
+    FakeTcpSystem::Current().Watch(socket);
+}
 
 }  // namespace tarvik

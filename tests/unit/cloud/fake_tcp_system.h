@@ -38,6 +38,8 @@ public:
     const std::vector<std::uint64_t>& Begun() const { return begun_; }
     const std::set<SystemSocket>& Open() const { return open_; }
     std::uint64_t NowMs() const { return TickMs() - kStart; }
+    // What SystemDetectDeadPeer was called for.
+    SystemSocket Watched() const { return watched_; }
 
     // --- the library's side ---
     static FakeTcpSystem& Current();
@@ -46,6 +48,7 @@ public:
     void Close(SystemSocket socket) { EXPECT_EQ(open_.erase(socket), 1u); }
     TcpProgress Begin(SystemSocket socket);
     void Await(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms);
+    void Watch(SystemSocket socket) { watched_ = socket; }
 
 private:
     static constexpr std::uint64_t kStart = 1'000'000;
@@ -59,6 +62,7 @@ private:
     FakeTick tick_{kStart};
     std::vector<std::uint64_t> begun_;
     std::set<SystemSocket> open_;
+    SystemSocket watched_ = kNoSocket;
     std::uint64_t abort_at_ = FakeAddress::kNever;
     std::atomic<bool> aborted_{false};
 };

@@ -29,10 +29,11 @@ TEST(TcpConnect, AddressThatDoesNotAnswerDelaysTheNextByTheStaggerOnly) {
     EXPECT_EQ(system.NowMs(), Stagger() + 5);
 }
 
-TEST(TcpConnect, OnlyTheWinnersSocketStaysOpen) {
+TEST(TcpConnect, OnlyTheWinnersSocketStaysOpenAndItsPeerIsWatched) {
     FakeTcpSystem system({kBlackHole, kBlackHole, AcceptsAfter(5), kAtOnce});
     EXPECT_EQ(system.Connect().socket, 2);
     EXPECT_EQ(system.Open(), (Sockets{2}));
+    EXPECT_EQ(system.Watched(), 2);
 }
 
 TEST(TcpConnect, NamesTheAddressThatWon) {
@@ -77,6 +78,7 @@ TEST(TcpConnect, WithoutAnAddressThatAcceptsItFailsOnceAllHave) {
     EXPECT_FALSE(connected.timed_out);
     EXPECT_EQ(system.NowMs(), 500u);
     EXPECT_TRUE(system.Open().empty());
+    EXPECT_EQ(system.Watched(), kNoSocket);
 }
 
 TEST(TcpConnect, LimitEndsAllAttemptsTogether) {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -15,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "transport/cloud/tcp_addresses.h"
+#include "transport/cloud/tcp_connect.h"
 #include "unit/cloud/black_hole.h"
 #include "unit/faults/system_call_fault.h"
 #include "unit/faults/tracked_memory_fault.h"
@@ -48,6 +49,13 @@ protected:
                             int failures = SystemCallFault::kAlways) const {
         const SystemCallFault fault(function, error, failures);
         return Connect();
+    }
+
+    static int OptionOf(SystemSocket socket, int level, int option) {
+        int value = -1;
+        socklen_t size = sizeof value;
+        EXPECT_EQ(::getsockopt(static_cast<int>(socket), level, option, &value, &size), 0);
+        return value;
     }
 
     int listener_;
@@ -141,6 +149,27 @@ TEST_F(Tcp, AddressThatDoesNotAnswerLeavesNoDescriptorBehind) {
     ASSERT_NE(socket, nullptr);
     CloseTcp(socket);
     EXPECT_EQ(NextDescriptor(), next);
+}
+
+TEST_F(Tcp, PeerThatIsGoneIsNoticedAfter30Seconds) {
+    const SystemSocket socket = ConnectToFirst(*addresses_, never_, kNoConnectLimit).socket;
+    ASSERT_NE(socket, kNoSocket);
+    EXPECT_EQ(OptionOf(socket, SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(OptionOf(socket, IPPROTO_TCP, TCP_KEEPIDLE), 20);
+    EXPECT_EQ(OptionOf(socket, IPPROTO_TCP, TCP_KEEPINTVL), 5);
+    EXPECT_EQ(OptionOf(socket, IPPROTO_TCP, TCP_KEEPCNT), 2);
+    EXPECT_EQ(OptionOf(socket, IPPROTO_TCP, TCP_USER_TIMEOUT), 30'000);
+    SystemClose(socket);
+}
+
+// A dead link cannot be had on this host, but to TCP_USER_TIMEOUT a peer that takes nothing is one.
+TEST_F(Tcp, PeerThatTakesNothingEndsTheConnection) {
+    const SystemSocket socket = ConnectToFirst(*addresses_, never_, kNoConnectLimit).socket;
+    ASSERT_NE(socket, kNoSocket);
+    SystemDetectDeadPeer(socket, 0, 100);
+    const std::vector<char> much(1 << 20, 'x');
+    EXPECT_TRUE(Eventually([&] { return SystemSend(socket, much.data(), 1 << 20) < 0; }));
+    SystemClose(socket);
 }
 
 TEST_F(ConnectedTcp, SignalEndsAWaitAsATimeOutAndAnErrorFailsIt) {

@@ -1,10 +1,13 @@
 // Windows's TCP, with a peer on this host.
 #include <winsock2.h>
+// The next two need it first.
+#include <mstcpip.h>
 #include <ws2tcpip.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -12,6 +15,45 @@
 #include "transport/cloud/tcp_socket.h"
 #include "unit/cloud/adjusted_limits.h"
 #include "unit/test_support.h"
+
+namespace {
+
+// What the library asked of Winsock last. Wine cannot return these values.
+tcp_keepalive asked_probes{};
+DWORD asked_max_retransmission = 0;
+
+template <typename Function>
+Function SystemsOwn(const char* name) {
+    return reinterpret_cast<Function>(
+        reinterpret_cast<void*>(::GetProcAddress(::GetModuleHandleW(L"ws2_32.dll"), name)));
+}
+
+int WSAAPI RecordIoctl(SOCKET socket, DWORD code, LPVOID in, DWORD in_size, LPVOID out,
+                       DWORD out_size, LPDWORD got, LPWSAOVERLAPPED overlapped,
+                       LPWSAOVERLAPPED_COMPLETION_ROUTINE routine) {
+    if (code == SIO_KEEPALIVE_VALS && in_size == sizeof asked_probes)
+        std::memcpy(&asked_probes, in, sizeof asked_probes);
+    static const auto system = SystemsOwn<decltype(&RecordIoctl)>("WSAIoctl");
+    return system(socket, code, in, in_size, out, out_size, got, overlapped, routine);
+}
+
+int WSAAPI RecordOption(SOCKET socket, int level, int option, const char* value, int size) {
+    constexpr int kMaxRetransmission = 5;
+    if (level == IPPROTO_TCP && option == kMaxRetransmission)
+        std::memcpy(&asked_max_retransmission, value, sizeof asked_max_retransmission);
+    static const auto system = SystemsOwn<decltype(&RecordOption)>("setsockopt");
+    return system(socket, level, option, value, size);
+}
+
+}  // namespace
+
+// The linker takes these for the imports.
+extern "C" {
+extern decltype(&RecordIoctl) __imp_WSAIoctl;
+decltype(&RecordIoctl) __imp_WSAIoctl = RecordIoctl;
+extern decltype(&RecordOption) __imp_setsockopt;
+decltype(&RecordOption) __imp_setsockopt = RecordOption;
+}
 
 namespace tarvik::test {
 namespace {
@@ -113,6 +155,23 @@ TEST_F(WinsockConnect, FailsIfAllAddressesRefuse) {
     Connect(first.Info(), second.Info());
     EXPECT_EQ(connected_.socket, kNoSocket);
     EXPECT_FALSE(connected_.timed_out);
+}
+
+TEST_F(WinsockConnect, PeerThatIsGoneIsNoticedAfter30Seconds) {
+    asked_probes = {};
+    asked_max_retransmission = 0;
+    Listener relay(4);
+    Connect(relay.Info(), nullptr);
+    ASSERT_NE(connected_.socket, kNoSocket);
+    EXPECT_EQ(asked_probes.onoff, 1u);
+    EXPECT_EQ(asked_probes.keepalivetime, 20'000u);
+    EXPECT_EQ(asked_probes.keepaliveinterval, 1'000u);  // ten probes
+    EXPECT_EQ(asked_max_retransmission, 30u);
+    int probes = 0;
+    int size = sizeof probes;
+    ::getsockopt(static_cast<SOCKET>(connected_.socket), SOL_SOCKET, SO_KEEPALIVE,
+                 reinterpret_cast<char*>(&probes), &size);
+    EXPECT_EQ(probes, 1);
 }
 
 }  // namespace

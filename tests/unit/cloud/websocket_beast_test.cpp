@@ -1,6 +1,7 @@
 // The WebSocket client on Boost.Beast, with a relay that this program plays byte by byte.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/sha.h>
 #include <sys/socket.h>
@@ -20,7 +21,16 @@
 namespace tarvik::test {
 namespace {
 
+constexpr std::uint8_t kBinaryOpcode = 0x2;
+constexpr std::uint8_t kPingOpcode = 0x9;
+constexpr std::uint8_t kPongOpcode = 0xA;
+
 // ---------------------------------------------------------------- the relay
+
+struct Frame {
+    std::uint8_t opcode;
+    std::string payload;
+};
 
 class PlayedRelay {
 public:
@@ -65,6 +75,35 @@ public:
     void Send(const std::string& bytes) const {
         EXPECT_EQ(::send(connection_, bytes.data(), bytes.size(), MSG_NOSIGNAL),
                   static_cast<ssize_t>(bytes.size()));
+    }
+    void SendPing(const std::string& payload) const {
+        const char head[] = {static_cast<char>(0x80 | kPingOpcode),
+                             static_cast<char>(payload.size())};
+        Send(std::string(head, sizeof head) + payload);
+    }
+
+    // The next frame of the client, which must be whole, masked and short. None: patience has run
+    // out, or the client has gone.
+    std::optional<Frame> NextFrame() const {
+        const std::string head = Read(2);
+        if (head.size() < 2) return std::nullopt;
+        const auto first = static_cast<std::uint8_t>(head[0]);
+        const auto second = static_cast<std::uint8_t>(head[1]);
+        EXPECT_EQ(first & 0xF0, 0x80);
+        EXPECT_EQ(second & 0x80, 0x80);
+        EXPECT_LT(second & 0x7F, 126);
+        const std::string mask = Read(4);
+        std::string payload = Read(second & 0x7Fu);
+        for (std::size_t i = 0; i < payload.size(); ++i)
+            payload[i] = static_cast<char>(payload[i] ^ mask[i % 4]);
+        return Frame{static_cast<std::uint8_t>(first & 0x0F), payload};
+    }
+    // Skips others. False: there is none.
+    bool EventuallyGets(std::uint8_t opcode, const std::string& payload) const {
+        while (const std::optional<Frame> frame = NextFrame()) {
+            if (frame->opcode == opcode && frame->payload == payload) return true;
+        }
+        return false;
     }
 
 private:
@@ -136,6 +175,21 @@ protected:
                 ++received_;
         });
     }
+    // Of the client's end of the connection; -1: there is none.
+    int OptionOfConnection(int level, int option) const {
+        for (int file = 0; file < 1024; ++file) {
+            sockaddr_in peer{};
+            socklen_t size = sizeof peer;
+            if (::getpeername(file, reinterpret_cast<sockaddr*>(&peer), &size) != 0) continue;
+            if (peer.sin_port != relay_.Address().sin_port) continue;
+            int value = -1;
+            size = sizeof value;
+            ::getsockopt(file, level, option, &value, &size);
+            return value;
+        }
+        return -1;
+    }
+
     AdjustedLimits limits_;
     ChosenAddresses addresses_;
     PlayedRelay relay_;
@@ -144,6 +198,61 @@ protected:
     std::atomic<int> received_{0};
     std::optional<Thread> receiver_;
 };
+
+// ---------------------------------------------------------------- pongs
+
+class Pongs : public BeastClient {
+protected:
+    void SetUp() override {
+        BeastClient::SetUp();
+        addresses_.Add(relay_.Address());
+    }
+    void ConnectWithPongsEvery(std::int32_t interval_ms) {
+        limits_->websocket_pong_ms = interval_ms;
+        ConnectToRelay();
+    }
+};
+
+TEST_F(Pongs, AreSentAgainAndAgainWhileTheConnectionIsIdle) {
+    ASSERT_NO_FATAL_FAILURE(ConnectWithPongsEvery(10));
+    for (int i = 0; i < 3; ++i) {
+        const std::optional<Frame> frame = relay_.NextFrame();
+        ASSERT_TRUE(frame.has_value()) << i;
+        EXPECT_EQ(frame->opcode, kPongOpcode);
+        EXPECT_EQ(frame->payload, "");
+    }
+}
+
+TEST_F(Pongs, DoNotReplaceTheAnswerToAPing) {
+    ASSERT_NO_FATAL_FAILURE(ConnectWithPongsEvery(1));
+    for (int i = 0; i < 20; ++i) {
+        const std::string text = "ping " + std::to_string(i);
+        relay_.SendPing(text);
+        ASSERT_TRUE(relay_.EventuallyGets(kPongOpcode, text)) << i;
+    }
+    EXPECT_TRUE(relay_.EventuallyGets(kPongOpcode, ""));
+}
+
+TEST_F(Pongs, LeavePacketsWhole) {
+    ASSERT_NO_FATAL_FAILURE(ConnectWithPongsEvery(1));
+    for (int i = 0; i < 50; ++i) {
+        const std::string packet = "packet " + std::to_string(i);
+        ASSERT_EQ(
+            SendToWebSocket(client_, packet.data(), static_cast<std::uint32_t>(packet.size())), 0u);
+        relay_.Send(std::string("\x82\x01x", 3));
+        ASSERT_TRUE(relay_.EventuallyGets(kBinaryOpcode, packet)) << i;
+    }
+    EXPECT_TRUE(Eventually([this] { return received_ == 50; }));
+    EXPECT_TRUE(relay_.EventuallyGets(kPongOpcode, ""));
+}
+
+TEST_F(Pongs, AreNotSentBeforeTheirInterval) {
+    ASSERT_NO_FATAL_FAILURE(ConnectWithPongsEvery(3'600'000));
+    relay_.SendPing("first");
+    const std::optional<Frame> frame = relay_.NextFrame();
+    ASSERT_TRUE(frame.has_value());
+    EXPECT_EQ(frame->payload, "first");
+}
 
 // ---------------------------------------------------------------- connecting
 
@@ -156,6 +265,14 @@ TEST_F(BeastConnection, IsMadePastAnAddressThatDoesNotAnswer) {
     limits_->connect_stagger_ms = 10;
     limits_->websocket_connect_s = 10;
     ConnectToRelay();
+}
+
+TEST_F(BeastConnection, NoticesThatThePeerIsGone) {
+    addresses_.Add(relay_.Address());
+    ASSERT_NO_FATAL_FAILURE(ConnectToRelay());
+    EXPECT_EQ(OptionOfConnection(SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(OptionOfConnection(IPPROTO_TCP, TCP_USER_TIMEOUT), 30'000);
+    EXPECT_EQ(OptionOfConnection(IPPROTO_TCP, TCP_NODELAY), 1);
 }
 
 TEST_F(BeastConnection, ReportsThatNoAddressAccepts) {

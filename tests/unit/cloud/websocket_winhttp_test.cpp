@@ -1,7 +1,13 @@
-// The WebSocket client on WinHTTP: what it waits for in the end.
+// The WebSocket client on WinHTTP: what it asks of the service, and what it waits for in the end.
+#include <winsock2.h>
+// The next two need it first.
+#include <mstcpip.h>
+#include <windows.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "transport/cloud/websocket_client.h"
 #include "unit/cloud/adjusted_limits.h"
@@ -11,6 +17,9 @@
 
 namespace tarvik::test {
 namespace {
+
+constexpr DWORD kTcpKeepAlive = 152;
+constexpr DWORD kFastFallback = 140;
 
 class WinHttpClient : public testing::Test {
 protected:
@@ -99,6 +108,30 @@ TEST_F(WinHttpClient, WithoutASessionClosingWaitsForNothing) {
     EXPECT_FALSE(Connect());
     CloseWebSocket(client_, nullptr);
     EXPECT_EQ(KeptLoaded(), 0);
+}
+
+TEST_F(WinHttpClient, AsksForProbesAndForBothAddressFamiliesAtOnce) {
+    WaitAtMost(0);
+    ASSERT_TRUE(Connect());
+    tcp_keepalive probes{};
+    ASSERT_EQ(service_.Option(kTcpKeepAlive).size(), sizeof probes);
+    std::memcpy(&probes, service_.Option(kTcpKeepAlive).data(), sizeof probes);
+    EXPECT_EQ(probes.onoff, 1u);
+    EXPECT_EQ(probes.keepalivetime, 20'000u);
+    EXPECT_EQ(probes.keepaliveinterval, 1'000u);
+    EXPECT_EQ(service_.Option(kFastFallback), (std::vector<std::uint8_t>{1, 0, 0, 0}));
+    CloseWebSocket(client_, nullptr);
+    service_.ReportClosings();
+}
+
+TEST_F(WinHttpClient, ConnectsIfTheServiceHasNoneOfTheseOptions) {
+    WaitAtMost(0);
+    service_.RefuseOption(WINHTTP_OPTION_UNLOAD_NOTIFY_EVENT);
+    service_.RefuseOption(kTcpKeepAlive);
+    service_.RefuseOption(kFastFallback);
+    EXPECT_TRUE(Connect());
+    CloseWebSocket(client_, nullptr);
+    service_.ReportClosings();
 }
 
 }  // namespace
