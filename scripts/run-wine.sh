@@ -14,6 +14,7 @@ set -uo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX=${TARVIK_WINEPREFIX:-$root/build/wine/prefix}
+export LC_ALL=C.UTF-8 # else Wine can only use file names in ASCII
 export WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d"
 
 for tool in wine wineboot wineserver; do

@@ -6,10 +6,16 @@
 
 namespace tarvik {
 
-inline constexpr std::size_t kMaxPath = 260;  // with the NUL
+// Paths are UTF-8 on Windows, and the bytes that the system has on Linux. A path has at most 259
+// characters of the system; a longer one is of no file. With the NUL:
+#ifdef _WIN32
+inline constexpr std::size_t kMaxPath = 259 * 3 + 1;  // UTF-16, each at most three bytes of UTF-8
+#else
+inline constexpr std::size_t kMaxPath = 260;
+#endif
 
-// The temporary folder with its trailing separator. Returns its length as the system reports it: if
-// it exceeds the capacity, nothing usable was written; 0: the call failed.
+// The temporary folder with its trailing separator. Returns its length: if it is not below the
+// capacity, the folder is too long and nothing usable was written; 0: the call failed.
 std::uint32_t OsTempPath(char* path, std::uint32_t capacity);
 // Used when there is none ("C:\temp\" / "/tmp/").
 const char* OsFallbackTempPath();
@@ -34,6 +40,7 @@ bool OsFinalPath(const char* path, char* target, std::size_t capacity);
 // existing `to` is replaced. Where files have owners, that of the replaced file is kept; if this is
 // not possible, nothing is replaced.
 bool OsReplaceFile(const char* from, const char* to);
+bool OsRemoveFile(const char* path);
 
 // Append-only file for the trace.
 struct OsAppendFile;

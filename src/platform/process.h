@@ -15,13 +15,13 @@ void OsKeepLibraryLoaded();
 void* OsHoldLibrary();
 void OsReleaseLibrary(void* reference);  // null does nothing
 
-// The platform's debugger output: OutputDebugString / syslog at debug level.
+// The platform's debugger output: OutputDebugString / syslog at debug level. The text is UTF-8.
 void OsDebugOutput(const char* text);
-// Modal, no owner window, error icon / one block of text on standard error.
+// Both texts are UTF-8. Modal, no owner window, error icon / one block of text on standard error.
 void OsMessageBox(const char* text, const char* caption);
 
-// Copies the variable's value with its NUL; false when it is not set, or longer than the buffer
-// holds (nothing is written then).
+// Copies the variable's value with its NUL, in UTF-8 on Windows; false when it is not set, or
+// longer than the buffer holds or 1023 characters on Windows (nothing is written then).
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity);
 
 struct CalendarTime {

@@ -4,7 +4,8 @@
 
 namespace tarvik {
 
-// The name of the user that the process runs for; false: unknown, or it does not fit.
+// The name of the user that the process runs for, in UTF-8 on Windows; false: unknown, or it does
+// not fit.
 bool OsUserName(char* name, std::uint32_t capacity);
 
 }  // namespace tarvik

@@ -235,7 +235,7 @@ Tracked<char> FileTextOf(Config* record) {
 enum class SaveResult : unsigned char { kSaved, kNotOpened, kNotWritten };
 
 SaveResult WriteNewFile(const char* path, const char* text) {
-    std::remove(path);  // left by a process that was ended
+    OsRemoveFile(path);  // left by a process that was ended
     OsAppendFile* file = nullptr;
     if (OsAppendFileCreate(path, &file) != CreateFileResult::kCreated)
         return SaveResult::kNotOpened;
@@ -257,7 +257,7 @@ SaveResult SaveFile(const char* path, const char* text) {
     if (result == SaveResult::kSaved && !OsReplaceFile(beside, target)) {
         result = SaveResult::kNotOpened;
     }
-    if (result != SaveResult::kSaved) std::remove(beside);
+    if (result != SaveResult::kSaved) OsRemoveFile(beside);
     return result;
 }
 

@@ -18,7 +18,6 @@ bool TraceFilePath(char (&path)[kMaxPath], std::int32_t session) {
                       static_cast<unsigned long>(OsProcessId()), static_cast<long>(session)) >= 0;
 }
 
-// The path is printed as narrow text: widening it would lose characters outside ASCII.
 void AnnounceFile(const char* path) {
     char notice[kMaxPath + 64];
     FormatText(notice, sizeof notice, "[CopLog] Creating trace file: %s\n", path);

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "path_text.h"
 #include "platform/files.h"
 #include "platform/immortal.h"
 #include "platform/process.h"
@@ -45,23 +46,25 @@ bool Eventually(Predicate happened) {
     return true;
 }
 
-// Where the library puts its files, with the trailing separator.
-inline std::string LibraryTempFolder() {
+// Where the library puts its files.
+inline std::filesystem::path LibraryTempFolder() {
     char folder[kMaxPath];
     const std::uint32_t length = OsTempPath(folder, sizeof folder);
-    return length > 0 && length < sizeof folder ? folder : OsFallbackTempPath();
+    return PathOf(length > 0 && length < sizeof folder ? folder : OsFallbackTempPath());
 }
 
 // The debug log of this process: opened once, it stays open as it does in the product.
-inline const std::string& DebugLogPath() {
+inline const std::filesystem::path& DebugLogPath() {
     // Not destroyed before the exit handler runs, as an object of this function's own would be.
-    static Immortal<std::string> path([] {
-        std::string name =
-            LibraryTempFolder() + "dpdu_debug_" + std::to_string(OsProcessId()) + ".log";
-        std::remove(name.c_str());  // of an earlier process with this number
+    static Immortal<std::filesystem::path> path([] {
+        std::filesystem::path name =
+            LibraryTempFolder() / ("dpdu_debug_" + std::to_string(OsProcessId()) + ".log");
+        std::filesystem::remove(name);  // of an earlier process with this number
         OpenDebugLog(true);
-        // Best effort: Windows keeps a file that is open.
-        std::atexit([] { std::remove(DebugLogPath().c_str()); });
+        std::atexit([] {
+            std::error_code ignored;  // best effort: Windows keeps a file that is open
+            std::filesystem::remove(DebugLogPath(), ignored);
+        });
         return name;
     }());
     return *path;

@@ -9,8 +9,20 @@
 
 namespace tarvik::test {
 
-// Sets a variable of this process's environment; null removes it.
+// Sets a variable of this process's environment to a text in UTF-8; null removes it.
 void SetVariable(const char* name, const char* value);
+
+// While it lives, the system's variable for temporary files names this folder.
+class TemporaryFolderVariable {
+public:
+    explicit TemporaryFolderVariable(const std::string& folder);
+    ~TemporaryFolderVariable();
+    TemporaryFolderVariable(const TemporaryFolderVariable&) = delete;
+    TemporaryFolderVariable& operator=(const TemporaryFolderVariable&) = delete;
+
+private:
+    std::string before_;
+};
 
 // Whether OsThreadTerminate ends a thread.
 extern const bool kTerminatesThreads;

@@ -24,6 +24,16 @@ void SetVariable(const char* name, const char* value) {
     }
 }
 
+TemporaryFolderVariable::TemporaryFolderVariable(const std::string& folder) {
+    const char* before = std::getenv("TMPDIR");
+    before_ = before != nullptr ? before : "";
+    SetVariable("TMPDIR", folder.c_str());
+}
+
+TemporaryFolderVariable::~TemporaryFolderVariable() {
+    SetVariable("TMPDIR", before_.empty() ? nullptr : before_.c_str());
+}
+
 std::FILE* OpenUnreadable(const std::string& path) { return std::fopen(path.c_str(), "wb"); }
 
 std::string CurrentThreadName() {

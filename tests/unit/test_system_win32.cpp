@@ -10,17 +10,29 @@
 #include <thread>
 
 #include "unit/test_system.h"
+#include "wide_text.h"
 
 namespace tarvik::test {
 
 const bool kTerminatesThreads = true;
 
-void SetVariable(const char* name, const char* value) { ::SetEnvironmentVariableA(name, value); }
+void SetVariable(const char* name, const char* value) {
+    ::SetEnvironmentVariableW(Wide(name).c_str(), value ? Wide(value).c_str() : nullptr);
+}
+
+TemporaryFolderVariable::TemporaryFolderVariable(const std::string& folder) {
+    wchar_t before[MAX_PATH];
+    before_ = Narrow({before, ::GetEnvironmentVariableW(L"TMP", before, MAX_PATH)});
+    SetVariable("TMP", folder.c_str());
+}
+
+TemporaryFolderVariable::~TemporaryFolderVariable() { SetVariable("TMP", before_.c_str()); }
 
 // On Windows a stream opened only for writing would suffice, but under Wine its reads report the
 // end of the file.
 std::FILE* OpenUnreadable(const std::string& path) {
-    const int file = ::_open(path.c_str(), _O_WRONLY | _O_CREAT | _O_BINARY, _S_IREAD | _S_IWRITE);
+    const int file =
+        ::_wopen(Wide(path).c_str(), _O_WRONLY | _O_CREAT | _O_BINARY, _S_IREAD | _S_IWRITE);
     return ::_fdopen(file, "rb");
 }
 
@@ -48,8 +60,8 @@ namespace {
 class SharedForReading : public WriteProtection {
 public:
     explicit SharedForReading(const std::string& path)
-        : file_(::CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr)) {}
+        : file_(::CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {}
     ~SharedForReading() override { ::CloseHandle(file_); }
 
 private:

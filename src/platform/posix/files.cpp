@@ -153,6 +153,8 @@ bool OsReplaceFile(const char* from, const char* to) {
     return true;
 }
 
+bool OsRemoveFile(const char* path) { return std::remove(path) == 0; }
+
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
     // All users share the temporary folder: never through a link, readable by the user alone.
     const int descriptor =

@@ -9,7 +9,10 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <cwchar>
 #include <new>
+
+#include "platform/win32/utf16.h"
 
 namespace tarvik {
 
@@ -59,51 +62,63 @@ bool IsFileWithOneName(int descriptor) {
 
 }  // namespace
 
+// Three bytes for each character: one that needs four is two of UTF-16.
+static_assert(kMaxPath == (MAX_PATH - 1) * 3 + 1);
+
 std::uint32_t OsTempPath(char* path, std::uint32_t capacity) {
-    return ::GetTempPathA(capacity, path);
+    wchar_t folder[MAX_PATH];
+    const DWORD length = ::GetTempPathW(MAX_PATH, folder);
+    if (length >= MAX_PATH) return capacity + 1;
+    char text[kMaxPath];
+    const std::size_t size = length > 0 ? ToUtf8(folder, text, sizeof text) : 0;
+    if (size == 0) return 0;
+    if (size > capacity) return static_cast<std::uint32_t>(size);
+    std::memcpy(path, text, size);
+    return static_cast<std::uint32_t>(size - 1);
 }
 
 const char* OsFallbackTempPath() { return "C:\\temp\\"; }
 
 bool OsUserDataFolder(char* path, std::size_t capacity) {
-    char folder[MAX_PATH];
-    if (FAILED(::SHGetFolderPathA(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) {
+    wchar_t folder[MAX_PATH];
+    if (FAILED(::SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) {
         return false;
     }
-    return CopyPath(path, capacity, folder);
+    return ToUtf8(folder, path, capacity) > 0;
 }
 
 bool OsLibraryFolder(char* path, std::size_t capacity) {
     HMODULE module = nullptr;
-    if (!::GetModuleHandleExA(
+    if (!::GetModuleHandleExW(
             GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-            reinterpret_cast<LPCSTR>(&OsLibraryFolder), &module)) {
+            reinterpret_cast<LPCWSTR>(&OsLibraryFolder), &module)) {
         return false;
     }
-    char file[MAX_PATH];
-    const DWORD length = ::GetModuleFileNameA(module, file, MAX_PATH);
+    wchar_t file[MAX_PATH];
+    const DWORD length = ::GetModuleFileNameW(module, file, MAX_PATH);
     if (length == 0 || length >= MAX_PATH) return false;
-    char* separator = std::strrchr(file, '\\');
+    wchar_t* separator = std::wcsrchr(file, L'\\');
     if (separator == nullptr) return false;
-    *separator = '\0';
-    return CopyPath(path, capacity, file);
+    *separator = L'\0';
+    return ToUtf8(file, path, capacity) > 0;
 }
 
 bool OsFileExists(const char* path) {
-    const DWORD attributes = ::GetFileAttributesA(path);
+    const DWORD attributes = ::GetFileAttributesW(WidePath(path).Get());
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
 }
 
 bool OsFileWritable(const char* path) {
-    const HANDLE file = ::CreateFileA(path, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file =
+        ::CreateFileW(WidePath(path).Get(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) return false;
     ::CloseHandle(file);
     return true;
 }
 
 bool OsCreateFolder(const char* path) {
-    if (::CreateDirectoryA(path, nullptr)) return true;
+    if (::CreateDirectoryW(WidePath(path).Get(), nullptr)) return true;
     const DWORD error = ::GetLastError();
     return error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
 }
@@ -113,13 +128,16 @@ bool OsFinalPath(const char* path, char* target, std::size_t capacity) {
 }
 
 bool OsReplaceFile(const char* from, const char* to) {
-    return ::MoveFileExA(from, to, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+    return ::MoveFileExW(WidePath(from).Get(), WidePath(to).Get(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
+bool OsRemoveFile(const char* path) { return ::DeleteFileW(WidePath(path).Get()) != 0; }
+
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
-    const HANDLE handle =
-        ::CreateFileA(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                      nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = ::CreateFileW(WidePath(path).Get(), GENERIC_READ | GENERIC_WRITE,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_NEW,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) {
         const DWORD error = ::GetLastError();
         return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS
@@ -165,7 +183,8 @@ void OsAppendFileClose(OsAppendFile* file) {
 }
 
 std::FILE* OsOpenStream(const char* path, const char* mode) {
-    const int descriptor = ::_sopen(path, OpenFlags(mode), _SH_DENYNO, _S_IREAD | _S_IWRITE);
+    const int descriptor =
+        ::_wsopen(WidePath(path).Get(), OpenFlags(mode), _SH_DENYNO, _S_IREAD | _S_IWRITE);
     if (descriptor < 0) return nullptr;
     const bool usable = *mode != 'a' || IsFileWithOneName(descriptor);
     std::FILE* stream = usable ? ::_fdopen(descriptor, mode) : nullptr;

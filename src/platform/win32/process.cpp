@@ -2,6 +2,10 @@
 
 #include <windows.h>
 
+#include <cstring>
+
+#include "platform/win32/utf16.h"
+
 namespace tarvik {
 
 std::uint32_t OsProcessId() { return ::GetCurrentProcessId(); }
@@ -37,17 +41,32 @@ void OsReleaseLibrary(void* reference) {
     if (reference != nullptr) ::FreeLibrary(static_cast<HMODULE>(reference));
 }
 
-void OsDebugOutput(const char* text) { ::OutputDebugStringA(text); }
+void OsDebugOutput(const char* text) {
+    const ShownText<1024> wide(text);
+    // Whatever is longer is at least shown as the debugger reads it.
+    if (wide.IsEmpty()) return ::OutputDebugStringA(text);
+    ::OutputDebugStringW(wide.Get());
+}
 
 void OsMessageBox(const char* text, const char* caption) {
-    ::MessageBoxA(nullptr, text, caption, MB_OK | MB_ICONERROR);
+    ::MessageBoxW(nullptr, ShownText<1024>(text).Get(), ShownText<128>(caption).Get(),
+                  MB_OK | MB_ICONERROR);
 }
 
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {
-    const DWORD length = ::GetEnvironmentVariableA(name, nullptr, 0);
-    // The length counts the NUL. Nothing is written unless all of it fits.
-    if (length == 0 || length > capacity) return false;
-    return ::GetEnvironmentVariableA(name, value, capacity) < capacity;
+    constexpr DWORD kRoom = 1024;
+    const WideText<128, MB_ERR_INVALID_CHARS> wide_name(name);
+    // An empty value has the length 0, as one that is not set. The size counts the NUL.
+    const DWORD wide_size = ::GetEnvironmentVariableW(wide_name.Get(), nullptr, 0);
+    wchar_t wide[kRoom];
+    if (wide_size == 0 || ::GetEnvironmentVariableW(wide_name.Get(), wide, kRoom) >= kRoom) {
+        return false;
+    }
+    char text[kRoom * 3];
+    const std::size_t size = ToUtf8(wide, text, sizeof text);
+    if (size == 0 || size > capacity) return false;
+    std::memcpy(value, text, size);
+    return true;
 }
 
 CalendarTime OsLocalTime() {

@@ -52,7 +52,7 @@ const SetDescription set_description = FindSetDescription();
 void Describe(HANDLE handle, const char* description) {
     if (set_description == nullptr) return;
     wchar_t text[64];
-    if (::MultiByteToWideChar(CP_ACP, 0, description, -1, text, 64) != 0) {
+    if (::MultiByteToWideChar(CP_UTF8, 0, description, -1, text, 64) != 0) {
         set_description(handle, text);
     }
 }

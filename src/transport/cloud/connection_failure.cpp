@@ -63,7 +63,7 @@ void ShowConnectionFailure(std::uint32_t error, const char* server, std::int64_t
     if (attempt_second - lastFailureBoxTime < GetCloudLimits().failure_box_quiet_s) return;
     char file[kMaxPath];
     if (!ResolveConfigPath(file)) FormatText(file, sizeof file, "<unknown>");
-    char text[1024];
+    char text[2048];
     if (!FormatFailure(text, sizeof text, error, server, file)) return;
     OsWarningBox(text, kTitle);
     lastFailureBoxTime = OsCalendarSecond();

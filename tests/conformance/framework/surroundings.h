@@ -23,7 +23,10 @@ std::string LibraryPath();        // of the library under test
 std::string LibraryConfigPath();  // beside it
 // For tests in a fresh process, before the library is loaded: loads a copy in a private folder, so
 // that a test can put a configuration beside it.
-void UseLibraryCopy();
+void UseLibraryCopy(const std::string& folder_name = "library");
+// As above. Temporary folder, user's folder and library's folder get names that are beyond every
+// ANSI code page; the first two are in `parent`.
+void UseForeignFolders(const std::string& parent = PrivateFolder());
 
 std::string JoinPath(const std::string& folder, const std::string& name);
 bool FileExists(const std::string& path);

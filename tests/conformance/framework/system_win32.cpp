@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "conformance/framework/surroundings.h"
+#include "wide_text.h"
 
 namespace conformance {
 
@@ -29,16 +30,39 @@ const char kLibraryFileName[] = "tarvik_dpdu_x64.dll";
 
 namespace {
 
+// In the library's table of imported functions, some of these tests' own replace the system's.
+
 // The user's folder is in the registry, for all programs. So that programs that run at the same
-// time do not share it, the library under test gets this program's private folder instead: in its
-// table of imported functions this function replaces the system's.
+// time do not share it, the library under test gets this program's private folder instead.
 std::string user_folder;
 
-HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPSTR path) {
-    user_folder.copy(path, MAX_PATH - 1);
-    path[std::min<std::size_t>(user_folder.size(), MAX_PATH - 1)] = '\0';
+HRESULT WINAPI PrivateFolderPath(HWND, int, HANDLE, DWORD, LPWSTR path) {
+    const std::wstring wide = Wide(user_folder);
+    path[wide.copy(path, MAX_PATH - 1)] = L'\0';
     return S_OK;
 }
+
+std::mutex debug_output_lock;
+std::string debug_output;
+bool collecting = false;
+
+// Not every system gives a debugger more than the characters of the ANSI code page.
+void WINAPI CollectingDebugOutput(LPCWSTR text) {
+    {
+        const std::lock_guard hold(debug_output_lock);
+        if (collecting) debug_output += Narrow(text);
+    }
+    ::OutputDebugStringW(text);
+}
+
+struct Replacement {
+    const char* name;
+    void* function;
+};
+const Replacement kReplacements[] = {
+    {"SHGetFolderPathW", reinterpret_cast<void*>(&PrivateFolderPath)},
+    {"OutputDebugStringW", reinterpret_cast<void*>(&CollectingDebugOutput)},
+};
 
 template <typename Record>
 Record* At(void* library, DWORD offset) {
@@ -52,7 +76,7 @@ void ReplaceImport(ULONG_PTR* address, void* function) {
     ::VirtualProtect(address, sizeof *address, protection, &protection);
 }
 
-void UsePrivateFolderPath(void* library) {
+void ReplaceImports(void* library) {
     const auto* headers = At<IMAGE_NT_HEADERS>(
         library, static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
     const DWORD table =
@@ -64,8 +88,9 @@ void UsePrivateFolderPath(void* library) {
             if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) continue;
             const auto* import =
                 At<IMAGE_IMPORT_BY_NAME>(library, static_cast<DWORD>(name->u1.AddressOfData));
-            if (std::strcmp(import->Name, "SHGetFolderPathA") == 0) {
-                ReplaceImport(&address->u1.Function, reinterpret_cast<void*>(&PrivateFolderPath));
+            for (const Replacement& replacement : kReplacements) {
+                if (std::strcmp(import->Name, replacement.name) != 0) continue;
+                ReplaceImport(&address->u1.Function, replacement.function);
             }
         }
     }
@@ -74,14 +99,14 @@ void UsePrivateFolderPath(void* library) {
 }  // namespace
 
 void* LoadLibraryFile(const std::string& path, std::string* error) {
-    char full[MAX_PATH];
-    const DWORD length = ::GetFullPathNameA(path.c_str(), sizeof full, full, nullptr);
-    HMODULE library = length > 0 && length < sizeof full ? ::LoadLibraryA(full) : nullptr;
+    wchar_t full[MAX_PATH];
+    const DWORD length = ::GetFullPathNameW(Wide(path).c_str(), MAX_PATH, full, nullptr);
+    HMODULE library = length > 0 && length < MAX_PATH ? ::LoadLibraryW(full) : nullptr;
     if (library == nullptr) {
         *error = "error " + std::to_string(::GetLastError());
         return nullptr;
     }
-    UsePrivateFolderPath(library);
+    ReplaceImports(library);
     return library;
 }
 
@@ -94,14 +119,14 @@ bool UnloadLibraryFile(void* library) { return ::FreeLibrary(static_cast<HMODULE
 std::uint32_t ProcessId() { return ::GetCurrentProcessId(); }
 
 std::string ProgramPath() {
-    char path[MAX_PATH];
-    return {path, ::GetModuleFileNameA(nullptr, path, sizeof path)};
+    wchar_t path[MAX_PATH];
+    return Narrow({path, ::GetModuleFileNameW(nullptr, path, MAX_PATH)});
 }
 
 // Both the process's environment, which the library reads, and the C runtime's copy of it.
 void SetVariable(const std::string& name, const std::string& value) {
-    ::SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
-    ::_putenv((name + "=" + value).c_str());
+    ::SetEnvironmentVariableW(Wide(name).c_str(), value.empty() ? nullptr : Wide(value).c_str());
+    ::_wputenv(Wide(name + "=" + value).c_str());
 }
 
 namespace {
@@ -111,8 +136,8 @@ class TemporaryVariables {
 public:
     explicit TemporaryVariables(const Variables& variables) {
         for (const auto& [name, value] : variables) {
-            const char* before = std::getenv(name.c_str());
-            before_.emplace_back(name, before == nullptr ? "" : before);
+            const wchar_t* before = ::_wgetenv(Wide(name).c_str());
+            before_.emplace_back(name, before == nullptr ? "" : Narrow(before));
             SetVariable(name, value);
         }
     }
@@ -129,20 +154,20 @@ private:
 
 HANDLE OpenForOutput(const std::string& file) {
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    return ::CreateFileA(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+    return ::CreateFileW(Wide(file).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 // The new process inherits the variables of this one, so only one starts at a time. On a busy
 // machine Wine sometimes refuses a start that succeeds a moment later.
-bool StartWith(const Variables& variables, std::string* command, STARTUPINFOA* start,
+bool StartWith(const Variables& variables, std::wstring* command, STARTUPINFOW* start,
                PROCESS_INFORMATION* process) {
     constexpr int kAttempts = 3;
     static std::mutex starting;
     const std::lock_guard hold(starting);
     const TemporaryVariables during_start(variables);
     for (int attempt = 1;; ++attempt) {
-        if (::CreateProcessA(nullptr, command->data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+        if (::CreateProcessW(nullptr, command->data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
                              start, process)) {
             return true;
         }
@@ -159,15 +184,16 @@ int RunProgramAgain(const std::vector<std::string>& arguments, const Variables& 
     std::string command = "\"" + ProgramPath() + "\"";
     for (const std::string& argument : arguments)
         command += " \"" + argument + "\"";
+    std::wstring wide_command = Wide(command);
     const HANDLE output = OpenForOutput(output_file);
-    STARTUPINFOA start{};
+    STARTUPINFOW start{};
     start.cb = sizeof start;
     start.dwFlags = STARTF_USESTDHANDLES;
     start.hStdInput = ::GetStdHandle(STD_INPUT_HANDLE);
     start.hStdOutput = output;
     start.hStdError = output;
     PROCESS_INFORMATION process{};
-    const bool started = StartWith(variables, &command, &start, &process);
+    const bool started = StartWith(variables, &wide_command, &start, &process);
     ::CloseHandle(output);
     if (!started) return -1;
     ::WaitForSingleObject(process.hProcess, INFINITE);
@@ -248,19 +274,19 @@ void UseTempFolder(const std::string& folder) {
 void UseUserFolder(const std::string& folder) { user_folder = folder; }
 
 std::string SystemTempFolder() {
-    char folder[MAX_PATH];
-    return {folder, ::GetTempPathA(sizeof folder, folder)};
+    wchar_t folder[MAX_PATH];
+    return Narrow({folder, ::GetTempPathW(MAX_PATH, folder)});
 }
 
 // An open file that cannot be opened for writing elsewhere.
 WriteProtection::WriteProtection(const std::string& file, const std::string&)
-    : file_(::CreateFileA(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+    : file_(::CreateFileW(Wide(file).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                           FILE_ATTRIBUTE_NORMAL, nullptr)) {}
 
 WriteProtection::~WriteProtection() { ::CloseHandle(file_); }
 
 // The folder of a loaded library cannot be deleted, but a folder can take the file's name.
-void MakeImpossible(const std::string& file) { ::CreateDirectoryA(file.c_str(), nullptr); }
+void MakeImpossible(const std::string& file) { ::CreateDirectoryW(Wide(file).c_str(), nullptr); }
 
 void PrepareDeletion(void* library) { ::FreeLibrary(static_cast<HMODULE>(library)); }
 
@@ -268,8 +294,8 @@ bool ConsoleIsStandardOutput() { return false; }
 
 int RedirectStdout(const std::string& file) {
     const int saved = ::_dup(1);
-    const int target =
-        ::_open(file.c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY, _S_IREAD | _S_IWRITE);
+    const int target = ::_wopen(Wide(file).c_str(), _O_WRONLY | _O_CREAT | _O_TRUNC | _O_BINARY,
+                                _S_IREAD | _S_IWRITE);
     if (target >= 0) {
         ::_dup2(target, 1);
         ::_close(target);
@@ -282,30 +308,9 @@ void RestoreStdout(int saved) {
     ::_close(saved);
 }
 
-// ---- debugger output: an exception that a debugger would see first ------------------------------
-
-namespace {
-
-std::mutex debug_output_lock;
-std::string debug_output;
-bool collecting = false;
-
-LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
-    constexpr DWORD kDebugPrint = 0x40010006;  // length with the NUL, address of the text
-    const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
-    if (record.ExceptionCode == kDebugPrint && record.NumberParameters >= 2) {
-        const std::lock_guard hold(debug_output_lock);
-        if (collecting)
-            debug_output += reinterpret_cast<const char*>(record.ExceptionInformation[1]);
-    }
-    return EXCEPTION_CONTINUE_SEARCH;
-}
-
-}  // namespace
+// ---- debugger output ---------------------------------------------------------------------------
 
 void CollectDebugOutput(bool on) {
-    static void* const handler = ::AddVectoredExceptionHandler(1, OnException);
-    static_cast<void>(handler);
     const std::lock_guard hold(debug_output_lock);
     collecting = on;
     debug_output.clear();

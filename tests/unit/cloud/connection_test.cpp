@@ -1,5 +1,6 @@
 // The connection thread: its states, its retries and its end.
 #include "unit/cloud/cloud_fixture.h"
+#include "unit/faults/user_fault.h"
 
 namespace tarvik::test {
 namespace {
@@ -52,6 +53,30 @@ TEST_P(CloudConnection, LoginHoldsVersionUserAndBuild) {
     EXPECT_EQ(text(96).size(), 8u);
     EXPECT_EQ(text(112).size(), 11u);
     EXPECT_EQ(Bytes(login.begin() + 128, login.end()), Bytes(64));
+}
+
+TEST_P(CloudConnection, LoginHoldsWholeCharactersOfALongUserName) {
+    const struct {
+        const char* user;
+        const char* name;
+    } rows[] = {
+        {"", "DPDU: (unknown)"},
+        {"1234567890123456789012345", "DPDU: 1234567890123456789012345"},
+        {"12345678901234567890123456", "DPDU: 1234567890123456789012345"},
+        {"Пётр 山田 😀", "DPDU: Пётр 山田 😀"},
+        {"山山山山山山山山é1", "DPDU: 山山山山山山山山"},
+        {"山山山山山山山山1é", "DPDU: 山山山山山山山山1"},
+        {"12345678901234567890123😀", "DPDU: 12345678901234567890123"},
+    };
+    std::size_t logins = 0;
+    for (const auto& row : rows) {
+        const test::UserNameFault user(row.user);
+        ASSERT_TRUE(Connect());
+        ASSERT_TRUE(network_.EventuallySends(kTypeLogn, ++logins));
+        const Bytes login = SentOf(kTypeLogn).at(logins - 1);
+        EXPECT_STREQ(reinterpret_cast<const char*>(login.data() + 64), row.name);
+        kCloudTransport.Stop();
+    }
 }
 
 TEST_P(CloudConnection, IsolatedDeviceIsConnected) {

@@ -112,7 +112,7 @@ protected:
     }
 
     const SecureVector& vector_ = SecureVectors().front();
-    const std::string& log_ = DebugLogPath();  // outside the folders that come and go
+    const std::filesystem::path& log_ = DebugLogPath();  // outside the folders that come and go
     TestFolders folders_;
     Dongle relay_;
     StdoutCapture console_;

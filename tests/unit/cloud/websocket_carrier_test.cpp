@@ -157,7 +157,7 @@ TEST_F(WebSocketCarrier, StopClosesTheHandlesInOrder) {
 // ---------------------------------------------------------------- the message box
 
 std::string ConfigFile() {
-    char path[260];
+    char path[kMaxPath];
     return ResolveConfigPath(path) ? path : "<unknown>";
 }
 

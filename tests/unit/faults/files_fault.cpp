@@ -27,6 +27,7 @@
 #undef OsAppendFileFlush
 #undef OsReplaceFile
 
+#include "path_text.h"
 #include "platform/process.h"
 #include "unit/test_system.h"
 
@@ -97,8 +98,8 @@ namespace test {
 
 TestFolders::TestFolders() {
     static int count = 0;
-    root_ = fs::temp_directory_path() /
-            ("tarvik_support_" + std::to_string(OsProcessId()) + "_" + std::to_string(++count));
+    root_ = fs::temp_directory_path() / PathOf("tarvik_" + std::to_string(OsProcessId()) + "_" +
+                                               std::to_string(++count) + "_" + kForeignName);
     temp_ = root_ / "temp";
     library_ = root_ / "library";
     user_ = root_ / "user" / "data";

@@ -7,7 +7,8 @@
 // Folders of the test's own, and files that cannot be read.
 namespace tarvik::test {
 
-// While it lives the library finds its folders below a new, empty one.
+// While it lives the library finds its folders below a new, empty one, whose name is beyond every
+// ANSI code page.
 class TestFolders {
 public:
     TestFolders();

@@ -8,6 +8,7 @@
 #include <iterator>
 #include <string>
 
+#include "path_text.h"
 #include "platform/process.h"
 #include "unit/test_system.h"
 
@@ -51,6 +52,28 @@ TEST_F(Files, TempPathEndsInASeparatorAndReportsItsLength) {
 TEST_F(Files, TempPathThatDoesNotFitReportsMoreThanTheCapacity) {
     char path[2];
     EXPECT_GT(OsTempPath(path, sizeof path), sizeof path);
+}
+
+TEST_F(Files, TempPathBeyondTheCodePageIsUtf8) {
+    const std::string folder = TextOf(folder_ / PathOf(kForeignName));
+    const test::TemporaryFolderVariable variable(folder);
+    char path[kMaxPath];
+    ASSERT_GT(OsTempPath(path, sizeof path), 0u);
+    EXPECT_EQ(path, folder + kPathSeparator);
+}
+
+TEST_F(Files, TempPathOf259CharactersFitsAndALongerOneIsTooLong) {
+    std::string folder = TextOf(folder_);
+    while (PathOf(folder).native().size() < 258)
+        folder += folder.size() % 50 == 0 ? kPathSeparator : 'x';
+    char path[kMaxPath];
+    {
+        const test::TemporaryFolderVariable variable(folder);
+        EXPECT_EQ(OsTempPath(path, sizeof path), 259u);
+    }
+    const test::TemporaryFolderVariable variable(folder + "x");
+    const std::uint32_t length = OsTempPath(path, sizeof path);
+    EXPECT_TRUE(length == 0 || length >= sizeof path) << length;
 }
 
 TEST_F(Files, FallbackTempPathEndsInASeparator) {
@@ -152,6 +175,29 @@ TEST_F(Files, ReplacingTakesTheNameOfTheOldFile) {
     EXPECT_FALSE(OsReplaceFile(Path("missing").c_str(), Path("config").c_str()));
     EXPECT_EQ(Read(Path("config")), "newer");
 }
+
+TEST_F(Files, NamesBeyondTheCodePageAreKept) {
+    const fs::path folder = folder_ / PathOf(kForeignName);
+    const std::string first = TextOf(folder / PathOf(kForeignName));
+    const std::string second = first + "2";
+    ASSERT_TRUE(OsCreateFolder(TextOf(folder).c_str()));
+    OsAppendFile* file = nullptr;
+    ASSERT_EQ(OsAppendFileCreate(first.c_str(), &file), CreateFileResult::kCreated);
+    OsAppendFileClose(file);
+    EXPECT_TRUE(fs::exists(folder / PathOf(kForeignName)));
+    EXPECT_TRUE(OsFileExists(first.c_str()));
+    EXPECT_TRUE(OsFileWritable(first.c_str()));
+    std::FILE* stream = OsOpenStream(first.c_str(), "a+b");
+    ASSERT_NE(stream, nullptr);
+    std::fclose(stream);
+    EXPECT_TRUE(OsReplaceFile(first.c_str(), second.c_str()));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+    EXPECT_TRUE(fs::exists(folder / PathOf(kForeignName + std::string("2"))));
+    EXPECT_TRUE(OsRemoveFile(second.c_str()));
+    EXPECT_TRUE(fs::is_empty(folder));
+}
+
+TEST_F(Files, RemovingAMissingFileFails) { EXPECT_FALSE(OsRemoveFile(Path("missing").c_str())); }
 
 TEST_F(Files, StreamModesAreThoseOfFopen) {
     EXPECT_EQ(OsOpenStream(Path("stream").c_str(), "rb"), nullptr);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "path_text.h"
 #include "platform/message_box.h"
 #include "unit/test_system.h"
 
@@ -25,6 +26,23 @@ TEST(Environment, ValueIsCopiedWithItsNul) {
     EXPECT_TRUE(OsEnvironment(kVariable, value, sizeof value));
     EXPECT_STREQ(value, "yes");
     EXPECT_EQ(value[4], '#');
+    SetVariable(kVariable, nullptr);
+}
+
+TEST(Environment, ValueBeyondTheCodePageIsUtf8) {
+    SetVariable(kVariable, kForeignName);
+    char value[sizeof kForeignName];
+    EXPECT_TRUE(OsEnvironment(kVariable, value, sizeof value));
+    EXPECT_STREQ(value, kForeignName);
+    EXPECT_FALSE(OsEnvironment(kVariable, value, sizeof value - 1));
+    SetVariable(kVariable, nullptr);
+}
+
+TEST(Environment, EmptyValueCountsAsSet) {
+    SetVariable(kVariable, "");
+    char value[4] = "old";
+    EXPECT_TRUE(OsEnvironment(kVariable, value, sizeof value));
+    EXPECT_STREQ(value, "");
     SetVariable(kVariable, nullptr);
 }
 

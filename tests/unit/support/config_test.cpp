@@ -43,7 +43,7 @@ protected:
     void CreateUserFolder() const { fs::create_directories(UserFile().parent_path()); }
 
     static std::string Resolved() {
-        char path[260] = "";
+        char path[kMaxPath] = "";
         return ResolveConfigPath(path) ? path : "(failed)";
     }
     void ExpectReadOnlyLibraryFileStaysInUse() const {
@@ -412,7 +412,7 @@ TEST_F(ConfigFile, OldFileStaysWhenAnyOneAllocationOfWritingFails) {
 }
 
 TEST_F(ConfigFile, LeftoverOfAnEndedProcessDoesNotPreventWriting) {
-    test::WriteFile(LibraryFile().string() + ".new", "half a fi");
+    test::WriteFile(LibraryFile() += ".new", "half a fi");
     LoadText("{}");
     StdoutCapture console;
     EXPECT_TRUE(WriteConfig(&record_));

@@ -74,7 +74,7 @@ protected:
         std::sort(files.begin(), files.end());
         return files;
     }
-    std::string OnlyFile() const { return Files().size() == 1 ? Files()[0].string() : ""; }
+    fs::path OnlyFile() const { return Files().size() == 1 ? Files()[0] : fs::path(); }
     std::string Content() const { return test::ReadFile(OnlyFile()); }
 
     static std::vector<std::string> SplitLines(const std::string& text) {
@@ -137,15 +137,15 @@ TEST_F(CopTrace, StartsAFileWhoseFirstLineIsLogStartAndWhoseLastIsLogStop) {
                1l, ts_us, static_cast<unsigned long>(OsProcessId()),
                static_cast<unsigned long>(OsCurrentThreadId()), 500u, session);
     EXPECT_EQ(lines[0], expected);
-    EXPECT_EQ(fs::path(OnlyFile()).filename().string(),
+    EXPECT_EQ(OnlyFile().filename().string(),
               "dpdu_coptrace_" + std::to_string(pid) + "_" + std::to_string(session) + ".jsonl");
     EXPECT_EQ(std::sscanf(lines[1].c_str(), "{\"seq\":2,\"ts_us\":%llu", &ts_us), 1);
     FormatText(expected, sizeof expected,
                "{\"seq\":%ld,\"ts_us\":%llu,\"pid\":%lu,\"tid\":%lu,\"ev\":\"log_stop\"}\n", 2l,
                ts_us, pid, tid);
     EXPECT_EQ(lines[1], expected);
-    EXPECT_EQ(debug.Text(),
-              "[CopLog] Logging is ENABLED\n[CopLog] Creating trace file: " + OnlyFile() + "\n");
+    EXPECT_EQ(debug.Text(), "[CopLog] Logging is ENABLED\n[CopLog] Creating trace file: " +
+                                OnlyFile().string() + "\n");
 }
 
 TEST_F(CopTrace, SecondStartOfARunningTraceDoesNothing) {
@@ -158,7 +158,7 @@ TEST_F(CopTrace, StartAfterAStopIsANewSessionWithItsOwnFileAndSequenceFromOne) {
     StartCopTrace();
     TraceCopCancelReq(kCop);
     StopCopTrace();
-    const std::string first = OnlyFile();
+    const fs::path first = OnlyFile();
     StartCopTrace();
     TraceCopCancelReq(kCop);
     StopCopTrace();
@@ -180,7 +180,7 @@ TEST_F(CopTrace, StopWithoutAStartDoesNothing) {
 TEST_F(CopTrace, LeftoverFileOfTheSameNameRaisesTheSessionNumber) {
     StartCopTrace();
     StopCopTrace();
-    const std::string name = fs::path(OnlyFile()).filename().string();
+    const std::string name = OnlyFile().filename().string();
     const std::size_t underscore = name.rfind('_') + 1;
     const int session = std::stoi(name.substr(underscore));
     const auto path_of = [&](int number) {

@@ -149,12 +149,12 @@ const ChildBody kOpenLog("open-log", [] {
     CHECK_IN_CHILD(!LogEnabled(0));
     test::WriteFile(LogIn(folders.Temp()), "left over\n");
     OpenDebugLog(true);
-    const std::string path = LogIn(folders.Temp()).string();
-    CHECK_IN_CHILD(debug.Text() == "[DebugLog] Writing to " + path + "\n");
+    const fs::path path = LogIn(folders.Temp());
+    CHECK_IN_CHILD(debug.Text() == "[DebugLog] Writing to " + path.string() + "\n");
     Log(7, "first");
     // A second PDUConstruct.
     OpenDebugLog(true);
-    CHECK_IN_CHILD(debug.Text() == "[DebugLog] Writing to " + path + "\n");
+    CHECK_IN_CHILD(debug.Text() == "[DebugLog] Writing to " + path.string() + "\n");
     Log(7, "second");
     const std::string text = test::ReadFile(path);
     CHECK_IN_CHILD(text.find("left over\n") == 0);

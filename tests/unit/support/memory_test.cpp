@@ -161,7 +161,7 @@ TEST(Memory, TrackedContainersAndObjectsReleaseTheirMemory) {
 // Opens the log as the product does, damages the byte at `offset` from the user address of a block
 // of 20 bytes, padded to 32, and releases it. Not reached: the end.
 int ReleaseDamaged(std::ptrdiff_t offset) {
-    std::printf("log=%s\n", test::DebugLogPath().c_str());
+    std::printf("log=%s\n", test::DebugLogPath().string().c_str());
     std::fflush(stdout);
     auto* user = static_cast<unsigned char*>(AllocateMem(20));
     volatile unsigned char* damaged = user + offset;

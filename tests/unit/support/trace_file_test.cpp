@@ -67,7 +67,7 @@ TEST_F(TraceFile, UnwritableFolderGivesNone) {
 }
 
 TEST_F(TraceFile, TempPathThatFailsOrIsTooLongIsReplacedByTheFallback) {
-    for (const std::uint32_t length : {0u, 260u, 400u}) {
+    for (const std::uint32_t length : {0u, static_cast<std::uint32_t>(kMaxPath), 1000u}) {
         test::ReportTempPath("unusable", length);
         const DebugOutputCapture debug;
         std::int32_t session = 0;
