@@ -62,8 +62,9 @@ PDU_API T_PDU_ERROR PDU_CALL PDUConstruct(CHAR8* OptionStr, void* pAPITag);
 /// the system and of the modules stay registered for the next PDUConstruct.
 ///
 /// It waits for callbacks on other threads to return. Threads of a link whose callback takes longer
-/// than those two seconds are terminated on Windows; on Linux they are left to themselves, and do
-/// nothing more when the callback returns. Links that were destroyed before are not waited for.
+/// than those two seconds are terminated on Windows; on Linux, and where that would leave a lock of
+/// the process owned for ever, they are left to themselves, and do nothing more when the callback
+/// returns. Links that were destroyed before are not waited for.
 /// Called inside a callback, it does not wait for that callback. Calls of other threads that are
 /// still inside the library get up to five seconds to end. The library may be unloaded afterwards,
 /// by any thread and in any case: it stays in memory while a thread of it runs.

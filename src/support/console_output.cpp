@@ -129,6 +129,7 @@ void EndConsoleOutput() {
 }
 
 void WriteConsoleText(const char* text, std::size_t length) {
+    const TerminationShield shield;
     if (every_thread_prints) {
         // While the console is paused, the printing thread is inside the output.
         if (!paused) PrintNow(text, length);

@@ -145,6 +145,10 @@ bool OsThread::IsCurrent() const {
 
 bool OsThreadTerminate(OsThread*) { return false; }
 
+// Nobody terminates threads.
+TerminationShield::TerminationShield() = default;
+TerminationShield::~TerminationShield() = default;
+
 void OsThreadClose(OsThread* thread) {
     if (thread == nullptr) return;
     if (!OsThreadJoin(thread, 0)) {

@@ -2,10 +2,12 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstring>
 #include <new>
 
 #include "platform/thread_list.h"
+#include "platform/win32/system_locks.h"
 
 namespace tarvik {
 
@@ -19,17 +21,38 @@ struct OsThread final : ListedThread {
 
     HANDLE handle = nullptr;
     DWORD id = 0;
+    std::atomic<int> shields{0};
 };
 
 namespace {
 
+// The compiler's thread-local variables would also take slots, but not return them when the library
+// is unloaded.
+const DWORD thread_value_slot = ::TlsAlloc();
+const DWORD own_thread_slot = ::TlsAlloc();  // the OsThread, on threads of the library
+
+__attribute__((destructor(101))) void FreeThreadSlots() {
+    ::TlsFree(own_thread_slot);
+    ::TlsFree(thread_value_slot);
+}
+
+// Reading a slot clears the thread's last error, which callers may still want.
+void* ReadSlot(DWORD slot) {
+    const DWORD error = ::GetLastError();
+    void* value = ::TlsGetValue(slot);
+    ::SetLastError(error);
+    return value;
+}
+
 struct ThreadStart {
+    OsThread* thread;
     OsThreadEntry entry;
     void* argument;
 };
 
 DWORD WINAPI Run(void* argument) {
     const ThreadStart start = *static_cast<ThreadStart*>(argument);
+    ::TlsSetValue(own_thread_slot, start.thread);
     delete static_cast<ThreadStart*>(argument);
     start.entry(start.argument);
     return 0;
@@ -62,8 +85,8 @@ void Describe(HANDLE handle, const char* description) {
 namespace {
 
 // Suspended until the list has it, so that the library stays loaded for it.
-HANDLE CreateSuspended(OsThreadEntry entry, void* argument, DWORD* id) {
-    auto* start = new (std::nothrow) ThreadStart{entry, argument};
+HANDLE CreateSuspended(OsThread* thread, OsThreadEntry entry, void* argument, DWORD* id) {
+    auto* start = new (std::nothrow) ThreadStart{thread, entry, argument};
     if (start == nullptr) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
@@ -80,12 +103,13 @@ HANDLE CreateSuspended(OsThreadEntry entry, void* argument, DWORD* id) {
 }  // namespace
 
 OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* description) {
+    const TerminationShield shield;
     auto* thread = new (std::nothrow) OsThread;
     if (thread == nullptr) {
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    thread->handle = CreateSuspended(entry, argument, &thread->id);
+    thread->handle = CreateSuspended(thread, entry, argument, &thread->id);
     if (thread->handle == nullptr) {
         const DWORD error = ::GetLastError();
         delete thread;
@@ -103,12 +127,69 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     return ::WaitForSingleObject(thread->handle, limit) == WAIT_OBJECT_0;
 }
 
-bool OsThreadTerminate(OsThread* thread) {
-    ::TerminateThread(thread->handle, 0);
+TerminationShield::TerminationShield() {
+    if (auto* own = static_cast<OsThread*>(ReadSlot(own_thread_slot))) ++own->shields;
+}
+
+TerminationShield::~TerminationShield() {
+    if (auto* own = static_cast<OsThread*>(ReadSlot(own_thread_slot))) --own->shields;
+}
+
+namespace {
+
+constexpr DWORD kTerminatePatienceMs = 1000;
+constexpr DWORD kSuspendedMs = 20;  // the longest time for which a thread stands still in vain
+constexpr DWORD kEndPatienceMs = 1000;
+
+// SuspendThread only asks for it; the context can be read when the thread has stopped.
+bool Suspend(HANDLE thread) {
+    if (::SuspendThread(thread) == static_cast<DWORD>(-1)) return false;
+    CONTEXT context;
+    context.ContextFlags = CONTEXT_CONTROL;
+    ::GetThreadContext(thread, &context);
     return true;
 }
 
+// Suspends the thread first and looks at it then. If the locks were taken first, the thread would
+// soon wait for one of them, and be terminated as a waiter whose record, which is on its stack,
+// stays in the lock. While it is suspended only the kernel is called here: it may be inside any
+// lock of the process.
+bool TerminateOutsideLocks(OsThread* thread, SystemLocks* locks) {
+    if (!Suspend(thread->handle)) return thread->HasEnded();
+    const bool outside = thread->shields == 0 && locks->Take(kSuspendedMs);
+    if (outside) {
+        ::TerminateThread(thread->handle, 0);
+        ::WaitForSingleObject(thread->handle, kEndPatienceMs);
+    } else {
+        ::ResumeThread(thread->handle);
+    }
+    return outside;
+}
+
+bool TerminateInTime(OsThread* thread, SystemLocks* locks) {
+    const ULONGLONG deadline = ::GetTickCount64() + kTerminatePatienceMs;
+    for (;;) {
+        const bool terminated = TerminateOutsideLocks(thread, locks);
+        const bool released = locks->Release(kTerminatePatienceMs);
+        if (terminated) return true;
+        if (!released || ::GetTickCount64() >= deadline) return false;
+        ::Sleep(1);
+    }
+}
+
+}  // namespace
+
+bool OsThreadTerminate(OsThread* thread) {
+    if (thread->HasEnded()) return true;
+    SystemLocks* locks = SystemLocks::Start();
+    if (locks == nullptr) return false;
+    const bool terminated = TerminateInTime(thread, locks);
+    locks->Close();
+    return terminated;
+}
+
 void OsThreadClose(OsThread* thread) {
+    const TerminationShield shield;
     if (thread != nullptr) CloseListedThread(thread);
 }
 
@@ -118,22 +199,8 @@ void* OsThreadHandle(const OsThread* thread) { return thread->handle; }
 
 std::uint32_t OsCurrentThreadId() { return ::GetCurrentThreadId(); }
 
-namespace {
-
-// The compiler's thread-local variables would also take slots, but not return them when the library
-// is unloaded.
-const DWORD thread_value_slot = ::TlsAlloc();
-
-__attribute__((destructor(101))) void FreeThreadValueSlot() { ::TlsFree(thread_value_slot); }
-
-}  // namespace
-
-// Reading a slot clears the thread's last error, which callers may still want.
 std::intptr_t OsThreadValue() {
-    const DWORD error = ::GetLastError();
-    void* value = ::TlsGetValue(thread_value_slot);
-    ::SetLastError(error);
-    return reinterpret_cast<std::intptr_t>(value);
+    return reinterpret_cast<std::intptr_t>(ReadSlot(thread_value_slot));
 }
 
 void OsSetThreadValue(std::intptr_t value) {

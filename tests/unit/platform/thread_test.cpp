@@ -91,6 +91,54 @@ TEST(Thread, TerminatedThreadEndsWhereItIsOrContinuesUndisturbed) {
     OsThreadClose(thread);
 }
 
+// A thread that waits inside a TerminationShield, and after it for its end.
+struct Shielded {
+    OsEvent* leave = OsEventCreate(EventReset::kManual);
+    OsEvent* end = OsEventCreate(EventReset::kManual);
+    std::atomic<bool> inside{false};
+    std::atomic<bool> outside{false};
+    OsThread* thread = OsThreadStart(&Shielded::Run, this, "Tarvik test");
+
+    ~Shielded() {
+        OsThreadClose(thread);
+        OsEventClose(leave);
+        OsEventClose(end);
+    }
+
+    static void Run(void* argument) {
+        auto* self = static_cast<Shielded*>(argument);
+        {
+            const TerminationShield outer;
+            const TerminationShield inner;
+            self->inside = true;
+            OsEventWait(self->leave, -1);
+        }
+        self->outside = true;
+        OsEventWait(self->end, -1);
+    }
+};
+
+TEST(Thread, IsNotTerminatedInsideAShield) {
+    Shielded shielded;
+    EXPECT_TRUE(Eventually([&] { return shielded.inside.load(); }));
+    EXPECT_FALSE(OsThreadTerminate(shielded.thread));
+    EXPECT_FALSE(OsThreadJoin(shielded.thread, 0));
+    OsEventSet(shielded.leave);
+    EXPECT_TRUE(Eventually([&] { return shielded.outside.load(); }));
+    OsEventSet(shielded.end);
+    EXPECT_TRUE(OsThreadJoin(shielded.thread, 10'000));
+}
+
+TEST(Thread, IsTerminatedOnceItIsOutsideItsShield) {
+    Shielded shielded;
+    EXPECT_TRUE(Eventually([&] { return shielded.inside.load(); }));
+    OsEventSet(shielded.leave);
+    EXPECT_TRUE(Eventually([&] { return shielded.outside.load(); }));
+    EXPECT_EQ(OsThreadTerminate(shielded.thread), test::kTerminatesThreads);
+    OsEventSet(shielded.end);
+    EXPECT_TRUE(OsThreadJoin(shielded.thread, 10'000));
+}
+
 TEST(Thread, TerminatingAnEndedThreadDoesNothing) {
     OsThread* thread = OsThreadStart([](void*) {}, nullptr, "Tarvik test");
     EXPECT_TRUE(OsThreadJoin(thread, -1));

@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "paused_console.h"
+#include "platform/thread.h"
 #include "support/console_output.h"
 #include "support/debug_console.h"
 #include "support/log.h"
@@ -89,6 +91,30 @@ TEST(Console, CallersPrintThemselvesIfTheThreadIsRefused) {
     EXPECT_TRUE(test::Eventually(
         [&console] { return console.Shown().find("nobody else") != std::string::npos; }));
     StopConsoleOutput();
+}
+
+TEST(Console, TerminationOfAThreadThatPrintsLeavesTheConsoleUsable) {
+    paused_console::PausedConsole console;
+    ASSERT_TRUE(console.IsUsable());
+    static std::atomic<bool> printing, end;
+    printing = end = false;
+    OsThread* printer = OsThreadStart(
+        [](void*) {
+            while (!end) {
+                printing = true;
+                ConsolePrint("while the console is paused\n");
+            }
+        },
+        nullptr, "Tarvik test");
+    ASSERT_TRUE(test::Eventually([] { return printing.load(); }));
+    OsThreadTerminate(printer);
+    console.Resume();
+    OsThread* other = OsThreadStart([](void*) { ConsolePrint("later\n"); }, nullptr, "Tarvik test");
+    EXPECT_TRUE(OsThreadJoin(other, 10'000));
+    OsThreadClose(other);
+    end = true;
+    EXPECT_TRUE(OsThreadJoin(printer, 10'000));
+    OsThreadClose(printer);
 }
 
 TEST(Console, PauseHoldsNobodyUp) {
