@@ -1,29 +1,19 @@
 #pragma once
 
-#include <netdb.h>
 #include <netinet/in.h>
-
-#include <list>
 
 namespace tarvik::test {
 
-// What every name resolves to while this object lives. One at a time; Linux only.
+// What every name resolves to while this object lives: at first to nothing. One at a time; Linux
+// only. A look-up that nobody waits for any more may come later.
 class ChosenAddresses {
 public:
-    ChosenAddresses();
+    ChosenAddresses() = default;
     ~ChosenAddresses();
     ChosenAddresses(const ChosenAddresses&) = delete;
     ChosenAddresses& operator=(const ChosenAddresses&) = delete;
 
-    void Add(const sockaddr_in& address);
-    addrinfo* First() { return entries_.empty() ? nullptr : &entries_.front().info; }
-
-private:
-    struct Entry {
-        sockaddr_in address;
-        addrinfo info;
-    };
-    std::list<Entry> entries_;
+    static void Add(const sockaddr_in& address);
 };
 
 }  // namespace tarvik::test
