@@ -1,6 +1,7 @@
 #include <chrono>
 
 #include "conformance/framework/rounds.h"
+#include "conformance/framework/simulator.h"
 #include "doctor_run.h"
 
 namespace {
@@ -42,6 +43,76 @@ TEST_F(DpduDoctor, JsonHasEveryFindingWithItsAdvice) {
         EXPECT_TRUE(Contains(finding["advice"], "brennix-relay keygen"));
     }
     EXPECT_TRUE(found);
+}
+
+// ---------------------------------------------------------------- the dongle
+
+class DpduDoctorDongle : public DoctorTest {
+protected:
+    void SetUp() override {
+        DoctorTest::SetUp();
+        simulator_.Reset();
+    }
+    void TearDown() override {
+        simulator_.Reset();
+        std::filesystem::remove(LogPath());
+        DoctorTest::TearDown();
+    }
+    // What an application has written that ended before.
+    static void WriteLog(const std::string& lines) {
+        std::ofstream(LogPath(), std::ios::binary) << lines;
+    }
+    static ClientResult RunWithoutRelay() { return RunWith("useCloud", false); }
+
+    static constexpr char kAttempt[] =
+        "[2026-01-02 03:04:05] [ConnectSerialPort] Initialized CRITICAL_SECTION for Queues at "
+        "0x00005555deadbeef (port 5)\n";
+    static constexpr char kSilence[] =
+        "[2026-01-02 03:04:06] [ConnectSerialPort] COM5: No response from device. Closing "
+        "again.\n";
+    static constexpr char kDeparture[] =
+        "[2026-01-02 03:04:07] [SerialConnect]   COM5 got disconnected, set to unused\n";
+
+    conformance::Simulator simulator_;
+
+private:
+    static std::filesystem::path LogPath() {
+        const char* scratch = std::getenv("BRENNIX_SIM_SCRATCH");
+        return std::filesystem::path(scratch ? scratch : "") / "tmp" / "dpdu_debug_1.log";
+    }
+};
+
+TEST_F(DpduDoctorDongle, ThatDoesNotAnswerIsWrong) {
+    simulator_.Command("mute");
+    const ClientResult result = RunWithoutRelay();
+    ExpectWrong(result, "ports", "does not answer -> wait until its LED is on");
+}
+
+TEST_F(DpduDoctorDongle, ThatAnswersOnlyTheFifthSyncIsFine) {
+    simulator_.Command("ignore SYNC 4");
+    const ClientResult result = RunWithoutRelay();
+    EXPECT_TRUE(HasLine(result, "ok", "ports", "a dongle on ")) << result.output;
+}
+
+TEST_F(DpduDoctorDongle, ThatStartedAfterTheLibraryHadAskedIsNoted) {
+    WriteLog(std::string(kAttempt) + kSilence);
+    const ClientResult result = RunWithoutRelay();
+    EXPECT_EQ(result.exit_code, kOk) << result.output;
+    EXPECT_TRUE(
+        HasLine(result, "note", "ports", "answers, but did not when an application asked it ("))
+        << result.output;
+    EXPECT_TRUE(
+        HasLine(result, "note", "ports",
+                "-> start the application, or construct again, when the dongle's LED is on"))
+        << result.output;
+}
+
+TEST_F(DpduDoctorDongle, ThatTheLibraryAskedAgainIsFine) {
+    for (const char* later : {kAttempt, kDeparture}) {
+        WriteLog(std::string(kAttempt) + kSilence + later);
+        const ClientResult result = RunWithoutRelay();
+        EXPECT_TRUE(HasLine(result, "ok", "ports", "a dongle on ")) << result.output;
+    }
 }
 
 // ---------------------------------------------------------------- configuration

@@ -1,10 +1,9 @@
+#include "doctor/dongle_answer.h"
 #include "doctor/surroundings.h"
 #include "transport/serial/port_discovery.h"
 
 namespace dpdu {
 namespace {
-
-constexpr char kPortsSubject[] = "ports";
 
 const char* WhatIsWrong(tarvik::PortReadiness readiness) {
     switch (readiness) {
@@ -23,7 +22,7 @@ const char* WhatIsWrong(tarvik::PortReadiness readiness) {
 Finding PortFinding(const tarvik::ListedPort& port) {
     const std::string path = port.path;
     if (port.readiness == tarvik::PortReadiness::kReady) {
-        return {Verdict::kFine, kPortsSubject, "a dongle on " + path};
+        return AnswerFinding(path, AskDongle(port.path), LogOfSilence(port.number));
     }
     char advice[256];
     tarvik::AdviseOnPort(port, advice, sizeof advice);

@@ -8,7 +8,10 @@
 
 namespace dpdu {
 
-// Looks for dongles on serial ports and checks that this user may open them.
+inline constexpr char kPortsSubject[] = "ports";
+
+// Looks for dongles on serial ports, checks that this user may open them, and asks them for an
+// answer.
 Findings CheckPorts(const tarvik::Config& config);
 
 // Connects to the relay as the library does, up to the start of the handshake, and disconnects.
