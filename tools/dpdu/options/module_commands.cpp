@@ -21,8 +21,9 @@ Examples:
 
 constexpr char kDoctorFooter[] = R"(
 Checks what this project's library needs, without starting it: the configuration (present,
-valid, short enough, readable only by its owner), keys, serial ports, the connection to the
-relay and the clock. Prints one line per check; advice follows the arrow.
+valid, short enough, readable only by its owner), keys, serial ports and whether a dongle
+answers on them, the connection to the relay and the clock. Prints one line per check; advice
+follows the arrow.
 
 Examples:
   dpdu doctor
