@@ -12,8 +12,8 @@
 namespace tarvik {
 namespace {
 
-constexpr char kBluezName[] = "org.bluez";
 constexpr char kBusName[] = "org.freedesktop.DBus";
+constexpr char kBusPath[] = "/org/freedesktop/DBus";
 constexpr char kNoMemory[] = "org.freedesktop.DBus.Error.NoMemory";
 constexpr char kObjectManager[] = "org.freedesktop.DBus.ObjectManager";
 
@@ -79,6 +79,7 @@ std::shared_ptr<BluezBus> BluezBus::Connect() {
     bus->thread_ = OsThreadStart([](void* self) { static_cast<BluezBus*>(self)->Run(); }, bus.get(),
                                  "Tarvik BleBusThread");
     if (bus->thread_ == nullptr) throw BleError("the Bluetooth bus thread cannot be started");
+    bus->AskForService();
     return bus;
 }
 
@@ -96,12 +97,37 @@ BluezBus::~BluezBus() {
 void BluezBus::Prepare() {
     BusValues::Prepare();
     calls_ = sdbus::createProxy(*connection_, kBluezName, "/");
-    const auto bus = sdbus::createProxy(*connection_, kBusName, "/org/freedesktop/DBus");
+    const auto bus = sdbus::createProxy(*connection_, kBusName, kBusPath);
     const auto call = bus->createMethodCall(kBusName, "GetId");
     calls_
         ->callMethod(
             call, [](sdbus::MethodReply&, const sdbus::Error*) {}, 1'000'000)
         .cancel();
+}
+
+// The matches exist already, so that no later change is missed. The answer is read in its order
+// among the signals.
+void BluezBus::AskForService() {
+    Call(
+        {.path = kBusPath,
+         .interface = kBusName,
+         .name = "NameHasOwner",
+         .limit_ms = GetBluezLimits().open_bus_ms,
+         .service = kBusName},
+        [](sdbus::MethodCall& call) { call << std::string(kBluezName); },
+        [this](sdbus::MethodReply& reply) {
+            bool there = false;
+            reply >> there;
+            service_there_ = there;
+        });
+}
+
+// Without this, a call would start the service. On a computer without an adapter the service never
+// takes its name, and the bus keeps the call for longer than its limit.
+void BluezBus::RequireService(const Method& method) const {
+    if (std::string_view(method.service) != kBluezName || service_there_) return;
+    throw BluezError("org.freedesktop.DBus.Error.NameHasNoOwner",
+                     std::string(kBluezName) + " has no owner");
 }
 
 void BluezBus::AddMatches() {
@@ -247,6 +273,7 @@ private:
 
 void BluezBus::Call(const Method& method, const Write& write, const Read& read) {
     if (closed_) throw BusGone();
+    RequireService(method);
     const auto answer = std::make_shared<Answer>();
     const auto take = [this, answer, &read](sdbus::MethodReply& reply, const sdbus::Error* error) {
         Answer taken = TakeAnswer(reply, error, read);
@@ -256,7 +283,7 @@ void BluezBus::Call(const Method& method, const Write& write, const Read& read) 
     };
     bool answered = false;
     try {
-        const auto proxy = sdbus::createProxy(*connection_, kBluezName, method.path);
+        const auto proxy = sdbus::createProxy(*connection_, method.service, method.path);
         auto call = proxy->createMethodCall(method.interface, method.name);
         if (write) {
             const BusValues values;
@@ -338,6 +365,7 @@ void BluezBus::OnChanged(sdbus::Message& message) {
 void BluezBus::OnOwnerChanged(sdbus::Message& message) {
     std::string name, old_owner, new_owner;
     message >> name >> old_owner >> new_owner;
+    service_there_ = !new_owner.empty();
     if (!old_owner.empty()) Notify([](BluezListener& listener) { listener.ServiceGone(); });
 }
 

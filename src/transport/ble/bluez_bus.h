@@ -18,6 +18,8 @@
 
 namespace tarvik {
 
+inline constexpr char kBluezName[] = "org.bluez";
+
 // The error with which BlueZ, or the bus in its place, answered a call.
 class BluezError final : public BleError {
 public:
@@ -72,6 +74,7 @@ public:
         const char* name;
         std::uint32_t limit_ms;
         Cancel cancel = Cancel::kIgnored;
+        const char* service = kBluezName;
     };
     void Call(const Method& method, const Write& write = {}, const Read& read = {});
     // All of BlueZ's objects that have a known interface.
@@ -95,6 +98,8 @@ private:
     void End(const char* why);  // on the bus's thread
     static Answer TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
                              const Read& read) noexcept;
+    void AskForService();
+    void RequireService(const Method& method) const;
     void AddMatches();
     void Run();
     template <typename Function>
@@ -110,6 +115,7 @@ private:
     std::atomic<bool> closed_{false};
     std::atomic<bool> cancelled_{false};
     std::atomic<bool> answers_{true};
+    std::atomic<bool> service_there_{false};  // org.bluez has an owner
 
     OsLock lock_;  // for Await's condition; never held while the bus or a listener is called
     OsCondition changed_;

@@ -62,6 +62,7 @@ public:
         const std::lock_guard hold(lock_);
         answers_.clear();
         calls_.clear();
+        bus_.SetHasService(true);
     }
     void On(const std::string& member, Answer answer) {
         const std::lock_guard hold(lock_);
@@ -84,6 +85,7 @@ public:
     }
     void Send(const Message& signal) { bus_.Send(signal); }
     void EndConnection() { bus_.EndConnection(); }
+    void SetIsThere(bool there) { bus_.SetHasService(there); }
     int Calls(const std::string& member) {
         const std::lock_guard hold(lock_);
         return calls_[member];
@@ -352,6 +354,26 @@ TEST_F(BluezScanMessages, StrengthFromAnotherProgramsScanCountsWhileThatRuns) {
     Scan();
     EXPECT_EQ(reports_.Names(), std::vector<std::string>{"Brennix"});
     EXPECT_EQ(reports_.rssi(), -70);
+}
+
+// The bus would start the service for a call, which would then wait in vain.
+TEST_F(BluezScanMessages, ServiceThatIsNotThereIsNotCalledUntilItComes) {
+    bluez_.SetIsThere(false);
+    bluez_.StaySilent("GetManagedObjects");
+    EXPECT_EQ(ErrorOf([&] { Scan(); }),
+              "the Bluetooth service is not running (org.bluez has no owner)");
+    EXPECT_EQ(bluez_.Calls("GetManagedObjects"), 0);
+    bluez_.Reset();
+    bluez_.Send(OwnerChanged("", ":1.4"));
+    EXPECT_TRUE(Eventually([&] { return ErrorOf([&] { Scan(); }).empty(); }));
+}
+
+TEST_F(BluezScanMessages, ServiceThatHasGoneIsNotCalled) {
+    bluez_.SignalBefore("StartDiscovery", {OwnerChanged(":1.4", "")});
+    EXPECT_EQ(ErrorOf([&] { Scan(); }), "the Bluetooth service has gone during the scan");
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 0);
+    EXPECT_NE(ErrorOf([&] { Scan(); }), "");
+    EXPECT_EQ(bluez_.Calls("GetManagedObjects"), 1);
 }
 
 TEST_F(BluezScanMessages, DiscoveryThatAlreadyRunsIsUsed) {
@@ -712,6 +734,7 @@ TEST_F(BluezDeviceMessages, LossIsReportedOnceHoweverItIsSignalled) {
         bluez_.Send(first);
         for (const Message& signal : signals)
             bluez_.Send(signal);
+        bluez_.Send(OwnerChanged("", ":1.4"));
         AwaitSignals();
         device_.reset();
         EXPECT_EQ(reports_.losses(), before + 1);

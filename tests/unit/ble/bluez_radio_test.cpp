@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "conformance/framework/simulator.h"
@@ -273,14 +275,14 @@ TEST_F(BluezTest, ScanWithoutAMessageBusFails) {
     ExpectScanFails("the system's message bus cannot be reached");
 }
 
-// A bus of the test's own, which the test can end.
+// A bus of the test's own, which the test can end. It starts the services of a folder.
 class OwnBus {
 public:
-    OwnBus() {
-        std::FILE* output = ::popen(
-            "dbus-daemon --session --fork --address=unix:tmpdir=/tmp --print-address=1 "
-            "--print-pid=1",
-            "r");
+    explicit OwnBus(const std::string& data_home = "/nonexistent") {
+        const std::string command = "XDG_DATA_HOME=" + data_home +
+                                    " dbus-daemon --session --fork --address=unix:tmpdir=/tmp "
+                                    "--print-address=1 --print-pid=1";
+        std::FILE* output = ::popen(command.c_str(), "r");
         char address[256] = "";
         if (output == nullptr) return;
         if (std::fscanf(output, "%255s %d", address, &process_) == 2) address_ = address;
@@ -366,6 +368,40 @@ TEST_F(BluezTest, ScanFailsWhenTheServiceDoesNotAnswer) {
     const BusAddress own(bus.address());
     const auto mute = sdbus::createSystemBusConnection("org.bluez");  // its loop does not run
     ExpectScanFails("the Bluetooth service does not answer");
+}
+
+// The folder of a bus that starts org.bluez for a call. As on a computer without an adapter, what
+// it starts never takes the name.
+class ServiceThatNeverComes {
+public:
+    ServiceThatNeverComes() {
+        std::filesystem::create_directories(services());
+        std::ofstream(services() / "org.bluez.service")
+            << "[D-BUS Service]\nName=org.bluez\nExec=/usr/bin/tail -f /dev/null --pid="
+            << ::getpid() << '\n';
+    }
+    ~ServiceThatNeverComes() { std::filesystem::remove_all(folder_); }
+    ServiceThatNeverComes(const ServiceThatNeverComes&) = delete;
+    ServiceThatNeverComes& operator=(const ServiceThatNeverComes&) = delete;
+
+    std::string folder() const { return folder_.string(); }
+
+private:
+    std::filesystem::path services() const { return folder_ / "dbus-1" / "services"; }
+
+    const std::filesystem::path folder_ =
+        std::filesystem::temp_directory_path() / ("brennix-bus-" + std::to_string(::getpid()));
+};
+
+TEST_F(BluezTest, ServiceThatTheBusWouldStartInVainIsNotCalled) {
+    BluezLimits limits = LibraryBluezLimits();
+    limits.objects_ms = 200;
+    const ShortLimits in_use(limits);
+    const ServiceThatNeverComes service;
+    const OwnBus bus(service.folder());
+    ASSERT_FALSE(bus.address().empty());
+    const BusAddress own(bus.address());
+    ExpectScanFails("the Bluetooth service is not running (org.bluez has no owner)");
 }
 
 // ---------------------------------------------------------------- connecting

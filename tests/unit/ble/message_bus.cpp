@@ -27,7 +27,7 @@ void Require(bool holds) {
 // One client's connection.
 class MessageBus::Connection {
 public:
-    Connection(int socket, const AnswerCall& answer) : socket_(socket), answer_(answer) {}
+    Connection(int socket, const MessageBus& bus) : socket_(socket), bus_(bus) {}
     ~Connection() { ::close(socket_); }
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -113,7 +113,7 @@ private:
     }
 
     std::vector<Message> Answers(const BusCall& call) const {
-        if (call.destination != kBusName) return answer_(call);
+        if (call.destination != kBusName) return bus_.answer_(call);
         Message answer{};
         answer.type = MessageType::kReturn;
         answer.sender = kBusName;
@@ -123,12 +123,17 @@ private:
             name.Text(":1.7");
             answer.signature = "s";
             answer.body = name.bytes();
+        } else if (call.member == "NameHasOwner") {
+            Marshal there;
+            there.U32(bus_.HasService() ? 1 : 0);
+            answer.signature = "b";
+            answer.body = there.bytes();
         }
         return {answer};
     }
 
     const int socket_;
-    const AnswerCall& answer_;
+    const MessageBus& bus_;
     std::mutex send_lock_;
     std::uint32_t last_serial_ = 0;  // guarded by send_lock_
 };
@@ -163,7 +168,7 @@ void MessageBus::Accept(int listener) {
     for (;;) {
         const int client = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         Require(client >= 0);
-        const auto connection = std::make_shared<Connection>(client, answer_);
+        const auto connection = std::make_shared<Connection>(client, *this);
         {
             const std::lock_guard hold(lock_);
             latest_ = connection;

@@ -3,6 +3,7 @@
 // A message bus inside this process, for the only program that uses it: this one. What org.bluez
 // answers there is up to its owner.
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -30,6 +31,9 @@ public:
     // To the client that connected last.
     void Send(const Message& message);
     void EndConnection();
+    // Whether the name org.bluez has an owner for clients that ask; at first it has.
+    void SetHasService(bool there) { has_service_ = there; }
+    bool HasService() const { return has_service_; }
 
 private:
     class Connection;
@@ -38,6 +42,7 @@ private:
     void Accept(int listener);
 
     const AnswerCall answer_;
+    std::atomic<bool> has_service_{true};
     std::mutex lock_;
     std::shared_ptr<Connection> latest_;  // guarded by lock_
 };
