@@ -10,6 +10,7 @@ set_target_properties(tarvik_dpdu PROPERTIES
     OUTPUT_NAME tarvik_dpdu_x64
     LINKER_LANGUAGE CXX)
 target_link_libraries(tarvik_dpdu PRIVATE tarvik_dpdu_core)
+tarvik_harden_library(tarvik_dpdu)
 
 if(WIN32)
     list(JOIN exports "\n    " export_lines)
@@ -30,8 +31,7 @@ else()
         SOVERSION ${PROJECT_VERSION_MAJOR}
         LINK_DEPENDS "${script}")
     # Calls inside the library stay inside, even when another D-PDU library is also loaded.
-    target_link_options(tarvik_dpdu PRIVATE
-        "-Wl,--version-script=${script}" -Wl,-Bsymbolic -Wl,-z,relro,-z,now)
+    target_link_options(tarvik_dpdu PRIVATE "-Wl,--version-script=${script}" -Wl,-Bsymbolic)
     if(TARVIK_SANITIZER STREQUAL "")
         target_link_options(tarvik_dpdu PRIVATE -Wl,--no-undefined)
     endif()

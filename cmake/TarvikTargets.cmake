@@ -45,6 +45,32 @@ endif()
 add_compile_options(${TARVIK_SANITIZER_FLAGS})
 add_link_options(${TARVIK_SANITIZER_FLAGS})
 
+# What makes a fault in our code harder to use for an attack, in what users install: the library and the
+# tools. The sanitizers find such faults themselves. The C library checks sizes only in optimised code,
+# and warns otherwise.
+set(TARVIK_HARDENING "")
+set(TARVIK_HARDENING_OPTIMISED "")
+if(TARVIK_SANITIZER STREQUAL "")
+    set(TARVIK_HARDENING -fstack-protector-strong -fcf-protection=full)
+    if(NOT WIN32)  # there the stack is always probed, and the C library has hardly any checks
+        list(APPEND TARVIK_HARDENING -fstack-clash-protection)
+        set(TARVIK_HARDENING_OPTIMISED
+            "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+    endif()
+endif()
+if(WIN32)
+    set(TARVIK_HARDENING_LINK
+        -fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+else()
+    set(TARVIK_HARDENING_LINK -Wl,-z,relro,-z,now,-z,noexecstack,-z,separate-code)
+endif()
+
+# tarvik_harden_library(TARGET): the target consists of the library's code.
+function(tarvik_harden_library target)
+    target_compile_options(${target} PRIVATE ${TARVIK_HARDENING} "${TARVIK_HARDENING_OPTIMISED}")
+    target_link_options(${target} PRIVATE ${TARVIK_HARDENING_LINK})
+endfunction()
+
 # tarvik_count_coverage(TARGET): the target consists of the library's code, whose execution the preset
 # coverage counts. Not optimised, so that each line keeps code of its own; exact with threads.
 function(tarvik_count_coverage target)
@@ -153,6 +179,7 @@ macro(tarvik_precompiled_headers)
         # Not our code, and most expensive of all to check for undefined behaviour.
         target_compile_options(tarvik_json PRIVATE ${TARVIK_TOOL_OPTIONS} -fno-sanitize=undefined)
         target_link_libraries(tarvik_json PUBLIC tarvik::nlohmann_json)
+        target_link_options(tarvik_json PUBLIC ${TARVIK_HARDENING_LINK})
 
         _tarvik_precompile(json OPTIONS ${TARVIK_TOOL_OPTIONS} LIBRARIES tarvik_json)
         _tarvik_precompile(tests OPTIONS -O0 LIBRARIES tarvik::gtest)
@@ -183,7 +210,7 @@ endif()
 
 # Sanitizers need no optimisation, which takes half of the compile time.
 if(TARVIK_SANITIZER STREQUAL "")
-    set(TARVIK_TOOL_OPTIONS "")
+    set(TARVIK_TOOL_OPTIONS ${TARVIK_HARDENING} "${TARVIK_HARDENING_OPTIMISED}")
 else()
     set(TARVIK_TOOL_OPTIONS -O0)
 endif()
@@ -193,8 +220,13 @@ endif()
 function(tarvik_tool_defaults target files)
     tarvik_target_defaults(${target})
     target_compile_options(${target} PRIVATE ${TARVIK_TOOL_OPTIONS})
+    target_link_options(${target} PUBLIC ${TARVIK_HARDENING_LINK})  # of tests of it, too
     tarvik_unity(${target} ${files})
     _tarvik_program_code(${target})
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE" AND NOT WIN32)
+        target_link_options(${target} PRIVATE -pie)
+    endif()
     _tarvik_use_precompiled(${target} json)
 endfunction()
 
@@ -204,7 +236,7 @@ function(tarvik_command_line target)
     set(part ${target}_command_line)
     add_library(${part} OBJECT ${ARGN})
     tarvik_target_defaults(${part})
-    target_compile_options(${part} PRIVATE -O0)
+    target_compile_options(${part} PRIVATE -O0 ${TARVIK_HARDENING})
     tarvik_unity(${part} 0)
     _tarvik_program_code(${part})
     target_link_libraries(${part} PRIVATE tarvik::cli11 tarvik::nlohmann_json)

@@ -107,7 +107,7 @@ function(tarvik_add_unit_test name)
             access chown clock_nanosleep connect dladdr epoll_create1 epoll_ctl epoll_wait eventfd
             fdopen fopen fstat getpwuid_r getrandom open poll pread pthread_cond_timedwait
             pthread_cond_wait pthread_create pthread_key_create pthread_setspecific read send
-            socket stat syslog tcgetattr write _ZnwmRKSt9nothrow_t)
+            socket stat syslog __syslog_chk tcgetattr write _ZnwmRKSt9nothrow_t)
         list(TRANSFORM wrapped PREPEND "-Wl,--wrap=")
         target_link_options(${name} PRIVATE ${wrapped})
     endif()

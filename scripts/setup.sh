@@ -11,7 +11,10 @@ logs=$root/build/logs
 export LC_ALL=C DEBIAN_FRONTEND=noninteractive
 
 # Raise it when a recipe below changes, so that cached libraries are built again.
-recipe=2
+recipe=3
+# As TARVIK_HARDENING in cmake/TarvikTargets.cmake. On Windows these libraries are built without.
+linux_hardening="-fstack-protector-strong -fstack-clash-protection -fcf-protection=full
+    -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2"
 json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
@@ -135,7 +138,7 @@ fetch_source() {
 
 # build_library SYSTEM NAME SOURCE-FOLDER cmake-option...: installs below $deps/SYSTEM.
 build_library() {
-    local system=$1 name=$2 source=$3 tools=()
+    local system=$1 name=$2 source=$3 tools=(-DCMAKE_C_FLAGS="${linux_hardening//$'\n'/ }")
     shift 3
     [ "$system" != windows ] || tools=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake")
     say "building $name for $system"

@@ -357,3 +357,12 @@ extern "C" __attribute__((visibility("default"), format(printf, 2, 3))) void sys
     conformance::AddDebugOutput(priority, format, arguments);
     va_end(arguments);
 }
+
+// What it is called where the compiler adds checks of formats and sizes.
+extern "C" __attribute__((visibility("default"), format(printf, 3, 4))) void __syslog_chk(
+    int priority, int, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    conformance::AddDebugOutput(priority, format, arguments);
+    va_end(arguments);
+}

@@ -194,13 +194,28 @@ ssize_t __wrap_write(int descriptor, const void* bytes, std::size_t size) {
     return __real_write(descriptor, bytes, fails && size > 1 ? 1 : size);
 }
 
+__attribute__((format(printf, 2, 0))) void KeepForDaemon(int priority, const char* format,
+                                                         std::va_list more) {
+    std::vsnprintf(daemon_text, sizeof daemon_text, format, more);
+    daemon_priority = priority;
+}
+
 __attribute__((format(printf, 2, 3))) void __wrap_syslog(int priority, const char* format, ...);
 void __wrap_syslog(int priority, const char* format, ...) {
     std::va_list more;
     va_start(more, format);
-    std::vsnprintf(daemon_text, sizeof daemon_text, format, more);
+    KeepForDaemon(priority, format, more);
     va_end(more);
-    daemon_priority = priority;
+}
+
+// What it is called where the compiler adds checks of formats and sizes.
+__attribute__((format(printf, 3, 4))) void __wrap___syslog_chk(int priority, int flag,
+                                                               const char* format, ...);
+void __wrap___syslog_chk(int priority, int, const char* format, ...) {
+    std::va_list more;
+    va_start(more, format);
+    KeepForDaemon(priority, format, more);
+    va_end(more);
 }
 
 // operator new(std::size_t, const std::nothrow_t&). It is redirected like the others: a sanitizer
