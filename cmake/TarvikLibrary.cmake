@@ -36,3 +36,14 @@ else()
         target_link_options(tarvik_dpdu PRIVATE -Wl,--no-undefined)
     endif()
 endif()
+
+include(GNUInstallDirs)
+install(TARGETS tarvik_dpdu
+    RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime
+    LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT runtime)
+if(WIN32)
+    # On Linux, packages are stripped by their own tools.
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/split_symbols.cmake.in"
+        "${CMAKE_CURRENT_BINARY_DIR}/split_symbols.cmake" @ONLY)
+    install(SCRIPT "${CMAKE_CURRENT_BINARY_DIR}/split_symbols.cmake" COMPONENT runtime)
+endif()

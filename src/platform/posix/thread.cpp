@@ -12,6 +12,7 @@
 
 #include "platform/posix/monitor.h"
 #include "platform/thread_list.h"
+#include "platform/thread_stack.h"
 
 namespace tarvik {
 
@@ -62,12 +63,37 @@ void FillThreadSignalMask(sigset_t* blocked) {
     }
 }
 
+// The default attributes, with the stack that they state or a larger one.
+class ThreadAttributes {
+public:
+    ThreadAttributes() : error_(::pthread_getattr_default_np(&attributes_)) {
+        std::size_t size = 0;
+        if (error_ != 0) return;
+        ::pthread_attr_getstacksize(&attributes_, &size);
+        ::pthread_attr_setstacksize(&attributes_, ThreadStackSize(size));
+    }
+    ~ThreadAttributes() {
+        if (error_ == 0) ::pthread_attr_destroy(&attributes_);
+    }
+    ThreadAttributes(const ThreadAttributes&) = delete;
+    ThreadAttributes& operator=(const ThreadAttributes&) = delete;
+
+    int Error() const { return error_; }
+    const pthread_attr_t* Get() const { return &attributes_; }
+
+private:
+    pthread_attr_t attributes_;
+    int error_;
+};
+
 int CreateWithSignalsBlocked(OsThread* thread) {
+    const ThreadAttributes attributes;
+    if (attributes.Error() != 0) return attributes.Error();
     sigset_t blocked;
     sigset_t previous;
     FillThreadSignalMask(&blocked);
     ::pthread_sigmask(SIG_SETMASK, &blocked, &previous);
-    const int error = ::pthread_create(&thread->id, nullptr, &Run, thread);
+    const int error = ::pthread_create(&thread->id, attributes.Get(), &Run, thread);
     ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return error;
 }

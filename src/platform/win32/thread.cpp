@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/thread_list.h"
+#include "platform/thread_stack.h"
 #include "platform/win32/system_locks.h"
 
 namespace tarvik {
@@ -84,6 +85,13 @@ void Describe(HANDLE handle, const char* description) {
 
 namespace {
 
+std::size_t StackOfProgram() {
+    const auto* program = reinterpret_cast<const std::uint8_t*>(::GetModuleHandleW(nullptr));
+    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(program);
+    const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS*>(program + dos->e_lfanew);
+    return headers->OptionalHeader.SizeOfStackReserve;
+}
+
 // Suspended until the list has it, so that the library stays loaded for it.
 HANDLE CreateSuspended(OsThread* thread, OsThreadEntry entry, void* argument, DWORD* id) {
     auto* start = new (std::nothrow) ThreadStart{thread, entry, argument};
@@ -91,7 +99,8 @@ HANDLE CreateSuspended(OsThread* thread, OsThreadEntry entry, void* argument, DW
         ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    const HANDLE handle = ::CreateThread(nullptr, 0, &Run, start, CREATE_SUSPENDED, id);
+    const HANDLE handle = ::CreateThread(nullptr, ThreadStackSize(StackOfProgram()), &Run, start,
+                                         CREATE_SUSPENDED | STACK_SIZE_PARAM_IS_A_RESERVATION, id);
     if (handle == nullptr) {
         const DWORD error = ::GetLastError();
         delete start;
