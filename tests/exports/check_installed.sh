@@ -25,6 +25,7 @@ has_function() { symbols "$1" | grep -E "T .*$2" >/dev/null; }
 names_its_symbols() { $tools-objdump -s -j .gnu_debuglink "$dll" | grep -q tarvik_dpdu_x64; }
 
 cmake --install "$build" --prefix "$folder" --component runtime >/dev/null || exit 1
+expect "the DLL is installed" test -s "$dll"
 expect "the DLL has no table of symbols" has_no_symbols "$dll"
 expect "the DLL has no sections for debuggers" has_no_debug_sections "$dll"
 expect "the DLL names the file of its symbols" names_its_symbols

@@ -6,7 +6,7 @@
 
 extern "C" {
 
-// The names are the compiler's. NOLINTBEGIN(bugprone-reserved-identifier)
+// The names are the compiler's.
 std::uintptr_t __stack_chk_guard = 0;
 
 // The process cannot be trusted any more: it ends at once, without handlers.
@@ -15,7 +15,6 @@ std::uintptr_t __stack_chk_guard = 0;
     asm volatile("int $0x29" : : "c"(kStackCookieCheckFailure));  // __fastfail
     __builtin_unreachable();
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// This program plays a host that has an OpenSSL of its own and exports it, without versions. Some of
-// what the library and OpenSSL itself call; each ends the process.
+// This program plays a host that has an OpenSSL of its own and exports it, without versions. Some
+// of what the library and OpenSSL itself call; each ends the process.
 // clang-format off
 #define HOST_OPENSSL_FUNCTIONS(X) \
     X(BIO_new) \
