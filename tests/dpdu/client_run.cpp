@@ -5,11 +5,12 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "path_text.h"
 #include "process.h"
 
 namespace {
@@ -66,15 +67,28 @@ void TakeError(const std::string& text, ClientResult* result) {
 
 }  // namespace
 
-std::string TemporaryPath(const std::string& name) {
+namespace {
+
+std::string UniquePath(const std::string& name) {
     static std::atomic<int> count{0};
     const auto now = std::chrono::system_clock::now().time_since_epoch().count();
     return testing::TempDir() + "dpdu_" + std::to_string(OwnProcessId()) + "_" +
            std::to_string(now) + "_" + std::to_string(++count) + "_" + name;
 }
 
+}  // namespace
+
+std::string TemporaryPath(const std::string& name) {
+    return UniquePath(kForeignName + ("_" + name));
+}
+
+void RemoveFile(const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::remove(PathOf(path), ignored);
+}
+
 std::string ReadWholeFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(PathOf(path), std::ios::binary);
     std::ostringstream content;
     content << file.rdbuf();
     std::string text = content.str();
@@ -85,7 +99,7 @@ std::string ReadWholeFile(const std::string& path) {
 ClientResult RunClient(const ClientSetup& setup) {
     const std::string output = TemporaryPath("out");
     const std::string error = TemporaryPath("err");
-    const std::string report = TemporaryPath("report");
+    const std::string report = UniquePath("report");  // the fake library knows no other names
     const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
 
     const ProcessHandle process =
@@ -110,7 +124,7 @@ ClientResult RunClient(const ClientSetup& setup) {
     EXPECT_TRUE(result.report.empty() || ReleasedEverything(result.report))
         << Joined(setup.arguments) << ReadWholeFile(report);
     for (const std::string& path : {output, error, report})
-        std::remove(path.c_str());
+        RemoveFile(path);
     return result;
 }
 

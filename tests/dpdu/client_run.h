@@ -64,12 +64,13 @@ bool Contains(const std::string& text, const std::string& part);
 // True for one line that starts with the program's name.
 bool IsOneErrorLine(const std::string& text);
 
-// A unique path in the folder for temporary files.
+// A unique path in the folder for temporary files, with characters beyond every ANSI code page.
 std::string TemporaryPath(const std::string& name);
 
 // "dpdu trace COMMAND ...", for which the library is not loaded.
 ClientResult RunTrace(const std::string& command, const std::vector<std::string>& arguments);
 
 std::string ReadWholeFile(const std::string& path);
+void RemoveFile(const std::string& path);
 
 #endif  // TESTS_DPDU_CLIENT_RUN_H

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "client_run.h"
+#include "path_text.h"
 
 namespace {
 
@@ -28,12 +28,12 @@ TEST(DpduLibrary, PathThatDoesNotExistGivesOneLineWithAdvice) {
 
 TEST(DpduLibrary, FileThatIsNotALibraryGivesOneLineWithAdvice) {
     const std::string path = TemporaryPath("text.dll");
-    std::ofstream(path) << "not a library\n";
+    std::ofstream(PathOf(path)) << "not a library\n";
     const ClientResult result = RunClient({"modules", "--library", path});
-    std::remove(path.c_str());
+    RemoveFile(path);
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
-    EXPECT_TRUE(Contains(result.error, "cannot load the library"));
+    EXPECT_TRUE(Contains(result.error, "cannot load the library '" + path + "'")) << result.error;
 }
 
 TEST(DpduLibrary, IncompleteLibraryIsRefusedNamingTheFirstMissingFunction) {
@@ -52,13 +52,13 @@ TEST(DpduLibrary, OptionOverridesEnvironment) {
 }
 
 TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsLoaded) {
-    const fs::path folder = TemporaryPath("beside");
+    const fs::path folder = PathOf(TemporaryPath("beside"));
     fs::create_directory(folder);
     ClientSetup setup;
-    setup.program = (folder / fs::path(DPDU_PROGRAM).filename()).string();
+    setup.program = TextOf(folder / fs::path(DPDU_PROGRAM).filename());
     setup.arguments = {"modules"};
     setup.has_library = false;
-    fs::copy_file(DPDU_PROGRAM, setup.program);
+    fs::copy_file(DPDU_PROGRAM, PathOf(setup.program));
 
     const bool is_dll = fs::path(FAKE_LIBRARY).extension() == ".dll";
     const fs::path library = folder / (is_dll ? "tarvik_dpdu_x64.dll" : "libtarvik_dpdu_x64.so");
@@ -66,6 +66,14 @@ TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsLoaded) {
     EXPECT_EQ(without.exit_code, kFailure);
     EXPECT_TRUE(Contains(without.error, library.filename().string())) << without.error;
     fs::copy_file(FAKE_LIBRARY, library);
+    EXPECT_EQ(RunClient(setup).exit_code, kOk);
+    // The same library, named in the other ways.
+    setup.program = "";
+    setup.has_library = true;
+    setup.library = TextOf(library);
+    EXPECT_EQ(RunClient(setup).exit_code, kOk);
+    setup.library = "/nowhere/to_be_found";
+    setup.arguments = {"modules", "--library", TextOf(library)};
     EXPECT_EQ(RunClient(setup).exit_code, kOk);
     fs::remove_all(folder);
 }

@@ -8,7 +8,7 @@ class DpduDoctorAccess : public DoctorTest {
 protected:
     static ClientResult RunWithReaders(const nlohmann::ordered_json& config, Readers readers) {
         WriteConfig(config.dump());
-        EXPECT_TRUE(SetReaders(ConfigPath().string(), readers));
+        EXPECT_TRUE(SetReaders(TextOf(ConfigPath()), readers));
         return Run();
     }
 };

@@ -14,6 +14,7 @@
 #include "client_run.h"
 #include "conformance/framework/relay.h"
 #include "file_access.h"
+#include "path_text.h"
 
 class DoctorTest : public testing::Test {
 protected:
@@ -23,11 +24,14 @@ protected:
     }
     void TearDown() override { std::filesystem::remove(ConfigPath()); }
 
-    // Where the program looks for it, in a folder provided by the launcher.
-    static std::filesystem::path ConfigPath() {
+    // A folder whose name is beyond every ANSI code page, in one provided by the launcher.
+    static std::filesystem::path Folder() {
         const char* scratch = std::getenv("BRENNIX_SIM_SCRATCH");
-        return std::filesystem::path(scratch ? scratch : "") / "config" / "Tarvik" / "Brennix" /
-               "config.json";
+        return PathOf(scratch ? scratch : "") / PathOf(kForeignName);
+    }
+    // Where the program looks for it.
+    static std::filesystem::path ConfigPath() {
+        return Folder() / "Tarvik" / "Brennix" / "config.json";
     }
 
     // A valid configuration: the dongle on the serial port, and a relay over TCP.
@@ -60,7 +64,7 @@ protected:
 
     static void WriteConfig(const std::string& text) {
         std::ofstream(ConfigPath(), std::ios::binary) << text;
-        EXPECT_TRUE(SetReaders(ConfigPath().string(), Readers::kOwner));
+        EXPECT_TRUE(SetReaders(TextOf(ConfigPath()), Readers::kOwner));
     }
 
     static std::string LibraryUnderTest() {
@@ -82,6 +86,7 @@ protected:
     }
 
     conformance::Relay relay_;
+    const UserFolder user_folder_{TextOf(Folder())};
 };
 
 // True if one line contains all of these, from left to right.

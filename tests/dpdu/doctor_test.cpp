@@ -22,10 +22,10 @@ TEST_F(DpduDoctor, FindsNothingWrongIfEverythingIsRight) {
 
 TEST_F(DpduDoctor, DoesNotStartTheLibrary) {
     WriteConfig(GoodConfig().dump());
-    const std::string before = ReadWholeFile(ConfigPath().string());
+    const std::string before = ReadWholeFile(TextOf(ConfigPath()));
     Run();
     EXPECT_EQ(relay_.Count("in NHS1"), 0u);
-    EXPECT_EQ(ReadWholeFile(ConfigPath().string()), before);
+    EXPECT_EQ(ReadWholeFile(TextOf(ConfigPath())), before);
 }
 
 TEST_F(DpduDoctor, JsonHasEveryFindingWithItsAdvice) {
@@ -120,6 +120,24 @@ TEST_F(DpduDoctorDongle, ThatTheLibraryAskedAgainIsFine) {
 TEST_F(DpduDoctor, MissingConfigurationIsWrong) {
     ExpectWrong(Run(), "configuration", "is missing");
     EXPECT_FALSE(std::filesystem::exists(ConfigPath()));
+}
+
+TEST_F(DpduDoctor, NamesBeyondTheCodePageAreShownAsTheyAre) {
+    WriteConfig(GoodConfig().dump());
+    const std::filesystem::path library =
+        Folder() / std::filesystem::path(LibraryUnderTest()).filename();
+    std::filesystem::copy_file(LibraryUnderTest(), library);
+    const ClientResult result = Run(TextOf(library));
+    EXPECT_EQ(result.exit_code, kOk) << result.output;
+    EXPECT_TRUE(HasLine(result, "ok", "library", TextOf(library))) << result.output;
+    EXPECT_TRUE(HasLine(result, "ok", "configuration", TextOf(ConfigPath()))) << result.output;
+
+    std::filesystem::rename(ConfigPath(), Folder() / "config.json");
+    const ClientResult beside = Run(TextOf(library));
+    EXPECT_TRUE(HasLine(beside, "ok", "configuration", TextOf(Folder() / "config.json")))
+        << beside.output;
+    std::filesystem::remove(Folder() / "config.json");
+    std::filesystem::remove(library);
 }
 
 TEST_F(DpduDoctor, InvalidJsonIsWrongAndItsLineIsNamed) {

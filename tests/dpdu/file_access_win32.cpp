@@ -8,6 +8,8 @@
 #include <array>
 #include <memory>
 
+#include "wide_text.h"
+
 namespace {
 
 struct FreeLocal {
@@ -43,5 +45,29 @@ bool SetReaders(const std::string& path, Readers readers) {
         return false;
     }
     const std::unique_ptr<void, FreeLocal> owner(descriptor);
-    return ::SetFileSecurityA(path.c_str(), DACL_SECURITY_INFORMATION, descriptor) != 0;
+    return ::SetFileSecurityW(Wide(path).c_str(), DACL_SECURITY_INFORMATION, descriptor) != 0;
 }
+
+namespace {
+
+constexpr wchar_t kFolders[] =
+    L"Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\User Shell Folders";
+constexpr wchar_t kName[] = L"AppData";
+
+void SetUserFolder(const std::string& folder) {
+    const std::wstring wide = Wide(folder);
+    ::RegSetKeyValueW(HKEY_CURRENT_USER, kFolders, kName, REG_SZ, wide.c_str(),
+                      static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t)));
+}
+
+}  // namespace
+
+UserFolder::UserFolder(const std::string& folder) {
+    wchar_t before[1024] = {};
+    DWORD size = sizeof before;
+    ::RegGetValueW(HKEY_CURRENT_USER, kFolders, kName, RRF_RT_REG_SZ, nullptr, before, &size);
+    before_ = Narrow(before);
+    SetUserFolder(folder);
+}
+
+UserFolder::~UserFolder() { SetUserFolder(before_); }

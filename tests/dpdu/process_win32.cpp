@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "process.h"
+#include "wide_text.h"
 
 namespace {
 
@@ -20,23 +21,24 @@ std::string Quoted(const std::string& argument) {
 
 HANDLE OpenForChild(const std::string& path) {
     SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    return ::CreateFileA(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+    return ::CreateFileW(Wide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 // The child inherits this process's environment, so it is changed during the start.
 void SetAll(const ProcessSetup& setup, bool set) {
     for (const auto& [name, value] : setup.environment) {
-        ::SetEnvironmentVariableA(name.c_str(), set && !value.empty() ? value.c_str() : nullptr);
+        ::SetEnvironmentVariableW(Wide(name).c_str(),
+                                  set && !value.empty() ? Wide(value).c_str() : nullptr);
     }
 }
 
 // On a busy machine Wine sometimes refuses a start that succeeds a moment later.
-bool CreateChild(std::string command, STARTUPINFOA* startup, PROCESS_INFORMATION* information) {
+bool CreateChild(std::wstring command, STARTUPINFOW* startup, PROCESS_INFORMATION* information) {
     constexpr int kAttempts = 3;
     for (int attempt = 1;; ++attempt) {
         // A separate console without a window, because Ctrl-C is sent to a console.
-        if (::CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
+        if (::CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, CREATE_NO_WINDOW,
                              nullptr, nullptr, startup, information)) {
             return true;
         }
@@ -53,7 +55,7 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     for (const std::string& argument : setup.arguments)
         command += " " + Quoted(argument);
 
-    STARTUPINFOA startup = {};
+    STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdOutput = OpenForChild(setup.output_path);
@@ -61,7 +63,7 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     PROCESS_INFORMATION information = {};
 
     SetAll(setup, true);
-    const bool started = CreateChild(command, &startup, &information);
+    const bool started = CreateChild(Wide(command), &startup, &information);
     SetAll(setup, false);
     ::CloseHandle(startup.hStdOutput);
     ::CloseHandle(startup.hStdError);

@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "client_run.h"
+#include "path_text.h"
 #include "trace/bus_messages.h"
 #include "trace_files.h"
 
@@ -227,7 +228,7 @@ TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {
     const ClientResult result = Export({"candump", TracePath("functional"), "-o", target});
     ExpectOutput(result, "");
     EXPECT_EQ(ReadWholeFile(target), Export({"candump", TracePath("functional")}).output);
-    std::remove(target.c_str());
+    RemoveFile(target);
 }
 
 TEST(TraceExport, FailedExportLeavesNothing) {
@@ -235,9 +236,7 @@ TEST(TraceExport, FailedExportLeavesNothing) {
     const TemporaryTrace rubbish("rubbish\n");
     ExpectFailure(Export({"asc", rubbish.Path(), "-o", target}),
                   "'" + rubbish.Path() + "' holds not a single line of a trace");
-    std::FILE* file = std::fopen(target.c_str(), "rb");
-    EXPECT_EQ(file, nullptr);
-    if (file) std::fclose(file);
+    EXPECT_FALSE(std::filesystem::exists(PathOf(target)));
 }
 
 TEST(TraceExport, FailedExportLeavesAnOlderFileAsItWas) {

@@ -1,9 +1,9 @@
 #include "trace_files.h"
 
-#include <cstdio>
 #include <fstream>
 
 #include "client_run.h"
+#include "path_text.h"
 
 std::string TracePath(const std::string& name) { return TRACE_FOLDER "/" + name + ".jsonl"; }
 
@@ -55,7 +55,7 @@ std::string FreeLine(int seq, int ts_us, int cop) {
 }
 
 TemporaryTrace::TemporaryTrace(const std::string& text) : path_(TemporaryPath("trace.jsonl")) {
-    std::ofstream(path_, std::ios::binary) << text;
+    std::ofstream(PathOf(path_), std::ios::binary) << text;
 }
 
-TemporaryTrace::~TemporaryTrace() { std::remove(path_.c_str()); }
+TemporaryTrace::~TemporaryTrace() { RemoveFile(path_); }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "client_run.h"
+#include "path_text.h"
 
 namespace {
 
@@ -53,7 +54,8 @@ TEST(DpduFunctional, WithAnyOnePositiveAnswerIsEnough) {
 
 TEST(DpduFunctional, FileGivesControlUnitsTheirNames) {
     const std::string path = TemporaryPath("units");
-    std::ofstream(path) << "# a car\n7E0:7E8  engine, left\n\n7E1   gearbox # eight above\n";
+    std::ofstream(PathOf(path))
+        << "# a car\n7E0:7E8  engine, left\n\n7E1   gearbox # eight above\n";
     const ClientResult text = RunClient({"functional", "3E00", "--file", path});
     EXPECT_EQ(text.output,
               "UNIT     NAME          TIME    ANSWER\n"

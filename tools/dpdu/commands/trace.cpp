@@ -8,6 +8,7 @@
 #include "commands/commands.h"
 #include "console/failure.h"
 #include "console/progress.h"
+#include "text/names.h"
 #include "trace/exporter.h"
 #include "trace/file.h"
 #include "trace/summary.h"
@@ -42,17 +43,20 @@ class TargetFile {
 public:
     explicit TargetFile(const std::string& path) : path_(path), written_(path) {
         std::error_code ignored;
-        const auto status = std::filesystem::status(path, ignored);
+        const auto status = std::filesystem::status(PathOf(path), ignored);
         if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) {
-            if (std::filesystem::exists(status)) path_ = std::filesystem::canonical(path).string();
+            if (std::filesystem::exists(status)) {
+                path_ = TextOf(std::filesystem::canonical(PathOf(path)));
+            }
             written_ = FreeNameBeside(path_);
         }
-        file_ = std::fopen(written_.c_str(), "wb");
+        file_ = OpenFile(written_, "wb");
         if (file_ == nullptr) ThrowUnwritable();
     }
     ~TargetFile() {
         if (file_ != nullptr) std::fclose(file_);
-        if (written_ != path_) std::remove(written_.c_str());
+        std::error_code ignored;
+        if (written_ != path_) std::filesystem::remove(PathOf(written_), ignored);
     }
     TargetFile(const TargetFile&) = delete;
     TargetFile& operator=(const TargetFile&) = delete;
@@ -67,8 +71,10 @@ public:
         if (!was_closed) ThrowUnwritable();
         if (written_ == path_) return;
         std::error_code error;
-        std::filesystem::rename(written_, path_, error);
-        if (error) throw Failure("cannot write '" + path_ + "': " + error.message());
+        std::filesystem::rename(PathOf(written_), PathOf(path_), error);
+        // The system's own message may be in another encoding.
+        const std::string reason = error.default_error_condition().message();
+        if (error) throw Failure("cannot write '" + path_ + "': " + reason);
         written_ = path_;
     }
 
@@ -77,7 +83,7 @@ private:
         std::error_code ignored;
         for (int number = 1;; ++number) {
             std::string name = path + "." + std::to_string(number) + ".part";
-            if (!std::filesystem::exists(std::filesystem::symlink_status(name, ignored))) {
+            if (!std::filesystem::exists(std::filesystem::symlink_status(PathOf(name), ignored))) {
                 return name;
             }
         }
@@ -104,7 +110,7 @@ void CheckExport(const TraceOptions& options) {
     }
     for (const std::string& path : options.files) {
         std::error_code ignored;
-        if (std::filesystem::equivalent(path, options.target, ignored)) {
+        if (std::filesystem::equivalent(PathOf(path), PathOf(options.target), ignored)) {
             throw UsageError("'" + path + "' would be overwritten by its own export");
         }
     }

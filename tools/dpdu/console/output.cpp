@@ -14,9 +14,9 @@ std::size_t Output::Columns() const {
     return static_cast<std::size_t>(columns > 0 ? columns : kWithoutTerminal);
 }
 
-void Output::Line(const std::string& text) { std::fprintf(stream_, "%s\n", text.c_str()); }
+void Output::Line(const std::string& text) { WriteText(stream_, text + "\n"); }
 
-void Output::Text(const std::string& text) { std::fputs(text.c_str(), stream_); }
+void Output::Text(const std::string& text) { WriteText(stream_, text); }
 
 void Output::Table(const std::vector<Row>& rows) {
     for (const std::string& line : TableLines(rows))
@@ -25,7 +25,7 @@ void Output::Table(const std::vector<Row>& rows) {
 
 void Output::LiveTable(const std::vector<Row>& rows) {
     constexpr char kClearToEnd[] = "\x1b[K";
-    if (live_lines_ > 0) std::fprintf(stream_, "\x1b[%zuA", live_lines_);
+    if (live_lines_ > 0) Text("\x1b[" + std::to_string(live_lines_) + "A");
     const std::vector<std::string> lines = TableLines(rows);
     for (const std::string& line : lines)
         Line(line + kClearToEnd);
@@ -65,9 +65,7 @@ std::vector<std::string> TableLines(const std::vector<Row>& rows) {
     return lines;
 }
 
-void ErrorLine(const std::string& text) {
-    std::fprintf(stderr, "dpdu: %s\n", OnOneLine(text).c_str());
-}
+void ErrorLine(const std::string& text) { WriteText(stderr, "dpdu: " + OnOneLine(text) + "\n"); }
 
 std::string OnOneLine(const std::string& text) {
     std::string line;

@@ -40,12 +40,12 @@ void Progress::Run() {
 
 void Progress::Show(int seconds) {
     if (!style_.rewrites_line) {
-        std::fprintf(style_.stream, "dpdu: %s...\n", text_.c_str());
+        WriteText(style_.stream, "dpdu: " + text_ + "...\n");
         std::fflush(style_.stream);
         return;
     }
     const std::string line = "dpdu: " + text_ + "... " + std::to_string(seconds) + " s";
-    std::fprintf(style_.stream, "\r%s", line.c_str());
+    WriteText(style_.stream, "\r" + line);
     std::fflush(style_.stream);
     shown_length_ = line.size();  // never shrinks: the seconds only grow
 }

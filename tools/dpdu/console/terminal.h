@@ -4,6 +4,7 @@
 #define TOOLS_DPDU_CONSOLE_TERMINAL_H
 
 #include <cstdio>
+#include <string>
 
 namespace dpdu {
 
@@ -14,6 +15,10 @@ enum class LibraryLines { kDiscarded, kToStandardError };
 // lines printed by the library do not mix with the results. Call it before the library is loaded.
 // Null if there is no standard output; the caller closes the stream.
 std::FILE* TakeStandardOutput(LibraryLines lines);
+
+// Writes text, which is UTF-8. On Windows a console shows it whatever its code page is; files and
+// pipes get it as it is.
+void WriteText(std::FILE* stream, const std::string& text);
 
 bool StandardErrorIsTerminal();
 

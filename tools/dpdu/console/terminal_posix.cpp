@@ -31,6 +31,10 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
     return fdopen(real, "w");
 }
 
+void WriteText(std::FILE* stream, const std::string& text) {
+    std::fwrite(text.data(), 1, text.size(), stream);
+}
+
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 int TerminalColumns(std::FILE* stream) {

@@ -4,7 +4,10 @@
 #include <io.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
+
+#include "text/wide_win32.h"
 
 namespace dpdu {
 namespace {
@@ -45,6 +48,26 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
         ::_close(nowhere);
     }
     return ::_fdopen(real, "w");
+}
+
+void WriteText(std::FILE* stream, const std::string& text) {
+    const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
+    DWORD mode = 0;
+    if (!::GetConsoleMode(handle, &mode)) {
+        std::fwrite(text.data(), 1, text.size(), stream);
+        return;
+    }
+    std::fflush(stream);
+    // Older consoles take at most some 64 KiB in one call.
+    constexpr std::size_t kMost = 8192;
+    std::wstring wide = ToWide(text);
+    while (!wide.empty()) {
+        DWORD written = 0;
+        const std::size_t part = std::min(wide.size(), kMost);
+        ::WriteConsoleW(handle, wide.data(), static_cast<DWORD>(part), &written, nullptr);
+        if (written == 0) return;
+        wide.erase(0, written);
+    }
 }
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "doctor/access.h"
+#include "text/wide_win32.h"
 
 namespace dpdu {
 namespace {
@@ -46,9 +47,9 @@ const char* ReaderOf(const ACE_HEADER* header) {
 std::string OtherReaders(const std::string& path) {
     PACL list = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (::GetNamedSecurityInfoA(const_cast<char*>(path.c_str()), SE_FILE_OBJECT,
-                                DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
-                                &descriptor) != ERROR_SUCCESS) {
+    std::wstring wide = ToWide(path);
+    if (::GetNamedSecurityInfoW(wide.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                                nullptr, &list, nullptr, &descriptor) != ERROR_SUCCESS) {
         return "";
     }
     const std::unique_ptr<void, FreeLocal> owner(descriptor);

@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include "doctor/surroundings.h"
+#include "text/names.h"
 
 namespace dpdu {
 namespace {
@@ -12,7 +13,7 @@ constexpr std::chrono::hours kTolerance{24};
 
 bool IsFromTheFuture(const std::string& path) {
     std::error_code error;
-    const fs::file_time_type written = fs::last_write_time(path, error);
+    const fs::file_time_type written = fs::last_write_time(PathOf(path), error);
     return !error && written > fs::file_time_type::clock::now() + kTolerance;
 }
 

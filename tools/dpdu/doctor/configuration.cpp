@@ -11,6 +11,7 @@
 
 #include "platform/files.h"
 #include "support/config_keys.h"
+#include "text/names.h"
 
 namespace dpdu {
 namespace {
@@ -28,13 +29,13 @@ using JsonRoot = std::unique_ptr<json_object, PutJsonRoot>;
 std::string UserPath() {
     char folder[tarvik::kMaxPath];
     if (!tarvik::OsUserDataFolder(folder, sizeof folder)) return "";
-    return (fs::path(folder) / "Tarvik" / "Brennix" / "config.json").string();
+    return TextOf(PathOf(folder) / "Tarvik" / "Brennix" / "config.json");
 }
 
 // A library given by a bare file name has no folder.
 std::string PathBeside(const std::string& library_path) {
-    const fs::path folder = fs::path(library_path).parent_path();
-    return folder.empty() ? "" : (folder / "config.json").string();
+    const fs::path folder = PathOf(library_path).parent_path();
+    return folder.empty() ? "" : TextOf(folder / "config.json");
 }
 
 bool IsFile(const std::string& path) { return !path.empty() && tarvik::OsFileExists(path.c_str()); }
@@ -46,7 +47,7 @@ std::string FindPath(const std::string& library_path) {
 }
 
 bool ReadAll(const std::string& path, std::string* text) {
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(PathOf(path), std::ios::binary);
     if (!file) return false;
     text->assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.bad();

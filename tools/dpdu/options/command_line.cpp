@@ -1,10 +1,10 @@
 #include "options/command_line.h"
 
-#include <cstdlib>
 #include <sstream>
 
 #include "console/failure.h"
 #include "options/command_set.h"
+#include "text/names.h"
 
 namespace dpdu {
 namespace {
@@ -117,8 +117,7 @@ public:
 
 private:
     static void UseEnvironment(CommonOptions* common) {
-        const char* library = std::getenv("DPDU_LIBRARY");
-        if (common->library.empty() && library) common->library = library;
+        if (common->library.empty()) common->library = EnvironmentText("DPDU_LIBRARY");
     }
 
     // Text of help or version, which the parser reports as exceptions.

@@ -8,6 +8,7 @@
 
 #include "console/failure.h"
 #include "console/interruption.h"
+#include "text/names.h"
 
 namespace dpdu::trace {
 namespace {
@@ -25,7 +26,7 @@ struct CloseFile {
 }  // namespace
 
 ReadReport ReadTraceFile(const std::string& path, const LineReader::Handler& handler) {
-    const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rb"));
+    const std::unique_ptr<std::FILE, CloseFile> file(OpenFile(path, "rb"));
     if (!file) ThrowUnreadable(path, errno);
     LineReader reader(handler);
     std::vector<char> piece(kPieceSize);

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "console/failure.h"
+#include "text/names.h"
 
 namespace dpdu {
 namespace {
@@ -102,7 +103,7 @@ std::vector<NamedUnit> ReadUnits(std::istream* stream, const std::string& path) 
 }
 
 std::vector<NamedUnit> ReadUnitFile(const std::string& path) {
-    std::ifstream file(path);
+    std::ifstream file(PathOf(path));
     if (!file) throw UsageError("cannot read the list of control units '" + path + "'");
     return ReadUnits(&file, path);
 }

@@ -1,5 +1,7 @@
 // dpdu: diagnostic requests through any D-PDU API library
 
+#include "program.h"
+
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -57,13 +59,17 @@ int Main(int count, const char* const* arguments) {
 }
 
 }  // namespace
-}  // namespace dpdu
 
-int main(int count, char** arguments) {
+int RunProgram(const std::vector<std::string>& arguments) {
     try {
-        return dpdu::Main(count, arguments);
+        std::vector<const char*> texts;
+        for (const std::string& argument : arguments)
+            texts.push_back(argument.c_str());
+        return Main(static_cast<int>(texts.size()), texts.data());
     } catch (const std::exception& error) {
-        dpdu::ErrorLine(error.what());
-        return dpdu::kExitFailure;
+        ErrorLine(error.what());
+        return kExitFailure;
     }
 }
+
+}  // namespace dpdu
