@@ -14,19 +14,21 @@
 #include <io.h>
 #include <windows.h>
 #else
+#include <stdlib.h>
+#include <termios.h>
 #include <unistd.h>
 #endif
 
 namespace paused_console {
 
 #ifdef _WIN32
-inline bool MakePipe(int (&ends)[2]) { return ::_pipe(ends, 4096, _O_BINARY) == 0; }
+inline bool MakeOutput(int (&ends)[2]) { return ::_pipe(ends, 4096, _O_BINARY) == 0; }
 inline int Duplicate(int file) { return ::_dup(file); }
 inline void Replace(int file, int with) { ::_dup2(with, file); }
 inline void Close(int file) { ::_close(file); }
 inline int Read(int file, char* data, unsigned size) { return ::_read(file, data, size); }
 // Writes until there is no room.
-inline void Fill(int file) {
+inline void Pause(int file) {
     const auto pipe = reinterpret_cast<HANDLE>(::_get_osfhandle(file));
     DWORD mode = PIPE_NOWAIT;
     ::SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr);
@@ -38,30 +40,50 @@ inline void Fill(int file) {
     mode = PIPE_WAIT;
     ::SetNamedPipeHandleState(pipe, &mode, nullptr, nullptr);
 }
+inline void GoOn(int) {}  // reading does it
 #else
-inline bool MakePipe(int (&ends)[2]) { return ::pipe(ends) == 0; }
+// A terminal: a pipe never waits.
+inline bool MakeOutput(int (&ends)[2]) {
+    ends[0] = ::posix_openpt(O_RDWR | O_NOCTTY);
+    if (ends[0] < 0 || ::grantpt(ends[0]) != 0 || ::unlockpt(ends[0]) != 0) return false;
+    ends[1] = ::open(::ptsname(ends[0]), O_RDWR | O_NOCTTY);
+    termios settings{};
+    if (ends[1] < 0 || ::tcgetattr(ends[1], &settings) != 0) return false;
+    ::cfmakeraw(&settings);
+    return ::tcsetattr(ends[1], TCSANOW, &settings) == 0;
+}
 inline int Duplicate(int file) { return ::dup(file); }
 inline void Replace(int file, int with) { ::dup2(with, file); }
 inline void Close(int file) { ::close(file); }
 inline int Read(int file, char* data, unsigned size) {
     return static_cast<int>(::read(file, data, size));
 }
-inline void Fill(int file) {
-    const int flags = ::fcntl(file, F_GETFL);
-    ::fcntl(file, F_SETFL, flags | O_NONBLOCK);
-    while (::write(file, ".", 1) > 0) {
-    }
-    ::fcntl(file, F_SETFL, flags);
-}
+// As Ctrl-S and Ctrl-Q.
+inline void Pause(int file) { ::tcflow(file, TCOOFF); }
+inline void GoOn(int file) { ::tcflow(file, TCOON); }
 #endif
+
+// From now on, standard output is a pipe that nobody reads from.
+inline bool CloseReaderOfOutput() {
+    int ends[2] = {-1, -1};
+#ifdef _WIN32
+    if (!MakeOutput(ends)) return false;
+#else
+    if (::pipe(ends) != 0) return false;
+#endif
+    Replace(::fileno(stdout), ends[1]);
+    Close(ends[1]);
+    Close(ends[0]);
+    return true;
+}
 
 class PausedConsole {
 public:
     PausedConsole() {
         std::fflush(stdout);
-        usable_ = MakePipe(ends_);
+        usable_ = MakeOutput(ends_);
         if (!usable_) return;
-        Fill(ends_[1]);
+        Pause(ends_[1]);
         standard_ = Duplicate(Output());
         Replace(Output(), ends_[1]);
         Close(ends_[1]);
@@ -83,6 +105,7 @@ public:
 
     void Resume() {
         if (reader_.joinable()) return;
+        GoOn(Output());
         reader_ = std::thread([this] {
             char text[4096];
             for (int size = 1; size > 0;) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 namespace tarvik {
 
 enum class ConsoleResult : unsigned char {
@@ -15,8 +17,11 @@ enum class ConsoleResult : unsigned char {
 ConsoleResult OsAttachConsole();
 
 // Whether printing may have to wait for whoever reads standard output: a terminal or a pipe, not a
-// file.
+// file. On Linux a pipe does not wait either: it takes a line at once, or the line is dropped.
 bool OsStandardOutputMayWait();
+
+// Writes the text to standard output in one piece.
+void OsPrint(const char* text, std::size_t length);
 
 // Creates a console, unless the process has one, and reopens both output streams on it. On Linux
 // they stay as they are.

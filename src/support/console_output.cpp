@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/console.h"
@@ -32,11 +31,6 @@ char ring[kRoom];                 // what is between the next two, modulo its si
 std::uint64_t queued = 0;         // bytes of all times
 std::uint64_t completed = 0;      // likewise
 
-void PrintNow(const char* text, std::size_t length) {
-    std::fwrite(text, 1, length, stdout);
-    std::fflush(stdout);  // shown at once, even if the output is a pipe
-}
-
 // What is printed next.
 std::size_t NextPiece(const char** piece) {
     const auto start = static_cast<std::size_t>(completed % kRoom);
@@ -53,7 +47,7 @@ void PrinterThread(void*) {
         const char* piece = nullptr;
         const std::size_t length = NextPiece(&piece);
         output_lock->Leave();
-        PrintNow(piece, length);
+        OsPrint(piece, length);
         output_lock->Enter();
         completed += length;
         paused = false;
@@ -132,7 +126,7 @@ void WriteConsoleText(const char* text, std::size_t length) {
     const TerminationShield shield;
     if (every_thread_prints) {
         // While the console is paused, the printing thread is inside the output.
-        if (!paused) PrintNow(text, length);
+        if (!paused) OsPrint(text, length);
         return;
     }
     {
@@ -145,7 +139,7 @@ void WriteConsoleText(const char* text, std::size_t length) {
             return;
         }
     }
-    PrintNow(text, length);
+    OsPrint(text, length);
 }
 
 }  // namespace tarvik

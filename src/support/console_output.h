@@ -2,7 +2,8 @@
 
 #include <cstddef>
 
-// Standard output, on which a user may pause the console for hours. From StartConsoleOutput to
+// Standard output, on which a user may pause the console for hours. A pipe or socket that has no
+// room on Linux never waits: the line is dropped and counted. From StartConsoleOutput to
 // StopConsoleOutput one thread prints what may have to wait, so that no other thread of the
 // library ever blocks there, whatever locks it holds.
 namespace tarvik {

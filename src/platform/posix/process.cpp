@@ -70,11 +70,6 @@ void OsDebugOutput(const char* text) {
     if (LogDaemonRuns()) ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
 }
 
-void OsMessageBox(const char* text, const char* caption) {
-    std::fprintf(stderr, "%s\n%s\n", caption, text);
-    std::fflush(stderr);
-}
-
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {
     const char* found = std::getenv(name);
     if (found == nullptr) return false;

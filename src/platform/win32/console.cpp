@@ -51,6 +51,11 @@ bool OsStandardOutputMayWait() {
     return ::GetFileType(output) == FILE_TYPE_PIPE || ::GetConsoleMode(output, &mode) != 0;
 }
 
+void OsPrint(const char* text, std::size_t length) {
+    std::fwrite(text, 1, length, stdout);
+    std::fflush(stdout);  // shown at once, even if the output is a pipe
+}
+
 void OsCreateConsole() {
     ::AllocConsole();
     if (HasConsoleOutput()) ReopenOutputStreams();

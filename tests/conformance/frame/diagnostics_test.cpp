@@ -188,8 +188,6 @@ FRESH_PROCESS_TEST(FreshConsole, SwitchedOffPrintsNoBanner) {
     EXPECT_TRUE(console.Has("Opened config file: " + UserConfigPath() + "\n"));
 }
 
-// ---- trace -------------------------------------------------------------------------------------
-
 FRESH_PROCESS_TEST(FreshConsole, PauseHoldsUpNeitherScanNorDestruct) {
     ConstructWith(
         {.useSerial = true, .useCloud = true, .dummyDevice = true, .serverAddress = "127.0.0.1:1"});
@@ -200,6 +198,18 @@ FRESH_PROCESS_TEST(FreshConsole, PauseHoldsUpNeitherScanNorDestruct) {
     ConstructWith({.dummyDevice = true});
     Destruct();
 }
+
+// From construct to the end of the process, whose detach line nobody reads either.
+FRESH_PROCESS_TEST(FreshConsole, ClosedReaderEndsNoProcess) {
+    std::fflush(stdout);
+    ASSERT_TRUE(paused_console::CloseReaderOfOutput());
+    ConstructWith({.showDebug = true, .useSerial = true, .dummyDevice = true});
+    EXPECT_NE(GetModuleIds(), nullptr);
+    Destruct();
+    std::exit(testing::Test::HasFailure() ? 1 : 0);  // the test program would print too
+}
+
+// ---- trace -------------------------------------------------------------------------------------
 
 FRESH_PROCESS_TEST(FreshTrace, SwitchedOffByConfigurationSendsANoticeAndWritesNoFile) {
     const DebugOutputCapture debugger;

@@ -23,7 +23,7 @@ TEST(Console, SecondAttachFindsTheConsole) {
     EXPECT_EQ(test::RunChild("attach-twice").exit_code, 0);
 }
 
-TEST(StandardOutput, PipeMayWaitAndAFileDoesNot) {
+TEST(StandardOutput, ConsoleMayWaitAndAFileDoesNot) {
     {
         const paused_console::PausedConsole console;
         ASSERT_TRUE(console.IsUsable());
