@@ -15,7 +15,9 @@ void OsKeepLibraryLoaded();
 void* OsHoldLibrary();
 void OsReleaseLibrary(void* reference);  // null does nothing
 
-// The platform's debugger output: OutputDebugString / syslog at debug level. The text is UTF-8.
+// The platform's debugger output: OutputDebugString / syslog at debug level if the environment had
+// DPDU_DEBUG_OUTPUT=syslog at the last OsChooseDebugOutput, otherwise nowhere. The text is UTF-8.
+void OsChooseDebugOutput();
 void OsDebugOutput(const char* text);
 // Both texts are UTF-8. Modal, no owner window, error icon / one block of text on standard error.
 void OsMessageBox(const char* text, const char* caption);

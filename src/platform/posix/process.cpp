@@ -51,23 +51,19 @@ void OsReleaseLibrary(void* reference) {
 
 namespace {
 
-// Without a log daemon, syslog creates a socket for every line and fails to connect it. Looking for
-// the daemon costs as much as a line of the trace, so it is done once a second.
-bool LogDaemonRuns() {
-    static std::atomic<std::int64_t> looked_at{-1};
-    static std::atomic<bool> runs{false};
-    const std::int64_t second = OsCalendarSecond();
-    if (looked_at.load(std::memory_order_acquire) != second) {
-        runs.store(::access(_PATH_LOG, F_OK) == 0, std::memory_order_relaxed);
-        looked_at.store(second, std::memory_order_release);
-    }
-    return runs.load(std::memory_order_relaxed);
-}
+// Two lines a request fill the system's journal, so only who asks for them gets them.
+std::atomic<bool> writes_to_syslog{false};
 
 }  // namespace
 
+void OsChooseDebugOutput() {
+    const char* chosen = std::getenv("DPDU_DEBUG_OUTPUT");
+    writes_to_syslog = chosen != nullptr && std::strcmp(chosen, "syslog") == 0;
+}
+
 void OsDebugOutput(const char* text) {
-    if (LogDaemonRuns()) ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
+    if (writes_to_syslog.load(std::memory_order_relaxed))
+        ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
 }
 
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {

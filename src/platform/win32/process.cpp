@@ -41,6 +41,8 @@ void OsReleaseLibrary(void* reference) {
     if (reference != nullptr) ::FreeLibrary(static_cast<HMODULE>(reference));
 }
 
+void OsChooseDebugOutput() {}
+
 void OsDebugOutput(const char* text) {
     const ShownText<1024> wide(text);
     // Whatever is longer is at least shown as the debugger reads it.

@@ -33,13 +33,10 @@ public:
     NoMemory& operator=(const NoMemory&) = delete;
 };
 
-// While it lives, and there is one at a time, a log daemon seems to run.
+// What the system's log gets from its construction on. One at a time.
 class FakeLogDaemon {
 public:
     FakeLogDaemon();
-    ~FakeLogDaemon();
-    FakeLogDaemon(const FakeLogDaemon&) = delete;
-    FakeLogDaemon& operator=(const FakeLogDaemon&) = delete;
 
     int Priority() const;      // of the last message; -1: none
     std::string Text() const;  // of the last message

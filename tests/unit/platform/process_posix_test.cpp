@@ -48,17 +48,37 @@ TEST(Debugger, GetsATrapFromABreak) {
     EXPECT_EQ(traps, 1);
 }
 
-// In a child process: whether a daemon runs is looked up once a second.
-const test::ChildBody kWithDaemon("log-daemon", [] {
-    const test::FakeLogDaemon daemon;
-    OsDebugOutput("100 %s %n");
-    std::printf("%d %s", daemon.Priority(), daemon.Text().c_str());
-    return 0;
-});
+class ChosenDebugOutput : public testing::Test {
+protected:
+    void TearDown() override { Choose(nullptr); }
+    static void Choose(const char* value) {
+        test::SetVariable("DPDU_DEBUG_OUTPUT", value);
+        OsChooseDebugOutput();
+    }
+    std::string Sent() {
+        OsDebugOutput("100 %s %n");
+        return daemon_.Text();
+    }
+    test::FakeLogDaemon daemon_;
+};
 
-TEST(DebugOutput, GoesToTheLogDaemonAsItIs) {
-    const std::string expected = std::to_string(LOG_USER | LOG_DEBUG) + " 100 %s %n";
-    EXPECT_EQ(RunChild("log-daemon").output, expected);
+TEST_F(ChosenDebugOutput, GoesToTheSystemLogAsItIs) {
+    Choose("syslog");
+    EXPECT_EQ(Sent(), "100 %s %n");
+    EXPECT_EQ(daemon_.Priority(), LOG_USER | LOG_DEBUG);
+}
+
+TEST_F(ChosenDebugOutput, GoesNowhereUnlessTheEnvironmentAsksForIt) {
+    for (const char* value : {static_cast<const char*>(nullptr), "", "1", "journal", "syslogd"}) {
+        Choose(value);
+        EXPECT_EQ(Sent(), "") << (value != nullptr ? value : "not set");
+    }
+}
+
+TEST_F(ChosenDebugOutput, StaysAsChosenUntilTheNextChoice) {
+    Choose("syslog");
+    test::SetVariable("DPDU_DEBUG_OUTPUT", nullptr);
+    EXPECT_EQ(Sent(), "100 %s %n");
 }
 
 TEST(LibraryReference, IsNotTakenIfTheLibraryIsUnknown) {
