@@ -8,6 +8,7 @@
 
 #include "platform/process.h"
 #include "support/log_file.h"
+#include "support/message.h"
 
 namespace tarvik {
 namespace {
@@ -60,7 +61,7 @@ void* RequestHeapBlock(std::size_t size, std::size_t padding) {
 // Returns only if an attached debugger lets the process continue.
 void ReportCorruption() {
     LogBrief(kLogCritical, "[CRITICAL ERROR] memory block corrupted");
-    OsMessageBox("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
+    ShowError("Tarvik D-PDU DLL - Memory corruption detected! Exiting.", "Critical Error");
     if (!OsDebuggerPresent()) OsExitProcess(1);
     OsDebugBreak();
 }

@@ -1,10 +1,10 @@
 #include "transport/cloud/connection_failure.h"
 
 #include "platform/files.h"
-#include "platform/message_box.h"
 #include "platform/process.h"
 #include "support/config.h"
 #include "support/log.h"
+#include "support/message.h"
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/websocket_client.h"
 
@@ -65,7 +65,7 @@ void ShowConnectionFailure(std::uint32_t error, const char* server, std::int64_t
     if (!ResolveConfigPath(file)) FormatText(file, sizeof file, "<unknown>");
     char text[2048];
     if (!FormatFailure(text, sizeof text, error, server, file)) return;
-    OsWarningBox(text, kTitle);
+    ShowWarning(text, kTitle);
     lastFailureBoxTime = OsCalendarSecond();
 }
 
