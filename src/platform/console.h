@@ -22,6 +22,9 @@ bool OsStandardOutputMayWait();
 
 // Writes the text to standard output in one piece.
 void OsPrint(const char* text, std::size_t length);
+// As OsPrint, for at most 512 characters, while the process ends: other threads may have been ended
+// inside any lock of the process, so it takes none.
+void OsPrintAtProcessEnd(const char* text, std::size_t length);
 
 // Creates a console, unless the process has one, and reopens both output streams on it. On Linux
 // they stay as they are.

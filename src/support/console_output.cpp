@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "platform/console.h"
 #include "platform/immortal.h"
@@ -31,11 +32,18 @@ char ring[kRoom];                 // what is between the next two, modulo its si
 std::uint64_t queued = 0;         // bytes of all times
 std::uint64_t completed = 0;      // likewise
 
-// What is printed next.
-std::size_t NextPiece(const char** piece) {
+// Copies what is printed next. If not all of it fits, it ends with a whole line where possible.
+std::size_t CopyPiece(char (&piece)[kLongestPiece]) {
+    const auto waiting = static_cast<std::size_t>(queued - completed);
+    const std::size_t length = std::min(waiting, kLongestPiece);
     const auto start = static_cast<std::size_t>(completed % kRoom);
-    *piece = ring + start;
-    return std::min({static_cast<std::size_t>(queued - completed), kRoom - start, kLongestPiece});
+    const std::size_t first = std::min(length, kRoom - start);
+    std::memcpy(piece, ring + start, first);
+    std::memcpy(piece + first, ring, length - first);
+    if (length == waiting) return length;
+    const std::string_view text(piece, length);
+    const std::size_t line_end = text.rfind('\n');
+    return line_end == std::string_view::npos ? length : line_end + 1;
 }
 
 void PrinterThread(void*) {
@@ -44,8 +52,8 @@ void PrinterThread(void*) {
         while (queued == completed && !stopping)
             text_queued->Wait(*output_lock, -1);
         if (queued == completed) break;
-        const char* piece = nullptr;
-        const std::size_t length = NextPiece(&piece);
+        char piece[kLongestPiece];
+        const std::size_t length = CopyPiece(piece);
         output_lock->Leave();
         OsPrint(piece, length);
         output_lock->Enter();
@@ -120,6 +128,10 @@ void EndConsoleOutput() {
     text_printed->~OsCondition();
     text_queued->~OsCondition();
     output_lock->~OsLock();
+}
+
+void PrintAtProcessEnd(std::string_view text) {
+    if (!paused) OsPrintAtProcessEnd(text.data(), text.size());
 }
 
 void WriteConsoleText(const char* text, std::size_t length) {

@@ -2,6 +2,7 @@
 
 // Operating system functions for tests that the library's platform layer does not have.
 
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <memory>
@@ -63,6 +64,25 @@ bool OutputIsOnConsole();
 
 // What appears on a child's standard output of text that it prints on its own console.
 std::string PrintedOnConsole(const std::string& text);
+
+// Standard output of which each write is read apart. The stream is unbuffered, as on a console.
+class WriteCounter {
+public:
+    WriteCounter();
+    ~WriteCounter();
+    WriteCounter(const WriteCounter&) = delete;
+    WriteCounter& operator=(const WriteCounter&) = delete;
+
+    bool IsUsable() const { return read_end_ != -1; }
+    // What the next write has written, without carriage returns. Waits for it.
+    std::string Next();
+    // Whether there is another one.
+    bool HasNext();
+
+private:
+    std::intptr_t read_end_ = -1;
+    int standard_ = -1;
+};
 
 // Registers a body for RunChild. It returns the process's exit code.
 class ChildBody {

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -110,5 +111,38 @@ bool MakeConsole() { return false; }
 bool OutputIsOnConsole() { return false; }
 
 std::string PrintedOnConsole(const std::string& text) { return text; }
+
+// A pipe in packet mode.
+WriteCounter::WriteCounter() {
+    int ends[2];
+    if (::pipe2(ends, O_DIRECT | O_CLOEXEC) != 0) return;
+    read_end_ = ends[0];
+    std::fflush(stdout);
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    standard_ = ::dup(STDOUT_FILENO);
+    ::dup2(ends[1], STDOUT_FILENO);
+    ::close(ends[1]);
+}
+
+WriteCounter::~WriteCounter() {
+    if (!IsUsable()) return;
+    ::dup2(standard_, STDOUT_FILENO);
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    ::close(standard_);
+    ::close(static_cast<int>(read_end_));
+}
+
+std::string WriteCounter::Next() {
+    std::string text(65'536, '\0');
+    const ssize_t size = ::read(static_cast<int>(read_end_), text.data(), text.size());
+    text.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+    std::erase(text, '\r');
+    return text;
+}
+
+bool WriteCounter::HasNext() {
+    pollfd readable = {static_cast<int>(read_end_), POLLIN, 0};
+    return ::poll(&readable, 1, 0) > 0;
+}
 
 }  // namespace tarvik::test

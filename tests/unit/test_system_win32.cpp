@@ -150,4 +150,47 @@ bool OutputIsOnConsole() { return ::_isatty(::_fileno(stdout)) != 0; }
 
 std::string PrintedOnConsole(const std::string&) { return ""; }
 
+// A pipe whose writes are messages.
+WriteCounter::WriteCounter() {
+    const std::string name =
+        "\\\\.\\pipe\\tarvik-writes-" + std::to_string(::GetCurrentProcessId());
+    const HANDLE pipe =
+        ::CreateNamedPipeA(name.c_str(), PIPE_ACCESS_INBOUND,
+                           PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 65'536, 0, nullptr);
+    if (pipe == INVALID_HANDLE_VALUE) return;
+    const HANDLE writer =
+        ::CreateFileA(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const int file = ::_open_osfhandle(reinterpret_cast<std::intptr_t>(writer), _O_TEXT);
+    read_end_ = reinterpret_cast<std::intptr_t>(pipe);
+    std::fflush(stdout);
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    standard_ = ::_dup(::_fileno(stdout));
+    ::_dup2(file, ::_fileno(stdout));
+    ::_close(file);
+}
+
+WriteCounter::~WriteCounter() {
+    if (!IsUsable()) return;
+    ::_dup2(standard_, ::_fileno(stdout));
+    std::setvbuf(stdout, nullptr, _IOFBF, 4096);
+    ::_close(standard_);
+    ::CloseHandle(reinterpret_cast<HANDLE>(read_end_));
+}
+
+std::string WriteCounter::Next() {
+    std::string text(65'536, '\0');
+    DWORD size = 0;
+    ::ReadFile(reinterpret_cast<HANDLE>(read_end_), text.data(), static_cast<DWORD>(text.size()),
+               &size, nullptr);
+    text.resize(size);
+    std::erase(text, '\r');
+    return text;
+}
+
+bool WriteCounter::HasNext() {
+    DWORD available = 0;
+    ::PeekNamedPipe(reinterpret_cast<HANDLE>(read_end_), nullptr, 0, nullptr, &available, nullptr);
+    return available > 0;
+}
+
 }  // namespace tarvik::test

@@ -157,6 +157,9 @@ void OsPrint(const char* text, std::size_t length) {
     }
 }
 
+// Other threads still run here.
+void OsPrintAtProcessEnd(const char* text, std::size_t length) { OsPrint(text, length); }
+
 void OsMessageBox(const char* text, const char* caption) {
     const PipeSignalHeld no_signal;
     const Kind kind = KindOf(STDERR_FILENO);

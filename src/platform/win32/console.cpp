@@ -3,24 +3,101 @@
 #include <io.h>
 #include <windows.h>
 
+#include <atomic>
 #include <cstdio>
 
 namespace tarvik {
 
 namespace {
 
+// Its file number may be that of another file since.
+std::atomic<bool> output_is_closed{false};
+
 // A stream that cannot be reopened stays closed: there is nothing to print to then.
 void ReopenOutputStreams() {
-    if (std::freopen("CONOUT$", "w", stdout) != nullptr) std::setvbuf(stdout, nullptr, _IONBF, 0);
+    output_is_closed = std::freopen("CONOUT$", "w", stdout) == nullptr;
+    if (!output_is_closed) std::setvbuf(stdout, nullptr, _IONBF, 0);
     if (std::freopen("CONOUT$", "w", stderr) != nullptr) std::setvbuf(stderr, nullptr, _IONBF, 0);
 }
 
+HANDLE OpenConsole(const wchar_t* end) {
+    return ::CreateFileW(end, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                         nullptr, OPEN_EXISTING, 0, nullptr);
+}
+
 bool HasConsoleOutput() {
-    const HANDLE output =
-        ::CreateFileA("CONOUT$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                      nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE output = OpenConsole(L"CONOUT$");
     if (output == INVALID_HANDLE_VALUE) return false;
     ::CloseHandle(output);
+    return true;
+}
+
+// Otherwise a click into the window pauses every thread that prints.
+void DisableQuickEdit() {
+    const HANDLE input = OpenConsole(L"CONIN$");
+    if (input == INVALID_HANDLE_VALUE) return;
+    DWORD mode = 0;
+    if (::GetConsoleMode(input, &mode)) {
+        ::SetConsoleMode(input, (mode | ENABLE_EXTENDED_FLAGS) & ~DWORD{ENABLE_QUICK_EDIT_MODE});
+    }
+    ::CloseHandle(input);
+}
+
+// A console that the application has or shares keeps its settings.
+bool CreateOwnConsole() {
+    if (!::AllocConsole()) return false;
+    DisableQuickEdit();
+    return true;
+}
+
+// Waits for no lock.
+HANDLE StandardOutput() {
+    if (output_is_closed || ::_fileno(stdout) < 0) return INVALID_HANDLE_VALUE;
+    return reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
+}
+
+// A console, or another device. A console's mode cannot be asked for: a stream's handle is for
+// writing only.
+bool IsDevice(HANDLE output) { return ::GetFileType(output) == FILE_TYPE_CHAR; }
+
+constexpr std::size_t kPiece = 4096;
+
+// The text's first piece: at most kPiece bytes, whole UTF-8 characters.
+std::size_t PieceLength(const char* text, std::size_t length) {
+    if (length <= kPiece) return length;
+    std::size_t end = kPiece;
+    while (end > kPiece - 3 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end;
+    return end;
+}
+
+// A line feed also returns the carriage, as on text streams.
+template <typename Character>
+std::size_t ReturnCarriages(const Character* text, std::size_t length, Character* returned) {
+    Character* end = returned;
+    for (std::size_t i = 0; i < length; ++i) {
+        if (text[i] == '\n') *end++ = '\r';
+        *end++ = text[i];
+    }
+    return static_cast<std::size_t>(end - returned);
+}
+
+// False: it is no console. Nothing was printed.
+bool PrintOnConsole(HANDLE console, const char* text, std::size_t length) {
+    wchar_t wide[kPiece];
+    wchar_t returned[2 * kPiece];
+    while (length > 0) {
+        const std::size_t piece = PieceLength(text, length);
+        const int count =
+            ::MultiByteToWideChar(CP_UTF8, 0, text, static_cast<int>(piece), wide, kPiece);
+        const std::size_t size = ReturnCarriages(wide, static_cast<std::size_t>(count), returned);
+        DWORD written = 0;
+        if (!::WriteConsoleW(console, returned, static_cast<DWORD>(size), &written, nullptr)) {
+            return false;
+        }
+        text += piece;
+        length -= piece;
+    }
     return true;
 }
 
@@ -38,7 +115,7 @@ void EnableEscapeSequences() {
 
 ConsoleResult OsAttachConsole() {
     if (::GetConsoleWindow() != nullptr) return ConsoleResult::kAlreadyThere;
-    if (!::AttachConsole(ATTACH_PARENT_PROCESS) && !::AllocConsole()) return ConsoleResult::kNone;
+    if (!::AttachConsole(ATTACH_PARENT_PROCESS) && !CreateOwnConsole()) return ConsoleResult::kNone;
     if (std::freopen("CONIN$", "r", stdin) == nullptr) std::clearerr(stdin);
     ReopenOutputStreams();
     EnableEscapeSequences();
@@ -46,18 +123,31 @@ ConsoleResult OsAttachConsole() {
 }
 
 bool OsStandardOutputMayWait() {
-    const auto output = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
-    DWORD mode = 0;
-    return ::GetFileType(output) == FILE_TYPE_PIPE || ::GetConsoleMode(output, &mode) != 0;
+    const HANDLE output = StandardOutput();
+    return ::GetFileType(output) == FILE_TYPE_PIPE || IsDevice(output);
 }
 
+// Not through the stream: an unbuffered one writes in several pieces, and the C runtime may write
+// single characters to a console.
 void OsPrint(const char* text, std::size_t length) {
-    std::fwrite(text, 1, length, stdout);
-    std::fflush(stdout);  // shown at once, even if the output is a pipe
+    std::fflush(stdout);  // what the application has printed comes first
+    const HANDLE output = StandardOutput();
+    if (output == INVALID_HANDLE_VALUE) return;
+    if (IsDevice(output) && PrintOnConsole(output, text, length)) return;
+    ::_write(::_fileno(stdout), text, static_cast<unsigned>(length));
+}
+
+void OsPrintAtProcessEnd(const char* text, std::size_t length) {
+    const HANDLE output = StandardOutput();
+    char returned[1024];
+    if (output == INVALID_HANDLE_VALUE || length > sizeof returned / 2) return;
+    DWORD written = 0;
+    ::WriteFile(output, returned, static_cast<DWORD>(ReturnCarriages(text, length, returned)),
+                &written, nullptr);
 }
 
 void OsCreateConsole() {
-    ::AllocConsole();
+    CreateOwnConsole();
     if (HasConsoleOutput()) ReopenOutputStreams();
 }
 

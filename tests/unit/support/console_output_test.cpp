@@ -93,6 +93,22 @@ TEST(Console, CallersPrintThemselvesIfTheThreadIsRefused) {
     StopConsoleOutput();
 }
 
+// Also across the end of the ring of 64 KiB.
+TEST(Console, EachLineIsOneWrite) {
+    for (const bool by_thread : {false, true}) {
+        if (by_thread) StartConsoleOutput();
+        test::WriteCounter output;
+        ASSERT_TRUE(output.IsUsable());
+        for (int i = 0; i < 90; ++i) {
+            const std::string line(static_cast<std::size_t>(901 + i), 'x');
+            ConsolePrint("%s\n", line.c_str());
+            ASSERT_EQ(output.Next(), line + "\n");
+            ASSERT_FALSE(output.HasNext());
+        }
+        if (by_thread) StopConsoleOutput();
+    }
+}
+
 TEST(Console, TerminationOfAThreadThatPrintsLeavesTheConsoleUsable) {
     paused_console::PausedConsole console;
     ASSERT_TRUE(console.IsUsable());
