@@ -7,6 +7,11 @@
 #include "transport/transport_table.h"
 
 namespace tarvik {
+namespace {
+
+constexpr char kDetachLine[] = "[DLL] Detaching the Tarvik D-PDU DLL\n";
+
+}  // namespace
 
 void OnLibraryLoad() {
     RegisterTransports();
@@ -15,9 +20,11 @@ void OnLibraryLoad() {
 
 void OnLibraryUnload() {
     EndConsoleOutput();
-    ConsolePrint("[DLL] Detaching the Tarvik D-PDU DLL\n");
+    ConsolePrint("%s", kDetachLine);
     FragDeinit();
     OsEndThreads();
 }
+
+void OnProcessEnd() { PrintAtProcessEnd(kDetachLine); }
 
 }  // namespace tarvik

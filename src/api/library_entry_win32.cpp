@@ -19,3 +19,15 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_DETACH) tarvik::OnLibraryUnload();
     return TRUE;
 }
+
+extern "C" BOOL WINAPI DllMainCRTStartup(HINSTANCE instance, DWORD reason, LPVOID process_ends);
+
+// The library's entry point. At the end of the process it goes past the C runtime's own, which
+// would run the destructors of static objects: they take locks and release memory.
+extern "C" BOOL WINAPI LibraryEntry(HINSTANCE instance, DWORD reason, LPVOID process_ends) {
+    if (reason == DLL_PROCESS_DETACH && process_ends != nullptr) {
+        tarvik::OnProcessEnd();
+        return TRUE;
+    }
+    return DllMainCRTStartup(instance, reason, process_ends);
+}
