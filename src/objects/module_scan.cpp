@@ -7,6 +7,7 @@
 #include "objects/lifecycle.h"
 #include "objects/modules.h"
 #include "platform/thread.h"
+#include "support/counted.h"
 #include "support/log.h"
 #include "support/memory.h"
 #include "transport/login_report.h"
@@ -23,17 +24,24 @@ struct DetectedDevice {
     bool is_new;
 };
 
-// What one scan has found so far. Transports report from several threads.
-struct DetectedDevices {
+// What one scan has found so far. Transports report from several threads. Counted, as a scan may
+// run on after the thread that waits for it was terminated.
+struct DetectedDevices : Counted {
     OsLock lock;
     Tracked<DetectedDevice> entries;
     std::uint32_t count = 0;
 };
 
-struct ScanThread {
+void add_client_cbr(void* context, const DeviceReport& report);
+
+// One transport's scan.
+struct TransportScan {
     const Transport* transport;
-    DetectedDevices* detected;
-    OsThread* thread;
+    Ref<DetectedDevices> detected;
+
+    void Run() const {
+        transport->UpdateDevices(transport->update_timeout_ms, add_client_cbr, detected.Get());
+    }
 };
 
 bool IsSupportedModel(std::uint32_t model) { return model == 5 || model == 13 || model == 0x1000; }
@@ -70,32 +78,41 @@ void add_client_cbr(void* context, const DeviceReport& report) {
     AppendDetected(*static_cast<DetectedDevices*>(context), report);
 }
 
+// Owns the scan.
 void RunScan(void* argument) {
-    const auto* scan = static_cast<const ScanThread*>(argument);
-    scan->transport->UpdateDevices(scan->transport->update_timeout_ms, add_client_cbr,
-                                   scan->detected);
+    auto* scan = static_cast<TransportScan*>(argument);
+    scan->Run();
+    DeleteTracked(scan);
 }
 
-void ScanAllTransports(DetectedDevices& detected) {
-    ScanThread scans[kMaxTransports] = {};
+// Null: memory is out, or the system refused.
+OsThread* StartScanThread(const TransportScan& scan) {
+    auto* owned = NewTracked<TransportScan>(scan);
+    if (owned == nullptr) return nullptr;
+    OsThread* thread = OsThreadStart(RunScan, owned, "Tarvik UpdateDevices");
+    if (thread == nullptr) DeleteTracked(owned);
+    return thread;
+}
+
+void ScanAllTransports(const Ref<DetectedDevices>& detected) {
+    OsThread* threads[kMaxTransports] = {};
     std::int32_t started = 0;
     for (std::int32_t i = 0; i < TransportTable.count; ++i) {
         const Transport* transport = TransportTable.entries[i];
         if (transport->UpdateDevices == nullptr) continue;
         Log(kLogTrace, "[%s] %s UpdateDevices (timeout=%d)", "UpdateModuleList", transport->name,
             static_cast<int>(transport->update_timeout_ms));
-        ScanThread& scan = scans[started];
-        scan = {transport, &detected, nullptr};
-        scan.thread = OsThreadStart(RunScan, &scan, "Tarvik UpdateDevices");
-        if (scan.thread == nullptr) {
-            RunScan(&scan);
+        const TransportScan scan = {transport, detected};
+        OsThread* thread = StartScanThread(scan);
+        if (thread == nullptr) {
+            scan.Run();
         } else {
-            ++started;
+            threads[started++] = thread;
         }
     }
     for (std::int32_t i = 0; i < started; ++i) {
-        OsThreadJoin(scans[i].thread, -1);
-        OsThreadClose(scans[i].thread);
+        OsThreadJoin(threads[i], -1);
+        OsThreadClose(threads[i]);
     }
 }
 
@@ -232,8 +249,10 @@ bool AddCloudModule(const char* transport_name, const LoginRecord& login, Device
 }  // namespace
 
 void UpdateModuleList() {
-    DetectedDevices detected;
-    ScanAllTransports(detected);
+    const Ref<DetectedDevices> scan = MakeCounted<DetectedDevices>();
+    if (!scan) return;
+    ScanAllTransports(scan);
+    DetectedDevices& detected = *scan;
     Log(kLogTrace, "[%s] Detected %u devices from transports", __func__, detected.count);
 
     const LockGuard hold(*ModuleDevicesLock);

@@ -1,8 +1,12 @@
+#include <atomic>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
 #include "link/packet.h"
 #include "objects/module_list.h"
+#include "objects/module_scan.h"
+#include "platform/thread.h"
 #include "transport/login_report.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/objects/fake_modules.h"
@@ -59,6 +63,48 @@ TEST_F(Modules, LoginPacketFindsItsDongleInAnySlot) {
     EXPECT_EQ(ModuleDevices->count, 3u);
     ReportLogin({.mac_end = 9});
     EXPECT_EQ(ModuleDevices->count, 4u);
+}
+
+std::atomic<bool> slow_scan_runs{false};
+std::atomic<bool> slow_scan_ends{false};
+std::atomic<std::uintptr_t> slow_scan_context{0};
+std::atomic<std::uintptr_t> caller_stack{0};
+
+// Its scan reports once the test allows it.
+Transport SlowTransport() {
+    Transport slow = kFakeSerial;
+    slow.id = 9;
+    slow.UpdateDevices = [](std::uint32_t, ReportDevice report, void* context) {
+        slow_scan_context = reinterpret_cast<std::uintptr_t>(context);
+        slow_scan_runs = true;
+        const bool ended = Eventually([] { return slow_scan_ends.load(); });
+        ReportAll(std::vector<FakeDongle>(50, {.mac_end = 1}), 9, report, context);
+        return ended;
+    };
+    return slow;
+}
+
+// As when a callback of the application scans, and a destruct terminates its thread.
+TEST_F(Modules, ScanGoesOnAfterTheThreadThatWaitsForItWasTerminated) {
+    static const Transport slow = SlowTransport();
+    RegisterTransport(&slow);
+    slow_scan_runs = slow_scan_ends = false;
+    OsThread* caller = OsThreadStart(
+        [](void*) {
+            char local = 0;
+            caller_stack = reinterpret_cast<std::uintptr_t>(&local);
+            UpdateModuleList();
+        },
+        nullptr, "Tarvik test");
+    ASSERT_TRUE(Eventually([] { return slow_scan_runs.load(); }));
+    // Windows releases the stack with the thread; Wine does not.
+    const std::uintptr_t context = slow_scan_context;
+    EXPECT_FALSE(context < caller_stack && caller_stack - context < 65'536);
+    OsThreadTerminate(caller);
+    slow_scan_ends = true;
+    EXPECT_TRUE(OsThreadJoin(caller, 10'000));
+    OsThreadClose(caller);
+    EXPECT_TRUE(OsAllowUnloading(10'000));
 }
 
 TEST_F(Modules, VanishedDongleStaysAwayThoughItIsFoundAgain) {
