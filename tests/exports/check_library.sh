@@ -42,8 +42,8 @@ foreign_libraries() {
     readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vE "^($system_libraries)\.so"
 }
 # The oldest system that the library runs on, by the symbol versions that it asks for: README.md names
-# the distributions. GLIBCXX and CXXABI are of libstdc++, here that of GCC 11.
-newest_versions='GLIBC_2.34 GLIBCXX_3.4.29 CXXABI_1.3.13 GCC_3.3'
+# the distributions. GLIBCXX and CXXABI are of libstdc++, GCC of libgcc_s, here those of GCC 11.
+newest_versions='GLIBC_2.34 GLIBCXX_3.4.29 CXXABI_1.3.13 GCC_7.0.0'
 # SYMBOL@VERSION of each symbol that needs more.
 too_new() {
     nm -D --undefined-only --with-symbol-versions "$library" |
