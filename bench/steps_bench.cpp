@@ -1,6 +1,8 @@
 // The cost of the single steps of a request.
 
+#include <fcntl.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -15,6 +17,7 @@
 #include "report.h"
 #include "scratch_folder.h"
 #include "sealed_stream.h"
+#include "support/console_output.h"
 #include "support/cop_trace.h"
 #include "support/log.h"
 #include "transport/cloud/cloud_state.h"
@@ -110,6 +113,55 @@ std::function<void()> OpenPacket(std::uint32_t size) {
     };
 }
 
+// Standard output on a pipe in packet mode: each write is one packet.
+class WriteCounter {
+public:
+    WriteCounter() : standard_(::dup(STDOUT_FILENO)) {
+        int ends[2];
+        if (::pipe2(ends, O_DIRECT | O_NONBLOCK) != 0) std::abort();
+        read_end_ = ends[0];
+        ::fcntl(ends[1], F_SETFL, O_DIRECT);  // the writer waits
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::close(ends[1]);
+    }
+    ~WriteCounter() {
+        ::dup2(standard_, STDOUT_FILENO);
+        ::close(standard_);
+        ::close(read_end_);
+    }
+    WriteCounter(const WriteCounter&) = delete;
+    WriteCounter& operator=(const WriteCounter&) = delete;
+
+    int Take() {
+        char packet[4096];
+        int writes = 0;
+        while (::read(read_end_, packet, sizeof packet) > 0)
+            ++writes;
+        return writes;
+    }
+
+private:
+    int standard_;
+    int read_end_ = -1;
+};
+
+// The line of a request, printed by the printing thread.
+void ConsoleLine(benchmark::State& state) {
+    StartConsoleOutput();
+    std::int64_t writes = 0;
+    {
+        WriteCounter output;
+        for ([[maybe_unused]] auto iteration : state) {
+            ConsolePrint("[%s] > 0x%X/0x%X, Rx 0x%X (%u ms) %s\n", "CommThreadFunc", 0x7DFu, 0x7E0u,
+                         0x7E8u, 25u, "22 F1 90 ");
+            writes += output.Take();
+        }
+    }
+    StopConsoleOutput();
+    state.counters["writes_per_line"] =
+        static_cast<double>(writes) / static_cast<double>(state.iterations());
+}
+
 }  // namespace
 }  // namespace tarvik::bench
 
@@ -127,6 +179,7 @@ int main(int argc, char** argv) {
     Register("seal a packet of 4 KiB", 50'000, SealPacket(tarvik::kCloudMtu));
     Register("open a packet of 64 bytes", 500'000, OpenPacket(64));
     Register("open a packet of 4 KiB", 50'000, OpenPacket(tarvik::kCloudMtu));
+    benchmark::RegisterBenchmark("console line", ConsoleLine)->Iterations(20'000);
     Register("log line, log on", 100'000, [] {
         tarvik::OpenDebugLog(true);  // does nothing after the first call
         LogLine();
