@@ -24,6 +24,7 @@ void StayInsideOnce() {
 TEST(Termination, LeavesAThreadAloneThatIsInsideTheLog) {
     const test::LogCapture log;
     leave = OsEventCreate(EventReset::kManual);
+    inside = false;
     stays = true;
     test::OnCalendarRead(StayInsideOnce);
     OsThread* thread =
