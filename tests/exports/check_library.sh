@@ -37,7 +37,7 @@ so_exports() {
 # Symbols of the host take the place of those of a shared library, so there are only the C and C++
 # runtime and the system's services.
 system_libraries='libc|libm|libdl|librt|libpthread|libresolv|ld-linux-x86-64|libgcc_s|libstdc\+\+'
-system_libraries+='|libudev|libsdbus-c\+\+'
+system_libraries+='|libudev'
 foreign_libraries() {
     readelf -d "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -vE "^($system_libraries)\.so"
 }
@@ -78,6 +78,11 @@ last_initializer() {
     nm -C "$library" | awk -v at="$(printf '%016x' $((0x$target)))" '$1 == at' | cut -d' ' -f3-
 }
 
+# Bluetooth's libraries are loaded when it is switched on: the others work without them.
+needed_for_bluetooth() {
+    readelf -d "$library" | grep NEEDED | grep -E 'sdbus|systemd|dbus'
+}
+
 # Thread-local variables that a thread allocates at their first use: the system ends the process if
 # memory is out then.
 allocated_thread_locals() {
@@ -105,6 +110,7 @@ case $library in
             "$(last_initializer)"
         has_sanitizer || check "loading before the program" "[DLL] Detaching the Tarvik D-PDU DLL" \
             "$(printed_when_preloaded)"
+        check "libraries that only Bluetooth needs" "" "$(needed_for_bluetooth)"
         check "thread-local variables that need memory later" 0 "$(allocated_thread_locals)"
         check "the soname" "libtarvik_dpdu_x64.so.${version%%.*}" "$(soname)"
         check "the file behind the links" "libtarvik_dpdu_x64.so.$version" \

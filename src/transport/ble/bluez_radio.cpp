@@ -3,6 +3,7 @@
 
 #include "transport/ble/ble_radio.h"
 #include "transport/ble/bluez_device.h"
+#include "transport/ble/bluez_library.h"
 #include "transport/ble/bluez_limits.h"
 #include "transport/ble/bluez_open_devices.h"
 #include "transport/ble/bluez_opening.h"
@@ -65,6 +66,9 @@ private:
 
 }  // namespace
 
-std::unique_ptr<BleRadio> OpenBleRadio() { return std::make_unique<BluezRadio>(); }
+std::unique_ptr<BleRadio> OpenBleRadio() {
+    LoadBluezLibrary();
+    return std::make_unique<BluezRadio>();
+}
 
 }  // namespace tarvik
