@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 
 #include "conformance/framework/simulator.h"
@@ -190,6 +191,15 @@ TEST_F(BluezTest, ScanFailsWhenTheAdapterIsNotReady) {
     ExpectScanFails("the Bluetooth adapter is switched off (Resource Not Ready)");
 }
 
+TEST_F(BluezTest, DiscoveryThatDoesNotEndKeepsNoConnectedDongleFromTheScan) {
+    ExpectScanWorks();
+    bluez_.Fail(1, "StopDiscovery", "org.bluez.Error.Failed", "Operation failed");
+    EXPECT_EQ(Scan().size(), 1u);
+    EXPECT_TRUE(log_.Has(
+        "[BLE] Discovery did not end as it should: org.bluez.Error.Failed: Operation failed"));
+    EXPECT_EQ(Scan().size(), 1u);  // uses that discovery, and ends it
+}
+
 TEST_F(BluezTest, OtherErrorsAreLoggedUnchanged) {
     bluez_.Fail(1, "StartDiscovery", "org.bluez.Error.Failed", "out of luck");
     ExpectScanFails("org.bluez.Error.Failed: out of luck");
@@ -225,6 +235,53 @@ TEST_F(BluezTest, KnownDeviceOutOfRangeIsNotFound) {
     EXPECT_TRUE(log.Has("[BLE] Stopped BLE scanning, found 0 potential devices"));
     radio_.Replug();
     ExpectScanWorks();
+}
+
+// Discovers as another program does, and has seen the dongle.
+class OtherProgram {
+public:
+    OtherProgram() {
+        adapter_->callMethod("SetDiscoveryFilter")
+            .onInterface("org.bluez.Adapter1")
+            .withArguments(std::map<std::string, sdbus::Variant>{
+                {"Transport", sdbus::Variant(std::string("le"))}});
+        adapter_->callMethod("StartDiscovery").onInterface("org.bluez.Adapter1");
+    }
+    ~OtherProgram() { adapter_->callMethod("StopDiscovery").onInterface("org.bluez.Adapter1"); }
+    OtherProgram(const OtherProgram&) = delete;
+    OtherProgram& operator=(const OtherProgram&) = delete;
+
+    bool SeesDongle() const {
+        return Eventually([this] {
+            std::map<sdbus::ObjectPath,
+                     std::map<std::string, std::map<std::string, sdbus::Variant>>>
+                objects;
+            root_->callMethod("GetManagedObjects")
+                .onInterface("org.freedesktop.DBus.ObjectManager")
+                .storeResultsTo(objects);
+            const auto device =
+                objects.find(sdbus::ObjectPath("/org/bluez/hci0/dev_02_42_52_4E_58_01"));
+            return device != objects.end() && device->second["org.bluez.Device1"].contains("RSSI");
+        });
+    }
+
+private:
+    const std::unique_ptr<sdbus::IConnection> connection_ = sdbus::createSystemBusConnection();
+    const std::unique_ptr<sdbus::IProxy> root_ = sdbus::createProxy(*connection_, "org.bluez", "/");
+    const std::unique_ptr<sdbus::IProxy> adapter_ =
+        sdbus::createProxy(*connection_, "org.bluez", "/org/bluez/hci0");
+};
+
+TEST_F(BluezTest, DongleIsFoundThatWasReportedToAnotherProgramOnly) {
+    bluez_.Command("report-once on");
+    {
+        const OtherProgram other;
+        ASSERT_TRUE(other.SeesDongle());
+        Scan();
+        EXPECT_TRUE(log_.Mentions("[BLE] Connecting to device: ")) << log_.Text();
+        kBleTransport.Deinit();
+    }
+    bluez_.Command("report-once off");
 }
 
 // ---------------------------------------------------------------- two adapters

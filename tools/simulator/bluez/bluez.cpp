@@ -238,7 +238,9 @@ void Bluez::OnAdvertisement(const std::string& address, std::string_view rest) {
     const int rssi = std::stoi(std::string(TakeWord(&rest)));
     std::optional<Bytes> name;
     if (rest != "-") name = TakeHex(&rest);
-    FindOrAddDevice(address).Seen(static_cast<std::int16_t>(rssi), name);
+    Device& device = FindOrAddDevice(address);
+    if (report_once_ && device.HasStrength()) return;
+    device.Seen(static_cast<std::int16_t>(rssi), name);
     if (second_) second_->Hear();
 }
 

@@ -38,6 +38,9 @@ public:
     // While mute, the service exists but does nothing.
     void SetMute(bool mute);
 
+    // While on, a device is reported once in a discovery, whoever starts and stops one meanwhile.
+    void SetReportOnce(bool once) { report_once_ = once; }
+
     // Lets the next `count` calls of a method end with this error.
     void Fail(std::uint32_t count, const std::string& method, const std::string& name,
               const std::string& text);
@@ -82,6 +85,7 @@ private:
     std::string adapter_state_ = "absent";
     std::unique_ptr<BusObject> adapter_;
     std::map<std::string, std::unique_ptr<Device>> devices_;  // by address
+    bool report_once_ = false;
     std::set<std::string> clients_;
     std::set<std::string> filters_;          // clients that asked for Bluetooth LE
     std::set<std::string> discovering_;      // clients

@@ -39,6 +39,11 @@ CommandResult RunMute(Context* context) {
     return Ok();
 }
 
+CommandResult RunReportOnce(Context* context) {
+    context->bluez->SetReportOnce(TakeSwitch(&context->rest));
+    return Ok();
+}
+
 CommandResult RunFail(Context* context) {
     const std::uint32_t count = TakeNumber(&context->rest, "a number of calls");
     const std::string method(TakeWord(&context->rest));
@@ -59,6 +64,7 @@ constexpr CommandRow<Context> kCommands[] = {
     {"start", "[on|off ADDRESS]",
      "starts it again; optionally with a second adapter that knows a device", RunStart},
     {"mute", "on|off", "lets the service do nothing while on", RunMute},
+    {"report-once", "on|off", "reports a device once in a discovery while on", RunReportOnce},
     {"fail", "N METHOD ERROR [TEXT]", "lets the next N calls of a method fail with this error",
      RunFail},
     {"clients", "", "number of programs on the bus that have made a call", RunClients},

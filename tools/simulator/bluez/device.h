@@ -42,6 +42,7 @@ public:
     // During a discovery. An advertisement without a name keeps the last known one.
     void Seen(std::int16_t rssi, const std::optional<Bytes>& name);
     void DiscoveryEnded();
+    bool HasStrength() const { return object_->Find("RSSI") != nullptr; }
     // A line from the radio about this device, without its address.
     void OnLine(std::string_view command, std::string_view rest);
     // The adapter is off: nothing is connected any more.
