@@ -105,7 +105,7 @@ function(tarvik_add_unit_test name)
     if("system_call" IN_LIST ARG_FAULTS)
         set(wrapped
             chown clock_nanosleep connect dladdr epoll_create1 epoll_ctl epoll_wait eventfd
-            fdopen fopen fstat getpwuid_r getrandom open poll pread pthread_cond_timedwait
+            fdopen fopen fstat getpwuid_r getrandom open poll __poll_chk pread pthread_cond_timedwait
             pthread_cond_wait pthread_create pthread_key_create pthread_setspecific read send
             socket stat syslog __syslog_chk tcgetattr write _ZnwmRKSt9nothrow_t)
         list(TRANSFORM wrapped PREPEND "-Wl,--wrap=")

@@ -198,7 +198,11 @@ void __wrap_syslog(int priority, const char* format, ...) {
     va_end(more);
 }
 
-// What it is called where the compiler adds checks of formats and sizes.
+// What these are called where the compiler adds checks of formats and sizes.
+int __wrap___poll_chk(pollfd* files, nfds_t count, int timeout_ms, std::size_t size);
+int __wrap___poll_chk(pollfd* files, nfds_t count, int timeout_ms, std::size_t) {
+    return __wrap_poll(files, count, timeout_ms);
+}
 __attribute__((format(printf, 3, 4))) void __wrap___syslog_chk(int priority, int flag,
                                                                const char* format, ...);
 void __wrap___syslog_chk(int priority, int, const char* format, ...) {
