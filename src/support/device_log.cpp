@@ -5,6 +5,7 @@
 
 #include "platform/immortal.h"
 #include "platform/lock.h"
+#include "platform/process.h"
 #include "support/log.h"
 #include "support/memory.h"
 #include "support/peer_limits.h"
@@ -63,6 +64,7 @@ void PrintCompleteLines() {
 }
 
 __attribute__((destructor)) void ReleaseBufferAtUnload() {
+    if (OsIsForked()) return;
     const LockGuard guard(*buffer_lock);
     FreeMem(buffer);
     buffer = nullptr;

@@ -44,6 +44,7 @@ bool LogFilePath(char (&path)[kMaxPath]) {
 // the library would run out of streams. Runs after all other unload functions, so that their lines
 // still reach the file.
 __attribute__((destructor(101))) void CloseDebugLogAtUnload() {
+    if (OsIsForked()) return;
     const LockGuard guard(*log_lock);
     std::FILE* file = log_file.exchange(nullptr);
     if (file != nullptr) std::fclose(file);

@@ -43,6 +43,14 @@ void* OpenThisLibrary(int mode) {
 
 void OsKeepLibraryLoaded() { OpenThisLibrary(RTLD_NODELETE); }
 
+namespace {
+
+const pid_t loaded_by = ::getpid();
+
+}  // namespace
+
+bool OsIsForked() { return ::getpid() != loaded_by; }
+
 void* OsHoldLibrary() { return OpenThisLibrary(0); }
 
 void OsReleaseLibrary(void* reference) {

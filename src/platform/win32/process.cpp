@@ -41,6 +41,8 @@ void OsReleaseLibrary(void* reference) {
     if (reference != nullptr) ::FreeLibrary(static_cast<HMODULE>(reference));
 }
 
+bool OsIsForked() { return false; }
+
 void OsChooseDebugOutput() {}
 
 void OsDebugOutput(const char* text) {

@@ -6,6 +6,7 @@
 
 #include "platform/immortal.h"
 #include "platform/lock.h"
+#include "platform/process.h"
 #include "platform/tick.h"
 
 namespace tarvik {
@@ -43,7 +44,9 @@ private:
 Immortal<Gate> gate;
 
 struct ShutsAtExit {
-    ~ShutsAtExit() { gate->Shut(); }
+    ~ShutsAtExit() {
+        if (!OsIsForked()) gate->Shut();
+    }
 };
 
 }  // namespace

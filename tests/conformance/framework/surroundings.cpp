@@ -20,6 +20,7 @@ std::string private_folder;
 std::string temp_folder;
 std::string private_user_folder;
 std::string library_path;
+std::uint32_t owner = 0;  // of the folder: a forked process ends too
 
 // A library that is still constructed has running threads and must stay loaded.
 bool MayUnload() {
@@ -28,6 +29,7 @@ bool MayUnload() {
 }
 
 void DeletePrivateFolder() {
+    if (ProcessId() != owner) return;
     if (MayUnload()) PrepareDeletion(LoadedLibraryHandle());
     std::error_code ignored;  // best effort
     fs::remove_all(PathOf(PrivateFolder()), ignored);
@@ -55,6 +57,7 @@ const std::string& PrivateFolder() {
         UseTempFolder(temp_folder);
         private_user_folder = JoinPath(made, "user");
         UseUserFolder(private_user_folder);
+        owner = ProcessId();
         std::atexit(DeletePrivateFolder);
         return made;
     }());
