@@ -10,6 +10,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/posix/standard_descriptors.h"
+
 namespace tarvik {
 
 const char kPathSeparator = '/';
@@ -131,6 +133,7 @@ bool OsFileExists(const char* path) {
 }
 
 bool OsFileWritable(const char* path) {
+    const StandardDescriptorsTaken standard;
     const int file = ::open(path, O_WRONLY | O_CLOEXEC);
     if (file < 0) return false;
     ::close(file);
@@ -156,6 +159,7 @@ bool OsReplaceFile(const char* from, const char* to) {
 bool OsRemoveFile(const char* path) { return std::remove(path) == 0; }
 
 CreateFileResult OsAppendFileCreate(const char* path, OsAppendFile** file) {
+    const StandardDescriptorsTaken standard;
     // All users share the temporary folder: never through a link, readable by the user alone.
     const int descriptor =
         ::open(path, O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -212,6 +216,7 @@ void OsAppendFileClose(OsAppendFile* file) {
 }
 
 std::FILE* OsOpenStream(const char* path, const char* mode) {
+    const StandardDescriptorsTaken standard;
     // Readable by the user alone: the configuration holds a private key.
     const int descriptor = ::open(path, OpenFlags(mode) | O_CLOEXEC, 0600);
     if (descriptor < 0) return nullptr;

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/posix/standard_descriptors.h"
+
 namespace tarvik {
 
 std::uint32_t OsProcessId() { return static_cast<std::uint32_t>(::getpid()); }
@@ -70,8 +72,9 @@ void OsChooseDebugOutput() {
 }
 
 void OsDebugOutput(const char* text) {
-    if (writes_to_syslog.load(std::memory_order_relaxed))
-        ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
+    if (!writes_to_syslog.load(std::memory_order_relaxed)) return;
+    const StandardDescriptorsTaken standard;  // it connects when it is first used
+    ::syslog(LOG_USER | LOG_DEBUG, "%s", text);
 }
 
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {

@@ -3,6 +3,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/posix/standard_descriptors.h"
 #include "platform/tick.h"
 #include "support/log.h"
 #include "transport/ble/ble_text.h"
@@ -70,6 +71,7 @@ bool BluezError::IsRefused() const {
 std::shared_ptr<BluezBus> BluezBus::Connect() {
     std::shared_ptr<BluezBus> bus(new BluezBus);
     try {
+        const StandardDescriptorsTaken standard;
         bus->connection_ = sdbus::createSystemBusConnection();
         bus->AddMatches();
         bus->Prepare();

@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 
+#include "platform/posix/standard_descriptors.h"
 #include "transport/cloud/tcp_system.h"
 
 namespace tarvik {
@@ -59,6 +60,7 @@ void SystemFreeAddresses(addrinfo* first) { ::freeaddrinfo(first); }
 const addrinfo* SystemNextAddress(const addrinfo& address) { return address.ai_next; }
 
 SystemSocket SystemOpenSocket(const addrinfo& address) {
+    const StandardDescriptorsTaken standard;
     const int type = address.ai_socktype | SOCK_NONBLOCK | SOCK_CLOEXEC;
     const int file = ::socket(address.ai_family, type, address.ai_protocol);
     if (file < 0) return kNoSocket;

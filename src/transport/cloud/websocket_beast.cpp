@@ -23,6 +23,7 @@
 
 #include "link/packet.h"
 #include "platform/lock.h"
+#include "platform/posix/standard_descriptors.h"
 #include "support/memory.h"
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/tcp_connect.h"
@@ -543,6 +544,7 @@ void AwaitSent(WebSocketClient* client) {
 
 WebSocketClient* CreateWebSocketClient() {
     try {
+        const StandardDescriptorsTaken standard;  // Asio opens what it waits with
         return NewTracked<WebSocketClient>();
     } catch (const std::exception&) {
         return nullptr;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/posix/standard_descriptors.h"
 #include "platform/tick.h"
 #include "support/memory.h"
 
@@ -64,6 +65,7 @@ bool Claim(int file) {
 }
 
 bool OpenFiles(PortHandle* port, const char* path) {
+    const StandardDescriptorsTaken standard;
     port->wake = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (port->wake < 0) return false;
     const int file = ::open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -161,7 +163,10 @@ PortTransfer* CreateTransfer(PortHandle* port, TransferKind kind) {
         return nullptr;
     }
     transfer->port = port;
-    transfer->poll = ::epoll_create1(EPOLL_CLOEXEC);
+    {
+        const StandardDescriptorsTaken standard;
+        transfer->poll = ::epoll_create1(EPOLL_CLOEXEC);
+    }
     const std::uint32_t direction = kind == TransferKind::kReceive ? EPOLLIN : EPOLLOUT;
     if (transfer->poll < 0 || !Watch(transfer->poll, port->file, direction) ||
         !Watch(transfer->poll, port->wake, EPOLLIN)) {

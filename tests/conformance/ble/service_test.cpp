@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "conformance/ble/ble_fixture.h"
+#include "conformance/framework/closed_streams.h"
 #include "conformance/framework/fresh_process.h"
 
 namespace conformance {
@@ -93,6 +94,11 @@ void ScanOnceMore() {
     good = Pdu().PDUDestruct() == PDU_STATUS_NOERROR && good;
     if (!good || !log.HasLike("[BLE] BLE scanning failed: * (the process is ending)"))
         std::_Exit(EXIT_FAILURE);
+}
+
+FRESH_PROCESS_TEST(StandardStreams, StayClosedWithADongleOnBluetooth) {
+    Radio().Reset();
+    UseDongleWithClosedStreams({.useBle = true});
 }
 
 FRESH_PROCESS_TEST(BluezProcessEnd, LaterScanFindsNothing) {
