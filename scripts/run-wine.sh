@@ -15,7 +15,8 @@ set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 export WINEPREFIX=${TARVIK_WINEPREFIX:-$root/build/wine/prefix}
 export LC_ALL=C.UTF-8 # else Wine can only use file names in ASCII
-export WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d"
+# Without a debugger: under one, a program that crashes ends with the exit code 0 now and then.
+export WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
 
 for tool in wine wineboot wineserver; do
     command -v $tool >/dev/null || {

@@ -11,8 +11,8 @@ void OsDebugBreak();
 // Keeps this library loaded until the process ends, whatever the application unloads. For work of
 // the system that may call our code at any later time.
 void OsKeepLibraryLoaded();
-// True in a process that was forked from the one that loaded the library: none of the library's other
-// threads is there, and whatever locks they held stay held.
+// True in a process that was forked from the one that loaded the library: none of the library's
+// other threads is there, and whatever locks they held stay held.
 bool OsIsForked();
 // As OsKeepLibraryLoaded, until the reference is released. Null: not a library, or refused.
 void* OsHoldLibrary();

@@ -6,9 +6,9 @@ namespace tarvik {
 
 // The time limits of calls to BlueZ and of waiting for what it signals.
 struct BluezLimits {
-    std::uint32_t open_bus_ms;   // connecting the message bus, which then continues
-    std::uint32_t objects_ms;    // the list of objects
-    std::uint32_t discovery_ms;  // each call that sets, starts or stops discovery
+    std::uint32_t open_bus_ms;         // connecting the message bus, which then continues
+    std::uint32_t objects_ms;          // the list of objects
+    std::uint32_t discovery_ms;        // each call that sets, starts or stops discovery
     std::uint32_t discovery_retry_ms;  // between two attempts to start it
     // Longer than a scan waits for all steps together: the next scan finds a dongle that is late.
     std::uint32_t connect_ms;       // Connect

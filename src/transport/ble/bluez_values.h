@@ -7,8 +7,8 @@ namespace tarvik {
 // go on. So values live within a BusValues only.
 class BusValues {
 public:
-    // For each connection to the bus, before its first value. Throws if memory is out or the process
-    // is ending.
+    // For each connection to the bus, before its first value. Throws if memory is out or the
+    // process is ending.
     static void Prepare();
 
     // Throws an sdbus::Error of this name if the process is ending.

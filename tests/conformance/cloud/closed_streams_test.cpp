@@ -12,9 +12,7 @@ public:
     static void UseDongleOver(Way way) { UseDongleWithClosedStreams(SettingsFor(way)); }
 };
 
-FRESH_PROCESS_TEST(StandardStreams, StayClosedOverTcp) {
-    ClosedStreams::UseDongleOver(Way::kTcp);
-}
+FRESH_PROCESS_TEST(StandardStreams, StayClosedOverTcp) { ClosedStreams::UseDongleOver(Way::kTcp); }
 
 FRESH_PROCESS_TEST(StandardStreams, StayClosedOverASecureWebSocket) {
     ClosedStreams::UseDongleOver(Way::kSecureWebSocket);

@@ -1,7 +1,7 @@
 #pragma once
 
-// The end of a process whose threads use the library while exit handlers run. For tests in a process
-// of their own.
+// The end of a process whose threads use the library while exit handlers run. For tests in a
+// process of their own.
 
 #include "conformance/framework/library.h"
 
