@@ -114,11 +114,24 @@ protected:
     // As above, for a scan that an event ends.
     template <typename Event>
     void ExpectScanFailsWhen(Event happens) {
-        FakeTick tick(TickMs());  // the scan lasts until `happens` has returned
-        Thread scan([this] { ExpectScanFails(""); });
+        DuringAScan(happens, [this] { ExpectScanFails(""); });
+    }
+    // The scan lasts until `happens` has returned. Time is set forward again and again, since the
+    // scan may look at its beginning only after the first time.
+    template <typename Event, typename Run>
+    void DuringAScan(Event happens, Run run) {
+        FakeTick tick(TickMs());
+        std::atomic<bool> over{false};
+        Thread scan([&over, run] {
+            run();
+            over = true;
+        });
         EXPECT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
         happens();
-        tick.Advance(kScanMs);
+        EXPECT_TRUE(Eventually([&] {
+            tick.Advance(kScanMs);
+            return over.load();
+        }));
     }
     // The radio's command returns before the service knows of the change.
     void SwitchAdapter(const std::string& state) {
@@ -163,13 +176,7 @@ TEST_F(BluezTest, ScanWithTheAdapterSwitchedOffFails) {
 
 // Discovery has ended by then, but the scan goes on to the dongles that are connected.
 TEST_F(BluezTest, SwitchingTheAdapterOffDuringTheScanIsLogged) {
-    {
-        FakeTick tick(TickMs());  // the scan lasts until the adapter is off
-        Thread scan([] { EXPECT_TRUE(Scan().empty()); });
-        EXPECT_TRUE(Logs("[BLE] Started BLE scanning, status: 1"));
-        SwitchAdapter("off");
-        tick.Advance(kScanMs);
-    }
+    DuringAScan([this] { SwitchAdapter("off"); }, [] { EXPECT_TRUE(Scan().empty()); });
     EXPECT_TRUE(
         Logs("[BLE] Discovery did not end as it should: "
              "the Bluetooth adapter is switched off (Resource Not Ready)"));

@@ -49,7 +49,7 @@ TEST(Message, LongTextThatNobodySeesIsCut) { EXPECT_EQ(test::RunChild("cut-unsee
 
 const test::ChildBody kCorruptUnseen("corrupt-unseen", [] {
     MoveOutOfSight();
-    std::puts(test::DebugLogPath().c_str());
+    std::puts(test::DebugLogPath().string().c_str());
     std::fflush(stdout);
     void* block = AllocateMem(8);
     std::memset(block, 1, 100);
