@@ -15,6 +15,7 @@
 
 #include <windows.h>
 
+#include <cfgmgr32.h>
 #include <setupapi.h>
 
 #include <cstdio>
@@ -116,13 +117,23 @@ Result ListPorts() {
     return {true, text};
 }
 
+// A program that lists the ports while one is removed makes Wine create the device's key again, without
+// a port name. Its instance still ends with that.
+bool IsPort(HDEVINFO set, SP_DEVINFO_DATA* device, const std::string& port) {
+    if (ReadPortName(set, device) == port) return true;
+    char text[MAX_DEVICE_ID_LEN] = {};
+    if (!::SetupDiGetDeviceInstanceIdA(set, device, text, sizeof text, nullptr)) return false;
+    const std::string instance = text;
+    return instance.ends_with("\\" + port);
+}
+
 Result RemovePort(const std::string& port) {
     const DeviceSet set(::SetupDiGetClassDevsA(&kPortsClass, nullptr, nullptr, 0));
     if (!set.IsValid()) return Failure("SetupDiGetClassDevs");
     SP_DEVINFO_DATA device = {};
     device.cbSize = sizeof device;
     for (DWORD index = 0; ::SetupDiEnumDeviceInfo(set.Get(), index, &device); ++index) {
-        if (ReadPortName(set.Get(), &device) != port) continue;
+        if (!IsPort(set.Get(), &device, port)) continue;
         if (!::SetupDiRemoveDevice(set.Get(), &device)) return Failure("SetupDiRemoveDevice");
         return {true, "removed " + port};
     }
