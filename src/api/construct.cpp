@@ -42,6 +42,7 @@ void ForEachTransport(void (*Transport::*operation)()) {
 }
 
 std::uint32_t Construct(const char* option, void* tag) {
+    OsAdoptProcess();
     OsChooseDebugOutput();
     LoadConfig(&config);
     OpenDiagnostics(option, tag);

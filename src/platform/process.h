@@ -14,6 +14,8 @@ void OsKeepLibraryLoaded();
 // True in a process that was forked from the one that loaded the library: none of the library's
 // other threads is there, and whatever locks they held stay held.
 bool OsIsForked();
+// From now on this process counts as the one that loaded it: a daemon forks before it constructs.
+void OsAdoptProcess();
 // As OsKeepLibraryLoaded, until the reference is released. Null: not a library, or refused.
 void* OsHoldLibrary();
 void OsReleaseLibrary(void* reference);  // null does nothing

@@ -15,9 +15,10 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms);
 // Last resort, after a join timed out: ends the thread where it is, and waits for its end. What it
 // held stays held, except the locks that everybody needs: the thread is not ended inside the heap,
-// the loader or a TerminationShield. False: it continues, because it was inside one of these for a
-// second, or because threads cannot be ended from outside (POSIX: cancellation unwinds the
-// application's callbacks, which ends the process at a `noexcept` or `catch (...)`).
+// the loader or a TerminationShield, as far as the system's own locks can be seen from outside.
+// False: it continues, because it was inside one of these for a second, or because threads cannot
+// be ended from outside (POSIX: cancellation unwinds the application's callbacks, which ends the
+// process at a `noexcept` or `catch (...)`).
 bool OsThreadTerminate(OsThread* thread);
 // While one exists, the calling thread is not terminated. Around locks that every thread of the
 // library needs, including the wait for them: the system's record of a waiting thread is on that

@@ -90,6 +90,10 @@ void WriteAll(int descriptor, const char* text, std::size_t length) {
     while (length > 0) {
         const ssize_t written = ::write(descriptor, text, length);
         if (written < 0 && errno == EINTR) continue;
+        if (written < 0 && errno == EAGAIN) {  // another process has made the terminal so
+            pollfd output = {descriptor, POLLOUT, 0};
+            if (::poll(&output, 1, -1) >= 0) continue;
+        }
         if (written <= 0) return;
         text += written;
         length -= static_cast<std::size_t>(written);
@@ -157,7 +161,7 @@ void OsPrint(const char* text, std::size_t length) {
     }
 }
 
-// Other threads still run here.
+// Not called here: a process that ends still has its threads.
 void OsPrintAtProcessEnd(const char* text, std::size_t length) { OsPrint(text, length); }
 
 void OsMessageBox(const char* text, const char* caption) {

@@ -47,11 +47,13 @@ void OsKeepLibraryLoaded() { OpenThisLibrary(RTLD_NODELETE); }
 
 namespace {
 
-const pid_t loaded_by = ::getpid();
+std::atomic<pid_t> loaded_by{::getpid()};
 
 }  // namespace
 
 bool OsIsForked() { return ::getpid() != loaded_by; }
+
+void OsAdoptProcess() { loaded_by = ::getpid(); }
 
 void* OsHoldLibrary() { return OpenThisLibrary(0); }
 

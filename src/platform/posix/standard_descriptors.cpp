@@ -49,7 +49,8 @@ void GiveBack(int descriptor) {
 StandardDescriptorsTaken::StandardDescriptorsTaken() {
     const int error = errno;
     const LockGuard hold(*lock);
-    if (++users == 1 && !AreOpen()) TakeFreeOnes();
+    ++users;
+    if (!AreOpen()) TakeFreeOnes();
     errno = error;
 }
 

@@ -82,10 +82,11 @@ std::size_t ReturnCarriages(const Character* text, std::size_t length, Character
     return static_cast<std::size_t>(end - returned);
 }
 
-// False: it is no console. Nothing was printed.
+// False: it is no console, and nothing was printed.
 bool PrintOnConsole(HANDLE console, const char* text, std::size_t length) {
     wchar_t wide[kPiece];
     wchar_t returned[2 * kPiece];
+    const char* const begin = text;
     while (length > 0) {
         const std::size_t piece = PieceLength(text, length);
         const int count =
@@ -93,7 +94,7 @@ bool PrintOnConsole(HANDLE console, const char* text, std::size_t length) {
         const std::size_t size = ReturnCarriages(wide, static_cast<std::size_t>(count), returned);
         DWORD written = 0;
         if (!::WriteConsoleW(console, returned, static_cast<DWORD>(size), &written, nullptr)) {
-            return false;
+            return text != begin;
         }
         text += piece;
         length -= piece;

@@ -43,6 +43,8 @@ void OsReleaseLibrary(void* reference) {
 
 bool OsIsForked() { return false; }
 
+void OsAdoptProcess() {}
+
 void OsChooseDebugOutput() {}
 
 void OsDebugOutput(const char* text) {
@@ -63,6 +65,7 @@ bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {
     // An empty value has the length 0, as one that is not set. The size counts the NUL.
     const DWORD wide_size = ::GetEnvironmentVariableW(wide_name.Get(), nullptr, 0);
     wchar_t wide[kRoom];
+    wide[0] = L'\0';  // it may be gone by the second call
     if (wide_size == 0 || ::GetEnvironmentVariableW(wide_name.Get(), wide, kRoom) >= kRoom) {
         return false;
     }

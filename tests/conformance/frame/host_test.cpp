@@ -96,6 +96,24 @@ TEST(ForkingHost, ChildMayExitWhileTheParentsThreadsLog) {
     EXPECT_EQ(run.output.find(line, first + 1), std::string::npos) << run.output;
 }
 
+// As daemon() does, before it constructs. Then the child alone uses the library.
+FRESH_PROCESS_TEST(ForkingHost, DaemonUsesAndUnloadsTheLibrary) {
+    Settings().Store();
+    LibraryInstance library(LibraryPath());
+    ASSERT_TRUE(library.IsLoaded()) << library.Error();
+    std::fflush(stdout);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        StdoutCapture console;
+        const bool good = library->PDUConstruct(nullptr, nullptr) == PDU_STATUS_NOERROR &&
+                          library->PDUDestruct() == PDU_STATUS_NOERROR && library.Unload() &&
+                          console.Has("[DLL] Detaching the Tarvik D-PDU DLL\n");
+        std::_Exit(good ? 7 : 8);
+    }
+    EXPECT_EQ(EndOf(child), 7);
+}
+
 // ---- time zone ---------------------------------------------------------------------------------
 
 void UseZone(const std::string& zone) {

@@ -10,6 +10,7 @@
 
 #include "doctor/surroundings.h"
 #include "support/temp_folder.h"
+#include "text/names.h"
 #include "transport/serial/serial_port.h"
 
 namespace dpdu {
@@ -64,9 +65,9 @@ std::vector<fs::path> DebugLogs() {
     std::vector<std::pair<fs::file_time_type, fs::path>> logs;
     char folder[tarvik::kMaxPath];
     std::error_code error;
-    for (fs::directory_iterator at(tarvik::TempFolder(folder), error), end; !error && at != end;
-         at.increment(error)) {
-        const std::string name = at->path().filename().string();
+    for (fs::directory_iterator at(PathOf(tarvik::TempFolder(folder)), error), end;
+         !error && at != end; at.increment(error)) {
+        const std::string name = TextOf(at->path().filename());
         if (!name.starts_with("dpdu_debug_") || !name.ends_with(".log")) continue;
         std::error_code gone;
         const fs::file_time_type written = at->last_write_time(gone);
@@ -114,7 +115,7 @@ DongleAnswer AskDongle(const char* path) {
 std::string LogOfSilence(std::int32_t port_number) {
     for (const fs::path& log : DebugLogs()) {
         const LastWord word = LastWordOnPort(log, port_number);
-        if (word == LastWord::kSilence) return log.string();
+        if (word == LastWord::kSilence) return TextOf(log);
         if (word == LastWord::kOther) return "";
     }
     return "";
