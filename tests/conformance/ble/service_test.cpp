@@ -96,9 +96,11 @@ void ScanOnceMore() {
         std::_Exit(EXIT_FAILURE);
 }
 
-FRESH_PROCESS_TEST(StandardStreams, StayClosedWithADongleOnBluetooth) {
-    Radio().Reset();
-    UseDongleWithClosedStreams({.useBle = true});
+TEST(StandardStreams, StayClosedWithADongleOnBluetooth) {
+    UseDongleWithClosedStreams([] {
+        Radio().Reset();
+        return Settings{.useBle = true};
+    });
 }
 
 FRESH_PROCESS_TEST(BluezProcessEnd, LaterScanFindsNothing) {

@@ -2,20 +2,21 @@
 #include "conformance/framework/closed_streams.h"
 
 #include "conformance/cloud/relay_fixture.h"
-#include "conformance/framework/fresh_process.h"
 
 namespace conformance {
 namespace {
 
-class ClosedStreams : public RelayFixture {
-public:
-    static void UseDongleOver(Way way) { UseDongleWithClosedStreams(SettingsFor(way)); }
+// Not a fixture, which would load the library while the streams are open.
+struct RelaySettings : RelayFixture {
+    using RelayFixture::SettingsFor;
 };
 
-FRESH_PROCESS_TEST(StandardStreams, StayClosedOverTcp) { ClosedStreams::UseDongleOver(Way::kTcp); }
+TEST(StandardStreams, StayClosedOverTcp) {
+    UseDongleWithClosedStreams([] { return RelaySettings::SettingsFor(Way::kTcp); });
+}
 
-FRESH_PROCESS_TEST(StandardStreams, StayClosedOverASecureWebSocket) {
-    ClosedStreams::UseDongleOver(Way::kSecureWebSocket);
+TEST(StandardStreams, StayClosedOverASecureWebSocket) {
+    UseDongleWithClosedStreams([] { return RelaySettings::SettingsFor(Way::kSecureWebSocket); });
 }
 
 }  // namespace

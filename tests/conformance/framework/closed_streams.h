@@ -6,9 +6,9 @@
 
 namespace conformance {
 
-// Uses the dongle that these settings lead to, from loading the library to the end, in a process
-// whose standard streams are closed. Nothing that takes text comes in their place, and what the
-// library prints is in no file. For tests in a process of their own, before the library is loaded.
-void UseDongleWithClosedStreams(Settings settings);
+// The body of a test: in a process of its own whose standard streams are closed, uses the dongle
+// that the settings lead to, from loading the library to the end. Nothing that takes text comes in
+// their place, and what the library prints is in no file.
+void UseDongleWithClosedStreams(Settings (*settings)());
 
 }  // namespace conformance
