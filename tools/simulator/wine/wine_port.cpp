@@ -117,8 +117,8 @@ Result ListPorts() {
     return {true, text};
 }
 
-// A program that lists the ports while one is removed makes Wine create the device's key again, without
-// a port name. Its instance still ends with that.
+// A program that lists the ports while one is removed makes Wine create the device's key again,
+// without a port name. Its instance still ends with that.
 bool IsPort(HDEVINFO set, SP_DEVINFO_DATA* device, const std::string& port) {
     if (ReadPortName(set, device) == port) return true;
     char text[MAX_DEVICE_ID_LEN] = {};
