@@ -85,9 +85,12 @@ TEST(ForkingHost, ChildMayExitWhileTheParentsThreadsLog) {
         ForkWhileThreadsLog();
         return Destruct();
     }
-    // A child's leaks are its parent's memory.
-    const ProgramRun run =
-        RunTestInFreshProcess(RunningTest(), {{"ASAN_OPTIONS", "detect_leaks=0"}});
+    // A child's leaks are its parent's memory, and each would sleep for a second.
+    const char* const options = std::getenv("TSAN_OPTIONS");
+    const ProgramRun run = RunTestInFreshProcess(
+        RunningTest(),
+        {{"ASAN_OPTIONS", "detect_leaks=0"},
+         {"TSAN_OPTIONS", std::string(options != nullptr ? options : "") + " atexit_sleep_ms=0"}});
     EXPECT_EQ(run.exit_code, 0) << run.output;
     // The children are quiet.
     const std::string line = "[DLL] Detaching the Tarvik D-PDU DLL";
