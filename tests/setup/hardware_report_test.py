@@ -78,6 +78,11 @@ class HardwareReport(unittest.TestCase):
         self.assertNotIn("wrench", text)
         self.assertIn("proxy:3128", text)
 
+    def test_logins_are_removed_from_the_log_too(self):
+        self.write("temp/dpdu_debug_17.log", "[t]      - Proxy:    'http://mechanic:wr/en@ch@proxy:3128'\n")
+        text = self.report()["logs/dpdu_debug_17.log"]
+        self.assertEqual(text, "[t]      - Proxy:    '(login removed)@proxy:3128'\n")
+
     def test_damaged_configuration_is_without_keys_too(self):
         self.write("config/Tarvik/Brennix/config.json", f"{{ 'devicePrivateKey': {KEY.lower()} ")
         text = self.report()["config-1.json"]
