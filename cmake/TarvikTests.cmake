@@ -104,10 +104,11 @@ function(tarvik_add_unit_test name)
     endif()
     if("system_call" IN_LIST ARG_FAULTS)
         set(wrapped
-            chown clock_nanosleep connect dladdr epoll_create1 epoll_ctl epoll_wait eventfd
-            fdopen fopen fstat getpwuid_r getrandom open poll __poll_chk pread pthread_cond_timedwait
-            pthread_cond_wait pthread_create pthread_key_create pthread_setspecific read send
-            socket stat syslog __syslog_chk tcgetattr write _ZnwmRKSt9nothrow_t)
+            chown clock_nanosleep connect dladdr dlopen epoll_create1 epoll_ctl epoll_wait eventfd
+            fdopen fopen fopen64 fstat getaddrinfo getgrgid_r getpwuid_r getrandom open pipe2 poll
+            __poll_chk pread pthread_cond_timedwait pthread_cond_wait pthread_create pthread_key_create
+            pthread_setspecific read send socket stat syslog __syslog_chk tcgetattr udev_new write
+            _ZnwmRKSt9nothrow_t)
         list(TRANSFORM wrapped PREPEND "-Wl,--wrap=")
         target_link_options(${name} PRIVATE ${wrapped})
     endif()

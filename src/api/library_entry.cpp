@@ -7,11 +7,6 @@
 #include "transport/transport_table.h"
 
 namespace tarvik {
-namespace {
-
-constexpr char kDetachLine[] = "[DLL] Detaching the Tarvik D-PDU DLL\n";
-
-}  // namespace
 
 void OnLibraryLoad() {
     RegisterTransports();
@@ -24,7 +19,5 @@ void OnLibraryUnload() {
     FragDeinit();
     OsEndThreads();
 }
-
-void OnProcessEnd() { PrintAtProcessEnd(kDetachLine); }
 
 }  // namespace tarvik

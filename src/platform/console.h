@@ -17,14 +17,14 @@ enum class ConsoleResult : unsigned char {
 ConsoleResult OsAttachConsole();
 
 // Whether printing may have to wait for whoever reads standard output: a terminal or a pipe, not a
-// file. On Linux a pipe does not wait either: it takes a line at once, or the line is dropped.
+// file. On Linux a pipe does not wait either: it takes a line at once, or the line is dropped. On
+// Windows the question itself waits while another thread writes to a pipe that was not asked
+// before; a replaced output with the old handle's number counts as the old one until the next
+// OsPrint.
 bool OsStandardOutputMayWait();
 
 // Writes the text to standard output in one piece.
 void OsPrint(const char* text, std::size_t length);
-// As OsPrint, for at most 512 characters, while the process ends: other threads may have been ended
-// inside any lock of the process, so it takes none.
-void OsPrintAtProcessEnd(const char* text, std::size_t length);
 
 // Creates a console, unless the process has one, and reopens both output streams on it. On Linux
 // they stay as they are.

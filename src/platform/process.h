@@ -24,8 +24,6 @@ void OsReleaseLibrary(void* reference);  // null does nothing
 // DPDU_DEBUG_OUTPUT=syslog at the last OsChooseDebugOutput, otherwise nowhere. The text is UTF-8.
 void OsChooseDebugOutput();
 void OsDebugOutput(const char* text);
-// Both texts are UTF-8. Modal, no owner window, error icon / one block of text on standard error.
-void OsMessageBox(const char* text, const char* caption);
 
 // Copies the variable's value with its NUL, in UTF-8 on Windows; false when it is not set, or
 // longer than the buffer holds or 1023 characters on Windows (nothing is written then).

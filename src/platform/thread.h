@@ -14,18 +14,18 @@ OsThread* OsThreadStart(OsThreadEntry entry, void* argument, const char* descrip
 // True: the thread has ended. -1 waits without limit. May be called again after false.
 bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms);
 // Last resort, after a join timed out: ends the thread where it is, and waits for its end. What it
-// held stays held, except the locks that everybody needs: the thread is not ended inside the heap,
-// the loader or a TerminationShield, as far as the system's own locks can be seen from outside.
-// False: it continues, because it was inside one of these for a second, or because threads cannot
-// be ended from outside (POSIX: cancellation unwinds the application's callbacks, which ends the
-// process at a `noexcept` or `catch (...)`).
+// held stays held, except locks: the thread is not ended inside the heap, the loader, an OsLock or
+// a TerminationShield, as far as the system's own locks can be seen from outside. False: it
+// continues, because it was inside one of these for a second, or because threads cannot be ended
+// from outside (POSIX: cancellation unwinds the application's callbacks, which ends the process at
+// a `noexcept` or `catch (...)`).
 bool OsThreadTerminate(OsThread* thread);
-// While one exists, the calling thread is not terminated. Around locks that every thread of the
-// library needs, including the wait for them: the system's record of a waiting thread is on that
-// thread's stack.
+// While one exists, the calling thread is not terminated. Around calls of the system that take
+// locks of their own. From the wait for an OsLock until it is left, a thread needs none.
 class TerminationShield {
 public:
     TerminationShield();
+    // NOLINTNEXTLINE(performance-trivially-destructible): on Windows it is not
     ~TerminationShield();
     TerminationShield(const TerminationShield&) = delete;
     TerminationShield& operator=(const TerminationShield&) = delete;

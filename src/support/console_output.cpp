@@ -130,9 +130,7 @@ void EndConsoleOutput() {
     output_lock->~OsLock();
 }
 
-void PrintAtProcessEnd(std::string_view text) {
-    if (!paused) OsPrintAtProcessEnd(text.data(), text.size());
-}
+bool ConsoleIsPaused() { return paused; }
 
 void WriteConsoleText(const char* text, std::size_t length) {
     const TerminationShield shield;
@@ -141,10 +139,11 @@ void WriteConsoleText(const char* text, std::size_t length) {
         if (!paused) OsPrint(text, length);
         return;
     }
+    const bool may_wait = OsStandardOutputMayWait();  // outside the lock: it may wait itself
     {
         const LockGuard guard(*output_lock);
         // A file needs no change of threads.
-        if (printing && (queued != completed || OsStandardOutputMayWait())) {
+        if (printing && (queued != completed || may_wait)) {
             if (!QueueText(text, length)) return;
             const std::uint64_t end = queued;
             WaitForPrinting([end] { return completed >= end; });

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 
 // Standard output, on which a user may pause the console for hours. A pipe or socket that has no
 // room on Linux never waits: the line is dropped and counted. From StartConsoleOutput to
@@ -16,8 +15,8 @@ void StartConsoleOutput();
 void StopConsoleOutput();
 // From now on every thread prints for itself: the library is being unloaded.
 void EndConsoleOutput();
-// Prints while the process ends, without a lock, unless the console is paused.
-void PrintAtProcessEnd(std::string_view text);
+// Somebody has waited for printing in vain, and nothing was printed since. Takes no lock.
+bool ConsoleIsPaused();
 
 // Returns when the text is printed, or at most a second later if the console is paused. It is then
 // printed as soon as the console goes on, unless it does not fit into the 64 KiB that wait there.

@@ -120,7 +120,6 @@ void AppendLocked(const TraceWriter& line) {
 }  // namespace
 
 void AppendTraceLine(const TraceWriter& line, std::int32_t own_session) {
-    const TerminationShield shield;
     const LockGuard guard(*buffer_lock);
     if (accepting && own_session == session.load(std::memory_order_relaxed)) AppendLocked(line);
 }

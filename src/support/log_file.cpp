@@ -8,7 +8,6 @@
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/process.h"
-#include "platform/thread.h"
 #include "support/keep_last_error.h"
 #include "support/temp_folder.h"
 
@@ -58,7 +57,6 @@ bool LogEnabled(int level) {
 
 void WriteLogLine(char* line, std::size_t message_length) {
     line[kLogPrefixLength + message_length] = '\n';
-    const TerminationShield shield;
     const LockGuard guard(*log_lock);
     std::FILE* file = log_file.load(std::memory_order_relaxed);
     if (file == nullptr) return;

@@ -25,12 +25,12 @@ void Report(int level, const char* text, const char* caption) {
 
 void ShowError(const char* text, const char* caption) {
     if (!OsWindowsAreSeen()) return Report(kLogCritical, text, caption);
-    OsMessageBox(text, caption);
+    OsMessageBox(text, caption, BoxIcon::kError);
 }
 
 void ShowWarning(const char* text, const char* caption) {
     if (!OsWindowsAreSeen()) return Report(kLogError, text, caption);
-    OsWarningBox(text, caption);
+    OsMessageBox(text, caption, BoxIcon::kWarning);
 }
 
 }  // namespace tarvik

@@ -57,6 +57,7 @@ void SyncFolderOf(const char* file) {
     char* separator = std::strrchr(folder, '/');
     if (separator == nullptr) return;
     separator[separator == folder ? 1 : 0] = '\0';
+    const StandardDescriptorsTaken standard;
     const int descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor < 0) return;
     ::fsync(descriptor);
@@ -113,7 +114,7 @@ bool OsUserDataFolder(char* path, std::size_t capacity) {
 // The loader knows only the name that it was given, perhaps relative to a former current folder;
 // the memory map has the file's full path.
 bool OsLibraryFolder(char* path, std::size_t capacity) {
-    std::FILE* maps = std::fopen("/proc/self/maps", "re");
+    std::FILE* maps = OsOpenStream("/proc/self/maps", "r");
     if (maps == nullptr) return false;
     const auto address = reinterpret_cast<std::uintptr_t>(&OsLibraryFolder);
     char line[4096 + 128];

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/files.h"
 #include "platform/posix/standard_descriptors.h"
 
 namespace tarvik {
@@ -18,7 +19,7 @@ namespace tarvik {
 std::uint32_t OsProcessId() { return static_cast<std::uint32_t>(::getpid()); }
 
 bool OsDebuggerPresent() {
-    std::FILE* status = std::fopen("/proc/self/status", "re");
+    std::FILE* status = OsOpenStream("/proc/self/status", "r");
     if (status == nullptr) return false;
     char line[256];
     long tracer = 0;

@@ -63,7 +63,8 @@ void FillThreadSignalMask(sigset_t* blocked) {
     }
 }
 
-// The default attributes, with the stack that they state or a larger one.
+// The default attributes, with the stack that they state or a larger one. The application may have
+// made detached threads the default; ours are joined.
 class ThreadAttributes {
 public:
     ThreadAttributes() : error_(::pthread_getattr_default_np(&attributes_)) {
@@ -71,6 +72,7 @@ public:
         if (error_ != 0) return;
         ::pthread_attr_getstacksize(&attributes_, &size);
         ::pthread_attr_setstacksize(&attributes_, ThreadStackSize(size));
+        ::pthread_attr_setdetachstate(&attributes_, PTHREAD_CREATE_JOINABLE);
     }
     ~ThreadAttributes() {
         if (error_ == 0) ::pthread_attr_destroy(&attributes_);

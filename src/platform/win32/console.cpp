@@ -3,8 +3,11 @@
 #include <io.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
+
+#include "platform/win32/process_end.h"
 
 namespace tarvik {
 
@@ -56,22 +59,45 @@ HANDLE StandardOutput() {
     return reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stdout)));
 }
 
+// The output that was found to be a pipe or a device. A pipe cannot be asked for its type while any
+// thread writes to it.
+std::atomic<HANDLE> waiting_output{INVALID_HANDLE_VALUE};
+
+bool MayWait(DWORD type) { return type == FILE_TYPE_PIPE || type == FILE_TYPE_CHAR; }
+
+DWORD AskForType(HANDLE output) {
+    const DWORD type = ::GetFileType(output);
+    if (MayWait(type)) {
+        waiting_output = output;
+    } else if (waiting_output == output) {  // the number is that of a file now
+        waiting_output = INVALID_HANDLE_VALUE;
+    }
+    return type;
+}
+
 // A console, or another device. A console's mode cannot be asked for: a stream's handle is for
 // writing only.
-bool IsDevice(HANDLE output) { return ::GetFileType(output) == FILE_TYPE_CHAR; }
+bool IsDevice(HANDLE output) { return AskForType(output) == FILE_TYPE_CHAR; }
 
 constexpr std::size_t kPiece = 4096;
+constexpr std::size_t kPieceLines = 64;
 
-// The text's first piece: at most kPiece bytes, whole UTF-8 characters.
+bool BeginsCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; }
+
+// The text's first piece: at most kPiece bytes, kPieceLines lines, whole UTF-8 characters.
 std::size_t PieceLength(const char* text, std::size_t length) {
-    if (length <= kPiece) return length;
-    std::size_t end = kPiece;
-    while (end > kPiece - 3 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+    const std::size_t room = std::min(length, kPiece);
+    std::size_t end = 0;
+    for (std::size_t lines = 0; end < room && lines < kPieceLines; ++end)
+        lines += text[end] == '\n';
+    if (end < kPiece || end == length) return end;
+    while (end > kPiece - 3 && !BeginsCharacter(text[end]))
         --end;
     return end;
 }
 
-// A line feed also returns the carriage, as on text streams.
+// A line feed also returns the carriage, as on text streams. The result may be in the same buffer
+// as the text, if it begins earlier by a character for each line.
 template <typename Character>
 std::size_t ReturnCarriages(const Character* text, std::size_t length, Character* returned) {
     Character* end = returned;
@@ -84,8 +110,8 @@ std::size_t ReturnCarriages(const Character* text, std::size_t length, Character
 
 // False: it is no console, and nothing was printed.
 bool PrintOnConsole(HANDLE console, const char* text, std::size_t length) {
-    wchar_t wide[kPiece];
-    wchar_t returned[2 * kPiece];
+    wchar_t returned[kPieceLines + kPiece];
+    wchar_t* const wide = returned + kPieceLines;
     const char* const begin = text;
     while (length > 0) {
         const std::size_t piece = PieceLength(text, length);
@@ -125,7 +151,8 @@ ConsoleResult OsAttachConsole() {
 
 bool OsStandardOutputMayWait() {
     const HANDLE output = StandardOutput();
-    return ::GetFileType(output) == FILE_TYPE_PIPE || IsDevice(output);
+    if (output == INVALID_HANDLE_VALUE) return false;
+    return output == waiting_output || MayWait(AskForType(output));
 }
 
 // Not through the stream: an unbuffered one writes in several pieces, and the C runtime may write
@@ -138,13 +165,13 @@ void OsPrint(const char* text, std::size_t length) {
     ::_write(::_fileno(stdout), text, static_cast<unsigned>(length));
 }
 
-void OsPrintAtProcessEnd(const char* text, std::size_t length) {
+void PrintAtProcessEnd(std::string_view text) {
     const HANDLE output = StandardOutput();
     char returned[1024];
-    if (output == INVALID_HANDLE_VALUE || length > sizeof returned / 2) return;
+    if (output == INVALID_HANDLE_VALUE || text.size() > sizeof returned / 2) return;
     DWORD written = 0;
-    ::WriteFile(output, returned, static_cast<DWORD>(ReturnCarriages(text, length, returned)),
-                &written, nullptr);
+    const std::size_t size = ReturnCarriages(text.data(), text.size(), returned);
+    ::WriteFile(output, returned, static_cast<DWORD>(size), &written, nullptr);
 }
 
 void OsCreateConsole() {

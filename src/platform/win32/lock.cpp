@@ -4,6 +4,8 @@
 
 #include <new>
 
+#include "platform/win32/shields.h"
+
 namespace tarvik {
 
 namespace {
@@ -28,9 +30,17 @@ OsLock::OsLock() {
 
 OsLock::~OsLock() { ::DeleteCriticalSection(Section(storage_)); }
 
-void OsLock::Enter() { ::EnterCriticalSection(Section(storage_)); }
+// The system's records of a thread that waits for a section, or sleeps inside it, are on that
+// thread's stack.
+void OsLock::Enter() {
+    BeginTerminationShield();
+    ::EnterCriticalSection(Section(storage_));
+}
 
-void OsLock::Leave() { ::LeaveCriticalSection(Section(storage_)); }
+void OsLock::Leave() {
+    ::LeaveCriticalSection(Section(storage_));
+    EndTerminationShield();
+}
 
 OsCondition::OsCondition() {
     ::InitializeConditionVariable(::new (static_cast<void*>(storage_)) CONDITION_VARIABLE);

@@ -7,9 +7,10 @@
 namespace tarvik {
 
 // A text that is too long becomes empty: the box itself still shows that something is wrong.
-void OsWarningBox(const char* text, const char* caption) {
+void OsMessageBox(const char* text, const char* caption, BoxIcon icon) {
+    const UINT kind = icon == BoxIcon::kError ? MB_ICONERROR : MB_ICONWARNING;
     ::MessageBoxW(nullptr, ShownText<1024>(text).Get(), ShownText<128>(caption).Get(),
-                  MB_OK | MB_ICONWARNING);
+                  MB_OK | kind);
 }
 
 }  // namespace tarvik

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "platform/win32/library_reference.h"
 #include "platform/win32/utf16.h"
 
 namespace tarvik {
@@ -41,6 +42,10 @@ void OsReleaseLibrary(void* reference) {
     if (reference != nullptr) ::FreeLibrary(static_cast<HMODULE>(reference));
 }
 
+void ReleaseLibraryAfter(PTP_CALLBACK_INSTANCE callback, void* reference) {
+    ::FreeLibraryWhenCallbackReturns(callback, static_cast<HMODULE>(reference));
+}
+
 bool OsIsForked() { return false; }
 
 void OsAdoptProcess() {}
@@ -52,11 +57,6 @@ void OsDebugOutput(const char* text) {
     // Whatever is longer is at least shown as the debugger reads it.
     if (wide.IsEmpty()) return ::OutputDebugStringA(text);
     ::OutputDebugStringW(wide.Get());
-}
-
-void OsMessageBox(const char* text, const char* caption) {
-    ::MessageBoxW(nullptr, ShownText<1024>(text).Get(), ShownText<128>(caption).Get(),
-                  MB_OK | MB_ICONERROR);
 }
 
 bool OsEnvironment(const char* name, char* value, std::uint32_t capacity) {

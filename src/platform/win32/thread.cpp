@@ -8,7 +8,9 @@
 
 #include "platform/thread_list.h"
 #include "platform/thread_stack.h"
+#include "platform/win32/shields.h"
 #include "platform/win32/system_locks.h"
+#include "platform/win32/utf16.h"
 
 namespace tarvik {
 
@@ -29,18 +31,24 @@ namespace {
 
 // The compiler's thread-local variables would also take slots, but not return them when the library
 // is unloaded.
-const DWORD thread_value_slot = ::TlsAlloc();
-const DWORD own_thread_slot = ::TlsAlloc();  // the OsThread, on threads of the library
+struct ThreadSlot {
+    DWORD number = ::TlsAlloc();
+};
+
+// Allocated before the other static objects, as these may use locks.
+__attribute__((init_priority(101))) const ThreadSlot thread_value_slot;
+// The OsThread, on threads of the library.
+__attribute__((init_priority(101))) const ThreadSlot own_thread_slot;
 
 __attribute__((destructor(101))) void FreeThreadSlots() {
-    ::TlsFree(own_thread_slot);
-    ::TlsFree(thread_value_slot);
+    ::TlsFree(own_thread_slot.number);
+    ::TlsFree(thread_value_slot.number);
 }
 
 // Reading a slot clears the thread's last error, which callers may still want.
-void* ReadSlot(DWORD slot) {
+void* ReadSlot(const ThreadSlot& slot) {
     const DWORD error = ::GetLastError();
-    void* value = ::TlsGetValue(slot);
+    void* value = ::TlsGetValue(slot.number);
     ::SetLastError(error);
     return value;
 }
@@ -53,7 +61,7 @@ struct ThreadStart {
 
 DWORD WINAPI Run(void* argument) {
     const ThreadStart start = *static_cast<ThreadStart*>(argument);
-    ::TlsSetValue(own_thread_slot, start.thread);
+    ::TlsSetValue(own_thread_slot.number, start.thread);
     delete static_cast<ThreadStart*>(argument);
     start.entry(start.argument);
     return 0;
@@ -75,10 +83,8 @@ const SetDescription set_description = FindSetDescription();
 
 void Describe(HANDLE handle, const char* description) {
     if (set_description == nullptr) return;
-    wchar_t text[64];
-    if (::MultiByteToWideChar(CP_UTF8, 0, description, -1, text, 64) != 0) {
-        set_description(handle, text);
-    }
+    const ShownText<64> text(description);
+    if (!text.IsEmpty()) set_description(handle, text.Get());
 }
 
 }  // namespace
@@ -136,13 +142,17 @@ bool OsThreadJoin(OsThread* thread, std::int32_t timeout_ms) {
     return ::WaitForSingleObject(thread->handle, limit) == WAIT_OBJECT_0;
 }
 
-TerminationShield::TerminationShield() {
+void BeginTerminationShield() {
     if (auto* own = static_cast<OsThread*>(ReadSlot(own_thread_slot))) ++own->shields;
 }
 
-TerminationShield::~TerminationShield() {
+void EndTerminationShield() {
     if (auto* own = static_cast<OsThread*>(ReadSlot(own_thread_slot))) --own->shields;
 }
+
+TerminationShield::TerminationShield() { BeginTerminationShield(); }
+
+TerminationShield::~TerminationShield() { EndTerminationShield(); }
 
 namespace {
 
@@ -213,7 +223,7 @@ std::intptr_t OsThreadValue() {
 }
 
 void OsSetThreadValue(std::intptr_t value) {
-    ::TlsSetValue(thread_value_slot, reinterpret_cast<void*>(value));
+    ::TlsSetValue(thread_value_slot.number, reinterpret_cast<void*>(value));
 }
 
 std::int32_t OsLastError() { return static_cast<std::int32_t>(::GetLastError()); }

@@ -18,13 +18,17 @@ public:
         const int length = ::MultiByteToWideChar(
             CP_UTF8, Flags, text, static_cast<int>(std::strlen(text)), text_, Capacity - 1);
         text_[length] = L'\0';
+        is_whole_ = length > 0 || *text == '\0';
     }
 
     const wchar_t* Get() const { return text_; }
     bool IsEmpty() const { return text_[0] == L'\0'; }
+    // False: it had no room, or was refused.
+    bool IsWhole() const { return is_whole_; }
 
 private:
     wchar_t text_[Capacity];
+    bool is_whole_;
 };
 
 // A path of more than 259 characters, or with a byte that is not UTF-8, becomes empty: no function

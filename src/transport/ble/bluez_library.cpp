@@ -11,6 +11,7 @@
 
 #include "platform/immortal.h"
 #include "platform/lock.h"
+#include "platform/posix/standard_descriptors.h"
 #include "transport/ble/ble_radio.h"
 
 // A function that is missing here does not link.
@@ -95,7 +96,7 @@ public:
         const LockGuard hold(lock_);
         if (loaded_) return;
         // Never unloaded: it has static objects that are destroyed when the process ends.
-        void* const library = ::dlopen(kFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        void* const library = Open();
         if (library == nullptr) Fail();
         void* found[std::size(kFunctions)];
         for (std::size_t i = 0; i < std::size(kFunctions); ++i) {
@@ -108,6 +109,10 @@ public:
     }
 
 private:
+    static void* Open() {
+        const StandardDescriptorsTaken standard;
+        return ::dlopen(kFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    }
     [[noreturn]] static void Fail() {
         const char* const why = ::dlerror();
         throw BleError(std::string(kFile) +

@@ -48,6 +48,7 @@ void SystemStartNetwork() {}
 void SystemEndNetwork() {}
 
 int SystemResolve(const char* host, const char* port, addrinfo** first) {
+    const StandardDescriptorsTaken standard;
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;

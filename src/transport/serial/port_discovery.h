@@ -25,7 +25,8 @@ using FoundPort = void (*)(void* context, const ListedPort& port);
 // the system returned no list of devices.
 bool DiscoverPorts(FoundPort found, void* context);
 
-// What the user can do about a port that does not become ready, for the log and `dpdu doctor`.
+// What the user can do about a port that does not become ready, for the log and `dpdu doctor`. May
+// take long, as Linux may ask a server for the name of a group: hold no lock.
 void AdviseOnPort(const ListedPort& port, char* text, std::size_t size);
 
 }  // namespace tarvik

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/posix/standard_descriptors.h"
 #include "support/text.h"
 #include "transport/serial/port_discovery.h"
 #include "transport/serial/port_names.h"
@@ -76,6 +77,7 @@ void NameGroup(gid_t id, char* name, std::size_t size) {
     char strings[4096];
     group entry{};
     group* found = nullptr;
+    const StandardDescriptorsTaken standard;
     ::getgrgid_r(id, &entry, strings, sizeof strings, &found);
     if (found != nullptr) {
         FormatText(name, size, "%s", found->gr_name);
@@ -87,6 +89,7 @@ void NameGroup(gid_t id, char* name, std::size_t size) {
 }  // namespace
 
 bool DiscoverPorts(FoundPort found, void* context) {
+    const StandardDescriptorsTaken standard;
     const Udev<udev> system(::udev_new());
     if (!system) return false;
     const Udev<udev_enumerate> list(::udev_enumerate_new(system.get()));

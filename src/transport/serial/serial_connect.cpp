@@ -39,6 +39,7 @@ struct PortHistory {
     bool is_known;
     bool is_held_back;
     std::uint64_t settling_since_ms;  // when it was first seen, or last ready
+    bool is_to_be_explained;          // the log does not say yet why it is not ready
     bool could_not_be_opened;         // the reason that it failed for
     bool has_been_unready;            // since it failed
 };
@@ -205,16 +206,6 @@ bool CloseMonitor(SerialPort* port, std::int32_t limit_ms, const char* log_name,
     return true;
 }
 
-void LogUnreadyPort(std::int32_t number) {
-    const PresentPort& port = present_ports[number];
-    char advice[256];
-    AdviseOnPort({number, port.path, port.readiness}, advice, sizeof advice);
-    const char* reason = port.readiness == PortReadiness::kNoAccess
-                             ? "This process has no access to"
-                             : "The system has not finished setting up";
-    Log(kLogError, "[%s] COM%d: %s %s: %s", kScanName, number, reason, port.path, advice);
-}
-
 // A port that is not ready yet is left alone. One whose driver does not run cannot be opened; any
 // other is tried as it is once its time to become ready is over.
 bool IsHeldBack(std::int32_t number) {
@@ -227,7 +218,7 @@ bool IsHeldBack(std::int32_t number) {
     }
     if (readiness == PortReadiness::kStopped) return true;
     if (TickMs() - history.settling_since_ms < GetSerialLimits().settle_ms) return true;
-    LogUnreadyPort(number);
+    history.is_to_be_explained = true;
     return false;
 }
 
@@ -303,6 +294,35 @@ void SerialConnect(std::uint32_t generation) {
     }
 }
 
+// Takes a port off those that are to be explained. Below 0: there is none.
+std::int32_t TakePortToExplain(std::uint32_t generation, PresentPort* port) {
+    LockGuard hold(serial->session_lock);
+    if (!IsSerialRunning(generation)) return -1;
+    for (std::int32_t number = 0; number < kSerialPortCount; ++number) {
+        if (!port_histories[number].is_to_be_explained) continue;
+        port_histories[number].is_to_be_explained = false;
+        *port = present_ports[number];
+        return number;
+    }
+    return -1;
+}
+
+// Without the session lock: for the name of a group the system may ask a server, and the connect
+// thread of a later start must not wait for that.
+void ExplainUnreadyPorts(std::uint32_t generation) {
+    PresentPort port;
+    for (;;) {
+        const std::int32_t number = TakePortToExplain(generation, &port);
+        if (number < 0) return;
+        char advice[256];
+        AdviseOnPort({number, port.path, port.readiness}, advice, sizeof advice);
+        const char* reason = port.readiness == PortReadiness::kNoAccess
+                                 ? "This process has no access to"
+                                 : "The system has not finished setting up";
+        Log(kLogError, "[%s] COM%d: %s %s: %s", kScanName, number, reason, port.path, advice);
+    }
+}
+
 // ---------------------------------------------------------------- the connect thread
 
 void PauseBetweenScans(std::uint32_t generation) {
@@ -359,6 +379,7 @@ void SerialConnectThreadFunc(void* argument) {
     }
     while (IsSerialRunning(generation)) {
         SerialConnect(generation);
+        ExplainUnreadyPorts(generation);
         PauseBetweenScans(generation);
     }
     Log(kLogTrace, "[%s] Waiting for all Threads", kThreadName);

@@ -146,10 +146,12 @@ void WakePort(PortHandle* port) { ::eventfd_write(port->wake, 1); }
 
 void ClosePort(PortHandle* port) {
     if (port->file >= 0) {
+        // While the port is ours alone: whoever opens it next must neither send nor receive what is
+        // left, nor lose bytes of its own. Without this, close waits until the driver has sent it.
+        ::tcflush(port->file, TCIOFLUSH);
         // The mark belongs to the tty, not to the descriptor: let others open it again.
         ::ioctl(port->file, TIOCNXCL);
-        ::flock(port->file, LOCK_UN);      // a forked process may keep a copy of the descriptor
-        ::tcflush(port->file, TCIOFLUSH);  // otherwise close waits until the driver has sent it
+        ::flock(port->file, LOCK_UN);  // a forked process may keep a copy of the descriptor
         ::close(port->file);
     }
     CloseIfOpen(port->wake);

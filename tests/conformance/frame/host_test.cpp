@@ -39,11 +39,12 @@ void LogSomething() {
 class Loggers {
 public:
     Loggers() {
-        for (std::thread& thread : threads_)
+        for (std::thread& thread : threads_) {
             thread = std::thread([this] {
                 while (!stop_)
                     LogSomething();
             });
+        }
     }
     ~Loggers() {
         stop_ = true;

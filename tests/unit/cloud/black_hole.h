@@ -1,7 +1,5 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -9,19 +7,14 @@
 
 #include <vector>
 
+#include "unit/cloud/loopback_listener.h"
+
 namespace tarvik::test {
 
 // An address of this host that answers no attempt to connect: its listener's queue is full.
 class BlackHole {
 public:
-    BlackHole() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address_;
-        auto* generic = reinterpret_cast<sockaddr*>(&address_);
-        EXPECT_EQ(::bind(listener_, generic, size), 0);
-        EXPECT_EQ(::listen(listener_, 0), 0);
-        EXPECT_EQ(::getsockname(listener_, generic, &size), 0);
+    BlackHole() {
         // Until one is not answered, the system answers for the listener.
         while (waiting_.size() < 8)
             AddWaiting();
@@ -29,23 +22,21 @@ public:
     ~BlackHole() {
         for (const int waiting : waiting_)
             ::close(waiting);
-        ::close(listener_);
     }
     BlackHole(const BlackHole&) = delete;
     BlackHole& operator=(const BlackHole&) = delete;
 
-    const sockaddr_in& Address() const { return address_; }
+    const sockaddr_in& Address() const { return listener_.Address(); }
 
 private:
     void AddWaiting() {
         const int waiting = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         ASSERT_GE(waiting, 0);
         waiting_.push_back(waiting);
-        ::connect(waiting, reinterpret_cast<sockaddr*>(&address_), sizeof address_);
+        ::connect(waiting, reinterpret_cast<const sockaddr*>(&Address()), sizeof Address());
     }
 
-    int listener_;
-    sockaddr_in address_{};
+    const LoopbackListener listener_{0};
     std::vector<int> waiting_;
 };
 

@@ -8,7 +8,9 @@
 #define OsHoldLibrary SystemHoldLibrary
 #define OsReleaseLibrary SystemReleaseLibrary
 #ifdef _WIN32
+#define ReleaseLibraryAfter SystemReleaseLibraryAfter
 #include "platform/win32/process.cpp"
+#undef ReleaseLibraryAfter
 #else
 #include "platform/posix/process.cpp"
 #endif
@@ -34,6 +36,10 @@ void* OsHoldLibrary() {
 void OsReleaseLibrary(void* reference) {
     if (reference != nullptr) --library_references;
 }
+
+#ifdef _WIN32
+void ReleaseLibraryAfter(PTP_CALLBACK_INSTANCE, void* reference) { OsReleaseLibrary(reference); }
+#endif
 
 namespace test {
 

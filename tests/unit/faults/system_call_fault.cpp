@@ -3,6 +3,9 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <grp.h>
+#include <libudev.h>
+#include <netdb.h>
 #include <poll.h>
 #include <pthread.h>
 #include <pwd.h>
@@ -30,6 +33,8 @@ namespace {
 // Not thread_local: the first access of such a variable may call one of the functions.
 std::atomic<std::uint32_t> failing_thread{0};
 std::atomic<std::uint32_t> starving_thread{0};
+std::atomic<std::uint32_t> deceived_thread{0};
+std::atomic<std::uint32_t> watched_thread{0};
 // Used by the failing thread only.
 const char* failing_function = nullptr;
 int failing_error = 0;
@@ -38,14 +43,27 @@ int allowed_left = 0;
 // Used by the starving thread only.
 int blocks_left = 0;
 int calls = 0;
+// Used by the watched thread only.
+const char* culprit = nullptr;
 
 int daemon_priority = -1;
 char daemon_text[256];
 
+bool IsCurrent(const std::atomic<std::uint32_t>& thread) {
+    const std::uint32_t id = thread.load(std::memory_order_relaxed);
+    return id != 0 && id == OsCurrentThreadId();
+}
+
+void NoteOpening(const char* function) {
+    if (!IsCurrent(watched_thread) || culprit != nullptr) return;
+    for (int descriptor = 0; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) < 0) culprit = function;
+    }
+}
+
 // False: the call is not to fail. Otherwise errno is set.
 bool Fails(const char* function) {
-    const std::uint32_t thread = failing_thread.load(std::memory_order_relaxed);
-    if (thread == 0 || thread != OsCurrentThreadId()) return false;
+    if (!IsCurrent(failing_thread)) return false;
     if (std::strcmp(function, failing_function) != 0) return false;
     ++calls;
     if (allowed_left > 0) {
@@ -79,6 +97,16 @@ NoMemory::NoMemory(int allowed) {
 }
 NoMemory::~NoMemory() { starving_thread = 0; }
 
+PollReportsAll::PollReportsAll() { deceived_thread = OsCurrentThreadId(); }
+PollReportsAll::~PollReportsAll() { deceived_thread = 0; }
+
+LowDescriptorWatch::LowDescriptorWatch() {
+    culprit = nullptr;
+    watched_thread = OsCurrentThreadId();
+}
+LowDescriptorWatch::~LowDescriptorWatch() { watched_thread = 0; }
+std::string LowDescriptorWatch::Culprit() const { return culprit == nullptr ? "" : culprit; }
+
 int NextDescriptor() {
     const int probe = ::dup(STDOUT_FILENO);
     ::close(probe);
@@ -99,12 +127,16 @@ using namespace tarvik::test;
 // FAILING(RESULT, FUNCTION, (PARAMETERS), (ARGUMENTS), FAILURE): what a call returns that fails.
 // cmake/TarvikTests.cmake lists the functions for the linker.
 // NOLINTBEGIN(bugprone-macro-parentheses, bugprone-reserved-identifier)
-#define FAILING(result, function, parameters, arguments, failure) \
-    extern "C" result __real_##function parameters;               \
-    extern "C" result __wrap_##function parameters;               \
-    extern "C" result __wrap_##function parameters {              \
-        if (Fails(#function)) return failure;                     \
-        return __real_##function arguments;                       \
+#define FAILING(result, function, ...) REDIRECTED(, result, function, __VA_ARGS__)
+// Of a function that opens a descriptor, or may do so.
+#define OPENING(result, function, ...) \
+    REDIRECTED(NoteOpening(#function);, result, function, __VA_ARGS__)
+#define REDIRECTED(note, result, function, parameters, arguments, failure) \
+    extern "C" result __real_##function parameters;                        \
+    extern "C" result __wrap_##function parameters;                        \
+    extern "C" result __wrap_##function parameters {                       \
+        note if (Fails(#function)) return failure;                         \
+        return __real_##function arguments;                                \
     }
 
 FAILING(int, chown, (const char* path, uid_t user, gid_t group), (path, user, group), -1)
@@ -113,18 +145,24 @@ FAILING(int, clock_nanosleep, (clockid_t clock, int flags, const timespec* until
 FAILING(int, connect, (int descriptor, const sockaddr* address, socklen_t size),
         (descriptor, address, size), -1)
 FAILING(int, dladdr, (const void* address, Dl_info* found), (address, found), 0)
-FAILING(int, epoll_create1, (int flags), (flags), -1)
+OPENING(int, epoll_create1, (int flags), (flags), -1)
 FAILING(int, epoll_ctl, (int poll, int operation, int descriptor, epoll_event* events),
         (poll, operation, descriptor, events), -1)
 FAILING(int, epoll_wait, (int poll, epoll_event* events, int count, int timeout_ms),
         (poll, events, count, timeout_ms), -1)
-FAILING(int, eventfd, (unsigned value, int flags), (value, flags), -1)
+OPENING(int, eventfd, (unsigned value, int flags), (value, flags), -1)
 FAILING(FILE*, fdopen, (int descriptor, const char* mode), (descriptor, mode), nullptr)
-FAILING(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullptr)
+OPENING(FILE*, fopen, (const char* path, const char* mode), (path, mode), nullptr)
+OPENING(FILE*, fopen64, (const char* path, const char* mode), (path, mode), nullptr)
 FAILING(int, fstat, (int descriptor, struct stat* found), (descriptor, found), -1)
+OPENING(int, getaddrinfo,
+        (const char* host, const char* port, const addrinfo* hints, addrinfo** first),
+        (host, port, hints, first), EAI_SYSTEM)
+OPENING(int, getgrgid_r, (gid_t id, group* entry, char* strings, std::size_t size, group** found),
+        (id, entry, strings, size, found), errno)
 FAILING(ssize_t, getrandom, (void* bytes, std::size_t size, unsigned flags), (bytes, size, flags),
         -1)
-FAILING(int, poll, (pollfd * files, nfds_t count, int timeout_ms), (files, count, timeout_ms), -1)
+OPENING(int, pipe2, (int* ends, int flags), (ends, flags), -1)
 FAILING(int, pthread_cond_timedwait,
         (pthread_cond_t * condition, pthread_mutex_t* mutex, const timespec* until),
         (condition, mutex, until), errno)
@@ -141,10 +179,11 @@ FAILING(ssize_t, read, (int descriptor, void* bytes, std::size_t size), (descrip
         -1)
 FAILING(ssize_t, send, (int descriptor, const void* bytes, std::size_t size, int flags),
         (descriptor, bytes, size, flags), -1)
-FAILING(int, socket, (int family, int type, int protocol), (family, type, protocol), -1)
+OPENING(int, socket, (int family, int type, int protocol), (family, type, protocol), -1)
 FAILING(int, stat, (const char* path, struct stat* found), (path, found), -1)
 
 FAILING(int, tcgetattr, (int descriptor, termios* settings), (descriptor, settings), -1)
+OPENING(udev*, udev_new, (), (), nullptr)
 
 extern "C" {
 
@@ -152,6 +191,7 @@ extern "C" {
 int __real_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found);
 int __wrap_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found);
 int __wrap_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size, passwd** found) {
+    NoteOpening("getpwuid_r");
     if (!Fails("getpwuid_r")) return __real_getpwuid_r(user, entry, strings, size, found);
     *found = nullptr;
     return errno;
@@ -160,12 +200,31 @@ int __wrap_getpwuid_r(uid_t user, passwd* entry, char* strings, std::size_t size
 int __real_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...);
 int __wrap_open(const char* path, int flags, ...) {
+    if ((flags & O_PATH) == 0) NoteOpening("open");
     if (Fails("open")) return -1;
     std::va_list more;
     va_start(more, flags);
     const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(more, mode_t) : 0;
     va_end(more);
     return __real_open(path, flags, mode);
+}
+
+// Without RTLD_NOLOAD.
+void* __real_dlopen(const char* file, int mode);
+void* __wrap_dlopen(const char* file, int mode);
+void* __wrap_dlopen(const char* file, int mode) {
+    if ((mode & RTLD_NOLOAD) == 0) NoteOpening("dlopen");
+    return __real_dlopen(file, mode);
+}
+
+int __real_poll(pollfd* files, nfds_t count, int timeout_ms);
+int __wrap_poll(pollfd* files, nfds_t count, int timeout_ms);
+int __wrap_poll(pollfd* files, nfds_t count, int timeout_ms) {
+    if (Fails("poll")) return -1;
+    if (!IsCurrent(deceived_thread)) return __real_poll(files, count, timeout_ms);
+    for (nfds_t i = 0; i < count; ++i)
+        files[i].revents = files[i].events;
+    return static_cast<int>(count);
 }
 
 ssize_t __real_pread(int descriptor, void* bytes, std::size_t size, off_t offset);
@@ -217,8 +276,7 @@ void __wrap___syslog_chk(int priority, int, const char* format, ...) {
 void* __real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag);
 void* __wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t& tag) {
-    const std::uint32_t thread = starving_thread.load(std::memory_order_relaxed);
-    if (thread != 0 && thread == tarvik::OsCurrentThreadId()) {
+    if (IsCurrent(starving_thread)) {
         if (blocks_left == 0) return nullptr;
         --blocks_left;
     }

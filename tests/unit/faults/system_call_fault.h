@@ -33,6 +33,28 @@ public:
     NoMemory& operator=(const NoMemory&) = delete;
 };
 
+// While it lives, and there is one at a time, poll reports to the calling thread at once that it
+// need not wait: somebody else takes the room, or the bytes, before the thread does.
+class PollReportsAll {
+public:
+    PollReportsAll();
+    ~PollReportsAll();
+    PollReportsAll(const PollReportsAll&) = delete;
+    PollReportsAll& operator=(const PollReportsAll&) = delete;
+};
+
+// While it lives, and there is one at a time, it notes the first function that the calling thread
+// opens a descriptor with, or may do so, while one of the numbers 0 to 2 is free.
+class LowDescriptorWatch {
+public:
+    LowDescriptorWatch();
+    ~LowDescriptorWatch();
+    LowDescriptorWatch(const LowDescriptorWatch&) = delete;
+    LowDescriptorWatch& operator=(const LowDescriptorWatch&) = delete;
+
+    std::string Culprit() const;  // empty: none
+};
+
 // What the system's log gets from its construction on. One at a time.
 class FakeLogDaemon {
 public:

@@ -10,9 +10,11 @@
 
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "platform/console.h"
+#include "platform/message_box.h"
 #include "platform/process.h"
 #include "unit/faults/system_call_fault.h"
 #include "unit/test_system.h"
@@ -108,9 +110,9 @@ public:
         ::fcntl(replaced_, F_SETFL, flags);
     }
     // What one read gets; nothing if there is nothing.
-    std::string Read() {
+    std::string Read(std::size_t most = std::size_t{1} << 20) {
         ::fcntl(reader_, F_SETFL, ::fcntl(reader_, F_GETFL) | O_NONBLOCK);
-        std::string text(std::size_t{1} << 20, '\0');
+        std::string text(most, '\0');
         const ssize_t got = ::read(reader_, text.data(), text.size());
         text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
         return text;
@@ -164,7 +166,7 @@ const test::ChildBody kReaderGone("reader-gone", [] {
         output.CloseReader();
         errors.CloseReader();
         Print("nobody reads this\n");
-        OsMessageBox("nor this", "caption");
+        OsMessageBox("nor this", "caption", BoxIcon::kError);
         return !IsPending(SIGPIPE) && !IsBlocked(SIGPIPE);
     });
 });
@@ -251,21 +253,71 @@ TEST(PipedOutput, DropsAndCountsLinesWithoutRoom) {
     }
 }
 
-const test::ChildBody kFullWithHeldText("full-with-held-text", [] {
-    return WithAlarm([] {
-        ReadOutput output;
-        if (!output.MakePipe()) return false;
-        output.Fill();
-        std::printf("held by the application\n");
+enum class Room { kNone, kTakenAfterTheLook };  // by another process
+
+// `held`: what the application has printed before, and the stream holds.
+bool DropsALine(Room room, const std::string& held) {
+    ReadOutput output;
+    if (!output.MakePipe()) return false;
+    output.Fill();
+    std::fwrite(held.data(), 1, held.size(), stdout);
+    {
+        std::optional<test::PollReportsAll> seems_free;
+        if (room == Room::kTakenAfterTheLook) seems_free.emplace();
         Print("dropped\n");
-        output.Empty();
-        Print("shown\n");
-        return output.Read() == "held by the application\n[Console] Lines dropped: 1\nshown\n";
+    }
+    output.Empty();
+    Print("shown\n");
+    return output.Read() == held + "[Console] Lines dropped: 1\nshown\n";
+}
+
+constexpr char kHeld[] = "held by the application\n";
+
+const test::ChildBody kFullWithHeldText("full-with-held-text", [] {
+    return WithAlarm([] { return DropsALine(Room::kNone, kHeld); });
+});
+
+const test::ChildBody kFilledWithHeldText("filled-with-held-text", [] {
+    return WithAlarm([] { return DropsALine(Room::kTakenAfterTheLook, kHeld); });
+});
+
+const test::ChildBody kFilledWithoutProc("filled-without-proc", [] {
+    return WithAlarm([] {
+        const test::SystemCallFault no_proc("open", EACCES);
+        return DropsALine(Room::kTakenAfterTheLook, "");
     });
 });
 
 TEST(PipedOutput, FullOneDoesNotWaitForTextOfTheApplication) {
-    EXPECT_EQ(test::RunChild("full-with-held-text").exit_code, 0);
+    for (const char* child :
+         {"full-with-held-text", "filled-with-held-text", "filled-without-proc"}) {
+        EXPECT_EQ(test::RunChild(child).exit_code, 0) << child;
+    }
+}
+
+// A socket takes text in pieces of at most half its buffer.
+const test::ChildBody kSmallSocket("small-socket", [] {
+    return WithAlarm([] {
+        ReadOutput output;
+        const int least = 1;
+        if (!output.MakeSocket(SOCK_STREAM)) return false;
+        ::setsockopt(STDOUT_FILENO, SOL_SOCKET, SO_SNDBUF, &least, sizeof least);
+        output.Fill();
+        output.Read(1);  // room for one piece
+        const std::string held = std::string(PIPE_BUF - 4, 'x') + "end\n";
+        static char buffer[2 * PIPE_BUF];
+        std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+        std::fwrite(held.data(), 1, held.size(), stdout);
+        Print("");
+        std::string taken = output.Read();
+        taken.erase(0, taken.find_first_not_of('.'));
+        std::fflush(stdout);
+        return !taken.empty() && taken.size() < held.size() && taken + output.Read() == held;
+    });
+});
+
+TEST(PipedOutput, TakesPartOfTheApplicationsTextAndLeavesTheRest) {
+    EXPECT_EQ(test::RunChild("small-socket").exit_code, 0);
 }
 
 const test::ChildBody kFullErrors("full-errors", [] {
@@ -273,9 +325,9 @@ const test::ChildBody kFullErrors("full-errors", [] {
         ReadOutput errors(STDERR_FILENO);
         if (!errors.MakePipe()) return false;
         errors.Fill();
-        OsMessageBox("text", "caption");
+        OsMessageBox("text", "caption", BoxIcon::kError);
         errors.Empty();
-        OsMessageBox("text", "caption");
+        OsMessageBox("text", "caption", BoxIcon::kError);
         return errors.Read() == "caption\ntext\n";
     });
 });

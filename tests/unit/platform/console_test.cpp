@@ -30,6 +30,7 @@ TEST(StandardOutput, ConsoleMayWaitAndAFileDoesNot) {
         EXPECT_TRUE(OsStandardOutputMayWait());
     }
     const test::StdoutCapture file;
+    OsPrint("text\n", 5);
     EXPECT_FALSE(OsStandardOutputMayWait());
 }
 

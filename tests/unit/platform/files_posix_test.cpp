@@ -244,7 +244,7 @@ TEST_F(PosixFiles, UserDataFolderIsUnknownWithoutAHome) {
 TEST_F(PosixFiles, LibraryFolderIsUnknownIfTheSystemDoesNotSay) {
     bool known = true;
     {
-        const SystemCallFault fault("fopen", EMFILE);
+        const SystemCallFault fault("open", EMFILE);
         char path[kMaxPath];
         known = OsLibraryFolder(path, sizeof path);
     }

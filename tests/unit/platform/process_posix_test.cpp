@@ -30,7 +30,7 @@ TEST(Debugger, IsPresentIfItTracesTheProcess) { EXPECT_EQ(RunChild("traced").exi
 TEST(Debugger, CountsAsAbsentIfTheSystemDoesNotSay) {
     bool present = true;
     {
-        const SystemCallFault fault("fopen", EMFILE);
+        const SystemCallFault fault("open", EMFILE);
         present = OsDebuggerPresent();
     }
     EXPECT_FALSE(present);

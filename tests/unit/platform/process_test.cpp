@@ -125,12 +125,14 @@ TEST(Process, CalendarSecondChangesWhenTheLocalSecondDoes) {
 }
 
 const ChildBody kMessageBox("message-box", [] {
-    test::CloseMessageBoxOf("Test Caption", [] { OsMessageBox("Test text", "Test Caption"); });
+    test::CloseMessageBoxOf("Test Caption",
+                            [] { OsMessageBox("Test text", "Test Caption", BoxIcon::kError); });
     return 0;
 });
 
 const ChildBody kWarningBox("warning-box", [] {
-    test::CloseMessageBoxOf("Test Caption", [] { OsWarningBox("Test text", "Test Caption"); });
+    test::CloseMessageBoxOf("Test Caption",
+                            [] { OsMessageBox("Test text", "Test Caption", BoxIcon::kWarning); });
     return 0;
 });
 

@@ -10,6 +10,7 @@
 #include "platform/event.h"
 #include "platform/thread.h"
 #include "unit/faults/system_call_fault.h"
+#include "unit/platform/thread_attribute_posix.h"
 #include "unit/test_support.h"
 
 namespace tarvik {
@@ -47,6 +48,15 @@ TEST(ThreadStart, IsRefusedWithoutMemory) {
     EXPECT_EQ(refusal.thread, nullptr);
     EXPECT_EQ(refusal.error, ENOMEM);
     EXPECT_TRUE(OsAllowUnloading(0));
+}
+
+TEST(ThreadStart, ThreadCanBeJoinedWhereTheApplicationsAreDetachedByDefault) {
+    const test::DefaultThreadAttribute detached(&::pthread_attr_setdetachstate,
+                                                int{PTHREAD_CREATE_DETACHED});
+    OsThread* thread = OsThreadStart(&DoNothing, nullptr, "Tarvik test");
+    ASSERT_NE(thread, nullptr);
+    EXPECT_TRUE(OsThreadJoin(thread, 10'000));
+    OsThreadClose(thread);
 }
 
 TEST(ThreadStart, LeavesTheCallersSignalsAsTheyAre) {

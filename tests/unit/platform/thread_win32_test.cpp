@@ -1,4 +1,4 @@
-// Threads that are inside a lock of the system when they are to be terminated.
+// Threads that are inside a lock when they are to be terminated.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "platform/event.h"
+#include "platform/lock.h"
 #include "platform/process.h"
 #include "platform/thread.h"
 #include "unit/test_support.h"
@@ -93,6 +94,85 @@ TEST(Termination, LeavesAThreadAloneThatKeepsTheLoader) {
     OsEventSet(user.go);
     EXPECT_TRUE(OsThreadJoin(thread, 10'000));
     OsThreadClose(thread);
+}
+
+// A thread that waits until a lock is free, and one that sleeps inside a lock.
+struct LockUsers {
+    OsLock lock, sleepers_lock;
+    OsCondition wake;
+    bool sleeping = false, awake = false;  // guarded by sleepers_lock
+    OsEvent* end = OsEventCreate(EventReset::kManual);
+    std::atomic<int> outside{0};
+    OsThread* waiter = nullptr;
+    OsThread* sleeper = nullptr;
+
+    ~LockUsers() {
+        OsThreadClose(waiter);
+        OsThreadClose(sleeper);
+        OsEventClose(end);
+    }
+
+    // The system counts owner and waiters.
+    LONG Count() { return *const_cast<volatile LONG*>(&Section()->LockCount); }
+
+    void StartBoth() {
+        lock.Enter();
+        const LONG with_owner_only = Count();
+        waiter = OsThreadStart(&LockUsers::Wait, this, "Tarvik test");
+        sleeper = OsThreadStart(&LockUsers::Sleep, this, "Tarvik test");
+        EXPECT_TRUE(Eventually([&] { return Count() != with_owner_only; }));
+        EXPECT_TRUE(Eventually([&] {
+            const LockGuard hold(sleepers_lock);
+            return sleeping;
+        }));
+    }
+
+    void ReleaseBoth() {
+        lock.Leave();
+        {
+            const LockGuard hold(sleepers_lock);
+            awake = true;
+        }
+        wake.WakeAll();
+    }
+
+private:
+    CRITICAL_SECTION* Section() { return static_cast<CRITICAL_SECTION*>(lock.Address()); }
+
+    static void Wait(void* argument) {
+        auto* self = static_cast<LockUsers*>(argument);
+        { const LockGuard hold(self->lock); }
+        self->AwaitEnd();
+    }
+    static void Sleep(void* argument) {
+        auto* self = static_cast<LockUsers*>(argument);
+        {
+            const LockGuard hold(self->sleepers_lock);
+            self->sleeping = true;
+            while (!self->awake)
+                self->wake.Wait(self->sleepers_lock, -1);
+        }
+        self->AwaitEnd();
+    }
+    void AwaitEnd() {
+        ++outside;
+        OsEventWait(end, -1);
+    }
+};
+
+TEST(Termination, LeavesThreadsAloneThatWaitInALockUntilTheyAreOutside) {
+    LockUsers users;
+    users.StartBoth();
+    {
+        const test::Thread other([&] { EXPECT_FALSE(OsThreadTerminate(users.waiter)); });
+        EXPECT_FALSE(OsThreadTerminate(users.sleeper));
+    }
+    users.ReleaseBoth();
+    EXPECT_TRUE(Eventually([&] { return users.outside == 2; }));
+    EXPECT_TRUE(OsThreadTerminate(users.waiter));
+    EXPECT_TRUE(OsThreadTerminate(users.sleeper));
+    const LockGuard hold(users.lock);
+    const LockGuard hold_other(users.sleepers_lock);
 }
 
 }  // namespace

@@ -43,6 +43,13 @@ TEST(Utf16, PathThatIsNotUtf8IsEmptyButATextToShowIsNot) {
     EXPECT_TRUE(ShownText<4>("four").IsEmpty());
 }
 
+TEST(Utf16, EmptyTextIsWholeButOneWithoutRoomIsNot) {
+    EXPECT_TRUE(ShownText<4>("").IsWhole());
+    EXPECT_TRUE(ShownText<4>("for").IsWhole());
+    EXPECT_FALSE(ShownText<4>("four").IsWhole());
+    EXPECT_FALSE(WidePath("caf\xE9").IsWhole());
+}
+
 TEST(Utf16, HalfOfASurrogatePairIsRefused) {
     char text[16];
     EXPECT_EQ(ToUtf8(L"\xD83D", text, sizeof text), 0u);

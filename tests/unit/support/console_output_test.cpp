@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "paused_console.h"
+#include "platform/event.h"
 #include "platform/thread.h"
 #include "support/console_output.h"
 #include "support/debug_console.h"
 #include "support/log.h"
+#include "unit/faults/console_fault.h"
 #include "unit/faults/heap_fault.h"
 #include "unit/faults/thread_start_fault.h"
 #include "unit/test_support.h"
@@ -133,6 +135,43 @@ TEST(Console, TerminationOfAThreadThatPrintsLeavesTheConsoleUsable) {
     OsThreadClose(printer);
 }
 
+// Whoever asks first for the kind of standard output is held up there while this lives.
+struct HeldQuestion {
+    HeldQuestion() {
+        leave = OsEventCreate(EventReset::kManual);
+        is_held = false;
+        test::OnOutputQuestion([] {
+            if (!is_held.exchange(true)) OsEventWait(leave, -1);
+        });
+    }
+    ~HeldQuestion() {
+        test::OnOutputQuestion(nullptr);
+        OsEventClose(leave);
+    }
+
+    inline static OsEvent* leave = nullptr;
+    inline static std::atomic<bool> is_held{false};
+};
+
+TEST(Console, ThreadThatIsHeldUpByTheKindOfTheOutputHoldsNobodyElseUp) {
+    test::StdoutCapture console;
+    StartConsoleOutput();
+    {
+        const HeldQuestion question;
+        test::Thread first([] { ConsolePrint("first\n"); });
+        EXPECT_TRUE(test::Eventually([] { return HeldQuestion::is_held.load(); }));
+        OsThread* other =
+            OsThreadStart([](void*) { ConsolePrint("other\n"); }, nullptr, "Tarvik test");
+        EXPECT_TRUE(OsThreadJoin(other, 10'000));
+        OsEventSet(HeldQuestion::leave);
+        first.Join();
+        OsThreadJoin(other, -1);
+        OsThreadClose(other);
+    }
+    StopConsoleOutput();
+    EXPECT_LT(console.Text().find("other"), console.Text().find("first"));
+}
+
 TEST(Console, PauseHoldsNobodyUp) {
     paused_console::PausedConsole console;
     ASSERT_TRUE(console.IsUsable());
@@ -142,6 +181,7 @@ TEST(Console, PauseHoldsNobodyUp) {
     for (int i = 0; i < 300; ++i)
         ConsolePrint("%s\n", filling.c_str());
     StopConsoleOutput();
+    EXPECT_TRUE(ConsoleIsPaused());
     console.Resume();
     StartConsoleOutput();
     // What waits is printed first; then there is room again.
@@ -150,6 +190,7 @@ TEST(Console, PauseHoldsNobodyUp) {
         return console.Shown().find("last") != std::string::npos;
     }));
     StopConsoleOutput();
+    EXPECT_FALSE(ConsoleIsPaused());
     const std::string shown = console.Shown();
     EXPECT_LT(shown.find("first"), shown.find('x'));
     EXPECT_GT(std::count(shown.begin(), shown.end(), 'x'), 40'000);

@@ -20,6 +20,8 @@ std::map<std::int32_t, PluggedPort> plugged;  // guarded by plugged_lock
 std::atomic<bool> failing{false};
 std::mutex held_up;  // owned by HeldUpDiscovery; a scan passes through
 std::atomic<std::uint32_t> scan_count{0};
+std::mutex advice_held_up;  // owned by HeldUpAdvice; an advice passes through
+std::atomic<std::uint32_t> awaited_advices{0};
 
 }  // namespace
 
@@ -45,6 +47,10 @@ std::uint32_t ScanCount() { return scan_count; }
 HeldUpDiscovery::HeldUpDiscovery() { held_up.lock(); }
 HeldUpDiscovery::~HeldUpDiscovery() { held_up.unlock(); }
 
+HeldUpAdvice::HeldUpAdvice() { advice_held_up.lock(); }
+HeldUpAdvice::~HeldUpAdvice() { advice_held_up.unlock(); }
+bool HeldUpAdvice::IsAwaited() const { return awaited_advices > 0; }
+
 }  // namespace test
 
 bool DiscoverPorts(FoundPort found, void* context) {
@@ -58,6 +64,9 @@ bool DiscoverPorts(FoundPort found, void* context) {
 }
 
 void AdviseOnPort(const ListedPort& port, char* text, std::size_t size) {
+    ++test::awaited_advices;
+    { const std::lock_guard pass(test::advice_held_up); }
+    --test::awaited_advices;
     FormatText(text, size, "advice on %s", port.path);
 }
 

@@ -24,5 +24,15 @@ public:
     HeldUpDiscovery(const HeldUpDiscovery&) = delete;
     HeldUpDiscovery& operator=(const HeldUpDiscovery&) = delete;
 };
+// While it lives, the system does not answer what an advice asks it.
+class HeldUpAdvice {
+public:
+    HeldUpAdvice();
+    ~HeldUpAdvice();
+    HeldUpAdvice(const HeldUpAdvice&) = delete;
+    HeldUpAdvice& operator=(const HeldUpAdvice&) = delete;
+
+    bool IsAwaited() const;
+};
 
 }  // namespace tarvik::test

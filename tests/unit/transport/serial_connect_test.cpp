@@ -14,8 +14,6 @@
 namespace tarvik::test {
 namespace {
 
-class SerialConnectTest : public SerialFixture {};
-
 constexpr SerialLimits kImpatientLimits = [] {
     SerialLimits limits = kPatientLimits;
     limits.sync_wait_ms = 1;
@@ -34,6 +32,31 @@ constexpr SerialLimits kSleepyLimits = [] {
 bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
+
+class SerialConnectTest : public SerialFixture {
+protected:
+    // The transport has started, and its port has failed because it could not be opened.
+    static std::shared_ptr<FakePort> StartWithRefusedPort(std::int32_t number) {
+        const auto port = FakePort::Plug(number);
+        port->open_error = 5;
+        kSerialTransport.Start();
+        EXPECT_TRUE(Reaches(number, PortState::kFailed));
+        return port;
+    }
+    // As above, because it did not answer.
+    static std::shared_ptr<FakePort> StartWithSilentPort(std::int32_t number) {
+        const UseLimits impatient(kImpatientLimits);
+        const auto port = FakePort::Plug(number);
+        port->AnswerNothing();
+        kSerialTransport.Start();
+        EXPECT_TRUE(Reaches(number, PortState::kFailed));
+        return port;
+    }
+    static bool Unplug(std::int32_t number) {
+        UnplugPort(number);
+        return Reaches(number, PortState::kUnused);
+    }
+};
 
 // ---------------------------------------------------------------- start and stop
 
@@ -119,6 +142,12 @@ protected:
         EXPECT_FALSE(log_.Has("[SerialConnectThreadFunc] Exiting"));
     }
     void Release() { held_up_.reset(); }
+    static void StopWithAdviceHeldUp(const HeldUpAdvice& advice) {
+        const UseLimits limits(kShortStop);
+        kSerialTransport.Start();
+        ASSERT_TRUE(Eventually([&] { return advice.IsAwaited(); }));
+        kSerialTransport.Stop();
+    }
 
     LogCapture log_;
 
@@ -126,6 +155,7 @@ private:
     static constexpr SerialLimits kShortStop = [] {
         SerialLimits limits = kPatientLimits;
         limits.connect_thread_end_ms = 1;
+        limits.settle_ms = 0;
         return limits;
     }();
     std::optional<HeldUpDiscovery> held_up_;
@@ -152,6 +182,17 @@ TEST_F(HeldUpSerialConnectTest, ThreadOfAnEarlierStartEndsAtItsNextLook) {
     kSerialTransport.Stop();
     EXPECT_EQ(log_.Count("[SerialConnectThreadFunc] Exiting"), 2u);
     EXPECT_EQ(port->OpenCount(), 1u);
+}
+
+TEST_F(HeldUpSerialConnectTest, NextStartConnectsWhileTheSystemLooksForAnAdvice) {
+    FakePort::Plug(12, PortReadiness::kNoAccess)->open_error = 13;
+    {
+        const HeldUpAdvice advice;
+        ASSERT_NO_FATAL_FAILURE(StopWithAdviceHeldUp(advice));
+        Connect(kPort);
+        EXPECT_TRUE(advice.IsAwaited());
+    }
+    EXPECT_TRUE(Eventually([&] { return log_.Has("[SerialConnectThreadFunc] Exiting"); }));
 }
 
 // The scan was about to find the port gone that the next start finds.
@@ -243,8 +284,7 @@ TEST_F(SerialConnectTest, SilentDongleIsAskedThreeTimesAndThenIgnored) {
     EXPECT_EQ(port->ReceivedCount(kTypeSync), 3u);
     EXPECT_FALSE(QueuesOf(9)->available);
 
-    UnplugPort(9);
-    ASSERT_TRUE(Reaches(9, PortState::kUnused));
+    ASSERT_TRUE(Unplug(9));
     EXPECT_TRUE(log.Has("[SerialConnect]   COM9 got disconnected, set to unused"));
     kSerialTransport.Stop();
     EXPECT_TRUE(log.Has("[ConnectSerialPort] COM9: No response from device. Closing again."));
@@ -259,15 +299,8 @@ TEST_F(SerialConnectTest, SilentDongleIsAskedThreeTimesAndThenIgnored) {
 }
 
 TEST_F(SerialConnectTest, FailedPortIsRetriedAfterAReplug) {
-    {
-        const UseLimits impatient(kImpatientLimits);
-        const auto port = FakePort::Plug(9);
-        port->AnswerNothing();
-        kSerialTransport.Start();
-        ASSERT_TRUE(Reaches(9, PortState::kFailed));
-        UnplugPort(9);
-        ASSERT_TRUE(Reaches(9, PortState::kUnused));
-    }
+    StartWithSilentPort(9);
+    ASSERT_TRUE(Unplug(9));
     Connect(9);
 }
 
@@ -290,10 +323,7 @@ TEST_F(SerialConnectTest, AnswerToTheThirdSyncStillConnects) {
 
 TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsIgnoredUntilItDisappears) {
     StdoutCapture console;
-    const auto port = FakePort::Plug(12);
-    port->open_error = 5;
-    kSerialTransport.Start();
-    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    StartWithRefusedPort(12);
     EXPECT_FALSE(QueuesOf(12)->available);
     EXPECT_FALSE(QueuesOf(12)->rx.active);
     EXPECT_FALSE(QueuesOf(12)->tx.active);
@@ -308,7 +338,7 @@ TEST_F(SerialConnectTest, PortThatCannotBeOpenedIsIgnoredUntilItDisappears) {
 
 // ---------------------------------------------------------------- ports that are not ready
 
-class SerialReadinessTest : public SerialFixture {
+class SerialReadinessTest : public SerialConnectTest {
 protected:
     static constexpr std::uint64_t kOneHourMs = 3'600'000;
 
@@ -324,6 +354,13 @@ protected:
             tick.Advance(1);
             return ScanCount() >= scans + 2;
         });
+    }
+    // Two scans have seen it afterwards.
+    static bool RestartDriver(std::int32_t number) {
+        SetReadiness(number, PortReadiness::kStopped);
+        if (!ScansAgain()) return false;
+        SetReadiness(number, PortReadiness::kReady);
+        return ScansAgain() && ScansAgain();
     }
     static void AllowAccess(FakePort& port, std::int32_t number) {
         port.Inject([](FakePort& self) { self.open_error.reset(); });
@@ -421,10 +458,7 @@ TEST_F(SerialReadinessTest, PortWhoseDriverDoesNotRunIsNeverOpened) {
 
 TEST_F(SerialReadinessTest, PortThatCouldNotBeOpenedIsRetriedWhenItsDriverWasRestarted) {
     LogCapture log;
-    const auto port = FakePort::Plug(12);
-    port->open_error = 5;
-    kSerialTransport.Start();
-    ASSERT_TRUE(Reaches(12, PortState::kFailed));
+    const auto port = StartWithRefusedPort(12);
     port->Inject([](FakePort& self) { self.open_error.reset(); });
     ASSERT_TRUE(ScansAgain());
     EXPECT_EQ(StateOf(12), PortState::kFailed) << "it was ready all the time";
@@ -439,15 +473,8 @@ TEST_F(SerialReadinessTest, PortThatCouldNotBeOpenedIsRetriedWhenItsDriverWasRes
 
 TEST_F(SerialReadinessTest, PortThatCouldNotBeOpenedIsRetriedOnceForEachRestart) {
     StdoutCapture console;
-    const auto port = FakePort::Plug(12);
-    port->open_error = 5;
-    kSerialTransport.Start();
-    ASSERT_TRUE(Reaches(12, PortState::kFailed));
-    SetReadiness(12, PortReadiness::kStopped);
-    ASSERT_TRUE(ScansAgain());
-    SetReadiness(12, PortReadiness::kReady);
-    ASSERT_TRUE(ScansAgain());
-    ASSERT_TRUE(ScansAgain());
+    StartWithRefusedPort(12);
+    ASSERT_TRUE(RestartDriver(12));
     kSerialTransport.Stop();
     const std::string once =
         "COM12: New device detected\n"
@@ -471,19 +498,8 @@ TEST_F(SerialReadinessTest, PortThatFailedForLackOfAccessIsRetriedWhenItIsGiven)
 }
 
 TEST_F(SerialReadinessTest, PortThatDidNotAnswerIsNotRetriedWhenItsDriverWasRestarted) {
-    std::shared_ptr<FakePort> port;
-    {
-        const UseLimits impatient(kImpatientLimits);
-        port = FakePort::Plug(9);
-        port->AnswerNothing();
-        kSerialTransport.Start();
-        ASSERT_TRUE(Reaches(9, PortState::kFailed));
-    }
-    SetReadiness(9, PortReadiness::kStopped);
-    ASSERT_TRUE(ScansAgain());
-    SetReadiness(9, PortReadiness::kReady);
-    ASSERT_TRUE(ScansAgain());
-    ASSERT_TRUE(ScansAgain());
+    const auto port = StartWithSilentPort(9);
+    ASSERT_TRUE(RestartDriver(9));
     EXPECT_EQ(StateOf(9), PortState::kFailed);
     EXPECT_EQ(port->OpenCount(), 1u);
 }
@@ -555,8 +571,7 @@ TEST_F(SerialConnectTest, PortThatBreaksDuringTheHandshakeFailsAtOnce) {
 TEST_F(SerialConnectTest, UnpluggedDongleIsStoppedByTheNextScan) {
     LogCapture log;
     const auto port = Connect(5);
-    UnplugPort(5);
-    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    ASSERT_TRUE(Unplug(5));
     ASSERT_TRUE(Closes(*port));
     // By this scan, or by a later one if the thread needs longer.
     EXPECT_TRUE(Eventually([&log] {
@@ -589,8 +604,7 @@ TEST_F(SerialConnectTest, ReplugConnectsTheSameQueuesWithoutLeftovers) {
         LockGuard hold(QueuesOf(5)->rx.lock);
         return QueuesOf(5)->rx.count == 1;
     }));
-    UnplugPort(5);
-    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    ASSERT_TRUE(Unplug(5));
     ASSERT_TRUE(Closes(*first));
 
     const auto second = Connect(5);
@@ -626,8 +640,7 @@ TEST_F(SerialConnectTest, ReplugDiscardsAHalfReceivedPacket) {
     half.resize(50);
     first->Send(half);
     ASSERT_TRUE(Eventually([&] { return first->Unread() == 0; }));
-    UnplugPort(5);
-    ASSERT_TRUE(Reaches(5, PortState::kUnused));
+    ASSERT_TRUE(Unplug(5));
     const auto second = Connect(5);
     second->Send(WirePacket(kTypePing));
     EXPECT_TRUE(Eventually([&] { return second->ReceivedCount(kTypeRepl) == 1; }));
@@ -651,8 +664,7 @@ TEST_F(SerialConnectTest, ManyReplugsLeakNothing) {
     }();
     for (int i = 0; i < 10; ++i) {
         Connect(5);
-        UnplugPort(5);
-        ASSERT_TRUE(Reaches(5, PortState::kUnused));
+        ASSERT_TRUE(Unplug(5));
     }
     kSerialTransport.Stop();
     EXPECT_EQ(LiveMemory().blocks, before);

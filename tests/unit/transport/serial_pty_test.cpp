@@ -163,6 +163,55 @@ bool CanBeLocked(int terminal) {
     return true;
 }
 
+bool IsMarked(int terminal) {
+    int exclusive = -1;
+    EXPECT_EQ(::ioctl(terminal, TIOCGEXCL, &exclusive), 0);
+    return exclusive == 1;
+}
+
+// Another program, which looks at the terminal whenever the library has dropped its bytes.
+class Onlooker {
+public:
+    explicit Onlooker(const Terminal& terminal)
+        : file_(::open(terminal.path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+        EXPECT_GE(file_, 0);
+        current = this;
+    }
+    ~Onlooker() {
+        current = nullptr;
+        ::close(file_);
+    }
+    Onlooker(const Onlooker&) = delete;
+    Onlooker& operator=(const Onlooker&) = delete;
+
+    void Look() {
+        ++looks;
+        port_was_ours = IsMarked(file_) && !CanBeLocked(file_);
+    }
+    bool CanHave() const { return !IsMarked(file_) && CanBeLocked(file_); }
+
+    int looks = 0;
+    bool port_was_ours = false;  // at the last look
+
+    static inline Onlooker* current = nullptr;
+
+private:
+    int file_;
+};
+
+TEST(SerialPortPosix, BytesAreDroppedBeforeOthersCanOpenThePort) {
+    Terminal terminal;
+    Onlooker other(terminal);
+    {
+        const OpenedPort port(terminal.path);
+        ASSERT_TRUE(port.IsOpen());
+        EXPECT_EQ(other.looks, 0);
+    }
+    EXPECT_EQ(other.looks, 1);
+    EXPECT_TRUE(other.port_was_ours);
+    EXPECT_TRUE(other.CanHave());
+}
+
 // The mark does not keep out root's programs; the lock does.
 TEST(SerialPortPosix, PortIsLockedWhileItIsOpen) {
     Terminal terminal;
@@ -432,3 +481,14 @@ TEST_F(SerialOnPty, OpenFailurePrintsTheSystemError) {
 
 }  // namespace
 }  // namespace tarvik::test
+
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker redirects calls to this name.
+extern "C" int __real_tcflush(int descriptor, int queue);
+extern "C" int __wrap_tcflush(int descriptor, int queue);
+extern "C" int __wrap_tcflush(int descriptor, int queue) {
+    const int result = __real_tcflush(descriptor, queue);
+    auto* const onlooker = tarvik::test::Onlooker::current;
+    if (onlooker != nullptr) onlooker->Look();
+    return result;
+}
+// NOLINTEND(bugprone-reserved-identifier)
