@@ -56,7 +56,8 @@ public:
     virtual ~BleScan() = default;  // stops the scan if it runs
     virtual void Start() = 0;
     // Called again and again while the scan runs: one that the system has not begun tries again.
-    virtual void Poll() {}
+    // Takes no longer than the rest of the scan's time.
+    virtual void Poll(std::uint32_t /*left_ms*/) {}
     virtual std::int32_t Status() = 0;  // a BluetoothLEAdvertisementWatcherStatus; 1 is "started"
     virtual void Stop() = 0;            // no handler runs after it has returned
 };

@@ -90,12 +90,13 @@ void ClearScanData() {
 
 void Listen(BleScan* scan, std::uint32_t duration_ms) {
     const std::uint64_t deadline = TickMs() + duration_ms;
-    while (!ble->closing) {
+    const auto left_ms = [deadline] {
         const std::uint64_t now = TickMs();
-        if (now >= deadline) return;
-        const std::uint64_t poll_ms = GetBleLimits().close_poll_ms;
-        SleepMs(static_cast<std::uint32_t>(std::min(deadline - now, poll_ms)));
-        scan->Poll();
+        return now < deadline ? static_cast<std::uint32_t>(deadline - now) : 0;
+    };
+    while (!ble->closing && left_ms() > 0) {
+        SleepMs(std::min(left_ms(), GetBleLimits().close_poll_ms));
+        scan->Poll(left_ms());
     }
 }
 

@@ -38,10 +38,6 @@ std::string Explain(const std::string& name, const std::string& text) {
     return name + ": " + text;
 }
 
-void LogEnd(const char* why) {
-    Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why);
-}
-
 BleError BusGone() { return BleError("the connection to the system's message bus is lost"); }
 
 }  // namespace
@@ -172,10 +168,16 @@ void BluezBus::AddMatches() {
     }
 }
 
+// On the bus's thread. Whoever has read the line finds the bus closed.
+void BluezBus::Close(const char* why) {
+    closed_ = true;
+    Log(kLogTrace, "[BLE] The connection to the message bus has ended: %s", why);
+}
+
 // A signal is lost, so nothing that is known of BlueZ's objects holds any more. The next scan
 // connects the bus anew.
 void BluezBus::End(const char* why) {
-    LogEnd(why);
+    Close(why);
     connection_->leaveEventLoop();
 }
 
@@ -183,9 +185,9 @@ void BluezBus::Run() {
     try {
         connection_->enterEventLoop();
     } catch (const sdbus::Error& error) {
-        LogEnd(error.getMessage().c_str());
+        Close(error.getMessage().c_str());
     } catch (...) {
-        LogEnd(BleErrorText().text);  // its library throws when memory is out
+        Close(BleErrorText().text);  // its library throws when memory is out
     }
     closed_ = true;
     WakeWaiters();
@@ -368,7 +370,9 @@ void BluezBus::OnOwnerChanged(sdbus::Message& message) {
     std::string name, old_owner, new_owner;
     message >> name >> old_owner >> new_owner;
     service_there_ = !new_owner.empty();
-    if (!old_owner.empty()) Notify([](BluezListener& listener) { listener.ServiceGone(); });
+    if (old_owner.empty()) return;
+    discovery_left_ = false;
+    Notify([](BluezListener& listener) { listener.ServiceGone(); });
 }
 
 }  // namespace tarvik

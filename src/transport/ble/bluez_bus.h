@@ -60,6 +60,9 @@ public:
     bool closed() const { return closed_; }
     // False: the last finished call got no answer in time.
     bool answers() const { return answers_; }
+    // BlueZ did not stop this connection's discovery, and may keep it until the connection ends.
+    bool discovery_left() const { return discovery_left_; }
+    void SetDiscoveryLeft(bool left) { discovery_left_ = left; }
     // Calls with Cancel::kObeyed fail at once from now on.
     void CancelConnecting();
 
@@ -95,6 +98,7 @@ private:
 
     BluezBus() = default;
     void Prepare();
+    void Close(const char* why);
     void End(const char* why);  // on the bus's thread
     static Answer TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
                              const Read& read) noexcept;
@@ -115,6 +119,7 @@ private:
     std::atomic<bool> closed_{false};
     std::atomic<bool> cancelled_{false};
     std::atomic<bool> answers_{true};
+    std::atomic<bool> discovery_left_{false};
     std::atomic<bool> service_there_{false};  // org.bluez has an owner
 
     OsLock lock_;  // for Await's condition; never held while the bus or a listener is called

@@ -1,5 +1,6 @@
 #include "transport/ble/bluez_scan.h"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -28,7 +29,7 @@ public:
     ~BluezScan() override;
 
     void Start() override;
-    void Poll() override;
+    void Poll(std::uint32_t left_ms) override;
     std::int32_t Status() override;
     void Stop() override;
 
@@ -40,8 +41,9 @@ private:
     };
 
     void SetFilter();
-    void StartDiscovery();
-    bool RunsAlready();
+    void StartDiscovery(std::uint32_t limit_ms);
+    void LogRefusal(const BluezError& error);
+    bool AdapterDiscovers();
     void StopDiscovery();
     void ReadKnownObjects(const std::vector<BluezObject>& objects);
     void ReadKnownAdapter(const BluezObject& object);
@@ -57,8 +59,8 @@ private:
     const std::shared_ptr<BluezOpenDevices> open_devices_;
     Handler& handler_;
     bool started_ = false;
-    bool discovers_ = false;  // BlueZ has begun
-    bool refusal_logged_ = false;
+    bool discovers_ = false;  // BlueZ has begun for this connection, or may do so yet
+    std::string refusal_;     // the last one that was logged
     std::uint64_t next_attempt_ms_ = 0;
 
     OsLock lock_;  // guards everything below; held for the handler, never for calls of the bus
@@ -84,7 +86,12 @@ void BluezScan::Start() {
     ReadKnownObjects(bus_->Objects());
     started_ = true;
     SetFilter();
-    StartDiscovery();
+    try {
+        StartDiscovery(GetBluezLimits().discovery_ms);
+    } catch (const BluezError& error) {
+        if (!error.Is("InProgress")) throw;
+        LogRefusal(error);
+    }
 }
 
 void BluezScan::SetFilter() {
@@ -96,48 +103,68 @@ void BluezScan::SetFilter() {
                });
 }
 
-// BlueZ answers "InProgress" if an earlier session was not ended, which is then used, but also to
-// whatever the kernel refuses: then nothing listens.
-void BluezScan::StartDiscovery() {
+// BlueZ answers "InProgress" if this connection's earlier discovery was not stopped, which is then
+// used, but also to whatever the kernel refuses. A call that is not answered in time may still
+// begin discovery.
+void BluezScan::StartDiscovery(std::uint32_t limit_ms) {
     next_attempt_ms_ = TickMs() + GetBluezLimits().discovery_retry_ms;
+    discovers_ = true;
     try {
-        bus_->Call({adapter_, kBluezAdapter, "StartDiscovery", GetBluezLimits().discovery_ms});
-        discovers_ = true;
+        bus_->Call({adapter_, kBluezAdapter, "StartDiscovery", limit_ms});
     } catch (const BluezError& error) {
-        if (!error.Is("InProgress")) throw;
-        discovers_ = RunsAlready();
-        if (discovers_ || std::exchange(refusal_logged_, true)) return;
-        Log(kLogTrace, "[BLE] Discovery is refused and tried again: %s", BleErrorText(error).text);
+        const bool is_ours = error.Is("InProgress") && bus_->discovery_left() && AdapterDiscovers();
+        discovers_ = is_ours || error.IsSilence();
+        throw;
     }
 }
 
-bool BluezScan::RunsAlready() {
+// A discovery that runs already, of whomever, serves this scan too.
+void BluezScan::LogRefusal(const BluezError& error) {
+    const char* const outcome = error.IsSilence() ? "is late" : "is refused and tried again";
+    if (AdapterDiscovers() || error.message() == refusal_) return;
+    refusal_ = error.message();
+    Log(kLogTrace, "[BLE] Discovery %s: %s", outcome, BleErrorText(error).text);
+}
+
+bool BluezScan::AdapterDiscovers() {
     const LockGuard hold(lock_);
     return discovering_[adapter_];
 }
 
-void BluezScan::Poll() {
-    if (started_ && !discovers_ && TickMs() >= next_attempt_ms_) StartDiscovery();
+// Another program's discovery may end before this scan.
+void BluezScan::Poll(std::uint32_t left_ms) {
+    if (!started_ || discovers_ || left_ms == 0) return;
+    if (TickMs() < next_attempt_ms_ || AdapterDiscovers()) return;
+    try {
+        StartDiscovery(std::min(left_ms, GetBluezLimits().discovery_ms));
+    } catch (const BluezError& error) {
+        LogRefusal(error);
+    }
 }
 
 std::int32_t BluezScan::Status() {
     if (!started_) return kStopped;
-    return discovers_ ? kStarted : kCreated;
+    return discovers_ || AdapterDiscovers() ? kStarted : kCreated;
 }
 
 // Its failure does not keep the scan from asking the dongles that are connected.
 void BluezScan::StopDiscovery() {
+    const BluezLimits& limits = GetBluezLimits();
+    const std::uint32_t limit_ms = bus_->answers() ? limits.discovery_ms : limits.close_mute_ms;
+    bus_->SetDiscoveryLeft(true);
     try {
-        bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", GetBluezLimits().discovery_ms});
+        bus_->Call({adapter_, kBluezAdapter, "StopDiscovery", limit_ms});
+        bus_->SetDiscoveryLeft(false);
     } catch (const BluezError& error) {
         Log(kLogTrace, "[BLE] Discovery did not end as it should: %s", BleErrorText(error).text);
     }
 }
 
+// Listens until discovery is stopped: the end of the service is signalled before that answer.
 void BluezScan::Stop() {
     if (!std::exchange(started_, false)) return;
-    bus_->Remove(this);
     if (std::exchange(discovers_, false)) StopDiscovery();
+    bus_->Remove(this);
     const LockGuard hold(lock_);
     if (service_gone_) throw BleError("the Bluetooth service has gone during the scan");
 }

@@ -4,37 +4,10 @@
 #include <functional>
 #include <utility>
 
-#include "platform/lock.h"
+#include "transport/ble/ble_gate.h"
 #include "transport/ble/winrt_pointer.h"
 
 namespace tarvik::winrt {
-
-// Admits calls until it is closed.
-class Gate {
-public:
-    bool Enter() {
-        const LockGuard hold(lock_);
-        if (!closed_) ++inside_;
-        return !closed_;
-    }
-    void Leave() {
-        const LockGuard hold(lock_);
-        if (--inside_ == 0) empty_.WakeAll();
-    }
-    // Returns when the calls inside have left. Must not be called from inside.
-    void Close() {
-        const LockGuard hold(lock_);
-        closed_ = true;
-        while (inside_ > 0)
-            empty_.Wait(lock_, -1);
-    }
-
-private:
-    OsLock lock_;
-    OsCondition empty_;
-    bool closed_ = false;  // guarded by lock_
-    int inside_ = 0;       // guarded by lock_
-};
 
 // The number of delegates. The runtime may keep one longer than its owner does, and calls into this
 // library.
@@ -83,7 +56,7 @@ private:
 
     const IID iid_;
     const Body body_;
-    Gate gate_;
+    BleGate gate_;
     std::atomic<ULONG> references_{1};
 };
 

@@ -7,6 +7,7 @@
 #include "platform/immortal.h"
 #include "platform/lock.h"
 #include "platform/thread.h"
+#include "platform/win32/utf16.h"
 #include "transport/ble/ble_radio.h"
 
 namespace tarvik::winrt {
@@ -15,20 +16,17 @@ namespace tarvik::winrt {
 
 namespace {
 
-std::string Utf8(const wchar_t* text, int length) {
-    const int size = ::WideCharToMultiByte(CP_UTF8, 0, text, length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(size), '\0');
-    ::WideCharToMultiByte(CP_UTF8, 0, text, length, utf8.data(), size, nullptr, nullptr);
-    return utf8;
-}
-
 std::string SystemText(HRESULT result) {
-    wchar_t text[256];
+    constexpr DWORD kRoom = 256;
+    wchar_t wide[kRoom];
     DWORD length = ::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                                    nullptr, static_cast<DWORD>(result), 0, text, 256, nullptr);
-    while (length > 0 && std::wcschr(L" .\r\n", text[length - 1]) != nullptr)
+                                    nullptr, static_cast<DWORD>(result), 0, wide, kRoom, nullptr);
+    while (length > 0 && std::wcschr(L" .\r\n", wide[length - 1]) != nullptr)
         --length;
-    return length == 0 ? "The system reported an error" : Utf8(text, static_cast<int>(length));
+    wide[length] = L'\0';
+    char text[kRoom * 3];
+    const bool is_there = length > 0 && ToUtf8(wide, text, sizeof text) > 0;
+    return is_there ? text : "The system reported an error";
 }
 
 BleError ErrorOf(HRESULT result, const std::string& text) {

@@ -43,6 +43,7 @@ constexpr BleUuid kServiceUuid = {0x59, 0x46, 0x2f, 0x12, 0x95, 0x43, 0x99, 0x99
                                   0x12, 0xc8, 0x58, 0xb4, 0x59, 0xa2, 0x71, 0xff};
 constexpr BleUuid kCharacteristicUuid = {0x34, 0xa2, 0x42, 0xa7, 0x5b, 0xc9, 0x45, 0xd3,
                                          0x92, 0xe4, 0xaf, 0x6f, 0x91, 0x38, 0xff, 0x00};
+constexpr std::uint32_t kScanMs = 20'000;  // what is left of a scan
 constexpr char kDevice[] = "org.bluez.Device1";
 constexpr char kService[] = "org.bluez.GattService1";
 constexpr char kCharacteristic[] = "org.bluez.GattCharacteristic1";
@@ -345,6 +346,11 @@ TEST_F(BluezScanMessages, ServiceThatGoesFailsTheScanAndOneThatComesDoesNot) {
     EXPECT_EQ(ErrorOf([&] { Scan(); }), "the Bluetooth service has gone during the scan");
 }
 
+TEST_F(BluezScanMessages, ServiceThatGoesWhenDiscoveryIsStoppedFailsTheScan) {
+    bluez_.SignalBefore("StopDiscovery", {OwnerChanged(":1.4", "")});
+    EXPECT_EQ(ErrorOf([&] { Scan(); }), "the Bluetooth service has gone during the scan");
+}
+
 // The kernel reports a device that it knows once, to the scan that was first.
 TEST_F(BluezScanMessages, StrengthFromAnotherProgramsScanCountsWhileThatRuns) {
     SetStrengthFromBefore(false);
@@ -376,18 +382,61 @@ TEST_F(BluezScanMessages, ServiceThatHasGoneIsNotCalled) {
     EXPECT_EQ(bluez_.Calls("GetManagedObjects"), 1);
 }
 
-TEST_F(BluezScanMessages, DiscoveryThatAlreadyRunsIsUsed) {
+TEST_F(BluezScanMessages, DiscoveryOfAnotherProgramIsUsedAndNotStopped) {
     const LogCapture log;
     SetStrengthFromBefore(true);
     bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
     const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
     scan->Start();
     EXPECT_EQ(scan->Status(), 1);
-    scan->Poll();
+    scan->Poll(kScanMs);
     scan->Stop();
     EXPECT_EQ(bluez_.Calls("StartDiscovery"), 1);
-    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 0);
     EXPECT_FALSE(log.Mentions("refused"));
+}
+
+TEST_F(BluezScanMessages, DiscoveryOfAnotherProgramIsReplacedWhenItEnds) {
+    SetStrengthFromBefore(true);
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    EXPECT_EQ(scan->Status(), 1);
+    bluez_.SignalBefore("StartDiscovery", {Discovering(true), Strength(kDevicePath, -71)});
+    bluez_.Send(Discovering(false));
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll(kScanMs);
+        return bluez_.Calls("StartDiscovery") == 2;
+    }));
+    EXPECT_EQ(scan->Status(), 1);
+    EXPECT_EQ(reports_.rssi(), -71);
+    scan->Stop();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+}
+
+// BlueZ keeps it for this program.
+TEST_F(BluezScanMessages, DiscoveryThatCouldNotBeStoppedIsUsedAndStoppedByTheNextScan) {
+    bluez_.Fail("StopDiscovery", "org.bluez.Error.Failed");
+    Scan();
+    bluez_.Reset();
+    SetStrengthFromBefore(true);
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    Scan();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+    Scan();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1) << "it was stopped";
+}
+
+TEST_F(BluezScanMessages, DiscoveryThatMayBeginLateIsStopped) {
+    bluez_.StaySilent("StartDiscovery");
+    limits.discovery_ms = 20;
+    std::string error;
+    EXPECT_TRUE(Eventually([&] {  // other calls may take too long too
+        error = ErrorOf([&] { Scan(); });
+        return bluez_.Calls("StartDiscovery") == 1;
+    }));
+    EXPECT_NE(error.find("the Bluetooth service does not answer"), error.npos) << error;
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
 }
 
 TEST_F(BluezScanMessages, DiscoveryThatCannotBeStartedFailsTheScan) {
@@ -403,17 +452,17 @@ TEST_F(BluezScanMessages, RefusedDiscoveryIsTriedAgainWhileTheScanRuns) {
     scan->Start();
     EXPECT_EQ(scan->Status(), 0);
     EXPECT_TRUE(Eventually([&] {
-        scan->Poll();
+        scan->Poll(kScanMs);
         return bluez_.Calls("StartDiscovery") == 3;
     }));
     EXPECT_EQ(scan->Status(), 0);
     bluez_.SignalBefore("StartDiscovery", {Strength(kDevicePath, -71)});
     EXPECT_TRUE(Eventually([&] {
-        scan->Poll();
+        scan->Poll(kScanMs);
         return scan->Status() == 1;
     }));
     const int attempts = bluez_.Calls("StartDiscovery");
-    scan->Poll();
+    scan->Poll(kScanMs);
     EXPECT_EQ(bluez_.Calls("StartDiscovery"), attempts);
     scan->Stop();
     EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
@@ -423,7 +472,52 @@ TEST_F(BluezScanMessages, RefusedDiscoveryIsTriedAgainWhileTheScanRuns) {
               1u);
 }
 
-// The signal tells that the refused discovery was another program's, or our own of before.
+TEST_F(BluezScanMessages, ErrorsOfALaterAttemptAreLoggedAndItIsTriedAgain) {
+    const LogCapture log;
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.NotReady", "Resource Not Ready");
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll(kScanMs);
+        return bluez_.Calls("StartDiscovery") == 3;
+    }));
+    EXPECT_EQ(log.Count("[BLE] Discovery is refused and tried again: "
+                        "the Bluetooth adapter is switched off (Resource Not Ready)"),
+              1u);
+    bluez_.SignalBefore("StartDiscovery", {});
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll(kScanMs);
+        return scan->Status() == 1;
+    }));
+}
+
+TEST_F(BluezScanMessages, LaterAttemptLastsNoLongerThanTheScan) {
+    const LogCapture log;
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    limits.discovery_ms = 600'000;
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    bluez_.StaySilent("StartDiscovery");
+    EXPECT_TRUE(Eventually([&] {
+        scan->Poll(20);
+        return bluez_.Calls("StartDiscovery") == 2;
+    }));
+    EXPECT_TRUE(log.Mentions("[BLE] Discovery is late: the Bluetooth service does not answer"));
+    scan->Stop();
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+}
+
+TEST_F(BluezScanMessages, NothingIsTriedWhenTheScanIsOver) {
+    bluez_.Fail("StartDiscovery", "org.bluez.Error.InProgress");
+    const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
+    scan->Start();
+    SleepMs(2 * limits.discovery_retry_ms);
+    scan->Poll(0);
+    EXPECT_EQ(bluez_.Calls("StartDiscovery"), 1);
+}
+
+// The signal tells that the refused discovery is another program's.
 TEST_F(BluezScanMessages, RefusedDiscoveryIsNotTriedAgainOnceTheAdapterDiscovers) {
     bluez_.On("StartDiscovery", [](const BusCall& call) {
         return Messages{Discovering(true), ErrorReplyTo(call, "org.bluez.Error.InProgress", "")};
@@ -431,8 +525,10 @@ TEST_F(BluezScanMessages, RefusedDiscoveryIsNotTriedAgainOnceTheAdapterDiscovers
     const std::unique_ptr<BleScan> scan = radio_->CreateScan(reports_);
     scan->Start();
     EXPECT_EQ(scan->Status(), 1);
+    scan->Poll(kScanMs);
+    EXPECT_EQ(bluez_.Calls("StartDiscovery"), 1);
     scan->Stop();
-    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 1);
+    EXPECT_EQ(bluez_.Calls("StopDiscovery"), 0);
 }
 
 TEST_F(BluezScanMessages, DiscoveryThatNeverBeganIsNotStopped) {
@@ -509,9 +605,10 @@ protected:
         const std::vector<std::uint8_t> value(size);
         return device_->Write(value);
     }
-    // Returns when the library has handled all signals sent so far: an answer comes after them.
+    // Returns when the library has handled all signals sent so far: an answer comes after them. A
+    // scan gets none while the service is gone.
     void AwaitSignals() {
-        ErrorOf([&] { Scan(); });
+        EXPECT_TRUE(Eventually([&] { return ErrorOf([&] { Scan(); }).empty(); }));
     }
     bool IsLost() {
         return Eventually([&] { return reports_.losses() > 0; });

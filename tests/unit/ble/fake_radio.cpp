@@ -147,8 +147,9 @@ public:
         ThrowUnlessEmpty(FakeRadio::start_error);
         if (!FakeRadio::begins_late) Begin();
     }
-    void Poll() override {
+    void Poll(std::uint32_t left_ms) override {
         RequireEntered("polling a scan");
+        FakeRadio::longest_left = std::max(FakeRadio::longest_left.load(), left_ms);
         if (std::exchange(FakeRadio::begins_late, false)) Begin();
     }
     std::int32_t Status() override { return 1; }
@@ -291,6 +292,7 @@ void FakeRadio::Reset() {
     enter_fails_on = "";
     open_foreign = false;
     begins_late = false;
+    longest_left = 0;
     cancelled = 0;
     const std::lock_guard hold(radio_lock);
     dongles.clear();

@@ -105,7 +105,8 @@ public:
     static inline std::string enter_fails_on;
     static inline bool open_foreign = false;  // OpenBleRadio throws something that is no BleError
     static inline bool begins_late = false;   // scans advertise when they are polled first
-    static inline std::string advertisement_error;  // reported once in each scan
+    static inline std::atomic<std::uint32_t> longest_left{0};  // that a scan was polled with
+    static inline std::string advertisement_error;             // reported once in each scan
     // Existing radios, scans and devices; entries of threads that have not left.
     static inline std::atomic<int> radios{0}, scans{0}, devices{0}, threads{0};
     static inline std::atomic<int> cancelled{0};

@@ -181,6 +181,12 @@ TEST_F(BleScanTest, DongleIsFoundAlthoughTheSystemBeginsLate) {
     EXPECT_EQ(Scan().size(), 1u);
 }
 
+TEST_F(BleScanTest, PolledRadioIsToldTheRestOfTheScansTime) {
+    constexpr std::uint32_t kLongScanMs = 50;
+    Scan(kLongScanMs);
+    EXPECT_LT(FakeRadio::longest_left, kLongScanMs);
+}
+
 TEST_F(BleScanTest, RadioThatCannotScanFailsOnlyThisScan) {
     FakeRadio::Add();
     for (std::string* error :
