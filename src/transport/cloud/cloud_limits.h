@@ -12,7 +12,7 @@ struct CloudLimits {
     std::int32_t connect_poll_ms;       // how late a look-up or a connect notices an abort
     std::int32_t connect_stagger_ms;    // before another address is tried beside those before
     std::int32_t link_idle_ms;          // before an idle TCP connection's peer is probed
-    std::int32_t link_dead_ms;          // for the peer to acknowledge; both in whole seconds
+    std::int32_t link_dead_ms;          // until it counts as dead; both in whole seconds
     std::uint32_t failure_box_quiet_s;  // after a failure box, none is shown for so long
     // Packets.
     std::int32_t transmit_wait_ms;      // of one wait for a packet to send

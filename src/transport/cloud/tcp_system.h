@@ -40,8 +40,9 @@ inline constexpr std::size_t kMaxConnectAttempts = 16;
 void SystemAwaitConnects(std::span<ConnectAttempt> attempts, std::int32_t timeout_ms);
 
 // Ends the connection if for `dead_ms` the peer has acknowledged nothing of what was sent, probes
-// included, which begin once the connection has been idle for `idle_ms`. What the system does not
-// offer is left out.
+// included, which begin once the connection has been idle for `idle_ms`. Linux also ends one whose
+// peer acknowledges, but takes nothing of what is to be sent for as long; Windows keeps it. What
+// the system does not offer is left out.
 void SystemDetectDeadPeer(SystemSocket socket, std::int32_t idle_ms, std::int32_t dead_ms);
 
 enum class TcpReadiness : std::uint8_t { kReadable, kPeerEnded, kTimeout, kFailed };

@@ -9,14 +9,24 @@
 #include <new>
 #include <system_error>
 
+#include "platform/posix/standard_descriptors.h"
+#include "platform/process.h"
+
 namespace tarvik {
 
 namespace {
 
 std::atomic<bool> process_is_ending{false};
+std::atomic<bool> is_unloaded{false};
 
+// Once nothing is cleaned up any more, the library must stay, whatever exit handlers that follow
+// unload: OpenSSL has given the system functions to call when a thread ends.
 struct NotesProcessEnd {
-    ~NotesProcessEnd() { process_is_ending.store(true); }
+    ~NotesProcessEnd() {
+        if (is_unloaded.load()) return;
+        process_is_ending.store(true);
+        OsKeepLibraryLoaded();
+    }
 };
 
 // When a process ends, its static objects are destroyed first: threads of an application that has
@@ -24,7 +34,9 @@ struct NotesProcessEnd {
 // is unloaded, this function is called first, and none of its threads is left. What OpenSSL keeps
 // for threads of the application must go: they would run its destructors, which are unloaded.
 __attribute__((destructor)) void CleanUpUnlessTheProcessEnds() {
-    if (!process_is_ending.load()) ::OPENSSL_cleanup();
+    if (process_is_ending.load()) return;
+    is_unloaded.store(true);
+    ::OPENSSL_cleanup();
 }
 
 void Initialize() {
@@ -71,6 +83,7 @@ const char* FindIssuersFile(bool (*exists)(const char* path)) {
 }
 
 bool TrustSystemIssuers(SSL_CTX* context) {
+    const StandardDescriptorsTaken standard;
     if (::SSL_CTX_set_default_verify_paths(context) != 1) return false;
     const char* file = UserNamesIssuers() ? nullptr : FindIssuersFile(&Exists);
     return file == nullptr || ::SSL_CTX_load_verify_file(context, file) == 1;

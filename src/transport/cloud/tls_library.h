@@ -6,7 +6,7 @@ namespace tarvik {
 
 // OpenSSL is part of this library, apart from any that the host has: it reads no configuration of
 // the host, which may name modules for another OpenSSL, and is cleaned up when the library is
-// unloaded.
+// unloaded. Once the process's exit handlers run, the library is not unloaded any more.
 
 // A context for connections to servers. Throws std::bad_alloc.
 SSL_CTX* CreateTlsClientContext();

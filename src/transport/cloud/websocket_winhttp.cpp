@@ -13,6 +13,8 @@
 #include "link/packet.h"
 #include "platform/lock.h"
 #include "platform/process.h"
+#include "platform/win32/library_reference.h"
+#include "platform/win32/utf16.h"
 #include "support/counted.h"
 #include "transport/cloud/cloud_limits.h"
 #include "transport/cloud/keep_alive_win32.h"
@@ -33,10 +35,9 @@ static_assert(static_cast<int>(MessageKind::kClose) == WINHTTP_WEB_SOCKET_CLOSE_
 
 namespace {
 
-constexpr int kTextCapacity = 256;
 constexpr DWORD kTcpKeepAliveOption = 152;  // WINHTTP_OPTION_TCP_KEEPALIVE; MinGW's headers lack it
 
-using WideText = wchar_t[kTextCapacity];
+using ServiceText = ShownText<256>;
 
 // A call that the service has begun.
 struct PendingCall {
@@ -60,6 +61,7 @@ struct WebSocketClient : Counted {
     // The service sets it once the session is closed and none of its callbacks runs any more. Null:
     // it does not offer that.
     HANDLE unload_notice = nullptr;
+    void* library = nullptr;  // held for a late notice
 
     OsLock lock;  // guards all below; taken after handle_lock, and by the callback
     OsCondition changed;
@@ -87,17 +89,37 @@ bool AwaitLastCallback(WebSocketClient* client) {
     // Even the callback that reports the last handle's closing returns a little later than that.
     if (client->unload_notice == nullptr) return AwaitClosing(client);
     const auto limit = static_cast<DWORD>(GetCloudLimits().websocket_closing_ms);
-    if (::WaitForSingleObject(client->unload_notice, limit) != WAIT_OBJECT_0) {
-        return false;  // the event stays open, as the service still has its handle
-    }
+    if (::WaitForSingleObject(client->unload_notice, limit) != WAIT_OBJECT_0) return false;
     ::CloseHandle(client->unload_notice);
     return true;
 }
 
-std::uint32_t ToUtf16(const char* text, WideText* wide) {
-    const int size = ::MultiByteToWideChar(CP_UTF8, 0, text, -1, *wide, kTextCapacity);
-    return size != 0 ? 0 : kErrorInvalidParameter;
+void CALLBACK OnLateNotice(PTP_CALLBACK_INSTANCE callback, void* context, PTP_WAIT wait,
+                           TP_WAIT_RESULT) {
+    const auto client = Ref<WebSocketClient>::Adopt(static_cast<WebSocketClient*>(context));
+    ::CloseHandle(client->unload_notice);
+    ::CloseThreadpoolWait(wait);
+    ReleaseLibraryAfter(callback, client->library);
 }
+
+// A callback must find its code until it has returned. The library, the event, which the service
+// still has, and the client are kept until the service sets the event, and go then. Without an
+// event, or without memory to wait for it, nothing shows when the last callback has returned: then
+// the library stays until the process ends, and so does an event.
+void KeepUntilLastCallback(Ref<WebSocketClient> client) {
+    if (client->unload_notice == nullptr) return OsKeepLibraryLoaded();
+    const PTP_WAIT wait = ::CreateThreadpoolWait(OnLateNotice, client.Get(), nullptr);
+    client->library = wait != nullptr ? OsHoldLibrary() : nullptr;
+    if (client->library == nullptr) {
+        if (wait != nullptr) ::CloseThreadpoolWait(wait);
+        return OsKeepLibraryLoaded();
+    }
+    const HANDLE notice = client->unload_notice;
+    static_cast<void>(client.Detach());  // the wait's now
+    ::SetThreadpoolWait(wait, notice, nullptr);
+}
+
+std::uint32_t Check(const ServiceText& text) { return text.IsWhole() ? 0 : kErrorInvalidParameter; }
 
 // ---------------------------------------------------------------- calls and how they end
 
@@ -241,12 +263,12 @@ void WatchPeerAndFallBack(HINTERNET session) {
 }
 
 std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
-    WideText name;
-    if (const std::uint32_t error = ToUtf16(user_agent, &name)) return error;
+    const ServiceText name(user_agent);
+    if (const std::uint32_t error = Check(name)) return error;
     const LockGuard hold(client->handle_lock);
     const std::uint32_t error =
         Keep(client, &client->session,
-             ::WinHttpOpen(name, WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
+             ::WinHttpOpen(name.Get(), WINHTTP_ACCESS_TYPE_DEFAULT_PROXY, WINHTTP_NO_PROXY_NAME,
                            WINHTTP_NO_PROXY_BYPASS, WINHTTP_FLAG_ASYNC));
     if (error != 0) return error;
     RequestUnloadNotice(client);
@@ -257,10 +279,10 @@ std::uint32_t OpenSession(WebSocketClient* client, const char* user_agent) {
     return reports ? 0 : CodeOf(client, ::GetLastError());
 }
 
-std::uint32_t UseProxy(WebSocketClient* client, wchar_t* name) {
+std::uint32_t UseProxy(WebSocketClient* client, const wchar_t* name) {
     WINHTTP_PROXY_INFO proxy{};
     proxy.dwAccessType = WINHTTP_ACCESS_TYPE_NAMED_PROXY;
-    proxy.lpszProxy = name;
+    proxy.lpszProxy = const_cast<wchar_t*>(name);  // only read
     return Do(client, &client->session, [&](HINTERNET session) {
         return ErrorOf(::WinHttpSetOption(session, WINHTTP_OPTION_PROXY, &proxy, sizeof proxy));
     });
@@ -351,17 +373,17 @@ std::uint32_t CompleteUpgrade(WebSocketClient* client) {
 bool TakeSteps(WebSocketClient* client, const WebSocketTarget& target,
                const WebSocketSteps& steps) {
     using Step = WebSocketStep;
-    WideText server, endpoint, proxy;
-    return steps.Take(Step::kServerText, [&] { return ToUtf16(target.server, &server); }) &&
-           steps.Take(Step::kEndpointText, [&] { return ToUtf16(target.endpoint, &endpoint); }) &&
-           steps.Take(Step::kProxyText, [&] { return ToUtf16(target.proxy, &proxy); }) &&
+    const ServiceText server(target.server), endpoint(target.endpoint), proxy(target.proxy);
+    return steps.Take(Step::kServerText, [&] { return Check(server); }) &&
+           steps.Take(Step::kEndpointText, [&] { return Check(endpoint); }) &&
+           steps.Take(Step::kProxyText, [&] { return Check(proxy); }) &&
            steps.Take(Step::kOpen, [&] { return OpenSession(client, target.user_agent); }) &&
            (!target.use_proxy ||
-            steps.Take(Step::kProxy, [&] { return UseProxy(client, proxy); })) &&
+            steps.Take(Step::kProxy, [&] { return UseProxy(client, proxy.Get()); })) &&
            steps.Take(Step::kConnect,
-                      [&] { return OpenConnection(client, server, target.port); }) &&
+                      [&] { return OpenConnection(client, server.Get(), target.port); }) &&
            steps.Take(Step::kOpenRequest,
-                      [&] { return OpenRequest(client, endpoint, target.secure); }) &&
+                      [&] { return OpenRequest(client, endpoint.Get(), target.secure); }) &&
            (target.check_certificate ||
             steps.Take(Step::kCertificates, [&] { return IgnoreCertificateFaults(client); })) &&
            steps.Take(Step::kUpgradeOption, [&] { return RequestUpgrade(client); }) &&
@@ -441,10 +463,9 @@ bool AbortWebSocket(WebSocketClient* client) {
 }
 
 void CloseWebSocket(WebSocketClient* client, void (*closed)(WebSocketHandle)) {
-    const auto last = Ref<WebSocketClient>::Adopt(client);
+    auto last = Ref<WebSocketClient>::Adopt(client);
     CloseAll(client, closed);
-    // A callback must find its code until it has returned.
-    if (!AwaitLastCallback(client)) OsKeepLibraryLoaded();
+    if (!AwaitLastCallback(client)) KeepUntilLastCallback(std::move(last));
 }
 
 }  // namespace tarvik

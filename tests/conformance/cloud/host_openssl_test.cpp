@@ -3,10 +3,14 @@
 
 #include <dlfcn.h>
 #include <pthread.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <future>
 #include <thread>
+#include <utility>
 
 #include "conformance/cloud/relay_fixture.h"
 #include "conformance/framework/fresh_process.h"
@@ -23,7 +27,7 @@ constexpr const char* kHostFunctions[] = {HOST_OPENSSL_FUNCTIONS(NAME)};
 class HostOpenSsl : public RelayFixture {
 public:
     // Has a connection whose certificate is checked, in `library`.
-    static void ConnectAndDestruct(const Functions& library) {
+    static void Connect(const Functions& library) {
         SetVariable("SSL_CERT_FILE", Relay::CertificateFile());
         Settings settings = SettingsFor(Way::kSecureWebSocket);
         settings.disableCertValidation = false;
@@ -31,8 +35,11 @@ public:
         const LogCapture log;
         ASSERT_EQ(library.PDUConstruct(nullptr, nullptr), PDU_STATUS_NOERROR);
         EXPECT_TRUE(Eventually([&] { return log.Has("[Cloud] Connected"); })) << log.Text();
-        ASSERT_EQ(library.PDUDestruct(), PDU_STATUS_NOERROR);
         SetVariable("SSL_CERT_FILE", "");
+    }
+    static void ConnectAndDestruct(const Functions& library) {
+        ASSERT_NO_FATAL_FAILURE(Connect(library));
+        ASSERT_EQ(library.PDUDestruct(), PDU_STATUS_NOERROR);
     }
 };
 
@@ -92,6 +99,72 @@ FRESH_PROCESS_TEST(OwnOpenSsl, LeavesNothingBehindWhenTheLibraryIsUnloaded) {
     for (int round = 0; round < 3; ++round)
         ASSERT_TRUE(Eventually(&UseFromThread));
     EXPECT_EQ(NextKey(), before);
+}
+
+// A host whose exit handler unloads the library, while a thread of its own exists that has used it.
+class UnloadingAtExit {
+public:
+    enum class Handler { kRegisteredFirst, kRegisteredLast };
+    enum class Destruct { kBefore, kInHandler };
+
+    static void Run(Handler handler, Destruct destruct) {
+        static UnloadingAtExit* host = nullptr;
+        const auto at_exit = [] { delete std::exchange(host, nullptr); };
+        if (handler == Handler::kRegisteredFirst) std::atexit(at_exit);
+        host = new UnloadingAtExit(destruct);
+        if (handler == Handler::kRegisteredLast) std::atexit(at_exit);
+    }
+
+private:
+    explicit UnloadingAtExit(Destruct destruct) : destruct_(destruct), library_(LibraryPath()) {
+        EXPECT_TRUE(library_.IsLoaded()) << library_.Error();
+        user_ = std::thread([this] {
+            HostOpenSsl::Connect(*library_);
+            if (destruct_ == Destruct::kBefore) library_->PDUDestruct();
+            used_.set_value();
+            unloaded_.get_future().wait();
+        });
+        used_.get_future().wait();
+    }
+    ~UnloadingAtExit() {
+        if (destruct_ == Destruct::kInHandler) library_->PDUDestruct();
+        library_.Unload();
+        const bool is_clean = LibraryIsLoaded() || NextKey() == first_key_;
+        unloaded_.set_value();
+        user_.join();
+        if (!is_clean) ReportAndEnd();
+    }
+    [[noreturn]] static void ReportAndEnd() {
+        std::fprintf(stderr, "threads that end would call functions that are unloaded\n");
+        ::_exit(1);
+    }
+
+    const Destruct destruct_;
+    const pthread_key_t first_key_ = NextKey();
+    LibraryInstance library_;
+    std::promise<void> used_;
+    std::promise<void> unloaded_;
+    std::thread user_;
+};
+
+FRESH_PROCESS_TEST(OwnOpenSsl, MayBeUnloadedInAnExitHandlerAfterTheLibrarysOwn) {
+    UnloadingAtExit::Run(UnloadingAtExit::Handler::kRegisteredFirst,
+                         UnloadingAtExit::Destruct::kBefore);
+}
+
+FRESH_PROCESS_TEST(OwnOpenSsl, MayBeUnloadedInAnExitHandlerThatDestructs) {
+    UnloadingAtExit::Run(UnloadingAtExit::Handler::kRegisteredFirst,
+                         UnloadingAtExit::Destruct::kInHandler);
+}
+
+FRESH_PROCESS_TEST(OwnOpenSsl, MayBeUnloadedInAnExitHandlerBeforeTheLibrarysOwn) {
+    UnloadingAtExit::Run(UnloadingAtExit::Handler::kRegisteredLast,
+                         UnloadingAtExit::Destruct::kBefore);
+}
+
+FRESH_PROCESS_TEST(OwnOpenSsl, MayBeUnloadedInAnEarlyExitHandlerThatDestructs) {
+    UnloadingAtExit::Run(UnloadingAtExit::Handler::kRegisteredLast,
+                         UnloadingAtExit::Destruct::kInHandler);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ std::vector<std::string> FailureBoxes::Captions() {
 
 }  // namespace test
 
-void OsWarningBox(const char* text, const char* caption) {
+void OsMessageBox(const char* text, const char* caption, BoxIcon) {
     const std::lock_guard hold(test::box_lock);
     test::texts.emplace_back(text);
     test::captions.emplace_back(caption);

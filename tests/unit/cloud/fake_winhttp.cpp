@@ -36,13 +36,14 @@ void FakeWinHttp::ReportClosings() {
         callback_(handle, context, WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING, &handle, sizeof handle);
 }
 
-bool FakeWinHttp::SetUnloadNotice() const {
+HANDLE FakeWinHttp::UnloadNotice() const {
     const std::vector<std::uint8_t> value = Option(WINHTTP_OPTION_UNLOAD_NOTIFY_EVENT);
     HANDLE notice = nullptr;
-    if (value.size() != sizeof notice) return false;
-    std::memcpy(&notice, value.data(), sizeof notice);
-    return ::SetEvent(notice) != FALSE;
+    if (value.size() == sizeof notice) std::memcpy(&notice, value.data(), sizeof notice);
+    return notice;
 }
+
+bool FakeWinHttp::SetUnloadNotice() const { return ::SetEvent(UnloadNotice()) != FALSE; }
 
 std::vector<std::uint8_t> FakeWinHttp::Option(DWORD option) const {
     const std::lock_guard hold(lock_);

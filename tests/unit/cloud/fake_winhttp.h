@@ -26,7 +26,8 @@ public:
     bool EventuallyClosesSession() const;
     // Calls back for every closed handle that reports to somebody. On the calling thread.
     void ReportClosings();
-    // That the last callback has returned. False: nobody asked to be told.
+    // The event for the last callback's return. Null: nobody asked to be told.
+    HANDLE UnloadNotice() const;
     bool SetUnloadNotice() const;
 
     // The value of an option of the session; empty: it was not set.

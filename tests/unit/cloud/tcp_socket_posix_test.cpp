@@ -2,7 +2,6 @@
 
 #include "transport/cloud/tcp_socket.h"
 
-#include <arpa/inet.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
@@ -18,6 +17,7 @@
 
 #include "transport/cloud/tcp_connect.h"
 #include "unit/cloud/black_hole.h"
+#include "unit/cloud/loopback_listener.h"
 #include "unit/faults/system_call_fault.h"
 #include "unit/faults/tracked_memory_fault.h"
 #include "unit/test_support.h"
@@ -27,22 +27,8 @@ namespace {
 
 class Tcp : public testing::Test {
 protected:
-    Tcp() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* generic = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(::bind(listener_, generic, size), 0);
-        EXPECT_EQ(::listen(listener_, 4), 0);
-        EXPECT_EQ(::getsockname(listener_, generic, &size), 0);
-        port_ = std::to_string(ntohs(address.sin_port));
-        EXPECT_EQ(ResolveTcp("127.0.0.1", port_.c_str(), &addresses_), 0);
-    }
-    ~Tcp() override {
-        FreeTcpAddresses(addresses_);
-        ::close(listener_);
-    }
+    Tcp() { EXPECT_EQ(ResolveTcp("127.0.0.1", port_.c_str(), &addresses_), 0); }
+    ~Tcp() override { FreeTcpAddresses(addresses_); }
 
     TcpSocket* Connect() const { return ConnectTcp(*addresses_, never_); }
     TcpSocket* ConnectWhile(const char* function, int error,
@@ -58,8 +44,8 @@ protected:
         return value;
     }
 
-    int listener_;
-    std::string port_;
+    const LoopbackListener listener_{4};
+    const std::string port_ = std::to_string(listener_.Port());
     TcpAddresses* addresses_ = nullptr;
     const std::atomic<bool> never_{false};
 };
@@ -70,7 +56,7 @@ protected:
     void SetUp() override {
         socket_ = Connect();
         ASSERT_NE(socket_, nullptr);
-        peer_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        peer_ = listener_.Accept();
         ASSERT_GE(peer_, 0);
     }
     void TearDown() override {
@@ -128,7 +114,7 @@ TEST_F(Tcp, SignalDoesNotEndAnAttemptToConnect) {
 }
 
 TEST_F(Tcp, RefusedConnectionIsNull) {
-    ::shutdown(listener_, SHUT_RDWR);
+    listener_.Stop();
     EXPECT_EQ(Connect(), nullptr);
 }
 

@@ -125,6 +125,14 @@ protected:
         done = true;
     }
 
+    // The first address does not connect.
+    void ExpectConnectedPast(Listener& first) {
+        Listener relay(4);
+        Connect(first.Info(), relay.Info());
+        ASSERT_NE(connected_.socket, kNoSocket);
+        EXPECT_EQ(connected_.address, relay.Info());
+    }
+
     AdjustedLimits limits_;
     TcpConnection connected_;
 };
@@ -133,19 +141,13 @@ TEST_F(WinsockConnect, GoesPastAnAddressThatDoesNotAnswer) {
     limits_->connect_stagger_ms = 10;
     Listener hole(0);
     hole.Fill();
-    Listener relay(4);
-    Connect(hole.Info(), relay.Info());
-    ASSERT_NE(connected_.socket, kNoSocket);
-    EXPECT_EQ(connected_.address, relay.Info());
+    ExpectConnectedPast(hole);
 }
 
 TEST_F(WinsockConnect, GoesPastAnAddressThatRefuses) {
     Listener closed(4);
     closed.Stop();
-    Listener relay(4);
-    Connect(closed.Info(), relay.Info());
-    ASSERT_NE(connected_.socket, kNoSocket);
-    EXPECT_EQ(connected_.address, relay.Info());
+    ExpectConnectedPast(closed);
 }
 
 TEST_F(WinsockConnect, FailsIfAllAddressesRefuse) {

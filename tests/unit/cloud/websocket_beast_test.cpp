@@ -1,5 +1,4 @@
 // The WebSocket client on Boost.Beast, with a relay that this program plays byte by byte.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
 #include <openssl/evp.h>
@@ -16,6 +15,7 @@
 #include "unit/cloud/adjusted_limits.h"
 #include "unit/cloud/black_hole.h"
 #include "unit/cloud/chosen_addresses.h"
+#include "unit/cloud/loopback_listener.h"
 #include "unit/test_support.h"
 
 namespace tarvik::test {
@@ -34,29 +34,20 @@ struct Frame {
 
 class PlayedRelay {
 public:
-    PlayedRelay() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        address_.sin_family = AF_INET;
-        address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address_;
-        auto* generic = reinterpret_cast<sockaddr*>(&address_);
-        EXPECT_EQ(::bind(listener_, generic, size), 0);
-        EXPECT_EQ(::listen(listener_, 4), 0);
-        EXPECT_EQ(::getsockname(listener_, generic, &size), 0);
-    }
+    PlayedRelay() = default;
     ~PlayedRelay() {
         if (connection_ >= 0) ::close(connection_);
-        ::close(listener_);
     }
     PlayedRelay(const PlayedRelay&) = delete;
     PlayedRelay& operator=(const PlayedRelay&) = delete;
 
-    const sockaddr_in& Address() const { return address_; }
-    std::uint16_t Port() const { return ntohs(address_.sin_port); }
-    void StopListening() { ::shutdown(listener_, SHUT_RDWR); }
+    const sockaddr_in& Address() const { return listener_.Address(); }
+    std::uint16_t Port() const { return listener_.Port(); }
+    void StopListening() const { listener_.Stop(); }
 
     // Accepts a client and upgrades its connection.
     void Accept() {
-        connection_ = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+        connection_ = listener_.Accept();
         if (connection_ < 0) return;
         const timeval patience = {kPatience.count(), 0};
         ::setsockopt(connection_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
@@ -125,9 +116,8 @@ private:
         return reinterpret_cast<const char*>(encoded.data());
     }
 
-    int listener_;
+    const LoopbackListener listener_{4};
     int connection_ = -1;
-    sockaddr_in address_{};
 };
 
 // ---------------------------------------------------------------- the client

@@ -15,6 +15,26 @@
 #include "unit/faults/keep_loaded_fault.h"
 #include "unit/test_support.h"
 
+namespace {
+
+std::atomic<HANDLE> watched_handle{nullptr};  // null once it is closed
+
+BOOL WINAPI NoteClosing(HANDLE handle) {
+    HANDLE watched = handle;
+    watched_handle.compare_exchange_strong(watched, nullptr);
+    static const auto system = reinterpret_cast<decltype(&NoteClosing)>(reinterpret_cast<void*>(
+        ::GetProcAddress(::GetModuleHandleW(L"kernel32.dll"), "CloseHandle")));
+    return system(handle);
+}
+
+}  // namespace
+
+// The linker takes it for the import.
+extern "C" {
+extern decltype(&NoteClosing) __imp_CloseHandle;
+decltype(&NoteClosing) __imp_CloseHandle = NoteClosing;
+}
+
 namespace tarvik::test {
 namespace {
 
@@ -41,11 +61,13 @@ protected:
     }
     void WaitAtMost(std::int32_t ms) { limits_->websocket_closing_ms = ms; }
     int KeptLoaded() const { return KeepLoadedCalls() - kept_before_; }
+    int References() const { return LibraryReferences() - references_before_; }
 
     AdjustedLimits limits_;
     FakeWinHttp service_;
     WebSocketClient* client_ = CreateWebSocketClient();
     int kept_before_ = KeepLoadedCalls();
+    int references_before_ = LibraryReferences();
 };
 
 TEST_F(WinHttpClient, ClosingWaitsUntilTheLastCallbackHasReturned) {
@@ -64,17 +86,23 @@ TEST_F(WinHttpClient, ClosingWaitsUntilTheLastCallbackHasReturned) {
     EXPECT_EQ(KeptLoaded(), 0);
 }
 
-TEST_F(WinHttpClient, LibraryStaysLoadedIfACallbackMayStillRun) {
+TEST_F(WinHttpClient, LibraryStaysLoadedUntilALateNoticeAndNothingIsLeftThen) {
     WaitAtMost(20);
     ASSERT_TRUE(Connect());
+    const HANDLE notice = service_.UnloadNotice();
+    watched_handle = notice;
     Thread service([&] {
         EXPECT_TRUE(service_.EventuallyClosesSession());
         service_.ReportClosings();
     });
     CloseWebSocket(client_, nullptr);
-    EXPECT_EQ(KeptLoaded(), 1);
+    EXPECT_EQ(References(), 1);
     service.Join();
-    EXPECT_TRUE(service_.SetUnloadNotice());  // late, but the event still exists
+    EXPECT_EQ(watched_handle, notice) << "the event is closed, though the service may set it";
+    EXPECT_TRUE(service_.SetUnloadNotice());
+    EXPECT_TRUE(Eventually([&] { return References() == 0; }));
+    EXPECT_EQ(watched_handle, nullptr) << "the event is not closed";
+    EXPECT_EQ(KeptLoaded(), 0);
 }
 
 TEST_F(WinHttpClient, WithoutTheNoticeClosingWaitsForTheHandlesReports) {
