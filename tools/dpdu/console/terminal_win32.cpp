@@ -4,8 +4,8 @@
 #include <io.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <atomic>
+#include <string_view>
 
 #include "text/wide_win32.h"
 
@@ -60,13 +60,15 @@ void WriteText(std::FILE* stream, const std::string& text) {
     std::fflush(stream);
     // Older consoles take at most some 64 KiB in one call.
     constexpr std::size_t kMost = 8192;
-    std::wstring wide = ToWide(text);
-    while (!wide.empty()) {
+    // The console may leave carriages where they are, in a mode that another program has chosen.
+    const std::wstring wide = ToWide(WithCarriageReturns(text));
+    std::wstring_view rest = wide;
+    while (!rest.empty()) {
         DWORD written = 0;
-        const std::size_t part = std::min(wide.size(), kMost);
-        ::WriteConsoleW(handle, wide.data(), static_cast<DWORD>(part), &written, nullptr);
+        const auto size = static_cast<DWORD>(WholeCharacters(rest, kMost));
+        ::WriteConsoleW(handle, rest.data(), size, &written, nullptr);
         if (written == 0) return;
-        wide.erase(0, written);
+        rest.remove_prefix(written);
     }
 }
 

@@ -21,4 +21,21 @@ std::string FromWide(std::wstring_view wide) {
     return text;
 }
 
+std::size_t WholeCharacters(std::wstring_view text, std::size_t most) {
+    if (text.size() <= most) return text.size();
+    const bool divides = IS_HIGH_SURROGATE(text[most - 1]) && IS_LOW_SURROGATE(text[most]);
+    return divides ? most - 1 : most;
+}
+
+std::string WithCarriageReturns(const std::string& text) {
+    std::string returned;
+    returned.reserve(text.size() + 64);
+    for (const char character : text) {
+        const bool has_return = !returned.empty() && returned.back() == '\r';
+        if (character == '\n' && !has_return) returned += '\r';
+        returned += character;
+    }
+    return returned;
+}
+
 }  // namespace dpdu
