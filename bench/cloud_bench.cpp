@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "channel.h"
+#include "failure.h"
 #include "link/fragmentation.h"
 #include "placement.h"
 #include "report.h"
@@ -36,11 +37,6 @@ constexpr std::uint32_t kLongPacket =
 constexpr std::uint32_t kFragmentMtu = 1024;  // the same packet then takes five fragments
 constexpr std::uint32_t kType = TypeCode("REPL");
 constexpr std::int32_t kAnswerMs = 10'000;
-
-[[noreturn]] void Fail(const char* what) {
-    std::perror(what);
-    std::_Exit(1);
-}
 
 // Accepts connections and sends back what it receives.
 class EchoRelay {

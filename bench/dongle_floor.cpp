@@ -11,15 +11,12 @@
 #include <memory>
 #include <utility>
 
+#include "failure.h"
+
 namespace tarvik::bench {
 namespace {
 
 constexpr std::uint8_t kSync[] = {'C', 'N', 'Y', 'S', 8, 0, 0, 0};
-
-[[noreturn]] void Fail(const char* what) {
-    std::perror(what);
-    std::_Exit(1);
-}
 
 void WriteAll(int port, const std::uint8_t* bytes, std::size_t count) {
     if (::write(port, bytes, count) != static_cast<ssize_t>(count)) Fail("write");

@@ -18,13 +18,13 @@ constexpr std::chrono::seconds kPatience{30};
 constexpr std::uint32_t kResponseLength = 20;  // 62 F1 90 and 17 characters
 constexpr UNUM8 kRawMode = 0x80;               // in the first byte of the creation flag
 
-[[noreturn]] void Fail(const char* what) {
+[[noreturn]] void FailCall(const char* what) {
     std::fprintf(stderr, "bench: %s failed\n", what);
     std::_Exit(1);
 }
 
 void Check(T_PDU_ERROR status, const char* what) {
-    if (status != PDU_STATUS_NOERROR) Fail(what);
+    if (status != PDU_STATUS_NOERROR) FailCall(what);
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ PduSession::~PduSession() {
 void PduSession::ConnectModule() {
     const Clock::time_point limit = Clock::now() + kPatience;
     while (hMod_ == PDU_HANDLE_UNDEF) {
-        if (Clock::now() > limit) Fail("finding the dongle");
+        if (Clock::now() > limit) FailCall("finding the dongle");
         PDU_MODULE_ITEM* modules = nullptr;
         Check(pdu_.GetModuleIds(&modules), "PDUGetModuleIds");
         if (modules->NumEntries > 0) hMod_ = modules->pModuleData[0].hMod;

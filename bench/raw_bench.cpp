@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "failure.h"
 #include "pdu_session.h"
 #include "placement.h"
 #include "report.h"
@@ -33,11 +34,6 @@ constexpr std::uint8_t kCanIdLow = 0x55;  // of identifier 555, which no control
 constexpr std::uint8_t kCanIdHigh = 0x05;
 constexpr double kMostTimesTheFloor = 2.0;
 constexpr std::chrono::seconds kPatience{30};
-
-[[noreturn]] void Fail(const char* what) {
-    std::perror(what);
-    std::_Exit(1);
-}
 
 // Waits until the simulator has received this many more frames.
 void AwaitFrames(int dongle, std::size_t count) {

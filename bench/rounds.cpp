@@ -102,6 +102,7 @@ Figures FiguresOf(Batch batch) {
 
 double MedianOf(const std::vector<Figures>& rounds, double Figures::*figure) {
     std::vector<double> values;
+    values.reserve(rounds.size());
     for (const Figures& round : rounds)
         values.push_back(round.*figure);
     return Median(std::move(values));

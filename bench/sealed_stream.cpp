@@ -15,17 +15,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "failure.h"
 #include "link/packet.h"
 
 namespace tarvik::bench {
-namespace {
-
-[[noreturn]] void Fail(const char* what) {
-    std::perror(what);
-    std::_Exit(1);
-}
-
-}  // namespace
 
 // ---------------------------------------------------------------- sealing
 

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <string>
 
+#include "failure.h"
+
 namespace tarvik::bench {
 namespace {
 
@@ -23,11 +25,6 @@ struct Frame {
     std::uint32_t id;
     std::uint8_t bytes[kBlockBytes];
 };
-
-[[noreturn]] void Fail(const char* what) {
-    std::perror(what);
-    std::_Exit(1);
-}
 
 }  // namespace
 

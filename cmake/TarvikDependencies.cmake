@@ -15,14 +15,21 @@ else()
     set(TARVIK_DEPS_DIR "${PROJECT_SOURCE_DIR}/build/deps/linux")
 endif()
 
-# A static library that setup.sh built, with its headers as system headers.
+# _tarvik_import(NAME FILE [library...]): a static library, and those that it needs.
+function(_tarvik_import name file)
+    add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
+    set_target_properties(tarvik::${name} PROPERTIES
+        IMPORTED_LOCATION "${file}"
+        INTERFACE_LINK_LIBRARIES "${ARGN}")
+endfunction()
+
+# One that setup.sh built, with its headers as system headers.
 function(tarvik_import_static name archive)
     if(NOT EXISTS "${TARVIK_DEPS_DIR}/lib/${archive}")
         message(FATAL_ERROR "${TARVIK_DEPS_DIR}/lib/${archive} is missing: run scripts/setup.sh")
     endif()
-    add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
+    _tarvik_import(${name} "${TARVIK_DEPS_DIR}/lib/${archive}" ${ARGN})
     set_target_properties(tarvik::${name} PROPERTIES
-        IMPORTED_LOCATION "${TARVIK_DEPS_DIR}/lib/${archive}"
         INTERFACE_INCLUDE_DIRECTORIES "${TARVIK_DEPS_DIR}/include")
 endfunction()
 
@@ -44,10 +51,7 @@ tarvik_import_headers(nlohmann_json)
 # ours. The simulators link the same files, since some programs are made of both.
 function(tarvik_import_openssl name)
     find_library(TARVIK_OPENSSL_${name} lib${name}.a REQUIRED)
-    add_library(tarvik::${name} STATIC IMPORTED GLOBAL)
-    set_target_properties(tarvik::${name} PROPERTIES
-        IMPORTED_LOCATION "${TARVIK_OPENSSL_${name}}"
-        INTERFACE_LINK_LIBRARIES "${ARGN}")
+    _tarvik_import(${name} "${TARVIK_OPENSSL_${name}}" ${ARGN})
 endfunction()
 
 if(NOT WIN32)
@@ -58,9 +62,7 @@ endif()
 if(WIN32)
     tarvik_import_static(gtest libgtest.a)
     tarvik_import_static(gmock libgmock.a)
-    tarvik_import_static(gtest_main libgmock_main.a)
-    set_target_properties(tarvik::gtest_main PROPERTIES
-        INTERFACE_LINK_LIBRARIES "tarvik::gmock;tarvik::gtest;Threads::Threads")
+    tarvik_import_static(gtest_main libgmock_main.a tarvik::gmock tarvik::gtest Threads::Threads)
 elseif(NOT TARVIK_SANITIZER STREQUAL "fuzzer")
     find_package(GTest REQUIRED)
     add_library(tarvik::gtest ALIAS GTest::gmock)
