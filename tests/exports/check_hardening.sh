@@ -2,23 +2,10 @@
 # check_hardening.sh LIBRARY PROGRAM ARCHIVE...
 # Read from the files themselves: the library and a program have what the linker can add against
 # attacks, and each object of the archives what the compiler can.
-set -uo pipefail
+source "$(dirname "$0")/checks.sh"
 
 library=$1 program=$2
 shift 2
-objdump=x86_64-w64-mingw32-objdump
-failures=0
-
-check() {
-    local what=$1 expected=$2 found=$3
-    if [ "$expected" = "$found" ]; then
-        echo "ok: $what"
-        return
-    fi
-    failures=$((failures + 1))
-    echo "FAILED: $what (- expected, + found)"
-    diff -u <(echo "$expected") <(echo "$found") | tail -n +3
-}
 
 # uses ARCHIVE SYMBOL-PATTERN: its objects refer to such a symbol.
 uses() { nm "$1" 2>/dev/null | grep -E " U ($2)$" >/dev/null && echo yes || echo no; }

@@ -2,22 +2,9 @@
 # check_library.sh EXPORTS-FILE VERSION LIBRARY
 # The library exports exactly the names in the file and carries the version. A DLL imports DLLs of
 # the system only, so that it runs on a machine without any compiler's runtime.
-set -uo pipefail
+source "$(dirname "$0")/checks.sh"
 
 exports_file=$1 version=$2 library=$3
-objdump=x86_64-w64-mingw32-objdump
-failures=0
-
-check() {
-    local what=$1 expected=$2 found=$3
-    if [ "$expected" = "$found" ]; then
-        echo "ok: $what"
-        return
-    fi
-    failures=$((failures + 1))
-    echo "FAILED: $what (- expected, + found)"
-    diff -u <(echo "$expected") <(echo "$found") | tail -n +3
-}
 
 system_dlls='advapi32|bcrypt|cfgmgr32|combase|kernel32|msvcrt|ole32|oleaut32|rpcrt4|runtimeobject'
 system_dlls+='|setupapi|shell32|user32|version|winhttp|ws2_32'
