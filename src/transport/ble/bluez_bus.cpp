@@ -1,5 +1,6 @@
 #include "transport/ble/bluez_bus.h"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -77,7 +78,7 @@ std::shared_ptr<BluezBus> BluezBus::Connect() {
     bus->thread_ = OsThreadStart([](void* self) { static_cast<BluezBus*>(self)->Run(); }, bus.get(),
                                  "Tarvik BleBusThread");
     if (bus->thread_ == nullptr) throw BleError("the Bluetooth bus thread cannot be started");
-    bus->AskForService();
+    bus->AskForService(GetBluezLimits().open_bus_ms, Cancel::kIgnored);
     return bus;
 }
 
@@ -105,12 +106,13 @@ void BluezBus::Prepare() {
 
 // The matches exist already, so that no later change is missed. The answer is read in its order
 // among the signals.
-void BluezBus::AskForService() {
+void BluezBus::AskForService(std::uint32_t limit_ms, Cancel cancel) {
     Call(
         {.path = kBusPath,
          .interface = kBusName,
          .name = "NameHasOwner",
-         .limit_ms = GetBluezLimits().open_bus_ms,
+         .limit_ms = limit_ms,
+         .cancel = cancel,
          .service = kBusName},
         [](sdbus::MethodCall& call) { call << std::string(kBluezName); },
         [this](sdbus::MethodReply& reply) {
@@ -121,9 +123,12 @@ void BluezBus::AskForService() {
 }
 
 // Without this, a call would start the service. On a computer without an adapter the service never
-// takes its name, and the bus keeps the call for longer than its limit.
-void BluezBus::RequireService(const Method& method) const {
+// takes its name, and the bus keeps the call for longer than its limit. The signal that it is back
+// from a restart may still be on its way, and a dongle that one scan does not find stays missing.
+void BluezBus::RequireService(const Method& method) {
     if (std::string_view(method.service) != kBluezName || service_there_) return;
+    AskForService(std::min(method.limit_ms, GetBluezLimits().open_bus_ms), method.cancel);
+    if (service_there_) return;
     throw BluezError("org.freedesktop.DBus.Error.NameHasNoOwner",
                      std::string(kBluezName) + " has no owner");
 }

@@ -102,8 +102,8 @@ private:
     void End(const char* why);  // on the bus's thread
     static Answer TakeAnswer(sdbus::MethodReply& reply, const sdbus::Error* error,
                              const Read& read) noexcept;
-    void AskForService();
-    void RequireService(const Method& method) const;
+    void AskForService(std::uint32_t limit_ms, Cancel cancel);
+    void RequireService(const Method& method);
     void AddMatches();
     void Run();
     template <typename Function>

@@ -374,8 +374,18 @@ TEST_F(BluezScanMessages, ServiceThatIsNotThereIsNotCalledUntilItComes) {
     EXPECT_TRUE(Eventually([&] { return ErrorOf([&] { Scan(); }).empty(); }));
 }
 
+TEST_F(BluezScanMessages, ServiceThatIsBackIsCalledBeforeItsSignalHasCome) {
+    bluez_.SetIsThere(false);
+    EXPECT_NE(ErrorOf([&] { Scan(); }), "");
+    bluez_.SetIsThere(true);
+    EXPECT_EQ(ErrorOf([&] { Scan(); }), "");
+}
+
 TEST_F(BluezScanMessages, ServiceThatHasGoneIsNotCalled) {
-    bluez_.SignalBefore("StartDiscovery", {OwnerChanged(":1.4", "")});
+    bluez_.On("StartDiscovery", [&](const BusCall& call) {
+        bluez_.SetIsThere(false);
+        return Messages{OwnerChanged(":1.4", ""), ReplyTo(call)};
+    });
     EXPECT_EQ(ErrorOf([&] { Scan(); }), "the Bluetooth service has gone during the scan");
     EXPECT_EQ(bluez_.Calls("StopDiscovery"), 0);
     EXPECT_NE(ErrorOf([&] { Scan(); }), "");
