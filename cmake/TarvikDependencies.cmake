@@ -4,6 +4,7 @@
 #   tarvik::mbedcrypto      cloud secure channel
 #   tarvik::cli11           command-line client
 #   tarvik::nlohmann_json   simulator and tests
+#   tarvik::expat           description files in the client
 #   tarvik::ssl, tarvik::crypto     OpenSSL: WebSocket to the relay (Linux), simulators
 #   tarvik::gtest, tarvik::gtest_main
 
@@ -57,6 +58,14 @@ endfunction()
 if(NOT WIN32)
     tarvik_import_openssl(crypto Threads::Threads ${CMAKE_DL_LIBS})
     tarvik_import_openssl(ssl tarvik::crypto)
+endif()
+
+if(WIN32)
+    tarvik_import_static(expat libexpat.a)
+    set_property(TARGET tarvik::expat PROPERTY INTERFACE_COMPILE_DEFINITIONS XML_STATIC)
+else()
+    find_library(TARVIK_EXPAT libexpat.a REQUIRED)
+    _tarvik_import(expat "${TARVIK_EXPAT}")
 endif()
 
 if(WIN32)

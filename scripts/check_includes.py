@@ -12,7 +12,7 @@ ORDER = {
     "src": "api worker objects comparam transport link support platform",
     "tools/simulator": "bluez radio relay sockets program wine control vehicle_file dongle record"
                        " ports replay vehicle protocol process",
-    "tools/dpdu": "completion options commands doctor trace raw links params pdu uds console text",
+    "tools/dpdu": "completion options commands doctor trace raw links params root xml pdu uds console text",
 }
 NEVER = {("comparam", "transport"), ("comparam", "link")}
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)

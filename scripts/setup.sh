@@ -2,7 +2,8 @@
 # Installs missing packages and builds the libraries that Debian does not offer in the form we need.
 # Quick when nothing is missing, so the make targets always call it.
 #
-#   scripts/setup.sh [linux] [windows] [clang] [lint] [coverage]      (default: linux windows)
+#   scripts/setup.sh [linux] [windows] [clang] [test] [package] [lint] [coverage]
+#                                                                 (default: linux windows)
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -19,16 +20,23 @@ json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
     libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
+    libexpat1-dev
     libsdbus-c++-dev dbus-daemon libgtest-dev libgmock-dev libbenchmark-dev zsh groff-base
     python3 python3-cryptography-vectors locales"
 linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run
     dbus-daemon zsh groff python3"
 windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
-    libcli11-dev nlohmann-json3-dev xvfb lld"
-windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb ld.lld"
+    libcli11-dev nlohmann-json3-dev xvfb lld llvm"
+windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb ld.lld
+    lld-link llvm-dlltool"
 # For the sanitizers and the fuzz targets; llvm-symbolizer makes functions and lines of addresses.
 clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
+# For tests alone; the second group also for tests of the packages in a bare system.
+test_packages="abigail-tools"
+test_tools="abidw abidiff"
+package_packages="debhelper nsis lintian debootstrap"
+package_tools="dh dpkg-buildpackage makensis lintian debootstrap"
 lint_packages="clang-format clang-tidy cppcheck git"
 lint_tools="clang-format clang-tidy cppcheck git"
 coverage_packages="gcovr"
@@ -91,7 +99,9 @@ require_tools() {
 # Source packages are looked up in lists of our own, made from the Debian mirrors that the machine
 # already uses. The machine's own package lists are not changed.
 apt_private() {
-    apt-get -o Dir::Etc::sourcelist="$deps/source/sources.list" -o Dir::Etc::sourceparts=- \
+    local program=apt-get
+    [ "$1" != showsrc ] || program=apt-cache
+    $program -o Dir::Etc::sourcelist="$deps/source/sources.list" -o Dir::Etc::sourceparts=- \
         -o Dir::State::lists="$deps/source/lists" -o Dir::Cache::pkgcache= \
         -o Dir::Cache::srcpkgcache= -o APT::Sandbox::User=root "$@"
 }
@@ -118,18 +128,29 @@ write_source_list() {
     source_list_ready=1
 }
 
+# The versions of a source package, newest first.
+source_versions() {
+    apt_private showsrc --only-source "$1" 2>/dev/null | sed -n 's/^Version: //p' | sort -Vru
+}
+
 # fetch_source PACKAGE UPSTREAM-VERSION: leaves the patched source in $deps/source/PACKAGE.
 fetch_source() {
-    local package=$1 version=$2 folder
+    local package=$1 version=$2 folder offered
     [ ! -d "$deps/source/$package" ] || return 0
     write_source_list
     say "fetching the Debian source package $package"
     rm -rf "$deps/source/$package.new"
     mkdir -p "$deps/source/$package.new"
-    download() (cd "$deps/source/$package.new" && apt_private source "$package")
-    logged "source-$package" "fetching the Debian source package $package" download
+    download() (cd "$deps/source/$package.new" && apt_private source "$package=$1")
+    # Newest first: some mirrors list security updates whose sources they do not have.
+    for offered in $(source_versions "$package"); do
+        ! download "$offered" >"$logs/source-$package.log" 2>&1 </dev/null || break
+        say "the mirror does not have $package $offered"
+        rm -rf "$deps/source/$package.new"/*
+    done
     folder=$(find "$deps/source/$package.new" -mindepth 1 -maxdepth 1 -type d)
     case ${folder##*/} in
+        "") fail "fetching the Debian source package $package failed; see $logs/source-$package.log" ;;
         "$package-$version"*) mv "$folder" "$deps/source/$package" ;;
         *) fail "$package $version of Debian 12 is needed, but apt offers ${folder##*/}; look at the releases in /etc/apt/sources.list" ;;
     esac
@@ -181,6 +202,16 @@ build_mbedtls() {
         -DUSE_SHARED_MBEDTLS_LIBRARY=OFF -DMBEDTLS_FATAL_WARNINGS=OFF -DINSTALL_MBEDTLS_HEADERS=ON
 }
 
+# For the client. Debian's patches ask for the value of XML_DTD, which CMake defines without one.
+build_expat() {
+    fetch_source expat 2.5
+    sed -i 's|^#cmakedefine XML_DTD$|#cmakedefine XML_DTD 1|' \
+        "$deps/source/expat/expat/expat_config.h.cmake"
+    build_library windows expat "$deps/source/expat/expat" \
+        -DEXPAT_BUILD_TOOLS=OFF -DEXPAT_BUILD_EXAMPLES=OFF -DEXPAT_BUILD_TESTS=OFF \
+        -DEXPAT_BUILD_DOCS=OFF -DEXPAT_BUILD_PKGCONFIG=OFF -DEXPAT_SHARED_LIBS=OFF
+}
+
 build_googletest() {
     build_library windows googletest /usr/src/googletest
 }
@@ -214,9 +245,11 @@ for group in $groups; do
         linux) packages+=" $linux_packages" tools+=" $linux_tools" ;;
         windows) packages+=" $linux_packages $windows_packages" tools+=" $linux_tools $windows_tools" ;;
         clang) packages+=" $linux_packages $clang_packages" tools+=" $linux_tools $clang_tools" ;;
+        test) packages+=" $linux_packages $test_packages" tools+=" $linux_tools $test_tools" ;;
+        package) packages+=" $linux_packages $package_packages" tools+=" $linux_tools $package_tools" ;;
         lint) packages+=" $linux_packages $lint_packages" tools+=" $linux_tools $lint_tools" ;;
         coverage) packages+=" $linux_packages $coverage_packages" tools+=" $linux_tools $coverage_tools" ;;
-        *) fail "unknown group '$group'; known: linux windows clang lint coverage" ;;
+        *) fail "unknown group '$group'; known: linux windows clang test package lint coverage" ;;
     esac
 done
 
@@ -236,6 +269,7 @@ case " $groups " in
         ensure windows json-c $cross build_json_c windows
         ensure windows mbedtls $cross build_mbedtls windows
         ensure windows googletest $cross build_googletest
+        ensure windows expat $cross build_expat
         link_headers
         ;;
 esac
