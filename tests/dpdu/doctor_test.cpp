@@ -122,6 +122,15 @@ TEST_F(DpduDoctor, MissingConfigurationIsWrong) {
     EXPECT_FALSE(std::filesystem::exists(ConfigPath()));
 }
 
+TEST_F(DpduDoctor, AdviceForAMissingConfigurationIsToCreateItsFolderIfTheLibraryCannot) {
+    std::filesystem::remove_all(Folder() / "Tarvik");
+    ExpectWrong(Run("no_such_folder/library"), "configuration", "-> create its folder: mkdir");
+    ExpectWrong(Run(), "configuration", "-> 'dpdu modules' makes one");  // beside the library
+
+    std::filesystem::create_directories(ConfigPath().parent_path());
+    ExpectWrong(Run("no_such_folder/library"), "configuration", "-> 'dpdu modules' makes one");
+}
+
 TEST_F(DpduDoctor, NamesBeyondTheCodePageAreShownAsTheyAre) {
     WriteConfig(GoodConfig().dump());
     const std::filesystem::path library =

@@ -40,7 +40,7 @@ Findings Examine(const std::string& library) {
     const Progress progress("looking at ports and relay");
     Findings findings = {LibraryFinding(library)};
     const ConfigFile file = ReadConfigFile(library);
-    AddAll(&findings, CheckConfiguration(file));
+    AddAll(&findings, CheckConfiguration(file, library));
     AddAll(&findings, CheckPermissions(file));
     AddAll(&findings, CheckKeys(file));
     if (file.is_usable) {

@@ -1,4 +1,4 @@
-// Access rights to files; one implementation per operating system.
+// Access rights to files and folders; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_DOCTOR_ACCESS_H
 #define TOOLS_DPDU_DOCTOR_ACCESS_H
@@ -12,6 +12,12 @@ std::string OtherReaders(const std::string& path);
 
 // The command that restricts reading to the owner.
 std::string KeepToOwnerCommand(const std::string& path);
+
+// False also if there is no such folder.
+bool CanCreateFilesIn(const std::string& folder);
+
+// The command that creates a folder with its parents.
+std::string CreateFolderCommand(const std::string& folder);
 
 }  // namespace dpdu
 

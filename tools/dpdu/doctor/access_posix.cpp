@@ -1,5 +1,6 @@
 #include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "doctor/access.h"
 
@@ -21,5 +22,11 @@ std::string OtherReaders(const std::string& path) {
 }
 
 std::string KeepToOwnerCommand(const std::string& path) { return "chmod 600 '" + path + "'"; }
+
+bool CanCreateFilesIn(const std::string& folder) {
+    return access(folder.c_str(), W_OK | X_OK) == 0;
+}
+
+std::string CreateFolderCommand(const std::string& folder) { return "mkdir -p '" + folder + "'"; }
 
 }  // namespace dpdu

@@ -66,4 +66,16 @@ std::string KeepToOwnerCommand(const std::string& path) {
     return "icacls \"" + path + "\" /inheritance:r /grant:r %USERNAME%:F";
 }
 
+bool CanCreateFilesIn(const std::string& folder) {
+    const HANDLE opened =
+        ::CreateFileW(ToWide(folder).c_str(), FILE_ADD_FILE,
+                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (opened == INVALID_HANDLE_VALUE) return false;
+    ::CloseHandle(opened);
+    return true;
+}
+
+std::string CreateFolderCommand(const std::string& folder) { return "mkdir \"" + folder + "\""; }
+
 }  // namespace dpdu

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string_view>
 
+#include "doctor/access.h"
 #include "platform/files.h"
 #include "support/config_keys.h"
 #include "text/names.h"
@@ -44,6 +45,18 @@ std::string FindPath(const std::string& library_path) {
     const std::string user = UserPath();
     const std::string beside = PathBeside(library_path);
     return IsFile(user) || !IsFile(beside) ? user : beside;
+}
+
+// The library creates the file beside itself or, where it may not, in the user's folder, which it
+// does not create.
+std::string AdviceForMissing(const std::string& user_file, const std::string& library_path) {
+    const std::string beside = PathBeside(library_path);
+    const std::string user_folder = TextOf(PathOf(user_file).parent_path());
+    const std::string make =
+        "'dpdu modules' makes one with every transport off; then switch one on";
+    if (!beside.empty() && CanCreateFilesIn(TextOf(PathOf(beside).parent_path()))) return make;
+    if (CanCreateFilesIn(user_folder)) return make;
+    return "create its folder: " + CreateFolderCommand(user_folder) + "; after that " + make;
 }
 
 bool ReadAll(const std::string& path, std::string* text) {
@@ -192,6 +205,10 @@ ConfigFile ReadConfigFile(const std::string& library_path) {
     ConfigFile file;
     file.path = FindPath(library_path);
     file.is_there = IsFile(file.path);
+    const std::string user = UserPath();
+    if (file.is_there && file.path != user && !tarvik::OsFileWritable(file.path.c_str())) {
+        file.copied_to = user;
+    }
     file.is_readable = file.is_there && ReadAll(file.path, &file.text);
     file.is_usable = file.is_readable && file.text.size() <= tarvik::kMaxConfigFileSize &&
                      FaultOf(JsonOf(file)).empty();
@@ -199,7 +216,7 @@ ConfigFile ReadConfigFile(const std::string& library_path) {
     return file;
 }
 
-Findings CheckConfiguration(const ConfigFile& file) {
+Findings CheckConfiguration(const ConfigFile& file, const std::string& library_path) {
     const auto wrong = [](const std::string& text, const std::string& advice) -> Findings {
         return {{Verdict::kWrong, kConfigSubject, text, advice}};
     };
@@ -208,7 +225,7 @@ Findings CheckConfiguration(const ConfigFile& file) {
     }
     if (!file.is_there) {
         return wrong(file.path + " is missing, and there is none beside the library",
-                     "'dpdu modules' makes one with every transport off; then switch one on");
+                     AdviceForMissing(file.path, library_path));
     }
     if (!file.is_readable) {
         return wrong(file.path + " cannot be read", "let this user read and write it");
@@ -224,6 +241,11 @@ Findings CheckConfiguration(const ConfigFile& file) {
     }
     Findings findings = {
         {Verdict::kFine, kConfigSubject, file.path + ", " + OfBytesRead(file.text.size())}};
+    if (!file.copied_to.empty()) {
+        findings.push_back(
+            {Verdict::kNote, kConfigSubject, "this user has no file of their own yet",
+             "'dpdu modules' makes " + file.copied_to + ", a copy; change that one"});
+    }
     AddKeyFindings(JsonOf(file), &findings);
     AddSizeAfterKey(file.values, &findings);
     findings.push_back(TransportFinding(file.values));

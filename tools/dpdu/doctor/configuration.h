@@ -14,6 +14,9 @@ struct ConfigFile {
     std::string path;  // empty: unknown
     bool is_there = false;
     bool is_readable = false;
+    // Beside the library, where this user may not write: the library copies it to this path when it
+    // is used for the first time. Empty: `path` itself is used.
+    std::string copied_to;
     std::string text;  // whole file
 
     // Parsed contents; valid only if `is_usable`, that is if the library can parse it.
@@ -26,7 +29,7 @@ ConfigFile ReadConfigFile(const std::string& library_path);
 
 // Checks whether the file exists, is valid and short enough; which keys are missing, unknown or of
 // a wrong type; which transports are on.
-Findings CheckConfiguration(const ConfigFile& file);
+Findings CheckConfiguration(const ConfigFile& file, const std::string& library_path);
 
 // Checks who may read the file and whether the library may write its key into it.
 Findings CheckPermissions(const ConfigFile& file);

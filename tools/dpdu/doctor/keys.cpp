@@ -83,7 +83,7 @@ Findings CheckKeys(const ConfigFile& file) {
 
 Findings CheckPermissions(const ConfigFile& file) {
     constexpr char kSubject[] = "permissions";
-    if (!file.is_there) return {};
+    if (!file.is_there || !file.copied_to.empty()) return {};
     Findings findings;
     const std::string readers = OtherReaders(file.path);
     if (!readers.empty()) {
