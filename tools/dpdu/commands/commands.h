@@ -136,6 +136,11 @@ struct TraceOptions {
     std::string target;            // export: the file to write; empty: standard output
 };
 
+struct RootOptions {
+    std::string root_file;  // empty: the machine's
+    std::string folder;     // add; empty: that of this project's library
+};
+
 bool RunModules(const CommonOptions& common, Output* output);
 // True if nothing is wrong.
 bool RunDoctor(const CommonOptions& common, Output* output);
@@ -154,6 +159,9 @@ bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& o
 bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
 bool RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
 bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
+bool RunRootList(const RootOptions& options, Output* output);
+bool RunRootAdd(const RootOptions& options, Output* output);
+bool RunRootRemove(const RootOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
 bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);

@@ -5,7 +5,7 @@
 _dpdu_words() {
     case $1 in
         '')
-            words='modules version doctor comparam objects ioctl request functional vin dtc trace raw tester-present monitor -h --help --library --library-options --module --wait --json --verbose --version'
+            words='modules version doctor comparam objects ioctl request functional vin dtc trace root raw tester-present monitor -h --help --library --library-options --module --wait --json --verbose --version'
             ;;
         'modules')
             words='-h --help --library --library-options --module --wait --json --verbose'
@@ -61,6 +61,18 @@ _dpdu_words() {
             words='-h --help --format -o --output'
             files=1
             ;;
+        'root')
+            words='list add remove -h --help'
+            ;;
+        'root list')
+            words='-h --help --root --json'
+            ;;
+        'root add')
+            words='-h --help --root --json --folder'
+            ;;
+        'root remove')
+            words='-h --help --root --json'
+            ;;
         'raw')
             words='send listen -h --help'
             ;;
@@ -84,20 +96,20 @@ _dpdu() {
     local command='' next words='' files='' i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
+            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'root' | 'root list' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
         esac
     done
 
     case $previous in
-        --file | --library | --output | -o) files=1 ;;
-        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
+        --file | --folder | --library | --output | --root | -o) files=1 ;;
+        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'trace export --format') words='candump asc chrome' ;;

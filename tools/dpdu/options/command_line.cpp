@@ -86,6 +86,7 @@ public:
         AddModuleCommands(&commands_);
         AddRequestCommands(&commands_);
         AddTraceCommands(&commands_);
+        AddRootCommands(&commands_);
         AddRawCommands(&commands_);
         AddWatchCommands(&commands_);
     }

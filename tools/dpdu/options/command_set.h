@@ -76,6 +76,7 @@ void AddRequestCommands(CommandSet* commands);
 void AddRawCommands(CommandSet* commands);
 void AddWatchCommands(CommandSet* commands);
 void AddTraceCommands(CommandSet* commands);
+void AddRootCommands(CommandSet* commands);
 
 }  // namespace dpdu
 

@@ -1,4 +1,4 @@
-// The machine's root file: where it is, and reading it.
+// The machine's root file: where it is, reading it, and this project's entry in it.
 
 #ifndef TOOLS_DPDU_ROOT_ROOT_FILE_H
 #define TOOLS_DPDU_ROOT_ROOT_FILE_H
@@ -21,6 +21,20 @@ std::vector<Entry> ReadEntries(const std::string& file);
 
 // The one entry of this name. Throws Failure if there is none, or several.
 Entry FindEntry(const std::string& file, const std::string& short_name);
+
+struct Change {
+    std::string path;      // the root file
+    bool is_done = false;  // false: there was nothing to change
+};
+
+// Puts the entry of the library in `folder` into the file, or into the machine's root file if it is
+// empty, in place of an older one. Makes the file if it does not exist. Throws Failure with one
+// line, and leaves everything as it was, if that cannot be done.
+Change AddOwnEntry(const std::string& file, const std::string& folder);
+
+// Takes the entry out again. A file that then is as AddOwnEntry makes one, without entries, is
+// removed. Throws Failure as AddOwnEntry.
+Change RemoveOwnEntry(const std::string& file);
 
 }  // namespace dpdu::root
 

@@ -105,6 +105,9 @@ private:
         element->name = name;
         element->line = XML_GetCurrentLineNumber(parser_.get());
         element->start_tag = CurrentRange();
+        if (!text_.substr(element->start_tag.begin).starts_with("<" + element->name)) {
+            Refuse("<" + element->name + "> comes from an entity, which cannot be edited");
+        }
         for (; *attributes != nullptr; attributes += 2)
             element->attributes.push_back({attributes[0], attributes[1]});
         open_.push_back(element);

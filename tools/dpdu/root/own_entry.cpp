@@ -1,0 +1,29 @@
+#include "root/own_entry.h"
+
+#include <algorithm>
+
+namespace dpdu::root {
+
+#ifdef _WIN32
+const char kLibraryFile[] = "tarvik_dpdu_x64.dll";
+#else
+const char kLibraryFile[] = "libtarvik_dpdu_x64.so";
+#endif
+
+std::string OwnShortName() {
+    std::string version = DPDU_VERSION;
+    std::ranges::replace(version, '.', '_');
+    return "Tarvik_DPDU_API_x64_" + version;
+}
+
+Entry OwnEntry(const std::string& folder) {
+    const auto uri = [&folder](const char* file) { return UriOfPath(folder + "/" + file); };
+    return {.short_name = OwnShortName(),
+            .description = "Tarvik D-PDU API for the Brennix dongle, 64 bit",
+            .supplier = "Tarvik",
+            .library_uri = uri(kLibraryFile),
+            .module_description_uri = uri(kModuleDescriptionFile),
+            .cable_description_uri = uri(kCableDescriptionFile)};
+}
+
+}  // namespace dpdu::root

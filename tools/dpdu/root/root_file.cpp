@@ -1,0 +1,108 @@
+#include "root/root_file.h"
+
+#include <filesystem>
+
+#include "console/failure.h"
+#include "root/own_entry.h"
+#include "root/root_edit.h"
+#include "root/root_store.h"
+#include "text/names.h"
+
+namespace dpdu::root {
+namespace {
+
+// What `edit` makes of the text. Names the file in the line of a refusal.
+template <typename Edit>
+auto Edited(const std::string& path, Edit edit) {
+    try {
+        return edit();
+    } catch (const xml::ParseError& error) {
+        throw Failure(path + ", " + error.what() + "; correct it; nothing was changed");
+    }
+}
+
+// The file to change, in the machine's registry if it is the machine's.
+std::string FileToChange(const std::string& file) {
+    if (!file.empty()) return FinalPath(file);
+    const std::string registered = RegisteredRootFile();
+    return FinalPath(registered.empty() ? UsualRootFile() : registered);
+}
+
+void RequireFiles(const std::string& folder) {
+    for (const char* name : {kLibraryFile, kModuleDescriptionFile, kCableDescriptionFile}) {
+        const std::string path = folder + "/" + name;
+        std::error_code ignored;
+        if (!std::filesystem::is_regular_file(PathOf(path), ignored)) {
+            throw Failure(path +
+                          " is missing; name the folder with the library and its description "
+                          "files; nothing was changed");
+        }
+    }
+}
+
+}  // namespace
+
+std::string MachineRootFile() { return RegisteredRootFile(); }
+
+std::vector<Entry> ReadEntries(const std::string& file) {
+    const std::string path = file.empty() ? MachineRootFile() : file;
+    if (path.empty()) return {};
+    const std::optional<std::string> text = ReadWholeFile(path);
+    if (!text) return {};
+    return Edited(path, [&text] { return EntriesOf(xml::Parse(*text)); });
+}
+
+Entry FindEntry(const std::string& file, const std::string& short_name) {
+    std::string names;
+    std::vector<Entry> found;
+    for (Entry& entry : ReadEntries(file)) {
+        names += (names.empty() ? "" : ", ") + entry.short_name;
+        if (entry.short_name == short_name) found.push_back(std::move(entry));
+    }
+    if (found.size() == 1) return found.front();
+    if (found.size() > 1) {
+        throw Failure("'" + short_name + "' is there " + std::to_string(found.size()) +
+                      " times in the root file; see dpdu root list");
+    }
+    throw Failure("no library is installed as '" + short_name + "'; " +
+                  (names.empty() ? "the root file lists none" : "there are: " + names));
+}
+
+Change AddOwnEntry(const std::string& file, const std::string& folder) {
+    const Entry entry = OwnEntry(folder);
+    RequireFiles(folder);
+    const std::string path = FileToChange(file);
+    if (file.empty()) std::filesystem::create_directories(PathOf(path).parent_path());
+    const RootFileLock lock(path);
+    const std::optional<std::string> old_text = ReadWholeFile(path);
+    const std::string text =
+        Edited(path, [&] { return WithEntry(old_text.value_or(EmptyRootFile()), entry); });
+    const bool is_new = !old_text || text != *old_text;
+    if (is_new) {
+        RequireWritable(path);
+        ReplaceWholeFile(path, old_text, text);
+    }
+    if (file.empty()) RegisterRootFile(path);
+    return {path, is_new};
+}
+
+Change RemoveOwnEntry(const std::string& file) {
+    const std::string path = FileToChange(file);
+    std::error_code ignored;
+    if (!std::filesystem::exists(PathOf(path), ignored)) return {path, false};
+    const RootFileLock lock(path);
+    const std::optional<std::string> old_text = ReadWholeFile(path);
+    if (!old_text) return {path, false};
+    const std::string text = Edited(path, [&] { return WithoutEntry(*old_text, OwnShortName()); });
+    if (text == *old_text) return {path, false};
+    RequireWritable(path);
+    if (text != EmptyRootFile()) {
+        ReplaceWholeFile(path, old_text, text);
+        return {path, true};
+    }
+    RemoveWholeFile(path, *old_text);
+    if (file.empty()) UnregisterRootFile(path);
+    return {path, true};
+}
+
+}  // namespace dpdu::root
