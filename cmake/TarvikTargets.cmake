@@ -71,6 +71,25 @@ function(tarvik_harden_library target)
     target_link_options(${target} PRIVATE ${TARVIK_HARDENING_LINK})
 endfunction()
 
+# tarvik_version_resource(TARGET DESCRIPTION): what Windows shows of the target's file.
+function(tarvik_version_resource target FILE_DESCRIPTION)
+    get_target_property(type ${target} TYPE)
+    get_target_property(FILE_NAME ${target} OUTPUT_NAME)
+    if(NOT FILE_NAME)
+        set(FILE_NAME ${target})
+    endif()
+    if(type STREQUAL "EXECUTABLE")
+        set(FILE_TYPE VFT_APP)
+        set(FILE_SUFFIX .exe)
+    else()
+        set(FILE_TYPE VFT_DLL)
+        set(FILE_SUFFIX .dll)
+    endif()
+    set(resource "${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/version.rc.in" "${resource}" @ONLY)
+    target_sources(${target} PRIVATE "${resource}")
+endfunction()
+
 # tarvik_count_coverage(TARGET): the target consists of the library's code, whose execution the preset
 # coverage counts. Not optimised, so that each line keeps code of its own; exact with threads.
 function(tarvik_count_coverage target)

@@ -1,7 +1,7 @@
 #!/bin/bash
 # check_library.sh EXPORTS-FILE VERSION LIBRARY
-# The library exports exactly the names in the file and carries the version. A DLL imports DLLs of
-# the system only, so that it runs on a machine without any compiler's runtime.
+# The library exports exactly the names in the file, a DLL with their ordinals, and carries the version.
+# A DLL imports DLLs of the system only, so that it runs on a machine without any compiler's runtime.
 source "$(dirname "$0")/checks.sh"
 
 exports_file=$1 version=$2 library=$3
@@ -9,8 +9,13 @@ exports_file=$1 version=$2 library=$3
 system_dlls='advapi32|bcrypt|cfgmgr32|combase|kernel32|msvcrt|ole32|oleaut32|rpcrt4|runtimeobject'
 system_dlls+='|setupapi|shell32|user32|version|winhttp|ws2_32'
 
+# NAME @ORDINAL of each.
 dll_exports() {
-    "$objdump" -p "$library" | sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]*\] //p'
+    "$objdump" -p "$library" | awk '
+        /^Ordinal Base/ { base = $3 }
+        /^\[Ordinal\/Name Pointer\] Table/ { is_table = 1; next }
+        /^$/ { is_table = 0 }
+        is_table { gsub(/[][]/, ""); print $2 " @" $1 + base }'
 }
 foreign_imports() {
     "$objdump" -p "$library" | sed -n 's/^\tDLL Name: //p' | grep -viE "^($system_dlls)\.dll$"
@@ -81,11 +86,13 @@ allocated_thread_locals() {
 printed_when_preloaded() { LD_PRELOAD=$(realpath "$library") /bin/true 2>&1; }
 has_sanitizer() { nm -D "$library" | grep -E ' U __(asan|tsan)_' >/dev/null; }
 
-names=$(sort "$exports_file")
+exports=$(grep -v '^#' "$exports_file")
+names=$(cut -d ' ' -f 1 <<<"$exports" | sort)
 check "there are 29 names to export" 29 "$(echo "$names" | wc -l)"
+check "their ordinals" "$(seq -f '@%g' 29)" "$(cut -d ' ' -f 2 <<<"$exports")"
 case $library in
     *.dll)
-        check "the exported names" "$names" "$(dll_exports | sort)"
+        check "the exported names and ordinals" "$(sort <<<"$exports")" "$(dll_exports | sort)"
         check "imports from outside the system" "" "$(foreign_imports)"
         check "the version resource" "$version" "$(product_version)"
         ;;
