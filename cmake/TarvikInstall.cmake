@@ -3,18 +3,18 @@
 # so an installed tree can be moved as a whole.
 
 include(CMakePackageConfigHelpers)
-include(GNUInstallDirs)
 
 # On Linux the library has a folder of its own, for the files that belong beside it. The loader's names
 # of it are links in the folder of all libraries.
-set(TARVIK_INSTALL_PRIVATE_DIR "${CMAKE_INSTALL_LIBDIR}/tarvik-dpdu")
+set(private_dir "${CMAKE_INSTALL_LIBDIR}/tarvik-dpdu")
 if(WIN32)
     set(library_dir "${CMAKE_INSTALL_BINDIR}")
     set(library_file tarvik_dpdu_x64.dll)
 else()
-    set(library_dir "${TARVIK_INSTALL_PRIVATE_DIR}")
+    set(library_dir "${private_dir}")
     set(library_file libtarvik_dpdu_x64.so)
 endif()
+set(documents_dir "${CMAKE_INSTALL_DATADIR}/doc/tarvik-dpdu")
 set(vehicles_dir "${CMAKE_INSTALL_DATADIR}/tarvik-dpdu/vehicles")
 set(config_dir "${CMAKE_INSTALL_LIBDIR}/cmake/TarvikDpdu")
 set(pkgconfig_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
@@ -110,9 +110,13 @@ if(TARGET brennix-sim)
         RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
     # Looked for there by the simulator.
     install(TARGETS brennix_serial_lines brennix_mocked_ports
-        LIBRARY DESTINATION "${TARVIK_INSTALL_PRIVATE_DIR}" COMPONENT tools)
+        LIBRARY DESTINATION "${private_dir}" COMPONENT tools)
     file(GLOB vehicles CONFIGURE_DEPENDS "${simulator}/vehicles/*.json")
     install(FILES ${vehicles} DESTINATION "${vehicles_dir}" COMPONENT tools)
+    install(FILES "${simulator}/brennix-sim.1" "${simulator}/brennix-relay.1"
+        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
+    install(FILES "${simulator}/README.md"
+        DESTINATION "${documents_dir}" COMPONENT tools RENAME simulator.md)
 endif()
 
 # --- each ---
@@ -120,6 +124,6 @@ endif()
 if(TARGET notices)
     foreach(component runtime development tools)
         install(DIRECTORY "${CMAKE_BINARY_DIR}/notices/"
-            DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/tarvik-dpdu" COMPONENT ${component})
+            DESTINATION "${documents_dir}" COMPONENT ${component})
     endforeach()
 endif()

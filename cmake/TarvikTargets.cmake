@@ -1,5 +1,7 @@
 # What every target of our own has in common.
 
+include(GNUInstallDirs)  # programs have paths to what is installed with them
+
 # What the code is instrumented for. Coverage concerns only the library's own code: see
 # tarvik_count_coverage.
 set(TARVIK_SANITIZER "" CACHE STRING "empty, address (with undefined), thread, fuzzer or coverage")

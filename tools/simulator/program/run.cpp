@@ -22,6 +22,13 @@ std::string ProgramFolder() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
 }
 
+// The libraries that other programs preload are beside the program, or where they are installed.
+std::string PreloadFolder() {
+    const std::string folder = ProgramFolder();
+    const bool is_beside = ::access((folder + "/libbrennix_mocked_ports.so").c_str(), R_OK) == 0;
+    return is_beside ? folder : folder + "/" BRENNIX_INSTALLED_PRELOADS;
+}
+
 std::string FindWineHelper(const Options& options) {
     if (!options.wine_helper.empty()) return options.wine_helper;
     const std::string folder = ProgramFolder();
@@ -124,7 +131,7 @@ void SimulatorRun::AddListings() {
 }
 
 void SimulatorRun::AddUsbPort(std::size_t dongle, const std::string& name, UsbIdentity identity) {
-    if (!usb_) usb_ = std::make_unique<UsbMock>("/proc/self/exe", ProgramFolder());
+    if (!usb_) usb_ = std::make_unique<UsbMock>("/proc/self/exe", PreloadFolder());
     simulator_.AddListing(dongle, usb_->AddPort(name, std::move(identity)));
     simulator_.SetPortName(dongle, name);
 }
@@ -185,7 +192,7 @@ std::map<std::string, std::string> SimulatorRun::CommandEnvironment() const {
         environment["TMPDIR"] = folder + "/tmp";
     }
     if (wine_) {
-        environment.merge(wine_->Environment(ProgramFolder() + "/libbrennix_serial_lines.so"));
+        environment.merge(wine_->Environment(PreloadFolder() + "/libbrennix_serial_lines.so"));
         environment["TMPDIR"].clear();
         environment["XDG_CONFIG_HOME"].clear();
     }
