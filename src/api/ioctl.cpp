@@ -128,34 +128,57 @@ struct IoCtlRow {
     std::uint32_t id;
     std::string_view name;
     IoCtlHandler handler;
+    std::string_view description;
 };
 
 constexpr IoCtlRow kIoCtlTable[] = {
-    {kIoCtlReset, "PDU_IOCTL_RESET", AcceptOnly},
-    {kIoCtlClearTxQueue, "PDU_IOCTL_CLEAR_TX_QUEUE", kNotSupported},
-    {kIoCtlSuspendTxQueue, "PDU_IOCTL_SUSPEND_TX_QUEUE", kNotSupported},
-    {kIoCtlResumeTxQueue, "PDU_IOCTL_RESUME_TX_QUEUE", kNotSupported},
-    {kIoCtlClearRxQueue, "PDU_IOCTL_CLEAR_RX_QUEUE", kNotSupported},
-    {kIoCtlReadVbatt, "PDU_IOCTL_READ_VBATT", ReadBatteryVoltage},
-    {kIoCtlSetProgVoltage, "PDU_IOCTL_SET_PROG_VOLTAGE", kNotSupported},
-    {kIoCtlReadProgVoltage, "PDU_IOCTL_READ_PROG_VOLTAGE", kNotSupported},
-    {kIoCtlGeneric, "PDU_IOCTL_GENERIC", kNotSupported},
-    {kIoCtlSetBufferSize, "PDU_IOCTL_SET_BUFFER_SIZE", AcceptOnly},
-    {kIoCtlStartMsgFilter, "PDU_IOCTL_START_MSG_FILTER", AcceptOnly},
-    {kIoCtlClearMsgFilter, "PDU_IOCTL_CLEAR_MSG_FILTER", AcceptOnly},
-    {kIoCtlStopMsgFilter, "PDU_IOCTL_STOP_MSG_FILTER", kNotSupported},
-    {kIoCtlSetEventQueueProperties, "PDU_IOCTL_SET_EVENT_QUEUE_PROPERTIES", kNotSupported},
-    {kIoCtlGetCableId, "PDU_IOCTL_GET_CABLE_ID", kNotSupported},
-    {kIoCtlSendBreak, "PDU_IOCTL_SEND_BREAK", kNotSupported},
-    {kIoCtlReadIgnitionSenseState, "PDU_IOCTL_READ_IGNITION_SENSE_STATE", ReadIgnitionState},
-    {kIoCtlVehicleIdRequest, "PDU_IOCTL_VEHICLE_ID_REQUEST", RequestVehicleIds},
-    {kIoCtlSetEthSwitchState, "PDU_IOCTL_SET_ETH_SWITCH_STATE", SetEthSwitchState},
-    {kIoCtlGetEntityStatus, "PDU_IOCTL_GET_ENTITY_STATUS", GetEntityStatus},
-    {kIoCtlGetDiagnosticPowerMode, "PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE", GetDiagnosticPowerMode},
-    {kIoCtlGetEthPinOption, "PDU_IOCTL_GET_ETH_PIN_OPTION", kNotSupported},
-    {kIoCtlTlsSetCertificate, "PDU_IOCTL_TLS_SET_CERTIFICATE", kNotSupported},
-    {kIoCtlTlsGetCurrentSessionMode, "PDU_IOCTL_TLS_GET_CURRENT_SESSION_MODE", kNotSupported},
-    {kIoCtlIsobusGetDetectedCfs, "PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", kNotSupported},
+    {kIoCtlReset, "PDU_IOCTL_RESET", AcceptOnly, "Resets the module; accepted, without effect"},
+    {kIoCtlClearTxQueue, "PDU_IOCTL_CLEAR_TX_QUEUE", kNotSupported,
+     "Empties the transmit queue; not supported"},
+    {kIoCtlSuspendTxQueue, "PDU_IOCTL_SUSPEND_TX_QUEUE", kNotSupported,
+     "Suspends sending; not supported"},
+    {kIoCtlResumeTxQueue, "PDU_IOCTL_RESUME_TX_QUEUE", kNotSupported,
+     "Resumes sending; not supported"},
+    {kIoCtlClearRxQueue, "PDU_IOCTL_CLEAR_RX_QUEUE", kNotSupported,
+     "Empties the receive queue; not supported"},
+    {kIoCtlReadVbatt, "PDU_IOCTL_READ_VBATT", ReadBatteryVoltage,
+     "Battery voltage in millivolts; always 13800"},
+    {kIoCtlSetProgVoltage, "PDU_IOCTL_SET_PROG_VOLTAGE", kNotSupported,
+     "Sets the programming voltage; not supported"},
+    {kIoCtlReadProgVoltage, "PDU_IOCTL_READ_PROG_VOLTAGE", kNotSupported,
+     "Reads the programming voltage; not supported"},
+    {kIoCtlGeneric, "PDU_IOCTL_GENERIC", kNotSupported, "A command of the vendor; not supported"},
+    {kIoCtlSetBufferSize, "PDU_IOCTL_SET_BUFFER_SIZE", AcceptOnly,
+     "Sets the size of a buffer; accepted, without effect"},
+    {kIoCtlStartMsgFilter, "PDU_IOCTL_START_MSG_FILTER", AcceptOnly,
+     "Starts message filters; accepted, without effect"},
+    {kIoCtlClearMsgFilter, "PDU_IOCTL_CLEAR_MSG_FILTER", AcceptOnly,
+     "Ends all message filters; accepted, without effect"},
+    {kIoCtlStopMsgFilter, "PDU_IOCTL_STOP_MSG_FILTER", kNotSupported,
+     "Ends one message filter; not supported"},
+    {kIoCtlSetEventQueueProperties, "PDU_IOCTL_SET_EVENT_QUEUE_PROPERTIES", kNotSupported,
+     "Sets length and mode of the event queue; not supported"},
+    {kIoCtlGetCableId, "PDU_IOCTL_GET_CABLE_ID", kNotSupported,
+     "Number of the cable; not supported"},
+    {kIoCtlSendBreak, "PDU_IOCTL_SEND_BREAK", kNotSupported, "Sends a break; not supported"},
+    {kIoCtlReadIgnitionSenseState, "PDU_IOCTL_READ_IGNITION_SENSE_STATE", ReadIgnitionState,
+     "State of the ignition; always on"},
+    {kIoCtlVehicleIdRequest, "PDU_IOCTL_VEHICLE_ID_REQUEST", RequestVehicleIds,
+     "Asks vehicles for their identification (DoIP); nothing is sent"},
+    {kIoCtlSetEthSwitchState, "PDU_IOCTL_SET_ETH_SWITCH_STATE", SetEthSwitchState,
+     "Switches the Ethernet activation line; nothing is switched"},
+    {kIoCtlGetEntityStatus, "PDU_IOCTL_GET_ENTITY_STATUS", GetEntityStatus,
+     "Status of a DoIP entity; a fixed one"},
+    {kIoCtlGetDiagnosticPowerMode, "PDU_IOCTL_GET_DIAGNOSTIC_POWER_MODE", GetDiagnosticPowerMode,
+     "Diagnostic power mode of a DoIP entity; always ready"},
+    {kIoCtlGetEthPinOption, "PDU_IOCTL_GET_ETH_PIN_OPTION", kNotSupported,
+     "Pins of the Ethernet connection; not supported"},
+    {kIoCtlTlsSetCertificate, "PDU_IOCTL_TLS_SET_CERTIFICATE", kNotSupported,
+     "Sets a certificate for TLS; not supported"},
+    {kIoCtlTlsGetCurrentSessionMode, "PDU_IOCTL_TLS_GET_CURRENT_SESSION_MODE", kNotSupported,
+     "Mode of the TLS session; not supported"},
+    {kIoCtlIsobusGetDetectedCfs, "PDU_IOCTL_ISOBUS_GET_DETECTED_CFS", kNotSupported,
+     "Control functions detected on an ISOBUS; not supported"},
 };
 
 // By position: the look-up relies on it.
@@ -180,6 +203,11 @@ T_PDU_ERROR Execute(std::uint32_t command, const PDU_DATA_ITEM* input, PDU_DATA_
 }
 
 }  // namespace
+
+ObjectName IoCtlName(std::uint32_t id) {
+    const IoCtlRow& row = kIoCtlTable[id - kIoCtlReset];
+    return {row.name, row.id, row.description};
+}
 
 std::optional<std::uint32_t> FindIoCtlId(std::string_view name) {
     for (const IoCtlRow& row : kIoCtlTable) {

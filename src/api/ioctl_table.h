@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include "api/object_table.h"
 #include "dpdu_types.h"
 
 // The commands of PDUIoCtl. A new one is an id here and a row in ioctl.cpp; the compiler refuses
@@ -39,6 +40,8 @@ enum IoCtlId : std::uint32_t {
     kIoCtlEnd,  // one past the last
 };
 
+// `id` kIoCtlReset to kIoCtlEnd - 1.
+ObjectName IoCtlName(std::uint32_t id);
 std::optional<std::uint32_t> FindIoCtlId(std::string_view name);
 
 }  // namespace tarvik

@@ -3,25 +3,13 @@
 #include <string_view>
 
 #include "api/ioctl_table.h"
+#include "api/object_table.h"
 #include "comparam/comparam_table.h"
 #include "dpdu_api.h"
-#include "objects/protocol_kind.h"
 #include "support/log.h"
 
 namespace tarvik {
 namespace {
-
-struct ObjectName {
-    std::string_view name;
-    std::uint32_t id;
-};
-
-// Deliberate: both protocols have the same id.
-constexpr ObjectName kProtocols[] = {{"ISO_15765_3_on_ISO_15765_2", kProtocolCan},
-                                     {"ISO_11898_RAW", kProtocolCan}};
-constexpr ObjectName kBusTypes[] = {{"ISO_11898_2_DWCAN", kBusTypeCan}};
-constexpr ObjectName kPinTypes[] = {{"HI", 0}, {"LOW", 1}};
-constexpr ObjectName kResources[] = {{"ISO_UDS_on_OBD", kResourceCan}};
 
 template <std::size_t N>
 std::optional<std::uint32_t> FindIn(const ObjectName (&rows)[N], std::string_view name) {

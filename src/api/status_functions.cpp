@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "api/versions.h"
 #include "dpdu_api.h"
 #include "objects/lifecycle.h"
 #include "objects/modules.h"
@@ -10,10 +11,8 @@
 namespace tarvik {
 namespace {
 
-// Packed most significant byte first: major, minor, revision, 0.
-constexpr std::uint32_t kStandardVersion = 0x02020200;
+// Packed as in versions.h.
 constexpr std::uint32_t kHardwareVersion = 0x01000000;
-constexpr std::uint32_t kSoftwareVersion = 0x00010000;
 // Packed: year since 1970, month, day, 0.
 constexpr std::uint32_t kReleaseDate = 0x36051600;
 

@@ -54,6 +54,13 @@ constexpr bool NamesAreUnique() {
 }
 static_assert(NamesAreUnique());
 
+constexpr bool AllAreDescribed() {
+    return std::ranges::all_of(kComParamTable, [](const ComParamDescription& row) {
+        return row.description != nullptr && row.description[0] != '\0';
+    });
+}
+static_assert(AllAreDescribed());
+
 }  // namespace
 
 const ComParamDescription& DescribeComParam(std::uint32_t id) { return kComParamTable[id - 1]; }

@@ -625,7 +625,8 @@ TEST_F(ComParams, LengthEnlargedInPlaceWhileItIsSetIsIgnored) {
 class AnyRow {
 public:
     AnyRow(UNUM32 data_type, UNUM32 id = 1)
-        : description_{"CP_Any", id, data_type, PDU_PC_COM}, row_(MakeRow(&description_, &value_)) {
+        : description_{"CP_Any", id, data_type, PDU_PC_COM, ComParamLayer::kTransport, "any"},
+          row_(MakeRow(&description_, &value_)) {
         EXPECT_TRUE(PrepareRow(row_));
     }
     ~AnyRow() { ReleaseRow(row_); }
@@ -674,7 +675,8 @@ TEST(ComParamRow, SignedNumbersAreLoggedWithTheirSignAndReadAsZero) {
 }
 
 TEST(ComParamRow, IsSetWithoutASnapshot) {
-    constexpr ComParamDescription kNumber = {"CP_Any", 1, PDU_PT_UNUM32, PDU_PC_COM};
+    constexpr ComParamDescription kNumber = {
+        "CP_Any", 1, PDU_PT_UNUM32, PDU_PC_COM, ComParamLayer::kTransport, "any"};
     ParamValue value{};
     ComParamRow row = MakeRow(&kNumber, &value);
     const UNUM32 number = 77;
