@@ -65,11 +65,11 @@ check:
 	@scripts/check.sh
 
 test:
-	@scripts/setup.sh linux windows clang
+	@scripts/setup.sh linux windows clang test
 	@scripts/test.sh
 
 soak:
-	@scripts/setup.sh linux windows clang
+	@scripts/setup.sh linux windows clang test
 	@scripts/soak.sh $(or $(SOAK_ROUNDS),5)
 
 stress:
