@@ -20,9 +20,6 @@ dll_exports() {
 foreign_imports() {
     "$objdump" -p "$library" | sed -n 's/^\tDLL Name: //p' | grep -viE "^($system_dlls)\.dll$"
 }
-product_version() {
-    strings -el "$library" | grep -A1 '^ProductVersion$' | tail -n 1
-}
 so_exports() {
     nm -D --defined-only "$library" | awk '{print $3}'
 }
@@ -94,7 +91,7 @@ case $library in
     *.dll)
         check "the exported names and ordinals" "$(sort <<<"$exports")" "$(dll_exports | sort)"
         check "imports from outside the system" "" "$(foreign_imports)"
-        check "the version resource" "$version" "$(product_version)"
+        check_version_resource "$library" "$version" 2
         ;;
     *)
         check "the exported names" "$names" "$(so_exports | sort)"
