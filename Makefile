@@ -1,7 +1,7 @@
 # Every target installs and builds what it needs.
 
 .PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows check test soak stress \
-	torture bench fuzz coverage mutation lint clean
+	torture bench fuzz coverage mutation lint package test-packages clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS="tarvik_dpdu dpdu brennix-sim brennix-relay" scripts/build.sh linux-release
@@ -24,6 +24,8 @@ help:
 	@echo "make coverage      lines, branches and functions of src that the tests execute"
 	@echo "make mutation      unit tests against MUTANTS (340) changes of the library, one at a time"
 	@echo "make lint          format, clang-tidy, cppcheck, GCC's analyser and includes"
+	@echo "make package       Debian packages, Windows installer and zip in build/packages"
+	@echo "make test-packages  installs and removes them in a bare Debian 12 and under Wine"
 	@echo "make clean         remove what was built, except build/deps"
 
 build:
@@ -102,6 +104,15 @@ lint:
 	@scripts/setup.sh linux windows lint
 	@scripts/build.sh linux-release
 	@scripts/lint.sh
+
+# What is compiled must not carry the time of the build either.
+package:
+	@scripts/setup.sh linux windows package
+	@export SOURCE_DATE_EPOCH=$$(scripts/source_date.sh) && $(linux_products) && \
+		$(windows_products) && scripts/package.sh
+
+test-packages: package
+	@scripts/test_packages.sh
 
 clean:
 	@scripts/stop-wine.sh
