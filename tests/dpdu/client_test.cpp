@@ -23,7 +23,7 @@ TEST(DpduLibrary, PathThatDoesNotExistGivesOneLineWithAdvice) {
     EXPECT_EQ(result.output, "");
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
     EXPECT_TRUE(Contains(result.error, "cannot load the library '/nowhere/to_be_found'"));
-    EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
+    EXPECT_TRUE(Contains(result.error, "--library, --vendor or DPDU_LIBRARY"));
 }
 
 TEST(DpduLibrary, FileThatIsNotALibraryGivesOneLineWithAdvice) {
@@ -41,7 +41,7 @@ TEST(DpduLibrary, IncompleteLibraryIsRefusedNamingTheFirstMissingFunction) {
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
     EXPECT_TRUE(Contains(result.error, "it lacks PDUIoCtl and 26 more functions"));
-    EXPECT_TRUE(Contains(result.error, "--library PATH or DPDU_LIBRARY"));
+    EXPECT_TRUE(Contains(result.error, "--library, --vendor or DPDU_LIBRARY"));
 }
 
 TEST(DpduLibrary, OptionOverridesEnvironment) {

@@ -156,6 +156,84 @@ TEST_F(DpduRoot, FileThatDoesNotExistListsNothing) {
                  "the root file lists no library\n");
 }
 
+// ---------------------------------------------------------------- using what is listed
+
+// A root file with the fake library as that of another vendor, and one that is not there.
+class DpduVendor : public DpduRoot {
+protected:
+    void SetUp() override {
+        DpduRoot::SetUp();
+        const fs::path fake = fs::absolute(PathOf(FAKE_LIBRARY));
+        dpdu::root::Entry entry;
+        entry.short_name = "Other_1_0_0";
+        entry.supplier = "Other";
+        entry.library_uri = dpdu::root::UriOfPath(TextOf(fake));
+        const std::string text = dpdu::root::WithEntry(EmptyRootFile(), entry);
+        entry = {};
+        entry.short_name = "Gone_1_0_0";
+        entry.library_uri = "file://host/gone.so";
+        Write(File(), dpdu::root::WithEntry(text, entry));
+    }
+    ClientResult RunWithRoot(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.end(), {"--root", TextOf(File())});
+        ClientSetup setup;
+        setup.arguments = std::move(arguments);
+        setup.has_library = false;
+        return RunClient(setup);
+    }
+};
+
+TEST_F(DpduVendor, LibrariesAreListedWithWhetherTheyAreThere) {
+    const Json list = Document(RunWithRoot({"libraries", "--json"}))["libraries"];
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0]["name"], "Other_1_0_0");
+    EXPECT_EQ(list[0]["supplier"], "Other");
+    EXPECT_EQ(list[0]["isThere"], true);
+    EXPECT_EQ(list[1]["isThere"], false);
+    const ClientResult text = RunWithRoot({"libraries"});
+    EXPECT_TRUE(
+        text.output.starts_with("NAME         SUPPLIER  THERE  LIBRARY\n"
+                                "Other_1_0_0  Other     yes    "))
+        << text.output;
+    EXPECT_TRUE(Contains(text.output, "no     file://host/gone.so")) << text.output;
+}
+
+TEST_F(DpduVendor, InstalledLibraryIsUsedByItsName) {
+    const ClientResult result = RunWithRoot({"objects", "HI", "--vendor", "Other_1_0_0", "--json"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_EQ(Document(result)["objects"][0]["name"], "HI");
+}
+
+TEST_F(DpduVendor, UnknownNameIsRefusedWithThoseThatAreThere) {
+    ExpectFailure(RunWithRoot({"modules", "--vendor", "other_1_0_0"}),
+                  "no library is installed as 'other_1_0_0'; there are: Other_1_0_0, Gone_1_0_0");
+}
+
+TEST_F(DpduVendor, NameThatIsThereTwiceIsRefused) {
+    std::string text = Read(File());
+    const std::string entry = "<MVCI_PDU_API><SHORT_NAME>Other_1_0_0</SHORT_NAME></MVCI_PDU_API>";
+    Write(File(), text.insert(text.find("</MVCI_PDU_API_ROOT>"), entry));
+    ExpectFailure(RunWithRoot({"modules", "--vendor", "Other_1_0_0"}),
+                  "'Other_1_0_0' is there 2 times in the root file; see dpdu root list");
+}
+
+TEST_F(DpduVendor, AddressOfAnotherFormIsRefused) {
+    ExpectFailure(
+        RunWithRoot({"modules", "--vendor", "Gone_1_0_0"}),
+        "the root file has no usable address for 'Gone_1_0_0': 'file://host/gone.so'; it must "
+        "begin with file:///");
+}
+
+TEST_F(DpduVendor, LibraryAndVendorExcludeEachOther) {
+    const ClientResult result = RunClient({"modules", "--library", "x", "--vendor", "y"});
+    EXPECT_EQ(result.exit_code, kUsage);
+    EXPECT_TRUE(
+        Contains(result.error, "--library and --vendor exclude each other; see dpdu modules"))
+        << result.error;
+}
+
+// ---------------------------------------------------------------- several installers
+
 // Each reads the file, and writes it with one byte more: without the lock bytes would be lost.
 TEST_F(DpduRoot, InstallersThatRunAtOnceLoseNothing) {
     constexpr int kThreads = 4;

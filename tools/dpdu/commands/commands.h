@@ -25,15 +25,18 @@ namespace dpdu {
 // Options of every command that uses a library.
 struct CommonOptions {
     std::string library;        // empty: this project's library beside the program
+    std::string vendor;         // name of an installed library in the root file; empty: not given
+    std::string root_file;      // empty: the machine's
     std::string option_string;  // for PDUConstruct
     std::string module;         // text that the module's name or interface must contain; empty: any
     double wait_seconds = 3;    // how long to look for a module
     bool as_json = false;
     bool is_verbose = false;  // show lines that the library prints
 
-    std::string LibraryPath() const { return library.empty() ? DefaultLibraryPath() : library; }
-    // Throws Failure if the library cannot be loaded.
-    PduFunctions LoadFunctions() const { return LoadPduFunctions(library); }
+    // Throws Failure if no library is installed under the name of --vendor.
+    std::string LibraryPath() const;
+    // Throws Failure also if the library cannot be loaded.
+    PduFunctions LoadFunctions() const { return LoadPduFunctions(LibraryPath()); }
     std::chrono::milliseconds Wait() const {
         return std::chrono::milliseconds(static_cast<std::int64_t>(wait_seconds * 1000));
     }
@@ -137,8 +140,7 @@ struct TraceOptions {
 };
 
 struct RootOptions {
-    std::string root_file;  // empty: the machine's
-    std::string folder;     // add; empty: that of this project's library
+    std::string folder;  // add; empty: that of this project's library
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
@@ -159,9 +161,11 @@ bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& o
 bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
 bool RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
 bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
-bool RunRootList(const RootOptions& options, Output* output);
-bool RunRootAdd(const RootOptions& options, Output* output);
-bool RunRootRemove(const RootOptions& options, Output* output);
+// These use only the root file of `common`.
+bool RunLibraries(const CommonOptions& common, Output* output);
+bool RunRootList(const CommonOptions& common, const RootOptions& options, Output* output);
+bool RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output);
+bool RunRootRemove(const CommonOptions& common, const RootOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
 bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);

@@ -48,10 +48,49 @@ Json DocumentOf(const root::Entry& entry) {
             {"cableDescription", entry.cable_description_uri}};
 }
 
+bool IsRegularFile(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(PathOf(path), ignored);
+}
+
 }  // namespace
 
-bool RunRootList(const RootOptions& options, Output* output) {
-    const std::vector<root::Entry> entries = root::ReadEntries(options.root_file);
+std::string CommonOptions::LibraryPath() const {
+    if (vendor.empty()) return library.empty() ? DefaultLibraryPath() : library;
+    const root::Entry entry = root::FindEntry(root_file, vendor);
+    const std::string path = root::PathOfUri(entry.library_uri);
+    if (!path.empty()) return path;
+    throw Failure("the root file has no usable address for '" + vendor + "': '" +
+                  entry.library_uri + "'; it must begin with file:///");
+}
+
+bool RunLibraries(const CommonOptions& common, Output* output) {
+    const std::vector<root::Entry> entries = root::ReadEntries(common.root_file);
+    Json list = Json::array();
+    std::vector<Row> rows = {{"NAME", "SUPPLIER", "THERE", "LIBRARY"}};
+    for (const root::Entry& entry : entries) {
+        const std::string path = root::PathOfUri(entry.library_uri);
+        const bool is_there = IsRegularFile(path);
+        list.push_back({{"name", entry.short_name},
+                        {"supplier", entry.supplier},
+                        {"description", entry.description},
+                        {"library", path},
+                        {"isThere", is_there}});
+        rows.push_back({entry.short_name, entry.supplier, is_there ? "yes" : "no",
+                        path.empty() ? entry.library_uri : path});
+    }
+    if (output->AsJson()) {
+        output->Document({{"libraries", list}});
+    } else if (entries.empty()) {
+        output->Line("the root file lists no library");
+    } else {
+        output->Table(rows);
+    }
+    return true;
+}
+
+bool RunRootList(const CommonOptions& common, const RootOptions&, Output* output) {
+    const std::vector<root::Entry> entries = root::ReadEntries(common.root_file);
     if (output->AsJson()) {
         Json list = Json::array();
         for (const root::Entry& entry : entries)
@@ -74,14 +113,14 @@ bool RunRootList(const RootOptions& options, Output* output) {
     return true;
 }
 
-bool RunRootAdd(const RootOptions& options, Output* output) {
+bool RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output) {
     const std::string folder = AbsoluteFolder(options.folder);
-    Print(root::AddOwnEntry(options.root_file, folder), "added to", "is already in", output);
+    Print(root::AddOwnEntry(common.root_file, folder), "added to", "is already in", output);
     return true;
 }
 
-bool RunRootRemove(const RootOptions& options, Output* output) {
-    Print(root::RemoveOwnEntry(options.root_file), "removed from", "is not in", output);
+bool RunRootRemove(const CommonOptions& common, const RootOptions&, Output* output) {
+    Print(root::RemoveOwnEntry(common.root_file), "removed from", "is not in", output);
     return true;
 }
 

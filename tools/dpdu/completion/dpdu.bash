@@ -5,46 +5,46 @@
 _dpdu_words() {
     case $1 in
         '')
-            words='modules version doctor comparam objects ioctl request functional vin dtc trace root raw tester-present monitor -h --help --library --library-options --module --wait --json --verbose --version'
+            words='modules version doctor comparam objects ioctl request functional vin dtc trace libraries root raw tester-present monitor -h --help --library --vendor --root --library-options --module --wait --json --verbose --version'
             ;;
         'modules')
-            words='-h --help --library --library-options --module --wait --json --verbose'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
             ;;
         'version')
-            words='-h --help --library --library-options --module --wait --json --verbose'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
             ;;
         'doctor')
-            words='-h --help --library --library-options --module --wait --json --verbose'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
             ;;
         'comparam')
             words='get set list -h --help'
             ;;
         'comparam get')
-            words='-h --help --library --library-options --module --wait --json --verbose --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --protocol --bus-type'
             ;;
         'comparam set')
-            words='-h --help --library --library-options --module --wait --json --verbose --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --protocol --bus-type'
             ;;
         'comparam list')
-            words='-h --help --library --library-options --module --wait --json --verbose --protocol --bus-type --filter'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --protocol --bus-type --filter'
             ;;
         'objects')
-            words='-h --help --library --library-options --module --wait --json --verbose --type --filter'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --type --filter'
             ;;
         'ioctl')
-            words='-h --help --library --library-options --module --wait --json --verbose reset clear-tx-queue suspend-tx-queue resume-tx-queue clear-rx-queue battery set-voltage voltage generic buffer-size start-filter clear-filters stop-filter event-queue cable break ignition vehicle-id ethernet-switch entity-status power-mode ethernet-pins tls-mode isobus-functions'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose reset clear-tx-queue suspend-tx-queue resume-tx-queue clear-rx-queue battery set-voltage voltage generic buffer-size start-filter clear-filters stop-filter event-queue cable break ignition vehicle-id ethernet-switch entity-status power-mode ethernet-pins tls-mode isobus-functions'
             ;;
         'request')
-            words='-h --help --library --library-options --module --wait --json --verbose --functional --expect --expect-negative --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'functional')
-            words='-h --help --library --library-options --module --wait --json --verbose --id --units --file --any --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'vin')
-            words='-h --help --library --library-options --module --wait --json --verbose --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'dtc')
-            words='-h --help --library --library-options --module --wait --json --verbose --mask --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --mask --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'trace')
             words='summary timeline export -h --help'
@@ -60,6 +60,9 @@ _dpdu_words() {
         'trace export')
             words='-h --help --format -o --output'
             files=1
+            ;;
+        'libraries')
+            words='-h --help --root --json'
             ;;
         'root')
             words='list add remove -h --help'
@@ -77,16 +80,16 @@ _dpdu_words() {
             words='send listen -h --help'
             ;;
         'raw send')
-            words='-h --help --library --library-options --module --wait --json --verbose --extended --repeat --period --primitive --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --extended --repeat --period --primitive --param --protocol --bus-type'
             ;;
         'raw listen')
-            words='-h --help --library --library-options --module --wait --json --verbose --filter --count --time --table --log --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --filter --count --time --table --log --param --protocol --bus-type'
             ;;
         'tester-present')
-            words='-h --help --library --library-options --module --wait --json --verbose --period --message --functional --time --ecu --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --period --message --functional --time --ecu --param --protocol --bus-type'
             ;;
         'monitor')
-            words='-h --help --library --library-options --module --wait --json --verbose --ecu --period --count --time --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --period --count --time --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
     esac
 }
@@ -96,20 +99,20 @@ _dpdu() {
     local command='' next words='' files='' i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
+            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'root' | 'root list' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'libraries' | 'root' | 'root list' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
         esac
     done
 
     case $previous in
         --file | --folder | --library | --output | --root | -o) files=1 ;;
-        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --wait | -o)
+        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'trace export --format') words='candump asc chrome' ;;

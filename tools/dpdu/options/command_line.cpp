@@ -13,7 +13,7 @@ constexpr char kDescription[] =
     "dpdu: diagnostic requests through a D-PDU API library (ISO 22900-2)";
 
 constexpr char kMainFooter[] = R"(Environment:
-  DPDU_LIBRARY  library to use if --library is not given
+  DPDU_LIBRARY  library to use if neither --library nor --vendor is given
 
 Examples:
   dpdu modules                        list the dongles
@@ -118,7 +118,12 @@ public:
 
 private:
     static void UseEnvironment(CommonOptions* common) {
-        if (common->library.empty()) common->library = EnvironmentText("DPDU_LIBRARY");
+        if (!common->library.empty() && !common->vendor.empty()) {
+            throw UsageError("--library and --vendor exclude each other");
+        }
+        if (common->library.empty() && common->vendor.empty()) {
+            common->library = EnvironmentText("DPDU_LIBRARY");
+        }
     }
 
     // Text of help or version, which the parser reports as exceptions.

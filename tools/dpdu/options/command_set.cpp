@@ -15,13 +15,13 @@ Exit codes:
 CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
 
 CLI::App* CommandSet::Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent) {
-    CLI::App* command = AddOffline(texts, std::move(prepare), parent ? parent : root_);
+    CLI::App* command = AddOffline(texts, std::move(prepare), parent);
     AddCommonOptions(command, &common_);
     return command;
 }
 
 CLI::App* CommandSet::AddOffline(const CommandTexts& texts, Prepare prepare, CLI::App* parent) {
-    CLI::App* command = parent->add_subcommand(texts.name, texts.description);
+    CLI::App* command = (parent ? parent : root_)->add_subcommand(texts.name, texts.description);
     command->footer(std::string(texts.examples) + kExitCodes);
     command->callback([this, prepare = std::move(prepare)] { prepare_ = prepare; });
     return command;
@@ -40,6 +40,15 @@ void AddCommonOptions(CLI::App* command, CommonOptions* common) {
         ->add_option("--library", common->library,
                      "D-PDU library to load (default: DPDU_LIBRARY, else Tarvik's beside dpdu)")
         ->type_name("PATH")
+        ->group(group);
+    command
+        ->add_option("--vendor", common->vendor,
+                     "installed library to load, by its name in the root file; see dpdu libraries")
+        ->type_name("NAME")
+        ->group(group);
+    command
+        ->add_option("--root", common->root_file, "root file for --vendor (default: the machine's)")
+        ->type_name("FILE")
         ->group(group);
     command
         ->add_option("--library-options", common->option_string,

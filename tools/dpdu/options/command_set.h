@@ -35,7 +35,7 @@ public:
 
     // Adds a command; with a parent, a command of that group.
     CLI::App* Add(const CommandTexts& texts, Prepare prepare, CLI::App* parent = nullptr);
-    // Adds a command that needs no library; it has none of the common options.
+    // As Add, for a command that loads no library; it has none of the common options.
     CLI::App* AddOffline(const CommandTexts& texts, Prepare prepare, CLI::App* parent);
     // Adds a group of commands.
     CLI::App* AddGroup(const CommandTexts& texts);

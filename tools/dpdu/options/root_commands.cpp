@@ -17,26 +17,49 @@ Examples:
   dpdu root add --folder /opt/tarvik       the library and its description files there
   dpdu root remove --root ./test_root.xml  in another file)";
 
-using RootCommand = bool (*)(const RootOptions&, Output*);
+constexpr char kLibrariesFooter[] = R"(
+The names are those that --vendor takes.
+
+Examples:
+  dpdu libraries
+  dpdu libraries --json
+  dpdu modules --vendor Tarvik_DPDU_API_x64_0_1_0)";
+
+using RootCommand = bool (*)(const CommonOptions&, const RootOptions&, Output*);
+
+// Options of commands that read the root file and load no library.
+void AddRootOptions(CommandSet* commands, CLI::App* command) {
+    command
+        ->add_option("--root", commands->Common()->root_file,
+                     "the root file (default: the machine's)")
+        ->type_name("FILE");
+    command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
+}
 
 CLI::App* AddRootAction(CommandSet* commands, CLI::App* group, const char* name,
                         const char* description, RootCommand run_command,
                         const std::shared_ptr<RootOptions>& options) {
     CLI::App* command = commands->AddOffline(
         {name, description, kRootFooter},
-        [options, run_command](const CommonOptions&) {
-            return [options, run_command](Output* output) { return run_command(*options, output); };
+        [options, run_command](const CommonOptions& common) {
+            return [=](Output* output) { return run_command(common, *options, output); };
         },
         group);
-    command->add_option("--root", options->root_file, "the root file (default: the machine's)")
-        ->type_name("FILE");
-    command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
+    AddRootOptions(commands, command);
     return command;
 }
 
 }  // namespace
 
 void AddRootCommands(CommandSet* commands) {
+    CLI::App* libraries = commands->AddOffline(
+        {"libraries", "list the installed D-PDU libraries of all vendors", kLibrariesFooter},
+        [](const CommonOptions& common) {
+            return [common](Output* output) { return RunLibraries(common, output); };
+        },
+        nullptr);
+    AddRootOptions(commands, libraries);
+
     const auto options = std::make_shared<RootOptions>();
     CLI::App* group = commands->AddGroup(
         {"root", "show and change the machine's list of D-PDU libraries", kRootFooter});

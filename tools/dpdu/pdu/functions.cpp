@@ -8,7 +8,7 @@
 namespace dpdu {
 namespace {
 
-constexpr char kAdvice[] = "; name a D-PDU library with --library PATH or DPDU_LIBRARY";
+constexpr char kAdvice[] = "; name a D-PDU library with --library, --vendor or DPDU_LIBRARY";
 
 // Finds the functions of a library and counts the missing ones.
 class FunctionFinder {

@@ -19,7 +19,7 @@ LoadedLibrary LoadSharedLibrary(const std::string& path);
 // The address of an exported function, or null.
 void* FindFunction(void* library, const char* name);
 
-// Path of this project's library if it is installed beside the program.
+// Path of this project's library: beside the program, or where it is installed with the program.
 std::string DefaultLibraryPath();
 
 }  // namespace dpdu

@@ -42,7 +42,11 @@ std::string DefaultLibraryPath() {
     const std::string program(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
     const std::size_t slash = program.rfind('/');
     const std::string folder = slash == std::string::npos ? "./" : program.substr(0, slash + 1);
-    return folder + "libtarvik_dpdu_x64.so";
+    std::string beside = folder + "libtarvik_dpdu_x64.so";
+    std::string installed = folder + DPDU_INSTALLED_LIBRARY;
+    const bool is_installed =
+        access(beside.c_str(), F_OK) != 0 && access(installed.c_str(), F_OK) == 0;
+    return is_installed ? installed : beside;
 }
 
 }  // namespace dpdu
