@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <iterator>
 
 #include "api/ioctl_doip_request.h"
@@ -190,6 +191,8 @@ constexpr bool RowsFollowTheIds() {
     return id == kIoCtlEnd;
 }
 static_assert(RowsFollowTheIds(), "every IoCtlId needs a row, in the order of the ids");
+static_assert(std::ranges::none_of(kIoCtlTable,
+                                   [](const IoCtlRow& row) { return row.description.empty(); }));
 
 IoCtlHandler HandlerOf(std::uint32_t command) {
     if (command < kIoCtlReset || command >= kIoCtlEnd) return kNotSupported;

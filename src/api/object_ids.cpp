@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -10,6 +11,14 @@
 
 namespace tarvik {
 namespace {
+
+template <std::size_t N>
+constexpr bool AreDescribed(const ObjectName (&rows)[N]) {
+    return std::ranges::none_of(rows,
+                                [](const ObjectName& row) { return row.description.empty(); });
+}
+static_assert(AreDescribed(kProtocols) && AreDescribed(kBusTypes) && AreDescribed(kPinTypes) &&
+              AreDescribed(kResources));
 
 template <std::size_t N>
 std::optional<std::uint32_t> FindIn(const ObjectName (&rows)[N], std::string_view name) {
