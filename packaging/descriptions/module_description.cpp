@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <cstring>
-#include <iterator>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -19,11 +18,6 @@
 
 namespace tarvik::descriptions {
 namespace {
-
-// Clients keep protocols by their id, of which there is one: the later one replaces the earlier,
-// and resources refer to UDS.
-constexpr ObjectName kProtocolsInOrder[] = {kProtocolRaw, kProtocolUds};
-static_assert(std::size(kProtocolsInOrder) == std::size(kProtocols));
 
 struct ConnectorPin {
     std::uint32_t number;  // of the OBD connector
@@ -245,6 +239,19 @@ void WriteUserOfComParams(XmlWriter* xml, std::string_view element, const std::s
     xml->Close();
 }
 
+void WriteProtocol(XmlWriter* xml, const ObjectName& protocol) {
+    WriteUserOfComParams(xml, "PROTOCOL", Label("PROT", protocol), protocol, false);
+}
+
+// Clients keep protocols by their id: the later one of an id replaces the earlier. UDS is the last,
+// because resources refer to it.
+void WriteProtocols(XmlWriter* xml) {
+    for (const ObjectName& protocol : kProtocols) {
+        if (protocol.name != kProtocolUds.name) WriteProtocol(xml, protocol);
+    }
+    WriteProtocol(xml, kProtocolUds);
+}
+
 void WriteResource(XmlWriter* xml, const ObjectName& resource) {
     xml->Open("RESOURCE", {{"EID", Label("RSC", resource)}});
     WriteName(xml, resource);
@@ -297,8 +304,7 @@ std::string ModuleDescription() {
         WriteComParam(&xml, row);
     for (const ObjectName& bus : kBusTypes)
         WriteUserOfComParams(&xml, "BUSTYPE", Label("BUS", bus), bus, true);
-    for (const ObjectName& protocol : kProtocolsInOrder)
-        WriteUserOfComParams(&xml, "PROTOCOL", Label("PROT", protocol), protocol, false);
+    WriteProtocols(&xml);
     for (const ObjectName& resource : kResources)
         WriteResource(&xml, resource);
     WriteModuleType(&xml, ModuleType());
