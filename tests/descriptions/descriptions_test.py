@@ -6,7 +6,8 @@ functions, with records laid out as ISO 22900-2 has them for 64 bits.
 """
 import ctypes, json, os, re, sys, tempfile, unittest
 import xml.etree.ElementTree as ElementTree
-from ctypes import POINTER, byref, c_char, c_uint8, c_uint16, c_uint32, c_void_p
+from ctypes import (POINTER, byref, c_char, c_int8, c_int16, c_int32, c_uint8, c_uint16, c_uint32,
+                    c_void_p)
 from pathlib import Path
 
 FOLDER, LIBRARY = Path(sys.argv[1]), sys.argv[2]
@@ -15,6 +16,8 @@ OBJECT_TYPES = {"PROTOCOL": 0x8021, "BUSTYPE": 0x8022, "IO_CTRL": 0x8023, "COMPA
                 "PINTYPE": 0x8025, "RESOURCE": 0x8026}
 DATA_TYPES = {name: 0x101 + at for at, name in enumerate(
     "UNUM8 SNUM8 UNUM16 SNUM16 UNUM32 SNUM32 BYTEFIELD STRUCTFIELD LONGFIELD".split())}
+NUMBERS = {0x101 + at: number for at, number in enumerate(
+    (c_uint8, c_int8, c_uint16, c_int16, c_uint32, c_int32))}
 CLASSES = {name: 1 + at for at, name in enumerate(
     "TIMING INIT COM ERRHDL BUSTYPE UNIQUE_ID TESTER_PRESENT".split())}
 LAYERS = {"PDU_PL_APPLICATION", "PDU_PL_TRANSPORT", "PDU_PL_PHYSICAL"}
@@ -102,8 +105,8 @@ def dotted(packed):
 
 def value_text(item):
     """The value of a ComParam as the description file writes it."""
-    if item.data_type == DATA_TYPES["UNUM32"]:
-        return str(c_uint32.from_address(item.data).value)
+    if item.data_type in NUMBERS:
+        return str(NUMBERS[item.data_type].from_address(item.data).value)
     if item.data_type == DATA_TYPES["STRUCTFIELD"]:
         field, numbers = StructField.from_address(item.data), []
         for at in range(field.count):
@@ -117,6 +120,17 @@ def value_text(item):
     field = Field.from_address(item.data)
     return " ".join(map(str, [field.most, field.count,
                               *(element * field.count).from_address(field.data)]))
+
+
+def limits_of(item):
+    """The least and the most of a number, or of a struct field's entries; None for other fields."""
+    if item.data_type == DATA_TYPES["STRUCTFIELD"]:
+        return "0", str(StructField.from_address(item.data).most)
+    if item.data_type not in NUMBERS:
+        return None, None
+    number = NUMBERS[item.data_type]
+    values = 256 ** ctypes.sizeof(number)
+    return ("0", str(values - 1)) if number(-1).value > 0 else (str(-values // 2), str(values // 2 - 1))
 
 
 def faults_of(module, library):
@@ -171,6 +185,8 @@ def comparam_faults(module, library):
             faults.append(f"{name} has no layer")
         if element.findtext("DEFAULT_VALUE") != value_text(item):
             faults.append(f"{name} has another default")
+        if (element.findtext("MIN_VALUE"), element.findtext("MAX_VALUE")) != limits_of(item):
+            faults.append(f"{name} has other limits")
     for reference in module.iter("COMPARAM_REF"):
         label = reference.find("COMPARAM").get("IDREF")
         if defaults.get(label) != reference.findtext("DEFAULT_VALUE"):
@@ -261,6 +277,9 @@ class Descriptions(unittest.TestCase):
         text = FOLDER.joinpath("tarvik_mdf.xml").read_text("utf-8")
         damages = {
             "ID_CP_12 is not there": ('<COMPARAM EID="ID_CP_12">', '<COMPARAM EID="ID_CP_012">'),
+            "12 is no name": ('EID="ID_CP_12"', 'EID="12"'),
+            "BUSTYPE ID_PROT_ISO_11898_RAW is not there": ('BUSTYPE IDREF="ID_BUS_ISO_11898_2_DWCAN"',
+                                                           'BUSTYPE IDREF="ID_PROT_ISO_11898_RAW"'),
             "ID_CP_13 is there twice": ('EID="ID_CP_12"', 'EID="ID_CP_13"'),
             "COMPARAM CP_P2Max has another id": ("<ID>12</ID>", "<ID>13</ID>"),
             "COMPARAM CP_P2Maxx has another id": (">CP_P2Max<", ">CP_P2Maxx<"),
@@ -269,14 +288,27 @@ class Descriptions(unittest.TestCase):
             "CP_Baudrate has another class": (">CP_Baudrate<", "PDU_PC_BUSTYPE", "PDU_PC_COM"),
             "CP_Baudrate has no layer": (">CP_Baudrate<", "PDU_PL_PHYSICAL", "PHYSICAL"),
             "CP_Baudrate has another default": (">CP_Baudrate<", "VALUE>0<", "VALUE>500000<"),
+            "CP_Baudrate has other limits": (">CP_Baudrate<", "VALUE>4294967295<", "VALUE>1000000<"),
+            "CP_CanBaudrateRecord has other limits": (
+                ">CP_CanBaudrateRecord<", "</COMPARAM>", "<MIN_VALUE>0</MIN_VALUE></COMPARAM>"),
+            "CP_SessionTimingOverride has other limits": (
+                ">CP_SessionTimingOverride<", "VALUE>255<", "VALUE>254<"),
+            "CP_Loopback has no description": (">CP_Loopback<", "<DESCRIPTION>", "<DESCRIPTION/><TEXT>",
+                                               "</DESCRIPTION>", "</TEXT>"),
+            "ID_CP_126 has another default where it is used": (
+                "<COMPARAM_REF>", "VALUE>0<", "VALUE>1<"),
+            "BUSTYPE ISO_11898_2_DWCAN lists other ComParams": (
+                "<BUSTYPE EID", 'IDREF="ID_CP_126"', 'IDREF="ID_CP_12"'),
             "VENDOR is unknown": ("<MODULETYPE>", "<VENDOR/><MODULETYPE>"),
             "PINTYPE stand apart": ("<MODULETYPE>", '<PINTYPE EID="X"><ID>0</ID><SHORT_NAME>HI'
                                     "</SHORT_NAME></PINTYPE><MODULETYPE>"),
         }
-        for fault, damage in damages.items():
-            head, marker, tail = text.partition(damage[0]) if len(damage) == 3 else ("", "", text)
-            damaged = head + marker + tail.replace(damage[-2], damage[-1], 1)
-            self.assertNotEqual(damaged, text)
+        for fault, damage in damages.items():  # at most one text to begin at, then pairs to replace
+            head, marker, tail = text.partition(damage[0]) if len(damage) % 2 else ("", "", text)
+            for old, new in zip(damage[len(damage) % 2::2], damage[len(damage) % 2 + 1::2]):
+                self.assertIn(old, tail)
+                tail = tail.replace(old, new, 1)
+            damaged = head + marker + tail
             found = faults_of(ElementTree.fromstring(damaged), self.library)
             self.assertTrue(any(fault in line for line in found), f"{fault}: {found[:5]}")
 
