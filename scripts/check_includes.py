@@ -13,6 +13,7 @@ ORDER = {
     "tools/simulator": "bluez radio relay sockets program wine control vehicle_file dongle record"
                        " ports replay vehicle protocol process",
     "tools/dpdu": "completion options commands doctor trace raw links params root xml pdu uds console text",
+    "packaging/descriptions": "",
 }
 NEVER = {("comparam", "transport"), ("comparam", "link")}
 INCLUDE = re.compile(r'^\s*#\s*include\s*"([^"]+)"', re.MULTILINE)
