@@ -21,14 +21,24 @@ count_cases() {
                     passed += $3; failed += $4; skipped += $5
                     if ($2 == "fail" && $4 == 0) failed++
                 } else if ($2 == "run") passed++
+                else if ($2 == "skip") skipped++
                 else failed++
             }
             END { print passed + 0, failed + 0, skipped + 0 }'
 }
 
-# "STATUS NAME" of each program that ctest ran. STATUS is run or fail.
+# "STATUS NAME" of each program that ctest ran. STATUS is run, fail, skip if the program said so by its
+# exit code, or notrun.
 programs() {
-    sed -n 's/.*<testcase name="\([^"]*\)".* status="\([^"]*\)".*/\2 \1/p' "$1/ctest.xml"
+    awk '
+        function show() { if (name != "") print status, name }
+        function field(key, rest) {
+            rest = substr($0, index($0, " " key "=\"") + length(key) + 3)
+            return substr(rest, 1, index(rest, "\"") - 1)
+        }
+        /<testcase / { show(); name = field("name"); status = field("status") }
+        /<skipped message="SKIP_RETURN_CODE/ { status = "skip" }
+        END { show() }' "$1/ctest.xml"
 }
 
 failed_programs() {

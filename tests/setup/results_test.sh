@@ -17,9 +17,9 @@ expect() {
     printf 'FAILED: %s\n--- expected\n%s\n--- found\n%s\n' "$1" "$2" "$3"
 }
 
-# write_results: five programs' worth of results. One passed, with a skipped
+# write_results: seven programs' worth of results. One passed, with a skipped
 # case; one failed two cases; one crashed in its second case; one failed after its cases; one has no
-# XML.
+# XML; one was skipped; one was not found.
 write_results() {
     local log=$PWD/build/$preset/Testing/Temporary/LastTest.log
     mkdir -p "$results" "${log%/*}"
@@ -47,6 +47,10 @@ XML
 	<testcase name="crashed" classname="crashed" time="1" status="fail">
 	<testcase name="leaky" classname="leaky" time="1" status="fail">
 	<testcase name="script" classname="script" time="1" status="run">
+	<testcase name="unfit" classname="unfit" time="1" status="notrun">
+		<skipped message="SKIP_RETURN_CODE=77"/>
+	<testcase name="absent" classname="absent" time="0" status="notrun">
+		<skipped message="Unable to find executable"/>
 XML
     cat >"$log" <<'LOG'
 1/5 Testing: crashed
@@ -60,7 +64,7 @@ LOG
 }
 
 write_results
-expect "cases are counted" "4 4 1" "$(count_cases "$results")"
+expect "cases are counted" "4 5 2" "$(count_cases "$results")"
 expect "cases that failed are named" "p: bad: Bad.One
 p: bad: Bad.Three
 p: crashed: Crash.Second (the program ended in it)
@@ -83,7 +87,7 @@ cp -r "$results" "$scratch/results"
 expect "a failure ends soak.sh with 1" 1 "$(soak 2 $preset)"
 expect "failures are counted by case" "2 $preset: bad: Bad.One" \
     "$(sed -n 's/^ *\([0-9]* .*Bad.One\)/\1/p' "$scratch/out" | tail -n 1)"
-sed -i '/fail/d' "$scratch/results/ctest.xml"
+sed -i '/fail/d; /absent/d' "$scratch/results/ctest.xml"
 expect "no failure ends it with 0" 0 "$(soak 1 $preset)"
 rm "$scratch/results/ctest.xml"
 expect "a round without results is a failure" 1 "$(soak 1 $preset)"
