@@ -4,8 +4,8 @@
 	torture bench fuzz coverage mutation lint package test-packages clean
 
 # What users get, without the tests.
-linux_products = BUILD_TARGETS="tarvik_dpdu descriptions dpdu dpdu_root brennix-sim brennix-relay" scripts/build.sh linux-release
-windows_products = BUILD_TARGETS="tarvik_dpdu descriptions dpdu wine_port" scripts/build.sh windows-release
+linux_products = BUILD_TARGETS=products scripts/build.sh linux-release
+windows_products = BUILD_TARGETS="products wine_port" scripts/build.sh windows-release
 
 help:
 	@echo "make build         library and tools for Linux and Windows"

@@ -119,7 +119,7 @@ if(TARGET brennix-sim)
         DESTINATION "${documents_dir}" COMPONENT tools RENAME simulator.md)
 endif()
 
-# --- each ---
+# --- all ---
 
 if(TARGET notices)
     foreach(component runtime development tools)
@@ -127,3 +127,12 @@ if(TARGET notices)
             DESTINATION "${documents_dir}" COMPONENT ${component})
     endforeach()
 endif()
+
+# The target products builds what the rules above install.
+add_custom_target(products)
+foreach(target
+        tarvik_dpdu descriptions dpdu dpdu_root brennix-sim brennix-relay notices)
+    if(TARGET ${target})
+        add_dependencies(products ${target})
+    endif()
+endforeach()

@@ -26,12 +26,15 @@ check "dpdu finds the library" "$protocol" "$(look_up "$dpdu")"
 ln -s "$dpdu" "$folder/link"
 check "dpdu finds it through a link to itself" "$protocol" "$(look_up "$folder/link")"
 
-# Applications.
+# Applications, outside of the source tree.
+cp -r "$here/application" "$folder/application"
+# configure BUILD-FOLDER VERSION
+configure() {
+    cmake -S "$folder/application" -B "$1" -DCMAKE_PREFIX_PATH="$moved" -DWANTED="$2" \
+        -DSOURCE="$source/examples/read_vin.c"
+}
 compile_with_cmake() {
-    cp -r "$here/application" "$folder/application"
-    cmake -S "$folder/application" -B "$folder/application/build" -DCMAKE_PREFIX_PATH="$moved" \
-        -DSOURCE="$source/examples/read_vin.c" &&
-        cmake --build "$folder/application/build"
+    configure "$folder/application/build" "$version" && cmake --build "$folder/application/build"
 }
 compile_with_cmake >"$folder/log" 2>&1 || cat "$folder/log"
 check "an application loads the library" 3000 \
@@ -55,13 +58,16 @@ check "what README's example loads, built with pkg-config" "$moved/$libraries/li
     "$(LD_LIBRARY_PATH=$moved/$libraries ldd "$folder/read_vin" |
         sed -n 's/.*libtarvik_dpdu_x64.so.0 => \(.*\) (.*/\1/p' | xargs -r realpath -s)"
 
-missing_library() {
-    mv "$library" "$library.away"
-    cmake -S "$folder/application" -B "$folder/other" -DCMAKE_PREFIX_PATH="$moved" -DSOURCE=x 2>&1 |
-        tr -s '\n ' ' ' | grep -o 'the library is not installed'
-    mv "$library.away" "$library"
+refused() {
+    configure "$folder/refused" "$1" 2>&1 | tr -s '\n ' ' ' | grep -o "$2"
 }
-check "what CMake says without the runtime" "the library is not installed" "$(missing_library)"
+next=$((${version%%.*} + 1)).0
+check "what CMake says to who wants the next major version" "requested version \"$next\"" \
+    "$(refused $next 'requested version "[^"]*"')"
+mv "$library" "$library.away"
+check "what CMake says without the runtime" "the library is not installed" \
+    "$(refused "$version" 'the library is not installed')"
+mv "$library.away" "$library"
 
 # A user without rights to the installed files.
 user=()

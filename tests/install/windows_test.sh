@@ -26,7 +26,7 @@ link_with_mingw() {
     cp -r "$here/application" "$folder/application"
     cmake -S "$folder/application" -B "$folder/application/build" -DCMAKE_SYSTEM_NAME=Windows \
         -DCMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix -DCMAKE_PREFIX_PATH="$moved" \
-        -DSOURCE="$here/application/no_runtime.c" &&
+        -DWANTED="$version" -DSOURCE="$here/application/no_runtime.c" &&
         cmake --build "$folder/application/build" &&
         cp "$folder/application/build/linking.exe" "$moved/bin/mingw.exe"
 }
