@@ -64,8 +64,9 @@ if(WIN32)
     tarvik_import_static(expat libexpat.a)
     set_property(TARGET tarvik::expat PROPERTY INTERFACE_COMPILE_DEFINITIONS XML_STATIC)
 else()
-    find_library(TARVIK_EXPAT libexpat.a REQUIRED)
-    _tarvik_import(expat "${TARVIK_EXPAT}")
+    # Shared: the system's package gets its security updates, and the static one needs glibc 2.36.
+    find_package(EXPAT REQUIRED)
+    add_library(tarvik::expat ALIAS EXPAT::EXPAT)
 endif()
 
 if(WIN32)
