@@ -1,6 +1,6 @@
-// Preloaded into a program: ends it, as the system would, at the call number END_AT_CHANGE that changes
-// a file, before the call has its effect; a write has then written half. Writes how many such calls
-// there were to the file COUNT_CHANGES.
+// Preloaded into a program: ends it, as the system would, at the call number END_AT_CHANGE that
+// changes a file, before the call has its effect; a write has then written half. Writes how many
+// such calls there were to the file COUNT_CHANGES.
 
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -134,7 +134,9 @@ is_listed_once_among_others() {
     list=$(in_bare dpdu root list) && echo "$list" && [ "$(own_entries)" = 1 ] &&
         [[ $list == *Alpha_1_2_3* && $list == *Beta_9_0_0* && $list == *Tarvik_DPDU_API_x64_* ]]
 }
-is_listed_once() { [ "$(own_entries)" = 1 ] && in_bare dpdu root check; }
+is_listed_once() {
+    [ "$(own_entries)" = 1 ] && in_bare dpdu libraries | grep -E '^Tarvik_DPDU_API_x64_.* yes '
+}
 
 # --- the root file of others ---
 

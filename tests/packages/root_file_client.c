@@ -1,13 +1,40 @@
 // root_file_client ROOT-FILE VENDOR: what an application does that knows of no library. Chooses the
 // entry of the root file whose name begins with VENDOR, loads its library, and prints the path, the
-// names of the description files and the VIN of the car behind the first dongle.
+// names of the description files and the VIN of the car behind the first dongle. On Windows the
+// ROOT-FILE "registry" is the one that the registry names.
 
-#include <dlfcn.h>
 #include <dpdu_api.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#ifdef _WIN32
+#include <windows.h>
+
+enum { kDriveAt = 1 };  // "/C:/..." follows "file://"
+
+static void* Open(const char* path) { return LoadLibraryA(path); }
+static void* Find(void* library, const char* name) {
+    return (void*)GetProcAddress((HMODULE)library, name);
+}
+static const char* FromRegistry(void) {
+    static char path[1024];
+    DWORD size = sizeof path;
+    const LSTATUS status =
+        RegGetValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\D-PDU API", "Root File",
+                     RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, NULL, path, &size);
+    return status == ERROR_SUCCESS ? path : "not in the registry";
+}
+#else
+#include <dlfcn.h>
+
+enum { kDriveAt = 0 };
+
+static void* Open(const char* path) { return dlopen(path, RTLD_NOW | RTLD_LOCAL); }
+static void* Find(void* library, const char* name) { return dlsym(library, name); }
+static const char* FromRegistry(void) { return "there is no registry"; }
+#endif
 
 static struct {
     PDUConstruct_Fn construct;
@@ -62,19 +89,20 @@ static const char* PathOf(const char* entry, const char* element) {
     char* path = paths[count++];
     if (sscanf(begin + strlen(element), " URI=\"file://%4095[^\"]\"", path) != 1)
         Fail("no address of a file", element);
+    path += kDriveAt;
     if (access(path, R_OK) != 0) Fail("not readable", path);
     return path;
 }
 
 static void* Function(void* library, const char* name) {
-    void* function = dlsym(library, name);
+    void* function = Find(library, name);
     if (function == NULL) Fail("not exported", name);
     return function;
 }
 
 static void Load(const char* path) {
-    void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (library == NULL) Fail("not loaded", dlerror());
+    void* library = Open(path);
+    if (library == NULL) Fail("not loaded", path);
     pdu.construct = (PDUConstruct_Fn)Function(library, "PDUConstruct");
     pdu.destruct = (PDUDestruct_Fn)Function(library, "PDUDestruct");
     pdu.get_module_ids = (PDUGetModuleIds_Fn)Function(library, "PDUGetModuleIds");
@@ -139,7 +167,8 @@ static int PrintVin(UNUM32 module, UNUM32 link) {
 
 int main(int argc, char** argv) {
     if (argc != 3) Fail("usage", "root_file_client ROOT-FILE VENDOR");
-    const char* entry = EntryOf(ReadText(argv[1]), argv[2]);
+    const char* root_file = strcmp(argv[1], "registry") == 0 ? FromRegistry() : argv[1];
+    const char* entry = EntryOf(ReadText(root_file), argv[2]);
     const char* library = PathOf(entry, "<LIBRARY_FILE");
     printf("library %s\n", library);
     printf("module description %s\n", PathOf(entry, "<MODULE_DESCRIPTION_FILE"));
