@@ -28,6 +28,8 @@ ShowUninstDetails show
 
 !define PRODUCT "Tarvik D-PDU"
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\TarvikDPDU"
+; Names the folder as long as it exists, also when only a changed configuration is left in it.
+!define FOLDER_KEY "Software\Tarvik\D-PDU"
 !define ALLOWED_FOR_ADMINISTRATORS "O:BAD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)"
 
 Name "${PRODUCT} ${VERSION}"
@@ -95,10 +97,10 @@ Function DefaultFolder
     StrCpy $5 "$5\Tarvik\Brennix"
 FunctionEnd
 
-; Whether $INSTDIR has files although this product is not installed there. Programs load what lies
+; Refuses a folder with files that this installer has not made. Programs load what lies
 ; beside them, so a folder that anybody could have filled is not taken over.
 Function RequireOwnFolder
-    ReadRegStr $0 HKLM "${UNINSTALL_KEY}" InstallLocation
+    ReadRegStr $0 HKLM "${FOLDER_KEY}" Folder
     ${If} $0 == $INSTDIR
         Return
     ${EndIf}
@@ -185,6 +187,7 @@ Section "Library and client"
     Call RequireUnused
     Call DefaultFolder
     Call ProtectDefaultFolders
+    WriteRegStr HKLM "${FOLDER_KEY}" Folder "$INSTDIR"
     ; The entry's name carries the version, so that of an older one goes.
     ${If} ${FileExists} "$INSTDIR\bin\dpdu.exe"
         StrCpy $0 remove
@@ -282,6 +285,10 @@ Section Uninstall
         RMDir "$0"
     ${EndIf}
     DeleteRegKey HKLM "${UNINSTALL_KEY}"
+    ${IfNot} ${FileExists} "$INSTDIR\*.*"
+        DeleteRegKey HKLM "${FOLDER_KEY}"
+        DeleteRegKey /ifempty HKLM "Software\Tarvik"
+    ${EndIf}
     ${If} $root_failed == yes
         SetErrorLevel 6
     ${EndIf}

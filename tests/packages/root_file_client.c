@@ -21,9 +21,8 @@ static void* Find(void* library, const char* name) {
 static const char* FromRegistry(void) {
     static char path[1024];
     DWORD size = sizeof path;
-    const LSTATUS status =
-        RegGetValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\D-PDU API", "Root File",
-                     RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, NULL, path, &size);
+    const LSTATUS status = RegGetValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\D-PDU API", "Root File",
+                                        RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY, NULL, path, &size);
     return status == ERROR_SUCCESS ? path : "not in the registry";
 }
 #else

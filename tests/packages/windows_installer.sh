@@ -128,6 +128,7 @@ step "it is removed" uninstall Tarvik/Brennix
 step "no file is left" is_gone "$drive/Tarvik"
 step "the root file and its key are gone" no_root_file
 step "installed programs do not show it" has_no_key "$uninstall_key"
+step "no key is left" has_no_key 'HKLM\Software\Tarvik'
 
 # --- a machine with libraries of others ---
 
@@ -156,7 +157,7 @@ change_config() { sed -i 's/"useBle": *false/"useBle": true/' "$folder/bin/confi
 config_is_changed() { has_text "$folder/bin/config.json" '"useBle": true'; }
 # The library stays loaded until its standard input is closed.
 hold_library() {
-    windows "C:\\Tarvik\\Brennix\\bin\\dpdu.exe" monitor --time 600 >/dev/null 2>&1 &
+    windows "C:\\Tarvik\\Brennix\\bin\\dpdu.exe" modules --wait 600 >/dev/null 2>&1 &
     holder=$!
     await is_held
 }
@@ -200,6 +201,9 @@ step "the changed configuration is there" config_is_changed
 step "it is removed from there" uninstall Tarvik/Brennix
 step "the vendors' file is as before" vendors_are_as_before
 step "the changed configuration stays" config_is_changed
+step "it is installed beside that again" windows "$setup" /S
+step "the changed configuration is still there" config_is_changed
+step "it is removed once more" uninstall Tarvik/Brennix
 step "a folder with files of others is refused" refuses_a_foreign_folder
 step "another folder" windows "$setup" /S '/D=C:\OtherTools\Tarvik'
 step "the files are there" test -s "$drive/OtherTools/Tarvik/bin/tarvik_dpdu_x64.dll"
