@@ -161,7 +161,7 @@ hold_library() {
     holder=$!
     await is_held
 }
-is_held() { cat /proc/*/maps 2>/dev/null | grep -F tarvik_dpdu_x64.dll; }
+is_held() { grep -qsF tarvik_dpdu_x64.dll /proc/[0-9]*/maps; }
 # Waits until the command succeeds, at most 30 s.
 await() {
     local turns=0
