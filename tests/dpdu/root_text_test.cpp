@@ -72,8 +72,9 @@ TEST(RootEntry, AddressesAndPathsCorrespond) {
 }
 
 TEST(RootEntry, PathsThatNoAddressCanNameAreRefused) {
-    for (const char* path : {"x.so", "C:x.dll", "\\\\host\\share\\x.dll", "/opt/../x.so", "/a/..",
-                             "/opt/50%/x.so", "/opt/a#b", "/opt/a?"}) {
+    for (const char* path :
+         {"x.so", "C:x.dll", "\\\\host\\share\\x.dll", "/opt/../x.so", "/a/..", "/opt/50%/x.so",
+          "/opt/a#b", "/opt/a?", "/opt/a\nb", "/opt/\x01", "/opt/\xE4"}) {
         EXPECT_THROW(root::UriOfPath(path), Failure) << path;
     }
     EXPECT_EQ(root::UriOfPath("/opt/a..b/x.so"), "file:///opt/a..b/x.so");

@@ -11,6 +11,18 @@ constexpr std::string_view kScheme = "file:///";
 
 bool IsLetter(char byte) { return (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z'); }
 
+bool IsControl(char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F; }
+
+// The file that lists the address would be damaged for everybody otherwise.
+bool IsUtf8(const std::string& path) {
+    try {
+        xml::Parse("<path>" + xml::Escaped(path) + "</path>");
+        return true;
+    } catch (const xml::ParseError&) {
+        return false;
+    }
+}
+
 // "C:/..."
 bool HasDrive(std::string_view path) {
     return path.size() >= 3 && IsLetter(path[0]) && path[1] == ':' && path[2] == '/';
@@ -67,6 +79,8 @@ std::string UriOfPath(const std::string& path) {
     if (slashed.starts_with("//")) refuse("it is a network path");
     if (!slashed.starts_with('/') && !HasDrive(slashed)) refuse("it is relative");
     if (HasParentFolder(slashed)) refuse("it contains '..'");
+    if (std::ranges::any_of(slashed, IsControl)) refuse("it contains a control character");
+    if (!IsUtf8(slashed)) refuse("it is not in UTF-8");
     for (const char byte : {'?', '#', '%'}) {
         if (slashed.find(byte) != slashed.npos)
             refuse("it contains '" + std::string(1, byte) + "'");
