@@ -1,13 +1,15 @@
 // Preloaded into a program: ends it, as the system would, at the call number END_AT_CHANGE that
 // changes a file, before the call has its effect; a write has then written half. Writes how many
-// such calls there were to the file COUNT_CHANGES.
+// such calls there were to the file COUNT_CHANGES. Renaming to the path FAIL_RENAME_TO fails.
 
 #define _GNU_SOURCE
 #include <dlfcn.h>
+#include <errno.h>
 #include <fcntl.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,6 +62,11 @@ int fsync(int file) {
 
 int rename(const char* from, const char* to) {
     EndHere();
+    const char* fails = getenv("FAIL_RENAME_TO");
+    if (fails != NULL && strcmp(fails, to) == 0) {
+        errno = EBUSY;
+        return -1;
+    }
     return NEXT(rename)(from, to);
 }
 

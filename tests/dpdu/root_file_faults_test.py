@@ -62,12 +62,13 @@ class RootFile(unittest.TestCase):
             self.assertEqual(ended.returncode, ENDED, f"change {at}: {ended.stderr}")
             self.assertIn(read(self.file), (before, after), f"change {at}")
             self.assertIn(read(self.backup), (None, before), f"change {at}")
+            is_done = read(self.file) == after
             again = self.run_program(action)
             self.assertEqual(again.returncode, 0, f"change {at}: {again.stderr}")
             self.assertEqual(read(self.file), after, f"change {at}")
             left = {name for name in self.beside() if name not in ("root.xml", "root.xml.bak")}
-            # A lock that nobody holds is taken over by the next that has something to do.
-            self.assertLessEqual(left, {"root.xml.lock"} if after is None else set(), f"change {at}")
+            # An empty lock that nobody holds stays until somebody has something to change.
+            self.assertLessEqual(left, {"root.xml.lock"} if is_done else set(), f"change {at}")
 
     def added(self, before):
         if before is not None:
@@ -119,6 +120,45 @@ class RootFile(unittest.TestCase):
         self.assertEqual(self.run_program("add").returncode, 0)
         self.assertTrue(self.file.is_symlink())
         self.assertEqual(len(self.names()), 3)
+        self.assertEqual(self.beside(), ["root.xml"])
+
+    def test_link_that_leads_to_nothing_is_refused(self):
+        self.file.symlink_to(self.base / "nothing.xml")
+        result = self.run_program("add")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("is a link that leads to no file; correct it", result.stderr)
+        self.assertEqual(self.beside(), ["root.xml"])
+        self.assertFalse((self.base / "nothing.xml").exists())
+
+    def test_pipe_in_place_of_the_file_is_refused(self):
+        os.mkfifo(self.file)
+        result = self.run_program("add", timeout=60)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("is not a file; name another", result.stderr)
+
+    def test_file_that_cannot_be_replaced_stays_as_it_is(self):
+        self.file.write_bytes(THEIRS)
+        result = self.run_program("add", {"LD_PRELOAD": SHIM, "FAIL_RENAME_TO": str(self.file)})
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("it is as it was, and " + str(self.backup) + " is a copy of it", result.stderr)
+        self.assertEqual(self.file.read_bytes(), THEIRS)
+        self.assertEqual(self.backup.read_bytes(), THEIRS)
+        self.assertEqual(self.beside(), ["root.xml", "root.xml.bak"])
+
+    def test_another_user_changes_neither_the_owner_nor_the_file(self):
+        if os.geteuid() != 0:
+            self.skipTest("only root can become another user")
+        self.base.chmod(0o711)
+        self.folder.chmod(0o777)
+        self.file.write_bytes(THEIRS)
+        self.file.chmod(0o666)
+        user = {"user": 65534, "group": 65534, "extra_groups": []}
+        removed = self.run_program("remove", **user)  # there is nothing to change
+        self.assertEqual((removed.returncode, removed.stderr), (0, ""))
+        result = self.run_program("add", **user)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("; run this as root; nothing was changed", result.stderr)
+        self.assertEqual((self.file.read_bytes(), self.file.stat().st_uid), (THEIRS, 0))
         self.assertEqual(self.beside(), ["root.xml"])
 
     def test_installers_that_run_at_once_keep_everybodys_entries(self):

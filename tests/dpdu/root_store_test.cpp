@@ -101,7 +101,7 @@ TEST_F(DpduRoot, NothingIsWrittenIfThereIsNothingToChange) {
 
 TEST_F(DpduRoot, WhatAnEndedInstallerLeftIsRemoved) {
     Write(File(), "<MVCI_PDU_API_ROOT/>");
-    for (const char* name : {"root.xml.new", "root.xml.bak.new", "root.xml.lock"})
+    for (const char* name : {"root.xml.dpdu-new", "root.xml.bak.dpdu-new", "root.xml.lock"})
         Write(Folder() / name, "half");
     EXPECT_EQ(Add().exit_code, kOk);
     EXPECT_EQ(NamesBeside(), (Names{"root.xml", "root.xml.bak"}));

@@ -74,7 +74,7 @@ TEST(RootEntry, AddressesAndPathsCorrespond) {
 TEST(RootEntry, PathsThatNoAddressCanNameAreRefused) {
     for (const char* path :
          {"x.so", "C:x.dll", "\\\\host\\share\\x.dll", "/opt/../x.so", "/a/..", "/opt/50%/x.so",
-          "/opt/a#b", "/opt/a?", "/opt/a\nb", "/opt/\x01", "/opt/\xE4"}) {
+          "/opt/a#b", "/opt/a?", "/opt/a\nb", "/opt/\x01", "/opt/\xE4", "/opt/a\\b"}) {
         EXPECT_THROW(root::UriOfPath(path), Failure) << path;
     }
     EXPECT_EQ(root::UriOfPath("/opt/a..b/x.so"), "file:///opt/a..b/x.so");
@@ -209,6 +209,21 @@ TEST(RootText, OlderEntryOfTheSameNameIsReplacedInItsPlace) {
               "<MVCI_PDU_API_ROOT>\n  " + b + "\n</MVCI_PDU_API_ROOT>\n");
 }
 
+TEST(RootText, EntryWithBlanksAroundItsNameIsWrittenAgain) {
+    const std::string added = root::WithEntry(root::EmptyRootFile(), kOwn);
+    std::string blank = added;
+    blank.insert(blank.find(kOwn.short_name), " ");
+    EXPECT_EQ(root::WithEntry(blank, kOwn), added);
+}
+
+TEST(RootText, AddressThatTheDeclaredEncodingLacksIsRefused) {
+    root::Entry entry = kOwn;
+    entry.library_uri = "file:///opt/\xC3\xA9/library.so";
+    EXPECT_THROW(
+        root::WithEntry("<?xml version='1.0' encoding='US-ASCII'?><MVCI_PDU_API_ROOT/>", entry),
+        xml::ParseError);
+}
+
 TEST(RootText, EntryThatAnotherVendorAddedLaterStaysWhenOursGoes) {
     for (const std::string& text : Styles()) {
         std::string both = root::WithEntry(text, kOwn);
@@ -239,6 +254,9 @@ TEST(RootText, DamagedFilesAreRefusedWithTheirLine) {
         {std::string("\xFF\xFE<\0M\0", 6), "line 1: the file is in UTF-16, not in UTF-8"},
         {"<?xml version='1.0' encoding='ISO-8859-1'?><MVCI_PDU_API_ROOT/>",
          "line 1: the file is in ISO-8859-1, not in UTF-8"},
+        {"<?xml version='1.0' "
+         "encoding='us-ascii'?>\n<MVCI_PDU_API_ROOT>\xC3\xA9</MVCI_PDU_API_ROOT>",
+         "line 1: the file is declared as ASCII, which it is not"},
         {"\n<MVCI_MODULE_DESCRIPTION/>",
          "line 2: the element is MVCI_MODULE_DESCRIPTION, not MVCI_PDU_API_ROOT"},
         {"<!DOCTYPE x [<!ENTITY e '<MVCI_PDU_API/>'>]><MVCI_PDU_API_ROOT>&e;</MVCI_PDU_API_ROOT>",

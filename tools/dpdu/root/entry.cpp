@@ -71,7 +71,7 @@ std::string PathOfUri(std::string_view uri) {
 
 std::string UriOfPath(const std::string& path) {
     std::string slashed = path;
-    std::ranges::replace(slashed, '\\', '/');
+    if (!path.starts_with('/')) std::ranges::replace(slashed, '\\', '/');
     const auto refuse = [&path](const std::string& reason) {
         throw Failure("no application accepts an address for '" + path + "': " + reason +
                       "; choose another folder");
@@ -81,7 +81,7 @@ std::string UriOfPath(const std::string& path) {
     if (HasParentFolder(slashed)) refuse("it contains '..'");
     if (std::ranges::any_of(slashed, IsControl)) refuse("it contains a control character");
     if (!IsUtf8(slashed)) refuse("it is not in UTF-8");
-    for (const char byte : {'?', '#', '%'}) {
+    for (const char byte : {'?', '#', '%', '\\'}) {
         if (slashed.find(byte) != slashed.npos)
             refuse("it contains '" + std::string(1, byte) + "'");
     }

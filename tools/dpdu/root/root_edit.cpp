@@ -91,6 +91,12 @@ std::vector<const xml::Element*> EntriesNamed(const xml::Document& document,
     return found;
 }
 
+// Strict applications compare the name with the blanks around it.
+bool IsWrittenAs(const xml::Element& element, const std::string& short_name) {
+    const xml::Element* name = element.FindChild("SHORT_NAME");
+    return name != nullptr && name->text == short_name;
+}
+
 bool HasSameValues(const Entry& a, const Entry& b) {
     return a.short_name == b.short_name && a.description == b.description &&
            a.supplier == b.supplier && a.library_uri == b.library_uri &&
@@ -125,6 +131,14 @@ std::string WithFirstEntryInOneTag(std::string text, const xml::Element& root, c
                             style.line_end + "</" + root.name + ">");
 }
 
+std::string WithEntryAdded(const std::string& text, const xml::Element& root, const Entry& entry) {
+    const std::vector<const xml::Element*> all = root.ChildrenNamed(kEntryElement);
+    if (all.empty() && root.end_tag.IsEmpty()) return WithFirstEntryInOneTag(text, root, entry);
+    const Style style = all.empty() ? StyleOfEmpty(text, root) : StyleOf(text, *all.back());
+    const std::size_t position = all.empty() ? root.start_tag.end : all.back()->whole.end;
+    return std::string(text).insert(position, style.separator + Rendered(entry, style));
+}
+
 // Undoes WithFirstEntryInOneTag where nothing but blanks is left.
 std::string WithoutMark(std::string text) {
     const xml::Document document = xml::Parse(text);
@@ -153,19 +167,15 @@ std::string WithEntry(const std::string& text, const Entry& entry) {
     const xml::Document document = xml::Parse(text);
     const std::vector<Entry> listed = EntriesOf(document);
     const std::vector<const xml::Element*> own = EntriesNamed(document, entry.short_name);
-    if (own.size() == 1 && std::ranges::any_of(listed, [&entry](const Entry& other) {
-            return HasSameValues(other, entry);
-        })) {
+    if (own.size() == 1 && IsWrittenAs(*own.front(), entry.short_name) &&
+        std::ranges::any_of(listed,
+                            [&entry](const Entry& other) { return HasSameValues(other, entry); })) {
         return text;
     }
-    if (!own.empty()) return WithEntryReplaced(text, own, entry);
-
-    const xml::Element& root = document.root;
-    const std::vector<const xml::Element*> all = root.ChildrenNamed(kEntryElement);
-    if (all.empty() && root.end_tag.IsEmpty()) return WithFirstEntryInOneTag(text, root, entry);
-    const Style style = all.empty() ? StyleOfEmpty(text, root) : StyleOf(text, *all.back());
-    const std::size_t position = all.empty() ? root.start_tag.end : all.back()->whole.end;
-    return std::string(text).insert(position, style.separator + Rendered(entry, style));
+    std::string result = own.empty() ? WithEntryAdded(text, document.root, entry)
+                                     : WithEntryReplaced(text, own, entry);
+    xml::Parse(result);  // the encoding that the file declares may not have the entry's characters
+    return result;
 }
 
 std::string WithoutEntry(const std::string& text, std::string_view short_name) {

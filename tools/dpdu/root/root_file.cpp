@@ -1,6 +1,7 @@
 #include "root/root_file.h"
 
 #include <filesystem>
+#include <functional>
 
 #include "console/failure.h"
 #include "root/own_entry.h"
@@ -26,6 +27,27 @@ std::string FileToChange(const std::string& file) {
     if (!file.empty()) return FinalPath(file);
     const std::string registered = RegisteredRootFile();
     return FinalPath(registered.empty() ? UsualRootFile() : registered);
+}
+
+using Text = std::optional<std::string>;  // empty: there is no file
+
+// Writes what `edit` makes of the file's text. False: that is the same. Without a change nobody
+// needs rights to the file; with one, the text is read again when no other installer writes any
+// more.
+bool ChangeFile(const std::string& path, const std::function<Text(const Text&)>& edit) {
+    const auto edited = [&](const Text& text) { return Edited(path, [&] { return edit(text); }); };
+    if (const Text text = ReadWholeFile(path); edited(text) == text) return false;
+    const RootFileLock lock(path);
+    const Text old_text = ReadWholeFile(path);
+    const Text text = edited(old_text);
+    if (text == old_text) return false;
+    RequireWritable(path);
+    if (text) {
+        ReplaceWholeFile(path, old_text, *text);
+    } else {
+        RemoveWholeFile(path, *old_text);
+    }
+    return true;
 }
 
 void RequireFiles(const std::string& folder) {
@@ -73,36 +95,24 @@ Change AddOwnEntry(const std::string& file, const std::string& folder) {
     RequireFiles(folder);
     const std::string path = FileToChange(file);
     if (file.empty()) std::filesystem::create_directories(PathOf(path).parent_path());
-    const RootFileLock lock(path);
-    const std::optional<std::string> old_text = ReadWholeFile(path);
-    const std::string text =
-        Edited(path, [&] { return WithEntry(old_text.value_or(EmptyRootFile()), entry); });
-    const bool is_new = !old_text || text != *old_text;
-    if (is_new) {
-        RequireWritable(path);
-        ReplaceWholeFile(path, old_text, text);
-    }
+    const bool is_changed = ChangeFile(path, [&entry](const std::optional<std::string>& old_text) {
+        return WithEntry(old_text.value_or(EmptyRootFile()), entry);
+    });
     if (file.empty()) RegisterRootFile(path);
-    return {path, is_new};
+    return {path, is_changed};
 }
 
 Change RemoveOwnEntry(const std::string& file) {
     const std::string path = FileToChange(file);
-    std::error_code ignored;
-    if (!std::filesystem::exists(PathOf(path), ignored)) return {path, false};
-    const RootFileLock lock(path);
-    const std::optional<std::string> old_text = ReadWholeFile(path);
-    if (!old_text) return {path, false};
-    const std::string text = Edited(path, [&] { return WithoutEntry(*old_text, OwnShortName()); });
-    if (text == *old_text) return {path, false};
-    RequireWritable(path);
-    if (text != EmptyRootFile()) {
-        ReplaceWholeFile(path, old_text, text);
-        return {path, true};
-    }
-    RemoveWholeFile(path, *old_text);
-    if (file.empty()) UnregisterRootFile(path);
-    return {path, true};
+    const bool is_changed = ChangeFile(
+        path, [](const std::optional<std::string>& old_text) -> std::optional<std::string> {
+            if (!old_text) return std::nullopt;
+            std::string text = WithoutEntry(*old_text, OwnShortName());
+            if (text != *old_text && text == EmptyRootFile()) return std::nullopt;
+            return text;
+        });
+    if (is_changed && file.empty() && !ReadWholeFile(path)) UnregisterRootFile(path);
+    return {path, is_changed};
 }
 
 }  // namespace dpdu::root

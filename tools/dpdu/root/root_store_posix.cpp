@@ -22,13 +22,14 @@ constexpr std::chrono::seconds kLockLimit{10};
 constexpr std::chrono::milliseconds kLockPoll{20};
 constexpr mode_t kNewMode = 0644;
 
-[[noreturn]] void Refuse(const std::string& path, const std::string& what) {
+[[noreturn]] void Refuse(const std::string& path, const std::string& what,
+                         const std::string& outcome = "nothing was changed") {
     const int error = errno;
     std::string line = path + " cannot be " + what + " (" + std::strerror(error) + ")";
     if (error == EACCES || error == EPERM) line += "; run this as root";
     if (error == EROFS) line += "; make its file system writable";
     if (error == ENOSPC || error == EDQUOT || error == EFBIG) line += "; make room and try again";
-    throw Failure(line + "; nothing was changed");
+    throw Failure(line + "; " + outcome);
 }
 
 class File {
@@ -64,11 +65,11 @@ bool WriteAll(int file, const std::string& text) {
     return true;
 }
 
-// Only root may give a file away; another user keeps its own.
+// Only root may give a file away: another user cannot change a file that is not its own.
 bool TakeRights(int file, const struct stat* old) {
     if (old == nullptr) return ::fchmod(file, kNewMode) == 0;
-    const bool has_owner = ::fchown(file, old->st_uid, old->st_gid) == 0 || errno == EPERM;
-    return has_owner && ::fchmod(file, old->st_mode & 07777U) == 0;
+    return ::fchown(file, old->st_uid, old->st_gid) == 0 &&
+           ::fchmod(file, old->st_mode & 07777U) == 0;
 }
 
 // A complete file of that name, on the disk. What a run that was ended has left is replaced.
@@ -106,8 +107,13 @@ private:
     std::array<std::string, 2> paths_;
 };
 
-std::string Beside(const std::string& path) { return path + ".new"; }
+// No other program makes a file of this name.
+std::string Beside(const std::string& path) { return path + ".dpdu-new"; }
 std::string Backup(const std::string& path) { return path + ".bak"; }
+
+[[noreturn]] void RefuseWithCopy(const std::string& path, const std::string& what) {
+    Refuse(path, what, "it is as it was, and " + Backup(path) + " is a copy of it");
+}
 
 }  // namespace
 
@@ -162,13 +168,24 @@ RootFileLock::~RootFileLock() { ::unlink(held_->path.c_str()); }
 std::string FinalPath(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> target(::realpath(path.c_str(), nullptr),
                                                              &std::free);
-    return target == nullptr ? path : target.get();
+    if (target != nullptr) return target.get();
+    struct stat link = {};
+    if (::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+        throw Failure(path + " is a link that leads to no file; correct it; nothing was changed");
+    }
+    return path;
 }
 
 std::optional<std::string> ReadWholeFile(const std::string& path) {
-    const File file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    // Opening a pipe would wait for somebody who writes.
+    const File file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.IsOpen() && errno == ENOENT) return std::nullopt;
     if (!file.IsOpen()) Refuse(path, "read");
+    struct stat kind = {};
+    if (::fstat(file.Get(), &kind) != 0) Refuse(path, "read");
+    if (!S_ISREG(kind.st_mode)) {
+        throw Failure(path + " is not a file; name another; nothing was changed");
+    }
     std::string text;
     std::array<char, 65536> block;
     for (;;) {
@@ -181,9 +198,7 @@ std::optional<std::string> ReadWholeFile(const std::string& path) {
 }
 
 void RequireWritable(const std::string& path) {
-    struct stat file = {};
-    const bool is_there = ::stat(path.c_str(), &file) == 0;
-    if (is_there && !S_ISREG(file.st_mode)) throw Failure(path + " is not a file; name another");
+    const bool is_there = ::access(path.c_str(), F_OK) == 0;
     if (is_there && ::access(path.c_str(), W_OK) != 0) Refuse(path, "written");
     if (::access(FolderOf(path).c_str(), W_OK | X_OK) != 0) Refuse(path, "replaced");
 }
@@ -199,7 +214,7 @@ void ReplaceWholeFile(const std::string& path, const std::optional<std::string>&
     if (old_text && ::rename(Beside(backup).c_str(), backup.c_str()) != 0) {
         Refuse(backup, "replaced");
     }
-    if (::rename(Beside(path).c_str(), path.c_str()) != 0) Refuse(path, "replaced");
+    if (::rename(Beside(path).c_str(), path.c_str()) != 0) RefuseWithCopy(path, "replaced");
     SyncFolder(FolderOf(path));
 }
 
@@ -210,7 +225,7 @@ void RemoveWholeFile(const std::string& path, const std::string& old_text) {
     const Leftovers leftovers({Beside(path), Beside(backup)});
     WriteBeside(Beside(backup), old_text, rights);
     if (::rename(Beside(backup).c_str(), backup.c_str()) != 0) Refuse(backup, "replaced");
-    if (::unlink(path.c_str()) != 0) Refuse(path, "removed");
+    if (::unlink(path.c_str()) != 0) RefuseWithCopy(path, "removed");
     SyncFolder(FolderOf(path));
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "console/failure.h"
 #include "root/root_store.h"
@@ -19,6 +20,7 @@ namespace {
 
 constexpr wchar_t kKey[] = L"SOFTWARE\\D-PDU API";
 constexpr wchar_t kValue[] = L"Root File";
+constexpr char kShownValue[] = "\"Root File\" of HKEY_LOCAL_MACHINE\\SOFTWARE\\D-PDU API";
 constexpr wchar_t kFolder[] = L"D-PDU API";
 constexpr wchar_t kFile[] = L"pdu_api_root_x64.xml";
 constexpr std::chrono::seconds kLockLimit{10};
@@ -35,12 +37,13 @@ std::string ErrorText(DWORD error) {
     return line.empty() ? "error " + std::to_string(error) : line;
 }
 
-[[noreturn]] void Refuse(const std::string& path, const std::string& what, DWORD error) {
+[[noreturn]] void Refuse(const std::string& path, const std::string& what, DWORD error,
+                         const std::string& outcome = "nothing was changed") {
     std::string line = path + " cannot be " + what + " (" + ErrorText(error) + ")";
     if (error == ERROR_ACCESS_DENIED) line += "; run this as administrator";
     if (error == ERROR_SHARING_VIOLATION) line += "; close the program that has it open";
     if (error == ERROR_DISK_FULL) line += "; make room and try again";
-    throw Failure(line + "; nothing was changed");
+    throw Failure(line + "; " + outcome);
 }
 
 class File {
@@ -105,11 +108,9 @@ void WriteBeside(const std::string& path, const std::string& text, const std::st
     CopyRights(like, path);
 }
 
-void Rename(const std::string& from, const std::string& to) {
-    if (!::MoveFileExW(ToWide(from).c_str(), ToWide(to).c_str(),
-                       MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-        Refuse(to, "replaced", ::GetLastError());
-    }
+bool Rename(const std::string& from, const std::string& to) {
+    return ::MoveFileExW(ToWide(from).c_str(), ToWide(to).c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
 }
 
 // Removes the files unless they have got their names.
@@ -127,8 +128,13 @@ private:
     std::array<std::string, 2> paths_;
 };
 
-std::string Beside(const std::string& path) { return path + ".new"; }
+// No other program makes a file of this name.
+std::string Beside(const std::string& path) { return path + ".dpdu-new"; }
 std::string Backup(const std::string& path) { return path + ".bak"; }
+
+[[noreturn]] void RefuseWithCopy(const std::string& path, const std::string& what, DWORD error) {
+    Refuse(path, what, error, "it is as it was, and " + Backup(path) + " is a copy of it");
+}
 
 class Key {
 public:
@@ -147,8 +153,7 @@ private:
 };
 
 [[noreturn]] void RefuseRegistry(LSTATUS status) {
-    Refuse("the registry's HKEY_LOCAL_MACHINE\\SOFTWARE\\D-PDU API", "changed",
-           static_cast<DWORD>(status));
+    Refuse(kShownValue, "changed", static_cast<DWORD>(status));
 }
 
 // Removes the key if it has neither values nor other keys.
@@ -172,13 +177,21 @@ void RemoveKeyIfEmpty() {
 }  // namespace
 
 std::string RegisteredRootFile() {
-    std::array<wchar_t, 1024> path{};
-    auto size = static_cast<DWORD>(path.size() * sizeof(wchar_t));
+    std::vector<wchar_t> value(32'768);  // the longest path that Windows has
+    auto size = static_cast<DWORD>(value.size() * sizeof(wchar_t));
     // This type also has the variables of a REG_EXPAND_SZ replaced.
     const LSTATUS status =
         ::RegGetValueW(HKEY_LOCAL_MACHINE, kKey, kValue, RRF_RT_REG_SZ | RRF_SUBKEY_WOW6464KEY,
-                       nullptr, path.data(), &size);
-    return status == ERROR_SUCCESS ? FromWide(path.data()) : "";
+                       nullptr, value.data(), &size);
+    if (status == ERROR_FILE_NOT_FOUND) return "";
+    // Another's, which is not replaced.
+    std::string path = status == ERROR_SUCCESS ? FromWide(value.data()) : "";
+    if (!PathOf(path).is_absolute()) {
+        throw Failure(std::string(kShownValue) +
+                      " in the registry names no file with its full path; correct or remove it; "
+                      "nothing was changed");
+    }
+    return path;
 }
 
 std::string UsualRootFile() {
@@ -281,7 +294,7 @@ void RequireWritable(const std::string& path) {
     const DWORD attributes = ::GetFileAttributesW(ToWide(path).c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES) return;  // a new file
     if ((attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-        throw Failure(path + " is not a file; name another");
+        throw Failure(path + " is not a file; name another; nothing was changed");
     }
     const File file(::CreateFileW(ToWide(path).c_str(), GENERIC_WRITE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -295,16 +308,16 @@ void ReplaceWholeFile(const std::string& path, const std::optional<std::string>&
     const Leftovers leftovers({Beside(path), Beside(backup)});
     if (old_text) WriteBeside(Beside(backup), *old_text, path);
     WriteBeside(Beside(path), text, path);
-    if (old_text) Rename(Beside(backup), backup);
-    Rename(Beside(path), path);
+    if (old_text && !Rename(Beside(backup), backup)) Refuse(backup, "replaced", ::GetLastError());
+    if (!Rename(Beside(path), path)) RefuseWithCopy(path, "replaced", ::GetLastError());
 }
 
 void RemoveWholeFile(const std::string& path, const std::string& old_text) {
     const std::string backup = Backup(path);
     const Leftovers leftovers({Beside(path), Beside(backup)});
     WriteBeside(Beside(backup), old_text, path);
-    Rename(Beside(backup), backup);
-    if (!::DeleteFileW(ToWide(path).c_str())) Refuse(path, "removed", ::GetLastError());
+    if (!Rename(Beside(backup), backup)) Refuse(backup, "replaced", ::GetLastError());
+    if (!::DeleteFileW(ToWide(path).c_str())) RefuseWithCopy(path, "removed", ::GetLastError());
 }
 
 }  // namespace dpdu::root

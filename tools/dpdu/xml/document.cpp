@@ -23,13 +23,25 @@ std::string AtLine(XML_Size line, const std::string& reason) {
     return "line " + std::to_string(line) + ": " + reason;
 }
 
+// `name` is in capitals.
+bool IsName(std::string_view encoding, std::string_view name) {
+    return std::ranges::equal(encoding, name, [](char a, char b) {
+        return (a >= 'a' && a <= 'z' ? static_cast<char>(a - 'a' + 'A') : a) == b;
+    });
+}
+
 bool IsUtf8Name(std::string_view encoding) {
-    const auto is = [encoding](std::string_view name) {
-        return std::ranges::equal(encoding, name, [](char a, char b) {
-            return (a >= 'a' && a <= 'z' ? static_cast<char>(a - 'a' + 'A') : a) == b;
-        });
-    };
-    return is("UTF-8") || is("UTF8") || is("US-ASCII") || is("ASCII");
+    return IsName(encoding, "UTF-8") || IsName(encoding, "UTF8");
+}
+
+// A part of UTF-8, which other readers take at its word.
+bool IsAsciiName(std::string_view encoding) {
+    return IsName(encoding, "US-ASCII") || IsName(encoding, "ASCII");
+}
+
+bool IsAscii(std::string_view text) {
+    return std::ranges::all_of(text,
+                               [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
 // Builds the elements from what the parser reports. Exceptions do not pass through the parser,
@@ -90,9 +102,11 @@ private:
     }
 
     void Declare(const XML_Char* encoding) {
-        if (encoding != nullptr && !IsUtf8Name(encoding)) {
+        if (encoding == nullptr || IsUtf8Name(encoding)) return;
+        if (!IsAsciiName(encoding)) {
             Refuse("the file is in " + std::string(encoding) + ", not in UTF-8");
         }
+        if (!IsAscii(text_)) Refuse("the file is declared as ASCII, which it is not");
     }
 
     void Start(const XML_Char* name, const XML_Char** attributes) {
