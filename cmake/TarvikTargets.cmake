@@ -142,6 +142,10 @@ function(tarvik_target_defaults target)
         "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
     target_compile_options(${target} PRIVATE
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Werror)
+    if(TARVIK_SANITIZER STREQUAL "")
+        # What is built in another folder has the same bytes.
+        target_compile_options(${target} PRIVATE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    endif()
     if(WIN32)
         target_compile_definitions(${target} PRIVATE
             _WIN32_WINNT=0x0A00 NOMINMAX WIN32_LEAN_AND_MEAN __USE_MINGW_ANSI_STDIO=1)
