@@ -1,33 +1,8 @@
 #include "xml_writer.h"
 
+#include "xml/document.h"
+
 namespace tarvik::descriptions {
-namespace {
-
-std::string Escaped(std::string_view text) {
-    std::string escaped;
-    for (const char byte : text) {
-        switch (byte) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += byte;
-        }
-    }
-    return escaped;
-}
-
-}  // namespace
-
 XmlWriter::XmlWriter(std::string_view root, Attributes attributes) {
     text_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
     Open(root, attributes);
@@ -48,7 +23,7 @@ void XmlWriter::Close() {
 
 void XmlWriter::Line(std::string_view name, std::string_view text) {
     Tag(name, {}, ">");
-    text_ += Escaped(text) + "</" + std::string(name) + ">\n";
+    text_ += dpdu::xml::Escaped(text) + "</" + std::string(name) + ">\n";
 }
 
 void XmlWriter::Empty(std::string_view name, Attributes attributes) {
@@ -67,7 +42,7 @@ void XmlWriter::Tag(std::string_view name, Attributes attributes, std::string_vi
     Indent();
     text_ += "<" + std::string(name);
     for (const auto& [key, value] : attributes)
-        text_ += " " + std::string(key) + "=\"" + Escaped(value) + "\"";
+        text_ += " " + std::string(key) + "=\"" + dpdu::xml::Escaped(value) + "\"";
     text_ += end;
 }
 

@@ -1,6 +1,7 @@
 ; The installer of the library and the client for 64-bit Windows, per machine.
 ; scripts/package_windows.sh defines VERSION, STAGE (the tree to install), LISTS (the files of it) and
-; OUTPUT. Exit codes, also of the uninstaller:
+; OUTPUT. Exit codes; the uninstaller's reach a caller only with "_?=FOLDER", since it goes on in a copy of
+; itself, and are then 0, 1, 5 and 6:
 ;   0 done
 ;   1 ended by the user
 ;   2 ended because a file could not be written
@@ -78,7 +79,8 @@ Function ProtectFolder
     ${EndIf}
 FunctionEnd
 
-; The folders of $0 from the one below the drive to the last.
+; $INSTDIR, and of the default folder also C:\Tarvik, which the installer makes. The one around another
+; folder is the user's choice: whoever may rename it can put another in its place.
 Function ProtectDefaultFolders
     ${GetParent} "$INSTDIR" $4
     ${If} "$INSTDIR" == "$5"
@@ -187,6 +189,7 @@ Section "Library and client"
     Call RequireUnused
     Call DefaultFolder
     Call ProtectDefaultFolders
+    Call RequireOwnFolder ; what was put there before nobody else could
     WriteRegStr HKLM "${FOLDER_KEY}" Folder "$INSTDIR"
     ; The entry's name carries the version, so that of an older one goes.
     ${If} ${FileExists} "$INSTDIR\bin\dpdu.exe"

@@ -78,9 +78,14 @@ fi
 mkdir -m 777 "$folder/user"
 chmod -R a-w "$moved"
 before=$(find "$private" -printf '%P %s %T@\n')
-look_up "${user[@]}" env -u XDG_CONFIG_HOME HOME="$folder/user" TMPDIR="$folder/user" "$dpdu" \
-    >"$folder/log" 2>&1 || cat "$folder/log"
+as_user() { "${user[@]}" env -u XDG_CONFIG_HOME HOME="$folder/user" TMPDIR="$folder/user" "$@"; }
+doctor_says() { as_user "$dpdu" doctor | grep -o "$1" | head -n 1; }
+copy=$folder/user/.config/Tarvik/Brennix/config.json
+advice="'dpdu modules' makes $copy, a copy; change that one"
+check "the doctor names the copy to change" "$advice" "$(doctor_says "$advice")"
+look_up as_user "$dpdu" >"$folder/log" 2>&1 || cat "$folder/log"
 check "the user's own configuration" "$(cat "$private/config.json")" \
-    "$(cat "$folder/user/.config/Tarvik/Brennix/config.json")"
+    "$(cat "$copy")"
+check "the doctor has no more to say about it" "" "$(doctor_says "$advice")"
 check "the installed files are unchanged" "$before" "$(find "$private" -printf '%P %s %T@\n')"
 exit $((failures > 0))
