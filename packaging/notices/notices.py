@@ -4,11 +4,12 @@
 The texts are those of Debian's packages, whose headers and libraries are compiled in, and of the source
 packages in the folder SOURCES.
 """
-import subprocess, sys
+import re, subprocess, sys
 from pathlib import Path
 
 SYSTEM, SOURCES, TARGET = sys.argv[1], Path(sys.argv[2]), Path(sys.argv[3])
 DOCUMENTS = Path("/usr/share/doc")
+COMMON = Path("/usr/share/common-licenses")
 
 # Name, what contains it, Debian package or source package, systems. A third-party library that is linked
 # or compiled in gets a row here.
@@ -51,14 +52,26 @@ def licence(kind, package):
     return text[begin:end if end >= 0 else None]
 
 
+def section(heading, line, text):
+    rule = "=" * 80
+    return f"{rule}\n{heading}\n{line}\n{rule}\n\n{text.strip()}\n"
+
+
+# Debian's files name texts that every Debian has in a folder: they have to come along.
+def named_texts(text):
+    names = sorted(set(re.findall(rf"{COMMON}/([A-Za-z]+(?:-[0-9.]*[0-9])?)", text)))
+    return [section(name, "licence, as named above", (COMMON / name).read_text("utf-8"))
+            for name in names]
+
+
 parts = [f"""Tarvik D-PDU: third-party notices for {SYSTEM.capitalize()}
 
 The files of this product contain parts of the projects below, under licences of their own.
 """]
 for name, user, kind, package, systems in COMPONENTS:
     if SYSTEM in systems.split():
-        rule = "=" * 80
-        parts.append(f"{rule}\n{name}\nversion {version(kind, package)}; in: {user}\n{rule}\n\n"
-                     f"{licence(kind, package).strip()}\n")
+        parts.append(section(name, f"version {version(kind, package)}; in: {user}",
+                             licence(kind, package)))
+parts += named_texts("\n".join(parts))
 TARGET.parent.mkdir(parents=True, exist_ok=True)
 TARGET.write_text("\n".join(parts), "utf-8", newline="\r\n" if SYSTEM == "windows" else "\n")
