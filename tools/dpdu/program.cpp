@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "check/library_answers.h"
 #include "console/failure.h"
 #include "console/terminal.h"
 #include "options/command_line.h"
@@ -62,6 +63,9 @@ int Main(int count, const char* const* arguments) {
 
 int RunProgram(const std::vector<std::string>& arguments) {
     try {
+        if (arguments.size() == 2 && arguments[1] == check::kAnswerArgument) {
+            return check::AnswerQuestions();
+        }
         std::vector<const char*> texts;
         for (const std::string& argument : arguments)
             texts.push_back(argument.c_str());

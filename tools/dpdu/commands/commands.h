@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -76,13 +75,6 @@ struct ComParamOptions {
     LinkOptions link;
 };
 
-// An object type of PDUGetObjectId.
-struct ObjectType {
-    const char* name;  // on the command line
-    T_PDU_OBJT type;
-};
-std::span<const ObjectType> ObjectTypes();
-
 struct ObjectsOptions {
     std::vector<std::string> names;  // empty: all known names
     std::string type;                // name of an object type; empty: any
@@ -140,7 +132,9 @@ struct TraceOptions {
 };
 
 struct RootOptions {
-    std::string folder;  // add; empty: that of this project's library
+    std::string folder;         // add; empty: that of this project's library
+    std::string short_name;     // check; empty: every entry
+    double limit_seconds = 10;  // check: longest time for one call of a library
 };
 
 bool RunModules(const CommonOptions& common, Output* output);
@@ -166,6 +160,9 @@ bool RunLibraries(const CommonOptions& common, Output* output);
 bool RunRootList(const CommonOptions& common, const RootOptions& options, Output* output);
 bool RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output);
 bool RunRootRemove(const CommonOptions& common, const RootOptions& options, Output* output);
+// Uses also how long to look for modules and whether to show what libraries print. True if nothing
+// is wrong.
+bool RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output);
 bool RunTraceSummary(const TraceOptions& options, Output* output);
 bool RunTraceTimeline(const TraceOptions& options, Output* output);
 bool RunTraceExport(const TraceOptions& options, Output* output);

@@ -1,7 +1,7 @@
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
+#include "commands/finding_text.h"
 #include "console/failure.h"
 #include "console/progress.h"
 #include "doctor/configuration.h"
@@ -10,18 +10,6 @@
 
 namespace dpdu {
 namespace {
-
-const char* VerdictText(Verdict verdict) {
-    switch (verdict) {
-        case Verdict::kFine:
-            return "ok";
-        case Verdict::kNote:
-            return "note";
-        case Verdict::kWrong:
-            return "WRONG";
-    }
-    return "";
-}
 
 Finding LibraryFinding(const std::string& path) {
     try {
@@ -51,37 +39,16 @@ Findings Examine(const std::string& library) {
     return findings;
 }
 
-void PrintFindings(const Findings& findings, Output* output) {
-    std::vector<Row> rows;
-    for (const Finding& finding : findings) {
-        const std::string advice = finding.advice.empty() ? "" : " -> " + finding.advice;
-        rows.push_back({VerdictText(finding.verdict), finding.subject, finding.text + advice});
-    }
-    output->Table(rows);
-}
-
-void PrintFindingsJson(const Findings& findings, Output* output) {
-    Json list = Json::array();
-    for (const Finding& finding : findings) {
-        list.push_back({{"state", VerdictText(finding.verdict)},
-                        {"subject", finding.subject},
-                        {"text", finding.text},
-                        {"advice", finding.advice}});
-    }
-    output->Document({{"findings", list}});
-}
-
 }  // namespace
 
 bool RunDoctor(const CommonOptions& common, Output* output) {
     const Findings findings = Examine(common.LibraryPath());
     if (output->AsJson()) {
-        PrintFindingsJson(findings, output);
+        output->Document({{"findings", FindingsJson(findings)}});
     } else {
         PrintFindings(findings, output);
     }
-    return std::none_of(findings.begin(), findings.end(),
-                        [](const Finding& finding) { return finding.verdict == Verdict::kWrong; });
+    return CountOf(Verdict::kWrong, findings) == 0;
 }
 
 }  // namespace dpdu

@@ -3,45 +3,11 @@
 #include "commands/commands.h"
 #include "console/interruption.h"
 #include "console/progress.h"
-#include "params/com_param_names.h"
-#include "pdu/io_control.h"
+#include "params/known_objects.h"
+#include "pdu/session.h"
 
 namespace dpdu {
 namespace {
-
-constexpr ObjectType kTypes[] = {
-    {"protocol", PDU_OBJT_PROTOCOL}, {"bus-type", PDU_OBJT_BUSTYPE},
-    {"ioctl", PDU_OBJT_IO_CTRL},     {"comparam", PDU_OBJT_COMPARAM},
-    {"pin-type", PDU_OBJT_PINTYPE},  {"resource", PDU_OBJT_RESOURCE},
-};
-
-// Short names from the standard that libraries may know, and this project's own.
-struct KnownObject {
-    T_PDU_OBJT type;
-    const char* name;
-};
-constexpr KnownObject kKnownObjects[] = {
-    {PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2"},
-    {PDU_OBJT_PROTOCOL, "ISO_14229_3_on_ISO_15765_2"},
-    {PDU_OBJT_PROTOCOL, "ISO_14229_5_on_ISO_13400_2"},
-    {PDU_OBJT_PROTOCOL, "ISO_14230_3_on_ISO_14230_2"},
-    {PDU_OBJT_PROTOCOL, "ISO_15031_5_on_ISO_15765_4"},
-    {PDU_OBJT_PROTOCOL, "ISO_11898_RAW"},
-    {PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN"},
-    {PDU_OBJT_BUSTYPE, "ISO_11898_3_DWFTCAN"},
-    {PDU_OBJT_BUSTYPE, "ISO_14230_1_UART"},
-    {PDU_OBJT_BUSTYPE, "IEEE_802_3"},
-    {PDU_OBJT_PINTYPE, "HI"},
-    {PDU_OBJT_PINTYPE, "LOW"},
-    {PDU_OBJT_PINTYPE, "K"},
-    {PDU_OBJT_PINTYPE, "L"},
-    {PDU_OBJT_PINTYPE, "TX"},
-    {PDU_OBJT_PINTYPE, "RX"},
-    {PDU_OBJT_PINTYPE, "PLUS"},
-    {PDU_OBJT_PINTYPE, "MINUS"},
-    {PDU_OBJT_PINTYPE, "SINGLE"},
-    {PDU_OBJT_RESOURCE, "ISO_UDS_on_OBD"},
-};
 
 struct FoundObject {
     const char* type;
@@ -49,25 +15,10 @@ struct FoundObject {
     UNUM32 id;
 };
 
-std::vector<std::string> KnownNames(T_PDU_OBJT type) {
-    std::vector<std::string> names;
-    if (type == PDU_OBJT_COMPARAM) {
-        names.assign(KnownComParamNames().begin(), KnownComParamNames().end());
-    } else if (type == PDU_OBJT_IO_CTRL) {
-        for (const IoControl& control : IoControls())
-            names.emplace_back(control.name);
-    } else {
-        for (const KnownObject& object : kKnownObjects) {
-            if (object.type == type) names.emplace_back(object.name);
-        }
-    }
-    return names;
-}
-
 std::vector<FoundObject> ListObjects(const Session& session, const ObjectsOptions& options) {
     const Progress progress("looking up names");
     std::vector<FoundObject> found;
-    for (const ObjectType& type : kTypes) {
+    for (const ObjectType& type : ObjectTypes()) {
         if (!options.type.empty() && options.type != type.name) continue;
         for (const std::string& name : KnownNames(type.type)) {
             if (name.find(options.filter) == std::string::npos) continue;
@@ -83,7 +34,7 @@ std::vector<FoundObject> ListObjects(const Session& session, const ObjectsOption
 std::size_t LookUp(const Session& session, const std::string& name, const std::string& wanted_type,
                    std::vector<FoundObject>* found) {
     std::size_t count = 0;
-    for (const ObjectType& type : kTypes) {
+    for (const ObjectType& type : ObjectTypes()) {
         if (!wanted_type.empty() && wanted_type != type.name) continue;
         const std::optional<UNUM32> id = session.FindObject(type.type, name);
         if (!id) continue;
@@ -109,8 +60,6 @@ void Print(const std::vector<FoundObject>& objects, Output* output) {
 }
 
 }  // namespace
-
-std::span<const ObjectType> ObjectTypes() { return kTypes; }
 
 bool RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output) {
     const Session session(common.LoadFunctions(), common.option_string);

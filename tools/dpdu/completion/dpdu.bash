@@ -65,10 +65,13 @@ _dpdu_words() {
             words='-h --help --root --json'
             ;;
         'root')
-            words='list add remove -h --help'
+            words='list check add remove -h --help'
             ;;
         'root list')
             words='-h --help --root --json'
+            ;;
+        'root check')
+            words='-h --help --root --json --wait --limit --verbose'
             ;;
         'root add')
             words='-h --help --root --json --folder'
@@ -99,20 +102,20 @@ _dpdu() {
     local command='' next words='' files='' i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
+            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --limit | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'libraries' | 'root' | 'root list' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
         esac
     done
 
     case $previous in
         --file | --folder | --library | --output | --root | -o) files=1 ;;
-        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
+        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --library | --library-options | --limit | --link | --mask | --message | --module | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'trace export --format') words='candump asc chrome' ;;

@@ -3,6 +3,7 @@
 #include "console/failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
+#include "params/known_objects.h"
 
 namespace dpdu {
 namespace {

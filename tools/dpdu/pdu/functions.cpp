@@ -10,7 +10,7 @@ namespace {
 
 constexpr char kAdvice[] = "; name a D-PDU library with --library, --vendor or DPDU_LIBRARY";
 
-// Finds the functions of a library and counts the missing ones.
+// Finds the functions of a library and keeps the names of the missing ones.
 class FunctionFinder {
 public:
     explicit FunctionFinder(void* library) : library_(library) {}
@@ -18,18 +18,14 @@ public:
     template <typename Function>
     void Find(const char* name, Function* function) {
         *function = reinterpret_cast<Function>(FindFunction(library_, name));
-        if (*function) return;
-        if (missing_count_ == 0) first_missing_ = name;
-        ++missing_count_;
+        if (!*function) missing_.emplace_back(name);
     }
 
-    int MissingCount() const { return missing_count_; }
-    const std::string& FirstMissing() const { return first_missing_; }
+    const std::vector<std::string>& Missing() const { return missing_; }
 
 private:
     void* library_;
-    int missing_count_ = 0;
-    std::string first_missing_;
+    std::vector<std::string> missing_;
 };
 
 void FindAll(FunctionFinder* finder, PduFunctions* functions) {
@@ -76,13 +72,20 @@ PduFunctions LoadPduFunctions(const std::string& path) {
     PduFunctions functions{};
     FunctionFinder finder(library.handle);
     FindAll(&finder, &functions);
-    if (finder.MissingCount() > 0) {
-        const int others = finder.MissingCount() - 1;
+    if (!finder.Missing().empty()) {
+        const std::size_t others = finder.Missing().size() - 1;
         throw Failure(
-            "'" + used + "' is not a complete D-PDU library, it lacks " + finder.FirstMissing() +
+            "'" + used + "' is not a complete D-PDU library, it lacks " + finder.Missing().front() +
             (others > 0 ? " and " + std::to_string(others) + " more functions" : "") + kAdvice);
     }
     return functions;
+}
+
+std::vector<std::string> MissingPduFunctions(void* library) {
+    PduFunctions functions{};
+    FunctionFinder finder(library);
+    FindAll(&finder, &functions);
+    return finder.Missing();
 }
 
 }  // namespace dpdu

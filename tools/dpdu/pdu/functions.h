@@ -4,6 +4,7 @@
 #define TOOLS_DPDU_PDU_FUNCTIONS_H
 
 #include <string>
+#include <vector>
 
 #include "dpdu_api.h"
 
@@ -45,6 +46,9 @@ struct PduFunctions {
 // Loads the library at `path`; if it is empty, this project's library beside the program. Throws
 // Failure with advice if it cannot be loaded or lacks a function.
 PduFunctions LoadPduFunctions(const std::string& path);
+
+// Names of the functions that a loaded library lacks.
+std::vector<std::string> MissingPduFunctions(void* library);
 
 // The standard's prototypes take input texts without const; no library modifies them.
 inline CHAR8* InputText(const std::string& text) { return const_cast<CHAR8*>(text.c_str()); }

@@ -28,15 +28,6 @@ bool HasDrive(std::string_view path) {
     return path.size() >= 3 && IsLetter(path[0]) && path[1] == ':' && path[2] == '/';
 }
 
-bool HasParentFolder(std::string_view path) {
-    for (std::size_t at = 0; (at = path.find("..", at)) != path.npos; at += 2) {
-        const bool begins = at == 0 || path[at - 1] == '/';
-        const bool ends = at + 2 == path.size() || path[at + 2] == '/';
-        if (begins && ends) return true;
-    }
-    return false;
-}
-
 std::string UriIn(const xml::Element& entry, std::string_view element) {
     const xml::Element* file = entry.FindChild(element);
     const std::string* uri = file == nullptr ? nullptr : file->FindAttribute("URI");
@@ -67,6 +58,15 @@ std::string PathOfUri(std::string_view uri) {
     if (!uri.starts_with(kScheme)) return "";
     const std::string_view path = uri.substr(kScheme.size());
     return HasDrive(path) ? std::string(path) : "/" + std::string(path);
+}
+
+bool HasParentFolder(std::string_view path) {
+    for (std::size_t at = 0; (at = path.find("..", at)) != path.npos; at += 2) {
+        const bool begins = at == 0 || path[at - 1] == '/';
+        const bool ends = at + 2 == path.size() || path[at + 2] == '/';
+        if (begins && ends) return true;
+    }
+    return false;
 }
 
 std::string UriOfPath(const std::string& path) {

@@ -32,6 +32,8 @@ std::vector<Entry> EntriesOf(const xml::Document& document);
 // The path that an address names: "file:///C:/a b" is "C:/a b", "file:///opt/x" is "/opt/x".
 // Percent-encoding stays as it is: clients do not decode it. Empty: not an address of this form.
 std::string PathOfUri(std::string_view uri);
+// True if a part of the path is "..".
+bool HasParentFolder(std::string_view path);
 // The address of an absolute path, with forward slashes. Throws Failure if no address that clients
 // accept can name the path: it is relative, on another host, or contains "..", '?', '#' or '%'.
 std::string UriOfPath(const std::string& path);

@@ -18,13 +18,13 @@ constexpr std::uint32_t kTargetStep = 0x100;
 
 bool IsFixed(std::uint32_t id) { return (id & 0xFFFF0000) == kFixedHead; }
 
-[[noreturn]] void Refuse(const std::string& text, const std::string& reason) {
+[[noreturn]] void RefuseUnit(const std::string& text, const std::string& reason) {
     throw UsageError("'" + text + "' " + reason);
 }
 
 std::uint32_t ParseId(const std::string& text, const std::string& whole) {
     const std::optional<std::uint32_t> id = ParseCanId(text);
-    if (!id) Refuse(whole, "is not a list of control units such as 7E0:7E8,7E1 or 7E0-7E7");
+    if (!id) RefuseUnit(whole, "is not a list of control units such as 7E0:7E8,7E1 or 7E0-7E7");
     return *id;
 }
 
@@ -33,7 +33,7 @@ EcuAddress WithUsualResponse(std::uint32_t request, const std::string& whole) {
         return {request, kFixedHead | (request & 0xFF) << 8 | (request >> 8 & 0xFF)};
     }
     if (request + kResponseOffset > kLargest11BitId) {
-        Refuse(whole, "needs a response identifier, as in 18DB33F1:18DAF110");
+        RefuseUnit(whole, "needs a response identifier, as in 18DB33F1:18DAF110");
     }
     return {request, request + kResponseOffset};
 }
@@ -43,7 +43,7 @@ void AddRange(const std::string& text, std::size_t dash, std::vector<NamedUnit>*
     const std::uint32_t last = ParseId(text.substr(dash + 1), text);
     const std::uint32_t step = IsFixed(first) ? kTargetStep : 1;
     if (last < first || (last - first) % step != 0 || (last - first) / step >= kMostInARange) {
-        Refuse(text, "is not a range from a first to a last control unit, at most 256");
+        RefuseUnit(text, "is not a range from a first to a last control unit, at most 256");
     }
     for (std::uint32_t id = first; id <= last; id += step)
         units->push_back({WithUsualResponse(id, text), ""});
