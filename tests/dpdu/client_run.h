@@ -21,6 +21,7 @@ struct ClientSetup {
     std::string scenario;        // of the fake library
     std::string library;         // empty: the fake library, given by DPDU_LIBRARY
     bool has_library = true;     // false: DPDU_LIBRARY is not set at all
+    bool is_released = true;     // false: the fake library ends before it is destructed
     std::string interrupt_when;  // interrupt the program when the report has this line
 };
 

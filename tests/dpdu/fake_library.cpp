@@ -7,13 +7,15 @@
 //
 // FAKE_DPDU_SCENARIO selects a special case, one word: no-module, late-module, two-modules,
 // slow-scan, refuses-construct, refuses-link, lost-module, unplugged (the module disappears after
-// the second request and comes back some scans after the library was constructed again).
+// the second request and comes back some scans after the library was constructed again),
+// crashes-in-lookup, hangs-in-lookup, exits-in-lookup, hangs-at-end.
 //
 // On a raw link STARTCOMM and SENDRECV with at least four bytes send a frame, which is reported,
 // and SENDRECV without bytes delivers several frames at once. FAKE_DPDU_REPORT names a file to
 // which it appends one line per notable event, and finally what has not been released.
 
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -535,6 +537,7 @@ constexpr NamedId kNamedIds[] = {
     {PDU_OBJT_PROTOCOL, "ISO_15765_3_on_ISO_15765_2", kProtocol},
     {PDU_OBJT_PROTOCOL, "ISO_11898_RAW", kRawProtocol},
     {PDU_OBJT_BUSTYPE, "ISO_11898_2_DWCAN", kBusType},
+    {PDU_OBJT_RESOURCE, "CAN", 5},
     {PDU_OBJT_PINTYPE, "HI", kHigh},
     {PDU_OBJT_PINTYPE, "LOW", kLow},
     {PDU_OBJT_IO_CTRL, "PDU_IOCTL_READ_VBATT", kReadBattery},
@@ -657,6 +660,20 @@ void TakeEvent(std::deque<std::shared_ptr<EventBlock>>* queue, PDU_EVENT_ITEM** 
     queue->pop_front();
 }
 
+constexpr char kFatalName[] = "ISO_11898_RAW";
+
+[[noreturn]] void Hang() {
+    for (;;)
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+}
+
+void Misbehave() {
+    static volatile std::uintptr_t nowhere = 0;
+    if (IsScenario("crashes-in-lookup")) *reinterpret_cast<volatile int*>(nowhere) = 1;
+    if (IsScenario("exits-in-lookup")) std::_Exit(0);
+    if (IsScenario("hangs-in-lookup")) Hang();
+}
+
 void JoinWorkers(std::vector<std::thread>* workers) {
     for (std::thread& worker : *workers)
         worker.join();
@@ -675,6 +692,7 @@ T_PDU_ERROR PDUConstruct(CHAR8* OptionStr, void* pAPITag) {
     Chatter("constructing");
     if (IsScenario("refuses-construct")) return PDU_ERR_FCT_FAILED;
     Report(std::string("construct ") + (OptionStr ? OptionStr : "without options"));
+    if (IsScenario("hangs-at-end")) std::atexit(Hang);
     constructed = true;
     api_tag = pAPITag;
     ++constructions;
@@ -900,6 +918,7 @@ T_PDU_ERROR PDURegisterEventCallback(UNUM32 hMod, UNUM32 hCLL, CALLBACKFNC Event
 }
 
 T_PDU_ERROR PDUGetObjectId(T_PDU_OBJT pduObjectType, CHAR8* pShortname, UNUM32* pPduObjectId) {
+    if (std::strcmp(pShortname, kFatalName) == 0) Misbehave();
     *pPduObjectId = pduObjectType == PDU_OBJT_COMPARAM ? ParamId(pShortname) : PDU_ID_UNDEF;
     for (const NamedId& row : kNamedIds) {
         if (row.type == pduObjectType && std::strcmp(row.name, pShortname) == 0) {

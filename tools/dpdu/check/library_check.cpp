@@ -168,32 +168,44 @@ void CheckKindOf(const DescribedObject& param, const ComParamKind& kind, Group* 
     }
 }
 
+// Libraries with ComParams of each link answer only where there is one.
+void ReportRefused(const std::map<std::string, std::vector<std::string>>& refused,
+                   const LibraryAnswers& answers, Group* group) {
+    const bool has_module = answers.module_types && !answers.module_types->empty();
+    for (const auto& [status, names] : refused) {
+        const std::string count = std::to_string(names.size());
+        if (has_module) {
+            group->Wrong(
+                "PDUGetComParam returns " + status + " for " + count + ": " + Joined(names) +
+                    (answers.module_error.empty() ? "" : " (" + answers.module_error + ")"),
+                "describe a RESOURCE on which the library has them, or remove them");
+        } else {
+            group->Note(count + " cannot be compared: the library has them on links only",
+                        "connect a module and check again");
+        }
+    }
+}
+
 void CheckComParams(const ModuleDescription& description, const LibraryAnswers& answers,
                     Findings* findings) {
     if (!answers.construct_error.empty()) return;
     Group group("ComParams", findings);
-    const bool has_module = answers.module_types && !answers.module_types->empty();
     std::size_t compared = 0;
-    std::size_t waiting = 0;
+    std::map<std::string, std::vector<std::string>> refused;  // by status
     for (const DescribedObject& object : description.objects) {
         if (object.key.first != PDU_OBJT_COMPARAM) continue;
         const auto kind = answers.com_params.find(object.id);
-        const auto refused = answers.refused_com_params.find(object.id);
         if (kind != answers.com_params.end()) {
             CheckKindOf(object, kind->second, &group);
             ++compared;
-        } else if (refused != answers.refused_com_params.end() && has_module) {
-            group.Wrong(object.place + ": PDUGetComParam returns " + refused->second +
-                            (answers.module_error.empty() ? "" : "; " + answers.module_error),
-                        "remove it, or describe a RESOURCE on which the library has it");
-        } else if (refused != answers.refused_com_params.end()) {
-            ++waiting;
+        }
+        const auto status = answers.refused_com_params.find(object.id);
+        if (status != answers.refused_com_params.end()) {
+            refused[status->second].push_back(object.key.second);
         }
     }
-    if (waiting > 0) {
-        group.Note(std::to_string(waiting) + " cannot be compared: the library has them on links",
-                   "connect a module and check again");
-    } else if (answers.fault.empty()) {
+    ReportRefused(refused, answers, &group);
+    if (!group.HasNote() && answers.fault.empty()) {
         group.Held("types and classes of " + std::to_string(compared) + " as the library says");
     }
 }

@@ -389,16 +389,18 @@ private:
         const auto initial = OneText(element, "DEFAULT_VALUE", &group_);
         const auto least = Limit(element, "MIN_VALUE", place);
         const auto most = Limit(element, "MAX_VALUE", place);
-        if (least && most && *least > *most) {
+        const bool is_exchanged = least && most && *least > *most;
+        if (is_exchanged) {
             group_.Wrong(place + ": MIN_VALUE is larger than MAX_VALUE", "exchange them");
         }
         if (!initial) return;
         if (type.is_field) return CheckField(*initial, type, element, place);
         const auto number = NumberIn(*initial, element, "DEFAULT_VALUE", &group_);
-        if (number && (*number < type.least || *number > type.most)) {
+        if (!number) return;
+        if (*number < type.least || *number > type.most) {
             group_.Wrong(place + ": DEFAULT_VALUE " + *initial + " does not fit into " + type.name,
                          "write a smaller number, or another DATA_TYPE");
-        } else if (number && ((least && *number < *least) || (most && *number > *most))) {
+        } else if (!is_exchanged && ((least && *number < *least) || (most && *number > *most))) {
             group_.Note(place + ": DEFAULT_VALUE " + *initial + " is outside of its limits");
         }
     }
