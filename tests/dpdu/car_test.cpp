@@ -15,6 +15,8 @@
 #include "client_run.h"
 #include "conformance/framework/simulator.h"
 #include "conformance/framework/waiting.h"
+#include "path_text.h"
+#include "root/own_entry.h"
 
 namespace {
 
@@ -196,5 +198,53 @@ TEST_F(DpduCar, MonitorShowsModuleLinkAndAnswers) {
     EXPECT_TRUE(Contains(result.output, "PDU_CLLST_COMM_STARTED")) << result.output;
     EXPECT_TRUE(Contains(result.output, "answer 62 F1 90 57 54 56")) << result.output;
 }
+
+#ifdef DESCRIPTION_FOLDER
+// Library and description files in one folder, as they are installed.
+class DpduInstalled : public DpduCar {
+protected:
+    void SetUp() override {
+        const fs::path library = PathOf(Environment("TARVIK_DPDU_LIBRARY"));
+        fs::create_directories(folder_);
+        fs::copy_file(library, folder_ / dpdu::root::kLibraryFile);
+        for (const char* name : {"tarvik_mdf.xml", "tarvik_cdf.xml"})
+            fs::copy_file(fs::path(DESCRIPTION_FOLDER) / name, folder_ / name);
+    }
+    void TearDown() override { fs::remove_all(folder_); }
+
+    std::string RootFile() const { return TextOf(folder_ / "root.xml"); }
+
+    const fs::path folder_ = PathOf(TemporaryPath("installed"));
+};
+
+// "subject: text", except of what depends on where the tests run.
+std::vector<std::string> FindingsOf(const Json& findings, const std::string& state) {
+    std::vector<std::string> texts;
+    for (const Json& finding : findings) {
+        const std::string subject = finding["subject"];
+        const bool depends = subject == "rights" || subject == "addresses";
+        if (depends || finding["state"] != state) continue;
+        texts.push_back(subject + ": " + finding["text"].get<std::string>());
+    }
+    return texts;
+}
+
+TEST_F(DpduInstalled, RootCheckFindsNothingWrong) {
+    const ClientResult added =
+        RunClient({"root", "add", "--folder", TextOf(folder_), "--root", RootFile()});
+    ASSERT_EQ(added.exit_code, kOk) << added.error;
+    const ClientResult result = RunSuccessfully({"root", "check", "--root", RootFile(), "--json"});
+    const Json findings = Document(result)["libraries"].at(0)["findings"];
+    EXPECT_EQ(FindingsOf(findings, "WRONG"), std::vector<std::string>{});
+    const std::vector<std::string> notes = FindingsOf(findings, "note");
+    ASSERT_EQ(notes.size(), 1u) << result.output;
+    EXPECT_TRUE(Contains(notes[0], "has the same ID 3000 as ISO_11898_RAW")) << notes[0];
+    const std::vector<std::string> fine = FindingsOf(findings, "ok");
+    ASSERT_EQ(fine.size(), 11u) << result.output;
+    EXPECT_TRUE(fine[8].starts_with("ComParams: types and classes of 228 ")) << fine[8];
+    EXPECT_TRUE(fine[9].starts_with("module types: ")) << fine[9];
+    EXPECT_TRUE(fine[10].starts_with("versions: library ")) << fine[10];
+}
+#endif
 
 }  // namespace
