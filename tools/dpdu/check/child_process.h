@@ -36,8 +36,8 @@ private:
     std::unique_ptr<System> system_;
 };
 
-// For the child: its parent ends it when the user interrupts, and a fault shows no window and starts
-// no debugger.
+// For the child: its parent ends it when the user interrupts, and a fault shows no window and
+// starts no debugger.
 void BecomeChild();
 
 }  // namespace dpdu::check
