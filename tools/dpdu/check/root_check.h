@@ -15,7 +15,7 @@ struct RootCheck {
     std::string file;                        // empty: the machine's
     std::string short_name;                  // empty: every entry
     std::chrono::milliseconds wait{3000};    // how long to look for a module of each library
-    std::chrono::milliseconds limit{10000};  // for each call of a library
+    std::chrono::milliseconds limit{30000};  // for each call of a library
     bool is_verbose = false;
 };
 

@@ -134,7 +134,7 @@ struct TraceOptions {
 struct RootOptions {
     std::string folder;         // add; empty: that of this project's library
     std::string short_name;     // check; empty: every entry
-    double limit_seconds = 10;  // check: longest time for one call of a library
+    double limit_seconds = 30;  // check: longest time for one call of a library
 };
 
 bool RunModules(const CommonOptions& common, Output* output);

@@ -79,7 +79,7 @@ void AddRootCheck(CommandSet* commands, CLI::App* group,
         ->check(CLI::Range(0.0, static_cast<double>(kLargestSeconds)).description(""));
     command
         ->add_option("--limit", options->limit_seconds,
-                     "longest time for one call of a library (default: 10)")
+                     "longest time for one call of a library (default: 30)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, static_cast<double>(kLargestSeconds)).description(""));
     command->add_flag("--verbose", commands->Common()->is_verbose,
