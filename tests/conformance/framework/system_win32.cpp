@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "conformance/framework/surroundings.h"
+#include "imports_win32.h"
 #include "wide_text.h"
 
 namespace conformance {
@@ -64,38 +65,6 @@ const Replacement kReplacements[] = {
     {"OutputDebugStringW", reinterpret_cast<void*>(&CollectingDebugOutput)},
 };
 
-template <typename Record>
-Record* At(void* library, DWORD offset) {
-    return reinterpret_cast<Record*>(static_cast<char*>(library) + offset);
-}
-
-void ReplaceImport(ULONG_PTR* address, void* function) {
-    DWORD protection = 0;
-    ::VirtualProtect(address, sizeof *address, PAGE_READWRITE, &protection);
-    *address = reinterpret_cast<ULONG_PTR>(function);
-    ::VirtualProtect(address, sizeof *address, protection, &protection);
-}
-
-void ReplaceImports(void* library) {
-    const auto* headers = At<IMAGE_NT_HEADERS>(
-        library, static_cast<DWORD>(At<IMAGE_DOS_HEADER>(library, 0)->e_lfanew));
-    const DWORD table =
-        headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* dll = At<IMAGE_IMPORT_DESCRIPTOR>(library, table); dll->Name != 0; ++dll) {
-        auto* name = At<IMAGE_THUNK_DATA>(library, dll->OriginalFirstThunk);
-        auto* address = At<IMAGE_THUNK_DATA>(library, dll->FirstThunk);
-        for (; name->u1.AddressOfData != 0; ++name, ++address) {
-            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) continue;
-            const auto* import =
-                At<IMAGE_IMPORT_BY_NAME>(library, static_cast<DWORD>(name->u1.AddressOfData));
-            for (const Replacement& replacement : kReplacements) {
-                if (std::strcmp(import->Name, replacement.name) != 0) continue;
-                ReplaceImport(&address->u1.Function, replacement.function);
-            }
-        }
-    }
-}
-
 }  // namespace
 
 void* LoadLibraryFile(const std::string& path, std::string* error) {
@@ -106,7 +75,8 @@ void* LoadLibraryFile(const std::string& path, std::string* error) {
         *error = "error " + std::to_string(::GetLastError());
         return nullptr;
     }
-    ReplaceImports(library);
+    for (const Replacement& replacement : kReplacements)
+        ReplaceImport(library, replacement.name, replacement.function);
     return library;
 }
 
