@@ -1,7 +1,7 @@
 # Every target installs and builds what it needs.
 
 .PHONY: help build demo demo-ble demo-ble-windows demo-cloud demo-windows check test soak stress \
-	torture bench fuzz coverage mutation lint package test-packages clean
+	torture bench fuzz coverage mutation lint package test-packages reproducible clean
 
 # What users get, without the tests.
 linux_products = BUILD_TARGETS=products scripts/build.sh linux-release
@@ -26,6 +26,7 @@ help:
 	@echo "make lint          format, clang-tidy, cppcheck, GCC's analyser and includes"
 	@echo "make package       Debian packages, Windows installer and zip in build/packages"
 	@echo "make test-packages  installs and removes them in a bare Debian 12 and under Wine"
+	@echo "make reproducible  builds everything twice and shows whether the bytes are the same"
 	@echo "make clean         remove what was built, except build/deps"
 
 build:
@@ -113,6 +114,10 @@ package:
 
 test-packages: package
 	@scripts/test_packages.sh
+
+# Each of the two builds sets itself up.
+reproducible:
+	@scripts/reproducible.sh
 
 clean:
 	@scripts/stop-wine.sh
