@@ -137,6 +137,20 @@ is_listed_once_among_others() {
 is_listed_once() {
     [ "$(own_entries)" = 1 ] && in_bare dpdu libraries | grep -E '^Tarvik_DPDU_API_x64_.* yes '
 }
+# Also what the library says itself, with a module to ask about versions.
+check_finds_nothing_wrong() {
+    local said
+    said=$(beside_dongle dpdu root check) && echo "$said" &&
+        grep -E '^ok +versions +library ' <<<"$said" &&
+        grep -E '^1 library checked: nothing wrong' <<<"$said"
+}
+check_finds_what_others_lack() {
+    local said
+    said=$(in_bare dpdu root check)
+    [ $? = 1 ] && echo "$said" && ! sed -n '/^Tarvik_/,$p' <<<"$said" | grep ^WRONG &&
+        grep '^WRONG .* /opt/alpha/libalpha.so is missing' <<<"$said" &&
+        grep '^WRONG .* /opt/beta/mdf.xml is missing' <<<"$said"
+}
 
 # --- the root file of others ---
 
@@ -211,6 +225,7 @@ root_file_absent() {
     step "the first use makes the user's configuration" first_use_makes_configuration
     step "the user enables the serial port" enable_serial
     step "beside a dongle the doctor has no complaint" beside_dongle dpdu doctor
+    step "the root file, the library and its descriptions agree" check_finds_nothing_wrong
     step "a program that knows only the root file asks the VIN" client_prints_vin
     step "dpdu asks the VIN" prints_vin beside_dongle dpdu vin --ecu 7E0:7E8
 
@@ -222,6 +237,7 @@ root_file_absent() {
     step "the root file still lists the library once" is_listed_once
     step "the administrator's configuration is kept" \
         cmp "$scratch/changed.json" "$bare/etc/tarvik-dpdu/config.json"
+    step "the upgraded library and its descriptions agree" check_finds_nothing_wrong
     step "the upgraded library asks the VIN" client_prints_vin
 
     step "apt-get removes the packages" remove_packages
@@ -242,6 +258,7 @@ root_file_of_others() {
         install_revision 1 --no-install-recommends
     step "the root file lists the library once" is_listed_once_among_others
     step "the other vendors' lines are unchanged" others_are_unchanged
+    step "a check finds what is wrong with the others alone" check_finds_what_others_lack
     step "the packages are upgraded beside two other vendors" \
         install_revision 2 --no-install-recommends
     step "the other vendors' lines are unchanged by the upgrade" others_are_unchanged
