@@ -376,6 +376,13 @@ TEST_F(EntryCheck, EntryWithoutFaultsHasOnlyFineLines) {
     EXPECT_EQ(PathOf(files_.cable_description), folder_ / "cdf.xml");
 }
 
+TEST_F(EntryCheck, NothingIsSaidOfAddressesThatAreNotThere) {
+    const Findings findings =
+        FindingsIn("<MVCI_PDU_API><SHORT_NAME>Other_7_8_9</SHORT_NAME></MVCI_PDU_API>");
+    EXPECT_EQ(TextsOf(Verdict::kWrong, findings).size(), 5u);
+    EXPECT_EQ(TextsOf(Verdict::kFine, findings), Texts{});
+}
+
 TEST_F(EntryCheck, EachElementThatIsMissingIsFound) {
     for (const std::string name : {"SHORT_NAME", "DESCRIPTION", "SUPPLIER_NAME", "LIBRARY_FILE",
                                    "MODULE_DESCRIPTION_FILE", "CABLE_DESCRIPTION_FILE"}) {

@@ -124,13 +124,15 @@ bool CheckFile(const std::string& element, const std::string& path, Group* group
 EntryFiles CheckAddresses(const xml::Element& entry, Findings* findings) {
     Group group("addresses", findings);
     EntryFiles files;
+    bool has_address = false;
     for (const Part& part : kParts) {
         if (part.file == nullptr) continue;
         if (const xml::Element* element = entry.FindChild(part.element)) {
             files.*part.file = CheckAddress(*element, &group);
+            has_address = true;
         }
     }
-    if (!group.HasNote()) group.Held("applications accept them");
+    if (has_address && !group.HasNote()) group.Held("applications accept them");
     return files;
 }
 
