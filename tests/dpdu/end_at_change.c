@@ -26,7 +26,7 @@ static void EndHere(void) {
     if (IsTheOne()) _exit(kEnded);
 }
 
-#define NEXT(name) ((__typeof__(&name))dlsym(RTLD_NEXT, #name))
+#define NEXT(name) ((__typeof__(&(name)))dlsym(RTLD_NEXT, #name))
 
 int open(const char* path, int flags, ...) {
     va_list rest;
