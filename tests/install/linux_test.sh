@@ -20,7 +20,10 @@ check "the link for the loader" "$(realpath "$library")" \
     "$(realpath "$moved/$libraries/libtarvik_dpdu_x64.so.${version%%.*}")"
 
 protocol="protocol 3000 ISO_15765_3_on_ISO_15765_2"
-check "dpdu --version" "$version" "$("$dpdu" --version | grep -oE '[0-9]+(\.[0-9]+)+')"
+for program in dpdu brennix-sim brennix-relay; do
+    check "$program --version" "$version" \
+        "$("$moved/bin/$program" --version | grep -oE '[0-9]+(\.[0-9]+)+')"
+done
 look_up() { "$@" objects ISO_15765_3_on_ISO_15765_2 | tail -n 1 | xargs; }
 check "dpdu finds the library" "$protocol" "$(look_up "$dpdu")"
 ln -s "$dpdu" "$folder/link"

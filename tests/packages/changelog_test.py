@@ -2,6 +2,7 @@
 """changelog_test.py PROJECT: the package's changelog is that of the project."""
 
 import pathlib
+import re
 import subprocess
 import sys
 import tempfile
@@ -60,6 +61,12 @@ class Changelog(unittest.TestCase):
         self.assertEqual("0.2.0-3\n", self.parsed(TWO_VERSIONS, "0.2.0", "3", "-SVersion"))
         self.assertEqual("Mon, 01 Feb 2027 00:00:00 +0000\n",
                          self.parsed(TWO_VERSIONS, "0.2.0", "3", "-SDate"))
+
+    def test_newest_entry_of_the_project_is_its_version(self):
+        version = re.search(r"project\(\s*\S+\s+VERSION\s+([0-9.]+)",
+                            (project / "CMakeLists.txt").read_text("utf-8"))[1]
+        text = (project / "CHANGELOG.md").read_text("utf-8")
+        self.assertEqual(f"{version}-1\n", self.parsed(text, version, "1", "-SVersion"))
 
     def test_every_version_is_kept_with_its_items_alone(self):
         everything = self.parsed(TWO_VERSIONS, "0.2.0", "3", "--all")
