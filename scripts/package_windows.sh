@@ -1,8 +1,7 @@
 #!/bin/bash
 # scripts/package_windows.sh [FOLDER]: makes the installer and the zip for Windows of what
 # build/windows-release has built, without compiling anything, and leaves them in FOLDER
-# (build/packages). TARVIK_BUILD_WINDOWS names another build folder, and PACKAGE_VERSION, for tests of
-# an upgrade, another version of the installer.
+# (build/packages). TARVIK_BUILD_WINDOWS names another build folder.
 #
 # The same build and the same SOURCE_DATE_EPOCH (scripts/source_date.sh) give the same bytes in any
 # folder.
@@ -32,7 +31,6 @@ logged() {
 
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt" 2>/dev/null) || true
 [ -n "$version" ] || fail "build/windows-release is not built; run make package"
-version=${PACKAGE_VERSION:-$version}
 SOURCE_DATE_EPOCH=$(scripts/source_date.sh)
 export SOURCE_DATE_EPOCH
 name=tarvik-dpdu-$version-win64

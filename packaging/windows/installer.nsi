@@ -10,6 +10,7 @@
 ;   5 the library or dpdu.exe is in use; nothing was changed
 ;   6 installed or removed, but the root file was not changed; the text says why
 ;   7 the folder has files of others; nothing was changed
+;   8 it is installed in another folder; nothing was changed
 
 Unicode true
 Target amd64-unicode
@@ -29,6 +30,8 @@ ShowUninstDetails show
 
 !define PRODUCT "Tarvik D-PDU"
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\TarvikDPDU"
+; config.json as it was installed, to see whether somebody has changed it.
+!define ORIGINAL_CONFIG "share\tarvik-dpdu\config.json"
 ; Names the folder as long as it exists, also when only a changed configuration is left in it.
 !define FOLDER_KEY "Software\Tarvik\D-PDU"
 !define ALLOWED_FOR_ADMINISTRATORS "O:BAD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)"
@@ -45,7 +48,7 @@ VIAddVersionKey CompanyName "Tarvik"
 VIAddVersionKey LegalCopyright "2026 Tarvik"
 
 Page components
-Page directory
+Page directory SkipWhenInstalled
 Page instfiles
 UninstPage uninstConfirm
 UninstPage instfiles
@@ -112,6 +115,31 @@ Function RequireOwnFolder
     ${EndIf}
 FunctionEnd
 
+; $0: the folder in which it is installed, or nothing.
+Function InstalledFolder
+    ReadRegStr $0 HKLM "${UNINSTALL_KEY}" InstallLocation
+    ${IfNot} ${FileExists} "$0\uninstall.exe"
+        StrCpy $0 ""
+    ${EndIf}
+FunctionEnd
+
+; An upgrade has no folder to choose.
+Function SkipWhenInstalled
+    Call InstalledFolder
+    ${If} $0 != ""
+        Abort
+    ${EndIf}
+FunctionEnd
+
+; Two would share one entry in the root file and one among the installed programs.
+Function RequireOnePlace
+    Call InstalledFolder
+    ${If} $0 != ""
+    ${AndIf} $0 != $INSTDIR
+        !insertmacro EndWith 8 "${PRODUCT} is installed in $0. Remove it there first, or leave out /D= to upgrade it. Nothing was changed."
+    ${EndIf}
+FunctionEnd
+
 ; A file that a program has loaded cannot be opened for writing.
 !macro RequireUnused prefix
 Function ${prefix}RequireUnused
@@ -142,6 +170,49 @@ FunctionEnd
 !insertmacro RequireUnused ""
 !insertmacro RequireUnused "un."
 
+; ---- the configuration ----------------------------------------------------------------------------
+
+; $4: what config.json beside the library is: "missing", "original" or "changed".
+!macro CompareConfig prefix
+Function ${prefix}CompareConfig
+    StrCpy $4 missing
+    ${IfNot} ${FileExists} "$INSTDIR\bin\config.json"
+        Return
+    ${EndIf}
+    StrCpy $4 changed
+    ClearErrors
+    FileOpen $0 "$INSTDIR\${ORIGINAL_CONFIG}" r
+    FileOpen $1 "$INSTDIR\bin\config.json" r
+    ${If} ${Errors}
+        FileClose $0
+        FileClose $1
+        Return
+    ${EndIf}
+    ${Do}
+        ClearErrors
+        FileReadByte $0 $2
+        ${If} ${Errors}
+            StrCpy $2 end
+        ${EndIf}
+        ClearErrors
+        FileReadByte $1 $3
+        ${If} ${Errors}
+            StrCpy $3 end
+        ${EndIf}
+        ${If} $2 != $3
+            ${ExitDo}
+        ${ElseIf} $2 == end
+            StrCpy $4 original
+            ${ExitDo}
+        ${EndIf}
+    ${Loop}
+    FileClose $0
+    FileClose $1
+FunctionEnd
+!macroend
+!insertmacro CompareConfig ""
+!insertmacro CompareConfig "un."
+
 ; ---- the root file --------------------------------------------------------------------------------
 
 ; Runs "dpdu root $0".
@@ -159,6 +230,16 @@ FunctionEnd
 !macroend
 !insertmacro ChangeRootFile ""
 !insertmacro ChangeRootFile "un."
+
+; Of a root file that went with its only entry, the copy goes too.
+Function un.RemoveCopyOfRootFile
+    ReadRegStr $0 HKLM "SOFTWARE\D-PDU API" "Root File"
+    ${If} $0 == ""
+    ${AndIfNot} ${FileExists} "$PROGRAMFILES64\D-PDU API\pdu_api_root_x64.xml"
+        Delete "$PROGRAMFILES64\D-PDU API\pdu_api_root_x64.xml.bak"
+        RMDir "$PROGRAMFILES64\D-PDU API"
+    ${EndIf}
+FunctionEnd
 
 ; ---- installing -----------------------------------------------------------------------------------
 
@@ -185,6 +266,7 @@ FunctionEnd
 
 Section "Library and client"
     SectionIn RO
+    Call RequireOnePlace
     Call RequireOwnFolder
     Call RequireUnused
     Call DefaultFolder
@@ -196,12 +278,14 @@ Section "Library and client"
         StrCpy $0 remove
         Call ChangeRootFile
     ${EndIf}
-    SetOverwrite on
+    Call CompareConfig
     !include "${LISTS}\install_product.nsh"
-    SetOverwrite off
-    SetOutPath "$INSTDIR\bin"
+    ${If} $4 != changed
+        SetOutPath "$INSTDIR\bin"
+        File "${STAGE}\bin\config.json"
+    ${EndIf}
+    SetOutPath "$INSTDIR\share\tarvik-dpdu"
     File "${STAGE}\bin\config.json"
-    SetOverwrite on
     WriteUninstaller "$INSTDIR\uninstall.exe"
 
     StrCpy $0 add
@@ -237,47 +321,19 @@ Function un.onInit
     SetShellVarContext all
 FunctionEnd
 
-; Removes config.json beside the library, unless somebody has changed it.
-Function un.RemoveUnchangedConfig
-    InitPluginsDir
-    File "/oname=$PLUGINSDIR\config.json" "${STAGE}\bin\config.json"
-    ClearErrors
-    FileOpen $0 "$PLUGINSDIR\config.json" r
-    FileOpen $1 "$INSTDIR\bin\config.json" r
-    ${If} ${Errors}
-        Return
-    ${EndIf}
-    StrCpy $4 same
-    ${Do}
-        ClearErrors
-        FileReadByte $0 $2
-        ${If} ${Errors}
-            StrCpy $2 end
-        ${EndIf}
-        ClearErrors
-        FileReadByte $1 $3
-        ${If} ${Errors}
-            StrCpy $3 end
-        ${EndIf}
-        ${If} $2 != $3
-            StrCpy $4 changed
-            StrCpy $2 end
-        ${EndIf}
-    ${LoopUntil} $2 == end
-    FileClose $0
-    FileClose $1
-    ${If} $4 == same
-        Delete "$INSTDIR\bin\config.json"
-    ${Else}
-        DetailPrint "$INSTDIR\bin\config.json was changed and stays."
-    ${EndIf}
-FunctionEnd
-
 Section Uninstall
     Call un.RequireUnused
     StrCpy $0 remove
     Call un.ChangeRootFile
-    Call un.RemoveUnchangedConfig
+    Call un.RemoveCopyOfRootFile
+    Call un.CompareConfig
+    ${If} $4 == changed
+        DetailPrint "$INSTDIR\bin\config.json was changed and stays."
+    ${Else}
+        Delete "$INSTDIR\bin\config.json"
+    ${EndIf}
+    Delete "$INSTDIR\${ORIGINAL_CONFIG}"
+    RMDir "$INSTDIR\share\tarvik-dpdu"
     !include "${LISTS}\uninstall.nsh"
     Delete "$INSTDIR\uninstall.exe"
     RMDir "$INSTDIR"

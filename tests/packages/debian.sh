@@ -14,12 +14,16 @@ root_file=/etc/pdu_api_root.xml
 vehicle=/usr/share/tarvik-dpdu/vehicles/demo.json
 vin=WTVDEM0S1M0000001
 scratch=$bare_cache/scratch
+version=$(sed -n 's/^project(tarvik_dpdu VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt")
 
 if [ "${1:-}" != inside ]; then
     ls "$root"/build/packages/libtarvik-dpdu-*.deb >/dev/null 2>&1 ||
         { echo "FAILED: there are no packages; run make package"; exit 1; }
     why=$(why_not_bare)
     [ -z "$why" ] || { echo "skipped: Debian packages: $why"; exit 0; }
+    read -r newer_tree newer < <("$here/newer_tree.sh" linux-release)
+    [ -n "${newer:-}" ] || { echo "FAILED: a newer version does not build"; exit 1; }
+    export newer_tree newer
     mkdir -p "$bare_cache"
     # One at a time: the system has a fixed folder.
     exec 8>"$bare_cache/.lock"
@@ -33,8 +37,7 @@ fi
 
 # --- packages ---
 
-# Revision 2 is what the upgrade goes to.
-make_packages() { PACKAGE_REVISION=2 "$root/scripts/package_debian.sh" "$scratch/2"; }
+make_newer() { "$newer_tree/scripts/package_debian.sh" "$scratch/newer"; }
 
 # The same build packed in two folders, of which one is newer and has files that others cannot read.
 pack_twice() {
@@ -54,16 +57,16 @@ lintian_accepts() { lintian --allow-root --fail-on error,warning "$root"/build/p
 
 put_packages() {
     rm -rf "$bare/srv/packages"
-    mkdir -p "$bare/srv/packages/1" "$bare/srv/packages/2"
-    cp "$root"/build/packages/*.deb "$bare/srv/packages/1/"
-    cp "$scratch"/2/*.deb "$bare/srv/packages/2/"
+    mkdir -p "$bare/srv/packages/these" "$bare/srv/packages/newer"
+    cp "$root"/build/packages/*.deb "$bare/srv/packages/these/"
+    cp "$scratch"/newer/*.deb "$bare/srv/packages/newer/"
 }
 
-# install_revision NUMBER [apt option...]
-install_revision() {
-    local number=$1
+# install_packages these|newer [apt option...]: changed configurations are kept, as dpkg proposes.
+install_packages() {
+    local which=$1
     shift
-    in_bare bash -c "cd /srv/packages/$number && apt-get install --yes $* ./*.deb"
+    in_bare bash -c "cd /srv/packages/$which && apt-get install --yes -o Dpkg::Options::=--force-confold $* ./*.deb"
 }
 are_installed() {
     local package
@@ -127,15 +130,19 @@ client_prints_vin() {
     rm -f "$bare/usr/local/bin/root_file_client"
     return $code
 }
-own_entries() { grep -c '>Tarvik_DPDU_API_x64_' "$bare$root_file"; }
+# is_the_only_one VERSION: of the entries that are ours.
+is_the_only_one() {
+    [ "$(grep -c '>Tarvik_DPDU_API_x64_' "$bare$root_file")" = 1 ] &&
+        grep -F ">Tarvik_DPDU_API_x64_${1//./_}<" "$bare$root_file"
+}
 # Without a check, as the other vendors' libraries do not exist.
 is_listed_once_among_others() {
     local list
-    list=$(in_bare dpdu root list) && echo "$list" && [ "$(own_entries)" = 1 ] &&
+    list=$(in_bare dpdu root list) && echo "$list" && is_the_only_one "$1" &&
         [[ $list == *Alpha_1_2_3* && $list == *Beta_9_0_0* && $list == *Tarvik_DPDU_API_x64_* ]]
 }
 is_listed_once() {
-    [ "$(own_entries)" = 1 ] && in_bare dpdu libraries | grep -E '^Tarvik_DPDU_API_x64_.* yes '
+    is_the_only_one "$1" && in_bare dpdu libraries | grep -E '^Tarvik_DPDU_API_x64_.* yes '
 }
 # Also what the library says itself, with a module to ask about versions.
 check_finds_nothing_wrong() {
@@ -214,11 +221,11 @@ root_file_absent() {
     put_packages
     step "it has nothing of ours" nothing_is_left
 
-    step "apt-get installs the packages" install_revision 1 --no-install-recommends
-    step "they are installed" are_installed 0.1.0-1
+    step "apt-get installs the packages" install_packages these --no-install-recommends
+    step "they are installed" are_installed "$version-1"
     step "without libsdbus-c++" is_not_installed libsdbus-c++1
     step "the loader finds the library" loader_finds_library
-    step "the root file lists it, and is in order" is_listed_once
+    step "the root file lists it, and is in order" is_listed_once "$version"
     step "only root may change what applications load" only_root_may_change_files
 
     step "dpdu doctor finds the library, and all transports off" doctor_finds_transports_off
@@ -232,12 +239,11 @@ root_file_absent() {
     echo '{"useSerial": true, "useCloud": false, "useBle": false, "dummyDevice": false}' \
         >"$bare/etc/tarvik-dpdu/config.json"
     cp "$bare/etc/tarvik-dpdu/config.json" "$scratch/changed.json"
-    step "apt-get upgrades the packages" install_revision 2 --no-install-recommends
-    step "they are upgraded" are_installed 0.1.0-2
-    step "the root file still lists the library once" is_listed_once
+    step "apt-get upgrades the packages" install_packages newer --no-install-recommends
+    step "they are upgraded" are_installed "$newer-1"
+    step "the root file lists the newer library alone" is_listed_once "$newer"
     step "the administrator's configuration is kept" \
         cmp "$scratch/changed.json" "$bare/etc/tarvik-dpdu/config.json"
-    step "the upgraded library and its descriptions agree" check_finds_nothing_wrong
     step "the upgraded library asks the VIN" client_prints_vin
 
     step "apt-get removes the packages" remove_packages
@@ -255,13 +261,16 @@ root_file_of_others() {
     list_of_files >"$scratch/files_before"
 
     step "the packages are installed beside two other vendors" \
-        install_revision 1 --no-install-recommends
-    step "the root file lists the library once" is_listed_once_among_others
+        install_packages these --no-install-recommends
+    step "the root file lists the library once" is_listed_once_among_others "$version"
     step "the other vendors' lines are unchanged" others_are_unchanged
     step "a check finds what is wrong with the others alone" check_finds_what_others_lack
     step "the packages are upgraded beside two other vendors" \
-        install_revision 2 --no-install-recommends
+        install_packages newer --no-install-recommends
+    step "the root file lists the newer library once" is_listed_once_among_others "$newer"
     step "the other vendors' lines are unchanged by the upgrade" others_are_unchanged
+    step "the unchanged configuration is the newer one" \
+        cmp "$newer_tree/build/linux-release/descriptions/config.json" "$bare/etc/tarvik-dpdu/config.json"
     step "the packages are removed" remove_packages
     step "the root file is as before, byte for byte" is_as_before
     step "what an administrator may have changed stays" test -s "$bare/etc/tarvik-dpdu/config.json"
@@ -275,15 +284,15 @@ root_file_of_others() {
 root_file_damaged() {
     printf '<MVCI_PDU_API_ROOT>\n<MVCI_PDU_API>\n</MVCI_PDU_API_ROOT>\n' >"$scratch/root_before.xml"
     put_root_file "$scratch/root_before.xml"
-    install_revision 1 --no-install-recommends >"$scratch/said" 2>&1
-    step "beside a damaged root file the packages are configured" are_installed 0.1.0-1
+    install_packages these --no-install-recommends >"$scratch/said" 2>&1
+    step "beside a damaged root file the packages are configured" are_installed "$version-1"
     step "apt-get's output names the file and the command for later" says_what_to_do "$scratch/said"
     step "the damaged file is unchanged" is_as_before
     step "no copy of it is made" test ! -e "$bare$root_file.bak"
     rm "$bare$root_file"
     step "the command lists the library when the file is gone" \
         in_bare $private/dpdu-root add $private
-    step "the root file is in order then" is_listed_once
+    step "the root file is in order then" is_listed_once "$version"
     put_root_file "$scratch/root_before.xml"
     step "beside a damaged root file the packages are purged" purge_packages
     step "the damaged file is still unchanged" is_as_before
@@ -294,7 +303,7 @@ root_file_damaged() {
 development() {
     step "a Debian 12 with compilers is unpacked" fresh_bare developer
     put_packages
-    step "apt-get installs the packages with all they recommend" install_revision 1
+    step "apt-get installs the packages with all they recommend" install_packages these
     step "Bluetooth's library is there" in_bare test -e /usr/lib/x86_64-linux-gnu/libsdbus-c++.so.1
     step "the first use makes the user's configuration there" first_use_makes_configuration
     step "the user enables the serial port there" enable_serial
@@ -309,7 +318,7 @@ development() {
 rm -rf "$scratch"
 mkdir -p "$scratch"
 mount -t proc proc /proc # of this namespace
-step "packages of revision 2 are made" make_packages
+step "packages of a newer version are made" make_newer
 step "the same build is packed in two folders" pack_twice
 step "the packages of both are the same bytes" same_bytes
 step "lintian has no error and no warning" lintian_accepts

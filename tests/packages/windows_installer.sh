@@ -28,6 +28,12 @@ if [ "${1:-}" != client ]; then
     trap '"$root/scripts/stop-wine.sh"' EXIT
 fi
 
+if [ "${1:-}" != client ]; then
+    read -r newer_tree newer < <("$root/tests/packages/newer_tree.sh" windows-release)
+    [ -n "${newer:-}" ] || { echo "FAILED: a newer version does not build"; exit 1; }
+    newer_name=Tarvik_DPDU_API_x64_${newer//./_}
+fi
+
 windows() { "$root/scripts/run-wine.sh" "$@" 8>&-; }
 fresh_prefix() {
     "$root/scripts/stop-wine.sh"
@@ -63,10 +69,12 @@ uninstall() {
 
 # --- programs ---
 
-build_client() {
+# compile NAME [option...]
+compile() {
     x86_64-w64-mingw32-gcc-posix -Wall -Wextra -Werror -static -I "$root/include" \
-        "$root/tests/packages/root_file_client.c" -o "$scratch/root_file_client.exe" -ladvapi32
+        "$root/tests/packages/$1.c" -o "$scratch/$1.exe" "${@:2}"
 }
+build_programs() { compile root_file_client -ladvapi32 && compile run_read_only -municode; }
 # Inside run_with_dongle.sh: the user's configuration is that of the launcher.
 client_session() {
     local config=${BRENNIX_SIM_SCRATCH#Z:}
@@ -85,6 +93,22 @@ client_asks_vin() {
         tr -d '\r' | tee /dev/stderr | grep -qx "VIN $vin"
 }
 installed_dpdu() { windows "C:\\Tarvik\\Brennix\\bin\\dpdu.exe" "$@" | tr -d '\r'; }
+user_config() { find "$drive/users" -path '*/Tarvik/Brennix/config.json'; }
+first_use_makes_configuration() {
+    [ -z "$(user_config)" ] || { user_config; return 1; }
+    # Finds none, as every transport is off.
+    ends_with 1 windows "$scratch/run_read_only.exe" 'C:\Tarvik\Brennix\bin\config.json' \
+        'C:\Tarvik\Brennix\bin\dpdu.exe' modules --wait 0 &&
+        cmp "$folder/bin/config.json" "$(user_config)"
+}
+change_user_configuration() {
+    sed -i 's/"showDebug":false/"showDebug":true/' "$(user_config)" &&
+        ! cmp -s "$folder/bin/config.json" "$(user_config)" && cp "$(user_config)" "$scratch/user_config.json"
+}
+user_configuration_stays() { cmp "$scratch/user_config.json" "$(user_config)"; }
+check_finds_nothing_wrong() {
+    installed_dpdu root check "$name" | tee /dev/stderr | grep '^1 library checked: nothing wrong'
+}
 vendor_is_used() { installed_dpdu objects HI --vendor "$name" | grep -E 'pin-type +0 +HI'; }
 libraries_are_listed() { installed_dpdu libraries | grep -E "^$name +Tarvik +yes +C:/Tarvik/"; }
 
@@ -99,19 +123,24 @@ lists_the_files() {
 }
 # Wine shows the rights as those of Linux: what users may do as the rights of all others.
 users_do_not_write() {
-    [[ $(stat -c %A "$1") == d???????[^w]? ]] || { stat -c %A "$1"; return 1; }
+    [[ $(stat -c %A "$1") == d???????-? ]] || { stat -c %A "$1"; return 1; }
 }
+# As a user might make them beforehand, to change later what is in them.
+make_open_folders() { mkdir -p "$folder" && chmod 777 "$drive/Tarvik" "$folder"; }
 registered() {
     value_is "$uninstall_key" DisplayVersion "$1" && value_is "$uninstall_key" Publisher Tarvik &&
         value_is "$uninstall_key" InstallLocation 'C:\Tarvik\Brennix'
 }
-no_root_file() { is_gone "$usual_root_file" && has_no_key 'HKLM\SOFTWARE\D-PDU API'; }
+no_root_file() {
+    is_gone "${usual_root_file%/*}" && has_no_key 'HKLM\SOFTWARE\D-PDU API'
+}
 
 step "an empty prefix" fresh_prefix
-step "the test client is built" build_client
+step "the test programs are built" build_programs
 step "an older Windows is refused" ends_with 3 windows "$setup" /S
 step "nothing was installed there" is_gone "$drive/Tarvik"
 step "Windows 10" use_windows_10
+step "somebody has made its folders, which everybody may write to" make_open_folders
 step "a silent installation" windows "$setup" /S
 [ -s "$folder/bin/dpdu.exe" ] || end_of_steps # everything else would fail for that
 step "the registry names the usual root file" value_is 'HKLM\SOFTWARE\D-PDU API' 'Root File' \
@@ -124,11 +153,15 @@ step "a client that knows only the registry asks a VIN" client_asks_vin
 step "dpdu uses the library by its name" vendor_is_used
 step "dpdu lists it" libraries_are_listed
 step "dpdu finds the library beside it" installed_dpdu objects HI
+step "the root file, the library and its descriptions agree" check_finds_nothing_wrong
+step "the first use makes the user's configuration" first_use_makes_configuration
+step "the user changes it" change_user_configuration
 step "it is removed" uninstall Tarvik/Brennix
 step "no file is left" is_gone "$drive/Tarvik"
 step "the root file and its key are gone" no_root_file
 step "installed programs do not show it" has_no_key "$uninstall_key"
 step "no key is left" has_no_key 'HKLM\Software\Tarvik'
+step "the user's configuration is as the user left it" user_configuration_stays
 
 # --- a machine with libraries of others ---
 
@@ -143,25 +176,26 @@ put_vendors() {
     cp "$vendors" "$scratch/vendors.xml"
     windows reg add 'HKLM\SOFTWARE\D-PDU API' /v 'Root File' /d 'C:\Vendors\roots.xml' /reg:64 /f
 }
-# What is left without the lines of ours is the file of before.
-only_ours_is_new() {
-    has_text "$vendors" ">$name<" &&
-        diff <(sed "/<MVCI_PDU_API>\r$/{N;/$name/{:a;N;/<\/MVCI_PDU_API>\r$/!ba;d}}" "$vendors") \
+# only_is_new NAME: the file has one entry of ours, and without its lines it is the file of before.
+only_is_new() {
+    [ "$(grep -c ">Tarvik_" "$vendors")" = 1 ] && has_text "$vendors" ">$1<" &&
+        diff <(sed "/<MVCI_PDU_API>\r$/{N;/$1/{:a;N;/<\/MVCI_PDU_API>\r$/!ba;d}}" "$vendors") \
             "$scratch/vendors.xml"
 }
 vendors_are_as_before() { cmp "$vendors" "$scratch/vendors.xml"; }
-newer=0.1.99
-make_newer() { PACKAGE_VERSION=$newer "$root/scripts/package_windows.sh" "$scratch/newer" >/dev/null; }
+make_newer() { "$newer_tree/scripts/package_windows.sh" "$scratch/newer"; }
 newer_setup=$scratch/newer/tarvik-dpdu-$newer-win64-setup.exe
 change_config() { sed -i 's/"useBle": *false/"useBle": true/' "$folder/bin/config.json"; }
 config_is_changed() { has_text "$folder/bin/config.json" '"useBle": true'; }
-# The library stays loaded until its standard input is closed.
+# A program that has it loaded until it is ended. Not by the function above, which would be a process
+# around it.
 hold_library() {
-    windows "C:\\Tarvik\\Brennix\\bin\\dpdu.exe" modules --wait 600 >/dev/null 2>&1 &
+    "$root/scripts/run-wine.sh" "C:\\Tarvik\\Brennix\\bin\\dpdu.exe" modules --wait 600 8>&- >/dev/null 2>&1 &
     holder=$!
     await is_held
 }
-is_held() { grep -qsF tarvik_dpdu_x64.dll /proc/[0-9]*/maps; }
+is_free() { ! is_held; }
+is_held() { grep -qsF "$folder/bin/tarvik_dpdu_x64.dll" /proc/[0-9]*/maps; }
 # Waits until the command succeeds, at most 30 s.
 await() {
     local turns=0
@@ -177,6 +211,7 @@ refuses_while_used() {
     code=$?
     kill "$holder"
     wait "$holder" 2>/dev/null
+    await is_free
     return $code
 }
 refuses_a_foreign_folder() {
@@ -185,18 +220,25 @@ refuses_a_foreign_folder() {
     ends_with 7 windows "$setup" /S '/D=C:\Foreign' && [ "$(ls "$drive/Foreign")" = other.dll ]
 }
 
+refuses_another_folder() { ends_with 8 windows "$newer_setup" /S '/D=C:\Other' && is_gone "$drive/Other"; }
+config_is_that_of() { cmp "$1/build/windows-release/descriptions/config.json" "$folder/bin/config.json"; }
+
 step "a prefix with two other vendors' libraries" put_vendors
 step "a silent installation there" windows "$setup" /S
-step "the vendors' entries keep every byte" only_ours_is_new
+step "the vendors' entries keep every byte" only_is_new "$name"
+step "ours is as it should be beside them" check_finds_nothing_wrong
 step "the registry still names their file" value_is 'HKLM\SOFTWARE\D-PDU API' 'Root File' \
     'C:\Vendors\roots.xml'
-step "somebody changes the configuration beside the library" change_config
 step "a newer installer" make_newer
+step "it refuses another folder than that of before" refuses_another_folder
 step "it refuses to replace a library in use" refuses_while_used
 step "nothing was changed by that" registered "$version"
-step "it installs when the library is not in use" await windows "$newer_setup" /S
+step "it installs when the library is not in use" windows "$newer_setup" /S
 step "installed programs show the newer version" registered "$newer"
-step "the vendors' entries still keep every byte" only_ours_is_new
+step "the newer entry takes the place of the older" only_is_new "$newer_name"
+step "the unchanged configuration is the newer one" config_is_that_of "$newer_tree"
+step "somebody changes the configuration beside the library" change_config
+step "it is installed again" windows "$newer_setup" /S
 step "the changed configuration is there" config_is_changed
 step "it is removed from there" uninstall Tarvik/Brennix
 step "the vendors' file is as before" vendors_are_as_before
