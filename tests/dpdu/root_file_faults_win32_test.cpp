@@ -32,6 +32,7 @@ using Content = std::optional<std::string>;  // nothing: there is no file
 struct Script {
     int end_at = 0;  // the number of the change before which the installer ends
     bool is_full = false;
+    bool is_full_in_count = false;  // only the count of bytes says so
     std::wstring fail_rename_to = {};
 
     int changes = 0;
@@ -73,8 +74,10 @@ HANDLE WINAPI Create(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBU
 
 BOOL WINAPI Write(HANDLE file, LPCVOID data, DWORD size, LPDWORD count, LPOVERLAPPED overlapped) {
     const bool was_ended = script.is_ended;
-    if (Goes() && !script.is_full) return write_file(file, data, size, count, overlapped);
+    const bool is_full = script.is_full || script.is_full_in_count;
+    if (Goes() && !is_full) return write_file(file, data, size, count, overlapped);
     if (!was_ended) write_file(file, data, size / 2, count, overlapped);
+    if (script.is_full_in_count) return TRUE;
     return Fail(script.is_full ? ERROR_DISK_FULL : ERROR_PROCESS_ABORTED);
 }
 
@@ -236,10 +239,12 @@ TEST_F(RootFileFaults, LastFileIsThereAsAWholeOrNotAtAll) {
 
 TEST_F(RootFileFaults, FullDiskChangesNothing) {
     Put(kTheirs);
-    const std::string refusal = With({.is_full = true}, &RootFileFaults::Add);
-    EXPECT_TRUE(refusal.ends_with("; make room and try again; nothing was changed")) << refusal;
-    EXPECT_EQ(Read(file_), kTheirs);
-    EXPECT_EQ(NamesBeside(), std::vector<std::string>{"root.xml"});
+    for (const Script& disk : {Script{.is_full = true}, Script{.is_full_in_count = true}}) {
+        const std::string refusal = With(disk, &RootFileFaults::Add);
+        EXPECT_TRUE(refusal.ends_with("; make room and try again; nothing was changed")) << refusal;
+        EXPECT_EQ(Read(file_), kTheirs);
+        EXPECT_EQ(NamesBeside(), std::vector<std::string>{"root.xml"});
+    }
 }
 
 TEST_F(RootFileFaults, FileThatCannotBeReplacedStaysAsItIs) {

@@ -7,11 +7,11 @@
 #include <chrono>
 #include <filesystem>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "console/failure.h"
 #include "root/root_store.h"
+#include "root/root_store_system.h"
 #include "text/names.h"
 #include "text/wide_win32.h"
 
@@ -37,15 +37,6 @@ std::string ErrorText(DWORD error) {
     return line.empty() ? "error " + std::to_string(error) : line;
 }
 
-[[noreturn]] void Refuse(const std::string& path, const std::string& what, DWORD error,
-                         const std::string& outcome = "nothing was changed") {
-    std::string line = path + " cannot be " + what + " (" + ErrorText(error) + ")";
-    if (error == ERROR_ACCESS_DENIED) line += "; run this as administrator";
-    if (error == ERROR_SHARING_VIOLATION) line += "; close the program that has it open";
-    if (error == ERROR_DISK_FULL) line += "; make room and try again";
-    throw Failure(line + "; " + outcome);
-}
-
 class File {
 public:
     explicit File(HANDLE handle) : handle_(handle) {}
@@ -62,10 +53,14 @@ private:
     HANDLE handle_;
 };
 
-bool WriteAll(HANDLE file, const std::string& text) {
+// The system's error, or ERROR_SUCCESS.
+DWORD WriteAll(HANDLE file, const std::string& text) {
     DWORD count = 0;
-    return ::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr) &&
-           count == text.size() && ::FlushFileBuffers(file);
+    if (!::WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &count, nullptr)) {
+        return ::GetLastError();
+    }
+    if (count != text.size()) return ERROR_DISK_FULL;
+    return ::FlushFileBuffers(file) ? ERROR_SUCCESS : ::GetLastError();
 }
 
 // The list of rights of `from`, where it has one of its own; otherwise those of the folder hold.
@@ -89,53 +84,6 @@ void CopyRights(const std::string& from, const std::string& to) {
     ::LocalFree(descriptor);
 }
 
-void RemoveIfThere(const std::string& path) { ::DeleteFileW(ToWide(path).c_str()); }
-
-// A complete file of that name, on the disk. What a run that was ended has left is replaced.
-void WriteBeside(const std::string& path, const std::string& text, const std::string& like) {
-    RemoveIfThere(path);
-    DWORD error = 0;
-    {
-        const File file(::CreateFileW(ToWide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                      FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file.IsOpen()) Refuse(path, "created", ::GetLastError());
-        if (!WriteAll(file.Get(), text)) error = ::GetLastError();
-    }
-    if (error != 0) {
-        RemoveIfThere(path);
-        Refuse(path, "written", error);
-    }
-    CopyRights(like, path);
-}
-
-bool Rename(const std::string& from, const std::string& to) {
-    return ::MoveFileExW(ToWide(from).c_str(), ToWide(to).c_str(),
-                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
-}
-
-// Removes the files unless they have got their names.
-class Leftovers {
-public:
-    explicit Leftovers(std::array<std::string, 2> paths) : paths_(std::move(paths)) {}
-    ~Leftovers() {
-        for (const std::string& path : paths_)
-            RemoveIfThere(path);
-    }
-    Leftovers(const Leftovers&) = delete;
-    Leftovers& operator=(const Leftovers&) = delete;
-
-private:
-    std::array<std::string, 2> paths_;
-};
-
-// No other program makes a file of this name.
-std::string Beside(const std::string& path) { return path + ".dpdu-new"; }
-std::string Backup(const std::string& path) { return path + ".bak"; }
-
-[[noreturn]] void RefuseWithCopy(const std::string& path, const std::string& what, DWORD error) {
-    Refuse(path, what, error, "it is as it was, and " + Backup(path) + " is a copy of it");
-}
-
 class Key {
 public:
     ~Key() {
@@ -153,7 +101,8 @@ private:
 };
 
 [[noreturn]] void RefuseRegistry(LSTATUS status) {
-    Refuse(kShownValue, "changed", static_cast<DWORD>(status));
+    ::SetLastError(static_cast<DWORD>(status));
+    RefuseChange(kShownValue, "changed");
 }
 
 // Removes the key if it has neither values nor other keys.
@@ -175,6 +124,41 @@ void RemoveKeyIfEmpty() {
 }
 
 }  // namespace
+
+void RefuseChange(const std::string& path, const std::string& what, const std::string& outcome) {
+    const DWORD error = ::GetLastError();
+    std::string line = path + " cannot be " + what + " (" + ErrorText(error) + ")";
+    if (error == ERROR_ACCESS_DENIED) line += "; run this as administrator";
+    if (error == ERROR_SHARING_VIOLATION) line += "; close the program that has it open";
+    if (error == ERROR_DISK_FULL) line += "; make room and try again";
+    throw Failure(line + "; " + outcome);
+}
+
+void WriteNewFile(const std::string& path, const std::string& text, const std::string& like) {
+    RemoveFile(path);
+    DWORD error = ERROR_SUCCESS;
+    {
+        const File file(::CreateFileW(ToWide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!file.IsOpen()) RefuseChange(path, "created");
+        error = WriteAll(file.Get(), text);
+    }
+    if (error != ERROR_SUCCESS) {
+        RemoveFile(path);
+        ::SetLastError(error);
+        RefuseChange(path, "written");
+    }
+    CopyRights(like, path);
+}
+
+bool RenameFile(const std::string& from, const std::string& to) {
+    return ::MoveFileExW(ToWide(from).c_str(), ToWide(to).c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+bool RemoveFile(const std::string& path) { return ::DeleteFileW(ToWide(path).c_str()) != 0; }
+
+void SyncFolderOf(const std::string&) {}
 
 std::string RegisteredRootFile() {
     std::vector<wchar_t> value(32'768);  // the longest path that Windows has
@@ -243,8 +227,8 @@ RootFileLock::RootFileLock(const std::string& path) {
         if (file != INVALID_HANDLE_VALUE) {
             held_ = std::unique_ptr<Held>(new Held{File(file)});
             // Left by an installer that was ended.
-            RemoveIfThere(Beside(path));
-            RemoveIfThere(Beside(Backup(path)));
+            RemoveFile(NewNameOf(path));
+            RemoveFile(NewNameOf(BackupOf(path)));
             return;
         }
         // A file that is about to be removed denies access; so does a folder, for ever.
@@ -252,7 +236,8 @@ RootFileLock::RootFileLock(const std::string& path) {
                                  error == ERROR_DELETE_PENDING;
         const bool is_over = std::chrono::steady_clock::now() >= deadline;
         if (!may_be_held || (is_over && error != ERROR_SHARING_VIOLATION)) {
-            Refuse(path, "changed", error);
+            ::SetLastError(error);
+            RefuseChange(path, "changed");
         }
         if (is_over) {
             throw Failure("another installer has been changing " + path +
@@ -277,13 +262,13 @@ std::optional<std::string> ReadWholeFile(const std::string& path) {
     const DWORD error = ::GetLastError();
     const bool is_missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
     if (!file.IsOpen() && is_missing) return std::nullopt;
-    if (!file.IsOpen()) Refuse(path, "read", error);
+    if (!file.IsOpen()) RefuseChange(path, "read");
     std::string text;
     std::array<char, 65536> block;
     for (;;) {
         DWORD count = 0;
         if (!::ReadFile(file.Get(), block.data(), block.size(), &count, nullptr)) {
-            Refuse(path, "read", ::GetLastError());
+            RefuseChange(path, "read");
         }
         if (count == 0) return text;
         text.append(block.data(), count);
@@ -299,25 +284,7 @@ void RequireWritable(const std::string& path) {
     const File file(::CreateFileW(ToWide(path).c_str(), GENERIC_WRITE,
                                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file.IsOpen()) Refuse(path, "written", ::GetLastError());
-}
-
-void ReplaceWholeFile(const std::string& path, const std::optional<std::string>& old_text,
-                      const std::string& text) {
-    const std::string backup = Backup(path);
-    const Leftovers leftovers({Beside(path), Beside(backup)});
-    if (old_text) WriteBeside(Beside(backup), *old_text, path);
-    WriteBeside(Beside(path), text, path);
-    if (old_text && !Rename(Beside(backup), backup)) Refuse(backup, "replaced", ::GetLastError());
-    if (!Rename(Beside(path), path)) RefuseWithCopy(path, "replaced", ::GetLastError());
-}
-
-void RemoveWholeFile(const std::string& path, const std::string& old_text) {
-    const std::string backup = Backup(path);
-    const Leftovers leftovers({Beside(path), Beside(backup)});
-    WriteBeside(Beside(backup), old_text, path);
-    if (!Rename(Beside(backup), backup)) Refuse(backup, "replaced", ::GetLastError());
-    if (!::DeleteFileW(ToWide(path).c_str())) RefuseWithCopy(path, "removed", ::GetLastError());
+    if (!file.IsOpen()) RefuseChange(path, "written");
 }
 
 }  // namespace dpdu::root
