@@ -13,19 +13,11 @@ SOURCE_DATE_EPOCH=$(scripts/source_date.sh)
 export SOURCE_DATE_EPOCH
 unset MAKEFLAGS MFLAGS MAKEOVERRIDES
 
-# What is in the work tree, also if it is not committed, but nothing that was built.
-copy_tree() {
-    mkdir -p "$1"
-    git ls-files -z --cached --others --exclude-standard | while IFS= read -r -d '' file; do
-        [ ! -e "$file" ] || printf '%s\0' "$file"
-    done | tar --null -T - -c | tar -x -C "$1"
-}
-
 # build FOLDER: as a user would.
 build() {
     echo "== building in ${1#"$root"/}"
     rm -rf "$1"
-    copy_tree "$1"
+    scripts/copy_tree.sh "$1"
     make -C "$1" package >"$1.log" 2>&1 </dev/null || {
         tail -n 20 "$1.log" >&2
         echo "reproducible: the build failed; see ${1#"$root"/}.log" >&2

@@ -10,13 +10,8 @@ log=$root/build/logs/newer-$1.log
 mkdir -p "$tree/build" "$root/build/logs"
 exec 9>"$tree/.lock" # the tests of both systems use it
 flock 9
-# With their times, so that what was built from a file that has not changed stays.
-(
-    cd "$root"
-    git ls-files -z --cached --others --exclude-standard | while IFS= read -r -d '' file; do
-        [ ! -e "$file" ] || printf '%s\0' "$file"
-    done | tar --null -T - -c
-) | tar -x -C "$tree"
+find "$tree" -mindepth 1 -maxdepth 1 ! -name build ! -name .lock -exec rm -rf {} +
+"$root/scripts/copy_tree.sh" "$tree"
 ln -sfn "$root/build/deps" "$tree/build/deps"
 
 version=$(sed -n 's/^project(tarvik_dpdu VERSION \([0-9.]*\) .*/\1/p' "$tree/CMakeLists.txt")
