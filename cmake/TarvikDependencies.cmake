@@ -4,7 +4,7 @@
 #   tarvik::mbedcrypto      cloud secure channel
 #   tarvik::cli11           command-line client
 #   tarvik::nlohmann_json   simulator and tests
-#   tarvik::expat           the root file, in the client
+#   tarvik::expat           the root file and description files, in the client
 #   tarvik::ssl, tarvik::crypto     OpenSSL: WebSocket to the relay (Linux), simulators
 #   tarvik::gtest, tarvik::gtest_main
 
