@@ -115,6 +115,13 @@ if(TARGET brennix-sim)
     install(FILES ${vehicles} DESTINATION "${vehicles_dir}" COMPONENT tools)
     install(FILES "${simulator}/brennix-sim.1" "${simulator}/brennix-relay.1"
         DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
+    foreach(program brennix-sim brennix-relay)
+        install(FILES "${simulator}/completion/brennix.bash"
+            DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+            COMPONENT tools RENAME ${program})
+    endforeach()
+    install(FILES "${simulator}/completion/_brennix"
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" COMPONENT tools)
     install(FILES "${simulator}/README.md"
         DESTINATION "${documents_dir}" COMPONENT tools RENAME simulator.md)
 endif()
