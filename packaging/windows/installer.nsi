@@ -10,7 +10,7 @@
 ;   5 the library or dpdu.exe is in use; nothing was changed
 ;   6 installed or removed, but the root file was not changed; the text says why
 ;   7 the folder has files of others; nothing was changed
-;   8 it is installed in another folder; nothing was changed
+;   8 installed in another folder already; nothing was changed
 
 Unicode true
 Target amd64-unicode
@@ -30,10 +30,10 @@ ShowUninstDetails show
 
 !define PRODUCT "Tarvik D-PDU"
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\TarvikDPDU"
-; config.json as it was installed, to see whether somebody has changed it.
-!define ORIGINAL_CONFIG "share\tarvik-dpdu\config.json"
 ; Names the folder as long as it exists, also when only a changed configuration is left in it.
 !define FOLDER_KEY "Software\Tarvik\D-PDU"
+; config.json as it was installed, which shows whether somebody has changed the one beside the library.
+!define ORIGINAL_FOLDER "share\tarvik-dpdu"
 !define ALLOWED_FOR_ADMINISTRATORS "O:BAD:PAI(A;OICI;FA;;;BA)(A;OICI;FA;;;SY)(A;OICI;0x1200a9;;;BU)"
 
 Name "${PRODUCT} ${VERSION}"
@@ -48,7 +48,7 @@ VIAddVersionKey CompanyName "Tarvik"
 VIAddVersionKey LegalCopyright "2026 Tarvik"
 
 Page components
-Page directory SkipWhenInstalled
+Page directory SkipForUpgrade
 Page instfiles
 UninstPage uninstConfirm
 UninstPage instfiles
@@ -102,6 +102,37 @@ Function DefaultFolder
     StrCpy $5 "$5\Tarvik\Brennix"
 FunctionEnd
 
+; $0: the folder of the installed library, or empty. Where only a changed configuration is left, nothing
+; is installed.
+!macro InstalledFolder prefix
+Function ${prefix}InstalledFolder
+    ReadRegStr $0 HKLM "${FOLDER_KEY}" Folder
+    ${IfNot} ${FileExists} "$0\bin\tarvik_dpdu_x64.dll"
+    ${AndIfNot} ${FileExists} "$0\bin\dpdu.exe"
+        StrCpy $0 ""
+    ${EndIf}
+FunctionEnd
+!macroend
+!insertmacro InstalledFolder ""
+!insertmacro InstalledFolder "un."
+
+Function SkipForUpgrade
+    Call InstalledFolder
+    ${If} $0 != ""
+        Abort
+    ${EndIf}
+FunctionEnd
+
+; The machine has one entry for us in the root file and one among its programs. A second folder would take
+; both over, and nothing would remove the files of the first.
+Function RequireNoOtherFolder
+    Call InstalledFolder
+    ${If} $0 != ""
+    ${AndIf} $0 != $INSTDIR
+        !insertmacro EndWith 8 "${PRODUCT} is installed in $0 already. Remove it there first, or leave out /D. Nothing was changed."
+    ${EndIf}
+FunctionEnd
+
 ; Refuses a folder with files that this installer has not made. Programs load what lies
 ; beside them, so a folder that anybody could have filled is not taken over.
 Function RequireOwnFolder
@@ -112,31 +143,6 @@ Function RequireOwnFolder
     ${DirState} "$INSTDIR" $0
     ${If} $0 = 1
         !insertmacro EndWith 7 "$INSTDIR has files already. Choose an empty or a new folder."
-    ${EndIf}
-FunctionEnd
-
-; $0: the folder in which it is installed, or nothing.
-Function InstalledFolder
-    ReadRegStr $0 HKLM "${UNINSTALL_KEY}" InstallLocation
-    ${IfNot} ${FileExists} "$0\uninstall.exe"
-        StrCpy $0 ""
-    ${EndIf}
-FunctionEnd
-
-; An upgrade has no folder to choose.
-Function SkipWhenInstalled
-    Call InstalledFolder
-    ${If} $0 != ""
-        Abort
-    ${EndIf}
-FunctionEnd
-
-; Two would share one entry in the root file and one among the installed programs.
-Function RequireOnePlace
-    Call InstalledFolder
-    ${If} $0 != ""
-    ${AndIf} $0 != $INSTDIR
-        !insertmacro EndWith 8 "${PRODUCT} is installed in $0. Remove it there first, or leave out /D= to upgrade it. Nothing was changed."
     ${EndIf}
 FunctionEnd
 
@@ -170,49 +176,6 @@ FunctionEnd
 !insertmacro RequireUnused ""
 !insertmacro RequireUnused "un."
 
-; ---- the configuration ----------------------------------------------------------------------------
-
-; $4: what config.json beside the library is: "missing", "original" or "changed".
-!macro CompareConfig prefix
-Function ${prefix}CompareConfig
-    StrCpy $4 missing
-    ${IfNot} ${FileExists} "$INSTDIR\bin\config.json"
-        Return
-    ${EndIf}
-    StrCpy $4 changed
-    ClearErrors
-    FileOpen $0 "$INSTDIR\${ORIGINAL_CONFIG}" r
-    FileOpen $1 "$INSTDIR\bin\config.json" r
-    ${If} ${Errors}
-        FileClose $0
-        FileClose $1
-        Return
-    ${EndIf}
-    ${Do}
-        ClearErrors
-        FileReadByte $0 $2
-        ${If} ${Errors}
-            StrCpy $2 end
-        ${EndIf}
-        ClearErrors
-        FileReadByte $1 $3
-        ${If} ${Errors}
-            StrCpy $3 end
-        ${EndIf}
-        ${If} $2 != $3
-            ${ExitDo}
-        ${ElseIf} $2 == end
-            StrCpy $4 original
-            ${ExitDo}
-        ${EndIf}
-    ${Loop}
-    FileClose $0
-    FileClose $1
-FunctionEnd
-!macroend
-!insertmacro CompareConfig ""
-!insertmacro CompareConfig "un."
-
 ; ---- the root file --------------------------------------------------------------------------------
 
 ; Runs "dpdu root $0".
@@ -241,6 +204,47 @@ Function un.RemoveCopyOfRootFile
     ${EndIf}
 FunctionEnd
 
+; ---- the configuration beside the library ---------------------------------------------------------
+
+; $0: "same" if it is as it was installed. One that cannot be compared counts as changed.
+!macro CompareConfig prefix
+Function ${prefix}CompareConfig
+    StrCpy $0 changed
+    ClearErrors
+    FileOpen $1 "$INSTDIR\${ORIGINAL_FOLDER}\config.json" r
+    ${If} ${Errors}
+        Return
+    ${EndIf}
+    FileOpen $2 "$INSTDIR\bin\config.json" r
+    ${If} ${Errors}
+        FileClose $1
+        Return
+    ${EndIf}
+    StrCpy $0 same
+    ${Do}
+        ClearErrors
+        FileReadByte $1 $3
+        ${If} ${Errors}
+            StrCpy $3 end
+        ${EndIf}
+        ClearErrors
+        FileReadByte $2 $4
+        ${If} ${Errors}
+            StrCpy $4 end
+        ${EndIf}
+        ${If} $3 != $4
+            StrCpy $0 changed
+            StrCpy $3 end
+        ${EndIf}
+    ${LoopUntil} $3 == end
+    FileClose $1
+    FileClose $2
+    ClearErrors
+FunctionEnd
+!macroend
+!insertmacro CompareConfig ""
+!insertmacro CompareConfig "un."
+
 ; ---- installing -----------------------------------------------------------------------------------
 
 Function .onInit
@@ -256,17 +260,18 @@ Function .onInit
     SetRegView 64
     SetShellVarContext all
     ${If} $INSTDIR == ""
-        ReadRegStr $INSTDIR HKLM "${UNINSTALL_KEY}" InstallLocation
+        ReadRegStr $INSTDIR HKLM "${FOLDER_KEY}" Folder
     ${EndIf}
     ${If} $INSTDIR == ""
         Call DefaultFolder
         StrCpy $INSTDIR $5
     ${EndIf}
+    Call RequireNoOtherFolder
 FunctionEnd
 
 Section "Library and client"
     SectionIn RO
-    Call RequireOnePlace
+    Call RequireNoOtherFolder ; the pages may have been open for long
     Call RequireOwnFolder
     Call RequireUnused
     Call DefaultFolder
@@ -279,13 +284,17 @@ Section "Library and client"
         Call ChangeRootFile
     ${EndIf}
     Call CompareConfig
-    !include "${LISTS}\install_product.nsh"
-    ${If} $4 != changed
-        SetOutPath "$INSTDIR\bin"
-        File "${STAGE}\bin\config.json"
+    ${If} $0 == same
+        Delete "$INSTDIR\bin\config.json"
     ${EndIf}
-    SetOutPath "$INSTDIR\share\tarvik-dpdu"
+    SetOverwrite on
+    !include "${LISTS}\install_product.nsh"
+    SetOutPath "$INSTDIR\${ORIGINAL_FOLDER}"
     File "${STAGE}\bin\config.json"
+    SetOverwrite off
+    SetOutPath "$INSTDIR\bin"
+    File "${STAGE}\bin\config.json"
+    SetOverwrite on
     WriteUninstaller "$INSTDIR\uninstall.exe"
 
     StrCpy $0 add
@@ -323,17 +332,22 @@ FunctionEnd
 
 Section Uninstall
     Call un.RequireUnused
-    StrCpy $0 remove
-    Call un.ChangeRootFile
-    Call un.RemoveCopyOfRootFile
-    Call un.CompareConfig
-    ${If} $4 == changed
-        DetailPrint "$INSTDIR\bin\config.json was changed and stays."
-    ${Else}
-        Delete "$INSTDIR\bin\config.json"
+    ; Without both, this was left by a removal that did not remove itself.
+    ReadRegStr $0 HKLM "${UNINSTALL_KEY}" InstallLocation
+    ${If} $0 == $INSTDIR
+    ${OrIf} ${FileExists} "$INSTDIR\bin\dpdu.exe"
+        StrCpy $0 remove
+        Call un.ChangeRootFile
+        Call un.RemoveCopyOfRootFile
     ${EndIf}
-    Delete "$INSTDIR\${ORIGINAL_CONFIG}"
-    RMDir "$INSTDIR\share\tarvik-dpdu"
+    Call un.CompareConfig
+    ${If} $0 == same
+        Delete "$INSTDIR\bin\config.json"
+    ${ElseIf} ${FileExists} "$INSTDIR\bin\config.json"
+        DetailPrint "$INSTDIR\bin\config.json was changed and stays."
+    ${EndIf}
+    Delete "$INSTDIR\${ORIGINAL_FOLDER}\config.json"
+    RMDir "$INSTDIR\${ORIGINAL_FOLDER}"
     !include "${LISTS}\uninstall.nsh"
     Delete "$INSTDIR\uninstall.exe"
     RMDir "$INSTDIR"
@@ -343,8 +357,13 @@ Section Uninstall
     ${If} $1 == Tarvik
         RMDir "$0"
     ${EndIf}
-    DeleteRegKey HKLM "${UNINSTALL_KEY}"
-    ${IfNot} ${FileExists} "$INSTDIR\*.*"
+    Call un.InstalledFolder
+    ${If} $0 == ""
+    ${OrIf} $0 == $INSTDIR ; else the keys are of an installation in another folder
+        DeleteRegKey HKLM "${UNINSTALL_KEY}"
+    ${EndIf}
+    ReadRegStr $0 HKLM "${FOLDER_KEY}" Folder
+    ${IfNot} ${FileExists} "$0\*.*"
         DeleteRegKey HKLM "${FOLDER_KEY}"
         DeleteRegKey /ifempty HKLM "Software\Tarvik"
     ${EndIf}
