@@ -23,7 +23,7 @@ void Write(const std::string& path, const std::string& text) {
 }
 
 void WriteAll(const std::string& folder) {
-    if (!AllocParamItems()) throw std::runtime_error("memory is out");
+    if (!AllocParamItems()) throw std::runtime_error("out of memory");
     Write(folder + "/tarvik_mdf.xml", descriptions::ModuleDescription());
     Write(folder + "/tarvik_cdf.xml", descriptions::CableDescription());
     FreeParamItems();

@@ -74,6 +74,17 @@ TEST_F(FileRightsOfRoot, FileInAFolderThatOthersMayWriteIsTheirs) {
     EXPECT_FALSE(OtherWriter(file_)) << "only owners replace files there";
 }
 
+TEST_F(FileRightsOfRoot, LinkThatOthersMayReplaceIsTheirs) {
+    const fs::path open = folder_ / "open";
+    fs::create_directories(open);
+    ASSERT_TRUE(SetMode(open, 0777));
+    fs::create_symlink(file_, open / "link");
+    EXPECT_FALSE(OtherWriter(file_));
+    const auto writer = OtherWriter(open / "link");
+    ASSERT_TRUE(writer);
+    EXPECT_EQ(writer->path, open);
+}
+
 TEST_F(FileRightsOfRoot, LinkIsFollowed) {
     ASSERT_TRUE(SetMode(file_, 0646));
     const fs::path link = folder_ / "link";

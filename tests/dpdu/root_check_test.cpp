@@ -646,9 +646,13 @@ TEST_F(RootCheckCommand, LibraryThatRefusesToStartIsFound) {
               "library: PDUConstruct failed with PDU_ERR_FCT_FAILED");
 }
 
-TEST_F(RootCheckCommand, LibraryThatRefusesLinksIsFound) {
-    ExpectOne(Wrong({RootText({{}}), "refuses-link"}),
-              "(PDUCreateComLogicalLink failed with PDU_ERR_RESOURCE_BUSY");
+TEST_F(RootCheckCommand, LinkThatAnotherProgramHasIsNoFaultOfTheDescription) {
+    const Json document = CheckJson({RootText({{}}), "refuses-link"});
+    const Json& findings = document["libraries"][0]["findings"];
+    EXPECT_EQ(InJson("WRONG", findings), Texts{});
+    ExpectOne(InJson("note", findings),
+              "ComParams: 16 cannot be compared: PDUCreateComLogicalLink failed with "
+              "PDU_ERR_RESOURCE_BUSY");
 }
 
 // ---------------------------------------------------------------- libraries that take a process

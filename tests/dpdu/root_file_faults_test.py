@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """root_file_faults_test.py DPDU_ROOT SHIM: the root file is whole, whatever happens to an installer."""
-import os, resource, signal, subprocess, sys, tempfile, unittest
+import os, resource, shutil, signal, subprocess, sys, tempfile, unittest
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
@@ -23,12 +23,12 @@ class RootFile(unittest.TestCase):
             (self.library / name).touch()
         self.file, self.backup = self.folder / "root.xml", self.folder / "root.xml.bak"
 
-    def words(self, action):
+    def words(self, action, program=PROGRAM):
         folder = [str(self.library)] if action == "add" else []
-        return [PROGRAM, action, *folder, str(self.file)]
+        return [program, action, *folder, str(self.file)]
 
-    def run_program(self, action, environment=None, **options):
-        return subprocess.run(self.words(action), capture_output=True, text=True,
+    def run_program(self, action, environment=None, program=PROGRAM, **options):
+        return subprocess.run(self.words(action, program), capture_output=True, text=True,
                               env=os.environ | (environment or {}), **options)
 
     def beside(self):
@@ -152,10 +152,12 @@ class RootFile(unittest.TestCase):
         self.folder.chmod(0o777)
         self.file.write_bytes(THEIRS)
         self.file.chmod(0o666)
+        # Where that user can run it, wherever the build folder is.
+        program = shutil.copy(PROGRAM, self.base / "dpdu-root")
         user = {"user": 65534, "group": 65534, "extra_groups": []}
-        removed = self.run_program("remove", **user)  # there is nothing to change
+        removed = self.run_program("remove", program=program, **user)  # there is nothing to change
         self.assertEqual((removed.returncode, removed.stderr), (0, ""))
-        result = self.run_program("add", **user)
+        result = self.run_program("add", program=program, **user)
         self.assertEqual(result.returncode, 1)
         self.assertIn("; run this as root; nothing was changed", result.stderr)
         self.assertEqual((self.file.read_bytes(), self.file.stat().st_uid), (THEIRS, 0))

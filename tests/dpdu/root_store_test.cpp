@@ -73,6 +73,16 @@ TEST_F(DpduRoot, FileIsMadeForTheFirstEntryAndRemovedWithIt) {
     EXPECT_EQ(Read(Folder() / "root.xml.bak"), text);
 }
 
+TEST_F(DpduRoot, SlashAfterTheFolderIsNotDoubled) {
+    EXPECT_EQ(
+        RunClient({"root", "add", "--folder", TextOf(Library()) + "/", "--root", TextOf(File())})
+            .exit_code,
+        kOk);
+    const std::string text = Read(File());
+    EXPECT_TRUE(Contains(text, std::string("/lib/") + dpdu::root::kLibraryFile + "\"/>")) << text;
+    EXPECT_TRUE(Contains(Add().output, "is already in"));
+}
+
 TEST_F(DpduRoot, OldFileIsKeptAsBackup) {
     const std::string before = "<MVCI_PDU_API_ROOT>\r\n<!-- theirs -->\r\n</MVCI_PDU_API_ROOT>";
     Write(File(), before);

@@ -71,7 +71,7 @@ std::string FaultOf(const std::string& uri) {
     }
     const std::string path = root::PathOfUri(uri);
     if (path.starts_with("//")) return "it has the name of a host";
-    if (!PathOf(path).is_absolute()) return "it is no absolute path of this system";
+    if (!PathOf(path).is_absolute()) return "it is not an absolute path of this system";
     if (path.find('\\') != path.npos) return "it contains '\\'";
     if (root::HasParentFolder(path)) return "it contains '..'";
     for (const char byte : {'?', '#'}) {

@@ -28,12 +28,7 @@ std::string WriterOf(const struct stat& file) {
     return has_group ? "the group " + GroupName(file.st_gid) : "";
 }
 
-}  // namespace
-
-std::optional<Writer> OtherWriter(const std::string& path) {
-    std::error_code error;
-    std::filesystem::path at = std::filesystem::canonical(path, error);
-    if (error) return std::nullopt;
+std::optional<Writer> WriterOnTheWayTo(std::filesystem::path at) {
     for (;; at = at.parent_path()) {
         struct stat file = {};
         if (::stat(at.c_str(), &file) != 0) return std::nullopt;
@@ -41,6 +36,18 @@ std::optional<Writer> OtherWriter(const std::string& path) {
         if (!who.empty()) return Writer{at.string(), who};
         if (at == at.parent_path()) return std::nullopt;
     }
+}
+
+}  // namespace
+
+// Whoever can replace a link can lead it elsewhere, so its folders count too.
+std::optional<Writer> OtherWriter(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(path, error);
+    if (error) return std::nullopt;
+    const auto writer = WriterOnTheWayTo(target);
+    if (writer) return writer;
+    return WriterOnTheWayTo(std::filesystem::absolute(path).lexically_normal().parent_path());
 }
 
 }  // namespace dpdu::check

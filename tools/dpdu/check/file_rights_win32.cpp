@@ -86,18 +86,27 @@ std::string WriterOf(const std::filesystem::path& path, DWORD rights) {
     return owner != nullptr && !IsAdministrator(owner) ? NameOf(owner) : "";
 }
 
-}  // namespace
-
-std::optional<Writer> OtherWriter(const std::string& path) {
-    std::error_code error;
-    std::filesystem::path at = std::filesystem::canonical(PathOf(path), error);
-    if (error) return std::nullopt;
-    for (DWORD rights = kChangesFile;; at = at.parent_path()) {
+// `rights` are those that matter at this file or folder.
+std::optional<Writer> WriterOnTheWayTo(std::filesystem::path at, DWORD rights) {
+    for (;; at = at.parent_path()) {
         const std::string who = WriterOf(at, rights);
         if (!who.empty()) return Writer{TextOf(at), who};
         if (at == at.parent_path()) return std::nullopt;
         rights = rights == kChangesFile ? kChangesFolder : kReplacesFolder;
     }
+}
+
+}  // namespace
+
+// Whoever can replace a link can lead it elsewhere, so its folders count too.
+std::optional<Writer> OtherWriter(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::canonical(PathOf(path), error);
+    if (error) return std::nullopt;
+    const auto writer = WriterOnTheWayTo(target, kChangesFile);
+    if (writer) return writer;
+    const auto written = std::filesystem::absolute(PathOf(path)).lexically_normal();
+    return WriterOnTheWayTo(written.parent_path(), kChangesFolder);
 }
 
 }  // namespace dpdu::check

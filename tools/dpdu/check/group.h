@@ -30,7 +30,6 @@ public:
         if (!is_wrong_) Add(Verdict::kFine, text, "");
     }
 
-    bool IsWrong() const { return is_wrong_; }
     bool HasNote() const { return has_note_; }
 
 private:

@@ -33,6 +33,7 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr milliseconds kScanPause{50};
+constexpr milliseconds kStartLimit{30000};  // until this program runs a second time
 constexpr char kRawProtocol[] = "ISO_11898_RAW";
 
 std::string ElementOf(T_PDU_OBJT type) {
@@ -280,7 +281,7 @@ std::string Seconds(milliseconds limit) {
 // Reads the child's lines until it has answered everything. Otherwise the reason why not.
 std::string Listen(ChildProcess* child, milliseconds limit, Listener* listener) {
     std::string output;
-    auto deadline = Clock::now() + limit;
+    auto deadline = Clock::now() + std::max(kStartLimit, limit);
     for (;;) {
         ThrowIfInterrupted();
         const ChildProcess::Read read = child->ReadSome(kInterruptionPoll, &output);

@@ -168,20 +168,23 @@ void CheckKindOf(const DescribedObject& param, const ComParamKind& kind, Group* 
     }
 }
 
-// Libraries with ComParams of each link answer only where there is one.
+// Libraries with ComParams of each link answer only where there is one, which another program may
+// keep from being opened.
 void ReportRefused(const std::map<std::string, std::vector<std::string>>& refused,
                    const LibraryAnswers& answers, Group* group) {
     const bool has_module = answers.module_types && !answers.module_types->empty();
     for (const auto& [status, names] : refused) {
         const std::string count = std::to_string(names.size());
-        if (has_module) {
-            group->Wrong(
-                "PDUGetComParam returns " + status + " for " + count + ": " + Joined(names) +
-                    (answers.module_error.empty() ? "" : " (" + answers.module_error + ")"),
-                "describe a RESOURCE on which the library has them, or remove them");
-        } else {
+        if (!has_module) {
             group->Note(count + " cannot be compared: the library has them on links only",
                         "connect a module and check again");
+        } else if (!answers.module_error.empty()) {
+            group->Note(count + " cannot be compared: " + answers.module_error,
+                        "close the program that uses the module, and check again");
+        } else {
+            group->Wrong(
+                "PDUGetComParam returns " + status + " for " + count + ": " + Joined(names),
+                "describe a RESOURCE on which the library has them, or remove them");
         }
     }
 }

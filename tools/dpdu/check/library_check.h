@@ -17,8 +17,8 @@ struct LibraryCheck {
     std::string short_name;                              // of its entry
     std::optional<std::uint32_t> root_standard_version;  // packed; that of the root file
     const ModuleDescription* description = nullptr;      // null: it has none that can be read
-    std::chrono::milliseconds wait{3000};                // how long to look for a module
-    std::chrono::milliseconds limit{10000};              // for each call of the library
+    std::chrono::milliseconds wait{0};                   // how long to look for a module
+    std::chrono::milliseconds limit{0};                  // for each call of the library
     bool is_verbose = false;
 };
 

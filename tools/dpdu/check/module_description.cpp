@@ -19,7 +19,7 @@ using xml::Element;
 constexpr char kLabel[] = "EID";
 constexpr char kReference[] = "IDREF";
 
-// Direct children; one client fails on any other.
+// Direct children; some applications refuse any other.
 constexpr std::array<std::string_view, 10> kDirectChildren = {
     "DESCRIPTION", "SUPPLIER_NAME", "PINTYPE",  "IO_CTRL",    "COMPARAM",
     "BUSTYPE",     "PROTOCOL",      "RESOURCE", "MODULETYPE", "ERROR_CODE"};

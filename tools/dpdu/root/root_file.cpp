@@ -12,13 +12,13 @@
 namespace dpdu::root {
 namespace {
 
-// What `edit` makes of the text. Names the file in the line of a refusal.
-template <typename Edit>
-auto Edited(const std::string& path, Edit edit) {
+// What `read` makes of the text. Names the file in the line of a refusal.
+template <typename Read>
+auto Parsed(const std::string& path, const std::string& advice, Read read) {
     try {
-        return edit();
+        return read();
     } catch (const xml::ParseError& error) {
-        throw Failure(path + ", " + error.what() + "; correct it; nothing was changed");
+        throw Failure(path + ", " + error.what() + "; " + advice);
     }
 }
 
@@ -35,7 +35,9 @@ using Text = std::optional<std::string>;  // empty: there is no file
 // needs rights to the file; with one, the text is read again when no other installer writes any
 // more.
 bool ChangeFile(const std::string& path, const std::function<Text(const Text&)>& edit) {
-    const auto edited = [&](const Text& text) { return Edited(path, [&] { return edit(text); }); };
+    const auto edited = [&](const Text& text) {
+        return Parsed(path, "correct it; nothing was changed", [&] { return edit(text); });
+    };
     if (const Text text = ReadWholeFile(path); edited(text) == text) return false;
     const RootFileLock lock(path);
     const Text old_text = ReadWholeFile(path);
@@ -48,6 +50,16 @@ bool ChangeFile(const std::string& path, const std::function<Text(const Text&)>&
         RemoveWholeFile(path, *old_text);
     }
     return true;
+}
+
+void CreateFolderOf(const std::string& path) {
+    const std::filesystem::path folder = PathOf(path).parent_path();
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!error) return;
+    throw Failure(TextOf(folder) + " cannot be created (" + error.message() + ")" +
+                  (error == std::errc::permission_denied ? "; run this as administrator" : "") +
+                  "; nothing was changed");
 }
 
 void RequireFiles(const std::string& folder) {
@@ -71,7 +83,7 @@ std::vector<Entry> ReadEntries(const std::string& file) {
     if (path.empty()) return {};
     const std::optional<std::string> text = ReadWholeFile(path);
     if (!text) return {};
-    return Edited(path, [&text] { return EntriesOf(xml::Parse(*text)); });
+    return Parsed(path, "correct it", [&text] { return EntriesOf(xml::Parse(*text)); });
 }
 
 Entry FindEntry(const std::string& file, const std::string& short_name) {
@@ -94,7 +106,7 @@ Change AddOwnEntry(const std::string& file, const std::string& folder) {
     const Entry entry = OwnEntry(folder);
     RequireFiles(folder);
     const std::string path = FileToChange(file);
-    if (file.empty()) std::filesystem::create_directories(PathOf(path).parent_path());
+    if (file.empty()) CreateFolderOf(path);
     const bool is_changed = ChangeFile(path, [&entry](const std::optional<std::string>& old_text) {
         return WithEntry(old_text.value_or(EmptyRootFile()), entry);
     });

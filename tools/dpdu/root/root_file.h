@@ -28,8 +28,8 @@ struct Change {
 };
 
 // Puts the entry of the library in `folder` into the file, or into the machine's root file if it is
-// empty, in place of an older one. Makes the file if it does not exist. Throws Failure with one
-// line, and leaves everything as it was, if that cannot be done.
+// empty, in place of one of the same name; that of another version stays. Makes the file if it does
+// not exist. Throws Failure with one line that says what is as it was, if that cannot be done.
 Change AddOwnEntry(const std::string& file, const std::string& folder);
 
 // Takes the entry out again. A file that then is as AddOwnEntry makes one, without entries, is

@@ -100,9 +100,10 @@ private:
     HKEY key_ = nullptr;
 };
 
-[[noreturn]] void RefuseRegistry(LSTATUS status) {
+// The file itself was changed before.
+[[noreturn]] void RefuseRegistry(LSTATUS status, const std::string& path, const char* state) {
     ::SetLastError(static_cast<DWORD>(status));
-    RefuseChange(kShownValue, "changed");
+    RefuseChange(kShownValue, "changed", path + " was " + state + " all the same");
 }
 
 // Removes the key if it has neither values nor other keys.
@@ -192,12 +193,12 @@ void RegisterRootFile(const std::string& path) {
     LSTATUS status =
         ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_SET_VALUE | KEY_WOW64_64KEY,
                           nullptr, key.Out(), nullptr);
-    if (status != ERROR_SUCCESS) RefuseRegistry(status);
+    if (status != ERROR_SUCCESS) RefuseRegistry(status, path, "written");
     const std::wstring wide = ToWide(path);
     status =
         ::RegSetValueExW(key.Get(), kValue, 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
                          static_cast<DWORD>((wide.size() + 1) * sizeof(wchar_t)));
-    if (status != ERROR_SUCCESS) RefuseRegistry(status);
+    if (status != ERROR_SUCCESS) RefuseRegistry(status, path, "written");
 }
 
 void UnregisterRootFile(const std::string& path) {
@@ -206,7 +207,7 @@ void UnregisterRootFile(const std::string& path) {
         Key key;
         const LSTATUS status = ::RegOpenKeyExW(HKEY_LOCAL_MACHINE, kKey, 0,
                                                KEY_SET_VALUE | KEY_WOW64_64KEY, key.Out());
-        if (status != ERROR_SUCCESS) RefuseRegistry(status);
+        if (status != ERROR_SUCCESS) RefuseRegistry(status, path, "removed");
         ::RegDeleteValueW(key.Get(), kValue);
     }
     RemoveKeyIfEmpty();
