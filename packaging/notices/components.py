@@ -1,6 +1,6 @@
 """Third-party components of the products: what is inside our files, and what they load."""
 import subprocess
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
 PACKAGE, SOURCE = "binary package", "source package"  # of Debian
 
@@ -20,12 +20,12 @@ class Component:
 
 # A third-party library that is linked, compiled in or loaded gets a row here.
 COMPONENTS = [
-    Component("json-c", "library, dpdu", "linked", SOURCE, "json-c", "MIT", "linux windows"),
-    Component("Mbed TLS", "library, dpdu", "linked", SOURCE, "mbedtls", "Apache-2.0 OR GPL-2.0-or-later",
-              "linux windows"),
+    Component("json-c", "library, dpdu", "linked", SOURCE, "json-c", "MIT", "linux windows",
+              "with a patch that reports when memory is out"),
+    Component("Mbed TLS", "library, dpdu", "linked", SOURCE, "mbedtls", "Apache-2.0", "linux windows"),
     Component("Expat", "dpdu", "linked", SOURCE, "expat", "MIT", "windows"),
-    Component("OpenSSL", "library, simulators", "linked", PACKAGE, "libssl-dev", "Apache-2.0", "linux"),
-    Component("Boost", "library", "headers", PACKAGE, "libboost1.74-dev", "BSL-1.0", "linux",
+    Component("OpenSSL", "library, dpdu, simulators", "linked", PACKAGE, "libssl-dev", "Apache-2.0", "linux"),
+    Component("Boost", "library, dpdu", "headers", PACKAGE, "libboost1.74-dev", "BSL-1.0", "linux",
               "Beast, Asio and what they need"),
     Component("sdbus-c++", "library", "headers", PACKAGE, "libsdbus-c++-dev", "LGPL-2.1-or-later", "linux",
               "headers; the library itself is loaded when Bluetooth is on"),
@@ -50,23 +50,40 @@ COMPONENTS = [
     Component("GLib", "simulators", "shared", PACKAGE, "libglib2.0-0", "LGPL-2.1-or-later", "linux"),
     Component("sdbus-c++", "library", "optional", PACKAGE, "libsdbus-c++1", "LGPL-2.1-or-later", "linux",
               "loaded when Bluetooth is on"),
+    Component("umockdev", "simulators", "optional", PACKAGE, "umockdev", "LGPL-2.1-or-later", "linux",
+              "loaded with the command that gets a simulated USB port"),
 ]
 # Of Boost, the one licence of the libraries that are used; Debian's file has those of all others too.
 ONLY_LICENCE = {"libboost1.74-dev": "Boost Software License - Version 1.0"}
 
 
+def users_on(component, system):
+    """There are no simulators for Windows."""
+    users = component.users.split(", ")
+    return ", ".join(user for user in users if system != "windows" or user != "simulators")
+
+
 def of(system):
-    return [component for component in COMPONENTS if system in component.systems.split()]
+    return [replace(component, users=users_on(component, system)) for component in COMPONENTS
+            if system in component.systems.split()]
 
 
 def inside(system):
     return [component for component in of(system) if component.way in ("linked", "headers")]
 
 
+def of_package(component, field):
+    return subprocess.run(["dpkg-query", "-W", "-f", f"${{{field}}}", component.package], check=True,
+                          capture_output=True, text=True).stdout
+
+
+def architecture(component):
+    return "source" if component.origin == SOURCE else of_package(component, "Architecture")
+
+
 def version(component, sources):
     """The version of Debian's package that was there when the products were built."""
     if component.origin == PACKAGE:
-        return subprocess.run(["dpkg-query", "-W", "-f", "${Version}", component.package], check=True,
-                              capture_output=True, text=True).stdout
+        return of_package(component, "Version")
     changelog = (sources / component.package / "debian" / "changelog").read_text("utf-8")
     return changelog.split("(", 1)[1].split(")", 1)[0]

@@ -8,7 +8,7 @@ from datetime import datetime, timezone
 from pathlib import Path
 from urllib.parse import quote
 
-from components import SOURCE, of, version
+from components import SOURCE, architecture, of, version
 
 SYSTEM, SOURCES, VERSION, DATE, TARGET = \
     sys.argv[1], Path(sys.argv[2]), sys.argv[3], int(sys.argv[4]), Path(sys.argv[5])
@@ -18,9 +18,9 @@ RELATIONSHIPS = {"linked": "STATIC_LINK", "headers": "CONTAINS", "shared": "DYNA
 
 def purl(component, exact):
     """With the version of what is inside; of what is loaded, the user's system decides."""
-    architecture = "source" if component.origin == SOURCE else "amd64"
     at = "@" + quote(exact, safe="") if exact else ""
-    return f"pkg:deb/debian/{quote(component.package, safe='')}{at}?arch={architecture}&distro=bookworm"
+    return f"pkg:deb/debian/{quote(component.package, safe='')}{at}" \
+           f"?arch={architecture(component)}&distro=bookworm"
 
 
 def package(component):
