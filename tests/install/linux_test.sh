@@ -16,8 +16,8 @@ check_lists linux
 
 run_paths() { readelf -d "$@" | grep -E 'RPATH|RUNPATH'; }
 check "paths in the files where libraries are looked for" "" "$(run_paths "$library" "$moved"/bin/*)"
-check "the link for the loader" "$(realpath "$library")" \
-    "$(realpath "$moved/$libraries/libtarvik_dpdu_x64.so.${version%%.*}")"
+soname=libtarvik_dpdu_x64.so.${version%%.*}
+check "the link for the loader" "$(realpath "$library")" "$(realpath "$moved/$libraries/$soname")"
 
 protocol="protocol 3000 ISO_15765_3_on_ISO_15765_2"
 for program in dpdu brennix-sim brennix-relay; do
@@ -57,9 +57,9 @@ check "the library for programs that load it" "$(realpath "$library")" \
     "$(realpath "$(pkg-config --variable=library tarvik-dpdu)")"
 # shellcheck disable=SC2046 # several words
 gcc "$source/examples/read_vin.c" $(pkg-config --cflags --libs tarvik-dpdu) -o "$folder/read_vin"
-check "what README's example loads, built with pkg-config" "$moved/$libraries/libtarvik_dpdu_x64.so.0" \
+check "what README's example loads, built with pkg-config" "$moved/$libraries/$soname" \
     "$(LD_LIBRARY_PATH=$moved/$libraries ldd "$folder/read_vin" |
-        sed -n 's/.*libtarvik_dpdu_x64.so.0 => \(.*\) (.*/\1/p' | xargs -r realpath -s)"
+        sed -n "s/.*$soname => \(.*\) (.*/\1/p" | xargs -r realpath -s)"
 
 refused() {
     configure "$folder/refused" "$1" 2>&1 | tr -s '\n ' ' ' | grep -o "$2"
