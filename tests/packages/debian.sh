@@ -53,6 +53,14 @@ pack_twice() {
 }
 hashes() { (cd "$1" && sha256sum -- *.deb); }
 same_bytes() { diff <(hashes "$scratch/here") <(hashes "$scratch/there"); }
+each_has_the_bill_of_materials() {
+    local package
+    for package in "${packages[@]}"; do
+        dpkg-deb --fsys-tarfile "$root/build/packages/${package}"_*.deb |
+            tar -xO "./usr/share/doc/$package/tarvik-dpdu.spdx.json" |
+            cmp - "${TARVIK_BUILD:-$root/build/linux-release}/notices/tarvik-dpdu.spdx.json" || return
+    done
+}
 lintian_accepts() { lintian --allow-root --fail-on error,warning "$root"/build/packages/*.deb; }
 
 put_packages() {
@@ -319,6 +327,7 @@ step "packages of a newer version are made" make_newer
 step "the same build is packed in two folders" pack_twice
 step "the packages of both are the same bytes" same_bytes
 step "lintian has no error and no warning" lintian_accepts
+step "each package has the bill of materials" each_has_the_bill_of_materials
 make_archive minimal && make_archive developer || exit 1
 root_file_absent
 root_file_of_others
