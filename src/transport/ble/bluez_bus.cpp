@@ -40,6 +40,7 @@ std::string Explain(const std::string& name, const std::string& text) {
 }
 
 BleError BusGone() { return BleError("the connection to the system's message bus is lost"); }
+BleError GivenUp() { return BleError("connecting was given up"); }
 
 }  // namespace
 
@@ -215,7 +216,7 @@ bool BluezBus::Await(const std::function<bool()>& happened, std::uint32_t limit_
     for (;;) {
         if (happened()) return true;
         if (closed_) throw BusGone();
-        if (cancel == Cancel::kObeyed && cancelled_) throw BleError("connecting was given up");
+        if (cancel == Cancel::kObeyed && cancelled_) throw GivenUp();
         const std::uint64_t now = TickMs();
         if (now >= deadline) return false;
         changed_.Wait(lock_, static_cast<std::int32_t>(deadline - now));
@@ -282,6 +283,8 @@ private:
 
 void BluezBus::Call(const Method& method, const Write& write, const Read& read) {
     if (closed_) throw BusGone();
+    // An answer may come before anybody waits for it, and would then count.
+    if (method.cancel == Cancel::kObeyed && cancelled_) throw GivenUp();
     RequireService(method);
     const auto answer = std::make_shared<Answer>();
     const auto take = [this, answer, &read](sdbus::MethodReply& reply, const sdbus::Error* error) {
