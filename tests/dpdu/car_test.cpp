@@ -100,7 +100,7 @@ TEST_F(DpduCar, VinOfThreeControlUnitsIsRead) {
 TEST_F(DpduCar, FunctionalAnswersAreAssignedToTheirControlUnitsAndASilentOneIsReported) {
     const ClientResult result = Run({"request", "22F187", "--functional", "7DF", "--ecu", "713:77D",
                                      "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_EQ(result.output,
               "713:77D  62 F1 87 54 56 2D 41 42 53 2D 31 31 37 30 2D 42\n"
               "7E5:7ED  -                                                no answer\n"
@@ -115,16 +115,24 @@ TEST_F(DpduCar, TroubleCodesAreRead) {
 
 TEST_F(DpduCar, NegativeResponseIsNamed) {
     const ClientResult result = Run({"request", "22F1FF"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNegativeResponse);
     EXPECT_EQ(result.output, "7F 22 31\n");
     EXPECT_TRUE(Contains(result.error, "requestOutOfRange")) << result.error;
 }
 
 TEST_F(DpduCar, AbsentControlUnitIsAFailure) {
     const ClientResult result = Run({"request", "22F190", "--ecu", "7E6:7EE"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_EQ(result.output, "");
     EXPECT_TRUE(Contains(result.error, "PDU_ERR_EVT_TX_ERROR")) << result.error;
+}
+
+TEST_F(DpduCar, FailureNamesTheLogThatTheLibraryWrites) {
+    const ClientResult result = Run({"request", "22F190", "--ecu", "7E6:7EE"});
+    const std::size_t at = result.error.find("; the library's log is ");
+    ASSERT_NE(at, std::string::npos) << result.error;
+    const std::string path = result.error.substr(at + 23, result.error.size() - at - 24);
+    EXPECT_TRUE(Contains(ReadWholeFile(path), "[PDUConstruct]")) << path;
 }
 
 TEST_F(DpduCar, AllComParamsOfTheLibraryAreListed) {

@@ -153,9 +153,13 @@ void ExpectOutput(const ClientResult& result, const std::string& output) {
     EXPECT_EQ(result.error, "");
 }
 
-void ExpectFailure(const ClientResult& result, const std::string& line) {
-    EXPECT_EQ(result.exit_code, kFailure);
-    EXPECT_EQ(result.error, "dpdu: " + line + "\n");
+void ExpectFailure(const ClientResult& result, const std::string& line, int exit_code) {
+    EXPECT_EQ(result.exit_code, exit_code);
+    EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+    const std::string start = "dpdu: " + line;
+    EXPECT_EQ(result.error.substr(0, start.size()), start);
+    const std::string rest = result.error.substr(std::min(start.size(), result.error.size()));
+    EXPECT_TRUE(rest == "\n" || rest.starts_with("; ")) << result.error;
 }
 
 void ExpectMistakes(const std::vector<std::string>& command,

@@ -39,12 +39,20 @@ bool Reported(const ClientResult& result, const std::string& line);
 inline constexpr int kOk = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kUsage = 2;
+inline constexpr int kNoLibrary = 3;
+inline constexpr int kNoModule = 4;
+inline constexpr int kModuleLost = 5;
+inline constexpr int kNegativeResponse = 6;
+inline constexpr int kNoAnswer = 7;
+inline constexpr int kUnmetExpectation = 8;
+inline constexpr int kInterrupted = 130;
 
 // The command succeeded with this on standard output and nothing on standard error.
 void ExpectOutput(const ClientResult& result, const std::string& output);
 
-// The command failed with this one line on standard error, here without its start "dpdu: ".
-void ExpectFailure(const ClientResult& result, const std::string& line);
+// The command failed with this one line on standard error, here without its start "dpdu: " and
+// without what to do next, which may follow after a semicolon.
+void ExpectFailure(const ClientResult& result, const std::string& line, int exit_code = kFailure);
 
 // The program refused each row of arguments after the command, with one line that contains
 // `advice`, and did not use the library.

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 TEST(DpduLibrary, PathThatDoesNotExistGivesOneLineWithAdvice) {
     const ClientResult result = RunClient({"modules", "--library", "/nowhere/to_be_found"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoLibrary);
     EXPECT_EQ(result.output, "");
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
     EXPECT_TRUE(Contains(result.error, "cannot load the library '/nowhere/to_be_found'"));
@@ -31,14 +31,14 @@ TEST(DpduLibrary, FileThatIsNotALibraryGivesOneLineWithAdvice) {
     std::ofstream(PathOf(path)) << "not a library\n";
     const ClientResult result = RunClient({"modules", "--library", path});
     RemoveFile(path);
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoLibrary);
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
     EXPECT_TRUE(Contains(result.error, "cannot load the library '" + path + "'")) << result.error;
 }
 
 TEST(DpduLibrary, IncompleteLibraryIsRefusedNamingTheFirstMissingFunction) {
     const ClientResult result = RunClient({"modules", "--library", INCOMPLETE_LIBRARY});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoLibrary);
     EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
     EXPECT_TRUE(Contains(result.error, "it lacks PDUIoCtl and 26 more functions"));
     EXPECT_TRUE(Contains(result.error, "--library, --vendor or DPDU_LIBRARY"));
@@ -63,7 +63,7 @@ TEST(DpduLibrary, WithoutOptionAndEnvironmentTheOneBesideTheProgramIsLoaded) {
     const bool is_dll = fs::path(FAKE_LIBRARY).extension() == ".dll";
     const fs::path library = folder / (is_dll ? "tarvik_dpdu_x64.dll" : "libtarvik_dpdu_x64.so");
     const ClientResult without = RunClient(setup);
-    EXPECT_EQ(without.exit_code, kFailure);
+    EXPECT_EQ(without.exit_code, kNoLibrary);
     EXPECT_TRUE(Contains(without.error, library.filename().string())) << without.error;
     fs::copy_file(FAKE_LIBRARY, library);
     EXPECT_EQ(RunClient(setup).exit_code, kOk);
@@ -121,7 +121,7 @@ TEST(DpduModules, JsonAlsoContainsTheVendorsTexts) {
 
 TEST(DpduModules, NoModuleIsAFailureWithAnEmptyList) {
     const ClientResult result = RunClient({"modules", "--wait", "0", "--json"}, "no-module");
-    ExpectFailure(result, "no module found");
+    ExpectFailure(result, "no module found", kNoModule);
     EXPECT_EQ(Document(result), Json({{"modules", Json::array()}}));
 }
 
@@ -131,7 +131,7 @@ TEST(DpduModules, LateModuleIsAwaited) {
 
 TEST(DpduModules, SeveralModulesRequireAChoice) {
     ExpectFailure(RunClient({"vin"}, "two-modules"),
-                  "2 modules found, choose one with --module TEXT: S-1 USB; S-2 WLAN");
+                  "2 modules found, choose one with --module TEXT: S-1 USB; S-2 WLAN", kUsage);
 }
 
 TEST(DpduModules, ModuleIsChosenByAnyPartOfItsNameIgnoringCase) {
@@ -177,13 +177,15 @@ TEST(DpduRequest, SingleAnswerIsPrintedAsHexadecimalOnly) {
 
 TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E2:7EA"});
-    ExpectFailure(result, "7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22");
+    ExpectFailure(result, "7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22",
+                  kNegativeResponse);
     EXPECT_EQ(result.output, "7F 22 31\n");
 }
 
 TEST(DpduRequest, MissingAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E3:7EB"});
-    ExpectFailure(result, "7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)");
+    ExpectFailure(result, "7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)",
+                  kNoAnswer);
     EXPECT_EQ(result.output, "");
 }
 
@@ -194,7 +196,7 @@ TEST(DpduRequest, IdentifiersOf29BitsAreSetWithTheirFormat) {
 TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOthers) {
     const ClientResult result =
         RunClient({"request", "3E00", "--ecu", "7E3:7EB", "--ecu", "7E0:7E8", "--ecu", "7E1:7E9"});
-    ExpectFailure(result, "1 of 3 control units did not do as asked");
+    ExpectFailure(result, "1 of 3 control units did not do as asked", kNoAnswer);
     EXPECT_EQ(result.output,
               "7E3:7EB  -      no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n"
               "7E0:7E8  7E 00\n"
@@ -204,7 +206,7 @@ TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOt
 TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
     const ClientResult result = RunClient({"request", "3E00", "--functional", "7DF", "--ecu",
                                            "7E0:7E8", "--ecu", "7E3:7EB", "--ecu", "7E1:7E9"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_EQ(result.output,
               "7E0:7E8  7E 00\n"
               "7E3:7EB  -      no answer\n"
@@ -239,7 +241,7 @@ TEST(DpduRequest, ExpectedResponsesReachTheLibraryInOrderWithTheirMasks) {
         RunClient({"request", "3E00", "--expect", "FFFF", "--expect", "70AA/F000", "--json"}));
     EXPECT_EQ(matched["controlUnits"][0]["answers"][0]["acceptanceId"], 2);
     const ClientResult unmatched = RunClient({"request", "3E00", "--expect", "7E01"});
-    EXPECT_EQ(unmatched.exit_code, kFailure);
+    EXPECT_EQ(unmatched.exit_code, kNoAnswer);
     EXPECT_EQ(unmatched.output, "");
 }
 
@@ -282,15 +284,15 @@ TEST(DpduRequest, RefusedLinkIsReportedWithFunctionAndStatus) {
 
 TEST(DpduRequest, ErrorOfTheLinkItselfIsReported) {
     ExpectFailure(RunClient({"request", "22F190"}, "lost-module"),
-                  "7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI)");
+                  "7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI)", kModuleLost);
 }
 
 TEST(DpduRequest, RequestThatNeverEndsIsCancelledAfterTheTimeout) {
     const ClientResult result =
         RunClient({"request", "22F190", "--ecu", "7E5:7ED", "--timeout", "3"});
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_TRUE(Contains(result.error,
-                         "dpdu: 7E5:7ED: the library did not finish the request within 3 s\n"))
+                         "dpdu: 7E5:7ED: the library did not finish the request within 3 s; "))
         << result.error;
     EXPECT_TRUE(Reported(result, "cancelled"));
 }
@@ -300,7 +302,7 @@ TEST(DpduRequest, InterruptionCancelsTheRequestAndReleasesEverything) {
     setup.arguments = {"request", "22F190", "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"};
     setup.interrupt_when = "hanging";
     const ClientResult result = RunClient(setup);
-    EXPECT_EQ(result.exit_code, kFailure);
+    EXPECT_EQ(result.exit_code, kInterrupted);
     EXPECT_TRUE(Contains(result.error, "dpdu: interrupted\n")) << result.error;
     EXPECT_EQ(result.output, "");
     EXPECT_TRUE(Reported(result, "cancelled"));
@@ -364,7 +366,8 @@ TEST(DpduDtc, AnswerThatEndsWithinATroubleCodeIsAFailure) {
 
 TEST(DpduDtc, NegativeAnswerIsExplained) {
     ExpectFailure(RunClient({"dtc", "--ecu", "7E2:7EA"}),
-                  "7E2:7EA: negative response serviceNotSupported (0x11) to service 0x19");
+                  "7E2:7EA: negative response serviceNotSupported (0x11) to service 0x19",
+                  kNegativeResponse);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -403,7 +406,7 @@ TEST(DpduComParam, RefusedValueIsReportedWithTheStatus) {
     const std::string message =
         "the library refused CP_Baudrate=0 with PDU_ERR_VALUE_NOT_SUPPORTED (0x61)";
     ExpectFailure(result, message);
-    EXPECT_EQ(Document(result), Json({{"error", message}}));
+    EXPECT_EQ(Document(result), Json({{"error", message}, {"exitCode", kFailure}}));
 }
 
 TEST(DpduComParam, UnknownNameIsAFailure) {
@@ -436,9 +439,31 @@ TEST(DpduHelp, EveryCommandShowsExamplesAndExitCodes) {
         EXPECT_EQ(result.error, "");
         EXPECT_TRUE(Contains(result.output, "\nExamples:\n  dpdu " + arguments[0]))
             << result.output;
-        EXPECT_TRUE(Contains(result.output, "\nExit codes:\n  0")) << result.output;
+        EXPECT_TRUE(Contains(result.output, "\nExit codes:\n    0")) << result.output;
         EXPECT_TRUE(Contains(result.output, "--json")) << result.output;
     }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(DpduFailure, MissingModuleAndMissingAnswerSayWhatToDoNext) {
+    EXPECT_EQ(RunClient({"modules", "--wait", "0"}, "no-module").error,
+              "dpdu: no module found; dpdu doctor finds out why\n");
+    EXPECT_EQ(RunClient({"request", "22F190", "--ecu", "7E3:7EB"}).error,
+              "dpdu: 7E3:7EB: no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT); check "
+              "ignition and address, dpdu scan lists control units\n");
+    EXPECT_EQ(RunClient({"request", "22F190"}, "lost-module").error,
+              "dpdu: 7E0:7E8: the module is gone (PDU_ERR_EVT_LOST_COMM_TO_VCI); check its plug or "
+              "connection and try again, dpdu doctor helps\n");
+}
+
+TEST(DpduFailure, LostModuleCountsMoreThanNegativeAndMissingAnswers) {
+    const std::vector<std::string> units = {"request", "22F190", "--ecu", "7E2:7EA"};
+    EXPECT_EQ(RunClient(units).exit_code, kNegativeResponse);
+    std::vector<std::string> more = units;
+    more.insert(more.end(), {"--ecu", "7E3:7EB"});
+    EXPECT_EQ(RunClient(more).exit_code, kNoAnswer);
+    EXPECT_EQ(RunClient(more, "lost-module").exit_code, kModuleLost);
 }
 
 TEST(DpduUsage, MistakeGivesOneLineAndExitCode2WithoutUsingTheLibrary) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <set>
 #include <sstream>
 #include <string>
@@ -223,6 +224,30 @@ TEST(DpduManual, ListsEveryCommonOption) {
     const std::string text = Manual();
     for (const std::string& option : HelpOf("").options)
         EXPECT_TRUE(Contains(text, option)) << option;
+}
+
+// The numbers at the beginnings of the lines between two marks, each after `head`.
+Names NumbersAfter(const std::string& head, const std::string& text, const std::string& begin,
+                   const std::string& end) {
+    const std::size_t start = text.find(begin);
+    EXPECT_NE(start, std::string::npos) << begin;
+    std::istringstream stream(text.substr(start, text.find(end, start) - start));
+    Names numbers;
+    for (std::string line; std::getline(stream, line);) {
+        if (!line.starts_with(head)) continue;
+        line.erase(0, line.find_first_not_of(' ', head.size()));
+        if (std::isdigit(static_cast<unsigned char>(line[0]))) {
+            numbers.insert(line.substr(0, line.find(' ')));
+        }
+    }
+    return numbers;
+}
+
+TEST(DpduManual, ListsExactlyTheExitCodesOfTheHelp) {
+    const ClientResult help = RunClient({"--help"});
+    const Names codes = NumbersAfter(" ", help.output, "Exit codes:", "Of several");
+    EXPECT_TRUE(codes.contains("130"));
+    EXPECT_EQ(NumbersAfter(".B ", Manual(), ".SH EXIT STATUS", ".SH ENVIRONMENT"), codes);
 }
 
 }  // namespace

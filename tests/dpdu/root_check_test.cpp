@@ -695,7 +695,7 @@ TEST_F(RootCheckCommand, InterruptionEndsTheCheckOfALibraryThatHangs) {
     setup.scenario = "hangs-in-lookup";
     setup.is_released = false;
     setup.interrupt_when = "construct without options";
-    ExpectFailure(RunClient(setup), "interrupted");
+    ExpectFailure(RunClient(setup), "interrupted", kInterrupted);
 }
 
 // ---------------------------------------------------------------- files that cannot be loaded

@@ -14,37 +14,38 @@ namespace dpdu {
 namespace {
 
 // With --json a failure is also a document.
-int ReportFailure(const Failure& failure, Output* output) {
-    ErrorLine(failure.what());
+ExitCode ReportFailure(const Failure& failure, Output* output) {
+    ErrorLine(failure.what() + NextStep(failure.Code()));
     if (output->AsJson()) {
-        output->Document({{"error", OnOneLine(failure.what())}});
+        output->Document(
+            {{"error", OnOneLine(failure.what())}, {"exitCode", static_cast<int>(failure.Code())}});
         output->Flush();
     }
-    return kExitFailure;
+    return failure.Code();
 }
 
-int RunCommand(const Invocation& invocation, Output* output) {
+ExitCode RunCommand(const Invocation& invocation, Output* output) {
     try {
-        const bool went_well = invocation.run(output);
+        const ExitCode code = invocation.run(output);
         output->Flush();
-        return went_well ? kExitOk : kExitFailure;
+        return code;
     } catch (const UsageError& error) {
         ErrorLine(error.what());
-        return kExitUsage;
+        return ExitCode::kUsage;
     } catch (const Failure& failure) {
         return ReportFailure(failure, output);
     }
 }
 
-int Main(int count, const char* const* arguments) {
+ExitCode Main(int count, const char* const* arguments) {
     const Invocation invocation = ParseCommandLine(count, arguments);
     if (!invocation.error.empty()) {
         ErrorLine(invocation.error);
-        return kExitUsage;
+        return ExitCode::kUsage;
     }
     if (!invocation.run) {
         const bool printed = std::fputs(invocation.text.c_str(), stdout) >= 0;
-        return printed && std::fflush(stdout) == 0 ? kExitOk : kExitFailure;
+        return printed && std::fflush(stdout) == 0 ? ExitCode::kOk : ExitCode::kFailure;
     }
 
     CatchInterruptions();
@@ -52,11 +53,11 @@ int Main(int count, const char* const* arguments) {
         invocation.common.is_verbose ? LibraryLines::kToStandardError : LibraryLines::kDiscarded);
     if (!answers) {
         ErrorLine("there is no standard output to write to");
-        return kExitFailure;
+        return ExitCode::kFailure;
     }
     Output output(answers, invocation.common.as_json, ShowsEscapes(answers));
-    const int exit_code = RunCommand(invocation, &output);
-    return std::fclose(answers) == 0 ? exit_code : kExitFailure;
+    const ExitCode exit_code = RunCommand(invocation, &output);
+    return std::fclose(answers) == 0 ? exit_code : ExitCode::kFailure;
 }
 
 }  // namespace
@@ -69,10 +70,10 @@ int RunProgram(const std::vector<std::string>& arguments) {
         std::vector<const char*> texts;
         for (const std::string& argument : arguments)
             texts.push_back(argument.c_str());
-        return Main(static_cast<int>(texts.size()), texts.data());
+        return static_cast<int>(Main(static_cast<int>(texts.size()), texts.data()));
     } catch (const std::exception& error) {
         ErrorLine(error.what());
-        return kExitFailure;
+        return static_cast<int>(ExitCode::kFailure);
     }
 }
 

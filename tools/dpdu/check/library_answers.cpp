@@ -323,12 +323,12 @@ int AnswerQuestions() {
     const LibraryQuestions questions = QuestionsIn(Json::parse(StandardInput()));
     std::FILE* stream = TakeStandardOutput(questions.is_verbose ? LibraryLines::kToStandardError
                                                                 : LibraryLines::kDiscarded);
-    if (!stream) return kExitFailure;
+    if (!stream) return static_cast<int>(ExitCode::kFailure);
     Output output(stream, true);
     Interview interview(questions, &output);
     interview.Run();
     interview.End();
-    return kExitOk;
+    return static_cast<int>(ExitCode::kOk);
 }
 
 }  // namespace dpdu::check

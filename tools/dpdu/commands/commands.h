@@ -1,4 +1,4 @@
-// The commands of the program, one source file each. A command returns true if it fully succeeded;
+// The commands of the program, one source file each. A command returns kOk if it fully succeeded;
 // otherwise its output or standard error shows what failed. It throws Failure or UsageError if it
 // cannot continue.
 
@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "console/failure.h"
 #include "console/output.h"
 #include "links/link.h"
 #include "pdu/functions.h"
@@ -137,35 +138,39 @@ struct RootOptions {
     double limit_seconds = 30;  // check: longest time for one call of a library
 };
 
-bool RunModules(const CommonOptions& common, Output* output);
-// True if nothing is wrong.
-bool RunDoctor(const CommonOptions& common, Output* output);
-bool RunVersion(const CommonOptions& common, Output* output);
-bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
-bool RunFunctional(const CommonOptions& common, const FunctionalOptions& options, Output* output);
-bool RunVin(const CommonOptions& common, const VinOptions& options, Output* output);
-bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output);
-bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options, Output* output);
-bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output);
-bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output);
-bool RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output);
-bool RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* output);
-bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& options,
-                      Output* output);
-bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
-bool RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
-bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
+ExitCode RunModules(const CommonOptions& common, Output* output);
+// kFailure if something is wrong.
+ExitCode RunDoctor(const CommonOptions& common, Output* output);
+ExitCode RunVersion(const CommonOptions& common, Output* output);
+ExitCode RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
+ExitCode RunFunctional(const CommonOptions& common, const FunctionalOptions& options,
+                       Output* output);
+ExitCode RunVin(const CommonOptions& common, const VinOptions& options, Output* output);
+ExitCode RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output);
+ExitCode RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
+                        Output* output);
+ExitCode RunComParamSet(const CommonOptions& common, const ComParamOptions& options,
+                        Output* output);
+ExitCode RunComParamList(const CommonOptions& common, const ComParamOptions& options,
+                         Output* output);
+ExitCode RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output);
+ExitCode RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* output);
+ExitCode RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& options,
+                          Output* output);
+ExitCode RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
+ExitCode RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
+ExitCode RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
 // These use only the root file of `common`.
-bool RunLibraries(const CommonOptions& common, Output* output);
-bool RunRootList(const CommonOptions& common, const RootOptions& options, Output* output);
-bool RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output);
-bool RunRootRemove(const CommonOptions& common, const RootOptions& options, Output* output);
-// Uses also how long to look for modules and whether to show what libraries print. True if nothing
-// is wrong.
-bool RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output);
-bool RunTraceSummary(const TraceOptions& options, Output* output);
-bool RunTraceTimeline(const TraceOptions& options, Output* output);
-bool RunTraceExport(const TraceOptions& options, Output* output);
+ExitCode RunLibraries(const CommonOptions& common, Output* output);
+ExitCode RunRootList(const CommonOptions& common, const RootOptions& options, Output* output);
+ExitCode RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output);
+ExitCode RunRootRemove(const CommonOptions& common, const RootOptions& options, Output* output);
+// Uses also how long to look for modules and whether to show what libraries print. kFailure if
+// something is wrong.
+ExitCode RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output);
+ExitCode RunTraceSummary(const TraceOptions& options, Output* output);
+ExitCode RunTraceTimeline(const TraceOptions& options, Output* output);
+ExitCode RunTraceExport(const TraceOptions& options, Output* output);
 
 }  // namespace dpdu
 

@@ -60,17 +60,19 @@ private:
 
 }  // namespace
 
-bool RunComParamGet(const CommonOptions& common, const ComParamOptions& options, Output* output) {
+ExitCode RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
+                        Output* output) {
     const ParamLink link(common, options);
     std::vector<NamedParam> params;
     for (const std::string& name : options.names)
         params.push_back(link.Get(name));
     Print(params, output);
-    return true;
+    return ExitCode::kOk;
 }
 
 // Shows the values read back from the library.
-bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options, Output* output) {
+ExitCode RunComParamSet(const CommonOptions& common, const ComParamOptions& options,
+                        Output* output) {
     const ParamLink link(common, options);
     for (const auto& [name, text] : options.assignments)
         link.Set(name, text);
@@ -78,10 +80,11 @@ bool RunComParamSet(const CommonOptions& common, const ComParamOptions& options,
     for (const auto& [name, text] : options.assignments)
         params.push_back(link.Get(name));
     Print(params, output);
-    return true;
+    return ExitCode::kOk;
 }
 
-bool RunComParamList(const CommonOptions& common, const ComParamOptions& options, Output* output) {
+ExitCode RunComParamList(const CommonOptions& common, const ComParamOptions& options,
+                         Output* output) {
     const ParamLink link(common, options);
     const Progress progress("reading ComParams");
     std::vector<NamedParam> params;
@@ -92,7 +95,7 @@ bool RunComParamList(const CommonOptions& common, const ComParamOptions& options
     }
     Print(params, output);
     if (params.empty()) ErrorLine("no ComParam whose name contains '" + options.filter + "'");
-    return !params.empty();
+    return SuccessIf(!params.empty());
 }
 
 }  // namespace dpdu

@@ -41,14 +41,14 @@ Findings Examine(const std::string& library) {
 
 }  // namespace
 
-bool RunDoctor(const CommonOptions& common, Output* output) {
+ExitCode RunDoctor(const CommonOptions& common, Output* output) {
     const Findings findings = Examine(common.LibraryPath());
     if (output->AsJson()) {
         output->Document({{"findings", FindingsJson(findings)}});
     } else {
         PrintFindings(findings, output);
     }
-    return CountOf(Verdict::kWrong, findings) == 0;
+    return SuccessIf(CountOf(Verdict::kWrong, findings) == 0);
 }
 
 }  // namespace dpdu

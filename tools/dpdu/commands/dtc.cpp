@@ -13,16 +13,18 @@ struct Result {
     EcuAddress ecu;
     std::optional<TroubleCodeReport> report;
     std::string problem;  // why there is no report; empty: there is one
+    ExitCode code = ExitCode::kOk;
 };
 
 Result ReadReport(const EcuReply& reply) {
-    Result result{reply.ecu, std::nullopt, reply.error};
+    Result result{reply.ecu, std::nullopt, reply.error, Outcome(reply)};
     if (reply.answers.empty()) return result;
     const Bytes& answer = reply.answers.front().data;
     result.report = ParseTroubleCodeReport(answer);
     if (!result.report) {
         const std::string negative = NegativeText(reply);
         result.problem = negative.empty() ? "unexpected answer " + HexText(answer) : negative;
+        if (negative.empty()) result.code = ExitCode::kFailure;
     }
     return result;
 }
@@ -60,7 +62,7 @@ Json ResultJson(const Result& result) {
 void Print(const Result& result, Output* output) {
     const std::string ecu = EcuAddressText(result.ecu);
     if (!result.report) {
-        ErrorLine(ecu + ": " + result.problem);
+        ErrorLine(ecu + ": " + result.problem + NextStep(result.code));
         return;
     }
     const std::size_t count = result.report->codes.size();
@@ -77,15 +79,15 @@ void Print(const Result& result, Output* output) {
 
 }  // namespace
 
-bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output) {
+ExitCode RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output) {
     ModuleSession module(common);
     const Bytes request = TroubleCodeRequest(options.status_mask);
     Json list = Json::array();
-    std::size_t failed = 0;
+    std::vector<ExitCode> outcomes;
     for (const EcuReply& reply :
          AskEach(module.Module(), options.link, options.ecus, request, ResponsesTo(request))) {
         const Result result = ReadReport(reply);
-        if (!result.report) ++failed;
+        outcomes.push_back(result.code);
         if (output->AsJson()) {
             list.push_back(ResultJson(result));
         } else {
@@ -93,8 +95,8 @@ bool RunDtc(const CommonOptions& common, const DtcOptions& options, Output* outp
         }
     }
     if (output->AsJson()) output->Document({{"controlUnits", list}});
-    if (!output->AsJson() && options.ecus.size() == 1) return failed == 0;
-    return ReportFailures(failed, options.ecus.size());
+    if (!output->AsJson() && options.ecus.size() == 1) return outcomes.front();
+    return ReportFailures(outcomes);
 }
 
 }  // namespace dpdu

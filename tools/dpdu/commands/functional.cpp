@@ -73,7 +73,8 @@ Json ResultJson(const FunctionalOptions& options, const std::vector<EcuReply>& r
 
 }  // namespace
 
-bool RunFunctional(const CommonOptions& common, const FunctionalOptions& options, Output* output) {
+ExitCode RunFunctional(const CommonOptions& common, const FunctionalOptions& options,
+                       Output* output) {
     const ModuleSession module(common);
     const std::vector<EcuReply> replies =
         AskTogether(module.Module(), options.link, Addresses(options.units), options.functional_id,
@@ -83,9 +84,10 @@ bool RunFunctional(const CommonOptions& common, const FunctionalOptions& options
     } else {
         Print(options.units, replies, output);
     }
-    const std::size_t failed = CountFailures(replies);
-    if (options.one_is_enough && failed < replies.size()) return true;
-    return ReportFailures(failed, replies.size());
+    const std::vector<ExitCode> outcomes = Outcomes(replies);
+    const auto good = std::count(outcomes.begin(), outcomes.end(), ExitCode::kOk);
+    if (options.one_is_enough && good > 0) return ExitCode::kOk;
+    return ReportFailures(outcomes);
 }
 
 }  // namespace dpdu

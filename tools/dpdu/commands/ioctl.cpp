@@ -52,7 +52,7 @@ void Print(const Plan& plan, UNUM32 id, const PDU_DATA_ITEM* result, Output* out
 
 }  // namespace
 
-bool RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* output) {
+ExitCode RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* output) {
     const Plan plan = MakePlan(options);
     IoInput input(plan.input_type, plan.input_text);
     ModuleSession module(common);
@@ -64,7 +64,7 @@ bool RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Output* 
                                     result.Receive()),
           "PDUIoCtl");
     Print(plan, id, result.Get(), output);
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

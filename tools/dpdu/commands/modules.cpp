@@ -26,7 +26,7 @@ Row ModuleRow(const ModuleInfo& module) {
 
 }  // namespace
 
-bool RunModules(const CommonOptions& common, Output* output) {
+ExitCode RunModules(const CommonOptions& common, Output* output) {
     Session session(common.LoadFunctions(), common.option_string);
     const std::vector<ModuleInfo> modules = WaitForModules(&session, common.module, common.Wait());
 
@@ -41,8 +41,9 @@ bool RunModules(const CommonOptions& common, Output* output) {
             rows.push_back(ModuleRow(module));
         output->Table(rows);
     }
-    if (modules.empty()) ErrorLine("no module found");
-    return !modules.empty();
+    if (!modules.empty()) return ExitCode::kOk;
+    ErrorLine("no module found" + NextStep(ExitCode::kNoModule));
+    return ExitCode::kNoModule;
 }
 
 }  // namespace dpdu

@@ -215,14 +215,14 @@ private:
 
 // An unplugged dongle can come back only after a new construction of the library, so each
 // observation starts with one.
-bool RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output) {
+ExitCode RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output) {
     const PduFunctions functions = common.LoadFunctions();
     Journal journal(options, output);
     for (bool is_first = true; journal.GoesOn(); is_first = false) {
         if (!is_first) journal.Note("monitor", "monitor", "starting the library again");
         Observation(common, options, functions, &journal).Run();
     }
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

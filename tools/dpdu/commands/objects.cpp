@@ -61,13 +61,13 @@ void Print(const std::vector<FoundObject>& objects, Output* output) {
 
 }  // namespace
 
-bool RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output) {
+ExitCode RunObjects(const CommonOptions& common, const ObjectsOptions& options, Output* output) {
     const Session session(common.LoadFunctions(), common.option_string);
     if (options.names.empty()) {
         const std::vector<FoundObject> all = ListObjects(session, options);
         Print(all, output);
         if (all.empty()) ErrorLine("the library knows no such object");
-        return !all.empty();
+        return SuccessIf(!all.empty());
     }
     std::vector<FoundObject> found;
     bool has_all = true;
@@ -77,7 +77,7 @@ bool RunObjects(const CommonOptions& common, const ObjectsOptions& options, Outp
         has_all = false;
     }
     Print(found, output);
-    return has_all;
+    return SuccessIf(has_all);
 }
 
 }  // namespace dpdu

@@ -63,11 +63,11 @@ public:
         }
     }
 
-    bool ReportCount() const {
-        if (options_.count == 0 || IsDone()) return true;
+    ExitCode ReportCount() const {
+        if (options_.count == 0 || IsDone()) return ExitCode::kOk;
         ErrorLine(std::to_string(counts_.Total()) + " of " + std::to_string(options_.count) +
                   " frames received");
-        return false;
+        return ExitCode::kNoAnswer;
     }
 
 private:
@@ -95,7 +95,8 @@ private:
 
 }  // namespace
 
-bool RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output) {
+ExitCode RunRawListen(const CommonOptions& common, const RawListenOptions& options,
+                      Output* output) {
     const ModuleSession module(common);
     RawLink link(module.Module(), options.link);
     Watch watch(module.Module(), options.limit);

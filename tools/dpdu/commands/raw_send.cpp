@@ -40,12 +40,12 @@ void Print(const CanFrame& frame, std::uint64_t sent, Output* output) {
 
 }  // namespace
 
-bool RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output) {
+ExitCode RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output) {
     const ModuleSession module(common);
     const std::uint64_t sent = SendAll(module, options);
     Print(options.frame, sent, output);
     if (sent < options.repeat) ErrorLine("interrupted");
-    return sent >= options.repeat;
+    return sent >= options.repeat ? ExitCode::kOk : ExitCode::kInterrupted;
 }
 
 }  // namespace dpdu

@@ -25,7 +25,9 @@ void PrintOne(const EcuReply& reply, Output* output) {
     for (const Answer& answer : reply.answers)
         output->Line(HexText(answer.data, " "));
     const std::string problem = reply.answers.empty() ? reply.error : NegativeText(reply);
-    if (!problem.empty()) ErrorLine(EcuAddressText(reply.ecu) + ": " + problem);
+    if (!problem.empty()) {
+        ErrorLine(EcuAddressText(reply.ecu) + ": " + problem + NextStep(Outcome(reply)));
+    }
 }
 
 // Several control units: a row each, and a further row for every additional answer.
@@ -45,7 +47,7 @@ void PrintRows(const std::vector<EcuReply>& replies, Output* output) {
 
 }  // namespace
 
-bool RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output) {
+ExitCode RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output) {
     ModuleSession module(common);
     const std::vector<ExpectedResponse> expected =
         options.expected.empty() ? ResponsesTo(options.request) : options.expected;
@@ -55,16 +57,16 @@ bool RunRequest(const CommonOptions& common, const RequestOptions& options, Outp
                           options.request, expected)
             : AskEach(module.Module(), options.link, options.ecus, options.request, expected);
 
-    const std::size_t failed = CountFailures(replies);
+    const std::vector<ExitCode> outcomes = Outcomes(replies);
     if (output->AsJson()) {
         output->Document(RequestJson(options, replies));
     } else if (replies.size() == 1) {
         PrintOne(replies.front(), output);
-        return failed == 0;
+        return outcomes.front();
     } else {
         PrintRows(replies, output);
     }
-    return ReportFailures(failed, replies.size());
+    return ReportFailures(outcomes);
 }
 
 }  // namespace dpdu

@@ -64,7 +64,7 @@ std::string CommonOptions::LibraryPath() const {
                   entry.library_uri + "'; it must begin with file:///");
 }
 
-bool RunLibraries(const CommonOptions& common, Output* output) {
+ExitCode RunLibraries(const CommonOptions& common, Output* output) {
     const std::vector<root::Entry> entries = root::ReadEntries(common.root_file);
     Json list = Json::array();
     std::vector<Row> rows = {{"NAME", "SUPPLIER", "THERE", "LIBRARY"}};
@@ -86,21 +86,21 @@ bool RunLibraries(const CommonOptions& common, Output* output) {
     } else {
         output->Table(rows);
     }
-    return true;
+    return ExitCode::kOk;
 }
 
-bool RunRootList(const CommonOptions& common, const RootOptions&, Output* output) {
+ExitCode RunRootList(const CommonOptions& common, const RootOptions&, Output* output) {
     const std::vector<root::Entry> entries = root::ReadEntries(common.root_file);
     if (output->AsJson()) {
         Json list = Json::array();
         for (const root::Entry& entry : entries)
             list.push_back(DocumentOf(entry));
         output->Document({{"entries", list}});
-        return true;
+        return ExitCode::kOk;
     }
     if (entries.empty()) {
         output->Line("the root file lists no library");
-        return true;
+        return ExitCode::kOk;
     }
     for (const root::Entry& entry : entries) {
         output->Line(entry.short_name);
@@ -110,18 +110,18 @@ bool RunRootList(const CommonOptions& common, const RootOptions&, Output* output
         output->Line("  module description  " + entry.module_description_uri);
         output->Line("  cable description   " + entry.cable_description_uri);
     }
-    return true;
+    return ExitCode::kOk;
 }
 
-bool RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output) {
+ExitCode RunRootAdd(const CommonOptions& common, const RootOptions& options, Output* output) {
     const std::string folder = AbsoluteFolder(options.folder);
     Print(root::AddOwnEntry(common.root_file, folder), "added to", "is already in", output);
-    return true;
+    return ExitCode::kOk;
 }
 
-bool RunRootRemove(const CommonOptions& common, const RootOptions&, Output* output) {
+ExitCode RunRootRemove(const CommonOptions& common, const RootOptions&, Output* output) {
     Print(root::RemoveOwnEntry(common.root_file), "removed from", "is not in", output);
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

@@ -52,7 +52,7 @@ Json DocumentOf(const check::RootReport& report) {
 
 }  // namespace
 
-bool RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output) {
+ExitCode RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output) {
     const check::RootReport report = check::CheckRoot({.file = common.root_file,
                                                        .short_name = options.short_name,
                                                        .wait = common.Wait(),
@@ -63,7 +63,7 @@ bool RunRootCheck(const CommonOptions& common, const RootOptions& options, Outpu
     } else {
         Print(report, output);
     }
-    return CountOf(Verdict::kWrong, report) == 0;
+    return SuccessIf(CountOf(Verdict::kWrong, report) == 0);
 }
 
 }  // namespace dpdu

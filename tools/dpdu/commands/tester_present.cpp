@@ -20,7 +20,8 @@ std::string Receivers(const TesterPresentOptions& options) {
 
 void ThrowOnError(const PDU_EVENT_ITEM& item) {
     if (item.ItemType != PDU_IT_ERROR || !item.pData) return;
-    throw Failure(ErrorEventText(static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId));
+    const T_PDU_ERR_EVT code = static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId;
+    throw Failure(ErrorEventText(code), ErrorEventCode(code));
 }
 
 // Until the time is up or the user ends it.
@@ -39,8 +40,8 @@ void KeepAlive(const ConnectedModule& module, const TesterPresentOptions& option
 
 }  // namespace
 
-bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& options,
-                      Output* output) {
+ExitCode RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& options,
+                          Output* output) {
     const ModuleSession module(common);
     const auto start = Deadline::Clock::now();
     KeepAlive(module.Module(), options);
@@ -51,13 +52,13 @@ bool RunTesterPresent(const CommonOptions& common, const TesterPresentOptions& o
                           {"periodMs", period_ms},
                           {"to", Receivers(options)},
                           {"seconds", lasted.count()}});
-        return true;
+        return ExitCode::kOk;
     }
     char seconds[40];
     std::snprintf(seconds, sizeof seconds, "%.1f s", lasted.count());
     output->Line("tester present " + HexText(options.link.tester_present_message) + " to " +
                  Receivers(options) + " every " + std::to_string(period_ms) + " ms for " + seconds);
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

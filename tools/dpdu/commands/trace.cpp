@@ -130,7 +130,7 @@ void Export(const TraceOptions& options, Output* output) {
 
 }  // namespace
 
-bool RunTraceTimeline(const TraceOptions& options, Output* output) {
+ExitCode RunTraceTimeline(const TraceOptions& options, Output* output) {
     const std::size_t columns = options.columns > 0 ? options.columns : output->Columns();
     trace::Timeline timeline(options.filter, {columns, options.is_waterfall}, output);
     const auto take = [&](const trace::Record& record) { timeline.Take(record); };
@@ -149,14 +149,14 @@ bool RunTraceTimeline(const TraceOptions& options, Output* output) {
         timeline.EndOfFile();
     }
     if (timeline.Shown() == 0) ErrorLine("no request like that in the trace");
-    return timeline.Shown() > 0;
+    return SuccessIf(timeline.Shown() > 0);
 }
 
-bool RunTraceExport(const TraceOptions& options, Output* output) {
+ExitCode RunTraceExport(const TraceOptions& options, Output* output) {
     CheckExport(options);
     if (options.target.empty()) {
         Export(options, output);
-        return true;
+        return ExitCode::kOk;
     }
     TargetFile target(options.target);
     Output into(target.Stream(), false);
@@ -165,10 +165,10 @@ bool RunTraceExport(const TraceOptions& options, Output* output) {
         Export(options, &into);
     }
     target.Keep();
-    return true;
+    return ExitCode::kOk;
 }
 
-bool RunTraceSummary(const TraceOptions& options, Output* output) {
+ExitCode RunTraceSummary(const TraceOptions& options, Output* output) {
     trace::Summary summary(options.slowest);
     for (const std::string& path : options.files) {
         trace::ReadReport report;
@@ -180,7 +180,7 @@ bool RunTraceSummary(const TraceOptions& options, Output* output) {
         ReportLines(path, report);
     }
     summary.Print(output);
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

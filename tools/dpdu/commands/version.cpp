@@ -79,7 +79,7 @@ std::vector<Row> VersionRows(const PDU_VERSION_DATA& data) {
 
 }  // namespace
 
-bool RunVersion(const CommonOptions& common, Output* output) {
+ExitCode RunVersion(const CommonOptions& common, Output* output) {
     ModuleSession module(common);
     PDU_VERSION_DATA data = {};
     Check(module.GetSession()->Functions().GetVersion(module.Module().Handle(), &data),
@@ -89,7 +89,7 @@ bool RunVersion(const CommonOptions& common, Output* output) {
     } else {
         output->Table(VersionRows(data));
     }
-    return true;
+    return ExitCode::kOk;
 }
 
 }  // namespace dpdu

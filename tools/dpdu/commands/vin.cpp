@@ -16,19 +16,24 @@ struct Vin {
     EcuAddress ecu;
     std::string text;     // empty if there is no VIN
     std::string problem;  // also set if the text is not a well-formed VIN
+    ExitCode code = ExitCode::kOk;
 };
 
 Vin ReadVin(const EcuReply& reply) {
-    Vin vin{reply.ecu, "", reply.error};
+    Vin vin{reply.ecu, "", reply.error, Outcome(reply)};
     if (reply.answers.empty()) return vin;
     const Bytes& answer = reply.answers.front().data;
     if (!IsPositiveAnswerTo(kReadVin, answer, kIdentifierBytes)) {
         const std::string negative = NegativeText(reply);
         vin.problem = negative.empty() ? "unexpected answer " + HexText(answer) : negative;
+        if (negative.empty()) vin.code = ExitCode::kFailure;
         return vin;
     }
     vin.text = VinText(Bytes(answer.begin() + 1 + kIdentifierBytes, answer.end()));
-    if (!IsWellFormedVin(vin.text)) vin.problem = "not a well-formed VIN: '" + vin.text + "'";
+    if (!IsWellFormedVin(vin.text)) {
+        vin.problem = "not a well-formed VIN: '" + vin.text + "'";
+        vin.code = ExitCode::kFailure;
+    }
     return vin;
 }
 
@@ -44,7 +49,9 @@ void Print(const std::vector<Vin>& vins, Output* output) {
     if (vins.size() == 1) {
         const Vin& vin = vins.front();
         if (!vin.text.empty()) output->Line(vin.text);
-        if (!vin.problem.empty()) ErrorLine(EcuAddressText(vin.ecu) + ": " + vin.problem);
+        if (!vin.problem.empty()) {
+            ErrorLine(EcuAddressText(vin.ecu) + ": " + vin.problem + NextStep(vin.code));
+        }
         return;
     }
     std::vector<Row> rows;
@@ -57,14 +64,14 @@ void Print(const std::vector<Vin>& vins, Output* output) {
 
 }  // namespace
 
-bool RunVin(const CommonOptions& common, const VinOptions& options, Output* output) {
+ExitCode RunVin(const CommonOptions& common, const VinOptions& options, Output* output) {
     ModuleSession module(common);
     std::vector<Vin> vins;
-    std::size_t failed = 0;
+    std::vector<ExitCode> outcomes;
     for (const EcuReply& reply :
          AskEach(module.Module(), options.link, options.ecus, kReadVin, ResponsesTo(kReadVin))) {
         vins.push_back(ReadVin(reply));
-        if (!vins.back().problem.empty()) ++failed;
+        outcomes.push_back(vins.back().code);
     }
 
     if (output->AsJson()) {
@@ -74,9 +81,9 @@ bool RunVin(const CommonOptions& common, const VinOptions& options, Output* outp
         output->Document({{"controlUnits", list}});
     } else {
         Print(vins, output);
-        if (vins.size() == 1) return failed == 0;
+        if (vins.size() == 1) return outcomes.front();
     }
-    return ReportFailures(failed, vins.size());
+    return ReportFailures(outcomes);
 }
 
 }  // namespace dpdu

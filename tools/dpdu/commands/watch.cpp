@@ -43,7 +43,7 @@ void Watch::NoteSignOfLife() { next_look_ = Deadline::Clock::now() + kSilenceBef
 
 void Watch::LookAtModule() const {
     ListModules(session_);
-    if (IsModuleGone(session_, module_)) throw Failure("the module is gone");
+    if (IsModuleGone(session_, module_)) throw Failure(kModuleGone, ExitCode::kModuleLost);
 }
 
 bool Watch::GoesOn() const { return !WasInterrupted() && !deadline_.IsOver(); }

@@ -1,21 +1,50 @@
-// The two reasons for a command to end early. main turns them into one line and an exit code.
+// How a command can end: the program's exit codes, and the reasons for a command to end early. main
+// turns these into one line and an exit code.
 
 #ifndef TOOLS_DPDU_CONSOLE_FAILURE_H
 #define TOOLS_DPDU_CONSOLE_FAILURE_H
 
 #include <stdexcept>
+#include <string>
 
 namespace dpdu {
 
-// Exit codes, as --help lists them.
-inline constexpr int kExitOk = 0;
-inline constexpr int kExitFailure = 1;
-inline constexpr int kExitUsage = 2;
+// Scripts rely on these numbers. --help, the manual page and kExitCodes list them.
+enum class ExitCode {
+    kOk = 0,
+    kFailure = 1,  // whatever has no code of its own
+    kUsage = 2,
+    kNoLibrary = 3,
+    kNoModule = 4,
+    kModuleLost = 5,
+    kNegativeResponse = 6,
+    kNoAnswer = 7,
+    kUnmetExpectation = 8,
+    kInterrupted = 130,  // as shells report SIGINT
+};
+
+constexpr ExitCode SuccessIf(bool went_well) {
+    return went_well ? ExitCode::kOk : ExitCode::kFailure;
+}
+
+// The one to end with if a command met both: a lost module explains missing answers, these count
+// more than negative ones.
+ExitCode MoreSerious(ExitCode one, ExitCode other);
+
+// What the user can do next, to be appended to the reason ("; run dpdu doctor ..."); it names the
+// library's log if there is one. Empty if the reason itself is all there is to say.
+std::string NextStep(ExitCode code);
 
 // The library, the module or the vehicle failed.
 class Failure : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
+    explicit Failure(const std::string& reason, ExitCode code = ExitCode::kFailure)
+        : std::runtime_error(reason), code_(code) {}
+
+    ExitCode Code() const { return code_; }
+
+private:
+    ExitCode code_;
 };
 
 // The caller asked for something that makes no sense.

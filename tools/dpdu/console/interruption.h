@@ -10,7 +10,7 @@ namespace dpdu {
 
 // Throws Failure when the user has interrupted the program.
 inline void ThrowIfInterrupted() {
-    if (WasInterrupted()) throw Failure("interrupted");
+    if (WasInterrupted()) throw Failure("interrupted", ExitCode::kInterrupted);
 }
 
 }  // namespace dpdu

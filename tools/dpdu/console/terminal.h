@@ -35,6 +35,8 @@ void CatchInterruptions();
 
 bool WasInterrupted();
 
+unsigned long OwnProcessId();
+
 }  // namespace dpdu
 
 #endif  // TOOLS_DPDU_CONSOLE_TERMINAL_H

@@ -58,4 +58,6 @@ void CatchInterruptions() {
 
 bool WasInterrupted() { return interrupted.load(); }
 
+unsigned long OwnProcessId() { return static_cast<unsigned long>(getpid()); }
+
 }  // namespace dpdu

@@ -92,4 +92,6 @@ void CatchInterruptions() { ::SetConsoleCtrlHandler(OnInterruption, TRUE); }
 
 bool WasInterrupted() { return interrupted.load(); }
 
+unsigned long OwnProcessId() { return ::GetCurrentProcessId(); }
+
 }  // namespace dpdu

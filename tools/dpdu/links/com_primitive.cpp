@@ -93,7 +93,9 @@ private:
 
     void NoteError(const PDU_EVENT_ITEM& item) {
         if (item.ItemType != PDU_IT_ERROR || !item.pData) return;
-        result_.error = ErrorEventText(static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId);
+        const T_PDU_ERR_EVT code = static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId;
+        result_.error = ErrorEventText(code);
+        result_.code = ErrorEventCode(code);
     }
 
     Session* session_;
@@ -147,8 +149,9 @@ Exchange Execute(Session* session, const LinkHandles& link, const ComPrimitive& 
     try {
         if (!execution.WaitUntilFinished(limit)) {
             const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
-            throw Failure("the library did not finish the request within " +
-                          std::to_string(seconds) + " s");
+            throw Failure(
+                "the library did not finish the request within " + std::to_string(seconds) + " s",
+                ExitCode::kNoAnswer);
         }
     } catch (const Failure&) {
         execution.Cancel();

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "console/failure.h"
 #include "pdu/link_handles.h"
 #include "pdu/session.h"
 #include "text/hex.h"
@@ -41,7 +42,8 @@ struct Answer {
 
 struct Exchange {
     std::vector<Answer> answers;
-    std::string error;  // the last reported error; empty: none
+    std::string error;                    // the last reported error; empty: none
+    ExitCode code = ExitCode::kNoAnswer;  // what that error or the lack of answers amounts to
 };
 
 // Starts the ComPrimitive and returns its handle. Throws Failure if the library refuses it.

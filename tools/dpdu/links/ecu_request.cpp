@@ -1,6 +1,8 @@
 #include "links/ecu_request.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <optional>
 
 #include "console/failure.h"
@@ -13,21 +15,42 @@ namespace {
 
 constexpr char kNoAnswer[] = "no answer";
 
+void ExplainSilence(const Exchange& exchange, EcuReply* reply) {
+    reply->error = exchange.error.empty() ? kNoAnswer : exchange.error;
+    reply->code = exchange.code;
+}
+
+// A dongle that was pulled out looks like silent control units until the library is asked for it.
+void NoticeLostModule(const ConnectedModule& module, std::vector<EcuReply>* replies) {
+    const auto is_silent = [](const EcuReply& reply) {
+        return reply.answers.empty() && reply.code == ExitCode::kNoAnswer;
+    };
+    if (std::none_of(replies->begin(), replies->end(), is_silent)) return;
+    ListModules(module.GetSession());
+    if (!IsModuleGone(module.GetSession(), module.Handle())) return;
+    for (EcuReply& reply : *replies) {
+        if (!is_silent(reply)) continue;
+        reply.error = kModuleGone;
+        reply.code = ExitCode::kModuleLost;
+    }
+}
+
 EcuReply AskOne(const ConnectedModule& module, const LinkOptions& options, const EcuAddress& ecu,
                 const Bytes& request, const std::vector<ExpectedResponse>& expected) {
     const Progress progress("waiting for control unit " + EcuAddressText(ecu));
-    EcuReply reply{ecu, {}, ""};
+    EcuReply reply;
+    reply.ecu = ecu;
     Link link(module, options, {{ecu}, std::nullopt});
     Exchange exchange = link.Request(request, expected);
     reply.answers = std::move(exchange.answers);
-    if (reply.answers.empty()) reply.error = exchange.error.empty() ? kNoAnswer : exchange.error;
+    if (reply.answers.empty()) ExplainSilence(exchange, &reply);
     return reply;
 }
 
 // An answer that matches no entry of the table.
 EcuReply UnknownSender(const Answer& answer) {
     const EcuAddress nobody{0, 0};
-    return {nobody, {answer}, ""};
+    return {nobody, {answer}, "", ExitCode::kOk};
 }
 
 Json AnswerJson(const Answer& answer) {
@@ -48,7 +71,7 @@ std::vector<ExpectedResponse> ResponsesTo(const Bytes& request) {
     const std::uint8_t service = request.front();
     ExpectedResponse positive{
         false, {0xFF}, {static_cast<std::uint8_t>(service + kPositiveOffset)}};
-    ExpectedResponse negative{true, {0xFF, 0xFF}, {kNegativeResponse, service}};
+    ExpectedResponse negative{true, {0xFF, 0xFF}, {kNegativeResponseService, service}};
     return {std::move(positive), std::move(negative)};
 }
 
@@ -61,9 +84,10 @@ std::vector<EcuReply> AskEach(const ConnectedModule& module, const LinkOptions& 
             replies.push_back(AskOne(module, options, ecu, request, expected));
         } catch (const Failure& failure) {
             ThrowIfInterrupted();
-            replies.push_back({ecu, {}, failure.what()});
+            replies.push_back({ecu, {}, failure.what(), failure.Code()});
         }
     }
+    NoticeLostModule(module, &replies);
     return replies;
 }
 
@@ -78,7 +102,7 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
     std::vector<EcuReply> replies;
     replies.reserve(ecus.size());
     for (const EcuAddress& ecu : ecus)
-        replies.push_back({ecu, {}, ""});
+        replies.push_back({ecu, {}, "", ExitCode::kNoAnswer});
     for (const Answer& answer : exchange.answers) {
         if (answer.unique_id < ecus.size()) {
             replies[answer.unique_id].answers.push_back(answer);
@@ -89,8 +113,9 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
     for (EcuReply& reply : replies) {
         // If others have answered, an error of the whole request says nothing about this unit.
         const bool is_alone = exchange.answers.empty() && !exchange.error.empty();
-        if (reply.answers.empty()) reply.error = is_alone ? exchange.error : kNoAnswer;
+        if (reply.answers.empty()) ExplainSilence(is_alone ? exchange : Exchange{}, &reply);
     }
+    NoticeLostModule(module, &replies);
     return replies;
 }
 
@@ -112,19 +137,31 @@ Json ReplyJson(const EcuReply& reply) {
     return json;
 }
 
-std::size_t CountFailures(const std::vector<EcuReply>& replies) {
-    std::size_t count = 0;
-    for (const EcuReply& reply : replies) {
-        if (reply.answers.empty() || !NegativeText(reply).empty()) ++count;
-    }
-    return count;
+ExitCode Outcome(const EcuReply& reply) {
+    if (reply.answers.empty()) return reply.code;
+    return NegativeText(reply).empty() ? ExitCode::kOk : ExitCode::kNegativeResponse;
 }
 
-bool ReportFailures(std::size_t failed, std::size_t asked) {
-    if (failed == 0) return true;
-    ErrorLine(std::to_string(failed) + " of " + std::to_string(asked) +
-              " control units did not do as asked");
-    return false;
+std::vector<ExitCode> Outcomes(const std::vector<EcuReply>& replies) {
+    std::vector<ExitCode> outcomes;
+    for (const EcuReply& reply : replies)
+        outcomes.push_back(Outcome(reply));
+    return outcomes;
+}
+
+ExitCode MostSerious(const std::vector<ExitCode>& outcomes) {
+    return std::accumulate(outcomes.begin(), outcomes.end(), ExitCode::kOk, MoreSerious);
+}
+
+ExitCode ReportFailures(const std::vector<ExitCode>& outcomes) {
+    const ExitCode worst = MostSerious(outcomes);
+    const auto good = std::count(outcomes.begin(), outcomes.end(), ExitCode::kOk);
+    const auto asked = static_cast<std::ptrdiff_t>(outcomes.size());
+    if (good < asked) {
+        ErrorLine(std::to_string(asked - good) + " of " + std::to_string(asked) +
+                  " control units did not do as asked" + NextStep(worst));
+    }
+    return worst;
 }
 
 }  // namespace dpdu

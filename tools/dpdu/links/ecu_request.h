@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "console/failure.h"
 #include "console/output.h"
 #include "links/link.h"
 
@@ -14,7 +15,8 @@ namespace dpdu {
 struct EcuReply {
     EcuAddress ecu;
     std::vector<Answer> answers;
-    std::string error;  // why there are no answers; empty if there are any
+    std::string error;                    // why there are no answers; empty if there are any
+    ExitCode code = ExitCode::kNoAnswer;  // what that reason amounts to
 };
 
 // The positive and the negative response to a request, identified by their service bytes.
@@ -38,11 +40,15 @@ std::string NegativeText(const EcuReply& reply);
 // Identifiers, answers and error.
 Json ReplyJson(const EcuReply& reply);
 
-// Number of control units without an answer or with a negative one.
-std::size_t CountFailures(const std::vector<EcuReply>& replies);
+// kOk for a positive first answer, else why there is none.
+ExitCode Outcome(const EcuReply& reply);
+std::vector<ExitCode> Outcomes(const std::vector<EcuReply>& replies);
 
-// Prints "1 of 3 control units ..." on standard error if any failed; true if none did.
-bool ReportFailures(std::size_t failed, std::size_t asked);
+// The most serious one; kOk for none.
+ExitCode MostSerious(const std::vector<ExitCode>& outcomes);
+
+// Prints "1 of 3 control units ..." on standard error if any failed; returns the most serious.
+ExitCode ReportFailures(const std::vector<ExitCode>& outcomes);
 
 }  // namespace dpdu
 

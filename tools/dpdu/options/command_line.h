@@ -9,14 +9,15 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "console/failure.h"
 
 namespace dpdu {
 
 struct Invocation {
     CommonOptions common;
-    std::function<bool(Output*)> run;  // null: nothing to run; text or error is set
-    std::string text;                  // help or version for standard output
-    std::string error;                 // one line for standard error
+    std::function<ExitCode(Output*)> run;  // null: nothing to run; text or error is set
+    std::string text;                      // help or version for standard output
+    std::string error;                     // one line for standard error
 };
 
 // The program's help as data, for completion scripts and tests.

@@ -7,10 +7,17 @@ namespace dpdu {
 const char kExitCodes[] = R"(
 
 Exit codes:
-  0  success
-  1  the library, the module or the vehicle reported a failure, or a control unit
-     gave no positive answer
-  2  invalid command line)";
+    0  success
+    1  another failure, or something is wrong (doctor, root check)
+    2  invalid command line or script
+    3  no library, or it cannot be used
+    4  no module
+    5  the module was lost
+    6  negative response
+    7  no answer
+    8  an expectation of a script was not met
+  130  interrupted
+Of several, the most serious counts: a lost module, then another failure, then no answer.)";
 
 CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
 

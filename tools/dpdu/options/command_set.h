@@ -11,10 +11,11 @@
 #include <vector>
 
 #include "commands/commands.h"
+#include "console/failure.h"
 
 namespace dpdu {
 
-using Run = std::function<bool(Output*)>;
+using Run = std::function<ExitCode(Output*)>;
 // Called after parsing; throws UsageError for invalid values.
 using Prepare = std::function<Run(const CommonOptions&)>;
 

@@ -82,7 +82,7 @@ struct ComParamTexts {
     LinkOptions link;
 };
 
-using ComParamCommand = bool (*)(const CommonOptions&, const ComParamOptions&, Output*);
+using ComParamCommand = ExitCode (*)(const CommonOptions&, const ComParamOptions&, Output*);
 
 CLI::App* AddComParamAction(CommandSet* commands, CLI::App* group, const char* name,
                             const char* description, ComParamCommand run_command,

@@ -41,7 +41,7 @@ Examples:
   dpdu root check Tarvik_DPDU_API_x64_0_1_0 --wait 10
   dpdu root check --root ./test_root.xml --json)";
 
-using RootCommand = bool (*)(const CommonOptions&, const RootOptions&, Output*);
+using RootCommand = ExitCode (*)(const CommonOptions&, const RootOptions&, Output*);
 
 // Options of commands that read the root file and load no library.
 void AddRootOptions(CommandSet* commands, CLI::App* command) {

@@ -72,7 +72,7 @@ Examples:
 
 constexpr std::uint32_t kMostSlowest = 10'000;
 
-using TraceCommand = bool (*)(const TraceOptions&, Output*);
+using TraceCommand = ExitCode (*)(const TraceOptions&, Output*);
 
 CLI::App* AddTraceAction(CommandSet* commands, CLI::App* group, const CommandTexts& texts,
                          TraceCommand run_command, const std::shared_ptr<TraceOptions>& options) {

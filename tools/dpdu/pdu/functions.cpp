@@ -66,7 +66,8 @@ PduFunctions LoadPduFunctions(const std::string& path) {
     const std::string used = path.empty() ? DefaultLibraryPath() : path;
     const LoadedLibrary library = LoadSharedLibrary(used);
     if (!library.handle) {
-        throw Failure("cannot load the library '" + used + "': " + library.error + kAdvice);
+        throw Failure("cannot load the library '" + used + "': " + library.error + kAdvice,
+                      ExitCode::kNoLibrary);
     }
 
     PduFunctions functions{};
@@ -76,7 +77,8 @@ PduFunctions LoadPduFunctions(const std::string& path) {
         const std::size_t others = finder.Missing().size() - 1;
         throw Failure(
             "'" + used + "' is not a complete D-PDU library, it lacks " + finder.Missing().front() +
-            (others > 0 ? " and " + std::to_string(others) + " more functions" : "") + kAdvice);
+                (others > 0 ? " and " + std::to_string(others) + " more functions" : "") + kAdvice,
+            ExitCode::kNoLibrary);
     }
     return functions;
 }

@@ -106,7 +106,8 @@ ModuleInfo ChooseModule(Session* session, const std::string& wanted,
         throw Failure(wanted.empty() ? "no module found; is the dongle connected and its transport "
                                        "switched on in the library's configuration?"
                                      : "no module found that matches '" + wanted +
-                                           "'; 'dpdu modules' lists what there is");
+                                           "'; 'dpdu modules' lists what there is",
+                      ExitCode::kNoModule);
     }
     if (modules.size() == 1) return modules.front();
 
@@ -116,8 +117,9 @@ ModuleInfo ChooseModule(Session* session, const std::string& wanted,
                  (module.serial_number.empty() ? module.vendor_name
                                                : module.serial_number + " " + module.connection);
     }
-    throw Failure(std::to_string(modules.size()) +
-                  " modules found, choose one with --module TEXT: " + names);
+    throw Failure(
+        std::to_string(modules.size()) + " modules found, choose one with --module TEXT: " + names,
+        ExitCode::kUsage);
 }
 
 ConnectedModule::ConnectedModule(Session* session, UNUM32 handle)

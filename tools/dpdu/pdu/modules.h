@@ -29,6 +29,8 @@ std::string VendorValue(const std::string& series, const std::string& key);
 // All modules that the library currently knows.
 std::vector<ModuleInfo> ListModules(Session* session);
 
+inline constexpr char kModuleGone[] = "the module is gone";
+
 // True if the library reports that a listed module is no longer available. Some libraries notice
 // that only while they look for modules, so call ListModules before.
 bool IsModuleGone(Session* session, UNUM32 handle);

@@ -1,9 +1,6 @@
 #include "pdu/status_text.h"
 
 #include <cstdio>
-
-#include "console/failure.h"
-
 namespace dpdu {
 namespace {
 
@@ -100,6 +97,11 @@ std::string Hex(UNUM32 value) {
     return text;
 }
 
+// What libraries report for a connected module that has gone.
+bool IsLoss(T_PDU_ERROR status) {
+    return status == PDU_ERR_COMM_PC_TO_VCI_FAILED || status == PDU_ERR_MODULE_NOT_CONNECTED;
+}
+
 template <std::size_t kCount>
 const char* FindName(const Name (&names)[kCount], UNUM32 value) {
     for (const Name& name : names) {
@@ -120,6 +122,18 @@ std::string ErrorEventText(T_PDU_ERR_EVT code) {
     return name ? name : "error event " + Hex(code);
 }
 
+ExitCode ErrorEventCode(T_PDU_ERR_EVT code) {
+    switch (code) {
+        case PDU_ERR_EVT_LOST_COMM_TO_VCI:
+            return ExitCode::kModuleLost;
+        case PDU_ERR_EVT_TX_ERROR:
+        case PDU_ERR_EVT_RX_TIMEOUT:
+            return ExitCode::kNoAnswer;
+        default:
+            return ExitCode::kFailure;
+    }
+}
+
 std::string StateText(T_PDU_STATUS state) {
     const char* name = FindName(kStateNames, state);
     return name ? name : "state " + Hex(state);
@@ -127,7 +141,8 @@ std::string StateText(T_PDU_STATUS state) {
 
 void Check(T_PDU_ERROR status, const char* function) {
     if (status == PDU_STATUS_NOERROR) return;
-    throw Failure(std::string(function) + " failed with " + StatusText(status));
+    throw Failure(std::string(function) + " failed with " + StatusText(status),
+                  IsLoss(status) ? ExitCode::kModuleLost : ExitCode::kFailure);
 }
 
 }  // namespace dpdu

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "console/failure.h"
 #include "dpdu_types.h"
 
 namespace dpdu {
@@ -14,6 +15,9 @@ std::string StatusText(T_PDU_ERROR status);
 
 // Meaning and name of an error item's code.
 std::string ErrorEventText(T_PDU_ERR_EVT code);
+
+// The exit code of a request that ended with this error.
+ExitCode ErrorEventCode(T_PDU_ERR_EVT code);
 
 // Name of a ComPrimitive, link or module state.
 std::string StateText(T_PDU_STATUS state);

@@ -13,7 +13,8 @@ constexpr SNUM32 kEndless = -1;
 constexpr std::chrono::milliseconds kSendLimit{10'000};
 
 void ThrowError(const PDU_EVENT_ITEM& item) {
-    throw Failure(ErrorEventText(static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId));
+    const T_PDU_ERR_EVT code = static_cast<const PDU_ERROR_DATA*>(item.pData)->ErrorCodeId;
+    throw Failure(ErrorEventText(code), ErrorEventCode(code));
 }
 
 }  // namespace
@@ -47,7 +48,7 @@ void RawLink::FinishSending() {
     last.type = PDU_COPT_UPDATEPARAM;
     last.ends_on_interruption = false;
     const Exchange exchange = Execute(session_, bare_.Handles(), last, kSendLimit);
-    if (!exchange.error.empty()) throw Failure(exchange.error);
+    if (!exchange.error.empty()) throw Failure(exchange.error, exchange.code);
 }
 
 void RawLink::StartListening() {

@@ -23,7 +23,7 @@ int Run(const std::vector<std::string>& words) {
     const std::size_t fixed = is_add ? 2 : 1;
     if ((!is_add && !is_remove) || words.size() < fixed || words.size() > fixed + 1) {
         std::fputs(kUsage, stderr);
-        return kExitUsage;
+        return static_cast<int>(ExitCode::kUsage);
     }
     const std::string file = words.size() > fixed ? words[fixed] : "";
     if (is_add) {
@@ -31,7 +31,7 @@ int Run(const std::vector<std::string>& words) {
     } else {
         root::RemoveOwnEntry(file);
     }
-    return kExitOk;
+    return static_cast<int>(ExitCode::kOk);
 }
 
 }  // namespace
@@ -41,6 +41,6 @@ int main(int count, char** arguments) {
         return Run({arguments + 1, arguments + count});
     } catch (const std::exception& error) {
         std::fprintf(stderr, "dpdu-root: %s\n", error.what());
-        return kExitFailure;
+        return static_cast<int>(ExitCode::kFailure);
     }
 }

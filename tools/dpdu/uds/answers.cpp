@@ -82,7 +82,7 @@ const char* NegativeResponseName(std::uint8_t code) {
 }
 
 std::optional<NegativeResponse> ParseNegativeResponse(const Bytes& answer) {
-    if (answer.size() < 3 || answer[0] != kNegativeResponse) return std::nullopt;
+    if (answer.size() < 3 || answer[0] != kNegativeResponseService) return std::nullopt;
     return NegativeResponse{answer[1], answer[2]};
 }
 

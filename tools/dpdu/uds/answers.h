@@ -11,8 +11,9 @@
 
 namespace dpdu {
 
-inline constexpr std::uint8_t kNegativeResponse = 0x7F;  // service byte of every negative response
-inline constexpr std::uint8_t kPositiveOffset = 0x40;    // from a request's service to its answer's
+inline constexpr std::uint8_t kNegativeResponseService =
+    0x7F;                                              // service byte of every negative response
+inline constexpr std::uint8_t kPositiveOffset = 0x40;  // from a request's service to its answer's
 
 // The name of a negative response code, such as "requestOutOfRange", or "unknown code".
 const char* NegativeResponseName(std::uint8_t code);

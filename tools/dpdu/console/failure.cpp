@@ -1,0 +1,61 @@
+#include "console/failure.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+
+#include "console/terminal.h"
+#include "text/names.h"
+
+namespace dpdu {
+namespace {
+
+// From harmless to serious.
+constexpr ExitCode kBySeriousness[] = {
+    ExitCode::kOk,          ExitCode::kNegativeResponse, ExitCode::kUnmetExpectation,
+    ExitCode::kNoAnswer,    ExitCode::kFailure,          ExitCode::kUsage,
+    ExitCode::kNoModule,    ExitCode::kModuleLost,       ExitCode::kNoLibrary,
+    ExitCode::kInterrupted,
+};
+
+const ExitCode* PlaceOf(ExitCode code) {
+    return std::find(std::begin(kBySeriousness), std::end(kBySeriousness), code);
+}
+
+// "; the library's log is PATH" if this process's library writes one.
+std::string LogHint() {
+    std::error_code error;
+    const std::filesystem::path log = std::filesystem::temp_directory_path(error) /
+                                      ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
+    if (error || !std::filesystem::exists(log, error)) return "";
+    return "; the library's log is " + TextOf(log);
+}
+
+}  // namespace
+
+ExitCode MoreSerious(ExitCode one, ExitCode other) {
+    return PlaceOf(one) < PlaceOf(other) ? other : one;
+}
+
+std::string NextStep(ExitCode code) {
+    switch (code) {
+        case ExitCode::kFailure:
+            return LogHint();
+        case ExitCode::kNoModule:
+            return "; dpdu doctor finds out why" + LogHint();
+        case ExitCode::kModuleLost:
+            return "; check its plug or connection and try again, dpdu doctor helps" + LogHint();
+        case ExitCode::kNoAnswer:
+            return "; check ignition and address, dpdu scan lists control units" + LogHint();
+        case ExitCode::kOk:
+        case ExitCode::kUsage:             // its lines name --help
+        case ExitCode::kNoLibrary:         // its lines name the options
+        case ExitCode::kNegativeResponse:  // the code says why
+        case ExitCode::kUnmetExpectation:
+        case ExitCode::kInterrupted:
+            return "";
+    }
+    return "";
+}
+
+}  // namespace dpdu
