@@ -97,7 +97,7 @@ std::string ReadWholeFile(const std::string& path) {
 }
 
 ClientResult RunClient(const ClientSetup& setup) {
-    const std::string output = TemporaryPath("out");
+    const std::string output = setup.has_reader ? TemporaryPath("out") : "";
     const std::string error = TemporaryPath("err");
     const std::string report = UniquePath("report");  // the fake library knows no other names
     const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
@@ -118,13 +118,14 @@ ClientResult RunClient(const ClientSetup& setup) {
         EXPECT_TRUE(InterruptProcess(process));
     }
     result.exit_code = WaitForProcess(process);
-    result.output = ReadWholeFile(output);
+    if (setup.has_reader) result.output = ReadWholeFile(output);
     TakeError(ReadWholeFile(error), &result);
     result.report = Lines(ReadWholeFile(report));
     EXPECT_TRUE(!setup.is_released || result.report.empty() || ReleasedEverything(result.report))
         << Joined(setup.arguments) << ReadWholeFile(report);
-    for (const std::string& path : {output, error, report})
-        RemoveFile(path);
+    for (const std::string& path : {output, error, report}) {
+        if (!path.empty()) RemoveFile(path);
+    }
     return result;
 }
 

@@ -22,6 +22,7 @@ struct ClientSetup {
     std::string library;         // empty: the fake library, given by DPDU_LIBRARY
     bool has_library = true;     // false: DPDU_LIBRARY is not set at all
     bool is_released = true;     // false: the fake library ends before it is destructed
+    bool has_reader = true;      // false: nobody reads standard output
     std::string interrupt_when;  // interrupt the program when the report has this line
 };
 
@@ -46,6 +47,7 @@ inline constexpr int kNegativeResponse = 6;
 inline constexpr int kNoAnswer = 7;
 inline constexpr int kUnmetExpectation = 8;
 inline constexpr int kInterrupted = 130;
+inline constexpr int kReaderGone = 141;
 
 // The command succeeded with this on standard output and nothing on standard error.
 void ExpectOutput(const ClientResult& result, const std::string& output);

@@ -457,6 +457,30 @@ TEST(DpduFailure, MissingModuleAndMissingAnswerSayWhatToDoNext) {
               "connection and try again, dpdu doctor helps\n");
 }
 
+ClientResult RunWithoutReader(const std::vector<std::string>& arguments) {
+    ClientSetup setup;
+    setup.arguments = arguments;
+    setup.has_reader = false;
+    return RunClient(setup);
+}
+
+TEST(DpduFailure, OutputThatNobodyReadsEndsTheProgramWithoutALine) {
+    const std::vector<std::vector<std::string>> commands = {
+        {"objects"}, {"vin", "--json"}, {"monitor"}, {"raw", "listen"}};
+    for (const std::vector<std::string>& command : commands) {
+        SCOPED_TRACE(command.front());
+        const ClientResult result = RunWithoutReader(command);
+        EXPECT_EQ(result.exit_code, kReaderGone);
+        EXPECT_EQ(result.error, "");
+    }
+}
+
+TEST(DpduFailure, DocumentThatNobodyReadsLeavesTheLineOfTheFailure) {
+    const ClientResult result = RunWithoutReader({"ioctl", "9999", "--json"});
+    EXPECT_EQ(result.exit_code, kReaderGone);
+    EXPECT_TRUE(IsOneErrorLine(result.error)) << result.error;
+}
+
 TEST(DpduFailure, LostModuleCountsMoreThanNegativeAndMissingAnswers) {
     const std::vector<std::string> units = {"request", "22F190", "--ecu", "7E2:7EA"};
     EXPECT_EQ(RunClient(units).exit_code, kNegativeResponse);

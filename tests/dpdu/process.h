@@ -13,7 +13,7 @@ struct ProcessSetup {
     std::vector<std::string> arguments;
     std::vector<std::pair<std::string, std::string>>
         environment;          // added; an empty value removes the variable
-    std::string output_path;  // for standard output
+    std::string output_path;  // for standard output; empty: a pipe that nobody reads
     std::string error_path;   // for standard error
 };
 

@@ -15,6 +15,13 @@ void Redirect(const std::string& path, int descriptor) {
     close(file);
 }
 
+void RedirectToPipeWithoutReader(int descriptor) {
+    int ends[2];
+    if (pipe(ends) != 0 || dup2(ends[1], descriptor) < 0) _exit(127);
+    close(ends[0]);
+    close(ends[1]);
+}
+
 }  // namespace
 
 ProcessHandle StartProcess(const ProcessSetup& setup) {
@@ -33,7 +40,11 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
             setenv(name.c_str(), value.c_str(), 1);
         }
     }
-    Redirect(setup.output_path, STDOUT_FILENO);
+    if (setup.output_path.empty()) {
+        RedirectToPipeWithoutReader(STDOUT_FILENO);
+    } else {
+        Redirect(setup.output_path, STDOUT_FILENO);
+    }
     Redirect(setup.error_path, STDERR_FILENO);
     execv(setup.program.c_str(), arguments.data());
     _exit(127);

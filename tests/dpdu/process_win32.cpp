@@ -25,6 +25,15 @@ HANDLE OpenForChild(const std::string& path) {
                          &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
+HANDLE OpenPipeWithoutReader() {
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    HANDLE reader = nullptr;
+    HANDLE writer = nullptr;
+    if (!::CreatePipe(&reader, &writer, &inherited, 0)) return INVALID_HANDLE_VALUE;
+    ::CloseHandle(reader);
+    return writer;
+}
+
 // The child inherits this process's environment, so it is changed during the start.
 void SetAll(const ProcessSetup& setup, bool set) {
     for (const auto& [name, value] : setup.environment) {
@@ -58,7 +67,8 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = OpenForChild(setup.output_path);
+    startup.hStdOutput =
+        setup.output_path.empty() ? OpenPipeWithoutReader() : OpenForChild(setup.output_path);
     startup.hStdError = OpenForChild(setup.error_path);
     PROCESS_INFORMATION information = {};
 

@@ -2,6 +2,7 @@
 
 #include "program.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
@@ -24,7 +25,7 @@ ExitCode ReportFailure(const Failure& failure, Output* output) {
     return failure.Code();
 }
 
-ExitCode RunCommand(const Invocation& invocation, Output* output) {
+ExitCode RunReporting(const Invocation& invocation, Output* output) {
     try {
         const ExitCode code = invocation.run(output);
         output->Flush();
@@ -37,6 +38,14 @@ ExitCode RunCommand(const Invocation& invocation, Output* output) {
     }
 }
 
+ExitCode RunCommand(const Invocation& invocation, Output* output) {
+    try {
+        return RunReporting(invocation, output);
+    } catch (const ReaderGone&) {
+        return ExitCode::kReaderGone;
+    }
+}
+
 ExitCode Main(int count, const char* const* arguments) {
     const Invocation invocation = ParseCommandLine(count, arguments);
     if (!invocation.error.empty()) {
@@ -45,7 +54,8 @@ ExitCode Main(int count, const char* const* arguments) {
     }
     if (!invocation.run) {
         const bool printed = std::fputs(invocation.text.c_str(), stdout) >= 0;
-        return printed && std::fflush(stdout) == 0 ? ExitCode::kOk : ExitCode::kFailure;
+        if (printed && std::fflush(stdout) == 0) return ExitCode::kOk;
+        return MeansReaderGone(errno) ? ExitCode::kReaderGone : ExitCode::kFailure;
     }
 
     CatchInterruptions();
@@ -57,7 +67,8 @@ ExitCode Main(int count, const char* const* arguments) {
     }
     Output output(answers, invocation.common.as_json, ShowsEscapes(answers));
     const ExitCode exit_code = RunCommand(invocation, &output);
-    return std::fclose(answers) == 0 ? exit_code : ExitCode::kFailure;
+    const bool closed = std::fclose(answers) == 0;
+    return closed || exit_code == ExitCode::kReaderGone ? exit_code : ExitCode::kFailure;
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ constexpr ExitCode kBySeriousness[] = {
     ExitCode::kOk,          ExitCode::kNegativeResponse, ExitCode::kUnmetExpectation,
     ExitCode::kNoAnswer,    ExitCode::kFailure,          ExitCode::kUsage,
     ExitCode::kNoModule,    ExitCode::kModuleLost,       ExitCode::kNoLibrary,
-    ExitCode::kInterrupted,
+    ExitCode::kInterrupted, ExitCode::kReaderGone,
 };
 
 const ExitCode* PlaceOf(ExitCode code) {
@@ -53,6 +53,7 @@ std::string NextStep(ExitCode code) {
         case ExitCode::kNegativeResponse:  // the code says why
         case ExitCode::kUnmetExpectation:
         case ExitCode::kInterrupted:
+        case ExitCode::kReaderGone:
             return "";
     }
     return "";

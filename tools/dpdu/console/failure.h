@@ -4,6 +4,7 @@
 #ifndef TOOLS_DPDU_CONSOLE_FAILURE_H
 #define TOOLS_DPDU_CONSOLE_FAILURE_H
 
+#include <exception>
 #include <stdexcept>
 #include <string>
 
@@ -21,6 +22,7 @@ enum class ExitCode {
     kNoAnswer = 7,
     kUnmetExpectation = 8,
     kInterrupted = 130,  // as shells report SIGINT
+    kReaderGone = 141,   // as shells report SIGPIPE
 };
 
 constexpr ExitCode SuccessIf(bool went_well) {
@@ -45,6 +47,12 @@ public:
 
 private:
     ExitCode code_;
+};
+
+// Whoever read the output has enough ("dpdu objects | head -1"): the program ends without a line.
+class ReaderGone : public std::exception {
+public:
+    const char* what() const noexcept override { return "nobody reads the output"; }
 };
 
 // The caller asked for something that makes no sense.

@@ -1,6 +1,7 @@
 #include "console/output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <nlohmann/json.hpp>
 
 #include "console/failure.h"
@@ -14,9 +15,18 @@ std::size_t Output::Columns() const {
     return static_cast<std::size_t>(columns > 0 ? columns : kWithoutTerminal);
 }
 
-void Output::Line(const std::string& text) { WriteText(stream_, text + "\n"); }
+void Output::Line(const std::string& text) { Text(text + "\n"); }
 
-void Output::Text(const std::string& text) { WriteText(stream_, text); }
+void Output::Text(const std::string& text) {
+    WriteText(stream_, text);
+    if (std::ferror(stream_)) NoteError();
+}
+
+// A later write may fail in another way, or succeed.
+void Output::NoteError() {
+    if (error_ == 0) error_ = errno;
+    if (MeansReaderGone(error_)) throw ReaderGone();
+}
 
 void Output::Table(const std::vector<Row>& rows) {
     for (const std::string& line : TableLines(rows))
@@ -43,6 +53,7 @@ void Output::JsonLine(const Json& document) {
 
 void Output::Flush() {
     if (std::fflush(stream_) != 0 || std::ferror(stream_)) {
+        NoteError();
         throw Failure("the answer could not be written to standard output");
     }
 }

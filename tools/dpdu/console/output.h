@@ -24,6 +24,7 @@ public:
     std::size_t Columns() const;
     bool IsLive() const { return is_live_; }
 
+    // This and what follows throws ReaderGone if the stream is a pipe that nobody reads any more.
     void Line(const std::string& text);
     // Like Line, without a line end.
     void Text(const std::string& text);
@@ -35,13 +36,16 @@ public:
     // One document on one line, for commands that report continuously.
     void JsonLine(const Json& document);
 
-    // Writes out everything buffered. Throws Failure if that fails.
+    // Writes out everything buffered. Throws Failure if that or an earlier write fails.
     void Flush();
 
 private:
+    void NoteError();
+
     std::FILE* stream_;
     bool as_json_;
     bool is_live_;
+    int error_ = 0;               // errno of the first failed write
     std::size_t live_lines_ = 0;  // of the current live table
 };
 

@@ -20,6 +20,9 @@ std::FILE* TakeStandardOutput(LibraryLines lines);
 // pipes get it as it is.
 void WriteText(std::FILE* stream, const std::string& text);
 
+// True for the errno of a failed write if it may mean that nobody reads the pipe any more.
+bool MeansReaderGone(int error);
+
 bool StandardErrorIsTerminal();
 
 // Width of the terminal in columns; 0 if the stream is not a terminal.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 namespace dpdu {
 namespace {
@@ -34,6 +35,8 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
 void WriteText(std::FILE* stream, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }
+
+bool MeansReaderGone(int error) { return error == EPIPE; }
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string_view>
 
 #include "text/wide_win32.h"
@@ -71,6 +72,9 @@ void WriteText(std::FILE* stream, const std::string& text) {
         rest.remove_prefix(written);
     }
 }
+
+// The C runtime has no number of its own for ERROR_NO_DATA and makes EINVAL of it.
+bool MeansReaderGone(int error) { return error == EPIPE || error == EINVAL; }
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
 

@@ -17,6 +17,7 @@ Exit codes:
     7  no answer
     8  an expectation of a script was not met
   130  interrupted
+  141  nobody read the output to its end
 Of several, the most serious counts: a lost module, then another failure, then no answer.)";
 
 CommandSet::CommandSet(CLI::App* root) : root_(root) { AddCommonOptions(root_, &common_); }
