@@ -30,18 +30,24 @@ std::string Exported(const std::string& format, const std::string& text) {
     return result.output;
 }
 
-constexpr char kAscHeader[] =
-    "date Thu Jan 1 12:00:00.000 am 1970\n"
-    "base hex  timestamps absolute\n"
-    "internal events logged\n"
-    "// made from a D-PDU trace: its date is not known, times count from its first line\n"
-    "// ISO-TP frames are reconstructed from whole requests and answers: each has the time\n"
-    "// of its message, without flow control and filling bytes\n"
-    "Begin Triggerblock Thu Jan 1 12:00:00.000 am 1970\n"
-    "   0.000000 Start of measurement\n";
+std::string AscHeader(const std::string& date, const std::string& kind = "is UTC") {
+    return "date " + date +
+           "\n"
+           "base hex  timestamps absolute\n"
+           "internal events logged\n"
+           "// made from a D-PDU trace: its date " +
+           kind +
+           ", times count from its first line\n"
+           "// ISO-TP frames are reconstructed from whole requests and answers: each has the time\n"
+           "// of its message, without flow control and filling bytes\n"
+           "Begin Triggerblock " +
+           date +
+           "\n"
+           "   0.000000 Start of measurement\n";
+}
 
 TEST(TraceExport, CandumpShowsRequestAndAnswersAsFrames) {
-    ExpectOutput(Export({"candump", TracePath("functional")}),
+    ExpectOutput(Export({"candump", CounterTrace("functional")}),
                  "(0000015413.355492) can0 7DF#0322F187\n"
                  "(0000015413.355778) can0 7E8#101062F18754562D\n"
                  "(0000015413.355778) can0 7E8#21454E472D303831\n"
@@ -55,9 +61,9 @@ TEST(TraceExport, CandumpShowsRequestAndAnswersAsFrames) {
 }
 
 TEST(TraceExport, AscShowsTimesFromTheFirstLineAndMarksReconstructedFrames) {
-    const ClientResult result = Export({"asc", TracePath("functional")});
+    const ClientResult result = Export({"asc", CounterTrace("functional")});
     EXPECT_EQ(result.exit_code, 0);
-    EXPECT_EQ(result.output, std::string(kAscHeader) +
+    EXPECT_EQ(result.output, AscHeader("Thu Jan 1 04:16:53.153 am 1970") +
                                  R"(   0.201855 1  7DF             Tx   d 4 03 22 F1 87
 // reconstructed: answer to request 2, 16 bytes
    0.202141 1  7E8             Rx   d 8 10 10 62 F1 87 54 56 2D
@@ -75,13 +81,36 @@ End TriggerBlock
 )");
 }
 
+TEST(TraceExport, TimesOfDayAreThoseOfTheFilesLastChange) {
+    const std::string text = SentLine(1, 1'000'000, 1) + StartLine(2, 1'000'500, 1, "3e00") +
+                             StateLine(3, 3'500'000, 1, kExecuting) + SentLine(4, 3'600'000, 1) +
+                             FreeLine(5, 4'000'000, 1);
+    // Mon Nov 23 2026, 21:00:00.25 UTC
+    const TemporaryTrace trace(text, 1'795'467'600'250'000);
+    EXPECT_EQ(Export({"candump", trace.Path()}).output, "(1795467599.850000) can0 7E0#023E00\n");
+    EXPECT_TRUE(Export({"asc", trace.Path()})
+                    .output.starts_with(AscHeader("Mon Nov 23 08:59:57.250 pm 2026") +
+                                        "   2.600000 1  7E0"));
+    const Json events = Json::parse(Export({"chrome", trace.Path()}).output)["traceEvents"];
+    EXPECT_EQ(events[2]["ts"], 1'795'467'597'250'500);
+}
+
+TEST(TraceExport, MiddayAndMidnightAreTwelveOClock) {
+    const std::string text = StartLine(1, 1'000'000, 1, "3e00") + SentLine(2, 1'000'000, 1);
+    for (const auto& [hour, name] : {std::pair(0, "12:00:00.000 am"), {12, "12:00:00.000 pm"}}) {
+        const TemporaryTrace trace(text, 1'795'392'000'000'000 + hour * 3'600'000'000ULL);
+        EXPECT_TRUE(Contains(Export({"asc", trace.Path()}).output,
+                             std::string("date Mon Nov 23 ") + name + " 2026\n"));
+    }
+}
+
 TEST(TraceExport, SilentControlUnitHasNoFrame) {
-    EXPECT_EQ(Export({"candump", TracePath("silent")}).output,
+    EXPECT_EQ(Export({"candump", CounterTrace("silent")}).output,
               "(0000015413.984264) can0 7E5#0322F190\n");
 }
 
 TEST(TraceExport, LongRequestIsShownAsFarAsRecordedAndTheRestIsReported) {
-    const ClientResult result = Export({"asc", TracePath("long_request")});
+    const ClientResult result = Export({"asc", CounterTrace("long_request")});
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.error,
               "dpdu: payloads of which the trace holds only a part, so that their last frames are "
@@ -94,11 +123,11 @@ TEST(TraceExport, LongRequestIsShownAsFarAsRecordedAndTheRestIsReported) {
 }
 
 TEST(TraceExport, FramesOfRealRawLinksAreShownInBothDirections) {
-    EXPECT_EQ(Export({"candump", TracePath("raw_send")}).output,
+    EXPECT_EQ(Export({"candump", CounterTrace("raw_send")}).output,
               "(0000018584.756653) can0 123#DEADBEEF\n"
               "(0000018584.776841) can0 123#DEADBEEF\n"
               "(0000018584.800442) can0 123#DEADBEEF\n");
-    EXPECT_EQ(Export({"candump", TracePath("raw_listen")}).output,
+    EXPECT_EQ(Export({"candump", CounterTrace("raw_listen")}).output,
               "(0000018585.252280) can0 0C0#0C80000000000000\n"
               "(0000018585.252290) can0 1A0#00640000\n"
               "(0000018585.252295) can0 18FEF718#FFFFFFFF1401FFFF\n"
@@ -147,7 +176,7 @@ TEST(TraceExport, RawFramesAreShownExactlyAsRecorded) {
               "(0000000001.800001) can0 18DA10F1#023E00\n");
     EXPECT_EQ(result.error, "dpdu: raw frames of more than eight bytes, which are left out: 1\n");
     EXPECT_EQ(Exported("asc", RawTrace()),
-              std::string(kAscHeader) +
+              AscHeader("Thu Jan 1 12:00:01.000 am 1970") +
                   "   0.500250 1  123             Tx   d 4 DE AD BE EF\n"
                   "   0.600000 1  456             Rx   d 1 01\n"
                   "   0.700000 1  18DAF110x       Rx   d 0\n"
@@ -203,15 +232,15 @@ TEST(TraceExport, ChromeShowsTelemetryAsCountersAndRawFramesAsInstants) {
 {"name":"q.cr","cat":"telemetry","ph":"C","pid":1,"ts":500,"args":{"value":5}}
 ]}
 )");
-    const ClientResult raw = Export({"chrome", TracePath("raw_send")});
+    const ClientResult raw = Export({"chrome", CounterTrace("raw_send")});
     EXPECT_TRUE(Contains(raw.output, R"({"name":"123 sent","cat":"raw","ph":"i","pid":1,"tid":0,)"
                                      R"("ts":18584756653,"s":"t","args":{"data":"DE AD BE EF"}})"))
         << raw.output;
 }
 
 TEST(TraceExport, ChromeAcceptsSeveralTracesAndSeparatesTheirProcesses) {
-    const ClientResult result =
-        Export({"chrome", TracePath("silent"), TracePath("functional"), TracePath("three_units")});
+    const ClientResult result = Export({"chrome", CounterTrace("silent"),
+                                        CounterTrace("functional"), CounterTrace("three_units")});
     const Json events = Json::parse(result.output)["traceEvents"];
     std::vector<std::string> processes;
     for (const Json& event : events) {
@@ -220,14 +249,14 @@ TEST(TraceExport, ChromeAcceptsSeveralTracesAndSeparatesTheirProcesses) {
     EXPECT_EQ(processes,
               (std::vector<std::string>{"process 8166, module 0", "process 8123, module 0",
                                         "process 8106, module 0"}));
-    EXPECT_EQ(Export({"asc", TracePath("silent"), TracePath("functional")}).exit_code, 2);
+    EXPECT_EQ(Export({"asc", CounterTrace("silent"), CounterTrace("functional")}).exit_code, 2);
 }
 
 TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {
     const std::string target = TemporaryPath("export.log");
-    const ClientResult result = Export({"candump", TracePath("functional"), "-o", target});
+    const ClientResult result = Export({"candump", CounterTrace("functional"), "-o", target});
     ExpectOutput(result, "");
-    EXPECT_EQ(ReadWholeFile(target), Export({"candump", TracePath("functional")}).output);
+    EXPECT_EQ(ReadWholeFile(target), Export({"candump", CounterTrace("functional")}).output);
     RemoveFile(target);
 }
 
@@ -248,8 +277,8 @@ TEST(TraceExport, FailedExportLeavesAnOlderFileAsItWas) {
 
 TEST(TraceExport, CompleteExportReplacesAnOlderFile) {
     const TemporaryTrace older("notes\n");
-    ExpectOutput(Export({"candump", TracePath("functional"), "-o", older.Path()}), "");
-    EXPECT_EQ(ReadWholeFile(older.Path()), Export({"candump", TracePath("functional")}).output);
+    ExpectOutput(Export({"candump", CounterTrace("functional"), "-o", older.Path()}), "");
+    EXPECT_EQ(ReadWholeFile(older.Path()), Export({"candump", CounterTrace("functional")}).output);
 }
 
 TEST(TraceExport, TraceIsNotOverwrittenByItsOwnExport) {
@@ -261,14 +290,14 @@ TEST(TraceExport, TraceIsNotOverwrittenByItsOwnExport) {
 
 TEST(TraceExport, MissingFolderGivesOneErrorLine) {
     const ClientResult result =
-        Export({"asc", TracePath("silent"), "-o", "/nowhere/to_be_found/export.asc"});
+        Export({"asc", CounterTrace("silent"), "-o", "/nowhere/to_be_found/export.asc"});
     EXPECT_EQ(result.exit_code, 1);
     EXPECT_TRUE(result.error.starts_with("dpdu: cannot write '/nowhere/to_be_found/export.asc': "))
         << result.error;
 }
 
 TEST(TraceExport, UnknownFormatIsRefused) {
-    const ClientResult result = Export({"pcap", TracePath("silent")});
+    const ClientResult result = Export({"pcap", CounterTrace("silent")});
     EXPECT_EQ(result.exit_code, 2);
     EXPECT_TRUE(result.error.ends_with("see dpdu trace export --help\n")) << result.error;
 }

@@ -1,6 +1,9 @@
 #include "trace_files.h"
 
+#include <chrono>
+#include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "client_run.h"
 #include "path_text.h"
@@ -54,8 +57,30 @@ std::string FreeLine(int seq, int ts_us, int cop) {
     return CopLine(seq, ts_us, "cop_free", cop, ",\"final\":32786");
 }
 
-TemporaryTrace::TemporaryTrace(const std::string& text) : path_(TemporaryPath("trace.jsonl")) {
+namespace {
+
+// 0: it has none.
+std::uint64_t LastTimeUs(const std::string& text) {
+    const std::string key = "\"ts_us\":";
+    const std::size_t at = text.rfind(key);
+    return at == std::string::npos ? 0 : std::stoull(text.substr(at + key.size()));
+}
+
+}  // namespace
+
+TemporaryTrace::TemporaryTrace(const std::string& text) : TemporaryTrace(text, LastTimeUs(text)) {}
+
+TemporaryTrace::TemporaryTrace(const std::string& text, std::uint64_t changed_us)
+    : path_(TemporaryPath("trace.jsonl")) {
     std::ofstream(PathOf(path_), std::ios::binary) << text;
+    const std::chrono::sys_time<std::chrono::microseconds> changed{
+        std::chrono::microseconds(changed_us)};
+    std::filesystem::last_write_time(PathOf(path_), std::chrono::file_clock::from_sys(changed));
+}
+
+std::string CounterTrace(const std::string& name) {
+    static std::map<std::string, TemporaryTrace> traces;
+    return traces.try_emplace(name, TraceText(name)).first->second.Path();
 }
 
 TemporaryTrace::~TemporaryTrace() { RemoveFile(path_); }

@@ -3,6 +3,7 @@
 #ifndef TESTS_DPDU_TRACE_FILES_H
 #define TESTS_DPDU_TRACE_FILES_H
 
+#include <cstdint>
 #include <string>
 
 // A file in the folder traces, by its name without extension.
@@ -28,10 +29,13 @@ constexpr int kExecuting = 32785;
 constexpr int kFinished = 32786;
 constexpr int kCancelled = 32787;
 
-// A temporary file with this text, removed with the object.
+// A temporary file with this text, removed with the object. It was changed at the time of its last
+// line, as if the trace's counter had begun in 1970, so that exports show the times of the lines.
 class TemporaryTrace {
 public:
     explicit TemporaryTrace(const std::string& text);
+    // Changed at another time, in microseconds since 1970.
+    TemporaryTrace(const std::string& text, std::uint64_t changed_us);
     ~TemporaryTrace();
     TemporaryTrace(const TemporaryTrace&) = delete;
     TemporaryTrace& operator=(const TemporaryTrace&) = delete;
@@ -41,5 +45,8 @@ public:
 private:
     std::string path_;
 };
+
+// The path of such a file with a trace from the folder traces.
+std::string CounterTrace(const std::string& name);
 
 #endif  // TESTS_DPDU_TRACE_FILES_H

@@ -132,6 +132,16 @@ struct TraceOptions {
     std::string target;            // export: the file to write; empty: standard output
 };
 
+struct TraceLatestOptions {
+    bool is_log = false;  // the newest debug log instead
+};
+
+struct TracePruneOptions {
+    std::chrono::seconds older_than{0};
+    bool is_agreed = false;   // do not ask
+    bool is_dry_run = false;  // only list the files
+};
+
 struct RootOptions {
     std::string folder;         // add; empty: that of this project's library
     std::string short_name;     // check; empty: every entry
@@ -170,6 +180,8 @@ ExitCode RunRootRemove(const CommonOptions& common, const RootOptions& options, 
 ExitCode RunRootCheck(const CommonOptions& common, const RootOptions& options, Output* output);
 ExitCode RunTraceSummary(const TraceOptions& options, Output* output);
 ExitCode RunTraceTimeline(const TraceOptions& options, Output* output);
+ExitCode RunTraceLatest(const TraceLatestOptions& options, Output* output);
+ExitCode RunTracePrune(const TracePruneOptions& options, Output* output);
 ExitCode RunTraceExport(const TraceOptions& options, Output* output);
 
 }  // namespace dpdu

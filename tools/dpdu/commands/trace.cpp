@@ -12,6 +12,7 @@
 #include "trace/exporter.h"
 #include "trace/file.h"
 #include "trace/summary.h"
+#include "trace/wall_clock.h"
 
 namespace dpdu {
 namespace {
@@ -119,8 +120,11 @@ void CheckExport(const TraceOptions& options) {
 void Export(const TraceOptions& options, Output* output) {
     const std::unique_ptr<trace::Exporter> exporter = MakeExporter(options.format, output);
     for (const std::string& path : options.files) {
-        ReportLines(path,
-                    ReadFile(path, [&](const trace::Record& record) { exporter->Take(record); }));
+        const std::optional<trace::WallClock> clock = trace::WallClock::OfFile(path);
+        exporter->BeginFile(clock.has_value());
+        ReportLines(path, ReadFile(path, [&](const trace::Record& record) {
+                        exporter->Take(clock ? clock->Convert(record) : record);
+                    }));
         exporter->EndOfFile();
     }
     exporter->Finish();

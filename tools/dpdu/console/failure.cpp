@@ -1,6 +1,7 @@
 #include "console/failure.h"
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <iterator>
 
@@ -9,6 +10,8 @@
 
 namespace dpdu {
 namespace {
+
+namespace fs = std::filesystem;
 
 // From harmless to serious.
 constexpr ExitCode kBySeriousness[] = {
@@ -22,12 +25,20 @@ const ExitCode* PlaceOf(ExitCode code) {
     return std::find(std::begin(kBySeriousness), std::end(kBySeriousness), code);
 }
 
-// "; the library's log is PATH" if this process's library writes one.
+const fs::file_time_type process_start = fs::file_time_type::clock::now();
+
+// File systems take their times from a clock that may lag a little.
+constexpr std::chrono::milliseconds kClockLag{100};
+
+// "; the library's log is PATH" if this process's library writes one. An earlier process may have
+// had the same number.
 std::string LogHint() {
     std::error_code error;
-    const std::filesystem::path log = std::filesystem::temp_directory_path(error) /
-                                      ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
-    if (error || !std::filesystem::exists(log, error)) return "";
+    const fs::path log =
+        fs::temp_directory_path(error) / ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
+    if (error) return "";
+    const fs::file_time_type written = fs::last_write_time(log, error);
+    if (error || written < process_start - kClockLag) return "";
     return "; the library's log is " + TextOf(log);
 }
 

@@ -24,6 +24,7 @@ void WriteText(std::FILE* stream, const std::string& text);
 bool MeansReaderGone(int error);
 
 bool StandardErrorIsTerminal();
+bool StandardInputIsTerminal();
 
 // Width of the terminal in columns; 0 if the stream is not a terminal.
 int TerminalColumns(std::FILE* stream);
@@ -39,6 +40,9 @@ void CatchInterruptions();
 bool WasInterrupted();
 
 unsigned long OwnProcessId();
+
+// True also if the system does not say.
+bool IsProcessRunning(unsigned long id);
 
 }  // namespace dpdu
 

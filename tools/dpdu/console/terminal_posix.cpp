@@ -40,6 +40,8 @@ bool MeansReaderGone(int error) { return error == EPIPE; }
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
+bool StandardInputIsTerminal() { return isatty(STDIN_FILENO) == 1; }
+
 int TerminalColumns(std::FILE* stream) {
     winsize size = {};
     return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
@@ -62,5 +64,9 @@ void CatchInterruptions() {
 bool WasInterrupted() { return interrupted.load(); }
 
 unsigned long OwnProcessId() { return static_cast<unsigned long>(getpid()); }
+
+bool IsProcessRunning(unsigned long id) {
+    return kill(static_cast<pid_t>(id), 0) == 0 || errno != ESRCH;
+}
 
 }  // namespace dpdu

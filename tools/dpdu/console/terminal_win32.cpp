@@ -13,6 +13,7 @@
 namespace dpdu {
 namespace {
 
+constexpr int kStandardInput = 0;
 constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
 constexpr DWORD kTimeToReleaseMs = 5000;  // Windows ends the process after this time
@@ -78,6 +79,8 @@ bool MeansReaderGone(int error) { return error == EPIPE || error == EINVAL; }
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
 
+bool StandardInputIsTerminal() { return ::_isatty(kStandardInput) != 0; }
+
 int TerminalColumns(std::FILE* stream) {
     const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
     CONSOLE_SCREEN_BUFFER_INFO info = {};
@@ -97,5 +100,14 @@ void CatchInterruptions() { ::SetConsoleCtrlHandler(OnInterruption, TRUE); }
 bool WasInterrupted() { return interrupted.load(); }
 
 unsigned long OwnProcessId() { return ::GetCurrentProcessId(); }
+
+bool IsProcessRunning(unsigned long id) {
+    const HANDLE process = ::OpenProcess(SYNCHRONIZE, FALSE, id);
+    if (!process) return ::GetLastError() != ERROR_INVALID_PARAMETER;
+    // One that has ended is still there while somebody has a handle of it.
+    const bool has_ended = ::WaitForSingleObject(process, 0) == WAIT_OBJECT_0;
+    ::CloseHandle(process);
+    return !has_ended;
+}
 
 }  // namespace dpdu

@@ -4,6 +4,7 @@
 #include "console/failure.h"
 #include "options/command_set.h"
 #include "text/hex.h"
+#include "trace/trace_files.h"
 
 namespace dpdu {
 namespace {
@@ -12,7 +13,8 @@ constexpr char kTraceFooter[] = R"(
 Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
   dpdu trace timeline --errors dpdu_coptrace_4711_1.jsonl
-  dpdu trace export --format asc -o bus.asc dpdu_coptrace_4711_1.jsonl)";
+  dpdu trace export --format asc -o bus.asc dpdu_coptrace_4711_1.jsonl
+  dpdu trace prune --older-than 7d)";
 
 constexpr char kTraceSummaryFooter[] = R"(
 The library writes its trace to dpdu_coptrace_PROCESS_SESSION.jsonl in the folder for
@@ -62,8 +64,12 @@ precedes reconstructed frames; a candump log has no comments. Raw CAN frames are
 exactly as recorded.
 
 Identifiers above 7FF are taken as 29-bit identifiers. Each module is a bus: can0, channel
-1 and so on. Times in a candump log are those of the computer's performance counter, as in
-the trace, which contains no calendar time.
+1 and so on.
+
+A trace has no calendar time, only the computer's performance counter. Times of day are
+derived from the time at which the file was last changed, which is that of its last line,
+so keep it when you copy a trace (cp -p). Times are UTC. Of a pipe no time of day is
+known: then times are those of the counter.
 
 Examples:
   dpdu trace export --format candump trace.jsonl
@@ -162,6 +168,63 @@ void AddExport(CommandSet* commands, CLI::App* group) {
         ->type_name("FILE");
 }
 
+constexpr char kLatestFooter[] = R"(
+Prints the path of the trace that was written last in the folder for temporary files, by
+any process.
+
+Examples:
+  dpdu trace latest
+  dpdu trace latest --log
+  dpdu trace summary $(dpdu trace latest)
+  dpdu trace export --format asc -o bus.asc $(dpdu trace latest))";
+
+constexpr char kPruneFooter[] = R"(
+Removes traces and logs of this library from the folder for temporary files, by their
+names. It asks before; where nobody can be asked it needs --yes. Files of processes that
+still run are kept, and links are never followed.
+
+Examples:
+  dpdu trace prune --older-than 7d
+  dpdu trace prune --older-than 12h --dry-run
+  dpdu trace prune --older-than 7d --yes)";
+
+void AddLatest(CommandSet* commands, CLI::App* group) {
+    const auto options = std::make_shared<TraceLatestOptions>();
+    CLI::App* command = commands->AddOffline(
+        {"latest", "show where the newest trace is", kLatestFooter},
+        [options](auto) {
+            return [=](Output* output) { return RunTraceLatest(*options, output); };
+        },
+        group);
+    command->add_flag("--log", options->is_log, "the newest debug log instead");
+    command->add_flag("--json", commands->Common()->as_json, "print one JSON document");
+}
+
+struct PruneTexts {
+    std::string age;
+    TracePruneOptions options;
+};
+
+void AddPrune(CommandSet* commands, CLI::App* group) {
+    const auto texts = std::make_shared<PruneTexts>();
+    CLI::App* command = commands->AddOffline(
+        {"prune", "remove old traces and logs", kPruneFooter},
+        [texts](auto) {
+            const std::optional<std::chrono::seconds> age = trace::ParseAge(texts->age);
+            if (!age) throw UsageError("'" + texts->age + "' is not an age such as 7d, 12h or 30m");
+            texts->options.older_than = *age;
+            return [options = texts->options](Output* output) {
+                return RunTracePrune(options, output);
+            };
+        },
+        group);
+    command->add_option("--older-than", texts->age, "age, in days, hours, minutes or seconds")
+        ->type_name("AGE")
+        ->required();
+    command->add_flag("--yes", texts->options.is_agreed, "do not ask");
+    command->add_flag("--dry-run", texts->options.is_dry_run, "only list the files");
+}
+
 }  // namespace
 
 void AddTraceCommands(CommandSet* commands) {
@@ -169,6 +232,8 @@ void AddTraceCommands(CommandSet* commands) {
     AddSummary(commands, group);
     AddTimeline(commands, group);
     AddExport(commands, group);
+    AddLatest(commands, group);
+    AddPrune(commands, group);
 }
 
 }  // namespace dpdu

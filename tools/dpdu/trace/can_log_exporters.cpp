@@ -16,8 +16,12 @@ public:
     explicit CanLogExporter(Output* output)
         : output_(output), messages_([this](const BusMessage& message) { Show(message); }) {}
 
+    void BeginFile(bool since_1970) override { since_1970_ = since_1970; }
     void Take(const Record& record) override {
-        if (!start_us_) start_us_ = record.TimeUs();
+        if (!start_us_) {
+            start_us_ = record.TimeUs();
+            Begin(since_1970_ ? *start_us_ : 0);
+        }
         messages_.Take(record);
     }
     void EndOfFile() override { messages_.Finish(); }
@@ -40,6 +44,9 @@ public:
 
 protected:
     virtual void Show(const BusMessage& message) = 0;
+    // Called before the first message, with the time of the first line in microseconds since 1970;
+    // 0 if it is not known.
+    virtual void Begin(std::uint64_t) {}
 
     void Line(const std::string& text) { output_->Line(text); }
     std::uint64_t SinceStart(std::uint64_t time_us) const {
@@ -49,6 +56,7 @@ protected:
 private:
     Output* output_;
     std::optional<std::uint64_t> start_us_;
+    bool since_1970_ = false;
     BusMessages messages_;
 };
 
@@ -76,23 +84,29 @@ private:
 
 class AscExporter : public CanLogExporter {
 public:
-    explicit AscExporter(Output* output) : CanLogExporter(output) {
-        // The trace contains no calendar time, but readers require one.
-        Line("date Thu Jan 1 12:00:00.000 am 1970");
-        Line("base hex  timestamps absolute");
-        Line("internal events logged");
-        Line("// made from a D-PDU trace: its date is not known, times count from its first line");
-        Line(
-            "// ISO-TP frames are reconstructed from whole requests and answers: each has the "
-            "time");
-        Line("// of its message, without flow control and filling bytes");
-        Line("Begin Triggerblock Thu Jan 1 12:00:00.000 am 1970");
-        Line("   0.000000 Start of measurement");
-    }
+    using CanLogExporter::CanLogExporter;
 
     void Finish() override { Line("End TriggerBlock"); }
 
 private:
+    // Readers require a date, also if it is not known.
+    void Begin(std::uint64_t start_us) override {
+        const std::string date = DateText(start_us);
+        Line("date " + date);
+        Line("base hex  timestamps absolute");
+        Line("internal events logged");
+        Line(start_us > 0
+                 ? "// made from a D-PDU trace: its date is UTC, times count from its first line"
+                 : "// made from a D-PDU trace: its date is not known, times count from its "
+                   "first line");
+        Line(
+            "// ISO-TP frames are reconstructed from whole requests and answers: each has the "
+            "time");
+        Line("// of its message, without flow control and filling bytes");
+        Line("Begin Triggerblock " + date);
+        Line("   0.000000 Start of measurement");
+    }
+
     void Show(const BusMessage& message) override {
         if (!message.is_raw && (message.frames.size() > 1 || message.recorded < message.length)) {
             Line(Comment(message));

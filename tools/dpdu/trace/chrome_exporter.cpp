@@ -22,6 +22,7 @@ public:
         output_->Line("{\"displayTimeUnit\":\"ms\",\"traceEvents\":[");
     }
 
+    void BeginFile(bool) override {}
     void Take(const Record& record) override {
         tracker_.Take(record);
         if (record.event == Event::kTelemetry) ShowTelemetry(record);

@@ -15,6 +15,9 @@ namespace dpdu::trace {
 class Exporter {
 public:
     virtual ~Exporter() = default;
+    // Whether the times of the records that follow count from 1970, UTC; otherwise they are those
+    // of the computer's performance counter.
+    virtual void BeginFile(bool since_1970) = 0;
     virtual void Take(const Record& record) = 0;
     virtual void EndOfFile() = 0;
     // Called after the last file.

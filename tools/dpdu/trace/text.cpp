@@ -1,6 +1,7 @@
 #include "trace/text.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 
 #include "uds/answers.h"
@@ -47,6 +48,27 @@ std::string SecondsText(std::uint64_t time_us, unsigned places) {
                   static_cast<unsigned>(time_us % 1'000'000));
     const std::string whole(text);
     return whole.substr(0, whole.size() - 6 + std::min(places, 6U));
+}
+
+std::string DateText(std::uint64_t since_1970_us) {
+    static constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    using std::chrono::milliseconds;
+    const auto time = std::chrono::sys_time<milliseconds>(milliseconds(since_1970_us / 1000));
+    const auto day = std::chrono::floor<std::chrono::days>(time);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss clock(time - day);
+    char text[80];
+    std::snprintf(
+        text, sizeof text, "%s %s %u %02d:%02d:%02d.%03d %s %d",
+        kDays[std::chrono::weekday(day).c_encoding()],
+        kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<unsigned>(date.day()),
+        static_cast<int>(std::chrono::make12(clock.hours()).count()),
+        static_cast<int>(clock.minutes().count()), static_cast<int>(clock.seconds().count()),
+        static_cast<int>(clock.subseconds().count()),
+        std::chrono::is_am(clock.hours()) ? "am" : "pm", static_cast<int>(date.year()));
+    return text;
 }
 
 std::string PayloadText(const Payload& payload, std::size_t most) {

@@ -17,6 +17,9 @@ std::string MsText(std::uint64_t time_us);
 // Seconds with `places` decimals, truncated: "0.012345".
 std::string SecondsText(std::uint64_t time_us, unsigned places = 6);
 
+// As ASC logs have it, UTC: "Sun Nov 23 09:41:12.123 pm 2026".
+std::string DateText(std::uint64_t since_1970_us);
+
 // The first bytes, and the total number if there are more: "36 01 00 .. (600 bytes)".
 std::string PayloadText(const Payload& payload, std::size_t most);
 
