@@ -68,6 +68,7 @@ endif()
 # --- development ---
 
 install(FILES
+    "${PROJECT_SOURCE_DIR}/include/dpdu.hpp"
     "${PROJECT_SOURCE_DIR}/include/dpdu_api.h"
     "${PROJECT_SOURCE_DIR}/include/dpdu_types.h"
     DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}" COMPONENT development)

@@ -13,7 +13,6 @@
 namespace dpdu {
 namespace {
 
-constexpr int kStandardInput = 0;
 constexpr int kStandardOutput = 1;
 constexpr int kStandardError = 2;
 constexpr DWORD kTimeToReleaseMs = 5000;  // Windows ends the process after this time
@@ -79,7 +78,11 @@ bool MeansReaderGone(int error) { return error == EPIPE || error == EINVAL; }
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
 
-bool StandardInputIsTerminal() { return ::_isatty(kStandardInput) != 0; }
+// NUL, too, is a character device.
+bool StandardInputIsTerminal() {
+    DWORD mode = 0;
+    return ::GetConsoleMode(::GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
+}
 
 int TerminalColumns(std::FILE* stream) {
     const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
