@@ -1,4 +1,5 @@
-// Runs a program and captures its output; one implementation per operating system.
+// Runs a program, without anything on its standard input, and captures its output; one
+// implementation per operating system.
 
 #ifndef TESTS_DPDU_PROCESS_H
 #define TESTS_DPDU_PROCESS_H

@@ -40,6 +40,8 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
             setenv(name.c_str(), value.c_str(), 1);
         }
     }
+    const int nothing = open("/dev/null", O_RDONLY);
+    if (nothing < 0 || dup2(nothing, STDIN_FILENO) < 0) _exit(127);
     if (setup.output_path.empty()) {
         RedirectToPipeWithoutReader(STDOUT_FILENO);
     } else {

@@ -67,6 +67,9 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
+    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+    startup.hStdInput = ::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                      &inherited, OPEN_EXISTING, 0, nullptr);
     startup.hStdOutput =
         setup.output_path.empty() ? OpenPipeWithoutReader() : OpenForChild(setup.output_path);
     startup.hStdError = OpenForChild(setup.error_path);
@@ -75,6 +78,7 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     SetAll(setup, true);
     const bool started = CreateChild(Wide(command), &startup, &information);
     SetAll(setup, false);
+    ::CloseHandle(startup.hStdInput);
     ::CloseHandle(startup.hStdOutput);
     ::CloseHandle(startup.hStdError);
     if (!started) return 0;
