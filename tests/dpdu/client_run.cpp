@@ -99,6 +99,8 @@ std::string ReadWholeFile(const std::string& path) {
 ClientResult RunClient(const ClientSetup& setup) {
     const std::string output = setup.has_reader ? TemporaryPath("out") : "";
     const std::string error = TemporaryPath("err");
+    const std::string input = setup.input.empty() ? "" : TemporaryPath("in");
+    if (!input.empty()) std::ofstream(PathOf(input), std::ios::binary) << setup.input;
     const std::string report = UniquePath("report");  // the fake library knows no other names
     const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
 
@@ -109,7 +111,8 @@ ClientResult RunClient(const ClientSetup& setup) {
                        {"FAKE_DPDU_SCENARIO", setup.scenario},
                        {"FAKE_DPDU_REPORT", report}},
                       output,
-                      error});
+                      error,
+                      input});
     ClientResult result;
     EXPECT_NE(process, 0) << "the program did not start: " << DPDU_PROGRAM;
     if (process == 0) return result;
@@ -123,7 +126,7 @@ ClientResult RunClient(const ClientSetup& setup) {
     result.report = Lines(ReadWholeFile(report));
     EXPECT_TRUE(!setup.is_released || result.report.empty() || ReleasedEverything(result.report))
         << Joined(setup.arguments) << ReadWholeFile(report);
-    for (const std::string& path : {output, error, report}) {
+    for (const std::string& path : {output, error, report, input}) {
         if (!path.empty()) RemoveFile(path);
     }
     return result;

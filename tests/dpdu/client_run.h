@@ -18,6 +18,7 @@ struct ClientResult {
 struct ClientSetup {
     std::vector<std::string> arguments;
     std::string program;         // empty: the client as built
+    std::string input;           // its standard input
     std::string scenario;        // of the fake library
     std::string library;         // empty: the fake library, given by DPDU_LIBRARY
     bool has_library = true;     // false: DPDU_LIBRARY is not set at all

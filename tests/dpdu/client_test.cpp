@@ -175,6 +175,36 @@ TEST(DpduRequest, SingleAnswerIsPrintedAsHexadecimalOnly) {
                  "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n");
 }
 
+TEST(DpduRequest, BytesMayHaveAnyOfTheFormsInOneArgumentOrSeveral) {
+    const std::string answer = "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n";
+    for (const std::vector<std::string>& form : std::vector<std::vector<std::string>>{
+             {"22F190"}, {"22 F1 90"}, {"22:F1:90"}, {"0x22", "0xF1", "0x90"}}) {
+        std::vector<std::string> arguments = {"request"};
+        arguments.insert(arguments.end(), form.begin(), form.end());
+        ExpectOutput(RunClient(arguments), answer);
+    }
+}
+
+TEST(DpduRequest, BytesAreReadFromStandardInput) {
+    ClientSetup setup;
+    setup.arguments = {"request", "-"};
+    setup.input = "22:F1:A4\n";
+    ExpectOutput(RunClient(setup), "62 F1 A4\n");
+    setup.arguments = {"functional", "-", "--units", "7E0"};
+    setup.input = "3E 00";
+    EXPECT_TRUE(Contains(RunClient(setup).output, "7E 00"));
+    setup.input = "3E 0";
+    const ClientResult broken = RunClient(setup);
+    EXPECT_EQ(broken.exit_code, kUsage);
+    EXPECT_TRUE(Contains(broken.error, "standard input '3E 0' is not")) << broken.error;
+    EXPECT_EQ(RunClient({"request", "-"}).exit_code, kUsage);  // nothing to read
+}
+
+TEST(DpduRequest, BrokenOrMixedBytesAreAMistakeThatShowsTheForms) {
+    ExpectMistakes({"request"}, {{"22F19"}, {"22", "F1:90"}, {"0x22", "F1"}, {"22F1", "90"}},
+                   "22F190, 22 F1 90, 22:F1:90 or 0x22 0xF1 0x90");
+}
+
 TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E2:7EA"});
     ExpectFailure(result, "7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22",

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <nlohmann/json.hpp>
+#include <random>
 #include <set>
 #include <string>
 
@@ -23,16 +25,47 @@
 namespace dpdu {
 namespace {
 
-TEST(Hex, BytesMayBeSeparatedBySpacesAndHaveAPrefix) {
-    EXPECT_EQ(ParseHex("22F190"), (Bytes{0x22, 0xF1, 0x90}));
-    EXPECT_EQ(ParseHex("22 f1 90"), (Bytes{0x22, 0xF1, 0x90}));
-    EXPECT_EQ(ParseHex("0x22F190"), (Bytes{0x22, 0xF1, 0x90}));
+TEST(Hex, BytesHaveOneOfTheFormsOfTheMessage) {
+    const Bytes bytes = {0x22, 0xF1, 0x90};
+    for (const char* text : {"22F190", "22f190", "22 F1 90", " 22  f1\t90\r\n", "22:F1:90",
+                             "0x22 0xF1 0x90", "0X22 0xf1 0x90", "0x22F190"}) {
+        EXPECT_EQ(ParseHex(text), bytes) << text;
+    }
+    EXPECT_EQ(ParseHex("3E"), Bytes{0x3E});
+    EXPECT_EQ(ParseHex("0x3E"), Bytes{0x3E});
     EXPECT_EQ(ParseHex(""), Bytes{});
+    EXPECT_EQ(ParseHex(" \n"), Bytes{});
 }
 
-TEST(Hex, AnythingElseIsRefused) {
-    for (const char* text : {"2", "22F", "2 2", "2G", "22-33", "0x", "22F19 0"}) {
+TEST(Hex, BrokenAndMixedFormsAreRefused) {
+    for (const char* text :
+         {"2",       "22F",     "2 2",      "2G",        "22-33",    "0x",          "22F19 0",
+          "22F1 90", "22 F190", "22:F1 90", "22:F190",   "22:",      ":22",         "22::F1",
+          "22: F1",  "0x22 F1", "22 0xF1",  "0x22:0xF1", "0x220xF1", "0x22F1 0x90", "0x2 0x2",
+          "x22",     "22,F1",   "22h",      "-",         "\xC3\xA4"}) {
         EXPECT_EQ(ParseHex(text), std::nullopt) << text;
+    }
+}
+
+// Every form of every row of bytes is read; one wrong character makes it unreadable or other bytes.
+TEST(Hex, FormsOfRandomBytesAreReadAndDamageNeverGoesUnnoticed) {
+    std::mt19937 random(22900);
+    const auto draw = [&random](std::size_t limit) { return random() % limit; };
+    for (int round = 0; round < 2000; ++round) {
+        Bytes bytes(1 + draw(12));
+        for (std::uint8_t& byte : bytes)
+            byte = static_cast<std::uint8_t>(draw(256));
+        const std::string forms[] = {HexText(bytes), HexText(bytes, " "), HexText(bytes, ":"),
+                                     "0x" + HexText(bytes, " 0x")};
+        for (std::string form : forms) {
+            ASSERT_EQ(ParseHex(form), bytes) << form;
+            const std::size_t at = draw(form.size());
+            const char before = form[at];
+            form[at] = static_cast<char>(1 + draw(127));
+            const bool is_same = std::toupper(form[at]) == std::toupper(before) ||
+                                 (std::isspace(form[at]) && std::isspace(before));
+            EXPECT_EQ(ParseHex(form) == bytes, is_same) << form;
+        }
     }
 }
 
@@ -256,8 +289,8 @@ TEST(CommandLine, InvalidInputIsRefusedWithTheReason) {
         {{"frob"}, "unknown command 'frob'"},
         {{"comparam", "frob"}, "unknown command 'frob'; see dpdu comparam --help"},
         {{"request"}, "bytes is required"},
-        {{"request", "22F19"}, "'22F19' is not a row of hexadecimal bytes"},
-        {{"request", ""}, "is not a row of hexadecimal bytes"},
+        {{"request", "22F19"}, "'22F19' is not in one of the forms"},
+        {{"request", ""}, "is not in one of the forms"},
         {{"request", "22F190", "--ecu", "7E0"}, "'7E0' is not a pair of CAN identifiers"},
         {{"request", "22F190", "--functional", "x"}, "'x' is not a CAN identifier"},
         {{"request", "22F190", "--functional", "7DF", "--ecu", "7E0:7E8", "--ecu", "7E1:7E8"},

@@ -16,6 +16,7 @@ struct ProcessSetup {
         environment;          // added; an empty value removes the variable
     std::string output_path;  // for standard output; empty: a pipe that nobody reads
     std::string error_path;   // for standard error
+    std::string input_path;   // of standard input; empty: none
 };
 
 // Zero: the process did not start. Pass the handle to WaitForProcess.

@@ -9,8 +9,8 @@
 
 namespace {
 
-void Redirect(const std::string& path, int descriptor) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+void Redirect(const std::string& path, int descriptor, int flags) {
+    const int file = open(path.c_str(), flags, 0600);
     if (file < 0 || dup2(file, descriptor) < 0) _exit(127);
     close(file);
 }
@@ -40,14 +40,14 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
             setenv(name.c_str(), value.c_str(), 1);
         }
     }
-    const int nothing = open("/dev/null", O_RDONLY);
-    if (nothing < 0 || dup2(nothing, STDIN_FILENO) < 0) _exit(127);
+    constexpr int kNew = O_WRONLY | O_CREAT | O_TRUNC;
+    Redirect(setup.input_path.empty() ? "/dev/null" : setup.input_path, STDIN_FILENO, O_RDONLY);
     if (setup.output_path.empty()) {
         RedirectToPipeWithoutReader(STDOUT_FILENO);
     } else {
-        Redirect(setup.output_path, STDOUT_FILENO);
+        Redirect(setup.output_path, STDOUT_FILENO, kNew);
     }
-    Redirect(setup.error_path, STDERR_FILENO);
+    Redirect(setup.error_path, STDERR_FILENO, kNew);
     execv(setup.program.c_str(), arguments.data());
     _exit(127);
 }

@@ -19,10 +19,10 @@ std::string Quoted(const std::string& argument) {
     return quoted + std::string(backslashes, '\\') + "\"";
 }
 
-HANDLE OpenForChild(const std::string& path) {
+HANDLE OpenForChild(const std::string& path, DWORD access, DWORD disposition) {
     SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    return ::CreateFileW(Wide(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                         &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return ::CreateFileW(Wide(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
+                         disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
 HANDLE OpenPipeWithoutReader() {
@@ -67,12 +67,12 @@ ProcessHandle StartProcess(const ProcessSetup& setup) {
     STARTUPINFOW startup = {};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
-    SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-    startup.hStdInput = ::CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                      &inherited, OPEN_EXISTING, 0, nullptr);
-    startup.hStdOutput =
-        setup.output_path.empty() ? OpenPipeWithoutReader() : OpenForChild(setup.output_path);
-    startup.hStdError = OpenForChild(setup.error_path);
+    startup.hStdInput = OpenForChild(setup.input_path.empty() ? "NUL" : setup.input_path,
+                                     GENERIC_READ, OPEN_EXISTING);
+    startup.hStdOutput = setup.output_path.empty()
+                             ? OpenPipeWithoutReader()
+                             : OpenForChild(setup.output_path, GENERIC_WRITE, CREATE_ALWAYS);
+    startup.hStdError = OpenForChild(setup.error_path, GENERIC_WRITE, CREATE_ALWAYS);
     PROCESS_INFORMATION information = {};
 
     SetAll(setup, true);

@@ -1,5 +1,6 @@
 #include "options/link_options.h"
 
+#include <iostream>
 #include <set>
 
 #include "console/failure.h"
@@ -7,12 +8,32 @@
 namespace dpdu {
 namespace {
 
+constexpr char kStandardInput[] = "-";
+
 std::pair<std::string, std::string> ParseAssignment(const std::string& text) {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
         throw UsageError("'" + text + "' is not NAME=VALUE");
     }
     return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+std::string Shortened(const std::string& text) {
+    constexpr std::size_t kMost = 60;
+    return text.size() > kMost ? text.substr(0, kMost) + "..." : text;
+}
+
+// Much more than the longest request in the widest form.
+constexpr std::size_t kMostInput = 65536;
+
+std::string ReadInput(std::istream* stream, const std::string& what) {
+    std::string text;
+    for (char character; text.size() <= kMostInput && stream->get(character);)
+        text += character;
+    if (text.size() > kMostInput) {
+        throw UsageError(what + " from standard input is longer than 65536 characters");
+    }
+    return text;
 }
 
 }  // namespace
@@ -91,16 +112,20 @@ std::uint32_t RequireCanId(const std::string& text) {
 Bytes ParseBytes(const std::string& text, const std::string& what) {
     const std::optional<Bytes> bytes = ParseHex(text);
     if (!bytes || bytes->empty()) {
-        throw UsageError(what + " '" + text + "' is not a row of hexadecimal bytes such as 22F190");
+        throw UsageError(what + " '" + Shortened(text) + "' is not in one of the forms " +
+                         kHexForms);
     }
     return *bytes;
 }
 
 Bytes ParseWords(const std::vector<std::string>& words, const std::string& what) {
-    std::string digits;
+    if (words.size() == 1 && words.front() == kStandardInput) {
+        return ParseBytes(ReadInput(&std::cin, what), what + " from standard input");
+    }
+    std::string text;
     for (const std::string& word : words)
-        digits += (digits.empty() ? "" : " ") + word;
-    return ParseBytes(digits, what);
+        text += (text.empty() ? "" : " ") + word;
+    return ParseBytes(text, what);
 }
 
 void RefuseEqualResponseIds(const std::vector<EcuAddress>& ecus) {

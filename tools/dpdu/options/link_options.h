@@ -35,7 +35,7 @@ std::vector<EcuAddress> ParseEcus(const std::vector<std::string>& texts);
 std::uint32_t RequireCanId(const std::string& text);
 // `what` names the bytes in the message: "the request".
 Bytes ParseBytes(const std::string& text, const std::string& what);
-// The same for bytes that the shell has split into words.
+// The same for bytes that the shell has split into words; "-" alone reads standard input.
 Bytes ParseWords(const std::vector<std::string>& words, const std::string& what);
 
 // The answers to a functional request are told apart by their identifiers alone.

@@ -100,7 +100,7 @@ void AddSend(CommandSet* commands, CLI::App* group) {
         },
         group);
     command->add_option("id", texts->id, "CAN identifier in hexadecimal")->required();
-    command->add_option("data", texts->data, "up to 8 bytes in hexadecimal");
+    command->add_option("data", texts->data, "up to 8 bytes in hexadecimal, or -");
     command->add_flag("--extended", texts->is_extended, "the identifier has 29 bits");
     command
         ->add_option("--repeat", texts->repeat,

@@ -9,6 +9,9 @@ namespace dpdu {
 namespace {
 
 constexpr char kRequestFooter[] = R"(
+The request's bytes are 22F190, 22 F1 90, 22:F1:90 or 0x22 0xF1 0x90, in one argument or
+several; - reads them from standard input.
+
 The answer of a single control unit is printed as hexadecimal bytes only. Several control
 units are asked one after the other or, with --functional, all at once; each has a row.
 
@@ -22,6 +25,7 @@ library waits depends on the library; Tarvik's waits for half of it, plus half a
 Examples:
   dpdu request 22F190
   dpdu request 22 F1 87 --ecu 7E1:7E9
+  echo 22:F1:90 | dpdu request -
   dpdu request 22F190 --ecu 7E0:7E8 --ecu 7E1:7E9
   dpdu request 22F190 --functional 7DF --ecu 7E0:7E8 --ecu 7E1:7E9 --ecu 7E2:7EA
   dpdu request 1003 --ecu 18DA10F1:18DAF110 --p2 2000
@@ -105,7 +109,7 @@ void AddRequest(CommandSet* commands) {
             const RequestOptions options = ParseRequest(*texts);
             return [=](Output* output) { return RunRequest(common, options, output); };
         });
-    command->add_option("bytes", texts->request_words, "the request in hexadecimal")->required();
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")->required();
     command
         ->add_option("--functional", texts->functional,
                      "ask all control units at once on this CAN identifier")
@@ -158,7 +162,7 @@ void AddFunctional(CommandSet* commands) {
             options.link = ParseLink(texts->link);
             return [=](Output* output) { return RunFunctional(common, options, output); };
         });
-    command->add_option("bytes", texts->request_words, "the request in hexadecimal")->required();
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")->required();
     command->add_option("--id", texts->id, "CAN identifier of the request (default: 7DF)")
         ->type_name("ID");
     AddRepeatable(command, "--units", &texts->units, "control units that may answer")

@@ -12,8 +12,11 @@ namespace dpdu {
 
 using Bytes = std::vector<std::uint8_t>;
 
-// Accepts "22F190", "22 f1 90" and "0x22F190"; nullopt for anything else, also an odd number of
-// digits.
+// The forms of bytes that a user may write, for messages and help.
+inline constexpr char kHexForms[] = "22F190, 22 F1 90, 22:F1:90 or 0x22 0xF1 0x90";
+
+// Accepts these forms and "0x22F190", with digits of either case and any blanks between, before and
+// after; empty for blanks alone. nullopt for anything else, also for a mixture of the forms.
 std::optional<Bytes> ParseHex(const std::string& text);
 
 // "22F190", or "22 F1 90" with a separator.
