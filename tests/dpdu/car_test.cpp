@@ -102,9 +102,11 @@ TEST_F(DpduCar, FunctionalAnswersAreAssignedToTheirControlUnitsAndASilentOneIsRe
                                      "--ecu", "7E5:7ED", "--ecu", "7E0:7E8"});
     EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_EQ(result.output,
-              "713:77D  62 F1 87 54 56 2D 41 42 53 2D 31 31 37 30 2D 42\n"
+              "713:77D  62 F1 87 54 56 2D 41 42 53 2D 31 31 37 30 2D 42  ReadDataByIdentifier F187 "
+              "vehicleManufacturerSparePartNumberDataIdentifier \"TV-ABS-1170-B\"\n"
               "7E5:7ED  -                                                no answer\n"
-              "7E0:7E8  62 F1 87 54 56 2D 45 4E 47 2D 30 38 31 35 2D 41\n");
+              "7E0:7E8  62 F1 87 54 56 2D 45 4E 47 2D 30 38 31 35 2D 41  ReadDataByIdentifier F187 "
+              "vehicleManufacturerSparePartNumberDataIdentifier \"TV-ENG-0815-A\"\n");
 }
 
 TEST_F(DpduCar, TroubleCodesAreRead) {

@@ -205,6 +205,26 @@ TEST(DpduRequest, BrokenOrMixedBytesAreAMistakeThatShowsTheForms) {
                    "22F190, 22 F1 90, 22:F1:90 or 0x22 0xF1 0x90");
 }
 
+TEST(DpduRequest, WithDecodeASecondLineSaysWhatTheAnswerMeans) {
+    ExpectOutput(RunClient({"request", "22F190", "--decode"}),
+                 "62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n"
+                 "  ReadDataByIdentifier F190 VINDataIdentifier \"TESTV1N0000000001\"\n");
+    EXPECT_EQ(RunClient({"request", "22F190", "--ecu", "7E2:7EA", "--decode"}).output,
+              "7F 22 31\n"
+              "  ReadDataByIdentifier F190 VINDataIdentifier: negative response requestOutOfRange "
+              "(0x31)\n");
+}
+
+TEST(DpduRequest, JsonHasRequestAndAnswerDecoded) {
+    const Json document = Document(RunClient({"request", "22F190", "--json"}));
+    EXPECT_EQ(document["decodedRequest"]["text"], "ReadDataByIdentifier F190 VINDataIdentifier");
+    const Json& decoded = document["controlUnits"][0]["answers"][0]["decoded"];
+    EXPECT_EQ(decoded["service"], "ReadDataByIdentifier");
+    EXPECT_EQ(decoded["data"][0]["identifier"], "F190");
+    EXPECT_EQ(decoded["data"][0]["name"], "VINDataIdentifier");
+    EXPECT_EQ(decoded["data"][0]["text"], "TESTV1N0000000001");
+}
+
 TEST(DpduRequest, NegativeAnswerIsExplainedAndFails) {
     const ClientResult result = RunClient({"request", "22F190", "--ecu", "7E2:7EA"});
     ExpectFailure(result, "7E2:7EA: negative response requestOutOfRange (0x31) to service 0x22",
@@ -229,8 +249,8 @@ TEST(DpduRequest, SeveralControlUnitsAreAskedInTurnAndOneFailureDoesNotStopTheOt
     ExpectFailure(result, "1 of 3 control units did not do as asked", kNoAnswer);
     EXPECT_EQ(result.output,
               "7E3:7EB  -      no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)\n"
-              "7E0:7E8  7E 00\n"
-              "7E1:7E9  7E 00\n");
+              "7E0:7E8  7E 00  TesterPresent zeroSubFunction\n"
+              "7E1:7E9  7E 00  TesterPresent zeroSubFunction\n");
 }
 
 TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
@@ -238,9 +258,9 @@ TEST(DpduRequest, FunctionalRequestPrintsARowForEachControlUnitOfTheTable) {
                                            "7E0:7E8", "--ecu", "7E3:7EB", "--ecu", "7E1:7E9"});
     EXPECT_EQ(result.exit_code, kNoAnswer);
     EXPECT_EQ(result.output,
-              "7E0:7E8  7E 00\n"
+              "7E0:7E8  7E 00  TesterPresent zeroSubFunction\n"
               "7E3:7EB  -      no answer\n"
-              "7E1:7E9  7E 00\n");
+              "7E1:7E9  7E 00  TesterPresent zeroSubFunction\n");
 }
 
 TEST(DpduRequest, FunctionalRequestAnsweredByAllSucceeds) {

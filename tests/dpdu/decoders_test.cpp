@@ -7,6 +7,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "console/failure.h"
 #include "console/output.h"
@@ -18,6 +19,7 @@
 #include "pdu/status_text.h"
 #include "text/hex.h"
 #include "uds/answers.h"
+#include "uds/decoding.h"
 #include "uds/ecu_address.h"
 #include "uds/trouble_codes.h"
 #include "uds/vin.h"
@@ -129,6 +131,125 @@ TEST(Uds, NegativeResponseNamesAreThoseOfTheStandard) {
     };
     for (const auto& [code, name] : names) {
         EXPECT_STREQ(NegativeResponseName(static_cast<std::uint8_t>(code)), name);
+    }
+}
+
+TEST(Uds, RequestsAreDescribedInTheWordsOfTheStandard) {
+    const std::pair<Bytes, const char*> rows[] = {
+        {{0x22, 0xF1, 0x90}, "ReadDataByIdentifier F190 VINDataIdentifier"},
+        {{0x22, 0xF1, 0x8C, 0x01, 0x00},
+         "ReadDataByIdentifier F18C ECUSerialNumberDataIdentifier, 0100"},
+        {{0x10, 0x03}, "DiagnosticSessionControl extendedDiagnosticSession"},
+        {{0x10, 0x60}, "DiagnosticSessionControl sub-function 0x60"},
+        {{0x3E, 0x80}, "TesterPresent zeroSubFunction, no positive response"},
+        {{0x11, 0x01}, "ECUReset hardReset"},
+        {{0x14, 0xFF, 0xFF, 0xFF}, "ClearDiagnosticInformation"},
+        {{0x19, 0x02, 0xFF}, "ReadDTCInformation reportDTCByStatusMask"},
+        {{0x27, 0x01}, "SecurityAccess requestSeed 0x01"},
+        {{0x27, 0x02, 0xAA}, "SecurityAccess sendKey 0x02"},
+        {{0x28, 0x03, 0x01}, "CommunicationControl disableRxAndTx"},
+        {{0x2E, 0xF1, 0x98, 0x41, 0x42},
+         "WriteDataByIdentifier F198 repairShopCodeOrTesterSerialNumberDataIdentifier \"AB\""},
+        {{0x31, 0x01, 0xFF, 0x00}, "RoutineControl startRoutine FF00 eraseMemory"},
+        {{0x31, 0x03, 0x12, 0x34}, "RoutineControl requestRoutineResults 1234"},
+        {{0x85, 0x02}, "ControlDTCSetting off"},
+        {{0x36, 0x01, 0x00}, "TransferData"},
+        {{0xBA, 0x01}, "service 0xBA"},
+        {{0x22}, "ReadDataByIdentifier"},
+        {{0x10}, "DiagnosticSessionControl"},
+        {{}, ""},
+    };
+    for (const auto& [request, text] : rows)
+        EXPECT_EQ(DescribeRequest(request), text);
+}
+
+TEST(Uds, AnswersAreDescribedInTheWordsOfTheStandard) {
+    const Bytes read = {0x22, 0xF1, 0x95};
+    const std::tuple<Bytes, Bytes, const char*> rows[] = {
+        {read,
+         {0x62, 0xF1, 0x95, '1', '.', '2'},
+         "ReadDataByIdentifier F195 systemSupplierECUSoftwareVersionNumberDataIdentifier \"1.2\""},
+        {{}, {0x62, 0x01, 0x00, 0x00, 0x05}, "ReadDataByIdentifier 0100"},
+        {read,
+         {0x7F, 0x22, 0x33},
+         "ReadDataByIdentifier F195 systemSupplierECUSoftwareVersionNumberDataIdentifier: negative "
+         "response securityAccessDenied (0x33)"},
+        {{},
+         {0x7F, 0x22, 0x31},
+         "ReadDataByIdentifier: negative response requestOutOfRange (0x31)"},
+        {read,
+         {0x7F, 0x10, 0x99},
+         "DiagnosticSessionControl: negative response unknown code (0x99)"},
+        {{0x3E, 0x80},
+         {0x7F, 0x3E, 0x13},
+         "TesterPresent zeroSubFunction: negative response incorrectMessageLengthOrInvalidFormat "
+         "(0x13)"},
+        {{0x10, 0x01},
+         {0x50, 0x01, 0x00, 0x32, 0x01, 0xF4},
+         "DiagnosticSessionControl defaultSession, P2 50 ms, P2* 5000 ms"},
+        {{0x10, 0x01}, {0x50, 0x01}, "DiagnosticSessionControl defaultSession"},
+        {{0x19, 0x01, 0xFF},
+         {0x59, 0x01, 0xFF, 0x01, 0x01, 0x02},
+         "ReadDTCInformation reportNumberOfDTCByStatusMask, 258 trouble codes"},
+        {{0x19, 0x02, 0xFF},
+         {0x59, 0x02, 0xFF, 0x03, 0x01, 0x00, 0x2F},
+         "ReadDTCInformation reportDTCByStatusMask, 1 trouble code"},
+        {{0x19, 0x02, 0xFF},
+         {0x59, 0x02, 0xFF, 0x03, 0x01},
+         "ReadDTCInformation reportDTCByStatusMask"},
+        {{0x31, 0x01, 0xFF, 0x01},
+         {0x71, 0x01, 0xFF, 0x01, 0x00},
+         "RoutineControl startRoutine FF01 checkProgrammingDependencies"},
+        {{0x3E, 0x00}, {0x7E, 0x00}, "TesterPresent zeroSubFunction"},
+        {{}, {0x01}, ""},
+        {{}, {}, ""},
+    };
+    for (const auto& [request, answer, text] : rows)
+        EXPECT_EQ(DescribeAnswer(request, answer), text);
+}
+
+TEST(Uds, DataOfSeveralIdentifiersIsSplitWhereItIsUnambiguous) {
+    const Bytes request = {0x22, 0xF1, 0x87, 0xF1, 0x95};
+    const Decoded both = Decode(request, {0x62, 0xF1, 0x87, 'A', 0xF1, 0x95, 'B', 'C'});
+    ASSERT_EQ(both.records.size(), 2u);
+    EXPECT_EQ(both.records[0].data, Bytes{'A'});
+    EXPECT_EQ(both.records[1].text, "BC");
+    // The second identifier's bytes also occur as data.
+    const Bytes data = {'A', 0xF1, 0x95, 'B', 0xF1, 0x95};
+    Bytes answer = {0x62, 0xF1, 0x87};
+    answer.insert(answer.end(), data.begin(), data.end());
+    const Decoded unclear = Decode(request, answer);
+    ASSERT_EQ(unclear.records.size(), 1u);
+    EXPECT_EQ(unclear.records[0].data, data);
+    // The control unit left out the first one.
+    const Decoded second = Decode(request, {0x62, 0xF1, 0x95, 'B'});
+    ASSERT_EQ(second.records.size(), 1u);
+    EXPECT_EQ(second.records[0].identifier, 0xF195);
+}
+
+TEST(Uds, OnlyPrintableDataIsShownAsText) {
+    EXPECT_EQ(TextOfData({'A', ' ', '1', 0x00, 0x00}), "A 1");
+    EXPECT_EQ(TextOfData({0xFF, ' ', 'A', 0xFF}), "A");
+    EXPECT_EQ(TextOfData({'A', 0x00, 'B'}), "");
+    EXPECT_EQ(TextOfData({0x00, 0xFF, ' '}), "");
+    EXPECT_EQ(TextOfData({0x12, 0x34}), "");
+    EXPECT_EQ(TextOfData({}), "");
+}
+
+TEST(Uds, DecodingNeverReadsBeyondTheBytes) {
+    std::mt19937 random(14229);
+    for (int round = 0; round < 20000; ++round) {
+        Bytes request(random() % 8);
+        Bytes answer(random() % 10);
+        for (Bytes* bytes : {&request, &answer}) {
+            for (std::uint8_t& byte : *bytes)
+                byte = static_cast<std::uint8_t>(random());
+        }
+        if (!request.empty() && round % 2 == 0) request[0] = 0x22;
+        if (!answer.empty() && round % 4 == 0) answer[0] = 0x62;
+        for (const std::string& text : {DescribeRequest(request), DescribeAnswer(request, answer)})
+            EXPECT_EQ(OnOneLine(text), text);
+        EXPECT_EQ(DecodedJson(DecodeRequest(request))["text"], DescribeRequest(request));
     }
 }
 

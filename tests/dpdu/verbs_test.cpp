@@ -31,19 +31,22 @@ std::ptrdiff_t CountReported(const ClientResult& result, const std::string& line
 
 TEST(DpduFunctional, EachControlUnitHasARowWithItsAnswerAndTime) {
     ExpectOutput(RunClient({"functional", "3E00", "--units", "7E0,7E1:7E9"}),
-                 "UNIT     TIME    ANSWER\n"
-                 "7E0:7E8  1.5 ms  7E 00\n"
-                 "7E1:7E9  2.5 ms  7E 00\n");
+                 "UNIT     TIME    ANSWER  MEANING\n"
+                 "7E0:7E8  1.5 ms  7E 00   TesterPresent zeroSubFunction\n"
+                 "7E1:7E9  2.5 ms  7E 00   TesterPresent zeroSubFunction\n");
 }
 
 TEST(DpduFunctional, SilentAndNegativeControlUnitsAreReportedAndFailTheCommand) {
     const ClientResult result = RunClient({"functional", "22F190", "--units", "7E0,7E2-7E3"});
     ExpectFailure(result, "2 of 3 control units did not do as asked", kNoAnswer);
     EXPECT_EQ(result.output,
-              "UNIT     TIME    ANSWER\n"
-              "7E0:7E8  1.5 ms  62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31\n"
-              "7E2:7EA  2.5 ms  7F 22 31  negative response requestOutOfRange (0x31) to service "
-              "0x22\n"
+              "UNIT     TIME    ANSWER                                                       "
+              "MEANING\n"
+              "7E0:7E8  1.5 ms  62 F1 90 54 45 53 54 56 31 4E 30 30 30 30 30 30 30 30 30 31  "
+              "ReadDataByIdentifier F190 VINDataIdentifier \"TESTV1N0000000001\"\n"
+              "7E2:7EA  2.5 ms  7F 22 31                                                     "
+              "ReadDataByIdentifier F190 VINDataIdentifier: negative response requestOutOfRange "
+              "(0x31)\n"
               "7E3:7EB  -       no answer\n");
 }
 
@@ -58,9 +61,9 @@ TEST(DpduFunctional, FileGivesControlUnitsTheirNames) {
         << "# a car\n7E0:7E8  engine, left\n\n7E1   gearbox # eight above\n";
     const ClientResult text = RunClient({"functional", "3E00", "--file", path});
     EXPECT_EQ(text.output,
-              "UNIT     NAME          TIME    ANSWER\n"
-              "7E0:7E8  engine, left  1.5 ms  7E 00\n"
-              "7E1:7E9  gearbox       2.5 ms  7E 00\n");
+              "UNIT     NAME          TIME    ANSWER  MEANING\n"
+              "7E0:7E8  engine, left  1.5 ms  7E 00   TesterPresent zeroSubFunction\n"
+              "7E1:7E9  gearbox       2.5 ms  7E 00   TesterPresent zeroSubFunction\n");
     const Json units =
         Document(RunClient({"functional", "3E00", "--file", path, "--json"}))["controlUnits"];
     std::remove(path.c_str());

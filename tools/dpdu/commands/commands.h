@@ -47,6 +47,7 @@ struct RequestOptions {
     std::vector<EcuAddress> ecus{EcuAddress{}};
     std::optional<std::uint32_t> functional_id;
     std::vector<ExpectedResponse> expected;  // empty: positive and negative by service byte
+    bool decode = false;                     // also say what the answer of a single unit means
     LinkOptions link;
 };
 

@@ -3,11 +3,9 @@
 #include <cstdio>
 #include <ctime>
 #include <nlohmann/json.hpp>
-#include <optional>
 
 #include "links/com_primitive.h"
 #include "pdu/status_text.h"
-#include "uds/answers.h"
 
 namespace dpdu {
 namespace {
@@ -25,13 +23,12 @@ std::string InfoText(T_PDU_INFO code) {
     }
 }
 
-void ReadResult(const PDU_EVENT_ITEM& item, Event* event) {
+void ReadResult(const PDU_EVENT_ITEM& item, const Bytes& request, Event* event) {
     const Answer answer = ReadAnswer(item);
     event->kind = "result";
     event->data = HexText(answer.data);
-    event->text = "answer " + HexText(answer.data, " ");
-    const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data);
-    if (negative) event->text += "  " + NegativeResponseText(*negative);
+    event->decoded = Decode(request, answer.data);
+    event->text = "answer " + HexText(answer.data, " ") + "  " + event->decoded.Text();
 }
 
 int Milliseconds(WallTime time) {
@@ -63,13 +60,13 @@ std::tm FieldsOf(WallTime time, std::tm* (*convert)(const std::time_t*)) {
 
 }  // namespace
 
-Event ReadEvent(const PDU_EVENT_ITEM& item, const std::string& source) {
+Event ReadEvent(const PDU_EVENT_ITEM& item, const std::string& source, const Bytes& request) {
     Event event;
     event.source = item.hCop == PDU_HANDLE_UNDEF ? source : "request " + std::to_string(item.hCop);
     event.timestamp_us = item.Timestamp;
     event.has_timestamp = true;
     if (item.pData && item.ItemType == PDU_IT_RESULT) {
-        ReadResult(item, &event);
+        ReadResult(item, request, &event);
     } else if (item.pData && item.ItemType == PDU_IT_STATUS) {
         event.kind = "status";
         event.text = StateText(*static_cast<const PDU_STATUS_DATA*>(item.pData));
@@ -100,7 +97,10 @@ Json EventJson(const Event& event, WallTime time) {
                  {"source", event.source},
                  {"kind", event.kind},
                  {"text", event.text}};
-    if (!event.data.empty()) json["data"] = event.data;
+    if (!event.data.empty()) {
+        json["data"] = event.data;
+        json["decoded"] = DecodedJson(event.decoded);
+    }
     if (event.has_timestamp) json["timestampUs"] = event.timestamp_us;
     return json;
 }

@@ -8,6 +8,7 @@
 
 #include "console/output.h"
 #include "dpdu_types.h"
+#include "uds/decoding.h"
 
 namespace dpdu {
 
@@ -16,12 +17,14 @@ struct Event {
     std::string kind;    // "info", "status", "error", "result", "module", "monitor"
     std::string text;
     std::string data;  // result: its bytes in hexadecimal
+    Decoded decoded;   // result: what they mean
     UNUM32 timestamp_us = 0;
     bool has_timestamp = false;  // false: not from an event item
 };
 
 // `source` names the queue that the item comes from; an event of a ComPrimitive names that instead.
-Event ReadEvent(const PDU_EVENT_ITEM& item, const std::string& source);
+// `request` helps to decode answers; empty: unknown.
+Event ReadEvent(const PDU_EVENT_ITEM& item, const std::string& source, const Bytes& request);
 
 using WallTime = std::chrono::system_clock::time_point;
 

@@ -5,7 +5,7 @@
 #include "commands/commands.h"
 #include "commands/module_session.h"
 #include "links/ecu_request.h"
-#include "uds/answers.h"
+#include "uds/decoding.h"
 
 namespace dpdu {
 namespace {
@@ -34,21 +34,17 @@ std::string TimeText(const Answer& answer) {
     return text;
 }
 
-std::string AnswerText(const Answer& answer) {
-    const std::string bytes = HexText(answer.data, " ");
-    const std::optional<NegativeResponse> negative = ParseNegativeResponse(answer.data);
-    return negative ? bytes + "  " + NegativeResponseText(*negative) : bytes;
-}
-
-void Print(const std::vector<NamedUnit>& units, const std::vector<EcuReply>& replies,
-           Output* output) {
-    std::vector<Row> rows = {{"UNIT", "NAME", "TIME", "ANSWER"}};
+void Print(const FunctionalOptions& options, const std::vector<EcuReply>& replies, Output* output) {
+    const std::vector<NamedUnit>& units = options.units;
+    std::vector<Row> rows = {{"UNIT", "NAME", "TIME", "ANSWER", "MEANING"}};
     for (std::size_t i = 0; i < replies.size(); ++i) {
         const std::string address = AddressOf(units, i);
         const std::string name = NameOf(units, i);
         if (replies[i].answers.empty()) rows.push_back({address, name, "-", replies[i].error});
-        for (const Answer& answer : replies[i].answers)
-            rows.push_back({address, name, TimeText(answer), AnswerText(answer)});
+        for (const Answer& answer : replies[i].answers) {
+            rows.push_back({address, name, TimeText(answer), HexText(answer.data, " "),
+                            DescribeAnswer(options.request, answer.data)});
+        }
     }
     const auto has_name = [](const NamedUnit& unit) { return !unit.name.empty(); };
     if (std::none_of(units.begin(), units.end(), has_name)) {
@@ -61,12 +57,13 @@ void Print(const std::vector<NamedUnit>& units, const std::vector<EcuReply>& rep
 Json ResultJson(const FunctionalOptions& options, const std::vector<EcuReply>& replies) {
     Json list = Json::array();
     for (std::size_t i = 0; i < replies.size(); ++i) {
-        Json reply = ReplyJson(replies[i]);
+        Json reply = ReplyJson(replies[i], options.request);
         const std::string name = NameOf(options.units, i);
         if (!name.empty()) reply["name"] = name;
         list.push_back(reply);
     }
     return {{"request", HexText(options.request)},
+            {"decodedRequest", DecodedJson(DecodeRequest(options.request))},
             {"functionalId", CanIdText(options.functional_id)},
             {"controlUnits", list}};
 }
@@ -82,7 +79,7 @@ ExitCode RunFunctional(const CommonOptions& common, const FunctionalOptions& opt
     if (output->AsJson()) {
         output->Document(ResultJson(options, replies));
     } else {
-        Print(options.units, replies, output);
+        Print(options, replies, output);
     }
     const std::vector<ExitCode> outcomes = Outcomes(replies);
     const auto good = std::count(outcomes.begin(), outcomes.end(), ExitCode::kOk);

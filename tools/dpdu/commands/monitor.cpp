@@ -179,7 +179,8 @@ private:
                 session_, link->Handles(),
                 link->RequestPrimitive(options_.request, ResponsesTo(options_.request)));
             journal_->Note("request " + std::to_string(*running_), "monitor",
-                           "sent " + HexText(options_.request, " "));
+                           "sent " + HexText(options_.request, " ") + "  " +
+                               DescribeRequest(options_.request));
         }
     }
 
@@ -191,7 +192,7 @@ private:
 
     void TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
         session_.DrainQueue(module, link, [&](const PDU_EVENT_ITEM& item) {
-            journal_->Add(ReadEvent(item, source));
+            journal_->Add(ReadEvent(item, source, options_.request));
             if (item.ItemType == PDU_IT_ERROR) has_error_ = true;
             const bool is_status = item.ItemType == PDU_IT_STATUS && item.pData;
             if (is_status && running_ && item.hCop == *running_ &&

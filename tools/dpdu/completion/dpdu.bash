@@ -35,7 +35,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose reset clear-tx-queue suspend-tx-queue resume-tx-queue clear-rx-queue battery set-voltage voltage generic buffer-size start-filter clear-filters stop-filter event-queue cable break ignition vehicle-id ethernet-switch entity-status power-mode ethernet-pins tls-mode isobus-functions'
             ;;
         'request')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --decode --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'functional')
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'

@@ -9,6 +9,7 @@
 #include "console/interruption.h"
 #include "console/progress.h"
 #include "uds/answers.h"
+#include "uds/decoding.h"
 
 namespace dpdu {
 namespace {
@@ -53,7 +54,7 @@ EcuReply UnknownSender(const Answer& answer) {
     return {nobody, {answer}, "", ExitCode::kOk};
 }
 
-Json AnswerJson(const Answer& answer) {
+Json AnswerJson(const Answer& answer, const Bytes& request) {
     Json json = {{"data", HexText(answer.data)},
                  {"acceptanceId", answer.acceptance_id},
                  {"timestampUs", answer.timestamp_us}};
@@ -62,6 +63,7 @@ Json AnswerJson(const Answer& answer) {
         json["negativeResponse"] = {{"code", negative->code},
                                     {"name", NegativeResponseName(negative->code)}};
     }
+    json["decoded"] = DecodedJson(Decode(request, answer.data));
     return json;
 }
 
@@ -126,12 +128,12 @@ std::string NegativeText(const EcuReply& reply) {
     return negative ? NegativeResponseText(*negative) : "";
 }
 
-Json ReplyJson(const EcuReply& reply) {
+Json ReplyJson(const EcuReply& reply, const Bytes& request) {
     Json json = {{"requestId", CanIdText(reply.ecu.request_id)},
                  {"responseId", CanIdText(reply.ecu.response_id)}};
     Json answers = Json::array();
     for (const Answer& answer : reply.answers)
-        answers.push_back(AnswerJson(answer));
+        answers.push_back(AnswerJson(answer, request));
     json["answers"] = answers;
     if (!reply.error.empty()) json["error"] = reply.error;
     return json;

@@ -37,8 +37,8 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
 // The text of the negative response if the first answer is one, else empty.
 std::string NegativeText(const EcuReply& reply);
 
-// Identifiers, answers and error.
-Json ReplyJson(const EcuReply& reply);
+// Identifiers, answers and error. The answers are also decoded, as those to the request.
+Json ReplyJson(const EcuReply& reply, const Bytes& request);
 
 // kOk for a positive first answer, else why there is none.
 ExitCode Outcome(const EcuReply& reply);

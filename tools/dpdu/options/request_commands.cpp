@@ -12,8 +12,10 @@ constexpr char kRequestFooter[] = R"(
 The request's bytes are 22F190, 22 F1 90, 22:F1:90 or 0x22 0xF1 0x90, in one argument or
 several; - reads them from standard input.
 
-The answer of a single control unit is printed as hexadecimal bytes only. Several control
-units are asked one after the other or, with --functional, all at once; each has a row.
+The answer of a single control unit is printed as hexadecimal bytes only, for scripts; with
+--decode, and always on a terminal, a second line names service, sub-function, identifiers
+with text, and negative response. Several control units are asked one after the other or,
+with --functional, all at once; each has a row that ends with the same.
 
 Without --expect, the positive and the negative response to the request's service are
 expected. A pattern may be followed by a slash and a mask of the same length with the bits
@@ -26,6 +28,7 @@ Examples:
   dpdu request 22F190
   dpdu request 22 F1 87 --ecu 7E1:7E9
   echo 22:F1:90 | dpdu request -
+  dpdu request 22F190 --decode
   dpdu request 22F190 --ecu 7E0:7E8 --ecu 7E1:7E9
   dpdu request 22F190 --functional 7DF --ecu 7E0:7E8 --ecu 7E1:7E9 --ecu 7E2:7EA
   dpdu request 1003 --ecu 18DA10F1:18DAF110 --p2 2000
@@ -80,6 +83,7 @@ struct RequestTexts {
     std::string functional;
     std::vector<std::string> expect;
     std::vector<std::string> expect_negative;
+    bool decode = false;
     LinkTexts link;
 };
 
@@ -93,6 +97,7 @@ RequestOptions ParseRequest(const RequestTexts& texts) {
     for (const std::string& text : texts.expect_negative) {
         options.expected.push_back(ParseExpected(text, true));
     }
+    options.decode = texts.decode;
     options.link = ParseLink(texts.link);
     if (!texts.functional.empty()) {
         options.functional_id = RequireCanId(texts.functional);
@@ -119,6 +124,8 @@ void AddRequest(CommandSet* commands) {
     AddRepeatable(command, "--expect-negative", &texts->expect_negative,
                   "expected negative response")
         ->type_name("PATTERN[/MASK]");
+    command->add_flag("--decode", texts->decode,
+                      "also show in words what the answer of a single control unit says");
     AddEcuOption(command, &texts->ecus);
     AddTimingOptions(command, &texts->link);
 }
