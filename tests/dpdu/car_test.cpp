@@ -159,7 +159,25 @@ TEST_F(DpduCar, FunctionalTableHasARowForEachControlUnit) {
         {"functional", "22F187", "--units", "7E0,7E1,713:77D", "--json"}))["controlUnits"];
     ASSERT_EQ(units.size(), 3u);
     EXPECT_EQ(units[1]["answers"][0]["data"], "62F18754562D5443552D303432302D43");
-    EXPECT_TRUE(units[2]["answers"][0].contains("afterUs"));
+}
+
+TEST_F(DpduCar, FunctionalTimesAreThoseOfTheControlUnitsOrNone) {
+    conformance::Simulator simulator;
+    simulator.Command(R"(unit abs {"delay_ms": 150})");
+    const ClientResult together =
+        RunSuccessfully({"functional", "22F187", "--units", "7E0,713:77D"});
+    const Json alone = Document(RunSuccessfully(
+        {"functional", "22F187", "--units", "7E0,713:77D", "--each-time", "--json"}));
+    simulator.Command(R"(unit abs {"delay_ms": 0})");
+    EXPECT_TRUE(Contains(together.output, "7E0:7E8  -     62 F1 87 ")) << together.output;
+    EXPECT_TRUE(Contains(together.error, "TIME is not measurable with this library"))
+        << together.error;
+    EXPECT_EQ(alone["times"], "alone");
+    EXPECT_GE(alone["allAnswersAfterUs"], 150'000);  // the late one's time
+    const Json& units = alone["controlUnits"];
+    EXPECT_FALSE(units[0]["answers"][0].contains("afterUs"));
+    EXPECT_GE(units[1]["aloneAfterUs"], 150'000);
+    EXPECT_LT(units[0]["aloneAfterUs"], units[1]["aloneAfterUs"]);
 }
 
 TEST_F(DpduCar, RawFramesOfTheBusAreReceived) {

@@ -8,6 +8,7 @@
 // FAKE_DPDU_SCENARIO selects a special case, one word: no-module, late-module, two-modules,
 // slow-scan, refuses-construct, refuses-link, lost-module, unplugged (the module disappears after
 // the second request and comes back some scans after the library was constructed again),
+// equal-stamps (the answers to a functional request have the same time stamp),
 // crashes-in-lookup, hangs-in-lookup, exits-in-lookup, hangs-at-end.
 //
 // On a raw link STARTCOMM and SENDRECV with at least four bytes send a frame, which is reported,
@@ -419,7 +420,8 @@ bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
         const Expected* match = FindMatch(expected, answer);
         if (!match) continue;
         AddResult(link, primitive, ecu.unique_id, match->acceptance_id, answer)->item.Timestamp +=
-            answers++ * kNextAnswerAfter;
+            IsScenario("equal-stamps") ? 0 : kNextAnswerAfter * answers;
+        ++answers;
     }
     if (answers == 0) AddError(link, primitive, PDU_ERR_EVT_RX_TIMEOUT);
     return true;

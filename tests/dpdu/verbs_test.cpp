@@ -73,6 +73,37 @@ TEST(DpduFunctional, FileGivesControlUnitsTheirNames) {
     EXPECT_EQ(units[1]["answers"][0]["afterUs"], 2500);
 }
 
+TEST(DpduFunctional, TimesThatTheLibraryDoesNotMeasureAreNotShown) {
+    const std::vector<std::string> arguments = {"functional", "3E00", "--units", "7E0,7E1"};
+    const ClientResult result = RunClient(arguments, "equal-stamps");
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "UNIT     TIME  ANSWER  MEANING\n"
+              "7E0:7E8  -     7E 00   TesterPresent zeroSubFunction\n"
+              "7E1:7E9  -     7E 00   TesterPresent zeroSubFunction\n");
+    EXPECT_EQ(
+        result.error,
+        "dpdu: TIME is not measurable with this library: it delivers all answers at once, here "
+        "after 1.5 ms; --each-time also asks each control unit alone\n");
+    const Json document =
+        Document(RunClient({"functional", "3E00", "--units", "7E0,7E1", "--json"}, "equal-stamps"));
+    EXPECT_EQ(document["times"], "none");
+    EXPECT_EQ(document["allAnswersAfterUs"], 1500);
+    EXPECT_FALSE(document["controlUnits"][0]["answers"][0].contains("afterUs"));
+}
+
+TEST(DpduFunctional, EachControlUnitIsTimedAloneOnRequest) {
+    const ClientResult result = RunClient(
+        {"functional", "22F190", "--units", "7E0,7E3,7E1", "--any", "--each-time"}, "equal-stamps");
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_TRUE(Contains(result.output, "UNIT     TIME ALONE  ANSWER")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "7E0:7E8  1.5 ms      ")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "7E3:7EB  -           no answer\n")) << result.output;
+    EXPECT_TRUE(Contains(result.error, "TIME ALONE is that of a second request")) << result.error;
+    ExpectMistakes({"functional", "1101", "--units", "7E0", "--each-time"}, {{}},
+                   "only for services that read; ECUReset does more");
+}
+
 TEST(DpduFunctional, InvalidListIsAMistakeAndIsNamed) {
     ExpectMistakes({"functional", "3E00"}, {{"--units", "7E7-7E0"},
                                             {"--units", "7F8"},

@@ -56,6 +56,7 @@ struct FunctionalOptions {
     std::vector<NamedUnit> units;
     std::uint32_t functional_id = 0x7DF;
     bool one_is_enough = false;  // one positive answer is a success
+    bool asks_each = false;      // ask each that answered again, alone, for its time
     LinkOptions link;
 };
 

@@ -38,7 +38,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --decode --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'functional')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --each-time --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
             ;;
         'vin')
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'

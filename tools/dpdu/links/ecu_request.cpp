@@ -4,10 +4,12 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
+#include <utility>
 
 #include "console/failure.h"
 #include "console/interruption.h"
 #include "console/progress.h"
+#include "pdu/own_library.h"
 #include "uds/answers.h"
 #include "uds/decoding.h"
 
@@ -51,7 +53,29 @@ EcuReply AskOne(const ConnectedModule& module, const LinkOptions& options, const
 // An answer that matches no entry of the table.
 EcuReply UnknownSender(const Answer& answer) {
     const EcuAddress nobody{0, 0};
-    return {nobody, {answer}, "", ExitCode::kOk};
+    return {nobody, {answer}, "", ExitCode::kOk, std::nullopt};
+}
+
+// Frames of a CAN bus cannot follow each other faster.
+constexpr UNUM32 kShortestGapUs = 100;
+
+// The dongle of this project's library sends all answers to a functional request in one packet, so
+// that their time stamps are those of the delivery. Other libraries that do likewise show it by
+// stamps that are too close to each other.
+bool AreDeliveredTogether(const ConnectedModule& module, const std::vector<Answer>& answers) {
+    if (IsOwnLibrary(module)) return true;
+    for (std::size_t i = 1; i < answers.size(); ++i) {
+        // The unsigned difference is correct across a wrap.
+        if (answers[i].timestamp_us - answers[i - 1].timestamp_us >= kShortestGapUs) return false;
+    }
+    return answers.size() > 1;
+}
+
+void ReplaceTimes(std::vector<EcuReply>* replies) {
+    for (EcuReply& reply : *replies) {
+        for (Answer& answer : reply.answers)
+            reply.all_after_us = std::exchange(answer.after_us, std::nullopt);
+    }
 }
 
 Json AnswerJson(const Answer& answer, const Bytes& request) {
@@ -86,7 +110,7 @@ std::vector<EcuReply> AskEach(const ConnectedModule& module, const LinkOptions& 
             replies.push_back(AskOne(module, options, ecu, request, expected));
         } catch (const Failure& failure) {
             ThrowIfInterrupted();
-            replies.push_back({ecu, {}, failure.what(), failure.Code()});
+            replies.push_back({ecu, {}, failure.what(), failure.Code(), std::nullopt});
         }
     }
     NoticeLostModule(module, &replies);
@@ -104,7 +128,7 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
     std::vector<EcuReply> replies;
     replies.reserve(ecus.size());
     for (const EcuAddress& ecu : ecus)
-        replies.push_back({ecu, {}, "", ExitCode::kNoAnswer});
+        replies.push_back({ecu, {}, "", ExitCode::kNoAnswer, std::nullopt});
     for (const Answer& answer : exchange.answers) {
         if (answer.unique_id < ecus.size()) {
             replies[answer.unique_id].answers.push_back(answer);
@@ -117,6 +141,8 @@ std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptio
         const bool is_alone = exchange.answers.empty() && !exchange.error.empty();
         if (reply.answers.empty()) ExplainSilence(is_alone ? exchange : Exchange{}, &reply);
     }
+    // One control unit is asked physically.
+    if (ecus.size() > 1 && AreDeliveredTogether(module, exchange.answers)) ReplaceTimes(&replies);
     NoticeLostModule(module, &replies);
     return replies;
 }

@@ -3,6 +3,7 @@
 #ifndef TOOLS_DPDU_LINKS_ECU_REQUEST_H
 #define TOOLS_DPDU_LINKS_ECU_REQUEST_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,9 @@ struct EcuReply {
     std::vector<Answer> answers;
     std::string error;                    // why there are no answers; empty if there are any
     ExitCode code = ExitCode::kNoAnswer;  // what that reason amounts to
+    // Functional requests: the library delivered all answers at once, this long after the request
+    // began, so that the answers have no times of their own.
+    std::optional<UNUM32> all_after_us;
 };
 
 // The positive and the negative response to a request, identified by their service bytes.
@@ -28,7 +32,8 @@ std::vector<EcuReply> AskEach(const ConnectedModule& module, const LinkOptions& 
                               const std::vector<EcuAddress>& ecus, const Bytes& request,
                               const std::vector<ExpectedResponse>& expected);
 
-// Asks all at once with one functional request on the identifier.
+// Asks all at once with one functional request on the identifier. The answers' times are unset if
+// the library does not know them.
 std::vector<EcuReply> AskTogether(const ConnectedModule& module, const LinkOptions& options,
                                   const std::vector<EcuAddress>& ecus, std::uint32_t functional_id,
                                   const Bytes& request,

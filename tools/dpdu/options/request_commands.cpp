@@ -1,9 +1,12 @@
+#include <algorithm>
+#include <iterator>
 #include <memory>
 #include <optional>
 
 #include "console/failure.h"
 #include "options/command_set.h"
 #include "options/link_options.h"
+#include "uds/services.h"
 
 namespace dpdu {
 namespace {
@@ -36,9 +39,11 @@ Examples:
   dpdu request 2EF15A01 --param CP_P2Star=10000000 --timeout 120)";
 
 constexpr char kFunctionalFooter[] = R"(
-Sends one request to all control units; each has a row with its answer and the time that it
-took, according to the library's time stamps. Tarvik's library stamps all answers when the
-last one has arrived.
+Sends one request to all control units; each has a row with its answer, the time that it
+took by the library's time stamps, and what the answer means. Tarvik's dongle delivers all
+answers together when the last one has arrived or the time is up, so TIME is not measurable
+then, and a line says so. --each-time sends the request once more to each control unit that
+has answered, one after the other, and shows the time of that answer.
 
 UNITS is a list such as 7E0:7E8,7E1:7E9. The response identifier may be omitted if it is
 eight above the request's, or 18DAyyxx for 18DAxxyy. 7E0-7E7 is a range. A file contains
@@ -47,6 +52,7 @@ one such list per line, optionally followed by a name; # begins a comment.
 Examples:
   dpdu functional 22F187 --units 7E0,7E1,713:77D
   dpdu functional 22 F1 90 --units 7E0-7E7 --any
+  dpdu functional 22F187 --units 7E0-7E7 --any --each-time
   dpdu functional 22F195 --file car.txt --json
   dpdu functional 3E00 --id 18DB33F1 --units 18DA10F1-18DA1FF1 --any)";
 
@@ -136,6 +142,7 @@ struct FunctionalTexts {
     std::vector<std::string> units;
     std::vector<std::string> files;
     bool one_is_enough = false;
+    bool asks_each = false;
     LinkTexts link;
 };
 
@@ -157,6 +164,16 @@ std::vector<NamedUnit> ParseAllUnits(const FunctionalTexts& texts) {
     return units;
 }
 
+// A request that is sent twice must not change anything.
+void RefuseUnlessItReads(const Bytes& request) {
+    constexpr std::uint8_t kReading[] = {0x01, 0x02, 0x03, 0x06, 0x07, 0x09, 0x0A,  // OBD
+                                         0x19, 0x22, 0x23, 0x24, 0x3E};
+    if (std::find(std::begin(kReading), std::end(kReading), request.front()) != std::end(kReading))
+        return;
+    throw UsageError("--each-time sends the request twice, so it is only for services that read; " +
+                     ServiceName(request.front()) + " does more");
+}
+
 void AddFunctional(CommandSet* commands) {
     const auto texts = std::make_shared<FunctionalTexts>();
     CLI::App* command = commands->Add(
@@ -166,6 +183,8 @@ void AddFunctional(CommandSet* commands) {
             options.units = ParseAllUnits(*texts);
             options.functional_id = RequireCanId(texts->id);
             options.one_is_enough = texts->one_is_enough;
+            options.asks_each = texts->asks_each;
+            if (options.asks_each) RefuseUnlessItReads(options.request);
             options.link = ParseLink(texts->link);
             return [=](Output* output) { return RunFunctional(common, options, output); };
         });
@@ -178,6 +197,8 @@ void AddFunctional(CommandSet* commands) {
         ->type_name("FILE");
     command->add_flag("--any", texts->one_is_enough,
                       "one positive answer is a success (default: all of them)");
+    command->add_flag("--each-time", texts->asks_each,
+                      "also ask each that answered alone, to measure its time");
     AddTimingOptions(command, &texts->link);
 }
 
