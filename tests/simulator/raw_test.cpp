@@ -10,6 +10,12 @@ namespace brennix::test {
 namespace {
 
 constexpr const char* kRawCar = R"({
+    "control_units": [
+        {"name": "engine", "request": "7E0", "response": "7E8", "functional": ["7DF"],
+         "data": {"F190": "WTVDEM0S1M0000001"}},
+        {"name": "gearbox", "request": "7E1", "response": "7E9", "functional": ["7DF"],
+         "behaviour": {"delay_ms": 20}}
+    ],
     "raw": {
         "frames": [
             {"name": "speed", "id": "1A0", "period_ms": 5, "counter": 1,
@@ -152,6 +158,26 @@ TEST_F(Raw, FramesAreAnsweredByMaskedId) {
     Switch(kReceptionOn);
     host_.Send(RawPacket(0x18DA55F1, {}));
     EXPECT_EQ(ReadFrame(0x18DAF110), RawPacket(0x18DAF110, {1, 2, 3, 4, 5, 6, 7, 8}));
+}
+
+TEST_F(Raw, ControlUnitsAnswerRequestsThatFitOneFrame) {
+    Switch(kReceptionOn);
+    host_.Send(RawPacket(0x7DF, {0x02, 0x3E, 0x00, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC}));
+    EXPECT_EQ(ReadFrame(0x7E8), RawPacket(0x7E8, {0x02, 0x7E, 0x00}));
+    EXPECT_EQ(ReadFrame(0x7E9), RawPacket(0x7E9, {0x02, 0x7E, 0x00}));
+    host_.Send(RawPacket(0x7E0, {0x03, 0x22, 0xF1, 0x90}));
+    EXPECT_EQ(ReadFrame(0x7E8), RawPacket(0x7E8, {0x10, 0x14, 0x62, 0xF1, 0x90, 'W', 'T', 'V'}));
+}
+
+TEST_F(Raw, ControlUnitsIgnoreFramesThatHoldNoWholeRequest) {
+    Switch(kReceptionOn);
+    for (const Bytes& data : {Bytes{}, Bytes{0x00}, Bytes{0x02, 0x3E}, Bytes{0x30, 0x00, 0x00},
+                              Bytes{0x08, 0x3E, 0, 0, 0, 0, 0, 0}}) {
+        host_.Send(RawPacket(0x7E0, data));
+    }
+    host_.Send(RawPacket(0x7E2, {0x02, 0x3E, 0x00}));  // nobody's id
+    host_.Send(RawPacket(0x7E0, {0x02, 0x10, 0x01}));
+    EXPECT_EQ(ReadFrame(0x7E8), RawPacket(0x7E8, {0x06, 0x50, 0x01, 0x00, 0x32, 0x01, 0xF4}));
 }
 
 TEST_F(Raw, FramesCanBeChangedStoppedAndReset) {

@@ -217,7 +217,7 @@ TEST(VehicleFile, ErrorsNameTheKeyAndWhatIsExpected) {
 
 TEST(VehicleFile, ExamplesAreValid) {
     for (const char* name :
-         {"demo", "difficult", "fleet", "fleet_faults", "mute", "unknown_model"}) {
+         {"demo", "difficult", "fleet", "fleet_faults", "large", "mute", "unknown_model"}) {
         EXPECT_NO_THROW(LoadVehicleFile(std::string(BRENNIX_SIM_VEHICLES) + "/" + name + ".json"))
             << name;
     }

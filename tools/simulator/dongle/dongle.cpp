@@ -69,7 +69,8 @@ Dongle::Dongle(std::size_t index, DongleSetup setup, EventLoop* loop, Record* re
             .note =
                 [this](std::string text) {
                     record_->AddText(index_, Direction::kEvent, std::move(text));
-                }}),
+                },
+            .unanswered = [this](const RawFrame& frame) { AskByFrame(frame); }}),
       timeline_(loop, &setup_.timeline,
                 {.send = [this](ByteSpan packet) { SendPacket(packet); },
                  .power_changed = [this](const Power& power) { OnPowerChanged(power); },
@@ -305,6 +306,20 @@ void Dongle::AskMulti(const Request& request, const Behaviour& special) {
              [answers = std::move(answers)](std::uint32_t answer_id, std::uint32_t) {
                  return MakeMultiResponse(answer_id, answers);
              });
+}
+
+// A raw frame may be a request that fits one frame: the control units that listen to its id answer
+// on the bus, where a raw listener sees it. Of a longer answer that is the first frame: nobody
+// sends the flow control for the others.
+void Dongle::AskByFrame(const RawFrame& frame) {
+    const std::optional<ByteSpan> request = SingleFrameData(frame);
+    if (!request || player_) return;
+    std::vector<BusMessage> messages;
+    vehicle_.Ask(frame.id, *request, setup_.behaviour, {}, &messages);
+    for (const BusMessage& message : messages) {
+        Later(message.at_ms,
+              [this, first = FirstFrame(message.response_id, message.data)] { raw_.Send(first); });
+    }
 }
 
 // Sends what the dongle sent for this request in the recording, possibly nothing.

@@ -127,6 +127,7 @@ private:
     void Replay(const Request& request, const Behaviour& special);
     void ReplayUnknown(const Request& request, const Behaviour& behaviour);
     void AskMulti(const Request& request, const Behaviour& special);
+    void AskByFrame(const RawFrame& frame);
     Behaviour TakeQueuedBehaviour();
 
     // Sends what `behaviour` puts before the answer and, `after_ms` from now, the answer that

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "protocol/wire.h"
 
@@ -20,5 +21,11 @@ struct RawFrame {
 };
 
 Bytes MakeRawPacket(const RawFrame& frame);
+
+// The message in a frame that holds a whole one (ISO 15765-2, normal addressing); nullopt for any
+// other frame.
+std::optional<ByteSpan> SingleFrameData(const RawFrame& frame);
+// The frame that carries the message or, if it does not fit one, its beginning.
+RawFrame FirstFrame(std::uint32_t id, ByteSpan message);
 
 }  // namespace brennix

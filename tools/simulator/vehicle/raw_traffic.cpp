@@ -152,18 +152,19 @@ void RawTraffic::OnFrame(RawFrame frame) {
         ++counted.count;
         counted.last = frame.data;
     }
-    if (ignition_) Answer(frame);
+    if (!ignition_ || !Answer(frame)) handlers_.unanswered(frame);
     if (received_.size() == kKeptFrames) received_.pop_front();
     received_.push_back({Clock::now(), std::move(frame)});
 }
 
-void RawTraffic::Answer(const RawFrame& frame) {
+bool RawTraffic::Answer(const RawFrame& frame) {
     for (const RawAnswer& answer : setup_->answers) {
         if (!answer.Matches(frame)) continue;
         for (const RawAnswer::Reply& reply : answer.replies)
             Later(reply.delay_ms, [this, reply = reply.frame] { Send(reply); });
-        return;
+        return true;
     }
+    return false;
 }
 
 void RawTraffic::ClearReceived() {

@@ -65,6 +65,7 @@ public:
     struct Handlers {
         std::function<void(std::span<const RawFrame>)> send;  // to the host
         std::function<void(std::string)> note;                // for the record
+        std::function<void(const RawFrame&)> unanswered;      // a frame of the host
     };
     struct Received {
         Clock::time_point time;
@@ -117,7 +118,7 @@ private:
     void Start();
     void Stop();
     void OnFrame(RawFrame frame);
-    void Answer(const RawFrame& frame);
+    bool Answer(const RawFrame& frame);  // false: no row matches
     void SendPeriodic(std::size_t index);
     void ContinueBurst(std::uint32_t id, std::uint32_t next, std::uint32_t count);
     void Later(std::uint32_t after_ms, std::function<void()> action);
