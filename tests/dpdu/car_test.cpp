@@ -3,18 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <utility>
 #include <vector>
 
-#include "client_run.h"
+#include "car_run.h"
 #include "conformance/framework/simulator.h"
-#include "conformance/framework/waiting.h"
 #include "path_text.h"
 #include "root/own_entry.h"
 
@@ -22,51 +17,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
-// On a busy machine the simulator may miss the 300 ms in which a port must answer. The library then
-// ignores the port until it is plugged in again, so the dongle is unplugged and plugged in, as a
-// user would do: if its port has not been open or opened for a while.
-void ReplugWhenLeftAlone(conformance::Gate* ended) {
-    constexpr std::chrono::seconds kAlone{4};
-    constexpr std::chrono::milliseconds kPulledOut{500};
-    conformance::Simulator simulator;
-    int opens = -1;
-    while (!ended->Wait(kAlone)) {
-        const Json state = Json::parse(simulator.Command("@0 stats")).at(0);
-        const int opens_before = std::exchange(opens, state.at("opens").get<int>());
-        if (state.at("host").get<bool>() || opens != opens_before) continue;
-        simulator.Unplug();
-        ended->Wait(kPulledOut);
-        simulator.Replug();
-    }
-}
-
 class DpduCar : public testing::Test {
 protected:
-    // The library finds its configuration in the folder provided by the simulator.
-    static void SetUpTestSuite() {
-        const fs::path folder =
-            fs::path(Environment("BRENNIX_SIM_SCRATCH")) / "config" / "Tarvik" / "Brennix";
-        fs::create_directories(folder);
-        std::ofstream(folder / "config.json")
-            << R"({"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false,)"
-            << R"( "dummyDevice": false})";
-    }
+    static void SetUpTestSuite() { ConfigureLibrary(); }
 
-    static ClientResult Run(std::vector<std::string> arguments) {
-        ClientSetup setup;
-        setup.arguments = std::move(arguments);
-        setup.arguments.insert(setup.arguments.end(), {"--wait", "30"});
-        setup.library = Environment("TARVIK_DPDU_LIBRARY");
-        conformance::Gate ended;
-        const conformance::Thread keeper([&ended] { ReplugWhenLeftAlone(&ended); });
-        const ClientResult result = RunClient(setup);
-        ended.Open();
-        return result;
+    static ClientResult Run(const std::vector<std::string>& arguments) {
+        return RunWithCar(arguments);
     }
     // The same for a command that succeeds.
     static ClientResult RunSuccessfully(const std::vector<std::string>& arguments) {

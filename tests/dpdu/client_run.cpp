@@ -120,6 +120,10 @@ ClientResult RunClient(const ClientSetup& setup) {
         EXPECT_TRUE(WaitForLine(report, setup.interrupt_when)) << setup.interrupt_when;
         EXPECT_TRUE(InterruptProcess(process));
     }
+    if (setup.interrupt_after) {
+        EXPECT_TRUE(setup.interrupt_after());
+        EXPECT_TRUE(InterruptProcess(process));
+    }
     result.exit_code = WaitForProcess(process);
     if (setup.has_reader) result.output = ReadWholeFile(output);
     TakeError(ReadWholeFile(error), &result);

@@ -3,6 +3,7 @@
 #ifndef TESTS_DPDU_CLIENT_RUN_H
 #define TESTS_DPDU_CLIENT_RUN_H
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -17,14 +18,15 @@ struct ClientResult {
 
 struct ClientSetup {
     std::vector<std::string> arguments;
-    std::string program;         // empty: the client as built
-    std::string input;           // its standard input
-    std::string scenario;        // of the fake library
-    std::string library;         // empty: the fake library, given by DPDU_LIBRARY
-    bool has_library = true;     // false: DPDU_LIBRARY is not set at all
-    bool is_released = true;     // false: the fake library ends before it is destructed
-    bool has_reader = true;      // false: nobody reads standard output
-    std::string interrupt_when;  // interrupt the program when the report has this line
+    std::string program;                    // empty: the client as built
+    std::string input;                      // its standard input
+    std::string scenario;                   // of the fake library
+    std::string library;                    // empty: the fake library, given by DPDU_LIBRARY
+    bool has_library = true;                // false: DPDU_LIBRARY is not set at all
+    bool is_released = true;                // false: the fake library ends before it is destructed
+    bool has_reader = true;                 // false: nobody reads standard output
+    std::string interrupt_when;             // interrupt the program when the report has this line
+    std::function<bool()> interrupt_after;  // or when this returns true, which it must
 };
 
 // The test fails if the fake library was used and not destructed, if anything was not released, or

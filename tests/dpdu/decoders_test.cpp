@@ -17,6 +17,7 @@
 #include "pdu/functions.h"
 #include "pdu/modules.h"
 #include "pdu/status_text.h"
+#include "scan/plan.h"
 #include "text/hex.h"
 #include "uds/answers.h"
 #include "uds/decoding.h"
@@ -97,6 +98,29 @@ TEST(EcuAddressing, PairHasIdentifiersOfUpTo29Bits) {
     for (const char* text : {"", "7E0", "7E0:", ":7E8", "7E0:7E8:7E9", "20000000:7E8", "x:y"}) {
         EXPECT_FALSE(ParseEcuAddress(text)) << text;
     }
+}
+
+TEST(ScanPlan, OnlyRequestsThatReadAreAllowed) {
+    for (const Bytes& request :
+         {Bytes{0x3E, 0x00}, Bytes{0x10, 0x01}, Bytes{0x22, 0xF1, 0x90}, Bytes{0x19, 0x01, 0xFF}}) {
+        EXPECT_TRUE(IsAllowedInScan(request)) << HexText(request);
+    }
+    for (int service = 0; service <= 0xFF; ++service) {
+        const bool reads = service == 0x19 || service == 0x22;
+        EXPECT_EQ(IsAllowedInScan({static_cast<std::uint8_t>(service), 0x02}), reads) << service;
+    }
+    EXPECT_FALSE(IsAllowedInScan({}));
+    EXPECT_FALSE(IsAllowedInScan({0x10, 0x03}));
+    EXPECT_FALSE(IsAllowedInScan({0x3E, 0x00, 0x00}));
+}
+
+TEST(ScanPlan, UsualResponseIdentifierFollowsFromTheRequestIdentifier) {
+    EXPECT_EQ(UsualResponseId(0x7E0, 8), 0x7E8u);
+    EXPECT_EQ(UsualResponseId(0x600, 0x80), 0x680u);
+    EXPECT_EQ(UsualResponseId(0x7F7, 8), 0x7FFu);
+    EXPECT_EQ(UsualResponseId(0x7F8, 8), std::nullopt);
+    EXPECT_EQ(UsualResponseId(0x18DA10F1, 8), 0x18DAF110u);
+    EXPECT_EQ(UsualResponseId(0x18DB33F1, 8), std::nullopt);
 }
 
 TEST(Uds, NegativeResponseIsDecodedWithItsName) {

@@ -402,6 +402,16 @@ const Expected* FindMatch(const std::vector<Expected>& expected, const Bytes& an
     return nullptr;
 }
 
+std::string HexDigits(const UNUM8* bytes, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
+
 // Puts the result of a request into the link's queue; false if it hangs.
 bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
             const std::vector<Expected>& expected) {
@@ -414,6 +424,7 @@ bool Answer(Link* link, UNUM32 primitive, const Bytes& request,
     UNUM32 answers = 0;
     for (std::size_t i = 0; i < count && i < link->ecus.size(); ++i) {
         const EcuEntry& ecu = link->ecus[i];
+        Report("sent " + HexDigits(request.data(), request.size()));
         if (!is_functional && ecu.request_id == kHangingEcu) return false;
         if (!IsAddressed(ecu)) continue;
         const Bytes answer = AnswerOf(ecu.request_id, request, link);
@@ -490,16 +501,6 @@ void FillModules(ModuleBlock* block) {
 
 // An unplugged module comes back only after a new PDUConstruct.
 bool IsUnplugged() { return IsScenario("unplugged") && constructions == 1 && requests >= 2; }
-
-std::string HexDigits(const UNUM8* bytes, std::size_t count) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += digits;
-    }
-    return text;
-}
 
 // Reports a frame as passed to the library.
 void SendFrame(const UNUM8* bytes, UNUM32 size, const PDU_COP_CTRL_DATA& control) {

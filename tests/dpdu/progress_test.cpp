@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <string>
@@ -49,6 +50,37 @@ TEST(ProgressLine, OnATerminalTheLineIsErasedAtTheEnd) {
     const std::string text = Content(file.get());
     EXPECT_EQ(text.rfind("\rdpdu: waiting... 0 s", 0), 0u) << text;
     EXPECT_EQ(text.substr(text.size() - 6), "     \r") << text;
+}
+
+TEST(ProgressBars, OnATerminalTheLineShowsShareAndTimeLeftAndIsErased) {
+    const File file(std::tmpfile());
+    ASSERT_TRUE(file);
+    {
+        ProgressBar bar("scanning", 4, {file.get(), true, std::chrono::seconds(1)});
+        const auto start = ProgressBar::Clock::now();
+        bar.Advance("700", start);  // earlier than the delay
+        EXPECT_EQ(std::ftell(file.get()), 0);
+        bar.Advance("701", start + std::chrono::seconds(10));
+        bar.Advance("702", start + std::chrono::seconds(10));  // too soon after the last
+    }
+    const std::string text = Content(file.get());
+    const std::string line = "\rdpdu: scanning [##########..........] 50 %, 10 s left, 701";
+    EXPECT_EQ(text, line + "\r" + std::string(line.size() - 1, ' ') + "\r");
+}
+
+TEST(ProgressBars, WithoutATerminalAPlainLineIsPrintedNowAndThen) {
+    const File file(std::tmpfile());
+    ASSERT_TRUE(file);
+    {
+        ProgressBar bar("scanning", 100, {file.get(), false, std::chrono::seconds(1)});
+        const auto start = ProgressBar::Clock::now();
+        for (int second = 0; second < 15; ++second)
+            bar.Advance("700", start + std::chrono::seconds(second));
+    }
+    const std::string text = Content(file.get());
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+    EXPECT_TRUE(text.starts_with("dpdu: scanning, ")) << text;
+    EXPECT_TRUE(text.ends_with(" s left...\n")) << text;
 }
 
 }  // namespace

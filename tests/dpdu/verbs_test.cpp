@@ -117,6 +117,88 @@ TEST(DpduFunctional, InvalidListIsAMistakeAndIsNamed) {
 
 // ---------------------------------------------------------------------------------------------
 
+TEST(DpduScan, AnotherVendorsLibraryIsScannedWithLinks) {
+    const ClientResult result = RunClient(
+        {"scan", "--range", "7E0-7E3", "--range", "18DA10F1", "--dids", "F190", "--dids", "F1A0"});
+    EXPECT_EQ(result.exit_code, kOk);
+    EXPECT_EQ(result.output,
+              "UNIT               FUNCTIONAL  DEFAULT SESSION  ACTIVE BEFORE  SERVICES     DTCS\n"
+              "7E0:7E8            yes         yes              -              10 19 22 3E  -\n"
+              "7E1:7E9            yes         yes              -              10 19 22 3E  -\n"
+              "7E2:7EA            yes         yes              -              10 19 22 3E  -\n"
+              "18DA10F1:18DAF110  no          yes              -              10 19 22 3E  -\n"
+              "\n"
+              "7E0:7E8\n"
+              "  F190  \"TESTV1N0000000001\"  VINDataIdentifier\n"
+              "  F1A0  00 0F 42 40\n"
+              "\n"
+              "7E1:7E9\n"
+              "  F190  \"TESTV1N0000000002\"  VINDataIdentifier\n"
+              "  F1A0  00 0F 42 40\n"
+              "\n"
+              "7E2:7EA\n"
+              "  F1A0  00 0F 42 40\n"
+              "\n"
+              "18DA10F1:18DAF110\n"
+              "  F190  \"TESTV1N0000000029\"  VINDataIdentifier\n"
+              "  F1A0  00 0F 42 40\n");
+    EXPECT_EQ(result.error,
+              "dpdu: the scan only reads: it sends 3E 00, 10 01 (default session), 22 and 19, "
+              "nothing else\n"
+              "dpdu: 4 control units found\n");
+    for (const std::string& line : result.report) {
+        if (!line.starts_with("sent ")) continue;
+        EXPECT_TRUE(line == "sent 3E00" || line == "sent 1001" || line == "sent 1901FF" ||
+                    line == "sent 22F186" || line == "sent 22F190" || line == "sent 22F1A0")
+            << line;
+    }
+}
+
+TEST(DpduScan, ReceivedFramesThatAreNoAnswersAreNotControlUnits) {
+    const ClientResult result = RunClient({"scan", "--method", "raw", "--range", "7E0", "--range",
+                                           "18DA10F1", "--primitive", "sendrecv"});
+    EXPECT_EQ(result.exit_code, kNoAnswer);
+    EXPECT_EQ(result.output, "");
+    for (const char* frame : {"000007DF short", "000007E0 short", "18DB33F1 long", "18DA10F1 long"})
+        EXPECT_TRUE(Reported(result, std::string("frame ") + frame + " 023E00CCCCCCCCCC")) << frame;
+}
+
+TEST(DpduScan, InterruptionShowsWhatWasFoundSoFar) {
+    const ClientResult result = RunInterrupted({"scan", "--range", "7E0-7E5", "--json"}, "hanging");
+    EXPECT_EQ(result.exit_code, kInterrupted);
+    const Json document = Document(result);
+    EXPECT_EQ(document["complete"], false);
+    EXPECT_EQ(document["controlUnits"].size(), 5u) << result.output;
+    EXPECT_TRUE(
+        Contains(result.error, "dpdu: interrupted; the scan is not complete, 5 control units"))
+        << result.error;
+}
+
+TEST(DpduScan, LostModuleEndsIt) {
+    const ClientResult result = RunClient({"scan", "--range", "7E0-7E1"}, "lost-module");
+    EXPECT_EQ(result.exit_code, kModuleLost);
+    EXPECT_TRUE(Contains(result.error, "the module is gone")) << result.error;
+}
+
+TEST(DpduScan, InvalidRangeIsAMistake) {
+    ExpectMistakes({"scan"}, {{"--range", "7FF-700"},
+                              {"--range", "700-18DA00F1"},
+                              {"--range", "18DA00F1-18DB00F0"},
+                              {"--range", "0-1FFFFFFF"},
+                              {"--range", "x"},
+                              {"--functional", "y"},
+                              {"--dids", "F19F-F180"},
+                              {"--dids", "10000"},
+                              {"--offset", "800"},
+                              {"--method", "guess"},
+                              {"--primitive", "delay"},
+                              {"--gap", "0"},
+                              {"--tester-present", "100"},
+                              {"--param", "CP_TesterPresentMessage=1101"}});
+}
+
+// ---------------------------------------------------------------------------------------------
+
 TEST(DpduRawSend, FrameReachesTheLibraryWithItsIdentifierFirst) {
     const ClientResult result = RunClient({"raw", "send", "123", "DE", "AD"});
     ExpectOutput(result, "123  [2]  DE AD  sent once\n");
@@ -370,7 +452,8 @@ TEST(DpduMonitor, ShowsModuleLinkRequestAndAnswerAsTheyOccur) {
     EXPECT_TRUE(texts[1].starts_with("module 5: PDU_MODST_READY")) << texts[1];
     EXPECT_EQ(texts[2], "link 40: PDU_CLLST_ONLINE");
     EXPECT_EQ(texts[3], "request 100: PDU_COPST_FINISHED");
-    EXPECT_TRUE(HasEvent(texts, "request 101: sent 22 F1 90"));
+    EXPECT_TRUE(
+        HasEvent(texts, "request 101: sent 22 F1 90  ReadDataByIdentifier F190 VINDataIdentifier"));
     EXPECT_TRUE(HasEvent(texts, "request 101: PDU_COPST_EXECUTING"));
     EXPECT_TRUE(HasEvent(texts, "request 101: answer 62 F1 90"));
     EXPECT_TRUE(HasEvent(texts, "request 102: sent 22 F1 90"));

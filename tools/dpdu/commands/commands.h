@@ -17,6 +17,7 @@
 #include "pdu/library_loader.h"
 #include "raw/can_frame.h"
 #include "raw/raw_link.h"
+#include "scan/scan.h"
 #include "trace/timeline.h"
 #include "uds/unit_list.h"
 
@@ -159,6 +160,8 @@ ExitCode RunFunctional(const CommonOptions& common, const FunctionalOptions& opt
                        Output* output);
 ExitCode RunVin(const CommonOptions& common, const VinOptions& options, Output* output);
 ExitCode RunDtc(const CommonOptions& common, const DtcOptions& options, Output* output);
+// kNoAnswer if no control unit was found; after an early end, what ended it.
+ExitCode RunScan(const CommonOptions& common, const ScanOptions& options, Output* output);
 ExitCode RunComParamGet(const CommonOptions& common, const ComParamOptions& options,
                         Output* output);
 ExitCode RunComParamSet(const CommonOptions& common, const ComParamOptions& options,

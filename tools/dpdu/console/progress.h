@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdio>
 #include <mutex>
 #include <string>
@@ -43,6 +44,35 @@ private:
     std::condition_variable changed_;
     bool done_ = false;  // guarded by lock_
     std::thread thread_;
+};
+
+// Shows how far a long job is and how much time is left. On a terminal one line, rewritten and
+// erased at the end; otherwise a plain line now and then.
+class ProgressBar {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // `total`: number of steps.
+    ProgressBar(std::string text, std::size_t total,
+                const ProgressStyle& style = StandardProgressStyle());
+    ~ProgressBar();
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+
+    // One more step is done; `step` names it.
+    void Advance(const std::string& step) { Advance(step, Clock::now()); }
+    void Advance(const std::string& step, Clock::time_point now);
+
+private:
+    void Show(const std::string& step, Clock::time_point now);
+
+    const std::string text_;
+    const std::size_t total_;
+    const ProgressStyle style_;
+    const Clock::time_point start_;
+    Clock::time_point next_;  // when to show it again
+    std::size_t done_ = 0;
+    std::size_t shown_length_ = 0;
 };
 
 }  // namespace dpdu

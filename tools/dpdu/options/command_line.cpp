@@ -23,6 +23,7 @@ Examples:
   dpdu dtc --json                     read the trouble codes as JSON
   dpdu functional 22F187 --units 7E0-7E7
                                       read the part numbers of several control units
+  dpdu scan                           find the control units on the bus
   dpdu raw listen                     show the frames on the bus
   dpdu monitor                        show events as they occur
   dpdu request --help                 show a command's options and examples)";
@@ -85,6 +86,7 @@ public:
         app_.fallthrough();
         AddModuleCommands(&commands_);
         AddRequestCommands(&commands_);
+        AddScanCommands(&commands_);
         AddTraceCommands(&commands_);
         AddRootCommands(&commands_);
         AddRawCommands(&commands_);

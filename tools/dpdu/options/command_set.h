@@ -74,6 +74,7 @@ extern const char kExitCodes[];
 
 void AddModuleCommands(CommandSet* commands);
 void AddRequestCommands(CommandSet* commands);
+void AddScanCommands(CommandSet* commands);
 void AddRawCommands(CommandSet* commands);
 void AddWatchCommands(CommandSet* commands);
 void AddTraceCommands(CommandSet* commands);

@@ -50,11 +50,15 @@ void AddProtocolOptions(CLI::App* command, LinkOptions* link) {
 }
 
 void AddTimingOptions(CLI::App* command, LinkTexts* texts) {
+    AddMillisecondsOption(command, "--tester-present", &texts->tester_present_ms,
+                          "period of tester present (3E80) during the request (default: never)");
+    AddQuietTimingOptions(command, texts);
+}
+
+void AddQuietTimingOptions(CLI::App* command, LinkTexts* texts) {
     AddMillisecondsOption(command, "--p2", &texts->link.p2_ms,
                           "CP_P2Max in milliseconds (default: 1000)");
     AddMillisecondsOption(command, "--p2-star", &texts->p2_star_ms, "CP_P2Star in milliseconds");
-    AddMillisecondsOption(command, "--tester-present", &texts->tester_present_ms,
-                          "period of tester present (3E80) during the request (default: never)");
     command
         ->add_option("--timeout", texts->timeout_seconds, "time limit of a request (default: 60)")
         ->type_name("SECONDS")
@@ -126,6 +130,12 @@ Bytes ParseWords(const std::vector<std::string>& words, const std::string& what)
     for (const std::string& word : words)
         text += (text.empty() ? "" : " ") + word;
     return ParseBytes(text, what);
+}
+
+T_PDU_COPT ParseSendPrimitive(const std::string& text) {
+    if (text == "startcomm") return PDU_COPT_STARTCOMM;
+    if (text == "sendrecv") return PDU_COPT_SENDRECV;
+    throw UsageError("'" + text + "' is not a ComPrimitive that sends: startcomm or sendrecv");
 }
 
 void RefuseEqualResponseIds(const std::vector<EcuAddress>& ecus) {

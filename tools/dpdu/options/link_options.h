@@ -23,6 +23,8 @@ struct LinkTexts {
 void AddProtocolOptions(CLI::App* command, LinkOptions* link);
 // Timing, ComParams and protocol: options of every command that sends requests.
 void AddTimingOptions(CLI::App* command, LinkTexts* texts);
+// As above without tester present.
+void AddQuietTimingOptions(CLI::App* command, LinkTexts* texts);
 void AddParamOption(CLI::App* command, std::vector<std::string>* params);
 void AddEcuOption(CLI::App* command, std::vector<std::string>* ecus);
 
@@ -37,6 +39,9 @@ std::uint32_t RequireCanId(const std::string& text);
 Bytes ParseBytes(const std::string& text, const std::string& what);
 // The same for bytes that the shell has split into words; "-" alone reads standard input.
 Bytes ParseWords(const std::vector<std::string>& words, const std::string& what);
+
+// The ComPrimitive that sends frames on a raw link.
+T_PDU_COPT ParseSendPrimitive(const std::string& text);
 
 // The answers to a functional request are told apart by their identifiers alone.
 void RefuseEqualResponseIds(const std::vector<EcuAddress>& ecus);

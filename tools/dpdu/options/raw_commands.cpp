@@ -41,12 +41,6 @@ Examples:
   dpdu raw listen --log --time 60 >drive.log      for tools that read candump logs
   dpdu raw listen --json --time 5)";
 
-T_PDU_COPT ParseSendPrimitive(const std::string& text) {
-    if (text == "startcomm") return PDU_COPT_STARTCOMM;
-    if (text == "sendrecv") return PDU_COPT_SENDRECV;
-    throw UsageError("'" + text + "' is not a ComPrimitive that sends: startcomm or sendrecv");
-}
-
 struct RawTexts {
     LinkOptions link = RawLinkOptions();
     std::vector<std::string> params;

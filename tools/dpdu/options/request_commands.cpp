@@ -120,7 +120,8 @@ void AddRequest(CommandSet* commands) {
             const RequestOptions options = ParseRequest(*texts);
             return [=](Output* output) { return RunRequest(common, options, output); };
         });
-    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")->required();
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")
+        ->required();
     command
         ->add_option("--functional", texts->functional,
                      "ask all control units at once on this CAN identifier")
@@ -188,7 +189,8 @@ void AddFunctional(CommandSet* commands) {
             options.link = ParseLink(texts->link);
             return [=](Output* output) { return RunFunctional(common, options, output); };
         });
-    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")->required();
+    command->add_option("bytes", texts->request_words, "the request in hexadecimal, or -")
+        ->required();
     command->add_option("--id", texts->id, "CAN identifier of the request (default: 7DF)")
         ->type_name("ID");
     AddRepeatable(command, "--units", &texts->units, "control units that may answer")

@@ -99,7 +99,8 @@ void AddMonitor(CommandSet* commands) {
             const MonitorOptions options = ParseMonitor(*texts);
             return [=](Output* output) { return RunMonitor(common, options, output); };
         });
-    command->add_option("bytes", texts->words, "request to send periodically, in hexadecimal, or -");
+    command->add_option("bytes", texts->words,
+                        "request to send periodically, in hexadecimal, or -");
     command->add_option("--ecu", texts->ecu, "control unit of the link (default: 7E0:7E8)")
         ->type_name("REQUEST:RESPONSE");
     AddMillisecondsOption(command, "--period", &texts->period_ms,

@@ -212,18 +212,21 @@ std::string TextOfData(const Bytes& data) {
     return is_text ? std::string(first, last) : "";
 }
 
+Json RecordJson(const DataRecord& record) {
+    Json json = {{"identifier", HexNumber(record.identifier, 4)}};
+    if (!record.name.empty()) json["name"] = record.name;
+    if (!record.data.empty()) json["data"] = HexText(record.data);
+    if (!record.text.empty()) json["text"] = record.text;
+    return json;
+}
+
 Json DecodedJson(const Decoded& decoded) {
     Json json = {{"text", decoded.Text()}, {"service", decoded.service}};
     if (!decoded.sub_function.empty()) json["subFunction"] = decoded.sub_function;
     if (decoded.suppresses_positive_response) json["suppressesPositiveResponse"] = true;
     if (decoded.routine) json["routine"] = HexNumber(*decoded.routine, 4);
-    for (const DataRecord& record : decoded.records) {
-        Json entry = {{"identifier", HexNumber(record.identifier, 4)}};
-        if (!record.name.empty()) entry["name"] = record.name;
-        if (!record.data.empty()) entry["data"] = HexText(record.data);
-        if (!record.text.empty()) entry["text"] = record.text;
-        json["data"].push_back(entry);
-    }
+    for (const DataRecord& record : decoded.records)
+        json["data"].push_back(RecordJson(record));
     if (decoded.trouble_code_count) json["troubleCodeCount"] = *decoded.trouble_code_count;
     if (decoded.p2_ms) json["p2Ms"] = *decoded.p2_ms;
     if (decoded.p2_star_ms) json["p2StarMs"] = *decoded.p2_star_ms;

@@ -55,6 +55,7 @@ std::string DescribeAnswer(const Bytes& request, const Bytes& answer);
 std::string TextOfData(const Bytes& data);
 
 // The fields that are set.
+Json RecordJson(const DataRecord& record);
 Json DecodedJson(const Decoded& decoded);
 
 }  // namespace dpdu
