@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string CountText(std::size_t count) {
+std::string FileCount(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " file" : " files");
 }
 
@@ -31,7 +31,7 @@ std::string Described(const std::vector<trace::LeftFile>& files) {
     std::uint64_t bytes = 0;
     for (const trace::LeftFile& file : files)
         bytes += file.size;
-    return CountText(files.size()) + ", " + SizeText(bytes);
+    return FileCount(files.size()) + ", " + SizeText(bytes);
 }
 
 // Old files of processes that have ended.

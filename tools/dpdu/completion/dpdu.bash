@@ -50,7 +50,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --range --functional --offset --dids --gap --answer-time --method --primitive --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'trace')
-            words='summary timeline export -h --help'
+            words='summary timeline export latest prune -h --help'
             ;;
         'trace summary')
             words='-h --help --slowest --json'
@@ -63,6 +63,12 @@ _dpdu_words() {
         'trace export')
             words='-h --help --format -o --output'
             files=1
+            ;;
+        'trace latest')
+            words='-h --help --log --json'
+            ;;
+        'trace prune')
+            words='-h --help --older-than --yes --dry-run'
             ;;
         'libraries')
             words='-h --help --root --json'
@@ -105,20 +111,20 @@ _dpdu() {
     local command='' next words='' files='' i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
+            --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'scan' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'scan' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'trace latest' | 'trace prune' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor') command=$next ;;
         esac
     done
 
     case $previous in
         --file | --folder | --library | --output | --root | -o) files=1 ;;
-        --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
+        --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --vendor | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'scan --method') words='auto raw links' ;;
