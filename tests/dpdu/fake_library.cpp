@@ -873,6 +873,11 @@ T_PDU_ERROR PDUStartComPrimitive(UNUM32 hMod, UNUM32 hCLL, T_PDU_COPT CoPType, U
         AddStatus(link, *phCoP, PDU_COPST_FINISHED);
         return PDU_STATUS_NOERROR;
     }
+    if (CoPType == PDU_COPT_UPDATEPARAM) {
+        Report("updateparam");
+        AddStatus(link, *phCoP, PDU_COPST_FINISHED);
+        return PDU_STATUS_NOERROR;
+    }
     if (!link->is_started) return PDU_ERR_CLL_NOT_STARTED;
     link->workers.emplace_back(Work, hMod, hCLL, *phCoP, Bytes(pCoPData, pCoPData + CoPDataSize),
                                CopyExpected(pCopCtrlData));
