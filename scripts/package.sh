@@ -7,7 +7,7 @@ SOURCE_DATE_EPOCH=$(scripts/source_date.sh)
 export SOURCE_DATE_EPOCH
 
 rm -rf build/packages
-for system in debian windows; do
+for system in python debian windows; do
     scripts/package_$system.sh >/dev/null
 done
 
