@@ -152,7 +152,7 @@ class Tools(Bus):
     """python-can's own programs, as users start them."""
 
     def run_tool(self, *arguments, seconds):
-        tool = subprocess.Popen([sys.executable, "-m", *arguments], stdout=subprocess.PIPE,
+        tool = subprocess.Popen([sys.executable, "-X", "faulthandler", "-m", *arguments], stdout=subprocess.PIPE,
                                 stderr=subprocess.STDOUT,
                                 # A shell that runs tests in the background lets them ignore it.
                                 preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL),
@@ -161,7 +161,12 @@ class Tools(Bus):
             output, _ = tool.communicate(timeout=seconds)
         except subprocess.TimeoutExpired:
             tool.send_signal(signal.SIGINT)
-            output, _ = tool.communicate(timeout=PATIENCE_S)
+            try:
+                output, _ = tool.communicate(timeout=PATIENCE_S)
+            except subprocess.TimeoutExpired:
+                tool.send_signal(signal.SIGABRT)  # faulthandler then shows where it is
+                output, _ = tool.communicate()
+                raise AssertionError(f"{arguments} did not end:\n{output.decode()}") from None
         return output.decode()
 
     def test_logger_writes_frames_and_player_sends_them(self):
