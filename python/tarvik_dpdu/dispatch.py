@@ -124,14 +124,16 @@ class EventQueue:
         self._functions = functions
         self._timeline = timeline
 
-    def _take(self) -> Tuple[bool, Optional[Event]]:
-        """Whether there was an item, and what it says."""
+    def _take(
+        self, read: Callable[[Any, Timeline], Optional[Event]]
+    ) -> Tuple[bool, Optional[Event]]:
+        """Whether there was an item, and what was read from it."""
         item = POINTER(records.PDU_EVENT_ITEM)()
         try:
             status = self._functions.PDUGetEventItem(self.key[0], self.key[1], byref(item))
             if status != constants.PDU_STATUS_NOERROR or not item:
                 return False, None
-            return True, read_event(item.contents, self._timeline)
+            return True, read(item.contents, self._timeline)
         finally:
             self._functions.destroy(item)
 
@@ -142,7 +144,7 @@ class EventQueue:
                 raise Closed("the library, the module or the link was closed")
             is_there = True
             while is_there:
-                is_there, event = self._take()
+                is_there, event = self._take(read_event)
                 if event is not None:
                     self.route(event)
 
@@ -150,7 +152,7 @@ class EventQueue:
         """Throws away what is in it."""
         with self.lock:
             self.is_closed = True
-            while self._take()[0]:
+            while self._take(lambda _item, _timeline: None)[0]:
                 pass
             self.events.clear()
 

@@ -6,7 +6,7 @@ vendor" of tests/dpdu/fake_library.cpp, or this project's own.
 import os, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
-SOURCE, LIBRARY = Path(sys.argv[1]), sys.argv[2]
+SOURCE, LIBRARY = Path(sys.argv[1]).resolve(), sys.argv[2]
 PYTHON_FOLDER = SOURCE / "python"
 sys.path.insert(0, str(PYTHON_FOLDER))
 
