@@ -1,5 +1,5 @@
-// This program, started a second time for what may end or block a process; one implementation per
-// operating system.
+// A child process: this program, started a second time for what may end or block a process, or
+// another; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_CHECK_CHILD_PROCESS_H
 #define TOOLS_DPDU_CHECK_CHILD_PROCESS_H
@@ -8,17 +8,26 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace dpdu::check {
 
 // The file of this program.
 std::string OwnProgram();
 
+struct Command {
+    std::string program;  // one without a folder is looked for where the system looks for programs
+    std::vector<std::string> arguments;
+};
+
 class ChildProcess {
 public:
-    // Gives it one argument, and `input` as its standard input. It has this process's standard
-    // error. Throws Failure if the system refuses.
-    ChildProcess(const std::string& argument, const std::string& input);
+    // Starts the command without a shell, with `input` as its standard input. It has this process's
+    // standard error. Throws Failure if the system refuses.
+    ChildProcess(const Command& command, const std::string& input);
+    // This program with one argument.
+    ChildProcess(const std::string& argument, const std::string& input)
+        : ChildProcess(Command{OwnProgram(), {argument}}, input) {}
     // Ends it if it still runs. It never runs longer than this process.
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

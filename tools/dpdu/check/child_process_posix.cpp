@@ -20,8 +20,8 @@ namespace {
 constexpr char kOwnProgram[] = "/proc/self/exe";
 constexpr std::chrono::milliseconds kEndPoll{5};
 
-[[noreturn]] void Refuse() {
-    throw Failure(std::string("the program cannot start itself again: ") + std::strerror(errno));
+[[noreturn]] void Refuse(const std::string& program, int error) {
+    throw Failure("the program '" + program + "' cannot be started: " + std::strerror(error));
 }
 
 class Descriptor {
@@ -51,19 +51,38 @@ struct Pipe {
 
     Pipe() {
         std::array<int, 2> ends{};
-        if (::pipe2(ends.data(), O_CLOEXEC) != 0) Refuse();
+        if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+            throw Failure(std::string("no pipe for another program: ") + std::strerror(errno));
+        }
         reading.Set(ends[0]);
         writing.Set(ends[1]);
     }
 };
 
-[[noreturn]] void Become(const char* argument, int input, int output, pid_t parent) {
+struct Streams {
+    int input;
+    int output;
+    int failure;  // gets errno if the program cannot be started
+};
+
+[[noreturn]] void Become(char* const* arguments, const Streams& streams, pid_t parent) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) ::_exit(1);  // it has ended in the meantime
-    ::dup2(input, STDIN_FILENO);
-    ::dup2(output, STDOUT_FILENO);
-    ::execl(kOwnProgram, "dpdu", argument, nullptr);
+    ::signal(SIGPIPE, SIG_DFL);             // it would inherit that this program ignores it
+    ::dup2(streams.input, STDIN_FILENO);
+    ::dup2(streams.output, STDOUT_FILENO);
+    ::execvp(arguments[0], arguments);
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = ::write(streams.failure, &error, sizeof error);
     ::_exit(127);
+}
+
+// The end of the pipe, without errno, comes when the program has replaced this one.
+int ReadFailure(int pipe) {
+    int error = 0;
+    while (::read(pipe, &error, sizeof error) < 0 && errno == EINTR) {
+    }
+    return error;
 }
 
 // A child that has ended reads nothing; how it ended is asked later.
@@ -102,17 +121,27 @@ struct ChildProcess::System {
     }
 };
 
-ChildProcess::ChildProcess(const std::string& argument, const std::string& input)
+ChildProcess::ChildProcess(const Command& command, const std::string& input)
     : system_(std::make_unique<System>()) {
+    std::vector<char*> arguments = {const_cast<char*>(command.program.c_str())};
+    for (const std::string& argument : command.arguments)
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
     Pipe pipe;
+    Pipe failure;
+    const Streams streams = {pipe.reading.Get(), system_->output.writing.Get(),
+                             failure.writing.Get()};
     const pid_t parent = ::getpid();
     system_->id = ::fork();
-    if (system_->id < 0) Refuse();
-    if (system_->id == 0) {
-        Become(argument.c_str(), pipe.reading.Get(), system_->output.writing.Get(), parent);
-    }
+    if (system_->id < 0) Refuse(command.program, errno);
+    if (system_->id == 0) Become(arguments.data(), streams, parent);
     pipe.reading.Close();
+    failure.writing.Close();
     system_->output.writing.Close();
+    if (const int error = ReadFailure(failure.reading.Get())) {
+        ::waitpid(system_->id, nullptr, 0);
+        Refuse(command.program, error);
+    }
     WriteAll(pipe.writing.Get(), input);
 }
 

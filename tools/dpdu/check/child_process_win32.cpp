@@ -16,9 +16,10 @@ constexpr std::chrono::milliseconds kReadPoll{10};  // anonymous pipes cannot be
 constexpr DWORD kPipeSize = 1 << 20;
 constexpr UINT kEnded = 1;
 
-[[noreturn]] void Refuse() {
-    throw Failure("the program cannot start itself again: error " +
-                  std::to_string(::GetLastError()));
+[[noreturn]] void Refuse(const std::string& program) {
+    const DWORD error = ::GetLastError();
+    throw Failure("the program '" + program + "' cannot be started: error " +
+                  std::to_string(error));
 }
 
 class Handle {
@@ -48,12 +49,16 @@ struct Pipe {
     Handle writing;
 
     Pipe() {
-        if (!::CreatePipe(reading.Out(), writing.Out(), nullptr, kPipeSize)) Refuse();
+        if (!::CreatePipe(reading.Out(), writing.Out(), nullptr, kPipeSize)) {
+            throw Failure("no pipe for another program");
+        }
     }
 };
 
 void LetInherit(HANDLE handle) {
-    if (!::SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT)) Refuse();
+    if (!::SetHandleInformation(handle, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT)) {
+        throw Failure("no pipe for another program");
+    }
 }
 
 // What is in it ends when the last handle of it is closed, which this process has.
@@ -73,6 +78,25 @@ std::wstring WideProgram() {
     return {buffer.data(), length};
 }
 
+// As the C runtime of most programs splits a command line.
+std::string Quoted(const std::string& argument) {
+    std::string quoted = "\"";
+    std::size_t backslashes = 0;
+    for (const char character : argument) {
+        if (character == '"') quoted.append(backslashes + 1, '\\');
+        backslashes = character == '\\' ? backslashes + 1 : 0;
+        quoted += character;
+    }
+    return quoted + std::string(backslashes, '\\') + "\"";
+}
+
+std::wstring CommandLine(const Command& command) {
+    std::string line = Quoted(command.program);
+    for (const std::string& argument : command.arguments)
+        line += " " + Quoted(argument);
+    return ToWide(line);
+}
+
 LONG WINAPI EndAtOnce(EXCEPTION_POINTERS* fault) {
     ::TerminateProcess(::GetCurrentProcess(), fault->ExceptionRecord->ExceptionCode);
     return EXCEPTION_EXECUTE_HANDLER;
@@ -88,7 +112,7 @@ struct ChildProcess::System {
     Pipe output;
 };
 
-ChildProcess::ChildProcess(const std::string& argument, const std::string& input)
+ChildProcess::ChildProcess(const Command& command, const std::string& input)
     : system_(std::make_unique<System>()) {
     Pipe pipe;
     LetInherit(pipe.reading.Get());
@@ -100,10 +124,10 @@ ChildProcess::ChildProcess(const std::string& argument, const std::string& input
     startup.hStdOutput = system_->output.writing.Get();
     startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
     PROCESS_INFORMATION started = {};
-    std::wstring command = L"dpdu " + ToWide(argument);
-    if (!::CreateProcessW(WideProgram().c_str(), command.data(), nullptr, nullptr, TRUE,
-                          CREATE_SUSPENDED, nullptr, nullptr, &startup, &started)) {
-        Refuse();
+    std::wstring line = CommandLine(command);
+    if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
+                          nullptr, &startup, &started)) {
+        Refuse(command.program);
     }
     system_->process.Set(started.hProcess);
     system_->job.Set(EndingJob());
