@@ -20,7 +20,7 @@ json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
     libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
-    libexpat1-dev
+    libexpat1-dev libedit-dev
     libsdbus-c++-dev dbus-daemon libgtest-dev libgmock-dev libbenchmark-dev zsh groff-base
     python3 python3-cryptography-vectors locales"
 linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run

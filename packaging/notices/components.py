@@ -50,6 +50,8 @@ COMPONENTS = [
     Component("GLib", "simulators", "shared", PACKAGE, "libglib2.0-0", "LGPL-2.1-or-later", "linux"),
     Component("sdbus-c++", "library", "optional", PACKAGE, "libsdbus-c++1", "LGPL-2.1-or-later", "linux",
               "loaded when Bluetooth is on"),
+    Component("libedit", "dpdu", "optional", PACKAGE, "libedit2", "BSD-3-Clause", "linux",
+              "loaded where steps are typed at a prompt"),
     Component("umockdev", "simulators", "optional", PACKAGE, "umockdev", "LGPL-2.1-or-later", "linux",
               "loaded with the command that gets a simulated USB port"),
 ]

@@ -15,6 +15,8 @@ BILL = FOLDER / "tarvik-dpdu.spdx.json"
 WINDOWS = {"advapi32.dll", "cfgmgr32.dll", "kernel32.dll", "msvcrt.dll", "ole32.dll", "setupapi.dll",
            "shell32.dll", "user32.dll", "winhttp.dll", "ws2_32.dll"}
 INSIDE = {"STATIC_LINK", "CONTAINS"}
+# Names that files of Debian's packages have in other systems.
+OTHER_SYSTEMS = {"libedit.so.0"}
 DEBIAN_SOURCES = SOURCE / "build" / "deps" / "source"
 
 # What a product has among its symbols if a component's code is in it.
@@ -64,7 +66,7 @@ def loaded_by_name(product):
     names = set(re.findall(r"^lib[A-Za-z0-9_+.-]+\.so(?:\.[0-9]+)+$", output("strings", product),
                            re.MULTILINE))
     soname = re.findall(r"\(SONAME\).*\[(.+)\]", output("readelf", "-dW", product))
-    return names - set(needed(product)) - set(soname)
+    return names - set(needed(product)) - set(soname) - OTHER_SYSTEMS
 
 
 def user(product):

@@ -18,6 +18,7 @@
 #include "raw/can_frame.h"
 #include "raw/raw_link.h"
 #include "scan/scan.h"
+#include "script/script.h"
 #include "trace/timeline.h"
 #include "uds/unit_list.h"
 
@@ -125,6 +126,18 @@ struct RawListenOptions {
     LinkOptions link = RawLinkOptions();
 };
 
+struct RunOptions {
+    std::string file;             // "-": standard input; empty: a prompt on a terminal, else likewise
+    script::Variables variables;  // from the command line
+    std::string junit;            // the file to write; empty: none
+    bool only_checks = false;
+    bool is_quiet = false;  // print only what the script prints
+    EcuAddress ecu;
+    std::chrono::milliseconds key_limit{10'000};
+    T_PDU_COPT raw_primitive = PDU_COPT_STARTCOMM;
+    LinkOptions link;
+};
+
 struct TraceOptions {
     std::vector<std::string> files;
     std::uint32_t slowest = 10;    // summary: number of slowest requests to show
@@ -175,6 +188,7 @@ ExitCode RunTesterPresent(const CommonOptions& common, const TesterPresentOption
 ExitCode RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output);
 ExitCode RunRawSend(const CommonOptions& common, const RawSendOptions& options, Output* output);
 ExitCode RunRawListen(const CommonOptions& common, const RawListenOptions& options, Output* output);
+ExitCode RunScript(const CommonOptions& common, const RunOptions& options, Output* output);
 // These use only the root file of `common`.
 ExitCode RunLibraries(const CommonOptions& common, Output* output);
 ExitCode RunRootList(const CommonOptions& common, const RootOptions& options, Output* output);

@@ -16,6 +16,12 @@ constexpr std::chrono::milliseconds kCancelLimit{1000};
 UNUM8 no_tx_flags[4] = {0, 0, 0, 0};
 UNUM8 tx_flags_29_bit[4] = {0, 0, PDU_TX_FLAG2_CAN_29BIT_ID, 0};
 
+std::string LimitText(std::chrono::milliseconds limit) {
+    const bool is_whole = limit.count() % 1000 == 0;
+    return is_whole ? std::to_string(limit.count() / 1000) + " s"
+                    : std::to_string(limit.count()) + " ms";
+}
+
 UNUM8* InputBytes(const Bytes& bytes) { return const_cast<UNUM8*>(bytes.data()); }
 
 std::vector<PDU_EXP_RESP_DATA> ExpectedRecords(const std::vector<ExpectedResponse>& expected) {
@@ -148,10 +154,8 @@ Exchange Execute(Session* session, const LinkHandles& link, const ComPrimitive& 
     execution.Start(primitive);
     try {
         if (!execution.WaitUntilFinished(limit)) {
-            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit).count();
-            throw Failure(
-                "the library did not finish the request within " + std::to_string(seconds) + " s",
-                ExitCode::kNoAnswer);
+            throw Failure("the library did not finish the request within " + LimitText(limit),
+                          ExitCode::kNoAnswer);
         }
     } catch (const Failure&) {
         execution.Cancel();

@@ -25,7 +25,8 @@ struct LinkOptions {
     std::optional<std::uint32_t> tester_present_ms;  // unset: no tester present
     Bytes tester_present_message = {0x3E, 0x80};
     std::vector<std::pair<std::string, std::string>> params;  // ComParam name and value
-    std::chrono::seconds limit{60};  // for one request, even if the control unit keeps it pending
+    // For one request, even if the control unit keeps it pending.
+    std::chrono::milliseconds limit{60'000};
 };
 
 // The control units that a link talks to.
@@ -56,6 +57,8 @@ public:
     // Sends a request and collects the answers until it is finished. Starts communication before
     // the first request.
     Exchange Request(const Bytes& request, const std::vector<ExpectedResponse>& expected);
+    // For later requests.
+    void SetLimit(std::chrono::milliseconds limit) { options_.limit = limit; }
     // The ComPrimitive for such a request, not yet started.
     ComPrimitive RequestPrimitive(const Bytes& request,
                                   const std::vector<ExpectedResponse>& expected) const;

@@ -25,6 +25,7 @@ Examples:
                                       read the part numbers of several control units
   dpdu scan                           find the control units on the bus
   dpdu raw listen                     show the frames on the bus
+  dpdu run test.dpdu                  execute a script of requests and expectations
   dpdu monitor                        show events as they occur
   dpdu request --help                 show a command's options and examples)";
 
@@ -91,6 +92,7 @@ public:
         AddRootCommands(&commands_);
         AddRawCommands(&commands_);
         AddWatchCommands(&commands_);
+        AddScriptCommands(&commands_);
     }
 
     Invocation Parse(int count, const char* const* arguments) {

@@ -79,6 +79,7 @@ void AddRawCommands(CommandSet* commands);
 void AddWatchCommands(CommandSet* commands);
 void AddTraceCommands(CommandSet* commands);
 void AddRootCommands(CommandSet* commands);
+void AddScriptCommands(CommandSet* commands);
 
 }  // namespace dpdu
 

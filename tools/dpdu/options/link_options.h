@@ -40,7 +40,7 @@ Bytes ParseBytes(const std::string& text, const std::string& what);
 // The same for bytes that the shell has split into words; "-" alone reads standard input.
 Bytes ParseWords(const std::vector<std::string>& words, const std::string& what);
 
-// The ComPrimitive that sends frames on a raw link.
+// "startcomm" or "sendrecv": how a library sends frames on a raw link.
 T_PDU_COPT ParseSendPrimitive(const std::string& text);
 
 // The answers to a functional request are told apart by their identifiers alone.
