@@ -55,7 +55,8 @@ Json StepJson(const StepRecord& record) {
     if (!record.units.empty()) {
         Json units = Json::array();
         for (const script::UnitAnswers& unit : record.units)
-            units.push_back(ReplyJson({unit.ecu, unit.answers, ""}, record.request));
+            units.push_back(ReplyJson(
+                EcuReply{unit.ecu, unit.answers, "", ExitCode::kOk, std::nullopt}, record.request));
         json["controlUnits"] = units;
     }
     if (!record.printed.empty()) json["output"] = record.printed;

@@ -5,7 +5,7 @@
 _dpdu_words() {
     case $1 in
         '')
-            words='modules version doctor comparam objects ioctl request functional vin dtc trace libraries root raw tester-present monitor run -h --help --library --vendor --root --library-options --module --wait --json --verbose --version'
+            words='modules version doctor comparam objects ioctl request functional vin dtc scan trace libraries root raw tester-present monitor run -h --help --library --vendor --root --library-options --module --wait --json --verbose --version'
             ;;
         'modules')
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
@@ -35,16 +35,19 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose reset clear-tx-queue suspend-tx-queue resume-tx-queue clear-rx-queue battery set-voltage voltage generic buffer-size start-filter clear-filters stop-filter event-queue cable break ignition vehicle-id ethernet-switch entity-status power-mode ethernet-pins tls-mode isobus-functions'
             ;;
         'request')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --decode --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --functional --expect --expect-negative --decode --ecu --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'functional')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --id --units --file --any --each-time --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'vin')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'dtc')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --mask --ecu --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --mask --ecu --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
+            ;;
+        'scan')
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --range --functional --offset --dids --gap --answer-time --method --primitive --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'trace')
             words='summary timeline export latest prune -h --help'
@@ -98,10 +101,10 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --period --message --functional --time --ecu --param --protocol --bus-type'
             ;;
         'monitor')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --period --count --time --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --ecu --period --count --time --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'run')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --check --dry-run --var --junit --quiet --ecu --key-timeout --raw-primitive --p2 --p2-star --tester-present --timeout --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --check --dry-run --var --junit --quiet --ecu --key-timeout --raw-primitive --tester-present --p2 --p2-star --timeout --param --protocol --bus-type'
             files=1
             ;;
     esac
@@ -112,22 +115,24 @@ _dpdu() {
     local command='' next words='' files='' i
     for ((i = 1; i < COMP_CWORD; i++)); do
         case ${COMP_WORDS[i]} in
-            --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --module | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
+            --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'trace latest' | 'trace prune' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor' | 'run') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'scan' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'trace latest' | 'trace prune' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor' | 'run') command=$next ;;
         esac
     done
 
     case $previous in
         --file | --folder | --junit | --library | --output | --root | -o) files=1 ;;
-        --bus-type | --columns | --count | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --module | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
+        --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
+                'scan --method') words='auto raw links' ;;
+                'scan --primitive') words='startcomm sendrecv' ;;
                 'trace export --format') words='candump asc chrome' ;;
                 'raw send --primitive') words='startcomm sendrecv' ;;
                 'run --raw-primitive') words='startcomm sendrecv' ;;
