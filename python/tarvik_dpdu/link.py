@@ -133,7 +133,6 @@ class UdsLink(BaseLink):
         self._units = units
         self._functional_id = functional_id
         self._is_started = False
-        self._is_abandoned = False
         self._open(settings.comparams)
 
     def _configure(self) -> None:
@@ -195,9 +194,8 @@ class UdsLink(BaseLink):
 
     def _say_goodbye(self) -> None:
         # Tester present must end in the dongle; without it nobody has to wait for an old request.
-        if not self._is_started:
-            return
-        if self._is_abandoned and self.settings.tester_present is None:
+        is_busy = bool(self._primitives)
+        if not self._is_started or (is_busy and self.settings.tester_present is None):
             return
         try:
             self.start(constants.PDU_COPT_STOPCOMM).wait(_STOP_S)
@@ -226,12 +224,8 @@ class UdsLink(BaseLink):
             tx_flags=_SUPPRESS_FLAGS if is_suppressed(data) else NO_FLAGS,
         )
 
-    def _finish(self, primitive: ComPrimitive, timeout: Optional[float]) -> None:
-        limit = self.settings.timeout if timeout is None else timeout
-        try:
-            self.finish(primitive, limit)
-        finally:
-            self._is_abandoned = not primitive.is_finished
+    def _limit(self, timeout: Optional[float]) -> float:
+        return self.settings.timeout if timeout is None else timeout
 
 
 class Link(UdsLink):
@@ -262,13 +256,18 @@ class Link(UdsLink):
         the first answer may take is the link's p2_max. raise_negative: raises NegativeResponse for
         a negative one. expected: see `start_request`.
 
-        A request that suppresses its positive response (bit 0x80 of the sub-function) returns a
-        Response without bytes if nothing came until p2_max, and a negative one as any other.
+        A request that suppresses its positive response (bit 0x80 of the sub-function) is not waited
+        for: the Response has no bytes. With a timeout, a negative response may come within that time;
+        if none does, that is no error either. The library sends the next request of the link when it
+        is done with this one, after p2_max.
 
         Raises NoAnswer, RequestTimeout, LostModule, PduError. Ctrl-C cancels the request.
         """
         primitive = self.start_request(data, expected)
-        self._finish(primitive, timeout)
+        if is_suppressed(primitive.request):
+            primitive.wait_for_response(timeout or 0)
+        else:
+            self.finish(primitive, self._limit(timeout))
         if not primitive.responses:
             return self.no_response_to(primitive)
         response = replace(primitive.responses[-1], unit=self.address)
@@ -358,7 +357,7 @@ class FunctionalLink(UdsLink):
         LostModule, PduError.
         """
         primitive = self.start_request(data, expected)
-        self._finish(primitive, timeout)
+        self.finish(primitive, self._limit(timeout))
         if not primitive.responses:
             self._look_for_reason(primitive)
         return [

@@ -242,7 +242,8 @@ for _ in range(2):
         link.request(bytes.fromhex('22F190'))
     except tarvik_dpdu.PduError as error:
         print('outcome', type(error).__name__)
-for use in (link.module.check, lambda: link.request(b'\\x3E\\x80'), lambda: link.functional(b'\\x3E\\0', [link.address])):
+for use in (link.module.check, lambda: link.request(b'\\x3E\\x80'),
+            lambda: link.functional(b'\\x3E\\0', [link.address])):
     try:
         use()
     except tarvik_dpdu.LostModule:

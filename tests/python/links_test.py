@@ -48,10 +48,17 @@ class Requests(OtherVendor):
                          (0x103, "PDU_ERR_EVT_RX_TIMEOUT"))
         self.assertNotIsInstance(raised.exception, RequestTimeout)
 
-    def test_suppressed_positive_response_is_no_error_and_not_awaited_beyond_the_library(self):
-        answer = self.link(*SILENT).request(b"\x3E\x80")
+    def test_suppressed_positive_response_is_not_waited_for(self):
+        answer = self.link(*HANGING).request(b"\x3E\x80")  # nothing ever comes of it
         self.assertEqual(answer.data, b"")
         self.assertFalse(answer)
+
+    def test_suppressed_positive_response_that_does_not_come_in_the_time_given_is_no_error(self):
+        self.assertEqual(self.link(*HANGING).request(b"\x3E\x80", timeout=0.05).data, b"")
+        self.assertEqual(self.link(*SILENT).request(b"\x3E\x80", timeout=3600).data, b"")
+
+    def test_response_that_comes_in_the_time_given_though_it_was_not_wanted_is_returned(self):
+        self.assertEqual(self.link().request(b"\x3E\x80", timeout=3600).data, b"\x7E\x80")
 
     def test_suppress_bit_counts_only_where_there_is_a_sub_function(self):
         with self.assertRaises(NoAnswer):

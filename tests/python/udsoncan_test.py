@@ -53,6 +53,7 @@ class Connection(OtherVendor):
             self.assertIs(entered, connection)
             self.assertTrue(connection.is_open())
             connection.send(READ_VIN)
+            self.assertEqual(connection.wait_frame(5), VIN)
         self.assertFalse(connection.is_open())
         self.assertIn("stopcomm", self.report())
         with self.assertRaises(RuntimeError):
