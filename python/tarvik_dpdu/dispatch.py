@@ -23,6 +23,9 @@ _callbacks: List[Any] = []
 # waits does not notice Ctrl-C.
 _POLL_S = 0.1
 
+# On a busy bus frames may arrive as fast as they are taken.
+_MOST_AT_ONCE = 1000
+
 # Of events that nobody takes, the newest are kept.
 _KEPT_EVENTS = 4096
 
@@ -81,20 +84,24 @@ class Dispatcher:
     ) -> bool:
         """Empties the queues until it is done. False if the time in seconds passes before."""
         deadline = None if timeout is None else time.monotonic() + timeout
-        for each in queues:
-            each.pump()
+        _pump(queues)
         if is_done():
             return True
         with self._waiting([each.key for each in queues]) as wake:
             while True:
-                for each in queues:
-                    each.pump()
+                is_empty = _pump(queues)
                 if is_done():
                     return True
                 left = _POLL_S if deadline is None else deadline - time.monotonic()
                 if left <= 0:
                     return False
-                _wait_for_token(wake, min(left, _POLL_S))
+                if is_empty:
+                    _wait_for_token(wake, min(left, _POLL_S))
+
+
+def _pump(queues: List["EventQueue"]) -> bool:
+    """True if all of them are empty now."""
+    return all([each.pump() for each in queues])
 
 
 def _wait_for_token(wake: "queue.SimpleQueue[None]", timeout: float) -> None:
@@ -137,16 +144,19 @@ class EventQueue:
         finally:
             self._functions.destroy(item)
 
-    def pump(self) -> None:
-        """Takes every item. Raises Closed if the link, the module or the library was closed."""
+    def pump(self) -> bool:
+        """Takes every item, up to a limit: False. Raises Closed after the end of the link, the module
+        or the library."""
         with self.lock:
             if self.is_closed:
                 raise Closed("the library, the module or the link was closed")
-            is_there = True
-            while is_there:
+            for _ in range(_MOST_AT_ONCE):
                 is_there, event = self._take(read_event)
                 if event is not None:
                     self.route(event)
+                if not is_there:
+                    return True
+            return False
 
     def close(self) -> None:
         """Throws away what is in it."""

@@ -33,7 +33,8 @@ class Response:
     unique_id: as the library reports it, of an entry of the link's unique response table.
     acceptance_id: position of the expected response that it matched, from 1.
     unit: the control unit that answered a functional request; None if it is not one of those asked.
-    after_us: microseconds since the execution began; None if the library did not report that.
+    after_us: microseconds since the execution began; None if the library did not report that. This
+        project's library stamps all answers to a functional request when the last one has come.
     rx_flags: the flag bytes of the result.
     """
 

@@ -1,6 +1,7 @@
 """A loaded and constructed D-PDU library."""
 
 import atexit
+import os
 import queue
 import threading
 import time
@@ -11,24 +12,26 @@ from typing import Iterator, List, Optional, Set, Type
 from . import constants, records
 from .constants import PDU_HANDLE_UNDEF
 from .dispatch import Dispatcher, EventQueue, iterate
-from .errors import Closed, NoModule, UnknownName, check
+from .errors import Closed, NoModule, PduError, UnknownName, check
 from .events import Event, Notification
 from .functions import NO_CALLBACK, Functions, text_of
 from .loading import load_library
 from .module import Module, ModuleInfo
+from .root_file import PathName
 from .timeline import Timeline
 
 _SCAN_PAUSE_S = 0.1
 
 # The libraries that are constructed. A library that nobody closed is closed when Python ends: its
-# threads must not call back into an interpreter that is gone.
+# threads must not call back into an interpreter that is gone. A forked process leaves them to its parent.
 _open_libraries: "Set[Library]" = set()
 
 
 @atexit.register
 def _close_all() -> None:
     for library in list(_open_libraries):
-        library.close()
+        if library.process == os.getpid():
+            library.close()
 
 
 class Library:
@@ -47,13 +50,14 @@ class Library:
 
     def __init__(
         self,
-        path: Optional[str] = None,
+        path: Optional[PathName] = None,
         vendor: Optional[str] = None,
-        root_file: Optional[str] = None,
+        root_file: Optional[PathName] = None,
         options: str = "",
     ) -> None:
         loaded = load_library(path, vendor, root_file)
         self.path = loaded.path
+        self.process = os.getpid()
         self.functions = Functions(loaded.handle, loaded.path)
         self.dispatcher = Dispatcher()
         self.timeline = Timeline()
@@ -191,7 +195,7 @@ class Library:
         """Connects the one module whose texts contain the text, ignoring case; without a text, any.
 
         Looks for it for up to that many seconds. Raises NoModule if there is none or more than one,
-        PduError if the library refuses.
+        PduError if the library refuses or the module is connected already.
         """
         wanted = name_or_text or ""
         found = self.modules(timeout, wanted)
@@ -208,6 +212,8 @@ class Library:
             raise NoModule(f"{len(found)} modules found, name one of them: {names}")
         with self._lock:
             self._require_open()
+            if any(each.handle == found[0].handle for each in self._modules):
+                raise PduError(f"the module is connected already: {found[0].vendor_name}")
             module = Module(self, found[0])
             self._modules.append(module)
         return module

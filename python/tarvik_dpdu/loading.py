@@ -11,7 +11,7 @@ from typing import Any, List, NamedTuple, Optional
 
 from . import windows
 from .errors import NoLibrary
-from .root_file import find_entry, read_entries
+from .root_file import PathName, find_entry, read_entries
 
 _VARIABLE = "DPDU_LIBRARY"
 _OWN_ENTRY = "Tarvik_DPDU_API_x64_"
@@ -88,7 +88,7 @@ def _load_default() -> LoadedLibrary:
 
 
 def load_library(
-    path: Optional[str], vendor: Optional[str], root_file: Optional[str]
+    path: Optional[PathName], vendor: Optional[str], root_file: Optional[PathName]
 ) -> LoadedLibrary:
     """By its path, else by its SHORT_NAME in the root file, else by DPDU_LIBRARY, else this project's.
 

@@ -5,7 +5,7 @@ import re
 import sys
 import xml.etree.ElementTree as ElementTree
 from dataclasses import dataclass
-from typing import List, Optional
+from typing import List, Optional, Union
 
 from . import windows
 from .errors import NoLibrary
@@ -14,6 +14,8 @@ _ROOT_ELEMENT = "MVCI_PDU_API_ROOT"
 _ENTRY_ELEMENT = "MVCI_PDU_API"
 _LINUX_ROOT_FILE = "/etc/pdu_api_root.xml"
 _SCHEME = "file:///"
+
+PathName = Union[str, "os.PathLike[str]"]
 
 
 @dataclass(frozen=True)
@@ -66,8 +68,8 @@ def _entry(element: ElementTree.Element) -> Entry:
     )
 
 
-def read_entries(root_file: Optional[str] = None) -> List[Entry]:
-    """The entries in the order of the file, by default the machine's. None if there is no file.
+def read_entries(root_file: Optional[PathName] = None) -> List[Entry]:
+    """The entries in the order of the file, by default the machine's; none if there is no file.
 
     Raises NoLibrary for a file that cannot be read or is not a root file.
     """
@@ -83,7 +85,7 @@ def read_entries(root_file: Optional[str] = None) -> List[Entry]:
     return [_entry(child) for child in root if _local_name(child) == _ENTRY_ELEMENT]
 
 
-def find_entry(short_name: str, root_file: Optional[str] = None) -> Entry:
+def find_entry(short_name: str, root_file: Optional[PathName] = None) -> Entry:
     """The one entry of that name. Raises NoLibrary if there is none, or more than one."""
     entries = read_entries(root_file)
     found = [entry for entry in entries if entry.short_name == short_name]

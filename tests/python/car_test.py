@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """car_test.py SOURCE-FOLDER LIBRARY: the package with this project's library, a simulated dongle and
 the demonstration car."""
-import json, os, threading, time, unittest
+import json, threading, time, unittest
 
 import udsoncan_double
 from package import LIBRARY, run, tarvik_dpdu

@@ -54,6 +54,8 @@ class Finding(OtherVendor):
         path = self.root_file(First="file:///nowhere/lib.so", Second=f"file://{LIBRARY}")
         with tarvik_dpdu.Library(vendor="Second", root_file=path) as library:
             self.assertEqual(library.path, LIBRARY)
+        with tarvik_dpdu.Library(vendor="Second", root_file=Path(path)) as library:
+            self.assertEqual(library.path, LIBRARY)
         self.use_machine_root_file(path)
         with tarvik_dpdu.Library(vendor="Second") as library:
             self.assertEqual(library.path, LIBRARY)

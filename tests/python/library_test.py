@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """library_test.py SOURCE-FOLDER FAKE-LIBRARY: a library's life, its modules, events and losses, with
 the library of another vendor."""
-import datetime, os, queue, signal, subprocess, sys, threading, time
+import datetime, queue, signal, subprocess, sys, threading, time
 from unittest import mock
 
 from package import LIBRARY, PYTHON_FOLDER, OtherVendor, run, run_child, tarvik_dpdu
 from tarvik_dpdu import (
-    EntityAddress, EntityStatus, Filter, InfoEvent, LostModule, NoAnswer, NoLibrary, NoModule, PduError,
-    ProgVoltage, UnknownName, constants, dispatch)
+    EntityAddress, EntityStatus, Filter, InfoEvent, LostModule, NoModule, PduError, ProgVoltage,
+    UnknownName, constants, dispatch)
 from tarvik_dpdu.functions import PROTOTYPES
 
 READ_VIN = bytes.fromhex("22F190")
@@ -45,6 +45,18 @@ class Life(OtherVendor):
                           "del library, link\n")
         self.assertEqual((child.returncode, child.stderr), (0, ""))
         self.assert_released()
+
+    def test_forked_process_leaves_the_library_to_its_parent(self):
+        child = run_child("import os, warnings\n"
+                          "warnings.simplefilter('ignore')  # of fork and threads\n"
+                          "link = tarvik_dpdu.Library(LIBRARY).module().link()\n"
+                          "child = os.fork()\n"
+                          "if not child:\n"
+                          "    sys.exit(0)\n"
+                          "os.waitpid(child, 0)\n"
+                          "print('answer', link.request(bytes.fromhex('22F190')).data[3:])\n")
+        self.assertIn("answer b'TESTV1N0000000001'", child.stdout)
+        self.assertEqual(len([line for line in self.report() if line.startswith("destruct")]), 1)
 
     def test_every_function_of_the_interface_is_there(self):
         header = (PYTHON_FOLDER.parent / "include" / "dpdu_api.h").read_text()
@@ -95,6 +107,12 @@ class Modules(OtherVendor):
                          ("Probe", "1.2.3", None))
         self.assertEqual(version.vendor_name, "V" * 64)
         self.assertEqual(version.hardware_serial_number, 4711)
+
+    def test_module_that_is_connected_is_not_connected_twice(self):
+        module = self.module()
+        with self.assertRaisesRegex(PduError, "connected already"):
+            module.library.module()
+        self.assertTrue(module.link().request(READ_VIN))
 
     def test_library_works_with_its_module_closed_and_connected_again(self):
         library = self.library()
@@ -168,6 +186,11 @@ class Waiting(OtherVendor):
         link.request(READ_VIN)
         later.get(timeout=10)
         self.assertTrue(calls.empty())
+
+    def test_all_events_are_taken_even_if_few_at_once(self):
+        with mock.patch.object(dispatch, "_MOST_AT_ONCE", 1), \
+                mock.patch.object(dispatch, "_POLL_S", 3600):
+            self.assertTrue(self.link().request(READ_VIN, timeout=3600))
 
     def test_events_end_when_none_comes_in_time(self):
         link = self.link()

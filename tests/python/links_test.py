@@ -1,16 +1,29 @@
 #!/usr/bin/env python3
 """links_test.py SOURCE-FOLDER FAKE-LIBRARY: requests, ComParams and raw frames with the library of
 another vendor."""
-import queue, signal, threading, time
+import contextlib, threading
+from unittest import mock
 
-from package import LIBRARY, OtherVendor, run, run_child, tarvik_dpdu
+from package import LIBRARY, OtherVendor, run, tarvik_dpdu
 from tarvik_dpdu import (
-    AccessTiming, CanFrame, Closed, EcuAddress, ErrorEvent, ExpectedResponse, LostModule,
-    NegativeResponse, NoAnswer, PduError, RequestTimeout, SessionTiming, StatusEvent, UnknownName,
-    constants)
+    Closed, EcuAddress, ExpectedResponse, NegativeResponse, NoAnswer, PduError, RequestTimeout,
+    SessionTiming, UnknownName, constants)
 
 READ_VIN = bytes.fromhex("22F190")
 SILENT, HANGING = (0x7E3, 0x7EB), (0x7E5, 0x7ED)
+
+
+@contextlib.contextmanager
+def spy(library, name):
+    """The arguments of the calls of a function."""
+    calls, function = [], getattr(library.functions, name)
+
+    def record(*arguments):
+        calls.append(arguments)
+        return function(*arguments)
+
+    with mock.patch.object(library.functions, name, record):
+        yield calls
 
 
 class Requests(OtherVendor):
@@ -52,6 +65,23 @@ class Requests(OtherVendor):
         answer = self.link(*HANGING).request(b"\x3E\x80")  # nothing ever comes of it
         self.assertEqual(answer.data, b"")
         self.assertFalse(answer)
+
+    def test_suppression_is_told_to_the_library(self):
+        link = self.link()
+        with spy(link.library, "PDUStartComPrimitive") as calls:
+            for request in (b"\x3E\x80", b"\x3E\x00"):
+                link.request(request, timeout=10)
+        flags = [call[5]._obj.TxFlag.pFlagData[:4] for call in calls
+                 if call[2] == constants.PDU_COPT_SENDRECV]
+        self.assertEqual(flags, [[0x40, 0, 0, 0], [0, 0, 0, 0]])
+
+    def test_link_with_a_request_under_way_is_closed_without_waiting_for_it(self):
+        with self.link(*HANGING) as link:
+            link.request(b"\x3E\x80")
+        self.assertNotIn("stopcomm", self.report())
+        with self.module().link(*HANGING, tester_present=1) as link:
+            link.request(b"\x3E\x80")
+        self.assertIn("stopcomm", self.report())  # tester present has to end
 
     def test_suppressed_positive_response_that_does_not_come_in_the_time_given_is_no_error(self):
         self.assertEqual(self.link(*HANGING).request(b"\x3E\x80", timeout=0.05).data, b"")
@@ -173,6 +203,7 @@ class Requests(OtherVendor):
             module.link(comparams={"CP_Nothing": 1})
         with self.assertRaises(UnknownName):
             module.link(protocol="ISO_NOTHING")
+        self.assertEqual(module._links, [])
         library.close()
         self.assert_released()
 
@@ -195,6 +226,22 @@ class Functional(OtherVendor):
     def test_single_unit_is_asked_functionally(self):
         answers = self.link().functional(READ_VIN, [(0x7E0, 0x7E8)])
         self.assertEqual([answer.unit for answer in answers], [EcuAddress(0x7E0, 0x7E8)])
+        with spy(self.library(), "PDUSetUniqueRespIdTable") as calls:
+            self.module().functional_link([(0x7E0, 0x7E8)])
+        # With one entry some libraries ask physically.
+        self.assertEqual([call[2]._obj.NumEntries for call in calls], [2])
+
+    def test_unit_that_was_not_asked_is_left_out(self):
+        self.assertEqual(self.link().functional(READ_VIN, [(0x7E0, 0x7E9)]), [])
+
+    def test_all_answers_within_the_time_are_received(self):
+        link = self.link()
+        with spy(link.library, "PDUStartComPrimitive") as calls:
+            link.functional(READ_VIN, self.UNITS)
+            link.request(READ_VIN)
+        cycles = {call[5]._obj.NumReceiveCycles for call in calls
+                  if call[2] == constants.PDU_COPT_SENDRECV}
+        self.assertEqual(cycles, {-2, 1})
 
     def test_nobody_who_answers_is_an_empty_list(self):
         self.assertEqual(self.link().functional(READ_VIN, [SILENT]), [])
@@ -208,6 +255,7 @@ class Functional(OtherVendor):
         link.comparams["CP_P2Max"] = 70000
         answers = link.functional(b"\x22\xF1\xA0", self.UNITS)
         self.assertEqual(answers[0].data[3:], (70000).to_bytes(4, "big"))
+        self.assertEqual(len(link.module._links), 2)
 
     def test_units_that_share_a_response_identifier_are_refused(self):
         with self.assertRaises(ValueError):

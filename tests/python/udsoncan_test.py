@@ -1,15 +1,14 @@
 #!/usr/bin/env python3
 """udsoncan_test.py SOURCE-FOLDER FAKE-LIBRARY: the connection for the udsoncan library, with a double
 of that library's side and the D-PDU library of another vendor."""
-import threading, time
-from unittest import mock
+import time
 
 import udsoncan_double
 from package import OtherVendor, run, run_child
 from udsoncan_double import BaseConnection, TimeoutException
 
 udsoncan_double.install()
-from tarvik_dpdu import Closed, LostModule
+from tarvik_dpdu import LostModule
 from tarvik_dpdu.udsoncan import DpduConnection
 
 READ_VIN = bytes.fromhex("22F190")
