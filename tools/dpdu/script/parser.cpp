@@ -322,6 +322,12 @@ SetStep ParseSet(std::string_view rest) {
     return {name, ParseValue(words, ValueKind::kWithAnswer)};
 }
 
+// True for steps that may be between a request and its expectations.
+bool LeavesAnswer(const Action& action) {
+    return std::holds_alternative<ExpectStep>(action) || std::holds_alternative<SetStep>(action) ||
+           std::holds_alternative<PrintStep>(action);
+}
+
 std::string AllNames() {
     std::string names;
     for (const std::string& name : StepNames())
@@ -420,7 +426,7 @@ void Parser::End() {
 void Parser::AddExpect(Step step) {
     std::vector<Step>& steps = Steps();
     const auto last = std::find_if(steps.rbegin(), steps.rend(), [](const Step& earlier) {
-        return !std::holds_alternative<ExpectStep>(earlier.action);
+        return !LeavesAnswer(earlier.action);
     });
     const std::optional<std::uint32_t> from = std::get<ExpectStep>(step.action).from;
     // Steps that were taken before have been executed, so their answer is there.

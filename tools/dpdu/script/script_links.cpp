@@ -1,5 +1,7 @@
 #include "script/script_links.h"
 
+#include "console/interruption.h"
+
 namespace dpdu::script {
 namespace {
 
@@ -7,6 +9,8 @@ namespace {
 constexpr std::uint32_t kPhysical = 0xFFFFFFFF;
 // On a busy bus, some seconds.
 constexpr std::size_t kMostFrames = 10'000;
+// The library's thread that receives begins within a millisecond, if the machine is not busy.
+constexpr std::chrono::milliseconds kReceptionStart{200};
 
 }  // namespace
 
@@ -47,6 +51,18 @@ void ScriptLinks::OpenRaw() {
     auto link = std::make_unique<RawLink>(module_, raw_options_);
     link->StartListening();
     raw_ = std::move(link);
+    AwaitReception();
+}
+
+// Libraries do not report when reception has begun. A frame shows it; on a silent bus only time can.
+void ScriptLinks::AwaitReception() {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + kReceptionStart;
+    for (KeepFrames(); frames_.empty() && Clock::now() < end; KeepFrames()) {
+        ThrowIfInterrupted();
+        GetSession()->PauseForEvent(
+            std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()));
+    }
 }
 
 void ScriptLinks::SendFrame(const CanFrame& frame) {

@@ -46,6 +46,7 @@ private:
     using Key = std::pair<std::uint32_t, std::vector<std::pair<std::uint32_t, std::uint32_t>>>;
 
     void OpenRaw();
+    void AwaitReception();
 
     const ConnectedModule& module_;
     LinkOptions options_;
