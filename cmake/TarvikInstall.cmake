@@ -96,6 +96,8 @@ install(FILES "${CMAKE_BINARY_DIR}/install/tarvik-dpdu.pc"
 # --- tools ---
 
 install(TARGETS dpdu RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
+install(FILES "${PROJECT_SOURCE_DIR}/docs/scripts.md"
+    DESTINATION "${documents_dir}" COMPONENT tools)
 if(NOT WIN32)
     set(client "${PROJECT_SOURCE_DIR}/tools/dpdu")
     install(FILES "${client}/dpdu.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)

@@ -32,7 +32,8 @@ A script has one step a line; # begins a comment. Its requests share one connect
 
 It is parsed before anything is sent. It stops at the first step that fails: exit code 8 for
 an expectation, 6 or 7 for a request without one. "-" reads the script from standard input;
-without FILE each step is typed at a prompt. docs/scripts.md describes all steps.
+without FILE each step is typed at a prompt. scripts.md, installed with dpdu, describes
+all steps.
 
 --json prints one document per line: one for each step, and a last one for the script.
 
