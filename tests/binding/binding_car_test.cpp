@@ -90,13 +90,13 @@ TEST_F(CarByBinding, RequestThatIsOnlySentReachesTheControlUnit) {
 
 TEST_F(CarByBinding, RawFramesAreSentAndReceived) {
     pdu::RawLink link = module_->OpenRaw();
-    link.StartReceiving();
-    link.Send(0x600, {0x01, 0x0D});
-    link.Send(0x18DAFFF1, {});
     bool has_short = false;
     bool has_long = false;
     EXPECT_TRUE(Eventually([&] {
+        // The dongle may begin to receive a little later than it is told to.
         const std::optional<pdu::CanFrame> frame = link.Receive(100ms);
+        if (!has_short) link.Send(0x600, {0x01, 0x0D});
+        if (!has_long) link.Send(0x18DAFFF1, {});
         if (frame && frame->id == 0x601) {
             has_short = true;
             EXPECT_FALSE(frame->is_29_bit);

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "car_fixture.h"
+#include "car_run.h"
+#include "conformance/framework/simulator.h"
 #include "path_text.h"
 
 namespace {
@@ -24,7 +25,24 @@ std::vector<std::string> ExampleNames() {
     return names;
 }
 
-class ExampleScript : public DpduCar, public testing::WithParamInterface<std::string> {
+class DpduScriptCar : public testing::Test {
+protected:
+    static void SetUpTestSuite() { ConfigureLibrary(); }
+
+    static ClientResult Run(const ClientSetup& setup) {
+        ClientSetup car = CarSetup(setup.arguments);
+        car.input = setup.input;
+        return RunWithCar(car);
+    }
+    // The same for a command that succeeds.
+    static ClientResult RunSuccessfully(const std::vector<std::string>& arguments) {
+        ClientResult result = RunWithCar(arguments);
+        EXPECT_EQ(result.exit_code, kOk) << result.error;
+        return result;
+    }
+};
+
+class ExampleScript : public DpduScriptCar, public testing::WithParamInterface<std::string> {
 protected:
     // Some change what the car answers.
     void SetUp() override { conformance::Simulator().Reset(); }
@@ -41,8 +59,6 @@ INSTANTIATE_TEST_SUITE_P(All, ExampleScript, testing::ValuesIn(ExampleNames()),
                          [](const auto& one) { return one.param; });
 
 TEST(ExampleScripts, AreAtLeastTen) { EXPECT_GE(ExampleNames().size(), 10u); }
-
-using DpduScriptCar = DpduCar;
 
 TEST_F(DpduScriptCar, VinIsPrintedAsText) {
     const ClientResult result =

@@ -53,9 +53,15 @@ def open_bus(**options):
             control("replug")
 
 
-def next_of(bus, *identifiers):
+def next_of(bus, *identifiers, after=None):
+    """The next frame with such an identifier; sends `after` until one comes, since the dongle may begin
+    to receive a little later than the bus is open."""
     deadline = time.monotonic() + PATIENCE_S
+    sent = 0.0
     while time.monotonic() < deadline:
+        if after is not None and time.monotonic() - sent > 1.0:
+            bus.send(after, timeout=10)
+            sent = time.monotonic()
         message = bus.recv(1.0)
         if message is not None and message.arbitration_id in identifiers:
             return message
@@ -86,10 +92,10 @@ class Bus(unittest.TestCase):
 
     def test_frame_is_sent_and_answered_with_both_lengths_of_identifiers(self):
         bus = self.open()
-        bus.send(can.Message(arbitration_id=0x600, data=[0x01, 0x0D], is_extended_id=False))
-        self.assertEqual(bytes(next_of(bus, 0x601).data), bytes.fromhex("410DE0"))
-        bus.send(can.Message(arbitration_id=0x18DAFFF1, data=[], is_extended_id=True), timeout=10)
-        self.assertTrue(next_of(bus, 0x18DAF110).is_extended_id)
+        ask = can.Message(arbitration_id=0x600, data=[0x01, 0x0D], is_extended_id=False)
+        self.assertEqual(bytes(next_of(bus, 0x601, after=ask).data), bytes.fromhex("410DE0"))
+        ask = can.Message(arbitration_id=0x18DAFFF1, data=[], is_extended_id=True)
+        self.assertTrue(next_of(bus, 0x18DAF110, after=ask).is_extended_id)
 
     def test_filters_let_only_their_frames_pass(self):
         bus = self.open(can_filters=[{"can_id": 0x1A0, "can_mask": 0x7FF, "extended": False}])
@@ -154,7 +160,9 @@ class Tools(Bus):
     def run_tool(self, name, *arguments, seconds=None):
         """Interrupts it after that time as Ctrl-C does, but without a signal: umockdev sometimes leaves
         a thread the signal mask of another, and the library's threads block all."""
-        code = ("import _thread, runpy, sys, threading\n"
+        code = ("import _thread, runpy, signal, sys, threading\n"
+                # Tests in the background of a shell are started with it ignored.
+                "signal.signal(signal.SIGINT, signal.default_int_handler)\n"
                 "sys.argv[0] = sys.argv.pop(1)\n"
                 "seconds = float(sys.argv.pop(1))\n"
                 "timer = threading.Timer(seconds, _thread.interrupt_main)\n"
