@@ -217,7 +217,8 @@ TEST(ScriptValues, PartBeyondTheAnswerIsRefused) {
     EXPECT_THROW(slice("answer[3]", {1, 2, 3}), AnswerTooShort);
     EXPECT_EQ(slice("answer[3..]", {1, 2, 3}), Bytes{});
     EXPECT_THROW(slice("answer[4..]", {1, 2, 3}), AnswerTooShort);
-    EXPECT_THROW(slice("answer[18446744073709551615]", {1, 2, 3}), AnswerTooShort);
+    for (const char* part : {"answer[18446744073709551615]", "answer[1..18446744073709551615]"})
+        EXPECT_THROW(slice(part, {1, 2, 3}), AnswerTooShort) << part;
 }
 
 TEST(ScriptValues, PrintedVariablesAreHexadecimalOrText) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <functional>
 #include <iterator>
+#include <utility>
 
 #include "console/failure.h"
 #include "script/values.h"

@@ -108,12 +108,13 @@ std::vector<std::string> PatternWords(const std::vector<Word>& words) {
 }
 
 Bytes SliceOf(const AnswerSlice& slice, const Bytes& answer) {
-    const std::size_t end = slice.last ? *slice.last + 1 : answer.size();
-    if (slice.first > answer.size() || end > answer.size()) {
+    const bool is_short = slice.last ? *slice.last >= answer.size() : slice.first > answer.size();
+    if (is_short) {
         const std::size_t missing = slice.last ? *slice.last : slice.first;
         throw AnswerTooShort("the answer has " + std::to_string(answer.size()) +
                              " bytes, so there is no byte " + std::to_string(missing));
     }
+    const std::size_t end = slice.last ? *slice.last + 1 : answer.size();
     return {answer.begin() + static_cast<std::ptrdiff_t>(slice.first),
             answer.begin() + static_cast<std::ptrdiff_t>(end)};
 }
