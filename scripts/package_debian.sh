@@ -35,11 +35,13 @@ cp CHANGELOG.md "$stage/tarvik-dpdu/debian/"
 packaging/debian/changelog.py CHANGELOG.md "$version" "${PACKAGE_REVISION:-1}" \
     >"$stage/tarvik-dpdu/debian/changelog"
 
+TARVIK_WHEEL=$(scripts/package_python.sh "$stage")
+export TARVIK_WHEEL
 (cd "$stage/tarvik-dpdu" && dpkg-buildpackage --build=binary --no-sign) >"$log" 2>&1 </dev/null || {
     tail -n 20 "$log" >&2
     fail "making the packages failed; see $log"
 }
 
-rm -f "$output"/{lib,}tarvik-dpdu-*_*.deb
+rm -f "$output"/{lib,python3-,}tarvik-dpdu*_*.deb
 cp "$stage"/*.deb "$output/"
-ls "$output"/{lib,}tarvik-dpdu-*.deb
+ls "$output"/{lib,python3-,}tarvik-dpdu*.deb
