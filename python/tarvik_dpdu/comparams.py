@@ -12,7 +12,8 @@ if TYPE_CHECKING:
 
 
 class ComParams:
-    """`link.comparams["CP_P2Max"] = 1000000` sets one, in the unit of the ComParam; reading likewise.
+    """`link.comparams["CP_P2Max"] = 1000000` sets one, in the unit of the ComParam; reading
+    it is the same.
 
     See the module `values` for the Python types. A value that is set on a connected link holds from
     the next request on. This project's library has one table for all links of the process.

@@ -207,8 +207,10 @@ class Library:
                 "library's configuration?"
             )
         if len(found) > 1:
-            names = "; ".join(f"{each.serial_number} {each.connection}".strip() or each.vendor_name
-                              for each in found)
+            names = "; ".join(
+                f"{each.serial_number} {each.connection}".strip() or each.vendor_name
+                for each in found
+            )
             raise NoModule(f"{len(found)} modules found, name one of them: {names}")
         with self._lock:
             self._require_open()

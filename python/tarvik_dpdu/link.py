@@ -1,6 +1,7 @@
 """Links that carry requests and responses."""
 
 import ctypes
+import threading
 from ctypes import POINTER, byref, c_uint32
 from dataclasses import dataclass, field, replace
 from typing import TYPE_CHECKING, Any, Dict, Iterable, List, Optional, Sequence, Tuple
@@ -133,6 +134,7 @@ class UdsLink(BaseLink):
         self._units = units
         self._functional_id = functional_id
         self._is_started = False
+        self._start_lock = threading.Lock()
         self._open(settings.comparams)
 
     def _configure(self) -> None:
@@ -186,7 +188,9 @@ class UdsLink(BaseLink):
 
         Raises NoAnswer, LostModule, PduError.
         """
-        with self._lock:
+        if self._is_started:
+            return
+        with self._start_lock:
             if self._is_started:
                 return
             self.execute(constants.PDU_COPT_STARTCOMM, timeout=_START_S)
@@ -239,6 +243,7 @@ class Link(UdsLink):
             check_can_id(response_id, settings.extended),
         )
         self._functional: "Optional[FunctionalLink]" = None
+        self._functional_lock = threading.Lock()
         self._functional_key: Any = None
         super().__init__(module, settings, [self.address], None)
 
@@ -291,11 +296,11 @@ class Link(UdsLink):
     ) -> List[Response]:
         """Asks many control units at once; see `Module.functional_link` and `FunctionalLink.request`.
 
-        The link for that has the settings and ComParams of this one. It is kept for the next such
-        request.
+        The link for that has the settings and ComParams of this one, but sends no tester present. It
+        is kept for the next such request.
         """
         chosen = list(units) if units is not None else None
-        with self._lock:
+        with self._functional_lock:
             self.require_open()
             key = (chosen, functional_id, dict(self._set_comparams))
             if self._functional is None or self._functional_key != key:

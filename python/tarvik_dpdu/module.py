@@ -1,4 +1,4 @@
-"""A connected module (dongle), and what it tells about itself."""
+"""A connected module (dongle), and what it reports about itself."""
 
 import datetime
 import re

@@ -100,8 +100,8 @@ class RawLink(BaseLink):
     def send(self, can_id: int, data: bytes = b"", extended: Optional[bool] = None) -> None:
         """Passes a frame of at most 8 data bytes to the library and does not wait until it is sent.
 
-        extended: the identifier has 29 bits; by default one above 0x7FF. Raises ValueError,
-        PduError, LostModule.
+        extended: the identifier has 29 bits; by default one above 0x7FF. A library may accept frames
+        for a module that is gone: `Module.check`. Raises ValueError, PduError, LostModule.
         """
         data = bytes(data)
         if len(data) > LARGEST_FRAME:

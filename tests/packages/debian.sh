@@ -8,7 +8,7 @@ here=$root/tests/packages
 . "$here/bare_debian.sh"
 . "$here/steps.sh"
 
-packages=(libtarvik-dpdu-x64-0 libtarvik-dpdu-x64-dev tarvik-dpdu-tools)
+packages=(libtarvik-dpdu-x64-0 libtarvik-dpdu-x64-dev tarvik-dpdu-tools python3-tarvik-dpdu)
 private=/usr/lib/x86_64-linux-gnu/tarvik-dpdu
 root_file=/etc/pdu_api_root.xml
 vehicle=/usr/share/tarvik-dpdu/vehicles/demo.json
@@ -135,6 +135,9 @@ client_prints_vin() {
     rm -f "$bare/usr/local/bin/root_file_client"
     return $code
 }
+python_prints_vin() {
+    cp "$root/examples/read_vin.py" "$bare/srv/" && prints_vin beside_dongle python3 /srv/read_vin.py
+}
 # is_the_only_one VERSION: of the entries that are ours.
 is_the_only_one() {
     [ "$(grep -c '>Tarvik_DPDU_API_x64_' "$bare$root_file")" = 1 ] &&
@@ -239,6 +242,7 @@ root_file_absent() {
     step "beside a dongle the doctor has no complaint" beside_dongle dpdu doctor
     step "the root file, the library and its descriptions agree" check_finds_nothing_wrong
     step "a program that knows only the root file asks the VIN" client_prints_vin
+    step "Python asks the VIN" python_prints_vin
     step "dpdu asks the VIN" prints_vin beside_dongle dpdu vin --ecu 7E0:7E8
 
     echo '{"useSerial": true, "useCloud": false, "useBle": false, "dummyDevice": false}' \

@@ -40,7 +40,7 @@ class Requests(Car):
         with self.module.link(*ENGINE) as link:
             self.assertEqual(link.request(READ_VIN).data[3:], VIN)
 
-    def test_module_tells_what_it_is(self):
+    def test_module_reports_what_it_is(self):
         info = self.module.info
         self.assertEqual((info.name, info.serial_number, info.connection),
                          ("Brennix demo", "02:42:52:4E:58:01", "USB"))

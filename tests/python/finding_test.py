@@ -5,7 +5,7 @@ import ctypes, os, shutil, sys, tempfile, types, unittest
 from pathlib import Path
 from unittest import mock
 
-from package import LIBRARY, OtherVendor, run, tarvik_dpdu
+from package import LIBRARY, OtherVendor, run, run_child, tarvik_dpdu
 from tarvik_dpdu import NoLibrary, loading, root_file, windows
 from tarvik_dpdu.timeline import Timeline
 
@@ -228,6 +228,21 @@ class Windows(unittest.TestCase):
         loaded = loading.load_library("vendor.dll", None, None)
         self.assertEqual((loaded.path, loaded.handle.path), ("vendor.dll", full))
         self.assertEqual(self.loaded, [(full, {"winmode": 0x8})])
+
+    def test_callback_has_the_calling_convention_of_windows(self):
+        child = run_child("import ctypes\n"
+                          "made = []\n"
+                          "def convention(*kinds):\n"
+                          "    made.append(kinds)\n"
+                          "    return ctypes.CFUNCTYPE(*kinds)\n"
+                          "ctypes.WINFUNCTYPE = convention\n"
+                          "for name in [name for name in sys.modules if 'tarvik_dpdu' in name]:\n"
+                          "    del sys.modules[name]\n"
+                          "import tarvik_dpdu\n"
+                          "with tarvik_dpdu.Library(LIBRARY) as library:\n"
+                          "    library.module().link().request(bytes.fromhex('22F190'))\n"
+                          "print(len(made), len(made[0]), file=sys.stderr)\n")
+        self.assertEqual(child.stderr, "1 6\n")
 
     def test_library_of_the_setup_comes_before_that_of_the_root_file(self):
         self.as_windows()

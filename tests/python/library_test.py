@@ -67,7 +67,7 @@ class Life(OtherVendor):
 
 
 class Modules(OtherVendor):
-    def test_module_tells_its_name_number_and_connection(self):
+    def test_module_reports_its_name_number_and_connection(self):
         (info,) = self.library().modules()
         self.assertEqual((info.name, info.serial_number, info.connection), ("Probe", "S-1", "USB"))
         self.assertEqual((info.handle, info.type_id, info.state),

@@ -66,7 +66,7 @@ class Requests(OtherVendor):
         self.assertEqual(answer.data, b"")
         self.assertFalse(answer)
 
-    def test_suppression_is_told_to_the_library(self):
+    def test_suppression_reaches_the_library(self):
         link = self.link()
         with spy(link.library, "PDUStartComPrimitive") as calls:
             for request in (b"\x3E\x80", b"\x3E\x00"):
@@ -257,6 +257,24 @@ class Functional(OtherVendor):
         self.assertEqual(answers[0].data[3:], (70000).to_bytes(4, "big"))
         self.assertEqual(len(link.module._links), 2)
 
+    def test_other_threads_use_the_link_meanwhile(self):
+        link = self.link()
+        asked, released = threading.Event(), threading.Event()
+
+        def ask(*_arguments):
+            asked.set()
+            released.wait()
+            return []
+
+        with mock.patch.object(tarvik_dpdu.FunctionalLink, "request", ask):
+            thread = threading.Thread(target=link.functional, args=(READ_VIN,))
+            thread.start()
+            self.addCleanup(thread.join)
+            self.addCleanup(released.set)
+            asked.wait()
+            self.assertTrue(link.request(READ_VIN))
+            link.close()
+
     def test_units_that_share_a_response_identifier_are_refused(self):
         with self.assertRaises(ValueError):
             self.link().functional(READ_VIN, [(0x7E0, 0x7E8), (0x7E1, 0x7E8)])
@@ -313,7 +331,7 @@ class ComParams(OtherVendor):
         with self.assertRaises(LookupError):
             values["CP_Nothing"]
 
-    def test_type_and_class_are_told(self):
+    def test_type_and_class_are_reported(self):
         kind = self.link().comparams.type_of("CP_SessionTimingOverride")
         self.assertEqual((kind.id, kind.type_name, kind.class_name, kind.struct_type),
                          (914, "PDU_PT_STRUCTFIELD", "PDU_PC_TIMING", 1))
