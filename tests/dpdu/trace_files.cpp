@@ -1,11 +1,10 @@
 #include "trace_files.h"
 
-#include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <map>
 
 #include "client_run.h"
+#include "file_time.h"
 #include "path_text.h"
 
 std::string TracePath(const std::string& name) { return TRACE_FOLDER "/" + name + ".jsonl"; }
@@ -73,9 +72,7 @@ TemporaryTrace::TemporaryTrace(const std::string& text) : TemporaryTrace(text, L
 TemporaryTrace::TemporaryTrace(const std::string& text, std::uint64_t changed_us)
     : path_(TemporaryPath("trace.jsonl")) {
     std::ofstream(PathOf(path_), std::ios::binary) << text;
-    const std::chrono::sys_time<std::chrono::microseconds> changed{
-        std::chrono::microseconds(changed_us)};
-    std::filesystem::last_write_time(PathOf(path_), std::chrono::file_clock::from_sys(changed));
+    SetChangedUs(path_, changed_us);
 }
 
 std::string CounterTrace(const std::string& name) {

@@ -39,7 +39,13 @@ protected:
     }
     void TearDown() override {
         Use(old_);
-        fs::remove_all(folder_);
+        // On Windows the files of a program that has ended may be in use a moment longer.
+        const auto deadline = std::chrono::steady_clock::now() + 20s;
+        std::error_code error;
+        do {
+            fs::remove_all(folder_, error);
+        } while (error && std::chrono::steady_clock::now() < deadline);
+        EXPECT_FALSE(fs::exists(folder_));
     }
 
     std::string Leave(const std::string& name, std::chrono::hours age) {

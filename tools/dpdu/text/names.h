@@ -3,8 +3,10 @@
 #ifndef TOOLS_DPDU_TEXT_NAMES_H
 #define TOOLS_DPDU_TEXT_NAMES_H
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace dpdu {
@@ -24,6 +26,10 @@ std::FILE* OpenFile(const std::string& path, const char* mode);
 
 // Empty: the variable is not set.
 std::string EnvironmentText(const char* name);
+
+// When the file was last changed, in microseconds since 1970; nullopt if it is not there. The
+// standard library gives whole seconds on Windows.
+std::optional<std::uint64_t> ChangedUs(const std::string& path);
 
 }  // namespace dpdu
 

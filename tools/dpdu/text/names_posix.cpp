@@ -2,6 +2,8 @@
 
 #include "text/names.h"
 
+#include <sys/stat.h>
+
 namespace dpdu {
 
 std::FILE* OpenFile(const std::string& path, const char* mode) {
@@ -11,6 +13,13 @@ std::FILE* OpenFile(const std::string& path, const char* mode) {
 std::string EnvironmentText(const char* name) {
     const char* value = std::getenv(name);
     return value ? value : "";
+}
+
+std::optional<std::uint64_t> ChangedUs(const std::string& path) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) return std::nullopt;
+    return static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1'000'000 +
+           static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1000;
 }
 
 }  // namespace dpdu

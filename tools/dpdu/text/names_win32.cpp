@@ -17,4 +17,15 @@ std::string EnvironmentText(const char* name) {
     return FromWide(value.substr(0, length));
 }
 
+std::optional<std::uint64_t> ChangedUs(const std::string& path) {
+    constexpr std::uint64_t kFrom1601To1970Us = 11'644'473'600'000'000;
+    WIN32_FILE_ATTRIBUTE_DATA data = {};
+    if (!::GetFileAttributesExW(ToWide(path).c_str(), GetFileExInfoStandard, &data)) {
+        return std::nullopt;
+    }
+    const FILETIME& time = data.ftLastWriteTime;  // in units of 100 ns
+    const std::uint64_t units = std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+    return units / 10 - kFrom1601To1970Us;
+}
+
 }  // namespace dpdu

@@ -1,7 +1,6 @@
 #include "trace/wall_clock.h"
 
 #include <algorithm>
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -15,12 +14,6 @@ namespace fs = std::filesystem;
 
 // Holds several of the longest lines.
 constexpr std::uintmax_t kTailSize = std::uintmax_t{64} * 1024;
-
-std::uint64_t MicrosecondsSince1970(fs::file_time_type time) {
-    const auto since_1970 = std::chrono::file_clock::to_sys(time).time_since_epoch();
-    return static_cast<std::uint64_t>(
-        std::chrono::duration_cast<std::chrono::microseconds>(since_1970).count());
-}
 
 }  // namespace
 
@@ -44,10 +37,10 @@ std::optional<std::uint64_t> LastRecordUs(const std::string& path) {
 
 std::optional<WallClock> WallClock::OfFile(const std::string& path) {
     const std::optional<std::uint64_t> last = LastRecordUs(path);
-    std::error_code error;
-    const fs::file_time_type changed = fs::last_write_time(PathOf(path), error);
-    if (!last || error) return std::nullopt;
-    return WallClock(*last, MicrosecondsSince1970(changed));
+    const std::optional<std::uint64_t> changed = ChangedUs(path);
+    // A file that claims to be older than its counter has no time of its own.
+    if (!last || !changed || *changed < *last) return std::nullopt;
+    return WallClock(*last, *changed);
 }
 
 Record WallClock::Convert(const Record& record) const {
