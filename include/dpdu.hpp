@@ -305,7 +305,8 @@ auto Try(Function&& function) -> Result<std::decay_t<decltype(function())>> {
     X(Construct)                                                                            \
     X(Destruct)                                                                             \
     X(IoCtl)                                                                                \
-    X(GetVersion) X(GetStatus) X(GetLastError) X(GetResourceStatus) X(CreateComLogicalLink) \
+    X(GetVersion)                                                                           \
+    X(GetStatus) X(GetLastError) X(GetResourceStatus) X(CreateComLogicalLink)               \
         X(DestroyComLogicalLink) X(Connect) X(Disconnect) X(LockResource) X(UnlockResource) \
             X(GetComParam) X(SetComParam) X(StartComPrimitive) X(CancelComPrimitive)        \
                 X(GetEventItem) X(DestroyItem) X(RegisterEventCallback) X(GetObjectId)      \

@@ -54,7 +54,8 @@ void ScriptLinks::OpenRaw() {
     AwaitReception();
 }
 
-// Libraries do not report when reception has begun. A frame shows it; on a silent bus only time can.
+// Libraries do not report when reception has begun. A frame shows it; on a silent bus only time
+// can.
 void ScriptLinks::AwaitReception() {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point end = Clock::now() + kReceptionStart;
