@@ -153,11 +153,36 @@ TEST_F(DpduCar, RawFrameIsSent) {
 }
 
 TEST_F(DpduCar, BatteryAndIgnitionAreRead) {
-    EXPECT_EQ(Run({"ioctl", "battery"}).output, "13.800 V\n");
-    EXPECT_EQ(Run({"ioctl", "ignition"}).output, "on\n");
+    EXPECT_EQ(Run({"ioctl", "battery"}).output,
+              "13.800 V  constant of the library, not measured\n"
+              "the dongle reported no voltage; measure the battery before programming\n");
+    EXPECT_EQ(Run({"ioctl", "ignition"}).output,
+              "on  constant of the library, not measured\n"
+              "the dongle reported no ignition\n");
     const ClientResult refused = Run({"ioctl", "cable"});
     EXPECT_EQ(refused.exit_code, kFailure);
     EXPECT_TRUE(Contains(refused.error, "PDU_ERR_ID_NOT_SUPPORTED")) << refused.error;
+}
+
+TEST_F(DpduCar, BatteryAndIgnitionOfTheDonglesTelemetryAreBesideTheConstants) {
+    conformance::Simulator simulator;
+    simulator.Command(R"(telemetry 100 {"v": 1, "bat": 11250, "ign": 0, "tasks": []})");
+    EXPECT_EQ(Run({"ioctl", "battery"}).output,
+              "13.800 V  constant of the library, not measured\n"
+              "11.250 V  reported by the dongle\n");
+    EXPECT_EQ(Run({"ioctl", "ignition"}).output,
+              "on  constant of the library, not measured\n"
+              "off  reported by the dongle\n");
+    const Json document = Document(RunSuccessfully({"ioctl", "battery", "--json"}));
+    EXPECT_EQ(document["source"], "constant of the library");
+    EXPECT_EQ(document["dongle"], Json({{"batteryMv", 11250}, {"ignition", false}}));
+    simulator.Command("telemetry 0");
+}
+
+TEST_F(DpduCar, VersionSaysWhichValuesAreConstants) {
+    const std::string rows = RunSuccessfully({"version"}).output;
+    EXPECT_TRUE(Contains(rows, "(constant of the library)")) << rows;
+    EXPECT_TRUE(Contains(rows, "serial number 02:42:52:4E:58:01 (reported by the dongle)")) << rows;
 }
 
 TEST_F(DpduCar, ObjectsAreShownWithTheLibrarysIds) {

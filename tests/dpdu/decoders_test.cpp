@@ -9,6 +9,7 @@
 #include <string>
 #include <tuple>
 
+#include "commands/dongle_report.h"
 #include "console/failure.h"
 #include "console/output.h"
 #include "options/command_line.h"
@@ -485,4 +486,20 @@ TEST(CommandLine, HelpAndVersionAreTextsAndRunNothing) {
 }
 
 }  // namespace
+TEST(DongleReport, IsTheLastOneOfLogOrTrace) {
+    using dpdu::ParseDongleReport;
+    EXPECT_FALSE(ParseDongleReport("").battery_mv);
+    EXPECT_FALSE(ParseDongleReport("[x] \"bat\":1 of something else\n").battery_mv);
+    const dpdu::DongleReport log = ParseDongleReport(
+        "[TELE] json={\"v\":1,\"bat\":12000}\n[TELE] json={\"bat\": 9500,\"ign\":1");
+    EXPECT_EQ(log.battery_mv, 9500u);
+    EXPECT_EQ(log.ignition, true);
+    const dpdu::DongleReport trace =
+        ParseDongleReport(R"({"seq":1,"ev":"telemetry","tele_json":"{\"bat\":13100,\"ign\":0}"})");
+    EXPECT_EQ(trace.battery_mv, 13100u);
+    EXPECT_EQ(trace.ignition, false);
+    EXPECT_FALSE(ParseDongleReport("[TELE] json={\"bat\":").battery_mv);
+    EXPECT_FALSE(ParseDongleReport("[TELE] json={\"bat\":\"full\"}").battery_mv);
+}
+
 }  // namespace dpdu

@@ -1,10 +1,12 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
+#include "commands/dongle_report.h"
 #include "commands/module_session.h"
 #include "console/failure.h"
 #include "pdu/io_control.h"
 #include "pdu/item.h"
+#include "pdu/own_library.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -40,14 +42,55 @@ Plan MakePlan(const IoCtlOptions& options) {
     return plan;
 }
 
-void Print(const Plan& plan, UNUM32 id, const PDU_DATA_ITEM* result, Output* output) {
+// Values that this project's library does not measure.
+bool IsConstant(const Plan& plan) {
+    return plan.name == "PDU_IOCTL_READ_VBATT" ||
+           plan.name == "PDU_IOCTL_READ_IGNITION_SENSE_STATE";
+}
+
+constexpr char kConstant[] = "constant of the library";
+constexpr std::chrono::milliseconds kReportLimit{2500};  // dongles report once a second
+
+Json ReportJson(const DongleReport& report) {
+    if (!report.battery_mv && !report.ignition) return {};
+    Json json = Json::object();
+    if (report.battery_mv) json["batteryMv"] = *report.battery_mv;
+    if (report.ignition) json["ignition"] = *report.ignition;
+    return json;
+}
+
+// Programming on a flat battery bricks a control unit, so a constant may not look like a
+// measurement.
+std::string ReportText(const Plan& plan, const DongleReport& report) {
+    if (plan.meaning == IoMeaning::kMillivolts) {
+        if (!report.battery_mv) {
+            return "the dongle reported no voltage; measure the battery before programming";
+        }
+        char text[60];
+        std::snprintf(text, sizeof text, "%.3f V  reported by the dongle",
+                      static_cast<double>(*report.battery_mv) / 1000);
+        return text;
+    }
+    if (!report.ignition) return "the dongle reported no ignition";
+    return std::string(*report.ignition ? "on" : "off") + "  reported by the dongle";
+}
+
+void Print(const Plan& plan, UNUM32 id, const PDU_DATA_ITEM* result,
+           const std::optional<DongleReport>& report, Output* output) {
     if (output->AsJson()) {
-        output->Document({{"command", plan.name},
-                          {"id", id},
-                          {"output", result ? IoOutputJson(*result) : Json()}});
+        Json document = {{"command", plan.name},
+                         {"id", id},
+                         {"output", result ? IoOutputJson(*result) : Json()}};
+        if (report) {
+            document["source"] = kConstant;
+            document["dongle"] = ReportJson(*report);
+        }
+        output->Document(document);
         return;
     }
-    output->Line(result ? IoOutputText(*result, plan.meaning) : "done");
+    const std::string text = result ? IoOutputText(*result, plan.meaning) : "done";
+    output->Line(report ? text + "  " + kConstant + ", not measured" : text);
+    if (report) output->Line(ReportText(plan, *report));
 }
 
 }  // namespace
@@ -63,7 +106,11 @@ ExitCode RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Outp
     Check(session.Functions().IoCtl(module.Module().Handle(), PDU_HANDLE_UNDEF, id, input.Get(),
                                     result.Receive()),
           "PDUIoCtl");
-    Print(plan, id, result.Get(), output);
+    std::optional<DongleReport> report;
+    if (IsConstant(plan) && IsOwnLibrary(module.Module())) {
+        report = AwaitDongleReport(module.GetSession(), kReportLimit);
+    }
+    Print(plan, id, result.Get(), report, output);
     return ExitCode::kOk;
 }
 

@@ -2,6 +2,7 @@
 
 #include "commands/commands.h"
 #include "commands/module_session.h"
+#include "pdu/own_library.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -64,14 +65,24 @@ Json VersionJson(const ModuleInfo& module, const PDU_VERSION_DATA& data) {
     return document;
 }
 
-std::vector<Row> VersionRows(const PDU_VERSION_DATA& data) {
+// This project's library reports the same for every dongle, except what the dongle's login has.
+constexpr char kConstant[] = "(constant of the library)";
+
+std::vector<Row> VersionRows(const PDU_VERSION_DATA& data, const ModuleInfo& module, bool is_own) {
     std::vector<Row> rows;
     for (const Component& component : Components(data)) {
         rows.push_back({component.title, component.name, VersionText(component.version),
                         DateText(component.date)});
+        if (is_own && component.title != std::string("Library"))
+            rows.back().emplace_back(kConstant);
     }
     rows.push_back({"Vendor", FieldText(data.VendorName)});
     rows.push_back({"Serial number", std::to_string(data.HwSerialNumber)});
+    if (is_own) {
+        rows.back().emplace_back(kConstant);
+        rows.push_back({"Dongle", module.name + ", serial number " + module.serial_number +
+                                      " (reported by the dongle); its firmware is not passed on"});
+    }
     rows.push_back({"ISO 22900-1", VersionText(data.MVCI_Part1StandardVersion)});
     rows.push_back({"ISO 22900-2", VersionText(data.MVCI_Part2StandardVersion)});
     return rows;
@@ -84,10 +95,18 @@ ExitCode RunVersion(const CommonOptions& common, Output* output) {
     PDU_VERSION_DATA data = {};
     Check(module.GetSession()->Functions().GetVersion(module.Module().Handle(), &data),
           "PDUGetVersion");
+    const bool is_own = IsOwnLibrary(module.Module());
     if (output->AsJson()) {
-        output->Document(VersionJson(module.Info(), data));
+        Json document = VersionJson(module.Info(), data);
+        if (is_own) {
+            document["constantsOfTheLibrary"] = {"hardware", "firmware", "hardwareSerialNumber"};
+            document["dongle"] = {{"name", module.Info().name},
+                                  {"serialNumber", module.Info().serial_number},
+                                  {"firmware", nullptr}};
+        }
+        output->Document(document);
     } else {
-        output->Table(VersionRows(data));
+        output->Table(VersionRows(data, module.Info(), is_own));
     }
     return ExitCode::kOk;
 }

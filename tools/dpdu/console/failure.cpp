@@ -30,6 +30,14 @@ const fs::file_time_type process_start = fs::file_time_type::clock::now();
 // File systems take their times from a clock that may lag a little.
 constexpr std::chrono::milliseconds kClockLag{100};
 
+}  // namespace
+
+bool IsWrittenByThisProcess(fs::file_time_type changed) {
+    return changed >= process_start - kClockLag;
+}
+
+namespace {
+
 // "; the library's log is PATH" if this process's library writes one. An earlier process may have
 // had the same number.
 std::string LogHint() {
@@ -38,7 +46,7 @@ std::string LogHint() {
         fs::temp_directory_path(error) / ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
     if (error) return "";
     const fs::file_time_type written = fs::last_write_time(log, error);
-    if (error || written < process_start - kClockLag) return "";
+    if (error || !IsWrittenByThisProcess(written)) return "";
     return "; the library's log is " + TextOf(log);
 }
 

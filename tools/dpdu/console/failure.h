@@ -5,6 +5,7 @@
 #define TOOLS_DPDU_CONSOLE_FAILURE_H
 
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -36,6 +37,9 @@ ExitCode MoreSerious(ExitCode one, ExitCode other);
 // What the user can do next, to be appended to the reason ("; run dpdu doctor ..."); it names the
 // library's log if there is one. Empty if the reason itself is all there is to say.
 std::string NextStep(ExitCode code);
+
+// False for a file that was last changed before this process began.
+bool IsWrittenByThisProcess(std::filesystem::file_time_type changed);
 
 // The library, the module or the vehicle failed.
 class Failure : public std::runtime_error {
