@@ -293,6 +293,22 @@ TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceAtTheEnd) {
               "0C0  2      4.1 ms  0D 10\n");
 }
 
+TEST(DpduRawListen, CountOfZeroIsRefusedWithTheReason) {
+    ExpectMistakes({"raw", "listen"}, {{"--count", "0"}},
+                   "0 would end before it begins; leave it out to go on until Ctrl-C");
+    ExpectMistakes({"raw", "listen"}, {{"--count", "-1"},
+                                       {"--count", "x"},
+                                       {"--count", ""},
+                                       {"--count", "99999999999999999999"}});
+}
+
+TEST(DpduTesterPresent, MessageOfMoreThanThirtyTwoBytesIsRefused) {
+    const std::string longest(64, '3');
+    EXPECT_EQ(RunClient({"tester-present", "--message", longest, "--time", "0.1"}).exit_code, kOk);
+    ExpectMistakes({"tester-present"}, {{"--message", longest + "3E"}},
+                   "at most 32 bytes, this one has 33");
+}
+
 TEST(DpduRawListen, FramesThatDoNotArriveInTimeAreAFailure) {
     const ClientResult result = RunClient({"raw", "listen", "--count", "6", "--time", "0.3"});
     ExpectFailure(result, "5 of 6 frames received", kNoAnswer);

@@ -94,9 +94,18 @@ void AddMillisecondsOption(CLI::App* command, const std::string& name, std::uint
 }
 
 void AddCountOption(CLI::App* command, std::uint64_t* count, const std::string& description) {
+    const auto refuse = [](const std::string& text) -> std::string {
+        constexpr std::size_t kMostDigits = 18;
+        const bool has_digits = text.find_first_not_of("0123456789") == std::string::npos;
+        if (text.empty() || !has_digits || text.size() > kMostDigits) {
+            return "'" + text + "' is not a number";
+        }
+        if (text.find_first_not_of('0') != std::string::npos) return "";
+        return "0 would end before it begins; leave it out to go on until Ctrl-C";
+    };
     command->add_option("--count", *count, description)
         ->type_name("N")
-        ->check(CLI::PositiveNumber.description(""));
+        ->check(CLI::Validator(refuse, ""));
 }
 
 void AddTimeOption(CLI::App* command, double* seconds) {

@@ -28,6 +28,9 @@ Examples:
   dpdu monitor 22F190 --ecu 7E1:7E9 --period 5000
   dpdu monitor 3E00 --json --time 60 >events.jsonl)";
 
+// What CP_TesterPresentMessage takes in this project's library.
+constexpr std::size_t kLongestMessage = 32;
+
 struct TesterPresentTexts {
     std::vector<std::string> ecus;
     std::string functional;
@@ -45,6 +48,11 @@ TesterPresentOptions ParseTesterPresent(const TesterPresentTexts& texts) {
     options.link = texts.link;
     options.link.tester_present_ms = texts.period_ms;
     options.link.tester_present_message = ParseBytes(texts.message, "the message");
+    const std::size_t size = options.link.tester_present_message.size();
+    if (size > kLongestMessage) {
+        throw UsageError("a tester present message has at most " + std::to_string(kLongestMessage) +
+                         " bytes, this one has " + std::to_string(size));
+    }
     options.link.params = ParseAssignments(texts.params);
     if (!texts.functional.empty()) options.functional_id = RequireCanId(texts.functional);
     return options;
