@@ -90,6 +90,8 @@ TEST(ScriptParser, RefusalsNameFileLineAndWhatIsAllowed) {
         {"22 F1 90\nexpect 62 ?", "'62 ?' is not in one of the forms"},
         {"22 F1 90\nexpect negative 3", "'negative' takes one code such as 31; allowed: expect"},
         {"22 F1 90\nexpect from 7E8 62", "'from' is for functional requests"},
+        {"functional 3E 00 units 7E0\nexpect from 7E9 none",
+         "car.dpdu:2: the request is not for a control unit that answers on 7E9"},
         {"wait", "car.dpdu:1: something is missing; allowed: wait 100ms"},
         {"wait 100", "'100' is not a time such as 100ms or 2.5s"},
         {"wait 0ms", "'0ms' is not a time"},

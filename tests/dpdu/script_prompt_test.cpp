@@ -50,14 +50,8 @@ public:
     std::string ReadUntil(const std::string& wanted) {
         std::string shown;
         const Clock::time_point deadline = Clock::now() + kTerminalPatience;
-        while (!Contains(shown, wanted) && Clock::now() < deadline) {
-            pollfd wait = {terminal_, POLLIN, 0};
-            if (::poll(&wait, 1, 100) <= 0) continue;
-            char block[4096];
-            const ssize_t count = ::read(terminal_, block, sizeof block);
-            if (count <= 0) break;  // the program has ended
-            shown.append(block, static_cast<std::size_t>(count));
-        }
+        while (!Contains(shown, wanted) && !has_ended_ && Clock::now() < deadline)
+            ReadSome(&shown);
         EXPECT_TRUE(Contains(shown, wanted)) << "'" << shown << "' without '" << wanted << "'";
         return shown;
     }
@@ -68,19 +62,35 @@ public:
         Type(keys + "\n");
         return ReadUntil(std::string("\n") + next);
     }
-    // Returns the exit code.
+    // Returns the exit code. One that goes on is killed.
     int WaitForEnd() {
-        char block[4096];  // the terminal must have room for the last lines
-        while (::read(terminal_, block, sizeof block) > 0) {
-        }
+        ReadAll();
+        if (!has_ended_) ::kill(id_, SIGKILL);
         int status = 0;
         ::waitpid(std::exchange(id_, 0), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
 private:
+    void ReadSome(std::string* shown) {
+        pollfd wait = {terminal_, POLLIN, 0};
+        if (::poll(&wait, 1, 100) <= 0) return;
+        char block[4096];
+        const ssize_t count = ::read(terminal_, block, sizeof block);
+        has_ended_ = count <= 0;
+        if (!has_ended_) shown->append(block, static_cast<std::size_t>(count));
+    }
+    // The terminal must have room for the last lines.
+    void ReadAll() {
+        std::string shown;
+        const Clock::time_point deadline = Clock::now() + kTerminalPatience;
+        while (!has_ended_ && Clock::now() < deadline)
+            ReadSome(&shown);
+    }
+
     pid_t id_ = 0;
     int terminal_ = -1;
+    bool has_ended_ = false;
 };
 
 class DpduPrompt : public testing::Test {

@@ -141,7 +141,7 @@ TEST(DpduRun, ExpectationsOfAFunctionalRequestAreForEachUnit) {
     EXPECT_EQ(result.exit_code, kUnmetExpectation);
     EXPECT_TRUE(Contains(result.error, "standard input:2: expect 62 .. or negative: "))
         << result.error;
-    EXPECT_EQ(RunText("functional 22 F1 90 units 7E0\nexpect from 7E9 62 ..").exit_code, kFailure);
+    EXPECT_EQ(RunText("functional 22 F1 90\nexpect from 7E9 62 ..").exit_code, kFailure);
 }
 
 TEST(DpduRun, AnswerThatIsTooShortForAVariableIsAnUnmetExpectation) {
@@ -307,6 +307,18 @@ TEST(DpduRun, JUnitFileIsWrittenForWhateverEndsTheScript) {
     dpdu::xml::Document document = file.Read();
     EXPECT_EQ(AttributeOf(Suite(document), "errors"), "1");
     EXPECT_EQ(AttributeOf(*Suite(document).FindChild("testcase"), "name"), "line 1: 3E 00");
+}
+
+TEST(DpduRun, JUnitFileIsWrittenAlsoIfNobodyReadsTheOutput) {
+    const JUnitFile file;
+    ClientSetup setup;
+    setup.arguments = {"run", "-", "--junit", file.Path()};
+    setup.input = "22 F1 90\n3E 00";
+    setup.has_reader = false;
+    const ClientResult result = RunClient(setup);
+    EXPECT_EQ(result.exit_code, kReaderGone);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(AttributeOf(Suite(file.Read()), "skipped"), "1");
 }
 
 TEST(DpduRun, JUnitFileThatCannotBeWrittenIsFoundBeforeAnythingIsSent) {

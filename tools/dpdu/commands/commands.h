@@ -127,7 +127,7 @@ struct RawListenOptions {
 };
 
 struct RunOptions {
-    std::string file;  // "-": standard input; empty: a prompt on a terminal, else likewise
+    std::string file;  // "-": standard input; empty: a prompt if there is a terminal, else likewise
     script::Variables variables;  // from the command line
     std::string junit;            // the file to write; empty: none
     bool only_checks = false;

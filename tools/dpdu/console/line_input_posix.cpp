@@ -132,6 +132,8 @@ int NextCharacter(EditLine*, wchar_t* character) {
     for (;;) {
         const int byte = NextByte();
         if (byte < 0) return 0;
+        // Ctrl-D that was typed while a step was executed; libedit would quote the next character.
+        if (byte == 0) continue;
         const char part = static_cast<char>(byte);
         const std::size_t used = std::mbrtowc(character, &part, 1, &state);
         if (used == static_cast<std::size_t>(-2)) continue;  // more bytes belong to it
@@ -214,6 +216,8 @@ unsigned char LineInput::System::CompleteWord() {
 
 std::optional<std::string> LineInput::System::ReadEdited() {
     library.resize(editor);  // the window may have another size than before
+    // Otherwise it would be set after the prompt is shown, and change what is typed in between.
+    library.set(editor, EL_PREP_TERM, 1);
     int count = 0;
     const char* line = library.gets(editor, &count);
     if (!line || count <= 0 || WasInterrupted()) return std::nullopt;

@@ -328,6 +328,16 @@ bool LeavesAnswer(const Action& action) {
            std::holds_alternative<PrintStep>(action);
 }
 
+void RequireUnit(const FunctionalStep& step, std::uint32_t response_id) {
+    const bool is_asked = std::any_of(
+        step.units.begin(), step.units.end(),
+        [response_id](const EcuAddress& unit) { return unit.response_id == response_id; });
+    // Without units it is for the control unit that is the current one then.
+    if (is_asked || step.units.empty()) return;
+    throw SyntaxError("the request is not for a control unit that answers on " +
+                      CanIdText(response_id));
+}
+
 std::string AllNames() {
     std::string names;
     for (const std::string& name : StepNames())
@@ -439,6 +449,7 @@ void Parser::AddExpect(Step step) {
         request->is_checked_later = true;
     } else if (auto* functional = std::get_if<FunctionalStep>(&last->action)) {
         if (from) {
+            RequireUnit(*functional, *from);
             functional->checked_later.insert(*from);
         } else {
             functional->are_all_checked_later = true;

@@ -26,7 +26,7 @@ bool IsNamePart(char character) {
 // "$vin" or "${vin}"
 std::string VariableOf(const std::string& word) {
     const bool has_braces = word.starts_with("${") && word.ends_with('}');
-    const std::string name = has_braces ? word.substr(2, word.size() - 3) : word.substr(1);
+    std::string name = has_braces ? word.substr(2, word.size() - 3) : word.substr(1);
     if (!IsVariableName(name)) throw SyntaxError("'" + word + "' is not a variable such as $vin");
     return name;
 }
