@@ -43,9 +43,11 @@ if [ "${1:-}" = --ask ]; then
     mkdir -p "$folder" "$scratch/config/Tarvik/Brennix"
     printf '%s' '{"showDebug": false, "useSerial": true, "useCloud": false, "useBle": false,' \
         ' "dummyDevice": false}' >"$scratch/config/Tarvik/Brennix/config.json"
-    # Without the lines of progress, which come when something takes longer than a second.
+    # Without the lines of progress, which come when something takes longer than a second, and the path
+    # of the log, which is another one each time.
     ask() {
-        "${dpdu[@]}" "$@" --wait 30 2>&1 | sed '/^dpdu: .*[.]\{3\}\r*$/d' >>"$folder/answers"
+        "${dpdu[@]}" "$@" --wait 30 2>&1 | sed '/^dpdu: .*[.]\{3\}\r*$/d
+            s/; the library.s log is .*//' >>"$folder/answers"
         echo "exit code ${PIPESTATUS[0]}" >>"$folder/answers"
     }
     dpdu=("$@")
