@@ -1,7 +1,6 @@
 #include <dlfcn.h>
 #include <histedit.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -178,11 +177,9 @@ void LineInput::System::BeginHistory() {
 
 void LineInput::System::End() {
     if (history) {
-        // Keys may be among the lines.
-        const mode_t before = ::umask(S_IRWXG | S_IRWXO);
         HistEvent event{};
+        // Only the user may read the file: keys may be among the lines.
         if (!history_file.empty()) library.history(history, &event, H_SAVE, history_file.c_str());
-        ::umask(before);
         library.history_end(history);
     }
     if (editor) library.end(editor);
