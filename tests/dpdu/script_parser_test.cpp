@@ -85,7 +85,9 @@ TEST(ScriptParser, RefusalsNameFileLineAndWhatIsAllowed) {
         {"22 F1 90\nwait 1s\nexpect 62",
          "car.dpdu:3: 'expect' is on the lines after a request, not after 'wait'"},
         {"22 F1 90\nrepeat 2\nexpect 62\nend", "car.dpdu:3: 'expect' is on the lines after"},
-        {"22 F1 90\nexpect", "allowed: bytes such as 62 F1 90 ?? .., none, positive, negative"},
+        {"22 F1 90\nexpect",
+         "allowed: bytes such as 62 F1 90 ??, exactly with bytes, none, positive"},
+        {"22 F1 90\nexpect exactly 62 ..", "'exactly' and '..' contradict each other"},
         {"22 F1 90\nexpect 62 .. 01", "'..' is at the end"},
         {"22 F1 90\nexpect 62 ?", "'62 ?' is not in one of the forms"},
         {"22 F1 90\nexpect negative 3", "'negative' takes one code such as 31; allowed: expect"},
@@ -230,11 +232,17 @@ TEST(ScriptValues, PrintedVariablesAreHexadecimalOrText) {
               "57 54 00 FF/57 54 00 FF.WT.. $5");
 }
 
-TEST(ScriptPattern, MatchesTheWholeAnswer) {
+TEST(ScriptPattern, MatchesTheBeginningOfAnAnswer) {
     EXPECT_TRUE(Expects("50 03", {0x50, 0x03}));
-    EXPECT_FALSE(Expects("50 03", {0x50, 0x03, 0x00}));
+    EXPECT_TRUE(Expects("50 03", {0x50, 0x03, 0x00, 0x32, 0x01, 0xF4}));
     EXPECT_FALSE(Expects("50 03", {0x50}));
     EXPECT_FALSE(Expects("50 03", {0x50, 0x02}));
+}
+
+TEST(ScriptPattern, MatchesTheWholeAnswerIfToldTo) {
+    EXPECT_TRUE(Expects("exactly 50 03", {0x50, 0x03}));
+    EXPECT_FALSE(Expects("exactly 50 03", {0x50, 0x03, 0x00}));
+    EXPECT_FALSE(Expects("exactly 50 03", {0x50}));
 }
 
 TEST(ScriptPattern, TwoDotsAllowAnythingFurtherAlsoNothing) {

@@ -86,7 +86,7 @@ TEST(DpduRun, OneLinkServesAllRequestsToAControlUnit) {
 TEST(DpduRun, UnmetExpectationStopsTheScriptAndNamesItsLine) {
     const ClientResult result = RunText("10 03\nexpect 50 04\n22 F1 90");
     EXPECT_EQ(result.exit_code, kUnmetExpectation);
-    EXPECT_EQ(result.error, "dpdu: standard input:2: expect 50 04: expected 50 04, came 50 03\n");
+    EXPECT_EQ(result.error, "dpdu: standard input:2: expect 50 04: expected 50 04 .., came 50 03\n");
     EXPECT_EQ(result.output, "1: 10 03 -> 50 03\n");
 }
 

@@ -13,7 +13,7 @@ A script has one step a line; # begins a comment. Its requests share one connect
 
   10 03                       a request; without expectation it must be answered positively
   22 F1 90
-  expect 62 F1 90 ..          bytes, ?? for any byte, .. for anything further; also
+  expect 62 F1 90             how the answer begins, ?? for any byte; exactly BYTES; also
                               none, positive, negative 31, and alternatives with "or"
   set vin = answer[3..]       a variable, for requests ($vin), expectations and
   print VIN ${vin:text}       for printing

@@ -145,7 +145,12 @@ Alternative ParseAlternative(Words* words) {
     if (words->Take("none")) return NoAnswer{};
     if (words->Take("positive")) return PositiveAnswer{};
     if (words->Take("negative")) return ParseNegative(words, words->TakeUntil({"or"}));
-    return ParsePattern(words->TakeUntil({"or"}));
+    // Control units append what a script need not know, such as times after a session's number.
+    const bool is_exact = words->Take("exactly");
+    Pattern pattern = ParsePattern(words->TakeUntil({"or"}));
+    if (is_exact && pattern.is_open) words->Refuse("'exactly' and '..' contradict each other");
+    pattern.is_open = !is_exact;
+    return pattern;
 }
 
 ExpectStep ParseExpect(Words* words) {
@@ -280,7 +285,7 @@ struct StepRow {
 constexpr StepRow kSteps[] = {
     {"expect",
      "expect [from ID] ALTERNATIVE [or ALTERNATIVE...], each one of bytes with ?? and .., none, "
-     "positive, negative [CODE]",
+     "positive, negative [CODE], exactly BYTES",
      Parsed<ParseExpect>},
     {"functional", "functional BYTES [on ID] [units UNITS...]", Parsed<ParseFunctional>},
     {"wait", "wait 100ms", Parsed<ParseWait>},

@@ -259,8 +259,8 @@ Pattern ParsePattern(const std::vector<Word>& words) {
     hex.Flush(&pattern.parts);
     if (pattern.parts.empty() && !pattern.is_open) {
         throw SyntaxError(
-            "nothing is expected; allowed: bytes such as 62 F1 90 ?? .., none, positive, negative "
-            "[CODE]");
+            "nothing is expected; allowed: bytes such as 62 F1 90 ??, exactly with bytes, none, "
+            "positive, negative [CODE]");
     }
     return pattern;
 }
