@@ -97,7 +97,7 @@ TEST(TraceExport, TimesOfDayAreThoseOfTheFilesLastChange) {
 
 TEST(TraceExport, MiddayAndMidnightAreTwelveOClock) {
     const std::string text = StartLine(1, 1'000'000, 1, "3e00") + SentLine(2, 1'000'000, 1);
-    for (const auto& [hour, name] : {std::pair(0, "12:00:00.000 am"), {12, "12:00:00.000 pm"}}) {
+    for (const auto& [hour, name] : {std::pair(0U, "12:00:00.000 am"), {12U, "12:00:00.000 pm"}}) {
         const TemporaryTrace trace(text, 1'795'392'000'000'000 + hour * 3'600'000'000ULL);
         EXPECT_TRUE(Contains(Export({"asc", trace.Path()}).output,
                              std::string("date Mon Nov 23 ") + name + " 2026\n"));

@@ -10,7 +10,7 @@ constexpr std::uint32_t kPhysical = 0xFFFFFFFF;
 // On a busy bus, some seconds.
 constexpr std::size_t kMostFrames = 10'000;
 // The library's thread that receives begins within a millisecond, if the machine is not busy.
-constexpr std::chrono::milliseconds kReceptionStart{200};
+constexpr std::chrono::milliseconds kReceptionStart{1000};
 
 }  // namespace
 
