@@ -3,13 +3,13 @@
 # line "PRESET: N passed, N failed" for each, and non-zero unless every case passed.
 #
 # CTEST_OPTIONS is passed to ctest, for instance "-L unit" or "-R link_test"; JOBS is how many
-# programs run at a time (4, and 8 of the last preset, beside which none is built).
+# programs run at a time (5, and 8 of the last preset, beside which none is built).
 set -uo pipefail
 
 cd "$(dirname "$0")/.."
 . scripts/results.sh
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
-jobs=${JOBS:-4} # most tests wait most of the time
+jobs=${JOBS:-5} # most tests wait most of the time
 
 ahead= # the process that builds the other presets
 clean_up() {

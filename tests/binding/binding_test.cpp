@@ -218,6 +218,13 @@ TEST_F(OtherVendor, RawFramesAreSentAndReceivedWithTheirTimes) {
               ErrorKind::kBadValue);
 }
 
+TEST_F(OtherVendor, IoControlReturnsItsNumber) {
+    const pdu::Module module = Load().Connect();
+    EXPECT_EQ(module.IoControl("PDU_IOCTL_READ_VBATT"), 12034u);
+    EXPECT_EQ(module.IoControl("PDU_IOCTL_RESET"), std::nullopt);
+    EXPECT_EQ(KindOfError([&] { module.IoControl("PDU_IOCTL_UNHEARD"); }), ErrorKind::kUnknownName);
+}
+
 TEST_F(OtherVendor, ModulesAreChosenByAnyPartOfTheirTexts) {
     UseScenario("two-modules");
     const pdu::Library library = Load();
