@@ -44,8 +44,6 @@ struct TransportScan {
     }
 };
 
-bool IsSupportedModel(std::uint32_t model) { return model == 5 || model == 13 || model == 0x1000; }
-
 bool SameMac(const LoginRecord& one, const LoginRecord& other) {
     return std::memcmp(one.Mac(), other.Mac(), 6) == 0;
 }

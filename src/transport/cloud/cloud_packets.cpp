@@ -46,9 +46,11 @@ void Enqueue(PacketPtr packet) {
 
 }  // namespace
 
+PacketPtr MakeCloudLogin() { return BuildPacket(OwnLogin()); }
+
 void CloudSendLogin() {
     CloudLog("Login...\n");
-    Enqueue(BuildPacket(OwnLogin()));
+    Enqueue(MakeCloudLogin());
 }
 
 void SendAddress(const DeviceAddress& address) {

@@ -30,6 +30,8 @@ extern CloudSecSession& cloud_session;
 inline constexpr std::uint32_t kDeviceRegistered = 0;
 inline constexpr std::uint32_t kDeviceIsolated = 1;
 inline constexpr std::uint32_t kDeviceRejected = 2;
+// "REJECTED (blacklisted)"
+const char* CloudSecStatusText(std::uint32_t status);
 
 // Derives the identity's public key from its private key. Connection thread only.
 bool CloudSecDerivePublicKey();

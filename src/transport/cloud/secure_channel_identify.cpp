@@ -9,19 +9,6 @@
 namespace tarvik {
 namespace {
 
-const char* StatusName(std::uint32_t status) {
-    switch (status) {
-        case kDeviceRegistered:
-            return "OK (registered)";
-        case kDeviceIsolated:
-            return "ISOLATED (unknown device)";
-        case kDeviceRejected:
-            return "REJECTED (blacklisted)";
-        default:
-            return "UNKNOWN";
-    }
-}
-
 PacketPtr MakeDevi() {
     DeviceIdentityWire fields{};
     fields.type = kTypeDevi;
@@ -46,6 +33,19 @@ void SendDevi(DeviceQueues* queues) {
 
 }  // namespace
 
+const char* CloudSecStatusText(std::uint32_t status) {
+    switch (status) {
+        case kDeviceRegistered:
+            return "OK (registered)";
+        case kDeviceIsolated:
+            return "ISOLATED (unknown device)";
+        case kDeviceRejected:
+            return "REJECTED (blacklisted)";
+        default:
+            return "UNKNOWN";
+    }
+}
+
 bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status, const std::atomic<bool>* abort) {
     static constexpr ExpectedAnswer kDeva = {
         .type = kTypeDeva,
@@ -61,7 +61,7 @@ bool CloudSecIdentify(DeviceQueues* queues, std::uint32_t* status, const std::at
     CloudLog(
         "[CloudSec] [I] Device identification acknowledged: status=%lu (%s), "
         "capabilities=0x%08lx\n",
-        static_cast<unsigned long>(*status), StatusName(*status),
+        static_cast<unsigned long>(*status), CloudSecStatusText(*status),
         static_cast<unsigned long>(fields->capabilities));
     return true;
 }
