@@ -130,6 +130,8 @@ TEST(ScriptParser, RefusalsNameFileLineAndWhatIsAllowed) {
         {"functional 22 F1 90 on xyz", "'xyz' is not a CAN identifier"},
         {"ecu 7E0-7E7", "'7E0-7E7' is not one control unit; allowed: ecu 7E0:7E8"},
         {"param CP_P2Max", "'CP_P2Max' has no value; allowed: param NAME=VALUE"},
+        {"tester-present on 4001s", "a period is at most 4000s; allowed: tester-present on [TIME]"},
+        {":22", "':22' is not a step"},
         {"tester-present maybe", "neither on nor off; allowed: tester-present on [TIME]"},
         {"print \"open", "the quote before 'open' is not closed"},
         {"print \"a\"b", "a blank is missing after \"a\""},
@@ -223,6 +225,14 @@ TEST(ScriptValues, PartBeyondTheAnswerIsRefused) {
     EXPECT_THROW(slice("answer[4..]", {1, 2, 3}), AnswerTooShort);
     for (const char* part : {"answer[18446744073709551615]", "answer[1..18446744073709551615]"})
         EXPECT_THROW(slice(part, {1, 2, 3}), AnswerTooShort) << part;
+}
+
+TEST(ScriptValues, HaveALargestSize) {
+    const Script script = Parse("set a = $b $b", {{"b", {0xBB}}});
+    const Value& value = std::get<SetStep>(script.steps[0].action).value;
+    constexpr std::size_t kHalf = 1 << 19;
+    EXPECT_EQ(Evaluate(value, {{"b", Bytes(kHalf)}}, {}).size(), 2 * kHalf);
+    EXPECT_THROW(Evaluate(value, {{"b", Bytes(kHalf + 1)}}, {}), ValueTooLarge);
 }
 
 TEST(ScriptValues, PrintedVariablesAreHexadecimalOrText) {

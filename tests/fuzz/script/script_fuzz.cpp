@@ -1,6 +1,7 @@
 // A script of the client. One that is accepted has values for all its variables; its text, and that
 // of a refusal, reads back from JUnit XML.
 
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
@@ -67,13 +68,18 @@ public:
     }
     void operator()(const ParamStep& step) { Require(!step.name.empty()); }
     void operator()(const EcuStep&) {}
-    void operator()(const TesterPresentStep&) {}
+    void operator()(const TesterPresentStep& step) {
+        constexpr std::chrono::microseconds kLargest{UINT32_MAX};  // its ComParam's
+        if (step.period) Require(*step.period <= kLargest);
+    }
 
 private:
     Bytes Value(const script::Value& value) {
         try {
             return Evaluate(value, variables_, kAnswer);
         } catch (const AnswerTooShort&) {
+            return {};
+        } catch (const ValueTooLarge&) {
             return {};
         }
     }

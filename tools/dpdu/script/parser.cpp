@@ -254,9 +254,12 @@ ParamStep ParseParam(Words* words) {
 
 TesterPresentStep ParseTesterPresent(Words* words) {
     constexpr std::chrono::milliseconds kUsualPeriod = 2s;
+    constexpr std::chrono::milliseconds kLongestPeriod = 4000s;  // its ComParam has microseconds
     if (words->Take("off")) return {};
     if (!words->Take("on")) words->Refuse("neither on nor off");
-    return {words->IsAtEnd() ? kUsualPeriod : ParseDuration(words)};
+    const std::chrono::milliseconds period = words->IsAtEnd() ? kUsualPeriod : ParseDuration(words);
+    if (period > kLongestPeriod) words->Refuse("a period is at most 4000s");
+    return {period};
 }
 
 RepeatStep ParseRepeat(Words* words) { return {ParseCount(words), {}}; }

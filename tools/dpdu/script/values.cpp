@@ -13,6 +13,8 @@ namespace {
 constexpr char kAnyByte[] = "??";
 constexpr char kAnything[] = "..";
 constexpr char kAnswer[] = "answer";
+// A loop may double a variable with each turn.
+constexpr std::size_t kLargestValue = 1 << 20;
 
 bool IsNameStart(char character) {
     return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
@@ -204,6 +206,7 @@ bool IsVariableName(const std::string& name) {
 
 bool ParsesAsBytes(const std::string& line) {
     const std::string word = line.substr(0, line.find_first_of(" \t:"));
+    if (word.empty()) return false;  // a colon before anything else
     if (word.starts_with('$')) return true;
     return std::isdigit(static_cast<unsigned char>(word.front())) != 0 ||
            std::all_of(word.begin(), word.end(),
@@ -321,6 +324,7 @@ Bytes Evaluate(const Value& value, const Variables& variables, const Bytes& answ
             bytes = SliceOf(std::get<AnswerSlice>(part), answer);
         }
         result.insert(result.end(), bytes.begin(), bytes.end());
+        if (result.size() > kLargestValue) throw ValueTooLarge("a value has at most 1048576 bytes");
     }
     return result;
 }

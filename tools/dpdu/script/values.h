@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "console/failure.h"
 #include "script/script.h"
 #include "script/words.h"
 
@@ -38,7 +39,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Throws AnswerTooShort.
+class ValueTooLarge : public Failure {
+public:
+    using Failure::Failure;
+};
+
+// Throws AnswerTooShort, or ValueTooLarge for more than 1 MiB.
 Bytes Evaluate(const Value& value, const Variables& variables, const Bytes& answer);
 std::string PrintedText(const PrintStep& step, const Variables& variables);
 
