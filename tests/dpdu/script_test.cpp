@@ -86,7 +86,8 @@ TEST(DpduRun, OneLinkServesAllRequestsToAControlUnit) {
 TEST(DpduRun, UnmetExpectationStopsTheScriptAndNamesItsLine) {
     const ClientResult result = RunText("10 03\nexpect 50 04\n22 F1 90");
     EXPECT_EQ(result.exit_code, kUnmetExpectation);
-    EXPECT_EQ(result.error, "dpdu: standard input:2: expect 50 04: expected 50 04 .., came 50 03\n");
+    EXPECT_EQ(result.error,
+              "dpdu: standard input:2: expect 50 04: expected 50 04 .., came 50 03\n");
     EXPECT_EQ(result.output, "1: 10 03 -> 50 03\n");
 }
 
@@ -327,6 +328,13 @@ TEST(DpduRun, JUnitFileThatCannotBeWrittenIsFoundBeforeAnythingIsSent) {
     EXPECT_EQ(result.exit_code, kFailure);
     EXPECT_TRUE(Contains(result.error, "cannot be written")) << result.error;
     EXPECT_TRUE(result.report.empty());
+    const fs::path folder = PathOf(TemporaryPath("junit_folder"));
+    fs::create_directory(folder);
+    const ClientResult of_folder = RunText("3E 00", {"--junit", TextOf(folder)});
+    fs::remove(folder);
+    EXPECT_EQ(of_folder.exit_code, kFailure);
+    EXPECT_TRUE(Contains(of_folder.error, "is a folder")) << of_folder.error;
+    EXPECT_TRUE(of_folder.report.empty());
 }
 
 TEST(DpduRun, InterruptionReleasesTheLinksAndWritesTheResults) {

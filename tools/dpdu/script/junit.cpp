@@ -129,6 +129,10 @@ std::string JUnitText(const TestSuite& suite) {
 
 ReplacedFile::ReplacedFile(std::string path)
     : path_(std::move(path)), temporary_(path_ + "." + std::to_string(OwnProcessId()) + ".tmp") {
+    std::error_code ignored;  // what is not there is no folder
+    if (std::filesystem::is_directory(PathOf(path_), ignored)) {
+        throw Failure("'" + path_ + "' is a folder");
+    }
     std::FILE* file = OpenFile(temporary_, "wb");
     if (!file) throw Failure("'" + path_ + "' cannot be written");
     std::fclose(file);

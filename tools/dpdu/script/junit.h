@@ -39,7 +39,7 @@ std::string XmlText(std::string_view text, XmlPlace place);
 // replaced.
 class ReplacedFile {
 public:
-    // Throws Failure if the folder cannot be written to.
+    // Throws Failure if its folder cannot be written to, or if it is a folder itself.
     explicit ReplacedFile(std::string path);
     ~ReplacedFile();
     ReplacedFile(const ReplacedFile&) = delete;
