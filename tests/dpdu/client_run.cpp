@@ -104,15 +104,14 @@ ClientResult RunClient(const ClientSetup& setup) {
     const std::string report = UniquePath("report");  // the fake library knows no other names
     const std::string library = setup.library.empty() ? FAKE_LIBRARY : setup.library;
 
+    std::vector<std::pair<std::string, std::string>> environment = {
+        {"DPDU_LIBRARY", setup.has_library ? library : ""},
+        {"FAKE_DPDU_SCENARIO", setup.scenario},
+        {"FAKE_DPDU_REPORT", report}};
+    environment.insert(environment.end(), setup.environment.begin(), setup.environment.end());
     const ProcessHandle process =
-        StartProcess({setup.program.empty() ? DPDU_PROGRAM : setup.program,
-                      setup.arguments,
-                      {{"DPDU_LIBRARY", setup.has_library ? library : ""},
-                       {"FAKE_DPDU_SCENARIO", setup.scenario},
-                       {"FAKE_DPDU_REPORT", report}},
-                      output,
-                      error,
-                      input});
+        StartProcess({setup.program.empty() ? DPDU_PROGRAM : setup.program, setup.arguments,
+                      environment, output, error, input});
     ClientResult result;
     EXPECT_NE(process, 0) << "the program did not start: " << DPDU_PROGRAM;
     if (process == 0) return result;

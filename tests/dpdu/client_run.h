@@ -6,6 +6,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct ClientResult {
@@ -18,13 +19,14 @@ struct ClientResult {
 
 struct ClientSetup {
     std::vector<std::string> arguments;
-    std::string program;                    // empty: the client as built
-    std::string input;                      // its standard input
-    std::string scenario;                   // of the fake library
-    std::string library;                    // empty: the fake library, given by DPDU_LIBRARY
-    bool has_library = true;                // false: DPDU_LIBRARY is not set at all
-    bool is_released = true;                // false: the fake library ends before it is destructed
-    bool has_reader = true;                 // false: nobody reads standard output
+    std::string program;      // empty: the client as built
+    std::string input;        // its standard input
+    std::string scenario;     // of the fake library
+    std::string library;      // empty: the fake library, given by DPDU_LIBRARY
+    bool has_library = true;  // false: DPDU_LIBRARY is not set at all
+    bool is_released = true;  // false: the fake library ends before it is destructed
+    bool has_reader = true;   // false: nobody reads standard output
+    std::vector<std::pair<std::string, std::string>> environment;  // further variables
     std::string interrupt_when;             // interrupt the program when the report has this line
     std::function<bool()> interrupt_after;  // or when this returns true, which it must
 };

@@ -6,7 +6,7 @@ namespace {
 
 class DpduDoctorAccess : public DoctorTest {
 protected:
-    static ClientResult RunWithReaders(const nlohmann::ordered_json& config, Readers readers) {
+    static Examined RunWithReaders(const nlohmann::ordered_json& config, Readers readers) {
         WriteConfig(config.dump());
         EXPECT_TRUE(SetReaders(TextOf(ConfigPath()), readers));
         return Run();
@@ -14,20 +14,18 @@ protected:
 };
 
 TEST_F(DpduDoctorAccess, ConfigurationReadableOnlyByTheOwnerIsFine) {
-    const ClientResult result = RunWithReaders(GoodConfig(), Readers::kOwner);
-    EXPECT_TRUE(HasLine(result, "ok", "permissions", "only its owner")) << result.output;
+    ExpectFine(RunWithReaders(SerialConfig(), Readers::kOwner), "permissions", "only its owner");
 }
 
 TEST_F(DpduDoctorAccess, KeyReadableByOthersIsWrong) {
-    ExpectWrong(RunWithReaders(GoodConfig(), Readers::kEveryone), "permissions", "by everyone -> ");
+    ExpectWrong(RunWithReaders(SerialConfig(), Readers::kEveryone), "permissions-key",
+                "by everyone");
 }
 
 TEST_F(DpduDoctorAccess, ConfigurationWithoutAKeyReadableByOthersIsNoted) {
-    nlohmann::ordered_json config = GoodConfig();
+    nlohmann::ordered_json config = SerialConfig();
     config["devicePrivateKey"] = "";
-    const ClientResult result = RunWithReaders(config, Readers::kEveryone);
-    EXPECT_EQ(result.exit_code, kOk);
-    EXPECT_TRUE(HasLine(result, "note", "permissions", "by everyone")) << result.output;
+    ExpectNote(RunWithReaders(config, Readers::kEveryone), "permissions-readers", "by everyone");
 }
 
 }  // namespace

@@ -71,3 +71,19 @@ UserFolder::UserFolder(const std::string& folder) {
 }
 
 UserFolder::~UserFolder() { SetUserFolder(before_); }
+
+UnreadableFile::UnreadableFile(const std::string& path)
+    : path_(path),
+      handle_(reinterpret_cast<std::intptr_t>(::CreateFileW(Wide(path).c_str(), GENERIC_READ, 0,
+                                                            nullptr, OPEN_EXISTING, 0, nullptr))) {}
+
+UnreadableFile::~UnreadableFile() { ::CloseHandle(reinterpret_cast<HANDLE>(handle_)); }
+
+PortInUse::PortInUse(const std::string& path)
+    : handle_(reinterpret_cast<std::intptr_t>(::CreateFileW(Wide(path).c_str(),
+                                                            GENERIC_READ | GENERIC_WRITE, 0,
+                                                            nullptr, OPEN_EXISTING, 0, nullptr))) {}
+
+PortInUse::~PortInUse() {
+    if (IsOpen()) ::CloseHandle(reinterpret_cast<HANDLE>(handle_));
+}

@@ -158,6 +158,10 @@ struct TracePruneOptions {
     bool is_dry_run = false;  // only list the files
 };
 
+struct DoctorOptions {
+    bool lists_diagnoses = false;  // only show what it can find
+};
+
 struct RootOptions {
     std::string folder;         // add; empty: that of this project's library
     std::string short_name;     // check; empty: every entry
@@ -165,8 +169,9 @@ struct RootOptions {
 };
 
 ExitCode RunModules(const CommonOptions& common, Output* output);
-// kFailure if something is wrong.
-ExitCode RunDoctor(const CommonOptions& common, Output* output);
+// kNoLibrary if the library cannot be used, otherwise kFailure if something is wrong. kInterrupted
+// after the findings so far.
+ExitCode RunDoctor(const CommonOptions& common, const DoctorOptions& options, Output* output);
 ExitCode RunVersion(const CommonOptions& common, Output* output);
 ExitCode RunRequest(const CommonOptions& common, const RequestOptions& options, Output* output);
 ExitCode RunFunctional(const CommonOptions& common, const FunctionalOptions& options,

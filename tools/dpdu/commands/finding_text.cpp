@@ -41,6 +41,29 @@ Json FindingsJson(const Findings& findings) {
     return list;
 }
 
+void PrintDiagnoses(const Findings& findings, Output* output) {
+    std::vector<Row> rows;
+    for (const Finding& finding : findings) {
+        rows.push_back({VerdictText(finding.verdict), finding.subject, OnOneLine(finding.text)});
+        if (!finding.why.empty()) rows.push_back({"", "", "  " + OnOneLine(finding.why)});
+        if (!finding.advice.empty()) rows.push_back({"", "", "  -> " + OnOneLine(finding.advice)});
+    }
+    output->Table(rows);
+}
+
+Json DiagnosesJson(const Findings& findings) {
+    Json list = Json::array();
+    for (const Finding& finding : findings) {
+        list.push_back({{"id", finding.id},
+                        {"state", VerdictText(finding.verdict)},
+                        {"subject", finding.subject},
+                        {"what", finding.text},
+                        {"why", finding.why},
+                        {"next", finding.advice}});
+    }
+    return list;
+}
+
 std::size_t CountOf(Verdict verdict, const Findings& findings) {
     return static_cast<std::size_t>(std::ranges::count(findings, verdict, &Finding::verdict));
 }

@@ -11,6 +11,10 @@ namespace dpdu {
 void PrintFindings(const Findings& findings, Output* output);
 Json FindingsJson(const Findings& findings);
 
+// The doctor's, with what follows and what to do on lines of their own.
+void PrintDiagnoses(const Findings& findings, Output* output);
+Json DiagnosesJson(const Findings& findings);
+
 std::size_t CountOf(Verdict verdict, const Findings& findings);
 
 }  // namespace dpdu

@@ -14,7 +14,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
             ;;
         'doctor')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --list'
             ;;
         'comparam')
             words='get set list -h --help'

@@ -1,8 +1,9 @@
-// Access rights to files and folders; one implementation per operating system.
+// Access rights to files, folders and ports; one implementation per operating system.
 
 #ifndef TOOLS_DPDU_DOCTOR_ACCESS_H
 #define TOOLS_DPDU_DOCTOR_ACCESS_H
 
+#include <cstdint>
 #include <string>
 
 namespace dpdu {
@@ -18,6 +19,11 @@ bool CanCreateFilesIn(const std::string& folder);
 
 // The command that creates a folder with its parents.
 std::string CreateFolderCommand(const std::string& folder);
+
+// Why a port that exists could not be opened, by the system's error.
+enum class OpenFailure : std::uint8_t { kInUse, kNoAccess, kOther };
+OpenFailure WhyNotOpened(int error);
+extern const int kErrorOfPortInUse;
 
 }  // namespace dpdu
 

@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "doctor/access.h"
 
 namespace dpdu {
@@ -28,5 +30,12 @@ bool CanCreateFilesIn(const std::string& folder) {
 }
 
 std::string CreateFolderCommand(const std::string& folder) { return "mkdir -p '" + folder + "'"; }
+
+const int kErrorOfPortInUse = EBUSY;
+
+OpenFailure WhyNotOpened(int error) {
+    if (error == kErrorOfPortInUse) return OpenFailure::kInUse;
+    return error == EACCES || error == EPERM ? OpenFailure::kNoAccess : OpenFailure::kOther;
+}
 
 }  // namespace dpdu

@@ -78,4 +78,12 @@ bool CanCreateFilesIn(const std::string& folder) {
 
 std::string CreateFolderCommand(const std::string& folder) { return "mkdir \"" + folder + "\""; }
 
+// Ports have no rights of their own: Windows refuses access to one that another program has open.
+const int kErrorOfPortInUse = ERROR_ACCESS_DENIED;
+
+OpenFailure WhyNotOpened(int error) {
+    const bool is_in_use = error == kErrorOfPortInUse || error == ERROR_SHARING_VIOLATION;
+    return is_in_use ? OpenFailure::kInUse : OpenFailure::kOther;
+}
+
 }  // namespace dpdu

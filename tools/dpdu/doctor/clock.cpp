@@ -6,12 +6,11 @@
 namespace dpdu {
 namespace {
 
-namespace fs = std::filesystem;
-
 // Allows for files from a machine whose clock is slightly ahead.
 constexpr std::chrono::hours kTolerance{24};
 
 bool IsFromTheFuture(const std::string& path) {
+    namespace fs = std::filesystem;
     std::error_code error;
     const fs::file_time_type written = fs::last_write_time(PathOf(path), error);
     return !error && written > fs::file_time_type::clock::now() + kTolerance;
@@ -21,12 +20,9 @@ bool IsFromTheFuture(const std::string& path) {
 
 Findings CheckClock(const std::string& library_path, const std::string& config_path) {
     for (const std::string& path : {library_path, config_path}) {
-        if (!IsFromTheFuture(path)) continue;
-        return {{Verdict::kWrong, "clock", "is earlier than the time stamp of " + path,
-                 "set the system clock; otherwise certificates are refused"}};
+        if (IsFromTheFuture(path)) return {Found(Diagnosis::kClockEarly, {{"path", path}})};
     }
-    return {
-        {Verdict::kFine, "clock", "not earlier than the time stamps of library and configuration"}};
+    return {Found(Diagnosis::kClock)};
 }
 
 }  // namespace dpdu

@@ -3,13 +3,13 @@
 #include <json-c/json.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string_view>
 
 #include "doctor/access.h"
+#include "doctor/diagnoses.h"
 #include "platform/files.h"
 #include "support/config_keys.h"
 #include "text/names.h"
@@ -18,8 +18,6 @@ namespace dpdu {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr char kConfigSubject[] = "configuration";
 
 struct PutJsonRoot {
     void operator()(json_object* object) const { json_object_put(object); }
@@ -59,18 +57,37 @@ std::string AdviceForMissing(const std::string& user_file, const std::string& li
     return "create its folder: " + CreateFolderCommand(user_folder) + "; after that " + make;
 }
 
-bool ReadAll(const std::string& path, std::string* text) {
-    std::ifstream file(PathOf(path), std::ios::binary);
-    if (!file) return false;
-    text->assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    return !file.bad();
+struct CloseStream {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// Of a longer file only the beginning: its size is in `size`. False: it cannot be read.
+bool ReadBeginning(const std::string& path, std::string* text, std::uintmax_t* size) {
+    const std::unique_ptr<std::FILE, CloseStream> file(OpenFile(path, "rb"));
+    if (file == nullptr) return false;
+    text->resize(tarvik::kMaxConfigFileSize + 1);
+    text->resize(std::fread(text->data(), 1, text->size(), file.get()));
+    if (std::ferror(file.get()) != 0) return false;
+    std::error_code error;
+    *size = fs::file_size(PathOf(path), error);
+    if (error) *size = text->size();
+    return true;
 }
 
 const char* JsonOf(const ConfigFile& file) {
     return tarvik::WithoutByteOrderMark(file.text.c_str());
 }
 
-// "line 3: unexpected character"; empty if the text is a JSON object.
+// "line 3, column 14"; columns count bytes.
+std::string PositionOf(std::string_view text, std::size_t offset) {
+    const std::string_view before = text.substr(0, offset);
+    const auto lines = std::count(before.begin(), before.end(), '\n');
+    const std::size_t line_begin = before.rfind('\n') + 1;  // 0 if there is none
+    return "line " + std::to_string(lines + 1) + ", column " +
+           std::to_string(before.size() - line_begin + 1);
+}
+
+// "line 3, column 14: unexpected character"; empty if the text is a JSON object.
 std::string FaultOf(const char* text) {
     const std::unique_ptr<json_tokener, PutJsonRoot> tokener(json_tokener_new());
     const JsonRoot root(json_tokener_parse_ex(tokener.get(), text, -1));
@@ -78,8 +95,8 @@ std::string FaultOf(const char* text) {
     if (error == json_tokener_success) {
         return json_object_is_type(root.get(), json_type_object) ? "" : "it is not in { }";
     }
-    const auto lines = std::count(text, text + json_tokener_get_parse_end(tokener.get()), '\n');
-    return "line " + std::to_string(lines + 1) + ": " + json_tokener_error_desc(error);
+    return PositionOf(text, json_tokener_get_parse_end(tokener.get())) + ": " +
+           json_tokener_error_desc(error);
 }
 
 // ---------------------------------------------------------------- keys of the file
@@ -99,10 +116,14 @@ void AddWord(std::string* list, const std::string& word) {
     *list += (list->empty() ? "" : ", ") + word;
 }
 
+constexpr char kCertificateKey[] = "disableCertValidation";
+
+// Without the one for certificates, which has a finding of its own.
 std::string KeysThatCountAsOn(json_object* root) {
     std::string list;
     for (const tarvik::BoolKey& key : tarvik::kBoolKeys) {
-        if (key.when_missing && !HasKey(root, key.name)) AddWord(&list, key.name);
+        const bool is_other = std::string_view(key.name) != kCertificateKey;
+        if (is_other && key.when_missing && !HasKey(root, key.name)) AddWord(&list, key.name);
     }
     return list;
 }
@@ -145,21 +166,45 @@ std::string KeysThatAreCut(json_object* root) {
     return list;
 }
 
-void AddIfAny(Findings* findings, Verdict verdict, const std::string& keys,
-              const std::string& meaning, const std::string& advice) {
-    if (!keys.empty()) findings->push_back({verdict, kConfigSubject, meaning + keys, advice});
+// True also for a missing key that counts as on.
+bool IsOn(json_object* root, const char* name) {
+    json_object* value = nullptr;
+    if (json_object_object_get_ex(root, name, &value) && value != nullptr) {
+        return json_object_get_boolean(value) != 0;
+    }
+    for (const tarvik::BoolKey& key : tarvik::kBoolKeys) {
+        if (std::string_view(name) == key.name) return key.when_missing;
+    }
+    return false;
 }
 
-void AddKeyFindings(const char* text, Findings* findings) {
-    const JsonRoot root(json_tokener_parse(text));
-    AddIfAny(findings, Verdict::kWrong, KeysOfWrongType(root.get()),
-             "of a wrong type: ", "use the type in parentheses");
-    AddIfAny(findings, Verdict::kWrong, KeysThatAreCut(root.get()),
-             "too long and cut: ", "shorten them");
-    AddIfAny(findings, Verdict::kNote, KeysThatCountAsOn(root.get()),
-             "missing, so they count as on: ", "write them with true or false");
-    AddIfAny(findings, Verdict::kNote, UnknownKeys(root.get()),
-             "unknown: ", "look for misspellings");
+void AddIfAny(Findings* findings, Diagnosis diagnosis, const std::string& keys) {
+    if (!keys.empty()) findings->push_back(Found(diagnosis, {{"keys", keys}}));
+}
+
+// Switches that have no effect: the library then does something else than the file says.
+void AddIdleSwitches(json_object* root, const tarvik::Config& config, Findings* findings) {
+    if (!config.useCloud) return;
+    if (IsOn(root, "useWebsocket") && !config.useWebsocket) {
+        findings->push_back(Found(Diagnosis::kConfigNoWebSocket));
+    }
+    if (!IsOn(root, "useProxy") || (config.useProxy && config.useWebsocket)) return;
+    findings->push_back(Found(Diagnosis::kConfigNoProxy,
+                              {{"reason", config.useProxy ? "but only WebSockets go through a proxy"
+                                                          : "but proxyAddress is empty"}}));
+}
+
+void AddKeyFindings(const ConfigFile& file, Findings* findings) {
+    const JsonRoot root(json_tokener_parse(JsonOf(file)));
+    AddIfAny(findings, Diagnosis::kConfigWrongType, KeysOfWrongType(root.get()));
+    AddIfAny(findings, Diagnosis::kConfigCut, KeysThatAreCut(root.get()));
+    AddIfAny(findings, Diagnosis::kConfigKeysMissing, KeysThatCountAsOn(root.get()));
+    if (!HasKey(root.get(), kCertificateKey)) {
+        findings->push_back(Found(Diagnosis::kConfigCertificateKeyMissing,
+                                  {{"path", file.copied_to.empty() ? file.path : file.copied_to}}));
+    }
+    AddIfAny(findings, Diagnosis::kConfigKeysUnknown, UnknownKeys(root.get()));
+    AddIdleSwitches(root.get(), file.values, findings);
 }
 
 // ---------------------------------------------------------------- what it says
@@ -176,27 +221,64 @@ Finding TransportFinding(const tarvik::Config& config) {
     if (config.useSerial) AddWord(&list, "serial port");
     if (config.useCloud) AddWord(&list, CloudText(config));
     if (config.useBle) AddWord(&list, "Bluetooth LE");
+    if (list.empty() && config.dummyDevice) return Found(Diagnosis::kTransportsDemo);
     if (config.dummyDevice) AddWord(&list, "demo device");
-    if (!list.empty()) return {Verdict::kFine, "transports", list};
-    return {Verdict::kWrong, "transports", "all are off",
-            "set useSerial, useCloud, useBle or dummyDevice to true"};
+    if (list.empty()) return Found(Diagnosis::kTransportsOff);
+    return Found(Diagnosis::kTransports, {{"list", list}});
 }
 
-std::string OfBytesRead(std::size_t size) {
-    return std::to_string(size) + " of the " + std::to_string(tarvik::kMaxConfigFileSize) +
-           " bytes that are read";
+// With the path and the number of bytes.
+Finding SizeFinding(Diagnosis diagnosis, const std::string& path, std::uintmax_t size) {
+    return Found(diagnosis, {{"path", path},
+                             {"size", std::to_string(size)},
+                             {"limit", std::to_string(tarvik::kMaxConfigFileSize)}});
 }
 
 // The library rewrites the file after creating its key.
-void AddSizeAfterKey(const tarvik::Config& config, Findings* findings) {
-    if (!config.useCloud || config.devicePrivateKey[0] != '\0') return;
+void AddSizeAfterKey(const ConfigFile& file, Findings* findings) {
+    if (!file.values.useCloud || file.values.devicePrivateKey[0] != '\0') return;
     constexpr std::size_t kKeyDigits = 64;
-    const std::size_t size = tarvik::WrittenConfigSize(config) + kKeyDigits;
+    const std::size_t size = tarvik::WrittenConfigSize(file.values) + kKeyDigits;
     if (size <= tarvik::kMaxConfigFileSize) return;
-    findings->push_back({Verdict::kWrong, kConfigSubject,
-                         "with the key that the library adds it has " + OfBytesRead(size) +
-                             ", and would not be read again",
-                         "shorten the addresses, or clear unused ones"});
+    findings->push_back(SizeFinding(Diagnosis::kConfigGrows, file.path, size));
+}
+
+bool IsUtf16(const std::string& text) {
+    return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF");
+}
+
+// What keeps the library from using the file; nothing: it is usable.
+Findings ConfigFault(const ConfigFile& file, const std::string& library_path) {
+    if (file.path.empty()) return {Found(Diagnosis::kConfigNoFolder)};
+    if (!file.is_there) {
+        return {
+            Found(Diagnosis::kConfigMissing,
+                  {{"path", file.path}, {"command", AdviceForMissing(file.path, library_path)}})};
+    }
+    if (!file.is_readable) return {Found(Diagnosis::kConfigUnreadable, {{"path", file.path}})};
+    if (file.size > tarvik::kMaxConfigFileSize) {
+        return {SizeFinding(Diagnosis::kConfigTooLong, file.path, file.size)};
+    }
+    if (IsUtf16(file.text)) return {Found(Diagnosis::kConfigUtf16, {{"path", file.path}})};
+    if (file.is_usable) return {};
+    return {
+        Found(Diagnosis::kConfigNotJson, {{"path", file.path}, {"fault", FaultOf(JsonOf(file))}})};
+}
+
+// What the library can read.
+Findings ConfigContents(const ConfigFile& file) {
+    Findings findings = {SizeFinding(Diagnosis::kConfig, file.path, file.size)};
+    if (JsonOf(file) != file.text.c_str()) {
+        findings.push_back(Found(Diagnosis::kConfigByteOrderMark));
+    }
+    if (!file.copied_to.empty()) {
+        findings.push_back(
+            Found(Diagnosis::kConfigTemplate, {{"path", file.path}, {"copy", file.copied_to}}));
+    }
+    AddKeyFindings(file, &findings);
+    AddSizeAfterKey(file, &findings);
+    findings.push_back(TransportFinding(file.values));
+    return findings;
 }
 
 }  // namespace
@@ -209,46 +291,23 @@ ConfigFile ReadConfigFile(const std::string& library_path) {
     if (file.is_there && file.path != user && !tarvik::OsFileWritable(file.path.c_str())) {
         file.copied_to = user;
     }
-    file.is_readable = file.is_there && ReadAll(file.path, &file.text);
-    file.is_usable = file.is_readable && file.text.size() <= tarvik::kMaxConfigFileSize &&
+    file.is_readable = file.is_there && ReadBeginning(file.path, &file.text, &file.size);
+    file.is_usable = file.is_readable && file.size <= tarvik::kMaxConfigFileSize &&
                      FaultOf(JsonOf(file)).empty();
     if (file.is_usable) tarvik::ParseConfig(file.text.c_str(), &file.values);
     return file;
 }
 
 Findings CheckConfiguration(const ConfigFile& file, const std::string& library_path) {
-    const auto wrong = [](const std::string& text, const std::string& advice) -> Findings {
-        return {{Verdict::kWrong, kConfigSubject, text, advice}};
-    };
-    if (file.path.empty()) {
-        return wrong("this user has no folder for it", "set HOME or XDG_CONFIG_HOME");
-    }
-    if (!file.is_there) {
-        return wrong(file.path + " is missing, and there is none beside the library",
-                     AdviceForMissing(file.path, library_path));
-    }
-    if (!file.is_readable) {
-        return wrong(file.path + " cannot be read", "let this user read and write it");
-    }
-    if (file.text.size() > tarvik::kMaxConfigFileSize) {
-        return wrong(file.path + " has " + OfBytesRead(file.text.size()),
-                     "shorten it: omit spaces and unused addresses");
-    }
-    if (!file.is_usable) {
-        return wrong(
-            file.path + " is not JSON, so every key counts as missing: " + FaultOf(JsonOf(file)),
-            "correct it");
-    }
-    Findings findings = {
-        {Verdict::kFine, kConfigSubject, file.path + ", " + OfBytesRead(file.text.size())}};
-    if (!file.copied_to.empty()) {
-        findings.push_back(
-            {Verdict::kNote, kConfigSubject, "this user has no file of their own yet",
-             "'dpdu modules' makes " + file.copied_to + ", a copy; change that one"});
-    }
-    AddKeyFindings(JsonOf(file), &findings);
-    AddSizeAfterKey(file.values, &findings);
-    findings.push_back(TransportFinding(file.values));
+    const std::string user = UserPath();
+    std::error_code error;
+    const bool is_folder = !user.empty() && fs::is_directory(PathOf(user), error);
+    Findings findings;
+    if (is_folder) findings.push_back(Found(Diagnosis::kConfigFolder, {{"path", user}}));
+    if (is_folder && !file.is_there) return findings;
+    const Findings faults = ConfigFault(file, library_path);
+    const Findings more = faults.empty() ? ConfigContents(file) : faults;
+    findings.insert(findings.end(), more.begin(), more.end());
     return findings;
 }
 

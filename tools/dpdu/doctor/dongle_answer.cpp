@@ -1,17 +1,24 @@
 #include "doctor/dongle_answer.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <system_error>
 #include <vector>
 
-#include "doctor/surroundings.h"
+#include "console/output.h"
+#include "doctor/access.h"
+#include "doctor/diagnoses.h"
+#include "link/wire_packets.h"
+#include "objects/module_scan.h"
+#include "platform/thread.h"
 #include "support/temp_folder.h"
 #include "text/names.h"
+#include "transport/identification.h"
 #include "transport/serial/serial_port.h"
+#include "transport/serial/serial_stream.h"
 
 namespace dpdu {
 namespace {
@@ -19,9 +26,10 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::array<char, 8> kSync = {'C', 'N', 'Y', 'S', 8, 0, 0, 0};
-constexpr std::chrono::milliseconds kAskFor{2000};
-constexpr std::chrono::milliseconds kAnswerTime{100};
+constexpr std::chrono::milliseconds kSyncTime{2000};
+constexpr std::chrono::milliseconds kSyncPause{100};
+constexpr std::chrono::milliseconds kLoginTime{1000};
+constexpr std::chrono::milliseconds kLoginPause{50};
 constexpr std::int32_t kWriteMs = 500;
 
 struct Close {
@@ -31,34 +39,72 @@ struct Close {
 using Port = std::unique_ptr<tarvik::PortHandle, Close>;
 using Transfer = std::unique_ptr<tarvik::PortTransfer, Close>;
 
-// Adds what arrives by the deadline, until it contains a SYNC. False: the port is gone.
-bool Listen(tarvik::PortTransfer* transfer, Clock::time_point deadline, std::string* received) {
-    while (received->find(kSync.data(), 0, kSync.size()) == received->npos) {
+// One conversation with the dongle.
+class Conversation {
+public:
+    Conversation(tarvik::PortTransfer* receive, tarvik::PortTransfer* transmit,
+                 const std::atomic<bool>& stop)
+        : receive_(receive), transmit_(transmit), stop_(stop) {}
+
+    bool Synchronizes() {
+        return Ask(tarvik::kTypeSync, kSyncTime, kSyncPause, [this] { return stream_.synced(); });
+    }
+    bool LogsIn() {
+        return Ask(tarvik::kTypeIden, kLoginTime, kLoginPause,
+                   [this] { return login_ != nullptr; });
+    }
+    const tarvik::Packet& Login() const { return *login_; }
+
+private:
+    // Sends the packet again and again until `answered`. False: the time is over, or the port gone.
+    template <typename Answered>
+    bool Ask(std::uint32_t type, std::chrono::milliseconds time, std::chrono::milliseconds pause,
+             Answered answered) {
+        const tarvik::PacketHeaderWire packet = {type, tarvik::MIN_PKT_SIZE};
+        for (const auto end = Clock::now() + time; Clock::now() < end && !stop_;) {
+            tarvik::WritePort(transmit_, &packet, sizeof packet, kWriteMs);
+            const auto next = Clock::now() + pause;
+            while (!answered() && Clock::now() < next) {
+                if (!Listen(next)) return false;
+            }
+            if (answered()) return true;
+        }
+        return false;
+    }
+
+    // Takes in what arrives first. False: the port is gone.
+    bool Listen(Clock::time_point deadline) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) return true;
+        const auto wait = std::max<std::int64_t>(left.count(), 0);
         std::uint32_t queued = 0;
-        if (!tarvik::WaitForData(transfer, static_cast<std::int32_t>(left.count())) ||
-            !tarvik::QueuedBytes(transfer, &queued)) {
+        if (!tarvik::WaitForData(receive_, static_cast<std::int32_t>(wait)) ||
+            !tarvik::QueuedBytes(receive_, &queued)) {
             return false;
         }
-        if (queued == 0) continue;
-        std::string bytes(queued, '\0');
-        const tarvik::TransferOutcome outcome = tarvik::ReadPort(transfer, bytes.data(), queued);
+        if (queued == 0) return true;
+        std::vector<std::uint8_t> bytes(queued);
+        const tarvik::TransferOutcome outcome = tarvik::ReadPort(receive_, bytes.data(), queued);
         if (outcome.step != tarvik::TransferStep::kDone) return false;
-        received->append(bytes, 0, outcome.bytes);
+        Take({bytes.data(), outcome.bytes});
+        return true;
     }
-    return true;
-}
 
-bool AnswersSync(tarvik::PortTransfer* receive, tarvik::PortTransfer* transmit) {
-    std::string received;
-    for (const auto end = Clock::now() + kAskFor; Clock::now() < end;) {
-        tarvik::WritePort(transmit, kSync.data(), kSync.size(), kWriteMs);
-        if (!Listen(receive, Clock::now() + kAnswerTime, &received)) return false;
-        if (received.find(kSync.data(), 0, kSync.size()) != received.npos) return true;
+    void Take(tarvik::ByteView input) {
+        tarvik::PacketPtr packet;
+        for (;;) {
+            const tarvik::StreamEvent event = stream_.Next(&input, &packet);
+            if (event == tarvik::StreamEvent::kNeedsMore) return;
+            if (event != tarvik::StreamEvent::kPacket) continue;
+            if (packet->type == tarvik::kTypeLogn) login_ = std::move(packet);
+        }
     }
-    return false;
-}
+
+    tarvik::PortTransfer* const receive_;
+    tarvik::PortTransfer* const transmit_;
+    const std::atomic<bool>& stop_;
+    tarvik::SerialStream stream_;
+    tarvik::PacketPtr login_;
+};
 
 // The newest first.
 std::vector<fs::path> DebugLogs() {
@@ -100,16 +146,55 @@ LastWord LastWordOnPort(const fs::path& log, std::int32_t port_number) {
     return word;
 }
 
+// "'NAME' with mac A0:B1:C2:D3:E4:F5"
+std::string NameOf(const tarvik::LoginRecord& login) { return tarvik::LoginText(login).text; }
+
+std::string FirmwareOf(const tarvik::LoginRecord& login) {
+    const auto* text =
+        reinterpret_cast<const char*>(login.bytes) + offsetof(tarvik::LoginWire, firmware_version);
+    return {text, std::find(text, text + sizeof tarvik::LoginWire::firmware_version, '\0')};
+}
+
+Finding NotOpenedFinding(const std::string& path, int error) {
+    switch (WhyNotOpened(error)) {
+        case OpenFailure::kInUse:
+            return Found(Diagnosis::kPortInUse, {{"port", path}});
+        case OpenFailure::kNoAccess:
+            return Found(Diagnosis::kPortNoAccess,
+                         {{"port", path}, {"command", "let this user read and write " + path}});
+        case OpenFailure::kOther:
+            break;
+    }
+    return Found(Diagnosis::kPortNotOpened,
+                 {{"port", path}, {"error", std::system_category().message(error)}});
+}
+
+Finding LoginFinding(const std::string& path, const tarvik::LoginRecord& login,
+                     const std::string& log) {
+    if (!tarvik::IsSupportedModel(login.Model())) {
+        return Found(
+            Diagnosis::kPortModel,
+            {{"port", path}, {"model", std::to_string(login.Model())}, {"dongle", NameOf(login)}});
+    }
+    if (!log.empty()) return Found(Diagnosis::kPortDongleLate, {{"port", path}, {"log", log}});
+    return Found(
+        Diagnosis::kPortDongle,
+        {{"port", path}, {"dongle", NameOf(login)}, {"firmware", OnOneLine(FirmwareOf(login))}});
+}
+
 }  // namespace
 
-DongleAnswer AskDongle(const char* path) {
+DongleAnswer AskDongle(const char* path, const std::atomic<bool>& stop) {
+    using Step = DongleAnswer::Step;
     const Port port(tarvik::OpenPort(path));
-    if (!port) return DongleAnswer::kNotOpened;
+    if (!port) return {.step = Step::kNotOpened, .error = tarvik::OsLastError()};
     const Transfer receive(tarvik::CreateTransfer(port.get(), tarvik::TransferKind::kReceive));
     const Transfer transmit(tarvik::CreateTransfer(port.get(), tarvik::TransferKind::kTransmit));
-    if (!receive || !transmit) return DongleAnswer::kNotOpened;
-    return AnswersSync(receive.get(), transmit.get()) ? DongleAnswer::kAnswers
-                                                      : DongleAnswer::kSilent;
+    if (!receive || !transmit) return {.step = Step::kNotOpened, .error = tarvik::OsLastError()};
+    Conversation conversation(receive.get(), transmit.get(), stop);
+    if (!conversation.Synchronizes()) return {.step = Step::kSilent};
+    if (!conversation.LogsIn()) return {.step = Step::kNoLogin};
+    return {.step = Step::kLoggedIn, .login = tarvik::LoginFromPacket(conversation.Login())};
 }
 
 std::string LogOfSilence(std::int32_t port_number) {
@@ -121,24 +206,18 @@ std::string LogOfSilence(std::int32_t port_number) {
     return "";
 }
 
-Finding AnswerFinding(const std::string& path, DongleAnswer answer, const std::string& log) {
-    switch (answer) {
-        case DongleAnswer::kNotOpened:
-            return {Verdict::kNote, kPortsSubject,
-                    "the port of the dongle on " + path + " is in use",
-                    "close the other program, unless it is the one that is to use the dongle"};
-        case DongleAnswer::kSilent:
-            return {Verdict::kWrong, kPortsSubject, "the dongle on " + path + " does not answer",
-                    "wait until its LED is on and start the application then; if it stays silent, "
-                    "plug it in again"};
-        case DongleAnswer::kAnswers:
+Finding AnswerFinding(const std::string& path, const DongleAnswer& answer, const std::string& log) {
+    switch (answer.step) {
+        case DongleAnswer::Step::kNotOpened:
+            return NotOpenedFinding(path, answer.error);
+        case DongleAnswer::Step::kSilent:
+            return Found(Diagnosis::kPortSilent, {{"port", path}});
+        case DongleAnswer::Step::kNoLogin:
+            return Found(Diagnosis::kPortNoLogin, {{"port", path}});
+        case DongleAnswer::Step::kLoggedIn:
             break;
     }
-    if (log.empty()) return {Verdict::kFine, kPortsSubject, "a dongle on " + path};
-    return {Verdict::kNote, kPortsSubject,
-            "the dongle on " + path + " answers, but did not when an application asked it (" + log +
-                ")",
-            "start the application, or construct again, when the dongle's LED is on"};
+    return LoginFinding(path, answer.login, log);
 }
 
 }  // namespace dpdu

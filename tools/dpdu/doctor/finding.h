@@ -20,6 +20,10 @@ struct Finding {
     std::string subject;      // what was checked: "relay"
     std::string text;         // result of the check
     std::string advice = {};  // what to do; empty: nothing
+
+    // The doctor's own.
+    std::string id = {};   // the same for every finding of this kind, for scripts
+    std::string why = {};  // what follows from it, or what may have caused it
 };
 
 using Findings = std::vector<Finding>;

@@ -3,15 +3,13 @@
 
 #include "doctor/access.h"
 #include "doctor/configuration.h"
+#include "doctor/diagnoses.h"
 #include "platform/files.h"
 #include "text/hex.h"
 #include "transport/cloud/secure_channel_crypto.h"
 
 namespace dpdu {
 namespace {
-
-constexpr char kServerSubject[] = "serverPublicKey";
-constexpr char kDeviceSubject[] = "devicePrivateKey";
 
 // Only hexadecimal digits, as the library requires.
 bool IsHex(const std::string& text, std::size_t bytes) {
@@ -37,36 +35,25 @@ bool IsScalar(const std::string& text) {
            mbedtls_ecp_check_privkey(group.Get(), scalar.Get()) == 0;
 }
 
-std::string Digits(std::size_t bytes, const std::string& text) {
-    return "is not " + std::to_string(2 * bytes) + " hexadecimal digits (" +
-           std::to_string(text.size()) + " characters)";
+Finding DigitsFinding(Diagnosis diagnosis, std::size_t bytes, const std::string& text) {
+    return Found(diagnosis,
+                 {{"digits", std::to_string(2 * bytes)}, {"length", std::to_string(text.size())}});
 }
 
 Finding ServerKeyFinding(const std::string& text) {
-    const std::string advice = "get it from the relay, for example with 'brennix-relay keygen'";
-    if (text.empty()) return {Verdict::kWrong, kServerSubject, "is missing", advice};
+    if (text.empty()) return Found(Diagnosis::kServerKeyMissing);
     if (!IsHex(text, tarvik::kPointSize)) {
-        return {Verdict::kWrong, kServerSubject, Digits(tarvik::kPointSize, text), advice};
+        return DigitsFinding(Diagnosis::kServerKeyDigits, tarvik::kPointSize, text);
     }
-    if (!IsOnCurve(text)) {
-        return {Verdict::kWrong, kServerSubject, "is no point of the curve P-256", advice};
-    }
-    return {Verdict::kFine, kServerSubject, "is a key of the curve P-256"};
+    return Found(IsOnCurve(text) ? Diagnosis::kServerKey : Diagnosis::kServerKeyCurve);
 }
 
 Finding DeviceKeyFinding(const std::string& text) {
-    if (text.empty()) {
-        return {Verdict::kFine, kDeviceSubject, "is empty: the library makes one"};
+    if (text.empty()) return Found(Diagnosis::kDeviceKeyNone);
+    if (IsMalformedDeviceKey(text)) {
+        return DigitsFinding(Diagnosis::kDeviceKeyDigits, tarvik::kScalarSize, text);
     }
-    if (!IsHex(text, tarvik::kScalarSize)) {
-        return {Verdict::kWrong, kDeviceSubject, Digits(tarvik::kScalarSize, text),
-                "clear it, and register the new device with the relay"};
-    }
-    if (!IsScalar(text)) {
-        return {Verdict::kNote, kDeviceSubject, "is no key of the curve P-256",
-                "the library replaces it; register the new device with the relay"};
-    }
-    return {Verdict::kFine, kDeviceSubject, "is a key of the curve P-256"};
+    return Found(IsScalar(text) ? Diagnosis::kDeviceKey : Diagnosis::kDeviceKeyCurve);
 }
 
 bool IsWriteNeeded(const tarvik::Config& config) {
@@ -75,6 +62,18 @@ bool IsWriteNeeded(const tarvik::Config& config) {
 
 }  // namespace
 
+bool IsServerKey(const std::string& text) {
+    return IsHex(text, tarvik::kPointSize) && IsOnCurve(text);
+}
+
+bool IsDeviceKey(const std::string& text) {
+    return IsHex(text, tarvik::kScalarSize) && IsScalar(text);
+}
+
+bool IsMalformedDeviceKey(const std::string& text) {
+    return !text.empty() && !IsHex(text, tarvik::kScalarSize);
+}
+
 Findings CheckKeys(const ConfigFile& file) {
     if (!file.is_usable || !file.values.useCloud) return {};
     return {ServerKeyFinding(file.values.serverPublicKey),
@@ -82,22 +81,21 @@ Findings CheckKeys(const ConfigFile& file) {
 }
 
 Findings CheckPermissions(const ConfigFile& file) {
-    constexpr char kSubject[] = "permissions";
     if (!file.is_there || !file.copied_to.empty()) return {};
     Findings findings;
     const std::string readers = OtherReaders(file.path);
     if (!readers.empty()) {
         const bool is_secret = file.values.devicePrivateKey[0] != '\0';
-        findings.push_back({is_secret ? Verdict::kWrong : Verdict::kNote, kSubject,
-                            file.path + " can be read by " + readers,
-                            KeepToOwnerCommand(file.path)});
+        findings.push_back(
+            Found(is_secret ? Diagnosis::kPermissionsKey : Diagnosis::kPermissionsReaders,
+                  {{"path", file.path},
+                   {"readers", readers},
+                   {"command", KeepToOwnerCommand(file.path)}}));
     }
     if (IsWriteNeeded(file.values) && !tarvik::OsFileWritable(file.path.c_str())) {
-        findings.push_back({Verdict::kWrong, kSubject,
-                            "the library cannot keep its key in " + file.path,
-                            "let this user write it"});
+        findings.push_back(Found(Diagnosis::kPermissionsWrite, {{"path", file.path}}));
     }
-    if (findings.empty()) findings.push_back({Verdict::kFine, kSubject, "only its owner reads it"});
+    if (findings.empty()) findings.push_back(Found(Diagnosis::kPermissions));
     return findings;
 }
 

@@ -1,56 +1,59 @@
 #include "doctor/dongle_answer.h"
 #include "doctor/surroundings.h"
-#include "transport/serial/port_discovery.h"
 
 namespace dpdu {
 namespace {
 
-const char* WhatIsWrong(tarvik::PortReadiness readiness) {
+Diagnosis UnreadyDiagnosis(tarvik::PortReadiness readiness) {
     switch (readiness) {
-        case tarvik::PortReadiness::kReady:
-            return "";
-        case tarvik::PortReadiness::kStarting:
-            return "the system has not finished setting up the dongle on ";
         case tarvik::PortReadiness::kNoAccess:
-            return "no access to the dongle on ";
+            return Diagnosis::kPortNoAccess;
         case tarvik::PortReadiness::kStopped:
-            return "the driver does not run for the dongle on ";
+            return Diagnosis::kPortStopped;
+        case tarvik::PortReadiness::kReady:
+        case tarvik::PortReadiness::kStarting:
+            break;
     }
-    return "";
+    return Diagnosis::kPortStarting;
 }
 
-Finding PortFinding(const tarvik::ListedPort& port) {
-    const std::string path = port.path;
-    if (port.readiness == tarvik::PortReadiness::kReady) {
-        return AnswerFinding(path, AskDongle(port.path), LogOfSilence(port.number));
-    }
-    char advice[256];
-    tarvik::AdviseOnPort(port, advice, sizeof advice);
-    return {Verdict::kWrong, kPortsSubject, WhatIsWrong(port.readiness) + path, advice};
-}
+struct PortCheck {
+    CheckRun* run;
+    bool found_any = false;
 
-// The user may rely on other transports.
-Finding NoPortFinding(const tarvik::Config& config) {
-    const bool is_only = !config.useCloud && !config.useBle && !config.dummyDevice;
-    return {is_only ? Verdict::kWrong : Verdict::kNote, kPortsSubject,
-            "no dongle (USB 303A:1001) on a serial port",
-            "plug it in; try another cable or socket"};
-}
+    void Examine(const tarvik::ListedPort& port) {
+        found_any = true;
+        if (run->Stop()) return;
+        if (port.readiness != tarvik::PortReadiness::kReady) return run->Add(UnreadyFinding(port));
+        const DongleAnswer answer = AskDongle(port.path, run->Stop());
+        // What it did not say for lack of time is no finding.
+        if (!run->Stop()) run->Add(AnswerFinding(port.path, answer, LogOfSilence(port.number)));
+    }
+};
+
+// The demo device is no reason to do without a dongle.
+bool IsOnlyTransport(const tarvik::Config& config) { return !config.useCloud && !config.useBle; }
 
 }  // namespace
 
-Findings CheckPorts(const tarvik::Config& config) {
-    if (!config.useSerial) return {};
-    Findings findings;
-    const auto add = [](void* context, const tarvik::ListedPort& port) {
-        static_cast<Findings*>(context)->push_back(PortFinding(port));
+Finding UnreadyFinding(const tarvik::ListedPort& port) {
+    char advice[256];
+    tarvik::AdviseOnPort(port, advice, sizeof advice);
+    return Found(UnreadyDiagnosis(port.readiness), {{"port", port.path}, {"command", advice}});
+}
+
+void CheckPorts(const tarvik::Config& config, CheckRun* run) {
+    if (!config.useSerial) return;
+    PortCheck check{run};
+    const auto examine = [](void* context, const tarvik::ListedPort& port) {
+        static_cast<PortCheck*>(context)->Examine(port);
     };
-    if (!tarvik::DiscoverPorts(add, &findings)) {
-        return {{Verdict::kWrong, kPortsSubject, "the system does not list its devices",
-                 "check that its device service is running"}};
+    if (!tarvik::DiscoverPorts(examine, &check)) {
+        run->Add(Found(Diagnosis::kPortsUnlisted));
+    } else if (!check.found_any) {
+        run->Add(
+            Found(IsOnlyTransport(config) ? Diagnosis::kPortNone : Diagnosis::kPortNoneOthers));
     }
-    if (findings.empty()) findings.push_back(NoPortFinding(config));
-    return findings;
 }
 
 }  // namespace dpdu

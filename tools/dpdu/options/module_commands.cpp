@@ -21,14 +21,19 @@ Examples:
   dpdu version --library ./other_vendor.so)";
 
 constexpr char kDoctorFooter[] = R"(
-Checks what this project's library needs, without starting it: the configuration (present,
-valid, short enough, readable only by its owner), keys, serial ports and whether a dongle
-answers on them, the connection to the relay and the clock. Prints one line per check; advice
-follows the arrow.
+Does what this project's library does to find dongles, without starting it, and changes no
+file: reads the configuration, opens serial ports and lets dongles log in, connects to the
+relay with key exchange and identification, listens by Bluetooth. Also checks keys, the root
+file, the folder for log and trace, and the clock. A port that another program uses is left
+alone. Ends within 15 seconds; Ctrl-C shows what was found so far.
+
+Prints each finding, below it what follows from it, and after the arrow what to do. Ends with
+1 if something is wrong, with 3 if the library itself cannot be used.
 
 Examples:
   dpdu doctor
-  dpdu doctor --json
+  dpdu doctor --json                       findings have an id that stays the same
+  dpdu doctor --list                       all findings that there are
   dpdu doctor --library /opt/tester/libtarvik_dpdu_x64.so)";
 
 constexpr char kComParamFooter[] = R"(
@@ -74,6 +79,17 @@ Examples:
   dpdu ioctl ethernet-switch on:8
   dpdu ioctl start-filter pass:1:FFFF:07E8
   dpdu ioctl 5019 address=0x0E80:2000)";
+
+void AddDoctor(CommandSet* commands) {
+    const auto options = std::make_shared<DoctorOptions>();
+    CLI::App* command = commands->Add({"doctor", "find out why no module is found", kDoctorFooter},
+                                      [options](auto common) {
+                                          return [common, doctor = *options](Output* output) {
+                                              return RunDoctor(common, doctor, output);
+                                          };
+                                      });
+    command->add_flag("--list", options->lists_diagnoses, "show all findings that there are");
+}
 
 struct ComParamTexts {
     std::vector<std::string> names;
@@ -175,9 +191,7 @@ void AddModuleCommands(CommandSet* commands) {
         [](auto common) {
             return [common](Output* output) { return RunVersion(common, output); };
         });
-    commands->Add({"doctor", "find out why no module is found", kDoctorFooter}, [](auto common) {
-        return [common](Output* output) { return RunDoctor(common, output); };
-    });
+    AddDoctor(commands);
     AddComParam(commands);
     AddObjects(commands);
     AddIoCtl(commands);
