@@ -28,13 +28,13 @@ constexpr char kInside[] = "....> ";
 // `dpdu run` with a terminal and the fake library. Ended with its object.
 class Prompt {
 public:
-    explicit Prompt(const fs::path& state) {
+    explicit Prompt(const fs::path& state, const char* option = nullptr) {
         id_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
         if (id_ == 0) {
             ::setenv("DPDU_LIBRARY", FAKE_LIBRARY, 1);
             ::setenv("XDG_STATE_HOME", state.c_str(), 1);
             ::setenv("TERM", "xterm", 1);
-            ::execl(DPDU_PROGRAM, DPDU_PROGRAM, "run", nullptr);
+            ::execl(DPDU_PROGRAM, DPDU_PROGRAM, "run", option, nullptr);
             ::_exit(127);
         }
     }
@@ -117,11 +117,24 @@ TEST_F(DpduPrompt, ExecutesEachStepAndGoesOnAfterAFailure) {
     EXPECT_EQ(prompt.WaitForEnd(), 0);
 }
 
+TEST_F(DpduPrompt, FailedStepIsOneJsonDocument) {
+    Prompt prompt(state_, "--json");
+    prompt.ReadUntil(kPrompt);
+    const std::string shown = prompt.TypeLine("22 F1 FF");
+    const std::size_t document = shown.find("\"error\":");
+    EXPECT_NE(document, std::string::npos) << shown;
+    EXPECT_EQ(document, shown.rfind("\"error\":")) << shown;
+    EXPECT_TRUE(Contains(prompt.TypeLine("bla"), "\"error\":"));
+}
+
 TEST_F(DpduPrompt, CompletesStepsVariablesAndComParams) {
     Prompt prompt(state_);
     prompt.ReadUntil(kPrompt);
     prompt.TypeLine("set serial = 12 34");
     EXPECT_TRUE(Contains(prompt.TypeLine("pri\t$se\t"), "\n12 34\r\n"));
+    prompt.TypeLine("10 03");
+    EXPECT_FALSE(Contains(prompt.TypeLine("expect ex\t50 03"), "came"));
+    EXPECT_TRUE(Contains(prompt.TypeLine("expect ex\t50"), "expected 50, came 50 03"));
     prompt.Type("te\t\t");
     EXPECT_TRUE(Contains(prompt.ReadUntil("tester-present  "), "test  tester-present"));
     prompt.Type("\x15param CP_TesterPresentH\t");

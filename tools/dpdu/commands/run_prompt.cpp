@@ -35,7 +35,7 @@ std::vector<std::string> Candidates(const std::string& before, const script::Par
         for (const char* name : KnownComParamNames())
             candidates.push_back(std::string(name) + "=");
     } else if (before.starts_with("expect ")) {
-        candidates = {"from", "negative", "none", "positive"};
+        candidates = {"exactly", "from", "negative", "none", "positive"};
     } else if (before.starts_with("raw ")) {
         candidates = {"expect", "send"};
     } else if (before.starts_with("tester-present ")) {
@@ -55,13 +55,13 @@ void ShowFailure(const std::string& reason, Output* output) {
 }
 
 // Executes what is complete.
-void ExecuteTyped(const std::vector<script::Step>& steps, script::Runner* runner, Output* output) {
+void ExecuteTyped(const std::vector<script::Step>& steps, script::Runner* runner) {
     try {
         for (const script::Step& step : steps)
             runner->Execute(step);
     } catch (const Failure& failure) {
         if (Ends(failure)) throw;
-        ShowFailure(failure.what(), output);
+        ErrorLine(failure.what());  // with --json the step's document has it too
     }
 }
 
@@ -88,7 +88,7 @@ ExitCode RunPrompt(const CommonOptions& common, const RunOptions& options, Outpu
         if (!line) break;
         try {
             parser.Add(number, *line);
-            if (!parser.IsInside()) ExecuteTyped(parser.Take(), &runner, output);
+            if (!parser.IsInside()) ExecuteTyped(parser.Take(), &runner);
         } catch (const script::SyntaxError& error) {
             ShowFailure(error.what(), output);
         }

@@ -477,11 +477,6 @@ std::vector<Step> Parser::Take() {
     return std::exchange(steps_, {});
 }
 
-void Parser::Reset() {
-    blocks_.clear();
-    steps_.clear();
-}
-
 Script ParseScript(const std::string& name, std::string_view text, const Variables& variables) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());

@@ -24,8 +24,6 @@ public:
     bool IsInside() const { return !blocks_.empty(); }
     // The steps so far. Throws SyntaxError if a block is open.
     std::vector<Step> Take();
-    // Forgets open blocks and the steps that were not taken.
-    void Reset();
 
     const std::set<std::string>& KnownVariables() const { return variables_; }
 
