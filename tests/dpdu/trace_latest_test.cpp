@@ -136,6 +136,15 @@ TEST_F(LeftFiles, PruneRefusesWhatIsNoAge) {
                    {{"7"}, {"d"}, {"7w"}, {"-7d"}, {"1.5d"}, {"9999999999d"}}, "is not an age");
 }
 
+TEST_F(LeftFiles, PruneRefusesAnAgeThatTheClockOfFilesCannotCountBackTo) {
+    Leave(kOldTrace, 200h);
+    ExpectMistakes({"trace", "prune", "--yes", "--older-than"},
+                   {{"36501d"}, {"100000d"}, {"876001h"}, {"3153600001s"}}, "is not an age");
+    EXPECT_TRUE(Has(kOldTrace));
+    ExpectOutput(Prune({"36500d", "--yes"}), "0 files, 0.0 MB removed\n");
+    EXPECT_TRUE(Has(kOldTrace));
+}
+
 #ifndef _WIN32  // where a link takes a right that users do not have
 TEST_F(LeftFiles, LinkWithTheNameOfATraceIsLeftAlone) {
     const std::string target = Leave("precious", 1000h);

@@ -211,7 +211,9 @@ void AddPrune(CommandSet* commands, CLI::App* group) {
         {"prune", "remove old traces and logs", kPruneFooter},
         [texts](auto) {
             const std::optional<std::chrono::seconds> age = trace::ParseAge(texts->age);
-            if (!age) throw UsageError("'" + texts->age + "' is not an age such as 7d, 12h or 30m");
+            if (!age)
+                throw UsageError("'" + texts->age +
+                                 "' is not an age such as 7d, 12h or 30m, at most 36500d");
             texts->options.older_than = *age;
             return [options = texts->options](Output* output) {
                 return RunTracePrune(options, output);

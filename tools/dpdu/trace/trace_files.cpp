@@ -85,11 +85,14 @@ std::optional<std::chrono::seconds> ParseAge(const std::string& text) {
                   {'m', std::chrono::minutes(1)},
                   {'h', std::chrono::hours(1)},
                   {'d', std::chrono::hours(24)}};
-    constexpr std::uint32_t kMost = 1'000'000;
+    // The clock of files counts nanoseconds: some 53 000 days before today it overflows, and
+    // every file would be older than that.
+    constexpr std::chrono::seconds kMost = std::chrono::hours(24) * 36500;
     if (text.empty() || !IsNumber(text.substr(0, text.size() - 1))) return std::nullopt;
     const std::optional<std::uint32_t> count = ParseNumber(text.substr(0, text.size() - 1));
     for (const auto& unit : kUnits) {
-        if (unit.unit == text.back() && count && *count <= kMost) return *count * unit.length;
+        if (unit.unit == text.back() && count && *count <= kMost / unit.length)
+            return *count * unit.length;
     }
     return std::nullopt;
 }
