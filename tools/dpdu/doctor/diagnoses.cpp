@@ -301,8 +301,7 @@ constexpr DiagnosisRow kDiagnoses[] = {
      "the library works, but writes neither log nor trace",
      "let this user write there, or name another folder in TMPDIR (Windows: TMP)"},
     {kLogFolderFull, "log-folder-full", kNote, kLogFolderSubject, "{path} has only {free} MB free",
-     "log and trace end when it is full",
-     "remove old files dpdu_debug_*.log and dpdu_coptrace_*.jsonl"},
+     "log and trace end when it is full", "dpdu trace prune --older-than 7d"},
 
     {kClock, "clock", kFine, kClockSubject,
      "not earlier than the time stamps of library and configuration", "", ""},
