@@ -45,17 +45,19 @@ pack_twice() {
     SOURCE_DATE_EPOCH=$("$root/scripts/source_date.sh") || return
     export SOURCE_DATE_EPOCH
     mkdir -p "$tree/scripts"
-    cp "$root"/scripts/{package_debian,source_date}.sh "$tree/scripts/"
-    cp -r "$root/packaging" "$root/CHANGELOG.md" "$tree/"
+    cp "$root"/scripts/{package_debian,package_python,source_date}.sh "$tree/scripts/"
+    cp -r "$root/packaging" "$root/python" "$root/CHANGELOG.md" "$tree/"
     find "$tree" -type f -exec touch {} + -exec chmod go-rwx {} +
     "$root/scripts/package_debian.sh" "$scratch/here" &&
         TARVIK_BUILD=${TARVIK_BUILD:-$root/build/linux-release} "$tree/scripts/package_debian.sh" "$scratch/there"
 }
 hashes() { (cd "$1" && sha256sum -- *.deb); }
 same_bytes() { diff <(hashes "$scratch/here") <(hashes "$scratch/there"); }
+# All but the Python package, in which there is nothing of others.
 each_has_the_bill_of_materials() {
     local package
     for package in "${packages[@]}"; do
+        [ "$package" != python3-tarvik-dpdu ] || continue
         dpkg-deb --fsys-tarfile "$root/build/packages/${package}"_*.deb |
             tar -xO "./usr/share/doc/$package/tarvik-dpdu.spdx.json" |
             cmp - "${TARVIK_BUILD:-$root/build/linux-release}/notices/tarvik-dpdu.spdx.json" || return
