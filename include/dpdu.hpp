@@ -14,11 +14,16 @@
 // returns a pdu::Result instead and neither throws nor allocates; pdu::Try(f) does the same for any
 // other function. A negative response is an answer, not an error, unless Positive() is asked for.
 //
-// Threads. Different links may be used on different threads at the same time; one link, and one
-// Response, by one thread at a time. Handlers of events run on the library's threads.
+// Threads. Different links may be opened and used on different threads at the same time; one link,
+// and one Response, by one thread at a time. Handlers of events run on the library's threads; what
+// a handler keeps alive may end there, too, so it should not own a Link, Module or Library.
 //
-// Time. Time stamps of the library are 32 bits of microseconds and wrap every 71.6 minutes. Here
-// they are std::chrono::microseconds that go on, whatever time passes between two of them.
+// ComParams. Some libraries have one table of ComParams for the process (this project's does),
+// others one for each link. With one table, what LinkOptions or SetComParam say of one link holds
+// for all: give all links the same options, and use one link at a time if their options differ.
+//
+// Time. Time stamps of a module are 32 bits of microseconds and wrap every 71.6 minutes. Here they
+// are std::chrono::microseconds that go on, whatever time passes between two of them.
 //
 // Allocation. After the first request of a link, requests and raw frames allocate nothing here.
 //
@@ -41,6 +46,7 @@
 #include <functional>
 #include <initializer_list>
 #include <iterator>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -202,6 +208,7 @@ enum class ErrorKind {
     kNoAnswer,    ///< no control unit answered in time
     kNegativeResponse,  ///< only by Response::Positive
     kRefused,           ///< a function of the library failed; see status
+    kNotExecuted,       ///< the library has reported that something was not executed; see event
     kUnknownName,       ///< the library has no object or ComParam of this name
     kBadValue,          ///< a value does not fit its ComParam, or a frame is too long
 };
@@ -238,6 +245,10 @@ struct Failure {
                               name ? name : "an unknown status", static_cast<unsigned>(status));
                 return text;
             }
+            case ErrorKind::kNotExecuted:
+                std::snprintf(text, sizeof text, "not executed (error event 0x%03X)",
+                              static_cast<unsigned>(event));
+                return text;
             case ErrorKind::kUnknownName:
                 return "unknown name";
             case ErrorKind::kBadValue:
@@ -287,11 +298,35 @@ private:
     std::variant<T, Failure> content_;
 };
 
+/// Success without a value, or why not.
+template <>
+class Result<void> {
+public:
+    Result() = default;
+    Result(const Failure& failure) : failure_(failure) {}
+
+    explicit operator bool() const { return !failure_; }
+    /// Only if it has failed.
+    const Failure& Why() const { return *failure_; }
+    /// Throws Error if it has failed.
+    void Take() && {
+        if (failure_) throw Error(*failure_);
+    }
+
+private:
+    std::optional<Failure> failure_;
+};
+
 /// Calls the function and returns its result, or the Failure of the Error that it throws.
 template <typename Function>
 auto Try(Function&& function) -> Result<std::decay_t<decltype(function())>> {
     try {
-        return function();
+        if constexpr (std::is_void_v<decltype(function())>) {
+            function();
+            return {};
+        } else {
+            return function();
+        }
     } catch (const Error& error) {
         return error.Why();
     }
@@ -301,18 +336,19 @@ auto Try(Function&& function) -> Result<std::decay_t<decltype(function())>> {
 // The library's functions
 // ---------------------------------------------------------------------------------------------
 
-#define DPDU_FUNCTIONS_(X)                                                                  \
-    X(Construct)                                                                            \
-    X(Destruct)                                                                             \
-    X(IoCtl)                                                                                \
-    X(GetVersion)                                                                           \
-    X(GetStatus) X(GetLastError) X(GetResourceStatus) X(CreateComLogicalLink)               \
-        X(DestroyComLogicalLink) X(Connect) X(Disconnect) X(LockResource) X(UnlockResource) \
-            X(GetComParam) X(SetComParam) X(StartComPrimitive) X(CancelComPrimitive)        \
-                X(GetEventItem) X(DestroyItem) X(RegisterEventCallback) X(GetObjectId)      \
-                    X(GetModuleIds) X(GetResourceIds) X(GetConflictingResources)            \
-                        X(GetUniqueRespIdTable) X(SetUniqueRespIdTable) X(ModuleConnect)    \
-                            X(ModuleDisconnect) X(GetTimestamp)
+#define DPDU_FUNCTIONS_(X)                                                                         \
+    X(Construct)                                                                                   \
+    X(Destruct)                                                                                    \
+    X(IoCtl)                                                                                       \
+    X(GetVersion)                                                                                  \
+    X(GetStatus)                                                                                   \
+    X(GetLastError)                                                                                \
+    X(GetResourceStatus) X(CreateComLogicalLink) X(DestroyComLogicalLink) X(Connect) X(Disconnect) \
+        X(LockResource) X(UnlockResource) X(GetComParam) X(SetComParam) X(StartComPrimitive)       \
+            X(CancelComPrimitive) X(GetEventItem) X(DestroyItem) X(RegisterEventCallback)          \
+                X(GetObjectId) X(GetModuleIds) X(GetResourceIds) X(GetConflictingResources)        \
+                    X(GetUniqueRespIdTable) X(SetUniqueRespIdTable) X(ModuleConnect)               \
+                        X(ModuleDisconnect) X(GetTimestamp)
 
 /// All 29, none null in a loaded library.
 struct Functions {
@@ -355,6 +391,8 @@ private:
     HostClock::time_point seen_{};  // when it was seen
 };
 
+class Event;
+
 namespace detail {
 
 constexpr Milliseconds kPoll{100};  // for libraries that do not call back
@@ -365,6 +403,20 @@ constexpr UNUM32 kLargest11BitId = 0x7FF;
 // The standard's prototypes take texts and bytes without const; no library modifies them.
 inline CHAR8* In(const std::string& text) { return const_cast<CHAR8*>(text.c_str()); }
 inline UNUM8* In(ByteView bytes) { return const_cast<UNUM8*>(bytes.data()); }
+
+// When a time that begins now ends; a time that is too long to count does not.
+inline StampClock::HostClock::time_point EndOf(Milliseconds limit) {
+    using TimePoint = StampClock::HostClock::time_point;
+    const TimePoint now = StampClock::HostClock::now();
+    const auto most = std::chrono::duration_cast<Milliseconds>(TimePoint::max() - now);
+    return limit < most ? now + limit : TimePoint::max();
+}
+
+// The library's answer to a call for a module or link means that the module is gone. An unknown
+// handle may mean it, too: see LinkBase::Start.
+inline bool SaysLost(T_PDU_ERROR status) {
+    return status == PDU_ERR_COMM_PC_TO_VCI_FAILED || status == PDU_ERR_MODULE_NOT_CONNECTED;
+}
 
 inline void Check(T_PDU_ERROR status, const char* function) {
     if (status == PDU_STATUS_NOERROR) return;
@@ -515,6 +567,8 @@ inline std::string ElementPath(const std::string& text, const std::string& name)
     return has_drive ? path : "/" + path;
 }
 
+struct ConnectedModule;
+
 // What everything made from a library shares. Constructed until the last of them is gone.
 class Context {
 public:
@@ -536,7 +590,9 @@ public:
     Context& operator=(const Context&) = delete;
 
     const Functions& F() const { return functions_; }
-    StampClock& Clock() { return clock_; }
+    // Held from PDUGetComParam until its item has been copied, and while a link is set up: what the
+    // item points to may belong to all links.
+    std::recursive_mutex& ComParams() { return comparams_; }
 
     void Watch(UNUM32 module, UNUM32 link) {
         functions_.RegisterEventCallback(module, link, &Context::OnEvent);
@@ -546,12 +602,39 @@ public:
         SetHandler(module, link, nullptr);
     }
     void SetHandler(UNUM32 module, UNUM32 link, Handler handler) {
+        std::shared_ptr<const Handler> next;
+        if (handler) next = std::make_shared<const Handler>(std::move(handler));
+        // The one before is destroyed without the lock: it may own what takes it.
         const std::lock_guard<std::mutex> hold(lock_);
-        if (handler) {
-            handlers_[{module, link}] = std::make_shared<const Handler>(std::move(handler));
-        } else {
-            handlers_.erase({module, link});
+        std::shared_ptr<const Handler>& place = handlers_[{module, link}];
+        place.swap(next);
+        if (!place) handlers_.erase({module, link});
+    }
+
+    // The owner of a module that is connected. Null: the caller is to connect it, and to call
+    // ModuleConnected or ModuleGone. Waits while another thread connects or disconnects it.
+    std::shared_ptr<ConnectedModule> FindModule(UNUM32 module) {
+        std::unique_lock<std::mutex> hold(lock_);
+        for (;;) {
+            const auto [place, is_new] = modules_.try_emplace(module);
+            if (is_new) return nullptr;
+            if (std::shared_ptr<ConnectedModule> owner = place->second.lock()) return owner;
+            changed_.wait(hold);
         }
+    }
+    void ModuleConnected(UNUM32 module, const std::shared_ptr<ConnectedModule>& owner) {
+        {
+            const std::lock_guard<std::mutex> hold(lock_);
+            modules_[module] = owner;
+        }
+        changed_.notify_all();
+    }
+    void ModuleGone(UNUM32 module) {
+        {
+            const std::lock_guard<std::mutex> hold(lock_);
+            modules_.erase(module);
+        }
+        changed_.notify_all();
     }
 
     std::uint64_t Events() {
@@ -606,11 +689,12 @@ private:
 
     Functions functions_;
     std::string options_;  // some libraries keep the pointer
-    StampClock clock_;
+    std::recursive_mutex comparams_;
     std::mutex lock_;
     std::condition_variable changed_;
     std::uint64_t events_ = 0;  // guarded by lock_, as what follows
     std::map<std::pair<UNUM32, UNUM32>, std::shared_ptr<const Handler>> handlers_;
+    std::map<UNUM32, std::weak_ptr<ConnectedModule>> modules_;
 };
 
 using ContextPtr = std::shared_ptr<Context>;
@@ -637,6 +721,19 @@ private:
 
 // A connected module, until the last of its owners is gone.
 struct ConnectedModule {
+    static std::shared_ptr<ConnectedModule> Connect(const ContextPtr& context, UNUM32 module) {
+        if (std::shared_ptr<ConnectedModule> owner = context->FindModule(module)) return owner;
+        try {
+            auto owner = std::make_shared<ConnectedModule>(context, module);
+            context->ModuleConnected(module, owner);
+            return owner;
+        } catch (...) {
+            context->ModuleGone(module);
+            throw;
+        }
+    }
+
+    // For Connect only.
     ConnectedModule(ContextPtr used, UNUM32 module) : context(std::move(used)), handle(module) {
         Check(context->F().ModuleConnect(handle), "PDUModuleConnect");
         context->Watch(handle, PDU_HANDLE_UNDEF);
@@ -645,6 +742,7 @@ struct ConnectedModule {
         context->Unwatch(handle, PDU_HANDLE_UNDEF);
         context->Discard(handle, PDU_HANDLE_UNDEF);
         context->F().ModuleDisconnect(handle);
+        context->ModuleGone(handle);
     }
     ConnectedModule(const ConnectedModule&) = delete;
     ConnectedModule& operator=(const ConnectedModule&) = delete;
@@ -656,13 +754,17 @@ struct ConnectedModule {
         T_PDU_STATUS state = PDU_MODST_READY;
         UNUM32 timestamp = 0;
         UNUM32 extra = 0;
-        context->F().GetStatus(handle, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &state, &timestamp,
-                               &extra);
-        return state == PDU_MODST_NOT_AVAIL;
+        const T_PDU_ERROR status = context->F().GetStatus(
+            handle, PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, &state, &timestamp, &extra);
+        return state == PDU_MODST_NOT_AVAIL || status == PDU_ERR_INVALID_HANDLE;
     }
+
+    // The next item of its queue, or of a link's.
+    Event TakeEvent(UNUM32 link);
 
     ContextPtr context;
     UNUM32 handle;
+    StampClock clock;
 };
 
 using ModulePtr = std::shared_ptr<ConnectedModule>;
@@ -677,13 +779,17 @@ using ModulePtr = std::shared_ptr<ConnectedModule>;
 class Event {
 public:
     Event() = default;
-    Event(detail::ContextPtr context, PDU_EVENT_ITEM* item)
-        : context_(std::move(context)), item_(item) {}
+    /// `time` is that of the item's stamp when the item was taken: later its wraps are unknown.
+    Event(detail::ContextPtr context, PDU_EVENT_ITEM* item, Microseconds time)
+        : context_(std::move(context)), item_(item), time_(time) {}
     Event(Event&& other) noexcept
-        : context_(std::move(other.context_)), item_(std::exchange(other.item_, nullptr)) {}
+        : context_(std::move(other.context_)),
+          item_(std::exchange(other.item_, nullptr)),
+          time_(other.time_) {}
     Event& operator=(Event&& other) noexcept {
         std::swap(context_, other.context_);
         std::swap(item_, other.item_);
+        std::swap(time_, other.time_);
         return *this;
     }
     ~Event() {
@@ -692,9 +798,9 @@ public:
 
     explicit operator bool() const { return item_ != nullptr; }
     const PDU_EVENT_ITEM* Raw() const { return item_; }
-    UNUM32 ComPrimitive() const { return item_->hCop; }
-    /// Of the library's clock.
-    Microseconds Time() const { return context_->Clock().Extend(item_->Timestamp); }
+    UNUM32 ComPrimitive() const { return item_ ? item_->hCop : PDU_HANDLE_UNDEF; }
+    /// Of the module's clock; 0 if there is no item.
+    Microseconds Time() const { return time_; }
 
     /// The data if the item is of this kind, else null.
     const PDU_RESULT_DATA* Result() const { return Data<PDU_RESULT_DATA>(PDU_IT_RESULT); }
@@ -715,7 +821,14 @@ private:
 
     detail::ContextPtr context_;
     PDU_EVENT_ITEM* item_ = nullptr;
+    Microseconds time_{0};
 };
+
+inline Event detail::ConnectedModule::TakeEvent(UNUM32 link) {
+    PDU_EVENT_ITEM* item = nullptr;
+    if (context->F().GetEventItem(handle, link, &item) != PDU_STATUS_NOERROR || !item) return {};
+    return Event(context, item, clock.Extend(item->Timestamp));
+}
 
 /// An answer of a control unit; owns its bytes. Empty if a request has no answer by intention.
 class Response {
@@ -745,7 +858,7 @@ public:
     }
     /// Position of the control unit among those of the link.
     UNUM32 Unit() const { return event_.Result() ? event_.Result()->UniqueRespIdentifier : 0; }
-    /// Of the library's clock. How exact it is depends on the library.
+    /// Of the module's clock; 0 if it is empty. How exact it is depends on the library.
     Microseconds Time() const { return event_.Time(); }
 
 private:
@@ -915,14 +1028,25 @@ public:
     const ContextPtr& Shared() const { return context_; }
 
     void Connect() {
-        Check(F().Connect(Module(), handle_), "PDUConnect");
+        Require(F().Connect(Module(), handle_), "PDUConnect");
         is_connected_ = true;
     }
 
-    Event TakeEvent() const {
-        PDU_EVENT_ITEM* item = nullptr;
-        if (F().GetEventItem(Module(), handle_, &item) != PDU_STATUS_NOERROR) return {};
-        return item ? Event(context_, item) : Event();
+    Event TakeEvent() const { return module_->TakeEvent(handle_); }
+
+    // Of a call for this link that has failed.
+    Failure FailureOf(T_PDU_ERROR status, const char* function) const {
+        Failure failure;
+        failure.status = status;
+        failure.function = function;
+        const bool may_be_lost =
+            status == PDU_ERR_INVALID_HANDLE || status == PDU_ERR_CLL_NOT_CONNECTED;
+        if (SaysLost(status) || (may_be_lost && IsModuleGone()))
+            failure.kind = ErrorKind::kModuleLost;
+        return failure;
+    }
+    void Require(T_PDU_ERROR status, const char* function) const {
+        if (status != PDU_STATUS_NOERROR) throw Error(FailureOf(status, function));
     }
 
     // Null if the ComPrimitive was accepted, else why not.
@@ -932,24 +1056,21 @@ public:
             F().StartComPrimitive(Module(), handle_, type, static_cast<UNUM32>(data.size()),
                                   In(data), control, nullptr, handle);
         if (status == PDU_STATUS_NOERROR) return std::nullopt;
-        Failure failure;
-        failure.status = status;
-        failure.function = "PDUStartComPrimitive";
-        if (status == PDU_ERR_COMM_PC_TO_VCI_FAILED) failure.kind = ErrorKind::kModuleLost;
-        return failure;
+        return FailureOf(status, "PDUStartComPrimitive");
     }
 
-    // Executes a ComPrimitive to its end and passes its results on. PDU_ERR_EVT_NOERROR, or the
-    // code of its last error item; kNoAnswer if it does not end in time: it is cancelled then, as
-    // also if on_result throws.
-    template <typename OnResult>
+    // Executes a ComPrimitive to its end and passes its results on, and the events of others.
+    // PDU_ERR_EVT_NOERROR, or the code of its last error item; kNoAnswer if it does not end in
+    // time: it is cancelled then, as also if on_result throws.
+    template <typename OnResult, typename OnOther>
     Result<T_PDU_ERR_EVT> Execute(T_PDU_COPT type, ByteView data, PDU_COP_CTRL_DATA* control,
-                                  Milliseconds limit, OnResult&& on_result) const {
+                                  Milliseconds limit, OnResult&& on_result,
+                                  OnOther&& on_other) const {
         UNUM32 handle = PDU_HANDLE_UNDEF;
         if (const std::optional<Failure> refused = Start(type, data, control, &handle))
             return *refused;
-        Running running(*this, handle);
-        const auto deadline = StampClock::HostClock::now() + limit;
+        Running<std::remove_reference_t<OnOther>> running(*this, handle, on_other);
+        const auto deadline = EndOf(limit);
         T_PDU_ERR_EVT error = PDU_ERR_EVT_NOERROR;
         for (;;) {
             const std::uint64_t seen = context_->Events();
@@ -960,7 +1081,10 @@ public:
                 if (error_data && (is_ours || event.ComPrimitive() == PDU_HANDLE_UNDEF)) {
                     error = error_data->ErrorCodeId;
                 }
-                if (!is_ours) continue;
+                if (!is_ours) {
+                    on_other(std::move(event));
+                    continue;
+                }
                 if (IsFinal(event.State())) running.End();
                 if (event.Result()) on_result(Response(std::move(event)));
             }
@@ -975,14 +1099,33 @@ public:
         }
     }
 
+    // For a ComPrimitive that has no answers.
+    template <typename OnOther>
+    Result<void> ExecuteToSuccess(T_PDU_COPT type, PDU_COP_CTRL_DATA* control,
+                                  OnOther&& on_other) const {
+        const Result<T_PDU_ERR_EVT> error = Execute(
+            type, {}, control, kCommunicationLimit, [](const Response&) {}, on_other);
+        if (!error) return error.Why();
+        if (*error == PDU_ERR_EVT_NOERROR) return {};
+        return NotExecuted(*error);
+    }
+    static Failure NotExecuted(T_PDU_ERR_EVT error) {
+        Failure failure;
+        failure.kind = error == PDU_ERR_EVT_LOST_COMM_TO_VCI ? ErrorKind::kModuleLost
+                                                             : ErrorKind::kNotExecuted;
+        failure.event = error;
+        return failure;
+    }
+
     static bool IsFinal(T_PDU_STATUS state) {
         return state == PDU_COPST_FINISHED || state == PDU_COPST_CANCELLED;
     }
 
     ComParam Get(const std::string& name) const {
         const UNUM32 id = context_->Id(PDU_OBJT_COMPARAM, name);
+        const std::lock_guard<std::recursive_mutex> hold(context_->ComParams());
         Item<PDU_PARAM_ITEM> item(F());
-        Check(F().GetComParam(Module(), handle_, id, item.Out()), "PDUGetComParam");
+        Require(F().GetComParam(Module(), handle_, id, item.Out()), "PDUGetComParam");
         if (!item) throw Error(ErrorKind::kUnknownName, "no ComParam '" + name + "' on this link");
         return ReadComParam(*item.Get());
     }
@@ -1003,19 +1146,25 @@ public:
             item.pComParamData = &words;
         } else if (param.type == PDU_PT_STRUCTFIELD) {
             const std::size_t size = StructSize(param.struct_type);
+            if (size == 0) {
+                throw Error(ErrorKind::kBadValue,
+                            "the records of ComParam " + name + " are of an unknown type");
+            }
             records.ComParamStructType = param.struct_type;
             records.ParamMaxEntries = records.ParamActEntries =
-                size > 0 ? static_cast<UNUM32>(param.bytes.size() / size) : 0;
+                static_cast<UNUM32>(param.bytes.size() / size);
             records.pStructArray = In(ByteView(param.bytes));
             item.pComParamData = &records;
         } else if (!FitsNumber(param.type, param.number)) {
             throw Error(ErrorKind::kBadValue,
                         std::to_string(param.number) + " does not fit ComParam " + name);
         }
-        Check(F().SetComParam(Module(), handle_, &item), "PDUSetComParam");
+        const std::lock_guard<std::recursive_mutex> hold(context_->ComParams());
+        Require(F().SetComParam(Module(), handle_, &item), "PDUSetComParam");
     }
 
     void Set(const std::string& name, std::int64_t value) const {
+        const std::lock_guard<std::recursive_mutex> hold(context_->ComParams());
         ComParam param = Get(name);
         param.number = value;
         if (NumberSize(param.type) == 0)
@@ -1032,17 +1181,24 @@ public:
 
 private:
     // Cancels the ComPrimitive unless it has ended, and gives it time to end.
+    template <typename OnOther>
     class Running {
     public:
-        Running(const LinkBase& link, UNUM32 handle) : link_(link), handle_(handle) {}
+        Running(const LinkBase& link, UNUM32 handle, OnOther& on_other)
+            : link_(link), handle_(handle), on_other_(on_other) {}
         ~Running() {
             if (has_ended_) return;
             link_.F().CancelComPrimitive(link_.Module(), link_.Handle(), handle_);
-            const auto deadline = StampClock::HostClock::now() + kCancelLimit;
+            const auto deadline = EndOf(kCancelLimit);
             while (!has_ended_ && StampClock::HostClock::now() < deadline) {
                 const std::uint64_t seen = link_.context_->Events();
-                while (const Event event = link_.TakeEvent())
-                    has_ended_ |= event.ComPrimitive() == handle_ && IsFinal(event.State());
+                while (Event event = link_.TakeEvent()) {
+                    if (event.ComPrimitive() != handle_) {
+                        on_other_(std::move(event));
+                    } else if (IsFinal(event.State())) {
+                        has_ended_ = true;
+                    }
+                }
                 if (!has_ended_) link_.context_->WaitAfter(seen, deadline);
             }
         }
@@ -1054,6 +1210,7 @@ private:
     private:
         const LinkBase& link_;
         UNUM32 handle_;
+        OnOther& on_other_;
         bool has_ended_ = false;
     };
 
@@ -1155,14 +1312,16 @@ public:
     Result<std::size_t> TryRequestEach(ByteView request, OnResponse&& on_response,
                                        Milliseconds limit = kLimit) {
         if (request.empty()) return Failure{ErrorKind::kBadValue};
-        if (const std::optional<Failure> failed = StartCommunication()) return *failed;
-        Expect(request[0]);
+        if (const Result<void> started = StartCommunication(); !started) return started.Why();
+        state_->request.Expect(request[0]);
         std::size_t count = 0;
         const Result<T_PDU_ERR_EVT> error = state_->base.Execute(
-            PDU_COPT_SENDRECV, request, &state_->control, limit, [&](Response response) {
+            PDU_COPT_SENDRECV, request, &state_->request.control, limit,
+            [&](Response response) {
                 ++count;
                 on_response(std::move(response));
-            });
+            },
+            [this](const Event& event) { state_->Drop(event); });
         if (!error && error.Why().kind != ErrorKind::kNoAnswer) return error.Why();
         if (count > 0) return count;
         const T_PDU_ERR_EVT event = error ? *error : error.Why().event;
@@ -1173,8 +1332,9 @@ public:
             failure.kind = ErrorKind::kModuleLost;
             return failure;
         }
-        if (error && SuppressesAnswer(request)) return count;
-        return failure;
+        if (!error || !SuppressesAnswer(request)) return failure;
+        return MeansSilence(event) ? Result<std::size_t>(count)
+                                   : detail::LinkBase::NotExecuted(event);
     }
 
     /// All answers to a request.
@@ -1190,12 +1350,16 @@ public:
     /// Starts a request without waiting for its end; answers to it are dropped.
     void Send(ByteView request) {
         if (request.empty()) throw Error(Failure{ErrorKind::kBadValue});
-        if (const std::optional<Failure> failed = StartCommunication()) throw Error(*failed);
-        Expect(request[0]);
-        UNUM32 handle = PDU_HANDLE_UNDEF;
+        StartCommunication().Take();
+        while (const Event event = state_->base.TakeEvent())
+            state_->Drop(event);
+        Control& sent = state_->sent.emplace_back(state_->is_functional);
+        sent.Expect(request[0]);
         const std::optional<Failure> refused =
-            state_->base.Start(PDU_COPT_SENDRECV, request, &state_->control, &handle);
-        if (refused) throw Error(*refused);
+            state_->base.Start(PDU_COPT_SENDRECV, request, &sent.control, &sent.handle);
+        if (!refused) return;
+        state_->sent.pop_back();
+        throw Error(*refused);
     }
 
     ComParam GetComParam(const std::string& name) const { return state_->base.Get(name); }
@@ -1210,8 +1374,9 @@ public:
         UpdateComParams();
     }
 
-    /// Called on a thread of the library for every event of the link; must not throw and must not
-    /// make a request of this link. Empty: no longer called, but a call may still be under way.
+    /// Called on a thread of the library for every event of the link; must not throw, open links,
+    /// use ComParams or make a request of this link. Empty: no longer called, but a call may still
+    /// be under way.
     void OnEvent(std::function<void(T_PDU_EVT_DATA)> handler) {
         state_->base.Shared()->SetHandler(state_->base.Module(), Handle(), std::move(handler));
     }
@@ -1221,22 +1386,27 @@ public:
 private:
     friend class Module;
 
-    struct State {
-        State(detail::ModulePtr module, const LinkOptions& options)
-            : base(std::move(module), options.protocol, options.bus_type, false) {
+    // What a ComPrimitive expects. Libraries may keep the pointers until it ends.
+    struct Control {
+        explicit Control(bool is_functional) {
             control.NumSendCycles = 1;
-            control.NumReceiveCycles = options.functional_id ? kAllInTime : 1;
+            control.NumReceiveCycles = is_functional ? kAllInTime : 1;
             control.TxFlag = {sizeof flags, flags};
             control.NumPossibleExpectedResponses = 2;
             control.pExpectedResponseArray = expected;
             expected[0] = {0, 1, 1, masks, &positive, 0, nullptr};
             expected[1] = {1, 2, 2, masks, negative, 0, nullptr};
         }
+        Control(const Control&) = delete;
+        Control& operator=(const Control&) = delete;
+
+        void Expect(UNUM8 service) {
+            positive = static_cast<UNUM8>(service + 0x40);
+            negative[1] = service;
+        }
 
         static constexpr SNUM32 kAllInTime = -2;
-        detail::LinkBase base;
-        bool is_started = false;
-        // Libraries may keep these pointers until a ComPrimitive ends.
+        UNUM32 handle = PDU_HANDLE_UNDEF;  // of one that was sent
         UNUM8 flags[4] = {0, 0, 0, 0};
         UNUM8 masks[2] = {0xFF, 0xFF};
         UNUM8 positive = 0;
@@ -1245,8 +1415,37 @@ private:
         PDU_COP_CTRL_DATA control = {};
     };
 
-    Link(detail::ModulePtr module, const std::vector<Unit>& units, const LinkOptions& options)
-        : state_(std::make_unique<State>(std::move(module), options)) {
+    struct State {
+        State(detail::ModulePtr module, const LinkOptions& options)
+            : is_functional(options.functional_id.has_value()),
+              request(is_functional),
+              base(std::move(module), options.protocol, options.bus_type, false) {
+            plain.NumSendCycles = 1;
+            plain.NumReceiveCycles = 1;
+            plain.TxFlag = {sizeof flags, flags};
+        }
+
+        // Takes an event of a request that was only sent.
+        void Drop(const Event& event) {
+            if (!detail::LinkBase::IsFinal(event.State())) return;
+            sent.remove_if(
+                [&event](const Control& one) { return one.handle == event.ComPrimitive(); });
+        }
+
+        const bool is_functional;
+        UNUM8 flags[4] = {0, 0, 0, 0};
+        PDU_COP_CTRL_DATA plain = {};  // of ComPrimitives without data
+        Control request;
+        std::list<Control> sent;  // by Send, and not seen to end
+        bool is_started = false;
+        detail::LinkBase base;  // last, so that it goes before what its ComPrimitives point to
+    };
+
+    Link(const detail::ModulePtr& module, const std::vector<Unit>& units,
+         const LinkOptions& options) {
+        const detail::ContextPtr context = module->context;
+        const std::lock_guard<std::recursive_mutex> hold(context->ComParams());
+        state_ = std::make_unique<State>(module, options);
         const detail::LinkBase& base = state_->base;
         base.TrySet("CP_P2Max", Microseconds(options.p2).count());
         base.TrySet("CP_RC78Handling", 2);  // wait as long as the control unit asks for
@@ -1282,9 +1481,11 @@ private:
         base.Set("CP_TesterPresentTime", Microseconds(*options.tester_present).count());
     }
 
-    void Expect(UNUM8 service) {
-        state_->positive = static_cast<UNUM8>(service + 0x40);
-        state_->negative[1] = service;
+    // Error items that a request has whose answer was suppressed. By the first, libraries also say
+    // that nothing at all was received, as this project's does.
+    static bool MeansSilence(T_PDU_ERR_EVT event) {
+        return event == PDU_ERR_EVT_NOERROR || event == PDU_ERR_EVT_TX_ERROR ||
+               event == PDU_ERR_EVT_RX_TIMEOUT;
     }
 
     // Services whose second byte is a sub-function, with the bit that suppresses a positive
@@ -1297,26 +1498,19 @@ private:
                    std::end(kServices);
     }
 
-    std::optional<Failure> StartCommunication() {
-        if (state_->is_started) return std::nullopt;
-        const Result<T_PDU_ERR_EVT> error = ExecutePlain(PDU_COPT_STARTCOMM);
-        if (!error) return error.Why();
-        state_->is_started = true;
-        return std::nullopt;
+    Result<void> StartCommunication() {
+        if (state_->is_started) return {};
+        Result<void> result = ExecutePlain(PDU_COPT_STARTCOMM);
+        state_->is_started = static_cast<bool>(result);
+        return result;
     }
 
-    // Before communication starts there is nothing to update.
-    void UpdateComParams() {
-        if (state_->is_started) ExecutePlain(PDU_COPT_UPDATEPARAM).Take();
-    }
+    // Libraries may use the values of PDUConnect until they are told to take others.
+    void UpdateComParams() { ExecutePlain(PDU_COPT_UPDATEPARAM).Take(); }
 
-    Result<T_PDU_ERR_EVT> ExecutePlain(T_PDU_COPT type) {
-        PDU_COP_CTRL_DATA control = {};
-        control.NumSendCycles = 1;
-        control.NumReceiveCycles = 1;
-        control.TxFlag = {sizeof state_->flags, state_->flags};
-        return state_->base.Execute(type, {}, &control, detail::kCommunicationLimit,
-                                    [](const Response&) {});
+    Result<void> ExecutePlain(T_PDU_COPT type) {
+        return state_->base.ExecuteToSuccess(type, &state_->plain,
+                                             [this](const Event& event) { state_->Drop(event); });
     }
 
     // Also ends tester present in the module.
@@ -1338,12 +1532,21 @@ struct CanFrame {
     bool is_29_bit = false;
     std::uint8_t size = 0;
     std::array<UNUM8, 64> data{};
-    Microseconds time{0};  ///< received frames: of the library's clock
+    Microseconds time{0};  ///< received frames: of the module's clock
 
     ByteView Bytes() const { return {data.data(), size}; }
 };
 
-/// A connected link on which CAN frames are sent and received as they are.
+struct RawOptions {
+    std::string protocol = "ISO_11898_RAW";
+    std::string bus_type = "ISO_11898_2_DWCAN";
+    /// What sends a frame: PDU_COPT_STARTCOMM, as this project's library wants it, or
+    /// PDU_COPT_SENDRECV, as the libraries of others may.
+    T_PDU_COPT send_with = PDU_COPT_STARTCOMM;
+};
+
+/// A connected link on which CAN frames are sent and received as they are. Frames that arrive wait
+/// in the library until they are received.
 class RawLink {
 public:
     RawLink(RawLink&&) noexcept = default;
@@ -1368,48 +1571,33 @@ public:
         for (std::size_t i = 0; i < 4; ++i)
             frame[i] = static_cast<UNUM8>(id >> (24 - 8 * i));
         std::copy(bytes.begin(), bytes.end(), frame.begin() + 4);
-        PDU_COP_CTRL_DATA control = {};
-        control.NumSendCycles = 1;
         const bool is_long = is_29_bit || id > detail::kLargest11BitId;
-        control.TxFlag = {4, is_long ? state_->flags_29_bit : state_->flags_11_bit};
         UNUM32 handle = PDU_HANDLE_UNDEF;
         state_->has_sent = true;
-        return state_->base.Start(PDU_COPT_STARTCOMM, ByteView(frame.data(), 4 + bytes.size()),
-                                  &control, &handle);
+        return state_->base.Start(state_->send_with, ByteView(frame.data(), 4 + bytes.size()),
+                                  is_long ? &state_->send_29_bit : &state_->send_11_bit, &handle);
     }
-    /// Waits until everything that was sent has left the library.
+    /// Waits until everything that was sent has left the library. Frames that arrive meanwhile are
+    /// kept for Receive.
     void Flush() { TryFlush().Take(); }
 
     /// The next frame from the bus, in their order; none if the time ends before. The first call
     /// begins to receive, unless StartReceiving has.
     std::optional<CanFrame> Receive(Milliseconds limit) {
         StartReceiving();
-        const auto deadline = StampClock::HostClock::now() + limit;
+        const auto deadline = detail::EndOf(limit);
         for (;;) {
             const std::uint64_t seen = state_->base.Shared()->Events();
-            while (const Event event = state_->base.TakeEvent()) {
-                if (const PDU_ERROR_DATA* error = event.Error()) ThrowError(error->ErrorCodeId);
-                if (const PDU_RESULT_DATA* result = event.Result()) {
-                    if (std::optional<CanFrame> frame = ReadFrame(*result)) {
-                        frame->time = event.Time();
-                        return frame;
-                    }
-                }
-            }
+            if (std::optional<CanFrame> frame = NextFrame()) return frame;
             if (StampClock::HostClock::now() >= deadline) return std::nullopt;
             state_->base.Shared()->WaitAfter(seen, deadline);
         }
     }
     void StartReceiving() {
         if (state_->is_receiving) return;
-        PDU_COP_CTRL_DATA control = {};
-        control.NumReceiveCycles = -1;
-        control.TxFlag = {4, state_->flags_11_bit};
-        control.NumPossibleExpectedResponses = 1;
-        control.pExpectedResponseArray = &state_->anything;
         UNUM32 handle = PDU_HANDLE_UNDEF;
         const std::optional<Failure> refused =
-            state_->base.Start(PDU_COPT_SENDRECV, {}, &control, &handle);
+            state_->base.Start(PDU_COPT_SENDRECV, {}, &state_->receive, &handle);
         if (refused) throw Error(*refused);
         state_->is_receiving = true;
     }
@@ -1423,21 +1611,57 @@ private:
     friend class Module;
 
     struct State {
-        State(detail::ModulePtr module, const std::string& protocol, const std::string& bus_type)
-            : base(std::move(module), protocol, bus_type, true) {
+        State(detail::ModulePtr module, const RawOptions& options)
+            : send_with(options.send_with),
+              base(std::move(module), options.protocol, options.bus_type, true) {
             anything.AcceptanceId = 1;
+            receive.NumReceiveCycles = kEndless;
+            receive.TxFlag = {sizeof flags_11_bit, flags_11_bit};
+            receive.NumPossibleExpectedResponses = 1;
+            receive.pExpectedResponseArray = &anything;
+            send_11_bit.NumSendCycles = send_29_bit.NumSendCycles = 1;
+            flush.TxFlag = send_11_bit.TxFlag = receive.TxFlag;
+            send_29_bit.TxFlag = {sizeof flags_29_bit, flags_29_bit};
         }
-        detail::LinkBase base;
+
+        static constexpr SNUM32 kEndless = -1;
+        const T_PDU_COPT send_with;
         bool is_receiving = false;
         bool has_sent = false;
+        std::deque<Event> kept;  // that came while something else was awaited
+        // Libraries may keep these pointers until a ComPrimitive ends.
         UNUM8 flags_11_bit[4] = {0, 0, 0, 0};
         UNUM8 flags_29_bit[4] = {0, 0, PDU_TX_FLAG2_CAN_29BIT_ID, 0};
         PDU_EXP_RESP_DATA anything = {};
+        PDU_COP_CTRL_DATA receive = {};
+        PDU_COP_CTRL_DATA send_11_bit = {};
+        PDU_COP_CTRL_DATA send_29_bit = {};
+        PDU_COP_CTRL_DATA flush = {};
+        detail::LinkBase base;  // last, so that it goes before what its ComPrimitives point to
     };
 
-    RawLink(detail::ModulePtr module, const std::string& protocol, const std::string& bus_type)
-        : state_(std::make_unique<State>(std::move(module), protocol, bus_type)) {
+    RawLink(detail::ModulePtr module, const RawOptions& options)
+        : state_(std::make_unique<State>(std::move(module), options)) {
         state_->base.Connect();
+    }
+
+    Event NextEvent() {
+        if (state_->kept.empty()) return state_->base.TakeEvent();
+        Event event = std::move(state_->kept.front());
+        state_->kept.pop_front();
+        return event;
+    }
+
+    std::optional<CanFrame> NextFrame() {
+        while (const Event event = NextEvent()) {
+            if (const PDU_ERROR_DATA* error = event.Error()) ThrowError(error->ErrorCodeId);
+            const PDU_RESULT_DATA* result = event.Result();
+            std::optional<CanFrame> frame = result ? ReadFrame(*result) : std::nullopt;
+            if (!frame) continue;
+            frame->time = event.Time();
+            return frame;
+        }
+        return std::nullopt;
     }
 
     static std::optional<CanFrame> ReadFrame(const PDU_RESULT_DATA& result) {
@@ -1465,14 +1689,14 @@ private:
     }
 
     // A library need not report the end of a ComPrimitive that sends a frame, but it executes them
-    // in order and reports the end of this one. Frames that arrive meanwhile are lost to it, so it
-    // is not used while receiving.
-    Result<T_PDU_ERR_EVT> TryFlush() {
+    // in order and reports the end of this one.
+    Result<void> TryFlush() {
         state_->has_sent = false;
-        PDU_COP_CTRL_DATA control = {};
-        control.TxFlag = {4, state_->flags_11_bit};
-        return state_->base.Execute(PDU_COPT_UPDATEPARAM, {}, &control, detail::kCommunicationLimit,
-                                    [](const Response&) {});
+        return state_->base.ExecuteToSuccess(PDU_COPT_UPDATEPARAM, &state_->flush,
+                                             [state = state_.get()](Event event) {
+                                                 if (event.Result() || event.Error())
+                                                     state->kept.push_back(std::move(event));
+                                             });
     }
 
     void Finish() noexcept {
@@ -1515,10 +1739,7 @@ public:
         return Link(state_, units, options);
     }
     /// Connects a link for CAN frames.
-    RawLink OpenRaw(const std::string& protocol = "ISO_11898_RAW",
-                    const std::string& bus_type = "ISO_11898_2_DWCAN") const {
-        return RawLink(state_, protocol, bus_type);
-    }
+    RawLink OpenRaw(const RawOptions& options = {}) const { return RawLink(state_, options); }
 
     PDU_VERSION_DATA Version() const {
         PDU_VERSION_DATA version = {};
@@ -1529,7 +1750,7 @@ public:
     Microseconds Time() const {
         UNUM32 stamp = 0;
         detail::Check(state_->context->F().GetTimestamp(state_->handle, &stamp), "PDUGetTimestamp");
-        return state_->context->Clock().Extend(stamp);
+        return state_->clock.Extend(stamp);
     }
     /// The number that an IOCTL without input returns, such as PDU_IOCTL_READ_VBATT; none if it
     /// returns nothing of the kind.
@@ -1549,12 +1770,9 @@ public:
     void OnEvent(std::function<void(T_PDU_EVT_DATA)> handler) {
         state_->context->SetHandler(state_->handle, PDU_HANDLE_UNDEF, std::move(handler));
     }
-    /// The next item of the module's queue; empty if there is none.
-    Event TakeEvent() const {
-        PDU_EVENT_ITEM* item = nullptr;
-        state_->context->F().GetEventItem(state_->handle, PDU_HANDLE_UNDEF, &item);
-        return item ? Event(state_->context, item) : Event();
-    }
+    /// The next item of the module's queue; empty if there is none. What is not taken stays in the
+    /// library until the module is disconnected.
+    Event TakeEvent() const { return state_->TakeEvent(PDU_HANDLE_UNDEF); }
 
     UNUM32 Handle() const { return state_->handle; }
 
@@ -1654,7 +1872,7 @@ public:
     /// Looks for modules until one is there whose texts contain `wanted`, and connects it. Throws
     /// Error kNoModule when the time is over, or if several match.
     Module Connect(const std::string& wanted = "", Milliseconds limit = Milliseconds(3000)) const {
-        const auto deadline = StampClock::HostClock::now() + limit;
+        const auto deadline = detail::EndOf(limit);
         for (;;) {
             const std::uint64_t seen = context_->Events();
             std::vector<ModuleInfo> found = Modules();
@@ -1675,9 +1893,10 @@ public:
             context_->WaitAfter(seen, deadline);
         }
     }
-    /// Connects a module that Modules has listed.
+    /// Connects a module that Modules has listed. One that is connected is shared: to connect one
+    /// again that was lost, let all that was made from it go first.
     Module Connect(const ModuleInfo& info) const {
-        return Module(std::make_shared<detail::ConnectedModule>(context_, info.handle));
+        return Module(detail::ConnectedModule::Connect(context_, info.handle));
     }
 
     /// Id of an object; none if the library does not know the name.

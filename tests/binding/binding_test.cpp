@@ -209,9 +209,23 @@ TEST_F(OtherVendor, RawFramesAreSentAndReceivedWithTheirTimes) {
     link.Flush();
     EXPECT_TRUE(Reported("frame 00000123 short DEAD"));
     EXPECT_TRUE(Reported("frame 18DA10F1 long "));
-    const std::optional<pdu::CanFrame> frame = link.Receive(20s);
-    ASSERT_TRUE(frame);
-    EXPECT_GT(frame->size, 0);
+    std::vector<pdu::CanFrame> frames;
+    while (frames.size() < 5) {
+        const std::optional<pdu::CanFrame> frame = link.Receive(20s);
+        ASSERT_TRUE(frame);
+        frames.push_back(*frame);
+    }
+    EXPECT_EQ(frames[0].id, 0xC0u);
+    EXPECT_EQ(frames[0].Bytes().Copy(), (std::vector<UNUM8>{0x0C, 0x80}));
+    EXPECT_FALSE(frames[0].is_29_bit);
+    EXPECT_TRUE(frames[3].is_29_bit);
+    EXPECT_EQ(frames[3].size, 0);
+    EXPECT_EQ(frames[4].id, 0x123u);
+    EXPECT_TRUE(frames[4].is_29_bit);
+    // The library's stamps wrap between the second and the third.
+    EXPECT_EQ(frames[1].time - frames[0].time, pdu::Microseconds(0xFFF));
+    EXPECT_EQ(frames[2].time - frames[1].time, 1us);
+    EXPECT_EQ(frames[4].time - frames[2].time, pdu::Microseconds(0x2000));
     EXPECT_EQ(KindOfError([&] {
                   link.Send(0x123, {1, 2, 3, 4, 5, 6, 7, 8, 9});
               }),
@@ -239,6 +253,11 @@ TEST_F(OtherVendor, LateModuleIsAwaited) {
     EXPECT_EQ(Load().Connect("", 20s).Handle(), 5u);
 }
 
+TEST_F(OtherVendor, LateModuleIsAwaitedForEver) {
+    UseScenario("late-module");
+    EXPECT_EQ(Load().Connect("", pdu::Milliseconds::max()).Handle(), 5u);
+}
+
 // Libraries call back after they have put an item into the queue, so a request may end before.
 bool BecomesPositive(const std::atomic<int>& count) {
     const auto deadline = std::chrono::steady_clock::now() + 20s;
@@ -255,9 +274,24 @@ TEST_F(OtherVendor, HandlerOfALinkIsCalledAndCanBeReplaced) {
     link.Request({0x22, 0xF1, 0x90});
     EXPECT_TRUE(BecomesPositive(first));
     link.OnEvent([&](T_PDU_EVT_DATA) { ++second; });
+    const int first_before = first;
     link.Request({0x22, 0xF1, 0x90});
     EXPECT_TRUE(BecomesPositive(second));
+    EXPECT_EQ(first, first_before);
     link.OnEvent(nullptr);
+}
+
+TEST_F(OtherVendor, HandlerMayOwnALinkThatGoesWithIt) {
+    const pdu::Module module = Load().Connect();
+    pdu::Link link = module.Open({0x7E0, 0x7E8});
+    const auto owned = [&module] {
+        return
+            [other = std::make_shared<pdu::Link>(module.Open({0x7E1, 0x7E9}))](T_PDU_EVT_DATA) {};
+    };
+    link.OnEvent(owned());
+    link.OnEvent(owned());
+    link.OnEvent(nullptr);
+    EXPECT_TRUE(link.Request({0x3E, 0x00}));
 }
 
 TEST_F(OtherVendor, LinksAreUsedOnSeveralThreads) {
@@ -397,22 +431,51 @@ TEST(StampClock, CountsWrapsThatNobodySaw) {
 // A library that answers each request at once and allocates nothing.
 struct Played {
     static constexpr int kItems = 4;
-    UNUM8 answer[3] = {0x62, 0xF1, 0x90};
+    UNUM8 answer[6] = {0x62, 0xF1, 0x90, 0x41, 0x42, 0x43};
     PDU_STATUS_DATA finished = PDU_COPST_FINISHED;
     PDU_ERROR_DATA error = {PDU_ERR_EVT_TX_ERROR, 0};
     PDU_RESULT_DATA result = {};
     PDU_EVENT_ITEM items[kItems] = {};
     int next = 0;
     int count = 0;
-    bool is_silent = false;
+    UNUM32 stamp = 7;
     int cancelled = 0;
     int taken = 0;  // items that were not destroyed
 
-    void Add(T_PDU_IT type, UNUM32 cop, void* data) {
-        items[count++] = {type, cop, nullptr, 7, data};
+    // What a ComPrimitive leads to.
+    bool is_silent = false;   // a request has no answer but `error`
+    bool is_refused = false;  // other ComPrimitives end with `error`, too
+    bool is_endless = false;  // it does not end
+    bool is_busy = false;     // an answer to another arrives first
+    bool is_raw = false;      // one that sends a frame is followed by `result`
+    T_PDU_ERROR start_status = PDU_STATUS_NOERROR;
+    T_PDU_STATUS module_state = PDU_MODST_AVAIL;
+
+    // The latest ComPrimitive.
+    T_PDU_COPT type = 0;
+    const PDU_COP_CTRL_DATA* control = nullptr;
+
+    T_PDU_PT param_type = PDU_PT_UNUM32;
+    PDU_PARAM_STRUCTFIELD_DATA records = {};
+    int params_set = 0;
+    std::atomic<int> params_out{0};  // items of ComParams that were not given back
+    std::atomic<int> most_params_out{0};
+
+    std::atomic<int> connected{0};
+    std::atomic<int> most_connected{0};
+
+    void Add(T_PDU_IT item, UNUM32 cop, void* data) {
+        items[count++] = {item, cop, nullptr, stamp, data};
     }
 };
-Played played;
+
+void Raise(std::atomic<int>* number, std::atomic<int>* most) {
+    const int now = ++*number;
+    int before = *most;
+    while (before < now && !most->compare_exchange_weak(before, now)) {
+    }
+}
+std::unique_ptr<Played> played;
 
 pdu::Functions PlayedFunctions() {
     pdu::Functions f;
@@ -430,11 +493,17 @@ pdu::Functions PlayedFunctions() {
         return PDU_STATUS_NOERROR;
     };
     f.GetStatus = [](UNUM32, UNUM32, UNUM32, T_PDU_STATUS* state, UNUM32*, UNUM32*) -> T_PDU_ERROR {
-        *state = PDU_MODST_AVAIL;
+        *state = played->module_state;
         return PDU_STATUS_NOERROR;
     };
-    f.ModuleConnect = [](UNUM32) -> T_PDU_ERROR { return 0; };
-    f.ModuleDisconnect = [](UNUM32) -> T_PDU_ERROR { return 0; };
+    f.ModuleConnect = [](UNUM32) -> T_PDU_ERROR {
+        Raise(&played->connected, &played->most_connected);
+        return PDU_STATUS_NOERROR;
+    };
+    f.ModuleDisconnect = [](UNUM32) -> T_PDU_ERROR {
+        --played->connected;
+        return PDU_STATUS_NOERROR;
+    };
     f.CreateComLogicalLink = [](UNUM32, PDU_RSC_DATA*, UNUM32, void*, UNUM32* link,
                                 PDU_FLAG_DATA*) -> T_PDU_ERROR {
         *link = 3;
@@ -446,43 +515,59 @@ pdu::Functions PlayedFunctions() {
     f.GetComParam = [](UNUM32, UNUM32, UNUM32 id, PDU_PARAM_ITEM** item) -> T_PDU_ERROR {
         static UNUM32 number = 0;
         static PDU_PARAM_ITEM param;
-        param = {PDU_IT_PARAM, id, PDU_PT_UNUM32, PDU_PC_TIMING, &number};
+        Raise(&played->params_out, &played->most_params_out);
+        const bool is_struct = played->param_type == PDU_PT_STRUCTFIELD;
+        param = {PDU_IT_PARAM, id, played->param_type, PDU_PC_TIMING, &number};
+        if (is_struct) param.pComParamData = &played->records;
         *item = &param;
+        std::this_thread::yield();
         return PDU_STATUS_NOERROR;
     };
-    f.SetComParam = [](UNUM32, UNUM32, PDU_PARAM_ITEM*) -> T_PDU_ERROR { return 0; };
+    f.SetComParam = [](UNUM32, UNUM32, PDU_PARAM_ITEM*) -> T_PDU_ERROR {
+        ++played->params_set;
+        return PDU_STATUS_NOERROR;
+    };
     f.GetUniqueRespIdTable = [](UNUM32, UNUM32, PDU_UNIQUE_RESP_ID_TABLE_ITEM**) -> T_PDU_ERROR {
         return PDU_STATUS_NOERROR;
     };
     f.SetUniqueRespIdTable = [](UNUM32, UNUM32, PDU_UNIQUE_RESP_ID_TABLE_ITEM*) -> T_PDU_ERROR {
         return PDU_STATUS_NOERROR;
     };
-    f.StartComPrimitive = [](UNUM32, UNUM32, T_PDU_COPT type, UNUM32, UNUM8*, PDU_COP_CTRL_DATA*,
-                             void*, UNUM32* cop) -> T_PDU_ERROR {
+    f.StartComPrimitive = [](UNUM32, UNUM32, T_PDU_COPT type, UNUM32 size, UNUM8*,
+                             PDU_COP_CTRL_DATA* control, void*, UNUM32* cop) -> T_PDU_ERROR {
+        if (played->start_status != PDU_STATUS_NOERROR) return played->start_status;
         *cop = 9;
-        played.count = played.next = 0;
-        if (type == PDU_COPT_SENDRECV && played.is_silent) {
-            played.Add(PDU_IT_ERROR, 9, &played.error);
-        } else if (type == PDU_COPT_SENDRECV) {
-            played.result.NumDataBytes = sizeof played.answer;
-            played.result.pDataBytes = played.answer;
-            played.Add(PDU_IT_RESULT, 9, &played.result);
+        played->type = type;
+        played->control = control;
+        played->count = played->next = 0;
+        const bool is_request = type == PDU_COPT_SENDRECV && !played->is_raw;
+        played->result.NumDataBytes = sizeof played->answer;
+        played->result.pDataBytes = played->answer;
+        if (played->is_busy) played->Add(PDU_IT_RESULT, 5, &played->result);
+        if (played->is_refused || (is_request && played->is_silent)) {
+            played->Add(PDU_IT_ERROR, 9, &played->error);
+        } else if (is_request || (played->is_raw && size > 0)) {
+            played->Add(PDU_IT_RESULT, 9, &played->result);
         }
-        played.Add(PDU_IT_STATUS, 9, &played.finished);
+        if (!played->is_endless) played->Add(PDU_IT_STATUS, 9, &played->finished);
         return PDU_STATUS_NOERROR;
     };
     f.CancelComPrimitive = [](UNUM32, UNUM32, UNUM32) -> T_PDU_ERROR {
-        ++played.cancelled;
+        ++played->cancelled;
         return PDU_STATUS_NOERROR;
     };
     f.GetEventItem = [](UNUM32, UNUM32 link, PDU_EVENT_ITEM** item) -> T_PDU_ERROR {
-        if (link != 3 || played.next >= played.count) return PDU_ERR_EVENT_QUEUE_EMPTY;
-        *item = &played.items[played.next++];
-        ++played.taken;
+        if (link != 3 || played->next >= played->count) return PDU_ERR_EVENT_QUEUE_EMPTY;
+        *item = &played->items[played->next++];
+        ++played->taken;
         return PDU_STATUS_NOERROR;
     };
     f.DestroyItem = [](PDU_ITEM* item) -> T_PDU_ERROR {
-        if (item->ItemType != PDU_IT_PARAM && item->ItemType != PDU_IT_MODULE_ID) --played.taken;
+        if (item->ItemType == PDU_IT_PARAM) {
+            --played->params_out;
+        } else if (item->ItemType != PDU_IT_MODULE_ID) {
+            --played->taken;
+        }
         return PDU_STATUS_NOERROR;
     };
     return f;
@@ -490,10 +575,17 @@ pdu::Functions PlayedFunctions() {
 
 class PlayedLibrary : public testing::Test {
 protected:
-    void SetUp() override { played = Played(); }
-    void TearDown() override { EXPECT_EQ(played.taken, 0) << "items that were not destroyed"; }
-    static pdu::Link Open() {
-        return pdu::Library::With(PlayedFunctions()).Connect().Open({0x7E0, 0x7E8});
+    void SetUp() override { played = std::make_unique<Played>(); }
+    void TearDown() override {
+        EXPECT_EQ(played->taken, 0) << "items that were not destroyed";
+        EXPECT_EQ(played->params_out, 0);
+        EXPECT_EQ(played->connected, 0);
+    }
+    static pdu::Module Connect() { return pdu::Library::With(PlayedFunctions()).Connect(); }
+    static pdu::Link Open() { return Connect().Open({0x7E0, 0x7E8}); }
+    static pdu::RawLink OpenRaw(const pdu::RawOptions& options = {}) {
+        played->is_raw = true;
+        return Connect().OpenRaw(options);
     }
 };
 
@@ -512,18 +604,230 @@ TEST_F(PlayedLibrary, RequestsAfterTheFirstAllocateNothing) {
 
 TEST_F(PlayedLibrary, SuppressedPositiveResponseIsAnEmptyOne) {
     pdu::Link link = Open();
-    played.is_silent = true;
+    played->is_silent = true;
     EXPECT_FALSE(link.Request({0x3E, 0x80}));
     EXPECT_EQ(KindOfError([&] { link.Request({0x3E, 0x00}); }), ErrorKind::kNoAnswer);
     // The second byte of these is no sub-function.
     EXPECT_EQ(KindOfError([&] { link.Request({0x22, 0xF1, 0x90}); }), ErrorKind::kNoAnswer);
 }
 
+TEST_F(PlayedLibrary, RawFramesAndFailuresAllocateNothing) {
+    pdu::RawLink raw = OpenRaw();
+    raw.StartReceiving();
+    allocations = 0;
+    is_counting = true;
+    bool all_received = true;
+    for (int i = 0; i < 100; ++i)
+        all_received = all_received && !raw.TrySend(0x123, {1, 2}) && raw.Receive(0ms).has_value();
+    is_counting = false;
+    EXPECT_TRUE(all_received);
+    EXPECT_EQ(allocations, 0u);
+
+    played->is_raw = false;
+    pdu::Link link = Open();
+    link.Request({0x22, 0xF1, 0x90});
+    played->is_silent = true;
+    is_counting = true;
+    bool has_failed = true;
+    for (int i = 0; i < 100; ++i)
+        has_failed = has_failed && !link.TryRequest({0x22, 0xF1, 0x90});
+    is_counting = false;
+    EXPECT_TRUE(has_failed);
+    EXPECT_EQ(allocations, 0u);
+}
+
+TEST_F(PlayedLibrary, SuppressedPositiveResponseNeedsARequestThatWasExecuted) {
+    pdu::Link link = Open();
+    played->is_silent = true;
+    for (const T_PDU_ERR_EVT silence : {PDU_ERR_EVT_TX_ERROR, PDU_ERR_EVT_RX_TIMEOUT}) {
+        played->error.ErrorCodeId = silence;
+        EXPECT_FALSE(link.Request({0x3E, 0x80})) << silence;
+    }
+    for (const T_PDU_ERR_EVT fault : {PDU_ERR_EVT_PROT_ERR, PDU_ERR_EVT_RX_ERROR,
+                                      PDU_ERR_EVT_RSC_LOCKED, PDU_ERR_EVT_VCI_HARDWARE_FAULT}) {
+        played->error.ErrorCodeId = fault;
+        const pdu::Result<pdu::Response> result = link.TryRequest({0x3E, 0x80});
+        ASSERT_FALSE(result) << fault;
+        EXPECT_EQ(result.Why().kind, ErrorKind::kNotExecuted);
+        EXPECT_EQ(result.Why().event, fault);
+    }
+    played->error.ErrorCodeId = PDU_ERR_EVT_LOST_COMM_TO_VCI;
+    EXPECT_EQ(KindOfError([&] { link.Request({0x3E, 0x80}); }), ErrorKind::kModuleLost);
+}
+
+TEST_F(PlayedLibrary, CommunicationThatDoesNotStartIsAnErrorAndIsStartedAgain) {
+    pdu::Link link = Open();
+    played->is_refused = true;
+    played->error.ErrorCodeId = PDU_ERR_EVT_INIT_ERROR;
+    try {
+        link.Request({0x22, 0xF1, 0x90});
+        FAIL();
+    } catch (const pdu::Error& error) {
+        EXPECT_EQ(error.Kind(), ErrorKind::kNotExecuted);
+        EXPECT_STREQ(error.what(), "not executed (error event 0x108)");
+    }
+    EXPECT_EQ(played->type, T_PDU_COPT{PDU_COPT_STARTCOMM});
+    EXPECT_EQ(KindOfError([&] { link.SetComParam("CP_P2Max", 1); }), ErrorKind::kNotExecuted);
+    played->is_refused = false;
+    EXPECT_TRUE(link.Request({0x22, 0xF1, 0x90}));
+}
+
+TEST_F(PlayedLibrary, ComParamThatIsSetBeforeTheFirstRequestIsUsed) {
+    pdu::Link link = Open();
+    link.SetComParam("CP_P2Max", 1000);
+    EXPECT_EQ(played->type, T_PDU_COPT{PDU_COPT_UPDATEPARAM});
+}
+
+TEST_F(PlayedLibrary, RecordsOfAnUnknownTypeAreNotSetBack) {
+    pdu::Link link = Open();
+    played->param_type = PDU_PT_STRUCTFIELD;
+    played->records.ComParamStructType = 0x99;
+    const pdu::ComParam param = link.GetComParam("CP_SessionTimingOverride");
+    const int before = played->params_set;
+    EXPECT_EQ(KindOfError([&] { link.SetComParam("CP_SessionTimingOverride", param); }),
+              ErrorKind::kBadValue);
+    EXPECT_EQ(played->params_set, before);
+}
+
+TEST_F(PlayedLibrary, ComParamsAreReadByOneThreadAtATime) {
+    const pdu::Module module = Connect();
+    const pdu::Link links[] = {module.Open({0x7E0, 0x7E8}), module.Open({0x7E1, 0x7E9})};
+    std::vector<std::thread> threads;
+    for (const pdu::Link& link : links) {
+        threads.emplace_back([&link] {
+            for (int i = 0; i < 2000; ++i)
+                link.GetComParam("CP_P2Max");
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(played->most_params_out, 1);
+}
+
+TEST_F(PlayedLibrary, RequestDoesNotChangeWhatAnEarlierOneExpects) {
+    pdu::Link link = Open();
+    link.Request({0x3E, 0x00});
+    played->is_endless = true;
+    link.Send({0x10, 0x03});
+    const PDU_COP_CTRL_DATA* const sent = played->control;
+    played->is_endless = false;
+    EXPECT_TRUE(link.Request({0x22, 0xF1, 0x90}));
+    EXPECT_NE(played->control, sent);
+    EXPECT_EQ(sent->pExpectedResponseArray[0].pPatternData[0], 0x50);
+    EXPECT_EQ(sent->pExpectedResponseArray[1].pPatternData[1], 0x10);
+}
+
+TEST_F(PlayedLibrary, FramesAreReceivedAsLongAsTheLibraryNeedsToBeTold) {
+    pdu::RawLink link = OpenRaw();
+    link.StartReceiving();
+    const PDU_COP_CTRL_DATA* const control = played->control;
+    link.Send(0x123, {1});
+    EXPECT_EQ(control->NumReceiveCycles, -1);
+    EXPECT_EQ(control->NumPossibleExpectedResponses, 1u);
+    EXPECT_EQ(control->pExpectedResponseArray[0].NumMaskPatternBytes, 0u);
+}
+
+TEST_F(PlayedLibrary, FlushKeepsTheFramesThatArriveMeanwhile) {
+    pdu::RawLink link = OpenRaw();
+    link.StartReceiving();
+    link.Send(0x123, {1});
+    played->is_busy = true;
+    link.Flush();
+    EXPECT_EQ(played->type, T_PDU_COPT{PDU_COPT_UPDATEPARAM});
+    const std::optional<pdu::CanFrame> frame = link.Receive(0ms);
+    ASSERT_TRUE(frame);
+    EXPECT_EQ(frame->Bytes().Copy(), (std::vector<UNUM8>{0x42, 0x43}));
+    EXPECT_FALSE(link.Receive(0ms));
+}
+
+TEST_F(PlayedLibrary, FlushThatEndsWithAnErrorIsNone) {
+    pdu::RawLink link = OpenRaw();
+    link.Send(0x123, {1});
+    played->is_refused = true;
+    EXPECT_EQ(KindOfError([&] { link.Flush(); }), ErrorKind::kNotExecuted);
+    played->error.ErrorCodeId = PDU_ERR_EVT_LOST_COMM_TO_VCI;
+    EXPECT_EQ(KindOfError([&] { link.Flush(); }), ErrorKind::kModuleLost);
+}
+
+TEST_F(PlayedLibrary, FramesAreSentWithTheComPrimitiveThatTheLibraryWants) {
+    pdu::RawLink usual = OpenRaw();
+    usual.Send(0x123, {1});
+    EXPECT_EQ(played->type, T_PDU_COPT{PDU_COPT_STARTCOMM});
+    pdu::RawOptions options;
+    options.send_with = PDU_COPT_SENDRECV;
+    pdu::RawLink other = OpenRaw(options);
+    other.Send(0x18DA10F1, {1});
+    EXPECT_EQ(played->type, T_PDU_COPT{PDU_COPT_SENDRECV});
+    EXPECT_EQ(played->control->NumSendCycles, 1);
+    EXPECT_EQ(played->control->NumReceiveCycles, 0);
+    EXPECT_EQ(played->control->TxFlag.pFlagData[2], PDU_TX_FLAG2_CAN_29BIT_ID);
+}
+
+TEST_F(PlayedLibrary, CallsForAModuleThatIsGoneSayThatItIsLost) {
+    pdu::Link link = Open();
+    link.Request({0x3E, 0x00});
+    for (const T_PDU_ERROR status : {PDU_ERR_COMM_PC_TO_VCI_FAILED, PDU_ERR_MODULE_NOT_CONNECTED}) {
+        played->start_status = status;
+        EXPECT_EQ(KindOfError([&] { link.Request({0x3E, 0x00}); }), ErrorKind::kModuleLost);
+    }
+    for (const T_PDU_ERROR status : {PDU_ERR_INVALID_HANDLE, PDU_ERR_CLL_NOT_CONNECTED}) {
+        played->start_status = status;
+        played->module_state = PDU_MODST_AVAIL;
+        EXPECT_EQ(KindOfError([&] { link.Request({0x3E, 0x00}); }), ErrorKind::kRefused);
+        played->module_state = PDU_MODST_NOT_AVAIL;
+        EXPECT_EQ(KindOfError([&] { link.Request({0x3E, 0x00}); }), ErrorKind::kModuleLost);
+    }
+}
+
+TEST_F(PlayedLibrary, ModuleIsConnectedOnceHoweverManyThreadsWantIt) {
+    const pdu::Library library = pdu::Library::With(PlayedFunctions());
+    const pdu::ModuleInfo info = library.Modules().front();
+    {
+        const pdu::Module first = library.Connect(info);
+        const pdu::Module second = library.Connect(info);
+        EXPECT_EQ(first.Handle(), second.Handle());
+    }
+    EXPECT_EQ(played->connected, 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&library, &info] {
+            for (int round = 0; round < 500; ++round)
+                library.Connect(info);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(played->most_connected, 1);
+}
+
+TEST_F(PlayedLibrary, TimeIsThatOfTheMomentAtWhichAnAnswerWasTaken) {
+    pdu::Link link = Open();
+    played->stamp = 0xFFFFFFF0;
+    const pdu::Response before = link.Request({0x22, 0xF1, 0x90});
+    played->stamp = 0x10;
+    const pdu::Response after = link.Request({0x22, 0xF1, 0x90});
+    EXPECT_EQ(after.Time(), pdu::Microseconds(0x100000010));  // asked first
+    EXPECT_EQ(before.Time(), pdu::Microseconds(0xFFFFFFF0));
+    EXPECT_EQ(pdu::Response().Time(), 0us);
+    EXPECT_EQ(pdu::Event().Time(), 0us);
+    EXPECT_EQ(pdu::Event().ComPrimitive(), UNUM32{PDU_HANDLE_UNDEF});
+}
+
+TEST_F(PlayedLibrary, TryTakesFunctionsWithoutAResult) {
+    pdu::Link link = Open();
+    const pdu::Result<void> done = pdu::Try([&] { link.Send({0x3E, 0x80}); });
+    EXPECT_TRUE(done);
+    pdu::Result<void> failed = pdu::Try([&] { link.Send({}); });
+    ASSERT_FALSE(failed);
+    EXPECT_EQ(failed.Why().kind, ErrorKind::kBadValue);
+    EXPECT_EQ(KindOfError([&] { std::move(failed).Take(); }), ErrorKind::kBadValue);
+}
+
 TEST_F(PlayedLibrary, ExceptionOfTheHandlerCancelsTheRequestAndPassesOn) {
     pdu::Link link = Open();
     const auto fail = [](const pdu::Response&) { throw std::runtime_error("no"); };
     EXPECT_THROW(link.TryRequestEach({0x22, 0xF1, 0x90}, fail), std::runtime_error);
-    EXPECT_EQ(played.cancelled, 1);
+    EXPECT_EQ(played->cancelled, 1);
     EXPECT_TRUE(link.Request({0x22, 0xF1, 0x90}));
 }
 
