@@ -336,19 +336,16 @@ auto Try(Function&& function) -> Result<std::decay_t<decltype(function())>> {
 // The library's functions
 // ---------------------------------------------------------------------------------------------
 
-#define DPDU_FUNCTIONS_(X)                                                                         \
-    X(Construct)                                                                                   \
-    X(Destruct)                                                                                    \
-    X(IoCtl)                                                                                       \
-    X(GetVersion)                                                                                  \
-    X(GetStatus)                                                                                   \
-    X(GetLastError)                                                                                \
-    X(GetResourceStatus) X(CreateComLogicalLink) X(DestroyComLogicalLink) X(Connect) X(Disconnect) \
-        X(LockResource) X(UnlockResource) X(GetComParam) X(SetComParam) X(StartComPrimitive)       \
-            X(CancelComPrimitive) X(GetEventItem) X(DestroyItem) X(RegisterEventCallback)          \
-                X(GetObjectId) X(GetModuleIds) X(GetResourceIds) X(GetConflictingResources)        \
-                    X(GetUniqueRespIdTable) X(SetUniqueRespIdTable) X(ModuleConnect)               \
-                        X(ModuleDisconnect) X(GetTimestamp)
+// clang-format off
+#define DPDU_FUNCTIONS_(X)                                                         \
+    X(Construct) X(Destruct) X(IoCtl) X(GetVersion) X(GetStatus) X(GetLastError)   \
+    X(GetResourceStatus) X(CreateComLogicalLink) X(DestroyComLogicalLink)          \
+    X(Connect) X(Disconnect) X(LockResource) X(UnlockResource) X(GetComParam)      \
+    X(SetComParam) X(StartComPrimitive) X(CancelComPrimitive) X(GetEventItem)      \
+    X(DestroyItem) X(RegisterEventCallback) X(GetObjectId) X(GetModuleIds)         \
+    X(GetResourceIds) X(GetConflictingResources) X(GetUniqueRespIdTable)           \
+    X(SetUniqueRespIdTable) X(ModuleConnect) X(ModuleDisconnect) X(GetTimestamp)
+// clang-format on
 
 /// All 29, none null in a loaded library.
 struct Functions {
