@@ -209,6 +209,58 @@ TEST_F(DpduCar, MonitorShowsModuleLinkAndAnswers) {
     EXPECT_TRUE(Contains(result.output, "answer 62 F1 90 57 54 56")) << result.output;
 }
 
+// A command that would go on for long, and the packet at which the dongle is pulled out.
+struct LongCommand {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* packet;
+};
+
+class DonglePulledOut : public testing::TestWithParam<LongCommand> {
+protected:
+    static void SetUpTestSuite() { ConfigureLibrary(); }
+    void SetUp() override { conformance::Simulator().Reset(); }
+    void TearDown() override { conformance::Simulator().Reset(); }
+};
+
+TEST_P(DonglePulledOut, IsALostModule) {
+    const conformance::Thread hand([] {
+        conformance::Simulator simulator;
+        EXPECT_TRUE(simulator.WaitFor(1, GetParam().packet));
+        simulator.Unplug();
+    });
+    const ClientResult result = RunWithCar(GetParam().arguments);
+    EXPECT_EQ(result.exit_code, kModuleLost) << result.output;
+    EXPECT_TRUE(Contains(result.error, "the module is gone")) << result.error;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, DonglePulledOut,
+    testing::Values(
+        LongCommand{"RawListen", {"raw", "listen", "--filter", "777", "--time", "60"}, "in RAWC"},
+        LongCommand{"RawListenOnABusyBus", {"raw", "listen", "--time", "60"}, "in RAWC"},
+        LongCommand{"RawSend",
+                    {"raw", "send", "600", "01", "--repeat", "600", "--period", "100"},
+                    "in RAWC"},
+        LongCommand{
+            "TesterPresent", {"tester-present", "--period", "100", "--time", "60"}, "in TSPR"}),
+    [](const testing::TestParamInfo<LongCommand>& command) { return command.param.name; });
+
+TEST_F(DpduCar, MonitorSaysThatTheModuleIsGoneAndStartsTheLibraryAgain) {
+    conformance::Simulator().Reset();
+    const conformance::Thread hand([] {
+        conformance::Simulator simulator;
+        EXPECT_TRUE(simulator.WaitFor(1, "in CREQ"));
+        simulator.Unplug();
+    });
+    // The twelfth event is that the library starts again.
+    const ClientResult result = Run({"monitor", "22F190", "--period", "60000", "--count", "12"});
+    conformance::Simulator().Reset();
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Contains(result.output, "the module is gone")) << result.output;
+    EXPECT_TRUE(Contains(result.output, "starting the library again")) << result.output;
+}
+
 #ifdef DESCRIPTION_FOLDER
 // Library and description files in one folder, as they are installed.
 class DpduInstalled : public DpduCar {

@@ -4,6 +4,7 @@
 
 #include "commands/commands.h"
 #include "commands/event_text.h"
+#include "commands/lookout.h"
 #include "commands/watch.h"
 #include "console/failure.h"
 #include "console/progress.h"
@@ -18,12 +19,7 @@ namespace {
 
 using Clock = Deadline::Clock;
 
-// A scan blocks, so it is rare while a link is open. After an error it is done sooner: some
-// libraries notice only during a scan that a module is gone.
-constexpr std::chrono::milliseconds kTimeBetweenScans{5000};
-constexpr std::chrono::milliseconds kTimeBetweenScansAfterErrors{500};
 constexpr std::chrono::milliseconds kTimeBetweenSearches{300};
-constexpr std::chrono::milliseconds kTimeBetweenLooks{200};
 
 // A periodic action; due at once the first time.
 class Timer {
@@ -147,20 +143,13 @@ private:
         const ConnectedModule module(&session_, handle);
         changes_.Look(ListModules(&session_));
         Link link(module, options_.link, {{options_.ecu}, std::nullopt});
-        Timer scan(kTimeBetweenScans);
-        Timer scan_after_error(kTimeBetweenScansAfterErrors);
-        Timer look(kTimeBetweenLooks);
         Timer request(options_.period);
-        scan.IsDue();  // the scan above was the first
+        Lookout lookout(module);
         while (journal_->GoesOn()) {
-            TakeAllEvents(link.Handles());
+            if (TakeAllEvents(link.Handles())) lookout.NoteSignOfLife();
             if (!options_.request.empty() && !running_) StartNext(&link, &request);
-            const bool is_suspicious = has_error_ && scan_after_error.IsDue();
-            if (is_suspicious || scan.IsDue()) {
-                has_error_ = false;
-                changes_.Look(ListModules(&session_));
-            }
-            if (look.IsDue() && IsModuleGone(&session_, handle)) {
+            if (const auto modules = lookout.TakeModules()) changes_.Look(*modules);
+            if (lookout.IsGone()) {
                 journal_->Note(ModuleSource(handle), "module", "the module is gone");
                 TakeAllEvents(link.Handles());
                 return;
@@ -184,22 +173,27 @@ private:
         }
     }
 
-    void TakeAllEvents(const LinkHandles& link) {
-        TakeEvents(link.module, link.link, "link " + std::to_string(link.link));
+    // True: the module has received something.
+    bool TakeAllEvents(const LinkHandles& link) {
+        const bool has_received =
+            TakeEvents(link.module, link.link, "link " + std::to_string(link.link));
         TakeEvents(link.module, PDU_HANDLE_UNDEF, ModuleSource(link.module));
         TakeEvents(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, "system");
+        return has_received;
     }
 
-    void TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
+    bool TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
+        bool has_received = false;
         session_.DrainQueue(module, link, [&](const PDU_EVENT_ITEM& item) {
             journal_->Add(ReadEvent(item, source, options_.request));
-            if (item.ItemType == PDU_IT_ERROR) has_error_ = true;
+            has_received = has_received || item.ItemType == PDU_IT_RESULT;
             const bool is_status = item.ItemType == PDU_IT_STATUS && item.pData;
             if (is_status && running_ && item.hCop == *running_ &&
                 IsFinalState(*static_cast<const PDU_STATUS_DATA*>(item.pData))) {
                 running_.reset();
             }
         });
+        return has_received;
     }
 
     const CommonOptions& common_;
@@ -208,7 +202,6 @@ private:
     Session session_;
     ModuleChanges changes_;
     bool has_begun_ = false;
-    bool has_error_ = false;         // since the last scan
     std::optional<UNUM32> running_;  // the ComPrimitive in execution
 };
 

@@ -6,8 +6,7 @@
 namespace dpdu {
 namespace {
 
-// The check is not done more often because looking for modules may block for several 100 ms.
-constexpr std::chrono::milliseconds kSilenceBeforeLook{2000};
+void ThrowGone() { throw Failure(kModuleGone, ExitCode::kModuleLost); }
 
 }  // namespace
 
@@ -16,18 +15,11 @@ Deadline::Deadline(std::optional<std::chrono::milliseconds> limit) {
 }
 
 Watch::Watch(const ConnectedModule& module, std::optional<std::chrono::milliseconds> limit)
-    : session_(module.GetSession()), module_(module.Handle()), deadline_(limit) {
-    NoteSignOfLife();
-}
+    : session_(module.GetSession()), module_(module.Handle()), deadline_(limit), lookout_(module) {}
 
 bool Watch::Wait() {
     session_->PauseForEvent();
-    if (!GoesOn()) return false;
-    if (Deadline::Clock::now() >= next_look_) {
-        LookAtModule();
-        NoteSignOfLife();
-    }
-    return true;
+    return GoesOn();
 }
 
 bool Watch::WaitUntil(Deadline::Clock::time_point next) {
@@ -39,13 +31,15 @@ bool Watch::WaitUntil(Deadline::Clock::time_point next) {
     return false;
 }
 
-void Watch::NoteSignOfLife() { next_look_ = Deadline::Clock::now() + kSilenceBeforeLook; }
-
 void Watch::LookAtModule() const {
     ListModules(session_);
-    if (IsModuleGone(session_, module_)) throw Failure(kModuleGone, ExitCode::kModuleLost);
+    if (IsModuleGone(session_, module_)) ThrowGone();
 }
 
-bool Watch::GoesOn() const { return !WasInterrupted() && !deadline_.IsOver(); }
+bool Watch::GoesOn() {
+    if (WasInterrupted() || deadline_.IsOver()) return false;
+    if (lookout_.IsGone()) ThrowGone();
+    return true;
+}
 
 }  // namespace dpdu

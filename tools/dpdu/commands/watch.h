@@ -6,6 +6,7 @@
 #include <chrono>
 #include <optional>
 
+#include "commands/lookout.h"
 #include "pdu/modules.h"
 
 namespace dpdu {
@@ -29,24 +30,22 @@ public:
     Watch(const ConnectedModule& module, std::optional<std::chrono::milliseconds> limit);
 
     // Waits a short time for an event. False if the time is up or the user has interrupted the
-    // program. Throws Failure if the module is gone; that is checked after some time without a sign
-    // of life.
+    // program. Throws Failure if the module is gone.
     bool Wait();
-    // Waits until a point in time, regardless of events. Does not check the module, which would
-    // take too long.
+    // As above, until a point in time, regardless of events.
     bool WaitUntil(Deadline::Clock::time_point next);
 
-    void NoteSignOfLife();
-    // Throws Failure if the module is gone.
+    void NoteSignOfLife() { lookout_.NoteSignOfLife(); }
+    // Looks now. Throws Failure if the module is gone.
     void LookAtModule() const;
 
 private:
-    bool GoesOn() const;
+    bool GoesOn();
 
     Session* session_;
     UNUM32 module_;
     Deadline deadline_;
-    Deadline::Clock::time_point next_look_{};
+    Lookout lookout_;
 };
 
 }  // namespace dpdu

@@ -1,0 +1,89 @@
+#include "commands/lookout.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace dpdu {
+namespace {
+
+constexpr std::chrono::milliseconds kSilence{300};
+constexpr std::chrono::milliseconds kLongestPause{5000};  // also with signs of life
+// A search that takes long uses the radio over which the dongle may be connected.
+constexpr std::chrono::milliseconds kLongLook{1500};
+constexpr std::chrono::milliseconds kPauseAfterLongLook{2000};
+
+}  // namespace
+
+Lookout::Lookout(const ConnectedModule& module)
+    : session_(module.GetSession()),
+      module_(module.Handle()),
+      last_sign_(Clock::now()),
+      last_look_(last_sign_),
+      pause_(kSilence),
+      thread_([this] { Run(); }) {}
+
+Lookout::~Lookout() {
+    {
+        const std::lock_guard hold(lock_);
+        is_ending_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+}
+
+void Lookout::NoteSignOfLife() {
+    const std::lock_guard hold(lock_);
+    last_sign_ = Clock::now();
+}
+
+bool Lookout::IsGone() {
+    const std::lock_guard hold(lock_);
+    if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
+    return is_gone_;
+}
+
+std::optional<std::vector<ModuleInfo>> Lookout::TakeModules() {
+    const std::lock_guard hold(lock_);
+    return std::exchange(modules_, std::nullopt);
+}
+
+Lookout::Clock::time_point Lookout::NextLook() const {
+    return std::min(std::max(last_look_ + pause_, last_sign_ + kSilence),
+                    last_look_ + kLongestPause);
+}
+
+void Lookout::Run() {
+    std::unique_lock hold(lock_);
+    while (!is_ending_) {
+        // A sign of life meanwhile only makes it later, which is seen here.
+        if (const Clock::time_point next = NextLook(); Clock::now() < next) {
+            changed_.wait_until(hold, next);
+            continue;
+        }
+        hold.unlock();
+        const Clock::time_point begin = Clock::now();
+        Look();
+        hold.lock();
+        last_look_ = Clock::now();
+        pause_ = last_look_ - begin > kLongLook ? kPauseAfterLongLook : kSilence;
+    }
+}
+
+// A dongle behind a relay may be too busy to answer once; the library revives it if it answers the
+// next time.
+void Lookout::Look() try {
+    std::vector<ModuleInfo> modules = ListModules(session_);
+    bool is_gone = IsModuleGone(session_, module_);
+    if (is_gone) {
+        modules = ListModules(session_);
+        is_gone = IsModuleGone(session_, module_);
+    }
+    const std::lock_guard hold(lock_);
+    modules_ = std::move(modules);
+    is_gone_ = is_gone;
+} catch (...) {
+    const std::lock_guard hold(lock_);
+    failure_ = std::current_exception();
+}
+
+}  // namespace dpdu
