@@ -36,6 +36,14 @@ void Lookout::NoteSignOfLife() {
     last_sign_ = Clock::now();
 }
 
+void Lookout::NoteError() {
+    {
+        const std::lock_guard hold(lock_);
+        has_error_ = true;
+    }
+    changed_.notify_all();
+}
+
 bool Lookout::IsGone() {
     const std::lock_guard hold(lock_);
     if (failure_) std::rethrow_exception(std::exchange(failure_, nullptr));
@@ -48,8 +56,9 @@ std::optional<std::vector<ModuleInfo>> Lookout::TakeModules() {
 }
 
 Lookout::Clock::time_point Lookout::NextLook() const {
-    return std::min(std::max(last_look_ + pause_, last_sign_ + kSilence),
-                    last_look_ + kLongestPause);
+    const Clock::time_point soonest = last_look_ + pause_;
+    if (has_error_) return soonest;
+    return std::min(std::max(soonest, last_sign_ + kSilence), last_look_ + kLongestPause);
 }
 
 void Lookout::Run() {
@@ -60,6 +69,7 @@ void Lookout::Run() {
             changed_.wait_until(hold, next);
             continue;
         }
+        has_error_ = false;
         hold.unlock();
         const Clock::time_point begin = Clock::now();
         Look();

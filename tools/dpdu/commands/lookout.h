@@ -27,6 +27,8 @@ public:
     Lookout& operator=(const Lookout&) = delete;
 
     void NoteSignOfLife();
+    // The library has reported an error: signs of life do not count until it has searched.
+    void NoteError();
     // Throws what the library has refused.
     bool IsGone();
     // What the library has found since the last call.
@@ -45,6 +47,7 @@ private:
     std::condition_variable changed_;
     bool is_ending_ = false;  // guarded by lock_, as what follows
     bool is_gone_ = false;
+    bool has_error_ = false;
     std::optional<std::vector<ModuleInfo>> modules_;
     std::exception_ptr failure_;
     Clock::time_point last_sign_;

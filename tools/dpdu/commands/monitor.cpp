@@ -1,10 +1,12 @@
 #include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 #include "commands/commands.h"
 #include "commands/event_text.h"
 #include "commands/lookout.h"
+#include "commands/relay_lines.h"
 #include "commands/watch.h"
 #include "console/failure.h"
 #include "console/progress.h"
@@ -20,6 +22,7 @@ namespace {
 using Clock = Deadline::Clock;
 
 constexpr std::chrono::milliseconds kTimeBetweenSearches{300};
+constexpr std::chrono::milliseconds kTimeBetweenLooks{200};
 
 // A periodic action; due at once the first time.
 class Timer {
@@ -41,15 +44,20 @@ private:
 // Prints events and checks for the end of the command.
 class Journal {
 public:
-    Journal(const MonitorOptions& options, Output* output)
-        : output_(output), most_(options.count), deadline_(options.limit) {}
+    Journal(const MonitorOptions& options, bool is_verbose, Output* output)
+        : output_(output),
+          most_(options.count),
+          deadline_(options.limit),
+          relay_lines_(is_verbose) {}
 
-    bool GoesOn() const {
-        return !WasInterrupted() && !deadline_.IsOver() && (most_ == 0 || count_ < most_);
+    // Also reports what has become of the relay.
+    bool GoesOn() {
+        for (const std::string& news : relay_lines_.Take())
+            Note("relay", "relay", news);
+        return MayGoOn();
     }
-
     void Add(const Event& event) {
-        if (!GoesOn()) return;
+        if (!MayGoOn()) return;
         ++count_;
         const WallTime now = std::chrono::system_clock::now();
         if (output_->AsJson()) {
@@ -69,9 +77,14 @@ public:
     }
 
 private:
+    bool MayGoOn() const {
+        return !WasInterrupted() && !deadline_.IsOver() && (most_ == 0 || count_ < most_);
+    }
+
     Output* output_;
     std::uint64_t most_;
     Deadline deadline_;
+    RelayLines relay_lines_;
     std::uint64_t count_ = 0;
 };
 
@@ -144,12 +157,16 @@ private:
         changes_.Look(ListModules(&session_));
         Link link(module, options_.link, {{options_.ecu}, std::nullopt});
         Timer request(options_.period);
+        Timer look(kTimeBetweenLooks);  // of libraries that notice without a search
         Lookout lookout(module);
         while (journal_->GoesOn()) {
-            if (TakeAllEvents(link.Handles())) lookout.NoteSignOfLife();
+            TakeAllEvents(link.Handles());
+            if (std::exchange(has_received_, false)) lookout.NoteSignOfLife();
+            if (std::exchange(has_error_, false)) lookout.NoteError();
             if (!options_.request.empty() && !running_) StartNext(&link, &request);
             if (const auto modules = lookout.TakeModules()) changes_.Look(*modules);
-            if (lookout.IsGone()) {
+            const bool is_gone = look.IsDue() && IsModuleGone(&session_, handle);
+            if (is_gone || lookout.IsGone()) {
                 journal_->Note(ModuleSource(handle), "module", "the module is gone");
                 TakeAllEvents(link.Handles());
                 return;
@@ -173,27 +190,23 @@ private:
         }
     }
 
-    // True: the module has received something.
-    bool TakeAllEvents(const LinkHandles& link) {
-        const bool has_received =
-            TakeEvents(link.module, link.link, "link " + std::to_string(link.link));
+    void TakeAllEvents(const LinkHandles& link) {
+        TakeEvents(link.module, link.link, "link " + std::to_string(link.link));
         TakeEvents(link.module, PDU_HANDLE_UNDEF, ModuleSource(link.module));
         TakeEvents(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, "system");
-        return has_received;
     }
 
-    bool TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
-        bool has_received = false;
+    void TakeEvents(UNUM32 module, UNUM32 link, const std::string& source) {
         session_.DrainQueue(module, link, [&](const PDU_EVENT_ITEM& item) {
             journal_->Add(ReadEvent(item, source, options_.request));
-            has_received = has_received || item.ItemType == PDU_IT_RESULT;
+            has_received_ = has_received_ || item.ItemType == PDU_IT_RESULT;
+            has_error_ = has_error_ || item.ItemType == PDU_IT_ERROR;
             const bool is_status = item.ItemType == PDU_IT_STATUS && item.pData;
             if (is_status && running_ && item.hCop == *running_ &&
                 IsFinalState(*static_cast<const PDU_STATUS_DATA*>(item.pData))) {
                 running_.reset();
             }
         });
-        return has_received;
     }
 
     const CommonOptions& common_;
@@ -202,6 +215,8 @@ private:
     Session session_;
     ModuleChanges changes_;
     bool has_begun_ = false;
+    bool has_received_ = false;      // since the lookout was told
+    bool has_error_ = false;         // likewise
     std::optional<UNUM32> running_;  // the ComPrimitive in execution
 };
 
@@ -210,8 +225,8 @@ private:
 // An unplugged dongle can come back only after a new construction of the library, so each
 // observation starts with one.
 ExitCode RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output) {
+    Journal journal(options, common.is_verbose, output);  // before the library is loaded
     const PduFunctions functions = common.LoadFunctions();
-    Journal journal(options, output);
     for (bool is_first = true; journal.GoesOn(); is_first = false) {
         if (!is_first) journal.Note("monitor", "monitor", "starting the library again");
         Observation(common, options, functions, &journal).Run();

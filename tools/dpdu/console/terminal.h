@@ -16,6 +16,12 @@ enum class LibraryLines { kDiscarded, kToStandardError };
 // Null if there is no standard output; the caller closes the stream.
 std::FILE* TakeStandardOutput(LibraryLines lines);
 
+// After that: makes standard output a pipe, and returns the descriptor to read from; negative if
+// there is none to be had.
+int PipeStandardOutput();
+// Waits for something to read. How much it is; 0 at the end, negative after an error.
+int ReadDescriptor(int descriptor, char* buffer, unsigned size);
+
 // Writes text, which is UTF-8. On Windows a console shows it whatever its code page is; files and
 // pipes get it as it is.
 void WriteText(std::FILE* stream, const std::string& text);

@@ -32,6 +32,21 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
     return fdopen(real, "w");
 }
 
+int PipeStandardOutput() {
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    return ends[0];
+}
+
+int ReadDescriptor(int descriptor, char* buffer, unsigned size) {
+    for (;;) {
+        const ssize_t count = read(descriptor, buffer, size);
+        if (count >= 0 || errno != EINTR) return static_cast<int>(count);
+    }
+}
+
 void WriteText(std::FILE* stream, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }

@@ -51,6 +51,19 @@ std::FILE* TakeStandardOutput(LibraryLines lines) {
     return ::_fdopen(real, "w");
 }
 
+int PipeStandardOutput() {
+    constexpr unsigned kRoom = 65536;
+    int ends[2] = {-1, -1};
+    if (::_pipe(ends, kRoom, _O_BINARY | _O_NOINHERIT) != 0) return -1;
+    PointStandardOutputAt(ends[1]);
+    ::_close(ends[1]);
+    return ends[0];
+}
+
+int ReadDescriptor(int descriptor, char* buffer, unsigned size) {
+    return ::_read(descriptor, buffer, size);
+}
+
 void WriteText(std::FILE* stream, const std::string& text) {
     const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
     DWORD mode = 0;

@@ -18,7 +18,8 @@ Examples:
 constexpr char kMonitorExamples[] = R"(
 Shows modules as they come and go, the states of the link to the control unit and, if a
 request is given, the states, answers and errors each time it is sent. Continues when the
-dongle is unplugged: the library is then constructed again until the dongle is back.
+dongle is unplugged: the library is then constructed again until the dongle is back. With
+this project's library it also shows when the relay is lost and when it is there again.
 
 Ends after --count events, after --time seconds or on Ctrl-C. --json prints one document
 per line, one for each event.
