@@ -9,11 +9,12 @@
 #include "console/failure.h"
 #include "console/output.h"
 #include "raw/can_frame.h"
-#include "raw/frame_counts.h"
+#include "raw/frame_table.h"
 #include "temporary_file.h"
 #include "uds/unit_list.h"
 
 namespace dpdu {
+using namespace std::chrono_literals;
 namespace {
 
 TEST(CanFrameText, CandumpLogHasNoSpacesInTheFrame) {
@@ -45,7 +46,7 @@ TEST(FrameTimes, ContinueAcrossTheWrapOf32Bits) {
 TEST(FrameTotals, PeriodIsTheMeanOfAllIntervals) {
     FrameCounts counts;
     for (const std::uint64_t time_us : {0u, 10'000u, 30'000u})
-        counts.Add({0x123, false, {0x01}}, time_us);
+        counts.Add({0x123, false, {0x01}}, time_us, FrameRate::Time());
     ASSERT_EQ(counts.Rows().size(), 2u);
     EXPECT_EQ(counts.Rows()[1], (Row{"123", "3", "15.0 ms", "01"}));
 }
@@ -88,16 +89,103 @@ TEST(UnitLists, InvalidLineIsNamed) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(LiveTables, NextTableOverwritesTheLast) {
+constexpr FrameRate::Time kStart{std::chrono::hours(1)};
+
+TEST(FrameRates, CountTheLastTwoSeconds) {
+    FrameRate rate;
+    EXPECT_EQ(rate.PerSecond(kStart), std::nullopt);
+    rate.Add(kStart);
+    EXPECT_EQ(rate.PerSecond(kStart + 499ms), std::nullopt) << "too early to tell";
+    for (int i = 1; i <= 100; ++i)
+        rate.Add(kStart + i * 10ms);
+    EXPECT_NEAR(rate.PerSecond(kStart + 1s).value(), 101, 0.1);
+    for (int i = 101; i <= 1000; ++i)
+        rate.Add(kStart + i * 10ms);
+    EXPECT_NEAR(rate.PerSecond(kStart + 10s).value(), 100, 2);
+    EXPECT_NEAR(rate.PerSecond(kStart + 11s).value(), 50, 6);
+    EXPECT_EQ(rate.PerSecond(kStart + 12s + 200ms), 0);
+    // After a pause of any length.
+    rate.Add(kStart + 1h);
+    rate.Add(kStart + 1h + 400ms);
+    EXPECT_NEAR(rate.PerSecond(kStart + 1h + 800ms).value(), 1, 0.2);
+}
+
+TEST(LiveLines, ReplaceTheLast) {
     const File file(std::tmpfile());
     ASSERT_TRUE(file);
     Output output(file.get(), false, true);
-    output.LiveTable({{"ID", "COUNT"}, {"123", "1"}});
-    output.LiveTable({{"ID", "COUNT"}, {"123", "2"}});
+    output.LiveLines({"one", "two"});
+    output.LiveLines({"three"});
+    output.LiveLines({});
     output.Flush();
     EXPECT_EQ(Content(file.get()),
-              "ID   COUNT\x1b[K\n123  1\x1b[K\n\x1b[2A"
-              "ID   COUNT\x1b[K\n123  2\x1b[K\n");
+              "one\x1b[K\ntwo\x1b[K\n\x1b[J"
+              "\x1b[2Athree\x1b[K\n\x1b[J"
+              "\x1b[1A\x1b[J");
+}
+
+// Three identifiers of which one has 29 bits, with two frames of eight bytes each.
+FrameCounts SomeFrames() {
+    FrameCounts counts;
+    for (const std::uint8_t last : {std::uint8_t{1}, std::uint8_t{2}}) {
+        const FrameRate::Time time = kStart + (last - 1) * 1s;
+        const std::uint64_t time_us = last * std::uint64_t{1'000'000};
+        counts.Add({0x123, false, {0, 0, 0, 0, 0, 0, 0, last}}, time_us, time);
+        counts.Add({0x7E8, false, {last}}, time_us, time);
+        counts.Add({0x18DAF110, true, {0, 0, 0, 0, 0, 0, 0, 0}}, time_us, time);
+    }
+    return counts;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(FrameTables, ShowCountRateAndPeriodWhereTheyFit) {
+    const FrameCounts counts = SomeFrames();
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1s, {.columns = 80}),
+              (Lines{"ID        COUNT  RATE   PERIOD     LAST DATA",
+                     "123       2      2.0/s  1000.0 ms  00 00 00 00 00 00 00 02",
+                     "7E8       2      2.0/s  1000.0 ms  02",
+                     "18DAF110  2      2.0/s  1000.0 ms  00 00 00 00 00 00 00 00"}));
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1s, {.columns = 48}).at(1),
+              "123       2      2.0/s  00 00 00 00 00 00 00 02");
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1s, {.columns = 40}).at(3),
+              "18DAF110  2.0/s  00 00 00 00 00 00 00 00");
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1s, {.columns = 39}).at(3),
+              "18DAF110  2.0/s  0000000000000000");
+}
+
+TEST(FrameTables, NoLineIsLongerThanATerminalOfFortyColumns) {
+    FrameCounts counts;
+    for (int i = 0; i < 20000; ++i) {
+        const auto time = kStart + i * std::chrono::microseconds(100);
+        counts.Add({0x1FFFFFFF, true, Bytes(8, 0xFF)}, static_cast<std::uint64_t>(i) * 100, time);
+    }
+    for (const bool has_rates : {true, false}) {
+        for (const std::string& line :
+             FrameTableLines(counts, kStart + 2s, {.columns = 40, .has_rates = has_rates}))
+            EXPECT_LE(line.size(), 40u) << line;
+    }
+}
+
+TEST(FrameTables, LeaveOutIdentifiersBelowTheTerminalsLastLineAndSayHowMany) {
+    FrameCounts counts;
+    for (std::uint32_t id = 0; id < 100; ++id)
+        counts.Add({id, false, {}}, 0, kStart);
+    const Lines lines = FrameTableLines(counts, kStart, {.columns = 40, .lines = 24});
+    ASSERT_EQ(lines.size(), 23u);
+    EXPECT_EQ(lines[21].substr(0, 3), "014");
+    EXPECT_EQ(lines[22], "79 more identifiers: see --filter");
+    EXPECT_EQ(FrameTableLines(counts, kStart, {.has_rates = false}).size(), 101u);
+}
+
+TEST(FrameTables, BytesThatHaveChangedAreInReverseForASecond) {
+    const FrameCounts counts = SomeFrames();
+    const FrameTableLook look = {.columns = 40, .has_changes = true};
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1500ms, look).at(1),
+              "123       1.3/s  00 00 00 00 00 00 00 \x1b[7m02\x1b[27m");
+    EXPECT_EQ(FrameTableLines(counts, kStart + 1500ms, look).at(3),
+              "18DAF110  1.3/s  00 00 00 00 00 00 00 00");
+    EXPECT_EQ(FrameTableLines(counts, kStart + 2001ms, look).at(1).find('\x1b'), std::string::npos);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,35 +14,98 @@
 
 namespace {
 
-// What the program writes on a terminal of 80 columns, with another vendor's library.
-std::string RunOnTerminal(const std::vector<std::string>& words) {
-    std::string program = DPDU_PROGRAM;
-    std::vector<std::string> texts = words;
-    std::vector<char*> arguments = {program.data()};
-    for (std::string& text : texts)
-        arguments.push_back(text.data());
-    arguments.push_back(nullptr);
+constexpr winsize kUsual = {24, 80, 0, 0};
+constexpr winsize kSmall = {24, 40, 0, 0};
 
-    winsize size = {24, 80, 0, 0};
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-    if (child == 0) {
-        setenv("DPDU_LIBRARY", FAKE_LIBRARY, 1);
-        unsetenv("FAKE_DPDU_REPORT");
-        execv(arguments[0], arguments.data());
-        _exit(127);
+// The program on a terminal, with another vendor's library.
+class OnTerminal {
+public:
+    OnTerminal(const std::vector<std::string>& words, winsize size) {
+        std::string program = DPDU_PROGRAM;
+        std::vector<std::string> texts = words;
+        std::vector<char*> arguments = {program.data()};
+        for (std::string& text : texts)
+            arguments.push_back(text.data());
+        arguments.push_back(nullptr);
+        child_ = forkpty(&terminal_, nullptr, nullptr, &size);
+        if (child_ == 0) {
+            setenv("DPDU_LIBRARY", FAKE_LIBRARY, 1);
+            unsetenv("FAKE_DPDU_REPORT");
+            unsetenv("NO_COLOR");
+            execv(arguments[0], arguments.data());
+            _exit(127);
+        }
+        EXPECT_GT(child_, 0);
     }
-    EXPECT_GT(child, 0);
-    std::string output;
-    char buffer[4096];
-    for (ssize_t count; (count = read(terminal, buffer, sizeof buffer)) > 0;)
-        output.append(buffer, static_cast<std::size_t>(count));
-    close(terminal);
-    int status = 0;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 0) << output;
-    std::erase(output, '\r');
-    return output;
+    ~OnTerminal() { close(terminal_); }
+    OnTerminal(const OnTerminal&) = delete;
+    OnTerminal& operator=(const OnTerminal&) = delete;
+
+    void Resize(winsize size) const { EXPECT_EQ(ioctl(terminal_, TIOCSWINSZ, &size), 0); }
+    // What it writes from now on, up to and with this text; to its end if the text does not come.
+    std::string ReadUntil(const std::string& text) {
+        std::string output;
+        char character = 0;
+        while (!output.ends_with(text) && read(terminal_, &character, 1) == 1)
+            if (character != '\r') output += character;
+        return output;
+    }
+    // The rest. It has to end with success.
+    std::string ReadToEnd() {
+        std::string output;
+        char buffer[4096];
+        for (ssize_t count; (count = read(terminal_, buffer, sizeof buffer)) > 0;)
+            output.append(buffer, static_cast<std::size_t>(count));
+        int status = 0;
+        EXPECT_EQ(waitpid(child_, &status, 0), child_);
+        EXPECT_EQ(WEXITSTATUS(status), 0) << output;
+        std::erase(output, '\r');
+        return output;
+    }
+
+private:
+    int terminal_ = -1;
+    pid_t child_ = -1;
+};
+
+std::string RunOnTerminal(const std::vector<std::string>& words, winsize size = kUsual) {
+    return OnTerminal(words, size).ReadToEnd();
+}
+
+// What it shows, without what moves the cursor.
+std::vector<std::string> LinesOf(std::string output) {
+    std::vector<std::string> lines = {""};
+    for (std::size_t i = 0; i < output.size(); ++i) {
+        if (output[i] == '\x1b') {
+            i = output.find_first_of("ABCDHJKm", i);
+        } else if (output[i] == '\n') {
+            lines.emplace_back();
+        } else {
+            lines.back() += output[i];
+        }
+    }
+    return lines;
+}
+
+const std::vector<std::string> kListen = {"raw", "listen", "--table", "--time", "1"};
+
+TEST(DpduOnATerminal, TableOfFramesFitsItsWidth) {
+    const std::string wide = RunOnTerminal(kListen);
+    EXPECT_TRUE(Contains(wide, "ID        COUNT  RATE  PERIOD")) << wide;
+    EXPECT_TRUE(Contains(wide, "\x1b[7m0D\x1b[27m")) << wide;
+    const std::string small = RunOnTerminal(kListen, kSmall);
+    EXPECT_TRUE(Contains(small, "18DAF110")) << small;
+    for (const std::string& line : LinesOf(small))
+        EXPECT_LE(line.size(), 40u) << line;
+}
+
+TEST(DpduOnATerminal, TableOfFramesFollowsAChangeOfItsSize) {
+    OnTerminal program({"raw", "listen", "--table", "--time", "2"}, kUsual);
+    EXPECT_TRUE(Contains(program.ReadUntil("\x1b[J"), "PERIOD"));
+    program.Resize(kSmall);
+    EXPECT_TRUE(program.ReadUntil("\x1b[2J\x1b[H").ends_with("\x1b[2J\x1b[H"));
+    for (const std::string& line : LinesOf(program.ReadToEnd()))
+        EXPECT_LE(line.size(), 40u) << line;
 }
 
 TEST(DpduOnATerminal, SingleAnswerIsAlsoShownInWords) {

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -5,13 +6,18 @@
 #include "commands/module_session.h"
 #include "commands/watch.h"
 #include "console/progress.h"
-#include "raw/frame_counts.h"
+#include "raw/frame_table.h"
 
 namespace dpdu {
 namespace {
 
 // Time between updates of a live table.
 constexpr std::chrono::milliseconds kTimeBetweenTables{200};
+
+bool HasVariable(const char* name) {
+    const char* const value = std::getenv(name);
+    return value != nullptr && *value != '\0';
+}
 
 std::uint64_t MicrosecondsSince1970() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -32,7 +38,7 @@ public:
         if (IsDone() || !Passes(options_.filters, frame.id)) return;
         progress_.reset();
         if (counts_.Total() == 0) first_ = MicrosecondsSince1970() - time_us;
-        counts_.Add(frame, time_us);
+        counts_.Add(frame, time_us, Deadline::Clock::now());
         if (options_.style != FrameStyle::kTable) Show(frame, time_us);
     }
 
@@ -41,7 +47,10 @@ public:
         const auto now = Deadline::Clock::now();
         const bool has_table = options_.style == FrameStyle::kTable && output_->IsLive();
         if (has_table && !output_->AsJson() && counts_.Total() > 0 && now >= next_table_) {
-            output_->LiveTable(counts_.Rows());
+            output_->LiveLines(FrameTableLines(counts_, now,
+                                               {.columns = output_->Columns(),
+                                                .lines = output_->Lines(),
+                                                .has_changes = !HasVariable("NO_COLOR")}));
             next_table_ = now + kTimeBetweenTables;
         }
         output_->Flush();
@@ -54,7 +63,10 @@ public:
         if (output_->AsJson()) {
             output_->JsonLine({{"frames", counts_.Total()}, {"totals", counts_.AsJson()}});
         } else if (options_.style == FrameStyle::kTable && output_->IsLive()) {
-            output_->LiveTable(counts_.Rows());
+            output_->EndLiveLines();
+            output_->LiveLines(
+                FrameTableLines(counts_, Deadline::Clock::now(),
+                                {.columns = output_->Columns(), .has_rates = false}));
         } else if (options_.style == FrameStyle::kCandumpLog) {
             ErrorLine(frames);  // a log contains only frames
         } else {

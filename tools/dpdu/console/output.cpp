@@ -11,8 +11,14 @@ namespace dpdu {
 
 std::size_t Output::Columns() const {
     constexpr int kWithoutTerminal = 100;
-    const int columns = TerminalColumns(stream_);
+    const int columns = SizeOfTerminal(stream_).columns;
     return static_cast<std::size_t>(columns > 0 ? columns : kWithoutTerminal);
+}
+
+std::size_t Output::Lines() const {
+    constexpr int kWithoutTerminal = 24;
+    const int lines = SizeOfTerminal(stream_).lines;
+    return static_cast<std::size_t>(lines > 0 ? lines : kWithoutTerminal);
 }
 
 void Output::Line(const std::string& text) { Text(text + "\n"); }
@@ -33,13 +39,25 @@ void Output::Table(const std::vector<Row>& rows) {
         Line(line);
 }
 
-void Output::LiveTable(const std::vector<Row>& rows) {
-    constexpr char kClearToEnd[] = "\x1b[K";
-    if (live_lines_ > 0) Text("\x1b[" + std::to_string(live_lines_) + "A");
-    const std::vector<std::string> lines = TableLines(rows);
+void Output::LiveLines(const std::vector<std::string>& lines) {
+    constexpr char kClearToLineEnd[] = "\x1b[K";
+    constexpr char kClearBelow[] = "\x1b[J";
+    EndLiveLines();
+    std::string text;
     for (const std::string& line : lines)
-        Line(line + kClearToEnd);
+        text += line + kClearToLineEnd + "\n";
+    Text(text + kClearBelow);
     live_lines_ = lines.size();
+    live_size_ = SizeOfTerminal(stream_);
+}
+
+// The next lines overwrite what is there, which flickers less than to erase it first. A terminal
+// that has another size now may have broken the lines anew: nobody knows where they begin.
+void Output::EndLiveLines() {
+    if (live_lines_ == 0) return;
+    Text(SizeOfTerminal(stream_) == live_size_ ? "\x1b[" + std::to_string(live_lines_) + "A"
+                                               : "\x1b[2J\x1b[H");
+    live_lines_ = 0;
 }
 
 void Output::Document(const Json& document) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "console/terminal.h"
+
 namespace dpdu {
 
 using Json = nlohmann::ordered_json;
@@ -22,6 +24,8 @@ public:
     bool AsJson() const { return as_json_; }
     // Width of the terminal; 100 if the stream is not a terminal.
     std::size_t Columns() const;
+    // Height of the terminal; 24 if the stream is not a terminal.
+    std::size_t Lines() const;
     bool IsLive() const { return is_live_; }
 
     // This and what follows throws ReaderGone if the stream is a pipe that nobody reads any more.
@@ -30,8 +34,11 @@ public:
     void Text(const std::string& text);
     // Left-aligned columns, two spaces apart.
     void Table(const std::vector<Row>& rows);
-    // Like Table, but overwrites the previous live table. Needs IsLive().
-    void LiveTable(const std::vector<Row>& rows);
+    // Lines that replace those of the last call. No more than fit: less than the terminal has.
+    // Needs IsLive().
+    void LiveLines(const std::vector<std::string>& lines);
+    // Removes them.
+    void EndLiveLines();
     void Document(const Json& document);
     // One document on one line, for commands that report continuously.
     void JsonLine(const Json& document);
@@ -46,7 +53,8 @@ private:
     bool as_json_;
     bool is_live_;
     int error_ = 0;               // errno of the first failed write
-    std::size_t live_lines_ = 0;  // of the current live table
+    std::size_t live_lines_ = 0;  // that are shown
+    TerminalSize live_size_;      // of the terminal when they were
 };
 
 // The lines of a table.

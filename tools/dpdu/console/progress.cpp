@@ -98,7 +98,7 @@ void ProgressBar::Show(const std::string& step, Clock::time_point now) {
     std::string line = "dpdu: " + text_ + " [" + std::string(filled, '#') +
                        std::string(kWidth - filled, '.') + "] " + figures + ", " + step;
     // A line that wraps could not be rewritten.
-    const int columns = TerminalColumns(style_.stream);
+    const int columns = SizeOfTerminal(style_.stream).columns;
     if (columns > 1) line.resize(std::min(line.size(), static_cast<std::size_t>(columns - 1)));
     const std::size_t length = line.size();
     line.resize(std::max(length, shown_length_), ' ');  // over the rest of a longer one

@@ -32,8 +32,13 @@ bool MeansReaderGone(int error);
 bool StandardErrorIsTerminal();
 bool StandardInputIsTerminal();
 
-// Width of the terminal in columns; 0 if the stream is not a terminal.
-int TerminalColumns(std::FILE* stream);
+// Of the terminal as it is now; zeros if the stream is not a terminal.
+struct TerminalSize {
+    int columns = 0;
+    int lines = 0;
+    bool operator==(const TerminalSize&) const = default;
+};
+TerminalSize SizeOfTerminal(std::FILE* stream);
 
 // True if the stream is a terminal that understands escape sequences; enables them if necessary.
 bool ShowsEscapes(std::FILE* stream);

@@ -57,9 +57,10 @@ bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 
 bool StandardInputIsTerminal() { return isatty(STDIN_FILENO) == 1; }
 
-int TerminalColumns(std::FILE* stream) {
+TerminalSize SizeOfTerminal(std::FILE* stream) {
     winsize size = {};
-    return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+    if (ioctl(fileno(stream), TIOCGWINSZ, &size) != 0) return {};
+    return {size.ws_col, size.ws_row};
 }
 
 bool ShowsEscapes(std::FILE* stream) { return isatty(fileno(stream)) == 1; }

@@ -97,11 +97,12 @@ bool StandardInputIsTerminal() {
     return ::GetConsoleMode(::GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
 }
 
-int TerminalColumns(std::FILE* stream) {
+TerminalSize SizeOfTerminal(std::FILE* stream) {
     const auto handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream)));
     CONSOLE_SCREEN_BUFFER_INFO info = {};
-    if (!::GetConsoleScreenBufferInfo(handle, &info)) return 0;
-    return info.srWindow.Right - info.srWindow.Left + 1;
+    if (!::GetConsoleScreenBufferInfo(handle, &info)) return {};
+    return {info.srWindow.Right - info.srWindow.Left + 1,
+            info.srWindow.Bottom - info.srWindow.Top + 1};
 }
 
 bool ShowsEscapes(std::FILE* stream) {

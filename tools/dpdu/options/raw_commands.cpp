@@ -32,6 +32,10 @@ then shows the number of frames and the mean period of each identifier. Times ar
 library's, since the first frame; with --log they are calendar times. Frames that match no
 filter are not counted.
 
+On a terminal --table is updated in place, in the columns and lines that there are. RATE is
+that of the last two seconds; bytes that have changed within a second are in reverse, unless
+the environment has NO_COLOR.
+
 --json prints one document per line: one for each frame (none with --table), and the totals.
 
 Examples:
