@@ -126,10 +126,32 @@ TEST_F(Program, RejectsATraceWithNothingToPlay) {
         "reports: 0, lines: 2; 1 damaged (line 2)\n");
 }
 
+constexpr char kOneRequest[] =
+    R"({"seq":1,"ts_us":9,"ev":"comm_req_sent","req_id":1,"tx_len":2,"tx_hex":"3e00",)"
+    R"("can_id_tx_func":2016,"can_id_tx_phys":2016,"can_id_rx":2024})";
+
+TEST_F(Program, SkipsTracesWithNothingToPlayAndSaysSo) {
+    Write("empty.jsonl", "{\"seq\":1,\"ev\":\"log_start\"}\n");
+    Write("one.jsonl", kOneRequest);
+    const std::string skipped =
+        "brennix-sim: skipped: empty.jsonl: nothing to play, requests: 0, raw frames: 0, telemetry "
+        "reports: 0, lines: 1\n";
+    const std::string one =
+        "one.jsonl: requests: 1, raw frames: 0, telemetry reports: 0, lines: 1\n";
+    ExpectOutcome("replay empty.jsonl one.jsonl -- true", 0, skipped + "brennix-sim: " + one);
+    ExpectOutcome("replay one.jsonl empty.jsonl --check", 0,
+                  skipped + one + "  line 1      7E0 to 7E8: 3E00, no packet came back\n");
+}
+
+TEST_F(Program, RejectsTracesOfWhichNoneHasAnythingToPlay) {
+    Write("empty.jsonl", "");
+    Write("other.jsonl", "");
+    ExpectOutcome("replay empty.jsonl other.jsonl", 1,
+                  "brennix-sim: nothing to play in any of the 2 traces\n");
+}
+
 TEST_F(Program, ChecksATrace) {
-    Write("one.jsonl",
-          R"({"seq":1,"ts_us":9,"ev":"comm_req_sent","req_id":1,"tx_len":2,"tx_hex":"3e00",)"
-          R"("can_id_tx_func":2016,"can_id_tx_phys":2016,"can_id_rx":2024})");
+    Write("one.jsonl", kOneRequest);
     ExpectOutcome("replay one.jsonl --check", 0,
                   "one.jsonl: requests: 1, raw frames: 0, telemetry reports: 0, lines: 1\n"
                   "  line 1      7E0 to 7E8: 3E00, no packet came back\n");
@@ -199,6 +221,14 @@ TEST_F(Program, StrictExitsWithThreeAfterAProtocolViolation) {
     EXPECT_EQ(strict.code, 3);
     EXPECT_EQ(strict.output, "brennix-sim: dongle 0: violation: 1 bytes before SYNC: 78\n");
     EXPECT_EQ(Run("--vehicle $CAR --link dongle" + command).code, 0);
+}
+
+TEST_F(Program, StrictExitsWithThreeAlsoIfTheCommandFails) {
+    const std::string command =
+        " -- bash -c 'exec 3<>dongle; printf "
+        "\"xCNYS\\\\010\\\\000\\\\000\\\\000\" >&3; head -c 8 <&3 >rest; exit 42'";
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle --strict" + command).code, 3);
+    EXPECT_EQ(Run("--vehicle $CAR --link dongle" + command).code, 42);
 }
 
 TEST_F(Program, RecordsTheTrafficInAFile) {

@@ -30,9 +30,10 @@ void DescribeVehicles(const brennix::Options& options) {
 }
 
 void DescribeTraces(const brennix::Options& options) {
-    for (const std::string& path : options.traces) {
-        const brennix::Recording recording = brennix::LoadRecording(path, options.replay);
-        std::printf("%s: %s\n", path.c_str(), recording.Summary().c_str());
+    if (options.traces.empty()) return;
+    for (const brennix::Recording& recording :
+         brennix::LoadRecordings(options.traces, options.replay)) {
+        std::printf("%s: %s\n", recording.path.c_str(), recording.Summary().c_str());
         for (const brennix::RecordedExchange& exchange : recording.exchanges) {
             std::printf("  line %-6zu %s\n", exchange.line, exchange.Describe().c_str());
         }

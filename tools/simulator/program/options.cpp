@@ -45,7 +45,8 @@ The command gets BRENNIX_SIM_CONTROL (address of the control channel), BRENNIX_S
 the ports, separated by commas) and, with --scratch, BRENNIX_SIM_SCRATCH.
 
 Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
-3: with --strict, the host broke the protocol or sent a request that the replayed trace lacks.
+3: with --strict, the host broke the protocol or sent a request that the replayed trace lacks,
+whatever the command's own is.
 )";
 
 void CheckPortNames(const Options& options) {

@@ -82,9 +82,9 @@ void SimulatorRun::AddDongles() {
 std::shared_ptr<const Recording> SimulatorRun::LoadTraces() const {
     if (options_.traces.empty()) return nullptr;
     auto all = std::make_shared<Recording>();
-    for (const std::string& path : options_.traces) {
-        Recording recording = LoadRecording(path, options_.replay);
-        std::fprintf(stderr, "brennix-sim: %s: %s\n", path.c_str(), recording.Summary().c_str());
+    for (Recording& recording : LoadRecordings(options_.traces, options_.replay)) {
+        std::fprintf(stderr, "brennix-sim: %s: %s\n", recording.path.c_str(),
+                     recording.Summary().c_str());
         all->Append(std::move(recording));
     }
     return all;
@@ -209,8 +209,8 @@ int SimulatorRun::Run() {
     if (!options_.unplugged) PlugAll();
     Announce();
     const int code = program_.Run(options_.command, CommandEnvironment());
-    if (code != 0) return code;
-    return options_.strict && simulator_.Violations() != 0 ? kViolationExitCode : 0;
+    // A command that fails because of a violation would hide it.
+    return options_.strict && simulator_.Violations() != 0 ? kViolationExitCode : code;
 }
 
 }  // namespace brennix

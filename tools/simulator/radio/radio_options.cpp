@@ -25,7 +25,7 @@ The command gets BRENNIX_RADIO (number of the radio's port on 127.0.0.1) and BRE
 (address of the control channel).
 
 Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
-3: with --strict, a computer broke the rules.
+3: with --strict, a computer broke the rules and the command has succeeded.
 )";
 
 }  // namespace

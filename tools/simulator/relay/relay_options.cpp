@@ -53,7 +53,7 @@ websocketAddress and proxyAddress), BRENNIX_RELAY_PUBLIC_KEY (serverPublicKey) a
 BRENNIX_RELAY_CERTIFICATE (file of the certificate for wss).
 
 Exit codes: the command's own, or 0 without a command. 1: invalid options, vehicle file or set-up.
-3: with --strict, a client broke the protocol.
+3: with --strict, a client broke the protocol, whatever the command's own is.
 )";
 
 std::string DefaultFolder() {

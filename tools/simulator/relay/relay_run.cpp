@@ -188,8 +188,8 @@ int RelayRun::Run() {
     Announce();
     const int code = program_.Run(options_.command, Places());
     if (shows_counts_) std::printf("\n");
-    if (code != 0) return code;
-    return options_.strict && relay_->Violations() != 0 ? kViolationExitCode : 0;
+    // A command that fails because of a violation would hide it.
+    return options_.strict && relay_->Violations() != 0 ? kViolationExitCode : code;
 }
 
 void PrintKeys(const RelayOptions& options) {

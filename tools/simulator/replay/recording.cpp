@@ -1,6 +1,7 @@
 #include "replay/recording.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -395,14 +396,29 @@ Recording MakeRecording(const TraceText& trace, const RecordingOptions& options)
     return recording;
 }
 
-Recording LoadRecording(const std::string& path, const RecordingOptions& options) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw std::runtime_error(path + ": cannot be read");
-    Recording recording = MakeRecording(ReadTrace(&file), options);
-    if (recording.IsEmpty()) {
-        throw std::runtime_error(path + ": nothing to play, " + recording.Summary());
+std::vector<Recording> LoadRecordings(const std::vector<std::string>& paths,
+                                      const RecordingOptions& options) {
+    std::vector<Recording> recordings;
+    std::vector<std::string> empty;
+    for (const std::string& path : paths) {
+        std::ifstream file(path, std::ios::binary);
+        if (!file) throw std::runtime_error(path + ": cannot be read");
+        Recording recording = MakeRecording(ReadTrace(&file), options);
+        recording.path = path;
+        if (recording.IsEmpty()) {
+            empty.push_back(path + ": nothing to play, " + recording.Summary());
+        } else {
+            recordings.push_back(std::move(recording));
+        }
     }
-    return recording;
+    if (recordings.empty() && empty.size() == 1) throw std::runtime_error(empty.front());
+    if (recordings.empty()) {
+        throw std::runtime_error("nothing to play in any of the " + std::to_string(empty.size()) +
+                                 " traces");
+    }
+    for (const std::string& text : empty)
+        std::fprintf(stderr, "brennix-sim: skipped: %s\n", text.c_str());
+    return recordings;
 }
 
 RecordingPlayer::RecordingPlayer(const Recording* recording) {

@@ -47,6 +47,7 @@ struct RecordedExchange {
 };
 
 struct Recording {
+    std::string path;
     std::vector<RecordedExchange> exchanges;  // in the order of the trace
     std::vector<TimedFrame> frames;
     std::vector<TimelineEvent> telemetry;
@@ -70,8 +71,10 @@ struct RecordingOptions {
 };
 
 Recording MakeRecording(const TraceText& trace, const RecordingOptions& options);
-// Throws std::runtime_error if the file cannot be read or has nothing to play.
-Recording LoadRecording(const std::string& path, const RecordingOptions& options);
+// Of files that have nothing to play, only says on standard error that they are skipped. Throws
+// std::runtime_error if a file cannot be read, or if none has anything to play.
+std::vector<Recording> LoadRecordings(const std::vector<std::string>& paths,
+                                      const RecordingOptions& options);
 
 // Gives each request its answers in recorded order; the last one repeats.
 class RecordingPlayer {
