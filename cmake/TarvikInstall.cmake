@@ -98,8 +98,11 @@ install(FILES "${CMAKE_BINARY_DIR}/install/tarvik-dpdu.pc"
 install(TARGETS dpdu RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
 install(FILES "${PROJECT_SOURCE_DIR}/docs/scripts.md"
     DESTINATION "${documents_dir}" COMPONENT tools)
-if(NOT WIN32)
-    set(client "${PROJECT_SOURCE_DIR}/tools/dpdu")
+set(client "${PROJECT_SOURCE_DIR}/tools/dpdu")
+if(WIN32)
+    install(FILES "${client}/completion/dpdu_completion.ps1"
+        DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
+else()
     install(FILES "${client}/dpdu.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT tools)
     install(FILES "${client}/completion/dpdu.bash"
         DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
+#include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -80,7 +83,7 @@ std::string RunProgram(const std::string& program, const std::vector<std::string
 std::vector<std::string> CompleteInBash(const std::string& line) {
     const std::string script = "source '" CLIENT_FOLDER
                                "/completion/dpdu.bash'\n"
-                               "COMP_WORDS=(dpdu " +
+                               "COMP_WORDS=('" DPDU_PROGRAM "' " +
                                line +
                                " '')\n"
                                "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
@@ -138,6 +141,61 @@ TEST(DpduCompletion, ScriptsInTheRepositoryMatchTheCommands) {
         << advice;
     EXPECT_EQ(ReadWholeFile(CLIENT_FOLDER "/completion/_dpdu"), dpdu::ZshCompletion(commands))
         << advice;
+    EXPECT_EQ(ReadWholeFile(CLIENT_FOLDER "/completion/dpdu_completion.ps1"),
+              dpdu::PowerShellCompletion(commands))
+        << advice;
+}
+
+// The texts of a line "    'KEY' = @('ONE', 'TWO')" of the script for PowerShell.
+std::vector<std::string> ListOfPowerShell(const std::string& script, const std::string& key) {
+    const std::string head = "    '" + key + "' = @(";
+    const std::size_t begin = script.find("\n" + head);
+    if (begin == std::string::npos) return {};
+    const std::size_t first = begin + 1 + head.size();
+    std::string list = script.substr(first, script.find(")\n", first) - first);
+    std::erase(list, '\'');
+    std::replace(list.begin(), list.end(), ',', ' ');
+    return WordsOf(list);
+}
+
+// There is no PowerShell to run it.
+TEST(DpduCompletion, PowerShellScriptHasTheCommandsAndOptionsOfTheHelp) {
+    const std::string script = dpdu::PowerShellCompletion(dpdu::DescribeCommands());
+    for (const auto& [command, help] : AllHelp()) {
+        const std::vector<std::string> words = ListOfPowerShell(script, command);
+        EXPECT_EQ(Starting(words, true), help.options) << command;
+        if (help.commands.empty()) continue;
+        EXPECT_EQ(Starting(words, false), help.commands) << command;
+    }
+    EXPECT_EQ(ListOfPowerShell(script, "trace export --format"),
+              (std::vector<std::string>{"candump", "asc", "chrome"}));
+    for (const char* pair : {"()", "{}", "[]"}) {
+        EXPECT_EQ(std::count(script.begin(), script.end(), pair[0]),
+                  std::count(script.begin(), script.end(), pair[1]))
+            << pair;
+    }
+}
+
+TEST(DpduCompletion, ComParamsAreOfferedByName) {
+    EXPECT_TRUE(Starting(CompleteInBash("comparam get"), false).contains("CP_P2Max"));
+    EXPECT_TRUE(Starting(CompleteInBash("comparam set"), false).contains("CP_P2Max="));
+    EXPECT_TRUE(Starting(CompleteInBash("request 3E00 --param"), false).contains("CP_P2Max="));
+    EXPECT_TRUE(CompleteInBash("request 3E00 --param CP_P2Max =").empty());
+}
+
+TEST(DpduCompletion, LibrariesOfTheRootFileAreOffered) {
+    const std::string root = TemporaryPath("completion_root.xml");
+    std::ofstream(root) << "<MVCI_PDU_API_ROOT><MVCI_PDU_API><SHORT_NAME>One_1</SHORT_NAME>"
+                           "<SUPPLIER_NAME>Two words</SUPPLIER_NAME></MVCI_PDU_API>"
+                           "<MVCI_PDU_API><SHORT_NAME>Other</SHORT_NAME></MVCI_PDU_API>"
+                           "</MVCI_PDU_API_ROOT>";
+    for (const char* line : {" vin --vendor", " root check"}) {
+        EXPECT_EQ(Starting(CompleteInBash("--root '" + root + "'" + line), false),
+                  (Names{"One_1", "Other"}))
+            << line;
+    }
+    std::filesystem::remove(root);
+    EXPECT_TRUE(CompleteInBash("--root '" + root + "' vin --vendor").empty());
 }
 
 TEST(DpduCompletion, BashOffersExactlyTheCommandsAndOptionsOfTheHelp) {

@@ -1,8 +1,10 @@
 #include "completion/scripts.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <set>
 
+#include "params/com_param_names.h"
 #include "pdu/io_control.h"
 
 namespace dpdu {
@@ -30,6 +32,49 @@ std::vector<std::string> PositionalChoices(const CommandDescription& command,
         if (control.short_name) names.emplace_back(control.short_name);
     }
     return names;
+}
+
+// Values that are not in the description of an option.
+enum class Source : std::uint8_t { kNone, kComParams, kAssignments, kLibraries };
+
+Source SourceOf(const CommandDescription& command, const OptionDescription& option) {
+    const std::string& name = option.names.front();
+    if (name == "--vendor" || (command.name == "root check" && name == "library")) {
+        return Source::kLibraries;
+    }
+    if (name == "--param" || (command.name == "comparam set" && option.is_positional)) {
+        return Source::kAssignments;
+    }
+    const bool is_comparam = command.name == "comparam get" && option.is_positional;
+    return is_comparam ? Source::kComParams : Source::kNone;
+}
+
+// The word for it in the scripts.
+const char* TextOf(Source source) {
+    switch (source) {
+        case Source::kNone:
+            break;
+        case Source::kComParams:
+            return "comparams";
+        case Source::kAssignments:
+            return "assignments";
+        case Source::kLibraries:
+            return "libraries";
+    }
+    return "";
+}
+
+Source SourceOfPositionals(const CommandDescription& command) {
+    for (const OptionDescription& option : command.options) {
+        const Source source = option.is_positional ? SourceOf(command, option) : Source::kNone;
+        if (source != Source::kNone) return source;
+    }
+    return Source::kNone;
+}
+
+std::string ComParamNames(const std::string& separator) {
+    const auto names = KnownComParamNames();
+    return Joined({names.begin(), names.end()}, separator);
 }
 
 std::string Identifier(const std::string& command) {
@@ -95,6 +140,9 @@ std::string WordCases(const std::vector<CommandDescription>& commands) {
         cases += "        '" + command.name + "')\n            words='" +
                  Joined(Words(command), " ") + "'\n";
         if (HasFileArgument(command)) cases += "            files=1\n";
+        if (const Source source = SourceOfPositionals(command); source != Source::kNone) {
+            cases += std::string("            source=") + TextOf(source) + "\n";
+        }
         cases += "            ;;\n";
     }
     return cases;
@@ -127,7 +175,11 @@ std::string Quoted(const std::string& text) {
     return quoted;
 }
 
-std::string Action(const OptionDescription& option, const std::vector<std::string>& choices) {
+std::string Action(const CommandDescription& command, const OptionDescription& option,
+                   const std::vector<std::string>& choices) {
+    if (const Source source = SourceOf(command, option); source != Source::kNone) {
+        return std::string("_dpdu_of_") + TextOf(source);
+    }
     if (!choices.empty()) return "(" + Joined(choices, " ") + ")";
     return option.is_file ? "_files" : " ";
 }
@@ -139,13 +191,13 @@ std::string ArgumentSpecs(const CommandDescription& command) {
         if (option.is_positional) {
             const std::string place = option.takes_rest ? "*" : std::to_string(++position);
             specs += " \\\n        '" + place + ":" + Quoted(option.names.front()) + ":" +
-                     Action(option, PositionalChoices(command, option)) + "'";
+                     Action(command, option, PositionalChoices(command, option)) + "'";
             continue;
         }
         for (const std::string& name : option.names) {
             specs += " \\\n        '*" + name + "[" + Quoted(option.description) + "]";
             if (TakesValue(option)) {
-                specs += ":" + Quoted(option.value) + ":" + Action(option, option.choices);
+                specs += ":" + Quoted(option.value) + ":" + Action(command, option, option.choices);
             }
             specs += "'";
         }
@@ -186,24 +238,106 @@ std::string ZshCommand(const CommandDescription& command) {
     return Identifier(command.name) + "() {\n    _arguments" + ArgumentSpecs(command) + "\n}\n";
 }
 
+// -------------------------------------------------------------------------------------------
+// PowerShell
+// -------------------------------------------------------------------------------------------
+
+// "'one', 'two'"
+std::string PowerShellList(const std::vector<std::string>& texts) {
+    return texts.empty() ? "" : "'" + Joined(texts, "', '") + "'";
+}
+
+// An entry of a table of lists.
+std::string PowerShellRow(const std::string& key, const std::vector<std::string>& texts) {
+    return "    '" + key + "' = @(" + PowerShellList(texts) + ")\n";
+}
+
+std::string PowerShellWords(const std::vector<CommandDescription>& commands) {
+    std::string rows;
+    for (const CommandDescription& command : commands)
+        rows += PowerShellRow(command.name, Words(command));
+    return rows;
+}
+
+std::string PowerShellChoices(const std::vector<CommandDescription>& commands) {
+    std::string rows;
+    for (const CommandDescription& command : commands) {
+        for (const OptionDescription& option : command.options) {
+            if (!TakesValue(option) || option.choices.empty()) continue;
+            rows += PowerShellRow(command.name + " " + option.names.front(), option.choices);
+        }
+    }
+    return rows;
+}
+
+std::string PowerShellSources(const std::vector<CommandDescription>& commands) {
+    std::set<std::string> rows;
+    for (const CommandDescription& command : commands) {
+        for (const OptionDescription& option : command.options) {
+            const Source source = SourceOf(command, option);
+            if (source == Source::kNone) continue;
+            const std::string& key = option.is_positional ? command.name : option.names.front();
+            rows.insert("    '" + key + "' = '" + TextOf(source) + "'\n");
+        }
+    }
+    return Joined({rows.begin(), rows.end()}, "");
+}
+
+std::vector<std::string> OptionsWithValue(const std::vector<CommandDescription>& commands) {
+    std::set<std::string> names;
+    for (const CommandDescription& command : commands) {
+        for (const OptionDescription& option : command.options) {
+            if (TakesValue(option)) names.insert(option.names.begin(), option.names.end());
+        }
+    }
+    return {names.begin(), names.end()};
+}
+
 }  // namespace
 
 std::string BashCompletion(const std::vector<CommandDescription>& commands) {
     const std::string with_value = Pattern(commands, [](const OptionDescription&) { return true; });
     const std::string with_file =
         Pattern(commands, [](const OptionDescription& option) { return option.is_file; });
+    const std::string with_library = Pattern(commands, [](const OptionDescription& option) {
+        return SourceOf({}, option) == Source::kLibraries;
+    });
+    const std::string with_assignment = Pattern(commands, [](const OptionDescription& option) {
+        return SourceOf({}, option) == Source::kAssignments;
+    });
     return "# bash completion for dpdu\n" + std::string(kOrigin) + R"(
+_dpdu_comparams=')" +
+           ComParamNames(" ") +
+           R"sh('
+
+# Adds words of this kind.
+_dpdu_add_source() {
+    local name
+    case $1 in
+        comparams) words+=" $_dpdu_comparams" ;;
+        assignments)
+            compopt -o nospace 2>/dev/null
+            for name in $_dpdu_comparams; do words+=" $name="; done
+            ;;
+        libraries)
+            words+=" $("${COMP_WORDS[0]}" root list "${root[@]}" 2>/dev/null | sed -n '/^[^ ]*$/p')"
+            ;;
+    esac
+}
+
 # Sets the caller's variables to what may follow a command.
 _dpdu_words() {
     case $1 in
-)" + WordCases(commands) +
+)sh" + WordCases(commands) +
            R"(    esac
 }
 
 _dpdu() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local command='' next words='' files='' i
+    local command='' next words='' files='' source='' root=() i
+    [[ $current == = || $previous == = ]] && return # the value of a ComParam
     for ((i = 1; i < COMP_CWORD; i++)); do
+        [[ ${COMP_WORDS[i]} == --root ]] && root=(--root "${COMP_WORDS[i + 1]}")
         case ${COMP_WORDS[i]} in
             )" +
            with_value +
@@ -225,6 +359,12 @@ _dpdu() {
            with_file +
            R"( files=1 ;;
         )" +
+           with_library +
+           R"( source=libraries ;;
+        )" +
+           with_assignment +
+           R"( source=assignments ;;
+        )" +
            with_value +
            R"(
             case "$command $previous" in
@@ -233,6 +373,7 @@ _dpdu() {
             ;;
         *) _dpdu_words "$command" ;;
     esac
+    _dpdu_add_source "$source"
     COMPREPLY=($(compgen -W "$words" -- "$current"))
     if [[ $files && $current != -* ]]; then
         compopt -o filenames 2>/dev/null
@@ -244,8 +385,69 @@ complete -F _dpdu dpdu
 )";
 }
 
+// Where it offers nothing, PowerShell offers files.
+std::string PowerShellCompletion(const std::vector<CommandDescription>& commands) {
+    const auto names = KnownComParamNames();
+    return "# PowerShell completion for dpdu. In $PROFILE: . \"FOLDER\\dpdu_completion.ps1\"\n" +
+           std::string(kOrigin) + "\n$script:DpduWords = @{\n" + PowerShellWords(commands) +
+           "}\n\n$script:DpduChoices = @{\n" + PowerShellChoices(commands) +
+           "}\n\n$script:DpduSources = @{\n" + PowerShellSources(commands) +
+           "}\n\n$script:DpduWithValue = @(" + PowerShellList(OptionsWithValue(commands)) +
+           ")\n\n$script:DpduComParams = @(" + PowerShellList({names.begin(), names.end()}) +
+           R"ps()
+
+Register-ArgumentCompleter -Native -CommandName dpdu, dpdu.exe -ScriptBlock {
+    param($wordToComplete, $commandAst, $cursorPosition)
+
+    $elements = @($commandAst.CommandElements |
+        Where-Object { $_.Extent.EndOffset -lt $cursorPosition } |
+        ForEach-Object { $_.ToString() })
+    $program = $elements[0]
+    $command = ''
+    $root = @()
+    for ($i = 1; $i -lt $elements.Count; $i++) {
+        if ($script:DpduWithValue -ccontains $elements[$i]) {
+            if ($elements[$i] -ceq '--root') { $root = '--root', $elements[$i + 1] }
+            $i++ # the next word is its value
+            continue
+        }
+        $next = "$command $($elements[$i])".Trim()
+        if ($script:DpduWords.ContainsKey($next)) { $command = $next }
+    }
+
+    $previous = $elements[-1]
+    if ($elements.Count -gt 1 -and $script:DpduWithValue -ccontains $previous) {
+        $words = @($script:DpduChoices["$command $previous"])
+        $source = $script:DpduSources[$previous]
+    } else {
+        $words = @($script:DpduWords[$command])
+        $source = $script:DpduSources[$command]
+    }
+    switch ($source) {
+        'comparams' { $words += $script:DpduComParams }
+        'assignments' { $words += $script:DpduComParams | ForEach-Object { "$_=" } }
+        'libraries' { $words += & $program root list @root 2>$null | Where-Object { $_ -notmatch '\s' } }
+    }
+    $words | Where-Object { $_ -and $_ -like "$wordToComplete*" } | ForEach-Object {
+        [System.Management.Automation.CompletionResult]::new($_, $_, 'ParameterValue', $_)
+    }
+}
+)ps";
+}
+
 std::string ZshCompletion(const std::vector<CommandDescription>& commands) {
-    std::string text = "#compdef dpdu\n# zsh completion for dpdu\n" + std::string(kOrigin);
+    std::string text = "#compdef dpdu\n# zsh completion for dpdu\n" + std::string(kOrigin) +
+                       "\n_dpdu_of_comparams() {\n    compadd -- " + ComParamNames(" ") +
+                       "\n}\n\n_dpdu_of_assignments() {\n    compadd -S '' -- " +
+                       ComParamNames("= ") + R"sh(=
+}
+
+_dpdu_of_libraries() {
+    local -a names=(${(f)"$(_call_program libraries dpdu root list \
+        ${opt_args[--root]:+--root $opt_args[--root]} 2>/dev/null)"})
+    compadd -- ${names:#*[[:space:]]*}
+}
+)sh";
     for (const CommandDescription& command : commands) {
         text +=
             "\n" + (command.commands.empty() ? ZshCommand(command) : ZshGroup(commands, command));

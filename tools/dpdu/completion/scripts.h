@@ -11,6 +11,7 @@
 namespace dpdu {
 
 std::string BashCompletion(const std::vector<CommandDescription>& commands);
+std::string PowerShellCompletion(const std::vector<CommandDescription>& commands);
 std::string ZshCompletion(const std::vector<CommandDescription>& commands);
 
 }  // namespace dpdu
