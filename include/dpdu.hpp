@@ -201,6 +201,53 @@ inline const char* StatusName(T_PDU_ERROR status) {
     return nullptr;
 }
 
+/// Name of a code of an error item, "PDU_ERR_EVT_RX_TIMEOUT"; null if the standard has none.
+inline const char* ErrorEventName(T_PDU_ERR_EVT code) {
+    struct Row {
+        T_PDU_ERR_EVT value;
+        const char* name;
+    };
+#define DPDU_ROW_(constant) \
+    Row { constant, #constant }
+    static constexpr Row kRows[] = {
+        DPDU_ROW_(PDU_ERR_EVT_NOERROR),          DPDU_ROW_(PDU_ERR_EVT_FRAME_STRUCT),
+        DPDU_ROW_(PDU_ERR_EVT_TX_ERROR),         DPDU_ROW_(PDU_ERR_EVT_TESTER_PRESENT_ERROR),
+        DPDU_ROW_(PDU_ERR_EVT_RSC_LOCKED),       DPDU_ROW_(PDU_ERR_EVT_RX_TIMEOUT),
+        DPDU_ROW_(PDU_ERR_EVT_RX_ERROR),         DPDU_ROW_(PDU_ERR_EVT_PROT_ERR),
+        DPDU_ROW_(PDU_ERR_EVT_LOST_COMM_TO_VCI), DPDU_ROW_(PDU_ERR_EVT_VCI_HARDWARE_FAULT),
+        DPDU_ROW_(PDU_ERR_EVT_INIT_ERROR),
+    };
+#undef DPDU_ROW_
+    for (const Row& row : kRows) {
+        if (row.value == code) return row.name;
+    }
+    return nullptr;
+}
+
+/// Name of a state of a ComPrimitive, link or module, "PDU_CLLST_ONLINE"; null if the standard has
+/// none.
+inline const char* StateName(T_PDU_STATUS state) {
+    struct Row {
+        T_PDU_STATUS value;
+        const char* name;
+    };
+#define DPDU_ROW_(constant) \
+    Row { constant, #constant }
+    static constexpr Row kRows[] = {
+        DPDU_ROW_(PDU_COPST_IDLE),      DPDU_ROW_(PDU_COPST_EXECUTING),
+        DPDU_ROW_(PDU_COPST_FINISHED),  DPDU_ROW_(PDU_COPST_CANCELLED),
+        DPDU_ROW_(PDU_COPST_WAITING),   DPDU_ROW_(PDU_CLLST_OFFLINE),
+        DPDU_ROW_(PDU_CLLST_ONLINE),    DPDU_ROW_(PDU_CLLST_COMM_STARTED),
+        DPDU_ROW_(PDU_MODST_READY),     DPDU_ROW_(PDU_MODST_NOT_READY),
+        DPDU_ROW_(PDU_MODST_NOT_AVAIL), DPDU_ROW_(PDU_MODST_AVAIL),
+    };
+#undef DPDU_ROW_
+    for (const Row& row : kRows) {
+        if (row.value == state) return row.name;
+    }
+    return nullptr;
+}
+
 enum class ErrorKind {
     kNoLibrary,   ///< the library cannot be loaded, lacks a function or is not in the root file
     kNoModule,    ///< no module, or none that matches; or several to choose from

@@ -329,12 +329,14 @@ TEST(Uds, VinIsShownWithoutPaddingAndWithDotsForUnprintableCharacters) {
     EXPECT_FALSE(IsWellFormedVin("testv1n0000000001"));
 }
 
-TEST(StatusTexts, UnknownNumbersAreShownAsNumbers) {
+TEST(StatusTexts, KnownNumbersHaveNamesAndUnknownOnesAreShownAsNumbers) {
     EXPECT_EQ(StatusText(PDU_ERR_INVALID_HANDLE), "PDU_ERR_INVALID_HANDLE (0x60)");
     EXPECT_EQ(StatusText(PDU_ERR_TLS_CIPHER_NOT_SUPPORTED),
               "PDU_ERR_TLS_CIPHER_NOT_SUPPORTED (0xC3)");
     EXPECT_EQ(StatusText(0xEE), "status 0xEE");
     EXPECT_EQ(ErrorEventText(0x1FF), "error event 0x1FF");
+    EXPECT_EQ(ErrorEventText(PDU_ERR_EVT_RX_TIMEOUT),
+              "no answer, or none that was expected (PDU_ERR_EVT_RX_TIMEOUT)");
     EXPECT_EQ(StateText(PDU_MODST_AVAIL), "PDU_MODST_AVAIL");
     EXPECT_EQ(StateText(1), "state 0x01");
 }
