@@ -36,6 +36,7 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -76,6 +77,9 @@ __declspec(dllimport) unsigned long __stdcall GetFullPathNameW(const wchar_t*, u
 __declspec(dllimport) HINSTANCE__* __stdcall LoadLibraryExW(const wchar_t*, void*, unsigned long);
 __declspec(dllimport) long long(__stdcall* __stdcall GetProcAddress(HINSTANCE__*, const char*))();
 __declspec(dllimport) unsigned long __stdcall GetLastError();
+__declspec(dllimport) unsigned long __stdcall FormatMessageW(unsigned long, const void*,
+                                                             unsigned long, unsigned long, wchar_t*,
+                                                             unsigned long, va_list*);
 __declspec(dllimport) long __stdcall RegGetValueW(HKEY__*, const wchar_t*, const wchar_t*,
                                                   unsigned long, unsigned long*, void*,
                                                   unsigned long*);
@@ -490,6 +494,17 @@ inline std::string Narrow(const std::wstring& text) {
     return narrow;
 }
 
+inline std::string LastErrorText() {
+    constexpr unsigned long kFromSystemWithoutInserts = 0x1200;
+    const unsigned long code = ::GetLastError();
+    std::array<wchar_t, 512> text{};
+    unsigned long length = ::FormatMessageW(kFromSystemWithoutInserts, nullptr, code, 0,
+                                            text.data(), text.size(), nullptr);
+    while (length > 0 && text[length - 1] <= L' ')
+        --length;
+    return Narrow({text.data(), length}) + " (error " + std::to_string(code) + ")";
+}
+
 inline void* LoadSharedLibrary(const std::string& path, std::string* reason) {
     constexpr unsigned long kWithAlteredSearchPath = 8;
     constexpr unsigned long kRoom = 4096;
@@ -500,7 +515,7 @@ inline void* LoadSharedLibrary(const std::string& path, std::string* reason) {
     // With the altered search path a vendor's library finds the libraries beside it.
     HINSTANCE__* const library = ::LoadLibraryExW(is_full ? full.data() : wide.c_str(), nullptr,
                                                   is_full ? kWithAlteredSearchPath : 0);
-    if (!library) *reason = "error " + std::to_string(::GetLastError());
+    if (!library) *reason = LastErrorText();
     return library;
 }
 
@@ -527,6 +542,8 @@ inline void* LoadSharedLibrary(const std::string& path, std::string* reason) {
     if (!library) {
         const char* text = ::dlerror();
         *reason = text ? text : "unknown reason";
+        const std::string head = path + ": ";  // which callers name themselves
+        if (reason->compare(0, head.size(), head) == 0) reason->erase(0, head.size());
     }
     return library;
 }
@@ -814,6 +831,38 @@ struct ConnectedModule {
 using ModulePtr = std::shared_ptr<ConnectedModule>;
 
 }  // namespace detail
+
+/// A loaded file with the functions of a library. It stays loaded until the process ends: threads
+/// of it may still end after PDUDestruct. Library::At uses it; by itself it is for programs that
+/// look at a library before they construct it, or that are content without some functions.
+class LibraryFile {
+public:
+    explicit LibraryFile(const std::string& path)
+        : handle_(detail::LoadSharedLibrary(path, &reason_)) {
+        if (!handle_) return;
+#define DPDU_FIND_(name)                                                              \
+    functions_.name =                                                                 \
+        reinterpret_cast<PDU##name##_Fn>(detail::FindFunction(handle_, "PDU" #name)); \
+    if (!functions_.name) missing_.push_back("PDU" #name);
+        DPDU_FUNCTIONS_(DPDU_FIND_)
+#undef DPDU_FIND_
+    }
+
+    /// True if the file is loaded.
+    explicit operator bool() const { return handle_ != nullptr; }
+    /// Why it is not, in the system's words.
+    const std::string& Reason() const { return reason_; }
+    /// Null where the file lacks one.
+    const Functions& F() const { return functions_; }
+    /// Names of the functions that a loaded file lacks.
+    const std::vector<std::string>& Missing() const { return missing_; }
+
+private:
+    std::string reason_;
+    void* handle_;
+    Functions functions_;
+    std::vector<std::string> missing_;
+};
 
 // ---------------------------------------------------------------------------------------------
 // Events and responses
@@ -1860,18 +1909,15 @@ public:
     /// Loads the library at a path and constructs it with the option string. It is never unloaded:
     /// threads of it may still end after PDUDestruct.
     static Library At(const std::string& path, const std::string& options = "") {
-        std::string reason;
-        void* const handle = detail::LoadSharedLibrary(path, &reason);
-        if (!handle) throw Error(ErrorKind::kNoLibrary, "cannot load '" + path + "': " + reason);
-        Functions functions;
-#define DPDU_FIND_(name)                                                                          \
-    functions.name = reinterpret_cast<PDU##name##_Fn>(detail::FindFunction(handle, "PDU" #name)); \
-    if (!functions.name) {                                                                        \
-        throw Error(ErrorKind::kNoLibrary, "'" + path + "' has no function PDU" #name);           \
-    }
-        DPDU_FUNCTIONS_(DPDU_FIND_)
-#undef DPDU_FIND_
-        return With(functions, options);
+        const LibraryFile file(path);
+        if (!file) {
+            throw Error(ErrorKind::kNoLibrary, "cannot load '" + path + "': " + file.Reason());
+        }
+        if (!file.Missing().empty()) {
+            throw Error(ErrorKind::kNoLibrary,
+                        "'" + path + "' has no function " + file.Missing().front());
+        }
+        return With(file.F(), options);
     }
     /// Loads the library with this SHORT_NAME in the root file.
     static Library Named(const std::string& name, const std::string& options = "",

@@ -323,6 +323,16 @@ TEST_F(OtherVendor, MovedLinkTakesOverAndTheAssignedOneEnds) {
 
 TEST_F(OtherVendor, MissingAndIncompleteLibrariesSayWhatIsWrong) {
     EXPECT_EQ(KindOfError([] { pdu::Library::At("/nowhere/to_be_found"); }), ErrorKind::kNoLibrary);
+    const pdu::LibraryFile missing("/nowhere/to_be_found");
+    EXPECT_FALSE(missing);
+    EXPECT_FALSE(missing.Reason().empty());
+    EXPECT_EQ(missing.Reason().find("to_be_found"), std::string::npos) << missing.Reason();
+    const pdu::LibraryFile incomplete(INCOMPLETE_LIBRARY);
+    EXPECT_TRUE(incomplete);
+    EXPECT_EQ(incomplete.Missing().size(), 27u);
+    EXPECT_EQ(incomplete.Missing().front(), "PDUIoCtl");
+    EXPECT_EQ(incomplete.F().IoCtl, nullptr);
+    EXPECT_NE(incomplete.F().Construct, nullptr);
     try {
         pdu::Library::At(INCOMPLETE_LIBRARY);
         FAIL();

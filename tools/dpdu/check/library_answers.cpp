@@ -18,7 +18,7 @@
 #include "links/bare_link.h"
 #include "params/known_objects.h"
 #include "pdu/item.h"
-#include "pdu/library_loader.h"
+#include "pdu/library_path.h"
 #include "pdu/modules.h"
 #include "pdu/session.h"
 #include "pdu/status_text.h"
@@ -79,11 +79,10 @@ public:
 
     void Run() {
         Call("while it was loaded");
-        const LoadedLibrary library = LoadSharedLibrary(questions_.path);
-        if (!library.handle) return Say({{"loadError", library.error}});
-        const std::vector<std::string> missing = MissingPduFunctions(library.handle);
-        if (!missing.empty()) return Say({{"missing", missing}});
-        functions_ = LoadPduFunctions(questions_.path);
+        const pdu::LibraryFile library(PathToLoad(questions_.path));
+        if (!library) return Say({{"loadError", library.Reason()}});
+        if (!library.Missing().empty()) return Say({{"missing", library.Missing()}});
+        functions_ = library.F();
         Call("in PDUConstruct");
         try {
             Session session(functions_, "");
@@ -202,7 +201,7 @@ private:
 
     LibraryQuestions questions_;
     Output* answers_;
-    PduFunctions functions_{};
+    pdu::Functions functions_;
     std::vector<UNUM32> waiting_;            // ComParams whose kind is not known yet
     std::map<UNUM32, T_PDU_ERROR> refused_;  // with the last status
 };

@@ -14,7 +14,7 @@
 #include "console/output.h"
 #include "links/link.h"
 #include "pdu/functions.h"
-#include "pdu/library_loader.h"
+#include "pdu/library_path.h"
 #include "raw/can_frame.h"
 #include "raw/raw_link.h"
 #include "scan/scan.h"
@@ -38,7 +38,7 @@ struct CommonOptions {
     // Throws Failure if no library is installed under the name of --vendor.
     std::string LibraryPath() const;
     // Throws Failure also if the library cannot be loaded.
-    PduFunctions LoadFunctions() const { return LoadPduFunctions(LibraryPath()); }
+    pdu::Functions LoadFunctions() const { return LoadPduFunctions(LibraryPath()); }
     std::chrono::milliseconds Wait() const {
         return std::chrono::milliseconds(static_cast<std::int64_t>(wait_seconds * 1000));
     }

@@ -114,7 +114,7 @@ private:
 class Observation {
 public:
     Observation(const CommonOptions& common, const MonitorOptions& options,
-                const PduFunctions& functions, Journal* journal)
+                const pdu::Functions& functions, Journal* journal)
         : common_(common),
           options_(options),
           journal_(journal),
@@ -226,7 +226,7 @@ private:
 // observation starts with one.
 ExitCode RunMonitor(const CommonOptions& common, const MonitorOptions& options, Output* output) {
     Journal journal(options, common.is_verbose, output);  // before the library is loaded
-    const PduFunctions functions = common.LoadFunctions();
+    const pdu::Functions functions = common.LoadFunctions();
     for (bool is_first = true; journal.GoesOn(); is_first = false) {
         if (!is_first) journal.Note("monitor", "monitor", "starting the library again");
         Observation(common, options, functions, &journal).Run();

@@ -51,7 +51,7 @@ BareLink::BareLink(const ConnectedModule& module, const LinkResource& resource)
 }
 
 BareLink::~BareLink() {
-    const PduFunctions& functions = session_->Functions();
+    const pdu::Functions& functions = session_->Functions();
     if (is_connected_) functions.Disconnect(handles_.module, handles_.link);
     functions.RegisterEventCallback(handles_.module, handles_.link, nullptr);
     session_->DiscardQueue(handles_.module, handles_.link);

@@ -11,7 +11,7 @@ namespace dpdu {
 template <typename Record>
 class Item {
 public:
-    explicit Item(const PduFunctions& functions) : functions_(functions) {}
+    explicit Item(const pdu::Functions& functions) : functions_(functions) {}
     ~Item() {
         if (record_) functions_.DestroyItem(reinterpret_cast<PDU_ITEM*>(record_));
     }
@@ -24,7 +24,7 @@ public:
     explicit operator bool() const { return record_ != nullptr; }
 
 private:
-    const PduFunctions& functions_;
+    const pdu::Functions& functions_;
     Record* record_ = nullptr;
 };
 

@@ -124,13 +124,13 @@ ModuleInfo ChooseModule(Session* session, const std::string& wanted,
 
 ConnectedModule::ConnectedModule(Session* session, UNUM32 handle)
     : session_(session), handle_(handle) {
-    const PduFunctions& functions = session_->Functions();
+    const pdu::Functions& functions = session_->Functions();
     Check(functions.ModuleConnect(handle_), "PDUModuleConnect");
     functions.RegisterEventCallback(handle_, PDU_HANDLE_UNDEF, Session::Callback());
 }
 
 ConnectedModule::~ConnectedModule() {
-    const PduFunctions& functions = session_->Functions();
+    const pdu::Functions& functions = session_->Functions();
     functions.RegisterEventCallback(handle_, PDU_HANDLE_UNDEF, nullptr);
     session_->DiscardQueue(handle_, PDU_HANDLE_UNDEF);
     functions.ModuleDisconnect(handle_);

@@ -32,7 +32,7 @@ bool EventSignal::Wait(std::chrono::milliseconds limit) {
     return was_raised;
 }
 
-Session::Session(const PduFunctions& functions, std::string option_string)
+Session::Session(const pdu::Functions& functions, std::string option_string)
     : functions_(functions), option_string_(std::move(option_string)) {
     CHAR8* options = option_string_.empty() ? nullptr : InputText(option_string_);
     Check(functions_.Construct(options, &signal_), "PDUConstruct");

@@ -34,12 +34,12 @@ class Session {
 public:
     // Constructs the library with the option string; an empty one is passed as null. Throws
     // Failure.
-    Session(const PduFunctions& functions, std::string option_string);
+    Session(const pdu::Functions& functions, std::string option_string);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    const PduFunctions& Functions() const { return functions_; }
+    const pdu::Functions& Functions() const { return functions_; }
 
     // The id of an object; nullopt if the library does not know the name.
     std::optional<UNUM32> FindObject(T_PDU_OBJT type, const std::string& name) const;
@@ -66,7 +66,7 @@ public:
     void DiscardQueue(UNUM32 module, UNUM32 link);
 
 private:
-    PduFunctions functions_;
+    pdu::Functions functions_;
     std::string option_string_;  // some libraries keep the pointer
     EventSignal signal_;
 };
