@@ -405,6 +405,27 @@ struct Functions {
 #undef DPDU_MEMBER_
 };
 
+/// An item that one of the library's functions returns through Out(), destroyed at the end of the
+/// scope. The functions must live longer.
+template <typename Record>
+class Item {
+public:
+    explicit Item(const Functions& functions) : functions_(&functions) {}
+    ~Item() {
+        if (record_) functions_->DestroyItem(reinterpret_cast<PDU_ITEM*>(record_));
+    }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
+    Record** Out() { return &record_; }
+    Record* Get() const { return record_; }
+    Record* operator->() const { return record_; }
+    explicit operator bool() const { return record_ != nullptr; }
+
+private:
+    const Functions* functions_;
+    Record* record_ = nullptr;
+};
+
 /// Extends 32-bit time stamps of one clock.
 class StampClock {
 public:
@@ -759,26 +780,6 @@ private:
 };
 
 using ContextPtr = std::shared_ptr<Context>;
-
-// An item of the library, destroyed at the end of the scope.
-template <typename Record>
-class Item {
-public:
-    explicit Item(const Functions& functions) : functions_(&functions) {}
-    ~Item() {
-        if (record_) functions_->DestroyItem(reinterpret_cast<PDU_ITEM*>(record_));
-    }
-    Item(const Item&) = delete;
-    Item& operator=(const Item&) = delete;
-    Record** Out() { return &record_; }
-    Record* Get() const { return record_; }
-    Record* operator->() const { return record_; }
-    explicit operator bool() const { return record_ != nullptr; }
-
-private:
-    const Functions* functions_;
-    Record* record_ = nullptr;
-};
 
 // A connected module, until the last of its owners is gone.
 struct ConnectedModule {
@@ -1848,7 +1849,7 @@ public:
     /// The number that an IOCTL without input returns, such as PDU_IOCTL_READ_VBATT; none if it
     /// returns nothing of the kind.
     std::optional<UNUM32> IoControl(const std::string& name) const {
-        detail::Item<PDU_DATA_ITEM> output(state_->context->F());
+        Item<PDU_DATA_ITEM> output(state_->context->F());
         const UNUM32 id = state_->context->Id(PDU_OBJT_IO_CTRL, name);
         detail::Check(
             state_->context->F().IoCtl(state_->handle, PDU_HANDLE_UNDEF, id, nullptr, output.Out()),
@@ -1938,7 +1939,7 @@ public:
 
     /// What the library lists now. Looking for modules may take some 100 ms.
     std::vector<ModuleInfo> Modules() const {
-        detail::Item<PDU_MODULE_ITEM> list(F());
+        Item<PDU_MODULE_ITEM> list(F());
         detail::Check(F().GetModuleIds(list.Out()), "PDUGetModuleIds");
         context_->Discard(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF);
         std::vector<ModuleInfo> modules;

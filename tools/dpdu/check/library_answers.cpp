@@ -17,7 +17,6 @@
 #include "console/terminal.h"
 #include "links/bare_link.h"
 #include "params/known_objects.h"
-#include "pdu/item.h"
 #include "pdu/library_path.h"
 #include "pdu/modules.h"
 #include "pdu/session.h"
@@ -135,8 +134,8 @@ private:
     void AskForComParams(UNUM32 module, UNUM32 link) {
         std::erase_if(waiting_, [&](UNUM32 id) {
             Call("in PDUGetComParam of the id " + std::to_string(id));
-            Item<PDU_PARAM_ITEM> item(functions_);
-            const T_PDU_ERROR status = functions_.GetComParam(module, link, id, item.Receive());
+            pdu::Item<PDU_PARAM_ITEM> item(functions_);
+            const T_PDU_ERROR status = functions_.GetComParam(module, link, id, item.Out());
             if (status != PDU_STATUS_NOERROR || !item) {
                 refused_[id] = status;
                 return false;

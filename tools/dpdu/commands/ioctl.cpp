@@ -5,7 +5,6 @@
 #include "commands/module_session.h"
 #include "console/failure.h"
 #include "pdu/io_control.h"
-#include "pdu/item.h"
 #include "pdu/own_library.h"
 #include "pdu/status_text.h"
 
@@ -102,9 +101,9 @@ ExitCode RunIoCtl(const CommonOptions& common, const IoCtlOptions& options, Outp
     const Session& session = *module.GetSession();
     const UNUM32 id =
         plan.number ? *plan.number : session.RequireObject(PDU_OBJT_IO_CTRL, plan.name);
-    Item<PDU_DATA_ITEM> result(session.Functions());
+    pdu::Item<PDU_DATA_ITEM> result(session.Functions());
     Check(session.Functions().IoCtl(module.Module().Handle(), PDU_HANDLE_UNDEF, id, input.Get(),
-                                    result.Receive()),
+                                    result.Out()),
           "PDUIoCtl");
     std::optional<DongleReport> report;
     if (IsConstant(plan) && IsOwnLibrary(module.Module())) {

@@ -3,7 +3,6 @@
 #include <array>
 #include <deque>
 
-#include "pdu/item.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -75,8 +74,8 @@ UNUM32 CanFormat(UNUM32 can_id) {
 
 void SetUniqueResponseTable(const Session& session, const LinkHandles& link,
                             const std::vector<EcuAddress>& ecus) {
-    Item<PDU_UNIQUE_RESP_ID_TABLE_ITEM> own_table(session.Functions());
-    Check(session.Functions().GetUniqueRespIdTable(link.module, link.link, own_table.Receive()),
+    pdu::Item<PDU_UNIQUE_RESP_ID_TABLE_ITEM> own_table(session.Functions());
+    Check(session.Functions().GetUniqueRespIdTable(link.module, link.link, own_table.Out()),
           "PDUGetUniqueRespIdTable");
     TableBuilder builder(session, own_table.Get());
     for (const EcuAddress& ecu : ecus)

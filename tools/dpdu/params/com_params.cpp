@@ -1,7 +1,6 @@
 #include "params/com_params.h"
 
 #include "console/failure.h"
-#include "pdu/item.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -22,9 +21,9 @@ std::optional<ComParam> FindComParam(const Session& session, const LinkHandles& 
                                      const std::string& name) {
     const std::optional<UNUM32> id = session.FindObject(PDU_OBJT_COMPARAM, name);
     if (!id) return std::nullopt;
-    Item<PDU_PARAM_ITEM> item(session.Functions());
+    pdu::Item<PDU_PARAM_ITEM> item(session.Functions());
     const T_PDU_ERROR status =
-        session.Functions().GetComParam(link.module, link.link, *id, item.Receive());
+        session.Functions().GetComParam(link.module, link.link, *id, item.Out());
     if (status != PDU_STATUS_NOERROR || !item) return std::nullopt;
     return ComParam{*id, item->ComParamClass, ReadParamValue(*item.Get())};
 }

@@ -6,7 +6,6 @@
 #include "console/failure.h"
 #include "console/progress.h"
 #include "pdu/functions.h"
-#include "pdu/item.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -65,8 +64,8 @@ std::string VendorValue(const std::string& series, const std::string& key) {
 }
 
 std::vector<ModuleInfo> ListModules(Session* session) {
-    Item<PDU_MODULE_ITEM> list(session->Functions());
-    Check(session->Functions().GetModuleIds(list.Receive()), "PDUGetModuleIds");
+    pdu::Item<PDU_MODULE_ITEM> list(session->Functions());
+    Check(session->Functions().GetModuleIds(list.Out()), "PDUGetModuleIds");
     std::vector<ModuleInfo> modules;
     if (!list || !list->pModuleData) return modules;
     for (UNUM32 i = 0; i < list->NumEntries; ++i) {

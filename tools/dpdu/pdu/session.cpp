@@ -5,7 +5,6 @@
 
 #include "console/failure.h"
 #include "console/interruption.h"
-#include "pdu/item.h"
 #include "pdu/status_text.h"
 
 namespace dpdu {
@@ -73,8 +72,8 @@ void Session::WaitForEvent() {
 
 bool Session::TakeEvent(UNUM32 module, UNUM32 link,
                         const std::function<void(const PDU_EVENT_ITEM&)>& look) {
-    Item<PDU_EVENT_ITEM> item(functions_);
-    const T_PDU_ERROR status = functions_.GetEventItem(module, link, item.Receive());
+    pdu::Item<PDU_EVENT_ITEM> item(functions_);
+    const T_PDU_ERROR status = functions_.GetEventItem(module, link, item.Out());
     if (status != PDU_STATUS_NOERROR || !item) return false;
     look(*item.Get());
     return true;
