@@ -37,10 +37,29 @@ TEST(CanFilters, MaskSelectsTheBitsToCompare) {
 }
 
 TEST(FrameTimes, ContinueAcrossTheWrapOf32Bits) {
-    TimestampExtender time;
-    EXPECT_EQ(time.SinceFirst(0xFFFFFFF0), 0u);
-    EXPECT_EQ(time.SinceFirst(0x10), 0x20u);
-    EXPECT_EQ(time.SinceFirst(0x0F), 0x20u + std::uint64_t{0xFFFFFFFF});
+    const auto now = pdu::StampClock::HostClock::now();
+    FrameTimes times;
+    EXPECT_EQ(times.SinceFirst(0xFFFFFFF0, now), 0u);
+    EXPECT_EQ(times.SinceFirst(0x10, now), 0x20u);
+    const auto later = now + pdu::Microseconds(0xFFFFFFFF);
+    EXPECT_EQ(times.SinceFirst(0x0F, later), 0x20u + std::uint64_t{0xFFFFFFFF});
+}
+
+TEST(FrameTimes, ASilenceLongerThanTheWrapCountsInFull) {
+    const auto now = pdu::StampClock::HostClock::now();
+    FrameTimes times;
+    EXPECT_EQ(times.SinceFirst(100, now), 0u);
+    const std::uint64_t two_wraps = std::uint64_t{2} << 32;
+    EXPECT_EQ(times.SinceFirst(150, now + pdu::Microseconds(two_wraps)), two_wraps + 50);
+}
+
+TEST(FrameTimes, AStampBeforeTheLastOneIsNoWrap) {
+    const auto now = pdu::StampClock::HostClock::now();
+    FrameTimes times;
+    EXPECT_EQ(times.SinceFirst(1000, now), 0u);
+    EXPECT_EQ(times.SinceFirst(1500, now), 500u);
+    EXPECT_EQ(times.SinceFirst(1400, now), 400u);
+    EXPECT_EQ(times.SinceFirst(900, now), 0u);
 }
 
 TEST(FrameTotals, PeriodIsTheMeanOfAllIntervals) {
@@ -49,6 +68,13 @@ TEST(FrameTotals, PeriodIsTheMeanOfAllIntervals) {
         counts.Add({0x123, false, {0x01}}, time_us, FrameRate::Time());
     ASSERT_EQ(counts.Rows().size(), 2u);
     EXPECT_EQ(counts.Rows()[1], (Row{"123", "3", "15.0 ms", "01"}));
+}
+
+TEST(FrameTotals, AFrameStampedBeforeTheLastOneDoesNotShortenTheTime) {
+    FrameCounts counts;
+    for (const std::uint64_t time_us : {10'000u, 30'000u, 9'000u})
+        counts.Add({0x123, false, {0x01}}, time_us);
+    EXPECT_EQ(counts.Rows().at(1), (Row{"123", "3", "10.0 ms", "01"}));
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -34,7 +34,7 @@ public:
     bool IsDone() const { return options_.count > 0 && counts_.Total() >= options_.count; }
 
     void Take(const CanFrame& frame, UNUM32 timestamp_us) {
-        const std::uint64_t time_us = time_.SinceFirst(timestamp_us);
+        const std::uint64_t time_us = times_.SinceFirst(timestamp_us);
         if (IsDone() || !Passes(options_.filters, frame.id)) return;
         progress_.reset();
         if (counts_.Total() == 0) first_ = MicrosecondsSince1970() - time_us;
@@ -99,7 +99,7 @@ private:
     const RawListenOptions& options_;
     Output* output_;
     FrameCounts counts_;
-    TimestampExtender time_;
+    FrameTimes times_;
     std::uint64_t first_ = 0;  // when counting began, in microseconds since 1970
     Deadline::Clock::time_point next_table_{};
     std::unique_ptr<Progress> progress_ = std::make_unique<Progress>("waiting for frames");

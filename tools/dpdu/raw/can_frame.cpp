@@ -2,6 +2,7 @@
 
 #include "links/com_primitive.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
@@ -80,11 +81,11 @@ bool Passes(const std::vector<CanFilter>& filters, std::uint32_t id) {
     return filters.empty();
 }
 
-std::uint64_t TimestampExtender::SinceFirst(UNUM32 timestamp_us) {
-    // The unsigned difference is correct across one wrap.
-    if (last_) since_first_ += static_cast<UNUM32>(timestamp_us - *last_);
-    last_ = timestamp_us;
-    return since_first_;
+std::uint64_t FrameTimes::SinceFirst(UNUM32 timestamp_us,
+                                     pdu::StampClock::HostClock::time_point now) {
+    const pdu::Microseconds time = clock_.Extend(timestamp_us, now);
+    if (!first_) first_ = time;
+    return static_cast<std::uint64_t>(std::max(time - *first_, pdu::Microseconds(0)).count());
 }
 
 }  // namespace dpdu

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "dpdu_types.h"
+#include "dpdu.hpp"
 #include "text/hex.h"
 #include "uds/ecu_address.h"
 
@@ -47,15 +47,16 @@ std::optional<CanFilter> ParseCanFilter(const std::string& text);
 // True if one of the filters matches the identifier, or if there are no filters.
 bool Passes(const std::vector<CanFilter>& filters, std::uint32_t id);
 
-// Extends 32-bit time stamps, which wrap after 71 minutes, to 64 bits.
-class TimestampExtender {
+// Times of frames from the first one on, whatever time passes between them.
+class FrameTimes {
 public:
-    // Microseconds since the first time stamp; zero for the first one.
-    std::uint64_t SinceFirst(UNUM32 timestamp_us);
+    // Microseconds since the first time stamp; zero for the first one and for any before it.
+    std::uint64_t SinceFirst(UNUM32 timestamp_us, pdu::StampClock::HostClock::time_point now =
+                                                      pdu::StampClock::HostClock::now());
 
 private:
-    std::optional<UNUM32> last_;
-    std::uint64_t since_first_ = 0;
+    pdu::StampClock clock_;
+    std::optional<pdu::Microseconds> first_;
 };
 
 }  // namespace dpdu

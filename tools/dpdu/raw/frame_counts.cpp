@@ -27,7 +27,7 @@ void FrameCounts::Add(const CanFrame& frame, std::uint64_t time_us, FrameRate::T
         NoteChanges(frame.data, now, &entry);
     }
     ++entry.count;
-    entry.last_us = time_us;
+    entry.last_us = std::max(entry.last_us, time_us);  // stamps need not be in order
     entry.last = frame;
     entry.rate.Add(now);
     ++total_;
