@@ -405,6 +405,17 @@ struct Functions {
 #undef DPDU_MEMBER_
 };
 
+/// Id of an object; none if the library, which is constructed, does not know the name.
+inline std::optional<UNUM32> FindId(const Functions& functions, T_PDU_OBJT type,
+                                    const std::string& name) {
+    UNUM32 id = PDU_ID_UNDEF;
+    // The prototype takes the text without const; no library modifies it.
+    const T_PDU_ERROR status = functions.GetObjectId(type, const_cast<CHAR8*>(name.c_str()), &id);
+    // For an unknown name some libraries return an error, others an undefined id.
+    if (status != PDU_STATUS_NOERROR || id == PDU_ID_UNDEF) return std::nullopt;
+    return id;
+}
+
 /// An item that one of the library's functions returns through Out(), destroyed at the end of the
 /// scope. The functions must live longer.
 template <typename Record>
@@ -739,11 +750,7 @@ public:
     }
 
     std::optional<UNUM32> FindId(T_PDU_OBJT type, const std::string& name) const {
-        UNUM32 id = PDU_ID_UNDEF;
-        const T_PDU_ERROR status = functions_.GetObjectId(type, In(name), &id);
-        // For an unknown name some libraries return an error, others an undefined id.
-        if (status != PDU_STATUS_NOERROR || id == PDU_ID_UNDEF) return std::nullopt;
-        return id;
+        return pdu::FindId(functions_, type, name);
     }
     UNUM32 Id(T_PDU_OBJT type, const std::string& name) const {
         const std::optional<UNUM32> id = FindId(type, name);

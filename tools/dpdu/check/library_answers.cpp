@@ -103,15 +103,12 @@ private:
     }
     void Call(const std::string& text) { Say({{"call", text}}); }
 
-    // For an unknown name some libraries return an error, others an undefined id.
     void AskIds() {
         for (const auto& [type, name] : questions_.objects) {
             Call("in PDUGetObjectId of the " + ElementOf(type) + " " + name);
-            UNUM32 id = PDU_ID_UNDEF;
-            const T_PDU_ERROR status = functions_.GetObjectId(type, InputText(name), &id);
-            const bool is_known = status == PDU_STATUS_NOERROR && id != PDU_ID_UNDEF;
-            Say({{"type", type}, {"name", name}, {"id", is_known ? Json(id) : Json()}});
-            if (is_known && type == PDU_OBJT_COMPARAM) Remember(id);
+            const std::optional<UNUM32> id = pdu::FindId(functions_, type, name);
+            Say({{"type", type}, {"name", name}, {"id", id ? Json(*id) : Json()}});
+            if (id && type == PDU_OBJT_COMPARAM) Remember(*id);
         }
     }
     void Remember(UNUM32 id) {

@@ -13,9 +13,6 @@ namespace dpdu {
 // Failure with advice if it cannot be loaded or lacks a function.
 pdu::Functions LoadPduFunctions(const std::string& path);
 
-// The standard's prototypes take input texts without const; no library modifies them.
-inline CHAR8* InputText(const std::string& text) { return const_cast<CHAR8*>(text.c_str()); }
-
 }  // namespace dpdu
 
 #endif  // TOOLS_DPDU_PDU_FUNCTIONS_H

@@ -33,7 +33,7 @@ bool EventSignal::Wait(std::chrono::milliseconds limit) {
 
 Session::Session(const pdu::Functions& functions, std::string option_string)
     : functions_(functions), option_string_(std::move(option_string)) {
-    CHAR8* options = option_string_.empty() ? nullptr : InputText(option_string_);
+    CHAR8* options = option_string_.empty() ? nullptr : option_string_.data();
     Check(functions_.Construct(options, &signal_), "PDUConstruct");
     // A library without callbacks is still usable: the queues are also polled.
     functions_.RegisterEventCallback(PDU_HANDLE_UNDEF, PDU_HANDLE_UNDEF, OnEvent);
@@ -46,11 +46,7 @@ Session::~Session() {
 }
 
 std::optional<UNUM32> Session::FindObject(T_PDU_OBJT type, const std::string& name) const {
-    UNUM32 id = PDU_ID_UNDEF;
-    const T_PDU_ERROR status = functions_.GetObjectId(type, InputText(name), &id);
-    // For an unknown name some libraries return an error, others an undefined id.
-    if (status != PDU_STATUS_NOERROR || id == PDU_ID_UNDEF) return std::nullopt;
-    return id;
+    return pdu::FindId(functions_, type, name);
 }
 
 UNUM32 Session::RequireObject(T_PDU_OBJT type, const std::string& name) const {
