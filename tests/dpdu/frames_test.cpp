@@ -73,7 +73,7 @@ TEST(FrameTotals, PeriodIsTheMeanOfAllIntervals) {
 TEST(FrameTotals, AFrameStampedBeforeTheLastOneDoesNotShortenTheTime) {
     FrameCounts counts;
     for (const std::uint64_t time_us : {10'000u, 30'000u, 9'000u})
-        counts.Add({0x123, false, {0x01}}, time_us);
+        counts.Add({0x123, false, {0x01}}, time_us, FrameRate::Time());
     EXPECT_EQ(counts.Rows().at(1), (Row{"123", "3", "10.0 ms", "01"}));
 }
 
