@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "client_run.h"
+#include "console/failure.h"
 #include "path_text.h"
 #include "process.h"
+#include "text/names.h"
 #include "trace/trace_files.h"
 
 namespace {
@@ -144,6 +146,24 @@ TEST_F(LeftFiles, PruneRefusesAnAgeThatTheClockOfFilesCannotCountBackTo) {
     ExpectOutput(Prune({"36500d", "--yes"}), "0 files, 0.0 MB removed\n");
     EXPECT_TRUE(Has(kOldTrace));
 }
+
+TEST_F(LeftFiles, FailureNamesTheLogOfThisProcessInTheTemporaryFolder) {
+    const std::string log = Leave("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log", 0h);
+    EXPECT_EQ(dpdu::NextStep(dpdu::ExitCode::kFailure), "; the library's log is " + log);
+}
+
+#ifndef _WIN32  // where the system's folder depends on TMP
+TEST_F(LeftFiles, WithoutTmpdirTheFolderIsTmpWhateverTheOtherVariablesName) {
+    Leave("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log", 0h);
+    const std::string trace = Leave(kOldTrace, 0h);
+    for (const bool is_set : {false, true}) {
+        is_set ? SetVariable("TMPDIR", "") : static_cast<void>(unsetenv("TMPDIR"));
+        EXPECT_EQ(dpdu::TemporaryFolder(), "/tmp");
+        EXPECT_EQ(dpdu::NextStep(dpdu::ExitCode::kFailure), "");
+        EXPECT_NE(RunTrace("latest", {}).output, trace + "\n");
+    }
+}
+#endif
 
 #ifndef _WIN32  // where a link takes a right that users do not have
 TEST_F(LeftFiles, LinkWithTheNameOfATraceIsLeftAlone) {

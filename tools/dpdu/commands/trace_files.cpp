@@ -49,7 +49,7 @@ bool UserAgrees(const std::vector<trace::LeftFile>& files) {
         throw UsageError("nobody can be asked here; --yes removes " + Described(files) +
                          ", --dry-run lists them");
     }
-    WriteText(stderr, "Remove " + Described(files) + " from " + trace::LeftFolder() + "? [y/N] ");
+    WriteText(stderr, "Remove " + Described(files) + " from " + TemporaryFolder() + "? [y/N] ");
     std::string answer;
     std::getline(std::cin, answer);
     return answer == "y" || answer == "Y" || answer == "yes";
@@ -80,7 +80,7 @@ ExitCode RunTraceLatest(const TraceLatestOptions& options, Output* output) {
                      [kind](const trace::LeftFile& file) { return file.kind == kind; });
     if (latest == files.rend()) {
         throw Failure(std::string("no ") + (options.is_log ? "log" : "trace") + " in " +
-                      trace::LeftFolder() + "; is " +
+                      TemporaryFolder() + "; is " +
                       (options.is_log ? "enableDebugLogFile" : "enableCopTrace") +
                       " on in the library's configuration?");
     }

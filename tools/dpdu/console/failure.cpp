@@ -41,10 +41,9 @@ namespace {
 // "; the library's log is PATH" if this process's library writes one. An earlier process may have
 // had the same number.
 std::string LogHint() {
-    std::error_code error;
     const fs::path log =
-        fs::temp_directory_path(error) / ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
-    if (error) return "";
+        PathOf(TemporaryFolder()) / ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
+    std::error_code error;
     const fs::file_time_type written = fs::last_write_time(log, error);
     if (error || !IsWrittenByThisProcess(written)) return "";
     return "; the library's log is " + TextOf(log);

@@ -27,6 +27,9 @@ std::FILE* OpenFile(const std::string& path, const char* mode);
 // Empty: the variable is not set.
 std::string EnvironmentText(const char* name);
 
+// The folder in which this project's library writes traces and logs, whether or not it exists.
+std::string TemporaryFolder();
+
 // When the file was last changed, in microseconds since 1970; nullopt if it is not there. The
 // standard library gives whole seconds on Windows.
 std::optional<std::uint64_t> ChangedUs(const std::string& path);

@@ -15,6 +15,12 @@ std::string EnvironmentText(const char* name) {
     return value ? value : "";
 }
 
+// Unlike the standard library's folder it does not depend on TMP and TEMP.
+std::string TemporaryFolder() {
+    const std::string folder = EnvironmentText("TMPDIR");
+    return folder.empty() ? "/tmp" : folder;
+}
+
 std::optional<std::uint64_t> ChangedUs(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) return std::nullopt;

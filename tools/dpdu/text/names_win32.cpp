@@ -17,6 +17,11 @@ std::string EnvironmentText(const char* name) {
     return FromWide(value.substr(0, length));
 }
 
+std::string TemporaryFolder() {
+    std::error_code error;
+    return TextOf(std::filesystem::temp_directory_path(error));
+}
+
 std::optional<std::uint64_t> ChangedUs(const std::string& path) {
     constexpr std::uint64_t kFrom1601To1970Us = 11'644'473'600'000'000;
     WIN32_FILE_ATTRIBUTE_DATA data = {};

@@ -52,16 +52,11 @@ std::optional<LeftFile> ParseLeftName(const std::string& name) {
     return file;
 }
 
-std::string LeftFolder() {
-    std::error_code error;
-    return TextOf(fs::temp_directory_path(error));
-}
-
 std::vector<LeftFile> ListLeftFiles() {
     std::vector<LeftFile> files;
     std::error_code error;
-    for (fs::directory_iterator entry(PathOf(LeftFolder()), error), end; !error && entry != end;
-         entry.increment(error)) {
+    for (fs::directory_iterator entry(PathOf(TemporaryFolder()), error), end;
+         !error && entry != end; entry.increment(error)) {
         std::optional<LeftFile> file = ParseLeftName(TextOf(entry->path().filename()));
         // One that goes in between is not there.
         std::error_code gone;

@@ -25,10 +25,8 @@ struct LeftFile {
 // Kind and process by the name of a file; nullopt for any other name.
 std::optional<LeftFile> ParseLeftName(const std::string& name);
 
-// The folder in which the library writes them.
-std::string LeftFolder();
-
-// The oldest first. Only files: never links, whatever they are called.
+// Those in the folder in which the library writes them, the oldest first. Only files: never links,
+// whatever they are called.
 std::vector<LeftFile> ListLeftFiles();
 
 // "7d", "12h", "30m" or "90s"; nullopt for anything else.

@@ -16,7 +16,7 @@ class WallClock {
 public:
     // By the time at which the file was last changed: a library writes its last line then, or at
     // most its flushing period later. nullopt if the file has no such time (a pipe) or no record at
-    // its end. Throws Failure if it cannot be read.
+    // its end, or cannot be read.
     static std::optional<WallClock> OfFile(const std::string& path);
     // By the time of the last record, in microseconds since 1970.
     WallClock(std::uint64_t last_record_us, std::uint64_t last_record_since_1970_us)
