@@ -10,6 +10,8 @@ python-can (Debian: python3-can) finds the interface "tarvik" by the package's e
 """
 
 import contextlib
+import re
+import threading
 import time
 from typing import Any, Dict, List, Mapping, Optional, Tuple, Union
 
@@ -20,39 +22,106 @@ from can.typechecking import AutoDetectedConfig
 
 from .errors import NoModule, PduError
 from .library import Library
-from .module import Module
+from .module import Module, ModuleInfo
 from .raw import LARGEST_FRAME, CanFrame, RawLink
 
 INTERFACE = "tarvik"
 
 _LONGEST_WAIT_S = 0.5
-_SILENCE_BEFORE_CHECK_S = 2.0  # a check may take as long as the library looks for modules
+_SILENCE_BEFORE_LOOK_S = 2.0
 _BITRATE = "CP_Baudrate"
 
 
+def _position(channel: Union[int, str]) -> Optional[int]:
+    """The number that a channel is, also as a text, as configuration files have it."""
+    text = str(channel)
+    if not re.fullmatch("-?[0-9]+", text):
+        return None
+    number = int(text)
+    if number < 0:
+        raise ValueError(f"the channel {number} is negative: positions count from 0")
+    return number
+
+
+def _choose(found: List[ModuleInfo], channel: Union[int, str]) -> Optional[ModuleInfo]:
+    """The module with this name or serial number; else the one at this position, or the only one
+    with this text. None if it is not there; raises NoModule if the text does not say which."""
+    text = str(channel).lower()
+    exact = [
+        each
+        for each in found
+        if text in (each.name.lower(), each.serial_number.lower(), each.vendor_name.lower())
+    ]
+    number = _position(channel)
+    if not exact and number is not None:
+        return found[number] if number < len(found) else None
+    fitting = exact or [each for each in found if each.matches(text)]
+    if len(fitting) > 1:
+        names = "; ".join(each.serial_number or each.vendor_name for each in fitting)
+        raise NoModule(f"{len(fitting)} modules match '{channel}': {names}")
+    return fitting[0] if fitting else None
+
+
 def _find_module(library: Library, channel: Union[int, str], timeout: float) -> Module:
-    """A number counts the modules that are there, in the library's order; a text is looked for in
-    their names, as `Library.module` does."""
-    if not isinstance(channel, int) and not str(channel).isdigit():
-        return library.module(str(channel), timeout)
-    number = int(channel)
+    _position(channel)  # a negative one is refused before anything is looked for
     deadline = time.monotonic() + timeout
     while True:
-        found = library.modules(max(0.0, deadline - time.monotonic()))
-        if number < len(found):
-            return library.module(found[number].vendor_name, 0)
-        if time.monotonic() >= deadline:
-            raise NoModule(f"there is no module {number}: {len(found)} were found")
+        found = library.modules()
+        chosen = _choose(found, channel)
+        if chosen is not None:
+            return library._connect(chosen)
+        left = deadline - time.monotonic()
+        if left <= 0:
+            raise NoModule(f"there is no module {channel}: {len(found)} were found")
+        library._pause_between_scans(left)
+
+
+class _Lookout:
+    """Looks on a thread of its own whether a module is still there: a look takes as long as the
+    library looks for modules, and receiving must not wait for that."""
+
+    def __init__(self, module: Module) -> None:
+        self._module = module
+        self._thread: Optional[threading.Thread] = None
+        self._error: Optional[PduError] = None
+
+    def look(self) -> None:
+        """Starts a look, unless one is under way."""
+        if self._thread is None:
+            self._thread = threading.Thread(target=self._check, name="tarvik look", daemon=True)
+            self._thread.start()
+
+    def is_done(self) -> bool:
+        """True once for each look, after it has ended. Raises what it found."""
+        if self._thread is None or self._thread.is_alive():
+            return False
+        self._thread = None
+        if self._error is not None:
+            raise self._error
+        return True
+
+    def _check(self) -> None:
+        try:
+            self._module.check()
+        except PduError as error:
+            self._error = error
+
+    def close(self) -> None:
+        """Waits for the end of a look."""
+        thread = self._thread
+        if thread is not None:
+            thread.join()
 
 
 class TarvikBus(BusABC):
     """CAN frames of the vehicle behind a module, as a bus of python-can.
 
-    channel: the position of the module in the library's list, from 0, or a text of its name, such as
-    its serial number. library, vendor, root_file, options: as of `Library`; a Library that is open
-    may be given too and is left open. bitrate: in bits per second, sets CP_Baudrate; by default the
-    module's own. comparams: further ComParams by name. timeout: seconds to look for the module.
-    protocol, bus_type: the raw link's names in the library.
+    channel: the name or the serial number of a module; else a number from 0 is its position in the
+    library's list, and another text is a part of the module's texts that only one has. library,
+    vendor, root_file, options: as of `Library`; a Library that is open may be given too and is left
+    open. bitrate: in bits per second, sets CP_Baudrate; by default the module's own. comparams:
+    further ComParams by name. timeout: seconds to look for the module. protocol, bus_type: the raw
+    link's names in the library.
 
     A bus serves CAN frames of up to 8 bytes: no CAN FD, no remote frames, no echo of what was sent,
     and no error frames. Filters work in this process. Time stamps of messages are seconds since 1970,
@@ -98,6 +167,8 @@ class TarvikBus(BusABC):
                 # Its library's clock counts from anywhere.
                 self._clock_offset_s = time.time() - self._module.timestamp_us() / 1e6
                 self._last_sign_s = time.monotonic()
+                self._lookout = _Lookout(self._module)
+                opening.callback(self._lookout.close)  # before the module is closed
                 self._opened = opening.pop_all()
         except (PduError, ValueError, OSError) as error:
             raise CanInitializationError(str(error)) from error
@@ -131,9 +202,10 @@ class TarvikBus(BusABC):
                     self._last_sign_s = time.monotonic()
                     return self._message_of(frame), False
                 # A silent bus and a module that was pulled out look the same.
-                if time.monotonic() - self._last_sign_s > _SILENCE_BEFORE_CHECK_S:
-                    self._module.check()
+                if self._lookout.is_done():
                     self._last_sign_s = time.monotonic()
+                if time.monotonic() - self._last_sign_s > _SILENCE_BEFORE_LOOK_S:
+                    self._lookout.look()
                 if deadline is not None and time.monotonic() >= deadline:
                     return None, False
         except PduError as error:

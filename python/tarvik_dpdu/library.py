@@ -185,11 +185,14 @@ class Library:
             left = deadline - time.monotonic()
             if found or left <= 0:
                 return found
-            # A library may report that its list has changed.
-            seen = len(self.queue.events)
-            self.dispatcher.wait_until(
-                [self.queue], lambda: len(self.queue.events) != seen, min(left, _SCAN_PAUSE_S)
-            )
+            self._pause_between_scans(left)
+
+    def _pause_between_scans(self, left: float) -> None:
+        """At most `left` seconds; ends early if the library reports that its list has changed."""
+        seen = len(self.queue.events)
+        self.dispatcher.wait_until(
+            [self.queue], lambda: len(self.queue.events) != seen, min(left, _SCAN_PAUSE_S)
+        )
 
     def module(self, name_or_text: Optional[str] = None, timeout: float = 3.0) -> Module:
         """Connects the one module whose texts contain the text, ignoring case; without a text, any.
@@ -212,11 +215,14 @@ class Library:
                 for each in found
             )
             raise NoModule(f"{len(found)} modules found, name one of them: {names}")
+        return self._connect(found[0])
+
+    def _connect(self, info: ModuleInfo) -> Module:
         with self._lock:
             self._require_open()
-            if any(each.handle == found[0].handle for each in self._modules):
-                raise PduError(f"the module is connected already: {found[0].vendor_name}")
-            module = Module(self, found[0])
+            if any(each.handle == info.handle for each in self._modules):
+                raise PduError(f"the module is connected already: {info.vendor_name}")
+            module = Module(self, info)
             self._modules.append(module)
         return module
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """can_test.py SOURCE-FOLDER LIBRARY: the bus for python-can from the built wheel, with a
 simulated dongle and the frames of the demonstration car."""
-import json, os, socket, subprocess, sys, tempfile, time, unittest, zipfile
+import json, os, socket, subprocess, sys, tempfile, threading, time, unittest, zipfile
 from pathlib import Path
 
 SOURCE, LIBRARY = Path(sys.argv[1]), sys.argv[2]
@@ -23,6 +23,8 @@ install_wheel(Path(FOLDER.name))
 
 import can
 import tarvik_dpdu
+from tarvik_dpdu import can as tarvik_can
+from tarvik_dpdu.module import ModuleInfo
 
 
 def control(command):
@@ -106,6 +108,29 @@ class Bus(unittest.TestCase):
         self.assertIsNone(bus.recv(0.05))
         self.assertIsNone(bus.recv(0))
 
+    def test_receiving_does_not_wait_for_a_look_for_the_module(self):
+        bus = self.open()
+        looks, end = threading.Event(), threading.Event()
+        self.addCleanup(end.set)  # before the bus is shut down
+
+        def look():
+            looks.set()
+            end.wait(PATIENCE_S)
+            raise tarvik_dpdu.LostModule("pulled out")
+
+        bus._module.check = look
+        bus._link.receive = lambda timeout: None  # a silent vehicle
+        bus._last_sign_s = time.monotonic() - 1000
+        self.assertIsNone(bus.recv(0))
+        self.assertTrue(looks.wait(PATIENCE_S))
+        self.assertIsNone(bus.recv(0))
+        self.assertFalse(end.is_set())
+        end.set()
+        deadline = time.monotonic() + PATIENCE_S
+        with self.assertRaisesRegex(can.CanOperationError, "pulled out"):
+            while time.monotonic() < deadline:
+                bus.recv(0)
+
     def test_notifier_passes_frames_to_its_listeners(self):
         bus = self.open()
         reader = can.BufferedReader()
@@ -152,6 +177,62 @@ class Bus(unittest.TestCase):
                                 ({"channel": 0, "receive_own_messages": True}, "sent")):
             with self.assertRaisesRegex(can.CanInitializationError, reason):
                 can.Bus(interface="tarvik", **options)
+
+
+class ListOfModules:
+    """What the bus needs of a library, with modules of these names and serial numbers."""
+
+    def __init__(self, *rows, appear_after=0):
+        self.rows = [ModuleInfo(handle, 0, 0, f"ModuleName='{name}' SerialNumber='{serial}'", "")
+                     for handle, (name, serial) in enumerate(rows)]
+        self.looks, self.pauses, self.appear_after = 0, [], appear_after
+
+    def modules(self, timeout=0.0, text=""):
+        self.looks += 1
+        return self.rows if self.looks > self.appear_after else []
+
+    def _pause_between_scans(self, left):
+        self.pauses.append(left)
+
+    def _connect(self, info):
+        return info.handle
+
+
+class Channel(unittest.TestCase):
+    def find(self, channel, *rows):
+        return tarvik_can._find_module(ListOfModules(*rows), channel, 0)
+
+    def test_number_is_a_position_as_int_and_as_text(self):
+        for channel in (1, "1"):
+            self.assertEqual(self.find(channel, ("same", "70"), ("same", "80")), 1)
+
+    def test_modules_with_equal_texts_are_told_apart_by_number(self):
+        for number in (0, 1):
+            self.assertEqual(self.find(number, ("same", ""), ("same", "")), number)
+
+    def test_serial_number_of_digits_comes_before_a_position(self):
+        for channel in (0, "0"):
+            self.assertEqual(self.find(channel, ("one", "70"), ("two", "0")), 1)
+        self.assertEqual(self.find("70", ("one", "80"), ("two", "70")), 1)
+
+    def test_exact_name_comes_before_one_that_contains_it(self):
+        self.assertEqual(self.find("dongle", ("Dongle 2", "1"), ("Dongle", "2")), 1)
+        self.assertEqual(self.find("gle 2", ("Dongle 2", "1"), ("Dongle", "2")), 0)
+
+    def test_text_of_several_modules_is_refused(self):
+        with self.assertRaisesRegex(tarvik_dpdu.NoModule, "2 modules match 'dongle': 11; 12"):
+            self.find("dongle", ("Dongle 1", "11"), ("Dongle 2", "12"))
+
+    def test_negative_number_is_refused(self):
+        for channel in (-1, "-1"):
+            with self.assertRaisesRegex(ValueError, "negative"):
+                self.find(channel, ("one", "S-1"))
+
+    def test_each_look_for_a_missing_number_but_the_last_is_followed_by_a_pause(self):
+        library = ListOfModules(("one", ""), ("two", ""), appear_after=3)
+        self.assertEqual(tarvik_can._find_module(library, 1, PATIENCE_S), 1)
+        self.assertEqual((library.looks, len(library.pauses)), (4, 3))
+        self.assertGreater(min(library.pauses), 0)
 
 
 class Tools(Bus):
