@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <system_error>
@@ -14,8 +13,8 @@
 #include "link/wire_packets.h"
 #include "objects/module_scan.h"
 #include "platform/thread.h"
-#include "support/temp_folder.h"
 #include "text/names.h"
+#include "trace/trace_files.h"
 #include "transport/identification.h"
 #include "transport/serial/serial_port.h"
 #include "transport/serial/serial_stream.h"
@@ -23,7 +22,6 @@
 namespace dpdu {
 namespace {
 
-namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kSyncTime{2000};
@@ -106,29 +104,9 @@ private:
     tarvik::PacketPtr login_;
 };
 
-// The newest first.
-std::vector<fs::path> DebugLogs() {
-    std::vector<std::pair<fs::file_time_type, fs::path>> logs;
-    char folder[tarvik::kMaxPath];
-    std::error_code error;
-    for (fs::directory_iterator at(PathOf(tarvik::TempFolder(folder)), error), end;
-         !error && at != end; at.increment(error)) {
-        const std::string name = TextOf(at->path().filename());
-        if (!name.starts_with("dpdu_debug_") || !name.ends_with(".log")) continue;
-        std::error_code gone;
-        const fs::file_time_type written = at->last_write_time(gone);
-        if (!gone) logs.emplace_back(written, at->path());
-    }
-    std::sort(logs.rbegin(), logs.rend());
-    std::vector<fs::path> paths;
-    for (const auto& [written, path] : logs)
-        paths.push_back(path);
-    return paths;
-}
-
 enum class LastWord : std::uint8_t { kNone, kSilence, kOther };
 
-LastWord LastWordOnPort(const fs::path& log, std::int32_t port_number) {
+LastWord LastWordOnPort(const std::string& log, std::int32_t port_number) {
     const std::string number = std::to_string(port_number);
     const std::string silence =
         "[ConnectSerialPort] COM" + number + ": No response from device. Closing again.";
@@ -136,7 +114,7 @@ LastWord LastWordOnPort(const fs::path& log, std::int32_t port_number) {
     const std::string departure =
         "[SerialConnect]   COM" + number + " got disconnected, set to unused";
     LastWord word = LastWord::kNone;
-    std::ifstream file(log, std::ios::binary);
+    std::ifstream file(PathOf(log), std::ios::binary);
     for (std::string line; std::getline(file, line);) {
         if (line.find(silence) != line.npos) word = LastWord::kSilence;
         const bool is_attempt =
@@ -198,9 +176,11 @@ DongleAnswer AskDongle(const char* path, const std::atomic<bool>& stop) {
 }
 
 std::string LogOfSilence(std::int32_t port_number) {
-    for (const fs::path& log : DebugLogs()) {
-        const LastWord word = LastWordOnPort(log, port_number);
-        if (word == LastWord::kSilence) return TextOf(log);
+    const std::vector<trace::LeftFile> files = trace::ListLeftFiles();
+    for (auto file = files.rbegin(); file != files.rend(); ++file) {
+        if (file->kind != trace::LeftKind::kLog) continue;
+        const LastWord word = LastWordOnPort(file->path, port_number);
+        if (word == LastWord::kSilence) return file->path;
         if (word == LastWord::kOther) return "";
     }
     return "";

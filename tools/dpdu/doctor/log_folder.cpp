@@ -2,7 +2,6 @@
 
 #include "doctor/access.h"
 #include "doctor/surroundings.h"
-#include "support/temp_folder.h"
 #include "text/names.h"
 
 namespace dpdu {
@@ -21,8 +20,7 @@ Finding LogFolderFinding(const std::string& folder, std::uintmax_t free_bytes) {
 
 Findings CheckLogFolder(const tarvik::Config& config) {
     if (!config.enableDebugLogFile && !config.enableCopTrace) return {};
-    char buffer[tarvik::kMaxPath];
-    const std::string folder = tarvik::TempFolder(buffer);
+    const std::string folder = TemporaryFolder();
     const std::filesystem::path path = PathOf(folder);
     std::error_code error;
     if (!std::filesystem::is_directory(path, error)) {
