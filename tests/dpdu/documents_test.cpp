@@ -92,6 +92,23 @@ std::vector<std::string> CompleteInBash(const std::string& line) {
     return WordsOf(RunProgram(BASH_PROGRAM, {"-c", script}));
 }
 
+// What a function of the script offers, after the options that zsh has found in the line.
+std::vector<std::string> OfferedInZsh(const std::string& function,
+                                      const std::string& options = "") {
+    const std::string script =
+        "_arguments() { }\n"
+        "_describe() { }\n"
+        "source '" CLIENT_FOLDER
+        "/completion/_dpdu'\n"
+        "dpdu() { '" DPDU_PROGRAM
+        "' \"$@\" }\n"
+        "_call_program() { shift; eval \"$*\" }\n"  // as zsh's own does
+        "compadd() { print -rl -- \"$@\" }\n"
+        "typeset -A opt_args=(" +
+        options + ")\n" + function + "\n";
+    return WordsOf(RunProgram(ZSH_PROGRAM, {"-f", "-c", script}));
+}
+
 Names Starting(const std::vector<std::string>& words, bool with_dash) {
     Names names;
     for (const std::string& word : words) {
@@ -181,6 +198,8 @@ TEST(DpduCompletion, ComParamsAreOfferedByName) {
     EXPECT_TRUE(Starting(CompleteInBash("comparam set"), false).contains("CP_P2Max="));
     EXPECT_TRUE(Starting(CompleteInBash("request 3E00 --param"), false).contains("CP_P2Max="));
     EXPECT_TRUE(CompleteInBash("request 3E00 --param CP_P2Max =").empty());
+    EXPECT_TRUE(Starting(OfferedInZsh("_dpdu_of_comparams"), false).contains("CP_P2Max"));
+    EXPECT_TRUE(Starting(OfferedInZsh("_dpdu_of_assignments"), false).contains("CP_P2Max="));
 }
 
 TEST(DpduCompletion, LibrariesOfTheRootFileAreOffered) {
@@ -194,7 +213,11 @@ TEST(DpduCompletion, LibrariesOfTheRootFileAreOffered) {
                   (Names{"One_1", "Other"}))
             << line;
     }
+    const std::string in_zsh = "--root \"'" + root + "'\"";  // zsh keeps the quotes of the line
+    EXPECT_EQ(Starting(OfferedInZsh("_dpdu_of_libraries", in_zsh), false),
+              (Names{"One_1", "Other"}));
     std::filesystem::remove(root);
+    EXPECT_TRUE(Starting(OfferedInZsh("_dpdu_of_libraries", in_zsh), false).empty());
     EXPECT_TRUE(CompleteInBash("--root '" + root + "' vin --vendor").empty());
 }
 

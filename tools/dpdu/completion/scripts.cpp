@@ -401,7 +401,11 @@ Register-ArgumentCompleter -Native -CommandName dpdu, dpdu.exe -ScriptBlock {
 
     $elements = @($commandAst.CommandElements |
         Where-Object { $_.Extent.EndOffset -lt $cursorPosition } |
-        ForEach-Object { $_.ToString() })
+        ForEach-Object {
+            # Without the quotes, which are not part of a path.
+            $is_text = $_ -is [System.Management.Automation.Language.StringConstantExpressionAst]
+            if ($is_text) { $_.Value } else { $_.ToString() }
+        })
     $program = $elements[0]
     $command = ''
     $root = @()
