@@ -149,6 +149,16 @@ TEST_F(DpduScan, ControlUnitsThatShareARequestIdentifierAreBothShown) {
     EXPECT_TRUE(Contains(result.output, "does not answer any more\n")) << result.output;
 }
 
+// Its answers arrive while others are asked.
+TEST_F(DpduScan, LateControlUnitIsNotTakenForItsNeighbour) {
+    simulator_.Command(R"(raw answer {"id": "600", "frames": [{"id": "5A0", "data": "02 7E 00",)"
+                       R"( "delay_ms": 150}]})");
+    const ClientResult result =
+        RunWithCar({"scan", "--range", "600-60F", "--functional", "610", "--p2", "1"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_TRUE(Contains(result.output, "600:5A0  no ")) << result.output;
+}
+
 TEST_F(DpduScan, SilenceIsNoAnswer) {
     const ClientResult result = RunWithCar({"scan", "--range", "600-603", "--functional", "600"});
     EXPECT_EQ(result.exit_code, kNoAnswer);

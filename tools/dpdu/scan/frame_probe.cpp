@@ -12,6 +12,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// How late an answer may come, compared to the usual time, where this computer or the bus is busy.
+constexpr int kLateness = 3;
+
 // ISO 15765-2: the length comes first. Control units may ignore frames of less than 8 bytes; the
 // value is that which the standard recommends for padding.
 CanFrame TesterPresentFrame(std::uint32_t id) {
@@ -62,22 +65,23 @@ public:
             bar.Advance(CanIdText(id));
             Report();
         }
-        ReceiveFor(options_.answer_time);
+        ReceiveFor(kLateness * options_.answer_time);
         Report();
     }
 
-    // Finds the request identifiers.
+    // Finds the request identifiers, also of those who answer only now.
     void AskAlone() {
-        ProgressBar bar("asking each alone", units_->size());
-        for (FoundUnit& unit : *units_) {
-            for (const std::uint32_t candidate : CandidatesFor(unit.response_id)) {
-                if (!IsTheirs(candidate, &unit)) continue;
-                if (unit.request_id) break;
+        for (std::size_t next = 0; next < units_->size();) {
+            const std::size_t end = units_->size();
+            ProgressBar bar("asking each alone", end - next);
+            for (; next < end; ++next) {
+                FoundUnit& unit = (*units_)[next];
+                if (!FindRequestId(&unit, options_.answer_time)) {
+                    FindRequestId(&unit, kLateness * options_.answer_time);
+                }
+                bar.Advance(CanIdText(unit.response_id));
             }
-            if (!unit.request_id && shared_.contains(unit.response_id)) {
-                unit.request_id = shared_[unit.response_id];
-            }
-            bar.Advance(CanIdText(unit.response_id));
+            Report();
         }
     }
 
@@ -121,9 +125,20 @@ private:
             unit.is_functional = functional_.contains(unit.response_id);
     }
 
+    // Among those that were asked at most so long before an answer.
+    bool FindRequestId(FoundUnit* unit, std::chrono::milliseconds limit) {
+        for (const std::uint32_t candidate : CandidatesFor(unit->response_id, limit)) {
+            if (IsTheirs(candidate, unit, limit) && unit->request_id) return true;
+        }
+        if (!shared_.contains(unit->response_id)) return false;
+        unit->request_id = shared_[unit->response_id];
+        return true;
+    }
+
     // The usual request identifier first, then those that were asked before it answered, the latest
     // first.
-    std::vector<std::uint32_t> CandidatesFor(std::uint32_t response_id) const {
+    std::vector<std::uint32_t> CandidatesFor(std::uint32_t response_id,
+                                             std::chrono::milliseconds limit) const {
         std::vector<std::uint32_t> candidates;
         const auto add = [&](std::uint32_t id) {
             const auto& functional = options_.functional_ids;
@@ -137,7 +152,7 @@ private:
         for (const Clock::time_point time : answers_.at(response_id)) {
             for (auto sent = sent_.rbegin(); sent != sent_.rend(); ++sent) {
                 const bool is_before = sent->time <= time;
-                if (is_before && time - sent->time <= options_.answer_time) add(sent->id);
+                if (is_before && time - sent->time <= limit) add(sent->id);
             }
         }
         return candidates;
@@ -154,23 +169,36 @@ private:
     }
 
     // Asks the candidate and waits for this control unit. One that answers together with others
-    // listens to an identifier that is shared.
-    bool IsTheirs(std::uint32_t candidate, FoundUnit* unit) {
-        // A late answer to another request would be mistaken for one to this candidate.
-        if (!IsLikely(candidate, unit->response_id)) WaitForLateAnswers();
-        heard_.clear();
-        Send(candidate);
-        const Clock::time_point end = Clock::now() + options_.answer_time;
-        while (!heard_.contains(unit->response_id)) {
-            if (Clock::now() >= end) return false;
-            ReceiveFor(std::chrono::milliseconds(1));
+    // listens to an identifier that is shared. What came before is the late answer to another
+    // request, perhaps; so only a second answer counts, unless everything is as usual.
+    bool IsTheirs(std::uint32_t candidate, FoundUnit* unit, std::chrono::milliseconds limit) {
+        const bool is_likely = IsLikely(candidate, unit->response_id);
+        if (!is_likely) WaitForLateAnswers(limit);
+        if (!Answers(candidate, unit->response_id, limit)) return false;
+        bool is_shared = heard_.size() > 1;
+        if (is_shared || !is_likely) {
+            if (!Answers(candidate, unit->response_id, limit)) return false;
+            is_shared = is_shared && heard_.size() > 1;
         }
-        ReceiveFor(options_.gap);
-        if (heard_.size() > 1) {
+        if (is_shared) {
             shared_.emplace(unit->response_id, candidate);
         } else {
             unit->request_id = candidate;
         }
+        return true;
+    }
+
+    // Who else has answered is in heard_.
+    bool Answers(std::uint32_t candidate, std::uint32_t response_id,
+                 std::chrono::milliseconds limit) {
+        heard_.clear();
+        Send(candidate);
+        const Clock::time_point end = Clock::now() + limit;
+        while (!heard_.contains(response_id)) {
+            if (Clock::now() >= end) return false;
+            ReceiveFor(std::chrono::milliseconds(1));
+        }
+        ReceiveFor(options_.gap);
         return true;
     }
 
@@ -187,8 +215,8 @@ private:
         });
     }
 
-    void WaitForLateAnswers() {
-        const auto left = sent_.back().time + options_.answer_time - Clock::now();
+    void WaitForLateAnswers(std::chrono::milliseconds limit) {
+        const auto left = sent_.back().time + limit - Clock::now();
         if (left > Clock::duration::zero())
             ReceiveFor(std::chrono::ceil<std::chrono::milliseconds>(left));
     }
