@@ -97,13 +97,15 @@ server_seems_gone() {
     [ ! -e "/proc/$server/cwd/socket" ] || ! compgen -G "/proc/$server/fd/*" >/dev/null
 }
 
-# Looks several times: while it saves the registry, a server is in another folder for a moment.
+# Looks for some seconds: while it saves the registry, a server is in another folder, on a busy machine
+# for longer than a moment.
 server_has_gone() {
     local look
     [ -n "$server" ] || return 1
-    for look in 1 2 3; do
+    for look in {1..20}; do
+        [ -e "/proc/$server" ] || return 0
         server_seems_gone || return 1
-        [ "$look" = 3 ] || sleep 0.2
+        sleep 0.2
     done
 }
 
