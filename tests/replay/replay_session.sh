@@ -46,7 +46,8 @@ if [ "${1:-}" = --ask ]; then
     # Without the lines of progress, which come when something takes longer than a second, and the path
     # of the log, which is another one each time.
     ask() {
-        "${dpdu[@]}" "$@" --wait 30 2>&1 | sed '/^dpdu: .*[.]\{3\}\r*$/d
+        "${dpdu[@]}" "$@" --wait 30 2>&1 | sed 's/\r$//
+            /^dpdu: .*[.]\{3\}$/d
             s/; the library.s log is .*//' >>"$folder/answers"
         echo "exit code ${PIPESTATUS[0]}" >>"$folder/answers"
     }

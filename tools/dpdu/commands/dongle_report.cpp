@@ -46,7 +46,7 @@ std::string OwnLines() {
     std::string log;
     std::string trace;
     for (const trace::LeftFile& file : trace::ListLeftFiles()) {
-        if (file.process != OwnProcessId() || !IsWrittenByThisProcess(file.changed)) continue;
+        if (file.process != OwnProcessId() || !IsWrittenByThisProcess(file.path)) continue;
         (file.kind == trace::LeftKind::kLog ? log : trace) = TextOfFile(file.path);
     }
     return trace + "\n" + log;  // the log has a line at once, the trace half a second later

@@ -4,14 +4,13 @@
 #include <chrono>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 
 #include "console/terminal.h"
 #include "text/names.h"
 
 namespace dpdu {
 namespace {
-
-namespace fs = std::filesystem;
 
 // From harmless to serious.
 constexpr ExitCode kBySeriousness[] = {
@@ -25,14 +24,17 @@ const ExitCode* PlaceOf(ExitCode code) {
     return std::find(std::begin(kBySeriousness), std::end(kBySeriousness), code);
 }
 
-const fs::file_time_type process_start = fs::file_time_type::clock::now();
+const auto process_start = std::chrono::system_clock::now().time_since_epoch();
 
 // File systems take their times from a clock that may lag a little.
 constexpr std::chrono::milliseconds kClockLag{100};
 
 }  // namespace
 
-bool IsWrittenByThisProcess(fs::file_time_type changed) {
+bool IsWrittenByThisProcess(const std::string& path) {
+    const std::optional<std::uint64_t> changed_us = ChangedUs(path);
+    if (!changed_us) return false;
+    const std::chrono::microseconds changed(static_cast<std::int64_t>(*changed_us));
     return changed >= process_start - kClockLag;
 }
 
@@ -41,12 +43,9 @@ namespace {
 // "; the library's log is PATH" if this process's library writes one. An earlier process may have
 // had the same number.
 std::string LogHint() {
-    const fs::path log =
-        PathOf(TemporaryFolder()) / ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log");
-    std::error_code error;
-    const fs::file_time_type written = fs::last_write_time(log, error);
-    if (error || !IsWrittenByThisProcess(written)) return "";
-    return "; the library's log is " + TextOf(log);
+    const std::string log = TextOf(PathOf(TemporaryFolder()) /
+                                   ("dpdu_debug_" + std::to_string(OwnProcessId()) + ".log"));
+    return IsWrittenByThisProcess(log) ? "; the library's log is " + log : "";
 }
 
 }  // namespace

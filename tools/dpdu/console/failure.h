@@ -5,7 +5,6 @@
 #define TOOLS_DPDU_CONSOLE_FAILURE_H
 
 #include <exception>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 
@@ -39,7 +38,7 @@ ExitCode MoreSerious(ExitCode one, ExitCode other);
 std::string NextStep(ExitCode code);
 
 // False for a file that was last changed before this process began.
-bool IsWrittenByThisProcess(std::filesystem::file_time_type changed);
+bool IsWrittenByThisProcess(const std::string& path);
 
 // The library, the module or the vehicle failed.
 class Failure : public std::runtime_error {
