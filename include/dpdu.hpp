@@ -416,6 +416,15 @@ inline std::optional<UNUM32> FindId(const Functions& functions, T_PDU_OBJT type,
     return id;
 }
 
+/// As above; throws Error for an unknown name.
+inline UNUM32 RequireId(const Functions& functions, T_PDU_OBJT type, const std::string& name) {
+    const std::optional<UNUM32> id = FindId(functions, type, name);
+    if (!id) {
+        throw Error(ErrorKind::kUnknownName, "the library does not know the name '" + name + "'");
+    }
+    return *id;
+}
+
 /// An item that one of the library's functions returns through Out(), destroyed at the end of the
 /// scope. The functions must live longer.
 template <typename Record>
@@ -753,9 +762,7 @@ public:
         return pdu::FindId(functions_, type, name);
     }
     UNUM32 Id(T_PDU_OBJT type, const std::string& name) const {
-        const std::optional<UNUM32> id = FindId(type, name);
-        if (!id) throw Error(ErrorKind::kUnknownName, "the library does not know '" + name + "'");
-        return *id;
+        return RequireId(functions_, type, name);
     }
 
 private:
@@ -1321,20 +1328,24 @@ private:
     bool is_connected_ = false;
 };
 
-// The CAN format ComParam for an identifier: segmented, with flow control.
+}  // namespace detail
+
+/// Value of the ComParams CP_Can...Format for an identifier: segmented, with flow control.
 inline UNUM32 CanFormat(UNUM32 can_id) {
     constexpr UNUM32 kFlowControl = 0x1;
     constexpr UNUM32 k29Bits = 0x2;
     constexpr UNUM32 kSegmented = 0x4;
-    return kSegmented | kFlowControl | (can_id > kLargest11BitId ? k29Bits : 0);
+    return kSegmented | kFlowControl | (can_id > detail::kLargest11BitId ? k29Bits : 0);
 }
 
-// Gives the link a table with one entry per control unit, each a copy of the link's first entry
-// with other identifiers.
-inline void SetUnits(const LinkBase& link, const std::vector<Unit>& units) {
-    Item<PDU_UNIQUE_RESP_ID_TABLE_ITEM> own(link.F());
-    Check(link.F().GetUniqueRespIdTable(link.Module(), link.Handle(), own.Out()),
-          "PDUGetUniqueRespIdTable");
+/// Gives a link a response table with one entry per control unit, whose unique response identifier
+/// is its position; each is a copy of the link's first entry with other identifiers. Module::Open
+/// does that. Throws Error.
+inline void SetUnits(const Functions& functions, UNUM32 module, UNUM32 link,
+                     const std::vector<Unit>& units) {
+    Item<PDU_UNIQUE_RESP_ID_TABLE_ITEM> own(functions);
+    detail::Check(functions.GetUniqueRespIdTable(module, link, own.Out()),
+                  "PDUGetUniqueRespIdTable");
     std::vector<PDU_PARAM_ITEM> like;
     if (own && own->NumEntries > 0 && own->pUniqueData && own->pUniqueData[0].pParams) {
         const PDU_ECU_UNIQUE_RESP_DATA& first = own->pUniqueData[0];
@@ -1351,7 +1362,7 @@ inline void SetUnits(const LinkBase& link, const std::vector<Unit>& units) {
             {"CP_CanRespUSDTId", unit.response_id},
             {"CP_CanRespUSDTFormat", CanFormat(unit.response_id)}};
         for (const auto& [name, number] : addresses) {
-            const UNUM32 id = link.Shared()->Id(PDU_OBJT_COMPARAM, name);
+            const UNUM32 id = RequireId(functions, PDU_OBJT_COMPARAM, name);
             const auto found =
                 std::find_if(own_params.begin(), own_params.end(),
                              [id](const PDU_PARAM_ITEM& item) { return item.ComParamId == id; });
@@ -1367,11 +1378,8 @@ inline void SetUnits(const LinkBase& link, const std::vector<Unit>& units) {
     }
     PDU_UNIQUE_RESP_ID_TABLE_ITEM table = {PDU_IT_UNIQUE_RESP_ID_TABLE,
                                            static_cast<UNUM32>(entries.size()), entries.data()};
-    Check(link.F().SetUniqueRespIdTable(link.Module(), link.Handle(), &table),
-          "PDUSetUniqueRespIdTable");
+    detail::Check(functions.SetUniqueRespIdTable(module, link, &table), "PDUSetUniqueRespIdTable");
 }
-
-}  // namespace detail
 
 /// A connected link to one or several control units.
 class Link {
@@ -1554,10 +1562,10 @@ private:
         base.TrySet("CP_RequestAddrMode", options.functional_id ? 2 : 1);
         if (options.functional_id) {
             base.Set("CP_CanFuncReqId", *options.functional_id);
-            base.TrySet("CP_CanFuncReqFormat", detail::CanFormat(*options.functional_id));
+            base.TrySet("CP_CanFuncReqFormat", CanFormat(*options.functional_id));
         }
         // Through the table: a link need not read the ComParams after its creation.
-        detail::SetUnits(base, units);
+        SetUnits(base.F(), base.Module(), base.Handle(), units);
         state_->base.Connect();
     }
 

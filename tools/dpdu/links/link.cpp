@@ -69,7 +69,8 @@ void Link::SetTesterPresent() {
 
 void Link::SetFunctionalAddress(std::uint32_t can_id) {
     SetComParam(*session_, Handles(), "CP_CanFuncReqId", std::to_string(can_id));
-    TrySetComParam(*session_, Handles(), "CP_CanFuncReqFormat", std::to_string(CanFormat(can_id)));
+    TrySetComParam(*session_, Handles(), "CP_CanFuncReqFormat",
+                   std::to_string(pdu::CanFormat(can_id)));
 }
 
 void Link::StartCommunication() {

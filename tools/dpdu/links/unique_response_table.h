@@ -16,9 +16,6 @@ namespace dpdu {
 void SetUniqueResponseTable(const Session& session, const LinkHandles& link,
                             const std::vector<EcuAddress>& ecus);
 
-// The CAN format ComParam value for an identifier: segmented, with flow control.
-UNUM32 CanFormat(UNUM32 can_id);
-
 }  // namespace dpdu
 
 #endif  // TOOLS_DPDU_LINKS_UNIQUE_RESPONSE_TABLE_H
