@@ -27,9 +27,19 @@ protected:
         simulator_.Reset();
         conformance::Pdu();
         Settings{.enableDebugLogFile = false, .useSerial = true}.Store();
-        library_.emplace(pdu::Library::At(std::getenv("TARVIK_DPDU_LIBRARY")));
-        ASSERT_NE(conformance::FindModule(), PDU_HANDLE_UNDEF);
-        module_.emplace(library_->Connect());
+        // On a busy machine a search may miss the dongle, which then counts as gone until the
+        // library is constructed again.
+        for (int attempt = 0; attempt < 5 && !module_; ++attempt) {
+            library_.emplace(pdu::Library::At(std::getenv("TARVIK_DPDU_LIBRARY")));
+            ASSERT_NE(conformance::FindModule(), PDU_HANDLE_UNDEF);
+            pdu::Result<pdu::Module> module = pdu::Try([this] { return library_->Connect(); });
+            if (module) {
+                module_.emplace(std::move(module).Take());
+            } else {
+                library_.reset();
+            }
+        }
+        ASSERT_TRUE(module_) << "no module was found";
     }
     void TearDown() override {
         module_.reset();

@@ -6,20 +6,18 @@
 namespace dpdu {
 namespace {
 
-constexpr std::chrono::milliseconds kSilence{300};
-constexpr std::chrono::milliseconds kLongestPause{5000};  // also with signs of life
-// A search that takes long uses the radio over which the dongle may be connected.
-constexpr std::chrono::milliseconds kLongLook{1500};
-constexpr std::chrono::milliseconds kPauseAfterLongLook{2000};
+constexpr std::chrono::milliseconds kSilence{2000};
+constexpr std::chrono::milliseconds kPauseAfterError{500};
 
 }  // namespace
 
-Lookout::Lookout(const ConnectedModule& module)
+Lookout::Lookout(const ConnectedModule& module,
+                 std::optional<std::chrono::milliseconds> longest_pause)
     : session_(module.GetSession()),
       module_(module.Handle()),
+      longest_pause_(longest_pause),
       last_sign_(Clock::now()),
       last_look_(last_sign_),
-      pause_(kSilence),
       thread_([this] { Run(); }) {}
 
 Lookout::~Lookout() {
@@ -34,6 +32,7 @@ Lookout::~Lookout() {
 void Lookout::NoteSignOfLife() {
     const std::lock_guard hold(lock_);
     last_sign_ = Clock::now();
+    is_gone_ = false;
 }
 
 void Lookout::NoteError() {
@@ -56,9 +55,9 @@ std::optional<std::vector<ModuleInfo>> Lookout::TakeModules() {
 }
 
 Lookout::Clock::time_point Lookout::NextLook() const {
-    const Clock::time_point soonest = last_look_ + pause_;
-    if (has_error_) return soonest;
-    return std::min(std::max(soonest, last_sign_ + kSilence), last_look_ + kLongestPause);
+    if (has_error_) return last_look_ + kPauseAfterError;
+    const Clock::time_point next = std::max(last_look_, last_sign_) + kSilence;
+    return longest_pause_ ? std::min(next, last_look_ + *longest_pause_) : next;
 }
 
 void Lookout::Run() {
@@ -71,11 +70,9 @@ void Lookout::Run() {
         }
         has_error_ = false;
         hold.unlock();
-        const Clock::time_point begin = Clock::now();
         Look();
         hold.lock();
         last_look_ = Clock::now();
-        pause_ = last_look_ - begin > kLongLook ? kPauseAfterLongLook : kSilence;
     }
 }
 

@@ -16,16 +16,19 @@
 namespace dpdu {
 
 // Many libraries notice that a module is gone only while they look for modules, which takes some
-// 100 ms, with Bluetooth seconds. So a thread of its own does that: some tenths of a second after
-// the last sign of life, and now and then in any case.
+// 100 ms, with Bluetooth seconds. So a thread of its own does that, when there has been no sign of
+// life for a while. It does so rarely: a module that is too busy to answer a search counts as gone.
 class Lookout {
 public:
-    explicit Lookout(const ConnectedModule& module);
+    // With a longest pause it looks that often in any case.
+    explicit Lookout(const ConnectedModule& module,
+                     std::optional<std::chrono::milliseconds> longest_pause = std::nullopt);
     // Waits until the library has ended its search.
     ~Lookout();
     Lookout(const Lookout&) = delete;
     Lookout& operator=(const Lookout&) = delete;
 
+    // A module that lives is not gone, whatever a search has found.
     void NoteSignOfLife();
     // The library has reported an error: signs of life do not count until it has searched.
     void NoteError();
@@ -43,6 +46,7 @@ private:
 
     Session* const session_;
     const UNUM32 module_;
+    const std::optional<std::chrono::milliseconds> longest_pause_;
     std::mutex lock_;
     std::condition_variable changed_;
     bool is_ending_ = false;  // guarded by lock_, as what follows
@@ -52,7 +56,6 @@ private:
     std::exception_ptr failure_;
     Clock::time_point last_sign_;
     Clock::time_point last_look_;
-    std::chrono::milliseconds pause_;  // after the last look
     std::thread thread_;
 };
 

@@ -23,6 +23,7 @@ using Clock = Deadline::Clock;
 
 constexpr std::chrono::milliseconds kTimeBetweenSearches{300};
 constexpr std::chrono::milliseconds kTimeBetweenLooks{200};
+constexpr std::chrono::milliseconds kTimeBetweenLists{5000};
 
 // A periodic action; due at once the first time.
 class Timer {
@@ -158,7 +159,7 @@ private:
         Link link(module, options_.link, {{options_.ecu}, std::nullopt});
         Timer request(options_.period);
         Timer look(kTimeBetweenLooks);  // of libraries that notice without a search
-        Lookout lookout(module);
+        Lookout lookout(module, kTimeBetweenLists);
         while (journal_->GoesOn()) {
             TakeAllEvents(link.Handles());
             if (std::exchange(has_received_, false)) lookout.NoteSignOfLife();
