@@ -145,8 +145,8 @@ TEST(LiveLines, ReplaceTheLast) {
     output.LiveLines({});
     output.Flush();
     EXPECT_EQ(Content(file.get()),
-              "one\x1b[K\ntwo\x1b[K\n\x1b[J"
-              "\x1b[2Athree\x1b[K\n\x1b[J"
+              "\x1b[Kone\n\x1b[Ktwo\n\x1b[J"
+              "\x1b[2A\x1b[Kthree\n\x1b[J"
               "\x1b[1A\x1b[J");
 }
 

@@ -44,8 +44,9 @@ void Output::LiveLines(const std::vector<std::string>& lines) {
     constexpr char kClearBelow[] = "\x1b[J";
     EndLiveLines();
     std::string text;
+    // Erased first: behind a full line, some terminals are still on its last character.
     for (const std::string& line : lines)
-        text += line + kClearToLineEnd + "\n";
+        text += kClearToLineEnd + line + "\n";
     Text(text + kClearBelow);
     live_lines_ = lines.size();
     live_size_ = SizeOfTerminal(stream_);
