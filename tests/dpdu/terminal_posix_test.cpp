@@ -16,11 +16,13 @@ namespace {
 
 constexpr winsize kUsual = {24, 80, 0, 0};
 constexpr winsize kSmall = {24, 40, 0, 0};
+constexpr winsize kFlat = {4, 80, 0, 0};
 
 // The program on a terminal, with another vendor's library.
 class OnTerminal {
 public:
-    OnTerminal(const std::vector<std::string>& words, winsize size) {
+    OnTerminal(const std::vector<std::string>& words, winsize size, const char* kind = "xterm",
+               const char* no_color = "") {
         std::string program = DPDU_PROGRAM;
         std::vector<std::string> texts = words;
         std::vector<char*> arguments = {program.data()};
@@ -31,7 +33,8 @@ public:
         if (child_ == 0) {
             setenv("DPDU_LIBRARY", FAKE_LIBRARY, 1);
             unsetenv("FAKE_DPDU_REPORT");
-            unsetenv("NO_COLOR");
+            setenv("TERM", kind, 1);
+            setenv("NO_COLOR", no_color, 1);
             execv(arguments[0], arguments.data());
             _exit(127);
         }
@@ -97,6 +100,31 @@ TEST(DpduOnATerminal, TableOfFramesFitsItsWidth) {
     EXPECT_TRUE(Contains(small, "18DAF110")) << small;
     for (const std::string& line : LinesOf(small))
         EXPECT_LE(line.size(), 40u) << line;
+}
+
+TEST(DpduOnATerminal, TableOfFramesRepeatsNoRowsWhereNotAllOfThemFit) {
+    OnTerminal program(kListen, kFlat);
+    for (int i = 0; i < 2; ++i) {
+        const std::string table = program.ReadUntil("\x1b[J");
+        EXPECT_EQ(table.rfind(i == 0 ? "\x1b[KID" : "\x1b[3A\x1b[KID", 0), 0u) << table;
+        const std::vector<std::string> lines = LinesOf(table);
+        ASSERT_EQ(lines.size(), 4u) << table;
+        EXPECT_TRUE(lines[2].ends_with(" more identifiers: see --filter")) << table;
+    }
+    program.ReadToEnd();
+}
+
+TEST(DpduOnATerminal, TableOfFramesShowsNoChangesWithoutColours) {
+    const std::string output = OnTerminal(kListen, kUsual, "xterm", "1").ReadToEnd();
+    EXPECT_TRUE(Contains(output, "\x1b[J")) << output;
+    EXPECT_FALSE(Contains(output, "\x1b[7m")) << output;
+}
+
+TEST(DpduOnATerminal, TableOfFramesComesOnceOnADumbTerminal) {
+    const std::string output = OnTerminal(kListen, kUsual, "dumb").ReadToEnd();
+    EXPECT_FALSE(Contains(output, "\x1b")) << output;
+    EXPECT_EQ(output.find("LAST DATA"), output.rfind("LAST DATA")) << output;
+    EXPECT_TRUE(Contains(output, "18DAF110")) << output;
 }
 
 TEST(DpduOnATerminal, TableOfFramesFollowsAChangeOfItsSize) {

@@ -14,10 +14,13 @@ namespace {
 // Time between updates of a live table.
 constexpr std::chrono::milliseconds kTimeBetweenTables{200};
 
-bool HasVariable(const char* name) {
+std::string Environment(const char* name) {
     const char* const value = std::getenv(name);
-    return value != nullptr && *value != '\0';
+    return value == nullptr ? "" : value;
 }
+
+// A dumb terminal shows escape sequences as they are.
+bool CanRewrite(const Output& output) { return output.IsLive() && Environment("TERM") != "dumb"; }
 
 std::uint64_t MicrosecondsSince1970() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -29,7 +32,10 @@ std::uint64_t MicrosecondsSince1970() {
 class Listener {
 public:
     Listener(const RawListenOptions& options, Output* output)
-        : options_(options), output_(output) {}
+        : options_(options),
+          output_(output),
+          has_live_table_(options.style == FrameStyle::kTable && !output->AsJson() &&
+                          CanRewrite(*output)) {}
 
     bool IsDone() const { return options_.count > 0 && counts_.Total() >= options_.count; }
 
@@ -45,12 +51,11 @@ public:
     // Called after each reading of the queue.
     void Refresh() {
         const auto now = Deadline::Clock::now();
-        const bool has_table = options_.style == FrameStyle::kTable && output_->IsLive();
-        if (has_table && !output_->AsJson() && counts_.Total() > 0 && now >= next_table_) {
+        if (has_live_table_ && counts_.Total() > 0 && now >= next_table_) {
             output_->LiveLines(FrameTableLines(counts_, now,
                                                {.columns = output_->Columns(),
                                                 .lines = output_->Lines(),
-                                                .has_changes = !HasVariable("NO_COLOR")}));
+                                                .has_changes = Environment("NO_COLOR").empty()}));
             next_table_ = now + kTimeBetweenTables;
         }
         output_->Flush();
@@ -62,7 +67,7 @@ public:
                                    (counts_.Total() == 1 ? " frame" : " frames") + " received";
         if (output_->AsJson()) {
             output_->JsonLine({{"frames", counts_.Total()}, {"totals", counts_.AsJson()}});
-        } else if (options_.style == FrameStyle::kTable && output_->IsLive()) {
+        } else if (has_live_table_) {
             output_->EndLiveLines();
             output_->LiveLines(
                 FrameTableLines(counts_, Deadline::Clock::now(),
@@ -98,6 +103,7 @@ private:
 
     const RawListenOptions& options_;
     Output* output_;
+    const bool has_live_table_;
     FrameCounts counts_;
     FrameTimes times_;
     std::uint64_t first_ = 0;  // when counting began, in microseconds since 1970
