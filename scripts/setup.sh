@@ -33,8 +33,8 @@ windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wine
 clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
 # For tests alone; the second group also for tests of the packages in a bare system.
-test_packages="abigail-tools mypy python3-can python3-setuptools python3-wheel udev"
-test_tools="abidw abidiff mypy udevadm"
+test_packages="abigail-tools mypy python3-can python3-setuptools python3-wheel tshark udev"
+test_tools="abidw abidiff mypy tshark udevadm"
 package_packages="debhelper dh-python python3-setuptools python3-wheel nsis lintian debootstrap"
 package_tools="dh dpkg-buildpackage makensis lintian debootstrap"
 lint_packages="clang-format clang-tidy cppcheck git"

@@ -185,7 +185,7 @@ TEST(DpduCompletion, PowerShellScriptHasTheCommandsAndOptionsOfTheHelp) {
         EXPECT_EQ(Starting(words, false), help.commands) << command;
     }
     EXPECT_EQ(ListOfPowerShell(script, "trace export --format"),
-              (std::vector<std::string>{"candump", "asc", "chrome"}));
+              (std::vector<std::string>{"candump", "asc", "chrome", "pcapng"}));
     for (const char* pair : {"()", "{}", "[]"}) {
         EXPECT_EQ(std::count(script.begin(), script.end(), pair[0]),
                   std::count(script.begin(), script.end(), pair[1]))
@@ -242,7 +242,7 @@ TEST(DpduCompletion, ZshOffersExactlyTheCommandsAndOptionsOfTheHelp) {
 
 TEST(DpduCompletion, KnownValuesAreOffered) {
     EXPECT_EQ(CompleteInBash("trace export --format"),
-              (std::vector<std::string>{"candump", "asc", "chrome"}));
+              (std::vector<std::string>{"candump", "asc", "chrome", "pcapng"}));
     EXPECT_EQ(CompleteInBash("raw send 123 --primitive"),
               (std::vector<std::string>{"startcomm", "sendrecv"}));
     EXPECT_TRUE(Starting(CompleteInBash("ioctl"), false).contains("battery"));

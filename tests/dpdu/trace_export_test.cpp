@@ -3,13 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "client_run.h"
 #include "path_text.h"
+#include "text/hex.h"
 #include "trace/bus_messages.h"
+#include "trace/pcapng.h"
 #include "trace_files.h"
 
 namespace {
@@ -250,6 +254,80 @@ TEST(TraceExport, ChromeAcceptsSeveralTracesAndSeparatesTheirProcesses) {
               (std::vector<std::string>{"process 8166, module 0", "process 8123, module 0",
                                         "process 8106, module 0"}));
     EXPECT_EQ(Export({"asc", CounterTrace("silent"), CounterTrace("functional")}).exit_code, 2);
+}
+
+std::string Hex(const std::string& bytes) { return dpdu::HexText({bytes.begin(), bytes.end()}); }
+
+TEST(TraceExport, PcapngIsASectionWithInterfacesAndPackets) {
+    const std::string target = TemporaryPath("export.pcapng");
+    ExpectOutput(Export({"pcapng", CounterTrace("raw_send"), "-o", target}), "");
+    std::ifstream stream(PathOf(target), std::ios::binary);
+    const std::string file{std::istreambuf_iterator<char>(stream), {}};
+    stream.close();
+    RemoveFile(target);
+    ASSERT_GT(file.size(), 12U);
+    EXPECT_EQ(Hex(file.substr(0, 4)), "0A0D0D0A");
+    EXPECT_EQ(Hex(file.substr(8, 4)), "4D3C2B1A");
+    // Blocks have their length before and behind them, and follow each other without gaps.
+    std::vector<std::string> types;
+    for (std::size_t at = 0; at < file.size();) {
+        types.push_back(Hex(file.substr(at, 4)));
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < 4; ++i)
+            length |= std::size_t{static_cast<unsigned char>(file.at(at + 4 + i))} << (8 * i);
+        ASSERT_GE(length, 12U);
+        ASSERT_LE(length, file.size() - at);
+        EXPECT_EQ(length % 4, 0U);
+        EXPECT_EQ(file.substr(at + length - 4, 4), file.substr(at + 4, 4));
+        at += length;
+    }
+    EXPECT_EQ(types, (std::vector<std::string>{"0A0D0D0A", "01000000", "06000000", "06000000",
+                                               "06000000"}));
+}
+
+TEST(TraceExport, PcapngPacketHasTimeLengthsCommentAndDirection) {
+    EXPECT_EQ(Hex(dpdu::trace::PcapngPacketBlock({.interface_number = 1,
+                                                  .time_us = 0x0006000000000007,
+                                                  .is_sent = true,
+                                                  .bytes = {1, 2, 3, 4, 5},
+                                                  .missing = 2,
+                                                  .comment = "cut"})),
+              "06000000"
+              "3C000000"
+              "01000000"
+              "00000600"
+              "07000000"
+              "05000000"
+              "07000000"
+              "0102030405000000"
+              "0100030063757400"
+              "0200040002000000"
+              "00000000"
+              "3C000000");
+}
+
+TEST(TraceExport, PcapngFramesHaveTheMarkOf29BitIdentifiers) {
+    EXPECT_EQ(dpdu::HexText(dpdu::trace::SocketCanFrame(0x7FF, {0xAB})), "000007FF01000000AB");
+    EXPECT_EQ(dpdu::HexText(dpdu::trace::SocketCanFrame(0x18DA10F1, {})), "98DA10F100000000");
+}
+
+TEST(TraceExport, PcapngMessagesNameTheirDissectorAndIdentifiers) {
+    EXPECT_EQ(dpdu::HexText(dpdu::trace::ExportedPdu("uds", 0x7E0, 0x7E8, {0x3E, 0x00})),
+              "000C000475647300"
+              "0018000400000000"
+              "00190004000007E0"
+              "001A0004000007E8"
+              "00000000"
+              "3E00");
+}
+
+TEST(TraceExport, PcapngNeedsAFile) {
+    const ClientResult result = Export({"pcapng", CounterTrace("silent")});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_EQ(result.output, "");
+    EXPECT_TRUE(result.error.find("pcapng is binary: name the file to write with -o FILE") !=
+                std::string::npos)
+        << result.error;
 }
 
 TEST(TraceExport, TargetFileHasTheSameBytesAsStandardOutput) {

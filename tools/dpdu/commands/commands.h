@@ -144,7 +144,7 @@ struct TraceOptions {
     trace::TimelineFilter filter;  // timeline
     bool is_waterfall = false;     // timeline: place bars at their requests' times
     std::size_t columns = 0;       // timeline; 0: width of the terminal
-    std::string format;            // export: candump, asc or chrome
+    std::string format;            // export: candump, asc, chrome or pcapng
     std::string target;            // export: the file to write; empty: standard output
 };
 

@@ -101,6 +101,7 @@ private:
 std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output* output) {
     if (format == "candump") return trace::MakeCandumpExporter(output);
     if (format == "asc") return trace::MakeAscExporter(output);
+    if (format == "pcapng") return trace::MakePcapngExporter(output);
     return trace::MakeChromeExporter(output);
 }
 
@@ -108,6 +109,10 @@ std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output*
 void CheckExport(const TraceOptions& options) {
     if (options.files.size() > 1 && options.format != "chrome") {
         throw UsageError("only the format chrome takes several traces at once");
+    }
+    // Standard output is text on Windows, and a terminal is no place for packets.
+    if (options.format == "pcapng" && options.target.empty()) {
+        throw UsageError("pcapng is binary: name the file to write with -o FILE");
     }
     for (const std::string& path : options.files) {
         std::error_code ignored;

@@ -80,7 +80,7 @@ _dpdu_words() {
             files=1
             ;;
         'trace export')
-            words='-h --help --format -o --output'
+            words='-h --help --format --to -o --output'
             files=1
             ;;
         'trace latest')
@@ -157,7 +157,7 @@ _dpdu() {
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'scan --method') words='auto raw links' ;;
                 'scan --primitive') words='startcomm sendrecv' ;;
-                'trace export --format') words='candump asc chrome' ;;
+                'trace export --format') words='candump asc chrome pcapng' ;;
                 'raw send --primitive') words='startcomm sendrecv' ;;
                 'run --raw-primitive') words='startcomm sendrecv' ;;
             esac

@@ -20,7 +20,7 @@ $script:DpduWords = @{
     'trace' = @('summary', 'timeline', 'export', 'latest', 'prune', '-h', '--help')
     'trace summary' = @('-h', '--help', '--slowest', '--json')
     'trace timeline' = @('-h', '--help', '--link', '--from', '--to', '--errors', '--waterfall', '--columns')
-    'trace export' = @('-h', '--help', '--format', '-o', '--output')
+    'trace export' = @('-h', '--help', '--format', '--to', '-o', '--output')
     'trace latest' = @('-h', '--help', '--log', '--json')
     'trace prune' = @('-h', '--help', '--older-than', '--yes', '--dry-run')
     'libraries' = @('-h', '--help', '--root', '--json')
@@ -41,7 +41,7 @@ $script:DpduChoices = @{
     'objects --type' = @('protocol', 'bus-type', 'ioctl', 'comparam', 'pin-type', 'resource')
     'scan --method' = @('auto', 'raw', 'links')
     'scan --primitive' = @('startcomm', 'sendrecv')
-    'trace export --format' = @('candump', 'asc', 'chrome')
+    'trace export --format' = @('candump', 'asc', 'chrome', 'pcapng')
     'raw send --primitive' = @('startcomm', 'sendrecv')
     'run --raw-primitive' = @('startcomm', 'sendrecv')
 }

@@ -54,6 +54,9 @@ Formats:
   asc      Vector ASC, hexadecimal, times relative to the trace's first line
   chrome   for chrome://tracing and Perfetto: a process per module, a thread per link,
            spans for requests, waiting and callbacks. Accepts several traces.
+  pcapng   for Wireshark and tshark: raw frames on interfaces can0, can1..., requests and
+           answers on uds0, uds1..., where the UDS dissector decodes them as whole
+           messages. The identifiers are shown as ports. Binary, so it needs -o.
 
 The library's trace contains whole requests and answers; the dongle splits them into
 ISO-TP frames itself. candump and asc show the frames that must have carried them: a
@@ -74,7 +77,8 @@ known: then times are those of the counter.
 Examples:
   dpdu trace export --format candump trace.jsonl
   dpdu trace export --format asc -o bus.asc trace.jsonl
-  dpdu trace export --format chrome -o trace.json dpdu_coptrace_*.jsonl)";
+  dpdu trace export --format chrome -o trace.json dpdu_coptrace_*.jsonl
+  dpdu trace export --to pcapng -o trace.pcapng trace.jsonl)";
 
 constexpr std::uint32_t kMostSlowest = 10'000;
 
@@ -160,9 +164,9 @@ void AddExport(CommandSet* commands, CLI::App* group) {
     CLI::App* command = AddTraceAction(
         commands, group, {"export", "convert a trace to another program's format", kExportFooter},
         RunTraceExport, options);
-    command->add_option("--format", options->format, "candump, asc or chrome")
-        ->type_name("candump|asc|chrome")
-        ->check(CLI::IsMember({"candump", "asc", "chrome"}).description(""))
+    command->add_option("--format,--to", options->format, "candump, asc, chrome or pcapng")
+        ->type_name("candump|asc|chrome|pcapng")
+        ->check(CLI::IsMember({"candump", "asc", "chrome", "pcapng"}).description(""))
         ->required();
     command->add_option("-o,--output", options->target, "file to write (default: standard output)")
         ->type_name("FILE");

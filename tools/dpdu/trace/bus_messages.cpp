@@ -57,6 +57,7 @@ BusMessage BusMessages::MessageOf(const Request& request, std::uint64_t time_us)
 void BusMessages::HandOn(BusMessage message, const Payload& payload) {
     message.length = payload.length;
     message.recorded = static_cast<std::uint32_t>(payload.bytes.size());
+    message.payload = payload.bytes;
     message.frames = IsoTpFrames(payload);
     if (!payload.IsWhole()) ++incomplete_;
     if (!message.frames.empty()) handler_(message);
@@ -66,6 +67,7 @@ void BusMessages::OnSent(const Request& request, const Exchange& exchange) {
     BusMessage message = MessageOf(request, exchange.sent_us);
     message.is_sent = true;
     message.can_id = exchange.request_id;
+    message.peer_id = exchange.response_id;
     HandOn(std::move(message), request.sent);
 }
 
@@ -76,6 +78,7 @@ void BusMessages::OnAnswer(const Request& request, const Exchange& exchange) {
     if (exchange.is_functional) return;
     BusMessage message = MessageOf(request, exchange.answered_us);
     message.can_id = exchange.response_id;
+    message.peer_id = exchange.request_id;
     HandOn(std::move(message), exchange.answer);
 }
 
@@ -84,6 +87,7 @@ void BusMessages::OnLateAnswer(const Request& request, const UnitAnswer& answer,
     if (answer.position >= request.units.size()) return;
     BusMessage message = MessageOf(request, time_us);
     message.can_id = request.units[answer.position].response_id;
+    message.peer_id = request.units[answer.position].request_id;
     HandOn(std::move(message), answer.payload);
 }
 
@@ -98,6 +102,7 @@ void BusMessages::OnRawFrame(const Request& request, const RawFrame& frame) {
     message.is_raw = true;
     message.length = static_cast<std::uint32_t>(frame.data.size());
     message.recorded = message.length;
+    message.payload = frame.data;
     message.frames = {frame.data};
     handler_(message);
 }

@@ -21,10 +21,12 @@ struct BusMessage {
     std::uint32_t bus = 0;  // number of the module in order of appearance
     bool is_sent = false;
     std::uint32_t can_id = 0;
+    std::uint32_t peer_id = 0;   // of what the other side sends; 0: unknown, or several
     bool is_raw = false;         // one frame, exactly as recorded
     std::uint32_t cop = 0;       // of the request
     std::uint32_t length = 0;    // of the whole payload
     std::uint32_t recorded = 0;  // if less, the last frames are missing
+    Bytes payload;               // without the identifier
     std::vector<Bytes> frames;
 };
 

@@ -30,6 +30,9 @@ public:
 std::unique_ptr<Exporter> MakeCandumpExporter(Output* output);
 // Vector's text format, with a comment before everything that is not exactly one recorded frame.
 std::unique_ptr<Exporter> MakeAscExporter(Output* output);
+// Packet captures as Wireshark reads them: raw frames, and requests and answers for its UDS
+// dissector. Binary.
+std::unique_ptr<Exporter> MakePcapngExporter(Output* output);
 // Trace event format of Chrome and Perfetto.
 std::unique_ptr<Exporter> MakeChromeExporter(Output* output);
 
