@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""pcapng_test.py DPDU TRACES: tshark finds in the export what the lines of the trace say."""
+"""pcapng_test.py DPDU TRACES LIBRARY: tshark finds in captures what traces and frames say."""
 import json, os, re, shutil, subprocess, sys, tempfile, unittest
 from pathlib import Path
 
-PROGRAM, TRACES = sys.argv[1], Path(sys.argv[2])
+PROGRAM, TRACES, LIBRARY = sys.argv[1], Path(sys.argv[2]), sys.argv[3]
 
 
 class Pcapng(unittest.TestCase):
@@ -101,6 +101,42 @@ class Pcapng(unittest.TestCase):
 
     def test_sent_frames_are_outbound(self):
         self.assertGreater(len(self.check_frames("raw_send", "0x00000002")), 2)
+
+    def test_standard_output_has_the_bytes_of_the_file(self):
+        target, trace = self.base / "some.pcapng", self.trace("negative")
+        words = [PROGRAM, "trace", "export", "--to", "pcapng"]
+        subprocess.run([*words, "-o", target, trace], check=True)
+        result = subprocess.run([*words, trace], check=True, capture_output=True)
+        self.assertEqual(result.stdout, target.read_bytes())
+
+    def test_a_terminal_gets_no_packets(self):
+        for words in (["trace", "export", "--to", "pcapng", self.trace("negative")],
+                      ["raw", "listen", "--pcapng", "-", "--library", LIBRARY]):
+            ours, theirs = os.openpty()
+            self.addCleanup(os.close, ours)
+            result = subprocess.run([PROGRAM, *words], stdout=theirs, stderr=subprocess.PIPE,
+                                    text=True)
+            os.close(theirs)
+            self.assertEqual(result.returncode, 2, result.stderr)
+            self.assertIn("not for a terminal", result.stderr)
+
+    def test_frames_reach_a_reader_while_they_come(self):
+        """The library of the test has five frames, and the program goes on to listen."""
+        program = subprocess.Popen([PROGRAM, "raw", "listen", "--pcapng", "-", "--library", LIBRARY],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        reader = subprocess.Popen(["tshark", "-n", "-l", "-r", "-", "-T", "fields", "-e", "can.id",
+                                   "-e", "can.flags.xtd", "-e", "data.data"], text=True,
+                                  stdin=program.stdout, stdout=subprocess.PIPE,
+                                  stderr=subprocess.DEVNULL)
+        program.stdout.close()
+        rows = [reader.stdout.readline().rstrip("\n").split("\t") for _ in range(5)]
+        self.assertEqual(rows, [["192", "0", "0c80"], ["2024", "0", "037f2231"],
+                                ["192", "0", "0d10"], ["417001744", "1", ""],
+                                ["291", "1", "ff"]])
+        program.terminate()
+        _, errors = program.communicate()
+        self.assertIn("5 frames received", errors)
+        reader.communicate()
 
     def test_the_file_names_its_program_and_is_without_fault(self):
         target = self.base / "all.pcapng"

@@ -285,6 +285,21 @@ TEST(DpduRawListen, OnlyFramesThatMatchAFilterCount) {
     EXPECT_TRUE(two[3]["totals"][1]["periodMs"].is_null());
 }
 
+TEST(DpduRawListen, CaptureHasEachFrameWithItsKindOfIdentifier) {
+    const std::string path = TemporaryPath("capture.pcapng");
+    const ClientResult result = RunClient({"raw", "listen", "--pcapng", path, "--count", "5"});
+    EXPECT_EQ(result.exit_code, kOk) << result.error;
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.error, "dpdu: 5 frames received\n");
+    const std::string capture = ReadWholeFile(path);
+    EXPECT_TRUE(Contains(capture, std::string("\0\0\x07\xE8\x04\0\0\0\x03\x7F\"1", 12)));
+    EXPECT_TRUE(Contains(capture, std::string("\x80\0\1\x23\1\0\0\0\xFF", 9)));
+    ExpectMistakes({"raw", "listen"}, {{"--pcapng", path}},
+                   "'" + path + "' exists already: name another file");
+    EXPECT_EQ(ReadWholeFile(path), capture);
+    RemoveFile(path);
+}
+
 TEST(DpduRawListen, TableWithoutATerminalIsPrintedOnceAtTheEnd) {
     const ClientResult result =
         RunClient({"raw", "listen", "--table", "--filter", "0C0", "--count", "2"});

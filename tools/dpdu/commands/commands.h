@@ -116,13 +116,14 @@ struct RawSendOptions {
 };
 
 // Output format of received frames.
-enum class FrameStyle { kCandump, kCandumpLog, kTable };
+enum class FrameStyle { kCandump, kCandumpLog, kTable, kPcapng };
 
 struct RawListenOptions {
     std::vector<CanFilter> filters;  // empty: all identifiers
     std::uint64_t count = 0;         // end after this many frames; 0: no limit
     std::optional<std::chrono::milliseconds> limit;
     FrameStyle style = FrameStyle::kCandump;
+    std::string capture;  // kPcapng: the file to write; "-": standard output
     LinkOptions link = RawLinkOptions();
 };
 

@@ -1,12 +1,17 @@
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 
 #include "commands/commands.h"
 #include "commands/module_session.h"
 #include "commands/watch.h"
+#include "console/failure.h"
 #include "console/progress.h"
 #include "raw/frame_table.h"
+#include "text/names.h"
+#include "trace/pcapng.h"
 
 namespace dpdu {
 namespace {
@@ -28,6 +33,78 @@ std::uint64_t MicrosecondsSince1970() {
         std::chrono::duration_cast<std::chrono::microseconds>(now).count());
 }
 
+// A capture for Wireshark, which may be a pipe that it reads. Writes each frame at once.
+class Capture {
+public:
+    // Throws UsageError if there cannot be one. Changes nothing.
+    static void Check(const std::string& path, const Output& standard_output) {
+        if (standard_output.AsJson()) {
+            throw UsageError("--json and --pcapng exclude each other");
+        }
+        if (path == kStandardOutput && standard_output.IsTerminal()) {
+            throw UsageError("a capture is not for a terminal: name a file, or use a pipe");
+        }
+        std::error_code ignored;
+        if (path != kStandardOutput && std::filesystem::is_regular_file(PathOf(path), ignored)) {
+            throw UsageError("'" + path + "' exists already: name another file");
+        }
+    }
+
+    Capture(const std::string& path, Output* standard_output)
+        : path_(path), standard_output_(standard_output) {
+        if (path_ == kStandardOutput) {
+            standard_output_->BeginBinary();
+        } else {
+            file_.reset(OpenFile(path_, "wb"));
+            if (!file_) ThrowUnwritable();
+        }
+        Write(trace::PcapngSection("dpdu " DPDU_VERSION) +
+              trace::PcapngInterface(trace::PcapngLink::kSocketCan, "can0", "D-PDU raw link"));
+    }
+
+    void Add(const CanFrame& frame, std::uint64_t since_1970_us) {
+        if (frame.data.size() > kLargestFrame) {
+            ++left_out_;
+            return;
+        }
+        trace::PcapngPacket packet;
+        packet.time_us = since_1970_us;
+        packet.bytes = trace::SocketCanFrame(frame.id, frame.is_29_bit, frame.data);
+        Write(trace::PcapngPacketBlock(packet));
+    }
+
+    std::uint64_t LeftOut() const { return left_out_; }
+
+private:
+    static constexpr const char* kStandardOutput = "-";
+    struct CloseFile {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+
+    void Write(const std::string& block) {
+        if (!file_) {
+            standard_output_->Text(block);
+            standard_output_->Flush();
+            return;
+        }
+        const bool was_written =
+            std::fwrite(block.data(), 1, block.size(), file_.get()) == block.size() &&
+            std::fflush(file_.get()) == 0;
+        if (was_written) return;
+        if (MeansReaderGone(errno)) throw ReaderGone();
+        ThrowUnwritable();
+    }
+
+    [[noreturn]] void ThrowUnwritable() const {
+        throw Failure("cannot write '" + path_ + "': " + std::generic_category().message(errno));
+    }
+
+    const std::string path_;
+    Output* const standard_output_;
+    std::unique_ptr<std::FILE, CloseFile> file_;  // null: standard output
+    std::uint64_t left_out_ = 0;
+};
+
 // Shows frames as they arrive, and totals at the end.
 class Listener {
 public:
@@ -35,7 +112,10 @@ public:
         : options_(options),
           output_(output),
           has_live_table_(options.style == FrameStyle::kTable && !output->AsJson() &&
-                          CanRewrite(*output)) {}
+                          CanRewrite(*output)) {
+        if (options.style != FrameStyle::kPcapng) return;
+        capture_ = std::make_unique<Capture>(options.capture, output);
+    }
 
     bool IsDone() const { return options_.count > 0 && counts_.Total() >= options_.count; }
 
@@ -63,6 +143,10 @@ public:
 
     void ShowTotals() {
         progress_.reset();
+        if (capture_ && capture_->LeftOut() > 0) {
+            ErrorLine("raw frames of more than eight bytes, which are left out: " +
+                      std::to_string(capture_->LeftOut()));
+        }
         const std::string frames = std::to_string(counts_.Total()) +
                                    (counts_.Total() == 1 ? " frame" : " frames") + " received";
         if (output_->AsJson()) {
@@ -72,8 +156,8 @@ public:
             output_->LiveLines(
                 FrameTableLines(counts_, Deadline::Clock::now(),
                                 {.columns = output_->Columns(), .has_rates = false}));
-        } else if (options_.style == FrameStyle::kCandumpLog) {
-            ErrorLine(frames);  // a log contains only frames
+        } else if (capture_ || options_.style == FrameStyle::kCandumpLog) {
+            ErrorLine(frames);  // such a file contains only frames
         } else {
             if (options_.style == FrameStyle::kCandump && counts_.Total() > 0) output_->Line("");
             output_->Table(counts_.Rows());
@@ -89,7 +173,9 @@ public:
 
 private:
     void Show(const CanFrame& frame, std::uint64_t time_us) {
-        if (output_->AsJson()) {
+        if (capture_) {
+            capture_->Add(frame, first_ + time_us);
+        } else if (output_->AsJson()) {
             output_->JsonLine({{"timeUs", time_us},
                                {"id", FrameIdText(frame)},
                                {"extended", frame.is_29_bit},
@@ -104,6 +190,7 @@ private:
     const RawListenOptions& options_;
     Output* output_;
     const bool has_live_table_;
+    std::unique_ptr<Capture> capture_;  // null: no capture
     FrameCounts counts_;
     FrameTimes times_;
     std::uint64_t first_ = 0;  // when counting began, in microseconds since 1970
@@ -115,6 +202,7 @@ private:
 
 ExitCode RunRawListen(const CommonOptions& common, const RawListenOptions& options,
                       Output* output) {
+    if (options.style == FrameStyle::kPcapng) Capture::Check(options.capture, *output);
     const ModuleSession module(common);
     RawLink link(module.Module(), options.link);
     Watch watch(module.Module(), options.limit);

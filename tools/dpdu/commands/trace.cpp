@@ -110,10 +110,6 @@ void CheckExport(const TraceOptions& options) {
     if (options.files.size() > 1 && options.format != "chrome") {
         throw UsageError("only the format chrome takes several traces at once");
     }
-    // Standard output is text on Windows, and a terminal is no place for packets.
-    if (options.format == "pcapng" && options.target.empty()) {
-        throw UsageError("pcapng is binary: name the file to write with -o FILE");
-    }
     for (const std::string& path : options.files) {
         std::error_code ignored;
         if (std::filesystem::equivalent(PathOf(path), PathOf(options.target), ignored)) {
@@ -164,6 +160,12 @@ ExitCode RunTraceTimeline(const TraceOptions& options, Output* output) {
 ExitCode RunTraceExport(const TraceOptions& options, Output* output) {
     CheckExport(options);
     if (options.target.empty()) {
+        if (options.format == "pcapng") {
+            if (output->IsTerminal()) {
+                throw UsageError("pcapng is not for a terminal: name the file to write with -o");
+            }
+            output->BeginBinary();
+        }
         Export(options, output);
         return ExitCode::kOk;
     }

@@ -115,7 +115,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --extended --repeat --period --primitive --param --protocol --bus-type'
             ;;
         'raw listen')
-            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --filter --count --time --table --log --param --protocol --bus-type'
+            words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --filter --count --time --table --log --pcapng --param --protocol --bus-type'
             ;;
         'tester-present')
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --period --message --functional --time --ecu --param --protocol --bus-type'
@@ -137,7 +137,7 @@ _dpdu() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         [[ ${COMP_WORDS[i]} == --root ]] && root=(--root "${COMP_WORDS[i + 1]}")
         case ${COMP_WORDS[i]} in
-            --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
+            --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --pcapng | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
                 ((i++)) # the next word is its value
                 continue
                 ;;
@@ -149,10 +149,10 @@ _dpdu() {
     done
 
     case $previous in
-        --file | --folder | --junit | --library | --output | --root | -o) files=1 ;;
+        --file | --folder | --junit | --library | --output | --pcapng | --root | -o) files=1 ;;
         --vendor) source=libraries ;;
         --param) source=assignments ;;
-        --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
+        --answer-time | --bus-type | --columns | --count | --dids | --ecu | --expect | --expect-negative | --file | --filter | --folder | --format | --from | --functional | --gap | --id | --junit | --key-timeout | --library | --library-options | --limit | --link | --mask | --message | --method | --module | --offset | --older-than | --output | --p2 | --p2-star | --param | --pcapng | --period | --primitive | --protocol | --range | --raw-primitive | --repeat | --root | --slowest | --tester-present | --time | --timeout | --to | --type | --units | --var | --vendor | --wait | -o)
             case "$command $previous" in
                 'objects --type') words='protocol bus-type ioctl comparam pin-type resource' ;;
                 'scan --method') words='auto raw links' ;;

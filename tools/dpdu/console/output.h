@@ -27,6 +27,9 @@ public:
     // Height of the terminal; 24 if the stream is not a terminal.
     std::size_t Lines() const;
     bool IsLive() const { return is_live_; }
+    bool IsTerminal() const { return dpdu::IsTerminal(stream_); }
+    // What follows is not text: its bytes stay as they are on every system.
+    void BeginBinary() { UseBinaryMode(stream_); }
 
     // This and what follows throws ReaderGone if the stream is a pipe that nobody reads any more.
     void Line(const std::string& text);

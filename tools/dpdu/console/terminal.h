@@ -26,9 +26,13 @@ int ReadDescriptor(int descriptor, char* buffer, unsigned size);
 // pipes get it as it is.
 void WriteText(std::FILE* stream, const std::string& text);
 
+// What is written from now on reaches files and pipes byte by byte, line ends included.
+void UseBinaryMode(std::FILE* stream);
+
 // True for the errno of a failed write if it may mean that nobody reads the pipe any more.
 bool MeansReaderGone(int error);
 
+bool IsTerminal(std::FILE* stream);
 bool StandardErrorIsTerminal();
 bool StandardInputIsTerminal();
 

@@ -51,7 +51,11 @@ void WriteText(std::FILE* stream, const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stream);
 }
 
+void UseBinaryMode(std::FILE*) {}
+
 bool MeansReaderGone(int error) { return error == EPIPE; }
+
+bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
 
 bool StandardErrorIsTerminal() { return isatty(STDERR_FILENO) == 1; }
 

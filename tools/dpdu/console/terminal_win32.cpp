@@ -87,7 +87,18 @@ void WriteText(std::FILE* stream, const std::string& text) {
 }
 
 // The C runtime has no number of its own for ERROR_NO_DATA and makes EINVAL of it.
+void UseBinaryMode(std::FILE* stream) {
+    std::fflush(stream);
+    ::_setmode(::_fileno(stream), _O_BINARY);
+}
+
 bool MeansReaderGone(int error) { return error == EPIPE || error == EINVAL; }
+
+bool IsTerminal(std::FILE* stream) {
+    DWORD mode = 0;
+    return ::GetConsoleMode(reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(stream))), &mode) !=
+           FALSE;
+}
 
 bool StandardErrorIsTerminal() { return ::_isatty(kStandardError) != 0; }
 

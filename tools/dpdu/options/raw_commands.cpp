@@ -36,6 +36,9 @@ On a terminal --table is updated in place, in the columns and lines that there a
 that of the last two seconds; bytes that have changed within a second are in reverse, unless
 the environment has NO_COLOR.
 
+--pcapng writes each frame at once, with calendar times, so that Wireshark can show them as
+they come. It never writes over a file that exists.
+
 --json prints one document per line: one for each frame (none with --table), and the totals.
 
 Examples:
@@ -43,6 +46,7 @@ Examples:
   dpdu raw listen --filter 7E8 --filter 7E0/7F8 --count 100
   dpdu raw listen --table                         one row per identifier, kept up to date
   dpdu raw listen --log --time 60 >drive.log      for tools that read candump logs
+  dpdu raw listen --pcapng - | wireshark -k -i -
   dpdu raw listen --json --time 5)";
 
 struct RawTexts {
@@ -119,6 +123,7 @@ struct ListenTexts {
     double seconds = 0;
     bool has_table = false;
     bool is_log = false;
+    std::string capture;
     RawTexts raw;
 };
 
@@ -135,6 +140,8 @@ RawListenOptions ParseListen(const ListenTexts& texts) {
     options.limit = ParseSeconds(texts.seconds);
     if (texts.has_table) options.style = FrameStyle::kTable;
     if (texts.is_log) options.style = FrameStyle::kCandumpLog;
+    if (!texts.capture.empty()) options.style = FrameStyle::kPcapng;
+    options.capture = texts.capture;
     options.link = ParseRawLink(texts.raw);
     return options;
 }
@@ -154,7 +161,12 @@ void AddListen(CommandSet* commands, CLI::App* group) {
     AddTimeOption(command, &texts->seconds);
     CLI::Option* table = command->add_flag("--table", texts->has_table,
                                            "show a table, updated in place on a terminal");
-    command->add_flag("--log", texts->is_log, "print the lines of a candump log")->excludes(table);
+    CLI::Option* log = command->add_flag("--log", texts->is_log, "print the lines of a candump log")
+                           ->excludes(table);
+    command->add_option("--pcapng", texts->capture, "write a capture for Wireshark; -: to a pipe")
+        ->type_name("FILE")
+        ->excludes(table)
+        ->excludes(log);
     AddRawLinkOptions(command, &texts->raw);
 }
 

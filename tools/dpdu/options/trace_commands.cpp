@@ -56,7 +56,7 @@ Formats:
            spans for requests, waiting and callbacks. Accepts several traces.
   pcapng   for Wireshark and tshark: raw frames on interfaces can0, can1..., requests and
            answers on uds0, uds1..., where the UDS dissector decodes them as whole
-           messages. The identifiers are shown as ports. Binary, so it needs -o.
+           messages. The identifiers are shown as ports. Not for a terminal.
 
 The library's trace contains whole requests and answers; the dongle splits them into
 ISO-TP frames itself. candump and asc show the frames that must have carried them: a

@@ -1,7 +1,5 @@
 #include "trace/pcapng.h"
 
-#include "uds/ecu_address.h"
-
 namespace dpdu::trace {
 namespace {
 
@@ -136,9 +134,9 @@ std::string PcapngPacketBlock(const PcapngPacket& packet) {
     return Block(kPacketBlock, body);
 }
 
-Bytes SocketCanFrame(std::uint32_t can_id, const Bytes& data) {
+Bytes SocketCanFrame(std::uint32_t can_id, bool is_29_bit, const Bytes& data) {
     std::string header;
-    AppendBig(can_id > kLargest11BitId ? can_id | kExtendedFrame : can_id, &header);
+    AppendBig(is_29_bit ? can_id | kExtendedFrame : can_id, &header);
     header.push_back(static_cast<char>(data.size()));
     header.append(3, '\0');
     return BytesOf(header, data);

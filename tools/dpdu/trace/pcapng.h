@@ -31,8 +31,8 @@ std::string PcapngInterface(PcapngLink link, const std::string& name,
                             const std::string& description);
 std::string PcapngPacketBlock(const PcapngPacket& packet);
 
-// A frame as Linux's SocketCAN has it. Identifiers above 7FF have 29 bits.
-Bytes SocketCanFrame(std::uint32_t can_id, const Bytes& data);
+// A frame as Linux's SocketCAN has it.
+Bytes SocketCanFrame(std::uint32_t can_id, bool is_29_bit, const Bytes& data);
 // A message for a dissector of that name; identifier 0: unknown.
 Bytes ExportedPdu(const std::string& dissector, std::uint32_t source, std::uint32_t destination,
                   const Bytes& data);

@@ -45,7 +45,8 @@ private:
         packet.is_sent = message.is_sent;
         packet.missing = message.length - message.recorded;
         if (message.is_raw) {
-            packet.bytes = SocketCanFrame(message.can_id, message.payload);
+            packet.bytes =
+                SocketCanFrame(message.can_id, message.can_id > kLargest11BitId, message.payload);
         } else {
             const std::uint32_t source = message.is_sent ? message.peer_id : message.can_id;
             const std::uint32_t destination = message.is_sent ? message.can_id : message.peer_id;
