@@ -5,6 +5,7 @@
 #   tarvik::cli11           command-line client
 #   tarvik::nlohmann_json   simulator and tests
 #   tarvik::expat           the root file and description files, in the client
+#   tarvik::zlib            the data in trace reports, in the client
 #   tarvik::ssl, tarvik::crypto     OpenSSL: WebSocket to the relay (Linux), simulators
 #   tarvik::gtest, tarvik::gtest_main
 
@@ -67,6 +68,15 @@ else()
     # Shared: the system's package gets its security updates, and the static one needs glibc 2.36.
     find_package(EXPAT REQUIRED)
     add_library(tarvik::expat ALIAS EXPAT::EXPAT)
+endif()
+
+if(WIN32)
+    # Debian's, for the cross compiler.
+    find_library(TARVIK_ZLIB libz.a REQUIRED)
+    _tarvik_import(zlib "${TARVIK_ZLIB}")
+else()
+    find_package(ZLIB REQUIRED)
+    add_library(tarvik::zlib ALIAS ZLIB::ZLIB)
 endif()
 
 if(WIN32)

@@ -12,7 +12,7 @@ ORDER = {
     "src": "api worker objects comparam transport link support platform",
     "tools/simulator": "bluez radio relay sockets program wine control vehicle_file dongle record"
                        " ports replay vehicle protocol process",
-    "tools/dpdu": "completion options commands script check doctor trace scan raw links params root xml pdu uds console"
+    "tools/dpdu": "completion options commands script check doctor report trace scan raw links params root xml pdu uds console"
                   " text",
     "packaging/descriptions": "",
 }

@@ -20,21 +20,22 @@ json_c_patch=$root/scripts/patches/json-c-0.16-memory.patch
 
 linux_packages="gcc g++ make cmake ninja-build pkg-config patch dpkg-dev util-linux
     libudev-dev libboost-dev umockdev libumockdev-dev libcli11-dev nlohmann-json3-dev libssl-dev
-    libexpat1-dev libedit-dev
+    libexpat1-dev libedit-dev zlib1g-dev esbuild node-d3-array
     libsdbus-c++-dev dbus-daemon libgtest-dev libgmock-dev libbenchmark-dev zsh groff-base
     python3 python3-cryptography-vectors locales"
-linux_tools="gcc g++ cmake ctest ninja pkg-config patch dpkg-source flock umockdev-run
+linux_tools="gcc g++ cmake ctest ninja esbuild pkg-config patch dpkg-source flock umockdev-run
     dbus-daemon zsh groff python3"
 windows_packages="g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest
-    libcli11-dev nlohmann-json3-dev xvfb lld llvm"
+    libcli11-dev nlohmann-json3-dev libz-mingw-w64-dev xvfb lld llvm"
 windows_tools="x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres wine wineserver Xvfb ld.lld
     lld-link llvm-dlltool"
 # For the sanitizers and the fuzz targets; llvm-symbolizer makes functions and lines of addresses.
 clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
 # For tests alone; the second group also for tests of the packages in a bare system.
-test_packages="abigail-tools mypy python3-can python3-setuptools python3-wheel tshark udev"
-test_tools="abidw abidiff mypy tshark udevadm"
+test_packages="abigail-tools chromium chromium-driver mypy node-typescript nodejs python3-can
+    python3-selenium python3-setuptools python3-wheel tshark udev"
+test_tools="abidw abidiff chromedriver chromium mypy node tsc tshark udevadm"
 package_packages="debhelper dh-python python3-setuptools python3-wheel nsis lintian debootstrap"
 package_tools="dh dpkg-buildpackage makensis lintian debootstrap"
 lint_packages="clang-format clang-tidy cppcheck git"

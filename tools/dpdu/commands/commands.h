@@ -146,7 +146,7 @@ struct TraceOptions {
     bool is_waterfall = false;     // timeline: place bars at their requests' times
     std::size_t columns = 0;       // timeline; 0: width of the terminal
     std::string format;            // export: candump, asc, chrome or pcapng
-    std::string target;            // export: the file to write; empty: standard output
+    std::string target;            // export, report: the file to write; empty: standard output
 };
 
 struct TraceLatestOptions {
@@ -208,6 +208,7 @@ ExitCode RunTraceTimeline(const TraceOptions& options, Output* output);
 ExitCode RunTraceLatest(const TraceLatestOptions& options, Output* output);
 ExitCode RunTracePrune(const TracePruneOptions& options, Output* output);
 ExitCode RunTraceExport(const TraceOptions& options, Output* output);
+ExitCode RunTraceReport(const TraceOptions& options, Output* output);
 
 }  // namespace dpdu
 

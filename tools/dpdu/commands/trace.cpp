@@ -1,13 +1,14 @@
-#include <cerrno>
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <system_error>
 
 #include "commands/commands.h"
+#include "commands/target_file.h"
 #include "console/failure.h"
 #include "console/progress.h"
+#include "report/report_file.h"
 #include "text/names.h"
 #include "trace/exporter.h"
 #include "trace/file.h"
@@ -38,66 +39,6 @@ trace::ReadReport ReadFile(const std::string& path, const trace::LineReader::Han
     return report;
 }
 
-// The output file of an export. It has its former contents, or does not exist, until the export
-// completes. A device or a pipe is written to as it is.
-class TargetFile {
-public:
-    explicit TargetFile(const std::string& path) : path_(path), written_(path) {
-        std::error_code ignored;
-        const auto status = std::filesystem::status(PathOf(path), ignored);
-        if (!std::filesystem::exists(status) || std::filesystem::is_regular_file(status)) {
-            if (std::filesystem::exists(status)) {
-                path_ = TextOf(std::filesystem::canonical(PathOf(path)));
-            }
-            written_ = FreeNameBeside(path_);
-        }
-        file_ = OpenFile(written_, "wb");
-        if (file_ == nullptr) ThrowUnwritable();
-    }
-    ~TargetFile() {
-        if (file_ != nullptr) std::fclose(file_);
-        std::error_code ignored;
-        if (written_ != path_) std::filesystem::remove(PathOf(written_), ignored);
-    }
-    TargetFile(const TargetFile&) = delete;
-    TargetFile& operator=(const TargetFile&) = delete;
-
-    std::FILE* Stream() const { return file_; }
-
-    void Keep() {
-        const bool was_written = std::fflush(file_) == 0 && std::ferror(file_) == 0;
-        if (!was_written) ThrowUnwritable();
-        const bool was_closed = std::fclose(file_) == 0;
-        file_ = nullptr;
-        if (!was_closed) ThrowUnwritable();
-        if (written_ == path_) return;
-        std::error_code error;
-        std::filesystem::rename(PathOf(written_), PathOf(path_), error);
-        // The system's own message may be in another encoding.
-        const std::string reason = error.default_error_condition().message();
-        if (error) throw Failure("cannot write '" + path_ + "': " + reason);
-        written_ = path_;
-    }
-
-private:
-    static std::string FreeNameBeside(const std::string& path) {
-        std::error_code ignored;
-        for (int number = 1;; ++number) {
-            std::string name = path + "." + std::to_string(number) + ".part";
-            if (!std::filesystem::exists(std::filesystem::symlink_status(PathOf(name), ignored))) {
-                return name;
-            }
-        }
-    }
-    [[noreturn]] void ThrowUnwritable() const {
-        throw Failure("cannot write '" + path_ + "': " + std::generic_category().message(errno));
-    }
-
-    std::string path_;
-    std::string written_;  // renamed to path_ in the end, or path_ itself
-    std::FILE* file_ = nullptr;
-};
-
 std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output* output) {
     if (format == "candump") return trace::MakeCandumpExporter(output);
     if (format == "asc") return trace::MakeAscExporter(output);
@@ -105,17 +46,21 @@ std::unique_ptr<trace::Exporter> MakeExporter(const std::string& format, Output*
     return trace::MakeChromeExporter(output);
 }
 
+void CheckTarget(const TraceOptions& options) {
+    for (const std::string& path : options.files) {
+        std::error_code ignored;
+        if (std::filesystem::equivalent(PathOf(path), PathOf(options.target), ignored)) {
+            throw UsageError("'" + path + "' would be overwritten by what is made of it");
+        }
+    }
+}
+
 // A log has a single time axis, but traces of several processes may overlap.
 void CheckExport(const TraceOptions& options) {
     if (options.files.size() > 1 && options.format != "chrome") {
         throw UsageError("only the format chrome takes several traces at once");
     }
-    for (const std::string& path : options.files) {
-        std::error_code ignored;
-        if (std::filesystem::equivalent(PathOf(path), PathOf(options.target), ignored)) {
-            throw UsageError("'" + path + "' would be overwritten by its own export");
-        }
-    }
+    CheckTarget(options);
 }
 
 void Export(const TraceOptions& options, Output* output) {
@@ -176,6 +121,38 @@ ExitCode RunTraceExport(const TraceOptions& options, Output* output) {
         Export(options, &into);
     }
     target.Keep();
+    return ExitCode::kOk;
+}
+
+ExitCode RunTraceReport(const TraceOptions& options, Output* output) {
+    CheckTarget(options);
+    std::vector<std::optional<trace::WallClock>> clocks;
+    for (const std::string& path : options.files)
+        clocks.push_back(trace::WallClock::OfFile(path));
+    // The files share an axis.
+    const bool has_calendar_time =
+        std::all_of(clocks.begin(), clocks.end(), [](const auto& clock) { return clock; });
+    TargetFile target(options.target);
+    Output into(target.Stream(), false);
+    report::ReportFile report(&into);
+    for (std::size_t i = 0; i < options.files.size(); ++i) {
+        const std::string& path = options.files[i];
+        const std::optional<trace::WallClock>& clock = clocks[i];
+        report.Data().BeginFile(path);
+        trace::ReadReport read;
+        {
+            const Progress progress("reading " + path);
+            read = ReadFile(path, [&](const trace::Record& record) {
+                report.Data().Take(has_calendar_time ? clock->Convert(record) : record);
+            });
+        }
+        report.Data().EndOfFile(read);
+        ReportLines(path, read);
+    }
+    report.Finish(has_calendar_time);
+    into.Flush();
+    target.Keep();
+    output->Line(options.target);
     return ExitCode::kOk;
 }
 

@@ -69,7 +69,7 @@ _dpdu_words() {
             words='-h --help --library --vendor --root --library-options --module --wait --json --verbose --range --functional --offset --dids --gap --answer-time --method --primitive --p2 --p2-star --timeout --param --protocol --bus-type'
             ;;
         'trace')
-            words='summary timeline export latest prune -h --help'
+            words='summary timeline export report latest prune -h --help'
             ;;
         'trace summary')
             words='-h --help --slowest --json'
@@ -81,6 +81,10 @@ _dpdu_words() {
             ;;
         'trace export')
             words='-h --help --format --to -o --output'
+            files=1
+            ;;
+        'trace report')
+            words='-h --help -o --output'
             files=1
             ;;
         'trace latest')
@@ -144,7 +148,7 @@ _dpdu() {
         esac
         next="${command:+$command }${COMP_WORDS[i]}"
         case $next in
-            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'scan' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'trace latest' | 'trace prune' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor' | 'run') command=$next ;;
+            'modules' | 'version' | 'doctor' | 'comparam' | 'comparam get' | 'comparam set' | 'comparam list' | 'objects' | 'ioctl' | 'request' | 'functional' | 'vin' | 'dtc' | 'scan' | 'trace' | 'trace summary' | 'trace timeline' | 'trace export' | 'trace report' | 'trace latest' | 'trace prune' | 'libraries' | 'root' | 'root list' | 'root check' | 'root add' | 'root remove' | 'raw' | 'raw send' | 'raw listen' | 'tester-present' | 'monitor' | 'run') command=$next ;;
         esac
     done
 

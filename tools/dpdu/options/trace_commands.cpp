@@ -14,6 +14,7 @@ Examples:
   dpdu trace summary dpdu_coptrace_4711_1.jsonl
   dpdu trace timeline --errors dpdu_coptrace_4711_1.jsonl
   dpdu trace export --format asc -o bus.asc dpdu_coptrace_4711_1.jsonl
+  dpdu trace report -o report.html dpdu_coptrace_4711_1.jsonl
   dpdu trace prune --older-than 7d)";
 
 constexpr char kTraceSummaryFooter[] = R"(
@@ -79,6 +80,22 @@ Examples:
   dpdu trace export --format asc -o bus.asc trace.jsonl
   dpdu trace export --format chrome -o trace.json dpdu_coptrace_*.jsonl
   dpdu trace export --to pcapng -o trace.pcapng trace.jsonl)";
+
+constexpr char kReportFooter[] = R"(
+One HTML file that needs no network and no server: it opens in any current browser and can
+be mailed. It shows figures, a timeline of control units, links, raw frames, relay packets
+and callbacks, and answer times, with filters that all of them follow. What is seen is in
+the page's address, and can be shared as a link to the same file.
+
+Several traces share one timeline. Times of day are derived as by dpdu trace export; if
+one of the files has none (a pipe), all times are those of the computer's counter.
+
+A report holds what the traces hold, security keys and VINs among it.
+
+Examples:
+  dpdu trace report trace.jsonl
+  dpdu trace report -o report.html dpdu_coptrace_*.jsonl
+  dpdu trace report -o report.html $(dpdu trace latest))";
 
 constexpr std::uint32_t kMostSlowest = 10'000;
 
@@ -172,6 +189,16 @@ void AddExport(CommandSet* commands, CLI::App* group) {
         ->type_name("FILE");
 }
 
+void AddReport(CommandSet* commands, CLI::App* group) {
+    const auto options = std::make_shared<TraceOptions>();
+    options->target = "report.html";
+    CLI::App* command = AddTraceAction(
+        commands, group, {"report", "write a page to look at in a browser", kReportFooter},
+        RunTraceReport, options);
+    command->add_option("-o,--output", options->target, "file to write (default: report.html)")
+        ->type_name("FILE");
+}
+
 constexpr char kLatestFooter[] = R"(
 Prints the path of the trace that was written last in the folder for temporary files, by
 any process.
@@ -238,6 +265,7 @@ void AddTraceCommands(CommandSet* commands) {
     AddSummary(commands, group);
     AddTimeline(commands, group);
     AddExport(commands, group);
+    AddReport(commands, group);
     AddLatest(commands, group);
     AddPrune(commands, group);
 }
