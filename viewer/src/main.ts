@@ -195,4 +195,3 @@ function fail(error: unknown): void {
 }
 
 readTrace().then(start).catch(fail);
-
