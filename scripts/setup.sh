@@ -34,7 +34,7 @@ clang_packages="clang libclang-rt-14-dev llvm"
 clang_tools="clang clang++ llvm-symbolizer"
 # For tests alone; the second group also for tests of the packages in a bare system.
 test_packages="abigail-tools chromium chromium-driver mypy node-typescript nodejs python3-can
-    python3-selenium python3-setuptools python3-wheel tshark udev"
+    python3-jsonschema python3-selenium python3-setuptools python3-wheel tshark udev"
 test_tools="abidw abidiff chromedriver chromium mypy node tsc tshark udevadm"
 package_packages="debhelper dh-python python3-setuptools python3-wheel nsis lintian debootstrap"
 package_tools="dh dpkg-buildpackage makensis lintian debootstrap"

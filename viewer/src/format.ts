@@ -42,13 +42,16 @@ export function duration(us: number): string {
     return `${Math.floor(minutes / 60)} h ${minutes % 60} min`;
 }
 
+const latestDate = 8.64e18;  // microseconds; the language's dates end there
+
 /** Seconds since the beginning, with microseconds. */
 export function seconds(us: number): string {
     return `${(us / 1e6).toFixed(6)} s`;
 }
 
-/** The calendar time of microseconds since 1970, UTC. */
+/** The calendar time of microseconds since 1970, UTC; what is beyond all calendars as seconds. */
 export function calendarTime(us: number): string {
+    if (Math.abs(us) > latestDate) return seconds(us);
     const text = new Date(Math.floor(us / 1e3)).toISOString();
     const rest = String(Math.floor(us % 1e3)).padStart(3, "0");
     return `${text.slice(0, 10)} ${text.slice(11, 23)}${rest} UTC`;

@@ -54,6 +54,7 @@ test("numbers and bytes have the texts of the field", () => {
     assert.deepEqual([duration(0), duration(999), duration(1500), duration(2.5e6), duration(125e6), duration(7.3e9)],
                      ["0 µs", "999 µs", "1.50 ms", "2.50 s", "2 min 5 s", "2 h 1 min"]);
     assert.equal(calendarTime(1_700_000_000_123_456), "2023-11-14 22:13:20.123456 UTC");
+    assert.ok(calendarTime(2 ** 63).endsWith(" s"));
     assert.equal(dump([0x62, 0xF1, 0x41, 0x7F]), `0000  ${"62 F1 41 7F".padEnd(47)}  b.A.`);
     assert.deepEqual(parseHex("22 f1 90"), [0x22, 0xF1, 0x90]);
     assert.deepEqual([parseHex("22f"), parseHex("xy"), parseHex("")], [null, null, null]);
