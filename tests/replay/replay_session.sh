@@ -95,7 +95,7 @@ done
 validate=$(dirname "$0")/../trace_schema/validate.py
 /usr/bin/python3 "$validate" --strict "$work/recorded" || fail "the trace is not as its schema says"
 for trace in "$work"/recorded/*.jsonl; do
-    sed -i 's/,"ev":/,"future":{"a":[1,"x"]},"ev":/
+    sed -i 's/,"ev":/,"future":{"a":[1,"x"]},"half":0.5,"ev":/
         3s/.*/{"seq":3,"ts_us":1,"pid":1,"tid":1,"ev":"of_the_future"}\n&/' "$trace"
 done
 

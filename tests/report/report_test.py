@@ -270,6 +270,24 @@ class ReportTest(unittest.TestCase):
         cut = [cell.text for cell in rows[2].find_elements(By.TAG_NAME, "td")]
         self.assertEqual(cut[4], "2")
 
+    def test_every_recorded_trace_opens_in_every_view(self):
+        for trace in sorted(TRACES.glob("*.jsonl")):
+            page, _ = report(self.base, trace, name=f"{trace.stem}.html")
+            for tab in ("overview", "timeline", "latency"):
+                self.open(page, f"#tab={tab}")
+                self.assertTrue(self.find(f"#{tab}").is_displayed(), trace.stem)
+                self.assertEqual(self.browser.get_log("browser"), [], trace.stem)
+
+    def test_times_beyond_all_calendars_open(self):
+        trace = self.base / "late.jsonl"
+        first, *others = (TRACES / "negative.jsonl").read_text().splitlines(keepends=True)
+        late = [line.replace('"ts_us":154', f'"ts_us":{2 ** 61}'[:-8]) for line in others]
+        trace.write_text(first + "".join(late))
+        page, _ = report(self.base, trace, name="late.html")
+        for tab in ("overview", "timeline", "latency"):
+            self.open(page, f"#tab={tab}&exchange=0")
+            self.until(lambda: "22 FF FF" in self.text("#detail"))
+
     def test_a_narrow_window_at_twice_the_size_has_everything(self):
         self.browser.set_window_size(700, 900)
         self.addCleanup(self.browser.set_window_size, 1400, 1000)

@@ -67,7 +67,8 @@ class TraceFormat(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             for name in ("negative", "functional", "raw_listen", "silent", "three_units"):
                 text = (TRACES / f"{name}.jsonl").read_text()
-                changed = re.sub(r',"ev":', ',"future":{"ev":"x","a":[1,{"hCoP":9}]},"more":null,"ev":', text)
+                changed = re.sub(r',"ev":', ',"future":{"ev":"x","a":[1,{"hCoP":9}],"f":0.5},"more":null,"half":0.5,'
+                                 r'"most":18446744073709551615,"ev":', text)
                 lines = changed.splitlines()
                 lines.insert(len(lines) // 2, lines[1].replace('"ev":"cop_start"', '"ev":"of_the_future"'))
                 said = []

@@ -193,9 +193,10 @@ public:
     bool boolean(bool value) override { return Take(value ? 1 : 0); }
     bool number_integer(std::int64_t value) override { return Take(value); }
     bool number_unsigned(std::uint64_t value) override {
-        return value <= INT64_MAX && Take(static_cast<std::int64_t>(value));
+        if (value > INT64_MAX) return !IsOfKnownField();
+        return Take(static_cast<std::int64_t>(value));
     }
-    bool number_float(double, const std::string&) override { return false; }
+    bool number_float(double, const std::string&) override { return !IsOfKnownField(); }
     bool string(std::string& value) override { return IsAtTop() ? TakeText(value) : true; }
     bool binary(nlohmann::json::binary_t&) override { return false; }
     bool start_object(std::size_t) override {
@@ -229,6 +230,8 @@ public:
 
 private:
     bool IsAtTop() const { return depth_ == 1 && arrays_ == 0; }
+
+    bool IsOfKnownField() const { return arrays_ == 0 && depth_ <= 2 && FieldOf(key_); }
 
     bool Take(std::int64_t value) {
         if (arrays_ > 0 || depth_ > 2) return true;
