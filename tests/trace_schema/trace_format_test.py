@@ -48,6 +48,14 @@ class TraceFormat(unittest.TestCase):
         self.assertEqual((lines.cut, lines.checked), (1, 1))
         self.assertNotEqual(list(lines.faults(cut[:-1])), [])
 
+    def test_half_a_line_is_passed_over_at_the_end_only(self):
+        line = json.dumps(LINE, separators=(",", ":"))
+        with tempfile.TemporaryDirectory() as folder:
+            trace = Path(folder) / "killed.jsonl"
+            for content, expected in ((f"{line}\n{line[:50]}", 0), (f"{line[:50]}\n{line}\n", 1)):
+                trace.write_text(content)
+                self.assertEqual(validate(["--strict", folder]), expected)
+
     def test_a_folder_without_a_trace_is_not_valid(self):
         with tempfile.TemporaryDirectory() as folder:
             self.assertEqual(validate([folder]), 1)

@@ -41,12 +41,12 @@ class Lines:
             for item in (item for item in items if isinstance(item, dict)):
                 yield from self.unknown(field.get("items", field), item, f"{path}{name}.")
 
-    def faults(self, text):
-        """What is wrong with a line, each in a sentence."""
+    def faults(self, text, is_last=False):
+        """What is wrong with a line, each in a sentence. The last one may lack the rest."""
         try:
             line = json.loads(text)
         except ValueError as error:
-            if len(text.encode()) in CUT_LENGTHS:
+            if is_last or len(text.encode()) in CUT_LENGTHS:
                 self.cut += 1
                 return
             yield f"is not JSON: {error}"
@@ -78,8 +78,12 @@ def main(arguments):
     for path in (Path(name) for name in arguments if name != "--strict"):
         files += sorted(path.rglob("*.jsonl")) if path.is_dir() else [path]
     for file in files:
-        for number, text in split(file.read_text("utf-8")):
-            faults += [f"{file}:{number}: {fault}" for fault in lines.faults(text)]
+        content = file.read_text("utf-8")
+        parts = list(split(content))
+        for at, (number, text) in enumerate(parts, 1):
+            # A process that was ended by force leaves half a line.
+            is_last = at == len(parts) and not content.endswith("\n")
+            faults += [f"{file}:{number}: {fault}" for fault in lines.faults(text, is_last)]
     print("\n".join(faults[:MOST_SHOWN]), end="\n" if faults else "")
     print(f"{lines.checked} lines of {len(files)} files checked, {lines.cut} cut lines passed over, "
           f"{len(faults)} faults")
