@@ -74,7 +74,7 @@ class ReportTest(unittest.TestCase):
 
     def status(self, count):
         wanted = f"{count:,} of {len(self.sample.exchanges):,} exchanges"
-        self.until(lambda: self.text("#status") == wanted )
+        self.until(lambda: self.text("#status") == wanted)
 
     def hash(self):
         return self.browser.execute_script("return location.hash")
@@ -189,6 +189,20 @@ class ReportTest(unittest.TestCase):
         self.until(lambda: "600:680" in self.text("#tip"))
         ActionChains(self.browser).click().perform()
         self.until(lambda: "600:680" in self.text("#detail"))
+
+    def test_raw_frames_are_filtered_by_identifier(self):
+        self.open(address="#tab=timeline&id=1A0")
+        self.status(0)
+        chart = self.find("#chart")
+        # The lane below the module's, since no exchange is left.
+        y = 26 + 22 + 22 - chart.size["height"] / 2
+        tips = []
+        for x in range(-400, 400, 10):
+            ActionChains(self.browser).move_to_element_with_offset(chart, x, round(y)).perform()
+            tips += [tip] if (tip := self.text("#tip")) else []
+        self.assertGreater(len(tips), 3)
+        for tip in tips:
+            self.assertRegex(tip, r"^[^\n]*\n(\d+ frames: 1A0|1A0 [ 0-9A-F]*)$")
 
     def test_a_region_of_the_answer_times_filters_everything(self):
         self.open(address="#tab=latency")

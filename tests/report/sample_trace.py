@@ -75,6 +75,27 @@ class Sample:
         dice = self.random.random()
         return "negative" if dice < 0.04 else "silent" if dice < 0.05 else "ok"
 
+    def exchange(self, unit, relay, data, outcome, answer):
+        request_id, response_id = 0x600 + unit, 0x680 + unit
+        size = len(data) // 2
+        self.write("comm_req_sent", f',"req_id":{self.cop},"tx_len":{size},"tx_hex":"{data}","tx_hex_len":{size},'
+                   f'"tx_trunc":false,"can_id_tx_func":{request_id},"can_id_tx_phys":{request_id},'
+                   f'"can_id_rx":{response_id},"timeout":1000,"transport":0')
+        if relay:
+            self.packet("tx", "CREQ", size + 24)
+        sent, wait = self.now, SILENT
+        if outcome == "silent":
+            self.after(1_200_000 if relay else 1_000_000)
+        else:
+            self.after(int(min(400_000, self.random.lognormvariate(8.2, 0.7))) + unit * 20)
+            wait = (self.now - sent) // 1000
+        size = len(answer) // 2
+        if relay:
+            self.packet("rx", "CRES", size + 24)
+        self.write("comm_res_received", f',"req_id":{self.cop},"wait_time":{wait},"rx_len":{size},'
+                                        f'"rx_hex":"{answer}","rx_hex_len":{size},"rx_trunc":false')
+        self.exchanges.append((unit, int(data[:2], 16), outcome, self.now - sent))
+
     def request(self, unit, relay):
         random = self.random
         request_id, response_id = 0x600 + unit, 0x680 + unit
@@ -88,27 +109,14 @@ class Sample:
         self.of_cop("cop_ecu_candidate", f',"idx":0,"uniq":{unit},"canPhysReqId":{request_id},'
                                          f'"canRespUSDTId":{response_id}', unit)
         self.after(20)
-        size = len(data) // 2
-        self.write("comm_req_sent", f',"req_id":{self.cop},"tx_len":{size},"tx_hex":"{data}","tx_hex_len":{size},'
-                   f'"tx_trunc":false,"can_id_tx_func":{request_id},"can_id_tx_phys":{request_id},'
-                   f'"can_id_rx":{response_id},"timeout":1000,"transport":0')
-        if relay:
-            self.packet("tx", "CREQ", size + 24)
-        sent = self.now
-        answer, wait = "", SILENT
-        if outcome == "silent":
-            self.after(1_000_000 if not relay else 1_200_000)
-        else:
-            self.after(int(min(400_000, random.lognormvariate(8.2, 0.7))) + unit * 20)
-            wait = (self.now - sent) // 1000
-            answer = f"7f{service:02x}{random.choice(NEGATIVE_CODES):02x}" if outcome == "negative" else \
-                f"{service + 0x40:02x}{data[2:6]}" + random.choice(["", "5754564445", "00112233445566778899aabb"])
+        # An answer that does not fit now and then: the request is sent again.
+        if outcome == "ok" and random.random() < 0.02:
+            self.exchange(unit, relay, data, outcome, "c100")
+        fitting = f"7f{service:02x}{random.choice(NEGATIVE_CODES):02x}" if outcome == "negative" else \
+            f"{service + 0x40:02x}{data[2:6]}" + random.choice(["", "5754564445", "00112233445566778899aabb"])
+        answer = "" if outcome == "silent" else fitting
+        self.exchange(unit, relay, data, outcome, answer)
         size = len(answer) // 2
-        if relay:
-            self.packet("rx", "CRES", size + 24)
-        self.write("comm_res_received", f',"req_id":{self.cop},"wait_time":{wait},"rx_len":{size},'
-                                        f'"rx_hex":"{answer}","rx_hex_len":{size},"rx_trunc":false')
-        self.exchanges.append((unit, service, outcome, self.now - sent))
         if outcome != "silent":
             self.of_cop("cop_rx", f',"uniq":{unit},"acc":1,"rx_len":{size},"rx_hex":"{answer}",'
                                   f'"rx_hex_len":{size},"rx_trunc":false', unit)

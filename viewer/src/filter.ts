@@ -1,6 +1,6 @@
 // What is shown, as fields, as part of the page's address and as a test of exchanges.
 
-import {canId, parseHex} from "./format";
+import {parseHex} from "./format";
 import {Outcome, Trace} from "./trace";
 
 export interface Filter {
@@ -62,6 +62,25 @@ export function contains(bytes: ArrayLike<number>, part: number[]): boolean {
     return false;
 }
 
+function hasId(id: string): (candidate: number) => boolean {
+    const wanted = parseInt(id, 16);
+    return (candidate) => candidate === wanted;
+}
+
+/** The rows of the raw frames that pass: they have an identifier and bytes, and nothing else to filter by. */
+export function matchingFrames(trace: Trace, filter: Filter): Uint32Array {
+    const {frames} = trace;
+    const ids = frames.column("id");
+    const id = filter.id.trim();
+    const isWanted = id && !filterFault({...noFilter(), id}) ? hasId(id) : () => true;
+    const part = parseHex(filter.bytes);
+    const rows = new Uint32Array(frames.rows);
+    let count = 0;
+    for (let row = 0; row < frames.rows; row++)
+        if (isWanted(ids[row]) && (!part || contains(trace.data.payload(frames, row), part))) rows[count++] = row;
+    return rows.subarray(0, count);
+}
+
 /** The rows of the exchanges that pass, in the table's order. Without a field that is faulty. */
 export function matchingSpans(trace: Trace, filter: Filter): Uint32Array {
     const tests: ((span: number) => boolean)[] = [];
@@ -77,11 +96,10 @@ export function matchingSpans(trace: Trace, filter: Filter): Uint32Array {
     if (to !== null) tests.push((span) => sent[span] - trace.first <= to);
     if (least !== null) tests.push((span) => trace.spanDuration(span) >= least);
     if (most !== null) tests.push((span) => trace.spanDuration(span) <= most);
-    const id = filter.id.trim().toUpperCase();
+    const id = filter.id.trim();
     if (id && !filterFault({...noFilter(), id})) {
-        const wanted = canId(parseInt(id, 16));
-        tests.push((span) => canId(spans.get("requestId", span)) === wanted ||
-                             canId(spans.get("responseId", span)) === wanted);
+        const isWanted = hasId(id);
+        tests.push((span) => isWanted(spans.get("requestId", span)) || isWanted(spans.get("responseId", span)));
     }
     const part = parseHex(filter.bytes);
     if (part) tests.push((span) => contains(trace.sentBytes(span), part) || contains(trace.answerBytes(span), part));

@@ -1,7 +1,8 @@
 // The lanes of the timeline and how each is drawn.
 
-import {FrameFlag} from "./data";
+import {FrameFlag, SpanFlag} from "./data";
 import {colour} from "./dom";
+import {matchingFrames} from "./filter";
 import {canId, count, duration} from "./format";
 import {BusLoad, frameBits} from "./load";
 import {Pyramid} from "./pyramid";
@@ -24,6 +25,9 @@ export interface Lane {
 
 const rowHeight = 22;
 const graphHeight = 44;
+// Flags of intervals: a bit for each outcome, and one for what was sent again.
+const outcomes = 0x3F;
+const again = 0x40;
 
 export const outcomeColours = ["ok", "open", "pending", "negative", "silent", "error"];
 
@@ -61,6 +65,16 @@ function drawOutcome(drawing: CanvasRenderingContext2D, outcome: Outcome, left: 
     }
 }
 
+/** A wedge above the beginning of what was sent again, since nothing fitting had come. */
+function drawAgain(drawing: CanvasRenderingContext2D, left: number, y: number): void {
+    drawing.fillStyle = colour("text");
+    drawing.beginPath();
+    drawing.moveTo(left - 4, y);
+    drawing.lineTo(left + 4, y);
+    drawing.lineTo(left, y + 5);
+    drawing.fill();
+}
+
 class UnitLane implements Lane {
     readonly height = rowHeight;
     constructor(readonly name: string, private readonly trace: Trace, readonly spans: Pyramid) {}
@@ -72,18 +86,22 @@ class UnitLane implements Lane {
         let at = -1;
         let outcome = 0;
         let right = 0;
+        let isAgain = 0;
         const flush = (): void => {
-            if (at >= 0) drawOutcome(drawing, outcome, at, y, Math.max(1, right - at), colours);
+            if (at < 0) return;
+            drawOutcome(drawing, outcome, at, y, Math.max(1, right - at), colours);
+            if (isAgain !== 0) drawAgain(drawing, at, y);
         };
         this.spans.visit(scale.from, scale.to, pixel, (begin, end, flags) => {
             const left = Math.floor(Math.max(-2, x(begin, scale)));
             const to = Math.min(scale.width + 2, x(end, scale));
-            const of = 31 - Math.clz32(flags);
+            const of = 31 - Math.clz32(flags & outcomes);
             if (left === at && to - left <= 1) {
                 outcome = Math.max(outcome, of);
+                isAgain |= flags & again;
             } else {
                 flush();
-                [at, outcome, right] = [left, of, to];
+                [at, outcome, right, isAgain] = [left, of, to, flags & again];
             }
         });
         flush();
@@ -157,11 +175,12 @@ export function unitLanes(model: Model): Lane[] {
     const rows: number[][] = trace.units.map(() => []);
     for (const span of matching) rows[trace.spanUnit[span]].push(span);
     const sent = trace.spans.column("sent");
+    const flags = trace.spans.column("flags");
     return trace.units.map((unit, i) => ({unit, rows: rows[i]})).filter((lane) => lane.rows.length > 0)
         .sort((a, b) => a.unit.module - b.unit.module || a.unit.requestId - b.unit.requestId)
         .map(({unit, rows}) => new UnitLane(unit.name, trace, new Pyramid(Uint32Array.from(rows),
             (row) => sent[row] - trace.first, (row) => trace.spanEnd(row) - trace.first,
-            (row) => 1 << trace.spanOutcome[row])));
+            (row) => 1 << trace.spanOutcome[row] | ((flags[row] & SpanFlag.again) !== 0 ? again : 0))));
 }
 
 function moduleLanes(trace: Trace): Lane[] {
@@ -186,14 +205,14 @@ function lifeLane(trace: Trace, name: string, isOf: (life: LinkLife) => boolean)
     });
 }
 
-function frameLanes(model: Model): Lane[] {
+/** Of the frames that the filter leaves; the load is theirs, too. */
+export function frameLanes(model: Model): Lane[] {
     const {trace} = model;
     const lanes: Lane[] = [];
     const modules = new Set(trace.frames.column("module").subarray(0, trace.frames.rows));
+    const matching = matchingFrames(trace, model.view.filter);
     for (const module of modules) {
-        const rows: number[] = [];
-        for (let row = 0; row < trace.frames.rows; row++)
-            if (trace.frames.get("module", row) === module) rows.push(row);
+        const rows = Array.from(matching).filter((row) => trace.frames.get("module", row) === module);
         const time = trace.frames.column("time");
         rows.sort((a, b) => time[a] - time[b]);
         const bus = new BusLoad(Float64Array.from(rows, (row) => time[row] - trace.first), (i) =>
@@ -244,5 +263,5 @@ function callbackLane(trace: Trace): Lane[] {
 export function fixedLanes(model: Model): {before: Lane[]; after: Lane[]} {
     const {trace} = model;
     return {before: moduleLanes(trace),
-            after: [...frameLanes(model), ...packetLane(trace), ...callbackLane(trace), ...linkLanes(trace)]};
+            after: [...packetLane(trace), ...callbackLane(trace), ...linkLanes(trace)]};
 }

@@ -3,7 +3,7 @@
 import {ticks} from "d3-array";
 import {byId, colour, context, element} from "./dom";
 import {duration, seconds} from "./format";
-import {fixedLanes, Lane, outcomeColours, Scale, unitLanes} from "./lanes";
+import {fixedLanes, frameLanes, Lane, outcomeColours, Scale, unitLanes} from "./lanes";
 import {outcomeNames} from "./trace";
 import {Model} from "./view";
 
@@ -53,7 +53,7 @@ export class Timeline {
     }
 
     private makeLanes(): void {
-        this.lanes = [...this.fixed.before, ...unitLanes(this.model), ...this.fixed.after];
+        this.lanes = [...this.fixed.before, ...unitLanes(this.model), ...frameLanes(this.model), ...this.fixed.after];
         this.laneIndex = Math.min(this.laneIndex, Math.max(0, this.lanes.length - 1));
         const height = this.lanes.reduce((sum, lane) => sum + lane.height, 0);
         this.spacer.style.height = `${height + axisHeight}px`;
@@ -61,7 +61,7 @@ export class Timeline {
 
     private makeLegend(): void {
         byId("legend").replaceChildren(...outcomeNames.map((name, i) =>
-            element("li", {class: outcomeColours[i]}, name)));
+            element("li", {class: outcomeColours[i]}, name)), element("li", {class: "again"}, "sent again"));
     }
 
     private get scale(): Scale {

@@ -2,11 +2,12 @@ import assert from "node:assert/strict";
 import test from "node:test";
 
 import {Data, fromBase64, inflate, TableLayout} from "../src/data";
-import {contains, filterFault, filterFromAddress, filterToAddress, noFilter} from "../src/filter";
+import {contains, filterFault, filterFromAddress, filterToAddress, matchingFrames, noFilter} from "../src/filter";
 import {calendarTime, canId, dump, duration, parseHex} from "../src/format";
 import {BusLoad, frameBits} from "../src/load";
 import {Pyramid} from "../src/pyramid";
 import {logarithmicBins} from "../src/statistics";
+import {Trace} from "../src/trace";
 import {describeAnswer, describeRequest, Names} from "../src/uds";
 import {viewFromAddress, viewToAddress} from "../src/view";
 
@@ -148,4 +149,17 @@ test("fields that are wrong are named", () => {
 test("bytes are found at any place", () => {
     assert.ok(contains([1, 2, 2, 3], [2, 3]));
     assert.ok(!contains([1, 2], [2, 3]));
+});
+
+test("raw frames are filtered by identifier and bytes", () => {
+    const data = new Data([{name: "frames", columns: [["id", "number"], ["payload", "number"], ["recorded", "number"]]}]);
+    data.add([3], Uint8Array.from([...planes([0x100, 0x1A0, 0x1A0], 4), ...planes([0, 2, 4], 4), ...planes([2, 2, 2], 4),
+                                   1, 2, 3, 4, 1, 2]));
+    const trace = {data, frames: data.tables.frames} as unknown as Trace;
+    const rows = (part: object): number[] => [...matchingFrames(trace, {...noFilter(), ...part})];
+    assert.deepEqual(rows({}), [0, 1, 2]);
+    assert.deepEqual(rows({id: "1a0"}), [1, 2]);
+    assert.deepEqual(rows({bytes: "01 02"}), [0, 2]);
+    assert.deepEqual(rows({id: "1A0", bytes: "0102"}), [2]);
+    assert.deepEqual(rows({id: "no"}), [0, 1, 2]);
 });
