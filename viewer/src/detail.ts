@@ -20,7 +20,7 @@ function bytesOf(title: string, meaning: string, bytes: Uint8Array, length: numb
     return made;
 }
 
-function expected(trace: Trace, request: number): string {
+function mayAnswer(trace: Trace, request: number): string {
     const bytes = trace.data.payload(trace.requests, request, "units", "unitBytes");
     const view = new DataView(bytes.buffer, bytes.byteOffset, bytes.byteLength);
     const units: string[] = [];
@@ -56,7 +56,7 @@ function history(model: Model, span: number): [string, string][] {
     const rows: [string, string][] = [
         ["Control unit", trace.units[trace.spanUnit[span]].name], ["Outcome", outcomeNames[trace.spanOutcome[span]]],
         ["Module, link, ComPrimitive", `${of("module")}, ${of("link")}, ${of("cop")}`],
-        ["Process", String(of("process"))], ["Expected responses", expected(trace, request)],
+        ["Process", String(of("process"))], ["May answer", mayAnswer(trace, request)],
         ["Time-out", `${trace.spans.get("timeout", span)} ms`],
         ["Results, busy, strays", `${of("results")}, ${of("busy")}, ${of("strays")}`]];
     if (notes) rows.push(["Remarks", notes]);
