@@ -9,6 +9,8 @@ set -uo pipefail
 cd "$(dirname "$0")/.."
 . scripts/results.sh
 presets=${*:-linux-release windows-release linux-asan linux-tsan}
+# What the library writes in its traces is checked, with a package that the tests have installed.
+export TARVIK_CHECK_TRACES=yes
 jobs=${JOBS:-5} # most tests wait most of the time
 
 ahead= # the process that builds the other presets
