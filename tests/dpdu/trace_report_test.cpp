@@ -179,6 +179,43 @@ TEST(TraceReport, EachControlUnitThatAnswersAFunctionalRequestHasItsOwnExchange)
     EXPECT_EQ(page.Column("spans.flags"), (std::vector<std::int64_t>{1, 1, 1}));
 }
 
+// The payload of the answers is cut after the second control unit; the third is known by its item.
+TEST(TraceReport, AnAnswerThatOnlyItsItemHasIsThereOnce) {
+    std::string text = TraceText("functional");
+    const std::string third = "020000001000000062f18754562d4142532d313137302d42";
+    const std::size_t at = text.find(third);
+    ASSERT_NE(at, std::string::npos);
+    text.replace(at, third.size() + std::string("\",\"rx_hex_len\":72").size(),
+                 "\",\"rx_hex_len\":48");
+    const TemporaryTrace trace(text);
+    const Page page = PageOf({trace.Path()});
+    EXPECT_EQ(page.Column("spans.responseId"), (std::vector<std::int64_t>{0x7E8, 0x7E9, 0x77D}));
+    EXPECT_EQ(page.Payloads("spans").back(), "62F18754562D4142532D313137302D42");
+}
+
+TEST(TraceReport, ARequestThatWasSentAgainIsMarked) {
+    const TemporaryTrace trace(StartLine(1, 10, 5, "3e") + StateLine(2, 20, 5, kExecuting) +
+                               SentLine(3, 30, 5) + ReceivedLine(4, 40, 5, "50") +
+                               SentLine(5, 50, 5) + ReceivedLine(6, 60, 5) +
+                               StateLine(7, 70, 5, kFinished) + FreeLine(8, 80, 5));
+    const Page page = PageOf({trace.Path()});
+    EXPECT_EQ(page.Column("spans.flags"), (std::vector<std::int64_t>{0, 2}));
+    EXPECT_EQ(page.Column("spans.sent"), (std::vector<std::int64_t>{30, 50}));
+    EXPECT_EQ(page.Payloads("spans"), (std::vector<std::string>{"50", "7E"}));
+}
+
+TEST(TraceReport, SessionsHaveTheirTimes) {
+    const std::string session = TraceLine(1, 10, "log_start", "\"flush_ms\":500,\"session\":3") +
+                                StartLine(2, 20, 5, "3e") + TraceLine(3, 90, "log_stop", "");
+    const TemporaryTrace trace(session + session.substr(0, session.find("{\"seq\":3")));
+    const Json sessions = PageOf({trace.Path()}).facts.at("files").at(0).at("sessions");
+    ASSERT_EQ(sessions.size(), 2U);
+    EXPECT_EQ(sessions[0].at("number"), 3);
+    EXPECT_EQ(sessions[0].at("last").get<int>() - sessions[0].at("first").get<int>(), 80);
+    EXPECT_TRUE(sessions[0].at("wasStopped"));
+    EXPECT_FALSE(sessions[1].at("wasStopped"));
+}
+
 TEST(TraceReport, HasRawFramesOfBothDirections) {
     const Page sent = PageOf({CounterTrace("raw_send")});
     ASSERT_FALSE(sent.Column("frames.id").empty());

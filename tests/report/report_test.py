@@ -202,7 +202,7 @@ class ReportTest(unittest.TestCase):
             tips += [tip] if (tip := self.text("#tip")) else []
         self.assertGreater(len(tips), 3)
         for tip in tips:
-            self.assertRegex(tip, r"^[^\n]*\n(\d+ frames: 1A0|1A0 [ 0-9A-F]*)$")
+            self.assertRegex(tip, r"^[^\n]*\n(\d+ frames: 1A0|1A0 received  [ 0-9A-F]*)$")
 
     def test_a_region_of_the_answer_times_filters_everything(self):
         self.open(address="#tab=latency")
@@ -225,6 +225,14 @@ class ReportTest(unittest.TestCase):
         self.status(sum(1 for _, service, *_ in self.sample.exchanges if service == 0x22))
         self.assertEqual(self.find("#rate").get_attribute("value"), "250000")
         self.assertEqual(self.find("#tab-timeline").get_attribute("aria-selected"), "true")
+
+    def test_an_address_that_is_typed_into_the_open_page_is_followed(self):
+        self.open(address="#tab=overview")
+        self.browser.execute_script("location.hash = '#tab=timeline&exchange=4'")
+        self.until(lambda: "Exchange 5" in self.text("#detail"))
+        self.browser.execute_script("location.hash = '#tab=latency&exchange=99999999'")
+        self.until(lambda: self.find("#latency").is_displayed())
+        self.assertFalse(self.find("#detail").is_displayed())
 
     def test_views_are_reached_by_keyboard_alone(self):
         self.open()

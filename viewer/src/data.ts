@@ -9,7 +9,8 @@ export type Values = Uint8Array | Uint32Array | Float64Array;
 
 // Flags of rows, as the writer sets them (tools/dpdu/report/report_data.cpp).
 export const RequestFlag = {raw: 1, finished: 2, cancelled: 4, problem: 8};
-export const SpanFlag = {functional: 1, again: 2, late: 4};
+export const SpanFlag = {functional: 1, again: 2};
+export const PacketFlag = {sent: 1};
 export const FrameFlag = {sent: 1, bits29: 2};
 export const Result = {open: 0, answered: 1, silent: 2, error: 3};
 

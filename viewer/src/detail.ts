@@ -50,7 +50,7 @@ function history(model: Model, span: number): [string, string][] {
     const request = trace.requestOf(span);
     const of = (name: string): number => trace.requests.get(name, request);
     const flags = trace.spans.get("flags", span);
-    const notes = [(flags & SpanFlag.again) !== 0 && "sent again", (flags & SpanFlag.late) !== 0 && "late answer",
+    const notes = [(flags & SpanFlag.again) !== 0 && "sent again",
                    (flags & SpanFlag.functional) !== 0 && "functional",
                    (of("flags") & RequestFlag.cancelled) !== 0 && "cancelled"].filter(Boolean).join(", ");
     const rows: [string, string][] = [
@@ -93,11 +93,8 @@ function eventsAround(model: Model, span: number): HTMLElement {
     }
     for (const row of nearest(trace.frames.column("time"), trace.frames.rows, time, around))
         events.push({time: trace.frames.get("time", row), child: element("span", {}, `raw frame ${trace.frameText(row)}`)});
-    for (const row of nearest(trace.packets.column("time"), trace.packets.rows, time, around)) {
-        const type = trace.facts.packetTypes[trace.packets.get("type", row)] ?? "?";
-        const text = `relay packet ${type}, ${trace.packets.get("length", row)} bytes`;
-        events.push({time: trace.packets.get("time", row), child: element("span", {}, text)});
-    }
+    for (const row of nearest(trace.packets.column("time"), trace.packets.rows, time, around))
+        events.push({time: trace.packets.get("time", row), child: element("span", {}, trace.packetText(row))});
     events.sort((a, b) => a.time - b.time);
     return element("ol", {class: "around"}, ...events.map((event) => element("li", {},
         element("time", {}, `${event.time < time ? "−" : "+"}${duration(Math.abs(event.time - time))}`), event.child)));

@@ -243,9 +243,7 @@ function packetLane(trace: Trace): Lane[] {
         const first = packets.firstFrom(from);
         const number = packets.count(from, to);
         if (number === 0) return "";
-        const type = trace.facts.packetTypes[trace.packets.get("type", rows[first])] ?? "?";
-        return number === 1 ? `relay packet ${type}, ${trace.packets.get("length", rows[first])} bytes`
-                            : count(number, "relay packet");
+        return number === 1 ? trace.packetText(rows[first]) : count(number, "relay packet");
     })];
 }
 

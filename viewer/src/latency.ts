@@ -104,14 +104,16 @@ export class Latency {
         this.drawScatter();
     }
 
-    /** 1, 2 and 5 times the powers of ten between the shown answer times. */
-    private *marks(): Generator<[number, string]> {
+    /** 1, 2 and 5 times the powers of ten between the shown answer times; where there is none, their ends. */
+    private marks(): [number, string][] {
+        const marks: [number, string][] = [];
         for (let power = Math.floor(this.low); power <= this.high; power++) {
             for (const digit of [1, 2, 5]) {
                 const place = power + Math.log10(digit);
-                if (place >= this.low && place <= this.high) yield [place, duration(digit * 10 ** power)];
+                if (place >= this.low && place <= this.high) marks.push([place, duration(digit * 10 ** power)]);
             }
         }
+        return marks.length > 0 ? marks : [this.low, this.high].map((place) => [place, duration(10 ** place)]);
     }
 
     private drawHistogram(): void {
@@ -159,6 +161,7 @@ export class Latency {
             drawing.fillStyle = colour("text");
             drawing.fillText(text, 4, y + 4);
         }
+        drawing.fillStyle = colour("text");
         for (const second of ticks(this.begin / 1e6, this.end / 1e6, this.plotWidth / 120)) {
             const x = left + (second * 1e6 - this.begin) / (this.end - this.begin) * this.plotWidth;
             drawing.fillText(`${second} s`, x, this.height - 8);

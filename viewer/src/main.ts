@@ -10,7 +10,7 @@ import {showOverview} from "./overview";
 import {Timeline} from "./timeline";
 import {Facts, noService, Trace} from "./trace";
 import {negativeName, serviceName} from "./uds";
-import {Model, Tab, tabs, viewFromAddress, viewToAddress} from "./view";
+import {Model, Tab, tabs, viewToAddress} from "./view";
 
 const typingPause = 200;  // milliseconds, before what was typed is searched for
 
@@ -177,7 +177,7 @@ function start(trace: Trace): void {
         timeline.drawSoon();
         latency.draw();
     });
-    window.addEventListener("hashchange", () => model.set(viewFromAddress(location.hash, model.length)));
+    window.addEventListener("hashchange", () => model.goTo(location.hash));
     show();
     showDetail(model, byId("detail"));
     timeline.drawSoon();

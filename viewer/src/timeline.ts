@@ -89,7 +89,6 @@ export class Timeline {
         });
         drawing.restore();
         this.drawSelection(drawing, scale, height);
-        performance.mark("picture");
     }
 
     private drawAxis(drawing: CanvasRenderingContext2D, scale: Scale, height: number): void {

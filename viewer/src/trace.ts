@@ -1,13 +1,12 @@
 // The trace as its views see it: control units, links and exchanges.
 
-import {Data, RequestFlag, Result, SpanFlag, Table} from "./data";
+import {Data, FrameFlag, PacketFlag, RequestFlag, Result, SpanFlag, Table} from "./data";
 import {canId, hexBytes} from "./format";
 import {describeAnswer, describeRequest, Names, serviceName} from "./uds";
 
 interface Lines { count: number; first: number }
 interface Session {
-    process: number; number: number; first: number; last: number; records: number;
-    wasStopped: boolean;
+    process: number; number: number; first: number; last: number; wasStopped: boolean;
 }
 export interface File {
     path: string; records: number; cut: number; damaged: Lines; unknown: Lines;
@@ -50,8 +49,6 @@ export class Trace {
     first = Infinity;
     last = -Infinity;
     readonly lives: LinkLife[] = [];
-    /** The first row of a request's exchanges; as many as until the next request's. */
-    private firstSpan = new Uint32Array(0);
 
     constructor(readonly data: Data, readonly facts: Facts) {
         for (const file of facts.files) {
@@ -86,13 +83,6 @@ export class Trace {
 
     spanDuration(span: number): number {
         return Math.max(0, this.spanEnd(span) - this.spans.get("sent", span));
-    }
-
-    spansOf(request: number): number[] {
-        const spans: number[] = [];
-        for (let span = this.firstSpan[request]; span < this.firstSpan[request + 1]; span++)
-            spans.push(span);
-        return spans;
     }
 
     service(span: number): string {
@@ -139,12 +129,9 @@ export class Trace {
         this.spanUnit = new Uint32Array(spans.rows);
         this.spanService = new Uint16Array(spans.rows);
         this.spanOutcome = new Uint8Array(spans.rows);
-        this.firstSpan = new Uint32Array(requests.rows + 1);
         const known = new Map<string, number>();
-        let request = -1;
         for (let span = 0; span < spans.rows; span++) {
             const of = this.requestOf(span);
-            while (request < of) this.firstSpan[++request] = span;
             const module = requests.get("module", of);
             const responseId = spans.get("responseId", span);
             const requestId = spans.get("requestId", span);
@@ -162,7 +149,6 @@ export class Trace {
             this.spanService[span] = sent.length > 0 ? sent[0] : noService;
             this.spanOutcome[span] = this.outcomeOf(span);
         }
-        while (request < requests.rows) this.firstSpan[++request] = spans.rows;
         this.nameUnits();
     }
 
@@ -179,11 +165,8 @@ export class Trace {
     private followLinks(): void {
         const {requests} = this;
         const open = new Map<string, LinkLife>();
-        const ends = (file: number, process: number): number => {
-            const sessions = this.facts.files[file]?.sessions ?? [];
-            const own = sessions.filter((session) => session.process === process);
-            return own.length > 0 ? Math.max(...own.map((session) => session.last)) : this.last;
-        };
+        const endOfSession = (file: number, at: number): number =>
+            this.facts.files[file].sessions.find((session) => session.first <= at && at <= session.last)?.last ?? this.last;
         for (let row = 0; row < requests.rows; row++) {
             const type = requests.get("type", row);
             if (type !== startComm && type !== stopComm) continue;
@@ -192,18 +175,26 @@ export class Trace {
             const key = [file, process, module, link].join(":");
             const at = requests.get("end", row);
             const life = open.get(key);
-            if (type === stopComm && life) {
+            if (type === stopComm && life && at <= life.end) {
                 life.end = at;
                 open.delete(key);
-            } else if (type === startComm && !life) {
-                const begun = {file, process, module, link, begin: at, end: ends(file, process)};
+            } else if (type === startComm && !(life && at <= life.end)) {
+                const begun = {file, process, module, link, begin: at, end: endOfSession(file, at)};
                 open.set(key, begun);
                 this.lives.push(begun);
             }
         }
     }
 
+    packetText(row: number): string {
+        const type = this.facts.packetTypes[this.packets.get("type", row)] ?? "?";
+        const isSent = (this.packets.get("flags", row) & PacketFlag.sent) !== 0;
+        return `relay packet ${type} ${isSent ? "sent" : "received"}, ${this.packets.get("length", row)} bytes`;
+    }
+
     frameText(row: number): string {
-        return `${canId(this.frames.get("id", row))}  ${hexBytes(this.data.payload(this.frames, row))}`;
+        const isSent = (this.frames.get("flags", row) & FrameFlag.sent) !== 0;
+        return `${canId(this.frames.get("id", row))} ${isSent ? "sent" : "received"}  ` +
+            hexBytes(this.data.payload(this.frames, row));
     }
 }

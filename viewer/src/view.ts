@@ -50,13 +50,20 @@ export class Model {
     private readonly listeners: ((change: Change) => void)[] = [];
 
     constructor(readonly trace: Trace, hash: string) {
-        this.view = viewFromAddress(hash, this.length);
-        if (this.view.selected >= trace.spans.rows) this.view.selected = -1;
+        this.view = this.viewAt(hash);
         this.matching = matchingSpans(trace, this.view.filter);
     }
 
     /** Of the whole trace, in microseconds. */
     get length(): number { return Math.max(1, this.trace.last - this.trace.first); }
+
+    /** The view of an address, which may be of another report. */
+    private viewAt(hash: string): View {
+        const view = viewFromAddress(hash, this.length);
+        return view.selected < this.trace.spans.rows ? view : {...view, selected: -1};
+    }
+
+    goTo(hash: string): void { this.set(this.viewAt(hash)); }
 
     listen(listener: (change: Change) => void): void { this.listeners.push(listener); }
 

@@ -7,7 +7,7 @@ import {calendarTime, canId, dump, duration, parseHex} from "../src/format";
 import {BusLoad, frameBits} from "../src/load";
 import {Pyramid} from "../src/pyramid";
 import {logarithmicBins} from "../src/statistics";
-import {Trace} from "../src/trace";
+import {Facts, Trace} from "../src/trace";
 import {describeAnswer, describeRequest, Names} from "../src/uds";
 import {viewFromAddress, viewToAddress} from "../src/view";
 
@@ -162,4 +162,30 @@ test("raw frames are filtered by identifier and bytes", () => {
     assert.deepEqual(rows({bytes: "01 02"}), [0, 2]);
     assert.deepEqual(rows({id: "1A0", bytes: "0102"}), [2]);
     assert.deepEqual(rows({id: "no"}), [0, 1, 2]);
+});
+
+const requestColumns = ["file", "process", "module", "link", "type", "end"];
+
+/** A trace of one file with two sessions and these requests, by type and end. */
+function traceOfRequests(requests: [number, number][]): Trace {
+    const tables: TableLayout[] = ["requests", "spans", "frames", "packets", "callbacks"].map((name) =>
+        ({name, columns: name === "requests" ? requestColumns.map((column) => [column, "number"]) : []}));
+    const data = new Data(tables);
+    const columns = requestColumns.map((name) => requests.map(([type, end]) => name === "type" ? type : name === "end" ? end : 1));
+    columns[0].fill(0);
+    data.add([requests.length, 0, 0, 0, 0], Uint8Array.from(columns.flatMap((values) => planes(values, 4))));
+    const session = {process: 1, number: 1, wasStopped: true};
+    const sessions = [{...session, first: 0, last: 100}, {...session, first: 200, last: 300}];
+    const lines = {count: 0, first: 0};
+    const facts = {files: [{path: "", records: 0, cut: 0, damaged: lines, unknown: lines, sessions}]};
+    return new Trace(data, facts as unknown as Facts);
+}
+
+test("a link is on line until STOPCOMM, or until its own session ends", () => {
+    const lives = (requests: [number, number][]): number[][] =>
+        traceOfRequests(requests).lives.map((life) => [life.begin, life.end]);
+    assert.deepEqual(lives([[0x8001, 10], [0x8004, 20], [0x8002, 50]]), [[10, 50]]);
+    assert.deepEqual(lives([[0x8001, 10], [0x8001, 20]]), [[10, 100]]);
+    assert.deepEqual(lives([[0x8001, 10], [0x8001, 210], [0x8002, 250]]), [[10, 100], [210, 250]]);
+    assert.deepEqual(lives([[0x8002, 50]]), []);
 });

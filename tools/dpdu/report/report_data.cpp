@@ -18,8 +18,6 @@ using trace::Field;
 
 // A chunk is decoded at once by the page.
 constexpr std::size_t kMostRows = 65'536;
-// Of one request: limits memory for traces with requests that never end.
-constexpr std::size_t kMostLateAnswers = 4096;
 constexpr std::size_t kMostPayloadBytes = 4'000'000;
 
 // Flags of the tables' rows; viewer/src/data.ts has the same.
@@ -29,7 +27,7 @@ enum RequestFlag : std::uint8_t {
     kIsCancelled = 4,
     kIsProblem = 8,
 };
-enum SpanFlag : std::uint8_t { kIsFunctional = 1, kIsAgain = 2, kIsLate = 4 };
+enum SpanFlag : std::uint8_t { kIsFunctional = 1, kIsAgain = 2 };
 enum FrameFlag : std::uint8_t { kIsSent = 1, kIs29Bit = 2 };
 
 void AppendBigEndian(std::uint32_t value, Bytes* bytes) {
@@ -70,13 +68,14 @@ Json Names(std::uint32_t from, std::uint32_t to, const Name& name) {
 constexpr std::uint32_t kLastByte = 0xFF;
 constexpr std::uint32_t kLastIdentifier = 0xFFFF;
 
-std::string Unless(const std::string& text, const std::string& placeholder) {
+// Empty if the standard has none, for which the other functions have a placeholder.
+std::string NameUnless(const std::string& placeholder, const std::string& text) {
     return text.starts_with(placeholder) ? "" : text;
 }
 
 Json ServiceNames() {
     return Names(0, kLastByte, [](std::uint32_t service) {
-        return Unless(ServiceName(static_cast<std::uint8_t>(service)), "service 0x");
+        return NameUnless("service 0x", ServiceName(static_cast<std::uint8_t>(service)));
     });
 }
 
@@ -87,7 +86,8 @@ Json SubFunctionNames() {
         const auto service = static_cast<std::uint8_t>(number);
         if (!HasSubFunction(service)) continue;
         services[std::to_string(number)] = Names(0, kLastSubFunction, [service](std::uint32_t sub) {
-            return Unless(SubFunctionName(service, static_cast<std::uint8_t>(sub)), "sub-function");
+            return NameUnless("sub-function",
+                              SubFunctionName(service, static_cast<std::uint8_t>(sub)));
         });
     }
     return services;
@@ -95,7 +95,7 @@ Json SubFunctionNames() {
 
 Json NegativeResponseNames() {
     return Names(1, kLastByte, [](std::uint32_t code) {
-        return Unless(NegativeResponseName(static_cast<std::uint8_t>(code)), "unknown code");
+        return NameUnless("unknown code", NegativeResponseName(static_cast<std::uint8_t>(code)));
     });
 }
 
@@ -118,13 +118,13 @@ std::string ScriptText(const Json& document) {
 ReportData::ReportData(ChunkHandler handler) : handler_(std::move(handler)), tracker_(this) {
     using enum ColumnKind;
     tables_ = {
-        {"requests",
-         {{"file", kNumber},     {"process", kNumber},  {"module", kNumber}, {"link", kNumber},
-          {"cop", kNumber},      {"type", kNumber},     {"flags", kByte},    {"queued", kTime},
-          {"started", kTime},    {"finished", kTime},   {"end", kTime},      {"state", kNumber},
-          {"results", kNumber},  {"busy", kNumber},     {"strays", kNumber}, {"error", kNumber},
-          {"payload", kNumber},  {"recorded", kNumber}, {"length", kNumber}, {"units", kNumber},
-          {"unitBytes", kNumber}}},
+        {"requests", {{"file", kNumber},    {"process", kNumber},  {"module", kNumber},
+                      {"link", kNumber},    {"cop", kNumber},      {"type", kNumber},
+                      {"flags", kByte},     {"queued", kTime},     {"started", kTime},
+                      {"finished", kTime},  {"end", kTime},        {"results", kNumber},
+                      {"busy", kNumber},    {"strays", kNumber},   {"error", kNumber},
+                      {"payload", kNumber}, {"recorded", kNumber}, {"length", kNumber},
+                      {"units", kNumber},   {"unitBytes", kNumber}}},
         {"spans",
          {{"request", kNumber},
           {"sent", kTime},
@@ -143,7 +143,6 @@ ReportData::ReportData(ChunkHandler handler) : handler_(std::move(handler)), tra
           {"flags", kByte},
           {"id", kNumber},
           {"module", kNumber},
-          {"cop", kNumber},
           {"payload", kNumber},
           {"recorded", kNumber},
           {"length", kNumber}}},
@@ -152,28 +151,11 @@ ReportData::ReportData(ChunkHandler handler) : handler_(std::move(handler)), tra
     };
 }
 
-void ReportData::BeginFile(const std::string& path) {
-    files_.push_back({path, {}, {}});
-    is_in_session_ = false;
-}
-
-ReportData::Session& ReportData::CurrentSession(const trace::Record& record) {
-    std::vector<Session>& sessions = files_.back().sessions;
-    if (record.event == Event::kLogStart || !is_in_session_) {
-        if (record.event == Event::kLogStart) tracker_.Finish();
-        is_in_session_ = true;
-        sessions.push_back({record.U32(Field::kProcess), record.U32(Field::kSession),
-                            record.TimeUs(), record.TimeUs()});
-    }
-    return sessions.back();
-}
+void ReportData::BeginFile(const std::string& path) { files_.push_back({path, {}, {}}); }
 
 void ReportData::Take(const trace::Record& record) {
-    Session& session = CurrentSession(record);
-    ++session.records;
-    session.first_us = std::min(session.first_us, record.TimeUs());
-    session.last_us = std::max(session.last_us, record.TimeUs());
-    if (record.event == Event::kLogStop) session.was_stopped = true;
+    if (record.event == Event::kLogStart) tracker_.Finish();
+    files_.back().sessions.Take(record);
     if (record.event == Event::kCloudPacket) AddPacket(record);
     tracker_.Take(record);
     HandOnIfLarge();
@@ -193,14 +175,13 @@ ReportData::Place ReportData::Keep(const trace::Payload& payload) {
     return {known->second, text.size(), payload.length};
 }
 
-void ReportData::AddSpan(const trace::Exchange& exchange, std::uint64_t answered_us, bool is_again,
-                         bool is_late, std::uint32_t response_id, const trace::Payload& answer) {
+void ReportData::AddSpan(const trace::Exchange& exchange, bool is_again, std::uint32_t response_id,
+                         const trace::Payload& answer) {
     const Place place = Keep(answer);
-    const auto flags =
-        static_cast<std::uint64_t>((exchange.is_functional ? kIsFunctional : 0) |
-                                   (is_again ? kIsAgain : 0) | (is_late ? kIsLate : 0));
-    At(kSpans).Add({requests_, exchange.sent_us, answered_us, exchange.request_id, response_id,
-                    exchange.timeout_ms, static_cast<std::uint64_t>(exchange.result),
+    const auto flags = static_cast<std::uint64_t>((exchange.is_functional ? kIsFunctional : 0) |
+                                                  (is_again ? kIsAgain : 0));
+    At(kSpans).Add({requests_, exchange.sent_us, exchange.answered_us, exchange.request_id,
+                    response_id, exchange.timeout_ms, static_cast<std::uint64_t>(exchange.result),
                     NegativeCode(answer.bytes), flags, place.at, place.recorded, place.length});
 }
 
@@ -209,38 +190,18 @@ void ReportData::AddSpans(const trace::Request& request) {
     bool is_again = false;
     for (const trace::Exchange& exchange : request.exchanges) {
         for (const trace::UnitAnswer& answer : exchange.answers) {
-            const std::uint32_t response_id = answer.position < request.units.size()
-                                                  ? request.units[answer.position].response_id
-                                                  : 0;
-            AddSpan(exchange, exchange.answered_us, is_again, false, response_id, answer.payload);
+            const bool is_known = answer.position < request.units.size();
+            AddSpan(exchange, is_again, is_known ? request.units[answer.position].response_id : 0,
+                    answer.payload);
         }
-        if (exchange.answers.empty()) {
-            AddSpan(exchange, exchange.answered_us, is_again, false, exchange.response_id,
-                    exchange.answer);
-        }
+        if (exchange.answers.empty())
+            AddSpan(exchange, is_again, exchange.response_id, exchange.answer);
         is_again = true;
     }
 }
 
-void ReportData::OnLateAnswer(const trace::Request& request, const trace::UnitAnswer& answer,
-                              std::uint64_t time_us) {
-    std::vector<LateAnswer>& late = late_[request.cop];
-    if (request.exchanges.empty() || late.size() >= kMostLateAnswers) return;
-    trace::Exchange exchange = request.exchanges.back();
-    exchange.result = trace::ExchangeResult::kAnswered;
-    const std::uint32_t response_id =
-        answer.position < request.units.size() ? request.units[answer.position].response_id : 0;
-    // Its request's row follows when the request ends: its number is not known yet.
-    late.push_back({exchange, time_us, response_id, answer.payload});
-}
-
 void ReportData::OnRequest(const trace::Request& request) {
     AddSpans(request);
-    if (const auto late = late_.extract(request.cop)) {
-        for (const LateAnswer& answer : late.mapped())
-            AddSpan(answer.exchange, answer.time_us, false, true, answer.response_id,
-                    answer.payload);
-    }
     for (const trace::CallbackTime& time : request.callbacks)
         At(kCallbacks).Add({requests_, time.begin_us, time.length_us});
     types_.insert(request.type);
@@ -251,27 +212,12 @@ void ReportData::OnRequest(const trace::Request& request) {
         (request.IsCancelled() ? kIsCancelled : 0) | (trace::IsProblem(request) ? kIsProblem : 0));
     const Place sent = Keep(request.sent);
     const Place units = Keep(UnitsOf(request));
-    At(kRequests).Add({files_.size() - 1,
-                       request.process,
-                       request.module,
-                       request.link,
-                       request.cop,
-                       request.type,
-                       flags,
-                       request.queued_us,
-                       request.started_us,
-                       request.finished_us,
-                       request.EndUs(),
-                       request.state,
-                       request.results,
-                       request.busy,
-                       request.stray_answers,
-                       error,
-                       sent.at,
-                       sent.recorded,
-                       sent.length,
-                       units.at,
-                       units.recorded});
+    At(kRequests).Add(
+        {files_.size() - 1,  request.process,       request.module,  request.link,
+         request.cop,        request.type,          flags,           request.queued_us,
+         request.started_us, request.finished_us,   request.EndUs(), request.results,
+         request.busy,       request.stray_answers, error,           sent.at,
+         sent.recorded,      sent.length,           units.at,        units.recorded});
     ++requests_;
 }
 
@@ -280,8 +226,8 @@ void ReportData::OnRawFrame(const trace::Request& request, const trace::RawFrame
     const Place place = Keep({frame.data, length});
     const auto flags = static_cast<std::uint64_t>((frame.is_sent ? kIsSent : 0) |
                                                   (frame.can_id > kLargest11BitId ? kIs29Bit : 0));
-    At(kFrames).Add({frame.time_us, flags, frame.can_id, request.module, request.cop, place.at,
-                     place.recorded, place.length});
+    At(kFrames).Add({frame.time_us, flags, frame.can_id, request.module, place.at, place.recorded,
+                     place.length});
 }
 
 void ReportData::AddPacket(const trace::Record& record) {
@@ -325,12 +271,11 @@ Json ReportData::Facts(bool has_calendar_time) const {
     Json files = Json::array();
     for (const File& file : files_) {
         Json sessions = Json::array();
-        for (const Session& session : file.sessions) {
+        for (const trace::Session& session : file.sessions.All()) {
             sessions.push_back({{"process", session.process},
                                 {"number", session.number},
                                 {"first", session.first_us},
                                 {"last", session.last_us},
-                                {"records", session.records},
                                 {"wasStopped", session.was_stopped}});
         }
         files.push_back({{"path", file.path},

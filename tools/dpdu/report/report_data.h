@@ -16,6 +16,7 @@
 #include "report/table.h"
 #include "trace/reader.h"
 #include "trace/requests.h"
+#include "trace/sessions.h"
 
 namespace dpdu::report {
 
@@ -42,23 +43,13 @@ public:
     Json Facts(bool has_calendar_time) const;
 
     void OnRawFrame(const trace::Request& request, const trace::RawFrame& frame) override;
-    void OnLateAnswer(const trace::Request& request, const trace::UnitAnswer& answer,
-                      std::uint64_t time_us) override;
     void OnRequest(const trace::Request& request) override;
 
 private:
-    struct Session {
-        std::uint32_t process = 0;
-        std::uint32_t number = 0;  // 0: its first line is missing
-        std::uint64_t first_us = 0;
-        std::uint64_t last_us = 0;
-        std::uint64_t records = 0;
-        bool was_stopped = false;
-    };
     struct File {
         std::string path;
         trace::ReadReport report;
-        std::vector<Session> sessions;
+        trace::Sessions sessions;
     };
     // Where a payload is in the bytes of its chunk.
     struct Place {
@@ -66,19 +57,12 @@ private:
         std::uint64_t recorded = 0;
         std::uint64_t length = 0;
     };
-    struct LateAnswer {
-        trace::Exchange exchange;
-        std::uint64_t time_us = 0;
-        std::uint32_t response_id = 0;
-        trace::Payload payload;
-    };
     enum TableIndex : std::size_t { kRequests, kSpans, kFrames, kPackets, kCallbacks, kTables };
 
     Table& At(TableIndex table) { return tables_[table]; }
-    Session& CurrentSession(const trace::Record& record);
     Place Keep(const trace::Payload& payload);
-    void AddSpan(const trace::Exchange& exchange, std::uint64_t answered_us, bool is_again,
-                 bool is_late, std::uint32_t response_id, const trace::Payload& answer);
+    void AddSpan(const trace::Exchange& exchange, bool is_again, std::uint32_t response_id,
+                 const trace::Payload& answer);
     void AddSpans(const trace::Request& request);
     void AddPacket(const trace::Record& record);
     void HandOnIfLarge();
@@ -87,12 +71,10 @@ private:
     ChunkHandler handler_;
     std::vector<Table> tables_;
     std::string payloads_;
-    std::unordered_map<std::string, std::uint64_t> known_;   // the place of each payload
-    std::uint64_t requests_ = 0;                             // in all chunks
-    std::map<std::uint32_t, std::vector<LateAnswer>> late_;  // by ComPrimitive
+    std::unordered_map<std::string, std::uint64_t> known_;  // the place of each payload
+    std::uint64_t requests_ = 0;                            // in all chunks
     trace::RequestTracker tracker_;
     std::vector<File> files_;
-    bool is_in_session_ = false;
     std::map<std::string, std::uint64_t> packet_types_;
     std::set<std::uint32_t> types_;   // of ComPrimitives
     std::set<std::uint32_t> errors_;  // of error items

@@ -98,27 +98,10 @@ void Extremes::Add(std::int64_t value) {
 
 // ---- counting
 
-Session* Summary::SessionOf(const Record& record) {
-    if (record.event == Event::kLogStart || !is_in_session_) {
-        sessions_.emplace_back();
-        sessions_.back().process = record.U32(Field::kProcess);
-        sessions_.back().number = record.U32(Field::kSession);
-        sessions_.back().first_us = record.TimeUs();
-        is_in_session_ = true;
-    }
-    return &sessions_.back();
-}
-
 void Summary::Take(const Record& record) {
     if (record.event == Event::kLogStart) tracker_.Finish();
-    Session* session = SessionOf(record);
-    ++session->records;
-    session->first_us = std::min(session->first_us, record.TimeUs());
-    session->last_us = std::max(session->last_us, record.TimeUs());
+    sessions_.Take(record);
     switch (record.event) {
-        case Event::kLogStop:
-            session->was_stopped = true;
-            break;
         case Event::kTelemetry:
             CountTelemetry(record);
             break;
@@ -139,7 +122,7 @@ void Summary::Take(const Record& record) {
 
 void Summary::EndOfFile(const ReadReport& report) {
     tracker_.Finish();
-    is_in_session_ = false;
+    sessions_.EndOfFile();
     records_ += report.records;
     cut_ += report.cut;
     damaged_ += report.damaged.count;
@@ -261,7 +244,7 @@ void Summary::KeepIfSlow(const Request& request) {
         std::pop_heap(slowest_.begin(), slowest_.end(), IsFaster);
         slowest_.pop_back();
     }
-    const std::uint64_t first_us = sessions_.empty() ? 0 : sessions_.back().first_us;
+    const std::uint64_t first_us = sessions_.All().empty() ? 0 : sessions_.All().back().first_us;
     slowest_.push_back({duration, request.queued_us - std::min(first_us, request.queued_us),
                         request.process, request.cop, AddressText(request),
                         RequestText(request, kShownBytes), OutcomeText(request)});
@@ -284,7 +267,7 @@ std::uint64_t Summary::Requests() const { return SumOf(by_type_); }
 
 std::uint64_t Summary::DurationUs() const {
     std::uint64_t sum = 0;
-    for (const Session& session : sessions_)
+    for (const Session& session : sessions_.All())
         sum += session.last_us - session.first_us;
     return sum;
 }
@@ -294,8 +277,8 @@ std::uint64_t Summary::DurationUs() const {
 std::vector<Row> Summary::TotalRows() const {
     std::vector<Row> rows;
     rows.push_back({"Duration", SecondsText(DurationUs(), 3) + " s in " +
-                                    CountText(sessions_.size()) +
-                                    (sessions_.size() == 1 ? " session" : " sessions")});
+                                    CountText(sessions_.All().size()) +
+                                    (sessions_.All().size() == 1 ? " session" : " sessions")});
     rows.push_back({"Lines", CountText(records_) +
                                  (cut_ > 0 ? ", " + CountText(cut_) + " cut by the library" : "")});
     rows.push_back({"Requests", CountWithParts(Requests(), by_type_, ComPrimitiveTypeText)});
@@ -317,7 +300,7 @@ std::vector<Row> Summary::TotalRows() const {
 
 std::vector<Row> Summary::SessionRows() const {
     std::vector<Row> rows = {{"PROCESS", "SESSION", "LINES", "SECONDS", "END"}};
-    for (const Session& session : sessions_) {
+    for (const Session& session : sessions_.All()) {
         rows.push_back(
             {CountText(session.process), session.number == 0 ? "-" : CountText(session.number),
              CountText(session.records), SecondsText(session.last_us - session.first_us, 3),
@@ -415,7 +398,7 @@ Json Summary::Document() const {
             {{"code", code}, {"name", NegativeResponseName(code)}, {"count", count}});
     }
     Json sessions = Json::array();
-    for (const Session& session : sessions_) {
+    for (const Session& session : sessions_.All()) {
         sessions.push_back({{"process", session.process},
                             {"session", session.number},
                             {"lines", session.records},

@@ -12,20 +12,10 @@
 #include "console/output.h"
 #include "trace/reader.h"
 #include "trace/requests.h"
+#include "trace/sessions.h"
 #include "trace/statistics.h"
 
 namespace dpdu::trace {
-
-// One process that wrote a trace, from log_start to log_stop.
-struct Session {
-    std::uint32_t process = 0;
-    std::uint32_t number = 0;  // 0: its first line is missing
-    std::uint64_t records = 0;
-    std::uint64_t first_us = 0;
-    std::uint64_t last_us = 0;
-    bool was_stopped = false;  // false: the process ended or the file was copied before log_stop
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> links;  // module and link, as found
-};
 
 struct LinkFigures {
     std::uint64_t requests = 0;
@@ -88,7 +78,6 @@ public:
     void OnRequest(const Request& request) override;
 
 private:
-    Session* SessionOf(const Record& record);
     void CountUnitAnswer(const Request& request, const UnitAnswer& answer);
     void CountNegative(const Payload& payload, UnitFigures* unit);
     void CountExchange(const Request& request, const Exchange& exchange, bool is_last);
@@ -118,8 +107,7 @@ private:
     std::uint64_t cut_ = 0;
     std::uint64_t damaged_ = 0;
     std::uint64_t unknown_ = 0;
-    std::vector<Session> sessions_;
-    bool is_in_session_ = false;
+    Sessions sessions_;
 
     std::map<std::uint32_t, std::uint64_t> by_type_;
     std::uint64_t finished_ = 0;
