@@ -202,7 +202,7 @@ class ReportTest(unittest.TestCase):
             tips += [tip] if (tip := self.text("#tip")) else []
         self.assertGreater(len(tips), 3)
         for tip in tips:
-            self.assertRegex(tip, r"^[^\n]*\n(\d+ frames: 1A0|1A0 received  [ 0-9A-F]*)$")
+            self.assertRegex(tip, r"^[^\n]*\n(\d+ frames: 1A0|1A0 received [ 0-9A-F]*)$")
 
     def test_a_region_of_the_answer_times_filters_everything(self):
         self.open(address="#tab=latency")
